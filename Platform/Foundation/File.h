@@ -1,0 +1,75 @@
+#pragma once
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Result.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+namespace varo::platform {
+
+/// An open file, closed with the last owner. Positioned reads and writes only, so that one instance
+/// may be used by any number of threads at once.
+class File {
+ public:
+  /// Opens the regular file at `path` for reading. Errors: domain "POSIX"; a directory is EISDIR,
+  /// another special file EINVAL (opening it never blocks).
+  [[nodiscard]] static Result<std::shared_ptr<const File>> openForReading(const std::string& path);
+
+  /// A new file in `directory` that has no name: it is gone with its last owner unless `storeFile`
+  /// gives it one. Mode 0600 less the process's umask.
+  [[nodiscard]] static Result<std::shared_ptr<File>> createUnnamed(const std::string& directory);
+
+  /// A new, empty file at `path`, for reading and writing. Errors: EEXIST where something is there
+  /// already. Mode 0600 less the umask.
+  [[nodiscard]] static Result<std::shared_ptr<File>> createNew(const std::string& path);
+
+  ~File();
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  [[nodiscard]] Result<std::uint64_t> size() const;
+  /// Reads until `buffer` is full or the file ends; returns the number of bytes.
+  [[nodiscard]] Result<std::size_t> readAt(std::uint64_t offset, std::span<char> buffer) const;
+  /// Writes all of `bytes`.
+  [[nodiscard]] Result<void> writeAt(std::uint64_t offset, std::string_view bytes);
+
+  /// The descriptor, owned by this object.
+  [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+  /// What it was opened as, for error texts.
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+ private:
+  struct Badge {};
+
+ public:
+  File(Badge, int descriptor, std::string path);
+
+ private:
+  const int descriptor_;
+  const std::string path_;
+};
+
+/// Stores `data` under `path` so that the name shows the old content or the whole new one, never a
+/// part, whatever fails. Replaces a regular file (keeping its mode); a new file has mode 0600 less
+/// the umask. A symbolic link, directory or special file at `path` is left alone and an error.
+///
+/// The bytes of a file-backed `Data` are moved by the kernel: an unnamed file in the same directory
+/// is just given the name, others are copied without passing through this process.
+/// Errors: domain "POSIX" with `errno`, the path in the user information. Thread-safe.
+[[nodiscard]] Result<void> storeFile(const std::string& path, const Data& data);
+
+/// What stands under a path, without following a symbolic link there.
+enum class FileKind { kNothing, kRegular, kDirectory, kOther };
+[[nodiscard]] FileKind fileKindAt(const std::string& path) noexcept;
+
+/// Whether `name`, chosen by a peer, stays below the directory it is appended to: not empty, not
+/// absolute, no "." or ".." component, no NUL or backslash, also after percent-decoding.
+[[nodiscard]] bool staysInDirectory(std::string_view name);
+
+}  // namespace varo::platform

@@ -1,0 +1,73 @@
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Value.h"
+
+#include <gtest/gtest.h>
+
+namespace varo::platform {
+namespace {
+
+TEST(DictionaryTest, EnumeratesInInsertionOrderAndKeepsTheIndexTrueWhenLarge) {
+  Dictionary dictionary;
+  for (int i = 0; i < 100; ++i) dictionary.set("k" + std::to_string(i), i);
+  EXPECT_TRUE(dictionary.remove("k10"));
+  dictionary.set("k20", "changed");
+  dictionary.set("k30", Value());
+  ASSERT_EQ(dictionary.size(), 98U);
+  EXPECT_EQ(dictionary["k99"].integerValue(), 99);
+  EXPECT_EQ(dictionary["k20"].textValue(), "changed");
+  EXPECT_FALSE(dictionary.contains("k10"));
+  EXPECT_FALSE(dictionary.contains("k30"));
+  EXPECT_EQ(dictionary.begin()[10].key, "k11");
+}
+
+TEST(DictionaryTest, CopiesDoNotSeeEachOthersChanges) {
+  Dictionary first{{"a", 1}};
+  const Dictionary second = first;
+  first.set("a", 2);
+  EXPECT_EQ(second["a"].integerValue(), 1);
+  first.addEntries(first);
+  EXPECT_EQ(first.size(), 1U);
+}
+
+struct ConversionCase {
+  Value value;
+  std::int64_t integer;
+  bool boolean;
+};
+
+TEST(ValueTest, ConvertsAsThePlatformDoes) {
+  const ConversionCase cases[] = {
+      {"0", 0, false},
+      {"  42abc", 42, false},
+      {"-7", -7, false},
+      {"1", 1, true},
+      {"YES", 0, true},
+      {"True", 0, true},
+      {"+5", 5, false},
+      {"+-5", 0, false},
+      {"99999999999999999999", INT64_MAX, false},
+      {2.9, 2, true},
+      {1e300, INT64_MAX, true},
+      {-1e300, INT64_MIN, true},
+      {true, 1, true},
+      {nullptr, 0, false},
+      {Value(), 0, false},
+      {Dictionary{}, 0, false},
+  };
+  for (const ConversionCase& item : cases) {
+    EXPECT_EQ(item.value.integerValue(), item.integer) << item.value.description();
+    EXPECT_EQ(item.value.boolValue(), item.boolean) << item.value.description();
+  }
+}
+
+TEST(ValueTest, DescriptionHidesSecretsAndIsBounded) {
+  const Value value = Dictionary{{"headers", Dictionary{{"x-pelmar-AUTHORIZATION", "hush"}}},
+                                 {"text", std::string(100000, 'x')}};
+  const std::string description = value.description();
+  EXPECT_EQ(description.find("hush"), std::string::npos);
+  EXPECT_NE(description.find("<redacted>"), std::string::npos);
+  EXPECT_LT(description.size(), 5000U);
+}
+
+}  // namespace
+}  // namespace varo::platform
