@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <thread>
+#include <utility>
+
+namespace varo::platform {
+
+/// Runs jobs after a delay, on one thread of its own. Jobs must be short and must not block: they
+/// hand work to a pool or a queue. Thread-safe.
+class TimerQueue {
+ public:
+  using Clock = std::chrono::steady_clock;
+  using Job = std::function<void()>;
+  using Token = std::uint64_t;
+
+  /// The thread starts with the first job.
+  TimerQueue() = default;
+  /// As `shutdown`.
+  ~TimerQueue();
+  TimerQueue(const TimerQueue&) = delete;
+  TimerQueue& operator=(const TimerQueue&) = delete;
+
+  /// Runs `job` once, not before `delay` has passed. After `shutdown` it is dropped.
+  Token after(std::chrono::milliseconds delay, Job job);
+
+  /// Drops the job if it has not started. Whether it was dropped.
+  bool cancel(Token token);
+
+  /// Drops all jobs and joins the thread. Not to be called from a job.
+  void shutdown();
+
+ private:
+  void run();
+
+  Mutex mutex_;
+  ConditionVariable changed_;
+  std::map<std::pair<Clock::time_point, Token>, Job> jobs_ VARO_GUARDED_BY(mutex_);
+  std::map<Token, Clock::time_point> dueTimes_ VARO_GUARDED_BY(mutex_);
+  Token nextToken_ VARO_GUARDED_BY(mutex_) = 1;
+  bool stopped_ VARO_GUARDED_BY(mutex_) = false;
+  std::thread thread_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::platform

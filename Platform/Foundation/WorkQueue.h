@@ -1,0 +1,58 @@
+#pragma once
+
+#include "Platform/Foundation/ThreadPool.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace varo::platform {
+
+/// Runs jobs one at a time, in the order in which they were submitted, on threads of a pool.
+///
+/// Jobs that are queued when the object goes away are still run. An exception that leaves a job of
+/// `async` is reported by the pool; one that leaves a job of `sync` reaches the caller.
+/// Once the pool is shut down, jobs run on the submitting thread, so that none is lost: never
+/// submit with a lock held. Thread-safe.
+class SerialQueue {
+ public:
+  using Job = std::function<void()>;
+
+  explicit SerialQueue(std::string label);
+  SerialQueue(std::string label, ThreadPool& pool);
+
+  /// Submits a job and returns at once.
+  void async(Job job);
+
+  /// Submits a job and returns when it has run. It runs on the calling thread when its turn comes,
+  /// so waiting never needs a free thread of the pool. Called from a job of this queue, it runs the
+  /// new job at once: waiting for its turn would never end.
+  void sync(const Job& job);
+
+  [[nodiscard]] const std::string& label() const noexcept;
+  /// Whether the calling thread is running a job of this queue.
+  [[nodiscard]] bool runsInThisThread() const noexcept;
+
+ private:
+  class State;
+  const std::shared_ptr<State> state_;
+};
+
+/// Runs jobs as soon as a thread of the pool is free, in no particular order and several at a time.
+/// After the pool's shutdown, as `SerialQueue`. Thread-safe.
+class ConcurrentQueue {
+ public:
+  using Job = std::function<void()>;
+
+  explicit ConcurrentQueue(std::string label);
+  ConcurrentQueue(std::string label, ThreadPool& pool);
+
+  void async(Job job);
+  [[nodiscard]] const std::string& label() const noexcept { return label_; }
+
+ private:
+  const std::string label_;
+  ThreadPool& pool_;
+};
+
+}  // namespace varo::platform

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "Platform/Common/NetworkError.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/Network/HttpTransport.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace varo::platform {
+
+/// How a request body is encoded.
+enum class RequestType : std::int32_t {
+  /// A dictionary, or text that is JSON already.
+  kJson = 1,
+  /// A dictionary with "parts": an array of parts, each an array of one-entry dictionaries: its
+  /// headers,
+  /// and its content under "partContent" (bytes or text). Sent as multipart/form-data (RFC 7578),
+  /// whose
+  /// own Content-Type replaces any in the headers.
+  kMultipart = 3,
+  /// Bytes as they are.
+  kRaw = 4,
+};
+
+/// Key of the response information under which the `HttpResponseInfo` stands.
+inline constexpr std::string_view kHttpResponse = "httpResponse";
+
+/// Status and header fields of an answer.
+class HttpResponseInfo final : public Object {
+ public:
+  HttpResponseInfo(int statusCode, Dictionary headerFields)
+      : statusCode_(statusCode), headerFields_(std::move(headerFields)) {}
+
+  [[nodiscard]] int statusCode() const noexcept { return statusCode_; }
+  /// Names as the peer wrote them, values of a repeated field joined by ", ".
+  [[nodiscard]] const Dictionary& allHeaderFields() const noexcept { return headerFields_; }
+  [[nodiscard]] std::string description() const override;
+
+ private:
+  const int statusCode_;
+  const Dictionary headerFields_;
+};
+
+/// Body bytes (none where the answer had no body at all), response information, error or null.
+/// Called once, on a thread of the runtime's pool.
+using NetworkCallback = std::function<void(
+    const std::optional<Data>& data, const Dictionary& responseInfo, const NetworkErrorPtr& error)>;
+
+/// The platform's network utility: encodes requests and reports answers.
+///
+/// HTTP status codes are not errors. Errors carry the transport's code under the domain of the
+/// transport; a request that cannot be encoded is an error too. `options` is handed on for the
+/// transport's use and has no entries that this utility reads. Header and query values go out in
+/// their text form. Thread-safe.
+class VRONetworkUtility {
+ public:
+  VRONetworkUtility() = delete;
+
+  static void GET(const std::string& url, const Dictionary& queryParams, const Dictionary& headers,
+                  const Dictionary& options, NetworkCallback callback);
+  /// A missing `body` sends a body of zero bytes.
+  static void POST(const std::string& url, const Dictionary& queryParams, const Dictionary& headers,
+                   RequestType requestType, const Value& body, const Dictionary& options,
+                   NetworkCallback callback);
+  static void PUT(const std::string& url, const Dictionary& queryParams, const Dictionary& headers,
+                  RequestType requestType, const Value& body, const Dictionary& options,
+                  NetworkCallback callback);
+  static void DELETE(const std::string& url, const Dictionary& queryParams,
+                     const Dictionary& headers, const Dictionary& options,
+                     NetworkCallback callback);
+
+  /// The transport in force; by default one `CurlHttpTransport`, made at the first use and shut
+  /// down with the runtime.
+  [[nodiscard]] static std::shared_ptr<HttpTransport> transport();
+  /// Puts another transport in force for requests from now on; null restores the default.
+  static void setTransport(std::shared_ptr<HttpTransport> transport);
+};
+
+}  // namespace varo::platform

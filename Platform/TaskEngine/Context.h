@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+
+#include <string>
+#include <string_view>
+
+namespace varo::platform {
+
+/// One of a task's dictionaries: written by the task on whatever thread its work runs, read by
+/// listeners and parents on others. Readers get copies, which share their storage.
+/// Thread-safe; each call is atomic.
+class Context {
+ public:
+  [[nodiscard]] Dictionary snapshot() const {
+    const MutexLock lock(mutex_);
+    return entries_;
+  }
+  /// The value under `key`, or the missing value.
+  [[nodiscard]] Value get(std::string_view key) const {
+    const MutexLock lock(mutex_);
+    return entries_[key];
+  }
+  void set(std::string_view key, Value value) {
+    const MutexLock lock(mutex_);
+    entries_.set(std::string(key), std::move(value));
+  }
+  void addEntries(const Dictionary& entries) {
+    const MutexLock lock(mutex_);
+    entries_.addEntries(entries);
+  }
+  void remove(std::string_view key) {
+    const MutexLock lock(mutex_);
+    entries_.remove(key);
+  }
+  void replace(Dictionary entries) {
+    // What was there is destroyed outside the lock: it may hold the last reference to anything.
+    MutexLock lock(mutex_);
+    std::swap(entries_, entries);
+  }
+
+ private:
+  mutable Mutex mutex_;
+  Dictionary entries_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::platform

@@ -1,0 +1,185 @@
+#pragma once
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/TaskEngine/Context.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace varo::platform {
+
+class VSTask;
+
+/// Key of a notification's context under which the task's output context stands.
+inline constexpr std::string_view kTaskOutputContext = "OutputContext";
+/// Key under which the array of errors raised in the task or its subtasks stands, in a
+/// notification's context and in a task's error context.
+inline constexpr std::string_view kTaskErrors = "Errors";
+
+/// What a task is doing. The numbers are part of the platform's interface.
+enum class TaskState : std::uint32_t {
+  NotStarted = 0,
+  Started = 1,
+  Paused = 3,
+  Ended = 6,
+  Errored = 7,
+  Stopped = 8,
+};
+
+/// Whether a task in this state has come to its end: Ended, Errored or Stopped.
+[[nodiscard]] constexpr bool isFinal(TaskState state) noexcept {
+  return state == TaskState::Ended || state == TaskState::Errored || state == TaskState::Stopped;
+}
+
+/// Is told of a task's changes of state.
+class TaskListener {
+ public:
+  virtual ~TaskListener() = default;
+
+  /// `task` went from one state to another, or raised a context change (then both are the same).
+  /// `context` is what it was at that moment: `kTaskOutputContext`, and `kTaskErrors` where there
+  /// are errors. The notifications of one task arrive one at a time and in order, on engine
+  /// threads, with no lock held. What it throws is logged and goes no further.
+  virtual void task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
+                    const Dictionary& context) = 0;
+};
+
+/// A unit of work with an input, an output and an error context, a state and listeners, which may
+/// hold subtasks.
+///
+/// Always owned by `std::shared_ptr`. While it runs, a task is kept alive by what it waits for (a
+/// queued job, a completion, a running subtask) and needs no other owner; when it has ended, or
+/// when what it waits for is dropped, it is freed with its tree. Thread-safe, unless a subclass
+/// says otherwise of its own members.
+class VSTask : public Object, public TaskListener, public std::enable_shared_from_this<VSTask> {
+ public:
+  VSTask();
+  explicit VSTask(std::string name);
+  ~VSTask() override;
+
+  /// Moves a task that is NotStarted to Started and has the engine call `execute`. Returns at once
+  /// and calls nobody. Does nothing in any other state. After the runtime's shutdown the task is
+  /// Errored.
+  void start();
+
+  /// Does the work, on an engine thread, called by the engine only. The base runs the subtasks:
+  /// those without open dependencies at once, each other when all it depends on have Ended. What it
+  /// throws ends the task as Errored.
+  virtual void execute();
+
+  [[nodiscard]] TaskState state() const;
+  /// Changes the state and notifies the listeners. Setting the present state does nothing; a task
+  /// that has come to its end only accepts NotStarted, for a restart.
+  void setState(TaskState state);
+
+  [[nodiscard]] Dictionary inputContext() const { return _inputContext.snapshot(); }
+  void setInputContext(Dictionary context) { _inputContext.replace(std::move(context)); }
+  [[nodiscard]] Dictionary outputContext() const { return _outputContext.snapshot(); }
+  [[nodiscard]] Dictionary errorContext() const { return _errorContext.snapshot(); }
+
+  /// Records `error` (under `kTaskErrors` in the error context too) and moves the task to Errored.
+  /// In a task that has come to its end it is only recorded.
+  void raiseError(ErrorPtr error);
+  /// Notifies the listeners without a change of state, with the contexts as they are now.
+  void raiseContextChangeEvent();
+  [[nodiscard]] std::vector<ErrorPtr> errors() const;
+
+  /// Adds a listener, which is held weakly; it hears of changes from now on. Adding it twice is
+  /// adding it once.
+  void subscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener);
+  /// Removes it. A notification that is being delivered may still reach it, no later one does.
+  void unsubscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener);
+
+  /// Makes `subtask` a child, to be run by `execute`. Before `start` only. A subtask's input is
+  /// this task's input, then the outputs of what it depends on.
+  void addSubtask(const std::shared_ptr<VSTask>& subtask);
+  /// `task2` runs only after `task1` has Ended. False, and an error in `error` unless that is null,
+  /// when one is not a subtask of this task or the dependency would close a circle.
+  bool addDependencyBetween(const std::shared_ptr<VSTask>& task1,
+                            const std::shared_ptr<VSTask>& andTask2, ErrorPtr* error);
+
+  /// Unique in the process.
+  [[nodiscard]] std::int64_t ID() const noexcept { return id_; }
+  /// Empty for a task made without one.
+  [[nodiscard]] const std::string& name() const noexcept { return name_; }
+
+  /// Does nothing: listeners override it.
+  void task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
+            const Dictionary& context) override;
+
+  [[nodiscard]] std::string description() const override;
+
+  /// How many tasks exist in the process, for leak checks.
+  [[nodiscard]] static std::size_t liveCount() noexcept;
+
+ protected:
+  /// Called on an engine thread when a subtask has come to its end and its listeners have heard of
+  /// it; its output is in this task's output by then. The base starts what has become free, ends as
+  /// Ended when all subtasks have, and as Errored with the subtask's errors when this one failed. A
+  /// task whose own listener decides overrides it.
+  virtual void subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState state);
+
+  /// Runs `subtask` with `input` as part of this task: a fresh state and empty output and errors,
+  /// this task kept alive until it has ended, then `subtaskFinished`.
+  void runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input);
+
+  /// Takes over what a failed subtask left (errors, error context) and moves to Errored.
+  void failWith(const VSTask& subtask);
+
+  /// This task as the class that it is.
+  template <typename T>
+  [[nodiscard]] std::shared_ptr<T> self() {
+    return std::static_pointer_cast<T>(shared_from_this());
+  }
+
+  Context _inputContext;
+  Context _outputContext;
+  Context _errorContext;
+
+ private:
+  struct Notification {
+    TaskState from;
+    TaskState to;
+    Dictionary context;
+    std::vector<std::weak_ptr<TaskListener>> listeners;
+  };
+  struct Child;
+
+  void becomeNotStarted();
+  void runExecute();
+  bool changeStateLocked(TaskState to) VARO_REQUIRES(mutex_);
+  bool enqueueLocked(TaskState from, TaskState to) VARO_REQUIRES(mutex_);
+  void scheduleDelivery();
+  void deliver();
+  void deliver(const Notification& notification);
+  void reportEndToParent();
+  [[nodiscard]] bool isSubscribed(const std::shared_ptr<TaskListener>& listener) const;
+  [[nodiscard]] bool reachesLocked(const VSTask* from, const VSTask* to) const
+      VARO_REQUIRES(mutex_);
+  [[nodiscard]] Child* childLocked(const VSTask* task) VARO_REQUIRES(mutex_);
+  void startFreeSubtasks();
+
+  const std::int64_t id_;
+  const std::string name_;
+
+  mutable Mutex mutex_;
+  TaskState state_ VARO_GUARDED_BY(mutex_) = TaskState::NotStarted;
+  std::vector<ErrorPtr> errors_ VARO_GUARDED_BY(mutex_);
+  std::vector<std::weak_ptr<TaskListener>> listeners_ VARO_GUARDED_BY(mutex_);
+  /// At most a few states and, for a task that raises context changes, as many as its own flow
+  /// control lets it raise.
+  std::deque<Notification> notifications_ VARO_GUARDED_BY(mutex_);
+  bool delivering_ VARO_GUARDED_BY(mutex_) = false;
+  std::vector<Child> children_ VARO_GUARDED_BY(mutex_);
+  /// The task that runs this one. Set while this one runs, so that it keeps its parent alive.
+  std::shared_ptr<VSTask> runner_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::platform
