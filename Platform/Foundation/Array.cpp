@@ -21,7 +21,7 @@ std::size_t Array::size() const noexcept {
 }
 
 const Value& Array::operator[](std::size_t index) const noexcept {
-  static const Value kMissing;
+  static const Value& kMissing = *new Value();  // outlives threads that are still running at exit
   return index < size() ? (*storage_.read())[index] : kMissing;
 }
 

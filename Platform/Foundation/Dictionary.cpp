@@ -85,7 +85,7 @@ const Value* Dictionary::find(std::string_view key) const noexcept {
 }
 
 const Value& Dictionary::operator[](std::string_view key) const noexcept {
-  static const Value kMissing;
+  static const Value& kMissing = *new Value();  // outlives threads that are still running at exit
   const Value* value = find(key);
   return value != nullptr ? *value : kMissing;
 }

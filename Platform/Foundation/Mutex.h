@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -32,6 +33,7 @@ class VARO_CAPABILITY("mutex") Mutex {
   void unlock() VARO_RELEASE() { mutex_.unlock(); }
 
  private:
+  friend class ConditionVariable;
   std::mutex mutex_;
 };
 
@@ -50,17 +52,24 @@ class VARO_SCOPED_CAPABILITY MutexLock {
 /// Waits on a `Mutex` that the caller holds. Wake-ups may be spurious: loop over the condition.
 class ConditionVariable {
  public:
-  void wait(Mutex& mutex) VARO_REQUIRES(mutex) { condition_.wait(mutex); }
+  void wait(Mutex& mutex) VARO_REQUIRES(mutex) {
+    std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
+    condition_.wait(lock);
+    lock.release();
+  }
   template <typename Clock, typename Duration>
   std::cv_status waitUntil(Mutex& mutex, const std::chrono::time_point<Clock, Duration>& when)
       VARO_REQUIRES(mutex) {
-    return condition_.wait_until(mutex, when);
+    std::unique_lock<std::mutex> lock(mutex.mutex_, std::adopt_lock);
+    const std::cv_status status = condition_.wait_until(lock, when);
+    lock.release();
+    return status;
   }
   void notifyOne() noexcept { condition_.notify_one(); }
   void notifyAll() noexcept { condition_.notify_all(); }
 
  private:
-  std::condition_variable_any condition_;
+  std::condition_variable condition_;
 };
 
 }  // namespace varo::platform

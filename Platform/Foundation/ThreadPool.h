@@ -13,7 +13,7 @@ class TimerQueue;
 ///
 /// The pool starts no thread before the first job and keeps at most `coreThreads` while jobs end
 /// promptly. Jobs may block (user callbacks do): when every thread is busy and none has taken a job
-/// for `kStallWindow`, the pool grows, so that blocked jobs delay no others; surplus threads leave
+/// for 50 ms, the pool grows, so that blocked jobs delay no others; surplus threads leave
 /// when they have been idle for a while.
 ///
 /// The queue has no bound of its own: each poster bounds what it has in the pool.
@@ -34,9 +34,9 @@ class ThreadPool {
   ThreadPool(const ThreadPool&) = delete;
   ThreadPool& operator=(const ThreadPool&) = delete;
 
-  /// Queues `job`. False, and `job` is not run, once the pool is shut down. A job that throws is
-  /// reported on standard error and goes no further.
-  bool post(Job job);
+  /// Queues `job`. False, with `job` left as it was, once the pool is shut down. What a job throws
+  /// is reported on standard error and goes no further.
+  [[nodiscard]] bool post(Job&& job);
 
   /// Runs what is queued and joins the threads. Jobs of the pool may go on posting for `grace`;
   /// later posts are refused. Waits for jobs that are running, so a job that never returns is

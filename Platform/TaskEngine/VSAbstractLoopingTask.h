@@ -34,9 +34,7 @@ class VSAbstractLoopingTask : public VSTask {
   void subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState state) override;
 
  private:
-  void takeStep(TaskState subTaskState);
-
-  const std::shared_ptr<VSTask> subTask_;
+  void takeStep(const std::shared_ptr<VSTask>& subtask, TaskState state);
 };
 
 }  // namespace varo::platform

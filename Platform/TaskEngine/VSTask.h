@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -121,17 +122,24 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
 
  protected:
   /// Called on an engine thread when a subtask has come to its end and its listeners have heard of
-  /// it; its output is in this task's output by then. The base starts what has become free, ends as
-  /// Ended when all subtasks have, and as Errored with the subtask's errors when this one failed. A
-  /// task whose own listener decides overrides it.
+  /// it. The base gathers the subtask's output into this task's, starts what has become free, ends
+  /// as Ended when all subtasks have, and as Errored when this one has not Ended. A task whose own
+  /// listener decides overrides it.
   virtual void subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState state);
 
-  /// Runs `subtask` with `input` as part of this task: a fresh state and empty output and errors,
-  /// this task kept alive until it has ended, then `subtaskFinished`.
+  /// Runs `subtask`, a child that does not run, with `input`: a fresh state, empty output and
+  /// errors. It keeps this task alive until it has come to its end; then `subtaskFinished` is
+  /// called.
   void runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input);
 
   /// Takes over what a failed subtask left (errors, error context) and moves to Errored.
   void failWith(const VSTask& subtask);
+
+  /// The children that do not run now; a running one is held by what it waits for.
+  [[nodiscard]] std::vector<std::shared_ptr<VSTask>> restingSubtasks() const;
+
+  /// Runs `step`, a part of this task's work; what it throws ends the task as Errored.
+  void guarded(const std::function<void()>& step);
 
   /// This task as the class that it is.
   template <typename T>
@@ -152,18 +160,18 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   };
   struct Child;
 
-  void becomeNotStarted();
-  void runExecute();
-  bool changeStateLocked(TaskState to) VARO_REQUIRES(mutex_);
-  bool enqueueLocked(TaskState from, TaskState to) VARO_REQUIRES(mutex_);
-  void scheduleDelivery();
-  void deliver();
-  void deliver(const Notification& notification);
-  void reportEndToParent();
-  [[nodiscard]] bool isSubscribed(const std::shared_ptr<TaskListener>& listener) const;
-  [[nodiscard]] bool reachesLocked(const VSTask* from, const VSTask* to) const
+  [[nodiscard]] bool changeStateLocked(TaskState to) VARO_REQUIRES(mutex_);
+  [[nodiscard]] bool enqueueLocked(TaskState from, TaskState to) VARO_REQUIRES(mutex_);
+  [[nodiscard]] bool dependsOnLocked(const VSTask* dependent, const VSTask* task) const
       VARO_REQUIRES(mutex_);
   [[nodiscard]] Child* childLocked(const VSTask* task) VARO_REQUIRES(mutex_);
+  [[nodiscard]] bool isSubscribed(const std::shared_ptr<TaskListener>& listener) const;
+  void scheduleDelivery();
+  void deliverAll();
+  void deliver(const Notification& notification);
+  void beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input);
+  void reportEndToRunner(TaskState state);
+  void takeBack(const std::shared_ptr<VSTask>& subtask);
   void startFreeSubtasks();
 
   const std::int64_t id_;

@@ -1,0 +1,55 @@
+#include "Platform/Foundation/Runtime.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <thread>
+
+namespace varo::platform {
+namespace {
+
+ThreadPool::Options poolOptions() {
+  // Jobs are short or wait for the disk; two threads a core keep a small machine busy, and more
+  // than eight only add hand-overs.
+  const std::size_t threads = 2 * static_cast<std::size_t>(std::thread::hardware_concurrency());
+  return {.name = "varo-work", .coreThreads = std::clamp<std::size_t>(threads, 2, 6)};
+}
+
+}  // namespace
+
+Runtime& Runtime::shared() {
+  static Runtime* const instance = [] {
+    auto* runtime = new Runtime();  // never destroyed: threads may outlive static objects
+    std::atexit([] { shared().shutdown(); });
+    return runtime;
+  }();
+  return *instance;
+}
+
+Runtime::Runtime()
+    : pool_(poolOptions(), timers_), loopSteps_({.name = "varo-loop", .coreThreads = 1}, timers_) {}
+
+void Runtime::onShutdown(std::function<void()> step) {
+  const MutexLock lock(mutex_);
+  steps_.push_back(std::move(step));
+}
+
+void Runtime::shutdown() {
+  std::vector<std::function<void()>> steps;
+  {
+    const MutexLock lock(mutex_);
+    shutDown_ = true;
+    steps.swap(steps_);
+  }
+  std::for_each(steps.rbegin(), steps.rend(), [](const auto& step) { step(); });
+  const bool fromInside = pool_.runsInThisThread() || loopSteps_.runsInThisThread();
+  pool_.shutdown();
+  loopSteps_.shutdown();
+  if (!fromInside) timers_.shutdown();
+}
+
+bool Runtime::isShutDown() const {
+  const MutexLock lock(mutex_);
+  return shutDown_;
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,67 @@
+#include "Platform/Foundation/TimerQueue.h"
+
+namespace varo::platform {
+
+TimerQueue::~TimerQueue() { shutdown(); }
+
+TimerQueue::Token TimerQueue::after(std::chrono::milliseconds delay, Job job) {
+  const MutexLock lock(mutex_);
+  const Token token = nextToken_++;
+  if (stopped_) return token;
+  const Clock::time_point due = Clock::now() + delay;
+  jobs_.emplace(std::pair(due, token), std::move(job));
+  dueTimes_.emplace(token, due);
+  if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
+  changed_.notifyOne();
+  return token;
+}
+
+bool TimerQueue::cancel(Token token) {
+  Job dropped;  // destroyed after the lock is released
+  const MutexLock lock(mutex_);
+  const auto due = dueTimes_.find(token);
+  if (due == dueTimes_.end()) return false;
+  const auto job = jobs_.find({due->second, token});
+  dropped = std::move(job->second);
+  jobs_.erase(job);
+  dueTimes_.erase(due);
+  return true;
+}
+
+void TimerQueue::shutdown() {
+  std::thread thread;
+  std::map<std::pair<Clock::time_point, Token>, Job> dropped;
+  {
+    const MutexLock lock(mutex_);
+    stopped_ = true;
+    dropped.swap(jobs_);
+    dueTimes_.clear();
+    thread.swap(thread_);
+    changed_.notifyAll();
+  }
+  if (thread.joinable()) thread.join();
+}
+
+void TimerQueue::run() {
+  while (true) {
+    Job job;
+    {
+      const MutexLock lock(mutex_);
+      while (!stopped_ && (jobs_.empty() || jobs_.begin()->first.first > Clock::now())) {
+        if (jobs_.empty()) {
+          changed_.wait(mutex_);
+        } else {
+          const Clock::time_point due = jobs_.begin()->first.first;
+          changed_.waitUntil(mutex_, due);
+        }
+      }
+      if (stopped_) return;
+      job = std::move(jobs_.begin()->second);
+      dueTimes_.erase(jobs_.begin()->first.second);
+      jobs_.erase(jobs_.begin());
+    }
+    job();
+  }
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,191 @@
+#include "Platform/Foundation/WorkQueue.h"
+
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Runtime.h"
+
+#include <deque>
+#include <thread>
+#include <utility>
+
+namespace varo::platform {
+
+/// The jobs that wait, and who runs one now. Lives until the last job has run.
+class SerialQueue::State : public std::enable_shared_from_this<State> {
+ public:
+  State(std::string label, ThreadPool& pool) : label_(std::move(label)), pool_(pool) {}
+
+  void async(Job job) {
+    {
+      const MutexLock lock(mutex_);
+      entries_.push_back({std::move(job), nullptr});
+      if (std::exchange(active_, true)) return;
+    }
+    passOn();
+  }
+
+  void sync(const Job& job) {
+    if (runsInThisThread()) return job();
+    Turn turn;
+    {
+      MutexLock lock(mutex_);
+      if (active_) {
+        entries_.push_back({nullptr, &turn});
+        while (!turn.come) turn.changed.wait(mutex_);
+      }
+      active_ = true;
+    }
+    const Release release(*this);
+    const Running running(*this);
+    job();
+  }
+
+  [[nodiscard]] bool runsInThisThread() const noexcept {
+    const MutexLock lock(mutex_);
+    return runner_ == std::this_thread::get_id();
+  }
+
+  [[nodiscard]] const std::string& label() const noexcept { return label_; }
+
+ private:
+  /// A thread that waits in `sync`.
+  struct Turn {
+    bool come = false;  // guarded by the queue's mutex
+    ConditionVariable changed;
+  };
+  /// Either a job for the pool or a waiting thread.
+  struct Entry {
+    Job job;
+    Turn* turn;
+  };
+  /// Marks the calling thread as the one that runs a job of this queue.
+  class Running {
+   public:
+    explicit Running(State& state) : state_(state) { set(std::this_thread::get_id()); }
+    ~Running() { set({}); }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+
+   private:
+    void set(std::thread::id id) {
+      const MutexLock lock(state_.mutex_);
+      state_.runner_ = id;
+    }
+    State& state_;
+  };
+  /// Lets the next entry have its turn, also when the job threw.
+  class Release {
+   public:
+    explicit Release(State& state) : state_(state) {}
+    ~Release() { state_.next(); }
+    Release(const Release&) = delete;
+    Release& operator=(const Release&) = delete;
+
+   private:
+    State& state_;
+  };
+
+  /// The queue is active and nobody runs: has the pool, or else this thread, go on.
+  void passOn() {
+    if (!pool_.post([self = shared_from_this()] { self->runJobs(); })) runJobs();
+  }
+
+  /// Runs jobs until the queue is empty or a waiting thread's turn has come.
+  void runJobs() {
+    while (true) {
+      Job job;
+      {
+        const MutexLock lock(mutex_);
+        if (!takeLocked(job)) return;
+      }
+      runOne(job);
+    }
+  }
+
+  /// An exception ends the job, not the queue: what follows is passed on before it travels further.
+  void runOne(const Job& job) {
+    try {
+      const Running running(*this);
+      job();
+    } catch (...) {
+      next();
+      throw;
+    }
+  }
+
+  /// After a job outside `runJobs`: gives the turn to the next entry, if there is one.
+  void next() {
+    {
+      const MutexLock lock(mutex_);
+      if (entries_.empty()) {
+        active_ = false;
+        return;
+      }
+      if (entries_.front().turn != nullptr) {
+        grantLocked();
+        return;
+      }
+    }
+    passOn();
+  }
+
+  /// Takes the next job. False when there is none for the calling thread: the queue is idle then,
+  /// or active on the thread whose turn it is.
+  bool takeLocked(Job& job) VARO_REQUIRES(mutex_) {
+    if (entries_.empty()) {
+      active_ = false;
+      return false;
+    }
+    if (entries_.front().turn != nullptr) {
+      grantLocked();
+      return false;
+    }
+    job = std::move(entries_.front().job);
+    entries_.pop_front();
+    return true;
+  }
+
+  void grantLocked() VARO_REQUIRES(mutex_) {
+    Turn* turn = entries_.front().turn;
+    entries_.pop_front();
+    turn->come = true;
+    turn->changed.notifyOne();
+  }
+
+  const std::string label_;
+  ThreadPool& pool_;
+
+  mutable Mutex mutex_;
+  std::deque<Entry> entries_ VARO_GUARDED_BY(mutex_);
+  /// Whether a job runs, or somebody has been told to run the next one.
+  bool active_ VARO_GUARDED_BY(mutex_) = false;
+  std::thread::id runner_ VARO_GUARDED_BY(mutex_);
+};
+
+SerialQueue::SerialQueue(std::string label)
+    : SerialQueue(std::move(label), Runtime::shared().pool()) {}
+
+SerialQueue::SerialQueue(std::string label, ThreadPool& pool)
+    : state_(std::make_shared<State>(std::move(label), pool)) {}
+
+void SerialQueue::async(Job job) { state_->async(std::move(job)); }
+
+void SerialQueue::sync(const Job& job) {
+  const std::shared_ptr<State> state = state_;  // the job may destroy the queue
+  state->sync(job);
+}
+
+const std::string& SerialQueue::label() const noexcept { return state_->label(); }
+
+bool SerialQueue::runsInThisThread() const noexcept { return state_->runsInThisThread(); }
+
+ConcurrentQueue::ConcurrentQueue(std::string label)
+    : ConcurrentQueue(std::move(label), Runtime::shared().pool()) {}
+
+ConcurrentQueue::ConcurrentQueue(std::string label, ThreadPool& pool)
+    : label_(std::move(label)), pool_(pool) {}
+
+void ConcurrentQueue::async(Job job) {
+  if (!pool_.post(std::move(job))) job();  // a refused job is left as it was
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,390 @@
+#include "Platform/TaskEngine/VSTask.h"
+
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Logging/VaroNativeFacade.h"
+#include "Platform/TaskEngine/VSTaskError.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <utility>
+
+namespace varo::platform {
+namespace {
+
+constexpr std::string_view kEngineErrorDomain = "TaskEngine";
+enum EngineErrorCode : std::int64_t {
+  kStepThrew = 1,
+  kEngineShutDown = 2,
+  kInvalidDependency = 3,
+};
+
+std::atomic<std::int64_t> nextId{1};
+std::atomic<std::size_t> liveTasks{0};
+
+const VaroNativeFacade& engineLog() {
+  static const auto& log = *new VaroNativeFacade("TaskEngine", {});  // used until the very end
+  return log;
+}
+
+bool mayChange(TaskState from, TaskState to) {
+  if (from == to) return false;
+  return to == TaskState::NotStarted ? isFinal(from) : !isFinal(from);
+}
+
+ErrorPtr engineError(const VSTask& task, EngineErrorCode code, std::string message) {
+  return std::make_shared<const VSTaskError>(
+      task.ID(), task.name(), std::string(kEngineErrorDomain), code,
+      Dictionary{{std::string(kErrorMessageKey), std::move(message)}});
+}
+
+/// Compared by owner: locking the weak pointer could make this the listener's last owner, and its
+/// destructor would run under our lock.
+bool sameListener(const std::weak_ptr<TaskListener>& weak,
+                  const std::shared_ptr<TaskListener>& listener) {
+  return !weak.owner_before(listener) && !listener.owner_before(weak);
+}
+
+Array errorArray(const std::vector<ErrorPtr>& errors) {
+  Array array;
+  for (const ErrorPtr& error : errors) array.append(error);
+  return array;
+}
+
+}  // namespace
+
+/// A subtask and what the parent knows of it.
+struct VSTask::Child {
+  const VSTask* identity;
+  /// Empty while it runs: then it holds its parent, and a circle would keep a tree alive whose work
+  /// was dropped.
+  std::shared_ptr<VSTask> resting;
+  std::vector<const VSTask*> dependencies;
+  bool started = false;
+  bool ended = false;
+};
+
+VSTask::VSTask() : VSTask(std::string()) {}
+
+VSTask::VSTask(std::string name)
+    : id_(nextId.fetch_add(1, std::memory_order_relaxed)), name_(std::move(name)) {
+  liveTasks.fetch_add(1, std::memory_order_relaxed);
+}
+
+VSTask::~VSTask() { liveTasks.fetch_sub(1, std::memory_order_relaxed); }
+
+std::size_t VSTask::liveCount() noexcept { return liveTasks.load(std::memory_order_relaxed); }
+
+std::string VSTask::description() const {
+  return name_.empty() ? fmt::format("task {}", id_) : fmt::format("task {} ({})", id_, name_);
+}
+
+void VSTask::task(const std::shared_ptr<VSTask>& /*task*/, TaskState /*from*/, TaskState /*to*/,
+                  const Dictionary& /*context*/) {}
+
+// States and notifications.
+
+TaskState VSTask::state() const {
+  const MutexLock lock(mutex_);
+  return state_;
+}
+
+std::vector<ErrorPtr> VSTask::errors() const {
+  const MutexLock lock(mutex_);
+  return errors_;
+}
+
+void VSTask::start() {
+  bool deliver = false;
+  {
+    const MutexLock lock(mutex_);
+    if (state_ != TaskState::NotStarted) return;
+    deliver = changeStateLocked(TaskState::Started);
+  }
+  if (deliver) scheduleDelivery();
+  auto run = [self = shared_from_this()] { self->guarded([&self] { self->execute(); }); };
+  if (!Runtime::shared().pool().post(std::move(run))) {
+    raiseError(engineError(*this, kEngineShutDown, "The task engine has been shut down"));
+  }
+}
+
+void VSTask::setState(TaskState state) {
+  std::vector<ErrorPtr> forgotten;  // destroyed after the lock is released
+  bool deliver = false;
+  {
+    const MutexLock lock(mutex_);
+    if (state == TaskState::NotStarted && mayChange(state_, state)) errors_.swap(forgotten);
+    deliver = changeStateLocked(state);
+  }
+  if (state == TaskState::NotStarted && !forgotten.empty()) _errorContext.replace({});
+  if (deliver) scheduleDelivery();
+}
+
+void VSTask::raiseError(ErrorPtr error) {
+  bool deliver = false;
+  {
+    const MutexLock lock(mutex_);
+    errors_.push_back(std::move(error));
+    _errorContext.set(kTaskErrors, errorArray(errors_));
+    deliver = changeStateLocked(TaskState::Errored);
+  }
+  if (deliver) scheduleDelivery();
+}
+
+void VSTask::raiseContextChangeEvent() {
+  bool deliver = false;
+  {
+    const MutexLock lock(mutex_);
+    deliver = enqueueLocked(state_, state_);
+  }
+  if (deliver) scheduleDelivery();
+}
+
+/// The one place where a state changes. Whether a delivery is to be scheduled.
+bool VSTask::changeStateLocked(TaskState to) {
+  if (!mayChange(state_, to)) return false;
+  const TaskState from = std::exchange(state_, to);
+  return enqueueLocked(from, to);
+}
+
+bool VSTask::enqueueLocked(TaskState from, TaskState to) {
+  const bool endsRun = from != to && isFinal(to) && runner_ != nullptr;
+  if (listeners_.empty() && !endsRun) return false;
+  Notification notification{from, to, {}, listeners_};
+  if (!listeners_.empty()) {
+    notification.context.set(std::string(kTaskOutputContext), _outputContext.snapshot());
+    if (!errors_.empty()) {
+      notification.context.set(std::string(kTaskErrors), errorArray(errors_));
+    }
+  }
+  notifications_.push_back(std::move(notification));
+  return !std::exchange(delivering_, true);
+}
+
+void VSTask::scheduleDelivery() {
+  // Refused only after the shutdown, when there is no engine thread left to notify on.
+  (void)Runtime::shared().pool().post([self = shared_from_this()] { self->deliverAll(); });
+}
+
+/// Runs in one pool job at a time (`delivering_`), which is what keeps the order.
+void VSTask::deliverAll() {
+  while (true) {
+    Notification notification{};
+    {
+      const MutexLock lock(mutex_);
+      if (notifications_.empty()) {
+        delivering_ = false;
+        return;
+      }
+      notification = std::move(notifications_.front());
+      notifications_.pop_front();
+    }
+    deliver(notification);
+  }
+}
+
+void VSTask::deliver(const Notification& notification) {
+  for (const std::weak_ptr<TaskListener>& weak : notification.listeners) {
+    const std::shared_ptr<TaskListener> listener = weak.lock();
+    if (listener == nullptr || !isSubscribed(listener)) continue;
+    try {
+      listener->task(shared_from_this(), notification.from, notification.to, notification.context);
+    } catch (const std::exception& exception) {
+      engineLog().logError(
+          fmt::format("A listener of {} threw: {}", description(), exception.what()));
+    } catch (...) {
+      engineLog().logError(fmt::format("A listener of {} threw", description()));
+    }
+  }
+  if (notification.from != notification.to && isFinal(notification.to)) {
+    reportEndToRunner(notification.to);
+  }
+}
+
+void VSTask::guarded(const std::function<void()>& step) {
+  try {
+    step();
+  } catch (const std::exception& exception) {
+    raiseError(engineError(*this, kStepThrew, exception.what()));
+  } catch (...) {
+    raiseError(engineError(*this, kStepThrew, "An unknown exception"));
+  }
+}
+
+// Listeners.
+
+void VSTask::subscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) {
+  if (listener == nullptr) return;
+  const MutexLock lock(mutex_);
+  std::erase_if(listeners_, [&listener](const std::weak_ptr<TaskListener>& other) {
+    return other.expired() || sameListener(other, listener);
+  });
+  listeners_.push_back(listener);
+}
+
+void VSTask::unsubscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) {
+  const MutexLock lock(mutex_);
+  std::erase_if(listeners_, [&listener](const std::weak_ptr<TaskListener>& other) {
+    return sameListener(other, listener);
+  });
+}
+
+bool VSTask::isSubscribed(const std::shared_ptr<TaskListener>& listener) const {
+  const MutexLock lock(mutex_);
+  return std::any_of(listeners_.begin(), listeners_.end(),
+                     [&listener](const auto& other) { return sameListener(other, listener); });
+}
+
+// Subtasks.
+
+void VSTask::addSubtask(const std::shared_ptr<VSTask>& subtask) {
+  if (subtask == nullptr) return;
+  const MutexLock lock(mutex_);
+  children_.push_back({.identity = subtask.get(), .resting = subtask, .dependencies = {}});
+}
+
+bool VSTask::addDependencyBetween(const std::shared_ptr<VSTask>& task1,
+                                  const std::shared_ptr<VSTask>& andTask2, ErrorPtr* error) {
+  {
+    const MutexLock lock(mutex_);
+    Child* dependent = childLocked(andTask2.get());
+    if (dependent != nullptr && childLocked(task1.get()) != nullptr &&
+        !dependsOnLocked(task1.get(), andTask2.get())) {
+      dependent->dependencies.push_back(task1.get());
+      return true;
+    }
+  }
+  if (error != nullptr) {
+    *error = engineError(*this, kInvalidDependency,
+                         "The tasks are not both subtasks, or the dependency closes a circle");
+  }
+  return false;
+}
+
+/// Whether `dependent` is `task`, or waits for it through any number of dependencies.
+bool VSTask::dependsOnLocked(const VSTask* dependent, const VSTask* task) const {
+  std::vector<const VSTask*> open{dependent};
+  for (std::size_t i = 0; i < open.size(); ++i) {
+    if (open[i] == task) return true;
+    for (const Child& child : children_) {
+      if (child.identity != open[i]) continue;
+      for (const VSTask* next : child.dependencies) {
+        if (std::find(open.begin(), open.end(), next) == open.end()) open.push_back(next);
+      }
+    }
+  }
+  return false;
+}
+
+VSTask::Child* VSTask::childLocked(const VSTask* task) {
+  const auto found = std::find_if(children_.begin(), children_.end(),
+                                  [task](const Child& child) { return child.identity == task; });
+  return found != children_.end() ? &*found : nullptr;
+}
+
+std::vector<std::shared_ptr<VSTask>> VSTask::restingSubtasks() const {
+  const MutexLock lock(mutex_);
+  std::vector<std::shared_ptr<VSTask>> resting;
+  for (const Child& child : children_) {
+    if (child.resting != nullptr) resting.push_back(child.resting);
+  }
+  return resting;
+}
+
+void VSTask::execute() {
+  {
+    const MutexLock lock(mutex_);
+    for (Child& child : children_) child.started = child.ended = false;
+  }
+  startFreeSubtasks();
+}
+
+void VSTask::startFreeSubtasks() {
+  std::vector<std::pair<std::shared_ptr<VSTask>, std::vector<std::shared_ptr<VSTask>>>> free;
+  bool allEnded = true;
+  {
+    const MutexLock lock(mutex_);
+    if (state_ != TaskState::Started) return;
+    for (Child& child : children_) {
+      allEnded = allEnded && child.ended;
+      if (child.started) continue;
+      std::vector<std::shared_ptr<VSTask>> predecessors;
+      for (const VSTask* dependency : child.dependencies) {
+        const Child* predecessor = childLocked(dependency);
+        if (predecessor->ended) predecessors.push_back(predecessor->resting);
+      }
+      if (predecessors.size() < child.dependencies.size()) continue;
+      child.started = true;
+      free.emplace_back(child.resting, std::move(predecessors));
+    }
+  }
+  for (const auto& [subtask, predecessors] : free) {
+    Dictionary input = inputContext();
+    for (const auto& predecessor : predecessors) input.addEntries(predecessor->outputContext());
+    runSubtask(subtask, std::move(input));
+  }
+  if (allEnded) setState(TaskState::Ended);
+}
+
+void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input) {
+  subtask->beginRunFor(shared_from_this(), std::move(input));
+  {
+    const MutexLock lock(mutex_);
+    if (Child* child = childLocked(subtask.get())) child->resting.reset();
+  }
+  subtask->start();
+}
+
+void VSTask::beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input) {
+  std::vector<ErrorPtr> forgotten;  // destroyed after the lock is released
+  _inputContext.replace(std::move(input));
+  _outputContext.replace({});
+  _errorContext.replace({});
+  const MutexLock lock(mutex_);
+  errors_.swap(forgotten);
+  state_ = TaskState::NotStarted;
+  runner_ = std::move(runner);
+}
+
+void VSTask::reportEndToRunner(TaskState state) {
+  std::shared_ptr<VSTask> runner;
+  {
+    const MutexLock lock(mutex_);
+    runner = std::exchange(runner_, nullptr);
+  }
+  if (runner == nullptr) return;
+  runner->takeBack(shared_from_this());
+  runner->guarded([&] { runner->subtaskFinished(shared_from_this(), state); });
+}
+
+void VSTask::takeBack(const std::shared_ptr<VSTask>& subtask) {
+  const MutexLock lock(mutex_);
+  if (Child* child = childLocked(subtask.get())) child->resting = subtask;
+}
+
+void VSTask::subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState state) {
+  _outputContext.addEntries(subtask->outputContext());
+  if (state != TaskState::Ended) return failWith(*subtask);
+  {
+    const MutexLock lock(mutex_);
+    if (Child* child = childLocked(subtask.get())) child->ended = true;
+  }
+  startFreeSubtasks();
+}
+
+void VSTask::failWith(const VSTask& subtask) {
+  const std::vector<ErrorPtr> raised = subtask.errors();
+  _errorContext.addEntries(subtask.errorContext());
+  bool deliver = false;
+  {
+    const MutexLock lock(mutex_);
+    errors_.insert(errors_.end(), raised.begin(), raised.end());
+    if (!errors_.empty()) _errorContext.set(kTaskErrors, errorArray(errors_));
+    deliver = changeStateLocked(TaskState::Errored);
+  }
+  if (deliver) scheduleDelivery();
+}
+
+}  // namespace varo::platform

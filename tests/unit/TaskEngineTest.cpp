@@ -1,0 +1,336 @@
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/TaskEngine/VSAbstractLoopingTask.h"
+#include "Platform/TaskEngine/VSTask.h"
+#include "Platform/TaskEngine/VSTaskError.h"
+#include "tests/support/Await.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace varo::platform {
+namespace {
+
+using test::eventually;
+using testing::ElementsAre;
+using enum TaskState;
+
+/// A leaf whose work is a function.
+class FunctionTask final : public VSTask {
+ public:
+  using Work = std::function<void(FunctionTask&)>;
+  explicit FunctionTask(Work work) : work_(std::move(work)) {}
+  void execute() override { work_(*this); }
+  using VSTask::shared_from_this;
+  Context& output() { return _outputContext; }
+
+ private:
+  const Work work_;
+};
+
+std::shared_ptr<FunctionTask> leaf(FunctionTask::Work work) {
+  return std::make_shared<FunctionTask>(std::move(work));
+}
+
+std::shared_ptr<FunctionTask> leafThatEndsWith(const std::string& key, Value value) {
+  return leaf([key, value](FunctionTask& task) {
+    task.output().set(key, value);
+    task.setState(Ended);
+  });
+}
+
+ErrorPtr someError(const VSTask& task) {
+  return std::make_shared<const VSTaskError>(task.ID(), "TestDomain", 42,
+                                             Dictionary{{"message", "no luck"}});
+}
+
+/// Keeps what it hears.
+class Recorder final : public TaskListener {
+ public:
+  struct Event {
+    TaskState from;
+    TaskState to;
+    Dictionary context;
+  };
+
+  void task(const std::shared_ptr<VSTask>& /*task*/, TaskState from, TaskState to,
+            const Dictionary& context) override {
+    const MutexLock lock(mutex_);
+    events_.push_back({from, to, context});
+  }
+  [[nodiscard]] std::vector<Event> events() const {
+    const MutexLock lock(mutex_);
+    return events_;
+  }
+  [[nodiscard]] std::vector<TaskState> states() const {
+    std::vector<TaskState> states;
+    for (const Event& event : events()) states.push_back(event.to);
+    return states;
+  }
+  [[nodiscard]] bool sawEnd() const {
+    const auto all = states();
+    return !all.empty() && isFinal(all.back());
+  }
+
+ private:
+  mutable Mutex mutex_;
+  std::vector<Event> events_ VARO_GUARDED_BY(mutex_);
+};
+
+class TaskEngineTest : public testing::Test {
+ protected:
+  void TearDown() override {
+    EXPECT_TRUE(eventually([] { return VSTask::liveCount() == 0; })) << "a task tree was not freed";
+  }
+
+  /// Starts `task`, drops it, and waits for its end.
+  std::shared_ptr<Recorder> runToEnd(std::shared_ptr<VSTask> task) {
+    auto recorder = std::make_shared<Recorder>();
+    task->subscribeForTaskUpdates(recorder);
+    task->start();
+    task.reset();
+    EXPECT_TRUE(eventually([&] { return recorder->sawEnd(); }));
+    return recorder;
+  }
+};
+
+TEST_F(TaskEngineTest, LeafReportsStartedThenEndedWithItsOutput) {
+  const auto recorder = runToEnd(leafThatEndsWith("answer", 42));
+  EXPECT_THAT(recorder->states(), ElementsAre(Started, Ended));
+  const Dictionary context = recorder->events().back().context;
+  EXPECT_EQ(context[kTaskOutputContext].dictionaryValue()["answer"].integerValue(), 42);
+  EXPECT_FALSE(context.contains(kTaskErrors));
+}
+
+TEST_F(TaskEngineTest, RaisedErrorReachesListenersUnderErrorsAndTheErrorContext) {
+  auto task = leaf([](FunctionTask& self) { self.raiseError(someError(self)); });
+  auto recorder = std::make_shared<Recorder>();
+  task->subscribeForTaskUpdates(recorder);
+  task->start();
+  ASSERT_TRUE(eventually([&] { return recorder->sawEnd(); }));
+  EXPECT_THAT(recorder->states(), ElementsAre(Started, Errored));
+  const Value& errors = recorder->events().back().context[kTaskErrors];
+  ASSERT_EQ(errors.array()->size(), 1U);
+  EXPECT_EQ((*errors.array())[0].error()->code(), 42);
+  EXPECT_EQ(task->errorContext()[kTaskErrors], errors);
+  task->setState(Ended);
+  EXPECT_EQ(task->state(), Errored) << "an ended task must not change its mind";
+}
+
+TEST_F(TaskEngineTest, ExecuteThatThrowsEndsTheTaskAsErrored) {
+  const auto recorder = runToEnd(leaf([](FunctionTask&) { throw std::runtime_error("bang"); }));
+  EXPECT_EQ(recorder->states().back(), Errored);
+  const Value& errors = recorder->events().back().context[kTaskErrors];
+  EXPECT_EQ((*errors.array())[0].error()->localizedDescription(), "bang");
+}
+
+TEST_F(TaskEngineTest, StartOfARunningTaskDoesNothing) {
+  std::atomic<int> runs{0};
+  auto task = leaf([&](FunctionTask&) { ++runs; });
+  task->start();
+  task->start();
+  ASSERT_TRUE(eventually([&] { return runs == 1; }));
+  task->setState(Paused);
+  task->start();
+  task->setState(Ended);
+  EXPECT_EQ(runs, 1);
+}
+
+TEST_F(TaskEngineTest, ContextChangesArriveInOrderAsTheyWereAtThatMoment) {
+  const auto recorder = runToEnd(leaf([](FunctionTask& self) {
+    for (int i = 0; i < 500; ++i) {
+      self.output().set("chunk", i);
+      self.raiseContextChangeEvent();
+    }
+    self.setState(Ended);
+  }));
+  const auto events = recorder->events();
+  ASSERT_EQ(events.size(), 502U);
+  for (int i = 0; i < 500; ++i) {
+    const auto& event = events[static_cast<std::size_t>(i) + 1];
+    EXPECT_EQ(event.from, event.to);
+    EXPECT_EQ(event.context[kTaskOutputContext].dictionaryValue()["chunk"].integerValue(), i);
+  }
+}
+
+TEST_F(TaskEngineTest, UnsubscribedAndThrowingListenersDisturbNobody) {
+  class Throwing final : public TaskListener {
+   public:
+    void task(const std::shared_ptr<VSTask>&, TaskState, TaskState, const Dictionary&) override {
+      throw std::runtime_error("expected in the log");
+    }
+  };
+  auto task = leafThatEndsWith("done", true);
+  const auto gone = std::make_shared<Recorder>();
+  const auto throwing = std::make_shared<Throwing>();
+  task->subscribeForTaskUpdates(gone);
+  task->subscribeForTaskUpdates(throwing);
+  task->unsubscribeForTaskUpdates(gone);
+  const auto recorder = runToEnd(task);
+  EXPECT_THAT(recorder->states(), ElementsAre(Started, Ended));
+  EXPECT_TRUE(gone->events().empty());
+}
+
+TEST_F(TaskEngineTest, SubtasksRunInDependencyOrderAndHandTheirOutputOn) {
+  auto composite = std::make_shared<VSTask>("composite");
+  composite->setInputContext({{"from parent", 1}, {"overridden", "parent"}});
+  auto first = leaf([](FunctionTask& self) {
+    self.output().set("overridden", "first");
+    self.setState(Ended);
+  });
+  std::atomic<bool> sideRan{false};
+  auto side = leaf([&](FunctionTask& self) {
+    sideRan = true;
+    self.setState(Ended);
+  });
+  auto last = leaf([](FunctionTask& self) {
+    self.output().set("input of last", self.inputContext());
+    self.setState(Ended);
+  });
+  for (const auto& subtask : {first, side, last}) composite->addSubtask(subtask);
+  EXPECT_TRUE(composite->addDependencyBetween(first, last, nullptr));
+  ErrorPtr error;
+  EXPECT_FALSE(composite->addDependencyBetween(last, first, &error)) << "a circle";
+  EXPECT_NE(error, nullptr);
+  EXPECT_FALSE(composite->addDependencyBetween(first, composite, nullptr)) << "not a subtask";
+  first.reset();
+  side.reset();
+  last.reset();
+
+  const auto recorder = runToEnd(std::move(composite));
+  EXPECT_THAT(recorder->states(), ElementsAre(Started, Ended));
+  EXPECT_TRUE(sideRan);
+  const Dictionary output = recorder->events().back().context[kTaskOutputContext].dictionaryValue();
+  const Dictionary input = output["input of last"].dictionaryValue();
+  EXPECT_EQ(input["from parent"].integerValue(), 1);
+  EXPECT_EQ(input["overridden"].textValue(), "first");
+}
+
+TEST_F(TaskEngineTest, FailedSubtaskEndsTheCompositeWithItsErrorsAndStartsNothingMore) {
+  for (const TaskState end : {Errored, Stopped}) {
+    auto composite = std::make_shared<VSTask>();
+    auto failing = leaf([end](FunctionTask& self) {
+      self.output().set("partial", true);
+      if (end == Errored) return self.raiseError(someError(self));
+      self.setState(end);
+    });
+    std::atomic<bool> ran{false};
+    auto next = leaf([&](FunctionTask& self) {
+      ran = true;
+      self.setState(Ended);
+    });
+    composite->addSubtask(failing);
+    composite->addSubtask(next);
+    composite->addDependencyBetween(failing, next, nullptr);
+    failing.reset();
+    next.reset();
+    const auto recorder = runToEnd(composite);
+    EXPECT_EQ(recorder->states().back(), Errored);
+    EXPECT_EQ(composite->errors().size(), end == Errored ? 1U : 0U);
+    EXPECT_EQ(composite->errorContext().contains(kTaskErrors), end == Errored);
+    EXPECT_TRUE(composite->outputContext()["partial"].boolValue());
+    EXPECT_FALSE(ran);
+  }
+}
+
+TEST_F(TaskEngineTest, TreeWhoseWorkIsDroppedIsFreed) {
+  auto composite = std::make_shared<VSTask>();
+  std::atomic<bool> ran{false};
+  composite->addSubtask(leaf([&](FunctionTask&) { ran = true; }));  // never ends, keeps nothing
+  composite->start();
+  composite.reset();
+  EXPECT_TRUE(eventually([&] { return ran.load(); }));
+}
+
+class CountingLoop final : public VSAbstractLoopingTask {
+ public:
+  CountingLoop(const std::shared_ptr<VSTask>& subtask, int iterations, bool forgiving)
+      : VSAbstractLoopingTask(subtask, nullptr), iterations_(iterations), forgiving_(forgiving) {}
+
+  bool shouldIterate(TaskState subTaskState) override {
+    return VSAbstractLoopingTask::shouldIterate(subTaskState) &&
+           _outputContext.get("count").integerValue() < iterations_;
+  }
+  void transformInputContextForNextIteration() override {
+    ++transformations;
+    _inputContext.set("count", _outputContext.get("count"));
+  }
+  bool treatErrorAsSuccess() override { return forgiving_; }
+
+  int transformations = 0;  // touched by the loop's steps, which follow one another
+
+ private:
+  const int iterations_;
+  const bool forgiving_;
+};
+
+std::shared_ptr<FunctionTask> counter() {
+  return leaf([](FunctionTask& self) {
+    EXPECT_FALSE(self.outputContext().contains("count")) << "each iteration starts afresh";
+    self.output().set("count", self.inputContext()["count"].integerValue() + 1);
+    self.setState(Ended);
+  });
+}
+
+TEST_F(TaskEngineTest, LoopIteratesUntilItsConditionFails) {
+  for (const int iterations : {1, 2, 1000}) {
+    const auto loop = std::make_shared<CountingLoop>(counter(), iterations, false);
+    const auto recorder = runToEnd(loop);
+    EXPECT_THAT(recorder->states(), ElementsAre(Started, Ended));
+    EXPECT_EQ(loop->outputContext()["count"].integerValue(), iterations);
+    EXPECT_EQ(loop->transformations, iterations - 1);
+  }
+}
+
+TEST_F(TaskEngineTest, FailingIterationEndsTheLoopUnlessItCountsAsSuccess) {
+  for (const bool forgiving : {false, true}) {
+    auto runs = std::make_shared<std::atomic<int>>(0);
+    auto failing = leaf([runs](FunctionTask& self) {
+      self.output().set("count", ++*runs);
+      self.raiseError(someError(self));
+    });
+    const auto loop = std::make_shared<CountingLoop>(failing, 3, forgiving);
+    failing.reset();
+    const auto recorder = runToEnd(loop);
+    EXPECT_EQ(recorder->states().back(), forgiving ? Ended : Errored);
+    EXPECT_EQ(*runs, forgiving ? 3 : 1);
+    EXPECT_EQ(loop->errors().size(), forgiving ? 0U : 1U);
+  }
+}
+
+TEST_F(TaskEngineTest, LoopWithoutSubtaskReportsItAndEnds) {
+  class Loop final : public VSAbstractLoopingTask {
+   public:
+    explicit Loop(ErrorPtr* error) : VSAbstractLoopingTask(nullptr, error) {}
+  };
+  ErrorPtr error;
+  const auto recorder = runToEnd(std::make_shared<Loop>(&error));
+  EXPECT_NE(error, nullptr);
+  EXPECT_EQ(recorder->states().back(), Errored);
+}
+
+TEST_F(TaskEngineTest, ManyTreesRunAtOnceAndStopsFromOutsideEndThem) {
+  std::vector<std::shared_ptr<VSTask>> roots;
+  for (int i = 0; i < 200; ++i) {
+    auto composite = std::make_shared<VSTask>();
+    auto loop = std::make_shared<CountingLoop>(counter(), 10, false);
+    composite->addSubtask(loop);
+    composite->setInputContext({{"count", 0}});
+    roots.push_back(composite);
+    composite->start();
+    if (i % 3 == 0) composite->setState(Stopped);
+  }
+  for (std::size_t i = 0; i < roots.size(); ++i) {
+    EXPECT_TRUE(eventually([&] { return isFinal(roots[i]->state()); }));
+    EXPECT_EQ(roots[i]->state(), i % 3 == 0 ? Stopped : Ended);
+  }
+  roots.clear();
+}
+
+}  // namespace
+}  // namespace varo::platform

@@ -1,0 +1,155 @@
+#include "Platform/Foundation/ThreadPool.h"
+#include "Platform/Foundation/TimerQueue.h"
+#include "Platform/Foundation/WorkQueue.h"
+#include "tests/support/Await.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+namespace varo::platform {
+namespace {
+
+using test::eventually;
+
+class WorkQueueTest : public testing::Test {
+ protected:
+  TimerQueue timers_;
+  ThreadPool pool_{{.name = "test", .coreThreads = 2, .maxThreads = 64}, timers_};
+};
+
+TEST_F(WorkQueueTest, SerialQueueRunsAsyncAndSyncJobsInOrderOneAtATime) {
+  SerialQueue queue("order", pool_);
+  std::vector<int> order;  // touched by jobs of the queue only
+  std::atomic<int> running{0};
+  std::atomic<bool> overlapped{false};
+  const auto job = [&](int number) {
+    return [&, number] {
+      if (running.fetch_add(1) != 0) overlapped = true;
+      order.push_back(number);
+      running.fetch_sub(1);
+    };
+  };
+  for (int i = 0; i < 300; i += 3) {
+    queue.async(job(i));
+    queue.async(job(i + 1));
+    queue.sync(job(i + 2));
+  }
+  ASSERT_EQ(order.size(), 300U);
+  for (int i = 0; i < 300; ++i) EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
+  EXPECT_FALSE(overlapped);
+}
+
+TEST_F(WorkQueueTest, SyncFromManyThreadsExcludesEachOtherAndRunsOnTheCaller) {
+  SerialQueue queue("exclusion", pool_);
+  int counter = 0;  // guarded by the queue
+  std::atomic<int> elsewhere{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 200; ++i) {
+        queue.sync([&, caller = std::this_thread::get_id()] {
+          ++counter;
+          if (std::this_thread::get_id() != caller) ++elsewhere;
+        });
+        queue.async([&] { ++counter; });
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  int seen = 0;
+  queue.sync([&] { seen = counter; });
+  EXPECT_EQ(seen, 8 * 200 * 2);
+  EXPECT_EQ(elsewhere, 0);
+}
+
+TEST_F(WorkQueueTest, SyncInsideAJobOfTheSameQueueRunsAtOnce) {
+  SerialQueue queue("nested", pool_);
+  int depth = 0;
+  queue.sync([&] { queue.sync([&] { queue.sync([&] { depth = 3; }); }); });
+  EXPECT_EQ(depth, 3);
+}
+
+TEST_F(WorkQueueTest, JobThatThrowsInSyncReachesTheCallerAndTheQueueGoesOn) {
+  SerialQueue queue("throws", pool_);
+  EXPECT_THROW(queue.sync([] { throw std::runtime_error("expected"); }), std::runtime_error);
+  queue.async([] { throw std::runtime_error("expected on standard error"); });
+  bool ran = false;
+  queue.sync([&] { ran = true; });
+  EXPECT_TRUE(ran);
+}
+
+TEST_F(WorkQueueTest, BlockedJobsDelayNoOthers) {
+  std::latch release(1);
+  std::atomic<int> blocked{0};
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_TRUE(pool_.post([&] {
+      ++blocked;
+      release.wait();
+    }));
+  }
+  std::atomic<bool> ran{false};
+  ASSERT_TRUE(pool_.post([&] { ran = true; }));
+  EXPECT_TRUE(eventually([&] { return ran.load(); }));
+  EXPECT_TRUE(eventually([&] { return blocked == 20; }));
+  release.count_down();
+}
+
+TEST_F(WorkQueueTest, ShutdownRunsWhatIsQueuedThenQueuesRunJobsOnTheCaller) {
+  SerialQueue queue("late", pool_);
+  std::atomic<int> ran{0};
+  for (int i = 0; i < 1000; ++i) queue.async([&] { ++ran; });
+  pool_.shutdown();
+  EXPECT_EQ(ran, 1000);
+  EXPECT_FALSE(pool_.post([&] { ++ran; }));
+  queue.async([&] { ++ran; });
+  queue.sync([&] { ++ran; });
+  ConcurrentQueue("late too", pool_).async([&] { ++ran; });
+  EXPECT_EQ(ran, 1003);
+}
+
+TEST_F(WorkQueueTest, ShutdownWhileThreadsWaitInSyncLetsThemFinish) {
+  SerialQueue queue("busy", pool_);
+  std::atomic<int> ran{0};
+  std::latch started(4);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      started.count_down();
+      for (int i = 0; i < 500; ++i) {
+        queue.async([&] { ++ran; });
+        queue.sync([&] { ++ran; });
+      }
+    });
+  }
+  started.wait();
+  pool_.shutdown();
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(ran, 4 * 500 * 2);
+}
+
+TEST(TimerQueueTest, RunsInOrderOfDueTimeAndDropsCancelledJobs) {
+  TimerQueue timers;
+  std::vector<int> order;  // touched by the timer thread until `done`
+  std::latch done(2);
+  timers.after(std::chrono::milliseconds(30), [&] {
+    order.push_back(2);
+    done.count_down();
+  });
+  const auto cancelled = timers.after(std::chrono::milliseconds(10), [&] { order.push_back(9); });
+  timers.after(std::chrono::milliseconds(1), [&] {
+    order.push_back(1);
+    done.count_down();
+  });
+  EXPECT_TRUE(timers.cancel(cancelled));
+  EXPECT_FALSE(timers.cancel(cancelled));
+  done.wait();
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+}
+
+}  // namespace
+}  // namespace varo::platform
