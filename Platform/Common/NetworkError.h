@@ -26,7 +26,8 @@ class NetworkError final : public Error {
 using NetworkErrorPtr = std::shared_ptr<const NetworkError>;
 
 /// Symbols of the calling thread's frames, innermost first, without this function's own. Costs some
-/// microseconds a frame: for errors, not for every request.
-[[nodiscard]] std::vector<std::string> currentCallStack();
+/// microseconds a frame, at most 32 of them: for errors, not for every request. Without memory for
+/// all of them, those that there was memory for.
+[[nodiscard]] std::vector<std::string> currentCallStack() noexcept;
 
 }  // namespace varo::platform

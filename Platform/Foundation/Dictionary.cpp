@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -22,29 +23,50 @@ struct TextHash {
   }
 };
 
+/// Whether `entries`, which are few, can become a dictionary as they are.
+bool areDistinctAndPresent(const std::vector<DictionaryEntry>& entries) noexcept {
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    if (entries[i].value.isMissing()) return false;
+    for (std::size_t j = 0; j < i; ++j) {
+      if (entries[j].key == entries[i].key) return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 /// Entries in order of insertion, and beyond `kLinearSearchLimit` an index of them.
 struct DictionaryStorage {
+  using Positions = std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>>;
+
   std::vector<DictionaryEntry> entries;
-  /// Key to position; empty while the entries are few.
-  std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>> positions;
+  /// Key to position; null while the entries are few. Apart, since most dictionaries need none.
+  std::unique_ptr<Positions> positions;
+
+  DictionaryStorage() = default;
+  DictionaryStorage(const DictionaryStorage& other)
+      : entries(other.entries),
+        positions(other.positions != nullptr ? std::make_unique<Positions>(*other.positions)
+                                             : nullptr) {}
+  DictionaryStorage& operator=(const DictionaryStorage&) = delete;
+  ~DictionaryStorage() = default;
 
   [[nodiscard]] std::optional<std::size_t> positionOf(std::string_view key) const noexcept {
-    if (positions.empty()) {
+    if (positions == nullptr) {
       for (std::size_t i = 0; i < entries.size(); ++i) {
         if (entries[i].key == key) return i;
       }
       return std::nullopt;
     }
-    const auto found = positions.find(key);
-    return found != positions.end() ? std::optional(found->second) : std::nullopt;
+    const auto found = positions->find(key);
+    return found != positions->end() ? std::optional(found->second) : std::nullopt;
   }
 
   void append(std::string key, Value value) {
     entries.push_back({std::move(key), std::move(value)});
-    if (!positions.empty()) {
-      positions.emplace(entries.back().key, entries.size() - 1);
+    if (positions != nullptr) {
+      positions->emplace(entries.back().key, entries.size() - 1);
     } else if (entries.size() > kLinearSearchLimit) {
       rebuildPositions();
     }
@@ -52,19 +74,29 @@ struct DictionaryStorage {
 
   void erase(std::size_t position) {
     entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(position));
-    if (!positions.empty()) rebuildPositions();
+    if (positions != nullptr) rebuildPositions();
   }
 
   void rebuildPositions() {
-    positions.clear();
+    positions.reset();
     if (entries.size() <= kLinearSearchLimit) return;
-    for (std::size_t i = 0; i < entries.size(); ++i) positions.emplace(entries[i].key, i);
+    positions = std::make_unique<Positions>();
+    positions->reserve(entries.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) positions->emplace(entries[i].key, i);
   }
 };
 
 Dictionary::Dictionary() noexcept = default;
 Dictionary::Dictionary(std::initializer_list<DictionaryEntry> entries) {
   for (const DictionaryEntry& entry : entries) set(entry.key, entry.value);
+}
+Dictionary::Dictionary(std::vector<DictionaryEntry> entries) {
+  if (entries.empty()) return;
+  if (entries.size() <= kLinearSearchLimit && areDistinctAndPresent(entries)) {
+    storage_.write().entries = std::move(entries);
+  } else {
+    for (DictionaryEntry& entry : entries) set(std::move(entry.key), std::move(entry.value));
+  }
 }
 Dictionary::Dictionary(const Dictionary&) noexcept = default;
 Dictionary::Dictionary(Dictionary&&) noexcept = default;

@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varo::platform {
 
@@ -27,6 +28,8 @@ class Dictionary {
   Dictionary() noexcept;
   /// Later entries win over earlier ones with the same key.
   Dictionary(std::initializer_list<DictionaryEntry> entries);
+  /// Takes over `entries`, with the same rule.
+  explicit Dictionary(std::vector<DictionaryEntry> entries);
   Dictionary(const Dictionary&) noexcept;
   Dictionary(Dictionary&&) noexcept;
   Dictionary& operator=(const Dictionary&) noexcept;

@@ -4,20 +4,29 @@
 #include "Platform/Foundation/Value.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace varo::platform::json {
 
-/// Domain of the errors below. The position, in bytes, stands in their text.
+/// Domain of the errors below, and their codes. The text of a parse error holds the position, in
+/// bytes. None of them goes away by trying again.
 inline constexpr std::string_view kErrorDomain = "JSON";
+inline constexpr std::int64_t kNotJson = 1;
+inline constexpr std::int64_t kTooDeep = 2;
+inline constexpr std::int64_t kNoJsonForm = 3;
+/// Another type at the top level where only an object will do.
+inline constexpr std::int64_t kNotAnObject = 4;
 /// Deeper nesting than this is an error, in both directions.
 inline constexpr std::size_t kMaxDepth = 256;
 
 /// The value that is the whole of `text` (RFC 8259, any type at the top level). Of keys that occur
-/// twice the last wins. Whole numbers that fit become integers, others doubles.
+/// twice the last wins. Whole numbers that fit become integers, others the nearest double; one
+/// beyond the doubles is an error.
 [[nodiscard]] Result<Value> parse(std::string_view text);
-/// The same of bytes, which are read piece by piece.
+/// The same of bytes, which are read piece by piece. Bytes that cannot be read are an error of
+/// `Data::read`.
 [[nodiscard]] Result<Value> parse(const Data& data);
 
 /// Compact JSON (RFC 8259). Fails on what has no JSON form: missing values inside arrays, bytes,

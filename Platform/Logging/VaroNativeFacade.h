@@ -12,7 +12,8 @@ namespace varo::platform {
 /// The platform's logging facade: a named logger over the process's one sink and level.
 ///
 /// A message below the level costs a comparison. The default sink writes to standard error, the
-/// default level is warning. Thread-safe.
+/// default level is warning. What the sink throws leaves the log functions and `flush`.
+/// Thread-safe.
 class VaroNativeFacade {
  public:
   /// `config` is reserved; none is fine.

@@ -1,0 +1,317 @@
+#include "Platform/Foundation/Json.h"
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Text.h"
+
+#include <boost/json/basic_parser_impl.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+namespace varo::platform::json {
+namespace {
+
+/// How much of a file-backed `Data` is in memory at a time.
+constexpr std::size_t kPiece = std::size_t{256} * 1024;
+
+using boost::json::error_code;
+
+/// Builds a `Value` from the parser's events. It keeps one frame a level of nesting, each with the
+/// entries or elements of the container that is open there.
+class ValueBuilder {
+ public:
+  static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
+  static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
+
+  [[nodiscard]] Value takeRoot() noexcept { return std::move(root_); }
+
+  bool on_document_begin(error_code& /*error*/) { return true; }
+  bool on_document_end(error_code& /*error*/) { return true; }
+
+  bool on_object_begin(error_code& /*error*/) {
+    Frame& frame = push(true);
+    frame.entries.reserve(frame.lastEntries);
+    return true;
+  }
+  bool on_object_end(std::size_t /*size*/, error_code& /*error*/) {
+    Frame& frame = frames_[--depth_];
+    frame.lastEntries = frame.entries.size();
+    add(Dictionary(std::exchange(frame.entries, {})));
+    return true;
+  }
+  bool on_array_begin(error_code& /*error*/) {
+    Frame& frame = push(false);
+    frame.elements.reserve(frame.lastElements);
+    return true;
+  }
+  bool on_array_end(std::size_t /*size*/, error_code& /*error*/) {
+    Frame& frame = frames_[--depth_];
+    frame.lastElements = frame.elements.size();
+    add(Array(std::exchange(frame.elements, {})));
+    return true;
+  }
+
+  bool on_key_part(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
+    text_ += part;
+    return true;
+  }
+  bool on_key(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
+    frames_[depth_ - 1].entries.push_back({takeText(part), Value()});
+    return true;
+  }
+  bool on_string_part(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
+    text_ += part;
+    return true;
+  }
+  bool on_string(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
+    add(takeText(part));
+    return true;
+  }
+
+  bool on_number_part(std::string_view part, error_code& /*error*/) {
+    text_ += part;
+    return true;
+  }
+  bool on_int64(std::int64_t number, std::string_view /*part*/, error_code& /*error*/) {
+    text_.clear();
+    add(number);
+    return true;
+  }
+  bool on_uint64(std::uint64_t number, std::string_view /*part*/, error_code& /*error*/) {
+    text_.clear();
+    add(static_cast<double>(number));
+    return true;
+  }
+  bool on_double(double approximation, std::string_view part, error_code& error) {
+    // The parser's own conversion is off by some units in the last place.
+    const std::string digits = takeText(part);
+    double number = 0;
+    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (result.ec == std::errc::result_out_of_range && std::abs(approximation) > 1) {
+      error = boost::json::error::exponent_overflow;
+      return false;
+    }
+    add(number);
+    return true;
+  }
+  bool on_bool(bool flag, error_code& /*error*/) {
+    add(flag);
+    return true;
+  }
+  bool on_null(error_code& /*error*/) {
+    add(nullptr);
+    return true;
+  }
+  bool on_comment_part(std::string_view /*part*/, error_code& /*error*/) { return true; }
+  bool on_comment(std::string_view /*part*/, error_code& /*error*/) { return true; }
+
+ private:
+  struct Frame {
+    bool isObject = false;
+    std::vector<DictionaryEntry> entries;
+    std::vector<Value> elements;
+    /// Sizes of the last containers that ended at this level: siblings are mostly alike, so that
+    /// the next one needs one allocation.
+    std::size_t lastEntries = 0;
+    std::size_t lastElements = 0;
+  };
+
+  Frame& push(bool isObject) {
+    if (depth_ == frames_.size()) frames_.emplace_back();
+    Frame& frame = frames_[depth_++];
+    frame.isObject = isObject;
+    return frame;
+  }
+
+  template <typename T>
+  void add(T&& value) {
+    if (depth_ == 0) {
+      root_ = Value(std::forward<T>(value));
+      return;
+    }
+    Frame& frame = frames_[depth_ - 1];
+    if (frame.isObject) {
+      frame.entries.back().value = Value(std::forward<T>(value));
+    } else {
+      frame.elements.emplace_back(std::forward<T>(value));
+    }
+  }
+
+  /// The text that ends with `part`, after the parts that came before it.
+  std::string takeText(std::string_view part) {
+    if (text_.empty()) return std::string(part);
+    text_ += part;
+    return std::exchange(text_, {});
+  }
+
+  Value root_;
+  std::vector<Frame> frames_;
+  std::size_t depth_ = 0;  // open containers; deeper frames are kept for their sizes
+  std::string text_;       // parts of a key, text or number that has not ended
+};
+
+class Parser {
+ public:
+  Parser() : parser_(options()) {}
+
+  /// Takes the next bytes; `more` says whether others follow.
+  [[nodiscard]] Result<void> feed(std::string_view bytes, bool more) {
+    error_code failure;
+    const std::size_t used = parser_.write_some(more, bytes.data(), bytes.size(), failure);
+    if (!failure && used < bytes.size()) failure = boost::json::error::extra_data;
+    position_ += used;
+    if (!failure) return {};
+    const bool tooDeep = failure == boost::json::error::too_deep;
+    return Error::make(kErrorDomain, tooDeep ? kTooDeep : kNotJson,
+                       fmt::format("Not JSON at byte {}: {}", position_, failure.message()));
+  }
+
+  [[nodiscard]] Value takeRoot() noexcept { return parser_.handler().takeRoot(); }
+
+ private:
+  static boost::json::parse_options options() {
+    boost::json::parse_options options;
+    options.max_depth = kMaxDepth;
+    return options;
+  }
+
+  boost::json::basic_parser<ValueBuilder> parser_;
+  std::uint64_t position_ = 0;
+};
+
+ErrorPtr noJsonForm(std::string_view what) {
+  return Error::make(kErrorDomain, kNoJsonForm, fmt::format("No JSON form: {}", what));
+}
+
+/// Appends the compact form of values to a text. Each function answers with an error, or null.
+class Serializer {
+ public:
+  explicit Serializer(std::string& out) : out_(out) {}
+
+  ErrorPtr append(const Value& value, std::size_t depth) {
+    if (const auto* text = value.text()) return append(*text);
+    if (const auto* number = value.integer()) return appendNumber(*number);
+    if (const auto* flag = value.boolean()) {
+      out_ += *flag ? "true" : "false";
+      return nullptr;
+    }
+    if (value.isNull()) {
+      out_ += "null";
+      return nullptr;
+    }
+    if (const auto* number = value.real()) {
+      return std::isfinite(*number) ? appendNumber(*number) : noJsonForm("a number not finite");
+    }
+    if (const auto* dictionary = value.dictionary()) return append(*dictionary, depth + 1);
+    if (const auto* array = value.array()) return append(*array, depth + 1);
+    return noJsonForm(value.description());
+  }
+
+ private:
+  ErrorPtr append(const Dictionary& dictionary, std::size_t depth) {
+    if (depth > kMaxDepth) return tooDeep();
+    char separator = '{';
+    for (const DictionaryEntry& entry : dictionary) {
+      out_ += std::exchange(separator, ',');
+      if (auto failure = append(entry.key)) return failure;
+      out_ += ':';
+      if (auto failure = append(entry.value, depth)) return failure;
+    }
+    out_ += separator == '{' ? "{}" : "}";
+    return nullptr;
+  }
+
+  ErrorPtr append(const Array& array, std::size_t depth) {
+    if (depth > kMaxDepth) return tooDeep();
+    char separator = '[';
+    for (const Value& element : array) {
+      out_ += std::exchange(separator, ',');
+      if (auto failure = append(element, depth)) return failure;
+    }
+    out_ += separator == '[' ? "[]" : "]";
+    return nullptr;
+  }
+
+  /// A text in quotes. Escapes only what has to be (RFC 8259, section 7).
+  ErrorPtr append(std::string_view text) {
+    if (!isUtf8(text)) return noJsonForm("a text that is not UTF-8");
+    out_ += '"';
+    std::size_t plain = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      const char c = text[i];
+      if (static_cast<unsigned char>(c) >= 0x20U && c != '"' && c != '\\') continue;
+      out_ += text.substr(plain, i - plain);
+      appendEscaped(c);
+      plain = i + 1;
+    }
+    out_ += text.substr(plain);
+    out_ += '"';
+    return nullptr;
+  }
+
+  void appendEscaped(char c) {
+    constexpr std::string_view kShort = "\"\\\b\f\n\r\t";
+    constexpr std::string_view kLetters = "\"\\bfnrt";
+    const std::size_t position = kShort.find(c);
+    if (position != std::string_view::npos) {
+      out_ += '\\';
+      out_ += kLetters[position];
+    } else {
+      out_ += fmt::format("\\u{:04x}", static_cast<unsigned char>(c));
+    }
+  }
+
+  /// The shortest digits that read back as the same number.
+  template <typename Number>
+  ErrorPtr appendNumber(Number number) {
+    std::array<char, 32> digits{};
+    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number);
+    out_.append(digits.data(), result.ptr);
+    return nullptr;
+  }
+
+  static ErrorPtr tooDeep() {
+    return Error::make(kErrorDomain, kTooDeep,
+                       fmt::format("No JSON form: nested deeper than {} levels", kMaxDepth));
+  }
+
+  std::string& out_;
+};
+
+}  // namespace
+
+Result<Value> parse(std::string_view text) {
+  Parser parser;
+  if (const auto fed = parser.feed(text, false); !fed) return fed.error();
+  return parser.takeRoot();
+}
+
+Result<Value> parse(const Data& data) {
+  if (const auto bytes = data.memory()) return parse(*bytes);
+  Parser parser;
+  std::string piece(std::min<std::uint64_t>(kPiece, data.size()), '\0');
+  std::uint64_t offset = 0;
+  do {
+    const auto count = data.read(offset, piece);
+    if (!count) return count.error();
+    offset += *count;
+    const std::string_view bytes(piece.data(), *count);
+    if (const auto fed = parser.feed(bytes, offset < data.size()); !fed) return fed.error();
+  } while (offset < data.size());
+  return parser.takeRoot();
+}
+
+Result<std::string> serialize(const Value& value) {
+  std::string out;
+  if (auto failure = Serializer(out).append(value, 0)) return failure;
+  return out;
+}
+
+}  // namespace varo::platform::json

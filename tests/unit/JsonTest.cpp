@@ -1,0 +1,210 @@
+#include "Platform/Common/VROCommonUtility.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Json.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+namespace varo::platform {
+namespace {
+
+using namespace std::string_literals;
+
+std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+Data fileBacked(std::string_view bytes) {
+  const auto file = File::createUnnamed(testing::TempDir()).value();
+  EXPECT_TRUE(file->writeAt(0, bytes).ok());
+  return Data::fromFileRegion(file, 0, bytes.size());
+}
+
+struct ValidCase {
+  std::string_view text;
+  Value value;
+};
+
+TEST(JsonTest, ReadsEveryFormExactly) {
+  const ValidCase cases[] = {
+      {" null ", nullptr},
+      {"true", true},
+      {"\r\n\t[ ]", Array()},
+      {"{}", Dictionary()},
+      {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
+      {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
+      {"9223372036854775808", 9223372036854775808.0},
+      {"-9223372036854775809", -9223372036854775808.0},
+      {"18446744073709551616", 18446744073709551616.0},
+      {"1.0", 1.0},
+      {"1E2", 100.0},
+      // The nearest doubles: these are the ones that careless conversions miss.
+      {"9007199254740993.0", 9007199254740992.0},
+      {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022},
+      {"0.1", 0.1},
+      {"179769313486231570000000000000000000000000000000e261", 0x1.fffffffffffffp+1023},
+      {"1e-400", 0.0},
+      {R"("\u00e4\ud83d\ude00\u0000\"\\\/\b\f\n\r\t")",
+       "\xC3\xA4\xF0\x9F\x98\x80\0\"\\/\b\f\n\r\t"s},
+      {R"({"a":1,"b":[1,{"c":null}],"a":{"d":2}})",
+       Dictionary{{"a", Dictionary{{"d", 2}}}, {"b", Array{1, Dictionary{{"c", nullptr}}}}}},
+      {R"({"":""})", Dictionary{{"", ""}}},
+  };
+  for (const ValidCase& item : cases) {
+    const auto parsed = json::parse(item.text);
+    ASSERT_TRUE(parsed.ok()) << item.text << parsed.error()->description();
+    EXPECT_EQ(*parsed, item.value) << item.text << " gave " << parsed->description();
+  }
+}
+
+TEST(JsonTest, DuplicateKeysKeepTheFirstPlaceAndTheLastValue) {
+  std::string text = R"({"a":1,"b":2,"a":3)";
+  for (int i = 0; i < 50; ++i)
+    text += R"(,"k)" + std::to_string(i) + R"(":0,"b":)" + std::to_string(i);
+  const auto parsed = json::parse(text + "}");
+  ASSERT_TRUE(parsed.ok());
+  const Dictionary dictionary = parsed->dictionaryValue();
+  EXPECT_EQ(dictionary.size(), 52U);
+  EXPECT_EQ(dictionary.begin()->key, "a");
+  EXPECT_EQ(dictionary["a"], Value(3));
+  EXPECT_EQ(dictionary["b"], Value(49));
+}
+
+struct InvalidCase {
+  std::string text;
+  std::int64_t code;
+  std::string_view position;
+};
+
+TEST(JsonTest, RefusesWhatIsNotJsonWithItsPosition) {
+  const InvalidCase cases[] = {
+      {"", json::kNotJson, "byte 0:"},
+      {"[1,]", json::kNotJson, "byte 3:"},
+      {"{\"a\":1,}", json::kNotJson, "byte 7:"},
+      {"{a:1}", json::kNotJson, "byte 1:"},
+      {"[1 2]", json::kNotJson, "byte 3:"},
+      {"{} {}", json::kNotJson, "byte 3:"},
+      {"[1", json::kNotJson, "byte 2:"},
+      {"\"open", json::kNotJson, "byte 5:"},
+      {"01", json::kNotJson, "byte 1:"},
+      {"+1", json::kNotJson, "byte 0:"},
+      {".5", json::kNotJson, "byte 0:"},
+      {"1.", json::kNotJson, "byte 2:"},
+      {"NaN", json::kNotJson, "byte 0:"},
+      {"1e400", json::kNotJson, "byte 5:"},
+      {"-1e400", json::kNotJson, "byte 6:"},
+      {"1e99999999999", json::kNotJson, "byte "},
+      {"'a'", json::kNotJson, "byte 0:"},
+      {"// comment\n1", json::kNotJson, "byte 0:"},
+      {"\xEF\xBB\xBF{}", json::kNotJson, "byte 0:"},
+      {"\"\n\"", json::kNotJson, "byte 1:"},
+      {"\"\xC3\"", json::kNotJson, "byte "},
+      {"\"\xC0\x80\"", json::kNotJson, "byte "},
+      {"\"\xED\xA0\x80\"", json::kNotJson, "byte "},
+      {R"("\ud83d")", json::kNotJson, "byte "},
+      {R"("\ude00\ud83d")", json::kNotJson, "byte "},
+      {R"("\x41")", json::kNotJson, "byte "},
+      {std::string("\0", 1), json::kNotJson, "byte 0:"},
+      {nested(json::kMaxDepth + 1), json::kTooDeep, "byte 256:"},
+      {std::string(1000000, '['), json::kTooDeep, "byte 256:"},
+  };
+  for (const InvalidCase& item : cases) {
+    const auto parsed = json::parse(item.text);
+    ASSERT_FALSE(parsed.ok()) << item.text.substr(0, 40);
+    EXPECT_EQ(parsed.error()->domain(), json::kErrorDomain);
+    EXPECT_EQ(parsed.error()->code(), item.code) << item.text.substr(0, 40);
+    EXPECT_THAT(parsed.error()->localizedDescription(), testing::HasSubstr(item.position))
+        << item.text.substr(0, 40);
+  }
+}
+
+// Pieces of a file may end anywhere: here inside of keys, numbers, escapes and sequences of UTF-8.
+TEST(JsonTest, FileBackedBytesReadAsThoseInMemory) {
+  std::string text = "[";
+  for (int i = 1; text.size() < 1200000; ++i) {
+    const std::string number = std::to_string(i);
+    text += R"({"key )" + number + R"(":-)" + number + R"(.25e-3,"\ud83d\ude00 ä )" + number +
+            R"(":["\n\u00e4 )" + number + "\"," + number + "000000000000,true,null]},\n";
+  }
+  text += "{}]";
+  const auto fromMemory = json::parse(text);
+  ASSERT_TRUE(fromMemory.ok()) << fromMemory.error()->description();
+  const auto fromFile = json::parse(fileBacked(text));
+  ASSERT_TRUE(fromFile.ok()) << fromFile.error()->description();
+  EXPECT_EQ(*fromFile, *fromMemory);
+  EXPECT_EQ(json::serialize(*fromFile).value(), json::serialize(*fromMemory).value());
+
+  const auto tail = json::parse(fileBacked(text + "x"));
+  ASSERT_FALSE(tail.ok());
+  EXPECT_THAT(tail.error()->localizedDescription(),
+              testing::HasSubstr("byte " + std::to_string(text.size()) + ":"));
+  EXPECT_FALSE(json::parse(fileBacked("")).ok());
+}
+
+TEST(JsonTest, FileThatShrankIsAnErrorOfReading) {
+  const auto file = File::createUnnamed(testing::TempDir()).value();
+  ASSERT_TRUE(file->writeAt(0, "[1,2").ok());
+  const auto parsed = json::parse(Data::fromFileRegion(file, 0, 100));
+  ASSERT_FALSE(parsed.ok());
+  EXPECT_EQ(parsed.error()->domain(), kPosixErrorDomain);
+}
+
+TEST(JsonTest, WritesCompactlyAndReadsBackTheSame) {
+  const Value value = Dictionary{
+      {"text", "\"\\/\b\f\n\r\t\x01\x7F\0\xC3\xA4"s},
+      {"numbers", Array{0, -1, std::numeric_limits<std::int64_t>::min(), 0.1, -2.5e-300, 1e22}},
+      {"nested", Dictionary{{"empty", Array{Array(), Dictionary()}}, {"null", nullptr}}},
+      {"flags", Array{true, false}},
+  };
+  const auto text = json::serialize(value);
+  ASSERT_TRUE(text.ok());
+  EXPECT_EQ(*text,
+            "{\"text\":\"\\\"\\\\/\\b\\f\\n\\r\\t\\u0001\x7F\\u0000\xC3\xA4\","
+            "\"numbers\":[0,-1,-9223372036854775808,0.1,-2.5e-300,1e+22],"
+            "\"nested\":{\"empty\":[[],{}],\"null\":null},\"flags\":[true,false]}");
+  EXPECT_EQ(json::parse(*text).value(), value);
+  EXPECT_EQ(json::serialize(json::parse(nested(json::kMaxDepth)).value()).value(),
+            nested(json::kMaxDepth));
+}
+
+TEST(JsonTest, RefusesToWriteWhatHasNoJsonForm) {
+  const Value tooDeep = Array{json::parse(nested(json::kMaxDepth)).value()};
+  const Value cases[] = {
+      Value(),
+      Array{Value()},
+      Data::fromBytes("abc"),
+      Error::make("domain", 1, "text"),
+      std::nan(""),
+      std::numeric_limits<double>::infinity(),
+      "\xFF",
+      Dictionary{{"\xED\xA0\x80", 1}},
+      tooDeep,
+  };
+  for (const Value& value : cases) {
+    const auto text = json::serialize(Dictionary{{"key", Array{value}}});
+    ASSERT_FALSE(text.ok()) << value.description();
+    EXPECT_EQ(text.error()->domain(), json::kErrorDomain);
+  }
+}
+
+TEST(VROCommonUtilityTest, OnlyAnObjectIsADictionary) {
+  for (const std::string_view text : {"[]", "1", "", "{"}) {
+    ErrorPtr error;
+    EXPECT_FALSE(VROCommonUtility::getDictionaryFromJSONString(text, &error).has_value());
+    EXPECT_NE(error, nullptr) << text;
+    EXPECT_FALSE(VROCommonUtility::getDictionaryFromJSONString(text, nullptr).has_value());
+  }
+  ErrorPtr error;
+  const auto parsed =
+      VROCommonUtility::getDictionaryFromJSONData(Data::fromBytes(R"({"b":1,"a":2})"), &error);
+  ASSERT_TRUE(parsed.has_value());
+  EXPECT_EQ(error, nullptr);
+  EXPECT_EQ(VROCommonUtility::getJSONStringFromNSDictionary(*parsed, &error), R"({"b":1,"a":2})");
+  EXPECT_FALSE(VROCommonUtility::getJSONStringFromNSDictionary({{"a", Data()}}, &error));
+  EXPECT_NE(error, nullptr);
+}
+
+}  // namespace
+}  // namespace varo::platform
