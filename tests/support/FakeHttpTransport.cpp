@@ -1,0 +1,194 @@
+#include "tests/support/FakeHttpTransport.h"
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Foundation/Text.h"
+
+#include <utility>
+
+namespace varo::test {
+namespace {
+
+using platform::Data;
+using platform::Error;
+using platform::ErrorPtr;
+using platform::HttpCompletion;
+using platform::HttpHeader;
+using platform::HttpRequest;
+using platform::HttpResponse;
+using platform::MutexLock;
+using platform::Runtime;
+
+constexpr std::string_view kDomain = "FakeHttpTransport";
+constexpr std::int64_t kNoAnswerScripted = 1;
+constexpr std::int64_t kCancelled = 2;
+constexpr std::int64_t kShutDown = 3;
+/// Bodies larger than this are a mistake of the test.
+constexpr std::uint64_t kLargestRecordedBody = std::uint64_t{256} * 1024 * 1024;
+
+std::optional<std::string> readOut(const std::optional<std::vector<Data>>& pieces) {
+  if (!pieces) return std::nullopt;
+  std::string bytes;
+  for (const Data& piece : *pieces) {
+    auto read = piece.readAll(kLargestRecordedBody);
+    bytes += read ? *read : "<unreadable: " + read.error()->description() + ">";
+  }
+  return bytes;
+}
+
+/// On the pool, or on this thread once the pool is shut down: no completion is lost.
+void runOnPool(const std::function<void()>& job) {
+  if (!Runtime::shared().pool().post(job)) job();
+}
+
+}  // namespace
+
+std::optional<std::string> RecordedRequest::header(std::string_view name) const {
+  for (const HttpHeader& item : headers) {
+    if (platform::equalIgnoringCase(item.name, name)) return item.value;
+  }
+  return std::nullopt;
+}
+
+ScriptedAnswer answerWith(int status, std::optional<std::string> body,
+                          std::vector<HttpHeader> headers) {
+  HttpResponse response;
+  response.status = status;
+  response.headers = std::move(headers);
+  if (body) response.body = Data::fromBytes(*std::move(body));
+  return {std::move(response), nullptr};
+}
+
+ScriptedAnswer failWith(std::int64_t code, std::string description) {
+  return {std::nullopt, Error::make(kDomain, code, std::move(description))};
+}
+
+/// One request between `send` and its completion.
+struct FakeHttpTransport::Transfer final : platform::HttpTransfer {
+  Transfer(ScriptedAnswer end, HttpCompletion handler)
+      : answer(std::move(end)), completion(std::move(handler)) {}
+
+  void cancel() override { completeOnPool(failWith(kCancelled, "The transfer was cancelled.")); }
+
+  void complete() { completeWith(std::move(answer)); }
+  void completeOnPool(ScriptedAnswer end) {
+    HttpCompletion once = take();
+    if (once == nullptr) return;
+    Runtime::shared().pool().post(
+        [once = std::move(once), end = std::move(end)]() { once(end.response, end.error); });
+  }
+  void completeWith(ScriptedAnswer end) {
+    if (HttpCompletion once = take()) once(std::move(end.response), std::move(end.error));
+  }
+  HttpCompletion take() {
+    const MutexLock lock(mutex);
+    return std::exchange(completion, nullptr);
+  }
+
+  ScriptedAnswer answer;  // read by the one thread that completes the transfer
+  platform::Mutex mutex;
+  HttpCompletion completion VARO_GUARDED_BY(mutex);
+};
+
+FakeHttpTransport::FakeHttpTransport() = default;
+FakeHttpTransport::~FakeHttpTransport() = default;
+
+void FakeHttpTransport::answer(ScriptedAnswer answer) {
+  const MutexLock lock(mutex_);
+  script_.push_back(std::move(answer));
+}
+
+void FakeHttpTransport::setHandler(Handler handler) {
+  const MutexLock lock(mutex_);
+  handler_ = std::move(handler);
+}
+
+void FakeHttpTransport::hold() {
+  const MutexLock lock(mutex_);
+  holding_ = true;
+}
+
+FakeHttpTransport::TransferPtr FakeHttpTransport::takeHeld() {
+  const MutexLock lock(mutex_);
+  if (held_.empty()) return nullptr;
+  TransferPtr oldest = std::move(held_.front());
+  held_.pop_front();
+  return oldest;
+}
+
+bool FakeHttpTransport::release() {
+  const TransferPtr oldest = takeHeld();
+  if (oldest == nullptr) return false;
+  oldest->complete();
+  return true;
+}
+
+void FakeHttpTransport::releaseAll() {
+  {
+    const MutexLock lock(mutex_);
+    holding_ = false;
+  }
+  while (release()) {
+  }
+}
+
+std::vector<RecordedRequest> FakeHttpTransport::requests() const {
+  const MutexLock lock(mutex_);
+  return requests_;
+}
+
+std::size_t FakeHttpTransport::requestCount() const {
+  const MutexLock lock(mutex_);
+  return requests_.size();
+}
+
+std::size_t FakeHttpTransport::heldCount() const {
+  const MutexLock lock(mutex_);
+  return held_.size();
+}
+
+std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest request,
+                                                                HttpCompletion completion) {
+  const RecordedRequest record{request.method, request.url, request.headers, readOut(request.body),
+                               request.spoolDirectory};
+  ScriptedAnswer end = failWith(kNoAnswerScripted, "No answer is scripted for " + request.url);
+  Handler handler;
+  {
+    const MutexLock lock(mutex_);
+    requests_.push_back(record);
+    if (shutDown_) {
+      end = failWith(kShutDown, "The transport is shut down.");
+    } else if (!script_.empty()) {
+      end = std::move(script_.front());
+      script_.pop_front();
+    } else {
+      handler = handler_;
+    }
+  }
+  if (handler) end = handler(record);
+
+  auto transfer = std::make_shared<Transfer>(std::move(end), std::move(completion));
+  {
+    const MutexLock lock(mutex_);
+    if (holding_ && !shutDown_) {
+      held_.push_back(transfer);
+      return transfer;
+    }
+  }
+  runOnPool([transfer]() { transfer->complete(); });
+  return transfer;
+}
+
+void FakeHttpTransport::shutdown() {
+  std::deque<TransferPtr> held;
+  {
+    const MutexLock lock(mutex_);
+    shutDown_ = true;
+    held.swap(held_);
+  }
+  for (const TransferPtr& transfer : held) {
+    transfer->completeOnPool(failWith(kShutDown, "The transport is shut down."));
+  }
+}
+
+}  // namespace varo::test
