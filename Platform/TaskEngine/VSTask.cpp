@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <exception>
 #include <utility>
 
@@ -24,9 +25,14 @@ enum EngineErrorCode : std::int64_t {
 std::atomic<std::int64_t> nextId{1};
 std::atomic<std::size_t> liveTasks{0};
 
-const VaroNativeFacade& engineLog() {
+/// A log sink is the host's code: what it throws must not end the delivery of notifications.
+void logListenerFailure(const VSTask& task, std::string_view what) noexcept {
   static const auto& log = *new VaroNativeFacade("TaskEngine", {});  // used until the very end
-  return log;
+  try {
+    log.logError(fmt::format("A listener of {} threw: {}", task.description(), what));
+  } catch (...) {
+    std::fputs("varo: a listener and then the log threw\n", stderr);
+  }
 }
 
 bool mayChange(TaskState from, TaskState to) {
@@ -192,10 +198,9 @@ void VSTask::deliver(const Notification& notification) {
     try {
       listener->task(shared_from_this(), notification.from, notification.to, notification.context);
     } catch (const std::exception& exception) {
-      engineLog().logError(
-          fmt::format("A listener of {} threw: {}", description(), exception.what()));
+      logListenerFailure(*this, exception.what());
     } catch (...) {
-      engineLog().logError(fmt::format("A listener of {} threw", description()));
+      logListenerFailure(*this, "an unknown exception");
     }
   }
   if (notification.from != notification.to && isFinal(notification.to)) {
