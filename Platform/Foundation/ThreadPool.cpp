@@ -224,6 +224,10 @@ ThreadPool::~ThreadPool() { shutdown(); }
 
 bool ThreadPool::post(Job&& job) { return state_->post(std::move(job)); }
 
+void ThreadPool::postOrRun(Job job) {
+  if (!state_->post(std::move(job))) job();  // a refused job is left as it was
+}
+
 void ThreadPool::shutdown() { state_->shutdown(); }
 
 bool ThreadPool::runsInThisThread() const noexcept { return State::currentPool == state_.get(); }

@@ -38,6 +38,10 @@ class ThreadPool {
   /// is reported on standard error and goes no further.
   [[nodiscard]] bool post(Job&& job);
 
+  /// As `post`, but once the pool is shut down the job runs on the calling thread: for what must
+  /// not be lost. Never with a lock held.
+  void postOrRun(Job job);
+
   /// Runs what is queued and joins the threads. Jobs of the pool may go on posting for `grace`;
   /// later posts are refused. Waits for jobs that are running, so a job that never returns is
   /// waited for ever. Called from a job of this pool it refuses further posts and leaves the

@@ -86,7 +86,7 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
 
   /// The queue is active and nobody runs: has the pool, or else this thread, go on.
   void passOn() {
-    if (!pool_.post([self = shared_from_this()] { self->runJobs(); })) runJobs();
+    pool_.postOrRun([self = shared_from_this()] { self->runJobs(); });
   }
 
   /// Runs jobs until the queue is empty or a waiting thread's turn has come.
@@ -184,8 +184,6 @@ ConcurrentQueue::ConcurrentQueue(std::string label)
 ConcurrentQueue::ConcurrentQueue(std::string label, ThreadPool& pool)
     : label_(std::move(label)), pool_(pool) {}
 
-void ConcurrentQueue::async(Job job) {
-  if (!pool_.post(std::move(job))) job();  // a refused job is left as it was
-}
+void ConcurrentQueue::async(Job job) { pool_.postOrRun(std::move(job)); }
 
 }  // namespace varo::platform

@@ -36,11 +36,6 @@ std::optional<std::string> readOut(const std::optional<std::vector<Data>>& piece
   return bytes;
 }
 
-/// On the pool, or on this thread once the pool is shut down: no completion is lost.
-void runOnPool(const std::function<void()>& job) {
-  if (!Runtime::shared().pool().post(job)) job();
-}
-
 }  // namespace
 
 std::optional<std::string> RecordedRequest::header(std::string_view name) const {
@@ -74,7 +69,7 @@ struct FakeHttpTransport::Transfer final : platform::HttpTransfer {
   void completeOnPool(ScriptedAnswer end) {
     HttpCompletion once = take();
     if (once == nullptr) return;
-    Runtime::shared().pool().post(
+    Runtime::shared().pool().postOrRun(
         [once = std::move(once), end = std::move(end)]() { once(end.response, end.error); });
   }
   void completeWith(ScriptedAnswer end) {
@@ -175,7 +170,7 @@ std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest requ
       return transfer;
     }
   }
-  runOnPool([transfer]() { transfer->complete(); });
+  Runtime::shared().pool().postOrRun([transfer]() { transfer->complete(); });
   return transfer;
 }
 
