@@ -14,6 +14,7 @@
 namespace varo::platform {
 namespace {
 
+constexpr std::size_t kPiece = std::size_t{256} * 1024;
 constexpr std::size_t kComparisonBlock = std::size_t{64} * 1024;
 constexpr std::size_t kDescribedBytes = 8;
 
@@ -76,6 +77,19 @@ Result<std::size_t> Data::read(std::uint64_t offset, std::span<char> buffer) con
     return Error::fromErrno(EIO, "Unexpected end of", file_->path());
   }
   return count;
+}
+
+Result<void> Data::forEachPiece(
+    const std::function<Result<void>(std::string_view piece)>& consume) const {
+  if (const auto bytes = memory()) return bytes->empty() ? Result<void>() : consume(*bytes);
+  std::vector<char> piece(std::min<std::uint64_t>(kPiece, length_));
+  for (std::uint64_t offset = 0; offset < length_;) {
+    const auto count = read(offset, piece);
+    if (!count) return count.error();
+    if (auto consumed = consume({piece.data(), *count}); !consumed) return consumed;
+    offset += *count;
+  }
+  return {};
 }
 
 Result<std::string> Data::readAll(std::uint64_t limit) const {

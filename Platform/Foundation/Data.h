@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -57,6 +58,11 @@ class Data {
   /// Reads from `offset` until `buffer` is full or the data ends; returns the number of bytes.
   /// Errors: domain "POSIX"; a file that has become shorter than this data is EIO.
   [[nodiscard]] Result<std::size_t> read(std::uint64_t offset, std::span<char> buffer) const;
+
+  /// Passes all bytes to `consume`, in order: those in memory at once, those of a file in pieces of
+  /// up to 256 KiB. Ends early with the error that `consume` returns, or that of `read`.
+  [[nodiscard]] Result<void> forEachPiece(
+      const std::function<Result<void>(std::string_view piece)>& consume) const;
 
   /// All bytes as one string; EFBIG where there are more than `limit`.
   [[nodiscard]] Result<std::string> readAll(std::uint64_t limit) const;

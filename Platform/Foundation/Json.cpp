@@ -16,9 +16,6 @@
 namespace varo::platform::json {
 namespace {
 
-/// How much of a file-backed `Data` is in memory at a time.
-constexpr std::size_t kPiece = std::size_t{256} * 1024;
-
 using boost::json::error_code;
 
 /// Builds a `Value` from the parser's events. It keeps one frame a level of nesting, each with the
@@ -296,15 +293,10 @@ Result<Value> parse(std::string_view text) {
 Result<Value> parse(const Data& data) {
   if (const auto bytes = data.memory()) return parse(*bytes);
   Parser parser;
-  std::string piece(std::min<std::uint64_t>(kPiece, data.size()), '\0');
-  std::uint64_t offset = 0;
-  do {
-    const auto count = data.read(offset, piece);
-    if (!count) return count.error();
-    offset += *count;
-    const std::string_view bytes(piece.data(), *count);
-    if (const auto fed = parser.feed(bytes, offset < data.size()); !fed) return fed.error();
-  } while (offset < data.size());
+  const auto fed =
+      data.forEachPiece([&parser](std::string_view piece) { return parser.feed(piece, true); });
+  if (!fed) return fed.error();
+  if (const auto ended = parser.feed({}, false); !ended) return ended.error();
   return parser.takeRoot();
 }
 

@@ -16,13 +16,14 @@ class UserDirectories {
 
   /// The directories in force. By default the XDG user directories: documents and downloads of
   /// user-dirs.dirs (else ~/Documents and ~/Downloads), library $XDG_DATA_HOME/varobinary (else
-  /// ~/.local/share/varobinary). Thread-safe.
+  /// ~/.local/share/varobinary), read once. Thread-safe.
   [[nodiscard]] static std::shared_ptr<const UserDirectories> current();
-  /// Puts others in force, for operations that start from now on; null restores the default.
-  /// Thread-safe.
+  /// Puts others in force, for operations that start from now on; null restores the default,
+  /// read anew. Thread-safe.
   static void install(std::shared_ptr<const UserDirectories> directories);
 
-  /// Documents, Downloads and Library below one directory.
+  /// Documents, Downloads and Library below one directory. A relative path counts from the current
+  /// directory.
   [[nodiscard]] static std::shared_ptr<const UserDirectories> below(const std::string& home);
 };
 

@@ -1,0 +1,91 @@
+#include "Platform/Crypto/Sha256.h"
+
+#include "Platform/Crypto/OpenSslError.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+
+namespace varo::platform {
+namespace {
+
+/// Fetched once, since that is a search among the library's providers; never freed, so that it can
+/// be used until the last thread ends. Null where no provider has it.
+EVP_MD* algorithm() noexcept {
+  static EVP_MD* const fetched = ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  return fetched;
+}
+
+}  // namespace
+
+std::string hexEncode(std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  text.reserve(bytes.size() * 2);
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    text += kDigits[byte >> 4U];
+    text += kDigits[byte & 0x0FU];
+  }
+  return text;
+}
+
+Sha256Digest::~Sha256Digest() { ::OPENSSL_cleanse(bytes_.data(), bytes_.size()); }
+
+unsigned char* Sha256Digest::buffer() noexcept {
+  return reinterpret_cast<unsigned char*>(bytes_.data());
+}
+
+bool operator==(const Sha256Digest& left, const Sha256Digest& right) noexcept {
+  return ::CRYPTO_memcmp(left.bytes_.data(), right.bytes_.data(), Sha256Digest::kSize) == 0;
+}
+
+class Sha256::Context {
+ public:
+  Context()
+      : ok_(context_ != nullptr && algorithm() != nullptr &&
+            ::EVP_DigestInit_ex2(context_.get(), algorithm(), nullptr) == 1) {}
+
+  void update(std::string_view bytes) noexcept {
+    ok_ = ok_ && ::EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1;
+  }
+
+  bool finish(Sha256Digest& digest) noexcept {
+    return ok_ && ::EVP_DigestFinal_ex(context_.get(), digest.buffer(), nullptr) == 1;
+  }
+
+ private:
+  struct Deleter {
+    void operator()(EVP_MD_CTX* context) const noexcept { ::EVP_MD_CTX_free(context); }
+  };
+  const std::unique_ptr<EVP_MD_CTX, Deleter> context_{::EVP_MD_CTX_new()};
+  bool ok_;
+};
+
+Sha256::Sha256() : context_(std::make_unique<Context>()) {}
+Sha256::~Sha256() = default;
+
+void Sha256::update(std::string_view bytes) noexcept { context_->update(bytes); }
+
+Result<Sha256Digest> Sha256::finish() {
+  Sha256Digest digest;
+  if (!context_->finish(digest)) return takeOpenSslError("SHA-256");
+  return digest;
+}
+
+Result<Sha256Digest> Sha256::of(std::string_view bytes) {
+  Sha256 hash;
+  hash.update(bytes);
+  return hash.finish();
+}
+
+Result<Sha256Digest> Sha256::of(const Data& data) {
+  Sha256 hash;
+  const auto read = data.forEachPiece([&hash](std::string_view piece) {
+    hash.update(piece);
+    return Result<void>();
+  });
+  if (!read) return read.error();
+  return hash.finish();
+}
+
+}  // namespace varo::platform

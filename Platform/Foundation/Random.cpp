@@ -1,0 +1,35 @@
+#include "Platform/Foundation/Random.h"
+
+#include <cassert>
+#include <cstdlib>
+#include <limits>
+#include <random>
+
+namespace varo::platform {
+namespace {
+
+/// The C library's generator as the standard's distributions take it.
+struct SystemBits {
+  using result_type = std::uint32_t;
+  static constexpr result_type min() { return 0; }
+  static constexpr result_type max() { return std::numeric_limits<result_type>::max(); }
+  result_type operator()() const noexcept { return ::arc4random(); }
+};
+
+class SystemRandom final : public Random {
+ public:
+  [[nodiscard]] std::int64_t integer(std::int64_t least, std::int64_t greatest) override {
+    assert(least <= greatest);
+    SystemBits bits;
+    return std::uniform_int_distribution<std::int64_t>(least, greatest)(bits);
+  }
+};
+
+}  // namespace
+
+Random& Random::system() noexcept {
+  static SystemRandom random;
+  return random;
+}
+
+}  // namespace varo::platform
