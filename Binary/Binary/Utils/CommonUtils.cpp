@@ -1,0 +1,93 @@
+#include "Binary/Binary/Utils/CommonUtils.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Common/VROCommonUtility.h"
+#include "Platform/Foundation/Json.h"
+#include "Platform/Foundation/Text.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <dlfcn.h>
+
+namespace varo::binary {
+namespace {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::Error;
+using platform::ErrorPtr;
+using platform::Result;
+using platform::Value;
+using platform::VSTaskError;
+
+/// A response is shown or parsed as text; more than this is neither. Bytes.
+constexpr std::uint64_t kMaxResponseText = std::uint64_t{64} * 1024 * 1024;
+constexpr std::string_view kResponseUnreadable = "The response can't be read as text : %@";
+constexpr char kTestProbe[] = "XCTestProbe_isTesting";
+
+Value valueOrMissing(Result<Value> parsed) {
+  return parsed.ok() ? std::move(parsed).value() : Value();
+}
+
+}  // namespace
+
+ErrorPtr CommonUtils::generateErrorWith(std::string_view domain, std::int64_t andCode,
+                                        std::string_view andDescription) {
+  return Error::make(domain, andCode, std::string(andDescription));
+}
+
+std::shared_ptr<const VSTaskError> CommonUtils::getErrorForTask(
+    std::int64_t taskID, std::string_view andDomain, std::int64_t withCode,
+    std::string_view withMessage, const std::optional<std::string>& /*andNetworkResponse*/) {
+  return std::make_shared<const VSTaskError>(
+      taskID, std::string(andDomain), withCode,
+      Dictionary{{std::string(platform::kErrorMessageKey), withMessage}});
+}
+
+std::shared_ptr<const VSTaskError> CommonUtils::validateResponseforTask(
+    std::int64_t taskID, std::string_view withDomain, const Dictionary& /*withResponseDictionary*/,
+    const std::optional<Data>& /*withData*/, const ErrorPtr& andError) {
+  if (andError == nullptr) return nullptr;
+  return getErrorForTask(taskID, withDomain, kCodeUploadFailure,
+                         fmt::format("{}: {}", kUploadFailure, andError->localizedDescription()),
+                         std::nullopt);
+}
+
+Value CommonUtils::parseJsonString(const std::optional<std::string>& json) {
+  if (!json || json->empty()) return {};
+  return valueOrMissing(platform::json::parse(*json));
+}
+
+Value CommonUtils::jsonObjectFromData(const Data& data) {
+  return valueOrMissing(platform::json::parse(data));
+}
+
+std::optional<std::string> CommonUtils::jsonStringFromDictionary(const Dictionary& dictionary) {
+  return platform::VROCommonUtility::getJSONStringFromNSDictionary(dictionary, nullptr);
+}
+
+std::string CommonUtils::getResponseString(const std::optional<Data>& data) {
+  if (!data) return {};
+  const Result<std::string> bytes = data->readAll(kMaxResponseText);
+  if (!bytes) {
+    BinaryLogger::sharedInstance().logError(kResponseUnreadable, bytes.error());
+    return {};
+  }
+  return platform::sanitizeUtf8(*bytes);
+}
+
+std::int32_t CommonUtils::getEpochTime() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<std::int32_t>(std::chrono::duration_cast<std::chrono::seconds>(now).count());
+}
+
+bool CommonUtils::areWeBeingUnitTested() {
+  using Probe = bool (*)();
+  // POSIX guarantees that a function's address survives the void pointer.
+  const auto probe = reinterpret_cast<Probe>(::dlsym(RTLD_DEFAULT, kTestProbe));
+  return probe != nullptr && probe();
+}
+
+}  // namespace varo::binary

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/TaskEngine/VSTaskError.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace varo::binary {
+
+/// Errors, JSON, response checks and the time. Stateless, thread-safe.
+class CommonUtils {
+ public:
+  CommonUtils() = delete;
+
+  /// A plain error whose user information is its readable text alone.
+  [[nodiscard]] static platform::ErrorPtr generateErrorWith(std::string_view domain,
+                                                            std::int64_t andCode,
+                                                            std::string_view andDescription);
+
+  /// An error of the task with this `VSTask::ID`, whose user information is {"message": text}. The
+  /// network response is not kept, whatever it is.
+  [[nodiscard]] static std::shared_ptr<const platform::VSTaskError> getErrorForTask(
+      std::int64_t taskID, std::string_view andDomain, std::int64_t withCode,
+      std::string_view withMessage, const std::optional<std::string>& andNetworkResponse);
+
+  /// Null when there is no network error, whatever the response says; else a task error with
+  /// `kCodeUploadFailure` and the network error's readable text, for downloads too.
+  [[nodiscard]] static std::shared_ptr<const platform::VSTaskError> validateResponseforTask(
+      std::int64_t taskID, std::string_view withDomain,
+      const platform::Dictionary& withResponseDictionary,
+      const std::optional<platform::Data>& withData, const platform::ErrorPtr& andError);
+
+  /// The JSON value that `json` is; missing for no or empty text and for text that is not JSON.
+  [[nodiscard]] static platform::Value parseJsonString(const std::optional<std::string>& json);
+  /// The same of bytes, which are read piece by piece.
+  [[nodiscard]] static platform::Value jsonObjectFromData(const platform::Data& data);
+
+  /// Compact JSON; none when an entry has no JSON form.
+  [[nodiscard]] static std::optional<std::string> jsonStringFromDictionary(
+      const platform::Dictionary& dictionary);
+
+  /// The bytes as text, with U+FFFD for what is not UTF-8. Empty for missing bytes, and, with a
+  /// logged error, for bytes that cannot be read or are more than 64 MiB.
+  [[nodiscard]] static std::string getResponseString(const std::optional<platform::Data>& data);
+
+  /// Whole seconds since 1970-01-01 UTC. Wraps around in 2038.
+  [[nodiscard]] static std::int32_t getEpochTime();
+
+  /// Whether the program says that it is a test run: it exports a C function
+  /// `bool XCTestProbe_isTesting(void)` and that answers true.
+  [[nodiscard]] static bool areWeBeingUnitTested();
+};
+
+}  // namespace varo::binary

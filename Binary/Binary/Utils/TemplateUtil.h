@@ -1,0 +1,62 @@
+#pragma once
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Value.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace varo::binary {
+
+/// A request template: a text with placeholders such as ${name}, and the helpers that turn template
+/// dictionaries into URLs and headers. Values enter a text in their text form, without escaping.
+/// Immutable after construction, so shared freely between threads.
+class TemplateUtil {
+ public:
+  /// Parses `template_`. Any text is accepted; see `populateJSONTemplate`.
+  explicit TemplateUtil(std::string template_);
+
+  [[nodiscard]] const std::string& template_() const noexcept { return text_; }
+  /// The literal pieces: always one more than there are placeholders.
+  [[nodiscard]] const std::vector<std::string>& formattedStrings() const noexcept {
+    return formattedStrings_;
+  }
+  [[nodiscard]] const std::vector<std::string>& templateVariables() const noexcept {
+    return templateVariables_;
+  }
+
+  /// The text with every placeholder filled. None, with `error` set unless it is null, when a
+  /// placeholder has no value or is never closed: domain "Template Parsing Error", code 10003.
+  [[nodiscard]] std::optional<std::string> populateJSONTemplate(const platform::Dictionary& values,
+                                                                platform::ErrorPtr* with) const;
+
+  /// The text with the placeholders filled that have a value; never fails. Works by search and
+  /// replace over the text, one value after the other, so a value may bring a placeholder along
+  /// that a later value fills.
+  [[nodiscard]] std::string tryPopulateJSONTemplate(const platform::Dictionary& values) const;
+
+  /// The template's "domain" and "relativepath" in one; the domain "#middlewaredomain" (any letter
+  /// case) stands for the options' own "domain". None without template, options or domain.
+  [[nodiscard]] static std::optional<std::string> endPointURLFrom(
+      const std::optional<platform::Dictionary>& templateDictionary,
+      const std::optional<platform::Dictionary>& andOptions);
+
+  /// `headers` (empty when there are none) with the options' authorization token, where they hold a
+  /// non-empty text as one.
+  [[nodiscard]] static platform::Dictionary injectVaroAuthorizationInto(
+      std::optional<platform::Dictionary> headers,
+      const std::optional<platform::Dictionary>& fromOptions);
+
+ private:
+  void parseTemplate();
+
+  const std::string text_;
+  std::vector<std::string> formattedStrings_;
+  std::vector<std::string> templateVariables_;
+  /// Whether every placeholder is closed. One that is not is part of the literal before it.
+  bool wellFormed_ = true;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,97 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+
+#include <exception>
+#include <string_view>
+#include <utility>
+
+namespace varo::binary {
+namespace {
+
+using platform::Value;
+
+constexpr std::string_view kCallbackQueue = "BinaryCallbackExecutionQueue";
+constexpr std::string_view kProgressQueue = "BinaryProgressCallbackExecutionQueue";
+
+constexpr std::string_view kTypeNotFound = "callbackType not found.";
+constexpr std::string_view kSuccessNotDefined = "Success callback is not defined.";
+constexpr std::string_view kFailureNotDefined = "Failure callback is not defined.";
+constexpr std::string_view kProgressNotDefined = "Progress callback is not defined";
+constexpr std::string_view kNoResult = "Result sent is nil or undefined for SuccessCallback";
+constexpr std::string_view kNoError = "Error sent is nil or undefined for FailureCallback";
+constexpr std::string_view kNoProgress = "Progress sent is nil or undefined for ProgressCallback";
+constexpr std::string_view kBlockThrew = "A callback of the application threw, exception : %@";
+constexpr std::string_view kUnknownException = "not a std::exception";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+std::shared_ptr<const BinaryBlock> shared(BinaryBlock block) {
+  return block ? std::make_shared<const BinaryBlock>(std::move(block)) : nullptr;
+}
+
+}  // namespace
+
+BinaryCallback::BinaryCallback()
+    : _binaryCallbackExecutionQueue(std::string(kCallbackQueue)),
+      _binaryProgressCallbackExecutionQueue(std::string(kProgressQueue)) {}
+
+void BinaryCallback::setSuccessCallback(BinaryBlock successCallback) {
+  _successCallback = shared(std::move(successCallback));
+}
+
+void BinaryCallback::setFailureCallback(BinaryBlock failureCallback) {
+  _failureCallback = shared(std::move(failureCallback));
+}
+
+void BinaryCallback::setProgressCallback(BinaryBlock progressCallback) {
+  _progressCallback = shared(std::move(progressCallback));
+}
+
+void BinaryCallback::executeWithCallback(CallbackType callbackType, const Value& result) {
+  switch (callbackType) {
+    case CallbackType::kSuccess:
+      return executeSuccessWithResult(result);
+    case CallbackType::kFailure:
+      return executeFailureWithError(result);
+    case CallbackType::kProgress:
+      return executeProgressWithCurrentStatus(result);
+  }
+  logger().logWarning(kTypeNotFound);
+}
+
+void BinaryCallback::executeSuccessWithResult(const Value& result) {
+  if (_successCallback == nullptr) return logger().logWarning(kSuccessNotDefined);
+  if (result.isMissing()) logger().logWarning(kNoResult);
+  submit(_successCallback, result);
+}
+
+void BinaryCallback::executeFailureWithError(const Value& error) {
+  if (_failureCallback == nullptr) return logger().logWarning(kFailureNotDefined);
+  if (error.isMissing()) logger().logWarning(kNoError);
+  submit(_failureCallback, error);
+}
+
+void BinaryCallback::executeProgressWithCurrentStatus(const Value& status) {
+  if (_progressCallback == nullptr) return logger().logWarning(kProgressNotDefined);
+  if (status.isMissing()) return logger().logWarning(kNoProgress);
+  _binaryProgressCallbackExecutionQueue.sync([&]() { run(*_progressCallback, status); });
+}
+
+std::string BinaryCallback::description() const { return "BinaryCallback"; }
+
+void BinaryCallback::submit(const SharedBlock& block, const Value& value) {
+  _binaryCallbackExecutionQueue.async([block, value]() { run(*block, value); });
+}
+
+void BinaryCallback::run(const BinaryBlock& block, const Value& value) {
+  try {
+    block(value);
+  } catch (const std::exception& exception) {
+    logger().logError(kBlockThrew, exception.what());
+  } catch (...) {
+    logger().logError(kBlockThrew, kUnknownException);
+  }
+}
+
+}  // namespace varo::binary

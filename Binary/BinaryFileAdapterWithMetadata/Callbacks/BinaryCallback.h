@@ -1,0 +1,61 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Platform/Foundation/Object.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/Foundation/WorkQueue.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace varo::binary {
+
+/// A block of the application: takes one value, which may be missing. An empty one is none.
+using BinaryBlock = std::function<void(const platform::Value&)>;
+
+/// Holds an operation's three blocks and the two queues on which they run.
+///
+/// Success and failure blocks run on threads of the runtime's pool, each report in a job of its
+/// own, in no order between them. Progress blocks run one at a time in the order reported, on the
+/// reporting thread, which is held until the block has returned: a progress block must not wait for
+/// its own transfer. No lock is held while a block runs, so it may start further operations. What a
+/// block throws is logged and goes no further.
+///
+/// The setters are called before the holder is shared; everything else is thread-safe. The blocks
+/// are released with the holder, which lives as long as a task of its operation.
+class BinaryCallback final : public platform::Object {
+ public:
+  BinaryCallback();
+
+  void setSuccessCallback(BinaryBlock successCallback);
+  void setFailureCallback(BinaryBlock failureCallback);
+  void setProgressCallback(BinaryBlock progressCallback);
+
+  /// Runs the block of this type; nothing for a number that is no type.
+  void executeWithCallback(CallbackType callbackType, const platform::Value& result);
+  /// Submits the block and returns at once. A missing result is handed on after a warning.
+  void executeSuccessWithResult(const platform::Value& result);
+  /// As for success.
+  void executeFailureWithError(const platform::Value& error);
+  /// Runs the block and returns when it has. A missing status is not handed on.
+  void executeProgressWithCurrentStatus(const platform::Value& status);
+
+  [[nodiscard]] std::string description() const override;
+
+ private:
+  /// Every report runs the one block that was set, not a copy with a state of its own.
+  using SharedBlock = std::shared_ptr<const BinaryBlock>;
+
+  void submit(const SharedBlock& block, const platform::Value& value);
+  static void run(const BinaryBlock& block, const platform::Value& value);
+
+  // Constant once the holder is shared; null for no block.
+  SharedBlock _successCallback;
+  SharedBlock _failureCallback;
+  SharedBlock _progressCallback;
+  platform::ConcurrentQueue _binaryCallbackExecutionQueue;
+  platform::SerialQueue _binaryProgressCallbackExecutionQueue;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "Platform/Common/NetworkError.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/Network/VRONetworkUtility.h"
+
+#include <functional>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace varo::binary {
+
+/// What a request came to: the result and a null error, or an error and what there is of a result.
+/// Called at most once, on a thread of the runtime's pool; never called, but released, where an
+/// answer is passed over in silence (see `getBinaryNetworkCompletionHandler`).
+using TaskCallback =
+    std::function<void(const platform::Dictionary& result, const platform::NetworkErrorPtr& error)>;
+
+/// The one gateway to the network: issues the requests of tasks, turns raw completions into results
+/// and errors, and derives URLs from those that the back end returns. Errors have the domain
+/// "BinaryNetworkUtils". Stateless, thread-safe.
+class BinaryNetworkUtils {
+ public:
+  BinaryNetworkUtils() = delete;
+
+  /// The requests return at once. `operationType` "Download" asks for the body's bytes as they are.
+  static void GET(const std::string& url, const platform::Dictionary& queryParams,
+                  const platform::Dictionary& headers, const platform::Dictionary& options,
+                  std::string_view operationType, TaskCallback callback);
+  static void POST(const std::string& url, const platform::Dictionary& queryParams,
+                   const platform::Dictionary& headers, platform::RequestType requestType,
+                   const platform::Value& body, const platform::Dictionary& options,
+                   TaskCallback callback);
+  static void PUT(const std::string& url, const platform::Dictionary& queryParams,
+                  const platform::Dictionary& headers, platform::RequestType requestType,
+                  const platform::Value& body, const platform::Dictionary& options,
+                  TaskCallback callback);
+  static void DELETE(const std::string& url, const platform::Dictionary& queryParams,
+                     const platform::Dictionary& headers, const platform::Dictionary& options,
+                     TaskCallback callback);
+
+  /// The completion that hands on to `callback`:
+  /// - a transport error, with its code, user information and call stack;
+  /// - under "Download", {"data": the bytes};
+  /// - a JSON object with "opstatus": the object, and unless that is 0 the error 6003 with the
+  ///   object under "userInfo" of its user information;
+  /// - anything else: the JSON object, if it is one, and {"response_headers"}. HTTP statuses do not
+  ///   matter.
+  /// An answer without a body, and an "opstatus" of 0 beside a parse error, are passed over in
+  /// silence. Under `TransferPolicy::kSafe` these are errors (6014, 6003), and so is a status of
+  /// 400 or more that no "opstatus" explains (6003, with "httpStatusCode", "response_headers" and
+  /// the start of the body, "responseBody").
+  [[nodiscard]] static platform::NetworkCallback getBinaryNetworkCompletionHandler(
+      TaskCallback callback, std::string_view operationType);
+
+  /// What stands before the first "services" of a URL; none without one.
+  [[nodiscard]] static std::optional<std::string> extractBaseUrl(
+      const std::optional<std::string>& url);
+  /// The same with "services".
+  [[nodiscard]] static std::optional<std::string> extractBaseServiceUrl(
+      const std::optional<std::string>& url);
+
+  /// The current URL's service and the path of a polling fragment. A service that is not there
+  /// prints as "(null)", which no request accepts as a URL; here and below.
+  [[nodiscard]] static std::string extractPollingUrl(const std::optional<std::string>& currentUrl,
+                                                     std::string_view pollingApiFragment);
+
+  /// The query part's keys and values, undecoded; of equal keys the last wins. A pair without "="
+  /// has the empty text as its value, an empty pair is skipped; empty without a query part.
+  [[nodiscard]] static platform::Dictionary extractQueryParams(std::string_view url);
+
+  /// The URL that a template asks for: "domain" and "relativepath", where the domain
+  /// "#middlewaredomain" stands for the current URL's service.
+  [[nodiscard]] static std::string extractFileOperationUrl(
+      const platform::Dictionary& templateDictionary, const std::optional<std::string>& currentUrl);
+
+  /// The template that a JSON text holds. None for no text, and, with `error` set unless it is
+  /// null, for text that is no JSON object.
+  [[nodiscard]] static std::optional<platform::Dictionary> getTemplate(
+      const std::optional<std::string>& json, platform::ErrorPtr* error);
+
+  /// `headers` without those named, whatever the letter case in which they are written.
+  [[nodiscard]] static platform::Dictionary withoutHeaders(
+      const platform::Dictionary& headers, std::initializer_list<std::string_view> names);
+};
+
+}  // namespace varo::binary

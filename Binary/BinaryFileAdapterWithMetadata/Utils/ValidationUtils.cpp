@@ -1,0 +1,376 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/Base64.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <span>
+#include <utility>
+
+namespace varo::binary {
+namespace {
+
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::Value;
+using ParamType = ValidationUtils::ParamType;
+
+constexpr std::string_view kDescription = "%@: %@";
+constexpr std::string_view kEntryMissing = "%@: %@ could not be found in params";
+constexpr std::string_view kEntryOfWrongType = "%@: Unexpected data type for : %@";
+constexpr std::string_view kEntryEmpty = "%@: %@ param is empty";
+constexpr std::string_view kOptionalEntryOfWrongType =
+    "%@ and cannot be null. Unexpected data type for : %@";
+
+constexpr std::string_view kNoUploadParams = "Null or empty value found for uploadParams";
+constexpr std::string_view kNoUploadSource = "Either FilePath or RawBytes needs to be specified";
+constexpr std::string_view kRawBytesMissing = "Missing parameter rawBytes in the given input";
+constexpr std::string_view kRawDataNull = "Null value found for rawData";
+constexpr std::string_view kFilePathMissing = "Missing parameter filePath in the given input";
+constexpr std::string_view kFilePathOfWrongType = "Invalid datatype found for FilePath";
+constexpr std::string_view kFileNotFound = "Could not find File at given FilePath";
+/// Also what missing download and update parameters are reported as.
+constexpr std::string_view kNoData = "No data present in given file";
+constexpr std::string_view kFileIdNull = "file_id is null or undefined";
+constexpr std::string_view kDeleteParamsNull = "deleteParams are null or undefined";
+constexpr std::string_view kDeleteParamsEmpty =
+    "deleteParams are empty, provide desired criteria for deleting binary files, for ex. fileId "
+    "etc";
+
+constexpr std::string_view kValidatingUploadParams = "Validating Upload Parameters";
+constexpr std::string_view kValidatingUploadType = "Validating upload type";
+constexpr std::string_view kValidatingRawData = "Validating rawData";
+constexpr std::string_view kValidatingFilePath = "Validating FilePath";
+constexpr std::string_view kValidatingDownloadParams = "Validating downloadParams";
+constexpr std::string_view kValidatingUpdateParams = "Validating updateParams";
+constexpr std::string_view kValidatingFileNamespace = "Validating file_namespace";
+constexpr std::string_view kValidatingSecurityKey = "Validating security_key";
+constexpr std::string_view kDownloadParamsFailed = "Download validation failed, error: %@";
+constexpr std::string_view kUpdateParamsFailed = "Update validation failed, error: %@";
+/// Of the downloads' and updates' identifiers too.
+constexpr std::string_view kFileNameFailed = "Upload file_name validation failed : %@";
+constexpr std::string_view kDeleteParameterMissing = "Missing parameter %@ in deleteBinary";
+constexpr std::string_view kDeleteParameterEmpty =
+    "Null or empty value found for %@ in deleteBinary";
+constexpr std::string_view kDeleteParams = "deleteParams";
+
+/// A code and the message that goes with it.
+struct Failure {
+  std::int32_t code;
+  std::string_view message;
+};
+
+constexpr Failure kUploadMissing{kCodeUploadMissingParameter, kUploadMissingParameter};
+constexpr Failure kUploadJunkType{kCodeUploadInvalidParameterDataType,
+                                  kUploadInvalidParameterDataType};
+constexpr Failure kUploadJunkValue{kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue};
+constexpr Failure kUploadUnreadable{kCodeUploadIOFailure, kUploadIOFailure};
+constexpr Failure kDownloadMissing{kCodeDownloadMissingParams, kDownloadMissingParams};
+constexpr Failure kDownloadJunk{kCodeDownloadInvalidParams, kDownloadInvalidParams};
+constexpr Failure kDownloadJunkValue{kCodeDownloadMissingParameterValue, kDownloadInvalidParams};
+constexpr Failure kUpdateMissing{kCodeUpdateMissingParams, kUpdateMissingParams};
+constexpr Failure kUpdateJunk{kCodeUpdateInvalidParams, kUpdateInvalidParams};
+
+/// Where an entry stands: in the parameters or in their "metadata".
+enum class Place { kParams, kMetadata };
+
+struct EntryRule {
+  std::string_view step;
+  Place place;
+  std::string_view name;
+  ParamType type;
+  std::string_view domain;
+  std::optional<Failure> missing;  // none: the entry is optional
+  Failure junk;
+  std::string_view failureLog;
+};
+
+constexpr auto kMap = ParamType::kDictionary;
+constexpr auto kText = ParamType::kString;
+
+constexpr std::array kUploadRules = {
+    EntryRule{"Validating headers", Place::kParams, keys::kHeaders, kMap, kUploadErrorDomain,
+              kUploadMissing, kUploadJunkType, "Upload headers validation failed : %@"},
+    EntryRule{"Validating metadata", Place::kParams, keys::kMetadata, kMap, kUploadErrorDomain,
+              kUploadMissing, kUploadJunkType, "Upload metadata validation failed : %@"},
+    EntryRule{"Validating file_name", Place::kMetadata, keys::kFileName, kText, kUploadErrorDomain,
+              kUploadMissing, kUploadJunkType, kFileNameFailed},
+    EntryRule{kValidatingFileNamespace, Place::kMetadata, keys::kFileNamespace, kText,
+              kUploadErrorDomain, std::nullopt, kUploadJunkValue,
+              "Upload file_namespace validation failed : %@"},
+    EntryRule{kValidatingSecurityKey, Place::kMetadata, keys::kSecurityKey, kText,
+              kUploadErrorDomain, std::nullopt, kUploadJunkValue,
+              "Upload seciruty_key validation failed : %@"},
+};
+
+constexpr std::array kDownloadRules = {
+    EntryRule{"Validating donwload headers", Place::kParams, keys::kHeaders, kMap,
+              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk,
+              "Download headers validation failed : %@"},
+    EntryRule{"Validating donwload metadta", Place::kParams, keys::kMetadata, kMap,
+              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk,
+              "Download metadta validation failed : %@"},
+    EntryRule{kValidatingFileNamespace, Place::kMetadata, keys::kFileNamespace, kText,
+              kDownloadErrorDomain, std::nullopt, kDownloadJunkValue,
+              "Download file_namespace validation failed : %@"},
+    EntryRule{kValidatingSecurityKey, Place::kMetadata, keys::kSecurityKey, kText,
+              kDownloadErrorDomain, std::nullopt, kDownloadJunkValue,
+              "Download seciruty_key validation failed : %@"},
+    EntryRule{"Validating file_id in metadata for download", Place::kMetadata, keys::kFileId, kText,
+              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk, kFileNameFailed},
+};
+
+constexpr std::array kUpdateRules = {
+    EntryRule{"Validating update headers", Place::kParams, keys::kHeaders, kMap,
+              kUpdateHeadersErrorDomain, kUpdateMissing, kUpdateJunk,
+              "Update headers validation failed : %@"},
+    EntryRule{"Validating update metadta", Place::kParams, keys::kMetadata, kMap,
+              kUpdateErrorDomain, kUpdateMissing, kUpdateJunk,
+              "Update metadata validation failed : %@"},
+    EntryRule{"Validating file_id in metadata for update", Place::kMetadata, keys::kFileId, kText,
+              kUpdateErrorDomain, kDownloadMissing, kDownloadJunk, kFileNameFailed},
+};
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+/// Sets the error, where the caller wants it, and answers "not valid".
+bool fail(ErrorPtr* error, std::string_view domain, std::int32_t code, std::string_view text) {
+  if (error != nullptr) *error = CommonUtils::generateErrorWith(domain, code, text);
+  return false;
+}
+
+bool fail(ErrorPtr* error, std::string_view domain, const Failure& failure,
+          std::string_view detail) {
+  return fail(error, domain, failure.code,
+              platform::formatMessage(kDescription, {failure.message, detail}));
+}
+
+/// As `fail`, and logs the error into the placeholder of `logText`.
+bool failLogged(ErrorPtr* error, std::string_view domain, const Failure& failure,
+                std::string_view detail, std::string_view logText) {
+  ErrorPtr made;
+  (void)fail(&made, domain, failure, detail);
+  logger().logError(logText, made);
+  if (error != nullptr) *error = std::move(made);
+  return false;
+}
+
+bool isOfType(const Value& value, ParamType type) {
+  return type == ParamType::kString ? value.isText() : value.isDictionary();
+}
+
+bool satisfies(const Dictionary& params, const EntryRule& rule, ErrorPtr* error) {
+  if (rule.missing) {
+    return ValidationUtils::validateInnerMapParameter(params, rule.name, rule.domain, rule.type,
+                                                      rule.missing->code, rule.missing->message,
+                                                      rule.junk.code, rule.junk.message, error);
+  }
+  return ValidationUtils::validateInnerMapParameter(params, rule.name, rule.domain, rule.type,
+                                                    rule.junk.code, rule.junk.message, error);
+}
+
+bool satisfiesAll(const Dictionary& params, std::span<const EntryRule> rules, ErrorPtr* error) {
+  for (const EntryRule& rule : rules) {
+    logger().logInfo(rule.step);
+    ErrorPtr failure;
+    const bool inParams = rule.place == Place::kParams;
+    if (!satisfies(inParams ? params : params[keys::kMetadata].dictionaryValue(), rule, &failure)) {
+      logger().logError(rule.failureLog, failure);
+      if (error != nullptr) *error = failure;
+      return false;
+    }
+  }
+  return true;
+}
+
+bool areRawBytesValid(const Dictionary& file, ErrorPtr* error) {
+  logger().logInfo(kValidatingRawData);
+  const Value* rawBytes = file.find(keys::kRawBytes);
+  if (rawBytes == nullptr) return fail(error, kUploadErrorDomain, kUploadMissing, kRawBytesMissing);
+  if (const platform::Data* bytes = rawBytes->data()) {
+    return !bytes->empty() || fail(error, kUploadErrorDomain, kUploadJunkValue, kRawDataNull);
+  }
+  const std::string* text = rawBytes->text();
+  if (text == nullptr) return fail(error, kUploadErrorDomain, kUploadJunkType, kRawDataNull);
+  if (text->empty()) return fail(error, kUploadErrorDomain, kUploadJunkValue, kRawDataNull);
+  return platform::base64::decode(*text).has_value() ||
+         fail(error, kUploadErrorDomain, kUploadJunkType, kRawDataNull);
+}
+
+bool isFilePathValid(const Dictionary& file, ErrorPtr* error) {
+  logger().logInfo(kValidatingFilePath);
+  const Value* filePath = file.find(keys::kFilePath);
+  if (filePath == nullptr) return fail(error, kUploadErrorDomain, kUploadMissing, kFilePathMissing);
+  const std::string* path = filePath->text();
+  if (path == nullptr) {
+    return fail(error, kUploadErrorDomain, kUploadJunkType, kFilePathOfWrongType);
+  }
+  const auto content = platform::Data::fromFile(*path);
+  if (!content) {
+    const bool missing = content.error()->code() == ENOENT || content.error()->code() == ENOTDIR;
+    return fail(error, kUploadErrorDomain, kUploadUnreadable,
+                missing ? kFileNotFound : content.error()->localizedDescription());
+  }
+  return !content->empty() || fail(error, kUploadErrorDomain, kUploadUnreadable, kNoData);
+}
+
+constexpr bool isWordCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+         static_cast<unsigned char>(c) > 127;
+}
+
+/// The UTF-8 forms of Unicode's spaces and separators beyond ASCII, where they are not a range.
+constexpr std::array<std::string_view, 7> kUnicodeSpaces = {
+    "\xC2\xA0",     "\xE1\x9A\x80", "\xE2\x80\xA8", "\xE2\x80\xA9",
+    "\xE2\x80\xAF", "\xE2\x81\x9F", "\xE3\x80\x80"};
+
+bool startsWithWhiteSpaceOrQuote(std::string_view text) {
+  if (std::string_view(" \t\n\v\f\r\"").find(text.front()) != std::string_view::npos) return true;
+  // U+2000 to U+200A; what ends a sequence is between 80 and BF.
+  if (text.size() >= 3 && text.starts_with("\xE2\x80") &&
+      static_cast<unsigned char>(text[2]) <= 0x8A) {
+    return true;
+  }
+  return std::any_of(kUnicodeSpaces.begin(), kUnicodeSpaces.end(),
+                     [text](std::string_view space) { return text.starts_with(space); });
+}
+
+/// Matches ((?:http|https)(?::\/{2}[\w]+)(?:[\/|\.]?)(?:[^\s"]*)) as a whole. What may follow the
+/// first word character includes all that the two middle groups could take, so only the last
+/// counts.
+bool matchesUrlPattern(std::string_view url) {
+  constexpr std::string_view kHttp = "http";
+  constexpr std::string_view kSlashes = "://";
+  if (!url.starts_with(kHttp)) return false;
+  url.remove_prefix(kHttp.size());
+  if (url.starts_with('s')) url.remove_prefix(1);
+  if (!url.starts_with(kSlashes)) return false;
+  url.remove_prefix(kSlashes.size());
+  if (url.empty() || !isWordCharacter(url.front())) return false;
+  for (; !url.empty(); url.remove_prefix(1)) {
+    if (startsWithWhiteSpaceOrQuote(url)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ValidationUtils::isValidUrl(std::string_view url, ErrorPtr* error) {
+  return matchesUrlPattern(url) ||
+         fail(error, kUrlValidationErrorDomain, kCodeMissingServerUrl, kMissingServerUrl);
+}
+
+bool ValidationUtils::validateUploadParamsWithUploadParams(
+    const std::optional<Dictionary>& uploadParams, UploadInputType uploadInputType,
+    ErrorPtr* error) {
+  logger().logInfo(kValidatingUploadParams);
+  if (!uploadParams || uploadParams->empty()) {
+    return fail(error, kUploadErrorDomain, kUploadMissing, kNoUploadParams);
+  }
+  if (!satisfiesAll(*uploadParams, kUploadRules, error)) return false;
+
+  logger().logInfo(kValidatingUploadType);
+  const Dictionary file = (*uploadParams)[keys::kFile].dictionaryValue();
+  if (!file.contains(keys::kFilePath) && !file.contains(keys::kRawBytes)) {
+    return fail(error, kUploadErrorDomain, kUploadMissing, kNoUploadSource);
+  }
+  return uploadInputType == UploadInputType::kLocalFilePath ? isFilePathValid(file, error)
+                                                            : areRawBytesValid(file, error);
+}
+
+bool ValidationUtils::validateDownloadParams(const std::optional<Dictionary>& downloadParams,
+                                             ErrorPtr* error) {
+  logger().logInfo(kValidatingDownloadParams);
+  if (!downloadParams) {
+    return failLogged(error, kDownloadErrorDomain, kDownloadJunk, kNoData, kDownloadParamsFailed);
+  }
+  return satisfiesAll(*downloadParams, kDownloadRules, error);
+}
+
+bool ValidationUtils::validateUpdateParams(const std::optional<Dictionary>& updateParams,
+                                           ErrorPtr* error) {
+  logger().logInfo(kValidatingUpdateParams);
+  if (!updateParams) {
+    return failLogged(error, kUpdateErrorDomain, kUpdateJunk, kNoData, kUpdateParamsFailed);
+  }
+  return satisfiesAll(*updateParams, kUpdateRules, error);
+}
+
+bool ValidationUtils::validateFileIdForDeletion(const std::optional<std::string>& fileId,
+                                                ErrorPtr* error) {
+  if (!fileId) {
+    logger().logError(kDeleteParameterMissing, keys::kFileId);
+    return fail(error, kDeleteErrorDomain, {kCodeDeleteMissingParams, kDeleteMissingParams},
+                kFileIdNull);
+  }
+  if (fileId->empty()) {
+    logger().logError(kDeleteParameterEmpty, keys::kFileId);
+    // Callers know this one under the downloads' domain.
+    return fail(error, kDownloadErrorDomain, {kCodeDeleteInvalidParams, kDeleteInvalidParams},
+                kFileIdNull);
+  }
+  return true;
+}
+
+bool ValidationUtils::validateDeleteParams(const std::optional<Dictionary>& deleteParams,
+                                           ErrorPtr* error) {
+  constexpr Failure kMissing{kCodeDeleteMissingParams, kDeleteMissingParams};
+  if (!deleteParams) {
+    logger().logError(kDeleteParameterMissing, kDeleteParams);
+    return fail(error, kDeleteErrorDomain, kMissing, kDeleteParamsNull);
+  }
+  if (deleteParams->empty()) {
+    logger().logError(kDeleteParamsEmpty);
+    return fail(error, kDeleteErrorDomain, kMissing, kDeleteParamsEmpty);
+  }
+  return true;
+}
+
+Dictionary ValidationUtils::fixChunkSizeIfNeeded(std::optional<Dictionary> uploadParams) {
+  Dictionary params = std::move(uploadParams).value_or(Dictionary{});
+  if (params[keys::kChunkSize].integerValue() < 1) params.set(keys::kChunkSize, kDefaultChunkSize);
+  return params;
+}
+
+bool ValidationUtils::validateInnerMapParameter(
+    const Dictionary& params, std::string_view paramName, std::string_view errorDomain,
+    ParamType typeOfParam, std::int32_t errorCodeForMissingParameter,
+    std::string_view errorMessageForMissingParameter, std::int32_t errorCodeForJunkValue,
+    std::string_view errorMessageForJunkValue, ErrorPtr* error) {
+  const Value* entry = params.find(paramName);
+  if (entry == nullptr) {
+    return fail(
+        error, errorDomain, errorCodeForMissingParameter,
+        platform::formatMessage(kEntryMissing, {errorMessageForMissingParameter, paramName}));
+  }
+  if (!isOfType(*entry, typeOfParam)) {
+    return fail(error, errorDomain, errorCodeForJunkValue,
+                platform::formatMessage(kEntryOfWrongType, {errorMessageForJunkValue, paramName}));
+  }
+  if (entry->isText() && entry->text()->empty()) {
+    return fail(error, errorDomain, errorCodeForJunkValue,
+                platform::formatMessage(kEntryEmpty, {errorMessageForJunkValue, paramName}));
+  }
+  return true;
+}
+
+bool ValidationUtils::validateInnerMapParameter(const Dictionary& params,
+                                                std::string_view paramName,
+                                                std::string_view errorDomain, ParamType typeOfParam,
+                                                std::int32_t errorCodeForJunkValue,
+                                                std::string_view errorMessageForJunkValue,
+                                                ErrorPtr* error) {
+  const Value* entry = params.find(paramName);
+  if (entry == nullptr || isOfType(*entry, typeOfParam)) return true;
+  return fail(
+      error, errorDomain, errorCodeForJunkValue,
+      platform::formatMessage(kOptionalEntryOfWrongType, {errorMessageForJunkValue, paramName}));
+}
+
+}  // namespace varo::binary
