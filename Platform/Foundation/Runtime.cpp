@@ -26,7 +26,7 @@ Runtime& Runtime::shared() {
 }
 
 Runtime::Runtime()
-    : pool_(poolOptions(), timers_), loopSteps_({.name = "varo-loop", .coreThreads = 1}, timers_) {}
+    : pool_(poolOptions(), growth_), loopSteps_({.name = "varo-loop", .coreThreads = 1}, growth_) {}
 
 void Runtime::onShutdown(std::function<void()> step) {
   const MutexLock lock(mutex_);
@@ -41,10 +41,11 @@ void Runtime::shutdown() {
     steps.swap(steps_);
   }
   std::for_each(steps.rbegin(), steps.rend(), [](const auto& step) { step(); });
+  timers_.shutdown();
   const bool fromInside = pool_.runsInThisThread() || loopSteps_.runsInThisThread();
   pool_.shutdown();
   loopSteps_.shutdown();
-  if (!fromInside) timers_.shutdown();
+  if (!fromInside) growth_.shutdown();
 }
 
 bool Runtime::isShutDown() const {

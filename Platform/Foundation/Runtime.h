@@ -22,21 +22,24 @@ class Runtime {
   [[nodiscard]] ThreadPool& pool() noexcept { return pool_; }
   /// Runs the steps between two iterations of looping tasks, which may sleep; nothing else.
   [[nodiscard]] ThreadPool& loopSteps() noexcept { return loopSteps_; }
+  /// Ends the pauses between iterations of loops. Shut down before the pools: what waits is called.
   [[nodiscard]] TimerQueue& timers() noexcept { return timers_; }
 
   /// Registers what `shutdown` does first, last registered first: a network transport ends its
   /// transfers here.
   void onShutdown(std::function<void()> step);
 
-  /// Ends transfers in flight with an error, lets the tasks and callbacks that wait for them
-  /// finish, and joins all threads. Waits for callbacks that are running. From inside a callback it
-  /// only begins the shutdown; the exit of the process completes it. Later operations fail at once.
+  /// Ends transfers in flight and pauses of loops with an error, lets the tasks and callbacks that
+  /// wait for them finish, and joins all threads. Waits for callbacks that are running. From inside
+  /// a callback it only begins the shutdown; the exit of the process completes it. Later operations
+  /// fail at once.
   void shutdown();
   [[nodiscard]] bool isShutDown() const;
 
  private:
   Runtime();
 
+  TimerQueue growth_;  // of the pools; until their last job has run
   TimerQueue timers_;
   ThreadPool pool_;
   ThreadPool loopSteps_;

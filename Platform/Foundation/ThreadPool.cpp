@@ -171,8 +171,9 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   }
 
   void scheduleCheck() {
-    timers_.after(kStallWindow, [weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->check();
+    timers_.after(kStallWindow, [weak = weak_from_this()](TimerQueue::Reason reason) {
+      const auto self = weak.lock();
+      if (self != nullptr && reason == TimerQueue::Reason::kDue) self->check();
     });
   }
 

@@ -5,15 +5,20 @@ namespace varo::platform {
 TimerQueue::~TimerQueue() { shutdown(); }
 
 TimerQueue::Token TimerQueue::after(std::chrono::milliseconds delay, Job job) {
-  const MutexLock lock(mutex_);
-  const Token token = nextToken_++;
-  if (stopped_) return token;
-  const Clock::time_point due = Clock::now() + delay;
-  jobs_.emplace(std::pair(due, token), std::move(job));
-  dueTimes_.emplace(token, due);
-  if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
-  changed_.notifyOne();
-  return token;
+  {
+    const MutexLock lock(mutex_);
+    if (!stopped_) {
+      const Token token = nextToken_++;
+      const Clock::time_point due = Clock::now() + delay;
+      jobs_.emplace(std::pair(due, token), std::move(job));
+      dueTimes_.emplace(token, due);
+      if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
+      changed_.notifyOne();
+      return token;
+    }
+  }
+  job(Reason::kShutDown);
+  return kNoToken;
 }
 
 bool TimerQueue::cancel(Token token) {
@@ -30,16 +35,17 @@ bool TimerQueue::cancel(Token token) {
 
 void TimerQueue::shutdown() {
   std::thread thread;
-  std::map<std::pair<Clock::time_point, Token>, Job> dropped;
+  std::map<std::pair<Clock::time_point, Token>, Job> waiting;
   {
     const MutexLock lock(mutex_);
     stopped_ = true;
-    dropped.swap(jobs_);
+    waiting.swap(jobs_);
     dueTimes_.clear();
     thread.swap(thread_);
     changed_.notifyAll();
   }
   if (thread.joinable()) thread.join();
+  for (const auto& [due, job] : waiting) job(Reason::kShutDown);
 }
 
 void TimerQueue::run() {
@@ -60,7 +66,7 @@ void TimerQueue::run() {
       dueTimes_.erase(jobs_.begin()->first.second);
       jobs_.erase(jobs_.begin());
     }
-    job();
+    job(Reason::kDue);
   }
 }
 

@@ -11,13 +11,17 @@
 
 namespace varo::platform {
 
-/// Runs jobs after a delay, on one thread of its own. Jobs must be short and must not block: they
+/// Calls jobs after a delay, on one thread of its own. Jobs must be short and must not block: they
 /// hand work to a pool or a queue. Thread-safe.
 class TimerQueue {
  public:
   using Clock = std::chrono::steady_clock;
-  using Job = std::function<void()>;
+  /// Why a job is called.
+  enum class Reason { kDue, kShutDown };
+  using Job = std::function<void(Reason)>;
   using Token = std::uint64_t;
+  /// Stands for no job.
+  static constexpr Token kNoToken = 0;
 
   /// The thread starts with the first job.
   TimerQueue() = default;
@@ -26,13 +30,14 @@ class TimerQueue {
   TimerQueue(const TimerQueue&) = delete;
   TimerQueue& operator=(const TimerQueue&) = delete;
 
-  /// Runs `job` once, not before `delay` has passed. After `shutdown` it is dropped.
+  /// Calls `job` once: not before `delay` has passed, or, when that comes first, from `shutdown`;
+  /// after `shutdown` at once, on this thread.
   Token after(std::chrono::milliseconds delay, Job job);
 
   /// Drops the job if it has not started. Whether it was dropped.
   bool cancel(Token token);
 
-  /// Drops all jobs and joins the thread. Not to be called from a job.
+  /// Calls the jobs that wait, with `kShutDown`, and joins the thread. Not to be called from a job.
   void shutdown();
 
  private:

@@ -136,12 +136,13 @@ TEST(TimerQueueTest, RunsInOrderOfDueTimeAndDropsCancelledJobs) {
   TimerQueue timers;
   std::vector<int> order;  // touched by the timer thread until `done`
   std::latch done(2);
-  timers.after(std::chrono::milliseconds(30), [&] {
+  const auto ignore = [&](TimerQueue::Reason) { order.push_back(9); };
+  timers.after(std::chrono::milliseconds(30), [&](TimerQueue::Reason) {
     order.push_back(2);
     done.count_down();
   });
-  const auto cancelled = timers.after(std::chrono::milliseconds(10), [&] { order.push_back(9); });
-  timers.after(std::chrono::milliseconds(1), [&] {
+  const auto cancelled = timers.after(std::chrono::milliseconds(10), ignore);
+  timers.after(std::chrono::milliseconds(1), [&](TimerQueue::Reason) {
     order.push_back(1);
     done.count_down();
   });
@@ -149,6 +150,17 @@ TEST(TimerQueueTest, RunsInOrderOfDueTimeAndDropsCancelledJobs) {
   EXPECT_FALSE(timers.cancel(cancelled));
   done.wait();
   EXPECT_EQ(order, (std::vector<int>{1, 2}));
+}
+
+TEST(TimerQueueTest, ShutdownCallsWhatWaitsAndLaterJobsAreCalledAtOnce) {
+  TimerQueue timers;
+  std::vector<TimerQueue::Reason> reasons;
+  const auto note = [&](TimerQueue::Reason reason) { reasons.push_back(reason); };
+  timers.after(std::chrono::hours(1), note);
+  timers.shutdown();
+  timers.after(std::chrono::milliseconds(0), note);
+  using enum TimerQueue::Reason;
+  EXPECT_EQ(reasons, (std::vector{kShutDown, kShutDown}));
 }
 
 }  // namespace
