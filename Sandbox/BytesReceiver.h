@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Sandbox/ByteStore.h"
+#include "Sandbox/HttpRequest.h"
+#include "Sandbox/RequestBody.h"
+
+#include <optional>
+
+namespace varo::sandbox {
+
+class BlobWriter;
+
+/// Moves the content of a request into `writer`: the one part of a multipart body, or the body as
+/// it is, and finishes it. Nothing is held in memory but the piece on its way.
+[[nodiscard]] std::optional<WriteProblem> receiveBytes(const HttpRequest& request,
+                                                       RequestBody& body, BlobWriter& writer);
+
+/// Whether the request says that its body is multipart/form-data.
+[[nodiscard]] bool isMultipart(const HttpRequest& request);
+
+}  // namespace varo::sandbox

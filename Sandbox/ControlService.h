@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Sandbox/FaultInjector.h"
+#include "Sandbox/HttpResponse.h"
+#include "Sandbox/RequestBody.h"
+#include "Sandbox/RequestLog.h"
+#include "Sandbox/Router.h"
+
+#include <string_view>
+
+namespace varo::sandbox {
+
+/// What a tester says to the sandbox: faults, counters and the last requests, under /control/ of
+/// the object service's listener. It answers clients on this machine only. Thread-safe.
+class ControlService {
+ public:
+  static constexpr std::string_view kPathPrefix = "/control/";
+
+  ControlService(FaultInjector& faults, RequestLog& log);
+
+  void registerRoutes(Router& router);
+
+ private:
+  [[nodiscard]] HttpResponse addFaults(RequestBody& body);
+  [[nodiscard]] HttpResponse stats() const;
+  [[nodiscard]] HttpResponse requests() const;
+
+  FaultInjector& faults_;
+  RequestLog& log_;
+};
+
+}  // namespace varo::sandbox

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "Sandbox/ByteStore.h"
+#include "Sandbox/HttpResponse.h"
+#include "Sandbox/RecordStore.h"
+#include "Sandbox/RequestBody.h"
+#include "Sandbox/Router.h"
+#include "Sandbox/TemplateKind.h"
+
+#include <boost/json/object.hpp>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <variant>
+
+namespace varo::sandbox {
+
+/// The files' records: listed, created, updated and committed at {base}/objects/File.
+/// Thread-safe. Exceptions of the record store pass through.
+class ObjectService {
+ public:
+  struct Stores {
+    RecordStore& records;
+    ByteStore& serviceBytes;
+    ByteStore& outsideBytes;
+  };
+
+  /// `storeUrl` gives the outside store's address once it listens.
+  ObjectService(Stores stores, TemplateKind defaultTemplate, std::function<std::string()> storeUrl);
+
+  void registerRoutes(Router& router);
+
+ private:
+  using ObjectOrRefusal = std::variant<boost::json::object, HttpResponse>;
+
+  [[nodiscard]] HttpResponse list(const HttpRequest& request) const;
+  [[nodiscard]] HttpResponse create(RequestBody& body);
+  [[nodiscard]] HttpResponse put(const HttpRequest& request, RequestBody& body);
+  [[nodiscard]] HttpResponse update(RequestBody& body);
+  [[nodiscard]] HttpResponse commit(RequestBody& body);
+
+  [[nodiscard]] std::string recordText(const FileRecord& record) const;
+  [[nodiscard]] std::string uploadTemplate(const std::string& id, const TemplateKind& kind) const;
+  [[nodiscard]] std::optional<HttpResponse> completeRecord(const boost::json::object& entries,
+                                                           FileRecord& record) const;
+
+  const Stores stores_;
+  const TemplateKind defaultTemplate_;
+  const std::function<std::string()> storeUrl_;
+};
+
+}  // namespace varo::sandbox

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "Sandbox/FilterParser.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace SQLite {
+class Database;
+}
+
+namespace varo::sandbox {
+
+/// A file that the object service knows.
+struct FileRecord {
+  std::string id;
+  std::string metadata;  ///< A JSON object.
+  std::string kind;      ///< How its bytes travel, in the form of `textOf(TemplateKind)`.
+  bool committed = false;
+  std::uint64_t size = 0;
+  std::string entityTag;
+  std::string created;  ///< ISO 8601, UTC; set by `insert`.
+  std::int64_t revision = 0;
+};
+
+/// What is stored under a key of a byte store.
+struct BlobState {
+  std::string fileName;  ///< Below the byte store's directory.
+  std::uint64_t size = 0;
+  std::uint64_t chunkLength = 0;  ///< Of the first chunk.
+  std::uint64_t chunks = 0;
+  std::string entityTag;
+};
+
+/// Records of files and of stored bytes, in one SQLite file. Thread-safe. The functions throw
+/// `std::exception` when the database fails.
+class RecordStore {
+ public:
+  /// Names and texts by which `list` finds a record.
+  using Properties = std::vector<std::pair<std::string, std::string>>;
+
+  /// Opens or creates the database at `path`.
+  explicit RecordStore(const std::string& path);
+  ~RecordStore();
+
+  void insert(const FileRecord& record, const Properties& properties);
+  [[nodiscard]] std::optional<FileRecord> find(std::string_view id) const;
+  /// Stores `record` unless somebody else did since it was read: then false and nothing changes.
+  [[nodiscard]] bool replace(const FileRecord& record, const Properties& properties);
+  /// The committed records that have all of `filter`'s properties, oldest first.
+  [[nodiscard]] std::vector<FileRecord> list(const Filter& filter) const;
+
+  [[nodiscard]] std::optional<BlobState> findBlob(std::string_view area,
+                                                  std::string_view key) const;
+  void putBlob(std::string_view area, std::string_view key, const BlobState& state);
+  void removeBlob(std::string_view area, std::string_view key);
+
+ private:
+  void writeProperties(std::string_view id, const Properties& properties);
+
+  mutable std::mutex mutex_;
+  const std::unique_ptr<SQLite::Database> database_;  // guarded by mutex_
+};
+
+}  // namespace varo::sandbox

@@ -1,0 +1,64 @@
+#include "Sandbox/RequestPipeline.h"
+
+#include "Sandbox/ControlService.h"
+#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/TokenHeader.h"
+
+#include <exception>
+#include <utility>
+
+namespace varo::sandbox {
+namespace {
+
+/// Counts what is read of a body.
+class CountingBody final : public RequestBody {
+ public:
+  explicit CountingBody(RequestBody& inner) : inner_(inner) {}
+
+  End readInto(const Sink& sink) override {
+    return inner_.readInto([this, &sink](std::string_view piece) {
+      count_ += piece.size();
+      return sink(piece);
+    });
+  }
+  [[nodiscard]] std::uint64_t count() const { return count_; }
+
+ private:
+  RequestBody& inner_;
+  std::uint64_t count_ = 0;
+};
+
+}  // namespace
+
+RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken, Shared shared)
+    : listener_(std::move(listener)), requiredToken_(std::move(requiredToken)), shared_(shared) {}
+
+HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) const {
+  if (request.path.starts_with(ControlService::kPathPrefix)) return router_.route(request, body);
+
+  const auto fault = shared_.faults.hit(listener_, request);
+  if (fault) shared_.stopSignal.waitFor(fault->latency);
+  CountingBody counted(body);
+  auto replacement = fault ? replacementFor(*fault) : std::nullopt;
+  HttpResponse response;
+  try {
+    response = replacement ? *std::move(replacement) : authorizedResponse(request, counted);
+  } catch (const std::exception& exception) {
+    response = errorResponse(kInternal, exception.what(), 500);
+  }
+  if (fault) spoil(response, *fault);
+  shared_.log.record(listener_, request, counted.count(), response.status);
+  return response;
+}
+
+HttpResponse RequestPipeline::authorizedResponse(HttpRequest& request, RequestBody& body) const {
+  if (!requiredToken_.empty()) {
+    const std::string* token = request.header(kTokenHeader);
+    if (token == nullptr || *token != requiredToken_) {
+      return errorResponse(kUnauthorized, "the token is missing or wrong", 401);
+    }
+  }
+  return router_.route(request, body);
+}
+
+}  // namespace varo::sandbox

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "Sandbox/FaultInjector.h"
+#include "Sandbox/RequestLog.h"
+#include "Sandbox/Router.h"
+#include "Sandbox/StopSignal.h"
+
+#include <string>
+
+namespace varo::sandbox {
+
+/// What every request of a listener goes through: fault, token check, service, log. The control
+/// paths are spared all three, so that nobody locks himself out.
+class RequestPipeline {
+ public:
+  struct Shared {
+    FaultInjector& faults;
+    RequestLog& log;
+    StopSignal& stopSignal;
+  };
+
+  /// An empty `requiredToken` switches the check off.
+  RequestPipeline(std::string listener, std::string requiredToken, Shared shared);
+
+  /// To be filled before the first request.
+  [[nodiscard]] Router& router() { return router_; }
+  [[nodiscard]] HttpResponse handle(HttpRequest& request, RequestBody& body) const;
+
+ private:
+  [[nodiscard]] HttpResponse authorizedResponse(HttpRequest& request, RequestBody& body) const;
+
+  const std::string listener_;
+  const std::string requiredToken_;
+  const Shared shared_;
+  Router router_;
+};
+
+}  // namespace varo::sandbox

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Sandbox/TemplateKind.h"
+
+#include <cstdint>
+#include <string>
+
+namespace varo::sandbox {
+
+/// Settings of a sandbox. All but the directory have defaults that suit tests.
+struct SandboxOptions {
+  /// Where records and bytes are kept; made if missing. What it holds is served again.
+  std::string dataDirectory;
+  /// Listening on another address lets other machines in; the control endpoint still answers
+  /// loopback clients only.
+  std::string address = "127.0.0.1";
+  std::uint16_t port = 0;       ///< 0: any free one.
+  std::uint16_t storePort = 0;  ///< Of the outside object store; 0: any free one.
+  /// What "X-Pelmar-Authorization" must say; empty: nobody asks.
+  std::string requiredToken;
+  /// Connections that each listener serves at once; further ones wait.
+  std::size_t connectionThreads = 640;
+  /// Longest request body in bytes.
+  std::uint64_t maxBodyBytes = std::uint64_t{64} << 30;
+  /// Of uploads that ask for nothing special.
+  TemplateKind defaultTemplate;
+};
+
+}  // namespace varo::sandbox

@@ -1,0 +1,145 @@
+#include "Sandbox/SandboxServer.h"
+
+#include "Sandbox/ByteStore.h"
+#include "Sandbox/BytesService.h"
+#include "Sandbox/ControlService.h"
+#include "Sandbox/FaultInjector.h"
+#include "Sandbox/HttpListener.h"
+#include "Sandbox/ObjectService.h"
+#include "Sandbox/OutsideStore.h"
+#include "Sandbox/RecordStore.h"
+#include "Sandbox/RequestLog.h"
+#include "Sandbox/RequestPipeline.h"
+#include "Sandbox/ServicePaths.h"
+#include "Sandbox/StopSignal.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <filesystem>
+#include <string_view>
+#include <utility>
+
+namespace varo::sandbox {
+namespace {
+
+constexpr std::string_view kServiceListener = "service";
+constexpr std::string_view kStoreListener = "store";
+
+bool isLoopbackAddress(std::string_view address) {
+  return address.starts_with("127.") || address == "::1" || address == "localhost";
+}
+
+std::string origin(std::string_view address, std::uint16_t port) {
+  if (address == "0.0.0.0" || address == "::") address = "127.0.0.1";
+  const bool bracketed = address.find(':') != std::string_view::npos;
+  return fmt::format("http://{}{}{}:{}", bracketed ? "[" : "", address, bracketed ? "]" : "", port);
+}
+
+std::string madeDirectory(const std::filesystem::path& path) {
+  std::filesystem::create_directories(path);
+  return path.string();
+}
+
+}  // namespace
+
+/// What outlives a stop.
+struct SandboxServer::Shared {
+  FaultInjector faults;
+  RequestLog log;
+};
+
+/// What lives from start to stop. The listeners come last, so that they end first.
+struct SandboxServer::Running {
+  Running(const SandboxOptions& options, Shared& shared)
+      : records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
+        serviceBytes(madeDirectory(options.dataDirectory + "/files"), "files", records),
+        outsideBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
+        objectService({records, serviceBytes, outsideBytes}, options.defaultTemplate,
+                      [this, address = options.address] { return origin(address, store.port()); }),
+        bytesService(records, serviceBytes),
+        outsideStore(outsideBytes),
+        controlService(shared.faults, shared.log),
+        servicePipeline(std::string(kServiceListener), options.requiredToken,
+                        {shared.faults, shared.log, stopSignal}),
+        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
+        store({options.connectionThreads, options.maxBodyBytes}, stopSignal,
+              [this](HttpRequest& request, RequestBody& body) {
+                return storePipeline.handle(request, body);
+              }),
+        service({options.connectionThreads, options.maxBodyBytes}, stopSignal,
+                [this](HttpRequest& request, RequestBody& body) {
+                  return servicePipeline.handle(request, body);
+                }) {
+    objectService.registerRoutes(servicePipeline.router());
+    bytesService.registerRoutes(servicePipeline.router());
+    controlService.registerRoutes(servicePipeline.router());
+    outsideStore.registerRoutes(storePipeline.router());
+  }
+
+  ~Running() { stopSignal.raise(); }
+
+  StopSignal stopSignal;
+  RecordStore records;
+  ByteStore serviceBytes;
+  ByteStore outsideBytes;
+  ObjectService objectService;
+  BytesService bytesService;
+  OutsideStore outsideStore;
+  ControlService controlService;
+  RequestPipeline servicePipeline;
+  RequestPipeline storePipeline;
+  HttpListener store;
+  HttpListener service;
+};
+
+SandboxServer::SandboxServer(SandboxOptions options)
+    : options_(std::move(options)), shared_(std::make_unique<Shared>()) {}
+
+SandboxServer::~SandboxServer() { stop(); }
+
+std::optional<SandboxServer::Error> SandboxServer::start() {
+  if (running_) return Error{"the sandbox runs already"};
+  if (options_.dataDirectory.empty()) return Error{"the sandbox needs a data directory"};
+  try {
+    auto running = std::make_unique<Running>(options_, *shared_);
+    // The store first: the service hands out its address.
+    if (auto problem = running->store.start(options_.address, options_.storePort)) {
+      return Error{*std::move(problem)};
+    }
+    if (auto problem = running->service.start(options_.address, options_.port)) {
+      return Error{*std::move(problem)};
+    }
+    running_ = std::move(running);
+  } catch (const std::exception& exception) {
+    return Error{
+        fmt::format("cannot use the directory {}: {}", options_.dataDirectory, exception.what())};
+  }
+  return std::nullopt;
+}
+
+void SandboxServer::stop() { running_.reset(); }
+
+std::string SandboxServer::url() const {
+  return fmt::format("{}{}{}", originUrl(), kServicesPath, kStoragePath);
+}
+
+std::string SandboxServer::originUrl() const {
+  return running_ ? origin(options_.address, running_->service.port()) : std::string();
+}
+
+std::string SandboxServer::storeUrl() const {
+  return running_ ? origin(options_.address, running_->store.port()) : std::string();
+}
+
+bool SandboxServer::isReachableFromOutside() const { return !isLoopbackAddress(options_.address); }
+
+void SandboxServer::addFault(FaultRule rule) { shared_->faults.add(std::move(rule)); }
+void SandboxServer::clearFaults() { shared_->faults.clear(); }
+
+ListenerStats SandboxServer::serviceStats() const { return shared_->log.stats(kServiceListener); }
+ListenerStats SandboxServer::storeStats() const { return shared_->log.stats(kStoreListener); }
+std::vector<LoggedRequest> SandboxServer::requests() const { return shared_->log.requests(); }
+void SandboxServer::clearStats() { shared_->log.clear(); }
+
+}  // namespace varo::sandbox

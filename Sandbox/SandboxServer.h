@@ -1,0 +1,66 @@
+#pragma once
+
+#include "Sandbox/Fault.h"
+#include "Sandbox/SandboxOptions.h"
+#include "Sandbox/Traffic.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace varo::sandbox {
+
+/// A complete back end in this process: the object service with its control endpoint on one port,
+/// an outside object store on another. docs/sandbox.md describes what they answer.
+///
+/// Thread-safe, except that `start` and `stop` exclude each other and all else at the same time.
+class SandboxServer {
+ public:
+  /// Why the sandbox could not start.
+  struct Error {
+    std::string message;
+  };
+
+  explicit SandboxServer(SandboxOptions options);
+  /// Stops.
+  ~SandboxServer();
+  SandboxServer(const SandboxServer&) = delete;
+  SandboxServer& operator=(const SandboxServer&) = delete;
+
+  /// Opens the data directory and begins to listen; connections are accepted when it returns.
+  /// Nothing is left running after an error: an unusable directory or a port that is taken. May be
+  /// called again after `stop`.
+  [[nodiscard]] std::optional<Error> start();
+
+  /// Closes all connections, also those with a request in flight, and returns when nothing runs any
+  /// more. Does nothing when nothing runs.
+  void stop();
+
+  /// The base URL that an application is given. Valid while the sandbox runs.
+  [[nodiscard]] std::string url() const;
+  /// The outside store's scheme, host and port. Valid while the sandbox runs.
+  [[nodiscard]] std::string storeUrl() const;
+  /// Scheme, host and port of the object service, below which "/control/" lies.
+  [[nodiscard]] std::string originUrl() const;
+  /// Whether the address lets other machines connect.
+  [[nodiscard]] bool isReachableFromOutside() const;
+
+  /// The same as the control endpoint. Rules and counts outlive `stop`.
+  void addFault(FaultRule rule);
+  void clearFaults();
+  [[nodiscard]] ListenerStats serviceStats() const;
+  [[nodiscard]] ListenerStats storeStats() const;
+  /// The last few hundred requests, oldest first.
+  [[nodiscard]] std::vector<LoggedRequest> requests() const;
+  void clearStats();
+
+ private:
+  struct Running;
+  struct Shared;
+  const SandboxOptions options_;
+  const std::unique_ptr<Shared> shared_;
+  std::unique_ptr<Running> running_;
+};
+
+}  // namespace varo::sandbox

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string_view>
+
+namespace varo::sandbox {
+
+/// The object service's base path. Clients derive the service's address from what stands before
+/// and with "services", and append a template's relative path to it.
+inline constexpr std::string_view kServicesPath = "/services";
+inline constexpr std::string_view kStoragePath = "/data/v1/storage";
+/// Below the base path.
+inline constexpr std::string_view kFilesPath = "/objects/File";
+inline constexpr std::string_view kBytesPath = "/bytes/";
+/// On the outside store.
+inline constexpr std::string_view kStoreObjectsPath = "/objects/";
+inline constexpr std::string_view kAppendQuery = "mode=append";
+/// What a template says for "the service that you talk to anyway".
+inline constexpr std::string_view kServiceDomain = "#middlewaredomain";
+
+}  // namespace varo::sandbox
