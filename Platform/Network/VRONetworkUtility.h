@@ -3,6 +3,7 @@
 #include "Platform/Common/NetworkError.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/HttpTransport.h"
+#include "Platform/Network/NetworkConfiguration.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,17 +14,16 @@
 
 namespace varo::platform {
 
-/// How a request body is encoded.
+/// How a request body is encoded. A missing body has zero bytes whatever the type.
 enum class RequestType : std::int32_t {
-  /// A dictionary, or text that is JSON already.
+  /// A dictionary or array; or text or bytes that are JSON already and go as they are. Sent as
+  /// application/json unless the headers say something else.
   kJson = 1,
   /// A dictionary with "parts": an array of parts, each an array of one-entry dictionaries: its
-  /// headers,
-  /// and its content under "partContent" (bytes or text). Sent as multipart/form-data (RFC 7578),
-  /// whose
-  /// own Content-Type replaces any in the headers.
+  /// headers, and its content under "partContent" (bytes or text). Sent as multipart/form-data
+  /// (RFC 7578), whose own Content-Type replaces any in the headers.
   kMultipart = 3,
-  /// Bytes as they are.
+  /// Bytes or text as they are; an empty dictionary has zero bytes.
   kRaw = 4,
 };
 
@@ -53,10 +53,10 @@ using NetworkCallback = std::function<void(
 
 /// The platform's network utility: encodes requests and reports answers.
 ///
-/// HTTP status codes are not errors. Errors carry the transport's code under the domain of the
-/// transport; a request that cannot be encoded is an error too. `options` is handed on for the
-/// transport's use and has no entries that this utility reads. Header and query values go out in
-/// their text form. Thread-safe.
+/// HTTP status codes are not errors. Errors carry the transport's domain, code and user
+/// information; a request that cannot be encoded is an error too. `options` has no entries that
+/// this utility reads. Header and query values go out in their text form; those that are null are
+/// left out. Large response bodies spool to the downloads directory. Thread-safe.
 class VRONetworkUtility {
  public:
   VRONetworkUtility() = delete;
@@ -74,11 +74,15 @@ class VRONetworkUtility {
                      const Dictionary& headers, const Dictionary& options,
                      NetworkCallback callback);
 
-  /// The transport in force; by default one `CurlHttpTransport`, made at the first use and shut
-  /// down with the runtime.
+  /// The transport in force; by default one `CurlHttpTransport`, made at the first use. It is shut
+  /// down with the runtime, as is one that was set.
   [[nodiscard]] static std::shared_ptr<HttpTransport> transport();
   /// Puts another transport in force for requests from now on; null restores the default.
   static void setTransport(std::shared_ptr<HttpTransport> transport);
+
+  /// Configures the default transport. Call before the first request: false, and nothing changes,
+  /// once the default transport exists.
+  [[nodiscard]] static bool configure(const NetworkConfiguration& configuration);
 };
 
 }  // namespace varo::platform

@@ -1,0 +1,324 @@
+#include "Platform/Network/CurlEngine.h"
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/NetworkTuning.h"
+
+#include <openssl/crypto.h>
+
+#include <algorithm>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+namespace varo::platform {
+namespace {
+
+bool initialiseCurl() {
+  static const bool done = [] {
+    // OpenSSL would free its state at exit, in an order that nobody controls, under threads that
+    // may still use it. Only effective where the host has not initialised it before.
+    static_cast<void>(OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr));
+    return curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK;
+  }();
+  return done;
+}
+
+CurlMulti makeMulti() {
+  if (!initialiseCurl()) return nullptr;
+  CurlMulti multi(curl_multi_init());
+  if (multi == nullptr) return nullptr;
+  // Every connection of the active transfers may be kept.
+  const auto connections = static_cast<long>(tuning::kMaxActiveTransfers);
+  if (curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, connections) != CURLM_OK) return nullptr;
+  return multi;
+}
+
+/// Only the I/O thread uses a share, so it needs no lock functions.
+CurlShare makeShare(bool cookies) {
+  if (!initialiseCurl()) return nullptr;
+  CurlShare share(curl_share_init());
+  if (share == nullptr) return nullptr;
+  const auto add = [&share](curl_lock_data what) {
+    return curl_share_setopt(share.get(), CURLSHOPT_SHARE, what) == CURLSHE_OK;
+  };
+  if (!add(CURL_LOCK_DATA_SSL_SESSION)) return nullptr;
+  if (cookies && !add(CURL_LOCK_DATA_COOKIE)) return nullptr;
+  return share;
+}
+
+NetworkConfiguration withDefaults(NetworkConfiguration configuration) {
+  const auto sane = [](std::chrono::milliseconds value, std::chrono::milliseconds otherwise) {
+    constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24);
+    return value.count() > 0 ? std::min(value, kLongest) : otherwise;
+  };
+  configuration.connectTimeout = sane(configuration.connectTimeout, tuning::kConnectTimeout);
+  configuration.stallTimeout = sane(configuration.stallTimeout, tuning::kStallTimeout);
+  configuration.maxActiveTransfers =
+      std::clamp<std::size_t>(configuration.maxActiveTransfers, 1, tuning::kMaxActiveTransfers);
+  return configuration;
+}
+
+/// What each buffer of one more transfer may take while `active` run.
+std::size_t bufferSizeFor(std::size_t active) {
+  constexpr std::size_t kLargest =
+      std::max({tuning::kReceiveBuffer, tuning::kUploadBuffer, tuning::kGatherBuffer});
+  return std::clamp(tuning::kBufferBudget / (active + 1), tuning::kSmallestBuffer, kLargest);
+}
+
+ErrorPtr shutDownError() {
+  return makeTransportError(HttpTransportError::kShutDown, "The network is shut down.");
+}
+
+ErrorPtr resourceError(const char* text) {
+  return makeTransportError(HttpTransportError::kNoResources, text);
+}
+
+ThreadPool::Job completionJob(HttpCompletion completion, CurlTransfer::End end) {
+  return [completion = std::move(completion), end = std::move(end)]() mutable {
+    completion(std::move(end.response), std::move(end.error));
+  };
+}
+
+}  // namespace
+
+CurlEngine::CurlEngine(const NetworkConfiguration& configuration, ThreadPool& pool,
+                       HttpCookieStore& cookies)
+    : pool_(pool),
+      withCookies_(makeShare(true)),
+      withoutCookies_(makeShare(false)),
+      multi_(makeMulti()),
+      common_{withDefaults(configuration), &cookies, withCookies_.get(), withoutCookies_.get()} {}
+
+CurlEngine::~CurlEngine() { stop(); }
+
+ErrorPtr CurlEngine::startLocked() {
+  if (started_) return nullptr;
+  if (multi_ == nullptr || withCookies_ == nullptr || withoutCookies_ == nullptr) {
+    return resourceError("libcurl could not be started.");
+  }
+  try {
+    thread_ = std::thread([this] { run(); });
+  } catch (const std::system_error& failure) {
+    return resourceError(failure.what());
+  }
+  started_ = true;
+  return nullptr;
+}
+
+void CurlEngine::submit(const TransferPtr& transfer) {
+  ErrorPtr refusal;
+  {
+    const MutexLock lock(mutex_);
+    refusal = requests_.stopping ? shutDownError() : startLocked();
+    if (refusal == nullptr) requests_.incoming.push_back(transfer);
+  }
+  if (refusal == nullptr) {
+    wake();
+  } else {
+    refuse(transfer->takeCompletion(), std::move(refusal));
+  }
+}
+
+void CurlEngine::refuse(HttpCompletion completion, ErrorPtr error) {
+  pool_.postOrRun(completionJob(std::move(completion), {std::nullopt, std::move(error)}));
+}
+
+void CurlEngine::cancel(const TransferPtr& transfer) {
+  {
+    const MutexLock lock(mutex_);
+    if (!started_ || requests_.stopping) return;
+    requests_.cancelled.push_back(transfer);
+  }
+  wake();
+}
+
+void CurlEngine::wake() {
+  // Fails where the pipe is full, and then the thread wakes anyway.
+  static_cast<void>(curl_multi_wakeup(multi_.get()));
+}
+
+void CurlEngine::stop() {
+  std::vector<Job> undelivered;
+  {
+    const MutexLock stopLock(stopMutex_);
+    bool started = false;
+    {
+      const MutexLock lock(mutex_);
+      requests_.stopping = true;
+      started = started_;
+    }
+    if (!started || !thread_.joinable()) return;
+    wake();
+    thread_.join();
+    undelivered.swap(undelivered_);
+  }
+  for (const Job& job : undelivered) job();
+}
+
+void CurlEngine::run() {
+  bool goesOn = true;
+  while (goesOn) {
+    try {
+      goesOn = step();
+    } catch (const std::exception& failure) {
+      endAll(resourceError(failure.what()));
+    }
+  }
+  endAll(shutDownError());
+  idle_.clear();
+}
+
+bool CurlEngine::step() {
+  Requests requests;
+  takeRequests(requests);
+  if (requests.stopping) return false;
+  admit();
+  int running = 0;
+  CURLMcode code = curl_multi_perform(multi_.get(), &running);
+  collectEnded();
+  endStalled();
+  const bool canAdmit =
+      !waiting_.empty() && active_.size() < common_.configuration.maxActiveTransfers;
+  if (code == CURLM_OK && !canAdmit) {
+    code = curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(pollTime().count()), nullptr);
+  }
+  if (code != CURLM_OK) {
+    endAll(resourceError(curl_multi_strerror(code)));
+    std::this_thread::sleep_for(tuning::kFailureBackoff);
+  }
+  return true;
+}
+
+void CurlEngine::takeRequests(Requests& requests) {
+  {
+    const MutexLock lock(mutex_);
+    std::swap(requests, requests_);
+    requests_.stopping = requests.stopping;
+  }
+  for (TransferPtr& transfer : requests.incoming) waiting_.push_back(std::move(transfer));
+  for (const TransferPtr& transfer : requests.cancelled) {
+    // One that has completed is no longer among the active ones; one that waits is skipped when its
+    // turn comes.
+    const auto error = makeTransportError(HttpTransportError::kCancelled,
+                                          "The transfer was cancelled.", transfer->safeUrl());
+    if (transfer->handle() != nullptr) {
+      endActive(transfer->handle(), error);
+    } else {
+      complete(*transfer, {std::nullopt, error});
+    }
+  }
+}
+
+void CurlEngine::admit() {
+  while (!waiting_.empty() && active_.size() < common_.configuration.maxActiveTransfers) {
+    TransferPtr transfer = std::move(waiting_.front());
+    waiting_.pop_front();
+    if (!transfer->isCompleted()) begin(std::move(transfer), takeHandle());
+  }
+}
+
+void CurlEngine::begin(TransferPtr transfer, CurlEasy easy) {
+  CURL* const handle = easy.get();
+  if (handle == nullptr) {
+    complete(*transfer, {std::nullopt, resourceError("libcurl has no more handles.")});
+    return;
+  }
+  ErrorPtr error = transfer->prepare(handle, common_, bufferSizeFor(active_.size()));
+  if (error == nullptr) {
+    const CURLMcode code = curl_multi_add_handle(multi_.get(), handle);
+    if (code != CURLM_OK) error = resourceError(curl_multi_strerror(code));
+  }
+  if (error == nullptr) {
+    active_.emplace(handle, Active{std::move(transfer), std::move(easy)});
+  } else {
+    transfer->release();
+    keepHandle(std::move(easy));
+    complete(*transfer, {std::nullopt, std::move(error)});
+  }
+}
+
+void CurlEngine::collectEnded() {
+  int remaining = 0;
+  while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &remaining)) {
+    if (message->msg != CURLMSG_DONE) continue;
+    const CURLcode code = message->data.result;
+    const auto found = active_.find(message->easy_handle);
+    if (found == active_.end()) continue;
+    Active ended = std::move(found->second);
+    active_.erase(found);
+    // Fails only for handles that are not attached; this one is.
+    static_cast<void>(curl_multi_remove_handle(multi_.get(), ended.easy.get()));
+    const bool goesOn = ended.transfer->goesOnAfter(code);
+    ended.transfer->release();
+    curl_easy_reset(ended.easy.get());
+    if (goesOn) {
+      begin(std::move(ended.transfer), std::move(ended.easy));
+    } else {
+      keepHandle(std::move(ended.easy));
+      complete(*ended.transfer, ended.transfer->takeEnd());
+    }
+  }
+}
+
+void CurlEngine::endStalled() {
+  const auto now = Clock::now();
+  if (now < nextStallCheck_) return;
+  nextStallCheck_ = now + pollTime();
+  std::vector<std::pair<CURL*, ErrorPtr>> stalled;
+  for (const auto& [easy, active] : active_) {
+    if (auto error = active.transfer->checkStall(now, common_.configuration)) {
+      stalled.emplace_back(easy, std::move(error));
+    }
+  }
+  for (const auto& [easy, error] : stalled) endActive(easy, error);
+}
+
+void CurlEngine::endAll(const ErrorPtr& error) {
+  Requests requests;
+  takeRequests(requests);
+  while (!active_.empty()) endActive(active_.begin()->first, error);
+  for (const TransferPtr& transfer : std::exchange(waiting_, {})) {
+    complete(*transfer, {std::nullopt, error});
+  }
+}
+
+void CurlEngine::endActive(CURL* easy, const ErrorPtr& error) {
+  const auto found = active_.find(easy);
+  Active ended = std::move(found->second);
+  active_.erase(found);
+  static_cast<void>(curl_multi_remove_handle(multi_.get(), easy));  // it is attached
+  ended.transfer->release();
+  keepHandle(std::move(ended.easy));
+  complete(*ended.transfer, {std::nullopt, error});
+}
+
+void CurlEngine::complete(CurlTransfer& transfer, CurlTransfer::End end) {
+  HttpCompletion completion = transfer.takeCompletion();
+  if (completion == nullptr) return;
+  Job job = completionJob(std::move(completion), std::move(end));
+  // A refused job is left as it was. It must not run on this thread.
+  if (!pool_.post(std::move(job))) undelivered_.push_back(std::move(job));
+}
+
+std::chrono::milliseconds CurlEngine::pollTime() const {
+  if (active_.empty()) return tuning::kIdlePoll;
+  return std::clamp(common_.configuration.stallTimeout / 4, std::chrono::milliseconds(1),
+                    tuning::kLongestPoll);
+}
+
+CurlEasy CurlEngine::takeHandle() {
+  if (idle_.empty()) return CurlEasy(curl_easy_init());
+  CurlEasy easy = std::move(idle_.back());
+  idle_.pop_back();
+  return easy;
+}
+
+void CurlEngine::keepHandle(CurlEasy easy) {
+  if (idle_.size() >= tuning::kMaxIdleHandles) return;
+  // Nothing of one request may reach the next.
+  curl_easy_reset(easy.get());
+  idle_.push_back(std::move(easy));
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,113 @@
+#pragma once
+
+#include "Platform/Network/CurlHandles.h"
+#include "Platform/Network/CurlUrl.h"
+#include "Platform/Network/HttpCookieStore.h"
+#include "Platform/Network/HttpTransport.h"
+#include "Platform/Network/NetworkConfiguration.h"
+#include "Platform/Network/RequestBodyReader.h"
+#include "Platform/Network/ResponseHead.h"
+#include "Platform/Network/ResponseSink.h"
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace varo::platform {
+
+/// What the transfers of one transport have in common. Constant while they run.
+struct CurlCommon {
+  NetworkConfiguration configuration;
+  HttpCookieStore* cookies = nullptr;
+  /// Cookies and TLS sessions, or TLS sessions alone.
+  CURLSH* withCookies = nullptr;
+  CURLSH* withoutCookies = nullptr;
+};
+
+/// One request from `send` to its completion, over all its redirects. Made on any thread, then used
+/// by the I/O thread only. Private to the curl adapter.
+class CurlTransfer {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// `request` has been checked; `url` is its parsed address.
+  CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion completion);
+  CurlTransfer(const CurlTransfer&) = delete;
+  CurlTransfer& operator=(const CurlTransfer&) = delete;
+
+  /// Sets up a fresh or reset handle for the next exchange. The transfer and `common` must outlive
+  /// its use. `bufferSize`, in bytes, bounds each of the transfer's buffers. Returns an error where
+  /// libcurl refuses an option.
+  [[nodiscard]] ErrorPtr prepare(CURL* easy, const CurlCommon& common, std::size_t bufferSize);
+
+  /// The handle of the exchange that runs, or null.
+  [[nodiscard]] CURL* handle() const noexcept { return easy_; }
+  /// The handle is used no more.
+  void release() noexcept;
+
+  /// Takes in the end of an exchange. True: the request goes on with another exchange, for a
+  /// redirect; call `prepare` again. False: it came to `takeEnd`.
+  [[nodiscard]] bool goesOnAfter(CURLcode code);
+
+  /// An error where no byte has moved for the stall time-out, else null.
+  [[nodiscard]] ErrorPtr checkStall(Clock::time_point now, const NetworkConfiguration& limits);
+
+  struct End {
+    std::optional<HttpResponse> response;
+    ErrorPtr error;
+  };
+  /// What `goesOnAfter` came to.
+  [[nodiscard]] End takeEnd() { return std::move(end_); }
+
+  /// The completion, at the first call; null from then on.
+  [[nodiscard]] HttpCompletion takeCompletion() { return std::exchange(completion_, nullptr); }
+  [[nodiscard]] bool isCompleted() const noexcept { return completion_ == nullptr; }
+
+  /// For errors.
+  [[nodiscard]] const std::string& safeUrl() const noexcept { return url_.safeText(); }
+
+ private:
+  // Called by libcurl, during `curl_multi_perform`; `self` is the transfer.
+  static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self);
+  static int onSeek(void* self, curl_off_t offset, int origin);
+
+  [[nodiscard]] bool takeBody(std::string_view bytes);
+  [[nodiscard]] ErrorPtr buildHeaderList();
+  [[nodiscard]] ErrorPtr followRedirect(const std::string& location);
+  [[nodiscard]] ErrorPtr describe(CURLcode code) const;
+  [[nodiscard]] CURLSH* shareFor(const CurlCommon& common) const;
+  [[nodiscard]] std::optional<HttpResponse> makeResponse();
+  void failBodyNotStored(const Error& cause);
+
+  const HttpMethod method_;
+  const std::string spoolDirectory_;
+  const std::string firstHost_;
+  std::vector<HttpHeader> headers_;
+  std::optional<RequestBodyReader> body_;
+  HttpCompletion completion_;
+  End end_;
+
+  // Of the current exchange.
+  CurlUrl url_;
+  CURL* easy_ = nullptr;
+  CurlList headerList_;
+  ResponseHead head_;
+  std::optional<ResponseSink> sink_;
+  ErrorPtr failure_;  // found by a callback, more precise than libcurl's code
+  bool bodyBegan_ = false;
+  bool discardsBody_ = false;  // of a redirect
+  std::uint64_t discarded_ = 0;
+  int redirects_ = 0;
+  std::uint64_t bytesMoved_ = 0;
+  Clock::time_point lastMove_;
+  std::array<char, CURL_ERROR_SIZE> errorText_{};
+};
+
+}  // namespace varo::platform

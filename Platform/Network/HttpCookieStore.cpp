@@ -1,0 +1,10 @@
+#include "Platform/Network/HttpCookieStore.h"
+
+namespace varo::platform {
+
+HttpCookieStore& HttpCookieStore::sharedStore() noexcept {
+  static HttpCookieStore store;
+  return store;
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "Platform/Foundation/Error.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace varo::platform {
+
+/// Domain of the default transport's errors.
+///
+/// Codes below 1000 are libcurl's (`CURLcode`): 6 name not resolved, 7 no connection, 18 body cut
+/// short, 28 timed out, 60 certificate not trusted. Codes from 1001 are `HttpTransportError`'s. The
+/// user information has the readable text, and under "url" the address without user name, password
+/// and secrets, where there is one.
+inline constexpr std::string_view kHttpTransportErrorDomain = "HttpTransport";
+/// Key of the user information: the address the error is about.
+inline constexpr std::string_view kErrorUrlKey = "url";
+/// Key of the user information: the `CURLcode`, where libcurl reported the failure.
+inline constexpr std::string_view kErrorCurlCodeKey = "curlCode";
+/// Key of the user information: the file or directory, where one is to blame.
+inline constexpr std::string_view kErrorPathKey = "path";
+
+/// Failures that the transport itself finds. Retrying helps only where a line says so.
+enum class HttpTransportError : std::int64_t {
+  /// The URL is not an http(s) URL, or has characters that are never allowed.
+  kInvalidUrl = 1001,
+  /// A header name or value has characters that are never allowed.
+  kInvalidHeader = 1002,
+  /// The body's description cannot be encoded as the request type asks.
+  kInvalidBody = 1003,
+  /// A redirect that is never followed: of a request other than GET, to another kind of URL, or
+  /// from https to http.
+  kRedirectRefused = 1004,
+  kTooManyRedirects = 1005,
+  /// The answer's headers are larger than any real answer's.
+  kHeadersTooLarge = 1006,
+  /// The request body could not be read, for example because its file shrank.
+  kRequestBodyUnreadable = 1007,
+  /// The response body could not be stored; retrying helps once there is room.
+  kResponseBodyNotStored = 1008,
+  kCancelled = 1009,
+  kShutDown = 1010,
+  /// The system refused a resource (memory, a thread, a handle); retrying may help.
+  kNoResources = 1011,
+};
+
+/// An error of the domain above. `url` may be empty; it must be free of secrets.
+[[nodiscard]] ErrorPtr makeTransportError(HttpTransportError code, std::string description,
+                                          const std::string& url = {});
+
+/// The same about a file: the description says what `cause` says, the path is taken over.
+[[nodiscard]] ErrorPtr makeTransportError(HttpTransportError code, std::string_view what,
+                                          const Error& cause, const std::string& url);
+
+}  // namespace varo::platform

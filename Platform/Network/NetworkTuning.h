@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+/// The numbers of the network layer, each with its unit and the reason for it.
+namespace varo::platform::tuning {
+
+inline constexpr std::size_t kKiB = 1024;
+inline constexpr std::size_t kMiB = 1024 * kKiB;
+
+// Time.
+
+/// From the start of a transfer until its connection, TLS included, stands. Long enough for a
+/// mobile network that wakes up.
+inline constexpr std::chrono::milliseconds kConnectTimeout{30'000};
+/// How long a transfer may move no byte, in either direction. There is no limit on the whole.
+inline constexpr std::chrono::milliseconds kStallTimeout{60'000};
+/// Longest wait of the I/O thread while transfers run: the resolution of the stall time-out.
+inline constexpr std::chrono::milliseconds kLongestPoll{1'000};
+/// Longest wait while nothing runs; a new transfer wakes the thread at once.
+inline constexpr std::chrono::milliseconds kIdlePoll{600'000};
+/// Pause after libcurl failed as a whole (out of memory), so that the thread does not spin.
+inline constexpr std::chrono::milliseconds kFailureBackoff{100};
+
+// Counts.
+
+/// Transfers handed to libcurl at once; later ones wait in a queue of our own, where no time-out
+/// runs. Each needs a socket and may need a spool file, and processes have 1024 descriptors.
+inline constexpr std::size_t kMaxActiveTransfers = 256;
+/// Easy handles kept for reuse. A fresh one costs about a quarter of a small transfer, a kept one
+/// its upload buffer.
+inline constexpr std::size_t kMaxIdleHandles = 16;
+/// Redirects followed for one request.
+inline constexpr int kMaxRedirects = 10;
+/// Body bytes of a redirect that are read, so that its connection can be kept, before they cost
+/// more than a new connection.
+inline constexpr std::uint64_t kMaxRedirectBody = 64 * kKiB;
+
+// Response headers: a server may send them for ever.
+
+/// Bytes of all header lines of one answer.
+inline constexpr std::size_t kMaxHeaderBytes = 256 * kKiB;
+/// Header lines of one answer.
+inline constexpr std::size_t kMaxHeaderLines = 2'000;
+
+// Buffers. All are per transfer; with many transfers at once they shrink, so that their sum stays
+// near `kBufferBudget`.
+
+/// What libcurl reads from a socket at once; its largest. Fewer system calls than its default of
+/// 16 KiB.
+inline constexpr std::size_t kReceiveBuffer = 512 * kKiB;
+/// What is read from a request body at once.
+inline constexpr std::size_t kUploadBuffer = 512 * kKiB;
+/// Bytes gathered for one write to a spool file: libcurl hands out at most 16 KiB at a time.
+inline constexpr std::size_t kGatherBuffer = 512 * kKiB;
+inline constexpr std::size_t kBufferBudget = 16 * kMiB;
+/// The least of each.
+inline constexpr std::size_t kSmallestBuffer = 64 * kKiB;
+
+/// Response bodies up to this size stay in memory, larger ones go to a file.
+inline constexpr std::uint64_t kSpoolThreshold = 1 * kMiB;
+
+}  // namespace varo::platform::tuning

@@ -1,0 +1,92 @@
+#include "Platform/Network/ResponseSink.h"
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/File.h"
+#include "Platform/Network/NetworkTuning.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace varo::platform {
+namespace {
+
+Result<std::shared_ptr<File>> createSpoolFile(const std::string& directory) {
+  if (!directory.empty()) {
+    auto file = File::createUnnamed(directory);
+    if (file || file.error()->code() != ENOENT) return file;
+  }
+  std::error_code failure;
+  const std::filesystem::path temporary = std::filesystem::temp_directory_path(failure);
+  if (failure) return Error::fromErrno(failure.value(), "Finding", "the temporary directory");
+  return File::createUnnamed(temporary.string());
+}
+
+}  // namespace
+
+ResponseSink::ResponseSink(std::string spoolDirectory, std::size_t gatherSize)
+    : spoolDirectory_(std::move(spoolDirectory)), gatherSize_(gatherSize) {}
+
+void ResponseSink::reset() {
+  buffer_.clear();
+  file_.reset();
+  spooled_ = 0;
+}
+
+Result<void> ResponseSink::expect(std::uint64_t size) {
+  if (size > tuning::kSpoolThreshold) return startSpooling();
+  buffer_.reserve(static_cast<std::size_t>(size));
+  return {};
+}
+
+Result<void> ResponseSink::startSpooling() {
+  auto file = createSpoolFile(spoolDirectory_);
+  if (!file) return file.error();
+  file_ = std::move(file).value();
+  if (!buffer_.empty()) {
+    if (auto written = flush(); !written) return written;
+  }
+  buffer_.shrink_to_fit();
+  buffer_.reserve(gatherSize_);
+  return {};
+}
+
+Result<void> ResponseSink::flush() {
+  if (auto written = file_->writeAt(spooled_, buffer_); !written) return written;
+  spooled_ += buffer_.size();
+  buffer_.clear();
+  return {};
+}
+
+Result<void> ResponseSink::write(std::string_view bytes) {
+  if (file_ == nullptr) {
+    if (buffer_.size() + bytes.size() <= tuning::kSpoolThreshold) {
+      buffer_.append(bytes);
+      return {};
+    }
+    if (auto started = startSpooling(); !started) return started;
+  }
+  // Pieces are cut so that every write covers whole pages: a page written in two parts is copied
+  // and locked twice.
+  while (!bytes.empty()) {
+    const std::size_t room = std::min(gatherSize_ - buffer_.size(), bytes.size());
+    buffer_.append(bytes.substr(0, room));
+    bytes.remove_prefix(room);
+    if (buffer_.size() == gatherSize_) {
+      if (auto written = flush(); !written) return written;
+    }
+  }
+  return {};
+}
+
+Result<Data> ResponseSink::take() {
+  if (file_ == nullptr) return Data::fromBytes(std::exchange(buffer_, {}));
+  if (auto written = flush(); !written) return written.error();
+  Data body = Data::fromFileRegion(std::exchange(file_, nullptr), 0, spooled_);
+  reset();
+  return body;
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Result.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace varo::platform {
+
+/// Collects a response body: in memory while it is small, else in a nameless file, so that a body
+/// of any size needs one buffer. Not thread-safe.
+class ResponseSink {
+ public:
+  /// Files are made in `spoolDirectory`, or in the directory for temporary files where that is
+  /// empty or does not exist. `gatherSize`, in bytes, is how much is collected for one write.
+  ResponseSink(std::string spoolDirectory, std::size_t gatherSize);
+
+  /// Drops what was collected.
+  void reset();
+
+  /// What the server says will come; a large body goes to a file from its first byte.
+  [[nodiscard]] Result<void> expect(std::uint64_t size);
+
+  /// Takes the next bytes. Errors: domain "POSIX", with the directory; a full disk is ENOSPC.
+  [[nodiscard]] Result<void> write(std::string_view bytes);
+
+  /// Bytes taken so far.
+  [[nodiscard]] std::uint64_t size() const noexcept { return spooled_ + buffer_.size(); }
+
+  /// Hands over the body and is empty again. Errors as `write`.
+  [[nodiscard]] Result<Data> take();
+
+ private:
+  [[nodiscard]] Result<void> startSpooling();
+  [[nodiscard]] Result<void> flush();
+
+  const std::string spoolDirectory_;
+  const std::size_t gatherSize_;
+  std::string buffer_;  // all of a small body, or what comes behind the bytes in the file
+  std::shared_ptr<File> file_;
+  std::uint64_t spooled_ = 0;  // bytes in the file
+};
+
+}  // namespace varo::platform

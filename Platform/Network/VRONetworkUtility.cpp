@@ -1,0 +1,176 @@
+#include "Platform/Network/VRONetworkUtility.h"
+
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Foundation/Text.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Network/CurlHttpTransport.h"
+#include "Platform/Network/RequestEncoder.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace varo::platform {
+namespace {
+
+/// The transports of the process.
+class Transports {
+ public:
+  static Transports& shared() {
+    static auto* const instance = new Transports();  // never destroyed, as the runtime
+    return *instance;
+  }
+
+  std::shared_ptr<HttpTransport> current() {
+    registerShutdownOnce();
+    const MutexLock lock(mutex_);
+    if (installed_ != nullptr) return installed_;
+    if (default_ == nullptr) {
+      default_ = std::make_shared<CurlHttpTransport>(configuration_, Runtime::shared().pool());
+      // What comes too late for the runtime's shutdown must not start a thread.
+      if (shutDown_) default_->shutdown();
+    }
+    return default_;
+  }
+
+  /// Returns the one in force before, to be released without the lock.
+  std::shared_ptr<HttpTransport> install(std::shared_ptr<HttpTransport> transport) {
+    const MutexLock lock(mutex_);
+    return std::exchange(installed_, std::move(transport));
+  }
+
+  bool configure(const NetworkConfiguration& configuration) {
+    const MutexLock lock(mutex_);
+    if (default_ != nullptr) return false;
+    configuration_ = configuration;
+    return true;
+  }
+
+ private:
+  void registerShutdownOnce() {
+    {
+      const MutexLock lock(mutex_);
+      if (std::exchange(registered_, true)) return;
+    }
+    Runtime::shared().onShutdown([] { shared().shutdown(); });
+    if (Runtime::shared().isShutDown()) shutdown();  // and so the step may never run
+  }
+
+  void shutdown() {
+    std::shared_ptr<HttpTransport> installed;
+    std::shared_ptr<HttpTransport> byDefault;
+    {
+      const MutexLock lock(mutex_);
+      shutDown_ = true;
+      installed = installed_;
+      byDefault = default_;
+    }
+    if (installed != nullptr) installed->shutdown();
+    if (byDefault != nullptr) byDefault->shutdown();
+  }
+
+  Mutex mutex_;
+  NetworkConfiguration configuration_ VARO_GUARDED_BY(mutex_);
+  std::shared_ptr<HttpTransport> default_ VARO_GUARDED_BY(mutex_);
+  std::shared_ptr<HttpTransport> installed_ VARO_GUARDED_BY(mutex_);
+  bool registered_ VARO_GUARDED_BY(mutex_) = false;
+  bool shutDown_ VARO_GUARDED_BY(mutex_) = false;
+};
+
+NetworkErrorPtr toNetworkError(const Error& error) {
+  return std::make_shared<NetworkError>(error.domain(), error.code(), error.userInfo(),
+                                        currentCallStack());
+}
+
+Dictionary responseInfoOf(const HttpResponse& response) {
+  Dictionary fields;
+  for (const HttpHeader& header : response.headers) {
+    // A peer may send any bytes; values are text.
+    std::string name = sanitizeUtf8(header.name);
+    std::string value = sanitizeUtf8(header.value);
+    for (const DictionaryEntry& known : fields) {
+      if (equalIgnoringCase(known.key, name)) {
+        value = fmt::format("{}, {}", known.value.textValue(), value);
+        name = known.key;
+        break;
+      }
+    }
+    fields.set(std::move(name), std::move(value));
+  }
+  return {{std::string(kHttpResponse),
+           std::make_shared<HttpResponseInfo>(response.status, std::move(fields))}};
+}
+
+void send(HttpRequest request, NetworkCallback callback) {
+  request.spoolDirectory = UserDirectories::current()->downloads();
+  VRONetworkUtility::transport()->send(
+      std::move(request), [callback = std::move(callback)](
+                              const std::optional<HttpResponse>& response, const ErrorPtr& error) {
+        if (!callback) return;
+        if (error != nullptr) {
+          callback(std::nullopt, {}, toNetworkError(*error));
+        } else if (response) {
+          callback(response->body, responseInfoOf(*response), nullptr);
+        }
+      });
+}
+
+void sendWithBody(HttpRequest request, RequestType type, const Value& body,
+                  NetworkCallback callback) {
+  if (const auto encoded = encodeBody(request, type, body); !encoded) {
+    if (!callback) return;
+    Runtime::shared().pool().postOrRun(
+        [callback = std::move(callback), error = toNetworkError(*encoded.error())] {
+          callback(std::nullopt, {}, error);
+        });
+    return;
+  }
+  send(std::move(request), std::move(callback));
+}
+
+}  // namespace
+
+std::string HttpResponseInfo::description() const {
+  return fmt::format("HTTP status {}, headers {}", statusCode_, Value(headerFields_).description());
+}
+
+void VRONetworkUtility::GET(const std::string& url, const Dictionary& queryParams,
+                            const Dictionary& headers, const Dictionary& /*options*/,
+                            NetworkCallback callback) {
+  send(encodeRequest(HttpMethod::kGet, url, queryParams, headers), std::move(callback));
+}
+
+void VRONetworkUtility::POST(const std::string& url, const Dictionary& queryParams,
+                             const Dictionary& headers, RequestType requestType, const Value& body,
+                             const Dictionary& /*options*/, NetworkCallback callback) {
+  sendWithBody(encodeRequest(HttpMethod::kPost, url, queryParams, headers), requestType, body,
+               std::move(callback));
+}
+
+void VRONetworkUtility::PUT(const std::string& url, const Dictionary& queryParams,
+                            const Dictionary& headers, RequestType requestType, const Value& body,
+                            const Dictionary& /*options*/, NetworkCallback callback) {
+  sendWithBody(encodeRequest(HttpMethod::kPut, url, queryParams, headers), requestType, body,
+               std::move(callback));
+}
+
+void VRONetworkUtility::DELETE(const std::string& url, const Dictionary& queryParams,
+                               const Dictionary& headers, const Dictionary& /*options*/,
+                               NetworkCallback callback) {
+  send(encodeRequest(HttpMethod::kDelete, url, queryParams, headers), std::move(callback));
+}
+
+std::shared_ptr<HttpTransport> VRONetworkUtility::transport() {
+  return Transports::shared().current();
+}
+
+void VRONetworkUtility::setTransport(std::shared_ptr<HttpTransport> transport) {
+  const auto before = Transports::shared().install(std::move(transport));
+}
+
+bool VRONetworkUtility::configure(const NetworkConfiguration& configuration) {
+  return Transports::shared().configure(configuration);
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,319 @@
+#include "tests/support/ScriptedServer.h"
+
+#include "Platform/Foundation/Text.h"
+
+#include <fmt/format.h>
+#include <openssl/bio.h>
+#include <openssl/pem.h>
+#include <openssl/ssl.h>
+
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace varo::test {
+namespace {
+
+using platform::MutexLock;
+
+void require(bool condition, const char* what) {
+  if (!condition) throw std::runtime_error(what);
+}
+
+std::shared_ptr<void> makeTlsContext(const TestCertificate& certificate) {
+  SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
+  std::shared_ptr<void> owner(context,
+                              [](void* pointer) { SSL_CTX_free(static_cast<SSL_CTX*>(pointer)); });
+  const auto open = [](const std::string& pem) {
+    return std::unique_ptr<BIO, decltype(&BIO_free_all)>(
+        BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free_all);
+  };
+  const auto certificatePem = open(certificate.certificate);
+  const auto keyPem = open(certificate.key);
+  const std::unique_ptr<X509, decltype(&X509_free)> x509(
+      PEM_read_bio_X509(certificatePem.get(), nullptr, nullptr, nullptr), &X509_free);
+  const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+      PEM_read_bio_PrivateKey(keyPem.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
+  require(SSL_CTX_use_certificate(context, x509.get()) == 1, "test certificate");
+  require(SSL_CTX_use_PrivateKey(context, key.get()) == 1, "test key");
+  return owner;
+}
+
+}  // namespace
+
+// ---- requests and replies ----
+
+std::string WireRequest::method() const { return head.substr(0, head.find(' ')); }
+
+std::string WireRequest::target() const {
+  const std::size_t start = head.find(' ') + 1;
+  return head.substr(start, head.find(' ', start) - start);
+}
+
+std::optional<std::string> WireRequest::header(std::string_view name) const {
+  for (std::size_t line = head.find("\r\n"); line + 2 < head.size();
+       line = head.find("\r\n", line)) {
+    line += 2;
+    const std::string_view text(head.data() + line, head.find("\r\n", line) - line);
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos) continue;
+    if (!platform::equalIgnoringCase(text.substr(0, colon), name)) continue;
+    const std::size_t value = text.find_first_not_of(' ', colon + 1);
+    return std::string(value == std::string_view::npos ? "" : text.substr(value));
+  }
+  return std::nullopt;
+}
+
+WireReply& WireReply::send(std::string bytes) {
+  steps.push_back({Kind::kSend, std::move(bytes), {}});
+  return *this;
+}
+WireReply& WireReply::sendForever(std::string bytes) {
+  steps.push_back({Kind::kSendForever, std::move(bytes), {}});
+  return *this;
+}
+WireReply& WireReply::wait(std::chrono::milliseconds time) {
+  steps.push_back({Kind::kWait, {}, time});
+  return *this;
+}
+WireReply& WireReply::hold() {
+  steps.push_back({Kind::kHold, {}, {}});
+  return *this;
+}
+WireReply& WireReply::close() {
+  steps.push_back({Kind::kClose, {}, {}});
+  return *this;
+}
+WireReply& WireReply::reset() {
+  steps.push_back({Kind::kReset, {}, {}});
+  return *this;
+}
+
+WireReply reply(int status, std::string_view body, std::string_view headers) {
+  WireReply result;
+  result.send(fmt::format("HTTP/1.1 {} Scripted\r\nContent-Length: {}\r\n{}\r\n{}", status,
+                          body.size(), headers, body));
+  return result;
+}
+
+// ---- connections ----
+
+/// One accepted socket, with TLS around it where the server has a certificate.
+class ScriptedServer::Stream {
+ public:
+  Stream(int socket, void* tls) : socket_(socket) {
+    if (tls != nullptr) ssl_.reset(SSL_new(static_cast<SSL_CTX*>(tls)));
+    if (ssl_ != nullptr) SSL_set_fd(ssl_.get(), socket_);
+  }
+  ~Stream() {
+    ssl_.reset();
+    ::close(socket_);
+  }
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  bool handshake() { return ssl_ == nullptr || SSL_accept(ssl_.get()) == 1; }
+
+  /// 0 at the end and on any failure.
+  std::size_t read(char* buffer, std::size_t size) {
+    if (ssl_ != nullptr) {
+      std::size_t count = 0;
+      return SSL_read_ex(ssl_.get(), buffer, size, &count) == 1 ? count : 0;
+    }
+    const ssize_t count = ::recv(socket_, buffer, size, 0);
+    return count > 0 ? static_cast<std::size_t>(count) : 0;
+  }
+
+  bool write(std::string_view bytes) {
+    while (!bytes.empty()) {
+      std::size_t count = 0;
+      if (ssl_ != nullptr) {
+        if (SSL_write_ex(ssl_.get(), bytes.data(), bytes.size(), &count) != 1) return false;
+      } else {
+        const ssize_t sent = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent <= 0) return false;
+        count = static_cast<std::size_t>(sent);
+      }
+      bytes.remove_prefix(count);
+    }
+    return true;
+  }
+
+  /// Waits for the peer to close, or for `interrupt`.
+  void waitForEnd() {
+    std::array<char, 4096> rest{};
+    while (read(rest.data(), rest.size()) > 0) {
+    }
+  }
+
+  /// False where the peer went away, or `interrupt` was called, before the time was over.
+  bool wait(std::chrono::milliseconds time) {
+    pollfd event{socket_, POLLRDHUP, 0};
+    return ::poll(&event, 1, static_cast<int>(time.count())) == 0;
+  }
+
+  void close() {
+    if (ssl_ != nullptr) SSL_shutdown(ssl_.get());
+    interrupt();
+  }
+  /// Ends whatever the connection's thread waits for. Thread-safe.
+  void interrupt() { ::shutdown(socket_, SHUT_RDWR); }
+
+  void reset() {
+    sockaddr nowhere{};
+    nowhere.sa_family = AF_UNSPEC;
+    ::connect(socket_, &nowhere, sizeof(nowhere));  // disconnects a TCP socket with an RST
+  }
+
+ private:
+  const int socket_;
+  std::unique_ptr<SSL, decltype(&SSL_free)> ssl_{nullptr, &SSL_free};
+};
+
+ScriptedServer::ScriptedServer(Handler handler, const std::optional<TestCertificate>& certificate)
+    : handler_(std::move(handler)) {
+  if (certificate) tls_ = makeTlsContext(*certificate);
+  listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  require(listener_ >= 0, "socket");
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof(address);
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  require(::bind(listener_, generic, size) == 0, "bind");
+  require(::listen(listener_, 512) == 0, "listen");
+  require(::getsockname(listener_, generic, &size) == 0, "getsockname");
+  port_ = ntohs(address.sin_port);
+  acceptor_ = std::thread([this] { acceptAll(); });
+}
+
+ScriptedServer::~ScriptedServer() {
+  {
+    const MutexLock lock(mutex_);
+    stopping_ = true;
+  }
+  ::shutdown(listener_, SHUT_RDWR);
+  acceptor_.join();
+  ::close(listener_);
+  std::list<Connection> connections;
+  {
+    const MutexLock lock(mutex_);
+    connections.swap(connections_);
+  }
+  for (Connection& connection : connections) {
+    connection.stream->interrupt();
+    connection.thread.join();
+  }
+}
+
+std::string ScriptedServer::url(std::string_view target) const {
+  return fmt::format("{}://127.0.0.1:{}{}", tls_ == nullptr ? "http" : "https", port_, target);
+}
+
+std::vector<WireRequest> ScriptedServer::requests() const {
+  const MutexLock lock(mutex_);
+  return requests_;
+}
+
+std::size_t ScriptedServer::connectionCount() const {
+  const MutexLock lock(mutex_);
+  return accepted_;
+}
+
+std::size_t ScriptedServer::openConnectionCount() const {
+  const MutexLock lock(mutex_);
+  return open_;
+}
+
+void ScriptedServer::acceptAll() {
+  while (true) {
+    const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const MutexLock lock(mutex_);
+    if (stopping_ || socket < 0) {
+      if (socket >= 0) ::close(socket);
+      if (stopping_) return;
+      continue;
+    }
+    const int noDelay = 1;
+    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof(noDelay));
+    auto stream = std::make_shared<Stream>(socket, tls_.get());
+    const std::size_t number = accepted_++;
+    ++open_;
+    connections_.push_back({stream, std::thread([this, number, stream] {
+                              serve(number, *stream);
+                              stream->interrupt();
+                              const MutexLock inner(mutex_);
+                              --open_;
+                            })});
+  }
+}
+
+void ScriptedServer::serve(std::size_t number, Stream& stream) {
+  if (!stream.handshake()) return;
+  std::array<char, 65536> buffer{};
+  std::string received;
+  const auto readMore = [&] {
+    const std::size_t count = stream.read(buffer.data(), buffer.size());
+    received.append(buffer.data(), count);
+    return count > 0;
+  };
+  while (true) {
+    std::size_t headEnd = 0;
+    while ((headEnd = received.find("\r\n\r\n")) == std::string::npos) {
+      if (!readMore()) return;
+    }
+    WireRequest request{number, received.substr(0, headEnd + 4), {}};
+    received.erase(0, headEnd + 4);
+    if (!request.header(kUnreadBodyHeader)) {
+      const auto length = platform::parseInteger(request.header("Content-Length").value_or("0"));
+      const auto size = static_cast<std::size_t>(length.value_or(0));
+      while (received.size() < size) {
+        if (!readMore()) return;
+      }
+      request.body = received.substr(0, size);
+      received.erase(0, size);
+    }
+    const WireReply answer = handler_(request);
+    {
+      const MutexLock lock(mutex_);
+      requests_.push_back(std::move(request));
+    }
+    if (!play(answer, stream)) return;
+  }
+}
+
+bool ScriptedServer::play(const WireReply& reply, Stream& stream) {
+  for (const WireReply::Step& step : reply.steps) {
+    switch (step.kind) {
+      case WireReply::Kind::kSend:
+        if (!stream.write(step.bytes)) return false;
+        break;
+      case WireReply::Kind::kSendForever:
+        while (stream.write(step.bytes)) {
+        }
+        return false;
+      case WireReply::Kind::kWait:
+        if (!stream.wait(step.time)) return false;
+        break;
+      case WireReply::Kind::kHold:
+        stream.waitForEnd();
+        return false;
+      case WireReply::Kind::kClose:
+        stream.close();
+        return false;
+      case WireReply::Kind::kReset:
+        stream.reset();
+        return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace varo::test

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+#include "tests/support/TestCertificate.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace varo::test {
+
+/// A request with this header is answered on its head alone; its body stays unread.
+inline constexpr std::string_view kUnreadBodyHeader = "X-Test-Unread-Body";
+
+/// One request as it came over the wire.
+struct WireRequest {
+  std::size_t connection = 0;  // from 0, in the order of accepting
+  std::string head;            // byte for byte, with the empty line
+  std::string body;
+
+  [[nodiscard]] std::string method() const;
+  [[nodiscard]] std::string target() const;
+  /// The value of the first header of this name, in any letter case.
+  [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
+};
+
+/// What a scripted server does with one request, step by step.
+struct WireReply {
+  enum class Kind : std::uint8_t {
+    kSend,
+    kSendForever,  // the same bytes, until the client is gone
+    kWait,
+    kHold,   // silence, until the client is gone
+    kClose,  // an orderly end
+    kReset,  // an RST
+  };
+  struct Step {
+    Kind kind = Kind::kSend;
+    std::string bytes;
+    std::chrono::milliseconds time{0};
+  };
+  std::vector<Step> steps;
+
+  WireReply& send(std::string bytes);
+  WireReply& sendForever(std::string bytes);
+  WireReply& wait(std::chrono::milliseconds time);
+  WireReply& hold();
+  WireReply& close();
+  WireReply& reset();
+};
+
+/// A complete answer with a Content-Length. `headers` are whole lines, each with its line break.
+[[nodiscard]] WireReply reply(int status, std::string_view body, std::string_view headers = {});
+
+/// A raw server on the loopback that says exactly what a test scripts, well-formed or not, and
+/// keeps what it was sent. One thread a connection; the destructor ends all of them. Thread-safe.
+class ScriptedServer {
+ public:
+  using Handler = std::function<WireReply(const WireRequest&)>;
+
+  /// Listens on a free port of 127.0.0.1; with a certificate, speaks TLS.
+  explicit ScriptedServer(Handler handler,
+                          const std::optional<TestCertificate>& certificate = std::nullopt);
+  ~ScriptedServer();
+  ScriptedServer(const ScriptedServer&) = delete;
+  ScriptedServer& operator=(const ScriptedServer&) = delete;
+
+  [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+  /// http(s)://127.0.0.1:port + `target`.
+  [[nodiscard]] std::string url(std::string_view target) const;
+
+  [[nodiscard]] std::vector<WireRequest> requests() const;
+  /// Connections accepted so far, and those open now.
+  [[nodiscard]] std::size_t connectionCount() const;
+  [[nodiscard]] std::size_t openConnectionCount() const;
+
+ private:
+  class Stream;
+  struct Connection {
+    std::shared_ptr<Stream> stream;
+    std::thread thread;
+  };
+
+  void acceptAll();
+  void serve(std::size_t number, Stream& stream);
+  [[nodiscard]] static bool play(const WireReply& reply, Stream& stream);
+
+  // Constant after construction.
+  const Handler handler_;
+  std::shared_ptr<void> tls_;  // an SSL_CTX
+  int listener_ = -1;
+  std::uint16_t port_ = 0;
+
+  mutable platform::Mutex mutex_;
+  std::list<Connection> connections_ VARO_GUARDED_BY(mutex_);
+  std::vector<WireRequest> requests_ VARO_GUARDED_BY(mutex_);
+  std::size_t accepted_ VARO_GUARDED_BY(mutex_) = 0;
+  std::size_t open_ VARO_GUARDED_BY(mutex_) = 0;
+  bool stopping_ VARO_GUARDED_BY(mutex_) = false;
+  std::thread acceptor_;
+};
+
+}  // namespace varo::test
