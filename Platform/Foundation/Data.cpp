@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace varo::platform {
@@ -19,6 +21,21 @@ constexpr std::size_t kComparisonBlock = std::size_t{64} * 1024;
 constexpr std::size_t kDescribedBytes = 8;
 
 }  // namespace
+
+Data::Data(Data&& other) noexcept
+    : bytes_(std::move(other.bytes_)),
+      file_(std::move(other.file_)),
+      offset_(std::exchange(other.offset_, 0)),
+      length_(std::exchange(other.length_, 0)) {}
+
+Data& Data::operator=(Data&& other) noexcept {
+  Data taken(std::move(other));
+  bytes_.swap(taken.bytes_);
+  file_.swap(taken.file_);
+  offset_ = taken.offset_;
+  length_ = taken.length_;
+  return *this;
+}
 
 Data Data::fromBytes(std::string bytes) {
   Data data;
@@ -43,6 +60,7 @@ Result<Data> Data::fromFile(const std::string& path) {
 
 Data Data::fromFileRegion(std::shared_ptr<const File> file, std::uint64_t offset,
                           std::uint64_t length) {
+  assert(file != nullptr);
   Data data;
   data.file_ = std::move(file);
   data.offset_ = offset;

@@ -27,6 +27,12 @@ class Data {
  public:
   /// No bytes; size 0.
   Data() noexcept = default;
+  Data(const Data&) noexcept = default;
+  /// `other` has no bytes afterwards.
+  Data(Data&& other) noexcept;
+  Data& operator=(const Data&) noexcept = default;
+  Data& operator=(Data&& other) noexcept;
+  ~Data() = default;
 
   /// Takes over `bytes`.
   [[nodiscard]] static Data fromBytes(std::string bytes);

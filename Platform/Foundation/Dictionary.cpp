@@ -41,7 +41,8 @@ struct DictionaryStorage {
   using Positions = std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>>;
 
   std::vector<DictionaryEntry> entries;
-  /// Key to position; null while the entries are few. Apart, since most dictionaries need none.
+  /// Key to position; null as long as the entries have always been few. Apart, since most
+  /// dictionaries need none.
   std::unique_ptr<Positions> positions;
 
   DictionaryStorage() = default;
@@ -68,20 +69,20 @@ struct DictionaryStorage {
     if (positions != nullptr) {
       positions->emplace(entries.back().key, entries.size() - 1);
     } else if (entries.size() > kLinearSearchLimit) {
-      rebuildPositions();
+      buildPositions();
     }
   }
 
   void erase(std::size_t position) {
+    if (positions != nullptr) {
+      positions->erase(entries[position].key);
+      for (auto& entry : *positions) entry.second -= entry.second > position ? 1U : 0U;
+    }
     entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(position));
-    if (positions != nullptr) rebuildPositions();
   }
 
-  void rebuildPositions() {
-    positions.reset();
-    if (entries.size() <= kLinearSearchLimit) return;
+  void buildPositions() {
     positions = std::make_unique<Positions>();
-    positions->reserve(entries.size());
     for (std::size_t i = 0; i < entries.size(); ++i) positions->emplace(entries[i].key, i);
   }
 };

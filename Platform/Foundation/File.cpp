@@ -1,14 +1,16 @@
 #include "Platform/Foundation/File.h"
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Random.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <fcntl.h>
+#include <limits>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -26,44 +28,39 @@ std::string directoryOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-std::string temporaryName(const std::string& directory) {
-  static std::atomic<std::uint64_t> counter{0};
-  return fmt::format("{}/{}{}-{}", directory, kTemporaryPrefix, ::getpid(),
-                     counter.fetch_add(1, std::memory_order_relaxed));
-}
+/// Whether the system would see all of `path`.
+bool hasNul(std::string_view path) noexcept { return path.find('\0') != std::string_view::npos; }
 
-/// A temporary file with a name, removed unless it was renamed to its final one.
+/// A temporary name in a directory. What stands there once it was `own`ed goes with this object.
 class TemporaryName {
  public:
-  explicit TemporaryName(std::string path) : path_(std::move(path)) {}
+  // Random, since a counter or process id could meet what a crashed process left behind.
+  explicit TemporaryName(const std::string& directory)
+      : path_(fmt::format("{}/{}{:016x}", directory, kTemporaryPrefix,
+                          Random::system().integer(0, std::numeric_limits<std::int64_t>::max()))) {}
   TemporaryName(const TemporaryName&) = delete;
   TemporaryName& operator=(const TemporaryName&) = delete;
+  // Also after a rename, which leaves both names where they are of the same file already.
   ~TemporaryName() {
     if (owned_) ::unlink(path_.c_str());
   }
 
+  [[nodiscard]] const std::string& path() const noexcept { return path_; }
   /// From here on there is a file of ours under the name.
   void own() noexcept { owned_ = true; }
 
-  [[nodiscard]] Result<void> renameTo(const std::string& path) {
-    if (::rename(path_.c_str(), path.c_str()) != 0) {
-      return Error::fromErrno(errno, "Storing", path);
-    }
-    owned_ = false;
-    return {};
+  /// Gives the name to a nameless file. Fails where the system cannot do it.
+  [[nodiscard]] bool giveTo(const File& file) {
+    // AT_EMPTY_PATH would need a privilege; the link in /proc does the same without one.
+    const std::string source = fmt::format("/proc/self/fd/{}", file.descriptor());
+    owned_ = ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path_.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    return owned_;
   }
 
  private:
   const std::string path_;
   bool owned_ = false;
 };
-
-/// Gives a nameless file a name. Fails where the file system cannot do it.
-bool giveName(const File& file, const std::string& path) {
-  // AT_EMPTY_PATH would need a privilege; the link in /proc does the same without one.
-  const std::string source = fmt::format("/proc/self/fd/{}", file.descriptor());
-  return ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
-}
 
 Result<void> copyThroughMemory(const Data& data, std::uint64_t offset, File& target) {
   std::vector<char> block(std::min<std::uint64_t>(kCopyBlock, data.size() - offset));
@@ -95,13 +92,37 @@ Result<void> copyInto(const Data& data, File& target) {
 /// Whether `data` is all of a nameless file on the file system of `directory`, so that the file
 /// itself can become the stored one.
 bool canTakeOver(const Data& data, const std::string& directory) {
-  if (data.file() == nullptr || data.fileOffset() != 0) return false;
+  if (data.file() == nullptr || !data.file()->canBeNamed() || data.fileOffset() != 0) return false;
   struct stat source {};
   struct stat target {};
   if (::fstat(data.file()->descriptor(), &source) != 0) return false;
   if (::stat(directory.c_str(), &target) != 0) return false;
   return source.st_nlink == 0 && source.st_dev == target.st_dev &&
          static_cast<std::uint64_t>(source.st_size) == data.size();
+}
+
+/// Brings `data` under the temporary name; returns the file that is there then.
+Result<std::shared_ptr<const File>> place(const Data& data, const std::string& directory,
+                                          TemporaryName& name) {
+  if (canTakeOver(data, directory) && name.giveTo(*data.file())) return data.file();
+  // Filled before it has a name, so that a process that dies meanwhile leaves nothing behind.
+  const auto nameless = File::createUnnamed(directory);
+  if (!nameless) return nameless.error();
+  if ((*nameless)->canBeNamed()) {
+    if (const auto copied = copyInto(data, **nameless); !copied) return copied.error();
+    if (name.giveTo(**nameless)) return std::shared_ptr<const File>(*nameless);
+  }
+  const auto named = File::createNew(name.path());
+  if (!named) return named.error();
+  name.own();
+  if (const auto copied = copyInto(data, **named); !copied) return copied.error();
+  return std::shared_ptr<const File>(*named);
+}
+
+/// Network file systems report a full disk only when a descriptor is closed.
+bool isAccepted(const File& file) noexcept {
+  const int copy = ::fcntl(file.descriptor(), F_DUPFD_CLOEXEC, 0);
+  return copy >= 0 && (::close(copy) == 0 || errno == EINTR);
 }
 
 int hexDigit(char c) noexcept {
@@ -145,16 +166,17 @@ bool isPlainRelativePath(std::string_view name) noexcept {
 
 }  // namespace
 
-File::File(Badge /*badge*/, int descriptor, std::string path)
-    : descriptor_(descriptor), path_(std::move(path)) {}
+File::File(Badge /*badge*/, int descriptor, std::string path, bool canBeNamed)
+    : descriptor_(descriptor), path_(std::move(path)), canBeNamed_(canBeNamed) {}
 
 File::~File() { ::close(descriptor_); }
 
 Result<std::shared_ptr<const File>> File::openForReading(const std::string& path) {
+  if (hasNul(path)) return Error::fromErrno(EINVAL, "Opening", path);
   // Without O_NONBLOCK, opening a FIFO would wait for its writer.
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) return Error::fromErrno(errno, "Opening", path);
-  auto file = std::make_shared<const File>(Badge{}, descriptor, path);
+  auto file = std::make_shared<const File>(Badge{}, descriptor, path, false);
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) return Error::fromErrno(errno, "Opening", path);
   if (S_ISDIR(status.st_mode)) return Error::fromErrno(EISDIR, "Opening", path);
@@ -163,23 +185,26 @@ Result<std::shared_ptr<const File>> File::openForReading(const std::string& path
 }
 
 Result<std::shared_ptr<File>> File::createUnnamed(const std::string& directory) {
-  int descriptor = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  if (descriptor < 0) {
-    // Not every file system has nameless files; a named one whose name is gone at once does as
-    // well.
-    std::string name = fmt::format("{}/{}XXXXXX", directory, kTemporaryPrefix);
-    descriptor = ::mkostemp(name.data(), O_CLOEXEC);
-    if (descriptor < 0) return Error::fromErrno(errno, "Creating a file in", directory);
-    ::unlink(name.c_str());
-  }
-  return std::make_shared<File>(Badge{}, descriptor, directory);
+  const auto failure = [&directory](int number) {
+    return Error::fromErrno(number, "Creating a file in", directory);
+  };
+  if (hasNul(directory)) return failure(EINVAL);
+  const int nameless = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  if (nameless >= 0) return std::make_shared<File>(Badge{}, nameless, directory, true);
+  // Not every file system has nameless files; a named one whose name is gone at once does as well.
+  std::string name = fmt::format("{}/{}XXXXXX", directory, kTemporaryPrefix);
+  const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
+  if (descriptor < 0) return failure(errno);
+  ::unlink(name.c_str());
+  return std::make_shared<File>(Badge{}, descriptor, directory, false);
 }
 
 Result<std::shared_ptr<File>> File::createNew(const std::string& path) {
+  if (hasNul(path)) return Error::fromErrno(EINVAL, "Creating", path);
   const int descriptor =
       ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
   if (descriptor < 0) return Error::fromErrno(errno, "Creating", path);
-  return std::make_shared<File>(Badge{}, descriptor, path);
+  return std::make_shared<File>(Badge{}, descriptor, path, false);
 }
 
 Result<std::uint64_t> File::size() const {
@@ -206,7 +231,7 @@ Result<void> File::writeAt(std::uint64_t offset, std::string_view bytes) {
     const ssize_t count =
         ::pwrite(descriptor_, bytes.data(), bytes.size(), static_cast<off_t>(offset));
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return Error::fromErrno(errno, "Writing", path_);
+    if (count <= 0) return Error::fromErrno(count < 0 ? errno : EIO, "Writing", path_);
     offset += static_cast<std::uint64_t>(count);
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
@@ -214,30 +239,29 @@ Result<void> File::writeAt(std::uint64_t offset, std::string_view bytes) {
 }
 
 Result<void> storeFile(const std::string& path, const Data& data) {
+  const auto failure = [&path](int number) { return Error::fromErrno(number, "Storing", path); };
+  if (hasNul(path)) return failure(EINVAL);
   struct stat existing {};
   const bool replaces = ::lstat(path.c_str(), &existing) == 0;
+  if (!replaces && errno != ENOENT) return failure(errno);
   if (replaces && !S_ISREG(existing.st_mode)) {
-    return Error::fromErrno(S_ISDIR(existing.st_mode) ? EISDIR : EEXIST, "Storing", path);
+    return failure(S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
   }
   const std::string directory = directoryOf(path);
-  const std::string temporary = temporaryName(directory);
-  TemporaryName name(temporary);
-  std::shared_ptr<const File> stored = data.file();
-  if (!canTakeOver(data, directory) || !giveName(*stored, temporary)) {
-    const auto target = File::createNew(temporary);
-    if (!target) return target.error();
-    name.own();
-    if (auto copied = copyInto(data, **target); !copied) return copied;
-    stored = *target;
-  }
-  name.own();
-  if (replaces && ::fchmod(stored->descriptor(), existing.st_mode & 07777U) != 0) {
-    return Error::fromErrno(errno, "Storing", path);
-  }
-  return name.renameTo(path);
+  TemporaryName name(directory);
+  const auto stored = place(data, directory, name);
+  if (!stored) return stored.error();
+  // Without the bits that would run the new content as another user.
+  const mode_t mode = existing.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+  if (replaces && ::fchmod((*stored)->descriptor(), mode) != 0) return failure(errno);
+  if (!isAccepted(**stored)) return failure(errno);
+  if (::rename(name.path().c_str(), path.c_str()) != 0) return failure(errno);
+  return {};
 }
 
 bool staysInDirectory(std::string_view name) {
+  // What is longer has no file, and decoding it again and again would take for ever.
+  if (name.size() > PATH_MAX) return false;
   // A server that encodes its separators means the same file, so every level of encoding counts.
   std::string decoded(name);
   do {

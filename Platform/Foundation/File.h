@@ -43,25 +43,30 @@ class File {
   [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
   /// What it was opened as, for error texts.
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
+  /// Whether this is a nameless file that can still be given a name.
+  [[nodiscard]] bool canBeNamed() const noexcept { return canBeNamed_; }
 
  private:
   struct Badge {};
 
  public:
-  File(Badge, int descriptor, std::string path);
+  File(Badge, int descriptor, std::string path, bool canBeNamed);
 
  private:
   const int descriptor_;
   const std::string path_;
+  const bool canBeNamed_;
 };
 
 /// Stores `data` under `path` so that the name shows the old content or the whole new one, never a
-/// part, whatever fails. Replaces a regular file (keeping its mode); a new file has mode 0600 less
-/// the umask. A symbolic link, directory or special file at `path` is left alone and an error.
+/// part, whatever fails; only a power failure may undo or, on some file systems, empty what was
+/// stored just before, since nothing waits for the disk. Replaces a regular file (keeping its
+/// permissions); a new file has mode 0600 less the umask. A symbolic link, directory or special
+/// file at `path` is left alone and an error.
 ///
 /// The bytes of a file-backed `Data` are moved by the kernel: an unnamed file in the same directory
 /// is just given the name, others are copied without passing through this process.
-/// Errors: domain "POSIX" with `errno`, the path in the user information. Thread-safe.
+/// Errors: domain "POSIX" with `errno`, the path concerned in the user information. Thread-safe.
 [[nodiscard]] Result<void> storeFile(const std::string& path, const Data& data);
 
 /// What stands under a path, without following a symbolic link there.
@@ -69,7 +74,8 @@ enum class FileKind { kNothing, kRegular, kDirectory, kOther };
 [[nodiscard]] FileKind fileKindAt(const std::string& path) noexcept;
 
 /// Whether `name`, chosen by a peer, stays below the directory it is appended to: not empty, not
-/// absolute, no "." or ".." component, no NUL or backslash, also after percent-decoding.
+/// absolute, no empty, "." or ".." component, no NUL or backslash, also after percent-decoding
+/// (a percent sign that encodes nothing is a character like others). Looks at the text alone.
 [[nodiscard]] bool staysInDirectory(std::string_view name);
 
 }  // namespace varo::platform

@@ -8,7 +8,7 @@
 namespace varo::platform {
 namespace {
 
-constexpr std::array<std::string_view, 14> kSecretKeys = {
+constexpr std::array<std::string_view, 26> kSecretKeys = {
     "x-pelmar-authorization",
     "authorization",
     "proxy-authorization",
@@ -23,6 +23,18 @@ constexpr std::array<std::string_view, 14> kSecretKeys = {
     "signature",
     "security_key",
     "token",
+    "access_token",
+    "refresh_token",
+    "id_token",
+    "api_key",
+    "apikey",
+    "x-api-key",
+    "client_secret",
+    "secret",
+    "password",
+    "awsaccesskeyid",
+    "x-goog-signature",
+    "sig",
 };
 
 constexpr bool isKeyCharacter(char c) {
@@ -30,30 +42,60 @@ constexpr bool isKeyCharacter(char c) {
          c == '_';
 }
 
-/// The length of what stands between a key and its value: `": "`, `=`, `: ` and the like; 0 where
-/// no value follows.
-std::size_t separatorLength(std::string_view text) {
-  std::size_t length = 0;
-  if (length < text.size() && text[length] == '"') ++length;
-  while (length < text.size() && text[length] == ' ') ++length;
-  if (length >= text.size() || (text[length] != ':' && text[length] != '=')) return 0;
-  ++length;
-  while (length < text.size() && text[length] == ' ') ++length;
-  return length;
+/// The length of a quote at the start of `text`, with the backslashes before it where the text is
+/// itself quoted, or 0.
+std::size_t quoteLength(std::string_view text) {
+  const std::size_t quote = std::min(text.find_first_not_of('\\'), text.size());
+  return quote < text.size() && (text[quote] == '"' || text[quote] == '\'') ? quote + 1 : 0;
 }
 
-/// The length of a value up to its closing quote, or the end of a query parameter or line.
-std::size_t valueLength(std::string_view text) {
-  if (!text.empty() && text.front() == '"') {
-    for (std::size_t i = 1; i < text.size(); ++i) {
-      if (text[i] == '\\') {
-        ++i;
-      } else if (text[i] == '"') {
-        return i + 1;
-      }
-    }
-    return text.size();
+/// The length of what stands between a key and its value: `": "`, `=`, `: `, `%3D` and the like; 0
+/// where no value follows.
+std::size_t separatorLength(std::string_view text) {
+  const auto skipBlanks = [text](std::size_t i) {
+    return std::min(text.find_first_not_of(' ', i), text.size());
+  };
+  const std::size_t sign = skipBlanks(quoteLength(text));
+  const std::string_view rest = text.substr(sign);
+  if (rest.starts_with(':') || rest.starts_with('=')) return skipBlanks(sign + 1);
+  if (equalIgnoringCase(rest.substr(0, 3), "%3d")) return sign + 3;
+  return 0;
+}
+
+/// The length of a quoted text whose quote, with its backslashes, has `opening` characters.
+std::size_t quotedLength(std::string_view text, std::size_t opening) {
+  const char quote = text[opening - 1];
+  std::size_t backslashes = 0;
+  for (std::size_t i = opening; i < text.size(); ++i) {
+    // No more backslashes than at the start, or an even number, which belong to the text.
+    if (text[i] == quote && (backslashes < opening || backslashes % 2 == 0)) return i + 1;
+    backslashes = text[i] == '\\' ? backslashes + 1 : 0;
   }
+  return text.size();
+}
+
+/// The length of an array or object of JSON, up to the bracket that ends it.
+std::size_t bracketedLength(std::string_view text) {
+  std::size_t depth = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (const std::size_t quote = quoteLength(text.substr(i)); quote != 0) {
+      i += quotedLength(text.substr(i), quote) - 1;
+    } else if (text[i] == '\\') {
+      i = std::min(text.find_first_not_of('\\', i), text.size()) - 1;
+    } else if (text[i] == '[' || text[i] == '{') {
+      ++depth;
+    } else if ((text[i] == ']' || text[i] == '}') && --depth == 0) {
+      return i + 1;
+    }
+  }
+  return text.size();
+}
+
+/// The length of a value up to its closing quote or bracket, or the end of a query parameter or
+/// line. Where that is not clear, rather too much than too little.
+std::size_t valueLength(std::string_view text) {
+  if (const std::size_t quote = quoteLength(text); quote != 0) return quotedLength(text, quote);
+  if (text.starts_with('[') || text.starts_with('{')) return bracketedLength(text);
   return std::min(text.find_first_of("&\r\n,}]\""), text.size());
 }
 

@@ -82,6 +82,13 @@ bool isUtf8(std::string_view bytes) noexcept {
   return true;
 }
 
+std::string_view utf8Prefix(std::string_view text, std::size_t limit) noexcept {
+  if (text.size() <= limit) return text;
+  std::size_t end = limit;
+  while (end > 0 && limit - end < 3 && isContinuation(static_cast<unsigned char>(text[end]))) --end;
+  return text.substr(0, end);
+}
+
 std::string sanitizeUtf8(std::string_view bytes) {
   if (isUtf8(bytes)) return std::string(bytes);
   std::string result;

@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Value.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -25,6 +26,8 @@ namespace varo::platform {
 
 /// Replaces whatever is not UTF-8 (overlong forms and surrogates included) by U+FFFD.
 [[nodiscard]] std::string sanitizeUtf8(std::string_view bytes);
+/// The first `limit` bytes of `text`, or up to three fewer so that no character of UTF-8 is cut.
+[[nodiscard]] std::string_view utf8Prefix(std::string_view text, std::size_t limit) noexcept;
 [[nodiscard]] bool isUtf8(std::string_view bytes) noexcept;
 
 }  // namespace varo::platform

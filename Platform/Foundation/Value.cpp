@@ -81,7 +81,9 @@ void describe(const Value& value, int depth, std::string& out) {
   } else if (const Array* array = value.array()) {
     describe(*array, depth, out);
   } else if (const std::string* text = value.text()) {
-    out += text->substr(0, kDescriptionLimit);
+    // A text that someone asked for is shown as it is; among others it may be a signed URL.
+    const std::string_view start = utf8Prefix(*text, kDescriptionLimit + 4);
+    out += depth == 0 ? std::string(start) : redactSecrets(start);
   } else if (value.isMissing()) {
     out += "(none)";
   } else {
@@ -145,7 +147,7 @@ std::string Value::description() const {
   std::string out;
   describe(*this, 0, out);
   if (out.size() > kDescriptionLimit) {
-    out.resize(kDescriptionLimit);
+    out.resize(utf8Prefix(out, kDescriptionLimit).size());
     out += "...";
   }
   return out;

@@ -101,7 +101,8 @@ class Value {
   /// `description`.
   [[nodiscard]] std::string textValue() const;
 
-  /// Text for logs and people: bounded in length, bytes as their length, secrets redacted.
+  /// Text for logs and people: bounded in length, bytes as their length, secrets inside of
+  /// dictionaries and arrays redacted. A value that is a text is that text.
   [[nodiscard]] std::string description() const;
 
   /// Deep comparison; errors and shared objects by identity. 1 and 1.0 differ.

@@ -1,0 +1,341 @@
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/File.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace varo::platform {
+namespace {
+
+using namespace std::string_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using varo::test::TemporaryDirectory;
+
+/// Bytes that differ from block to block, so that a piece at a wrong place shows.
+std::string pattern(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 31 + i / 4096) & 0xFFU);
+  return bytes;
+}
+
+void write(const std::string& path, std::string_view bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string contentOf(const std::string& path) {
+  const auto data = Data::fromFile(path);
+  return data.ok() ? data->readAll(std::uint64_t{1} << 30U).value() : "(" + path + " is missing)";
+}
+
+mode_t modeOf(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+Data nameless(const std::string& directory, std::string_view bytes) {
+  const auto file = File::createUnnamed(directory).value();
+  EXPECT_TRUE(file->writeAt(0, bytes).ok());
+  return Data::fromFileRegion(file, 0, bytes.size());
+}
+
+/// Lets files of this process grow to this size only, as a full disk would.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    handler_ = std::signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit limit = {bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  struct rlimit before_ {};
+  void (*handler_)(int) = nullptr;
+};
+
+class StoreFileTest : public testing::Test {
+ protected:
+  const TemporaryDirectory directory_;
+  const std::string path_ = directory_ / "file";
+};
+
+TEST_F(StoreFileTest, EveryKindOfDataArrivesWholeAndNothingElseIsLeft) {
+  const std::string bytes = pattern(1500000);
+  write(directory_ / "source", bytes);
+  const TemporaryDirectory elsewhere;
+  const Data cases[] = {
+      Data::fromBytes(bytes),
+      Data::fromBytes("head" + bytes + "tail").slice(4, bytes.size()),
+      Data::fromFile(directory_ / "source").value(),
+      nameless(directory_.path(), bytes),
+      nameless(directory_.path(), "head" + bytes + "tail").slice(4, bytes.size()),
+      nameless(elsewhere.path(), bytes),
+      // Another file system where there is one: the kernel neither links nor copies across.
+      nameless(fileKindAt("/dev/shm") == FileKind::kDirectory ? "/dev/shm" : "/tmp", bytes),
+  };
+  for (const Data& data : cases) {
+    ASSERT_TRUE(storeFile(path_, data).ok());
+    EXPECT_TRUE(contentOf(path_) == bytes);
+    EXPECT_EQ(modeOf(path_), 0600U);
+    EXPECT_THAT(directory_.names(), ElementsAre("file", "source"));
+    ASSERT_EQ(::unlink(path_.c_str()), 0);
+  }
+  ASSERT_TRUE(storeFile(path_, Data()).ok());
+  EXPECT_EQ(contentOf(path_), "");
+}
+
+TEST_F(StoreFileTest, NamelessFileIsGivenTheNameWithoutACopy) {
+  const Data data = nameless(directory_.path(), "bytes");
+  struct stat source {};
+  struct stat stored {};
+  ASSERT_EQ(::fstat(data.file()->descriptor(), &source), 0);
+  ASSERT_TRUE(storeFile(path_, data).ok());
+  ASSERT_EQ(::stat(path_.c_str(), &stored), 0);
+  EXPECT_EQ(stored.st_ino, source.st_ino);
+  // The second file must not be the same one under two names.
+  ASSERT_TRUE(storeFile(directory_ / "second", data).ok());
+  ASSERT_EQ(::stat(path_.c_str(), &stored), 0);
+  EXPECT_EQ(stored.st_nlink, 1U);
+}
+
+TEST_F(StoreFileTest, ReplacedFileKeepsItsPermissionsButNotItsPrivileges) {
+  for (const bool takeOver : {false, true}) {
+    write(path_, "old");
+    ASSERT_EQ(::chmod(path_.c_str(), 04755), 0);
+    const Data data = takeOver ? nameless(directory_.path(), "new") : Data::fromBytes("new");
+    ASSERT_TRUE(storeFile(path_, data).ok());
+    EXPECT_EQ(contentOf(path_), "new");
+    EXPECT_EQ(modeOf(path_), 0755U);
+  }
+}
+
+TEST_F(StoreFileTest, FailedWriteLeavesTheOldFileAndNoTemporary) {
+  const std::string big = pattern(300000);
+  const TemporaryDirectory elsewhere;
+  const auto shrunk = File::createUnnamed(directory_.path()).value();
+  const Data fromOtherFile = nameless(elsewhere.path(), "x" + big).slice(1, big.size());
+  const Data cases[] = {Data::fromBytes(big), fromOtherFile, Data::fromFileRegion(shrunk, 0, 100)};
+  for (const bool replaces : {true, false}) {
+    if (replaces) write(path_, "old");
+    for (const Data& data : cases) {
+      const FileSizeLimit limit(100000);
+      const auto stored = storeFile(path_, data);
+      ASSERT_FALSE(stored.ok());
+      EXPECT_EQ(stored.error()->domain(), kPosixErrorDomain);
+    }
+    if (replaces) {
+      EXPECT_EQ(contentOf(path_), "old");
+      ASSERT_EQ(::unlink(path_.c_str()), 0);
+    }
+    EXPECT_THAT(directory_.names(), IsEmpty());
+  }
+}
+
+TEST_F(StoreFileTest, WhatIsNoRegularFileIsRefusedAndUntouched) {
+  write(directory_ / "target", "target");
+  ASSERT_EQ(::symlink("target", (directory_ / "link").c_str()), 0);
+  ASSERT_EQ(::symlink("nowhere", (directory_ / "dangling").c_str()), 0);
+  ASSERT_EQ(::mkdir((directory_ / "directory").c_str(), 0700), 0);
+  ASSERT_EQ(::mkfifo((directory_ / "fifo").c_str(), 0600), 0);
+  const std::vector<std::string> before = directory_.names();
+  const struct {
+    std::string name;
+    int code;
+  } cases[] = {
+      {"link", EEXIST},
+      {"dangling", EEXIST},
+      {"directory", EISDIR},
+      {"fifo", EEXIST},
+      {"missing/file", ENOENT},
+      {"target/file", ENOTDIR},
+      {"target/", ENOTDIR},
+      {std::string(300, 'n'), ENAMETOOLONG},
+      {"target\0hidden"s, EINVAL},
+  };
+  for (const auto& item : cases) {
+    for (const Data& data : {Data::fromBytes("new"), nameless(directory_.path(), "new")}) {
+      const auto stored = storeFile(directory_ / item.name, data);
+      ASSERT_FALSE(stored.ok()) << item.name;
+      EXPECT_EQ(stored.error()->code(), item.code) << item.name;
+    }
+  }
+  EXPECT_EQ(directory_.names(), before);
+  EXPECT_EQ(contentOf(directory_ / "target"), "target");
+  EXPECT_EQ(fileKindAt(directory_ / "link"), FileKind::kOther);
+  EXPECT_EQ(fileKindAt(directory_ / "dangling"), FileKind::kOther);
+  EXPECT_EQ(fileKindAt(directory_ / "fifo"), FileKind::kOther);
+  EXPECT_EQ(fileKindAt(directory_ / "directory"), FileKind::kDirectory);
+}
+
+// Two threads that find the same nameless file link it twice, and a rename onto the same file is
+// nothing but "done": the second temporary name stayed behind.
+TEST_F(StoreFileTest, StoresOfOneNamelessFileSideBySideLeaveNoTemporary) {
+  for (int round = 0; round < 100; ++round) {
+    const Data data = nameless(directory_.path(), "bytes");
+    const auto store = [this, data] { EXPECT_TRUE(storeFile(path_, data).ok()); };
+    std::thread other(store);
+    store();
+    other.join();
+  }
+  EXPECT_EQ(contentOf(path_), "bytes");
+  EXPECT_THAT(directory_.names(), ElementsAre("file"));
+}
+
+TEST(FileTest, OpeningWhatIsNoRegularFileFailsAtOnce) {
+  const TemporaryDirectory directory;
+  ASSERT_EQ(::mkfifo((directory / "fifo").c_str(), 0600), 0);
+  const struct {
+    std::string path;
+    int code;
+  } cases[] = {
+      {directory.path(), EISDIR},          {directory / "fifo", EINVAL},
+      {directory / "missing", ENOENT},     {"/dev/null", EINVAL},
+      {directory / "fifo\0.txt"s, EINVAL}, {"", ENOENT},
+  };
+  for (const auto& item : cases) {
+    const auto file = File::openForReading(item.path);
+    ASSERT_FALSE(file.ok()) << item.path;
+    EXPECT_EQ(file.error()->code(), item.code) << item.path;
+    EXPECT_EQ(file.error()->userInfo()["path"], Value(item.path));
+  }
+  ASSERT_TRUE(File::createNew(directory / "new").ok());
+  EXPECT_EQ(modeOf(directory / "new"), 0600U);
+  EXPECT_EQ(File::createNew(directory / "new").error()->code(), EEXIST);
+  EXPECT_EQ(File::createUnnamed(directory / "missing").error()->code(), ENOENT);
+}
+
+TEST(StaysInDirectoryTest, RefusesWhatLeadsOutHoweverItIsWritten) {
+  const struct {
+    std::string name;
+    bool stays;
+  } cases[] = {
+      {"a.txt", true},
+      {"sub/a.txt", true},
+      {"...", true},
+      {"..a", true},
+      {"a..", true},
+      {"a b\u00e4.txt", true},
+      {"-rf", true},
+      {"~", true},
+      {"100%.txt", true},
+      {"100%", true},
+      {"%", true},
+      {"%2", true},
+      {"50%zz", true},
+      {"50%20off.txt", true},
+      {"sub%2fa.txt", true},
+      {"%252e%252e.txt", true},
+      {std::string(300, 'n'), true},  // too long for the file system, which says so itself
+      {"", false},
+      {".", false},
+      {"..", false},
+      {"../x", false},
+      {"/x", false},
+      {"//x", false},
+      {"a/../../x", false},
+      {"a/../x", false},
+      {"a/./x", false},
+      {"a//x", false},
+      {"a/", false},
+      {"a/..", false},
+      {"..\\x", false},
+      {"C:\\x", false},
+      {"%2f", false},
+      {"%2Fx", false},
+      {"%2e%2e/x", false},
+      {"..%2fx", false},
+      {"%2e%2e%2fx", false},
+      {"%252e%252e%252fx", false},
+      {"%25252e%25252e%25252fx", false},
+      {"a%5c..%5cx", false},
+      {"a%00.txt", false},
+      {"a%2500.txt", false},
+      {"a\0.txt"s, false},
+      {"%2e", false},
+      {"../downloads-other/x", false},
+      {"/tmp/foo-bar", false},
+      {std::string(1000000, 'n'), false},
+  };
+  for (const auto& item : cases) {
+    EXPECT_EQ(staysInDirectory(item.name), item.stays) << item.name.substr(0, 40);
+  }
+  // One level of encoding a byte: decoding them all must not take minutes.
+  std::string nested = "%";
+  while (nested.size() < 1000000) nested += "25";
+  EXPECT_FALSE(staysInDirectory(nested));
+}
+
+TEST(DataTest, ReadsAndSlicesAlikeFromMemoryAndFile) {
+  const TemporaryDirectory directory;
+  const std::string bytes = pattern(600000);
+  for (const Data& whole : {Data::fromBytes(bytes), nameless(directory.path(), bytes)}) {
+    const struct {
+      std::uint64_t offset, length;
+    } cases[] = {{0, 600000},         {0, UINT64_MAX}, {299999, 300001}, {5, 0},
+                 {600000, 1},         {700000, 1},     {1, 262144},      {UINT64_MAX, UINT64_MAX},
+                 {599999, UINT64_MAX}};
+    for (const auto& item : cases) {
+      const std::string expected =
+          item.offset < bytes.size() ? bytes.substr(item.offset, item.length) : "";
+      const Data part = whole.slice(item.offset, item.length);
+      EXPECT_EQ(part.size(), expected.size());
+      EXPECT_TRUE(part.readAll(600000).value() == expected) << item.offset;
+      EXPECT_EQ(part, Data::fromBytes(expected));
+      std::string pieces;
+      EXPECT_TRUE(part.forEachPiece([&pieces](std::string_view piece) {
+                        pieces += piece;
+                        return Result<void>();
+                      })
+                      .ok());
+      EXPECT_TRUE(pieces == expected) << item.offset;
+    }
+    std::string changed = bytes;
+    changed[400000] ^= 1;
+    EXPECT_FALSE(whole == Data::fromBytes(changed));
+    EXPECT_FALSE(whole.slice(0, 10) == whole.slice(0, 11));
+    EXPECT_EQ(whole.readAll(599999).error()->code(), EFBIG);
+    std::string buffer(10, '\0');
+    EXPECT_EQ(whole.slice(100, 50).read(45, buffer).value(), 5U);
+    EXPECT_EQ(whole.slice(100, 50).read(50, buffer).value(), 0U);
+    Data source = whole;
+    const Data target = std::move(source);
+    EXPECT_EQ(source.size(), 0U);  // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(source.readAll(1).value(), "");
+  }
+}
+
+TEST(DataTest, FileThatShrankIsAnErrorAndItsUnlinkedBytesStayReadable) {
+  const TemporaryDirectory directory;
+  write(directory / "file", pattern(1000));
+  const Data data = Data::fromFile(directory / "file").value();
+  ASSERT_EQ(::unlink((directory / "file").c_str()), 0);
+  EXPECT_TRUE(data.readAll(1000).value() == pattern(1000));
+  ASSERT_EQ(::ftruncate(data.file()->descriptor(), 10), -1);  // it is open for reading only
+  write(directory / "other", pattern(1000));
+  const Data shrunk = Data::fromFile(directory / "other").value();
+  ASSERT_EQ(::truncate((directory / "other").c_str(), 10), 0);
+  EXPECT_EQ(shrunk.readAll(1000).error()->code(), EIO);
+  EXPECT_EQ(shrunk.slice(0, 10).readAll(10).value(), pattern(10));
+  EXPECT_FALSE(shrunk == shrunk);
+  EXPECT_EQ(shrunk.description(), "<1000 bytes: 00 1f 3e 5d 7c 9b ba d9 ...>");
+  EXPECT_FALSE(shrunk.forEachPiece([](std::string_view) { return Result<void>(); }).ok());
+}
+
+}  // namespace
+}  // namespace varo::platform
