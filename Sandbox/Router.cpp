@@ -43,7 +43,7 @@ void Router::add(std::string_view method, std::string_view pattern, Handler hand
 
 HttpResponse Router::route(HttpRequest& request, RequestBody& body) const {
   const std::vector<std::string> path = segmentsOf(request.path);
-  const std::string_view method = request.method == "HEAD" ? "GET" : request.method;
+  const std::string method = request.method == "HEAD" ? "GET" : request.method;
   std::string allowed;
   for (const Route& route : routes_) {
     auto arguments = match(route.segments, path);

@@ -1,0 +1,600 @@
+#include "Sandbox/SandboxServer.h"
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace varo::sandbox {
+namespace {
+
+namespace json = boost::json;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::StartsWith;
+
+constexpr const char* kOctets = "application/octet-stream";
+constexpr const char* kJson = "application/json";
+constexpr std::size_t kChunk = 1000;
+
+std::string sampleBytes(std::size_t size) {
+  std::string bytes(size, '\0');
+  unsigned seed = 1;
+  for (char& byte : bytes) {
+    seed = seed * 1664525u + 1013904223u;
+    byte = static_cast<char>(seed >> 24);
+  }
+  return bytes;
+}
+
+std::string percentEncoded(const std::string& text) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return encoded;
+}
+
+/// A URL split as the HTTP client wants it.
+struct Address {
+  std::string origin;
+  std::string path;
+};
+
+Address split(const std::string& url) {
+  const std::size_t slash = url.find('/', std::string("http://").size());
+  return {url.substr(0, slash), slash == std::string::npos ? "" : url.substr(slash)};
+}
+
+std::uint16_t portOf(const std::string& origin) {
+  return static_cast<std::uint16_t>(std::atoi(origin.substr(origin.rfind(':') + 1).c_str()));
+}
+
+/// The JSON answer; an object with "failed" when there is none.
+json::object object(const httplib::Result& result) {
+  json::error_code error;
+  json::value value = result ? json::parse(result->body, error) : json::value();
+  if (error || !value.is_object()) return {{"failed", result ? result->body : "no answer"}};
+  return value.get_object();
+}
+
+std::int64_t opstatus(const httplib::Result& result) {
+  const json::object answer = object(result);
+  const json::value* value = answer.if_contains("opstatus");
+  return value != nullptr && value->is_int64() ? value->get_int64() : -1;
+}
+
+struct Upload {
+  std::string id;
+  json::object form;  ///< The upload template.
+  std::string url;
+};
+
+/// Sends `bytes` as the template says. A raw-bytes client repeats everything in its last chunk.
+httplib::Result sendChunks(const Upload& upload, const std::string& bytes, bool repeatAll) {
+  const bool service = upload.form.at("domain") == "#middlewaredomain";
+  const json::value* chunked = upload.form.if_contains("chunkupload");
+  const bool inChunks = chunked == nullptr || chunked->as_bool();
+  const std::size_t step = inChunks ? kChunk : std::max<std::size_t>(bytes.size(), 1);
+  const Address address = split(upload.url);
+  httplib::Client http(address.origin);
+  http.set_keep_alive(true);
+  http.set_tcp_nodelay(true);
+  httplib::Result last{nullptr, httplib::Error::Unknown};
+  for (std::size_t at = 0, sequence = 1; at < bytes.size() || sequence == 1;
+       at += step, ++sequence) {
+    const std::string piece =
+        at + step >= bytes.size() && repeatAll ? bytes : bytes.substr(at, step);
+    const std::string query = service ? "?chunk_sequence=" + std::to_string(sequence) : "";
+    if (upload.form.at("uploadMode") == "multipart") {
+      last = http.Post(address.path + query,
+                       httplib::MultipartFormDataItems{{"data", piece, "a.bin", kOctets}});
+    } else {
+      last = http.Put(address.path + query, piece, kOctets);
+    }
+    if (!last || last->status != 200 || (service && opstatus(last) != 0)) break;
+  }
+  return last;
+}
+
+/// Sends `text` as it is and returns all that comes back until the server closes.
+std::string rawExchange(const std::string& origin, const std::string& text) {
+  const int descriptor = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(portOf(origin));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  std::string answer;
+  if (::connect(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0) {
+    EXPECT_EQ(::send(descriptor, text.data(), text.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(text.size()));
+    ::shutdown(descriptor, SHUT_WR);
+    char block[4096];
+    for (ssize_t n = 1; n > 0;) {
+      n = ::recv(descriptor, block, sizeof(block), 0);
+      if (n > 0) answer.append(block, static_cast<std::size_t>(n));
+    }
+  }
+  ::close(descriptor);
+  return answer;
+}
+
+class SandboxTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (std::filesystem::temp_directory_path() / "sandboxXXXXXX").string();
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+    directory_ = pattern;
+    restart({});
+  }
+
+  void TearDown() override {
+    server_.reset();
+    std::filesystem::remove_all(directory_);
+  }
+
+  void restart(SandboxOptions options) {
+    server_.reset();
+    options.dataDirectory = directory_;
+    server_ = std::make_unique<SandboxServer>(options);
+    const auto error = server_->start();
+    ASSERT_FALSE(error.has_value()) << error->message;
+    base_ = split(server_->url());
+    files_ = base_.path + "/objects/File";
+  }
+
+  [[nodiscard]] httplib::Client client() const {
+    httplib::Client http(base_.origin);
+    http.set_keep_alive(true);
+    http.set_tcp_nodelay(true);
+    http.set_read_timeout(20);
+    return http;
+  }
+  [[nodiscard]] httplib::Client store() const { return httplib::Client(server_->storeUrl()); }
+
+  Upload create(const json::object& metadata) {
+    const auto answer = object(client().Post(files_, json::serialize(metadata), kJson));
+    if (!answer.contains("file_id")) {
+      ADD_FAILURE() << json::serialize(answer);
+      return {};
+    }
+    Upload upload{std::string(answer.at("file_id").as_string()),
+                  json::parse(answer.at("upload_template").as_string()).as_object(), ""};
+    const std::string domain(upload.form.at("domain").as_string());
+    upload.url = domain == "#middlewaredomain" ? base_.origin + "/services" : domain;
+    upload.url += upload.form.at("relativepath").as_string();
+    return upload;
+  }
+
+  httplib::Result commit(const std::string& id, const json::object& properties = {}) {
+    const json::object body{{"file_id", id}, {"commit_properties", json::serialize(properties)}};
+    return client().Put(files_, {{"X-HTTP-Method-Override", "PATCH"}}, json::serialize(body),
+                        kJson);
+  }
+
+  std::string storedFile(const std::string& bytes,
+                         const json::object& metadata = {{"file_name", "a"}}) {
+    const Upload upload = create(metadata);
+    EXPECT_EQ(opstatus(sendChunks(upload, bytes, false)), 0);
+    EXPECT_EQ(opstatus(commit(upload.id)), 0);
+    return upload.id;
+  }
+
+  json::array list(const std::string& filter = "") {
+    const auto answer = object(client().Get(files_ + "?$filter=" + percentEncoded(filter)));
+    EXPECT_EQ(answer.at("opstatus"), 0) << json::serialize(answer);
+    return answer.contains("records") ? answer.at("records").as_array() : json::array();
+  }
+
+  [[nodiscard]] std::string bytesPath(const std::string& id) const {
+    return base_.path + "/bytes/" + id + "?type=bytes";
+  }
+
+  httplib::Result download(const json::object& record, const httplib::Headers& headers = {}) {
+    const auto form = json::parse(record.at("download_template").as_string()).as_object();
+    const bool service = form.at("domain") == "#middlewaredomain";
+    const std::string path(form.at("relativepath").as_string());
+    if (service) return client().Get("/services" + path + "?type=bytes", headers);
+    return httplib::Client(std::string(form.at("domain").as_string())).Get(path, headers);
+  }
+
+  std::string directory_;
+  std::unique_ptr<SandboxServer> server_;
+  Address base_;
+  std::string files_;
+};
+
+json::object wish(const char* domain, const char* mode, const char* method, json::value chunked) {
+  return {{"domain", domain}, {"uploadMode", mode}, {"method", method}, {"chunkupload", chunked}};
+}
+
+TEST_F(SandboxTest, EveryTemplateKindBringsTheBytesBack) {
+  std::vector<json::object> kinds;
+  for (const char* domain : {"service", "store"}) {
+    for (const json::value& chunked :
+         {json::value(nullptr), json::value(true), json::value(false)}) {
+      kinds.push_back(wish(domain, "binary", "put", chunked));
+      kinds.push_back(wish(domain, "multipart", "post", chunked));
+    }
+  }
+  const std::size_t sizes[] = {0, 1, kChunk, 2 * kChunk, 2 * kChunk + 1};
+  std::size_t stored = 0;
+  for (const json::object& kind : kinds) {
+    for (const std::size_t size : sizes) {
+      const bool repeatAll = ++stored % 2 == 0 && size > kChunk;
+      SCOPED_TRACE(json::serialize(kind) + std::to_string(size) + (repeatAll ? " repeated" : ""));
+      const Upload upload = create({{"file_name", "a.bin"}, {"sandbox_template", kind}});
+      EXPECT_EQ(upload.form.contains("chunkupload"), !kind.at("chunkupload").is_null());
+      const std::string bytes = sampleBytes(size);
+      const auto sent = sendChunks(upload, bytes, repeatAll);
+      ASSERT_TRUE(sent);
+      EXPECT_EQ(sent->status, 200) << sent->body;
+      EXPECT_TRUE(list("file_id eq '" + upload.id + "'").empty());
+
+      if (kind.at("domain") == "store") {
+        EXPECT_EQ(opstatus(commit(upload.id)), 8008);
+        EXPECT_EQ(opstatus(commit(upload.id, {{"ETag", "\"other\""}})), 8008);
+      }
+      const json::object tag{{"etag", sent->get_header_value("ETag")}};
+      EXPECT_EQ(opstatus(commit(upload.id, tag)), 0);
+      EXPECT_EQ(opstatus(commit(upload.id, tag)), 8005);
+      const json::array records = list("file_id eq '" + upload.id + "'");
+      ASSERT_EQ(records.size(), 1u);
+      EXPECT_EQ(records[0].at("file_size"), size);
+      const auto got = download(records[0].as_object());
+      ASSERT_TRUE(got);
+      EXPECT_EQ(got->body, bytes);
+    }
+  }
+  EXPECT_EQ(list().size(), stored);
+}
+
+TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
+  const std::string bytes = sampleBytes(2 * kChunk + 500);
+  const Upload upload = create({{"file_name", "a"}, {"file_size", bytes.size()}});
+  const std::string path = split(upload.url).path;
+  auto http = client();
+  const auto send = [&](const std::string& sequence, const std::string& piece) {
+    return opstatus(http.Put(path + "?chunk_sequence=" + sequence, piece, kOctets));
+  };
+  EXPECT_EQ(opstatus(commit(upload.id)), 8005);
+  EXPECT_EQ(send("2", "x"), 8006);
+  EXPECT_EQ(send("0", "x"), 8006);
+  for (const char* number : {"", "-1", "one", "1x", "99999999999999999999"}) {
+    EXPECT_EQ(send(number, "x"), 8002) << number;
+  }
+  EXPECT_EQ(send("1", "an earlier attempt"), 0);
+  EXPECT_EQ(send("1", bytes.substr(0, kChunk)), 0);
+  EXPECT_EQ(send("3", "x"), 8006);
+  EXPECT_EQ(send("2", ""), 8006);
+  EXPECT_EQ(send("2", std::string(2 * kChunk + 1, 'x')), 8006) << "more than everything";
+  EXPECT_EQ(send("1", bytes.substr(0, kChunk)), 0);
+  EXPECT_EQ(send("2", bytes.substr(kChunk, kChunk)), 0);
+  EXPECT_EQ(send("2", bytes.substr(kChunk, kChunk)), 0) << "the answer got lost";
+  EXPECT_EQ(send("3", std::string(kChunk + 1, 'x')), 8006) << "more than a chunk, less than all";
+  EXPECT_EQ(opstatus(commit(upload.id)), 8007);
+  EXPECT_EQ(send("3", bytes), 0) << "everything once more";
+  EXPECT_EQ(send("4", "x"), 8006) << "the short one was the last";
+  EXPECT_EQ(opstatus(http.Post(path, "x", kOctets)), 8013);
+  EXPECT_EQ(opstatus(http.Put(path, httplib::MultipartFormDataItems{{"data", "x", "", ""}})), 8013);
+  EXPECT_EQ(opstatus(commit(upload.id)), 0);
+  EXPECT_EQ(send("3", bytes.substr(2 * kChunk)), 8005);
+  EXPECT_EQ(http.Get(bytesPath(upload.id))->body, bytes);
+}
+
+TEST_F(SandboxTest, RequestsWithoutBytesGetAClearAnswer) {
+  const Upload post = create(
+      {{"file_name", "a"}, {"sandbox_template", R"({"uploadMode":"binary","method":"post"})"}});
+  EXPECT_EQ(opstatus(client().Post(split(post.url).path)), 8013);
+  const Upload put = create(
+      {{"file_name", "a"}, {"sandbox_template", {{"uploadMode", "multipart"}, {"method", "put"}}}});
+  EXPECT_EQ(opstatus(client().Put(split(put.url).path)), 8013);
+}
+
+TEST_F(SandboxTest, MetadataIsFoundAndChangedButCannotClaimWhatIsTheServices) {
+  const std::string evil = "x' OR '1'='1";
+  const std::string id =
+      storedFile("abc", {{"file_name", evil}, {"type", "png"}, {"n", 5}, {"file_id", "mine"}});
+  storedFile("def", {{"file_name", "b"}, {"type", "png"}});
+  EXPECT_NE(id, "mine");
+  EXPECT_EQ(list("type eq 'png'").size(), 2u);
+  EXPECT_EQ(list("n eq 5 and type eq 'png'").size(), 1u);
+  EXPECT_EQ(list("file_name eq '" + evil + "'").size(), 1u);
+  EXPECT_EQ(list("file_name eq 'x'' OR ''1''=''1'").size(), 1u);
+  EXPECT_EQ(list("type eq 'jpg'").size(), 0u);
+  EXPECT_EQ(opstatus(client().Get(files_ + "?$filter=a%20ne%20'b'")), 8003);
+
+  const auto update = [&](const json::object& body) {
+    return opstatus(client().Put(files_, json::serialize(body), kJson));
+  };
+  EXPECT_EQ(update({{"file_id", id}, {"type", "gif"}, {"n", nullptr}, {"entity_tag", "x"}}), 0);
+  EXPECT_EQ(update({{"file_id", "nobody"}, {"type", "gif"}}), 8004);
+  EXPECT_EQ(update({{"type", "gif"}}), 8002);
+  restart({});
+  EXPECT_EQ(list().size(), 2u) << "records outlive the server";
+  EXPECT_EQ(list("type eq 'png'").size(), 1u);
+  const json::array changed = list("type eq 'gif'");
+  ASSERT_EQ(changed.size(), 1u);
+  EXPECT_EQ(changed[0].at("file_name"), json::value(evil));
+  EXPECT_NE(changed[0].at("entity_tag"), "x");
+  EXPECT_FALSE(changed[0].as_object().contains("n"));
+}
+
+TEST_F(SandboxTest, RangesAreServedByTheServiceAndTheStore) {
+  const std::string bytes = sampleBytes(100);
+  for (const char* domain : {"service", "store"}) {
+    const Upload upload = create({{"file_name", "r"}, {"sandbox_template", {{"domain", domain}}}});
+    const auto sent = sendChunks(upload, bytes, false);
+    ASSERT_TRUE(sent);
+    commit(upload.id, {{"ETag", sent->get_header_value("ETag")}});
+    const json::array records = list("file_id eq '" + upload.id + "'");
+    ASSERT_EQ(records.size(), 1u);
+    const json::object& record = records[0].as_object();
+    const auto part = download(record, {{"Range", "bytes=10-19"}});
+    EXPECT_EQ(part->status, 206);
+    EXPECT_EQ(part->body, bytes.substr(10, 10));
+    EXPECT_EQ(part->get_header_value("Content-Range"), "bytes 10-19/100");
+    const auto beyond = download(record, {{"Range", "bytes=100-"}});
+    EXPECT_EQ(beyond->status, 416);
+    EXPECT_EQ(beyond->get_header_value("Content-Range"), "bytes */100");
+    for (const std::string& bad : {std::string("bytes=5-1"), std::string("lines=1-2"),
+                                   "bytes=" + std::string(5000, '1') + "-,"}) {
+      const auto whole = download(record, {{"Range", bad}});
+      EXPECT_EQ(whole->status, 200) << bad;
+      EXPECT_EQ(whole->body, bytes) << bad;
+    }
+    EXPECT_EQ(download(record, {{"Range", "bytes=0-1"}, {"If-Range", "\"old\""}})->status, 200);
+  }
+}
+
+TEST_F(SandboxTest, TokenIsAskedForByTheServiceAndNoticedByTheStore) {
+  SandboxOptions options;
+  options.requiredToken = "s3cret%41";
+  restart(options);
+  const auto refused = client().Get(files_);
+  EXPECT_EQ(refused->status, 401);
+  EXPECT_EQ(opstatus(refused), 8009);
+  EXPECT_EQ(client().Get(files_, {{"X-Pelmar-Authorization", "s3cretA"}})->status, 401);
+  EXPECT_EQ(client().Get(files_, {{"x-pelmar-authorization", "s3cret%41"}})->status, 200);
+  EXPECT_EQ(store().Put("/objects/a", "x", kOctets)->status, 200);
+  EXPECT_EQ(server_->storeStats().tokenHeaders, 0u);
+  EXPECT_EQ(store().Get("/objects/a", {{"X-PELMAR-Authorization", "oops"}})->body, "x");
+  const auto stats = object(client().Get("/control/stats"));
+  EXPECT_EQ(stats.at("store").at("tokenHeaders"), 1);
+  EXPECT_EQ(stats.at("service").at("tokenHeaders"), 2);
+  const auto log = object(client().Get("/control/requests")).at("requests").as_array();
+  EXPECT_THAT(log.back().at("headers").as_array(),
+              testing::Contains(json::value{"X-PELMAR-Authorization", "oops"}));
+}
+
+TEST_F(SandboxTest, SecurityKeyGuardsTheBytes) {
+  const Upload upload = create({{"file_name", "k"}, {"security_key", "k 1"}});
+  const std::string path = split(upload.url).path + "?chunk_sequence=1";
+  EXPECT_EQ(opstatus(client().Put(path, "abc", kOctets)), 8014);
+  EXPECT_EQ(opstatus(client().Put(path + "&security_key=k%201", "abc", kOctets)), 0);
+  EXPECT_EQ(opstatus(commit(upload.id)), 0);
+  EXPECT_EQ(client().Get(bytesPath(upload.id))->status, 403);
+  EXPECT_EQ(client().Get(bytesPath(upload.id) + "&security_key=k%201")->body, "abc");
+}
+
+TEST_F(SandboxTest, FaultsHitWhatTheyMatchAndNothingElse) {
+  auto http = client();
+  const auto inject = [&](const std::string& rule) {
+    http.Delete("/control/faults");
+    EXPECT_EQ(opstatus(http.Post("/control/faults", rule, kJson)), 0) << rule;
+  };
+  inject(R"({"match":{"method":"GET","path":"objects/File","skip":1,"count":2},
+             "action":{"status":503,"body":"down","headers":{"Retry-After":"1"}}})");
+  std::vector<int> statuses;
+  for (int i = 0; i < 4; ++i) statuses.push_back(http.Get(files_)->status);
+  EXPECT_THAT(statuses, testing::ElementsAre(200, 503, 503, 200));
+
+  inject(R"({"action":{"opstatus":-7,"errmsg":"no"}})");
+  EXPECT_EQ(object(http.Get(files_)), (json::object{{"opstatus", -7}, {"errmsg", "no"}}));
+  inject(R"({"action":{"invalidJson":true}})");
+  EXPECT_TRUE(object(http.Get(files_)).contains("failed"));
+  inject(R"({"action":{"location":"http://127.0.0.1:1/x","status":307}})");
+  EXPECT_EQ(http.Get(files_)->get_header_value("Location"), "http://127.0.0.1:1/x");
+  inject(R"({"action":{"noBody":true}})");
+  const std::string empty =
+      rawExchange(base_.origin, "GET " + files_ + " HTTP/1.1\r\nConnection: close\r\n\r\n");
+  EXPECT_THAT(empty, StartsWith("HTTP/1.1 204 "));
+  EXPECT_THAT(empty, testing::Not(testing::HasSubstr("Content-Length")));
+  inject(R"({"action":{"latencyMs":150}})");
+  const auto start = steady_clock::now();
+  EXPECT_EQ(http.Get(files_)->status, 200);
+  EXPECT_GE(steady_clock::now() - start, milliseconds(150));
+  inject(R"({"action":{"drop":true}})");
+  EXPECT_FALSE(http.Get(files_));
+  inject(R"({"match":{"listener":"store"},"action":{"status":500}})");
+  EXPECT_EQ(http.Get(files_)->status, 200);
+  EXPECT_EQ(store().Get("/objects/x")->status, 500);
+
+  for (const char* bad : {"", "[]", "{", R"({"rules":[1]})", R"({"action":{"latency":1}})",
+                          R"({"action":{"status":1}})", R"({"action":{"stallMs":-2}})",
+                          R"({"match":{"skip":-1},"action":{}})", R"({"match":{}})"}) {
+    EXPECT_EQ(http.Post("/control/faults", bad, kJson)->status, 400) << bad;
+  }
+}
+
+TEST_F(SandboxTest, BodiesAreCutAndStalledAndHeadersNeverEnd) {
+  const std::string bytes = sampleBytes(2'000'000);
+  ASSERT_EQ(store().Put("/objects/big", bytes, kOctets)->status, 200);
+  FaultRule rule;
+  rule.action.cutAfter = 1'500'000;
+  server_->addFault(rule);
+  std::string got;
+  EXPECT_FALSE(store().Get("/objects/big", [&got](const char* data, std::size_t size) {
+    got.append(data, size);
+    return true;
+  }));
+  EXPECT_EQ(got, bytes.substr(0, 1'500'000));
+
+  rule.action = {};
+  rule.action.stallAfter = 10;
+  rule.action.stallFor = milliseconds(200);
+  server_->clearFaults();
+  server_->addFault(rule);
+  auto start = steady_clock::now();
+  EXPECT_EQ(store().Get("/objects/big")->body, bytes);
+  EXPECT_GE(steady_clock::now() - start, milliseconds(200));
+
+  rule.action = {};
+  rule.action.endlessHeaders = true;
+  server_->clearFaults();
+  server_->addFault(rule);
+  const auto endless = std::make_unique<httplib::Client>(base_.origin);
+  std::thread reader([&] { EXPECT_FALSE(endless->Get(files_)); });
+  std::this_thread::sleep_for(milliseconds(50));
+  start = steady_clock::now();
+  server_->stop();
+  reader.join();
+  EXPECT_LT(steady_clock::now() - start, milliseconds(3000));
+}
+
+TEST_F(SandboxTest, StopEndsRequestsThatWouldTakeForEver) {
+  FaultRule rule;
+  rule.match.listener = "service";
+  rule.action.stallAfter = 1;
+  rule.action.stallFor = milliseconds(-1);
+  server_->addFault(rule);
+  std::vector<std::thread> clients;
+  std::atomic<int> ended = 0;
+  for (int i = 0; i < 20; ++i) {
+    clients.emplace_back([this, i, &ended] {
+      if (i % 2 == 0) {
+        EXPECT_FALSE(client().Get(files_));
+      } else {
+        const auto trickle = [](std::size_t, std::size_t, httplib::DataSink& sink) {
+          std::this_thread::sleep_for(milliseconds(10));
+          return sink.write("x", 1);
+        };
+        EXPECT_FALSE(store().Put("/objects/s" + std::to_string(i), 1'000'000, trickle, kOctets));
+      }
+      ++ended;
+    });
+  }
+  std::this_thread::sleep_for(milliseconds(300));
+  EXPECT_EQ(ended, 0);
+  const auto start = steady_clock::now();
+  server_->stop();
+  EXPECT_LT(steady_clock::now() - start, milliseconds(3000));
+  for (std::thread& thread : clients) thread.join();
+  EXPECT_TRUE(std::filesystem::is_empty(directory_ + "/objects")) << "nothing half-written stays";
+}
+
+TEST_F(SandboxTest, HostileRequestsAreAnsweredAndHarmNobody) {
+  const std::string id = storedFile("safe");
+  const std::string put = "PUT " + files_ + " HTTP/1.1\r\n";
+  const std::string bytes = "GET " + base_.path + "/bytes/";
+  const struct {
+    std::string request;
+    std::string status;
+  } kCases[] = {
+      {"GET / HTTP/1.1\r\nHost: x\r\n\r\n", "404"},
+      {"BREW " + files_ + " HTTP/1.1\r\n\r\n", "405"},
+      {"PRI * HTTP/2.0\r\n\r\n", "505"},
+      {"GET /services/../../../etc/passwd HTTP/1.1\r\n\r\n", "404"},
+      {bytes + "..%2f..%2frecords.sqlite?type=bytes HTTP/1.1\r\n\r\n", "404"},
+      {bytes + std::string(1900, 'a') + "?type=bytes HTTP/1.1\r\n\r\n", "404"},
+      {"GET /" + std::string(70'000, 'a') + " HTTP/1.1\r\n\r\n", "431"},
+      {"GET / HTTP/1.1\r\nX: " + std::string(70'000, 'a') + "\r\n\r\n", "431"},
+      {"GET / HTTP/1.1\r\n" + std::string(300, 'x') + "\r\n\r\n", "400"},
+      {put + "Content-Length: x\r\n\r\n", "400"},
+      {put + "Content-Length: 99999999999999\r\n\r\n", "413"},
+      {put + "Content-Encoding: gzip\r\nContent-Length: 1\r\n\r\nx", "415"},
+      {put + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", "400"},
+      {put + "Transfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\n", "400"},
+      {put + "Content-Length: 50\r\n\r\nshort", "400"},
+      {"\x16\x03\x01\x02\xfc\x03\x03\r\n\r\n", "400"},
+      {"\r\n\r\nGET /control/nothing HTTP/1.1\r\n\r\n", "404"},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_THAT(rawExchange(base_.origin, c.request), StartsWith("HTTP/1.1 " + c.status))
+        << c.request.substr(0, 100);
+  }
+  const std::string two =
+      rawExchange(base_.origin, "GET /a HTTP/1.1\r\n\r\nGET /b HTTP/1.0\r\n\r\n");
+  EXPECT_NE(two.find("HTTP/1.1 404", 5), std::string::npos) << "pipelined requests";
+  EXPECT_EQ(list().size(), 1u);
+  EXPECT_EQ(client().Get(bytesPath(id))->body, "safe");
+}
+
+TEST_F(SandboxTest, HostileBodiesAreAnsweredWithTheirFault) {
+  const std::string deep(100'000, '[');
+  const struct {
+    std::string body;
+    int opstatus;
+  } kCases[] = {{"", 8001},
+                {"{", 8001},
+                {"[]", 8001},
+                {deep, 8001},
+                {R"({"a":)" + deep, 8001},
+                {std::string("\0\xff", 2), 8001},
+                {R"({"file_name":"\ud800"})", 8001},
+                {R"({"file_name":5})", 8002},
+                {R"({"file_name":"a","sandbox_template":{"domain":"moon"}})", 8002},
+                {R"({"file_name":"a","sandbox_template":)" + deep + "}", 8001},
+                {std::string(5'000'000, ' '), 8010}};
+  for (const auto& c : kCases) {
+    EXPECT_EQ(opstatus(client().Post(files_, c.body, kJson)), c.opstatus) << c.body.substr(0, 40);
+  }
+  const Upload upload =
+      create({{"file_name", "m"},
+              {"sandbox_template", {{"uploadMode", "multipart"}, {"method", "post"}}}});
+  EXPECT_EQ(opstatus(client().Post(split(upload.url).path, "--b\r\ngarbage",
+                                   "multipart/form-data; boundary=b")),
+            8010);
+}
+
+TEST_F(SandboxTest, TenThousandRequestsOverHundredsOfConnections) {
+  storedFile("x");
+  constexpr int kConnections = 300;
+  constexpr int kRequestsEach = 34;
+  std::atomic<int> good = 0;
+  std::vector<std::thread> clients;
+  const auto start = steady_clock::now();
+  for (int i = 0; i < kConnections; ++i) {
+    clients.emplace_back([this, &good] {
+      auto http = client();
+      for (int n = 0; n < kRequestsEach; ++n) {
+        const auto answer = http.Get(files_);
+        if (answer && answer->status == 200) ++good;
+      }
+    });
+  }
+  for (std::thread& thread : clients) thread.join();
+  EXPECT_EQ(good, kConnections * kRequestsEach);
+  EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(60));
+  EXPECT_LE(server_->requests().size(), 500u);
+  EXPECT_GE(server_->serviceStats().requests, 10'000u);
+}
+
+TEST_F(SandboxTest, UnusableSettingsAreReported) {
+  SandboxOptions options;
+  EXPECT_TRUE(SandboxServer(options).start().has_value());
+  options.dataDirectory = "/dev/null/nowhere";
+  EXPECT_TRUE(SandboxServer(options).start().has_value());
+  options.dataDirectory = directory_ + "/second";
+  options.address = "0.0.0.0";
+  EXPECT_TRUE(SandboxServer(options).isReachableFromOutside());
+  EXPECT_FALSE(server_->isReachableFromOutside());
+  options.address = "192.0.2.1";
+  EXPECT_TRUE(SandboxServer(options).start().has_value()) << "not an address of this machine";
+}
+
+}  // namespace
+}  // namespace varo::sandbox
