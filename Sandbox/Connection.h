@@ -34,6 +34,8 @@ class Connection final : public httplib::Stream {
 
   /// Makes every later write fail, so that nothing more leaves.
   void seal() { sealed_ = true; }
+  /// Whether it was sealed, or a write failed.
+  [[nodiscard]] bool sealed() const { return sealed_; }
   /// Sends all of `bytes`.
   [[nodiscard]] bool writeAll(std::string_view bytes);
   /// Ends the sending side and lets the peer read what was sent, for a moment, before the socket

@@ -231,7 +231,8 @@ class HttpListener::Server final : public httplib::Server {
     bool closed = false;
     const bool sent = process_request(connection, !request.keepAlive, closed, nullptr);
     currentExchange = nullptr;
-    return sent && !closed && !exchange.mustClose && request.keepAlive;
+    // The library does not notice when only the head of an answer cannot be written.
+    return sent && !closed && !exchange.mustClose && !connection.sealed() && request.keepAlive;
   }
 
   // A head that cannot be understood: nobody knows where the next request begins.
