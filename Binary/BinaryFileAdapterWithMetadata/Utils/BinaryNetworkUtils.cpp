@@ -38,7 +38,7 @@ constexpr std::string_view kUnexpectedOpStatus = "unexpected opstatus : %@";
 constexpr std::string_view kParseErrorLog = "Error while parsing network response : %@";
 constexpr std::string_view kUnexpectedHttpStatus = "The server answered with HTTP status %@";
 /// How the platform's formatting prints a value that is not there.
-constexpr std::string_view kAbsent = "(null)";
+constexpr std::string_view kAbsent = "(none)";
 
 /// How much of a body is shown in a log line or kept in an error, bytes.
 constexpr std::size_t kBodyExcerpt = 4096;

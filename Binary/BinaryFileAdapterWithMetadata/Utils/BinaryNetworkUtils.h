@@ -63,7 +63,7 @@ class BinaryNetworkUtils {
       const std::optional<std::string>& url);
 
   /// The current URL's service and the path of a polling fragment. A service that is not there
-  /// prints as "(null)", which no request accepts as a URL; here and below.
+  /// prints as "(none)", which no request accepts as a URL; here and below.
   [[nodiscard]] static std::string extractPollingUrl(const std::optional<std::string>& currentUrl,
                                                      std::string_view pollingApiFragment);
 

@@ -1,0 +1,237 @@
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Foundation/Error.h"
+#include "tests/support/RecordingLog.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace varo::binary {
+namespace {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::HttpResponseInfo;
+using platform::LogLevel;
+using platform::NetworkError;
+using platform::NetworkErrorPtr;
+using platform::Value;
+using testing::HasSubstr;
+
+class BinaryNetworkUtilsTest : public testing::Test {
+ protected:
+  ~BinaryNetworkUtilsTest() override { setTransferPolicy(TransferPolicy::kCompatible); }
+
+  struct Outcome {
+    int calls = 0;
+    Dictionary result;
+    NetworkErrorPtr error;
+  };
+
+  static Outcome complete(const std::optional<std::string>& body, int status,
+                          std::string_view operationType = {},
+                          const NetworkErrorPtr& transportError = nullptr) {
+    auto outcome = std::make_shared<Outcome>();
+    const std::weak_ptr<Outcome> released = outcome;
+    auto handler = BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
+        [outcome](const Dictionary& result, const NetworkErrorPtr& error) {
+          ++outcome->calls;
+          outcome->result = result;
+          outcome->error = error;
+        },
+        operationType);
+    std::optional<Data> data;
+    if (body) data = Data::fromBytes(*body);
+    handler(data,
+            Dictionary{{std::string(platform::kHttpResponse),
+                        std::make_shared<HttpResponseInfo>(status, Dictionary{{"ETag", "e1"}})}},
+            transportError);
+    handler = nullptr;
+    Outcome copy = *outcome;
+    outcome.reset();
+    EXPECT_TRUE(released.expired());
+    return copy;
+  }
+};
+
+TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
+  const Dictionary onlyHeaders{{"response_headers", Dictionary{{"ETag", "e1"}}}};
+  Dictionary jsonAndHeaders{{"a", 1}};
+  jsonAndHeaders.addEntries(onlyHeaders);
+  struct Case {
+    std::optional<std::string> body;
+    int status;
+    std::string_view operationType;
+    int compatibleCalls;
+    Dictionary result;
+    std::int64_t compatibleCode;
+    std::int64_t safeCode;
+    std::string safeText;
+  };
+  const Case cases[] = {
+      {"{}", 200, "", 1, onlyHeaders, 0, 0, ""},
+      {"", 200, "", 1, onlyHeaders, 0, 0, ""},
+      {"<html>", 200, "", 1, onlyHeaders, 0, 0, ""},
+      {"[1]", 200, "", 1, onlyHeaders, 0, 0, ""},
+      {R"({"a":1})", 200, "BinaryList", 1, jsonAndHeaders, 0, 0, ""},
+      {R"({"opstatus":0,"a":1})", 200, "", 1, {{"opstatus", 0}, {"a", 1}}, 0, 0, ""},
+      {R"({"opstatus":"0"})", 500, "", 1, {{"opstatus", "0"}}, 0, 0, ""},
+      {R"({"opstatus":null})", 200, "", 1, {{"opstatus", nullptr}}, 0, 0, ""},
+      {R"({"opstatus":"8009"})",
+       200,
+       "",
+       1,
+       {{"opstatus", "8009"}},
+       6003,
+       6003,
+       "unexpected opstatus : 8009"},
+      {R"({"opstatus":-1})",
+       200,
+       "",
+       1,
+       {{"opstatus", -1}},
+       6003,
+       6003,
+       "unexpected opstatus : -1"},
+      {R"({"a":1})", 404, "", 1, jsonAndHeaders, 0, 6003,
+       "The server answered with HTTP status 404"},
+      {R"({"opstatus":7})",
+       200,
+       "Download",
+       1,
+       {{"data", Data::fromBytes(R"({"opstatus":7})")}},
+       0,
+       0,
+       ""},
+      {"", 200, "Download", 1, {{"data", Data()}}, 0, 0, ""},
+      {"<html>",
+       500,
+       "Download",
+       1,
+       {{"data", Data::fromBytes("<html>")}},
+       0,
+       6003,
+       "The server answered with HTTP status 500"},
+      {std::nullopt, 204, "", 0, {}, 0, 6014, "Empty Body Received from Server"},
+      {std::nullopt, 502, "Download", 0, {}, 0, 6003, "The server answered with HTTP status 502"},
+  };
+  for (const Case& item : cases) {
+    SCOPED_TRACE(item.body.value_or("no body") + " " + std::to_string(item.status));
+    for (const bool safe : {false, true}) {
+      setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+      const Outcome outcome = complete(item.body, item.status, item.operationType);
+      ASSERT_EQ(outcome.calls, safe ? 1 : item.compatibleCalls);
+      const std::int64_t code = safe ? item.safeCode : item.compatibleCode;
+      ASSERT_EQ(outcome.error != nullptr, code != 0);
+      if (code == 0 || !safe) EXPECT_EQ(outcome.result, item.result);
+      if (code == 0) continue;
+      EXPECT_EQ(outcome.error->domain(), "BinaryNetworkUtils");
+      EXPECT_EQ(outcome.error->code(), code);
+      EXPECT_EQ(outcome.error->userInfo()["NSLocalizedDescription"].textValue(), item.safeText);
+      EXPECT_FALSE(outcome.error->callStack().empty());
+    }
+  }
+}
+
+TEST_F(BinaryNetworkUtilsTest, ErrorsKeepWhatTheServerSaid) {
+  Outcome outcome = complete(R"({"opstatus":5,"errmsg":"no"})", 200);
+  EXPECT_EQ(outcome.error->userInfo(),
+            (Dictionary{{"userInfo", outcome.result},
+                        {"NSLocalizedDescription", "unexpected opstatus : 5"}}));
+
+  setTransferPolicy(TransferPolicy::kSafe);
+  outcome = complete(std::string(10'000, 'x'), 503);
+  const Dictionary info = outcome.error->userInfo();
+  EXPECT_EQ(info["httpStatusCode"].integerValue(), 503);
+  EXPECT_EQ(info["response_headers"], Value(Dictionary{{"ETag", "e1"}}));
+  EXPECT_EQ(info["responseBody"].textValue(), std::string(4096, 'x'));
+}
+
+TEST_F(BinaryNetworkUtilsTest, TransportErrorsChangeOnlyTheirDomain) {
+  const auto transport = std::make_shared<const NetworkError>(
+      "HttpTransport", 28, Dictionary{{"url", "u"}}, std::vector<std::string>{"frame"});
+  const Outcome outcome = complete("ignored", 200, "Download", transport);
+  EXPECT_EQ(outcome.calls, 1);
+  EXPECT_TRUE(outcome.result.empty());
+  EXPECT_EQ(outcome.error->domain(), "BinaryNetworkUtils");
+  EXPECT_EQ(outcome.error->code(), 28);
+  EXPECT_EQ(outcome.error->userInfo(), transport->userInfo());
+  EXPECT_EQ(outcome.error->callStack(), transport->callStack());
+}
+
+TEST_F(BinaryNetworkUtilsTest, ResponsesAreLoggedInPartAndWithoutSecrets) {
+  const test::RecordingLog log(LogLevel::kDebug);
+  (void)complete(R"({"token":"marker","a":")" + std::string(100'000, 'y') + "\"}", 200);
+  (void)complete(std::string(100'000, 'z'), 200, "Download");
+  const auto lines = log->lines();
+  ASSERT_EQ(lines.size(), 2U);
+  EXPECT_THAT(lines[0].text, testing::StartsWith("BinaryNetworkUtils : getResponse : Network "
+                                                 "response : {\"token\":"));
+  EXPECT_THAT(lines[0].text, testing::Not(HasSubstr("marker")));
+  EXPECT_LT(lines[0].text.size(), 5000U);
+  EXPECT_THAT(lines[1].text, testing::StartsWith("BinaryNetworkUtils : getResponseForDwonload : "
+                                                 "Network response : "));
+  EXPECT_LT(lines[1].text.size(), 500U);
+}
+
+TEST(BinaryNetworkUrlTest, ServiceUrlsAreCutAtServices) {
+  const std::string url = "http://h/services/x/services/y";
+  EXPECT_EQ(BinaryNetworkUtils::extractBaseUrl(url), "http://h/");
+  EXPECT_EQ(BinaryNetworkUtils::extractBaseServiceUrl(url), "http://h/services");
+  EXPECT_EQ(BinaryNetworkUtils::extractBaseUrl("http://h/"), std::nullopt);
+  EXPECT_EQ(BinaryNetworkUtils::extractBaseUrl(std::nullopt), std::nullopt);
+  EXPECT_EQ(BinaryNetworkUtils::extractPollingUrl(url, "/status?id=5"), "http://h/services/status");
+  EXPECT_EQ(BinaryNetworkUtils::extractPollingUrl(url, "/status"), "http://h/services/status");
+  EXPECT_EQ(BinaryNetworkUtils::extractPollingUrl("http://h", "/status"), "(none)/status");
+
+  const auto fileUrl = &BinaryNetworkUtils::extractFileOperationUrl;
+  EXPECT_EQ(fileUrl({{"domain", "#middlewaredomain"}, {"relativepath", "/f"}}, url),
+            "http://h/services/f");
+  EXPECT_EQ(fileUrl({{"domain", "http://store"}, {"relativepath", "/f"}}, url), "http://store/f");
+  EXPECT_EQ(fileUrl({{"domain", "#middlewaredomain"}, {"relativepath", "/f"}}, "http://h"),
+            "(none)services/f");
+  EXPECT_EQ(fileUrl({}, url), "(none)(none)");
+}
+
+TEST(BinaryNetworkUrlTest, QueryParametersOfAnyTextAreRead) {
+  const struct {
+    std::string url;
+    Dictionary params;
+  } cases[] = {
+      {"", {}},
+      {"u", {}},
+      {"u?", {}},
+      {"u?x=1&y=2&x=3", {{"x", "3"}, {"y", "2"}}},
+      {"?a", {{"a", ""}}},
+      {"u?a=&&b=c=d&=e", {{"a", ""}, {"b", "c"}, {"", "e"}}},
+      {"u?a=1?b=2", {{"a", "1?b"}}},
+      {"u?a=%20&", {{"a", "%20"}}},
+  };
+  for (const auto& item : cases) {
+    EXPECT_EQ(BinaryNetworkUtils::extractQueryParams(item.url), item.params) << item.url;
+  }
+}
+
+TEST(BinaryNetworkUrlTest, TemplatesAreJsonObjectsOrErrors) {
+  ErrorPtr error;
+  EXPECT_EQ(BinaryNetworkUtils::getTemplate(std::nullopt, &error), std::nullopt);
+  EXPECT_EQ(error, nullptr);
+  EXPECT_EQ(BinaryNetworkUtils::getTemplate(R"({"domain":"d"})", &error),
+            (Dictionary{{"domain", "d"}}));
+  EXPECT_EQ(error, nullptr);
+  EXPECT_EQ(BinaryNetworkUtils::getTemplate("[", &error), std::nullopt);
+  EXPECT_NE(error, nullptr);
+}
+
+TEST(BinaryNetworkUrlTest, HeadersAreRemovedWhateverTheirLetterCase) {
+  EXPECT_EQ(BinaryNetworkUtils::withoutHeaders(
+                {{"x-PELMAR-authorization", "t"}, {"A", "b"}, {"X-Pelmar-Authorization", "t"}},
+                {"X-Pelmar-Authorization"}),
+            (Dictionary{{"A", "b"}}));
+}
+
+}  // namespace
+}  // namespace varo::binary
