@@ -9,7 +9,7 @@ namespace {
 constexpr std::string_view kLoopErrorDomain = "LoopingTask";
 enum LoopErrorCode : std::int64_t {
   kNoSubtask = 1,
-  kNoThreadForStep = 2,
+  kLoopShutDown = 2,
 };
 
 ErrorPtr loopError(const VSTask& loop, LoopErrorCode code, std::string message) {
@@ -18,9 +18,15 @@ ErrorPtr loopError(const VSTask& loop, LoopErrorCode code, std::string message) 
       Dictionary{{std::string(kErrorMessageKey), std::move(message)}});
 }
 
+ErrorPtr shutDownError(const VSTask& loop) {
+  return loopError(loop, kLoopShutDown, "The task engine has been shut down");
+}
+
 }  // namespace
 
-VSAbstractLoopingTask::VSAbstractLoopingTask(std::shared_ptr<VSTask> subTask, ErrorPtr* error) {
+VSAbstractLoopingTask::VSAbstractLoopingTask(std::shared_ptr<VSTask> subTask, ErrorPtr* error,
+                                             Sleeper& sleeper)
+    : sleeper_(sleeper) {
   if (subTask != nullptr) {
     addSubtask(subTask);
   } else if (error != nullptr) {
@@ -43,12 +49,13 @@ void VSAbstractLoopingTask::subtaskFinished(const std::shared_ptr<VSTask>& subta
   const bool success =
       state == TaskState::Ended || (state == TaskState::Errored && treatErrorAsSuccess());
   if (!success) return failWith(*subtask);
-  auto step = [self = self<VSAbstractLoopingTask>(), subtask, state] {
-    self->guarded([&] { self->takeStep(subtask, state); });
-  };
-  if (!Runtime::shared().loopSteps().post(std::move(step))) {
-    raiseError(loopError(*this, kNoThreadForStep, "The task engine has been shut down"));
-  }
+  continueWith([subtask, state](VSAbstractLoopingTask& loop) { loop.takeStep(subtask, state); });
+}
+
+/// Runs `step` on a thread for loop steps.
+void VSAbstractLoopingTask::continueWith(const std::function<void(VSAbstractLoopingTask&)>& step) {
+  auto job = [self = self<VSAbstractLoopingTask>(), step] { self->guarded([&] { step(*self); }); };
+  if (!Runtime::shared().loopSteps().post(std::move(job))) raiseError(shutDownError(*this));
 }
 
 void VSAbstractLoopingTask::takeStep(const std::shared_ptr<VSTask>& subtask, TaskState state) {
@@ -56,8 +63,29 @@ void VSAbstractLoopingTask::takeStep(const std::shared_ptr<VSTask>& subtask, Tas
     setState(TaskState::Ended);
     return;
   }
+  delay_ = std::chrono::milliseconds(0);
   transformInputContextForNextIteration();
-  runSubtask(subtask, inputContext());
+  if (delay_.count() > 0) {
+    sleepThenIterate(subtask);
+  } else {
+    iterate(subtask);
+  }
+}
+
+void VSAbstractLoopingTask::sleepThenIterate(const std::shared_ptr<VSTask>& subtask) {
+  sleeper_.wakeAfter(
+      delay_, [self = self<VSAbstractLoopingTask>(), subtask](TimerQueue::Reason reason) {
+        if (reason == TimerQueue::Reason::kShutDown) {
+          self->raiseError(shutDownError(*self));
+        } else {
+          self->continueWith([subtask](VSAbstractLoopingTask& loop) { loop.iterate(subtask); });
+        }
+      });
+}
+
+/// A loop that was ended from outside while it slept stays ended.
+void VSAbstractLoopingTask::iterate(const std::shared_ptr<VSTask>& subtask) {
+  if (!isFinal(state())) runSubtask(subtask, inputContext());
 }
 
 bool VSAbstractLoopingTask::shouldIterate(TaskState /*subTaskState*/) { return !isFinal(state()); }

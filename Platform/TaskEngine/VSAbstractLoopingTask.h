@@ -1,7 +1,10 @@
 #pragma once
 
+#include "Platform/Foundation/Sleeper.h"
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <chrono>
+#include <functional>
 #include <memory>
 
 namespace varo::platform {
@@ -12,20 +15,22 @@ namespace varo::platform {
 /// and empty output. When it has ended, its output replaces what the previous iteration left in the
 /// loop's output context, and `shouldIterate` decides; before the next iteration
 /// `transformInputContextForNextIteration` updates the loop's input. Both run on threads that no
-/// other kind of work needs, since they may sleep. A loop ends as Ended when it should not go on,
-/// as Errored when the subtask failed and the error does not count as success.
+/// other kind of work needs. A loop ends as Ended when it should not go on, as Errored when the
+/// subtask failed and the error does not count as success.
 class VSAbstractLoopingTask : public VSTask {
  public:
   /// `error` is set, unless it is null, when there is no subtask; the loop then ends as Errored
-  /// with that error when it is started.
-  VSAbstractLoopingTask(std::shared_ptr<VSTask> subTask, ErrorPtr* error);
+  /// with that error when it is started. `sleeper` must outlive the loop.
+  VSAbstractLoopingTask(std::shared_ptr<VSTask> subTask, ErrorPtr* error,
+                        Sleeper& sleeper = Sleeper::shared());
 
   void execute() override;
 
   /// Asked after each run of the subtask, with the state it ended in. The base answers whether the
   /// loop may go on at all: it has not been ended from outside.
   [[nodiscard]] virtual bool shouldIterate(TaskState subTaskState);
-  /// Called between two iterations. The base does nothing.
+  /// Called between two iterations; may ask for a pause with `sleepBeforeNextIteration`. The base
+  /// does nothing.
   virtual void transformInputContextForNextIteration();
   /// Whether a subtask that ended in Errored counts as a normal iteration. The base says no.
   [[nodiscard]] virtual bool treatErrorAsSuccess();
@@ -33,8 +38,19 @@ class VSAbstractLoopingTask : public VSTask {
  protected:
   void subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState state) override;
 
+  /// Only from `transformInputContextForNextIteration`: the next iteration starts after `delay`. No
+  /// thread is held meanwhile and nothing happens in the loop; a shutdown ends it with an error.
+  void sleepBeforeNextIteration(std::chrono::milliseconds delay) { delay_ = delay; }
+
  private:
+  void continueWith(const std::function<void(VSAbstractLoopingTask&)>& step);
   void takeStep(const std::shared_ptr<VSTask>& subtask, TaskState state);
+  void sleepThenIterate(const std::shared_ptr<VSTask>& subtask);
+  void iterate(const std::shared_ptr<VSTask>& subtask);
+
+  Sleeper& sleeper_;
+  // Touched by the loop's steps only, which follow one another.
+  std::chrono::milliseconds delay_{0};
 };
 
 }  // namespace varo::platform

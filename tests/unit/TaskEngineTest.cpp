@@ -303,6 +303,44 @@ TEST_F(TaskEngineTest, FailingIterationEndsTheLoopUnlessItCountsAsSuccess) {
   }
 }
 
+/// Notes the delays and wakes at once.
+class ImpatientSleeper final : public Sleeper {
+ public:
+  explicit ImpatientSleeper(TimerQueue::Reason reason) : reason_(reason) {}
+  void wakeAfter(std::chrono::milliseconds delay, TimerQueue::Job wake) override {
+    delays.push_back(delay.count());
+    wake(reason_);
+  }
+  std::vector<std::int64_t> delays;  // touched by the steps of one loop
+
+ private:
+  const TimerQueue::Reason reason_;
+};
+
+TEST_F(TaskEngineTest, LoopSleepsBetweenIterationsAndAShutdownEndsItWithAnError) {
+  class SleepingLoop final : public VSAbstractLoopingTask {
+   public:
+    explicit SleepingLoop(Sleeper& sleeper) : VSAbstractLoopingTask(counter(), nullptr, sleeper) {}
+    bool shouldIterate(TaskState) override {
+      return _outputContext.get("count").integerValue() < 3;
+    }
+    void transformInputContextForNextIteration() override {
+      _inputContext.set("count", _outputContext.get("count"));
+      sleepBeforeNextIteration(
+          std::chrono::milliseconds(_outputContext.get("count").integerValue()));
+    }
+  };
+  ImpatientSleeper sleeper(TimerQueue::Reason::kDue);
+  auto recorder = runToEnd(std::make_shared<SleepingLoop>(sleeper));
+  EXPECT_EQ(recorder->states().back(), Ended);
+  EXPECT_THAT(sleeper.delays, ElementsAre(1, 2));
+
+  ImpatientSleeper shuttingDown(TimerQueue::Reason::kShutDown);
+  recorder = runToEnd(std::make_shared<SleepingLoop>(shuttingDown));
+  EXPECT_EQ(recorder->states().back(), Errored);
+  EXPECT_THAT(shuttingDown.delays, ElementsAre(1));
+}
+
 TEST_F(TaskEngineTest, LoopWithoutSubtaskReportsItAndEnds) {
   class Loop final : public VSAbstractLoopingTask {
    public:
