@@ -241,6 +241,11 @@ std::optional<Dictionary> BinaryNetworkUtils::getTemplate(const std::optional<st
   return platform::VROCommonUtility::getDictionaryFromJSONString(*json, error);
 }
 
+void BinaryNetworkUtils::setHeader(Dictionary& headers, std::string_view name, const Value& value) {
+  if (!headers.contains(name)) headers = withoutHeaders(headers, {name});
+  headers.set(std::string(name), value);
+}
+
 Dictionary BinaryNetworkUtils::withoutHeaders(const Dictionary& headers,
                                               std::initializer_list<std::string_view> names) {
   Dictionary result;

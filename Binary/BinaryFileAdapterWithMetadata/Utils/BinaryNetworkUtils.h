@@ -81,6 +81,11 @@ class BinaryNetworkUtils {
   [[nodiscard]] static std::optional<platform::Dictionary> getTemplate(
       const std::optional<std::string>& json, platform::ErrorPtr* error);
 
+  /// Sets a header in place of one of that name, in whatever letter case it is written: a request
+  /// never carries two.
+  static void setHeader(platform::Dictionary& headers, std::string_view name,
+                        const platform::Value& value);
+
   /// `headers` without those named, whatever the letter case in which they are written.
   [[nodiscard]] static platform::Dictionary withoutHeaders(
       const platform::Dictionary& headers, std::initializer_list<std::string_view> names);

@@ -1,0 +1,260 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryListTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
+
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::MutexLock;
+using platform::TaskState;
+using platform::Value;
+using platform::VSTask;
+
+namespace {
+
+constexpr std::string_view kClassTag = "FileStorageManager";
+constexpr std::string_view kListTag = "listFilesWithUrl";
+constexpr std::string_view kUploadTag = "uploadBinaryWithUrl";
+constexpr std::string_view kDownloadTag = "downloadBinaryWithUrl";
+constexpr std::string_view kUpdateTag = "updateWithUrl";
+
+constexpr std::string_view kInvalidUrl = "%@ : %@ : Exception in url validation : %@";
+constexpr std::string_view kInvalidUploadParams =
+    "%@ : %@ : Exception in upload params validation : %@";
+constexpr std::string_view kInvalidDownloadParams =
+    "%@ : %@ : Exception in download params validation : %@";
+constexpr std::string_view kInvalidUpdateParams =
+    "%@ : %@ : Exception in update params validation : %@";
+constexpr std::string_view kCallbackNotDefined = "%@ : %@ : Callback not defined";
+constexpr std::string_view kNoCriteria = "%@ : %@ : No criteria is defined";
+constexpr std::string_view kNoHeaders = "%@ : %@ : No headers are defined";
+constexpr std::string_view kUploadParamsValid = "Upload params validation successfull";
+constexpr std::string_view kDownloadParamsValid = "Download params validation successfull";
+constexpr std::string_view kUpdateParamsValid = "update params validation successfull";
+constexpr std::string_view kDownloadInProgress = "%@ : %@ : Another download is in progress for %@";
+constexpr std::string_view kSuccessNotDefined = "%@ : %@ Success callback not defined";
+constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not defined";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+Value optional(const std::optional<Dictionary>& dictionary) {
+  return dictionary ? Value(*dictionary) : Value();
+}
+
+}  // namespace
+
+FileStorageManager& FileStorageManager::sharedInstance() {
+  // Never destroyed: engine threads may notify it until the very end of the process.
+  static auto& instance =
+      *new std::shared_ptr<FileStorageManager>(std::make_shared<FileStorageManager>(Badge{}));
+  return *instance;
+}
+
+FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(kClassTag) {}
+
+void FileStorageManager::enter(std::string_view functionTag) {
+  const MutexLock lock(mutex_);
+  _functionTag = functionTag;
+}
+
+std::string FileStorageManager::functionTag() const {
+  const MutexLock lock(mutex_);
+  return _functionTag;
+}
+
+bool FileStorageManager::isUrlValid(const std::string& url,
+                                    const std::shared_ptr<BinaryCallback>& callback) {
+  ErrorPtr error;
+  if (ValidationUtils::isValidUrl(url, &error)) return true;
+  reportInvalid(kInvalidUrl, callback, error);
+  return false;
+}
+
+void FileStorageManager::reportInvalid(std::string_view message,
+                                       const std::shared_ptr<BinaryCallback>& callback,
+                                       const ErrorPtr& error) {
+  logger().logError(message, _classTag, functionTag(), error->localizedDescription());
+  reportFailure(callback, error);
+}
+
+void FileStorageManager::reportFailure(const std::shared_ptr<BinaryCallback>& callback,
+                                       const ErrorPtr& error) {
+  if (callback != nullptr) {
+    BinaryCallbackUtils::executeFailureCallback(callback, error);
+  } else {
+    logger().logWarning(kCallbackNotDefined, _classTag, functionTag());
+  }
+}
+
+void FileStorageManager::listFilesWithUrl(const std::string& url,
+                                          const std::optional<std::string>& criteria,
+                                          const std::optional<Dictionary>& headers,
+                                          const std::shared_ptr<BinaryCallback>& callback,
+                                          const std::optional<Dictionary>& options) {
+  enter(kListTag);
+  if (!isUrlValid(url, callback)) return;
+
+  Dictionary input{{keys::kUrl, url}};
+  if (criteria && !criteria->empty()) {
+    input.set(keys::kFilter, *criteria);
+  } else {
+    logger().logWarning(kNoCriteria, _classTag, functionTag());
+  }
+  if (headers) {
+    input.set(keys::kHeaders, *headers);
+  } else {
+    logger().logWarning(kNoHeaders, _classTag, functionTag());
+  }
+  if (options) {
+    const Value* disabled = options->find(keys::kDisableIntegrityCheck);
+    input.set(keys::kDisableIntegrityCheck, disabled != nullptr ? *disabled : Value(true));
+  }
+  input.set(keys::kCallback, callback);
+
+  const auto list = std::make_shared<BinaryListTask>(/*invokeCallbackOnSuccess=*/true);
+  list->setInputContext(std::move(input));
+  list->subscribeForTaskUpdates(shared_from_this());
+  list->start();
+}
+
+void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInputType inputType,
+                                             const std::optional<Dictionary>& uploadParams,
+                                             const std::shared_ptr<BinaryCallback>& callback,
+                                             const std::optional<Dictionary>& options) {
+  enter(kUploadTag);
+  if (!isUrlValid(url, callback)) return;
+  ErrorPtr error;
+  if (!ValidationUtils::validateUploadParamsWithUploadParams(uploadParams, inputType, &error)) {
+    return reportInvalid(kInvalidUploadParams, callback, error);
+  }
+  logger().logDebug(kUploadParamsValid);
+
+  const auto upload = std::make_shared<BinaryFileUploaderTask>();
+  upload->setInputContext(
+      {{keys::kUrl, url},
+       {keys::kUploadParams, ValidationUtils::fixChunkSizeIfNeeded(uploadParams)},
+       {keys::kCallback, callback},
+       {keys::kOptions, optional(options)}});
+  upload->start();
+}
+
+void FileStorageManager::downloadWithURL(const std::string& url,
+                                         const std::optional<Dictionary>& params,
+                                         const std::shared_ptr<BinaryCallback>& callback,
+                                         const std::optional<Dictionary>& options) {
+  enter(kDownloadTag);
+  if (!isUrlValid(url, callback)) return;
+  ErrorPtr error;
+  if (!ValidationUtils::validateDownloadParams(params, &error)) {
+    return reportInvalid(kInvalidDownloadParams, callback, error);
+  }
+  logger().logDebug(kDownloadParamsValid);
+
+  const Dictionary metadata = (*params)[keys::kMetadata].dictionaryValue();
+  const std::string fileId = metadata[keys::kFileId].textValue();
+  const auto download = std::make_shared<BinaryFileDownloaderTask>(fileId);
+  Dictionary input{{keys::kHeaders, (*params)[keys::kHeaders]},
+                   {keys::kFilter, BinaryCommonUtils::generateFilterStringWithMetadata(metadata)},
+                   {keys::kUrl, url},
+                   {keys::kCallback, callback},
+                   {keys::kQueryParamsForDownload, metadata}};
+  if (transferPolicy() == TransferPolicy::kSafe) input.set(keys::kOptions, optional(options));
+  download->setInputContext(std::move(input));
+  download->subscribeForTaskUpdates(shared_from_this());
+  if (!enterDownload(download)) {
+    logger().logError(kDownloadInProgress, _classTag, functionTag(), fileId);
+    return reportFailure(
+        callback,
+        CommonUtils::generateErrorWith(
+            kDownloadErrorDomain, kDownloadNotStartedAlreadyExistsInQueue, kFileAlreadyInQueue));
+  }
+  download->start();
+}
+
+bool FileStorageManager::enterDownload(const DownloadPtr& download) {
+  const MutexLock lock(mutex_);
+  return _downloadTaskMap.try_emplace(download->name(), download).second;
+}
+
+void FileStorageManager::updateWithUrl(const std::string& url,
+                                       const std::optional<Dictionary>& params,
+                                       const std::shared_ptr<BinaryCallback>& callback,
+                                       const std::optional<Dictionary>& /*options*/) {
+  enter(kUpdateTag);
+  if (!isUrlValid(url, callback)) return;
+  ErrorPtr error;
+  if (!ValidationUtils::validateUpdateParams(params, &error)) {
+    return reportInvalid(kInvalidUpdateParams, callback, error);
+  }
+  logger().logDebug(kUpdateParamsValid);
+
+  const auto update = std::make_shared<BinaryUpdaterTask>();
+  update->setInputContext({{keys::kUrl, url},
+                           {keys::kHeaders, (*params)[keys::kHeaders]},
+                           {keys::kMetadata, (*params)[keys::kMetadata]},
+                           {keys::kCallback, callback}});
+  update->start();
+}
+
+void FileStorageManager::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
+                              const Dictionary& /*context*/) {
+  const auto download = std::dynamic_pointer_cast<BinaryFileDownloaderTask>(task);
+  if (download == nullptr) return;
+  if (to == TaskState::Ended) {
+    handleSuccessForDownloadTask(download);
+  } else if (to == TaskState::Errored || to == TaskState::Stopped) {
+    handleFailureForDownloadTask(download);
+  }
+}
+
+void FileStorageManager::handleSuccessForDownloadTask(const DownloadPtr& download) {
+  const auto callback = removeAndGetBinaryCallback(download);
+  if (callback == nullptr) {
+    return logger().logWarning(kSuccessNotDefined, _classTag, functionTag());
+  }
+  callback->executeWithCallback(CallbackType::kSuccess, trimOutputContextFor(*download));
+}
+
+void FileStorageManager::handleFailureForDownloadTask(const DownloadPtr& download) {
+  const auto callback = removeAndGetBinaryCallback(download);
+  if (callback == nullptr) {
+    return logger().logWarning(kFailureNotDefined, _classTag, functionTag());
+  }
+  Dictionary failure = trimOutputContextFor(*download);
+  failure.addEntries(download->errorContext());
+  callback->executeWithCallback(CallbackType::kFailure,
+                                Dictionary{{keys::kError, std::move(failure)}});
+}
+
+std::shared_ptr<BinaryCallback> FileStorageManager::removeAndGetBinaryCallback(
+    const DownloadPtr& download) {
+  {
+    const MutexLock lock(mutex_);
+    _downloadTaskMap.erase(download->name());
+  }
+  return download->inputContext()[keys::kCallback].objectAs<BinaryCallback>();
+}
+
+Dictionary FileStorageManager::trimOutputContextFor(const VSTask& download) {
+  Dictionary output = download.outputContext();
+  output.remove(keys::kRecords);
+  const Value queryParams = output[keys::kQueryParamsForDownload];
+  if (output.remove(keys::kQueryParamsForDownload)) {
+    output.set(keys::kRequestContext, queryParams);
+  }
+  return output;
+}
+
+}  // namespace varo::binary

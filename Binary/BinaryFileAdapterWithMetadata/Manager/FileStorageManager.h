@@ -1,0 +1,94 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileDownloaderTask.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace varo::binary {
+
+/// The dispatcher behind the facade: checks an operation's arguments, builds the input context of
+/// the task that does it, and starts that. A failed check is reported to the callback at once, and
+/// no task is made. Listens to the downloads it starts and reports their outcome; all other tasks
+/// report themselves.
+///
+/// A task only for the sake of being a listener; it is never run. Thread-safe. Callbacks and tasks
+/// are never called with its lock held.
+class FileStorageManager final : public platform::VSTask {
+ public:
+  /// The process's one manager, which is never destroyed.
+  [[nodiscard]] static FileStorageManager& sharedInstance();
+
+  /// `criteria` is a ready "$filter" expression. Of the options only "disableIntegrityCheck" is
+  /// read.
+  void listFilesWithUrl(const std::string& url, const std::optional<std::string>& criteria,
+                        const std::optional<platform::Dictionary>& headers,
+                        const std::shared_ptr<BinaryCallback>& callback,
+                        const std::optional<platform::Dictionary>& options);
+  void uploadBinaryWithUrl(const std::string& url, UploadInputType inputType,
+                           const std::optional<platform::Dictionary>& uploadParams,
+                           const std::shared_ptr<BinaryCallback>& callback,
+                           const std::optional<platform::Dictionary>& options);
+  /// One download of a file at a time: a second one fails with "DownloadError",
+  /// `kDownloadNotStartedAlreadyExistsInQueue`. The options reach the tasks under
+  /// `TransferPolicy::kSafe` only.
+  void downloadWithURL(const std::string& url, const std::optional<platform::Dictionary>& params,
+                       const std::shared_ptr<BinaryCallback>& callback,
+                       const std::optional<platform::Dictionary>& options);
+  /// The options are not passed on.
+  void updateWithUrl(const std::string& url, const std::optional<platform::Dictionary>& params,
+                     const std::shared_ptr<BinaryCallback>& callback,
+                     const std::optional<platform::Dictionary>& options);
+
+  /// Hears of the downloads. Called by the engine.
+  void task(const std::shared_ptr<VSTask>& task, platform::TaskState from, platform::TaskState to,
+            const platform::Dictionary& context) override;
+
+ private:
+  struct Badge {};
+  using DownloadPtr = std::shared_ptr<BinaryFileDownloaderTask>;
+
+ public:
+  explicit FileStorageManager(Badge badge);
+
+ private:
+  void enter(std::string_view functionTag);
+  [[nodiscard]] std::string functionTag() const;
+  [[nodiscard]] bool isUrlValid(const std::string& url,
+                                const std::shared_ptr<BinaryCallback>& callback);
+  /// Logs `message`, with the error as its third value, and hands the error to the callback.
+  void reportInvalid(std::string_view message, const std::shared_ptr<BinaryCallback>& callback,
+                     const platform::ErrorPtr& error);
+  void reportFailure(const std::shared_ptr<BinaryCallback>& callback,
+                     const platform::ErrorPtr& error);
+  /// Enters a download as in progress; false when there is one of the same file.
+  [[nodiscard]] bool enterDownload(const DownloadPtr& download);
+
+  void handleSuccessForDownloadTask(const DownloadPtr& download);
+  void handleFailureForDownloadTask(const DownloadPtr& download);
+  [[nodiscard]] std::shared_ptr<BinaryCallback> removeAndGetBinaryCallback(
+      const DownloadPtr& download);
+  /// A download's output as the caller knows it: without "records", and what was asked for under
+  /// "requestContext".
+  [[nodiscard]] static platform::Dictionary trimOutputContextFor(const VSTask& download);
+
+  const std::string _classTag;
+
+  mutable platform::Mutex mutex_;
+  /// The operation that was entered last, by whatever thread; also named by lines that are logged
+  /// later.
+  std::string _functionTag VARO_GUARDED_BY(mutex_);
+  /// By file identifier. Weak: a download that ends in silence keeps its identifier in use, as
+  /// callers know it, but not its memory.
+  std::map<std::string, std::weak_ptr<BinaryFileDownloaderTask>> _downloadTaskMap
+      VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::binary

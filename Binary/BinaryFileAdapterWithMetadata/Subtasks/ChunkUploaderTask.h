@@ -1,0 +1,68 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
+#include "Platform/Common/NetworkError.h"
+#include "Platform/Foundation/Data.h"
+
+#include <cstdint>
+#include <string>
+
+namespace varo::binary {
+
+/// Sends one chunk of a file's bytes, as a multipart part or a raw body, and reports progress. The
+/// loop runs the same task once a chunk; each run reads its input anew.
+///
+/// What the first run opens or decodes, the later ones go on with: a file that is replaced or grows
+/// meanwhile is uploaded as it was, one that shrinks is a transport error. Nothing is loaded:
+/// chunks are regions of the file.
+class ChunkUploaderTask final : public BinaryBaseTask {
+ public:
+  explicit ChunkUploaderTask(platform::ErrorPtr* error = nullptr);
+
+  void execute() override;
+
+ private:
+  /// What one request carries; a missing body sends no bytes.
+  struct ChunkRequest {
+    platform::Dictionary headers;
+    bool isMultipart = false;
+    platform::Value rawBody;
+    platform::Dictionary multipartBody;
+  };
+
+  void initializeIVars();
+  /// False, with `error` set, when there is nothing that could be sent.
+  bool unpackInputContext(platform::ErrorPtr* error);
+  bool unpackChunkSize(const platform::Dictionary& input, platform::ErrorPtr* error);
+  bool unpackContent(bool isFirstChunk, platform::ErrorPtr* error);
+  void passFileIdToCommit(const platform::Dictionary& input);
+  void takeChunkOfFile(bool inChunks);
+  void takeChunkOfRawBytes(bool inChunks);
+  void generateQueryParamsForCurrentChunk();
+  [[nodiscard]] ChunkRequest makeRequest(const platform::Dictionary& input);
+  void send(const ChunkRequest& request, const std::string& method);
+  void processNetworkResponse(const platform::Dictionary& response,
+                              const platform::NetworkErrorPtr& error);
+  void reportProgress();
+
+  // Of one run.
+  platform::Data _dataBytes;
+  bool _isLastChunk = false;
+  std::string _fileId;
+  /// From 1.
+  std::int64_t _chunkId = 0;
+  /// Bytes.
+  std::int64_t _chunkSize = kDefaultChunkSize;
+  /// Of this chunk; after unpacking, of the next.
+  std::int64_t _byteOffset = 0;
+  std::int64_t _totalFileSize = 0;
+  std::int64_t _bytesUploadedTillNow = 0;
+  platform::Dictionary _fileMap;
+  platform::Dictionary _metadata;
+  platform::Dictionary _queryParams;
+
+  /// All the bytes, from the first run to the last.
+  platform::Data content_;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
+#include "Platform/Common/NetworkError.h"
+#include "Platform/Foundation/Data.h"
+
+#include <string>
+
+namespace varo::binary {
+
+/// The second step of a download: fetches the bytes of the one record that was found, in one GET,
+/// into the downloads directory, unless a file of that name is there already. Raises its errors
+/// without reporting them: who started the download does.
+///
+/// Input: "queryParamsForDownload" (with "file_id"), "callback", "records", "url", and, optional,
+/// "headers" and "options" ("forceDownload" fetches in any case). Output: "file_name", "filePath".
+/// The stored file appears under its name complete or not at all.
+class ChunkedFileDownloaderTask final : public BinaryBaseTask {
+ public:
+  ChunkedFileDownloaderTask() = default;
+
+  void execute() override;
+
+ private:
+  /// Sets `error` for no record, several records, or a file name that leaves the directory.
+  void unpackInputContextWithError(platform::ErrorPtr* error);
+  void unpackTemplate(const platform::Dictionary& input, const platform::Dictionary& record);
+  [[nodiscard]] bool shouldDownloadFile() const;
+  /// The downloads directory, or a folder in it, which is made where it is not there.
+  [[nodiscard]] static std::string getDirectoryPath(const std::string& subPath);
+  [[nodiscard]] std::string getFilePath() const;
+  /// Stores the bytes and returns the path, also where storing failed; then `error` is set.
+  std::string saveFileWithBytes(const platform::Data& bytes, platform::ErrorPtr* error) const;
+  void processResponse(const platform::Dictionary& response,
+                       const platform::NetworkErrorPtr& error);
+  void endWithFileAt(const std::string& path);
+
+  // Owned by the run of the task.
+  platform::Value _fileId;
+  std::string _fileName;
+  platform::Dictionary _queryParams;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,114 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/FileMetadataCreatorTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Common/VROCommonUtility.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::NetworkErrorPtr;
+using platform::RequestType;
+using platform::TaskState;
+using platform::Value;
+
+namespace {
+
+constexpr std::string_view kMetadataNotJson = "metedata couldn't be converted to JSONString";
+constexpr std::string_view kRequestFailed = "Network exeption occurred, Exception : %@";
+constexpr std::string_view kTemplateNotParsed =
+    "Error while parsing the upload request template, Exception : %@";
+constexpr std::string_view kNoTemplate = "the answer to the creation has no upload_template";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+}  // namespace
+
+FileMetadataCreatorTask::FileMetadataCreatorTask(ErrorPtr* error) : BinaryBaseTask(error) {}
+
+void FileMetadataCreatorTask::unpackInputContext() {
+  const Dictionary input = inputContext();
+  const Dictionary uploadParams = input[keys::kUploadParams].dictionaryValue();
+  url_ = input[keys::kUrl].textValue().append(kObjectsFileSuffix);
+  binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
+  headers_.addEntries(uploadParams[keys::kHeaders].dictionaryValue());
+  BinaryNetworkUtils::setHeader(headers_, kIgnoreMapperResponseFiltering, kTrue);
+  BinaryNetworkUtils::setHeader(headers_, kContentType, kContentTypeJson);
+  _metadata = uploadParams[keys::kMetadata].dictionaryValue();
+  ErrorPtr error;
+  _bodyString = platform::VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
+  if (!_bodyString) {
+    logger().logError(kMetadataNotJson);
+    reportFailure(error);
+    raiseError(error);
+    return;
+  }
+  _fileMap = uploadParams[keys::kFile].dictionaryValue();
+  options_ = optionalDictionary(input[keys::kOptions]);
+}
+
+void FileMetadataCreatorTask::execute() {
+  // Where unpacking fails the request still goes out, with no body: the service counts on it.
+  unpackInputContext();
+  BinaryCallbackUtils::executeProgressCallback(binaryCallback_, OperationState::kUploadStarted, {});
+  BinaryNetworkUtils::POST(*url_, {}, headers_, RequestType::kJson,
+                           _bodyString ? Value(*_bodyString) : Value(),
+                           options_.value_or(Dictionary{}),
+                           [self = self<FileMetadataCreatorTask>()](const Dictionary& response,
+                                                                    const NetworkErrorPtr& error) {
+                             self->processResponse(response, error);
+                           });
+}
+
+void FileMetadataCreatorTask::processResponse(const Dictionary& response,
+                                              const NetworkErrorPtr& error) {
+  if (error != nullptr) {
+    logger().logError(kRequestFailed, error);
+    return fail(error);
+  }
+  std::optional<std::string> json;
+  if (const std::string* text = response[keys::kUploadTemplate].text()) json = *text;
+  ErrorPtr parseError;
+  const auto uploadTemplate = BinaryNetworkUtils::getTemplate(json, &parseError);
+  if (parseError != nullptr) {
+    logger().logError(kTemplateNotParsed, parseError);
+    return fail(parseError);
+  }
+  if (!uploadTemplate && transferPolicy() == TransferPolicy::kSafe) {
+    // Without a template there is no method either, which would end the upload in silence.
+    return fail(CommonUtils::generateErrorWith(
+        kUploadErrorDomain, kCodeUploadJSONParsingError,
+        fmt::format("{}: {}", kUploadJSONParsingError, kNoTemplate)));
+  }
+  copyDataToOutputContext(response, uploadTemplate.value_or(Dictionary{}));
+  setState(TaskState::Ended);
+}
+
+void FileMetadataCreatorTask::copyDataToOutputContext(const Dictionary& response,
+                                                      const Dictionary& andTemplate) {
+  _outputContext.set(keys::kMetadata, _metadata);
+  _outputContext.set(keys::kCommitUrl, *url_);
+  _outputContext.set(keys::kHeaders, headers_);
+  _outputContext.set(keys::kOptions, options_ ? Value(*options_) : Value());
+  _outputContext.set(keys::kFile, _fileMap);
+  _outputContext.set(keys::kCallback, binaryCallback_);
+  addResponseForNextTask(response);
+  _outputContext.set(keys::kDomain, andTemplate[kTemplateParamDomain]);
+  _outputContext.set(keys::kUrl, BinaryNetworkUtils::extractFileOperationUrl(andTemplate, url_));
+  _outputContext.set(keys::kUploadMode, andTemplate[keys::kUploadMode]);
+  const Value* chunkUpload = andTemplate.find(keys::kChunkUpload);
+  _outputContext.set(keys::kChunkUpload, chunkUpload == nullptr || chunkUpload->boolValue());
+  _outputContext.set(keys::kMethod, andTemplate[keys::kMethod]);
+}
+
+}  // namespace varo::binary

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
+#include "Platform/Common/NetworkError.h"
+
+#include <optional>
+#include <string>
+
+namespace varo::binary {
+
+/// The first step of an upload: creates the file's metadata record. The answer's upload template
+/// says how and where to send the bytes; the output is the input of the chunk loop.
+class FileMetadataCreatorTask final : public BinaryBaseTask {
+ public:
+  explicit FileMetadataCreatorTask(platform::ErrorPtr* error = nullptr);
+
+  void execute() override;
+
+ private:
+  void unpackInputContext();
+  void processResponse(const platform::Dictionary& response,
+                       const platform::NetworkErrorPtr& error);
+  void copyDataToOutputContext(const platform::Dictionary& response,
+                               const platform::Dictionary& andTemplate);
+
+  /// The request's body: the metadata as JSON; none when it has no JSON form.
+  std::optional<std::string> _bodyString;
+  platform::Dictionary _fileMap;
+  platform::Dictionary _metadata;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,110 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Common/VROCommonUtility.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::NetworkErrorPtr;
+using platform::RequestType;
+using platform::TaskState;
+using platform::Value;
+using platform::VROCommonUtility;
+
+namespace {
+
+constexpr std::string_view kCommitPropertiesNotJson =
+    "Error while parsing commit properties, Error : %@";
+constexpr std::string_view kMetadataNotJson = "Error in parsing metadata, Error : %@";
+constexpr std::string_view kCommitFailed = "Error while commiting upload data, Error : %@";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+/// The answer's headers without those that say nothing about the stored object.
+Dictionary objectHeaders(const Dictionary& responseHeaders) {
+  return BinaryNetworkUtils::withoutHeaders(
+      responseHeaders, {"x-pelmar-integrity", "x-pelmar-passthrough", "x-pelmar-requestid",
+                        "access-control-allow-methods", "access-control-allow-origin",
+                        "access-control-expose-headers", "connection"});
+}
+
+}  // namespace
+
+UploadCommiterTask::UploadCommiterTask(ErrorPtr* error) : BinaryBaseTask(error) {}
+
+void UploadCommiterTask::unpackInputContext() {
+  const Dictionary input = inputContext();
+  const Dictionary uploadParams = input[keys::kUploadParams].dictionaryValue();
+  url_ = input[keys::kCommitUrl].textValue();
+  options_ = optionalDictionary(input[keys::kOptions]);
+  binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
+  headers_.addEntries(uploadParams[keys::kHeaders].dictionaryValue());
+  BinaryNetworkUtils::setHeader(headers_, kHttpMethodOverride, kMethodPatch);
+  BinaryNetworkUtils::setHeader(headers_, kContentType, kContentTypeJson);
+  _metadata = uploadParams[keys::kMetadata].dictionaryValue();
+  _metadata.remove(keys::kFileName);
+  _metadata.remove(keys::kRelativePath);
+  replaceCommitProperties(input[kResponseHeaders]);
+}
+
+void UploadCommiterTask::replaceCommitProperties(const Value& responseHeaders) {
+  ErrorPtr error;
+  const Value given = _metadata[keys::kCommitProperties];
+  if (given.isMissing() || given.isDictionary()) {
+    Dictionary properties = given.dictionaryValue();
+    properties.addEntries(objectHeaders(responseHeaders.dictionaryValue()));
+    _metadata.set(keys::kCommitProperties, properties);
+    auto json = VROCommonUtility::getJSONStringFromNSDictionary(properties, &error);
+    if (json) return _metadata.set(keys::kCommitProperties, *std::move(json));
+  } else {
+    error = CommonUtils::generateErrorWith(
+        kUploadErrorDomain, kCodeUploadInvalidParameterDataType,
+        fmt::format("{}: {}", kUploadInvalidParameterDataType, keys::kCommitProperties));
+  }
+  logger().logError(kCommitPropertiesNotJson, error);
+  reportFailure(error);
+}
+
+void UploadCommiterTask::execute() {
+  unpackInputContext();
+  ErrorPtr error;
+  const auto body = VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
+  if (!body) {
+    logger().logError(kMetadataNotJson, error);
+    reportFailure(error);
+  }
+  // A commit that has failed to become JSON still goes out, with no body: the service counts on it.
+  BinaryNetworkUtils::PUT(*url_, {}, headers_, RequestType::kJson, body ? Value(*body) : Value(),
+                          options_.value_or(Dictionary{}),
+                          [self = self<UploadCommiterTask>()](const Dictionary& response,
+                                                              const NetworkErrorPtr& failure) {
+                            self->processResponse(response, failure);
+                          });
+}
+
+void UploadCommiterTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
+  if (error != nullptr) {
+    logger().logError(kCommitFailed, error);
+    return fail(error);
+  }
+  _outputContext.addEntries(response);
+  _outputContext.set(keys::kCommitProperties, _metadata[keys::kCommitProperties]);
+  _metadata.remove(keys::kCommitProperties);
+  _outputContext.set(keys::kRequestContext, _metadata);
+  setState(TaskState::Ended);
+  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
+}
+
+}  // namespace varo::binary

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace varo::binary {
+
+/// Base of the file adapter's tasks: what a request to the object service needs, and how a failure
+/// is reported.
+///
+/// The fields belong to the run of the task, that is to `execute` and the completion that follows
+/// it, which never overlap. The getters are for before and after it.
+class BinaryBaseTask : public platform::VSTask {
+ public:
+  /// `error` is taken for uniformity with the initialisers of other tasks; it is never set.
+  explicit BinaryBaseTask(platform::ErrorPtr* error = nullptr);
+
+  /// The base URL as the caller gave it, or the request's URL once the task has unpacked its input.
+  [[nodiscard]] const std::optional<std::string>& url() const noexcept { return url_; }
+  [[nodiscard]] const std::optional<std::string>& filters() const noexcept { return filters_; }
+  /// Where the task reports. Null for nowhere.
+  [[nodiscard]] const std::shared_ptr<BinaryCallback>& binaryCallback() const noexcept {
+    return binaryCallback_;
+  }
+  /// The caller's options; none once a task has been given none.
+  [[nodiscard]] const std::optional<platform::Dictionary>& options() const noexcept {
+    return options_;
+  }
+  [[nodiscard]] const platform::Dictionary& headers() const noexcept { return headers_; }
+
+ protected:
+  /// Reads what every request to "/objects/File" reads: URL, JSON content type (which a header of
+  /// the caller replaces), headers, options and callback.
+  void unpackFileRequest(const platform::Dictionary& input);
+
+  /// Tells the caller of a failure.
+  void reportFailure(const platform::ErrorPtr& error);
+  /// Ends the task with `error`, then tells the caller.
+  void fail(const platform::ErrorPtr& error);
+
+  /// Adds the entries of an answer to the output that becomes another task's input. Entries that
+  /// say where a callback, the options or the file's bytes come from are left out: they are the
+  /// caller's alone, or a server could name a local file to be sent to it.
+  void addResponseForNextTask(const platform::Dictionary& response);
+
+  /// The dictionary that `value` is, or none.
+  [[nodiscard]] static std::optional<platform::Dictionary> optionalDictionary(
+      const platform::Value& value);
+
+  // Owned by the run of the task.
+  std::optional<std::string> url_;
+  std::optional<std::string> filters_;
+  std::shared_ptr<BinaryCallback> binaryCallback_;
+  std::optional<platform::Dictionary> options_ = platform::Dictionary{};
+  platform::Dictionary headers_;
+};
+
+}  // namespace varo::binary

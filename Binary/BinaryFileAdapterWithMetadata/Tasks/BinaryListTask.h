@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
+#include "Platform/Common/NetworkError.h"
+
+namespace varo::binary {
+
+/// Fetches the metadata records of files with one GET, filtered by a "$filter" expression.
+///
+/// Input: "url", "callback", and, all optional, "filter", "headers", "options" and
+/// "queryParamsForDownload". Output: the answer's entries ("records" among them), "requestContext"
+/// (the filter, if any) and "queryParamsForDownload". A failure is always reported to the callback
+/// as well.
+class BinaryListTask final : public BinaryBaseTask {
+ public:
+  /// True: the output is the caller's result and goes to the success block. False: it is left, with
+  /// "options", for the task that comes next.
+  explicit BinaryListTask(bool invokeCallbackOnSuccess);
+
+  void execute() override;
+
+ private:
+  void unpackInputcontext();
+  void processResponse(const platform::Dictionary& response,
+                       const platform::NetworkErrorPtr& error);
+
+  const bool _invokeCallbackOnSuccess;
+  platform::Dictionary _queryParams;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,58 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Common/VROCommonUtility.h"
+
+#include <string_view>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::NetworkErrorPtr;
+using platform::RequestType;
+using platform::TaskState;
+
+namespace {
+
+constexpr std::string_view kUpdateFailed = "Binary Update Failed with Error, %@";
+
+}  // namespace
+
+void BinaryUpdaterTask::unpackInputContext() {
+  const Dictionary input = inputContext();
+  unpackFileRequest(input);
+  _metadata = input[keys::kMetadata].dictionaryValue();
+  _fileId = _metadata[keys::kFileId].textValue();
+}
+
+void BinaryUpdaterTask::execute() {
+  unpackInputContext();
+  ErrorPtr error;
+  const auto body = platform::VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
+  if (!body) {
+    BinaryLogger::sharedInstance().logError(kUpdateFailed, error);
+    // The callback first: the reverse of all other failures, and what callers count on.
+    reportFailure(error);
+    raiseError(error);
+    return;
+  }
+  BinaryNetworkUtils::PUT(*url_, {}, headers_, RequestType::kJson, *body,
+                          options_.value_or(Dictionary{}),
+                          [self = self<BinaryUpdaterTask>()](const Dictionary& response,
+                                                             const NetworkErrorPtr& failure) {
+                            self->processResponse(response, failure);
+                          });
+}
+
+void BinaryUpdaterTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
+  if (error != nullptr) return fail(error);
+  _outputContext.addEntries(response);
+  _outputContext.set(keys::kRequestContext, _metadata);
+  setState(TaskState::Ended);
+  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
+}
+
+}  // namespace varo::binary

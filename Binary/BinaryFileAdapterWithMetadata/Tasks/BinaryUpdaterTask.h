@@ -1,0 +1,28 @@
+#pragma once
+
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
+#include "Platform/Common/NetworkError.h"
+
+namespace varo::binary {
+
+/// Replaces a file's metadata with one PUT.
+///
+/// Input: "url", "callback", "metadata" (with "file_id"), and optional "headers" and "options".
+/// Output, which is the caller's result: the answer's entries and "requestContext", the metadata as
+/// sent.
+class BinaryUpdaterTask final : public BinaryBaseTask {
+ public:
+  BinaryUpdaterTask() = default;
+
+  void execute() override;
+
+ private:
+  void unpackInputContext();
+  void processResponse(const platform::Dictionary& response,
+                       const platform::NetworkErrorPtr& error);
+
+  std::string _fileId;
+  platform::Dictionary _metadata;
+};
+
+}  // namespace varo::binary
