@@ -49,7 +49,7 @@ Connection::~Connection() { ::close(socket_); }
 
 Connection::Arrival Connection::awaitHead(const std::function<bool()>& mayWait) {
   headLength_ = 0;
-  const auto start = steady_clock::now();
+  auto deadline = steady_clock::now() + (begin_ == end_ ? kIdleTimeout : kHeadTimeout);
   std::size_t searched = 0;
   for (;;) {
     // Empty lines before a request are allowed and skipped (RFC 9112, 2.2).
@@ -66,11 +66,12 @@ Connection::Arrival Connection::awaitHead(const std::function<bool()>& mayWait) 
     if (pending.size() >= kMaxHeadSize) return Arrival::kTooLarge;
     searched = pending.size() < 3 ? 0 : pending.size() - 3;
 
-    const auto limit = pending.empty() ? kIdleTimeout : kHeadTimeout;
-    while (!waitForInput(kSlice)) {
-      if (steady_clock::now() - start > limit || !mayWait()) return Arrival::kClosed;
-    }
+    const bool wasIdle = pending.empty();
+    do {
+      if (steady_clock::now() > deadline || !mayWait()) return Arrival::kClosed;
+    } while (!waitForInput(kSlice));
     if (!fill()) return Arrival::kClosed;
+    if (wasIdle) deadline = steady_clock::now() + kHeadTimeout;
   }
 }
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 
 namespace varo::sandbox {
@@ -51,13 +52,18 @@ class Scanner {
   std::string_view rest_;
 };
 
-// Whether a quote before `rest` ends its value.
+constexpr std::array<std::string_view, 6> kOperators = {"eq", "ne", "gt", "ge", "lt", "le"};
+
+// Whether a quote before `rest` ends its value: because the text ends, or because another term
+// follows, also one that is not served, so that it is refused and not taken for a value.
 bool endsValue(std::string_view rest) {
   Scanner scanner(rest);
   const bool separated = scanner.blanks();
   if (scanner.atEnd()) return true;
-  return separated && scanner.keyword("and") && scanner.blanks() && !scanner.word().empty() &&
-         scanner.blanks() && scanner.keyword("eq");
+  return separated && (scanner.keyword("and") || scanner.keyword("or")) && scanner.blanks() &&
+         !scanner.word().empty() && scanner.blanks() &&
+         std::any_of(kOperators.begin(), kOperators.end(),
+                     [&scanner](std::string_view name) { return scanner.keyword(name); });
 }
 
 std::optional<std::string> quotedValue(Scanner& scanner) {

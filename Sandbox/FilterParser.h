@@ -19,7 +19,8 @@ struct FilterProblem {
 /// Reads `name eq 'value'`, joined by `and`. A value may also be a bare number, true or false.
 ///
 /// Clients put quotes into values as they are or doubled; both are understood: a quote ends the
-/// value only where the filter ends or ` and name eq ` follows. An empty filter wants everything.
+/// value only where the filter ends or another term, such as ` and name eq `, follows. An empty
+/// filter wants everything.
 [[nodiscard]] std::variant<Filter, FilterProblem> parseFilter(std::string_view text);
 
 }  // namespace varo::sandbox

@@ -152,6 +152,11 @@ class HttpListener::Server final : public httplib::Server {
     set_keep_alive_timeout(kTransferTimeoutSeconds);
     set_keep_alive_max_count(1'000'000);
     set_payload_max_length(static_cast<std::size_t>(owner.limits_.bodyBytes));
+    // The library's own choice lets two servers share a port, and each see half of the requests.
+    set_socket_options([](socket_t socket) {
+      const int yes = 1;
+      static_cast<void>(::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes)));
+    });
     // Head and body of an answer are two writes; without this the second waits for the peer's
     // delayed acknowledgement.
     set_tcp_nodelay(true);

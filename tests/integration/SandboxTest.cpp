@@ -589,6 +589,9 @@ TEST_F(SandboxTest, UnusableSettingsAreReported) {
   options.dataDirectory = "/dev/null/nowhere";
   EXPECT_TRUE(SandboxServer(options).start().has_value());
   options.dataDirectory = directory_ + "/second";
+  options.port = portOf(base_.origin);
+  EXPECT_TRUE(SandboxServer(options).start().has_value()) << "the port is taken";
+  options.port = 0;
   options.address = "0.0.0.0";
   EXPECT_TRUE(SandboxServer(options).isReachableFromOutside());
   EXPECT_FALSE(server_->isReachableFromOutside());
