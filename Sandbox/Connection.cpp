@@ -67,10 +67,11 @@ Connection::Arrival Connection::awaitHead(const std::function<bool()>& mayWait) 
     searched = pending.size() < 3 ? 0 : pending.size() - 3;
 
     const bool wasIdle = pending.empty();
-    do {
+    while (!waitForInput(kSlice)) {
       if (steady_clock::now() > deadline || !mayWait()) return Arrival::kClosed;
-    } while (!waitForInput(kSlice));
-    if (!fill()) return Arrival::kClosed;
+    }
+    // Also a head that trickles in has to be there in time.
+    if ((!wasIdle && steady_clock::now() > deadline) || !fill()) return Arrival::kClosed;
     if (wasIdle) deadline = steady_clock::now() + kHeadTimeout;
   }
 }

@@ -37,7 +37,7 @@ void ConnectionThreads::shutdown() {
 
 bool ConnectionThreads::crowded() const {
   const std::lock_guard lock(mutex_);
-  return jobs_.size() > idle_;
+  return threads_.size() >= limit_ && jobs_.size() > idle_;
 }
 
 void ConnectionThreads::work() {

@@ -583,6 +583,19 @@ TEST_F(SandboxTest, TenThousandRequestsOverHundredsOfConnections) {
   EXPECT_GE(server_->serviceStats().requests, 10'000u);
 }
 
+TEST_F(SandboxTest, IdleConnectionsMakeRoomWhenThereAreTooMany) {
+  SandboxOptions options;
+  options.connectionThreads = 2;
+  restart(options);
+  std::vector<httplib::Client> clients;
+  for (int i = 0; i < 6; ++i) clients.push_back(client());
+  for (httplib::Client& http : clients) {
+    const auto answer = http.Get(files_);
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, 200);
+  }
+}
+
 TEST_F(SandboxTest, UnusableSettingsAreReported) {
   SandboxOptions options;
   EXPECT_TRUE(SandboxServer(options).start().has_value());
