@@ -17,6 +17,7 @@
 
 #include <exception>
 #include <filesystem>
+#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -47,6 +48,10 @@ std::string madeDirectory(const std::filesystem::path& path) {
 struct SandboxServer::Shared {
   FaultInjector faults;
   RequestLog log;
+  mutable std::mutex mutex;
+  // Guarded by mutex; of the last start.
+  std::string serviceOrigin;
+  std::string storeOrigin;
 };
 
 /// What lives from start to stop. The listeners come last, so that they end first.
@@ -110,6 +115,9 @@ std::optional<SandboxServer::Error> SandboxServer::start() {
     if (auto problem = running->service.start(options_.address, options_.port)) {
       return Error{*std::move(problem)};
     }
+    const std::lock_guard lock(shared_->mutex);
+    shared_->serviceOrigin = origin(options_.address, running->service.port());
+    shared_->storeOrigin = origin(options_.address, running->store.port());
     running_ = std::move(running);
   } catch (const std::exception& exception) {
     return Error{
@@ -125,11 +133,13 @@ std::string SandboxServer::url() const {
 }
 
 std::string SandboxServer::originUrl() const {
-  return running_ ? origin(options_.address, running_->service.port()) : std::string();
+  const std::lock_guard lock(shared_->mutex);
+  return shared_->serviceOrigin;
 }
 
 std::string SandboxServer::storeUrl() const {
-  return running_ ? origin(options_.address, running_->store.port()) : std::string();
+  const std::lock_guard lock(shared_->mutex);
+  return shared_->storeOrigin;
 }
 
 bool SandboxServer::isReachableFromOutside() const { return !isLoopbackAddress(options_.address); }

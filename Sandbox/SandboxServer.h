@@ -14,7 +14,7 @@ namespace varo::sandbox {
 /// A complete back end in this process: the object service with its control endpoint on one port,
 /// an outside object store on another. docs/sandbox.md describes what they answer.
 ///
-/// Thread-safe, except that `start` and `stop` exclude each other and all else at the same time.
+/// Thread-safe, except that `start`, `stop` and the destructor exclude each other.
 class SandboxServer {
  public:
   /// Why the sandbox could not start.
@@ -37,9 +37,10 @@ class SandboxServer {
   /// more. Does nothing when nothing runs.
   void stop();
 
-  /// The base URL that an application is given. Valid while the sandbox runs.
+  /// The base URL that an application is given. This and the next two are of the last start, and
+  /// stay what they were after `stop`.
   [[nodiscard]] std::string url() const;
-  /// The outside store's scheme, host and port. Valid while the sandbox runs.
+  /// The outside store's scheme, host and port.
   [[nodiscard]] std::string storeUrl() const;
   /// Scheme, host and port of the object service, below which "/control/" lies.
   [[nodiscard]] std::string originUrl() const;
