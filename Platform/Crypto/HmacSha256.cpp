@@ -8,6 +8,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 
 namespace varo::platform {
 namespace {
@@ -42,7 +43,7 @@ class HmacSha256::Context {
 
   bool finish(Sha256Digest& digest) noexcept {
     std::size_t length = 0;
-    return ok_ &&
+    return std::exchange(ok_, false) &&
            ::EVP_MAC_final(context_.get(), digest.buffer(), &length, Sha256Digest::kSize) == 1;
   }
 

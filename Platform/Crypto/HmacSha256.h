@@ -19,7 +19,7 @@ class HmacSha256 {
 
   /// A failure shows up in `finish`.
   void update(std::string_view bytes) noexcept;
-  /// The code of all that was passed to `update`. Call once.
+  /// The code of all that was passed to `update`. A second call is an error.
   [[nodiscard]] Result<Sha256Digest> finish();
 
   [[nodiscard]] static Result<Sha256Digest> of(std::string_view key, std::string_view bytes);

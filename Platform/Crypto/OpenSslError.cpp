@@ -11,6 +11,7 @@ namespace varo::platform {
 
 ErrorPtr takeOpenSslError(std::string_view what) {
   const unsigned long code = ::ERR_peek_last_error();
+  if (code == 0) return Error::make(kCryptoErrorDomain, 0, fmt::format("{} failed", what));
   std::array<char, 256> text{};
   ::ERR_error_string_n(code, text.data(), text.size());
   ::ERR_clear_error();

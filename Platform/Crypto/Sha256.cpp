@@ -5,6 +5,8 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
+#include <utility>
+
 namespace varo::platform {
 namespace {
 
@@ -50,7 +52,8 @@ class Sha256::Context {
   }
 
   bool finish(Sha256Digest& digest) noexcept {
-    return ok_ && ::EVP_DigestFinal_ex(context_.get(), digest.buffer(), nullptr) == 1;
+    return std::exchange(ok_, false) &&
+           ::EVP_DigestFinal_ex(context_.get(), digest.buffer(), nullptr) == 1;
   }
 
  private:

@@ -42,6 +42,11 @@ constexpr bool isKeyCharacter(char c) {
          c == '_';
 }
 
+bool isPercentEncoded(std::string_view text) {
+  return text.size() >= 3 && text.front() == '%' &&
+         text.substr(1, 2).find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+}
+
 /// The length of a quote at the start of `text`, with the backslashes before it where the text is
 /// itself quoted, or 0.
 std::size_t quoteLength(std::string_view text) {
@@ -114,7 +119,10 @@ std::string redactSecrets(std::string_view text) {
     std::size_t end = i;
     while (end < text.size() && isKeyCharacter(text[end])) ++end;
     if (end == i) {
-      result += text[i++];
+      // A percent-encoded character before a key is no part of it.
+      const std::size_t length = isPercentEncoded(text.substr(i)) ? 3 : 1;
+      result += text.substr(i, length);
+      i += length;
       continue;
     }
     const std::string_view word = text.substr(i, end - i);

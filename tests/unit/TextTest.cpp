@@ -1,0 +1,171 @@
+#include "Platform/Foundation/Base64.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Redaction.h"
+#include "Platform/Foundation/Text.h"
+#include "Platform/Foundation/Value.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+namespace varo::platform {
+namespace {
+
+using namespace std::literals;
+using testing::HasSubstr;
+using testing::Not;
+
+TEST(TextTest, MessagesFillPlaceholdersInOrder) {
+  const Value error = Error::make("Domain", 7, "text");
+  const struct {
+    std::string_view pattern;
+    std::initializer_list<Value> values;
+    std::string_view expected;
+  } cases[] = {
+      {"%@: %@", {"Upload error", "it failed"}, "Upload error: it failed"},
+      {"code %ld of %@", {404, nullptr}, "code 404 of null"},
+      {"%@ %@", {1}, "1 %@"},
+      {"100%", {1, 2}, "100%"},
+      {"%@", {"%@ %ld"}, "%@ %ld"},  // what is filled in is not a pattern
+      {"%l %d %", {1}, "%l %d %"},
+      {"%@", {Value()}, "(none)"},
+      {"%@", {error}, "Domain 7: text"},
+      {"", {1}, ""},
+  };
+  for (const auto& item : cases) {
+    EXPECT_EQ(formatMessage(item.pattern, item.values), item.expected);
+  }
+}
+
+TEST(TextTest, Utf8IsCheckedAndMendedByTheUnicodeTable) {
+  const struct {
+    std::string bytes;
+    std::string_view mended;
+  } cases[] = {
+      {"", ""},
+      {"a\0b"s, "a\0b"sv},
+      {"\u00e4\u20ac\U0001F600", "\u00e4\u20ac\U0001F600"},
+      {"\xF4\x8F\xBF\xBF", "\U0010FFFF"},
+      {"\x80", "\uFFFD"},
+      {"a\xC3", "a\uFFFD"},
+      {"\xC0\x80", "\uFFFD\uFFFD"},                      // overlong NUL
+      {"\xE0\x9F\xBF", "\uFFFD\uFFFD\uFFFD"},            // overlong
+      {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},            // surrogate
+      {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond the last character
+      {"\xE2\x82 x", "\uFFFD\uFFFD x"},
+      {"\xFF\xFEok", "\uFFFD\uFFFDok"},
+  };
+  for (const auto& item : cases) {
+    EXPECT_EQ(sanitizeUtf8(item.bytes), item.mended);
+    EXPECT_EQ(isUtf8(item.bytes), item.bytes == item.mended) << item.mended;
+    EXPECT_TRUE(isUtf8(item.mended));
+  }
+  const std::string_view text = "ab\U0001F600";
+  for (std::size_t limit = 0; limit <= 7; ++limit) {
+    EXPECT_EQ(utf8Prefix(text, limit).size(), limit < 2 ? limit : limit < 6 ? 2 : 6) << limit;
+  }
+}
+
+TEST(TextTest, IntegersAreTheWholeTextOrNone) {
+  EXPECT_EQ(parseInteger("-9223372036854775808"), INT64_MIN);
+  EXPECT_EQ(parseInteger("007"), 7);
+  for (const std::string_view text :
+       {"", "-", "+1", " 1", "1 ", "1.0", "0x1", "9223372036854775808"}) {
+    EXPECT_EQ(parseInteger(text), std::nullopt) << text;
+  }
+  EXPECT_TRUE(equalIgnoringCase("X-Name", "x-nAME"));
+  EXPECT_FALSE(equalIgnoringCase("X-Name", "X-Names"));
+  EXPECT_FALSE(equalIgnoringCase("[", "{"));  // 32 apart, as the letters are
+}
+
+TEST(ValueDescriptionTest, LongTextIsNotCutInsideACharacter) {
+  for (std::size_t lead = 4090; lead < 4102; ++lead) {
+    const Value value = std::string(lead, 'x') + "\U0001F600\U0001F600\U0001F600";
+    EXPECT_TRUE(isUtf8(value.description())) << lead;
+    EXPECT_TRUE(isUtf8(Value(Array{value, value}).description())) << lead;
+    EXPECT_THAT(value.description(), testing::EndsWith(lead > 4084 ? "..." : "x"));
+  }
+}
+
+TEST(RedactionTest, NothingBehindASecretKeySurvives) {
+  const struct {
+    std::string text;
+    std::string_view kept;
+  } cases[] = {
+      {R"({"token":"hush","b":1})", R"("b":1})"},
+      {R"({"Token" : "a\"hush\\","b":1})", R"("b":1})"},
+      {R"({"token":hush, "b":1})", R"("b":1})"},
+      {R"({"token":["hush","a]hush"],"b":1})", R"("b":1})"},
+      {R"({"Authorization":{"a":["x","hush"],"c":"}hush"},"b":1})", R"("b":1})"},
+      {R"("{\"headers\":{\"x-amz-security-token\":\"hush\",\"b\":1}}")", R"(\"b\":1}})"},
+      {R"("{\"a\":\"{\\\"token\\\":\\\"hush\\\",\\\"b\\\":1}\"}")", R"(\\\"b\\\":1}\"}")"},
+      {"{'token': 'hush', 'b': 1}", "'b': 1}"},
+      {"https://h/p?X-Amz-Signature=hush&b=1", "&b=1"},
+      {"https://h/?u=https%3A%2F%2Fi%2F%3FX-Amz-Signature%3Dhush&b=1", "&b=1"},
+      {"GET /\r\nX-Pelmar-Authorization: Bearer hush\r\nB: 1", "\r\nB: 1"},
+      {"Cookie: a=hush; b=hush\nB: 1", "\nB: 1"},
+      {"password=hush", "password=<redacted>"},
+      {R"({"token":"hush)", "{\"token\":"},
+      {R"({"token":["hush)", "{\"token\":"},
+      {R"({"token":"hush\)", "{\"token\":"},
+  };
+  for (const auto& item : cases) {
+    const std::string redacted = redactSecrets(item.text);
+    EXPECT_THAT(redacted, Not(HasSubstr("hush")));
+    EXPECT_THAT(redacted, HasSubstr(item.kept));
+    EXPECT_THAT(redacted, HasSubstr(kRedacted));
+    // The same inside of what is logged.
+    EXPECT_THAT(Value(Array{item.text}).description(), Not(HasSubstr("hush")));
+  }
+  for (const std::string_view harmless :
+       {"the token was refused", "tokens=1", R"({"name":"token"})", "author: x", ""}) {
+    EXPECT_EQ(redactSecrets(harmless), harmless);
+  }
+}
+
+TEST(RedactionTest, HostileTextTakesLinearTime) {
+  const std::size_t size = 2000000;
+  std::string repeated;
+  while (repeated.size() < size) repeated += "token=\"token:[token%3d{";
+  const auto start = std::chrono::steady_clock::now();
+  for (const std::string& text :
+       {"token:[" + std::string(size, '\\'), "token:" + std::string(size, '['),
+        std::string(size, '\\'), "token" + std::string(size, ' '), repeated}) {
+    EXPECT_LE(redactSecrets(text).size(), text.size() * 2);
+  }
+  // Some tens of milliseconds; square time would be hours.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+}
+
+TEST(Base64Test, PublishedExamplesBothWays) {
+  const struct {
+    std::string bytes;
+    std::string_view text;
+  } cases[] = {
+      {"", ""},
+      {"f", "Zg=="},
+      {"fo", "Zm8="},
+      {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="},
+      {"fooba", "Zm9vYmE="},
+      {"foobar", "Zm9vYmFy"},
+      {"\xFB\xEF\xBE\xFF\xFF\xFF", "++++////"},
+      {"\0\0"s, "AAA="},
+  };
+  for (const auto& item : cases) {
+    EXPECT_EQ(base64::encode(item.bytes), item.text);
+    EXPECT_EQ(base64::decode(item.text), item.bytes);
+  }
+}
+
+TEST(Base64Test, RefusesEveryOtherText) {
+  for (const std::string& text :
+       {"Zg"s, "Zg="s, "Zg==="s, "Z==="s, "===="s, "="s, "Zm9v\n"s, " Zm9v"s, "Zm 9v"s, "Zm9vZ"s,
+        "Zg==Zg=="s, "Zh=="s, "Zm9="s, "Zm-_"s, "Zm\0v"s, "Zm\xFFv"s, "Z=9v"s}) {
+    EXPECT_EQ(base64::decode(text), std::nullopt) << text;
+  }
+}
+
+}  // namespace
+}  // namespace varo::platform
