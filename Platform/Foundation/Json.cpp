@@ -203,9 +203,7 @@ class Serializer {
       out_ += "null";
       return nullptr;
     }
-    if (const auto* number = value.real()) {
-      return std::isfinite(*number) ? appendNumber(*number) : noJsonForm("a number not finite");
-    }
+    if (const auto* number = value.real()) return appendReal(*number);
     if (const auto* dictionary = value.dictionary()) return append(*dictionary, depth + 1);
     if (const auto* array = value.array()) return append(*array, depth + 1);
     return noJsonForm(value.description());
@@ -263,6 +261,13 @@ class Serializer {
     } else {
       out_ += fmt::format("\\u{:04x}", static_cast<unsigned char>(c));
     }
+  }
+
+  ErrorPtr appendReal(double number) {
+    if (!std::isfinite(number)) return noJsonForm("a number not finite");
+    if (number != 0 || !std::signbit(number)) return appendNumber(number);
+    out_ += "-0.0";  // "-0" would read back as the integer, which has no sign
+    return nullptr;
   }
 
   /// The shortest digits that read back as the same number.

@@ -154,7 +154,8 @@ TEST(JsonTest, FileThatShrankIsAnErrorOfReading) {
 TEST(JsonTest, WritesCompactlyAndReadsBackTheSame) {
   const Value value = Dictionary{
       {"text", "\"\\/\b\f\n\r\t\x01\x7F\0\xC3\xA4"s},
-      {"numbers", Array{0, -1, std::numeric_limits<std::int64_t>::min(), 0.1, -2.5e-300, 1e22}},
+      {"numbers",
+       Array{0, -1, std::numeric_limits<std::int64_t>::min(), 0.1, -2.5e-300, 1e22, -0.0}},
       {"nested", Dictionary{{"empty", Array{Array(), Dictionary()}}, {"null", nullptr}}},
       {"flags", Array{true, false}},
   };
@@ -162,7 +163,7 @@ TEST(JsonTest, WritesCompactlyAndReadsBackTheSame) {
   ASSERT_TRUE(text.ok());
   EXPECT_EQ(*text,
             "{\"text\":\"\\\"\\\\/\\b\\f\\n\\r\\t\\u0001\x7F\\u0000\xC3\xA4\","
-            "\"numbers\":[0,-1,-9223372036854775808,0.1,-2.5e-300,1e+22],"
+            "\"numbers\":[0,-1,-9223372036854775808,0.1,-2.5e-300,1e+22,-0.0],"
             "\"nested\":{\"empty\":[[],{}],\"null\":null},\"flags\":[true,false]}");
   EXPECT_EQ(json::parse(*text).value(), value);
   EXPECT_EQ(json::serialize(json::parse(nested(json::kMaxDepth)).value()).value(),
