@@ -1,0 +1,135 @@
+#include "Cli/Commands/ListCommand.h"
+
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
+#include "Cli/ByteFormat.h"
+#include "Cli/Session.h"
+#include "Cli/Table.h"
+#include "Cli/Terminal.h"
+#include "Platform/Foundation/Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+#include <vector>
+
+namespace varo::cli {
+
+using binary::BinaryFileStorageInterface;
+using platform::Array;
+using platform::Dictionary;
+using platform::DictionaryEntry;
+using platform::Value;
+
+namespace {
+
+constexpr std::string_view kFileSize = "file_size";
+
+/// What most back ends have, in the order in which people look for it.
+constexpr std::string_view kFirstColumns[] = {binary::keys::kFileId, binary::keys::kFileName,
+                                              kFileSize, binary::keys::kFileNamespace};
+/// Of use to programs, or secret.
+constexpr std::string_view kNotShown[] = {binary::keys::kDownloadTemplate,
+                                          binary::keys::kUploadTemplate, binary::keys::kSecurityKey,
+                                          binary::keys::kCommitProperties};
+/// More columns than this are no table for people; --json has everything.
+constexpr std::size_t kMostColumns = 8;
+
+template <typename Range>
+bool holds(const Range& range, std::string_view key) {
+  return std::find(std::begin(range), std::end(range), key) != std::end(range);
+}
+
+bool isSimple(const Value& value) {
+  return value.isText() || value.isInteger() || value.isReal() || value.isBool();
+}
+
+/// The keys to show: the well-known ones that occur, then others in the order of their appearance.
+std::vector<std::string> columnKeys(const Array& records) {
+  std::set<std::string, std::less<>> present;
+  std::vector<std::string> others;
+  for (const Value& record : records) {
+    for (const DictionaryEntry& entry : record.dictionaryValue()) {
+      if (!isSimple(entry.value) || holds(kNotShown, entry.key)) continue;
+      const bool isNew = present.insert(entry.key).second;
+      if (isNew && !holds(kFirstColumns, entry.key)) others.push_back(entry.key);
+    }
+  }
+  std::vector<std::string> keys;
+  for (const std::string_view key : kFirstColumns) {
+    if (present.contains(key)) keys.emplace_back(key);
+  }
+  keys.insert(keys.end(), others.begin(), others.end());
+  keys.resize(std::min(keys.size(), kMostColumns));
+  return keys;
+}
+
+std::string titleOf(std::string_view key) {
+  std::string title(key);
+  for (char& c : title) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+    if (c == '_') c = ' ';
+  }
+  return title;
+}
+
+std::uint64_t sizeIn(const Dictionary& record) {
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(0, record[kFileSize].integerValue()));
+}
+
+std::string cellText(const Dictionary& record, const std::string& key) {
+  const Value& value = record[key];
+  if (key == kFileSize && value.isPresent()) return formatBytes(sizeIn(record));
+  return isSimple(value) ? value.textValue() : std::string();
+}
+
+Table tableOf(const std::vector<std::string>& keys) {
+  std::vector<Table::Column> columns;
+  for (const std::string& key : keys) {
+    const bool isSize = key == kFileSize;
+    // A file's id is there to be copied: it is never cut.
+    columns.push_back({titleOf(key), isSize ? Table::Align::kRight : Table::Align::kLeft,
+                       !isSize && key != binary::keys::kFileId});
+  }
+  return Table(std::move(columns));
+}
+
+}  // namespace
+
+std::string describeFiles(const Dictionary& result, std::optional<std::size_t> width) {
+  const Value& found = result[binary::keys::kRecords];
+  const Array records = found.isArray() ? *found.array() : Array();
+  if (records.empty()) return "No files.\n";
+
+  const std::vector<std::string> keys = columnKeys(records);
+  Table table = tableOf(keys);
+  std::uint64_t total = 0;
+  std::size_t count = 0;
+  for (const Value& value : records) {
+    if (!value.isDictionary()) continue;
+    const Dictionary record = value.dictionaryValue();
+    ++count;
+    std::vector<std::string> cells;
+    for (const std::string& key : keys) cells.push_back(cellText(record, key));
+    table.addRow(std::move(cells));
+    total += sizeIn(record);
+  }
+  return fmt::format("{}\n{} file{}, {}\n", table.text(width), count, count == 1 ? "" : "s",
+                     formatBytes(total));
+}
+
+int run(Session& session, const ListOptions& options) {
+  return session.perform(
+      "Listing",
+      [&](const Session::Blocks& blocks) {
+        BinaryFileStorageInterface::getFilesWithUrl(options.url, options.criteria,
+                                                    session.options().headers, blocks.onSuccess,
+                                                    blocks.onFailure, session.options().options);
+      },
+      [](const Dictionary& result) {
+        return describeFiles(result, terminal::width(terminal::Stream::kOutput));
+      });
+}
+
+}  // namespace varo::cli

@@ -1,0 +1,72 @@
+#include "Cli/Commands/SandboxCommand.h"
+
+#include "Cli/Session.h"
+#include "Cli/TemporaryDirectory.h"
+#include "Platform/Foundation/Error.h"
+#include "Sandbox/SandboxServer.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+
+namespace varo::cli {
+
+namespace {
+
+constexpr std::string_view kErrorDomain = "Sandbox";
+
+std::string instructions(const sandbox::SandboxServer& server,
+                         const SandboxCommandOptions& options) {
+  const std::string_view command =
+      options.requiredToken.empty() ? "varobinary" : "VARO_TOKEN='the token' varobinary";
+  const std::string data =
+      options.dataDirectory.empty() ? "temporary, removed at the end" : options.dataDirectory;
+  return fmt::format(
+      "  object store  {1}\n"
+      "  data          {2}\n"
+      "\n"
+      "Try, in another terminal:\n"
+      "  URL={0}\n"
+      "  {3} upload $URL FILE\n"
+      "  {3} list $URL\n"
+      "  {3} download $URL FILE_ID\n"
+      "\n"
+      "Ctrl-C stops it.",
+      server.url(), server.storeUrl(), data, command);
+}
+
+}  // namespace
+
+int run(Session& session, const SandboxCommandOptions& options) {
+  std::optional<TemporaryDirectory> temporary;
+  sandbox::SandboxOptions settings;
+  settings.dataDirectory = options.dataDirectory;
+  if (options.dataDirectory.empty()) {
+    auto made = TemporaryDirectory::make();
+    if (!made) return session.finish({Outcome::Kind::kFailure, made.error()}, {});
+    temporary = std::move(made).value();
+    settings.dataDirectory = temporary->path();
+  }
+  settings.address = options.address;
+  settings.port = options.port;
+  settings.storePort = options.storePort;
+  settings.requiredToken = options.requiredToken;
+
+  sandbox::SandboxServer server(settings);
+  if (const auto error = server.start()) {
+    const platform::ErrorPtr failure = platform::Error::make(kErrorDomain, 1, error->message);
+    return session.finish({Outcome::Kind::kFailure, failure}, {});
+  }
+  session.output().event("ready", {{"url", server.url()}, {"storeUrl", server.storeUrl()}},
+                         [&] { return fmt::format("Sandbox ready at {}\n", server.url()); });
+  session.output().note(instructions(server, options));
+  if (server.isReachableFromOutside()) {
+    session.output().note(
+        "warning: other machines can reach this sandbox. It is for trying things out, not for "
+        "serving others.");
+  }
+  session.waitForInterrupt();
+  return Interrupts::kExitStatus;
+}
+
+}  // namespace varo::cli

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace varo::cli {
+
+class Session;
+
+struct SandboxCommandOptions {
+  /// 0: any free one.
+  std::uint16_t port = 0;
+  std::uint16_t storePort = 0;
+  /// Where records and bytes are kept; empty: a temporary directory that goes with the sandbox.
+  std::string dataDirectory;
+  std::string address = "127.0.0.1";
+  /// The token that requests must carry; empty: none.
+  std::string requiredToken;
+};
+
+/// Runs a sandbox until the user interrupts it. Returns the exit status.
+[[nodiscard]] int run(Session& session, const SandboxCommandOptions& options);
+
+}  // namespace varo::cli

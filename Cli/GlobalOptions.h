@@ -1,0 +1,32 @@
+#pragma once
+
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/Logging/LogSink.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace varo::cli {
+
+/// What may be said of any command.
+struct GlobalOptions {
+  bool json = false;
+  /// Directory of the documents, downloads and library directories; empty: the user's own.
+  std::string home;
+  /// Request headers, the token's among them.
+  platform::Dictionary headers;
+  /// The options dictionary of an operation.
+  platform::Dictionary options;
+  binary::TransferPolicy policy = binary::TransferPolicy::kSafe;
+  /// PEM file of certificates to trust; empty: the system's only.
+  std::string caFile;
+  /// None: the library's defaults.
+  std::optional<std::chrono::milliseconds> connectTimeout;
+  std::optional<std::chrono::milliseconds> stallTimeout;
+  /// None: the default, warning.
+  std::optional<platform::LogLevel> logLevel;
+};
+
+}  // namespace varo::cli

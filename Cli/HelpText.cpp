@@ -1,0 +1,200 @@
+#include "Cli/HelpText.h"
+
+#include <algorithm>
+#include <array>
+#include <cassert>
+#include <utility>
+
+namespace varo::cli {
+
+namespace {
+
+constexpr std::string_view kOverview =
+    R"(Move files between this machine and the object service of a back end.
+
+Usage: varobinary [GLOBAL] COMMAND [ARGUMENTS]
+
+Commands:
+  list URL [--criteria EXPR]     list the files of the service
+  upload URL FILE                upload a file, or standard input with '-'
+  download URL FILE_ID           download a file into the downloads directory
+  update URL FILE_ID             change the metadata of a file
+  sandbox                        run a complete local back end to try things on
+  demo                           see everything at work, with real files
+
+URL is the base URL of the object service, without "/objects/File".
+'varobinary COMMAND --help' tells all about a command.
+
+Global options, before or after the command:
+  --json                  print one JSON object a line on standard output, for scripts
+  --home DIR              use DIR/Documents, DIR/Downloads and DIR/Library
+                          (default: the directories of the desktop, such as ~/Downloads)
+  --header 'NAME: VALUE'  send a request header; may be repeated
+  --token T               send the authorization token T. Other users of this machine can
+                          see it in the list of processes: prefer one of the next two
+  --token-file FILE       take the token from the first line of FILE
+  --option K=V            set an entry of the options dictionary; may be repeated.
+                          true, false and whole numbers are typed, the rest is text
+  --policy P              safe: whatever could lose data is an error (default)
+                          compatible: behave as existing back ends and clients expect
+  --cacert FILE           trust the certificates (PEM) in FILE as well
+  --connect-timeout S     seconds until a connection stands (default 30)
+  --stall-timeout S       seconds without a byte moving (default 60)
+  --log-level L           trace, debug, info, warning (default), error, fatal or off;
+                          log lines go to standard error
+  -h, --help              show this help, or a command's
+  --version               show the version
+
+Environment:
+  VARO_TOKEN              the authorization token, where no option gives one
+  NO_COLOR                set to anything: no colours
+
+Exit status: 0 success, 1 the operation failed, 2 wrong usage, 130 interrupted.
+
+First steps:
+  varobinary demo
+  varobinary sandbox --port 8080       # in one terminal; prints the URL to use
+  varobinary upload URL photo.jpg      # in another
+  varobinary list URL
+)";
+
+constexpr std::string_view kList =
+    R"(List the files of an object service.
+
+Usage: varobinary [GLOBAL] list URL [--criteria EXPR]
+
+  URL                     base URL of the object service
+  --criteria EXPR         list only what matches: comparisons "key eq 'value'", joined
+                          with " and " (default: all files)
+
+Prints a table and a total. On a terminal long values are shortened to its width;
+anywhere else they are printed in full. With --json the line "success" has the records as
+the service sent them.
+
+Examples:
+  varobinary list http://127.0.0.1:8080/services/data/v1/storage
+  varobinary list $URL --criteria "file_namespace eq 'photos'"
+  varobinary --json list $URL | jq -r '.result.records[].file_id'
+)";
+
+constexpr std::string_view kUpload =
+    R"(Upload a file: create its record, send the bytes in chunks, commit.
+
+Usage: varobinary [GLOBAL] upload URL FILE [--name N] [--namespace NS]
+           [--security-key K] [--meta K=V]... [--chunk-size BYTES] [--raw]
+
+  URL                     base URL of the object service
+  FILE                    path of a file that is not empty, or '-' for standard input
+                          (which is first copied to a temporary file)
+  --name N                name on the service (default: last part of FILE, "stdin" for '-')
+  --namespace NS          namespace of the file
+  --security-key K        key that protects the file
+  --meta K=V [K=V]...     further metadata, as text; may be repeated
+  --chunk-size BYTES      bytes sent at once, such as 1048576, 512K or 4MiB
+                          (default 1 MiB); a service may ask for one piece all the same
+  --raw                   hand over the bytes instead of the path. With --policy compatible
+                          the last chunk then carries the whole content again
+
+Prints the id of the new file. Memory stays small for any size of file. An interrupted
+upload leaves a record on the service that is not committed and is not listed.
+
+Examples:
+  varobinary upload $URL photo.jpg --namespace photos --meta camera=M6 place=Oslo
+  tar cz documents | varobinary upload $URL - --name documents.tar.gz
+  varobinary --token-file ~/.varo-token upload $URL report.pdf
+)";
+
+constexpr std::string_view kDownload =
+    R"(Download a file into the downloads directory.
+
+Usage: varobinary [GLOBAL] download URL FILE_ID [--namespace NS] [--security-key K]
+
+  URL                     base URL of the object service
+  FILE_ID                 id of the file, as 'list' and 'upload' print it
+  --namespace NS          namespace of the file
+  --security-key K        key that protects the file
+
+The file is stored under the name that its record has, complete or not at all. A file of
+that name that is there already is taken for the same one, and nothing is fetched; with
+--option forceDownload=true it is fetched and replaced.
+
+Examples:
+  varobinary download $URL 5f2b90c1
+  varobinary --home ./inbox download $URL 5f2b90c1
+  varobinary --json download $URL 5f2b90c1 | jq -r '.result.filePath // empty'
+)";
+
+constexpr std::string_view kUpdate =
+    R"(Change the metadata of a file. Its bytes stay as they are.
+
+Usage: varobinary [GLOBAL] update URL FILE_ID [--meta K=V]...
+
+  URL                     base URL of the object service
+  FILE_ID                 id of the file, as 'list' and 'upload' print it
+  --meta K=V [K=V]...     new metadata, as text; may be repeated
+
+Examples:
+  varobinary update $URL 5f2b90c1 --meta description='A summer evening' rating=5
+)";
+
+constexpr std::string_view kSandbox =
+    R"(Run a complete local back end: an object service, and an outside object store.
+
+Usage: varobinary [GLOBAL] sandbox [--port N] [--store-port N] [--data DIR]
+           [--token-required T] [--listen ADDRESS]
+
+  --port N                port of the object service (default: any free one)
+  --store-port N          port of the outside object store (default: any free one)
+  --data DIR              keep records and bytes in DIR and serve what is there already
+                          (default: a temporary directory, removed at the end)
+  --token-required T      refuse requests that do not carry the token T
+  --listen ADDRESS        address to listen on (default 127.0.0.1, this machine only).
+                          The sandbox is no server for others: mind who can reach it
+
+Prints one line when it accepts connections, and runs until it is interrupted (Ctrl-C).
+With --json the line is {"event":"ready","url":...}.
+
+Examples:
+  varobinary sandbox --port 8080
+  varobinary sandbox --data ./back-end --token-required secret
+)";
+
+constexpr std::string_view kDemo =
+    R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads.
+
+Usage: varobinary [GLOBAL] demo
+
+Starts a sandbox of its own in a temporary directory, does everything that the library
+does and checks each result, downloads byte by byte. It ends with a table of what was done,
+removes what it made, and needs some seconds. The exit status is not 0 if anything was
+wrong.
+
+Examples:
+  varobinary demo
+  varobinary --log-level debug demo
+)";
+
+constexpr std::array<std::pair<std::string_view, std::string_view>, 7> kTexts = {{
+    {"", kOverview},
+    {"list", kList},
+    {"upload", kUpload},
+    {"download", kDownload},
+    {"update", kUpdate},
+    {"sandbox", kSandbox},
+    {"demo", kDemo},
+}};
+
+}  // namespace
+
+std::string helpText(std::string_view command) {
+  const auto* text = std::find_if(kTexts.begin(), kTexts.end(),
+                                  [&](const auto& entry) { return entry.first == command; });
+  assert(text != kTexts.end());
+  const bool isOverview = command.empty();
+  return std::string(text->second) +
+         (isOverview ? "" : "\nGlobal options: see 'varobinary --help'.\n");
+}
+
+std::string versionText() { return "varobinary " VARO_VERSION; }
+
+}  // namespace varo::cli

@@ -1,0 +1,33 @@
+#include "Cli/JsonOutput.h"
+
+#include "Cli/JsonEvents.h"
+
+#include <utility>
+
+namespace varo::cli {
+
+using platform::Dictionary;
+using platform::Value;
+
+void JsonOutput::writeLine(std::string_view event, const Dictionary& details) {
+  stream_ << eventLine(event, details) << '\n' << std::flush;
+}
+
+void JsonOutput::writeProgress(const Value& progress) {
+  writeLine("progress", progress.dictionaryValue());
+}
+
+void JsonOutput::writeEvent(const std::string& name, const Dictionary& details, const HumanText&) {
+  writeLine(name, details);
+}
+
+// A missing value has no entry in a dictionary, so it is said as null: the key is always there.
+void JsonOutput::writeSuccess(const Value& result, const HumanText&) {
+  writeLine("success", {{"result", jsonForm(result)}});
+}
+
+void JsonOutput::writeFailure(const Value& error) {
+  writeLine("failure", {{"error", jsonForm(error)}});
+}
+
+}  // namespace varo::cli

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Cli/Output.h"
+
+#include <ostream>
+
+namespace varo::cli {
+
+/// One JSON object a line, flushed as it happens; see `eventLine` for the form of values.
+class JsonOutput final : public Output {
+ public:
+  /// `stream` outlives this object and is written by nobody else.
+  explicit JsonOutput(std::ostream& stream) : stream_(stream) {}
+
+ private:
+  void writeBegin(const std::string&) override {}
+  void writeProgress(const platform::Value& progress) override;
+  void writeTick() override {}
+  void writeEvent(const std::string& name, const platform::Dictionary& details,
+                  const HumanText& text) override;
+  void writeNote(const std::string&) override {}
+  void writeSuccess(const platform::Value& result, const HumanText& text) override;
+  void writeFailure(const platform::Value& error) override;
+  [[nodiscard]] bool streamsAreGood() const override { return stream_.good(); }
+
+  void writeLine(std::string_view event, const platform::Dictionary& details);
+
+  std::ostream& stream_;
+};
+
+}  // namespace varo::cli

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "Cli/Interrupts.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace varo::cli {
+
+/// How an operation of the library ended for us.
+struct Outcome {
+  enum class Kind { kSuccess, kFailure, kInterrupted, kSilent };
+  Kind kind = Kind::kFailure;
+  /// What the success or the failure block received; missing for the other two.
+  platform::Value value;
+};
+
+/// One operation of the library: the blocks to give it, and a place to wait for its outcome.
+///
+/// The first outcome counts, later ones are dropped. The blocks keep what they need alive, so they
+/// may be called as late as they like. Thread-safe.
+class Operation : public Interruptible, public std::enable_shared_from_this<Operation> {
+ public:
+  using Block = std::function<void(const platform::Value&)>;
+
+  /// Blocks to hand to the library. Progress is passed on until there is an outcome.
+  [[nodiscard]] Block onSuccess();
+  [[nodiscard]] Block onFailure();
+  [[nodiscard]] Block onProgress(Block receiver);
+
+  void interrupted() override;
+
+  /// Waits for the outcome, calling `tick` several times a second, which may give one of its own.
+  [[nodiscard]] Outcome wait(const std::function<std::optional<Outcome>()>& tick);
+
+ private:
+  void end(Outcome outcome);
+  [[nodiscard]] bool ended() const;
+
+  mutable platform::Mutex mutex_;
+  platform::ConditionVariable changed_;
+  std::optional<Outcome> outcome_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::cli

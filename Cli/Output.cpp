@@ -1,0 +1,55 @@
+#include "Cli/Output.h"
+
+namespace varo::cli {
+
+using platform::MutexLock;
+using platform::Value;
+
+void Output::begin(const std::string& activity) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeBegin(activity);
+}
+
+void Output::progress(const Value& progress) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeProgress(progress);
+}
+
+void Output::tick() {
+  MutexLock lock(mutex_);
+  if (!finished_) writeTick();
+}
+
+void Output::event(const std::string& name, const platform::Dictionary& details,
+                   const HumanText& text) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeEvent(name, details, text);
+}
+
+void Output::note(const std::string& text) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeNote(text);
+}
+
+bool Output::success(const Value& result, const HumanText& text) {
+  MutexLock lock(mutex_);
+  if (finished_) return false;
+  finished_ = true;
+  writeSuccess(result, text);
+  return true;
+}
+
+bool Output::failure(const Value& error) {
+  MutexLock lock(mutex_);
+  if (finished_) return false;
+  finished_ = true;
+  writeFailure(error);
+  return true;
+}
+
+bool Output::allWritten() const {
+  MutexLock lock(mutex_);
+  return streamsAreGood();
+}
+
+}  // namespace varo::cli

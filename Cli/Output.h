@@ -1,0 +1,63 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace varo::cli {
+
+/// What people read about a result; called only where people read.
+using HumanText = std::function<std::string()>;
+
+/// What a command tells the world: notes and progress on the way, and then one outcome.
+///
+/// The first outcome counts: after it nothing is written any more. Thread-safe; lines of several
+/// threads do not mix.
+class Output {
+ public:
+  virtual ~Output() = default;
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  /// Names what is being done, for a progress display that has a name in front.
+  void begin(const std::string& activity);
+  /// A progress dictionary of the library.
+  void progress(const platform::Value& progress);
+  /// Time passed: keeps a progress display alive.
+  void tick();
+  /// An event of its own, like "ready", that is not an outcome.
+  void event(const std::string& name, const platform::Dictionary& details, const HumanText& text);
+  /// A remark for people; printable text.
+  void note(const std::string& text);
+
+  /// The outcome: what the success or the failure block received. False when there was one already.
+  bool success(const platform::Value& result, const HumanText& text);
+  bool failure(const platform::Value& error);
+
+  /// Whether everything could be written where it belongs. A full disk or a closed pipe behind
+  /// standard output makes it false.
+  [[nodiscard]] bool allWritten() const;
+
+ protected:
+  Output() = default;
+
+  // Called one at a time.
+  virtual void writeBegin(const std::string& activity) = 0;
+  virtual void writeProgress(const platform::Value& progress) = 0;
+  virtual void writeTick() = 0;
+  virtual void writeEvent(const std::string& name, const platform::Dictionary& details,
+                          const HumanText& text) = 0;
+  virtual void writeNote(const std::string& text) = 0;
+  virtual void writeSuccess(const platform::Value& result, const HumanText& text) = 0;
+  virtual void writeFailure(const platform::Value& error) = 0;
+  [[nodiscard]] virtual bool streamsAreGood() const = 0;
+
+ private:
+  mutable platform::Mutex mutex_;
+  bool finished_ VARO_GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace varo::cli

@@ -1,0 +1,101 @@
+#include "Cli/Session.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Cli/TransferWatch.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Network/VRONetworkUtility.h"
+
+#include <chrono>
+#include <utility>
+
+namespace varo::cli {
+
+using platform::Dictionary;
+using platform::VRONetworkUtility;
+
+namespace {
+
+/// Domain of the errors that the command line itself reports.
+constexpr std::string_view kErrorDomain = "CommandLine";
+constexpr int kCodeSilent = 1;
+constexpr int kCodeInterrupted = 2;
+
+/// Between two transfers of an operation there is work of milliseconds, except where a large file
+/// is copied to another file system.
+constexpr std::chrono::seconds kSilenceLimit{15};
+
+Outcome silence() {
+  return {Outcome::Kind::kSilent,
+          platform::Error::make(kErrorDomain, kCodeSilent,
+                                "the operation ended without saying how: the answer of the service "
+                                "was not complete. With --policy safe this is a proper error")};
+}
+
+}  // namespace
+
+Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts)
+    : options_(std::move(options)), output_(std::move(output)), interrupts_(interrupts) {
+  if (options_.logLevel) binary::BinaryLogger::sharedInstance().setLogLevel(*options_.logLevel);
+  binary::setTransferPolicy(options_.policy);
+  if (!options_.home.empty()) {
+    platform::UserDirectories::install(platform::UserDirectories::below(options_.home));
+  }
+  platform::NetworkConfiguration network;
+  if (options_.connectTimeout) network.connectTimeout = *options_.connectTimeout;
+  if (options_.stallTimeout) network.stallTimeout = *options_.stallTimeout;
+  network.caFile = options_.caFile;
+  // Cannot be refused: nothing was sent yet.
+  (void)VRONetworkUtility::configure(network);
+  if (options_.policy == binary::TransferPolicy::kCompatible) {
+    watch_ = std::make_shared<TransferWatch>(VRONetworkUtility::transport());
+    VRONetworkUtility::setTransport(watch_);
+  }
+}
+
+Session::~Session() = default;
+
+std::optional<Outcome> Session::checkForSilence() const {
+  const bool silent = watch_ != nullptr && watch_->idleTime() > kSilenceLimit;
+  return silent ? std::optional(silence()) : std::nullopt;
+}
+
+Outcome Session::await(const Start& start) {
+  const auto operation = std::make_shared<Operation>();
+  interrupts_.subscribe(operation);
+  if (!interrupts_.raised()) {
+    start({operation->onSuccess(), operation->onFailure(),
+           operation->onProgress(
+               [output = output_](const platform::Value& value) { output->progress(value); })});
+  }
+  return operation->wait([this] {
+    output_->tick();
+    return checkForSilence();
+  });
+}
+
+void Session::waitForInterrupt() {
+  const auto nothing = std::make_shared<Operation>();
+  interrupts_.subscribe(nothing);
+  (void)nothing->wait([] { return std::nullopt; });
+}
+
+int Session::perform(const std::string& activity, const Start& start, const Describe& describe) {
+  output_->begin(activity);
+  return finish(await(start), describe);
+}
+
+int Session::finish(const Outcome& outcome, const Describe& describe) {
+  if (outcome.kind == Outcome::Kind::kSuccess) {
+    output_->success(outcome.value, [&] { return describe(outcome.value.dictionaryValue()); });
+    return 0;
+  }
+  if (outcome.kind == Outcome::Kind::kInterrupted) {
+    output_->failure(platform::Error::make(kErrorDomain, kCodeInterrupted, "interrupted"));
+    return Interrupts::kExitStatus;
+  }
+  output_->failure(outcome.value);
+  return kExitFailure;
+}
+
+}  // namespace varo::cli

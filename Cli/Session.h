@@ -1,0 +1,64 @@
+#pragma once
+
+#include "Cli/GlobalOptions.h"
+#include "Cli/Interrupts.h"
+#include "Cli/Operation.h"
+#include "Cli/Output.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace varo::cli {
+
+class TransferWatch;
+
+/// Exit status of a command whose operation failed.
+inline constexpr int kExitFailure = 1;
+
+/// What every command works with: the library set up as the global options say, the output, and a
+/// way to run an operation to its end. One a process. Commands use it on the main thread.
+class Session {
+ public:
+  struct Blocks {
+    Operation::Block onSuccess;
+    Operation::Block onFailure;
+    Operation::Block onProgress;
+  };
+  using Start = std::function<void(const Blocks&)>;
+  using Describe = std::function<std::string(const platform::Dictionary& result)>;
+
+  /// Sets the library up. `interrupts` outlives the session.
+  Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts);
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  [[nodiscard]] const GlobalOptions& options() const noexcept { return options_; }
+  [[nodiscard]] Output& output() noexcept { return *output_; }
+  [[nodiscard]] Interrupts& interrupts() noexcept { return interrupts_; }
+
+  /// Runs an operation to its outcome. Nothing of it is written but its progress.
+  [[nodiscard]] Outcome await(const Start& start);
+
+  /// Returns after SIGINT or SIGTERM.
+  void waitForInterrupt();
+
+  /// Runs an operation, writes its outcome, for people in the words of `describe`, and returns the
+  /// exit status.
+  [[nodiscard]] int perform(const std::string& activity, const Start& start,
+                            const Describe& describe);
+
+  /// Writes an outcome and returns the exit status that goes with it.
+  [[nodiscard]] int finish(const Outcome& outcome, const Describe& describe);
+
+ private:
+  [[nodiscard]] std::optional<Outcome> checkForSilence() const;
+
+  const GlobalOptions options_;
+  const std::shared_ptr<Output> output_;
+  Interrupts& interrupts_;
+  std::shared_ptr<TransferWatch> watch_;  // with the compatible policy only
+};
+
+}  // namespace varo::cli
