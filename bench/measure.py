@@ -1,0 +1,345 @@
+#!/usr/bin/env python3
+"""Measures the library beside curl, beside a small libcurl program and beside bare hand-overs and
+parses, and prints one table. docs/benchmarks.md says what each figure answers.
+
+A comparison runs its programs in turn, a process each, for an odd number of rounds, and divides the
+medians. Every transfer is checked: what the server received, how large the stored file is, and once
+that its bytes are the same.
+"""
+
+import argparse
+import contextlib
+import filecmp
+import json
+import os
+import platform
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+from servers import DiscardServer, Nginx
+
+MIB = 1024 * 1024
+LARGE = 1024 * MIB
+SMALL = 64 * MIB
+CHUNK = MIB
+LIST_RECORDS = 100_000
+MANY = 200
+MANY_SIZE = 64 * 1024
+
+
+class Table:
+    """The figures, each with its goal where it has one."""
+
+    def __init__(self):
+        self.rows = []
+        self.missed = 0
+
+    def add(self, figure, ours, theirs, ratio, goal="", met=None):
+        verdict = {None: "", True: "met", False: "MISSED"}[met]
+        self.missed += met is False
+        self.rows.append((figure, ours, theirs, ratio, goal, verdict))
+
+    def compare(self, figure, ours, theirs, unit, at_most=None, at_least=None):
+        """Ratio of the medians of two lists of measurements."""
+        mine, other = statistics.median(ours), statistics.median(theirs)
+        ratio = mine / other
+        goal, met = "", None
+        if at_most is not None:
+            goal, met = f"at most {at_most:.2f}", ratio <= at_most
+        if at_least is not None:
+            goal, met = f"at least {at_least:.2f}", ratio >= at_least
+        self.add(figure, f"{mine:.4g} {unit}", f"{other:.4g} {unit}", f"{ratio:.2f}", goal, met)
+
+    def print(self):
+        head = ("figure", "ours", "beside", "ratio", "goal", "")
+        widths = [max(len(row[i]) for row in [head, *self.rows]) for i in range(len(head))]
+        for row in [head, tuple("-" * width for width in widths), *self.rows]:
+            print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
+
+
+class Bench:
+    """Programs, files and servers that the parts share."""
+
+    def __init__(self, programs, directory, rounds):
+        self.programs = programs
+        self.rounds = rounds
+        self.directory = directory
+        self.files = os.path.join(directory, "files")
+        self.home = os.path.join(directory, "home")
+        self.downloads = os.path.join(self.home, "Downloads")
+        os.makedirs(self.files)
+        os.makedirs(self.downloads)
+
+    def program(self, name):
+        return os.path.join(self.programs, name)
+
+    def file(self, size):
+        """A file of `size` random bytes, in the page cache, written out."""
+        path = os.path.join(self.files, f"{size}.bin")
+        if not os.path.exists(path):
+            with open(path, "wb") as out:
+                for offset in range(0, size, MIB):
+                    out.write(os.urandom(min(MIB, size - offset)))
+                out.flush()
+                os.fsync(out.fileno())
+        return path
+
+    def run(self, *command):
+        """Wall and CPU seconds and peak memory (KiB) of one command."""
+        done = subprocess.run([self.program("run_measured"), *command],
+                              stdout=subprocess.PIPE, check=True, text=True)
+        used = json.loads(done.stdout)
+        if used["exit"] != 0:
+            raise RuntimeError(f"{' '.join(command)} ends with {used['exit']}")
+        return used
+
+    def interleave(self, runs, rounds=None):
+        """Runs each of `runs` (name -> function) once a round, first once to warm up. Every round
+        starts with another one, so that none always follows the same."""
+        names = list(runs)
+        measured = {name: [] for name in names}
+        for number in range((rounds or self.rounds) + 1):
+            turn = number % len(names)
+            for name in names[turn:] + names[:turn]:
+                used = runs[name]()
+                if number > 0:
+                    measured[name].append(used)
+        return measured
+
+
+def column(measurements, key):
+    return [used[key] for used in measurements]
+
+
+def add_peaks(table, direction, large, small):
+    worst = max(column(large, "peak_kib")) / 1024
+    table.add(f"{direction} 1 GiB, peak memory", f"{worst:.1f} MiB", "", "", "at most 32 MiB", worst <= 32)
+    mine, other = (statistics.median(column(list_, "peak_kib")) / 1024 for list_ in (large, small))
+    table.add(f"{direction} 1 GiB beside 64 MiB, peak memory", f"{mine:.1f} MiB", f"{other:.1f} MiB",
+              f"{mine / other:.2f}", "at most 1.10", mine / other <= 1.10)
+
+
+def measure_download(bench, table):
+    """One GET of 1 GiB from nginx, stored in a file that did not exist before."""
+    with contextlib.ExitStack() as stack:
+        nginx = Nginx(bench.files, bench.directory)
+        stack.callback(nginx.stop)
+        server = DiscardServer(bench.program("discard_server"), nginx.url)
+        stack.callback(server.stop)
+
+        def fetch(size, command):
+            name = os.path.basename(bench.file(size))
+            stored = os.path.join(bench.downloads, name)
+            used = bench.run(*command(name, stored))
+            if os.path.getsize(stored) != size:
+                raise RuntimeError(f"{stored} has {os.path.getsize(stored)} bytes")
+            return used, stored
+
+        def ours(name, _):
+            return [bench.program("varo_transfer"), "download", server.service(name), name, bench.home]
+
+        def curl(name, stored):
+            return ["curl", "-s", "-o", stored, f"{nginx.url}/{name}"]
+
+        def bare(name, stored):
+            return [bench.program("bare_transfer"), "download", server.service(name), stored]
+
+        def timed(size, command):
+            used, stored = fetch(size, command)
+            os.remove(stored)
+            return used
+
+        for command in (ours, curl, bare):
+            _, stored = fetch(LARGE, command)
+            if not filecmp.cmp(bench.file(LARGE), stored, shallow=False):
+                raise RuntimeError(f"{command.__name__} stored other bytes")
+            os.remove(stored)
+        large = bench.interleave({
+            "ours": lambda: timed(LARGE, ours),
+            "curl": lambda: timed(LARGE, curl),
+            "bare": lambda: timed(LARGE, bare),
+        })
+        small = bench.interleave({"ours": lambda: timed(SMALL, ours)})
+    for other, most_time, most_cpu in (("curl", 1.00, 0.85), ("bare", None, None)):
+        name = {"curl": "curl", "bare": "the bare program"}[other]
+        table.compare(f"download 1 GiB beside {name}, time", column(large["ours"], "wall"),
+                      column(large[other], "wall"), "s", at_most=most_time)
+        table.compare(f"download 1 GiB beside {name}, CPU", column(large["ours"], "cpu"),
+                      column(large[other], "cpu"), "s", at_most=most_cpu)
+    add_peaks(table, "download", large["ours"], small["ours"])
+
+
+def expect_received(server, files, size):
+    received = server.received()
+    chunks = -(-size // CHUNK)
+    wanted = {"creations": files, "chunks": files * chunks, "bytes": files * size, "commits": files}
+    if received != wanted:
+        raise RuntimeError(f"the server received {received} instead of {wanted}")
+
+
+def measure_upload(bench, table):
+    """1 GiB in chunks of 1 MiB to a server that discards."""
+    with contextlib.ExitStack() as stack:
+        server = DiscardServer(bench.program("discard_server"), "http://127.0.0.1")
+        stack.callback(server.stop)
+        service = server.service("sink")
+
+        def send(program, size):
+            used = bench.run(bench.program(program), "upload", service, bench.file(size), str(CHUNK))
+            expect_received(server, 1, size)
+            return used
+
+        def curl():
+            used = bench.run("curl", "-s", "-H", "Expect:", "-T", bench.file(LARGE), server.url + "/services/bytes")
+            if server.received()["bytes"] != LARGE:
+                raise RuntimeError("curl did not send everything")
+            return used
+
+        bench.file(LARGE)
+        large = bench.interleave({
+            "ours": lambda: send("varo_transfer", LARGE),
+            "bare": lambda: send("bare_transfer", LARGE),
+            "curl": curl,
+        })
+        small = bench.interleave({"ours": lambda: send("varo_transfer", SMALL)})
+    table.compare("upload 1 GiB beside the bare program, time", column(large["ours"], "wall"),
+                  column(large["bare"], "wall"), "s", at_most=1.20)
+    table.compare("upload 1 GiB beside the bare program, CPU", column(large["ours"], "cpu"),
+                  column(large["bare"], "cpu"), "s", at_most=1.25)
+    table.compare("upload 1 GiB beside one PUT of curl, time", column(large["ours"], "wall"),
+                  column(large["curl"], "wall"), "s")
+    add_peaks(table, "upload", large["ours"], small["ours"])
+
+
+def threads_of(pid):
+    with open(f"/proc/{pid}/status", encoding="ascii") as status:
+        for line in status:
+            if line.startswith("Threads:"):
+                return int(line.split()[1])
+    return 0
+
+
+def measure_many(bench, table):
+    """200 uploads of 64 KiB started at once, and how many threads the process has meanwhile."""
+    most, samples, seconds = 0, 0, []
+    with contextlib.ExitStack() as stack:
+        server = DiscardServer(bench.program("discard_server"), "http://127.0.0.1")
+        stack.callback(server.stop)
+        for _ in range(bench.rounds):
+            start = time.monotonic()
+            process = subprocess.Popen([bench.program("varo_transfer"), "upload-many", server.service("sink"),
+                                        bench.file(MANY_SIZE), str(CHUNK), str(MANY)])
+            while process.poll() is None:
+                with contextlib.suppress(ProcessLookupError, FileNotFoundError):
+                    most = max(most, threads_of(process.pid))
+                samples += 1
+                time.sleep(0.0005)
+            seconds.append(time.monotonic() - start)
+            if process.returncode != 0:
+                raise RuntimeError("not all of the uploads have succeeded")
+            expect_received(server, MANY, MANY_SIZE)
+    median = statistics.median(seconds)
+    table.add(f"{MANY} uploads of 64 KiB at once, all end", f"{median:.4g} s", "", "", "all end", True)
+    table.add(f"{MANY} uploads of 64 KiB at once, threads with the main thread ({samples} samples)",
+              str(most), "", "", "at most 10", most <= 10)
+
+
+def measure_engine(bench, table):
+    """What tasks cost beside the hand-overs between threads that they cannot do without."""
+    done = subprocess.run([bench.program("varo_task_engine_bench"), "--benchmark_format=json",
+                           f"--benchmark_repetitions={bench.rounds}", "--benchmark_min_time=0.2",
+                           "--benchmark_enable_random_interleaving=true"],
+                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=True, text=True)
+    nanoseconds = {}
+    for run in json.loads(done.stdout)["benchmarks"]:
+        if run["run_type"] == "iteration":
+            name = run["run_name"].removesuffix("/real_time")
+            # Where one run does many, its rate says how many.
+            cost = 1e9 / run["items_per_second"] if "items_per_second" in run else run["real_time"]
+            nanoseconds.setdefault(name, []).append(cost)
+    for figure, ours, bare in (
+            ("leaf task, start to listener, beside two hand-overs", "LeafFromStartToListener",
+             "BareHandOversOfALeaf"),
+            ("loop iteration beside three hand-overs", "LoopIteration", "BareHandOversOfAnIteration")):
+        table.compare(figure, [cost / 1000 for cost in nanoseconds[ours]],
+                      [cost / 1000 for cost in nanoseconds[bare]], "us", at_most=3)
+
+
+def measure_list(bench, table):
+    """A list answer of 100,000 records, parsed for the first time in a fresh process."""
+    path = os.path.join(bench.directory, "list.json")
+    program = bench.program("varo_list_answer_bench")
+    subprocess.run([program, "write", path, str(LIST_RECORDS)], check=True)
+    size = os.path.getsize(path) / 1e6
+
+    def rate(mode):
+        done = subprocess.run([program, mode, path], stdout=subprocess.PIPE, check=True, text=True)
+        return size / float(done.stdout)
+
+    rates = bench.interleave({"ours": lambda: rate("ours"), "bare": lambda: rate("bare")})
+    table.compare(f"list answer of {LIST_RECORDS:,} records ({size:.0f} MB) beside the bare parse",
+                  rates["ours"], rates["bare"], "MB/s", at_least=0.5)
+
+
+PARTS = {
+    "engine": measure_engine,
+    "list": measure_list,
+    "many": measure_many,
+    "upload": measure_upload,
+    "download": measure_download,
+}
+
+
+def print_machine():
+    def first_line(command):
+        try:
+            return subprocess.run(command, stdout=subprocess.PIPE, text=True, check=True).stdout.split("\n")[0]
+        except (OSError, subprocess.CalledProcessError):
+            return "unknown"
+
+    model = "unknown"
+    with open("/proc/cpuinfo", encoding="utf-8") as info:
+        for line in info:
+            if line.startswith("model name"):
+                model = line.split(":", 1)[1].strip()
+                break
+    memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES") / (1 << 30)
+    print(f"{model}, {len(os.sched_getaffinity(0))} cores, {memory:.0f} GiB, "
+          f"Linux {platform.release()}, {first_line(['g++', '--version'])}, "
+          f"{' '.join(first_line(['curl', '--version']).split()[:2])}, "
+          f"load {os.getloadavg()[0]:.1f} at the start")
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Measures the library and prints one table.")
+    parser.add_argument("parts", nargs="*", metavar="PART", help=f"of {', '.join(PARTS)}; default: all")
+    parser.add_argument("--rounds", type=int, default=11, help="rounds of each comparison (odd, at least 7)")
+    parser.add_argument("--dir", help="where the files of the transfers lie (default: $TMPDIR or /tmp)")
+    parser.add_argument("--programs", default="build/bench/bench", help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    unknown = [part for part in options.parts if part not in PARTS]
+    if unknown:
+        parser.error(f"no such part: {', '.join(unknown)}")
+    if options.rounds < 7 or options.rounds % 2 == 0:
+        parser.error("the number of rounds must be odd and at least 7")
+
+    table = Table()
+    print_machine()
+    with tempfile.TemporaryDirectory(prefix="varo-bench-", dir=options.dir) as directory:
+        if shutil.disk_usage(directory).free < 3 * LARGE:
+            parser.error(f"{directory} needs 3 GiB of free space; choose another place with --dir")
+        bench = Bench(os.path.abspath(options.programs), directory, options.rounds)
+        for name in options.parts or PARTS:
+            print(f"measuring {name} ...", file=sys.stderr)
+            PARTS[name](bench, table)
+    print()
+    table.print()
+    return 1 if table.missed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
