@@ -1,6 +1,7 @@
 // Question: what do a leaf task and a loop iteration cost beside the bare hand-overs between
 // threads that each needs? A leaf needs two (start to execute, end to listener), an iteration three
-// (execute, end of the subtask, step). The goal is at most three times the bare ones.
+// (execute, end of the subtask, step). The goal is at most three times the bare ones, whether these
+// run on the runtime's own pools or on Boost.Asio's.
 
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/TaskEngine/VSAbstractLoopingTask.h"
@@ -57,12 +58,19 @@ void handOver(int count, int number, std::binary_semaphore& done) {
   });
 }
 
-void asioHandOver(boost::asio::thread_pool& pool, int count, std::binary_semaphore& done) {
-  boost::asio::post(pool, [&pool, count, &done] {
-    if (count == 1) {
+/// The same with pools of Boost.Asio.
+struct AsioPools {
+  boost::asio::thread_pool tasks{4};
+  boost::asio::thread_pool loopSteps{1};
+};
+
+void asioHandOver(AsioPools& pools, int count, int number, std::binary_semaphore& done) {
+  boost::asio::thread_pool& pool = number % 3 == 2 ? pools.loopSteps : pools.tasks;
+  boost::asio::post(pool, [&pools, count, number, &done] {
+    if (number + 1 == count) {
       done.release();
     } else {
-      asioHandOver(pool, count - 1, done);
+      asioHandOver(pools, count, number + 1, done);
     }
   });
 }
@@ -77,13 +85,12 @@ void BareHandOversOfALeaf(benchmark::State& state) {
 BENCHMARK(BareHandOversOfALeaf)->UseRealTime();
 
 void BareAsioHandOversOfALeaf(benchmark::State& state) {
-  boost::asio::thread_pool pool(4);
+  AsioPools pools;
   std::binary_semaphore done{0};
   for (auto _ : state) {
-    asioHandOver(pool, 2, done);
+    asioHandOver(pools, 2, 0, done);
     done.acquire();
   }
-  pool.join();
 }
 BENCHMARK(BareAsioHandOversOfALeaf)->UseRealTime();
 
@@ -107,6 +114,17 @@ void BareHandOversOfAnIteration(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kIterations);
 }
 BENCHMARK(BareHandOversOfAnIteration)->UseRealTime();
+
+void BareAsioHandOversOfAnIteration(benchmark::State& state) {
+  AsioPools pools;
+  std::binary_semaphore done{0};
+  for (auto _ : state) {
+    asioHandOver(pools, 3 * kIterations, 0, done);
+    done.acquire();
+  }
+  state.SetItemsProcessed(state.iterations() * kIterations);
+}
+BENCHMARK(BareAsioHandOversOfAnIteration)->UseRealTime();
 
 void LoopIteration(benchmark::State& state) {
   const auto signal = std::make_shared<EndSignal>();
