@@ -47,7 +47,8 @@ class Nginx:
         # A worker of root's nginx would drop to a user who may not read the temporary directory.
         user = "user root;" if os.geteuid() == 0 else ""
         with open(config, "w", encoding="utf-8") as out:
-            out.write(NGINX_CONFIG.format(directory=directory, root=root, port=self.port, user=user))
+            out.write(NGINX_CONFIG.format(directory=directory, root=root, port=self.port,
+                                          user=user))
         self._process = subprocess.Popen(
             ["/usr/sbin/nginx", "-p", directory, "-e", "stderr", "-c", config])
         self.url = f"http://127.0.0.1:{self.port}"
@@ -69,10 +70,11 @@ class Nginx:
 
 
 class DiscardServer:
-    """Takes uploads and throws their bytes away; its records point to files at `download_domain`."""
+    """Takes uploads and throws their bytes away; its records point to `download_domain`."""
 
     def __init__(self, program, download_domain):
-        self._process = subprocess.Popen([program, download_domain], stdout=subprocess.PIPE, text=True)
+        self._process = subprocess.Popen([program, download_domain], stdout=subprocess.PIPE,
+                                         text=True)
         port = self._process.stdout.readline().strip()
         if not port:
             raise RuntimeError("discard_server does not start")
