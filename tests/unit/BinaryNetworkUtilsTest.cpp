@@ -126,7 +126,9 @@ TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
       ASSERT_EQ(outcome.calls, safe ? 1 : item.compatibleCalls);
       const std::int64_t code = safe ? item.safeCode : item.compatibleCode;
       ASSERT_EQ(outcome.error != nullptr, code != 0);
-      if (code == 0 || !safe) EXPECT_EQ(outcome.result, item.result);
+      if (code == 0 || !safe) {
+        EXPECT_EQ(outcome.result, item.result);
+      }
       if (code == 0) continue;
       EXPECT_EQ(outcome.error->domain(), "BinaryNetworkUtils");
       EXPECT_EQ(outcome.error->code(), code);

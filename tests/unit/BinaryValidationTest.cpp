@@ -2,12 +2,11 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 #include "Platform/Foundation/Error.h"
 #include "tests/support/RecordingLog.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
-#include <unistd.h>
 
 namespace varo::binary {
 namespace {
@@ -69,11 +68,9 @@ Dictionary withMetadata(const Dictionary& params, const char* key, Value value) 
 class ValidationTest : public testing::Test {
  protected:
   ValidationTest() {
-    std::filesystem::create_directories(directory_);
     std::ofstream(full_) << "bytes";
     std::ofstream(empty_) << "";
   }
-  ~ValidationTest() override { std::filesystem::remove_all(directory_); }
 
   struct Case {
     std::optional<Dictionary> params;
@@ -103,8 +100,8 @@ class ValidationTest : public testing::Test {
     }
   }
 
-  const std::string directory_ =
-      testing::TempDir() + "varo-validation-" + std::to_string(::getpid());
+  const test::TemporaryDirectory temporary_;
+  const std::string& directory_ = temporary_.path();
   const std::string full_ = directory_ + "/full";
   const std::string empty_ = directory_ + "/empty";
 };

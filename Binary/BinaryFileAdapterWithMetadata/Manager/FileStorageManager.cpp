@@ -10,6 +10,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
+#include "Platform/Foundation/Runtime.h"
 
 #include <utility>
 
@@ -45,6 +46,7 @@ constexpr std::string_view kDownloadParamsValid = "Download params validation su
 constexpr std::string_view kUpdateParamsValid = "update params validation successfull";
 constexpr std::string_view kDownloadInProgress = "%@ : %@ : Another download is in progress for %@";
 constexpr std::string_view kSuccessNotDefined = "%@ : %@ Success callback not defined";
+constexpr std::string_view kShutDown = "The library has been shut down";
 constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not defined";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
@@ -64,22 +66,29 @@ FileStorageManager& FileStorageManager::sharedInstance() {
 
 FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(kClassTag) {}
 
-void FileStorageManager::enter(std::string_view functionTag) {
-  const MutexLock lock(mutex_);
-  _functionTag = functionTag;
-}
-
 std::string FileStorageManager::functionTag() const {
   const MutexLock lock(mutex_);
   return _functionTag;
 }
 
-bool FileStorageManager::isUrlValid(const std::string& url,
-                                    const std::shared_ptr<BinaryCallback>& callback) {
+bool FileStorageManager::enterWithUrl(std::string_view functionTag, const std::string& url,
+                                      const std::shared_ptr<BinaryCallback>& callback) {
+  {
+    const MutexLock lock(mutex_);
+    _functionTag = functionTag;
+  }
   ErrorPtr error;
-  if (ValidationUtils::isValidUrl(url, &error)) return true;
-  reportInvalid(kInvalidUrl, callback, error);
-  return false;
+  if (!ValidationUtils::isValidUrl(url, &error)) {
+    reportInvalid(kInvalidUrl, callback, error);
+    return false;
+  }
+  if (platform::Runtime::shared().isShutDown()) {
+    // The engine would refuse the task, and nobody would be told.
+    reportFailure(callback, CommonUtils::generateErrorWith(
+                                kClassTag, kCodeInvalidStateForBinaryOperation, kShutDown));
+    return false;
+  }
+  return true;
 }
 
 void FileStorageManager::reportInvalid(std::string_view message,
@@ -103,8 +112,7 @@ void FileStorageManager::listFilesWithUrl(const std::string& url,
                                           const std::optional<Dictionary>& headers,
                                           const std::shared_ptr<BinaryCallback>& callback,
                                           const std::optional<Dictionary>& options) {
-  enter(kListTag);
-  if (!isUrlValid(url, callback)) return;
+  if (!enterWithUrl(kListTag, url, callback)) return;
 
   Dictionary input{{keys::kUrl, url}};
   if (criteria && !criteria->empty()) {
@@ -133,8 +141,7 @@ void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInput
                                              const std::optional<Dictionary>& uploadParams,
                                              const std::shared_ptr<BinaryCallback>& callback,
                                              const std::optional<Dictionary>& options) {
-  enter(kUploadTag);
-  if (!isUrlValid(url, callback)) return;
+  if (!enterWithUrl(kUploadTag, url, callback)) return;
   ErrorPtr error;
   if (!ValidationUtils::validateUploadParamsWithUploadParams(uploadParams, inputType, &error)) {
     return reportInvalid(kInvalidUploadParams, callback, error);
@@ -154,8 +161,7 @@ void FileStorageManager::downloadWithURL(const std::string& url,
                                          const std::optional<Dictionary>& params,
                                          const std::shared_ptr<BinaryCallback>& callback,
                                          const std::optional<Dictionary>& options) {
-  enter(kDownloadTag);
-  if (!isUrlValid(url, callback)) return;
+  if (!enterWithUrl(kDownloadTag, url, callback)) return;
   ErrorPtr error;
   if (!ValidationUtils::validateDownloadParams(params, &error)) {
     return reportInvalid(kInvalidDownloadParams, callback, error);
@@ -192,8 +198,7 @@ void FileStorageManager::updateWithUrl(const std::string& url,
                                        const std::optional<Dictionary>& params,
                                        const std::shared_ptr<BinaryCallback>& callback,
                                        const std::optional<Dictionary>& /*options*/) {
-  enter(kUpdateTag);
-  if (!isUrlValid(url, callback)) return;
+  if (!enterWithUrl(kUpdateTag, url, callback)) return;
   ErrorPtr error;
   if (!ValidationUtils::validateUpdateParams(params, &error)) {
     return reportInvalid(kInvalidUpdateParams, callback, error);

@@ -59,10 +59,10 @@ class FileStorageManager final : public platform::VSTask {
   explicit FileStorageManager(Badge badge);
 
  private:
-  void enter(std::string_view functionTag);
+  /// Notes which operation is entered. False, after a report, where it cannot go on.
+  [[nodiscard]] bool enterWithUrl(std::string_view functionTag, const std::string& url,
+                                  const std::shared_ptr<BinaryCallback>& callback);
   [[nodiscard]] std::string functionTag() const;
-  [[nodiscard]] bool isUrlValid(const std::string& url,
-                                const std::shared_ptr<BinaryCallback>& callback);
   /// Logs `message`, with the error as its third value, and hands the error to the callback.
   void reportInvalid(std::string_view message, const std::shared_ptr<BinaryCallback>& callback,
                      const platform::ErrorPtr& error);

@@ -1,0 +1,253 @@
+#include "tests/support/FileAdapterFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <thread>
+
+namespace varo::binary {
+namespace {
+
+using platform::Array;
+using platform::Dictionary;
+using platform::Error;
+using platform::Value;
+using test::answerWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class DownloadTest : public test::FileAdapterFixture {
+ protected:
+  void download(const std::string& fileId = "f1",
+                const std::optional<Dictionary>& options = std::nullopt) {
+    const Dictionary params{
+        {"headers", Dictionary{{"X-PELMAR-Authorization", "secret"}, {"A", "b"}}},
+        {"metadata", Dictionary{{"file_id", fileId}, {"file_namespace", "ns"}}}};
+    BinaryFileStorageInterface::downloadWithURL(kUrl, params, onSuccess(), onFailure(),
+                                                onProgress(), options);
+  }
+
+  static Dictionary record(const Value& name, std::string_view domain = "#middlewaredomain") {
+    return {{"file_name", name},
+            {"download_template", json({{"domain", domain}, {"relativepath", "/get"}})}};
+  }
+  void answerLookUp(Array records) {
+    transport_->answer(answerWith(200, json({{"opstatus", 0}, {"records", std::move(records)}})));
+  }
+
+  /// The error under "Errors" in a download's failure.
+  static platform::ErrorPtr errorIn(const Value& failure) {
+    const Dictionary error = failure.dictionaryValue()["error"].dictionaryValue();
+    const Array* errors = error["Errors"].array();
+    return errors != nullptr && errors->size() == 1 ? (*errors)[0].error() : nullptr;
+  }
+  std::vector<std::string> downloads() const {
+    std::vector<std::string> names;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(downloads_, ignored)) {
+      names.push_back(entry.path().filename());
+    }
+    return names;
+  }
+
+  const std::string downloads_ = home_ / "Downloads";
+};
+
+TEST_F(DownloadTest, FileIsLookedUpFetchedAndStored) {
+  answerLookUp({record("a.bin")});
+  transport_->answer(answerWith(200, "the bytes"));
+  download();
+  const Event event = awaitNext();
+  EXPECT_EQ(event.block, "success");
+  EXPECT_EQ(event.value,
+            Value(Dictionary{
+                {"opstatus", 0},
+                {"file_name", "a.bin"},
+                {"filePath", downloads_ + "/a.bin"},
+                {"requestContext", Dictionary{{"file_id", "f1"}, {"file_namespace", "ns"}}}}));
+  EXPECT_EQ(contentOf(downloads_ + "/a.bin"), "the bytes");
+  const auto requests = transport_->requests();
+  ASSERT_EQ(requests.size(), 2U);
+  EXPECT_THAT(requests[0].url, HasSubstr("/objects/File?$filter=file_id%20eq%20%27f1%27%20and%20"
+                                         "file_namespace%20eq%20%27ns%27"));
+  EXPECT_EQ(requests[0].header("Content-Type"), "application/json");
+  EXPECT_EQ(requests[1].url,
+            "http://127.0.0.1/services/get?file_id=f1&file_namespace=ns&type=bytes");
+  EXPECT_EQ(requests[1].header("X-Pelmar-Authorization"), "secret");
+}
+
+TEST_F(DownloadTest, OutsideStoreSeesNeitherTokenNorQuery) {
+  answerLookUp({record("a.bin", "http://store")});
+  transport_->answer(answerWith(200, ""));
+  download();
+  EXPECT_EQ(awaitNext().block, "success");
+  const auto request = transport_->requests().at(1);
+  EXPECT_EQ(request.url, "http://store/get");
+  EXPECT_EQ(request.header("X-Pelmar-Authorization"), std::nullopt);
+  EXPECT_EQ(request.header("A"), "b");
+  EXPECT_EQ(downloads(), std::vector<std::string>{"a.bin"});
+}
+
+TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
+  std::filesystem::create_directory(downloads_);
+  const struct {
+    bool safe;
+    Value force;
+    std::string content;
+  } cases[] = {{false, {}, "old"}, {false, true, "old"}, {true, {}, "old"}, {true, "yes", "new"}};
+  for (const auto& item : cases) {
+    setTransferPolicy(item.safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+    write(downloads_ + "/a", "old");
+    answerLookUp({record("a")});
+    if (item.content == "new") transport_->answer(answerWith(200, "new"));
+    download("f1", Dictionary{{"forceDownload", item.force}});
+    const Event event = awaitNext();
+    EXPECT_EQ(event.block, "success");
+    EXPECT_EQ(event.value.dictionaryValue()["filePath"], Value(downloads_ + "/a"));
+    EXPECT_EQ(contentOf(downloads_ + "/a"), item.content);
+  }
+}
+
+TEST_F(DownloadTest, ServerCannotHaveAnExistingFileReplaced) {
+  std::filesystem::create_directory(downloads_);
+  write(downloads_ + "/a", "old");
+  transport_->answer(answerWith(200, json({{"records", Array{record("a")}},
+                                           {"options", Dictionary{{"forceDownload", true}}}})));
+  download();
+  EXPECT_EQ(awaitNext().block, "success");
+  EXPECT_EQ(contentOf(downloads_ + "/a"), "old");
+}
+
+TEST_F(DownloadTest, RecordsThatCannotBeDownloadedFailBeforeAnythingIsFetched) {
+  const auto invalid = [](const std::string& name) {
+    return "Unable to download file - Invalid parameter value: " + name;
+  };
+  struct Case {
+    Value records;
+    std::int64_t code;
+    std::string text;
+  };
+  std::vector<Case> cases{
+      {{},
+       5004,
+       "Binary record does not exist. Hence cannot create download task: binary records dosen't "
+       "exist"},
+      {Array{}, 5004,
+       "Binary record does not exist. Hence cannot create download task: binary records dosen't "
+       "exist"},
+      {Array{record("a"), record("a")}, 5001,
+       "Invalid State For Download Task Creation: binary records incorrect state"},
+      {Array{Dictionary{}}, 6016, invalid("")},
+      {Array{5}, 6016, invalid("")},
+  };
+  for (const std::string name :
+       {"", ".", "..", "../x", "/x", "a/../../x", "..\\x", "%2e%2e%2fx", "a%2f..%2f..%2fx"}) {
+    cases.push_back({Array{record(name)}, 6016, invalid(name)});
+  }
+  for (const Case& item : cases) {
+    SCOPED_TRACE(item.text);
+    transport_->answer(answerWith(200, json({{"opstatus", 0}, {"records", item.records}})));
+    download();
+    const Event event = awaitNext();
+    EXPECT_EQ(event.block, "failure");
+    const auto error = errorIn(event.value);
+    ASSERT_NE(error, nullptr);
+    EXPECT_EQ(error->domain(), "DownloadError");
+    EXPECT_EQ(error->code(), item.code);
+    EXPECT_EQ(error->userInfo(),
+              (Dictionary{{"NSLocalizedDescription", item.text}, {"file_id", "f1"}}));
+  }
+  EXPECT_EQ(transport_->requestCount(), cases.size());
+  EXPECT_THAT(downloads(), IsEmpty());
+}
+
+TEST_F(DownloadTest, FetchAndStoreFailuresFollowThePolicy) {
+  struct Case {
+    std::string name;
+    int status;
+    std::int64_t safeCode;
+  };
+  for (const Case& item : {Case{"missing/sub", 200, 6002}, Case{std::string(300, 'n'), 200, 6002},
+                           Case{"page", 503, 6003}}) {
+    for (const bool safe : {false, true}) {
+      SCOPED_TRACE(item.name + (safe ? ", safe" : ", compatible"));
+      setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+      std::filesystem::remove_all(downloads_);
+      answerLookUp({record(item.name)});
+      transport_->answer(answerWith(item.status, "body"));
+      download();
+      const Event event = awaitNext();
+      ASSERT_EQ(event.block, safe ? "failure" : "success");
+      if (!safe) {
+        EXPECT_EQ(event.value.dictionaryValue()["filePath"], Value(downloads_ + "/" + item.name));
+      } else {
+        EXPECT_EQ(errorIn(event.value)->code(), item.safeCode);
+        EXPECT_THAT(downloads(), IsEmpty());
+      }
+    }
+  }
+}
+
+TEST_F(DownloadTest, TemplateThatIsNotJsonEndsInAFailedRequest) {
+  answerLookUp({Dictionary{{"file_name", "a"}, {"download_template", "{"}}});
+  download();
+  EXPECT_EQ(awaitNext().block, "failure");
+  EXPECT_EQ(transport_->requests().at(1).url, "");
+}
+
+TEST_F(DownloadTest, FailedLookUpIsReportedInBothShapes) {
+  transport_->answer(answerWith(200, R"({"opstatus":3})"));
+  download();
+  auto events = awaitEvents(2);
+  if (events[0].value.dictionaryValue().contains("error")) std::swap(events[0], events[1]);
+  EXPECT_EQ(events[0].value.dictionaryValue()["code"], Value("6003"));
+  EXPECT_EQ(events[0].value.dictionaryValue()["domain"], Value("BinaryNetworkUtils"));
+  ASSERT_NE(errorIn(events[1].value), nullptr);
+  EXPECT_EQ(errorIn(events[1].value)->code(), 6003);
+}
+
+TEST_F(DownloadTest, OneFileIsDownloadedOnceAtATime) {
+  transport_->hold();
+  answerLookUp({record("a")});
+  constexpr std::size_t kThreads = 8;
+  {
+    std::vector<std::jthread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i) threads.emplace_back([this] { download(); });
+  }
+  const auto refused = awaitEvents(kThreads - 1);
+  for (const Event& event : refused) {
+    EXPECT_EQ(
+        event.value,
+        Value(Dictionary{
+            {"code", "10002"},
+            {"localizedDescription", "File Download already in queue, Download not started"},
+            {"domain", "DownloadError"},
+            {"userInfo", Dictionary{{"NSLocalizedDescription",
+                                     "File Download already in queue, Download not started"}}}}));
+  }
+  answerLookUp({});
+  download("f2");  // another file is not in its way
+  ASSERT_TRUE(test::eventually([&] { return transport_->heldCount() == 2; }));
+  transport_->answer(answerWith(200, "bytes"));
+  transport_->releaseAll();
+  awaitEvents(kThreads + 1);
+
+  // Either end makes room for the next.
+  answerLookUp({record("a")});
+  download();
+  EXPECT_EQ(awaitNext().block, "success");
+  answerLookUp({record("a")});
+  download("f2");
+  EXPECT_EQ(awaitNext().block, "success");
+}
+
+TEST_F(DownloadTest, DownloadThatEndsInSilenceKeepsItsIdentifierButNoMemory) {
+  transport_->answer(answerWith(204, std::nullopt));
+  download("silent");
+  awaitEndOfTasks();
+  download("silent");
+  EXPECT_EQ(awaitNext().value.dictionaryValue()["code"], Value("10002"));
+}
+
+}  // namespace
+}  // namespace varo::binary

@@ -1,0 +1,425 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Platform/Foundation/Base64.h"
+#include "tests/support/FileAdapterFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+
+namespace varo::binary {
+namespace {
+
+using platform::Array;
+using platform::Data;
+using platform::Dictionary;
+using platform::HttpMethod;
+using platform::Value;
+using test::answerWith;
+using test::RecordedRequest;
+using test::ScriptedAnswer;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string bytesOf(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 7 + i / 251) & 0xFFU);
+  return bytes;
+}
+
+class UploadTest : public test::FileAdapterFixture {
+ protected:
+  /// Answers a creation with `uploadTemplate`, commits and chunks with success.
+  void serve(const Dictionary& uploadTemplate) {
+    transport_->setHandler([this, uploadTemplate](const RecordedRequest& request) {
+      if (request.method == HttpMethod::kPost && request.url == kFiles) {
+        return answerWith(
+            200,
+            json({{"opstatus", 0}, {"file_id", "f1"}, {"upload_template", json(uploadTemplate)}}));
+      }
+      if (request.header("X-HTTP-Method-Override")) {
+        return answerWith(200, R"({"opstatus":0,"committed":true})");
+      }
+      ++chunks_;
+      if (onChunk_) onChunk_();
+      return answerWith(200, "{}",
+                        {{"ETag", "\"e1\""}, {"X-PELMAR-REQUESTID", "r"}, {"Connection", "close"}});
+    });
+  }
+
+  void upload(std::string_view inputType, const Dictionary& file, const Dictionary& extra = {},
+              const std::optional<Dictionary>& options = std::nullopt) {
+    Dictionary params{{"headers", Dictionary{{"x-pelmar-AUTHORIZATION", "secret"}, {"A", "b"}}},
+                      {"metadata", Dictionary{{"file_name", "a \"b\".bin"},
+                                              {"file_namespace", "ns"},
+                                              {"security_key", "k"},
+                                              {"relativepath", "p"},
+                                              {"own", 5}}},
+                      {"file", file}};
+    params.addEntries(extra);
+    BinaryFileStorageInterface::uploadBinaryWithUrl(kUrl, inputType, params, onSuccess(),
+                                                    onFailure(), onProgress(), options);
+  }
+  void uploadPath(const Dictionary& extra = {}) {
+    upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, extra);
+  }
+
+  /// Sizes of the bodies of the chunk requests.
+  std::vector<std::size_t> chunkSizes() const {
+    std::vector<std::size_t> sizes;
+    for (const RecordedRequest& request : transport_->requests()) {
+      if (request.url != kFiles) sizes.push_back(request.body.value_or("").size());
+    }
+    return sizes;
+  }
+
+  static Dictionary putToService() {
+    return {{"domain", "#middlewaredomain"},
+            {"relativepath", "/upload"},
+            {"uploadMode", "binary"},
+            {"method", "put"}};
+  }
+
+  const std::string kFiles = std::string(kUrl) + "/objects/File";
+  const std::string path_ = home_ / "source.bin";
+  std::atomic<int> chunks_{0};
+  std::function<void()> onChunk_;
+};
+
+TEST_F(UploadTest, FileGoesInChunksAndIsCommitted) {
+  const std::string bytes = bytesOf(2'500'000);
+  write(path_, bytes);
+  serve(putToService());
+  uploadPath();
+  const auto events = awaitEvents(5);
+
+  const auto progress = [](int chunk, bool last, std::int64_t uploaded) {
+    return Value(Dictionary{{"state", last ? 2 : 1},
+                            {"progressData", Dictionary{{"chunkId", chunk},
+                                                        {"chunkSize", 1'048'576},
+                                                        {"isLastChunk", last},
+                                                        {"totalBytesToUpload", 2'500'000},
+                                                        {"bytesUploadedTillNow", uploaded}}}});
+  };
+  EXPECT_EQ(events[0].value, Value(Dictionary{{"state", 0}}));
+  EXPECT_EQ(events[1].value, progress(1, false, 1'048'576));
+  EXPECT_EQ(events[2].value, progress(2, false, 2'097'152));
+  EXPECT_EQ(events[3].value, progress(3, true, 2'500'000));
+  EXPECT_EQ(events[4].block, "success");
+  EXPECT_EQ(events[4].value,
+            Value(Dictionary{{"opstatus", 0},
+                             {"committed", true},
+                             {"commit_properties", R"({"ETag":"\"e1\""})"},
+                             {"requestContext", Dictionary{{"file_namespace", "ns"},
+                                                           {"security_key", "k"},
+                                                           {"own", 5},
+                                                           {"file_id", "f1"}}}}));
+
+  const auto requests = transport_->requests();
+  ASSERT_EQ(requests.size(), 5U);
+  EXPECT_EQ(requests[0].header("X-Tessel-Ignore-Mapper-Response-Filtering"), "true");
+  EXPECT_EQ(requests[0].header("Content-Type"), "application/json");
+  EXPECT_THAT(*requests[0].body, HasSubstr(R"("relativepath":"p")"));
+  EXPECT_EQ(requests[1].url,
+            "http://127.0.0.1/services/upload?chunk_sequence=1&file_namespace=ns&security_key=k");
+  EXPECT_EQ(requests[1].method, HttpMethod::kPut);
+  EXPECT_EQ(requests[1].header("Content-Type"), "application/octet-stream");
+  EXPECT_EQ(requests[1].header("X-Pelmar-Authorization"), "secret");
+  EXPECT_TRUE(*requests[1].body + *requests[2].body + *requests[3].body == bytes);
+  EXPECT_EQ(requests[4].url, kFiles);
+  EXPECT_EQ(requests[4].method, HttpMethod::kPut);
+  EXPECT_EQ(requests[4].header("X-HTTP-Method-Override"), "PATCH");
+  EXPECT_EQ(*requests[4].body,
+            R"({"file_namespace":"ns","security_key":"k","own":5,"file_id":"f1",)"
+            R"("commit_properties":"{\"ETag\":\"\\\"e1\\\"\"}"})");
+}
+
+TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
+  const std::string large = bytesOf(2'500'000);
+  const std::string small = bytesOf(10);
+  constexpr std::size_t kMiB = 1'048'576;
+  using Sizes = std::vector<std::size_t>;
+  struct Case {
+    std::string name;
+    std::string bytes;
+    Value source;  // missing: the file
+    Value chunkSize;
+    Value optionsChunkSize;
+    bool inChunks;
+    bool safe;
+    Sizes sizes;
+    std::int64_t uploaded;
+  };
+  const Value smallData(Data::fromBytes(small));
+  const Case cases[] = {
+      {"raw",
+       large,
+       Data::fromBytes(large),
+       {},
+       {},
+       true,
+       false,
+       {kMiB, kMiB, 2'500'000},
+       4'597'152},
+      {"raw, safe",
+       large,
+       Data::fromBytes(large),
+       {},
+       {},
+       true,
+       true,
+       {kMiB, kMiB, 402'848},
+       2'500'000},
+      {"base64", small, platform::base64::encode(small), 4, {}, true, true, {4, 4, 2}, 10},
+      {"raw whole", small, smallData, 4, {}, false, false, {10}, 10},
+      {"file", small, {}, 4, {}, true, false, {4, 4, 2}, 10},
+      {"exact end", small, {}, 5, {}, true, false, {5, 5}, 10},
+      {"one chunk", small, {}, 10, {}, true, false, {10}, 10},
+      {"not in chunks", small, {}, 4, {}, false, false, {10}, 10},
+      {"options win", small, {}, 4, 6, true, false, {6, 4}, 10},
+      {"unusable options", small, {}, 4, -1, true, false, {4, 4, 2}, 10},
+      {"largest number", small, smallData, INT64_MAX, {}, true, false, {10}, 10},
+  };
+  std::size_t events = 0;
+  for (const Case& item : cases) {
+    SCOPED_TRACE(item.name);
+    setTransferPolicy(item.safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+    Dictionary uploadTemplate = putToService();
+    uploadTemplate.set("chunkupload", item.inChunks ? "true" : "false");
+    serve(uploadTemplate);
+    const std::size_t before = chunkSizes().size();
+    const Dictionary extra{{"chunkSize", item.chunkSize}};
+    const Dictionary options{{"chunkSize", item.optionsChunkSize}};
+    if (item.source.isMissing()) {
+      write(path_, item.bytes);
+      upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, extra, options);
+    } else {
+      upload("UploadInputTypeRawBytes", {{"rawBytes", item.source}}, extra, options);
+    }
+    events += item.sizes.size() + 2;
+    const auto all = awaitEvents(events);
+    EXPECT_EQ(all.back().block, "success");
+    const auto& last = all[all.size() - 2].value;
+    EXPECT_EQ(last.dictionaryValue()["progressData"].dictionaryValue()["bytesUploadedTillNow"],
+              Value(item.uploaded));
+    const Sizes sizes = chunkSizes();
+    EXPECT_EQ(Sizes(sizes.begin() + static_cast<std::ptrdiff_t>(before), sizes.end()), item.sizes);
+  }
+}
+
+TEST_F(UploadTest, OutsideStoreSeesNeitherTokenNorQueryAndCannotTakeOver) {
+  write(path_, "bytes");
+  write(home_ / "private", "private");
+  transport_->setHandler([this](const RecordedRequest& request) {
+    const Dictionary takeOver{{"file", Dictionary{{"filePath", home_ / "private"}}},
+                              {"callback", "x"},
+                              {"isLastChunk", false},
+                              {"options", Dictionary{{"chunkSize", 1}}}};
+    Dictionary answer = takeOver;
+    if (request.url == kFiles && request.method == HttpMethod::kPost) {
+      answer.set("upload_template", json({{"domain", "http://store"},
+                                          {"relativepath", "/o?sig=1"},
+                                          {"uploadMode", "multipart"},
+                                          {"method", "post"}}));
+    }
+    return answerWith(200, json(answer), {{"etag", "e"}});
+  });
+  uploadPath({{"chunkSize", 3}});
+  const auto events = awaitEvents(4);
+  EXPECT_EQ(events.back().block, "success");
+  const auto requests = transport_->requests();
+  ASSERT_EQ(requests.size(), 4U);
+  EXPECT_EQ(requests[1].url, "http://store/o?sig=1");
+  EXPECT_EQ(requests[1].header("A"), "b");
+  for (const char* header :
+       {"X-Pelmar-Authorization", "X-Tessel-Ignore-Mapper-Response-Filtering"}) {
+    EXPECT_EQ(requests[1].header(header), std::nullopt);
+    EXPECT_EQ(requests[2].header(header), std::nullopt);
+  }
+  EXPECT_THAT(*requests[1].header("Content-Type"),
+              testing::StartsWith("multipart/form-data; boundary="));
+  EXPECT_THAT(*requests[1].body, HasSubstr("Content-Type: application/octet-stream\r\n"
+                                           "Content-Disposition: form-data; name=\"data\"; "
+                                           "filename=\"a %22b%22.bin\"\r\n\r\nbyt\r\n"));
+  EXPECT_THAT(*requests[2].body, HasSubstr("\r\n\r\nes\r\n"));
+}
+
+TEST_F(UploadTest, FileThatIsReplacedOrGrowsIsUploadedAsItWas) {
+  write(path_, "0123456789");
+  serve(putToService());
+  onChunk_ = [this] {
+    if (chunks_ == 1) std::ofstream(path_, std::ios::app) << "grown";
+    if (chunks_ != 2) return;
+    write(home_ / "other", "another file");
+    std::filesystem::rename(home_ / "other", path_);
+  };
+  uploadPath({{"chunkSize", 4}});
+  EXPECT_EQ(awaitEvents(5).back().block, "success");
+  std::string sent;
+  for (const RecordedRequest& request : transport_->requests()) {
+    if (request.url != kFiles) sent += request.body.value_or("");
+  }
+  EXPECT_EQ(sent, "0123456789");
+}
+
+struct UploadFailure {
+  std::string name;
+  std::vector<ScriptedAnswer> answers;
+  /// Code of the failure, 0 for silence.
+  std::int64_t compatibleCode;
+  std::int64_t safeCode;
+  std::string safeText;
+  /// Chunks that were reported before it.
+  std::size_t chunks;
+};
+
+TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
+  write(path_, "0123456789");
+  const auto created = [](Dictionary uploadTemplate) {
+    return answerWith(200, json({{"upload_template", json(uploadTemplate)}}));
+  };
+  Dictionary patch = putToService();
+  patch.set("method", "patch");
+  const ScriptedAnswer ok = answerWith(200, "{}");
+  const ScriptedAnswer none = answerWith(204, std::nullopt);
+  const ScriptedAnswer down = test::failWith(7, "connection refused");
+  const std::string opstatus = "unexpected opstatus : 8";
+  const std::string empty = "Empty Body Received from Server";
+  const UploadFailure cases[] = {
+      {"creation refused", {down}, 7, 7, "connection refused", 0},
+      {"creation failed", {answerWith(200, R"({"opstatus":8})")}, 6003, 6003, opstatus, 0},
+      {"creation without body", {none}, 0, 6014, empty, 0},
+      {"creation 500",
+       {answerWith(500, "x")},
+       0,
+       6003,
+       "The server answered with HTTP status 500",
+       0},
+      {"no template",
+       {ok},
+       0,
+       6009,
+       "Unable to upload file - unknown issue with parsing template: the answer to the creation "
+       "has no upload_template",
+       0},
+      {"bad template", {answerWith(200, R"({"upload_template":"{"})")}, 1, 1, "", 0},
+      {"unknown method",
+       {created(patch)},
+       0,
+       6012,
+       "Unable to upload file - Invalid parameter value: the upload template's method is neither "
+       "put nor post : patch",
+       0},
+      {"second chunk refused", {created(putToService()), ok, down}, 7, 7, "connection refused", 1},
+      {"second chunk failed",
+       {created(putToService()), ok, answerWith(200, R"({"opstatus":8})")},
+       6003,
+       6003,
+       opstatus,
+       1},
+      {"commit failed",
+       {created(putToService()), ok, ok, ok, answerWith(200, R"({"opstatus":8})")},
+       6003,
+       6003,
+       opstatus,
+       3},
+      {"commit without body", {created(putToService()), ok, ok, ok, none}, 0, 6014, empty, 3},
+  };
+  std::size_t events = 0;
+  for (const UploadFailure& item : cases) {
+    for (const bool safe : {false, true}) {
+      SCOPED_TRACE(item.name + (safe ? ", safe" : ", compatible"));
+      setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+      const std::size_t requests = transport_->requestCount();
+      for (const ScriptedAnswer& answer : item.answers) transport_->answer(answer);
+      uploadPath({{"chunkSize", 4}});
+      const std::int64_t code = safe ? item.safeCode : item.compatibleCode;
+      events += 1 + item.chunks + (code != 0 ? 1 : 0);
+      const auto all = awaitEvents(events);
+      awaitEndOfTasks();
+      EXPECT_EQ(events, this->events().size());
+      EXPECT_EQ(transport_->requestCount() - requests, item.answers.size());
+      if (code == 0) continue;
+      const Dictionary failure = all.back().value.dictionaryValue();
+      EXPECT_EQ(all.back().block, "failure");
+      EXPECT_EQ(failure["code"], Value(std::to_string(code)));
+      if (!item.safeText.empty()) {
+        EXPECT_EQ(failure["localizedDescription"], Value(item.safeText));
+      }
+    }
+  }
+}
+
+TEST_F(UploadTest, FileThatGoesBeforeItsFirstChunkIsAFailure) {
+  write(path_, "bytes");
+  transport_->hold();
+  transport_->answer(answerWith(200, json({{"upload_template", json(putToService())}})));
+  uploadPath();
+  ASSERT_TRUE(test::eventually([&] { return transport_->heldCount() == 1; }));
+  std::filesystem::remove(path_);
+  transport_->releaseAll();
+  const Dictionary failure = awaitEvents(2).back().value.dictionaryValue();
+  EXPECT_EQ(failure["code"], Value("6007"));
+  EXPECT_EQ(failure["domain"], Value("UploadError"));
+  EXPECT_EQ(failure["localizedDescription"],
+            Value("Unable to upload file - unknown error while uploading: Opening " + path_ +
+                  ": No such file or directory"));
+}
+
+TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
+  transport_->answer(answerWith(200, json({{"upload_template", json(putToService())}})));
+  const auto task = std::make_shared<BinaryFileUploaderTask>();
+  task->setInputContext(
+      {{"url", kUrl},
+       {"uploadParams", Dictionary{{"file", Dictionary{{"rawBytes", Data::fromBytes("x")}}}}},
+       {"options", Dictionary{{"chunkSize", 0}}},
+       {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
+                        onSuccess(), onFailure(), onProgress())}});
+  task->start();
+  EXPECT_EQ(awaitEvents(2).back().value.dictionaryValue()["code"], Value("6012"));
+}
+
+TEST_F(UploadTest, MetadataWithoutJsonFormIsReportedAndTheRequestStillSent) {
+  write(path_, "bytes");
+  transport_->answer(answerWith(200, "{}"));
+  uploadPath({{"metadata", Dictionary{{"file_name", "a"}, {"bytes", Data()}}}});
+  // The failure block has no order relative to the progress block.
+  const auto events = awaitEvents(2);
+  EXPECT_EQ(std::count_if(events.begin(), events.end(),
+                          [](const Event& event) { return event.block == "failure"; }),
+            1);
+  awaitEndOfTasks();
+  EXPECT_EQ(transport_->requests().at(0).body, "");
+}
+
+TEST_F(UploadTest, CommitThatIsNotJsonIsReportedAndStillSent) {
+  const struct {
+    Value properties;
+    std::size_t failures;
+    std::string body;
+  } cases[] = {{Dictionary{{"bytes", Data()}}, 2, ""},
+               {"text", 1, R"({"commit_properties":"text"})"}};
+  for (const auto& item : cases) {
+    const std::size_t before = events().size();
+    transport_->answer(answerWith(200, R"({"opstatus":0})"));
+    auto task = std::make_shared<UploadCommiterTask>();
+    task->setInputContext(
+        {{"commitUrl", "http://h/"},
+         {"uploadParams",
+          Dictionary{{"metadata", Dictionary{{"commit_properties", item.properties}}}}},
+         {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
+                          onSuccess(), onFailure(), onProgress())}});
+    task->start();
+    task.reset();
+    awaitEvents(before + item.failures + 1);
+    awaitEndOfTasks();
+    EXPECT_EQ(transport_->requests().back().body, item.body);
+  }
+}
+
+}  // namespace
+}  // namespace varo::binary
