@@ -34,7 +34,7 @@ void BinaryBaseTask::fail(const ErrorPtr& error) {
 
 void BinaryBaseTask::addResponseForNextTask(const Dictionary& response) {
   Dictionary entries = response;
-  for (const char* reserved : {keys::kCallback, keys::kOptions, keys::kFile}) {
+  for (const char* reserved : {keys::kCallback, keys::kOptions, keys::kFile, keys::kUploadParams}) {
     entries.remove(reserved);
   }
   _outputContext.addEntries(entries);

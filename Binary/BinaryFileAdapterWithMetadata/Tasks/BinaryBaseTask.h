@@ -44,8 +44,8 @@ class BinaryBaseTask : public platform::VSTask {
   void fail(const platform::ErrorPtr& error);
 
   /// Adds the entries of an answer to the output that becomes another task's input. Entries that
-  /// say where a callback, the options or the file's bytes come from are left out: they are the
-  /// caller's alone, or a server could name a local file to be sent to it.
+  /// say where a callback, the options, the file's bytes or its metadata come from are left out:
+  /// they are the caller's alone, or a server could name a local file to be sent to it.
   void addResponseForNextTask(const platform::Dictionary& response);
 
   /// The dictionary that `value` is, or none.

@@ -1,0 +1,349 @@
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Network/CurlHttpTransport.h"
+#include "Platform/Network/VRONetworkUtility.h"
+#include "Platform/TaskEngine/VSTask.h"
+#include "Sandbox/SandboxServer.h"
+#include "tests/support/Await.h"
+#include "tests/support/RecordingLog.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <latch>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace varo::binary {
+namespace {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::Value;
+using platform::VSTask;
+using sandbox::FaultRule;
+using sandbox::SandboxServer;
+using test::eventually;
+using testing::HasSubstr;
+using testing::Not;
+
+/// How one operation ended.
+struct Outcome {
+  bool success = false;
+  Value value;
+
+  [[nodiscard]] std::string text(std::string_view key) const {
+    return value.dictionaryValue()[key].textValue();
+  }
+};
+
+/// The identifier that the service gave an uploaded file.
+std::string fileIdOf(const Outcome& uploaded) {
+  return uploaded.value.dictionaryValue()["requestContext"]
+      .dictionaryValue()["file_id"]
+      .textValue();
+}
+
+/// The blocks of one operation, and its end to wait for.
+class Operation {
+ public:
+  [[nodiscard]] BinaryBlock onSuccess() const { return settle(true); }
+  [[nodiscard]] BinaryBlock onFailure() const { return settle(false); }
+  [[nodiscard]] Outcome wait() const {
+    auto end = end_->get_future();
+    if (end.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+      ADD_FAILURE() << "an operation did not end";
+      return {};
+    }
+    return end.get();
+  }
+
+ private:
+  [[nodiscard]] BinaryBlock settle(bool success) const {
+    return [end = end_, once = once_, success](const Value& value) {
+      std::call_once(*once, [&] { end->set_value({success, value}); });
+    };
+  }
+  std::shared_ptr<std::promise<Outcome>> end_ = std::make_shared<std::promise<Outcome>>();
+  std::shared_ptr<std::once_flag> once_ = std::make_shared<std::once_flag>();
+};
+
+std::string patternBytes(std::size_t size) {
+  std::string bytes(size, '\0');
+  std::uint32_t state = static_cast<std::uint32_t>(size) + 1;
+  for (char& byte : bytes) {
+    state = state * 1664525U + 1013904223U;
+    byte = static_cast<char>(state >> 24U);
+  }
+  return bytes;
+}
+
+Dictionary templateKind(const char* domain, const char* mode, const char* method, bool chunked) {
+  return {{"domain", domain}, {"uploadMode", mode}, {"method", method}, {"chunkupload", chunked}};
+}
+
+class FileAdapterTest : public testing::Test {
+ protected:
+  FileAdapterTest() {
+    platform::UserDirectories::install(platform::UserDirectories::below(home_.path()));
+    BinaryFileStorageInterface::initialize();
+    liveTasks_ = VSTask::liveCount();
+    const auto problem = server_.start();
+    EXPECT_FALSE(problem) << (problem ? problem->message : "");
+    setTransferPolicy(TransferPolicy::kSafe);
+    // What these tests provoke on purpose is not worth a warning each.
+    setLogLevel(platform::LogLevel::kOff);
+  }
+  ~FileAdapterTest() override {
+    EXPECT_TRUE(eventually([this] { return VSTask::liveCount() == liveTasks_; }));
+    server_.stop();
+    platform::UserDirectories::install(nullptr);
+    setTransferPolicy(TransferPolicy::kCompatible);
+    setLogLevel(platform::LogLevel::kWarning);
+  }
+
+  static void setLogLevel(platform::LogLevel level) {
+    platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(level);
+  }
+
+  void startUpload(
+      const Operation& operation, const Dictionary& file, const std::string& name,
+      const Value& kind = {}, const BinaryBlock& onProgress = [](const Value&) {}) {
+    const bool isPath = file.contains("filePath");
+    BinaryFileStorageInterface::uploadBinaryWithUrl(
+        server_.url(), isPath ? "UploadInputTypeLocalFilePath" : "UploadInputTypeRawBytes",
+        Dictionary{{"headers", headers_},
+                   {"metadata", Dictionary{{"file_name", name}, {"sandbox_template", kind}}},
+                   {"file", file},
+                   {"chunkSize", 64 * 1024}},
+        operation.onSuccess(), operation.onFailure(), onProgress, {});
+  }
+  Outcome upload(const Dictionary& file, const std::string& name, const Value& kind = {}) {
+    const Operation operation;
+    startUpload(operation, file, name, kind);
+    return operation.wait();
+  }
+  void startDownload(const Operation& operation, const std::string& fileId,
+                     const Dictionary& options = {}) {
+    BinaryFileStorageInterface::downloadWithURL(
+        server_.url(),
+        Dictionary{{"headers", headers_}, {"metadata", Dictionary{{"file_id", fileId}}}},
+        operation.onSuccess(), operation.onFailure(), {}, options);
+  }
+  Outcome download(const std::string& fileId, const Dictionary& options = {}) {
+    const Operation operation;
+    startDownload(operation, fileId, options);
+    return operation.wait();
+  }
+  Outcome list(const std::string& criteria) {
+    const Operation operation;
+    BinaryFileStorageInterface::getFilesWithUrl(server_.url(), criteria, headers_,
+                                                operation.onSuccess(), operation.onFailure(), {});
+    return operation.wait();
+  }
+  std::string writeFile(const std::string& name, const std::string& bytes) {
+    const std::string path = home_.path() + "/" + name;
+    EXPECT_TRUE(platform::storeFile(path, Data::fromBytes(bytes)).ok());
+    return path;
+  }
+  [[nodiscard]] std::string downloadsPath(const std::string& name) const {
+    return home_.path() + "/Downloads/" + name;
+  }
+
+  const test::TemporaryDirectory home_;
+  const test::TemporaryDirectory data_;
+  SandboxServer server_{[this] {
+    sandbox::SandboxOptions options;
+    options.dataDirectory = data_.path();
+    return options;
+  }()};
+  Dictionary headers_;
+
+ private:
+  std::size_t liveTasks_ = 0;
+};
+
+TEST_F(FileAdapterTest, EveryTemplateKindRoundTripsByteIdentical) {
+  headers_.set("x-pelmar-AUTHORIZATION", "token-of-the-service");
+  const std::pair<const char*, Dictionary> kinds[] = {
+      {"service-binary", templateKind("service", "binary", "put", true)},
+      {"service-multipart", templateKind("service", "multipart", "post", true)},
+      {"service-whole", templateKind("service", "binary", "put", false)},
+      {"store-binary", templateKind("store", "binary", "put", false)},
+      {"store-multipart", templateKind("store", "multipart", "post", false)},
+      {"store-chunked", templateKind("store", "binary", "put", true)},
+  };
+  const std::size_t sizes[] = {1, 64 * 1024, 64 * 1024 + 1, 2'500'000};
+  for (const auto& [kindName, kind] : kinds) {
+    for (const std::size_t size : sizes) {
+      for (const bool raw : {false, true}) {
+        const std::string name =
+            std::string(kindName) + (raw ? "-raw-" : "-file-") + std::to_string(size);
+        SCOPED_TRACE(name);
+        const std::string bytes = patternBytes(size);
+        const Dictionary file = raw ? Dictionary{{"rawBytes", Data::fromBytes(bytes)}}
+                                    : Dictionary{{"filePath", writeFile(name, bytes)}};
+        const Outcome uploaded = upload(file, name, kind);
+        ASSERT_TRUE(uploaded.success) << uploaded.value.description();
+        const Outcome downloaded = download(fileIdOf(uploaded));
+        ASSERT_TRUE(downloaded.success) << downloaded.value.description();
+        EXPECT_EQ(downloaded.text("filePath"), downloadsPath(name));
+        const auto stored = Data::fromFile(downloadsPath(name));
+        ASSERT_TRUE(stored.ok());
+        EXPECT_TRUE(*stored == Data::fromBytes(bytes));
+      }
+    }
+  }
+  EXPECT_GT(server_.serviceStats().tokenHeaders, 0U);
+  EXPECT_EQ(server_.storeStats().tokenHeaders, 0U) << "the token must not leave the service";
+}
+
+TEST_F(FileAdapterTest, RawBytesOfTheCompatiblePolicyRoundTripToo) {
+  setTransferPolicy(TransferPolicy::kCompatible);
+  const std::string bytes = patternBytes(200'000);
+  const Outcome uploaded = upload({{"rawBytes", Data::fromBytes(bytes)}}, "raw");
+  ASSERT_TRUE(uploaded.success) << uploaded.value.description();
+  ASSERT_TRUE(download(fileIdOf(uploaded)).success);
+  const auto stored = Data::fromFile(downloadsPath("raw"));
+  ASSERT_TRUE(stored.ok());
+  EXPECT_TRUE(*stored == Data::fromBytes(bytes));
+}
+
+struct SpoiledDownload {
+  const char* what;
+  sandbox::FaultAction action;
+  const char* expected;  // a part of the failure's text
+};
+
+TEST_F(FileAdapterTest, SpoiledDownloadsFailUnderTheSafePolicyAndLeaveNoFile) {
+  platform::NetworkConfiguration impatient;
+  impatient.stallTimeout = std::chrono::milliseconds(300);
+  platform::VRONetworkUtility::setTransport(std::make_shared<platform::CurlHttpTransport>(
+      impatient, platform::Runtime::shared().pool(), platform::HttpCookieStore::sharedStore()));
+  const Outcome uploaded = upload({{"rawBytes", Data::fromBytes(patternBytes(300'000))}}, "victim");
+  ASSERT_TRUE(uploaded.success) << uploaded.value.description();
+  const std::string fileId = fileIdOf(uploaded);
+
+  std::vector<SpoiledDownload> cases(6);
+  cases[0] = {"cut body", {}, "cut short"};
+  cases[0].action.cutAfter = 1000;
+  cases[1] = {"stalled body", {}, "No byte has moved"};
+  cases[1].action.stallAfter = 1000;
+  cases[1].action.stallFor = std::chrono::milliseconds(-1);
+  cases[2] = {"error page", {}, "503"};
+  cases[2].action.status = 503;
+  cases[2].action.body = "<html>busy</html>";
+  cases[3] = {"no body", {}, "Empty Body Received from Server"};
+  cases[3].action.noBody = true;
+  cases[4] = {"dropped connection", {}, "without an answer"};
+  cases[4].action.drop = true;
+  cases[5] = {"endless headers", {}, "headers without end"};
+  cases[5].action.endlessHeaders = true;
+  for (const SpoiledDownload& spoiled : cases) {
+    SCOPED_TRACE(spoiled.what);
+    server_.clearFaults();
+    // The first GET is the look-up, the second fetches the bytes.
+    server_.addFault(
+        {{.method = "GET", .path = {}, .listener = {}, .skip = 1, .count = {}}, spoiled.action});
+    const Outcome outcome = download(fileId);
+    EXPECT_FALSE(outcome.success);
+    EXPECT_THAT(outcome.value.description(), HasSubstr(spoiled.expected));
+    EXPECT_EQ(platform::fileKindAt(downloadsPath("victim")), platform::FileKind::kNothing);
+  }
+  server_.clearFaults();
+  EXPECT_TRUE(download(fileId).success);
+  platform::VRONetworkUtility::setTransport(nullptr);
+}
+
+TEST_F(FileAdapterTest, GarbageFromTheServiceEndsEveryOperationWithAnError) {
+  const Outcome uploaded = upload({{"rawBytes", Data::fromBytes("x")}}, "one");
+  ASSERT_TRUE(uploaded.success);
+  std::vector<sandbox::FaultAction> garbage(3);
+  garbage[0].opstatus = 8009;
+  garbage[1].status = 500;
+  garbage[1].body = std::string(100'000, '{');
+  garbage[2].status = 404;
+  garbage[2].body = R"({"records": 7, "upload_template": [1], "file_id": {}})";
+  for (const sandbox::FaultAction& action : garbage) {
+    server_.clearFaults();
+    server_.addFault({{}, action});
+    EXPECT_FALSE(list("").success);
+    EXPECT_FALSE(upload({{"rawBytes", Data::fromBytes("x")}}, "two").success);
+    EXPECT_FALSE(download("some-id").success);
+  }
+}
+
+TEST_F(FileAdapterTest, BlocksMayCallBackInAndBlockWithoutDelayingOthers) {
+  const Operation outer;
+  const Operation inner;
+  std::latch release(1);
+  const Outcome file = upload({{"rawBytes", Data::fromBytes(patternBytes(100'000))}}, "file");
+  ASSERT_TRUE(file.success);
+  // Eight transfers whose progress blocks wait: more than the pool has threads.
+  std::vector<Operation> blocked(8);
+  for (std::size_t i = 0; i < blocked.size(); ++i) {
+    startUpload(blocked[i], {{"rawBytes", Data::fromBytes("bytes")}}, "blocked" + std::to_string(i),
+                {}, [&release](const Value&) { release.wait(); });
+  }
+  BinaryFileStorageInterface::getFilesWithUrl(server_.url(), "file_name eq 'file'", headers_,
+                                              [&](const Value& result) {
+                                                outer.onSuccess()(result);
+                                                BinaryFileStorageInterface::getFilesWithUrl(
+                                                    server_.url(), {}, headers_, inner.onSuccess(),
+                                                    inner.onFailure(), {});
+                                              },
+                                              outer.onFailure(), {});
+  EXPECT_TRUE(outer.wait().success);
+  EXPECT_TRUE(inner.wait().success);
+  release.count_down();
+  for (const Operation& operation : blocked) EXPECT_TRUE(operation.wait().success);
+}
+
+TEST_F(FileAdapterTest, AThousandOperationsAtOnceAllEnd) {
+  constexpr int kOperations = 1000;
+  const std::string path = writeFile("small", patternBytes(5000));
+  std::vector<Operation> operations(kOperations);
+  for (int i = 0; i < kOperations; ++i) {
+    const Operation& operation = operations[static_cast<std::size_t>(i)];
+    if (i % 2 == 0) {
+      BinaryFileStorageInterface::getFilesWithUrl(server_.url(), "file_name eq 'none'", headers_,
+                                                  operation.onSuccess(), operation.onFailure(), {});
+    } else {
+      startUpload(operation, {{"filePath", path}}, "small" + std::to_string(i));
+    }
+  }
+  int successes = 0;
+  for (const Operation& operation : operations) successes += operation.wait().success ? 1 : 0;
+  EXPECT_EQ(successes, kOperations);
+}
+
+TEST_F(FileAdapterTest, NoSecretReachesTheLogOrAnError) {
+  headers_ = {{"X-Pelmar-Authorization", "marker-token"},
+              {"Cookie", "marker-cookie"},
+              {"authorization", "marker-basic"}};
+  const test::RecordingLog log;
+  const Outcome uploaded = upload({{"rawBytes", Data::fromBytes("bytes")}}, "secret");
+  ASSERT_TRUE(uploaded.success) << uploaded.value.description();
+  std::string said = list("file_name eq 'secret'").value.description();
+  sandbox::FaultAction page;
+  page.status = 500;
+  page.body = R"({"echo": {"X-Pelmar-Authorization": "marker-token"}, "cookie":"marker-cookie"})";
+  server_.addFault({{}, page});
+  said += list("").value.description() + download("missing").value.description();
+  for (const auto& line : log->lines()) said += line.text + "\n";
+  EXPECT_THAT(said, HasSubstr("Network response"));
+  EXPECT_THAT(said, Not(HasSubstr("marker-")));
+}
+
+}  // namespace
+}  // namespace varo::binary
