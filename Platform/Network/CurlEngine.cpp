@@ -7,7 +7,9 @@
 #include <openssl/crypto.h>
 
 #include <algorithm>
+#include <csignal>
 #include <exception>
+#include <pthread.h>
 #include <system_error>
 #include <utility>
 
@@ -157,6 +159,12 @@ void CurlEngine::stop() {
 }
 
 void CurlEngine::run() {
+  // A TLS connection that the peer has closed raises it; libcurl is told to leave signals alone.
+  sigset_t brokenPipe;
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+
   bool goesOn = true;
   while (goesOn) {
     try {
@@ -181,7 +189,8 @@ bool CurlEngine::step() {
   const bool canAdmit =
       !waiting_.empty() && active_.size() < common_.configuration.maxActiveTransfers;
   if (code == CURLM_OK && !canAdmit) {
-    code = curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(pollTime().count()), nullptr);
+    const auto wait = active_.empty() ? tuning::kIdlePoll : stallCheckInterval();
+    code = curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(wait.count()), nullptr);
   }
   if (code != CURLM_OK) {
     endAll(resourceError(curl_multi_strerror(code)));
@@ -264,7 +273,7 @@ void CurlEngine::collectEnded() {
 void CurlEngine::endStalled() {
   const auto now = Clock::now();
   if (now < nextStallCheck_) return;
-  nextStallCheck_ = now + pollTime();
+  nextStallCheck_ = now + stallCheckInterval();
   std::vector<std::pair<CURL*, ErrorPtr>> stalled;
   for (const auto& [easy, active] : active_) {
     if (auto error = active.transfer->checkStall(now, common_.configuration)) {
@@ -301,8 +310,7 @@ void CurlEngine::complete(CurlTransfer& transfer, CurlTransfer::End end) {
   if (!pool_.post(std::move(job))) undelivered_.push_back(std::move(job));
 }
 
-std::chrono::milliseconds CurlEngine::pollTime() const {
-  if (active_.empty()) return tuning::kIdlePoll;
+std::chrono::milliseconds CurlEngine::stallCheckInterval() const {
   return std::clamp(common_.configuration.stallTimeout / 4, std::chrono::milliseconds(1),
                     tuning::kLongestPoll);
 }

@@ -66,7 +66,7 @@ class CurlEngine {
   void endAll(const ErrorPtr& error);
   void endActive(CURL* easy, const ErrorPtr& error);
   void complete(CurlTransfer& transfer, CurlTransfer::End end);
-  [[nodiscard]] std::chrono::milliseconds pollTime() const;
+  [[nodiscard]] std::chrono::milliseconds stallCheckInterval() const;
   [[nodiscard]] CurlEasy takeHandle();
   void keepHandle(CurlEasy easy);
 

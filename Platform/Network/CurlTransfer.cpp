@@ -141,6 +141,7 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
 
 ErrorPtr CurlTransfer::prepare(CURL* easy, const CurlCommon& common, std::size_t bufferSize) {
   easy_ = easy;
+  caFile_ = common.configuration.caFile;
   head_ = ResponseHead();
   sink_.emplace(spoolDirectory_, std::min(bufferSize, tuning::kGatherBuffer));
   bodyBegan_ = discardsBody_ = false;
@@ -348,7 +349,8 @@ std::optional<HttpResponse> CurlTransfer::makeResponse() {
 
 ErrorPtr CurlTransfer::describe(CURLcode code) const {
   const std::string_view summary = summaryOf(code);
-  const std::string_view detail(errorText_.data());
+  const std::string_view detail =
+      code == CURLE_SSL_CACERT_BADFILE ? caFile_ : std::string_view(errorText_.data());
   const std::string text = detail.empty() || detail == summary
                                ? std::string(summary)
                                : fmt::format("{}: {}", summary, detail);

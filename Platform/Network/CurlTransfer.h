@@ -95,6 +95,7 @@ class CurlTransfer {
   End end_;
 
   // Of the current exchange.
+  std::string_view caFile_;  // of the transport's configuration, for errors
   CurlUrl url_;
   CURL* easy_ = nullptr;
   CurlList headerList_;

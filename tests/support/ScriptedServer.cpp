@@ -9,10 +9,11 @@
 
 #include <arpa/inet.h>
 #include <array>
-#include <cerrno>
+#include <csignal>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <pthread.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -256,6 +257,10 @@ void ScriptedServer::acceptAll() {
 }
 
 void ScriptedServer::serve(std::size_t number, Stream& stream) {
+  sigset_t brokenPipe;  // OpenSSL's writes raise it
+  sigemptyset(&brokenPipe);
+  sigaddset(&brokenPipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
   if (!stream.handshake()) return;
   std::array<char, 65536> buffer{};
   std::string received;

@@ -1,0 +1,294 @@
+#include "Platform/Foundation/File.h"
+#include "Platform/Network/NetworkTuning.h"
+#include "tests/support/TransportFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace varo::test {
+namespace {
+
+using platform::Data;
+using platform::HttpMethod;
+using platform::HttpRequest;
+using platform::HttpTransportError;
+using testing::HasSubstr;
+
+/// Ends of transfers, sizes beyond memory, and TLS.
+using CurlTransferLifeTest = TransportTest;
+
+/// Different everywhere, so that a piece in the wrong place shows.
+std::string pattern(std::size_t size) {
+  std::string bytes(size, '\0');
+  std::uint32_t state = 1;
+  for (char& byte : bytes) {
+    state = state * 1664525U + 1013904223U;
+    byte = static_cast<char>(state >> 24U);
+  }
+  return bytes;
+}
+
+// ---- cancel and shutdown ----
+
+TEST_F(CurlTransferLifeTest, CancelEndsATransferOnceWhateverItsState) {
+  ScriptedServer server([](const WireRequest& request) {
+    const std::string target = request.target();
+    if (target == "/done") return reply(200, "done");
+    WireReply held;
+    if (target == "/body") held.send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc");
+    return held.hold();
+  });
+  configuration_.stallTimeout = std::chrono::minutes(1);
+  configuration_.maxActiveTransfers = 2;
+  remake();
+  auto [done, doneOutcome] = start({HttpMethod::kGet, server.url("/done"), {}, {}, {}});
+  EXPECT_EQ(doneOutcome.get().status(), 200);
+  done->cancel();
+
+  auto [silent, silentOutcome] = start({HttpMethod::kGet, server.url("/silent"), {}, {}, {}});
+  auto [body, bodyOutcome] = start({HttpMethod::kGet, server.url("/body"), {}, {}, {}});
+  auto [queued, queuedOutcome] = start({HttpMethod::kGet, server.url("/done"), {}, {}, {}});
+  while (server.requests().size() < 3) std::this_thread::yield();
+  queued->cancel();
+  EXPECT_EQ(queuedOutcome.get().errorCode(), codeOf(HttpTransportError::kCancelled));
+  body->cancel();
+  body->cancel();
+  EXPECT_EQ(bodyOutcome.get().errorCode(), codeOf(HttpTransportError::kCancelled));
+  silent->cancel();
+  EXPECT_EQ(silentOutcome.get().errorCode(), codeOf(HttpTransportError::kCancelled));
+  EXPECT_EQ(get(server.url("/done")).status(), 200);
+  transport_.reset();
+  silent->cancel();
+  EXPECT_EQ(calls_, 5);
+}
+
+TEST_F(CurlTransferLifeTest, CancelRacingWithTheEndCompletesExactlyOnce) {
+  ScriptedServer server([](const WireRequest&) { return reply(200, "x"); });
+  for (int i = 0; i < 200; ++i) {
+    auto [transfer, outcome] = start({HttpMethod::kGet, server.url("/"), {}, {}, {}});
+    transfer->cancel();
+    const Outcome end = outcome.get();
+    EXPECT_TRUE(end.status() == 200 || end.errorCode() == codeOf(HttpTransportError::kCancelled));
+  }
+  transport_.reset();
+  EXPECT_EQ(calls_, 200);
+}
+
+TEST_F(CurlTransferLifeTest, ShutdownEndsWhatRunsAndWhatWaitsAndRefusesTheRest) {
+  ScriptedServer server([](const WireRequest&) { return WireReply().hold(); });
+  configuration_.maxActiveTransfers = 10;
+  remake();
+  std::vector<std::future<Outcome>> outcomes;
+  for (int i = 0; i < 30; ++i) {
+    outcomes.push_back(start({HttpMethod::kGet, server.url("/"), {}, {}, {}}).second);
+  }
+  while (server.requests().size() < 10) std::this_thread::yield();
+  transport_->shutdown();
+  for (auto& outcome : outcomes) {
+    EXPECT_EQ(outcome.get().errorCode(), codeOf(HttpTransportError::kShutDown));
+  }
+  const Outcome late = get(server.url("/"));
+  EXPECT_EQ(late.errorCode(), codeOf(HttpTransportError::kShutDown));
+  EXPECT_TRUE(late.onPool);
+  pool_.shutdown();
+  EXPECT_EQ(get(server.url("/")).errorCode(), codeOf(HttpTransportError::kShutDown));
+}
+
+TEST_F(CurlTransferLifeTest, ACompletionMaySendAgainAndShutDown) {
+  ScriptedServer server([](const WireRequest&) { return reply(200, "x"); });
+  std::promise<int> second;
+  transport_->send({HttpMethod::kGet, server.url("/"), {}, {}, {}}, [&](auto, auto) {
+    transport_->send({HttpMethod::kGet, server.url("/"), {}, {}, {}}, [&](auto response, auto) {
+      transport_->shutdown();
+      second.set_value(response ? response->status : 0);
+    });
+  });
+  EXPECT_EQ(second.get_future().get(), 200);
+}
+
+// ---- large bodies ----
+
+TEST_F(CurlTransferLifeTest, SpoolsLargeAnswersToANamelessFileByteForByte) {
+  const std::string large = pattern(3 * platform::tuning::kMiB + 12345);
+  const std::string small = pattern(platform::tuning::kSpoolThreshold);
+  ScriptedServer server([&](const WireRequest& request) {
+    if (request.target() == "/small") return reply(200, small);
+    if (request.target() == "/length") return reply(200, large);
+    return WireReply().send("HTTP/1.1 200 OK\r\n\r\n" + large).close();
+  });
+  for (const char* target : {"/length", "/close"}) {
+    const Outcome outcome = get(server.url(target));
+    ASSERT_TRUE(outcome.response && outcome.response->body) << outcome.text();
+    EXPECT_TRUE(outcome.body() == large) << target;
+    const auto& file = outcome.response->body->file();
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->path(), directory_);
+    struct stat status {};
+    ASSERT_EQ(::fstat(file->descriptor(), &status), 0);
+    EXPECT_EQ(status.st_nlink, 0U);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  }
+  const Outcome inMemory = get(server.url("/small"));
+  EXPECT_TRUE(inMemory.body() == small);
+  EXPECT_EQ(inMemory.response->body->file(), nullptr);
+  EXPECT_TRUE(std::filesystem::is_empty(directory_));
+
+  HttpRequest elsewhere{HttpMethod::kGet, server.url("/length"), {}, {}, directory_ + "/missing"};
+  EXPECT_TRUE(run(std::move(elsewhere)).body() == large);
+}
+
+/// Lets no file grow beyond a size for the life of this object: a full disk, in effect.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    handler_ = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int) = nullptr;
+};
+
+TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
+  ScriptedServer server(
+      [](const WireRequest&) { return reply(200, pattern(4 * platform::tuning::kMiB)); });
+  {
+    const FileSizeLimit full(2 * platform::tuning::kMiB);
+    const Outcome outcome = get(server.url("/"));
+    EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseBodyNotStored));
+    EXPECT_THAT(outcome.text(), HasSubstr(directory_ + ": File too large"));
+    EXPECT_EQ(outcome.error->userInfo()["path"].textValue(), directory_);
+  }
+  const std::string notADirectory = directory_ + "/file";
+  std::ofstream(notADirectory) << "x";
+  const Outcome outcome = run({HttpMethod::kGet, server.url("/"), {}, {}, notADirectory});
+  EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseBodyNotStored));
+  EXPECT_THAT(outcome.text(), HasSubstr(notADirectory + ": Not a directory"));
+}
+
+TEST_F(CurlTransferLifeTest, SendsFileRegionsAndMemoryAsOneBody) {
+  const std::string bytes = pattern(5 * platform::tuning::kMiB);
+  const std::string path = directory_ + "/source";
+  std::ofstream(path, std::ios::binary) << bytes;
+  const auto file = Data::fromFile(path);
+  ASSERT_TRUE(file);
+  ScriptedServer server([](const WireRequest&) { return reply(201, ""); });
+  const Outcome outcome =
+      put(server.url("/"), {Data::fromBytes("head"), file->slice(1, 3'000'000), Data(),
+                            file->slice(0, 7), Data::fromBytes("tail")});
+  EXPECT_EQ(outcome.status(), 201) << outcome.text();
+  EXPECT_EQ(outcome.body(), "");
+  EXPECT_TRUE(server.requests()[0].body ==
+              "head" + bytes.substr(1, 3'000'000) + bytes.substr(0, 7) + "tail");
+}
+
+TEST_F(CurlTransferLifeTest, ErrorsWithThePathWhereAFileShrinksWhileItIsSent) {
+  const std::string path = directory_ + "/source";
+  std::ofstream(path, std::ios::binary) << pattern(2 * platform::tuning::kMiB);
+  const auto file = Data::fromFile(path);
+  ASSERT_TRUE(file);
+  std::filesystem::resize_file(path, platform::tuning::kMiB);
+  ScriptedServer server([](const WireRequest&) { return reply(200, ""); });
+  const Outcome outcome = put(server.url("/"), {*file});
+  EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kRequestBodyUnreadable));
+  EXPECT_THAT(outcome.text(), HasSubstr(path));
+  EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(CurlTransferLifeTest, DeliversAnAnswerThatComesBeforeTheBodyIsSent) {
+  ScriptedServer server([](const WireRequest&) {
+    return WireReply()
+        .send("HTTP/1.1 413 Too Large\r\nContent-Length: 3\r\nConnection: close\r\n\r\nbig")
+        .hold();
+  });
+  const Outcome outcome =
+      put(server.url("/"), {Data::fromBytes(pattern(32 * platform::tuning::kMiB))},
+          {{std::string(kUnreadBodyHeader), "1"}});
+  EXPECT_EQ(outcome.status(), 413) << outcome.text();
+  EXPECT_EQ(outcome.body(), "big");
+}
+
+TEST_F(CurlTransferLifeTest, AnUploadThatNobodyReadsStalls) {
+  ScriptedServer server(
+      [](const WireRequest&) { return WireReply().wait(std::chrono::minutes(1)); });
+  const Outcome outcome =
+      put(server.url("/"), {Data::fromBytes(pattern(32 * platform::tuning::kMiB))},
+          {{std::string(kUnreadBodyHeader), "1"}});
+  EXPECT_EQ(outcome.errorCode(), 28) << outcome.text();
+}
+
+// ---- TLS and the environment ----
+
+/// Sets an environment variable for the life of this object.
+class EnvironmentVariable {
+ public:
+  EnvironmentVariable(const char* name, const std::string& value) : name_(name) {
+    ::setenv(name, value.c_str(), 1);
+  }
+  ~EnvironmentVariable() { ::unsetenv(name_); }
+  EnvironmentVariable(const EnvironmentVariable&) = delete;
+  EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+
+ private:
+  const char* const name_;
+};
+
+TEST_F(CurlTransferLifeTest, TrustsOnlyConfiguredCertificatesWhateverTheEnvironmentSays) {
+  const TestCertificate certificate = makeTestCertificate(1);
+  const TestCertificate expired = makeTestCertificate(-1);
+  const std::string caFile = directory_ + "/ca.pem";
+  std::ofstream(caFile) << certificate.certificate << expired.certificate;
+  const auto answer = [](const WireRequest& request) {
+    if (request.target() == "/down") return reply(302, "", "Location: http://127.0.0.1:1/\r\n");
+    return reply(200, "secure");
+  };
+  ScriptedServer server(answer, certificate);
+  ScriptedServer expiredServer(answer, expired);
+  const std::string otherName = "https://localhost:" + std::to_string(server.port()) + "/";
+  constexpr std::int64_t kNotTrusted = 60;
+  {
+    const EnvironmentVariable bundle("CURL_CA_BUNDLE", caFile);
+    const EnvironmentVariable file("SSL_CERT_FILE", caFile);
+    const EnvironmentVariable directory("SSL_CERT_DIR", directory_);
+    EXPECT_EQ(get(server.url("/")).errorCode(), kNotTrusted);
+  }
+  configuration_.caFile = caFile;
+  remake();
+  EXPECT_EQ(get(server.url("/")).body(), "secure");
+  EXPECT_EQ(get(otherName).errorCode(), kNotTrusted);
+  EXPECT_EQ(get(expiredServer.url("/")).errorCode(), kNotTrusted);
+  EXPECT_EQ(get(server.url("/down")).errorCode(), codeOf(HttpTransportError::kRedirectRefused));
+
+  configuration_.caFile = directory_ + "/missing.pem";
+  remake();
+  const Outcome outcome = get(server.url("/"));
+  EXPECT_EQ(outcome.errorCode(), 77);
+  EXPECT_THAT(outcome.text(), HasSubstr("missing.pem"));
+}
+
+TEST_F(CurlTransferLifeTest, TakesNoProxyFromTheEnvironment) {
+  ScriptedServer server([](const WireRequest&) { return reply(200, "direct"); });
+  ScriptedServer proxy([](const WireRequest&) { return reply(200, "proxied"); });
+  const EnvironmentVariable http("http_proxy", proxy.url("/"));
+  const EnvironmentVariable all("ALL_PROXY", proxy.url("/"));
+  EXPECT_EQ(get(server.url("/")).body(), "direct");
+  EXPECT_EQ(proxy.connectionCount(), 0U);
+}
+
+}  // namespace
+}  // namespace varo::test
