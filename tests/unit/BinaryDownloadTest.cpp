@@ -242,10 +242,13 @@ TEST_F(DownloadTest, OneFileIsDownloadedOnceAtATime) {
 }
 
 TEST_F(DownloadTest, DownloadThatEndsInSilenceKeepsItsIdentifierButNoMemory) {
+  // The identifier stays in use until the process ends, so each run of this test needs its own.
+  static int run = 0;
+  const std::string fileId = "silent" + std::to_string(++run);
   transport_->answer(answerWith(204, std::nullopt));
-  download("silent");
+  download(fileId);
   awaitEndOfTasks();
-  download("silent");
+  download(fileId);
   EXPECT_EQ(awaitNext().value.dictionaryValue()["code"], Value("10002"));
 }
 

@@ -4,8 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <future>
 #include <stdexcept>
+#include <thread>
 
 namespace varo::binary {
 namespace {
@@ -138,6 +140,55 @@ TEST_F(FilesTest, BlocksMayStartFurtherOperationsAndThrow) {
                                               },
                                               onFailure(), {});
   EXPECT_EQ(awaitNext().block, "success");
+}
+
+TEST_F(FilesTest, ThousandOperationsAtOnceAllEnd) {
+  const test::RecordingLog quiet(LogLevel::kFatal);
+  const std::string uploadTemplate = json({{"domain", "http://store"},
+                                           {"relativepath", "/o"},
+                                           {"uploadMode", "binary"},
+                                           {"method", "put"}});
+  const Dictionary record{{"download_template", json({{"domain", "http://store"}})}};
+  transport_->setHandler([&](const test::RecordedRequest& request) {
+    if (request.url.find("filter") == std::string::npos) {
+      return answerWith(200, json({{"opstatus", 0}, {"upload_template", uploadTemplate}}));
+    }
+    // Each file has a name of its own, which the filter carries.
+    Dictionary found = record;
+    found.set("file_name", request.url.substr(request.url.find('=') + 1, 40));
+    return answerWith(200, json({{"records", Array{found}}}));
+  });
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 50;
+  constexpr int kOperations = 5;
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int round = 0; round < kRounds; ++round) {
+        list("x");
+        update({{"file_id", "7"}});
+        for (int i = 0; i < 2; ++i) {
+          const int id = (thread * kRounds + round) * 2 + i;
+          BinaryFileStorageInterface::downloadWithURL(
+              kUrl,
+              Dictionary{{"headers", Dictionary{}},
+                         {"metadata", Dictionary{{"file_id", std::to_string(id)}}}},
+              onSuccess(), onFailure(), {}, {});
+        }
+        BinaryFileStorageInterface::uploadBinaryWithUrl(
+            kUrl, kUploadInputTypeRawBytes,
+            Dictionary{{"headers", Dictionary{}},
+                       {"metadata", Dictionary{{"file_name", "n"}}},
+                       {"file", Dictionary{{"rawBytes", Data::fromBytes("bytes")}}},
+                       {"chunkSize", 2}},
+            onSuccess(), onFailure(), [](const Value&) {}, {});
+      }
+    });
+  }
+  threads.clear();
+  const auto events = awaitEvents(kThreads * kRounds * kOperations);
+  EXPECT_TRUE(std::all_of(events.begin(), events.end(),
+                          [](const Event& event) { return event.block == "success"; }));
 }
 
 /// A block of the application that cannot be copied.

@@ -218,10 +218,12 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
     request.isMultipart = true;
     const std::string disposition = fmt::format(kContentDispositionFormat, kPartName,
                                                 quoted(_metadata[keys::kFileName].textValue()));
-    const Array part{Dictionary{{kContentType, kContentTypeOctetStream}},
-                     Dictionary{{kPartContent, _dataBytes}},
-                     Dictionary{{kContentDisposition, disposition}}};
-    request.multipartBody = Dictionary{{kMultipartParts, Array{part}}};
+    // Appended: compilers disagree on whether Array{part} is a list of one or a copy (CWG 2137).
+    Array parts;
+    parts.append(Array{Dictionary{{kContentType, kContentTypeOctetStream}},
+                       Dictionary{{kPartContent, _dataBytes}},
+                       Dictionary{{kContentDisposition, disposition}}});
+    request.multipartBody = Dictionary{{kMultipartParts, std::move(parts)}};
   } else if (mode == kUploadModeBinary) {
     BinaryNetworkUtils::setHeader(request.headers, kContentType, kContentTypeOctetStream);
     request.rawBody = _dataBytes;
