@@ -56,6 +56,8 @@ void HumanOutput::showBar(ProgressBar::Clock::time_point now, bool isLast) {
 }
 
 void HumanOutput::writeEvent(const std::string&, const Dictionary&, const HumanText& text) {
+  bar_.reset();
+  console_.setProgressLine({});
   results_ << text() << std::flush;
 }
 

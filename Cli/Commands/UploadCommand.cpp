@@ -90,7 +90,7 @@ int run(Session& session, const UploadOptions& options) {
   const std::string_view inputType =
       options.raw ? binary::kUploadInputTypeRawBytes : binary::kUploadInputTypeLocalFilePath;
   const auto start = [&](const Session::Blocks& blocks) {
-    BinaryFileStorageInterface::uploadBinaryWithUrl(options.url, std::string(inputType), parameters,
+    BinaryFileStorageInterface::uploadBinaryWithUrl(options.url, inputType, parameters,
                                                     blocks.onSuccess, blocks.onFailure,
                                                     blocks.onProgress, session.options().options);
   };

@@ -1,0 +1,150 @@
+#include "Cli/Commands/DemoCommand.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Cli/ByteFormat.h"
+#include "Cli/Demo/DemoSections.h"
+#include "Cli/Demo/DemoStage.h"
+#include "Cli/Session.h"
+#include "Cli/Table.h"
+#include "Cli/TemporaryDirectory.h"
+#include "Platform/Foundation/Array.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Sandbox/SandboxServer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+#include <vector>
+
+namespace varo::cli {
+
+using platform::Dictionary;
+using platform::ErrorPtr;
+
+namespace {
+
+constexpr std::string_view kErrorDomain = "Demo";
+
+using Section = void (*)(DemoStage&);
+constexpr Section kSections[] = {showUploads, showLists, showUpdates, showDownloads, showFailures};
+
+Outcome failed(ErrorPtr error) { return {Outcome::Kind::kFailure, std::move(error)}; }
+
+/// The sums of one section.
+struct Account {
+  std::string section;
+  std::size_t steps = 0;
+  std::size_t ok = 0;
+  std::uint64_t bytes = 0;
+  std::chrono::milliseconds moving{0};  // time of the steps that moved bytes
+};
+
+std::vector<Account> accountsOf(const std::vector<DemoStage::Step>& steps) {
+  std::vector<Account> accounts;
+  for (const DemoStage::Step& step : steps) {
+    if (accounts.empty() || accounts.back().section != step.section) {
+      accounts.push_back({step.section, 0, 0, 0, {}});
+    }
+    Account& account = accounts.back();
+    ++account.steps;
+    account.ok += step.ok ? 1 : 0;
+    account.bytes += step.bytes;
+    if (step.bytes > 0) account.moving += step.duration;
+  }
+  return accounts;
+}
+
+std::string summaryOf(const std::vector<DemoStage::Step>& steps) {
+  using Align = Table::Align;
+  Table table({{"SECTION"},
+               {"STEPS", Align::kRight, false},
+               {"OK", Align::kRight, false},
+               {"BYTES", Align::kRight, false},
+               {"RATE", Align::kRight, false}});
+  for (const Account& account : accountsOf(steps)) {
+    const double seconds = std::chrono::duration<double>(account.moving).count();
+    const bool moved = account.bytes > 0;
+    table.addRow(
+        {account.section, std::to_string(account.steps), std::to_string(account.ok),
+         moved ? formatBytes(account.bytes) : "",
+         moved && seconds > 0 ? formatRate(static_cast<double>(account.bytes) / seconds) : ""});
+  }
+  return "\nSummary\n" + table.text(std::nullopt);
+}
+
+int conclude(Session& session, const DemoStage& stage) {
+  if (stage.interrupted()) return session.finish({Outcome::Kind::kInterrupted, {}}, {});
+  const auto& steps = stage.steps();
+  const auto wrong = static_cast<std::size_t>(
+      std::count_if(steps.begin(), steps.end(), [](const auto& step) { return !step.ok; }));
+  if (wrong > 0 || steps.empty()) {
+    session.output().event("summary", {}, [&] { return summaryOf(steps); });
+    return session.finish(
+        failed(platform::Error::make(
+            kErrorDomain, 1, fmt::format("{} of {} steps went wrong", wrong, steps.size()))),
+        {});
+  }
+  const Dictionary result{{"steps", steps.size()}};
+  return session.finish({Outcome::Kind::kSuccess, result}, [&](const Dictionary&) {
+    return summaryOf(steps) + "\nEverything is as it should be.\n";
+  });
+}
+
+/// Sets up what a process has one of for the tour, and puts it back.
+class TourSettings {
+ public:
+  TourSettings(const GlobalOptions& options, const std::string& home)
+      : policyBefore_(binary::transferPolicy()) {
+    platform::UserDirectories::install(platform::UserDirectories::below(home));
+    binary::setTransferPolicy(binary::TransferPolicy::kSafe);
+    // The tour provokes failures and reports them itself.
+    if (!options.logLevel) {
+      binary::BinaryLogger::sharedInstance().setLogLevel(platform::LogLevel::kOff);
+    }
+  }
+  ~TourSettings() {
+    binary::setTransferPolicy(policyBefore_);
+    platform::UserDirectories::install(nullptr);
+  }
+  TourSettings(const TourSettings&) = delete;
+  TourSettings& operator=(const TourSettings&) = delete;
+
+ private:
+  const binary::TransferPolicy policyBefore_;
+};
+
+}  // namespace
+
+int run(Session& session, const DemoOptions&) {
+  const auto directory = TemporaryDirectory::make();
+  if (!directory) return session.finish(failed(directory.error()), {});
+  const std::string& root = directory->path();
+
+  sandbox::SandboxOptions settings;
+  settings.dataDirectory = root + "/sandbox";
+  settings.requiredToken = DemoStage::kToken;
+  sandbox::SandboxServer server(settings);
+  if (const auto error = server.start()) {
+    return session.finish(failed(platform::Error::make(kErrorDomain, 2, error->message)), {});
+  }
+  DemoStage stage(session, server, root);
+  std::error_code made;
+  std::filesystem::create_directories(stage.downloads(), made);
+  const TourSettings tour(session.options(), root + "/home");
+
+  session.output().event("ready", {{"url", server.url()}, {"storeUrl", server.storeUrl()}}, [&] {
+    return fmt::format(
+        "A tour of VaroBinary with real files. A back end runs in this process, on loopback:\n"
+        "  object service  {}\n  object store    {}\n",
+        server.url(), server.storeUrl());
+  });
+  for (const Section section : kSections) {
+    if (!stage.interrupted()) section(stage);
+  }
+  return conclude(session, stage);
+}
+
+}  // namespace varo::cli

@@ -1,0 +1,21 @@
+#pragma once
+
+namespace varo::cli {
+
+class DemoStage;
+
+// The sections of the tour, in the order in which they build on each other. Each says what it does
+// and records how it went; none throws or stops the tour.
+
+/// Files of several sizes go up on every way that a service may ask for.
+void showUploads(DemoStage& stage);
+/// The files are listed, all and by criteria.
+void showLists(DemoStage& stage);
+/// Metadata change, bytes do not.
+void showUpdates(DemoStage& stage);
+/// The files come down and are compared.
+void showDownloads(DemoStage& stage);
+/// What goes wrong is said clearly, and nothing is left half-written.
+void showFailures(DemoStage& stage);
+
+}  // namespace varo::cli
