@@ -13,6 +13,7 @@ import filecmp
 import json
 import os
 import platform
+import random
 import shutil
 import statistics
 import subprocess
@@ -99,13 +100,14 @@ class Bench:
         return used
 
     def interleave(self, runs, rounds=None):
-        """Runs each of `runs` (name -> function) once a round, first once to warm up. Every round
-        starts with another one, so that none always follows the same."""
+        """Runs each of `runs` (name -> function) once a round, first once to warm up. The order
+        changes from round to round, so that none always follows the same."""
         names = list(runs)
+        order = random.Random(1)
         measured = {name: [] for name in names}
         for number in range((rounds or self.rounds) + 1):
-            turn = number % len(names)
-            for name in names[turn:] + names[:turn]:
+            order.shuffle(names)
+            for name in names:
                 used = runs[name]()
                 if number > 0:
                     measured[name].append(used)
@@ -136,10 +138,14 @@ def measure_download(bench, table):
         def fetch(size, command):
             name = os.path.basename(bench.file(size))
             stored = os.path.join(bench.downloads, name)
+            # Removed just before, so that each program writes to memory that was in use until now:
+            # a virtual machine may take longer over memory that has been free for a while.
+            with contextlib.suppress(FileNotFoundError):
+                os.remove(stored)
             used = bench.run(*command(name, stored))
             if os.path.getsize(stored) != size:
                 raise RuntimeError(f"{stored} has {os.path.getsize(stored)} bytes")
-            return used, stored
+            return used
 
         def ours(name, _):
             service = server.service(name)
@@ -151,22 +157,17 @@ def measure_download(bench, table):
         def bare(name, stored):
             return [bench.program("bare_transfer"), "download", server.service(name), stored]
 
-        def timed(size, command):
-            used, stored = fetch(size, command)
-            os.remove(stored)
-            return used
-
         for command in (ours, curl, bare):
-            _, stored = fetch(LARGE, command)
-            if not filecmp.cmp(bench.file(LARGE), stored, shallow=False):
+            fetch(LARGE, command)
+            if not filecmp.cmp(bench.file(LARGE), os.path.join(bench.downloads, f"{LARGE}.bin"),
+                               shallow=False):
                 raise RuntimeError(f"{command.__name__} stored other bytes")
-            os.remove(stored)
         large = bench.interleave({
-            "ours": lambda: timed(LARGE, ours),
-            "curl": lambda: timed(LARGE, curl),
-            "bare": lambda: timed(LARGE, bare),
+            "ours": lambda: fetch(LARGE, ours),
+            "curl": lambda: fetch(LARGE, curl),
+            "bare": lambda: fetch(LARGE, bare),
         })
-        small = bench.interleave({"ours": lambda: timed(SMALL, ours)})
+        small = bench.interleave({"ours": lambda: fetch(SMALL, ours)})
     for other, most_time, most_cpu in (("curl", 1.00, 0.85), ("bare", None, None)):
         name = {"curl": "curl", "bare": "the bare program"}[other]
         table.compare(f"download 1 GiB beside {name}, time", column(large["ours"], "wall"),
