@@ -186,7 +186,7 @@ TEST_F(StoreFileTest, WhatIsNoRegularFileIsRefusedAndUntouched) {
 // Two threads that find the same nameless file link it twice, and a rename onto the same file is
 // nothing but "done": the second temporary name stayed behind.
 TEST_F(StoreFileTest, StoresOfOneNamelessFileSideBySideLeaveNoTemporary) {
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 400; ++round) {
     const Data data = nameless(directory_.path(), "bytes");
     const auto store = [this, data] { EXPECT_TRUE(storeFile(path_, data).ok()); };
     std::thread other(store);
