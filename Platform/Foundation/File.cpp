@@ -270,6 +270,16 @@ bool staysInDirectory(std::string_view name) {
   return true;
 }
 
+bool staysInDirectory(const std::string& directory, std::string_view name) {
+  if (!staysInDirectory(name)) return false;
+  for (std::size_t slash = name.find('/'); slash != std::string_view::npos;
+       slash = name.find('/', slash + 1)) {
+    const std::string folder = fmt::format("{}/{}", directory, name.substr(0, slash));
+    if (fileKindAt(folder) == FileKind::kOther) return false;
+  }
+  return true;
+}
+
 FileKind fileKindAt(const std::string& path) noexcept {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return FileKind::kNothing;

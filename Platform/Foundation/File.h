@@ -78,4 +78,8 @@ enum class FileKind { kNothing, kRegular, kDirectory, kOther };
 /// (a percent sign that encodes nothing is a character like others). Looks at the text alone.
 [[nodiscard]] bool staysInDirectory(std::string_view name);
 
+/// The same of what is on the disk: no folder that `name` passes through is a symbolic link, which
+/// would lead elsewhere. What stands under the last component is `storeFile`'s to judge.
+[[nodiscard]] bool staysInDirectory(const std::string& directory, std::string_view name);
+
 }  // namespace varo::platform

@@ -281,6 +281,16 @@ TEST(StaysInDirectoryTest, RefusesWhatLeadsOutHoweverItIsWritten) {
   EXPECT_FALSE(staysInDirectory(nested));
 }
 
+TEST(PathTest, NameThroughALinkLeavesTheDirectory) {
+  const TemporaryDirectory directory;
+  std::filesystem::create_directory(directory.path() + "/folder");
+  std::filesystem::create_directory_symlink("/tmp", directory.path() + "/folder/link");
+  EXPECT_TRUE(staysInDirectory(directory.path(), "folder/file"));
+  EXPECT_TRUE(staysInDirectory(directory.path(), "missing/file"));
+  EXPECT_FALSE(staysInDirectory(directory.path(), "folder/link/file"));
+  EXPECT_FALSE(staysInDirectory(directory.path(), "../file"));
+}
+
 TEST(DataTest, ReadsAndSlicesAlikeFromMemoryAndFile) {
   const TemporaryDirectory directory;
   const std::string bytes = pattern(600000);

@@ -85,8 +85,11 @@ class Recorder final : public TaskListener {
 class TaskEngineTest : public testing::Test {
  protected:
   void TearDown() override {
-    EXPECT_TRUE(eventually([] { return VSTask::liveCount() == 0; })) << "a task tree was not freed";
+    EXPECT_TRUE(eventually([this] { return VSTask::liveCount() == liveBefore_; }))
+        << "a task tree was not freed";
   }
+
+  const std::size_t liveBefore_ = VSTask::liveCount();
 
   /// Starts `task`, drops it, and waits for its end.
   std::shared_ptr<Recorder> runToEnd(std::shared_ptr<VSTask> task) {

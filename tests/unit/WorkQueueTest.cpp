@@ -97,6 +97,7 @@ TEST_F(WorkQueueTest, BlockedJobsDelayNoOthers) {
   EXPECT_TRUE(eventually([&] { return ran.load(); }));
   EXPECT_TRUE(eventually([&] { return blocked == 20; }));
   release.count_down();
+  pool_.shutdown();  // no job uses the latch any more
 }
 
 TEST_F(WorkQueueTest, ShutdownRunsWhatIsQueuedThenQueuesRunJobsOnTheCaller) {

@@ -70,7 +70,7 @@ void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
   }
   const Dictionary record = (*records)[0].dictionaryValue();
   _fileName = record[keys::kFileName].textValue();
-  if (!platform::staysInDirectory(_fileName)) {
+  if (!platform::staysInDirectory(getDirectoryPath({}), _fileName)) {
     *error = recordError(kCodeDownloadInvalidParams, kDownloadInvalidParams, _fileName, _fileId);
     return;
   }
