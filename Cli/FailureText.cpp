@@ -54,7 +54,8 @@ constexpr std::array kRequestHints = {
 
 constexpr std::array kLibraryHints = {
     Hint{binary::kCodeMissingServerUrl,
-         "Give the base URL of the object service, for example http://127.0.0.1:8080/services/v1."},
+         "Give the base URL of the object service, for example "
+         "http://127.0.0.1:8080/services/data/v1/storage."},
     Hint{binary::kCodeBinaryRecordDoesNotExist,
          "'varobinary list URL' shows the ids of the files that are there."},
     Hint{binary::kCodeInvalidStateForBinaryOperation,
@@ -64,6 +65,9 @@ constexpr std::array kLibraryHints = {
          "Check the room and the permissions of the download directory (see --home)."},
 };
 
+constexpr std::string_view kTokenHint =
+    "Give a valid token with --token-file FILE, or in the environment variable VARO_TOKEN.";
+
 template <std::size_t N>
 std::string_view find(const std::array<Hint, N>& hints, std::int64_t code) {
   const auto* hint =
@@ -72,10 +76,7 @@ std::string_view find(const std::array<Hint, N>& hints, std::int64_t code) {
 }
 
 std::string_view hintForStatus(std::int64_t status) {
-  if (status == 401 || status == 403) {
-    return "The service refused the request. Give a valid token with --token-file FILE, or in "
-           "VARO_TOKEN.";
-  }
+  if (status == 401 || status == 403) return kTokenHint;
   if (status == 404) return "Is this the base URL of an object service, without '/objects/File'?";
   if (status >= 500) return "The service has a problem of its own. Try again later.";
   return {};
@@ -89,10 +90,8 @@ void addAnswer(const Dictionary& userInfo, FailureText& text) {
   const Dictionary& source = userInfo.contains(binary::kHttpStatusCode) ? userInfo : answer;
   const std::int64_t status = source[binary::kHttpStatusCode].integerValue();
   text.hint = hintForStatus(status);
-  if (text.hint.empty() && answer.contains(binary::kOpStatus)) {
-    text.hint =
-        "The service refused the request for a reason of its own. If it asks for a token, give it "
-        "with --token-file FILE.";
+  if (text.hint.empty() && platform::lowerCase(text.message).find("token") != std::string::npos) {
+    text.hint = kTokenHint;
   }
 }
 

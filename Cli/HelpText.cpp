@@ -40,8 +40,9 @@ Global options, before or after the command:
   --cacert FILE           trust the certificates (PEM) in FILE as well
   --connect-timeout S     seconds until a connection stands (default 30)
   --stall-timeout S       seconds without a byte moving (default 60)
-  --log-level L           trace, debug, info, warning (default), error, fatal or off;
-                          log lines go to standard error
+  --log-level L           trace, debug, info, warning (default), error, fatal or off; on
+                          standard error. Without this option and --json, lines that the
+                          command says in its own words anyway are left out
   -h, --help              show this help, or a command's
   --version               show the version
 

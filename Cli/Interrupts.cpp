@@ -18,12 +18,16 @@ Interrupts::Interrupts() {
   (void)std::signal(SIGPIPE, SIG_IGN);
   sigset_t watched;
   ::sigemptyset(&watched);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-    struct sigaction action {};
-    // What the parent told us to ignore (nohup, a background job) stays ignored.
-    if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) continue;
+  for (const int signal : {SIGINT, SIGTERM}) {
+    // A shell starts a script's background jobs with SIGINT ignored; a sandbox there still has to
+    // stop when it is told to.
+    (void)std::signal(signal, SIG_DFL);
     ::sigaddset(&watched, signal);
   }
+  struct sigaction hangUp {};
+  const bool hangUpIsIgnored =
+      ::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler == SIG_IGN;
+  if (!hangUpIsIgnored) ::sigaddset(&watched, SIGHUP);  // else nohup asked for it
   signals_ = ::signalfd(-1, &watched, SFD_CLOEXEC);
   wakeUp_ = ::eventfd(0, EFD_CLOEXEC);
   // Without the descriptors the signals keep their usual effect, which ends the program.

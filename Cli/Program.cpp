@@ -32,10 +32,16 @@ std::shared_ptr<Output> makeOutput(const GlobalOptions& options, Console& consol
   return std::make_shared<HumanOutput>(std::cout, console, messageWidth);
 }
 
+std::shared_ptr<platform::LogSink> makeLogSink(const GlobalOptions& options, Console& console) {
+  const bool wanted = options.json || options.logLevel;
+  using Lines = ConsoleLogSink::OperationLines;
+  return std::make_shared<ConsoleLogSink>(console, wanted ? Lines::kShown : Lines::kOnlyFatal);
+}
+
 int runCommand(const Invocation& invocation, Interrupts& interrupts) {
   Console console(std::cerr, {terminal::isTerminal(terminal::Stream::kError),
                               terminal::mayColour(terminal::Stream::kError)});
-  platform::VaroNativeFacade::setSink(std::make_shared<ConsoleLogSink>(console));
+  platform::VaroNativeFacade::setSink(makeLogSink(invocation.global, console));
   int status = 0;
   {
     Session session(invocation.global, makeOutput(invocation.global, console), interrupts);

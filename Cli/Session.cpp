@@ -7,6 +7,7 @@
 #include "Platform/Network/VRONetworkUtility.h"
 
 #include <chrono>
+#include <filesystem>
 #include <utility>
 
 namespace varo::cli {
@@ -32,6 +33,15 @@ Outcome silence() {
                                 "was not complete. With --policy safe this is a proper error")};
 }
 
+/// Without "." and ".." and a slash at the end: people read the paths below it.
+std::string absolute(const std::string& directory) {
+  std::error_code failed;
+  const std::filesystem::path path = std::filesystem::absolute(directory, failed);
+  if (failed) return directory;
+  const std::filesystem::path normal = path.lexically_normal();
+  return normal.has_filename() || normal == normal.root_path() ? normal : normal.parent_path();
+}
+
 }  // namespace
 
 Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts)
@@ -39,7 +49,7 @@ Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrup
   if (options_.logLevel) binary::BinaryLogger::sharedInstance().setLogLevel(*options_.logLevel);
   binary::setTransferPolicy(options_.policy);
   if (!options_.home.empty()) {
-    platform::UserDirectories::install(platform::UserDirectories::below(options_.home));
+    platform::UserDirectories::install(platform::UserDirectories::below(absolute(options_.home)));
   }
   platform::NetworkConfiguration network;
   if (options_.connectTimeout) network.connectTimeout = *options_.connectTimeout;

@@ -22,8 +22,8 @@ using SystemClock = std::chrono::system_clock;
 
 namespace {
 
-/// The file system's clock runs in ticks of some milliseconds.
-constexpr std::chrono::milliseconds kClockTick{20};
+/// The file system's clock runs in ticks of at most this.
+constexpr std::chrono::milliseconds kClockTick{10};
 
 Dictionary parametersOf(const Session& session, const DownloadOptions& options) {
   Dictionary metadata{{binary::keys::kFileId, options.fileId}};
