@@ -24,7 +24,7 @@
 namespace {
 
 constexpr long kCurlBuffer = 512 * 1024;
-constexpr std::size_t kWriteBuffer = 512 * 1024;
+constexpr std::size_t kWriteBuffer = 64 * 1024;
 constexpr int kKeptMemory = 8 * 1024 * 1024;
 
 /// libcurl allocates its buffers anew for each request. Left alone, the C library would give their
@@ -78,7 +78,7 @@ std::size_t appendText(char* bytes, std::size_t size, std::size_t count, void* c
   return size * count;
 }
 
-/// Gathers libcurl's pieces of 16 KiB into few large writes.
+/// Gathers libcurl's pieces of 16 KiB into larger writes.
 class FileSink {
  public:
   explicit FileSink(int file) : file_(file) { gathered_.reserve(kWriteBuffer); }
