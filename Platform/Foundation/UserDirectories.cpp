@@ -27,8 +27,8 @@ std::string withoutTrailingSlash(std::string path) {
   return path;
 }
 
-/// The variable's value where it is an absolute path; others are to be ignored (XDG base directory
-/// specification).
+/// The variable's value where it is an absolute path; the XDG base directories ask for others to be
+/// ignored.
 std::optional<std::string> absoluteFromEnvironment(const char* name) {
   const char* value = std::getenv(name);
   if (value == nullptr || *value != '/') return std::nullopt;
