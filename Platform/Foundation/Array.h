@@ -12,6 +12,9 @@ class Value;
 
 /// An ordered list of values. Copies share their storage until one of them is changed.
 /// Not thread-safe as one instance; copies may be used on different threads.
+///
+/// A list whose one element is an array is made with `append`: what `Array{array}` means, a list or
+/// a copy, compilers read differently (CWG issue 2137).
 class Array {
  public:
   using const_iterator = const Value*;
