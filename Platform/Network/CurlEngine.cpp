@@ -68,6 +68,13 @@ std::size_t bufferSizeFor(std::size_t active) {
   return std::clamp(tuning::kBufferBudget / (active + 1), tuning::kSmallestBuffer, kLargest);
 }
 
+/// Nothing of one exchange may reach the next.
+void reset(CURL* easy) {
+  // libcurl 7.88 loses the list of cookie files at a reset. Clearing it cannot fail.
+  static_cast<void>((curl_easy_setopt)(easy, CURLOPT_COOKIEFILE, nullptr));
+  curl_easy_reset(easy);
+}
+
 ErrorPtr shutDownError() {
   return makeTransportError(HttpTransportError::kShutDown, "The network is shut down.");
 }
@@ -260,8 +267,8 @@ void CurlEngine::collectEnded() {
     static_cast<void>(curl_multi_remove_handle(multi_.get(), ended.easy.get()));
     const bool goesOn = ended.transfer->goesOnAfter(code);
     ended.transfer->release();
-    curl_easy_reset(ended.easy.get());
     if (goesOn) {
+      reset(ended.easy.get());
       begin(std::move(ended.transfer), std::move(ended.easy));
     } else {
       keepHandle(std::move(ended.easy));
@@ -323,10 +330,8 @@ CurlEasy CurlEngine::takeHandle() {
 }
 
 void CurlEngine::keepHandle(CurlEasy easy) {
-  if (idle_.size() >= tuning::kMaxIdleHandles) return;
-  // Nothing of one request may reach the next.
-  curl_easy_reset(easy.get());
-  idle_.push_back(std::move(easy));
+  reset(easy.get());
+  if (idle_.size() < tuning::kMaxIdleHandles) idle_.push_back(std::move(easy));
 }
 
 }  // namespace varo::platform
