@@ -53,13 +53,13 @@ inline constexpr std::size_t kMaxHeaderLines = 2'000;
 inline constexpr std::size_t kReceiveBuffer = 512 * kKiB;
 /// What is read from a request body at once.
 inline constexpr std::size_t kUploadBuffer = 512 * kKiB;
-/// Bytes gathered for one write to a spool file: libcurl hands out at most 16 KiB at a time. Larger
-/// writes make the file cache ask for memory in larger pieces, which in a virtual machine that
-/// returns its free memory to the host has to be fetched from there: at 512 KiB that tripled the
-/// CPU time of a download. At this size the system calls cost little already.
-inline constexpr std::size_t kGatherBuffer = 64 * kKiB;
+/// Bytes gathered for one write to a spool file: libcurl hands out at most 16 KiB at a time. The
+/// file cache takes memory in pieces of the size of the writes, and Linux keeps pieces of up to 32
+/// KiB at hand for each CPU. In a virtual machine whose other free memory goes back to the host,
+/// writes of 64 KiB doubled the CPU time of a download, writes of 512 KiB tripled it.
+inline constexpr std::size_t kGatherBuffer = 32 * kKiB;
 inline constexpr std::size_t kBufferBudget = 16 * kMiB;
-/// The least of each.
+/// The least of the first two.
 inline constexpr std::size_t kSmallestBuffer = 64 * kKiB;
 
 /// Response bodies up to this size stay in memory, larger ones go to a file.
