@@ -342,12 +342,13 @@ def main():
 
     table = Table()
     print_machine()
+    print()
     with tempfile.TemporaryDirectory(prefix="varo-bench-", dir=options.dir) as directory:
         if shutil.disk_usage(directory).free < 3 * LARGE:
             parser.error(f"{directory} needs 3 GiB of free space; choose another place with --dir")
         bench = Bench(os.path.abspath(options.programs), directory, options.rounds)
         for name in options.parts or PARTS:
-            print(f"measuring {name} ...", file=sys.stderr)
+            print(f"measuring {name} ...", flush=True)
             PARTS[name](bench, table)
     print()
     table.print()
