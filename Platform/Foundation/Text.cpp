@@ -9,6 +9,7 @@ namespace {
 constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
 
 constexpr bool isContinuation(unsigned char byte) { return (byte & 0xC0U) == 0x80U; }
 
@@ -44,6 +45,12 @@ std::string lowerCase(std::string_view text) {
   std::string result(text);
   std::transform(result.begin(), result.end(), result.begin(), lower);
   return result;
+}
+
+std::string_view trimmed(std::string_view text) noexcept {
+  const std::size_t first = text.find_first_not_of(kWhiteSpace);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kWhiteSpace) + 1 - first);
 }
 
 std::optional<std::int64_t> parseInteger(std::string_view text) noexcept {

@@ -14,6 +14,8 @@ namespace varo::platform {
 /// Comparison, search and conversion of text. ASCII letters only; other bytes count as they are.
 [[nodiscard]] bool equalIgnoringCase(std::string_view left, std::string_view right) noexcept;
 [[nodiscard]] std::string lowerCase(std::string_view text);
+/// `text` without the white space and line breaks at its two ends.
+[[nodiscard]] std::string_view trimmed(std::string_view text) noexcept;
 
 /// The decimal number that is the whole of `text`, or nothing (also where it does not fit).
 [[nodiscard]] std::optional<std::int64_t> parseInteger(std::string_view text) noexcept;

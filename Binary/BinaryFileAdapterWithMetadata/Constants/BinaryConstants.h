@@ -35,6 +35,13 @@ inline constexpr std::int32_t kInvalidFileParams = 10003;
 /// Bytes of a chunk where the caller gives no usable number: 1 MiB.
 inline constexpr std::int64_t kDefaultChunkSize = 1'048'576;
 
+/// Status requests at most for one delete.
+inline constexpr std::int32_t kMaxStatusRequests = 5;
+
+/// Starts the line that is logged, at info level, after each status request that finds a delete
+/// unfinished; the number of the attempt, from 1, follows. For whoever shows people how it goes.
+inline constexpr std::string_view kServiceStillWorking = "The service is still working, attempt ";
+
 inline constexpr std::string_view kEmptyString = "";
 
 /// Names of the accepted upload input types, as callers write them.
@@ -55,6 +62,7 @@ inline constexpr char kChunkUpload[] = "chunkupload";
 inline constexpr char kCode[] = "code";
 inline constexpr char kCommitProperties[] = "commit_properties";
 inline constexpr char kCommitUrl[] = "commitUrl";
+inline constexpr char kCurrentIteration[] = "currentIteration";
 inline constexpr char kDisableIntegrityCheck[] = "disableIntegrityCheck";
 inline constexpr char kDomain[] = "domain";
 inline constexpr char kDownloadTemplate[] = "download_template";
@@ -72,7 +80,11 @@ inline constexpr char kLocalizedDescription[] = "localizedDescription";
 inline constexpr char kMetadata[] = "metadata";
 inline constexpr char kMethod[] = "method";
 inline constexpr char kOptions[] = "options";
+inline constexpr char kPollingStatus[] = "pollingStatus";
+inline constexpr char kPollingSuccessIndicators[] = "pollingSuccessIndicators";
+inline constexpr char kPollingUrl[] = "pollingUrl";
 inline constexpr char kProgressData[] = "progressData";
+inline constexpr char kQueryParams[] = "queryParams";
 inline constexpr char kQueryParamsForDownload[] = "queryParamsForDownload";
 inline constexpr char kRawBytes[] = "rawBytes";
 inline constexpr char kRecords[] = "records";

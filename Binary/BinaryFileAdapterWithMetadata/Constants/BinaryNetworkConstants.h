@@ -50,10 +50,18 @@ inline constexpr char kResponseHeaders[] = "response_headers";
 inline constexpr char kResponseData[] = "data";
 inline constexpr char kResponseBody[] = "responseBody";
 inline constexpr char kHttpStatusCode[] = "httpStatusCode";
+inline constexpr char kPollApi[] = "poll_api";
+inline constexpr char kPollStatus[] = "poll_status";
+
+/// Of a delete: the status of one that was accepted for later, and what the status requests answer
+/// once it is done.
+inline constexpr std::string_view kHttpStatusAccepted = "202";
+inline constexpr std::string_view kPollStatusDone = "false";
 
 /// The operation type with a meaning of its own: hand the body's bytes on as they are.
 inline constexpr std::string_view kOperationTypeDownload = "Download";
 inline constexpr std::string_view kOperationTypeList = "BinaryList";
+inline constexpr std::string_view kOperationTypeStatusChecker = "StatusCheckerTask";
 
 /// Values of an upload template.
 inline constexpr std::string_view kUploadModeMultipart = "multipart";

@@ -50,6 +50,11 @@ inline constexpr std::string_view kDeleteErrorDomain = "DeleteError";
 inline constexpr std::string_view kUrlValidationErrorDomain = "ValidationsUtils";
 inline constexpr std::string_view kBinaryNetworkUtilsErrorDomain = "BinaryNetworkUtils";
 inline constexpr std::string_view kTemplateParsingErrorDomain = "Template Parsing Error";
+/// Of a delete whose status could not be polled to a good end.
+inline constexpr std::string_view kNetworkOperationErrorDomain = "Network operation failed";
+inline constexpr std::string_view kRetriesExceededErrorDomain =
+    "Exceeded number of retries, the current operation is taking longer time, status is not "
+    "available yet";
 
 /// Messages.
 inline constexpr std::string_view kUploadFailure = "Upload error";

@@ -22,6 +22,11 @@ constexpr std::string_view kListFailed = "Failed to execute listFilesWithURL met
 constexpr std::string_view kUploadFailed = "Failed to execute uploadBinary method, error : %@";
 constexpr std::string_view kDownloadFailed = "Failed to execute downloadBinary method, error : %@";
 constexpr std::string_view kUpdateFailed = "Failed to execute updateBinary method, error : %@";
+constexpr std::string_view kDeleteFailed =
+    "Failed to execute deleteByFileIdBinary method, error : %@";
+constexpr std::string_view kDeleteByCriteriaFailed =
+    "Failed to execute deleteByCriteriaBinary method, error : %@";
+constexpr std::string_view kAbortFailed = "Failed to execute abortWithUrl method, error : %@";
 constexpr std::string_view kFailureBlockThrew =
     "The failure callback of the application threw, exception : %@";
 
@@ -113,6 +118,45 @@ void BinaryFileStorageInterface::updateWithUrl(const std::string& url,
     const auto callback =
         BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, nullptr);
     manager().updateWithUrl(url, Params, callback, options);
+  });
+}
+
+void BinaryFileStorageInterface::deleteWithUrl(const std::string& url,
+                                               const std::optional<std::string>& fileId,
+                                               const std::optional<Dictionary>& deleteParams,
+                                               const std::optional<Dictionary>& headers,
+                                               const BinaryBlock& onSuccess,
+                                               const BinaryBlock& onFailure,
+                                               const std::optional<Dictionary>& options) {
+  guarded(kDeleteFailed, onFailure, [&]() {
+    const auto callback =
+        BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, nullptr);
+    manager().deleteWithUrl(url, fileId, deleteParams, headers, callback, options);
+  });
+}
+
+void BinaryFileStorageInterface::deleteByCriteria(const std::string& url,
+                                                  const std::optional<Dictionary>& deleteCriteria,
+                                                  const std::optional<Dictionary>& headers,
+                                                  const BinaryBlock& onSuccess,
+                                                  const BinaryBlock& onFailure,
+                                                  const std::optional<Dictionary>& options) {
+  guarded(kDeleteByCriteriaFailed, onFailure, [&]() {
+    const auto callback =
+        BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, nullptr);
+    manager().deleteByCriteria(url, deleteCriteria, headers, callback, options);
+  });
+}
+
+void BinaryFileStorageInterface::abortWithUrl(const std::string& url,
+                                              const std::optional<std::string>& fileId,
+                                              const std::optional<Dictionary>& abortParams,
+                                              const std::optional<Dictionary>& headers,
+                                              const BinaryBlock& onSuccess,
+                                              const BinaryBlock& onFailure,
+                                              const std::optional<Dictionary>& options) {
+  guarded(kAbortFailed, onFailure, [&]() {
+    deleteWithUrl(url, fileId, abortParams, headers, onSuccess, onFailure, options);
   });
 }
 

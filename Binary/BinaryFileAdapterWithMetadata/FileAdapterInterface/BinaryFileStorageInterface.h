@@ -10,8 +10,8 @@
 
 namespace varo::binary {
 
-/// The entry to the file adapter: lists, uploads, downloads and updates files on the back end's
-/// object service, whose base URL each operation takes.
+/// The entry to the file adapter: lists, uploads, downloads, updates and deletes files on the back
+/// end's object service, whose base URL each operation takes.
 ///
 /// Operations return as soon as they are started; outcomes arrive through the blocks, as
 /// `BinaryCallback` describes: success and failure on a thread of the library's pool, progress on
@@ -68,6 +68,37 @@ class BinaryFileStorageInterface {
                             const std::optional<platform::Dictionary>& Params,
                             const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
                             const std::optional<platform::Dictionary>& options);
+
+  /// Deletes the file with this identifier, where it also has the entries of `deleteParams` in its
+  /// metadata. Success: the service's answers and "requestContext", the parameters with "file_id".
+  ///
+  /// The service may accept a delete for later. Then its status is asked for, at most five times in
+  /// at most 26 seconds and the time that the requests take, before success or failure is reported.
+  /// A failure of that has the domain "Network operation failed" and the code "6003"; the errors
+  /// that led to it, an array, are under "Errors" in "userInfo".
+  static void deleteWithUrl(const std::string& url, const std::optional<std::string>& fileId,
+                            const std::optional<platform::Dictionary>& deleteParams,
+                            const std::optional<platform::Dictionary>& headers,
+                            const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
+                            const std::optional<platform::Dictionary>& options);
+
+  /// Deletes the files whose metadata has all entries of `deleteCriteria`, as `deleteWithUrl` does.
+  /// An empty dictionary is refused. No dictionary at all asks the service to delete without a
+  /// selection, as `deleteWithUrl` does without both identifier and parameters; under
+  /// `TransferPolicy::kSafe` that is refused, too. "requestContext" is the criteria.
+  static void deleteByCriteria(const std::string& url,
+                               const std::optional<platform::Dictionary>& deleteCriteria,
+                               const std::optional<platform::Dictionary>& headers,
+                               const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
+                               const std::optional<platform::Dictionary>& options);
+
+  /// Gives up an upload: deletes what the service has of the file, as `deleteWithUrl` does with
+  /// `abortParams`. Does not stop the upload in this process.
+  static void abortWithUrl(const std::string& url, const std::optional<std::string>& fileId,
+                           const std::optional<platform::Dictionary>& abortParams,
+                           const std::optional<platform::Dictionary>& headers,
+                           const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
+                           const std::optional<platform::Dictionary>& options);
 
   /// "UploadInputTypeLocalFilePath" is a path; "UploadInputTypeRawBytes", and any other text, are
   /// raw bytes.

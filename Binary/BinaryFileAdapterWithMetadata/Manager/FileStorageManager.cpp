@@ -4,6 +4,7 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryListTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
@@ -30,6 +31,7 @@ constexpr std::string_view kListTag = "listFilesWithUrl";
 constexpr std::string_view kUploadTag = "uploadBinaryWithUrl";
 constexpr std::string_view kDownloadTag = "downloadBinaryWithUrl";
 constexpr std::string_view kUpdateTag = "updateWithUrl";
+constexpr std::string_view kDeleteTag = "deleteBinary";
 
 constexpr std::string_view kInvalidUrl = "%@ : %@ : Exception in url validation : %@";
 constexpr std::string_view kInvalidUploadParams =
@@ -38,9 +40,13 @@ constexpr std::string_view kInvalidDownloadParams =
     "%@ : %@ : Exception in download params validation : %@";
 constexpr std::string_view kInvalidUpdateParams =
     "%@ : %@ : Exception in update params validation : %@";
+constexpr std::string_view kInvalidDeleteParams =
+    "%@ : %@ : Exception in deleteParams validation : %@";
+constexpr std::string_view kInvalidFileId = "%@ : %@ : Exception in fileId validation : %@";
 constexpr std::string_view kCallbackNotDefined = "%@ : %@ : Callback not defined";
 constexpr std::string_view kNoCriteria = "%@ : %@ : No criteria is defined";
 constexpr std::string_view kNoHeaders = "%@ : %@ : No headers are defined";
+constexpr std::string_view kNoOptions = "Options are not defined for : %@";
 constexpr std::string_view kUploadParamsValid = "Upload params validation successfull";
 constexpr std::string_view kDownloadParamsValid = "Download params validation successfull";
 constexpr std::string_view kUpdateParamsValid = "update params validation successfull";
@@ -53,6 +59,12 @@ BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 Value optional(const std::optional<Dictionary>& dictionary) {
   return dictionary ? Value(*dictionary) : Value();
+}
+
+/// Of the options where they have it; true otherwise.
+Value disableIntegrityCheck(const Dictionary& options) {
+  const Value* disabled = options.find(keys::kDisableIntegrityCheck);
+  return disabled != nullptr ? *disabled : Value(true);
 }
 
 }  // namespace
@@ -107,6 +119,14 @@ void FileStorageManager::reportFailure(const std::shared_ptr<BinaryCallback>& ca
   }
 }
 
+void FileStorageManager::addHeaders(const std::optional<Dictionary>& headers, Dictionary& input) {
+  if (headers) {
+    input.set(keys::kHeaders, *headers);
+  } else {
+    logger().logWarning(kNoHeaders, _classTag, functionTag());
+  }
+}
+
 void FileStorageManager::listFilesWithUrl(const std::string& url,
                                           const std::optional<std::string>& criteria,
                                           const std::optional<Dictionary>& headers,
@@ -120,15 +140,8 @@ void FileStorageManager::listFilesWithUrl(const std::string& url,
   } else {
     logger().logWarning(kNoCriteria, _classTag, functionTag());
   }
-  if (headers) {
-    input.set(keys::kHeaders, *headers);
-  } else {
-    logger().logWarning(kNoHeaders, _classTag, functionTag());
-  }
-  if (options) {
-    const Value* disabled = options->find(keys::kDisableIntegrityCheck);
-    input.set(keys::kDisableIntegrityCheck, disabled != nullptr ? *disabled : Value(true));
-  }
+  addHeaders(headers, input);
+  if (options) input.set(keys::kDisableIntegrityCheck, disableIntegrityCheck(*options));
   input.set(keys::kCallback, callback);
 
   const auto list = std::make_shared<BinaryListTask>(/*invokeCallbackOnSuccess=*/true);
@@ -211,6 +224,75 @@ void FileStorageManager::updateWithUrl(const std::string& url,
                            {keys::kMetadata, (*params)[keys::kMetadata]},
                            {keys::kCallback, callback}});
   update->start();
+}
+
+void FileStorageManager::deleteWithUrl(const std::string& url,
+                                       const std::optional<std::string>& fileId,
+                                       const std::optional<Dictionary>& deleteParams,
+                                       const std::optional<Dictionary>& headers,
+                                       const std::shared_ptr<BinaryCallback>& callback,
+                                       const std::optional<Dictionary>& options) {
+  delete_(url, fileId, deleteParams, headers, callback, options);
+}
+
+void FileStorageManager::deleteByCriteria(const std::string& url,
+                                          const std::optional<Dictionary>& deleteCriteria,
+                                          const std::optional<Dictionary>& headers,
+                                          const std::shared_ptr<BinaryCallback>& callback,
+                                          const std::optional<Dictionary>& options) {
+  delete_(url, std::nullopt, deleteCriteria, headers, callback, options);
+}
+
+void FileStorageManager::delete_(const std::string& url, const std::optional<std::string>& fileId,
+                                 const std::optional<Dictionary>& deleteParams,
+                                 const std::optional<Dictionary>& headers,
+                                 const std::shared_ptr<BinaryCallback>& callback,
+                                 const std::optional<Dictionary>& options) {
+  if (!enterWithUrl(kDeleteTag, url, callback)) return;
+  Dictionary input = generateCommonInputContextWithMethodName(kDeleteTag, url, callback, options);
+  if (!addDeleteContext(fileId, deleteParams, callback, input)) return;
+  addHeaders(headers, input);
+
+  const auto deletion = std::make_shared<BinaryDeleteTask>();
+  deletion->setInputContext(std::move(input));
+  deletion->start();
+}
+
+Dictionary FileStorageManager::generateCommonInputContextWithMethodName(
+    std::string_view methodName, const std::string& url,
+    const std::shared_ptr<BinaryCallback>& binaryCallback,
+    const std::optional<Dictionary>& options) {
+  Dictionary input{{keys::kUrl, url}, {keys::kCallback, binaryCallback}};
+  if (options) {
+    input.set(keys::kOptions, *options);
+    input.set(keys::kDisableIntegrityCheck, disableIntegrityCheck(*options));
+  } else {
+    logger().logWarning(kNoOptions, methodName);
+  }
+  return input;
+}
+
+bool FileStorageManager::addDeleteContext(const std::optional<std::string>& fileId,
+                                          const std::optional<Dictionary>& deleteParams,
+                                          const std::shared_ptr<BinaryCallback>& callback,
+                                          Dictionary& input) {
+  ErrorPtr error;
+  if (fileId) {
+    if (!ValidationUtils::validateFileIdForDeletion(fileId, &error)) {
+      reportInvalid(kInvalidFileId, callback, error);
+      return false;
+    }
+    Dictionary context = deleteParams.value_or(Dictionary{});
+    context.set(keys::kFileId, *fileId);
+    input.set(keys::kRequestContext, std::move(context));
+  } else if (deleteParams || transferPolicy() == TransferPolicy::kSafe) {
+    if (!ValidationUtils::validateDeleteParams(deleteParams, &error)) {
+      reportInvalid(kInvalidDeleteParams, callback, error);
+      return false;
+    }
+    input.set(keys::kRequestContext, *deleteParams);
+  }
+  return true;
 }
 
 void FileStorageManager::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,

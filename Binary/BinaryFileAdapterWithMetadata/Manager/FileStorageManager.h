@@ -46,6 +46,33 @@ class FileStorageManager final : public platform::VSTask {
   void updateWithUrl(const std::string& url, const std::optional<platform::Dictionary>& params,
                      const std::shared_ptr<BinaryCallback>& callback,
                      const std::optional<platform::Dictionary>& options);
+  /// The file with this identifier; also what `delete_` says.
+  void deleteWithUrl(const std::string& url, const std::optional<std::string>& fileId,
+                     const std::optional<platform::Dictionary>& deleteParams,
+                     const std::optional<platform::Dictionary>& headers,
+                     const std::shared_ptr<BinaryCallback>& callback,
+                     const std::optional<platform::Dictionary>& options);
+  /// The files whose metadata has all of these entries; also what `delete_` says.
+  void deleteByCriteria(const std::string& url,
+                        const std::optional<platform::Dictionary>& deleteCriteria,
+                        const std::optional<platform::Dictionary>& headers,
+                        const std::shared_ptr<BinaryCallback>& callback,
+                        const std::optional<platform::Dictionary>& options);
+  /// With an identifier, the parameters are further entries that the file has to have; without,
+  /// they are the criteria. With neither, the request selects nothing in particular, and what that
+  /// deletes is the service's decision; under `TransferPolicy::kSafe` it is an error.
+  void delete_(const std::string& url, const std::optional<std::string>& fileId,
+               const std::optional<platform::Dictionary>& deleteParams,
+               const std::optional<platform::Dictionary>& headers,
+               const std::shared_ptr<BinaryCallback>& callback,
+               const std::optional<platform::Dictionary>& options);
+
+  /// "url", "callback" and, where there are options, "options" and "disableIntegrityCheck" (of the
+  /// options, else true). Without options a warning names the method.
+  [[nodiscard]] static platform::Dictionary generateCommonInputContextWithMethodName(
+      std::string_view methodName, const std::string& url,
+      const std::shared_ptr<BinaryCallback>& binaryCallback,
+      const std::optional<platform::Dictionary>& options);
 
   /// Hears of the downloads. Called by the engine.
   void task(const std::shared_ptr<VSTask>& task, platform::TaskState from, platform::TaskState to,
@@ -68,6 +95,14 @@ class FileStorageManager final : public platform::VSTask {
                      const platform::ErrorPtr& error);
   void reportFailure(const std::shared_ptr<BinaryCallback>& callback,
                      const platform::ErrorPtr& error);
+  /// Adds "headers" to `input`, or logs that there are none.
+  void addHeaders(const std::optional<platform::Dictionary>& headers, platform::Dictionary& input);
+  /// Adds "requestContext", which says what to delete, to `input`, where there is anything to say.
+  /// False, after a report, where the arguments are not valid.
+  [[nodiscard]] bool addDeleteContext(const std::optional<std::string>& fileId,
+                                      const std::optional<platform::Dictionary>& deleteParams,
+                                      const std::shared_ptr<BinaryCallback>& callback,
+                                      platform::Dictionary& input);
   /// Enters a download as in progress; false when there is one of the same file.
   [[nodiscard]] bool enterDownload(const DownloadPtr& download);
 

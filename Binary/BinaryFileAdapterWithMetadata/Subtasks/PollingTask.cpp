@@ -1,0 +1,37 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
+
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/StatusCheckerTask.h"
+
+#include <chrono>
+#include <memory>
+
+namespace varo::binary {
+
+using platform::TaskState;
+
+PollingTask::PollingTask(platform::ErrorPtr* error, platform::Random& random,
+                         platform::Sleeper& sleeper)
+    : VSAbstractLoopingTask(std::make_shared<StatusCheckerTask>(error), error, sleeper),
+      random_(random) {}
+
+bool PollingTask::shouldIterate(TaskState subTaskState) {
+  return VSAbstractLoopingTask::shouldIterate(subTaskState) && subTaskState != TaskState::Errored &&
+         !_outputContext.get(keys::kPollingStatus).boolValue() && retryIndex <= kMaxStatusRequests;
+}
+
+void PollingTask::transformInputContextForNextIteration() {
+  exponentialBackoffDelay();
+  ++retryIndex;
+  _inputContext.set(keys::kCurrentIteration, retryIndex);
+}
+
+/// Draws whole seconds, each number of them below 2^retryIndex as likely as the others.
+void PollingTask::exponentialBackoffDelay() {
+  const std::int64_t greatest = (std::int64_t{1} << retryIndex) - 1;
+  sleepBeforeNextIteration(std::chrono::seconds(random_.integer(0, greatest)));
+}
+
+bool PollingTask::treatErrorAsSuccess() { return false; }
+
+}  // namespace varo::binary

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Platform/Foundation/Random.h"
+#include "Platform/TaskEngine/VSAbstractLoopingTask.h"
+
+#include <cstdint>
+
+namespace varo::binary {
+
+/// Asks for the status of an accepted operation until it is finished: runs a `StatusCheckerTask`,
+/// whose input is the loop's, at most five times. Between two attempts it sleeps for a random time
+/// whose bound grows (1, 3, 7, 15 seconds), without holding a thread.
+///
+/// Ends as Ended when the operation is finished, as Errored when an attempt failed or the last one
+/// found it unfinished, or with the runtime's shutdown.
+class PollingTask final : public platform::VSAbstractLoopingTask {
+ public:
+  /// `error` is set, unless it is null, where the loop cannot be made. `random` and `sleeper` must
+  /// outlive the loop.
+  explicit PollingTask(platform::ErrorPtr* error = nullptr,
+                       platform::Random& random = platform::Random::system(),
+                       platform::Sleeper& sleeper = platform::Sleeper::shared());
+
+  [[nodiscard]] bool shouldIterate(platform::TaskState subTaskState) override;
+  void transformInputContextForNextIteration() override;
+  [[nodiscard]] bool treatErrorAsSuccess() override;
+
+ private:
+  void exponentialBackoffDelay();
+
+  platform::Random& random_;
+  /// The number of the attempt, from 1. Touched by the loop's steps, which follow one another.
+  std::int32_t retryIndex = 1;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,78 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/StatusCheckerTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::DictionaryEntry;
+using platform::Error;
+using platform::ErrorPtr;
+using platform::NetworkErrorPtr;
+using platform::TaskState;
+using platform::Value;
+
+StatusCheckerTask::StatusCheckerTask(ErrorPtr* error) : BinaryBaseTask(error) { initializeIvars(); }
+
+void StatusCheckerTask::initializeIvars() {
+  _pollingUrl.clear();
+  _currentIteration = 1;
+  _headers = {};
+}
+
+void StatusCheckerTask::unpackInputContext() {
+  initializeIvars();
+  const Dictionary input = inputContext();
+  _pollingUrl = input[keys::kPollingUrl].textValue();
+  _headers.set(kIgnoreMapperResponseFiltering, kTrue);
+  for (const DictionaryEntry& header : input[keys::kHeaders].dictionaryValue()) {
+    BinaryNetworkUtils::setHeader(_headers, header.key, header.value);
+  }
+  _queryParams = input[keys::kQueryParams].dictionaryValue();
+  _pollingSuccessIndicators = input[keys::kPollingSuccessIndicators].dictionaryValue();
+  if (const Value* iteration = input.find(keys::kCurrentIteration)) {
+    _currentIteration = iteration->integerValue();
+  }
+  options_ = optionalDictionary(input[keys::kOptions]);
+}
+
+void StatusCheckerTask::execute() {
+  unpackInputContext();
+  BinaryNetworkUtils::GET(
+      _pollingUrl, _queryParams, _headers, options_.value_or(Dictionary{}),
+      kOperationTypeStatusChecker,
+      [self = self<StatusCheckerTask>()](const Dictionary& response, const NetworkErrorPtr& error) {
+        self->processResponse(response, error);
+      });
+}
+
+void StatusCheckerTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
+  if (error != nullptr) return raiseError(error);
+  const bool status = isFinished(response);
+  _outputContext.addEntries(response);
+  // Last: an answer that has an entry of this name must neither end the loop nor keep it going.
+  _outputContext.set(keys::kPollingStatus, status);
+  if (!status) {
+    BinaryLogger::sharedInstance().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
+  }
+  if (!status && _currentIteration == kMaxStatusRequests) {
+    return raiseError(std::make_shared<const Error>(std::string(kRetriesExceededErrorDomain),
+                                                    kCodeHTTPRequestFailed, Dictionary{}));
+  }
+  setState(TaskState::Ended);
+}
+
+bool StatusCheckerTask::isFinished(const Dictionary& response) const {
+  return std::all_of(_pollingSuccessIndicators.begin(), _pollingSuccessIndicators.end(),
+                     [&response](const DictionaryEntry& indicator) {
+                       return response[indicator.key] == indicator.value;
+                     });
+}
+
+}  // namespace varo::binary

@@ -1,0 +1,141 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Foundation/Text.h"
+#include "Platform/Network/HttpCookieStore.h"
+
+#include <string_view>
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::DictionaryEntry;
+using platform::ErrorPtr;
+using platform::NetworkError;
+using platform::NetworkErrorPtr;
+using platform::TaskState;
+using platform::Value;
+using platform::VSTask;
+
+namespace {
+
+constexpr std::string_view kSetupFailed =
+    "Failed to setup subtasks of BinaryDeleteTask with error: %@";
+constexpr std::string_view kNoPollApi =
+    "The service accepted the delete for later, but its answer has no \"poll_api\" to ask for its "
+    "status";
+constexpr std::string_view kNoService =
+    "The service accepted the delete for later, but its URL has no \"services\" to ask for its "
+    "status";
+
+NetworkErrorPtr operationError(Dictionary userInfo) {
+  return std::make_shared<const NetworkError>(std::string(kNetworkOperationErrorDomain),
+                                              kCodeHTTPRequestFailed, std::move(userInfo),
+                                              platform::currentCallStack());
+}
+
+NetworkErrorPtr operationError(std::string_view description) {
+  return operationError(Dictionary{{std::string(platform::kLocalizedDescriptionKey), description}});
+}
+
+}  // namespace
+
+BinaryDeleteTask::BinaryDeleteTask(platform::Random& random, platform::Sleeper& sleeper) {
+  ErrorPtr error;
+  setupSubTasks(&error, random, sleeper);
+  if (error != nullptr) BinaryLogger::sharedInstance().logFatal(kSetupFailed, error);
+}
+
+void BinaryDeleteTask::setupSubTasks(ErrorPtr* error, platform::Random& random,
+                                     platform::Sleeper& sleeper) {
+  const auto polling = std::make_shared<PollingTask>(error, random, sleeper);
+  addSubtask(polling);
+  _pollingTask = polling;
+}
+
+void BinaryDeleteTask::unpackInputContext() {
+  const Dictionary input = inputContext();
+  url_ = input[keys::kUrl].textValue().append(kObjectsFileSuffix);
+  headers_ = Dictionary{{kIgnoreMapperResponseFiltering, kTrue}};
+  for (const DictionaryEntry& header : input[keys::kHeaders].dictionaryValue()) {
+    BinaryNetworkUtils::setHeader(headers_, header.key, header.value);
+  }
+  BinaryNetworkUtils::setHeader(headers_, kContentType, kContentTypeJson);
+  options_ = optionalDictionary(input[keys::kOptions]);
+  if (const Value* context = input.find(keys::kRequestContext)) {
+    _requestContext = context->dictionaryValue();
+  }
+  const std::string filter = BinaryCommonUtils::generateFilterStringWithMetadata(_requestContext);
+  _filter = platform::trimmed(filter);
+  _queryParams.set(kQueryFilter, _filter);
+  binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
+}
+
+void BinaryDeleteTask::execute() {
+  platform::HttpCookieStore::sharedStore().setAcceptPolicy(platform::CookieAcceptPolicy::kAlways);
+  unpackInputContext();
+  BinaryNetworkUtils::DELETE(
+      *url_, _queryParams, headers_, options_.value_or(Dictionary{}),
+      [self = self<BinaryDeleteTask>()](const Dictionary& response, const NetworkErrorPtr& error) {
+        self->processResponse(response, error);
+      });
+}
+
+void BinaryDeleteTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
+  if (error != nullptr) return fail(error);
+  _outputContext.addEntries(response);
+  _outputContext.set(keys::kRequestContext, _requestContext);
+  if (response[kHttpStatusCode].textValue() == kHttpStatusAccepted) return poll(response);
+  setState(TaskState::Ended);
+  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
+}
+
+void BinaryDeleteTask::poll(const Dictionary& response) {
+  const std::string* pollApi = response[kPollApi].text();
+  if (pollApi == nullptr || pollApi->empty()) return fail(operationError(kNoPollApi));
+  if (!BinaryNetworkUtils::extractBaseServiceUrl(url_)) return fail(operationError(kNoService));
+
+  const auto polling = _pollingTask.lock();
+  polling->subscribeForTaskUpdates(shared_from_this());
+  runSubtask(polling,
+             {{keys::kPollingUrl, BinaryNetworkUtils::extractPollingUrl(url_, *pollApi)},
+              {keys::kQueryParams, BinaryNetworkUtils::extractQueryParams(*pollApi)},
+              {keys::kPollingSuccessIndicators, Dictionary{{kPollStatus, kPollStatusDone}}},
+              {keys::kHeaders, headers_}});
+}
+
+void BinaryDeleteTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
+                            const Dictionary& context) {
+  const auto polling = std::dynamic_pointer_cast<PollingTask>(task);
+  if (polling == nullptr) return;
+  if (to == TaskState::Ended) pollingEnded(*polling);
+  if (to == TaskState::Errored) pollingFailed(*polling, context);
+}
+
+void BinaryDeleteTask::pollingEnded(const VSTask& polling) {
+  _outputContext.addEntries(polling.outputContext());
+  for (const char* aboutPolling : {keys::kPollingStatus, kPollApi, kPollStatus}) {
+    _outputContext.remove(aboutPolling);
+  }
+  // The callback first: the reverse of an end without polling, and what callers count on.
+  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
+  setState(TaskState::Ended);
+}
+
+void BinaryDeleteTask::pollingFailed(const VSTask& polling, const Dictionary& context) {
+  _outputContext.addEntries(polling.outputContext());
+  const std::string errors(platform::kTaskErrors);
+  fail(operationError(Dictionary{{errors, context[errors]}}));
+}
+
+void BinaryDeleteTask::subtaskFinished(const std::shared_ptr<VSTask>& /*subtask*/,
+                                       TaskState /*state*/) {}
+
+}  // namespace varo::binary

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "Platform/Foundation/Random.h"
+#include "Platform/Foundation/Sleeper.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace varo::test {
+
+/// Draws the greatest number, or always the same, and notes the bounds. For one loop at a time.
+class GreatestRandom final : public platform::Random {
+ public:
+  std::int64_t integer(std::int64_t least, std::int64_t greatest) override {
+    EXPECT_EQ(least, 0);
+    bounds.push_back(greatest);
+    return drawn.value_or(greatest);
+  }
+  std::optional<std::int64_t> drawn;
+  std::vector<std::int64_t> bounds;
+};
+
+/// Notes the delays, in milliseconds, and wakes at once. For one loop at a time.
+class RecordingSleeper final : public platform::Sleeper {
+ public:
+  void wakeAfter(std::chrono::milliseconds delay, platform::TimerQueue::Job wake) override {
+    delays.push_back(delay.count());
+    wake(reason);
+  }
+  platform::TimerQueue::Reason reason = platform::TimerQueue::Reason::kDue;
+  std::vector<std::int64_t> delays;
+};
+
+}  // namespace varo::test

@@ -1,0 +1,356 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "tests/support/FileAdapterFixture.h"
+#include "tests/support/RecordingLog.h"
+#include "tests/support/ScriptedBackOff.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <functional>
+
+namespace varo::binary {
+namespace {
+
+using platform::Array;
+using platform::Dictionary;
+using platform::HttpMethod;
+using platform::LogLevel;
+using platform::TaskState;
+using platform::Value;
+using test::answerWith;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* kAccepted =
+    R"({"opstatus":0,"httpStatusCode":202,"poll_api":"/jobs/7/status?a=1&b=2"})";
+constexpr const char* kWorking = R"({"opstatus":0,"poll_status":"true"})";
+constexpr const char* kDone = R"({"opstatus":0,"poll_status":"false","deleted":3})";
+
+class DeleteTest : public test::FileAdapterFixture {
+ protected:
+  /// Runs the task itself, so that waits are drawn from `random_` and slept by `sleeper_`.
+  std::shared_ptr<BinaryDeleteTask> start(const Dictionary& headers = {}) {
+    auto task = std::make_shared<BinaryDeleteTask>(random_, sleeper_);
+    task->setInputContext({{"url", kUrl},
+                           {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
+                                            onSuccess(), onFailure(), onProgress())},
+                           {"headers", headers},
+                           {"requestContext", Dictionary{{"file_id", "7"}}}});
+    task->start();
+    return task;
+  }
+  void answerAll(const std::vector<const char*>& bodies) {
+    for (const char* body : bodies) transport_->answer(answerWith(200, body));
+  }
+  /// The failure of a delete whose polling failed, and the one error that led to it.
+  void expectPollingFailure(const Event& event, std::string_view domain, std::int64_t code) {
+    EXPECT_EQ(event.block, "failure");
+    const Dictionary failure = event.value.dictionaryValue();
+    EXPECT_EQ(failure["code"], Value("6003"));
+    EXPECT_EQ(failure["domain"], Value("Network operation failed"));
+    const Array* errors = failure["userInfo"].dictionaryValue()[platform::kTaskErrors].array();
+    ASSERT_NE(errors, nullptr);
+    ASSERT_EQ(errors->size(), 1U);
+    EXPECT_EQ((*errors)[0].error()->domain(), domain);
+    EXPECT_EQ((*errors)[0].error()->code(), code);
+  }
+
+  const std::string kFiles = std::string(kUrl) + "/objects/File";
+  test::GreatestRandom random_;
+  test::RecordingSleeper sleeper_;
+};
+
+TEST_F(DeleteTest, DeleteDoneAtOnceSucceedsWithTheAnswerAndNeverPolls) {
+  for (const char* status : {"200", "\"200\"", "2020", "\"202 \"", "true"}) {
+    transport_->answer(answerWith(
+        202, std::string(R"({"opstatus":0,"poll_api":"/p?a=1","httpStatusCode":)") + status + "}"));
+    start();
+    const Event end = awaitNext();
+    EXPECT_EQ(end.block, "success");
+    const Dictionary result = end.value.dictionaryValue();
+    EXPECT_EQ(result["poll_api"], Value("/p?a=1")) << "entries of the answer stay";
+    EXPECT_EQ(result["requestContext"], Value(Dictionary{{"file_id", "7"}}));
+  }
+  EXPECT_EQ(transport_->requestCount(), 5U);
+}
+
+TEST_F(DeleteTest, AcceptedDeleteSucceedsAtTheAttemptThatFindsItDone) {
+  const std::vector<std::int64_t> bounds{1, 3, 7, 15};
+  for (std::size_t attempts = 1; attempts <= 5; ++attempts) {
+    const test::RecordingLog log(LogLevel::kInfo);
+    random_.bounds.clear();
+    sleeper_.delays.clear();
+    const std::size_t before = transport_->requestCount();
+    answerAll({attempts % 2 == 0 ? kAccepted
+                                 : R"({"httpStatusCode":"202","poll_api":"/jobs/7/status"})"});
+    for (std::size_t i = 1; i < attempts; ++i) answerAll({kWorking});
+    answerAll({kDone});
+    start();
+    const Event end = awaitNext();
+    EXPECT_EQ(end.block, "success");
+    const Dictionary result = end.value.dictionaryValue();
+    for (const char* gone : {"pollingStatus", "poll_api", "poll_status"}) {
+      EXPECT_FALSE(result.contains(gone)) << gone;
+    }
+    EXPECT_EQ(result["deleted"], Value(3));
+    EXPECT_EQ(result["httpStatusCode"].textValue(), "202");
+    EXPECT_EQ(result["requestContext"], Value(Dictionary{{"file_id", "7"}}));
+    EXPECT_EQ(transport_->requestCount() - before, 1 + attempts);
+    awaitEndOfTasks();
+    std::vector<std::int64_t> drawn(bounds.begin(),
+                                    bounds.begin() + static_cast<std::ptrdiff_t>(attempts) - 1);
+    EXPECT_EQ(random_.bounds, drawn);
+    for (auto& bound : drawn) bound *= 1000;
+    EXPECT_EQ(sleeper_.delays, drawn) << "milliseconds of whole seconds";
+    for (std::size_t k = 1; k <= 5; ++k) {
+      EXPECT_EQ(log->count(LogLevel::kInfo, std::string(kServiceStillWorking) + std::to_string(k)),
+                k < attempts ? 1 : 0);
+    }
+  }
+}
+
+TEST_F(DeleteTest, FifthAnswerThatDoesNotMatchFailsTheDelete) {
+  constexpr std::string_view kDomain =
+      "Exceeded number of retries, the current operation is taking longer time, status is not "
+      "available yet";
+  for (const char* working :
+       {kWorking, R"({"opstatus":0,"poll_status":false})", R"({})",
+        R"({"poll_status":"False","pollingStatus":true})", R"({"poll_status":null})"}) {
+    random_.bounds.clear();
+    const std::size_t before = transport_->requestCount();
+    answerAll({kAccepted, working, working, working, working, working});
+    const auto task = start();
+    expectPollingFailure(awaitNext(), kDomain, 6003);
+    EXPECT_EQ(transport_->requestCount() - before, 6U) << working;
+    EXPECT_THAT(random_.bounds, ElementsAre(1, 3, 7, 15));
+    EXPECT_EQ(task->state(), TaskState::Errored);
+    ASSERT_EQ(task->errors().size(), 1U);
+    EXPECT_EQ(task->errors()[0]->domain(), "Network operation failed");
+  }
+}
+
+TEST_F(DeleteTest, AnswerThatFeignsThePollingStatusDoesNotKeepAFinishedDeletePolling) {
+  answerAll({kAccepted, R"({"poll_status":"false","pollingStatus":false})"});
+  start();
+  EXPECT_EQ(awaitNext().block, "success");
+  EXPECT_EQ(transport_->requestCount(), 2U);
+}
+
+TEST_F(DeleteTest, WaitOfNoSecondsPollsAgainAtOnce) {
+  random_.drawn = 0;
+  answerAll({kAccepted, kWorking, kWorking, kDone});
+  start();
+  EXPECT_EQ(awaitNext().block, "success");
+  EXPECT_THAT(sleeper_.delays, IsEmpty());
+}
+
+TEST_F(DeleteTest, FailedRequestsFailTheDelete) {
+  transport_->answer(test::failWith(28, "timed out"));
+  start();
+  const Dictionary failure = awaitNext().value.dictionaryValue();
+  EXPECT_EQ(failure["code"], Value("28"));
+  EXPECT_EQ(failure["domain"], Value("BinaryNetworkUtils"));
+
+  answerAll({kAccepted, kWorking});
+  transport_->answer(test::failWith(7, "refused"));
+  start();
+  expectPollingFailure(awaitNext(), "BinaryNetworkUtils", 7);
+
+  answerAll({kAccepted, R"({"opstatus":8009,"poll_status":"false"})"});
+  start();
+  expectPollingFailure(awaitNext(), "BinaryNetworkUtils", 6003);
+
+  sleeper_.reason = platform::TimerQueue::Reason::kShutDown;
+  answerAll({kAccepted, kWorking});
+  start();
+  expectPollingFailure(awaitNext(), "LoopingTask", 2);
+}
+
+TEST_F(DeleteTest, AcceptedDeleteThatDoesNotSayWhereToPollFailsAndSaysSo) {
+  const auto description = [](const Event& end) {
+    const Dictionary failure = end.value.dictionaryValue();
+    EXPECT_EQ(end.block, "failure");
+    EXPECT_EQ(failure["code"], Value("6003"));
+    EXPECT_EQ(failure["domain"], Value("Network operation failed"));
+    return failure["localizedDescription"].textValue();
+  };
+  for (const char* entry : {"", R"(,"poll_api":null)", R"(,"poll_api":"")", R"(,"poll_api":7)"}) {
+    transport_->answer(answerWith(200, std::string(R"({"httpStatusCode":202)") + entry + "}"));
+    start();
+    EXPECT_THAT(description(awaitNext()), testing::HasSubstr("\"poll_api\"")) << entry;
+  }
+  answerAll({kAccepted});
+  BinaryFileStorageInterface::deleteWithUrl("http://127.0.0.1/storage", "7", {}, {}, onSuccess(),
+                                            onFailure(), {});
+  EXPECT_THAT(description(awaitNext()), testing::HasSubstr("\"services\""));
+  EXPECT_EQ(transport_->requestCount(), 5U);
+}
+
+TEST_F(DeleteTest, RequestsCarryTheHeadersWithTheirOwnContentType) {
+  answerAll({kAccepted, kDone});
+  start({{"content-type", "text/x"},
+         {"A", "b"},
+         {"x-tessel-ignore-mapper-response-filtering", "no"}});
+  EXPECT_EQ(awaitNext().block, "success");
+
+  const auto requests = transport_->requests();
+  ASSERT_EQ(requests.size(), 2U);
+  EXPECT_EQ(requests[0].method, HttpMethod::kDelete);
+  EXPECT_EQ(requests[0].url, kFiles + "?$filter=file_id%20eq%20%277%27");
+  EXPECT_EQ(requests[1].method, HttpMethod::kGet);
+  EXPECT_EQ(requests[1].url, "http://127.0.0.1/services/jobs/7/status?a=1&b=2");
+  for (const auto& request : requests) {
+    std::vector<std::string> headers;
+    for (const auto& header : request.headers) headers.push_back(header.name + "=" + header.value);
+    EXPECT_THAT(headers, ElementsAre("A=b", "x-tessel-ignore-mapper-response-filtering=no",
+                                     "Content-Type=application/json"));
+  }
+}
+
+/// A callback without blocks logs where it would have called one: that shows the order.
+TEST_F(DeleteTest, CallbackComesBeforeTheEndOfAPolledDeleteAndAfterAllOtherEnds) {
+  const test::RecordingLog log(LogLevel::kWarning);
+  const std::vector<const char*> bad(5, kWorking);
+  std::vector<const char*> tooLate{kAccepted};
+  tooLate.insert(tooLate.end(), bad.begin(), bad.end());
+  const struct {
+    std::vector<const char*> answers;
+    const char* text;
+    TaskState whenCalled;
+    TaskState end;
+  } cases[] = {
+      {{R"({"opstatus":0})"},
+       "Success callback is not defined.",
+       TaskState::Ended,
+       TaskState::Ended},
+      {{kAccepted, kDone},
+       "Success callback is not defined.",
+       TaskState::Started,
+       TaskState::Ended},
+      {{R"({"opstatus":1})"},
+       "Failure callback is not defined.",
+       TaskState::Errored,
+       TaskState::Errored},
+      {tooLate, "Failure callback is not defined.", TaskState::Errored, TaskState::Errored},
+  };
+  std::shared_ptr<BinaryDeleteTask> task;
+  std::atomic<TaskState> whenCalled;
+  std::atomic<int> calls = 0;
+  log->onWrite = [&](std::string_view) {
+    whenCalled = task->state();
+    ++calls;
+  };
+  for (const auto& item : cases) {
+    log->clear();
+    calls = 0;
+    answerAll(item.answers);
+    task = std::make_shared<BinaryDeleteTask>(random_, sleeper_);
+    task->setInputContext({{"url", kUrl}, {"callback", std::make_shared<BinaryCallback>()}});
+    task->start();
+    ASSERT_TRUE(test::eventually([&] { return calls > 0 && platform::isFinal(task->state()); }));
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(log->count(LogLevel::kWarning, item.text), 1);
+    EXPECT_EQ(whenCalled, item.whenCalled);
+    EXPECT_EQ(task->state(), item.end);
+  }
+  task.reset();
+  awaitEndOfTasks();
+}
+
+TEST_F(DeleteTest, PollingDeleteStaysStarted) {
+  transport_->hold();
+  answerAll({kAccepted, kDone});
+  const auto task = start();
+  for (int request = 1; request <= 2; ++request) {
+    ASSERT_TRUE(test::eventually([this] { return transport_->heldCount() == 1; }));
+    EXPECT_EQ(task->state(), TaskState::Started);
+    EXPECT_THAT(events(), IsEmpty());
+    transport_->release();
+  }
+  EXPECT_EQ(awaitNext().block, "success");
+}
+
+TEST_F(DeleteTest, SilentAnswersFreeTheTree) {
+  transport_->answer(answerWith(204, std::nullopt));
+  start();
+  awaitEndOfTasks();
+  answerAll({kAccepted});
+  transport_->answer(answerWith(204, std::nullopt));
+  start();
+  awaitEndOfTasks();
+  EXPECT_EQ(transport_->requestCount(), 3U);
+}
+
+TEST_F(DeleteTest, SelectionsReachTheServiceAndTheResult) {
+  using Storage = BinaryFileStorageInterface;
+  transport_->setHandler([](const auto&) { return answerWith(200, R"({"opstatus":0})"); });
+  const auto ok = onSuccess();
+  const auto failed = onFailure();
+  const Dictionary criteria{{" \n name", "a b"}, {"type", "png"}};
+  const Dictionary idAndMore{{"file_id", "7"}, {"type", "png"}};
+  const struct {
+    std::function<void()> call;
+    std::string filter;
+    Dictionary context;
+  } cases[] = {
+      {[&] { Storage::deleteWithUrl(kUrl, "7", {}, Dictionary{}, ok, failed, Dictionary{}); },
+       "file_id%20eq%20%277%27",
+       {{"file_id", "7"}}},
+      {[&] {
+         Storage::deleteWithUrl(kUrl, "7", Dictionary{{"type", "png"}}, {}, ok, failed, {});
+       },
+       "type%20eq%20%27png%27%20and%20file_id%20eq%20%277%27", idAndMore},
+      {[&] {
+         Storage::abortWithUrl(kUrl, "7", Dictionary{{"type", "png"}}, {}, ok, failed, {});
+       },
+       "type%20eq%20%27png%27%20and%20file_id%20eq%20%277%27", idAndMore},
+      {[&] { Storage::deleteByCriteria(kUrl, criteria, {}, ok, failed, {}); },
+       "name%20eq%20%27a%20b%27%20and%20type%20eq%20%27png%27", criteria},
+      {[&] { Storage::deleteWithUrl(kUrl, {}, criteria, {}, ok, failed, {}); },
+       "name%20eq%20%27a%20b%27%20and%20type%20eq%20%27png%27", criteria},
+      {[&] { Storage::deleteByCriteria(kUrl, {}, {}, ok, failed, {}); }, "", {}},
+  };
+  for (const auto& item : cases) {
+    item.call();
+    EXPECT_EQ(awaitNext().value,
+              Value(Dictionary{{"opstatus", 0}, {"requestContext", item.context}}));
+    EXPECT_EQ(transport_->requests().back().url, kFiles + "?$filter=" + item.filter);
+  }
+}
+
+TEST_F(DeleteTest, InvalidSelectionsFailWithoutARequest) {
+  using Storage = BinaryFileStorageInterface;
+  const test::RecordingLog log(LogLevel::kWarning);
+  const auto ok = onSuccess();
+  const auto failed = onFailure();
+  const auto codeAndDomain = [this] {
+    const Dictionary failure = awaitNext().value.dictionaryValue();
+    return failure["code"].textValue() + " " + failure["domain"].textValue();
+  };
+  Storage::deleteWithUrl("ftp://h", "7", {}, {}, ok, failed, {});
+  EXPECT_EQ(codeAndDomain(), "6018 ValidationsUtils");
+  Storage::abortWithUrl(kUrl, "", {}, {}, ok, failed, {});
+  EXPECT_EQ(codeAndDomain(), "6026 DownloadError");
+  Storage::deleteByCriteria(kUrl, Dictionary{}, {}, ok, failed, {});
+  EXPECT_EQ(codeAndDomain(), "6025 DeleteError");
+  setTransferPolicy(TransferPolicy::kSafe);  // the compatible one lets the service decide
+  Storage::deleteWithUrl(kUrl, {}, {}, {}, ok, failed, {});
+  EXPECT_EQ(codeAndDomain(), "6025 DeleteError");
+
+  EXPECT_EQ(transport_->requestCount(), 0U);
+  const std::string tags = "FileStorageManager : deleteBinary : Exception in ";
+  EXPECT_EQ(log->count(LogLevel::kError, tags + "url validation : URL is not in proper format"), 1);
+  EXPECT_EQ(log->count(LogLevel::kError,
+                       tags + "fileId validation : Unable to perform Delete - Invalid parameter "
+                              "value: file_id is null or undefined"),
+            1);
+  EXPECT_EQ(log->count(LogLevel::kError,
+                       tags + "deleteParams validation : Unable to perform Delete - Missing "
+                              "parameter: deleteParams are null or undefined"),
+            1);
+  EXPECT_EQ(log->count(LogLevel::kWarning, "Options are not defined for : deleteBinary"), 3);
+}
+
+}  // namespace
+}  // namespace varo::binary
