@@ -43,8 +43,9 @@ void Runtime::shutdown() {
   std::for_each(steps.rbegin(), steps.rend(), [](const auto& step) { step(); });
   timers_.shutdown();
   const bool fromInside = pool_.runsInThisThread() || loopSteps_.runsInThisThread();
-  pool_.shutdown();
+  // The steps first: a loop that ends in one of them needs the pool to tell its listeners.
   loopSteps_.shutdown();
+  pool_.shutdown();
   if (!fromInside) growth_.shutdown();
 }
 

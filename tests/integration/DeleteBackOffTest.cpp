@@ -1,0 +1,165 @@
+// Deletes in back-off over the runtime's own threads and clock; only the network is scripted.
+
+#include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Logging/VaroNativeFacade.h"
+#include "tests/support/FileAdapterFixture.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+
+namespace varo::binary {
+namespace {
+
+using platform::Dictionary;
+using platform::HttpMethod;
+using platform::Random;
+using platform::Runtime;
+using platform::Sleeper;
+using platform::Value;
+using test::answerWith;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kService = "http://127.0.0.1/services/storage";
+
+/// Draws the greatest number that is allowed, but none above `most`.
+class GreatRandom final : public Random {
+ public:
+  std::int64_t integer(std::int64_t /*least*/, std::int64_t greatest) override {
+    return most < 0 ? greatest : most;
+  }
+  std::int64_t most = -1;
+};
+
+/// The runtime's, and how many have begun to sleep.
+class CountingSleeper final : public Sleeper {
+ public:
+  void wakeAfter(std::chrono::milliseconds delay, platform::TimerQueue::Job wake) override {
+    Sleeper::shared().wakeAfter(delay, std::move(wake));
+    ++asleep;
+  }
+  std::atomic<int> asleep{0};
+};
+
+test::ScriptedAnswer answerOfBusyService(const test::RecordedRequest& request) {
+  if (request.method == HttpMethod::kDelete) {
+    return answerWith(202, R"({"opstatus":0,"httpStatusCode":202,"poll_api":"/jobs/7?a=1"})");
+  }
+  return answerWith(200, R"({"opstatus":0,"poll_status":"true","records":[]})");
+}
+
+void startDelete(Random& random, Sleeper& sleeper, const BinaryBlock& onSuccess,
+                 const BinaryBlock& onFailure) {
+  const auto task = std::make_shared<BinaryDeleteTask>(random, sleeper);
+  task->setInputContext({{"url", kService},
+                         {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
+                                          onSuccess, onFailure, [](const Value&) {})},
+                         {"requestContext", Dictionary{{"file_id", "7"}}}});
+  task->start();
+}
+
+class DeleteClockTest : public test::FileAdapterFixture {};
+
+TEST_F(DeleteClockTest, SecondStatusRequestFollowsTheFirstAfterTheDrawnSecond) {
+  transport_->answer(answerWith(200, R"({"httpStatusCode":"202","poll_api":"/jobs/7"})"));
+  transport_->answer(answerWith(200, R"({"poll_status":"true"})"));
+  transport_->answer(answerWith(200, R"({"poll_status":"false"})"));
+  GreatRandom random;
+  const auto begin = Clock::now();
+  startDelete(random, Sleeper::shared(), onSuccess(), onFailure());
+  EXPECT_EQ(awaitNext().block, "success");
+  EXPECT_GE(Clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_EQ(transport_->requestCount(), 3U);
+}
+
+/// What the tests below check in a process of their own, whose status is 0 when all was as it
+/// should be.
+void require(bool condition, const char* what) {
+  if (condition) return;
+  std::fprintf(stderr, "Not so: %s\n", what);
+  std::_Exit(1);
+}
+
+/// The runtime and its shutdown, for a number of deletes that a busy service has accepted.
+class BusyDeletes {
+ public:
+  explicit BusyDeletes(int count) : count_(count) {
+    BinaryFileStorageInterface::initialize();  // the manager is a task and stays
+    tasksAtRest_ = platform::VSTask::liveCount();
+    platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(platform::LogLevel::kError);
+    platform::VRONetworkUtility::setTransport(transport_);
+    transport_->setHandler(answerOfBusyService);
+  }
+
+  void start(Random& random, Sleeper& sleeper) {
+    for (int i = 0; i < count_; ++i) {
+      startDelete(
+          random, sleeper, [this](const Value&) { ++successes_; },
+          [this](const Value&) { ++failures_; });
+    }
+  }
+  void shutDownAndCheck() {
+    Runtime::shared().shutdown();
+    require(successes_ == 0, "no delete has succeeded");
+    require(failures_ == count_, "every delete has failed, once");
+    require(platform::VSTask::liveCount() == tasksAtRest_, "every task is freed");
+  }
+
+ private:
+  const int count_;
+  std::size_t tasksAtRest_ = 0;
+  const std::shared_ptr<test::FakeHttpTransport> transport_ =
+      std::make_shared<test::FakeHttpTransport>();
+  std::atomic<int> successes_{0};
+  std::atomic<int> failures_{0};
+};
+
+[[noreturn]] void holdUpNothing() {
+  constexpr int kDeletes = 1000;
+  GreatRandom random;
+  random.most = 3600;
+  CountingSleeper sleeper;
+  BusyDeletes deletes(kDeletes);
+  deletes.start(random, sleeper);
+  require(test::eventually([&] { return sleeper.asleep == kDeletes; }), "all deletes sleep");
+
+  std::promise<void> listed;
+  BinaryFileStorageInterface::getFilesWithUrl(kService, {}, {},
+                                              [&](const Value&) { listed.set_value(); }, {}, {});
+  require(listed.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready,
+          "a list completes meanwhile");
+  Runtime& runtime = Runtime::shared();
+  require(runtime.pool().threadCount() + runtime.loopSteps().threadCount() < 50, "threads are few");
+
+  const auto begin = Clock::now();
+  deletes.shutDownAndCheck();
+  require(Clock::now() - begin < std::chrono::seconds(10), "the shutdown waits for no sleeper");
+  std::_Exit(0);
+}
+
+[[noreturn]] void shutDownAmidPolling() {
+  GreatRandom random;
+  random.most = 0;  // polls again at once, so that deletes are at every step
+  BusyDeletes deletes(300);
+  deletes.start(random, Sleeper::shared());
+  deletes.shutDownAndCheck();
+  std::_Exit(0);
+}
+
+TEST(DeleteBackOffDeathTest, ThousandDeletesInBackOffHoldUpNothingAndFailWithTheShutdown) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(holdUpNothing(), testing::ExitedWithCode(0), "");
+}
+
+TEST(DeleteBackOffDeathTest, EveryDeleteReportsOnceWhereverTheShutdownFindsIt) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(shutDownAmidPolling(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace varo::binary
