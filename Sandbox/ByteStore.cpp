@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <exception>
 #include <unistd.h>
 #include <utility>
 
@@ -79,20 +80,46 @@ ByteStore::WriterOrProblem ByteStore::append(const std::string& key) {
 
 bool ByteStore::remove(const std::string& key) {
   const Lease lease = acquire(key);
-  const auto found = lease ? state(key) : std::nullopt;
+  return lease && removeLeased(key);
+}
+
+void ByteStore::discard(const std::string& key) {
+  const Lease lease = acquire(key, Afterwards::kDiscard);
+  if (lease) removeLeased(key);
+}
+
+bool ByteStore::removeLeased(const std::string& key) {
+  const auto found = state(key);
   if (!found) return false;
   records_.removeBlob(area_, key);
   ::unlink(pathOf(found->fileName).c_str());
   return true;
 }
 
-ByteStore::Lease ByteStore::acquire(const std::string& key) {
+ByteStore::Lease ByteStore::acquire(const std::string& key, Afterwards afterwards) {
   const std::lock_guard lock(mutex_);
-  if (!busy_.insert(key).second) return nullptr;
-  return {&busy_, [this, key](void*) {
-            const std::lock_guard releaseLock(mutex_);
-            busy_.erase(key);
-          }};
+  const auto [entry, isFree] = busy_.try_emplace(key, Afterwards::kKeep);
+  if (!isFree) {
+    if (afterwards == Afterwards::kDiscard) entry->second = afterwards;
+    return nullptr;
+  }
+  return {&busy_, [this, key](void*) { release(key); }};
+}
+
+void ByteStore::release(const std::string& key) noexcept {
+  auto afterwards = Afterwards::kKeep;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto entry = busy_.find(key);
+    afterwards = entry->second;
+    busy_.erase(entry);
+  }
+  if (afterwards == Afterwards::kKeep) return;
+  try {
+    discard(key);
+  } catch (const std::exception&) {
+    // The database fails. Nobody waits for an answer here, and the bytes have no record any more.
+  }
 }
 
 std::string ByteStore::pathOf(const std::string& fileName) const {

@@ -4,10 +4,10 @@
 #include "Sandbox/RecordStore.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -52,14 +52,20 @@ class ByteStore {
 
   /// False when there was nothing.
   [[nodiscard]] bool remove(const std::string& key);
+  /// Removes what is under `key`, if anything; while somebody writes it, as soon as he has ended.
+  void discard(const std::string& key);
 
  private:
   friend class BlobWriter;
 
   /// Keeps other writers from a key while it lives.
   using Lease = std::shared_ptr<void>;
-  /// Null when somebody else has the key.
-  [[nodiscard]] Lease acquire(const std::string& key);
+  /// What becomes of the bytes when the key is free again.
+  enum class Afterwards { kKeep, kDiscard };
+  /// Null when somebody else has the key, who then does afterwards what was asked for here.
+  [[nodiscard]] Lease acquire(const std::string& key, Afterwards afterwards = Afterwards::kKeep);
+  void release(const std::string& key) noexcept;
+  bool removeLeased(const std::string& key);
   [[nodiscard]] std::string pathOf(const std::string& fileName) const;
   void publish(const std::string& key, const BlobState& state, const std::string& oldFileName);
 
@@ -67,7 +73,7 @@ class ByteStore {
   const std::string area_;
   RecordStore& records_;
   std::mutex mutex_;
-  std::set<std::string, std::less<>> busy_;  // guarded by mutex_; keys that are being written
+  std::map<std::string, Afterwards, std::less<>> busy_;  // guarded by mutex_; keys being written
 };
 
 }  // namespace varo::sandbox

@@ -55,6 +55,10 @@ std::optional<WriteProblem> checkForm(const HttpRequest& request, const Template
   return std::nullopt;
 }
 
+HttpResponse notFound(std::string_view id, int httpStatus = 200) {
+  return errorResponse(kNotFound, fmt::format("there is no file \"{}\"", id), httpStatus);
+}
+
 HttpResponse refusal(const WriteProblem& problem) {
   return errorResponse(problem.opstatus, problem.reason);
 }
@@ -82,7 +86,7 @@ HttpResponse BytesService::upload(const HttpRequest& request, RequestBody& body)
   if (!sequence) return errorResponse(kBadParameter, "\"chunk_sequence\" is not a number");
 
   const auto record = records_.find(id);
-  if (!record) return errorResponse(kNotFound, fmt::format("there is no file \"{}\"", id));
+  if (!record) return notFound(id);
   if (record->committed) return errorResponse(kWrongState, "the file is committed already");
   if (!knowsSecurityKey(request, *record)) {
     return errorResponse(kForbidden, "\"security_key\" is missing or wrong");
@@ -91,6 +95,8 @@ HttpResponse BytesService::upload(const HttpRequest& request, RequestBody& body)
 
   auto writer = bytes_.writeChunk(id, *sequence);
   if (const auto* problem = std::get_if<WriteProblem>(&writer)) return refusal(*problem);
+  // A delete between the look at the record and this writer found no bytes to discard.
+  if (!records_.find(id)) return notFound(id);
   BlobWriter& blob = *std::get<std::unique_ptr<BlobWriter>>(writer);
   if (const auto problem = receiveBytes(request, body, blob)) return refusal(*problem);
   HttpResponse response;
@@ -107,7 +113,7 @@ HttpResponse BytesService::download(const HttpRequest& request) const {
   const std::string& id = request.pathArguments.front();
   const auto record = records_.find(id);
   if (!record || !record->committed) {
-    return errorResponse(kNotFound, fmt::format("there is no file \"{}\"", id), 404);
+    return notFound(id, 404);
   }
   if (!knowsSecurityKey(request, *record)) {
     return errorResponse(kForbidden, "\"security_key\" is missing or wrong", 403);

@@ -1,5 +1,6 @@
 #include "Sandbox/ControlService.h"
 
+#include "Sandbox/DeleteJson.h"
 #include "Sandbox/FaultJson.h"
 #include "Sandbox/JsonText.h"
 #include "Sandbox/ServiceStatus.h"
@@ -41,8 +42,8 @@ std::vector<const json::value*> rulesIn(const json::value& object) {
 
 }  // namespace
 
-ControlService::ControlService(FaultInjector& faults, RequestLog& log)
-    : faults_(faults), log_(log) {}
+ControlService::ControlService(FaultInjector& faults, RequestLog& log, DeleteDefault& deletes)
+    : faults_(faults), log_(log), deletes_(deletes) {}
 
 void ControlService::registerRoutes(Router& router) {
   const auto add = [&router](std::string_view method, std::string_view name, auto action) {
@@ -56,6 +57,11 @@ void ControlService::registerRoutes(Router& router) {
   add("POST", "faults", [this](RequestBody& body) { return addFaults(body); });
   add("DELETE", "faults", [this, done](RequestBody&) {
     faults_.clear();
+    return done();
+  });
+  add("POST", "deletes", [this](RequestBody& body) { return setDeletes(body); });
+  add("DELETE", "deletes", [this, done](RequestBody&) {
+    deletes_.reset();
     return done();
   });
   add("GET", "stats", [this](RequestBody&) { return stats(); });
@@ -82,6 +88,18 @@ HttpResponse ControlService::addFaults(RequestBody& body) {
   }
   for (FaultRule& rule : rules) faults_.add(std::move(rule));
   return jsonResponse({{"opstatus", 0}, {"rules", faults_.size()}});
+}
+
+HttpResponse ControlService::setDeletes(RequestBody& body) {
+  const auto text = body.readText(kMaxJsonBytes);
+  const auto object = text ? parseJsonObject(*text) : std::nullopt;
+  if (!object) return errorResponse(kBadJson, "the body is not a JSON object", 400);
+  const auto kind = deleteKindFrom(*object, deletes_.initial());
+  if (!kind) {
+    return errorResponse(kBadParameter, "an entry is unknown or has a wrong value", 400);
+  }
+  deletes_.set(*kind);
+  return jsonResponse({{"opstatus", 0}});
 }
 
 HttpResponse ControlService::stats() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Sandbox/DeleteDefault.h"
 #include "Sandbox/FaultInjector.h"
 #include "Sandbox/HttpResponse.h"
 #include "Sandbox/RequestBody.h"
@@ -10,23 +11,26 @@
 
 namespace varo::sandbox {
 
-/// What a tester says to the sandbox: faults, counters and the last requests, under /control/ of
-/// the object service's listener. It answers clients on this machine only. Thread-safe.
+/// What a tester says to the sandbox: faults, how deletes go, counters and the last requests, under
+/// /control/ of the object service's listener. It answers clients on this machine only.
+/// Thread-safe.
 class ControlService {
  public:
   static constexpr std::string_view kPathPrefix = "/control/";
 
-  ControlService(FaultInjector& faults, RequestLog& log);
+  ControlService(FaultInjector& faults, RequestLog& log, DeleteDefault& deletes);
 
   void registerRoutes(Router& router);
 
  private:
   [[nodiscard]] HttpResponse addFaults(RequestBody& body);
+  [[nodiscard]] HttpResponse setDeletes(RequestBody& body);
   [[nodiscard]] HttpResponse stats() const;
   [[nodiscard]] HttpResponse requests() const;
 
   FaultInjector& faults_;
   RequestLog& log_;
+  DeleteDefault& deletes_;
 };
 
 }  // namespace varo::sandbox

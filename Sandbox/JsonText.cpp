@@ -33,4 +33,11 @@ std::optional<std::string> textUnder(const json::object& object, std::string_vie
   return std::string(value->get_string());
 }
 
+std::optional<json::object> objectUnder(const json::object& object, std::string_view key) {
+  const json::value* value = object.if_contains(key);
+  if (value != nullptr && value->is_object()) return value->get_object();
+  const auto text = textUnder(object, key);
+  return text ? parseJsonObject(*text) : std::nullopt;
+}
+
 }  // namespace varo::sandbox

@@ -24,4 +24,8 @@ namespace varo::sandbox {
 [[nodiscard]] std::optional<std::string> textUnder(const boost::json::object& object,
                                                    std::string_view key);
 
+/// The object under `key`, or the one in the text there, from tools that know text only.
+[[nodiscard]] std::optional<boost::json::object> objectUnder(const boost::json::object& object,
+                                                             std::string_view key);
+
 }  // namespace varo::sandbox

@@ -1,5 +1,6 @@
 #include "Sandbox/ObjectService.h"
 
+#include "Sandbox/DeleteJson.h"
 #include "Sandbox/FilterParser.h"
 #include "Sandbox/JsonText.h"
 #include "Sandbox/RandomName.h"
@@ -40,6 +41,11 @@ std::variant<json::object, HttpResponse> readObject(RequestBody& body) {
   if (!text) return errorResponse(kBadBody, "the body is broken or too large", 400);
   auto object = parseJsonObject(*text);
   if (!object) return errorResponse(kBadJson, "the body is not a JSON object");
+  const json::value* wish = object->if_contains(kDeleteWish);
+  const bool removesWish = wish != nullptr && wish->is_null();
+  if (!removesWish && !wishedDeleteKind(*object, {})) {
+    return errorResponse(kBadParameter, "\"sandbox_delete\" is not valid");
+  }
   return *std::move(object);
 }
 
@@ -54,14 +60,10 @@ void mergeMetadata(const json::object& from, json::object& metadata) {
   }
 }
 
-// The wish arrives as an object, or as its text from tools that know text only.
 std::optional<TemplateKind> wishedKind(const json::object& metadata, TemplateKind defaults) {
-  const json::value* wish = metadata.if_contains(kTemplateWish);
-  if (wish == nullptr) return defaults;
-  if (wish->is_object()) return templateKindFrom(wish->get_object(), defaults);
-  const auto text = textUnder(metadata, kTemplateWish);
-  const auto object = text ? parseJsonObject(*text) : std::nullopt;
-  return object ? templateKindFrom(*object, defaults) : std::nullopt;
+  if (!metadata.contains(kTemplateWish)) return defaults;
+  const auto wish = objectUnder(metadata, kTemplateWish);
+  return wish ? templateKindFrom(*wish, defaults) : std::nullopt;
 }
 
 RecordStore::Properties propertiesOf(const FileRecord& record, const json::object& metadata) {
@@ -72,11 +74,8 @@ RecordStore::Properties propertiesOf(const FileRecord& record, const json::objec
 }
 
 std::optional<json::object> commitProperties(const json::object& entries) {
-  const json::value* value = entries.if_contains(kCommitProperties);
-  if (value == nullptr) return json::object();
-  if (value->is_object()) return value->get_object();
-  const auto text = textUnder(entries, kCommitProperties);
-  return text ? parseJsonObject(*text) : std::nullopt;
+  if (!entries.contains(kCommitProperties)) return json::object();
+  return objectUnder(entries, kCommitProperties);
 }
 
 std::string withoutQuotes(std::string_view tag) {
@@ -94,7 +93,7 @@ bool hasEntityTag(const json::object& properties, const std::string& entityTag) 
 
 }  // namespace
 
-ObjectService::ObjectService(Stores stores, TemplateKind defaultTemplate,
+ObjectService::ObjectService(FileStores stores, TemplateKind defaultTemplate,
                              std::function<std::string()> storeUrl)
     : stores_(stores), defaultTemplate_(defaultTemplate), storeUrl_(std::move(storeUrl)) {}
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "Sandbox/ByteStore.h"
+#include "Sandbox/FileStores.h"
 #include "Sandbox/HttpResponse.h"
-#include "Sandbox/RecordStore.h"
 #include "Sandbox/RequestBody.h"
 #include "Sandbox/Router.h"
 #include "Sandbox/TemplateKind.h"
@@ -20,14 +19,9 @@ namespace varo::sandbox {
 /// Thread-safe. Exceptions of the record store pass through.
 class ObjectService {
  public:
-  struct Stores {
-    RecordStore& records;
-    ByteStore& serviceBytes;
-    ByteStore& outsideBytes;
-  };
-
   /// `storeUrl` gives the outside store's address once it listens.
-  ObjectService(Stores stores, TemplateKind defaultTemplate, std::function<std::string()> storeUrl);
+  ObjectService(FileStores stores, TemplateKind defaultTemplate,
+                std::function<std::string()> storeUrl);
 
   void registerRoutes(Router& router);
 
@@ -45,7 +39,7 @@ class ObjectService {
   [[nodiscard]] std::optional<HttpResponse> completeRecord(const boost::json::object& entries,
                                                            FileRecord& record) const;
 
-  const Stores stores_;
+  const FileStores stores_;
   const TemplateKind defaultTemplate_;
   const std::function<std::string()> storeUrl_;
 };

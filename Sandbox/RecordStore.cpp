@@ -113,6 +113,16 @@ bool RecordStore::replace(const FileRecord& record, const Properties& properties
   return true;
 }
 
+void RecordStore::remove(std::string_view id) {
+  const std::lock_guard lock(mutex_);
+  SQLite::Transaction transaction(*database_);
+  SQLite::Statement statement(*database_, "DELETE FROM files WHERE id = ?");
+  bindText(statement, 1, id);
+  statement.exec();
+  writeProperties(id, {});
+  transaction.commit();
+}
+
 void RecordStore::writeProperties(std::string_view id, const Properties& properties) {
   SQLite::Statement remove(*database_, "DELETE FROM properties WHERE id = ?");
   bindText(remove, 1, id);
@@ -128,8 +138,9 @@ void RecordStore::writeProperties(std::string_view id, const Properties& propert
   }
 }
 
-std::vector<FileRecord> RecordStore::list(const Filter& filter) const {
-  std::string sql = "SELECT " + std::string(kFileColumns) + " FROM files WHERE committed = 1";
+std::vector<FileRecord> RecordStore::list(const Filter& filter, Scope scope) const {
+  std::string sql = "SELECT " + std::string(kFileColumns) + " FROM files WHERE ";
+  sql += scope == Scope::kCommitted ? "committed = 1" : "TRUE";
   for (std::size_t i = 0; i < filter.size(); ++i) {
     sql += " AND id IN (SELECT id FROM properties WHERE name = ? AND value = ?)";
   }

@@ -53,8 +53,12 @@ class RecordStore {
   [[nodiscard]] std::optional<FileRecord> find(std::string_view id) const;
   /// Stores `record` unless somebody else did since it was read: then false and nothing changes.
   [[nodiscard]] bool replace(const FileRecord& record, const Properties& properties);
-  /// The committed records that have all of `filter`'s properties, oldest first.
-  [[nodiscard]] std::vector<FileRecord> list(const Filter& filter) const;
+  enum class Scope { kCommitted, kAll };
+  /// The records that have all of `filter`'s properties, oldest first.
+  [[nodiscard]] std::vector<FileRecord> list(const Filter& filter,
+                                             Scope scope = Scope::kCommitted) const;
+  /// Does nothing when there is no such record.
+  void remove(std::string_view id);
 
   [[nodiscard]] std::optional<BlobState> findBlob(std::string_view area,
                                                   std::string_view key) const;

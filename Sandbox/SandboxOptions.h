@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Sandbox/DeleteKind.h"
 #include "Sandbox/TemplateKind.h"
 
 #include <cstdint>
@@ -24,6 +25,8 @@ struct SandboxOptions {
   std::uint64_t maxBodyBytes = std::uint64_t{64} << 30;
   /// Of uploads that ask for nothing special.
   TemplateKind defaultTemplate;
+  /// Of files that ask for nothing special.
+  DeleteKind defaultDelete;
 };
 
 }  // namespace varo::sandbox

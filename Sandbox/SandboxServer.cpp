@@ -3,6 +3,8 @@
 #include "Sandbox/ByteStore.h"
 #include "Sandbox/BytesService.h"
 #include "Sandbox/ControlService.h"
+#include "Sandbox/DeleteDefault.h"
+#include "Sandbox/DeleteService.h"
 #include "Sandbox/FaultInjector.h"
 #include "Sandbox/HttpListener.h"
 #include "Sandbox/ObjectService.h"
@@ -46,7 +48,10 @@ std::string madeDirectory(const std::filesystem::path& path) {
 
 /// What outlives a stop.
 struct SandboxServer::Shared {
+  explicit Shared(const SandboxOptions& options) : defaultDelete(options.defaultDelete) {}
+
   FaultInjector faults;
+  DeleteDefault defaultDelete;
   RequestLog log;
   mutable std::mutex mutex;
   // Guarded by mutex; of the last start.
@@ -63,8 +68,9 @@ struct SandboxServer::Running {
         objectService({records, serviceBytes, outsideBytes}, options.defaultTemplate,
                       [this, address = options.address] { return origin(address, store.port()); }),
         bytesService(records, serviceBytes),
+        deleteService({records, serviceBytes, outsideBytes}, shared.defaultDelete),
         outsideStore(outsideBytes),
-        controlService(shared.faults, shared.log),
+        controlService(shared.faults, shared.log, shared.defaultDelete),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
                         {shared.faults, shared.log, stopSignal}),
         storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
@@ -78,6 +84,7 @@ struct SandboxServer::Running {
                 }) {
     objectService.registerRoutes(servicePipeline.router());
     bytesService.registerRoutes(servicePipeline.router());
+    deleteService.registerRoutes(servicePipeline.router());
     controlService.registerRoutes(servicePipeline.router());
     outsideStore.registerRoutes(storePipeline.router());
   }
@@ -90,6 +97,7 @@ struct SandboxServer::Running {
   ByteStore outsideBytes;
   ObjectService objectService;
   BytesService bytesService;
+  DeleteService deleteService;
   OutsideStore outsideStore;
   ControlService controlService;
   RequestPipeline servicePipeline;
@@ -99,7 +107,7 @@ struct SandboxServer::Running {
 };
 
 SandboxServer::SandboxServer(SandboxOptions options)
-    : options_(std::move(options)), shared_(std::make_unique<Shared>()) {}
+    : options_(std::move(options)), shared_(std::make_unique<Shared>(options_)) {}
 
 SandboxServer::~SandboxServer() { stop(); }
 
@@ -146,6 +154,8 @@ bool SandboxServer::isReachableFromOutside() const { return !isLoopbackAddress(o
 
 void SandboxServer::addFault(FaultRule rule) { shared_->faults.add(std::move(rule)); }
 void SandboxServer::clearFaults() { shared_->faults.clear(); }
+void SandboxServer::setDeletes(DeleteKind kind) { shared_->defaultDelete.set(kind); }
+void SandboxServer::resetDeletes() { shared_->defaultDelete.reset(); }
 
 ListenerStats SandboxServer::serviceStats() const { return shared_->log.stats(kServiceListener); }
 ListenerStats SandboxServer::storeStats() const { return shared_->log.stats(kStoreListener); }

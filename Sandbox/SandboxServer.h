@@ -50,6 +50,10 @@ class SandboxServer {
   /// The same as the control endpoint. Rules and counts outlive `stop`.
   void addFault(FaultRule rule);
   void clearFaults();
+  /// How files are deleted from now on that wish for nothing themselves; until `resetDeletes` or
+  /// the end of this object.
+  void setDeletes(DeleteKind kind);
+  void resetDeletes();
   [[nodiscard]] ListenerStats serviceStats() const;
   [[nodiscard]] ListenerStats storeStats() const;
   /// The last few hundred requests, oldest first.

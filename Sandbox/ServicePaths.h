@@ -11,6 +11,7 @@ inline constexpr std::string_view kStoragePath = "/data/v1/storage";
 /// Below the base path.
 inline constexpr std::string_view kFilesPath = "/objects/File";
 inline constexpr std::string_view kBytesPath = "/bytes/";
+inline constexpr std::string_view kOperationsPath = "/operations";
 /// On the outside store.
 inline constexpr std::string_view kStoreObjectsPath = "/objects/";
 inline constexpr std::string_view kAppendQuery = "mode=append";

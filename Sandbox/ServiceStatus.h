@@ -18,6 +18,9 @@ enum ServiceStatus : int {
   kInternal = 8012,
   kWrongUploadMode = 8013,
   kForbidden = 8014,
+  kNothingToDelete = 8015,
+  kDeleteFailed = 8016,
+  kUnknownOperation = 8017,
 };
 
 }  // namespace varo::sandbox

@@ -1,4 +1,4 @@
-#include "Sandbox/SandboxServer.h"
+#include "tests/support/SandboxFixture.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -23,92 +22,6 @@ namespace json = boost::json;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testing::StartsWith;
-
-constexpr const char* kOctets = "application/octet-stream";
-constexpr const char* kJson = "application/json";
-constexpr std::size_t kChunk = 1000;
-
-std::string sampleBytes(std::size_t size) {
-  std::string bytes(size, '\0');
-  unsigned seed = 1;
-  for (char& byte : bytes) {
-    seed = seed * 1664525u + 1013904223u;
-    byte = static_cast<char>(seed >> 24);
-  }
-  return bytes;
-}
-
-std::string percentEncoded(const std::string& text) {
-  constexpr const char* kDigits = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-  }
-  return encoded;
-}
-
-/// A URL split as the HTTP client wants it.
-struct Address {
-  std::string origin;
-  std::string path;
-};
-
-Address split(const std::string& url) {
-  const std::size_t slash = url.find('/', std::string("http://").size());
-  return {url.substr(0, slash), slash == std::string::npos ? "" : url.substr(slash)};
-}
-
-std::uint16_t portOf(const std::string& origin) {
-  return static_cast<std::uint16_t>(std::atoi(origin.substr(origin.rfind(':') + 1).c_str()));
-}
-
-/// The JSON answer; an object with "failed" when there is none.
-json::object object(const httplib::Result& result) {
-  json::error_code error;
-  json::value value = result ? json::parse(result->body, error) : json::value();
-  if (error || !value.is_object()) return {{"failed", result ? result->body : "no answer"}};
-  return value.get_object();
-}
-
-std::int64_t opstatus(const httplib::Result& result) {
-  const json::object answer = object(result);
-  const json::value* value = answer.if_contains("opstatus");
-  return value != nullptr && value->is_int64() ? value->get_int64() : -1;
-}
-
-struct Upload {
-  std::string id;
-  json::object form;  ///< The upload template.
-  std::string url;
-};
-
-/// Sends `bytes` as the template says. A raw-bytes client repeats everything in its last chunk.
-httplib::Result sendChunks(const Upload& upload, const std::string& bytes, bool repeatAll) {
-  const bool service = upload.form.at("domain") == "#middlewaredomain";
-  const json::value* chunked = upload.form.if_contains("chunkupload");
-  const bool inChunks = chunked == nullptr || chunked->as_bool();
-  const std::size_t step = inChunks ? kChunk : std::max<std::size_t>(bytes.size(), 1);
-  const Address address = split(upload.url);
-  httplib::Client http(address.origin);
-  http.set_keep_alive(true);
-  http.set_tcp_nodelay(true);
-  httplib::Result last{nullptr, httplib::Error::Unknown};
-  for (std::size_t at = 0, sequence = 1; at < bytes.size() || sequence == 1;
-       at += step, ++sequence) {
-    const std::string piece =
-        at + step >= bytes.size() && repeatAll ? bytes : bytes.substr(at, step);
-    const std::string query = service ? "?chunk_sequence=" + std::to_string(sequence) : "";
-    if (upload.form.at("uploadMode") == "multipart") {
-      last = http.Post(address.path + query,
-                       httplib::MultipartFormDataItems{{"data", piece, "a.bin", kOctets}});
-    } else {
-      last = http.Put(address.path + query, piece, kOctets);
-    }
-    if (!last || last->status != 200 || (service && opstatus(last) != 0)) break;
-  }
-  return last;
-}
 
 /// Sends `text` as it is and returns all that comes back until the server closes.
 std::string rawExchange(const std::string& origin, const std::string& text) {
@@ -131,91 +44,6 @@ std::string rawExchange(const std::string& origin, const std::string& text) {
   ::close(descriptor);
   return answer;
 }
-
-class SandboxTest : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sandboxXXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
-    restart({});
-  }
-
-  void TearDown() override {
-    server_.reset();
-    std::filesystem::remove_all(directory_);
-  }
-
-  void restart(SandboxOptions options) {
-    server_.reset();
-    options.dataDirectory = directory_;
-    server_ = std::make_unique<SandboxServer>(options);
-    const auto error = server_->start();
-    ASSERT_FALSE(error.has_value()) << error->message;
-    base_ = split(server_->url());
-    files_ = base_.path + "/objects/File";
-  }
-
-  [[nodiscard]] httplib::Client client() const {
-    httplib::Client http(base_.origin);
-    http.set_keep_alive(true);
-    http.set_tcp_nodelay(true);
-    http.set_read_timeout(20);
-    return http;
-  }
-  [[nodiscard]] httplib::Client store() const { return httplib::Client(server_->storeUrl()); }
-
-  Upload create(const json::object& metadata) {
-    const auto answer = object(client().Post(files_, json::serialize(metadata), kJson));
-    if (!answer.contains("file_id")) {
-      ADD_FAILURE() << json::serialize(answer);
-      return {};
-    }
-    Upload upload{std::string(answer.at("file_id").as_string()),
-                  json::parse(answer.at("upload_template").as_string()).as_object(), ""};
-    const std::string domain(upload.form.at("domain").as_string());
-    upload.url = domain == "#middlewaredomain" ? base_.origin + "/services" : domain;
-    upload.url += upload.form.at("relativepath").as_string();
-    return upload;
-  }
-
-  httplib::Result commit(const std::string& id, const json::object& properties = {}) {
-    const json::object body{{"file_id", id}, {"commit_properties", json::serialize(properties)}};
-    return client().Put(files_, {{"X-HTTP-Method-Override", "PATCH"}}, json::serialize(body),
-                        kJson);
-  }
-
-  std::string storedFile(const std::string& bytes,
-                         const json::object& metadata = {{"file_name", "a"}}) {
-    const Upload upload = create(metadata);
-    EXPECT_EQ(opstatus(sendChunks(upload, bytes, false)), 0);
-    EXPECT_EQ(opstatus(commit(upload.id)), 0);
-    return upload.id;
-  }
-
-  json::array list(const std::string& filter = "") {
-    const auto answer = object(client().Get(files_ + "?$filter=" + percentEncoded(filter)));
-    EXPECT_EQ(answer.at("opstatus"), 0) << json::serialize(answer);
-    return answer.contains("records") ? answer.at("records").as_array() : json::array();
-  }
-
-  [[nodiscard]] std::string bytesPath(const std::string& id) const {
-    return base_.path + "/bytes/" + id + "?type=bytes";
-  }
-
-  httplib::Result download(const json::object& record, const httplib::Headers& headers = {}) {
-    const auto form = json::parse(record.at("download_template").as_string()).as_object();
-    const bool service = form.at("domain") == "#middlewaredomain";
-    const std::string path(form.at("relativepath").as_string());
-    if (service) return client().Get("/services" + path + "?type=bytes", headers);
-    return httplib::Client(std::string(form.at("domain").as_string())).Get(path, headers);
-  }
-
-  std::string directory_;
-  std::unique_ptr<SandboxServer> server_;
-  Address base_;
-  std::string files_;
-};
 
 json::object wish(const char* domain, const char* mode, const char* method, json::value chunked) {
   return {{"domain", domain}, {"uploadMode", mode}, {"method", method}, {"chunkupload", chunked}};

@@ -1,14 +1,19 @@
+#include "Sandbox/AcceptedDeletes.h"
 #include "Sandbox/ByteRange.h"
+#include "Sandbox/DeleteJson.h"
 #include "Sandbox/FilterParser.h"
 #include "Sandbox/HttpRequest.h"
+#include "Sandbox/JsonText.h"
 #include "Sandbox/MultipartReader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varo::sandbox {
 namespace {
@@ -197,6 +202,57 @@ TEST(SandboxMultipart, RefusesWhatIsNotOnePart) {
   EXPECT_EQ(multipartBoundary("multipart/form-data; boundary=\"a b\"; x=y"), "a b");
   EXPECT_EQ(multipartBoundary("multipart/form-data; boundary=" + std::string(71, 'x')), "");
   EXPECT_EQ(multipartBoundary("application/octet-stream; boundary=x"), "");
+}
+
+TEST(SandboxDeleteKind, ChangesTheDefaultsOnlyAsAWholeWishSays) {
+  using Mode = DeleteKind::Mode;
+  const DeleteKind defaults{.mode = Mode::kFailing, .polls = 7, .httpStatus = 500, .opstatus = 3};
+  const struct {
+    std::string_view wish;
+    std::optional<DeleteKind> kind;
+  } kCases[] = {
+      {"{}", defaults},
+      {R"({"mode":"now"})", DeleteKind{Mode::kNow, 7, 500, 3}},
+      {R"({"mode":"boolean","polls":0})", DeleteKind{Mode::kBoolean, 0, 500, 3}},
+      {R"({"polls":1000000,"status":599,"opstatus":-2147483648})",
+       DeleteKind{Mode::kFailing, 1'000'000, 599, std::numeric_limits<int>::min()}},
+      {R"({"mode":"Now"})", std::nullopt},
+      {R"({"mode":null})", std::nullopt},
+      {R"({"polls":1000001})", std::nullopt},
+      {R"({"polls":1.5})", std::nullopt},
+      {R"({"polls":"1"})", std::nullopt},
+      {R"({"polls":18446744073709551615})", std::nullopt},
+      {R"({"status":200})", std::nullopt},
+      {R"({"status":600})", std::nullopt},
+      {R"({"opstatus":2147483648})", std::nullopt},
+      {R"({"mode":"now","until":1})", std::nullopt},
+  };
+  for (const auto& c : kCases) {
+    EXPECT_EQ(deleteKindFrom(parseJsonObject(c.wish).value(), defaults), c.kind) << c.wish;
+  }
+}
+
+TEST(SandboxAcceptedDeletes, ForgetsTheOldestWhereThereAreTooManyDeletesOrFiles) {
+  AcceptedDeletes deletes({.deletes = 3, .files = 10});
+  std::vector<std::string> names;
+  for (int i = 0; i < 4; ++i) {
+    names.push_back(deletes.add({.mode = DeleteKind::Mode::kNever}, {"a"}));
+  }
+  EXPECT_FALSE(deletes.poll(names[0]).has_value());
+  EXPECT_TRUE(deletes.poll(names[1]).has_value());
+
+  const DeleteKind soon{.mode = DeleteKind::Mode::kAccepted, .polls = 0};
+  const std::vector<std::string> many(9, "b");
+  const std::string first = deletes.add(soon, many);
+  EXPECT_FALSE(deletes.poll(names[2]).has_value());
+  EXPECT_TRUE(deletes.poll(names[3]).has_value());
+  deletes.finish(first);
+  const std::string second = deletes.add(soon, many);
+  EXPECT_EQ(deletes.poll(first)->files, nullptr) << "finished, it holds no files any more";
+  EXPECT_EQ(deletes.poll(first)->fileCount, many.size());
+  const std::string third = deletes.add(soon, std::vector<std::string>(20, "c"));
+  EXPECT_FALSE(deletes.poll(second).has_value());
+  EXPECT_EQ(deletes.poll(third)->files->size(), 20u) << "the new one stays in any case";
 }
 
 }  // namespace
