@@ -31,8 +31,12 @@ CurlMulti makeMulti() {
   CurlMulti multi(curl_multi_init());
   if (multi == nullptr) return nullptr;
   // Every connection of the active transfers may be kept.
-  const auto connections = static_cast<long>(tuning::kMaxActiveTransfers);
-  if (curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, connections) != CURLM_OK) return nullptr;
+  const auto most = static_cast<long>(tuning::kMaxActiveTransfers);
+  if (curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, most) != CURLM_OK) return nullptr;
+  // An HTTP/2 connection takes as many streams as its server allows.
+  if (curl_multi_setopt(multi.get(), CURLMOPT_MAX_CONCURRENT_STREAMS, most) != CURLM_OK) {
+    return nullptr;
+  }
   return multi;
 }
 
@@ -68,11 +72,16 @@ std::size_t bufferSizeFor(std::size_t active) {
   return std::clamp(tuning::kBufferBudget / (active + 1), tuning::kSmallestBuffer, kLargest);
 }
 
-/// Nothing of one exchange may reach the next.
-void reset(CURL* easy) {
+/// A used handle made like new, so that nothing of one exchange reaches the next. Null where
+/// libcurl has kept its receive buffer (after a stream of an HTTP/2 connection that others still
+/// used): such a handle would refuse another size.
+CurlEasy renew(CurlEasy easy) {
   // libcurl 7.88 loses the list of cookie files at a reset. Clearing it cannot fail.
-  static_cast<void>((curl_easy_setopt)(easy, CURLOPT_COOKIEFILE, nullptr));
-  curl_easy_reset(easy);
+  static_cast<void>((curl_easy_setopt)(easy.get(), CURLOPT_COOKIEFILE, nullptr));
+  curl_easy_reset(easy.get());
+  const auto size = static_cast<long>(tuning::kReceiveBuffer);
+  if ((curl_easy_setopt)(easy.get(), CURLOPT_BUFFERSIZE, size) != CURLE_OK) return nullptr;
+  return easy;
 }
 
 ErrorPtr shutDownError() {
@@ -267,11 +276,10 @@ void CurlEngine::collectEnded() {
     static_cast<void>(curl_multi_remove_handle(multi_.get(), ended.easy.get()));
     const bool goesOn = ended.transfer->goesOnAfter(code);
     ended.transfer->release();
+    keepHandle(std::move(ended.easy));
     if (goesOn) {
-      reset(ended.easy.get());
-      begin(std::move(ended.transfer), std::move(ended.easy));
+      begin(std::move(ended.transfer), takeHandle());
     } else {
-      keepHandle(std::move(ended.easy));
       complete(*ended.transfer, ended.transfer->takeEnd());
     }
   }
@@ -283,7 +291,7 @@ void CurlEngine::endStalled() {
   nextStallCheck_ = now + stallCheckInterval();
   std::vector<std::pair<CURL*, ErrorPtr>> stalled;
   for (const auto& [easy, active] : active_) {
-    if (auto error = active.transfer->checkStall(now, common_.configuration)) {
+    if (auto error = active.transfer->checkStall(now, common_.configuration.stallTimeout)) {
       stalled.emplace_back(easy, std::move(error));
     }
   }
@@ -330,8 +338,8 @@ CurlEasy CurlEngine::takeHandle() {
 }
 
 void CurlEngine::keepHandle(CurlEasy easy) {
-  reset(easy.get());
-  if (idle_.size() < tuning::kMaxIdleHandles) idle_.push_back(std::move(easy));
+  if (idle_.size() >= tuning::kMaxIdleHandles) return;
+  if (CurlEasy renewed = renew(std::move(easy))) idle_.push_back(std::move(renewed));
 }
 
 }  // namespace varo::platform

@@ -54,8 +54,8 @@ class CurlTransfer {
   /// redirect; call `prepare` again. False: it came to `takeEnd`.
   [[nodiscard]] bool goesOnAfter(CURLcode code);
 
-  /// An error where no byte has moved for the stall time-out, else null.
-  [[nodiscard]] ErrorPtr checkStall(Clock::time_point now, const NetworkConfiguration& limits);
+  /// An error where no byte has moved for `stallTimeout`, else null.
+  [[nodiscard]] ErrorPtr checkStall(Clock::time_point now, std::chrono::milliseconds stallTimeout);
 
   struct End {
     std::optional<HttpResponse> response;

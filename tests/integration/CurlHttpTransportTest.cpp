@@ -235,6 +235,12 @@ TEST_F(RedirectTest, SendsCredentialsToTheirOriginOnly) {
   EXPECT_EQ(second[0].header("X-Plain"), "kept");
   EXPECT_EQ(countSecrets(first[1]), 0U) << first[1].head;
   EXPECT_EQ(countSecrets(first[3]), 7U);
+
+  const std::string host = "127.0.0.1:" + std::to_string(first_.port());
+  const std::string otherHost = "//127.0.0.1:" + std::to_string(second_.port()) + "/x";
+  ASSERT_EQ(get("http://user:password@" + host + "/go?" + otherHost).body(), "/x");
+  EXPECT_TRUE(first_.requests().back().header("Authorization"));
+  EXPECT_FALSE(second_.requests().back().header("Authorization"));
 }
 
 TEST_F(CurlHttpTransportTest, EndsRedirectsThatGoOnForEver) {

@@ -112,6 +112,17 @@ TEST_F(CurlTransferLifeTest, ACompletionMaySendAgainAndShutDown) {
   EXPECT_EQ(second.get_future().get(), 200);
 }
 
+TEST_F(CurlTransferLifeTest, GivesUpAConnectionThatIsNotMadeInTime) {
+  // Never answers the handshake, since to it this is an HTTP request without an end.
+  ScriptedServer server([](const WireRequest&) { return reply(200, ""); });
+  configuration_.connectTimeout = std::chrono::milliseconds(200);
+  configuration_.stallTimeout = std::chrono::minutes(1);
+  remake();
+  const Outcome outcome = get("https://127.0.0.1:" + std::to_string(server.port()) + "/");
+  EXPECT_EQ(outcome.errorCode(), 28);
+  EXPECT_THAT(outcome.text(), HasSubstr("The connection was not made in time"));
+}
+
 // ---- large bodies ----
 
 TEST_F(CurlTransferLifeTest, SpoolsLargeAnswersToANamelessFileByteForByte) {
