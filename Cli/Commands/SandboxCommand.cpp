@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <optional>
 
 namespace varo::cli {
@@ -17,8 +18,9 @@ constexpr std::string_view kErrorDomain = "Sandbox";
 
 std::string instructions(const sandbox::SandboxServer& server,
                          const SandboxCommandOptions& options) {
-  const std::string_view command =
-      options.requiredToken.empty() ? "varobinary" : "VARO_TOKEN='the token' varobinary";
+  // As the user called it, so that the lines can be copied.
+  const std::string command = (options.requiredToken.empty() ? "" : "VARO_TOKEN='the token' ") +
+                              std::string(::program_invocation_name);
   const std::string data =
       options.dataDirectory.empty() ? "temporary, removed at the end" : options.dataDirectory;
   return fmt::format(

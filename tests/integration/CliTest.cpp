@@ -1,0 +1,284 @@
+#include "Platform/Foundation/Json.h"
+#include "Platform/Foundation/Value.h"
+#include "Sandbox/SandboxServer.h"
+#include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace varo::test {
+namespace {
+
+using platform::Dictionary;
+using platform::Value;
+using Words = std::vector<std::string>;
+
+constexpr std::size_t kChunk = 1'048'576;
+
+/// The built program against a sandbox in this process.
+class CliTest : public testing::Test {
+ protected:
+  struct Run {
+    int status = 0;
+    std::string output;
+    std::string errors;
+  };
+
+  void SetUp() override { startSandbox({}); }
+  // A program that is gone leaves nothing in the directory for temporary files.
+  void TearDown() override { EXPECT_TRUE(std::filesystem::is_empty(temporaries())); }
+
+  void startSandbox(const std::string& token) {
+    sandbox_.reset();
+    sandbox::SandboxOptions options;
+    options.dataDirectory = directory_.path() + "/sandbox";
+    options.requiredToken = token;
+    sandbox_ = std::make_unique<sandbox::SandboxServer>(options);
+    const auto error = sandbox_->start();
+    ASSERT_FALSE(error) << error->message;
+    std::filesystem::create_directories(temporaries());
+  }
+
+  [[nodiscard]] std::string home() const { return directory_.path() + "/home"; }
+  [[nodiscard]] std::string temporaries() const { return directory_.path() + "/tmp"; }
+  [[nodiscard]] std::string url() const { return sandbox_->url(); }
+  [[nodiscard]] sandbox::SandboxServer& sandbox() { return *sandbox_; }
+
+  [[nodiscard]] ChildProcess::Settings settingsFor(Words arguments) const {
+    arguments.insert(arguments.begin(), {"--home", home()});
+    return {VARO_PROGRAM,
+            arguments,
+            {{"TMPDIR", temporaries()}, {"VARO_TOKEN", ""}},
+            directory_.path()};
+  }
+  [[nodiscard]] static Run run(const ChildProcess::Settings& settings) {
+    ChildProcess child(settings);
+    const int status = child.wait();
+    return {status, child.output(), child.errors()};
+  }
+  [[nodiscard]] Run run(const Words& arguments) const { return run(settingsFor(arguments)); }
+
+  /// Random bytes in a file.
+  std::string makeFile(const std::string& name, std::size_t size) {
+    std::string content(size, '\0');
+    unsigned state = 12345;
+    for (char& c : content) c = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24U);
+    std::ofstream(directory_.path() + "/" + name, std::ios::binary) << content;
+    return directory_.path() + "/" + name;
+  }
+  static std::string contentOf(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+  }
+
+  /// The events of a run with --json; each line must be a JSON object with "event".
+  static std::vector<Dictionary> eventsOf(const std::string& output) {
+    std::vector<Dictionary> events;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+      const auto value = platform::json::parse(line);
+      EXPECT_TRUE(value.ok() && value->isDictionary()) << line;
+      if (value.ok()) events.push_back(value->dictionaryValue());
+      EXPECT_TRUE(!events.empty() && events.back().contains("event")) << line;
+    }
+    return events;
+  }
+  /// The events, of which only the last may be an outcome, and is `outcome`.
+  static std::vector<Dictionary> eventsEndingIn(const std::string& outcome, const Run& run) {
+    std::vector<Dictionary> events = eventsOf(run.output);
+    EXPECT_FALSE(events.empty()) << run.errors;
+    if (events.empty()) return {Dictionary()};
+    for (std::size_t i = 0; i < events.size(); ++i) {
+      const std::string name = events[i]["event"].textValue();
+      const bool isOutcome = name == "success" || name == "failure" || name == "paused";
+      EXPECT_EQ(isOutcome, i + 1 == events.size()) << run.output;
+    }
+    EXPECT_EQ(events.back()["event"], Value(outcome)) << run.output << run.errors;
+    return events;
+  }
+  /// Uploads and returns the id.
+  std::string upload(const std::string& path) {
+    const Run result = run({"--json", "upload", url(), path});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    return eventsEndingIn("success", result)
+        .back()["result"]
+        .dictionaryValue()["file_id"]
+        .textValue();
+  }
+
+ private:
+  TemporaryDirectory directory_;
+  std::unique_ptr<sandbox::SandboxServer> sandbox_;
+};
+
+TEST_F(CliTest, RoundTripIsByteIdenticalAndReportsProgress) {
+  const std::string path = makeFile("photo.jpg", 2'500'000);
+  const Run up = run({"--json", "upload", url(), path, "--namespace", "n", "--meta", "a=1", "b=2"});
+  ASSERT_EQ(up.status, 0) << up.errors;
+  const auto events = eventsEndingIn("success", up);
+  std::vector<std::int64_t> states;
+  for (const Dictionary& event : events) {
+    if (event["event"] == Value("progress")) states.push_back(event["state"].integerValue());
+  }
+  EXPECT_EQ(states, (std::vector<std::int64_t>{0, 1, 1, 2}));
+  const std::string id = events.back()["result"].dictionaryValue()["file_id"].textValue();
+
+  const Run list =
+      run({"--json", "list", url(), "--criteria", "a eq '1' and file_namespace eq 'n'"});
+  const Dictionary listed = eventsEndingIn("success", list).back()["result"].dictionaryValue();
+  ASSERT_TRUE(listed["records"].isArray() && listed["records"].array()->size() == 1) << list.output;
+  EXPECT_EQ((*listed["records"].array())[0].dictionaryValue()["file_id"], Value(id));
+
+  const Run down = run({"download", url(), id});
+  EXPECT_EQ(down.status, 0) << down.errors;
+  EXPECT_NE(down.output.find(home() + "/Downloads/photo.jpg (2.4 MiB)"), std::string::npos);
+  EXPECT_EQ(down.errors, "");
+  EXPECT_TRUE(contentOf(home() + "/Downloads/photo.jpg") == contentOf(path));
+}
+
+TEST_F(CliTest, StandardInputGoesUpLikeAFile) {
+  ChildProcess::Settings settings =
+      settingsFor({"--json", "upload", url(), "-", "--name", "in.bin", "--raw"});
+  settings.input = contentOf(makeFile("source", kChunk + 1));
+  const Run up = run(settings);
+  ASSERT_EQ(up.status, 0) << up.errors;
+  const auto id = eventsEndingIn("success", up).back()["result"].dictionaryValue()["file_id"];
+  ASSERT_EQ(run({"download", url(), id.textValue()}).status, 0);
+  EXPECT_TRUE(contentOf(home() + "/Downloads/in.bin") == *settings.input);
+}
+
+TEST_F(CliTest, UpdateChangesWhatListsFind) {
+  const std::string id = upload(makeFile("f", 10));
+  const Run update = run({"update", url(), id, "--meta", "rating=5"});
+  EXPECT_EQ(update.status, 0) << update.errors;
+  EXPECT_NE(update.output.find("rating = 5"), std::string::npos);
+  const Run list = run({"list", url(), "--criteria", "rating eq '5'"});
+  EXPECT_NE(list.output.find(id), std::string::npos) << list.output;
+  EXPECT_NE(list.output.find("1 file, 10 B"), std::string::npos) << list.output;
+}
+
+TEST_F(CliTest, ExitStatusAndMessagesSayWhatHappened) {
+  struct Case {
+    Words words;
+    int status;
+    std::string message;  // on standard error
+  };
+  const std::string empty = makeFile("empty", 0);
+  const std::vector<Case> cases = {
+      {{"lsit", url()}, 2, "did you mean 'list'?"},
+      {{"upload", url()}, 2, "FILE is required"},
+      {{"list", "ftp://host"}, 1, "hint: Give the base URL"},
+      {{"list", "http://127.0.0.1:1/services"}, 1, "hint: Is the service running"},
+      {{"list", url() + "/elsewhere"}, 1, "error: "},
+      {{"download", url(), "no-such-id"}, 1, "hint: 'varobinary list URL'"},
+      {{"upload", url(), "/nowhere/file"}, 1, "hint: The file must exist"},
+      {{"upload", url(), empty}, 1, "hint: The file must exist"},
+      {{"upload", url(), "/nowhere/file", "--raw"}, 1, "/nowhere/file"},
+      {{"sandbox", "--listen", "203.0.113.1"}, 1, "cannot listen"},
+  };
+  for (const Case& c : cases) {
+    const Run result = run(c.words);
+    EXPECT_EQ(result.status, c.status) << result.errors;
+    EXPECT_EQ(result.output, "");
+    EXPECT_NE(result.errors.find(c.message), std::string::npos) << result.errors;
+    if (c.status != 1) continue;
+    Words words = c.words;
+    words.insert(words.begin(), "--json");
+    const Run scripted = run(words);
+    EXPECT_EQ(scripted.status, 1);
+    EXPECT_TRUE(eventsEndingIn("failure", scripted).back().contains("error"));
+  }
+}
+
+TEST_F(CliTest, UnwritableOutputIsAFailure) {
+  ChildProcess::Settings settings = settingsFor({"--json", "list", url()});
+  settings.outputDevice = "/dev/full";
+  const Run result = run(settings);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.errors.find("standard output could not be written"), std::string::npos);
+}
+
+TEST_F(CliTest, TokenIsSentAndNeverPrinted) {
+  startSandbox("s3cr3t-marker");
+  const std::string path = makeFile("f", 10);
+  const Run without = run({"list", url()});
+  EXPECT_EQ(without.status, 1);
+  EXPECT_NE(without.errors.find("--token-file"), std::string::npos) << without.errors;
+
+  ChildProcess::Settings settings = settingsFor({"--log-level", "trace", "upload", url(), path});
+  settings.environment.back().second = "s3cr3t-marker";
+  const Run with = run(settings);
+  EXPECT_EQ(with.status, 0) << with.errors;
+  EXPECT_EQ((with.output + with.errors).find("s3cr3t-marker"), std::string::npos);
+}
+
+TEST_F(CliTest, InterruptedDownloadEndsPromptlyAndLeavesNothing) {
+  const std::string id = upload(makeFile("large.bin", 3 * kChunk));
+  for (const int signal : {SIGINT, SIGTERM}) {
+    sandbox().clearStats();
+    sandbox::FaultRule stall;
+    stall.match.path = "bytes/" + id;
+    stall.action.stallAfter = 2 * kChunk;
+    stall.action.stallFor = std::chrono::milliseconds(-1);
+    sandbox().addFault(stall);
+    ChildProcess child(settingsFor({"--json", "download", url(), id}));
+    ASSERT_TRUE(eventually([&] { return sandbox().serviceStats().requests >= 2; }));
+    child.signal(signal);
+    EXPECT_EQ(child.wait(std::chrono::seconds(10)), 130);
+    eventsEndingIn("failure", {130, child.output(), child.errors()});
+    EXPECT_TRUE(std::filesystem::is_empty(home() + "/Downloads"));
+    sandbox().clearFaults();
+  }
+}
+
+TEST_F(CliTest, InterruptWhileStandardInputIsReadEndsPromptly) {
+  ChildProcess::Settings settings = settingsFor({"--json", "upload", url(), "-"});
+  settings.input = std::nullopt;
+  ChildProcess child(settings);
+  ASSERT_TRUE(eventually([&] { return !std::filesystem::is_empty(temporaries()); }));
+  child.signal(SIGTERM);
+  EXPECT_EQ(child.wait(std::chrono::seconds(10)), 130);
+  eventsEndingIn("failure", {130, child.output(), child.errors()});
+}
+
+TEST_F(CliTest, SandboxSaysWhenItIsReadyAndRunsUntilInterrupted) {
+  ChildProcess server(settingsFor({"--json", "sandbox"}));
+  ASSERT_TRUE(eventually([&] { return server.output().find('\n') != std::string::npos; }));
+  const auto events = eventsOf(server.output());
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0]["event"], Value("ready"));
+
+  ChildProcess::Settings client = settingsFor({"list", events[0]["url"].textValue()});
+  client.directory = home();
+  std::filesystem::create_directories(client.directory);
+  EXPECT_EQ(run(client).output, "No files.\n");
+  server.signal(SIGINT);
+  EXPECT_EQ(server.wait(), 130);
+}
+
+TEST_F(CliTest, DemoFindsEverythingInOrder) {
+  const Run result = run({"--json", "demo"});
+  EXPECT_EQ(result.status, 0) << result.output << result.errors;
+  std::size_t steps = 0;
+  for (const Dictionary& event : eventsEndingIn("success", result)) {
+    if (event["event"] != Value("step")) continue;
+    ++steps;
+    EXPECT_EQ(event["ok"], Value(true)) << event["what"].textValue();
+  }
+  EXPECT_GT(steps, 20U);
+}
+
+}  // namespace
+}  // namespace varo::test

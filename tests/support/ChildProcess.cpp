@@ -1,0 +1,110 @@
+#include "tests/support/ChildProcess.h"
+
+#include "tests/support/Await.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <map>
+#include <spawn.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace varo::test {
+namespace {
+
+std::string contentOf(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return text.str();
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+std::vector<std::string> environmentWith(
+    const std::vector<std::pair<std::string, std::string>>& changes) {
+  std::map<std::string, std::string> variables;
+  for (char** entry = ::environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    variables[text.substr(0, text.find('='))] = text.substr(text.find('=') + 1);
+  }
+  for (const auto& [name, value] : changes) variables[name] = value;
+  std::vector<std::string> texts;
+  for (const auto& [name, value] : variables) texts.push_back(name + "=" + value);
+  return texts;
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const Settings& settings)
+    : outputPath_(settings.directory + "/stdout"),
+      errorsPath_(settings.directory + "/stderr") {
+  int input = -1;
+  if (settings.input) {
+    const std::string path = settings.directory + "/stdin";
+    std::ofstream(path, std::ios::binary) << *settings.input;
+    input = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  } else {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    input = ends[0];
+    inputWriter_ = ends[1];
+  }
+  posix_spawn_file_actions_t actions;
+  ::posix_spawn_file_actions_init(&actions);
+  ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+  const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+  const bool toDevice = !settings.outputDevice.empty();
+  const std::string& output = toDevice ? settings.outputDevice : outputPath_;
+  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), flags, 0600);
+  ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorsPath_.c_str(), flags, 0600);
+
+  std::vector<std::string> words = {settings.program};
+  words.insert(words.end(), settings.arguments.begin(), settings.arguments.end());
+  std::vector<std::string> variables = environmentWith(settings.environment);
+  const int failed = ::posix_spawn(&pid_, settings.program.c_str(), &actions, nullptr,
+                                   pointersTo(words).data(), pointersTo(variables).data());
+  EXPECT_EQ(failed, 0) << settings.program;
+  if (failed != 0) pid_ = -1;
+  ::posix_spawn_file_actions_destroy(&actions);
+  ::close(input);
+}
+
+ChildProcess::~ChildProcess() {
+  if (inputWriter_ >= 0) ::close(inputWriter_);
+  if (pid_ <= 0) return;
+  ::kill(pid_, SIGKILL);
+  ::waitpid(pid_, nullptr, 0);
+}
+
+void ChildProcess::signal(int number) const {
+  ASSERT_GT(pid_, 0);
+  EXPECT_EQ(::kill(pid_, number), 0);
+}
+
+int ChildProcess::wait(std::chrono::seconds limit) {
+  int status = 0;
+  if (pid_ <= 0) return -1;
+  const auto ended = [&] { return ::waitpid(pid_, &status, WNOHANG) == pid_; };
+  if (!eventually(ended, limit)) {
+    ADD_FAILURE() << "the program still runs\n" << output() << errors();
+    return -1;
+  }
+  pid_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+std::string ChildProcess::output() const { return contentOf(outputPath_); }
+std::string ChildProcess::errors() const { return contentOf(errorsPath_); }
+
+}  // namespace varo::test
