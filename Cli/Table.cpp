@@ -14,6 +14,11 @@ constexpr std::size_t kGap = 2;
 /// A cut column keeps this much, even if the table then does not fit.
 constexpr std::size_t kNarrowest = 8;
 
+std::size_t widthOf(const std::vector<std::size_t>& columns) {
+  const std::size_t gaps = columns.empty() ? 0 : columns.size() - 1;
+  return std::accumulate(columns.begin(), columns.end(), kGap * gaps);
+}
+
 }  // namespace
 
 Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
@@ -33,8 +38,7 @@ std::vector<std::size_t> Table::widths(std::optional<std::size_t> limit) const {
   }
   if (!limit) return result;
 
-  std::size_t total = std::accumulate(result.begin(), result.end(), std::size_t{0}) +
-                      kGap * (columns_.empty() ? 0 : columns_.size() - 1);
+  std::size_t total = widthOf(result);
   while (total > *limit) {
     std::optional<std::size_t> widest;
     for (std::size_t i = 0; i < result.size(); ++i) {
@@ -47,6 +51,8 @@ std::vector<std::size_t> Table::widths(std::optional<std::size_t> limit) const {
   }
   return result;
 }
+
+std::size_t Table::fullWidth() const { return widthOf(widths(std::nullopt)); }
 
 std::string Table::line(const std::vector<std::string>& cells,
                         const std::vector<std::size_t>& widths) const {

@@ -25,6 +25,9 @@ class Table {
   /// Cells that are missing are empty, surplus ones are dropped.
   void addRow(std::vector<std::string> cells);
 
+  /// Columns of the terminal that the table takes when nothing is cut.
+  [[nodiscard]] std::size_t fullWidth() const;
+
   /// The lines, each with its newline; `width` in columns of the terminal, none for no limit.
   [[nodiscard]] std::string text(std::optional<std::size_t> width) const;
 
@@ -33,7 +36,7 @@ class Table {
   [[nodiscard]] std::string line(const std::vector<std::string>& cells,
                                  const std::vector<std::size_t>& widths) const;
 
-  const std::vector<Column> columns_;
+  std::vector<Column> columns_;  // constant after construction
   std::vector<std::vector<std::string>> rows_;
 };
 

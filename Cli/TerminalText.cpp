@@ -66,6 +66,11 @@ bool isControl(char32_t c) {
   return control || direction;
 }
 
+/// Most text: one column a byte, and nothing to make safe.
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F; });
+}
+
 std::size_t widthOf(const Character& character) {
   const int width = ::wcwidth(static_cast<wchar_t>(character.codePoint));
   return width < 0 ? 1 : static_cast<std::size_t>(width);
@@ -106,6 +111,7 @@ std::string cut(std::string_view text, std::size_t width, std::size_t atEnd) {
 }  // namespace
 
 std::string printable(std::string_view text) {
+  if (isPlain(text)) return std::string(text);
   const std::string valid = platform::sanitizeUtf8(text);
   std::string safe;
   safe.reserve(valid.size());
@@ -116,6 +122,7 @@ std::string printable(std::string_view text) {
 }
 
 std::size_t displayWidth(std::string_view text) {
+  if (isPlain(text)) return text.size();
   const std::string valid = platform::sanitizeUtf8(text);
   const Utf8Scope scope;
   std::size_t width = 0;

@@ -1,3 +1,4 @@
+#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 
 #include <future>
@@ -7,20 +8,21 @@ using varo::binary::BinaryFileStorageInterface;
 using varo::platform::Dictionary;
 using varo::platform::Value;
 
-// Uploads a file and lists what the service has:  first_program URL FILE
+// Uploads a file, then lists what the service has under its name:  first_program URL FILE
 int main(int count, char** words) {
   if (count != 3) return 2;
+  varo::binary::BinaryLogger::sharedInstance().setLogLevel(varo::platform::LogLevel::kError);
   static std::promise<Value> done;  // blocks run on threads that live as long as the process
-  const auto fail = [](const Value& error) { done.set_value(error); };
+  const auto end = [](const Value& value) { done.set_value(value); };
+  const auto show = [](const Value& progress) { std::cout << progress.description() << '\n'; };
+  const auto list = [url = words[1], end](const Value&) {
+    BinaryFileStorageInterface::getFilesWithUrl(url, "file_name eq 'hello.txt'", Dictionary(), end,
+                                                end, Dictionary());
+  };
   const Dictionary upload{{"headers", Dictionary()},
                           {"metadata", Dictionary{{"file_name", "hello.txt"}}},
                           {"file", Dictionary{{"filePath", words[2]}}}};
-  const auto list = [&](const Value&) {
-    BinaryFileStorageInterface::getFilesWithUrl(
-        words[1], "file_name eq 'hello.txt'", Dictionary(),
-        [&](const Value& result) { done.set_value(result); }, fail, Dictionary());
-  };
   BinaryFileStorageInterface::uploadBinaryWithUrl(words[1], "UploadInputTypeLocalFilePath", upload,
-                                                  list, fail, nullptr, Dictionary());
+                                                  list, end, show, Dictionary());
   std::cout << done.get_future().get().description() << '\n';
 }

@@ -17,7 +17,6 @@
 namespace varo::cli {
 
 using binary::BinaryFileStorageInterface;
-using platform::Array;
 using platform::Dictionary;
 using platform::DictionaryEntry;
 using platform::Value;
@@ -46,11 +45,11 @@ bool isSimple(const Value& value) {
 }
 
 /// The keys to show: the well-known ones that occur, then others in the order of their appearance.
-std::vector<std::string> columnKeys(const Array& records) {
+std::vector<std::string> columnKeys(const std::vector<Dictionary>& records) {
   std::set<std::string, std::less<>> present;
   std::vector<std::string> others;
-  for (const Value& record : records) {
-    for (const DictionaryEntry& entry : record.dictionaryValue()) {
+  for (const Dictionary& record : records) {
+    for (const DictionaryEntry& entry : record) {
       if (!isSimple(entry.value) || holds(kNotShown, entry.key)) continue;
       const bool isNew = present.insert(entry.key).second;
       if (isNew && !holds(kFirstColumns, entry.key)) others.push_back(entry.key);
@@ -84,7 +83,17 @@ std::string cellText(const Dictionary& record, const std::string& key) {
   return isSimple(value) ? value.textValue() : std::string();
 }
 
-Table tableOf(const std::vector<std::string>& keys) {
+std::vector<Dictionary> recordsIn(const Dictionary& result) {
+  std::vector<Dictionary> records;
+  const Value& found = result[binary::keys::kRecords];
+  if (!found.isArray()) return records;
+  for (const Value& value : *found.array()) {
+    if (value.isDictionary()) records.push_back(*value.dictionary());
+  }
+  return records;
+}
+
+Table tableOf(const std::vector<Dictionary>& records, const std::vector<std::string>& keys) {
   std::vector<Table::Column> columns;
   for (const std::string& key : keys) {
     const bool isSize = key == kFileSize;
@@ -92,38 +101,44 @@ Table tableOf(const std::vector<std::string>& keys) {
     columns.push_back({titleOf(key), isSize ? Table::Align::kRight : Table::Align::kLeft,
                        !isSize && key != binary::keys::kFileId});
   }
-  return Table(std::move(columns));
+  Table table(std::move(columns));
+  for (const Dictionary& record : records) {
+    std::vector<std::string> cells;
+    for (const std::string& key : keys) cells.push_back(cellText(record, key));
+    table.addRow(std::move(cells));
+  }
+  return table;
+}
+
+/// The table with as many of the columns beyond the well-known ones as the width has room for.
+Table tableFitting(const std::vector<Dictionary>& records, std::optional<std::size_t> width) {
+  std::vector<std::string> keys = columnKeys(records);
+  Table table = tableOf(records, keys);
+  while (width && table.fullWidth() > *width && !holds(kFirstColumns, keys.back())) {
+    keys.pop_back();
+    table = tableOf(records, keys);
+  }
+  return table;
 }
 
 }  // namespace
 
 std::string describeFiles(const Dictionary& result, std::optional<std::size_t> width) {
-  const Value& found = result[binary::keys::kRecords];
-  const Array records = found.isArray() ? *found.array() : Array();
+  const std::vector<Dictionary> records = recordsIn(result);
   if (records.empty()) return "No files.\n";
-
-  const std::vector<std::string> keys = columnKeys(records);
-  Table table = tableOf(keys);
   std::uint64_t total = 0;
-  std::size_t count = 0;
-  for (const Value& value : records) {
-    if (!value.isDictionary()) continue;
-    const Dictionary record = value.dictionaryValue();
-    ++count;
-    std::vector<std::string> cells;
-    for (const std::string& key : keys) cells.push_back(cellText(record, key));
-    table.addRow(std::move(cells));
-    total += sizeIn(record);
-  }
-  return fmt::format("{}\n{} file{}, {}\n", table.text(width), count, count == 1 ? "" : "s",
-                     formatBytes(total));
+  for (const Dictionary& record : records) total += sizeIn(record);
+  return fmt::format("{}\n{} file{}, {}\n", tableFitting(records, width).text(width),
+                     records.size(), records.size() == 1 ? "" : "s", formatBytes(total));
 }
 
 int run(Session& session, const ListOptions& options) {
+  const std::optional<std::string> criteria =
+      options.criteria.empty() ? std::nullopt : std::optional(options.criteria);
   return session.perform(
       "Listing",
       [&](const Session::Blocks& blocks) {
-        BinaryFileStorageInterface::getFilesWithUrl(options.url, options.criteria,
+        BinaryFileStorageInterface::getFilesWithUrl(options.url, criteria,
                                                     session.options().headers, blocks.onSuccess,
                                                     blocks.onFailure, session.options().options);
       },

@@ -47,8 +47,7 @@ std::vector<std::string> environmentWith(
 }  // namespace
 
 ChildProcess::ChildProcess(const Settings& settings)
-    : outputPath_(settings.directory + "/stdout"),
-      errorsPath_(settings.directory + "/stderr") {
+    : outputPath_(settings.directory + "/stdout"), errorsPath_(settings.directory + "/stderr") {
   int input = -1;
   if (settings.input) {
     const std::string path = settings.directory + "/stdin";

@@ -228,6 +228,10 @@ TEST(ListCommand, TableHasTheWellKnownColumnsFirstAndATotal) {
             "a1       x\uFFFDy          2.0 KiB                  today\n"
             "b2                             n\n"
             "\n2 files, 2.0 KiB\n");
+  EXPECT_EQ(describeFiles({{"records", Array{first}}}, 35),
+            "FILE ID  FILE NAME  FILE SIZE\n"
+            "a1       x\uFFFDy          2.0 KiB\n"
+            "\n1 file, 2.0 KiB\n");
   EXPECT_EQ(describeFiles({}, 80), "No files.\n");
 }
 
