@@ -242,7 +242,7 @@ std::optional<Dictionary> BinaryNetworkUtils::getTemplate(const std::optional<st
 }
 
 void BinaryNetworkUtils::setHeader(Dictionary& headers, std::string_view name, const Value& value) {
-  if (!headers.contains(name)) headers = withoutHeaders(headers, {name});
+  headers = withoutHeaders(headers, {name});
   headers.set(std::string(name), value);
 }
 
