@@ -124,9 +124,12 @@ TEST(TemplateUtilTest, EndPointsAndTokensComeFromTheOptions) {
   EXPECT_EQ(endPoint(Dictionary{{"relativepath", "p"}}, options), std::nullopt);
   EXPECT_EQ(endPoint(std::nullopt, options), std::nullopt);
   EXPECT_EQ(endPoint(Dictionary{{"domain", "http://s"}}, std::nullopt), std::nullopt);
+  EXPECT_EQ(
+      endPoint(Dictionary{{"domain", "#middlewaredomain"}, {"relativepath", "/p"}}, Dictionary{}),
+      std::nullopt);
 
   const auto inject = &TemplateUtil::injectVaroAuthorizationInto;
-  EXPECT_EQ(inject(Dictionary{{"X-Pelmar-Authorization", "old"}}, options),
+  EXPECT_EQ(inject(Dictionary{{"x-pelmar-authorization", "old"}}, options),
             (Dictionary{{"X-Pelmar-Authorization", "secret"}}));
   EXPECT_EQ(inject(std::nullopt, Dictionary{{"X-Pelmar-Authorization", ""}}), Dictionary{});
   EXPECT_EQ(inject(std::nullopt, std::nullopt), Dictionary{});

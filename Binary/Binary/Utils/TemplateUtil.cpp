@@ -4,6 +4,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Text.h"
 
 #include <fmt/format.h>
@@ -91,13 +92,12 @@ std::optional<std::string> TemplateUtil::endPointURLFrom(
     const std::optional<Dictionary>& templateDictionary,
     const std::optional<Dictionary>& andOptions) {
   if (!templateDictionary || !andOptions) return std::nullopt;
-  const Value* domain = templateDictionary->find(kTemplateParamDomain);
-  if (domain == nullptr) return std::nullopt;
-  std::string url = domain->textValue();
-  if (platform::equalIgnoringCase(url, kMiddlewareDomain)) {
-    url = (*andOptions)[kTemplateParamDomain].textValue();
+  Value domain = (*templateDictionary)[kTemplateParamDomain];
+  if (platform::equalIgnoringCase(domain.textValue(), kMiddlewareDomain)) {
+    domain = (*andOptions)[kTemplateParamDomain];
   }
-  return url + (*templateDictionary)[kTemplateParamRelativePath].textValue();
+  if (domain.isMissing()) return std::nullopt;
+  return domain.textValue() + (*templateDictionary)[kTemplateParamRelativePath].textValue();
 }
 
 Dictionary TemplateUtil::injectVaroAuthorizationInto(std::optional<Dictionary> headers,
@@ -105,7 +105,9 @@ Dictionary TemplateUtil::injectVaroAuthorizationInto(std::optional<Dictionary> h
   Dictionary result = std::move(headers).value_or(Dictionary{});
   if (!fromOptions) return result;
   const std::string* token = (*fromOptions)[kVaroAuthorization].text();
-  if (token != nullptr && !token->empty()) result.set(kVaroAuthorization, *token);
+  if (token != nullptr && !token->empty()) {
+    BinaryNetworkUtils::setHeader(result, kVaroAuthorization, *token);
+  }
   return result;
 }
 

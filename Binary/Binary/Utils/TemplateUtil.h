@@ -18,17 +18,20 @@ class TemplateUtil {
   /// Parses `template_`. Any text is accepted; see `populateJSONTemplate`.
   explicit TemplateUtil(std::string template_);
 
+  /// The text as it was given.
   [[nodiscard]] const std::string& template_() const noexcept { return text_; }
   /// The literal pieces: always one more than there are placeholders.
   [[nodiscard]] const std::vector<std::string>& formattedStrings() const noexcept {
     return formattedStrings_;
   }
+  /// The placeholders' names, in the order of the text; a name that occurs twice is there twice.
   [[nodiscard]] const std::vector<std::string>& templateVariables() const noexcept {
     return templateVariables_;
   }
 
-  /// The text with every placeholder filled. None, with `error` set unless it is null, when a
-  /// placeholder has no value or is never closed: domain "Template Parsing Error", code 10003.
+  /// The text with every placeholder filled. None, with the error `with` set unless it is null,
+  /// when a placeholder has no value or is never closed: domain "Template Parsing Error", code
+  /// 10003.
   [[nodiscard]] std::optional<std::string> populateJSONTemplate(const platform::Dictionary& values,
                                                                 platform::ErrorPtr* with) const;
 
@@ -38,13 +41,13 @@ class TemplateUtil {
   [[nodiscard]] std::string tryPopulateJSONTemplate(const platform::Dictionary& values) const;
 
   /// The template's "domain" and "relativepath" in one; the domain "#middlewaredomain" (any letter
-  /// case) stands for the options' own "domain". None without template, options or domain.
+  /// case) stands for the options' own "domain". None without template, options or that domain.
   [[nodiscard]] static std::optional<std::string> endPointURLFrom(
       const std::optional<platform::Dictionary>& templateDictionary,
       const std::optional<platform::Dictionary>& andOptions);
 
   /// `headers` (empty when there are none) with the options' authorization token, where they hold a
-  /// non-empty text as one.
+  /// non-empty text as one; it takes the place of one in `headers`, whatever its letter case.
   [[nodiscard]] static platform::Dictionary injectVaroAuthorizationInto(
       std::optional<platform::Dictionary> headers,
       const std::optional<platform::Dictionary>& fromOptions);

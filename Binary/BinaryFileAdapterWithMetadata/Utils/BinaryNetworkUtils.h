@@ -81,8 +81,8 @@ class BinaryNetworkUtils {
   [[nodiscard]] static std::optional<platform::Dictionary> getTemplate(
       const std::optional<std::string>& json, platform::ErrorPtr* error);
 
-  /// Sets a header in place of all of that name, in whatever letter case they are written: a request
-  /// never carries two.
+  /// Sets a header in place of all of that name, in whatever letter case they are written: a
+  /// request never carries two.
   static void setHeader(platform::Dictionary& headers, std::string_view name,
                         const platform::Value& value);
 
