@@ -104,6 +104,7 @@ TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
     const Event event = awaitNext();
     EXPECT_EQ(event.block, "success");
     EXPECT_EQ(event.value.dictionaryValue()["filePath"], Value(downloads_ + "/a"));
+    EXPECT_FALSE(event.value.dictionaryValue().contains("options"));
     EXPECT_EQ(contentOf(downloads_ + "/a"), item.content);
   }
 }

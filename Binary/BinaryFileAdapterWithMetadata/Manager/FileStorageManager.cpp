@@ -337,6 +337,7 @@ std::shared_ptr<BinaryCallback> FileStorageManager::removeAndGetBinaryCallback(
 Dictionary FileStorageManager::trimOutputContextFor(const VSTask& download) {
   Dictionary output = download.outputContext();
   output.remove(keys::kRecords);
+  output.remove(keys::kOptions);
   const Value queryParams = output[keys::kQueryParamsForDownload];
   if (output.remove(keys::kQueryParamsForDownload)) {
     output.set(keys::kRequestContext, queryParams);

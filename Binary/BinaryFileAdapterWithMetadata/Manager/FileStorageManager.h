@@ -110,8 +110,8 @@ class FileStorageManager final : public platform::VSTask {
   void handleFailureForDownloadTask(const DownloadPtr& download);
   [[nodiscard]] std::shared_ptr<BinaryCallback> removeAndGetBinaryCallback(
       const DownloadPtr& download);
-  /// A download's output as the caller knows it: without "records", and what was asked for under
-  /// "requestContext".
+  /// A download's output as the caller knows it: without "records" and the options, which may hold
+  /// a token, and what was asked for under "requestContext".
   [[nodiscard]] static platform::Dictionary trimOutputContextFor(const VSTask& download);
 
   const std::string _classTag;
