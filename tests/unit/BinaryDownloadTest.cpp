@@ -140,6 +140,8 @@ TEST_F(DownloadTest, RecordsThatCannotBeDownloadedFailBeforeAnythingIsFetched) {
        "Invalid State For Download Task Creation: binary records incorrect state"},
       {Array{Dictionary{}}, 6016, invalid("")},
       {Array{5}, 6016, invalid("")},
+      {Array{record(nullptr)}, 6016, invalid("")},
+      {Array{record(Array{"a"})}, 6016, invalid("")},
   };
   for (const std::string name :
        {"", ".", "..", "../x", "/x", "a/../../x", "..\\x", "%2e%2e%2fx", "a%2f..%2f..%2fx"}) {
@@ -187,6 +189,20 @@ TEST_F(DownloadTest, FetchAndStoreFailuresFollowThePolicy) {
       }
     }
   }
+}
+
+TEST_F(DownloadTest, LinkToNothingIsNoFileThatIsThereAndIsLeftAlone) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  std::filesystem::create_directory(downloads_);
+  std::filesystem::create_symlink(home_ / "nothing", downloads_ + "/a");
+  answerLookUp({record("a")});
+  transport_->answer(answerWith(200, "bytes"));
+  download();
+  const Event event = awaitNext();
+  ASSERT_EQ(event.block, "failure");
+  EXPECT_EQ(errorIn(event.value)->code(), 6002);
+  EXPECT_TRUE(std::filesystem::is_symlink(downloads_ + "/a"));
+  EXPECT_FALSE(std::filesystem::exists(home_ / "nothing"));
 }
 
 TEST_F(DownloadTest, TemplateThatIsNotJsonEndsInAFailedRequest) {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string_view>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace varo::binary {
 
@@ -69,7 +70,7 @@ void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
     return;
   }
   const Dictionary record = (*records)[0].dictionaryValue();
-  _fileName = record[keys::kFileName].textValue();
+  if (const std::string* name = record[keys::kFileName].text()) _fileName = *name;
   if (!platform::staysInDirectory(getDirectoryPath({}), _fileName)) {
     *error = recordError(kCodeDownloadInvalidParams, kDownloadInvalidParams, _fileName, _fileId);
     return;
@@ -104,8 +105,9 @@ void ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input, const Di
 bool ChunkedFileDownloaderTask::shouldDownloadFile() const {
   // Asked for in any case: the directory has to be there for the bytes to be received into it.
   const std::string path = getFilePath();
+  // A link to nothing is no file; storing the bytes under its name fails.
   return options_.value_or(Dictionary{})[keys::kForceDownload].boolValue() ||
-         platform::fileKindAt(path) == platform::FileKind::kNothing;
+         ::access(path.c_str(), F_OK) != 0;
 }
 
 std::string ChunkedFileDownloaderTask::getDirectoryPath(const std::string& subPath) {

@@ -22,7 +22,8 @@ class ChunkedFileDownloaderTask final : public BinaryBaseTask {
   void execute() override;
 
  private:
-  /// Sets `error` for no record, several records, or a file name that leaves the directory.
+  /// Sets `error` for no record, several records, or a file name that is no text or leaves the
+  /// directory.
   void unpackInputContextWithError(platform::ErrorPtr* error);
   void unpackTemplate(const platform::Dictionary& input, const platform::Dictionary& record);
   [[nodiscard]] bool shouldDownloadFile() const;
