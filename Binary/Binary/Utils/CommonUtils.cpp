@@ -6,8 +6,6 @@
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Text.h"
 
-#include <fmt/format.h>
-
 #include <chrono>
 #include <dlfcn.h>
 
@@ -51,7 +49,8 @@ std::shared_ptr<const VSTaskError> CommonUtils::validateResponseforTask(
     const std::optional<Data>& /*withData*/, const ErrorPtr& andError) {
   if (andError == nullptr) return nullptr;
   return getErrorForTask(taskID, withDomain, kCodeUploadFailure,
-                         fmt::format("{}: {}", kUploadFailure, andError->localizedDescription()),
+                         platform::formatMessage(
+                             kMessageAndDetail, {kUploadFailure, andError->localizedDescription()}),
                          std::nullopt);
 }
 

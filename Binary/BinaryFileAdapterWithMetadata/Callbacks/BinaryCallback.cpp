@@ -1,6 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <exception>
 #include <string_view>
@@ -22,7 +23,6 @@ constexpr std::string_view kNoResult = "Result sent is nil or undefined for Succ
 constexpr std::string_view kNoError = "Error sent is nil or undefined for FailureCallback";
 constexpr std::string_view kNoProgress = "Progress sent is nil or undefined for ProgressCallback";
 constexpr std::string_view kBlockThrew = "A callback of the application threw, exception : %@";
-constexpr std::string_view kUnknownException = "not a std::exception";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 

@@ -56,6 +56,11 @@ inline constexpr std::string_view kRetriesExceededErrorDomain =
     "Exceeded number of retries, the current operation is taking longer time, status is not "
     "available yet";
 
+/// The description of most errors: one of the messages below and a detail.
+inline constexpr std::string_view kMessageAndDetail = "%@: %@";
+/// What is told of an exception that cannot tell itself.
+inline constexpr std::string_view kUnknownException = "not a std::exception";
+
 /// Messages.
 inline constexpr std::string_view kUploadFailure = "Upload error";
 inline constexpr std::string_view kUploadIOFailure =

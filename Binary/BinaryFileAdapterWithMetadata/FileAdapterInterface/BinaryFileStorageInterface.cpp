@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 
@@ -16,7 +17,6 @@ using platform::ErrorPtr;
 
 constexpr std::string_view kErrorDomain = "BinaryFileStorageInterface";
 constexpr std::int32_t kExceptionCode = 0;
-constexpr std::string_view kUnknownException = "not a std::exception";
 
 constexpr std::string_view kListFailed = "Failed to execute listFilesWithURL method, error : %@";
 constexpr std::string_view kUploadFailed = "Failed to execute uploadBinary method, error : %@";

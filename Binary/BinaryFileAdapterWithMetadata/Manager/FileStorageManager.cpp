@@ -52,8 +52,8 @@ constexpr std::string_view kDownloadParamsValid = "Download params validation su
 constexpr std::string_view kUpdateParamsValid = "update params validation successfull";
 constexpr std::string_view kDownloadInProgress = "%@ : %@ : Another download is in progress for %@";
 constexpr std::string_view kSuccessNotDefined = "%@ : %@ Success callback not defined";
-constexpr std::string_view kShutDown = "The library has been shut down";
 constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not defined";
+constexpr std::string_view kShutDown = "The library has been shut down";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 

@@ -7,6 +7,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Base64.h"
+#include "Platform/Foundation/Text.h"
 
 #include <fmt/format.h>
 
@@ -28,7 +29,6 @@ using platform::Value;
 
 namespace {
 
-constexpr std::string_view kDescription = "{}: {}";
 constexpr std::string_view kContentDispositionFormat = R"(form-data; name="{}"; filename="{}")";
 constexpr std::string_view kNoChunkSize = "chunkSize has to be a positive number";
 constexpr std::string_view kOffsetOutside = "bytesOffset is outside the content";
@@ -38,8 +38,8 @@ constexpr std::string_view kUnknownMethod =
     "the upload template's method is neither put nor post : ";
 
 ErrorPtr uploadError(std::int32_t code, std::string_view message, std::string_view detail) {
-  return CommonUtils::generateErrorWith(kUploadErrorDomain, code,
-                                        fmt::format(kDescription, message, detail));
+  return CommonUtils::generateErrorWith(
+      kUploadErrorDomain, code, platform::formatMessage(kMessageAndDetail, {message, detail}));
 }
 
 /// The bytes that the content description names. Those of a file stay there.

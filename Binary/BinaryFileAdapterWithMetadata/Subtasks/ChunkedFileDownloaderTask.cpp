@@ -7,6 +7,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Text.h"
 #include "Platform/Foundation/UserDirectories.h"
 
 #include <fmt/format.h>
@@ -29,7 +30,6 @@ using platform::Value;
 
 namespace {
 
-constexpr std::string_view kDescription = "{}: {}";
 constexpr std::string_view kNoRecord = "binary records dosen't exist";
 constexpr std::string_view kSeveralRecords = "binary records incorrect state";
 constexpr std::string_view kTemplateNotParsed =
@@ -40,10 +40,11 @@ constexpr mode_t kDirectoryMode = 0777;  // less the umask: the platform's defau
 
 ErrorPtr recordError(std::int32_t code, std::string_view message, std::string_view detail,
                      const Value& fileId) {
-  return std::make_shared<const Error>(std::string(kDownloadErrorDomain), code,
-                                       Dictionary{{std::string(platform::kLocalizedDescriptionKey),
-                                                   fmt::format(kDescription, message, detail)},
-                                                  {keys::kFileId, fileId}});
+  return std::make_shared<const Error>(
+      std::string(kDownloadErrorDomain), code,
+      Dictionary{{std::string(platform::kLocalizedDescriptionKey),
+                  platform::formatMessage(kMessageAndDetail, {message, detail})},
+                 {keys::kFileId, fileId}});
 }
 
 ErrorPtr storeError(const ErrorPtr& cause) {

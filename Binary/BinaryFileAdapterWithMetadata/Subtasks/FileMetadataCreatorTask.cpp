@@ -8,8 +8,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
-
-#include <fmt/format.h>
+#include "Platform/Foundation/Text.h"
 
 #include <string_view>
 
@@ -88,7 +87,7 @@ void FileMetadataCreatorTask::processResponse(const Dictionary& response,
     // Without a template there is no method either, which would end the upload in silence.
     return fail(CommonUtils::generateErrorWith(
         kUploadErrorDomain, kCodeUploadJSONParsingError,
-        fmt::format("{}: {}", kUploadJSONParsingError, kNoTemplate)));
+        platform::formatMessage(kMessageAndDetail, {kUploadJSONParsingError, kNoTemplate})));
   }
   copyDataToOutputContext(response, uploadTemplate.value_or(Dictionary{}));
   setState(TaskState::Ended);

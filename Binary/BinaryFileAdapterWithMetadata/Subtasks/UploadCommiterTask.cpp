@@ -7,8 +7,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
-
-#include <fmt/format.h>
+#include "Platform/Foundation/Text.h"
 
 #include <string_view>
 #include <utility>
@@ -71,7 +70,8 @@ void UploadCommiterTask::replaceCommitProperties(const Value& responseHeaders) {
   } else {
     error = CommonUtils::generateErrorWith(
         kUploadErrorDomain, kCodeUploadInvalidParameterDataType,
-        fmt::format("{}: {}", kUploadInvalidParameterDataType, keys::kCommitProperties));
+        platform::formatMessage(kMessageAndDetail,
+                                {kUploadInvalidParameterDataType, keys::kCommitProperties}));
   }
   logger().logError(kCommitPropertiesNotJson, error);
   reportFailure(error);

@@ -21,7 +21,6 @@ using platform::ErrorPtr;
 using platform::Value;
 using ParamType = ValidationUtils::ParamType;
 
-constexpr std::string_view kDescription = "%@: %@";
 constexpr std::string_view kEntryMissing = "%@: %@ could not be found in params";
 constexpr std::string_view kEntryOfWrongType = "%@: Unexpected data type for : %@";
 constexpr std::string_view kEntryEmpty = "%@: %@ param is empty";
@@ -148,7 +147,7 @@ bool fail(ErrorPtr* error, std::string_view domain, std::int32_t code, std::stri
 bool fail(ErrorPtr* error, std::string_view domain, const Failure& failure,
           std::string_view detail) {
   return fail(error, domain, failure.code,
-              platform::formatMessage(kDescription, {failure.message, detail}));
+              platform::formatMessage(kMessageAndDetail, {failure.message, detail}));
 }
 
 /// As `fail`, and logs the error into the placeholder of `logText`.
