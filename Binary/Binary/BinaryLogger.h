@@ -34,6 +34,7 @@ class BinaryLogger {
     platform::LogLocation location;
   };
 
+  /// The process's one logger, made at the first call and never destroyed.
   [[nodiscard]] static BinaryLogger& sharedInstance();
 
   template <typename... Args>

@@ -26,8 +26,10 @@ using BinaryBlock = std::function<void(const platform::Value&)>;
 /// are released with the holder, which lives as long as a task of its operation.
 class BinaryCallback final : public platform::Object {
  public:
+  /// A holder without blocks; a report to a block that is not there is logged and goes no further.
   BinaryCallback();
 
+  /// Each takes over the block in place of the one before; an empty one takes that away.
   void setSuccessCallback(BinaryBlock successCallback);
   void setFailureCallback(BinaryBlock failureCallback);
   void setProgressCallback(BinaryBlock progressCallback);

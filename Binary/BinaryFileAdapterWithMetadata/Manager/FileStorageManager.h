@@ -32,6 +32,8 @@ class FileStorageManager final : public platform::VSTask {
                         const std::optional<platform::Dictionary>& headers,
                         const std::shared_ptr<BinaryCallback>& callback,
                         const std::optional<platform::Dictionary>& options);
+  /// `uploadParams` get a positive "chunkSize", of their own or `kDefaultChunkSize`; the input type
+  /// only decides what of them is checked.
   void uploadBinaryWithUrl(const std::string& url, UploadInputType inputType,
                            const std::optional<platform::Dictionary>& uploadParams,
                            const std::shared_ptr<BinaryCallback>& callback,
@@ -42,7 +44,7 @@ class FileStorageManager final : public platform::VSTask {
   void downloadWithURL(const std::string& url, const std::optional<platform::Dictionary>& params,
                        const std::shared_ptr<BinaryCallback>& callback,
                        const std::optional<platform::Dictionary>& options);
-  /// The options are not passed on.
+  /// Sends `params`' "metadata" with their "headers". The options are not passed on.
   void updateWithUrl(const std::string& url, const std::optional<platform::Dictionary>& params,
                      const std::shared_ptr<BinaryCallback>& callback,
                      const std::optional<platform::Dictionary>& options);
@@ -83,6 +85,7 @@ class FileStorageManager final : public platform::VSTask {
   using DownloadPtr = std::shared_ptr<BinaryFileDownloaderTask>;
 
  public:
+  /// For `sharedInstance` alone, as the badge says.
   explicit FileStorageManager(Badge badge);
 
  private:

@@ -104,7 +104,8 @@ void completeDownload(const Data& body, const HttpResponseInfo* response,
   callback(Dictionary{{kResponseData, body}}, nullptr);
 }
 
-/// The end of an answer whose body says how the service fared.
+/// The end of an answer whose body says how the service fared. A parse error beside it takes a JSON
+/// reader that keeps what it has read before the error; the platform's own keeps nothing.
 void completeWithOpStatus(const Dictionary& result, const ErrorPtr& parseError,
                           const TaskCallback& callback) {
   if (result[kOpStatus].integerValue() != 0) return callback(result, errorOfOpStatus(result));
