@@ -2,7 +2,9 @@
 
 find_program(VARO_CCACHE ccache)
 if(VARO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${VARO_CCACHE}")
+  # Paths count relative to the project, so that every clone shares one cache.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${VARO_CCACHE}")
 endif()
 
 add_library(varo_warnings INTERFACE)
