@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <deque>
 #include <exception>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -58,6 +57,11 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
         work_.notifyOne();
       } else if (threadCount_ < options_.coreThreads && addThreadLocked()) {
         // The new thread takes the job.
+      } else if (threadCount_ == 0) {
+        // Nobody would ever take it.
+        job = std::move(jobs_.back());
+        jobs_.pop_back();
+        return false;
       } else if (!monitored_) {
         monitored_ = armMonitor = true;
         takenAtLastCheck_ = taken_;
@@ -68,14 +72,18 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   }
 
   void shutdown() {
-    std::vector<std::thread> threads;
     {
       const MutexLock lock(mutex_);
       if (!closing_) {
         closing_ = true;
         postsEnd_ = Clock::now() + kShutdownGrace;
       }
-      if (currentPool == this) return;
+    }
+    if (currentPool == this) return;
+    const MutexLock joinLock(joinMutex_);
+    std::vector<std::thread> threads;
+    {
+      const MutexLock lock(mutex_);
       while (!jobs_.empty() || busy_ > 0) idleAgain_.wait(mutex_);
       closed_ = true;
       wakeUps_ += idle_;
@@ -105,7 +113,7 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
     joinLeaversLocked();
     try {
       threads_.emplace_back([self = shared_from_this()] { self->run(); });
-    } catch (const std::system_error&) {
+    } catch (const std::exception&) {
       return false;
     }
     ++threadCount_;
@@ -153,7 +161,8 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
     while (wakeUps_ == 0) {
       if (threadCount_ <= options_.coreThreads) {
         work_.wait(mutex_);
-      } else if (work_.waitUntil(mutex_, surplusAt) == std::cv_status::timeout && wakeUps_ == 0) {
+      } else if (work_.waitUntil(mutex_, surplusAt) == std::cv_status::timeout && wakeUps_ == 0 &&
+                 threadCount_ > options_.coreThreads) {
         --idle_;
         return leaveLocked();
       }
@@ -171,10 +180,17 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   }
 
   void scheduleCheck() {
-    timers_.after(kStallWindow, [weak = weak_from_this()](TimerQueue::Reason reason) {
-      const auto self = weak.lock();
-      if (self != nullptr && reason == TimerQueue::Reason::kDue) self->check();
-    });
+    try {
+      timers_.after(kStallWindow, [weak = weak_from_this()](TimerQueue::Reason reason) {
+        const auto self = weak.lock();
+        if (self != nullptr && reason == TimerQueue::Reason::kDue) self->check();
+      });
+    } catch (const std::exception&) {
+      // No thread for the timers either: the threads that there are go on, and a later post tries
+      // again.
+      const MutexLock lock(mutex_);
+      monitored_ = false;
+    }
   }
 
   /// Adds threads when the busy ones have taken no job since the last check.
@@ -195,6 +211,9 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
 
   const Options options_;
   TimerQueue& timers_;
+
+  /// Makes concurrent calls of `shutdown` wait for each other; the pool's threads never take it.
+  Mutex joinMutex_;
 
   Mutex mutex_;
   ConditionVariable work_;
@@ -226,7 +245,7 @@ ThreadPool::~ThreadPool() { shutdown(); }
 bool ThreadPool::post(Job&& job) { return state_->post(std::move(job)); }
 
 void ThreadPool::postOrRun(Job job) {
-  if (!state_->post(std::move(job))) job();  // a refused job is left as it was
+  if (!state_->post(std::move(job))) runJob(job);  // a refused job is left as it was
 }
 
 void ThreadPool::shutdown() { state_->shutdown(); }

@@ -34,12 +34,13 @@ class ThreadPool {
   ThreadPool(const ThreadPool&) = delete;
   ThreadPool& operator=(const ThreadPool&) = delete;
 
-  /// Queues `job`. False, with `job` left as it was, once the pool is shut down. What a job throws
-  /// is reported on standard error and goes no further.
+  /// Queues `job`. False, with `job` left as it was, once the pool is shut down or where the system
+  /// refuses it even its first thread. What a job throws is reported on standard error and goes no
+  /// further.
   [[nodiscard]] bool post(Job&& job);
 
-  /// As `post`, but once the pool is shut down the job runs on the calling thread: for what must
-  /// not be lost. Never with a lock held.
+  /// As `post`, but a job that the pool refuses runs on the calling thread: for what must not be
+  /// lost. Never with a lock held.
   void postOrRun(Job job);
 
   /// Runs what is queued and joins the threads. Jobs of the pool may go on posting for `grace`;

@@ -1,6 +1,26 @@
 #include "Platform/Foundation/TimerQueue.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+
 namespace varo::platform {
+namespace {
+
+/// Longer delays would pass what the clock can count.
+constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24 * 365);
+
+void call(const TimerQueue::Job& job, TimerQueue::Reason reason) noexcept {
+  try {
+    job(reason);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "varo: a timer's job threw: %s\n", exception.what());
+  } catch (...) {
+    std::fputs("varo: a timer's job threw\n", stderr);
+  }
+}
+
+}  // namespace
 
 TimerQueue::~TimerQueue() { shutdown(); }
 
@@ -8,16 +28,17 @@ TimerQueue::Token TimerQueue::after(std::chrono::milliseconds delay, Job job) {
   {
     const MutexLock lock(mutex_);
     if (!stopped_) {
+      // First, since the system may refuse it: then nothing is queued.
+      if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
       const Token token = nextToken_++;
-      const Clock::time_point due = Clock::now() + delay;
+      const Clock::time_point due = Clock::now() + std::min(delay, kLongestDelay);
       jobs_.emplace(std::pair(due, token), std::move(job));
       dueTimes_.emplace(token, due);
-      if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
       changed_.notifyOne();
       return token;
     }
   }
-  job(Reason::kShutDown);
+  call(job, Reason::kShutDown);
   return kNoToken;
 }
 
@@ -45,7 +66,7 @@ void TimerQueue::shutdown() {
     changed_.notifyAll();
   }
   if (thread.joinable()) thread.join();
-  for (const auto& [due, job] : waiting) job(Reason::kShutDown);
+  for (const auto& [due, job] : waiting) call(job, Reason::kShutDown);
 }
 
 void TimerQueue::run() {
@@ -66,7 +87,7 @@ void TimerQueue::run() {
       dueTimes_.erase(jobs_.begin()->first.second);
       jobs_.erase(jobs_.begin());
     }
-    job(Reason::kDue);
+    call(job, Reason::kDue);
   }
 }
 

@@ -30,8 +30,10 @@ class TimerQueue {
   TimerQueue(const TimerQueue&) = delete;
   TimerQueue& operator=(const TimerQueue&) = delete;
 
-  /// Calls `job` once: not before `delay` has passed, or, when that comes first, from `shutdown`;
-  /// after `shutdown` at once, on this thread.
+  /// Calls `job` once: not before `delay` (of at most a year) has passed, or, when that comes
+  /// first, from `shutdown`; after `shutdown` at once, on this thread. What it throws is reported
+  /// on standard error and goes no further. Throws `std::system_error` where the system refuses the
+  /// thread.
   Token after(std::chrono::milliseconds delay, Job job);
 
   /// Drops the job if it has not started. Whether it was dropped.

@@ -97,14 +97,16 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
         const MutexLock lock(mutex_);
         if (!takeLocked(job)) return;
       }
-      runOne(job);
+      runOne(std::move(job));
     }
   }
 
   /// An exception ends the job, not the queue: what follows is passed on before it travels further.
-  void runOne(const Job& job) {
+  void runOne(Job&& taken) {
     try {
       const Running running(*this);
+      // What it holds goes while it counts as running: destructors may wait on this queue.
+      const Job job = std::move(taken);
       job();
     } catch (...) {
       next();

@@ -11,7 +11,7 @@ namespace varo::platform {
 /// Runs jobs one at a time, in the order in which they were submitted, on threads of a pool.
 ///
 /// Jobs that are queued when the object goes away are still run. An exception that leaves a job of
-/// `async` is reported by the pool; one that leaves a job of `sync` reaches the caller.
+/// `async` is reported on standard error; one that leaves a job of `sync` reaches the caller.
 /// Once the pool is shut down, jobs run on the submitting thread, so that none is lost: never
 /// submit with a lock held. Thread-safe.
 class SerialQueue {

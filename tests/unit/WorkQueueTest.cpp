@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <latch>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -74,6 +75,15 @@ TEST_F(WorkQueueTest, SyncInsideAJobOfTheSameQueueRunsAtOnce) {
   EXPECT_EQ(depth, 3);
 }
 
+TEST_F(WorkQueueTest, DestructorsOfWhatAJobHoldsMayWaitOnItsQueue) {
+  SerialQueue queue("captures", pool_);
+  std::atomic<bool> waited{false};
+  const auto waitsWhenItGoes = [&](void*) { queue.sync([&] { waited = true; }); };
+  queue.async([held = std::shared_ptr<void>(nullptr, waitsWhenItGoes)] {});
+  EXPECT_TRUE(eventually([&] { return waited.load(); }));
+  queue.sync([] {});
+}
+
 TEST_F(WorkQueueTest, JobThatThrowsInSyncReachesTheCallerAndTheQueueGoesOn) {
   SerialQueue queue("throws", pool_);
   EXPECT_THROW(queue.sync([] { throw std::runtime_error("expected"); }), std::runtime_error);
@@ -111,6 +121,12 @@ TEST_F(WorkQueueTest, ShutdownRunsWhatIsQueuedThenQueuesRunJobsOnTheCaller) {
   queue.sync([&] { ++ran; });
   ConcurrentQueue("late too", pool_).async([&] { ++ran; });
   EXPECT_EQ(ran, 1003);
+  // What is thrown now is still reported, and ends neither the caller nor the queue.
+  const auto throwing = [] { throw std::runtime_error("expected on standard error"); };
+  queue.async(throwing);
+  queue.sync([&] { queue.async(throwing); });
+  queue.async([&] { ++ran; });
+  EXPECT_EQ(ran, 1004);
 }
 
 TEST_F(WorkQueueTest, ShutdownWhileThreadsWaitInSyncLetsThemFinish) {
