@@ -28,7 +28,7 @@ class SystemRandom final : public Random {
 }  // namespace
 
 Random& Random::system() noexcept {
-  static SystemRandom random;
+  static auto& random = *new SystemRandom();  // asked until the very end
   return random;
 }
 

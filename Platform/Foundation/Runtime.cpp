@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <thread>
+#include <unistd.h>
 
 namespace varo::platform {
 namespace {
@@ -19,7 +20,11 @@ ThreadPool::Options poolOptions() {
 Runtime& Runtime::shared() {
   static Runtime* const instance = [] {
     auto* runtime = new Runtime();  // never destroyed: threads may outlive static objects
-    std::atexit([] { shared().shutdown(); });
+    static const pid_t owner = ::getpid();
+    std::atexit([] {
+      // A forked child has the objects without their threads: to join those would never end.
+      if (::getpid() == owner) shared().shutdown();
+    });
     return runtime;
   }();
   return *instance;
@@ -34,6 +39,16 @@ void Runtime::onShutdown(std::function<void()> step) {
 }
 
 void Runtime::shutdown() {
+  if (pool_.runsInThisThread() || loopSteps_.runsInThisThread()) return endWaits();
+  const MutexLock oneAtATime(shutdownMutex_);
+  endWaits();
+  // The steps first: a loop that ends in one of them needs the pool to tell its listeners.
+  loopSteps_.shutdown();
+  pool_.shutdown();
+  growth_.shutdown();
+}
+
+void Runtime::endWaits() {
   std::vector<std::function<void()>> steps;
   {
     const MutexLock lock(mutex_);
@@ -42,11 +57,6 @@ void Runtime::shutdown() {
   }
   std::for_each(steps.rbegin(), steps.rend(), [](const auto& step) { step(); });
   timers_.shutdown();
-  const bool fromInside = pool_.runsInThisThread() || loopSteps_.runsInThisThread();
-  // The steps first: a loop that ends in one of them needs the pool to tell its listeners.
-  loopSteps_.shutdown();
-  pool_.shutdown();
-  if (!fromInside) growth_.shutdown();
 }
 
 bool Runtime::isShutDown() const {

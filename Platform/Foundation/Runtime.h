@@ -11,9 +11,10 @@ namespace varo::platform {
 
 /// The threads that the process's tasks, queues and completions share, and their ordered end.
 ///
-/// Nothing needs to be set up. `shutdown` may be called once by the application; otherwise it runs
-/// at exit. The shared instance is never destroyed, so no call can reach a destroyed object.
-/// Thread-safe.
+/// Nothing needs to be set up. `shutdown` may be called by the application; otherwise it runs at
+/// exit, after the destructors of static objects that were made later than the shared instance. The
+/// instance itself is never destroyed, so no call can reach a destroyed object. A forked child must
+/// not use it: it has none of the threads. Thread-safe.
 class Runtime {
  public:
   [[nodiscard]] static Runtime& shared();
@@ -30,19 +31,23 @@ class Runtime {
   void onShutdown(std::function<void()> step);
 
   /// Ends transfers in flight and pauses of loops with an error, lets the tasks and callbacks that
-  /// wait for them finish, and joins all threads. Waits for callbacks that are running. From inside
-  /// a callback it only begins the shutdown; the exit of the process completes it. Later operations
+  /// wait for them finish, and joins all threads. Waits for callbacks that are running, and for a
+  /// call that another thread has made before. From inside a callback it only ends what is waited
+  /// for; the next call from elsewhere, at the latest that at exit, does the rest. Later operations
   /// fail at once.
   void shutdown();
   [[nodiscard]] bool isShutDown() const;
 
  private:
   Runtime();
+  void endWaits();
 
   TimerQueue growth_;  // of the pools; until their last job has run
   TimerQueue timers_;
   ThreadPool pool_;
   ThreadPool loopSteps_;
+  /// Held through a shutdown from outside; the runtime's threads never take it.
+  Mutex shutdownMutex_;
   mutable Mutex mutex_;
   std::vector<std::function<void()>> steps_ VARO_GUARDED_BY(mutex_);
   bool shutDown_ VARO_GUARDED_BY(mutex_) = false;

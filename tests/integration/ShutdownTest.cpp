@@ -1,5 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/TaskEngine/VSAbstractLoopingTask.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -8,9 +9,14 @@
 
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 // The shared runtime can be shut down once a process, so each case runs in a process of its own,
 // which answers with its exit code.
@@ -92,6 +98,74 @@ TEST(ShutdownTest, ExitOfTheProcessWithTransfersInFlightIsClean) {
     static Stalled& stalled = *new Stalled();  // still there while the exit ends the transfers
     stalled.startOperations();
     return true;
+  });
+}
+
+/// Ends at once, again and again, as long as it is allowed to.
+class EndlessLoop final : public platform::VSAbstractLoopingTask {
+ public:
+  EndlessLoop() : VSAbstractLoopingTask(std::make_shared<Iteration>(), nullptr) {}
+  void transformInputContextForNextIteration() override { ++iterations; }
+  std::atomic<int> iterations{0};
+
+ private:
+  struct Iteration final : VSTask {
+    void execute() override { setState(platform::TaskState::Ended); }
+  };
+};
+
+class EndCounter final : public platform::TaskListener {
+ public:
+  void task(const std::shared_ptr<platform::VSTask>& /*task*/, platform::TaskState /*from*/,
+            platform::TaskState to, const Dictionary& /*context*/) override {
+    if (platform::isFinal(to)) ++ends;
+  }
+  std::atomic<int> ends{0};
+};
+
+TEST(ShutdownTest, LoopsThatIterateEndAndTellTheirListeners) {
+  expectGoodExit([] {
+    const auto counter = std::make_shared<EndCounter>();
+    constexpr int kLoops = 20;
+    for (int i = 0; i < kLoops; ++i) {
+      const auto loop = std::make_shared<EndlessLoop>();
+      loop->subscribeForTaskUpdates(counter);
+      loop->start();
+      if (!eventually([&] { return loop->iterations > 0; })) return false;
+    }
+    Runtime::shared().shutdown();
+    return counter->ends == kLoops && platform::VSTask::liveCount() == 0;
+  });
+}
+
+TEST(ShutdownTest, ConcurrentShutdownsBothReturnWhenAllIsDone) {
+  expectGoodExit([] {
+    Stalled stalled;
+    stalled.startOperations();
+    bool allTold = true;
+    std::thread other([&] {
+      Runtime::shared().shutdown();
+      if (stalled.failures != kOperations) allTold = false;
+    });
+    Runtime::shared().shutdown();
+    const bool toldHere = stalled.failures == kOperations;
+    other.join();
+    return allTold && toldHere;
+  });
+}
+
+TEST(ShutdownTest, ExitOfAForkedChildDoesNotWaitForThreadsItDoesNotHave) {
+  expectGoodExit([] {
+    Stalled stalled;
+    stalled.startOperations();
+    const pid_t child = ::fork();
+    if (child == 0) std::exit(kExitAllWell);
+    int status = -1;
+    const bool ended = eventually([&] { return ::waitpid(child, &status, WNOHANG) == child; },
+                                  std::chrono::seconds(10));
+    if (!ended) ::kill(child, SIGKILL);
+    Runtime::shared().shutdown();
+    return ended && WIFEXITED(status) && WEXITSTATUS(status) == kExitAllWell;
   });
 }
 
