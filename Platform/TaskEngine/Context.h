@@ -10,7 +10,8 @@ namespace varo::platform {
 
 /// One of a task's dictionaries: written by the task on whatever thread its work runs, read by
 /// listeners and parents on others. Readers get copies, which share their storage.
-/// Thread-safe; each call is atomic.
+/// What a call drops is destroyed outside the lock: it may hold the last reference to anything, and
+/// its destructor may ask this context. Thread-safe; each call is atomic.
 class Context {
  public:
   [[nodiscard]] Dictionary snapshot() const {
@@ -23,21 +24,26 @@ class Context {
     return entries_[key];
   }
   void set(std::string_view key, Value value) {
+    Value dropped;
     const MutexLock lock(mutex_);
+    dropped = entries_[key];
     entries_.set(std::string(key), std::move(value));
   }
   void addEntries(const Dictionary& entries) {
+    Dictionary dropped;
     const MutexLock lock(mutex_);
+    dropped = entries_;
     entries_.addEntries(entries);
   }
   void remove(std::string_view key) {
+    Value dropped;
     const MutexLock lock(mutex_);
+    dropped = entries_[key];
     entries_.remove(key);
   }
   void replace(Dictionary entries) {
-    // What was there is destroyed outside the lock: it may hold the last reference to anything.
-    MutexLock lock(mutex_);
-    std::swap(entries_, entries);
+    const MutexLock lock(mutex_);
+    std::swap(entries_, entries);  // the parameter goes after the lock
   }
 
  private:

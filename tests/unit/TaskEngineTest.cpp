@@ -241,6 +241,25 @@ TEST_F(TaskEngineTest, FailedSubtaskEndsTheCompositeWithItsErrorsAndStartsNothin
   }
 }
 
+TEST_F(TaskEngineTest, ValuesThatAContextDropsAreDestroyedOutsideItsLock) {
+  struct Prober final : Object {
+    explicit Prober(Context& probed) : context(probed) {}
+    ~Prober() override { (void)context.snapshot(); }
+    [[nodiscard]] std::string description() const override { return "prober"; }
+    Context& context;
+  };
+  Context context;
+  const auto put = [&] { context.set("value", std::make_shared<Prober>(context)); };
+  put();
+  put();  // replaced
+  context.addEntries({{"value", 1}});
+  put();
+  context.remove("value");
+  put();
+  context.replace({});
+  EXPECT_TRUE(context.snapshot().empty());
+}
+
 TEST_F(TaskEngineTest, TreeWhoseWorkIsDroppedIsFreed) {
   auto composite = std::make_shared<VSTask>();
   std::atomic<bool> ran{false};
