@@ -20,6 +20,7 @@ enum EngineErrorCode : std::int64_t {
   kStepThrew = 1,
   kEngineShutDown = 2,
   kInvalidDependency = 3,
+  kSubtaskGone = 4,
 };
 
 std::atomic<std::int64_t> nextId{1};
@@ -37,7 +38,8 @@ void logListenerFailure(const VSTask& task, std::string_view what) noexcept {
 
 bool mayChange(TaskState from, TaskState to) {
   if (from == to) return false;
-  return to == TaskState::NotStarted ? isFinal(from) : !isFinal(from);
+  if (to == TaskState::NotStarted) return isFinal(from) || from == TaskState::Paused;
+  return !isFinal(from);
 }
 
 ErrorPtr engineError(const VSTask& task, EngineErrorCode code, std::string message) {
@@ -67,6 +69,8 @@ struct VSTask::Child {
   /// Empty while it runs: then it holds its parent, and a circle would keep a tree alive whose work
   /// was dropped.
   std::shared_ptr<VSTask> resting;
+  /// Set once it has been run.
+  std::weak_ptr<VSTask> running;
   std::vector<const VSTask*> dependencies;
   bool started = false;
   bool ended = false;
@@ -158,7 +162,7 @@ bool VSTask::changeStateLocked(TaskState to) {
 bool VSTask::enqueueLocked(TaskState from, TaskState to) {
   const bool endsRun = from != to && isFinal(to) && runner_ != nullptr;
   if (listeners_.empty() && !endsRun) return false;
-  Notification notification{from, to, {}, listeners_};
+  Notification notification{from, to, {}, listeners_, endsRun ? run_ : kNoRun};
   if (!listeners_.empty()) {
     notification.context.set(std::string(kTaskOutputContext), _outputContext.snapshot());
     if (!errors_.empty()) {
@@ -203,8 +207,8 @@ void VSTask::deliver(const Notification& notification) {
       logListenerFailure(*this, "an unknown exception");
     }
   }
-  if (notification.from != notification.to && isFinal(notification.to)) {
-    reportEndToRunner(notification.to);
+  if (notification.endedRun != kNoRun) {
+    reportEndToRunner(notification.endedRun, notification.to);
   }
 }
 
@@ -247,7 +251,8 @@ bool VSTask::isSubscribed(const std::shared_ptr<TaskListener>& listener) const {
 void VSTask::addSubtask(const std::shared_ptr<VSTask>& subtask) {
   if (subtask == nullptr) return;
   const MutexLock lock(mutex_);
-  children_.push_back({.identity = subtask.get(), .resting = subtask, .dependencies = {}});
+  children_.push_back(
+      {.identity = subtask.get(), .resting = subtask, .running = {}, .dependencies = {}});
 }
 
 bool VSTask::addDependencyBetween(const std::shared_ptr<VSTask>& task1,
@@ -301,7 +306,11 @@ std::vector<std::shared_ptr<VSTask>> VSTask::restingSubtasks() const {
 void VSTask::execute() {
   {
     const MutexLock lock(mutex_);
-    for (Child& child : children_) child.started = child.ended = false;
+    for (Child& child : children_) {
+      child.started = child.ended = false;
+      // Left over from a run of this task that ended before it did: it is run anew.
+      if (child.resting == nullptr) child.resting = child.running.lock();
+    }
   }
   startFreeSubtasks();
 }
@@ -311,7 +320,8 @@ void VSTask::startFreeSubtasks() {
   bool allEnded = true;
   {
     const MutexLock lock(mutex_);
-    if (state_ != TaskState::Started) return;
+    // A pause is the subclass's business: what runs goes on here, and so does what it makes free.
+    if (state_ != TaskState::Started && state_ != TaskState::Paused) return;
     for (Child& child : children_) {
       allEnded = allEnded && child.ended;
       if (child.started) continue;
@@ -326,6 +336,9 @@ void VSTask::startFreeSubtasks() {
     }
   }
   for (const auto& [subtask, predecessors] : free) {
+    if (subtask == nullptr) {
+      return raiseError(engineError(*this, kSubtaskGone, "A subtask was dropped while it ran"));
+    }
     Dictionary input = inputContext();
     for (const auto& predecessor : predecessors) input.addEntries(predecessor->outputContext());
     runSubtask(subtask, std::move(input));
@@ -337,7 +350,10 @@ void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input
   subtask->beginRunFor(shared_from_this(), std::move(input));
   {
     const MutexLock lock(mutex_);
-    if (Child* child = childLocked(subtask.get())) child->resting.reset();
+    if (Child* child = childLocked(subtask.get())) {
+      child->running = subtask;
+      child->resting.reset();
+    }
   }
   subtask->start();
 }
@@ -350,13 +366,15 @@ void VSTask::beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input) {
   const MutexLock lock(mutex_);
   errors_.swap(forgotten);
   state_ = TaskState::NotStarted;
-  runner_ = std::move(runner);
+  runner_.swap(runner);
+  ++run_;
 }
 
-void VSTask::reportEndToRunner(TaskState state) {
+void VSTask::reportEndToRunner(std::uint64_t run, TaskState state) {
   std::shared_ptr<VSTask> runner;
   {
     const MutexLock lock(mutex_);
+    if (run != run_) return;  // it has been started anew meanwhile
     runner = std::exchange(runner_, nullptr);
   }
   if (runner == nullptr) return;

@@ -77,7 +77,9 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
 
   [[nodiscard]] TaskState state() const;
   /// Changes the state and notifies the listeners. Setting the present state does nothing; a task
-  /// that has come to its end only accepts NotStarted, for a restart.
+  /// that has come to its end only accepts NotStarted, for a restart, and only such a task or a
+  /// paused one does. A restarted task runs all its subtasks anew, also those that have not ended.
+  /// Neither pausing nor ending a task touches its subtasks: a subclass that means them tells them.
   void setState(TaskState state);
 
   [[nodiscard]] Dictionary inputContext() const { return _inputContext.snapshot(); }
@@ -157,7 +159,9 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
     TaskState to;
     Dictionary context;
     std::vector<std::weak_ptr<TaskListener>> listeners;
+    std::uint64_t endedRun;  // which run for a runner this ended, or `kNoRun`
   };
+  static constexpr std::uint64_t kNoRun = 0;
   struct Child;
 
   [[nodiscard]] bool changeStateLocked(TaskState to) VARO_REQUIRES(mutex_);
@@ -170,7 +174,7 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   void deliverAll();
   void deliver(const Notification& notification);
   void beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input);
-  void reportEndToRunner(TaskState state);
+  void reportEndToRunner(std::uint64_t run, TaskState state);
   void takeBack(const std::shared_ptr<VSTask>& subtask);
   void startFreeSubtasks();
 
@@ -188,6 +192,8 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   std::vector<Child> children_ VARO_GUARDED_BY(mutex_);
   /// The task that runs this one. Set while this one runs, so that it keeps its parent alive.
   std::shared_ptr<VSTask> runner_ VARO_GUARDED_BY(mutex_);
+  /// Counts the runs for a runner, so that the late report of one is not taken for the next's.
+  std::uint64_t run_ VARO_GUARDED_BY(mutex_) = kNoRun;
 };
 
 }  // namespace varo::platform

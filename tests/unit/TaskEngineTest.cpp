@@ -241,6 +241,39 @@ TEST_F(TaskEngineTest, FailedSubtaskEndsTheCompositeWithItsErrorsAndStartsNothin
   }
 }
 
+TEST_F(TaskEngineTest, CompositeStartedAgainRunsSubtasksAnewThatNeverCameToAnEnd) {
+  for (const TaskState end : {Paused, Stopped, Errored}) {
+    std::atomic<int> runs{0};
+    auto waiting = leaf([&](FunctionTask& self) { self.setState(++runs == 1 ? Paused : Ended); });
+    auto quick = leafThatEndsWith("quick", true);
+    auto composite = std::make_shared<VSTask>();
+    composite->addSubtask(waiting);
+    composite->addSubtask(quick);
+    composite->start();
+    ASSERT_TRUE(eventually([&] { return waiting->state() == Paused; }));
+    ASSERT_TRUE(eventually([&] { return composite->outputContext().contains("quick"); }));
+    composite->setState(end);
+    composite->setState(NotStarted);
+    const auto recorder = runToEnd(composite);
+    EXPECT_THAT(recorder->states(), ElementsAre(Started, Ended));
+    EXPECT_EQ(runs, 2);
+  }
+}
+
+TEST_F(TaskEngineTest, PausedCompositeStillRunsWhatBecomesFree) {
+  auto composite = std::make_shared<VSTask>();
+  auto first = leaf([&](FunctionTask& self) {
+    composite->setState(Paused);
+    self.setState(Ended);
+  });
+  auto last = leafThatEndsWith("last", true);
+  composite->addSubtask(first);
+  composite->addSubtask(last);
+  composite->addDependencyBetween(first, last, nullptr);
+  const auto recorder = runToEnd(composite);
+  EXPECT_THAT(recorder->states(), ElementsAre(Started, Paused, Ended));
+}
+
 TEST_F(TaskEngineTest, ValuesThatAContextDropsAreDestroyedOutsideItsLock) {
   struct Prober final : Object {
     explicit Prober(Context& probed) : context(probed) {}
