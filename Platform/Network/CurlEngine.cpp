@@ -171,7 +171,7 @@ void CurlEngine::stop() {
     thread_.join();
     undelivered.swap(undelivered_);
   }
-  for (const Job& job : undelivered) job();
+  for (Job& job : undelivered) pool_.postOrRun(std::move(job));
 }
 
 void CurlEngine::run() {

@@ -120,7 +120,8 @@ ErrorPtr makeCurlError(CURLcode code, std::string_view text, const std::string& 
                                  static_cast<std::int64_t>(code), std::move(userInfo));
 }
 
-/// Runs the body of a callback: no exception may pass through libcurl.
+/// Runs a step of a transfer: no exception may pass through libcurl, or lose the transfer on the
+/// way through the engine.
 template <typename Work>
 auto guarded(ErrorPtr& failure, decltype(std::declval<Work>()()) onFailure, const Work& work) {
   try {
@@ -143,6 +144,12 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       url_(std::move(url)) {}
 
 ErrorPtr CurlTransfer::prepare(CURL* easy, const CurlCommon& common, std::size_t bufferSize) {
+  ErrorPtr thrown;
+  ErrorPtr refused = guarded(thrown, ErrorPtr(), [&] { return setUp(easy, common, bufferSize); });
+  return thrown != nullptr ? thrown : refused;
+}
+
+ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t bufferSize) {
   easy_ = easy;
   caFile_ = common.configuration.caFile;
   head_ = ResponseHead();
@@ -150,6 +157,7 @@ ErrorPtr CurlTransfer::prepare(CURL* easy, const CurlCommon& common, std::size_t
   bodyBegan_ = discardsBody_ = false;
   discarded_ = bytesMoved_ = 0;
   lastMove_ = Clock::now();
+  errorText_.front() = '\0';  // what was said of a redirect is not said of its target
   if (auto error = buildHeaderList()) return error;
 
   CurlOptions options(easy);
@@ -167,20 +175,22 @@ ErrorPtr CurlTransfer::prepare(CURL* easy, const CurlCommon& common, std::size_t
   options.set(CURLOPT_HEADERDATA, this);
   options.set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
   options.set(CURLOPT_WRITEDATA, this);
-  if (body_) {
-    static_cast<void>(body_->seek(0));  // the start is always there
-    options.set(CURLOPT_UPLOAD, 1L);
-    options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body_->size()));
-    options.set(CURLOPT_UPLOAD_BUFFERSIZE,
-                static_cast<long>(std::min(bufferSize, tuning::kUploadBuffer)));
-    options.set(CURLOPT_READFUNCTION, &CurlTransfer::onRead);
-    options.set(CURLOPT_READDATA, this);
-    options.set(CURLOPT_SEEKFUNCTION, &CurlTransfer::onSeek);
-    options.set(CURLOPT_SEEKDATA, this);
-  }
+  if (body_) setBody(options, bufferSize);
   options.set(CURLOPT_CUSTOMREQUEST, nameOf(method_));
   if (options.firstError() == CURLE_OK) return nullptr;
   return makeCurlError(options.firstError(), curl_easy_strerror(options.firstError()), safeUrl());
+}
+
+void CurlTransfer::setBody(CurlOptions& options, std::size_t bufferSize) {
+  static_cast<void>(body_->seek(0));  // the start is always there
+  options.set(CURLOPT_UPLOAD, 1L);
+  options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body_->size()));
+  options.set(CURLOPT_UPLOAD_BUFFERSIZE,
+              static_cast<long>(std::min(bufferSize, tuning::kUploadBuffer)));
+  options.set(CURLOPT_READFUNCTION, &CurlTransfer::onRead);
+  options.set(CURLOPT_READDATA, this);
+  options.set(CURLOPT_SEEKFUNCTION, &CurlTransfer::onSeek);
+  options.set(CURLOPT_SEEKDATA, this);
 }
 
 void CurlTransfer::release() noexcept {
@@ -289,6 +299,12 @@ int CurlTransfer::onSeek(void* self, curl_off_t offset, int origin) {
 }
 
 bool CurlTransfer::goesOnAfter(CURLcode code) {
+  const bool goesOn = guarded(failure_, false, [&] { return judge(code); });
+  if (failure_ != nullptr) end_ = {std::nullopt, std::move(failure_)};
+  return goesOn;
+}
+
+bool CurlTransfer::judge(CURLcode code) {
   // The body of a redirect was cut by ourselves.
   const bool isRedirectCut = discardsBody_ && discarded_ > tuning::kMaxRedirectBody;
   if (failure_ == nullptr && code != CURLE_OK && !isRedirectCut) failure_ = describe(code);
@@ -299,7 +315,6 @@ bool CurlTransfer::goesOnAfter(CURLcode code) {
     }
   }
   if (failure_ == nullptr) end_.response = makeResponse();
-  if (failure_ != nullptr) end_ = {std::nullopt, std::move(failure_)};
   return false;
 }
 

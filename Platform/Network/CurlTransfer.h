@@ -20,6 +20,8 @@
 
 namespace varo::platform {
 
+class CurlOptions;
+
 /// What the transfers of one transport have in common. Constant while they run.
 struct CurlCommon {
   NetworkConfiguration configuration;
@@ -78,7 +80,10 @@ class CurlTransfer {
   static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self);
   static int onSeek(void* self, curl_off_t offset, int origin);
 
+  [[nodiscard]] ErrorPtr setUp(CURL* easy, const CurlCommon& common, std::size_t bufferSize);
+  void setBody(CurlOptions& options, std::size_t bufferSize);
   [[nodiscard]] bool takeBody(std::string_view bytes);
+  [[nodiscard]] bool judge(CURLcode code);
   [[nodiscard]] ErrorPtr buildHeaderList();
   [[nodiscard]] ErrorPtr followRedirect(const std::string& location);
   [[nodiscard]] ErrorPtr describe(CURLcode code) const;
