@@ -11,6 +11,8 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <functional>
@@ -78,18 +80,19 @@ bool looksLikePair(std::string_view word) {
   return word.substr(0, equals).find_first_of("/:") == std::string_view::npos;
 }
 
-/// "--meta a=1 b=2" becomes "--meta a=1 --meta b=2": left alone, a list would swallow every word up
-/// to the next option.
+/// "--meta a=1 b=2" (and "--where" alike) becomes "--meta a=1 --meta b=2": left alone, a list would
+/// swallow every word up to the next option.
 std::vector<std::string> withListsSpelledOut(const std::vector<std::string>& words) {
-  const std::string list = "--meta";
+  constexpr std::array<std::string_view, 2> kLists = {"--meta", "--where"};
   std::vector<std::string> result;
   for (std::size_t i = 0; i < words.size(); ++i) {
-    result.push_back(words[i]);
-    const bool isList = words[i] == list;
-    if (!isList && words[i].find(list + "=") != 0) continue;
-    if (isList && i + 1 < words.size()) result.push_back(words[++i]);
+    const std::string& word = words[i];
+    result.push_back(word);
+    const std::string name = word.substr(0, word.find('='));
+    if (std::find(kLists.begin(), kLists.end(), name) == kLists.end()) continue;
+    if (word == name && i + 1 < words.size()) result.push_back(words[++i]);
     while (i + 1 < words.size() && looksLikePair(words[i + 1])) {
-      result.push_back(list);
+      result.push_back(name);
       result.push_back(words[++i]);
     }
   }
@@ -105,6 +108,8 @@ class Parser {
 
  private:
   using Taker = std::function<void(const std::string&)>;
+  /// Rejects what only makes no sense together.
+  using Check = std::function<void()>;
   using ListTaker = std::function<void(const std::vector<std::string>&)>;
 
   void defineGlobal();
@@ -112,11 +117,14 @@ class Parser {
   void defineUpload();
   void defineDownload();
   void defineUpdate();
+  void defineDelete();
+  void defineAbort();
   void defineSandbox();
   void defineDemo();
 
   template <typename Options>
-  CLI::App* addCommand(const std::string& name, Options& options);
+  CLI::App* addCommand(
+      const std::string& name, Options& options, Check check = [] {});
   static void text(CLI::App* app, const std::string& name, Taker take);
   static void required(CLI::App* app, const std::string& name, std::string& target);
   static void list(CLI::App* app, const std::string& name, ListTaker take);
@@ -135,6 +143,8 @@ class Parser {
   UploadOptions upload_;
   DownloadOptions download_;
   UpdateOptions update_;
+  DeleteOptions delete_;
+  AbortOptions abort_;
   SandboxCommandOptions sandbox_;
   DemoOptions demo_;
   std::function<CommandOptions()> command_;
@@ -153,6 +163,8 @@ Parser::Parser() : app_("", "varobinary") {
   defineUpload();
   defineDownload();
   defineUpdate();
+  defineDelete();
+  defineAbort();
   defineSandbox();
   defineDemo();
 }
@@ -177,10 +189,13 @@ void Parser::meta(CLI::App* app, Dictionary& target) {
 }
 
 template <typename Options>
-CLI::App* Parser::addCommand(const std::string& name, Options& options) {
+CLI::App* Parser::addCommand(const std::string& name, Options& options, Check check) {
   CLI::App* command = app_.add_subcommand(name);
   command->fallthrough();
-  command->final_callback([this, &options] { command_ = [&options] { return options; }; });
+  command->final_callback([this, &options, check = std::move(check)] {
+    check();
+    command_ = [&options] { return options; };
+  });
   return command;
 }
 
@@ -253,6 +268,27 @@ void Parser::defineUpdate() {
   required(command, "URL", update_.url);
   required(command, "FILE_ID", update_.fileId);
   meta(command, update_.meta);
+}
+
+void Parser::defineDelete() {
+  CLI::App* command = addCommand("delete", delete_, [this] {
+    const bool byMetadata = !delete_.where.empty();
+    if (!delete_.fileId && !byMetadata) reject("delete", "FILE_ID or --where is required");
+    if (delete_.fileId && byMetadata) reject("delete", "FILE_ID and --where exclude each other");
+  });
+  required(command, "URL", delete_.url);
+  text(command, "FILE_ID", [this](const std::string& value) { delete_.fileId = value; });
+  list(command, "--where", [this](const std::vector<std::string>& pairs) {
+    delete_.where = acceptOrReject("--where", textDictionary(pairs));
+    // Only one of them would count, and more would be deleted than was meant.
+    if (delete_.where.size() < pairs.size()) reject("--where", "a key is given twice");
+  });
+}
+
+void Parser::defineAbort() {
+  CLI::App* command = addCommand("abort", abort_);
+  required(command, "URL", abort_.url);
+  required(command, "FILE_ID", abort_.fileId);
 }
 
 void Parser::defineSandbox() {

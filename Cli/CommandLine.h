@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cli/Commands/DeleteCommand.h"
 #include "Cli/Commands/DemoCommand.h"
 #include "Cli/Commands/DownloadCommand.h"
 #include "Cli/Commands/ListCommand.h"
@@ -20,8 +21,9 @@ namespace varo::cli {
 /// `Interrupts::kExitStatus`.
 inline constexpr int kExitUsage = 2;
 
-using CommandOptions = std::variant<ListOptions, UploadOptions, DownloadOptions, UpdateOptions,
-                                    SandboxCommandOptions, DemoOptions>;
+using CommandOptions =
+    std::variant<ListOptions, UploadOptions, DownloadOptions, UpdateOptions, DeleteOptions,
+                 AbortOptions, SandboxCommandOptions, DemoOptions>;
 
 /// What was asked for.
 struct Invocation {

@@ -68,6 +68,10 @@ constexpr std::array kLibraryHints = {
 constexpr std::string_view kTokenHint =
     "Give a valid token with --token-file FILE, or in the environment variable VARO_TOKEN.";
 
+constexpr std::string_view kStillWorkingHint =
+    "The service may still finish it: 'varobinary list URL' shows later whether the files are "
+    "gone.";
+
 template <std::size_t N>
 std::string_view find(const std::array<Hint, N>& hints, std::int64_t code) {
   const auto* hint =
@@ -97,6 +101,10 @@ void addAnswer(const Dictionary& userInfo, FailureText& text) {
 
 void addHint(const Dictionary& userInfo, FailureText& text) {
   if (text.domain == kUsageErrorDomain || text.domain == platform::kPosixErrorDomain) return;
+  if (text.domain == binary::kRetriesExceededErrorDomain) {
+    text.hint = kStillWorkingHint;
+    return;
+  }
   if (text.code == binary::kCodeHTTPRequestFailed) {
     addAnswer(userInfo, text);
     return;
@@ -119,6 +127,11 @@ FailureText fromError(const ErrorPtr& error) {
 
 FailureText fromDictionary(const Dictionary& failure) {
   const Dictionary userInfo = failure[binary::keys::kUserInfo].dictionaryValue();
+  // An error about other errors says nothing itself.
+  const Value& causes = userInfo[platform::kTaskErrors];
+  if (const ErrorPtr cause = causes.isArray() ? (*causes.array())[0].error() : nullptr) {
+    return fromError(cause);
+  }
   std::string message = failure[binary::keys::kLocalizedDescription].textValue();
   if (message.empty()) message = userInfo[platform::kErrorMessageKey].textValue();
   if (message.empty()) message = "the operation failed";

@@ -19,6 +19,8 @@ Commands:
   upload URL FILE                upload a file, or standard input with '-'
   download URL FILE_ID           download a file into the downloads directory
   update URL FILE_ID             change the metadata of a file
+  delete URL FILE_ID             delete a file, or with --where several
+  abort URL FILE_ID              give up an upload that was not finished
   sandbox                        run a complete local back end to try things on
   demo                           see everything at work, with real files
 
@@ -138,6 +140,42 @@ Examples:
   varobinary update $URL 5f2b90c1 --meta description='A summer evening' rating=5
 )";
 
+constexpr std::string_view kDelete =
+    R"(Delete a file, or all files with certain metadata.
+
+Usage: varobinary [GLOBAL] delete URL FILE_ID
+       varobinary [GLOBAL] delete URL --where K=V [--where K=V]...
+
+  URL                     base URL of the object service
+  FILE_ID                 id of the file, as 'list' and 'upload' print it
+  --where K=V [K=V]...    delete the files whose metadata hold all these values; may be
+                          repeated. 'list --criteria' shows beforehand which ones they are
+
+A service may accept a delete for later. It is then asked up to five times, with growing
+pauses of 26 seconds at most together, whether it is done; each time that it is not, a line
+on standard error says so. If it still works after that, the delete counts as failed,
+although the service may finish it.
+
+Examples:
+  varobinary delete $URL 5f2b90c1
+  varobinary delete $URL --where file_namespace=drafts owner=ann
+)";
+
+constexpr std::string_view kAbort =
+    R"(Give up an upload: delete what the service has of a file that was not committed.
+
+Usage: varobinary [GLOBAL] abort URL FILE_ID
+
+  URL                     base URL of the object service
+  FILE_ID                 id of the file, as the service gave it to the upload
+
+To stop an upload that is running, interrupt it (Ctrl-C). The service then keeps a record that
+no list shows until it is given up here. As with 'delete', the service may take a while.
+
+Examples:
+  varobinary abort $URL 5f2b90c1
+)";
+
 constexpr std::string_view kSandbox =
     R"(Run a complete local back end: an object service, and an outside object store.
 
@@ -161,7 +199,8 @@ Examples:
 )";
 
 constexpr std::string_view kDemo =
-    R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads.
+    R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads,
+deletes.
 
 Usage: varobinary [GLOBAL] demo
 
@@ -175,12 +214,14 @@ Examples:
   varobinary --log-level debug demo
 )";
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 7> kTexts = {{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kTexts = {{
     {"", kOverview},
     {"list", kList},
     {"upload", kUpload},
     {"download", kDownload},
     {"update", kUpdate},
+    {"delete", kDelete},
+    {"abort", kAbort},
     {"sandbox", kSandbox},
     {"demo", kDemo},
 }};

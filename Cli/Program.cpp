@@ -8,6 +8,7 @@
 #include "Cli/JsonOutput.h"
 #include "Cli/Session.h"
 #include "Cli/Terminal.h"
+#include "Cli/WaitNotices.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 
@@ -32,19 +33,30 @@ std::shared_ptr<Output> makeOutput(const GlobalOptions& options, Console& consol
   return std::make_shared<HumanOutput>(std::cout, console, messageWidth);
 }
 
-std::shared_ptr<platform::LogSink> makeLogSink(const GlobalOptions& options, Console& console) {
-  const bool wanted = options.json || options.logLevel;
+platform::LogLevel leastShown(const Invocation& invocation) {
+  using platform::LogLevel;
+  // The tour provokes failures and reports them itself.
+  const bool isTour = std::holds_alternative<DemoOptions>(invocation.command);
+  return invocation.global.logLevel.value_or(isTour ? LogLevel::kOff : LogLevel::kWarning);
+}
+
+std::shared_ptr<platform::LogSink> makeLogSink(const Invocation& invocation, Console& console,
+                                               const std::shared_ptr<Output>& output) {
+  const bool wanted = invocation.global.json || invocation.global.logLevel;
   using Lines = ConsoleLogSink::OperationLines;
-  return std::make_shared<ConsoleLogSink>(console, wanted ? Lines::kShown : Lines::kOnlyFatal);
+  const auto lines =
+      std::make_shared<ConsoleLogSink>(console, wanted ? Lines::kShown : Lines::kOnlyFatal);
+  return std::make_shared<WaitNotices>(lines, leastShown(invocation), output);
 }
 
 int runCommand(const Invocation& invocation, Interrupts& interrupts) {
   Console console(std::cerr, {terminal::isTerminal(terminal::Stream::kError),
                               terminal::mayColour(terminal::Stream::kError)});
-  platform::VaroNativeFacade::setSink(makeLogSink(invocation.global, console));
+  const auto output = makeOutput(invocation.global, console);
+  platform::VaroNativeFacade::setSink(makeLogSink(invocation, console, output));
   int status = 0;
   {
-    Session session(invocation.global, makeOutput(invocation.global, console), interrupts);
+    Session session(invocation.global, output, interrupts);
     status =
         std::visit([&](const auto& options) { return run(session, options); }, invocation.command);
     // Ends what an interrupt left under way. After it nothing uses the console or the output.

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Network/VRONetworkUtility.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <utility>
@@ -13,6 +14,7 @@
 namespace varo::cli {
 
 using platform::Dictionary;
+using platform::LogLevel;
 using platform::VRONetworkUtility;
 
 namespace {
@@ -23,8 +25,9 @@ constexpr int kCodeSilent = 1;
 constexpr int kCodeInterrupted = 2;
 
 /// Between two transfers of an operation there is work of milliseconds, except where a large file
-/// is copied to another file system.
-constexpr std::chrono::seconds kSilenceLimit{15};
+/// is copied to another file system, and where the status of a delete is asked for: the longest
+/// pause before that is 15 s.
+constexpr std::chrono::seconds kSilenceLimit{20};
 
 Outcome silence() {
   return {Outcome::Kind::kSilent,
@@ -46,7 +49,10 @@ std::string absolute(const std::string& directory) {
 
 Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts)
     : options_(std::move(options)), output_(std::move(output)), interrupts_(interrupts) {
-  if (options_.logLevel) binary::BinaryLogger::sharedInstance().setLogLevel(*options_.logLevel);
+  // At least from where the library says how it goes on with what takes a while; the sink decides
+  // what of it is shown.
+  const auto level = std::min(options_.logLevel.value_or(LogLevel::kWarning), LogLevel::kInfo);
+  binary::BinaryLogger::sharedInstance().setLogLevel(level);
   binary::setTransferPolicy(options_.policy);
   if (!options_.home.empty()) {
     platform::UserDirectories::install(platform::UserDirectories::below(absolute(options_.home)));

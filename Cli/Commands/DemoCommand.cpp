@@ -1,6 +1,5 @@
 #include "Cli/Commands/DemoCommand.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Cli/ByteFormat.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
@@ -29,7 +28,8 @@ namespace {
 constexpr std::string_view kErrorDomain = "Demo";
 
 using Section = void (*)(DemoStage&);
-constexpr Section kSections[] = {showUploads, showLists, showUpdates, showDownloads, showFailures};
+constexpr Section kSections[] = {showUploads,   showLists,    showUpdates,
+                                 showDownloads, showFailures, showDeletes};
 
 Outcome failed(ErrorPtr error) { return {Outcome::Kind::kFailure, std::move(error)}; }
 
@@ -96,14 +96,9 @@ int conclude(Session& session, const DemoStage& stage) {
 /// Sets up what a process has one of for the tour, and puts it back.
 class TourSettings {
  public:
-  TourSettings(const GlobalOptions& options, const std::string& home)
-      : policyBefore_(binary::transferPolicy()) {
+  explicit TourSettings(const std::string& home) : policyBefore_(binary::transferPolicy()) {
     platform::UserDirectories::install(platform::UserDirectories::below(home));
     binary::setTransferPolicy(binary::TransferPolicy::kSafe);
-    // The tour provokes failures and reports them itself.
-    if (!options.logLevel) {
-      binary::BinaryLogger::sharedInstance().setLogLevel(platform::LogLevel::kOff);
-    }
   }
   ~TourSettings() {
     binary::setTransferPolicy(policyBefore_);
@@ -133,7 +128,7 @@ int run(Session& session, const DemoOptions&) {
   DemoStage stage(session, server, root);
   std::error_code made;
   std::filesystem::create_directories(stage.downloads(), made);
-  const TourSettings tour(session.options(), root + "/home");
+  const TourSettings tour(root + "/home");
 
   session.output().event("ready", {{"url", server.url()}, {"storeUrl", server.storeUrl()}}, [&] {
     return fmt::format(

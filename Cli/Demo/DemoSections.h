@@ -17,5 +17,7 @@ void showUpdates(DemoStage& stage);
 void showDownloads(DemoStage& stage);
 /// What goes wrong is said clearly, and nothing is left half-written.
 void showFailures(DemoStage& stage);
+/// The files go, at once and later.
+void showDeletes(DemoStage& stage);
 
 }  // namespace varo::cli

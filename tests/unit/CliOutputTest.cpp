@@ -9,6 +9,7 @@
 #include "Cli/ProgressBar.h"
 #include "Cli/Table.h"
 #include "Cli/TerminalText.h"
+#include "Cli/WaitNotices.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Value.h"
@@ -179,8 +180,47 @@ TEST(HumanOutput, WithoutATerminalThereIsNoProgressLine) {
   EXPECT_EQ(results.str(), "");
 }
 
+/// Keeps the lines it is given.
+class LineKeeper final : public platform::LogSink {
+ public:
+  void write(std::string_view, platform::LogLevel, const platform::LogLocation&,
+             std::string_view message) override {
+    lines_ += std::string(message) + "\n";
+  }
+  void flush() override {}
+  [[nodiscard]] const std::string& lines() const { return lines_; }
+
+ private:
+  std::string lines_;
+};
+
+TEST(WaitNotices, PeopleReadThatTheServiceStillWorksWhateverTheLevel) {
+  using platform::LogLevel;
+  for (const LogLevel least : {LogLevel::kInfo, LogLevel::kWarning, LogLevel::kOff}) {
+    std::ostringstream results;
+    std::ostringstream errors;
+    Console console(errors, {false, false});
+    const auto lines = std::make_shared<LineKeeper>();
+    WaitNotices notices(lines, least,
+                        std::make_shared<HumanOutput>(results, console, [] { return 80; }));
+    notices.write("Binary", LogLevel::kInfo, {}, "The service is still working, attempt 3");
+    notices.write("Binary", LogLevel::kInfo, {}, "something else");
+    notices.write("Binary", LogLevel::kError, {}, "failed");
+    EXPECT_EQ(errors.str(), "The service is still working, attempt 3 of 5\n");
+    std::string passedOn = least < LogLevel::kOff ? "failed\n" : "";
+    if (least == LogLevel::kInfo) {
+      passedOn = "The service is still working, attempt 3\nsomething else\n" + passedOn;
+    }
+    EXPECT_EQ(lines->lines(), passedOn);
+  }
+}
+
 TEST(FailureText, ReadsEveryShapeOfFailure) {
   const auto noRecord = Error::make("DownloadError", 5004, "no record");
+  const auto tooSlow = std::make_shared<const Error>(
+      "Exceeded number of retries, the current operation is taking longer time, status is not "
+      "available yet",
+      6003, Dictionary());
   const auto refused = std::make_shared<const Error>(
       "BinaryNetworkUtils", 6003,
       Dictionary{{"NSLocalizedDescription", "unexpected opstatus : 9"},
@@ -204,6 +244,10 @@ TEST(FailureText, ReadsEveryShapeOfFailure) {
                   {"localizedDescription", "HTTP status 401"},
                   {"userInfo", Dictionary{{"httpStatusCode", 401}}}},
        6003, "HTTP status 401", "valid token"},
+      {Dictionary{{"code", "6003"},
+                  {"domain", "Network operation failed"},
+                  {"userInfo", Dictionary{{"Errors", Array{Value(tooSlow)}}}}},
+       6003, tooSlow->localizedDescription(), "may still finish"},
       {Value(), 0, "the operation failed", ""},
   };
   for (const Case& c : cases) {

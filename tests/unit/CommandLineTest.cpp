@@ -66,6 +66,18 @@ TEST(CommandLine, StandardInputAndNamesOfCommandsAreFilesLikeOthers) {
   EXPECT_EQ(commandOf<DownloadOptions>({"download", "http://h", "list"}).fileId, "list");
 }
 
+TEST(CommandLine, DeletesTakeAnIdOrWhatTheMetadataMustHold) {
+  const auto byId = commandOf<DeleteOptions>({"delete", "http://h", "a=1"});
+  EXPECT_EQ(byId.fileId, "a=1");
+  EXPECT_TRUE(byId.where.empty());
+  const auto byMetadata =
+      commandOf<DeleteOptions>({"delete", "--where", "a=1", "b=x=y", "http://h", "--where", "c="});
+  EXPECT_EQ(byMetadata.url, "http://h");
+  EXPECT_EQ(byMetadata.fileId, std::nullopt);
+  EXPECT_EQ(byMetadata.where, (Dictionary{{"a", "1"}, {"b", "x=y"}, {"c", ""}}));
+  EXPECT_EQ(commandOf<AbortOptions>({"abort", "http://h", "id"}).fileId, "id");
+}
+
 TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
   const Words options = {"--json",
                          "--header",
@@ -139,6 +151,12 @@ TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
       {{"upload", "http://h", "f", "--meta", "nothing"}, "not of the form KEY=VALUE"},
       {{"upload", "http://h", "f", "--chunk-size", "0"}, "'0' is not a positive size"},
       {{"upload", "http://h", "f", "--chunk-size", "9999999999G"}, "not a positive size"},
+      {{"delete", "http://h"}, "FILE_ID or --where is required"},
+      {{"delete", "http://h", "id", "--where", "a=1"}, "exclude each other"},
+      {{"delete", "http://h", "--where", "a=1", "--where", "a=2"}, "given twice"},
+      {{"delete", "http://h", "--where", "a"}, "not of the form KEY=VALUE"},
+      {{"delete", "http://h", "--wher", "a=1"}, "did you mean '--where'?"},
+      {{"abort", "http://h"}, "FILE_ID is required"},
       {{"demo", "--header", "no colon"}, "'no colon' is not of the form"},
       {{"demo", "--header", "A: b\r\nC: d"}, "control characters"},
       {{"demo", "--token", "a\nb"}, "control characters"},
@@ -162,7 +180,7 @@ TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
 
 TEST(CommandLine, HelpAndVersionAreEverywhere) {
   for (const std::string command :
-       {"", "list", "upload", "download", "update", "sandbox", "demo"}) {
+       {"", "list", "upload", "download", "update", "delete", "abort", "sandbox", "demo"}) {
     Words words;
     if (!command.empty()) words = {command};
     words.emplace_back("--help");
