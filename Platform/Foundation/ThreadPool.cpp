@@ -45,6 +45,7 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   State(Options options, TimerQueue& timers) : options_(std::move(options)), timers_(timers) {}
 
   bool post(Job&& job) {
+    bool wake = false;
     bool armMonitor = false;
     {
       const MutexLock lock(mutex_);
@@ -54,7 +55,7 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
         // One wake-up a job: a thread that has been woken no longer counts as idle.
         --idle_;
         ++wakeUps_;
-        work_.notifyOne();
+        wake = true;
       } else if (threadCount_ < options_.coreThreads && addThreadLocked()) {
         // The new thread takes the job.
       } else if (threadCount_ == 0) {
@@ -67,6 +68,8 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
         takenAtLastCheck_ = taken_;
       }
     }
+    // Outside the lock, which the woken thread needs at once.
+    if (wake) work_.notifyOne();
     if (armMonitor) scheduleCheck();
     return true;
   }
@@ -242,10 +245,13 @@ ThreadPool::ThreadPool(Options options, TimerQueue& timers)
 
 ThreadPool::~ThreadPool() { shutdown(); }
 
-bool ThreadPool::post(Job&& job) { return state_->post(std::move(job)); }
+bool ThreadPool::post(Job&& job) {
+  const std::shared_ptr<State> state = state_;  // the job may be what the pool's owner waits for
+  return state->post(std::move(job));
+}
 
 void ThreadPool::postOrRun(Job job) {
-  if (!state_->post(std::move(job))) runJob(job);  // a refused job is left as it was
+  if (!post(std::move(job))) runJob(job);  // a refused job is left as it was
 }
 
 void ThreadPool::shutdown() { state_->shutdown(); }
