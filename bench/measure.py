@@ -28,6 +28,7 @@ LARGE = 1024 * MIB
 SMALL = 64 * MIB
 CHUNK = MIB
 LIST_RECORDS = 100_000
+SLEEPING = 1000
 MANY = 200
 MANY_SIZE = 64 * 1024
 MANY_LIMIT = 60  # seconds after which uploads that have not ended never will
@@ -294,9 +295,32 @@ def measure_list(bench, table):
                   rates["ours"], rates["bare"], "MB/s", at_least=0.5)
 
 
+def measure_delete(bench, table):
+    """List operations while many deletes wait for their next status request, and their end."""
+    def run(count):
+        done = subprocess.run([bench.program("varo_delete_bench"), str(count)],
+                              stdout=subprocess.PIPE, check=True, text=True)
+        return json.loads(done.stdout)
+
+    runs = bench.interleave({"among": lambda: run(SLEEPING), "alone": lambda: run(0)})
+    among, alone = runs["among"], runs["alone"]
+    figure = f"a list among {SLEEPING:,} deletes in back-off"
+    for name, key, most in (("median time", "list_us", 1.10), ("99th percentile", "list_p99_us", None)):
+        table.compare(f"{figure} beside alone, {name}", column(among, key), column(alone, key), "us",
+                      at_most=most)
+    threads = max(column(among, "threads"))
+    table.add(f"{figure}, threads with main", str(threads), "", "", "at most 10", threads <= 10)
+    memory = statistics.median(column(among, "sleeping_kib")) / SLEEPING
+    table.add("memory of a delete in back-off", f"{memory:.1f} KiB", "", "")
+    slowest = max(column(among, "shutdown_ms"))
+    table.add(f"shutdown with {SLEEPING:,} deletes in back-off, slowest", f"{slowest:.3g} ms", "", "",
+              "at most 250 ms", slowest <= 250)
+
+
 PARTS = {
     "engine": measure_engine,
     "list": measure_list,
+    "delete": measure_delete,
     "many": measure_many,
     "upload": measure_upload,
     "download": measure_download,
