@@ -169,6 +169,84 @@ TEST_F(CliTest, UpdateChangesWhatListsFind) {
   EXPECT_NE(list.output.find("1 file, 10 B"), std::string::npos) << list.output;
 }
 
+TEST_F(CliTest, DeletesEndAtOnceOrAfterPollsThatPeopleReadAbout) {
+  using Mode = sandbox::DeleteKind::Mode;
+  const std::string path = makeFile("f", 10);
+  const std::string working = "The service is still working, attempt 1 of 5\n";
+  struct Case {
+    sandbox::DeleteKind kind;
+    int status;
+    std::string errors;
+  };
+  const std::vector<Case> cases = {
+      {{.mode = Mode::kNow}, 0, ""},
+      {{.mode = Mode::kAccepted, .polls = 0}, 0, ""},
+      {{.mode = Mode::kAccepted, .polls = 1}, 0, working},
+      {{.mode = Mode::kFailing, .polls = 1, .opstatus = 7},
+       1,
+       working + "error: unexpected opstatus : 7 (the delete failed, as was asked for)\n"},
+  };
+  for (const Case& c : cases) {
+    sandbox().setDeletes(c.kind);
+    const std::string id = upload(path);
+    const Run result = run({"delete", url(), id});
+    EXPECT_EQ(result.status, c.status);
+    EXPECT_EQ(result.output, c.status == 0 ? "Deleted " + id + "\n" : "");
+    EXPECT_EQ(result.errors, c.errors);
+    const Run list = run({"list", url(), "--criteria", "file_id eq '" + id + "'"});
+    EXPECT_EQ(list.output == "No files.\n", c.status == 0) << list.output;
+
+    const std::string second = upload(path);
+    const Run scripted = run({"--json", "delete", url(), second});
+    EXPECT_EQ(scripted.status, c.status);
+    EXPECT_EQ(scripted.errors.find("still working"), std::string::npos);
+    const auto events = eventsEndingIn(c.status == 0 ? "success" : "failure", scripted);
+    EXPECT_EQ(events.size(), 1U);
+    if (c.status != 0) continue;
+    EXPECT_EQ(events.back()["result"].dictionaryValue()["requestContext"],
+              Value(Dictionary{{"file_id", second}}));
+  }
+}
+
+TEST_F(CliTest, DeletesSelectByMetadataAndAbortTakesWhatWasNeverCommitted) {
+  const std::string path = makeFile("f", 10);
+  for (const char* owner : {"o=ann", "o=bob", "o=ann"}) {
+    ASSERT_EQ(run({"upload", url(), path, "--meta", owner, "t=1"}).status, 0);
+  }
+  const Run result = run({"delete", url(), "--where", "o=ann", "t=1"});
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_EQ(result.output, "Deleted the files with\n  o = ann\n  t = 1\n");
+  EXPECT_NE(run({"list", url()}).output.find("1 file, 10 B"), std::string::npos);
+
+  sandbox::FaultRule fault;
+  fault.match.path = "objects/File";
+  fault.match.skip = 1;
+  fault.action.status = 500;
+  sandbox().addFault(fault);
+  EXPECT_EQ(run({"upload", url(), path}).status, 1);
+  sandbox().clearFaults();
+  std::string id;
+  for (const auto& request : sandbox().requests()) {
+    const std::size_t at = request.path.find("/bytes/");
+    if (at != std::string::npos) id = request.path.substr(at + std::string("/bytes/").size());
+  }
+  const Run abort = run({"abort", url(), id});
+  EXPECT_EQ(abort.status, 0) << abort.errors;
+  EXPECT_EQ(abort.output, "Gave up the upload of " + id + "\n");
+  const Run again = run({"abort", url(), id});
+  EXPECT_EQ(again.status, 1);
+  EXPECT_NE(again.errors.find("8015"), std::string::npos) << again.errors;
+}
+
+TEST_F(CliTest, InterruptBetweenTwoPollsEndsPromptly) {
+  sandbox().setDeletes({.mode = sandbox::DeleteKind::Mode::kNever});
+  ChildProcess child(settingsFor({"delete", url(), upload(makeFile("f", 10))}));
+  ASSERT_TRUE(eventually([&] { return child.errors().find("attempt 1") != std::string::npos; }));
+  child.signal(SIGINT);
+  EXPECT_EQ(child.wait(std::chrono::seconds(5)), 130);
+  EXPECT_NE(child.errors().find("interrupted"), std::string::npos) << child.errors();
+}
+
 TEST_F(CliTest, ExitStatusAndMessagesSayWhatHappened) {
   struct Case {
     Words words;
@@ -183,6 +261,10 @@ TEST_F(CliTest, ExitStatusAndMessagesSayWhatHappened) {
       {{"list", "http://127.0.0.1:1/services"}, 1, "hint: Is the service running"},
       {{"list", url() + "/elsewhere"}, 1, "error: "},
       {{"download", url(), "no-such-id"}, 1, "hint: 'varobinary list URL'"},
+      {{"delete", url()}, 2, "FILE_ID or --where is required"},
+      {{"delete", url(), "no-such-id"}, 1, "no file matches"},
+      {{"delete", url(), ""}, 1, "error: "},
+      {{"abort", "ftp://host", "id"}, 1, "hint: Give the base URL"},
       {{"upload", url(), "/nowhere/file"}, 1, "hint: The file must exist"},
       {{"upload", url(), empty}, 1, "hint: The file must exist"},
       {{"upload", url(), "/nowhere/file", "--raw"}, 1, "/nowhere/file"},
