@@ -66,7 +66,9 @@ constexpr std::array kLibraryHints = {
 };
 
 constexpr std::string_view kTokenHint =
-    "Give a valid token with --token-file FILE, or in the environment variable VARO_TOKEN.";
+    "Give a valid token with --token-file FILE or in VARO_TOKEN, and --security-key K for a file "
+    "that "
+    "has one.";
 
 constexpr std::string_view kStillWorkingHint =
     "The service may still finish it: 'varobinary list URL' shows later whether the files are "
