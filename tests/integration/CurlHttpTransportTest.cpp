@@ -55,6 +55,7 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
   ScriptedServer server([&cases](const WireRequest& request) {
     return cases[std::stoul(request.target().substr(1))].reply;
   });
+  remakeImpatient();
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(cases[i].name);
     const Outcome outcome = get(server.url("/" + std::to_string(i)));

@@ -44,14 +44,14 @@ struct Outcome {
   return static_cast<std::int64_t>(code);
 }
 
-/// A curl transport with short time-outs on a pool of its own, and a directory that goes with it.
+/// A curl transport on a pool of its own, and a directory that goes with it.
 class TransportTest : public testing::Test {
  protected:
   TransportTest() {
     std::string name = (std::filesystem::temp_directory_path() / "varo-test-XXXXXX").string();
     if (::mkdtemp(name.data()) != nullptr) directory_ = name;
     configuration_.connectTimeout = std::chrono::seconds(5);
-    configuration_.stallTimeout = std::chrono::milliseconds(400);
+    configuration_.stallTimeout = std::chrono::seconds(20);
     remake();
   }
   ~TransportTest() override {
@@ -62,6 +62,12 @@ class TransportTest : public testing::Test {
   /// A transport with what `configuration_` says now.
   void remake() {
     transport_ = std::make_unique<platform::CurlHttpTransport>(configuration_, pool_, cookies_);
+  }
+
+  /// A transport that gives up soon, for peers that fall silent.
+  void remakeImpatient() {
+    configuration_.stallTimeout = std::chrono::milliseconds(400);
+    remake();
   }
 
   std::pair<std::shared_ptr<platform::HttpTransfer>, std::future<Outcome>> start(
