@@ -420,7 +420,8 @@ TEST_F(TaskEngineTest, ManyTreesRunAtOnceAndStopsFromOutsideEndThem) {
   }
   for (std::size_t i = 0; i < roots.size(); ++i) {
     EXPECT_TRUE(eventually([&] { return isFinal(roots[i]->state()); }));
-    EXPECT_EQ(roots[i]->state(), i % 3 == 0 ? Stopped : Ended);
+    // One that had already ended when it was stopped stays as it was.
+    EXPECT_TRUE(roots[i]->state() == Ended || (i % 3 == 0 && roots[i]->state() == Stopped));
   }
   roots.clear();
 }
