@@ -174,8 +174,9 @@ class FileSizeLimit {
 };
 
 TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
-  ScriptedServer server(
-      [](const WireRequest&) { return reply(200, pattern(4 * platform::tuning::kMiB)); });
+  // Made before, so that a slow machine does not let the transfer stall.
+  const WireReply large = reply(200, pattern(4 * platform::tuning::kMiB));
+  ScriptedServer server([&](const WireRequest&) { return large; });
   {
     const FileSizeLimit full(2 * platform::tuning::kMiB);
     const Outcome outcome = get(server.url("/"));
