@@ -6,11 +6,9 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,52 +43,8 @@ std::string rawExchange(const std::string& origin, const std::string& text) {
   return answer;
 }
 
-json::object wish(const char* domain, const char* mode, const char* method, json::value chunked) {
-  return {{"domain", domain}, {"uploadMode", mode}, {"method", method}, {"chunkupload", chunked}};
-}
-
-TEST_F(SandboxTest, EveryTemplateKindBringsTheBytesBack) {
-  std::vector<json::object> kinds;
-  for (const char* domain : {"service", "store"}) {
-    for (const json::value& chunked :
-         {json::value(nullptr), json::value(true), json::value(false)}) {
-      kinds.push_back(wish(domain, "binary", "put", chunked));
-      kinds.push_back(wish(domain, "multipart", "post", chunked));
-    }
-  }
-  const std::size_t sizes[] = {0, 1, kChunk, 2 * kChunk, 2 * kChunk + 1};
-  std::size_t stored = 0;
-  for (const json::object& kind : kinds) {
-    for (const std::size_t size : sizes) {
-      const bool repeatAll = ++stored % 2 == 0 && size > kChunk;
-      SCOPED_TRACE(json::serialize(kind) + std::to_string(size) + (repeatAll ? " repeated" : ""));
-      const Upload upload = create({{"file_name", "a.bin"}, {"sandbox_template", kind}});
-      EXPECT_EQ(upload.form.contains("chunkupload"), !kind.at("chunkupload").is_null());
-      const std::string bytes = sampleBytes(size);
-      const auto sent = sendChunks(upload, bytes, repeatAll);
-      ASSERT_TRUE(sent);
-      EXPECT_EQ(sent->status, 200) << sent->body;
-      EXPECT_TRUE(list("file_id eq '" + upload.id + "'").empty());
-
-      if (kind.at("domain") == "store") {
-        EXPECT_EQ(opstatus(commit(upload.id)), 8008);
-        EXPECT_EQ(opstatus(commit(upload.id, {{"ETag", "\"other\""}})), 8008);
-      }
-      const json::object tag{{"etag", sent->get_header_value("ETag")}};
-      EXPECT_EQ(opstatus(commit(upload.id, tag)), 0);
-      EXPECT_EQ(opstatus(commit(upload.id, tag)), 8005);
-      const json::array records = list("file_id eq '" + upload.id + "'");
-      ASSERT_EQ(records.size(), 1u);
-      EXPECT_EQ(records[0].at("file_size"), size);
-      const auto got = download(records[0].as_object());
-      ASSERT_TRUE(got);
-      EXPECT_EQ(got->body, bytes);
-    }
-  }
-  EXPECT_EQ(list().size(), stored);
-}
-
 TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
+  constexpr std::size_t kChunk = 1000;
   const std::string bytes = sampleBytes(2 * kChunk + 500);
   const Upload upload = create({{"file_name", "a"}, {"file_size", bytes.size()}});
   const std::string path = split(upload.url).path;
@@ -123,37 +77,22 @@ TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
   EXPECT_EQ(http.Get(bytesPath(upload.id))->body, bytes);
 }
 
-TEST_F(SandboxTest, RequestsWithoutBytesGetAClearAnswer) {
-  const Upload post = create(
-      {{"file_name", "a"}, {"sandbox_template", R"({"uploadMode":"binary","method":"post"})"}});
-  EXPECT_EQ(opstatus(client().Post(split(post.url).path)), 8013);
-  const Upload put = create(
-      {{"file_name", "a"}, {"sandbox_template", {{"uploadMode", "multipart"}, {"method", "put"}}}});
-  EXPECT_EQ(opstatus(client().Put(split(put.url).path)), 8013);
-}
-
 TEST_F(SandboxTest, MetadataIsFoundAndChangedButCannotClaimWhatIsTheServices) {
   const std::string evil = "x' OR '1'='1";
   const std::string id =
       storedFile("abc", {{"file_name", evil}, {"type", "png"}, {"n", 5}, {"file_id", "mine"}});
-  storedFile("def", {{"file_name", "b"}, {"type", "png"}});
+  const std::string empty = storedFile("", {{"file_name", "b"}, {"type", "png"}});
+  EXPECT_EQ(client().Get(bytesPath(empty))->body, "");
   EXPECT_NE(id, "mine");
-  EXPECT_EQ(list("type eq 'png'").size(), 2u);
   EXPECT_EQ(list("n eq 5 and type eq 'png'").size(), 1u);
   EXPECT_EQ(list("file_name eq '" + evil + "'").size(), 1u);
   EXPECT_EQ(list("file_name eq 'x'' OR ''1''=''1'").size(), 1u);
-  EXPECT_EQ(list("type eq 'jpg'").size(), 0u);
   EXPECT_EQ(opstatus(client().Get(files_ + "?$filter=a%20ne%20'b'")), 8003);
 
-  const auto update = [&](const json::object& body) {
-    return opstatus(client().Put(files_, json::serialize(body), kJson));
-  };
-  EXPECT_EQ(update({{"file_id", id}, {"type", "gif"}, {"n", nullptr}, {"entity_tag", "x"}}), 0);
-  EXPECT_EQ(update({{"file_id", "nobody"}, {"type", "gif"}}), 8004);
-  EXPECT_EQ(update({{"type", "gif"}}), 8002);
+  const json::object change{{"file_id", id}, {"type", "gif"}, {"n", nullptr}, {"entity_tag", "x"}};
+  EXPECT_EQ(opstatus(client().Put(files_, json::serialize(change), kJson)), 0);
   restart({});
   EXPECT_EQ(list().size(), 2u) << "records outlive the server";
-  EXPECT_EQ(list("type eq 'png'").size(), 1u);
   const json::array changed = list("type eq 'gif'");
   ASSERT_EQ(changed.size(), 1u);
   EXPECT_EQ(changed[0].at("file_name"), json::value(evil));
@@ -161,13 +100,20 @@ TEST_F(SandboxTest, MetadataIsFoundAndChangedButCannotClaimWhatIsTheServices) {
   EXPECT_FALSE(changed[0].as_object().contains("n"));
 }
 
-TEST_F(SandboxTest, RangesAreServedByTheServiceAndTheStore) {
+TEST_F(SandboxTest, CommitsAndRangesWorkWithTheServiceAndTheStore) {
   const std::string bytes = sampleBytes(100);
   for (const char* domain : {"service", "store"}) {
     const Upload upload = create({{"file_name", "r"}, {"sandbox_template", {{"domain", domain}}}});
-    const auto sent = sendChunks(upload, bytes, false);
+    const auto sent = sendBytes(upload, bytes);
     ASSERT_TRUE(sent);
-    commit(upload.id, {{"ETag", sent->get_header_value("ETag")}});
+    EXPECT_TRUE(list("file_id eq '" + upload.id + "'").empty());
+    if (domain == std::string("store")) {
+      EXPECT_EQ(opstatus(commit(upload.id)), 8008);
+      EXPECT_EQ(opstatus(commit(upload.id, {{"ETag", "\"other\""}})), 8008);
+    }
+    const json::object tag{{"etag", sent->get_header_value("ETag")}};
+    EXPECT_EQ(opstatus(commit(upload.id, tag)), 0);
+    EXPECT_EQ(opstatus(commit(upload.id, tag)), 8005);
     const json::array records = list("file_id eq '" + upload.id + "'");
     ASSERT_EQ(records.size(), 1u);
     const json::object& record = records[0].as_object();
@@ -188,24 +134,16 @@ TEST_F(SandboxTest, RangesAreServedByTheServiceAndTheStore) {
   }
 }
 
-TEST_F(SandboxTest, TokenIsAskedForByTheServiceAndNoticedByTheStore) {
+TEST_F(SandboxTest, TokenIsComparedAsItIsAndNoticedByTheStore) {
   SandboxOptions options;
   options.requiredToken = "s3cret%41";
   restart(options);
-  const auto refused = client().Get(files_);
-  EXPECT_EQ(refused->status, 401);
-  EXPECT_EQ(opstatus(refused), 8009);
   EXPECT_EQ(client().Get(files_, {{"X-Pelmar-Authorization", "s3cretA"}})->status, 401);
   EXPECT_EQ(client().Get(files_, {{"x-pelmar-authorization", "s3cret%41"}})->status, 200);
   EXPECT_EQ(store().Put("/objects/a", "x", kOctets)->status, 200);
   EXPECT_EQ(server_->storeStats().tokenHeaders, 0u);
   EXPECT_EQ(store().Get("/objects/a", {{"X-PELMAR-Authorization", "oops"}})->body, "x");
-  const auto stats = object(client().Get("/control/stats"));
-  EXPECT_EQ(stats.at("store").at("tokenHeaders"), 1);
-  EXPECT_EQ(stats.at("service").at("tokenHeaders"), 2);
-  const auto log = object(client().Get("/control/requests")).at("requests").as_array();
-  EXPECT_THAT(log.back().at("headers").as_array(),
-              testing::Contains(json::value{"X-PELMAR-Authorization", "oops"}));
+  EXPECT_EQ(server_->storeStats().tokenHeaders, 1u);
 }
 
 TEST_F(SandboxTest, SecurityKeyGuardsTheBytes) {
@@ -230,23 +168,6 @@ TEST_F(SandboxTest, FaultsHitWhatTheyMatchAndNothingElse) {
   for (int i = 0; i < 4; ++i) statuses.push_back(http.Get(files_)->status);
   EXPECT_THAT(statuses, testing::ElementsAre(200, 503, 503, 200));
 
-  inject(R"({"action":{"opstatus":-7,"errmsg":"no"}})");
-  EXPECT_EQ(object(http.Get(files_)), (json::object{{"opstatus", -7}, {"errmsg", "no"}}));
-  inject(R"({"action":{"invalidJson":true}})");
-  EXPECT_TRUE(object(http.Get(files_)).contains("failed"));
-  inject(R"({"action":{"location":"http://127.0.0.1:1/x","status":307}})");
-  EXPECT_EQ(http.Get(files_)->get_header_value("Location"), "http://127.0.0.1:1/x");
-  inject(R"({"action":{"noBody":true}})");
-  const std::string empty =
-      rawExchange(base_.origin, "GET " + files_ + " HTTP/1.1\r\nConnection: close\r\n\r\n");
-  EXPECT_THAT(empty, StartsWith("HTTP/1.1 204 "));
-  EXPECT_THAT(empty, testing::Not(testing::HasSubstr("Content-Length")));
-  inject(R"({"action":{"latencyMs":150}})");
-  const auto start = steady_clock::now();
-  EXPECT_EQ(http.Get(files_)->status, 200);
-  EXPECT_GE(steady_clock::now() - start, milliseconds(150));
-  inject(R"({"action":{"drop":true}})");
-  EXPECT_FALSE(http.Get(files_));
   inject(R"({"match":{"listener":"store"},"action":{"status":500}})");
   EXPECT_EQ(http.Get(files_)->status, 200);
   EXPECT_EQ(store().Get("/objects/x")->status, 500);
@@ -258,36 +179,13 @@ TEST_F(SandboxTest, FaultsHitWhatTheyMatchAndNothingElse) {
   }
 }
 
-TEST_F(SandboxTest, BodiesAreCutAndStalledAndHeadersNeverEnd) {
-  const std::string bytes = sampleBytes(2'000'000);
-  ASSERT_EQ(store().Put("/objects/big", bytes, kOctets)->status, 200);
+TEST_F(SandboxTest, StopEndsHeadersWithoutEnd) {
   FaultRule rule;
-  rule.action.cutAfter = 1'500'000;
-  server_->addFault(rule);
-  std::string got;
-  EXPECT_FALSE(store().Get("/objects/big", [&got](const char* data, std::size_t size) {
-    got.append(data, size);
-    return true;
-  }));
-  EXPECT_EQ(got, bytes.substr(0, 1'500'000));
-
-  rule.action = {};
-  rule.action.stallAfter = 10;
-  rule.action.stallFor = milliseconds(200);
-  server_->clearFaults();
-  server_->addFault(rule);
-  auto start = steady_clock::now();
-  EXPECT_EQ(store().Get("/objects/big")->body, bytes);
-  EXPECT_GE(steady_clock::now() - start, milliseconds(200));
-
-  rule.action = {};
   rule.action.endlessHeaders = true;
-  server_->clearFaults();
   server_->addFault(rule);
-  const auto endless = std::make_unique<httplib::Client>(base_.origin);
-  std::thread reader([&] { EXPECT_FALSE(endless->Get(files_)); });
+  std::thread reader([this] { EXPECT_FALSE(client().Get(files_)); });
   std::this_thread::sleep_for(milliseconds(50));
-  start = steady_clock::now();
+  const auto start = steady_clock::now();
   server_->stop();
   reader.join();
   EXPECT_LT(steady_clock::now() - start, milliseconds(3000));
@@ -332,18 +230,12 @@ TEST_F(SandboxTest, HostileRequestsAreAnsweredAndHarmNobody) {
     std::string request;
     std::string status;
   } kCases[] = {
-      {"GET / HTTP/1.1\r\nHost: x\r\n\r\n", "404"},
-      {"BREW " + files_ + " HTTP/1.1\r\n\r\n", "405"},
-      {"PRI * HTTP/2.0\r\n\r\n", "505"},
       {"GET /services/../../../etc/passwd HTTP/1.1\r\n\r\n", "404"},
       {bytes + "..%2f..%2frecords.sqlite?type=bytes HTTP/1.1\r\n\r\n", "404"},
       {bytes + std::string(1900, 'a') + "?type=bytes HTTP/1.1\r\n\r\n", "404"},
       {"GET /" + std::string(70'000, 'a') + " HTTP/1.1\r\n\r\n", "431"},
       {"GET / HTTP/1.1\r\nX: " + std::string(70'000, 'a') + "\r\n\r\n", "431"},
-      {"GET / HTTP/1.1\r\n" + std::string(300, 'x') + "\r\n\r\n", "400"},
-      {put + "Content-Length: x\r\n\r\n", "400"},
       {put + "Content-Length: 99999999999999\r\n\r\n", "413"},
-      {put + "Content-Encoding: gzip\r\nContent-Length: 1\r\n\r\nx", "415"},
       {put + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", "400"},
       {put + "Transfer-Encoding: chunked\r\n\r\nfffffffffffffffff\r\n", "400"},
       {put + "Content-Length: 50\r\n\r\nshort", "400"},
@@ -367,14 +259,12 @@ TEST_F(SandboxTest, HostileBodiesAreAnsweredWithTheirFault) {
     std::string body;
     int opstatus;
   } kCases[] = {{"", 8001},
-                {"{", 8001},
                 {"[]", 8001},
                 {deep, 8001},
                 {R"({"a":)" + deep, 8001},
                 {std::string("\0\xff", 2), 8001},
                 {R"({"file_name":"\ud800"})", 8001},
                 {R"({"file_name":5})", 8002},
-                {R"({"file_name":"a","sandbox_template":{"domain":"moon"}})", 8002},
                 {R"({"file_name":"a","sandbox_template":)" + deep + "}", 8001},
                 {std::string(5'000'000, ' '), 8010}};
   for (const auto& c : kCases) {
@@ -386,6 +276,7 @@ TEST_F(SandboxTest, HostileBodiesAreAnsweredWithTheirFault) {
   EXPECT_EQ(opstatus(client().Post(split(upload.url).path, "--b\r\ngarbage",
                                    "multipart/form-data; boundary=b")),
             8010);
+  EXPECT_EQ(opstatus(client().Post(split(upload.url).path)), 8013) << "no body at all";
 }
 
 TEST_F(SandboxTest, TenThousandRequestsOverHundredsOfConnections) {
@@ -422,22 +313,6 @@ TEST_F(SandboxTest, IdleConnectionsMakeRoomWhenThereAreTooMany) {
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->status, 200);
   }
-}
-
-TEST_F(SandboxTest, UnusableSettingsAreReported) {
-  SandboxOptions options;
-  EXPECT_TRUE(SandboxServer(options).start().has_value());
-  options.dataDirectory = "/dev/null/nowhere";
-  EXPECT_TRUE(SandboxServer(options).start().has_value());
-  options.dataDirectory = directory_ + "/second";
-  options.port = portOf(base_.origin);
-  EXPECT_TRUE(SandboxServer(options).start().has_value()) << "the port is taken";
-  options.port = 0;
-  options.address = "0.0.0.0";
-  EXPECT_TRUE(SandboxServer(options).isReachableFromOutside());
-  EXPECT_FALSE(server_->isReachableFromOutside());
-  options.address = "192.0.2.1";
-  EXPECT_TRUE(SandboxServer(options).start().has_value()) << "not an address of this machine";
 }
 
 }  // namespace

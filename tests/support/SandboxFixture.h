@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -17,7 +16,6 @@ namespace varo::sandbox {
 
 inline constexpr const char* kOctets = "application/octet-stream";
 inline constexpr const char* kJson = "application/json";
-inline constexpr std::size_t kChunk = 1000;
 
 inline std::string sampleBytes(std::size_t size) {
   std::string bytes(size, '\0');
@@ -75,31 +73,12 @@ struct Upload {
   std::string url;
 };
 
-/// Sends `bytes` as the template says. A raw-bytes client repeats everything in its last chunk.
-inline httplib::Result sendChunks(const Upload& upload, const std::string& bytes, bool repeatAll) {
-  const bool service = upload.form.at("domain") == "#middlewaredomain";
-  const boost::json::value* chunked = upload.form.if_contains("chunkupload");
-  const bool inChunks = chunked == nullptr || chunked->as_bool();
-  const std::size_t step = inChunks ? kChunk : std::max<std::size_t>(bytes.size(), 1);
+/// Sends `bytes` as the first chunk, which is all that a small file has.
+inline httplib::Result sendBytes(const Upload& upload, const std::string& bytes) {
   const Address address = split(upload.url);
-  httplib::Client http(address.origin);
-  http.set_keep_alive(true);
-  http.set_tcp_nodelay(true);
-  httplib::Result last{nullptr, httplib::Error::Unknown};
-  for (std::size_t at = 0, sequence = 1; at < bytes.size() || sequence == 1;
-       at += step, ++sequence) {
-    const std::string piece =
-        at + step >= bytes.size() && repeatAll ? bytes : bytes.substr(at, step);
-    const std::string query = service ? "?chunk_sequence=" + std::to_string(sequence) : "";
-    if (upload.form.at("uploadMode") == "multipart") {
-      last = http.Post(address.path + query,
-                       httplib::MultipartFormDataItems{{"data", piece, "a.bin", kOctets}});
-    } else {
-      last = http.Put(address.path + query, piece, kOctets);
-    }
-    if (!last || last->status != 200 || (service && opstatus(last) != 0)) break;
-  }
-  return last;
+  const bool service = upload.form.at("domain") == "#middlewaredomain";
+  return httplib::Client(address.origin)
+      .Put(address.path + (service ? "?chunk_sequence=1" : ""), bytes, kOctets);
 }
 
 class SandboxTest : public testing::Test {
@@ -159,7 +138,7 @@ class SandboxTest : public testing::Test {
   std::string storedFile(const std::string& bytes,
                          const boost::json::object& metadata = {{"file_name", "a"}}) {
     const Upload upload = create(metadata);
-    EXPECT_EQ(opstatus(sendChunks(upload, bytes, false)), 0);
+    EXPECT_EQ(opstatus(sendBytes(upload, bytes)), 0);
     EXPECT_EQ(opstatus(commit(upload.id)), 0);
     return upload.id;
   }
