@@ -82,17 +82,6 @@ TEST_F(CurlHttpTransportTest, KeepsHeadersInOrderWithoutInterimOnesAndTrailers) 
   EXPECT_EQ(lines, "X-A=one;x-a=two;X-Folded=a b;Transfer-Encoding=chunked;Trailer=X-Late;");
 }
 
-TEST_F(CurlHttpTransportTest, ErrorsWhenHeadersNeverEnd) {
-  ScriptedServer server([](const WireRequest& request) {
-    const bool isLong = request.target() == "/long";
-    return say("HTTP/1.1 200 OK\r\n")
-        .sendForever(isLong ? "X-Long: " + std::string(50'000, 'x') + "\r\n" : "A: b\r\n");
-  });
-  for (const char* target : {"/long", "/many"}) {
-    EXPECT_EQ(get(server.url(target)).errorCode(), codeOf(HttpTransportError::kHeadersTooLarge));
-  }
-}
-
 TEST_F(CurlHttpTransportTest, RefusesDangerousRequestsBeforeConnecting) {
   ScriptedServer server([](const WireRequest&) { return reply(200, ""); });
   const std::string good = server.url("/");
@@ -294,26 +283,6 @@ TEST_F(CurlHttpTransportTest, SendsAgainOnANewConnectionWhereAKeptOneHasDied) {
     EXPECT_EQ(put(server.url("/"), {Data::fromBytes(body)}).body(), body);
   }
   EXPECT_EQ(server.connectionCount(), 3U);
-}
-
-TEST_F(CurlHttpTransportTest, RunsHundredsOfTransfersAtOnceAndQueuesTheRest) {
-  ScriptedServer server([](const WireRequest& request) {
-    WireReply late;
-    late.wait(std::chrono::milliseconds(20));
-    return late.send(reply(200, request.body).steps[0].bytes);
-  });
-  configuration_.maxActiveTransfers = 100;
-  remake();
-  std::vector<std::future<Outcome>> outcomes;
-  for (int i = 0; i < 300; ++i) {
-    std::vector<Data> body{Data::fromBytes(std::to_string(i))};
-    outcomes.push_back(start({HttpMethod::kPut, server.url("/"), {}, std::move(body), {}}).second);
-  }
-  for (std::size_t i = 0; i < outcomes.size(); ++i) {
-    const Outcome outcome = outcomes[i].get();
-    EXPECT_EQ(outcome.body(), std::to_string(i)) << outcome.text();
-  }
-  EXPECT_LE(server.connectionCount(), 100U);
 }
 
 TEST_F(CurlHttpTransportTest, KeepsCookiesToTheirHostAndObeysThePolicy) {

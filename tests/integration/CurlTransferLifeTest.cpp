@@ -99,18 +99,6 @@ TEST_F(CurlTransferLifeTest, ShutdownEndsWhatRunsAndWhatWaitsAndRefusesTheRest) 
   EXPECT_EQ(get(server.url("/")).errorCode(), codeOf(HttpTransportError::kShutDown));
 }
 
-TEST_F(CurlTransferLifeTest, ACompletionMaySendAgainAndShutDown) {
-  ScriptedServer server([](const WireRequest&) { return reply(200, "x"); });
-  std::promise<int> second;
-  transport_->send({HttpMethod::kGet, server.url("/"), {}, {}, {}}, [&](auto, auto) {
-    transport_->send({HttpMethod::kGet, server.url("/"), {}, {}, {}}, [&](auto response, auto) {
-      transport_->shutdown();
-      second.set_value(response ? response->status : 0);
-    });
-  });
-  EXPECT_EQ(second.get_future().get(), 200);
-}
-
 TEST_F(CurlTransferLifeTest, GivesUpAConnectionThatIsNotMadeInTime) {
   // Never answers the handshake, since to it this is an HTTP request without an end.
   ScriptedServer server([](const WireRequest&) { return reply(200, ""); });
@@ -189,22 +177,6 @@ TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
   const Outcome outcome = run({HttpMethod::kGet, server.url("/"), {}, {}, notADirectory});
   EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseBodyNotStored));
   EXPECT_THAT(outcome.text(), HasSubstr(notADirectory + ": Not a directory"));
-}
-
-TEST_F(CurlTransferLifeTest, SendsFileRegionsAndMemoryAsOneBody) {
-  const std::string bytes = pattern(5 * platform::tuning::kMiB);
-  const std::string path = directory_ + "/source";
-  std::ofstream(path, std::ios::binary) << bytes;
-  const auto file = Data::fromFile(path);
-  ASSERT_TRUE(file);
-  ScriptedServer server([](const WireRequest&) { return reply(201, ""); });
-  const Outcome outcome =
-      put(server.url("/"), {Data::fromBytes("head"), file->slice(1, 3'000'000), Data(),
-                            file->slice(0, 7), Data::fromBytes("tail")});
-  EXPECT_EQ(outcome.status(), 201) << outcome.text();
-  EXPECT_EQ(outcome.body(), "");
-  EXPECT_TRUE(server.requests()[0].body ==
-              "head" + bytes.substr(1, 3'000'000) + bytes.substr(0, 7) + "tail");
 }
 
 TEST_F(CurlTransferLifeTest, ErrorsWithThePathWhereAFileShrinksWhileItIsSent) {

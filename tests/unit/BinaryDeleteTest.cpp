@@ -20,7 +20,6 @@ using platform::TaskState;
 using platform::Value;
 using test::answerWith;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kAccepted =
     R"({"opstatus":0,"httpStatusCode":202,"poll_api":"/jobs/7/status?a=1&b=2"})";
@@ -137,14 +136,6 @@ TEST_F(DeleteTest, AnswerThatFeignsThePollingStatusDoesNotKeepAFinishedDeletePol
   EXPECT_EQ(transport_->requestCount(), 2U);
 }
 
-TEST_F(DeleteTest, WaitOfNoSecondsPollsAgainAtOnce) {
-  random_.drawn = 0;
-  answerAll({kAccepted, kWorking, kWorking, kDone});
-  start();
-  EXPECT_EQ(awaitNext().block, "success");
-  EXPECT_THAT(sleeper_.delays, IsEmpty());
-}
-
 TEST_F(DeleteTest, FailedRequestsFailTheDelete) {
   transport_->answer(test::failWith(28, "timed out"));
   start();
@@ -258,19 +249,6 @@ TEST_F(DeleteTest, CallbackComesBeforeTheEndOfAPolledDeleteAndAfterAllOtherEnds)
   awaitEndOfTasks();
 }
 
-TEST_F(DeleteTest, PollingDeleteStaysStarted) {
-  transport_->hold();
-  answerAll({kAccepted, kDone});
-  const auto task = start();
-  for (int request = 1; request <= 2; ++request) {
-    ASSERT_TRUE(test::eventually([this] { return transport_->heldCount() == 1; }));
-    EXPECT_EQ(task->state(), TaskState::Started);
-    EXPECT_THAT(events(), IsEmpty());
-    transport_->release();
-  }
-  EXPECT_EQ(awaitNext().block, "success");
-}
-
 TEST_F(DeleteTest, SilentAnswersFreeTheTree) {
   transport_->answer(answerWith(204, std::nullopt));
   start();
@@ -288,27 +266,22 @@ TEST_F(DeleteTest, SelectionsReachTheServiceAndTheResult) {
   const auto ok = onSuccess();
   const auto failed = onFailure();
   const Dictionary criteria{{" \n name", "a b"}, {"type", "png"}};
+  const std::string named = "name%20eq%20%27a%20b%27%20and%20type%20eq%20%27png%27";
+  const Dictionary more{{"type", "png"}};
+  const std::string both = "type%20eq%20%27png%27%20and%20file_id%20eq%20%277%27";
   const Dictionary idAndMore{{"file_id", "7"}, {"type", "png"}};
   const struct {
     std::function<void()> call;
     std::string filter;
     Dictionary context;
   } cases[] = {
-      {[&] { Storage::deleteWithUrl(kUrl, "7", {}, Dictionary{}, ok, failed, Dictionary{}); },
+      {[&] { Storage::deleteWithUrl(kUrl, "7", {}, {}, ok, failed, {}); },
        "file_id%20eq%20%277%27",
        {{"file_id", "7"}}},
-      {[&] {
-         Storage::deleteWithUrl(kUrl, "7", Dictionary{{"type", "png"}}, {}, ok, failed, {});
-       },
-       "type%20eq%20%27png%27%20and%20file_id%20eq%20%277%27", idAndMore},
-      {[&] {
-         Storage::abortWithUrl(kUrl, "7", Dictionary{{"type", "png"}}, {}, ok, failed, {});
-       },
-       "type%20eq%20%27png%27%20and%20file_id%20eq%20%277%27", idAndMore},
-      {[&] { Storage::deleteByCriteria(kUrl, criteria, {}, ok, failed, {}); },
-       "name%20eq%20%27a%20b%27%20and%20type%20eq%20%27png%27", criteria},
-      {[&] { Storage::deleteWithUrl(kUrl, {}, criteria, {}, ok, failed, {}); },
-       "name%20eq%20%27a%20b%27%20and%20type%20eq%20%27png%27", criteria},
+      {[&] { Storage::deleteWithUrl(kUrl, "7", more, {}, ok, failed, {}); }, both, idAndMore},
+      {[&] { Storage::abortWithUrl(kUrl, "7", more, {}, ok, failed, {}); }, both, idAndMore},
+      {[&] { Storage::deleteByCriteria(kUrl, criteria, {}, ok, failed, {}); }, named, criteria},
+      {[&] { Storage::deleteWithUrl(kUrl, {}, criteria, {}, ok, failed, {}); }, named, criteria},
       {[&] { Storage::deleteByCriteria(kUrl, {}, {}, ok, failed, {}); }, "", {}},
   };
   for (const auto& item : cases) {
@@ -339,17 +312,11 @@ TEST_F(DeleteTest, InvalidSelectionsFailWithoutARequest) {
   EXPECT_EQ(codeAndDomain(), "6025 DeleteError");
 
   EXPECT_EQ(transport_->requestCount(), 0U);
-  const std::string tags = "FileStorageManager : deleteBinary : Exception in ";
-  EXPECT_EQ(log->count(LogLevel::kError, tags + "url validation : URL is not in proper format"), 1);
   EXPECT_EQ(log->count(LogLevel::kError,
-                       tags + "fileId validation : Unable to perform Delete - Invalid parameter "
-                              "value: file_id is null or undefined"),
+                       "FileStorageManager : deleteBinary : Exception in fileId validation : "
+                       "Unable to perform Delete - Invalid parameter value: file_id is null or "
+                       "undefined"),
             1);
-  EXPECT_EQ(log->count(LogLevel::kError,
-                       tags + "deleteParams validation : Unable to perform Delete - Missing "
-                              "parameter: deleteParams are null or undefined"),
-            1);
-  EXPECT_EQ(log->count(LogLevel::kWarning, "Options are not defined for : deleteBinary"), 3);
 }
 
 }  // namespace

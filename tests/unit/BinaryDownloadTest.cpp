@@ -10,7 +10,6 @@ namespace {
 
 using platform::Array;
 using platform::Dictionary;
-using platform::Error;
 using platform::Value;
 using test::answerWith;
 using testing::HasSubstr;
@@ -189,27 +188,6 @@ TEST_F(DownloadTest, FetchAndStoreFailuresFollowThePolicy) {
       }
     }
   }
-}
-
-TEST_F(DownloadTest, LinkToNothingIsNoFileThatIsThereAndIsLeftAlone) {
-  setTransferPolicy(TransferPolicy::kSafe);
-  std::filesystem::create_directory(downloads_);
-  std::filesystem::create_symlink(home_ / "nothing", downloads_ + "/a");
-  answerLookUp({record("a")});
-  transport_->answer(answerWith(200, "bytes"));
-  download();
-  const Event event = awaitNext();
-  ASSERT_EQ(event.block, "failure");
-  EXPECT_EQ(errorIn(event.value)->code(), 6002);
-  EXPECT_TRUE(std::filesystem::is_symlink(downloads_ + "/a"));
-  EXPECT_FALSE(std::filesystem::exists(home_ / "nothing"));
-}
-
-TEST_F(DownloadTest, TemplateThatIsNotJsonEndsInAFailedRequest) {
-  answerLookUp({Dictionary{{"file_name", "a"}, {"download_template", "{"}}});
-  download();
-  EXPECT_EQ(awaitNext().block, "failure");
-  EXPECT_EQ(transport_->requests().at(1).url, "");
 }
 
 TEST_F(DownloadTest, FailedLookUpIsReportedInBothShapes) {

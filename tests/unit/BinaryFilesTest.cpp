@@ -2,12 +2,8 @@
 #include "tests/support/FileAdapterFixture.h"
 #include "tests/support/RecordingLog.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <future>
 #include <stdexcept>
-#include <thread>
 
 namespace varo::binary {
 namespace {
@@ -110,11 +106,6 @@ TEST_F(FilesTest, InvalidArgumentsFailWithoutATask) {
                        "FileStorageManager : listFilesWithUrl : Exception in url validation : URL "
                        "is not in proper format"),
             1);
-  EXPECT_EQ(log->count(LogLevel::kError,
-                       "FileStorageManager : uploadBinaryWithUrl : Exception in upload params "
-                       "validation : Unable to upload file - Missing parameter: Null or empty "
-                       "value found for uploadParams"),
-            1);
   EXPECT_EQ(transport_->requestCount(), 0U);
 }
 
@@ -129,66 +120,6 @@ TEST_F(FilesTest, OperationsWithoutBlocksOnlyLog) {
                            "FileStorageManager : listFilesWithUrl : No headers are defined"}) {
     EXPECT_EQ(log->count(LogLevel::kWarning, text), 1) << text;
   }
-}
-
-TEST_F(FilesTest, BlocksMayStartFurtherOperationsAndThrow) {
-  transport_->setHandler([](const auto&) { return answerWith(200, R"({"opstatus":0})"); });
-  BinaryFileStorageInterface::getFilesWithUrl(kUrl, {}, {},
-                                              [this](const Value&) {
-                                                update({{"file_id", "7"}});
-                                                throw std::runtime_error("mine");
-                                              },
-                                              onFailure(), {});
-  EXPECT_EQ(awaitNext().block, "success");
-}
-
-TEST_F(FilesTest, ThousandOperationsAtOnceAllEnd) {
-  const test::RecordingLog quiet(LogLevel::kFatal);
-  const std::string uploadTemplate = json({{"domain", "http://store"},
-                                           {"relativepath", "/o"},
-                                           {"uploadMode", "binary"},
-                                           {"method", "put"}});
-  const Dictionary record{{"download_template", json({{"domain", "http://store"}})}};
-  transport_->setHandler([&](const test::RecordedRequest& request) {
-    if (request.url.find("filter") == std::string::npos) {
-      return answerWith(200, json({{"opstatus", 0}, {"upload_template", uploadTemplate}}));
-    }
-    // Each file has a name of its own, which the filter carries.
-    Dictionary found = record;
-    found.set("file_name", request.url.substr(request.url.find('=') + 1, 40));
-    return answerWith(200, json({{"records", Array{found}}}));
-  });
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 50;
-  constexpr int kOperations = 5;
-  std::vector<std::jthread> threads;
-  for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (int round = 0; round < kRounds; ++round) {
-        list("x");
-        update({{"file_id", "7"}});
-        for (int i = 0; i < 2; ++i) {
-          const int id = (thread * kRounds + round) * 2 + i;
-          BinaryFileStorageInterface::downloadWithURL(
-              kUrl,
-              Dictionary{{"headers", Dictionary{}},
-                         {"metadata", Dictionary{{"file_id", std::to_string(id)}}}},
-              onSuccess(), onFailure(), {}, {});
-        }
-        BinaryFileStorageInterface::uploadBinaryWithUrl(
-            kUrl, kUploadInputTypeRawBytes,
-            Dictionary{{"headers", Dictionary{}},
-                       {"metadata", Dictionary{{"file_name", "n"}}},
-                       {"file", Dictionary{{"rawBytes", Data::fromBytes("bytes")}}},
-                       {"chunkSize", 2}},
-            onSuccess(), onFailure(), [](const Value&) {}, {});
-      }
-    });
-  }
-  threads.clear();
-  const auto events = awaitEvents(kThreads * kRounds * kOperations);
-  EXPECT_TRUE(std::all_of(events.begin(), events.end(),
-                          [](const Event& event) { return event.block == "success"; }));
 }
 
 /// A block of the application that cannot be copied.
@@ -218,14 +149,6 @@ TEST_F(FilesTest, ExceptionInsideACallReachesItsFailureBlockBeforeItReturns) {
   EXPECT_EQ(
       log->count(LogLevel::kError, "Failed to execute downloadBinary method, error : no copies"),
       1);
-}
-
-TEST(UploadInputTypeTest, OnlyTheExactNameOfAPathIsAPath) {
-  const auto type = &BinaryFileStorageInterface::getUploadInputType;
-  EXPECT_EQ(type(kUploadInputTypeLocalFilePath), UploadInputType::kLocalFilePath);
-  EXPECT_EQ(type(kUploadInputTypeRawBytes), UploadInputType::kRawBytes);
-  EXPECT_EQ(type("uploadinputtypelocalfilepath"), UploadInputType::kRawBytes);
-  EXPECT_EQ(type(""), UploadInputType::kRawBytes);
 }
 
 /// In a process of its own, which ends with the status 0 when all was as it should be.

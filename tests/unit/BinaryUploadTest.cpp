@@ -1,4 +1,3 @@
-#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Platform/Foundation/Base64.h"
@@ -13,7 +12,6 @@
 namespace varo::binary {
 namespace {
 
-using platform::Array;
 using platform::Data;
 using platform::Dictionary;
 using platform::HttpMethod;
@@ -21,9 +19,7 @@ using platform::Value;
 using test::answerWith;
 using test::RecordedRequest;
 using test::ScriptedAnswer;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 
 std::string bytesOf(std::size_t size) {
   std::string bytes(size, '\0');
@@ -154,26 +150,11 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
     Sizes sizes;
     std::int64_t uploaded;
   };
+  const Value largeData(Data::fromBytes(large));
   const Value smallData(Data::fromBytes(small));
   const Case cases[] = {
-      {"raw",
-       large,
-       Data::fromBytes(large),
-       {},
-       {},
-       true,
-       false,
-       {kMiB, kMiB, 2'500'000},
-       4'597'152},
-      {"raw, safe",
-       large,
-       Data::fromBytes(large),
-       {},
-       {},
-       true,
-       true,
-       {kMiB, kMiB, 402'848},
-       2'500'000},
+      {"raw", large, largeData, {}, {}, true, false, {kMiB, kMiB, 2'500'000}, 4'597'152},
+      {"raw, safe", large, largeData, {}, {}, true, true, {kMiB, kMiB, 402'848}, 2'500'000},
       {"base64", small, platform::base64::encode(small), 4, {}, true, true, {4, 4, 2}, 10},
       {"raw whole", small, smallData, 4, {}, false, false, {10}, 10},
       {"file", small, {}, 4, {}, true, false, {4, 4, 2}, 10},
@@ -287,47 +268,31 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
   const ScriptedAnswer ok = answerWith(200, "{}");
   const ScriptedAnswer none = answerWith(204, std::nullopt);
   const ScriptedAnswer down = test::failWith(7, "connection refused");
+  const ScriptedAnswer refused = answerWith(200, R"({"opstatus":8})");
+  const ScriptedAnswer page = answerWith(500, "x");
+  const ScriptedAnswer junk = answerWith(200, R"({"upload_template":"{"})");
+  const ScriptedAnswer start = created(putToService());
+  const std::string connection = "connection refused";
   const std::string opstatus = "unexpected opstatus : 8";
   const std::string empty = "Empty Body Received from Server";
+  const std::string noTemplate =
+      "Unable to upload file - unknown issue with parsing template: the answer to the creation "
+      "has no upload_template";
+  const std::string noMethod =
+      "Unable to upload file - Invalid parameter value: the upload template's method is neither "
+      "put nor post : patch";
   const UploadFailure cases[] = {
-      {"creation refused", {down}, 7, 7, "connection refused", 0},
-      {"creation failed", {answerWith(200, R"({"opstatus":8})")}, 6003, 6003, opstatus, 0},
+      {"creation refused", {down}, 7, 7, connection, 0},
+      {"creation failed", {refused}, 6003, 6003, opstatus, 0},
       {"creation without body", {none}, 0, 6014, empty, 0},
-      {"creation 500",
-       {answerWith(500, "x")},
-       0,
-       6003,
-       "The server answered with HTTP status 500",
-       0},
-      {"no template",
-       {ok},
-       0,
-       6009,
-       "Unable to upload file - unknown issue with parsing template: the answer to the creation "
-       "has no upload_template",
-       0},
-      {"bad template", {answerWith(200, R"({"upload_template":"{"})")}, 1, 1, "", 0},
-      {"unknown method",
-       {created(patch)},
-       0,
-       6012,
-       "Unable to upload file - Invalid parameter value: the upload template's method is neither "
-       "put nor post : patch",
-       0},
-      {"second chunk refused", {created(putToService()), ok, down}, 7, 7, "connection refused", 1},
-      {"second chunk failed",
-       {created(putToService()), ok, answerWith(200, R"({"opstatus":8})")},
-       6003,
-       6003,
-       opstatus,
-       1},
-      {"commit failed",
-       {created(putToService()), ok, ok, ok, answerWith(200, R"({"opstatus":8})")},
-       6003,
-       6003,
-       opstatus,
-       3},
-      {"commit without body", {created(putToService()), ok, ok, ok, none}, 0, 6014, empty, 3},
+      {"creation 500", {page}, 0, 6003, "The server answered with HTTP status 500", 0},
+      {"no template", {ok}, 0, 6009, noTemplate, 0},
+      {"bad template", {junk}, 1, 1, "", 0},
+      {"unknown method", {created(patch)}, 0, 6012, noMethod, 0},
+      {"second chunk refused", {start, ok, down}, 7, 7, connection, 1},
+      {"second chunk failed", {start, ok, refused}, 6003, 6003, opstatus, 1},
+      {"commit failed", {start, ok, ok, ok, refused}, 6003, 6003, opstatus, 3},
+      {"commit without body", {start, ok, ok, ok, none}, 0, 6014, empty, 3},
   };
   std::size_t events = 0;
   for (const UploadFailure& item : cases) {
@@ -381,44 +346,6 @@ TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
                         onSuccess(), onFailure(), onProgress())}});
   task->start();
   EXPECT_EQ(awaitEvents(2).back().value.dictionaryValue()["code"], Value("6012"));
-}
-
-TEST_F(UploadTest, MetadataWithoutJsonFormIsReportedAndTheRequestStillSent) {
-  write(path_, "bytes");
-  transport_->answer(answerWith(200, "{}"));
-  uploadPath({{"metadata", Dictionary{{"file_name", "a"}, {"bytes", Data()}}}});
-  // The failure block has no order relative to the progress block.
-  const auto events = awaitEvents(2);
-  EXPECT_EQ(std::count_if(events.begin(), events.end(),
-                          [](const Event& event) { return event.block == "failure"; }),
-            1);
-  awaitEndOfTasks();
-  EXPECT_EQ(transport_->requests().at(0).body, "");
-}
-
-TEST_F(UploadTest, CommitThatIsNotJsonIsReportedAndStillSent) {
-  const struct {
-    Value properties;
-    std::size_t failures;
-    std::string body;
-  } cases[] = {{Dictionary{{"bytes", Data()}}, 2, ""},
-               {"text", 1, R"({"commit_properties":"text"})"}};
-  for (const auto& item : cases) {
-    const std::size_t before = events().size();
-    transport_->answer(answerWith(200, R"({"opstatus":0})"));
-    auto task = std::make_shared<UploadCommiterTask>();
-    task->setInputContext(
-        {{"commitUrl", "http://h/"},
-         {"uploadParams",
-          Dictionary{{"metadata", Dictionary{{"commit_properties", item.properties}}}}},
-         {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
-                          onSuccess(), onFailure(), onProgress())}});
-    task->start();
-    task.reset();
-    awaitEvents(before + item.failures + 1);
-    awaitEndOfTasks();
-    EXPECT_EQ(transport_->requests().back().body, item.body);
-  }
 }
 
 }  // namespace

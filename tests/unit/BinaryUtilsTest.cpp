@@ -1,4 +1,3 @@
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
@@ -10,7 +9,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -18,7 +16,6 @@
 namespace varo::binary {
 namespace {
 
-using platform::Data;
 using platform::Dictionary;
 using platform::Error;
 using platform::ErrorPtr;
@@ -35,33 +32,6 @@ TEST(BinaryCommonUtilsTest, FiltersJoinTheEntriesInOrderAndSuffixesFindTheirSepa
             "name eq 'a'.png' and file eq 'true' and b eq 'c'");
   EXPECT_EQ(BinaryCommonUtils::appendSuffixToUrl("u?a=1", "b=2"), "u?a=1&b=2");
   EXPECT_EQ(BinaryCommonUtils::appendSuffixToUrl("u", "b=2"), "u?b=2");
-}
-
-TEST(CommonUtilsTest, TaskErrorsCarryTheirMessageAlone) {
-  const auto error = CommonUtils::getErrorForTask(7, "NetworkError", 6004, "text", "a response");
-  EXPECT_EQ(error->taskID(), 7);
-  EXPECT_EQ(error->userInfo(), (Dictionary{{"message", "text"}}));
-
-  EXPECT_EQ(CommonUtils::validateResponseforTask(7, "d", {}, Data(), nullptr), nullptr);
-  const auto failed = CommonUtils::validateResponseforTask(
-      7, "NetworkTask", {}, std::nullopt, Error::make("x", 9, "connection refused"));
-  ASSERT_NE(failed, nullptr);
-  EXPECT_EQ(failed->domain(), "NetworkTask");
-  EXPECT_EQ(failed->code(), 6006);
-  EXPECT_EQ(failed->userInfo(), (Dictionary{{"message", "Upload error: connection refused"}}));
-}
-
-TEST(CommonUtilsTest, WhatIsNotJsonIsMissing) {
-  EXPECT_TRUE(CommonUtils::parseJsonString(std::nullopt).isMissing());
-  EXPECT_TRUE(CommonUtils::parseJsonString("").isMissing());
-  EXPECT_TRUE(CommonUtils::parseJsonString("{").isMissing());
-  EXPECT_EQ(CommonUtils::parseJsonString("[1]").array()->size(), 1U);
-  EXPECT_TRUE(CommonUtils::jsonObjectFromData(Data::fromBytes("x")).isMissing());
-  EXPECT_EQ(CommonUtils::jsonStringFromDictionary({{"a", "b"}, {"c", nullptr}}),
-            R"({"a":"b","c":null})");
-  EXPECT_EQ(CommonUtils::jsonStringFromDictionary({{"a", Data()}}), std::nullopt);
-  EXPECT_EQ(CommonUtils::getResponseString(std::nullopt), "");
-  EXPECT_EQ(CommonUtils::getResponseString(Data::fromBytes("a\xFF")), "a\xEF\xBF\xBD");
 }
 
 TEST(TemplateUtilTest, ParsesIntoLiteralsAndNames) {
@@ -135,49 +105,6 @@ TEST(TemplateUtilTest, EndPointsAndTokensComeFromTheOptions) {
   EXPECT_EQ(inject(std::nullopt, std::nullopt), Dictionary{});
 }
 
-TEST(BinaryLoggerTest, MessagesAreAttributedToTheCallerAndFilledOnlyWhenEnabled) {
-  const test::RecordingLog log(LogLevel::kInfo);
-  BinaryLogger& logger = BinaryLogger::sharedInstance();
-  logger.logDebug("below %@", 1);
-  logger.logInfo("a %@ b %@", "text", Dictionary{{"X-Pelmar-Authorization", "secret"}});
-  const int line = __LINE__ - 1;
-  logger.logPerformance("100%@");
-  const auto lines = log->lines();
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_THAT(lines[0].text, testing::StartsWith("a text b "));
-  EXPECT_THAT(lines[0].text, testing::Not(testing::HasSubstr("secret")));
-  EXPECT_EQ(lines[0].file, __FILE__);
-  EXPECT_EQ(lines[0].line, line);
-  EXPECT_EQ(lines[1].text, "100%@");
-}
-
-TEST(BinaryLoggerTest, SinksThatThrowOrLogThemselvesDoNoHarm) {
-  const test::RecordingLog log;
-  BinaryLogger& logger = BinaryLogger::sharedInstance();
-  std::atomic<int> inside{0};
-  log->onWrite = [&](std::string_view name) {
-    EXPECT_EQ(name, "Binary");
-    EXPECT_EQ(++inside, 1);
-    logger.logInfo("from inside");
-    --inside;
-    throw std::runtime_error("the sink is full");
-  };
-  testing::internal::CaptureStderr();
-  {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-      threads.emplace_back([&] {
-        for (int k = 0; k < 50; ++k) logger.logError("message");
-      });
-    }
-  }
-  const std::string reported = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(log->count(LogLevel::kError, "message"), 200);
-  EXPECT_EQ(log->count(LogLevel::kInfo, "from inside"), 0);
-  EXPECT_THAT(reported,
-              testing::HasSubstr("An Exception occured std::runtime_error , the sink is full\n"));
-}
-
 TEST(BinaryCallbackTest, ReportsHaveTheShapesThatTheApplicationKnows) {
   std::promise<Value> success;
   std::promise<Value> failure;
@@ -213,40 +140,6 @@ TEST(BinaryCallbackTest, ReportsHaveTheShapesThatTheApplicationKnows) {
                              {"userInfo", Dictionary{{"NSLocalizedDescription", "text"}}}}));
 
   BinaryCallbackUtils::executeFailureCallback(nullptr, nullptr);  // no holder: nothing happens
-}
-
-TEST(BinaryCallbackTest, WhatIsNotThereIsLoggedAtWarningLevel) {
-  const test::RecordingLog log;
-  const auto callback =
-      BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(nullptr, nullptr, nullptr);
-  callback->executeSuccessWithResult("r");
-  callback->executeFailureWithError({});
-  callback->executeProgressWithCurrentStatus("p");
-  callback->executeProgressWithCurrentStatus({});
-  callback->executeWithCallback(static_cast<CallbackType>(3), "x");
-  BinaryCallback bare;
-  bare.executeSuccessWithResult("r");
-  bare.executeFailureWithError("e");
-  bare.executeProgressWithCurrentStatus("p");
-  const std::string_view expected[] = {
-      "Success callback not defined",
-      "Failure callback not defined",
-      "Progress callback not defined",
-      "Trying to invoke success callback with result r. Callbacks are not provided",
-      "Trying to invoke failure callback with error (none). Callbacks are not provided",
-      "Trying to invoke progress callback with progress p. Callbacks are not provided",
-      "Error sent is nil or undefined for FailureCallback",
-      "Progress sent is nil or undefined for ProgressCallback",
-      "callbackType not found.",
-      "Success callback is not defined.",
-      "Failure callback is not defined.",
-      "Progress callback is not defined",
-  };
-  for (const std::string_view text : expected) {
-    EXPECT_TRUE(test::eventually([&] { return log->count(LogLevel::kWarning, text) == 1; }))
-        << text;
-  }
-  EXPECT_EQ(log->lines().size(), std::size(expected));
 }
 
 TEST(BinaryCallbackTest, ProgressHoldsTheReporterAndSuccessDoesNot) {

@@ -74,25 +74,26 @@ class ValidationTest : public testing::Test {
 
   struct Case {
     std::optional<Dictionary> params;
-    std::int64_t code;  // 0: valid
-    std::string domain;
-    std::string description;
-    std::string failureLog;  // without the error; empty for none
+    std::int64_t code = 0;  // 0: valid
+    std::string description = {};
+    std::string failureLog = {};  // without the error; empty for none
+    std::string domain = {};      // where it is not the table's
   };
 
   template <typename Validate>
-  static void check(const std::vector<Case>& cases, const Validate& validate) {
+  static void check(std::string_view domain, const std::vector<Case>& cases,
+                    const Validate& validate) {
     const test::RecordingLog log;
     for (const Case& item : cases) {
       SCOPED_TRACE(item.description);
       log->clear();
       ErrorPtr error;
-      EXPECT_EQ(validate(item, &error), item.code == 0);
-      EXPECT_EQ(validate(item, nullptr), item.code == 0);
+      EXPECT_EQ(validate(item.params, &error), item.code == 0);
+      EXPECT_EQ(validate(item.params, nullptr), item.code == 0);
       ASSERT_EQ(error == nullptr, item.code == 0);
       if (error == nullptr) continue;
       EXPECT_EQ(error->code(), item.code);
-      EXPECT_EQ(error->domain(), item.domain);
+      EXPECT_EQ(error->domain(), item.domain.empty() ? domain : item.domain);
       EXPECT_EQ(error->userInfo(), (Dictionary{{"NSLocalizedDescription", item.description}}));
       if (!item.failureLog.empty()) {
         EXPECT_EQ(log->count(LogLevel::kError, item.failureLog + error->description()), 2);
@@ -104,6 +105,9 @@ class ValidationTest : public testing::Test {
   const std::string& directory_ = temporary_.path();
   const std::string full_ = directory_ + "/full";
   const std::string empty_ = directory_ + "/empty";
+  const std::string kAbsent = " could not be found in params";
+  const std::string kJunkType = "Unexpected data type for : ";
+  const std::string kFailed = " validation failed : ";
 };
 
 TEST_F(ValidationTest, UploadParametersFailAtTheFirstRuleTheyBreak) {
@@ -113,188 +117,147 @@ TEST_F(ValidationTest, UploadParametersFailAtTheFirstRuleTheyBreak) {
   const auto rawBytes = [&](Value value) {
     return with(raw, "file", Dictionary{{"rawBytes", std::move(value)}, {"other", 1}});
   };
-  const std::string missing = "Unable to upload file - Missing parameter: ";
-  const std::string junkType = "Unable to upload file - Invalid data type of parameter: ";
-  const std::string junkValue = "Unable to upload file - Invalid parameter value";
-  const std::string nullData = "Null value found for rawData";
-  const std::string domain = "UploadError";
-  check(
-      {
-          {raw, 0, {}, {}, {}},
-          {rawBytes("QUJD"), 0, {}, {}, {}},
-          {withMetadata(raw, "security_key", ""), 0, {}, {}, {}},
-          {std::nullopt, 6010, domain, missing + "Null or empty value found for uploadParams", {}},
-          {Dictionary{}, 6010, domain, missing + "Null or empty value found for uploadParams", {}},
-          {with(raw, "headers", {}), 6010, domain, missing + "headers could not be found in params",
-           "Upload headers validation failed : "},
-          {with(raw, "headers", "x"), 6011, domain, junkType + "Unexpected data type for : headers",
-           "Upload headers validation failed : "},
-          {with(raw, "metadata", {}), 6010, domain,
-           missing + "metadata could not be found in params",
-           "Upload metadata validation failed : "},
-          {with(raw, "metadata", nullptr), 6011, domain,
-           junkType + "Unexpected data type for : metadata",
-           "Upload metadata validation failed : "},
-          {with(raw, "metadata", Dictionary{}), 6010, domain,
-           missing + "file_name could not be found in params",
-           "Upload file_name validation failed : "},
-          {withMetadata(raw, "file_name", ""), 6011, domain, junkType + "file_name param is empty",
-           "Upload file_name validation failed : "},
-          {withMetadata(raw, "file_namespace", 5), 6012, domain,
-           junkValue + " and cannot be null. Unexpected data type for : file_namespace",
-           "Upload file_namespace validation failed : "},
-          {withMetadata(raw, "security_key", 5), 6012, domain,
-           junkValue + " and cannot be null. Unexpected data type for : security_key",
-           "Upload seciruty_key validation failed : "},
-          {with(raw, "file", {}),
-           6010,
-           domain,
-           missing + "Either FilePath or RawBytes needs to be specified",
-           {}},
-          {with(raw, "file", "path"),
-           6010,
-           domain,
-           missing + "Either FilePath or RawBytes needs to be specified",
-           {}},
-          {with(raw, "file", Dictionary{{"filePath", full_}}),
-           6010,
-           domain,
-           missing + "Missing parameter rawBytes in the given input",
-           {}},
-          {rawBytes(5), 6011, domain, junkType + nullData, {}},
-          {rawBytes(Data()), 6012, domain, junkValue + ": " + nullData, {}},
-          {rawBytes(""), 6012, domain, junkValue + ": " + nullData, {}},
-          {rawBytes("not base64"), 6011, domain, junkType + nullData, {}},
-      },
-      [](const Case& item, ErrorPtr* error) {
-        return ValidationUtils::validateUploadParamsWithUploadParams(
-            item.params, UploadInputType::kRawBytes, error);
-      });
-
   const auto file = [&](Value path) {
     return with(raw, "file", Dictionary{{"filePath", std::move(path)}});
   };
+  const std::string missing = "Unable to upload file - Missing parameter: ";
+  const std::string type = "Unable to upload file - Invalid data type of parameter: ";
+  const std::string value = "Unable to upload file - Invalid parameter value";
+  const std::string null = value + " and cannot be null. " + kJunkType;
+  const std::string nullData = "Null value found for rawData";
+  const std::string noParams = missing + "Null or empty value found for uploadParams";
+  const std::string neither = missing + "Either FilePath or RawBytes needs to be specified";
+  const std::string noBytes = missing + "Missing parameter rawBytes in the given input";
+  const std::string headers = "Upload headers" + kFailed;
+  const std::string metadata = "Upload metadata" + kFailed;
+  const std::string name = "Upload file_name" + kFailed;
+  const std::string space = "Upload file_namespace" + kFailed;
+  const std::string key = "Upload seciruty_key" + kFailed;
+  check("UploadError",
+        {
+            {raw},
+            {rawBytes("QUJD")},
+            {withMetadata(raw, "security_key", "")},
+            {std::nullopt, 6010, noParams},
+            {Dictionary{}, 6010, noParams},
+            {with(raw, "headers", {}), 6010, missing + "headers" + kAbsent, headers},
+            {with(raw, "headers", "x"), 6011, type + kJunkType + "headers", headers},
+            {with(raw, "metadata", {}), 6010, missing + "metadata" + kAbsent, metadata},
+            {with(raw, "metadata", nullptr), 6011, type + kJunkType + "metadata", metadata},
+            {with(raw, "metadata", Dictionary{}), 6010, missing + "file_name" + kAbsent, name},
+            {withMetadata(raw, "file_name", ""), 6011, type + "file_name param is empty", name},
+            {withMetadata(raw, "file_namespace", 5), 6012, null + "file_namespace", space},
+            {withMetadata(raw, "security_key", 5), 6012, null + "security_key", key},
+            {with(raw, "file", {}), 6010, neither},
+            {with(raw, "file", "path"), 6010, neither},
+            {file(full_), 6010, noBytes},
+            {rawBytes(5), 6011, type + nullData},
+            {rawBytes(Data()), 6012, value + ": " + nullData},
+            {rawBytes(""), 6012, value + ": " + nullData},
+            {rawBytes("not base64"), 6011, type + nullData},
+        },
+        [](const auto& params, ErrorPtr* error) {
+          return ValidationUtils::validateUploadParamsWithUploadParams(
+              params, UploadInputType::kRawBytes, error);
+        });
+
   const std::string unreadable = "Unable to upload file - unknown error while uploading: ";
-  check(
-      {
-          {file(full_), 0, {}, {}, {}},
-          {raw, 6010, domain, missing + "Missing parameter filePath in the given input", {}},
-          {file(5), 6011, domain, junkType + "Invalid datatype found for FilePath", {}},
-          {file(directory_ + "/none"),
-           6007,
-           domain,
-           unreadable + "Could not find File at given FilePath",
-           {}},
-          {file(full_ + "/none"),
-           6007,
-           domain,
-           unreadable + "Could not find File at given FilePath",
-           {}},
-          {file(empty_), 6007, domain, unreadable + "No data present in given file", {}},
-          {file(directory_),
-           6007,
-           domain,
-           unreadable + "Opening " + directory_ + ": Is a directory",
-           {}},
-      },
-      [](const Case& item, ErrorPtr* error) {
-        return ValidationUtils::validateUploadParamsWithUploadParams(
-            item.params, UploadInputType::kLocalFilePath, error);
-      });
+  const std::string notFound = unreadable + "Could not find File at given FilePath";
+  const std::string isDirectory = unreadable + "Opening " + directory_ + ": Is a directory";
+  check("UploadError",
+        {
+            {file(full_)},
+            {raw, 6010, missing + "Missing parameter filePath in the given input"},
+            {file(5), 6011, type + "Invalid datatype found for FilePath"},
+            {file(directory_ + "/none"), 6007, notFound},
+            {file(full_ + "/none"), 6007, notFound},
+            {file(empty_), 6007, unreadable + "No data present in given file"},
+            {file(directory_), 6007, isDirectory},
+        },
+        [](const auto& params, ErrorPtr* error) {
+          return ValidationUtils::validateUploadParamsWithUploadParams(
+              params, UploadInputType::kLocalFilePath, error);
+        });
 }
 
 TEST_F(ValidationTest, DownloadParametersFailAtTheFirstRuleTheyBreak) {
   const Dictionary good{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}};
   const std::string missing = "Unable to download file - Missing parameter: ";
   const std::string junk = "Unable to download file - Invalid parameter value";
-  const std::string domain = "DownloadError";
-  check(
-      {
-          {good, 0, {}, {}, {}},
-          {std::nullopt, 6016, domain, junk + ": No data present in given file",
-           "Download validation failed, error: "},
-          {Dictionary{}, 6015, domain, missing + "headers could not be found in params",
-           "Download headers validation failed : "},
-          {with(good, "headers", 1), 6016, domain, junk + ": Unexpected data type for : headers",
-           "Download headers validation failed : "},
-          {with(good, "metadata", 1), 6016, domain, junk + ": Unexpected data type for : metadata",
-           "Download metadta validation failed : "},
-          {withMetadata(good, "file_namespace", 1), 6017, domain,
-           junk + " and cannot be null. Unexpected data type for : file_namespace",
-           "Download file_namespace validation failed : "},
-          {withMetadata(good, "security_key", 1), 6017, domain,
-           junk + " and cannot be null. Unexpected data type for : security_key",
-           "Download seciruty_key validation failed : "},
-          {with(good, "metadata", Dictionary{}), 6015, domain,
-           missing + "file_id could not be found in params",
-           "Upload file_name validation failed : "},
-          {withMetadata(good, "file_id", ""), 6016, domain, junk + ": file_id param is empty",
-           "Upload file_name validation failed : "},
-      },
-      [](const Case& item, ErrorPtr* error) {
-        return ValidationUtils::validateDownloadParams(item.params, error);
-      });
+  const std::string type = junk + ": " + kJunkType;
+  const std::string null = junk + " and cannot be null. " + kJunkType;
+  const std::string noParams = junk + ": No data present in given file";
+  const std::string headers = "Download headers" + kFailed;
+  const std::string metadata = "Download metadta" + kFailed;
+  const std::string space = "Download file_namespace" + kFailed;
+  const std::string key = "Download seciruty_key" + kFailed;
+  const std::string id = "Upload file_name" + kFailed;
+  check("DownloadError",
+        {
+            {good},
+            {std::nullopt, 6016, noParams, "Download validation failed, error: "},
+            {Dictionary{}, 6015, missing + "headers" + kAbsent, headers},
+            {with(good, "headers", 1), 6016, type + "headers", headers},
+            {with(good, "metadata", 1), 6016, type + "metadata", metadata},
+            {withMetadata(good, "file_namespace", 1), 6017, null + "file_namespace", space},
+            {withMetadata(good, "security_key", 1), 6017, null + "security_key", key},
+            {with(good, "metadata", Dictionary{}), 6015, missing + "file_id" + kAbsent, id},
+            {withMetadata(good, "file_id", ""), 6016, junk + ": file_id param is empty", id},
+        },
+        &ValidationUtils::validateDownloadParams);
 }
 
 TEST_F(ValidationTest, UpdateParametersFailInTheDomainOfTheRuleTheyBreak) {
   const Dictionary good{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}};
   const std::string missing = "Unable to Update file - Missing parameter value: ";
   const std::string junk = "Unable to Update file - Invalid parameter: ";
-  check(
-      {
-          {good, 0, {}, {}, {}},
-          {std::nullopt, 6022, "UpdateError", junk + "No data present in given file",
-           "Update validation failed, error: "},
-          {with(good, "headers", {}), 6021, "updateError",
-           missing + "headers could not be found in params", "Update headers validation failed : "},
-          {with(good, "headers", 1), 6022, "updateError",
-           junk + "Unexpected data type for : headers", "Update headers validation failed : "},
-          {with(good, "metadata", {}), 6021, "UpdateError",
-           missing + "metadata could not be found in params",
-           "Update metadata validation failed : "},
-          {with(good, "metadata", 1), 6022, "UpdateError",
-           junk + "Unexpected data type for : metadata", "Update metadata validation failed : "},
-          {withMetadata(good, "file_id", {}), 6015, "UpdateError",
-           "Unable to download file - Missing parameter: file_id could not be found in params",
-           "Upload file_name validation failed : "},
-          {withMetadata(good, "file_id", ""), 6016, "UpdateError",
-           "Unable to download file - Invalid parameter value: file_id param is empty",
-           "Upload file_name validation failed : "},
-      },
-      [](const Case& item, ErrorPtr* error) {
-        return ValidationUtils::validateUpdateParams(item.params, error);
-      });
+  const std::string noParams = junk + "No data present in given file";
+  const std::string noId = "Unable to download file - Missing parameter: file_id" + kAbsent;
+  const std::string emptyId =
+      "Unable to download file - Invalid parameter value: file_id param is empty";
+  const std::string headers = "Update headers" + kFailed;
+  const std::string metadata = "Update metadata" + kFailed;
+  const std::string id = "Upload file_name" + kFailed;
+  const std::string lower = "updateError";
+  check("UpdateError",
+        {
+            {good},
+            {std::nullopt, 6022, noParams, "Update validation failed, error: "},
+            {with(good, "headers", {}), 6021, missing + "headers" + kAbsent, headers, lower},
+            {with(good, "headers", 1), 6022, junk + kJunkType + "headers", headers, lower},
+            {with(good, "metadata", {}), 6021, missing + "metadata" + kAbsent, metadata},
+            {with(good, "metadata", 1), 6022, junk + kJunkType + "metadata", metadata},
+            {withMetadata(good, "file_id", {}), 6015, noId, id},
+            {withMetadata(good, "file_id", ""), 6016, emptyId, id},
+        },
+        &ValidationUtils::validateUpdateParams);
 }
 
 TEST_F(ValidationTest, DeletionNeedsAnIdentifierOrCriteria) {
   const std::string missing = "Unable to perform Delete - Missing parameter: ";
+  const std::string junk = "Unable to perform Delete - Invalid parameter value: ";
   const std::string empty =
       "deleteParams are empty, provide desired criteria for deleting binary files, for ex. fileId "
       "etc";
-  check(
-      {
-          {Dictionary{{"file_id", "x"}}, 0, {}, {}, {}},
-          {std::nullopt, 6025, "DeleteError", missing + "deleteParams are null or undefined", {}},
-          {Dictionary{}, 6025, "DeleteError", missing + empty, {}},
-      },
-      [](const Case& item, ErrorPtr* error) {
-        return ValidationUtils::validateDeleteParams(item.params, error);
-      });
-  check(
-      {
-          {Dictionary{{"id", "x"}}, 0, {}, {}, {}},
-          {std::nullopt, 6025, "DeleteError", missing + "file_id is null or undefined", {}},
-          {Dictionary{{"id", ""}},
-           6026,
-           "DownloadError",
-           "Unable to perform Delete - Invalid parameter value: file_id is null or undefined",
-           {}},
-      },
-      [](const Case& item, ErrorPtr* error) {
-        std::optional<std::string> fileId;
-        if (item.params) fileId = (*item.params)["id"].textValue();
-        return ValidationUtils::validateFileIdForDeletion(fileId, error);
-      });
+  check("DeleteError",
+        {
+            {Dictionary{{"file_id", "x"}}},
+            {std::nullopt, 6025, missing + "deleteParams are null or undefined"},
+            {Dictionary{}, 6025, missing + empty},
+        },
+        &ValidationUtils::validateDeleteParams);
+  const std::string noId = "file_id is null or undefined";
+  check("DeleteError",
+        {
+            {Dictionary{{"id", "x"}}},
+            {std::nullopt, 6025, missing + noId},
+            {Dictionary{{"id", ""}}, 6026, junk + noId, "", "DownloadError"},
+        },
+        [](const auto& params, ErrorPtr* error) {
+          std::optional<std::string> fileId;
+          if (params) fileId = (*params)["id"].textValue();
+          return ValidationUtils::validateFileIdForDeletion(fileId, error);
+        });
 }
 
 TEST(ValidationUtilsTest, ChunkSizeIsFilledInOnlyWhereItIsNotPositive) {

@@ -59,18 +59,6 @@ TEST_F(NetworkUtilityTest, ReportsStatusAndMergedHeadersWithTheBody) {
   EXPECT_EQ(requests[0].spoolDirectory, UserDirectories::current()->downloads());
 }
 
-TEST_F(NetworkUtilityTest, KeepsDomainCodeAndDetailsOfTransportErrors) {
-  transport_->answer(failWith(28, "too late"));
-  VRONetworkUtility::GET("http://h/", {}, {}, {}, callback());
-  const Report report = wait();
-  ASSERT_NE(report.error, nullptr);
-  EXPECT_EQ(report.error->domain(), "FakeHttpTransport");
-  EXPECT_EQ(report.error->code(), 28);
-  EXPECT_EQ(report.error->localizedDescription(), "too late");
-  EXPECT_FALSE(report.data);
-  EXPECT_TRUE(report.info.empty());
-}
-
 TEST_F(NetworkUtilityTest, ReportsWhatCannotBeEncodedOnThePoolAndSendsNothing) {
   VRONetworkUtility::POST("http://h/", {}, {}, RequestType::kJson, Dictionary{{"a", Data()}}, {},
                           callback());
