@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <map>
 #include <spawn.h>
 #include <sstream>
 #include <sys/wait.h>
@@ -22,26 +20,6 @@ std::string contentOf(const std::string& path) {
   std::ostringstream text;
   text << stream.rdbuf();
   return text.str();
-}
-
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-std::vector<std::string> environmentWith(
-    const std::vector<std::pair<std::string, std::string>>& changes) {
-  std::map<std::string, std::string> variables;
-  for (char** entry = ::environ; *entry != nullptr; ++entry) {
-    const std::string text = *entry;
-    variables[text.substr(0, text.find('='))] = text.substr(text.find('=') + 1);
-  }
-  for (const auto& [name, value] : changes) variables[name] = value;
-  std::vector<std::string> texts;
-  for (const auto& [name, value] : variables) texts.push_back(name + "=" + value);
-  return texts;
 }
 
 }  // namespace
@@ -68,11 +46,14 @@ ChildProcess::ChildProcess(const Settings& settings)
   ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), flags, 0600);
   ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorsPath_.c_str(), flags, 0600);
 
-  std::vector<std::string> words = {settings.program};
+  std::vector<std::string> words = {"env"};
+  for (const auto& [name, value] : settings.environment) words.push_back(name + "=" + value);
+  words.push_back(settings.program);
   words.insert(words.end(), settings.arguments.begin(), settings.arguments.end());
-  std::vector<std::string> variables = environmentWith(settings.environment);
-  const int failed = ::posix_spawn(&pid_, settings.program.c_str(), &actions, nullptr,
-                                   pointersTo(words).data(), pointersTo(variables).data());
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  const int failed = ::posix_spawnp(&pid_, "env", &actions, nullptr, pointers.data(), ::environ);
   EXPECT_EQ(failed, 0) << settings.program;
   if (failed != 0) pid_ = -1;
   ::posix_spawn_file_actions_destroy(&actions);

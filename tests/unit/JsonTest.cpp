@@ -1,4 +1,3 @@
-#include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Json.h"
@@ -22,95 +21,58 @@ Data fileBacked(std::string_view bytes) {
   return Data::fromFileRegion(file, 0, bytes.size());
 }
 
-struct ValidCase {
-  std::string_view text;
-  Value value;
-};
-
 TEST(JsonTest, ReadsEveryFormExactly) {
-  const ValidCase cases[] = {
+  const struct {
+    std::string_view text;
+    Value value;
+  } cases[] = {
       {" null ", nullptr},
-      {"true", true},
-      {"\r\n\t[ ]", Array()},
-      {"{}", Dictionary()},
       {"9223372036854775807", std::numeric_limits<std::int64_t>::max()},
       {"-9223372036854775808", std::numeric_limits<std::int64_t>::min()},
       {"9223372036854775808", 9223372036854775808.0},
-      {"-9223372036854775809", -9223372036854775808.0},
-      {"18446744073709551616", 18446744073709551616.0},
-      {"1.0", 1.0},
       {"1E2", 100.0},
       // The nearest doubles: these are the ones that careless conversions miss.
       {"9007199254740993.0", 9007199254740992.0},
       {"2.2250738585072011e-308", 0x0.fffffffffffffp-1022},
-      {"0.1", 0.1},
       {"179769313486231570000000000000000000000000000000e261", 0x1.fffffffffffffp+1023},
       {"1e-400", 0.0},
       {R"("\u00e4\ud83d\ude00\u0000\"\\\/\b\f\n\r\t")",
        "\xC3\xA4\xF0\x9F\x98\x80\0\"\\/\b\f\n\r\t"s},
       {R"({"a":1,"b":[1,{"c":null}],"a":{"d":2}})",
        Dictionary{{"a", Dictionary{{"d", 2}}}, {"b", Array{1, Dictionary{{"c", nullptr}}}}}},
-      {R"({"":""})", Dictionary{{"", ""}}},
   };
-  for (const ValidCase& item : cases) {
+  for (const auto& item : cases) {
     const auto parsed = json::parse(item.text);
     ASSERT_TRUE(parsed.ok()) << item.text << parsed.error()->description();
     EXPECT_EQ(*parsed, item.value) << item.text << " gave " << parsed->description();
   }
 }
 
-TEST(JsonTest, DuplicateKeysKeepTheFirstPlaceAndTheLastValue) {
-  std::string text = R"({"a":1,"b":2,"a":3)";
-  for (int i = 0; i < 50; ++i)
-    text += R"(,"k)" + std::to_string(i) + R"(":0,"b":)" + std::to_string(i);
-  const auto parsed = json::parse(text + "}");
-  ASSERT_TRUE(parsed.ok());
-  const Dictionary dictionary = parsed->dictionaryValue();
-  EXPECT_EQ(dictionary.size(), 52U);
-  EXPECT_EQ(dictionary.begin()->key, "a");
-  EXPECT_EQ(dictionary["a"], Value(3));
-  EXPECT_EQ(dictionary["b"], Value(49));
-}
-
-struct InvalidCase {
-  std::string text;
-  std::int64_t code;
-  std::string_view position;
-};
-
 TEST(JsonTest, RefusesWhatIsNotJsonWithItsPosition) {
-  const InvalidCase cases[] = {
+  const struct {
+    std::string text;
+    std::int64_t code;
+    std::string_view position;
+  } cases[] = {
       {"", json::kNotJson, "byte 0:"},
       {"[1,]", json::kNotJson, "byte 3:"},
-      {"{\"a\":1,}", json::kNotJson, "byte 7:"},
-      {"{a:1}", json::kNotJson, "byte 1:"},
-      {"[1 2]", json::kNotJson, "byte 3:"},
       {"{} {}", json::kNotJson, "byte 3:"},
-      {"[1", json::kNotJson, "byte 2:"},
       {"\"open", json::kNotJson, "byte 5:"},
       {"01", json::kNotJson, "byte 1:"},
-      {"+1", json::kNotJson, "byte 0:"},
-      {".5", json::kNotJson, "byte 0:"},
-      {"1.", json::kNotJson, "byte 2:"},
       {"NaN", json::kNotJson, "byte 0:"},
       {"1e400", json::kNotJson, "byte 5:"},
-      {"-1e400", json::kNotJson, "byte 6:"},
       {"1e99999999999", json::kNotJson, "byte "},
-      {"'a'", json::kNotJson, "byte 0:"},
-      {"// comment\n1", json::kNotJson, "byte 0:"},
       {"\xEF\xBB\xBF{}", json::kNotJson, "byte 0:"},
       {"\"\n\"", json::kNotJson, "byte 1:"},
-      {"\"\xC3\"", json::kNotJson, "byte "},
       {"\"\xC0\x80\"", json::kNotJson, "byte "},
       {"\"\xED\xA0\x80\"", json::kNotJson, "byte "},
       {R"("\ud83d")", json::kNotJson, "byte "},
-      {R"("\ude00\ud83d")", json::kNotJson, "byte "},
       {R"("\x41")", json::kNotJson, "byte "},
       {std::string("\0", 1), json::kNotJson, "byte 0:"},
       {nested(json::kMaxDepth + 1), json::kTooDeep, "byte 256:"},
       {std::string(1000000, '['), json::kTooDeep, "byte 256:"},
   };
-  for (const InvalidCase& item : cases) {
+  for (const auto& item : cases) {
     const auto parsed = json::parse(item.text);
     ASSERT_FALSE(parsed.ok()) << item.text.substr(0, 40);
     EXPECT_EQ(parsed.error()->domain(), json::kErrorDomain);
@@ -134,21 +96,11 @@ TEST(JsonTest, FileBackedBytesReadAsThoseInMemory) {
   const auto fromFile = json::parse(fileBacked(text));
   ASSERT_TRUE(fromFile.ok()) << fromFile.error()->description();
   EXPECT_EQ(*fromFile, *fromMemory);
-  EXPECT_EQ(json::serialize(*fromFile).value(), json::serialize(*fromMemory).value());
 
   const auto tail = json::parse(fileBacked(text + "x"));
   ASSERT_FALSE(tail.ok());
   EXPECT_THAT(tail.error()->localizedDescription(),
               testing::HasSubstr("byte " + std::to_string(text.size()) + ":"));
-  EXPECT_FALSE(json::parse(fileBacked("")).ok());
-}
-
-TEST(JsonTest, FileThatShrankIsAnErrorOfReading) {
-  const auto file = File::createUnnamed(testing::TempDir()).value();
-  ASSERT_TRUE(file->writeAt(0, "[1,2").ok());
-  const auto parsed = json::parse(Data::fromFileRegion(file, 0, 100));
-  ASSERT_FALSE(parsed.ok());
-  EXPECT_EQ(parsed.error()->domain(), kPosixErrorDomain);
 }
 
 TEST(JsonTest, WritesCompactlyAndReadsBackTheSame) {
@@ -188,23 +140,6 @@ TEST(JsonTest, RefusesToWriteWhatHasNoJsonForm) {
     ASSERT_FALSE(text.ok()) << value.description();
     EXPECT_EQ(text.error()->domain(), json::kErrorDomain);
   }
-}
-
-TEST(VROCommonUtilityTest, OnlyAnObjectIsADictionary) {
-  for (const std::string_view text : {"[]", "1", "", "{"}) {
-    ErrorPtr error;
-    EXPECT_FALSE(VROCommonUtility::getDictionaryFromJSONString(text, &error).has_value());
-    EXPECT_NE(error, nullptr) << text;
-    EXPECT_FALSE(VROCommonUtility::getDictionaryFromJSONString(text, nullptr).has_value());
-  }
-  ErrorPtr error;
-  const auto parsed =
-      VROCommonUtility::getDictionaryFromJSONData(Data::fromBytes(R"({"b":1,"a":2})"), &error);
-  ASSERT_TRUE(parsed.has_value());
-  EXPECT_EQ(error, nullptr);
-  EXPECT_EQ(VROCommonUtility::getJSONStringFromNSDictionary(*parsed, &error), R"({"b":1,"a":2})");
-  EXPECT_FALSE(VROCommonUtility::getJSONStringFromNSDictionary({{"a", Data()}}, &error));
-  EXPECT_NE(error, nullptr);
 }
 
 }  // namespace
