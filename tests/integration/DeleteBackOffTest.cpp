@@ -26,16 +26,13 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* kService = "http://127.0.0.1/services/storage";
 
-/// Always draws the same number of seconds.
-class FixedRandom final : public Random {
+/// Draws the greatest number that is allowed, but none above `most`.
+class GreatRandom final : public Random {
  public:
-  explicit FixedRandom(std::int64_t seconds) : seconds_(seconds) {}
-  std::int64_t integer(std::int64_t /*least*/, std::int64_t /*greatest*/) override {
-    return seconds_;
+  std::int64_t integer(std::int64_t /*least*/, std::int64_t greatest) override {
+    return most < 0 ? greatest : most;
   }
-
- private:
-  const std::int64_t seconds_;
+  std::int64_t most = -1;
 };
 
 /// The runtime's, and how many have begun to sleep.
@@ -65,7 +62,22 @@ void startDelete(Random& random, Sleeper& sleeper, const BinaryBlock& onSuccess,
   task->start();
 }
 
-/// What the tests check in a process of their own, whose status is 0 when all was as it
+class DeleteClockTest : public test::FileAdapterFixture {};
+
+TEST_F(DeleteClockTest, SecondStatusRequestFollowsTheFirstAfterTheDrawnSecond) {
+  transport_->answer(answerWith(200, R"({"httpStatusCode":"202","poll_api":"/jobs/7"})"));
+  transport_->answer(answerWith(200, R"({"poll_status":"true"})"));
+  transport_->answer(answerWith(200, R"({"poll_status":"false"})"));
+  GreatRandom random;
+  const auto begin = Clock::now();
+  startDelete(random, Sleeper::shared(), onSuccess(), onFailure());
+  EXPECT_EQ(awaitNext().block, "success");
+  EXPECT_GE(Clock::now() - begin, std::chrono::seconds(1));
+  EXPECT_LT(Clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_EQ(transport_->requestCount(), 3U);
+}
+
+/// What the tests below check in a process of their own, whose status is 0 when all was as it
 /// should be.
 void require(bool condition, const char* what) {
   if (condition) return;
@@ -109,7 +121,8 @@ class BusyDeletes {
 
 [[noreturn]] void holdUpNothing() {
   constexpr int kDeletes = 1000;
-  FixedRandom random(3600);
+  GreatRandom random;
+  random.most = 3600;
   CountingSleeper sleeper;
   BusyDeletes deletes(kDeletes);
   deletes.start(random, sleeper);
@@ -130,7 +143,8 @@ class BusyDeletes {
 }
 
 [[noreturn]] void shutDownAmidPolling() {
-  FixedRandom random(0);  // polls again at once, so that deletes are at every step
+  GreatRandom random;
+  random.most = 0;  // polls again at once, so that deletes are at every step
   BusyDeletes deletes(300);
   deletes.start(random, Sleeper::shared());
   deletes.shutDownAndCheck();

@@ -247,5 +247,26 @@ TEST_F(DownloadTest, DownloadThatEndsInSilenceKeepsItsIdentifierButNoMemory) {
   EXPECT_EQ(awaitNext().value.dictionaryValue()["code"], Value("10002"));
 }
 
+TEST_F(DownloadTest, TemplateThatIsNotJsonEndsInAFailedRequest) {
+  answerLookUp({Dictionary{{"file_name", "a"}, {"download_template", "{"}}});
+  download();
+  EXPECT_EQ(awaitNext().block, "failure");
+  EXPECT_EQ(transport_->requests().at(1).url, "");
+}
+
+TEST_F(DownloadTest, LinkToNothingIsNoFileThatIsThereAndIsLeftAlone) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  std::filesystem::create_directory(downloads_);
+  std::filesystem::create_symlink(home_ / "nothing", downloads_ + "/a");
+  answerLookUp({record("a")});
+  transport_->answer(answerWith(200, "bytes"));
+  download();
+  const Event event = awaitNext();
+  ASSERT_EQ(event.block, "failure");
+  EXPECT_EQ(errorIn(event.value)->code(), 6002);
+  EXPECT_TRUE(std::filesystem::is_symlink(downloads_ + "/a"));
+  EXPECT_FALSE(std::filesystem::exists(home_ / "nothing"));
+}
+
 }  // namespace
 }  // namespace varo::binary

@@ -1,3 +1,4 @@
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Platform/Foundation/Base64.h"
@@ -346,6 +347,44 @@ TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
                         onSuccess(), onFailure(), onProgress())}});
   task->start();
   EXPECT_EQ(awaitEvents(2).back().value.dictionaryValue()["code"], Value("6012"));
+}
+
+TEST_F(UploadTest, MetadataWithoutJsonFormIsReportedAndTheRequestStillSent) {
+  write(path_, "bytes");
+  transport_->answer(answerWith(200, "{}"));
+  uploadPath({{"metadata", Dictionary{{"file_name", "a"}, {"bytes", Data()}}}});
+  // The failure block has no order relative to the progress block.
+  const auto events = awaitEvents(2);
+  EXPECT_EQ(std::count_if(events.begin(), events.end(),
+                          [](const Event& event) { return event.block == "failure"; }),
+            1);
+  awaitEndOfTasks();
+  EXPECT_EQ(transport_->requests().at(0).body, "");
+}
+
+TEST_F(UploadTest, CommitThatIsNotJsonIsReportedAndStillSent) {
+  const struct {
+    Value properties;
+    std::size_t failures;
+    std::string body;
+  } cases[] = {{Dictionary{{"bytes", Data()}}, 2, ""},
+               {"text", 1, R"({"commit_properties":"text"})"}};
+  for (const auto& item : cases) {
+    const std::size_t before = events().size();
+    transport_->answer(answerWith(200, R"({"opstatus":0})"));
+    auto task = std::make_shared<UploadCommiterTask>();
+    task->setInputContext(
+        {{"commitUrl", "http://h/"},
+         {"uploadParams",
+          Dictionary{{"metadata", Dictionary{{"commit_properties", item.properties}}}}},
+         {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
+                          onSuccess(), onFailure(), onProgress())}});
+    task->start();
+    task.reset();
+    awaitEvents(before + item.failures + 1);
+    awaitEndOfTasks();
+    EXPECT_EQ(transport_->requests().back().body, item.body);
+  }
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
@@ -9,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
 #include <stdexcept>
 #include <thread>
@@ -170,6 +172,33 @@ TEST(BinaryCallbackTest, ProgressHoldsTheReporterAndSuccessDoesNot) {
   }));
   release.set_value();
   EXPECT_NE(ran.get_future().get(), reporter);
+}
+
+TEST(BinaryLoggerTest, SinksThatThrowOrLogThemselvesDoNoHarm) {
+  const test::RecordingLog log;
+  BinaryLogger& logger = BinaryLogger::sharedInstance();
+  std::atomic<int> inside{0};
+  log->onWrite = [&](std::string_view name) {
+    EXPECT_EQ(name, "Binary");
+    EXPECT_EQ(++inside, 1);
+    logger.logInfo("from inside");
+    --inside;
+    throw std::runtime_error("the sink is full");
+  };
+  testing::internal::CaptureStderr();
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([&] {
+        for (int k = 0; k < 50; ++k) logger.logError("message");
+      });
+    }
+  }
+  const std::string reported = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(log->count(LogLevel::kError, "message"), 200);
+  EXPECT_EQ(log->count(LogLevel::kInfo, "from inside"), 0);
+  EXPECT_THAT(reported,
+              testing::HasSubstr("An Exception occured std::runtime_error , the sink is full\n"));
 }
 
 }  // namespace
