@@ -1,7 +1,7 @@
 // Question: what do a leaf task and a loop iteration cost beside the bare hand-overs between
-// threads that each needs? A leaf needs two (start to execute, end to listener), an iteration three
-// (execute, end of the subtask, step). The goal is at most three times the bare ones, whether these
-// run on the runtime's own pools or on Boost.Asio's.
+// threads that each needs? A leaf needs two (start to execute, end to listener), an iteration one
+// (end of the subtask to the loop). The goal is at most three times the bare ones, whether these
+// run on the runtime's own pool or on Boost.Asio's.
 
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/TaskEngine/VSAbstractLoopingTask.h"
@@ -44,12 +44,9 @@ class EndSignal final : public TaskListener {
   std::binary_semaphore seen{0};
 };
 
-/// Posts `count` jobs, each from the one before, to one pool or to two in turn, and waits for the
-/// last.
+/// Posts `count` jobs, each from the one before; the last releases `done`.
 void handOver(int count, int number, std::binary_semaphore& done) {
-  Runtime& runtime = Runtime::shared();
-  ThreadPool& pool = number % 3 == 2 ? runtime.loopSteps() : runtime.pool();
-  (void)pool.post([count, number, &done] {
+  (void)Runtime::shared().pool().post([count, number, &done] {
     if (number + 1 == count) {
       done.release();
     } else {
@@ -58,19 +55,14 @@ void handOver(int count, int number, std::binary_semaphore& done) {
   });
 }
 
-/// The same with pools of Boost.Asio.
-struct AsioPools {
-  boost::asio::thread_pool tasks{4};
-  boost::asio::thread_pool loopSteps{1};
-};
-
-void asioHandOver(AsioPools& pools, int count, int number, std::binary_semaphore& done) {
-  boost::asio::thread_pool& pool = number % 3 == 2 ? pools.loopSteps : pools.tasks;
-  boost::asio::post(pool, [&pools, count, number, &done] {
+/// The same with a pool of Boost.Asio.
+void asioHandOver(boost::asio::thread_pool& pool, int count, int number,
+                  std::binary_semaphore& done) {
+  boost::asio::post(pool, [&pool, count, number, &done] {
     if (number + 1 == count) {
       done.release();
     } else {
-      asioHandOver(pools, count, number + 1, done);
+      asioHandOver(pool, count, number + 1, done);
     }
   });
 }
@@ -85,10 +77,10 @@ void BareHandOversOfALeaf(benchmark::State& state) {
 BENCHMARK(BareHandOversOfALeaf)->UseRealTime();
 
 void BareAsioHandOversOfALeaf(benchmark::State& state) {
-  AsioPools pools;
+  boost::asio::thread_pool pool(4);
   std::binary_semaphore done{0};
   for (auto _ : state) {
-    asioHandOver(pools, 2, 0, done);
+    asioHandOver(pool, 2, 0, done);
     done.acquire();
   }
 }
@@ -108,7 +100,7 @@ BENCHMARK(LeafFromStartToListener)->UseRealTime();
 void BareHandOversOfAnIteration(benchmark::State& state) {
   std::binary_semaphore done{0};
   for (auto _ : state) {
-    handOver(3 * kIterations, 0, done);
+    handOver(kIterations, 0, done);
     done.acquire();
   }
   state.SetItemsProcessed(state.iterations() * kIterations);
@@ -116,10 +108,10 @@ void BareHandOversOfAnIteration(benchmark::State& state) {
 BENCHMARK(BareHandOversOfAnIteration)->UseRealTime();
 
 void BareAsioHandOversOfAnIteration(benchmark::State& state) {
-  AsioPools pools;
+  boost::asio::thread_pool pool(4);
   std::binary_semaphore done{0};
   for (auto _ : state) {
-    asioHandOver(pools, 3 * kIterations, 0, done);
+    asioHandOver(pool, kIterations, 0, done);
     done.acquire();
   }
   state.SetItemsProcessed(state.iterations() * kIterations);

@@ -273,7 +273,7 @@ def measure_engine(bench, table):
     for figure, ours, needed in (
             ("leaf task, start to listener, beside two hand-overs", "LeafFromStartToListener",
              "HandOversOfALeaf"),
-            ("loop iteration beside three hand-overs", "LoopIteration", "HandOversOfAnIteration")):
+            ("loop iteration beside one hand-over", "LoopIteration", "HandOversOfAnIteration")):
         for bare, pool in ((f"Bare{needed}", "our pool"), (f"BareAsio{needed}", "Boost.Asio's")):
             table.compare(f"{figure} ({pool})", [cost / 1000 for cost in nanoseconds[ours]],
                           [cost / 1000 for cost in nanoseconds[bare]], "us", at_most=3)

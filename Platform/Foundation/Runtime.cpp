@@ -30,8 +30,7 @@ Runtime& Runtime::shared() {
   return *instance;
 }
 
-Runtime::Runtime()
-    : pool_(poolOptions(), growth_), loopSteps_({.name = "varo-loop", .coreThreads = 1}, growth_) {}
+Runtime::Runtime() : pool_(poolOptions(), growth_) {}
 
 void Runtime::onShutdown(std::function<void()> step) {
   const MutexLock lock(mutex_);
@@ -39,11 +38,9 @@ void Runtime::onShutdown(std::function<void()> step) {
 }
 
 void Runtime::shutdown() {
-  if (pool_.runsInThisThread() || loopSteps_.runsInThisThread()) return endWaits();
+  if (pool_.runsInThisThread()) return endWaits();
   const MutexLock oneAtATime(shutdownMutex_);
   endWaits();
-  // The steps first: a loop that ends in one of them needs the pool to tell its listeners.
-  loopSteps_.shutdown();
   pool_.shutdown();
   growth_.shutdown();
 }

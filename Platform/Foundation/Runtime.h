@@ -21,9 +21,7 @@ class Runtime {
 
   /// Runs tasks, their notifications, network completions, and the queues of user callbacks.
   [[nodiscard]] ThreadPool& pool() noexcept { return pool_; }
-  /// Runs the steps between two iterations of looping tasks, which may sleep; nothing else.
-  [[nodiscard]] ThreadPool& loopSteps() noexcept { return loopSteps_; }
-  /// Ends the pauses between iterations of loops. Shut down before the pools: what waits is called.
+  /// Ends the pauses between iterations of loops. Shut down before the pool: what waits is called.
   [[nodiscard]] TimerQueue& timers() noexcept { return timers_; }
 
   /// Registers what `shutdown` does first, last registered first: a network transport ends its
@@ -42,10 +40,9 @@ class Runtime {
   Runtime();
   void endWaits();
 
-  TimerQueue growth_;  // of the pools; until their last job has run
+  TimerQueue growth_;  // of the pool; until its last job has run
   TimerQueue timers_;
   ThreadPool pool_;
-  ThreadPool loopSteps_;
   /// Held through a shutdown from outside; the runtime's threads never take it.
   Mutex shutdownMutex_;
   mutable Mutex mutex_;

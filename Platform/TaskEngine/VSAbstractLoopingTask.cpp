@@ -49,13 +49,7 @@ void VSAbstractLoopingTask::subtaskFinished(const std::shared_ptr<VSTask>& subta
   const bool success =
       state == TaskState::Ended || (state == TaskState::Errored && treatErrorAsSuccess());
   if (!success) return failWith(*subtask);
-  continueWith([subtask, state](VSAbstractLoopingTask& loop) { loop.takeStep(subtask, state); });
-}
-
-/// Runs `step` on a thread for loop steps.
-void VSAbstractLoopingTask::continueWith(const std::function<void(VSAbstractLoopingTask&)>& step) {
-  auto job = [self = self<VSAbstractLoopingTask>(), step] { self->guarded([&] { step(*self); }); };
-  if (!Runtime::shared().loopSteps().post(std::move(job))) raiseError(shutDownError(*this));
+  takeStep(subtask, state);
 }
 
 void VSAbstractLoopingTask::takeStep(const std::shared_ptr<VSTask>& subtask, TaskState state) {
@@ -73,19 +67,21 @@ void VSAbstractLoopingTask::takeStep(const std::shared_ptr<VSTask>& subtask, Tas
 }
 
 void VSAbstractLoopingTask::sleepThenIterate(const std::shared_ptr<VSTask>& subtask) {
-  sleeper_.wakeAfter(
-      delay_, [self = self<VSAbstractLoopingTask>(), subtask](TimerQueue::Reason reason) {
-        if (reason == TimerQueue::Reason::kShutDown) {
-          self->raiseError(shutDownError(*self));
-        } else {
-          self->continueWith([subtask](VSAbstractLoopingTask& loop) { loop.iterate(subtask); });
-        }
-      });
+  auto wake = [self = self<VSAbstractLoopingTask>(), subtask](TimerQueue::Reason reason) {
+    auto job = [self, subtask] { self->guarded([&] { self->iterate(subtask); }); };
+    if (reason == TimerQueue::Reason::kShutDown || !Runtime::shared().pool().post(std::move(job))) {
+      self->raiseError(shutDownError(*self));
+    }
+  };
+  sleeper_.wakeAfter(delay_, std::move(wake));
 }
 
 /// A loop that was ended from outside while it slept stays ended.
 void VSAbstractLoopingTask::iterate(const std::shared_ptr<VSTask>& subtask) {
-  if (!isFinal(state())) runSubtask(subtask, inputContext());
+  if (isFinal(state())) return;
+  if (Runtime::shared().isShutDown()) return raiseError(shutDownError(*this));
+  // On this thread: handing each execution to another one costs more than many a step.
+  runSubtask(subtask, inputContext(), Where::kHere);
 }
 
 bool VSAbstractLoopingTask::shouldIterate(TaskState /*subTaskState*/) { return !isFinal(state()); }

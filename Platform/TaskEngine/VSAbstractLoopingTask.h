@@ -4,7 +4,6 @@
 #include "Platform/TaskEngine/VSTask.h"
 
 #include <chrono>
-#include <functional>
 #include <memory>
 
 namespace varo::platform {
@@ -14,9 +13,12 @@ namespace varo::platform {
 /// Each iteration hands the loop's input context to the subtask, which starts with a fresh state
 /// and empty output. When it has ended, its output replaces what the previous iteration left in the
 /// loop's output context, and `shouldIterate` decides; before the next iteration
-/// `transformInputContextForNextIteration` updates the loop's input. Both run on threads that no
-/// other kind of work needs. A loop ends as Ended when it should not go on, as Errored when the
-/// subtask failed and the error does not count as success.
+/// `transformInputContextForNextIteration` updates the loop's input. Both, and the next execution
+/// of the subtask, run on the engine thread that delivered the end of the last one: an iteration
+/// costs one hand-over between threads. A step that wants to wait asks for it with
+/// `sleepBeforeNextIteration`; one that blocks nevertheless holds up nobody else, since the pool
+/// grows. A loop ends as Ended when it should not go on, as Errored when the subtask failed and the
+/// error does not count as success, and as Errored, too, once the runtime has been shut down.
 class VSAbstractLoopingTask : public VSTask {
  public:
   /// `error` is set, unless it is null, when there is no subtask; the loop then ends as Errored
@@ -43,7 +45,6 @@ class VSAbstractLoopingTask : public VSTask {
   void sleepBeforeNextIteration(std::chrono::milliseconds delay) { delay_ = delay; }
 
  private:
-  void continueWith(const std::function<void(VSAbstractLoopingTask&)>& step);
   void takeStep(const std::shared_ptr<VSTask>& subtask, TaskState state);
   void sleepThenIterate(const std::shared_ptr<VSTask>& subtask);
   void iterate(const std::shared_ptr<VSTask>& subtask);

@@ -106,14 +106,20 @@ std::vector<ErrorPtr> VSTask::errors() const {
   return errors_;
 }
 
-void VSTask::start() {
+/// False in any state but NotStarted.
+bool VSTask::becomeStarted() {
   bool deliver = false;
   {
     const MutexLock lock(mutex_);
-    if (state_ != TaskState::NotStarted) return;
+    if (state_ != TaskState::NotStarted) return false;
     deliver = changeStateLocked(TaskState::Started);
   }
   if (deliver) scheduleDelivery();
+  return true;
+}
+
+void VSTask::start() {
+  if (!becomeStarted()) return;
   auto run = [self = shared_from_this()] { self->guarded([&self] { self->execute(); }); };
   if (!Runtime::shared().pool().post(std::move(run))) {
     raiseError(engineError(*this, kEngineShutDown, "The task engine has been shut down"));
@@ -346,7 +352,7 @@ void VSTask::startFreeSubtasks() {
   if (allEnded) setState(TaskState::Ended);
 }
 
-void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input) {
+void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input, Where where) {
   subtask->beginRunFor(shared_from_this(), std::move(input));
   {
     const MutexLock lock(mutex_);
@@ -355,7 +361,8 @@ void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input
       child->resting.reset();
     }
   }
-  subtask->start();
+  if (where == Where::kPool) return subtask->start();
+  if (subtask->becomeStarted()) subtask->guarded([&subtask] { subtask->execute(); });
 }
 
 void VSTask::beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input) {

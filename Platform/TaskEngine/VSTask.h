@@ -132,7 +132,11 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   /// Runs `subtask`, a child that does not run, with `input`: a fresh state, empty output and
   /// errors. It keeps this task alive until it has come to its end; then `subtaskFinished` is
   /// called.
-  void runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input);
+  /// With `Where::kHere` its `execute` is called on this thread, an engine thread, before this
+  /// returns.
+  enum class Where { kPool, kHere };
+  void runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input,
+                  Where where = Where::kPool);
 
   /// Takes over what a failed subtask left (errors, error context) and moves to Errored.
   void failWith(const VSTask& subtask);
@@ -173,6 +177,7 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   void scheduleDelivery();
   void deliverAll();
   void deliver(const Notification& notification);
+  [[nodiscard]] bool becomeStarted();
   void beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input);
   void reportEndToRunner(std::uint64_t run, TaskState state);
   void takeBack(const std::shared_ptr<VSTask>& subtask);

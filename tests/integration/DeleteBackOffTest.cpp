@@ -134,7 +134,7 @@ class BusyDeletes {
   require(listed.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready,
           "a list completes meanwhile");
   Runtime& runtime = Runtime::shared();
-  require(runtime.pool().threadCount() + runtime.loopSteps().threadCount() < 50, "threads are few");
+  require(runtime.pool().threadCount() < 50, "threads are few");
 
   const auto begin = Clock::now();
   deletes.shutDownAndCheck();
