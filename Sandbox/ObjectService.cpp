@@ -104,7 +104,9 @@ void ObjectService::registerRoutes(Router& router) {
   router.add("POST", path, [this](const HttpRequest&, RequestBody& body) { return create(body); });
   router.add("PUT", path,
              [this](const HttpRequest& request, RequestBody& body) { return put(request, body); });
-  router.add("PATCH", path, [this](const HttpRequest&, RequestBody& body) { return commit(body); });
+  router.add("PATCH", path, [this](const HttpRequest&, RequestBody& body) {
+    return change(body, Change::kCommit);
+  });
 }
 
 HttpResponse ObjectService::list(const HttpRequest& request) const {
@@ -174,12 +176,14 @@ std::string ObjectService::uploadTemplate(const std::string& id, const TemplateK
 
 HttpResponse ObjectService::put(const HttpRequest& request, RequestBody& body) {
   const std::string* override = request.header("X-HTTP-Method-Override");
-  if (override == nullptr || equalIgnoringCase(*override, "PUT")) return update(body);
-  if (equalIgnoringCase(*override, "PATCH")) return commit(body);
+  if (override == nullptr || equalIgnoringCase(*override, "PUT")) {
+    return change(body, Change::kUpdate);
+  }
+  if (equalIgnoringCase(*override, "PATCH")) return change(body, Change::kCommit);
   return errorResponse(kUnknownPath, "X-HTTP-Method-Override names no method of this path", 405);
 }
 
-HttpResponse ObjectService::update(RequestBody& body) {
+HttpResponse ObjectService::change(RequestBody& body, Change change) {
   auto read = readObject(body);
   if (auto* refusal = std::get_if<HttpResponse>(&read)) return std::move(*refusal);
   const json::object& entries = std::get<json::object>(read);
@@ -189,30 +193,16 @@ HttpResponse ObjectService::update(RequestBody& body) {
   for (;;) {
     auto record = stores_.records.find(*id);
     if (!record) return errorResponse(kNotFound, fmt::format("there is no file \"{}\"", *id));
-    json::object metadata = parseJsonObject(record->metadata).value_or(json::object());
-    mergeMetadata(entries, metadata);
-    record->metadata = json::serialize(metadata);
-    if (stores_.records.replace(*record, propertiesOf(*record, metadata))) break;
-  }
-  return success({{"file_id", *id}});
-}
-
-HttpResponse ObjectService::commit(RequestBody& body) {
-  auto read = readObject(body);
-  if (auto* refusal = std::get_if<HttpResponse>(&read)) return std::move(*refusal);
-  const json::object& entries = std::get<json::object>(read);
-  const auto id = textUnder(entries, "file_id");
-  if (!id) return errorResponse(kBadParameter, "\"file_id\" is missing or not a text");
-  for (;;) {
-    auto record = stores_.records.find(*id);
-    if (!record) return errorResponse(kNotFound, fmt::format("there is no file \"{}\"", *id));
-    if (auto refusal = completeRecord(entries, *record)) return *std::move(refusal);
-    json::object metadata = parseJsonObject(record->metadata).value_or(json::object());
-    mergeMetadata(entries, metadata);
-    record->metadata = json::serialize(metadata);
-    if (stores_.records.replace(*record, propertiesOf(*record, metadata))) {
-      return success({{"file_id", *id}, {"file_size", record->size}});
+    if (change == Change::kCommit) {
+      if (auto refusal = completeRecord(entries, *record)) return *std::move(refusal);
     }
+    json::object metadata = parseJsonObject(record->metadata).value_or(json::object());
+    mergeMetadata(entries, metadata);
+    record->metadata = json::serialize(metadata);
+    if (!stores_.records.replace(*record, propertiesOf(*record, metadata))) continue;
+    json::object answer{{"file_id", *id}};
+    if (change == Change::kCommit) answer["file_size"] = record->size;
+    return success(std::move(answer));
   }
 }
 

@@ -31,8 +31,9 @@ class ObjectService {
   [[nodiscard]] HttpResponse list(const HttpRequest& request) const;
   [[nodiscard]] HttpResponse create(RequestBody& body);
   [[nodiscard]] HttpResponse put(const HttpRequest& request, RequestBody& body);
-  [[nodiscard]] HttpResponse update(RequestBody& body);
-  [[nodiscard]] HttpResponse commit(RequestBody& body);
+  /// Merges the entries of the body into the metadata; a commit completes the upload with them.
+  enum class Change { kUpdate, kCommit };
+  [[nodiscard]] HttpResponse change(RequestBody& body, Change change);
 
   [[nodiscard]] std::string recordText(const FileRecord& record) const;
   [[nodiscard]] std::string uploadTemplate(const std::string& id, const TemplateKind& kind) const;

@@ -7,20 +7,18 @@
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 namespace varo::test {
 
-/// Draws the greatest number, or always the same, and notes the bounds. For one loop at a time.
+/// Draws the greatest number and notes the bounds. For one loop at a time.
 class GreatestRandom final : public platform::Random {
  public:
   std::int64_t integer(std::int64_t least, std::int64_t greatest) override {
     EXPECT_EQ(least, 0);
     bounds.push_back(greatest);
-    return drawn.value_or(greatest);
+    return greatest;
   }
-  std::optional<std::int64_t> drawn;
   std::vector<std::int64_t> bounds;
 };
 
