@@ -1,6 +1,7 @@
 #include "Platform/Foundation/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 
 namespace varo::platform {
@@ -32,6 +33,14 @@ std::size_t sequenceLength(std::string_view bytes) noexcept {
     return second && isContinuation(at(2)) && isContinuation(at(3)) ? 4 : 0;
   }
   return 0;
+}
+
+constexpr std::array<std::string_view, 4> kIntegerPlaceholders{"%ld", "%lu", "%lld", "%d"};
+
+const std::string_view* integerPlaceholderAt(std::string_view text) {
+  return std::find_if(
+      kIntegerPlaceholders.begin(), kIntegerPlaceholders.end(),
+      [text](std::string_view placeholder) { return text.starts_with(placeholder); });
 }
 
 }  // namespace
@@ -67,12 +76,14 @@ std::string formatMessage(std::string_view pattern, std::initializer_list<Value>
   std::size_t i = 0;
   while (i < pattern.size()) {
     const std::string_view rest = pattern.substr(i);
+    const std::string_view* integer =
+        next == values.end() ? kIntegerPlaceholders.end() : integerPlaceholderAt(rest);
     if (next != values.end() && rest.starts_with("%@")) {
       result += (next++)->description();
       i += 2;
-    } else if (next != values.end() && rest.starts_with("%ld")) {
+    } else if (integer != kIntegerPlaceholders.end()) {
       result += std::to_string((next++)->integerValue());
-      i += 3;
+      i += integer->size();
     } else {
       result += pattern[i++];
     }

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "Platform/Foundation/Block.h"
+#include "Platform/Foundation/Value.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+/// Keys of the contexts of download tasks, and the blocks that travel in them. They are arrays
+/// because a dictionary takes its keys as `std::string`.
+namespace varo::binary {
+
+class Chunk;
+
+// Input of a download.
+inline constexpr char kBlobId[] = "BlobID";
+inline constexpr char kChunkSizeKey[] = "ChunkSize";
+inline constexpr char kClientID[] = "ClientID";
+inline constexpr char kDBName[] = "DBName";
+inline constexpr char kDownloadHeaders[] = "Headers";
+inline constexpr char kFileParams[] = "FileParams";
+inline constexpr char kImageColumnName[] = "ImageColumnName";
+inline constexpr char kObjectName[] = "ObjectName";
+inline constexpr char kOnChunkDownloadCompleted[] = "onChunkDownloadCompleted";
+inline constexpr char kOnlineDownloadTask[] = "OnlineDownloadTask";
+inline constexpr char kOnStreamDownloadCompleted[] = "onStreamDownloadCompleted";
+inline constexpr char kPrimaryKeys[] = "primaryKeys";
+inline constexpr char kRequestMethod[] = "RequestMethod";
+inline constexpr char kResponseType[] = "ResponseType";
+inline constexpr char kScopeName[] = "ScopeName";
+inline constexpr char kSessionID[] = "SessionID";
+inline constexpr char kStreaming[] = "Streaming";
+inline constexpr char kTotalBytesDownloaded[] = "TotalBytesDownloaded";
+inline constexpr char kURL[] = "URL";
+
+// Input and output: the size of the whole object, bytes.
+inline constexpr char kTotalFileSize[] = "TotalFileSize";
+
+// Output.
+inline constexpr char kDataChunk[] = "DataChunk";
+inline constexpr char kFilePath[] = "FilePath";
+inline constexpr char kIsAsteriskRecieved[] = "isAsteriskRecieved";
+
+// Error contexts: the user information of the error raised.
+inline constexpr char kDataPersistanceError[] = "DataPersistanceError";
+inline constexpr char kDownloadError[] = "DownloadError";
+inline constexpr char kNetworkError[] = "NetworkError";
+inline constexpr char kPersistenceError[] = "PersistenceError";
+
+/// Called after every chunk written: blob id, bytes in the file, size of the whole object (0 while
+/// unknown), the caller's "FileParams". On the queue that writes the chunks of all downloads, so it
+/// should be quick.
+using OnChunkDownloadCompleted =
+    platform::Block<void(const std::string& blobId, std::int64_t bytesWritten,
+                         std::int64_t totalSize, const platform::Value& fileParams)>;
+
+/// Called for every chunk that is not empty of a streamed download, in order: blob id, chunk, the
+/// caller's "FileParams". On the same queue; while it runs, the download asks for no more than a
+/// few chunks.
+using OnStreamDownloadCompleted =
+    platform::Block<void(const std::string& blobId, const std::shared_ptr<Chunk>& chunk,
+                         const platform::Value& fileParams)>;
+
+}  // namespace varo::binary

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace varo::binary {
+
+class DataPersistenceTask;
+class NetworkTask;
+
+/// The outcome of a start, pause or resume: blob id, error or null, result or none.
+using DownloadBlock =
+    std::function<void(const std::optional<std::string>& blobId, const platform::ErrorPtr& error,
+                       const std::optional<platform::Dictionary>& result)>;
+using DownloadStartedBlock =
+    std::function<void(const std::string& name, const platform::Value& fileParams)>;
+using DownloadFailureBlock = std::function<void(
+    const std::string& name, const platform::ErrorPtr& error, const platform::Value& fileParams)>;
+using DownloadCompletedBlock = std::function<void(
+    const std::string& blobId, const std::string& filePath, const platform::Value& fileParams)>;
+
+/// One download of one object: a `NetworkTask` that fetches it range by range, beside a
+/// `DataPersistenceTask` that writes the ranges to the object's file or hands them to a block. Its
+/// name is the blob id.
+///
+/// Ends when the persistence task has, in the state of the network task: Paused, Ended or Errored;
+/// or Errored where the bytes could not be kept. A download that was stopped stays in the state it
+/// was in and is freed.
+///
+/// Input: "BlobID", and what the two subtasks read. Output: "BlobID", "FilePath", "TotalFileSize".
+/// Error context: "DownloadError", or what the subtask that failed has in its own. The file of a
+/// download belongs to it alone from its first chunk until it is paused, stopped, has failed or
+/// `releaseFile` is called; another download of it in any process fails meanwhile.
+class DownloadTask final : public platform::VSTask {
+ public:
+  /// A task of this name (the blob id) with its two subtasks.
+  [[nodiscard]] static std::shared_ptr<DownloadTask> create(std::string name);
+  ~DownloadTask() override;
+
+  void execute() override;
+
+  /// Asks for no further range. The task is Paused when all that has arrived is in the file.
+  void pauseDownload();
+  /// Goes on with a paused download, from the input's "TotalBytesDownloaded" on.
+  void resumeDownload();
+  /// Asks for no further range and writes no further byte. Final.
+  void stop();
+  /// Lets other downloads write the file: for the owner of an Ended task that has noted its end.
+  void releaseFile();
+  /// Replaces the input context.
+  void updateInputContext(platform::Dictionary dictionary);
+
+  /// Hears of the persistence task.
+  void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
+            platform::TaskState to, const platform::Dictionary& context) override;
+
+  // Carried for the manager, never called by the task. A block that is taken is gone, so that each
+  // request is answered once.
+  void setStartDownloadTaskCompletionBlock(DownloadBlock block);
+  [[nodiscard]] DownloadBlock takeStartDownloadTaskCompletionBlock();
+  void setPauseDownloadTaskCompletionBlock(DownloadBlock block);
+  [[nodiscard]] DownloadBlock takePauseDownloadTaskCompletionBlock();
+  void setResumeDownloadTaskCompletionBlock(DownloadBlock block);
+  [[nodiscard]] DownloadBlock takeResumeDownloadTaskCompletionBlock();
+
+ private:
+  struct Badge {};
+
+ public:
+  DownloadTask(Badge, std::string name);
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,55 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace varo::platform {
+class VRODatabaseAPI;
+}
+
+namespace varo::binary {
+
+/// The table that holds one row for each blob of the application's database. The application's sync
+/// engine owns its schema; this library never creates or alters it.
+inline constexpr char kVaroSyncBlobStoreMangager[] = "varosyncBLOBSTOREMANAGER";
+
+/// The statements through which the library reads and writes the application's database. Each is
+/// one statement, committed by itself. Where-conditions are equality tests on every key, joined by
+/// AND. Nothing is thrown: failures show in the result and the log. Thread-safe.
+class SQLiteUtil {
+ public:
+  SQLiteUtil() = delete;
+
+  /// The absolute path of the database of this name, below the user's library directory. Empty,
+  /// which no operation opens, for a name that would lead out of that directory.
+  [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
+
+  /// Opens the database into the shared handle. It must exist.
+  static bool checkAndInitializeDatabaseWithDBPath(const std::string& dbPath);
+
+  /// Inserts a row and returns its id; 0 when the database could not be opened or the statement not
+  /// be built, -1 when it failed.
+  static std::int64_t insertStatementForDatabase(const std::string& dbPath,
+                                                 const std::string& ForTable,
+                                                 const platform::Dictionary& withValues);
+
+  /// The rows that match, each a `Dictionary` column -> value, SQL NULL as the text "NULL"; none
+  /// when they could not be read.
+  [[nodiscard]] static std::optional<platform::Array> queryDataForDatabase(
+      const std::string& dbPath, const std::string& ForTable,
+      const platform::Dictionary& withWhereClause);
+
+  /// True also when no row matched.
+  static bool updateStatementForDatabase(const std::string& dbPath, const std::string& forTable,
+                                         const platform::Dictionary& withColumnsToBeUpdated,
+                                         const platform::Dictionary& withWhereClause);
+  static bool deleteStatementForDatabase(const std::string& dbPath, const std::string& forTable,
+                                         const platform::Dictionary& withWhereClause);
+};
+
+}  // namespace varo::binary
