@@ -59,12 +59,12 @@ std::uint16_t parsePort(const std::string& option, const std::string& text) {
 }
 
 LogLevel parseLogLevel(const std::string& option, const std::string& text) {
-  static const std::vector<std::string> names = {"trace", "debug", "info", "warning",
-                                                 "error", "fatal", "off"};
-  const auto name = std::find(names.begin(), names.end(), text);
-  if (name == names.end())
-    reject(option, "'" + text + "' is not one of " + CLI::detail::join(names, ", "));
-  return static_cast<LogLevel>(name - names.begin());
+  const auto level = platform::logLevelNamed(text);
+  if (!level) {
+    reject(option, "'" + text + "' is not one of " +
+                       fmt::format("{}", fmt::join(platform::kLogLevelNames, ", ")));
+  }
+  return *level;
 }
 
 binary::TransferPolicy parsePolicy(const std::string& option, const std::string& text) {

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <limits>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -171,17 +172,27 @@ File::File(Badge /*badge*/, int descriptor, std::string path, bool canBeNamed)
 
 File::~File() { ::close(descriptor_); }
 
-Result<std::shared_ptr<const File>> File::openForReading(const std::string& path) {
+Result<std::shared_ptr<File>> File::openRegular(const std::string& path, int flags) {
   if (hasNul(path)) return Error::fromErrno(EINVAL, "Opening", path);
-  // Without O_NONBLOCK, opening a FIFO would wait for its writer.
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  // Without O_NONBLOCK, opening a FIFO would wait for its other end.
+  const int descriptor = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) return Error::fromErrno(errno, "Opening", path);
-  auto file = std::make_shared<const File>(Badge{}, descriptor, path, false);
+  auto file = std::make_shared<File>(Badge{}, descriptor, path, false);
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) return Error::fromErrno(errno, "Opening", path);
   if (S_ISDIR(status.st_mode)) return Error::fromErrno(EISDIR, "Opening", path);
   if (!S_ISREG(status.st_mode)) return Error::fromErrno(EINVAL, "Opening", path);
   return file;
+}
+
+Result<std::shared_ptr<const File>> File::openForReading(const std::string& path) {
+  auto file = openRegular(path, O_RDONLY);
+  if (!file) return file.error();
+  return std::shared_ptr<const File>(std::move(file).value());
+}
+
+Result<std::shared_ptr<File>> File::openForWriting(const std::string& path) {
+  return openRegular(path, O_RDWR | O_NOFOLLOW);
 }
 
 Result<std::shared_ptr<File>> File::createUnnamed(const std::string& directory) {
@@ -236,6 +247,47 @@ Result<void> File::writeAt(std::uint64_t offset, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }
   return {};
+}
+
+Result<void> File::setSize(std::uint64_t size) {
+  while (::ftruncate(descriptor_, static_cast<off_t>(size)) != 0) {
+    if (errno != EINTR) return Error::fromErrno(errno, "Cutting", path_);
+  }
+  return {};
+}
+
+Result<void> File::sync() const {
+  if (::fdatasync(descriptor_) != 0) return Error::fromErrno(errno, "Syncing", path_);
+  const std::string directory = directoryOf(path_);
+  const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return Error::fromErrno(errno, "Syncing", directory);
+  // Some file systems cannot sync a directory, and keep names safe in their own way.
+  const int failure = ::fsync(descriptor) != 0 && errno != EINVAL ? errno : 0;
+  ::close(descriptor);
+  if (failure != 0) return Error::fromErrno(failure, "Syncing", directory);
+  return {};
+}
+
+void File::startWriteback(std::uint64_t offset, std::uint64_t length) const noexcept {
+  // Whether it works does not matter: `sync` waits for everything.
+  (void)::sync_file_range(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length),
+                          SYNC_FILE_RANGE_WRITE);
+}
+
+Result<void> File::lock() const {
+  while (::flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EINTR) continue;
+    if (errno == EWOULDBLOCK) return Error::fromErrno(errno, "Locking", path_);
+    break;
+  }
+  return {};
+}
+
+bool File::isAt(const std::string& path) const noexcept {
+  struct stat named {};
+  struct stat opened {};
+  return ::lstat(path.c_str(), &named) == 0 && ::fstat(descriptor_, &opened) == 0 &&
+         named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
 Result<void> storeFile(const std::string& path, const Data& data) {

@@ -29,6 +29,10 @@ class File {
   /// already. Mode 0600 less the umask.
   [[nodiscard]] static Result<std::shared_ptr<File>> createNew(const std::string& path);
 
+  /// Opens the regular file at `path` for reading and writing. Errors: a symbolic link is ELOOP, a
+  /// directory EISDIR, another special file EINVAL (opening it never blocks).
+  [[nodiscard]] static Result<std::shared_ptr<File>> openForWriting(const std::string& path);
+
   ~File();
   File(const File&) = delete;
   File& operator=(const File&) = delete;
@@ -38,6 +42,20 @@ class File {
   [[nodiscard]] Result<std::size_t> readAt(std::uint64_t offset, std::span<char> buffer) const;
   /// Writes all of `bytes`.
   [[nodiscard]] Result<void> writeAt(std::uint64_t offset, std::string_view bytes);
+  /// Cuts the file to `size` bytes, or lengthens it with zeros.
+  [[nodiscard]] Result<void> setSize(std::uint64_t size);
+  /// Waits until what was written, and the file's name in its directory, are on the disk. Tells of
+  /// write errors that no call before could know of.
+  [[nodiscard]] Result<void> sync() const;
+  /// Has the system begin to bring a region to the disk, so that `sync` has less to wait for.
+  void startWriteback(std::uint64_t offset, std::uint64_t length) const noexcept;
+
+  /// Locks the file for this object, against every other one and other processes (advisory: only
+  /// those that ask are kept out); unlocked with the last owner. Errors: EWOULDBLOCK where it is
+  /// locked already. Succeeds on a file system that has no locks.
+  [[nodiscard]] Result<void> lock() const;
+  /// Whether `path` names this file still, not another one or none.
+  [[nodiscard]] bool isAt(const std::string& path) const noexcept;
 
   /// The descriptor, owned by this object.
   [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
@@ -53,6 +71,9 @@ class File {
   File(Badge, int descriptor, std::string path, bool canBeNamed);
 
  private:
+  [[nodiscard]] static Result<std::shared_ptr<File>> openRegular(const std::string& path,
+                                                                 int flags);
+
   const int descriptor_;
   const std::string path_;
   const bool canBeNamed_;

@@ -1,11 +1,19 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 namespace varo::platform {
 
 enum class LogLevel : std::int32_t { kTrace, kDebug, kInfo, kWarning, kError, kFatal, kOff };
+
+/// The names of the levels, in their order.
+inline constexpr std::array<std::string_view, 7> kLogLevelNames{"trace", "debug", "info", "warning",
+                                                                "error", "fatal", "off"};
+/// The level of this name, in any letter case; none for another text.
+[[nodiscard]] std::optional<LogLevel> logLevelNamed(std::string_view name) noexcept;
 
 /// Where in the program a message was logged. The pointers are to literals.
 struct LogLocation {

@@ -131,6 +131,13 @@ void sendWithBody(HttpRequest request, RequestType type, const Value& body,
 
 }  // namespace
 
+std::optional<std::string> HttpResponseInfo::headerField(std::string_view name) const {
+  for (const DictionaryEntry& field : headerFields_) {
+    if (equalIgnoringCase(field.key, name)) return field.value.textValue();
+  }
+  return std::nullopt;
+}
+
 std::string HttpResponseInfo::description() const {
   return fmt::format("HTTP status {}, headers {}", statusCode_, Value(headerFields_).description());
 }

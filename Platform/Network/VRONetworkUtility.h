@@ -39,6 +39,8 @@ class HttpResponseInfo final : public Object {
   [[nodiscard]] int statusCode() const noexcept { return statusCode_; }
   /// Names as the peer wrote them, values of a repeated field joined by ", ".
   [[nodiscard]] const Dictionary& allHeaderFields() const noexcept { return headerFields_; }
+  /// The value of this field, its name in any letter case; none where it is not there.
+  [[nodiscard]] std::optional<std::string> headerField(std::string_view name) const;
   [[nodiscard]] std::string description() const override;
 
  private:

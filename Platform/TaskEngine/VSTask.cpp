@@ -158,7 +158,7 @@ void VSTask::raiseContextChangeEvent() {
   if (deliver) scheduleDelivery();
 }
 
-/// The one place where a state changes. Whether a delivery is to be scheduled.
+/// Where a task changes its own state. Whether a delivery is to be scheduled.
 bool VSTask::changeStateLocked(TaskState to) {
   if (!mayChange(state_, to)) return false;
   const TaskState from = std::exchange(state_, to);
@@ -375,6 +375,33 @@ void VSTask::beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input) {
   state_ = TaskState::NotStarted;
   runner_.swap(runner);
   ++run_;
+}
+
+void VSTask::resumeSubtask(const std::shared_ptr<VSTask>& subtask) {
+  subtask->continueRunFor(shared_from_this());
+}
+
+void VSTask::continueRunFor(std::shared_ptr<VSTask> runner) {
+  bool deliver = false;
+  {
+    const MutexLock lock(mutex_);
+    runner_.swap(runner);  // the parameter goes after the lock
+    ++run_;
+    if (state_ != TaskState::Started) {
+      deliver = enqueueLocked(std::exchange(state_, TaskState::Started), TaskState::Started);
+    }
+  }
+  if (deliver) scheduleDelivery();
+}
+
+void VSTask::restSubtask(const std::shared_ptr<VSTask>& subtask) {
+  std::shared_ptr<VSTask> released;
+  {
+    const MutexLock lock(subtask->mutex_);
+    released.swap(subtask->runner_);
+    ++subtask->run_;
+  }
+  takeBack(subtask);
 }
 
 void VSTask::reportEndToRunner(std::uint64_t run, TaskState state) {

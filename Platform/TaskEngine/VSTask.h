@@ -138,6 +138,12 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   void runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input,
                   Where where = Where::kPool);
 
+  /// Puts `subtask`, which has paused or come to its end, back to Started without calling its
+  /// `execute` and with its contexts as they are; it keeps this task alive again.
+  void resumeSubtask(const std::shared_ptr<VSTask>& subtask);
+  /// A paused subtask waits for nothing, so it no longer keeps this task alive.
+  void restSubtask(const std::shared_ptr<VSTask>& subtask);
+
   /// Takes over what a failed subtask left (errors, error context) and moves to Errored.
   void failWith(const VSTask& subtask);
 
@@ -179,6 +185,7 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   void deliver(const Notification& notification);
   [[nodiscard]] bool becomeStarted();
   void beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input);
+  void continueRunFor(std::shared_ptr<VSTask> runner);
   void reportEndToRunner(std::uint64_t run, TaskState state);
   void takeBack(const std::shared_ptr<VSTask>& subtask);
   void startFreeSubtasks();

@@ -1,9 +1,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 
 #include "Binary/Binary/BinaryLogger.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/Binary/Utils/BlockCall.h"
 
-#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -22,7 +21,6 @@ constexpr std::string_view kProgressNotDefined = "Progress callback is not defin
 constexpr std::string_view kNoResult = "Result sent is nil or undefined for SuccessCallback";
 constexpr std::string_view kNoError = "Error sent is nil or undefined for FailureCallback";
 constexpr std::string_view kNoProgress = "Progress sent is nil or undefined for ProgressCallback";
-constexpr std::string_view kBlockThrew = "A callback of the application threw, exception : %@";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
@@ -85,13 +83,7 @@ void BinaryCallback::submit(const SharedBlock& block, const Value& value) {
 }
 
 void BinaryCallback::run(const BinaryBlock& block, const Value& value) {
-  try {
-    block(value);
-  } catch (const std::exception& exception) {
-    logger().logError(kBlockThrew, exception.what());
-  } catch (...) {
-    logger().logError(kBlockThrew, kUnknownException);
-  }
+  callBlock([&] { block(value); });
 }
 
 }  // namespace varo::binary

@@ -1,0 +1,423 @@
+#include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/NetworkTask.h"
+#include "Binary/Binary/Utils/BlockCall.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Text.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Foundation/WorkQueue.h"
+#include "Platform/TaskEngine/VSTaskError.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::Error;
+using platform::ErrorPtr;
+using platform::SerialQueue;
+using platform::TaskState;
+using platform::Value;
+using platform::VSTask;
+using platform::VSTaskError;
+
+namespace {
+
+constexpr std::string_view kChunkQueue = "chunkQueue";
+constexpr std::string_view kOnlineFolder = "downloads";
+constexpr std::string_view kOfflineFolder = "blobs";
+constexpr std::int64_t kErrorCode = 999;
+constexpr char kPath[] = "path";
+
+constexpr std::string_view kInputErrorName = "dataPersistanceTask";
+constexpr std::string_view kInputErrorDomain = "DataPersistance Task";
+constexpr std::string_view kFileErrorName = "persistenceTask";
+constexpr std::string_view kFileErrorDomain = "Data Persistence";
+constexpr std::string_view kEmptyBodyDomain = "DataPersistantTask";
+constexpr std::string_view kInvalidInput = "Invalid inputs provided to the dataPersistance task.";
+constexpr std::string_view kFileNotThere = "FileDoesn't exist at path.";
+
+constexpr std::string_view kInside = "Inside %@  ";
+constexpr std::string_view kInvalidInputLogged = "Invalid inputs provided to the download task.";
+constexpr std::string_view kInListener = "Inside the Data Persistence listener!   ";
+constexpr std::string_view kStateChange = "Task:%@ fromState:%lu toState:%lu  ";
+constexpr std::string_view kNetworkState =
+    "Inside task listener of data persistence and the state of network task is : %lu";
+constexpr std::string_view kSetEmptyChunk = "Inside set Empty chunk.";
+constexpr std::string_view kEmptyChunk = "Empty Chunk Recieved from server";
+constexpr std::string_view kFilePathIs = "File Path : %@";
+constexpr std::string_view kFileCreated =
+    "File for download task %@ has been created at filepath : %@";
+constexpr std::string_view kSettingSize = "Setting the file size in the first call.";
+constexpr std::string_view kFileNotCreated = "Error in creating file at file path : %@";
+constexpr std::string_view kCreationFailed =
+    "Creating error for download task %@ and setting the state for data persistence as errored.";
+constexpr std::string_view kFileFailed = "Error in writing file at file path : %@";
+constexpr std::string_view kPaused =
+    "Network task has been paused for download task %@ hence ending Data Persistence task.";
+constexpr std::string_view kDownloaded = "Total file for download task %@ has been downloaded.";
+constexpr std::string_view kDownloadedInRanges =
+    "Total file for download task %@ has been downloaded via partial requests.";
+constexpr std::string_view kNoBlobId = "unable to set output context for blob id as it is nil";
+constexpr std::string_view kNoFilePath = "unable to set output context for filepath at it is nil";
+constexpr std::string_view kNoFileSize = "unable to set output context for file size as it is nil";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+/// One for all downloads: their chunks are written one at a time.
+SerialQueue& chunkQueue() {
+  static auto& queue = *new SerialQueue(std::string(kChunkQueue));  // used until the very end
+  return queue;
+}
+
+Value number(TaskState state) { return static_cast<std::int64_t>(state); }
+
+bool tellsOfAnotherObject(const Dictionary& context) {
+  const platform::Array* errors = context[platform::kTaskErrors].array();
+  if (errors == nullptr) return false;
+  return std::any_of(errors->begin(), errors->end(), [](const Value& error) {
+    return error.error() != nullptr && error.error()->code() == kCodeIntegrityCheckFailed;
+  });
+}
+
+}  // namespace
+
+DataPersistenceTask::DataPersistenceTask(std::string name) : VSTask(std::move(name)) {}
+
+void DataPersistenceTask::execute() {
+  logger().logTrace(kInside, name());
+  if (getBlobID().empty()) {
+    logger().logError(kInvalidInputLogged);
+    const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
+    _errorContext.set(kDataPersistanceError, userInfo);
+    return raiseError(std::make_shared<const VSTaskError>(
+        ID(), std::string(kInputErrorName), std::string(kInputErrorDomain), kErrorCode, userInfo));
+  }
+  // On the queue, so that it comes before every chunk and after what is left of an earlier run.
+  chunkQueue().async([self = self<DataPersistenceTask>()] { self->beginRun(); });
+}
+
+void DataPersistenceTask::beginRun() {
+  _totalFileSize = _totalSizeWritten = _totalBytesReceived = streamPosition_ = 0;
+  _isNetworkTaskPaused = _isAsteriskRecieved = _isReceivedChunkNil = false;
+  _isNetworkTaskEnded = isNetworkTaskErrored_ = false;
+  _fileHandle.release();
+  checkForStreamingAndCallbacks();
+}
+
+void DataPersistenceTask::checkForStreamingAndCallbacks() {
+  const Dictionary input = inputContext();
+  _streaming = input[kStreaming].boolValue();
+  _onStreamDownloadCompletedCompletionBlock =
+      _streaming ? input[kOnStreamDownloadCompleted].objectAs<OnStreamDownloadCompleted>()
+                 : nullptr;
+  _onChunkDownloadCompletedCompletionBlock =
+      _streaming ? nullptr : input[kOnChunkDownloadCompleted].objectAs<OnChunkDownloadCompleted>();
+}
+
+void DataPersistenceTask::stop() {
+  setState(TaskState::Stopped);
+  releaseFile();
+}
+
+void DataPersistenceTask::releaseFile() {
+  chunkQueue().async([self = self<DataPersistenceTask>()] { self->_fileHandle.release(); });
+}
+
+// Where the file is.
+
+std::string DataPersistenceTask::getBlobID() const { return inputContext()[kBlobId].textValue(); }
+
+std::string DataPersistenceTask::getDirectoryPath(const std::string& folder) {
+  const std::string path = platform::UserDirectories::current()->documents() + "/" + folder;
+  std::error_code ignored;  // creating the file will tell
+  std::filesystem::create_directories(path, ignored);
+  return path;
+}
+
+std::string DataPersistenceTask::computeFilePath() const {
+  const bool isOnline = inputContext()[kOnlineDownloadTask].boolValue();
+  const std::string directory =
+      getDirectoryPath(std::string(isOnline ? kOnlineFolder : kOfflineFolder));
+  const std::string fileName =
+      isOnline ? platform::formatMessage("%d_%@", {CommonUtils::getEpochTime(), getBlobID()})
+               : getBlobID();
+  // A blob id is what a server or a database says.
+  if (!platform::staysInDirectory(directory, fileName)) return {};
+  return directory + "/" + fileName;
+}
+
+/// The name of an online download's file changes with the second, unless the policy has it computed
+/// once. Empty for a blob id that would lead out of the folder.
+std::string DataPersistenceTask::getFilePath() {
+  if (transferPolicy() == TransferPolicy::kSafe) {
+    if (filePath_.empty()) filePath_ = computeFilePath();
+    logger().logDebug(kFilePathIs, filePath_);
+    return filePath_;
+  }
+  std::string path = computeFilePath();
+  logger().logDebug(kFilePathIs, path);
+  return path;
+}
+
+bool DataPersistenceTask::hasStablePath() const {
+  return transferPolicy() == TransferPolicy::kSafe ||
+         !inputContext()[kOnlineDownloadTask].boolValue();
+}
+
+// What the network task does.
+
+void DataPersistenceTask::task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
+                               const Dictionary& context) {
+  logger().logDebug(kInListener);
+  logger().logDebug(kStateChange, task->name(), number(from), number(to));
+  const auto network = std::dynamic_pointer_cast<NetworkTask>(task);
+  if (network == nullptr) return;
+  const Dictionary received = context[platform::kTaskOutputContext].dictionaryValue();
+  if (from == TaskState::Started && to == TaskState::Started) {
+    return addChunkToQueue(network, received);
+  }
+  if (to != TaskState::Ended && to != TaskState::Paused && to != TaskState::Errored) return;
+  if (to != TaskState::Ended) logger().logDebug(kNetworkState, number(to));
+  setEmptyChunk(network, to, context);
+}
+
+void DataPersistenceTask::addChunkToQueue(const std::shared_ptr<NetworkTask>& network,
+                                          const Dictionary& context) {
+  const auto chunk = context[kDataChunk].objectAs<Chunk>();
+  chunkQueue().async([self = self<DataPersistenceTask>(), network, context, chunk] {
+    // Taken also by a task that has failed, so that the network task does not wait.
+    if (chunk != nullptr && !network->takeChunk(chunk)) return;
+    if (!self->isWriting()) return;
+    self->guarded([&] {
+      self->noteContext(context);
+      self->processChunk(chunk);
+    });
+  });
+}
+
+/// Queued behind all chunks that were delivered before.
+void DataPersistenceTask::setEmptyChunk(const std::shared_ptr<NetworkTask>& network, TaskState to,
+                                        const Dictionary& context) {
+  logger().logTrace(kSetEmptyChunk);
+  chunkQueue().async([self = self<DataPersistenceTask>(), network, to, context] {
+    // It may go on again, or have been started anew, before its turn comes here.
+    if (network->state() != to || !self->isWriting()) return;
+    self->guarded([&] {
+      self->noteContext(context[platform::kTaskOutputContext].dictionaryValue());
+      self->processEndMarker(to, tellsOfAnotherObject(context));
+    });
+  });
+}
+
+/// Also when it has Ended: that may have been before the network task's end.
+bool DataPersistenceTask::isWriting() const {
+  const TaskState now = state();
+  return now == TaskState::Started || now == TaskState::Ended;
+}
+
+void DataPersistenceTask::noteContext(const Dictionary& context) {
+  _isAsteriskRecieved = context[kIsAsteriskRecieved].boolValue();
+  _totalFileSize = context[kTotalFileSize].integerValue();
+}
+
+void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
+  if (to == TaskState::Paused) _isNetworkTaskPaused = true;
+  if (to == TaskState::Ended) _isNetworkTaskEnded = true;
+  if (to == TaskState::Errored) isNetworkTaskErrored_ = true;
+  if (isAnotherObject && !_streaming && hasStablePath()) {
+    // What is in the file can never become the object that the server has now.
+    (void)_fileHandle.empty(getFilePath());
+    _totalSizeWritten = 0;
+  }
+  if (to == TaskState::Ended && !_streaming && hasStablePath() && _totalFileSize > 0) {
+    const std::string path = getFilePath();
+    _totalSizeWritten = static_cast<std::int64_t>(DownloadFile::sizeAt(path));
+    if (_totalSizeWritten != _totalFileSize) {
+      return failWithFile(kIntegrityCheckFailed, Error::fromErrno(ESTALE, "Completing", path),
+                          path);
+    }
+  }
+  processChunk(nullptr);
+  // What a later run needs is only the file; an ended download keeps it until that is noted.
+  if (to != TaskState::Ended) _fileHandle.release();
+}
+
+void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk) {
+  if (chunk == nullptr || !chunk->data()) {
+    _isReceivedChunkNil = true;
+    return checkIfTaskCompleted();
+  }
+  if (chunk->data()->empty()) return logger().logWarning(kEmptyChunk);
+  _totalBytesReceived += static_cast<std::int64_t>(chunk->data()->size());
+  if (_streaming) return streamChunk(chunk);
+  writeData(chunk);
+}
+
+void DataPersistenceTask::streamChunk(const std::shared_ptr<Chunk>& chunk) {
+  if (_totalSizeWritten == 0) streamPosition_ = chunk->offset();
+  // A server may answer a later range with the whole object; bytes are handed out once.
+  const auto size = static_cast<std::int64_t>(chunk->data()->size());
+  const std::int64_t known = std::clamp<std::int64_t>(streamPosition_ - chunk->offset(), 0, size);
+  if (known == size) return;
+  const auto rest = known == 0 ? chunk
+                               : std::make_shared<Chunk>(
+                                     chunk->data()->slice(static_cast<std::uint64_t>(known),
+                                                          static_cast<std::uint64_t>(size - known)),
+                                     streamPosition_);
+  streamPosition_ = chunk->offset() + size;
+  _totalSizeWritten += size - known;
+  if (_onStreamDownloadCompletedCompletionBlock == nullptr) return;
+  callBlock([&] {
+    _onStreamDownloadCompletedCompletionBlock->function()(getBlobID(), rest,
+                                                          inputContext()[kFileParams]);
+  });
+}
+
+// The file.
+
+void DataPersistenceTask::writeData(const std::shared_ptr<Chunk>& chunk) {
+  const std::string path = getFilePath();
+  // A file that lost its beginning is not made anew: writing to it tells so.
+  const bool begins = chunk->offset() == 0 || !hasStablePath();
+  if (begins && platform::fileKindAt(path) == platform::FileKind::kNothing && !createFile(path)) {
+    return;
+  }
+  _isReceivedChunkNil = false;
+  if (writeChunk(*chunk, path)) checkIfTaskCompleted();
+}
+
+bool DataPersistenceTask::createFile(const std::string& path) {
+  const auto created = path.empty() ? Error::fromErrno(EINVAL, "Creating", getBlobID())
+                                    : _fileHandle.create(path).error();
+  if (created == nullptr) {
+    logger().logDebug(kFileCreated, getBlobID(), path);
+    if (!_isAsteriskRecieved) logger().logDebug(kSettingSize);
+    return true;
+  }
+  logger().logError(kFileNotCreated, path);
+  logger().logError(kCreationFailed, getBlobID());
+  _outputContext.set(kBlobId, getBlobID());
+  _outputContext.set(kFilePath, path);
+  failWithFile(kFileNotThere, created, path);
+  return false;
+}
+
+bool DataPersistenceTask::writeChunk(const Chunk& chunk, const std::string& toFile) {
+  const auto size = _fileHandle.write(
+      toFile, static_cast<std::uint64_t>(chunk.offset()), *chunk.data(),
+      hasStablePath() ? DownloadFile::Gaps::kRefused : DownloadFile::Gaps::kAllowed);
+  if (!size) {
+    logger().logError(kFileFailed, size.error());
+    setOutputContext();
+    failWithFile(size.error()->localizedDescription(), size.error(), toFile);
+    return false;
+  }
+  updateTotalSizeWritten(*size);
+  return true;
+}
+
+void DataPersistenceTask::updateTotalSizeWritten(std::uint64_t size) {
+  _totalSizeWritten = static_cast<std::int64_t>(size);
+  if (_onChunkDownloadCompletedCompletionBlock == nullptr) return;
+  callBlock([&] {
+    _onChunkDownloadCompletedCompletionBlock->function()(
+        getBlobID(), _totalSizeWritten, _totalFileSize, inputContext()[kFileParams]);
+  });
+}
+
+void DataPersistenceTask::failWithFile(std::string_view message, const ErrorPtr& cause,
+                                       const std::string& path) {
+  _fileHandle.release();
+  takeEndBack();
+  const Dictionary userInfo{
+      {std::string(platform::kErrorMessageKey), message},
+      {std::string(platform::kLocalizedDescriptionKey), cause->localizedDescription()},
+      {kPath, path}};
+  _errorContext.set(kPersistenceError, userInfo);
+  raiseError(std::make_shared<const VSTaskError>(
+      ID(), std::string(kFileErrorName), std::string(kFileErrorDomain), kErrorCode, userInfo));
+}
+
+void DataPersistenceTask::failWithEmptyBody() {
+  takeEndBack();
+  raiseError(CommonUtils::getErrorForTask(ID(), kEmptyBodyDomain, kCodeEmptyBodyReceived,
+                                          kEmptyBodyReceived, std::nullopt));
+}
+
+/// A task that has Ended, before the network task has, can still turn out to have failed.
+void DataPersistenceTask::takeEndBack() {
+  if (state() != TaskState::Ended) return;
+  setState(TaskState::NotStarted);
+  setState(TaskState::Started);
+}
+
+// The end.
+
+void DataPersistenceTask::checkIfTaskCompleted() {
+  if (_isAsteriskRecieved) return checkIfTaskOfUnknownSizeCompleted();
+  if (_totalSizeWritten >= _totalFileSize && _totalFileSize > 0) {
+    logger().logDebug(kDownloadedInRanges, getBlobID());
+    return end();
+  }
+  if (_isNetworkTaskPaused && _isReceivedChunkNil) {
+    logger().logDebug(kPaused, getBlobID());
+    _isNetworkTaskPaused = _isReceivedChunkNil = false;
+    return end();
+  }
+  if (!_isReceivedChunkNil) return raiseContextChangeEvent();
+  // A chunk that could not be made of an answer; the network task is about to tell its own end.
+  if (!_isNetworkTaskEnded && !isNetworkTaskErrored_) return;
+  if (_isNetworkTaskEnded && _totalBytesReceived == 0) return failWithEmptyBody();
+  logger().logDebug(kDownloaded, getBlobID());
+  _isReceivedChunkNil = false;
+  end();
+}
+
+void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted() {
+  if (!_isReceivedChunkNil) return;
+  const bool isInterrupted = _isNetworkTaskPaused || isNetworkTaskErrored_;
+  if (!isInterrupted && _totalBytesReceived == 0 && !hasEarlierBytes()) return failWithEmptyBody();
+  logger().logDebug(_isNetworkTaskPaused ? kPaused : kDownloaded, getBlobID());
+  end();
+}
+
+/// Whether the file has bytes of an earlier run, so that there may have been nothing to receive.
+bool DataPersistenceTask::hasEarlierBytes() {
+  return !_streaming && DownloadFile::sizeAt(getFilePath()) > 0;
+}
+
+void DataPersistenceTask::end() {
+  const bool mustBeOnDisk = _fileHandle.isOpen() || (_isNetworkTaskEnded && hasStablePath());
+  if (!_streaming && mustBeOnDisk) {
+    const std::string path = getFilePath();
+    if (const auto synced = _fileHandle.sync(path); !synced) {
+      logger().logError(kFileFailed, synced.error());
+      return failWithFile(synced.error()->localizedDescription(), synced.error(), path);
+    }
+  }
+  setOutputContext();
+  // A second end: the first came before the network task's, when nobody could act on it.
+  if (state() == TaskState::Ended) return raiseContextChangeEvent();
+  setState(TaskState::Ended);
+}
+
+void DataPersistenceTask::setOutputContext() {
+  const std::string blobId = getBlobID();
+  const std::string path = getFilePath();
+  blobId.empty() ? logger().logWarning(kNoBlobId) : _outputContext.set(kBlobId, blobId);
+  path.empty() ? logger().logWarning(kNoFilePath) : _outputContext.set(kFilePath, path);
+  _totalFileSize == 0 ? logger().logWarning(kNoFileSize)
+                      : _outputContext.set(kTotalFileSize, _totalFileSize);
+}
+
+}  // namespace varo::binary

@@ -1,0 +1,114 @@
+#include "Binary/Binary/DownloadTask/DownloadFile.h"
+
+#include "Platform/Foundation/Error.h"
+
+#include <cerrno>
+#include <string_view>
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Data;
+using platform::Error;
+using platform::File;
+using platform::Result;
+
+namespace {
+
+/// Bytes of one write. Linux keeps memory for the file cache at hand in pieces of up to 32 KiB;
+/// larger writes cost two to three times the CPU in a virtual machine whose free memory goes back
+/// to the host.
+constexpr std::size_t kWriteSize = std::size_t{32} * 1024;
+/// Bytes after which the system is asked to begin writing to the disk, so that `sync` at the end
+/// does not wait for the whole file.
+constexpr std::uint64_t kWritebackSize = std::uint64_t{8} * 1024 * 1024;
+
+}  // namespace
+
+Result<void> DownloadFile::create(const std::string& path) {
+  release();
+  auto created = File::createNew(path);
+  if (!created) return created.error();
+  _fileHandle = std::move(created).value();
+  return _fileHandle->lock();
+}
+
+Result<void> DownloadFile::open(const std::string& path) {
+  if (_fileHandle != nullptr && _fileHandle->path() == path) {
+    if (_fileHandle->isAt(path)) return {};
+    return Error::fromErrno(ESTALE, "Writing", path);
+  }
+  release();
+  auto opened = File::openForWriting(path);
+  if (!opened) return opened.error();
+  if (const auto locked = (*opened)->lock(); !locked) {
+    return Error::fromErrno(EBUSY, "Another download is writing", path);
+  }
+  _fileHandle = std::move(opened).value();
+  return {};
+}
+
+Result<std::uint64_t> DownloadFile::write(const std::string& path, std::uint64_t offset,
+                                          const Data& bytes, Gaps gaps) {
+  if (const auto opened = open(path); !opened) return opened.error();
+  isSynced_ = false;
+  const auto size = _fileHandle->size();
+  if (!size) return size.error();
+  if (*size < offset && gaps == Gaps::kRefused) {
+    return Error::fromErrno(ENODATA, "Going on with", path);
+  }
+  if (*size > offset) {
+    if (const auto cut = _fileHandle->setSize(offset); !cut) return cut.error();
+  }
+  if (const auto appended = append(offset, bytes); !appended) {
+    // Which of its bytes arrived is not known; a failure to cut them off changes nothing.
+    (void)_fileHandle->setSize(offset);
+    return appended.error();
+  }
+  return offset + bytes.size();
+}
+
+Result<void> DownloadFile::append(std::uint64_t offset, const Data& bytes) {
+  if (offset < unsent_) unsent_ = offset;
+  const auto written = bytes.forEachPiece([this, &offset](std::string_view piece) -> Result<void> {
+    while (!piece.empty()) {
+      const std::string_view part = piece.substr(0, kWriteSize);
+      if (const auto done = _fileHandle->writeAt(offset, part); !done) return done;
+      offset += part.size();
+      piece.remove_prefix(part.size());
+    }
+    return {};
+  });
+  if (written && offset - unsent_ >= kWritebackSize) {
+    _fileHandle->startWriteback(unsent_, offset - unsent_);
+    unsent_ = offset;
+  }
+  return written;
+}
+
+Result<void> DownloadFile::sync(const std::string& path) {
+  if (const auto opened = open(isOpen() ? _fileHandle->path() : path); !opened) return opened;
+  if (isSynced_) return {};
+  const auto synced = _fileHandle->sync();
+  isSynced_ = synced.ok();
+  return synced;
+}
+
+Result<void> DownloadFile::empty(const std::string& path) {
+  if (const auto opened = open(path); !opened) return opened;
+  return _fileHandle->setSize(0);
+}
+
+std::uint64_t DownloadFile::sizeAt(const std::string& path) {
+  const auto file = File::openForReading(path);
+  const auto size = file ? (*file)->size() : Result<std::uint64_t>(file.error());
+  return size ? *size : 0;
+}
+
+void DownloadFile::release() {
+  _fileHandle.reset();
+  isSynced_ = false;
+  unsent_ = 0;
+}
+
+}  // namespace varo::binary

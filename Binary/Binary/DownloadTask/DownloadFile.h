@@ -1,0 +1,54 @@
+#pragma once
+
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Result.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace varo::binary {
+
+/// The file that one download fills, from its first byte to its last without a gap: whatever
+/// happens, what is in it is the beginning of the object.
+///
+/// From the first write until `release` the file is locked, so that no second download of the same
+/// object, in this process or another, writes it meanwhile. Errors: domain "POSIX", with the path.
+/// Not thread-safe.
+class DownloadFile {
+ public:
+  /// Whether bytes may follow a hole.
+  enum class Gaps { kRefused, kAllowed };
+
+  /// Makes a new, empty file at `path`, and this object that file's.
+  [[nodiscard]] platform::Result<void> create(const std::string& path);
+
+  /// Cuts the file at `path` to `offset` bytes and writes `bytes` behind them, so that the file
+  /// ends with them. Returns its size. Errors: EBUSY where another download has the file, ENODATA
+  /// where it has fewer than `offset` bytes, ESTALE where another file has taken its place since
+  /// the last write. What could not be written completely is cut off again.
+  [[nodiscard]] platform::Result<std::uint64_t> write(const std::string& path, std::uint64_t offset,
+                                                      const platform::Data& bytes, Gaps gaps);
+  /// Whether a file is open and locked.
+  [[nodiscard]] bool isOpen() const noexcept { return _fileHandle != nullptr; }
+  /// Waits until all bytes are on the disk: those of the open file, else of the one at `path`.
+  [[nodiscard]] platform::Result<void> sync(const std::string& path);
+  /// Empties the file: its bytes are not those of the object any more.
+  [[nodiscard]] platform::Result<void> empty(const std::string& path);
+  /// Bytes in the file; 0 where there is none.
+  [[nodiscard]] static std::uint64_t sizeAt(const std::string& path);
+
+  /// Closes and unlocks the file.
+  void release();
+
+ private:
+  [[nodiscard]] platform::Result<void> open(const std::string& path);
+  [[nodiscard]] platform::Result<void> append(std::uint64_t offset, const platform::Data& bytes);
+
+  std::shared_ptr<platform::File> _fileHandle;
+  bool isSynced_ = false;     // nothing was written since the last `sync`
+  std::uint64_t unsent_ = 0;  // position up to which the system was asked to write to the disk
+};
+
+}  // namespace varo::binary

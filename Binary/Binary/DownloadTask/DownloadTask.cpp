@@ -1,0 +1,205 @@
+#include "Binary/Binary/DownloadTask/DownloadTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/NetworkTask.h"
+#include "Platform/TaskEngine/VSTaskError.h"
+
+#include <string_view>
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::MutexLock;
+using platform::TaskState;
+using platform::VSTask;
+using platform::VSTaskError;
+
+namespace {
+
+constexpr std::string_view kNetworkTask = "networkTask";
+constexpr std::string_view kPersistenceTask = "persistenceTask";
+constexpr std::string_view kInputErrorName = "downloadTask";
+constexpr std::string_view kInputErrorDomain = "Download Task";
+constexpr std::int64_t kInputErrorCode = 999;
+constexpr std::string_view kInvalidInput = "Invalid inputs provided to the download task.";
+
+constexpr std::string_view kInStop = "Inside Download task stop";
+constexpr std::string_view kInListener = "Inside Download Task Listener. Task Name:%@, State:%lu  ";
+constexpr std::string_view kPaused = "Download task with blob id %@ is paused.";
+constexpr std::string_view kEnded =
+    "Download task with blob ID %@ has been ended. Setting output context and setting state to "
+    "Ended.";
+constexpr std::string_view kNetworkTrouble =
+    "Download task %@ set to errored state due to network trouble. Raising the context change "
+    "event.. ";
+constexpr std::string_view kPersistenceTrouble =
+    "Download task %@ set to errored state due to persistence trouble. Raising the context change "
+    "event.. ";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+}  // namespace
+
+std::shared_ptr<DownloadTask> DownloadTask::create(std::string name) {
+  auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name));
+  task->createAndAddSubtasks();
+  return task;
+}
+
+DownloadTask::DownloadTask(Badge, std::string name)
+    : VSTask(std::move(name)),
+      _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask))),
+      _dataPersistenceTask(std::make_shared<DataPersistenceTask>(std::string(kPersistenceTask))) {}
+
+DownloadTask::~DownloadTask() { _dataPersistenceTask->releaseFile(); }
+
+void DownloadTask::createAndAddSubtasks() {
+  addSubtask(_networkTask);
+  addSubtask(_dataPersistenceTask);
+}
+
+void DownloadTask::setupListeners() {
+  _networkTask->subscribeForTaskUpdates(_dataPersistenceTask);
+  _dataPersistenceTask->subscribeForTaskUpdates(self<DownloadTask>());
+}
+
+bool DownloadTask::validateInput() const { return !inputContext()[kBlobId].textValue().empty(); }
+
+void DownloadTask::execute() {
+  setupListeners();
+  if (!validateInput()) {
+    logger().logError(kInvalidInput);
+    const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
+    _errorContext.set(kDownloadError, userInfo);
+    return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kInputErrorName),
+                                                          std::string(kInputErrorDomain),
+                                                          kInputErrorCode, userInfo));
+  }
+  // The listener is ready before there is anything to hear.
+  runSubtask(_dataPersistenceTask, inputContext(), Where::kHere);
+  runSubtask(_networkTask, inputContext());
+  Control control = Control::kNone;
+  {
+    const MutexLock lock(controlMutex_);
+    subtasksRun_ = true;
+    control = std::exchange(pendingControl_, Control::kNone);
+  }
+  if (control == Control::kPause) _networkTask->pauseDownload();
+  if (control == Control::kStop) stopSubtasks();
+}
+
+void DownloadTask::pauseDownload() {
+  if (toSubtasks(Control::kPause)) _networkTask->pauseDownload();
+}
+
+void DownloadTask::stop() {
+  logger().logTrace(kInStop);
+  if (toSubtasks(Control::kStop)) stopSubtasks();
+}
+
+bool DownloadTask::toSubtasks(Control control) {
+  const MutexLock lock(controlMutex_);
+  if (!subtasksRun_) pendingControl_ = control;
+  return subtasksRun_;
+}
+
+void DownloadTask::setSubtasksRun(bool run) {
+  const MutexLock lock(controlMutex_);
+  subtasksRun_ = run;
+}
+
+void DownloadTask::stopSubtasks() {
+  _networkTask->stop();
+  _dataPersistenceTask->stop();
+}
+
+void DownloadTask::resumeDownload() {
+  setSubtasksRun(true);
+  resumeSubtask(_dataPersistenceTask);
+  resumeSubtask(_networkTask);
+  setState(TaskState::Started);
+  _networkTask->setInputContext(inputContext());
+  _networkTask->resumeDownload();
+}
+
+void DownloadTask::releaseFile() { _dataPersistenceTask->releaseFile(); }
+
+void DownloadTask::updateInputContext(Dictionary dictionary) {
+  setInputContext(std::move(dictionary));
+}
+
+/// Its own listener decides when the download ends, not the end of a subtask.
+void DownloadTask::subtaskFinished(const std::shared_ptr<VSTask>& /*subtask*/,
+                                   TaskState /*state*/) {}
+
+void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
+                        const Dictionary& /*context*/) {
+  logger().logDebug(kInListener, task->name(), static_cast<std::int64_t>(to));
+  if (task != _dataPersistenceTask) return;
+  const TaskState persistence = task->state();
+  if (to == TaskState::Ended && persistence == TaskState::Ended) {
+    endAsNetworkTask();
+  } else if (to == TaskState::Errored && persistence == TaskState::Errored) {
+    logger().logDebug(kPersistenceTrouble, name());
+    _networkTask->stop();
+    setSubtasksRun(false);
+    _outputContext.replace(task->outputContext());
+    _errorContext.replace(task->errorContext());
+    setState(TaskState::Errored);
+  }
+}
+
+void DownloadTask::endAsNetworkTask() {
+  const TaskState network = _networkTask->state();
+  if (network == TaskState::Paused) {
+    logger().logDebug(kPaused, name());
+    restSubtask(_networkTask);
+  } else if (network == TaskState::Ended) {
+    logger().logDebug(kEnded, name());
+  } else if (network == TaskState::Errored) {
+    logger().logDebug(kNetworkTrouble, name());
+    _errorContext.replace(_networkTask->errorContext());
+  } else {
+    return;  // the persistence task tells again when the network task has come to its end
+  }
+  setSubtasksRun(false);
+  _outputContext.replace(_dataPersistenceTask->outputContext());
+  setState(network);
+}
+
+// The manager's blocks.
+
+void DownloadTask::setStartDownloadTaskCompletionBlock(DownloadBlock block) {
+  const MutexLock lock(blocksMutex_);
+  _startDownloadTaskCompletionBlock.swap(block);  // the parameter goes after the lock
+}
+
+DownloadBlock DownloadTask::takeStartDownloadTaskCompletionBlock() {
+  const MutexLock lock(blocksMutex_);
+  return std::exchange(_startDownloadTaskCompletionBlock, nullptr);
+}
+
+void DownloadTask::setPauseDownloadTaskCompletionBlock(DownloadBlock block) {
+  const MutexLock lock(blocksMutex_);
+  _pauseDownloadTaskCompletionBlock.swap(block);
+}
+
+DownloadBlock DownloadTask::takePauseDownloadTaskCompletionBlock() {
+  const MutexLock lock(blocksMutex_);
+  return std::exchange(_pauseDownloadTaskCompletionBlock, nullptr);
+}
+
+void DownloadTask::setResumeDownloadTaskCompletionBlock(DownloadBlock block) {
+  const MutexLock lock(blocksMutex_);
+  _resumeDownloadTaskCompletionBlock.swap(block);
+}
+
+DownloadBlock DownloadTask::takeResumeDownloadTaskCompletionBlock() {
+  const MutexLock lock(blocksMutex_);
+  return std::exchange(_resumeDownloadTaskCompletionBlock, nullptr);
+}
+
+}  // namespace varo::binary

@@ -1,0 +1,26 @@
+#include "Binary/Binary/Utils/BlockCall.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+
+#include <exception>
+#include <string_view>
+
+namespace varo::binary {
+namespace {
+
+constexpr std::string_view kBlockThrew = "A callback of the application threw, exception : %@";
+
+}  // namespace
+
+void callBlock(const std::function<void()>& call) noexcept {
+  try {
+    call();
+  } catch (const std::exception& exception) {
+    BinaryLogger::sharedInstance().logError(kBlockThrew, exception.what());
+  } catch (...) {
+    BinaryLogger::sharedInstance().logError(kBlockThrew, kUnknownException);
+  }
+}
+
+}  // namespace varo::binary
