@@ -177,12 +177,13 @@ Examples:
 )";
 
 constexpr std::string_view kSandbox =
-    R"(Run a complete local back end: an object service, and an outside object store.
+    R"(Run a complete local back end: an object service, a blob service, and an outside object
+store.
 
 Usage: varobinary [GLOBAL] sandbox [--port N] [--store-port N] [--data DIR]
            [--token-required T] [--listen ADDRESS]
 
-  --port N                port of the object service (default: any free one)
+  --port N                port of the object and blob services (default: any free one)
   --store-port N          port of the outside object store (default: any free one)
   --data DIR              keep records and bytes in DIR and serve what is there already
                           (default: a temporary directory, removed at the end)
@@ -191,7 +192,7 @@ Usage: varobinary [GLOBAL] sandbox [--port N] [--store-port N] [--data DIR]
                           The sandbox is no server for others: mind who can reach it
 
 Prints one line when it accepts connections, and runs until it is interrupted (Ctrl-C).
-With --json the line is {"event":"ready","url":...}.
+With --json the line is {"event":"ready","url":...,"blobUrl":...,"storeUrl":...}.
 
 Examples:
   varobinary sandbox --port 8080

@@ -120,7 +120,7 @@ HttpResponse BytesService::download(const HttpRequest& request) const {
   }
   const auto stored = bytes_.open(id);
   if (!stored) return errorResponse(kNotFound, "the bytes of this file are not here", 404);
-  return fileResponse(request, stored->file, stored->state.size, stored->state.entityTag);
+  return rangeResponse(request, {stored->file, stored->state.size, stored->state.entityTag});
 }
 
 }  // namespace varo::sandbox

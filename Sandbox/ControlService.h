@@ -7,8 +7,6 @@
 #include "Sandbox/RequestLog.h"
 #include "Sandbox/Router.h"
 
-#include <string_view>
-
 namespace varo::sandbox {
 
 /// What a tester says to the sandbox: faults, how deletes go, counters and the last requests, under
@@ -16,8 +14,6 @@ namespace varo::sandbox {
 /// Thread-safe.
 class ControlService {
  public:
-  static constexpr std::string_view kPathPrefix = "/control/";
-
   ControlService(FaultInjector& faults, RequestLog& log, DeleteDefault& deletes);
 
   void registerRoutes(Router& router);

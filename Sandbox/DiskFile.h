@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Sandbox/ByteSource.h"
+
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -9,7 +11,7 @@
 namespace varo::sandbox {
 
 /// An open file, closed with its last owner. Positioned access only, so threads may share it.
-class DiskFile {
+class DiskFile final : public ByteSource {
  public:
   enum class Mode { kRead, kReadWrite, kTruncate };
 
@@ -17,12 +19,11 @@ class DiskFile {
   [[nodiscard]] static std::shared_ptr<DiskFile> open(const std::string& path, Mode mode);
 
   explicit DiskFile(int descriptor) : descriptor_(descriptor) {}
-  ~DiskFile();
+  ~DiskFile() override;
   DiskFile(const DiskFile&) = delete;
   DiskFile& operator=(const DiskFile&) = delete;
 
-  /// Fills `buffer` as far as the file goes; -1 on an error.
-  [[nodiscard]] std::int64_t readAt(std::uint64_t offset, std::span<char> buffer) const;
+  [[nodiscard]] std::int64_t readAt(std::uint64_t offset, std::span<char> buffer) const override;
   [[nodiscard]] bool writeAt(std::uint64_t offset, std::string_view bytes);
   [[nodiscard]] bool truncate(std::uint64_t size);
   /// Copies `length` bytes from `from` to `to`; the two regions must not overlap.

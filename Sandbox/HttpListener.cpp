@@ -20,7 +20,7 @@ namespace {
 
 constexpr int kBacklog = 1024;
 constexpr std::size_t kBodyBlock = 256 * 1024;
-constexpr std::size_t kFileBlock = 512 * 1024;
+constexpr std::size_t kContentBlock = 512 * 1024;
 constexpr int kTransferTimeoutSeconds = 30;
 
 /// A request on its way through the HTTP library, which passes no context of ours along.
@@ -104,15 +104,15 @@ class BodySender {
       stopSignal_.waitFor(delivery.stallFor);
     }
     if (stopSignal_.raised() || (delivery.cutAfter && offset >= *delivery.cutAfter)) return false;
-    std::uint64_t piece = std::min<std::uint64_t>(length, kFileBlock);
+    std::uint64_t piece = std::min<std::uint64_t>(length, kContentBlock);
     for (const auto& border : {delivery.stallAfter, delivery.cutAfter}) {
       if (border) piece = std::min(piece, *border - offset);
     }
     const auto size = static_cast<std::size_t>(piece);
-    if (!response_.file) return sink.write(response_.text.data() + offset, size);
-    if (!block_) block_ = std::make_unique_for_overwrite<char[]>(kFileBlock);
+    if (!response_.content) return sink.write(response_.text.data() + offset, size);
+    if (!block_) block_ = std::make_unique_for_overwrite<char[]>(kContentBlock);
     const std::int64_t n =
-        response_.file->readAt(response_.fileOffset + offset, {block_.get(), size});
+        response_.content->readAt(response_.contentOffset + offset, {block_.get(), size});
     return n == static_cast<std::int64_t>(size) && sink.write(block_.get(), size);
   }
 

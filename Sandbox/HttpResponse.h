@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Sandbox/DiskFile.h"
+#include "Sandbox/ByteSource.h"
 #include "Sandbox/HttpRequest.h"
 
 #include <chrono>
@@ -21,28 +21,43 @@ struct Delivery {
   bool drop = false;                      ///< Close the connection without a byte.
 };
 
-/// One answer. The body is `text`, or a region of `file` when that is set.
+/// One answer. The body is `text`, or a region of `content` when that is set.
 struct HttpResponse {
   int status = 200;
   std::string contentType = "application/json";
   FieldList headers;
   std::string text;
-  std::shared_ptr<const DiskFile> file;
-  std::uint64_t fileOffset = 0;
-  std::uint64_t fileLength = 0;
+  std::shared_ptr<const ByteSource> content;
+  std::uint64_t contentOffset = 0;
+  std::uint64_t contentLength = 0;
   Delivery delivery;
 
-  [[nodiscard]] std::uint64_t bodyLength() const { return file ? fileLength : text.size(); }
+  [[nodiscard]] std::uint64_t bodyLength() const { return content ? contentLength : text.size(); }
 };
 
 /// `{"opstatus": code, "errmsg": message}` under `httpStatus`.
 [[nodiscard]] HttpResponse errorResponse(int opstatus, std::string_view message,
                                          int httpStatus = 200);
 
-/// The bytes of a stored file of `size` bytes: all of them, or the part that the request's Range
-/// header asks for (206), or 416. Several ranges and units other than bytes get the whole file.
-[[nodiscard]] HttpResponse fileResponse(const HttpRequest& request,
-                                        std::shared_ptr<const DiskFile> file, std::uint64_t size,
-                                        const std::string& entityTag);
+/// Bytes that an answer may carry: the whole of them, `size` long.
+struct Content {
+  std::shared_ptr<const ByteSource> bytes;
+  std::uint64_t size = 0;
+  std::string entityTag;
+};
+
+/// What "Content-Range" says of the size of the whole.
+enum class TotalSize {
+  kTold,
+  kHidden,  ///< "*"; a range behind the end is then an empty one, not an error.
+};
+
+/// All of the bytes, with status 200.
+[[nodiscard]] HttpResponse wholeResponse(Content content);
+
+/// The bytes: all of them, or the part that the request's Range header asks for (206), or 416.
+/// Several ranges and units other than bytes get the whole.
+[[nodiscard]] HttpResponse rangeResponse(const HttpRequest& request, Content content,
+                                         TotalSize total = TotalSize::kTold);
 
 }  // namespace varo::sandbox

@@ -63,7 +63,7 @@ HttpResponse OutsideStore::write(const HttpRequest& request, RequestBody& body) 
 HttpResponse OutsideStore::read(const HttpRequest& request) const {
   const auto stored = bytes_.open(request.pathArguments.front());
   if (!stored) return plainError(404, "there is no such object");
-  return fileResponse(request, stored->file, stored->state.size, stored->state.entityTag);
+  return rangeResponse(request, {stored->file, stored->state.size, stored->state.entityTag});
 }
 
 HttpResponse OutsideStore::remove(const HttpRequest& request) {

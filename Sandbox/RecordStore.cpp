@@ -38,6 +38,9 @@ CREATE TABLE IF NOT EXISTS blobs (
   chunks INTEGER NOT NULL,
   entity_tag TEXT NOT NULL,
   PRIMARY KEY (area, key)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS objects (
+  name TEXT PRIMARY KEY,
+  definition TEXT NOT NULL) WITHOUT ROWID;
 )";
 
 constexpr std::string_view kFileColumns =
@@ -192,6 +195,35 @@ void RecordStore::removeBlob(std::string_view area, std::string_view key) {
   bindText(statement, 1, area);
   bindText(statement, 2, key);
   statement.exec();
+}
+
+std::optional<std::string> RecordStore::findObject(std::string_view name) const {
+  const std::lock_guard lock(mutex_);
+  SQLite::Statement statement(*database_, "SELECT definition FROM objects WHERE name = ?");
+  bindText(statement, 1, name);
+  if (!statement.executeStep()) return std::nullopt;
+  return statement.getColumn(0).getString();
+}
+
+void RecordStore::putObject(std::string_view name, std::string_view definition) {
+  const std::lock_guard lock(mutex_);
+  SQLite::Statement statement(*database_,
+                              "INSERT OR REPLACE INTO objects (name, definition) VALUES (?, ?)");
+  bindText(statement, 1, name);
+  bindText(statement, 2, definition);
+  statement.exec();
+}
+
+std::vector<std::string> RecordStore::removeObjects() {
+  const std::lock_guard lock(mutex_);
+  SQLite::Transaction transaction(*database_);
+  SQLite::Statement select(*database_, "SELECT name FROM objects");
+  std::vector<std::string> names;
+  while (select.executeStep()) names.push_back(select.getColumn(0).getString());
+  select.reset();
+  database_->exec("DELETE FROM objects");
+  transaction.commit();
+  return names;
 }
 
 }  // namespace varo::sandbox

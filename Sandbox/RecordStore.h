@@ -65,6 +65,12 @@ class RecordStore {
   void putBlob(std::string_view area, std::string_view key, const BlobState& state);
   void removeBlob(std::string_view area, std::string_view key);
 
+  /// What was put under an object's name: a JSON object.
+  [[nodiscard]] std::optional<std::string> findObject(std::string_view name) const;
+  void putObject(std::string_view name, std::string_view definition);
+  /// Removes all of them; returns their names.
+  std::vector<std::string> removeObjects();
+
  private:
   void writeProperties(std::string_view id, const Properties& properties);
 

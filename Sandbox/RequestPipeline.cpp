@@ -1,6 +1,6 @@
 #include "Sandbox/RequestPipeline.h"
 
-#include "Sandbox/ControlService.h"
+#include "Sandbox/ControlRoute.h"
 #include "Sandbox/ServiceStatus.h"
 #include "Sandbox/TokenHeader.h"
 
@@ -34,7 +34,7 @@ RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken
     : listener_(std::move(listener)), requiredToken_(std::move(requiredToken)), shared_(shared) {}
 
 HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) const {
-  if (request.path.starts_with(ControlService::kPathPrefix)) return router_.route(request, body);
+  if (request.path.starts_with(kControlPath)) return router_.route(request, body);
 
   const auto fault = shared_.faults.hit(listener_, request);
   if (fault) shared_.stopSignal.waitFor(fault->latency);

@@ -1,5 +1,8 @@
 #include "Sandbox/SandboxServer.h"
 
+#include "Sandbox/BlobCatalog.h"
+#include "Sandbox/BlobControl.h"
+#include "Sandbox/BlobService.h"
 #include "Sandbox/ByteStore.h"
 #include "Sandbox/BytesService.h"
 #include "Sandbox/ControlService.h"
@@ -65,12 +68,16 @@ struct SandboxServer::Running {
       : records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
         serviceBytes(madeDirectory(options.dataDirectory + "/files"), "files", records),
         outsideBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
+        blobBytes(madeDirectory(options.dataDirectory + "/blobs"), "blobs", records),
+        blobs(records, blobBytes),
         objectService({records, serviceBytes, outsideBytes}, options.defaultTemplate,
                       [this, address = options.address] { return origin(address, store.port()); }),
         bytesService(records, serviceBytes),
         deleteService({records, serviceBytes, outsideBytes}, shared.defaultDelete),
+        blobService(blobs),
         outsideStore(outsideBytes),
         controlService(shared.faults, shared.log, shared.defaultDelete),
+        blobControl(blobs),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
                         {shared.faults, shared.log, stopSignal}),
         storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
@@ -85,6 +92,8 @@ struct SandboxServer::Running {
     objectService.registerRoutes(servicePipeline.router());
     bytesService.registerRoutes(servicePipeline.router());
     deleteService.registerRoutes(servicePipeline.router());
+    blobService.registerRoutes(servicePipeline.router());
+    blobControl.registerRoutes(servicePipeline.router());
     controlService.registerRoutes(servicePipeline.router());
     outsideStore.registerRoutes(storePipeline.router());
   }
@@ -95,11 +104,15 @@ struct SandboxServer::Running {
   RecordStore records;
   ByteStore serviceBytes;
   ByteStore outsideBytes;
+  ByteStore blobBytes;
+  BlobCatalog blobs;
   ObjectService objectService;
   BytesService bytesService;
   DeleteService deleteService;
+  BlobService blobService;
   OutsideStore outsideStore;
   ControlService controlService;
+  BlobControl blobControl;
   RequestPipeline servicePipeline;
   RequestPipeline storePipeline;
   HttpListener store;
@@ -140,6 +153,10 @@ std::string SandboxServer::url() const {
   return fmt::format("{}{}{}", originUrl(), kServicesPath, kStoragePath);
 }
 
+std::string SandboxServer::blobUrl() const {
+  return fmt::format("{}{}{}", originUrl(), kServicesPath, kBlobsPath);
+}
+
 std::string SandboxServer::originUrl() const {
   const std::lock_guard lock(shared_->mutex);
   return shared_->serviceOrigin;
@@ -156,6 +173,17 @@ void SandboxServer::addFault(FaultRule rule) { shared_->faults.add(std::move(rul
 void SandboxServer::clearFaults() { shared_->faults.clear(); }
 void SandboxServer::setDeletes(DeleteKind kind) { shared_->defaultDelete.set(kind); }
 void SandboxServer::resetDeletes() { shared_->defaultDelete.reset(); }
+
+std::optional<SandboxServer::Error> SandboxServer::putBlob(const BlobKey& key,
+                                                           const BlobObject& object) {
+  if (!running_) return Error{"the sandbox does not run"};
+  try {
+    running_->blobs.put(key, object);
+  } catch (const std::exception& exception) {
+    return Error{fmt::format("cannot keep the object: {}", exception.what())};
+  }
+  return std::nullopt;
+}
 
 ListenerStats SandboxServer::serviceStats() const { return shared_->log.stats(kServiceListener); }
 ListenerStats SandboxServer::storeStats() const { return shared_->log.stats(kStoreListener); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Sandbox/BlobObject.h"
 #include "Sandbox/Fault.h"
 #include "Sandbox/SandboxOptions.h"
 #include "Sandbox/Traffic.h"
@@ -11,10 +12,11 @@
 
 namespace varo::sandbox {
 
-/// A complete back end in this process: the object service with its control endpoint on one port,
-/// an outside object store on another. docs/sandbox.md describes what they answer.
+/// A complete back end in this process: the object service, the blob service and the control
+/// endpoint on one port, an outside object store on another. docs/sandbox.md describes what they
+/// answer.
 ///
-/// Thread-safe, except that `start`, `stop` and the destructor exclude each other.
+/// Thread-safe, except that `start`, `stop`, `putBlob` and the destructor exclude each other.
 class SandboxServer {
  public:
   /// Why the sandbox could not start.
@@ -37,9 +39,11 @@ class SandboxServer {
   /// more. Does nothing when nothing runs.
   void stop();
 
-  /// The base URL that an application is given. This and the next two are of the last start, and
+  /// The base URL that an application is given. This and the next three are of the last start, and
   /// stay what they were after `stop`.
   [[nodiscard]] std::string url() const;
+  /// The base URL of binary columns of records. It ends in a slash.
+  [[nodiscard]] std::string blobUrl() const;
   /// The outside store's scheme, host and port.
   [[nodiscard]] std::string storeUrl() const;
   /// Scheme, host and port of the object service, below which "/control/" lies.
@@ -54,6 +58,9 @@ class SandboxServer {
   /// the end of this object.
   void setDeletes(DeleteKind kind);
   void resetDeletes();
+  /// Makes or replaces an object of the blob service; the data directory keeps it. Only between
+  /// `start` and `stop`.
+  [[nodiscard]] std::optional<Error> putBlob(const BlobKey& key, const BlobObject& object);
   [[nodiscard]] ListenerStats serviceStats() const;
   [[nodiscard]] ListenerStats storeStats() const;
   /// The last few hundred requests, oldest first.

@@ -8,7 +8,10 @@ namespace varo::sandbox {
 /// and with "services", and append a template's relative path to it.
 inline constexpr std::string_view kServicesPath = "/services";
 inline constexpr std::string_view kStoragePath = "/data/v1/storage";
-/// Below the base path.
+/// The blob service's base path, behind "services", too. Clients append a scope's name to it as it
+/// is, hence the slash at its end.
+inline constexpr std::string_view kBlobsPath = "/blobs/";
+/// Below the object service's base path.
 inline constexpr std::string_view kFilesPath = "/objects/File";
 inline constexpr std::string_view kBytesPath = "/bytes/";
 inline constexpr std::string_view kOperationsPath = "/operations";

@@ -24,6 +24,7 @@ std::string instructions(const sandbox::SandboxServer& server,
   const std::string data =
       options.dataDirectory.empty() ? "temporary, removed at the end" : options.dataDirectory;
   return fmt::format(
+      "  blob service  {4}\n"
       "  object store  {1}\n"
       "  data          {2}\n"
       "\n"
@@ -34,7 +35,7 @@ std::string instructions(const sandbox::SandboxServer& server,
       "  {3} download $URL FILE_ID\n"
       "\n"
       "Ctrl-C stops it.",
-      server.url(), server.storeUrl(), data, command);
+      server.url(), server.storeUrl(), data, command, server.blobUrl());
 }
 
 }  // namespace
@@ -59,8 +60,10 @@ int run(Session& session, const SandboxCommandOptions& options) {
     const platform::ErrorPtr failure = platform::Error::make(kErrorDomain, 1, error->message);
     return session.finish({Outcome::Kind::kFailure, failure}, {});
   }
-  session.output().event("ready", {{"url", server.url()}, {"storeUrl", server.storeUrl()}},
-                         [&] { return fmt::format("Sandbox ready at {}\n", server.url()); });
+  session.output().event(
+      "ready",
+      {{"url", server.url()}, {"blobUrl", server.blobUrl()}, {"storeUrl", server.storeUrl()}},
+      [&] { return fmt::format("Sandbox ready at {}\n", server.url()); });
   session.output().note(instructions(server, options));
   if (server.isReachableFromOutside()) {
     session.output().note(
