@@ -36,11 +36,11 @@ struct BlobObject {
   };
 
   /// Absent: the bytes that were stored under the key.
-  std::optional<GeneratedContent> generated = std::nullopt;
+  std::optional<GeneratedContent> generated{};
   Mode mode = Mode::kKnownTotal;
   std::string message = "the object cannot be read";  ///< Of `kError`.
   /// Sent along in "X-Pelmar-Device-Log-Level" with every answer; empty: no such header.
-  std::string logLevel;
+  std::string logLevel{};
 };
 
 }  // namespace varo::sandbox

@@ -1,24 +1,37 @@
 #include "Sandbox/FaultInjector.h"
 
+#include "Sandbox/RangeFault.h"
+
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 
+#include <functional>
+#include <string>
 #include <utility>
 
 namespace varo::sandbox {
 namespace {
 
+// Targets that a rule counts apart; further ones share a count.
+constexpr std::size_t kMostTargets = 65'536;
+
 bool matches(const FaultMatch& match, std::string_view listener, const HttpRequest& request) {
   return (match.method.empty() || match.method == request.method) &&
          (match.listener.empty() || match.listener == listener) &&
-         request.path.find(match.path) != std::string::npos;
+         (!match.ranged || request.header("Range") != nullptr) &&
+         request.path.find(match.path) != std::string::npos &&
+         request.query.find(match.query) != std::string::npos;
+}
+
+std::size_t targetOf(const FaultMatch& match, const HttpRequest& request) {
+  return match.perTarget ? std::hash<std::string>()(request.path + "?" + request.query) : 0;
 }
 
 }  // namespace
 
 void FaultInjector::add(FaultRule rule) {
   const std::lock_guard lock(mutex_);
-  entries_.push_back({std::move(rule), 0});
+  entries_.push_back({std::move(rule), {}});
 }
 
 void FaultInjector::clear() {
@@ -38,7 +51,9 @@ std::optional<FaultAction> FaultInjector::hit(std::string_view listener,
   for (Entry& entry : entries_) {
     const FaultMatch& match = entry.rule.match;
     if (!matches(match, listener, request)) continue;
-    const std::uint64_t index = entry.seen++;
+    std::size_t target = targetOf(match, request);
+    if (entry.seen.size() >= kMostTargets && !entry.seen.contains(target)) target = 0;
+    const std::uint64_t index = entry.seen[target]++;
     if (action || index < match.skip) continue;
     if (match.count && index - match.skip >= *match.count) continue;
     action = entry.rule.action;
@@ -75,7 +90,15 @@ std::optional<HttpResponse> replacementFor(const FaultAction& action) {
 }
 
 void spoil(HttpResponse& response, const FaultAction& action) {
-  response.headers.insert(response.headers.end(), action.headers.begin(), action.headers.end());
+  bendTotal(response, action);
+  for (const auto& [name, value] : action.headers) {
+    std::erase_if(response.headers, [&name = name](const auto& field) {
+      return equalIgnoringCase(field.first, name);
+    });
+  }
+  for (const auto& [name, value] : action.headers) {
+    if (value) response.headers.emplace_back(name, *value);
+  }
   response.delivery = {action.cutAfter, action.stallAfter, action.stallFor, action.endlessHeaders,
                        action.drop};
 }

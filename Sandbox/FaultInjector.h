@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace varo::sandbox {
@@ -26,7 +27,9 @@ class FaultInjector {
  private:
   struct Entry {
     FaultRule rule;
-    std::uint64_t seen = 0;
+    /// Requests that matched, by the hash of their target; all under one key unless the rule counts
+    /// targets apart.
+    std::unordered_map<std::size_t, std::uint64_t> seen;
   };
   mutable std::mutex mutex_;
   std::vector<Entry> entries_;  // guarded by mutex_
@@ -35,7 +38,7 @@ class FaultInjector {
 /// The answer that replaces the service's own, if the action has one.
 [[nodiscard]] std::optional<HttpResponse> replacementFor(const FaultAction& action);
 
-/// Adds what the action does to the delivery of an answer.
+/// Adds what the action does to the headers and the delivery of an answer.
 void spoil(HttpResponse& response, const FaultAction& action);
 
 }  // namespace varo::sandbox

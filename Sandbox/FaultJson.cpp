@@ -1,5 +1,7 @@
 #include "Sandbox/FaultJson.h"
 
+#include "Sandbox/JsonText.h"
+
 #include <fmt/format.h>
 
 #include <optional>
@@ -48,20 +50,27 @@ bool readStatus(const json::value& value, std::optional<int>& status) {
   return true;
 }
 
-bool readHeaders(const json::value& value,
-                 std::vector<std::pair<std::string, std::string>>& headers) {
+bool readHeaders(const json::value& value, FaultAction& action) {
   if (!value.is_object()) return false;
   for (const auto& [name, text] : value.get_object()) {
-    if (!text.is_string()) return false;
-    headers.emplace_back(name, text.get_string());
+    auto& header = action.headers.emplace_back(name, std::nullopt);
+    if (!text.is_null() && !readText(text, header.second.emplace())) return false;
   }
   return true;
+}
+
+bool readTotal(const json::value& value, std::optional<std::string>& total) {
+  total = scalarText(value);
+  return total && !value.is_bool();
 }
 
 bool readMatchEntry(std::string_view key, const json::value& value, FaultMatch& match) {
   if (key == "method") return readText(value, match.method);
   if (key == "path") return readText(value, match.path);
+  if (key == "query") return readText(value, match.query);
   if (key == "listener") return readText(value, match.listener);
+  if (key == "ranged") return readFlag(value, match.ranged);
+  if (key == "perTarget") return readFlag(value, match.perTarget);
   if (key == "count") return readCount(value, match.count);
   if (key != "skip") return false;
   std::optional<std::uint64_t> skip;
@@ -81,9 +90,21 @@ bool readReplacementEntry(std::string_view key, const json::value& value, FaultA
   return key == "noBody" && readFlag(value, action.noBody);
 }
 
+bool readRangeEntry(std::string_view key, const json::value& value, FaultAction& action) {
+  if (key == "ignoreRange") return readFlag(value, action.ignoreRange);
+  if (key == "shortenRange")
+    return readCount(value, action.shortenRange) && *action.shortenRange > 0;
+  const auto shift = wholeNumber(value);
+  if (key != "shiftRange" || !shift) return false;
+  action.shiftRange = *shift;
+  return true;
+}
+
 bool readActionEntry(std::string_view key, const json::value& value, FaultAction& action) {
   if (key == "latencyMs") return readMilliseconds(value, 0, action.latency);
-  if (key == "headers") return readHeaders(value, action.headers);
+  if (key == "headers") return readHeaders(value, action);
+  if (key == "total") return readTotal(value, action.total);
+  if (key.ends_with("Range")) return readRangeEntry(key, value, action);
   if (key == "cutAfter") return readCount(value, action.cutAfter);
   if (key == "stallAfter") return readCount(value, action.stallAfter);
   if (key == "stallMs") return readMilliseconds(value, -1, action.stallFor);

@@ -125,11 +125,15 @@ std::optional<BadRequest> interpretHeaders(HttpRequest& request) {
 
 }  // namespace
 
-const std::string* HttpRequest::header(std::string_view name) const {
-  const auto found = std::find_if(headers.begin(), headers.end(), [name](const auto& field) {
+const std::string* findField(const FieldList& fields, std::string_view name) {
+  const auto found = std::find_if(fields.begin(), fields.end(), [name](const auto& field) {
     return equalIgnoringCase(field.first, name);
   });
-  return found == headers.end() ? nullptr : &found->second;
+  return found == fields.end() ? nullptr : &found->second;
+}
+
+const std::string* HttpRequest::header(std::string_view name) const {
+  return findField(headers, name);
 }
 
 const std::string* HttpRequest::parameter(std::string_view name) const {

@@ -13,6 +13,9 @@ namespace varo::sandbox {
 /// Names and values in the order in which they arrived.
 using FieldList = std::vector<std::pair<std::string, std::string>>;
 
+/// The first value under `name` (any letter case), or null.
+[[nodiscard]] const std::string* findField(const FieldList& fields, std::string_view name);
+
 /// The head of one request, as it arrived: header values are not decoded, path and query are.
 struct HttpRequest {
   std::string method;

@@ -13,6 +13,10 @@ constexpr std::size_t kKeptCharacters = 2048;
 
 }  // namespace
 
+const std::string* LoggedRequest::header(std::string_view name) const {
+  return findField(headers, name);
+}
+
 void RequestLog::record(std::string_view listener, const HttpRequest& request,
                         std::uint64_t bodyBytes, int status) {
   LoggedRequest entry{std::string(listener),

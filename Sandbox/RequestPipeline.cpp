@@ -1,6 +1,7 @@
 #include "Sandbox/RequestPipeline.h"
 
 #include "Sandbox/ControlRoute.h"
+#include "Sandbox/RangeFault.h"
 #include "Sandbox/ServiceStatus.h"
 #include "Sandbox/TokenHeader.h"
 
@@ -42,7 +43,9 @@ HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) co
   auto replacement = fault ? replacementFor(*fault) : std::nullopt;
   HttpResponse response;
   try {
-    response = replacement ? *std::move(replacement) : authorizedResponse(request, counted);
+    auto bent = fault ? bentRequest(request, *fault) : std::nullopt;
+    response =
+        replacement ? *std::move(replacement) : authorizedResponse(bent ? *bent : request, counted);
   } catch (const std::exception& exception) {
     response = errorResponse(kInternal, exception.what(), 500);
   }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -23,6 +24,9 @@ struct LoggedRequest {
   std::vector<std::pair<std::string, std::string>> headers;
   std::uint64_t bodyBytes = 0;
   int status = 0;  ///< Of the answer.
+
+  /// The first value under `name` (any letter case), or null.
+  [[nodiscard]] const std::string* header(std::string_view name) const;
 };
 
 }  // namespace varo::sandbox

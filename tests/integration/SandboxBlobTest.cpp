@@ -151,5 +151,89 @@ TEST_F(SandboxBlobTest, ObjectsAreKnownByScopeNameAndKeysInAnyOrder) {
   }
 }
 
+/// What came of a ranged request, in one line: status, Content-Range, and where its bytes are from.
+std::string seen(const httplib::Result& answer, const std::string& all) {
+  if (!answer) return "no answer";
+  const std::size_t from = all.find(answer->body);
+  std::string line = std::to_string(answer->status);
+  for (const char* name : {"Content-Range", "ETag"}) {
+    if (answer->has_header(name)) line += "|" + answer->get_header_value(name);
+  }
+  if (answer->body.empty()) return line + "|nothing";
+  if (from == std::string::npos) return line + "|" + answer->body;
+  return line + "|" + std::to_string(from) + "+" + std::to_string(answer->body.size());
+}
+
+TEST_F(SandboxBlobTest, FaultsHitTheRangesTheyAreMeantFor) {
+  const std::string tag = R"(|"7-64"|)";
+  const std::string first = "206|bytes 0-39/100" + tag + "0+40";
+  const std::string second = "206|bytes 40-79/100" + tag + "40+40";
+  const std::string third = "206|bytes 80-99/100" + tag + "80+20";
+  const struct {
+    const char* action;
+    std::string second;  ///< What the second range is answered.
+  } kCases[] = {
+      {R"({"shiftRange":10})", "206|bytes 50-89/100" + tag + "50+40"},
+      {R"({"shiftRange":-50})", "206|bytes 0-29/100" + tag + "0+30"},
+      {R"({"shiftRange":-9223372036854775808})", "206|bytes 0-0/100" + tag + "0+1"},
+      {R"({"shiftRange":9223372036854775807})", "416|bytes */100" + tag + "nothing"},
+      {R"({"shortenRange":7})", "206|bytes 40-46/100" + tag + "40+7"},
+      {R"({"shortenRange":1000})", second},
+      {R"({"ignoreRange":true})", "200" + tag + "0+100"},
+      {R"({"total":101})", "206|bytes 40-79/101" + tag + "40+40"},
+      {R"({"total":"*"})", "206|bytes 40-79/*" + tag + "40+40"},
+      {R"({"total":"9223372036854775808, 5"})",
+       "206|bytes 40-79/9223372036854775808, 5" + tag + "40+40"},
+      {R"({"headers":{"content-range":null}})", "206" + tag + "40+40"},
+      {R"({"headers":{"Content-Range":"bytes 1-"}})", "206|bytes 1-" + tag + "40+40"},
+      {R"({"headers":{"ETag":"\"new\""}})", R"(206|bytes 40-79/100|"new"|40+40)"},
+      {R"({"status":416,"headers":{"Content-Range":"bytes */40"}})", "416|bytes */40|nothing"},
+      {R"({"status":206,"noBody":true,"headers":{"Content-Range":"bytes 40-39/100"}})",
+       "206|bytes 40-39/100|nothing"},
+      {R"({"status":503,"body":"down"})", "503|down"},
+      {R"({"opstatus":5,"errmsg":"e"})", R"(200|{"opstatus":5,"errmsg":"e"})"},
+      {R"({"cutAfter":10})", "no answer"},
+      {R"({"drop":true})", "no answer"},
+  };
+  const std::string all = generated(7, 100);
+  put(all.size());
+  const auto inject = [&](const std::string& match, const std::string& action) {
+    server_->clearFaults();
+    EXPECT_EQ(
+        opstatus(client().Post("/control/faults",
+                               R"({"match":)" + match + R"(,"action":)" + action + "}", kJson)),
+        0)
+        << action;
+  };
+  for (const auto& c : kCases) {
+    inject(R"({"ranged":true,"query":"id=1&","skip":1,"count":1})", c.action);
+    EXPECT_EQ(seen(get(), all), "200" + tag + "0+100") << "no range, not counted";
+    EXPECT_EQ(seen(range("0-39"), all), first) << c.action;
+    EXPECT_EQ(seen(range("40-79"), all), c.second) << c.action;
+    EXPECT_EQ(seen(range("80-119"), all), third) << c.action;
+  }
+  std::vector<std::string> asked;
+  for (const LoggedRequest& request : server_->requests()) {
+    if (const std::string* value = request.header("range")) asked.push_back(*value);
+  }
+  ASSERT_EQ(asked.size(), 3 * std::size(kCases));
+  EXPECT_EQ(asked[1], "bytes=40-79") << "what was sent, not what the service saw";
+
+  inject(R"({"ranged":true,"perTarget":true,"skip":1})", R"({"total":7})");
+  const auto other = [&] {
+    return get({{"Range", "bytes=0-9"}}, "branch=north&id=1&type=bytes")
+        ->get_header_value("Content-Range");
+  };
+  for (const char* total : {"100", "7", "7"}) {
+    EXPECT_EQ(range("0-9")->get_header_value("Content-Range"), std::string("bytes 0-9/") + total);
+    EXPECT_EQ(other(), std::string("bytes 0-9/") + total) << "has a count of its own";
+  }
+  for (const char* bad : {R"({"shortenRange":0})", R"({"shiftRange":1.5})", R"({"total":true})",
+                          R"({"someRange":1})", R"({"headers":{"a":1}})"}) {
+    const std::string rule = R"({"action":)" + std::string(bad) + "}";
+    EXPECT_EQ(client().Post("/control/faults", rule, kJson)->status, 400) << bad;
+  }
+}
+
 }  // namespace
 }  // namespace varo::sandbox
