@@ -298,6 +298,7 @@ void Parser::defineSandbox() {
   text(command, "--store-port",
        [this](const std::string& value) { sandbox_.storePort = parsePort("--store-port", value); });
   command->add_option("--data", sandbox_.dataDirectory);
+  command->add_option("--example-db", sandbox_.exampleDatabase);
   command->add_option("--token-required", sandbox_.requiredToken);
   command->add_option("--listen", sandbox_.address);
 }

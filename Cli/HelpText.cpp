@@ -181,12 +181,14 @@ constexpr std::string_view kSandbox =
 store.
 
 Usage: varobinary [GLOBAL] sandbox [--port N] [--store-port N] [--data DIR]
-           [--token-required T] [--listen ADDRESS]
+           [--example-db FILE] [--token-required T] [--listen ADDRESS]
 
   --port N                port of the object and blob services (default: any free one)
   --store-port N          port of the outside object store (default: any free one)
   --data DIR              keep records and bytes in DIR and serve what is there already
                           (default: a temporary directory, removed at the end)
+  --example-db FILE       make an SQLite database in FILE with a table of employees whose
+                          photos the blob service has; one made before is used again
   --token-required T      refuse requests that do not carry the token T
   --listen ADDRESS        address to listen on (default 127.0.0.1, this machine only).
                           The sandbox is no server for others: mind who can reach it
@@ -197,6 +199,7 @@ With --json the line is {"event":"ready","url":...,"blobUrl":...,"storeUrl":...}
 Examples:
   varobinary sandbox --port 8080
   varobinary sandbox --data ./back-end --token-required secret
+  varobinary sandbox --example-db try/Library/WEBSQLDIRECTORY/staff.db
 )";
 
 constexpr std::string_view kDemo =

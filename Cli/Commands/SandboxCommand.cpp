@@ -3,6 +3,7 @@
 #include "Cli/Session.h"
 #include "Cli/TemporaryDirectory.h"
 #include "Platform/Foundation/Error.h"
+#include "Sandbox/ExampleDatabase.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>
@@ -23,10 +24,16 @@ std::string instructions(const sandbox::SandboxServer& server,
                               std::string(::program_invocation_name);
   const std::string data =
       options.dataDirectory.empty() ? "temporary, removed at the end" : options.dataDirectory;
+  const std::string example =
+      options.exampleDatabase.empty()
+          ? ""
+          : fmt::format("  example       {}: table {}, column {}\n", options.exampleDatabase,
+                        sandbox::ExampleDatabase::kTable, sandbox::ExampleDatabase::kPhotoColumn);
   return fmt::format(
       "  blob service  {4}\n"
       "  object store  {1}\n"
       "  data          {2}\n"
+      "{5}"
       "\n"
       "Try, in another terminal:\n"
       "  URL={0}\n"
@@ -35,7 +42,7 @@ std::string instructions(const sandbox::SandboxServer& server,
       "  {3} download $URL FILE_ID\n"
       "\n"
       "Ctrl-C stops it.",
-      server.url(), server.storeUrl(), data, command, server.blobUrl());
+      server.url(), server.storeUrl(), data, command, server.blobUrl(), example);
 }
 
 }  // namespace
@@ -56,7 +63,11 @@ int run(Session& session, const SandboxCommandOptions& options) {
   settings.requiredToken = options.requiredToken;
 
   sandbox::SandboxServer server(settings);
-  if (const auto error = server.start()) {
+  auto error = server.start();
+  if (!error && !options.exampleDatabase.empty()) {
+    error = sandbox::ExampleDatabase::make(options.exampleDatabase, server);
+  }
+  if (error) {
     const platform::ErrorPtr failure = platform::Error::make(kErrorDomain, 1, error->message);
     return session.finish({Outcome::Kind::kFailure, failure}, {});
   }

@@ -14,6 +14,8 @@ struct SandboxCommandOptions {
   /// Where records and bytes are kept; empty: a temporary directory that goes with the sandbox.
   std::string dataDirectory;
   std::string address = "127.0.0.1";
+  /// Where to make an example database with records whose blobs the sandbox has; empty: none.
+  std::string exampleDatabase;
   /// The token that requests must carry; empty: none.
   std::string requiredToken;
 };

@@ -1,6 +1,8 @@
+#include "Sandbox/ExampleDatabase.h"
 #include "Sandbox/GeneratedBytes.h"
 #include "tests/support/SandboxFixture.h"
 
+#include <SQLiteCpp/Database.h>
 #include <boost/json/serialize.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -233,6 +235,52 @@ TEST_F(SandboxBlobTest, FaultsHitTheRangesTheyAreMeantFor) {
     const std::string rule = R"({"action":)" + std::string(bad) + "}";
     EXPECT_EQ(client().Post("/control/faults", rule, kJson)->status, 400) << bad;
   }
+}
+
+TEST_F(SandboxBlobTest, ExampleDatabaseHasRecordsWhosePhotosAreServed) {
+  const std::string path = directory_ + "/new/staff.db";
+  const auto make = [&] {
+    const auto error = ExampleDatabase::make(path, *server_);
+    return error ? error->message : "";
+  };
+  ASSERT_EQ(make(), "");
+  SQLite::Database database(path, SQLite::OPEN_READWRITE);
+  const auto text = [&](const char* sql) { return database.execAndGet(sql).getString(); };
+  EXPECT_EQ(text("SELECT group_concat(coalesce(blobref_photo, 'none')) FROM employees"),
+            "none,NULL,none,NULL,none,NULL,none");
+  EXPECT_EQ(text("SELECT group_concat(typeof(blobref_photo)) FROM employees WHERE id < 3"),
+            "null,text");
+  EXPECT_EQ(text("SELECT name FROM employees WHERE id = '1'"), "Ann Archer");
+  database.exec(
+      "INSERT INTO varosyncBLOBSTOREMANAGER (localPath, tableName, columnName, type, "
+      "state, status, retry, size) VALUES ('', 'employees', 'photo', 'Binary', 101, 0, "
+      "3, NULL); UPDATE employees SET blobref_photo = '1' WHERE id = 1");
+  EXPECT_EQ(make(), "") << "made before";
+  EXPECT_EQ(text("SELECT blobref_photo FROM employees WHERE id = 1"), "1") << "and left as it was";
+  database.exec(
+      "DELETE FROM varosyncBLOBSTOREMANAGER; INSERT INTO varosyncBLOBSTOREMANAGER "
+      "(state) VALUES (101)");
+  EXPECT_EQ(text("SELECT id FROM varosyncBLOBSTOREMANAGER"), "2") << "an id is never used again";
+
+  std::vector<std::string> answers;
+  for (const ExampleEmployee& employee : ExampleDatabase::employees()) {
+    const std::string id = std::to_string(employee.id);
+    const auto answer = client().Get(
+        split(server_->blobUrl()).path + "HR/employees/binary?id=" + id + "&type=bytes",
+        {{"Range", "bytes=0-99"}});
+    ASSERT_TRUE(answer);
+    answers.push_back(std::to_string(answer->status) + answer->get_header_value("Content-Range"));
+    if (answer->status == 206) {
+      EXPECT_EQ(answer->body, generated(employee.photo.seed, 100)) << id;
+    }
+  }
+  EXPECT_THAT(answers, testing::ElementsAre("206bytes 0-99/300000", "206bytes 0-99/2500000",
+                                            "206bytes 0-99/67108864", "206bytes 0-99/*", "200",
+                                            "200", "200"));
+
+  database.exec("DROP TABLE employees");
+  EXPECT_THAT(make(), testing::HasSubstr("another database"));
+  EXPECT_THAT(ExampleDatabase::make(directory_).value_or(""), testing::HasSubstr("cannot make"));
 }
 
 }  // namespace
