@@ -39,4 +39,9 @@ std::optional<std::string> VROCommonUtility::getJSONStringFromNSDictionary(
   return valueOrError(json::serialize(dictionary), error);
 }
 
+std::vector<DictionaryEntry> VROCommonUtility::convertToOrderedKeyValuePairs(
+    const Dictionary& dictionary) {
+  return {dictionary.begin(), dictionary.end()};
+}
+
 }  // namespace varo::platform

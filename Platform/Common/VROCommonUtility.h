@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varo::platform {
 
@@ -25,6 +26,10 @@ class VROCommonUtility {
   /// errors, shared objects, numbers that are not finite, text that is not UTF-8.
   [[nodiscard]] static std::optional<std::string> getJSONStringFromNSDictionary(
       const Dictionary& dictionary, ErrorPtr* error);
+
+  /// The entries in the dictionary's order.
+  [[nodiscard]] static std::vector<DictionaryEntry> convertToOrderedKeyValuePairs(
+      const Dictionary& dictionary);
 };
 
 }  // namespace varo::platform

@@ -29,6 +29,9 @@ class SQLiteUtil {
   /// which no operation opens, for a name that would lead out of that directory.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
 
+  /// The shared handle: the database that the last operation opened, or null where it could not.
+  [[nodiscard]] static std::shared_ptr<platform::VRODatabaseAPI> databaseApi();
+
   /// Opens the database into the shared handle. It must exist.
   static bool checkAndInitializeDatabaseWithDBPath(const std::string& dbPath);
 

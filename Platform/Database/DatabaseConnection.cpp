@@ -1,0 +1,199 @@
+#include "Platform/Database/DatabaseConnection.h"
+
+#include "Platform/Database/DatabaseError.h"
+#include "Platform/Database/DatabaseTuning.h"
+#include "Platform/Database/StatementValues.h"
+#include "Platform/Foundation/Error.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <sys/stat.h>
+#include <utility>
+
+namespace varo::platform {
+namespace {
+
+/// Whether a connection is as good as new after this failure. After others (of the disk, of memory,
+/// of a file that was read-only) a new connection may be better off.
+bool survives(std::int64_t code) {
+  switch (code & 0xff) {
+    case SQLITE_ERROR:
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+    case SQLITE_FULL:
+    case SQLITE_TOOBIG:
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+    case SQLITE_RANGE:
+      return true;
+    default:
+      return false;
+  }
+}
+
+/// The path as SQLite takes it literally. It may read "file:..." as a URI and ":memory:" or nothing
+/// as a database without a file; a path that starts with a dot or a slash is always one.
+std::string literalPath(const std::string& path) {
+  return path.starts_with('/') ? path : "./" + path;
+}
+
+/// Gives back a statement, whatever became of it: its locks, and the values it was bound to.
+class ResetAtEnd {
+ public:
+  explicit ResetAtEnd(sqlite3_stmt* statement) : statement_(statement) {}
+  ~ResetAtEnd() {
+    (void)sqlite3_reset(statement_);  // repeats the error of the last step
+    (void)sqlite3_clear_bindings(statement_);
+  }
+  ResetAtEnd(const ResetAtEnd&) = delete;
+  ResetAtEnd& operator=(const ResetAtEnd&) = delete;
+
+ private:
+  sqlite3_stmt* const statement_;
+};
+
+}  // namespace
+
+void DatabaseConnection::Close::operator()(sqlite3* database) const noexcept {
+  (void)sqlite3_close_v2(database);  // always frees it; what was committed stays committed
+}
+
+void DatabaseConnection::Finalize::operator()(sqlite3_stmt* statement) const noexcept {
+  (void)sqlite3_finalize(statement);  // repeats the error of the last step
+}
+
+DatabaseConnection::DatabaseConnection(std::string path) : path_(std::move(path)) {}
+
+DatabaseConnection::~DatabaseConnection() = default;
+
+Result<void> DatabaseConnection::open() {
+  const MutexLock lock(mutex_);
+  lastUse_ = Clock::now();
+  return openLocked();
+}
+
+Result<StatementOutcome> DatabaseConnection::execute(const VROPreparedStatement& statement,
+                                                     std::chrono::milliseconds busyTimeout) {
+  const MutexLock lock(mutex_);
+  lastUse_ = Clock::now();
+  if (database_ == nullptr) {
+    if (const Result<void> opened = openLocked(); !opened) return opened.error();
+  }
+  (void)sqlite3_busy_timeout(database_.get(), static_cast<int>(busyTimeout.count()));
+  Result<StatementOutcome> outcome = executeLocked(statement);
+  if (!outcome && !survives(outcome.error()->code())) closeLocked();
+  return outcome;
+}
+
+bool DatabaseConnection::closeIfUnusedSince(Clock::time_point time) {
+  const MutexLock lock(mutex_);
+  if (lastUse_ <= time) closeLocked();
+  return database_ == nullptr;
+}
+
+Result<DatabaseConnection::FileIdentity> DatabaseConnection::identityOf(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return Error::fromErrno(errno, "open", path);
+  if (S_ISDIR(status.st_mode)) return Error::fromErrno(EISDIR, "open", path);
+  if (!S_ISREG(status.st_mode)) return Error::fromErrno(EINVAL, "open", path);
+  return FileIdentity{status.st_dev, status.st_ino};
+}
+
+Result<void> DatabaseConnection::openLocked() {
+  // While the file is open, its inode is not given to another. So if the path shows the same one
+  // after opening, that is what was opened.
+  for (int attempt = 0; attempt <= tuning::kMaxOpenAttempts; ++attempt) {
+    const Result<FileIdentity> file = identityOf(path_);
+    if (!file) {
+      closeLocked();
+      return file.error();
+    }
+    if (database_ != nullptr && *file == identity_) return {};
+    closeLocked();
+    if (Result<void> opened = openFileLocked(); !opened) {
+      closeLocked();
+      return opened;
+    }
+    identity_ = *file;
+  }
+  closeLocked();
+  return makeSqliteError(SQLITE_CANTOPEN, "The file is replaced all the time", path_);
+}
+
+Result<void> DatabaseConnection::openFileLocked() {
+  // Falls back to reading alone where the file is read-only. Without a mutex of SQLite's, since
+  // ours is held for every call.
+  constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+  sqlite3* database = nullptr;
+  const int opened = sqlite3_open_v2(literalPath(path_).c_str(), &database, kFlags, nullptr);
+  database_.reset(database);
+  if (opened != SQLITE_OK) return errorLocked(opened);
+  // Opening reads nothing; this reads the schema, and shows whether it is a database. Without
+  // waiting: one that is locked now may not be when the statement comes.
+  sqlite3_stmt* probe = nullptr;
+  const int read =
+      sqlite3_prepare_v2(database_.get(), "SELECT 1 FROM sqlite_master", -1, &probe, nullptr);
+  (void)sqlite3_finalize(probe);
+  if (read != SQLITE_OK && (read & 0xff) != SQLITE_BUSY) return errorLocked(read);
+  return {};
+}
+
+void DatabaseConnection::closeLocked() noexcept {
+  prepared_.clear();
+  database_.reset();
+}
+
+Result<sqlite3_stmt*> DatabaseConnection::prepareLocked(const std::string& sql) {
+  const auto found = std::find_if(prepared_.begin(), prepared_.end(),
+                                  [&](const Prepared& each) { return each.sql == sql; });
+  if (found != prepared_.end()) {
+    std::rotate(prepared_.begin(), found, std::next(found));
+    return prepared_.front().handle.get();
+  }
+  if (sql.size() >= std::numeric_limits<int>::max()) return errorLocked(SQLITE_TOOBIG);
+  sqlite3_stmt* statement = nullptr;
+  const int code =
+      sqlite3_prepare_v3(database_.get(), sql.c_str(), static_cast<int>(sql.size() + 1),
+                         SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  if (code != SQLITE_OK) return errorLocked(code);
+  if (prepared_.size() == tuning::kMaxPreparedStatements) prepared_.pop_back();
+  Prepared prepared{sql, {}};
+  prepared.handle.reset(statement);
+  prepared_.insert(prepared_.begin(), std::move(prepared));
+  return statement;
+}
+
+Result<StatementOutcome> DatabaseConnection::executeLocked(const VROPreparedStatement& statement) {
+  const Result<sqlite3_stmt*> prepared = prepareLocked(statement.sql());
+  if (!prepared) return prepared.error();
+  const ResetAtEnd resetAtEnd(*prepared);
+  if (const int code = bindValues(*prepared, statement.values()); code != SQLITE_OK) {
+    return errorLocked(code);
+  }
+  // An insert that makes no row id would leave that of an earlier one.
+  sqlite3_set_last_insert_rowid(database_.get(), 0);
+  StatementOutcome outcome;
+  std::vector<Value> rows;
+  int code = sqlite3_step(*prepared);
+  for (; code == SQLITE_ROW; code = sqlite3_step(*prepared)) {
+    std::optional<Dictionary> row = readRow(*prepared);
+    if (!row) return errorLocked(SQLITE_NOMEM);
+    rows.push_back(*std::move(row));
+  }
+  if (code != SQLITE_DONE) return errorLocked(code);
+  outcome.rows = Array(std::move(rows));
+  outcome.insertedRow = sqlite3_last_insert_rowid(database_.get());
+  return outcome;
+}
+
+ErrorPtr DatabaseConnection::errorLocked(int code) const {
+  // The connection's own text says more ("no such column: x"), where it is about this error.
+  const bool about = database_ != nullptr && sqlite3_extended_errcode(database_.get()) == code;
+  const char* const text = about ? sqlite3_errmsg(database_.get()) : sqlite3_errstr(code);
+  return makeSqliteError(code, text, path_);
+}
+
+}  // namespace varo::platform

@@ -1,0 +1,88 @@
+#include "Platform/Database/DatabaseConnections.h"
+
+#include "Platform/Database/DatabaseTuning.h"
+#include "Platform/Foundation/Runtime.h"
+
+#include <algorithm>
+#include <iterator>
+#include <system_error>
+#include <utility>
+
+namespace varo::platform {
+
+DatabaseConnections& DatabaseConnections::shared() {
+  // Never destroyed: the runtime's threads may use it until they are joined at exit.
+  static DatabaseConnections& instance = *new DatabaseConnections();
+  return instance;
+}
+
+Result<void> DatabaseConnections::open(const std::string& path) {
+  Result<void> opened = connectionOf(path)->open();
+  closeLater();
+  return opened;
+}
+
+Result<StatementOutcome> DatabaseConnections::execute(const std::string& path,
+                                                      const VROPreparedStatement& statement,
+                                                      std::chrono::milliseconds busyTimeout) {
+  Result<StatementOutcome> outcome = connectionOf(path)->execute(statement, busyTimeout);
+  closeLater();
+  return outcome;
+}
+
+std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std::string& path) {
+  Entry dropped;  // closed after the lock is gone, unless another thread is still using it
+  const MutexLock lock(mutex_);
+  const auto found = std::find_if(entries_.begin(), entries_.end(),
+                                  [&](const Entry& entry) { return entry.path == path; });
+  if (found != entries_.end()) {
+    std::rotate(entries_.begin(), found, std::next(found));
+    return entries_.front().connection;
+  }
+  if (entries_.size() == tuning::kMaxConnections) {
+    dropped = std::move(entries_.back());
+    entries_.pop_back();
+  }
+  auto connection = std::make_shared<DatabaseConnection>(path);
+  entries_.insert(entries_.begin(), Entry{path, connection});
+  return connection;
+}
+
+void DatabaseConnections::closeLater() {
+  {
+    const MutexLock lock(mutex_);
+    if (std::exchange(timerRuns_, true)) return;
+  }
+  const auto close = [this](TimerQueue::Reason reason) {
+    using Clock = DatabaseConnection::Clock;
+    // Closing may write to the disk, which a timer must not wait for.
+    Runtime::shared().pool().postOrRun([this, reason] {
+      closeUnusedSince(reason == TimerQueue::Reason::kShutDown
+                           ? Clock::time_point::max()
+                           : Clock::now() - tuning::kIdleConnection);
+    });
+  };
+  try {
+    Runtime::shared().timers().after(tuning::kIdleConnection, close);
+  } catch (const std::system_error&) {
+    // No thread to be had: the connections stay open until the next statement's timer.
+    const MutexLock lock(mutex_);
+    timerRuns_ = false;
+  }
+}
+
+void DatabaseConnections::closeUnusedSince(DatabaseConnection::Clock::time_point time) {
+  std::vector<Entry> entries;
+  {
+    const MutexLock lock(mutex_);
+    timerRuns_ = false;  // first, so that whoever uses a connection from now on starts the next one
+    entries = entries_;
+  }
+  bool allClosed = true;
+  for (const Entry& entry : entries) {
+    allClosed = entry.connection->closeIfUnusedSince(time) && allClosed;
+  }
+  if (!allClosed) closeLater();
+}
+
+}  // namespace varo::platform

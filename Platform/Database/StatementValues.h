@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Platform/Foundation/Value.h"
+
+#include <optional>
+#include <vector>
+
+struct sqlite3_stmt;
+
+namespace varo::platform {
+
+/// Binds the values to the parameters, in order. They must live, unchanged, until the statement is
+/// reset and its bindings are cleared. Returns SQLite's result code.
+[[nodiscard]] int bindValues(sqlite3_stmt* statement, const std::vector<Value>& values);
+
+/// The row at which the statement stands; none when there is no memory for it.
+[[nodiscard]] std::optional<Dictionary> readRow(sqlite3_stmt* statement);
+
+}  // namespace varo::platform
