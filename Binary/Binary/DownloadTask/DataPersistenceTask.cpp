@@ -391,9 +391,11 @@ void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted() {
   end();
 }
 
-/// Whether the file has bytes of an earlier run, so that there may have been nothing to receive.
+/// Whether the run began where the file ended, so that there may have been nothing to receive.
 bool DataPersistenceTask::hasEarlierBytes() {
-  return !_streaming && DownloadFile::sizeAt(getFilePath()) > 0;
+  const std::int64_t offset = inputContext()[kTotalBytesDownloaded].integerValue();
+  return !_streaming && offset > 0 &&
+         DownloadFile::sizeAt(getFilePath()) == static_cast<std::uint64_t>(offset);
 }
 
 void DataPersistenceTask::end() {

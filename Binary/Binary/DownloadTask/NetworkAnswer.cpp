@@ -109,7 +109,7 @@ std::optional<std::string> errorText(const Data& data) {
 }
 
 /// MIME wraps Base64 into lines, which the strict decoder does not take.
-std::optional<std::string> decodeBase64(std::string text) {
+std::optional<std::string> decodedBase64(std::string text) {
   std::erase_if(text, [](char c) { return c == '\r' || c == '\n'; });
   return platform::base64::decode(text);
 }
@@ -189,7 +189,6 @@ void NetworkTask::processWholeObject(Run& run, std::string_view contentType,
   run._chunkData = data;
   // Whatever was fetched before, this is the object from its first byte to its last.
   run._totalBytesDownloaded = 0;
-  if (run._totalFileSize != 0) run._totalFileSize = static_cast<std::int64_t>(data.size());
 }
 
 void NetworkTask::processRange(Run& run, const HttpResponseInfo& response, const Data& data) const {
@@ -283,11 +282,11 @@ std::optional<std::string> NetworkTask::parseErrorResponse(const std::string& js
   return result[kResultMessage].textValue();
 }
 
-std::shared_ptr<Chunk> NetworkTask::chunkFromBase64(const Data& json) {
-  const std::optional<std::string> text = parseBase64StringFromData(json);
-  std::optional<std::string> bytes = text ? decodeBase64(*text) : std::nullopt;
-  if (!bytes) return std::make_shared<Chunk>();
-  return std::make_shared<Chunk>(Data::fromBytes(std::move(*bytes)), 0);
+void NetworkTask::decodeBase64(Run& run) {
+  const std::optional<std::string> text = parseBase64StringFromData(*run._chunkData);
+  std::optional<std::string> bytes = text ? decodedBase64(*text) : std::nullopt;
+  run._chunkData.reset();
+  if (bytes) run._chunkData = Data::fromBytes(std::move(*bytes));
 }
 
 }  // namespace varo::binary

@@ -146,9 +146,11 @@ void NetworkTask::begin(const Identity& known) {
   logger().logTrace(kInside, name());
   if (!validateInput()) {
     logger().logError(kInvalidInput);
-    return raiseError(std::make_shared<const VSTaskError>(
-        ID(), std::string(kNetworkTaskName), std::string(kNetworkTaskDomain), kInvalidInputCode,
-        Dictionary{{std::string(platform::kErrorMessageKey), kInvalidInput}}));
+    const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
+    _errorContext.set(kNetworkError, userInfo);
+    return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kNetworkTaskName),
+                                                          std::string(kNetworkTaskDomain),
+                                                          kInvalidInputCode, userInfo));
   }
   RunPtr run = unpackInputContext(known);
   RunPtr replaced;  // destroyed after the lock is released
@@ -275,14 +277,7 @@ void NetworkTask::checkForErrors(const RunPtr& run) {
     logger().logError(kInErrorCondition, run->_cause);
     return fail(run, run->_cause);
   }
-  if (run->_isBase64OrTotalFile) {
-    const bool isBase64 = run->_responseType == kResponseTypeBase64;
-    logger().logDebug(isBase64 ? kBase64Ends : kWholeFileEnds);
-    if (publish(run, isBase64 ? chunkFromBase64(*run->_chunkData) : prepareChunkObject(*run))) {
-      end(run);
-    }
-    return;
-  }
+  if (run->_isBase64OrTotalFile) return endWithWholeObject(run);
   if (run->isAllThere) return end(run);
   if (run->startsOver) {
     run->startsOver = false;
@@ -299,10 +294,21 @@ void NetworkTask::checkForErrors(const RunPtr& run) {
   } else if (run->_totalFileSize != 0 && run->_totalBytesDownloaded < run->_totalFileSize) {
     logger().logDebug(kGoesOn);
   } else {
-    logger().logDebug(kCompleted);
+    logger().logInfo(kCompleted);
     return end(run);
   }
   if (hasRoom(run)) downloadChunk(run);
+}
+
+void NetworkTask::endWithWholeObject(const RunPtr& run) {
+  const bool isBase64 = run->_responseType == kResponseTypeBase64;
+  logger().logDebug(isBase64 ? kBase64Ends : kWholeFileEnds);
+  if (isBase64) decodeBase64(*run);
+  // The size that ranges told before may have been another object's.
+  if (run->_totalFileSize != 0 && run->_chunkData) {
+    run->_totalFileSize = static_cast<std::int64_t>(run->_chunkData->size());
+  }
+  if (publish(run, prepareChunkObject(*run))) end(run);
 }
 
 std::shared_ptr<Chunk> NetworkTask::prepareChunkObject(Run& run) {

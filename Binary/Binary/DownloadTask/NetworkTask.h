@@ -94,8 +94,10 @@ class NetworkTask final : public platform::VSTask {
   void setCause(Run& run, std::int64_t code, std::optional<std::string_view> message) const;
 
   void checkForErrors(const RunPtr& run);
+  void endWithWholeObject(const RunPtr& run);
   [[nodiscard]] static std::shared_ptr<Chunk> prepareChunkObject(Run& run);
-  [[nodiscard]] static std::shared_ptr<Chunk> chunkFromBase64(const platform::Data& json);
+  /// Puts the bytes that the answer holds in its place; none where it holds none.
+  static void decodeBase64(Run& run);
 
   /// These do nothing, the first with false, when the run is not the task's any more.
   [[nodiscard]] bool publish(const RunPtr& run, const std::shared_ptr<Chunk>& chunk);

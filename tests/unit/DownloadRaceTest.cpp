@@ -1,0 +1,190 @@
+// Downloads whose tasks, answers and callers meet at the worst moments, a thousand times over.
+
+#include "Binary/Binary/DownloadTask/Chunk.h"
+#include "Platform/Logging/VaroNativeFacade.h"
+#include "tests/support/DownloadFixture.h"
+
+#include <atomic>
+#include <random>
+#include <string_view>
+#include <thread>
+
+namespace varo::binary {
+namespace {
+
+using platform::LogLevel;
+using platform::TaskState;
+using platform::Value;
+using platform::VaroNativeFacade;
+using test::eventually;
+using test::RangedObject;
+
+constexpr int kRounds = 1000;
+
+class DownloadRaceTest : public test::DownloadFixture {};
+
+/// Holds the network task where it has handed on its last chunk and not ended yet, until whatever
+/// the chunk led to is done.
+class GateBeforeTheEnd final : public platform::LogSink {
+ public:
+  explicit GateBeforeTheEnd(std::function<void()> pass) : pass_(std::move(pass)) {}
+
+  void write(std::string_view /*logger*/, LogLevel /*level*/,
+             const platform::LogLocation& /*location*/, std::string_view message) override {
+    const bool isTheEnd = message == "File download completed via partial request, ending task.";
+    if (!isTheEnd || !armed.exchange(false)) return;
+    // Only one thread logs at a time: the others must not try to.
+    VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kOff);
+    pass_();
+    VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kInfo);
+  }
+  void flush() override {}
+
+  std::atomic<bool> armed{false};
+
+ private:
+  const std::function<void()> pass_;
+};
+
+TEST_F(DownloadRaceTest, PersistenceThatEndsBeforeTheNetworkTaskIsHeard) {
+  object_ = RangedObject::ofSize(10);
+  // All chunks go through one queue: when this one's comes, the one before is done with.
+  int forced = 0;
+  const auto waitForTheQueue = [&forced] {
+    const auto passed = std::make_shared<std::atomic<bool>>(false);
+    const auto marker = DownloadTask::create("marker");
+    const auto block = std::make_shared<OnStreamDownloadCompleted>(
+        [passed](const auto&, const auto&, const auto&) { *passed = true; });
+    marker->setInputContext(input(
+        {{kBlobId, "marker"}, {kStreaming, true}, {kOnStreamDownloadCompleted, Value(block)}}));
+    marker->start();
+    // The queue may be waiting for the log already; that happens in few rounds.
+    forced +=
+        eventually([passed] { return passed->load(); }, std::chrono::milliseconds(300)) ? 1 : 0;
+  };
+  const auto gate = std::make_shared<GateBeforeTheEnd>(waitForTheQueue);
+  VaroNativeFacade::setSink(gate);
+  VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kInfo);
+  for (int round = 0; round < kRounds; ++round) {
+    gate->armed = true;
+    object_.statesSize = round % 2 == 0;
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Ended)) << round;
+    ASSERT_EQ(fileBytes(), object_.bytes);
+  }
+  EXPECT_GT(forced, kRounds * 9 / 10);
+  VaroNativeFacade::setSink(nullptr);
+  VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kWarning);
+}
+
+TEST_F(DownloadRaceTest, AnswerOfThePausedRunNeitherMovesNorDoublesTheResumedOne) {
+  for (int round = 0; round < kRounds; ++round) {
+    transport_->hold();
+    std::filesystem::remove(path());
+    const std::size_t before = transport_->requestCount();
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(eventually([&] { return transport_->heldCount() == 1; }));
+    if (round % 4 != 0) {
+      ASSERT_TRUE(transport_->release());  // so that the pause meets the second range
+      ASSERT_TRUE(eventually([&] { return transport_->heldCount() == 1; }));
+    }
+    task->pauseDownload();
+    ASSERT_TRUE(reaches(task, TaskState::Paused));
+    const std::size_t beforePause = transport_->requestCount();
+    if (round % 2 == 0) {
+      // The old answer comes first, while nothing runs or at the same time as the resume.
+      std::thread late([this] { transport_->release(); });
+      resumeFromFile(task);
+      late.join();
+    } else {
+      resumeFromFile(task);
+      ASSERT_TRUE(eventually([&] { return transport_->heldCount() == 2; }));
+      ASSERT_TRUE(transport_->release());  // the older one
+    }
+    ASSERT_TRUE(eventually([&] { return transport_->heldCount() == 1; }));
+    EXPECT_EQ(transport_->requestCount(), beforePause + 1);
+    transport_->releaseAll();
+    ASSERT_TRUE(reaches(task, TaskState::Ended)) << round;
+    ASSERT_EQ(fileBytes(), object_.bytes) << round;
+    // Each of the three ranges once, and the one that was in flight at the pause once more.
+    EXPECT_EQ(transport_->requestCount() - before, 4U);
+  }
+}
+
+TEST_F(DownloadRaceTest, EmptyRangeOfUnknownSizeEndsTheDownload) {
+  std::mt19937 random(1);
+  for (int round = 0; round < kRounds; ++round) {
+    object_ = RangedObject::ofSize(1 + random() % 4 * 1000 - random() % 2);
+    object_.statesSize = false;
+    if (object_.bytes.empty()) continue;
+    std::filesystem::remove(path());
+    const auto task = makeTask();
+    task->start();
+    if (random() % 2 == 0) {
+      task->pauseDownload();
+      const auto isAtRest = [&] {
+        return task->state() == TaskState::Paused || task->state() == TaskState::Ended;
+      };
+      ASSERT_TRUE(eventually(isAtRest)) << round;
+      if (task->state() == TaskState::Paused) resumeFromFile(task);
+    }
+    ASSERT_TRUE(reaches(task, TaskState::Ended)) << round;
+    ASSERT_EQ(fileBytes(), object_.bytes) << round;
+  }
+}
+
+TEST_F(DownloadRaceTest, PausesResumesAndStopsAtAnyMomentLeaveABeginningAndTheEndIsWhole) {
+  constexpr int kStorms = 3000;
+  setTransferPolicy(TransferPolicy::kSafe);  // a stop may come when the file is complete
+  object_ = RangedObject::ofSize(20'000);
+  std::mt19937 random(2);
+  int completed = 0;
+  int paused = 0;
+  for (int round = 0; round < kStorms; ++round) {
+    const auto task = makeTask({{kTotalBytesDownloaded, fileBytes().size()}});
+    task->start();
+    std::thread other([&task, spins = random() % 2000] {
+      for (auto i = spins; i > 0; --i) std::this_thread::yield();
+      task->pauseDownload();
+    });
+    const auto choice = random() % 4;
+    for (auto spins = random() % 2000; spins > 0; --spins) std::this_thread::yield();
+    if (choice == 0) task->stop();
+    if (choice == 1) task->pauseDownload();
+    other.join();
+    if (choice == 0) {
+      // A chunk that is being written when the stop comes is still written.
+      ASSERT_TRUE(eventually([&] { return object_.bytes.starts_with(fileBytes()); }));
+    } else {
+      const auto isAtRest = [&] {
+        return task->state() == TaskState::Paused || task->state() == TaskState::Ended;
+      };
+      ASSERT_TRUE(eventually(isAtRest))
+          << round << ' ' << Value(task->errorContext()).description();
+      if (task->state() == TaskState::Paused) {
+        ++paused;
+        ASSERT_TRUE(object_.bytes.starts_with(fileBytes())) << round;
+        if (choice == 2) {
+          resumeFromFile(task);
+          ASSERT_TRUE(reaches(task, TaskState::Ended)) << round;
+        } else {
+          task->stop();
+        }
+      }
+    }
+    if (task->state() == TaskState::Ended) {
+      ++completed;
+      ASSERT_EQ(fileBytes(), object_.bytes) << round;
+      task->releaseFile();
+      std::filesystem::remove(path());
+    }
+  }
+  // The moments were spread: neither all before the first range nor all after the last.
+  EXPECT_GT(completed, kStorms / 20);
+  EXPECT_GT(paused, kStorms / 20);
+}
+
+}  // namespace
+}  // namespace varo::binary

@@ -1,0 +1,562 @@
+#include "Binary/Binary/DownloadTask/Chunk.h"
+#include "Binary/Binary/DownloadTask/ContentRange.h"
+#include "Platform/Foundation/Base64.h"
+#include "tests/support/DownloadFixture.h"
+#include "tests/support/RecordingLog.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <tuple>
+
+namespace varo::binary {
+namespace {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::TaskState;
+using platform::Value;
+using test::answerWith;
+using test::eventually;
+using test::failWith;
+using test::RangedObject;
+using test::RecordedRequest;
+using test::ScriptedAnswer;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class DownloadTaskTest : public test::DownloadFixture {
+ protected:
+  /// Has the n-th request, from 1, answered by `answer`, the others by the object.
+  void answerNth(int n, const std::function<ScriptedAnswer(const RecordedRequest&)>& answer) {
+    transport_->setHandler([this, n, answer, count = std::make_shared<std::atomic<int>>(0)](
+                               const RecordedRequest& request) {
+      return ++*count == n ? answer(request) : object_.answer(request);
+    });
+  }
+  static std::int64_t errorCode(const DownloadTask& task) {
+    const Dictionary context = task.errorContext();
+    const platform::Array* errors = context[platform::kTaskErrors].array();
+    return errors != nullptr && errors->size() == 1 ? (*errors)[0].error()->code() : 0;
+  }
+  static Value errorMessage(const DownloadTask& task, const char* key) {
+    return task.errorContext()[key].dictionaryValue()["message"];
+  }
+};
+
+TEST(ContentRangeTest, OnlyWellFormedFieldsAreRead) {
+  const auto text = [](std::string_view field) -> std::string {
+    const auto range = ContentRange::parse(field);
+    if (!range) return "refused";
+    return (range->span ? fmt::format("{}-{}", range->span->first, range->span->last) : "none") +
+           (range->total ? fmt::format(" of {}", *range->total) : " of ?");
+  };
+  for (const auto& [field, expected] : std::vector<std::pair<std::string, std::string>>{
+           {"bytes 0-9/10", "0-9 of 10"},
+           {" Bytes 5-5/9223372036854775807 ", "5-5 of 9223372036854775807"},
+           {"bytes 0-9/*", "0-9 of ?"},
+           {"bytes */10", "none of 10"},
+           {"bytes */*", "refused"},
+           {"bytes 0-10/10", "refused"},
+           {"bytes 9-0/10", "refused"},
+           {"bytes -1-3/10", "refused"},
+           {"bytes +1-3/10", "refused"},
+           {"bytes 0-9/-1", "refused"},
+           {"bytes 0-9/9223372036854775808", "refused"},
+           {"bytes 0-9/", "refused"},
+           {"bytes 0-9/10, 10-19/20", "refused"},
+           {"bytes=0-9/10", "refused"},
+           {"items 0-9/10", "refused"},
+           {"bytes", "refused"},
+           {"", "refused"}}) {
+    EXPECT_EQ(text(field), expected) << field;
+  }
+}
+
+TEST_F(DownloadTaskTest, ObjectsOfEverySizeArriveWholeInExactRanges) {
+  struct Case {
+    std::size_t size;
+    bool statesSize;
+    std::vector<std::string> ranges;
+  };
+  for (const Case& c :
+       std::vector<Case>{{1, true, {"bytes=0-999"}},
+                         {999, true, {"bytes=0-999"}},
+                         {1000, true, {"bytes=0-999"}},
+                         {1001, true, {"bytes=0-999", "bytes=1000-1000"}},
+                         {2500, true, {"bytes=0-999", "bytes=1000-1999", "bytes=2000-2499"}},
+                         {999, false, {"bytes=0-999", "bytes=999-1998"}},
+                         {2000, false, {"bytes=0-999", "bytes=1000-1999", "bytes=2000-2999"}}}) {
+    SCOPED_TRACE(c.size);
+    object_ = RangedObject::ofSize(c.size);
+    object_.statesSize = c.statesSize;
+    const std::size_t before = transport_->requestCount();
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Ended));
+    EXPECT_EQ(fileBytes(), object_.bytes);
+    std::vector<std::string> asked = ranges();
+    asked.erase(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_EQ(asked, c.ranges);
+    Dictionary output{{kBlobId, "7"}, {kFilePath, path()}};
+    if (c.statesSize) output.set(kTotalFileSize, c.size);
+    EXPECT_EQ(Value(task->outputContext()), Value(output));
+  }
+  for (const bool statesSize : {true, false}) {
+    std::filesystem::remove(path());
+    object_ = RangedObject::ofSize(0);
+    object_.statesSize = statesSize;
+    if (statesSize) answerNth(1, [](const auto&) { return answerWith(200, ""); });
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    EXPECT_EQ(errorCode(*task), 6014);
+    transport_->setHandler(
+        [this](const RecordedRequest& request) { return object_.answer(request); });
+  }
+}
+
+TEST_F(DownloadTaskTest, RequestNamesTheRecordAndCarriesTheHeaders) {
+  object_ = RangedObject::ofSize(10);
+  struct Case {
+    Dictionary input;
+    std::string url;
+  };
+  const Dictionary keys{{"id", 1}, {"na me", "a&b=c"}};
+  for (const Case& c : std::vector<Case>{
+           {{{kPrimaryKeys, keys}},
+            "http://h/Scope/Object/binary?id=1&na%20me=a%26b%3Dc&type=bytes"},
+           {{{kClientID, "c1"}, {kSessionID, "s1"}},
+            "http://h/Scope/Object/binary?id=1&type=bytes&clientid=c1&varosyncsessionid=s1"},
+           {{{kOnlineDownloadTask, "true"}, {"queryParams", Dictionary{{"q", "1"}}}},
+            "http://h/?q=1"}}) {
+    const auto task = makeTask(c.input);
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Ended));
+    EXPECT_EQ(transport_->requests().back().url, c.url);
+  }
+  const auto task =
+      makeTask({{kDownloadHeaders, Dictionary{{"X-One", 1}, {"range", "bytes=5-6"}}}});
+  task->start();
+  ASSERT_TRUE(reaches(task, TaskState::Ended));
+  EXPECT_EQ(transport_->requests().back().header("x-one"), "1");
+  EXPECT_EQ(transport_->requests().back().header("Range"), "bytes=0-999");
+}
+
+TEST_F(DownloadTaskTest, InputWithoutWhatIsNeededIsRefused) {
+  for (const auto& [key, value, context, message] :
+       std::vector<std::tuple<const char*, Value, const char*, std::string>>{
+           {kBlobId, Value(), kDownloadError, "Invalid inputs provided to the download task."},
+           {kBlobId, "", kDownloadError, "Invalid inputs provided to the download task."},
+           {kURL, "", kNetworkError, "Invalid inputs provided to the network task."},
+           {kChunkSizeKey, -1, kNetworkError, "Invalid inputs provided to the network task."},
+           {kScopeName, Value(), kNetworkError, "Invalid inputs provided to the network task."}}) {
+    const auto task = makeTask();
+    Dictionary dictionary = input();
+    dictionary.remove(key);
+    if (value.isPresent()) dictionary.set(key, value);
+    task->updateInputContext(dictionary);
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    EXPECT_EQ(errorMessage(*task, context), Value(message)) << key;
+  }
+  EXPECT_EQ(transport_->requestCount(), 0U);
+}
+
+TEST_F(DownloadTaskTest, AnswersThatDoNotBelongAreErrorsAndNeverWritten) {
+  const auto range = [](std::string bytes, std::string field, std::string tag = "\"1\"") {
+    return [=](const RecordedRequest&) {
+      return answerWith(206, bytes, {{"Content-Range", field}, {"ETag", tag}});
+    };
+  };
+  const std::string piece(1000, 'x');
+  struct Case {
+    std::string name;
+    std::function<ScriptedAnswer(const RecordedRequest&)> second;
+    std::int64_t code;
+    std::string message;
+    std::size_t left;  // bytes in the file afterwards
+  };
+  const std::string notReceived =
+      "The Content-Range of the answer is missing or malformed, or is not of the range asked for.";
+  for (const Case& c : std::vector<Case>{
+           {"none", [&](const auto&) { return answerWith(206, piece); }, 6004, notReceived, 1000},
+           {"malformed", range(piece, "bytes 1000-"), 6004, notReceived, 1000},
+           {"shifted", range(piece, "bytes 999-1998/2500"), 6004, notReceived, 1000},
+           {"longer than said", range(piece + "x", "bytes 1000-1999/2500"), 6004, notReceived,
+            1000},
+           {"shorter than said", range("x", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
+           {"empty", range("", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
+           {"another size", range(piece, "bytes 1000-1999/2501"), 1019, "Integrity check failed",
+            0},
+           {"another tag", range(piece, "bytes 1000-1999/2500", "\"2\""), 1019,
+            "Integrity check failed", 0},
+           {"416", [](const auto&) { return answerWith(416, ""); }, 999, "Other issues.", 1000},
+           {"404", [](const auto&) { return answerWith(404, ""); }, 999, "Not Found.", 1000},
+           {"500", [](const auto&) { return answerWith(500, ""); }, 999, "Internal Server Error",
+            1000},
+           {"lost", [](const auto&) { return failWith(7, "no route"); }, 6006,
+            "Upload error: no route", 1000},
+           {"error",
+            [](const auto&) {
+              return answerWith(200, R"({"d":{"error":true,"msg":"gone"}})",
+                                {{"Content-Type", "application/JSON; charset=utf-8"}});
+            },
+            999, "gone", 1000}}) {
+    SCOPED_TRACE(c.name);
+    answerNth(2, c.second);
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    EXPECT_EQ(errorCode(*task), c.code);
+    EXPECT_EQ(errorMessage(*task, kNetworkError), Value(c.message));
+    EXPECT_EQ(fileBytes(), object_.bytes.substr(0, c.left));
+    EXPECT_EQ(task->outputContext()[kFilePath], Value(path()));
+
+    // A new start goes on and ends well.
+    task->setState(TaskState::NotStarted);
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Ended));
+    EXPECT_EQ(fileBytes(), object_.bytes);
+  }
+}
+
+TEST_F(DownloadTaskTest, AnswersThatAreGoodOtherwiseEndWell) {
+  struct Case {
+    std::string name;
+    std::function<ScriptedAnswer(const RecordedRequest&)> second;
+    Dictionary input;
+  };
+  const auto whole = [this](const RecordedRequest&) { return answerWith(200, object_.bytes); };
+  for (const Case& c : std::vector<Case>{
+           {"whole object", whole, {}},
+           {"weak tags",
+            [this](const RecordedRequest& request) {
+              ScriptedAnswer answer = object_.answer(request);
+              answer.response->headers[1].value = "W/\"2\"";
+              return answer;
+            },
+            {}},
+           {"short range",
+            [this](const RecordedRequest&) {
+              return answerWith(206, object_.bytes.substr(1000, 1),
+                                {{"Content-Range", "bytes 1000-1000/2500"}});
+            },
+            {}},
+           {"Base64",
+            [this](const RecordedRequest&) {
+              return answerWith(
+                  200, R"({"d":{"results":")" + platform::base64::encode(object_.bytes) + "\"}}");
+            },
+            {{kResponseType, "Base64"}}}}) {
+    SCOPED_TRACE(c.name);
+    answerNth(2, c.second);
+    const auto task = makeTask(c.input);
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Ended));
+    EXPECT_EQ(fileBytes(), object_.bytes);
+  }
+}
+
+TEST_F(DownloadTaskTest, RunStartsAtItsOffsetWhateverTheFileHas) {
+  struct Case {
+    std::string name;
+    std::string leftOver;
+    std::int64_t offset;
+    TransferPolicy policy;
+    TaskState end;
+    std::vector<std::string> ranges;
+  };
+  const std::string junk(4000, 'j');
+  const std::string& bytes = object_.bytes;
+  for (const Case& c : std::vector<Case>{
+           {"longer file",
+            bytes.substr(0, 1000) + junk,
+            1000,
+            TransferPolicy::kCompatible,
+            TaskState::Ended,
+            {"bytes=1000-1999", "bytes=2000-2499"}},
+           {"shorter file",
+            bytes.substr(0, 999),
+            1000,
+            TransferPolicy::kCompatible,
+            TaskState::Errored,
+            {"bytes=1000-1999"}},
+           {"no file",
+            "",
+            1000,
+            TransferPolicy::kCompatible,
+            TaskState::Errored,
+            {"bytes=1000-1999"}},
+           {"complete",
+            bytes,
+            2500,
+            TransferPolicy::kCompatible,
+            TaskState::Errored,
+            {"bytes=2500-3499"}},
+           {"complete", bytes, 2500, TransferPolicy::kSafe, TaskState::Ended, {"bytes=2500-3499"}},
+           {"too long",
+            bytes + "junk",
+            2504,
+            TransferPolicy::kSafe,
+            TaskState::Ended,
+            {"bytes=2504-3503", "bytes=0-999", "bytes=1000-1999", "bytes=2000-2499"}}}) {
+    SCOPED_TRACE(c.name);
+    setTransferPolicy(c.policy);
+    std::filesystem::remove(path());
+    if (!c.leftOver.empty()) writeFile(c.leftOver);
+    const std::size_t before = transport_->requestCount();
+    const auto task = makeTask({{kTotalBytesDownloaded, c.offset}});
+    task->start();
+    ASSERT_TRUE(reaches(task, c.end));
+    if (c.end == TaskState::Ended) {
+      EXPECT_EQ(fileBytes(), bytes);
+    }
+    std::vector<std::string> asked = ranges();
+    asked.erase(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(before));
+    asked.resize(std::min(asked.size(), c.ranges.size()));
+    EXPECT_EQ(asked, c.ranges);
+  }
+}
+
+TEST_F(DownloadTaskTest, UndecodableBase64IsAnEmptyBody) {
+  for (const char* body :
+       {"no JSON", "{}", R"({"d":{}})", R"({"d":{"results":7}})", R"({"d":{"results":"%%%"}})"}) {
+    answerNth(1, [body](const auto&) { return answerWith(200, body); });
+    const auto task = makeTask({{kResponseType, "Base64"}});
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored)) << body;
+    EXPECT_EQ(errorCode(*task), 6014) << body;
+  }
+}
+
+TEST_F(DownloadTaskTest, FailuresOfTheFileSystemEndTheDownloadAndNameThePath) {
+  const std::string folder = home_ / "Documents/blobs";
+  struct Case {
+    std::string name;
+    std::function<void()> prepare;
+    std::string message;
+    std::string cause;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"directory", [&] { std::filesystem::create_directories(path()); }, "",
+            "Is a directory"},
+           {"FIFO", [&] { ::mkfifo(path().c_str(), 0600); }, "", "Invalid argument"},
+           {"link", [&] { std::filesystem::create_symlink(home_ / "target", path()); }, "",
+            "Too many levels of symbolic links"},
+           {"no folder",
+            [&] {
+              std::filesystem::remove_all(folder);
+              std::ofstream(folder) << "a file";
+            },
+            "FileDoesn't exist at path.", "Not a directory"}}) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    std::ofstream(home_ / "target") << "untouched";
+    c.prepare();
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    const Dictionary info = task->errorContext()[kPersistenceError].dictionaryValue();
+    EXPECT_EQ(info["path"], Value(path()));
+    EXPECT_THAT(info["NSLocalizedDescription"].textValue(), HasSubstr(c.cause));
+    if (!c.message.empty()) {
+      EXPECT_EQ(info["message"], Value(c.message));
+    }
+    EXPECT_EQ(std::filesystem::file_size(home_ / "target"), 9U);
+  }
+  std::filesystem::remove_all(folder);
+}
+
+TEST_F(DownloadTaskTest, BlobIdsThatLeaveTheFolderAreRefused) {
+  for (const char* blobId : {"../7", "/etc/7", "..", "a/../../7", "%2e%2e/7"}) {
+    const auto task = makeTask({{kBlobId, blobId}});
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored)) << blobId;
+    EXPECT_EQ(errorMessage(*task, kPersistenceError), Value("FileDoesn't exist at path."));
+    EXPECT_TRUE(task->outputContext()[kFilePath].textValue().empty()) << blobId;
+  }
+}
+
+/// A limit of the process stands in for a full disk: writes beyond it fail as there.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int);
+};
+
+TEST_F(DownloadTaskTest, FullDiskKeepsWhatWasWrittenAndTheDownloadGoesOnLater) {
+  object_ = RangedObject::ofSize(300'000);
+  const auto task = makeTask({{kChunkSizeKey, 50'000}});
+  {
+    const FileSizeLimit limit(170'000);
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+  }
+  EXPECT_THAT(errorMessage(*task, kPersistenceError).textValue(),
+              HasSubstr("Writing " + path() + ": File too large"));
+  EXPECT_EQ(fileBytes(), object_.bytes.substr(0, 150'000));
+
+  const auto again = makeTask({{kChunkSizeKey, 50'000}, {kTotalBytesDownloaded, 150'000}});
+  again->start();
+  ASSERT_TRUE(reaches(again, TaskState::Ended));
+  EXPECT_EQ(fileBytes(), object_.bytes);
+}
+
+TEST_F(DownloadTaskTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) {
+  for (const auto& [name, interfere] : std::vector<std::pair<std::string, std::function<void()>>>{
+           {"removed", [this] { std::filesystem::remove(path()); }},
+           {"folder removed", [this] { std::filesystem::remove_all(home_ / "Documents/blobs"); }},
+           {"cut", [this] { std::filesystem::resize_file(path(), 10); }},
+           {"replaced", [this] {
+              std::filesystem::rename(path(), path() + ".old");
+              writeFile(object_.bytes.substr(0, 1000));
+            }}}) {
+    SCOPED_TRACE(name);
+    answerNth(2, [this, interfere](const RecordedRequest& request) {
+      EXPECT_TRUE(eventually([this] { return fileBytes().size() == 1000; }));
+      interfere();
+      return object_.answer(request);
+    });
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    EXPECT_EQ(task->errorContext()[kPersistenceError].dictionaryValue()["path"], Value(path()));
+  }
+}
+
+TEST_F(DownloadTaskTest, TwoDownloadsNeverWriteOneFile) {
+  transport_->hold();
+  const auto first = makeTask();
+  first->start();
+  ASSERT_TRUE(eventually([&] { return transport_->release(); }));
+  ASSERT_TRUE(eventually([&] { return fileBytes().size() == 1000; }));
+  const auto second = makeTask();
+  second->start();
+  ASSERT_TRUE(eventually([&] { return transport_->heldCount() == 2; }));
+  transport_->releaseAll();
+  ASSERT_TRUE(reaches(second, TaskState::Errored));
+  EXPECT_THAT(errorMessage(*second, kPersistenceError).textValue(), HasSubstr("Another download"));
+  ASSERT_TRUE(reaches(first, TaskState::Ended));
+  EXPECT_EQ(fileBytes(), object_.bytes);
+  first->releaseFile();
+  second->setState(TaskState::NotStarted);
+  second->start();
+  EXPECT_TRUE(reaches(second, TaskState::Ended));
+}
+
+TEST_F(DownloadTaskTest, AtMostFourChunksWaitForTheDisk) {
+  object_ = RangedObject::ofSize(20'000);
+  std::atomic<bool> isOpen{false};
+  const auto slow = std::make_shared<OnChunkDownloadCompleted>(
+      [&isOpen](const std::string&, std::int64_t, std::int64_t, const Value&) {
+        EXPECT_TRUE(eventually([&isOpen] { return isOpen.load(); }));
+      });
+  const auto task = makeTask({{kOnChunkDownloadCompleted, Value(slow)}});
+  task->start();
+  // One is being written, four wait, none is asked for.
+  ASSERT_TRUE(eventually([this] { return transport_->requestCount() == 5; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(transport_->requestCount(), 5U);
+  isOpen = true;
+  ASSERT_TRUE(reaches(task, TaskState::Ended));
+  EXPECT_EQ(fileBytes(), object_.bytes);
+}
+
+TEST_F(DownloadTaskTest, StreamedChunksArriveOnceAndInOrderAndLeaveNoFile) {
+  std::string streamed;
+  const auto block = std::make_shared<OnStreamDownloadCompleted>(
+      [&](const std::string& blobId, const std::shared_ptr<Chunk>& chunk, const Value& params) {
+        EXPECT_EQ(blobId, "7");
+        EXPECT_EQ(params, Value("p"));
+        EXPECT_EQ(static_cast<std::size_t>(chunk->offset()), streamed.size());
+        streamed += chunk->data()->readAll(1'000'000).value();
+        throw std::runtime_error("a block's own trouble");
+      });
+  const Dictionary streaming{
+      {kStreaming, true}, {kOnStreamDownloadCompleted, Value(block)}, {kFileParams, "p"}};
+  for (const bool wholeInTheMiddle : {false, true}) {
+    streamed.clear();
+    answerNth(wholeInTheMiddle ? 2 : 99,
+              [this](const auto&) { return answerWith(200, object_.bytes); });
+    const auto task = makeTask(streaming);
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Ended));
+    EXPECT_EQ(streamed, object_.bytes);
+    EXPECT_FALSE(std::filesystem::exists(path()));
+  }
+}
+
+TEST_F(DownloadTaskTest, ProgressIsToldAfterEachChunk) {
+  std::vector<std::pair<std::int64_t, std::int64_t>> told;
+  const auto block = std::make_shared<OnChunkDownloadCompleted>(
+      [&](const std::string&, std::int64_t written, std::int64_t total, const Value&) {
+        told.emplace_back(written, total);
+      });
+  const auto task = makeTask({{kOnChunkDownloadCompleted, Value(block)}});
+  task->start();
+  ASSERT_TRUE(reaches(task, TaskState::Ended));
+  EXPECT_THAT(told,
+              ElementsAre(std::pair(1000, 2500), std::pair(2000, 2500), std::pair(2500, 2500)));
+}
+
+TEST_F(DownloadTaskTest, ObjectOfUnknownSizeWithoutEndIsStopped) {
+  transport_->setHandler([](const RecordedRequest& request) {
+    const std::int64_t first = test::askedRange(request).value().first;
+    return answerWith(206, "x", {{"Content-Range", fmt::format("bytes {}-{}/*", first, first)}});
+  });
+  const auto task = makeTask();
+  task->start();
+  ASSERT_TRUE(
+      eventually([&] { return task->state() == TaskState::Errored; }, std::chrono::minutes(1)));
+  EXPECT_EQ(errorMessage(*task, kNetworkError), Value("The object has no end"));
+}
+
+TEST_F(DownloadTaskTest, DeviceLogLevelGoesBackToTheServerThatSetItAlone) {
+  object_ = RangedObject::ofSize(10);
+  const auto levelSentTo = [this](const std::string& url) {
+    const auto task = makeTask({{kURL, url}});
+    task->start();
+    EXPECT_TRUE(reaches(task, TaskState::Ended));
+    return transport_->requests().back().header("X-Pelmar-Device-Log-Level").value_or("none");
+  };
+  const auto answerLevel = [this](const std::string& level) {
+    answerNth(1, [this, level](const RecordedRequest& request) {
+      ScriptedAnswer answer = object_.answer(request);
+      answer.response->headers.push_back({"x-pelmar-device-log-level", level});
+      return answer;
+    });
+  };
+  const test::RecordingLog log(platform::LogLevel::kOff);
+  answerLevel("fatal");
+  EXPECT_EQ(levelSentTo("http://h/"), "none");
+  EXPECT_TRUE(platform::VaroNativeFacade::isEnabled(platform::LogLevel::kFatal));
+  EXPECT_FALSE(platform::VaroNativeFacade::isEnabled(platform::LogLevel::kError));
+  EXPECT_EQ(levelSentTo("http://H/"), "fatal");
+  EXPECT_EQ(levelSentTo("http://h:81/"), "none");
+  answerLevel("OFF");
+  EXPECT_EQ(levelSentTo("http://h/"), "fatal");
+  EXPECT_FALSE(platform::VaroNativeFacade::isEnabled(platform::LogLevel::kFatal));
+  EXPECT_EQ(levelSentTo("http://h/"), "none");
+}
+
+}  // namespace
+}  // namespace varo::binary
