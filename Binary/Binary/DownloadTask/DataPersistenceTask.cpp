@@ -102,6 +102,7 @@ void DataPersistenceTask::execute() {
     return raiseError(std::make_shared<const VSTaskError>(
         ID(), std::string(kInputErrorName), std::string(kInputErrorDomain), kErrorCode, userInfo));
   }
+  isReleased_ = false;
   // On the queue, so that it comes before every chunk and after what is left of an earlier run.
   chunkQueue().async([self = self<DataPersistenceTask>()] { self->beginRun(); });
 }
@@ -130,6 +131,7 @@ void DataPersistenceTask::stop() {
 }
 
 void DataPersistenceTask::releaseFile() {
+  isReleased_ = true;
   chunkQueue().async([self = self<DataPersistenceTask>()] { self->_fileHandle.release(); });
 }
 
@@ -221,6 +223,7 @@ void DataPersistenceTask::setEmptyChunk(const std::shared_ptr<NetworkTask>& netw
 
 /// Also when it has Ended: that may have been before the network task's end.
 bool DataPersistenceTask::isWriting() const {
+  if (isReleased_) return false;
   const TaskState now = state();
   return now == TaskState::Started || now == TaskState::Ended;
 }

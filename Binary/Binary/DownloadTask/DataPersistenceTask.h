@@ -8,6 +8,7 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -41,7 +42,7 @@ class DataPersistenceTask final : public platform::VSTask {
 
   /// Writes no further byte and releases the file.
   void stop();
-  /// Lets other downloads write the file.
+  /// Lets other downloads write the file. For a task that is at its end.
   void releaseFile();
 
   /// Hears of the network task.
@@ -83,6 +84,9 @@ class DataPersistenceTask final : public platform::VSTask {
                     const std::string& path);
   void failWithEmptyBody();
   void takeEndBack();
+
+  /// What is queued still does nothing, so that it does not lock the file again.
+  std::atomic<bool> isReleased_{false};
 
   // All of these are used on "chunkQueue" only.
   std::int64_t _totalFileSize = 0;       // bytes; 0 while unknown
