@@ -1,17 +1,24 @@
 #pragma once
 
+#include "Binary/Binary/BinaryDataManager/DownloadLists.h"
+#include "Binary/Binary/BinaryDataManager/DownloadScheduler.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
+#include "Platform/Foundation/WorkQueue.h"
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace varo::binary {
+
+struct BlobColumn;
 
 /// Error or null, blob id or none.
 using BlobCreationBlock =
@@ -32,7 +39,12 @@ using BlobDeletionBlock =
 /// Databases are named, not given by path: see `SQLiteUtil::getDBPath`. A record is named by its
 /// table and its primary keys (column -> value). Every block may be empty, is called at most once,
 /// on a thread of the runtime's pool or on the calling thread, with no lock held; every operation
-/// may be called from inside any block. What a block throws is logged and goes no further.
+/// may be called from inside any block. What a block throws is logged and goes no further. A
+/// download has one block of each kind: one that is given while another waits takes its place.
+/// docs/policy.md lists the cases in which a block is called under `TransferPolicy::kSafe` only.
+///
+/// Errors have the domain "DownloadTaskErrorDomain" unless said otherwise. After the runtime's
+/// shutdown no download is made or changed (5001); paths and deletions work on.
 /// Thread-safe.
 class BinaryDataManager final : public platform::TaskListener,
                                 public std::enable_shared_from_this<BinaryDataManager> {
@@ -40,27 +52,34 @@ class BinaryDataManager final : public platform::TaskListener,
   /// Downloads that run at once. Resumed ones do not count.
   static constexpr std::size_t MAX_PARALLEL_JOBS = 5;
 
-  /// The process's one manager.
+  /// The process's one manager, which is never destroyed.
   [[nodiscard]] static const std::shared_ptr<BinaryDataManager>& sharedInstance();
 
   /// Makes the task that downloads the record's binary column, and its row in the table where there
   /// is none. Returns at once. `downloadConfig` is the input of the download: "URL", "ScopeName",
   /// "ObjectName", "ChunkSize" (bytes of a range), "Headers", "ResponseType", and so on; an
-  /// `OnChunkDownloadCompleted` under "onChunkDownloadCompleted" hears of the progress. Errors:
-  /// 5004, and 5002 for a blob that is being downloaded or is there.
+  /// `OnChunkDownloadCompleted` under "onChunkDownloadCompleted" hears of the progress. The task of
+  /// the same blob that was made before is replaced, and forgotten unless it runs. Errors: 5004 for
+  /// no such record, and, in the domain `kInvalidTaskCreationState`, 5002 for a blob that is being
+  /// downloaded or is there.
   void createDownloadTaskForDb(const std::string& databaseName, const std::string& tableName,
                                const std::string& columnName,
                                const platform::Dictionary& primaryKeyTable,
                                const platform::Dictionary& downloadConfig,
                                BlobCreationBlock completion);
 
-  /// Starts the task, or puts it into the queue. The block hears of the end: the result is the
-  /// task's output ("BlobID", "FilePath", "TotalFileSize"), or {"FilePath", "state"} where the file
-  /// was there already.
+  /// Starts the task, or puts it into the queue; one that has paused or failed starts over. The
+  /// block hears of the end: the result is the task's output ("BlobID", "FilePath",
+  /// "TotalFileSize"), or {"FilePath", "state"} where the file was there already. Errors: 5005 for
+  /// no blob id, 5003 for no task, 4 and 5 for a download that has ended and whose file is not
+  /// there; domain "DownloadTaskError", code 4, with the task's error context, for a download that
+  /// has failed.
   void startDownload(const std::optional<std::string>& blobId, DownloadBlock completion);
-  /// Asks a running download to pause; the block hears when it has, with the task's output.
+  /// Asks a running download to pause; the block hears when it has, with the task's output. Errors:
+  /// 5005, 5003, and 5001 for a download that does not run.
   void pauseDownload(const std::optional<std::string>& blobId, DownloadBlock completion);
-  /// Goes on with a paused download; the block hears of the end, as that of `startDownload`.
+  /// Goes on with a paused download; the block hears of the end, as that of `startDownload`, whose
+  /// own is forgotten. Errors: 5003, and 5001 for a download that is not paused.
   void resumeDownload(const std::optional<std::string>& blobId, DownloadBlock completion);
 
   /// Where the file of the record's binary column is. Returns at once. Errors: 5004 for no such
@@ -71,20 +90,59 @@ class BinaryDataManager final : public platform::TaskListener,
                                            BlobPathBlock completionBlock);
 
   /// Records the deletion of the record's binary column for the sync engine. Returns at once. With
-  /// "shouldDeleteBeforeSyncSession" true in `options` the file is removed now.
+  /// "shouldDeleteBeforeSyncSession" true in `options` the file is removed now; a deletion whose
+  /// file cannot be removed is not recorded. Errors: domain "DeleteBinaryDomain", 5004 for no such
+  /// record, 7001 for what the database refused.
   void deleteBinaryObjectForPrimaryKeys(const platform::Dictionary& primaryKeys,
                                         const std::string& db, const std::string& tableName,
                                         const std::string& columnName,
                                         const platform::Dictionary& options,
                                         BlobDeletionBlock completionBlock);
 
-  /// Stops every download and forgets every task.
+  /// Stops every download and forgets every task, with its blocks. Rows and files stay as they are.
   void clearBinaryDataManagerState();
-  /// Stops the download of every task.
+  /// Stops the download of every task. The tasks keep their places, those in progress too, and
+  /// their blocks wait until `clearBinaryDataManagerState`.
   void invalidateAllBackgroundSessions();
 
+  /// Hears of the downloads. Called by the engine.
   void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
             platform::TaskState to, const platform::Dictionary& context) override;
+
+ private:
+  struct Badge {};
+  using TaskPtr = std::shared_ptr<DownloadTask>;
+  using TaskList = std::vector<TaskPtr>;
+
+ public:
+  /// For `sharedInstance` alone, as the badge says.
+  explicit BinaryDataManager(Badge badge);
+
+ private:
+  void create(const BlobColumn& column, const platform::Dictionary& downloadConfig,
+              const BlobCreationBlock& completion);
+  void createDownloadTask(const std::string& blobId, const platform::Dictionary& downloadConfig,
+                          const platform::Dictionary& additionalConfig,
+                          const platform::Dictionary& andPrimaryKeys);
+  [[nodiscard]] bool isTaskInProgress(const std::string& blobId) const;
+
+  /// Answers a pause whose download was at rest before its block was stored: nobody else would.
+  void answerLatePause(const std::string& blobId, const DownloadLists::Found& found);
+  /// Answers the blocks of a task that was cleared while they were stored.
+  void answerIfCleared(const DownloadLists::Found& found);
+
+  static void invalidate(const std::map<std::string, DownloadLists::Entry>& tasks);
+  static void clearTasksMap(const std::map<std::string, DownloadLists::Entry>& tasks);
+  static void clearSchedulingQueue(const TaskList& schedulingQueue);
+  void clearInProgressQueue(const TaskList& inProgressQueue);
+  static void clearFinishedQueue(const TaskList& finishedQueue);
+
+  DownloadLists lists_;
+  DownloadScheduler scheduler_;
+  // One operation of a kind at a time.
+  platform::SerialQueue dataManagerQueue_;
+  platform::SerialQueue dataFilePathQueue_;
+  platform::SerialQueue dataDeletionQueue_;
 };
 
 }  // namespace varo::binary

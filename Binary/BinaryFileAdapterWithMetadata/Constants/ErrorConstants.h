@@ -39,6 +39,11 @@ inline constexpr std::int32_t kCodeDeleteFailure = 6024;
 inline constexpr std::int32_t kCodeDeleteMissingParams = 6025;
 inline constexpr std::int32_t kCodeDeleteInvalidParams = 6026;
 inline constexpr std::int32_t kCodeSQLiteExecuteFailed = 7001;
+/// With `kDownloadTaskErrorDomain`: the blob's row says that there is no file, or there is no row.
+inline constexpr std::int32_t kCodeBlobFileNotAvailable = 4;
+inline constexpr std::int32_t kCodeBlobRowNotFound = 5;
+/// With `kDownloadTaskError`: a download has failed.
+inline constexpr std::int32_t kCodeDownloadTaskFailed = 4;
 
 /// Domains.
 inline constexpr std::string_view kUploadErrorDomain = "UploadError";
@@ -47,6 +52,9 @@ inline constexpr std::string_view kUpdateErrorDomain = "UpdateError";
 /// Of one rule of the update validation only.
 inline constexpr std::string_view kUpdateHeadersErrorDomain = "updateError";
 inline constexpr std::string_view kDeleteErrorDomain = "DeleteError";
+inline constexpr std::string_view kDownloadTaskErrorDomain = "DownloadTaskErrorDomain";
+inline constexpr std::string_view kDownloadTaskError = "DownloadTaskError";
+inline constexpr std::string_view kDeleteBinaryErrorDomain = "DeleteBinaryDomain";
 inline constexpr std::string_view kUrlValidationErrorDomain = "ValidationsUtils";
 inline constexpr std::string_view kBinaryNetworkUtilsErrorDomain = "BinaryNetworkUtils";
 inline constexpr std::string_view kTemplateParsingErrorDomain = "Template Parsing Error";
@@ -58,6 +66,8 @@ inline constexpr std::string_view kRetriesExceededErrorDomain =
 
 /// The description of most errors: one of the messages below and a detail.
 inline constexpr std::string_view kMessageAndDetail = "%@: %@";
+/// The library was shut down before the operation.
+inline constexpr std::string_view kLibraryShutDown = "The library has been shut down";
 /// What is told of an exception that cannot tell itself.
 inline constexpr std::string_view kUnknownException = "not a std::exception";
 
@@ -121,6 +131,9 @@ inline constexpr std::string_view kErrorInsertingRow =
 inline constexpr std::string_view kErrorUpdatingRow =
     "Error in updating row in varosyncBLOBSTOREMANAGER.";
 inline constexpr std::string_view kErrorUpdatingParentTable = "Error in updating parent table.";
+inline constexpr std::string_view kDownloadsCleared =
+    "The downloads were cleared before this one had ended.";
+inline constexpr std::string_view kFileNotRemoved = "The file of the blob could not be removed.";
 inline constexpr std::string_view kmsgtemplateParsing = "Template Parsing error";
 
 }  // namespace varo::binary

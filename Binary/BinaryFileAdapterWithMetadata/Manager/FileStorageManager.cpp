@@ -53,7 +53,6 @@ constexpr std::string_view kUpdateParamsValid = "update params validation succes
 constexpr std::string_view kDownloadInProgress = "%@ : %@ : Another download is in progress for %@";
 constexpr std::string_view kSuccessNotDefined = "%@ : %@ Success callback not defined";
 constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not defined";
-constexpr std::string_view kShutDown = "The library has been shut down";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
@@ -97,7 +96,7 @@ bool FileStorageManager::enterWithUrl(std::string_view functionTag, const std::s
   if (platform::Runtime::shared().isShutDown()) {
     // The engine would refuse the task, and nobody would be told.
     reportFailure(callback, CommonUtils::generateErrorWith(
-                                kClassTag, kCodeInvalidStateForBinaryOperation, kShutDown));
+                                kClassTag, kCodeInvalidStateForBinaryOperation, kLibraryShutDown));
     return false;
   }
   return true;

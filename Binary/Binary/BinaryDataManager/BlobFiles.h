@@ -1,0 +1,54 @@
+#pragma once
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Result.h"
+#include "Platform/Foundation/Value.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace varo::binary {
+
+/// The record's binary column that an operation is about.
+struct BlobColumn {
+  std::string databaseName;
+  std::string tableName;
+  std::string columnName;
+  platform::Dictionary primaryKeys;
+};
+
+/// What became of a deletion.
+struct BlobDeletion {
+  std::optional<std::string> blobId;
+  /// Whether the sync engine will hear of it.
+  bool recorded = false;
+  bool fileRemoved = false;
+  platform::ErrorPtr error;
+};
+
+/// The files of blobs: where they are, how far they have come, and their end. Stateless,
+/// thread-safe.
+class BlobFiles {
+ public:
+  BlobFiles() = delete;
+
+  /// Where the file of the record's binary column is, as its row says. Errors: domain
+  /// `kDownloadTaskErrorDomain`, code 5004 for no such record, 5001 for no usable file.
+  [[nodiscard]] static platform::Result<std::string> filePath(const BlobColumn& column);
+
+  /// Records the deletion of the record's binary column for the sync engine; `removeNow` also
+  /// deletes the file, without which nothing is recorded then. Errors: domain
+  /// `kDeleteBinaryErrorDomain`, code 5004 for no such record, 7001 for what the database refused;
+  /// under `TransferPolicy::kSafe` 5001 for a file that was to be removed and is still there.
+  [[nodiscard]] static BlobDeletion recordDeletion(const BlobColumn& column, bool removeNow);
+
+  /// Deletes the regular file at this path. Whether there was one; for symbolic links, directories,
+  /// special files and paths that are not absolute there was none.
+  static bool removeFileAt(const std::string& path);
+
+  /// Bytes of the regular file that the row names; 0 where there is none.
+  [[nodiscard]] static std::int64_t bytesOnDisk(const platform::Dictionary& row);
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,146 @@
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/SQLiteUtil.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+
+#include <string_view>
+
+namespace varo::binary {
+
+using platform::Array;
+using platform::Dictionary;
+using platform::Value;
+
+namespace {
+
+constexpr std::string_view kBlobRef = "blobref";
+constexpr std::int64_t kInsertFailed = -1;
+constexpr std::int64_t kDatabaseNotOpened = 0;
+/// What the sync engine expects in a new row.
+constexpr std::int64_t kNewRowStatus = 0;
+constexpr std::int64_t kNewRowRetries = 3;
+
+constexpr std::string_view kDatabasePath = "DB PATH : %@";
+constexpr std::string_view kNoRecord =
+    "Unable to create download task as the record with the given primary key table doesn't exist.";
+constexpr std::string_view kNoBlobYet =
+    "No blob ID exists, i.e., blob ID was NULL. Inserting a row in varosyncBLOBSTOREMANAGER.";
+constexpr std::string_view kRowNotCreated =
+    "Unable to create download task as the as insertion into BlobStoreManager Failed. pktable = "
+    "%@";
+constexpr std::string_view kRowCreated = "Row successfully created in varosyncBLOBSTOREMANAGER.";
+constexpr std::string_view kInsertedBlobId = "Inserted blob ID = %ld";
+constexpr std::string_view kLinked =
+    "Updated the values in the varosyncBLOBSTOREMANAGER for blob ID : %ld";
+constexpr std::string_view kNotLinked = "Updated the values in the %@ failed";
+constexpr std::string_view kBlobIdObtained = "Updated blobIdString = %@, pktable = %@";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+std::string linkColumn(const std::string& columnName) {
+  return std::string(kBlobRef) + '_' + columnName;
+}
+
+}  // namespace
+
+BlobStoreTable::BlobStoreTable(const std::string& databaseName) : path_(getDBPath(databaseName)) {}
+
+std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
+  std::string path = SQLiteUtil::getDBPath(databaseName);
+  logger().logDebug(kDatabasePath, path);
+  return path;
+}
+
+bool BlobStoreTable::isFailedInsert(std::int64_t id) {
+  return id == kInsertFailed ||
+         (id == kDatabaseNotOpened && transferPolicy() == TransferPolicy::kSafe);
+}
+
+std::optional<Dictionary> BlobStoreTable::firstRow(const std::string& tableName,
+                                                   const Dictionary& where) const {
+  const auto rows = SQLiteUtil::queryDataForDatabase(path_, tableName, where);
+  if (!rows || rows->empty()) return std::nullopt;
+  return (*rows)[0].dictionaryValue();
+}
+
+std::optional<Dictionary> BlobStoreTable::record(const std::string& tableName,
+                                                 const Dictionary& primaryKeys) const {
+  return firstRow(tableName, primaryKeys);
+}
+
+std::optional<std::string> BlobStoreTable::linkIn(const Dictionary& record,
+                                                  const std::string& columnName) {
+  const Value* link = record.find(linkColumn(columnName));
+  if (link == nullptr) return std::nullopt;
+  return link->textValue();
+}
+
+bool BlobStoreTable::setLink(const std::string& tableName, const std::string& columnName,
+                             const Dictionary& primaryKeys, std::int64_t blobId) const {
+  return SQLiteUtil::updateStatementForDatabase(
+      path_, tableName, {{linkColumn(columnName), std::to_string(blobId)}}, primaryKeys);
+}
+
+std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& tableName,
+                                                        const std::string& columnName,
+                                                        const Dictionary& primaryKeys,
+                                                        const Value& responseType) const {
+  const auto parent = record(tableName, primaryKeys);
+  if (!parent) {
+    logger().logError(kNoRecord);
+    return std::nullopt;
+  }
+  auto link = linkIn(*parent, columnName);
+  if (link != blobs::kNull) return link;
+
+  logger().logTrace(kNoBlobYet);
+  const std::int64_t id = insert({{blobs::kLocalPath, ""},
+                                  {blobs::kTableName, tableName},
+                                  {blobs::kColumnName, columnName},
+                                  {blobs::kType, responseType},
+                                  {blobs::kState, kDownloadNotStarted},
+                                  {blobs::kStatus, kNewRowStatus},
+                                  {blobs::kRetry, kNewRowRetries}});
+  if (isFailedInsert(id)) {
+    logger().logError(kRowNotCreated, primaryKeys);
+    return std::nullopt;
+  }
+  logger().logInfo(kRowCreated);
+  logger().logDebug(kInsertedBlobId, id);
+  // Without its link the blob can still be downloaded: the record gets another one next time.
+  if (setLink(tableName, columnName, primaryKeys, id)) {
+    logger().logDebug(kLinked, id);
+  } else {
+    logger().logWarning(kNotLinked, tableName);
+  }
+  std::string blobId = std::to_string(id);
+  logger().logDebug(kBlobIdObtained, blobId, primaryKeys);
+  return blobId;
+}
+
+std::optional<Dictionary> BlobStoreTable::row(const std::string& blobId) const {
+  return firstRow(kVaroSyncBlobStoreMangager, {{blobs::kId, blobId}});
+}
+
+std::int64_t BlobStoreTable::insert(const Dictionary& values) const {
+  return SQLiteUtil::insertStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values);
+}
+
+bool BlobStoreTable::update(const std::string& blobId, const Dictionary& values) const {
+  return SQLiteUtil::updateStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values,
+                                                {{blobs::kId, blobId}});
+}
+
+bool isAbsolutePath(std::string_view path) noexcept {
+  return path.starts_with('/') && path.find('\0') == std::string_view::npos;
+}
+
+std::optional<std::string> localPathIn(const Dictionary& row) {
+  std::string path = row[blobs::kLocalPath].textValue();
+  if (!isAbsolutePath(path)) return std::nullopt;
+  return path;
+}
+
+}  // namespace varo::binary

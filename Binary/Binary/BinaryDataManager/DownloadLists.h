@@ -1,0 +1,95 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace varo::binary {
+
+class DownloadTask;
+
+/// Which downloads there are, which of them wait, run, and have ended. Knows the order, starts
+/// nothing and calls nobody; of the tasks it only asks their state. Thread-safe; each call is
+/// atomic.
+class DownloadLists {
+ public:
+  using TaskPtr = std::shared_ptr<DownloadTask>;
+
+  /// At most `parallelJobs` downloads are in progress at once.
+  explicit DownloadLists(std::size_t parallelJobs) : parallelJobs_(parallelJobs) {}
+
+  /// A download as its owner is to see it.
+  struct Found {
+    TaskPtr task;
+    /// The task's own state, except that one that has paused or come to its end counts as Started
+    /// until the owner has `note`d that.
+    platform::TaskState state;
+    /// Whose clearing ends this download.
+    std::uint64_t generation;
+  };
+  /// Without a task for an unknown blob id.
+  [[nodiscard]] Found find(const std::string& blobId) const;
+  /// Enters a new download, which replaces the one of its name. That one stays in its list.
+  void add(const TaskPtr& task);
+
+  /// Notes that the consequences of the task's change to `state` have been drawn.
+  void note(const DownloadTask& task, platform::TaskState state);
+  /// Has the download, which has been noted to be in `from`, count as being in `to`. One caller
+  /// alone succeeds, and only while the task is the one of its name.
+  [[nodiscard]] bool claim(const DownloadTask& task, platform::TaskState from,
+                           platform::TaskState to);
+
+  /// Whether nothing was cleared since `find` told this generation.
+  [[nodiscard]] bool isCurrent(std::uint64_t generation) const;
+
+  /// Puts the task at the end of those that wait, unless it is among them. False, and nothing done,
+  /// when the lists were cleared since the task was found.
+  [[nodiscard]] bool schedule(const TaskPtr& task, std::uint64_t generation);
+  [[nodiscard]] bool hasScheduled() const;
+  /// While there is room: moves `task`, if it still waits, to those in progress and returns it. A
+  /// task that cannot be started (it was already, or has ended while it waited) makes way for the
+  /// first one that waits, and so on. Null when there is none to start.
+  [[nodiscard]] TaskPtr takeToStart(const TaskPtr& task);
+  /// The same of the first one that waits.
+  [[nodiscard]] TaskPtr takeFirstToStart();
+
+  [[nodiscard]] bool isInProgress(const std::string& blobId) const;
+  void removeFromInProgress(const TaskPtr& task);
+  void moveToFinished(const TaskPtr& task);
+  void removeFromFinished(const TaskPtr& task);
+
+  struct Entry {
+    TaskPtr task;
+    platform::TaskState noted = platform::TaskState::NotStarted;
+  };
+  /// Everything. A task is in at most one of the first three, and often in `tasks` beside.
+  struct Content {
+    std::vector<TaskPtr> schedulingQueue;
+    std::vector<TaskPtr> inProgressQueue;
+    std::vector<TaskPtr> finishedQueue;
+    std::map<std::string, Entry> tasks;
+  };
+  [[nodiscard]] std::map<std::string, Entry> tasks() const;
+  /// Empties the lists.
+  [[nodiscard]] Content takeAll();
+
+ private:
+  [[nodiscard]] Entry* entryLocked(const DownloadTask& task) VARO_REQUIRES(mutex_);
+  [[nodiscard]] TaskPtr takeToStartLocked(TaskPtr task, std::vector<TaskPtr>& dropped)
+      VARO_REQUIRES(mutex_);
+
+  const std::size_t parallelJobs_;
+
+  /// Nothing is called under it but `VSTask::state`, and no task is destroyed.
+  mutable platform::Mutex mutex_;
+  Content content_ VARO_GUARDED_BY(mutex_);
+  std::uint64_t generation_ VARO_GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,100 @@
+#include "Binary/Binary/BinaryDataManager/DownloadScheduler.h"
+
+#include "Binary/Binary/BinaryDataManager/DownloadAnswers.h"
+#include "Binary/Binary/BinaryDataManager/DownloadRows.h"
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::TaskState;
+
+namespace {
+
+constexpr std::string_view kCheckingSlots = "Checking if the inProgressQueue has empty slot.";
+constexpr std::string_view kFire = " Fire %@ off!!";
+constexpr std::string_view kPostProcessing =
+    "Post processing task from finished queue for download task %@ . Calling the success callback.";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+}  // namespace
+
+void DownloadScheduler::checkAndStartExecution(const TaskPtr& task) {
+  logger().logTrace(kCheckingSlots);
+  fire(lists_.takeToStart(task));
+}
+
+void DownloadScheduler::startNextScheduledTask() {
+  if (!lists_.hasScheduled()) return;
+  logger().logTrace(kCheckingSlots);
+  fire(lists_.takeFirstToStart());
+}
+
+void DownloadScheduler::fire(const TaskPtr& task) {
+  if (task == nullptr) return;
+  logger().logDebug(kFire, task->name());
+  task->start();
+}
+
+void DownloadScheduler::downloadChanged(const TaskPtr& download, TaskState to,
+                                        const Dictionary& output) {
+  switch (to) {
+    case TaskState::Started:
+      DownloadRows::updateStateOfTask(*download, kDownloadStarted, output);
+      return lists_.note(*download, to);
+    case TaskState::Ended:
+      return downloadEnded(download, output);
+    case TaskState::Paused:
+      return downloadPaused(download, output);
+    case TaskState::Errored:
+      return downloadErrored(download, output);
+    case TaskState::NotStarted:
+    case TaskState::Stopped:
+      return;
+  }
+}
+
+void DownloadScheduler::downloadEnded(const TaskPtr& task, const Dictionary& output) {
+  lists_.moveToFinished(task);
+  postProcess(task, output);
+  DownloadAnswers::answerPauseAfterEnd(*task);
+  startNextScheduledTask();
+}
+
+void DownloadScheduler::postProcess(const TaskPtr& task, const Dictionary& output) {
+  logger().logTrace(kPostProcessing, task->name());
+  DownloadRows::updateDBForTask(*task, output);
+  task->releaseFile();
+  lists_.removeFromFinished(task);
+  lists_.note(*task, TaskState::Ended);
+  DownloadAnswers::answerEnd(*task, nullptr, output);
+}
+
+void DownloadScheduler::downloadPaused(const TaskPtr& task, const Dictionary& output) {
+  lists_.removeFromInProgress(task);
+  DownloadRows::updateStateOfTask(*task, kDownloadPaused, output);
+  lists_.note(*task, TaskState::Paused);
+  DownloadAnswers::answerPause(*task, nullptr, output);
+  if (transferPolicy() == TransferPolicy::kSafe) startNextScheduledTask();
+}
+
+void DownloadScheduler::downloadErrored(const TaskPtr& task, const Dictionary& output) {
+  lists_.removeFromInProgress(task);
+  DownloadRows::updateStateOfTask(*task, kDownloadErrored, output);
+  const auto error = std::make_shared<const platform::Error>(
+      std::string(kDownloadTaskError), kCodeDownloadTaskFailed, task->errorContext());
+  lists_.note(*task, TaskState::Errored);
+  DownloadAnswers::answerEnd(*task, error, std::nullopt);
+  DownloadAnswers::answerPauseAfterEnd(*task);
+  if (transferPolicy() == TransferPolicy::kSafe) startNextScheduledTask();
+}
+
+}  // namespace varo::binary
