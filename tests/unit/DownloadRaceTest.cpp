@@ -72,6 +72,7 @@ TEST_F(DownloadRaceTest, PersistenceThatEndsBeforeTheNetworkTaskIsHeard) {
     task->start();
     ASSERT_TRUE(reaches(task, TaskState::Ended)) << round;
     ASSERT_EQ(fileBytes(), object_.bytes);
+    task->releaseFile();
   }
   EXPECT_GT(forced, kRounds * 9 / 10);
   VaroNativeFacade::setSink(nullptr);
@@ -144,14 +145,25 @@ TEST_F(DownloadRaceTest, PausesResumesAndStopsAtAnyMomentLeaveABeginningAndTheEn
   int paused = 0;
   for (int round = 0; round < kStorms; ++round) {
     const auto task = makeTask({{kTotalBytesDownloaded, fileBytes().size()}});
+    // About at the request that is drawn, which may never come.
+    std::atomic<bool> isStopped{false};
+    const auto awaitMoment = [&, request = transport_->requestCount()](std::size_t requests,
+                                                                       std::size_t spins) {
+      while (transport_->requestCount() < request + requests &&
+             task->state() == TaskState::Started && !isStopped) {
+        std::this_thread::yield();
+      }
+      for (; spins > 0; --spins) std::this_thread::yield();
+    };
     task->start();
-    std::thread other([&task, spins = random() % 2000] {
-      for (auto i = spins; i > 0; --i) std::this_thread::yield();
+    std::thread other([&, requests = random() % 15, spins = random() % 20] {
+      awaitMoment(requests, spins);
       task->pauseDownload();
     });
     const auto choice = random() % 4;
-    for (auto spins = random() % 2000; spins > 0; --spins) std::this_thread::yield();
+    if (choice < 2) awaitMoment(random() % 15, random() % 20);
     if (choice == 0) task->stop();
+    isStopped = choice == 0;
     if (choice == 1) task->pauseDownload();
     other.join();
     if (choice == 0) {

@@ -78,37 +78,47 @@ void DownloadTask::execute() {
                                                           std::string(kInputErrorDomain),
                                                           kInputErrorCode, userInfo));
   }
+  if (isStopped()) return;
   // The listener is ready before there is anything to hear.
   runSubtask(_dataPersistenceTask, inputContext(), Where::kHere);
   runSubtask(_networkTask, inputContext());
-  Control control = Control::kNone;
+  bool isPausePending = false;
   {
     const MutexLock lock(controlMutex_);
     subtasksRun_ = true;
-    control = std::exchange(pendingControl_, Control::kNone);
+    isPausePending = std::exchange(isPausePending_, false);
   }
-  if (control == Control::kPause) _networkTask->pauseDownload();
-  if (control == Control::kStop) stopSubtasks();
+  if (isPausePending) _networkTask->pauseDownload();
+  if (isStopped()) stopSubtasks();
 }
 
 void DownloadTask::pauseDownload() {
-  if (toSubtasks(Control::kPause)) _networkTask->pauseDownload();
+  {
+    const MutexLock lock(controlMutex_);
+    isPausePending_ = !subtasksRun_;
+    if (isPausePending_) return;
+  }
+  _networkTask->pauseDownload();
+}
+
+void DownloadTask::resumeDownload() {
+  if (isStopped()) return;
+  setSubtasksRun(true);
+  resumeSubtask(_dataPersistenceTask);
+  resumeSubtask(_networkTask);
+  setState(TaskState::Started);
+  _networkTask->setInputContext(inputContext());
+  _networkTask->resumeDownload();
+  if (isStopped()) stopSubtasks();
 }
 
 void DownloadTask::stop() {
   logger().logTrace(kInStop);
-  if (toSubtasks(Control::kStop)) stopSubtasks();
-}
-
-bool DownloadTask::toSubtasks(Control control) {
-  const MutexLock lock(controlMutex_);
-  if (!subtasksRun_) pendingControl_ = control;
-  return subtasksRun_;
-}
-
-void DownloadTask::setSubtasksRun(bool run) {
-  const MutexLock lock(controlMutex_);
-  subtasksRun_ = run;
+  {
+    const MutexLock lock(controlMutex_);
+    isStopped_ = true;
+  }
+  stopSubtasks();
 }
 
 void DownloadTask::stopSubtasks() {
@@ -116,13 +126,14 @@ void DownloadTask::stopSubtasks() {
   _dataPersistenceTask->stop();
 }
 
-void DownloadTask::resumeDownload() {
-  setSubtasksRun(true);
-  resumeSubtask(_dataPersistenceTask);
-  resumeSubtask(_networkTask);
-  setState(TaskState::Started);
-  _networkTask->setInputContext(inputContext());
-  _networkTask->resumeDownload();
+bool DownloadTask::isStopped() const {
+  const MutexLock lock(controlMutex_);
+  return isStopped_;
+}
+
+void DownloadTask::setSubtasksRun(bool run) {
+  const MutexLock lock(controlMutex_);
+  subtasksRun_ = run;
 }
 
 void DownloadTask::releaseFile() { _dataPersistenceTask->releaseFile(); }

@@ -85,19 +85,18 @@ class DownloadTask final : public platform::VSTask {
                        platform::TaskState state) override;
   void endAsNetworkTask();
 
-  /// What was asked for before there was a subtask to tell; done as soon as they run.
-  enum class Control { kNone, kPause, kStop };
-  /// Whether the subtasks run and can be told; else it is noted.
-  [[nodiscard]] bool toSubtasks(Control control);
-  void setSubtasksRun(bool run);
   void stopSubtasks();
+  [[nodiscard]] bool isStopped() const;
+  void setSubtasksRun(bool run);
 
   const std::shared_ptr<NetworkTask> _networkTask;
   const std::shared_ptr<DataPersistenceTask> _dataPersistenceTask;
 
   mutable platform::Mutex controlMutex_;
-  Control pendingControl_ VARO_GUARDED_BY(controlMutex_) = Control::kNone;
   bool subtasksRun_ VARO_GUARDED_BY(controlMutex_) = false;
+  /// Asked for before there was a subtask to tell; done as soon as they run.
+  bool isPausePending_ VARO_GUARDED_BY(controlMutex_) = false;
+  bool isStopped_ VARO_GUARDED_BY(controlMutex_) = false;
 
   mutable platform::Mutex blocksMutex_;
   DownloadBlock _startDownloadTaskCompletionBlock VARO_GUARDED_BY(blocksMutex_);
