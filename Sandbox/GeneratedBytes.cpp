@@ -7,7 +7,8 @@
 namespace varo::sandbox {
 namespace {
 
-using Word = std::array<char, 8>;
+constexpr std::size_t kWordSize = 8;
+using Word = std::array<char, kWordSize>;
 
 // SplitMix64, whose state is a multiple of its step: any word can be had without those before it.
 Word wordAt(std::uint64_t seed, std::uint64_t index) {
@@ -28,9 +29,9 @@ std::int64_t GeneratedBytes::readAt(std::uint64_t offset, std::span<char> buffer
   std::size_t done = 0;
   while (done < length) {
     const std::uint64_t position = offset + done;
-    const Word word = wordAt(seed_, position / word.size());
-    const auto begin = static_cast<std::size_t>(position % word.size());
-    const std::size_t piece = std::min(word.size() - begin, length - done);
+    const Word word = wordAt(seed_, position / kWordSize);
+    const auto begin = static_cast<std::size_t>(position % kWordSize);
+    const std::size_t piece = std::min(kWordSize - begin, length - done);
     std::memcpy(buffer.data() + done, word.data() + begin, piece);
     done += piece;
   }

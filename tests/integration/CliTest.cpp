@@ -272,11 +272,13 @@ TEST_F(CliTest, InterruptWhileStandardInputIsReadEndsPromptly) {
 }
 
 TEST_F(CliTest, SandboxSaysWhenItIsReadyAndRunsUntilInterrupted) {
-  ChildProcess server(settingsFor({"--json", "sandbox"}));
+  const std::string database = home() + "/example.db";
+  ChildProcess server(settingsFor({"--json", "sandbox", "--example-db", database}));
   ASSERT_TRUE(eventually([&] { return server.output().find('\n') != std::string::npos; }));
   const auto events = eventsOf(server.output());
   ASSERT_EQ(events.size(), 1U);
   EXPECT_EQ(events[0]["event"], Value("ready"));
+  EXPECT_TRUE(std::filesystem::exists(database));
 
   ChildProcess::Settings client = settingsFor({"list", events[0]["url"].textValue()});
   client.directory = home();
