@@ -20,7 +20,7 @@ namespace varo::sandbox {
 namespace json = boost::json;
 namespace {
 
-constexpr std::size_t kMaxJsonBytes = 1024 * 1024;
+constexpr std::size_t kMaxJsonBytes = std::size_t{1024} * 1024;
 
 HttpResponse done() {
   HttpResponse response;

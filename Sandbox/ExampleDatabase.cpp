@@ -15,7 +15,7 @@ namespace {
 using Mode = BlobObject::Mode;
 
 constexpr int kBusyTimeoutMs = 5000;
-constexpr std::uint64_t kMebibyte = 1024 * 1024;
+constexpr std::uint64_t kMebibyte = std::uint64_t{1024} * 1024;
 
 constexpr std::array kEmployees = {
     ExampleEmployee{1, "Ann Archer", {300'000, 1}},
