@@ -10,6 +10,7 @@ that its bytes are the same.
 import argparse
 import contextlib
 import filecmp
+import functools
 import json
 import os
 import platform
@@ -317,10 +318,30 @@ def measure_delete(bench, table):
               "at most 250 ms", slowest <= 250)
 
 
+def measure_state(bench, table):
+    """States of downloads written through SQLiteUtil beside bare SQLite on an open connection."""
+    path = os.path.join(bench.directory, "states.db")
+
+    def rate(side, mode, updates):
+        done = subprocess.run([bench.program("varo_state_update_bench"), side, mode, path,
+                               str(updates)], stdout=subprocess.PIPE, check=True, text=True)
+        return float(done.stdout)
+
+    for mode, figure, updates, least in (
+            ("delete", "rollback journal", 100, 0.9),
+            ("wal-normal", "WAL, synchronous NORMAL", 20_000, 0.6),
+            ("wal", "WAL, synchronous FULL", 200, None)):
+        rates = bench.interleave({side: functools.partial(rate, side, mode, updates)
+                                  for side in ("ours", "bare")})
+        table.compare(f"state updates, {figure}", rates["ours"], rates["bare"], "/s",
+                      at_least=least)
+
+
 PARTS = {
     "engine": measure_engine,
     "list": measure_list,
     "delete": measure_delete,
+    "state": measure_state,
     "many": measure_many,
     "upload": measure_upload,
     "download": measure_download,

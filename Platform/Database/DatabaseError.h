@@ -23,7 +23,7 @@ enum class DatabaseError : std::int64_t {
   /// Empty, or with a NUL in it; likewise the column's.
   kInvalidTableName = 4,
   kInvalidColumnName = 5,
-  /// An array, a dictionary, an error or a shared object, or too many bytes.
+  /// A value without an SQL form, or too many bytes.
   kInvalidValue = 6,
   /// A map that statements of this type don't have.
   kMapNotExpected = 7,

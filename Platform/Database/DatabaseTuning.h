@@ -20,7 +20,7 @@ inline constexpr std::size_t kMaxConnections = 8;
 /// Prepared statements kept in a connection. The library itself uses fewer than ten texts.
 inline constexpr std::size_t kMaxPreparedStatements = 32;
 /// Bytes of one value that is written as a BLOB: it is in memory as a whole while it is.
-inline constexpr std::uint64_t kMaxBoundData = 16 * 1024 * 1024;
+inline constexpr std::uint64_t kMaxBoundData = std::uint64_t{16} << 20U;
 /// How often opening starts over because the file was replaced meanwhile.
 inline constexpr int kMaxOpenAttempts = 3;
 

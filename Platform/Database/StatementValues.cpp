@@ -24,12 +24,13 @@ int bindValue(sqlite3_stmt* statement, int index, const Value& value) {
                                SQLITE_UTF8);
   }
   if (const Data* data = value.data()) {
-    const std::string_view bytes = data->memory().value_or(std::string_view());
-    // A blob at no address would be NULL.
-    return sqlite3_bind_blob64(statement, index, bytes.empty() ? "" : bytes.data(), bytes.size(),
-                               SQLITE_STATIC);
+    if (data->empty()) return sqlite3_bind_zeroblob(statement, index, 0);  // no address were NULL
+    const std::optional<std::string_view> bytes = data->memory();
+    if (!bytes) return SQLITE_MISMATCH;
+    return sqlite3_bind_blob64(statement, index, bytes->data(), bytes->size(), SQLITE_STATIC);
   }
-  return sqlite3_bind_null(statement, index);
+  if (value.isMissing() || value.isNull()) return sqlite3_bind_null(statement, index);
+  return SQLITE_MISMATCH;
 }
 
 std::optional<Value> readColumn(sqlite3_stmt* statement, int column) {

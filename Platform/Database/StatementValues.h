@@ -10,7 +10,8 @@ struct sqlite3_stmt;
 namespace varo::platform {
 
 /// Binds the values to the parameters, in order. They must live, unchanged, until the statement is
-/// reset and its bindings are cleared. Returns SQLite's result code.
+/// reset and its bindings are cleared. Returns SQLite's result code; SQLITE_MISMATCH for a value
+/// that a `VROPreparedStatement` must not have.
 [[nodiscard]] int bindValues(sqlite3_stmt* statement, const std::vector<Value>& values);
 
 /// The row at which the statement stands; none when there is no memory for it.

@@ -24,11 +24,11 @@ inline constexpr std::string_view kBusyTimeoutOption = "busyTimeoutMs";
 /// The database is used as it is: it must exist, its schema and journal mode stay, and SQLite's
 /// settings of a connection are its defaults (synchronous is FULL).
 ///
-/// Connections stay open for a second after their last statement, so statements that follow each
-/// other don't pay for opening one. Every `initWithPath` looks whether the path still shows the
-/// file that is open; one that was replaced is opened anew, one that is gone is an error. As for
-/// any connection, a file should be replaced in one step (renamed over), and a write-ahead log must
-/// not stay behind for the new file: in that mode wait until the "-wal" file is gone.
+/// Connections stay open for a second or two after their last statement, so statements that follow
+/// each other don't pay for opening one. Every `initWithPath` looks whether the path still shows
+/// the file that is open; one that was replaced is opened anew, one that is gone is an error. As
+/// for any connection, a file should be replaced in one step (renamed over), and a write-ahead log
+/// must not stay behind for the new file: in that mode wait until the "-wal" file is gone.
 ///
 /// Errors: domain "SQLite" (`kSqliteErrorDomain`), "Database" or "POSIX". Error parameters may be
 /// null and are set on failure only. Thread-safe; statements on one path run one at a time.

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -42,8 +43,9 @@ Result<Value> bindable(const DictionaryEntry& entry) {
     if (!bytes) return bytes.error();
     return Value(Data::fromBytes(std::move(bytes).value()));
   }
-  if (value.isMissing() || value.isNull() || value.isBool() || value.isInteger() ||
-      value.isReal() || value.isText()) {
+  const double* number = value.real();
+  const bool isNumber = value.isInteger() || (number != nullptr && !std::isnan(*number));
+  if (value.isMissing() || value.isNull() || value.isBool() || isNumber || value.isText()) {
     return value;
   }
   return makeDatabaseError(DatabaseError::kInvalidValue,

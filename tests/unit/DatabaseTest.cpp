@@ -12,6 +12,7 @@
 #include <SQLiteCpp/Database.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -111,7 +112,7 @@ TEST_F(DatabaseTest, WhatIsNoStatementOrWouldHitEveryRowIsRefusedBeforeTheDataba
   const std::string path = create("app.db", kRecords + "; INSERT INTO records DEFAULT VALUES"s);
   const auto file = File::createUnnamed(directory_.path()).value();
   const Value tooLarge(Data::fromFileRegion(file, 0, (16U << 20U) + 1));
-  for (const Value& value : {Value(Array{}), Value(Dictionary{}), tooLarge,
+  for (const Value& value : {Value(Array{}), Value(Dictionary{}), Value(std::nan("")), tooLarge,
                              Value(Data::fromFileRegion(file, 0, 1)),  // beyond the file's end
                              Value(makeDatabaseError(DatabaseError::kInvalidValue, "x"))}) {
     EXPECT_EQ(outcomesOf(path, "records", "a", value), (Outcomes{0, false, false, false}));

@@ -93,7 +93,7 @@ SharedHandle& sharedHandle() {
 /// another thread's next statement does not replace.
 std::shared_ptr<VRODatabaseAPI> openShared(const std::string& dbPath) {
   ErrorPtr error;
-  const std::shared_ptr<VRODatabaseAPI> opened = VRODatabaseAPI::initWithPath(dbPath, {}, &error);
+  std::shared_ptr<VRODatabaseAPI> opened = VRODatabaseAPI::initWithPath(dbPath, {}, &error);
   {
     SharedHandle& handle = sharedHandle();
     const MutexLock lock(handle.mutex);
