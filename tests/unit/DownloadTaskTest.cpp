@@ -431,7 +431,7 @@ TEST_F(DownloadTaskTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) 
               writeFile(object_.bytes.substr(0, 1000));
             }}}) {
     SCOPED_TRACE(name);
-    answerNth(2, [this, interfere](const RecordedRequest& request) {
+    answerNth(2, [this, interfere = interfere](const RecordedRequest& request) {
       EXPECT_TRUE(eventually([this] { return fileBytes().size() == 1000; }));
       interfere();
       return object_.answer(request);
