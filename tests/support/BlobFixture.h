@@ -1,0 +1,237 @@
+#pragma once
+
+#include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Network/VRONetworkUtility.h"
+#include "Platform/TaskEngine/VSTask.h"
+#include "tests/support/Await.h"
+#include "tests/support/RangedObject.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace varo::test {
+
+/// The manager of blobs over a scripted transport, a home directory of its own and a real database
+/// with the table `album`, whose records (`pk`) have the binary column `photo`. Checks at the end
+/// that no task is left and that no block was called that the test did not await.
+class BlobFixture : public testing::Test {
+ protected:
+  static constexpr const char* kDatabase = "sync.db";
+  static constexpr const char* kTable = "album";
+  static constexpr const char* kColumn = "photo";
+  /// Bytes of a range.
+  static constexpr std::int64_t kChunk = 4;
+
+  /// One call of a block.
+  struct Call {
+    std::string block;
+    std::optional<std::string> blobId;
+    platform::ErrorPtr error;
+    std::optional<platform::Dictionary> result;
+
+    /// The block, and the error's domain, code and message, or "ok".
+    [[nodiscard]] std::string summary() const { return block + ": " + textOf(error); }
+  };
+
+  BlobFixture() {
+    platform::VRONetworkUtility::setTransport(transport_);
+    platform::UserDirectories::install(platform::UserDirectories::below(home_.path()));
+    makeDatabase();
+    transport_->setHandler(
+        [object = object_](const RecordedRequest& request) { return object.answer(request); });
+  }
+  ~BlobFixture() override {
+    manager_->clearBinaryDataManagerState();
+    transport_->releaseAll();
+    EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == liveTasks_; }));
+    EXPECT_EQ(calls().size(), awaited_);
+    platform::VRONetworkUtility::setTransport(nullptr);
+    platform::UserDirectories::install(nullptr);
+    binary::setTransferPolicy(binary::TransferPolicy::kCompatible);
+  }
+
+  // The database.
+
+  [[nodiscard]] std::string databasePath() const {
+    return home_ / "Library/WEBSQLDIRECTORY/" + std::string(kDatabase);
+  }
+  /// A new database with the two empty tables.
+  void makeDatabase() const {
+    const std::filesystem::path path = databasePath();
+    std::filesystem::create_directories(path.parent_path());
+    std::filesystem::remove(path);
+    SQLite::Database(path.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+        .exec(
+            "CREATE TABLE album (pk TEXT PRIMARY KEY, blobref_photo TEXT);"
+            "CREATE TABLE varosyncBLOBSTOREMANAGER (id INTEGER PRIMARY KEY, localPath, tableName,"
+            " columnName, type, state, status, retry, size)");
+  }
+  void sql(const std::string& statements) const {
+    SQLite::Database(databasePath(), SQLite::OPEN_READWRITE, 5000).exec(statements);
+  }
+  /// The rows of a query, cells separated by "|", rows by a line break.
+  [[nodiscard]] std::string rows(const std::string& query) const {
+    const SQLite::Database database(databasePath(), SQLite::OPEN_READONLY, 5000);
+    SQLite::Statement statement(database, query);
+    std::string text;
+    while (statement.executeStep()) {
+      if (!text.empty()) text += '\n';
+      for (int i = 0; i < statement.getColumnCount(); ++i) {
+        if (i != 0) text += '|';
+        text += statement.isColumnNull(i) ? "NULL" : statement.getColumn(i).getString();
+      }
+    }
+    return text;
+  }
+  [[nodiscard]] std::string stateOf(const std::string& blobId) const {
+    return rows("SELECT state FROM varosyncBLOBSTOREMANAGER WHERE id = " + blobId);
+  }
+  /// A record without a blob.
+  void addRecord(const std::string& pk) const {
+    sql("INSERT INTO album VALUES ('" + pk + "', 'NULL')");
+  }
+  /// A record whose blob has a row in this state.
+  void addBlob(const std::string& pk, int blobId, int state, const std::string& path = "") const {
+    const std::string id = std::to_string(blobId);
+    sql("INSERT INTO album VALUES ('" + pk + "', '" + id + "');" +
+        "INSERT INTO varosyncBLOBSTOREMANAGER (id, localPath, state) VALUES (" + id + ", '" + path +
+        "', " + std::to_string(state) + ")");
+  }
+  [[nodiscard]] std::string pathOf(const std::string& blobId) const {
+    return home_ / "Documents/blobs/" + blobId;
+  }
+
+  // The service: each record has the same object.
+
+  [[nodiscard]] std::vector<std::string> ranges() const {
+    std::vector<std::string> all;
+    for (const RecordedRequest& request : transport_->requests()) {
+      all.push_back(request.header("Range").value_or("none"));
+    }
+    return all;
+  }
+  /// Completes the oldest `count` requests that are kept back, on this thread.
+  void release(int count) {
+    for (; count > 0; --count) {
+      EXPECT_TRUE(eventually([&] { return transport_->heldCount() > 0; }));
+      transport_->release();
+    }
+  }
+  void awaitHeld(std::size_t count) const {
+    EXPECT_TRUE(eventually([&] { return transport_->heldCount() == count; }));
+  }
+
+  // The manager.
+
+  [[nodiscard]] static platform::Dictionary config() {
+    return {{"URL", "http://127.0.0.1/"},
+            {"ScopeName", "Scope"},
+            {"ObjectName", "album"},
+            {"ChunkSize", kChunk},
+            {"ResponseType", "Binary"}};
+  }
+  /// Makes the task of a record and waits for it.
+  Call create(const std::string& pk, const platform::Dictionary& configuration = config()) {
+    return create({{"pk", pk}}, kDatabase, kTable, kColumn, configuration);
+  }
+  Call create(const platform::Dictionary& keys, const std::string& database,
+              const std::string& table, const std::string& column,
+              const platform::Dictionary& configuration = config()) {
+    manager_->createDownloadTaskForDb(database, table, column, keys, configuration, created());
+    return awaitNext();
+  }
+  /// Makes the task of a new record; its blob id.
+  std::string newBlob(const std::string& pk, const platform::Dictionary& configuration = config()) {
+    addRecord(pk);
+    return create(pk, configuration).blobId.value_or("none");
+  }
+
+  [[nodiscard]] binary::DownloadBlock block(std::string name) const {
+    return [log = log_, name = std::move(name)](const auto& blobId, const auto& error,
+                                                const auto& result) {
+      log->add({name, blobId, error, result});
+    };
+  }
+  [[nodiscard]] binary::BlobCreationBlock created() const {
+    return [log = log_](const auto& error, const auto& blobId) {
+      log->add({"create", blobId, error, std::nullopt});
+    };
+  }
+  [[nodiscard]] std::vector<Call> calls() const {
+    const platform::MutexLock lock(log_->mutex);
+    return log_->calls;
+  }
+  /// Waits for the next `count` calls of blocks.
+  std::vector<Call> awaitCalls(std::size_t count) {
+    EXPECT_TRUE(eventually([&] { return calls().size() >= awaited_ + count; }));
+    const std::vector<Call> all = calls();
+    const std::size_t end = std::min(awaited_ + count, all.size());
+    std::vector<Call> next(all.begin() + static_cast<std::ptrdiff_t>(std::min(awaited_, end)),
+                           all.begin() + static_cast<std::ptrdiff_t>(end));
+    awaited_ += count;
+    return next;
+  }
+  Call awaitNext() {
+    const auto next = awaitCalls(1);
+    return next.empty() ? Call{"nothing", {}, nullptr, {}} : next.front();
+  }
+  /// What the next `count` calls say, sorted, since those of several tasks come in no order.
+  std::vector<std::string> awaitSummaries(std::size_t count) {
+    std::vector<std::string> summaries;
+    for (const Call& call : awaitCalls(count)) summaries.push_back(call.summary());
+    std::sort(summaries.begin(), summaries.end());
+    return summaries;
+  }
+
+  [[nodiscard]] static std::string textOf(const platform::ErrorPtr& error) {
+    if (error == nullptr) return "ok";
+    std::string text = error->domain() + " " + std::to_string(error->code());
+    for (const char* key : {"message", "Error message"}) {
+      if (error->userInfo().contains(key)) text += " " + error->userInfo()[key].textValue();
+    }
+    return text;
+  }
+  [[nodiscard]] static std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  const RangedObject object_{"0123456789"};
+  const TemporaryDirectory home_;
+  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
+  const std::shared_ptr<binary::BinaryDataManager> manager_ =
+      binary::BinaryDataManager::sharedInstance();
+
+ private:
+  struct Log {
+    void add(Call call) {
+      const platform::MutexLock lock(mutex);
+      calls.push_back(std::move(call));
+    }
+    platform::Mutex mutex;
+    std::vector<Call> calls VARO_GUARDED_BY(mutex);
+  };
+
+  const std::size_t liveTasks_ = platform::VSTask::liveCount();
+  const std::shared_ptr<Log> log_ = std::make_shared<Log>();
+  std::size_t awaited_ = 0;
+};
+
+}  // namespace varo::test

@@ -1,0 +1,139 @@
+#include "Binary/Binary/BinaryDataManager/BlobFiles.h"
+#include "tests/support/BlobFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace varo::binary {
+namespace {
+
+using platform::Dictionary;
+
+const std::string kNoRow = " 5004 Row with the given primary keys does not exist.";
+
+class BlobFilesTest : public test::BlobFixture {
+ protected:
+  std::string pathFor(const std::string& pk, const std::string& database = kDatabase,
+                      const std::string& column = kColumn) {
+    manager_->getBinaryDataFilePathForPrimaryKeys(
+        {{"pk", pk}}, database, kTable, column,
+        [log = block("path")](const auto& error, const auto& path) {
+          EXPECT_NE(error == nullptr, path == std::nullopt);
+          log(path, error, std::nullopt);
+        });
+    const Call call = awaitNext();
+    return call.blobId.value_or(textOf(call.error));
+  }
+  /// The blob id, whether recorded, whether the file was removed, and the error.
+  std::string deletionOf(const std::string& pk, bool removeNow,
+                         const std::string& column = kColumn) {
+    manager_->deleteBinaryObjectForPrimaryKeys(
+        {{"pk", pk}}, kDatabase, kTable, column, {{"shouldDeleteBeforeSyncSession", removeNow}},
+        [log = block("delete")](const auto& blobId, bool recorded, bool removed,
+                                const auto& error) {
+          log(blobId, error, Dictionary{{"recorded", recorded}, {"removed", removed}});
+        });
+    const Call call = awaitNext();
+    const auto flag = [&](const char* key) { return (*call.result)[key].boolValue() ? "1" : "0"; };
+    return call.blobId.value_or("none") + " " + flag("recorded") + flag("removed") + " " +
+           textOf(call.error);
+  }
+  [[nodiscard]] std::string blobRows() const {
+    return rows("SELECT id, localPath, state FROM varosyncBLOBSTOREMANAGER");
+  }
+};
+
+TEST_F(BlobFilesTest, PathIsThatOfAUsableFile) {
+  const std::string none =
+      "DownloadTaskErrorDomain 5001 Couldn't retrieve file path respective blob id in "
+      "BlobStoreManager.";
+  const struct {
+    int state;
+    std::string path, found;
+  } cases[] = {{50, "/a", "/a"},  {71, "/a", "/a"},  {74, "/a", "/a"},   {101, "/a", none},
+               {102, "/a", none}, {103, "/a", none}, {104, "/a", none},  {201, "/a", none},
+               {202, "/a", none}, {50, "", none},    {50, "NULL", none}, {50, "a", none}};
+  int id = 0;
+  for (const auto& item : cases) {
+    ++id;
+    addBlob(std::to_string(id), id, item.state, item.path);
+    EXPECT_EQ(pathFor(std::to_string(id)), item.found) << item.state << item.path;
+  }
+  addRecord("new");
+  sql("INSERT INTO album VALUES ('null', NULL), ('lost', '99')");
+  for (const char* pk : {"new", "null", "lost"}) EXPECT_EQ(pathFor(pk), none);
+  EXPECT_EQ(pathFor("1", kDatabase, "nocolumn"), none);
+  EXPECT_EQ(pathFor("absent"), "DownloadTaskErrorDomain" + kNoRow);
+  EXPECT_EQ(pathFor("1", "../WEBSQLDIRECTORY/sync.db"), "DownloadTaskErrorDomain" + kNoRow);
+}
+
+TEST_F(BlobFilesTest, DeletionIsRecordedForTheSyncEngine) {
+  const std::string file = home_ / "file";
+  for (const bool removeNow : {false, true}) {
+    makeDatabase();
+    std::ofstream(file) << "bytes";
+    addBlob("a", 7, 50, file);
+    addRecord("new");
+    EXPECT_EQ(deletionOf("a", removeNow), removeNow ? "7 11 ok" : "7 10 ok");
+    EXPECT_EQ(blobRows(), removeNow ? "7|NULL|201" : "7|" + file + "|201");
+    EXPECT_EQ(rows("SELECT typeof(localPath) FROM varosyncBLOBSTOREMANAGER"), "text");
+    EXPECT_EQ(std::filesystem::exists(file), !removeNow);
+    EXPECT_EQ(deletionOf("new", removeNow), "8 10 ok");
+    EXPECT_EQ(rows("SELECT blobref_photo, tableName, columnName, state FROM album, "
+                   "varosyncBLOBSTOREMANAGER WHERE pk = 'new' AND id = 8"),
+              "8|album|photo|201");
+  }
+}
+
+TEST_F(BlobFilesTest, DeletionThatCannotBeRecordedFails) {
+  const std::string database = "DeleteBinaryDomain 7001 ";
+  sql("INSERT INTO album VALUES ('lost', '99')");
+  addRecord("new");
+  addBlob("a", 7, 50);
+  const std::string noRow = "Required row doesn't exist in varosyncBLOBSTOREMANAGER.";
+  EXPECT_EQ(deletionOf("absent", false), "none 00 DeleteBinaryDomain" + kNoRow);
+  EXPECT_EQ(deletionOf("lost", true), "99 00 " + database + noRow);
+  EXPECT_EQ(deletionOf("a", false, "nocolumn"), "none 00 " + database + noRow);
+  sql("CREATE TRIGGER refuse BEFORE UPDATE ON album BEGIN SELECT RAISE(ABORT, 'no'); END;"
+      "CREATE TRIGGER alike BEFORE UPDATE ON varosyncBLOBSTOREMANAGER"
+      " BEGIN SELECT RAISE(ABORT, 'no'); END");
+  EXPECT_EQ(deletionOf("a", false), "7 00 " + database + "Error in updating parent table.");
+  EXPECT_EQ(deletionOf("new", false),
+            "8 00 " + database + "Error in updating row in varosyncBLOBSTOREMANAGER.");
+  // A download carries on with the row that it could not link.
+  EXPECT_EQ(create("new").blobId, "9");
+  sql("DROP TABLE varosyncBLOBSTOREMANAGER");
+  EXPECT_EQ(deletionOf("new", false),
+            "none 00 " + database + "Error in inserting row in varosyncBLOBSTOREMANAGER.");
+}
+
+TEST_F(BlobFilesTest, OnlyTheRegularFileOfTheRowIsRemoved) {
+  const std::string target = home_ / "target";
+  std::ofstream(target) << "bytes";
+  std::filesystem::create_symlink(target, home_ / "link");
+  std::filesystem::create_directory(home_ / "folder");
+  const std::string paths[] = {
+      "", "NULL", "target", home_ / "link", home_ / "folder", home_ / "absent"};
+  int id = 0;
+  for (const TransferPolicy policy : {TransferPolicy::kCompatible, TransferPolicy::kSafe}) {
+    setTransferPolicy(policy);
+    for (const std::string& path : paths) {
+      ++id;
+      addBlob(std::to_string(id), id, 50, path);
+      EXPECT_EQ(deletionOf(std::to_string(id), true),
+                std::to_string(id) +
+                    (policy == TransferPolicy::kSafe
+                         ? " 00 DeleteBinaryDomain 5001 The file of the blob could not be removed."
+                         : " 00 ok"));
+      EXPECT_EQ(stateOf(std::to_string(id)), "50");
+    }
+  }
+  EXPECT_THAT(home_.names(), testing::IsSupersetOf({"target", "link", "folder"}));
+  EXPECT_FALSE(BlobFiles::removeFileAt(target + std::string("\0x", 2)));
+  EXPECT_TRUE(BlobFiles::removeFileAt(target));
+}
+
+}  // namespace
+}  // namespace varo::binary
