@@ -2,33 +2,28 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Cli/Arguments.h"
-#include "Cli/ByteFormat.h"
 #include "Cli/HelpText.h"
+#include "Cli/OptionValues.h"
 #include "Cli/Suggestion.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Text.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <cmath>
 #include <functional>
-#include <limits>
 #include <utility>
 
 namespace varo::cli {
 
 using platform::Dictionary;
-using platform::LogLevel;
 using platform::Result;
 
 namespace {
 
-/// A day; more is a slip of the pen.
-constexpr double kLongestTimeout = 86'400;
+/// Options that take one or more pairs.
+constexpr std::array<std::string_view, 3> kPairLists = {"--key", "--meta", "--where"};
 
 [[noreturn]] void reject(const std::string& option, const std::string& reason) {
   throw CLI::ValidationError(option, reason);
@@ -38,65 +33,6 @@ template <typename T>
 T acceptOrReject(const std::string& option, Result<T> result) {
   if (!result) reject(option, result.error()->localizedDescription());
   return std::move(result).value();
-}
-
-std::chrono::milliseconds parseSeconds(const std::string& option, const std::string& text) {
-  double seconds = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
-  const bool usable = error == std::errc() && stop == end && std::isfinite(seconds) &&
-                      seconds >= 0.001 && seconds <= kLongestTimeout;
-  if (!usable) reject(option, "'" + text + "' is not a number of seconds between 0.001 and 86400");
-  return std::chrono::milliseconds(std::llround(seconds * 1000));
-}
-
-std::uint16_t parsePort(const std::string& option, const std::string& text) {
-  const auto number = platform::parseInteger(text);
-  if (!number || *number < 0 || *number > std::numeric_limits<std::uint16_t>::max()) {
-    reject(option, "'" + text + "' is not a port (0 to 65535)");
-  }
-  return static_cast<std::uint16_t>(*number);
-}
-
-LogLevel parseLogLevel(const std::string& option, const std::string& text) {
-  const auto level = platform::logLevelNamed(text);
-  if (!level) {
-    reject(option, "'" + text + "' is not one of " +
-                       fmt::format("{}", fmt::join(platform::kLogLevelNames, ", ")));
-  }
-  return *level;
-}
-
-binary::TransferPolicy parsePolicy(const std::string& option, const std::string& text) {
-  if (text == "safe") return binary::TransferPolicy::kSafe;
-  if (text == "compatible") return binary::TransferPolicy::kCompatible;
-  reject(option, "'" + text + "' is neither safe nor compatible");
-}
-
-/// Whether a word is a further pair of a list, and not the URL or FILE that may follow it.
-bool looksLikePair(std::string_view word) {
-  const std::size_t equals = word.find('=');
-  if (equals == std::string_view::npos || equals == 0 || word.front() == '-') return false;
-  return word.substr(0, equals).find_first_of("/:") == std::string_view::npos;
-}
-
-/// "--meta a=1 b=2" (and "--where" alike) becomes "--meta a=1 --meta b=2": left alone, a list would
-/// swallow every word up to the next option.
-std::vector<std::string> withListsSpelledOut(const std::vector<std::string>& words) {
-  constexpr std::array<std::string_view, 2> kLists = {"--meta", "--where"};
-  std::vector<std::string> result;
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    const std::string& word = words[i];
-    result.push_back(word);
-    const std::string name = word.substr(0, word.find('='));
-    if (std::find(kLists.begin(), kLists.end(), name) == kLists.end()) continue;
-    if (word == name && i + 1 < words.size()) result.push_back(words[++i]);
-    while (i + 1 < words.size() && looksLikePair(words[i + 1])) {
-      result.push_back(name);
-      result.push_back(words[++i]);
-    }
-  }
-  return result;
 }
 
 /// The command line's definition, and what parsing it has filled in so far.
@@ -119,20 +55,29 @@ class Parser {
   void defineUpdate();
   void defineDelete();
   void defineAbort();
+  void defineBlob();
   void defineSandbox();
   void defineDemo();
 
   template <typename Options>
   CLI::App* addCommand(
-      const std::string& name, Options& options, Check check = [] {});
+      CLI::App* group, const std::string& name, Options& options, Check check = [] {});
+  template <typename Options>
+  CLI::App* addBlobCommand(CLI::App* group, const std::string& name, Options& options);
+  /// An option whose value `parse` reads or refuses.
+  template <typename Target, typename Parse>
+  static void parsed(CLI::App* app, const std::string& name, Target& target, Parse parse);
   static void text(CLI::App* app, const std::string& name, Taker take);
   static void required(CLI::App* app, const std::string& name, std::string& target);
   static void list(CLI::App* app, const std::string& name, ListTaker take);
+  /// Pairs that all have to hold. A key given twice is refused: only one value of it would count.
+  static void uniquePairs(CLI::App* app, const std::string& name, Dictionary& target);
   static void meta(CLI::App* app, Dictionary& target);
 
   void addToken(const std::string& tokenVariable);
   [[nodiscard]] std::optional<std::string> complaintAboutRest() const;
   [[nodiscard]] std::string explain(const CLI::ParseError& error) const;
+  /// The command that was named, or the group that it would be in, such as "blob"; null for none.
   [[nodiscard]] const CLI::App* chosen() const;
   [[nodiscard]] int usage(const std::string& reason, std::ostream& messages) const;
 
@@ -145,10 +90,22 @@ class Parser {
   UpdateOptions update_;
   DeleteOptions delete_;
   AbortOptions abort_;
+  BlobDownloadOptions blobDownload_;
+  BlobPathOptions blobPath_;
+  BlobDeleteOptions blobDelete_;
   SandboxCommandOptions sandbox_;
   DemoOptions demo_;
   std::function<CommandOptions()> command_;
 };
+
+/// "blob download" for the command of that name in that group; empty for the program itself.
+std::string commandName(const CLI::App* command) {
+  if (command == nullptr || command->get_parent() == nullptr) return {};
+  const std::string group = commandName(command->get_parent());
+  return group.empty() ? command->get_name() : group + " " + command->get_name();
+}
+
+bool isGroup(const CLI::App* command) { return !command->get_subcommands({}).empty(); }
 
 Parser::Parser() : app_("", "varobinary") {
   // What is left over is ours to explain: a mistyped command deserves a suggestion.
@@ -156,7 +113,7 @@ Parser::Parser() : app_("", "varobinary") {
   app_.require_subcommand(0, 1);
   app_.set_version_flag("--version", versionText());
   app_.formatter_fn([](const CLI::App* app, const std::string&, CLI::AppFormatMode) {
-    return helpText(app->get_parent() == nullptr ? std::string() : app->get_name());
+    return helpText(commandName(app));
   });
   defineGlobal();
   defineList();
@@ -165,8 +122,16 @@ Parser::Parser() : app_("", "varobinary") {
   defineUpdate();
   defineDelete();
   defineAbort();
+  defineBlob();
   defineSandbox();
   defineDemo();
+}
+
+template <typename Target, typename Parse>
+void Parser::parsed(CLI::App* app, const std::string& name, Target& target, Parse parse) {
+  text(app, name, [name, &target, parse](const std::string& value) {
+    target = acceptOrReject(name, parse(value));
+  });
 }
 
 void Parser::text(CLI::App* app, const std::string& name, Taker take) {
@@ -182,6 +147,13 @@ void Parser::list(CLI::App* app, const std::string& name, ListTaker take) {
   option->allow_extra_args(false);
 }
 
+void Parser::uniquePairs(CLI::App* app, const std::string& name, Dictionary& target) {
+  list(app, name, [name, &target](const std::vector<std::string>& pairs) {
+    target = acceptOrReject(name, textDictionary(pairs));
+    if (target.size() < pairs.size()) reject(name, "a key is given twice");
+  });
+}
+
 void Parser::meta(CLI::App* app, Dictionary& target) {
   list(app, "--meta", [&target](const std::vector<std::string>& pairs) {
     target = acceptOrReject("--meta", textDictionary(pairs));
@@ -189,8 +161,9 @@ void Parser::meta(CLI::App* app, Dictionary& target) {
 }
 
 template <typename Options>
-CLI::App* Parser::addCommand(const std::string& name, Options& options, Check check) {
-  CLI::App* command = app_.add_subcommand(name);
+CLI::App* Parser::addCommand(CLI::App* group, const std::string& name, Options& options,
+                             Check check) {
+  CLI::App* command = group->add_subcommand(name);
   command->fallthrough();
   command->final_callback([this, &options, check = std::move(check)] {
     check();
@@ -218,28 +191,21 @@ void Parser::defineGlobal() {
                                               acceptOrReject("--token-file", readTokenFile(path));
                                         })
       ->excludes(token);
-  text(&app_, "--policy",
-       [this](const std::string& value) { global_.policy = parsePolicy("--policy", value); });
+  parsed(&app_, "--policy", global_.policy, parsePolicy);
   app_.add_option("--cacert", global_.caFile);
-  text(&app_, "--connect-timeout", [this](const std::string& value) {
-    global_.connectTimeout = parseSeconds("--connect-timeout", value);
-  });
-  text(&app_, "--stall-timeout", [this](const std::string& value) {
-    global_.stallTimeout = parseSeconds("--stall-timeout", value);
-  });
-  text(&app_, "--log-level", [this](const std::string& value) {
-    global_.logLevel = parseLogLevel("--log-level", value);
-  });
+  parsed(&app_, "--connect-timeout", global_.connectTimeout, parseSeconds);
+  parsed(&app_, "--stall-timeout", global_.stallTimeout, parseSeconds);
+  parsed(&app_, "--log-level", global_.logLevel, parseLogLevel);
 }
 
 void Parser::defineList() {
-  CLI::App* command = addCommand("list", list_);
+  CLI::App* command = addCommand(&app_, "list", list_);
   required(command, "URL", list_.url);
   command->add_option("--criteria", list_.criteria);
 }
 
 void Parser::defineUpload() {
-  CLI::App* command = addCommand("upload", upload_);
+  CLI::App* command = addCommand(&app_, "upload", upload_);
   required(command, "URL", upload_.url);
   required(command, "FILE", upload_.file);
   command->add_option("--name", upload_.name);
@@ -247,15 +213,12 @@ void Parser::defineUpload() {
   text(command, "--security-key",
        [this](const std::string& value) { upload_.securityKey = value; });
   meta(command, upload_.meta);
-  text(command, "--chunk-size", [this](const std::string& value) {
-    upload_.chunkSize = parseByteCount(value);
-    if (!upload_.chunkSize) reject("--chunk-size", "'" + value + "' is not a positive size");
-  });
+  parsed(command, "--chunk-size", upload_.chunkSize, parseChunkSize);
   command->add_flag("--raw", upload_.raw);
 }
 
 void Parser::defineDownload() {
-  CLI::App* command = addCommand("download", download_);
+  CLI::App* command = addCommand(&app_, "download", download_);
   required(command, "URL", download_.url);
   required(command, "FILE_ID", download_.fileId);
   text(command, "--namespace", [this](const std::string& value) { download_.nameSpace = value; });
@@ -264,88 +227,118 @@ void Parser::defineDownload() {
 }
 
 void Parser::defineUpdate() {
-  CLI::App* command = addCommand("update", update_);
+  CLI::App* command = addCommand(&app_, "update", update_);
   required(command, "URL", update_.url);
   required(command, "FILE_ID", update_.fileId);
   meta(command, update_.meta);
 }
 
 void Parser::defineDelete() {
-  CLI::App* command = addCommand("delete", delete_, [this] {
+  CLI::App* command = addCommand(&app_, "delete", delete_, [this] {
     const bool byMetadata = !delete_.where.empty();
     if (!delete_.fileId && !byMetadata) reject("delete", "FILE_ID or --where is required");
     if (delete_.fileId && byMetadata) reject("delete", "FILE_ID and --where exclude each other");
   });
   required(command, "URL", delete_.url);
   text(command, "FILE_ID", [this](const std::string& value) { delete_.fileId = value; });
-  list(command, "--where", [this](const std::vector<std::string>& pairs) {
-    delete_.where = acceptOrReject("--where", textDictionary(pairs));
-    // Only one of them would count, and more would be deleted than was meant.
-    if (delete_.where.size() < pairs.size()) reject("--where", "a key is given twice");
-  });
+  uniquePairs(command, "--where", delete_.where);
 }
 
 void Parser::defineAbort() {
-  CLI::App* command = addCommand("abort", abort_);
+  CLI::App* command = addCommand(&app_, "abort", abort_);
   required(command, "URL", abort_.url);
   required(command, "FILE_ID", abort_.fileId);
 }
 
+template <typename Options>
+CLI::App* Parser::addBlobCommand(CLI::App* group, const std::string& name, Options& options) {
+  BlobRecord& record = options.record;
+  CLI::App* command = addCommand(group, name, options, [&record] {
+    if (record.keys.empty()) reject("--key", "at least one pair is required");
+  });
+  required(command, "--db", record.database);
+  required(command, "--table", record.table);
+  required(command, "--column", record.column);
+  uniquePairs(command, "--key", record.keys);
+  return command;
+}
+
+void Parser::defineBlob() {
+  CLI::App* group = app_.add_subcommand("blob");
+  group->fallthrough();
+  group->require_subcommand(0, 1);
+  CLI::App* download = addBlobCommand(group, "download", blobDownload_);
+  download
+      ->add_option_function<std::string>("--config",
+                                         [this](const std::string& path) {
+                                           blobDownload_.config =
+                                               acceptOrReject("--config", readJsonFile(path));
+                                         })
+      ->required();
+  addBlobCommand(group, "path", blobPath_);
+  addBlobCommand(group, "delete", blobDelete_)->add_flag("--before-sync", blobDelete_.beforeSync);
+}
+
 void Parser::defineSandbox() {
-  CLI::App* command = addCommand("sandbox", sandbox_);
-  text(command, "--port",
-       [this](const std::string& value) { sandbox_.port = parsePort("--port", value); });
-  text(command, "--store-port",
-       [this](const std::string& value) { sandbox_.storePort = parsePort("--store-port", value); });
+  CLI::App* command = addCommand(&app_, "sandbox", sandbox_);
+  parsed(command, "--port", sandbox_.port, parsePort);
+  parsed(command, "--store-port", sandbox_.storePort, parsePort);
   command->add_option("--data", sandbox_.dataDirectory);
   command->add_option("--example-db", sandbox_.exampleDatabase);
   command->add_option("--token-required", sandbox_.requiredToken);
   command->add_option("--listen", sandbox_.address);
 }
 
-void Parser::defineDemo() { addCommand("demo", demo_); }
+void Parser::defineDemo() { addCommand(&app_, "demo", demo_); }
 
 const CLI::App* Parser::chosen() const {
-  const auto commands = app_.get_subcommands();
-  return commands.empty() ? nullptr : commands.front();
+  const CLI::App* command = &app_;
+  while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+  return command == &app_ ? nullptr : command;
 }
 
 std::optional<std::string> Parser::complaintAboutRest() const {
-  const std::vector<std::string> rest = app_.remaining();
-  if (rest.empty()) return chosen() == nullptr ? std::optional("no command given") : std::nullopt;
+  const CLI::App* command = chosen();
+  const CLI::App* group = command == nullptr ? &app_ : command;
+  const std::string name = commandName(group);
+  const std::vector<std::string> rest = app_.remaining(true);
+  if (rest.empty()) {
+    if (!isGroup(group)) return std::nullopt;
+    return fmt::format("no {}command given", name.empty() ? "" : name + " ");
+  }
 
   const std::string& first = rest.front();
   const bool isOption = first.size() > 1 && first.front() == '-';
   std::vector<std::string> candidates;
   if (isOption) {
-    for (const CLI::App* app : {static_cast<const CLI::App*>(&app_), chosen()}) {
-      if (app == nullptr) continue;
+    for (const CLI::App* app = group; app != nullptr; app = app->get_parent()) {
       for (const CLI::Option* option : app->get_options()) {
-        for (const std::string& name : option->get_lnames()) candidates.push_back("--" + name);
+        for (const std::string& word : option->get_lnames()) candidates.push_back("--" + word);
       }
     }
-  } else if (chosen() == nullptr) {
-    for (const CLI::App* app : app_.get_subcommands({})) candidates.push_back(app->get_name());
+  } else if (isGroup(group)) {
+    for (const CLI::App* app : group->get_subcommands({})) candidates.push_back(app->get_name());
   } else {
     return fmt::format("'{}' is one argument too many", first);
   }
+  const std::string prefix = isOption || name.empty() ? "" : name + " ";
   const auto closest = closestTo(first.substr(0, first.find('=')), candidates);
-  return fmt::format("there is no {} '{}'{}", isOption ? "option" : "command", first,
-                     closest ? fmt::format("; did you mean '{}'?", *closest) : "");
+  return fmt::format("there is no {} '{}{}'{}", isOption ? "option" : "command", prefix, first,
+                     closest ? fmt::format("; did you mean '{}{}'?", prefix, *closest) : "");
 }
 
 std::string Parser::explain(const CLI::ParseError& error) const {
-  // An unknown option may be the cause of what was found missing after it.
+  // An unknown option or command may be the cause of what was found missing after it.
   const auto complaint = complaintAboutRest();
-  const bool knowsCommand = chosen() != nullptr;
-  if (complaint && (!app_.remaining().empty() || !knowsCommand)) return *complaint;
+  const bool isComplete = chosen() != nullptr && !isGroup(chosen());
+  if (complaint && (!app_.remaining(true).empty() || !isComplete)) return *complaint;
   return error.what();
 }
 
 int Parser::usage(const std::string& reason, std::ostream& messages) const {
-  const CLI::App* command = chosen();
-  messages << "varobinary: " << reason << "\nTry 'varobinary "
-           << (command != nullptr ? command->get_name() + " " : "") << "--help'.\n"
+  const std::string name = commandName(chosen());
+  messages << "varobinary: " << reason << "\nTry 'varobinary " << (name.empty() ? "" : name + " ")
+           << "--help'.\n"
            << std::flush;
   return kExitUsage;
 }
@@ -384,7 +377,7 @@ ParsedCommandLine Parser::parse(std::vector<std::string> arguments,
 ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments,
                                    const std::string& tokenVariable, std::ostream& results,
                                    std::ostream& messages) {
-  std::vector<std::string> words = withListsSpelledOut(arguments);
+  std::vector<std::string> words = withListsSpelledOut(arguments, kPairLists);
   // "help upload" is what many try first.
   if (!words.empty() && words.front() == "help") {
     words.erase(words.begin());

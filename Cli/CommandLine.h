@@ -1,5 +1,8 @@
 #pragma once
 
+#include "Cli/Commands/BlobDeleteCommand.h"
+#include "Cli/Commands/BlobDownloadCommand.h"
+#include "Cli/Commands/BlobPathCommand.h"
 #include "Cli/Commands/DeleteCommand.h"
 #include "Cli/Commands/DemoCommand.h"
 #include "Cli/Commands/DownloadCommand.h"
@@ -23,7 +26,8 @@ inline constexpr int kExitUsage = 2;
 
 using CommandOptions =
     std::variant<ListOptions, UploadOptions, DownloadOptions, UpdateOptions, DeleteOptions,
-                 AbortOptions, SandboxCommandOptions, DemoOptions>;
+                 AbortOptions, BlobDownloadOptions, BlobPathOptions, BlobDeleteOptions,
+                 SandboxCommandOptions, DemoOptions>;
 
 /// What was asked for.
 struct Invocation {

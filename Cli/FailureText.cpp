@@ -122,18 +122,23 @@ FailureText fromParts(std::string domain, std::int64_t code, std::string message
   return text;
 }
 
-FailureText fromError(const ErrorPtr& error) {
+/// The first of the errors that `context` is about; null where it is about none.
+ErrorPtr causeIn(const Dictionary& context) {
+  const Value& causes = context[platform::kTaskErrors];
+  return causes.isArray() ? (*causes.array())[0].error() : nullptr;
+}
+
+FailureText fromError(const ErrorPtr& given) {
+  // An error about other errors says nothing itself.
+  const ErrorPtr cause = causeIn(given->userInfo());
+  const ErrorPtr& error = cause != nullptr ? cause : given;
   return fromParts(error->domain(), error->code(), error->localizedDescription(),
                    error->userInfo());
 }
 
 FailureText fromDictionary(const Dictionary& failure) {
   const Dictionary userInfo = failure[binary::keys::kUserInfo].dictionaryValue();
-  // An error about other errors says nothing itself.
-  const Value& causes = userInfo[platform::kTaskErrors];
-  if (const ErrorPtr cause = causes.isArray() ? (*causes.array())[0].error() : nullptr) {
-    return fromError(cause);
-  }
+  if (const ErrorPtr cause = causeIn(userInfo)) return fromError(cause);
   std::string message = failure[binary::keys::kLocalizedDescription].textValue();
   if (message.empty()) message = userInfo[platform::kErrorMessageKey].textValue();
   if (message.empty()) message = "the operation failed";
@@ -149,8 +154,7 @@ FailureText describeFailure(const Value& failure) {
   const Value& inner = dictionary[binary::keys::kError];
   if (const ErrorPtr error = inner.error()) return fromError(error);
   if (const Dictionary* contexts = inner.dictionary()) {
-    const Value& errors = (*contexts)[platform::kTaskErrors];
-    const ErrorPtr first = errors.isArray() ? (*errors.array())[0].error() : nullptr;
+    const ErrorPtr first = causeIn(*contexts);
     return first != nullptr ? fromError(first) : fromDictionary(*contexts);
   }
   return fromDictionary(dictionary);

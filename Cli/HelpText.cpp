@@ -21,6 +21,8 @@ Commands:
   update URL FILE_ID             change the metadata of a file
   delete URL FILE_ID             delete a file, or with --where several
   abort URL FILE_ID              give up an upload that was not finished
+  blob download, path, delete    bring binary columns of an offline database's records
+                                 into files, and manage these
   sandbox                        run a complete local back end to try things on
   demo                           see everything at work, with real files
 
@@ -176,6 +178,85 @@ Examples:
   varobinary abort $URL 5f2b90c1
 )";
 
+constexpr std::string_view kBlob =
+    R"(Offline blobs: the binary columns of the records of an application's offline database,
+kept in files of their own.
+
+Usage: varobinary [GLOBAL] blob COMMAND --db NAME --table T --column C --key K=V... ...
+
+Commands:
+  blob download           bring the column of a record into a file, or go on with that
+  blob path               print where the file is
+  blob delete             record that the column is to be deleted
+
+The database is the SQLite file WEBSQLDIRECTORY/NAME in the library directory: DIR/Library
+with --home DIR, else ~/.local/share/varobinary. The table has a column blobref_C that links
+each record to its blob.
+'varobinary blob COMMAND --help' tells all about a command.
+)";
+
+constexpr std::string_view kBlobDownload =
+    R"(Bring the binary column of a record into a file, or go on where an earlier run stopped.
+
+Usage: varobinary [GLOBAL] blob download --db NAME --table T --column C --key K=V...
+           --config FILE
+
+  --db NAME               SQLite file below the library directory's WEBSQLDIRECTORY
+  --table T               table of the record
+  --column C              binary column; the table has a column blobref_C
+  --key K=V [K=V]...      primary key of the record; may be repeated
+  --config FILE           JSON object with the configuration of the download, as the library
+                          takes it: "URL", "ScopeName", "ObjectName", "ChunkSize" (bytes of
+                          a request), "Headers", "ResponseType" and so on. --header and the
+                          token win over it
+
+The file is blobs/ID in the documents directory. An interrupt (Ctrl-C) pauses the download, and the same
+command goes on later, also after a crash. A blob that is there already is not fetched again.
+
+Examples:
+  echo '{"URL":"http://127.0.0.1:8080/services/blobs/","ScopeName":"HR",
+         "ObjectName":"employees","ChunkSize":1048576}' > photo.json
+  varobinary --home try blob download --db staff.db --table employees --column photo \
+      --key id=3 --config photo.json
+
+'varobinary sandbox --example-db try/Library/WEBSQLDIRECTORY/staff.db --port 8080' makes what
+is needed to try this.
+)";
+
+constexpr std::string_view kBlobPath =
+    R"(Print where the file of a record's binary column is.
+
+Usage: varobinary [GLOBAL] blob path --db NAME --table T --column C --key K=V...
+
+  --db NAME               SQLite file below the library directory's WEBSQLDIRECTORY
+  --table T               table of the record
+  --column C              binary column; the table has a column blobref_C
+  --key K=V [K=V]...      primary key of the record; may be repeated
+
+Fails while the file is not complete.
+
+Examples:
+  varobinary --home try blob path --db staff.db --table employees --column photo --key id=3
+)";
+
+constexpr std::string_view kBlobDelete =
+    R"(Record that a record's binary column is to be deleted. The application's sync engine
+deletes it on the service with its next session.
+
+Usage: varobinary [GLOBAL] blob delete --db NAME --table T --column C --key K=V...
+           [--before-sync]
+
+  --db NAME               SQLite file below the library directory's WEBSQLDIRECTORY
+  --table T               table of the record
+  --column C              binary column; the table has a column blobref_C
+  --key K=V [K=V]...      primary key of the record; may be repeated
+  --before-sync           remove the file on this machine now, not after that session
+
+Examples:
+  varobinary --home try blob delete --db staff.db --table employees --column photo --key id=3 \
+      --before-sync
+)";
+
 constexpr std::string_view kSandbox =
     R"(Run a complete local back end: an object service, a blob service, and an outside object
 store.
@@ -203,8 +284,8 @@ Examples:
 )";
 
 constexpr std::string_view kDemo =
-    R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads,
-deletes.
+    R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads, deletes,
+and offline blobs of a real SQLite database.
 
 Usage: varobinary [GLOBAL] demo
 
@@ -218,7 +299,7 @@ Examples:
   varobinary --log-level debug demo
 )";
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kTexts = {{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 13> kTexts = {{
     {"", kOverview},
     {"list", kList},
     {"upload", kUpload},
@@ -226,6 +307,10 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 9> kTexts = 
     {"update", kUpdate},
     {"delete", kDelete},
     {"abort", kAbort},
+    {"blob", kBlob},
+    {"blob download", kBlobDownload},
+    {"blob path", kBlobPath},
+    {"blob delete", kBlobDelete},
     {"sandbox", kSandbox},
     {"demo", kDemo},
 }};

@@ -44,6 +44,19 @@ void HumanOutput::writeProgress(const Value& progress) {
   showBar(now, done >= total);
 }
 
+void HumanOutput::writeChunk(const std::string&, std::int64_t bytesWritten,
+                             std::int64_t totalSize) {
+  if (!bar_) return;
+  const auto now = ProgressBar::Clock::now();
+  const auto count = [](std::int64_t number) {
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(0, number));
+  };
+  const std::uint64_t done = count(bytesWritten);
+  const std::uint64_t total = count(totalSize);
+  bar_->resume(done, total == 0 ? std::nullopt : std::optional(total), now);
+  showBar(now, total > 0 && done >= total);
+}
+
 void HumanOutput::writeTick() {
   if (bar_) showBar(ProgressBar::Clock::now(), false);
 }
@@ -68,9 +81,14 @@ void HumanOutput::writeSuccess(const Value&, const HumanText& text) {
   results_ << text() << std::flush;
 }
 
-void HumanOutput::writeFailure(const Value& error) {
+void HumanOutput::writePaused(const Dictionary&, const HumanText& text) {
   console_.setProgressLine({});
-  const FailureText failure = describeFailure(error);
+  console_.print(text(), "paused: ", Console::Style::kWarning);
+}
+
+void HumanOutput::writeFailure(const Value& error, const Explain& explain) {
+  console_.setProgressLine({});
+  const FailureText failure = explain(error);
   console_.print(printable(failure.message), "error: ", Console::Style::kError);
   if (!failure.hint.empty()) console_.print(failure.hint, "hint: ", Console::Style::kFaint);
 }

@@ -22,12 +22,15 @@ class HumanOutput final : public Output {
  private:
   void writeBegin(const std::string& activity) override;
   void writeProgress(const platform::Value& progress) override;
+  void writeChunk(const std::string& id, std::int64_t bytesWritten,
+                  std::int64_t totalSize) override;
   void writeTick() override;
   void writeEvent(const std::string& name, const platform::Dictionary& details,
                   const HumanText& text) override;
   void writeNote(const std::string& text) override;
   void writeSuccess(const platform::Value& result, const HumanText& text) override;
-  void writeFailure(const platform::Value& error) override;
+  void writeFailure(const platform::Value& error, const Explain& explain) override;
+  void writePaused(const platform::Dictionary& state, const HumanText& text) override;
   [[nodiscard]] bool streamsAreGood() const override { return results_.good(); }
 
   void showBar(ProgressBar::Clock::time_point now, bool isLast);

@@ -16,6 +16,8 @@ using platform::MutexLock;
 Interrupts::Interrupts() {
   // A closed pipe behind standard output is an error of the write, seen there.
   (void)std::signal(SIGPIPE, SIG_IGN);
+  // So is a file that reaches the shell's limit.
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   sigset_t watched;
   ::sigemptyset(&watched);
   for (const int signal : {SIGINT, SIGTERM}) {

@@ -17,6 +17,11 @@ void JsonOutput::writeProgress(const Value& progress) {
   writeLine("progress", progress.dictionaryValue());
 }
 
+void JsonOutput::writeChunk(const std::string& id, std::int64_t bytesWritten,
+                            std::int64_t totalSize) {
+  writeLine("chunk", {{"id", id}, {"bytesWritten", bytesWritten}, {"totalSize", totalSize}});
+}
+
 void JsonOutput::writeEvent(const std::string& name, const Dictionary& details, const HumanText&) {
   writeLine(name, details);
 }
@@ -26,8 +31,12 @@ void JsonOutput::writeSuccess(const Value& result, const HumanText&) {
   writeLine("success", {{"result", jsonForm(result)}});
 }
 
-void JsonOutput::writeFailure(const Value& error) {
+void JsonOutput::writeFailure(const Value& error, const Explain&) {
   writeLine("failure", {{"error", jsonForm(error)}});
+}
+
+void JsonOutput::writePaused(const Dictionary& state, const HumanText&) {
+  writeLine("paused", {{"id", jsonForm(state["id"])}, {"result", jsonForm(state["result"])}});
 }
 
 }  // namespace varo::cli

@@ -15,12 +15,15 @@ class JsonOutput final : public Output {
  private:
   void writeBegin(const std::string&) override {}
   void writeProgress(const platform::Value& progress) override;
+  void writeChunk(const std::string& id, std::int64_t bytesWritten,
+                  std::int64_t totalSize) override;
   void writeTick() override {}
   void writeEvent(const std::string& name, const platform::Dictionary& details,
                   const HumanText& text) override;
   void writeNote(const std::string&) override {}
   void writeSuccess(const platform::Value& result, const HumanText& text) override;
-  void writeFailure(const platform::Value& error) override;
+  void writeFailure(const platform::Value& error, const Explain&) override;
+  void writePaused(const platform::Dictionary& state, const HumanText&) override;
   [[nodiscard]] bool streamsAreGood() const override { return stream_.good(); }
 
   void writeLine(std::string_view event, const platform::Dictionary& details);

@@ -26,13 +26,24 @@ Operation::Block Operation::onFailure() {
   };
 }
 
+Operation::Block Operation::onPaused() {
+  return [self = shared_from_this()](const Value& state) {
+    self->end({Outcome::Kind::kPaused, state});
+  };
+}
+
 Operation::Block Operation::onProgress(Block receiver) {
   return [self = shared_from_this(), receiver = std::move(receiver)](const Value& progress) {
     if (!self->ended()) receiver(progress);
   };
 }
 
-void Operation::interrupted() { end({Outcome::Kind::kInterrupted, {}}); }
+void Operation::interrupted() {
+  if (onInterrupt_ == OnInterrupt::kEnd) return end({Outcome::Kind::kInterrupted, {}});
+  MutexLock lock(mutex_);
+  tickIsDue_ = true;
+  changed_.notifyAll();
+}
 
 void Operation::end(Outcome outcome) {
   MutexLock lock(mutex_);
@@ -51,9 +62,11 @@ Outcome Operation::wait(const std::function<std::optional<Outcome>()>& tick) {
     {
       MutexLock lock(mutex_);
       const auto next = std::chrono::steady_clock::now() + kTickInterval;
-      while (!outcome_ && changed_.waitUntil(mutex_, next) == std::cv_status::no_timeout) {
+      while (!outcome_ && !tickIsDue_ &&
+             changed_.waitUntil(mutex_, next) == std::cv_status::no_timeout) {
       }
       if (outcome_) return *outcome_;
+      tickIsDue_ = false;
     }
     if (std::optional<Outcome> given = tick()) end(*std::move(given));
   }

@@ -12,9 +12,10 @@ namespace varo::cli {
 
 /// How an operation of the library ended for us.
 struct Outcome {
-  enum class Kind { kSuccess, kFailure, kInterrupted, kSilent };
+  enum class Kind { kSuccess, kFailure, kPaused, kInterrupted, kSilent };
   Kind kind = Kind::kFailure;
-  /// What the success or the failure block received; missing for the other two.
+  /// What the success or the failure block received; of a pause {"id", "result"}; missing for an
+  /// interrupt.
   platform::Value value;
 };
 
@@ -25,10 +26,16 @@ struct Outcome {
 class Operation : public Interruptible, public std::enable_shared_from_this<Operation> {
  public:
   using Block = std::function<void(const platform::Value&)>;
+  /// What an interrupt does: it ends the operation, or has `tick` called at once, which then knows
+  /// better how to end it.
+  enum class OnInterrupt { kEnd, kTick };
+
+  explicit Operation(OnInterrupt onInterrupt = OnInterrupt::kEnd) : onInterrupt_(onInterrupt) {}
 
   /// Blocks to hand to the library. Progress is passed on until there is an outcome.
   [[nodiscard]] Block onSuccess();
   [[nodiscard]] Block onFailure();
+  [[nodiscard]] Block onPaused();
   [[nodiscard]] Block onProgress(Block receiver);
 
   void interrupted() override;
@@ -40,8 +47,10 @@ class Operation : public Interruptible, public std::enable_shared_from_this<Oper
   void end(Outcome outcome);
   [[nodiscard]] bool ended() const;
 
+  const OnInterrupt onInterrupt_;
   mutable platform::Mutex mutex_;
   platform::ConditionVariable changed_;
+  bool tickIsDue_ VARO_GUARDED_BY(mutex_) = false;
   std::optional<Outcome> outcome_ VARO_GUARDED_BY(mutex_);
 };
 

@@ -15,6 +15,11 @@ void Output::progress(const Value& progress) {
   if (!finished_) writeProgress(progress);
 }
 
+void Output::chunk(const std::string& id, std::int64_t bytesWritten, std::int64_t totalSize) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeChunk(id, bytesWritten, totalSize);
+}
+
 void Output::tick() {
   MutexLock lock(mutex_);
   if (!finished_) writeTick();
@@ -39,11 +44,19 @@ bool Output::success(const Value& result, const HumanText& text) {
   return true;
 }
 
-bool Output::failure(const Value& error) {
+bool Output::failure(const Value& error, const Explain& explain) {
   MutexLock lock(mutex_);
   if (finished_) return false;
   finished_ = true;
-  writeFailure(error);
+  writeFailure(error, explain);
+  return true;
+}
+
+bool Output::paused(const platform::Dictionary& state, const HumanText& text) {
+  MutexLock lock(mutex_);
+  if (finished_) return false;
+  finished_ = true;
+  writePaused(state, text);
   return true;
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Cli/FailureText.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -11,6 +13,7 @@ namespace varo::cli {
 
 /// What people read about a result; called only where people read.
 using HumanText = std::function<std::string()>;
+using Explain = std::function<FailureText(const platform::Value& failure)>;
 
 /// What a command tells the world: notes and progress on the way, and then one outcome.
 ///
@@ -26,6 +29,8 @@ class Output {
   void begin(const std::string& activity);
   /// A progress dictionary of the library.
   void progress(const platform::Value& progress);
+  /// Bytes of a blob were stored: how many are in its file, and of how many (0 while unknown).
+  void chunk(const std::string& id, std::int64_t bytesWritten, std::int64_t totalSize);
   /// Time passed: keeps a progress display alive.
   void tick();
   /// An event of its own, like "ready", that is not an outcome.
@@ -33,9 +38,11 @@ class Output {
   /// A remark for people; printable text.
   void note(const std::string& text);
 
-  /// The outcome: what the success or the failure block received. False when there was one already.
+  /// The outcome: what the success or the failure block received, or the "id" and the "result" of a
+  /// pause. False when there was one already.
   bool success(const platform::Value& result, const HumanText& text);
-  bool failure(const platform::Value& error);
+  bool failure(const platform::Value& error, const Explain& explain = describeFailure);
+  bool paused(const platform::Dictionary& state, const HumanText& text);
 
   /// Whether everything could be written where it belongs. A full disk or a closed pipe behind
   /// standard output makes it false.
@@ -47,12 +54,15 @@ class Output {
   // Called one at a time.
   virtual void writeBegin(const std::string& activity) = 0;
   virtual void writeProgress(const platform::Value& progress) = 0;
+  virtual void writeChunk(const std::string& id, std::int64_t bytesWritten,
+                          std::int64_t totalSize) = 0;
   virtual void writeTick() = 0;
   virtual void writeEvent(const std::string& name, const platform::Dictionary& details,
                           const HumanText& text) = 0;
   virtual void writeNote(const std::string& text) = 0;
   virtual void writeSuccess(const platform::Value& result, const HumanText& text) = 0;
-  virtual void writeFailure(const platform::Value& error) = 0;
+  virtual void writeFailure(const platform::Value& error, const Explain& explain) = 0;
+  virtual void writePaused(const platform::Dictionary& state, const HumanText& text) = 0;
   [[nodiscard]] virtual bool streamsAreGood() const = 0;
 
  private:

@@ -41,8 +41,16 @@ ProgressBar::ProgressBar(std::string label, Clock::time_point now)
   samples_.push_back({now, 0});
 }
 
-void ProgressBar::update(std::uint64_t done, std::uint64_t total, Clock::time_point now) {
-  done_ = std::min(done, total);
+void ProgressBar::resume(std::uint64_t done, std::optional<std::uint64_t> total,
+                         Clock::time_point now) {
+  const bool isFirst = samples_.size() == 1 && done_ == 0;
+  if (isFirst) samples_.front() = {now, done};
+  update(done, total, now);
+}
+
+void ProgressBar::update(std::uint64_t done, std::optional<std::uint64_t> total,
+                         Clock::time_point now) {
+  done_ = std::min(done, total.value_or(done));
   total_ = total;
   samples_.push_back({now, done_});
   const auto tooOld = [&] { return samples_[1].time + kRateWindow < now; };
@@ -69,7 +77,11 @@ std::string ProgressBar::remaining(Clock::time_point now) const {
 std::string ProgressBar::line(std::size_t width, Clock::time_point now) const {
   const std::string label = cutMiddleToWidth(label_, std::min(kLongestLabel, width));
   const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(now - start_);
-  if (!total_) return cutToWidth(label + "  " + formatDuration(passed), width);
+  if (!total_) {
+    const std::string amount =
+        done_ == 0 ? "" : fmt::format("{}  {}  ", formatBytes(done_), formatRate(rate(now)));
+    return cutToWidth(fmt::format("{}  {}{}", label, amount, formatDuration(passed)), width);
+  }
 
   const int percent =
       *total_ == 0

@@ -20,12 +20,16 @@ class ProgressBar {
   /// `label` stands in front, cut where there is little room.
   ProgressBar(std::string label, Clock::time_point now);
 
-  /// `done` of `total` bytes. A count that goes past the total is shown as the total.
-  void update(std::uint64_t done, std::uint64_t total, Clock::time_point now);
+  /// `done` of `total` bytes, if that is known. A count that goes past the total is shown as the
+  /// total.
+  void update(std::uint64_t done, std::optional<std::uint64_t> total, Clock::time_point now);
+  /// The same where some bytes may have been there before: the rate is of those that follow the
+  /// first report.
+  void resume(std::uint64_t done, std::optional<std::uint64_t> total, Clock::time_point now);
 
   /// One line without a newline, at most `width` columns: bar, percentage, bytes, rate and
-  /// remaining time once a total is known, before that the time that has passed. What does not fit
-  /// is left out, the bar first.
+  /// remaining time; without a total the bytes, if there are any, and the time that has passed.
+  /// What does not fit is left out, the bar first.
   [[nodiscard]] std::string line(std::size_t width, Clock::time_point now) const;
 
  private:

@@ -76,17 +76,22 @@ std::optional<Outcome> Session::checkForSilence() const {
   return silent ? std::optional(silence()) : std::nullopt;
 }
 
-Outcome Session::await(const Start& start) {
-  const auto operation = std::make_shared<Operation>();
+Outcome Session::await(const Start& start, const Pause& pause) {
+  if (interrupts_.raised()) return {Outcome::Kind::kInterrupted, {}};
+  using OnInterrupt = Operation::OnInterrupt;
+  const auto operation =
+      std::make_shared<Operation>(pause ? OnInterrupt::kTick : OnInterrupt::kEnd);
   interrupts_.subscribe(operation);
-  if (!interrupts_.raised()) {
-    start({operation->onSuccess(), operation->onFailure(),
-           operation->onProgress(
-               [output = output_](const platform::Value& value) { output->progress(value); })});
-  }
-  return operation->wait([this] {
+  const Blocks blocks{operation->onSuccess(), operation->onFailure(),
+                      operation->onProgress([output = output_](const platform::Value& value) {
+                        output->progress(value);
+                      }),
+                      operation->onPaused()};
+  start(blocks);
+  return operation->wait([&] {
     output_->tick();
-    return checkForSilence();
+    auto outcome = pause && interrupts_.raised() ? pause() : std::nullopt;
+    return outcome ? outcome : checkForSilence();
   });
 }
 
@@ -98,19 +103,28 @@ void Session::waitForInterrupt() {
 
 int Session::perform(const std::string& activity, const Start& start, const Describe& describe) {
   output_->begin(activity);
-  return finish(await(start), describe);
+  return finish(await(start), {.success = describe});
 }
 
-int Session::finish(const Outcome& outcome, const Describe& describe) {
-  if (outcome.kind == Outcome::Kind::kSuccess) {
-    output_->success(outcome.value, [&] { return describe(outcome.value.dictionaryValue()); });
-    return 0;
+int Session::finish(const Outcome& outcome, const Wording& wording) {
+  const auto told = [&](const Describe& describe) {
+    return [&] { return describe(outcome.value.dictionaryValue()); };
+  };
+  switch (outcome.kind) {
+    case Outcome::Kind::kSuccess:
+      output_->success(outcome.value, told(wording.success));
+      return 0;
+    case Outcome::Kind::kPaused:
+      output_->paused(outcome.value.dictionaryValue(), told(wording.paused));
+      return Interrupts::kExitStatus;
+    case Outcome::Kind::kInterrupted:
+      output_->failure(platform::Error::make(kErrorDomain, kCodeInterrupted, "interrupted"));
+      return Interrupts::kExitStatus;
+    case Outcome::Kind::kFailure:
+    case Outcome::Kind::kSilent:
+      break;
   }
-  if (outcome.kind == Outcome::Kind::kInterrupted) {
-    output_->failure(platform::Error::make(kErrorDomain, kCodeInterrupted, "interrupted"));
-    return Interrupts::kExitStatus;
-  }
-  output_->failure(outcome.value);
+  output_->failure(outcome.value, wording.failure);
   return kExitFailure;
 }
 

@@ -16,6 +16,16 @@ class TransferWatch;
 /// Exit status of a command whose operation failed.
 inline constexpr int kExitFailure = 1;
 
+/// What people read about what the success block received, or about a pause.
+using Describe = std::function<std::string(const platform::Dictionary& result)>;
+
+/// How outcomes are told to people.
+struct Wording {
+  Describe success{};
+  Describe paused{};
+  Explain failure = describeFailure;
+};
+
 /// What every command works with: the library set up as the global options say, the output, and a
 /// way to run an operation to its end. One a process. Commands use it on the main thread.
 class Session {
@@ -24,9 +34,12 @@ class Session {
     Operation::Block onSuccess;
     Operation::Block onFailure;
     Operation::Block onProgress;
+    Operation::Block onPaused;
   };
   using Start = std::function<void(const Blocks&)>;
-  using Describe = std::function<std::string(const platform::Dictionary& result)>;
+  /// Called at once after an interrupt and then several times a second, on the main thread, until
+  /// there is an outcome: its own, or what it makes a block receive.
+  using Pause = std::function<std::optional<Outcome>()>;
 
   /// Sets the library up. `interrupts` outlives the session.
   Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts);
@@ -38,8 +51,9 @@ class Session {
   [[nodiscard]] Output& output() noexcept { return *output_; }
   [[nodiscard]] Interrupts& interrupts() noexcept { return interrupts_; }
 
-  /// Runs an operation to its outcome. Nothing of it is written but its progress.
-  [[nodiscard]] Outcome await(const Start& start);
+  /// Runs an operation to its outcome. Nothing of it is written but its progress. Without a `pause`
+  /// an interrupt is an outcome.
+  [[nodiscard]] Outcome await(const Start& start, const Pause& pause = {});
 
   /// Returns after SIGINT or SIGTERM.
   void waitForInterrupt();
@@ -50,7 +64,7 @@ class Session {
                             const Describe& describe);
 
   /// Writes an outcome and returns the exit status that goes with it.
-  [[nodiscard]] int finish(const Outcome& outcome, const Describe& describe);
+  [[nodiscard]] int finish(const Outcome& outcome, const Wording& wording = {});
 
  private:
   [[nodiscard]] std::optional<Outcome> checkForSilence() const;

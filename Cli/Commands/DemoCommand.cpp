@@ -76,21 +76,20 @@ std::string summaryOf(const std::vector<DemoStage::Step>& steps) {
 }
 
 int conclude(Session& session, const DemoStage& stage) {
-  if (stage.interrupted()) return session.finish({Outcome::Kind::kInterrupted, {}}, {});
+  if (stage.interrupted()) return session.finish({Outcome::Kind::kInterrupted, {}});
   const auto& steps = stage.steps();
   const auto wrong = static_cast<std::size_t>(
       std::count_if(steps.begin(), steps.end(), [](const auto& step) { return !step.ok; }));
   if (wrong > 0 || steps.empty()) {
     session.output().event("summary", {}, [&] { return summaryOf(steps); });
-    return session.finish(
-        failed(platform::Error::make(
-            kErrorDomain, 1, fmt::format("{} of {} steps went wrong", wrong, steps.size()))),
-        {});
+    return session.finish(failed(platform::Error::make(
+        kErrorDomain, 1, fmt::format("{} of {} steps went wrong", wrong, steps.size()))));
   }
   const Dictionary result{{"steps", steps.size()}};
-  return session.finish({Outcome::Kind::kSuccess, result}, [&](const Dictionary&) {
+  const auto describe = [&](const Dictionary&) {
     return summaryOf(steps) + "\nEverything is as it should be.\n";
-  });
+  };
+  return session.finish({Outcome::Kind::kSuccess, result}, {.success = describe});
 }
 
 /// Sets up what a process has one of for the tour, and puts it back.
@@ -115,7 +114,7 @@ class TourSettings {
 
 int run(Session& session, const DemoOptions&) {
   const auto directory = TemporaryDirectory::make();
-  if (!directory) return session.finish(failed(directory.error()), {});
+  if (!directory) return session.finish(failed(directory.error()));
   const std::string& root = directory->path();
 
   sandbox::SandboxOptions settings;
@@ -123,7 +122,7 @@ int run(Session& session, const DemoOptions&) {
   settings.requiredToken = DemoStage::kToken;
   sandbox::SandboxServer server(settings);
   if (const auto error = server.start()) {
-    return session.finish(failed(platform::Error::make(kErrorDomain, 2, error->message)), {});
+    return session.finish(failed(platform::Error::make(kErrorDomain, 2, error->message)));
   }
   DemoStage stage(session, server, root);
   std::error_code made;

@@ -64,7 +64,7 @@ int run(Session& session, const DownloadOptions& options) {
   if (failed) {
     const platform::ErrorPtr error =
         platform::Error::fromErrno(failed.value(), "cannot make the directory", directory);
-    return session.finish({Outcome::Kind::kFailure, error}, {});
+    return session.finish({Outcome::Kind::kFailure, error});
   }
   return session.perform(
       "Downloading " + options.fileId,

@@ -53,7 +53,7 @@ int run(Session& session, const SandboxCommandOptions& options) {
   settings.dataDirectory = options.dataDirectory;
   if (options.dataDirectory.empty()) {
     auto made = TemporaryDirectory::make();
-    if (!made) return session.finish({Outcome::Kind::kFailure, made.error()}, {});
+    if (!made) return session.finish({Outcome::Kind::kFailure, made.error()});
     temporary = std::move(made).value();
     settings.dataDirectory = temporary->path();
   }
@@ -69,7 +69,7 @@ int run(Session& session, const SandboxCommandOptions& options) {
   }
   if (error) {
     const platform::ErrorPtr failure = platform::Error::make(kErrorDomain, 1, error->message);
-    return session.finish({Outcome::Kind::kFailure, failure}, {});
+    return session.finish({Outcome::Kind::kFailure, failure});
   }
   session.output().event(
       "ready",

@@ -76,12 +76,12 @@ int run(Session& session, const UploadOptions& options) {
   std::string path = options.file;
   if (options.file == kStandardInput) {
     Result<std::string> spooled = spoolStandardInput(directory, session.interrupts());
-    if (session.interrupts().raised()) return session.finish({Outcome::Kind::kInterrupted, {}}, {});
-    if (!spooled) return session.finish(failed(spooled.error()), {});
+    if (session.interrupts().raised()) return session.finish({Outcome::Kind::kInterrupted, {}});
+    if (!spooled) return session.finish(failed(spooled.error()));
     path = std::move(spooled).value();
   }
   const Result<Dictionary> content = contentOf(path, options.raw);
-  if (!content) return session.finish(failed(content.error()), {});
+  if (!content) return session.finish(failed(content.error()));
 
   Dictionary parameters{{binary::keys::kHeaders, session.options().headers},
                         {binary::keys::kMetadata, metadataOf(options)},

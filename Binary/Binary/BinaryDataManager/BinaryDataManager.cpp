@@ -30,8 +30,6 @@ constexpr std::string_view kManagerQueue = "dataManagerQueue";
 constexpr std::string_view kFilePathQueue = "dataFilePathQueue";
 constexpr std::string_view kDeletionQueue = "dataDeletionQueue";
 
-constexpr std::string_view kDeleteBeforeSync = "shouldDeleteBeforeSyncSession";
-
 constexpr std::string_view kCreating = "Inside BDM create task.";
 constexpr std::string_view kNoRecordFor =
     "Error occurred while creating a task for Primary keys, Binary Record does not exists for :%@";
@@ -344,7 +342,7 @@ void BinaryDataManager::deleteBinaryObjectForPrimaryKeys(
     const Dictionary& primaryKeys, const std::string& db, const std::string& tableName,
     const std::string& columnName, const Dictionary& options, BlobDeletionBlock completionBlock) {
   dataDeletionQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
-                            removeNow = options[kDeleteBeforeSync].boolValue(),
+                            removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
                             block = std::move(completionBlock)] {
     const BlobDeletion done = BlobFiles::recordDeletion(column, removeNow);
     if (!block) return;

@@ -15,7 +15,6 @@ using platform::Value;
 
 namespace {
 
-constexpr std::string_view kBlobRef = "blobref";
 constexpr std::int64_t kInsertFailed = -1;
 constexpr std::int64_t kDatabaseNotOpened = 0;
 /// What the sync engine expects in a new row.

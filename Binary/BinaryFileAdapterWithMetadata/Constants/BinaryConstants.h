@@ -48,6 +48,10 @@ inline constexpr std::string_view kEmptyString = "";
 inline constexpr std::string_view kUploadInputTypeRawBytes = "UploadInputTypeRawBytes";
 inline constexpr std::string_view kUploadInputTypeLocalFilePath = "UploadInputTypeLocalFilePath";
 
+/// Begins the name of the column that links a record to the blob of its binary column; "_" and that
+/// column's name follow.
+inline constexpr std::string_view kBlobRef = "blobref";
+
 /// Keys of the dictionaries that callers, tasks and the service exchange. They are arrays because a
 /// dictionary takes its keys as `std::string`, which a `std::string_view` does not become by
 /// itself.
@@ -91,6 +95,7 @@ inline constexpr char kRecords[] = "records";
 inline constexpr char kRelativePath[] = "relativepath";
 inline constexpr char kRequestContext[] = "requestContext";
 inline constexpr char kSecurityKey[] = "security_key";
+inline constexpr char kShouldDeleteBeforeSyncSession[] = "shouldDeleteBeforeSyncSession";
 inline constexpr char kState[] = "state";
 inline constexpr char kTotalBytesToUpload[] = "totalBytesToUpload";
 inline constexpr char kUploadMode[] = "uploadMode";
