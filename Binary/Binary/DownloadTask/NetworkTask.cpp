@@ -207,8 +207,9 @@ bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
   {
     const MutexLock lock(runMutex_);
     if (run_ == nullptr || run_->waiting.first() != chunk.get()) return false;
-    // The caller holds it too, so that it is not destroyed here.
+    // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
     (void)run_->waiting.removeChunkFromBuffer();
+    if (_outputContext.get(kDataChunk).object() == chunk) _outputContext.remove(kDataChunk);
     if (std::exchange(run_->waitsForRoom, false) && going_) goesOn = run_;
   }
   if (goesOn != nullptr) {
