@@ -11,7 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -61,6 +65,22 @@ class DownloadFixture : public testing::Test {
     dictionary.set(binary::kTotalBytesDownloaded, fileBytes().size());
     task->updateInputContext(dictionary);
     task->resumeDownload();
+  }
+
+  /// Has the n-th request, from 1, answered by `answer`, the others by the object.
+  void answerNth(int n, const std::function<ScriptedAnswer(const RecordedRequest&)>& answer) {
+    transport_->setHandler([this, n, answer, count = std::make_shared<std::atomic<int>>(0)](
+                               const RecordedRequest& request) {
+      return ++*count == n ? answer(request) : object_.answer(request);
+    });
+  }
+  static std::int64_t errorCode(const binary::DownloadTask& task) {
+    const platform::Dictionary context = task.errorContext();
+    const platform::Array* errors = context[platform::kTaskErrors].array();
+    return errors != nullptr && errors->size() == 1 ? (*errors)[0].error()->code() : 0;
+  }
+  static platform::Value errorMessage(const binary::DownloadTask& task, const char* key) {
+    return task.errorContext()[key].dictionaryValue()["message"];
   }
 
   [[nodiscard]] std::string path() const { return home_ / "Documents/blobs/7"; }

@@ -1,0 +1,154 @@
+// What the file system does to a download: full disks, files that are taken away, files of others.
+
+#include "tests/support/DownloadFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace varo::binary {
+namespace {
+
+using platform::Dictionary;
+using platform::TaskState;
+using platform::Value;
+using test::eventually;
+using test::RangedObject;
+using test::RecordedRequest;
+using testing::HasSubstr;
+
+using DownloadFileTest = test::DownloadFixture;
+
+TEST_F(DownloadFileTest, FailuresOfTheFileSystemEndTheDownloadAndNameThePath) {
+  const std::string folder = home_ / "Documents/blobs";
+  struct Case {
+    std::string name;
+    std::function<void()> prepare;
+    std::string message;
+    std::string cause;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"directory", [&] { std::filesystem::create_directories(path()); }, "",
+            "Is a directory"},
+           {"FIFO", [&] { ::mkfifo(path().c_str(), 0600); }, "", "Invalid argument"},
+           {"link", [&] { std::filesystem::create_symlink(home_ / "target", path()); }, "",
+            "Too many levels of symbolic links"},
+           {"no folder",
+            [&] {
+              std::filesystem::remove_all(folder);
+              std::ofstream(folder) << "a file";
+            },
+            "FileDoesn't exist at path.", "Not a directory"}}) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    std::ofstream(home_ / "target") << "untouched";
+    c.prepare();
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    const Dictionary info = task->errorContext()[kPersistenceError].dictionaryValue();
+    EXPECT_EQ(info["path"], Value(path()));
+    EXPECT_THAT(info["NSLocalizedDescription"].textValue(), HasSubstr(c.cause));
+    if (!c.message.empty()) {
+      EXPECT_EQ(info["message"], Value(c.message));
+    }
+    EXPECT_EQ(std::filesystem::file_size(home_ / "target"), 9U);
+  }
+  std::filesystem::remove_all(folder);
+}
+
+TEST_F(DownloadFileTest, BlobIdsThatLeaveTheFolderAreRefused) {
+  for (const char* blobId : {"../7", "/etc/7", "..", "a/../../7", "%2e%2e/7"}) {
+    const auto task = makeTask({{kBlobId, blobId}});
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored)) << blobId;
+    EXPECT_EQ(errorMessage(*task, kPersistenceError), Value("FileDoesn't exist at path."));
+    EXPECT_TRUE(task->outputContext()[kFilePath].textValue().empty()) << blobId;
+  }
+}
+
+/// A limit of the process stands in for a full disk: writes beyond it fail as there.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int);
+};
+
+TEST_F(DownloadFileTest, FullDiskKeepsWhatWasWrittenAndTheDownloadGoesOnLater) {
+  object_ = RangedObject::ofSize(300'000);
+  const auto task = makeTask({{kChunkSizeKey, 50'000}});
+  {
+    const FileSizeLimit limit(170'000);
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+  }
+  EXPECT_THAT(errorMessage(*task, kPersistenceError).textValue(),
+              HasSubstr("Writing " + path() + ": File too large"));
+  EXPECT_EQ(fileBytes(), object_.bytes.substr(0, 150'000));
+
+  const auto again = makeTask({{kChunkSizeKey, 50'000}, {kTotalBytesDownloaded, 150'000}});
+  again->start();
+  ASSERT_TRUE(reaches(again, TaskState::Ended));
+  EXPECT_EQ(fileBytes(), object_.bytes);
+}
+
+TEST_F(DownloadFileTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) {
+  for (const auto& [name, interfere] : std::vector<std::pair<std::string, std::function<void()>>>{
+           {"removed", [this] { std::filesystem::remove(path()); }},
+           {"folder removed", [this] { std::filesystem::remove_all(home_ / "Documents/blobs"); }},
+           {"cut", [this] { std::filesystem::resize_file(path(), 10); }},
+           {"replaced", [this] {
+              std::filesystem::rename(path(), path() + ".old");
+              writeFile(object_.bytes.substr(0, 1000));
+            }}}) {
+    SCOPED_TRACE(name);
+    answerNth(2, [this, interfere = interfere](const RecordedRequest& request) {
+      EXPECT_TRUE(eventually([this] { return fileBytes().size() == 1000; }));
+      interfere();
+      return object_.answer(request);
+    });
+    const auto task = makeTask();
+    task->start();
+    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    EXPECT_EQ(task->errorContext()[kPersistenceError].dictionaryValue()["path"], Value(path()));
+  }
+}
+
+TEST_F(DownloadFileTest, TwoDownloadsNeverWriteOneFile) {
+  transport_->hold();
+  const auto first = makeTask();
+  first->start();
+  ASSERT_TRUE(eventually([&] { return transport_->release(); }));
+  ASSERT_TRUE(eventually([&] { return fileBytes().size() == 1000; }));
+  const auto second = makeTask();
+  second->start();
+  ASSERT_TRUE(eventually([&] { return transport_->heldCount() == 2; }));
+  transport_->releaseAll();
+  ASSERT_TRUE(reaches(second, TaskState::Errored));
+  EXPECT_THAT(errorMessage(*second, kPersistenceError).textValue(), HasSubstr("Another download"));
+  ASSERT_TRUE(reaches(first, TaskState::Ended));
+  EXPECT_EQ(fileBytes(), object_.bytes);
+  first->releaseFile();
+  second->setState(TaskState::NotStarted);
+  second->start();
+  EXPECT_TRUE(reaches(second, TaskState::Ended));
+}
+
+}  // namespace
+}  // namespace varo::binary
