@@ -39,6 +39,10 @@ class BlobFixture : public testing::Test {
   /// Bytes of a range.
   static constexpr std::int64_t kChunk = 4;
 
+  static constexpr const char* kNotPausable =
+      "DownloadTaskErrorDomain 5001 Task is in NotStarted, Errored or Ended state. Hence, can't be "
+      "Paused.";
+
   /// One call of a block.
   struct Call {
     std::string block;
@@ -161,6 +165,22 @@ class BlobFixture : public testing::Test {
   std::string newBlob(const std::string& pk, const platform::Dictionary& configuration = config()) {
     addRecord(pk);
     return create(pk, configuration).blobId.value_or("none");
+  }
+
+  void start(const std::string& blobId) {
+    manager_->startDownload(blobId, block("start " + blobId));
+  }
+  /// A download that has paused after its first range.
+  std::string pausedBlob(const std::string& pk) {
+    std::string id = newBlob(pk);
+    transport_->hold();
+    start(id);
+    release(1);
+    awaitHeld(1);
+    manager_->pauseDownload(id, block("pause"));
+    EXPECT_EQ(awaitNext().summary(), "pause: ok");
+    transport_->releaseAll();
+    return id;
   }
 
   [[nodiscard]] binary::DownloadBlock block(std::string name) const {

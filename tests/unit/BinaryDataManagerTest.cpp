@@ -1,13 +1,10 @@
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
-#include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "tests/support/BlobFixture.h"
 #include "tests/support/RecordingLog.h"
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <future>
-#include <thread>
 
 namespace varo::binary {
 namespace {
@@ -16,18 +13,10 @@ using platform::Dictionary;
 using platform::Value;
 using test::answerWith;
 using test::eventually;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr TransferPolicy kBothPolicies[] = {TransferPolicy::kCompatible, TransferPolicy::kSafe};
-
-const std::string kCleared =
-    "DownloadTaskError 4 The downloads were cleared before this one had ended.";
-const std::string kNotPausable =
-    "DownloadTaskErrorDomain 5001 Task is in NotStarted, Errored or Ended state. Hence, can't be "
-    "Paused.";
 const std::string kNotResumable =
     "DownloadTaskErrorDomain 5001 Task is in Started, Ended or Errored state hence can't resumed.";
 const std::string kNoFile = "Couldn't retrieve file path respective blob id in BlobStoreManager.";
@@ -39,21 +28,6 @@ class BinaryDataManagerTest : public test::BlobFixture {
     if (operation == "pause") manager_->pauseDownload(blobId, block("pause"));
     if (operation == "resume") manager_->resumeDownload(blobId, block("resume"));
     return awaitNext().summary();
-  }
-  void start(const std::string& blobId) {
-    manager_->startDownload(blobId, block("start " + blobId));
-  }
-  /// A download that has paused after its first range.
-  std::string pausedBlob(const std::string& pk) {
-    std::string id = newBlob(pk);
-    transport_->hold();
-    start(id);
-    release(1);
-    awaitHeld(1);
-    manager_->pauseDownload(id, block("pause"));
-    EXPECT_EQ(awaitNext().summary(), "pause: ok");
-    transport_->releaseAll();
-    return id;
   }
 };
 
@@ -243,228 +217,6 @@ TEST_F(BinaryDataManagerTest, FailedDownloadTellsStartAndResumeAndMayBeStartedAg
   EXPECT_EQ(failed[0].block + failed[1].block, "startresume");
   EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
   EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
-}
-
-TEST_F(BinaryDataManagerTest, SixthDownloadWaitsForASuccessAndUnderTheSafePolicyForAnyEnd) {
-  Dictionary inOneRange = config();
-  inOneRange.set("ChunkSize", 100);
-  for (const TransferPolicy policy : kBothPolicies) {
-    setTransferPolicy(policy);
-    const bool isSafe = policy == TransferPolicy::kSafe;
-    for (const std::string end : {"success", "error", "pause"}) {
-      SCOPED_TRACE(end + (isSafe ? " safe" : " compatible"));
-      makeDatabase();
-      std::vector<std::string> ids;
-      for (const char* pk : {"1", "2", "3", "4", "5", "6"}) ids.push_back(newBlob(pk, inOneRange));
-      const std::size_t before = transport_->requestCount();
-      transport_->hold();
-      if (end == "error") transport_->answer(answerWith(404, ""));
-      start(ids[0]);
-      awaitHeld(1);
-      for (std::size_t i = 1; i < 5; ++i) start(ids[i]);
-      // Once more: it must not keep the one behind it from starting for ever.
-      start(ids[0]);
-      start(ids[5]);
-      awaitHeld(5);
-      EXPECT_EQ(stateOf(ids[5]), "101");
-
-      if (end == "pause") manager_->pauseDownload(ids[0], block("pause"));
-      if (end != "pause") release(1);
-      EXPECT_EQ(awaitNext().error == nullptr, end != "error");
-      if (!isSafe && end != "success") {
-        EXPECT_EQ(transport_->requestCount(), before + 5);
-        release(end == "pause" ? 2 : 1);
-        EXPECT_THAT(awaitNext().summary(), HasSubstr(": ok"));
-      }
-      EXPECT_TRUE(eventually([&] { return transport_->requestCount() == before + 6; }));
-      transport_->releaseAll();
-      EXPECT_THAT(awaitSummaries(isSafe || end == "success" ? 5 : 4), Each(HasSubstr(": ok")));
-      manager_->clearBinaryDataManagerState();
-      if (isSafe && end == "pause") {
-        EXPECT_EQ(awaitNext().summary(), "start " + ids[0] + ": " + kCleared);
-      }
-    }
-  }
-}
-
-TEST_F(BinaryDataManagerTest, PauseThatComesTooLateIsAnsweredUnderTheSafePolicy) {
-  for (const TransferPolicy policy : kBothPolicies) {
-    for (const bool fails : {false, true}) {
-      manager_->clearBinaryDataManagerState();
-      setTransferPolicy(policy);
-      makeDatabase();
-      // While the first range is being written, the network half comes to its end.
-      std::promise<void> written;
-      std::promise<void> goOn;
-      Dictionary configuration = config();
-      configuration.set("ChunkSize", 5);
-      configuration.set("onChunkDownloadCompleted",
-                        std::make_shared<OnChunkDownloadCompleted>(
-                            [&, first = true](const auto&, auto bytes, auto, const Value&) mutable {
-                              if (!std::exchange(first, false)) return;
-                              EXPECT_EQ(bytes, 4);
-                              written.set_value();
-                              goOn.get_future().wait();
-                            }));
-      const std::string id = newBlob("a", configuration);
-      transport_->hold();
-      transport_->answer(answerWith(206, "0123", {{"Content-Range", "bytes 0-3/8"}}));
-      transport_->answer(fails ? answerWith(404, "")
-                               : answerWith(206, "4567", {{"Content-Range", "bytes 4-7/8"}}));
-      start(id);
-      release(2);
-      written.get_future().wait();
-      manager_->pauseDownload(id, block("pause"));
-      goOn.set_value();
-      const std::string outcome = fails ? "DownloadTaskError 4" : "ok";
-      EXPECT_EQ(awaitNext().summary(), "start " + id + ": " + outcome);
-      if (policy == TransferPolicy::kSafe) {
-        EXPECT_EQ(awaitNext().summary(), "pause: " + kNotPausable);
-      }
-      transport_->releaseAll();
-    }
-  }
-}
-
-TEST_F(BinaryDataManagerTest, EveryOperationMayBeCalledFromInsideEveryBlock) {
-  addRecord("a");
-  addRecord("b");
-  transport_->hold();
-  const auto anotherCreate = [this] {
-    manager_->createDownloadTaskForDb(kDatabase, kTable, kColumn, {{"pk", "b"}}, config(),
-                                      created());
-  };
-  const auto onPath = [this, log = block("path")](const auto& error, const auto& path) {
-    manager_->clearBinaryDataManagerState();
-    manager_->startDownload("1", block("start"));
-    log(path, error, std::nullopt);
-  };
-  const auto onEnd = [this, onPath, log = block("resume")](const auto& id, const auto& error,
-                                                           const auto& result) {
-    manager_->pauseDownload(id, block("pause"));
-    manager_->getBinaryDataFilePathForPrimaryKeys({{"pk", "a"}}, kDatabase, kTable, kColumn,
-                                                  onPath);
-    log(id, error, result);
-  };
-  const auto onPause = [this, onEnd](const auto& id, const auto&, const auto&) {
-    transport_->releaseAll();
-    manager_->resumeDownload(id, onEnd);
-  };
-  const auto onCreate = [&](const auto&, const auto& id) {
-    anotherCreate();
-    manager_->startDownload(id, block("never"));
-    manager_->pauseDownload(id, onPause);
-  };
-  manager_->createDownloadTaskForDb(kDatabase, kTable, kColumn, {{"pk", "a"}}, config(), onCreate);
-  EXPECT_THAT(awaitSummaries(5),
-              ElementsAre("create: ok", "path: ok", "pause: " + kNotPausable, "resume: ok",
-                          "start: DownloadTaskErrorDomain 5003 Task not created. Hence, can't be "
-                          "started."));
-  EXPECT_EQ(contentOf(pathOf("1")), object_.bytes);
-}
-
-TEST_F(BinaryDataManagerTest, ClearingStopsAndForgetsAndUnderTheSafePolicyAnswers) {
-  const std::size_t atRest = platform::VSTask::liveCount();
-  for (const TransferPolicy policy : kBothPolicies) {
-    setTransferPolicy(policy);
-    makeDatabase();
-    const std::string resumed = pausedBlob("resumed");
-    std::vector<std::string> ids;
-    for (const char* pk : {"1", "2", "3", "4", "5", "6", "7"}) ids.push_back(newBlob(pk));
-    transport_->hold();
-    manager_->resumeDownload(resumed, block("resume"));
-    for (std::size_t i = 0; i < 6; ++i) start(ids[i]);
-    awaitHeld(6);
-    manager_->invalidateAllBackgroundSessions();
-    manager_->clearBinaryDataManagerState();
-    transport_->releaseAll();
-    if (policy == TransferPolicy::kSafe) {
-      EXPECT_THAT(awaitSummaries(7), Each(testing::EndsWith(": " + kCleared)));
-    }
-    EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == atRest; }));
-    EXPECT_EQ(stateOf(ids[0]) + stateOf(ids[5]) + stateOf(ids[6]), "102101101");
-    EXPECT_FALSE(std::filesystem::exists(pathOf(ids[0])));
-    EXPECT_EQ(create("1").summary(), "create: ok");  // and all places are free again
-    start(ids[0]);
-    EXPECT_EQ(awaitNext().summary(), "start " + ids[0] + ": ok");
-    manager_->clearBinaryDataManagerState();
-    std::filesystem::remove_all(home_ / "Documents");
-  }
-}
-
-TEST_F(BinaryDataManagerTest, DownloadOutlivesItsDatabase) {
-  for (const bool isReplaced : {false, true}) {
-    makeDatabase();
-    const std::string id = newBlob("a");
-    transport_->hold();
-    start(id);
-    awaitHeld(1);
-    EXPECT_TRUE(eventually([&] { return stateOf(id) == "102"; }));
-    if (isReplaced) {
-      makeDatabase();
-    } else {
-      std::filesystem::remove(databasePath());
-    }
-    transport_->releaseAll();
-    EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
-    EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
-    EXPECT_EQ(std::filesystem::exists(databasePath()), isReplaced);
-    std::filesystem::remove(pathOf(id));
-  }
-}
-
-TEST_F(BinaryDataManagerTest, OperationsOfManyThreadsLeaveNoPlaceTakenAndNoWrongByte) {
-  setTransferPolicy(TransferPolicy::kSafe);
-  std::vector<std::string> ids;
-  for (int i = 0; i < 8; ++i) ids.push_back(newBlob(std::to_string(i)));
-  const auto ignore = [](const auto&, const auto&, const auto&) {};
-  std::vector<std::thread> threads;
-  for (unsigned seed = 0; seed < 4; ++seed) {
-    threads.emplace_back([&, seed] {
-      unsigned random = seed + 1;
-      for (int i = 0; i < 150; ++i) {
-        random = random * 1664525 + 1013904223;
-        const unsigned which = random >> 16;
-        const std::string& id = ids[which % ids.size()];
-        switch (which / ids.size() % 8) {
-          case 0:
-            manager_->createDownloadTaskForDb(kDatabase, kTable, kColumn,
-                                              {{"pk", std::to_string(which % ids.size())}},
-                                              config(), {});
-            break;
-          case 1:
-          case 2:
-            manager_->pauseDownload(id, ignore);
-            break;
-          case 3:
-          case 4:
-            manager_->resumeDownload(id, ignore);
-            break;
-          case 5:
-            if (which % 11 == 0) manager_->clearBinaryDataManagerState();
-            break;
-          default:
-            manager_->startDownload(id, ignore);
-        }
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  manager_->clearBinaryDataManagerState();
-  for (std::size_t i = 0; i < ids.size(); ++i) {
-    // What a cleared download has in hand may end yet.
-    const auto state = [&] { return stateOf(ids[i]); };
-    if (create(std::to_string(i)).error == nullptr) {
-      Call call;
-      EXPECT_TRUE(eventually([&] {
-        start(ids[i]);
-        call = awaitNext();
-        return call.error == nullptr;
-      })) << call.summary();
-    }
-    EXPECT_EQ(state(), "50");
-    EXPECT_EQ(contentOf(pathOf(ids[i])), object_.bytes);
-  }
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ class DownloadLists {
     /// The task's own state, except that one that has paused or come to its end counts as Started
     /// until the owner has `note`d that.
     platform::TaskState state;
-    /// Whose clearing ends this download.
+    /// Changes when the lists are cleared.
     std::uint64_t generation;
   };
   /// Without a task for an unknown blob id.
