@@ -95,15 +95,20 @@ void DownloadTask::execute() {
 void DownloadTask::pauseDownload() {
   {
     const MutexLock lock(controlMutex_);
-    isPausePending_ = !subtasksRun_;
-    if (isPausePending_) return;
+    if (!subtasksRun_) {
+      isPausePending_ = state() == TaskState::Started;
+      return;
+    }
   }
   _networkTask->pauseDownload();
 }
 
 void DownloadTask::resumeDownload() {
   if (isStopped()) return;
-  setSubtasksRun(true);
+  {
+    const MutexLock lock(controlMutex_);
+    subtasksRun_ = true;
+  }
   resumeSubtask(_dataPersistenceTask);
   resumeSubtask(_networkTask);
   setState(TaskState::Started);
@@ -131,9 +136,12 @@ bool DownloadTask::isStopped() const {
   return isStopped_;
 }
 
-void DownloadTask::setSubtasksRun(bool run) {
+/// A pause is either one of this run or of the next.
+void DownloadTask::comeToRest(TaskState state) {
   const MutexLock lock(controlMutex_);
-  subtasksRun_ = run;
+  subtasksRun_ = false;
+  isPausePending_ = false;
+  setState(state);
 }
 
 void DownloadTask::releaseFile() { _dataPersistenceTask->releaseFile(); }
@@ -156,10 +164,9 @@ void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/,
   } else if (to == TaskState::Errored && persistence == TaskState::Errored) {
     logger().logDebug(kPersistenceTrouble, name());
     _networkTask->stop();
-    setSubtasksRun(false);
     _outputContext.replace(task->outputContext());
     _errorContext.replace(task->errorContext());
-    setState(TaskState::Errored);
+    comeToRest(TaskState::Errored);
   }
 }
 
@@ -176,9 +183,8 @@ void DownloadTask::endAsNetworkTask() {
   } else {
     return;  // the persistence task tells again when the network task has come to its end
   }
-  setSubtasksRun(false);
   _outputContext.replace(_dataPersistenceTask->outputContext());
-  setState(network);
+  comeToRest(network);
 }
 
 // The manager's blocks.

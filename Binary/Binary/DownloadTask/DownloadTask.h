@@ -87,7 +87,7 @@ class DownloadTask final : public platform::VSTask {
 
   void stopSubtasks();
   [[nodiscard]] bool isStopped() const;
-  void setSubtasksRun(bool run);
+  void comeToRest(platform::TaskState state);
 
   const std::shared_ptr<NetworkTask> _networkTask;
   const std::shared_ptr<DataPersistenceTask> _dataPersistenceTask;
