@@ -28,8 +28,8 @@ namespace {
 constexpr std::string_view kErrorDomain = "Demo";
 
 using Section = void (*)(DemoStage&);
-constexpr Section kSections[] = {showUploads,   showLists,    showUpdates,
-                                 showDownloads, showFailures, showDeletes};
+constexpr Section kSections[] = {showUploads,  showLists,   showUpdates,     showDownloads,
+                                 showFailures, showDeletes, showOfflineBlobs};
 
 Outcome failed(ErrorPtr error) { return {Outcome::Kind::kFailure, std::move(error)}; }
 

@@ -19,5 +19,7 @@ void showDownloads(DemoStage& stage);
 void showFailures(DemoStage& stage);
 /// The files go, at once and later.
 void showDeletes(DemoStage& stage);
+/// Binary columns of a database's records come down, through pauses and broken connections.
+void showOfflineBlobs(DemoStage& stage);
 
 }  // namespace varo::cli

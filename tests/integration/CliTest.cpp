@@ -1,18 +1,15 @@
-#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Value.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/CliFixture.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,93 +18,11 @@ namespace {
 
 using platform::Dictionary;
 using platform::Value;
-using Words = std::vector<std::string>;
 
 constexpr std::size_t kChunk = 1'048'576;
 
-/// The built program against a sandbox in this process.
-class CliTest : public testing::Test {
+class CliTest : public CliFixture {
  protected:
-  struct Run {
-    int status = 0;
-    std::string output;
-    std::string errors;
-  };
-
-  void SetUp() override { startSandbox({}); }
-  // A program that is gone leaves nothing in the directory for temporary files.
-  void TearDown() override { EXPECT_TRUE(std::filesystem::is_empty(temporaries())); }
-
-  void startSandbox(const std::string& token) {
-    sandbox_.reset();
-    sandbox::SandboxOptions options;
-    options.dataDirectory = directory_.path() + "/sandbox";
-    options.requiredToken = token;
-    sandbox_ = std::make_unique<sandbox::SandboxServer>(options);
-    const auto error = sandbox_->start();
-    ASSERT_FALSE(error) << error->message;
-    std::filesystem::create_directories(temporaries());
-  }
-
-  [[nodiscard]] std::string home() const { return directory_.path() + "/home"; }
-  [[nodiscard]] std::string temporaries() const { return directory_.path() + "/tmp"; }
-  [[nodiscard]] std::string url() const { return sandbox_->url(); }
-  [[nodiscard]] sandbox::SandboxServer& sandbox() { return *sandbox_; }
-
-  [[nodiscard]] ChildProcess::Settings settingsFor(Words arguments) const {
-    arguments.insert(arguments.begin(), {"--home", home()});
-    return {VARO_PROGRAM,
-            arguments,
-            {{"TMPDIR", temporaries()}, {"VARO_TOKEN", ""}},
-            directory_.path()};
-  }
-  [[nodiscard]] static Run run(const ChildProcess::Settings& settings) {
-    ChildProcess child(settings);
-    const int status = child.wait();
-    return {status, child.output(), child.errors()};
-  }
-  [[nodiscard]] Run run(const Words& arguments) const { return run(settingsFor(arguments)); }
-
-  /// Random bytes in a file.
-  std::string makeFile(const std::string& name, std::size_t size) {
-    std::string content(size, '\0');
-    unsigned state = 12345;
-    for (char& c : content) c = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24U);
-    std::ofstream(directory_.path() + "/" + name, std::ios::binary) << content;
-    return directory_.path() + "/" + name;
-  }
-  static std::string contentOf(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-  }
-
-  /// The events of a run with --json; each line must be a JSON object with "event".
-  static std::vector<Dictionary> eventsOf(const std::string& output) {
-    std::vector<Dictionary> events;
-    std::istringstream lines(output);
-    for (std::string line; std::getline(lines, line);) {
-      const auto value = platform::json::parse(line);
-      EXPECT_TRUE(value.ok() && value->isDictionary()) << line;
-      if (value.ok()) events.push_back(value->dictionaryValue());
-      EXPECT_TRUE(!events.empty() && events.back().contains("event")) << line;
-    }
-    return events;
-  }
-  /// The events, of which only the last may be an outcome, and is `outcome`.
-  static std::vector<Dictionary> eventsEndingIn(const std::string& outcome, const Run& run) {
-    std::vector<Dictionary> events = eventsOf(run.output);
-    EXPECT_FALSE(events.empty()) << run.errors;
-    if (events.empty()) return {Dictionary()};
-    for (std::size_t i = 0; i < events.size(); ++i) {
-      const std::string name = events[i]["event"].textValue();
-      const bool isOutcome = name == "success" || name == "failure" || name == "paused";
-      EXPECT_EQ(isOutcome, i + 1 == events.size()) << run.output;
-    }
-    EXPECT_EQ(events.back()["event"], Value(outcome)) << run.output << run.errors;
-    return events;
-  }
   /// Uploads and returns the id.
   std::string upload(const std::string& path) {
     const Run result = run({"--json", "upload", url(), path});
@@ -117,10 +32,6 @@ class CliTest : public testing::Test {
         .dictionaryValue()["file_id"]
         .textValue();
   }
-
- private:
-  TemporaryDirectory directory_;
-  std::unique_ptr<sandbox::SandboxServer> sandbox_;
 };
 
 TEST_F(CliTest, RoundTripIsByteIdenticalAndReportsProgress) {

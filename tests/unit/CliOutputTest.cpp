@@ -3,6 +3,7 @@
 #include "Cli/FailureText.h"
 #include "Cli/HumanOutput.h"
 #include "Cli/JsonEvents.h"
+#include "Cli/ProgressBar.h"
 #include "Cli/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Json.h"
@@ -10,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -76,6 +78,18 @@ TEST(HumanOutput, WithoutATerminalThereIsNoProgressLine) {
   EXPECT_EQ(results.str(), "");
 }
 
+TEST(ProgressBar, RateOfAResumedDownloadLeavesOutWhatWasThere) {
+  using std::chrono::seconds;
+  const ProgressBar::Clock::time_point start{};
+  ProgressBar bar("f", start);
+  bar.resume(500 << 10, std::nullopt, start);
+  bar.resume(502 << 10, std::nullopt, start + seconds(1));
+  EXPECT_EQ(bar.line(60, start + seconds(1)), "f  502.0 KiB  2.0 KiB/s  0:01");
+  bar.resume(504 << 10, 1 << 20, start + seconds(2));
+  EXPECT_EQ(bar.line(60, start + seconds(2)),
+            "f   49%  504.0 KiB of 1.0 MiB  2.0 KiB/s  4:20 left");
+}
+
 TEST(FailureText, ReadsEveryShapeOfFailure) {
   const auto noRecord = Error::make("DownloadError", 5004, "no record");
   const auto tooSlow = std::make_shared<const Error>(
@@ -95,6 +109,9 @@ TEST(FailureText, ReadsEveryShapeOfFailure) {
   const std::vector<Case> cases = {
       {Dictionary{{"error", Dictionary{{"Errors", Array{Value(noRecord)}}}}}, 5004, "no record",
        "varobinary list"},
+      {Value(std::make_shared<const Error>("DownloadTaskError", 4,
+                                           Dictionary{{"Errors", Array{Value(noRecord)}}})),
+       5004, "no record", "varobinary list"},
       {Value(refused), 6003, "unexpected opstatus : 9 (token missing)", "--token-file"},
       {Dictionary{{"code", "6003"},
                   {"localizedDescription", "HTTP status 401"},

@@ -66,6 +66,32 @@ TEST(CommandLine, DeletesTakeWhatTheMetadataMustHold) {
   EXPECT_EQ(byMetadata.where, (Dictionary{{"a", "1"}, {"b", "x=y"}, {"c", ""}}));
 }
 
+TEST(CommandLine, BlobCommandsNameARecordAndAConfiguration) {
+  const std::string path = testing::TempDir() + "command-line-config";
+  std::ofstream(path) << R"({"URL":"http://h/","ChunkSize":7})";
+  const Words record = {"--db", "d", "--table", "t", "--column", "c", "--key", "a=1", "b=x=y"};
+  const auto with = [&](Words words, const Words& more = {}) {
+    words.insert(words.end(), record.begin(), record.end());
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  };
+  const auto download =
+      commandOf<BlobDownloadOptions>(with({"blob", "download"}, {"--config", path}));
+  EXPECT_EQ(download.record.database, "d");
+  EXPECT_EQ(download.record.name(), "c of t a=1 b=x=y");
+  EXPECT_EQ(download.record.keys, (Dictionary{{"a", "1"}, {"b", "x=y"}}));
+  EXPECT_EQ(download.config, (Dictionary{{"URL", "http://h/"}, {"ChunkSize", 7}}));
+  EXPECT_EQ(commandOf<BlobPathOptions>(with({"blob", "path"})).record.linkColumn(), "blobref_c");
+  EXPECT_FALSE(commandOf<BlobDeleteOptions>(with({"blob", "delete"})).beforeSync);
+  EXPECT_TRUE(commandOf<BlobDeleteOptions>(with({"blob", "delete"}, {"--before-sync"})).beforeSync);
+
+  std::ofstream(path) << "[1]";
+  const Parsed refused = parse(with({"blob", "download"}, {"--config", path}));
+  EXPECT_EQ(refused.line.exitStatus, 2);
+  EXPECT_NE(refused.messages.find("holds no JSON object"), std::string::npos) << refused.messages;
+  std::remove(path.c_str());
+}
+
 TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
   const Words options = {
       "--json", "--header",    "b:  two ", "--option", "forceDownload=true", "--option",
@@ -128,6 +154,12 @@ TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
       {{"demo", "--token", "t", "--token-file", "f"}, "--token"},
       {{"demo", "--stall-timeout", "nan"}, "not a number of seconds"},
       {{"sandbox", "--port", "65536"}, "not a port"},
+      {{"blob"}, "no blob command given"},
+      {{"blob", "donwload"}, "there is no command 'blob donwload'; did you mean 'blob download'?"},
+      {{"blob", "path", "--tabel", "t"}, "did you mean '--table'?"},
+      {{"blob", "path", "--db", "d", "--table", "t", "--column", "c"}, "at least one pair"},
+      {{"blob", "path", "--key", "a=1", "a=2"}, "given twice"},
+      {{"blob", "download", "--config", "/nowhere.json"}, "cannot read /nowhere.json"},
   };
   for (const Case& c : cases) {
     const Parsed parsed = parse(c.words);

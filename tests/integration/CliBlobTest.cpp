@@ -1,0 +1,250 @@
+#include "Platform/Foundation/Value.h"
+#include "Sandbox/ExampleDatabase.h"
+#include "Sandbox/GeneratedBytes.h"
+#include "Sandbox/SandboxServer.h"
+#include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/CliFixture.h"
+
+#include <SQLiteCpp/Database.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace varo::test {
+namespace {
+
+using platform::Dictionary;
+using platform::Value;
+using sandbox::ExampleDatabase;
+
+constexpr std::size_t kRange = 1 << 20;
+
+/// The built program on an application's database.
+class CliBlobTest : public CliFixture {
+ protected:
+  void SetUp() override {
+    CliFixture::SetUp();
+    prepare();
+  }
+
+  void prepare() {
+    const auto error = ExampleDatabase::make(database(), sandbox());
+    ASSERT_FALSE(error) << error->message;
+    std::ofstream(config()) << R"({"ScopeName":"HR","ObjectName":"employees","ChunkSize":1048576,)"
+                            << R"("Headers":{"X-From":"file","X-Kept":"file"},"URL":")"
+                            << sandbox().blobUrl() << "\"}";
+  }
+
+  [[nodiscard]] std::string database() const {
+    return home() + "/Library/WEBSQLDIRECTORY/staff.db";
+  }
+  [[nodiscard]] std::string config() const { return home() + "/config.json"; }
+
+  [[nodiscard]] static Words blob(const std::string& command, int employee,
+                                  const Words& more = {}) {
+    Words words = {"--json",
+                   "blob",
+                   command,
+                   "--db",
+                   "staff.db",
+                   "--table",
+                   "employees",
+                   "--column",
+                   "photo",
+                   "--key",
+                   "id=" + std::to_string(employee)};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  }
+  [[nodiscard]] Words download(int employee, const Words& more = {}) const {
+    Words words = blob("download", employee, {"--config", config()});
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  }
+  static Dictionary resultOf(const std::string& outcome, const Run& run) {
+    return eventsEndingIn(outcome, run).back()["result"].dictionaryValue();
+  }
+  static std::string photoOf(int employee) {
+    const auto& photo = ExampleDatabase::employees()[static_cast<std::size_t>(employee - 1)].photo;
+    std::string bytes(photo.size, '\0');
+    (void)sandbox::GeneratedBytes(photo.seed, photo.size).readAt(0, bytes);
+    return bytes;
+  }
+  [[nodiscard]] int stateOf(const std::string& id) const {
+    return SQLite::Database(database())
+        .execAndGet("SELECT state FROM varosyncBLOBSTOREMANAGER WHERE id = " + id)
+        .getInt();
+  }
+  /// From the range after `ranges` on nothing moves any more.
+  void stallAfter(std::uint64_t ranges) {
+    sandbox().clearFaults();
+    sandbox::FaultRule stall;
+    stall.match.path = "/binary";
+    stall.match.skip = ranges;
+    stall.action.stallAfter = 1000;
+    stall.action.stallFor = std::chrono::milliseconds(-1);
+    sandbox().addFault(stall);
+  }
+  /// Starts the download of employee 2 and returns when `ranges` of it are in the file and it asks
+  /// for the next, which never comes.
+  [[nodiscard]] std::unique_ptr<ChildProcess> stalled(std::uint64_t ranges) {
+    stallAfter(ranges);
+    sandbox().clearStats();
+    auto child = std::make_unique<ChildProcess>(settingsFor(download(2)));
+    EXPECT_TRUE(eventually([&] {
+      const std::string output = child->output();
+      const auto lines = std::count(output.begin(), output.end(), '\n');
+      return static_cast<std::uint64_t>(lines) == ranges &&
+             sandbox().serviceStats().requests > ranges;
+    })) << child->output()
+        << child->errors();
+    return child;
+  }
+  /// Completes the download of employee 2, which nothing stalls any more. Returns the first range
+  /// that it asked for.
+  std::string completeAndTellFirstRange() {
+    sandbox().clearFaults();
+    sandbox().clearStats();
+    const Run run = CliFixture::run(download(2));
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const Dictionary result = resultOf("success", run);
+    EXPECT_TRUE(contentOf(result["FilePath"].textValue()) == photoOf(2));
+    EXPECT_EQ(stateOf(result["id"].textValue()), 50);
+    const auto requests = sandbox().requests();
+    return requests.empty() ? "" : *requests.front().header("Range");
+  }
+};
+
+TEST_F(CliBlobTest, DownloadReportsItsChunksAndItsFile) {
+  const Run run = CliFixture::run(download(2));
+  EXPECT_EQ(run.status, 0) << run.errors;
+  auto events = eventsEndingIn("success", run);
+  const Dictionary result = events.back()["result"].dictionaryValue();
+  const std::string path = home() + "/Documents/blobs/1";
+  EXPECT_EQ(
+      result,
+      (Dictionary{{"id", "1"}, {"BlobID", "1"}, {"FilePath", path}, {"TotalFileSize", 2'500'000}}));
+  events.pop_back();
+  std::vector<Dictionary> chunks;
+  for (const std::size_t written : {kRange, 2 * kRange, std::size_t{2'500'000}}) {
+    chunks.push_back(Dictionary{
+        {"event", "chunk"}, {"id", "1"}, {"bytesWritten", written}, {"totalSize", 2'500'000}});
+  }
+  EXPECT_EQ(events, chunks);
+  EXPECT_TRUE(contentOf(path) == photoOf(2));
+
+  // There already: nothing is fetched, and the file is named as before.
+  sandbox().clearStats();
+  const Dictionary there{{"id", "1"}, {"FilePath", path}};
+  EXPECT_EQ(resultOf("success", CliFixture::run(download(2))), there);
+  EXPECT_EQ(sandbox().serviceStats().requests, 0U);
+  EXPECT_EQ(resultOf("success", CliFixture::run(blob("path", 2))), there);
+}
+
+TEST_F(CliBlobTest, TokenAndHeadersGoToTheService) {
+  startSandbox("s3cr3t-marker");
+  prepare();
+  EXPECT_EQ(CliFixture::run(download(1)).status, 1);
+  ChildProcess::Settings settings =
+      settingsFor(download(1, {"--header", "x-from: option", "--log-level", "trace"}));
+  settings.environment.back().second = "s3cr3t-marker";
+  const Run run = CliFixture::run(settings);
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_EQ((run.output + run.errors).find("s3cr3t-marker"), std::string::npos);
+  const auto request = sandbox().requests().back();
+  EXPECT_EQ(*request.header("X-From"), "option");
+  EXPECT_EQ(*request.header("X-Kept"), "file");
+}
+
+TEST_F(CliBlobTest, InterruptPausesAndTheSameCommandGoesOn) {
+  const std::uint64_t half = 2 * kRange;
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const auto child = stalled(signal == SIGINT ? 2 : 0);
+    child->signal(signal);
+    EXPECT_EQ(child->wait(std::chrono::seconds(10)), 130);
+    const auto paused = eventsEndingIn("paused", {130, child->output(), child->errors()}).back();
+    EXPECT_EQ(paused["id"], Value("1"));
+    const std::string path = paused["result"].dictionaryValue()["FilePath"].textValue();
+    EXPECT_EQ(std::filesystem::file_size(path), half);
+    EXPECT_EQ(stateOf("1"), 104);
+  }
+  EXPECT_EQ(completeAndTellFirstRange(), "bytes=2097152-3145727");
+}
+
+TEST_F(CliBlobTest, InterruptBeforeThereIsADownloadEndsPromptly) {
+  // Somebody else's transaction keeps the row from being made.
+  SQLite::Database other(database(), SQLite::OPEN_READWRITE);
+  other.exec("BEGIN EXCLUSIVE");
+  ChildProcess child(settingsFor(download(2, {"--log-level", "trace"})));
+  ASSERT_TRUE(eventually([&] { return !child.errors().empty(); }));
+  child.signal(SIGINT);
+  EXPECT_TRUE(eventually([&] { return !child.output().empty(); }, std::chrono::seconds(2)));
+  other.exec("ROLLBACK");
+  EXPECT_EQ(child.wait(std::chrono::seconds(10)), 130);
+  eventsEndingIn("failure", {130, child.output(), child.errors()});
+  EXPECT_EQ(sandbox().serviceStats().requests, 0U);
+}
+
+TEST_F(CliBlobTest, KilledDownloadIsCompletedByTheSameCommand) {
+  const auto child = stalled(2);
+  child->signal(SIGKILL);
+  EXPECT_EQ(child->wait(), -SIGKILL);
+  EXPECT_EQ(stateOf("1"), 102);
+  (void)completeAndTellFirstRange();
+}
+
+TEST_F(CliBlobTest, DeleteRecordsAndRemovesWhenTold) {
+  ASSERT_EQ(CliFixture::run(download(1)).status, 0);
+  ASSERT_EQ(CliFixture::run(download(2)).status, 0);
+  EXPECT_EQ(resultOf("success", CliFixture::run(blob("delete", 1))),
+            (Dictionary{{"id", "1"}, {"recorded", true}, {"fileRemoved", false}}));
+  EXPECT_EQ(resultOf("success", CliFixture::run(blob("delete", 2, {"--before-sync"}))),
+            (Dictionary{{"id", "2"}, {"recorded", true}, {"fileRemoved", true}}));
+  EXPECT_TRUE(std::filesystem::exists(home() + "/Documents/blobs/1"));
+  EXPECT_FALSE(std::filesystem::exists(home() + "/Documents/blobs/2"));
+  EXPECT_EQ(stateOf("1"), 201);
+  EXPECT_EQ(stateOf("2"), 201);
+  for (const std::string command : {"path", "download"}) {
+    EXPECT_EQ(CliFixture::run(command == "path" ? blob("path", 2) : download(2)).status, 1);
+  }
+}
+
+TEST_F(CliBlobTest, FailuresSayWhatToLookAt) {
+  struct Case {
+    std::string command;
+    std::string database;
+    std::string table;
+    std::string column;
+    std::string key;
+    std::string message;
+  };
+  const std::vector<Case> cases = {
+      {"path", "none.db", "t", "c", "k=1",
+       "there is no database " + home() + "/Library/WEBSQLDIRECTORY/none.db"},
+      {"delete", "../x", "t", "c", "k=1", "'../x' leads out of " + home()},
+      {"path", "staff.db", "t", "c", "k=1", "the table 't' of " + database()},
+      {"download", "staff.db", "employees", "photo", "id=8", "has id=8"},
+      {"download", "staff.db", "employees", "face", "id=1", "no column 'blobref_face'"},
+      {"download", "staff.db", "employees", "photo", "id=7", "error: the object cannot be read"},
+      {"path", "staff.db", "employees", "photo", "id=7", "'varobinary blob download' brings it"},
+  };
+  for (const Case& c : cases) {
+    Words words = {"blob",  c.command,  "--db",   c.database, "--table",
+                   c.table, "--column", c.column, "--key",    c.key};
+    if (c.command == "download") words.insert(words.end(), {"--config", config()});
+    const Run run = CliFixture::run(words);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.output, "");
+    EXPECT_NE(run.errors.find(c.message), std::string::npos) << run.errors;
+  }
+}
+
+}  // namespace
+}  // namespace varo::test
