@@ -9,6 +9,7 @@ using varo::binary::BinaryDataManager;
 using varo::platform::Dictionary;
 using varo::platform::ErrorPtr;
 using varo::platform::UserDirectories;
+using varo::platform::Value;
 
 // Brings the photo of an employee into a file:  offline_blobs BLOB_URL HOME ID
 // To have a service, and a database below HOME that names its photos:
@@ -23,7 +24,8 @@ int main(int count, char** words) {
   const auto ended = [](const std::optional<std::string>& blobId, const ErrorPtr& error,
                         const std::optional<Dictionary>& result) {
     if (error != nullptr) {
-      std::cerr << error->description() << '\n';
+      const Value details = error->userInfo();
+      std::cerr << error->domain() << ' ' << error->code() << ": " << details.description() << '\n';
     } else {
       std::cout << "blob " << *blobId << " is in " << (*result)["FilePath"].textValue() << '\n';
     }

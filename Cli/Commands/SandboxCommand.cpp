@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <optional>
 
 namespace varo::cli {
@@ -16,6 +17,26 @@ namespace varo::cli {
 namespace {
 
 constexpr std::string_view kErrorDomain = "Sandbox";
+
+/// How to bring the photos of the example database down, where a home directory has it in the place
+/// for databases.
+std::string blobInstructions(const std::string& command, const std::string& database,
+                             const std::string& blobUrl) {
+  using sandbox::ExampleDatabase;
+  const std::filesystem::path path(database);
+  const std::filesystem::path library = path.parent_path().parent_path();
+  if (path.parent_path().filename() != "WEBSQLDIRECTORY" || library.filename() != "Library") {
+    return {};
+  }
+  const std::string home = library.parent_path();
+  return fmt::format(
+      "\n"
+      "  echo '{{\"URL\":\"{}\",\"ScopeName\":\"{}\",\"ObjectName\":\"{}\"}}' > photo.json\n"
+      "  {} --home {} blob download --db {} --table {} --column {} --key id=3 --config "
+      "photo.json\n",
+      blobUrl, ExampleDatabase::kScope, ExampleDatabase::kTable, command, home.empty() ? "." : home,
+      path.filename().string(), ExampleDatabase::kTable, ExampleDatabase::kPhotoColumn);
+}
 
 std::string instructions(const sandbox::SandboxServer& server,
                          const SandboxCommandOptions& options) {
@@ -40,9 +61,11 @@ std::string instructions(const sandbox::SandboxServer& server,
       "  {3} upload $URL FILE\n"
       "  {3} list $URL\n"
       "  {3} download $URL FILE_ID\n"
+      "{6}"
       "\n"
       "Ctrl-C stops it.",
-      server.url(), server.storeUrl(), data, command, server.blobUrl(), example);
+      server.url(), server.storeUrl(), data, command, server.blobUrl(), example,
+      blobInstructions(command, options.exampleDatabase, server.blobUrl()));
 }
 
 }  // namespace
