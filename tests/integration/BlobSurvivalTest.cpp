@@ -90,6 +90,7 @@ TEST_F(BlobSurvivalTest, KillsAndInterruptsAtAnyMomentLeaveWhatTheNextDownloadCo
   constexpr int kRounds = 60;
   std::mt19937 random(3);
   int inTheMiddle = 0;
+  std::size_t kept = 0;  // bytes that the next download has to go on from
   for (int round = 0; round < kRounds; ++round) {
     {
       ChildProcess child = download();
@@ -100,6 +101,8 @@ TEST_F(BlobSurvivalTest, KillsAndInterruptsAtAnyMomentLeaveWhatTheNextDownloadCo
     const Row now = row();
     const std::string bytes = fileBytes();
     ASSERT_TRUE(expected_.starts_with(bytes)) << "after round " << round;
+    ASSERT_GE(bytes.size(), kept) << "round " << round << " started over";
+    kept = now.state == 50 || now.localPath.empty() ? 0 : bytes.size();
     if (now.state == 50) {
       ASSERT_EQ(bytes.size(), expected_.size()) << "after round " << round;
       forgetDownload();

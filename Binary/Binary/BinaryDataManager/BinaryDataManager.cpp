@@ -9,6 +9,7 @@
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/Utils/BlockCall.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
@@ -318,8 +319,10 @@ void BinaryDataManager::answerIfCleared(const DownloadLists::Found& found) {
 void BinaryDataManager::task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
                              const Dictionary& context) {
   const auto download = std::dynamic_pointer_cast<DownloadTask>(task);
-  if (download == nullptr || from == to) return;
-  scheduler_.downloadChanged(download, to, context[platform::kTaskOutputContext].dictionaryValue());
+  if (download == nullptr) return;
+  const Dictionary output = context[platform::kTaskOutputContext].dictionaryValue();
+  if (from != to) return scheduler_.downloadChanged(download, to, output);
+  if (transferPolicy() == TransferPolicy::kSafe) DownloadRows::noteFileOfTask(*download, output);
 }
 
 // Files.

@@ -45,6 +45,8 @@ constexpr std::string_view kStateUpdated =
     "State of download updated to %d in varosyncBLOBSTOREMANAGER for blobID : %@";
 constexpr std::string_view kStateNotUpdated =
     "State of download couldn't be updated %d in varosyncBLOBSTOREMANAGER for blobID : %@";
+constexpr std::string_view kFileNotNoted =
+    "Filepath of download couldn't be updated in varosyncBLOBSTOREMANAGER for blobID : %@";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
@@ -120,6 +122,14 @@ void DownloadRows::updateStateOfTask(const DownloadTask& task, std::int32_t with
     logger().logDebug(kStateUpdated, withState, task.name());
   } else {
     logger().logError(kStateNotUpdated, withState, task.name());
+  }
+}
+
+void DownloadRows::noteFileOfTask(const DownloadTask& task, const Dictionary& output) {
+  const platform::Value& path = output[kFilePath];
+  if (path.isMissing()) return;
+  if (!tableOf(task.inputContext()).update(task.name(), {{blobs::kLocalPath, path}})) {
+    logger().logError(kFileNotNoted, task.name());
   }
 }
 

@@ -28,6 +28,8 @@ class DownloadRows {
   /// Notes a state, and, unless that is `kDownloadStarted`, the file's path where it is known.
   static void updateStateOfTask(const DownloadTask& task, std::int32_t withState,
                                 const platform::Dictionary& output);
+  /// Notes where the file of a download that runs is, so that one whose process dies can go on.
+  static void noteFileOfTask(const DownloadTask& task, const platform::Dictionary& output);
 };
 
 }  // namespace varo::binary

@@ -296,7 +296,13 @@ void DataPersistenceTask::writeData(const std::shared_ptr<Chunk>& chunk) {
     return;
   }
   _isReceivedChunkNil = false;
-  if (writeChunk(*chunk, path)) checkIfTaskCompleted();
+  if (!writeChunk(*chunk, path)) return;
+  // From the first chunk on the file is this download's, and worth going on with.
+  if (_outputContext.get(kFilePath).isMissing()) {
+    _outputContext.set(kFilePath, path);
+    if (_isAsteriskRecieved) raiseContextChangeEvent();
+  }
+  checkIfTaskCompleted();
 }
 
 bool DataPersistenceTask::createFile(const std::string& path) {

@@ -159,7 +159,9 @@ void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/,
   logger().logDebug(kInListener, task->name(), static_cast<std::int64_t>(to));
   if (task != _dataPersistenceTask) return;
   const TaskState persistence = task->state();
-  if (to == TaskState::Ended && persistence == TaskState::Ended) {
+  if (to == TaskState::Started) {
+    announceFile(task->outputContext()[kFilePath]);
+  } else if (to == TaskState::Ended && persistence == TaskState::Ended) {
     endAsNetworkTask();
   } else if (to == TaskState::Errored && persistence == TaskState::Errored) {
     logger().logDebug(kPersistenceTrouble, name());
@@ -168,6 +170,12 @@ void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/,
     _errorContext.replace(task->errorContext());
     comeToRest(TaskState::Errored);
   }
+}
+
+void DownloadTask::announceFile(const platform::Value& filePath) {
+  if (filePath.isMissing() || _outputContext.get(kFilePath) == filePath) return;
+  _outputContext.set(kFilePath, filePath);
+  raiseContextChangeEvent();
 }
 
 void DownloadTask::endAsNetworkTask() {

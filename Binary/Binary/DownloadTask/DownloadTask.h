@@ -35,7 +35,8 @@ using DownloadCompletedBlock = std::function<void(
 /// or Errored where the bytes could not be kept. A download that was stopped stays in the state it
 /// was in and is freed.
 ///
-/// Input: "BlobID", and what the two subtasks read. Output: "BlobID", "FilePath", "TotalFileSize".
+/// Input: "BlobID", and what the two subtasks read. Output: "BlobID", "FilePath", "TotalFileSize";
+/// a context change tells of "FilePath" as soon as a first part of the object is in the file.
 /// Error context: "DownloadError", or what the subtask that failed has in its own. The file of a
 /// download belongs to it alone from its first chunk until it is paused, stopped, has failed or
 /// `releaseFile` is called; another download of it in any process fails meanwhile.
@@ -83,6 +84,8 @@ class DownloadTask final : public platform::VSTask {
   [[nodiscard]] bool validateInput() const;
   void subtaskFinished(const std::shared_ptr<platform::VSTask>& subtask,
                        platform::TaskState state) override;
+  /// Raises a context change when the file has its first bytes and there are more to come.
+  void announceFile(const platform::Value& filePath);
   void endAsNetworkTask();
 
   void stopSubtasks();
