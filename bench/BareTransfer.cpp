@@ -5,6 +5,8 @@
 //   bare_transfer upload   SERVICE_URL FILE CHUNK_BYTES
 //   bare_transfer download SERVICE_URL FILE
 
+#include "bench/KeptMemory.h"
+
 #include <curl/curl.h>
 #include <fmt/format.h>
 
@@ -13,7 +15,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
-#include <malloc.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -25,15 +26,6 @@ namespace {
 
 constexpr long kCurlBuffer = 512 * 1024;
 constexpr std::size_t kWriteBuffer = 64 * 1024;
-constexpr int kKeptMemory = 8 * 1024 * 1024;
-
-/// libcurl allocates its buffers anew for each request. Left alone, the C library would give their
-/// pages back to the system and fetch them again every time, which doubles the CPU time of an
-/// upload.
-void keepFreedMemory() {
-  mallopt(M_MMAP_THRESHOLD, kKeptMemory);
-  mallopt(M_TRIM_THRESHOLD, kKeptMemory);
-}
 
 class File {
  public:
@@ -212,7 +204,7 @@ void download(const std::string& service, const char* path) {
 
 int main(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
-  keepFreedMemory();
+  varo::bench::keepFreedMemory();
   try {
     std::int64_t chunkSize = 0;
     if (command == "upload" && argc == 5) {

@@ -11,46 +11,24 @@
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/VaroNativeFacade.h"
+#include "bench/Ends.h"
 
 #include <fmt/format.h>
 
 #include <atomic>
 #include <charconv>
-#include <cstddef>
 #include <cstdint>
-#include <latch>
 #include <string>
 #include <string_view>
 
 namespace {
 
+using varo::bench::Ends;
 using varo::binary::BinaryFileStorageInterface;
 using varo::platform::Dictionary;
 using varo::platform::LogLevel;
 using varo::platform::Value;
 using varo::platform::VaroNativeFacade;
-
-/// Counts the ends of operations and remembers whether one failed.
-class Ends {
- public:
-  explicit Ends(std::ptrdiff_t count) : left_(count) {}
-
-  void succeeded() { left_.count_down(); }
-  void failed(const Value& error) {
-    fmt::print(stderr, "varo_transfer: {}\n", error.description());
-    anyFailed_ = true;
-    left_.count_down();
-  }
-  /// Waits for all; true when every one succeeded.
-  [[nodiscard]] bool await() {
-    left_.wait();
-    return !anyFailed_;
-  }
-
- private:
-  std::latch left_;
-  std::atomic<bool> anyFailed_ = false;
-};
 
 bool upload(const std::string& service, const std::string& file, std::int64_t chunkSize,
             std::int64_t count) {

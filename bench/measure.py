@@ -14,7 +14,6 @@ import functools
 import json
 import os
 import platform
-import random
 import shutil
 import statistics
 import subprocess
@@ -22,10 +21,10 @@ import sys
 import tempfile
 import time
 
+from blobs import measure_blob, measure_blobs
+from harness import LARGE, MIB, Bench, Table, column
 from servers import DiscardServer, Nginx
 
-MIB = 1024 * 1024
-LARGE = 1024 * MIB
 SMALL = 64 * MIB
 CHUNK = MIB
 LIST_RECORDS = 100_000
@@ -33,91 +32,6 @@ SLEEPING = 1000
 MANY = 200
 MANY_SIZE = 64 * 1024
 MANY_LIMIT = 60  # seconds after which uploads that have not ended never will
-
-
-class Table:
-    """The figures, each with its goal where it has one."""
-
-    def __init__(self):
-        self.rows = []
-        self.missed = 0
-
-    def add(self, figure, ours, theirs, ratio, goal="", met=None):
-        verdict = {None: "", True: "met", False: "MISSED"}[met]
-        self.missed += met is False
-        self.rows.append((figure, ours, theirs, ratio, goal, verdict))
-
-    def compare(self, figure, ours, theirs, unit, at_most=None, at_least=None):
-        """Ratio of the medians of two lists of measurements."""
-        mine, other = statistics.median(ours), statistics.median(theirs)
-        ratio = mine / other
-        goal, met = "", None
-        if at_most is not None:
-            goal, met = f"at most {at_most:.2f}", ratio <= at_most
-        if at_least is not None:
-            goal, met = f"at least {at_least:.2f}", ratio >= at_least
-        self.add(figure, f"{mine:.4g} {unit}", f"{other:.4g} {unit}", f"{ratio:.2f}", goal, met)
-
-    def print(self):
-        head = ("figure", "ours", "beside", "ratio", "goal", "")
-        widths = [max(len(row[i]) for row in [head, *self.rows]) for i in range(len(head))]
-        for row in [head, tuple("-" * width for width in widths), *self.rows]:
-            print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
-
-
-class Bench:
-    """Programs, files and servers that the parts share."""
-
-    def __init__(self, programs, directory, rounds):
-        self.programs = programs
-        self.rounds = rounds
-        self.directory = directory
-        self.files = os.path.join(directory, "files")
-        self.home = os.path.join(directory, "home")
-        self.downloads = os.path.join(self.home, "Downloads")
-        os.makedirs(self.files)
-        os.makedirs(self.downloads)
-
-    def program(self, name):
-        return os.path.join(self.programs, name)
-
-    def file(self, size):
-        """A file of `size` random bytes, in the page cache, written out."""
-        path = os.path.join(self.files, f"{size}.bin")
-        if not os.path.exists(path):
-            with open(path, "wb") as out:
-                for offset in range(0, size, MIB):
-                    out.write(os.urandom(min(MIB, size - offset)))
-                out.flush()
-                os.fsync(out.fileno())
-        return path
-
-    def run(self, *command):
-        """Wall and CPU seconds and peak memory (KiB) of one command."""
-        done = subprocess.run([self.program("run_measured"), *command],
-                              stdout=subprocess.PIPE, check=True, text=True)
-        used = json.loads(done.stdout)
-        if used["exit"] != 0:
-            raise RuntimeError(f"{' '.join(command)} ends with {used['exit']}")
-        return used
-
-    def interleave(self, runs, rounds=None):
-        """Runs each of `runs` (name -> function) once a round, first once to warm up. The order
-        changes from round to round, so that none always follows the same."""
-        names = list(runs)
-        order = random.Random(1)
-        measured = {name: [] for name in names}
-        for number in range((rounds or self.rounds) + 1):
-            order.shuffle(names)
-            for name in names:
-                used = runs[name]()
-                if number > 0:
-                    measured[name].append(used)
-        return measured
-
-
-def column(measurements, key):
-    return [used[key] for used in measurements]
 
 
 def add_peaks(table, direction, large, small):
@@ -345,6 +259,8 @@ PARTS = {
     "many": measure_many,
     "upload": measure_upload,
     "download": measure_download,
+    "blob": measure_blob,
+    "blobs": measure_blobs,
 }
 
 

@@ -26,6 +26,9 @@ http {{
   server {{
     listen 127.0.0.1:{port};
     root {root};
+    keepalive_requests 1000000;
+    # The object of every record of a table is the file of the table's name.
+    location ~ ^/blobs/([^/]+)/binary$ {{ alias {root}/$1; }}
   }}
 }}
 """

@@ -1,0 +1,130 @@
+// The library's side of the figures of offline blobs:
+//
+//   varo_blobs managed SERVICE_URL OBJECT RANGE_BYTES COUNT HOME
+//   varo_blobs task    SERVICE_URL OBJECT RANGE_BYTES COUNT HOME
+//
+// Brings COUNT copies of SERVICE_URL/blobs/OBJECT into HOME/Documents/blobs, all asked for at once:
+// `managed` for the records 1 to COUNT of the table "records" in HOME's database "sync.db" through
+// the manager, `task` with bare download tasks, which know no database.
+
+#include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/Logging/VaroNativeFacade.h"
+#include "bench/Ends.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using varo::bench::Ends;
+using varo::binary::BinaryDataManager;
+using varo::binary::DownloadTask;
+using varo::platform::Dictionary;
+using varo::platform::ErrorPtr;
+using varo::platform::LogLevel;
+using varo::platform::TaskState;
+using varo::platform::VaroNativeFacade;
+using varo::platform::VSTask;
+
+constexpr char kDatabase[] = "sync.db";
+constexpr char kTable[] = "records";
+constexpr char kColumn[] = "image";
+constexpr char kKey[] = "id";
+constexpr char kScope[] = "blobs";
+
+void downloadManaged(const Dictionary& config, std::int64_t count, Ends& ends) {
+  const auto& manager = BinaryDataManager::sharedInstance();
+  for (std::int64_t record = 1; record <= count; ++record) {
+    manager->createDownloadTaskForDb(
+        kDatabase, kTable, kColumn, {{kKey, std::to_string(record)}}, config,
+        [&ends, &manager](const ErrorPtr& error, const auto& blobId) {
+          if (error != nullptr) return ends.failed(error);
+          manager->startDownload(blobId,
+                                 [&ends](const auto&, const ErrorPtr& failure, const auto&) {
+                                   failure == nullptr ? ends.succeeded() : ends.failed(failure);
+                                 });
+        });
+  }
+}
+
+class EndListener final : public varo::platform::TaskListener {
+ public:
+  explicit EndListener(Ends& ends) : ends_(ends) {}
+  void task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
+            const Dictionary& /*context*/) override {
+    if (to == TaskState::Ended) ends_.succeeded();
+    if (to == TaskState::Errored) ends_.failed(task->errorContext());
+  }
+
+ private:
+  Ends& ends_;
+};
+
+/// Tasks and listener, which nobody else holds.
+struct BareDownloads {
+  std::shared_ptr<EndListener> listener;
+  std::vector<std::shared_ptr<DownloadTask>> tasks;
+};
+
+BareDownloads downloadBare(const Dictionary& config, std::int64_t count, Ends& ends) {
+  BareDownloads downloads{std::make_shared<EndListener>(ends), {}};
+  for (std::int64_t record = 1; record <= count; ++record) {
+    const std::string blobId = std::to_string(record);
+    Dictionary input = config;
+    input.set(varo::binary::kBlobId, blobId);
+    input.set(varo::binary::kPrimaryKeys, Dictionary{{kKey, blobId}});
+    const auto task = downloads.tasks.emplace_back(DownloadTask::create(blobId));
+    task->subscribeForTaskUpdates(downloads.listener);
+    task->setInputContext(input);
+    task->start();
+  }
+  return downloads;
+}
+
+std::int64_t numberIn(std::string_view text) {
+  std::int64_t number = 0;
+  const auto parsed = std::from_chars(text.begin(), text.end(), number);
+  return parsed.ec == std::errc{} && parsed.ptr == text.end() ? number : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string_view command = argc > 1 ? argv[1] : "";
+  const std::int64_t rangeSize = argc == 7 ? numberIn(argv[4]) : 0;
+  const std::int64_t count = argc == 7 ? numberIn(argv[5]) : 0;
+  if ((command != "managed" && command != "task") || rangeSize < 1 || count < 1) {
+    fmt::print(stderr,
+               "usage: varo_blobs managed|task SERVICE_URL OBJECT RANGE_BYTES COUNT HOME\n");
+    return 2;
+  }
+  // Its warnings say which blocks are not there, once an operation.
+  VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kError);
+  varo::platform::UserDirectories::install(varo::platform::UserDirectories::below(argv[6]));
+  const Dictionary config{{varo::binary::kURL, std::string(argv[2]) + "/"},
+                          {varo::binary::kScopeName, kScope},
+                          {varo::binary::kObjectName, argv[3]},
+                          {varo::binary::kChunkSizeKey, rangeSize}};
+  Ends ends(count);
+  BareDownloads bare;
+  if (command == "managed") {
+    downloadManaged(config, count, ends);
+  } else {
+    bare = downloadBare(config, count, ends);
+  }
+  const bool done = ends.await();
+  varo::platform::Runtime::shared().shutdown();
+  return done ? 0 : 1;
+}

@@ -1,0 +1,95 @@
+"""What all parts of the measurement share: the table, the programs and files, and the rounds."""
+
+import json
+import os
+import random
+import statistics
+import subprocess
+
+MIB = 1024 * 1024
+LARGE = 1024 * MIB
+
+
+class Table:
+    """The figures, each with its goal where it has one."""
+
+    def __init__(self):
+        self.rows = []
+        self.missed = 0
+
+    def add(self, figure, ours, theirs, ratio, goal="", met=None):
+        verdict = {None: "", True: "met", False: "MISSED"}[met]
+        self.missed += met is False
+        self.rows.append((figure, ours, theirs, ratio, goal, verdict))
+
+    def compare(self, figure, ours, theirs, unit, at_most=None, at_least=None):
+        """Ratio of the medians of two lists of measurements."""
+        mine, other = statistics.median(ours), statistics.median(theirs)
+        ratio = mine / other
+        goal, met = "", None
+        if at_most is not None:
+            goal, met = f"at most {at_most:.2f}", ratio <= at_most
+        if at_least is not None:
+            goal, met = f"at least {at_least:.2f}", ratio >= at_least
+        self.add(figure, f"{mine:.4g} {unit}", f"{other:.4g} {unit}", f"{ratio:.2f}", goal, met)
+
+    def print(self):
+        head = ("figure", "ours", "beside", "ratio", "goal", "")
+        widths = [max(len(row[i]) for row in [head, *self.rows]) for i in range(len(head))]
+        for row in [head, tuple("-" * width for width in widths), *self.rows]:
+            print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip())
+
+
+class Bench:
+    """Programs, files and servers that the parts share."""
+
+    def __init__(self, programs, directory, rounds):
+        self.programs = programs
+        self.rounds = rounds
+        self.directory = directory
+        self.files = os.path.join(directory, "files")
+        self.home = os.path.join(directory, "home")
+        self.downloads = os.path.join(self.home, "Downloads")
+        os.makedirs(self.files)
+        os.makedirs(self.downloads)
+
+    def program(self, name):
+        return os.path.join(self.programs, name)
+
+    def file(self, size):
+        """A file of `size` random bytes, in the page cache, written out."""
+        path = os.path.join(self.files, f"{size}.bin")
+        if not os.path.exists(path):
+            with open(path, "wb") as out:
+                for offset in range(0, size, MIB):
+                    out.write(os.urandom(min(MIB, size - offset)))
+                out.flush()
+                os.fsync(out.fileno())
+        return path
+
+    def run(self, *command):
+        """Wall and CPU seconds and peak memory (KiB) of one command."""
+        done = subprocess.run([self.program("run_measured"), *command],
+                              stdout=subprocess.PIPE, check=True, text=True)
+        used = json.loads(done.stdout)
+        if used["exit"] != 0:
+            raise RuntimeError(f"{' '.join(command)} ends with {used['exit']}")
+        return used
+
+    def interleave(self, runs, rounds=None):
+        """Runs each of `runs` (name -> function) once a round, first once to warm up. The order
+        changes from round to round, so that none always follows the same."""
+        names = list(runs)
+        order = random.Random(1)
+        measured = {name: [] for name in names}
+        for number in range((rounds or self.rounds) + 1):
+            order.shuffle(names)
+            for name in names:
+                used = runs[name]()
+                if number > 0:
+                    measured[name].append(used)
+        return measured
+
+
+def column(measurements, key):
+    return [used[key] for used in measurements]
