@@ -1,11 +1,12 @@
 // The library's side of the figures of offline blobs:
 //
-//   varo_blobs managed SERVICE_URL OBJECT RANGE_BYTES COUNT HOME
-//   varo_blobs task    SERVICE_URL OBJECT RANGE_BYTES COUNT HOME
+//   varo_blobs managed|timed|task SERVICE_URL OBJECT RANGE_BYTES COUNT HOME
 //
 // Brings COUNT copies of SERVICE_URL/blobs/OBJECT into HOME/Documents/blobs, all asked for at once:
 // `managed` for the records 1 to COUNT of the table "records" in HOME's database "sync.db" through
-// the manager, `task` with bare download tasks, which know no database.
+// the manager, `timed` likewise, `task` with bare download tasks, which know no database. `timed`
+// prints, as JSON, the seconds from the first create to the last end, and how many of them a thread
+// was in SQLite.
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
@@ -15,10 +16,12 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "bench/Ends.h"
+#include "bench/SqliteClock.h"
 
 #include <fmt/format.h>
 
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -105,9 +108,10 @@ int main(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
   const std::int64_t rangeSize = argc == 7 ? numberIn(argv[4]) : 0;
   const std::int64_t count = argc == 7 ? numberIn(argv[5]) : 0;
-  if ((command != "managed" && command != "task") || rangeSize < 1 || count < 1) {
+  const bool isKnown = command == "managed" || command == "timed" || command == "task";
+  if (!isKnown || rangeSize < 1 || count < 1) {
     fmt::print(stderr,
-               "usage: varo_blobs managed|task SERVICE_URL OBJECT RANGE_BYTES COUNT HOME\n");
+               "usage: varo_blobs managed|timed|task SERVICE_URL OBJECT RANGE_BYTES COUNT HOME\n");
     return 2;
   }
   // Its warnings say which blocks are not there, once an operation.
@@ -119,12 +123,18 @@ int main(int argc, char** argv) {
                           {varo::binary::kChunkSizeKey, rangeSize}};
   Ends ends(count);
   BareDownloads bare;
-  if (command == "managed") {
-    downloadManaged(config, count, ends);
-  } else {
+  const auto start = std::chrono::steady_clock::now();
+  if (command == "task") {
     bare = downloadBare(config, count, ends);
+  } else {
+    downloadManaged(config, count, ends);
   }
   const bool done = ends.await();
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+  if (command == "timed") {
+    fmt::print(R"({{"seconds":{},"sqlite":{}}})", took.count(),
+               varo::bench::timeInSqlite().count());
+  }
   varo::platform::Runtime::shared().shutdown();
   return done ? 0 : 1;
 }

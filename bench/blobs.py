@@ -4,8 +4,11 @@ database, beside libcurl programs that fetch and write the same ranges."""
 import contextlib
 import filecmp
 import functools
+import json
 import os
 import sqlite3
+import statistics
+import subprocess
 
 from harness import LARGE, MIB, column
 from servers import Nginx
@@ -13,6 +16,9 @@ from servers import Nginx
 RANGE = MIB
 AT_ONCE = 5
 SIZE_AT_ONCE = 200 * MIB
+MANY = 10_000
+SMALL = 1024
+MANY_ROUNDS = 3  # of half a minute each; nothing is divided by anything else
 # Linux keeps memory for the file cache at hand in pieces of up to this.
 SMALL_WRITE = 32 * 1024
 
@@ -69,10 +75,13 @@ class Blobs:
     def run(self, *command):
         self.clear()
         used = self.bench.run(*command)
+        self.check_files()
+        return used
+
+    def check_files(self):
         for path in self.files():
             if os.path.getsize(path) != self.size:
                 raise RuntimeError(f"{path} has {os.path.getsize(path)} bytes")
-        return used
 
     def ours(self, mode, url):
         self.make_database()
@@ -147,3 +156,33 @@ def measure_blobs(bench, table):
         table.compare(f"{figure} {name}, CPU", column(used["ours"], "cpu"),
                       column(used[other], "cpu"), "s")
     add_peak(table, figure, used["ours"], 48)
+
+
+def measure_many_blobs(bench, table):
+    """Many small blobs, all created at once, started as they are created: blobs a second from the
+    first create to the last end, and how much of that time is SQLite's."""
+    modes = {"delete": "rollback journal", "wal": "WAL"}
+    with contextlib.ExitStack() as stack:
+        nginx = Nginx(bench.files, bench.directory)
+        stack.callback(nginx.stop)
+
+        def run(journal):
+            blobs = Blobs(bench, SMALL, MANY, journal)
+            blobs.make_database()
+            blobs.clear()
+            done = subprocess.run([bench.program("varo_blobs"), "timed", nginx.url, blobs.object,
+                                   str(RANGE), str(MANY), bench.home],
+                                  stdout=subprocess.PIPE, check=True, text=True)
+            blobs.check_files()
+            blobs.check_database()
+            used = json.loads(done.stdout)
+            return {"rate": MANY / used["seconds"], "share": used["sqlite"] / used["seconds"]}
+
+        used = bench.interleave({mode: functools.partial(run, mode) for mode in modes},
+                                rounds=MANY_ROUNDS)
+    for mode, name in modes.items():
+        figure = f"{MANY:,} blobs of 1 KiB, {name}"
+        table.add(f"{figure}, blobs a second",
+                  f"{statistics.median(column(used[mode], 'rate')):.4g} /s", "", "")
+        table.add(f"{figure}, share of the time in SQLite",
+                  f"{100 * statistics.median(column(used[mode], 'share')):.1f} %", "", "")

@@ -3,6 +3,7 @@
 import json
 import os
 import random
+import shutil
 import statistics
 import subprocess
 
@@ -51,6 +52,11 @@ class Bench:
         self.home = os.path.join(directory, "home")
         self.downloads = os.path.join(self.home, "Downloads")
         os.makedirs(self.files)
+        self.empty_home()
+
+    def empty_home(self):
+        """Removes what an earlier part has stored."""
+        shutil.rmtree(self.home, ignore_errors=True)
         os.makedirs(self.downloads)
 
     def program(self, name):

@@ -21,7 +21,7 @@ import sys
 import tempfile
 import time
 
-from blobs import measure_blob, measure_blobs
+from blobs import measure_blob, measure_blobs, measure_many_blobs
 from harness import LARGE, MIB, Bench, Table, column
 from servers import DiscardServer, Nginx
 
@@ -261,6 +261,7 @@ PARTS = {
     "download": measure_download,
     "blob": measure_blob,
     "blobs": measure_blobs,
+    "many-blobs": measure_many_blobs,
 }
 
 
@@ -310,6 +311,7 @@ def main():
         bench = Bench(os.path.abspath(options.programs), directory, options.rounds)
         for name in options.parts or PARTS:
             print(f"measuring {name} ...", flush=True)
+            bench.empty_home()
             PARTS[name](bench, table)
     print()
     table.print()
