@@ -8,6 +8,7 @@
 #include "Cli/TemporaryDirectory.h"
 #include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/UserDirectories.h"
 #include "Sandbox/SandboxServer.h"
 
@@ -100,6 +101,8 @@ class TourSettings {
     binary::setTransferPolicy(binary::TransferPolicy::kSafe);
   }
   ~TourSettings() {
+    // What an interrupt left under way would go on in the user's own directories.
+    platform::Runtime::shared().shutdown();
     binary::setTransferPolicy(policyBefore_);
     platform::UserDirectories::install(nullptr);
   }

@@ -38,14 +38,6 @@ constexpr std::int64_t kCutOff = 2;                   // some ranges
 constexpr std::int64_t kPaused = 3;                   // many ranges
 constexpr std::int64_t kUnreadable = 7;
 
-/// Downloads that an interrupt leaves under way write nothing any more once the section is over.
-struct DownloadsEnd {
-  DownloadsEnd() = default;
-  DownloadsEnd(const DownloadsEnd&) = delete;
-  DownloadsEnd& operator=(const DownloadsEnd&) = delete;
-  ~DownloadsEnd() { BinaryDataManager::sharedInstance()->clearBinaryDataManagerState(); }
-};
-
 BinaryDataManager& manager() { return *BinaryDataManager::sharedInstance(); }
 
 DemoBlob blobOf(DemoStage& stage, std::int64_t id) {
@@ -258,7 +250,6 @@ void showOfflineBlobs(DemoStage& stage) {
       "An application's database has records whose photos are on the service. They come down\n"
       "into files, side by side. A table in the database has the state of each: 101 made,\n"
       "102 running, 104 paused, 103 failed, 50 here, 201 to be deleted.");
-  const DownloadsEnd end;
   using Part = void (*)(DemoStage&);
   constexpr Part kParts[] = {downloadSideBySide, pauseAndResume, loseTheConnection,
                              meetAnUnreadableObject, lookUpAndDelete};
