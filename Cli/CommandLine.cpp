@@ -66,8 +66,8 @@ class Parser {
   CLI::App* addBlobCommand(CLI::App* group, const std::string& name, Options& options);
   /// An option whose value `parse` reads or refuses.
   template <typename Target, typename Parse>
-  static void parsed(CLI::App* app, const std::string& name, Target& target, Parse parse);
-  static void text(CLI::App* app, const std::string& name, Taker take);
+  static CLI::Option* parsed(CLI::App* app, const std::string& name, Target& target, Parse parse);
+  static CLI::Option* text(CLI::App* app, const std::string& name, Taker take);
   static void required(CLI::App* app, const std::string& name, std::string& target);
   static void list(CLI::App* app, const std::string& name, ListTaker take);
   /// Pairs that all have to hold. A key given twice is refused: only one value of it would count.
@@ -128,14 +128,14 @@ Parser::Parser() : app_("", "varobinary") {
 }
 
 template <typename Target, typename Parse>
-void Parser::parsed(CLI::App* app, const std::string& name, Target& target, Parse parse) {
-  text(app, name, [name, &target, parse](const std::string& value) {
+CLI::Option* Parser::parsed(CLI::App* app, const std::string& name, Target& target, Parse parse) {
+  return text(app, name, [name, &target, parse](const std::string& value) {
     target = acceptOrReject(name, parse(value));
   });
 }
 
-void Parser::text(CLI::App* app, const std::string& name, Taker take) {
-  app->add_option_function<std::string>(name, std::move(take));
+CLI::Option* Parser::text(CLI::App* app, const std::string& name, Taker take) {
+  return app->add_option_function<std::string>(name, std::move(take));
 }
 
 void Parser::required(CLI::App* app, const std::string& name, std::string& target) {
@@ -185,12 +185,7 @@ void Parser::defineGlobal() {
     global_.options = acceptOrReject("--option", typedDictionary(pairs));
   });
   CLI::Option* token = app_.add_option("--token", token_);
-  app_.add_option_function<std::string>("--token-file",
-                                        [this](const std::string& path) {
-                                          token_ =
-                                              acceptOrReject("--token-file", readTokenFile(path));
-                                        })
-      ->excludes(token);
+  parsed(&app_, "--token-file", token_, readTokenFile)->excludes(token);
   parsed(&app_, "--policy", global_.policy, parsePolicy);
   app_.add_option("--cacert", global_.caFile);
   parsed(&app_, "--connect-timeout", global_.connectTimeout, parseSeconds);
@@ -268,13 +263,7 @@ void Parser::defineBlob() {
   group->fallthrough();
   group->require_subcommand(0, 1);
   CLI::App* download = addBlobCommand(group, "download", blobDownload_);
-  download
-      ->add_option_function<std::string>("--config",
-                                         [this](const std::string& path) {
-                                           blobDownload_.config =
-                                               acceptOrReject("--config", readJsonFile(path));
-                                         })
-      ->required();
+  parsed(download, "--config", blobDownload_.config, readBlobConfiguration)->required();
   addBlobCommand(group, "path", blobPath_);
   addBlobCommand(group, "delete", blobDelete_)->add_flag("--before-sync", blobDelete_.beforeSync);
 }

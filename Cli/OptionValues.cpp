@@ -1,5 +1,6 @@
 #include "Cli/OptionValues.h"
 
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Cli/Arguments.h"
 #include "Cli/ByteFormat.h"
 #include "Platform/Foundation/Error.h"
@@ -91,6 +92,15 @@ Result<Dictionary> readJsonFile(const std::string& path) {
   }
   if (value->isDictionary()) return value->dictionaryValue();
   return usageError(fmt::format("'{}' holds no JSON object", path));
+}
+
+Result<Dictionary> readBlobConfiguration(const std::string& path) {
+  Result<Dictionary> config = readJsonFile(path);
+  if (config && (*config)[binary::kStreaming].boolValue()) {
+    return usageError(
+        fmt::format("'{}' asks for \"{}\", which leaves no file", path, binary::kStreaming));
+  }
+  return config;
 }
 
 std::vector<std::string> withListsSpelledOut(const std::vector<std::string>& words,

@@ -26,6 +26,8 @@ namespace varo::cli {
 
 /// The JSON object in the file at `path`, which may be a pipe, of a few MiB at most.
 [[nodiscard]] platform::Result<platform::Dictionary> readJsonFile(const std::string& path);
+/// The same of a download that ends in a file, so not of one that streams.
+[[nodiscard]] platform::Result<platform::Dictionary> readBlobConfiguration(const std::string& path);
 
 /// `words` with each of the options `lists` before every pair that belongs to it: "--meta a=1 b=2"
 /// becomes "--meta a=1 --meta b=2". Left alone, a list would swallow every word up to the next

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -85,10 +86,17 @@ TEST(CommandLine, BlobCommandsNameARecordAndAConfiguration) {
   EXPECT_FALSE(commandOf<BlobDeleteOptions>(with({"blob", "delete"})).beforeSync);
   EXPECT_TRUE(commandOf<BlobDeleteOptions>(with({"blob", "delete"}, {"--before-sync"})).beforeSync);
 
-  std::ofstream(path) << "[1]";
-  const Parsed refused = parse(with({"blob", "download"}, {"--config", path}));
-  EXPECT_EQ(refused.line.exitStatus, 2);
-  EXPECT_NE(refused.messages.find("holds no JSON object"), std::string::npos) << refused.messages;
+  const std::vector<std::pair<std::string, std::string>> refused = {
+      {"[1]", "holds no JSON object"},
+      {"{", "is not JSON"},
+      {R"({"Streaming":true})", "leaves no file"},
+  };
+  for (const auto& [content, message] : refused) {
+    std::ofstream(path) << content;
+    const Parsed parsed = parse(with({"blob", "download"}, {"--config", path}));
+    EXPECT_EQ(parsed.line.exitStatus, 2);
+    EXPECT_NE(parsed.messages.find(message), std::string::npos) << parsed.messages;
+  }
   std::remove(path.c_str());
 }
 
