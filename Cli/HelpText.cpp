@@ -210,8 +210,9 @@ Usage: varobinary [GLOBAL] blob download --db NAME --table T --column C --key K=
                           a request), "Headers", "ResponseType" and so on. --header and the
                           token win over it
 
-The file is blobs/ID in the documents directory. An interrupt (Ctrl-C) pauses the download, and the same
-command goes on later, also after a crash. A blob that is there already is not fetched again.
+The file is blobs/ID in the documents directory. An interrupt (Ctrl-C) pauses the
+download, and the same command goes on later, also after a crash. A blob that is there
+already is not fetched again.
 
 Examples:
   echo '{"URL":"http://127.0.0.1:8080/services/blobs/","ScopeName":"HR",
@@ -219,8 +220,8 @@ Examples:
   varobinary --home try blob download --db staff.db --table employees --column photo \
       --key id=3 --config photo.json
 
-'varobinary sandbox --example-db try/Library/WEBSQLDIRECTORY/staff.db --port 8080' makes what
-is needed to try this.
+'varobinary sandbox --port 8080 --example-db try/Library/WEBSQLDIRECTORY/staff.db' makes
+what is needed to try this.
 )";
 
 constexpr std::string_view kBlobPath =

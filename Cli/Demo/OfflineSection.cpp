@@ -185,10 +185,10 @@ void loseTheConnection(DemoStage& stage) {
   const std::string range = firstRangeOf(stage.sandbox().requests());
   const auto compared = blob.compare((*result)[binary::kFilePath].textValue());
   const bool goesOn = range.starts_with(fmt::format("bytes={}-", kept));
-  stage.record(compared.same && goesOn, again,
-               fmt::format("{}, {}", compared.text,
-                           goesOn ? fmt::format("from byte {} on", kept) : "asked for " + range),
-               blob.size() - kept);
+  const std::string detail = compared.same && goesOn
+                                 ? fmt::format("identical, from byte {} on", kept)
+                                 : fmt::format("{}, asked for {}", compared.text, range);
+  stage.record(compared.same && goesOn, again, detail, blob.size() - kept);
 }
 
 void meetAnUnreadableObject(DemoStage& stage) {
