@@ -1,6 +1,7 @@
 #include "Platform/Crypto/HmacSha256.h"
 
 #include "Platform/Crypto/OpenSslError.h"
+#include "Platform/Crypto/OpenSslLibrary.h"
 
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
@@ -15,7 +16,10 @@ namespace {
 
 /// As with the digest: fetched once and never freed. Null where no provider has it.
 EVP_MAC* algorithm() noexcept {
-  static EVP_MAC* const fetched = ::EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+  static EVP_MAC* const fetched = [] {
+    initializeOpenSsl();
+    return ::EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+  }();
   return fetched;
 }
 

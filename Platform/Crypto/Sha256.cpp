@@ -1,6 +1,7 @@
 #include "Platform/Crypto/Sha256.h"
 
 #include "Platform/Crypto/OpenSslError.h"
+#include "Platform/Crypto/OpenSslLibrary.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -13,7 +14,10 @@ namespace {
 /// Fetched once, since that is a search among the library's providers; never freed, so that it can
 /// be used until the last thread ends. Null where no provider has it.
 EVP_MD* algorithm() noexcept {
-  static EVP_MD* const fetched = ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  static EVP_MD* const fetched = [] {
+    initializeOpenSsl();
+    return ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  }();
   return fetched;
 }
 
@@ -44,7 +48,7 @@ bool operator==(const Sha256Digest& left, const Sha256Digest& right) noexcept {
 class Sha256::Context {
  public:
   Context()
-      : ok_(context_ != nullptr && algorithm() != nullptr &&
+      : ok_(context_ != nullptr &&
             ::EVP_DigestInit_ex2(context_.get(), algorithm(), nullptr) == 1) {}
 
   void update(std::string_view bytes) noexcept {
@@ -60,7 +64,8 @@ class Sha256::Context {
   struct Deleter {
     void operator()(EVP_MD_CTX* context) const noexcept { ::EVP_MD_CTX_free(context); }
   };
-  const std::unique_ptr<EVP_MD_CTX, Deleter> context_{::EVP_MD_CTX_new()};
+  const std::unique_ptr<EVP_MD_CTX, Deleter> context_{algorithm() != nullptr ? ::EVP_MD_CTX_new()
+                                                                             : nullptr};
   bool ok_;
 };
 

@@ -1,10 +1,9 @@
 #include "Platform/Network/CurlEngine.h"
 
+#include "Platform/Crypto/OpenSslLibrary.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/NetworkTuning.h"
-
-#include <openssl/crypto.h>
 
 #include <algorithm>
 #include <csignal>
@@ -18,9 +17,7 @@ namespace {
 
 bool initialiseCurl() {
   static const bool done = [] {
-    // OpenSSL would free its state at exit, in an order that nobody controls, under threads that
-    // may still use it. Only effective where the host has not initialised it before.
-    static_cast<void>(OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr));
+    initializeOpenSsl();
     return curl_global_init(CURL_GLOBAL_ALL) == CURLE_OK;
   }();
   return done;

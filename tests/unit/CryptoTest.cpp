@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <unistd.h>
+
 namespace varo::platform {
 namespace {
 
@@ -61,6 +64,19 @@ TEST(Sha256Test, FileThatShrankGivesItsErrorAndNoDigest) {
   const Data data = Data::fromFileRegion(file, 0, 100);
   EXPECT_EQ(Sha256::of(data).error()->domain(), kPosixErrorDomain);
   EXPECT_EQ(HmacSha256::of("key", data).error()->domain(), kPosixErrorDomain);
+}
+
+TEST(OpenSslLibraryTest, DigestsCanBeMadeUntilTheProcessIsGone) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";  // in a process that has made none before
+  const auto isWell = [] { return Sha256::of("abc").ok() && HmacSha256::of("key", "abc").ok(); };
+  EXPECT_EXIT(
+      {
+        // Registered before the library's first use, so called after whatever that registers.
+        static const auto check = isWell;
+        std::atexit([] { ::_exit(check() ? 0 : 3); });
+        std::exit(isWell() ? 0 : 4);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
