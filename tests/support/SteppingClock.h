@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Platform/Foundation/Clock.h"
+
+#include <atomic>
+#include <chrono>
+
+namespace varo::test {
+
+/// Starts at a given second since 1970-01-01 UTC and goes on by `step` seconds each time it is
+/// read.
+class SteppingClock final : public platform::Clock {
+ public:
+  explicit SteppingClock(std::int64_t second, std::int64_t step = 0)
+      : second_(second), step_(step) {}
+
+  [[nodiscard]] std::chrono::system_clock::time_point now() const override {
+    return std::chrono::system_clock::time_point(std::chrono::seconds(second_.fetch_add(step_)));
+  }
+  [[nodiscard]] std::chrono::steady_clock::time_point steadyNow() const override {
+    return std::chrono::steady_clock::time_point(std::chrono::seconds(second_.load()));
+  }
+
+ private:
+  mutable std::atomic<std::int64_t> second_;
+  const std::int64_t step_;
+};
+
+}  // namespace varo::test

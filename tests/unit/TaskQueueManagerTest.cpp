@@ -1,0 +1,230 @@
+#include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
+#include "Platform/Foundation/Mutex.h"
+#include "tests/support/Await.h"
+#include "tests/support/RecordingLog.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace varo::binary {
+namespace {
+
+using platform::Dictionary;
+using platform::LogLevel;
+using platform::TaskState;
+using platform::VSTask;
+using test::eventually;
+using TaskPtr = TaskQueueManager::TaskPtr;
+
+/// Runs until the test says otherwise.
+class HeldTask final : public VSTask {
+ public:
+  using VSTask::VSTask;
+  void execute() override {}
+};
+
+TaskPtr held(const std::string& name) { return std::make_shared<HeldTask>(name); }
+
+bool isStarted(const TaskPtr& task) { return task->state() == TaskState::Started; }
+
+class TaskQueueManagerTest : public testing::Test {
+ protected:
+  ~TaskQueueManagerTest() override {
+    EXPECT_TRUE(eventually([this] { return VSTask::liveCount() == liveBefore_; }))
+        << "a task was not freed";
+  }
+
+  /// As an owner does it.
+  static void remove(TaskQueueManager& manager, const TaskPtr& task) {
+    manager.removeTaskFromInProgressQueue(task);
+    manager.removeKey(task->name());
+    manager.startNextScheduledTask();
+  }
+
+  const std::size_t liveBefore_ = VSTask::liveCount();
+};
+
+TEST_F(TaskQueueManagerTest, FiveRunAndTheOthersFollowInTheirOrder) {
+  TaskQueueManager manager;
+  manager.startNextScheduledTask();  // nothing waits
+  std::vector<TaskPtr> tasks;
+  for (int i = 0; i < 9; ++i) {
+    tasks.push_back(held("task" + std::to_string(i)));
+    manager.addTaskAndCheckStartExecution(tasks.back(), tasks.back()->name());
+  }
+  const auto running = [&] { return std::count_if(tasks.begin(), tasks.end(), isStarted); };
+  EXPECT_EQ(running(), 5);
+  EXPECT_EQ(manager.getInProgressQueueLength(), 5U);
+  EXPECT_EQ(manager.getNextScheduledTask(), tasks[5]);
+  manager.startNextScheduledTask();  // no room
+  manager.checkAndStartExecution(tasks[8]);
+  EXPECT_EQ(running(), 5);
+
+  // Whichever ends, the one that has waited longest is next.
+  std::size_t next = 5;
+  for (const std::size_t ended : {3U, 0U, 6U, 4U}) {
+    ASSERT_FALSE(isStarted(tasks[next]));
+    remove(manager, tasks[ended]);
+    EXPECT_TRUE(isStarted(tasks[next])) << next;
+    EXPECT_EQ(manager.getInProgressQueueLength(), 5U);
+    EXPECT_EQ(manager.get(tasks[ended]->name()), nullptr);
+    ++next;
+  }
+  EXPECT_EQ(manager.getNextScheduledTask(), nullptr);
+  remove(manager, tasks[1]);
+  EXPECT_EQ(manager.getInProgressQueueLength(), 4U);
+
+  // With four, one that others wait before is started none the less when it is asked for.
+  const std::vector<TaskPtr> late = {held("late0"), held("late1")};
+  for (const TaskPtr& task : late) {
+    manager.addTask(task, task->name());
+    manager.addToScheduledQueue(task);
+  }
+  manager.checkAndStartExecution(late[1]);
+  EXPECT_TRUE(isStarted(late[1]));
+  EXPECT_FALSE(isStarted(late[0]));
+  EXPECT_EQ(manager.getNextScheduledTask(), late[0]);
+}
+
+TEST_F(TaskQueueManagerTest, UnknownRepeatedAndDoubledTasksAreTreatedAsTheContractSays) {
+  TaskQueueManager manager;
+  const TaskPtr task = held("task");
+  // Not registered: not scheduled and not moved, but started when there is room.
+  manager.addToScheduledQueue(task);
+  EXPECT_EQ(manager.getNextScheduledTask(), nullptr);
+  manager.addTaskToInProgressQueue(task);
+  manager.removeTaskFromInProgressQueue(task);
+  manager.removeKey("task");
+  EXPECT_EQ(manager.getInProgressQueueLength(), 0U);
+  manager.checkAndStartExecution(task);
+  EXPECT_TRUE(isStarted(task));
+  EXPECT_EQ(manager.getInProgressQueueLength(), 0U);
+
+  // Scheduled twice is scheduled once; in progress it moves there.
+  manager.addTask(task, "task");
+  manager.addToScheduledQueue(task);
+  manager.addToScheduledQueue(task);
+  manager.addTaskToInProgressQueue(task);
+  EXPECT_EQ(manager.getNextScheduledTask(), nullptr);
+  EXPECT_EQ(manager.getInProgressQueueLength(), 1U);
+  // In progress and no longer scheduled: entered again. In both: left alone.
+  manager.checkAndStartExecution(task);
+  EXPECT_EQ(manager.getInProgressQueueLength(), 2U);
+  manager.addToScheduledQueue(task);
+  manager.addTaskToInProgressQueue(task);
+  EXPECT_EQ(manager.getInProgressQueueLength(), 2U);
+  EXPECT_EQ(manager.getNextScheduledTask(), task);
+  // All entries go at once; the task stays registered and scheduled.
+  manager.removeTaskFromInProgressQueue(task);
+  EXPECT_EQ(manager.getInProgressQueueLength(), 0U);
+  EXPECT_TRUE(manager.containsKey("task"));
+  EXPECT_EQ(manager.getNextScheduledTask(), task);
+
+  // A key is taken over by the next task; the old one stays where it waits.
+  const TaskPtr other = held("task");
+  manager.addTask(other, "task");
+  EXPECT_EQ(manager.get("task"), other);
+  EXPECT_EQ(manager.getNextScheduledTask(), task);
+
+  // No task at all.
+  manager.addTask(nullptr, "none");
+  manager.addToScheduledQueue(nullptr);
+  manager.addTaskToInProgressQueue(nullptr);
+  manager.removeTaskFromInProgressQueue(nullptr);
+  manager.checkAndStartExecution(nullptr);
+  manager.addTaskAndCheckStartExecution(nullptr, "none");
+  EXPECT_FALSE(manager.containsKey("none"));
+}
+
+TEST_F(TaskQueueManagerTest, LogsTheCheckAndTheStartAndCallsTheSinkUnderNoLock) {
+  TaskQueueManager manager;
+  const test::RecordingLog log;
+  // A sink that uses the manager would hang under its lock.
+  log->onWrite = [&](std::string_view) { (void)manager.getInProgressQueueLength(); };
+  for (int i = 0; i < 6; ++i) {
+    const TaskPtr task = held(std::to_string(i));
+    manager.addTaskAndCheckStartExecution(task, task->name());
+  }
+  manager.startNextScheduledTask();
+  EXPECT_EQ(log->count(LogLevel::kDebug, "Checking if the inProgressQueue has empty slot."), 7);
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_EQ(log->count(LogLevel::kDebug, " Start Download for task " + std::to_string(i)),
+              i < 5 ? 1 : 0);
+  }
+}
+
+/// Ends at once; counts how many of its kind run at the same time.
+class ShortTask final : public VSTask {
+ public:
+  struct Counts {
+    std::atomic<int> running{0};
+    std::atomic<int> mostRunning{0};
+    std::atomic<int> runs{0};
+  };
+  ShortTask(std::string name, Counts& counts) : VSTask(std::move(name)), counts_(counts) {}
+  void execute() override {
+    const int now = ++counts_.running;
+    int most = counts_.mostRunning;
+    while (now > most && !counts_.mostRunning.compare_exchange_weak(most, now)) {
+    }
+    ++counts_.runs;
+    --counts_.running;
+    setState(TaskState::Ended);
+  }
+
+ private:
+  Counts& counts_;
+};
+
+/// What the manager asks of its owner.
+class Owner final : public platform::TaskListener, public std::enable_shared_from_this<Owner> {
+ public:
+  void submit(const TaskPtr& task) {
+    task->subscribeForTaskUpdates(shared_from_this());
+    manager.addTaskAndCheckStartExecution(task, task->name());
+  }
+  void task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
+            const Dictionary& /*context*/) override {
+    if (!isFinal(to)) return;
+    if (manager.getInProgressQueueLength() > 5) ++overfull;
+    manager.removeTaskFromInProgressQueue(task);
+    manager.removeKey(task->name());
+    manager.startNextScheduledTask();
+    ++ended;
+  }
+
+  TaskQueueManager manager;
+  std::atomic<int> ended{0};
+  std::atomic<int> overfull{0};
+};
+
+TEST_F(TaskQueueManagerTest, TasksOfManyThreadsAllRunOnceAtMostFiveAtATime) {
+  constexpr int kThreads = 8;
+  constexpr int kTasks = 400;
+  ShortTask::Counts counts;
+  const auto owner = std::make_shared<Owner>();
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int i = 0; i < kTasks; ++i) {
+        const std::string name = std::to_string(thread) + "-" + std::to_string(i);
+        owner->submit(std::make_shared<ShortTask>(name, counts));
+      }
+    });
+  }
+  threads.clear();
+  EXPECT_TRUE(eventually([&] { return owner->ended == kThreads * kTasks; })) << owner->ended;
+  EXPECT_EQ(counts.runs, kThreads * kTasks);
+  EXPECT_LE(counts.mostRunning, 5);
+  EXPECT_EQ(owner->overfull, 0);
+  EXPECT_EQ(owner->manager.getInProgressQueueLength(), 0U);
+  EXPECT_EQ(owner->manager.getNextScheduledTask(), nullptr);
+}
+
+}  // namespace
+}  // namespace varo::binary
