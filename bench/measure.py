@@ -23,6 +23,7 @@ import time
 
 from blobs import measure_blob, measure_blobs, measure_many_blobs
 from harness import LARGE, MIB, Bench, Table, column
+from online import measure_queue, measure_sign
 from servers import DiscardServer, Nginx
 
 SMALL = 64 * MIB
@@ -256,6 +257,8 @@ PARTS = {
     "list": measure_list,
     "delete": measure_delete,
     "state": measure_state,
+    "sign": measure_sign,
+    "queue": measure_queue,
     "many": measure_many,
     "upload": measure_upload,
     "download": measure_download,

@@ -8,19 +8,28 @@
 #include <openssl/params.h>
 
 #include <array>
-#include <string>
 #include <utility>
 
 namespace varo::platform {
 namespace {
 
-/// As with the digest: fetched once and never freed. Null where no provider has it.
-EVP_MAC* algorithm() noexcept {
-  static EVP_MAC* const fetched = [] {
+/// Made once, with the digest found among the library's providers, which is most of the work of a
+/// short code; each use starts with a copy. Never freed. Null where no provider has it.
+const EVP_MAC_CTX* prepared() noexcept {
+  static const EVP_MAC_CTX* const context = []() -> EVP_MAC_CTX* {
     initializeOpenSsl();
-    return ::EVP_MAC_fetch(nullptr, "HMAC", nullptr);
+    EVP_MAC_CTX* made = ::EVP_MAC_CTX_new(::EVP_MAC_fetch(nullptr, "HMAC", nullptr));
+    std::array<char, 7> digest = {"SHA256"};
+    const std::array<OSSL_PARAM, 2> parameters = {
+        ::OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest.data(), 0),
+        ::OSSL_PARAM_construct_end()};
+    // A context without a key cannot be copied.
+    const unsigned char noKey = 0;
+    if (made != nullptr && ::EVP_MAC_init(made, &noKey, 0, parameters.data()) == 1) return made;
+    ::EVP_MAC_CTX_free(made);
+    return nullptr;
   }();
-  return fetched;
+  return context;
 }
 
 }  // namespace
@@ -29,14 +38,10 @@ class HmacSha256::Context {
  public:
   explicit Context(std::string_view key) {
     if (context_ == nullptr) return;
-    std::string digest = "SHA256";
-    const std::array<OSSL_PARAM, 2> parameters = {
-        ::OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest.data(), 0),
-        ::OSSL_PARAM_construct_end()};
     // A null key would mean "the one set before", also where its length is 0.
     const char* bytes = key.empty() ? "" : key.data();
     ok_ = ::EVP_MAC_init(context_.get(), reinterpret_cast<const unsigned char*>(bytes), key.size(),
-                         parameters.data()) == 1;
+                         nullptr) == 1;
   }
 
   void update(std::string_view bytes) noexcept {
@@ -57,7 +62,7 @@ class HmacSha256::Context {
     void operator()(EVP_MAC_CTX* context) const noexcept { ::EVP_MAC_CTX_free(context); }
   };
   const std::unique_ptr<EVP_MAC_CTX, Deleter> context_{
-      algorithm() != nullptr ? ::EVP_MAC_CTX_new(algorithm()) : nullptr};
+      prepared() != nullptr ? ::EVP_MAC_CTX_dup(prepared()) : nullptr};
   bool ok_ = false;
 };
 

@@ -29,6 +29,9 @@ namespace {
 /// What may stand in a URL's fragment beside the characters that are never encoded.
 constexpr std::string_view kFragmentCharacters = "!$&'()*+,;=:@/?";
 
+/// Bytes of a canonical request without the object's name, rather more.
+constexpr std::size_t kUsualRequestLength = 512;
+
 constexpr std::uint64_t kLargestByteArray = 64ULL * 1024 * 1024;
 
 /// Empty where there is no text.
@@ -152,7 +155,9 @@ Result<Dictionary> S3HMACGenerator::getRequestHeaders(S3OperationType operationT
 Result<std::string> S3HMACGenerator::prepareCanonicalRequest() {
   if (!payload) payload = Data();
   if (!payloadHash_) return payloadHash_.error();
-  std::string request = httpMethod + "\n" + canonicalURI + "\n";
+  std::string request;
+  request.reserve(kUsualRequestLength + canonicalURI.size());
+  request.append(httpMethod).append(1, '\n').append(canonicalURI).append(1, '\n');
   appendQueryLine(request);
   appendHeaderLines(request);
   request += strSignedHeader;
@@ -180,7 +185,7 @@ void S3HMACGenerator::appendHeaderLines(std::string& request) {
     for (const DictionaryEntry* header : sortedByKey(*awsHeaders)) {
       request += header->key;
       request += ':';
-      request += header->value.textValue();
+      request += textOf(header->value);
       request += '\n';
       strSignedHeader += header->key;
       strSignedHeader += ';';

@@ -1,0 +1,74 @@
+"""The parts of measure.py about what online transfers are made of: signatures, the task queue."""
+
+import functools
+import hashlib
+import json
+import os
+import statistics
+import subprocess
+
+from harness import MIB, column
+
+SIGNED_FILE = 4096 * MIB
+QUEUED_TASKS = 100_000
+QUEUE_OPERATIONS = 6_000_000
+
+
+def measure_sign(bench, table):
+    """Signed header sets beside botocore and bare OpenSSL, and the memory for a large payload."""
+    program = bench.program("varo_signing_bench")
+    script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "botocore_signing.py")
+    # The distribution's interpreter: another one on the path may have another botocore, or none.
+    commands = {
+        "ours": [program, "ours", "200000"],
+        "derived": [program, "bare", "100000"],
+        "kept": [program, "bare-kept", "200000"],
+        "botocore": ["/usr/bin/python3", "-I", "-B", script, "10000"],
+    }
+
+    def rate(command):
+        done = subprocess.run(command, stdout=subprocess.PIPE, check=True, text=True)
+        return float(done.stdout)
+
+    rates = bench.interleave({name: functools.partial(rate, command)
+                              for name, command in commands.items()})
+    for other, name, least in (("botocore", "botocore", 5),
+                               ("derived", "OpenSSL, key derived each time", 0.5),
+                               ("kept", "OpenSSL, key kept", 0.5)):
+        table.compare(f"signed header sets beside {name}", rates["ours"], rates[other], "/s",
+                      at_least=least)
+
+    path = os.path.join(bench.directory, "signed.bin")
+    digest = hashlib.sha256()
+    for _ in range(SIGNED_FILE // MIB):
+        digest.update(bytes(MIB))
+    with open(path, "wb") as out:
+        out.truncate(SIGNED_FILE)  # holes: the digest takes as long, the disk nothing
+    used = bench.run(program, "file", path, digest.hexdigest())
+    os.remove(path)
+    table.add("upload of 4 GiB signed, rate", f"{SIGNED_FILE / MIB / used['wall']:.0f} MiB/s", "", "")
+    peak = used["peak_kib"] / 1024
+    table.add("upload of 4 GiB signed, peak memory", f"{peak:.1f} MiB", "", "", "at most 16 MiB",
+              peak <= 16)
+
+
+def measure_queue(bench, table):
+    """The task queue under 8 threads."""
+    def run(mode, count):
+        done = subprocess.run([bench.program("varo_task_queue_bench"), mode, str(count)],
+                              stdout=subprocess.PIPE, check=True, text=True)
+        return json.loads(done.stdout)
+
+    runs = bench.interleave({
+        "operations": lambda: run("operations", QUEUE_OPERATIONS),
+        "through": lambda: run("through", QUEUED_TASKS),
+        "direct": lambda: run("direct", QUEUED_TASKS),
+    })
+    rate = statistics.median(column(runs["operations"], "rate"))
+    table.add("task queue under 8 threads, operations", f"{rate:.3g} /s", "", "")
+    table.compare("tasks through the queue beside started at once",
+                  column(runs["through"], "rate"), column(runs["direct"], "rate"), "/s")
+    fewest = min(min(used["runs"], used["ended"]) for used in runs["through"])
+    most = max(max(used["runs"], used["ended"]) for used in runs["through"])
+    table.add(f"{QUEUED_TASKS:,} tasks through the queue, run and ended once in every round",
+              f"{fewest:,}", "", "", "all", fewest == most == QUEUED_TASKS)
