@@ -1,5 +1,4 @@
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
-#include "Platform/Foundation/Mutex.h"
 #include "tests/support/Await.h"
 #include "tests/support/RecordingLog.h"
 
