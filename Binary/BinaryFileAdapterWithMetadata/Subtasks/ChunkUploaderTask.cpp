@@ -1,6 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/ChunkUploaderTask.h"
 
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/FormData.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -8,8 +9,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Foundation/Text.h"
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <string_view>
@@ -29,7 +28,6 @@ using platform::Value;
 
 namespace {
 
-constexpr std::string_view kContentDispositionFormat = R"(form-data; name="{}"; filename="{}")";
 constexpr std::string_view kNoChunkSize = "chunkSize has to be a positive number";
 constexpr std::string_view kOffsetOutside = "bytesOffset is outside the content";
 constexpr std::string_view kNoContent = "file holds neither a filePath nor rawBytes";
@@ -60,23 +58,6 @@ Result<Data> contentOf(const Dictionary& fileMap) {
   if (decoded) return Data::fromBytes(*std::move(decoded));
   return uploadError(kCodeUploadInvalidParameterDataType, kUploadInvalidParameterDataType,
                      kNotBase64);
-}
-
-/// `text` as it may stand between quotes in a header (RFC 7578, section 4.2).
-std::string quoted(std::string_view text) {
-  std::string result;
-  for (const char c : text) {
-    if (c == '"') {
-      result += "%22";
-    } else if (c == '\r') {
-      result += "%0D";
-    } else if (c == '\n') {
-      result += "%0A";
-    } else {
-      result += c;
-    }
-  }
-  return result;
 }
 
 }  // namespace
@@ -216,8 +197,8 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
   const std::string mode = input[keys::kUploadMode].textValue();
   if (mode == kUploadModeMultipart) {
     request.isMultipart = true;
-    const std::string disposition = fmt::format(kContentDispositionFormat, kPartName,
-                                                quoted(_metadata[keys::kFileName].textValue()));
+    const std::string disposition =
+        formDataDisposition(kPartName, _metadata[keys::kFileName].textValue());
     // Appended: compilers disagree on whether Array{part} is a list of one or a copy (CWG 2137).
     Array parts;
     parts.append(Array{Dictionary{{kContentType, kContentTypeOctetStream}},

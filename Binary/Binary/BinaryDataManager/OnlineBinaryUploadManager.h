@@ -1,0 +1,93 @@
+#pragma once
+
+#include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
+#include "Binary/Binary/UploadTask/UploadBlocks.h"
+#include "Platform/Foundation/Clock.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace varo::platform {
+class SerialQueue;
+}
+
+namespace varo::binary {
+
+class UploadTemplateGetterTask;
+class UploaderTask;
+
+/// The entry point for online uploads, which have nothing to do with the offline database: asks a
+/// back end for an upload template, then sends the bytes to where the template says, as a form
+/// ("multipart") or as they are ("binary"), signed where it asks for that.
+///
+/// At most `MAX_PARALLEL_JOBS` steps of uploads run at once, the others wait in their order; one
+/// that waits starts when a block of the one that ended has returned. After the runtime's shutdown
+/// every upload fails. Owned by a `std::shared_ptr`, which outlives its uploads. Thread-safe.
+class OnlineBinaryUploadManager final
+    : public platform::TaskListener,
+      public std::enable_shared_from_this<OnlineBinaryUploadManager> {
+ public:
+  /// The process's one manager, which is never destroyed.
+  [[nodiscard]] static const std::shared_ptr<OnlineBinaryUploadManager>& sharedInstance();
+
+  /// `clock` names the sessions and lives as long as the manager.
+  explicit OnlineBinaryUploadManager(const platform::Clock& clock = platform::Clock::system());
+
+  /// Starts an upload and returns at once. `configuration` holds "URL" (text: who answers with the
+  /// template), "FilePath" (text) or "rawBytes" (bytes), and may hold "headers" and "uploadParams"
+  /// (dictionaries). The upload parameters are posted to "URL", fill the template's placeholders,
+  /// hold the keys for the signature ("accessKeyID", "secretAccessKey", ...) and come back in every
+  /// block. `andOptions` may hold "domain", which stands for "#middlewaredomain" in a template, and
+  /// the service's token, "X-Pelmar-Authorization", which goes wherever a template has an unsigned
+  /// upload go.
+  ///
+  /// Exactly one of the completed and the failure block is called, once, after the started block if
+  /// that is called at all; on a thread of the runtime's pool, with no lock held. Each may be
+  /// empty, and may start further uploads; what it throws is logged and goes no further. The file
+  /// must not change before.
+  ///
+  /// Errors: those of `validateInput`; in the domain "UploadError", 6006 for what could not be
+  /// started; in the domain "UploadTask", with the template as user information, 6006 for one with
+  /// an "opstatus" other than 0 and 6013 for one whose "uploadMode" is unknown; and those that the
+  /// tasks raise, as an array.
+  void createAndStartOnlineUploadTaskFor(
+      const std::optional<platform::Dictionary>& configuration,
+      OnBytesUploadStarted::Function withOnBinaryUploadStartedCompletionBlock,
+      OnByteChunkUploadCompleted::Function andOnChunkUploadCompletedCompletionBlock,
+      OnBytesUploadCompleted::Function andOnBinaryUploadCompletedCompletionBlock,
+      OnUploadFailure::Function andOnUploadFailureCompletionBlock,
+      const std::optional<platform::Dictionary>& andOptions);
+
+  /// Null, or the first rule that the configuration breaks: domain "UploadError", 6010 for what is
+  /// missing, 6011 for what has the wrong type and for an empty file, 6012 for a value that cannot
+  /// be used.
+  [[nodiscard]] static platform::ErrorPtr validateInput(
+      const std::optional<platform::Dictionary>& configuration);
+
+  /// Hears of the tasks. Called by the engine.
+  void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
+            platform::TaskState to, const platform::Dictionary& context) override;
+
+ private:
+  struct Upload;
+
+  /// Serialises the starts of all managers.
+  static platform::SerialQueue& onlineUploadQueue();
+  [[nodiscard]] std::string makeSessionId() const;
+  void start(const Upload& upload);
+  void schedule(const std::string& sessionId, const Upload& upload);
+  void templateTaskEnded(UploadTemplateGetterTask& task, platform::TaskState state);
+  void templateReceived(UploadTemplateGetterTask& task);
+  void uploaderEnded(UploaderTask& task, platform::TaskState state);
+  void scheduleUploader(const std::shared_ptr<UploaderTask>& uploader,
+                        const UploadTemplateGetterTask& after);
+
+  const platform::Clock& clock_;
+  TaskQueueManager uploadTaskQueue_;
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,41 @@
+#include "Binary/Binary/UploadTask/BytesUploadHandlerTask.h"
+
+#include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/Utils/S3HMACGenerator.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+
+namespace varo::binary {
+
+using platform::RequestType;
+using platform::Value;
+using platform::VRONetworkUtility;
+
+constinit const UploaderTask::Texts BytesUploadHandlerTask::kTexts = {
+    .domain = upload::kBackendUploaderDomain,
+    .noUploadParams = "[BytesUploadHandlerTask] No uploadParams found",
+    .requestBody = "[BytesUploadHandlerTask] requestbody: %@",
+    .url = "[BytesUploadHandlerTask] url: %@",
+    .completed = "[BytesUploadHandlerTask] file upload completed successfully",
+    .unexpectedStatus = "[BytesUploadHandlerTask] received response with status code %ld",
+    .requestFailed = "[BytesUploadHandlerTask] received error after uploadCall"};
+
+BytesUploadHandlerTask::BytesUploadHandlerTask(std::string name)
+    : UploaderTask(std::move(name), kTexts) {}
+
+bool BytesUploadHandlerTask::prepareRequest() {
+  if (redirectionTemplate_[upload::kAuth] != Value(upload::kHmacDigest)) return true;
+  S3HMACGenerator signer(uploadParams_, redirectionTemplate_, fileData_, S3OperationType::kUpload);
+  auto signedHeaders = signer.getRequestHeaders(S3OperationType::kUpload);
+  if (!signedHeaders) {
+    raise(kCodeUploadFailure, kUploadFailure, signedHeaders.error()->localizedDescription());
+    return false;
+  }
+  headers_ = std::move(signedHeaders).value();
+  return true;
+}
+
+void BytesUploadHandlerTask::uploadFile() {
+  VRONetworkUtility::PUT(url_, {}, headers_, RequestType::kRaw, fileData_, {}, completion());
+}
+
+}  // namespace varo::binary

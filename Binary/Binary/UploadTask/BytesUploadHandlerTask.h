@@ -1,0 +1,24 @@
+#pragma once
+
+#include "Binary/Binary/UploadTask/UploaderTask.h"
+
+#include <string>
+
+namespace varo::binary {
+
+/// Sends the bytes as they are, as the body of a PUT; signed with AWS Signature Version 4 where the
+/// template's "Auth" is "HMACDigest" (the upload parameters hold the keys), and then with the
+/// signer's headers alone. Errors have the domain "BackendUploaderTask"; bytes that cannot be read
+/// for their digest are 6006.
+class BytesUploadHandlerTask final : public UploaderTask {
+ public:
+  explicit BytesUploadHandlerTask(std::string name);
+
+ private:
+  static const Texts kTexts;
+
+  [[nodiscard]] bool prepareRequest() override;
+  void uploadFile() override;
+};
+
+}  // namespace varo::binary

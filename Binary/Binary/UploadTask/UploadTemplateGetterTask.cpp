@@ -1,0 +1,137 @@
+#include "Binary/Binary/UploadTask/UploadTemplateGetterTask.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/Redaction.h"
+#include "Platform/Foundation/Text.h"
+#include "Platform/Network/VRONetworkUtility.h"
+#include "Platform/TaskEngine/VSTaskError.h"
+
+#include <memory>
+#include <string_view>
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::HttpResponseInfo;
+using platform::NetworkErrorPtr;
+using platform::RequestType;
+using platform::TaskState;
+using platform::Value;
+using platform::VRONetworkUtility;
+using platform::VSTaskError;
+
+namespace {
+
+constexpr std::string_view kDomain = "UploadTemplateTask";
+constexpr int kOk = 200;
+
+constexpr std::string_view kSuccessful = "[UploadTemplateGetterTask] request successful";
+constexpr std::string_view kUnexpectedStatus =
+    "[UploadTemplateGetterTask] received response with status code: %ld";
+constexpr std::string_view kFailed = "[UploadTemplateGetterTask] request failed";
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+/// The function of the block under `key`, empty where there is none.
+template <typename B>
+typename B::Function blockIn(const Dictionary& input, const char* key) {
+  const auto block = input[key].objectAs<B>();
+  return block != nullptr ? block->function() : typename B::Function();
+}
+
+}  // namespace
+
+UploadTemplateGetterTask::UploadTemplateGetterTask(std::string name)
+    : VSTask(std::move(name)), uploadFileName_(this->name()) {}
+
+void UploadTemplateGetterTask::execute() {
+  unpackInputContext();
+  invokePostCall();
+}
+
+void UploadTemplateGetterTask::unpackInputContext() {
+  const Dictionary input = inputContext();
+  blocks_ = {blockIn<OnBytesUploadStarted>(input, upload::kOnBytesUploadStarted),
+             blockIn<OnByteChunkUploadCompleted>(input, upload::kOnByteChunkUploadCompleted),
+             blockIn<OnBytesUploadCompleted>(input, upload::kOnBytesUploadCompleted),
+             blockIn<OnUploadFailure>(input, upload::kOnUploadFailure)};
+  url_ = input[kURL].textValue();
+  headers_ = input[keys::kHeaders].dictionaryValue();
+  localFilePath_ = input[kFilePath];
+  fileContent_ = input[keys::kRawBytes];
+  unpackUploadParams(input);
+  isErrorRaised_ = false;
+}
+
+void UploadTemplateGetterTask::unpackUploadParams(const Dictionary& input) {
+  const Value& params = input[keys::kUploadParams];
+  if (params.isMissing()) return;
+  uploadParams_ = params.dictionaryValue();  // empty for one that is null
+  const Value& fileName = params.dictionaryValue()[upload::kFileName];
+  if (fileName.isPresent()) uploadFileName_ = fileName.textValue();
+}
+
+void UploadTemplateGetterTask::invokePostCall() {
+  VRONetworkUtility::POST(url_, {}, headers_, RequestType::kJson, uploadParams_, {},
+                          [self = self<UploadTemplateGetterTask>()](const std::optional<Data>& data,
+                                                                    const Dictionary& response,
+                                                                    const NetworkErrorPtr& error) {
+                            self->guarded([&] { self->processAnswer(data, response, error); });
+                          });
+}
+
+void UploadTemplateGetterTask::processAnswer(const std::optional<Data>& data,
+                                             const Dictionary& response, const ErrorPtr& error) {
+  if (const auto failure = CommonUtils::validateResponseforTask(
+          ID(), upload::kBackendUploaderDomain, response, data, error)) {
+    return raiseError(failure);
+  }
+  processNetworkResponse(response, data);
+  checkForErrors(error);
+}
+
+void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response,
+                                                      const std::optional<Data>& withData) {
+  const auto info = response[platform::kHttpResponse].objectAs<HttpResponseInfo>();
+  const int status = info != nullptr ? info->statusCode() : 0;
+  if (status != kOk) {
+    logger().logError(kUnexpectedStatus, status);
+    // An answer may repeat what was posted, the keys of an object store among it.
+    return raise(kCodeUploadUnexpectedHTTPResponseCode, kUploadUnexpectedHTTPResponseCode,
+                 platform::redactSecrets(CommonUtils::getResponseString(withData)));
+  }
+  logger().logInfo(kSuccessful);
+  _outputContext.set(upload::kRedirectionTemplate,
+                     CommonUtils::jsonObjectFromData(withData.value_or(Data())));
+  _outputContext.set(upload::kTemplateString, CommonUtils::getResponseString(withData));
+  _outputContext.set(upload::kFileName, uploadFileName_);
+  _outputContext.set(keys::kUploadParams, uploadParams_);
+  _outputContext.set(keys::kRawBytes, fileContent_);
+  _outputContext.set(kFilePath, localFilePath_);
+  setState(TaskState::Ended);
+}
+
+void UploadTemplateGetterTask::checkForErrors(const ErrorPtr& error) {
+  if (error == nullptr) return;
+  logger().logError(kFailed);
+  if (!isErrorRaised_) raise(kCodeUploadFailure, kUploadFailure, error->localizedDescription());
+}
+
+void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message,
+                                     std::string_view detail) {
+  isErrorRaised_ = true;
+  raiseError(std::make_shared<const VSTaskError>(
+      ID(), name(), std::string(kDomain), code,
+      Dictionary{{std::string(platform::kErrorMessageKey),
+                  platform::formatMessage(kMessageAndDetail, {message, detail})}}));
+}
+
+}  // namespace varo::binary

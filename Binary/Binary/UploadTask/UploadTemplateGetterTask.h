@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Binary/Binary/UploadTask/UploadBlocks.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <optional>
+#include <string>
+
+namespace varo::binary {
+
+/// The first step of an online upload: posts the upload parameters to the back end, whose answer,
+/// the upload template, says where and how to send the bytes.
+///
+/// Input: "URL", "headers", "uploadParams" (its "fileName" names the file, else the task's name
+/// does), "FilePath" or "rawBytes", and the four blocks under their keys. Output:
+/// "redirectionTemplate" (the answer as JSON, if it is), "templateString" (as text), "fileName",
+/// "uploadParams", "rawBytes", "FilePath". Runs once.
+///
+/// Errors: 6008 of domain "UploadTemplateTask" for a status other than 200, with the answer's text;
+/// 6006 of domain "BackendUploaderTask" for a request that got no answer.
+class UploadTemplateGetterTask final : public platform::VSTask {
+ public:
+  explicit UploadTemplateGetterTask(std::string name);
+
+  void execute() override;
+
+  /// Ends the task with what the answer says.
+  void processNetworkResponse(const platform::Dictionary& response,
+                              const std::optional<platform::Data>& withData);
+  /// Ends it with `error`, unless that is null or the answer has ended it with an error.
+  void checkForErrors(const platform::ErrorPtr& error);
+
+  /// Those of the input, once the task has come to its end.
+  [[nodiscard]] const UploadBlocks& blocks() const noexcept { return blocks_; }
+
+ private:
+  void unpackInputContext();
+  void unpackUploadParams(const platform::Dictionary& input);
+  void invokePostCall();
+  void processAnswer(const std::optional<platform::Data>& data,
+                     const platform::Dictionary& response, const platform::ErrorPtr& error);
+  void raise(std::int32_t code, std::string_view message, std::string_view detail);
+
+  // Owned by the run of the task.
+  std::string url_;
+  platform::Dictionary headers_;
+  /// Missing where the input has none.
+  platform::Value uploadParams_;
+  std::string uploadFileName_;
+  platform::Value localFilePath_;
+  platform::Value fileContent_;
+  bool isErrorRaised_ = false;
+  UploadBlocks blocks_;
+};
+
+}  // namespace varo::binary
