@@ -1,0 +1,161 @@
+#pragma once
+
+#include "Binary/Binary/BinaryDataManager/OnlineBinaryUploadManager.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Network/VRONetworkUtility.h"
+#include "tests/support/Await.h"
+#include "tests/support/FakeHttpTransport.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace varo::test {
+
+/// Online uploads over a scripted transport: the first request of an upload is answered with
+/// `template_`, the others with `answer_`. When a test has ended, none of its tasks is left, and no
+/// block was called that it has not awaited.
+class OnlineUploadFixture : public testing::Test {
+ public:
+  /// Of an error or an array of errors: " ", domain, code and text of each.
+  static std::string textOf(const platform::Value& error) {
+    std::string text;
+    if (const platform::Array* errors = error.array()) {
+      for (const platform::Value& one : *errors) text += textOf(one);
+    } else if (const platform::ErrorPtr one = error.error()) {
+      text = " " + one->domain() + " " + std::to_string(one->code()) + " " +
+             one->localizedDescription();
+    }
+    return text;
+  }
+
+ protected:
+  /// One call of a block.
+  struct Call {
+    std::string taskName;
+    /// "started", "completed DETAILS" or "failed" and each error's domain, code and text.
+    std::string summary;
+    platform::Value uploadParams;
+    platform::Value error;
+  };
+
+  OnlineUploadFixture() {
+    platform::VRONetworkUtility::setTransport(transport_);
+    transport_->setHandler([this](const RecordedRequest& request) {
+      return request.url == kTemplateUrl ? template_ : answer_;
+    });
+  }
+  ~OnlineUploadFixture() override {
+    transport_->releaseAll();
+    awaitEndOfTasks();
+    EXPECT_EQ(calls().size(), awaited_);
+    platform::VRONetworkUtility::setTransport(nullptr);
+    binary::setTransferPolicy(binary::TransferPolicy::kCompatible);
+  }
+
+  void upload(const platform::Dictionary& configuration,
+              const std::optional<platform::Dictionary>& options = std::nullopt) {
+    const binary::UploadBlocks all = blocks();
+    manager_->createAndStartOnlineUploadTaskFor(
+        configuration, all.onBytesUploadStartedCompletionBlock,
+        all.onByteChunkUploadCompletedCompletionBlock, all.onBytesUploadCompletedCompletionBlock,
+        all.onUploadFailureCompletionBlock, options);
+  }
+  /// Uploads and waits for the end: the summaries, with ", " between.
+  std::string outcome(const platform::Dictionary& configuration,
+                      const std::optional<platform::Dictionary>& options = std::nullopt) {
+    const std::size_t first = awaited_;
+    upload(configuration, options);
+    awaitEnds(++ended_);
+    std::string result;
+    for (const Call& call : callsFrom(first)) result += (result.empty() ? "" : ", ") + call.summary;
+    return result;
+  }
+  /// Blocks that record their calls and then run `then`.
+  [[nodiscard]] binary::UploadBlocks blocks(const std::function<void()>& then = [] {}) const {
+    const auto add = [log = log_, then](Call call) {
+      {
+        const platform::MutexLock lock(log->mutex);
+        log->calls.push_back(std::move(call));
+      }
+      then();
+    };
+    return {
+        [add](const std::string& name, const platform::Value& params) {
+          add({name, "started", params, {}});
+        },
+        [add](const std::string& name, const platform::Value& params) {
+          add({name, "chunk", params, {}});
+        },
+        [add](const std::string& name, const std::string& details, const platform::Value& params) {
+          add({name, "completed " + details, params, {}});
+        },
+        [add](const std::string& name, const platform::Value& error,
+              const platform::Value& params) {
+          add({name, "failed" + textOf(error), params, error});
+        }};
+  }
+  [[nodiscard]] std::vector<Call> calls() const {
+    const platform::MutexLock lock(log_->mutex);
+    return log_->calls;
+  }
+  [[nodiscard]] std::vector<Call> callsFrom(std::size_t first) const {
+    const std::vector<Call> all = calls();
+    return {all.begin() + static_cast<std::ptrdiff_t>(first), all.end()};
+  }
+  /// Waits until this many uploads have ended since the beginning.
+  void awaitEnds(std::size_t count) {
+    ended_ = count;
+    EXPECT_TRUE(eventually([&] {
+      std::size_t ends = 0;
+      for (const Call& call : calls()) ends += call.summary == "started" ? 0 : 1;
+      return ends >= count;
+    }));
+    awaited_ = calls().size();
+  }
+  void awaitEndOfTasks() const {
+    EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == tasksBefore_; }));
+  }
+  void awaitHeld(std::size_t count) const {
+    EXPECT_TRUE(eventually([&] { return transport_->heldCount() == count; }));
+  }
+
+  /// A configuration that uploads `kBytes`; `more` wins.
+  static platform::Dictionary config(const platform::Dictionary& more = {}) {
+    platform::Dictionary dictionary{{"URL", kTemplateUrl},
+                                    {"rawBytes", platform::Data::fromBytes(kBytes)}};
+    dictionary.addEntries(more);
+    return dictionary;
+  }
+  [[nodiscard]] std::string writeFile(const std::string& name, const std::string& bytes) const {
+    std::ofstream(directory_ / name, std::ios::binary) << bytes;
+    return directory_ / name;
+  }
+  static constexpr char kTemplateUrl[] = "http://backend/template";
+  static constexpr char kBytes[] = "the bytes";
+
+  const std::size_t tasksBefore_ = platform::VSTask::liveCount();
+  const TemporaryDirectory directory_;
+  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
+  // Changed only while nothing is under way.
+  ScriptedAnswer template_;
+  ScriptedAnswer answer_ = answerWith(200, "stored");
+  std::shared_ptr<binary::OnlineBinaryUploadManager> manager_ =
+      std::make_shared<binary::OnlineBinaryUploadManager>();
+  std::size_t awaited_ = 0;
+  std::size_t ended_ = 0;
+
+ private:
+  struct Log {
+    platform::Mutex mutex;
+    std::vector<Call> calls VARO_GUARDED_BY(mutex);
+  };
+  const std::shared_ptr<Log> log_ = std::make_shared<Log>();
+};
+
+}  // namespace varo::test
