@@ -136,6 +136,10 @@ class OnlineUploadFixture : public testing::Test {
     std::ofstream(directory_ / name, std::ios::binary) << bytes;
     return directory_ / name;
   }
+  /// Templates that have the bytes go to a store, as they are and as a form.
+  static constexpr char kBinary[] = R"({"uploadMode":"binary","endpointUrl":"http://store/o"})";
+  static constexpr char kForm[] =
+      R"({"uploadMode":"multipart","endpointUrl":"http://store/o","requestBody":{"f":"file"}})";
   static constexpr char kTemplateUrl[] = "http://backend/template";
   static constexpr char kBytes[] = "the bytes";
 

@@ -1,0 +1,201 @@
+#include "Binary/Binary/UploadTask/BytesUploadHandlerTask.h"
+#include "Binary/Binary/UploadTask/MultiPartUploaderTask.h"
+#include "Binary/Binary/UploadTask/UploadTemplateGetterTask.h"
+#include "Platform/Foundation/Runtime.h"
+#include "tests/support/OnlineUploadFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <thread>
+
+namespace varo::binary {
+namespace {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::Value;
+using test::answerWith;
+using test::failWith;
+using test::RecordedRequest;
+using testing::StartsWith;
+
+const std::string kWrongStatus =
+    "6008 Unable to upload - Unexpected HTTP response code during upload";
+
+using OnlineUploadFailureTest = test::OnlineUploadFixture;
+
+TEST_F(OnlineUploadFailureTest, ConfigurationThatBreaksARuleIsReportedAndNothingIsSent) {
+  const std::string missing = "failed UploadError 6010 Unable to upload file - Missing parameter: ";
+  const std::string type =
+      "failed UploadError 6011 Unable to upload file - Invalid data type of parameter: ";
+  const std::string value =
+      "failed UploadError 6012 Unable to upload file - Invalid parameter value: ";
+  const Data bytes = Data::fromBytes("b");
+  const struct {
+    Dictionary configuration;
+    std::string outcome;
+  } cases[] = {
+      {{}, missing + "Invalid parameter received for uploadConfig"},
+      {{{"rawBytes", bytes}}, missing + "Could not find Url"},
+      {{{"URL", 5}}, type + "Invalid datatype found for Url"},
+      {{{"URL", nullptr}}, type + "Invalid datatype found for Url"},
+      {{{"URL", ""}}, value + "Empty url string"},
+      {{{"URL", "u"}}, missing + "Either FilePath or RawBytes needs to be specified"},
+      {{{"URL", "u"}, {"FilePath", writeFile("one", "1")}, {"rawBytes", bytes}},
+       value + "Both FilePath and RawBytes cannot be specified"},
+      {{{"URL", "u"}, {"FilePath", 5}}, type + "Invalid datatype found for Url"},
+      {{{"URL", "u"}, {"FilePath", writeFile("empty", "")}},
+       type + "No data present in given file"},
+      {{{"URL", "u"}, {"FilePath", directory_ / "none"}},
+       value + "Could not find File at given FilePath"},
+      {{{"URL", "u"}, {"rawBytes", "text"}}, type + "Invalid datatype found for rawData"},
+      {{{"URL", "u"}, {"rawBytes", Data()}}, value + "Null value found for rawData"},
+      {config({{"headers", "A: b"}}), type + "Invalid datatype found for headers"},
+      {config({{"uploadParams", "a"}}), type + "Invalid datatype found for uploadParams"},
+  };
+  for (const auto& item : cases) {
+    EXPECT_EQ(outcome(item.configuration), item.outcome);
+    EXPECT_EQ(calls().back().uploadParams, item.configuration["uploadParams"]);
+    EXPECT_EQ(OnlineBinaryUploadManager::validateInput(item.configuration)->domain(),
+              "UploadError");
+  }
+  EXPECT_EQ(OnlineBinaryUploadManager::validateInput(std::nullopt)->code(), 6010);
+  EXPECT_EQ(transport_->requestCount(), 0U);
+}
+
+TEST_F(OnlineUploadFailureTest, FailedRequestsAreReportedWithTheErrorsOfTheirTask) {
+  const std::string lost = "failed BackendUploaderTask 6006 Upload error: lost";
+  const struct {
+    test::ScriptedAnswer templateAnswer, answer;
+    std::string outcome;
+  } cases[] = {
+      {answerWith(201, "b"), {}, "failed UploadTemplateTask " + kWrongStatus + ": b"},
+      {answerWith(500, std::nullopt), {}, "failed UploadTemplateTask " + kWrongStatus + ": "},
+      {answerWith(401, R"({"secretAccessKey":"s","a":1})"),
+       {},
+       "failed UploadTemplateTask " + kWrongStatus + R"(: {"secretAccessKey":<redacted>,"a":1})"},
+      {failWith(7, "lost"), {}, lost},
+      {answerWith(200, kBinary), failWith(7, "lost"), "started, " + lost},
+      {answerWith(200, kForm), failWith(7, "lost"), "started, " + lost},
+      {answerWith(200, kBinary), answerWith(403, "why"),
+       "started, failed BackendUploaderTask " + kWrongStatus},
+      {answerWith(200, kBinary), answerWith(204, std::nullopt),
+       "started, failed BackendUploaderTask " + kWrongStatus},
+      {answerWith(200, kForm), answerWith(302, "why"),
+       "started, failed BackendUploadedTask " + kWrongStatus},
+      {answerWith(200, kForm), answerWith(201, "made"), "started, completed made"},
+  };
+  const Dictionary params{{"p", 1}};
+  for (const auto& item : cases) {
+    template_ = item.templateAnswer;
+    answer_ = item.answer;
+    EXPECT_EQ(outcome(config({{"uploadParams", params}})), item.outcome);
+    EXPECT_EQ(calls().back().uploadParams, Value(params));
+    if (const platform::Array* errors = calls().back().error.array()) {
+      EXPECT_EQ((*errors)[0].error()->userInfo().size(), 1U);  // the message alone
+    }
+  }
+}
+
+/// What a task raises for an error without an answer. Checks that it raises no second one after an
+/// answer that was one.
+template <typename Task>
+std::string errorsOf() {
+  const auto lost = platform::Error::make("d", 1, "lost");
+  const auto told = std::make_shared<Task>("told");
+  told->checkForErrors(nullptr);
+  told->checkForErrors(lost);
+  const auto answered = std::make_shared<Task>("answered");
+  answered->processNetworkResponse({}, std::nullopt);
+  answered->checkForErrors(lost);
+  EXPECT_EQ(answered->errors().size(), 1U);
+  return test::OnlineUploadFixture::textOf(told->errorContext()["Errors"]);
+}
+
+TEST_F(OnlineUploadFailureTest, ErrorBesideAnAnswerIsRaisedUnlessTheAnswerWasOne) {
+  EXPECT_EQ(errorsOf<UploadTemplateGetterTask>(), " UploadTemplateTask 6006 Upload error: lost");
+  EXPECT_EQ(errorsOf<MultiPartUploaderTask>(), " BackendUploadedTask 6006 Upload error: lost");
+  EXPECT_EQ(errorsOf<BytesUploadHandlerTask>(), " BackendUploaderTask 6006 Upload error: lost");
+}
+
+TEST_F(OnlineUploadFailureTest, PoliciesDifferWhereBytesWouldBeLost) {
+  const std::string path = writeFile("f", kBytes);
+  const auto vanishing = [&](const std::string& uploadTemplate) {
+    (void)writeFile("f", kBytes);
+    transport_->setHandler([=, this](const RecordedRequest& request) {
+      std::filesystem::remove(path);  // after it was validated
+      return request.url == kTemplateUrl ? answerWith(200, uploadTemplate) : answer_;
+    });
+    return outcome({{"URL", kTemplateUrl}, {"FilePath", path}});
+  };
+  const std::string lossy = R"({"uploadMode":"multipart","endpointUrl":"http://store/o",)"
+                            R"("requestBody":{"f":"fileContent","m":{}}})";
+  EXPECT_EQ(vanishing(kBinary), "started, completed stored");
+  EXPECT_EQ(transport_->requests().back().body, "");
+  template_ = answerWith(200, lossy);
+  EXPECT_EQ(vanishing(lossy), "started, completed stored");
+
+  setTransferPolicy(TransferPolicy::kSafe);
+  const std::size_t before = transport_->requestCount();
+  EXPECT_THAT(vanishing(kBinary),
+              StartsWith("failed BackendUploaderTask 6007 Unable to upload file - unknown error "
+                         "while uploading: "));
+  EXPECT_THAT(vanishing(kForm), StartsWith("failed BackendUploadedTask 6007 "));
+  transport_->setHandler([&](const RecordedRequest& request) {
+    return request.url == kTemplateUrl ? template_ : answer_;
+  });
+  EXPECT_EQ(outcome(config()),
+            "started, failed BackendUploadedTask 6012 Unable to upload file - Invalid parameter "
+            "value: the upload template's requestBody has no part for the file's bytes");
+  EXPECT_EQ(transport_->requestCount(), before + 3);  // the templates'
+
+  template_ = answerWith(200, kBinary);
+  answer_ = answerWith(403, "the reason");
+  EXPECT_EQ(outcome(config()), "started, failed BackendUploaderTask " + kWrongStatus);
+  const Dictionary userInfo = (*calls().back().error.array())[0].error()->userInfo();
+  EXPECT_EQ(userInfo["httpStatusCode"], Value(403));
+  EXPECT_EQ(userInfo["responseBody"], Value("the reason"));
+}
+
+/// Is copied by the thread that made it alone.
+struct ThrowsWhenCopiedElsewhere {
+  ThrowsWhenCopiedElsewhere() = default;
+  ThrowsWhenCopiedElsewhere(const ThrowsWhenCopiedElsewhere& other) : thread(other.thread) {
+    if (std::this_thread::get_id() != thread) throw std::runtime_error("a copy");
+  }
+  void operator()(const std::string& /*name*/, const Value& /*params*/) const {}
+  std::thread::id thread = std::this_thread::get_id();
+};
+
+TEST_F(OnlineUploadFailureTest, ExceptionWhileStartingIsReported) {
+  UploadBlocks all = blocks();
+  manager_->createAndStartOnlineUploadTaskFor(config({{"uploadParams", Dictionary{{"p", 1}}}}),
+                                              ThrowsWhenCopiedElsewhere(), nullptr, nullptr,
+                                              all.onUploadFailureCompletionBlock, std::nullopt);
+  awaitEnds(1);
+  EXPECT_EQ(calls()[0].summary,
+            "failed UploadError 6006 Upload error, Exception occured  : a copy");
+  EXPECT_EQ(calls()[0].uploadParams, Value(Dictionary{{"p", 1}}));
+}
+
+TEST_F(OnlineUploadFailureTest, ShutdownTellsEveryUploadAndRefusesWhatFollows) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";  // the runtime ends once a process
+  const auto tellsAll = [this] {
+    transport_->hold();
+    for (int i = 0; i < 20; ++i) upload(config());
+    awaitHeld(5);
+    platform::Runtime::shared().shutdown();
+    const bool allTold = calls().size() == 20;
+    upload(config());
+    return allTold && calls().size() == 21 &&
+           calls()[20].summary ==
+               "failed UploadError 6006 Upload error: The library has been shut down";
+  };
+  EXPECT_EXIT(std::_Exit(tellsAll() ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace varo::binary
