@@ -111,16 +111,18 @@ bool hasHeader(const Dictionary& headers, std::string_view name) {
   return existingHeader(headers, name).has_value();
 }
 
-Result<std::string> readTokenFile(const std::string& path) {
+Result<std::string> readTokenFile(const std::string& path, std::string_view what) {
   // A stream, since the token may come through a pipe.
   std::ifstream stream(path, std::ios::binary);
-  if (!stream) return platform::Error::fromErrno(errno, "cannot read the token file", path);
+  if (!stream) {
+    return platform::Error::fromErrno(errno, fmt::format("cannot read the {} file", what), path);
+  }
   std::string content(kLongestToken, '\0');
   stream.read(content.data(), static_cast<std::streamsize>(content.size()));
   content.resize(static_cast<std::size_t>(stream.gcount()));
   const std::string_view token = trim(std::string_view(content).substr(0, content.find('\n')));
   const bool usable = !token.empty() && std::none_of(token.begin(), token.end(), isControl);
-  if (!usable) return usageError(fmt::format("the first line of '{}' is not a token", path));
+  if (!usable) return usageError(fmt::format("the first line of '{}' is not a {}", path, what));
   return std::string(token);
 }
 

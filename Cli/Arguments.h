@@ -34,9 +34,10 @@ using TextPair = std::pair<std::string, std::string>;
 void setHeader(platform::Dictionary& headers, std::string name, std::string value);
 [[nodiscard]] bool hasHeader(const platform::Dictionary& headers, std::string_view name);
 
-/// The token in the file at `path`: its first line, without blanks around it. An error when there
-/// is none or the file cannot be read.
-[[nodiscard]] platform::Result<std::string> readTokenFile(const std::string& path);
+/// The token, or other secret that `what` names, in the file at `path`: its first line, without
+/// blanks around it. An error when there is none or the file cannot be read.
+[[nodiscard]] platform::Result<std::string> readTokenFile(const std::string& path,
+                                                          std::string_view what = "token");
 
 /// An error in what was typed.
 [[nodiscard]] platform::ErrorPtr usageError(std::string message);

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <functional>
 #include <utility>
 
@@ -75,6 +76,8 @@ class Parser {
   static void meta(CLI::App* app, Dictionary& target);
 
   void addToken(const std::string& tokenVariable);
+  /// Takes the store's secret from the environment where no option gives it.
+  void completeStore();
   [[nodiscard]] std::optional<std::string> complaintAboutRest() const;
   [[nodiscard]] std::string explain(const CLI::ParseError& error) const;
   /// The command that was named, or the group that it would be in, such as "blob"; null for none.
@@ -269,13 +272,38 @@ void Parser::defineBlob() {
 }
 
 void Parser::defineSandbox() {
-  CLI::App* command = addCommand(&app_, "sandbox", sandbox_);
+  CLI::App* command = addCommand(&app_, "sandbox", sandbox_, [this] { completeStore(); });
   parsed(command, "--port", sandbox_.port, parsePort);
   parsed(command, "--store-port", sandbox_.storePort, parsePort);
   command->add_option("--data", sandbox_.dataDirectory);
   command->add_option("--example-db", sandbox_.exampleDatabase);
   command->add_option("--token-required", sandbox_.requiredToken);
   command->add_option("--listen", sandbox_.address);
+  parsed(command, "--object-store", sandbox_.objectStore, parseStoreUrl);
+  command->add_option("--access-key", sandbox_.accessKey);
+  CLI::Option* secret = command->add_option("--secret-key", sandbox_.secretKey);
+  constexpr const char* kSecretFile = "--secret-key-file";
+  command
+      ->add_option_function<std::string>(kSecretFile,
+                                         [this](const std::string& path) {
+                                           sandbox_.secretKey = acceptOrReject(
+                                               kSecretFile, readTokenFile(path, "secret key"));
+                                         })
+      ->excludes(secret);
+  command->add_option("--region", sandbox_.region);
+  command->add_flag("--allow-unsigned", sandbox_.allowsUnsigned);
+}
+
+void Parser::completeStore() {
+  const char* variable = std::getenv("VARO_SECRET_KEY");
+  if (sandbox_.secretKey.empty() && variable != nullptr) sandbox_.secretKey = variable;
+  const bool hasKeys = !sandbox_.accessKey.empty() && !sandbox_.secretKey.empty();
+  // The sandbox's own keys open nothing elsewhere.
+  if (!sandbox_.objectStore.empty() && !hasKeys) {
+    reject("--object-store",
+           "needs --access-key, and the secret from --secret-key-file, VARO_SECRET_KEY or "
+           "--secret-key");
+  }
 }
 
 void Parser::defineDemo() { addCommand(&app_, "demo", demo_); }

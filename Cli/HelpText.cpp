@@ -52,6 +52,7 @@ Global options, before or after the command:
 
 Environment:
   VARO_TOKEN              the authorization token, where no option gives one
+  VARO_SECRET_KEY         the secret of the sandbox's object store, likewise
   NO_COLOR                set to anything: no colours
 
 Exit status: 0 success, 1 the operation failed, 2 wrong usage, 130 interrupted.
@@ -259,14 +260,16 @@ Examples:
 )";
 
 constexpr std::string_view kSandbox =
-    R"(Run a complete local back end: an object service, a blob service, and an outside object
-store.
+    R"(Run a complete local back end: an object service, a blob service, templates of online
+transfers, and an object store that checks signatures (AWS Signature Version 4).
 
 Usage: varobinary [GLOBAL] sandbox [--port N] [--store-port N] [--data DIR]
            [--example-db FILE] [--token-required T] [--listen ADDRESS]
+           [--object-store URL] [--access-key K] [--secret-key-file FILE] [--region R]
+           [--allow-unsigned]
 
   --port N                port of the object and blob services (default: any free one)
-  --store-port N          port of the outside object store (default: any free one)
+  --store-port N          port of the object store (default: any free one)
   --data DIR              keep records and bytes in DIR and serve what is there already
                           (default: a temporary directory, removed at the end)
   --example-db FILE       make an SQLite database in FILE with a table of employees whose
@@ -274,14 +277,26 @@ Usage: varobinary [GLOBAL] sandbox [--port N] [--store-port N] [--data DIR]
   --token-required T      refuse requests that do not carry the token T
   --listen ADDRESS        address to listen on (default 127.0.0.1, this machine only).
                           The sandbox is no server for others: mind who can reach it
+  --object-store URL      templates point at this S3-compatible store instead of the
+                          sandbox's own: scheme, host and port. Where a bucket stands in the
+                          path, names of objects begin with it
+  --access-key K          access key of the store (default: sandbox)
+  --secret-key-file FILE  take its secret from the first line of FILE; default: the variable
+                          VARO_SECRET_KEY, or sandbox-secret-key for the sandbox's own store
+  --secret-key S          the secret. Other users of this machine can see it in the list of
+                          processes
+  --region R              region of the store (default us-east-1)
+  --allow-unsigned        the sandbox's own store takes requests without a signature, too
 
 Prints one line when it accepts connections, and runs until it is interrupted (Ctrl-C).
-With --json the line is {"event":"ready","url":...,"blobUrl":...,"storeUrl":...}.
+With --json the line is {"event":"ready","url":...,"blobUrl":...,"templateUrl":...,
+"storeUrl":...}.
 
 Examples:
   varobinary sandbox --port 8080
   varobinary sandbox --data ./back-end --token-required secret
   varobinary sandbox --example-db try/Library/WEBSQLDIRECTORY/staff.db
+  varobinary sandbox --object-store https://s3.example.com --access-key K --secret-key-file s
 )";
 
 constexpr std::string_view kDemo =

@@ -69,6 +69,21 @@ Result<binary::TransferPolicy> parsePolicy(const std::string& text) {
   return usageError(fmt::format("'{}' is neither safe nor compatible", text));
 }
 
+Result<std::string> parseStoreUrl(const std::string& text) {
+  const std::size_t scheme = text.starts_with("http://")    ? 7
+                             : text.starts_with("https://") ? 8
+                                                            : std::string::npos;
+  const std::string url = text.ends_with('/') ? text.substr(0, text.size() - 1) : text;
+  const std::string_view authority = std::string_view(url).substr(std::min(scheme, url.size()));
+  const bool usable =
+      !authority.empty() && std::all_of(authority.begin(), authority.end(), [](char c) {
+        return c > ' ' && c < 0x7F &&
+               std::string_view("/?#@\\\"").find(c) == std::string_view::npos;
+      });
+  if (usable) return url;
+  return usageError(fmt::format("'{}' is not scheme, host and port of a store", text));
+}
+
 Result<std::int64_t> parseChunkSize(const std::string& text) {
   if (const auto size = parseByteCount(text)) return *size;
   return usageError(fmt::format("'{}' is not a positive size", text));

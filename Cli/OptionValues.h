@@ -21,6 +21,8 @@ namespace varo::cli {
 [[nodiscard]] platform::Result<std::uint16_t> parsePort(const std::string& text);
 [[nodiscard]] platform::Result<platform::LogLevel> parseLogLevel(const std::string& text);
 [[nodiscard]] platform::Result<binary::TransferPolicy> parsePolicy(const std::string& text);
+/// Scheme (http or https), host and port of a store; a slash at the end is dropped.
+[[nodiscard]] platform::Result<std::string> parseStoreUrl(const std::string& text);
 /// Bytes; see `parseByteCount`.
 [[nodiscard]] platform::Result<std::int64_t> parseChunkSize(const std::string& text);
 

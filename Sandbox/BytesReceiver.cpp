@@ -5,10 +5,7 @@
 #include "Sandbox/ServiceStatus.h"
 
 namespace varo::sandbox {
-namespace {
-
-// A refusal by the writer has its reason there, and `finish` tells it.
-std::optional<WriteProblem> problemOf(RequestBody::End end, bool bodyIsWrong) {
+std::optional<WriteProblem> problemOf(RequestBody::End end) {
   switch (end) {
     case RequestBody::End::kBroken:
       return WriteProblem{kBadBody, "the body broke off"};
@@ -18,11 +15,8 @@ std::optional<WriteProblem> problemOf(RequestBody::End end, bool bodyIsWrong) {
     case RequestBody::End::kRefused:
       break;
   }
-  if (bodyIsWrong) return WriteProblem{kBadBody, "the body is not one multipart/form-data part"};
   return std::nullopt;
 }
-
-}  // namespace
 
 bool isMultipart(const HttpRequest& request) {
   const std::string* type = request.header("Content-Type");
@@ -45,7 +39,8 @@ std::optional<WriteProblem> receiveBytes(const HttpRequest& request, RequestBody
   } else {
     end = body.readInto(write);
   }
-  if (auto problem = problemOf(end, bodyIsWrong)) return problem;
+  if (auto problem = problemOf(end)) return problem;
+  if (bodyIsWrong) return WriteProblem{kBadBody, "the body is not one multipart/form-data part"};
   return writer.finish();
 }
 

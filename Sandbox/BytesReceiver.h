@@ -15,6 +15,9 @@ class BlobWriter;
 [[nodiscard]] std::optional<WriteProblem> receiveBytes(const HttpRequest& request,
                                                        RequestBody& body, BlobWriter& writer);
 
+/// What is wrong with a body that ended so. A sink that refused knows its own reason.
+[[nodiscard]] std::optional<WriteProblem> problemOf(RequestBody::End end);
+
 /// Whether the request says that its body is multipart/form-data.
 [[nodiscard]] bool isMultipart(const HttpRequest& request);
 

@@ -7,7 +7,8 @@ namespace varo::sandbox {
 namespace {
 
 constexpr std::size_t kMaxHeaderLines = 200;
-constexpr std::size_t kMaxPathLength = 2048;
+// Room for an object's key of 1 KiB with every byte encoded.
+constexpr std::size_t kMaxPathLength = 4096;
 
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 

@@ -14,7 +14,12 @@ constexpr std::size_t kMaxBoundary = 70;  // RFC 2046, 5.1.1
 }  // namespace
 
 MultipartReader::MultipartReader(std::string_view boundary, Sink sink)
-    : delimiter_("\r\n--" + std::string(boundary)), sink_(std::move(sink)) {}
+    : MultipartReader(boundary, nullptr, std::move(sink)) {}
+
+MultipartReader::MultipartReader(std::string_view boundary, PartStart partStart, Sink sink)
+    : delimiter_("\r\n--" + std::string(boundary)),
+      partStart_(std::move(partStart)),
+      sink_(std::move(sink)) {}
 
 bool MultipartReader::push(std::string_view piece) {
   if (state_ == State::kEnd) return true;  // What follows the end is to be ignored.
@@ -39,6 +44,7 @@ bool MultipartReader::step() {
       const std::size_t end = pending_.find("\r\n\r\n");
       if (end == std::string::npos) return pending_.size() <= kMaxPartHead || fail();
       if (!pending_.starts_with("\r\n")) return fail();
+      if (partStart_ && !partStart_(std::string_view(pending_).substr(2, end))) return fail();
       pending_.erase(0, end + 4);
       state_ = State::kContent;
       return true;
@@ -47,6 +53,10 @@ bool MultipartReader::step() {
       return readContent();
     case State::kAfterPart:
       if (pending_.size() < 2) return true;
+      if (partStart_ && pending_.starts_with("\r\n")) {
+        state_ = State::kHead;
+        return true;
+      }
       if (!pending_.starts_with("--")) return fail();
       state_ = State::kEnd;
       return true;

@@ -23,10 +23,14 @@ std::vector<std::string> segmentsOf(std::string_view path) {
 
 std::optional<std::vector<std::string>> match(const std::vector<std::string>& pattern,
                                               const std::vector<std::string>& path) {
-  if (pattern.size() != path.size()) return std::nullopt;
+  const bool takesRest = pattern.back() == "**";
+  if (takesRest ? path.size() < pattern.size() : path.size() != pattern.size()) return std::nullopt;
   std::vector<std::string> arguments;
   for (std::size_t i = 0; i < pattern.size(); ++i) {
-    if (pattern[i] == "*") {
+    if (pattern[i] == "**") {
+      const auto rest = path.begin() + static_cast<std::ptrdiff_t>(i);
+      arguments.push_back(fmt::format("{}", fmt::join(rest, path.end(), "/")));
+    } else if (pattern[i] == "*") {
       arguments.push_back(path[i]);
     } else if (pattern[i] != path[i]) {
       return std::nullopt;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Sandbox/DeleteKind.h"
+#include "Sandbox/ObjectStoreOptions.h"
 #include "Sandbox/TemplateKind.h"
 
 #include <cstdint>
@@ -27,6 +28,8 @@ struct SandboxOptions {
   TemplateKind defaultTemplate;
   /// Of files that ask for nothing special.
   DeleteKind defaultDelete;
+  /// Of online transfers.
+  ObjectStoreOptions objectStore;
 };
 
 }  // namespace varo::sandbox

@@ -11,6 +11,8 @@
 #include "Sandbox/FaultInjector.h"
 #include "Sandbox/HttpListener.h"
 #include "Sandbox/ObjectService.h"
+#include "Sandbox/ObjectStore.h"
+#include "Sandbox/OnlineService.h"
 #include "Sandbox/OutsideStore.h"
 #include "Sandbox/RecordStore.h"
 #include "Sandbox/RequestLog.h"
@@ -69,13 +71,20 @@ struct SandboxServer::Running {
         serviceBytes(madeDirectory(options.dataDirectory + "/files"), "files", records),
         outsideBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
         blobBytes(madeDirectory(options.dataDirectory + "/blobs"), "blobs", records),
+        storeBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
         blobs(records, blobBytes),
         objectService({records, serviceBytes, outsideBytes}, options.defaultTemplate,
                       [this, address = options.address] { return origin(address, store.port()); }),
         bytesService(records, serviceBytes),
         deleteService({records, serviceBytes, outsideBytes}, shared.defaultDelete),
         blobService(blobs),
+        onlineService(storeBytes, options.objectStore,
+                      [this, address = options.address] {
+                        return OnlineService::Origins{origin(address, service.port()),
+                                                      origin(address, store.port())};
+                      }),
         outsideStore(outsideBytes),
+        objectStore(storeBytes, options.objectStore),
         controlService(shared.faults, shared.log, shared.defaultDelete),
         blobControl(blobs),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
@@ -95,7 +104,10 @@ struct SandboxServer::Running {
     blobService.registerRoutes(servicePipeline.router());
     blobControl.registerRoutes(servicePipeline.router());
     controlService.registerRoutes(servicePipeline.router());
+    onlineService.registerRoutes(servicePipeline.router());
     outsideStore.registerRoutes(storePipeline.router());
+    // Last, since it takes whatever is left.
+    objectStore.registerRoutes(storePipeline.router());
   }
 
   ~Running() { stopSignal.raise(); }
@@ -105,12 +117,15 @@ struct SandboxServer::Running {
   ByteStore serviceBytes;
   ByteStore outsideBytes;
   ByteStore blobBytes;
+  ByteStore storeBytes;
   BlobCatalog blobs;
   ObjectService objectService;
   BytesService bytesService;
   DeleteService deleteService;
   BlobService blobService;
+  OnlineService onlineService;
   OutsideStore outsideStore;
+  ObjectStore objectStore;
   ControlService controlService;
   BlobControl blobControl;
   RequestPipeline servicePipeline;
@@ -155,6 +170,10 @@ std::string SandboxServer::url() const {
 
 std::string SandboxServer::blobUrl() const {
   return fmt::format("{}{}{}", originUrl(), kServicesPath, kBlobsPath);
+}
+
+std::string SandboxServer::templateUrl() const {
+  return fmt::format("{}{}{}{}", originUrl(), kServicesPath, kOnlinePath, kTemplatesPath);
 }
 
 std::string SandboxServer::originUrl() const {

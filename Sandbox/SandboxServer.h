@@ -12,9 +12,9 @@
 
 namespace varo::sandbox {
 
-/// A complete back end in this process: the object service, the blob service and the control
-/// endpoint on one port, an outside object store on another. docs/sandbox.md describes what they
-/// answer.
+/// A complete back end in this process: the object service, the blob service, the service of online
+/// transfers and the control endpoint on one port, object stores on another. docs/sandbox.md
+/// describes what they answer.
 ///
 /// Thread-safe, except that `start`, `stop`, `putBlob` and the destructor exclude each other.
 class SandboxServer {
@@ -39,12 +39,14 @@ class SandboxServer {
   /// more. Does nothing when nothing runs.
   void stop();
 
-  /// The base URL that an application is given. This and the next three are of the last start, and
+  /// The base URL that an application is given. This and the next four are of the last start, and
   /// stay what they were after `stop`.
   [[nodiscard]] std::string url() const;
   /// The base URL of binary columns of records. It ends in a slash.
   [[nodiscard]] std::string blobUrl() const;
-  /// The outside store's scheme, host and port.
+  /// Where online uploads ask for their templates.
+  [[nodiscard]] std::string templateUrl() const;
+  /// The sandbox's own store's scheme, host and port.
   [[nodiscard]] std::string storeUrl() const;
   /// Scheme, host and port of the object service, below which "/control/" lies.
   [[nodiscard]] std::string originUrl() const;

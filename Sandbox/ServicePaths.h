@@ -15,6 +15,10 @@ inline constexpr std::string_view kBlobsPath = "/blobs/";
 inline constexpr std::string_view kFilesPath = "/objects/File";
 inline constexpr std::string_view kBytesPath = "/bytes/";
 inline constexpr std::string_view kOperationsPath = "/operations";
+/// The service of online transfers, behind "services", and what lies below it.
+inline constexpr std::string_view kOnlinePath = "/online";
+inline constexpr std::string_view kTemplatesPath = "/templates";
+inline constexpr std::string_view kOnlineObjectsPath = "/objects/";
 /// On the outside store.
 inline constexpr std::string_view kStoreObjectsPath = "/objects/";
 inline constexpr std::string_view kAppendQuery = "mode=append";

@@ -17,6 +17,15 @@ namespace varo::cli {
 namespace {
 
 constexpr std::string_view kErrorDomain = "Sandbox";
+sandbox::ObjectStoreOptions storeOptions(const SandboxCommandOptions& options) {
+  sandbox::ObjectStoreOptions store;
+  store.outsideUrl = options.objectStore;
+  if (!options.accessKey.empty()) store.accessKey = options.accessKey;
+  if (!options.secretKey.empty()) store.secretKey = options.secretKey;
+  if (!options.region.empty()) store.region = options.region;
+  store.requiresSignature = !options.allowsUnsigned;
+  return store;
+}
 
 /// How to bring the photos of the example database down, where a home directory has it in the place
 /// for databases.
@@ -52,6 +61,7 @@ std::string instructions(const sandbox::SandboxServer& server,
                         sandbox::ExampleDatabase::kTable, sandbox::ExampleDatabase::kPhotoColumn);
   return fmt::format(
       "  blob service  {4}\n"
+      "  templates     {7}\n"
       "  object store  {1}\n"
       "  data          {2}\n"
       "{5}"
@@ -65,7 +75,7 @@ std::string instructions(const sandbox::SandboxServer& server,
       "\n"
       "Ctrl-C stops it.",
       server.url(), server.storeUrl(), data, command, server.blobUrl(), example,
-      blobInstructions(command, options.exampleDatabase, server.blobUrl()));
+      blobInstructions(command, options.exampleDatabase, server.blobUrl()), server.templateUrl());
 }
 
 }  // namespace
@@ -84,6 +94,7 @@ int run(Session& session, const SandboxCommandOptions& options) {
   settings.port = options.port;
   settings.storePort = options.storePort;
   settings.requiredToken = options.requiredToken;
+  settings.objectStore = storeOptions(options);
 
   sandbox::SandboxServer server(settings);
   auto error = server.start();
@@ -94,10 +105,12 @@ int run(Session& session, const SandboxCommandOptions& options) {
     const platform::ErrorPtr failure = platform::Error::make(kErrorDomain, 1, error->message);
     return session.finish({Outcome::Kind::kFailure, failure});
   }
-  session.output().event(
-      "ready",
-      {{"url", server.url()}, {"blobUrl", server.blobUrl()}, {"storeUrl", server.storeUrl()}},
-      [&] { return fmt::format("Sandbox ready at {}\n", server.url()); });
+  session.output().event("ready",
+                         {{"url", server.url()},
+                          {"blobUrl", server.blobUrl()},
+                          {"templateUrl", server.templateUrl()},
+                          {"storeUrl", server.storeUrl()}},
+                         [&] { return fmt::format("Sandbox ready at {}\n", server.url()); });
   session.output().note(instructions(server, options));
   if (server.isReachableFromOutside()) {
     session.output().note(

@@ -18,6 +18,14 @@ struct SandboxCommandOptions {
   std::string exampleDatabase;
   /// The token that requests must carry; empty: none.
   std::string requiredToken;
+  /// An S3-compatible store that templates point at; empty: the sandbox's own.
+  std::string objectStore;
+  /// The store's keys and region; empty: the sandbox's own ones.
+  std::string accessKey;
+  std::string secretKey;
+  std::string region;
+  /// Whether the sandbox's own store takes requests without a signature, too.
+  bool allowsUnsigned = false;
 };
 
 /// Runs a sandbox until the user interrupts it. Returns the exit status.
