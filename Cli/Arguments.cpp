@@ -111,7 +111,7 @@ bool hasHeader(const Dictionary& headers, std::string_view name) {
   return existingHeader(headers, name).has_value();
 }
 
-Result<std::string> readTokenFile(const std::string& path, std::string_view what) {
+Result<std::string> readSecretFile(const std::string& path, std::string_view what) {
   // A stream, since the token may come through a pipe.
   std::ifstream stream(path, std::ios::binary);
   if (!stream) {

@@ -36,8 +36,8 @@ void setHeader(platform::Dictionary& headers, std::string name, std::string valu
 
 /// The token, or other secret that `what` names, in the file at `path`: its first line, without
 /// blanks around it. An error when there is none or the file cannot be read.
-[[nodiscard]] platform::Result<std::string> readTokenFile(const std::string& path,
-                                                          std::string_view what = "token");
+[[nodiscard]] platform::Result<std::string> readSecretFile(const std::string& path,
+                                                           std::string_view what = "token");
 
 /// An error in what was typed.
 [[nodiscard]] platform::ErrorPtr usageError(std::string message);

@@ -188,7 +188,9 @@ void Parser::defineGlobal() {
     global_.options = acceptOrReject("--option", typedDictionary(pairs));
   });
   CLI::Option* token = app_.add_option("--token", token_);
-  parsed(&app_, "--token-file", token_, readTokenFile)->excludes(token);
+  parsed(&app_, "--token-file", token_, [](const std::string& path) {
+    return readSecretFile(path, "token");
+  })->excludes(token);
   parsed(&app_, "--policy", global_.policy, parsePolicy);
   app_.add_option("--cacert", global_.caFile);
   parsed(&app_, "--connect-timeout", global_.connectTimeout, parseSeconds);
@@ -287,7 +289,7 @@ void Parser::defineSandbox() {
       ->add_option_function<std::string>(kSecretFile,
                                          [this](const std::string& path) {
                                            sandbox_.secretKey = acceptOrReject(
-                                               kSecretFile, readTokenFile(path, "secret key"));
+                                               kSecretFile, readSecretFile(path, "secret key"));
                                          })
       ->excludes(secret);
   command->add_option("--region", sandbox_.region);
