@@ -93,8 +93,9 @@ TEST_F(OnlineUploadFailureTest, FailedRequestsAreReportedWithTheErrorsOfTheirTas
     template_ = item.templateAnswer;
     answer_ = item.answer;
     EXPECT_EQ(outcome(config({{"uploadParams", params}})), item.outcome);
-    EXPECT_EQ(calls().back().uploadParams, Value(params));
-    if (const platform::Array* errors = calls().back().error.array()) {
+    const Call last = calls().back();
+    EXPECT_EQ(last.uploadParams, Value(params));
+    if (const platform::Array* errors = last.error.array()) {
       EXPECT_EQ((*errors)[0].error()->userInfo().size(), 1U);  // the message alone
     }
   }
