@@ -115,14 +115,14 @@ void OnlineBinaryUploadManager::createAndStartOnlineUploadTaskFor(
     OnBytesUploadCompleted::Function andOnBinaryUploadCompletedCompletionBlock,
     OnUploadFailure::Function andOnUploadFailureCompletionBlock,
     const std::optional<Dictionary>& andOptions) {
-  Upload upload{configuration,
-                {std::move(withOnBinaryUploadStartedCompletionBlock),
-                 std::move(andOnChunkUploadCompletedCompletionBlock),
-                 std::move(andOnBinaryUploadCompletedCompletionBlock),
-                 std::move(andOnUploadFailureCompletionBlock)},
-                andOptions};
-  onlineUploadQueue().async(
-      [self = shared_from_this(), upload = std::move(upload)] { self->start(upload); });
+  const auto upload =
+      std::make_shared<const Upload>(Upload{configuration,
+                                            {std::move(withOnBinaryUploadStartedCompletionBlock),
+                                             std::move(andOnChunkUploadCompletedCompletionBlock),
+                                             std::move(andOnBinaryUploadCompletedCompletionBlock),
+                                             std::move(andOnUploadFailureCompletionBlock)},
+                                            andOptions});
+  onlineUploadQueue().async([self = shared_from_this(), upload] { self->start(upload); });
 }
 
 std::string OnlineBinaryUploadManager::makeSessionId() const {
@@ -142,16 +142,16 @@ std::string OnlineBinaryUploadManager::makeSessionId() const {
                      uuid);
 }
 
-void OnlineBinaryUploadManager::start(const Upload& upload) {
+void OnlineBinaryUploadManager::start(const std::shared_ptr<const Upload>& upload) {
   const std::string sessionId = makeSessionId();
   logger().logInfo(kStarting, sessionId);
   // Not on this queue: a block may wait for an upload that it starts.
   const auto fail = [&](const ErrorPtr& error) {
-    platform::Runtime::shared().pool().postOrRun(
-        [block = upload.blocks.onUploadFailureCompletionBlock, sessionId, error,
-         params = upload.configuration.value_or(Dictionary())[keys::kUploadParams]] {
-          callFailure(block, sessionId, error, params);
-        });
+    platform::Runtime::shared().pool().postOrRun([upload, sessionId, error] {
+      const Dictionary configuration = upload->configuration.value_or(Dictionary());
+      callFailure(upload->blocks.onUploadFailureCompletionBlock, sessionId, error,
+                  configuration[keys::kUploadParams]);
+    });
   };
   const auto failWith = [&](std::string_view exception) {
     logger().logError(kStartFailed, exception);
@@ -161,7 +161,7 @@ void OnlineBinaryUploadManager::start(const Upload& upload) {
                                 {kUploadFailure, kExceptionOccured, exception})));
   };
   try {
-    if (const ErrorPtr error = validateInput(upload.configuration)) {
+    if (const ErrorPtr error = validateInput(upload->configuration)) {
       logger().logError(kInvalidInput, error->localizedDescription());
       return fail(error);
     }
@@ -171,7 +171,7 @@ void OnlineBinaryUploadManager::start(const Upload& upload) {
           kUploadErrorDomain, kCodeUploadFailure,
           platform::formatMessage(kMessageAndDetail, {kUploadFailure, kLibraryShutDown})));
     }
-    schedule(sessionId, upload);
+    schedule(sessionId, *upload);
   } catch (const std::exception& exception) {
     failWith(exception.what());
   } catch (...) {

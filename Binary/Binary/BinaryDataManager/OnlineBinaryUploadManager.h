@@ -78,7 +78,7 @@ class OnlineBinaryUploadManager final
   /// Serialises the starts of all managers.
   static platform::SerialQueue& onlineUploadQueue();
   [[nodiscard]] std::string makeSessionId() const;
-  void start(const Upload& upload);
+  void start(const std::shared_ptr<const Upload>& upload);
   void schedule(const std::string& sessionId, const Upload& upload);
   void templateTaskEnded(UploadTemplateGetterTask& task, platform::TaskState state);
   void templateReceived(UploadTemplateGetterTask& task);
