@@ -79,6 +79,23 @@ SerialQueue& chunkQueue() {
   return queue;
 }
 
+/// The keys of object stores often hold slashes, for which there are no folders. In
+/// percent-encoding, then, so that keys that differ have files that do.
+std::string withoutSlashes(const std::string& blobId) {
+  if (blobId.find('/') == std::string::npos) return blobId;
+  std::string name;
+  for (const char c : blobId) {
+    if (c == '/') {
+      name += "%2F";
+    } else if (c == '%') {
+      name += "%25";
+    } else {
+      name += c;
+    }
+  }
+  return name;
+}
+
 Value number(TaskState state) { return static_cast<std::int64_t>(state); }
 
 bool tellsOfAnotherObject(const Dictionary& context) {
@@ -151,15 +168,17 @@ std::string DataPersistenceTask::computeFilePath() const {
   const std::string directory =
       getDirectoryPath(std::string(isOnline ? kOnlineFolder : kOfflineFolder));
   const std::string fileName =
-      isOnline ? platform::formatMessage("%d_%@", {CommonUtils::getEpochTime(), getBlobID()})
+      isOnline ? platform::formatMessage("%d_%@",
+                                         {CommonUtils::getEpochTime(), withoutSlashes(getBlobID())})
                : getBlobID();
-  // A blob id is what a server or a database says.
-  if (!platform::staysInDirectory(directory, fileName)) return {};
+  // A blob id is what a server or a database says. One component that begins with digits leads
+  // nowhere else, whatever it holds.
+  if (!isOnline && !platform::staysInDirectory(directory, fileName)) return {};
   return directory + "/" + fileName;
 }
 
 /// The name of an online download's file changes with the second, unless the policy has it computed
-/// once. Empty for a blob id that would lead out of the folder.
+/// once. Empty for the id of a blob that would lead out of the folder.
 std::string DataPersistenceTask::getFilePath() {
   if (transferPolicy() == TransferPolicy::kSafe) {
     if (filePath_.empty()) filePath_ = computeFilePath();

@@ -29,9 +29,9 @@ class NetworkTask;
 /// "onStreamDownloadCompleted"; else optionally an `OnChunkDownloadCompleted` under
 /// "onChunkDownloadCompleted"; "FileParams" for both; "OnlineDownloadTask". Output: "BlobID",
 /// "FilePath", "TotalFileSize" where it is known. The file is "blobs/BLOBID" in the documents
-/// directory, or "downloads/SECONDS_BLOBID" for an online download. Errors: the user information
-/// is in the error context, under "PersistenceError" where the file system is the reason, with
-/// "path".
+/// directory, or "downloads/SECONDS_BLOBID" for an online download, where an id with slashes stands
+/// in percent-encoding ("/" and "%"). Errors: the user information is in the error context, under
+/// "PersistenceError" where the file system is the reason, with "path".
 ///
 /// The chunks and endings of all downloads are handled one at a time on the queue "chunkQueue".
 class DataPersistenceTask final : public platform::VSTask {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Foundation/Block.h"
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
@@ -23,6 +24,9 @@ inline constexpr char kFileParams[] = "FileParams";
 inline constexpr char kObjectName[] = "ObjectName";
 inline constexpr char kOnChunkDownloadCompleted[] = "onChunkDownloadCompleted";
 inline constexpr char kOnlineDownloadTask[] = "OnlineDownloadTask";
+inline constexpr char kOnDownloadFailure[] = "onDownloadFailure";
+inline constexpr char kOnFileDownloadCompleted[] = "onFileDownloadCompleted";
+inline constexpr char kOnFileDownloadStarted[] = "onFileDownloadStarted";
 inline constexpr char kOnStreamDownloadCompleted[] = "onStreamDownloadCompleted";
 inline constexpr char kPrimaryKeys[] = "primaryKeys";
 inline constexpr char kResponseType[] = "ResponseType";
@@ -59,5 +63,18 @@ using OnChunkDownloadCompleted =
 using OnStreamDownloadCompleted =
     platform::Block<void(const std::string& blobId, const std::shared_ptr<Chunk>& chunk,
                          const platform::Value& fileParams)>;
+
+// Of online downloads. `fileParams` is what the caller gave.
+
+/// Called when the download has been started: its name.
+using OnFileDownloadStarted =
+    platform::Block<void(const std::string& name, const platform::Value& fileParams)>;
+/// Called when the file is complete: blob id, absolute path. Of a streamed download, when all has
+/// been handed out; then there is no file at the path.
+using OnFileDownloadCompleted = platform::Block<void(
+    const std::string& blobId, const std::string& filePath, const platform::Value& fileParams)>;
+/// Called when the download has failed, or was not started: its name, why.
+using OnDownloadFailure = platform::Block<void(
+    const std::string& name, const platform::ErrorPtr& error, const platform::Value& fileParams)>;
 
 }  // namespace varo::binary

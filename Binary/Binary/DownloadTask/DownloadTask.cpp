@@ -195,36 +195,4 @@ void DownloadTask::endAsNetworkTask() {
   comeToRest(network);
 }
 
-// The manager's blocks.
-
-void DownloadTask::setStartDownloadTaskCompletionBlock(DownloadBlock block) {
-  const MutexLock lock(blocksMutex_);
-  _startDownloadTaskCompletionBlock.swap(block);  // the parameter goes after the lock
-}
-
-DownloadBlock DownloadTask::takeStartDownloadTaskCompletionBlock() {
-  const MutexLock lock(blocksMutex_);
-  return std::exchange(_startDownloadTaskCompletionBlock, nullptr);
-}
-
-void DownloadTask::setPauseDownloadTaskCompletionBlock(DownloadBlock block) {
-  const MutexLock lock(blocksMutex_);
-  _pauseDownloadTaskCompletionBlock.swap(block);
-}
-
-DownloadBlock DownloadTask::takePauseDownloadTaskCompletionBlock() {
-  const MutexLock lock(blocksMutex_);
-  return std::exchange(_pauseDownloadTaskCompletionBlock, nullptr);
-}
-
-void DownloadTask::setResumeDownloadTaskCompletionBlock(DownloadBlock block) {
-  const MutexLock lock(blocksMutex_);
-  _resumeDownloadTaskCompletionBlock.swap(block);
-}
-
-DownloadBlock DownloadTask::takeResumeDownloadTaskCompletionBlock() {
-  const MutexLock lock(blocksMutex_);
-  return std::exchange(_resumeDownloadTaskCompletionBlock, nullptr);
-}
-
 }  // namespace varo::binary

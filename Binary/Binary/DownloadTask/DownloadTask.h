@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Binary/Binary/DownloadTask/CarriedBlock.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
@@ -10,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace varo::binary {
 
@@ -20,12 +23,6 @@ class NetworkTask;
 using DownloadBlock =
     std::function<void(const std::optional<std::string>& blobId, const platform::ErrorPtr& error,
                        const std::optional<platform::Dictionary>& result)>;
-using DownloadStartedBlock =
-    std::function<void(const std::string& name, const platform::Value& fileParams)>;
-using DownloadFailureBlock = std::function<void(
-    const std::string& name, const platform::ErrorPtr& error, const platform::Value& fileParams)>;
-using DownloadCompletedBlock = std::function<void(
-    const std::string& blobId, const std::string& filePath, const platform::Value& fileParams)>;
 
 /// One download of one object: a `NetworkTask` that fetches it range by range, beside a
 /// `DataPersistenceTask` that writes the ranges to the object's file or hands them to a block. Its
@@ -65,12 +62,42 @@ class DownloadTask final : public platform::VSTask {
 
   // Carried for the manager, never called by the task. A block that is taken is gone, so that each
   // request is answered once.
-  void setStartDownloadTaskCompletionBlock(DownloadBlock block);
-  [[nodiscard]] DownloadBlock takeStartDownloadTaskCompletionBlock();
-  void setPauseDownloadTaskCompletionBlock(DownloadBlock block);
-  [[nodiscard]] DownloadBlock takePauseDownloadTaskCompletionBlock();
-  void setResumeDownloadTaskCompletionBlock(DownloadBlock block);
-  [[nodiscard]] DownloadBlock takeResumeDownloadTaskCompletionBlock();
+  void setStartDownloadTaskCompletionBlock(DownloadBlock block) {
+    _startDownloadTaskCompletionBlock.set(std::move(block));
+  }
+  [[nodiscard]] DownloadBlock takeStartDownloadTaskCompletionBlock() {
+    return _startDownloadTaskCompletionBlock.take();
+  }
+  void setPauseDownloadTaskCompletionBlock(DownloadBlock block) {
+    _pauseDownloadTaskCompletionBlock.set(std::move(block));
+  }
+  [[nodiscard]] DownloadBlock takePauseDownloadTaskCompletionBlock() {
+    return _pauseDownloadTaskCompletionBlock.take();
+  }
+  void setResumeDownloadTaskCompletionBlock(DownloadBlock block) {
+    _resumeDownloadTaskCompletionBlock.set(std::move(block));
+  }
+  [[nodiscard]] DownloadBlock takeResumeDownloadTaskCompletionBlock() {
+    return _resumeDownloadTaskCompletionBlock.take();
+  }
+  void setOnFileDownloadStartedCompletionBlock(OnFileDownloadStarted::Function block) {
+    _onFileDownloadStartedCompletionBlock.set(std::move(block));
+  }
+  [[nodiscard]] OnFileDownloadStarted::Function takeOnFileDownloadStartedCompletionBlock() {
+    return _onFileDownloadStartedCompletionBlock.take();
+  }
+  void setOnDownloadFailureCompletionBlock(OnDownloadFailure::Function block) {
+    _onDownloadFailureCompletionBlock.set(std::move(block));
+  }
+  [[nodiscard]] OnDownloadFailure::Function takeOnDownloadFailureCompletionBlock() {
+    return _onDownloadFailureCompletionBlock.take();
+  }
+  void setOnFileDownloadCompletedCompletionBlock(OnFileDownloadCompleted::Function block) {
+    _onFileDownloadCompletedCompletionBlock.set(std::move(block));
+  }
+  [[nodiscard]] OnFileDownloadCompleted::Function takeOnFileDownloadCompletedCompletionBlock() {
+    return _onFileDownloadCompletedCompletionBlock.take();
+  }
 
  private:
   struct Badge {};
@@ -101,10 +128,12 @@ class DownloadTask final : public platform::VSTask {
   bool isPausePending_ VARO_GUARDED_BY(controlMutex_) = false;
   bool isStopped_ VARO_GUARDED_BY(controlMutex_) = false;
 
-  mutable platform::Mutex blocksMutex_;
-  DownloadBlock _startDownloadTaskCompletionBlock VARO_GUARDED_BY(blocksMutex_);
-  DownloadBlock _pauseDownloadTaskCompletionBlock VARO_GUARDED_BY(blocksMutex_);
-  DownloadBlock _resumeDownloadTaskCompletionBlock VARO_GUARDED_BY(blocksMutex_);
+  CarriedBlock<DownloadBlock> _startDownloadTaskCompletionBlock;
+  CarriedBlock<DownloadBlock> _pauseDownloadTaskCompletionBlock;
+  CarriedBlock<DownloadBlock> _resumeDownloadTaskCompletionBlock;
+  CarriedBlock<OnFileDownloadStarted::Function> _onFileDownloadStartedCompletionBlock;
+  CarriedBlock<OnDownloadFailure::Function> _onDownloadFailureCompletionBlock;
+  CarriedBlock<OnFileDownloadCompleted::Function> _onFileDownloadCompletedCompletionBlock;
 };
 
 }  // namespace varo::binary

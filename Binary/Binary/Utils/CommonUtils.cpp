@@ -77,8 +77,8 @@ std::string CommonUtils::getResponseString(const std::optional<Data>& data) {
   return platform::sanitizeUtf8(*bytes);
 }
 
-std::int32_t CommonUtils::getEpochTime() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
+std::int32_t CommonUtils::getEpochTime(const platform::Clock& clock) {
+  const auto now = clock.now().time_since_epoch();
   return static_cast<std::int32_t>(std::chrono::duration_cast<std::chrono::seconds>(now).count());
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTaskError.h"
@@ -49,7 +50,8 @@ class CommonUtils {
   [[nodiscard]] static std::string getResponseString(const std::optional<platform::Data>& data);
 
   /// Whole seconds since 1970-01-01 UTC. Wraps around in 2038.
-  [[nodiscard]] static std::int32_t getEpochTime();
+  [[nodiscard]] static std::int32_t getEpochTime(
+      const platform::Clock& clock = platform::Clock::system());
 
   /// Whether the program says that it is a test run: it exports a C function
   /// `bool XCTestProbe_isTesting(void)` and that answers true.

@@ -1,0 +1,127 @@
+#pragma once
+
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Platform/Foundation/Clock.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/Foundation/WorkQueue.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <cstddef>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace varo::binary {
+
+class DownloadTask;
+struct OnlineDownload;
+
+/// The entry point for downloads of single objects from a back end or an object store, into a file
+/// or through a block, signed where the configuration says so. It has nothing to do with the
+/// offline database.
+///
+/// At most `MAX_PARALLEL_JOBS` downloads run at once, the others wait. One that waits starts when
+/// another has succeeded; under `TransferPolicy::kSafe`, in the order of their requests, when
+/// another has come to any end (docs/policy.md).
+///
+/// Blocks are called on threads of the runtime's pool, those of the chunks on the queue that all
+/// downloads share, with no lock held; each may start further downloads, and what it throws is
+/// logged and goes no further. Owned by a `std::shared_ptr`, which outlives its downloads.
+/// Thread-safe.
+class OnlineBinaryDataManager final : public platform::TaskListener,
+                                      public std::enable_shared_from_this<OnlineBinaryDataManager> {
+ public:
+  using TaskPtr = std::shared_ptr<DownloadTask>;
+
+  /// Downloads that run at once.
+  static constexpr std::size_t MAX_PARALLEL_JOBS = 5;
+
+  /// The process's one manager, which is never destroyed.
+  [[nodiscard]] static const std::shared_ptr<OnlineBinaryDataManager>& sharedInstance();
+
+  /// `clock` names downloads without an identifier and dates signatures; it lives as long as the
+  /// manager.
+  explicit OnlineBinaryDataManager(const platform::Clock& clock = platform::Clock::system());
+
+  /// Starts a download, or has it wait for its turn. Returns at once.
+  ///
+  /// The file parameters name the download with "fileId", fill the placeholders of the
+  /// configuration and come back in every block. Without "fileId" it is named "_" and the seconds
+  /// since 1970, so that of two such downloads of one second the later is refused. The bytes go to
+  /// the file "downloads/SECONDS_NAME" in the documents directory or, with `withStreaming`, to the
+  /// stream block alone.
+  ///
+  /// The configuration says where the object is: "endpointUrl", a text with placeholders; or
+  /// "domain", which may be "#middlewaredomain" for the "domain" of the options, with
+  /// "relativepath", then the options' "X-Pelmar-Authorization" is sent too. Beside it may hold
+  /// "headers", "X-Pelmar-Authorization", "queryParams" and "ChunkSize" (bytes of a range, 1 MiB
+  /// unless given). With "Auth" = "HMACDigest" the request carries the headers of
+  /// `S3HMACGenerator` instead of these: "method", "Host", and "AuthParameters" with the keys are
+  /// filled with the file parameters first. They are signed now and must be in time for the last
+  /// range.
+  ///
+  /// The started block is called once; then exactly one of the completed and the failure block,
+  /// after all calls of the chunk and stream blocks, which need not wait for the started block. A
+  /// refused download has its failure block called alone. A name can be used again from inside the
+  /// failure block, and when the completed block has returned. Each block may be empty.
+  ///
+  /// Errors: domain "File Download already in queue, Download not started", 10002, while a
+  /// download of this name waits or runs; domain "Template Parsing Error", 10003, for a placeholder
+  /// without a value, and for a signed configuration that is no JSON; "DownloadTaskErrorDomain",
+  /// 5001, after the runtime's shutdown; "DownloadTaskError", 4, for a download that has failed,
+  /// with the task's error context as user information.
+  void createAndStartOnlineDownloadTaskFor(
+      const platform::Dictionary& fileParams, bool withStreaming,
+      const platform::Dictionary& downloadConfig,
+      OnFileDownloadStarted::Function withOnFileDownloadStartedCompletionBlock,
+      OnChunkDownloadCompleted::Function andOnChunkDownloadCompletedCompletionBlock,
+      OnStreamDownloadCompleted::Function andOnStreamDownloadCompletedCompletionBlock,
+      OnFileDownloadCompleted::Function andOnFileDownloadCompletedCompletionBlock,
+      OnDownloadFailure::Function andOnDownloadFailureCompletionBlock,
+      const std::optional<platform::Dictionary>& andOptions);
+
+  /// Starts the task if fewer than `MAX_PARALLEL_JOBS` run; else leaves it where it is. One that
+  /// was started before is left alone.
+  void checkAndStartExecution(const TaskPtr& task);
+
+  /// Hears of the downloads. Called by the engine.
+  void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
+            platform::TaskState to, const platform::Dictionary& context) override;
+
+ private:
+  void create(const OnlineDownload& download);
+
+  void downloadStarted(DownloadTask& task);
+  void downloadEnded(const TaskPtr& task, const platform::Dictionary& output);
+  void downloadPaused(const TaskPtr& task);
+  void downloadErrored(const TaskPtr& task);
+
+  [[nodiscard]] bool isKnown(const std::string& identifier) const;
+  void schedule(const TaskPtr& task);
+  /// Whether the task, which takes a place, is to be started.
+  [[nodiscard]] bool takeToStart(const TaskPtr& task);
+  void removeFromInProgress(const TaskPtr& task);
+  void forget(const TaskPtr& task);
+  [[nodiscard]] TaskPtr firstScheduled() const;
+  void startNextScheduledTask();
+
+  const platform::Clock& clock_;
+  /// Starts are made here, one at a time.
+  platform::SerialQueue onlineDownloadQueue_;
+
+  /// Of the three. Nothing is called under it but `VSTask::state`, and no task is destroyed.
+  mutable platform::Mutex mutex_;
+  /// Tasks that wait, oldest first. As many as the application asks for.
+  std::deque<TaskPtr> schedulingQueue VARO_GUARDED_BY(mutex_);
+  /// Tasks that were started and have not come to an end or paused.
+  std::vector<TaskPtr> inProgressQueue VARO_GUARDED_BY(mutex_);
+  /// By their names.
+  std::map<std::string, TaskPtr> tasks VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::binary
