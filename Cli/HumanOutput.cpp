@@ -17,7 +17,8 @@ namespace {
 
 /// Fast enough to look alive, slow enough to read and to cost nothing.
 constexpr std::chrono::milliseconds kRedrawInterval{100};
-/// A line as wide as the terminal would wrap on some; and an interrupt is echoed behind it, as "^C".
+/// A line as wide as the terminal would wrap on some; and an interrupt is echoed behind it, as
+/// "^C".
 constexpr std::size_t kRightMargin = 3;
 
 std::uint64_t countIn(const Dictionary& data, const char* key) {

@@ -14,9 +14,9 @@ namespace varo::binary {
 /// The library's one logger, named "Binary": a thin guard around the platform's logging facade.
 ///
 /// The log functions take a text, or a pattern and the values for its placeholders ("%@" a value's
-/// description, "%ld" and its like its integer), which is filled only when the level is enabled. A message is
-/// attributed to the caller. Whatever the host's sink throws is reported on standard error and goes
-/// no further, so logging never fails.
+/// description, "%ld" and its like its integer), which is filled only when the level is enabled. A
+/// message is attributed to the caller. Whatever the host's sink throws is reported on standard
+/// error and goes no further, so logging never fails.
 ///
 /// Thread-safe. One lock serialises everything, so the sink is called by one thread at a time; it
 /// is the one place where foreign code runs under a lock of the library. Messages that a sink

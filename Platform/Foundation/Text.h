@@ -21,8 +21,8 @@ namespace varo::platform {
 [[nodiscard]] std::optional<std::int64_t> parseInteger(std::string_view text) noexcept;
 
 /// Fills the placeholders of a message in order: "%@" with a value's description, "%d", "%ld",
-/// "%lld" and "%lu" with its integer. Surplus placeholders stay as they are, surplus values are dropped. For logs and error
-/// texts; secrets in dictionaries are redacted.
+/// "%lld" and "%lu" with its integer. Surplus placeholders stay as they are, surplus values are
+/// dropped. For logs and error texts; secrets in dictionaries are redacted.
 [[nodiscard]] std::string formatMessage(std::string_view pattern,
                                         std::initializer_list<Value> values);
 

@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <string>
