@@ -132,13 +132,26 @@ auto guarded(ErrorPtr& failure, decltype(std::declval<Work>()()) onFailure, cons
   }
 }
 
+bool isBlank(const std::string& value) noexcept {
+  return value.find_first_not_of(" \t") == std::string::npos;
+}
+
+/// Two of them would be read differently by different servers, and one without a value names none.
+std::vector<HttpHeader> withOneHost(std::vector<HttpHeader> headers) {
+  bool hasOne = false;
+  std::erase_if(headers, [&hasOne](const HttpHeader& header) {
+    return isHostHeader(header.name) && (isBlank(header.value) || std::exchange(hasOne, true));
+  });
+  return headers;
+}
+
 }  // namespace
 
 CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion completion)
     : method_(request.method),
       spoolDirectory_(std::move(request.spoolDirectory)),
       firstHost_(url.host()),
-      headers_(std::move(request.headers)),
+      headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       completion_(std::move(completion)),
       url_(std::move(url)) {}
@@ -199,7 +212,16 @@ void CurlTransfer::release() noexcept {
   sink_.reset();
 }
 
+/// libcurl looks cookies up by the Host header. Cookies of a server that is only named there are
+/// not for the one that is connected to.
+bool CurlTransfer::namesAnotherHost() const {
+  return std::any_of(headers_.begin(), headers_.end(), [this](const HttpHeader& header) {
+    return isHostHeader(header.name) && !url_.isNamedBy(header.value);
+  });
+}
+
 CURLSH* CurlTransfer::shareFor(const CurlCommon& common) const {
+  if (namesAnotherHost()) return common.withoutCookies;
   switch (common.cookies->acceptPolicy()) {
     case CookieAcceptPolicy::kAlways:
       return common.withCookies;
@@ -224,9 +246,9 @@ ErrorPtr CurlTransfer::buildHeaderList() {
   bool complete = append("Expect:");  // never wait for a "100 Continue"
   for (const HttpHeader& header : headers_) {
     if (isSetByTransport(header.name)) continue;
-    const bool isBlank = header.value.find_first_not_of(" \t") == std::string::npos;
     // "Name:" would suppress the header; the semicolon sends it without a value.
-    const std::string line = isBlank ? header.name + ";" : header.name + ": " + header.value;
+    const std::string line =
+        isBlank(header.value) ? header.name + ";" : header.name + ": " + header.value;
     complete = complete && append(line);
   }
   if (complete) return nullptr;
@@ -342,8 +364,9 @@ ErrorPtr CurlTransfer::followRedirect(const std::string& location) {
   }
   if (!target->hasSameOrigin(url_)) {
     // For good: a way back to the first origin was chosen by the other one.
-    std::erase_if(headers_,
-                  [](const HttpHeader& header) { return isCredentialHeader(header.name); });
+    std::erase_if(headers_, [](const HttpHeader& header) {
+      return isCredentialHeader(header.name) || isHostHeader(header.name);
+    });
   }
   url_ = std::move(target).value();
   ++redirects_;

@@ -87,6 +87,7 @@ class CurlTransfer {
   [[nodiscard]] ErrorPtr buildHeaderList();
   [[nodiscard]] ErrorPtr followRedirect(const std::string& location);
   [[nodiscard]] ErrorPtr describe(CURLcode code) const;
+  [[nodiscard]] bool namesAnotherHost() const;
   [[nodiscard]] CURLSH* shareFor(const CurlCommon& common) const;
   [[nodiscard]] std::optional<HttpResponse> makeResponse();
   void failBodyNotStored(const Error& cause);
@@ -94,7 +95,7 @@ class CurlTransfer {
   const HttpMethod method_;
   const std::string spoolDirectory_;
   const std::string firstHost_;
-  std::vector<HttpHeader> headers_;
+  std::vector<HttpHeader> headers_;  // at most one of them a Host, with a value
   std::optional<RequestBodyReader> body_;
   HttpCompletion completion_;
   End end_;

@@ -69,6 +69,12 @@ CurlUrl::CurlUrl(CurlUrlHandle handle)
       port_(part(handle_.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT)),
       safeText_(withoutSecrets(handle_.get())) {}
 
+bool CurlUrl::isNamedBy(std::string_view hostHeader) const noexcept {
+  const std::string_view rest = hostHeader.substr(std::min(host_.size(), hostHeader.size()));
+  return equalIgnoringCase(hostHeader.substr(0, host_.size()), host_) &&
+         (rest.empty() || (rest.front() == ':' && rest.substr(1) == port_));
+}
+
 Result<CurlUrl> CurlUrl::finish(CurlUrlHandle handle) {
   CurlUrl url(std::move(handle));
   if (url.scheme_ != "http" && url.scheme_ != "https") {

@@ -26,6 +26,8 @@ class CurlUrl {
   [[nodiscard]] bool isHttps() const noexcept { return scheme_ == "https"; }
   /// In lower case.
   [[nodiscard]] const std::string& host() const noexcept { return host_; }
+  /// Whether a Host header of this value names the same server. Any letter case.
+  [[nodiscard]] bool isNamedBy(std::string_view hostHeader) const noexcept;
   /// Whether scheme, host and port are the same.
   [[nodiscard]] bool hasSameOrigin(const CurlUrl& other) const noexcept {
     return scheme_ == other.scheme_ && host_ == other.host_ && port_ == other.port_;

@@ -47,11 +47,15 @@ Result<void> checkHeaders(const std::vector<HttpHeader>& headers) {
 }
 
 bool isSetByTransport(std::string_view headerName) noexcept {
-  constexpr std::array<std::string_view, 4> kOwn = {"host", "content-length", "transfer-encoding",
+  constexpr std::array<std::string_view, 3> kOwn = {"content-length", "transfer-encoding",
                                                     "expect"};
   return std::any_of(kOwn.begin(), kOwn.end(), [headerName](std::string_view own) {
     return equalIgnoringCase(headerName, own);
   });
+}
+
+bool isHostHeader(std::string_view headerName) noexcept {
+  return equalIgnoringCase(headerName, "host");
 }
 
 bool isCredentialHeader(std::string_view headerName) noexcept {

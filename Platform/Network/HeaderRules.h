@@ -15,9 +15,11 @@ namespace varo::platform {
 [[nodiscard]] Result<void> checkHeader(std::string_view name, std::string_view value);
 [[nodiscard]] Result<void> checkHeaders(const std::vector<HttpHeader>& headers);
 
-/// Whether the transport itself says this of a request (Host, Content-Length, Transfer-Encoding,
-/// Expect), so that a caller's header of that name is dropped. Any letter case.
+/// Whether the transport itself says this of a request (Content-Length, Transfer-Encoding, Expect),
+/// so that a caller's header of that name is dropped. Any letter case.
 [[nodiscard]] bool isSetByTransport(std::string_view headerName) noexcept;
+
+[[nodiscard]] bool isHostHeader(std::string_view headerName) noexcept;
 
 /// Whether the header is a credential or part of a signature, so that it must not follow a redirect
 /// to another origin. Any letter case.

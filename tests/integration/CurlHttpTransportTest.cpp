@@ -209,6 +209,7 @@ TEST_F(RedirectTest, SendsCredentialsToTheirOriginOnly) {
       {"Proxy-Authorization", "secret"},
       {"X-AMZ-Security-Token", "secret"},
       {"x-amz-date", "secret"},
+      {"Host", "secret"},
       {"X-Plain", "kept"},
   };
   // Out to the other port, and from there back to the first.
@@ -220,11 +221,11 @@ TEST_F(RedirectTest, SendsCredentialsToTheirOriginOnly) {
   const auto second = second_.requests();
   ASSERT_EQ(first.size(), 4U);
   ASSERT_EQ(second.size(), 1U);
-  EXPECT_EQ(countSecrets(first[0]), 7U);
+  EXPECT_EQ(countSecrets(first[0]), 8U);
   EXPECT_EQ(countSecrets(second[0]), 0U) << second[0].head;
   EXPECT_EQ(second[0].header("X-Plain"), "kept");
   EXPECT_EQ(countSecrets(first[1]), 0U) << first[1].head;
-  EXPECT_EQ(countSecrets(first[3]), 7U);
+  EXPECT_EQ(countSecrets(first[3]), 8U);
 
   const std::string host = "127.0.0.1:" + std::to_string(first_.port());
   const std::string otherHost = "//127.0.0.1:" + std::to_string(second_.port()) + "/x";
@@ -253,9 +254,14 @@ TEST_F(CurlHttpTransportTest, EndsRedirectsThatGoOnForEver) {
 TEST_F(CurlHttpTransportTest, KeepsNothingOfOneRequestForTheNextOnAReusedHandle) {
   ScriptedServer server([](const WireRequest& request) { return reply(200, request.body); });
   const std::string host = "127.0.0.1:" + std::to_string(server.port());
-  // Headers that the transport says itself are dropped, empty ones are sent.
+  // Headers that the transport says itself are dropped, empty ones are sent, of hosts the first.
   put(server.url("/1"), {Data::fromBytes("first "), Data(), Data::fromBytes("body")},
-      {{"X-One", ""}, {"host", "evil"}, {"content-length", "3"}, {"Transfer-Encoding", "chunked"}});
+      {{"X-One", ""},
+       {"host", " "},
+       {"Host", "Signed:80"},
+       {"host", "evil"},
+       {"content-length", "3"},
+       {"Transfer-Encoding", "chunked"}});
   run({HttpMethod::kPost, server.url("/2"), {{"Content-Type", "a/b"}}, std::vector<Data>{}, {}});
   get(server.url("/3"), {{"X-Three", " "}});
   run({HttpMethod::kDelete, server.url("/4"), {}, {}, {}});
@@ -266,7 +272,9 @@ TEST_F(CurlHttpTransportTest, KeepsNothingOfOneRequestForTheNextOnAReusedHandle)
   const auto head = [&host](const std::string& line, const std::string& rest) {
     return line + " HTTP/1.1\r\nHost: " + host + "\r\nAccept: */*\r\n" + rest + "\r\n";
   };
-  EXPECT_EQ(requests[0].head, head("PUT /1", "X-One:\r\nContent-Length: 10\r\n"));
+  EXPECT_EQ(
+      requests[0].head,
+      "PUT /1 HTTP/1.1\r\nHost: Signed:80\r\nAccept: */*\r\nX-One:\r\nContent-Length: 10\r\n\r\n");
   EXPECT_EQ(requests[0].body, "first body");
   EXPECT_EQ(requests[1].head, head("POST /2", "Content-Type: a/b\r\nContent-Length: 0\r\n"));
   EXPECT_EQ(requests[2].head, head("GET /3", "X-Three:\r\n"));
@@ -298,6 +306,8 @@ TEST_F(CurlHttpTransportTest, KeepsCookiesToTheirHostAndObeysThePolicy) {
   get(server.url("/set"));
   EXPECT_EQ(get(server.url("/")).body(), "a=1");
   EXPECT_EQ(get(otherName).body(), "none");
+  EXPECT_EQ(get(otherName, {{"Host", "127.0.0.1"}}).body(), "none");
+  EXPECT_EQ(get(server.url("/"), {{"Host", "127.0.0.1"}}).body(), "a=1");
   cookies_.setAcceptPolicy(CookieAcceptPolicy::kNever);
   EXPECT_EQ(get(server.url("/")).body(), "none");
   cookies_.setAcceptPolicy(CookieAcceptPolicy::kAlways);
