@@ -13,7 +13,6 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <thread>
 
@@ -75,8 +74,7 @@ class BlobSurvivalTest : public SandboxTest {
     std::error_code ignored;
     for (const auto& entry :
          std::filesystem::directory_iterator(home_ / "Documents/blobs", ignored)) {
-      std::ifstream file(entry.path(), std::ios::binary);
-      bytes.assign(std::istreambuf_iterator<char>(file), {});
+      bytes = test::contentOf(entry.path());
     }
     return bytes;
   }

@@ -1,14 +1,13 @@
 #include "Platform/Foundation/File.h"
 #include "Platform/Network/NetworkTuning.h"
+#include "tests/support/Files.h"
 #include "tests/support/TransportFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace varo::test {
@@ -22,17 +21,6 @@ using testing::HasSubstr;
 
 /// Ends of transfers, sizes beyond memory, and TLS.
 using CurlTransferLifeTest = TransportTest;
-
-/// Different everywhere, so that a piece in the wrong place shows.
-std::string pattern(std::size_t size) {
-  std::string bytes(size, '\0');
-  std::uint32_t state = 1;
-  for (char& byte : bytes) {
-    state = state * 1664525U + 1013904223U;
-    byte = static_cast<char>(state >> 24U);
-  }
-  return bytes;
-}
 
 // ---- cancel and shutdown ----
 
@@ -112,8 +100,8 @@ TEST_F(CurlTransferLifeTest, GivesUpAConnectionThatIsNotMadeInTime) {
 // ---- large bodies ----
 
 TEST_F(CurlTransferLifeTest, SpoolsLargeAnswersToANamelessFileByteForByte) {
-  const std::string large = pattern(3 * platform::tuning::kMiB + 12345);
-  const std::string small = pattern(platform::tuning::kSpoolThreshold);
+  const std::string large = sampleBytes(3 * platform::tuning::kMiB + 12345);
+  const std::string small = sampleBytes(platform::tuning::kSpoolThreshold);
   ScriptedServer server([&](const WireRequest& request) {
     if (request.target() == "/small") return reply(200, small);
     if (request.target() == "/length") return reply(200, large);
@@ -140,30 +128,9 @@ TEST_F(CurlTransferLifeTest, SpoolsLargeAnswersToANamelessFileByteForByte) {
   EXPECT_TRUE(run(std::move(elsewhere)).body() == large);
 }
 
-/// Lets no file grow beyond a size for the life of this object: a full disk, in effect.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    handler_ = std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit limit{bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit before_{};
-  void (*handler_)(int) = nullptr;
-};
-
 TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
   // Made before, so that a slow machine does not let the transfer stall.
-  const WireReply large = reply(200, pattern(4 * platform::tuning::kMiB));
+  const WireReply large = reply(200, sampleBytes(4 * platform::tuning::kMiB));
   ScriptedServer server([&](const WireRequest&) { return large; });
   {
     const FileSizeLimit full(2 * platform::tuning::kMiB);
@@ -181,7 +148,7 @@ TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
 
 TEST_F(CurlTransferLifeTest, ErrorsWithThePathWhereAFileShrinksWhileItIsSent) {
   const std::string path = directory_ + "/source";
-  std::ofstream(path, std::ios::binary) << pattern(2 * platform::tuning::kMiB);
+  std::ofstream(path, std::ios::binary) << sampleBytes(2 * platform::tuning::kMiB);
   const auto file = Data::fromFile(path);
   ASSERT_TRUE(file);
   std::filesystem::resize_file(path, platform::tuning::kMiB);
@@ -199,7 +166,7 @@ TEST_F(CurlTransferLifeTest, DeliversAnAnswerThatComesBeforeTheBodyIsSent) {
         .hold();
   });
   const Outcome outcome =
-      put(server.url("/"), {Data::fromBytes(pattern(32 * platform::tuning::kMiB))},
+      put(server.url("/"), {Data::fromBytes(sampleBytes(32 * platform::tuning::kMiB))},
           {{std::string(kUnreadBodyHeader), "1"}});
   EXPECT_EQ(outcome.status(), 413) << outcome.text();
   EXPECT_EQ(outcome.body(), "big");
@@ -210,7 +177,7 @@ TEST_F(CurlTransferLifeTest, AnUploadThatNobodyReadsStalls) {
       [](const WireRequest&) { return WireReply().wait(std::chrono::minutes(1)); });
   remakeImpatient();
   const Outcome outcome =
-      put(server.url("/"), {Data::fromBytes(pattern(32 * platform::tuning::kMiB))},
+      put(server.url("/"), {Data::fromBytes(sampleBytes(32 * platform::tuning::kMiB))},
           {{std::string(kUnreadBodyHeader), "1"}});
   EXPECT_EQ(outcome.errorCode(), 28) << outcome.text();
 }

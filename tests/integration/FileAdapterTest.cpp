@@ -9,6 +9,7 @@
 #include "Platform/TaskEngine/VSTask.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
+#include "tests/support/Files.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -77,16 +78,6 @@ class Operation {
   std::shared_ptr<std::promise<Outcome>> end_ = std::make_shared<std::promise<Outcome>>();
   std::shared_ptr<std::once_flag> once_ = std::make_shared<std::once_flag>();
 };
-
-std::string patternBytes(std::size_t size) {
-  std::string bytes(size, '\0');
-  std::uint32_t state = static_cast<std::uint32_t>(size) + 1;
-  for (char& byte : bytes) {
-    state = state * 1664525U + 1013904223U;
-    byte = static_cast<char>(state >> 24U);
-  }
-  return bytes;
-}
 
 Dictionary templateKind(const char* domain, const char* mode, const char* method, bool chunked) {
   return {{"domain", domain}, {"uploadMode", mode}, {"method", method}, {"chunkupload", chunked}};
@@ -190,7 +181,7 @@ TEST_F(FileAdapterTest, EveryTemplateKindRoundTripsByteIdentical) {
         const std::string name =
             std::string(kindName) + (raw ? "-raw-" : "-file-") + std::to_string(size);
         SCOPED_TRACE(name);
-        const std::string bytes = patternBytes(size);
+        const std::string bytes = test::sampleBytes(size);
         const Dictionary file = raw ? Dictionary{{"rawBytes", Data::fromBytes(bytes)}}
                                     : Dictionary{{"filePath", writeFile(name, bytes)}};
         const Outcome uploaded = upload(file, name, kind);
@@ -210,7 +201,7 @@ TEST_F(FileAdapterTest, EveryTemplateKindRoundTripsByteIdentical) {
 
 TEST_F(FileAdapterTest, RawBytesOfTheCompatiblePolicyRoundTripToo) {
   setTransferPolicy(TransferPolicy::kCompatible);
-  const std::string bytes = patternBytes(200'000);
+  const std::string bytes = test::sampleBytes(200'000);
   const Outcome uploaded = upload({{"rawBytes", Data::fromBytes(bytes)}}, "raw");
   ASSERT_TRUE(uploaded.success) << uploaded.value.description();
   ASSERT_TRUE(download(fileIdOf(uploaded)).success);
@@ -230,7 +221,8 @@ TEST_F(FileAdapterTest, SpoiledDownloadsFailUnderTheSafePolicyAndLeaveNoFile) {
   impatient.stallTimeout = std::chrono::milliseconds(300);
   platform::VRONetworkUtility::setTransport(std::make_shared<platform::CurlHttpTransport>(
       impatient, platform::Runtime::shared().pool(), platform::HttpCookieStore::sharedStore()));
-  const Outcome uploaded = upload({{"rawBytes", Data::fromBytes(patternBytes(300'000))}}, "victim");
+  const Outcome uploaded =
+      upload({{"rawBytes", Data::fromBytes(test::sampleBytes(300'000))}}, "victim");
   ASSERT_TRUE(uploaded.success) << uploaded.value.description();
   const std::string fileId = fileIdOf(uploaded);
 
@@ -287,7 +279,7 @@ TEST_F(FileAdapterTest, BlocksMayCallBackInAndBlockWithoutDelayingOthers) {
   const Operation outer;
   const Operation inner;
   std::latch release(1);
-  const Outcome file = upload({{"rawBytes", Data::fromBytes(patternBytes(100'000))}}, "file");
+  const Outcome file = upload({{"rawBytes", Data::fromBytes(test::sampleBytes(100'000))}}, "file");
   ASSERT_TRUE(file.success);
   // Eight transfers whose progress blocks wait: more than the pool has threads.
   std::vector<Operation> blocked(8);
@@ -311,7 +303,7 @@ TEST_F(FileAdapterTest, BlocksMayCallBackInAndBlockWithoutDelayingOthers) {
 
 TEST_F(FileAdapterTest, AThousandOperationsAtOnceAllEnd) {
   constexpr int kOperations = 1000;
-  const std::string path = writeFile("small", patternBytes(5000));
+  const std::string path = writeFile("small", test::sampleBytes(5000));
   std::vector<Operation> operations(kOperations);
   for (int i = 0; i < kOperations; ++i) {
     const Operation& operation = operations[static_cast<std::size_t>(i)];

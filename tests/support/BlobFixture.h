@@ -8,6 +8,7 @@
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "tests/support/Await.h"
+#include "tests/support/Files.h"
 #include "tests/support/RangedObject.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -18,7 +19,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -228,10 +228,7 @@ class BlobFixture : public testing::Test {
     }
     return text;
   }
-  [[nodiscard]] static std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  static std::string contentOf(const std::string& path) { return test::contentOf(path); }
 
   const RangedObject object_{"0123456789"};
   const TemporaryDirectory home_;

@@ -1,35 +1,23 @@
 #include "tests/support/ChildProcess.h"
 
 #include "tests/support/Await.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <fcntl.h>
-#include <fstream>
 #include <spawn.h>
-#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace varo::test {
-namespace {
-
-std::string contentOf(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
-}
-
-}  // namespace
 
 ChildProcess::ChildProcess(const Settings& settings)
     : outputPath_(settings.directory + "/stdout"), errorsPath_(settings.directory + "/stderr") {
   int input = -1;
   if (settings.input) {
     const std::string path = settings.directory + "/stdin";
-    std::ofstream(path, std::ios::binary) << *settings.input;
+    writeFile(path, *settings.input);
     input = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   } else {
     int ends[2] = {-1, -1};

@@ -4,12 +4,12 @@
 #include "Platform/Foundation/Value.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -62,19 +62,10 @@ class CliFixture : public testing::Test {
   }
   [[nodiscard]] Run run(const Words& arguments) const { return run(settingsFor(arguments)); }
 
-  /// Random bytes in a file.
+  /// Sample bytes in a file.
   std::string makeFile(const std::string& name, std::size_t size) {
-    std::string content(size, '\0');
-    unsigned state = 12345;
-    for (char& c : content) c = static_cast<char>((state = state * 1664525U + 1013904223U) >> 24U);
-    std::ofstream(directory_.path() + "/" + name, std::ios::binary) << content;
-    return directory_.path() + "/" + name;
-  }
-  static std::string contentOf(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
+    writeFile(directory_ / name, sampleBytes(size));
+    return directory_ / name;
   }
 
   /// The events of a run with --json; each line must be a JSON object with "event".

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "tests/support/Await.h"
+#include "tests/support/Files.h"
 #include "tests/support/RangedObject.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -16,7 +17,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -84,13 +84,10 @@ class DownloadFixture : public testing::Test {
   }
 
   [[nodiscard]] std::string path() const { return home_ / "Documents/blobs/7"; }
-  [[nodiscard]] std::string fileBytes() const {
-    std::ifstream file(path(), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
+  [[nodiscard]] std::string fileBytes() const { return contentOf(path()); }
   void writeFile(const std::string& bytes) const {
     std::filesystem::create_directories(home_ / "Documents/blobs");
-    std::ofstream(path(), std::ios::binary) << bytes;
+    test::writeFile(path(), bytes);
   }
   [[nodiscard]] std::vector<std::string> ranges() const {
     std::vector<std::string> result;

@@ -10,12 +10,11 @@
 #include "Platform/TaskEngine/VSTask.h"
 #include "tests/support/Await.h"
 #include "tests/support/FakeHttpTransport.h"
+#include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <utility>
@@ -79,13 +78,8 @@ class FileAdapterFixture : public testing::Test {
   [[nodiscard]] static std::string json(const platform::Dictionary& dictionary) {
     return platform::VROCommonUtility::getJSONStringFromNSDictionary(dictionary, nullptr).value();
   }
-  [[nodiscard]] static std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-  }
-  static void write(const std::string& path, std::string_view bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-  }
+  static std::string contentOf(const std::string& path) { return test::contentOf(path); }
+  static void write(const std::string& path, std::string_view bytes) { writeFile(path, bytes); }
 
   static constexpr const char* kUrl = "http://127.0.0.1/services/storage";
 

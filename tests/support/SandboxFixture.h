@@ -1,6 +1,8 @@
 #pragma once
 
 #include "Sandbox/SandboxServer.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
@@ -8,7 +10,6 @@
 #include <httplib.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -17,15 +18,7 @@ namespace varo::sandbox {
 inline constexpr const char* kOctets = "application/octet-stream";
 inline constexpr const char* kJson = "application/json";
 
-inline std::string sampleBytes(std::size_t size) {
-  std::string bytes(size, '\0');
-  unsigned seed = 1;
-  for (char& byte : bytes) {
-    seed = seed * 1664525u + 1013904223u;
-    byte = static_cast<char>(seed >> 24);
-  }
-  return bytes;
-}
+using test::sampleBytes;
 
 inline std::string percentEncoded(const std::string& text) {
   constexpr const char* kDigits = "0123456789ABCDEF";
@@ -83,17 +76,7 @@ inline httplib::Result sendBytes(const Upload& upload, const std::string& bytes)
 
 class SandboxTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "sandboxXXXXXX").string();
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    directory_ = pattern;
-    restart({});
-  }
-
-  void TearDown() override {
-    server_.reset();
-    std::filesystem::remove_all(directory_);
-  }
+  void SetUp() override { restart({}); }
 
   void restart(SandboxOptions options) {
     server_.reset();
@@ -162,7 +145,8 @@ class SandboxTest : public testing::Test {
     return httplib::Client(std::string(form.at("domain").as_string())).Get(path, headers);
   }
 
-  std::string directory_;
+  const test::TemporaryDirectory temporary_;
+  const std::string& directory_ = temporary_.path();
   std::unique_ptr<SandboxServer> server_;
   Address base_;
   std::string files_;

@@ -6,11 +6,11 @@
 #include "Platform/Network/CurlHttpTransport.h"
 #include "Platform/Network/HttpTransportError.h"
 #include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <memory>
@@ -48,16 +48,11 @@ struct Outcome {
 class TransportTest : public testing::Test {
  protected:
   TransportTest() {
-    std::string name = (std::filesystem::temp_directory_path() / "varo-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) != nullptr) directory_ = name;
     configuration_.connectTimeout = std::chrono::seconds(5);
     configuration_.stallTimeout = std::chrono::seconds(20);
     remake();
   }
-  ~TransportTest() override {
-    transport_.reset();
-    std::filesystem::remove_all(directory_);
-  }
+  ~TransportTest() override { transport_.reset(); }
 
   /// A transport with what `configuration_` says now.
   void remake() {
@@ -92,7 +87,8 @@ class TransportTest : public testing::Test {
     return run({platform::HttpMethod::kPut, url, std::move(headers), std::move(body), {}});
   }
 
-  std::string directory_;
+  const TemporaryDirectory temporary_;
+  const std::string& directory_ = temporary_.path();
   platform::NetworkConfiguration configuration_;
   platform::HttpCookieStore cookies_;
   std::atomic<int> calls_{0};

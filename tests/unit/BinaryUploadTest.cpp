@@ -22,12 +22,6 @@ using test::RecordedRequest;
 using test::ScriptedAnswer;
 using testing::HasSubstr;
 
-std::string bytesOf(std::size_t size) {
-  std::string bytes(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 7 + i / 251) & 0xFFU);
-  return bytes;
-}
-
 class UploadTest : public test::FileAdapterFixture {
  protected:
   /// Answers a creation with `uploadTemplate`, commits and chunks with success.
@@ -88,7 +82,7 @@ class UploadTest : public test::FileAdapterFixture {
 };
 
 TEST_F(UploadTest, FileGoesInChunksAndIsCommitted) {
-  const std::string bytes = bytesOf(2'500'000);
+  const std::string bytes = test::sampleBytes(2'500'000);
   write(path_, bytes);
   serve(putToService());
   uploadPath();
@@ -136,8 +130,8 @@ TEST_F(UploadTest, FileGoesInChunksAndIsCommitted) {
 }
 
 TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
-  const std::string large = bytesOf(2'500'000);
-  const std::string small = bytesOf(10);
+  const std::string large = test::sampleBytes(2'500'000);
+  const std::string small = test::sampleBytes(10);
   constexpr std::size_t kMiB = 1'048'576;
   using Sizes = std::vector<std::size_t>;
   struct Case {

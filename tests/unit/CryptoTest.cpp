@@ -1,7 +1,7 @@
 #include "Platform/Crypto/HmacSha256.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/File.h"
+#include "tests/support/Files.h"
 
 #include <gtest/gtest.h>
 
@@ -11,11 +11,7 @@
 namespace varo::platform {
 namespace {
 
-Data inFile(std::string_view bytes) {
-  const auto file = File::createUnnamed(testing::TempDir()).value();
-  EXPECT_TRUE(file->writeAt(0, bytes).ok());
-  return Data::fromFileRegion(file, 0, bytes.size());
-}
+using test::inFile;
 
 TEST(Sha256Test, PublishedExamplesOnceAtOnceAndPieceByPiece) {
   const struct {

@@ -4,8 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace varo::binary {
@@ -70,31 +68,11 @@ TEST_F(DownloadFileTest, BlobIdsThatLeaveTheFolderAreRefused) {
   }
 }
 
-/// A limit of the process stands in for a full disk: writes beyond it fail as there.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-
- private:
-  rlimit before_{};
-  void (*handler_)(int);
-};
-
 TEST_F(DownloadFileTest, FullDiskKeepsWhatWasWrittenAndTheDownloadGoesOnLater) {
   object_ = RangedObject::ofSize(300'000);
   const auto task = makeTask({{kChunkSizeKey, 50'000}});
   {
-    const FileSizeLimit limit(170'000);
+    const test::FileSizeLimit limit(170'000);
     task->start();
     ASSERT_TRUE(reaches(task, TaskState::Errored));
   }

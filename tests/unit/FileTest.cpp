@@ -1,15 +1,13 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/File.h"
+#include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <csignal>
-#include <fstream>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 
@@ -19,55 +17,12 @@ namespace {
 using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using varo::test::TemporaryDirectory;
-
-/// Bytes that differ from block to block, so that a piece at a wrong place shows.
-std::string pattern(std::size_t size) {
-  std::string bytes(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 31 + i / 4096) & 0xFFU);
-  return bytes;
-}
-
-void write(const std::string& path, std::string_view bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string contentOf(const std::string& path) {
-  const auto data = Data::fromFile(path);
-  return data.ok() ? data->readAll(std::uint64_t{1} << 30U).value() : "(" + path + " is missing)";
-}
+using namespace varo::test;
 
 mode_t modeOf(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
-
-Data nameless(const std::string& directory, std::string_view bytes) {
-  const auto file = File::createUnnamed(directory).value();
-  EXPECT_TRUE(file->writeAt(0, bytes).ok());
-  return Data::fromFileRegion(file, 0, bytes.size());
-}
-
-/// Lets files of this process grow to this size only, as a full disk would.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    handler_ = std::signal(SIGXFSZ, SIG_IGN);
-    const struct rlimit limit = {bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  struct rlimit before_ {};
-  void (*handler_)(int) = nullptr;
-};
 
 class StoreFileTest : public testing::Test {
  protected:
@@ -76,17 +31,17 @@ class StoreFileTest : public testing::Test {
 };
 
 TEST_F(StoreFileTest, EveryKindOfDataArrivesWholeAndNothingElseIsLeft) {
-  const std::string bytes = pattern(1500000);
-  write(directory_ / "source", bytes);
+  const std::string bytes = sampleBytes(1500000);
+  writeFile(directory_ / "source", bytes);
   const TemporaryDirectory elsewhere;
   const Data cases[] = {
       Data::fromBytes(bytes),
       Data::fromBytes("head" + bytes + "tail").slice(4, bytes.size()),
       Data::fromFile(directory_ / "source").value(),
-      nameless(directory_.path(), bytes),
-      nameless(elsewhere.path(), bytes),
+      inFile(bytes, directory_.path()),
+      inFile(bytes, elsewhere.path()),
       // Another file system where there is one: the kernel neither links nor copies across.
-      nameless(fileKindAt("/dev/shm") == FileKind::kDirectory ? "/dev/shm" : "/tmp", bytes),
+      inFile(bytes, fileKindAt("/dev/shm") == FileKind::kDirectory ? "/dev/shm" : "/tmp"),
   };
   for (const Data& data : cases) {
     ASSERT_TRUE(storeFile(path_, data).ok());
@@ -98,7 +53,7 @@ TEST_F(StoreFileTest, EveryKindOfDataArrivesWholeAndNothingElseIsLeft) {
 }
 
 TEST_F(StoreFileTest, FilesStoredFromOneNamelessFileAreTwo) {
-  const Data data = nameless(directory_.path(), "bytes");
+  const Data data = inFile("bytes", directory_.path());
   struct stat stored {};
   ASSERT_TRUE(storeFile(path_, data).ok());
   ASSERT_TRUE(storeFile(directory_ / "second", data).ok());
@@ -108,9 +63,9 @@ TEST_F(StoreFileTest, FilesStoredFromOneNamelessFileAreTwo) {
 
 TEST_F(StoreFileTest, ReplacedFileKeepsItsPermissionsButNotItsPrivileges) {
   for (const bool takeOver : {false, true}) {
-    write(path_, "old");
+    writeFile(path_, "old");
     ASSERT_EQ(::chmod(path_.c_str(), 04755), 0);
-    const Data data = takeOver ? nameless(directory_.path(), "new") : Data::fromBytes("new");
+    const Data data = takeOver ? inFile("new", directory_.path()) : Data::fromBytes("new");
     ASSERT_TRUE(storeFile(path_, data).ok());
     EXPECT_EQ(contentOf(path_), "new");
     EXPECT_EQ(modeOf(path_), 0755U);
@@ -118,13 +73,13 @@ TEST_F(StoreFileTest, ReplacedFileKeepsItsPermissionsButNotItsPrivileges) {
 }
 
 TEST_F(StoreFileTest, FailedWriteLeavesTheOldFileAndNoTemporary) {
-  const std::string big = pattern(300000);
+  const std::string big = sampleBytes(300000);
   const TemporaryDirectory elsewhere;
   const auto shrunk = File::createUnnamed(directory_.path()).value();
-  const Data fromOtherFile = nameless(elsewhere.path(), "x" + big).slice(1, big.size());
+  const Data fromOtherFile = inFile("x" + big, elsewhere.path()).slice(1, big.size());
   const Data cases[] = {Data::fromBytes(big), fromOtherFile, Data::fromFileRegion(shrunk, 0, 100)};
   for (const bool replaces : {true, false}) {
-    if (replaces) write(path_, "old");
+    if (replaces) writeFile(path_, "old");
     for (const Data& data : cases) {
       const FileSizeLimit limit(100000);
       const auto stored = storeFile(path_, data);
@@ -140,7 +95,7 @@ TEST_F(StoreFileTest, FailedWriteLeavesTheOldFileAndNoTemporary) {
 }
 
 TEST_F(StoreFileTest, WhatIsNoRegularFileIsRefusedAndUntouched) {
-  write(directory_ / "target", "target");
+  writeFile(directory_ / "target", "target");
   ASSERT_EQ(::symlink("target", (directory_ / "link").c_str()), 0);
   ASSERT_EQ(::symlink("nowhere", (directory_ / "dangling").c_str()), 0);
   ASSERT_EQ(::mkdir((directory_ / "directory").c_str(), 0700), 0);
@@ -160,7 +115,7 @@ TEST_F(StoreFileTest, WhatIsNoRegularFileIsRefusedAndUntouched) {
       {"target\0hidden"s, EINVAL},
   };
   for (const auto& item : cases) {
-    for (const Data& data : {Data::fromBytes("new"), nameless(directory_.path(), "new")}) {
+    for (const Data& data : {Data::fromBytes("new"), inFile("new", directory_.path())}) {
       const auto stored = storeFile(directory_ / item.name, data);
       ASSERT_FALSE(stored.ok()) << item.name;
       EXPECT_EQ(stored.error()->code(), item.code) << item.name;
@@ -175,7 +130,7 @@ TEST_F(StoreFileTest, WhatIsNoRegularFileIsRefusedAndUntouched) {
 // nothing but "done": the second temporary name stayed behind.
 TEST_F(StoreFileTest, StoresOfOneNamelessFileSideBySideLeaveNoTemporary) {
   for (int round = 0; round < 400; ++round) {
-    const Data data = nameless(directory_.path(), "bytes");
+    const Data data = inFile("bytes", directory_.path());
     const auto store = [this, data] { EXPECT_TRUE(storeFile(path_, data).ok()); };
     std::thread other(store);
     store();
@@ -258,8 +213,8 @@ TEST(PathTest, NameThroughALinkLeavesTheDirectory) {
 
 TEST(DataTest, ReadsAndSlicesAlikeFromMemoryAndFile) {
   const TemporaryDirectory directory;
-  const std::string bytes = pattern(600000);
-  for (const Data& whole : {Data::fromBytes(bytes), nameless(directory.path(), bytes)}) {
+  const std::string bytes = sampleBytes(600000);
+  for (const Data& whole : {Data::fromBytes(bytes), inFile(bytes, directory.path())}) {
     const struct {
       std::uint64_t offset, length;
     } cases[] = {{0, UINT64_MAX}, {299999, 300001}, {5, 0},
@@ -290,15 +245,15 @@ TEST(DataTest, ReadsAndSlicesAlikeFromMemoryAndFile) {
 
 TEST(DataTest, FileThatShrankIsAnErrorAndItsUnlinkedBytesStayReadable) {
   const TemporaryDirectory directory;
-  write(directory / "file", pattern(1000));
+  writeFile(directory / "file", sampleBytes(1000));
   const Data data = Data::fromFile(directory / "file").value();
   ASSERT_EQ(::unlink((directory / "file").c_str()), 0);
-  EXPECT_TRUE(data.readAll(1000).value() == pattern(1000));
-  write(directory / "other", pattern(1000));
+  EXPECT_TRUE(data.readAll(1000).value() == sampleBytes(1000));
+  writeFile(directory / "other", sampleBytes(1000));
   const Data shrunk = Data::fromFile(directory / "other").value();
   ASSERT_EQ(::truncate((directory / "other").c_str(), 10), 0);
   EXPECT_EQ(shrunk.readAll(1000).error()->code(), EIO);
-  EXPECT_EQ(shrunk.slice(0, 10).readAll(10).value(), pattern(10));
+  EXPECT_EQ(shrunk.slice(0, 10).readAll(10).value(), sampleBytes(10));
   EXPECT_FALSE(shrunk.forEachPiece([](std::string_view) { return Result<void>(); }).ok());
 }
 

@@ -1,6 +1,6 @@
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Json.h"
+#include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,12 +14,6 @@ namespace {
 using namespace std::string_literals;
 
 std::string nested(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
-
-Data fileBacked(std::string_view bytes) {
-  const auto file = File::createUnnamed(testing::TempDir()).value();
-  EXPECT_TRUE(file->writeAt(0, bytes).ok());
-  return Data::fromFileRegion(file, 0, bytes.size());
-}
 
 TEST(JsonTest, ReadsEveryFormExactly) {
   const struct {
@@ -93,11 +87,11 @@ TEST(JsonTest, FileBackedBytesReadAsThoseInMemory) {
   text += "{}]";
   const auto fromMemory = json::parse(text);
   ASSERT_TRUE(fromMemory.ok()) << fromMemory.error()->description();
-  const auto fromFile = json::parse(fileBacked(text));
+  const auto fromFile = json::parse(test::inFile(text));
   ASSERT_TRUE(fromFile.ok()) << fromFile.error()->description();
   EXPECT_EQ(*fromFile, *fromMemory);
 
-  const auto tail = json::parse(fileBacked(text + "x"));
+  const auto tail = json::parse(test::inFile(text + "x"));
   ASSERT_FALSE(tail.ok());
   EXPECT_THAT(tail.error()->localizedDescription(),
               testing::HasSubstr("byte " + std::to_string(text.size()) + ":"));

@@ -2,8 +2,8 @@
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
 #include "Binary/Binary/Utils/SigningKeyCache.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/File.h"
 #include "tests/support/Await.h"
+#include "tests/support/Files.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/SteppingClock.h"
 
@@ -24,6 +24,7 @@ using platform::Data;
 using platform::Dictionary;
 using platform::LogLevel;
 using platform::Value;
+using test::inFile;
 using test::SteppingClock;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -51,12 +52,6 @@ Dictionary requestTemplate(const std::string& method) {
   return {{"method", method},
           {"Host", "examplebucket.s3.amazonaws.com"},
           {"AuthParameters", Dictionary{{"serviceName", "s3"}}}};
-}
-
-Data inFile(std::string_view bytes) {
-  const auto file = platform::File::createUnnamed(testing::TempDir()).value();
-  EXPECT_TRUE(file->writeAt(0, bytes).ok());
-  return Data::fromFileRegion(file, 0, bytes.size());
 }
 
 class S3HMACGeneratorTest : public testing::Test {
