@@ -4,23 +4,18 @@
 #include "Sandbox/GeneratedBytes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SandboxFixture.h"
-#include "tests/support/TemporaryDirectory.h"
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
 #include <fmt/format.h>
 
-#include <chrono>
-#include <csignal>
-#include <fstream>
 #include <random>
 #include <thread>
 
 namespace varo::sandbox {
 namespace {
 
-using test::ChildProcess;
-using test::TemporaryDirectory;
+using namespace test;
 
 class BlobSurvivalTest : public SandboxTest {
  protected:

@@ -1,27 +1,14 @@
-#include "Platform/Foundation/Value.h"
 #include "Sandbox/ExampleDatabase.h"
 #include "Sandbox/GeneratedBytes.h"
-#include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/CliFixture.h"
 
 #include <SQLiteCpp/Database.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace varo::test {
 namespace {
 
-using platform::Dictionary;
-using platform::Value;
+using namespace platform;
 using sandbox::ExampleDatabase;
 
 constexpr std::size_t kRange = 1 << 20;

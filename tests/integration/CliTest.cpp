@@ -1,23 +1,10 @@
-#include "Platform/Foundation/Value.h"
-#include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
-#include "tests/support/ChildProcess.h"
 #include "tests/support/CliFixture.h"
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <csignal>
-#include <filesystem>
-#include <optional>
-#include <string>
-#include <vector>
 
 namespace varo::test {
 namespace {
 
-using platform::Dictionary;
-using platform::Value;
+using namespace platform;
 
 constexpr std::size_t kChunk = 1'048'576;
 

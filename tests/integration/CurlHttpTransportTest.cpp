@@ -1,18 +1,11 @@
 #include "tests/support/TransportFixture.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <iterator>
 
 namespace varo::test {
 namespace {
 
-using platform::CookieAcceptPolicy;
-using platform::Data;
-using platform::HttpHeader;
-using platform::HttpMethod;
-using platform::HttpTransportError;
+using namespace platform;
 
 using CurlHttpTransportTest = TransportTest;
 

@@ -1,22 +1,13 @@
-#include "Platform/Foundation/File.h"
 #include "Platform/Network/NetworkTuning.h"
 #include "tests/support/Files.h"
 #include "tests/support/TransportFixture.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <fstream>
 #include <sys/stat.h>
 
 namespace varo::test {
 namespace {
 
-using platform::Data;
-using platform::HttpMethod;
-using platform::HttpRequest;
-using platform::HttpTransportError;
+using namespace platform;
 using testing::HasSubstr;
 
 /// Ends of transfers, sizes beyond memory, and TLS.

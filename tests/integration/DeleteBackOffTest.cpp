@@ -7,20 +7,13 @@
 #include "tests/support/FileAdapterFixture.h"
 
 #include <atomic>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <future>
 
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::HttpMethod;
-using platform::Random;
-using platform::Runtime;
-using platform::Sleeper;
-using platform::Value;
+using namespace platform;
 using test::answerWith;
 using Clock = std::chrono::steady_clock;
 

@@ -1,7 +1,5 @@
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Platform/Foundation/Data.h"
-#include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Network/CurlHttpTransport.h"
@@ -13,30 +11,19 @@
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <future>
 #include <latch>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::Value;
-using platform::VSTask;
+using namespace platform;
 using sandbox::FaultRule;
 using sandbox::SandboxServer;
 using test::eventually;
-using testing::HasSubstr;
-using testing::Not;
+using namespace testing;
 
 /// How one operation ended.
 struct Outcome {

@@ -3,14 +3,7 @@
 #include "tests/support/SandboxFixture.h"
 
 #include <SQLiteCpp/Database.h>
-#include <boost/json/serialize.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <httplib.h>
 #include <openssl/evp.h>
-
-#include <string>
-#include <vector>
 
 namespace varo::sandbox {
 namespace {

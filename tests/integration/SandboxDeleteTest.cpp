@@ -1,16 +1,8 @@
 #include "tests/support/SandboxFixture.h"
 
-#include <boost/json/serialize.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <httplib.h>
-
 #include <atomic>
 #include <chrono>
-#include <filesystem>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace varo::sandbox {
 namespace {

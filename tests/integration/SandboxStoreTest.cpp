@@ -1,21 +1,13 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SandboxFixture.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <iterator>
 #include <set>
-#include <string>
-#include <vector>
 
 namespace varo::sandbox {
 namespace {
 
 namespace json = boost::json;
-using testing::HasSubstr;
-using testing::StartsWith;
+using namespace testing;
 
 // SHA-256 of "" and of "hello, store".
 constexpr const char* kEmptyHash =

@@ -5,17 +5,9 @@
 #include "tests/support/Await.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <functional>
-#include <memory>
-#include <string>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 // The shared runtime can be shut down once a process, so each case runs in a process of its own,
@@ -24,9 +16,7 @@
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::Runtime;
-using platform::Value;
+using namespace platform;
 using test::eventually;
 
 constexpr int kOperations = 60;

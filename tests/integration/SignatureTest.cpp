@@ -5,23 +5,14 @@
 #include "tests/support/SteppingClock.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
-
-#include <optional>
 #include <random>
-#include <string>
-#include <string_view>
-#include <vector>
 
 // Signatures beside those of an independent implementation, botocore, which is run once for all.
 
 namespace varo::binary {
 namespace {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::Value;
+using namespace platform;
 
 constexpr int kCases = 300;
 constexpr int kNoBotocore = 77;      // the script's own

@@ -3,7 +3,7 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/File.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <csignal>
 #include <cstdint>

@@ -2,20 +2,12 @@
 #include "tests/support/BlobFixture.h"
 #include "tests/support/RecordingLog.h"
 
-#include <gmock/gmock.h>
-
-#include <filesystem>
-
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::Value;
-using test::answerWith;
-using test::eventually;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
+using namespace platform;
+using namespace test;
+using namespace testing;
 
 const std::string kNotResumable =
     "DownloadTaskErrorDomain 5001 Task is in Started, Ended or Errored state hence can't resumed.";

@@ -4,20 +4,12 @@
 #include "tests/support/RecordingLog.h"
 #include "tests/support/ScriptedBackOff.h"
 
-#include <gmock/gmock.h>
-
 #include <atomic>
-#include <functional>
 
 namespace varo::binary {
 namespace {
 
-using platform::Array;
-using platform::Dictionary;
-using platform::HttpMethod;
-using platform::LogLevel;
-using platform::TaskState;
-using platform::Value;
+using namespace platform;
 using test::answerWith;
 using testing::ElementsAre;
 

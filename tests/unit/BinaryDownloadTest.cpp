@@ -1,19 +1,11 @@
 #include "tests/support/FileAdapterFixture.h"
 
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <thread>
-
 namespace varo::binary {
 namespace {
 
-using platform::Array;
-using platform::Dictionary;
-using platform::Value;
+using namespace platform;
 using test::answerWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
+using namespace testing;
 
 class DownloadTest : public test::FileAdapterFixture {
  protected:

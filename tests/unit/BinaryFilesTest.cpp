@@ -8,12 +8,7 @@
 namespace varo::binary {
 namespace {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::HttpMethod;
-using platform::LogLevel;
-using platform::Value;
+using namespace platform;
 using test::answerWith;
 
 class FilesTest : public test::FileAdapterFixture {

@@ -4,21 +4,11 @@
 #include "tests/support/RecordingLog.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <memory>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::HttpResponseInfo;
-using platform::LogLevel;
-using platform::NetworkError;
-using platform::NetworkErrorPtr;
-using platform::Value;
+using namespace platform;
 using testing::HasSubstr;
 
 class BinaryNetworkUtilsTest : public testing::Test {

@@ -4,22 +4,13 @@
 #include "Platform/Foundation/Base64.h"
 #include "tests/support/FileAdapterFixture.h"
 
-#include <gmock/gmock.h>
-
 #include <atomic>
-#include <cstdint>
-#include <filesystem>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::HttpMethod;
-using platform::Value;
-using test::answerWith;
-using test::RecordedRequest;
-using test::ScriptedAnswer;
+using namespace platform;
+using namespace test;
 using testing::HasSubstr;
 
 class UploadTest : public test::FileAdapterFixture {

@@ -8,21 +8,15 @@
 #include "tests/support/RecordingLog.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <future>
 #include <stdexcept>
-#include <thread>
 
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::LogLevel;
-using platform::Value;
+using namespace platform;
 using testing::ElementsAre;
 
 TEST(BinaryCommonUtilsTest, FiltersJoinTheEntriesInOrderAndSuffixesFindTheirSeparator) {

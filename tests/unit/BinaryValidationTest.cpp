@@ -4,18 +4,12 @@
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::LogLevel;
-using platform::Value;
+using namespace platform;
 
 TEST(ValidationUtilsTest, AcceptsTheUrlsOfThePatternAndNoOthers) {
   const struct {

@@ -1,11 +1,6 @@
 #include "Binary/Binary/BinaryDataManager/BlobFiles.h"
 #include "tests/support/BlobFixture.h"
 
-#include <gmock/gmock.h>
-
-#include <filesystem>
-#include <fstream>
-
 namespace varo::binary {
 namespace {
 

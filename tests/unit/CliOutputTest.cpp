@@ -13,20 +13,12 @@
 
 #include <chrono>
 #include <limits>
-#include <memory>
-#include <optional>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace varo::cli {
 namespace {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::Value;
+using namespace platform;
 
 TEST(TerminalText, WhatAServerSendsCannotSteerTheTerminal) {
   EXPECT_EQ(printable("a\x1b[2J\nb\x7f\xff"), "a\uFFFD[2J\uFFFDb\uFFFD\uFFFD");

@@ -7,10 +7,7 @@
 #include <cstdio>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <utility>
 #include <variant>
-#include <vector>
 
 namespace varo::cli {
 namespace {

@@ -3,8 +3,6 @@
 #include "Platform/Foundation/Error.h"
 #include "tests/support/Files.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <unistd.h>
 

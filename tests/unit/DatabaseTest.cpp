@@ -10,21 +10,16 @@
 #include "tests/support/TemporaryDirectory.h"
 
 #include <SQLiteCpp/Database.h>
-#include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
 #include <fstream>
-#include <functional>
-#include <thread>
 
 namespace varo::binary {
 namespace {
 
 using namespace std::string_literals;
 using namespace varo::platform;
-using varo::test::RecordingLog;
-using varo::test::TemporaryDirectory;
+using namespace test;
 namespace fs = std::filesystem;
 
 constexpr char kRecords[] = "CREATE TABLE records(id INTEGER PRIMARY KEY, a, b)";

@@ -2,19 +2,13 @@
 
 #include "tests/support/DownloadFixture.h"
 
-#include <gmock/gmock.h>
-
 #include <sys/stat.h>
 
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::TaskState;
-using platform::Value;
-using test::eventually;
-using test::RangedObject;
-using test::RecordedRequest;
+using namespace platform;
+using namespace test;
 using testing::HasSubstr;
 
 using DownloadFileTest = test::DownloadFixture;

@@ -4,20 +4,13 @@
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "tests/support/DownloadFixture.h"
 
-#include <atomic>
 #include <random>
-#include <string_view>
-#include <thread>
 
 namespace varo::binary {
 namespace {
 
-using platform::LogLevel;
-using platform::TaskState;
-using platform::Value;
-using platform::VaroNativeFacade;
-using test::eventually;
-using test::RangedObject;
+using namespace platform;
+using namespace test;
 
 constexpr int kRounds = 1000;
 

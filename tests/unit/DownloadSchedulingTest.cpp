@@ -1,27 +1,16 @@
-#include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/BlobFixture.h"
 
-#include <gmock/gmock.h>
-
-#include <cstdlib>
-#include <filesystem>
 #include <future>
 #include <iostream>
-#include <thread>
 
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::Value;
-using test::answerWith;
-using test::eventually;
-using testing::Each;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
+using namespace platform;
+using namespace test;
+using namespace testing;
 
 constexpr TransferPolicy kBothPolicies[] = {TransferPolicy::kCompatible, TransferPolicy::kSafe};
 

@@ -4,27 +4,14 @@
 #include "tests/support/DownloadFixture.h"
 #include "tests/support/RecordingLog.h"
 
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <functional>
 #include <tuple>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::TaskState;
-using platform::Value;
-using test::answerWith;
-using test::eventually;
-using test::failWith;
-using test::RangedObject;
-using test::RecordedRequest;
-using test::ScriptedAnswer;
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace platform;
+using namespace test;
+using namespace testing;
 
 using DownloadTaskTest = test::DownloadFixture;
 

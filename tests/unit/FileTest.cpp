@@ -1,11 +1,7 @@
-#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/File.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <sys/stat.h>
@@ -15,8 +11,7 @@ namespace varo::platform {
 namespace {
 
 using namespace std::string_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace testing;
 using namespace varo::test;
 
 mode_t modeOf(const std::string& path) {

@@ -2,9 +2,6 @@
 #include "Platform/Foundation/Json.h"
 #include "tests/support/Files.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <limits>
 

@@ -2,7 +2,6 @@
 #include "Platform/Logging/VaroNativeFacade.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
@@ -10,8 +9,7 @@
 namespace varo::platform {
 namespace {
 
-using testing::HasSubstr;
-using testing::Not;
+using namespace testing;
 
 class LoggingTest : public testing::Test {
  protected:

@@ -5,7 +5,6 @@
 #include "Platform/Network/UrlEncoding.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace varo::platform {
 namespace {

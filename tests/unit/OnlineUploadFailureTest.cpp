@@ -4,22 +4,13 @@
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/OnlineUploadFixture.h"
 
-#include <gmock/gmock.h>
-
-#include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
-#include <thread>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::Value;
-using test::answerWith;
-using test::failWith;
-using test::RecordedRequest;
+using namespace platform;
+using namespace test;
 using testing::StartsWith;
 
 const std::string kWrongStatus =

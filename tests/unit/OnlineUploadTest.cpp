@@ -1,38 +1,20 @@
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
-#include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/OnlineUploadFixture.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/SteppingClock.h"
 
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <chrono>
 #include <ctime>
-#include <filesystem>
 #include <future>
 #include <stdexcept>
-#include <thread>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::HttpHeader;
-using platform::HttpMethod;
-using platform::HttpRequest;
-using platform::LogLevel;
-using platform::Value;
-using test::answerWith;
-using test::eventually;
-using test::RecordedRequest;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::Not;
-using testing::StartsWith;
+using namespace platform;
+using namespace test;
+using namespace testing;
 
 using OnlineUploadTest = test::OnlineUploadFixture;
 

@@ -7,29 +7,14 @@
 #include "tests/support/RecordingLog.h"
 #include "tests/support/SteppingClock.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <array>
-#include <atomic>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::LogLevel;
-using platform::Value;
-using test::inFile;
-using test::SteppingClock;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
+using namespace platform;
+using namespace test;
+using namespace testing;
 using enum S3OperationType;
 
 constexpr std::int64_t kPublishedTime = 1369353600;  // 2013-05-24T00:00:00Z

@@ -13,13 +13,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdint>
 #include <limits>
-#include <optional>
 #include <set>
-#include <string>
-#include <string_view>
-#include <vector>
 
 namespace varo::sandbox {
 namespace {

@@ -5,13 +5,9 @@
 #include "tests/support/Await.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace varo::platform {
 namespace {

@@ -4,19 +4,12 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::LogLevel;
-using platform::TaskState;
-using platform::VSTask;
+using namespace platform;
 using test::eventually;
 using TaskPtr = TaskQueueManager::TaskPtr;
 

@@ -4,7 +4,6 @@
 #include "Platform/Foundation/Value.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 
@@ -12,8 +11,7 @@ namespace varo::platform {
 namespace {
 
 using namespace std::literals;
-using testing::HasSubstr;
-using testing::Not;
+using namespace testing;
 
 TEST(TextTest, Utf8IsCheckedAndMendedByTheUnicodeTable) {
   const struct {

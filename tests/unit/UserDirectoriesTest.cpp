@@ -1,10 +1,6 @@
 #include "Platform/Foundation/UserDirectories.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>

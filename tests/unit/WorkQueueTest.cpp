@@ -7,9 +7,7 @@
 
 #include <atomic>
 #include <latch>
-#include <memory>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 namespace varo::platform {
