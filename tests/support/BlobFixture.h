@@ -1,37 +1,21 @@
 #pragma once
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
-#include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
-#include "Platform/Foundation/UserDirectories.h"
-#include "Platform/Network/VRONetworkUtility.h"
-#include "Platform/TaskEngine/VSTask.h"
-#include "tests/support/Await.h"
-#include "tests/support/Files.h"
+#include "tests/support/OfflineFixture.h"
 #include "tests/support/RangedObject.h"
-#include "tests/support/TemporaryDirectory.h"
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
-#include <memory>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 namespace varo::test {
 
-/// The manager of blobs over a scripted transport, a home directory of its own and a real database
-/// with the table `album`, whose records (`pk`) have the binary column `photo`. Checks at the end
-/// that no task is left and that no block was called that the test did not await.
-class BlobFixture : public testing::Test {
+/// The manager of blobs over a real database with the table `album`, whose records (`pk`) have the
+/// binary column `photo`. Checks at the end that no block was called that the test did not await.
+class BlobFixture : public OfflineFixture {
  protected:
   static constexpr const char* kDatabase = "sync.db";
   static constexpr const char* kTable = "album";
@@ -55,8 +39,6 @@ class BlobFixture : public testing::Test {
   };
 
   BlobFixture() {
-    platform::VRONetworkUtility::setTransport(transport_);
-    platform::UserDirectories::install(platform::UserDirectories::below(home_.path()));
     makeDatabase();
     transport_->setHandler(
         [object = object_](const RecordedRequest& request) { return object.answer(request); });
@@ -64,11 +46,8 @@ class BlobFixture : public testing::Test {
   ~BlobFixture() override {
     manager_->clearBinaryDataManagerState();
     transport_->releaseAll();
-    EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == liveTasks_; }));
+    awaitEndOfTasks();
     EXPECT_EQ(calls().size(), awaited_);
-    platform::VRONetworkUtility::setTransport(nullptr);
-    platform::UserDirectories::install(nullptr);
-    binary::setTransferPolicy(binary::TransferPolicy::kCompatible);
   }
 
   // The database.
@@ -124,22 +103,12 @@ class BlobFixture : public testing::Test {
 
   // The service: each record has the same object.
 
-  [[nodiscard]] std::vector<std::string> ranges() const {
-    std::vector<std::string> all;
-    for (const RecordedRequest& request : transport_->requests()) {
-      all.push_back(request.header("Range").value_or("none"));
-    }
-    return all;
-  }
   /// Completes the oldest `count` requests that are kept back, on this thread.
   void release(int count) {
     for (; count > 0; --count) {
       EXPECT_TRUE(eventually([&] { return transport_->heldCount() > 0; }));
       transport_->release();
     }
-  }
-  void awaitHeld(std::size_t count) const {
-    EXPECT_TRUE(eventually([&] { return transport_->heldCount() == count; }));
   }
 
   // The manager.
@@ -194,10 +163,7 @@ class BlobFixture : public testing::Test {
       log->add({"create", blobId, error, std::nullopt});
     };
   }
-  [[nodiscard]] std::vector<Call> calls() const {
-    const platform::MutexLock lock(log_->mutex);
-    return log_->calls;
-  }
+  [[nodiscard]] std::vector<Call> calls() const { return log_->calls(); }
   /// Waits for the next `count` calls of blocks.
   std::vector<Call> awaitCalls(std::size_t count) {
     EXPECT_TRUE(eventually([&] { return calls().size() >= awaited_ + count; }));
@@ -228,26 +194,13 @@ class BlobFixture : public testing::Test {
     }
     return text;
   }
-  static std::string contentOf(const std::string& path) { return test::contentOf(path); }
 
   const RangedObject object_{"0123456789"};
-  const TemporaryDirectory home_;
-  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
   const std::shared_ptr<binary::BinaryDataManager> manager_ =
       binary::BinaryDataManager::sharedInstance();
 
  private:
-  struct Log {
-    void add(Call call) {
-      const platform::MutexLock lock(mutex);
-      calls.push_back(std::move(call));
-    }
-    platform::Mutex mutex;
-    std::vector<Call> calls VARO_GUARDED_BY(mutex);
-  };
-
-  const std::size_t liveTasks_ = platform::VSTask::liveCount();
-  const std::shared_ptr<Log> log_ = std::make_shared<Log>();
+  const std::shared_ptr<CallLog<Call>> log_ = std::make_shared<CallLog<Call>>();
   std::size_t awaited_ = 0;
 };
 

@@ -2,43 +2,21 @@
 
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
-#include "Platform/Foundation/UserDirectories.h"
-#include "Platform/Network/VRONetworkUtility.h"
-#include "tests/support/Await.h"
-#include "tests/support/Files.h"
+#include "tests/support/OfflineFixture.h"
 #include "tests/support/RangedObject.h"
-#include "tests/support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
-#include <string>
-#include <vector>
 
 namespace varo::test {
 
-/// Downloads of one object, from a server without a network, into a home of its own. When a test
-/// has ended, none of its tasks is left.
-class DownloadFixture : public testing::Test {
+/// Downloads of one object.
+class DownloadFixture : public OfflineFixture {
  protected:
   DownloadFixture() {
-    platform::UserDirectories::install(platform::UserDirectories::below(home_.path()));
-    platform::VRONetworkUtility::setTransport(transport_);
     transport_->setHandler(
         [this](const RecordedRequest& request) { return object_.answer(request); });
-  }
-  ~DownloadFixture() override {
-    EXPECT_TRUE(eventually([this] { return platform::VSTask::liveCount() == tasksBefore_; }))
-        << platform::VSTask::liveCount() - tasksBefore_ << " tasks are left";
-    platform::VRONetworkUtility::setTransport(nullptr);
-    platform::UserDirectories::install(nullptr);
-    binary::setTransferPolicy(binary::TransferPolicy::kCompatible);
   }
 
   /// The input of a download of the record that `object_` stands for; `more` wins.
@@ -89,17 +67,6 @@ class DownloadFixture : public testing::Test {
     std::filesystem::create_directories(home_ / "Documents/blobs");
     test::writeFile(path(), bytes);
   }
-  [[nodiscard]] std::vector<std::string> ranges() const {
-    std::vector<std::string> result;
-    for (const RecordedRequest& request : transport_->requests()) {
-      result.push_back(request.header("Range").value_or("none"));
-    }
-    return result;
-  }
-
-  const std::size_t tasksBefore_ = platform::VSTask::liveCount();
-  const TemporaryDirectory home_;
-  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
   RangedObject object_ = RangedObject::ofSize(2500);  // changed only while nothing is under way
 };
 

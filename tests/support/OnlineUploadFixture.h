@@ -1,26 +1,13 @@
 #pragma once
 
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryUploadManager.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
-#include "Platform/Foundation/Mutex.h"
-#include "Platform/Network/VRONetworkUtility.h"
-#include "tests/support/Await.h"
-#include "tests/support/FakeHttpTransport.h"
-#include "tests/support/TemporaryDirectory.h"
-
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
+#include "tests/support/OfflineFixture.h"
 
 namespace varo::test {
 
-/// Online uploads over a scripted transport: the first request of an upload is answered with
-/// `template_`, the others with `answer_`. When a test has ended, none of its tasks is left, and no
-/// block was called that it has not awaited.
-class OnlineUploadFixture : public testing::Test {
+/// Online uploads: the first request of an upload is answered with `template_`, the others with
+/// `answer_`. Checks at the end that no block was called that the test did not await.
+class OnlineUploadFixture : public OfflineFixture {
  public:
   /// Of an error or an array of errors: " ", domain, code and text of each.
   static std::string textOf(const platform::Value& error) {
@@ -45,7 +32,6 @@ class OnlineUploadFixture : public testing::Test {
   };
 
   OnlineUploadFixture() {
-    platform::VRONetworkUtility::setTransport(transport_);
     transport_->setHandler([this](const RecordedRequest& request) {
       return request.url == kTemplateUrl ? template_ : answer_;
     });
@@ -54,8 +40,6 @@ class OnlineUploadFixture : public testing::Test {
     transport_->releaseAll();
     awaitEndOfTasks();
     EXPECT_EQ(calls().size(), awaited_);
-    platform::VRONetworkUtility::setTransport(nullptr);
-    binary::setTransferPolicy(binary::TransferPolicy::kCompatible);
   }
 
   void upload(const platform::Dictionary& configuration,
@@ -79,10 +63,7 @@ class OnlineUploadFixture : public testing::Test {
   /// Blocks that record their calls and then run `then`.
   [[nodiscard]] binary::UploadBlocks blocks(const std::function<void()>& then = [] {}) const {
     const auto add = [log = log_, then](Call call) {
-      {
-        const platform::MutexLock lock(log->mutex);
-        log->calls.push_back(std::move(call));
-      }
+      log->add(std::move(call));
       then();
     };
     return {
@@ -100,10 +81,7 @@ class OnlineUploadFixture : public testing::Test {
           add({name, "failed" + textOf(error), params, error});
         }};
   }
-  [[nodiscard]] std::vector<Call> calls() const {
-    const platform::MutexLock lock(log_->mutex);
-    return log_->calls;
-  }
+  [[nodiscard]] std::vector<Call> calls() const { return log_->calls(); }
   [[nodiscard]] std::vector<Call> callsFrom(std::size_t first) const {
     const std::vector<Call> all = calls();
     return {all.begin() + static_cast<std::ptrdiff_t>(first), all.end()};
@@ -118,12 +96,6 @@ class OnlineUploadFixture : public testing::Test {
     }));
     awaited_ = calls().size();
   }
-  void awaitEndOfTasks() const {
-    EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == tasksBefore_; }));
-  }
-  void awaitHeld(std::size_t count) const {
-    EXPECT_TRUE(eventually([&] { return transport_->heldCount() == count; }));
-  }
 
   /// A configuration that uploads `kBytes`; `more` wins.
   static platform::Dictionary config(const platform::Dictionary& more = {}) {
@@ -133,8 +105,8 @@ class OnlineUploadFixture : public testing::Test {
     return dictionary;
   }
   [[nodiscard]] std::string writeFile(const std::string& name, const std::string& bytes) const {
-    std::ofstream(directory_ / name, std::ios::binary) << bytes;
-    return directory_ / name;
+    test::writeFile(home_ / name, bytes);
+    return home_ / name;
   }
   /// Templates that have the bytes go to a store, as they are and as a form.
   static constexpr char kBinary[] = R"({"uploadMode":"binary","endpointUrl":"http://store/o"})";
@@ -143,9 +115,6 @@ class OnlineUploadFixture : public testing::Test {
   static constexpr char kTemplateUrl[] = "http://backend/template";
   static constexpr char kBytes[] = "the bytes";
 
-  const std::size_t tasksBefore_ = platform::VSTask::liveCount();
-  const TemporaryDirectory directory_;
-  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
   // Changed only while nothing is under way.
   ScriptedAnswer template_;
   ScriptedAnswer answer_ = answerWith(200, "stored");
@@ -155,11 +124,7 @@ class OnlineUploadFixture : public testing::Test {
   std::size_t ended_ = 0;
 
  private:
-  struct Log {
-    platform::Mutex mutex;
-    std::vector<Call> calls VARO_GUARDED_BY(mutex);
-  };
-  const std::shared_ptr<Log> log_ = std::make_shared<Log>();
+  const std::shared_ptr<CallLog<Call>> log_ = std::make_shared<CallLog<Call>>();
 };
 
 }  // namespace varo::test

@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Text.h"
 #include "tests/support/FakeHttpTransport.h"
+#include "tests/support/Files.h"
 
 #include <fmt/format.h>
 
@@ -34,18 +35,7 @@ struct RangedObject {
   std::string tag = "\"1\"";
   bool statesSize = true;
 
-  /// Bytes that differ at every position near by.
-  static RangedObject ofSize(std::size_t size, unsigned seed = 1) {
-    RangedObject object;
-    object.bytes.resize(size);
-    std::uint64_t state = seed;
-    for (char& byte : object.bytes) {
-      state = state * 6364136223846793005ULL + 1442695040888963407ULL;
-      byte = static_cast<char>(state >> 56U);
-    }
-    return object;
-  }
-
+  static RangedObject ofSize(std::size_t size) { return {.bytes = sampleBytes(size)}; }
   [[nodiscard]] std::string total() const {
     return statesSize ? std::to_string(bytes.size()) : "*";
   }

@@ -3,8 +3,6 @@
 #include "Platform/Foundation/Text.h"
 
 #include <fmt/format.h>
-#include <openssl/bio.h>
-#include <openssl/pem.h>
 #include <openssl/ssl.h>
 
 #include <arpa/inet.h>
@@ -28,30 +26,9 @@ void require(bool condition, const char* what) {
   if (!condition) throw std::runtime_error(what);
 }
 
-std::shared_ptr<void> makeTlsContext(const TestCertificate& certificate) {
-  SSL_CTX* const context = SSL_CTX_new(TLS_server_method());
-  std::shared_ptr<void> owner(context,
-                              [](void* pointer) { SSL_CTX_free(static_cast<SSL_CTX*>(pointer)); });
-  const auto open = [](const std::string& pem) {
-    return std::unique_ptr<BIO, decltype(&BIO_free_all)>(
-        BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free_all);
-  };
-  const auto certificatePem = open(certificate.certificate);
-  const auto keyPem = open(certificate.key);
-  const std::unique_ptr<X509, decltype(&X509_free)> x509(
-      PEM_read_bio_X509(certificatePem.get(), nullptr, nullptr, nullptr), &X509_free);
-  const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
-      PEM_read_bio_PrivateKey(keyPem.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
-  require(SSL_CTX_use_certificate(context, x509.get()) == 1, "test certificate");
-  require(SSL_CTX_use_PrivateKey(context, key.get()) == 1, "test key");
-  return owner;
-}
-
 }  // namespace
 
 // ---- requests and replies ----
-
-std::string WireRequest::method() const { return head.substr(0, head.find(' ')); }
 
 std::string WireRequest::target() const {
   const std::size_t start = head.find(' ') + 1;
@@ -70,31 +47,6 @@ std::optional<std::string> WireRequest::header(std::string_view name) const {
     return std::string(value == std::string_view::npos ? "" : text.substr(value));
   }
   return std::nullopt;
-}
-
-WireReply& WireReply::send(std::string bytes) {
-  steps.push_back({Kind::kSend, std::move(bytes), {}});
-  return *this;
-}
-WireReply& WireReply::sendForever(std::string bytes) {
-  steps.push_back({Kind::kSendForever, std::move(bytes), {}});
-  return *this;
-}
-WireReply& WireReply::wait(std::chrono::milliseconds time) {
-  steps.push_back({Kind::kWait, {}, time});
-  return *this;
-}
-WireReply& WireReply::hold() {
-  steps.push_back({Kind::kHold, {}, {}});
-  return *this;
-}
-WireReply& WireReply::close() {
-  steps.push_back({Kind::kClose, {}, {}});
-  return *this;
-}
-WireReply& WireReply::reset() {
-  steps.push_back({Kind::kReset, {}, {}});
-  return *this;
 }
 
 WireReply reply(int status, std::string_view body, std::string_view headers) {
@@ -180,7 +132,7 @@ class ScriptedServer::Stream {
 
 ScriptedServer::ScriptedServer(Handler handler, const std::optional<TestCertificate>& certificate)
     : handler_(std::move(handler)) {
-  if (certificate) tls_ = makeTlsContext(*certificate);
+  if (certificate) tls_ = certificate->tls;
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   require(listener_ >= 0, "socket");
   sockaddr_in address{};
@@ -228,11 +180,6 @@ std::size_t ScriptedServer::connectionCount() const {
   return accepted_;
 }
 
-std::size_t ScriptedServer::openConnectionCount() const {
-  const MutexLock lock(mutex_);
-  return open_;
-}
-
 void ScriptedServer::acceptAll() {
   while (true) {
     const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -245,18 +192,15 @@ void ScriptedServer::acceptAll() {
     const int noDelay = 1;
     ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof(noDelay));
     auto stream = std::make_shared<Stream>(socket, tls_.get());
-    const std::size_t number = accepted_++;
-    ++open_;
-    connections_.push_back({stream, std::thread([this, number, stream] {
-                              serve(number, *stream);
+    ++accepted_;
+    connections_.push_back({stream, std::thread([this, stream] {
+                              serve(*stream);
                               stream->interrupt();
-                              const MutexLock inner(mutex_);
-                              --open_;
                             })});
   }
 }
 
-void ScriptedServer::serve(std::size_t number, Stream& stream) {
+void ScriptedServer::serve(Stream& stream) {
   sigset_t brokenPipe;  // OpenSSL's writes raise it
   sigemptyset(&brokenPipe);
   sigaddset(&brokenPipe, SIGPIPE);
@@ -274,7 +218,7 @@ void ScriptedServer::serve(std::size_t number, Stream& stream) {
     while ((headEnd = received.find("\r\n\r\n")) == std::string::npos) {
       if (!readMore()) return;
     }
-    WireRequest request{number, received.substr(0, headEnd + 4), {}};
+    WireRequest request{received.substr(0, headEnd + 4), {}};
     received.erase(0, headEnd + 4);
     if (!request.header(kUnreadBodyHeader)) {
       const auto length = platform::parseInteger(request.header("Content-Length").value_or("0"));

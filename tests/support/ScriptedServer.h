@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace varo::test {
@@ -22,11 +23,9 @@ inline constexpr std::string_view kUnreadBodyHeader = "X-Test-Unread-Body";
 
 /// One request as it came over the wire.
 struct WireRequest {
-  std::size_t connection = 0;  // from 0, in the order of accepting
-  std::string head;            // byte for byte, with the empty line
+  std::string head;  // byte for byte, with the empty line
   std::string body;
 
-  [[nodiscard]] std::string method() const;
   [[nodiscard]] std::string target() const;
   /// The value of the first header of this name, in any letter case.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
@@ -49,12 +48,18 @@ struct WireReply {
   };
   std::vector<Step> steps;
 
-  WireReply& send(std::string bytes);
-  WireReply& sendForever(std::string bytes);
-  WireReply& wait(std::chrono::milliseconds time);
-  WireReply& hold();
-  WireReply& close();
-  WireReply& reset();
+  WireReply& send(std::string bytes) { return add({Kind::kSend, std::move(bytes), {}}); }
+  WireReply& sendForever(std::string bytes) {
+    return add({Kind::kSendForever, std::move(bytes), {}});
+  }
+  WireReply& wait(std::chrono::milliseconds time) { return add({Kind::kWait, {}, time}); }
+  WireReply& hold() { return add({Kind::kHold, {}, {}}); }
+  WireReply& close() { return add({Kind::kClose, {}, {}}); }
+  WireReply& reset() { return add({Kind::kReset, {}, {}}); }
+  WireReply& add(Step step) {
+    steps.push_back(std::move(step));
+    return *this;
+  }
 };
 
 /// A complete answer with a Content-Length. `headers` are whole lines, each with its line break.
@@ -78,9 +83,8 @@ class ScriptedServer {
   [[nodiscard]] std::string url(std::string_view target) const;
 
   [[nodiscard]] std::vector<WireRequest> requests() const;
-  /// Connections accepted so far, and those open now.
+  /// Connections accepted so far.
   [[nodiscard]] std::size_t connectionCount() const;
-  [[nodiscard]] std::size_t openConnectionCount() const;
 
  private:
   class Stream;
@@ -90,7 +94,7 @@ class ScriptedServer {
   };
 
   void acceptAll();
-  void serve(std::size_t number, Stream& stream);
+  void serve(Stream& stream);
   [[nodiscard]] static bool play(const WireReply& reply, Stream& stream);
 
   // Constant after construction.
@@ -103,7 +107,6 @@ class ScriptedServer {
   std::list<Connection> connections_ VARO_GUARDED_BY(mutex_);
   std::vector<WireRequest> requests_ VARO_GUARDED_BY(mutex_);
   std::size_t accepted_ VARO_GUARDED_BY(mutex_) = 0;
-  std::size_t open_ VARO_GUARDED_BY(mutex_) = 0;
   bool stopping_ VARO_GUARDED_BY(mutex_) = false;
   std::thread acceptor_;
 };

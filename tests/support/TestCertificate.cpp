@@ -3,6 +3,7 @@
 #include <openssl/bio.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
+#include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 
 #include <memory>
@@ -27,12 +28,6 @@ constexpr long kDay = 24L * 60 * 60;
 
 void require(bool condition) {
   if (!condition) throw std::runtime_error("The test certificate could not be made.");
-}
-
-std::string contents(const Sink& sink) {
-  char* bytes = nullptr;
-  const long size = BIO_get_mem_data(sink.get(), &bytes);
-  return {bytes, static_cast<std::size_t>(size)};
 }
 
 void addExtension(X509* certificate, int kind, const char* value) {
@@ -60,12 +55,15 @@ TestCertificate makeTestCertificate(int daysValid) {
   addExtension(x509, NID_basic_constraints, "critical,CA:TRUE");
   require(X509_sign(x509, key.get(), EVP_sha256()) > 0);
 
-  const Sink certificateSink(BIO_new(BIO_s_mem()));
-  const Sink keySink(BIO_new(BIO_s_mem()));
-  require(PEM_write_bio_X509(certificateSink.get(), x509) == 1);
-  require(PEM_write_bio_PrivateKey(keySink.get(), key.get(), nullptr, nullptr, 0, nullptr,
-                                   nullptr) == 1);
-  return {contents(certificateSink), contents(keySink)};
+  const std::shared_ptr<SSL_CTX> server(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+  require(SSL_CTX_use_certificate(server.get(), x509) == 1);
+  require(SSL_CTX_use_PrivateKey(server.get(), key.get()) == 1);
+
+  const Sink pem(BIO_new(BIO_s_mem()));
+  require(PEM_write_bio_X509(pem.get(), x509) == 1);
+  char* bytes = nullptr;
+  const long size = BIO_get_mem_data(pem.get(), &bytes);
+  return {{bytes, static_cast<std::size_t>(size)}, server};
 }
 
 }  // namespace varo::test

@@ -1,13 +1,14 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace varo::test {
 
-/// A key and a self-signed certificate for 127.0.0.1, both PEM.
+/// A self-signed certificate for 127.0.0.1.
 struct TestCertificate {
-  std::string certificate;
-  std::string key;
+  std::string certificate;    // PEM
+  std::shared_ptr<void> tls;  // an SSL_CTX of a server that has the key
 };
 
 /// Valid from yesterday until `daysValid` from now; negative: expired already.

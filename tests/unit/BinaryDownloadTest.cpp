@@ -4,7 +4,7 @@ namespace varo::binary {
 namespace {
 
 using namespace platform;
-using test::answerWith;
+using namespace test;
 using namespace testing;
 
 class DownloadTest : public test::FileAdapterFixture {
@@ -88,7 +88,7 @@ TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
   } cases[] = {{false, {}, "old"}, {false, true, "old"}, {true, {}, "old"}, {true, "yes", "new"}};
   for (const auto& item : cases) {
     setTransferPolicy(item.safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
-    write(downloads_ + "/a", "old");
+    writeFile(downloads_ + "/a", "old");
     answerLookUp({record("a")});
     if (item.content == "new") transport_->answer(answerWith(200, "new"));
     download("f1", Dictionary{{"forceDownload", item.force}});
@@ -102,7 +102,7 @@ TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
 
 TEST_F(DownloadTest, ServerCannotHaveAnExistingFileReplaced) {
   std::filesystem::create_directory(downloads_);
-  write(downloads_ + "/a", "old");
+  writeFile(downloads_ + "/a", "old");
   transport_->answer(answerWith(200, json({{"records", Array{record("a")}},
                                            {"options", Dictionary{{"forceDownload", true}}}})));
   download();

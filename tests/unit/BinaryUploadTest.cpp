@@ -74,7 +74,7 @@ class UploadTest : public test::FileAdapterFixture {
 
 TEST_F(UploadTest, FileGoesInChunksAndIsCommitted) {
   const std::string bytes = test::sampleBytes(2'500'000);
-  write(path_, bytes);
+  writeFile(path_, bytes);
   serve(putToService());
   uploadPath();
   const auto events = awaitEvents(5);
@@ -162,7 +162,7 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
     const Dictionary extra{{"chunkSize", item.chunkSize}};
     const Dictionary options{{"chunkSize", item.optionsChunkSize}};
     if (item.source.isMissing()) {
-      write(path_, item.bytes);
+      writeFile(path_, item.bytes);
       upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, extra, options);
     } else {
       upload("UploadInputTypeRawBytes", {{"rawBytes", item.source}}, extra, options);
@@ -179,8 +179,8 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
 }
 
 TEST_F(UploadTest, OutsideStoreSeesNeitherTokenNorQueryAndCannotTakeOver) {
-  write(path_, "bytes");
-  write(home_ / "private", "private");
+  writeFile(path_, "bytes");
+  writeFile(home_ / "private", "private");
   transport_->setHandler([this](const RecordedRequest& request) {
     const Dictionary takeOver{{"file", Dictionary{{"filePath", home_ / "private"}}},
                               {"callback", "x"},
@@ -216,12 +216,12 @@ TEST_F(UploadTest, OutsideStoreSeesNeitherTokenNorQueryAndCannotTakeOver) {
 }
 
 TEST_F(UploadTest, FileThatIsReplacedOrGrowsIsUploadedAsItWas) {
-  write(path_, "0123456789");
+  writeFile(path_, "0123456789");
   serve(putToService());
   onChunk_ = [this] {
     if (chunks_ == 1) std::ofstream(path_, std::ios::app) << "grown";
     if (chunks_ != 2) return;
-    write(home_ / "other", "another file");
+    writeFile(home_ / "other", "another file");
     std::filesystem::rename(home_ / "other", path_);
   };
   uploadPath({{"chunkSize", 4}});
@@ -245,7 +245,7 @@ struct UploadFailure {
 };
 
 TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
-  write(path_, "0123456789");
+  writeFile(path_, "0123456789");
   const auto created = [](Dictionary uploadTemplate) {
     return answerWith(200, json({{"upload_template", json(uploadTemplate)}}));
   };
@@ -306,7 +306,7 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
 }
 
 TEST_F(UploadTest, FileThatGoesBeforeItsFirstChunkIsAFailure) {
-  write(path_, "bytes");
+  writeFile(path_, "bytes");
   transport_->hold();
   transport_->answer(answerWith(200, json({{"upload_template", json(putToService())}})));
   uploadPath();
@@ -335,7 +335,7 @@ TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
 }
 
 TEST_F(UploadTest, MetadataWithoutJsonFormIsReportedAndTheRequestStillSent) {
-  write(path_, "bytes");
+  writeFile(path_, "bytes");
   transport_->answer(answerWith(200, "{}"));
   uploadPath({{"metadata", Dictionary{{"file_name", "a"}, {"bytes", Data()}}}});
   // The failure block has no order relative to the progress block.

@@ -40,7 +40,7 @@ TEST_F(OnlineUploadFailureTest, ConfigurationThatBreaksARuleIsReportedAndNothing
       {{{"URL", "u"}, {"FilePath", 5}}, type + "Invalid datatype found for Url"},
       {{{"URL", "u"}, {"FilePath", writeFile("empty", "")}},
        type + "No data present in given file"},
-      {{{"URL", "u"}, {"FilePath", directory_ / "none"}},
+      {{{"URL", "u"}, {"FilePath", home_ / "none"}},
        value + "Could not find File at given FilePath"},
       {{{"URL", "u"}, {"rawBytes", "text"}}, type + "Invalid datatype found for rawData"},
       {{{"URL", "u"}, {"rawBytes", Data()}}, value + "Null value found for rawData"},

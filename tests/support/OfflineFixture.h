@@ -1,0 +1,76 @@
+#pragma once
+
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Network/VRONetworkUtility.h"
+#include "Platform/TaskEngine/VSTask.h"
+#include "tests/support/Await.h"
+#include "tests/support/FakeHttpTransport.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace varo::test {
+
+/// What blocks were called with, in the order of the calls. Thread-safe.
+template <typename Call>
+class CallLog {
+ public:
+  void add(Call call) {
+    const platform::MutexLock lock(mutex_);
+    calls_.push_back(std::move(call));
+  }
+  [[nodiscard]] std::vector<Call> calls() const {
+    const platform::MutexLock lock(mutex_);
+    return calls_;
+  }
+
+ private:
+  mutable platform::Mutex mutex_;
+  std::vector<Call> calls_ VARO_GUARDED_BY(mutex_);
+};
+
+/// A scripted transport and a home directory of its own. Checks at the end that no task is left.
+class OfflineFixture : public testing::Test {
+ protected:
+  explicit OfflineFixture(std::size_t tasksBefore = platform::VSTask::liveCount())
+      : tasksBefore_(tasksBefore) {
+    platform::VRONetworkUtility::setTransport(transport_);
+    platform::UserDirectories::install(platform::UserDirectories::below(home_.path()));
+  }
+  ~OfflineFixture() override {
+    transport_->releaseAll();
+    awaitEndOfTasks();
+    platform::VRONetworkUtility::setTransport(nullptr);
+    platform::UserDirectories::install(nullptr);
+    binary::setTransferPolicy(binary::TransferPolicy::kCompatible);
+  }
+
+  /// Waits until every task has been freed: nothing more can happen.
+  void awaitEndOfTasks() const {
+    EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == tasksBefore_; }));
+  }
+  void awaitHeld(std::size_t count) const {
+    EXPECT_TRUE(eventually([&] { return transport_->heldCount() == count; }));
+  }
+  /// The ranges that were asked for.
+  [[nodiscard]] std::vector<std::string> ranges() const {
+    std::vector<std::string> all;
+    for (const RecordedRequest& request : transport_->requests()) {
+      all.push_back(request.header("Range").value_or("none"));
+    }
+    return all;
+  }
+
+  const std::size_t tasksBefore_;
+  const TemporaryDirectory home_;
+  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
+};
+
+}  // namespace varo::test
