@@ -9,8 +9,10 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/Foundation/WorkQueue.h"
 
 #include <algorithm>
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -21,7 +23,9 @@ using platform::Dictionary;
 using platform::Error;
 using platform::ErrorPtr;
 using platform::MutexLock;
+using platform::Result;
 using platform::Runtime;
+using platform::SerialQueue;
 using platform::TaskState;
 using platform::Value;
 using platform::VSTask;
@@ -43,13 +47,13 @@ ErrorPtr shutDownError() {
 }
 
 /// Not on the queue: a block that takes its time must not keep other downloads from starting.
-void refuse(const OnlineDownload& download, const std::string& identifier, const ErrorPtr& error) {
+void refuse(const std::shared_ptr<const OnlineDownload>& download, const std::string& identifier,
+            const ErrorPtr& error) {
   logger().logError(kNotStarted, identifier, error);
-  if (!download.onDownloadFailure) return;
-  Runtime::shared().pool().postOrRun(
-      [block = download.onDownloadFailure, fileParams = download.fileParams, identifier, error] {
-        callBlock([&] { block(identifier, error, fileParams); });
-      });
+  if (!download->onDownloadFailure) return;
+  Runtime::shared().pool().postOrRun([download, identifier, error] {
+    callBlock([&] { download->onDownloadFailure(identifier, error, download->fileParams); });
+  });
 }
 
 }  // namespace
@@ -61,8 +65,12 @@ const std::shared_ptr<OnlineBinaryDataManager>& OnlineBinaryDataManager::sharedI
   return instance;
 }
 
-OnlineBinaryDataManager::OnlineBinaryDataManager(const Clock& clock)
-    : clock_(clock), onlineDownloadQueue_(std::string(kQueue)) {}
+OnlineBinaryDataManager::OnlineBinaryDataManager(const Clock& clock) : clock_(clock) {}
+
+SerialQueue& OnlineBinaryDataManager::onlineDownloadQueue() {
+  static auto& queue = *new SerialQueue(std::string(kQueue));
+  return queue;
+}
 
 // Starting.
 
@@ -74,21 +82,19 @@ void OnlineBinaryDataManager::createAndStartOnlineDownloadTaskFor(
     OnFileDownloadCompleted::Function andOnFileDownloadCompletedCompletionBlock,
     OnDownloadFailure::Function andOnDownloadFailureCompletionBlock,
     const std::optional<Dictionary>& andOptions) {
-  OnlineDownload download{fileParams,
-                          withStreaming,
-                          downloadConfig,
-                          andOptions,
-                          std::move(withOnFileDownloadStartedCompletionBlock),
-                          std::move(andOnChunkDownloadCompletedCompletionBlock),
-                          std::move(andOnStreamDownloadCompletedCompletionBlock),
-                          std::move(andOnFileDownloadCompletedCompletionBlock),
-                          std::move(andOnDownloadFailureCompletionBlock)};
-  onlineDownloadQueue_.async(
-      [self = shared_from_this(), asked = std::move(download)] { self->create(asked); });
+  const auto download = std::make_shared<const OnlineDownload>(
+      OnlineDownload{fileParams, withStreaming, downloadConfig, andOptions,
+                     std::move(withOnFileDownloadStartedCompletionBlock),
+                     std::move(andOnChunkDownloadCompletedCompletionBlock),
+                     std::move(andOnStreamDownloadCompletedCompletionBlock),
+                     std::move(andOnFileDownloadCompletedCompletionBlock),
+                     std::move(andOnDownloadFailureCompletionBlock)});
+  onlineDownloadQueue().async([self = shared_from_this(), download] { self->create(download); });
 }
 
-void OnlineBinaryDataManager::create(const OnlineDownload& download) {
-  const std::string identifier = onlineDownloadIdentifier(download, clock_);
+void OnlineBinaryDataManager::create(const std::shared_ptr<const OnlineDownload>& download) {
+  endWithRuntime();
+  const std::string identifier = onlineDownloadIdentifier(*download, clock_);
   if (isKnown(identifier)) {
     return refuse(
         download, identifier,
@@ -96,18 +102,42 @@ void OnlineBinaryDataManager::create(const OnlineDownload& download) {
                                       kDownloadNotStartedAlreadyExistsInQueue, Dictionary()));
   }
   if (const ErrorPtr error = shutDownError()) return refuse(download, identifier, error);
-  const auto input = onlineDownloadInput(download, identifier, clock_);
-  if (!input) return refuse(download, identifier, input.error());
-
-  const TaskPtr task = DownloadTask::create(identifier);
-  task->subscribeForTaskUpdates(shared_from_this());
-  task->setInputContext(*input);
-  task->setOnFileDownloadStartedCompletionBlock(download.onFileDownloadStarted);
-  task->setOnFileDownloadCompletedCompletionBlock(download.onFileDownloadCompleted);
-  task->setOnDownloadFailureCompletionBlock(download.onDownloadFailure);
-  schedule(task);
+  const auto task = makeTask(*download, identifier);
+  if (!task) return refuse(download, identifier, task.error());
+  schedule(*task);
   // What waits goes first.
-  checkAndStartExecution(transferPolicy() == TransferPolicy::kSafe ? firstScheduled() : task);
+  checkAndStartExecution(transferPolicy() == TransferPolicy::kSafe ? firstScheduled() : *task);
+}
+
+/// Blocks are copied here, and what an application's block throws then must not be lost.
+Result<OnlineBinaryDataManager::TaskPtr> OnlineBinaryDataManager::makeTask(
+    const OnlineDownload& download, const std::string& identifier) {
+  const auto unexpected = [](std::string_view exception) {
+    return blobError(kDownloadTaskError, kCodeDownloadTaskFailed, exception);
+  };
+  try {
+    const auto input = onlineDownloadInput(download, identifier, clock_);
+    if (!input) return input.error();
+    TaskPtr task = DownloadTask::create(identifier);
+    task->subscribeForTaskUpdates(shared_from_this());
+    task->setInputContext(*input);
+    task->setOnFileDownloadStartedCompletionBlock(download.onFileDownloadStarted);
+    task->setOnFileDownloadCompletedCompletionBlock(download.onFileDownloadCompleted);
+    task->setOnDownloadFailureCompletionBlock(download.onDownloadFailure);
+    return task;
+  } catch (const std::exception& exception) {
+    return unexpected(exception.what());
+  } catch (...) {
+    return unexpected(kUnknownException);
+  }
+}
+
+/// What waits may have nobody to wait for: under the compatible policy, when all that ran failed.
+void OnlineBinaryDataManager::endWithRuntime() {
+  if (std::exchange(endsWithRuntime_, true)) return;
+  Runtime::shared().onShutdown([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->startNextScheduledTask();
+  });
 }
 
 void OnlineBinaryDataManager::checkAndStartExecution(const TaskPtr& task) {
@@ -116,12 +146,21 @@ void OnlineBinaryDataManager::checkAndStartExecution(const TaskPtr& task) {
   logger().logDebug(kStarting, task->name());
   task->start();
   // An engine that was shut down meanwhile notifies nobody.
-  if (task->state() == TaskState::Errored && Runtime::shared().isShutDown()) downloadErrored(task);
+  if (task->state() != TaskState::Errored || !Runtime::shared().isShutDown()) return;
+  (void)task->takeOnFileDownloadStartedCompletionBlock();
+  downloadErrored(task);
+}
+
+/// Of the ends that are no success. None that waits outlives the runtime unanswered.
+void OnlineBinaryDataManager::placeLeft() {
+  if (transferPolicy() == TransferPolicy::kSafe || Runtime::shared().isShutDown()) {
+    startNextScheduledTask();
+  }
 }
 
 /// On the queue, where a row of downloads that fail at once is no recursion.
 void OnlineBinaryDataManager::startNextScheduledTask() {
-  onlineDownloadQueue_.async([self = shared_from_this()] {
+  onlineDownloadQueue().async([self = shared_from_this()] {
     if (const TaskPtr first = self->firstScheduled()) self->checkAndStartExecution(first);
   });
 }
@@ -157,6 +196,8 @@ void OnlineBinaryDataManager::downloadStarted(DownloadTask& task) {
 
 void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionary& output) {
   removeFromInProgress(task);
+  // The file is the application's from the moment on that it hears of it.
+  task->releaseFile();
   const Dictionary input = task->inputContext();
   const auto block = task->takeOnFileDownloadCompletedCompletionBlock();
   if (block && input.contains(kOnFileDownloadCompleted)) {
@@ -164,7 +205,6 @@ void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionar
       block(output[kBlobId].textValue(), output[kFilePath].textValue(), input[kFileParams]);
     });
   }
-  task->releaseFile();
   forget(task);
   startNextScheduledTask();
 }
@@ -172,7 +212,7 @@ void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionar
 /// The name stays in use: who paused the task may resume it.
 void OnlineBinaryDataManager::downloadPaused(const TaskPtr& task) {
   removeFromInProgress(task);
-  if (transferPolicy() == TransferPolicy::kSafe) startNextScheduledTask();
+  placeLeft();
 }
 
 void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
@@ -183,7 +223,7 @@ void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
                                                      kCodeDownloadTaskFailed, task->errorContext());
     callBlock([&] { block(task->name(), error, task->inputContext()[kFileParams]); });
   }
-  if (transferPolicy() == TransferPolicy::kSafe) startNextScheduledTask();
+  placeLeft();
 }
 
 // The collections.

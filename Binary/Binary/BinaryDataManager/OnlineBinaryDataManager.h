@@ -4,8 +4,8 @@
 #include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
-#include "Platform/Foundation/WorkQueue.h"
 #include "Platform/TaskEngine/VSTask.h"
 
 #include <cstddef>
@@ -15,6 +15,10 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+namespace varo::platform {
+class SerialQueue;
+}
 
 namespace varo::binary {
 
@@ -27,7 +31,8 @@ struct OnlineDownload;
 ///
 /// At most `MAX_PARALLEL_JOBS` downloads run at once, the others wait. One that waits starts when
 /// another has succeeded; under `TransferPolicy::kSafe`, in the order of their requests, when
-/// another has come to any end (docs/policy.md).
+/// another has come to any end (docs/policy.md). The runtime's shutdown ends them all, with an
+/// error.
 ///
 /// Blocks are called on threads of the runtime's pool, those of the chunks on the queue that all
 /// downloads share, with no lock held; each may start further downloads, and what it throws is
@@ -74,7 +79,8 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   /// download of this name waits or runs; domain "Template Parsing Error", 10003, for a placeholder
   /// without a value, and for a signed configuration that is no JSON; "DownloadTaskErrorDomain",
   /// 5001, after the runtime's shutdown; "DownloadTaskError", 4, for a download that has failed,
-  /// with the task's error context as user information.
+  /// with the task's error context as user information, and for one whose blocks could not be
+  /// copied, with a "message".
   void createAndStartOnlineDownloadTaskFor(
       const platform::Dictionary& fileParams, bool withStreaming,
       const platform::Dictionary& downloadConfig,
@@ -94,7 +100,13 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
             platform::TaskState to, const platform::Dictionary& context) override;
 
  private:
-  void create(const OnlineDownload& download);
+  /// Where downloads are made and those that waited are started, one at a time; the class's own.
+  static platform::SerialQueue& onlineDownloadQueue();
+
+  void create(const std::shared_ptr<const OnlineDownload>& download);
+  [[nodiscard]] platform::Result<TaskPtr> makeTask(const OnlineDownload& download,
+                                                   const std::string& identifier);
+  void endWithRuntime();
 
   void downloadStarted(DownloadTask& task);
   void downloadEnded(const TaskPtr& task, const platform::Dictionary& output);
@@ -109,10 +121,11 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   void forget(const TaskPtr& task);
   [[nodiscard]] TaskPtr firstScheduled() const;
   void startNextScheduledTask();
+  void placeLeft();
 
   const platform::Clock& clock_;
-  /// Starts are made here, one at a time.
-  platform::SerialQueue onlineDownloadQueue_;
+  /// Whether it hears of the runtime's shutdown. Owned by the queue.
+  bool endsWithRuntime_ = false;
 
   /// Of the three. Nothing is called under it but `VSTask::state`, and no task is destroyed.
   mutable platform::Mutex mutex_;

@@ -1,0 +1,450 @@
+#include "Binary/Binary/BinaryDataManager/OnlineBinaryDataManager.h"
+#include "Binary/Binary/DownloadTask/Chunk.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/S3HMACGenerator.h"
+#include "Platform/Foundation/Runtime.h"
+#include "tests/support/DownloadFixture.h"
+#include "tests/support/RecordingLog.h"
+#include "tests/support/SteppingClock.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <stdexcept>
+#include <thread>
+
+namespace varo::binary {
+namespace {
+
+using platform::Data;
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::TaskState;
+using platform::Value;
+using test::answerWith;
+using test::eventually;
+using test::RangedObject;
+using test::RecordedRequest;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr char kToken[] = "X-Pelmar-Authorization";
+constexpr char kWhole[] = "bytes=0-1048575";
+const std::string kInQueue = "File Download already in queue, Download not started 10002";
+
+/// The calls of the blocks: "block name" and what follows.
+struct Calls {
+  void add(std::string call) {
+    const platform::MutexLock lock(mutex);
+    all.push_back(std::move(call));
+  }
+  void clear() {
+    const platform::MutexLock lock(mutex);
+    all.clear();
+  }
+  /// Those of the blocks named.
+  std::vector<std::string> of(const std::string& blocks) const {
+    const platform::MutexLock lock(mutex);
+    std::vector<std::string> found = all;
+    std::erase_if(found, [&](const std::string& call) {
+      return blocks.find(call.substr(0, call.find(' '))) == std::string::npos;
+    });
+    return found;
+  }
+  mutable platform::Mutex mutex;
+  std::vector<std::string> all VARO_GUARDED_BY(mutex);
+};
+
+Dictionary json(const std::string& text) {
+  return CommonUtils::parseJsonString(text).dictionaryValue();
+}
+
+/// Downloads by a manager of its own.
+class OnlineDownloadTest : public test::DownloadFixture {
+ protected:
+  static Dictionary endpoint(const Dictionary& more = {}) {
+    Dictionary configuration = json(R"({"endpointUrl":"http://store/${fileId}"})");
+    configuration.addEntries(more);
+    return configuration;
+  }
+  static Dictionary named(const std::string& fileId) { return {{"fileId", fileId}}; }
+
+  /// Starts a download; the blocks that `hooks` names run their hooks.
+  void start(const Dictionary& fileParams, const Dictionary& configuration = endpoint(),
+             const std::optional<Dictionary>& options = {}, bool streaming = false,
+             const std::map<std::string, std::function<void()>>& hooks = {}) const {
+    const auto say = [calls = calls_, hooks, fileParams](
+                         const std::string& block, const std::string& rest, const Value& params) {
+      EXPECT_EQ(params, Value(fileParams));
+      calls->add(block + " " + rest);
+      if (const auto hook = hooks.find(block); hook != hooks.end()) hook->second();
+    };
+    manager_->createAndStartOnlineDownloadTaskFor(
+        fileParams, streaming, configuration,
+        [say](const auto& name, const Value& params) { say("started", name, params); },
+        [say](const auto& id, auto written, auto total, const Value& params) {
+          say("chunk", id + " " + std::to_string(written) + "/" + std::to_string(total), params);
+        },
+        [say](const auto& id, const auto& chunk, const Value& params) {
+          say("stream", id + " " + chunk->data()->readAll(1'000'000).value(), params);
+        },
+        [say](const auto& id, const auto& path, const Value& params) {
+          say("completed", id + " " + path, params);
+        },
+        [say](const auto& name, const ErrorPtr& error, const Value& params) {
+          say("failed", name + ": " + textOf(*error), params);
+        },
+        options);
+  }
+  /// Downloads, and waits until the name can be used again: the call of the one end.
+  std::string outcome(const Dictionary& fileParams, const Dictionary& configuration = endpoint(),
+                      const std::optional<Dictionary>& options = {}, bool streaming = false) const {
+    calls_->clear();
+    start(fileParams, configuration, options, streaming);
+    const auto ends = awaitEnds(1);
+    awaitNoTasks();
+    return ends.size() == 1 ? ends.front() : testing::PrintToString(ends);
+  }
+  static std::string textOf(const platform::Error& error) {
+    std::string text = error.domain() + " " + std::to_string(error.code());
+    for (const char* task : {kNetworkError, kDownloadError, kPersistenceError, ""}) {
+      const Value& info = error.userInfo()[task];
+      const Value message =
+          (info.isDictionary() ? *info.dictionary() : error.userInfo())["message"];
+      if (message.isText()) return text + " " + *message.text();
+    }
+    const Value text2 = error.userInfo()[platform::kLocalizedDescriptionKey];
+    return text + (text2.isText() ? " " + *text2.text() : "");
+  }
+
+  /// All ends since the calls were cleared, at least `count`.
+  std::vector<std::string> awaitEnds(std::size_t count) const {
+    EXPECT_TRUE(eventually([&] { return calls_->of("completed failed").size() >= count; }))
+        << testing::PrintToString(calls_->of("started completed failed"));
+    return calls_->of("completed failed");
+  }
+  void awaitNoTasks() const {
+    EXPECT_TRUE(eventually([this] { return platform::VSTask::liveCount() == tasksBefore_; }));
+  }
+  void awaitRequests(std::size_t count) const {
+    EXPECT_TRUE(eventually([&] { return transport_->requestCount() == count; }));
+  }
+  /// What is in the file that the call of a completed block names.
+  [[nodiscard]] std::string bytesOf(const std::string& call) const {
+    const std::size_t at = call.find(home_ / "Documents");
+    if (at == std::string::npos) return call;
+    std::ifstream file(call.substr(at), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  const std::shared_ptr<Calls> calls_ = std::make_shared<Calls>();
+  const test::SteppingClock clock_{1'700'000'000};
+  const std::shared_ptr<OnlineBinaryDataManager> manager_ =
+      std::make_shared<OnlineBinaryDataManager>(clock_);
+};
+
+// What is asked for.
+
+TEST_F(OnlineDownloadTest, RequestFollowsConfigurationFileParametersAndOptions) {
+  const Dictionary options = json(R"({"domain":"http://o/","X-Pelmar-Authorization":"theirs"})");
+  const struct {
+    std::string configuration;
+    Dictionary options;
+    std::string url, token, range;
+    std::size_t headers;
+  } cases[] = {
+      {R"({"endpointUrl":"http://store/${fileId}"})", options, "http://store/a", "none", kWhole, 1},
+      {R"({"endpointUrl":"http://store/${fileId}","headers":{"X-One":1,"x-pelmar-authorization":0},)"
+       R"("X-Pelmar-Authorization":"own","queryParams":{"q":"1 2"},"ChunkSize":100})",
+       options, "http://store/a?q=1%202", "own", "bytes=0-99", 3},
+      {R"({"domain":"http://d","relativepath":"/x","X-Pelmar-Authorization":"own"})", options,
+       "http://d/x", "theirs", kWhole, 2},
+      {R"({"domain":"#MiddlewareDomain","relativepath":"x","X-Pelmar-Authorization":"own"})",
+       json(R"({"domain":"http://o/"})"), "http://o/x", "own", kWhole, 2},
+      {R"({"endpointUrl":null,"domain":"http://d","X-Pelmar-Authorization":null,"Auth":"Basic",)"
+       R"("queryParams":null,"ChunkSize":null})",
+       {},
+       "http://d",
+       "none",
+       kWhole,
+       1}};
+  object_ = RangedObject::ofSize(10);
+  for (const auto& item : cases) {
+    EXPECT_THAT(outcome(named("a"), json(item.configuration), item.options),
+                StartsWith("completed a /"));
+    EXPECT_THAT(calls_->of("started"), ElementsAre("started a"));
+    const RecordedRequest request = transport_->requests().back();
+    EXPECT_EQ(request.url, item.url);
+    EXPECT_EQ(request.header(kToken).value_or("none"), item.token);
+    EXPECT_EQ(request.header("Range"), item.range);
+    EXPECT_EQ(request.headers.size(), item.headers);
+  }
+}
+
+Dictionary signedConfiguration() {
+  return json(R"({"endpointUrl":"http://store/bucket/${fileId}","Auth":"HMACDigest","method":"GET",
+      "Host":"store.${zone}","headers":{"X-Dropped":"1"},"X-Pelmar-Authorization":"dropped",
+      "AuthParameters":{"accessKeyID":"AKID","secretAccessKey":"marker-secret",
+      "regionName":"${region}","serviceName":"s3","bucketName":"bucket",
+      "objectName":"bucket/${fileId}"}})");
+}
+
+TEST_F(OnlineDownloadTest, SignedRequestCarriesTheSignersHeadersAloneAndNoSecretIsTold) {
+  const test::RecordingLog lines;
+  const Dictionary options{{kToken, "marker-token"}};
+  object_ = RangedObject::ofSize(10);
+  std::string signature;
+  for (const std::string fileId : {"a", "dir/a b", R"(a"b\c)", R"(x","Host":"evil)"}) {
+    EXPECT_THAT(outcome({{"fileId", fileId}, {"zone", "test"}, {"region", "eu-1"}},
+                        signedConfiguration(), options),
+                StartsWith("completed " + fileId + " /"));
+    Dictionary authentication = signedConfiguration()["AuthParameters"].dictionaryValue();
+    authentication.set("regionName", "eu-1");
+    authentication.set("objectName", "bucket/" + fileId);
+    S3HMACGenerator signer(
+        authentication,
+        {{"method", "GET"}, {"Host", "store.test"}, {"AuthParameters", authentication}}, Data(),
+        S3OperationType::kDownload, clock_);
+    const auto expected = signer.getRequestHeaders(S3OperationType::kDownload);
+    const RecordedRequest request = transport_->requests().back();
+    EXPECT_EQ(request.headers.size(), expected->size() + 1);  // the range
+    for (const auto& header : *expected) {
+      EXPECT_EQ(request.header(header.key), header.value.textValue());
+    }
+    signature = request.header("Authorization").value_or("none");
+    signature.erase(0, signature.find("Signature=") + 10);
+  }
+  // Without an endpoint the options' token goes along, also in what fails.
+  Dictionary elsewhere = signedConfiguration();
+  elsewhere.set("endpointUrl", Value());
+  elsewhere.set("domain", "http://d/");
+  transport_->setHandler([](const auto&) { return answerWith(403, ""); });
+  EXPECT_EQ(outcome(named("b"), elsewhere, options), "failed b: DownloadTaskError 4 Forbidden.");
+  EXPECT_EQ(transport_->requests().back().header(kToken), "marker-token");
+  for (const auto& line : lines->lines()) {
+    EXPECT_THAT(line.text, Not(HasSubstr("marker-")));
+    EXPECT_THAT(line.text, Not(HasSubstr(signature)));
+  }
+}
+
+TEST_F(OnlineDownloadTest, BytesComeInOrderIntoTheFileOrThroughTheStreamBlock) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  const Dictionary inRanges = endpoint({{"ChunkSize", 1000}});
+  EXPECT_EQ(bytesOf(outcome(named("a"), inRanges)), object_.bytes);
+  EXPECT_THAT(calls_->of("chunk stream"),
+              ElementsAre("chunk a 1000/2500", "chunk a 2000/2500", "chunk a 2500/2500"));
+  EXPECT_EQ(bytesOf(outcome(named("b"), inRanges, {}, true)), "");
+  std::string streamed;
+  const auto streamCalls = calls_->of("chunk stream");
+  for (const std::string& call : streamCalls)
+    streamed += call.substr(std::string("stream b ").size());
+  EXPECT_EQ(streamed, object_.bytes);
+  EXPECT_EQ(streamCalls.size(), 3U);
+}
+
+TEST_F(OnlineDownloadTest, NoNameLeadsOutOfTheFolderOrFailsForItsSlashes) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  object_ = RangedObject::ofSize(10);
+  const Dictionary same = endpoint({{"endpointUrl", "http://store/x"}});
+  const std::pair<std::string, std::string> cases[] = {
+      {"plain 100%.txt", "plain 100%.txt"}, {"a/b%2F.txt", "a%2Fb%252F.txt"}, {"/", "%2F"},
+      {"../../x", "..%2F..%2Fx"},           {"..%2f..%2fx", "..%2f..%2fx"},   {"..", ".."}};
+  for (const auto& item : cases) {
+    const std::string call = outcome(named(item.first), same);
+    EXPECT_EQ(bytesOf(call), object_.bytes);
+    EXPECT_THAT(call, testing::MatchesRegex("completed .* " +
+                                            (home_ / "Documents/downloads/[0-9]+_") + ".*"));
+    EXPECT_THAT(call, testing::EndsWith("_" + item.second));
+  }
+  for (const std::string& id : {std::string("a\0b", 3), std::string(300, 'n')}) {
+    EXPECT_THAT(outcome(named(id), same),
+                HasSubstr("DownloadTaskError 4 FileDoesn't exist at path."));
+  }
+  const std::filesystem::recursive_directory_iterator all(home_.path());
+  EXPECT_EQ(std::distance(begin(all), end(all)), 2 + 6);
+}
+
+// What fails or is refused.
+
+/// Is copied by the thread that made it alone.
+struct ThrowsWhenCopiedElsewhere {
+  ThrowsWhenCopiedElsewhere() = default;
+  ThrowsWhenCopiedElsewhere(const ThrowsWhenCopiedElsewhere& other) : thread(other.thread) {
+    if (std::this_thread::get_id() != thread) throw std::runtime_error("a copy");
+  }
+  void operator()(const std::string& /*name*/, const Value& /*params*/) const {}
+  std::thread::id thread = std::this_thread::get_id();
+};
+
+TEST_F(OnlineDownloadTest, WhatCannotBeDownloadedIsToldThroughTheFailureBlock) {
+  const std::string parsing = "Template Parsing Error 10003 ";
+  const std::string task = "DownloadTaskError 4 ";
+  const std::string input = task + "Invalid inputs provided to the network task.";
+  Dictionary notUtf8 = signedConfiguration();
+  notUtf8.set("Host", "\xff");
+  Dictionary noJson = signedConfiguration();
+  noJson.set("Host", Data::fromBytes("x"));
+  const std::pair<Dictionary, std::string> cases[] = {
+      {json(R"({"endpointUrl":"http://h/${fileId}/${other}"})"),
+       parsing + "fileParam other is not provided"},
+      {json(R"({"endpointUrl":"http://h/${fileId"})"), parsing + "Template Parsing error"},
+      {notUtf8, parsing + "Template Parsing error"},
+      {noJson, parsing + "Template Parsing error"},
+      {json(R"({"domain":"http://d"})"), input},  // without options
+      {json(R"({"endpointUrl":""})"), input},
+      {endpoint({{"ChunkSize", -1}}), input},
+      {endpoint(), task + "Not Found."}};
+  transport_->setHandler([](const auto&) { return answerWith(404, ""); });
+  for (const auto& item : cases) {
+    EXPECT_EQ(outcome(named("a"), item.first), "failed a: " + item.second);
+    EXPECT_EQ(calls_->of("started").size(), item.second.starts_with(task) ? 1U : 0U);
+  }
+  EXPECT_EQ(outcome(named("")),
+            "failed : " + task + "Invalid inputs provided to the download task.");
+
+  calls_->clear();
+  manager_->createAndStartOnlineDownloadTaskFor(
+      named("c"), false, endpoint(), ThrowsWhenCopiedElsewhere(), nullptr, nullptr, nullptr,
+      [calls = calls_](const auto& name, const ErrorPtr& error, const Value& params) {
+        EXPECT_EQ(params, Value(named("c")));
+        calls->add("failed " + name + ": " + textOf(*error));
+      },
+      {});
+  EXPECT_THAT(awaitEnds(1), ElementsAre("failed c: " + task + "a copy"));
+}
+
+TEST_F(OnlineDownloadTest, NameWithoutFileIdIsTheSecondSoThatTheLaterDownloadIsRefused) {
+  transport_->hold();
+  for (const Dictionary& unnamed : {Dictionary{{"other", 1}}, Dictionary{{"fileId", nullptr}}}) {
+    start(unnamed, json(R"({"endpointUrl":"http://store/x"})"));
+  }
+  EXPECT_THAT(awaitEnds(1), ElementsAre("failed _1700000000: " + kInQueue));
+  transport_->releaseAll();
+  EXPECT_THAT(awaitEnds(2)[1], StartsWith("completed _1700000000 /"));
+}
+
+// Many at once, and from inside blocks.
+
+/// Subscribed after the manager, it hears of an end when the manager has.
+struct LaterListener final : platform::TaskListener {
+  void task(const std::shared_ptr<platform::VSTask>& /*task*/, TaskState /*from*/, TaskState to,
+            const Dictionary& /*context*/) override {
+    heard = to;
+  }
+  std::atomic<TaskState> heard = TaskState::NotStarted;
+};
+
+TEST_F(OnlineDownloadTest, SixthWaitsForASuccessAndUnderTheSafePolicyForAnyEndOfAnother) {
+  for (const TransferPolicy policy : {TransferPolicy::kCompatible, TransferPolicy::kSafe}) {
+    for (const TaskState end : {TaskState::Ended, TaskState::Errored, TaskState::Paused}) {
+      SCOPED_TRACE(testing::Message() << static_cast<int>(policy) << " " << static_cast<int>(end));
+      setTransferPolicy(policy);
+      calls_->clear();
+      const std::size_t before = transport_->requestCount();
+      transport_->hold();
+      if (end == TaskState::Errored) transport_->answer(answerWith(404, ""));
+      auto first = makeTask({{kChunkSizeKey, 10'000}});  // one that can be paused from here
+      const auto listener = std::make_shared<LaterListener>();
+      first->subscribeForTaskUpdates(manager_);
+      first->subscribeForTaskUpdates(listener);
+      for (int i = 0; i < 2; ++i) manager_->checkAndStartExecution(first);
+      awaitRequests(before + 1);
+      for (const char* id : {"b", "c", "d", "e", "waits", "b", "waits"}) start(named(id));
+      EXPECT_THAT(awaitEnds(2), testing::UnorderedElementsAre("failed b: " + kInQueue,
+                                                              "failed waits: " + kInQueue));
+      EXPECT_TRUE(eventually([&] { return transport_->heldCount() == 5; }));
+
+      end == TaskState::Paused ? first->pauseDownload() : void(transport_->release());
+      EXPECT_TRUE(eventually([&] { return listener->heard == end; }));
+      const bool isTurn = policy == TransferPolicy::kSafe || end == TaskState::Ended;
+      if (!isTurn) start(named("new"));  // takes the place
+      awaitRequests(before + 6);
+      EXPECT_EQ(transport_->requests().back().url,
+                isTurn ? "http://store/waits" : "http://store/new");
+      transport_->releaseAll();
+      (void)awaitEnds(isTurn ? 7 : 8);
+      EXPECT_EQ(calls_->of("failed").size(), 2U);
+      first.reset();
+      awaitNoTasks();
+    }
+  }
+}
+
+TEST_F(OnlineDownloadTest, EveryBlockMayStartDownloadsWaitForThemAndThrow) {
+  transport_->setHandler(
+      [this, isFirst = std::make_shared<std::atomic<bool>>(true)](const RecordedRequest& request) {
+        const bool fails = request.url.ends_with("/a") && isFirst->exchange(false);
+        return fails ? answerWith(503, "") : object_.answer(request);
+      });
+  const auto trouble = [] { throw std::runtime_error("a block's own trouble"); };
+  const auto again = [this, trouble] {
+    start(named("a"), endpoint(), {}, false, {{"failed", [this] { start(named("by refused")); }}});
+    // The name is in use until this block returns.
+    EXPECT_TRUE(eventually([this] { return calls_->of("failed").size() == 2; }));
+    trouble();
+  };
+  start(named("a"), endpoint(), {}, false,
+        {{"started",
+          [this, trouble] {
+            start(named("by started"));
+            trouble();
+          }},
+         {"failed", [this, trouble, again] {
+            start(named("a"), endpoint(), {}, false, {{"chunk", trouble}, {"completed", again}});
+            trouble();
+          }}});
+  (void)awaitEnds(5);
+  EXPECT_THAT(
+      calls_->of("failed"),
+      ElementsAre("failed a: DownloadTaskError 4 Service Unavailable.", "failed a: " + kInQueue));
+  EXPECT_EQ(calls_->of("completed").size(), 3U);
+}
+
+TEST_F(OnlineDownloadTest, EveryDownloadOfManyThreadsIsAnsweredOnce) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  transport_->setHandler([this](const RecordedRequest& request) {
+    return request.url.ends_with('3') ? answerWith(404, "") : object_.answer(request);
+  });
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([this, t] {
+      for (int i = 0; i < 25; ++i) {  // names that two threads use
+        start(named(std::to_string((t % 2 + 1) * 1000 + i)), endpoint({{"ChunkSize", 1000}}), {},
+              i % 2 == 0);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  (void)awaitEnds(100);
+  awaitNoTasks();
+  EXPECT_EQ(calls_->of("completed failed").size(), 100U);
+}
+
+TEST_F(OnlineDownloadTest, ShutdownTellsEveryDownloadAndRefusesWhatFollows) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";  // the runtime ends once a process
+  transport_->setHandler([](const auto&) { return answerWith(404, ""); });
+  // Failures after which, under the compatible policy, the others wait on.
+  const auto tellsAll = [this](std::size_t failures) {
+    transport_->hold();
+    for (int i = 0; i < 20; ++i) start(named(std::to_string(i)));
+    EXPECT_TRUE(eventually([&] { return transport_->heldCount() == 5; }));
+    for (std::size_t i = 0; i < failures; ++i) (void)transport_->release();
+    (void)awaitEnds(failures);
+    platform::Runtime::shared().shutdown();
+    const bool allTold = calls_->of("failed").size() == 20 && calls_->of("started").size() <= 20;
+    start(named("late"));
+    return allTold && calls_->of("failed").size() == 21 &&
+           calls_->of("failed").back() ==
+               "failed late: DownloadTaskErrorDomain 5001 The library has been shut down";
+  };
+  for (const std::size_t failures : {0, 3, 5}) {
+    EXPECT_EXIT(std::_Exit(tellsAll(failures) ? 0 : 1), testing::ExitedWithCode(0), "");
+  }
+}
+
+}  // namespace
+}  // namespace varo::binary
