@@ -242,7 +242,7 @@ void OnlineBinaryUploadManager::templateReceived(UploadTemplateGetterTask& task)
   }
   const Value& mode = uploadTemplate[keys::kUploadMode];
   if (mode == Value(kUploadModeBinary)) {
-    scheduleUploader(std::make_shared<BytesUploadHandlerTask>(task.name()), task);
+    scheduleUploader(std::make_shared<BytesUploadHandlerTask>(task.name(), clock_), task);
   } else if (mode == Value(kUploadModeMultipart)) {
     scheduleUploader(std::make_shared<MultiPartUploaderTask>(task.name()), task);
   } else {

@@ -34,7 +34,7 @@ class OnlineBinaryUploadManager final
   /// The process's one manager, which is never destroyed.
   [[nodiscard]] static const std::shared_ptr<OnlineBinaryUploadManager>& sharedInstance();
 
-  /// `clock` names the sessions and lives as long as the manager.
+  /// `clock` names the sessions, dates the signatures and lives as long as the manager.
   explicit OnlineBinaryUploadManager(const platform::Clock& clock = platform::Clock::system());
 
   /// Starts an upload and returns at once. `configuration` holds "URL" (text: who answers with the

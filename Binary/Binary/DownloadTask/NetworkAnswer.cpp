@@ -141,9 +141,22 @@ void NetworkTask::setCause(Run& run, std::int64_t code,
                            std::optional<std::string_view> message) const {
   Dictionary userInfo;
   if (message) userInfo.set(std::string(platform::kErrorMessageKey), *message);
+  setCause(run, code, std::move(userInfo));
+}
+
+void NetworkTask::setCause(Run& run, std::int64_t code, Dictionary userInfo) const {
   run._cause = std::make_shared<const VSTaskError>(ID(), std::string(kNetworkTaskName),
-                                                   std::string(kNetworkTaskDomain), code, userInfo);
+                                                   std::string(kNetworkTaskDomain), code,
+                                                   std::move(userInfo));
   run._isErrorServingData = true;
+}
+
+/// The required text says little; why a store refuses a request stands in its answer.
+void NetworkTask::setCauseOfStatus(Run& run, int status, const Data& body) const {
+  Dictionary userInfo{
+      {std::string(platform::kErrorMessageKey), setErrorMessageDependingOnStatusCode(status)}};
+  if (transferPolicy() == TransferPolicy::kSafe) CommonUtils::addAnswer(userInfo, status, body);
+  setCause(run, kInvalidInputCode, std::move(userInfo));
 }
 
 void NetworkTask::processNetworkResponse(Run& run, const HttpResponseInfo& response,
@@ -159,8 +172,7 @@ void NetworkTask::processNetworkResponse(Run& run, const HttpResponseInfo& respo
       return processRange(run, response, data);
     case kInternalServerError:
       run._isAsteriskRecieved = false;
-      return setCause(run, kInvalidInputCode,
-                      setErrorMessageDependingOnStatusCode(kInternalServerError));
+      return setCauseOfStatus(run, kInternalServerError, data);
     case kRangeNotSatisfiable:
       if (transferPolicy() == TransferPolicy::kSafe) {
         return processUnsatisfiableRange(run, response);
@@ -168,7 +180,7 @@ void NetworkTask::processNetworkResponse(Run& run, const HttpResponseInfo& respo
       [[fallthrough]];
     default:
       logger().logDebug(kOtherStatus);
-      setCause(run, kInvalidInputCode, setErrorMessageDependingOnStatusCode(response.statusCode()));
+      setCauseOfStatus(run, response.statusCode(), data);
   }
 }
 

@@ -92,6 +92,8 @@ class NetworkTask final : public platform::VSTask {
   [[nodiscard]] bool isErrorResponse(const std::string& json) const;
   [[nodiscard]] static std::optional<std::string> parseErrorResponse(const std::string& json);
   void setCause(Run& run, std::int64_t code, std::optional<std::string_view> message) const;
+  void setCause(Run& run, std::int64_t code, platform::Dictionary userInfo) const;
+  void setCauseOfStatus(Run& run, int status, const platform::Data& body) const;
 
   void checkForErrors(const RunPtr& run);
   void endWithWholeObject(const RunPtr& run);

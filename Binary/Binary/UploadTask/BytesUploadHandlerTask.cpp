@@ -19,12 +19,13 @@ constinit const UploaderTask::Texts BytesUploadHandlerTask::kTexts = {
     .unexpectedStatus = "[BytesUploadHandlerTask] received response with status code %ld",
     .requestFailed = "[BytesUploadHandlerTask] received error after uploadCall"};
 
-BytesUploadHandlerTask::BytesUploadHandlerTask(std::string name)
-    : UploaderTask(std::move(name), kTexts) {}
+BytesUploadHandlerTask::BytesUploadHandlerTask(std::string name, const platform::Clock& clock)
+    : UploaderTask(std::move(name), kTexts), clock_(clock) {}
 
 bool BytesUploadHandlerTask::prepareRequest() {
   if (redirectionTemplate_[upload::kAuth] != Value(upload::kHmacDigest)) return true;
-  S3HMACGenerator signer(uploadParams_, redirectionTemplate_, fileData_, S3OperationType::kUpload);
+  S3HMACGenerator signer(uploadParams_, redirectionTemplate_, fileData_, S3OperationType::kUpload,
+                         clock_);
   auto signedHeaders = signer.getRequestHeaders(S3OperationType::kUpload);
   if (!signedHeaders) {
     raise(kCodeUploadFailure, kUploadFailure, signedHeaders.error()->localizedDescription());

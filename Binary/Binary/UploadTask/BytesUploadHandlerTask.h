@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/UploadTask/UploaderTask.h"
+#include "Platform/Foundation/Clock.h"
 
 #include <string>
 
@@ -12,13 +13,17 @@ namespace varo::binary {
 /// for their digest are 6006.
 class BytesUploadHandlerTask final : public UploaderTask {
  public:
-  explicit BytesUploadHandlerTask(std::string name);
+  /// `clock` dates the signature and lives as long as the task.
+  explicit BytesUploadHandlerTask(std::string name,
+                                  const platform::Clock& clock = platform::Clock::system());
 
  private:
   static const Texts kTexts;
 
   [[nodiscard]] bool prepareRequest() override;
   void uploadFile() override;
+
+  const platform::Clock& clock_;
 };
 
 }  // namespace varo::binary

@@ -34,8 +34,6 @@ namespace {
 
 constexpr int kOk = 200;
 constexpr int kCreated = 201;
-/// How much of an answer's body an error keeps, bytes.
-constexpr std::uint64_t kBodyExcerpt = 4096;
 
 constexpr std::string_view kFileCountsAsEmpty = "The file can't be read and counts as empty : %@";
 
@@ -148,11 +146,7 @@ void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& 
                                    kUploadUnexpectedHTTPResponseCode, std::nullopt);
   if (transferPolicy() != TransferPolicy::kSafe) return raiseError(error);
   Dictionary userInfo = error->userInfo();
-  userInfo.set(kHttpStatusCode, status);
-  if (body) {
-    userInfo.set(kResponseBody, platform::redactSecrets(
-                                    CommonUtils::getResponseString(body->slice(0, kBodyExcerpt))));
-  }
+  CommonUtils::addAnswer(userInfo, status, body);
   raiseError(std::make_shared<const VSTaskError>(error->taskID(), error->domain(), error->code(),
                                                  std::move(userInfo)));
 }

@@ -1,9 +1,11 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Json.h"
+#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 
 #include <chrono>
@@ -22,6 +24,8 @@ using platform::VSTaskError;
 
 /// A response is shown or parsed as text; more than this is neither. Bytes.
 constexpr std::uint64_t kMaxResponseText = std::uint64_t{64} * 1024 * 1024;
+/// How much of an answer's body an error keeps, bytes.
+constexpr std::uint64_t kBodyExcerpt = 4096;
 constexpr std::string_view kResponseUnreadable = "The response can't be read as text : %@";
 constexpr char kTestProbe[] = "XCTestProbe_isTesting";
 
@@ -75,6 +79,13 @@ std::string CommonUtils::getResponseString(const std::optional<Data>& data) {
     return {};
   }
   return platform::sanitizeUtf8(*bytes);
+}
+
+void CommonUtils::addAnswer(Dictionary& userInfo, int status, const std::optional<Data>& body) {
+  userInfo.set(kHttpStatusCode, status);
+  if (!body) return;
+  userInfo.set(kResponseBody,
+               platform::redactSecrets(getResponseString(body->slice(0, kBodyExcerpt))));
 }
 
 std::int32_t CommonUtils::getEpochTime(const platform::Clock& clock) {

@@ -49,6 +49,11 @@ class CommonUtils {
   /// logged error, for bytes that cannot be read or are more than 64 MiB.
   [[nodiscard]] static std::string getResponseString(const std::optional<platform::Data>& data);
 
+  /// Adds to an error's user information what a server answered: "httpStatusCode" and, where there
+  /// are bytes, the first 4 KiB of them as text, "responseBody", with secrets replaced.
+  static void addAnswer(platform::Dictionary& userInfo, int status,
+                        const std::optional<platform::Data>& body);
+
   /// Whole seconds since 1970-01-01 UTC. Wraps around in 2038.
   [[nodiscard]] static std::int32_t getEpochTime(
       const platform::Clock& clock = platform::Clock::system());
