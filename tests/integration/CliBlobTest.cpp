@@ -65,7 +65,7 @@ class CliBlobTest : public CliFixture {
     return bytes;
   }
   [[nodiscard]] int stateOf(const std::string& id) const {
-    return SQLite::Database(database())
+    return SQLite::Database(database(), SQLite::OPEN_READONLY, 5000)
         .execAndGet("SELECT state FROM varosyncBLOBSTOREMANAGER WHERE id = " + id)
         .getInt();
   }
@@ -182,7 +182,7 @@ TEST_F(CliBlobTest, InterruptBeforeThereIsADownloadEndsPromptly) {
 TEST_F(CliBlobTest, KilledDownloadGoesOnWithTheSameCommand) {
   const auto child = stalled(2);
   const auto isNoted = [&] {
-    SQLite::Database staff(database());
+    SQLite::Database staff(database(), SQLite::OPEN_READONLY, 5000);
     return staff.execAndGet("SELECT localPath <> '' FROM varosyncBLOBSTOREMANAGER").getInt() == 1;
   };
   ASSERT_TRUE(eventually(isNoted));
