@@ -23,6 +23,7 @@ import time
 
 from blobs import measure_blob, measure_blobs, measure_many_blobs
 from harness import LARGE, MIB, Bench, Table, column
+from objects import measure_objects
 from online import measure_queue, measure_sign
 from servers import DiscardServer, Nginx
 
@@ -265,6 +266,7 @@ PARTS = {
     "blob": measure_blob,
     "blobs": measure_blobs,
     "many-blobs": measure_many_blobs,
+    "objects": measure_objects,
 }
 
 
@@ -304,14 +306,16 @@ def main():
         parser.error(f"no such part: {', '.join(unknown)}")
     if options.rounds < 7 or options.rounds % 2 == 0:
         parser.error("the number of rounds must be odd and at least 7")
+    # For trying a part out; no figure comes of so few.
+    rounds = int(os.environ.get("VARO_BENCH_ROUNDS", options.rounds))
 
     table = Table()
     print_machine()
     print()
     with tempfile.TemporaryDirectory(prefix="varo-bench-", dir=options.dir) as directory:
-        if shutil.disk_usage(directory).free < 3 * LARGE:
-            parser.error(f"{directory} needs 3 GiB of free space; choose another place with --dir")
-        bench = Bench(os.path.abspath(options.programs), directory, options.rounds)
+        if shutil.disk_usage(directory).free < 4 * LARGE:
+            parser.error(f"{directory} needs 4 GiB of free space; choose another place with --dir")
+        bench = Bench(os.path.abspath(options.programs), directory, rounds)
         for name in options.parts or PARTS:
             print(f"measuring {name} ...", flush=True)
             bench.empty_home()

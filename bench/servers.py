@@ -1,4 +1,5 @@
-"""The servers that the transfer figures need: nginx for downloads, discard_server for uploads."""
+"""The servers that the transfer figures need: nginx for downloads and objects, discard_server for uploads,
+the sandbox for signed objects and for templates."""
 
 import json
 import os
@@ -27,6 +28,9 @@ http {{
     listen 127.0.0.1:{port};
     root {root};
     keepalive_requests 1000000;
+    client_max_body_size 0;
+    # Objects of any name. Nothing is checked, and what was there is replaced.
+    location /bucket/ {{ dav_methods PUT; create_full_put_path on; }}
     # The object of every record of a table is the file of the table's name.
     location ~ ^/blobs/([^/]+)/binary$ {{ alias {root}/$1; }}
   }}
@@ -70,6 +74,27 @@ class Nginx:
 
     def stop(self):
         _stop(self._process)
+
+
+class Sandbox:
+    """The sandbox, as the command line runs it, on free ports of 127.0.0.1."""
+
+    def __init__(self, program, data, *options):
+        self._process = subprocess.Popen(
+            [program, "--json", "sandbox", "--data", data, *options], stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL, text=True,
+            env={**os.environ, "VARO_SECRET_KEY": "sandbox-secret-key"})
+        line = self._process.stdout.readline()
+        if not line:
+            raise RuntimeError("the sandbox does not start")
+        ready = json.loads(line)
+        self.template_url = ready["templateUrl"]
+        self.store_authority = ready["storeUrl"].removeprefix("http://")
+        self.origin = ready["url"].partition("/services/")[0]
+
+    def stop(self):
+        _stop(self._process)
+        self._process.stdout.close()
 
 
 class DiscardServer:

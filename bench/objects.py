@@ -1,0 +1,152 @@
+"""The figures of object stores: one large object, signed, to and from the sandbox's store, which checks
+the signature and the digest, and nginx, which checks neither."""
+
+import contextlib
+import filecmp
+import functools
+import os
+import statistics
+import urllib.request
+
+from harness import LARGE, MIB, column
+from servers import Nginx, Sandbox
+
+RANGE = MIB
+OBJECT = "bucket/object"
+# Of the sandbox, unless it is told otherwise.
+SIGNING = ["--aws-sigv4", "aws:amz:us-east-1:s3", "-u", "sandbox:sandbox-secret-key"]
+EMPTY_DIGEST = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"
+# curl signs a digest that it is given. To have one is part of an upload.
+UPLOAD_WITH_DIGEST = """
+digest=$(openssl dgst -sha256 -r "$1") && file=$1 && url=$2 && shift 2 &&
+exec curl -sf -o /dev/null -H "x-amz-content-sha256: ${digest%% *}" "$@" -T "$file" "$url"
+"""
+
+
+class Store:
+    """Who moves the object to and from `authority`, and that it got there. `path` is where the store keeps
+    it, if that is known."""
+
+    def __init__(self, bench, size, authority, template_url, path=None):
+        self.bench, self.size, self.path = bench, size, path
+        self.authority, self.template_url = authority, template_url
+        self.url = f"http://{authority}/{OBJECT}"
+        self.source = bench.file(size)
+        self.stored = os.path.join(bench.home, "Documents", "downloads")
+        os.makedirs(self.stored, exist_ok=True)
+
+    def downloads(self):
+        return [entry.path for entry in os.scandir(self.stored)]
+
+    def clear(self):
+        # Removed just before, so that each program writes to memory that was in use until now: a
+        # virtual machine may take longer over memory that has been free for a while.
+        for path in self.downloads():
+            os.remove(path)
+
+    def our_upload(self):
+        return self.upload(self.bench.program("varo_objects"), "upload", self.template_url,
+                              self.source, OBJECT)
+
+    def curl_upload(self):
+        return self.upload("sh", "-c", UPLOAD_WITH_DIGEST, "sh", self.source, self.url, *SIGNING)
+
+    def upload(self, *command):
+        self.clear()  # so that no more than three files of this size lie on the disk
+        if self.path is not None:  # nginx says 204 where it replaces one, no answer of a store
+            with contextlib.suppress(FileNotFoundError):
+                os.remove(self.path)
+        return self.bench.run(*command)
+
+    def our_download(self):
+        return self.download(self.bench.program("varo_objects"), "download", self.authority, OBJECT,
+                             str(RANGE), self.bench.home)
+
+    def curl_download(self):
+        return self.download("curl", "-sf", "-o", os.path.join(self.stored, "curl"), *SIGNING,
+                             "-H", f"x-amz-content-sha256: {EMPTY_DIGEST}", self.url)
+
+    def download(self, *command):
+        self.clear()
+        used = self.bench.run(*command)
+        sizes = [os.path.getsize(path) for path in self.downloads()]
+        if sizes != [self.size]:
+            raise RuntimeError(f"{command[0]} stored files of {sizes} bytes")
+        return used
+
+    def check_bytes(self, who):
+        (path,) = self.downloads()
+        if not filecmp.cmp(self.source, path, shallow=False):
+            raise RuntimeError(f"{who} moved other bytes")
+
+
+def measure_store(store, object_size):
+    """Rounds of all four, after each program's upload has been downloaded by the other."""
+    for up, down in ((store.our_upload, store.curl_download), (store.curl_upload, store.our_download)):
+        up()
+        down()
+        store.check_bytes(f"{up.__name__} or {down.__name__}")
+
+    def upload(side):
+        used = side()
+        if object_size() != store.size:
+            raise RuntimeError(f"{side.__name__} left {object_size()} bytes in the store")
+        return used
+
+    # Uploads first: downloads leave the object where it is.
+    uploads = store.bench.interleave({
+        "ours": functools.partial(upload, store.our_upload),
+        "curl": functools.partial(upload, store.curl_upload)})
+    downloads = store.bench.interleave({"ours": store.our_download, "curl": store.curl_download})
+    return {"upload": uploads, "download": downloads}
+
+
+def add(table, name, size, measured):
+    length = "1 GiB" if size == LARGE else f"{size // MIB} MiB"
+    for direction, used in measured.items():
+        figure = f"signed {direction} of {length}, {name}"
+        rates = {side: [size / 1e6 / wall for wall in column(list_, "wall")]
+                 for side, list_ in used.items()}
+        table.compare(f"{figure}, rate", rates["ours"], rates["curl"], "MB/s")
+        table.compare(f"{figure}, CPU", column(used["ours"], "cpu"), column(used["curl"], "cpu"), "s")
+        worst = max(column(used["ours"], "peak_kib")) / 1024
+        other = statistics.median(column(used["curl"], "peak_kib")) / 1024
+        table.add(f"{figure}, peak memory", f"{worst:.1f} MiB", f"{other:.1f} MiB",
+                  f"{worst / other:.2f}", "at most 32 MiB", worst <= 32)
+
+
+def measure_objects(bench, table):
+    """One object to and from the sandbox's store, then nginx. VARO_BENCH_MIB makes it smaller."""
+    size = int(os.environ.get("VARO_BENCH_MIB", LARGE // MIB)) * MIB
+    varobinary = os.path.join(bench.programs, "..", "Cli", "varobinary")
+    with contextlib.ExitStack() as stack:
+        data = os.path.join(bench.directory, "sandbox")
+        sandbox = Sandbox(varobinary, data)
+        stack.callback(sandbox.stop)
+        stack.callback(bench.empty_home)
+
+        def object_size():
+            # The service gives the store's objects to everybody.
+            request = urllib.request.Request(f"{sandbox.origin}/services/online/objects/{OBJECT}",
+                                             headers={"Range": "bytes=0-0"})
+            with urllib.request.urlopen(request, timeout=10) as answer:
+                return int(answer.headers["Content-Range"].rpartition("/")[2])
+
+        measured = measure_store(
+            Store(bench, size, sandbox.store_authority, sandbox.template_url), object_size)
+        add(table, "sandbox's store", size, measured)
+    with contextlib.ExitStack() as stack:
+        root = os.path.join(bench.directory, "nginx-store")
+        path = os.path.join(root, OBJECT)
+        os.makedirs(root)
+        nginx = Nginx(root, bench.directory)
+        stack.callback(nginx.stop)
+        authority = nginx.url.removeprefix("http://")
+        # It only hands out the templates.
+        sandbox = Sandbox(varobinary, os.path.join(bench.directory, "templates"),
+                          "--object-store", nginx.url, "--access-key", "sandbox")
+        stack.callback(sandbox.stop)
+        measured = measure_store(
+            Store(bench, size, authority, sandbox.template_url, path),
+            lambda: os.path.getsize(path))
+        add(table, "nginx", size, measured)
