@@ -57,6 +57,7 @@ class Parser {
   void defineDelete();
   void defineAbort();
   void defineBlob();
+  void defineObject();
   void defineSandbox();
   void defineDemo();
 
@@ -96,6 +97,8 @@ class Parser {
   BlobDownloadOptions blobDownload_;
   BlobPathOptions blobPath_;
   BlobDeleteOptions blobDelete_;
+  ObjectGetOptions objectGet_;
+  ObjectPutOptions objectPut_;
   SandboxCommandOptions sandbox_;
   DemoOptions demo_;
   std::function<CommandOptions()> command_;
@@ -126,6 +129,7 @@ Parser::Parser() : app_("", "varobinary") {
   defineDelete();
   defineAbort();
   defineBlob();
+  defineObject();
   defineSandbox();
   defineDemo();
 }
@@ -273,6 +277,23 @@ void Parser::defineBlob() {
   addBlobCommand(group, "delete", blobDelete_)->add_flag("--before-sync", blobDelete_.beforeSync);
 }
 
+void Parser::defineObject() {
+  CLI::App* group = app_.add_subcommand("object");
+  group->fallthrough();
+  group->require_subcommand(0, 1);
+  CLI::App* get = addCommand(group, "get", objectGet_, [this] {
+    if (objectGet_.stream && global_.json) reject("--stream", "and --json exclude each other");
+  });
+  parsed(get, "--config", objectGet_.config, readJsonFile)->required();
+  uniquePairs(get, "--param", objectGet_.params);
+  parsed(get, "--options", objectGet_.options, readJsonFile);
+  get->add_flag("--stream", objectGet_.stream);
+  CLI::App* put = addCommand(group, "put", objectPut_);
+  parsed(put, "--config", objectPut_.config, readJsonFile)->required();
+  text(put, "--file", [this](const std::string& value) { objectPut_.file = value; });
+  parsed(put, "--options", objectPut_.options, readJsonFile);
+}
+
 void Parser::defineSandbox() {
   CLI::App* command = addCommand(&app_, "sandbox", sandbox_, [this] { completeStore(); });
   parsed(command, "--port", sandbox_.port, parsePort);
@@ -371,6 +392,7 @@ void Parser::addToken(const std::string& tokenVariable) {
   TextPair header =
       acceptOrReject(fromOptions ? "--token" : "VARO_TOKEN",
                      parseHeader(std::string(binary::kVaroAuthorization) + ": " + token));
+  global_.token = header.second;
   setHeader(global_.headers, std::move(header.first), std::move(header.second));
 }
 

@@ -7,6 +7,8 @@
 #include "Cli/Commands/DemoCommand.h"
 #include "Cli/Commands/DownloadCommand.h"
 #include "Cli/Commands/ListCommand.h"
+#include "Cli/Commands/ObjectGetCommand.h"
+#include "Cli/Commands/ObjectPutCommand.h"
 #include "Cli/Commands/SandboxCommand.h"
 #include "Cli/Commands/UpdateCommand.h"
 #include "Cli/Commands/UploadCommand.h"
@@ -27,7 +29,7 @@ inline constexpr int kExitUsage = 2;
 using CommandOptions =
     std::variant<ListOptions, UploadOptions, DownloadOptions, UpdateOptions, DeleteOptions,
                  AbortOptions, BlobDownloadOptions, BlobPathOptions, BlobDeleteOptions,
-                 SandboxCommandOptions, DemoOptions>;
+                 ObjectGetOptions, ObjectPutOptions, SandboxCommandOptions, DemoOptions>;
 
 /// What was asked for.
 struct Invocation {

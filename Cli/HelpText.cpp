@@ -23,6 +23,8 @@ Commands:
   abort URL FILE_ID              give up an upload that was not finished
   blob download, path, delete    bring binary columns of an offline database's records
                                  into files, and manage these
+  object get, put                bring single objects from and to an object store or a
+                                 service, signed where it asks for that
   sandbox                        run a complete local back end to try things on
   demo                           see everything at work, with real files
 
@@ -259,6 +261,75 @@ Examples:
       --before-sync
 )";
 
+constexpr std::string_view kObject =
+    R"(Single objects, straight from and to an object store or a service, without records
+or a database. What is signed is signed with AWS Signature Version 4.
+
+Usage: varobinary [GLOBAL] object COMMAND --config FILE ...
+
+Commands:
+  object get              bring an object into a file, or to standard output
+  object put              send a file as a template of the service says
+
+'varobinary object COMMAND --help' tells all about a command.
+)";
+
+constexpr std::string_view kObjectGet =
+    R"(Bring an object into a file, or to standard output.
+
+Usage: varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
+           [--stream]
+
+  --config FILE           JSON object with the configuration of the download, as the library
+                          takes it: "endpointUrl" (or "domain" and "relativepath"),
+                          "headers", "queryParams", "ChunkSize" (bytes of a request), and for
+                          a store "Auth", "AuthParameters", "method" and "Host".
+                          --header wins over "headers"
+  --param K=V             file parameter; may be repeated. They fill the placeholders ${K} of
+                          the configuration; "fileId" also names the download
+  --options FILE          JSON object with the options dictionary. --option and the token
+                          win over it
+  --stream                write the bytes to standard output as they arrive, and nothing
+                          else there. Excludes --json
+
+The file is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
+as %2F. It appears complete or not at all.
+A key on the command line shows in the list of processes: keep keys in the configuration.
+Blanks and the like in the name of a signed object are percent-encoded: a%20b.
+
+Examples, in a shell where 'varobinary sandbox --store-port 8081' runs in another:
+  echo '{"endpointUrl":"http://127.0.0.1:8081/${fileId}","Host":"127.0.0.1:8081",
+         "method":"GET","Auth":"HMACDigest","AuthParameters":{"objectName":"${fileId}",
+         "serviceName":"s3","regionName":"us-east-1","accessKeyID":"sandbox",
+         "secretAccessKey":"sandbox-secret-key"}}' > get.json
+  varobinary object get --config get.json --param fileId=photos/ann.jpg
+  varobinary object get --config get.json --param fileId=backup.tar.gz --stream | tar tz
+)";
+
+constexpr std::string_view kObjectPut =
+    R"(Send a file to where a template of the service says, signed if that asks for it.
+
+Usage: varobinary [GLOBAL] object put --config FILE [--file PATH] [--options FILE]
+
+  --config FILE           JSON object with the configuration of the upload, as the library
+                          takes it: "URL" (who answers with the template), "FilePath",
+                          "headers" of that request (--header wins over them), and
+                          "uploadParams", which are posted to it, fill the template and hold
+                          the keys of the signature
+  --file PATH             the file, in place of "FilePath". It must not be empty
+  --options FILE          JSON object with the options dictionary. --option and the token
+                          win over it
+
+The token of --token goes with a transfer that is not signed. To the service that has the
+templates it goes with --header, or in "headers".
+
+Examples, in a shell where 'varobinary sandbox --port 8080' runs in another:
+  echo '{"URL":"http://127.0.0.1:8080/services/online/templates",
+         "uploadParams":{"objectName":"photos/ann.jpg","regionName":"us-east-1",
+         "accessKeyID":"sandbox","secretAccessKey":"sandbox-secret-key"}}' > put.json
+  varobinary object put --config put.json --file ann.jpg
+)";
+
 constexpr std::string_view kSandbox =
     R"(Run a complete local back end: an object service, a blob service, templates of online
 transfers, and an object store that checks signatures (AWS Signature Version 4).
@@ -315,7 +386,7 @@ Examples:
   varobinary --log-level debug demo
 )";
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 13> kTexts = {{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 16> kTexts = {{
     {"", kOverview},
     {"list", kList},
     {"upload", kUpload},
@@ -327,6 +398,9 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 13> kTexts =
     {"blob download", kBlobDownload},
     {"blob path", kBlobPath},
     {"blob delete", kBlobDelete},
+    {"object", kObject},
+    {"object get", kObjectGet},
+    {"object put", kObjectPut},
     {"sandbox", kSandbox},
     {"demo", kDemo},
 }};

@@ -22,6 +22,7 @@ class HumanOutput final : public Output {
  private:
   void writeBegin(const std::string& activity) override;
   void writeProgress(const platform::Value& progress) override;
+  void writeStarted(const std::string&) override {}
   void writeChunk(const std::string& id, std::int64_t bytesWritten,
                   std::int64_t totalSize) override;
   void writeTick() override;

@@ -17,6 +17,8 @@ void JsonOutput::writeProgress(const Value& progress) {
   writeLine("progress", progress.dictionaryValue());
 }
 
+void JsonOutput::writeStarted(const std::string& id) { writeLine("started", {{"id", id}}); }
+
 void JsonOutput::writeChunk(const std::string& id, std::int64_t bytesWritten,
                             std::int64_t totalSize) {
   writeLine("chunk", {{"id", id}, {"bytesWritten", bytesWritten}, {"totalSize", totalSize}});

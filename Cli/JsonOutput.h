@@ -15,6 +15,7 @@ class JsonOutput final : public Output {
  private:
   void writeBegin(const std::string&) override {}
   void writeProgress(const platform::Value& progress) override;
+  void writeStarted(const std::string& id) override;
   void writeChunk(const std::string& id, std::int64_t bytesWritten,
                   std::int64_t totalSize) override;
   void writeTick() override {}

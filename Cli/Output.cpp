@@ -1,5 +1,7 @@
 #include "Cli/Output.h"
 
+#include <utility>
+
 namespace varo::cli {
 
 using platform::MutexLock;
@@ -13,6 +15,11 @@ void Output::begin(const std::string& activity) {
 void Output::progress(const Value& progress) {
   MutexLock lock(mutex_);
   if (!finished_) writeProgress(progress);
+}
+
+void Output::started(const std::string& id) {
+  MutexLock lock(mutex_);
+  if (!finished_ && !std::exchange(started_, true)) writeStarted(id);
 }
 
 void Output::chunk(const std::string& id, std::int64_t bytesWritten, std::int64_t totalSize) {

@@ -29,7 +29,11 @@ class Output {
   void begin(const std::string& activity);
   /// A progress dictionary of the library.
   void progress(const platform::Value& progress);
-  /// Bytes of a blob were stored: how many are in its file, and of how many (0 while unknown).
+  /// The transfer of an object has begun. Said once, by whichever of its blocks comes first: the
+  /// library calls them on several threads.
+  void started(const std::string& id);
+  /// Bytes of a blob or object were stored: how many are in its file, and of how many (0 while
+  /// unknown).
   void chunk(const std::string& id, std::int64_t bytesWritten, std::int64_t totalSize);
   /// Time passed: keeps a progress display alive.
   void tick();
@@ -54,6 +58,7 @@ class Output {
   // Called one at a time.
   virtual void writeBegin(const std::string& activity) = 0;
   virtual void writeProgress(const platform::Value& progress) = 0;
+  virtual void writeStarted(const std::string& id) = 0;
   virtual void writeChunk(const std::string& id, std::int64_t bytesWritten,
                           std::int64_t totalSize) = 0;
   virtual void writeTick() = 0;
@@ -67,6 +72,7 @@ class Output {
 
  private:
   mutable platform::Mutex mutex_;
+  bool started_ VARO_GUARDED_BY(mutex_) = false;
   bool finished_ VARO_GUARDED_BY(mutex_) = false;
 };
 

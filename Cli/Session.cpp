@@ -76,7 +76,7 @@ std::optional<Outcome> Session::checkForSilence() const {
   return silent ? std::optional(silence()) : std::nullopt;
 }
 
-Outcome Session::await(const Start& start, const Pause& pause) {
+Outcome Session::await(const Start& start, const Pause& pause, Ending ending) {
   if (interrupts_.raised()) return {Outcome::Kind::kInterrupted, {}};
   using OnInterrupt = Operation::OnInterrupt;
   const auto operation =
@@ -91,7 +91,7 @@ Outcome Session::await(const Start& start, const Pause& pause) {
   return operation->wait([&] {
     output_->tick();
     auto outcome = pause && interrupts_.raised() ? pause() : std::nullopt;
-    return outcome ? outcome : checkForSilence();
+    return outcome || ending == Ending::kIsTold ? outcome : checkForSilence();
   });
 }
 

@@ -41,6 +41,9 @@ class Session {
   /// there is an outcome: its own, or what it makes a block receive.
   using Pause = std::function<std::optional<Outcome>()>;
 
+  /// Whether an operation may end without a word, as some do with the compatible policy.
+  enum class Ending { kMayBeSilent, kIsTold };
+
   /// Sets the library up. `interrupts` outlives the session.
   Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts);
   ~Session();
@@ -53,7 +56,8 @@ class Session {
 
   /// Runs an operation to its outcome. Nothing of it is written but its progress. Without a `pause`
   /// an interrupt is an outcome.
-  [[nodiscard]] Outcome await(const Start& start, const Pause& pause = {});
+  [[nodiscard]] Outcome await(const Start& start, const Pause& pause = {},
+                              Ending ending = Ending::kMayBeSilent);
 
   /// Returns after SIGINT or SIGTERM.
   void waitForInterrupt();

@@ -28,12 +28,24 @@ TemporaryDirectory& TemporaryDirectory::operator=(TemporaryDirectory&& other) no
   return *this;
 }
 
+namespace {
+
+constexpr std::string_view kWhat = "cannot make a temporary directory";
+
+}  // namespace
+
 Result<TemporaryDirectory> TemporaryDirectory::make() {
-  constexpr std::string_view kWhat = "cannot make a temporary directory";
   std::error_code failed;
   const std::filesystem::path parent = std::filesystem::temp_directory_path(failed);
   if (failed) return Error::fromErrno(failed.value(), kWhat, "");
-  std::string path = parent / "varobinary-XXXXXX";
+  return fromPattern(parent / "varobinary-XXXXXX");
+}
+
+Result<TemporaryDirectory> TemporaryDirectory::makeIn(const std::string& parent) {
+  return fromPattern(parent + "/.varobinary-XXXXXX");
+}
+
+Result<TemporaryDirectory> TemporaryDirectory::fromPattern(std::string path) {
   if (::mkdtemp(path.data()) == nullptr) return Error::fromErrno(errno, kWhat, path);
   return TemporaryDirectory(std::move(path));
 }

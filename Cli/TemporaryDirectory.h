@@ -6,12 +6,14 @@
 
 namespace varo::cli {
 
-/// A new directory below the one for temporary files, that only this user can enter. It is removed
-/// with everything in it when this object goes.
+/// A new directory that only this user can enter. It is removed with everything in it when this
+/// object goes.
 class TemporaryDirectory {
  public:
-  /// Errors: domain "POSIX".
+  /// Below the directory for temporary files. Errors: domain "POSIX"; so of the next one.
   [[nodiscard]] static platform::Result<TemporaryDirectory> make();
+  /// A hidden one in `parent`, for files that belong on its file system.
+  [[nodiscard]] static platform::Result<TemporaryDirectory> makeIn(const std::string& parent);
   ~TemporaryDirectory();
   TemporaryDirectory(TemporaryDirectory&& other) noexcept;
   TemporaryDirectory& operator=(TemporaryDirectory&& other) noexcept;
@@ -20,6 +22,8 @@ class TemporaryDirectory {
 
  private:
   explicit TemporaryDirectory(std::string path);
+  /// `path` ends in six "X", which become a name that is free.
+  [[nodiscard]] static platform::Result<TemporaryDirectory> fromPattern(std::string path);
 
   std::string path_;  // empty after a move
 };

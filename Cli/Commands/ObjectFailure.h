@@ -1,0 +1,12 @@
+#pragma once
+
+#include "Cli/FailureText.h"
+#include "Platform/Foundation/Value.h"
+
+namespace varo::cli {
+
+/// A failure of an online transfer as people read it, with the reason that the service or the store
+/// gave, where the library has it. Takes one error, or an array of which the first counts.
+[[nodiscard]] FailureText describeObjectFailure(const platform::Value& failure);
+
+}  // namespace varo::cli

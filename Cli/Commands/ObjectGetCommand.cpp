@@ -1,0 +1,153 @@
+#include "Cli/Commands/ObjectGetCommand.h"
+
+#include "Binary/Binary/BinaryDataManager/OnlineBinaryDataManager.h"
+#include "Binary/Binary/DownloadTask/Chunk.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Cli/ByteFormat.h"
+#include "Cli/Commands/ObjectFailure.h"
+#include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Session.h"
+#include "Cli/StagedDownload.h"
+#include "Cli/StandardOutput.h"
+#include "Cli/TerminalText.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Runtime.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <utility>
+
+namespace varo::cli {
+
+using binary::Chunk;
+using binary::OnlineBinaryDataManager;
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::Value;
+
+namespace {
+
+constexpr char kFileId[] = "fileId";
+
+Outcome failed(ErrorPtr error) { return {Outcome::Kind::kFailure, std::move(error)}; }
+
+std::string nameOf(const ObjectGetOptions& options) {
+  const std::string id = options.params[kFileId].textValue();
+  return id.empty() ? "object" : printable(id);
+}
+
+/// Starts the download. The blocks say how it goes on.
+void download(Session& session, const ObjectGetOptions& options, const Session::Blocks& blocks,
+              binary::OnStreamDownloadCompleted::Function onStream) {
+  Output& output = session.output();
+  OnlineBinaryDataManager::sharedInstance()->createAndStartOnlineDownloadTaskFor(
+      options.params, options.stream, objectConfiguration(session.options(), options.config),
+      [&output](const std::string& id, const Value&) { output.started(id); },
+      [&output](const std::string& id, std::int64_t written, std::int64_t total, const Value&) {
+        output.started(id);
+        output.chunk(id, written, total);
+      },
+      std::move(onStream),
+      [&output, blocks](const std::string& id, const std::string& path, const Value& params) {
+        output.started(id);
+        blocks.onSuccess(Dictionary{{"id", id},
+                                    {binary::kFilePath, path},
+                                    {binary::kFileParams, withoutSecrets(params)}});
+      },
+      [blocks](const std::string&, const ErrorPtr& error, const Value&) {
+        blocks.onFailure(withoutSecrets(Value(error)));
+      },
+      objectOptions(session.options(), options.options));
+}
+
+std::uint64_t sizeOf(const std::string& path) {
+  std::error_code unknown;
+  const std::uintmax_t size = std::filesystem::file_size(path, unknown);
+  return unknown ? 0 : size;
+}
+
+std::string describe(const Dictionary& result) {
+  const std::string path = result[binary::kFilePath].textValue();
+  return fmt::format("Downloaded {} ({})\n", printable(path), formatBytes(sizeOf(path)));
+}
+
+Outcome getFile(Session& session, const ObjectGetOptions& options) {
+  const auto staged = StagedDownload::begin();
+  if (!staged) return failed(staged.error());
+  Outcome outcome = session.await(
+      [&](const Session::Blocks& blocks) { download(session, options, blocks, {}); }, {},
+      Session::Ending::kIsTold);
+  if (outcome.kind != Outcome::Kind::kSuccess) {
+    // What an interrupt left under way would go on in the directory that goes now.
+    platform::Runtime::shared().shutdown();
+    return outcome;
+  }
+  Dictionary result = outcome.value.dictionaryValue();
+  const auto path = (*staged)->publish(result[binary::kFilePath].textValue());
+  if (!path) return failed(path.error());
+  result.set(binary::kFilePath, *path);
+  return {Outcome::Kind::kSuccess, result};
+}
+
+/// Writes the chunks to standard output until a write fails, which ends the operation.
+class Streamer {
+ public:
+  Streamer(Session& session, Session::Blocks blocks)
+      : output_(session.output()), interrupts_(session.interrupts()), blocks_(std::move(blocks)) {}
+
+  /// Called for one chunk after the other.
+  void take(const std::string& id, const Chunk& chunk) {
+    if (hasFailed_ || !chunk.data()) return;
+    if (const auto written = writeBytes(STDOUT_FILENO, *chunk.data(), interrupts_); !written) {
+      hasFailed_ = true;
+      return blocks_.onFailure(Value(written.error()));
+    }
+    bytes_ += chunk.data()->size();
+    output_.chunk(id, static_cast<std::int64_t>(bytes_), 0);
+  }
+
+  /// How many were written; to be asked when all have come.
+  [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
+
+ private:
+  Output& output_;
+  const Interrupts& interrupts_;
+  const Session::Blocks blocks_;
+
+  // Of the queue that the chunks come on.
+  bool hasFailed_ = false;
+  std::uint64_t bytes_ = 0;
+};
+
+int stream(Session& session, const ObjectGetOptions& options) {
+  std::shared_ptr<Streamer> streamer;
+  const Outcome outcome = session.await(
+      [&](const Session::Blocks& blocks) {
+        streamer = std::make_shared<Streamer>(session, blocks);
+        download(session, options, blocks,
+                 [streamer](const std::string& id, const std::shared_ptr<Chunk>& chunk,
+                            const Value&) { streamer->take(id, *chunk); });
+      },
+      {}, Session::Ending::kIsTold);
+  // Not on standard output, where nothing but the object's bytes is.
+  if (outcome.kind == Outcome::Kind::kSuccess) {
+    session.output().note(fmt::format("Wrote {} to standard output", formatBytes(streamer->bytes())));
+  }
+  const auto nothing = [](const Dictionary&) { return std::string(); };
+  return session.finish(outcome, {.success = nothing, .failure = describeObjectFailure});
+}
+
+}  // namespace
+
+int run(Session& session, const ObjectGetOptions& options) {
+  session.output().begin(nameOf(options));
+  if (options.stream) return stream(session, options);
+  return session.finish(getFile(session, options),
+                        {.success = describe, .failure = describeObjectFailure});
+}
+
+}  // namespace varo::cli

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "Platform/Foundation/Value.h"
+
+namespace varo::cli {
+
+struct GlobalOptions;
+
+/// The configuration of an object command with the headers of the command line, which win over
+/// those in the file. A token that was not given as a header is none of them.
+[[nodiscard]] platform::Dictionary objectConfiguration(const GlobalOptions& global,
+                                                       platform::Dictionary config);
+
+/// The options dictionary of an object command: `fromFile`, over it the entries of the command
+/// line, over these the token.
+[[nodiscard]] platform::Dictionary objectOptions(const GlobalOptions& global,
+                                                 platform::Dictionary fromFile);
+
+/// What an operation was given or delivers, as it may be printed: the values of keys and tokens are
+/// replaced, and in the texts of errors what looks like one.
+[[nodiscard]] platform::Value withoutSecrets(const platform::Value& value);
+
+}  // namespace varo::cli
