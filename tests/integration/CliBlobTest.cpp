@@ -51,8 +51,8 @@ class CliBlobTest : public CliFixture {
     return words;
   }
   [[nodiscard]] Words download(int employee, const Words& more = {}) const {
-    Words words = blob("download", employee, {"--config", config()});
-    words.insert(words.end(), more.begin(), more.end());
+    Words words = blob("download", employee, more);
+    words.insert(words.end(), {"--config", config()});
     return words;
   }
   static Dictionary resultOf(const std::string& outcome, const Run& run) {
@@ -64,11 +64,13 @@ class CliBlobTest : public CliFixture {
     (void)sandbox::GeneratedBytes(photo.seed, photo.size).readAt(0, bytes);
     return bytes;
   }
-  [[nodiscard]] int stateOf(const std::string& id) const {
-    return SQLite::Database(database(), SQLite::OPEN_READONLY, 5000)
-        .execAndGet("SELECT state FROM varosyncBLOBSTOREMANAGER WHERE id = " + id)
+  [[nodiscard]] int numberOf(const std::string& expression, const std::string& condition) const {
+    constexpr int kBusyMs = 5000;
+    return SQLite::Database(database(), SQLite::OPEN_READWRITE, kBusyMs)
+        .execAndGet("SELECT " + expression + " FROM varosyncBLOBSTOREMANAGER WHERE " + condition)
         .getInt();
   }
+  [[nodiscard]] int stateOf(const std::string& id) const { return numberOf("state", "id = " + id); }
   /// From the range after `ranges` on nothing moves any more.
   void stallAfter(std::uint64_t ranges) {
     sandbox().clearFaults();
@@ -181,11 +183,7 @@ TEST_F(CliBlobTest, InterruptBeforeThereIsADownloadEndsPromptly) {
 
 TEST_F(CliBlobTest, KilledDownloadGoesOnWithTheSameCommand) {
   const auto child = stalled(2);
-  const auto isNoted = [&] {
-    SQLite::Database staff(database(), SQLite::OPEN_READONLY, 5000);
-    return staff.execAndGet("SELECT localPath <> '' FROM varosyncBLOBSTOREMANAGER").getInt() == 1;
-  };
-  ASSERT_TRUE(eventually(isNoted));
+  ASSERT_TRUE(eventually([&] { return numberOf("count(*)", "localPath <> ''") == 1; }));
   child->signal(SIGKILL);
   EXPECT_EQ(child->wait(), -SIGKILL);
   EXPECT_EQ(stateOf("1"), 102);

@@ -131,7 +131,10 @@ TEST_F(SandboxDeleteTest, WhatMakesNoSenseIsRefusedWithItsReason) {
     EXPECT_EQ(opstatus(client().Get(base_.path + "/operations?type=delete&operation_id=" + query)),
               8017);
   }
-  for (const char* wish : {"later", "[]", R"({"mode":1})"}) {
+  for (const char* wish :
+       {"later", "[]", R"({"mode":1})", R"({"polls":1000001})", R"({"polls":1.5})",
+        R"({"polls":18446744073709551615})", R"({"status":200})", R"({"status":600})",
+        R"({"opstatus":2147483648})", R"({"mode":"now","until":1})"}) {
     json::object body{{"file_name", "a"}, {"file_id", id}, {"sandbox_delete", wish}};
     EXPECT_EQ(opstatus(client().Post(files_, json::serialize(body), kJson)), 8002) << wish;
     EXPECT_EQ(opstatus(client().Put(files_, json::serialize(body), kJson)), 8002) << wish;

@@ -36,10 +36,9 @@ class SandboxStoreTest : public SandboxTest {
 
   /// Status and body of what the store answers to curl, which signs with keys and code of its own.
   std::string curl(const std::string& path, const Words& more = {}, const char* hash = kEmptyHash) {
-    Words words{"-sS",         "--path-as-is",
-                "--aws-sigv4", "aws:amz:us-east-1:s3",
-                "-u",          "sandbox:sandbox-secret-key",
-                "-w",          "%{stderr}%{http_code}"};
+    Words words{"-sS", "--path-as-is", "-w", "%{stderr}%{http_code}"};
+    words.insert(words.end(), {"--aws-sigv4", "aws:amz:us-east-1:s3"});
+    words.insert(words.end(), {"-u", "sandbox:sandbox-secret-key"});
     if (hash != nullptr)
       words.insert(words.end(), {"-H", std::string("x-amz-content-sha256: ") + hash});
     words.insert(words.end(), more.begin(), more.end());
@@ -255,8 +254,14 @@ TEST_F(SandboxStoreTest, TemplatesSayWhatWasWishedForAndLeadToTheObject) {
 TEST_F(SandboxStoreTest, TemplateEndpointRefusesAndMisbehavesAsAsked) {
   EXPECT_EQ(handedOut({{"sandbox_template", {{"status", 201}}}}, 201).at("opstatus"), 0);
   EXPECT_FALSE(handedOut({{"sandbox_template", {{"opstatus", nullptr}}}}).contains("opstatus"));
-  EXPECT_EQ(handedOut({{"sandbox_template", {{"typo", 1}}}}, 400).at("opstatus"), 8002);
-  EXPECT_EQ(handedOut({{"sandbox_template", 1}}, 400).at("opstatus"), 8002);
+  for (const char* wish : {"1", R"({"typo":1})", R"({"uploadMode":1})", R"({"domain":"other"})",
+                           R"({"auth":"hmacdigest"})", R"({"address":null})", R"({"opstatus":"1"})",
+                           R"({"status":199})", R"({"status":600})", R"({"entries":[]})",
+                           R"({"auth":"presigned","domain":"service"})",
+                           R"({"auth":"presigned","uploadMode":"multipart"})"}) {
+    const json::object uploadParams{{"sandbox_template", json::parse(wish)}};
+    EXPECT_EQ(handedOut(uploadParams, 400).at("opstatus"), 8002) << wish;
+  }
   EXPECT_EQ(client().Post(split(server_->templateUrl()).path, "[]", kJson)->status, 400);
   EXPECT_EQ(opstatus(client().Post(split(server_->templateUrl()).path)), 0) << "no parameters";
 

@@ -19,42 +19,12 @@ constexpr int kNoBotocore = 77;      // the script's own
 constexpr int kNoInterpreter = 127;  // of `env`
 
 /// Whatever may stand in an object's name, but "?" and "#", which end a path.
-const std::vector<std::string> kNameCharacters = {"a",
-                                                  "b",
-                                                  "Z",
-                                                  "0",
-                                                  "9",
-                                                  " ",
-                                                  "/",
-                                                  "//",
-                                                  "%",
-                                                  "+",
-                                                  "&",
-                                                  "=",
-                                                  "~",
-                                                  "-",
-                                                  "_",
-                                                  ".",
-                                                  "..",
-                                                  "%2F",
-                                                  "'",
-                                                  "(",
-                                                  ")",
-                                                  "!",
-                                                  "*",
-                                                  ",",
-                                                  ";",
-                                                  ":",
-                                                  "@",
-                                                  "$",
-                                                  "[",
-                                                  "]",
-                                                  "{",
-                                                  "|",
-                                                  "\\",
-                                                  "\xC3\xA9",
-                                                  "\xE6\xBC\xA2",
-                                                  "\xF0\x9F\x98\x80"};
+const std::vector<std::string> kNameCharacters = [] {
+  std::vector<std::string> all = {"//",       "..",           "%2F",
+                                  "\xC3\xA9", "\xE6\xBC\xA2", "\xF0\x9F\x98\x80"};
+  for (const char c : std::string_view("abZ09 /%+&=~-_.'()!*,;:@$[]{|\\")) all.emplace_back(1, c);
+  return all;
+}();
 const std::vector<std::string> kKeyCharacters = {"a", "K", "7", "/", "+", "=", "\xC3\xBC"};
 const std::vector<std::string> kScopeCharacters = {"u", "s", "-", "1", "2"};
 

@@ -37,6 +37,14 @@ class DownloadFixture : public OfflineFixture {
                       platform::TaskState state) {
     return eventually([&] { return task->state() == state; });
   }
+  /// Runs a task, which has to end in this state.
+  static std::shared_ptr<binary::DownloadTask> runTo(platform::TaskState state,
+                                                     const platform::Dictionary& more = {}) {
+    auto task = makeTask(more);
+    task->start();
+    EXPECT_TRUE(reaches(task, state)) << static_cast<int>(task->state());
+    return task;
+  }
   /// Puts the task's "TotalBytesDownloaded" to what its file has, as who resumes it does.
   void resumeFromFile(const std::shared_ptr<binary::DownloadTask>& task) const {
     platform::Dictionary dictionary = task->inputContext();
@@ -51,6 +59,9 @@ class DownloadFixture : public OfflineFixture {
                                const RecordedRequest& request) {
       return ++*count == n ? answer(request) : object_.answer(request);
     });
+  }
+  void answerNth(int n, const ScriptedAnswer& answer) {
+    answerNth(n, [answer](const RecordedRequest&) { return answer; });
   }
   static std::int64_t errorCode(const binary::DownloadTask& task) {
     const platform::Dictionary context = task.errorContext();
@@ -67,6 +78,14 @@ class DownloadFixture : public OfflineFixture {
     std::filesystem::create_directories(home_ / "Documents/blobs");
     test::writeFile(path(), bytes);
   }
+  /// What was asked for since there were `before` requests, with " " between.
+  [[nodiscard]] std::string rangesSince(std::size_t before) const {
+    const std::vector<std::string> all = ranges();
+    std::string text;
+    for (std::size_t i = before; i < all.size(); ++i) text += (text.empty() ? "" : " ") + all[i];
+    return text;
+  }
+
   RangedObject object_ = RangedObject::ofSize(2500);  // changed only while nothing is under way
 };
 

@@ -2,39 +2,20 @@
 
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
 #include "tests/support/FakeHttpTransport.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace varo::test {
-
-/// What blocks were called with, in the order of the calls. Thread-safe.
-template <typename Call>
-class CallLog {
- public:
-  void add(Call call) {
-    const platform::MutexLock lock(mutex_);
-    calls_.push_back(std::move(call));
-  }
-  [[nodiscard]] std::vector<Call> calls() const {
-    const platform::MutexLock lock(mutex_);
-    return calls_;
-  }
-
- private:
-  mutable platform::Mutex mutex_;
-  std::vector<Call> calls_ VARO_GUARDED_BY(mutex_);
-};
 
 /// A scripted transport and a home directory of its own. Checks at the end that no task is left.
 class OfflineFixture : public testing::Test {

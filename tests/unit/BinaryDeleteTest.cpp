@@ -194,28 +194,21 @@ TEST_F(DeleteTest, RequestsCarryTheHeadersWithTheirOwnContentType) {
 /// A callback without blocks logs where it would have called one: that shows the order.
 TEST_F(DeleteTest, CallbackComesBeforeTheEndOfAPolledDeleteAndAfterAllOtherEnds) {
   const test::RecordingLog log(LogLevel::kWarning);
-  const std::vector<const char*> bad(5, kWorking);
-  std::vector<const char*> tooLate{kAccepted};
-  tooLate.insert(tooLate.end(), bad.begin(), bad.end());
+  using enum TaskState;
+  const std::vector<const char*> tooLate{kAccepted, kWorking, kWorking,
+                                         kWorking,  kWorking, kWorking};
+  const char* succeeded = "Success callback is not defined.";
+  const char* failed = "Failure callback is not defined.";
   const struct {
     std::vector<const char*> answers;
     const char* text;
     TaskState whenCalled;
     TaskState end;
   } cases[] = {
-      {{R"({"opstatus":0})"},
-       "Success callback is not defined.",
-       TaskState::Ended,
-       TaskState::Ended},
-      {{kAccepted, kDone},
-       "Success callback is not defined.",
-       TaskState::Started,
-       TaskState::Ended},
-      {{R"({"opstatus":1})"},
-       "Failure callback is not defined.",
-       TaskState::Errored,
-       TaskState::Errored},
-      {tooLate, "Failure callback is not defined.", TaskState::Errored, TaskState::Errored},
+      {{R"({"opstatus":0})"}, succeeded, Ended, Ended},
+      {{kAccepted, kDone}, succeeded, Started, Ended},
+      {{R"({"opstatus":1})"}, failed, Errored, Errored},
+      {tooLate, failed, Errored, Errored},
   };
   std::shared_ptr<BinaryDeleteTask> task;
   std::atomic<TaskState> whenCalled;

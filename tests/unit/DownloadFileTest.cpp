@@ -15,32 +15,26 @@ using DownloadFileTest = test::DownloadFixture;
 
 TEST_F(DownloadFileTest, FailuresOfTheFileSystemEndTheDownloadAndNameThePath) {
   const std::string folder = home_ / "Documents/blobs";
-  struct Case {
+  const struct {
     std::string name;
     std::function<void()> prepare;
     std::string message;
     std::string cause;
+  } cases[] = {
+      {"directory", [&] { std::filesystem::create_directories(path()); }, "", "Is a directory"},
+      {"FIFO", [&] { ::mkfifo(path().c_str(), 0600); }, "", "Invalid argument"},
+      {"link", [&] { std::filesystem::create_symlink(home_ / "target", path()); }, "",
+       "Too many levels of symbolic links"},
+      {"no folder", [&] { std::filesystem::remove_all(folder), test::writeFile(folder, "a file"); },
+       "FileDoesn't exist at path.", "Not a directory"},
   };
-  for (const Case& c : std::vector<Case>{
-           {"directory", [&] { std::filesystem::create_directories(path()); }, "",
-            "Is a directory"},
-           {"FIFO", [&] { ::mkfifo(path().c_str(), 0600); }, "", "Invalid argument"},
-           {"link", [&] { std::filesystem::create_symlink(home_ / "target", path()); }, "",
-            "Too many levels of symbolic links"},
-           {"no folder",
-            [&] {
-              std::filesystem::remove_all(folder);
-              std::ofstream(folder) << "a file";
-            },
-            "FileDoesn't exist at path.", "Not a directory"}}) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
     std::ofstream(home_ / "target") << "untouched";
     c.prepare();
-    const auto task = makeTask();
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    const auto task = runTo(TaskState::Errored);
     const Dictionary info = task->errorContext()[kPersistenceError].dictionaryValue();
     EXPECT_EQ(info["path"], Value(path()));
     EXPECT_THAT(info["NSLocalizedDescription"].textValue(), HasSubstr(c.cause));
@@ -54,9 +48,7 @@ TEST_F(DownloadFileTest, FailuresOfTheFileSystemEndTheDownloadAndNameThePath) {
 
 TEST_F(DownloadFileTest, BlobIdsThatLeaveTheFolderAreRefused) {
   for (const char* blobId : {"../7", "/etc/7", "..", "a/../../7", "%2e%2e/7"}) {
-    const auto task = makeTask({{kBlobId, blobId}});
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Errored)) << blobId;
+    const auto task = runTo(TaskState::Errored, {{kBlobId, blobId}});
     EXPECT_EQ(errorMessage(*task, kPersistenceError), Value("FileDoesn't exist at path."));
     EXPECT_TRUE(task->outputContext()[kFilePath].textValue().empty()) << blobId;
   }
@@ -74,9 +66,7 @@ TEST_F(DownloadFileTest, FullDiskKeepsWhatWasWrittenAndTheDownloadGoesOnLater) {
               HasSubstr("Writing " + path() + ": File too large"));
   EXPECT_EQ(fileBytes(), object_.bytes.substr(0, 150'000));
 
-  const auto again = makeTask({{kChunkSizeKey, 50'000}, {kTotalBytesDownloaded, 150'000}});
-  again->start();
-  ASSERT_TRUE(reaches(again, TaskState::Ended));
+  runTo(TaskState::Ended, {{kChunkSizeKey, 50'000}, {kTotalBytesDownloaded, 150'000}});
   EXPECT_EQ(fileBytes(), object_.bytes);
 }
 
@@ -95,9 +85,7 @@ TEST_F(DownloadFileTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) 
       interfere();
       return object_.answer(request);
     });
-    const auto task = makeTask();
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    const auto task = runTo(TaskState::Errored);
     EXPECT_EQ(task->errorContext()[kPersistenceError].dictionaryValue()["path"], Value(path()));
   }
 }

@@ -61,10 +61,8 @@ TEST_F(DownloadRaceTest, PersistenceThatEndsBeforeTheNetworkTaskIsHeard) {
   for (int round = 0; round < kRounds; ++round) {
     gate->armed = true;
     object_.statesSize = round % 2 == 0;
-    const auto task = makeTask();
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Ended)) << round;
-    ASSERT_EQ(fileBytes(), object_.bytes);
+    const auto task = runTo(TaskState::Ended);
+    ASSERT_EQ(fileBytes(), object_.bytes) << round;
     task->releaseFile();
   }
   EXPECT_GT(forced, kRounds * 9 / 10);

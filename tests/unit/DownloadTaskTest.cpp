@@ -4,8 +4,6 @@
 #include "tests/support/DownloadFixture.h"
 #include "tests/support/RecordingLog.h"
 
-#include <tuple>
-
 namespace varo::binary {
 namespace {
 
@@ -13,6 +11,7 @@ using namespace platform;
 using namespace test;
 using namespace testing;
 
+using enum TransferPolicy;
 using DownloadTaskTest = test::DownloadFixture;
 
 TEST(ContentRangeTest, OnlyWellFormedFieldsAreRead) {
@@ -22,163 +21,133 @@ TEST(ContentRangeTest, OnlyWellFormedFieldsAreRead) {
     return (range->span ? fmt::format("{}-{}", range->span->first, range->span->last) : "none") +
            (range->total ? fmt::format(" of {}", *range->total) : " of ?");
   };
-  for (const auto& [field, expected] : std::vector<std::pair<std::string, std::string>>{
-           {"bytes 0-9/10", "0-9 of 10"},
-           {" Bytes 5-5/9223372036854775807 ", "5-5 of 9223372036854775807"},
-           {"bytes 0-9/*", "0-9 of ?"},
-           {"bytes */10", "none of 10"},
-           {"bytes */*", "refused"},
-           {"bytes 0-10/10", "refused"},
-           {"bytes 9-0/10", "refused"},
-           {"bytes -1-3/10", "refused"},
-           {"bytes +1-3/10", "refused"},
-           {"bytes 0-9/-1", "refused"},
-           {"bytes 0-9/9223372036854775808", "refused"},
-           {"bytes 0-9/", "refused"},
-           {"bytes 0-9/10, 10-19/20", "refused"},
-           {"bytes=0-9/10", "refused"},
-           {"items 0-9/10", "refused"},
-           {"bytes", "refused"},
-           {"", "refused"}}) {
-    EXPECT_EQ(text(field), expected) << field;
+  const std::pair<const char*, const char*> wellFormed[] = {
+      {"bytes 0-9/10", "0-9 of 10"},
+      {" Bytes 5-5/9223372036854775807 ", "5-5 of 9223372036854775807"},
+      {"bytes 0-9/*", "0-9 of ?"},
+      {"bytes */10", "none of 10"},
+  };
+  for (const auto& [field, expected] : wellFormed) EXPECT_EQ(text(field), expected);
+  for (const char* field :
+       {"bytes */*", "bytes 0-10/10", "bytes 9-0/10", "bytes -1-3/10", "bytes +1-3/10",
+        "bytes 0-9/-1", "bytes 0-9/9223372036854775808", "bytes 0-9/", "bytes 0-9/10, 10-19/20",
+        "bytes=0-9/10", "items 0-9/10", "bytes", ""}) {
+    EXPECT_EQ(text(field), "refused") << field;
   }
 }
 
 TEST_F(DownloadTaskTest, ObjectsOfEverySizeArriveWholeInExactRanges) {
-  struct Case {
+  const struct {
     std::size_t size;
     bool statesSize;
-    std::vector<std::string> ranges;
+    const char* ranges;
+  } cases[] = {
+      {1, true, "bytes=0-999"},
+      {999, true, "bytes=0-999"},
+      {1000, true, "bytes=0-999"},
+      {1001, true, "bytes=0-999 bytes=1000-1000"},
+      {2500, true, "bytes=0-999 bytes=1000-1999 bytes=2000-2499"},
+      {999, false, "bytes=0-999 bytes=999-1998"},
+      {2000, false, "bytes=0-999 bytes=1000-1999 bytes=2000-2999"},
   };
-  for (const Case& c :
-       std::vector<Case>{{1, true, {"bytes=0-999"}},
-                         {999, true, {"bytes=0-999"}},
-                         {1000, true, {"bytes=0-999"}},
-                         {1001, true, {"bytes=0-999", "bytes=1000-1000"}},
-                         {2500, true, {"bytes=0-999", "bytes=1000-1999", "bytes=2000-2499"}},
-                         {999, false, {"bytes=0-999", "bytes=999-1998"}},
-                         {2000, false, {"bytes=0-999", "bytes=1000-1999", "bytes=2000-2999"}}}) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.size);
     object_ = RangedObject::ofSize(c.size);
     object_.statesSize = c.statesSize;
     const std::size_t before = transport_->requestCount();
-    const auto task = makeTask();
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Ended));
+    const auto task = runTo(TaskState::Ended);
     EXPECT_EQ(fileBytes(), object_.bytes);
-    std::vector<std::string> asked = ranges();
-    asked.erase(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(before));
-    EXPECT_EQ(asked, c.ranges);
+    EXPECT_EQ(rangesSince(before), c.ranges);
     Dictionary output{{kBlobId, "7"}, {kFilePath, path()}};
     if (c.statesSize) output.set(kTotalFileSize, c.size);
     EXPECT_EQ(Value(task->outputContext()), Value(output));
   }
+  object_.bytes.clear();
   for (const bool statesSize : {true, false}) {
-    std::filesystem::remove(path());
-    object_ = RangedObject::ofSize(0);
     object_.statesSize = statesSize;
-    if (statesSize) answerNth(1, [](const auto&) { return answerWith(200, ""); });
-    const auto task = makeTask();
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Errored));
-    EXPECT_EQ(errorCode(*task), 6014);
-    transport_->setHandler(
-        [this](const RecordedRequest& request) { return object_.answer(request); });
+    answerNth(statesSize ? 1 : 99, answerWith(200, ""));
+    EXPECT_EQ(errorCode(*runTo(TaskState::Errored)), 6014);
   }
 }
 
 TEST_F(DownloadTaskTest, RequestNamesTheRecordAndCarriesTheHeaders) {
   object_ = RangedObject::ofSize(10);
-  struct Case {
-    Dictionary input;
-    std::string url;
-  };
   const Dictionary keys{{"id", 1}, {"na me", "a&b=c"}};
-  for (const Case& c : std::vector<Case>{
-           {{{kPrimaryKeys, keys}},
-            "http://h/Scope/Object/binary?id=1&na%20me=a%26b%3Dc&type=bytes"},
-           {{{kClientID, "c1"}, {kSessionID, "s1"}},
-            "http://h/Scope/Object/binary?id=1&type=bytes&clientid=c1&varosyncsessionid=s1"},
-           {{{kOnlineDownloadTask, "true"}, {"queryParams", Dictionary{{"q", "1"}}}},
-            "http://h/?q=1"}}) {
-    const auto task = makeTask(c.input);
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Ended));
-    EXPECT_EQ(transport_->requests().back().url, c.url);
+  const std::pair<Dictionary, const char*> cases[] = {
+      {{{kPrimaryKeys, keys}}, "http://h/Scope/Object/binary?id=1&na%20me=a%26b%3Dc&type=bytes"},
+      {{{kClientID, "c1"}, {kSessionID, "s1"}},
+       "http://h/Scope/Object/binary?id=1&type=bytes&clientid=c1&varosyncsessionid=s1"},
+      {{{kOnlineDownloadTask, "true"}, {"queryParams", Dictionary{{"q", "1"}}}}, "http://h/?q=1"},
+  };
+  for (const auto& [input, url] : cases) {
+    runTo(TaskState::Ended, input);
+    EXPECT_EQ(transport_->requests().back().url, url);
   }
-  const auto task =
-      makeTask({{kDownloadHeaders, Dictionary{{"X-One", 1}, {"range", "bytes=5-6"}}}});
-  task->start();
-  ASSERT_TRUE(reaches(task, TaskState::Ended));
+  runTo(TaskState::Ended, {{kDownloadHeaders, Dictionary{{"X-One", 1}, {"range", "bytes=5-6"}}}});
   EXPECT_EQ(transport_->requests().back().header("x-one"), "1");
   EXPECT_EQ(transport_->requests().back().header("Range"), "bytes=0-999");
 }
 
 TEST_F(DownloadTaskTest, InputWithoutWhatIsNeededIsRefused) {
-  for (const auto& [key, value, context, message] :
-       std::vector<std::tuple<const char*, Value, const char*, std::string>>{
-           {kBlobId, Value(), kDownloadError, "Invalid inputs provided to the download task."},
-           {kBlobId, "", kDownloadError, "Invalid inputs provided to the download task."},
-           {kURL, "", kNetworkError, "Invalid inputs provided to the network task."},
-           {kChunkSizeKey, -1, kNetworkError, "Invalid inputs provided to the network task."},
-           {kScopeName, Value(), kNetworkError, "Invalid inputs provided to the network task."}}) {
+  const std::string download = "Invalid inputs provided to the download task.";
+  const std::string network = "Invalid inputs provided to the network task.";
+  const struct {
+    const char* key;
+    Value value;
+    const char* context;
+    std::string message;
+  } cases[] = {
+      {kBlobId, {}, kDownloadError, download},  {kBlobId, "", kDownloadError, download},
+      {kURL, "", kNetworkError, network},       {kChunkSizeKey, -1, kNetworkError, network},
+      {kScopeName, {}, kNetworkError, network},
+  };
+  for (const auto& c : cases) {  // a missing value removes the entry
     const auto task = makeTask();
-    Dictionary dictionary = input();
-    dictionary.remove(key);
-    if (value.isPresent()) dictionary.set(key, value);
-    task->updateInputContext(dictionary);
+    Dictionary changed = input();
+    changed.set(c.key, c.value);
+    task->setInputContext(changed);
     task->start();
     ASSERT_TRUE(reaches(task, TaskState::Errored));
-    EXPECT_EQ(errorMessage(*task, context), Value(message)) << key;
+    EXPECT_EQ(errorMessage(*task, c.context), Value(c.message)) << c.key;
   }
   EXPECT_EQ(transport_->requestCount(), 0U);
 }
 
 TEST_F(DownloadTaskTest, AnswersThatDoNotBelongAreErrorsAndNeverWritten) {
-  const auto range = [](std::string bytes, std::string field, std::string tag = "\"1\"") {
-    return [=](const RecordedRequest&) {
-      return answerWith(206, bytes, {{"Content-Range", field}, {"ETag", tag}});
-    };
+  const auto range = [](const std::string& bytes, const char* field, const char* tag = "\"1\"") {
+    return answerWith(206, bytes, {{"Content-Range", field}, {"ETag", tag}});
   };
   const std::string piece(1000, 'x');
-  struct Case {
+  const std::string notReceived =
+      "The Content-Range of the answer is missing or malformed, or is not of the range asked for.";
+  const std::string changed = "Integrity check failed";
+  const ScriptedAnswer error = answerWith(200, R"({"d":{"error":true,"msg":"gone"}})",
+                                          {{"Content-Type", "application/JSON; charset=utf-8"}});
+  const struct {
     std::string name;
-    std::function<ScriptedAnswer(const RecordedRequest&)> second;
+    ScriptedAnswer second;
     std::int64_t code;
     std::string message;
     std::size_t left;  // bytes in the file afterwards
+  } cases[] = {
+      {"none", answerWith(206, piece), 6004, notReceived, 1000},
+      {"malformed", range(piece, "bytes 1000-"), 6004, notReceived, 1000},
+      {"shifted", range(piece, "bytes 999-1998/2500"), 6004, notReceived, 1000},
+      {"longer than said", range(piece + "x", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
+      {"shorter than said", range("x", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
+      {"empty", range("", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
+      {"another size", range(piece, "bytes 1000-1999/2501"), 1019, changed, 0},
+      {"another tag", range(piece, "bytes 1000-1999/2500", "\"2\""), 1019, changed, 0},
+      {"416", answerWith(416, ""), 999, "Other issues.", 1000},
+      {"404", answerWith(404, ""), 999, "Not Found.", 1000},
+      {"500", answerWith(500, ""), 999, "Internal Server Error", 1000},
+      {"lost", failWith(7, "no route"), 6006, "Upload error: no route", 1000},
+      {"error", error, 999, "gone", 1000},
   };
-  const std::string notReceived =
-      "The Content-Range of the answer is missing or malformed, or is not of the range asked for.";
-  for (const Case& c : std::vector<Case>{
-           {"none", [&](const auto&) { return answerWith(206, piece); }, 6004, notReceived, 1000},
-           {"malformed", range(piece, "bytes 1000-"), 6004, notReceived, 1000},
-           {"shifted", range(piece, "bytes 999-1998/2500"), 6004, notReceived, 1000},
-           {"longer than said", range(piece + "x", "bytes 1000-1999/2500"), 6004, notReceived,
-            1000},
-           {"shorter than said", range("x", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
-           {"empty", range("", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
-           {"another size", range(piece, "bytes 1000-1999/2501"), 1019, "Integrity check failed",
-            0},
-           {"another tag", range(piece, "bytes 1000-1999/2500", "\"2\""), 1019,
-            "Integrity check failed", 0},
-           {"416", [](const auto&) { return answerWith(416, ""); }, 999, "Other issues.", 1000},
-           {"404", [](const auto&) { return answerWith(404, ""); }, 999, "Not Found.", 1000},
-           {"500", [](const auto&) { return answerWith(500, ""); }, 999, "Internal Server Error",
-            1000},
-           {"lost", [](const auto&) { return failWith(7, "no route"); }, 6006,
-            "Upload error: no route", 1000},
-           {"error",
-            [](const auto&) {
-              return answerWith(200, R"({"d":{"error":true,"msg":"gone"}})",
-                                {{"Content-Type", "application/JSON; charset=utf-8"}});
-            },
-            999, "gone", 1000}}) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     answerNth(2, c.second);
-    const auto task = makeTask();
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Errored));
+    const auto task = runTo(TaskState::Errored);
     EXPECT_EQ(errorCode(*task), c.code);
     EXPECT_EQ(errorMessage(*task, kNetworkError), Value(c.message));
     EXPECT_EQ(fileBytes(), object_.bytes.substr(0, c.left));
@@ -193,111 +162,70 @@ TEST_F(DownloadTaskTest, AnswersThatDoNotBelongAreErrorsAndNeverWritten) {
 }
 
 TEST_F(DownloadTaskTest, AnswersThatAreGoodOtherwiseEndWell) {
-  struct Case {
+  const std::string& bytes = object_.bytes;
+  const std::string base64 = R"({"d":{"results":")" + base64::encode(bytes) + "\"}}";
+  const struct {
     std::string name;
-    std::function<ScriptedAnswer(const RecordedRequest&)> second;
+    ScriptedAnswer second;
     Dictionary input;
+  } cases[] = {
+      {"whole object", answerWith(200, bytes), {}},
+      {"weak tags",
+       answerWith(206, bytes.substr(1000, 1000),
+                  {{"Content-Range", "bytes 1000-1999/2500"}, {"ETag", "W/\"2\""}}),
+       {}},
+      {"short range",
+       answerWith(206, bytes.substr(1000, 1), {{"Content-Range", "bytes 1000-1000/2500"}}),
+       {}},
+      {"Base64", answerWith(200, base64), {{kResponseType, "Base64"}}},
   };
-  const auto whole = [this](const RecordedRequest&) { return answerWith(200, object_.bytes); };
-  for (const Case& c : std::vector<Case>{
-           {"whole object", whole, {}},
-           {"weak tags",
-            [this](const RecordedRequest& request) {
-              ScriptedAnswer answer = object_.answer(request);
-              answer.response->headers[1].value = "W/\"2\"";
-              return answer;
-            },
-            {}},
-           {"short range",
-            [this](const RecordedRequest&) {
-              return answerWith(206, object_.bytes.substr(1000, 1),
-                                {{"Content-Range", "bytes 1000-1000/2500"}});
-            },
-            {}},
-           {"Base64",
-            [this](const RecordedRequest&) {
-              return answerWith(
-                  200, R"({"d":{"results":")" + platform::base64::encode(object_.bytes) + "\"}}");
-            },
-            {{kResponseType, "Base64"}}}}) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     answerNth(2, c.second);
-    const auto task = makeTask(c.input);
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Ended));
-    EXPECT_EQ(fileBytes(), object_.bytes);
+    runTo(TaskState::Ended, c.input);
+    EXPECT_EQ(fileBytes(), bytes);
   }
 }
 
 TEST_F(DownloadTaskTest, RunStartsAtItsOffsetWhateverTheFileHas) {
-  struct Case {
+  const std::string junk(4000, 'j');
+  const std::string& bytes = object_.bytes;
+  const std::string rest = "bytes=1000-1999 bytes=2000-2499";
+  const struct {
     std::string name;
     std::string leftOver;
     std::int64_t offset;
     TransferPolicy policy;
-    TaskState end;
-    std::vector<std::string> ranges;
+    bool ends;
+    std::string ranges;  // the first of them where it does not
+  } cases[] = {
+      {"longer file", bytes.substr(0, 1000) + junk, 1000, kCompatible, true, rest},
+      {"shorter file", bytes.substr(0, 999), 1000, kCompatible, false, "bytes=1000-1999"},
+      {"no file", "", 1000, kCompatible, false, "bytes=1000-1999"},
+      {"complete", bytes, 2500, kCompatible, false, "bytes=2500-3499"},
+      {"complete", bytes, 2500, kSafe, true, "bytes=2500-3499"},
+      {"too long", bytes + "junk", 2504, kSafe, true, "bytes=2504-3503 bytes=0-999 " + rest},
   };
-  const std::string junk(4000, 'j');
-  const std::string& bytes = object_.bytes;
-  for (const Case& c : std::vector<Case>{
-           {"longer file",
-            bytes.substr(0, 1000) + junk,
-            1000,
-            TransferPolicy::kCompatible,
-            TaskState::Ended,
-            {"bytes=1000-1999", "bytes=2000-2499"}},
-           {"shorter file",
-            bytes.substr(0, 999),
-            1000,
-            TransferPolicy::kCompatible,
-            TaskState::Errored,
-            {"bytes=1000-1999"}},
-           {"no file",
-            "",
-            1000,
-            TransferPolicy::kCompatible,
-            TaskState::Errored,
-            {"bytes=1000-1999"}},
-           {"complete",
-            bytes,
-            2500,
-            TransferPolicy::kCompatible,
-            TaskState::Errored,
-            {"bytes=2500-3499"}},
-           {"complete", bytes, 2500, TransferPolicy::kSafe, TaskState::Ended, {"bytes=2500-3499"}},
-           {"too long",
-            bytes + "junk",
-            2504,
-            TransferPolicy::kSafe,
-            TaskState::Ended,
-            {"bytes=2504-3503", "bytes=0-999", "bytes=1000-1999", "bytes=2000-2499"}}}) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     setTransferPolicy(c.policy);
     std::filesystem::remove(path());
     if (!c.leftOver.empty()) writeFile(c.leftOver);
     const std::size_t before = transport_->requestCount();
-    const auto task = makeTask({{kTotalBytesDownloaded, c.offset}});
-    task->start();
-    ASSERT_TRUE(reaches(task, c.end));
-    if (c.end == TaskState::Ended) {
+    runTo(c.ends ? TaskState::Ended : TaskState::Errored, {{kTotalBytesDownloaded, c.offset}});
+    if (c.ends) {
       EXPECT_EQ(fileBytes(), bytes);
     }
-    std::vector<std::string> asked = ranges();
-    asked.erase(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(before));
-    asked.resize(std::min(asked.size(), c.ranges.size()));
-    EXPECT_EQ(asked, c.ranges);
+    const std::string asked = rangesSince(before);
+    EXPECT_EQ(c.ends ? asked : asked.substr(0, c.ranges.size()), c.ranges);
   }
 }
 
 TEST_F(DownloadTaskTest, UndecodableBase64IsAnEmptyBody) {
   for (const char* body :
        {"no JSON", "{}", R"({"d":{}})", R"({"d":{"results":7}})", R"({"d":{"results":"%%%"}})"}) {
-    answerNth(1, [body](const auto&) { return answerWith(200, body); });
-    const auto task = makeTask({{kResponseType, "Base64"}});
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Errored)) << body;
-    EXPECT_EQ(errorCode(*task), 6014) << body;
+    answerNth(1, answerWith(200, body));
+    EXPECT_EQ(errorCode(*runTo(TaskState::Errored, {{kResponseType, "Base64"}})), 6014) << body;
   }
 }
 
@@ -333,11 +261,8 @@ TEST_F(DownloadTaskTest, StreamedChunksArriveOnceAndInOrderAndLeaveNoFile) {
       {kStreaming, true}, {kOnStreamDownloadCompleted, Value(block)}, {kFileParams, "p"}};
   for (const bool wholeInTheMiddle : {false, true}) {
     streamed.clear();
-    answerNth(wholeInTheMiddle ? 2 : 99,
-              [this](const auto&) { return answerWith(200, object_.bytes); });
-    const auto task = makeTask(streaming);
-    task->start();
-    ASSERT_TRUE(reaches(task, TaskState::Ended));
+    answerNth(wholeInTheMiddle ? 2 : 99, answerWith(200, object_.bytes));
+    runTo(TaskState::Ended, streaming);
     EXPECT_EQ(streamed, object_.bytes);
     EXPECT_FALSE(std::filesystem::exists(path()));
   }
@@ -349,9 +274,7 @@ TEST_F(DownloadTaskTest, ProgressIsToldAfterEachChunk) {
       [&](const std::string&, std::int64_t written, std::int64_t total, const Value&) {
         told.emplace_back(written, total);
       });
-  const auto task = makeTask({{kOnChunkDownloadCompleted, Value(block)}});
-  task->start();
-  ASSERT_TRUE(reaches(task, TaskState::Ended));
+  runTo(TaskState::Ended, {{kOnChunkDownloadCompleted, Value(block)}});
   EXPECT_THAT(told,
               ElementsAre(std::pair(1000, 2500), std::pair(2000, 2500), std::pair(2500, 2500)));
 }
@@ -371,9 +294,7 @@ TEST_F(DownloadTaskTest, ObjectOfUnknownSizeWithoutEndIsStopped) {
 TEST_F(DownloadTaskTest, DeviceLogLevelGoesBackToTheServerThatSetItAlone) {
   object_ = RangedObject::ofSize(10);
   const auto levelSentTo = [this](const std::string& url) {
-    const auto task = makeTask({{kURL, url}});
-    task->start();
-    EXPECT_TRUE(reaches(task, TaskState::Ended));
+    runTo(TaskState::Ended, {{kURL, url}});
     return transport_->requests().back().header("X-Pelmar-Device-Log-Level").value_or("none");
   };
   const auto answerLevel = [this](const std::string& level) {
@@ -383,16 +304,16 @@ TEST_F(DownloadTaskTest, DeviceLogLevelGoesBackToTheServerThatSetItAlone) {
       return answer;
     });
   };
-  const test::RecordingLog log(platform::LogLevel::kOff);
+  const RecordingLog log(LogLevel::kOff);
   answerLevel("fatal");
   EXPECT_EQ(levelSentTo("http://h/"), "none");
-  EXPECT_TRUE(platform::VaroNativeFacade::isEnabled(platform::LogLevel::kFatal));
-  EXPECT_FALSE(platform::VaroNativeFacade::isEnabled(platform::LogLevel::kError));
+  EXPECT_TRUE(VaroNativeFacade::isEnabled(LogLevel::kFatal));
+  EXPECT_FALSE(VaroNativeFacade::isEnabled(LogLevel::kError));
   EXPECT_EQ(levelSentTo("http://H/"), "fatal");
   EXPECT_EQ(levelSentTo("http://h:81/"), "none");
   answerLevel("OFF");
   EXPECT_EQ(levelSentTo("http://h/"), "fatal");
-  EXPECT_FALSE(platform::VaroNativeFacade::isEnabled(platform::LogLevel::kFatal));
+  EXPECT_FALSE(VaroNativeFacade::isEnabled(LogLevel::kFatal));
   EXPECT_EQ(levelSentTo("http://h/"), "none");
 }
 

@@ -1,8 +1,8 @@
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/TaskEngine/VSAbstractLoopingTask.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 #include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
 
 #include <gmock/gmock.h>
 
@@ -56,26 +56,17 @@ class Recorder final : public TaskListener {
 
   void task(const std::shared_ptr<VSTask>& /*task*/, TaskState from, TaskState to,
             const Dictionary& context) override {
-    const MutexLock lock(mutex_);
-    events_.push_back({from, to, context});
+    log_.add({from, to, context});
   }
-  [[nodiscard]] std::vector<Event> events() const {
-    const MutexLock lock(mutex_);
-    return events_;
-  }
+  [[nodiscard]] std::vector<Event> events() const { return log_.calls(); }
   [[nodiscard]] std::vector<TaskState> states() const {
     std::vector<TaskState> states;
     for (const Event& event : events()) states.push_back(event.to);
     return states;
   }
-  [[nodiscard]] bool sawEnd() const {
-    const auto all = states();
-    return !all.empty() && isFinal(all.back());
-  }
 
  private:
-  mutable Mutex mutex_;
-  std::vector<Event> events_ VARO_GUARDED_BY(mutex_);
+  test::CallLog<Event> log_;
 };
 
 class TaskEngineTest : public testing::Test {
@@ -93,8 +84,20 @@ class TaskEngineTest : public testing::Test {
     task->subscribeForTaskUpdates(recorder);
     task->start();
     task.reset();
-    EXPECT_TRUE(eventually([&] { return recorder->sawEnd(); }));
+    EXPECT_TRUE(eventually([&] {
+      const auto states = recorder->states();
+      return !states.empty() && isFinal(states.back());
+    }));
     return recorder;
+  }
+  /// A composite whose second subtask waits for the first.
+  static std::shared_ptr<VSTask> sequence(const std::shared_ptr<VSTask>& first,
+                                          const std::shared_ptr<VSTask>& second) {
+    auto composite = std::make_shared<VSTask>();
+    composite->addSubtask(first);
+    composite->addSubtask(second);
+    EXPECT_TRUE(composite->addDependencyBetween(first, second, nullptr));
+    return composite;
   }
 };
 
@@ -108,10 +111,7 @@ TEST_F(TaskEngineTest, LeafReportsStartedThenEndedWithItsOutput) {
 
 TEST_F(TaskEngineTest, RaisedErrorReachesListenersUnderErrorsAndTheErrorContext) {
   auto task = leaf([](FunctionTask& self) { self.raiseError(someError(self)); });
-  auto recorder = std::make_shared<Recorder>();
-  task->subscribeForTaskUpdates(recorder);
-  task->start();
-  ASSERT_TRUE(eventually([&] { return recorder->sawEnd(); }));
+  const auto recorder = runToEnd(task);
   EXPECT_THAT(recorder->states(), ElementsAre(Started, Errored));
   const Value& errors = recorder->events().back().context[kTaskErrors];
   ASSERT_EQ(errors.array()->size(), 1U);
@@ -212,22 +212,13 @@ TEST_F(TaskEngineTest, SubtasksRunInDependencyOrderAndHandTheirOutputOn) {
 
 TEST_F(TaskEngineTest, FailedSubtaskEndsTheCompositeWithItsErrorsAndStartsNothingMore) {
   for (const TaskState end : {Errored, Stopped}) {
-    auto composite = std::make_shared<VSTask>();
-    auto failing = leaf([end](FunctionTask& self) {
+    const auto failing = leaf([end](FunctionTask& self) {
       self.output().set("partial", true);
       if (end == Errored) return self.raiseError(someError(self));
       self.setState(end);
     });
     std::atomic<bool> ran{false};
-    auto next = leaf([&](FunctionTask& self) {
-      ran = true;
-      self.setState(Ended);
-    });
-    composite->addSubtask(failing);
-    composite->addSubtask(next);
-    composite->addDependencyBetween(failing, next, nullptr);
-    failing.reset();
-    next.reset();
+    const auto composite = sequence(failing, leaf([&](FunctionTask&) { ran = true; }));
     const auto recorder = runToEnd(composite);
     EXPECT_EQ(recorder->states().back(), Errored);
     EXPECT_EQ(composite->errors().size(), end == Errored ? 1U : 0U);
@@ -257,15 +248,12 @@ TEST_F(TaskEngineTest, CompositeStartedAgainRunsSubtasksAnewThatNeverCameToAnEnd
 }
 
 TEST_F(TaskEngineTest, PausedCompositeStillRunsWhatBecomesFree) {
-  auto composite = std::make_shared<VSTask>();
-  auto first = leaf([&](FunctionTask& self) {
+  std::shared_ptr<VSTask> composite;
+  const auto first = leaf([&](FunctionTask& self) {
     composite->setState(Paused);
     self.setState(Ended);
   });
-  auto last = leafThatEndsWith("last", true);
-  composite->addSubtask(first);
-  composite->addSubtask(last);
-  composite->addDependencyBetween(first, last, nullptr);
+  composite = sequence(first, leafThatEndsWith("last", true));
   const auto recorder = runToEnd(composite);
   EXPECT_THAT(recorder->states(), ElementsAre(Started, Paused, Ended));
 }
