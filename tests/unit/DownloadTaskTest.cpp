@@ -73,8 +73,11 @@ TEST_F(DownloadTaskTest, ObjectsOfEverySizeArriveWholeInExactRanges) {
 TEST_F(DownloadTaskTest, RequestNamesTheRecordAndCarriesTheHeaders) {
   object_ = RangedObject::ofSize(10);
   const Dictionary keys{{"id", 1}, {"na me", "a&b=c"}};
-  const std::pair<Dictionary, const char*> cases[] = {
+  const std::string longKey(5000, 'k');
+  const std::pair<Dictionary, std::string> cases[] = {
       {{{kPrimaryKeys, keys}}, "http://h/Scope/Object/binary?id=1&na%20me=a%26b%3Dc&type=bytes"},
+      {{{kPrimaryKeys, Dictionary{{"id", longKey}}}},
+       "http://h/Scope/Object/binary?id=" + longKey + "&type=bytes"},
       {{{kClientID, "c1"}, {kSessionID, "s1"}},
        "http://h/Scope/Object/binary?id=1&type=bytes&clientid=c1&varosyncsessionid=s1"},
       {{{kOnlineDownloadTask, "true"}, {"queryParams", Dictionary{{"q", "1"}}}}, "http://h/?q=1"},
@@ -149,7 +152,7 @@ TEST_F(DownloadTaskTest, AnswersThatDoNotBelongAreErrorsAndNeverWritten) {
     answerNth(2, c.second);
     const auto task = runTo(TaskState::Errored);
     EXPECT_EQ(errorCode(*task), c.code);
-    EXPECT_EQ(errorMessage(*task, kNetworkError), Value(c.message));
+    EXPECT_EQ(errorMessage(*task, kNetworkError), c.message.empty() ? Value() : Value(c.message));
     EXPECT_EQ(fileBytes(), object_.bytes.substr(0, c.left));
     EXPECT_EQ(task->outputContext()[kFilePath], Value(path()));
 

@@ -7,7 +7,6 @@
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
-#include "Platform/Foundation/Text.h"
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "Platform/TaskEngine/VSTaskError.h"
@@ -168,8 +167,7 @@ std::string DataPersistenceTask::computeFilePath() const {
   const std::string directory =
       getDirectoryPath(std::string(isOnline ? kOnlineFolder : kOfflineFolder));
   const std::string fileName =
-      isOnline ? platform::formatMessage("%d_%@",
-                                         {CommonUtils::getEpochTime(), withoutSlashes(getBlobID())})
+      isOnline ? std::to_string(CommonUtils::getEpochTime()) + "_" + withoutSlashes(getBlobID())
                : getBlobID();
   // A blob id is what a server or a database says. One component that begins with digits leads
   // nowhere else, whatever it holds.
@@ -325,10 +323,10 @@ void DataPersistenceTask::writeData(const std::shared_ptr<Chunk>& chunk) {
 }
 
 bool DataPersistenceTask::createFile(const std::string& path) {
+  logger().logDebug(kFileCreated, getBlobID(), path);
   const auto created = path.empty() ? Error::fromErrno(EINVAL, "Creating", getBlobID())
                                     : _fileHandle.create(path).error();
   if (created == nullptr) {
-    logger().logDebug(kFileCreated, getBlobID(), path);
     if (!_isAsteriskRecieved) logger().logDebug(kSettingSize);
     return true;
   }

@@ -261,6 +261,7 @@ void NetworkTask::processUnsatisfiableRange(Run& run, const HttpResponseInfo& re
     run.strongTag.clear();
     run.hasStartedOver = run.startsOver = true;
   } else {
+    logger().logDebug(kOtherStatus);
     setCause(run, kInvalidInputCode, setErrorMessageDependingOnStatusCode(kRangeNotSatisfiable));
   }
 }
@@ -286,12 +287,15 @@ std::optional<std::string> NetworkTask::parseErrorResponse(const std::string& js
   logger().logError(kCheckingForError, loggedAnswer(json));
   const Value object = CommonUtils::parseJsonString(json);
   logger().logError(kJsonObject, object);
-  const Dictionary result = object.dictionaryValue()[kResult].dictionaryValue();
-  if (result.empty()) return std::nullopt;
-  logger().logError(kErrorIs, result[kResultError]);
-  if (!result[kResultError].boolValue()) return std::nullopt;
-  logger().logError(kErrorIs, result[kResultMessage]);
-  return result[kResultMessage].textValue();
+  const Dictionary answer = object.dictionaryValue();
+  const Dictionary* result = answer[kResult].dictionary();
+  if (result == nullptr) return std::nullopt;
+  logger().logError(kErrorIs, (*result)[kResultError]);
+  if (!(*result)[kResultError].boolValue()) return std::nullopt;
+  const Value message = (*result)[kResultMessage];
+  logger().logError(kErrorIs, message);
+  if (message.isMissing() || message.isNull()) return std::nullopt;
+  return message.textValue();
 }
 
 void NetworkTask::decodeBase64(Run& run) {

@@ -11,7 +11,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Foundation/Text.h"
 #include "Platform/Network/UrlEncoding.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
@@ -73,9 +72,10 @@ std::string joinedPairs(const Dictionary& pairs) {
   return joined;
 }
 
+/// "&name=value"; nothing where there is no value.
 std::string parameter(std::string_view name, const Value& value) {
   if (value.isMissing()) return {};
-  return platform::formatMessage(name, {platform::percentEncode(value.textValue())});
+  return "&" + std::string(name) + "=" + platform::percentEncode(value.textValue());
 }
 
 /// The last position of a range, which the size of the object limits where it is known.
@@ -107,14 +107,14 @@ bool NetworkTask::validateInput() const {
   return valid;
 }
 
+/// There is a "URL": `validateInput` has seen to that.
 std::string NetworkTask::buildURL(const Dictionary& input) {
   std::string url = input[kURL].textValue();
   if (input[kOnlineDownloadTask].boolValue()) return url;
-  url = platform::formatMessage("%@%@/%@/binary?%@&type=bytes%@%@",
-                                {url, input[kScopeName].textValue(), input[kObjectName].textValue(),
-                                 joinedPairs(input[kPrimaryKeys].dictionaryValue()),
-                                 parameter("&clientid=%@", input[kClientID]),
-                                 parameter("&varosyncsessionid=%@", input[kSessionID])});
+  url += input[kScopeName].textValue() + "/" + input[kObjectName].textValue() + "/binary?" +
+         joinedPairs(input[kPrimaryKeys].dictionaryValue()) + "&type=bytes" +
+         parameter("clientid", input[kClientID]) +
+         parameter("varosyncsessionid", input[kSessionID]);
   if (BinaryLogger::isEnabled(platform::LogLevel::kDebug)) {
     logger().logDebug(kUrlBuilt, platform::redactSecrets(url));
   }
@@ -251,8 +251,8 @@ void NetworkTask::prepareRequestObject(Run& run) const {
 
 void NetworkTask::setRangeHeader(Run& run) const {
   const std::int64_t from = run._totalBytesDownloaded;
-  const std::string range = platform::formatMessage(
-      "bytes=%lld-%lld", {from, endOfRange(from, run._chunkSize, run._totalFileSize)});
+  const std::int64_t to = endOfRange(from, run._chunkSize, run._totalFileSize);
+  const std::string range = "bytes=" + std::to_string(from) + "-" + std::to_string(to);
   if (BinaryLogger::isEnabled(platform::LogLevel::kDebug)) {
     logger().logDebug(kRangeRequest, inputContext()[kBlobId], range);
   }
