@@ -174,8 +174,11 @@ class HttpListener::Server final : public httplib::Server {
                                 : (bind_to_port(address, port) ? static_cast<int>(port) : -1);
     // The library's own backlog is 5: a burst of clients would wait a second for their retries.
     if (bound > 0 && ::listen(svr_sock_, kBacklog) != 0) return -1;
-    if (bound > 0) acceptor_ = std::thread([this] { listen_after_bind(); });
     return bound;
+  }
+  /// After `open`.
+  void accept() {
+    acceptor_ = std::thread([this] { listen_after_bind(); });
   }
 
   void close() {
@@ -301,7 +304,8 @@ std::optional<std::string> HttpListener::start(const std::string& address, std::
     server_.reset();
     return fmt::format("cannot listen on {}:{}", address, port);
   }
-  port_ = static_cast<std::uint16_t>(bound);
+  port_ = static_cast<std::uint16_t>(bound);  // before a handler can ask for it
+  server_->accept();
   return std::nullopt;
 }
 
