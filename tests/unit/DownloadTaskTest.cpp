@@ -4,6 +4,8 @@
 #include "tests/support/DownloadFixture.h"
 #include "tests/support/RecordingLog.h"
 
+#include <map>
+
 namespace varo::binary {
 namespace {
 
@@ -126,6 +128,8 @@ TEST_F(DownloadTaskTest, AnswersThatDoNotBelongAreErrorsAndNeverWritten) {
   const std::string changed = "Integrity check failed";
   const ScriptedAnswer error = answerWith(200, R"({"d":{"error":true,"msg":"gone"}})",
                                           {{"Content-Type", "application/JSON; charset=utf-8"}});
+  const ScriptedAnswer silent =
+      answerWith(200, R"({"d":{"error":true}})", {{"Content-Type", "application/json"}});
   const struct {
     std::string name;
     ScriptedAnswer second;
@@ -141,11 +145,13 @@ TEST_F(DownloadTaskTest, AnswersThatDoNotBelongAreErrorsAndNeverWritten) {
       {"empty", range("", "bytes 1000-1999/2500"), 6004, notReceived, 1000},
       {"another size", range(piece, "bytes 1000-1999/2501"), 1019, changed, 0},
       {"another tag", range(piece, "bytes 1000-1999/2500", "\"2\""), 1019, changed, 0},
+      {"empty object", answerWith(200, ""), 6014, "Empty Body Received from Server", 1000},
       {"416", answerWith(416, ""), 999, "Other issues.", 1000},
       {"404", answerWith(404, ""), 999, "Not Found.", 1000},
       {"500", answerWith(500, ""), 999, "Internal Server Error", 1000},
       {"lost", failWith(7, "no route"), 6006, "Upload error: no route", 1000},
       {"error", error, 999, "gone", 1000},
+      {"error without a message", silent, 999, "", 1000},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -190,6 +196,54 @@ TEST_F(DownloadTaskTest, AnswersThatAreGoodOtherwiseEndWell) {
   }
 }
 
+TEST_F(DownloadTaskTest, EndOfUnknownSizeIsBelievedOnlyWhereItFits) {
+  struct Case {
+    std::map<int, std::string> fields;  // instead of the object's own, by request
+    std::int64_t code;                  // 0: it ends well
+    bool pauses = false;                // before the end, which is asked for again then
+  };
+  object_.statesSize = false;
+  for (const Case& c :
+       std::vector<Case>{{{{4, ""}}, 0},
+                         {{{5, ""}}, 0, true},
+                         {{{4, "Bytes */2500"}}, 0},
+                         {{{2, "bytes 1000-1999/2500"}}, 0},
+                         {{{1, ""}}, 6004},
+                         {{{4, "bytes */2501"}}, 6004},
+                         {{{4, "bytes 2500-3499/*"}}, 6004},
+                         {{{4, "none/*"}}, 6004},
+                         {{{2, "bytes 1000-1999/5000"}}, 6004},
+                         {{{2, "bytes 1000-1999/5000"}}, 6004, true},
+                         {{{2, "bytes 1000-1999/5000"}, {3, "bytes 2000-2499/4000"}}, 1019}}) {
+    SCOPED_TRACE(c.fields.begin()->second);
+    std::filesystem::remove(path());
+    if (c.pauses) transport_->hold();
+    transport_->setHandler(
+        [this, c, count = std::make_shared<std::atomic<int>>(0)](const RecordedRequest& request) {
+          ScriptedAnswer answer = object_.answer(request);
+          const auto field = c.fields.find(++*count);
+          if (field != c.fields.end()) answer.response->headers[0].value = field->second;
+          return answer;
+        });
+    const auto task = makeTask();
+    task->start();
+    if (c.pauses) {
+      for (int range = 0; range < 3; ++range) {
+        ASSERT_TRUE(eventually([this] { return transport_->release(); }));
+      }
+      ASSERT_TRUE(eventually([this] { return transport_->heldCount() == 1; }));
+      task->pauseDownload();
+      ASSERT_TRUE(reaches(task, TaskState::Paused));
+      resumeFromFile(task);
+      transport_->releaseAll();
+    }
+    ASSERT_TRUE(reaches(task, c.code == 0 ? TaskState::Ended : TaskState::Errored));
+    EXPECT_EQ(errorCode(*task), c.code);
+    EXPECT_EQ(fileBytes(),
+              object_.bytes.substr(0, c.fields.contains(1) || c.code == 1019 ? 0 : 2500));
+  }
+}
+
 TEST_F(DownloadTaskTest, RunStartsAtItsOffsetWhateverTheFileHas) {
   const std::string junk(4000, 'j');
   const std::string& bytes = object_.bytes;
@@ -227,8 +281,11 @@ TEST_F(DownloadTaskTest, RunStartsAtItsOffsetWhateverTheFileHas) {
 TEST_F(DownloadTaskTest, UndecodableBase64IsAnEmptyBody) {
   for (const char* body :
        {"no JSON", "{}", R"({"d":{}})", R"({"d":{"results":7}})", R"({"d":{"results":"%%%"}})"}) {
-    answerNth(1, answerWith(200, body));
-    EXPECT_EQ(errorCode(*runTo(TaskState::Errored, {{kResponseType, "Base64"}})), 6014) << body;
+    for (const int nth : {1, 2}) {
+      object_.statesSize = nth == 1;
+      answerNth(nth, answerWith(200, body));
+      EXPECT_EQ(errorCode(*runTo(TaskState::Errored, {{kResponseType, "Base64"}})), 6014) << body;
+    }
   }
 }
 
@@ -262,11 +319,26 @@ TEST_F(DownloadTaskTest, StreamedChunksArriveOnceAndInOrderAndLeaveNoFile) {
       });
   const Dictionary streaming{
       {kStreaming, true}, {kOnStreamDownloadCompleted, Value(block)}, {kFileParams, "p"}};
-  for (const bool wholeInTheMiddle : {false, true}) {
+  struct Case {
+    int whole;  // which answer is the whole object
+    std::size_t size;
+    std::string tag;
+    std::int64_t code;  // of the failure; what was handed out cannot be taken back
+  };
+  for (const Case& c : std::vector<Case>{{99, 2500, "", 0},
+                                         {2, 2500, "", 0},
+                                         {2, 2500, "\"1\"", 0},
+                                         {2, 2500, "\"2\"", 1019},
+                                         {2, 2400, "\"1\"", 1019},
+                                         {3, 1999, "", 1019}}) {
+    SCOPED_TRACE(fmt::format("{} {} {}", c.whole, c.size, c.tag));
+    object_.statesSize = c.whole != 3;
     streamed.clear();
-    answerNth(wholeInTheMiddle ? 2 : 99, answerWith(200, object_.bytes));
-    runTo(TaskState::Ended, streaming);
-    EXPECT_EQ(streamed, object_.bytes);
+    answerNth(c.whole, answerWith(200, object_.bytes.substr(0, c.size), {{"ETag", c.tag}}));
+    const auto task = runTo(c.code == 0 ? TaskState::Ended : TaskState::Errored, streaming);
+    EXPECT_EQ(errorCode(*task), c.code);
+    EXPECT_EQ(streamed,
+              c.code == 0 ? object_.bytes : object_.bytes.substr(0, c.whole == 2 ? 1000 : 2000));
     EXPECT_FALSE(std::filesystem::exists(path()));
   }
 }

@@ -124,7 +124,9 @@ void DataPersistenceTask::execute() {
 }
 
 void DataPersistenceTask::beginRun() {
-  _totalFileSize = _totalSizeWritten = _totalBytesReceived = streamPosition_ = 0;
+  _totalFileSize = _totalSizeWritten = _totalBytesReceived = 0;
+  // What an earlier download has handed out is not handed out again.
+  streamPosition_ = std::max<std::int64_t>(inputContext()[kTotalBytesDownloaded].integerValue(), 0);
   _isNetworkTaskPaused = _isAsteriskRecieved = _isReceivedChunkNil = false;
   _isNetworkTaskEnded = isNetworkTaskErrored_ = false;
   _fileHandle.release();
@@ -284,7 +286,6 @@ void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk) {
 }
 
 void DataPersistenceTask::streamChunk(const std::shared_ptr<Chunk>& chunk) {
-  if (_totalSizeWritten == 0) streamPosition_ = chunk->offset();
   // A server may answer a later range with the whole object; bytes are handed out once.
   const auto size = static_cast<std::int64_t>(chunk->data()->size());
   const std::int64_t known = std::clamp<std::int64_t>(streamPosition_ - chunk->offset(), 0, size);

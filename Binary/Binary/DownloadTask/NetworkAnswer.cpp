@@ -50,7 +50,8 @@ constexpr std::string_view kContentRange = "Content-Range";
 constexpr std::string_view kETag = "ETag";
 constexpr std::string_view kJsonType = "application/json";
 constexpr std::string_view kWeakTagPrefix = "W/";
-constexpr std::string_view kUnknownTotal = "/*";
+/// Of an answer without bytes: not a well-formed field, but what is sent where no size is stated.
+constexpr std::string_view kNoRangeOfUnknownSize = "bytes */*";
 
 constexpr char kResult[] = "d";
 constexpr char kResultError[] = "error";
@@ -106,6 +107,17 @@ std::optional<std::string> errorText(const Data& data) {
   Result<std::string> text = data.readAll(kMaxErrorAnswer);
   if (!text) return std::nullopt;
   return std::move(text).value();
+}
+
+/// The size of the object that the server has told, early or late; 0 for none.
+std::int64_t statedSize(std::int64_t totalFileSize, std::int64_t lateFileSize) {
+  return totalFileSize != 0 ? totalFileSize : lateFileSize;
+}
+
+/// Whether the range is the one from `first` on, and `size` bytes long.
+bool isAt(std::int64_t first, std::uint64_t size, const ContentRange& range) {
+  return range.span && range.span->first == first &&
+         range.span->last - first == static_cast<std::int64_t>(size) - 1;
 }
 
 /// MIME wraps Base64 into lines, which the strict decoder does not take.
@@ -167,7 +179,7 @@ void NetworkTask::processNetworkResponse(Run& run, const HttpResponseInfo& respo
   logger().logDebug(kStatusIs, response.statusCode());
   switch (response.statusCode()) {
     case kOk:
-      return processWholeObject(run, contentType, data);
+      return processWholeObject(run, response, contentType, data);
     case kPartialContent:
       return processRange(run, response, data);
     case kInternalServerError:
@@ -184,8 +196,8 @@ void NetworkTask::processNetworkResponse(Run& run, const HttpResponseInfo& respo
   }
 }
 
-void NetworkTask::processWholeObject(Run& run, std::string_view contentType,
-                                     const Data& data) const {
+void NetworkTask::processWholeObject(Run& run, const HttpResponseInfo& response,
+                                     std::string_view contentType, const Data& data) const {
   logger().logDebug(kStatusOk);
   if (platform::lowerCase(contentType).find(kJsonType) != std::string::npos) {
     logger().logDebug(kTypeJson);
@@ -196,43 +208,71 @@ void NetworkTask::processWholeObject(Run& run, std::string_view contentType,
       return setCause(run, kInvalidInputCode, message);
     }
   }
+  // What was given away cannot be taken back; a file is written anew.
+  if (run.isStreamed && run.bytesPublished > 0 && !isSameObject(run, response, std::nullopt)) {
+    return setCause(run, kCodeIntegrityCheckFailed, kIntegrityCheckFailed);
+  }
   logger().logDebug(kWholeFile);
   run._isBase64OrTotalFile = true;
   run._chunkData = data;
-  // Whatever was fetched before, this is the object from its first byte to its last.
-  run._totalBytesDownloaded = 0;
+}
+
+/// Sets the cause where the bytes, decoded, do not go with what was published before.
+void NetworkTask::checkWholeObject(Run& run) const {
+  const bool hasBytes = run._chunkData && !run._chunkData->empty();
+  if (!hasBytes) {
+    // The listener would take this for the end of what it has.
+    const bool hasNothing =
+        run.bytesPublished == 0 && run._totalFileSize == 0 && !run._isAsteriskRecieved;
+    if (!hasNothing) setCause(run, kCodeEmptyBodyReceived, kEmptyBodyReceived);
+    return;
+  }
+  if (!run.isStreamed || run.bytesPublished == 0) return;
+  const auto size = static_cast<std::int64_t>(run._chunkData->size());
+  const std::int64_t stated = statedSize(run._totalFileSize, run.lateFileSize);
+  if (size < run.bytesPublished || (stated != 0 && size != stated)) {
+    setCause(run, kCodeIntegrityCheckFailed, kIntegrityCheckFailed);
+  }
 }
 
 void NetworkTask::processRange(Run& run, const HttpResponseInfo& response, const Data& data) const {
   const std::string field = response.headerField(kContentRange).value_or(std::string());
-  logger().logDebug(kSizeOfData, data.size());
-  if (data.empty()) {
-    // The end of an object whose size is not stated; there is no Content-Range for no bytes.
-    if (run._totalFileSize == 0 && field.ends_with(kUnknownTotal)) run._isAsteriskRecieved = true;
-    if (!run._isAsteriskRecieved) {
-      setCause(run, kCodeContentRangeNotReceived, kRangeNotReceived);
-    }
-    return;
-  }
   const std::optional<ContentRange> range = ContentRange::parse(field);
-  const auto size = static_cast<std::int64_t>(data.size());
-  if (!range || !range->span || range->span->first != run._totalBytesDownloaded ||
-      range->span->last - range->span->first != size - 1) {
-    return setCause(run, kCodeContentRangeNotReceived, kRangeNotReceived);
-  }
-  if (!isSameObject(run, response, range->total)) {
+  const bool belongs = data.empty() ? isEndOfUnknownSize(run, field)
+                                    : range && isAt(run._totalBytesDownloaded, data.size(), *range);
+  if (!belongs) return setCause(run, kCodeContentRangeNotReceived, kRangeNotReceived);
+  const std::optional<std::int64_t> total = range ? range->total : std::nullopt;
+  if (!isSameObject(run, response, total)) {
     return setCause(run, kCodeIntegrityCheckFailed, kIntegrityCheckFailed);
   }
   if (run._totalFileSize == 0 && !run._isAsteriskRecieved) {
-    populateFileSizeFromResponse(run, range->total);
+    populateFileSizeFromResponse(run, total);
+  } else if (run._totalFileSize == 0 && total) {
+    run.lateFileSize = *total;
   }
-  run._chunkData = data;
+  if (!data.empty()) run._chunkData = data;
+  logger().logDebug(kSizeOfData, data.size());
+}
+
+/// Whether an answer without bytes is the end of an object whose size the server does not state.
+bool NetworkTask::isEndOfUnknownSize(const Run& run, std::string_view contentRange) {
+  const std::int64_t end = run._totalBytesDownloaded;
+  if (run._totalFileSize != 0 || end < run.bytesPublished) return false;
+  if (run.lateFileSize != 0 && run.lateFileSize != end) return false;
+  if (platform::equalIgnoringCase(platform::trimmed(contentRange), kNoRangeOfUnknownSize)) {
+    return true;
+  }
+  if (!run._isAsteriskRecieved) return false;
+  if (contentRange.empty()) return true;
+  const auto range = ContentRange::parse(contentRange);
+  return range && !range->span && range->total == end;
 }
 
 /// Notes the tag where there is none yet.
 bool NetworkTask::isSameObject(Run& run, const HttpResponseInfo& response,
-                               std::optional<std::int64_t> total) const {
-  if (run._totalFileSize != 0 && total && *total != run._totalFileSize) return false;
+                               std::optional<std::int64_t> total) {
+  const std::int64_t stated = statedSize(run._totalFileSize, run.lateFileSize);
+  if (stated != 0 && total && *total != stated) return false;
   const std::string tag = response.headerField(kETag).value_or(std::string());
   if (tag.empty() || tag.starts_with(kWeakTagPrefix)) return true;
   if (run.strongTag.empty()) run.strongTag = tag;
@@ -252,13 +292,14 @@ void NetworkTask::processUnsatisfiableRange(Run& run, const HttpResponseInfo& re
   const auto range =
       ContentRange::parse(response.headerField(kContentRange).value_or(std::string()));
   const std::optional<std::int64_t> total = range ? range->total : std::nullopt;
-  if (total && *total == run._totalBytesDownloaded) {
+  const bool isStated = run.lateFileSize == 0 || run.lateFileSize == total;
+  if (total && *total == run._totalBytesDownloaded && isStated) {
     run._totalFileSize = *total;
     run.isAllThere = true;
-  } else if (total && *total < run._totalBytesDownloaded && !run.hasStartedOver) {
+  } else if (total && *total < run._totalBytesDownloaded && !run.hasStartedOver &&
+             !run.isStreamed) {
     run._totalBytesDownloaded = 0;
-    run._totalFileSize = 0;
-    run.strongTag.clear();
+    static_cast<Identity&>(run) = {};
     run.hasStartedOver = run.startsOver = true;
   } else {
     logger().logDebug(kOtherStatus);

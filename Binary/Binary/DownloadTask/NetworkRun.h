@@ -20,20 +20,17 @@ inline constexpr std::int64_t kInvalidInputCode = 999;
 inline constexpr std::string_view kResponseTypeBinary = "Binary";
 inline constexpr std::string_view kResponseTypeBase64 = "Base64";
 
-struct NetworkTask::Run {
+struct NetworkTask::Run : Identity {
   // What is asked for.
   std::string _url;
   platform::Dictionary queryParams;
   platform::Dictionary _headers;
   std::string _responseType{kResponseTypeBinary};
   std::int64_t _chunkSize = 0;  // bytes of a range
+  bool isStreamed = false;      // what is published is given away
 
-  // How far it has come.
-  std::int64_t _totalFileSize = 0;         // bytes; 0 while unknown
+  // How far it has come, beside the `Identity`.
   std::int64_t _totalBytesDownloaded = 0;  // the next range starts here
-  bool _isAsteriskRecieved = false;        // the server does not state the size
-  std::string strongTag;                   // of the ranges so far; empty while unknown
-  std::int64_t rangesOfUnknownSize = 0;
   bool hasStartedOver = false;
 
   // What the last answer was.

@@ -124,6 +124,7 @@ std::string NetworkTask::buildURL(const Dictionary& input) {
 NetworkTask::RunPtr NetworkTask::unpackInputContext(const Identity& known) const {
   const Dictionary input = inputContext();
   auto run = std::make_shared<Run>();
+  static_cast<Identity&>(*run) = known;
   run->_url = buildURL(input);
   run->queryParams = input[keys::kQueryParams].dictionaryValue();
   if (input[kResponseType].isPresent()) run->_responseType = input[kResponseType].textValue();
@@ -131,9 +132,10 @@ NetworkTask::RunPtr NetworkTask::unpackInputContext(const Identity& known) const
   if (run->_chunkSize <= 0) run->_chunkSize = kDefaultChunkSize;
   run->_totalBytesDownloaded =
       std::max<std::int64_t>(input[kTotalBytesDownloaded].integerValue(), 0);
-  run->_totalFileSize = std::max<std::int64_t>(input[kTotalFileSize].integerValue(), 0);
-  if (run->_totalFileSize == 0) run->_totalFileSize = known.totalFileSize;
-  run->strongTag = known.strongTag;
+  run->bytesPublished = std::max(run->bytesPublished, run->_totalBytesDownloaded);
+  run->isStreamed = input[kStreaming].boolValue();
+  const std::int64_t totalFileSize = input[kTotalFileSize].integerValue();
+  if (totalFileSize > 0) run->_totalFileSize = totalFileSize;
   return run;
 }
 
@@ -224,11 +226,15 @@ bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
 
 void NetworkTask::downloadChunk(const RunPtr& run) {
   if (!isCurrent(run)) return logger().logDebug(kTaskInterrupted);
-  // A resumed download may have all the bytes; there is no range left to ask for. More bytes than
-  // that are not the object's.
+  // A resumed download may have all the bytes; there is no range left to ask for.
   if (run->_totalFileSize != 0 && run->_totalBytesDownloaded == run->_totalFileSize)
     return end(run);
+  // More bytes than that are not the object's.
   if (run->_totalFileSize != 0 && run->_totalBytesDownloaded > run->_totalFileSize) {
+    if (run->isStreamed) {
+      setCause(*run, kCodeIntegrityCheckFailed, kIntegrityCheckFailed);
+      return fail(run, run->_cause);
+    }
     run->_totalBytesDownloaded = 0;
   }
   prepareRequestObject(*run);
@@ -285,9 +291,11 @@ void NetworkTask::checkForErrors(const RunPtr& run) {
     return downloadChunk(run);
   }
   const std::shared_ptr<Chunk> chunk = prepareChunkObject(*run);
+  const bool isOfUnknownSize = run->_isAsteriskRecieved && chunk->data();
+  if (isOfUnknownSize) ++run->rangesOfUnknownSize;
   if (!publish(run, chunk)) return;
-  if (run->_isAsteriskRecieved && chunk->data()) {
-    if (++run->rangesOfUnknownSize > kMaxRangesOfUnknownSize) {
+  if (isOfUnknownSize) {
+    if (run->rangesOfUnknownSize > kMaxRangesOfUnknownSize) {
       setCause(*run, kInvalidInputCode, kNoEnd);
       return fail(run, run->_cause);
     }
@@ -305,6 +313,10 @@ void NetworkTask::endWithWholeObject(const RunPtr& run) {
   const bool isBase64 = run->_responseType == kResponseTypeBase64;
   logger().logDebug(isBase64 ? kBase64Ends : kWholeFileEnds);
   if (isBase64) decodeBase64(*run);
+  checkWholeObject(*run);
+  if (run->_isErrorServingData) return fail(run, run->_cause);
+  // Whatever was fetched before, this is the object from its first byte to its last.
+  run->_totalBytesDownloaded = 0;
   // The size that ranges told before may have been another object's.
   if (run->_totalFileSize != 0 && run->_chunkData) {
     run->_totalFileSize = static_cast<std::int64_t>(run->_chunkData->size());
@@ -316,6 +328,7 @@ std::shared_ptr<Chunk> NetworkTask::prepareChunkObject(Run& run) {
   if (!run._chunkData) return std::make_shared<Chunk>();
   const std::int64_t offset = run._totalBytesDownloaded;
   run._totalBytesDownloaded += static_cast<std::int64_t>(run._chunkData->size());
+  run.bytesPublished = std::max(run.bytesPublished, run._totalBytesDownloaded);
   logger().logDebug(kBytesDownloaded, run._totalBytesDownloaded);
   return std::make_shared<Chunk>(*std::exchange(run._chunkData, std::nullopt), offset);
 }
@@ -325,11 +338,15 @@ std::shared_ptr<Chunk> NetworkTask::prepareChunkObject(Run& run) {
 bool NetworkTask::publish(const RunPtr& run, const std::shared_ptr<Chunk>& chunk) {
   const MutexLock lock(runMutex_);
   if (!going_ || run_ != run) return false;
-  identity_ = {run->_totalFileSize, run->strongTag};
+  identity_ = static_cast<const Identity&>(*run);
   run->waiting.addChunkToBuffer(chunk);
   _outputContext.set(kDataChunk, chunk);
   _outputContext.set(kTotalFileSize, run->_totalFileSize);
-  if (run->_isAsteriskRecieved) _outputContext.set(kIsAsteriskRecieved, true);
+  if (run->_isAsteriskRecieved) {
+    _outputContext.set(kIsAsteriskRecieved, true);
+  } else {
+    _outputContext.remove(kIsAsteriskRecieved);
+  }
   raiseContextChangeEvent();
   return true;
 }

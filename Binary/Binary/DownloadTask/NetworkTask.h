@@ -62,10 +62,15 @@ class NetworkTask final : public platform::VSTask {
   /// guarded by the task's `runMutex_`.
   struct Run;
   using RunPtr = std::shared_ptr<Run>;
-  /// What is known of the object from the ranges so far.
+  /// What is known of the object from the ranges so far. Whoever goes on after a pause knows it
+  /// too.
   struct Identity {
-    std::int64_t totalFileSize = 0;
-    std::string strongTag;
+    std::int64_t _totalFileSize = 0;   // bytes; 0 while unknown
+    bool _isAsteriskRecieved = false;  // the server does not state the size
+    std::int64_t lateFileSize = 0;     // bytes; the size where it was stated after that, else 0
+    std::string strongTag;             // empty while unknown
+    std::int64_t rangesOfUnknownSize = 0;
+    std::int64_t bytesPublished = 0;  // from the first byte on
   };
 
   void begin(const Identity& known);
@@ -82,12 +87,15 @@ class NetworkTask final : public platform::VSTask {
                      const platform::Dictionary& responseInfo, const platform::ErrorPtr& error);
   void processNetworkResponse(Run& run, const platform::HttpResponseInfo& response,
                               const platform::Data& data) const;
-  void processWholeObject(Run& run, std::string_view contentType, const platform::Data& data) const;
+  void processWholeObject(Run& run, const platform::HttpResponseInfo& response,
+                          std::string_view contentType, const platform::Data& data) const;
+  void checkWholeObject(Run& run) const;
   void processRange(Run& run, const platform::HttpResponseInfo& response,
                     const platform::Data& data) const;
   void processUnsatisfiableRange(Run& run, const platform::HttpResponseInfo& response) const;
-  [[nodiscard]] bool isSameObject(Run& run, const platform::HttpResponseInfo& response,
-                                  std::optional<std::int64_t> total) const;
+  [[nodiscard]] static bool isEndOfUnknownSize(const Run& run, std::string_view contentRange);
+  [[nodiscard]] static bool isSameObject(Run& run, const platform::HttpResponseInfo& response,
+                                         std::optional<std::int64_t> total);
   static void populateFileSizeFromResponse(Run& run, std::optional<std::int64_t> total);
   [[nodiscard]] bool isErrorResponse(const std::string& json) const;
   [[nodiscard]] static std::optional<std::string> parseErrorResponse(const std::string& json);
