@@ -63,6 +63,7 @@ void DownloadTask::createAndAddSubtasks() {
 
 void DownloadTask::setupListeners() {
   _networkTask->subscribeForTaskUpdates(_dataPersistenceTask);
+  _networkTask->subscribeForTaskUpdates(self<DownloadTask>());
   _dataPersistenceTask->subscribeForTaskUpdates(self<DownloadTask>());
 }
 
@@ -82,10 +83,16 @@ void DownloadTask::execute() {
   // The listener is ready before there is anything to hear.
   runSubtask(_dataPersistenceTask, inputContext(), Where::kHere);
   runSubtask(_networkTask, inputContext());
+  noteSubtasksRun();
+}
+
+/// Does what was asked for while they were being set going.
+void DownloadTask::noteSubtasksRun() {
   bool isPausePending = false;
   {
     const MutexLock lock(controlMutex_);
-    subtasksRun_ = true;
+    isResuming_ = false;
+    subtasksRun_ = state() == TaskState::Started;  // a short download may be at its end
     isPausePending = std::exchange(isPausePending_, false);
   }
   if (isPausePending) _networkTask->pauseDownload();
@@ -96,7 +103,7 @@ void DownloadTask::pauseDownload() {
   {
     const MutexLock lock(controlMutex_);
     if (!subtasksRun_) {
-      isPausePending_ = state() == TaskState::Started;
+      isPausePending_ = isResuming_ || state() == TaskState::Started;
       return;
     }
   }
@@ -107,21 +114,23 @@ void DownloadTask::resumeDownload() {
   if (isStopped()) return;
   {
     const MutexLock lock(controlMutex_);
-    subtasksRun_ = true;
+    isResuming_ = true;
   }
   resumeSubtask(_dataPersistenceTask);
   resumeSubtask(_networkTask);
   setState(TaskState::Started);
   _networkTask->setInputContext(inputContext());
   _networkTask->resumeDownload();
-  if (isStopped()) stopSubtasks();
+  noteSubtasksRun();
 }
 
 void DownloadTask::stop() {
   logger().logTrace(kInStop);
+  std::shared_ptr<DownloadTask> released;
   {
     const MutexLock lock(controlMutex_);
     isStopped_ = true;
+    released.swap(untilRest_);
   }
   stopSubtasks();
 }
@@ -138,7 +147,9 @@ bool DownloadTask::isStopped() const {
 
 /// A pause is either one of this run or of the next.
 void DownloadTask::comeToRest(TaskState state) {
+  std::shared_ptr<DownloadTask> released;  // after the lock; who calls this holds the task too
   const MutexLock lock(controlMutex_);
+  released.swap(untilRest_);
   subtasksRun_ = false;
   isPausePending_ = false;
   setState(state);
@@ -151,8 +162,11 @@ void DownloadTask::updateInputContext(Dictionary dictionary) {
 }
 
 /// Its own listener decides when the download ends, not the end of a subtask.
-void DownloadTask::subtaskFinished(const std::shared_ptr<VSTask>& /*subtask*/,
-                                   TaskState /*state*/) {}
+void DownloadTask::subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState /*state*/) {
+  if (subtask != _networkTask) return;
+  const MutexLock lock(controlMutex_);
+  if (state() == TaskState::Started && !isStopped_) untilRest_ = self<DownloadTask>();
+}
 
 void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
                         const Dictionary& /*context*/) {

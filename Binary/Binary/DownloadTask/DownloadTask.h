@@ -56,7 +56,7 @@ class DownloadTask final : public platform::VSTask {
   /// Replaces the input context.
   void updateInputContext(platform::Dictionary dictionary);
 
-  /// Hears of the persistence task.
+  /// Hears of the two subtasks.
   void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
             platform::TaskState to, const platform::Dictionary& context) override;
 
@@ -115,6 +115,7 @@ class DownloadTask final : public platform::VSTask {
   void announceFile(const platform::Value& filePath);
   void endAsNetworkTask();
 
+  void noteSubtasksRun();
   void stopSubtasks();
   [[nodiscard]] bool isStopped() const;
   void comeToRest(platform::TaskState state);
@@ -124,9 +125,13 @@ class DownloadTask final : public platform::VSTask {
 
   mutable platform::Mutex controlMutex_;
   bool subtasksRun_ VARO_GUARDED_BY(controlMutex_) = false;
+  bool isResuming_ VARO_GUARDED_BY(controlMutex_) = false;
   /// Asked for before there was a subtask to tell; done as soon as they run.
   bool isPausePending_ VARO_GUARDED_BY(controlMutex_) = false;
   bool isStopped_ VARO_GUARDED_BY(controlMutex_) = false;
+  /// Itself, from the end of the network task until it comes to rest: a persistence task that has
+  /// Ended before tells of that end again, and only its listeners, which are held weakly.
+  std::shared_ptr<DownloadTask> untilRest_ VARO_GUARDED_BY(controlMutex_);
 
   CarriedBlock<DownloadBlock> _startDownloadTaskCompletionBlock;
   CarriedBlock<DownloadBlock> _pauseDownloadTaskCompletionBlock;
