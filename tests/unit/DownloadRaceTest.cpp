@@ -16,26 +16,33 @@ constexpr int kRounds = 1000;
 
 class DownloadRaceTest : public test::DownloadFixture {};
 
-/// Holds the network task where it has handed on its last chunk and not ended yet, until whatever
-/// the chunk led to is done.
-class GateBeforeTheEnd final : public platform::LogSink {
+/// Does something where a line is logged, once each time that it is armed.
+class Gate final : public platform::LogSink {
  public:
-  explicit GateBeforeTheEnd(std::function<void()> pass) : pass_(std::move(pass)) {}
+  static std::shared_ptr<Gate> at(std::string line, LogLevel level, std::function<void()> pass) {
+    auto gate = std::make_shared<Gate>(std::move(line), level, std::move(pass));
+    VaroNativeFacade::setSink(gate);
+    VaroNativeFacade::setLogLevelAndActivateNetworkPersister(level);
+    return gate;
+  }
+  Gate(std::string line, LogLevel level, std::function<void()> pass)
+      : line_(std::move(line)), level_(level), pass_(std::move(pass)) {}
 
   void write(std::string_view /*logger*/, LogLevel /*level*/,
              const platform::LogLocation& /*location*/, std::string_view message) override {
-    const bool isTheEnd = message == "File download completed via partial request, ending task.";
-    if (!isTheEnd || !armed.exchange(false)) return;
+    if (message != line_ || !armed.exchange(false)) return;
     // Only one thread logs at a time: the others must not try to.
     VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kOff);
     pass_();
-    VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kInfo);
+    VaroNativeFacade::setLogLevelAndActivateNetworkPersister(level_);
   }
   void flush() override {}
 
   std::atomic<bool> armed{false};
 
  private:
+  const std::string line_;
+  const LogLevel level_;
   const std::function<void()> pass_;
 };
 
@@ -64,9 +71,9 @@ TEST_F(DownloadRaceTest, PersistenceThatEndsBeforeTheNetworkTaskIsHeard) {
     forced +=
         eventually([passed] { return passed->load(); }, std::chrono::milliseconds(300)) ? 1 : 0;
   };
-  const auto gate = std::make_shared<GateBeforeTheEnd>(waitForTheQueue);
-  VaroNativeFacade::setSink(gate);
-  VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kInfo);
+  // The network task has handed on its last chunk and has not ended yet.
+  const auto gate = Gate::at("File download completed via partial request, ending task.",
+                             LogLevel::kInfo, waitForTheQueue);
   for (int round = 0; round < kRounds; ++round) {
     gate->armed = true;
     object_.statesSize = round % 2 == 0;
@@ -121,6 +128,31 @@ TEST_F(DownloadRaceTest, AnswerOfThePausedRunNeitherMovesNorDoublesTheResumedOne
     // Each of the three ranges once, and the one that was in flight at the pause once more.
     EXPECT_EQ(transport_->requestCount() - before, 4U);
   }
+}
+
+TEST_F(DownloadRaceTest, PauseInTheMiddleOfAResumeIsNotLost) {
+  std::shared_ptr<DownloadTask> task;
+  std::atomic<int> pauses{0};
+  const auto gate = Gate::at("Inside Download Task Listener. Task Name:persistenceTask, State:1  ",
+                             LogLevel::kDebug, [&] {
+                               task->pauseDownload();
+                               ++pauses;
+                             });
+  for (int round = 1; round <= kRounds / 5; ++round) {
+    transport_->hold();
+    task = makeTask();
+    task->start();
+    task->pauseDownload();
+    ASSERT_TRUE(reaches(task, TaskState::Paused));
+    gate->armed = true;
+    resumeFromFile(task);
+    ASSERT_TRUE(eventually([&] { return pauses == round; }));
+    transport_->releaseAll();
+    ASSERT_TRUE(reaches(task, TaskState::Paused)) << round;
+    task->stop();
+  }
+  VaroNativeFacade::setSink(nullptr);
+  VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kWarning);
 }
 
 TEST_F(DownloadRaceTest, EmptyRangeOfUnknownSizeEndsTheDownload) {
