@@ -90,6 +90,20 @@ TEST_F(DownloadFileTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) 
   }
 }
 
+TEST_F(DownloadFileTest, EndWithoutAChunkIsNoneWhileTheFileCannotBeBroughtToTheDisk) {
+  const auto first = makeTask();
+  first->start();
+  ASSERT_TRUE(reaches(first, TaskState::Ended));  // and still has the file
+  object_.statesSize = false;
+  for (int round = 0; round < 50; ++round) {
+    const auto second = makeTask({{kTotalBytesDownloaded, 2500}});
+    second->start();
+    ASSERT_TRUE(reaches(second, TaskState::Errored)) << round;
+    EXPECT_THAT(errorMessage(*second, kPersistenceError).textValue(),
+                HasSubstr("Another download"));
+  }
+}
+
 TEST_F(DownloadFileTest, TwoDownloadsNeverWriteOneFile) {
   transport_->hold();
   const auto first = makeTask();

@@ -128,7 +128,7 @@ void DataPersistenceTask::beginRun() {
   // What an earlier download has handed out is not handed out again.
   streamPosition_ = std::max<std::int64_t>(inputContext()[kTotalBytesDownloaded].integerValue(), 0);
   _isNetworkTaskPaused = _isAsteriskRecieved = _isReceivedChunkNil = false;
-  _isNetworkTaskEnded = isNetworkTaskErrored_ = false;
+  _isNetworkTaskEnded = isNetworkTaskErrored_ = isObjectComplete_ = false;
   _fileHandle.release();
   checkForStreamingAndCallbacks();
 }
@@ -256,6 +256,7 @@ void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
   if (to == TaskState::Paused) _isNetworkTaskPaused = true;
   if (to == TaskState::Ended) _isNetworkTaskEnded = true;
   if (to == TaskState::Errored) isNetworkTaskErrored_ = true;
+  isObjectComplete_ = to == TaskState::Ended;
   if (isAnotherObject && !_streaming && hasStablePath()) {
     // What is in the file can never become the object that the server has now.
     (void)_fileHandle.empty(getFilePath());
@@ -277,6 +278,7 @@ void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
 void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk) {
   if (chunk == nullptr || !chunk->data()) {
     _isReceivedChunkNil = true;
+    if (chunk != nullptr && _isAsteriskRecieved) isObjectComplete_ = true;
     return checkIfTaskCompleted();
   }
   if (chunk->data()->empty()) return logger().logWarning(kEmptyChunk);
@@ -412,8 +414,8 @@ void DataPersistenceTask::checkIfTaskCompleted() {
 
 void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted() {
   if (!_isReceivedChunkNil) return;
-  const bool isInterrupted = _isNetworkTaskPaused || isNetworkTaskErrored_;
-  if (!isInterrupted && _totalBytesReceived == 0 && !hasEarlierBytes()) return failWithEmptyBody();
+  if (isObjectComplete_ && _totalBytesReceived == 0 && !hasEarlierBytes())
+    return failWithEmptyBody();
   logger().logDebug(_isNetworkTaskPaused ? kPaused : kDownloaded, getBlobID());
   end();
 }
@@ -426,7 +428,7 @@ bool DataPersistenceTask::hasEarlierBytes() {
 }
 
 void DataPersistenceTask::end() {
-  const bool mustBeOnDisk = _fileHandle.isOpen() || (_isNetworkTaskEnded && hasStablePath());
+  const bool mustBeOnDisk = _fileHandle.isOpen() || (isObjectComplete_ && hasStablePath());
   if (!_streaming && mustBeOnDisk) {
     const std::string path = getFilePath();
     if (const auto synced = _fileHandle.sync(path); !synced) {

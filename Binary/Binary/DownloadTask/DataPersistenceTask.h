@@ -101,6 +101,8 @@ class DataPersistenceTask final : public platform::VSTask {
   bool _isReceivedChunkNil = false;
   bool _isNetworkTaskEnded = false;
   bool isNetworkTaskErrored_ = false;
+  /// All of the object has arrived. In the unknown-length mode before the network task's end.
+  bool isObjectComplete_ = false;
   std::shared_ptr<OnChunkDownloadCompleted> _onChunkDownloadCompletedCompletionBlock;
   std::shared_ptr<OnStreamDownloadCompleted> _onStreamDownloadCompletedCompletionBlock;
 };
