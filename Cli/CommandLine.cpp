@@ -282,7 +282,8 @@ void Parser::defineObject() {
   group->fallthrough();
   group->require_subcommand(0, 1);
   CLI::App* get = addCommand(group, "get", objectGet_, [this] {
-    if (objectGet_.stream && global_.json) reject("--stream", "and --json exclude each other");
+    if (objectGet_.stream && global_.json)
+      reject("object get", "--stream and --json exclude each other");
   });
   parsed(get, "--config", objectGet_.config, readJsonFile)->required();
   uniquePairs(get, "--param", objectGet_.params);

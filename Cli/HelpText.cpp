@@ -372,7 +372,7 @@ Examples:
 
 constexpr std::string_view kDemo =
     R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads, deletes,
-and offline blobs of a real SQLite database.
+offline blobs of a real SQLite database, and signed transfers with an object store.
 
 Usage: varobinary [GLOBAL] demo
 

@@ -62,7 +62,8 @@ Result<std::string> StagedDownload::publish(const std::string& path) const {
   std::error_code failed;
   fs::create_directories(target.parent_path(), failed);
   if (!failed) fs::rename(path, target, failed);
-  if (failed) return Error::fromErrno(failed.value(), "cannot move the download to", target.string());
+  if (failed)
+    return Error::fromErrno(failed.value(), "cannot move the download to", target.string());
   return target.string();
 }
 

@@ -29,8 +29,8 @@ namespace {
 constexpr std::string_view kErrorDomain = "Demo";
 
 using Section = void (*)(DemoStage&);
-constexpr Section kSections[] = {showUploads,  showLists,   showUpdates,     showDownloads,
-                                 showFailures, showDeletes, showOfflineBlobs};
+constexpr Section kSections[] = {showUploads,  showLists,   showUpdates,      showDownloads,
+                                 showFailures, showDeletes, showOfflineBlobs, showSignedTransfers};
 
 Outcome failed(ErrorPtr error) { return {Outcome::Kind::kFailure, std::move(error)}; }
 

@@ -49,12 +49,11 @@ const Value& firstOf(const Value& failure) {
   return errors != nullptr && !errors->empty() ? (*errors)[0] : failure;
 }
 
-/// The error that `error` is about, or itself.
-ErrorPtr causeOf(const ErrorPtr& error) {
-  if (error == nullptr) return nullptr;
-  const Value& causes = error->userInfo()[platform::kTaskErrors];
-  const ErrorPtr cause = causes.isArray() ? (*causes.array())[0].error() : nullptr;
-  return cause != nullptr ? cause : error;
+/// The user information of the error that `error` is about, or its own.
+Dictionary detailsOf(const ErrorPtr& error) {
+  if (error == nullptr) return {};
+  const ErrorPtr cause = firstOf(error->userInfo()[platform::kTaskErrors]).error();
+  return cause != nullptr ? cause->userInfo() : error->userInfo();
 }
 
 /// The text of the first element of this name, its entities resolved; empty where there is none.
@@ -86,8 +85,8 @@ void addReason(const std::string& body, FailureText& text) {
     }
     return;
   }
-  text.message += fmt::format(": {}{}{}", code, code.empty() || message.empty() ? "" : ": ",
-                              message);
+  text.message +=
+      fmt::format(": {}{}{}", code, code.empty() || message.empty() ? "" : ": ", message);
   const auto* hint = std::find_if(kStoreHints.begin(), kStoreHints.end(),
                                   [&](const StoreHint& h) { return h.code == code; });
   if (hint != kStoreHints.end()) text.hint = hint->text;
@@ -101,6 +100,8 @@ void addDownloadHint(const Dictionary& context, FailureText& text) {
   if (context.contains(binary::kPersistenceError)) {
     text.hint = fmt::format("Check the room and the permissions of {}.",
                             platform::UserDirectories::current()->documents());
+  } else if (text.code == binary::kCodeEmptyBodyReceived) {
+    text.hint = "Nothing is kept of an object without bytes: the library takes it for an error.";
   } else if (text.code == binary::kCodeUploadFailure) {
     text.hint = "Is the store or service of --config running?";
   } else {
@@ -121,11 +122,19 @@ FailureText describeObjectFailure(const Value& failure) {
     if (text.message.starts_with(misnomer)) text.message.erase(0, misnomer.size());
     addDownloadHint(error->userInfo(), text);
   }
-  const Dictionary& details = causeOf(error)->userInfo();
+  const Dictionary details = detailsOf(error);
   const std::int64_t status = details[binary::kHttpStatusCode].integerValue();
-  if (status != 0) text.message += fmt::format(", HTTP status {}", status);
+  if (status != 0) {
+    if (text.message.ends_with('.')) text.message.pop_back();
+    text.message += fmt::format(", HTTP status {}", status);
+  }
   addReason(details[binary::kResponseBody].textValue(), text);
   return text;
+}
+
+std::string storeErrorCode(const Value& failure) {
+  const Dictionary details = detailsOf(firstOf(failure).error());
+  return elementOf(details[binary::kResponseBody].textValue(), "Code");
 }
 
 }  // namespace varo::cli

@@ -54,9 +54,8 @@ void download(Session& session, const ObjectGetOptions& options, const Session::
       std::move(onStream),
       [&output, blocks](const std::string& id, const std::string& path, const Value& params) {
         output.started(id);
-        blocks.onSuccess(Dictionary{{"id", id},
-                                    {binary::kFilePath, path},
-                                    {binary::kFileParams, withoutSecrets(params)}});
+        blocks.onSuccess(Dictionary{
+            {"id", id}, {binary::kFilePath, path}, {binary::kFileParams, withoutSecrets(params)}});
       },
       [blocks](const std::string&, const ErrorPtr& error, const Value&) {
         blocks.onFailure(withoutSecrets(Value(error)));
@@ -78,9 +77,9 @@ std::string describe(const Dictionary& result) {
 Outcome getFile(Session& session, const ObjectGetOptions& options) {
   const auto staged = StagedDownload::begin();
   if (!staged) return failed(staged.error());
-  Outcome outcome = session.await(
-      [&](const Session::Blocks& blocks) { download(session, options, blocks, {}); }, {},
-      Session::Ending::kIsTold);
+  Outcome outcome =
+      session.await([&](const Session::Blocks& blocks) { download(session, options, blocks, {}); },
+                    {}, Session::Ending::kIsTold);
   if (outcome.kind != Outcome::Kind::kSuccess) {
     // What an interrupt left under way would go on in the directory that goes now.
     platform::Runtime::shared().shutdown();
@@ -135,7 +134,8 @@ int stream(Session& session, const ObjectGetOptions& options) {
       {}, Session::Ending::kIsTold);
   // Not on standard output, where nothing but the object's bytes is.
   if (outcome.kind == Outcome::Kind::kSuccess) {
-    session.output().note(fmt::format("Wrote {} to standard output", formatBytes(streamer->bytes())));
+    session.output().note(
+        fmt::format("Wrote {} to standard output", formatBytes(streamer->bytes())));
   }
   const auto nothing = [](const Dictionary&) { return std::string(); };
   return session.finish(outcome, {.success = nothing, .failure = describeObjectFailure});

@@ -38,8 +38,7 @@ std::string describe(const std::string& path, const Dictionary& result) {
   const std::uintmax_t size = std::filesystem::file_size(path, unknown);
   const std::string answer = result[binary::upload::kFileDetails].textValue();
   return fmt::format(
-      "Uploaded {}{}\n{}", printable(path),
-      unknown ? "" : fmt::format(" ({})", formatBytes(size)),
+      "Uploaded {}{}\n{}", printable(path), unknown ? "" : fmt::format(" ({})", formatBytes(size)),
       answer.empty()
           ? ""
           : fmt::format("Answer: {}\n", printable(platform::utf8Prefix(answer, kLongestAnswer))));
@@ -51,7 +50,8 @@ int run(Session& session, const ObjectPutOptions& options) {
   const Dictionary config = configurationOf(session, options);
   const std::string path = config[binary::kFilePath].textValue();
   Output& output = session.output();
-  output.begin(path.empty() ? "object" : printable(std::filesystem::path(path).filename().string()));
+  output.begin(path.empty() ? "object"
+                            : printable(std::filesystem::path(path).filename().string()));
   const auto start = [&](const Session::Blocks& blocks) {
     OnlineBinaryUploadManager::sharedInstance()->createAndStartOnlineUploadTaskFor(
         config, [&output](const std::string& id, const Value&) { output.started(id); }, {},

@@ -32,8 +32,7 @@ Dictionary cleanEntries(const Dictionary& entries, Texts texts, std::size_t dept
   Dictionary result;
   for (const DictionaryEntry& entry : entries) {
     const bool isSecret = platform::isSecretKey(entry.key);
-    result.set(entry.key,
-               isSecret ? Value(platform::kRedacted) : clean(entry.value, texts, depth));
+    result.set(entry.key, isSecret ? Value(platform::kRedacted) : clean(entry.value, texts, depth));
   }
   return result;
 }

@@ -21,5 +21,7 @@ void showFailures(DemoStage& stage);
 void showDeletes(DemoStage& stage);
 /// Binary columns of a database's records come down, through pauses and broken connections.
 void showOfflineBlobs(DemoStage& stage);
+/// Objects go to the store and come back, signed; a wrong signature is refused.
+void showSignedTransfers(DemoStage& stage);
 
 }  // namespace varo::cli

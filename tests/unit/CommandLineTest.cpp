@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <variant>
 
@@ -97,6 +98,26 @@ TEST(CommandLine, BlobCommandsNameARecordAndAConfiguration) {
   std::remove(path.c_str());
 }
 
+TEST(CommandLine, ObjectCommandsTakeConfigurationParametersAndOptions) {
+  const std::string path = testing::TempDir() + "command-line-object";
+  std::ofstream(path) << R"({"a":1})";
+  const Dictionary json{{"a", 1}};
+  const Words words = {"object",     "get",     "--config", path,        "--param",
+                       "fileId=x/y", "--param", "b=c=d",    "--options", path};
+  const auto get = commandOf<ObjectGetOptions>(words);
+  EXPECT_EQ(get.config, json);
+  EXPECT_EQ(get.params, (Dictionary{{"fileId", "x/y"}, {"b", "c=d"}}));
+  EXPECT_EQ(get.options, json);
+  EXPECT_FALSE(get.stream);
+  EXPECT_EQ(commandOf<ObjectPutOptions>({"object", "put", "--config", path}).file, std::nullopt);
+  for (const Words& more : {Words{"--stream", "--json"}, Words{"--param", "b=twice"}}) {
+    Words wrong = words;
+    wrong.insert(wrong.end(), more.begin(), more.end());
+    EXPECT_EQ(parse(wrong).line.exitStatus, 2);
+  }
+  std::remove(path.c_str());
+}
+
 TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
   const Words options = {
       "--json", "--header",    "b:  two ", "--option", "forceDownload=true", "--option",
@@ -133,7 +154,12 @@ TEST(CommandLine, TokenComesFromOptionThenHeaderThenEnvironment) {
       {{"demo", "--header", "x-pelmar-authorization: h"}, {{"x-pelmar-authorization", "h"}}},
       {{"demo", "--header", "x-pelmar-authorization: h", "--token", "t"}, {{key, "t"}}},
   };
-  for (const Case& c : cases) EXPECT_EQ(globalOf(c.words, "from-environment").headers, c.headers);
+  for (const Case& c : cases) {
+    const GlobalOptions global = globalOf(c.words, "from-environment");
+    EXPECT_EQ(global.headers, c.headers);
+    const platform::Value& token = c.headers[key];  // missing where it was given as a header
+    EXPECT_EQ(global.token, token.isPresent() ? std::optional(token.textValue()) : std::nullopt);
+  }
   EXPECT_TRUE(globalOf({"demo"}).headers.empty());
   std::remove(path.c_str());
 }
@@ -159,6 +185,13 @@ TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
       {{"demo", "--token", "t", "--token-file", "f"}, "--token"},
       {{"demo", "--stall-timeout", "nan"}, "not a number of seconds"},
       {{"sandbox", "--port", "65536"}, "not a port"},
+      {{"sandbox", "--object-store", "http://h/bucket"}, "not scheme, host and port"},
+      {{"sandbox", "--object-store", "http://h", "--secret-key", "s"}, "needs --access-key"},
+      {{"sandbox", "--secret-key", "s", "--secret-key-file", "f"}, "--secret-key"},
+      {{"object"}, "no object command given"},
+      {{"object", "get"}, "--config"},
+      {{"object", "put", "--config", "/nowhere.json"}, "cannot read /nowhere.json"},
+      {{"object", "get", "--config", "/dev/null"}, "is not JSON"},
       {{"blob"}, "no blob command given"},
       {{"blob", "donwload"}, "there is no command 'blob donwload'; did you mean 'blob download'?"},
       {{"blob", "path", "--tabel", "t"}, "did you mean '--table'?"},

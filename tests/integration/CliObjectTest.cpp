@@ -1,0 +1,230 @@
+#include "Platform/Foundation/Value.h"
+#include "Sandbox/ObjectStoreOptions.h"
+#include "Sandbox/SandboxServer.h"
+#include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/CliFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace varo::test {
+namespace {
+
+using platform::Dictionary;
+using platform::Value;
+
+constexpr char kToken[] = "t0k3n-marker";
+constexpr std::size_t kRange = 1'000'000;
+
+std::vector<std::string> namesOf(const std::vector<Dictionary>& events) {
+  std::vector<std::string> names;
+  for (const Dictionary& event : events) names.push_back(event["event"].textValue());
+  return names;
+}
+
+/// The built program and the sandbox's signed store. No secret may be in anything that it prints.
+class CliObjectTest : public CliFixture {
+ protected:
+  void SetUp() override {
+    CliFixture::SetUp();
+    std::filesystem::create_directories(home());
+  }
+
+  static std::string secret() { return sandbox::ObjectStoreOptions().secretKey; }
+
+  std::string json(const std::string& name, const Dictionary& content) {
+    const std::string path = home() + "/" + name;
+    std::ofstream(path) << platform::json::serialize(content).value();
+    return path;
+  }
+  [[nodiscard]] std::string getConfig() {
+    const std::string store = sandbox().storeUrl();
+    return json("get.json", {{"endpointUrl", store + "/${fileId}"},
+                             {"Host", store.substr(store.find("//") + 2)},
+                             {"method", "GET"},
+                             {"ChunkSize", kRange},
+                             {"Auth", "HMACDigest"},
+                             {"AuthParameters", Dictionary{{"objectName", "${fileId}"},
+                                                           {"serviceName", "s3"},
+                                                           {"regionName", "us-east-1"},
+                                                           {"accessKeyID", "sandbox"},
+                                                           {"secretAccessKey", "${secret}"}}}});
+  }
+  /// The command that gets an object, with the secret among its parameters.
+  Words get(const std::string& object, const std::string& key, const Words& more = {}) {
+    Words words = {"object", "get", "--config", getConfig(), "--param", "fileId=" + object};
+    words.insert(words.end(), {"--param", "secret=" + key});
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  }
+  Words put(const std::string& object, const std::string& key, const std::string& file,
+            const Words& more = {}) {
+    const Dictionary config{{"URL", sandbox().templateUrl()},
+                            {"FilePath", "/replaced by --file"},
+                            {"uploadParams", Dictionary{{"objectName", object},
+                                                        {"regionName", "us-east-1"},
+                                                        {"accessKeyID", "sandbox"},
+                                                        {"secretAccessKey", key}}}};
+    Words words = {"object", "put", "--config", json("put.json", config), "--file", file};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  }
+  /// Runs the program with all that it can log.
+  Run traced(Words words, const std::string& key = secret()) {
+    words.insert(words.end(), {"--log-level", "trace"});
+    ChildProcess::Settings settings = settingsFor(words);
+    settings.environment.back() = {"VARO_TOKEN", kToken};
+    Run run = CliFixture::run(settings);
+    for (const std::string& marker : {key, std::string(kToken)}) {
+      EXPECT_EQ((run.output + run.errors).find(marker), std::string::npos) << words[1];
+    }
+    return run;
+  }
+  /// Everything in the documents directory that is no directory that stays.
+  [[nodiscard]] std::vector<std::string> documents() const {
+    std::vector<std::string> found;
+    std::error_code none;
+    const std::filesystem::recursive_directory_iterator entries(home() + "/Documents", none);
+    for (const auto& entry : entries) {
+      if (entry.path().filename() != "downloads") found.push_back(entry.path());
+    }
+    return found;
+  }
+};
+
+TEST_F(CliObjectTest, SignedObjectsComeBackAsTheyWerePut) {
+  struct Case {
+    std::string object;  // as it stands in addresses
+    std::size_t size;
+    std::size_t ranges;
+    std::string stored;
+  };
+  const std::vector<Case> cases = {
+      {"one.bin", 1, 1, "one.bin"},
+      {"album/two%20words/%C3%A9%E2%82%AC.bin", 2 * kRange + 1, 3,
+       "album%2Ftwo%2520words%2F%25C3%25A9%25E2%2582%25AC.bin"},
+      {"exact", 2 * kRange, 2, "exact"},
+  };
+  for (const Case& c : cases) {
+    const std::string file = makeFile("file.bin", c.size);
+    const Run up = traced(put(c.object, secret(), file, {"--json"}));
+    EXPECT_EQ(up.status, 0) << up.errors;
+    const auto sent = eventsEndingIn("success", up);
+    EXPECT_EQ(namesOf(sent), (Words{"started", "success"}));
+    const Dictionary answer = sent.back()["result"].dictionaryValue();
+    EXPECT_EQ(answer["id"], sent.front()["id"]);
+    EXPECT_EQ(answer["uploadParams"].dictionaryValue()["objectName"], Value(c.object));
+
+    const Run down = traced(get(c.object, secret(), {"--json"}));
+    EXPECT_EQ(down.status, 0) << down.errors;
+    const auto received = eventsEndingIn("success", down);
+    Words expected(c.ranges, "chunk");
+    expected.insert(expected.begin(), "started");
+    expected.emplace_back("success");
+    EXPECT_EQ(namesOf(received), expected);
+    for (const Dictionary& event : received) {
+      if (event["event"] == Value("success")) continue;
+      EXPECT_EQ(event["id"], Value(c.object));
+    }
+    const Dictionary result = received.back()["result"].dictionaryValue();
+    const std::string path = result["FilePath"].textValue();
+    EXPECT_TRUE(path.starts_with(home() + "/Documents/downloads/")) << path;
+    EXPECT_TRUE(path.ends_with("_" + c.stored)) << path;
+    EXPECT_TRUE(contentOf(path) == contentOf(file)) << c.object;
+    EXPECT_EQ(documents(), Words{path});
+    std::filesystem::remove(path);
+
+    const Run streamed = traced(get(c.object, secret(), {"--stream"}));
+    EXPECT_EQ(streamed.status, 0) << streamed.errors;
+    EXPECT_TRUE(streamed.output == contentOf(file)) << c.object;
+    EXPECT_EQ(documents(), Words());
+  }
+}
+
+TEST_F(CliObjectTest, FailuresGiveTheReasonAndLeaveNothing) {
+  const std::string file = makeFile("file.bin", 10);
+  ASSERT_EQ(traced(put("there", secret(), file)).status, 0);
+  const std::string wrong = "wr0ng-marker";
+  struct Case {
+    Words words;
+    std::string message;
+  };
+  const std::vector<Case> cases = {
+      {put("there", wrong, file), "HTTP status 403: SignatureDoesNotMatch: The signature is not"},
+      {get("there", wrong), "Forbidden, HTTP status 403: SignatureDoesNotMatch: The signature"},
+      {get("there", wrong, {"--stream"}), "hint: Check \"secretAccessKey\""},
+      {get("not-there", secret()), "HTTP status 404: NoSuchKey"},
+      {put("there", secret(), makeFile("empty.bin", 0)), "No data present in given file"},
+      {put("there", secret(), home() + "/none"), "Could not find File at given FilePath"},
+      {{"object", "get", "--config", getConfig()}, "fileParam fileId is not provided"},
+  };
+  for (const Case& c : cases) {
+    const Run run = traced(c.words, wrong);
+    EXPECT_EQ(run.status, 1) << c.message;
+    EXPECT_EQ(run.output, "") << c.message;
+    EXPECT_NE(run.errors.find(c.message), std::string::npos) << run.errors;
+    EXPECT_EQ(documents(), Words()) << c.message;
+  }
+  const Run json = traced(get("there", wrong, {"--json"}), wrong);
+  EXPECT_EQ(json.status, 1);
+  eventsEndingIn("failure", json);
+  EXPECT_NE(json.output.find("SignatureDoesNotMatch"), std::string::npos) << json.output;
+}
+
+TEST_F(CliObjectTest, TokenGoesWithTransfersOfTheServiceThroughTheOptions) {
+  startSandbox(kToken);
+  const Dictionary service{{"domain", "service"}, {"address", "domain"}};
+  const std::string up =
+      json("up.json",
+           {{"URL", sandbox().templateUrl()},
+            {"headers", Dictionary{{"X-Pelmar-Authorization", kToken}}},
+            {"uploadParams", Dictionary{{"objectName", "o"}, {"sandbox_template", service}}}});
+  const std::string down =
+      json("down.json", {{"domain", "#middlewaredomain"}, {"relativepath", "/online/objects/o"}});
+  const std::string options =
+      json("options.json", {{"domain", sandbox().originUrl() + "/services"}});
+  const std::string file = makeFile("file.bin", 1000);
+  const Run sent = traced({"object", "put", "--config", up, "--file", file, "--options", options});
+  EXPECT_EQ(sent.status, 0) << sent.errors;
+  const Run received =
+      traced({"object", "get", "--config", down, "--options", options, "--stream"});
+  EXPECT_EQ(received.status, 0) << received.errors;
+  EXPECT_TRUE(received.output == contentOf(file));
+}
+
+TEST_F(CliObjectTest, ClosedPipeAndInterruptEndTheCommandAndLeaveNothing) {
+  const std::string file = makeFile("file.bin", 3 * kRange);
+  ASSERT_EQ(traced(put("o", secret(), file)).status, 0);
+  ChildProcess::Settings piped = settingsFor(get("o", secret(), {"--stream"}));
+  piped.arguments.insert(
+      piped.arguments.begin(),
+      {"-c", "{ \"$0\" \"$@\"; echo \"status $?\" >&2; } | head -c 10", piped.program});
+  piped.program = "/bin/sh";
+  const Run run = CliFixture::run(piped);
+  EXPECT_EQ(run.output, contentOf(file).substr(0, 10));
+  EXPECT_NE(run.errors.find("cannot write standard output: Broken pipe"), std::string::npos);
+  EXPECT_NE(run.errors.find("status 1\n"), std::string::npos) << run.errors;
+
+  sandbox::FaultRule stall;
+  stall.match.path = "/o";
+  stall.match.skip = 1;
+  stall.action.stallAfter = 1000;
+  stall.action.stallFor = std::chrono::milliseconds(-1);
+  sandbox().addFault(stall);
+  ChildProcess child(settingsFor(get("o", secret(), {"--json"})));
+  ASSERT_TRUE(eventually([&] { return child.output().find("chunk") != std::string::npos; }));
+  child.signal(SIGINT);
+  EXPECT_EQ(child.wait(std::chrono::seconds(10)), 130);
+  eventsEndingIn("failure", {130, child.output(), child.errors()});
+  EXPECT_EQ(documents(), Words());
+}
+
+}  // namespace
+}  // namespace varo::test
