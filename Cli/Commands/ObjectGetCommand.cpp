@@ -103,13 +103,18 @@ class Streamer {
     if (hasFailed_ || !chunk.data()) return;
     if (const auto written = writeBytes(STDOUT_FILENO, *chunk.data(), interrupts_); !written) {
       hasFailed_ = true;
-      return blocks_.onFailure(Value(written.error()));
+      // An interrupt, which ends the wait for the reader, is the outcome itself.
+      if (!interrupts_.raised()) blocks_.onFailure(Value(written.error()));
+      return;
     }
     bytes_ += chunk.data()->size();
     output_.chunk(id, static_cast<std::int64_t>(bytes_), 0);
   }
 
-  /// How many were written; to be asked when all have come.
+  // To be asked when all have come.
+
+  /// Whether some were not written.
+  [[nodiscard]] bool hasFailed() const { return hasFailed_; }
   [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
 
  private:
@@ -124,7 +129,7 @@ class Streamer {
 
 int stream(Session& session, const ObjectGetOptions& options) {
   std::shared_ptr<Streamer> streamer;
-  const Outcome outcome = session.await(
+  Outcome outcome = session.await(
       [&](const Session::Blocks& blocks) {
         streamer = std::make_shared<Streamer>(session, blocks);
         download(session, options, blocks,
@@ -132,6 +137,10 @@ int stream(Session& session, const ObjectGetOptions& options) {
                             const Value&) { streamer->take(id, *chunk); });
       },
       {}, Session::Ending::kIsTold);
+  // The interrupt that cut the last chunk may be heard of later than the download's end.
+  if (outcome.kind == Outcome::Kind::kSuccess && streamer->hasFailed()) {
+    outcome = {Outcome::Kind::kInterrupted, {}};
+  }
   // Not on standard output, where nothing but the object's bytes is.
   if (outcome.kind == Outcome::Kind::kSuccess) {
     session.output().note(
