@@ -89,6 +89,8 @@ TEST_F(BlobFilesTest, DeletionThatCannotBeRecordedFails) {
   addBlob("a", 7, 50);
   const std::string noRow = "Required row doesn't exist in varosyncBLOBSTOREMANAGER.";
   EXPECT_EQ(deletionOf("absent", false), "none 00 DeleteBinaryDomain" + kNoRow);
+  EXPECT_EQ(BlobFiles::recordDeletion({kDatabase, kTable, kColumn, {}}, true).error->code(), 5004);
+  EXPECT_EQ(BlobFiles::filePath({kDatabase, kTable, kColumn, {}}).error()->code(), 5004);
   EXPECT_EQ(deletionOf("lost", true), "99 00 " + database + noRow);
   EXPECT_EQ(deletionOf("a", false, "nocolumn"), "none 00 " + database + noRow);
   sql("CREATE TRIGGER refuse BEFORE UPDATE ON album BEGIN SELECT RAISE(ABORT, 'no'); END;"

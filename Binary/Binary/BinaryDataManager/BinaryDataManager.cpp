@@ -147,7 +147,7 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
   const auto blobId = table.obtainBlobId(column.tableName, column.columnName, column.primaryKeys,
                                          downloadConfig[kResponseType]);
   if (!blobId) {
-    logger().logError(kNoRecordFor, column.primaryKeys);
+    if (completion) logger().logError(kNoRecordFor, column.primaryKeys);
     return answer(downloadError(kCodeBinaryRecordDoesNotExist, kBinaryRecordNotExists),
                   std::nullopt);
   }
@@ -161,12 +161,13 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
                                                 Dictionary{{kPrimaryKeys, column.primaryKeys}}),
         blobId);
   }
-  const std::int64_t bytes = BlobFiles::bytesOnDisk(row);
-  if (bytes > 0) logger().logDebug(kFileExists, bytes);
-  createDownloadTask(
-      *blobId, downloadConfig,
-      {{kTotalBytesDownloaded, bytes}, {kBlobId, *blobId}, {kDBName, column.databaseName}},
-      column.primaryKeys);
+  const auto bytes = BlobFiles::bytesOnDisk(row);
+  if (bytes) logger().logDebug(kFileExists, *bytes);
+  createDownloadTask(*blobId, downloadConfig,
+                     {{kTotalBytesDownloaded, bytes.value_or(0)},
+                      {kBlobId, *blobId},
+                      {kDBName, column.databaseName}},
+                     column.primaryKeys);
   answer(nullptr, blobId);
 }
 

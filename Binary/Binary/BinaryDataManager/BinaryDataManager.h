@@ -37,11 +37,13 @@ using BlobDeletionBlock =
 /// records deletions for the sync engine.
 ///
 /// Databases are named, not given by path: see `SQLiteUtil::getDBPath`. A record is named by its
-/// table and its primary keys (column -> value). Every block may be empty, is called at most once,
-/// on a thread of the runtime's pool or on the calling thread, with no lock held; every operation
-/// may be called from inside any block. What a block throws is logged and goes no further. A
-/// download has one block of each kind: one that is given while another waits takes its place.
-/// docs/policy.md lists the cases in which a block is called under `TransferPolicy::kSafe` only.
+/// table and its primary keys (column -> value); where they match several records, the first is
+/// read and all are linked to its blob, and no keys at all name no record. Every block may be
+/// empty, is called at most once, on a thread of the runtime's pool or on the calling thread, with
+/// no lock held; every operation may be called from inside any block. What a block throws is logged
+/// and goes no further. A download has one block of each kind: one that is given while another
+/// waits takes its place. docs/policy.md lists the cases in which a block is called under
+/// `TransferPolicy::kSafe` only.
 ///
 /// Errors have the domain "DownloadTaskErrorDomain" unless said otherwise. After the runtime's
 /// shutdown no download is made or changed (5001); paths and deletions work on.

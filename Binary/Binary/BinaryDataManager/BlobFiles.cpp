@@ -190,12 +190,13 @@ bool BlobFiles::removeFileAt(const std::string& path) {
   return true;
 }
 
-std::int64_t BlobFiles::bytesOnDisk(const Dictionary& row) {
+std::optional<std::int64_t> BlobFiles::bytesOnDisk(const Dictionary& row) {
   const auto path = localPathIn(row);
-  if (!path || platform::fileKindAt(*path) != platform::FileKind::kRegular) return 0;
+  if (!path || platform::fileKindAt(*path) != platform::FileKind::kRegular) return std::nullopt;
   std::error_code failed;
   const std::uintmax_t size = std::filesystem::file_size(*path, failed);
-  return failed ? 0 : static_cast<std::int64_t>(size);
+  if (failed) return std::nullopt;
+  return static_cast<std::int64_t>(size);
 }
 
 }  // namespace varo::binary

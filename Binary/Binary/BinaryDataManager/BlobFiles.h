@@ -47,8 +47,8 @@ class BlobFiles {
   /// special files and paths that are not absolute there was none.
   static bool removeFileAt(const std::string& path);
 
-  /// Bytes of the regular file that the row names; 0 where there is none.
-  [[nodiscard]] static std::int64_t bytesOnDisk(const platform::Dictionary& row);
+  /// Bytes of the regular file that the row names; none where there is no such file.
+  [[nodiscard]] static std::optional<std::int64_t> bytesOnDisk(const platform::Dictionary& row);
 };
 
 }  // namespace varo::binary

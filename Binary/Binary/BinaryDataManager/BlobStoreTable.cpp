@@ -4,6 +4,8 @@
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Platform/Foundation/File.h"
+#include "Platform/Foundation/UserDirectories.h"
 
 #include <string_view>
 
@@ -21,6 +23,7 @@ constexpr std::int64_t kDatabaseNotOpened = 0;
 constexpr std::int64_t kNewRowStatus = 0;
 constexpr std::int64_t kNewRowRetries = 3;
 
+constexpr std::string_view kDatabaseDirectory = "/WEBSQLDIRECTORY";
 constexpr std::string_view kDatabasePath = "DB PATH : %@";
 constexpr std::string_view kNoRecord =
     "Unable to create download task as the record with the given primary key table doesn't exist.";
@@ -47,7 +50,10 @@ std::string linkColumn(const std::string& columnName) {
 BlobStoreTable::BlobStoreTable(const std::string& databaseName) : path_(getDBPath(databaseName)) {}
 
 std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
-  std::string path = SQLiteUtil::getDBPath(databaseName);
+  const std::string directory =
+      platform::UserDirectories::current()->library() + std::string(kDatabaseDirectory);
+  std::string path;
+  if (platform::staysInDirectory(directory, databaseName)) path = directory + '/' + databaseName;
   logger().logDebug(kDatabasePath, path);
   return path;
 }
@@ -66,6 +72,8 @@ std::optional<Dictionary> BlobStoreTable::firstRow(const std::string& tableName,
 
 std::optional<Dictionary> BlobStoreTable::record(const std::string& tableName,
                                                  const Dictionary& primaryKeys) const {
+  // Without a condition the query would give the first record that there is.
+  if (primaryKeys.empty()) return std::nullopt;
   return firstRow(tableName, primaryKeys);
 }
 

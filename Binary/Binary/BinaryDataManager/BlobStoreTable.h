@@ -39,20 +39,21 @@ class BlobStoreTable {
   /// The database of this name; see `SQLiteUtil::getDBPath`.
   explicit BlobStoreTable(const std::string& databaseName);
 
-  /// The absolute path of the database of this name, logged.
+  /// The same path as that of `SQLiteUtil::getDBPath`, logged in this class's own words.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
   /// Whether this is what `insert` answers where there is no new row. Under
   /// `TransferPolicy::kCompatible`, a database that could not be opened gives the blob id 0.
   [[nodiscard]] static bool isFailedInsert(std::int64_t id);
 
-  /// The record with these primary keys; none when there is none or it cannot be read.
+  /// The record with these primary keys, the first of several; none when there is none, it cannot
+  /// be read, or no key is given.
   [[nodiscard]] std::optional<platform::Dictionary> record(
       const std::string& tableName, const platform::Dictionary& primaryKeys) const;
   /// What stands in the record's link column: a blob id or "NULL"; none where there is no such
   /// column.
   [[nodiscard]] static std::optional<std::string> linkIn(const platform::Dictionary& record,
                                                          const std::string& columnName);
-  /// Links the record to the blob. Whether that succeeded.
+  /// Links the record to the blob, each of several with these keys. Whether that succeeded.
   [[nodiscard]] bool setLink(const std::string& tableName, const std::string& columnName,
                              const platform::Dictionary& primaryKeys, std::int64_t blobId) const;
 

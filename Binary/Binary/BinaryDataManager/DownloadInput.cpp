@@ -36,6 +36,9 @@ Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
     logger().logDebug(kConfigEntry, entry.key, loggable(entry));
     input.set(entry.key, entry.value);
   }
+  // The blob of a record comes into its file, which neither of these would have.
+  input.remove(kStreaming);
+  input.remove(kOnlineDownloadTask);
   input.addEntries(additional);
   input.set(kPrimaryKeys, primaryKeys);
   input.set(keys::kDisableIntegrityCheck, true);

@@ -89,7 +89,7 @@ void DownloadRows::setMetaDataForTask(DownloadTask& task) {
   const auto row = tableOf(input).row(input[kBlobId].textValue());
   if (!row) return logger().logDebug(kNoRowForMetaData, task.name());
   const auto path = localPathIn(*row);
-  const std::int64_t size = BlobFiles::bytesOnDisk(*row);
+  const std::int64_t size = BlobFiles::bytesOnDisk(*row).value_or(0);
   input.set(kTotalBytesDownloaded, size);
   task.setInputContext(input);
   if (path) {
