@@ -216,5 +216,32 @@ TEST_F(BinaryDataManagerTest, FailedDownloadTellsStartAndResumeAndMayBeStartedAg
   EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
 }
 
+TEST_F(BinaryDataManagerTest, DownloadStartsNoFurtherOnThanItsFileReaches) {
+  const struct {
+    std::string bytes, path, firstRange;
+  } cases[] = {{"0123", "", "bytes=4-7"},
+               {"01", "", "bytes=2-5"},
+               {"", "", "bytes=0-3"},
+               {"0123", "/none", "bytes=0-3"}};
+  std::filesystem::create_directories(home_ / "Documents/blobs");
+  int id = 6;
+  for (const auto& item : cases) {
+    const std::string blob = std::to_string(++id);
+    writeFile(pathOf(blob), "0123");
+    addBlob(blob, id, 104, pathOf(blob));
+    create(blob);
+    transport_->answer(answerWith(404, ""));
+    start(blob);
+    EXPECT_EQ(awaitNext().error->code(), 4);
+    writeFile(pathOf(blob), item.bytes);
+    if (!item.path.empty()) sql("UPDATE varosyncBLOBSTOREMANAGER SET localPath = '/none'");
+    start(blob);
+    EXPECT_EQ(awaitNext().summary(), "start " + blob + ": ok");
+    const auto asked = ranges();
+    EXPECT_EQ(asked[asked.size() - (item.firstRange == "bytes=0-3" ? 3 : 2)], item.firstRange);
+    EXPECT_EQ(contentOf(pathOf(blob)), object_.bytes);
+  }
+}
+
 }  // namespace
 }  // namespace varo::binary

@@ -249,11 +249,12 @@ TEST_F(DownloadSchedulingTest, ShutdownEndsDownloadsAndRefusesNewOnes) {
       {
         addBlob("there", 70, 50, "/there");
         const std::string id = newBlob("a");
+        for (const char* pk : {"1", "2", "3", "4", "5"}) newBlob(pk);
         transport_->hold();
-        start(id);
-        awaitHeld(1);
+        for (const char* each : {"71", "72", "73", "74", "75", "76"}) start(each);
+        awaitHeld(5);
         platform::Runtime::shared().shutdown();
-        const std::string end = awaitNext().summary();
+        const auto ends = awaitSummaries(6);
         const std::string created = create("a").summary();
         start(id);
         manager_->pauseDownload(id, block("pause"));
@@ -266,11 +267,13 @@ TEST_F(DownloadSchedulingTest, ShutdownEndsDownloadsAndRefusesNewOnes) {
             });
         const std::string path = awaitNext().blobId.value_or("none");
         manager_->clearBinaryDataManagerState();
-        std::cerr << end << "; " << created << "; " << refused[2] << "; " << path << "\n";
+        std::cerr << ends[0] << "; " << ends[5] << "; " << created << "; " << refused[2] << "; "
+                  << path << "\n";
         std::exit(0);
       },
       testing::ExitedWithCode(0),
-      "start 71: DownloadTaskError 4; create: DownloadTaskErrorDomain 5001 The library has been "
+      "start 71: DownloadTaskError 4; start 76: DownloadTaskErrorDomain 5001 The library has been "
+      "shut down; create: DownloadTaskErrorDomain 5001 The library has been "
       "shut down; start 71: DownloadTaskErrorDomain 5001 The library has been shut down; /there");
 }
 

@@ -110,8 +110,15 @@ bool isTaken(std::int64_t state) {
 
 const std::shared_ptr<BinaryDataManager>& BinaryDataManager::sharedInstance() {
   // Never destroyed: engine threads may notify it until the very end of the process.
-  static const auto& instance =
-      *new std::shared_ptr<BinaryDataManager>(std::make_shared<BinaryDataManager>(Badge{}));
+  static const auto& instance = *new std::shared_ptr<BinaryDataManager>([] {
+    auto manager = std::make_shared<BinaryDataManager>(Badge{});
+    // Those that wait may have nobody to wait for: under the compatible policy, when all failed.
+    platform::Runtime::shared().onShutdown([manager] {
+      platform::Runtime::shared().pool().postOrRun(
+          [manager] { manager->scheduler_.endScheduledTasks(); });
+    });
+    return manager;
+  }());
   return instance;
 }
 
@@ -224,6 +231,7 @@ void BinaryDataManager::startDownload(const std::optional<std::string>& blobId,
     task->setState(TaskState::NotStarted);
   }
   if (lists_.schedule(task, found.generation)) scheduler_.checkAndStartExecution(task);
+  if (platform::Runtime::shared().isShutDown()) scheduler_.endScheduledTasks();
   answerIfCleared(found);
 }
 

@@ -46,8 +46,8 @@ using BlobDeletionBlock =
 /// `TransferPolicy::kSafe` only.
 ///
 /// Errors have the domain "DownloadTaskErrorDomain" unless said otherwise. After the runtime's
-/// shutdown no download is made or changed (5001); paths and deletions work on.
-/// Thread-safe.
+/// shutdown no download is made or changed (5001), and those that wait are told so; paths and
+/// deletions work on. Thread-safe.
 class BinaryDataManager final : public platform::TaskListener,
                                 public std::enable_shared_from_this<BinaryDataManager> {
  public:

@@ -37,6 +37,13 @@ void DownloadAnswers::answerPauseAfterEnd(DownloadTask& task) {
       std::nullopt);
 }
 
+void DownloadAnswers::answerShutDown(DownloadTask& task) {
+  answerEnd(
+      task,
+      blobError(kDownloadTaskErrorDomain, kCodeInvalidStateForBinaryOperation, kLibraryShutDown),
+      std::nullopt);
+}
+
 void DownloadAnswers::answerCleared(DownloadTask& task) {
   if (transferPolicy() != TransferPolicy::kSafe) return;
   const ErrorPtr error = blobError(kDownloadTaskError, kCodeDownloadTaskFailed, kDownloadsCleared);

@@ -30,6 +30,8 @@ class DownloadAnswers {
   /// Answers its pause where the task has come to its end before. Under `TransferPolicy::kSafe`
   /// only.
   static void answerPauseAfterEnd(DownloadTask& task);
+  /// Answers the start of a task that will not be, since the runtime was shut down.
+  static void answerShutDown(DownloadTask& task);
   /// Answers all that wait for a task that was cleared. Under `TransferPolicy::kSafe` only.
   static void answerCleared(DownloadTask& task);
 };

@@ -69,6 +69,11 @@ bool DownloadLists::hasScheduled() const {
   return !content_.schedulingQueue.empty();
 }
 
+std::vector<TaskPtr> DownloadLists::takeScheduled() {
+  const MutexLock lock(mutex_);
+  return std::exchange(content_.schedulingQueue, {});
+}
+
 TaskPtr DownloadLists::takeToStart(const TaskPtr& task) {
   std::vector<TaskPtr> dropped;  // destroyed after the lock
   const MutexLock lock(mutex_);

@@ -52,6 +52,8 @@ class DownloadLists {
   /// when the lists were cleared since the task was found.
   [[nodiscard]] bool schedule(const TaskPtr& task, std::uint64_t generation);
   [[nodiscard]] bool hasScheduled() const;
+  /// Empties the list of those that wait.
+  [[nodiscard]] std::vector<TaskPtr> takeScheduled();
   /// While there is room: moves `task`, if it still waits, to those in progress and returns it. A
   /// task that cannot be started (it was already, or has ended while it waited) makes way for the
   /// first one that waits, and so on. Null when there is none to start.

@@ -101,6 +101,18 @@ void DownloadRows::setMetaDataForTask(DownloadTask& task) {
   }
 }
 
+void DownloadRows::limitOffsetToFile(DownloadTask& task) {
+  Dictionary input = task.inputContext();
+  const std::int64_t offset = input[kTotalBytesDownloaded].integerValue();
+  if (offset <= 0) return;
+  const auto row = tableOf(input).row(task.name());
+  if (!row) return;
+  const std::int64_t size = BlobFiles::bytesOnDisk(*row).value_or(0);
+  if (size >= offset) return;
+  input.set(kTotalBytesDownloaded, size);
+  task.setInputContext(std::move(input));
+}
+
 void DownloadRows::updateDBForTask(const DownloadTask& task, const Dictionary& output) {
   // An output that is missing is no entry, and its column stays as it is.
   const bool updated = tableOf(task.inputContext())

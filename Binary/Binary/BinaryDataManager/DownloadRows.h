@@ -21,6 +21,9 @@ class DownloadRows {
       const DownloadTask& task, platform::ErrorPtr* withError);
   /// Has the task go on from the size of its file: sets the input's "TotalBytesDownloaded".
   static void setMetaDataForTask(DownloadTask& task);
+  /// Has the task begin no further on than its file reaches, which may have been cut, moved or
+  /// removed since the input's "TotalBytesDownloaded" was set.
+  static void limitOffsetToFile(DownloadTask& task);
 
   /// Notes that the file is complete, with what the task's `output` says of it. A failure is
   /// logged, here and below: the row then says less than is true, and the next download finds out.

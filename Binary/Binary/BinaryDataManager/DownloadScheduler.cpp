@@ -6,14 +6,17 @@
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/Runtime.h"
 
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varo::binary {
 
 using platform::Dictionary;
+using platform::Runtime;
 using platform::TaskState;
 
 namespace {
@@ -34,14 +37,25 @@ void DownloadScheduler::checkAndStartExecution(const TaskPtr& task) {
 
 void DownloadScheduler::startNextScheduledTask() {
   if (!lists_.hasScheduled()) return;
+  if (Runtime::shared().isShutDown()) return endScheduledTasks();
   logger().logTrace(kCheckingSlots);
   fire(lists_.takeFirstToStart());
+}
+
+void DownloadScheduler::endScheduledTasks() {
+  const std::vector<TaskPtr> waiting = lists_.takeScheduled();
+  for (const TaskPtr& task : waiting) DownloadAnswers::answerShutDown(*task);
 }
 
 void DownloadScheduler::fire(const TaskPtr& task) {
   if (task == nullptr) return;
   logger().logDebug(kFire, task->name());
+  DownloadRows::limitOffsetToFile(*task);
   task->start();
+  // An engine that was shut down meanwhile notifies nobody.
+  if (task->state() == TaskState::Errored && Runtime::shared().isShutDown()) {
+    downloadErrored(task, task->outputContext());
+  }
 }
 
 void DownloadScheduler::downloadChanged(const TaskPtr& download, TaskState to,

@@ -17,6 +17,8 @@ class DownloadScheduler {
 
   /// Starts the scheduled task if there is room.
   void checkAndStartExecution(const TaskPtr& task);
+  /// Answers those that wait: after the runtime's shutdown none of them can start.
+  void endScheduledTasks();
   /// Hears of a change of state, with the output of that moment. The calls for one task come one at
   /// a time and in order.
   void downloadChanged(const TaskPtr& download, platform::TaskState to,
@@ -29,7 +31,7 @@ class DownloadScheduler {
   void downloadErrored(const TaskPtr& task, const platform::Dictionary& output);
   void startNextScheduledTask();
   /// `task` may be null.
-  static void fire(const TaskPtr& task);
+  void fire(const TaskPtr& task);
 
   DownloadLists& lists_;
 };
