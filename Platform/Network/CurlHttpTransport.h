@@ -20,10 +20,10 @@ class CurlEngine;
 /// server sent them: nothing is decompressed.
 ///
 /// Certificates are always verified, no proxy is used, and no environment variable changes either.
-/// Of the request's headers, Content-Length, Transfer-Encoding and Expect are dropped: the transport
-/// says them itself. A Host is sent as it stands, since it may be signed; it decides nothing about
-/// whom the transport connects to and whose certificate it accepts. POST and PUT without a body send
-/// one of zero bytes.
+/// Of the request's headers, Content-Length, Transfer-Encoding and Expect are dropped: the
+/// transport says them itself. A Host is sent as it stands, since it may be signed; it decides
+/// nothing about whom the transport connects to and whose certificate it accepts. POST and PUT
+/// without a body send one of zero bytes.
 ///
 /// Errors have the domain `kHttpTransportErrorDomain`, see HttpTransportError.h.
 class CurlHttpTransport final : public HttpTransport {
