@@ -94,6 +94,12 @@ ErrorPtr shutDownError() {
   return downloadError(kCodeInvalidStateForBinaryOperation, kLibraryShutDown);
 }
 
+/// The error of an operation that would wait for ever on a task that was stopped; else null.
+ErrorPtr stoppedError(const DownloadTask& task) {
+  if (transferPolicy() != TransferPolicy::kSafe || !task.isStopped()) return nullptr;
+  return downloadError(kCodeInvalidStateForBinaryOperation, kDownloadStopped);
+}
+
 /// Of a pause or resume without a task.
 ErrorPtr noTaskError() {
   return std::make_shared<const platform::Error>(std::string(kDownloadTaskErrorDomain),
@@ -216,23 +222,36 @@ void BinaryDataManager::startDownload(const std::optional<std::string>& blobId,
   if (const ErrorPtr error = shutDownError()) return fail(error);
 
   const TaskPtr& task = found.task;
-  task->setStartDownloadTaskCompletionBlock(std::move(completion));
   if (found.state == TaskState::Ended) logger().logDebug(kInEndedState, *blobId);
   ErrorPtr error;
   const auto available = DownloadRows::checkIfFileAvailableForTask(*task, &error);
   if (available || found.state == TaskState::Ended) {
-    return DownloadAnswers::answer(task->takeStartDownloadTaskCompletionBlock(), blobId,
-                                   available ? nullptr : error, available);
+    return DownloadAnswers::answer(completion, blobId, available ? nullptr : error, available);
   }
-  logger().logDebug(kScheduling, *blobId);
+  if (const ErrorPtr stopped = stoppedError(*task)) return fail(stopped);
   const bool atRest = found.state == TaskState::Paused || found.state == TaskState::Errored;
-  if (atRest && lists_.claim(*task, found.state, TaskState::NotStarted)) {
+  // Where another operation was faster, everything may be different now.
+  if (atRest && !lists_.claimRestart(*task, found.state)) {
+    return startDownload(blobId, std::move(completion));
+  }
+  task->setStartDownloadTaskCompletionBlock(std::move(completion));
+  logger().logDebug(kScheduling, *blobId);
+  if (atRest) {
     logger().logDebug(kResetting, *blobId);
     task->setState(TaskState::NotStarted);
+    settle(*task);
   }
   if (lists_.schedule(task, found.generation)) scheduler_.checkAndStartExecution(task);
   if (platform::Runtime::shared().isShutDown()) scheduler_.endScheduledTasks();
   answerIfCleared(found);
+  if (found.state == TaskState::Started) startIfEnded(*blobId, found);
+}
+
+void BinaryDataManager::startIfEnded(const std::string& blobId, const DownloadLists::Found& found) {
+  const auto now = lists_.find(blobId);
+  if (now.task != found.task || !platform::isFinal(now.state)) return;
+  DownloadBlock late = now.task->takeStartDownloadTaskCompletionBlock();
+  if (late) startDownload(blobId, std::move(late));
 }
 
 // Pausing and resuming.
@@ -257,13 +276,22 @@ void BinaryDataManager::pauseDownload(const std::optional<std::string>& blobId,
     return fail(downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted));
   }
   if (const ErrorPtr error = shutDownError()) return fail(error);
-  found.task->setPauseDownloadTaskCompletionBlock(std::move(completion));
-  if (found.state != TaskState::Paused) {
-    logger().logDebug(kCallingPause, *blobId);
-    // One that is at rest by now would take it for its next run.
-    if (found.task->state() == TaskState::Started) found.task->pauseDownload();
+  if (const ErrorPtr stopped = stoppedError(*found.task)) return fail(stopped);
+  if (found.state == TaskState::Paused) {
+    return DownloadAnswers::answer(completion, blobId, nullptr, found.task->outputContext());
   }
+  found.task->setPauseDownloadTaskCompletionBlock(std::move(completion));
+  logger().logDebug(kCallingPause, *blobId);
+  if (!lists_.leavePauseToResume(*found.task)) pauseIfStarted(*found.task);
   answerLatePause(*blobId, found);
+}
+
+void BinaryDataManager::pauseIfStarted(DownloadTask& task) {
+  if (task.state() == TaskState::Started) task.pauseDownload();
+}
+
+void BinaryDataManager::settle(DownloadTask& task) {
+  if (lists_.settle(task)) pauseIfStarted(task);
 }
 
 void BinaryDataManager::answerLatePause(const std::string& blobId,
@@ -300,22 +328,22 @@ void BinaryDataManager::resumeDownload(const std::optional<std::string>& blobId,
   if (const ErrorPtr error = shutDownError()) return fail(error);
 
   const TaskPtr& task = found.task;
-  task->setResumeDownloadTaskCompletionBlock(std::move(completion));
-  task->setStartDownloadTaskCompletionBlock({});
   ErrorPtr notAvailable;
   if (const auto available = DownloadRows::checkIfFileAvailableForTask(*task, &notAvailable)) {
-    return DownloadAnswers::answer(task->takeResumeDownloadTaskCompletionBlock(), blobId, nullptr,
-                                   available);
+    task->setStartDownloadTaskCompletionBlock({});
+    return DownloadAnswers::answer(completion, blobId, nullptr, available);
   }
-  // Whoever else has it go on meanwhile brings the end that this block hears of.
-  if (lists_.claim(*task, TaskState::Paused, TaskState::Started)) {
-    logger().logDebug(kCallingResume, *blobId);
-    DownloadRows::setMetaDataForTask(*task);
-    const Dictionary input = task->inputContext();
-    logger().logDebug(kResumeInput, *blobId, input);
-    task->updateInputContext(input);
-    task->resumeDownload();
-  }
+  if (const ErrorPtr stopped = stoppedError(*task)) return fail(stopped);
+  // The block of the start goes unless another operation is faster; everything is different then.
+  if (!lists_.claimResume(*task)) return resumeDownload(blobId, std::move(completion));
+  task->setResumeDownloadTaskCompletionBlock(std::move(completion));
+  logger().logDebug(kCallingResume, *blobId);
+  DownloadRows::setMetaDataForTask(*task);
+  const Dictionary input = task->inputContext();
+  logger().logDebug(kResumeInput, *blobId, input);
+  task->updateInputContext(input);
+  task->resumeDownload();
+  settle(*task);
   answerIfCleared(found);
 }
 
@@ -374,6 +402,11 @@ void BinaryDataManager::clearBinaryDataManagerState() {
   clearInProgressQueue(content.inProgressQueue);
   logger().logDebug(kClearingQueue);
   clearFinishedQueue(content.finishedQueue);
+  for (const DownloadLists::Entry& entry : content.replaced) {
+    entry.task->unsubscribeForTaskUpdates(shared_from_this());
+    entry.task->stop();
+    DownloadAnswers::answerCleared(*entry.task);
+  }
 
   for (const auto& [blobId, entry] : content.tasks) DownloadAnswers::answerCleared(*entry.task);
   // Those that were replaced in the map but not in their list. A block is taken but once.

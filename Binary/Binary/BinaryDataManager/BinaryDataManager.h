@@ -103,8 +103,8 @@ class BinaryDataManager final : public platform::TaskListener,
 
   /// Stops every download and forgets every task, with its blocks. Rows and files stay as they are.
   void clearBinaryDataManagerState();
-  /// Stops the download of every task. The tasks keep their places, those in progress too, and
-  /// their blocks wait until `clearBinaryDataManagerState`.
+  /// Stops the download of every task, for good: another one must be created. The tasks keep their
+  /// places, those in progress too, and their blocks wait until `clearBinaryDataManagerState`.
   void invalidateAllBackgroundSessions();
 
   /// Hears of the downloads. Called by the engine.
@@ -128,6 +128,12 @@ class BinaryDataManager final : public platform::TaskListener,
                           const platform::Dictionary& andPrimaryKeys);
   [[nodiscard]] bool isTaskInProgress(const std::string& blobId) const;
 
+  /// Starts a download anew that had come to its end before the block of this start was stored.
+  void startIfEnded(const std::string& blobId, const DownloadLists::Found& found);
+  /// Not one that is at rest, which would take it for its next run.
+  static void pauseIfStarted(DownloadTask& task);
+  /// Ends a claim, with the pause that was asked for meanwhile.
+  void settle(DownloadTask& task);
   /// Answers a pause whose download was at rest before its block was stored: nobody else would.
   void answerLatePause(const std::string& blobId, const DownloadLists::Found& found);
   /// Answers the blocks of a task that was cleared while they were stored.

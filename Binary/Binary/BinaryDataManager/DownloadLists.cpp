@@ -1,6 +1,6 @@
 #include "Binary/Binary/BinaryDataManager/DownloadLists.h"
 
-#include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
 
 #include <algorithm>
 #include <utility>
@@ -18,10 +18,17 @@ bool contains(const std::vector<TaskPtr>& list, const TaskPtr& task) {
   return std::find(list.begin(), list.end(), task) != list.end();
 }
 
+bool isAtRest(TaskState state) { return state == TaskState::Paused || platform::isFinal(state); }
+
 TaskState stateOf(const DownloadLists::Entry& entry) {
+  if (entry.claims > 0) return entry.noted;
   const TaskState state = entry.task->state();
-  const bool atRest = state == TaskState::Paused || platform::isFinal(state);
-  return atRest && state != entry.noted ? TaskState::Started : state;
+  return isAtRest(state) && state != entry.noted ? TaskState::Started : state;
+}
+
+/// Whether bytes may come in for it.
+bool runs(const DownloadLists::Entry& entry) {
+  return stateOf(entry) == TaskState::Started && !entry.task->isStopped();
 }
 
 }  // namespace
@@ -37,19 +44,53 @@ void DownloadLists::add(const TaskPtr& task) {
   Entry entry{task};  // destroyed after the lock, as what it was swapped with
   const MutexLock lock(mutex_);
   std::swap(content_.tasks[task->name()], entry);
+  if (entry.task != nullptr && runs(entry)) content_.replaced.push_back(entry);
 }
 
 void DownloadLists::note(const DownloadTask& task, TaskState state) {
+  Entry forgotten;  // destroyed after the lock
   const MutexLock lock(mutex_);
-  if (Entry* entry = entryLocked(task)) entry->noted = state;
+  if (Entry* entry = entryLocked(task)) {
+    entry->noted = state;
+  } else if (Entry* former = replacedLocked(task); former != nullptr && isAtRest(state)) {
+    std::swap(*former, content_.replaced.back());
+    std::swap(forgotten, content_.replaced.back());
+    content_.replaced.pop_back();
+  }
 }
 
-bool DownloadLists::claim(const DownloadTask& task, TaskState from, TaskState to) {
+bool DownloadLists::claimRestart(const DownloadTask& task, TaskState from) {
   const MutexLock lock(mutex_);
+  return claimLocked(task, from, TaskState::NotStarted);
+}
+
+std::optional<DownloadBlock> DownloadLists::claimResume(DownloadTask& task) {
+  const MutexLock lock(mutex_);
+  if (!claimLocked(task, TaskState::Paused, TaskState::Started)) return std::nullopt;
+  return task.takeStartDownloadTaskCompletionBlock();
+}
+
+bool DownloadLists::claimLocked(const DownloadTask& task, TaskState from, TaskState to) {
   Entry* entry = entryLocked(task);
   if (entry == nullptr || entry->noted != from) return false;
   entry->noted = to;
+  ++entry->claims;
   return true;
+}
+
+bool DownloadLists::leavePauseToResume(const DownloadTask& task) {
+  const MutexLock lock(mutex_);
+  Entry* entry = keptLocked(task);
+  if (entry == nullptr || entry->claims == 0 || entry->noted != TaskState::Started) return false;
+  entry->isPauseLeft = true;
+  return true;
+}
+
+bool DownloadLists::settle(const DownloadTask& task) {
+  const MutexLock lock(mutex_);
+  Entry* entry = keptLocked(task);
+  if (entry == nullptr || --entry->claims > 0) return false;
+  return std::exchange(entry->isPauseLeft, false);
 }
 
 bool DownloadLists::isCurrent(std::uint64_t generation) const {
@@ -77,30 +118,72 @@ std::vector<TaskPtr> DownloadLists::takeScheduled() {
 TaskPtr DownloadLists::takeToStart(const TaskPtr& task) {
   std::vector<TaskPtr> dropped;  // destroyed after the lock
   const MutexLock lock(mutex_);
-  if (!contains(content_.schedulingQueue, task)) return nullptr;
-  return takeToStartLocked(task, dropped);
+  std::vector<TaskPtr>& waiting = content_.schedulingQueue;
+  const auto place = std::find(waiting.begin(), waiting.end(), task);
+  if (place == waiting.end()) return nullptr;
+  switch (fitnessLocked(task)) {
+    case Fitness::kMustWait:
+      return nullptr;
+    case Fitness::kNever:
+      dropped.push_back(task);
+      waiting.erase(place);
+      return takeFirstLocked(dropped);
+    case Fitness::kStartable:
+      break;
+  }
+  if (content_.inProgressQueue.size() >= parallelJobs_) return nullptr;
+  content_.inProgressQueue.push_back(task);
+  waiting.erase(place);
+  return task;
 }
 
 TaskPtr DownloadLists::takeFirstToStart() {
   std::vector<TaskPtr> dropped;
   const MutexLock lock(mutex_);
-  if (content_.schedulingQueue.empty()) return nullptr;
-  return takeToStartLocked(content_.schedulingQueue.front(), dropped);
+  return takeFirstLocked(dropped);
 }
 
-TaskPtr DownloadLists::takeToStartLocked(TaskPtr task, std::vector<TaskPtr>& dropped) {
-  while (content_.inProgressQueue.size() < parallelJobs_) {
-    std::erase(content_.schedulingQueue, task);
-    // One that is in progress may not have been started yet by the thread that put it there.
-    if (task->state() == TaskState::NotStarted && !contains(content_.inProgressQueue, task)) {
+TaskPtr DownloadLists::takeFirstLocked(std::vector<TaskPtr>& dropped) {
+  std::vector<TaskPtr>& waiting = content_.schedulingQueue;
+  auto next = waiting.begin();
+  while (next != waiting.end() && content_.inProgressQueue.size() < parallelJobs_) {
+    const Fitness fitness = fitnessLocked(*next);
+    if (fitness == Fitness::kMustWait) {
+      ++next;
+      continue;
+    }
+    TaskPtr task = std::move(*next);
+    next = waiting.erase(next);
+    if (fitness == Fitness::kStartable) {
       content_.inProgressQueue.push_back(task);
       return task;
     }
     dropped.push_back(std::move(task));
-    if (content_.schedulingQueue.empty()) return nullptr;
-    task = content_.schedulingQueue.front();
   }
   return nullptr;
+}
+
+DownloadLists::Fitness DownloadLists::fitnessLocked(const TaskPtr& task) const {
+  // One that is in progress may not have been started yet by the thread that put it there.
+  if (task->state() != TaskState::NotStarted || contains(content_.inProgressQueue, task)) {
+    return Fitness::kNever;
+  }
+  if (transferPolicy() != TransferPolicy::kSafe) return Fitness::kStartable;
+  if (task->isStopped()) return Fitness::kNever;
+  return anotherRunsLocked(task) ? Fitness::kMustWait : Fitness::kStartable;
+}
+
+bool DownloadLists::anotherRunsLocked(const TaskPtr& task) const {
+  const auto isRival = [&task](const TaskPtr& other) {
+    return other != task && other->name() == task->name() && !other->isStopped();
+  };
+  const auto isRunningRival = [&](const Entry& entry) {
+    return isRival(entry.task) && runs(entry);
+  };
+  const auto current = content_.tasks.find(task->name());
+  return (current != content_.tasks.end() && isRunningRival(current->second)) ||
+         std::any_of(content_.inProgressQueue.begin(), content_.inProgressQueue.end(), isRival) ||
+         std::any_of(content_.replaced.begin(), content_.replaced.end(), isRunningRival);
 }
 
 bool DownloadLists::isInProgress(const std::string& blobId) const {
@@ -142,6 +225,18 @@ DownloadLists::Entry* DownloadLists::entryLocked(const DownloadTask& task) {
   const auto found = content_.tasks.find(task.name());
   const bool isOfThis = found != content_.tasks.end() && found->second.task.get() == &task;
   return isOfThis ? &found->second : nullptr;
+}
+
+DownloadLists::Entry* DownloadLists::keptLocked(const DownloadTask& task) {
+  Entry* entry = entryLocked(task);
+  return entry != nullptr ? entry : replacedLocked(task);
+}
+
+DownloadLists::Entry* DownloadLists::replacedLocked(const DownloadTask& task) {
+  const auto found =
+      std::find_if(content_.replaced.begin(), content_.replaced.end(),
+                   [&task](const Entry& entry) { return entry.task.get() == &task; });
+  return found != content_.replaced.end() ? &*found : nullptr;
 }
 
 }  // namespace varo::binary

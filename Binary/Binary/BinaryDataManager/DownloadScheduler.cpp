@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace varo::binary {
@@ -32,14 +33,28 @@ BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 void DownloadScheduler::checkAndStartExecution(const TaskPtr& task) {
   logger().logTrace(kCheckingSlots);
-  fire(lists_.takeToStart(task));
+  TaskPtr next = lists_.takeToStart(task);
+  // The caller has looked whether its own file is there.
+  fire(next == task ? next : firstWithoutFile(std::move(next)));
 }
 
 void DownloadScheduler::startNextScheduledTask() {
   if (!lists_.hasScheduled()) return;
   if (Runtime::shared().isShutDown()) return endScheduledTasks();
   logger().logTrace(kCheckingSlots);
-  fire(lists_.takeFirstToStart());
+  fire(firstWithoutFile(lists_.takeFirstToStart()));
+}
+
+DownloadScheduler::TaskPtr DownloadScheduler::firstWithoutFile(TaskPtr next) {
+  while (next != nullptr && transferPolicy() == TransferPolicy::kSafe) {
+    platform::ErrorPtr notAvailable;
+    const auto available = DownloadRows::checkIfFileAvailableForTask(*next, &notAvailable);
+    if (!available) break;
+    lists_.removeFromInProgress(next);
+    DownloadAnswers::answerEnd(*next, nullptr, available);
+    next = lists_.takeFirstToStart();
+  }
+  return next;
 }
 
 void DownloadScheduler::endScheduledTasks() {

@@ -30,6 +30,9 @@ class DownloadScheduler {
   void downloadPaused(const TaskPtr& task, const platform::Dictionary& output);
   void downloadErrored(const TaskPtr& task, const platform::Dictionary& output);
   void startNextScheduledTask();
+  /// `next`, which has waited, or, under `TransferPolicy::kSafe`, the first of those behind it
+  /// whose file has not come meanwhile; the others are answered. Both may be null.
+  [[nodiscard]] TaskPtr firstWithoutFile(TaskPtr next);
   /// `task` may be null.
   void fire(const TaskPtr& task);
 

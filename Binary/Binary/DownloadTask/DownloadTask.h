@@ -51,6 +51,8 @@ class DownloadTask final : public platform::VSTask {
   void resumeDownload();
   /// Asks for no further range and writes no further byte. Final.
   void stop();
+  /// Whether `stop` was called.
+  [[nodiscard]] bool isStopped() const;
   /// Lets other downloads write the file: for the owner of an Ended task that has noted its end.
   void releaseFile();
   /// Replaces the input context.
@@ -117,7 +119,6 @@ class DownloadTask final : public platform::VSTask {
 
   void noteSubtasksRun();
   void stopSubtasks();
-  [[nodiscard]] bool isStopped() const;
   void comeToRest(platform::TaskState state);
 
   const std::shared_ptr<NetworkTask> _networkTask;

@@ -133,6 +133,7 @@ inline constexpr std::string_view kErrorUpdatingRow =
 inline constexpr std::string_view kErrorUpdatingParentTable = "Error in updating parent table.";
 inline constexpr std::string_view kDownloadsCleared =
     "The downloads were cleared before this one had ended.";
+inline constexpr std::string_view kDownloadStopped = "The download was stopped.";
 inline constexpr std::string_view kFileNotRemoved = "The file of the blob could not be removed.";
 inline constexpr std::string_view kmsgtemplateParsing = "Template Parsing error";
 
