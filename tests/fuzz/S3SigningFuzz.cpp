@@ -28,9 +28,7 @@ std::string next(std::string_view& rest) {
 
 struct Input {
   S3OperationType type;
-  Dictionary auth;
-  Dictionary requestTemplate;
-  Dictionary query;
+  Dictionary auth, requestTemplate, query;
   Data payload;
 };
 

@@ -181,15 +181,6 @@ TEST_F(CliBlobTest, InterruptBeforeThereIsADownloadEndsPromptly) {
   EXPECT_EQ(sandbox().serviceStats().requests, 0U);
 }
 
-TEST_F(CliBlobTest, KilledDownloadGoesOnWithTheSameCommand) {
-  const auto child = stalled(2);
-  ASSERT_TRUE(eventually([&] { return numberOf("count(*)", "localPath <> ''") == 1; }));
-  child->signal(SIGKILL);
-  EXPECT_EQ(child->wait(), -SIGKILL);
-  EXPECT_EQ(stateOf("1"), 102);
-  EXPECT_EQ(completeAndTellFirstRange(), "bytes=2097152-3145727");
-}
-
 TEST_F(CliBlobTest, DeleteRecordsAndRemovesWhenTold) {
   ASSERT_EQ(CliFixture::run(download(1)).status, 0);
   ASSERT_EQ(CliFixture::run(download(2)).status, 0);
@@ -208,12 +199,7 @@ TEST_F(CliBlobTest, DeleteRecordsAndRemovesWhenTold) {
 
 TEST_F(CliBlobTest, FailuresSayWhatToLookAt) {
   struct Case {
-    std::string command;
-    std::string database;
-    std::string table;
-    std::string column;
-    std::string key;
-    std::string message;
+    std::string command, database, table, column, key, message;
   };
   const std::vector<Case> cases = {
       {"path", "none.db", "t", "c", "k=1",

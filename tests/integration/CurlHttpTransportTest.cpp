@@ -16,6 +16,7 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
   const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
   const std::string cut = ok + "Content-Length: 10\r\n\r\nhel";
   const std::chrono::milliseconds pause(50);
+  const std::int64_t kHeadersTooLarge = codeOf(HttpTransportError::kHeadersTooLarge);
   const struct {
     const char* name;
     WireReply reply;
@@ -42,6 +43,7 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
       {"not HTTP", say("220 smtp ready\r\n").close(), 0, {}, 1},
       {"stalled", say(cut).hold(), 0, {}, 28},
       {"silent", WireReply().hold(), 0, {}, 28},
+      {"endless headers", say(ok).sendForever("A: b\r\n"), 0, {}, kHeadersTooLarge},
   };
   ScriptedServer server([&cases](const WireRequest& request) {
     return cases[std::stoul(request.target().substr(1))].reply;

@@ -1,4 +1,5 @@
 #include "Platform/Network/NetworkTuning.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/Files.h"
 #include "tests/support/TransportFixture.h"
 
@@ -174,20 +175,6 @@ TEST_F(CurlTransferLifeTest, AnUploadThatNobodyReadsStalls) {
 }
 
 // ---- TLS and the environment ----
-
-/// Sets an environment variable for the life of this object.
-class EnvironmentVariable {
- public:
-  EnvironmentVariable(const char* name, const std::string& value) : name_(name) {
-    ::setenv(name, value.c_str(), 1);
-  }
-  ~EnvironmentVariable() { ::unsetenv(name_); }
-  EnvironmentVariable(const EnvironmentVariable&) = delete;
-  EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
-
- private:
-  const char* const name_;
-};
 
 TEST_F(CurlTransferLifeTest, TrustsOnlyConfiguredCertificatesWhateverTheEnvironmentSays) {
   const TestCertificate certificate = makeTestCertificate(1);

@@ -5,6 +5,7 @@
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "tests/support/FileAdapterFixture.h"
+#include "tests/support/OwnProcess.h"
 
 #include <atomic>
 #include <cstdio>
@@ -14,7 +15,7 @@ namespace varo::binary {
 namespace {
 
 using namespace platform;
-using test::answerWith;
+using namespace test;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kService = "http://127.0.0.1/services/storage";
@@ -38,7 +39,7 @@ class CountingSleeper final : public Sleeper {
   std::atomic<int> asleep{0};
 };
 
-test::ScriptedAnswer answerOfBusyService(const test::RecordedRequest& request) {
+test::ScriptedAnswer answerOfBusyService(const RecordedRequest& request) {
   if (request.method == HttpMethod::kDelete) {
     return answerWith(202, R"({"opstatus":0,"httpStatusCode":202,"poll_api":"/jobs/7?a=1"})");
   }
@@ -70,14 +71,6 @@ TEST_F(DeleteClockTest, SecondStatusRequestFollowsTheFirstAfterTheDrawnSecond) {
   EXPECT_EQ(transport_->requestCount(), 3U);
 }
 
-/// What the tests below check in a process of their own, whose status is 0 when all was as it
-/// should be.
-void require(bool condition, const char* what) {
-  if (condition) return;
-  std::fprintf(stderr, "Not so: %s\n", what);
-  std::_Exit(1);
-}
-
 /// The runtime and its shutdown, for a number of deletes that a busy service has accepted.
 class BusyDeletes {
  public:
@@ -106,52 +99,43 @@ class BusyDeletes {
  private:
   const int count_;
   std::size_t tasksAtRest_ = 0;
-  const std::shared_ptr<test::FakeHttpTransport> transport_ =
-      std::make_shared<test::FakeHttpTransport>();
+  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
   std::atomic<int> successes_{0};
   std::atomic<int> failures_{0};
 };
 
-[[noreturn]] void holdUpNothing() {
-  constexpr int kDeletes = 1000;
-  GreatRandom random;
-  random.most = 3600;
-  CountingSleeper sleeper;
-  BusyDeletes deletes(kDeletes);
-  deletes.start(random, sleeper);
-  require(test::eventually([&] { return sleeper.asleep == kDeletes; }), "all deletes sleep");
-
-  std::promise<void> listed;
-  BinaryFileStorageInterface::getFilesWithUrl(kService, {}, {},
-                                              [&](const Value&) { listed.set_value(); }, {}, {});
-  require(listed.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready,
-          "a list completes meanwhile");
-  Runtime& runtime = Runtime::shared();
-  require(runtime.pool().threadCount() < 50, "threads are few");
-
-  const auto begin = Clock::now();
-  deletes.shutDownAndCheck();
-  require(Clock::now() - begin < std::chrono::seconds(10), "the shutdown waits for no sleeper");
-  std::_Exit(0);
-}
-
-[[noreturn]] void shutDownAmidPolling() {
-  GreatRandom random;
-  random.most = 0;  // polls again at once, so that deletes are at every step
-  BusyDeletes deletes(300);
-  deletes.start(random, Sleeper::shared());
-  deletes.shutDownAndCheck();
-  std::_Exit(0);
-}
-
 TEST(DeleteBackOffDeathTest, ThousandDeletesInBackOffHoldUpNothingAndFailWithTheShutdown) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(holdUpNothing(), testing::ExitedWithCode(0), "");
+  inOwnProcess([] {
+    constexpr int kDeletes = 1000;
+    GreatRandom random;
+    random.most = 3600;
+    CountingSleeper sleeper;
+    BusyDeletes deletes(kDeletes);
+    deletes.start(random, sleeper);
+    require(eventually([&] { return sleeper.asleep == kDeletes; }), "all deletes sleep");
+
+    std::promise<void> listed;
+    BinaryFileStorageInterface::getFilesWithUrl(kService, {}, {},
+                                                [&](const Value&) { listed.set_value(); }, {}, {});
+    require(listed.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready,
+            "a list completes meanwhile");
+    Runtime& runtime = Runtime::shared();
+    require(runtime.pool().threadCount() < 50, "threads are few");
+
+    const auto begin = Clock::now();
+    deletes.shutDownAndCheck();
+    require(Clock::now() - begin < std::chrono::seconds(10), "the shutdown waits for no sleeper");
+  });
 }
 
 TEST(DeleteBackOffDeathTest, EveryDeleteReportsOnceWhereverTheShutdownFindsIt) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(shutDownAmidPolling(), testing::ExitedWithCode(0), "");
+  inOwnProcess([] {
+    GreatRandom random;
+    random.most = 0;  // polls again at once, so that deletes are at every step
+    BusyDeletes deletes(300);
+    deletes.start(random, Sleeper::shared());
+    deletes.shutDownAndCheck();
+  });
 }
 
 }  // namespace

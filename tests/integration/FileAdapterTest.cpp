@@ -2,7 +2,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/UserDirectories.h"
-#include "Platform/Network/CurlHttpTransport.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "Sandbox/SandboxServer.h"
@@ -187,45 +186,6 @@ TEST_F(FileAdapterTest, EveryTemplateKindRoundTripsByteIdentical) {
   }
   EXPECT_GT(server_.serviceStats().tokenHeaders, 0U);
   EXPECT_EQ(server_.storeStats().tokenHeaders, 0U) << "the token must not leave the service";
-}
-
-TEST_F(FileAdapterTest, SpoiledDownloadsFailUnderTheSafePolicyAndLeaveNoFile) {
-  platform::NetworkConfiguration impatient;
-  impatient.stallTimeout = std::chrono::milliseconds(300);
-  platform::VRONetworkUtility::setTransport(std::make_shared<platform::CurlHttpTransport>(
-      impatient, platform::Runtime::shared().pool(), platform::HttpCookieStore::sharedStore()));
-  const Outcome uploaded =
-      upload({{"rawBytes", Data::fromBytes(test::sampleBytes(300'000))}}, "victim");
-  ASSERT_TRUE(uploaded.success) << uploaded.value.description();
-  const std::string fileId = fileIdOf(uploaded);
-
-  constexpr std::chrono::milliseconds kForEver(-1);
-  const struct {
-    const char* what;
-    sandbox::FaultAction action;
-    const char* expected;  // a part of the failure's text
-  } cases[] = {
-      {"cut body", {.cutAfter = 1000}, "cut short"},
-      {"stalled body", {.stallAfter = 1000, .stallFor = kForEver}, "No byte has moved"},
-      {"error page", {.status = 503, .body = "<html>busy</html>"}, "503"},
-      {"no body", {.noBody = true}, "Empty Body Received from Server"},
-      {"dropped connection", {.drop = true}, "without an answer"},
-      {"endless headers", {.endlessHeaders = true}, "headers without end"},
-  };
-  for (const auto& spoiled : cases) {
-    SCOPED_TRACE(spoiled.what);
-    server_.clearFaults();
-    // The first GET is the look-up, the second fetches the bytes.
-    server_.addFault(
-        {{.method = "GET", .path = {}, .listener = {}, .skip = 1, .count = {}}, spoiled.action});
-    const Outcome outcome = download(fileId);
-    EXPECT_FALSE(outcome.success);
-    EXPECT_THAT(outcome.value.description(), HasSubstr(spoiled.expected));
-    EXPECT_EQ(platform::fileKindAt(downloadsPath("victim")), platform::FileKind::kNothing);
-  }
-  server_.clearFaults();
-  EXPECT_TRUE(download(fileId).success);
-  platform::VRONetworkUtility::setTransport(nullptr);
 }
 
 TEST_F(FileAdapterTest, GarbageFromTheServiceEndsEveryOperationWithAnError) {

@@ -73,8 +73,7 @@ class SandboxStoreTest : public SandboxTest {
 TEST_F(SandboxStoreTest, AnotherClientMovesObjectsUnderKeysOfAllShapes) {
   if (!curlCanSign()) GTEST_SKIP() << "curl cannot sign on this machine (--aws-sigv4)";
   const struct {
-    std::string key;
-    std::string path;
+    std::string key, path;
   } kCases[] = {
       {"plain.txt", "/plain.txt"},
       {"bucket/a/b.txt", "/bucket/a/b.txt"},

@@ -115,12 +115,6 @@ TEST_F(SandboxTest, CommitsAndRangesWorkWithTheServiceAndTheStore) {
     const auto beyond = download(record, {{"Range", "bytes=100-"}});
     EXPECT_EQ(beyond->status, 416);
     EXPECT_EQ(beyond->get_header_value("Content-Range"), "bytes */100");
-    for (const std::string& bad : {std::string("bytes=5-1"), std::string("lines=1-2"),
-                                   "bytes=" + std::string(5000, '1') + "-,"}) {
-      const auto whole = download(record, {{"Range", bad}});
-      EXPECT_EQ(whole->status, 200) << bad;
-      EXPECT_EQ(whole->body, bytes) << bad;
-    }
     EXPECT_EQ(download(record, {{"Range", "bytes=0-1"}, {"If-Range", "\"old\""}})->status, 200);
   }
 }
@@ -170,30 +164,19 @@ TEST_F(SandboxTest, FaultsHitWhatTheyMatchAndNothingElse) {
   }
 }
 
-TEST_F(SandboxTest, StopEndsHeadersWithoutEnd) {
-  FaultRule rule;
-  rule.action.endlessHeaders = true;
-  server_->addFault(rule);
-  std::thread reader([this] { EXPECT_FALSE(client().Get(files_)); });
-  std::this_thread::sleep_for(milliseconds(50));
-  const auto start = steady_clock::now();
-  server_->stop();
-  reader.join();
-  EXPECT_LT(steady_clock::now() - start, milliseconds(3000));
-}
-
 TEST_F(SandboxTest, StopEndsRequestsThatWouldTakeForEver) {
   FaultRule rule;
   rule.match.listener = "service";
   rule.action.stallAfter = 1;
   rule.action.stallFor = milliseconds(-1);
   server_->addFault(rule);
+  server_->addFault({{.path = "/endless"}, {.endlessHeaders = true}});
   std::vector<std::thread> clients;
   std::atomic<int> ended = 0;
   for (int i = 0; i < 20; ++i) {
     clients.emplace_back([this, i, &ended] {
       if (i % 2 == 0) {
-        EXPECT_FALSE(client().Get(files_));
+        EXPECT_FALSE((i % 4 == 0 ? client() : store()).Get(i % 4 == 0 ? files_ : "/endless"));
       } else {
         const auto trickle = [](std::size_t, std::size_t, httplib::DataSink& sink) {
           std::this_thread::sleep_for(milliseconds(10));
@@ -218,8 +201,7 @@ TEST_F(SandboxTest, HostileRequestsAreAnsweredAndHarmNobody) {
   const std::string put = "PUT " + files_ + " HTTP/1.1\r\n";
   const std::string bytes = "GET " + base_.path + "/bytes/";
   const struct {
-    std::string request;
-    std::string status;
+    std::string request, status;
   } kCases[] = {
       {"GET /services/../../../etc/passwd HTTP/1.1\r\n\r\n", "404"},
       {bytes + "..%2f..%2frecords.sqlite?type=bytes HTTP/1.1\r\n\r\n", "404"},

@@ -3,6 +3,7 @@
 #include "Platform/TaskEngine/VSAbstractLoopingTask.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
+#include "tests/support/OwnProcess.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <atomic>
@@ -10,18 +11,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// The shared runtime can be shut down once a process, so each case runs in a process of its own,
-// which answers with its exit code.
-
 namespace varo::binary {
 namespace {
 
 using namespace platform;
-using test::eventually;
+using namespace test;
 
 constexpr int kOperations = 60;
-constexpr int kExitAllWell = 0;
-constexpr int kExitWrong = 3;
 
 /// A back end that answers nothing, and operations that wait for it.
 class Stalled {
@@ -63,31 +59,29 @@ class Stalled {
   sandbox::SandboxServer server_{options(directory_.path())};
 };
 
-/// Runs `body` in a process of its own and expects it to exit well, within a few seconds.
-void expectGoodExit(const std::function<bool()>& body) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_EXIT(std::exit(body() ? kExitAllWell : kExitWrong), testing::ExitedWithCode(kExitAllWell),
-              "");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
-}
-
 TEST(ShutdownTest, EndsTransfersInFlightTellsEveryCallerAndRefusesWhatFollows) {
-  expectGoodExit([] {
+  inOwnProcess([] {
     Stalled stalled;
     stalled.startOperations();
-    Runtime::shared().shutdown();
-    const bool allTold = stalled.failures == kOperations;
-    stalled.startOne([&](const Value&) { ++stalled.failures; });
-    return allTold && stalled.failures == kOperations + 1;
+    const auto shutDown = [&] {
+      Runtime::shared().shutdown();
+      require(stalled.failures == kOperations, "every caller was told before a shutdown returns");
+    };
+    std::thread other(shutDown);
+    shutDown();
+    other.join();
+    stalled.startOne([&](const Value& failure) {
+      require(failure.dictionaryValue()["code"] == Value("5001"), "the refusal says why");
+      ++stalled.failures;
+    });
+    require(stalled.failures == kOperations + 1, "what follows is refused at once");
   });
 }
 
 TEST(ShutdownTest, ExitOfTheProcessWithTransfersInFlightIsClean) {
-  expectGoodExit([] {
+  inOwnProcess([] {
     static Stalled& stalled = *new Stalled();  // still there while the exit ends the transfers
     stalled.startOperations();
-    return true;
   });
 }
 
@@ -114,59 +108,44 @@ class EndCounter final : public platform::TaskListener {
 };
 
 TEST(ShutdownTest, LoopsThatIterateEndAndTellTheirListeners) {
-  expectGoodExit([] {
+  inOwnProcess([] {
     const auto counter = std::make_shared<EndCounter>();
     constexpr int kLoops = 20;
     for (int i = 0; i < kLoops; ++i) {
       const auto loop = std::make_shared<EndlessLoop>();
       loop->subscribeForTaskUpdates(counter);
       loop->start();
-      if (!eventually([&] { return loop->iterations > 0; })) return false;
+      require(eventually([&] { return loop->iterations > 0; }), "the loop runs");
     }
     Runtime::shared().shutdown();
-    return counter->ends == kLoops && platform::VSTask::liveCount() == 0;
-  });
-}
-
-TEST(ShutdownTest, ConcurrentShutdownsBothReturnWhenAllIsDone) {
-  expectGoodExit([] {
-    Stalled stalled;
-    stalled.startOperations();
-    bool allTold = true;
-    std::thread other([&] {
-      Runtime::shared().shutdown();
-      if (stalled.failures != kOperations) allTold = false;
-    });
-    Runtime::shared().shutdown();
-    const bool toldHere = stalled.failures == kOperations;
-    other.join();
-    return allTold && toldHere;
+    require(counter->ends == kLoops, "every loop has ended");
+    require(platform::VSTask::liveCount() == 0, "every loop is freed");
   });
 }
 
 TEST(ShutdownTest, ExitOfAForkedChildDoesNotWaitForThreadsItDoesNotHave) {
-  expectGoodExit([] {
+  inOwnProcess([] {
     // Made before the runtime, so called after it has gone: what the threads held, which the child
     // does not have, is no leak to be looked for.
     static const pid_t parent = ::getpid();
     std::atexit([] {
-      if (::getpid() != parent) ::_exit(kExitAllWell);
+      if (::getpid() != parent) ::_exit(0);
     });
     Stalled stalled;
     stalled.startOperations();
     const pid_t child = ::fork();
-    if (child == 0) std::exit(kExitWrong);
+    if (child == 0) std::exit(1);
     int status = -1;
     const bool ended = eventually([&] { return ::waitpid(child, &status, WNOHANG) == child; },
                                   std::chrono::seconds(10));
     if (!ended) ::kill(child, SIGKILL);
     Runtime::shared().shutdown();
-    return ended && WIFEXITED(status) && WEXITSTATUS(status) == kExitAllWell;
+    require(ended && WIFEXITED(status) && WEXITSTATUS(status) == 0, "the child ends well");
   });
 }
 
 TEST(ShutdownTest, ShutdownFromInsideACallbackDoesNotWaitForItself) {
-  expectGoodExit([] {
+  inOwnProcess([] {
     Stalled stalled;
     stalled.startOperations();
     std::atomic<bool> returned{false};
@@ -177,9 +156,8 @@ TEST(ShutdownTest, ShutdownFromInsideACallbackDoesNotWaitForItself) {
           returned = true;
         },
         {});
-    const bool ended = eventually([&] { return returned && stalled.failures == kOperations; });
+    require(eventually([&] { return returned && stalled.failures == kOperations; }), "all end");
     Runtime::shared().shutdown();
-    return ended;
   });
 }
 

@@ -9,15 +9,7 @@
 namespace varo::test {
 namespace {
 
-using platform::Data;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::HttpCompletion;
-using platform::HttpHeader;
-using platform::HttpRequest;
-using platform::HttpResponse;
-using platform::MutexLock;
-using platform::Runtime;
+using namespace platform;
 
 constexpr std::string_view kDomain = "FakeHttpTransport";
 constexpr std::int64_t kNoAnswerScripted = 1;

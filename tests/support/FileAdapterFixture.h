@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "tests/support/OfflineFixture.h"
 
@@ -30,6 +31,12 @@ class FileAdapterFixture : public OfflineFixture {
   [[nodiscard]] binary::BinaryBlock onSuccess() const { return block("success"); }
   [[nodiscard]] binary::BinaryBlock onFailure() const { return block("failure"); }
   [[nodiscard]] binary::BinaryBlock onProgress() const { return block("progress"); }
+
+  /// All three, as a task takes them.
+  [[nodiscard]] platform::Value callback() const {
+    return binary::BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
+        onSuccess(), onFailure(), onProgress());
+  }
 
   [[nodiscard]] std::vector<Event> events() const { return log_->calls(); }
   /// Waits for this many calls of blocks since the beginning.

@@ -27,8 +27,7 @@ class OnlineUploadFixture : public OfflineFixture {
     std::string taskName;
     /// "started", "completed DETAILS" or "failed" and each error's domain, code and text.
     std::string summary;
-    platform::Value uploadParams;
-    platform::Value error;
+    platform::Value uploadParams, error;
   };
 
   OnlineUploadFixture() {

@@ -17,8 +17,7 @@ class RecordingSink final : public platform::LogSink {
  public:
   struct Line {
     platform::LogLevel level;
-    std::string text;
-    std::string file;
+    std::string text, file;
     int line;
   };
 

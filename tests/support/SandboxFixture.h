@@ -32,8 +32,7 @@ inline std::string percentEncoded(const std::string& text) {
 
 /// A URL split as the HTTP client wants it.
 struct Address {
-  std::string origin;
-  std::string path;
+  std::string origin, path;
 };
 
 inline Address split(const std::string& url) {

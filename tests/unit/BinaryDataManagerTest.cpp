@@ -110,7 +110,7 @@ TEST_F(BinaryDataManagerTest, StateOfTheRowDecidesWhetherADownloadMayBeMade) {
 
 TEST_F(BinaryDataManagerTest, ProcessThatDiedLeavesARowAndAFileToGoOnFrom) {
   std::filesystem::create_directories(home_ / "Documents/blobs");
-  std::ofstream(pathOf("7")) << "0123";
+  writeFile(pathOf("7"), "0123");
   addBlob("a", 7, 102, pathOf("7"));
   EXPECT_EQ(create("a").summary(), "create: ok");
   start("7");

@@ -81,6 +81,7 @@ TEST_F(DownloadTest, OutsideStoreSeesNeitherTokenNorQuery) {
 
 TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
   std::filesystem::create_directory(downloads_);
+  const Dictionary ofServer{{"forceDownload", true}};  // which has no say in it
   const struct {
     bool safe;
     Value force;
@@ -89,7 +90,8 @@ TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
   for (const auto& item : cases) {
     setTransferPolicy(item.safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
     writeFile(downloads_ + "/a", "old");
-    answerLookUp({record("a")});
+    transport_->answer(
+        answerWith(200, json({{"records", Array{record("a")}}, {"options", ofServer}})));
     if (item.content == "new") transport_->answer(answerWith(200, "new"));
     download("f1", Dictionary{{"forceDownload", item.force}});
     const Event event = awaitNext();
@@ -100,35 +102,24 @@ TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
   }
 }
 
-TEST_F(DownloadTest, ServerCannotHaveAnExistingFileReplaced) {
-  std::filesystem::create_directory(downloads_);
-  writeFile(downloads_ + "/a", "old");
-  transport_->answer(answerWith(200, json({{"records", Array{record("a")}},
-                                           {"options", Dictionary{{"forceDownload", true}}}})));
-  download();
-  EXPECT_EQ(awaitNext().block, "success");
-  EXPECT_EQ(contentOf(downloads_ + "/a"), "old");
-}
-
 TEST_F(DownloadTest, RecordsThatCannotBeDownloadedFailBeforeAnythingIsFetched) {
   const auto invalid = [](const std::string& name) {
     return "Unable to download file - Invalid parameter value: " + name;
   };
+  const std::string noRecord =
+      "Binary record does not exist. Hence cannot create download task: binary records dosen't "
+      "exist";
+  const std::string twoRecords =
+      "Invalid State For Download Task Creation: binary records incorrect state";
   struct Case {
     Value records;
     std::int64_t code;
     std::string text;
   };
   std::vector<Case> cases{
-      {{},
-       5004,
-       "Binary record does not exist. Hence cannot create download task: binary records dosen't "
-       "exist"},
-      {Array{}, 5004,
-       "Binary record does not exist. Hence cannot create download task: binary records dosen't "
-       "exist"},
-      {Array{record("a"), record("a")}, 5001,
-       "Invalid State For Download Task Creation: binary records incorrect state"},
+      {{}, 5004, noRecord},
+      {Array{}, 5004, noRecord},
+      {Array{record("a"), record("a")}, 5001, twoRecords},
       {Array{Dictionary{}}, 6016, invalid("")},
       {Array{5}, 6016, invalid("")},
       {Array{record(nullptr)}, 6016, invalid("")},
@@ -156,23 +147,28 @@ TEST_F(DownloadTest, RecordsThatCannotBeDownloadedFailBeforeAnythingIsFetched) {
 }
 
 TEST_F(DownloadTest, FetchAndStoreFailuresFollowThePolicy) {
-  struct Case {
+  const struct {
     std::string name;
-    int status;
+    ScriptedAnswer answer;
+    std::string compatible;
     std::int64_t safeCode;
+  } cases[] = {
+      {"missing/sub", answerWith(200, "body"), "success", 6002},
+      {std::string(300, 'n'), answerWith(200, "body"), "success", 6002},
+      {"page", answerWith(503, "body"), "success", 6003},
+      {"lost", failWith(18, "cut short"), "failure", 18},
   };
-  for (const Case& item : {Case{"missing/sub", 200, 6002}, Case{std::string(300, 'n'), 200, 6002},
-                           Case{"page", 503, 6003}}) {
+  for (const auto& item : cases) {
     for (const bool safe : {false, true}) {
       SCOPED_TRACE(item.name + (safe ? ", safe" : ", compatible"));
       setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
       std::filesystem::remove_all(downloads_);
       answerLookUp({record(item.name)});
-      transport_->answer(answerWith(item.status, "body"));
+      transport_->answer(item.answer);
       download();
       const Event event = awaitNext();
-      ASSERT_EQ(event.block, safe ? "failure" : "success");
-      if (!safe) {
+      ASSERT_EQ(event.block, safe ? "failure" : item.compatible);
+      if (event.block == "success") {
         EXPECT_EQ(event.value.dictionaryValue()["filePath"], Value(downloads_ + "/" + item.name));
       } else {
         EXPECT_EQ(errorIn(event.value)->code(), item.safeCode);
@@ -202,16 +198,12 @@ TEST_F(DownloadTest, OneFileIsDownloadedOnceAtATime) {
     for (std::size_t i = 0; i < kThreads; ++i) threads.emplace_back([this] { download(); });
   }
   const auto refused = awaitEvents(kThreads - 1);
-  for (const Event& event : refused) {
-    EXPECT_EQ(
-        event.value,
-        Value(Dictionary{
-            {"code", "10002"},
-            {"localizedDescription", "File Download already in queue, Download not started"},
-            {"domain", "DownloadError"},
-            {"userInfo", Dictionary{{"NSLocalizedDescription",
-                                     "File Download already in queue, Download not started"}}}}));
-  }
+  const char* inQueue = "File Download already in queue, Download not started";
+  const Dictionary refusal{{"code", "10002"},
+                           {"localizedDescription", inQueue},
+                           {"domain", "DownloadError"},
+                           {"userInfo", Dictionary{{"NSLocalizedDescription", inQueue}}}};
+  for (const Event& event : refused) EXPECT_EQ(event.value, Value(refusal));
   answerLookUp({});
   download("f2");  // another file is not in its way
   ASSERT_TRUE(test::eventually([&] { return transport_->heldCount() == 2; }));

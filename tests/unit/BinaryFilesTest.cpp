@@ -1,4 +1,3 @@
-#include "Platform/Foundation/Runtime.h"
 #include "tests/support/FileAdapterFixture.h"
 #include "tests/support/RecordingLog.h"
 
@@ -144,21 +143,6 @@ TEST_F(FilesTest, ExceptionInsideACallReachesItsFailureBlockBeforeItReturns) {
   EXPECT_EQ(
       log->count(LogLevel::kError, "Failed to execute downloadBinary method, error : no copies"),
       1);
-}
-
-/// In a process of its own, which ends with the status 0 when all was as it should be.
-[[noreturn]] void listAfterShutdown() {
-  platform::Runtime::shared().shutdown();
-  std::string code;
-  BinaryFileStorageInterface::getFilesWithUrl(
-      "http://h/services", {}, {}, {},
-      [&](const Value& failure) { code = failure.dictionaryValue()["code"].textValue(); }, {});
-  std::_Exit(code == "5001" ? 0 : 1);
-}
-
-TEST(FilesDeathTest, OperationsAfterTheShutdownFailAtOnce) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(listAfterShutdown(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Platform/Foundation/Base64.h"
 #include "tests/support/FileAdapterFixture.h"
 
@@ -50,13 +49,13 @@ class UploadTest : public test::FileAdapterFixture {
     upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, extra);
   }
 
-  /// Sizes of the bodies of the chunk requests.
-  std::vector<std::size_t> chunkSizes() const {
-    std::vector<std::size_t> sizes;
+  /// The bodies of the chunk requests.
+  std::vector<std::string> chunkBodies() const {
+    std::vector<std::string> bodies;
     for (const RecordedRequest& request : transport_->requests()) {
-      if (request.url != kFiles) sizes.push_back(request.body.value_or("").size());
+      if (request.url != kFiles) bodies.push_back(request.body.value_or(""));
     }
-    return sizes;
+    return bodies;
   }
 
   static Dictionary putToService() {
@@ -126,13 +125,10 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
   constexpr std::size_t kMiB = 1'048'576;
   using Sizes = std::vector<std::size_t>;
   struct Case {
-    std::string name;
-    std::string bytes;
+    std::string name, bytes;
     Value source;  // missing: the file
-    Value chunkSize;
-    Value optionsChunkSize;
-    bool inChunks;
-    bool safe;
+    Value chunkSize, optionsChunkSize;
+    bool inChunks, safe;
     Sizes sizes;
     std::int64_t uploaded;
   };
@@ -158,7 +154,7 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
     Dictionary uploadTemplate = putToService();
     uploadTemplate.set("chunkupload", item.inChunks ? "true" : "false");
     serve(uploadTemplate);
-    const std::size_t before = chunkSizes().size();
+    const std::size_t before = chunkBodies().size();
     const Dictionary extra{{"chunkSize", item.chunkSize}};
     const Dictionary options{{"chunkSize", item.optionsChunkSize}};
     if (item.source.isMissing()) {
@@ -173,8 +169,10 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
     const auto& last = all[all.size() - 2].value;
     EXPECT_EQ(last.dictionaryValue()["progressData"].dictionaryValue()["bytesUploadedTillNow"],
               Value(item.uploaded));
-    const Sizes sizes = chunkSizes();
-    EXPECT_EQ(Sizes(sizes.begin() + static_cast<std::ptrdiff_t>(before), sizes.end()), item.sizes);
+    const auto bodies = chunkBodies();
+    Sizes sizes;
+    for (std::size_t i = before; i < bodies.size(); ++i) sizes.push_back(bodies[i].size());
+    EXPECT_EQ(sizes, item.sizes);
   }
 }
 
@@ -227,22 +225,9 @@ TEST_F(UploadTest, FileThatIsReplacedOrGrowsIsUploadedAsItWas) {
   uploadPath({{"chunkSize", 4}});
   EXPECT_EQ(awaitEvents(5).back().block, "success");
   std::string sent;
-  for (const RecordedRequest& request : transport_->requests()) {
-    if (request.url != kFiles) sent += request.body.value_or("");
-  }
+  for (const std::string& body : chunkBodies()) sent += body;
   EXPECT_EQ(sent, "0123456789");
 }
-
-struct UploadFailure {
-  std::string name;
-  std::vector<ScriptedAnswer> answers;
-  /// Code of the failure, 0 for silence.
-  std::int64_t compatibleCode;
-  std::int64_t safeCode;
-  std::string safeText;
-  /// Chunks that were reported before it.
-  std::size_t chunks;
-};
 
 TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
   writeFile(path_, "0123456789");
@@ -267,7 +252,13 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
   const std::string noMethod =
       "Unable to upload file - Invalid parameter value: the upload template's method is neither "
       "put nor post : patch";
-  const UploadFailure cases[] = {
+  const struct {
+    std::string name;
+    std::vector<ScriptedAnswer> answers;
+    std::int64_t compatibleCode, safeCode;  // of the failure, 0 for silence
+    std::string safeText;
+    std::size_t chunks;  // that were reported before it
+  } cases[] = {
       {"creation refused", {down}, 7, 7, connection, 0},
       {"creation failed", {refused}, 6003, 6003, opstatus, 0},
       {"creation without body", {none}, 0, 6014, empty, 0},
@@ -281,7 +272,7 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       {"commit without body", {start, ok, ok, ok, none}, 0, 6014, empty, 3},
   };
   std::size_t events = 0;
-  for (const UploadFailure& item : cases) {
+  for (const auto& item : cases) {
     for (const bool safe : {false, true}) {
       SCOPED_TRACE(item.name + (safe ? ", safe" : ", compatible"));
       setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
@@ -328,8 +319,7 @@ TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
       {{"url", kUrl},
        {"uploadParams", Dictionary{{"file", Dictionary{{"rawBytes", Data::fromBytes("x")}}}}},
        {"options", Dictionary{{"chunkSize", 0}}},
-       {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
-                        onSuccess(), onFailure(), onProgress())}});
+       {"callback", callback()}});
   task->start();
   EXPECT_EQ(awaitEvents(2).back().value.dictionaryValue()["code"], Value("6012"));
 }
@@ -362,8 +352,7 @@ TEST_F(UploadTest, CommitThatIsNotJsonIsReportedAndStillSent) {
         {{"commitUrl", "http://h/"},
          {"uploadParams",
           Dictionary{{"metadata", Dictionary{{"commit_properties", item.properties}}}}},
-         {"callback", BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
-                          onSuccess(), onFailure(), onProgress())}});
+         {"callback", callback()}});
     task->start();
     task.reset();
     awaitEvents(before + item.failures + 1);

@@ -95,8 +95,7 @@ TEST(FailureText, ReadsEveryShapeOfFailure) {
   struct Case {
     Value failure;
     std::int64_t code;
-    std::string message;
-    std::string hint;
+    std::string message, hint;
   };
   const std::vector<Case> cases = {
       {Dictionary{{"error", Dictionary{{"Errors", Array{Value(noRecord)}}}}}, 5004, "no record",

@@ -18,8 +18,7 @@ using Words = std::vector<std::string>;
 
 struct Parsed {
   ParsedCommandLine line;
-  std::string results;
-  std::string messages;
+  std::string results, messages;
 };
 
 Parsed parse(const Words& words, const std::string& tokenVariable = "") {

@@ -32,8 +32,7 @@ TEST(Sha256Test, PublishedExamplesOnceAtOnceAndPieceByPiece) {
 
 TEST(HmacSha256Test, PublishedExamplesOnceAtOnceAndPieceByPiece) {
   const struct {
-    std::string key;
-    std::string bytes;
+    std::string key, bytes;
     std::string_view code;
   } cases[] = {
       {"Jefe", "what do ya want for nothing?",

@@ -18,8 +18,7 @@ TEST_F(DownloadFileTest, FailuresOfTheFileSystemEndTheDownloadAndNameThePath) {
   const struct {
     std::string name;
     std::function<void()> prepare;
-    std::string message;
-    std::string cause;
+    std::string message, cause;
   } cases[] = {
       {"directory", [&] { std::filesystem::create_directories(path()); }, "", "Is a directory"},
       {"FIFO", [&] { ::mkfifo(path().c_str(), 0600); }, "", "Invalid argument"},

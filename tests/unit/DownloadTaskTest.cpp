@@ -249,8 +249,7 @@ TEST_F(DownloadTaskTest, RunStartsAtItsOffsetWhateverTheFileHas) {
   const std::string& bytes = object_.bytes;
   const std::string rest = "bytes=1000-1999 bytes=2000-2499";
   const struct {
-    std::string name;
-    std::string leftOver;
+    std::string name, leftOver;
     std::int64_t offset;
     TransferPolicy policy;
     bool ends;

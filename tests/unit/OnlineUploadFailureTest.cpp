@@ -3,6 +3,7 @@
 #include "Binary/Binary/UploadTask/UploadTemplateGetterTask.h"
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/OnlineUploadFixture.h"
+#include "tests/support/OwnProcess.h"
 
 #include <stdexcept>
 
@@ -174,19 +175,17 @@ TEST_F(OnlineUploadFailureTest, ExceptionWhileStartingIsReported) {
 }
 
 TEST_F(OnlineUploadFailureTest, ShutdownTellsEveryUploadAndRefusesWhatFollows) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";  // the runtime ends once a process
-  const auto tellsAll = [this] {
+  inOwnProcess([this] {
     transport_->hold();
     for (int i = 0; i < 20; ++i) upload(config());
     awaitHeld(5);
     platform::Runtime::shared().shutdown();
-    const bool allTold = calls().size() == 20;
+    require(calls().size() == 20, "every upload was told");
     upload(config());
-    return allTold && calls().size() == 21 &&
-           calls()[20].summary ==
-               "failed UploadError 6006 Upload error: The library has been shut down";
-  };
-  EXPECT_EXIT(std::_Exit(tellsAll() ? 0 : 1), testing::ExitedWithCode(0), "");
+    const char* refused = "failed UploadError 6006 Upload error: The library has been shut down";
+    require(calls().size() == 21 && calls()[20].summary == refused, "what follows is refused");
+    std::_Exit(0);  // without the checks of this fixture
+  });
 }
 
 }  // namespace

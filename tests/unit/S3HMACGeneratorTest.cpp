@@ -89,8 +89,7 @@ TEST_F(S3HMACGeneratorTest, HeadersAndCanonicalRequestOfEachOperationAreThisLibr
     S3OperationType type;
     std::string objectName;
     std::optional<Data> payload;
-    std::string signedHeaders;
-    std::string payloadHash;
+    std::string signedHeaders, payloadHash;
   } cases[] = {{kUpload, "a b/c$\xC3\xA9", welcome, put, kWelcomeHash},
                {kUpload, "x", inFile("Welcome to Amazon S3."), put, kWelcomeHash},
                {kUpload, "/x", Data(), put, kEmptyHash},

@@ -49,8 +49,7 @@ ErrorPtr someError(const VSTask& task) {
 class Recorder final : public TaskListener {
  public:
   struct Event {
-    TaskState from;
-    TaskState to;
+    TaskState from, to;
     Dictionary context;
   };
 

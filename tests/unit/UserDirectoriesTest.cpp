@@ -1,8 +1,8 @@
 #include "Platform/Foundation/UserDirectories.h"
+#include "tests/support/EnvironmentVariable.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <fstream>
-#include <map>
 #include <optional>
 
 namespace varo::platform {
@@ -10,41 +10,27 @@ namespace {
 
 using varo::test::TemporaryDirectory;
 
-/// Sets or removes the variables that name the user's directories, and puts them back.
-class Environment {
- public:
-  explicit Environment(const std::map<std::string, std::string>& values) {
-    for (const char* name : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME"}) {
-      const char* value = std::getenv(name);
-      before_[name] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
-      const auto given = values.find(name);
-      set(name, given != values.end() ? std::optional(given->second) : std::nullopt);
-    }
+using Setting = std::optional<std::string>;
+
+/// The variables that name the user's directories.
+struct Environment {
+  Environment(const Setting& homeValue, const Setting& configValue, const Setting& dataValue)
+      : home("HOME", homeValue),
+        config("XDG_CONFIG_HOME", configValue),
+        data("XDG_DATA_HOME", dataValue) {
     UserDirectories::install(nullptr);
   }
-  ~Environment() {
-    for (const auto& [name, value] : before_) set(name, value);
-    UserDirectories::install(nullptr);
-  }
+  ~Environment() { UserDirectories::install(nullptr); }
   Environment(const Environment&) = delete;
   Environment& operator=(const Environment&) = delete;
 
- private:
-  static void set(const std::string& name, const std::optional<std::string>& value) {
-    if (value) {
-      ::setenv(name.c_str(), value->c_str(), 1);
-    } else {
-      ::unsetenv(name.c_str());
-    }
-  }
-  std::map<std::string, std::optional<std::string>> before_;
+  const test::EnvironmentVariable home, config, data;
 };
 
 TEST(UserDirectoriesTest, FollowsTheUsersSettingsAndIgnoresBrokenOnes) {
   const TemporaryDirectory config;
   const struct {
-    std::string_view line;
-    std::string_view downloads;
+    std::string_view line, downloads;
   } cases[] = {
       {"", "/home/u/Downloads"},
       {"XDG_DOWNLOAD_DIR=\"$HOME/Load\"", "/home/u/Load"},
@@ -60,7 +46,7 @@ TEST(UserDirectoriesTest, FollowsTheUsersSettingsAndIgnoresBrokenOnes) {
   for (const auto& item : cases) {
     std::ofstream(config / "user-dirs.dirs") << "# comment\nXDG_DOCUMENTS_DIR=\"$HOME/Papers\"\r\n"
                                              << item.line;
-    const Environment environment({{"HOME", "/home/u/"}, {"XDG_CONFIG_HOME", config.path()}});
+    const Environment environment("/home/u/", config.path(), {});
     const auto directories = UserDirectories::current();
     EXPECT_EQ(directories->downloads(), item.downloads) << item.line;
     EXPECT_EQ(directories->documents(), "/home/u/Papers");
@@ -73,15 +59,13 @@ TEST(UserDirectoriesTest, WithoutSettingsTheyStandBelowHome) {
   ASSERT_TRUE(std::filesystem::create_directory(home / ".config"));
   std::ofstream(home / ".config/user-dirs.dirs") << "XDG_DOWNLOAD_DIR=\"$HOME/Load\"\n";
   {
-    const Environment environment(
-        {{"HOME", home.path()}, {"XDG_CONFIG_HOME", "relative"}, {"XDG_DATA_HOME", "/data/"}});
+    const Environment environment(home.path(), "relative", "/data/");
     EXPECT_EQ(UserDirectories::current()->downloads(), home / "Load");
     EXPECT_EQ(UserDirectories::current()->documents(), home / "Documents");
     EXPECT_EQ(UserDirectories::current()->library(), "/data/varobinary");
   }
-  for (const auto& values :
-       {std::map<std::string, std::string>{}, {{"HOME", ""}}, {{"HOME", "relative"}}}) {
-    const Environment environment(values);
+  for (const Setting& value : {Setting(), Setting(""), Setting("relative")}) {
+    const Environment environment(value, {}, {});
     EXPECT_EQ(UserDirectories::current()->documents().front(), '/');
   }
 }
