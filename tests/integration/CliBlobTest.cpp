@@ -5,6 +5,8 @@
 
 #include <SQLiteCpp/Database.h>
 
+#include <random>
+
 namespace varo::test {
 namespace {
 
@@ -12,6 +14,7 @@ using namespace platform;
 using sandbox::ExampleDatabase;
 
 constexpr std::size_t kRange = 1 << 20;
+constexpr int kBusyMs = 5000;  // that the program may hold its database
 
 /// The built program on an application's database.
 class CliBlobTest : public CliFixture {
@@ -21,12 +24,12 @@ class CliBlobTest : public CliFixture {
     prepare();
   }
 
-  void prepare() {
+  void prepare(std::size_t chunkSize = kRange) {
     const auto error = ExampleDatabase::make(database(), sandbox());
     ASSERT_FALSE(error) << error->message;
-    std::ofstream(config()) << R"({"ScopeName":"HR","ObjectName":"employees","ChunkSize":1048576,)"
-                            << R"("Headers":{"X-From":"file","X-Kept":"file"},"URL":")"
-                            << sandbox().blobUrl() << "\"}";
+    std::ofstream(config()) << R"({"ScopeName":"HR","ObjectName":"employees","ChunkSize":)"
+                            << chunkSize << R"(,"Headers":{"X-From":"file","X-Kept":"file"},)"
+                            << R"("URL":")" << sandbox().blobUrl() << "\"}";
   }
 
   [[nodiscard]] std::string database() const {
@@ -65,7 +68,6 @@ class CliBlobTest : public CliFixture {
     return bytes;
   }
   [[nodiscard]] int numberOf(const std::string& expression, const std::string& condition) const {
-    constexpr int kBusyMs = 5000;
     return SQLite::Database(database(), SQLite::OPEN_READWRITE, kBusyMs)
         .execAndGet("SELECT " + expression + " FROM varosyncBLOBSTOREMANAGER WHERE " + condition)
         .getInt();
@@ -179,6 +181,48 @@ TEST_F(CliBlobTest, InterruptBeforeThereIsADownloadEndsPromptly) {
   EXPECT_EQ(child.wait(std::chrono::seconds(10)), 130);
   eventsEndingIn("failure", {130, child.output(), child.errors()});
   EXPECT_EQ(sandbox().serviceStats().requests, 0U);
+}
+
+TEST_F(CliBlobTest, KillsAndInterruptsAtAnyMomentLeaveWhatTheNextDownloadCompletes) {
+  prepare(20'000);  // more than a hundred ranges
+  const std::string expected = photoOf(2);
+  const std::string path = home() + "/Documents/blobs/1";
+  const auto startOver = [this] {
+    SQLite::Database(database(), SQLite::OPEN_READWRITE, kBusyMs)
+        .exec("UPDATE varosyncBLOBSTOREMANAGER SET state = 101, localPath = ''");
+  };
+  const auto began = std::chrono::steady_clock::now();
+  ASSERT_EQ(CliFixture::run(download(2)).status, 0);
+  const auto whole = std::chrono::duration_cast<std::chrono::microseconds>(
+      std::chrono::steady_clock::now() - began);
+  startOver();
+  constexpr int kRounds = 60;
+  std::mt19937 random(3);
+  std::uniform_int_distribution<std::chrono::microseconds::rep> moment(0, whole.count());
+  int inTheMiddle = 0;
+  std::size_t kept = 0;  // bytes that the next download has to go on from
+  for (int round = 0; round < kRounds; ++round) {
+    {
+      ChildProcess child(settingsFor(download(2)));
+      std::this_thread::sleep_for(std::chrono::microseconds(moment(random)));
+      child.signal(round % 3 == 0 ? SIGINT : SIGKILL);
+      (void)child.wait();
+    }
+    const bool isComplete = numberOf("count(*)", "state = 50") == 1;
+    const std::string bytes = contentOf(path);
+    ASSERT_TRUE(expected.starts_with(bytes)) << "after round " << round;
+    ASSERT_GE(bytes.size(), kept) << "round " << round << " started over";
+    kept = isComplete || numberOf("count(*)", "localPath <> ''") == 0 ? 0 : bytes.size();
+    if (isComplete) {
+      ASSERT_EQ(bytes.size(), expected.size()) << "after round " << round;
+      startOver();
+    }
+    inTheMiddle += !isComplete && !bytes.empty() ? 1 : 0;
+  }
+  EXPECT_GE(inTheMiddle, kRounds / 10) << "the moments were not spread";
+  EXPECT_EQ(CliFixture::run(download(2)).status, 0);
+  EXPECT_EQ(stateOf("1"), 50);
+  EXPECT_TRUE(contentOf(path) == expected);
 }
 
 TEST_F(CliBlobTest, DeleteRecordsAndRemovesWhenTold) {

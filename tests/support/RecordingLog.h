@@ -27,7 +27,7 @@ class RecordingSink final : public platform::LogSink {
       const platform::MutexLock lock(mutex_);
       lines_.push_back({level, std::string(message), location.file, location.line});
     }
-    if (onWrite) onWrite(logger);
+    if (onWrite) onWrite(logger, message);
   }
   void flush() override {}
 
@@ -47,8 +47,8 @@ class RecordingSink final : public platform::LogSink {
     lines_.clear();
   }
 
-  /// Called for each line with the logger's name; set before the sink is used.
-  std::function<void(std::string_view)> onWrite;
+  /// Called for each line with the logger's name and the text; set before the sink is used.
+  std::function<void(std::string_view, std::string_view)> onWrite;
 
  private:
   mutable platform::Mutex mutex_;

@@ -203,7 +203,7 @@ TEST_F(DeleteTest, CallbackComesBeforeTheEndOfAPolledDeleteAndAfterAllOtherEnds)
   std::shared_ptr<BinaryDeleteTask> task;
   std::atomic<TaskState> whenCalled;
   std::atomic<int> calls = 0;
-  log->onWrite = [&](std::string_view) {
+  log->onWrite = [&](auto, auto) {
     whenCalled = task->state();
     ++calls;
   };

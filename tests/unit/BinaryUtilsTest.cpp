@@ -147,7 +147,7 @@ TEST(BinaryLoggerTest, SinksThatThrowOrLogThemselvesDoNoHarm) {
   const test::RecordingLog log;
   BinaryLogger& logger = BinaryLogger::sharedInstance();
   std::atomic<int> inside{0};
-  log->onWrite = [&](std::string_view name) {
+  log->onWrite = [&](std::string_view name, auto) {
     EXPECT_EQ(name, "Binary");
     EXPECT_EQ(++inside, 1);
     logger.logInfo("from inside");

@@ -1,8 +1,8 @@
 // Downloads whose tasks, answers and callers meet at the worst moments, a thousand times over.
 
 #include "Binary/Binary/DownloadTask/Chunk.h"
-#include "Platform/Logging/VaroNativeFacade.h"
 #include "tests/support/DownloadFixture.h"
+#include "tests/support/RecordingLog.h"
 
 #include <random>
 

@@ -193,6 +193,18 @@ TEST_F(DownloadSchedulingTest, OperationsOfManyThreadsLeaveNoPlaceTakenAndNoWron
   std::vector<std::string> ids;
   for (int i = 0; i < 8; ++i) ids.push_back(newBlob(std::to_string(i)));
   const auto ignore = [](const auto&, const auto&, const auto&) {};
+  using Operation = std::function<void(const std::string& id, unsigned which)>;
+  const Operation begin = [&](const auto& id, unsigned) { manager_->startDownload(id, ignore); };
+  const Operation pause = [&](const auto& id, unsigned) { manager_->pauseDownload(id, ignore); };
+  const Operation resume = [&](const auto& id, unsigned) { manager_->resumeDownload(id, ignore); };
+  const Operation createAgain = [&](const auto&, unsigned which) {
+    manager_->createDownloadTaskForDb(kDatabase, kTable, kColumn,
+                                      {{"pk", std::to_string(which % ids.size())}}, config(), {});
+  };
+  const Operation clear = [&](const auto&, unsigned which) {
+    if (which % 11 == 0) manager_->clearBinaryDataManagerState();
+  };
+  const Operation operations[] = {createAgain, pause, pause, resume, resume, clear, begin, begin};
   std::vector<std::thread> threads;
   for (unsigned seed = 0; seed < 4; ++seed) {
     threads.emplace_back([&, seed] {
@@ -201,26 +213,7 @@ TEST_F(DownloadSchedulingTest, OperationsOfManyThreadsLeaveNoPlaceTakenAndNoWron
         random = random * 1664525 + 1013904223;
         const unsigned which = random >> 16;
         const std::string& id = ids[which % ids.size()];
-        switch (which / ids.size() % 8) {
-          case 0:
-            manager_->createDownloadTaskForDb(kDatabase, kTable, kColumn,
-                                              {{"pk", std::to_string(which % ids.size())}},
-                                              config(), {});
-            break;
-          case 1:
-          case 2:
-            manager_->pauseDownload(id, ignore);
-            break;
-          case 3:
-          case 4:
-            manager_->resumeDownload(id, ignore);
-            break;
-          case 5:
-            if (which % 11 == 0) manager_->clearBinaryDataManagerState();
-            break;
-          default:
-            manager_->startDownload(id, ignore);
-        }
+        operations[which / ids.size() % std::size(operations)](id, which);
       }
     });
   }

@@ -342,17 +342,6 @@ TEST_F(DownloadTaskTest, StreamedChunksArriveOnceAndInOrderAndLeaveNoFile) {
   }
 }
 
-TEST_F(DownloadTaskTest, ProgressIsToldAfterEachChunk) {
-  std::vector<std::pair<std::int64_t, std::int64_t>> told;
-  const auto block = std::make_shared<OnChunkDownloadCompleted>(
-      [&](const std::string&, std::int64_t written, std::int64_t total, const Value&) {
-        told.emplace_back(written, total);
-      });
-  runTo(TaskState::Ended, {{kOnChunkDownloadCompleted, Value(block)}});
-  EXPECT_THAT(told,
-              ElementsAre(std::pair(1000, 2500), std::pair(2000, 2500), std::pair(2500, 2500)));
-}
-
 TEST_F(DownloadTaskTest, ObjectOfUnknownSizeWithoutEndIsStopped) {
   transport_->setHandler([](const RecordedRequest& request) {
     const std::int64_t first = test::askedRange(request).value().first;

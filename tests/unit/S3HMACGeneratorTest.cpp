@@ -44,37 +44,19 @@ class S3HMACGeneratorTest : public testing::Test {
   const SteppingClock clock_{kPublishedTime};
 };
 
-TEST_F(S3HMACGeneratorTest, PublishedRequestsGetTheirPublishedSignatures) {
-  const std::string host = "host:examplebucket.s3.amazonaws.com\n";
-  const std::string date = "x-amz-date:20130524T000000Z\n";
-  const std::string noBody = "x-amz-content-sha256:" + kEmptyHash + "\n";
-  const struct {
-    std::string canonicalRequest;
-    std::string_view signature;
-  } cases[] = {
-      {"GET\n/test.txt\n\n" + host + "range:bytes=0-9\n" + noBody + date +
-           "\nhost;range;x-amz-content-sha256;x-amz-date\n" + kEmptyHash,
-       "f0e8bdb87c964420e857bd35b5d6ed310bd44f0170aba48dd91039c6036bdb41"},
-      {"PUT\n/test%24file.text\n\ndate:Fri, 24 May 2013 00:00:00 GMT\n" + host +
-           "x-amz-content-sha256:" + kWelcomeHash + "\n" + date +
-           "x-amz-storage-class:REDUCED_REDUNDANCY\n\n"
-           "date;host;x-amz-content-sha256;x-amz-date;x-amz-storage-class\n" +
-           kWelcomeHash,
-       "98ad721746da40c64f1a55b78f14c238d841ea1380cd77a1b5971af0ece108bd"},
-      {"GET\n/\nlifecycle=\n" + host + noBody + date + "\nhost;x-amz-content-sha256;x-amz-date\n" +
-           kEmptyHash,
-       "fea454ca298b7da1c68078a5d1bdbfbbe0d65c699e0f91ac7a200a0136783543"},
-      {"GET\n/\nmax-keys=2&prefix=J\n" + host + noBody + date +
-           "\nhost;x-amz-content-sha256;x-amz-date\n" + kEmptyHash,
-       "34b48302e7b5fa45bde8084f4b7868a86f0a534bc59db6670ed5711ef69dc6f7"},
-  };
+TEST_F(S3HMACGeneratorTest, PublishedRequestGetsItsPublishedSignature) {
   const S3HMACGenerator signer(authParameters(), requestTemplate("GET"), std::nullopt, kDownload,
                                clock_);
-  for (const auto& item : cases) {
-    const auto stringToSign = signer.prepareStringToSign(item.canonicalRequest);
-    ASSERT_TRUE(stringToSign.ok());
-    EXPECT_EQ(*signer.calculateSignature(*stringToSign), item.signature) << item.canonicalRequest;
-  }
+  const auto stringToSign = signer.prepareStringToSign(
+      "PUT\n/test%24file.text\n\ndate:Fri, 24 May 2013 00:00:00 GMT\n"
+      "host:examplebucket.s3.amazonaws.com\nx-amz-content-sha256:" +
+      kWelcomeHash +
+      "\nx-amz-date:20130524T000000Z\nx-amz-storage-class:REDUCED_REDUNDANCY\n\n"
+      "date;host;x-amz-content-sha256;x-amz-date;x-amz-storage-class\n" +
+      kWelcomeHash);
+  ASSERT_TRUE(stringToSign.ok());
+  EXPECT_EQ(*signer.calculateSignature(*stringToSign),
+            "98ad721746da40c64f1a55b78f14c238d841ea1380cd77a1b5971af0ece108bd");
   EXPECT_EQ(S3HMACGenerator::getSignatureKey("wJalrXUtnFEMI/K7MDENG+bPxRfiCYEXAMPLEKEY", "20120215",
                                              "us-east-1", "iam")
                 ->hex(),

@@ -3,6 +3,7 @@
 #include "Platform/TaskEngine/VSTaskError.h"
 #include "tests/support/Await.h"
 #include "tests/support/CallLog.h"
+#include "tests/support/ScriptedBackOff.h"
 
 #include <gmock/gmock.h>
 
@@ -341,20 +342,6 @@ TEST_F(TaskEngineTest, FailingIterationEndsTheLoopUnlessItCountsAsSuccess) {
   }
 }
 
-/// Notes the delays and wakes at once.
-class ImpatientSleeper final : public Sleeper {
- public:
-  explicit ImpatientSleeper(TimerQueue::Reason reason) : reason_(reason) {}
-  void wakeAfter(std::chrono::milliseconds delay, TimerQueue::Job wake) override {
-    delays.push_back(delay.count());
-    wake(reason_);
-  }
-  std::vector<std::int64_t> delays;  // touched by the steps of one loop
-
- private:
-  const TimerQueue::Reason reason_;
-};
-
 TEST_F(TaskEngineTest, LoopSleepsBetweenIterationsAndAShutdownEndsItWithAnError) {
   class SleepingLoop final : public VSAbstractLoopingTask {
    public:
@@ -368,12 +355,13 @@ TEST_F(TaskEngineTest, LoopSleepsBetweenIterationsAndAShutdownEndsItWithAnError)
           std::chrono::milliseconds(_outputContext.get("count").integerValue()));
     }
   };
-  ImpatientSleeper sleeper(TimerQueue::Reason::kDue);
+  test::RecordingSleeper sleeper;
   auto recorder = runToEnd(std::make_shared<SleepingLoop>(sleeper));
   EXPECT_EQ(recorder->states().back(), Ended);
   EXPECT_THAT(sleeper.delays, ElementsAre(1, 2));
 
-  ImpatientSleeper shuttingDown(TimerQueue::Reason::kShutDown);
+  test::RecordingSleeper shuttingDown;
+  shuttingDown.reason = TimerQueue::Reason::kShutDown;
   recorder = runToEnd(std::make_shared<SleepingLoop>(shuttingDown));
   EXPECT_EQ(recorder->states().back(), Errored);
   EXPECT_THAT(shuttingDown.delays, ElementsAre(1));
