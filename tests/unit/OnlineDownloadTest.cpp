@@ -40,35 +40,16 @@ const std::string kInQueue =
 /// What follows is the task's message.
 const std::string kFailed = "DownloadTaskError 4: DownloadTaskError (code 4)";
 
-/// The calls of the blocks since the last `clear`: "block name" and what follows.
-struct Calls {
-  void add(std::string call) {
-    const platform::MutexLock lock(mutex);
-    all.push_back(std::move(call));
-  }
-  void clear() {
-    const platform::MutexLock lock(mutex);
-    all.clear();
-  }
-  std::vector<std::string> of(const std::string& blocks) const {
-    const platform::MutexLock lock(mutex);
-    std::vector<std::string> found = all;
-    std::erase_if(found, [&](const std::string& call) {
-      return blocks.find(call.substr(0, call.find(' '))) == std::string::npos;
-    });
-    return found;
-  }
-  mutable platform::Mutex mutex;
-  std::vector<std::string> all VARO_GUARDED_BY(mutex);
-};
-
 Dictionary json(const std::string& text) {
   return CommonUtils::parseJsonString(text).dictionaryValue();
 }
 
-/// Downloads by a manager of its own.
+/// Downloads by a manager of its own. The calls of blocks are noted as "block name" and what
+/// follows.
 class OnlineDownloadTest : public test::DownloadFixture {
  protected:
+  ~OnlineDownloadTest() override { awaitEndOfTasks(); }  // whose blocks use what is here
+
   static Dictionary endpoint(const Dictionary& more = {}) {
     Dictionary configuration = json(R"({"endpointUrl":"http://store/${fileId}"})");
     configuration.addEntries(more);
@@ -105,11 +86,11 @@ class OnlineDownloadTest : public test::DownloadFixture {
   }
   /// Downloads, and waits until the name can be used again: the call of the one end.
   std::string outcome(const Dictionary& fileParams, const Dictionary& configuration = endpoint(),
-                      const std::optional<Dictionary>& options = {}, bool streaming = false) const {
-    calls_->clear();
+                      const std::optional<Dictionary>& options = {}, bool streaming = false) {
+    first_ = std::ssize(calls_->calls());
     start(fileParams, configuration, options, streaming);
     const auto ends = awaitEnds(1);
-    awaitNoTasks();
+    awaitEndOfTasks();
     return ends.size() == 1 ? ends.front() : testing::PrintToString(ends);
   }
   /// The error's own text and those of the tasks in its user information.
@@ -120,14 +101,20 @@ class OnlineDownloadTest : public test::DownloadFixture {
     }
     return text;
   }
-  /// All ends since the calls were cleared, at least `count`.
-  std::vector<std::string> awaitEnds(std::size_t count) const {
-    EXPECT_TRUE(eventually([&] { return calls_->of("completed failed").size() >= count; }))
-        << testing::PrintToString(calls_->of("started completed failed"));
-    return calls_->of("completed failed");
+  /// The calls of these blocks since `first_`.
+  [[nodiscard]] std::vector<std::string> callsOf(const std::string& blocks) const {
+    std::vector<std::string> found = calls_->calls();
+    found.erase(found.begin(), found.begin() + first_);
+    std::erase_if(found, [&](const std::string& call) {
+      return blocks.find(call.substr(0, call.find(' '))) == std::string::npos;
+    });
+    return found;
   }
-  void awaitNoTasks() const {
-    EXPECT_TRUE(eventually([this] { return platform::VSTask::liveCount() == tasksBefore_; }));
+  /// All ends since `first_`, at least `count`.
+  std::vector<std::string> awaitEnds(std::size_t count) const {
+    EXPECT_TRUE(eventually([&] { return callsOf("completed failed").size() >= count; }))
+        << testing::PrintToString(callsOf("started completed failed"));
+    return callsOf("completed failed");
   }
   void awaitRequests(std::size_t count) const {
     EXPECT_TRUE(eventually([&] { return transport_->requestCount() == count; }));
@@ -135,12 +122,12 @@ class OnlineDownloadTest : public test::DownloadFixture {
   /// What is in the file that the call of a completed block names.
   [[nodiscard]] std::string bytesOf(const std::string& call) const {
     const std::size_t at = call.find(home_ / "Documents");
-    if (at == std::string::npos) return call;
-    std::ifstream file(call.substr(at), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return at == std::string::npos ? call : test::contentOf(call.substr(at));
   }
 
-  const std::shared_ptr<Calls> calls_ = std::make_shared<Calls>();
+  const std::shared_ptr<test::CallLog<std::string>> calls_ =
+      std::make_shared<test::CallLog<std::string>>();
+  std::ptrdiff_t first_ = 0;
   const test::SteppingClock clock_{1'700'000'000};
   const std::shared_ptr<OnlineBinaryDataManager> manager_ =
       std::make_shared<OnlineBinaryDataManager>(clock_);
@@ -171,7 +158,7 @@ TEST_F(OnlineDownloadTest, RequestFollowsConfigurationFileParametersAndOptions) 
   for (const auto& item : cases) {
     EXPECT_THAT(outcome(named("a"), json(item.configuration), item.options),
                 StartsWith("completed a /"));
-    EXPECT_THAT(calls_->of("started"), ElementsAre("started a"));
+    EXPECT_THAT(callsOf("started"), ElementsAre("started a"));
     const RecordedRequest request = transport_->requests().back();
     EXPECT_EQ(request.url, item.url);
     EXPECT_EQ(request.header(kToken).value_or("none"), item.token);
@@ -230,13 +217,12 @@ TEST_F(OnlineDownloadTest, BytesComeInOrderIntoTheFileOrThroughTheStreamBlock) {
   setTransferPolicy(TransferPolicy::kSafe);
   const Dictionary inRanges = endpoint({{"ChunkSize", 1000}});
   EXPECT_EQ(bytesOf(outcome(named("a"), inRanges)), object_.bytes);
-  EXPECT_THAT(calls_->of("chunk stream"),
+  EXPECT_THAT(callsOf("chunk stream"),
               ElementsAre("chunk a 1000/2500", "chunk a 2000/2500", "chunk a 2500/2500"));
   EXPECT_EQ(bytesOf(outcome(named("b"), inRanges, {}, true)), "");
-  EXPECT_THAT(calls_->of("chunk stream"),
-              ElementsAre("stream b " + object_.bytes.substr(0, 1000),
-                          "stream b " + object_.bytes.substr(1000, 1000),
-                          "stream b " + object_.bytes.substr(2000)));
+  EXPECT_THAT(callsOf("chunk stream"), ElementsAre("stream b " + object_.bytes.substr(0, 1000),
+                                                   "stream b " + object_.bytes.substr(1000, 1000),
+                                                   "stream b " + object_.bytes.substr(2000)));
 }
 
 TEST_F(OnlineDownloadTest, NoNameLeadsOutOfTheFolderOrFailsForItsSlashes) {
@@ -288,7 +274,7 @@ TEST_F(OnlineDownloadTest, WhatCannotBeDownloadedIsToldThroughTheFailureBlock) {
   transport_->setHandler([](const auto&) { return answerWith(404, ""); });
   for (const auto& item : cases) {
     EXPECT_EQ(outcome(named("a"), item.first), "failed a: " + item.second);
-    EXPECT_EQ(calls_->of("started").size(), item.second.starts_with(kFailed) ? 1U : 0U);
+    EXPECT_EQ(callsOf("started").size(), item.second.starts_with(kFailed) ? 1U : 0U);
   }
   EXPECT_EQ(outcome(named("")),
             "failed : " + kFailed + "Invalid inputs provided to the download task.");
@@ -328,7 +314,7 @@ TEST_F(OnlineDownloadTest, SixthWaitsForASuccessAndUnderTheSafePolicyForAnyEndOf
     for (const TaskState end : {TaskState::Ended, TaskState::Errored, TaskState::Paused}) {
       SCOPED_TRACE(testing::Message() << static_cast<int>(policy) << " " << static_cast<int>(end));
       setTransferPolicy(policy);
-      calls_->clear();
+      first_ = std::ssize(calls_->calls());
       const std::size_t before = transport_->requestCount();
       transport_->hold();
       if (end == TaskState::Errored) transport_->answer(answerWith(404, ""));
@@ -341,7 +327,7 @@ TEST_F(OnlineDownloadTest, SixthWaitsForASuccessAndUnderTheSafePolicyForAnyEndOf
       for (const char* id : {"b", "c", "d", "e", "waits", "b", "waits"}) start(named(id));
       EXPECT_THAT(awaitEnds(2), testing::UnorderedElementsAre("failed b: " + kInQueue,
                                                               "failed waits: " + kInQueue));
-      EXPECT_TRUE(eventually([&] { return transport_->heldCount() == 5; }));
+      awaitHeld(5);
 
       end == TaskState::Paused ? first->pauseDownload() : void(transport_->release());
       EXPECT_TRUE(eventually([&] { return listener->heard == end; }));
@@ -352,9 +338,9 @@ TEST_F(OnlineDownloadTest, SixthWaitsForASuccessAndUnderTheSafePolicyForAnyEndOf
                 isTurn ? "http://store/waits" : "http://store/new");
       transport_->releaseAll();
       (void)awaitEnds(isTurn ? 7 : 8);
-      EXPECT_EQ(calls_->of("failed").size(), 2U);
+      EXPECT_EQ(callsOf("failed").size(), 2U);
       first.reset();
-      awaitNoTasks();
+      awaitEndOfTasks();
     }
   }
 }
@@ -373,7 +359,7 @@ TEST_F(OnlineDownloadTest, EveryBlockMayStartDownloadsWaitForThemAndThrow) {
   // The name is in use until the completed block returns.
   const auto refused = [this, startAnother] {
     start(named("a"), endpoint(), {}, false, {{"failed", startAnother}});
-    EXPECT_TRUE(eventually([this] { return calls_->of("failed").size() == 2; }));
+    EXPECT_TRUE(eventually([this] { return callsOf("failed").size() == 2; }));
     throw 1;
   };
   const auto again = [this, trouble, refused] {
@@ -383,9 +369,9 @@ TEST_F(OnlineDownloadTest, EveryBlockMayStartDownloadsWaitForThemAndThrow) {
   start(named("a"), endpoint(), {}, false,
         {{"started", [this] { start(named("by started")); }}, {"failed", again}});
   (void)awaitEnds(5);
-  EXPECT_THAT(calls_->of("failed"), ElementsAre("failed a: " + kFailed + "Service Unavailable.",
-                                                "failed a: " + kInQueue));
-  EXPECT_EQ(calls_->of("completed").size(), 3U);
+  EXPECT_THAT(callsOf("failed"), ElementsAre("failed a: " + kFailed + "Service Unavailable.",
+                                             "failed a: " + kInQueue));
+  EXPECT_EQ(callsOf("completed").size(), 3U);
 }
 
 TEST_F(OnlineDownloadTest, EveryDownloadOfManyThreadsIsAnsweredOnce) {
@@ -404,8 +390,8 @@ TEST_F(OnlineDownloadTest, EveryDownloadOfManyThreadsIsAnsweredOnce) {
   }
   for (std::thread& thread : threads) thread.join();
   (void)awaitEnds(100);
-  awaitNoTasks();
-  EXPECT_EQ(calls_->of("completed failed").size(), 100U);
+  awaitEndOfTasks();
+  EXPECT_EQ(callsOf("completed failed").size(), 100U);
 }
 
 TEST_F(OnlineDownloadTest, ShutdownTellsEveryDownloadAndRefusesWhatFollows) {
@@ -415,14 +401,14 @@ TEST_F(OnlineDownloadTest, ShutdownTellsEveryDownloadAndRefusesWhatFollows) {
   const auto tellsAll = [this](std::size_t failures) {
     transport_->hold();
     for (int i = 0; i < 20; ++i) start(named(std::to_string(i)));
-    EXPECT_TRUE(eventually([&] { return transport_->heldCount() == 5; }));
+    awaitHeld(5);
     for (std::size_t i = 0; i < failures; ++i) (void)transport_->release();
     (void)awaitEnds(failures);
     platform::Runtime::shared().shutdown();
-    const bool allTold = calls_->of("failed").size() == 20;
+    const bool allTold = callsOf("failed").size() == 20;
     start(named("late"));
-    return allTold && calls_->of("failed").size() == 21 &&
-           calls_->of("failed").back() ==
+    return allTold && callsOf("failed").size() == 21 &&
+           callsOf("failed").back() ==
                "failed late: DownloadTaskErrorDomain 5001: The library has been shut down";
   };
   for (const std::size_t failures : {0U, 3U, 5U}) {
