@@ -139,4 +139,15 @@ std::string redactSecrets(std::string_view text) {
   return result;
 }
 
+std::string redactUrl(std::string_view url) {
+  const std::size_t scheme = url.find("://");
+  const std::size_t start = scheme == std::string_view::npos ? 0 : scheme + 3;
+  const std::size_t end = std::min(url.find_first_of("/?", start), url.size());
+  // A password may have "@" and "#" in it, wherever that leads.
+  const std::size_t at = url.substr(start, end - start).rfind('@');
+  std::string result(url.substr(0, start));
+  result += url.substr(at == std::string_view::npos ? start : start + at + 1);
+  return redactSecrets(result.substr(0, result.find('#')));
+}
+
 }  // namespace varo::platform

@@ -16,4 +16,8 @@ inline constexpr std::string_view kRedacted = "<redacted>";
 /// (`"key": "value"`, `key=value`, `key: value`) replaced.
 [[nodiscard]] std::string redactSecrets(std::string_view text);
 
+/// `url` as logs may show it: without user name, password and fragment, its query as
+/// `redactSecrets` leaves it. Need not be valid.
+[[nodiscard]] std::string redactUrl(std::string_view url);
+
 }  // namespace varo::platform

@@ -90,6 +90,19 @@ TEST(RedactionTest, NothingBehindASecretKeySurvives) {
   }
 }
 
+TEST(RedactionTest, UrlsAreShownWithoutWhoAsksAndWithoutSecrets) {
+  const struct {
+    std::string_view url, shown;
+  } cases[] = {
+      {"https://h:1/p@q?a=b@c&token=hush&d=e#f", "https://h:1/p@q?a=b@c&token=<redacted>&d=e"},
+      {"https://u:hu@s#h@h/p", "https://h/p"},
+      {"hush@h//p", "h//p"},
+      {"http://", "http://"},
+      {"", ""},
+  };
+  for (const auto& item : cases) EXPECT_EQ(redactUrl(item.url), item.shown);
+}
+
 TEST(RedactionTest, HostileTextTakesLinearTime) {
   const std::size_t size = 2000000;
   std::string repeated;
