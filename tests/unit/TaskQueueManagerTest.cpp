@@ -112,7 +112,8 @@ TEST_F(TaskQueueManagerTest, UnknownRepeatedAndDoubledTasksAreTreatedAsTheContra
   EXPECT_EQ(manager.getInProgressQueueLength(), 2U);
   EXPECT_EQ(manager.getNextScheduledTask(), task);
   // All entries go at once; the task stays registered and scheduled.
-  manager.removeTaskFromInProgressQueue(task);
+  EXPECT_TRUE(manager.removeTaskFromInProgressQueue(task));
+  EXPECT_FALSE(manager.removeTaskFromInProgressQueue(task));
   EXPECT_EQ(manager.getInProgressQueueLength(), 0U);
   EXPECT_TRUE(manager.containsKey("task"));
   EXPECT_EQ(manager.getNextScheduledTask(), task);
@@ -136,13 +137,17 @@ TEST_F(TaskQueueManagerTest, UnknownRepeatedAndDoubledTasksAreTreatedAsTheContra
 TEST_F(TaskQueueManagerTest, LogsTheCheckAndTheStartAndCallsTheSinkUnderNoLock) {
   TaskQueueManager manager;
   const test::RecordingLog log;
+  TaskPtr task;
   // A sink that uses the manager would hang under its lock.
-  log->onWrite = [&](auto, auto) { (void)manager.getInProgressQueueLength(); };
+  log->onWrite = [&](auto, auto) {
+    (void)manager.getInProgressQueueLength();
+    EXPECT_FALSE(isStarted(task)) << "started before that was logged";
+  };
   for (int i = 0; i < 6; ++i) {
-    const TaskPtr task = held(std::to_string(i));
+    task = held(std::to_string(i));
     manager.addTaskAndCheckStartExecution(task, task->name());
   }
-  manager.startNextScheduledTask();
+  EXPECT_EQ(manager.startNextScheduledTask(), nullptr);
   EXPECT_EQ(log->count(LogLevel::kDebug, "Checking if the inProgressQueue has empty slot."), 7);
   for (int i = 0; i < 6; ++i) {
     EXPECT_EQ(log->count(LogLevel::kDebug, " Start Download for task " + std::to_string(i)),

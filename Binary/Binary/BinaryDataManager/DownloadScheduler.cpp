@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryDataManager/DownloadAnswers.h"
 #include "Binary/Binary/BinaryDataManager/DownloadRows.h"
+#include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
@@ -22,7 +23,6 @@ using platform::TaskState;
 
 namespace {
 
-constexpr std::string_view kCheckingSlots = "Checking if the inProgressQueue has empty slot.";
 constexpr std::string_view kFire = " Fire %@ off!!";
 constexpr std::string_view kPostProcessing =
     "Post processing task from finished queue for download task %@ . Calling the success callback.";
@@ -32,7 +32,7 @@ BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 }  // namespace
 
 void DownloadScheduler::checkAndStartExecution(const TaskPtr& task) {
-  logger().logTrace(kCheckingSlots);
+  logger().logTrace(kCheckingForEmptySlot);
   TaskPtr next = lists_.takeToStart(task);
   // The caller has looked whether its own file is there.
   fire(next == task ? next : firstWithoutFile(std::move(next)));
@@ -41,7 +41,7 @@ void DownloadScheduler::checkAndStartExecution(const TaskPtr& task) {
 void DownloadScheduler::startNextScheduledTask() {
   if (!lists_.hasScheduled()) return;
   if (Runtime::shared().isShutDown()) return endScheduledTasks();
-  logger().logTrace(kCheckingSlots);
+  logger().logTrace(kCheckingForEmptySlot);
   fire(firstWithoutFile(lists_.takeFirstToStart()));
 }
 

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/OnlineDownloadInput.h"
+#include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
 #include "Binary/Binary/Utils/BlockCall.h"
@@ -34,8 +35,6 @@ namespace {
 
 constexpr std::string_view kQueue = "onlineDownloadQueue";
 
-constexpr std::string_view kCheckingSlots = "Checking if the inProgressQueue has empty slot.";
-constexpr std::string_view kStarting = " Start Download for task %@";
 constexpr std::string_view kNotStarted = "Download %@ is not started : %@";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
@@ -141,9 +140,9 @@ void OnlineBinaryDataManager::endWithRuntime() {
 }
 
 void OnlineBinaryDataManager::checkAndStartExecution(const TaskPtr& task) {
-  logger().logDebug(kCheckingSlots);
+  logger().logDebug(kCheckingForEmptySlot);
   if (task == nullptr || !takeToStart(task)) return;
-  logger().logDebug(kStarting, task->name());
+  logger().logDebug(kStartDownload, task->name());
   task->start();
   // An engine that was shut down meanwhile notifies nobody.
   if (task->state() != TaskState::Errored || !Runtime::shared().isShutDown()) return;

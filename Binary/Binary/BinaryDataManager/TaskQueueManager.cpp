@@ -3,19 +3,21 @@
 #include "Binary/Binary/BinaryLogger.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 namespace varo::binary {
 
 using platform::MutexLock;
+using platform::VSTask;
 
 namespace {
 
-constexpr std::string_view kChecking = "Checking if the inProgressQueue has empty slot.";
-constexpr std::string_view kStarting = " Start Download for task %@";
-
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+void start(VSTask& task) {
+  logger().logDebug(kStartDownload, task.name());
+  task.start();
+}
 
 }  // namespace
 
@@ -85,9 +87,9 @@ void TaskQueueManager::moveToInProgressLocked(const TaskPtr& task) {
   places_.erase(place);
 }
 
-void TaskQueueManager::removeTaskFromInProgressQueue(const TaskPtr& task) {
+bool TaskQueueManager::removeTaskFromInProgressQueue(const TaskPtr& task) {
   const MutexLock lock(mutex_);
-  std::erase(inProgressQueue, task);
+  return std::erase(inProgressQueue, task) != 0;
 }
 
 std::size_t TaskQueueManager::getInProgressQueueLength() const {
@@ -95,51 +97,50 @@ std::size_t TaskQueueManager::getInProgressQueueLength() const {
   return inProgressQueue.size();
 }
 
-/// Whether it was started.
-bool TaskQueueManager::startIfRoomLocked(const TaskPtr& task) {
+/// Whether it is to be started, for which it was moved.
+bool TaskQueueManager::takeIfRoomLocked(const TaskPtr& task) {
   if (inProgressQueue.size() >= static_cast<std::size_t>(MAX_PARALLEL_JOBS)) return false;
   moveToInProgressLocked(task);
-  task->start();
   return true;
 }
 
 void TaskQueueManager::checkAndStartExecution(const TaskPtr& task) {
   if (task == nullptr) return;
-  logger().logDebug(kChecking);
-  bool isStarted = false;
+  logger().logDebug(kCheckingForEmptySlot);
   {
     const MutexLock lock(mutex_);
-    isStarted = startIfRoomLocked(task);
+    if (!takeIfRoomLocked(task)) return;
   }
-  if (isStarted) logger().logDebug(kStarting, task->name());
+  start(*task);
 }
 
-void TaskQueueManager::startNextScheduledTask() {
+TaskQueueManager::TaskPtr TaskQueueManager::startNextScheduledTask() {
+  if (getNextScheduledTask() == nullptr) return nullptr;
+  logger().logDebug(kCheckingForEmptySlot);
   TaskPtr next;
-  bool isStarted = false;
   {
     const MutexLock lock(mutex_);
-    if (schedulingQueue.empty()) return;
+    // Another thread may have been faster.
+    if (schedulingQueue.empty()) return nullptr;
     next = schedulingQueue.front();
-    isStarted = startIfRoomLocked(next);
+    if (!takeIfRoomLocked(next)) return nullptr;
   }
-  logger().logDebug(kChecking);
-  if (isStarted) logger().logDebug(kStarting, next->name());
+  start(*next);
+  return next;
 }
 
 void TaskQueueManager::addTaskAndCheckStartExecution(const TaskPtr& task,
                                                      const std::string& withIdentifier) {
   if (task == nullptr) return;
-  logger().logDebug(kChecking);
+  logger().logDebug(kCheckingForEmptySlot);
   TaskPtr replaced;
-  bool isStarted = false;
   {
     const MutexLock lock(mutex_);
     replaced = registerLocked(task, withIdentifier);
     scheduleLocked(task);
-    isStarted = startIfRoomLocked(task);
+    if (!takeIfRoomLocked(task)) return;
   }
-  if (isStarted) logger().logDebug(kStarting, task->name());
+  start(*task);
 }
 
 }  // namespace varo::binary

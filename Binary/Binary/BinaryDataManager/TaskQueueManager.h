@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -17,6 +18,12 @@ namespace varo::binary {
 /// How many tasks of one `TaskQueueManager` run at once.
 inline constexpr std::int32_t MAX_PARALLEL_JOBS = 5;
 
+/// What is logged before a place is looked for and before a task is started (the task's name), by
+/// this queue and by those who keep lists of their own.
+inline constexpr std::string_view kCheckingForEmptySlot =
+    "Checking if the inProgressQueue has empty slot.";
+inline constexpr std::string_view kStartDownload = " Start Download for task %@";
+
 /// Starts tasks in the order in which they were scheduled, at most `MAX_PARALLEL_JOBS` at once.
 ///
 /// It does not watch them. Its owner subscribes to each task, hands it over with
@@ -24,8 +31,9 @@ inline constexpr std::int32_t MAX_PARALLEL_JOBS = 5;
 /// to its end calls `removeTaskFromInProgressQueue`, `removeKey` and `startNextScheduledTask`.
 ///
 /// Tasks are held until they are removed; the lists tell them apart by identity. Nothing fails: an
-/// unknown key or task, and a null one, is ignored. Thread-safe; each operation is atomic, so it
-/// may also be called from a task's listener.
+/// unknown key or task, and a null one, is ignored. Thread-safe; what an operation does to the
+/// lists is atomic, and a task is started and logged about after that, so that all of them may also
+/// be called from a task's listener or a log's sink.
 class TaskQueueManager {
  public:
   using TaskPtr = std::shared_ptr<platform::VSTask>;
@@ -47,8 +55,9 @@ class TaskQueueManager {
   /// Moves a task whose name is a registered key to those in progress. One that is among them and
   /// does not wait is entered once more.
   void addTaskToInProgressQueue(const TaskPtr& task);
-  /// Removes all entries of the task. It stays registered.
-  void removeTaskFromInProgressQueue(const TaskPtr& task);
+  /// Removes all entries of the task. It stays registered. Whether it was in progress: of several
+  /// callers one is told so.
+  bool removeTaskFromInProgressQueue(const TaskPtr& task);
   /// How many entries are in progress; a task that was entered twice counts twice.
   [[nodiscard]] std::size_t getInProgressQueueLength() const;
 
@@ -57,8 +66,8 @@ class TaskQueueManager {
   /// without moving it.
   void checkAndStartExecution(const TaskPtr& task);
   /// `checkAndStartExecution` with the task that has waited longest, if one waits. While there is
-  /// no room for it, none of the others starts.
-  void startNextScheduledTask();
+  /// no room for it, none of the others starts. The task that was started, or null.
+  TaskPtr startNextScheduledTask();
   /// `addTask`, `addToScheduledQueue` and `checkAndStartExecution` in one.
   void addTaskAndCheckStartExecution(const TaskPtr& task, const std::string& withIdentifier);
 
@@ -67,10 +76,9 @@ class TaskQueueManager {
       VARO_REQUIRES(mutex_);
   void scheduleLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
   void moveToInProgressLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
-  [[nodiscard]] bool startIfRoomLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
+  [[nodiscard]] bool takeIfRoomLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
 
-  /// `VSTask::start`, which calls nobody, is the only call made under it. No task is destroyed
-  /// under it, and what is logged is logged after it. The operations that consist of others use
+  /// Under it nothing is started, logged or destroyed. The operations that consist of others use
   /// their `...Locked` parts, so it need not be recursive.
   mutable platform::Mutex mutex_;
   /// Tasks that wait, oldest first; none is there twice.
