@@ -7,9 +7,9 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Text.h"
 
-#include <filesystem>
+#include <string>
 #include <string_view>
-#include <system_error>
+#include <sys/stat.h>
 
 namespace varo::binary {
 
@@ -76,11 +76,13 @@ ErrorPtr validateUrl(const Value& url) {
 ErrorPtr validateFilePath(const Value& filePath) {
   logger().logInfo(kValidatingFilePath);
   if (!filePath.isText()) return wrongType(kUrlNotText);
-  std::error_code unknown;
-  const std::filesystem::path path(*filePath.text());
-  const bool isFile = std::filesystem::is_regular_file(path, unknown);
-  if (isFile && std::filesystem::file_size(path, unknown) == 0) return wrongType(kFileEmpty);
-  if (!std::filesystem::exists(path, unknown)) return wrongValue(kFileMissing);
+  const std::string& path = *filePath.text();
+  // The system would end the name there, and find another file.
+  if (path.find('\0') != std::string::npos) return wrongValue(kFileMissing);
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) return wrongValue(kFileMissing);
+  // Pipes, sockets and devices have no size. A directory has one, and is not read later.
+  if (status.st_size == 0 && !S_ISDIR(status.st_mode)) return wrongType(kFileEmpty);
   logger().logInfo(kValidatedFilePath);
   return nullptr;
 }

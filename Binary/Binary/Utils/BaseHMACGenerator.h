@@ -14,8 +14,9 @@ enum class HmacAlgorithm : std::uint32_t { kSha256 = 2 };
 /// The keyed code that request signers build on. Stateless, thread-safe.
 class BaseHMACGenerator {
  public:
-  /// The 32 bytes of the HMAC (RFC 2104) of `data`. An algorithm that the platform does not have is
-  /// an error (domain "Crypto").
+  /// The 32 bytes of the HMAC (RFC 2104) of `data`. Any other number than those of `HmacAlgorithm`
+  /// is an error (domain "Crypto"), and on purpose: a code made with another hash than was asked
+  /// for would only be refused by the peer, who cannot say why.
   [[nodiscard]] static platform::Result<platform::Sha256Digest> HmacSHA256(
       std::string_view data, std::string_view withKey, HmacAlgorithm withAlgorithm);
 
