@@ -41,13 +41,21 @@ class OnlineUploadFixture : public OfflineFixture {
     EXPECT_EQ(calls().size(), awaited_);
   }
 
+  struct Blocks {
+    binary::OnBytesUploadStarted::Function started;
+    binary::OnByteChunkUploadCompleted::Function chunk;
+    binary::OnBytesUploadCompleted::Function completed;
+    binary::OnUploadFailure::Function failed;
+  };
+
   void upload(const platform::Dictionary& configuration,
               const std::optional<platform::Dictionary>& options = std::nullopt) {
-    const binary::UploadBlocks all = blocks();
-    manager_->createAndStartOnlineUploadTaskFor(
-        configuration, all.onBytesUploadStartedCompletionBlock,
-        all.onByteChunkUploadCompletedCompletionBlock, all.onBytesUploadCompletedCompletionBlock,
-        all.onUploadFailureCompletionBlock, options);
+    uploadWith(blocks(), configuration, options);
+  }
+  void uploadWith(const Blocks& all, const platform::Dictionary& configuration,
+                  const std::optional<platform::Dictionary>& options = std::nullopt) {
+    manager_->createAndStartOnlineUploadTaskFor(configuration, all.started, all.chunk,
+                                                all.completed, all.failed, options);
   }
   /// Uploads and waits for the end: the summaries, with ", " between.
   std::string outcome(const platform::Dictionary& configuration,
@@ -60,7 +68,7 @@ class OnlineUploadFixture : public OfflineFixture {
     return result;
   }
   /// Blocks that record their calls and then run `then`.
-  [[nodiscard]] binary::UploadBlocks blocks(const std::function<void()>& then = [] {}) const {
+  [[nodiscard]] Blocks blocks(const std::function<void()>& then = [] {}) const {
     const auto add = [log = log_, then](Call call) {
       log->add(std::move(call));
       then();

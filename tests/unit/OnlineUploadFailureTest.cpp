@@ -4,14 +4,17 @@
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/OnlineUploadFixture.h"
 #include "tests/support/OwnProcess.h"
+#include "tests/support/RecordingLog.h"
 
 #include <stdexcept>
+#include <sys/stat.h>
 
 namespace varo::binary {
 namespace {
 
 using namespace platform;
 using namespace test;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 const std::string kWrongStatus =
@@ -26,6 +29,8 @@ TEST_F(OnlineUploadFailureTest, ConfigurationThatBreaksARuleIsReportedAndNothing
   const std::string value =
       "failed UploadError 6012 Unable to upload file - Invalid parameter value: ";
   const Data bytes = Data::fromBytes("b");
+  const std::string fifo = home_ / "fifo";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   const struct {
     Dictionary configuration;
     std::string outcome;
@@ -43,6 +48,10 @@ TEST_F(OnlineUploadFailureTest, ConfigurationThatBreaksARuleIsReportedAndNothing
        type + "No data present in given file"},
       {{{"URL", "u"}, {"FilePath", home_ / "none"}},
        value + "Could not find File at given FilePath"},
+      {{{"URL", "u"}, {"FilePath", writeFile("one", "1") + std::string("\0", 1)}},
+       value + "Could not find File at given FilePath"},
+      {{{"URL", "u"}, {"FilePath", "/dev/null"}}, type + "No data present in given file"},
+      {{{"URL", "u"}, {"FilePath", fifo}}, type + "No data present in given file"},
       {{{"URL", "u"}, {"rawBytes", "text"}}, type + "Invalid datatype found for rawData"},
       {{{"URL", "u"}, {"rawBytes", Data()}}, value + "Null value found for rawData"},
       {config({{"headers", "A: b"}}), type + "Invalid datatype found for headers"},
@@ -69,6 +78,9 @@ TEST_F(OnlineUploadFailureTest, FailedRequestsAreReportedWithTheErrorsOfTheirTas
       {answerWith(401, R"({"secretAccessKey":"s","a":1})"),
        {},
        "failed UploadTemplateTask " + kWrongStatus + R"(: {"secretAccessKey":<redacted>,"a":1})"},
+      {answerWith(500, std::string(5000, 'b')),
+       {},
+       "failed UploadTemplateTask " + kWrongStatus + ": " + std::string(4096, 'b')},
       {failWith(7, "lost"), {}, lost},
       {answerWith(200, kBinary), failWith(7, "lost"), "started, " + lost},
       {answerWith(200, kForm), failWith(7, "lost"), "started, " + lost},
@@ -153,24 +165,64 @@ TEST_F(OnlineUploadFailureTest, PoliciesDifferWhereBytesWouldBeLost) {
   EXPECT_EQ(userInfo["responseBody"], Value("the reason"));
 }
 
+TEST_F(OnlineUploadFailureTest, PoliciesDifferWhereATemplateOrAnAnswerCannotBeRead) {
+  const Dictionary params{{R"(a":"b)", "no JSON"}};
+  template_ = answerWith(200, R"({"uploadMode":"binary","endpointUrl":"http://s","${a":"b}"})");
+  const auto ofLongAnswer = [] {
+    const auto task = std::make_shared<MultiPartUploaderTask>("task");
+    const auto response = std::make_shared<platform::HttpResponseInfo>(200, Dictionary());
+    constexpr std::uint64_t kTooLong = (std::uint64_t{64} << 20U) + 1;  // bytes
+    const Data answer = Data::fromFileRegion(test::inFile("a").file(), 0, kTooLong);
+    task->processNetworkResponse({{"httpResponse", response}}, answer);
+    return task->outputContext()["fileDetails"].description() +
+           OnlineUploadFixture::textOf(task->errorContext()["Errors"]);
+  };
+  EXPECT_EQ(outcome(config({{"uploadParams", params}})), "started, completed stored");
+  EXPECT_EQ(transport_->requests().back().url, "");  // which no real transport takes
+  EXPECT_EQ(ofLongAnswer(), "");
+  setTransferPolicy(TransferPolicy::kSafe);
+  EXPECT_EQ(outcome(config({{"uploadParams", params}})),
+            "failed BackendUploaderTask 6012 Unable to upload file - Invalid parameter value: "
+            "the upload template is no JSON object once it is filled");
+  EXPECT_THAT(ofLongAnswer(), HasSubstr(" BackendUploadedTask 6006 Upload error: "));
+}
+
 /// Is copied by the thread that made it alone.
 struct ThrowsWhenCopiedElsewhere {
-  ThrowsWhenCopiedElsewhere() = default;
-  ThrowsWhenCopiedElsewhere(const ThrowsWhenCopiedElsewhere& other) : thread(other.thread) {
-    if (std::this_thread::get_id() != thread) throw std::runtime_error("a copy");
+  explicit ThrowsWhenCopiedElsewhere(std::function<void()> then) : then_(std::move(then)) {}
+  ThrowsWhenCopiedElsewhere(const ThrowsWhenCopiedElsewhere& other)
+      : then_(other.then_), thread_(other.thread_) {
+    if (std::this_thread::get_id() != thread_) throw std::runtime_error("a copy");
   }
-  void operator()(const std::string& /*name*/, const Value& /*params*/) const {}
-  std::thread::id thread = std::this_thread::get_id();
+  template <typename... Args>
+  void operator()(const Args&... /*args*/) const {
+    then_();
+  }
+
+ private:
+  std::function<void()> then_;
+  std::thread::id thread_ = std::this_thread::get_id();
 };
 
-TEST_F(OnlineUploadFailureTest, ExceptionWhileStartingIsReported) {
-  UploadBlocks all = blocks();
-  manager_->createAndStartOnlineUploadTaskFor(config({{"uploadParams", Dictionary{{"p", 1}}}}),
-                                              ThrowsWhenCopiedElsewhere(), nullptr, nullptr,
-                                              all.onUploadFailureCompletionBlock, std::nullopt);
-  awaitEnds(1);
-  EXPECT_EQ(calls()[0].summary,
-            "failed UploadError 6006 Upload error, Exception occured  : a copy");
+struct ThrowingClock final : platform::Clock {
+  [[nodiscard]] std::chrono::system_clock::time_point now() const override {
+    throw std::runtime_error("no time");
+  }
+  [[nodiscard]] std::chrono::steady_clock::time_point steadyNow() const override { return {}; }
+};
+
+TEST_F(OnlineUploadFailureTest, BlocksAreNotCopiedElsewhereAndExceptionsWhileStartingAreReported) {
+  std::atomic<int> called = 0;
+  const ThrowsWhenCopiedElsewhere count([&called] { ++called; });
+  for (const int status : {200, 500}) {  // of the uploader, and of the template
+    template_ = answerWith(status, kBinary);
+    uploadWith({count, count, count, count}, config());
+    EXPECT_TRUE(eventually([&] { return called == (status == 200 ? 2 : 3); }));
+  }
+  const ThrowingClock clock;
+  manager_ = std::make_shared<OnlineBinaryUploadManager>(clock);
+  EXPECT_EQ(outcome(config({{"uploadParams", Dictionary{{"p", 1}}}})),
+            "failed UploadError 6006 Upload error, Exception occured  : no time");
   EXPECT_EQ(calls()[0].uploadParams, Value(Dictionary{{"p", 1}}));
 }
 
@@ -185,6 +237,18 @@ TEST_F(OnlineUploadFailureTest, ShutdownTellsEveryUploadAndRefusesWhatFollows) {
     const char* refused = "failed UploadError 6006 Upload error: The library has been shut down";
     require(calls().size() == 21 && calls()[20].summary == refused, "what follows is refused");
     std::_Exit(0);  // without the checks of this fixture
+  });
+  // The engine goes while an upload is being started.
+  inOwnProcess([this] {
+    platform::Runtime::shared().pool().shutdown();
+    const test::RecordingLog log;
+    log->onWrite = [](auto, std::string_view message) {
+      if (message.starts_with(" Start Download")) platform::Runtime::shared().shutdown();
+    };
+    upload(config());
+    const char* refused = "failed TaskEngine 2 The task engine has been shut down";
+    require(calls().size() == 1 && calls()[0].summary == refused, "the refused start was told");
+    std::_Exit(0);
   });
 }
 

@@ -104,6 +104,29 @@ TEST_F(OnlineUploadTest, FormHasItsDataFirstThenTheBytesForEveryTextButFileConte
                               boundary + "--\r\n");
 }
 
+TEST_F(OnlineUploadTest, ParametersFillTemplatesAsTextAndLogsShowNoneThatIsSecret) {
+  const Dictionary params{{"id", "a\",\"endpointUrl\":\"http://evil/\\\r\n"},
+                          {"secretAccessKey", "marker-key"}};
+  const std::string target = R"("endpointUrl":"http://u:marker-#@s@s/${secretAccessKey}",)";
+  for (const char* mode : {"binary", "multipart"}) {
+    const test::RecordingLog log;
+    template_ = answerWith(200, R"({"uploadMode":")" + std::string(mode) + "\"," + target +
+                                    R"("requestBody":{"f":"file","m":{"a":"${id}"},)"
+                                    R"("n":{"b":"${secretAccessKey}"}}})");
+    EXPECT_EQ(outcome(config({{"uploadParams", params}})), "started, completed stored");
+    const RecordedRequest request = transport_->requests().back();
+    EXPECT_EQ(request.url, "http://u:marker-#@s@s/marker-key");
+    const std::string name =
+        mode == std::string("binary") ? "BytesUploadHandler" : "BackendUploader";
+    EXPECT_EQ(log->count(LogLevel::kDebug, "[" + name + "Task] url: http://s/<redacted>"), 1);
+    for (const auto& line : log->lines()) EXPECT_THAT(line.text, Not(HasSubstr("marker-")));
+    if (name == "BytesUploadHandler") continue;
+    const auto part = platform::json::serialize(Dictionary{{"a", params["id"]}});
+    EXPECT_THAT(*request.body, HasSubstr("\r\n\r\n" + part.value() + "\r\n"));
+    EXPECT_THAT(*request.body, HasSubstr(R"({"b":"marker-key"})"));
+  }
+}
+
 /// Answers template and upload, and counts which bytes of the latter are in memory.
 class FileOnlyTransport final : public platform::HttpTransport {
  public:
@@ -155,6 +178,8 @@ TEST_F(OnlineUploadTest, TemplateDecidesWhereToAndHowOrEndsTheUpload) {
       {kForm, "started, completed stored", "POST http://store/o"},
       {R"({"uploadMode":"binary","opstatus":0,"domain":"http://d","relativepath":"/p"})",
        "started, completed stored", "PUT http://d/p"},
+      {R"({"uploadMode":"binary","domain":"http://d","relativepath":"/p","endpointUrl":null})",
+       "started, completed stored", "PUT http://d/p"},
       {R"({"uploadMode":"binary","domain":"http://d","endpointUrl":"http://store/${n}"})",
        "started, completed stored", "PUT http://store/5"},
       {R"({"uploadMode":"binary","endpointUrl":"http://store/${other}"})",
@@ -195,8 +220,7 @@ TEST_F(OnlineUploadTest, SixthUploadStartsWhenOneOfFiveHasEnded) {
   transport_->hold();
   for (int i = 0; i < 6; ++i) upload(config({{"uploadParams", Dictionary{{"n", i}}}}));
   awaitHeld(5);
-  manager_->createAndStartOnlineUploadTaskFor({}, {}, {}, {},
-                                              blocks().onUploadFailureCompletionBlock, {});
+  upload({});
   awaitEnds(1);  // which was behind the sixth
   EXPECT_EQ(transport_->requestCount(), 5U);
   transport_->release();
@@ -220,20 +244,33 @@ TEST_F(OnlineUploadTest, BlocksMayStartUploadsWaitForThemAndThrow) {
     ++returned;
     throw std::runtime_error("of the application");
   };
-  const UploadBlocks all = blocks(uploadAndWait);
-  for (const Dictionary& configuration : {config(), Dictionary()}) {
-    manager_->createAndStartOnlineUploadTaskFor(configuration,
-                                                all.onBytesUploadStartedCompletionBlock, nullptr,
-                                                all.onBytesUploadCompletedCompletionBlock,
-                                                all.onUploadFailureCompletionBlock, std::nullopt);
-  }
+  const Blocks all = blocks(uploadAndWait);
+  uploadWith(all, config());
+  uploadWith(all, {});
   awaitEnds(2);
   EXPECT_TRUE(eventually([&] { return returned == 3; }));
   EXPECT_EQ(transport_->requestCount(), 8U);  // two an upload: one outer, three inner
-  for (const Dictionary& configuration : {config(), Dictionary()}) {  // without any block
-    manager_->createAndStartOnlineUploadTaskFor(configuration, {}, {}, {}, {}, std::nullopt);
-  }
+  uploadWith({}, config());
+  uploadWith({}, {});
   EXPECT_TRUE(eventually([&] { return transport_->requestCount() == 10; }));
+}
+
+TEST_F(OnlineUploadTest, BlocksThatWaitForWaitingUploadsHoldNoneBack) {
+  template_ = answerWith(200, R"({"uploadMode":"none"})");
+  transport_->hold();
+  std::promise<void> lastEnded;
+  const std::shared_future<void> end = lastEnded.get_future().share();
+  std::atomic<int> returned = 0;
+  const Blocks waiting = blocks([&] {
+    EXPECT_EQ(end.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    ++returned;
+  });
+  for (int i = 0; i < 5; ++i) uploadWith(waiting, config());
+  uploadWith(blocks([&] { lastEnded.set_value(); }), config());
+  awaitHeld(5);
+  transport_->releaseAll();
+  awaitEnds(6);
+  EXPECT_TRUE(eventually([&] { return returned == 5; }));
 }
 
 struct FixedClock final : platform::Clock {

@@ -25,8 +25,10 @@
 #include <chrono>
 #include <ctime>
 #include <exception>
+#include <functional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace varo::binary {
 
@@ -67,20 +69,52 @@ constexpr std::string_view kUploaderFailed =
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-/// Missing where the caller gave none.
+/// Null where the caller gave none.
 template <typename B>
-Value blockValue(const typename B::Function& function) {
-  return function ? Value(std::make_shared<B>(function)) : Value();
+std::shared_ptr<B> sharedBlock(typename B::Function& function) {
+  return function ? std::make_shared<B>(std::move(function)) : nullptr;
 }
 
-void callFailure(const OnUploadFailure::Function& block, const std::string& taskName,
-                 const Value& error, const Value& uploadParams) {
-  if (block) callBlock([&] { block(taskName, error, uploadParams); });
+std::function<void()> failure(const UploadBlocks& blocks, std::string taskName, Value error,
+                              Value uploadParams) {
+  if (blocks.onUploadFailureCompletionBlock == nullptr) return {};
+  return [block = blocks.onUploadFailureCompletionBlock, name = std::move(taskName),
+          error = std::move(error),
+          params = std::move(uploadParams)] { block->function()(name, error, params); };
 }
 
-void callFailure(const UploadBlocks& blocks, const VSTask& task, const Value& error) {
-  callFailure(blocks.onUploadFailureCompletionBlock, task.name(), error,
-              task.inputContext()[keys::kUploadParams]);
+std::function<void()> failure(const UploadBlocks& blocks, const VSTask& task, Value error) {
+  return failure(blocks, task.name(), std::move(error), task.inputContext()[keys::kUploadParams]);
+}
+
+ErrorPtr exceptionError(std::string_view exception) {
+  logger().logError(kStartFailed, exception);
+  return CommonUtils::generateErrorWith(
+      kUploadErrorDomain, kCodeUploadFailure,
+      platform::formatMessage(kExceptionPattern, {kUploadFailure, kExceptionOccured, exception}));
+}
+
+/// The error that tells of what leaves `step`; null where nothing does.
+ErrorPtr caught(const std::function<void()>& step) {
+  try {
+    step();
+  } catch (const std::exception& exception) {
+    return exceptionError(exception.what());
+  } catch (...) {
+    return exceptionError(kUnknownException);
+  }
+  return nullptr;
+}
+
+/// Whether the engine has been shut down and told no listener of the task's end.
+bool wasRefused(const VSTask& task) {
+  return task.state() == TaskState::Errored && platform::Runtime::shared().isShutDown();
+}
+
+/// Not on this thread while the runtime has others: who starts an upload must not wait for a block.
+void tell(std::function<void()> call) {
+  if (!call) return;
+  platform::Runtime::shared().pool().postOrRun([call = std::move(call)] { callBlock(call); });
 }
 
 }  // namespace
@@ -115,13 +149,12 @@ void OnlineBinaryUploadManager::createAndStartOnlineUploadTaskFor(
     OnBytesUploadCompleted::Function andOnBinaryUploadCompletedCompletionBlock,
     OnUploadFailure::Function andOnUploadFailureCompletionBlock,
     const std::optional<Dictionary>& andOptions) {
-  const auto upload =
-      std::make_shared<const Upload>(Upload{configuration,
-                                            {std::move(withOnBinaryUploadStartedCompletionBlock),
-                                             std::move(andOnChunkUploadCompletedCompletionBlock),
-                                             std::move(andOnBinaryUploadCompletedCompletionBlock),
-                                             std::move(andOnUploadFailureCompletionBlock)},
-                                            andOptions});
+  const UploadBlocks blocks = {
+      sharedBlock<OnBytesUploadStarted>(withOnBinaryUploadStartedCompletionBlock),
+      sharedBlock<OnByteChunkUploadCompleted>(andOnChunkUploadCompletedCompletionBlock),
+      sharedBlock<OnBytesUploadCompleted>(andOnBinaryUploadCompletedCompletionBlock),
+      sharedBlock<OnUploadFailure>(andOnUploadFailureCompletionBlock)};
+  const auto upload = std::make_shared<const Upload>(Upload{configuration, blocks, andOptions});
   onlineUploadQueue().async([self = shared_from_this(), upload] { self->start(upload); });
 }
 
@@ -143,40 +176,27 @@ std::string OnlineBinaryUploadManager::makeSessionId() const {
 }
 
 void OnlineBinaryUploadManager::start(const std::shared_ptr<const Upload>& upload) {
-  const std::string sessionId = makeSessionId();
-  logger().logInfo(kStarting, sessionId);
-  // Not on this queue: a block may wait for an upload that it starts.
-  const auto fail = [&](const ErrorPtr& error) {
-    platform::Runtime::shared().pool().postOrRun([upload, sessionId, error] {
-      const Dictionary configuration = upload->configuration.value_or(Dictionary());
-      callFailure(upload->blocks.onUploadFailureCompletionBlock, sessionId, error,
-                  configuration[keys::kUploadParams]);
-    });
-  };
-  const auto failWith = [&](std::string_view exception) {
-    logger().logError(kStartFailed, exception);
-    fail(CommonUtils::generateErrorWith(
-        kUploadErrorDomain, kCodeUploadFailure,
-        platform::formatMessage(kExceptionPattern,
-                                {kUploadFailure, kExceptionOccured, exception})));
-  };
-  try {
-    if (const ErrorPtr error = validateInput(upload->configuration)) {
+  std::string sessionId;
+  ErrorPtr error;
+  const ErrorPtr unexpected = caught([&] {
+    sessionId = makeSessionId();
+    logger().logInfo(kStarting, sessionId);
+    error = validateInput(upload->configuration);
+    if (error != nullptr) {
       logger().logError(kInvalidInput, error->localizedDescription());
-      return fail(error);
-    }
-    // The engine would refuse the task without telling anybody.
-    if (platform::Runtime::shared().isShutDown()) {
-      return fail(CommonUtils::generateErrorWith(
+    } else if (platform::Runtime::shared().isShutDown()) {
+      // The engine would refuse the task without telling anybody.
+      error = CommonUtils::generateErrorWith(
           kUploadErrorDomain, kCodeUploadFailure,
-          platform::formatMessage(kMessageAndDetail, {kUploadFailure, kLibraryShutDown})));
+          platform::formatMessage(kMessageAndDetail, {kUploadFailure, kLibraryShutDown}));
+    } else {
+      schedule(sessionId, *upload);
     }
-    schedule(sessionId, *upload);
-  } catch (const std::exception& exception) {
-    failWith(exception.what());
-  } catch (...) {
-    failWith(kUnknownException);
-  }
+  });
+  if (unexpected != nullptr) error = unexpected;
+  if (error == nullptr) return;
+  const Dictionary configuration = upload->configuration.value_or(Dictionary());
+  tell(failure(upload->blocks, sessionId, error, configuration[keys::kUploadParams]));
 }
 
 void OnlineBinaryUploadManager::schedule(const std::string& sessionId, const Upload& upload) {
@@ -184,21 +204,36 @@ void OnlineBinaryUploadManager::schedule(const std::string& sessionId, const Upl
   task->subscribeForTaskUpdates(shared_from_this());
   Dictionary input = *upload.configuration;
   const UploadBlocks& blocks = upload.blocks;
-  input.set(upload::kOnBytesUploadStarted,
-            blockValue<OnBytesUploadStarted>(blocks.onBytesUploadStartedCompletionBlock));
-  input.set(
-      upload::kOnByteChunkUploadCompleted,
-      blockValue<OnByteChunkUploadCompleted>(blocks.onByteChunkUploadCompletedCompletionBlock));
-  input.set(upload::kOnBytesUploadCompleted,
-            blockValue<OnBytesUploadCompleted>(blocks.onBytesUploadCompletedCompletionBlock));
-  input.set(upload::kOnUploadFailure,
-            blockValue<OnUploadFailure>(blocks.onUploadFailureCompletionBlock));
+  input.set(upload::kOnBytesUploadStarted, blocks.onBytesUploadStartedCompletionBlock);
+  input.set(upload::kOnByteChunkUploadCompleted, blocks.onByteChunkUploadCompletedCompletionBlock);
+  input.set(upload::kOnBytesUploadCompleted, blocks.onBytesUploadCompletedCompletionBlock);
+  input.set(upload::kOnUploadFailure, blocks.onUploadFailureCompletionBlock);
   input.set(upload::kContext, *upload.configuration);
   // Nobody reads these: the request has the configuration's "headers".
   input.set(kDownloadHeaders, Dictionary{{kContentType, kFormUrlEncoded}});
   if (upload.options) input.set(keys::kOptions, *upload.options);
   task->setInputContext(std::move(input));
-  uploadTaskQueue_.addTaskAndCheckStartExecution(task, sessionId);
+  try {
+    uploadTaskQueue_.addTaskAndCheckStartExecution(task, sessionId);
+  } catch (...) {
+    uploadTaskQueue_.removeTaskFromInProgressQueue(task);
+    uploadTaskQueue_.removeKey(sessionId);
+    throw;
+  }
+  if (!wasRefused(*task)) return;
+  tell(taskEnded(task, TaskState::Errored));
+  startWaiting();
+}
+
+/// Starts the upload that has waited longest, and those behind the ones that cannot be started.
+void OnlineBinaryUploadManager::startWaiting() {
+  std::vector<BlockCall> calls;
+  TaskQueueManager::TaskPtr next = uploadTaskQueue_.startNextScheduledTask();
+  while (next != nullptr && wasRefused(*next)) {
+    calls.push_back(taskEnded(next, TaskState::Errored));
+    next = uploadTaskQueue_.startNextScheduledTask();
+  }
+  for (BlockCall& call : calls) tell(std::move(call));
 }
 
 ErrorPtr OnlineBinaryUploadManager::validateInput(const std::optional<Dictionary>& configuration) {
@@ -210,35 +245,48 @@ ErrorPtr OnlineBinaryUploadManager::validateInput(const std::optional<Dictionary
 void OnlineBinaryUploadManager::task(const std::shared_ptr<VSTask>& task, TaskState from,
                                      TaskState to, const Dictionary& /*context*/) {
   if (from == to || (to != TaskState::Ended && to != TaskState::Errored)) return;
-  uploadTaskQueue_.removeTaskFromInProgressQueue(task);
-  uploadTaskQueue_.removeKey(task->name());
-  task->unsubscribeForTaskUpdates(shared_from_this());
-  if (const auto getter = std::dynamic_pointer_cast<UploadTemplateGetterTask>(task)) {
-    templateTaskEnded(*getter, to);
-  } else if (const auto uploader = std::dynamic_pointer_cast<UploaderTask>(task)) {
-    uploaderEnded(*uploader, to);
-  }
-  uploadTaskQueue_.startNextScheduledTask();
+  const BlockCall call = taskEnded(task, to);
+  startWaiting();
+  if (call) callBlock(call);
 }
 
-void OnlineBinaryUploadManager::templateTaskEnded(UploadTemplateGetterTask& task, TaskState state) {
+/// A task that its queue does not have in progress any more has been heard of before.
+OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::taskEnded(
+    const TaskQueueManager::TaskPtr& task, TaskState state) {
+  if (!uploadTaskQueue_.removeTaskFromInProgressQueue(task)) return {};
+  uploadTaskQueue_.removeKey(task->name());
+  task->unsubscribeForTaskUpdates(shared_from_this());
+  const auto getter = std::dynamic_pointer_cast<UploadTemplateGetterTask>(task);
+  const auto uploader = std::dynamic_pointer_cast<UploaderTask>(task);
+  BlockCall call;
+  const ErrorPtr unexpected = caught([&] {
+    call = getter != nullptr ? templateTaskEnded(*getter, state) : uploaderEnded(*uploader, state);
+  });
+  if (unexpected == nullptr) return call;
+  uploadTaskQueue_.removeKey(task->name());
+  return failure(getter != nullptr ? getter->blocks() : uploader->blocks(), *task, unexpected);
+}
+
+OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateTaskEnded(
+    UploadTemplateGetterTask& task, TaskState state) {
   logger().logInfo(kTemplateTaskEnded);
   if (state == TaskState::Ended) return templateReceived(task);
   logger().logError(kTemplateTaskFailed);
-  callFailure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
+  return failure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
 }
 
-void OnlineBinaryUploadManager::templateReceived(UploadTemplateGetterTask& task) {
+OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived(
+    UploadTemplateGetterTask& task) {
   const Dictionary uploadTemplate =
       task.outputContext()[upload::kRedirectionTemplate].dictionaryValue();
-  const auto fail = [&](std::int32_t code) {
-    callFailure(
+  const auto refuse = [&](std::int32_t code) {
+    return failure(
         task.blocks(), task,
         std::make_shared<const Error>(std::string(kUploadTaskDomain), code, uploadTemplate));
   };
   if (uploadTemplate[kOpStatus].integerValue() != 0) {
     logger().logError(kOpstatusNotZero);
-    return fail(kCodeUploadFailure);
+    return refuse(kCodeUploadFailure);
   }
   const Value& mode = uploadTemplate[keys::kUploadMode];
   if (mode == Value(kUploadModeBinary)) {
@@ -246,8 +294,9 @@ void OnlineBinaryUploadManager::templateReceived(UploadTemplateGetterTask& task)
   } else if (mode == Value(kUploadModeMultipart)) {
     scheduleUploader(std::make_shared<MultiPartUploaderTask>(task.name()), task);
   } else {
-    fail(kCodeUploadTaskInstanceFailure);
+    return refuse(kCodeUploadTaskInstanceFailure);
   }
+  return {};
 }
 
 void OnlineBinaryUploadManager::scheduleUploader(const std::shared_ptr<UploaderTask>& uploader,
@@ -264,19 +313,21 @@ void OnlineBinaryUploadManager::scheduleUploader(const std::shared_ptr<UploaderT
   uploadTaskQueue_.addToScheduledQueue(uploader);
 }
 
-void OnlineBinaryUploadManager::uploaderEnded(UploaderTask& task, TaskState state) {
+OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::uploaderEnded(UploaderTask& task,
+                                                                              TaskState state) {
   logger().logInfo(kUploaderEnded);
   if (state == TaskState::Errored) {
     logger().logError(kUploaderFailed);
-    return callFailure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
+    return failure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
   }
   logger().logInfo(kUploaderSucceeded);
   const auto& completed = task.blocks().onBytesUploadCompletedCompletionBlock;
-  if (!completed) return;
-  callBlock([&] {
-    completed(task.name(), task.outputContext()[upload::kFileDetails].textValue(),
-              task.inputContext()[keys::kUploadParams]);
-  });
+  if (completed == nullptr) return {};
+  return [block = completed, name = task.name(),
+          details = task.outputContext()[upload::kFileDetails].textValue(),
+          params = Value(task.inputContext()[keys::kUploadParams])] {
+    block->function()(name, details, params);
+  };
 }
 
 }  // namespace varo::binary

@@ -7,6 +7,7 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,9 +25,10 @@ class UploaderTask;
 /// back end for an upload template, then sends the bytes to where the template says, as a form
 /// ("multipart") or as they are ("binary"), signed where it asks for that.
 ///
-/// At most `MAX_PARALLEL_JOBS` steps of uploads run at once, the others wait in their order; one
-/// that waits starts when a block of the one that ended has returned. After the runtime's shutdown
-/// every upload fails. Owned by a `std::shared_ptr`, which outlives its uploads. Thread-safe.
+/// At most `MAX_PARALLEL_JOBS` steps of uploads run at once, the others wait in their order. One
+/// that waits starts before the completed or failure block of the one that ended is called; an
+/// upload keeps its place while its started block runs. After the runtime's shutdown every upload
+/// fails. Owned by a `std::shared_ptr`, which outlives its uploads. Thread-safe.
 class OnlineBinaryUploadManager final
     : public platform::TaskListener,
       public std::enable_shared_from_this<OnlineBinaryUploadManager> {
@@ -46,9 +48,11 @@ class OnlineBinaryUploadManager final
   /// upload go.
   ///
   /// Exactly one of the completed and the failure block is called, once, after the started block if
-  /// that is called at all; on a thread of the runtime's pool, with no lock held. Each may be
-  /// empty, and may start further uploads; what it throws is logged and goes no further. The file
-  /// must not change before.
+  /// that is called at all; on a thread of the runtime's pool, with no lock held. Only the
+  /// failure block of an upload that the runtime's shutdown overtakes may run on the thread that
+  /// calls this or `Runtime::shutdown`; there it must not wait for another upload. Each block may
+  /// be empty, and may start further uploads; what it throws is logged and goes no further. None is
+  /// copied once this has returned. The file must not change before.
   ///
   /// Errors: those of `validateInput`; in the domain "UploadError", 6006 for what could not be
   /// started; in the domain "UploadTask", with the template as user information, 6006 for one with
@@ -80,9 +84,17 @@ class OnlineBinaryUploadManager final
   [[nodiscard]] std::string makeSessionId() const;
   void start(const std::shared_ptr<const Upload>& upload);
   void schedule(const std::string& sessionId, const Upload& upload);
-  void templateTaskEnded(UploadTemplateGetterTask& task, platform::TaskState state);
-  void templateReceived(UploadTemplateGetterTask& task);
-  void uploaderEnded(UploaderTask& task, platform::TaskState state);
+  void startWaiting();
+
+  /// A call of a block that is still to be made; empty for none. Blocks are called last: one that
+  /// waits for an upload must find that on its way.
+  using BlockCall = std::function<void()>;
+  [[nodiscard]] BlockCall taskEnded(const TaskQueueManager::TaskPtr& task,
+                                    platform::TaskState state);
+  [[nodiscard]] BlockCall templateTaskEnded(UploadTemplateGetterTask& task,
+                                            platform::TaskState state);
+  [[nodiscard]] BlockCall templateReceived(UploadTemplateGetterTask& task);
+  [[nodiscard]] static BlockCall uploaderEnded(UploaderTask& task, platform::TaskState state);
   void scheduleUploader(const std::shared_ptr<UploaderTask>& uploader,
                         const UploadTemplateGetterTask& after);
 

@@ -8,7 +8,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
-#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Text.h"
 
 #include <memory>
@@ -20,7 +19,6 @@ using platform::Block;
 using platform::Clock;
 using platform::Data;
 using platform::Dictionary;
-using platform::DictionaryEntry;
 using platform::ErrorPtr;
 using platform::Result;
 using platform::Value;
@@ -28,34 +26,15 @@ using platform::Value;
 namespace {
 
 constexpr char kFileId[] = "fileId";
-constexpr char kAuth[] = "Auth";
-constexpr char kEndpointUrl[] = "endpointUrl";
-constexpr std::string_view kHmacDigest = "HMACDigest";
 constexpr std::string_view kIdentifierOfTime = "_%@";
-
-/// Whether there is a value: JSON's null says that there is none.
-bool isGiven(const Value& value) { return value.isPresent() && !value.isNull(); }
-
-/// The values as they stand inside a text of JSON, so that none of them ends it and goes on with
-/// entries of its own.
-Dictionary escapedForJson(const Dictionary& values) {
-  Dictionary escaped;
-  for (const DictionaryEntry& entry : values) {
-    const std::string text = entry.value.textValue();
-    const auto quoted = platform::json::serialize(text);
-    // What is not UTF-8 makes no JSON, wherever it is filled in.
-    escaped.set(entry.key, quoted ? quoted->substr(1, quoted->size() - 2) : text);
-  }
-  return escaped;
-}
 
 /// The configuration with the file parameters filled in. Not with the strict fill, which drops what
 /// closes the JSON.
 std::optional<Dictionary> filledConfiguration(const OnlineDownload& download) {
   const auto json = CommonUtils::jsonStringFromDictionary(download.configuration);
   if (!json) return std::nullopt;
-  const std::string filled =
-      TemplateUtil(*json).tryPopulateJSONTemplate(escapedForJson(download.fileParams));
+  const std::string filled = TemplateUtil(*json).tryPopulateJSONTemplate(
+      TemplateUtil::escapedForJson(download.fileParams));
   const Value parsed = CommonUtils::parseJsonString(filled);
   return parsed.isDictionary() ? std::optional(*parsed.dictionary()) : std::nullopt;
 }
@@ -74,13 +53,14 @@ Result<Dictionary> signedHeaders(const OnlineDownload& download, const Clock& cl
 Dictionary plainHeaders(const Dictionary& configuration) {
   Dictionary headers = configuration[keys::kHeaders].dictionaryValue();
   const Value& token = configuration[kVaroAuthorization];
-  if (isGiven(token)) BinaryNetworkUtils::setHeader(headers, kVaroAuthorization, token);
+  if (CommonUtils::isGiven(token))
+    BinaryNetworkUtils::setHeader(headers, kVaroAuthorization, token);
   return headers;
 }
 
 bool isSigned(const Dictionary& configuration) {
-  const std::string* auth = configuration[kAuth].text();
-  return auth != nullptr && *auth == kHmacDigest;
+  const std::string* auth = configuration[kTemplateParamAuth].text();
+  return auth != nullptr && *auth == kAuthHmacDigest;
 }
 
 /// "Headers" and "URL". An address that cannot be told is left out: the download fails without it.
@@ -93,7 +73,8 @@ Result<Dictionary> request(const OnlineDownload& download, const Clock& clock) {
     headers = std::move(authenticated).value();
   }
   std::optional<std::string> url;
-  if (const Value& endpoint = configuration[kEndpointUrl]; isGiven(endpoint)) {
+  if (const Value& endpoint = configuration[kTemplateParamEndpointUrl];
+      CommonUtils::isGiven(endpoint)) {
     ErrorPtr error;
     url = TemplateUtil(endpoint.textValue()).populateJSONTemplate(download.fileParams, &error);
     if (error != nullptr) return error;
@@ -114,7 +95,7 @@ Value carried(const typename Carrier::Function& block) {
 
 std::string onlineDownloadIdentifier(const OnlineDownload& download, const Clock& clock) {
   const Value& fileId = download.fileParams[kFileId];
-  return isGiven(fileId)
+  return CommonUtils::isGiven(fileId)
              ? fileId.textValue()
              : platform::formatMessage(kIdentifierOfTime, {CommonUtils::getEpochTime(clock)});
 }
@@ -125,7 +106,7 @@ Result<Dictionary> onlineDownloadInput(const OnlineDownload& download,
   if (!target) return target.error();
   const Dictionary& configuration = download.configuration;
   const auto given = [&configuration](const char* key) {
-    return isGiven(configuration[key]) ? configuration[key] : Value();
+    return CommonUtils::isGiven(configuration[key]) ? configuration[key] : Value();
   };
   return Dictionary{
       {keys::kQueryParams, given(keys::kQueryParams)},

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/UploadTask/UploadKeys.h"
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 namespace varo::binary {
@@ -23,7 +24,7 @@ BytesUploadHandlerTask::BytesUploadHandlerTask(std::string name, const platform:
     : UploaderTask(std::move(name), kTexts), clock_(clock) {}
 
 bool BytesUploadHandlerTask::prepareRequest() {
-  if (redirectionTemplate_[upload::kAuth] != Value(upload::kHmacDigest)) return true;
+  if (redirectionTemplate_[kTemplateParamAuth] != Value(kAuthHmacDigest)) return true;
   S3HMACGenerator signer(uploadParams_, redirectionTemplate_, fileData_, S3OperationType::kUpload,
                          clock_);
   auto signedHeaders = signer.getRequestHeaders(S3OperationType::kUpload);

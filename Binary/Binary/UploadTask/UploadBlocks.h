@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Block.h"
 #include "Platform/Foundation/Value.h"
 
+#include <memory>
 #include <string>
 
 namespace varo::binary {
@@ -27,12 +28,13 @@ using OnUploadFailure =
     platform::Block<void(const std::string& taskName, const platform::Value& error,
                          const platform::Value& uploadParams)>;
 
-/// The four, each empty where the caller gave none.
+/// The four, each null where the caller gave none. Shared by an upload's tasks: a function of the
+/// application may throw where it is copied, and then nobody would be left to tell.
 struct UploadBlocks {
-  OnBytesUploadStarted::Function onBytesUploadStartedCompletionBlock;
-  OnByteChunkUploadCompleted::Function onByteChunkUploadCompletedCompletionBlock;
-  OnBytesUploadCompleted::Function onBytesUploadCompletedCompletionBlock;
-  OnUploadFailure::Function onUploadFailureCompletionBlock;
+  std::shared_ptr<OnBytesUploadStarted> onBytesUploadStartedCompletionBlock;
+  std::shared_ptr<OnByteChunkUploadCompleted> onByteChunkUploadCompletedCompletionBlock;
+  std::shared_ptr<OnBytesUploadCompleted> onBytesUploadCompletedCompletionBlock;
+  std::shared_ptr<OnUploadFailure> onUploadFailureCompletionBlock;
 };
 
 }  // namespace varo::binary

@@ -3,8 +3,8 @@
 #include <string_view>
 
 /// Keys and values of the contexts of upload tasks and of upload templates, beside "URL" and
-/// "FilePath" of DownloadKeys.h and those of BinaryConstants.h. They are arrays because a
-/// dictionary takes its keys as `std::string`.
+/// "FilePath" of DownloadKeys.h, those of BinaryConstants.h and, of templates,
+/// BinaryNetworkConstants.h. They are arrays because a dictionary takes its keys as `std::string`.
 namespace varo::binary::upload {
 
 // Input of the task that fetches a template.
@@ -23,10 +23,7 @@ inline constexpr char kTemplateString[] = "templateString";
 inline constexpr char kFileDetails[] = "fileDetails";
 
 // Entries and values of a template.
-inline constexpr char kAuth[] = "Auth";
-inline constexpr char kEndpointUrl[] = "endpointUrl";
 inline constexpr char kRequestBody[] = "requestBody";
-inline constexpr std::string_view kHmacDigest = "HMACDigest";
 inline constexpr std::string_view kFileContent = "fileContent";
 
 /// Domain of the common check of the answers to all requests of an upload, and of what uploads of

@@ -6,7 +6,6 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
-#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTaskError.h"
@@ -40,13 +39,6 @@ constexpr std::string_view kFailed = "[UploadTemplateGetterTask] request failed"
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-/// The function of the block under `key`, empty where there is none.
-template <typename B>
-typename B::Function blockIn(const Dictionary& input, const char* key) {
-  const auto block = input[key].objectAs<B>();
-  return block != nullptr ? block->function() : typename B::Function();
-}
-
 }  // namespace
 
 UploadTemplateGetterTask::UploadTemplateGetterTask(std::string name)
@@ -59,10 +51,6 @@ void UploadTemplateGetterTask::execute() {
 
 void UploadTemplateGetterTask::unpackInputContext() {
   const Dictionary input = inputContext();
-  blocks_ = {blockIn<OnBytesUploadStarted>(input, upload::kOnBytesUploadStarted),
-             blockIn<OnByteChunkUploadCompleted>(input, upload::kOnByteChunkUploadCompleted),
-             blockIn<OnBytesUploadCompleted>(input, upload::kOnBytesUploadCompleted),
-             blockIn<OnUploadFailure>(input, upload::kOnUploadFailure)};
   url_ = input[kURL].textValue();
   headers_ = input[keys::kHeaders].dictionaryValue();
   localFilePath_ = input[kFilePath];
@@ -71,12 +59,21 @@ void UploadTemplateGetterTask::unpackInputContext() {
   isErrorRaised_ = false;
 }
 
+UploadBlocks UploadTemplateGetterTask::blocks() const {
+  const Dictionary input = inputContext();
+  return {input[upload::kOnBytesUploadStarted].objectAs<OnBytesUploadStarted>(),
+          input[upload::kOnByteChunkUploadCompleted].objectAs<OnByteChunkUploadCompleted>(),
+          input[upload::kOnBytesUploadCompleted].objectAs<OnBytesUploadCompleted>(),
+          input[upload::kOnUploadFailure].objectAs<OnUploadFailure>()};
+}
+
 void UploadTemplateGetterTask::unpackUploadParams(const Dictionary& input) {
   const Value& params = input[keys::kUploadParams];
   if (params.isMissing()) return;
-  uploadParams_ = params.dictionaryValue();  // empty for one that is null
-  const Value& fileName = params.dictionaryValue()[upload::kFileName];
-  if (fileName.isPresent()) uploadFileName_ = fileName.textValue();
+  const Dictionary given = params.dictionaryValue();
+  uploadParams_ = given;  // empty for one that is null
+  const Value& fileName = given[upload::kFileName];
+  if (CommonUtils::isGiven(fileName)) uploadFileName_ = fileName.textValue();
 }
 
 void UploadTemplateGetterTask::invokePostCall() {
@@ -106,7 +103,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
     logger().logError(kUnexpectedStatus, status);
     // An answer may repeat what was posted, the keys of an object store among it.
     return raise(kCodeUploadUnexpectedHTTPResponseCode, kUploadUnexpectedHTTPResponseCode,
-                 platform::redactSecrets(CommonUtils::getResponseString(withData)));
+                 CommonUtils::responseExcerpt(withData));
   }
   logger().logInfo(kSuccessful);
   _outputContext.set(upload::kRedirectionTemplate,

@@ -33,8 +33,8 @@ class UploadTemplateGetterTask final : public platform::VSTask {
   /// Ends it with `error`, unless that is null or the answer has ended it with an error.
   void checkForErrors(const platform::ErrorPtr& error);
 
-  /// Those of the input, once the task has come to its end.
-  [[nodiscard]] const UploadBlocks& blocks() const noexcept { return blocks_; }
+  /// Those of the input.
+  [[nodiscard]] UploadBlocks blocks() const;
 
  private:
   void unpackInputContext();
@@ -53,7 +53,6 @@ class UploadTemplateGetterTask final : public platform::VSTask {
   platform::Value localFilePath_;
   platform::Value fileContent_;
   bool isErrorRaised_ = false;
-  UploadBlocks blocks_;
 };
 
 }  // namespace varo::binary

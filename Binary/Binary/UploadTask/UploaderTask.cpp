@@ -20,6 +20,7 @@ namespace varo::binary {
 
 using platform::Data;
 using platform::Dictionary;
+using platform::DictionaryEntry;
 using platform::ErrorPtr;
 using platform::HttpResponseInfo;
 using platform::LogLevel;
@@ -36,11 +37,27 @@ constexpr int kOk = 200;
 constexpr int kCreated = 201;
 
 constexpr std::string_view kFileCountsAsEmpty = "The file can't be read and counts as empty : %@";
+constexpr std::string_view kAnswerCountsAsEmpty =
+    "The answer can't be read and counts as empty : %@";
+constexpr std::string_view kTemplateNotDictionary =
+    "the upload template is no JSON object once it is filled";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 std::optional<Dictionary> optionalDictionary(const Value& value) {
   return value.isDictionary() ? std::optional(*value.dictionary()) : std::nullopt;
+}
+
+/// Missing where that is no JSON.
+Value filledTemplate(const TemplateUtil& text, const Dictionary& params) {
+  return CommonUtils::parseJsonString(
+      text.tryPopulateJSONTemplate(TemplateUtil::escapedForJson(params)));
+}
+
+std::string urlFrom(const Dictionary& filled, const std::optional<Dictionary>& options) {
+  const Value& endpoint = filled[kTemplateParamEndpointUrl];
+  if (CommonUtils::isGiven(endpoint)) return endpoint.textValue();
+  return TemplateUtil::endPointURLFrom(filled, options).value_or(std::string());
 }
 
 }  // namespace
@@ -50,8 +67,7 @@ UploaderTask::UploaderTask(std::string name, const Texts& texts)
 
 void UploaderTask::execute() {
   if (!unpackInputContext()) return;
-  extractTemplate();
-  if (prepareRequest()) uploadFile();
+  if (extractTemplate() && prepareRequest()) uploadFile();
 }
 
 bool UploaderTask::unpackInputContext() {
@@ -62,7 +78,6 @@ bool UploaderTask::unpackInputContext() {
     logger().logInfo(texts_.noUploadParams);
   }
   redirectionTemplate_ = input[upload::kRedirectionTemplate].dictionaryValue();
-  uploadFileName_ = input[upload::kFileName].textValue();
   localFilePath_ = input[kFilePath].textValue();
   isErrorRaised_ = false;
   const Data* rawBytes = input[keys::kRawBytes].data();
@@ -86,29 +101,41 @@ bool UploaderTask::readFile() {
   return true;
 }
 
-void UploaderTask::extractTemplate() {
+/// False if an error was raised.
+bool UploaderTask::extractTemplate() {
   const Dictionary input = inputContext();
   const std::optional<Dictionary> options = optionalDictionary(input[keys::kOptions]);
   const TemplateUtil text(input[upload::kTemplateString].textValue());
-  const Dictionary filled =
-      CommonUtils::parseJsonString(text.tryPopulateJSONTemplate(uploadParams_)).dictionaryValue();
-  if (filled.contains(upload::kRequestBody)) {
-    requestBody_ = filled[upload::kRequestBody].dictionaryValue();
-    if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
-      logger().logDebug(texts_.requestBody,
-                        platform::redactSecrets(Value(requestBody_).description()));
-    }
+  const Value parsed = filledTemplate(text, uploadParams_);
+  if (!parsed.isDictionary() && transferPolicy() == TransferPolicy::kSafe) {
+    raise(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kTemplateNotDictionary);
+    return false;
   }
-  if (filled.contains(keys::kHeaders)) headers_ = filled[keys::kHeaders].dictionaryValue();
-  url_ = filled.contains(upload::kEndpointUrl)
-             ? filled[upload::kEndpointUrl].textValue()
-             : TemplateUtil::endPointURLFrom(filled, options).value_or(std::string());
-  headers_ = TemplateUtil::injectVaroAuthorizationInto(headers_, options);
-  if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
-    logger().logDebug(texts_.url, platform::redactSecrets(url_));
+  const Dictionary filled = parsed.dictionaryValue();
+  requestBody_ = filled[upload::kRequestBody].dictionaryValue();
+  url_ = urlFrom(filled, options);
+  headers_ =
+      TemplateUtil::injectVaroAuthorizationInto(filled[keys::kHeaders].dictionaryValue(), options);
+  if (BinaryLogger::isEnabled(LogLevel::kDebug)) logTemplate(text, options);
+  if (const auto& started = blocks_.onBytesUploadStartedCompletionBlock) {
+    callBlock([&] { started->function()(name(), input[keys::kUploadParams]); });
   }
-  const auto& started = blocks_.onBytesUploadStartedCompletionBlock;
-  if (started) callBlock([&] { started(name(), input[keys::kUploadParams]); });
+  return true;
+}
+
+/// A secret may be filled in anywhere, so this fills the template without the secrets.
+void UploaderTask::logTemplate(const TemplateUtil& text,
+                               const std::optional<Dictionary>& options) const {
+  Dictionary params;
+  for (const DictionaryEntry& entry : uploadParams_) {
+    params.set(entry.key,
+               platform::isSecretKey(entry.key) ? Value(platform::kRedacted) : entry.value);
+  }
+  const Dictionary filled = filledTemplate(text, params).dictionaryValue();
+  if (const Value& requestBody = filled[upload::kRequestBody]; CommonUtils::isGiven(requestBody)) {
+    logger().logDebug(texts_.requestBody, platform::redactSecrets(requestBody.description()));
+  }
+  logger().logDebug(texts_.url, platform::redactUrl(urlFrom(filled, options)));
 }
 
 NetworkCallback UploaderTask::completion() {
@@ -133,8 +160,15 @@ void UploaderTask::processNetworkResponse(const Dictionary& response,
   const auto info = response[platform::kHttpResponse].objectAs<HttpResponseInfo>();
   const int status = info != nullptr ? info->statusCode() : 0;
   if (status != kOk && status != kCreated) return raiseUnexpectedStatus(status, withData);
+  const Result<std::string> details = CommonUtils::responseText(withData);
+  if (!details) {
+    if (transferPolicy() == TransferPolicy::kSafe) {
+      return raise(kCodeUploadFailure, kUploadFailure, details.error()->localizedDescription());
+    }
+    logger().logError(kAnswerCountsAsEmpty, details.error());
+  }
   logger().logDebug(texts_.completed);
-  _outputContext.set(upload::kFileDetails, CommonUtils::getResponseString(withData));
+  _outputContext.set(upload::kFileDetails, details ? *details : std::string());
   setState(TaskState::Ended);
 }
 

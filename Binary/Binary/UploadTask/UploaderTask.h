@@ -15,15 +15,20 @@
 
 namespace varo::binary {
 
+class TemplateUtil;
+
 /// The second step of an online upload: sends a file's bytes in one request, as an upload template
 /// says. How the request looks is the subclass's business.
 ///
 /// Input: "redirectionTemplate" and "templateString", the template as JSON and as text; "rawBytes"
-/// or "FilePath"; "uploadParams", which fill the text's placeholders; "fileName"; "options", for
-/// the service's domain and token. Output: "fileDetails", the answer's body as text. Runs once.
+/// or "FilePath"; "uploadParams", which fill the text's placeholders, escaped, so that no value can
+/// change more of the template than it stands for; "options", for the service's domain and token.
+/// Output: "fileDetails", the answer's body as text. Runs once.
 ///
 /// Nothing is loaded: bytes of a file are read piece by piece while they are sent. A file that
 /// cannot be read counts as empty; under `TransferPolicy::kSafe` that is 6007, and nothing is sent.
+/// So is a template that is no dictionary once it is filled; under `kSafe` that is 6012. So is an
+/// answer that cannot be read or is more than 64 MiB; under `kSafe` that is 6006.
 /// Other errors: 6008 for a status other than 200 and 201 (under `kSafe` the error's user
 /// information has "httpStatusCode" and the start of the body, "responseBody"), 6006 for a request
 /// that got no answer.
@@ -70,7 +75,6 @@ class UploaderTask : public platform::VSTask {
   std::string url_;
   platform::Dictionary headers_;
   platform::Dictionary uploadParams_;
-  std::string uploadFileName_;
   std::string localFilePath_;
   platform::Dictionary requestBody_;
   platform::Data fileData_;
@@ -80,7 +84,9 @@ class UploaderTask : public platform::VSTask {
  private:
   [[nodiscard]] bool unpackInputContext();
   [[nodiscard]] bool readFile();
-  void extractTemplate();
+  [[nodiscard]] bool extractTemplate();
+  void logTemplate(const TemplateUtil& text,
+                   const std::optional<platform::Dictionary>& options) const;
   void processAnswer(const std::optional<platform::Data>& data,
                      const platform::Dictionary& response, const platform::ErrorPtr& error);
   void raiseUnexpectedStatus(int status, const std::optional<platform::Data>& body);

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <dlfcn.h>
+#include <utility>
 
 namespace varo::binary {
 namespace {
@@ -71,21 +72,26 @@ std::optional<std::string> CommonUtils::jsonStringFromDictionary(const Dictionar
   return platform::VROCommonUtility::getJSONStringFromNSDictionary(dictionary, nullptr);
 }
 
-std::string CommonUtils::getResponseString(const std::optional<Data>& data) {
-  if (!data) return {};
-  const Result<std::string> bytes = data->readAll(kMaxResponseText);
-  if (!bytes) {
-    BinaryLogger::sharedInstance().logError(kResponseUnreadable, bytes.error());
-    return {};
-  }
+Result<std::string> CommonUtils::responseText(const std::optional<Data>& data) {
+  const Result<std::string> bytes = data.value_or(Data()).readAll(kMaxResponseText);
+  if (!bytes) return bytes.error();
   return platform::sanitizeUtf8(*bytes);
+}
+
+std::string CommonUtils::getResponseString(const std::optional<Data>& data) {
+  Result<std::string> text = responseText(data);
+  if (text) return std::move(text).value();
+  BinaryLogger::sharedInstance().logError(kResponseUnreadable, text.error());
+  return {};
+}
+
+std::string CommonUtils::responseExcerpt(const std::optional<Data>& data) {
+  return platform::redactSecrets(getResponseString(data.value_or(Data()).slice(0, kBodyExcerpt)));
 }
 
 void CommonUtils::addAnswer(Dictionary& userInfo, int status, const std::optional<Data>& body) {
   userInfo.set(kHttpStatusCode, status);
-  if (!body) return;
-  userInfo.set(kResponseBody,
-               platform::redactSecrets(getResponseString(body->slice(0, kBodyExcerpt))));
+  if (body) userInfo.set(kResponseBody, responseExcerpt(body));
 }
 
 std::int32_t CommonUtils::getEpochTime(const platform::Clock& clock) {

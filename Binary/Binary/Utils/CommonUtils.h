@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
@@ -36,6 +37,11 @@ class CommonUtils {
       const platform::Dictionary& withResponseDictionary,
       const std::optional<platform::Data>& withData, const platform::ErrorPtr& andError);
 
+  /// Whether there is a value: JSON's null says that there is none.
+  [[nodiscard]] static bool isGiven(const platform::Value& value) noexcept {
+    return value.isPresent() && !value.isNull();
+  }
+
   /// The JSON value that `json` is; missing for no or empty text and for text that is not JSON.
   [[nodiscard]] static platform::Value parseJsonString(const std::optional<std::string>& json);
   /// The same of bytes, which are read piece by piece.
@@ -45,9 +51,14 @@ class CommonUtils {
   [[nodiscard]] static std::optional<std::string> jsonStringFromDictionary(
       const platform::Dictionary& dictionary);
 
-  /// The bytes as text, with U+FFFD for what is not UTF-8. Empty for missing bytes, and, with a
-  /// logged error, for bytes that cannot be read or are more than 64 MiB.
+  /// The bytes as text, with U+FFFD for what is not UTF-8; empty for missing bytes. Errors: those
+  /// of `Data::read`, and EFBIG for more than 64 MiB.
+  [[nodiscard]] static platform::Result<std::string> responseText(
+      const std::optional<platform::Data>& data);
+  /// The same, and empty, with a logged error, for bytes that make one.
   [[nodiscard]] static std::string getResponseString(const std::optional<platform::Data>& data);
+  /// The first 4 KiB of the bytes as text, with secrets replaced, as errors show them.
+  [[nodiscard]] static std::string responseExcerpt(const std::optional<platform::Data>& data);
 
   /// Adds to an error's user information what a server answered: "httpStatusCode" and, where there
   /// are bytes, the first 4 KiB of them as text, "responseBody", with secrets replaced.

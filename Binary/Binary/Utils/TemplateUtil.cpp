@@ -5,6 +5,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Text.h"
 
 #include <fmt/format.h>
@@ -86,6 +87,16 @@ std::string TemplateUtil::tryPopulateJSONTemplate(const Dictionary& values) cons
     result = replaceAll(result.empty() ? text_ : result, placeholder, entry.value.textValue());
   }
   return result.empty() ? text_ : result;
+}
+
+Dictionary TemplateUtil::escapedForJson(const Dictionary& values) {
+  Dictionary escaped;
+  for (const DictionaryEntry& entry : values) {
+    const std::string text = entry.value.textValue();
+    const auto quoted = platform::json::serialize(text);
+    escaped.set(entry.key, quoted ? quoted->substr(1, quoted->size() - 2) : text);
+  }
+  return escaped;
 }
 
 std::optional<std::string> TemplateUtil::endPointURLFrom(

@@ -11,7 +11,8 @@
 namespace varo::binary {
 
 /// A request template: a text with placeholders such as ${name}, and the helpers that turn template
-/// dictionaries into URLs and headers. Values enter a text in their text form, without escaping.
+/// dictionaries into URLs and headers. Values enter a text in their text form, without escaping:
+/// where the text is JSON, fill it with `escapedForJson`.
 /// Immutable after construction, so shared freely between threads.
 class TemplateUtil {
  public:
@@ -39,6 +40,10 @@ class TemplateUtil {
   /// replace over the text, one value after the other, so a value may bring a placeholder along
   /// that a later value fills.
   [[nodiscard]] std::string tryPopulateJSONTemplate(const platform::Dictionary& values) const;
+
+  /// The values as they stand inside a text of JSON, so that none of them ends it and goes on with
+  /// entries of its own. What is not UTF-8 stays as it is: it makes no JSON, wherever it is.
+  [[nodiscard]] static platform::Dictionary escapedForJson(const platform::Dictionary& values);
 
   /// The template's "domain" and "relativepath" in one; the domain "#middlewaredomain" (any letter
   /// case) stands for the options' own "domain". None without template, options or that domain.

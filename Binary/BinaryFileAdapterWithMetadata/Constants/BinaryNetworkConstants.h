@@ -16,6 +16,11 @@ inline constexpr std::string_view kTemplateStart = "${";
 inline constexpr std::string_view kTemplateEnd = "}";
 inline constexpr char kTemplateParamDomain[] = "domain";
 inline constexpr char kTemplateParamRelativePath[] = "relativepath";
+/// The whole URL, in place of the two above.
+inline constexpr char kTemplateParamEndpointUrl[] = "endpointUrl";
+/// Whether requests are signed: they are where it is `kAuthHmacDigest`.
+inline constexpr char kTemplateParamAuth[] = "Auth";
+inline constexpr std::string_view kAuthHmacDigest = "HMACDigest";
 /// The template domain that means the object service itself.
 inline constexpr std::string_view kMiddlewareDomain = "#middlewaredomain";
 
