@@ -116,9 +116,6 @@ class OnlineDownloadTest : public test::DownloadFixture {
         << testing::PrintToString(callsOf("started completed failed"));
     return callsOf("completed failed");
   }
-  void awaitRequests(std::size_t count) const {
-    EXPECT_TRUE(eventually([&] { return transport_->requestCount() == count; }));
-  }
   /// What is in the file that the call of a completed block names.
   [[nodiscard]] std::string bytesOf(const std::string& call) const {
     const std::size_t at = call.find(home_ / "Documents");
@@ -323,7 +320,7 @@ TEST_F(OnlineDownloadTest, SixthWaitsForASuccessAndUnderTheSafePolicyForAnyEndOf
       first->subscribeForTaskUpdates(manager_);
       first->subscribeForTaskUpdates(listener);
       for (int i = 0; i < 2; ++i) manager_->checkAndStartExecution(first);
-      awaitRequests(before + 1);
+      awaitHeld(1);
       for (const char* id : {"b", "c", "d", "e", "waits", "b", "waits"}) start(named(id));
       EXPECT_THAT(awaitEnds(2), testing::UnorderedElementsAre("failed b: " + kInQueue,
                                                               "failed waits: " + kInQueue));
@@ -333,7 +330,7 @@ TEST_F(OnlineDownloadTest, SixthWaitsForASuccessAndUnderTheSafePolicyForAnyEndOf
       EXPECT_TRUE(eventually([&] { return listener->heard == end; }));
       const bool isTurn = policy == TransferPolicy::kSafe || end == TaskState::Ended;
       if (!isTurn) start(named("new"));  // takes the place
-      awaitRequests(before + 6);
+      EXPECT_TRUE(eventually([&] { return transport_->requestCount() == before + 6; }));
       EXPECT_EQ(transport_->requests().back().url,
                 isTurn ? "http://store/waits" : "http://store/new");
       transport_->releaseAll();
