@@ -82,6 +82,24 @@ TEST_F(BlobFilesTest, DeletionIsRecordedForTheSyncEngine) {
   }
 }
 
+TEST_F(BlobFilesTest, DeletionDuringADownloadStaysRecordedUnderTheSafePolicy) {
+  for (const TransferPolicy policy : {TransferPolicy::kCompatible, TransferPolicy::kSafe}) {
+    setTransferPolicy(policy);
+    makeDatabase();
+    const std::string id = newBlob("a");
+    transport_->hold();
+    start(id);
+    awaitHeld(1);
+    EXPECT_TRUE(test::eventually([&] { return stateOf(id) == "102"; }));
+    EXPECT_EQ(deletionOf("a", false), id + " 10 ok");
+    transport_->releaseAll();
+    EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
+    const std::string state = policy == TransferPolicy::kSafe ? "201" : "50";
+    EXPECT_EQ(blobRows(), id + "|" + pathOf(id) + "|" + state);
+    manager_->clearBinaryDataManagerState();
+  }
+}
+
 TEST_F(BlobFilesTest, DeletionThatCannotBeRecordedFails) {
   const std::string database = "DeleteBinaryDomain 7001 ";
   sql("INSERT INTO album VALUES ('lost', '99')");

@@ -1,7 +1,9 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/BlobFixture.h"
+#include "tests/support/RecordingLog.h"
 
+#include <atomic>
 #include <future>
 #include <iostream>
 
@@ -14,6 +16,8 @@ using namespace testing;
 
 constexpr TransferPolicy kBothPolicies[] = {TransferPolicy::kCompatible, TransferPolicy::kSafe};
 
+const std::string kNotResumable =
+    "DownloadTaskErrorDomain 5001 Task is in Started, Ended or Errored state hence can't resumed.";
 const std::string kCleared =
     "DownloadTaskError 4 The downloads were cleared before this one had ended.";
 
@@ -144,20 +148,30 @@ TEST_F(DownloadSchedulingTest, ClearingStopsAndForgetsAndUnderTheSafePolicyAnswe
     setTransferPolicy(policy);
     makeDatabase();
     const std::string resumed = pausedBlob("resumed");
+    const std::string paused = pausedBlob("paused");
     std::vector<std::string> ids;
     for (const char* pk : {"1", "2", "3", "4", "5", "6", "7"}) ids.push_back(newBlob(pk));
     transport_->hold();
     manager_->resumeDownload(resumed, block("resume"));
+    EXPECT_TRUE(eventually([&] { return stateOf(resumed) == "102"; }));
+    EXPECT_EQ(create("resumed").summary(), "create: ok");  // the former one runs on
     for (std::size_t i = 0; i < 6; ++i) start(ids[i]);
     awaitHeld(6);
     manager_->invalidateAllBackgroundSessions();
+    if (policy == TransferPolicy::kSafe) {
+      start(ids[6]);
+      manager_->pauseDownload(ids[0], block("pause"));
+      manager_->resumeDownload(paused, block("resume"));
+      EXPECT_THAT(awaitSummaries(3), Each(EndsWith("5001 The download was stopped.")));
+    }
     manager_->clearBinaryDataManagerState();
     transport_->releaseAll();
     if (policy == TransferPolicy::kSafe) {
-      EXPECT_THAT(awaitSummaries(7), Each(EndsWith(": " + kCleared)));
+      EXPECT_THAT(awaitSummaries(8), Each(EndsWith(": " + kCleared)));
     }
     EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == atRest; }));
     EXPECT_EQ(stateOf(ids[0]) + stateOf(ids[5]) + stateOf(ids[6]), "102101101");
+    EXPECT_EQ(stateOf(resumed), "102");
     EXPECT_FALSE(std::filesystem::exists(pathOf(ids[0])));
     EXPECT_EQ(create("1").summary(), "create: ok");  // and all places are free again
     start(ids[0]);
@@ -165,6 +179,50 @@ TEST_F(DownloadSchedulingTest, ClearingStopsAndForgetsAndUnderTheSafePolicyAnswe
     manager_->clearBinaryDataManagerState();
     std::filesystem::remove_all(home_ / "Documents");
   }
+}
+
+TEST_F(DownloadSchedulingTest, OperationInTheMiddleOfAResumeIsAnsweredAndCounts) {
+  for (const bool pauses : {true, false}) {
+    const std::string id = pausedBlob(pauses ? "paused" : "started");
+    const std::string moment = pauses ? "Calling the resume download method for blob ID : " + id
+                                      : "Task is in end state but the file is not available.";
+    std::atomic<bool> done = false;
+    const RecordingLog log;
+    log->onWrite = [&](std::string_view) {
+      if (log->count(LogLevel::kDebug, moment) == 0 || done.exchange(true)) return;
+      if (!pauses) return start(id);
+      manager_->pauseDownload(id, block("pause"));
+    };
+    transport_->hold();
+    manager_->resumeDownload(id, block("resume"));
+    EXPECT_EQ(awaitNext().summary(), pauses ? "pause: ok" : "resume: " + kNotResumable);
+    if (pauses) manager_->resumeDownload(id, block("resume"));
+    transport_->releaseAll();
+    EXPECT_EQ(awaitNext().summary(), pauses ? "resume: ok" : "start " + id + ": ok");
+    EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
+  }
+}
+
+TEST_F(DownloadSchedulingTest, BlobThatIsAskedForTwiceComesOnceUnderTheSafePolicy) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  const std::string resumed = pausedBlob("resumed");
+  std::vector<std::string> ids;
+  for (const char* pk : {"1", "2", "3", "4", "5", "6"}) ids.push_back(newBlob(pk));
+  const std::size_t before = transport_->requestCount();
+  transport_->hold();
+  manager_->resumeDownload(resumed, block("resume"));
+  awaitHeld(1);
+  EXPECT_TRUE(eventually([&] { return stateOf(resumed) == "102"; }));
+  EXPECT_EQ(create("resumed").summary(), "create: ok");
+  start(resumed);  // waits, though there is a place
+  for (const std::string& id : ids) start(id);
+  awaitHeld(6);
+  EXPECT_EQ(create("6").summary(), "create: ok");
+  start(ids[5]);
+  transport_->releaseAll();
+  EXPECT_THAT(awaitSummaries(9), Each(EndsWith(": ok")));
+  EXPECT_EQ(transport_->requestCount(), before + 2 + 6 * 3);
+  EXPECT_EQ(contentOf(pathOf(resumed)) + contentOf(pathOf(ids[5])), object_.bytes + object_.bytes);
 }
 
 TEST_F(DownloadSchedulingTest, DownloadOutlivesItsDatabase) {

@@ -140,6 +140,12 @@ bool BlobStoreTable::update(const std::string& blobId, const Dictionary& values)
                                                 {{blobs::kId, blobId}});
 }
 
+bool BlobStoreTable::updateInState(const std::string& blobId, const Value& state,
+                                   const Dictionary& values) const {
+  return SQLiteUtil::updateStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values,
+                                                {{blobs::kId, blobId}, {blobs::kState, state}});
+}
+
 bool isAbsolutePath(std::string_view path) noexcept {
   return path.starts_with('/') && path.find('\0') == std::string_view::npos;
 }

@@ -71,6 +71,9 @@ class BlobStoreTable {
   [[nodiscard]] std::int64_t insert(const platform::Dictionary& values) const;
   /// Changes the row of this blob. True also when there is none.
   [[nodiscard]] bool update(const std::string& blobId, const platform::Dictionary& values) const;
+  /// The same while the row is in this state, and nothing, true as well, when it is in another.
+  [[nodiscard]] bool updateInState(const std::string& blobId, const platform::Value& state,
+                                   const platform::Dictionary& values) const;
 
  private:
   [[nodiscard]] std::optional<platform::Dictionary> firstRow(

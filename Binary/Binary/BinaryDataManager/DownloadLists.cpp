@@ -180,9 +180,12 @@ bool DownloadLists::anotherRunsLocked(const TaskPtr& task) const {
   const auto isRunningRival = [&](const Entry& entry) {
     return isRival(entry.task) && runs(entry);
   };
+  const auto isAmong = [&isRival](const std::vector<TaskPtr>& list) {
+    return std::any_of(list.begin(), list.end(), isRival);
+  };
   const auto current = content_.tasks.find(task->name());
-  return (current != content_.tasks.end() && isRunningRival(current->second)) ||
-         std::any_of(content_.inProgressQueue.begin(), content_.inProgressQueue.end(), isRival) ||
+  return isAmong(content_.inProgressQueue) || isAmong(content_.finishedQueue) ||
+         (current != content_.tasks.end() && isRunningRival(current->second)) ||
          std::any_of(content_.replaced.begin(), content_.replaced.end(), isRunningRival);
 }
 

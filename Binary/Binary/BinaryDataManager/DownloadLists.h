@@ -65,7 +65,7 @@ class DownloadLists {
   /// task that cannot be started (it was already, or has ended while it waited) makes way for the
   /// first one that waits, and so on. Null when there is none to start. Under
   /// `TransferPolicy::kSafe` a task that was stopped cannot be started, and one waits on while
-  /// another of its name runs.
+  /// another of its name runs, or is finished and its row does not say so yet.
   [[nodiscard]] TaskPtr takeToStart(const TaskPtr& task);
   /// The same of the first one that waits.
   [[nodiscard]] TaskPtr takeFirstToStart();

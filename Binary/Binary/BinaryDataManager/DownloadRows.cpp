@@ -4,6 +4,7 @@
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
@@ -57,6 +58,30 @@ BlobStoreTable tableOf(const Dictionary& input) {
 ErrorPtr fileError(std::int32_t code, std::string_view message) {
   return std::make_shared<const platform::Error>(std::string(kDownloadTaskErrorDomain), code,
                                                  Dictionary{{kErrorMessage, message}});
+}
+
+/// Changes the row in the state in which it was read, so that a deletion that is recorded between
+/// the two statements stands.
+bool updateUnlessDeleted(const BlobStoreTable& table, const std::string& blobId,
+                         const Dictionary& values) {
+  const auto row = table.row(blobId);
+  if (!row) return table.update(blobId, values);
+  const platform::Value& state = (*row)[blobs::kState];
+  if (state == platform::Value(blobs::kNull)) return table.update(blobId, values);
+  const std::int64_t number = state.integerValue();
+  if (number != kDeleteAccepted && number != kDeleteInProgress) {
+    return table.updateInState(blobId, state, values);
+  }
+  // The sync engine is to find the file that has come since.
+  const platform::Value& path = values[blobs::kLocalPath];
+  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return true;
+  return table.update(blobId, {{blobs::kLocalPath, path}});
+}
+
+bool update(const DownloadTask& task, const Dictionary& values) {
+  const BlobStoreTable table = tableOf(task.inputContext());
+  if (transferPolicy() != TransferPolicy::kSafe) return table.update(task.name(), values);
+  return updateUnlessDeleted(table, task.name(), values);
 }
 
 }  // namespace
@@ -115,10 +140,9 @@ void DownloadRows::limitOffsetToFile(DownloadTask& task) {
 
 void DownloadRows::updateDBForTask(const DownloadTask& task, const Dictionary& output) {
   // An output that is missing is no entry, and its column stays as it is.
-  const bool updated = tableOf(task.inputContext())
-                           .update(task.name(), {{blobs::kLocalPath, output[kFilePath]},
-                                                 {blobs::kState, kFileAvailable},
-                                                 {blobs::kSize, output[kTotalFileSize]}});
+  const bool updated = update(task, {{blobs::kLocalPath, output[kFilePath]},
+                                     {blobs::kState, kFileAvailable},
+                                     {blobs::kSize, output[kTotalFileSize]}});
   if (updated) {
     logger().logDebug(kCompletionUpdated, task.name());
   } else {
@@ -130,7 +154,7 @@ void DownloadRows::updateStateOfTask(const DownloadTask& task, std::int32_t with
                                      const Dictionary& output) {
   Dictionary values{{blobs::kState, withState}};
   if (withState != kDownloadStarted) values.set(blobs::kLocalPath, output[kFilePath]);
-  if (tableOf(task.inputContext()).update(task.name(), values)) {
+  if (update(task, values)) {
     logger().logDebug(kStateUpdated, withState, task.name());
   } else {
     logger().logError(kStateNotUpdated, withState, task.name());

@@ -10,7 +10,8 @@
 namespace varo::binary {
 
 /// What the row of a download's blob says, and what is noted there. The row is that of the task's
-/// name in the database that its input names. Stateless, thread-safe.
+/// name in the database that its input names. Under `TransferPolicy::kSafe` one whose deletion is
+/// recorded keeps its state, and takes a path only where it has none. Stateless, thread-safe.
 class DownloadRows {
  public:
   DownloadRows() = delete;
