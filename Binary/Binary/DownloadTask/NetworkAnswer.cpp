@@ -186,8 +186,8 @@ void NetworkTask::processNetworkResponse(Run& run, const HttpResponseInfo& respo
       run._isAsteriskRecieved = false;
       return setCauseOfStatus(run, kInternalServerError, data);
     case kRangeNotSatisfiable:
-      if (transferPolicy() == TransferPolicy::kSafe) {
-        return processUnsatisfiableRange(run, response);
+      if (transferPolicy() == TransferPolicy::kSafe && processUnsatisfiableRange(run, response)) {
+        return;
       }
       [[fallthrough]];
     default:
@@ -288,7 +288,8 @@ void NetworkTask::populateFileSizeFromResponse(Run& run, std::optional<std::int6
   logger().logDebug(kTotalSizeIs, *total);
 }
 
-void NetworkTask::processUnsatisfiableRange(Run& run, const HttpResponseInfo& response) const {
+/// False where it is an error.
+bool NetworkTask::processUnsatisfiableRange(Run& run, const HttpResponseInfo& response) {
   const auto range =
       ContentRange::parse(response.headerField(kContentRange).value_or(std::string()));
   const std::optional<std::int64_t> total = range ? range->total : std::nullopt;
@@ -296,15 +297,15 @@ void NetworkTask::processUnsatisfiableRange(Run& run, const HttpResponseInfo& re
   if (total && *total == run._totalBytesDownloaded && isStated) {
     run._totalFileSize = *total;
     run.isAllThere = true;
-  } else if (total && *total < run._totalBytesDownloaded && !run.hasStartedOver &&
-             !run.isStreamed) {
+    return true;
+  }
+  if (total && *total < run._totalBytesDownloaded && !run.hasStartedOver && !run.isStreamed) {
     run._totalBytesDownloaded = 0;
     static_cast<Identity&>(run) = {};
     run.hasStartedOver = run.startsOver = true;
-  } else {
-    logger().logDebug(kOtherStatus);
-    setCause(run, kInvalidInputCode, setErrorMessageDependingOnStatusCode(kRangeNotSatisfiable));
+    return true;
   }
+  return false;
 }
 
 bool NetworkTask::isErrorResponse(const std::string& json) const {

@@ -92,7 +92,8 @@ class NetworkTask final : public platform::VSTask {
   void checkWholeObject(Run& run) const;
   void processRange(Run& run, const platform::HttpResponseInfo& response,
                     const platform::Data& data) const;
-  void processUnsatisfiableRange(Run& run, const platform::HttpResponseInfo& response) const;
+  [[nodiscard]] static bool processUnsatisfiableRange(Run& run,
+                                                      const platform::HttpResponseInfo& response);
   [[nodiscard]] static bool isEndOfUnknownSize(const Run& run, std::string_view contentRange);
   [[nodiscard]] static bool isSameObject(Run& run, const platform::HttpResponseInfo& response,
                                          std::optional<std::int64_t> total);
