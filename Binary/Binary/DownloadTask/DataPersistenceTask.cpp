@@ -111,7 +111,7 @@ DataPersistenceTask::DataPersistenceTask(std::string name) : VSTask(std::move(na
 
 void DataPersistenceTask::execute() {
   logger().logTrace(kInside, name());
-  if (getBlobID().empty()) {
+  if (!validateInput()) {
     logger().logError(kInvalidInputLogged);
     const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
     _errorContext.set(kDataPersistanceError, userInfo);
@@ -156,6 +156,8 @@ void DataPersistenceTask::releaseFile() {
 // Where the file is.
 
 std::string DataPersistenceTask::getBlobID() const { return inputContext()[kBlobId].textValue(); }
+
+bool DataPersistenceTask::validateInput() const { return !getBlobID().empty(); }
 
 std::string DataPersistenceTask::getDirectoryPath(const std::string& folder) {
   const std::string path = platform::UserDirectories::current()->documents() + "/" + folder;

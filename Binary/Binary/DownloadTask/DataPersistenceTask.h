@@ -55,6 +55,7 @@ class DataPersistenceTask final : public platform::VSTask {
   [[nodiscard]] std::string computeFilePath() const;
   [[nodiscard]] std::string getFilePath();
   [[nodiscard]] std::string getBlobID() const;
+  [[nodiscard]] bool validateInput() const;
 
   void beginRun();
   void checkForStreamingAndCallbacks();

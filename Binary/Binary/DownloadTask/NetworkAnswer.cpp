@@ -340,7 +340,7 @@ std::optional<std::string> NetworkTask::parseErrorResponse(const std::string& js
   return message.textValue();
 }
 
-void NetworkTask::decodeBase64(Run& run) {
+void NetworkTask::setChunkDataForBase64(Run& run) {
   const std::optional<std::string> text = parseBase64StringFromData(*run._chunkData);
   std::optional<std::string> bytes = text ? decodedBase64(*text) : std::nullopt;
   run._chunkData.reset();

@@ -78,6 +78,10 @@ std::string parameter(std::string_view name, const Value& value) {
   return "&" + std::string(name) + "=" + platform::percentEncode(value.textValue());
 }
 
+std::string getRangeRequestStringFrom(std::int64_t from, std::int64_t to) {
+  return "bytes=" + std::to_string(from) + "-" + std::to_string(to);
+}
+
 /// The last position of a range, which the size of the object limits where it is known.
 std::int64_t endOfRange(std::int64_t from, std::int64_t length, std::int64_t totalFileSize) {
   const std::int64_t room = std::numeric_limits<std::int64_t>::max() - from;
@@ -248,17 +252,21 @@ void NetworkTask::downloadChunk(const RunPtr& run) {
 }
 
 void NetworkTask::prepareRequestObject(Run& run) const {
+  setHeaders(run);
+  setRangeHeader(run);
+}
+
+void NetworkTask::setHeaders(Run& run) const {
   run._headers = GlobalHeaders::shared().headersFor(run._url);
   for (const DictionaryEntry& header : inputContext()[kDownloadHeaders].dictionaryValue()) {
     BinaryNetworkUtils::setHeader(run._headers, header.key, header.value.textValue());
   }
-  setRangeHeader(run);
 }
 
 void NetworkTask::setRangeHeader(Run& run) const {
   const std::int64_t from = run._totalBytesDownloaded;
   const std::int64_t to = endOfRange(from, run._chunkSize, run._totalFileSize);
-  const std::string range = "bytes=" + std::to_string(from) + "-" + std::to_string(to);
+  const std::string range = getRangeRequestStringFrom(from, to);
   if (BinaryLogger::isEnabled(platform::LogLevel::kDebug)) {
     logger().logDebug(kRangeRequest, inputContext()[kBlobId], range);
   }
@@ -290,7 +298,7 @@ void NetworkTask::checkForErrors(const RunPtr& run) {
     run->startsOver = false;
     return downloadChunk(run);
   }
-  const std::shared_ptr<Chunk> chunk = prepareChunkObject(*run);
+  const std::shared_ptr<Chunk> chunk = prepareChunkObjectWithData(*run);
   const bool isOfUnknownSize = run->_isAsteriskRecieved && chunk->data();
   if (isOfUnknownSize) ++run->rangesOfUnknownSize;
   if (!publish(run, chunk)) return;
@@ -312,7 +320,7 @@ void NetworkTask::checkForErrors(const RunPtr& run) {
 void NetworkTask::endWithWholeObject(const RunPtr& run) {
   const bool isBase64 = run->_responseType == kResponseTypeBase64;
   logger().logDebug(isBase64 ? kBase64Ends : kWholeFileEnds);
-  if (isBase64) decodeBase64(*run);
+  if (isBase64) setChunkDataForBase64(*run);
   checkWholeObject(*run);
   if (run->_isErrorServingData) return fail(run, run->_cause);
   // Whatever was fetched before, this is the object from its first byte to its last.
@@ -321,16 +329,20 @@ void NetworkTask::endWithWholeObject(const RunPtr& run) {
   if (run->_totalFileSize != 0 && run->_chunkData) {
     run->_totalFileSize = static_cast<std::int64_t>(run->_chunkData->size());
   }
-  if (publish(run, prepareChunkObject(*run))) end(run);
+  if (publish(run, prepareChunkObjectWithData(*run))) end(run);
 }
 
-std::shared_ptr<Chunk> NetworkTask::prepareChunkObject(Run& run) {
+std::shared_ptr<Chunk> NetworkTask::prepareChunkObjectWithData(Run& run) {
   if (!run._chunkData) return std::make_shared<Chunk>();
   const std::int64_t offset = run._totalBytesDownloaded;
-  run._totalBytesDownloaded += static_cast<std::int64_t>(run._chunkData->size());
+  updateDownloadedBytes(run, run._chunkData->size());
+  return std::make_shared<Chunk>(*std::exchange(run._chunkData, std::nullopt), offset);
+}
+
+void NetworkTask::updateDownloadedBytes(Run& run, std::uint64_t length) {
+  run._totalBytesDownloaded += static_cast<std::int64_t>(length);
   run.bytesPublished = std::max(run.bytesPublished, run._totalBytesDownloaded);
   logger().logDebug(kBytesDownloaded, run._totalBytesDownloaded);
-  return std::make_shared<Chunk>(*std::exchange(run._chunkData, std::nullopt), offset);
 }
 
 // What others see of a run.

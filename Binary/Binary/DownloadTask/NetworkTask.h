@@ -82,6 +82,7 @@ class NetworkTask final : public platform::VSTask {
 
   void downloadChunk(const RunPtr& run);
   void prepareRequestObject(Run& run) const;
+  void setHeaders(Run& run) const;
   void setRangeHeader(Run& run) const;
   void processAnswer(const RunPtr& run, const std::optional<platform::Data>& data,
                      const platform::Dictionary& responseInfo, const platform::ErrorPtr& error);
@@ -106,9 +107,11 @@ class NetworkTask final : public platform::VSTask {
 
   void checkForErrors(const RunPtr& run);
   void endWithWholeObject(const RunPtr& run);
-  [[nodiscard]] static std::shared_ptr<Chunk> prepareChunkObject(Run& run);
+  /// The chunk of what the answer brought, which is counted; the end marker where it brought none.
+  [[nodiscard]] static std::shared_ptr<Chunk> prepareChunkObjectWithData(Run& run);
+  static void updateDownloadedBytes(Run& run, std::uint64_t length);
   /// Puts the bytes that the answer holds in its place; none where it holds none.
-  static void decodeBase64(Run& run);
+  static void setChunkDataForBase64(Run& run);
 
   /// These do nothing, the first with false, when the run is not the task's any more.
   [[nodiscard]] bool publish(const RunPtr& run, const std::shared_ptr<Chunk>& chunk);
