@@ -1,6 +1,7 @@
 #include "Cli/Commands/ObjectFailure.h"
 
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Array.h"
@@ -28,6 +29,8 @@ namespace {
 
 /// Bytes of a reason that is neither XML nor short.
 constexpr std::size_t kLongestReason = 300;
+
+constexpr std::string_view kNotRunningHint = "Is the store or service of --config running?";
 
 /// What a store says in the elements of its XML, and what to do about it.
 struct StoreHint {
@@ -92,8 +95,29 @@ void addReason(const std::string& body, FailureText& text) {
   if (hint != kStoreHints.end()) text.hint = hint->text;
 }
 
-bool isOfDownload(const ErrorPtr& error) {
-  return error != nullptr && error->domain() == binary::kDownloadTaskError;
+/// Of an upload whose template, which is all that the error has, is none to go by.
+void describeTemplate(const Dictionary& given, FailureText& text) {
+  if (text.code == binary::kCodeUploadTaskInstanceFailure) {
+    text.message =
+        fmt::format("the template of the service has the unknown \"{}\" '{}'",
+                    binary::keys::kUploadMode, given[binary::keys::kUploadMode].textValue());
+    return;
+  }
+  const std::string words = given["errmsg"].textValue();
+  text.message = fmt::format("the service gave no template: {} {}{}", binary::kOpStatus,
+                             given[binary::kOpStatus].integerValue(),
+                             words.empty() ? "" : fmt::format(" ({})", words));
+}
+
+void addUploadHint(FailureText& text) {
+  if (platform::lowerCase(text.message).find("token") != std::string::npos) {
+    text.hint = fmt::format(
+        "The service of the templates takes its token from \"{}\" of --config "
+        "or from --header.",
+        binary::keys::kHeaders);
+  } else if (text.code == binary::kCodeUploadFailure) {
+    text.hint = kNotRunningHint;
+  }
 }
 
 void addDownloadHint(const Dictionary& context, FailureText& text) {
@@ -103,7 +127,7 @@ void addDownloadHint(const Dictionary& context, FailureText& text) {
   } else if (text.code == binary::kCodeEmptyBodyReceived) {
     text.hint = "Nothing is kept of an object without bytes: the library takes it for an error.";
   } else if (text.code == binary::kCodeUploadFailure) {
-    text.hint = "Is the store or service of --config running?";
+    text.hint = kNotRunningHint;
   } else {
     text.hint = "Check the address and the keys of --config, and --param.";
   }
@@ -116,11 +140,16 @@ FailureText describeObjectFailure(const Value& failure) {
   FailureText text = describeFailure(first);
   const ErrorPtr error = first.error();
   if (error == nullptr) return text;
-  if (isOfDownload(error)) {
-    // What the library says of every request that failed.
-    const std::string misnomer = fmt::format("{}: ", binary::kUploadFailure);
-    if (text.message.starts_with(misnomer)) text.message.erase(0, misnomer.size());
+  // What the library says of every request that failed.
+  const std::string misnomer = fmt::format("{}: ", binary::kUploadFailure);
+  if (text.message.starts_with(misnomer)) text.message.erase(0, misnomer.size());
+  if (error->domain() == binary::kDownloadTaskError) {
     addDownloadHint(error->userInfo(), text);
+  } else if (text.code == binary::kCodeUploadTaskInstanceFailure ||
+             error->userInfo().contains(binary::kOpStatus)) {
+    describeTemplate(error->userInfo(), text);
+  } else {
+    addUploadHint(text);
   }
   const Dictionary details = detailsOf(error);
   const std::int64_t status = details[binary::kHttpStatusCode].integerValue();

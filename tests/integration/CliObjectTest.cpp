@@ -132,6 +132,9 @@ TEST_F(CliObjectTest, SignedObjectsComeBackAsTheyWerePut) {
 TEST_F(CliObjectTest, FailuresGiveTheReasonAndLeaveNothing) {
   const std::string file = makeFile("file.bin", 10);
   ASSERT_EQ(traced(put("there", secret(), file)).status, 0);
+  const std::string broken = write(
+      "broken.json", R"({"uploadParams":{"sandbox_template":{"uploadMode":"pigeon"}},"URL":")" +
+                         sandbox().templateUrl() + "\"}");
   struct Case {
     Words words;
     std::string message;
@@ -143,6 +146,7 @@ TEST_F(CliObjectTest, FailuresGiveTheReasonAndLeaveNothing) {
       {get("not-there", secret()), "HTTP status 404: NoSuchKey"},
       {put("there", secret(), makeFile("empty.bin", 0)), "No data present in given file"},
       {put("there", secret(), home() + "/none"), "Could not find File at given FilePath"},
+      {{"object", "put", "--config", broken, "--file", file}, "unknown \"uploadMode\" 'pigeon'"},
       {{"object", "get", "--config", getConfig()}, "fileParam fileId is not provided"},
   };
   for (const Case& c : cases) {
