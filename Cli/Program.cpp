@@ -73,6 +73,7 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
 }  // namespace
 
 int runProgram(const std::vector<std::string>& arguments) {
+  terminal::occupyClosedStreams();
   Interrupts interrupts;
   const char* token = std::getenv("VARO_TOKEN");
   const ParsedCommandLine parsed =

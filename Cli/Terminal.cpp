@@ -1,6 +1,7 @@
 #include "Cli/Terminal.h"
 
 #include <cstdlib>
+#include <fcntl.h>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -31,6 +32,15 @@ bool mayColour(Stream stream) {
   if (refused != nullptr && *refused != '\0') return false;
   if (kind == nullptr || std::string_view(kind) == "dumb") return false;
   return isTerminal(stream);
+}
+
+void occupyClosedStreams() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(descriptor, F_GETFD) != -1) continue;
+    // The lowest that is free, which is this one; opened for what nobody does with it.
+    const int flags = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+    (void)::open("/dev/null", flags);
+  }
 }
 
 }  // namespace varo::cli::terminal

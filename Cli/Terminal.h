@@ -5,7 +5,7 @@
 
 namespace varo::cli {
 
-/// What the process's standard error and standard output are connected to. Asked anew each time,
+/// What the process's standard streams are connected to. Asked anew each time,
 /// since a terminal may be resized.
 namespace terminal {
 
@@ -18,6 +18,11 @@ enum class Stream { kOutput, kError };
 
 /// Whether to colour: on a terminal that can, unless the variable NO_COLOR is set to anything.
 [[nodiscard]] bool mayColour(Stream stream);
+
+/// Puts something where a standard stream was closed, on which reads and writes fail as on a closed
+/// one. Else the next file that is opened would be there, and what is printed would go into it.
+/// Call before anything is opened.
+void occupyClosedStreams();
 
 }  // namespace terminal
 

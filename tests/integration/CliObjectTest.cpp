@@ -195,6 +195,13 @@ TEST_F(CliObjectTest, ClosedPipeAndInterruptEndTheCommandAndLeaveNothing) {
   EXPECT_NE(run.errors.find("cannot write standard output: Broken pipe"), std::string::npos);
   EXPECT_NE(run.errors.find("status 1\n"), std::string::npos) << run.errors;
 
+  piped.arguments[1] = "\"$0\" \"$@\" >&-";
+  const Run closed = CliFixture::run(piped);
+  EXPECT_EQ(closed.status, 1);
+  EXPECT_NE(closed.errors.find("cannot write standard output: Bad file descriptor"),
+            std::string::npos)
+      << closed.errors;
+
   sandbox::FaultRule stall;
   stall.match.path = "/o";
   stall.match.skip = 1;
