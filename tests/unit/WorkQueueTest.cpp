@@ -46,7 +46,14 @@ TEST_F(WorkQueueTest, SerialQueueRunsAsyncAndSyncJobsInOrderOneAtATime) {
 TEST_F(WorkQueueTest, SyncOfManyThreadsExcludesOthersOnItsCallerAlsoWhileThePoolShutsDown) {
   SerialQueue queue("exclusion", pool_);
   int counter = 0;  // guarded by the queue
-  std::atomic<int> elsewhere{0};
+  std::atomic<int> running{0};
+  std::atomic<int> wrong{0};  // jobs beside others, or on another thread than their caller's
+  const auto count = [&] {
+    if (running.fetch_add(1) != 0) ++wrong;
+    std::this_thread::yield();
+    ++counter;
+    running.fetch_sub(1);
+  };
   std::latch started(8);
   std::vector<std::thread> threads;
   for (int t = 0; t < 8; ++t) {
@@ -54,10 +61,10 @@ TEST_F(WorkQueueTest, SyncOfManyThreadsExcludesOthersOnItsCallerAlsoWhileThePool
       started.count_down();
       for (int i = 0; i < 500; ++i) {
         queue.sync([&, caller = std::this_thread::get_id()] {
-          ++counter;
-          if (std::this_thread::get_id() != caller) ++elsewhere;
+          count();
+          if (std::this_thread::get_id() != caller) ++wrong;
         });
-        queue.async([&] { ++counter; });
+        queue.async(count);
       }
     });
   }
@@ -67,7 +74,7 @@ TEST_F(WorkQueueTest, SyncOfManyThreadsExcludesOthersOnItsCallerAlsoWhileThePool
   int seen = 0;
   queue.sync([&] { seen = counter; });
   EXPECT_EQ(seen, 8 * 500 * 2);
-  EXPECT_EQ(elsewhere, 0);
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(WorkQueueTest, SyncInsideAJobOfTheSameQueueRunsAtOnce) {
