@@ -188,7 +188,7 @@ TEST_F(DownloadSchedulingTest, OperationInTheMiddleOfAResumeIsAnsweredAndCounts)
                                       : "Task is in end state but the file is not available.";
     std::atomic<bool> done = false;
     const RecordingLog log;
-    log->onWrite = [&](std::string_view) {
+    log->onWrite = [&](auto, auto) {
       if (log->count(LogLevel::kDebug, moment) == 0 || done.exchange(true)) return;
       if (!pauses) return start(id);
       manager_->pauseDownload(id, block("pause"));
