@@ -7,7 +7,6 @@
 #include <string_view>
 
 using varo::platform::Data;
-using varo::platform::Value;
 namespace json = varo::platform::json;
 
 namespace {

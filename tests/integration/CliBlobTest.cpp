@@ -76,12 +76,8 @@ class CliBlobTest : public CliFixture {
   /// From the range after `ranges` on nothing moves any more.
   void stallAfter(std::uint64_t ranges) {
     sandbox().clearFaults();
-    sandbox::FaultRule stall;
-    stall.match.path = "/binary";
-    stall.match.skip = ranges;
-    stall.action.stallAfter = 1000;
-    stall.action.stallFor = std::chrono::milliseconds(-1);
-    sandbox().addFault(stall);
+    sandbox().addFault({{.path = "/binary", .skip = ranges},
+                        {.stallAfter = 1000, .stallFor = std::chrono::milliseconds(-1)}});
   }
   /// Starts the download of employee 2 and returns when `ranges` of it are in the file and it asks
   /// for the next, which never comes.

@@ -95,7 +95,6 @@ TEST_F(CliTest, ExitStatusAndMessagesSayWhatHappened) {
   };
   const std::string empty = makeFile("empty", 0);
   const std::vector<Case> cases = {
-      {{"lsit", url()}, 2, "did you mean 'list'?"},
       {{"list", "ftp://host"}, 1, "hint: Give the base URL"},
       {{"list", "http://127.0.0.1:1/services"}, 1, "hint: Is the service running"},
       {{"download", url(), "no-such-id"}, 1, "hint: 'varobinary list URL'"},
@@ -144,11 +143,8 @@ TEST_F(CliTest, InterruptedDownloadEndsPromptlyAndLeavesNothing) {
   const std::string id = upload(makeFile("large.bin", 3 * kChunk));
   for (const int signal : {SIGINT, SIGTERM}) {
     sandbox().clearStats();
-    sandbox::FaultRule stall;
-    stall.match.path = "bytes/" + id;
-    stall.action.stallAfter = 2 * kChunk;
-    stall.action.stallFor = std::chrono::milliseconds(-1);
-    sandbox().addFault(stall);
+    sandbox().addFault({{.path = "bytes/" + id},
+                        {.stallAfter = 2 * kChunk, .stallFor = std::chrono::milliseconds(-1)}});
     ChildProcess child(settingsFor({"--json", "download", url(), id}));
     ASSERT_TRUE(eventually([&] { return sandbox().serviceStats().requests >= 2; }));
     child.signal(signal);

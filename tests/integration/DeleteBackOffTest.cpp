@@ -14,6 +14,7 @@
 namespace varo::binary {
 namespace {
 
+using Storage = BinaryFileStorageInterface;
 using namespace platform;
 using namespace test;
 using Clock = std::chrono::steady_clock;
@@ -75,7 +76,7 @@ TEST_F(DeleteClockTest, SecondStatusRequestFollowsTheFirstAfterTheDrawnSecond) {
 class BusyDeletes {
  public:
   explicit BusyDeletes(int count) : count_(count) {
-    BinaryFileStorageInterface::initialize();  // the manager is a task and stays
+    Storage::initialize();  // the manager is a task and stays
     tasksAtRest_ = platform::VSTask::liveCount();
     platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(platform::LogLevel::kError);
     platform::VRONetworkUtility::setTransport(transport_);
@@ -115,8 +116,7 @@ TEST(DeleteBackOffDeathTest, ThousandDeletesInBackOffHoldUpNothingAndFailWithThe
     require(eventually([&] { return sleeper.asleep == kDeletes; }), "all deletes sleep");
 
     std::promise<void> listed;
-    BinaryFileStorageInterface::getFilesWithUrl(kService, {}, {},
-                                                [&](const Value&) { listed.set_value(); }, {}, {});
+    Storage::getFilesWithUrl(kService, {}, {}, [&](const Value&) { listed.set_value(); }, {}, {});
     require(listed.get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready,
             "a list completes meanwhile");
     Runtime& runtime = Runtime::shared();

@@ -18,8 +18,8 @@
 namespace varo::binary {
 namespace {
 
+using Storage = BinaryFileStorageInterface;
 using namespace platform;
-using sandbox::FaultRule;
 using sandbox::SandboxServer;
 using test::eventually;
 using namespace testing;
@@ -73,7 +73,7 @@ class FileAdapterTest : public testing::Test {
  protected:
   FileAdapterTest() {
     platform::UserDirectories::install(platform::UserDirectories::below(home_.path()));
-    BinaryFileStorageInterface::initialize();
+    Storage::initialize();
     liveTasks_ = VSTask::liveCount();
     const auto problem = server_.start();
     EXPECT_FALSE(problem) << (problem ? problem->message : "");
@@ -97,7 +97,7 @@ class FileAdapterTest : public testing::Test {
       const Operation& operation, const Dictionary& file, const std::string& name,
       const Value& kind = {}, const BinaryBlock& onProgress = [](const Value&) {}) {
     const bool isPath = file.contains("filePath");
-    BinaryFileStorageInterface::uploadBinaryWithUrl(
+    Storage::uploadBinaryWithUrl(
         server_.url(), isPath ? "UploadInputTypeLocalFilePath" : "UploadInputTypeRawBytes",
         Dictionary{{"headers", headers_},
                    {"metadata", Dictionary{{"file_name", name}, {"sandbox_template", kind}}},
@@ -112,7 +112,7 @@ class FileAdapterTest : public testing::Test {
   }
   void startDownload(const Operation& operation, const std::string& fileId,
                      const Dictionary& options = {}) {
-    BinaryFileStorageInterface::downloadWithURL(
+    Storage::downloadWithURL(
         server_.url(),
         Dictionary{{"headers", headers_}, {"metadata", Dictionary{{"file_id", fileId}}}},
         operation.onSuccess(), operation.onFailure(), {}, options);
@@ -124,8 +124,8 @@ class FileAdapterTest : public testing::Test {
   }
   Outcome list(const std::string& criteria) {
     const Operation operation;
-    BinaryFileStorageInterface::getFilesWithUrl(server_.url(), criteria, headers_,
-                                                operation.onSuccess(), operation.onFailure(), {});
+    Storage::getFilesWithUrl(server_.url(), criteria, headers_, operation.onSuccess(),
+                             operation.onFailure(), {});
     return operation.wait();
   }
   std::string writeFile(const std::string& name, const std::string& bytes) {
@@ -217,14 +217,13 @@ TEST_F(FileAdapterTest, BlocksMayCallBackInAndBlockWithoutDelayingOthers) {
     startUpload(blocked[i], {{"rawBytes", Data::fromBytes("bytes")}}, "blocked" + std::to_string(i),
                 {}, [&release](const Value&) { release.wait(); });
   }
-  BinaryFileStorageInterface::getFilesWithUrl(server_.url(), "file_name eq 'file'", headers_,
-                                              [&](const Value& result) {
-                                                outer.onSuccess()(result);
-                                                BinaryFileStorageInterface::getFilesWithUrl(
-                                                    server_.url(), {}, headers_, inner.onSuccess(),
-                                                    inner.onFailure(), {});
-                                              },
-                                              outer.onFailure(), {});
+  Storage::getFilesWithUrl(server_.url(), "file_name eq 'file'", headers_,
+                           [&](const Value& result) {
+                             outer.onSuccess()(result);
+                             Storage::getFilesWithUrl(server_.url(), {}, headers_,
+                                                      inner.onSuccess(), inner.onFailure(), {});
+                           },
+                           outer.onFailure(), {});
   EXPECT_TRUE(outer.wait().success);
   EXPECT_TRUE(inner.wait().success);
   release.count_down();
@@ -238,8 +237,8 @@ TEST_F(FileAdapterTest, AThousandOperationsAtOnceAllEnd) {
   for (int i = 0; i < kOperations; ++i) {
     const Operation& operation = operations[static_cast<std::size_t>(i)];
     if (i % 2 == 0) {
-      BinaryFileStorageInterface::getFilesWithUrl(server_.url(), "file_name eq 'none'", headers_,
-                                                  operation.onSuccess(), operation.onFailure(), {});
+      Storage::getFilesWithUrl(server_.url(), "file_name eq 'none'", headers_,
+                               operation.onSuccess(), operation.onFailure(), {});
     } else {
       startUpload(operation, {{"filePath", path}}, "small" + std::to_string(i));
     }
@@ -257,10 +256,10 @@ TEST_F(FileAdapterTest, NoSecretReachesTheLogOrAnError) {
   const Outcome uploaded = upload({{"rawBytes", Data::fromBytes("bytes")}}, "secret");
   ASSERT_TRUE(uploaded.success) << uploaded.value.description();
   std::string said = list("file_name eq 'secret'").value.description();
-  sandbox::FaultAction page;
-  page.status = 500;
-  page.body = R"({"echo": {"X-Pelmar-Authorization": "marker-token"}, "cookie":"marker-cookie"})";
-  server_.addFault({{}, page});
+  server_.addFault(
+      {{},
+       {.status = 500,
+        .body = R"({"echo":{"X-Pelmar-Authorization":"marker-token"},"cookie":"marker-cookie"})"}});
   said += list("").value.description() + download("missing").value.description();
   for (const auto& line : log->lines()) said += line.text + "\n";
   EXPECT_THAT(said, HasSubstr("Network response"));

@@ -117,9 +117,8 @@ TEST_F(SandboxStoreTest, RefusesWithTheReasonAndKeepsTheObject) {
   if (!curlCanSign()) GTEST_SKIP() << "curl cannot sign on this machine (--aws-sigv4)";
   ASSERT_EQ(put("/b/x", kHello, kHelloHash), "200|");
   const ObjectStoreOptions usual;
-  ObjectStoreOptions late, strict;
-  late.clockOffset = std::chrono::minutes(16);
-  strict.allowsUnsignedPayload = false;
+  const ObjectStoreOptions late{.clockOffset = std::chrono::minutes(16)};
+  const ObjectStoreOptions strict{.allowsUnsignedPayload = false};
   const struct {
     ObjectStoreOptions store;
     std::vector<std::string> more;
@@ -153,9 +152,7 @@ TEST_F(SandboxStoreTest, RefusesWithTheReasonAndKeepsTheObject) {
   EXPECT_EQ(curl("/").substr(0, 3), "501");
   EXPECT_EQ(curl("/" + std::string(1025, 'k')).substr(0, 3), "400");
 
-  ObjectStoreOptions open;
-  open.requiresSignature = false;
-  restartStore(open);
+  restartStore({.requiresSignature = false});
   EXPECT_EQ(store().Get("/b/x")->body, kHello);
   const auto half = [](std::size_t, std::size_t, httplib::DataSink& sink) {
     return sink.write("half", 4) && false;

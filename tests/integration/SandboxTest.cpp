@@ -165,11 +165,7 @@ TEST_F(SandboxTest, FaultsHitWhatTheyMatchAndNothingElse) {
 }
 
 TEST_F(SandboxTest, StopEndsRequestsThatWouldTakeForEver) {
-  FaultRule rule;
-  rule.match.listener = "service";
-  rule.action.stallAfter = 1;
-  rule.action.stallFor = milliseconds(-1);
-  server_->addFault(rule);
+  server_->addFault({{.listener = "service"}, {.stallAfter = 1, .stallFor = milliseconds(-1)}});
   server_->addFault({{.path = "/endless"}, {.endlessHeaders = true}});
   std::vector<std::thread> clients;
   std::atomic<int> ended = 0;

@@ -14,6 +14,7 @@
 namespace varo::binary {
 namespace {
 
+using Storage = BinaryFileStorageInterface;
 using namespace platform;
 using namespace test;
 
@@ -24,10 +25,7 @@ class Stalled {
  public:
   Stalled() {
     (void)server_.start();
-    sandbox::FaultAction stall;
-    stall.stallAfter = 0;
-    stall.stallFor = std::chrono::milliseconds(-1);
-    server_.addFault({{}, stall});
+    server_.addFault({{}, {.stallAfter = 0, .stallFor = std::chrono::milliseconds(-1)}});
   }
   Stalled(const Stalled&) = delete;
   Stalled& operator=(const Stalled&) = delete;
@@ -42,7 +40,7 @@ class Stalled {
     const Dictionary params{{"headers", Dictionary{}},
                             {"metadata", Dictionary{{"file_name", "a"}}},
                             {"file", Dictionary{{"rawBytes", platform::Data::fromBytes("abc")}}}};
-    BinaryFileStorageInterface::uploadBinaryWithUrl(
+    Storage::uploadBinaryWithUrl(
         server_.url(), "UploadInputTypeRawBytes", params, [](const Value&) {}, onFailure,
         [](const Value&) {}, {});
   }
@@ -149,7 +147,7 @@ TEST(ShutdownTest, ShutdownFromInsideACallbackDoesNotWaitForItself) {
     Stalled stalled;
     stalled.startOperations();
     std::atomic<bool> returned{false};
-    BinaryFileStorageInterface::getFilesWithUrl(
+    Storage::getFilesWithUrl(
         "not a url", {}, {}, [](const Value&) {},
         [&](const Value&) {
           Runtime::shared().shutdown();

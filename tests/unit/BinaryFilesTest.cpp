@@ -7,6 +7,7 @@
 namespace varo::binary {
 namespace {
 
+using Storage = BinaryFileStorageInterface;
 using namespace platform;
 using test::answerWith;
 
@@ -14,13 +15,11 @@ class FilesTest : public test::FileAdapterFixture {
  protected:
   void list(const std::optional<std::string>& criteria,
             const std::optional<Dictionary>& headers = std::nullopt) {
-    BinaryFileStorageInterface::getFilesWithUrl(kUrl, criteria, headers, onSuccess(), onFailure(),
-                                                std::nullopt);
+    Storage::getFilesWithUrl(kUrl, criteria, headers, onSuccess(), onFailure(), std::nullopt);
   }
   void update(const Dictionary& metadata, const Dictionary& headers = {}) {
-    BinaryFileStorageInterface::updateWithUrl(
-        kUrl, Dictionary{{"headers", headers}, {"metadata", metadata}}, onSuccess(), onFailure(),
-        Dictionary{{"ignored", 1}});
+    Storage::updateWithUrl(kUrl, Dictionary{{"headers", headers}, {"metadata", metadata}},
+                           onSuccess(), onFailure(), Dictionary{{"ignored", 1}});
   }
 
   const std::string kFiles = std::string(kUrl) + "/objects/File";
@@ -88,13 +87,13 @@ TEST_F(FilesTest, InvalidArgumentsFailWithoutATask) {
   const auto code = [this] { return awaitNext().value.dictionaryValue()["code"].textValue(); };
   const auto ok = onSuccess();
   const auto failed = onFailure();
-  BinaryFileStorageInterface::getFilesWithUrl("ftp://h", {}, {}, ok, failed, {});
+  Storage::getFilesWithUrl("ftp://h", {}, {}, ok, failed, {});
   EXPECT_EQ(code(), "6018");
-  BinaryFileStorageInterface::uploadBinaryWithUrl(kUrl, "", {}, ok, failed, {}, {});
+  Storage::uploadBinaryWithUrl(kUrl, "", {}, ok, failed, {}, {});
   EXPECT_EQ(code(), "6010");
-  BinaryFileStorageInterface::downloadWithURL(kUrl, {}, ok, failed, {}, {});
+  Storage::downloadWithURL(kUrl, {}, ok, failed, {}, {});
   EXPECT_EQ(code(), "6016");
-  BinaryFileStorageInterface::updateWithUrl(kUrl, {}, ok, failed, {});
+  Storage::updateWithUrl(kUrl, {}, ok, failed, {});
   EXPECT_EQ(code(), "6022");
   EXPECT_EQ(log->count(LogLevel::kError,
                        "FileStorageManager : listFilesWithUrl : Exception in url validation : URL "
@@ -106,7 +105,7 @@ TEST_F(FilesTest, InvalidArgumentsFailWithoutATask) {
 TEST_F(FilesTest, OperationsWithoutBlocksOnlyLog) {
   const test::RecordingLog log(LogLevel::kWarning);
   transport_->answer(answerWith(200, "{}"));
-  BinaryFileStorageInterface::getFilesWithUrl(kUrl, {}, {}, {}, {}, {});
+  Storage::getFilesWithUrl(kUrl, {}, {}, {}, {}, {});
   EXPECT_TRUE(test::eventually([&] { return log->lines().size() == 6; }));
   for (const char* text : {"Success callback not defined", "Failure callback not defined",
                            "Progress callback not defined",
@@ -134,7 +133,7 @@ TEST_F(FilesTest, ExceptionInsideACallReachesItsFailureBlockBeforeItReturns) {
   auto failure = called.get_future();
   const BinaryBlock block = Uncopyable(called);
   Uncopyable::armed = true;
-  BinaryFileStorageInterface::downloadWithURL(kUrl, {}, onSuccess(), block, {}, {});
+  Storage::downloadWithURL(kUrl, {}, onSuccess(), block, {}, {});
   Uncopyable::armed = false;
   ASSERT_EQ(failure.wait_for(std::chrono::seconds(0)), std::future_status::ready);
   const auto error = failure.get().dictionaryValue()["error"].error();

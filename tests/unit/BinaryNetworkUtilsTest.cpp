@@ -169,17 +169,5 @@ TEST(BinaryNetworkUrlTest, QueryParametersOfAnyTextAreRead) {
   }
 }
 
-TEST(BinaryNetworkUrlTest, HeadersAreRemovedAndReplacedWhateverTheirLetterCase) {
-  EXPECT_EQ(BinaryNetworkUtils::withoutHeaders(
-                {{"x-PELMAR-authorization", "t"}, {"A", "b"}, {"X-Pelmar-Authorization", "t"}},
-                {"X-Pelmar-Authorization"}),
-            (Dictionary{{"A", "b"}}));
-  for (const char* given : {"content-type", "Content-Type", "CONTENT-TYPE"}) {
-    Dictionary headers{{given, "x"}, {"A", "b"}, {"Content-type", "y"}};
-    BinaryNetworkUtils::setHeader(headers, "Content-Type", "z");
-    EXPECT_EQ(headers, (Dictionary{{"A", "b"}, {"Content-Type", "z"}})) << given;
-  }
-}
-
 }  // namespace
 }  // namespace varo::binary

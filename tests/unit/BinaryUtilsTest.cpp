@@ -17,7 +17,6 @@ namespace varo::binary {
 namespace {
 
 using namespace platform;
-using testing::ElementsAre;
 
 TEST(BinaryCommonUtilsTest, FiltersJoinTheEntriesInOrderAndSuffixesFindTheirSeparator) {
   const auto filter = &BinaryCommonUtils::generateFilterStringWithMetadata;
