@@ -91,6 +91,17 @@ class Blobs:
             self.check_database()
         return used
 
+    def timed(self, url):
+        """The seconds of `ours` from the first create to the last end, and those in SQLite."""
+        self.make_database()
+        self.clear()
+        done = subprocess.run([self.bench.program("varo_blobs"), "timed", url, self.object,
+                               str(RANGE), str(self.count), self.bench.home],
+                              stdout=subprocess.PIPE, check=True, text=True)
+        self.check_files()
+        self.check_database()
+        return json.loads(done.stdout)
+
     def bare(self, write, url):
         return self.run(self.bench.program("bare_ranges"), f"{url}/blobs/{self.object}/binary",
                         str(RANGE), str(write), *self.files())
@@ -119,12 +130,18 @@ def add_peak(table, figure, measurements, most):
               worst <= most)
 
 
+def add_share(table, figure, measurements):
+    share = statistics.median(used["sqlite"] / used["seconds"] for used in measurements)
+    table.add(f"{figure}, share of the time in SQLite", f"{100 * share:.1f} %", "", "")
+
+
 def measure_blob(bench, table):
     """One blob of 1 GiB in ranges of 1 MiB through the manager."""
     blobs = Blobs(bench, LARGE, 1)
     used = measure(blobs, {
         "ours": functools.partial(blobs.ours, "managed"),
         "task": functools.partial(blobs.ours, "task"),
+        "timed": blobs.timed,
         "bare": functools.partial(blobs.bare, RANGE),
         "small": functools.partial(blobs.bare, SMALL_WRITE),
     })
@@ -137,6 +154,7 @@ def measure_blob(bench, table):
                       column(used[other], "wall"), "s", at_most=most_time)
         table.compare(f"{figure} {name}, CPU", column(used["ours"], "cpu"),
                       column(used[other], "cpu"), "s", at_most=most_cpu)
+    add_share(table, figure, used["timed"])
     add_peak(table, figure, used["ours"], 32)
 
 
@@ -167,22 +185,12 @@ def measure_many_blobs(bench, table):
         stack.callback(nginx.stop)
 
         def run(journal):
-            blobs = Blobs(bench, SMALL, MANY, journal)
-            blobs.make_database()
-            blobs.clear()
-            done = subprocess.run([bench.program("varo_blobs"), "timed", nginx.url, blobs.object,
-                                   str(RANGE), str(MANY), bench.home],
-                                  stdout=subprocess.PIPE, check=True, text=True)
-            blobs.check_files()
-            blobs.check_database()
-            used = json.loads(done.stdout)
-            return {"rate": MANY / used["seconds"], "share": used["sqlite"] / used["seconds"]}
+            return Blobs(bench, SMALL, MANY, journal).timed(nginx.url)
 
         used = bench.interleave({mode: functools.partial(run, mode) for mode in modes},
                                 rounds=MANY_ROUNDS)
     for mode, name in modes.items():
         figure = f"{MANY:,} blobs of 1 KiB, {name}"
-        table.add(f"{figure}, blobs a second",
-                  f"{statistics.median(column(used[mode], 'rate')):.4g} /s", "", "")
-        table.add(f"{figure}, share of the time in SQLite",
-                  f"{100 * statistics.median(column(used[mode], 'share')):.1f} %", "", "")
+        rate = MANY / statistics.median(column(used[mode], "seconds"))
+        table.add(f"{figure}, blobs a second", f"{rate:.4g} /s", "", "")
+        add_share(table, figure, used[mode])
