@@ -36,8 +36,8 @@ using BlobDeletionBlock =
 /// once, keeps their state in the table `kVaroSyncBlobStoreMangager`, tells where a file is, and
 /// records deletions for the sync engine.
 ///
-/// Databases are named, not given by path: see `SQLiteUtil::getDBPath`. A record is named by its
-/// table and its primary keys (column -> value); where they match several records, the first is
+/// Databases are named, not given by path: see `SQLiteUtil::pathOfDatabase`. A record is named by
+/// its table and its primary keys (column -> value); where they match several records, the first is
 /// read and all are linked to its blob, and no keys at all name no record. Every block may be
 /// empty, is called at most once, on a thread of the runtime's pool or on the calling thread, with
 /// no lock held; every operation may be called from inside any block. What a block throws is logged

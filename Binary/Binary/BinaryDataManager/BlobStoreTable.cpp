@@ -4,8 +4,6 @@
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
-#include "Platform/Foundation/File.h"
-#include "Platform/Foundation/UserDirectories.h"
 
 #include <string_view>
 
@@ -23,7 +21,6 @@ constexpr std::int64_t kDatabaseNotOpened = 0;
 constexpr std::int64_t kNewRowStatus = 0;
 constexpr std::int64_t kNewRowRetries = 3;
 
-constexpr std::string_view kDatabaseDirectory = "/WEBSQLDIRECTORY";
 constexpr std::string_view kDatabasePath = "DB PATH : %@";
 constexpr std::string_view kNoRecord =
     "Unable to create download task as the record with the given primary key table doesn't exist.";
@@ -50,10 +47,7 @@ std::string linkColumn(const std::string& columnName) {
 BlobStoreTable::BlobStoreTable(const std::string& databaseName) : path_(getDBPath(databaseName)) {}
 
 std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
-  const std::string directory =
-      platform::UserDirectories::current()->library() + std::string(kDatabaseDirectory);
-  std::string path;
-  if (platform::staysInDirectory(directory, databaseName)) path = directory + '/' + databaseName;
+  std::string path = SQLiteUtil::pathOfDatabase(databaseName);
   logger().logDebug(kDatabasePath, path);
   return path;
 }

@@ -36,10 +36,10 @@ inline constexpr char kNull[] = "NULL";
 /// itself. Failures are logged by `SQLiteUtil`. Thread-safe.
 class BlobStoreTable {
  public:
-  /// The database of this name; see `SQLiteUtil::getDBPath`.
+  /// The database of this name; see `SQLiteUtil::pathOfDatabase`.
   explicit BlobStoreTable(const std::string& databaseName);
 
-  /// The same path as that of `SQLiteUtil::getDBPath`, logged in this class's own words.
+  /// The path that `SQLiteUtil::pathOfDatabase` gives, logged in this class's own words.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
   /// Whether this is what `insert` answers where there is no new row. Under
   /// `TransferPolicy::kCompatible`, a database that could not be opened gives the blob id 0.

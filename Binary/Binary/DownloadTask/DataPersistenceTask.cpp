@@ -251,7 +251,15 @@ bool DataPersistenceTask::isWriting() const {
 
 void DataPersistenceTask::noteContext(const Dictionary& context) {
   _isAsteriskRecieved = context[kIsAsteriskRecieved].boolValue();
+  setTotalFileSize(context);
+}
+
+void DataPersistenceTask::setTotalFileSize(const Dictionary& context) {
   _totalFileSize = context[kTotalFileSize].integerValue();
+}
+
+void DataPersistenceTask::setIsReceivedChunkNil(const std::shared_ptr<Chunk>& chunk) {
+  _isReceivedChunkNil = chunk == nullptr || !chunk->data() || chunk->data()->empty();
 }
 
 void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
@@ -279,7 +287,7 @@ void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
 
 void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk) {
   if (chunk == nullptr || !chunk->data()) {
-    _isReceivedChunkNil = true;
+    setIsReceivedChunkNil(chunk);
     if (chunk != nullptr && _isAsteriskRecieved) isObjectComplete_ = true;
     return checkIfTaskCompleted();
   }
@@ -317,7 +325,7 @@ void DataPersistenceTask::writeData(const std::shared_ptr<Chunk>& chunk) {
   if (begins && platform::fileKindAt(path) == platform::FileKind::kNothing && !createFile(path)) {
     return;
   }
-  _isReceivedChunkNil = false;
+  setIsReceivedChunkNil(chunk);
   if (!writeChunk(*chunk, path)) return;
   // From the first chunk on the file is this download's, and worth going on with.
   if (_outputContext.get(kFilePath).isMissing()) {

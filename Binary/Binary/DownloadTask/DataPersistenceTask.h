@@ -68,6 +68,8 @@ class DataPersistenceTask final : public platform::VSTask {
                      const platform::Dictionary& context);
   [[nodiscard]] bool isWriting() const;
   void noteContext(const platform::Dictionary& context);
+  void setTotalFileSize(const platform::Dictionary& context);
+  void setIsReceivedChunkNil(const std::shared_ptr<Chunk>& chunk);
   void processEndMarker(platform::TaskState to, bool isAnotherObject);
   void processChunk(const std::shared_ptr<Chunk>& chunk);
   void streamChunk(const std::shared_ptr<Chunk>& chunk);

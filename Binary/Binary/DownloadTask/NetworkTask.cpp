@@ -377,11 +377,13 @@ void NetworkTask::end(const RunPtr& run) {
   setState(TaskState::Ended);
 }
 
+void NetworkTask::setChunkForError() { _outputContext.set(kDataChunk, std::make_shared<Chunk>()); }
+
 void NetworkTask::fail(const RunPtr& run, const ErrorPtr& error) {
   const MutexLock lock(runMutex_);
   if (!going_ || run_ != run) return;
   going_ = false;
-  _outputContext.set(kDataChunk, std::make_shared<Chunk>());
+  setChunkForError();
   _errorContext.set(kNetworkError, error->userInfo());
   raiseError(error);
 }

@@ -118,6 +118,8 @@ class NetworkTask final : public platform::VSTask {
   [[nodiscard]] bool hasRoom(const RunPtr& run);
   void end(const RunPtr& run);
   void fail(const RunPtr& run, const platform::ErrorPtr& error);
+  /// In place of what a failed answer did not bring: a chunk without bytes.
+  void setChunkForError();
 
   mutable platform::Mutex runMutex_;
   /// The latest run; none before the first and after `stop`.

@@ -143,10 +143,14 @@ bool execute(const VRODatabaseAPI& database, const VROPreparedStatement& stateme
 
 }  // namespace
 
-std::string SQLiteUtil::getDBPath(const std::string& databaseName) {
+std::string SQLiteUtil::pathOfDatabase(const std::string& databaseName) {
   const std::string directory = UserDirectories::current()->library() + '/' + kDatabaseDirectory;
-  std::string path;
-  if (platform::staysInDirectory(directory, databaseName)) path = directory + '/' + databaseName;
+  if (!platform::staysInDirectory(directory, databaseName)) return {};
+  return directory + '/' + databaseName;
+}
+
+std::string SQLiteUtil::getDBPath(const std::string& databaseName) {
+  std::string path = pathOfDatabase(databaseName);
   BinaryLogger::sharedInstance().logDebug(kDbPathMessage, path);
   return path;
 }

@@ -27,6 +27,8 @@ class SQLiteUtil {
 
   /// The absolute path of the database of this name, below the user's library directory. Empty,
   /// which no operation opens, for a name that would lead out of that directory.
+  [[nodiscard]] static std::string pathOfDatabase(const std::string& databaseName);
+  /// The same, and logged.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
 
   /// The shared handle: the database that the last operation opened, or null where it could not.
