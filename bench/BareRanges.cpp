@@ -8,12 +8,12 @@
 // file with one easy handle, several side by side with a handle each. Ends when all are on disk.
 
 #include "bench/KeptMemory.h"
+#include "bench/NumberIn.h"
 
 #include <curl/curl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
@@ -29,12 +29,6 @@ namespace {
 constexpr long kCurlBuffer = 512 * 1024;
 constexpr long kPartialContent = 206;
 constexpr int kPollMs = 1000;
-
-std::int64_t numberIn(std::string_view text) {
-  std::int64_t number = 0;
-  const auto parsed = std::from_chars(text.begin(), text.end(), number);
-  return parsed.ec == std::errc{} && parsed.ptr == text.end() ? number : 0;
-}
 
 /// An object that comes down into a file, one range after the other.
 class RangedGet {
@@ -112,7 +106,7 @@ class RangedGet {
     curl_header* range = nullptr;
     if (curl_easy_header(easy(), "Content-Range", 0, CURLH_HEADER, -1, &range) == CURLHE_OK) {
       const std::string_view value = range->value;
-      total_ = numberIn(value.substr(value.rfind('/') + 1));
+      total_ = varo::bench::numberIn(value.substr(value.rfind('/') + 1));
     }
     if (total_ <= 0) throw std::runtime_error("the answer does not tell the size");
   }
@@ -177,8 +171,8 @@ void fetchSideBySide(const std::vector<std::unique_ptr<RangedGet>>& gets) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const RangedGet::Sizes sizes = {argc > 2 ? numberIn(argv[2]) : 0,
-                                  argc > 3 ? numberIn(argv[3]) : 0};
+  const RangedGet::Sizes sizes = {argc > 2 ? varo::bench::numberIn(argv[2]) : 0,
+                                  argc > 3 ? varo::bench::numberIn(argv[3]) : 0};
   if (argc < 5 || sizes.range < 1 || sizes.write < 1) {
     fmt::print(stderr, "usage: bare_ranges URL RANGE_BYTES WRITE_BYTES FILE...\n");
     return 2;

@@ -6,12 +6,12 @@
 //   bare_transfer download SERVICE_URL FILE
 
 #include "bench/KeptMemory.h"
+#include "bench/NumberIn.h"
 
 #include <curl/curl.h>
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
@@ -206,11 +206,8 @@ int main(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
   varo::bench::keepFreedMemory();
   try {
-    std::int64_t chunkSize = 0;
-    if (command == "upload" && argc == 5) {
-      const std::string_view text = argv[4];
-      std::from_chars(text.begin(), text.end(), chunkSize);
-    }
+    const std::int64_t chunkSize =
+        command == "upload" && argc == 5 ? varo::bench::numberIn(argv[4]) : 0;
     if (chunkSize > 0) {
       upload(argv[2], argv[3], chunkSize);
     } else if (command == "download" && argc == 4) {

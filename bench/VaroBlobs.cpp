@@ -16,11 +16,11 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "bench/Ends.h"
+#include "bench/NumberIn.h"
 #include "bench/SqliteClock.h"
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -32,6 +32,7 @@
 namespace {
 
 using varo::bench::Ends;
+using varo::bench::numberIn;
 using varo::binary::BinaryDataManager;
 using varo::binary::DownloadTask;
 using varo::platform::Dictionary;
@@ -94,12 +95,6 @@ BareDownloads downloadBare(const Dictionary& config, std::int64_t count, Ends& e
     task->start();
   }
   return downloads;
-}
-
-std::int64_t numberIn(std::string_view text) {
-  std::int64_t number = 0;
-  const auto parsed = std::from_chars(text.begin(), text.end(), number);
-  return parsed.ec == std::errc{} && parsed.ptr == text.end() ? number : 0;
 }
 
 }  // namespace

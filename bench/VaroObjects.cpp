@@ -13,10 +13,10 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "bench/Ends.h"
+#include "bench/NumberIn.h"
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,6 +25,7 @@
 namespace {
 
 using varo::bench::Ends;
+using varo::bench::numberIn;
 using varo::binary::OnlineBinaryDataManager;
 using varo::binary::OnlineBinaryUploadManager;
 using varo::platform::Dictionary;
@@ -72,12 +73,6 @@ bool download(const std::string& store, const char* object, std::int64_t rangeSi
       [&ends](const auto&, const ErrorPtr& error, const auto&) { ends.failed(error); },
       std::nullopt);
   return ends.await();
-}
-
-std::int64_t numberIn(std::string_view text) {
-  std::int64_t number = 0;
-  const auto parsed = std::from_chars(text.begin(), text.end(), number);
-  return parsed.ec == std::errc{} && parsed.ptr == text.end() ? number : 0;
 }
 
 }  // namespace

@@ -12,11 +12,11 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "bench/Ends.h"
+#include "bench/NumberIn.h"
 
 #include <fmt/format.h>
 
 #include <atomic>
-#include <charconv>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -24,6 +24,7 @@
 namespace {
 
 using varo::bench::Ends;
+using varo::bench::numberIn;
 using varo::binary::BinaryFileStorageInterface;
 using varo::platform::Dictionary;
 using varo::platform::LogLevel;
@@ -55,12 +56,6 @@ bool download(const std::string& service, const std::string& fileId, const std::
       [&ends](const Value&) { ends.succeeded(); }, [&ends](const Value& e) { ends.failed(e); },
       [](const Value&) {}, Dictionary{});
   return ends.await();
-}
-
-std::int64_t numberIn(std::string_view text) {
-  std::int64_t number = 0;
-  const auto parsed = std::from_chars(text.begin(), text.end(), number);
-  return parsed.ec == std::errc{} && parsed.ptr == text.end() ? number : 0;
 }
 
 }  // namespace
