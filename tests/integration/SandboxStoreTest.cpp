@@ -35,20 +35,20 @@ class SandboxStoreTest : public SandboxTest {
   bool curlCanSign() { return runCurl({"--aws-sigv4", "aws:amz", "--version"}) == 0; }
 
   /// Status and body of what the store answers to curl, which signs with keys and code of its own.
-  std::string curl(const std::string& path, const Words& more = {}, const char* hash = kEmptyHash) {
+  std::string curl(const std::string& path, const Words& more = {},
+                   const std::string& hash = kEmptyHash) {
     Words words{"-sS", "--path-as-is", "-w", "%{stderr}%{http_code}"};
     words.insert(words.end(), {"--aws-sigv4", "aws:amz:us-east-1:s3"});
     words.insert(words.end(), {"-u", "sandbox:sandbox-secret-key"});
-    if (hash != nullptr)
-      words.insert(words.end(), {"-H", std::string("x-amz-content-sha256: ") + hash});
+    words.insert(words.end(), {"-H", "x-amz-content-sha256: " + hash});
     words.insert(words.end(), more.begin(), more.end());
     words.push_back(server_->storeUrl() + path);
     EXPECT_EQ(runCurl(words), 0) << path << curl_->errors();
     return curl_->errors() + "|" + curl_->output();
   }
-  std::string put(const std::string& path, const std::string& bytes, const char* hash,
+  std::string put(const std::string& path, const std::string& bytes, const std::string& hash,
                   const Words& more = {}) {
-    std::ofstream(directory_ + "/body", std::ios::binary) << bytes;
+    test::writeFile(directory_ + "/body", bytes);
     Words words{"-T", directory_ + "/body"};
     words.insert(words.end(), more.begin(), more.end());
     return curl(path, words, hash);
@@ -76,7 +76,6 @@ TEST_F(SandboxStoreTest, AnotherClientMovesObjectsUnderKeysOfAllShapes) {
     std::string key, path;
   } kCases[] = {
       {"plain.txt", "/plain.txt"},
-      {"bucket/a/b.txt", "/bucket/a/b.txt"},
       {"bucket/a b.txt", "/bucket/a%20b.txt"},
       {"bucket/a+b&c=d,e;f:g@h!(i)*'j$",
        "/bucket/a%2Bb%26c%3Dd%2Ce%3Bf%3Ag%40h%21%28i%29%2A%27j%24"},
@@ -101,16 +100,11 @@ TEST_F(SandboxStoreTest, AnotherClientMovesObjectsUnderKeysOfAllShapes) {
   EXPECT_EQ(names.size(), std::size(kCases)) << "one file an object, and nothing elsewhere";
 
   EXPECT_EQ(curl("/plain.txt", {"-r", "7-8"}), "206|st");
-  EXPECT_EQ(curl("/plain.txt", {"-r", "-1"}), "206|e");
   EXPECT_THAT(curl("/plain.txt", {"-r", "12-"}), StartsWith("416|<?xml"));
   EXPECT_EQ(curl("/plain.txt", {"-X", "DELETE"}), "204|");
   EXPECT_THAT(curl("/plain.txt"), HasSubstr("<Code>NoSuchKey</Code>"));
-  EXPECT_EQ(put("/empty", "", kEmptyHash), "200|");
+  EXPECT_EQ(put("/empty", "", "UNSIGNED-PAYLOAD"), "200|");
   EXPECT_EQ(curl("/empty"), "200|");
-  const std::string large = sampleBytes(3'000'001);
-  EXPECT_EQ(put("/large", large, "UNSIGNED-PAYLOAD"), "200|");
-  EXPECT_TRUE(curl("/large") == "200|" + large);
-  EXPECT_EQ(object("large")->get_header_value("Content-Length"), "3000001");
 }
 
 TEST_F(SandboxStoreTest, RefusesWithTheReasonAndKeepsTheObject) {
@@ -121,15 +115,12 @@ TEST_F(SandboxStoreTest, RefusesWithTheReasonAndKeepsTheObject) {
   const ObjectStoreOptions strict{.allowsUnsignedPayload = false};
   const struct {
     ObjectStoreOptions store;
-    std::vector<std::string> more;
+    Words more;
     const char* hash;
     std::string refusal;
   } kCases[] = {
       {usual, {"-u", "sandbox:wrong"}, kHelloHash, "403 SignatureDoesNotMatch"},
-      {usual, {"-u", "nobody:sandbox-secret-key"}, kHelloHash, "403 InvalidAccessKeyId"},
-      {usual, {"--aws-sigv4", "aws:amz:x:s3"}, kHelloHash, "400 AuthorizationHeaderMalformed"},
       {usual, {}, kEmptyHash, "400 XAmzContentSHA256Mismatch"},
-      {usual, {}, nullptr, "400 InvalidRequest"},
       {usual, {"-X", "DELETE"}, kEmptyHash, "400 XAmzContentSHA256Mismatch"},
       {usual, {"-H", "x-amz-copy-source: /b/y"}, kHelloHash, "501 NotImplemented"},
       {late, {}, kHelloHash, "403 RequestTimeTooSkewed"},
@@ -164,79 +155,37 @@ TEST_F(SandboxStoreTest, RefusesWithTheReasonAndKeepsTheObject) {
   EXPECT_EQ(curl("/b/x", {"-u", "sandbox:wrong"}).substr(0, 3), "403") << "a signature must hold";
 }
 
-/// The template with what differs from run to run under names: the origins, and a signed query.
-std::string withNames(const json::object& form, const std::string& service,
-                      const std::string& store) {
-  std::string text = json::serialize(form);
-  const auto replaceAll = [&text](const std::string& from, const std::string& to) {
-    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
-      text.replace(at, from.size(), to);
-    }
-  };
-  replaceAll(service, "SERVICE");
-  replaceAll(store, "STORE");
-  replaceAll(split(store).origin.substr(7), "HOST");
-  if (const std::size_t at = text.find("?X-Amz-Alg"); at != std::string::npos) {
-    text.replace(at, text.find('"', at) - at, "?SIGNED");
-  }
-  return text;
-}
-
 TEST_F(SandboxStoreTest, TemplatesSayWhatWasWishedForAndLeadToTheObject) {
-  const std::string path = "/b/a%20b%25.txt";
-  const std::string parts =
-      R"(,"requestBody":{"details":{"objectName":"b/a b%.txt"},"file":"bytes"})";
-  const std::string digest = R"(,"Auth":"HMACDigest","AuthParameters":{"serviceName":"s3"})";
+  const std::string store = server_->storeUrl();
+  const json::object expected{{"opstatus", 7},        {"uploadMode", "binary"},
+                              {"method", "PUT"},      {"Host", store.substr(7)},
+                              {"domain", store},      {"relativepath", "/${objectName}"},
+                              {"Auth", "HMACDigest"}, {"AuthParameters", {{"serviceName", "s3"}}}};
+  const char* wish = R"({"address":"domain","opstatus":7})";
+  EXPECT_EQ(handedOut({{"objectName", "b/x"}, {"sandbox_template", wish}}), expected);
+
+  const std::string inStore = store + "/b/a%20b%25.txt";
   const struct {
     const char* wish;
-    std::string form;
-    int status;  ///< Of an upload without keys to there; 0: none is tried.
+    std::string address;  ///< How it begins.
+    int status;           ///< Of an upload without keys to there.
   } kCases[] = {
-      {"{}",
-       R"(0,"uploadMode":"binary","method":"PUT","Host":"HOST","endpointUrl":"STORE/${objectName}")" +
-           digest,
-       0},
-      {R"({"address":"domain","opstatus":7})",
-       R"(7,"uploadMode":"binary","method":"PUT","Host":"HOST","domain":"STORE",)"
-       R"("relativepath":"/${objectName}")" +
-           digest,
-       0},
-      {R"({"auth":"presigned"})",
-       R"(0,"uploadMode":"binary","method":"PUT","endpointUrl":"STORE)" + path + R"(?SIGNED")",
+      {R"({"auth":"presigned"})", inStore + "?X-Amz-Alg", 200},
+      {R"({"uploadMode":"multipart"})", base_.origin + "/services/online/objects/b/a%20b%25.txt",
        200},
-      {R"({"auth":"none","address":"domain"})",
-       R"(0,"uploadMode":"binary","method":"PUT","domain":"STORE","relativepath":")" + path + "\"",
-       403},
-      {R"({"domain":"service","address":"domain"})",
-       R"(0,"uploadMode":"binary","method":"PUT","domain":"#middlewaredomain",)"
-       R"("relativepath":"/online/objects)" +
-           path + "\"",
+      {R"({"uploadMode":"multipart","domain":"store","auth":"presigned"})", inStore + "?X-Amz-Alg",
        200},
-      {R"({"uploadMode":"multipart"})",
-       R"(0,"uploadMode":"multipart","method":"POST",)"
-       R"("endpointUrl":"SERVICE/services/online/objects)" +
-           path + "\"" + parts,
-       200},
-      {R"({"uploadMode":"multipart","domain":"store","auth":"presigned"})",
-       R"(0,"uploadMode":"multipart","method":"POST","endpointUrl":"STORE)" + path + R"(?SIGNED")" +
-           parts,
-       200},
-      {R"({"uploadMode":"pigeon","auth":"none","entries":{"method":null,"headers":{"A":"b"}}})",
-       R"(0,"uploadMode":"pigeon","headers":{"A":"b"},"endpointUrl":"STORE)" + path + "\"", 403},
+      {R"({"auth":"none","entries":{"method":null,"headers":{"A":"b"}}})", inStore, 403},
   };
   for (const auto& c : kCases) {
-    const json::object uploadParams{{"objectName", "b/a b%.txt"}, {"sandbox_template", c.wish}};
-    const json::object form = handedOut(uploadParams);
-    EXPECT_EQ(json::parse(withNames(form, base_.origin, server_->storeUrl())),
-              json::parse(R"({"opstatus":)" + c.form + "}"));
-    if (c.status == 0) continue;
-    const bool isWhole = form.contains("endpointUrl");
-    std::string url(form.at(isWhole ? "endpointUrl" : "domain").as_string());
-    if (url == "#middlewaredomain") url = base_.origin + "/services";
-    if (!isWhole) url += std::string(form.at("relativepath").as_string());
-    httplib::Client http(split(url).origin);
+    const auto form = handedOut({{"objectName", "b/a b%.txt"}, {"sandbox_template", c.wish}});
+    const std::string url(form.at("endpointUrl").as_string());
+    EXPECT_THAT(url, StartsWith(c.address));
     const bool isForm = form.at("uploadMode") == "multipart";
+    EXPECT_EQ(form.contains("requestBody"), isForm);
+    EXPECT_EQ(form.contains("headers"), !form.contains("method")) << "the entries come last";
     const std::string bytes = std::string(isForm ? "form " : "plain ") + c.wish;
+    httplib::Client http(split(url).origin);
     const auto answer =
         isForm ? http.Post(split(url).path, {{"details", R"({"a":1})", "", ""},
                                              {"file", bytes, "fileName", kOctets},
@@ -250,11 +199,10 @@ TEST_F(SandboxStoreTest, TemplatesSayWhatWasWishedForAndLeadToTheObject) {
 TEST_F(SandboxStoreTest, TemplateEndpointRefusesAndMisbehavesAsAsked) {
   EXPECT_EQ(handedOut({{"sandbox_template", {{"status", 201}}}}, 201).at("opstatus"), 0);
   EXPECT_FALSE(handedOut({{"sandbox_template", {{"opstatus", nullptr}}}}).contains("opstatus"));
-  for (const char* wish : {"1", R"({"typo":1})", R"({"uploadMode":1})", R"({"domain":"other"})",
-                           R"({"auth":"hmacdigest"})", R"({"address":null})", R"({"opstatus":"1"})",
-                           R"({"status":199})", R"({"status":600})", R"({"entries":[]})",
-                           R"({"auth":"presigned","domain":"service"})",
-                           R"({"auth":"presigned","uploadMode":"multipart"})"}) {
+  for (const char* wish :
+       {"1", R"({"typo":1})", R"({"uploadMode":1})", R"({"auth":"hmacdigest"})",
+        R"({"address":null})", R"({"opstatus":"1"})", R"({"status":199})", R"({"entries":[]})",
+        R"({"auth":"presigned","uploadMode":"multipart"})"}) {
     const json::object uploadParams{{"sandbox_template", json::parse(wish)}};
     EXPECT_EQ(handedOut(uploadParams, 400).at("opstatus"), 8002) << wish;
   }
@@ -290,11 +238,6 @@ TEST_F(SandboxStoreTest, TemplatesPointAtAnOutsideStoreWithItsKeys) {
   const Address address = split(std::string(form.at("endpointUrl").as_string()));
   EXPECT_EQ(address.origin, outside.storeUrl());
   EXPECT_EQ(httplib::Client(address.origin).Put(address.path, kHello, kOctets)->status, 200);
-  EXPECT_EQ(httplib::Client(outside.originUrl()).Get("/services/online/objects/b/x%20y")->body,
-            kHello);
-  const auto own = handedOut({{"objectName", "x"}});
-  EXPECT_EQ(own.at("endpointUrl").as_string(), outside.storeUrl() + "/${objectName}");
-  EXPECT_EQ(own.at("Host").as_string(), outside.storeUrl().substr(7));
   handedOut({{"sandbox_template", {{"uploadMode", "multipart"}, {"domain", "store"}}}}, 400);
 }
 

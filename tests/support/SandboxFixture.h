@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -38,10 +37,6 @@ struct Address {
 inline Address split(const std::string& url) {
   const std::size_t slash = url.find('/', std::string("http://").size());
   return {url.substr(0, slash), slash == std::string::npos ? "" : url.substr(slash)};
-}
-
-inline std::uint16_t portOf(const std::string& origin) {
-  return static_cast<std::uint16_t>(std::atoi(origin.substr(origin.rfind(':') + 1).c_str()));
 }
 
 /// The JSON answer; an object with "failed" when there is none.
