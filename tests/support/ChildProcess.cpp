@@ -29,9 +29,7 @@ ChildProcess::ChildProcess(const Settings& settings)
   ::posix_spawn_file_actions_init(&actions);
   ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
   const int flags = O_WRONLY | O_CREAT | O_TRUNC;
-  const bool toDevice = !settings.outputDevice.empty();
-  const std::string& output = toDevice ? settings.outputDevice : outputPath_;
-  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), flags, 0600);
+  ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outputPath_.c_str(), flags, 0600);
   ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorsPath_.c_str(), flags, 0600);
 
   std::vector<std::string> words = {"env"};

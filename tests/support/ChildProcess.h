@@ -22,8 +22,6 @@ class ChildProcess {
     std::string directory;
     /// What it reads, then the end; none: an input that neither has anything nor ends.
     std::optional<std::string> input = std::string();
-    /// A device that standard output goes to, instead of where `output` finds it.
-    std::string outputDevice = {};
   };
 
   /// Starts it; a failure to do so fails the test.

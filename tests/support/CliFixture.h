@@ -55,6 +55,13 @@ class CliFixture : public testing::Test {
             {{"TMPDIR", temporaries()}, {"VARO_TOKEN", ""}},
             directory_.path()};
   }
+  /// Runs `command` of a shell, where "$0" "$@" stands for the program and its arguments.
+  [[nodiscard]] Run runInShell(const std::string& command, const Words& arguments) const {
+    ChildProcess::Settings settings = settingsFor(arguments);
+    settings.arguments.insert(settings.arguments.begin(), {"-c", command, settings.program});
+    settings.program = "/bin/sh";
+    return run(settings);
+  }
   [[nodiscard]] static Run run(const ChildProcess::Settings& settings) {
     ChildProcess child(settings);
     const int status = child.wait();
@@ -66,6 +73,15 @@ class CliFixture : public testing::Test {
   std::string makeFile(const std::string& name, std::size_t size) {
     writeFile(directory_ / name, sampleBytes(size));
     return directory_ / name;
+  }
+
+  /// Interrupts a run with --json that has to end promptly then.
+  static std::vector<platform::Dictionary> interrupt(ChildProcess& child,
+                                                     const std::string& outcome, int signal) {
+    child.signal(signal);
+    const int status = child.wait(std::chrono::seconds(10));
+    EXPECT_EQ(status, 130);
+    return eventsEndingIn(outcome, {status, child.output(), child.errors()});
   }
 
   /// The events of a run with --json; each line must be a JSON object with "event".

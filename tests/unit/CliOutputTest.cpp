@@ -1,7 +1,5 @@
 #include "Cli/Commands/ListCommand.h"
-#include "Cli/Console.h"
 #include "Cli/FailureText.h"
-#include "Cli/HumanOutput.h"
 #include "Cli/JsonEvents.h"
 #include "Cli/ProgressBar.h"
 #include "Cli/TerminalText.h"
@@ -13,7 +11,6 @@
 
 #include <chrono>
 #include <limits>
-#include <sstream>
 
 namespace varo::cli {
 namespace {
@@ -55,19 +52,6 @@ TEST(JsonEvents, EveryValueHasAForm) {
   EXPECT_EQ(read["text"], Value("\uFFFD\n"));
   EXPECT_EQ(read["list"], Value(Array{nullptr, true, -5}));
   EXPECT_TRUE(read["deep"].isArray());
-}
-
-TEST(HumanOutput, WithoutATerminalThereIsNoProgressLine) {
-  std::ostringstream results;
-  std::ostringstream errors;
-  Console console(errors, {false, false});
-  HumanOutput output(results, console, [] { return 80; });
-  output.begin("f");
-  output.progress(Dictionary{{"progressData", Dictionary{{"totalBytesToUpload", 10}}}});
-  output.tick();
-  output.failure(Dictionary{{"code", "6018"}, {"localizedDescription", "bad\x1b[2J"}});
-  EXPECT_EQ(errors.str().find("error: bad\uFFFD[2J\nhint: "), 0U) << errors.str();
-  EXPECT_EQ(results.str(), "");
 }
 
 TEST(ProgressBar, RateOfAResumedDownloadLeavesOutWhatWasThere) {
