@@ -7,22 +7,12 @@
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
 #include "tests/support/SteppingClock.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <future>
-#include <iterator>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 // Transfers to and from an S3-compatible store that others have written, which computes the
 // signatures of what it receives by itself. (Unsigned requests pass it, so a wrong key has to be
@@ -31,12 +21,7 @@
 namespace varo::binary {
 namespace {
 
-using platform::Clock;
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::Value;
-using testing::ElementsAre;
+using namespace platform;
 
 constexpr char kBucket[] = "bucket";
 constexpr char kKey[] = "S3RVER";  // the store's one key, and the secret of it
@@ -51,17 +36,11 @@ struct Access {
   const Clock* clock = &Clock::system();
 };
 
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 /// Sends requests with another digest of their bodies than was signed.
-class TamperingTransport final : public platform::HttpTransport {
+class TamperingTransport final : public HttpTransport {
  public:
-  std::shared_ptr<platform::HttpTransfer> send(platform::HttpRequest request,
-                                               platform::HttpCompletion completion) override {
-    for (platform::HttpHeader& header : request.headers) {
+  std::shared_ptr<HttpTransfer> send(HttpRequest request, HttpCompletion completion) override {
+    for (HttpHeader& header : request.headers) {
       if (header.name == "X-Amz-Content-SHA256") header.value.assign(64, '0');
     }
     return transport_->send(std::move(request), std::move(completion));
@@ -69,8 +48,7 @@ class TamperingTransport final : public platform::HttpTransport {
   void shutdown() override { transport_->shutdown(); }
 
  private:
-  const std::shared_ptr<platform::HttpTransport> transport_ =
-      platform::VRONetworkUtility::transport();
+  const std::shared_ptr<HttpTransport> transport_ = VRONetworkUtility::transport();
 };
 
 class ObjectStorePeerTest : public testing::Test {
@@ -84,7 +62,7 @@ class ObjectStorePeerTest : public testing::Test {
                       "request went to a store that others have written";
     }
     setTransferPolicy(TransferPolicy::kSafe);  // errors tell what the server answered
-    platform::UserDirectories::install(platform::UserDirectories::below(directory_.path()));
+    UserDirectories::install(UserDirectories::below(directory_.path()));
     sandbox::SandboxOptions options;
     options.dataDirectory = directory_ / "sandbox";
     options.objectStore.outsideUrl = "http://" + store_;
@@ -93,9 +71,9 @@ class ObjectStorePeerTest : public testing::Test {
     ASSERT_FALSE(error.has_value()) << error->message;
   }
   void TearDown() override {
-    EXPECT_TRUE(test::eventually([] { return platform::VSTask::liveCount() == 0; }));
-    platform::VRONetworkUtility::setTransport(nullptr);
-    platform::UserDirectories::install(nullptr);
+    EXPECT_TRUE(test::eventually([] { return VSTask::liveCount() == 0; }));
+    VRONetworkUtility::setTransport(nullptr);
+    UserDirectories::install(nullptr);
     setTransferPolicy(TransferPolicy::kCompatible);
   }
 
@@ -118,8 +96,8 @@ class ObjectStorePeerTest : public testing::Test {
   }
   /// Of what the store has under a key of its bucket; empty where there is no such object.
   [[nodiscard]] std::string storedBytes(const std::string& key) const {
-    return contentOf(directory_ /
-                     ("store/" + std::string(kBucket) + "/" + key + "._S3rver_object"));
+    return test::contentOf(directory_ /
+                           ("store/" + std::string(kBucket) + "/" + key + "._S3rver_object"));
   }
 
   /// "ok", or the status and the code of the store's answer, which `userInfo` holds.
@@ -180,7 +158,7 @@ class ObjectStorePeerTest : public testing::Test {
           if (chunk->data()) chunks->push_back(*chunk->data()->readAll(kRange));
         },
         [this, outcome, chunks](const auto&, const std::string& path, const auto&) {
-          const bool isRight = chunks != nullptr || contentOf(path) == bytes_;
+          const bool isRight = chunks != nullptr || test::contentOf(path) == bytes_;
           outcome->set_value(isRight ? "ok" : "other bytes");
         },
         [outcome](const auto&, const ErrorPtr& error, const auto&) {
@@ -190,11 +168,7 @@ class ObjectStorePeerTest : public testing::Test {
     return ended(*outcome);
   }
 
-  const std::string bytes_ = [] {
-    std::string bytes;
-    for (int i = 0; i < 2500; ++i) bytes += static_cast<char>(i * 7 + i / 256);
-    return bytes;
-  }();
+  const std::string bytes_ = test::sampleBytes(2500);
 
  private:
   const test::TemporaryDirectory directory_;
@@ -236,8 +210,8 @@ TEST_F(ObjectStorePeerTest, OneSignatureHoldsForAllRangesOfAStream) {
   ASSERT_EQ(upload("streamed"), "ok");
   std::vector<std::string> chunks;
   EXPECT_EQ(download("streamed", {}, &chunks), "ok");
-  EXPECT_THAT(chunks,
-              ElementsAre(bytes_.substr(0, 1000), bytes_.substr(1000, 1000), bytes_.substr(2000)));
+  EXPECT_THAT(chunks, testing::ElementsAre(bytes_.substr(0, 1000), bytes_.substr(1000, 1000),
+                                           bytes_.substr(2000)));
 }
 
 TEST_F(ObjectStorePeerTest, RefusalsReachTheCallerWithTheStoresReason) {
@@ -261,7 +235,7 @@ TEST_F(ObjectStorePeerTest, RefusalsReachTheCallerWithTheStoresReason) {
     EXPECT_EQ(upload("object", each.access), each.reason);
     EXPECT_EQ(download("object", each.access), each.reason);
   }
-  platform::VRONetworkUtility::setTransport(std::make_shared<TamperingTransport>());
+  VRONetworkUtility::setTransport(std::make_shared<TamperingTransport>());
   EXPECT_EQ(upload("object"), kMismatch);
   EXPECT_EQ(download("object"), kMismatch);
 }
