@@ -1,5 +1,5 @@
 #include "Platform/Logging/SpdlogSink.h"
-#include "Platform/Logging/VaroNativeFacade.h"
+#include "tests/support/RecordingLog.h"
 
 #include <gmock/gmock.h>
 
@@ -11,51 +11,35 @@ namespace {
 
 using namespace testing;
 
-class LoggingTest : public testing::Test {
- protected:
-  ~LoggingTest() override {
-    VaroNativeFacade::setSink(nullptr);
-    VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kWarning);
-  }
-
-  const VaroNativeFacade log_{"Test", {}};
-};
-
-class CountingSink final : public LogSink {
- public:
-  explicit CountingSink(std::atomic<int>& count) : count_(count) {}
-  void write(std::string_view, LogLevel, const LogLocation&, std::string_view) override {
-    ++count_;
-  }
-  void flush() override {}
-
- private:
-  std::atomic<int>& count_;
-};
-
-TEST_F(LoggingTest, OnlyMessagesFromTheLevelUpReachTheSink) {
-  std::atomic<int> count{0};
-  VaroNativeFacade::setSink(std::make_shared<CountingSink>(count));
-  log_.logInfo("below");
-  EXPECT_EQ(count, 0);
-  log_.logWarning("at");
-  log_.logFatal("above");
-  EXPECT_EQ(count, 2);
+TEST(LoggingTest, OnlyMessagesFromTheLevelUpReachTheSink) {
+  const test::RecordingLog log(LogLevel::kWarning);
+  const VaroNativeFacade logger("Test", {});
+  logger.logInfo("below");
+  logger.logWarning("at");
+  logger.logFatal("above");
   VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kOff);
-  log_.logFatal("off");
-  EXPECT_EQ(count, 2);
+  logger.logFatal("off");
+  EXPECT_EQ(log->lines().size(), 2U);
+  EXPECT_EQ(log->count(LogLevel::kWarning, "at"), 1);
 }
 
-TEST_F(LoggingTest, NoMessageIsLostWhileSinksAreSwapped) {
+TEST(LoggingTest, NoMessageIsLostWhileSinksAreSwapped) {
   constexpr int kMessages = 2000;
+  const test::RecordingLog setBackAtTheEnd(LogLevel::kWarning);
+  const VaroNativeFacade logger("Test", {});
   std::atomic<int> count{0};
-  VaroNativeFacade::setSink(std::make_shared<CountingSink>(count));
+  const auto setNewSink = [&count] {
+    const auto sink = std::make_shared<test::RecordingSink>();
+    sink->onWrite = [&count](std::string_view, std::string_view) { ++count; };
+    VaroNativeFacade::setSink(sink);
+  };
+  setNewSink();
   std::atomic<bool> done{false};
-  std::thread swapper([&count, &done] {
-    while (!done) VaroNativeFacade::setSink(std::make_shared<CountingSink>(count));
+  std::thread swapper([&setNewSink, &done] {
+    while (!done) setNewSink();
   });
-  const auto logMany = [this] {
-    for (int i = 0; i < kMessages; ++i) log_.logWarning("x");
+  const auto logMany = [&logger] {
+    for (int i = 0; i < kMessages; ++i) logger.logWarning("x");
   };
   std::thread other(logMany);
   logMany();

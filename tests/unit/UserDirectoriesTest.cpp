@@ -12,20 +12,17 @@ using varo::test::TemporaryDirectory;
 
 using Setting = std::optional<std::string>;
 
-/// The variables that name the user's directories.
-struct Environment {
-  Environment(const Setting& homeValue, const Setting& configValue, const Setting& dataValue)
-      : home("HOME", homeValue),
-        config("XDG_CONFIG_HOME", configValue),
-        data("XDG_DATA_HOME", dataValue) {
-    UserDirectories::install(nullptr);
-  }
-  ~Environment() { UserDirectories::install(nullptr); }
-  Environment(const Environment&) = delete;
-  Environment& operator=(const Environment&) = delete;
-
-  const test::EnvironmentVariable home, config, data;
-};
+/// The user's directories with these variables in the environment.
+std::shared_ptr<const UserDirectories> directoriesWith(const Setting& home, const Setting& config,
+                                                       const Setting& data) {
+  const test::EnvironmentVariable homeVariable("HOME", home);
+  const test::EnvironmentVariable configVariable("XDG_CONFIG_HOME", config);
+  const test::EnvironmentVariable dataVariable("XDG_DATA_HOME", data);
+  UserDirectories::install(nullptr);
+  auto directories = UserDirectories::current();
+  UserDirectories::install(nullptr);
+  return directories;
+}
 
 TEST(UserDirectoriesTest, FollowsTheUsersSettingsAndIgnoresBrokenOnes) {
   const TemporaryDirectory config;
@@ -46,8 +43,7 @@ TEST(UserDirectoriesTest, FollowsTheUsersSettingsAndIgnoresBrokenOnes) {
   for (const auto& item : cases) {
     std::ofstream(config / "user-dirs.dirs") << "# comment\nXDG_DOCUMENTS_DIR=\"$HOME/Papers\"\r\n"
                                              << item.line;
-    const Environment environment("/home/u/", config.path(), {});
-    const auto directories = UserDirectories::current();
+    const auto directories = directoriesWith("/home/u/", config.path(), {});
     EXPECT_EQ(directories->downloads(), item.downloads) << item.line;
     EXPECT_EQ(directories->documents(), "/home/u/Papers");
     EXPECT_EQ(directories->library(), "/home/u/.local/share/varobinary");
@@ -58,15 +54,12 @@ TEST(UserDirectoriesTest, WithoutSettingsTheyStandBelowHome) {
   const TemporaryDirectory home;
   ASSERT_TRUE(std::filesystem::create_directory(home / ".config"));
   std::ofstream(home / ".config/user-dirs.dirs") << "XDG_DOWNLOAD_DIR=\"$HOME/Load\"\n";
-  {
-    const Environment environment(home.path(), "relative", "/data/");
-    EXPECT_EQ(UserDirectories::current()->downloads(), home / "Load");
-    EXPECT_EQ(UserDirectories::current()->documents(), home / "Documents");
-    EXPECT_EQ(UserDirectories::current()->library(), "/data/varobinary");
-  }
+  const auto directories = directoriesWith(home.path(), "relative", "/data/");
+  EXPECT_EQ(directories->downloads(), home / "Load");
+  EXPECT_EQ(directories->documents(), home / "Documents");
+  EXPECT_EQ(directories->library(), "/data/varobinary");
   for (const Setting& value : {Setting(), Setting(""), Setting("relative")}) {
-    const Environment environment(value, {}, {});
-    EXPECT_EQ(UserDirectories::current()->documents().front(), '/');
+    EXPECT_EQ(directoriesWith(value, {}, {})->documents().front(), '/');
   }
 }
 
