@@ -130,15 +130,6 @@ class SandboxTest : public testing::Test {
     return base_.path + "/bytes/" + id + "?type=bytes";
   }
 
-  httplib::Result download(const boost::json::object& record,
-                           const httplib::Headers& headers = {}) {
-    const auto form = boost::json::parse(record.at("download_template").as_string()).as_object();
-    const bool service = form.at("domain") == "#middlewaredomain";
-    const std::string path(form.at("relativepath").as_string());
-    if (service) return client().Get("/services" + path + "?type=bytes", headers);
-    return httplib::Client(std::string(form.at("domain").as_string())).Get(path, headers);
-  }
-
   const test::TemporaryDirectory temporary_;
   const std::string& directory_ = temporary_.path();
   std::unique_ptr<SandboxServer> server_;
