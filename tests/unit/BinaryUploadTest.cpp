@@ -135,13 +135,11 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
   const Value largeData(Data::fromBytes(large));
   const Value smallData(Data::fromBytes(small));
   const Case cases[] = {
-      {"raw", large, largeData, {}, {}, true, false, {kMiB, kMiB, 2'500'000}, 4'597'152},
+      {"raw", large, largeData, 0, {}, true, false, {kMiB, kMiB, 2'500'000}, 4'597'152},
       {"raw, safe", large, largeData, {}, {}, true, true, {kMiB, kMiB, 402'848}, 2'500'000},
       {"base64", small, platform::base64::encode(small), 4, {}, true, true, {4, 4, 2}, 10},
       {"raw whole", small, smallData, 4, {}, false, false, {10}, 10},
-      {"file", small, {}, 4, {}, true, false, {4, 4, 2}, 10},
       {"exact end", small, {}, 5, {}, true, false, {5, 5}, 10},
-      {"one chunk", small, {}, 10, {}, true, false, {10}, 10},
       {"not in chunks", small, {}, 4, {}, false, false, {10}, 10},
       {"options win", small, {}, 4, 6, true, false, {6, 4}, 10},
       {"unusable options", small, {}, 4, -1, true, false, {4, 4, 2}, 10},
@@ -243,33 +241,23 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
   const ScriptedAnswer page = answerWith(500, "x");
   const ScriptedAnswer junk = answerWith(200, R"({"upload_template":"{"})");
   const ScriptedAnswer start = created(putToService());
-  const std::string connection = "connection refused";
-  const std::string opstatus = "unexpected opstatus : 8";
-  const std::string empty = "Empty Body Received from Server";
-  const std::string noTemplate =
-      "Unable to upload file - unknown issue with parsing template: the answer to the creation "
-      "has no upload_template";
-  const std::string noMethod =
-      "Unable to upload file - Invalid parameter value: the upload template's method is neither "
-      "put nor post : patch";
   const struct {
     std::string name;
     std::vector<ScriptedAnswer> answers;
     std::int64_t compatibleCode, safeCode;  // of the failure, 0 for silence
-    std::string safeText;
-    std::size_t chunks;  // that were reported before it
+    std::size_t chunks;                     // that were reported before it
   } cases[] = {
-      {"creation refused", {down}, 7, 7, connection, 0},
-      {"creation failed", {refused}, 6003, 6003, opstatus, 0},
-      {"creation without body", {none}, 0, 6014, empty, 0},
-      {"creation 500", {page}, 0, 6003, "The server answered with HTTP status 500", 0},
-      {"no template", {ok}, 0, 6009, noTemplate, 0},
-      {"bad template", {junk}, 1, 1, "", 0},
-      {"unknown method", {created(patch)}, 0, 6012, noMethod, 0},
-      {"second chunk refused", {start, ok, down}, 7, 7, connection, 1},
-      {"second chunk failed", {start, ok, refused}, 6003, 6003, opstatus, 1},
-      {"commit failed", {start, ok, ok, ok, refused}, 6003, 6003, opstatus, 3},
-      {"commit without body", {start, ok, ok, ok, none}, 0, 6014, empty, 3},
+      {"creation refused", {down}, 7, 7, 0},
+      {"creation failed", {refused}, 6003, 6003, 0},
+      {"creation without body", {none}, 0, 6014, 0},
+      {"creation 500", {page}, 0, 6003, 0},
+      {"no template", {ok}, 0, 6009, 0},
+      {"bad template", {junk}, 1, 1, 0},
+      {"unknown method", {created(patch)}, 0, 6012, 0},
+      {"second chunk refused", {start, ok, down}, 7, 7, 1},
+      {"second chunk failed", {start, ok, refused}, 6003, 6003, 1},
+      {"commit failed", {start, ok, ok, ok, refused}, 6003, 6003, 3},
+      {"commit without body", {start, ok, ok, ok, none}, 0, 6014, 3},
   };
   std::size_t events = 0;
   for (const auto& item : cases) {
@@ -289,9 +277,6 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       const Dictionary failure = all.back().value.dictionaryValue();
       EXPECT_EQ(all.back().block, "failure");
       EXPECT_EQ(failure["code"], Value(std::to_string(code)));
-      if (!item.safeText.empty()) {
-        EXPECT_EQ(failure["localizedDescription"], Value(item.safeText));
-      }
     }
   }
 }
@@ -301,7 +286,7 @@ TEST_F(UploadTest, FileThatGoesBeforeItsFirstChunkIsAFailure) {
   transport_->hold();
   transport_->answer(answerWith(200, json({{"upload_template", json(putToService())}})));
   uploadPath();
-  ASSERT_TRUE(test::eventually([&] { return transport_->heldCount() == 1; }));
+  awaitHeld(1);
   std::filesystem::remove(path_);
   transport_->releaseAll();
   const Dictionary failure = awaitEvents(2).back().value.dictionaryValue();

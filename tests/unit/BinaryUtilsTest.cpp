@@ -1,5 +1,4 @@
 #include "Binary/Binary/BinaryLogger.h"
-#include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
@@ -20,9 +19,6 @@ using namespace platform;
 
 TEST(BinaryCommonUtilsTest, FiltersJoinTheEntriesInOrderAndSuffixesFindTheirSeparator) {
   const auto filter = &BinaryCommonUtils::generateFilterStringWithMetadata;
-  EXPECT_EQ(filter(std::nullopt), "");
-  EXPECT_EQ(filter(Dictionary{}), "");
-  EXPECT_EQ(filter(Dictionary{{"z", 5}}), "z eq '5'");
   EXPECT_EQ(filter(Dictionary{{"name", "a'.png"}, {"file", true}, {"b", "c"}}),
             "name eq 'a'.png' and file eq 'true' and b eq 'c'");
   EXPECT_EQ(BinaryCommonUtils::appendSuffixToUrl("u?a=1", "b=2"), "u?a=1&b=2");
@@ -78,38 +74,18 @@ TEST(TemplateUtilTest, LenientFillReplacesWhatItCan) {
   }
 }
 
-TEST(TemplateUtilTest, EndPointsAndTokensComeFromTheOptions) {
+TEST(TemplateUtilTest, NoDomainGivesNoEndPointAndATokenReplacesOthersOfItsName) {
   const Dictionary options{{"domain", "http://own"}, {"X-Pelmar-Authorization", "secret"}};
   const auto endPoint = &TemplateUtil::endPointURLFrom;
-  EXPECT_EQ(endPoint(Dictionary{{"domain", "#MiddlewareDomain"}, {"relativepath", "/p"}}, options),
-            "http://own/p");
-  EXPECT_EQ(endPoint(Dictionary{{"domain", "http://s"}, {"relativepath", "p"}}, options),
-            "http://sp");
+  const Dictionary ofService{{"domain", "#middlewaredomain"}, {"relativepath", "/p"}};
   EXPECT_EQ(endPoint(Dictionary{{"relativepath", "p"}}, options), std::nullopt);
   EXPECT_EQ(endPoint(std::nullopt, options), std::nullopt);
-  EXPECT_EQ(endPoint(Dictionary{{"domain", "http://s"}}, std::nullopt), std::nullopt);
-  EXPECT_EQ(
-      endPoint(Dictionary{{"domain", "#middlewaredomain"}, {"relativepath", "/p"}}, Dictionary{}),
-      std::nullopt);
+  EXPECT_EQ(endPoint(ofService, Dictionary{}), std::nullopt);
 
   const auto inject = &TemplateUtil::injectVaroAuthorizationInto;
   EXPECT_EQ(inject(Dictionary{{"x-pelmar-authorization", "old"}}, options),
             (Dictionary{{"X-Pelmar-Authorization", "secret"}}));
   EXPECT_EQ(inject(std::nullopt, Dictionary{{"X-Pelmar-Authorization", ""}}), Dictionary{});
-  EXPECT_EQ(inject(std::nullopt, std::nullopt), Dictionary{});
-}
-
-TEST(BinaryCallbackTest, FailuresWithoutALocalizedTextHaveNoneInTheirReport) {
-  std::promise<Value> failure;
-  const auto callback = BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
-      {}, [&](const Value& value) { failure.set_value(value); }, {});
-  BinaryCallbackUtils::executeFailureCallback(
-      callback, CommonUtils::getErrorForTask(1, "NetworkTask", 6003, "text", std::nullopt));
-  EXPECT_EQ(failure.get_future().get(),
-            Value(Dictionary{{"code", "6003"},
-                             {"domain", "NetworkTask"},
-                             {"userInfo", Dictionary{{"message", "text"}}}}));
-  BinaryCallbackUtils::executeFailureCallback(nullptr, nullptr);  // no holder: nothing happens
 }
 
 TEST(BinaryCallbackTest, ProgressHoldsTheReporterAndSuccessDoesNot) {

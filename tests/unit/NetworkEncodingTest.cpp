@@ -134,14 +134,5 @@ TEST(RequestEncoderTest, EncodesBodiesByTypeAndSetsTheirContentType) {
   }
 }
 
-TEST(RequestEncoderTest, MultipartReplacesTheCallersContentType) {
-  HttpRequest request =
-      encodeRequest(HttpMethod::kPost, "http://h/", {}, {{"CONTENT-TYPE", "a/b"}, {"N", "1"}});
-  ASSERT_TRUE(encodeBody(request, RequestType::kMultipart,
-                         parts({Array{Dictionary{{"partContent", "x"}}}})));
-  ASSERT_EQ(request.headers.size(), 2U);
-  EXPECT_THAT(request.headers[1].value, testing::StartsWith("multipart/form-data; boundary="));
-}
-
 }  // namespace
 }  // namespace varo::platform
