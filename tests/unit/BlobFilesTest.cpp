@@ -61,7 +61,6 @@ TEST_F(BlobFilesTest, PathIsThatOfAUsableFile) {
   for (const char* pk : {"new", "null", "lost"}) EXPECT_EQ(pathFor(pk), none);
   EXPECT_EQ(pathFor("1", kDatabase, "nocolumn"), none);
   EXPECT_EQ(pathFor("absent"), "DownloadTaskErrorDomain" + kNoRow);
-  EXPECT_EQ(pathFor("1", "../WEBSQLDIRECTORY/sync.db"), "DownloadTaskErrorDomain" + kNoRow);
 }
 
 TEST_F(BlobFilesTest, DeletionIsRecordedForTheSyncEngine) {

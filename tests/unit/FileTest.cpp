@@ -159,36 +159,15 @@ TEST(FileTest, OpeningWhatIsNoRegularFileFailsAtOnce) {
 }
 
 TEST(StaysInDirectoryTest, RefusesWhatLeadsOutHoweverItIsWritten) {
-  const struct {
-    std::string name;
-    bool stays;
-  } cases[] = {
-      {"a.txt", true},
-      {"sub/a.txt", true},
-      {"a..", true},
-      {"100%", true},
-      {"50%zz", true},
-      {"sub%2fa.txt", true},
-      {"%252e%252e.txt", true},
-      {"", false},
-      {".", false},
-      {"..", false},
-      {"../x", false},
-      {"/x", false},
-      {"a/../../x", false},
-      {"a/./x", false},
-      {"a//x", false},
-      {"..\\x", false},
-      {"C:\\x", false},
-      {"%2Fx", false},
-      {"%2e%2e%2fx", false},
-      {"%25252e%25252e%25252fx", false},
-      {"a%5c..%5cx", false},
-      {"a%00.txt", false},
-      {"a\0.txt"s, false},
-  };
-  for (const auto& item : cases) {
-    EXPECT_EQ(staysInDirectory(item.name), item.stays) << item.name.substr(0, 40);
+  for (const char* name :
+       {"a.txt", "sub/a.txt", "a..", "100%", "50%zz", "sub%2fa.txt", "%252e%252e.txt"}) {
+    EXPECT_TRUE(staysInDirectory(name)) << name;
+  }
+  for (const std::string& name :
+       {""s, "."s, ".."s, "../x"s, "/x"s, "a/../../x"s, "a/./x"s, "a//x"s, "..\\x"s, "C:\\x"s,
+        "%2Fx"s, "%2e%2e%2fx"s, "%25252e%25252e%25252fx"s, "a%5c..%5cx"s, "a%00.txt"s,
+        "a\0.txt"s}) {
+    EXPECT_FALSE(staysInDirectory(name)) << name;
   }
   // One level of encoding a byte: decoding them all must not take minutes.
   std::string nested = "%";

@@ -29,14 +29,12 @@ TEST(DictionaryTest, CopiesDoNotSeeEachOthersChanges) {
   EXPECT_EQ(first.size(), 1U);
 }
 
-struct ConversionCase {
-  Value value;
-  std::int64_t integer;
-  bool boolean;
-};
-
 TEST(ValueTest, ConvertsAsThePlatformDoes) {
-  const ConversionCase cases[] = {
+  const struct {
+    Value value;
+    std::int64_t integer;
+    bool boolean;
+  } cases[] = {
       {"0", 0, false},
       {"  42abc", 42, false},
       {"-7", -7, false},
@@ -54,7 +52,7 @@ TEST(ValueTest, ConvertsAsThePlatformDoes) {
       {Value(), 0, false},
       {Dictionary{}, 0, false},
   };
-  for (const ConversionCase& item : cases) {
+  for (const auto& item : cases) {
     EXPECT_EQ(item.value.integerValue(), item.integer) << item.value.description();
     EXPECT_EQ(item.value.boolValue(), item.boolean) << item.value.description();
   }
