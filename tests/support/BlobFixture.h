@@ -26,6 +26,9 @@ class BlobFixture : public OfflineFixture {
   static constexpr const char* kNotPausable =
       "DownloadTaskErrorDomain 5001 Task is in NotStarted, Errored or Ended state. Hence, can't be "
       "Paused.";
+  static constexpr const char* kNotResumable =
+      "DownloadTaskErrorDomain 5001 Task is in Started, Ended or Errored state hence can't "
+      "resumed.";
 
   /// One call of a block.
   struct Call {
@@ -101,16 +104,6 @@ class BlobFixture : public OfflineFixture {
     return home_ / "Documents/blobs/" + blobId;
   }
 
-  // The service: each record has the same object.
-
-  /// Completes the oldest `count` requests that are kept back, on this thread.
-  void release(int count) {
-    for (; count > 0; --count) {
-      EXPECT_TRUE(eventually([&] { return transport_->heldCount() > 0; }));
-      transport_->release();
-    }
-  }
-
   // The manager.
 
   [[nodiscard]] static platform::Dictionary config() {
@@ -167,17 +160,13 @@ class BlobFixture : public OfflineFixture {
   /// Waits for the next `count` calls of blocks.
   std::vector<Call> awaitCalls(std::size_t count) {
     EXPECT_TRUE(eventually([&] { return calls().size() >= awaited_ + count; }));
-    const std::vector<Call> all = calls();
-    const std::size_t end = std::min(awaited_ + count, all.size());
-    std::vector<Call> next(all.begin() + static_cast<std::ptrdiff_t>(std::min(awaited_, end)),
-                           all.begin() + static_cast<std::ptrdiff_t>(end));
+    std::vector<Call> next = calls();
+    next.resize(awaited_ + count);
+    next.erase(next.begin(), next.begin() + static_cast<std::ptrdiff_t>(awaited_));
     awaited_ += count;
     return next;
   }
-  Call awaitNext() {
-    const auto next = awaitCalls(1);
-    return next.empty() ? Call{"nothing", {}, nullptr, {}} : next.front();
-  }
+  Call awaitNext() { return awaitCalls(1).front(); }
   /// What the next `count` calls say, sorted, since those of several tasks come in no order.
   std::vector<std::string> awaitSummaries(std::size_t count) {
     std::vector<std::string> summaries;
@@ -195,7 +184,7 @@ class BlobFixture : public OfflineFixture {
     return text;
   }
 
-  const RangedObject object_{"0123456789"};
+  const RangedObject object_{"0123456789"};  // of each record
   const std::shared_ptr<binary::BinaryDataManager> manager_ =
       binary::BinaryDataManager::sharedInstance();
 

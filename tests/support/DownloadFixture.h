@@ -11,6 +11,15 @@
 
 namespace varo::test {
 
+/// Keeps the last state that it has heard of; the task may be nobody's.
+struct Witness final : platform::TaskListener {
+  void task(const std::shared_ptr<platform::VSTask>& /*task*/, platform::TaskState /*from*/,
+            platform::TaskState to, const platform::Dictionary& /*context*/) override {
+    last = to;
+  }
+  std::atomic<platform::TaskState> last{platform::TaskState::NotStarted};
+};
+
 /// Downloads of one object.
 class DownloadFixture : public OfflineFixture {
  protected:

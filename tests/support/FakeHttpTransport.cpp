@@ -15,7 +15,7 @@ constexpr std::string_view kDomain = "FakeHttpTransport";
 constexpr std::int64_t kNoAnswerScripted = 1;
 constexpr std::int64_t kCancelled = 2;
 constexpr std::int64_t kShutDown = 3;
-/// Bodies larger than this are a mistake of the test.
+/// Pieces larger than this are not read out.
 constexpr std::uint64_t kLargestRecordedBody = std::uint64_t{256} * 1024 * 1024;
 
 std::optional<std::string> readOut(const std::optional<std::vector<Data>>& pieces) {
@@ -57,15 +57,14 @@ struct FakeHttpTransport::Transfer final : platform::HttpTransfer {
 
   void cancel() override { completeOnPool(failWith(kCancelled, "The transfer was cancelled.")); }
 
-  void complete() { completeWith(std::move(answer)); }
+  void complete() {
+    if (HttpCompletion once = take()) once(std::move(answer.response), std::move(answer.error));
+  }
   void completeOnPool(ScriptedAnswer end) {
     HttpCompletion once = take();
     if (once == nullptr) return;
     Runtime::shared().pool().postOrRun(
         [once = std::move(once), end = std::move(end)]() { once(end.response, end.error); });
-  }
-  void completeWith(ScriptedAnswer end) {
-    if (HttpCompletion once = take()) once(std::move(end.response), std::move(end.error));
   }
   HttpCompletion take() {
     const MutexLock lock(mutex);
@@ -76,9 +75,6 @@ struct FakeHttpTransport::Transfer final : platform::HttpTransfer {
   platform::Mutex mutex;
   HttpCompletion completion VARO_GUARDED_BY(mutex);
 };
-
-FakeHttpTransport::FakeHttpTransport() = default;
-FakeHttpTransport::~FakeHttpTransport() = default;
 
 void FakeHttpTransport::answer(ScriptedAnswer answer) {
   const MutexLock lock(mutex_);
@@ -95,17 +91,14 @@ void FakeHttpTransport::hold() {
   holding_ = true;
 }
 
-FakeHttpTransport::TransferPtr FakeHttpTransport::takeHeld() {
-  const MutexLock lock(mutex_);
-  if (held_.empty()) return nullptr;
-  TransferPtr oldest = std::move(held_.front());
-  held_.pop_front();
-  return oldest;
-}
-
 bool FakeHttpTransport::release() {
-  const TransferPtr oldest = takeHeld();
-  if (oldest == nullptr) return false;
+  TransferPtr oldest;
+  {
+    const MutexLock lock(mutex_);
+    if (held_.empty()) return false;
+    oldest = std::move(held_.front());
+    held_.pop_front();
+  }
   oldest->complete();
   return true;
 }
@@ -136,8 +129,11 @@ std::size_t FakeHttpTransport::heldCount() const {
 
 std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest request,
                                                                 HttpCompletion completion) {
-  const RecordedRequest record{request.method, request.url, request.headers, readOut(request.body),
-                               request.spoolDirectory};
+  RecordedRequest record{request.method, request.url, request.headers, readOut(request.body),
+                         request.spoolDirectory};
+  if (request.body) {
+    for (const Data& piece : *request.body) record.bodySize += piece.size();
+  }
   ScriptedAnswer end = failWith(kNoAnswerScripted, "No answer is scripted for " + request.url);
   Handler handler;
   {

@@ -4,6 +4,7 @@
 #include "Platform/Network/HttpTransport.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -14,13 +15,15 @@
 
 namespace varo::test {
 
-/// What one request said, with its body read out.
+/// What one request said, with its body read out; of a piece that is too large to be, what is wrong
+/// with it.
 struct RecordedRequest {
   platform::HttpMethod method = platform::HttpMethod::kGet;
   std::string url;
   std::vector<platform::HttpHeader> headers;
   std::optional<std::string> body;
   std::string spoolDirectory;
+  std::uint64_t bodySize = 0;
 
   /// The value of the first header of this name, in any letter case.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
@@ -47,9 +50,6 @@ class FakeHttpTransport final : public platform::HttpTransport {
  public:
   using Handler = std::function<ScriptedAnswer(const RecordedRequest&)>;
 
-  FakeHttpTransport();
-  ~FakeHttpTransport() override;
-
   /// Appends an answer to the script.
   void answer(ScriptedAnswer answer);
   /// Answers what the script does not. Called on the thread that sends.
@@ -74,8 +74,6 @@ class FakeHttpTransport final : public platform::HttpTransport {
  private:
   struct Transfer;
   using TransferPtr = std::shared_ptr<Transfer>;
-
-  TransferPtr takeHeld();
 
   mutable platform::Mutex mutex_;
   std::deque<ScriptedAnswer> script_ VARO_GUARDED_BY(mutex_);

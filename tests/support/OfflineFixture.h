@@ -40,6 +40,13 @@ class OfflineFixture : public testing::Test {
   void awaitHeld(std::size_t count) const {
     EXPECT_TRUE(eventually([&] { return transport_->heldCount() == count; }));
   }
+  /// Completes the oldest `count` requests that are kept back, on this thread.
+  void release(int count) const {
+    for (; count > 0; --count) {
+      EXPECT_TRUE(eventually([&] { return transport_->heldCount() > 0; }));
+      transport_->release();
+    }
+  }
   /// The ranges that were asked for.
   [[nodiscard]] std::vector<std::string> ranges() const {
     std::vector<std::string> all;

@@ -64,7 +64,10 @@ class OnlineUploadFixture : public OfflineFixture {
     upload(configuration, options);
     awaitEnds(++ended_);
     std::string result;
-    for (const Call& call : callsFrom(first)) result += (result.empty() ? "" : ", ") + call.summary;
+    const std::vector<Call> all = calls();
+    for (std::size_t i = first; i < all.size(); ++i) {
+      result += (result.empty() ? "" : ", ") + all[i].summary;
+    }
     return result;
   }
   /// Blocks that record their calls and then run `then`.
@@ -89,10 +92,6 @@ class OnlineUploadFixture : public OfflineFixture {
         }};
   }
   [[nodiscard]] std::vector<Call> calls() const { return log_->calls(); }
-  [[nodiscard]] std::vector<Call> callsFrom(std::size_t first) const {
-    const std::vector<Call> all = calls();
-    return {all.begin() + static_cast<std::ptrdiff_t>(first), all.end()};
-  }
   /// Waits until this many uploads have ended since the beginning.
   void awaitEnds(std::size_t count) {
     ended_ = count;

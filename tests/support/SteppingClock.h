@@ -7,15 +7,17 @@
 
 namespace varo::test {
 
-/// Starts at a given second since 1970-01-01 UTC and goes on by `step` seconds each time it is
-/// read.
+/// Starts at a given second since 1970-01-01 UTC, and `past` it, and goes on by `step` seconds each
+/// time it is read.
 class SteppingClock final : public platform::Clock {
  public:
-  explicit SteppingClock(std::int64_t second, std::int64_t step = 0)
-      : second_(second), step_(step) {}
+  explicit SteppingClock(std::int64_t second, std::int64_t step = 0,
+                         std::chrono::milliseconds past = {})
+      : second_(second), step_(step), past_(past) {}
 
   [[nodiscard]] std::chrono::system_clock::time_point now() const override {
-    return std::chrono::system_clock::time_point(std::chrono::seconds(second_.fetch_add(step_)));
+    return std::chrono::system_clock::time_point(std::chrono::seconds(second_.fetch_add(step_)) +
+                                                 past_);
   }
   [[nodiscard]] std::chrono::steady_clock::time_point steadyNow() const override {
     return std::chrono::steady_clock::time_point(std::chrono::seconds(second_.load()));
@@ -24,6 +26,7 @@ class SteppingClock final : public platform::Clock {
  private:
   mutable std::atomic<std::int64_t> second_;
   const std::int64_t step_;
+  const std::chrono::milliseconds past_;
 };
 
 }  // namespace varo::test

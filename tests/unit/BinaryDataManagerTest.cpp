@@ -9,8 +9,6 @@ using namespace platform;
 using namespace test;
 using namespace testing;
 
-const std::string kNotResumable =
-    "DownloadTaskErrorDomain 5001 Task is in Started, Ended or Errored state hence can't resumed.";
 const std::string kNoFile = "Couldn't retrieve file path respective blob id in BlobStoreManager.";
 
 class BinaryDataManagerTest : public test::BlobFixture {
@@ -79,8 +77,6 @@ TEST_F(BinaryDataManagerTest, DownloadOfNoRecordIsRefused) {
                {kDatabase, "none", kColumn, "a"},
                {kDatabase, "plain", kColumn, "a"},
                {"none.db", kTable, kColumn, "a"},
-               {"../WEBSQLDIRECTORY/sync.db", kTable, kColumn, "a"},
-               {"", kTable, kColumn, "a"},
                {kDatabase, "album\" --", kColumn, "a"}};
   for (const auto& item : cases) {
     const Call call = create({{"pk", item.pk}}, item.database, item.table, item.column);
@@ -106,17 +102,6 @@ TEST_F(BinaryDataManagerTest, StateOfTheRowDecidesWhetherADownloadMayBeMade) {
               allowed ? "create: ok" : "create: Invalid State For Download Task Creation 5002");
     EXPECT_EQ(call.blobId, std::to_string(1000 + state));
   }
-}
-
-TEST_F(BinaryDataManagerTest, ProcessThatDiedLeavesARowAndAFileToGoOnFrom) {
-  std::filesystem::create_directories(home_ / "Documents/blobs");
-  writeFile(pathOf("7"), "0123");
-  addBlob("a", 7, 102, pathOf("7"));
-  EXPECT_EQ(create("a").summary(), "create: ok");
-  start("7");
-  EXPECT_EQ(awaitNext().summary(), "start 7: ok");
-  EXPECT_THAT(ranges(), ElementsAre("bytes=4-7", "bytes=8-9"));
-  EXPECT_EQ(contentOf(pathOf("7")), object_.bytes);
 }
 
 TEST_F(BinaryDataManagerTest, OperationsThatTheStateForbidsAreRefused) {

@@ -107,11 +107,11 @@ TEST_F(DownloadFileTest, TwoDownloadsNeverWriteOneFile) {
   transport_->hold();
   const auto first = makeTask();
   first->start();
-  ASSERT_TRUE(eventually([&] { return transport_->release(); }));
+  release(1);
   ASSERT_TRUE(eventually([&] { return fileBytes().size() == 1000; }));
   const auto second = makeTask();
   second->start();
-  ASSERT_TRUE(eventually([&] { return transport_->heldCount() == 2; }));
+  awaitHeld(2);
   transport_->releaseAll();
   ASSERT_TRUE(reaches(second, TaskState::Errored));
   EXPECT_THAT(errorMessage(*second, kPersistenceError).textValue(), HasSubstr("Another download"));

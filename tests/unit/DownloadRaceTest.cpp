@@ -46,15 +46,6 @@ class Gate final : public platform::LogSink {
   const std::function<void()> pass_;
 };
 
-/// Hears of a task that nobody owns.
-struct Witness final : TaskListener {
-  void task(const std::shared_ptr<VSTask>& /*task*/, TaskState /*from*/, TaskState to,
-            const Dictionary& /*context*/) override {
-    last = to;
-  }
-  std::atomic<TaskState> last{TaskState::NotStarted};
-};
-
 TEST_F(DownloadRaceTest, PersistenceThatEndsBeforeTheNetworkTaskIsHeard) {
   object_ = RangedObject::ofSize(10);
   // All chunks go through one queue: when this one's comes, the one before is done with.

@@ -1,9 +1,5 @@
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Foundation/UserDirectories.h"
-#include "Platform/Network/VRONetworkUtility.h"
-#include "tests/support/FakeHttpTransport.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/OfflineFixture.h"
 
 #include <future>
 
@@ -19,11 +15,8 @@ struct Report {
   bool onPool = false;
 };
 
-class NetworkUtilityTest : public testing::Test {
+class NetworkUtilityTest : public OfflineFixture {
  protected:
-  NetworkUtilityTest() { VRONetworkUtility::setTransport(transport_); }
-  ~NetworkUtilityTest() override { VRONetworkUtility::setTransport(nullptr); }
-
   NetworkCallback callback() {
     return [this](const auto& data, const Dictionary& info, const NetworkErrorPtr& error) {
       report_.set_value({data, info, error, Runtime::shared().pool().runsInThisThread()});
@@ -31,7 +24,6 @@ class NetworkUtilityTest : public testing::Test {
   }
   Report wait() { return report_.get_future().get(); }
 
-  std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
   std::promise<Report> report_;
 };
 

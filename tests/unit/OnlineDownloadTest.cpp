@@ -4,12 +4,10 @@
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/DownloadFixture.h"
+#include "tests/support/OwnProcess.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/SteppingClock.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <stdexcept>
@@ -18,19 +16,9 @@
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::TaskState;
-using platform::Value;
-using test::answerWith;
-using test::eventually;
-using test::RangedObject;
-using test::RecordedRequest;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
+using namespace platform;
+using namespace test;
+using namespace testing;
 
 constexpr char kToken[] = "X-Pelmar-Authorization";
 constexpr char kWhole[] = "bytes=0-1048575";
@@ -91,10 +79,10 @@ class OnlineDownloadTest : public test::DownloadFixture {
     start(fileParams, configuration, options, streaming);
     const auto ends = awaitEnds(1);
     awaitEndOfTasks();
-    return ends.size() == 1 ? ends.front() : testing::PrintToString(ends);
+    return ends.size() == 1 ? ends.front() : PrintToString(ends);
   }
   /// The error's own text and those of the tasks in its user information.
-  static std::string textOf(const platform::Error& error) {
+  static std::string textOf(const Error& error) {
     std::string text = error.description();
     for (const char* task : {kNetworkError, kDownloadError, kPersistenceError}) {
       text += error.userInfo()[task].dictionaryValue()["message"].textValue();
@@ -113,19 +101,18 @@ class OnlineDownloadTest : public test::DownloadFixture {
   /// All ends since `first_`, at least `count`.
   std::vector<std::string> awaitEnds(std::size_t count) const {
     EXPECT_TRUE(eventually([&] { return callsOf("completed failed").size() >= count; }))
-        << testing::PrintToString(callsOf("started completed failed"));
+        << PrintToString(callsOf("started completed failed"));
     return callsOf("completed failed");
   }
   /// What is in the file that the call of a completed block names.
   [[nodiscard]] std::string bytesOf(const std::string& call) const {
     const std::size_t at = call.find(home_ / "Documents");
-    return at == std::string::npos ? call : test::contentOf(call.substr(at));
+    return at == std::string::npos ? call : contentOf(call.substr(at));
   }
 
-  const std::shared_ptr<test::CallLog<std::string>> calls_ =
-      std::make_shared<test::CallLog<std::string>>();
+  const std::shared_ptr<CallLog<std::string>> calls_ = std::make_shared<CallLog<std::string>>();
   std::ptrdiff_t first_ = 0;
-  const test::SteppingClock clock_{1'700'000'000};
+  const SteppingClock clock_{1'700'000'000};
   const std::shared_ptr<OnlineBinaryDataManager> manager_ =
       std::make_shared<OnlineBinaryDataManager>(clock_);
 };
@@ -173,7 +160,7 @@ Dictionary signedConfiguration() {
 }
 
 TEST_F(OnlineDownloadTest, SignedRequestCarriesTheSignersHeadersAloneAndNoSecretIsTold) {
-  const test::RecordingLog lines;
+  const RecordingLog lines;
   const Dictionary options{{kToken, "marker-token"}};
   object_ = RangedObject::ofSize(10);
   std::string signature;
@@ -210,18 +197,6 @@ TEST_F(OnlineDownloadTest, SignedRequestCarriesTheSignersHeadersAloneAndNoSecret
   }
 }
 
-TEST_F(OnlineDownloadTest, BytesComeInOrderIntoTheFileOrThroughTheStreamBlock) {
-  setTransferPolicy(TransferPolicy::kSafe);
-  const Dictionary inRanges = endpoint({{"ChunkSize", 1000}});
-  EXPECT_EQ(bytesOf(outcome(named("a"), inRanges)), object_.bytes);
-  EXPECT_THAT(callsOf("chunk stream"),
-              ElementsAre("chunk a 1000/2500", "chunk a 2000/2500", "chunk a 2500/2500"));
-  EXPECT_EQ(bytesOf(outcome(named("b"), inRanges, {}, true)), "");
-  EXPECT_THAT(callsOf("chunk stream"), ElementsAre("stream b " + object_.bytes.substr(0, 1000),
-                                                   "stream b " + object_.bytes.substr(1000, 1000),
-                                                   "stream b " + object_.bytes.substr(2000)));
-}
-
 TEST_F(OnlineDownloadTest, NoNameLeadsOutOfTheFolderOrFailsForItsSlashes) {
   setTransferPolicy(TransferPolicy::kSafe);
   const Dictionary same = endpoint({{"endpointUrl", "http://store/x"}});
@@ -234,8 +209,8 @@ TEST_F(OnlineDownloadTest, NoNameLeadsOutOfTheFolderOrFailsForItsSlashes) {
   for (const auto& item : cases) {
     const std::string call = outcome(named(item.first), same);
     EXPECT_EQ(bytesOf(call), object_.bytes);
-    EXPECT_THAT(call, testing::ContainsRegex(home_ / "Documents/downloads/[0-9]+_[^/]+$"));
-    EXPECT_THAT(call, testing::EndsWith("_" + item.second));
+    EXPECT_THAT(call, ContainsRegex(home_ / "Documents/downloads/[0-9]+_[^/]+$"));
+    EXPECT_THAT(call, EndsWith("_" + item.second));
   }
   for (const std::string& id : {std::string("a\0b", 3), std::string(300, 'n')}) {
     EXPECT_EQ(outcome(named(id), same),
@@ -266,9 +241,7 @@ TEST_F(OnlineDownloadTest, WhatCannotBeDownloadedIsToldThroughTheFailureBlock) {
       {noJson, parsing + "Template Parsing error"},
       {json(R"({"domain":"http://d"})"), input},  // without options
       {json(R"({"endpointUrl":""})"), input},
-      {endpoint({{"ChunkSize", -1}}), input},
-      {endpoint(), kFailed + "Not Found."}};
-  transport_->setHandler([](const auto&) { return answerWith(404, ""); });
+      {endpoint({{"ChunkSize", -1}}), input}};
   for (const auto& item : cases) {
     EXPECT_EQ(outcome(named("a"), item.first), "failed a: " + item.second);
     EXPECT_EQ(callsOf("started").size(), item.second.starts_with(kFailed) ? 1U : 0U);
@@ -297,37 +270,28 @@ TEST_F(OnlineDownloadTest, NameWithoutFileIdIsTheSecondSoThatTheLaterDownloadIsR
 
 // Many at once, and from inside blocks.
 
-/// Subscribed after the manager, it hears of an end when the manager has.
-struct LaterListener final : platform::TaskListener {
-  void task(const std::shared_ptr<platform::VSTask>& /*task*/, TaskState /*from*/, TaskState to,
-            const Dictionary& /*context*/) override {
-    heard = to;
-  }
-  std::atomic<TaskState> heard = TaskState::NotStarted;
-};
-
 TEST_F(OnlineDownloadTest, SixthWaitsForASuccessAndUnderTheSafePolicyForAnyEndOfAnother) {
   for (const TransferPolicy policy : {TransferPolicy::kCompatible, TransferPolicy::kSafe}) {
     for (const TaskState end : {TaskState::Ended, TaskState::Errored, TaskState::Paused}) {
-      SCOPED_TRACE(testing::Message() << static_cast<int>(policy) << " " << static_cast<int>(end));
+      SCOPED_TRACE(Message() << static_cast<int>(policy) << " " << static_cast<int>(end));
       setTransferPolicy(policy);
       first_ = std::ssize(calls_->calls());
       const std::size_t before = transport_->requestCount();
       transport_->hold();
       if (end == TaskState::Errored) transport_->answer(answerWith(404, ""));
       auto first = makeTask({{kChunkSizeKey, 10'000}});  // one that can be paused from here
-      const auto listener = std::make_shared<LaterListener>();
+      const auto witness = std::make_shared<Witness>();  // hears of an end when the manager has
       first->subscribeForTaskUpdates(manager_);
-      first->subscribeForTaskUpdates(listener);
+      first->subscribeForTaskUpdates(witness);
       for (int i = 0; i < 2; ++i) manager_->checkAndStartExecution(first);
       awaitHeld(1);
       for (const char* id : {"b", "c", "d", "e", "waits", "b", "waits"}) start(named(id));
-      EXPECT_THAT(awaitEnds(2), testing::UnorderedElementsAre("failed b: " + kInQueue,
-                                                              "failed waits: " + kInQueue));
+      EXPECT_THAT(awaitEnds(2),
+                  UnorderedElementsAre("failed b: " + kInQueue, "failed waits: " + kInQueue));
       awaitHeld(5);
 
       end == TaskState::Paused ? first->pauseDownload() : void(transport_->release());
-      EXPECT_TRUE(eventually([&] { return listener->heard == end; }));
+      EXPECT_TRUE(eventually([&] { return witness->last == end; }));
       const bool isTurn = policy == TransferPolicy::kSafe || end == TaskState::Ended;
       if (!isTurn) start(named("new"));  // takes the place
       EXPECT_TRUE(eventually([&] { return transport_->requestCount() == before + 6; }));
@@ -392,24 +356,24 @@ TEST_F(OnlineDownloadTest, EveryDownloadOfManyThreadsIsAnsweredOnce) {
 }
 
 TEST_F(OnlineDownloadTest, ShutdownTellsEveryDownloadAndRefusesWhatFollows) {
-  testing::GTEST_FLAG(death_test_style) = "threadsafe";  // the runtime ends once a process
   transport_->setHandler([](const auto&) { return answerWith(404, ""); });
   // Failures after which, under the compatible policy, the others wait on.
-  const auto tellsAll = [this](std::size_t failures) {
-    transport_->hold();
-    for (int i = 0; i < 20; ++i) start(named(std::to_string(i)));
-    awaitHeld(5);
-    for (std::size_t i = 0; i < failures; ++i) (void)transport_->release();
-    (void)awaitEnds(failures);
-    platform::Runtime::shared().shutdown();
-    const bool allTold = callsOf("failed").size() == 20;
-    start(named("late"));
-    return allTold && callsOf("failed").size() == 21 &&
-           callsOf("failed").back() ==
-               "failed late: DownloadTaskErrorDomain 5001: The library has been shut down";
-  };
   for (const std::size_t failures : {0U, 3U, 5U}) {
-    EXPECT_EXIT(std::_Exit(tellsAll(failures) ? 0 : 1), testing::ExitedWithCode(0), "");
+    inOwnProcess([this, failures] {
+      transport_->hold();
+      for (int i = 0; i < 20; ++i) start(named(std::to_string(i)));
+      awaitHeld(5);
+      for (std::size_t i = 0; i < failures; ++i) (void)transport_->release();
+      (void)awaitEnds(failures);
+      Runtime::shared().shutdown();
+      require(callsOf("failed").size() == 20, "every download was told");
+      start(named("late"));
+      require(callsOf("failed").size() == 21, "what follows is told");
+      require(callsOf("failed").back() ==
+                  "failed late: DownloadTaskErrorDomain 5001: The library has been shut down",
+              "what follows is refused");
+      std::_Exit(0);  // without the checks of this fixture
+    });
   }
 }
 
