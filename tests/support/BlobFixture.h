@@ -106,12 +106,15 @@ class BlobFixture : public OfflineFixture {
 
   // The manager.
 
-  [[nodiscard]] static platform::Dictionary config() {
-    return {{"URL", "http://127.0.0.1/"},
-            {"ScopeName", "Scope"},
-            {"ObjectName", "album"},
-            {"ChunkSize", kChunk},
-            {"ResponseType", "Binary"}};
+  /// The configuration of a download; `more` wins.
+  [[nodiscard]] static platform::Dictionary config(const platform::Dictionary& more = {}) {
+    platform::Dictionary dictionary{{"URL", "http://127.0.0.1/"},
+                                    {"ScopeName", "Scope"},
+                                    {"ObjectName", "album"},
+                                    {"ChunkSize", kChunk},
+                                    {"ResponseType", "Binary"}};
+    dictionary.addEntries(more);
+    return dictionary;
   }
   /// Makes the task of a record and waits for it.
   Call create(const std::string& pk, const platform::Dictionary& configuration = config()) {
@@ -143,6 +146,18 @@ class BlobFixture : public OfflineFixture {
     EXPECT_EQ(awaitNext().summary(), "pause: ok");
     transport_->releaseAll();
     return id;
+  }
+
+  /// The path of a record's file, or why there is none.
+  std::string pathFor(const std::string& pk, const std::string& column = kColumn) {
+    manager_->getBinaryDataFilePathForPrimaryKeys(
+        {{"pk", pk}}, kDatabase, kTable, column,
+        [log = block("path")](const auto& error, const auto& path) {
+          EXPECT_NE(error == nullptr, path == std::nullopt);
+          log(path, error, std::nullopt);
+        });
+    const Call call = awaitNext();
+    return call.blobId.value_or(textOf(call.error));
   }
 
   [[nodiscard]] binary::DownloadBlock block(std::string name) const {

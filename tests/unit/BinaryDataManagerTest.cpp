@@ -24,13 +24,12 @@ class BinaryDataManagerTest : public test::BlobFixture {
 TEST_F(BinaryDataManagerTest, RecordsColumnBecomesAFileWithItsStateInTheTable) {
   test::RecordingLog log;
   addRecord("a");
-  Dictionary configuration = config();
-  configuration.set("Headers", Dictionary{{"A", "b"}});
-  configuration.set("X-Pelmar-Authorization", "hidden-token");
-  configuration.set("BlobID", "of the caller");
-  configuration.set("Streaming", true);
-  configuration.set("OnlineDownloadTask", true);
-  configuration.set("primaryKeys", "of the caller");
+  const Dictionary configuration = config({{"Headers", Dictionary{{"A", "b"}}},
+                                           {"X-Pelmar-Authorization", "hidden-token"},
+                                           {"BlobID", "of the caller"},
+                                           {"Streaming", true},
+                                           {"OnlineDownloadTask", true},
+                                           {"primaryKeys", "of the caller"}});
   const Call created = create("a", configuration);
   EXPECT_EQ(created.summary(), "create: ok");
   ASSERT_EQ(created.blobId, "1");

@@ -155,12 +155,11 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
     const std::size_t before = chunkBodies().size();
     const Dictionary extra{{"chunkSize", item.chunkSize}};
     const Dictionary options{{"chunkSize", item.optionsChunkSize}};
-    if (item.source.isMissing()) {
-      writeFile(path_, item.bytes);
-      upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, extra, options);
-    } else {
-      upload("UploadInputTypeRawBytes", {{"rawBytes", item.source}}, extra, options);
-    }
+    const bool isFile = item.source.isMissing();
+    writeFile(path_, item.bytes);
+    upload(isFile ? "UploadInputTypeLocalFilePath" : "UploadInputTypeRawBytes",
+           {{isFile ? "filePath" : "rawBytes", isFile ? Value(path_) : item.source}}, extra,
+           options);
     events += item.sizes.size() + 2;
     const auto all = awaitEvents(events);
     EXPECT_EQ(all.back().block, "success");

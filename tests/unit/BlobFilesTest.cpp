@@ -10,17 +10,6 @@ const std::string kNoRow = " 5004 Row with the given primary keys does not exist
 
 class BlobFilesTest : public test::BlobFixture {
  protected:
-  std::string pathFor(const std::string& pk, const std::string& database = kDatabase,
-                      const std::string& column = kColumn) {
-    manager_->getBinaryDataFilePathForPrimaryKeys(
-        {{"pk", pk}}, database, kTable, column,
-        [log = block("path")](const auto& error, const auto& path) {
-          EXPECT_NE(error == nullptr, path == std::nullopt);
-          log(path, error, std::nullopt);
-        });
-    const Call call = awaitNext();
-    return call.blobId.value_or(textOf(call.error));
-  }
   /// The blob id, whether recorded, whether the file was removed, and the error.
   std::string deletionOf(const std::string& pk, bool removeNow,
                          const std::string& column = kColumn) {
@@ -59,7 +48,7 @@ TEST_F(BlobFilesTest, PathIsThatOfAUsableFile) {
   addRecord("new");
   sql("INSERT INTO album VALUES ('null', NULL), ('lost', '99')");
   for (const char* pk : {"new", "null", "lost"}) EXPECT_EQ(pathFor(pk), none);
-  EXPECT_EQ(pathFor("1", kDatabase, "nocolumn"), none);
+  EXPECT_EQ(pathFor("1", "nocolumn"), none);
   EXPECT_EQ(pathFor("absent"), "DownloadTaskErrorDomain" + kNoRow);
 }
 

@@ -22,8 +22,7 @@ const std::string kCleared =
 using DownloadSchedulingTest = test::BlobFixture;
 
 TEST_F(DownloadSchedulingTest, SixthDownloadWaitsForASuccessAndUnderTheSafePolicyForAnyEnd) {
-  Dictionary inOneRange = config();
-  inOneRange.set("ChunkSize", 100);
+  const Dictionary inOneRange = config({{"ChunkSize", 100}});
   for (const TransferPolicy policy : kBothPolicies) {
     setTransferPolicy(policy);
     const bool isSafe = policy == TransferPolicy::kSafe;
@@ -310,12 +309,7 @@ TEST_F(DownloadSchedulingTest, ShutdownEndsDownloadsAndRefusesNewOnes) {
     manager_->pauseDownload(id, block("pause"));
     manager_->resumeDownload(id, block("resume"));
     require(awaitSummaries(3)[2] == "start 71" + refused, "a start is refused");
-    manager_->getBinaryDataFilePathForPrimaryKeys(
-        {{"pk", "there"}}, kDatabase, kTable, kColumn,
-        [log = block("path")](const auto& error, const auto& path) {
-          log(path, error, std::nullopt);
-        });
-    require(awaitNext().blobId == "/there", "a path is told");
+    require(pathFor("there") == "/there", "a path is told");
     manager_->clearBinaryDataManagerState();
   });
 }

@@ -186,10 +186,9 @@ TEST_F(OnlineUploadTest, BlocksMayStartUploadsWaitForThemAndThrow) {
   std::atomic<int> returned = 0;
   const auto uploadAndWait = [this, &returned] {
     auto end = std::make_shared<std::promise<void>>();
-    manager_->createAndStartOnlineUploadTaskFor(
-        config(), nullptr, nullptr,
-        [end](const std::string&, const std::string&, const Value&) { end->set_value(); }, nullptr,
-        std::nullopt);
+    Blocks inner;
+    inner.completed = [end](const auto&, const auto&, const Value&) { end->set_value(); };
+    uploadWith(inner, config());
     EXPECT_EQ(end->get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
     ++returned;
     throw std::runtime_error("of the application");
