@@ -67,6 +67,7 @@ TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
       {"{}", 200, "", 1, onlyHeaders, 0, 0, ""},
       {"", 200, "", 1, onlyHeaders, 0, 0, ""},
       {"<html>", 200, "", 1, onlyHeaders, 0, 0, ""},
+      {"[1]", 200, "", 1, onlyHeaders, 0, 0, ""},
       {R"({"a":1})", 200, "BinaryList", 1, jsonAndHeaders, 0, 0, ""},
       {R"({"opstatus":0,"a":1})", 200, "", 1, {{"opstatus", 0}, {"a", 1}}, 0, 0, ""},
       {R"({"opstatus":"0"})", 500, "", 1, {{"opstatus", "0"}}, 0, 0, ""},

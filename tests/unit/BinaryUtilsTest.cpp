@@ -1,4 +1,5 @@
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
@@ -86,6 +87,19 @@ TEST(TemplateUtilTest, NoDomainGivesNoEndPointAndATokenReplacesOthersOfItsName) 
   EXPECT_EQ(inject(Dictionary{{"x-pelmar-authorization", "old"}}, options),
             (Dictionary{{"X-Pelmar-Authorization", "secret"}}));
   EXPECT_EQ(inject(std::nullopt, Dictionary{{"X-Pelmar-Authorization", ""}}), Dictionary{});
+}
+
+TEST(BinaryCallbackTest, FailuresWithoutALocalizedTextHaveNoneInTheirReport) {
+  std::promise<Value> failure;
+  const auto callback = BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(
+      {}, [&](const Value& value) { failure.set_value(value); }, {});
+  BinaryCallbackUtils::executeFailureCallback(
+      callback, CommonUtils::getErrorForTask(1, "NetworkTask", 6003, "text", std::nullopt));
+  EXPECT_EQ(failure.get_future().get(),
+            Value(Dictionary{{"code", "6003"},
+                             {"domain", "NetworkTask"},
+                             {"userInfo", Dictionary{{"message", "text"}}}}));
+  BinaryCallbackUtils::executeFailureCallback(nullptr, nullptr);  // no holder: nothing happens
 }
 
 TEST(BinaryCallbackTest, ProgressHoldsTheReporterAndSuccessDoesNot) {
