@@ -1,8 +1,11 @@
 // What the file system does to a download: full disks, files that are taken away, files of others.
 
 #include "tests/support/DownloadFixture.h"
+#include "tests/support/RecordingLog.h"
 
+#include <future>
 #include <sys/stat.h>
+#include <utility>
 
 namespace varo::binary {
 namespace {
@@ -101,6 +104,58 @@ TEST_F(DownloadFileTest, EndWithoutAChunkIsNoneWhileTheFileCannotBeBroughtToTheD
     EXPECT_THAT(errorMessage(*second, kPersistenceError).textValue(),
                 HasSubstr("Another download"));
   }
+}
+
+TEST_F(DownloadFileTest, RestartAfterAFailureIsNotEndedByWhatTheFailedRunLeftBehind) {
+  // Blocks keep the queue of chunks back: before the chunk that fails, and behind it.
+  std::promise<void> written, goOn, failed, goOnAfterFailure;
+  const auto block = [](std::promise<void>& reached, std::promise<void>& mayGoOn) {
+    return std::make_shared<OnChunkDownloadCompleted>(
+        [&, once = true](const auto&, auto, auto, const Value&) mutable {
+          if (!std::exchange(once, false)) return;
+          reached.set_value();
+          mayGoOn.get_future().wait();
+        });
+  };
+  // What a download has heard of its network task is queued.
+  const test::RecordingLog log;
+  const auto awaitHeard = [&log](int state, int times) {
+    const std::string line =
+        "Inside Download Task Listener. Task Name:networkTask, State:" + std::to_string(state) +
+        "  ";
+    EXPECT_TRUE(eventually([&] { return log->count(LogLevel::kDebug, line) == times; }));
+  };
+  transport_->hold();
+  const auto task = makeTask({{kOnChunkDownloadCompleted, block(written, goOn)}});
+  task->start();
+  release(1);
+  written.get_future().wait();
+  awaitHeld(1);
+  const auto other =
+      makeTask({{kBlobId, "8"}, {kOnChunkDownloadCompleted, block(failed, goOnAfterFailure)}});
+  other->start();
+  awaitHeld(2);
+  release(1);        // the chunk that fails
+  awaitHeard(1, 4);  // two starts, two chunks
+  awaitHeld(2);
+  release(1);  // the other download's first
+  awaitHeard(1, 5);
+  release(1);  // the last, whose end is left behind
+  awaitHeard(6, 1);
+  std::filesystem::remove(path());
+  goOn.set_value();
+  ASSERT_TRUE(reaches(task, TaskState::Errored));
+  failed.get_future().wait();
+  task->setState(TaskState::NotStarted);
+  const std::size_t before = transport_->requestCount();
+  task->start();
+  transport_->releaseAll();
+  EXPECT_TRUE(eventually([&] { return transport_->requestCount() == before + 3 + 1; }));
+  goOnAfterFailure.set_value();
+  EXPECT_TRUE(eventually([&] { return platform::isFinal(task->state()); }));
+  EXPECT_EQ(task->state(), TaskState::Ended);
+  EXPECT_TRUE(fileBytes() == object_.bytes);
+  ASSERT_TRUE(reaches(other, TaskState::Ended));
 }
 
 TEST_F(DownloadFileTest, TwoDownloadsNeverWriteOneFile) {

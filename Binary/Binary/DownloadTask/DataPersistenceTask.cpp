@@ -233,10 +233,11 @@ void DataPersistenceTask::setEmptyChunk(const std::shared_ptr<NetworkTask>& netw
                                         const Dictionary& context) {
   logger().logTrace(kSetEmptyChunk);
   chunkQueue().async([self = self<DataPersistenceTask>(), network, to, context] {
+    const Dictionary output = context[platform::kTaskOutputContext].dictionaryValue();
     // It may go on again, or have been started anew, before its turn comes here.
-    if (network->state() != to || !self->isWriting()) return;
+    if (network->state() != to || !network->isOfLatestRun(output) || !self->isWriting()) return;
     self->guarded([&] {
-      self->noteContext(context[platform::kTaskOutputContext].dictionaryValue());
+      self->noteContext(output);
       self->processEndMarker(to, tellsOfAnotherObject(context));
     });
   });

@@ -21,6 +21,8 @@ inline constexpr std::string_view kResponseTypeBinary = "Binary";
 inline constexpr std::string_view kResponseTypeBase64 = "Base64";
 
 struct NetworkTask::Run : Identity {
+  std::int64_t number = 0;  // from 1, of the task's runs
+
   // What is asked for.
   std::string _url;
   platform::Dictionary queryParams;

@@ -58,6 +58,9 @@ constexpr std::string_view kResuming = "Resuming the network task for download t
 constexpr std::string_view kStopped = "Done cancelling background session";
 constexpr std::string_view kNoEnd = "The object has no end";
 
+/// In the output context, for `isOfLatestRun`.
+constexpr char kRunNumber[] = "RunNumber";
+
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// "key=value" for each, with an ampersand between.
@@ -163,9 +166,11 @@ void NetworkTask::begin(const Identity& known) {
   {
     const MutexLock lock(runMutex_);
     if (state() != TaskState::Started) return;
+    run->number = ++runs_;
     replaced = std::exchange(run_, run);
     going_ = true;
     identity_ = known;
+    _outputContext.set(kRunNumber, run->number);
   }
   downloadChunk(run);
 }
@@ -224,6 +229,13 @@ bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
     });
   }
   return true;
+}
+
+bool NetworkTask::isOfLatestRun(const Dictionary& outputContext) const {
+  const Value& number = outputContext[kRunNumber];
+  if (number.isMissing()) return true;  // it failed before it had begun
+  const MutexLock lock(runMutex_);
+  return run_ != nullptr && number == Value(run_->number);
 }
 
 // One range.

@@ -55,6 +55,9 @@ class NetworkTask final : public platform::VSTask {
   /// Takes a chunk that was published. False for one of an earlier run, which is to be dropped: the
   /// present one fetches its bytes itself.
   [[nodiscard]] bool takeChunk(const std::shared_ptr<Chunk>& chunk);
+  /// Whether the end or pause that was notified with this output context is that of the latest run.
+  /// False for one of an earlier run or of one that was stopped, which is to be dropped.
+  [[nodiscard]] bool isOfLatestRun(const platform::Dictionary& outputContext) const;
 
  private:
   /// What one run, from a start or resume to its pause or end, knows and does. Only the step that
@@ -126,6 +129,7 @@ class NetworkTask final : public platform::VSTask {
   RunPtr run_ VARO_GUARDED_BY(runMutex_);
   /// Whether it goes on: from its start until its pause or end.
   bool going_ VARO_GUARDED_BY(runMutex_) = false;
+  std::int64_t runs_ VARO_GUARDED_BY(runMutex_) = 0;
   Identity identity_ VARO_GUARDED_BY(runMutex_);
 };
 
