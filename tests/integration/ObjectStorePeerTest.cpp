@@ -71,7 +71,7 @@ class ObjectStorePeerTest : public testing::Test {
     ASSERT_FALSE(error.has_value()) << error->message;
   }
   void TearDown() override {
-    EXPECT_TRUE(test::eventually([] { return VSTask::liveCount() == 0; }));
+    EXPECT_TRUE(test::eventually([this] { return VSTask::liveCount() == tasksBefore_; }));
     VRONetworkUtility::setTransport(nullptr);
     UserDirectories::install(nullptr);
     setTransferPolicy(TransferPolicy::kCompatible);
@@ -171,6 +171,7 @@ class ObjectStorePeerTest : public testing::Test {
   const std::string bytes_ = test::sampleBytes(2500);
 
  private:
+  const std::size_t tasksBefore_ = VSTask::liveCount();
   const test::TemporaryDirectory directory_;
   std::optional<test::ChildProcess> process_;
   std::string store_;  // host and port

@@ -77,6 +77,7 @@ TEST_F(UploadTest, FileGoesInChunksAndIsCommitted) {
   serve(putToService());
   uploadPath();
   const auto events = awaitEvents(5);
+  ASSERT_EQ(events.size(), 5U);
 
   const auto progress = [](int chunk, bool last, std::int64_t uploaded) {
     return Value(Dictionary{{"state", last ? 2 : 1},
