@@ -46,12 +46,13 @@ class DownloadFixture : public OfflineFixture {
                       platform::TaskState state) {
     return eventually([&] { return task->state() == state; });
   }
-  /// Runs a task, which has to end in this state.
+  /// Runs a task, which has to come to its end, this one.
   static std::shared_ptr<binary::DownloadTask> runTo(platform::TaskState state,
                                                      const platform::Dictionary& more = {}) {
     auto task = makeTask(more);
     task->start();
     EXPECT_TRUE(reaches(task, state)) << static_cast<int>(task->state());
+    task->releaseFile();  // who runs downloads does, so that the next one of the file may write
     return task;
   }
   /// Puts the task's "TotalBytesDownloaded" to what its file has, as who resumes it does.
