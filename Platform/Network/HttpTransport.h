@@ -3,8 +3,10 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +21,21 @@ struct HttpHeader {
   std::string value;
 };
 
+/// Bytes of the body of an answer, by its status. An answer that announces or sends more ends with
+/// `HttpTransportError::kResponseTooLarge`; by default nothing is limited.
+struct ResponseLimits {
+  static constexpr std::uint64_t kUnlimited = std::numeric_limits<std::uint64_t>::max();
+
+  std::uint64_t success = kUnlimited;  // of 2xx other than 206
+  std::uint64_t partial = kUnlimited;  // of 206
+  std::uint64_t error = kUnlimited;    // of all others
+
+  [[nodiscard]] constexpr std::uint64_t forStatus(int status) const noexcept {
+    if (status == 206) return partial;
+    return status >= 200 && status < 300 ? success : error;
+  }
+};
+
 /// One request. The transport reads the body's pieces one after another, as they are needed.
 struct HttpRequest {
   HttpMethod method = HttpMethod::kGet;
@@ -31,6 +48,10 @@ struct HttpRequest {
   /// Where a large response body spools to a nameless file; empty: the directory for temporary
   /// files.
   std::string spoolDirectory;
+  ResponseLimits limits;
+  /// Instead of the transport's own.
+  std::optional<std::chrono::milliseconds> connectTimeout;
+  std::optional<std::chrono::milliseconds> stallTimeout;
 };
 
 /// The answer, whatever its status.

@@ -44,6 +44,10 @@ enum class HttpTransportError : std::int64_t {
   kShutDown = 1010,
   /// The system refused a resource (memory, a thread, a handle); retrying may help.
   kNoResources = 1011,
+  /// The answer's body is longer than the request allows.
+  kResponseTooLarge = 1012,
+  /// The transport ended a request with neither an answer nor an error.
+  kNoAnswer = 1013,
 };
 
 /// An error of the domain above. `url` may be empty; it must be free of secrets.

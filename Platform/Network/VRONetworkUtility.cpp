@@ -9,10 +9,13 @@
 
 #include <fmt/format.h>
 
+#include <stop_token>
 #include <utility>
 
 namespace varo::platform {
 namespace {
+
+using TransferPtr = VRONetworkUtility::TransferPtr;
 
 /// The transports of the process.
 class Transports {
@@ -102,31 +105,80 @@ Dictionary responseInfoOf(const HttpResponse& response) {
            std::make_shared<HttpResponseInfo>(response.status, std::move(fields))}};
 }
 
-void send(HttpRequest request, NetworkCallback callback) {
+/// The completion of one request, which is cancelled with its operation until it has come.
+class Pending {
+ public:
+  explicit Pending(NetworkCallback callback) : callback_(std::move(callback)) {}
+
+  /// Has a stop that is requested by `cancellation` end the transfer.
+  void cancelWith(const std::stop_token& cancellation, const TransferPtr& transfer) {
+    // Made outside the lock: it calls back at once where the stop was requested before.
+    auto watch = std::make_unique<Watch>(cancellation, [transfer] { transfer->cancel(); });
+    const MutexLock lock(mutex_);
+    if (!done_) watch_.swap(watch);
+  }
+
+  void complete(const std::optional<HttpResponse>& response, const ErrorPtr& error) {
+    std::unique_ptr<Watch>
+        watch;  // destroyed after the lock: it waits for a call that is under way
+    {
+      const MutexLock lock(mutex_);
+      done_ = true;
+      watch.swap(watch_);
+    }
+    watch.reset();
+    const NetworkCallback callback = std::exchange(callback_, nullptr);
+    if (!callback) return;
+    if (error != nullptr) {
+      callback(std::nullopt, {}, toNetworkError(*error));
+    } else if (response) {
+      callback(response->body, responseInfoOf(*response), nullptr);
+    }
+  }
+
+ private:
+  using Watch = std::stop_callback<std::function<void()>>;
+
+  NetworkCallback callback_;  // touched by `complete` alone, which is called once
+  Mutex mutex_;
+  bool done_ VARO_GUARDED_BY(mutex_) = false;
+  std::unique_ptr<Watch> watch_ VARO_GUARDED_BY(mutex_);
+};
+
+TransferPtr send(HttpRequest request, const Dictionary& options, NetworkCallback callback) {
   request.spoolDirectory = UserDirectories::current()->downloads();
-  VRONetworkUtility::transport()->send(
-      std::move(request), [callback = std::move(callback)](
-                              const std::optional<HttpResponse>& response, const ErrorPtr& error) {
-        if (!callback) return;
-        if (error != nullptr) {
-          callback(std::nullopt, {}, toNetworkError(*error));
-        } else if (response) {
-          callback(response->body, responseInfoOf(*response), nullptr);
-        }
-      });
+  if (const auto value = options[kResponseLimits].objectAs<ResponseLimitsValue>()) {
+    request.limits = value->limits;
+  }
+  const auto settings = options[kRequestSettings].objectAs<RequestSettings>();
+  std::shared_ptr<HttpTransport> transport;
+  if (settings != nullptr) {
+    request.connectTimeout = settings->connectTimeout;
+    request.stallTimeout = settings->stallTimeout;
+    transport = settings->transport;
+  }
+  if (transport == nullptr) transport = VRONetworkUtility::transport();
+  const auto pending = std::make_shared<Pending>(std::move(callback));
+  TransferPtr transfer = transport->send(
+      std::move(request), [pending](const std::optional<HttpResponse>& response,
+                                    const ErrorPtr& error) { pending->complete(response, error); });
+  if (settings != nullptr && transfer != nullptr && settings->cancellation.stop_possible()) {
+    pending->cancelWith(settings->cancellation, transfer);
+  }
+  return transfer;
 }
 
-void sendWithBody(HttpRequest request, RequestType type, const Value& body,
-                  NetworkCallback callback) {
+TransferPtr sendWithBody(HttpRequest request, RequestType type, const Value& body,
+                         const Dictionary& options, NetworkCallback callback) {
   if (const auto encoded = encodeBody(request, type, body); !encoded) {
-    if (!callback) return;
+    if (!callback) return nullptr;
     Runtime::shared().pool().postOrRun(
         [callback = std::move(callback), error = toNetworkError(*encoded.error())] {
           callback(std::nullopt, {}, error);
         });
-    return;
+    return nullptr;
   }
-  send(std::move(request), std::move(callback));
+  return send(std::move(request), options, std::move(callback));
 }
 
 }  // namespace
@@ -142,30 +194,42 @@ std::string HttpResponseInfo::description() const {
   return fmt::format("HTTP status {}, headers {}", statusCode_, Value(headerFields_).description());
 }
 
-void VRONetworkUtility::GET(const std::string& url, const Dictionary& queryParams,
-                            const Dictionary& headers, const Dictionary& /*options*/,
-                            NetworkCallback callback) {
-  send(encodeRequest(HttpMethod::kGet, url, queryParams, headers), std::move(callback));
+VRONetworkUtility::TransferPtr VRONetworkUtility::GET(const std::string& url,
+                                                      const Dictionary& queryParams,
+                                                      const Dictionary& headers,
+                                                      const Dictionary& options,
+                                                      NetworkCallback callback) {
+  return send(encodeRequest(HttpMethod::kGet, url, queryParams, headers), options,
+              std::move(callback));
 }
 
-void VRONetworkUtility::POST(const std::string& url, const Dictionary& queryParams,
-                             const Dictionary& headers, RequestType requestType, const Value& body,
-                             const Dictionary& /*options*/, NetworkCallback callback) {
-  sendWithBody(encodeRequest(HttpMethod::kPost, url, queryParams, headers), requestType, body,
-               std::move(callback));
+VRONetworkUtility::TransferPtr VRONetworkUtility::POST(const std::string& url,
+                                                       const Dictionary& queryParams,
+                                                       const Dictionary& headers,
+                                                       RequestType requestType, const Value& body,
+                                                       const Dictionary& options,
+                                                       NetworkCallback callback) {
+  return sendWithBody(encodeRequest(HttpMethod::kPost, url, queryParams, headers), requestType,
+                      body, options, std::move(callback));
 }
 
-void VRONetworkUtility::PUT(const std::string& url, const Dictionary& queryParams,
-                            const Dictionary& headers, RequestType requestType, const Value& body,
-                            const Dictionary& /*options*/, NetworkCallback callback) {
-  sendWithBody(encodeRequest(HttpMethod::kPut, url, queryParams, headers), requestType, body,
-               std::move(callback));
+VRONetworkUtility::TransferPtr VRONetworkUtility::PUT(const std::string& url,
+                                                      const Dictionary& queryParams,
+                                                      const Dictionary& headers,
+                                                      RequestType requestType, const Value& body,
+                                                      const Dictionary& options,
+                                                      NetworkCallback callback) {
+  return sendWithBody(encodeRequest(HttpMethod::kPut, url, queryParams, headers), requestType, body,
+                      options, std::move(callback));
 }
 
-void VRONetworkUtility::DELETE(const std::string& url, const Dictionary& queryParams,
-                               const Dictionary& headers, const Dictionary& /*options*/,
-                               NetworkCallback callback) {
-  send(encodeRequest(HttpMethod::kDelete, url, queryParams, headers), std::move(callback));
+VRONetworkUtility::TransferPtr VRONetworkUtility::DELETE(const std::string& url,
+                                                         const Dictionary& queryParams,
+                                                         const Dictionary& headers,
+                                                         const Dictionary& options,
+                                                         NetworkCallback callback) {
+  return send(encodeRequest(HttpMethod::kDelete, url, queryParams, headers), options,
+              std::move(callback));
 }
 
 std::shared_ptr<HttpTransport> VRONetworkUtility::transport() {

@@ -4,6 +4,7 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/HttpTransport.h"
 #include "Platform/Network/NetworkConfiguration.h"
+#include "Platform/Network/RequestSettings.h"
 
 #include <cstdint>
 #include <functional>
@@ -56,25 +57,31 @@ using NetworkCallback = std::function<void(
 /// The platform's network utility: encodes requests and reports answers.
 ///
 /// HTTP status codes are not errors. Errors carry the transport's domain, code and user
-/// information; a request that cannot be encoded is an error too. `options` has no entries that
-/// this utility reads. Header and query values go out in their text form; those that are null are
-/// left out. Large response bodies spool to the downloads directory. Thread-safe.
+/// information; a request that cannot be encoded is an error too. Of `options` the entries
+/// `kRequestSettings` and `kResponseLimits` are read. Header and query values go out in their text
+/// form; those that are null are left out. Large response bodies spool to the downloads directory.
+/// Thread-safe.
 class VRONetworkUtility {
  public:
   VRONetworkUtility() = delete;
 
-  static void GET(const std::string& url, const Dictionary& queryParams, const Dictionary& headers,
-                  const Dictionary& options, NetworkCallback callback);
+  /// What a request can be ended early with. Null where it was refused before it was sent. It holds
+  /// nothing of the request.
+  using TransferPtr = std::shared_ptr<HttpTransfer>;
+
+  static TransferPtr GET(const std::string& url, const Dictionary& queryParams,
+                         const Dictionary& headers, const Dictionary& options,
+                         NetworkCallback callback);
   /// A missing `body` sends a body of zero bytes.
-  static void POST(const std::string& url, const Dictionary& queryParams, const Dictionary& headers,
-                   RequestType requestType, const Value& body, const Dictionary& options,
-                   NetworkCallback callback);
-  static void PUT(const std::string& url, const Dictionary& queryParams, const Dictionary& headers,
-                  RequestType requestType, const Value& body, const Dictionary& options,
-                  NetworkCallback callback);
-  static void DELETE(const std::string& url, const Dictionary& queryParams,
-                     const Dictionary& headers, const Dictionary& options,
-                     NetworkCallback callback);
+  static TransferPtr POST(const std::string& url, const Dictionary& queryParams,
+                          const Dictionary& headers, RequestType requestType, const Value& body,
+                          const Dictionary& options, NetworkCallback callback);
+  static TransferPtr PUT(const std::string& url, const Dictionary& queryParams,
+                         const Dictionary& headers, RequestType requestType, const Value& body,
+                         const Dictionary& options, NetworkCallback callback);
+  static TransferPtr DELETE(const std::string& url, const Dictionary& queryParams,
+                            const Dictionary& headers, const Dictionary& options,
+                            NetworkCallback callback);
 
   /// The transport in force; by default one `CurlHttpTransport`, made at the first use. It is shut
   /// down with the runtime, as is one that was set.

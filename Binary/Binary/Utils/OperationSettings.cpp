@@ -1,0 +1,60 @@
+#include "Binary/Binary/Utils/OperationSettings.h"
+
+#include "Platform/Foundation/Cancellation.h"
+#include "Platform/Network/VRONetworkUtility.h"
+
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::ResponseLimits;
+
+namespace {
+
+std::shared_ptr<OperationSettings> given(const Dictionary& context) {
+  return context[kOperationSettings].objectAs<OperationSettings>();
+}
+
+}  // namespace
+
+OperationSettings::OperationSettings() : policy(transferPolicy()) {
+  transport = platform::VRONetworkUtility::transport();
+}
+
+OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
+  OperationSettings::Ptr settings = of(options);
+  const auto cancellation = options[kCancellation].objectAs<platform::Cancellation>();
+  if (cancellation == nullptr) return settings;
+  auto cancellable = std::make_shared<OperationSettings>();
+  cancellable->transport = settings->transport;
+  cancellable->connectTimeout = settings->connectTimeout;
+  cancellable->stallTimeout = settings->stallTimeout;
+  cancellable->policy = settings->policy;
+  cancellable->limits = settings->limits;
+  cancellable->cancellation = cancellation->token();
+  return cancellable;
+}
+
+OperationSettings::Ptr OperationSettings::of(const Dictionary& inputContext) {
+  if (auto settings = given(inputContext)) return settings;
+  return std::make_shared<OperationSettings>();
+}
+
+platform::Value OperationSettings::value(const Ptr& settings) {
+  // A value holds objects that may change; nobody changes this one.
+  return std::const_pointer_cast<OperationSettings>(settings);
+}
+
+Dictionary OperationSettings::forRequest(const Ptr& settings, Dictionary options,
+                                         const ResponseLimits& limits) {
+  options.set(kOperationSettings, value(settings));
+  options.set(platform::kResponseLimits, std::make_shared<platform::ResponseLimitsValue>(limits));
+  return options;
+}
+
+ResponseLimits OperationSettings::limitsOf(std::uint64_t success) const noexcept {
+  return {.success = success, .partial = success, .error = limits.errorPage};
+}
+
+}  // namespace varo::binary
