@@ -4,7 +4,10 @@ find_program(VARO_CCACHE ccache)
 if(VARO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   # Paths count relative to the project, so that every clone shares one cache.
   set(CMAKE_CXX_COMPILER_LAUNCHER
-    env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${VARO_CCACHE}")
+    env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1
+    CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${VARO_CCACHE}")
+  # Without the time in it a precompiled header is the same in every clone.
+  add_compile_options("$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
 endif()
 
 add_library(varo_warnings INTERFACE)

@@ -48,10 +48,10 @@ struct HttpRequest {
   /// Where a large response body spools to a nameless file; empty: the directory for temporary
   /// files.
   std::string spoolDirectory;
-  ResponseLimits limits;
+  ResponseLimits limits = {};
   /// Instead of the transport's own.
-  std::optional<std::chrono::milliseconds> connectTimeout;
-  std::optional<std::chrono::milliseconds> stallTimeout;
+  std::optional<std::chrono::milliseconds> connectTimeout = {};
+  std::optional<std::chrono::milliseconds> stallTimeout = {};
 };
 
 /// The answer, whatever its status.
