@@ -64,6 +64,8 @@ class Describer {
       out_ += depth == 0 ? std::string(start) : redactSecrets(start);
     } else if (value.isMissing()) {
       out_ += "(none)";
+    } else if (const ErrorPtr error = value.error()) {
+      out_ += redactSecrets(error->description());
     } else {
       out_ += value.textValue();
     }
