@@ -50,7 +50,8 @@ class HttpResponseInfo final : public Object {
 };
 
 /// Body bytes (none where the answer had no body at all), response information, error or null.
-/// Called once, on a thread of the runtime's pool.
+/// Called exactly once whatever the transport does, see `sendGuarded`; on a thread of the runtime's
+/// pool where the transport keeps to its contract.
 using NetworkCallback = std::function<void(
     const std::optional<Data>& data, const Dictionary& responseInfo, const NetworkErrorPtr& error)>;
 
@@ -58,15 +59,15 @@ using NetworkCallback = std::function<void(
 ///
 /// HTTP status codes are not errors. Errors carry the transport's domain, code and user
 /// information; a request that cannot be encoded is an error too. Of `options` the entries
-/// `kRequestSettings` and `kResponseLimits` are read. Header and query values go out in their text
-/// form; those that are null are left out. Large response bodies spool to the downloads directory.
-/// Thread-safe.
+/// `kRequestSettings`, `kResponseLimits` and `kSpoolDirectory` are read. Header and query values go
+/// out in their text form; those that are null are left out. Thread-safe.
 class VRONetworkUtility {
  public:
   VRONetworkUtility() = delete;
 
   /// What a request can be ended early with. Null where it was refused before it was sent. It holds
-  /// nothing of the request.
+  /// nothing of the request. Its `cancel` may be called at any time, from inside the callback too;
+  /// it throws nothing, and does nothing once the request has ended.
   using TransferPtr = std::shared_ptr<HttpTransfer>;
 
   static TransferPtr GET(const std::string& url, const Dictionary& queryParams,
