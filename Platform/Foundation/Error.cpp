@@ -37,4 +37,11 @@ std::string Error::description() const {
   return fmt::format("{} {}: {}", domain_, code_, localizedDescription());
 }
 
+const Error& firstCause(const Error& error) noexcept {
+  // Errors are immutable, so the chain has an end, and each keeps the next.
+  const Error* cause = &error;
+  while (const ErrorPtr next = cause->userInfo()[kUnderlyingError].error()) cause = next.get();
+  return *cause;
+}
+
 }  // namespace varo::platform

@@ -12,6 +12,10 @@ namespace varo::platform {
 inline constexpr std::string_view kLocalizedDescriptionKey = "NSLocalizedDescription";
 /// Key of the message of task errors.
 inline constexpr std::string_view kErrorMessageKey = "message";
+/// Key of the user information under which an error that wraps another one keeps it, unchanged.
+/// What the first one knows (its domain and code, "curlCode", "httpStatusCode", "path") is then
+/// reached through every wrapping with `firstCause`.
+inline constexpr std::string_view kUnderlyingError = "underlyingError";
 /// Domain of errors of the operating system; their code is `errno`.
 inline constexpr std::string_view kPosixErrorDomain = "POSIX";
 
@@ -48,5 +52,9 @@ class Error {
   const std::int64_t code_;
   const Dictionary userInfo_;
 };
+
+/// The error at the end of the chain of `kUnderlyingError`, or `error` itself where it wraps none.
+/// Valid while `error` lives.
+[[nodiscard]] const Error& firstCause(const Error& error) noexcept;
 
 }  // namespace varo::platform

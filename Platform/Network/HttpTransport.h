@@ -45,8 +45,8 @@ struct HttpRequest {
   std::vector<HttpHeader> headers;
   /// Present and empty: a body of zero bytes. The length is always sent.
   std::optional<std::vector<Data>> body;
-  /// Where a large response body spools to a nameless file; empty: the directory for temporary
-  /// files.
+  /// Where a large response body spools to a nameless file; empty, or where none can be created
+  /// there: the directory for temporary files.
   std::string spoolDirectory;
   ResponseLimits limits = {};
   /// Instead of the transport's own.

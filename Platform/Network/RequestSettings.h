@@ -16,6 +16,11 @@ inline constexpr char kRequestSettings[] = "settings";
 /// Key of the options of a request under which the `ResponseLimits` of its answer stand, as a
 /// `ResponseLimitsValue`.
 inline constexpr char kResponseLimits[] = "responseLimits";
+/// Key of the options of a request under which the directory stands, as text, that the answer's
+/// body will be stored in: a large body spools there, so that it never has to move to another file
+/// system. Missing or empty: the directory for temporary files, which also serves where no file can
+/// be created in the one named.
+inline constexpr char kSpoolDirectory[] = "spoolDirectory";
 
 /// How a request is sent, whatever it asks for. Taken once for an operation and shared by all its
 /// requests; what is not set here is the transport's own. Immutable once shared.

@@ -4,8 +4,9 @@
 #include "Platform/Foundation/File.h"
 #include "Platform/Network/NetworkTuning.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -13,15 +14,26 @@
 namespace varo::platform {
 namespace {
 
-Result<std::shared_ptr<File>> createSpoolFile(const std::string& directory) {
-  if (!directory.empty()) {
-    auto file = File::createUnnamed(directory);
-    if (file || file.error()->code() != ENOENT) return file;
-  }
+Result<std::shared_ptr<File>> createTemporaryFile() {
   std::error_code failure;
   const std::filesystem::path temporary = std::filesystem::temp_directory_path(failure);
   if (failure) return Error::fromErrno(failure.value(), "Finding", "the temporary directory");
   return File::createUnnamed(temporary.string());
+}
+
+Result<std::shared_ptr<File>> createSpoolFile(const std::string& directory) {
+  if (directory.empty()) return createTemporaryFile();
+  auto file = File::createUnnamed(directory);
+  if (file) return file;
+  auto other = createTemporaryFile();
+  if (other) return other;
+  // What is wrong with the directory that was named is what the user can mend.
+  Dictionary userInfo = file.error()->userInfo();
+  userInfo.set(std::string(kLocalizedDescriptionKey),
+               fmt::format("{}; {}", file.error()->localizedDescription(),
+                           other.error()->localizedDescription()));
+  return ErrorPtr(std::make_shared<const Error>(file.error()->domain(), file.error()->code(),
+                                                std::move(userInfo)));
 }
 
 }  // namespace

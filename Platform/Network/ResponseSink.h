@@ -16,7 +16,8 @@ namespace varo::platform {
 class ResponseSink {
  public:
   /// Files are made in `spoolDirectory`, or in the directory for temporary files where that is
-  /// empty or does not exist. `gatherSize`, in bytes, is how much is collected for one write.
+  /// empty or none can be created in it. `gatherSize`, in bytes, is how much is collected for one
+  /// write.
   ResponseSink(std::string spoolDirectory, std::size_t gatherSize);
 
   /// Drops what was collected.
@@ -25,7 +26,8 @@ class ResponseSink {
   /// What the server says will come; a large body goes to a file from its first byte.
   [[nodiscard]] Result<void> expect(std::uint64_t size);
 
-  /// Takes the next bytes. Errors: domain "POSIX", with the directory; a full disk is ENOSPC.
+  /// Takes the next bytes. Errors: domain "POSIX", with the directory; a full disk is ENOSPC. Where
+  /// neither directory takes a file, the error is the first one's and its text says both.
   [[nodiscard]] Result<void> write(std::string_view bytes);
 
   /// Bytes taken so far.

@@ -3,7 +3,6 @@
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Text.h"
-#include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Network/CurlHttpTransport.h"
 #include "Platform/Network/RequestEncoder.h"
 
@@ -146,7 +145,9 @@ class Pending {
 };
 
 TransferPtr send(HttpRequest request, const Dictionary& options, NetworkCallback callback) {
-  request.spoolDirectory = UserDirectories::current()->downloads();
+  if (const std::string* directory = options[kSpoolDirectory].text()) {
+    request.spoolDirectory = *directory;
+  }
   if (const auto value = options[kResponseLimits].objectAs<ResponseLimitsValue>()) {
     request.limits = value->limits;
   }

@@ -115,9 +115,6 @@ TEST_F(CurlTransferLifeTest, SpoolsLargeAnswersToANamelessFileByteForByte) {
   EXPECT_TRUE(inMemory.body() == small);
   EXPECT_EQ(inMemory.response->body->file(), nullptr);
   EXPECT_TRUE(std::filesystem::is_empty(directory_));
-
-  HttpRequest elsewhere{HttpMethod::kGet, server.url("/length"), {}, {}, directory_ + "/missing"};
-  EXPECT_TRUE(run(std::move(elsewhere)).body() == large);
 }
 
 TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
@@ -131,11 +128,41 @@ TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
     EXPECT_THAT(outcome.text(), HasSubstr(directory_ + ": File too large"));
     EXPECT_EQ(outcome.error->userInfo()["path"].textValue(), directory_);
   }
-  const std::string notADirectory = directory_ + "/file";
-  std::ofstream(notADirectory) << "x";
-  const Outcome outcome = run({HttpMethod::kGet, server.url("/"), {}, {}, notADirectory});
-  EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseBodyNotStored));
-  EXPECT_THAT(outcome.text(), HasSubstr(notADirectory + ": Not a directory"));
+}
+
+TEST_F(CurlTransferLifeTest, SpoolsToTheTemporaryDirectoryWhereTheNamedOneTakesNoFile) {
+  const std::string large = sampleBytes(2 * platform::tuning::kMiB);
+  ScriptedServer server([&](const WireRequest&) { return reply(200, large); });
+  const std::string temporary = directory_ + "/temporary";
+  const std::string file = directory_ + "/file";
+  std::filesystem::create_directory(temporary);
+  std::ofstream(file) << "x";
+  // /proc takes no file from anybody, root included.
+  const std::pair<std::string, std::string> cases[] = {
+      {directory_ + "/missing", "No such file or directory"},
+      {file, "Not a directory"},
+      {"/proc/self", "No such file or directory"},
+      {std::string("/x\0y", 4), "Invalid argument"},
+      {"/" + std::string(5000, 'x'), "File name too long"},
+  };
+  for (const auto& [directory, cause] : cases) {
+    SCOPED_TRACE(cause);
+    const auto ask = [&, &named = directory] {
+      return run({HttpMethod::kGet, server.url("/"), {}, {}, named});
+    };
+    {
+      const EnvironmentVariable usable("TMPDIR", temporary);
+      const Outcome outcome = ask();
+      ASSERT_TRUE(outcome.body() == large) << outcome.text();
+      EXPECT_EQ(outcome.response->body->file()->path(), temporary);
+    }
+    const EnvironmentVariable unusable("TMPDIR", "/proc");
+    const Outcome outcome = ask();
+    EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseBodyNotStored));
+    EXPECT_THAT(outcome.text(), HasSubstr(directory + ": " + cause));
+    EXPECT_THAT(outcome.text(), HasSubstr("Creating a file in /proc: "));
+    EXPECT_EQ(outcome.error->userInfo()["path"].textValue(), directory);
+  }
 }
 
 TEST_F(CurlTransferLifeTest, ErrorsWithThePathWhereAFileShrinksWhileItIsSent) {

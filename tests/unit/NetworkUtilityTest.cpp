@@ -30,8 +30,8 @@ class NetworkUtilityTest : public OfflineFixture {
 TEST_F(NetworkUtilityTest, ReportsStatusAndMergedHeadersWithTheBody) {
   transport_->answer(
       answerWith(404, "gone", {{"ETag", "1"}, {"Via", "a"}, {"via", "b"}, {"Bad", "\xff"}}));
-  VRONetworkUtility::PUT("http://h/p", {{"q", "x y"}}, {{"N", 1}}, RequestType::kRaw, "body", {},
-                         callback());
+  VRONetworkUtility::PUT("http://h/p", {{"q", "x y"}}, {{"N", 1}}, RequestType::kRaw, "body",
+                         {{kSpoolDirectory, "/store"}}, callback());
   const Report report = wait();
   EXPECT_TRUE(report.onPool);
   EXPECT_EQ(report.error, nullptr);
@@ -48,7 +48,7 @@ TEST_F(NetworkUtilityTest, ReportsStatusAndMergedHeadersWithTheBody) {
   EXPECT_EQ(requests[0].url, "http://h/p?q=x%20y");
   EXPECT_EQ(requests[0].header("N"), "1");
   EXPECT_EQ(requests[0].body, "body");
-  EXPECT_EQ(requests[0].spoolDirectory, UserDirectories::current()->downloads());
+  EXPECT_EQ(requests[0].spoolDirectory, "/store");
 }
 
 TEST_F(NetworkUtilityTest, ReportsWhatCannotBeEncodedOnThePoolAndSendsNothing) {
