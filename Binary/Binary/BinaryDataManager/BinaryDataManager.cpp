@@ -9,6 +9,7 @@
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/Utils/BlockCall.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -156,7 +157,7 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
   };
   logger().logTrace(kCreating);
   if (const ErrorPtr error = shutDownError()) return answer(error, std::nullopt);
-  const BlobStoreTable table(column.databaseName);
+  const BlobStoreTable table(column.databaseName, OperationSettings::take(downloadConfig)->policy);
   const auto blobId = table.obtainBlobId(column.tableName, column.columnName, column.primaryKeys,
                                          downloadConfig[kResponseType]);
   if (!blobId) {
@@ -370,9 +371,10 @@ void BinaryDataManager::getBinaryDataFilePathForPrimaryKeys(const Dictionary& pr
                                                             const std::string& columnName,
                                                             BlobPathBlock completionBlock) {
   dataFilePathQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
+                            policy = OperationSettings::take({})->policy,
                             block = std::move(completionBlock)] {
     logger().logDebug(kLookingUpPath);
-    const auto path = BlobFiles::filePath(column);
+    const auto path = BlobFiles::filePath(column, policy);
     if (!block) return;
     callBlock([&] { block(path.error(), path ? std::optional(*path) : std::nullopt); });
   });
@@ -383,8 +385,9 @@ void BinaryDataManager::deleteBinaryObjectForPrimaryKeys(
     const std::string& columnName, const Dictionary& options, BlobDeletionBlock completionBlock) {
   dataDeletionQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
                             removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
+                            policy = OperationSettings::take(options)->policy,
                             block = std::move(completionBlock)] {
-    const BlobDeletion done = BlobFiles::recordDeletion(column, removeNow);
+    const BlobDeletion done = BlobFiles::recordDeletion(column, removeNow, policy);
     if (!block) return;
     callBlock([&] { block(done.blobId, done.recorded, done.fileRemoved, done.error); });
   });

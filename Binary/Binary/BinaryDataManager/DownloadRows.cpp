@@ -4,7 +4,7 @@
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
@@ -52,7 +52,7 @@ constexpr std::string_view kFileNotNoted =
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 BlobStoreTable tableOf(const Dictionary& input) {
-  return BlobStoreTable(input[kDBName].textValue());
+  return {input[kDBName].textValue(), OperationSettings::of(input)->policy};
 }
 
 ErrorPtr fileError(std::int32_t code, std::string_view message) {
@@ -62,8 +62,8 @@ ErrorPtr fileError(std::int32_t code, std::string_view message) {
 
 /// Changes the row in the state in which it was read, so that a deletion that is recorded between
 /// the two statements stands.
-bool updateUnlessDeleted(const BlobStoreTable& table, const std::string& blobId,
-                         const Dictionary& values) {
+platform::Result<void> updateUnlessDeleted(const BlobStoreTable& table, const std::string& blobId,
+                                           const Dictionary& values) {
   const auto row = table.row(blobId);
   if (!row) return table.update(blobId, values);
   const platform::Value& state = (*row)[blobs::kState];
@@ -74,13 +74,14 @@ bool updateUnlessDeleted(const BlobStoreTable& table, const std::string& blobId,
   }
   // The sync engine is to find the file that has come since.
   const platform::Value& path = values[blobs::kLocalPath];
-  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return true;
+  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return {};
   return table.update(blobId, {{blobs::kLocalPath, path}});
 }
 
-bool update(const DownloadTask& task, const Dictionary& values) {
-  const BlobStoreTable table = tableOf(task.inputContext());
-  if (transferPolicy() != TransferPolicy::kSafe) return table.update(task.name(), values);
+platform::Result<void> update(const DownloadTask& task, const Dictionary& values) {
+  const Dictionary input = task.inputContext();
+  const BlobStoreTable table = tableOf(input);
+  if (!OperationSettings::of(input)->isSafe()) return table.update(task.name(), values);
   return updateUnlessDeleted(table, task.name(), values);
 }
 
@@ -140,7 +141,7 @@ void DownloadRows::limitOffsetToFile(DownloadTask& task) {
 
 void DownloadRows::updateDBForTask(const DownloadTask& task, const Dictionary& output) {
   // An output that is missing is no entry, and its column stays as it is.
-  const bool updated = update(task, {{blobs::kLocalPath, output[kFilePath]},
+  const auto updated = update(task, {{blobs::kLocalPath, output[kFilePath]},
                                      {blobs::kState, kFileAvailable},
                                      {blobs::kSize, output[kTotalFileSize]}});
   if (updated) {
