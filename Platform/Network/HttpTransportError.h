@@ -46,7 +46,8 @@ enum class HttpTransportError : std::int64_t {
   kNoResources = 1011,
   /// The answer's body is longer than the request allows.
   kResponseTooLarge = 1012,
-  /// The transport ended a request with neither an answer nor an error.
+  /// The transport, an application's own, ended a request with neither an answer nor an error, gave
+  /// it up without a word, or threw.
   kNoAnswer = 1013,
 };
 

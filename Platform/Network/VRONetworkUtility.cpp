@@ -4,10 +4,13 @@
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/CurlHttpTransport.h"
+#include "Platform/Network/GuardedSend.h"
+#include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/RequestEncoder.h"
 
 #include <fmt/format.h>
 
+#include <exception>
 #include <stop_token>
 #include <utility>
 
@@ -104,47 +107,30 @@ Dictionary responseInfoOf(const HttpResponse& response) {
            std::make_shared<HttpResponseInfo>(response.status, std::move(fields))}};
 }
 
-/// The completion of one request, which is cancelled with its operation until it has come.
-class Pending {
- public:
-  explicit Pending(NetworkCallback callback) : callback_(std::move(callback)) {}
-
-  /// Has a stop that is requested by `cancellation` end the transfer.
-  void cancelWith(const std::stop_token& cancellation, const TransferPtr& transfer) {
-    // Made outside the lock: it calls back at once where the stop was requested before.
-    auto watch = std::make_unique<Watch>(cancellation, [transfer] { transfer->cancel(); });
-    const MutexLock lock(mutex_);
-    if (!done_) watch_.swap(watch);
-  }
-
-  void complete(const std::optional<HttpResponse>& response, const ErrorPtr& error) {
-    std::unique_ptr<Watch>
-        watch;  // destroyed after the lock: it waits for a call that is under way
-    {
-      const MutexLock lock(mutex_);
-      done_ = true;
-      watch.swap(watch_);
-    }
-    watch.reset();
-    const NetworkCallback callback = std::exchange(callback_, nullptr);
-    if (!callback) return;
-    if (error != nullptr) {
-      callback(std::nullopt, {}, toNetworkError(*error));
-    } else if (response) {
-      callback(response->body, responseInfoOf(*response), nullptr);
+void report(const NetworkCallback& callback, const std::optional<HttpResponse>& response,
+            ErrorPtr error) {
+  if (!callback) return;
+  Dictionary info;
+  if (response) {
+    try {
+      info = responseInfoOf(*response);
+    } catch (const std::exception& failure) {
+      error = makeTransportError(HttpTransportError::kNoResources, failure.what());
     }
   }
+  if (error != nullptr) {
+    callback(std::nullopt, {}, toNetworkError(*error));
+  } else {
+    callback(response->body, info, nullptr);
+  }
+}
 
- private:
-  using Watch = std::stop_callback<std::function<void()>>;
+void refuse(const NetworkCallback& callback, const ErrorPtr& error) {
+  Runtime::shared().pool().postOrRun([callback, error] { report(callback, std::nullopt, error); });
+}
 
-  NetworkCallback callback_;  // touched by `complete` alone, which is called once
-  Mutex mutex_;
-  bool done_ VARO_GUARDED_BY(mutex_) = false;
-  std::unique_ptr<Watch> watch_ VARO_GUARDED_BY(mutex_);
-};
-
-TransferPtr send(HttpRequest request, const Dictionary& options, NetworkCallback callback) {
+TransferPtr dispatch(HttpRequest request, const Dictionary& options,
+                     const NetworkCallback& callback) {
   if (const std::string* directory = options[kSpoolDirectory].text()) {
     request.spoolDirectory = *directory;
   }
@@ -153,33 +139,38 @@ TransferPtr send(HttpRequest request, const Dictionary& options, NetworkCallback
   }
   const auto settings = options[kRequestSettings].objectAs<RequestSettings>();
   std::shared_ptr<HttpTransport> transport;
+  std::stop_token cancellation;
   if (settings != nullptr) {
     request.connectTimeout = settings->connectTimeout;
     request.stallTimeout = settings->stallTimeout;
     transport = settings->transport;
+    cancellation = settings->cancellation;
   }
   if (transport == nullptr) transport = VRONetworkUtility::transport();
-  const auto pending = std::make_shared<Pending>(std::move(callback));
-  TransferPtr transfer = transport->send(
-      std::move(request), [pending](const std::optional<HttpResponse>& response,
-                                    const ErrorPtr& error) { pending->complete(response, error); });
-  if (settings != nullptr && transfer != nullptr && settings->cancellation.stop_possible()) {
-    pending->cancelWith(settings->cancellation, transfer);
-  }
-  return transfer;
+  return sendGuarded(*transport, std::move(request), cancellation,
+                     [callback](const std::optional<HttpResponse>& response,
+                                const ErrorPtr& error) { report(callback, response, error); });
 }
 
-TransferPtr sendWithBody(HttpRequest request, RequestType type, const Value& body,
-                         const Dictionary& options, NetworkCallback callback) {
-  if (const auto encoded = encodeBody(request, type, body); !encoded) {
-    if (!callback) return nullptr;
-    Runtime::shared().pool().postOrRun(
-        [callback = std::move(callback), error = toNetworkError(*encoded.error())] {
-          callback(std::nullopt, {}, error);
-        });
-    return nullptr;
+Result<HttpRequest> encodeWithBody(HttpMethod method, const std::string& url,
+                                   const Dictionary& queryParams, const Dictionary& headers,
+                                   RequestType type, const Value& body) {
+  HttpRequest request = encodeRequest(method, url, queryParams, headers);
+  if (auto encoded = encodeBody(request, type, body); !encoded) return encoded.error();
+  return request;
+}
+
+/// Sends what `encode` makes. Whatever is thrown on the way is the request's failure.
+template <typename Encode>
+TransferPtr send(const Encode& encode, const Dictionary& options, const NetworkCallback& callback) {
+  try {
+    Result<HttpRequest> request = encode();
+    if (request) return dispatch(std::move(request).value(), options, callback);
+    refuse(callback, request.error());
+  } catch (const std::exception& failure) {
+    refuse(callback, makeTransportError(HttpTransportError::kNoResources, failure.what()));
   }
-  return send(std::move(request), options, std::move(callback));
+  return nullptr;
 }
 
 }  // namespace
@@ -195,42 +186,42 @@ std::string HttpResponseInfo::description() const {
   return fmt::format("HTTP status {}, headers {}", statusCode_, Value(headerFields_).description());
 }
 
-VRONetworkUtility::TransferPtr VRONetworkUtility::GET(const std::string& url,
-                                                      const Dictionary& queryParams,
-                                                      const Dictionary& headers,
-                                                      const Dictionary& options,
-                                                      NetworkCallback callback) {
-  return send(encodeRequest(HttpMethod::kGet, url, queryParams, headers), options,
-              std::move(callback));
+TransferPtr VRONetworkUtility::GET(const std::string& url, const Dictionary& queryParams,
+                                   const Dictionary& headers, const Dictionary& options,
+                                   NetworkCallback callback) {
+  const auto encode = [&]() -> Result<HttpRequest> {
+    return encodeRequest(HttpMethod::kGet, url, queryParams, headers);
+  };
+  return send(encode, options, callback);
 }
 
-VRONetworkUtility::TransferPtr VRONetworkUtility::POST(const std::string& url,
-                                                       const Dictionary& queryParams,
-                                                       const Dictionary& headers,
-                                                       RequestType requestType, const Value& body,
-                                                       const Dictionary& options,
-                                                       NetworkCallback callback) {
-  return sendWithBody(encodeRequest(HttpMethod::kPost, url, queryParams, headers), requestType,
-                      body, options, std::move(callback));
+TransferPtr VRONetworkUtility::POST(const std::string& url, const Dictionary& queryParams,
+                                    const Dictionary& headers, RequestType requestType,
+                                    const Value& body, const Dictionary& options,
+                                    NetworkCallback callback) {
+  const auto encode = [&] {
+    return encodeWithBody(HttpMethod::kPost, url, queryParams, headers, requestType, body);
+  };
+  return send(encode, options, callback);
 }
 
-VRONetworkUtility::TransferPtr VRONetworkUtility::PUT(const std::string& url,
-                                                      const Dictionary& queryParams,
-                                                      const Dictionary& headers,
-                                                      RequestType requestType, const Value& body,
-                                                      const Dictionary& options,
-                                                      NetworkCallback callback) {
-  return sendWithBody(encodeRequest(HttpMethod::kPut, url, queryParams, headers), requestType, body,
-                      options, std::move(callback));
+TransferPtr VRONetworkUtility::PUT(const std::string& url, const Dictionary& queryParams,
+                                   const Dictionary& headers, RequestType requestType,
+                                   const Value& body, const Dictionary& options,
+                                   NetworkCallback callback) {
+  const auto encode = [&] {
+    return encodeWithBody(HttpMethod::kPut, url, queryParams, headers, requestType, body);
+  };
+  return send(encode, options, callback);
 }
 
-VRONetworkUtility::TransferPtr VRONetworkUtility::DELETE(const std::string& url,
-                                                         const Dictionary& queryParams,
-                                                         const Dictionary& headers,
-                                                         const Dictionary& options,
-                                                         NetworkCallback callback) {
-  return send(encodeRequest(HttpMethod::kDelete, url, queryParams, headers), options,
-              std::move(callback));
+TransferPtr VRONetworkUtility::DELETE(const std::string& url, const Dictionary& queryParams,
+                                      const Dictionary& headers, const Dictionary& options,
+                                      NetworkCallback callback) {
+  const auto encode = [&]() -> Result<HttpRequest> {
+    return encodeRequest(HttpMethod::kDelete, url, queryParams, headers);
+  };
+  return send(encode, options, callback);
 }
 
 std::shared_ptr<HttpTransport> VRONetworkUtility::transport() {

@@ -50,7 +50,8 @@ class HttpResponseInfo final : public Object {
 };
 
 /// Body bytes (none where the answer had no body at all), response information, error or null.
-/// Called once, on a thread of the runtime's pool.
+/// Called exactly once whatever the transport does, see `sendGuarded`; on a thread of the runtime's
+/// pool where the transport keeps to its contract.
 using NetworkCallback = std::function<void(
     const std::optional<Data>& data, const Dictionary& responseInfo, const NetworkErrorPtr& error)>;
 
@@ -65,7 +66,8 @@ class VRONetworkUtility {
   VRONetworkUtility() = delete;
 
   /// What a request can be ended early with. Null where it was refused before it was sent. It holds
-  /// nothing of the request.
+  /// nothing of the request. Its `cancel` may be called at any time, from inside the callback too;
+  /// it throws nothing, and does nothing once the request has ended.
   using TransferPtr = std::shared_ptr<HttpTransfer>;
 
   static TransferPtr GET(const std::string& url, const Dictionary& queryParams,

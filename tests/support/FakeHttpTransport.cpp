@@ -3,7 +3,9 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/HttpTransportError.h"
 
+#include <stdexcept>
 #include <utility>
 
 namespace varo::test {
@@ -13,7 +15,6 @@ using namespace platform;
 
 constexpr std::string_view kDomain = "FakeHttpTransport";
 constexpr std::int64_t kNoAnswerScripted = 1;
-constexpr std::int64_t kCancelled = 2;
 constexpr std::int64_t kShutDown = 3;
 /// Pieces larger than this are not read out.
 constexpr std::uint64_t kLargestRecordedBody = std::uint64_t{256} * 1024 * 1024;
@@ -52,25 +53,43 @@ ScriptedAnswer failWith(std::int64_t code, std::string description) {
 
 /// One request between `send` and its completion.
 struct FakeHttpTransport::Transfer final : platform::HttpTransfer {
-  Transfer(ScriptedAnswer end, HttpCompletion handler)
-      : answer(std::move(end)), completion(std::move(handler)) {}
+  Transfer(std::weak_ptr<FakeHttpTransport> fake, std::string address, ScriptedAnswer end,
+           HttpCompletion handler)
+      : owner(std::move(fake)),
+        url(std::move(address)),
+        answer(std::move(end)),
+        completion(std::move(handler)) {}
 
-  void cancel() override { completeOnPool(failWith(kCancelled, "The transfer was cancelled.")); }
+  void cancel() override {
+    const bool cancelled = completeOnPool({std::nullopt, cancelledError()});
+    const auto fake = owner.lock();
+    if (cancelled && fake != nullptr) fake->noteCancel(*this);
+  }
 
   void complete() {
-    if (HttpCompletion once = take()) once(std::move(answer.response), std::move(answer.error));
+    const HttpCompletion once = take();
+    if (once == nullptr || answer.end == ScriptedEnd::kDropped) return;
+    if (answer.end == ScriptedEnd::kTwice) once(answer.response, answer.error);
+    once(std::move(answer.response), std::move(answer.error));
   }
-  void completeOnPool(ScriptedAnswer end) {
+  /// False where it has ended already.
+  bool completeOnPool(ScriptedAnswer end) {
     HttpCompletion once = take();
-    if (once == nullptr) return;
+    if (once == nullptr) return false;
     Runtime::shared().pool().postOrRun(
         [once = std::move(once), end = std::move(end)]() { once(end.response, end.error); });
+    return true;
   }
   HttpCompletion take() {
     const MutexLock lock(mutex);
     return std::exchange(completion, nullptr);
   }
+  static ErrorPtr cancelledError() {
+    return makeTransportError(HttpTransportError::kCancelled, "The transfer was cancelled.");
+  }
 
+  const std::weak_ptr<FakeHttpTransport> owner;
+  const std::string url;
   ScriptedAnswer answer;  // read by the one thread that completes the transfer
   platform::Mutex mutex;
   HttpCompletion completion VARO_GUARDED_BY(mutex);
@@ -127,6 +146,17 @@ std::size_t FakeHttpTransport::heldCount() const {
   return held_.size();
 }
 
+std::vector<std::string> FakeHttpTransport::cancelled() const {
+  const MutexLock lock(mutex_);
+  return cancelled_;
+}
+
+void FakeHttpTransport::noteCancel(const Transfer& transfer) {
+  const MutexLock lock(mutex_);
+  cancelled_.push_back(transfer.url);
+  std::erase_if(held_, [&transfer](const TransferPtr& held) { return held.get() == &transfer; });
+}
+
 std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest request,
                                                                 HttpCompletion completion) {
   RecordedRequest record{request.method, request.url, request.headers, readOut(request.body),
@@ -149,8 +179,10 @@ std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest requ
     }
   }
   if (handler) end = handler(record);
+  if (end.end == ScriptedEnd::kThrows) throw std::runtime_error("scripted");
 
-  auto transfer = std::make_shared<Transfer>(std::move(end), std::move(completion));
+  auto transfer = std::make_shared<Transfer>(weak_from_this(), std::move(record.url),
+                                             std::move(end), std::move(completion));
   {
     const MutexLock lock(mutex_);
     if (holding_ && !shutDown_) {

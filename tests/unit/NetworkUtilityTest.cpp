@@ -1,6 +1,9 @@
+#include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/Network/HttpTransportError.h"
 #include "tests/support/OfflineFixture.h"
 
+#include <atomic>
 #include <future>
 
 namespace varo::test {
@@ -18,13 +21,26 @@ struct Report {
 class NetworkUtilityTest : public OfflineFixture {
  protected:
   NetworkCallback callback() {
+    // A second call would throw, which `calls_` shows.
     return [this](const auto& data, const Dictionary& info, const NetworkErrorPtr& error) {
+      ++calls_;
       report_.set_value({data, info, error, Runtime::shared().pool().runsInThisThread()});
     };
   }
   Report wait() { return report_.get_future().get(); }
+  VRONetworkUtility::TransferPtr get(const Dictionary& options = {}) {
+    return VRONetworkUtility::GET("http://h/p", {}, {}, options, callback());
+  }
+  /// Options of a request that `cancellation` ends.
+  Dictionary cancellable() const {
+    auto settings = std::make_shared<RequestSettings>();
+    settings->cancellation = cancellation_.token();
+    return {{kRequestSettings, settings}};
+  }
 
   std::promise<Report> report_;
+  std::atomic<int> calls_{0};
+  Cancellation cancellation_;
 };
 
 TEST_F(NetworkUtilityTest, ReportsStatusAndMergedHeadersWithTheBody) {
@@ -58,6 +74,162 @@ TEST_F(NetworkUtilityTest, ReportsWhatCannotBeEncodedOnThePoolAndSendsNothing) {
   EXPECT_NE(report.error, nullptr);
   EXPECT_TRUE(report.onPool);
   EXPECT_EQ(transport_->requestCount(), 0U);
+}
+
+TEST_F(NetworkUtilityTest, EndsOnceWhateverTheTransportDoes) {
+  constexpr auto kNoAnswer = static_cast<std::int64_t>(HttpTransportError::kNoAnswer);
+  ScriptedAnswer both = failWith(7, "both");
+  both.response = HttpResponse();
+  struct {
+    ScriptedAnswer answer;
+    std::int64_t code;
+    std::string text;
+  } const cases[] = {
+      {endWithNothing(), kNoAnswer, "neither an answer nor an error"},
+      {dropCompletion(), kNoAnswer, "dropped the request"},
+      {throwFromSend(), kNoAnswer, "The transport failed: scripted"},
+      {both, 7, "both"},
+      {endTwice(failWith(8, "twice")), 8, "twice"},
+      {endTwice(answerWith(200, "x")), 0, ""},
+  };
+  for (const auto& item : cases) {
+    for (const bool holds : {false, true}) {
+      SCOPED_TRACE(item.text);
+      report_ = {};
+      calls_ = 0;
+      transport_->answer(item.answer);
+      if (holds) transport_->hold();
+      const auto transfer = get();
+      transport_->releaseAll();
+      const Report report = wait();
+      EXPECT_EQ(report.error == nullptr ? 0 : report.error->code(), item.code);
+      if (report.error != nullptr) {
+        EXPECT_THAT(report.error->localizedDescription(), testing::HasSubstr(item.text));
+        EXPECT_FALSE(report.data.has_value());
+      }
+      transfer->cancel();
+      EXPECT_EQ(calls_, 1);
+    }
+  }
+  EXPECT_TRUE(transport_->cancelled().empty());
+}
+
+TEST_F(NetworkUtilityTest, KeepsTheCodeAndTheUserInformationOfTheTransportsError) {
+  const Dictionary details{{"curlCode", 28}, {"NSLocalizedDescription", "late"}};
+  transport_->answer({std::nullopt, std::make_shared<Error>("HttpTransport", 28, details)});
+  get();
+  const NetworkErrorPtr first = wait().error;
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(first->domain(), "HttpTransport");
+  EXPECT_EQ(first->userInfo(), details);
+  // However often it is wrapped.
+  const std::string key(kUnderlyingError);
+  const auto middle = std::make_shared<const Error>("B", 2, Dictionary{{key, first}});
+  const Error outer("C", 3, {{"message", "x"}, {key, middle}});
+  EXPECT_EQ(&firstCause(outer), first.get());
+  EXPECT_EQ(&firstCause(*first), first.get());
+}
+
+/// Cancels from outside through the transfer, or with everything else through the operation's
+/// token.
+class NetworkCancelTest : public NetworkUtilityTest, public testing::WithParamInterface<bool> {
+ protected:
+  void cancel() { GetParam() ? cancellation_.cancel() : transfer_->cancel(); }
+  void expectCancelled() {
+    const Report report = wait();
+    ASSERT_NE(report.error, nullptr);
+    EXPECT_EQ(report.error->code(), static_cast<std::int64_t>(HttpTransportError::kCancelled));
+    EXPECT_TRUE(report.onPool);
+  }
+  VRONetworkUtility::TransferPtr transfer_;
+};
+INSTANTIATE_TEST_SUITE_P(, NetworkCancelTest, testing::Bool(),
+                         [](const auto& info) { return info.param ? "ByToken" : "ByTransfer"; });
+
+TEST_P(NetworkCancelTest, EndsARequestInFlightOnce) {
+  transport_->hold();
+  transport_->answer(answerWith(200, "late"));
+  transfer_ = get(cancellable());
+  cancel();
+  cancel();
+  expectCancelled();
+  EXPECT_EQ(transport_->cancelled(), std::vector<std::string>{"http://h/p"});
+  EXPECT_FALSE(transport_->release());
+  EXPECT_EQ(calls_, 1);
+}
+
+TEST_P(NetworkCancelTest, DoesNothingAfterTheEndAndFromInsideTheCompletion) {
+  transport_->hold();
+  transport_->answer(answerWith(200, "x"));
+  transfer_ = VRONetworkUtility::GET("http://h/p", {}, {}, cancellable(),
+                                     [this](const auto& data, const auto&, const auto& error) {
+                                       cancel();
+                                       EXPECT_EQ(data, Data::fromBytes("x"));
+                                       EXPECT_EQ(error, nullptr);
+                                       ++calls_;
+                                     });
+  transport_->release();
+  cancel();
+  EXPECT_EQ(calls_, 1);
+  EXPECT_TRUE(transport_->cancelled().empty());
+}
+
+TEST_F(NetworkUtilityTest, SendsNothingOnceItsOperationIsCancelled) {
+  cancellation_.cancel();
+  get(cancellable());
+  const Report report = wait();
+  EXPECT_EQ(report.error->code(), static_cast<std::int64_t>(HttpTransportError::kCancelled));
+  EXPECT_TRUE(report.onPool);
+  EXPECT_EQ(transport_->requestCount(), 0U);
+}
+
+TEST_F(NetworkUtilityTest, CancelsWhatIsStoppedWhileItIsSent) {
+  transport_->hold();
+  transport_->setHandler([this](const RecordedRequest&) {
+    cancellation_.cancel();
+    return answerWith(200, "x");
+  });
+  get(cancellable());
+  EXPECT_EQ(wait().error->code(), static_cast<std::int64_t>(HttpTransportError::kCancelled));
+  EXPECT_EQ(transport_->cancelled().size(), 1U);
+}
+
+/// A host's transport that never answers, and whose transfers cannot be cancelled properly.
+class StubbornTransport final : public HttpTransport {
+ public:
+  explicit StubbornTransport(std::shared_ptr<HttpTransfer> transfer)
+      : transfer_(std::move(transfer)) {}
+  std::shared_ptr<HttpTransfer> send(HttpRequest /*request*/, HttpCompletion completion) override {
+    kept_ = std::move(completion);
+    return transfer_;
+  }
+  void shutdown() override {}
+  void answerLate() const { kept_(HttpResponse(), nullptr); }
+
+ private:
+  const std::shared_ptr<HttpTransfer> transfer_;
+  HttpCompletion kept_;
+};
+
+class ThrowingTransfer final : public HttpTransfer {
+ public:
+  void cancel() override { throw 7; }  // NOLINT(hicpp-exception-baseclass)
+};
+
+TEST_P(NetworkCancelTest, EndsARequestWhoseTransportCannotBeCancelled) {
+  for (const auto& broken :
+       {std::shared_ptr<HttpTransfer>(), std::shared_ptr<HttpTransfer>(new ThrowingTransfer)}) {
+    if (GetParam() && broken != nullptr) continue;  // the token was used up by the first
+    report_ = {};
+    calls_ = 0;
+    const auto transport = std::make_shared<StubbornTransport>(broken);
+    VRONetworkUtility::setTransport(transport);
+    transfer_ = get(cancellable());
+    cancel();
+    expectCancelled();
+    transport->answerLate();
+    EXPECT_EQ(calls_, 1);
+  }
 }
 
 }  // namespace

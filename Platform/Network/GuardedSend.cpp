@@ -1,0 +1,179 @@
+#include "Platform/Network/GuardedSend.h"
+
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Network/HttpTransportError.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <functional>
+#include <string>
+#include <utility>
+
+namespace varo::platform {
+namespace {
+
+ErrorPtr cancelledError() {
+  return makeTransportError(HttpTransportError::kCancelled, "The transfer was cancelled.");
+}
+
+ErrorPtr noAnswer(std::string text) {
+  return makeTransportError(HttpTransportError::kNoAnswer, std::move(text));
+}
+
+/// The one end of a request.
+class Ending {
+ public:
+  using Watch = std::stop_callback<std::function<void()>>;
+
+  explicit Ending(HttpCompletion completion) : completion_(std::move(completion)) {}
+
+  /// Keeps what watches for a cancellation until the end. Before the request is sent.
+  void keep(std::unique_ptr<Watch> watch) {
+    const MutexLock lock(mutex_);
+    watch_ = std::move(watch);
+  }
+
+  [[nodiscard]] bool isOpen() {
+    const MutexLock lock(mutex_);
+    return completion_ != nullptr;
+  }
+
+  /// On this thread.
+  void end(std::optional<HttpResponse> response, ErrorPtr error) {
+    const HttpCompletion completion = take();
+    if (completion == nullptr) return;
+    if (error == nullptr && !response) {
+      error = noAnswer("The transport ended the request with neither an answer nor an error.");
+    }
+    if (error != nullptr) response.reset();
+    completion(std::move(response), std::move(error));
+  }
+
+  /// On the pool: for threads that may not run an application's code.
+  void endOnPool(const ErrorPtr& error) {
+    const HttpCompletion completion = take();
+    if (completion == nullptr) return;
+    Runtime::shared().pool().postOrRun([completion, error] { completion(std::nullopt, error); });
+  }
+
+ private:
+  /// The completion, for whoever asks first.
+  HttpCompletion take() {
+    HttpCompletion completion;
+    std::unique_ptr<Watch> watch;
+    {
+      const MutexLock lock(mutex_);
+      completion.swap(completion_);
+      watch.swap(watch_);
+    }
+    return completion;  // the watch goes without the lock: it waits for a call that is under way
+  }
+
+  Mutex mutex_;
+  HttpCompletion completion_ VARO_GUARDED_BY(mutex_);  // null once it was taken
+  std::unique_ptr<Watch> watch_ VARO_GUARDED_BY(mutex_);
+};
+
+/// What the transport holds. The last copy to go says that no answer can come any more.
+class Obligation {
+ public:
+  explicit Obligation(std::shared_ptr<Ending> ending) : ending_(std::move(ending)) {}
+  ~Obligation() {
+    try {
+      if (ending_->isOpen()) ending_->endOnPool(noAnswer("The transport dropped the request."));
+    } catch (const std::exception&) {
+      // Without memory even for that there is no way left to say anything.
+    }
+  }
+  Obligation(const Obligation&) = delete;
+  Obligation& operator=(const Obligation&) = delete;
+
+  [[nodiscard]] Ending& ending() const noexcept { return *ending_; }
+
+ private:
+  const std::shared_ptr<Ending> ending_;
+};
+
+class GuardedTransfer final : public HttpTransfer {
+ public:
+  explicit GuardedTransfer(const std::shared_ptr<Ending>& ending) : ending_(ending) {}
+
+  void cancel() override {
+    std::shared_ptr<HttpTransfer> transfer;
+    {
+      const MutexLock lock(mutex_);
+      requested_ = true;
+      if (!sent_) return;  // `setSent` sees to it
+      transfer = transfer_;
+    }
+    forward(transfer);
+  }
+
+  void setSent(std::shared_ptr<HttpTransfer> transfer) {
+    {
+      const MutexLock lock(mutex_);
+      sent_ = true;
+      transfer_ = transfer;
+      if (!requested_) return;
+    }
+    forward(transfer);
+  }
+
+ private:
+  void forward(const std::shared_ptr<HttpTransfer>& transfer) const {
+    const auto ending = ending_.lock();
+    if (ending == nullptr) return;  // it has ended
+    try {
+      if (transfer != nullptr) return transfer->cancel();
+    } catch (...) {  // an application's code may throw anything
+    }
+    ending->endOnPool(cancelledError());
+  }
+
+  // Weak: a caller that keeps this keeps no completion.
+  const std::weak_ptr<Ending> ending_;
+  Mutex mutex_;
+  bool requested_ VARO_GUARDED_BY(mutex_) = false;
+  bool sent_ VARO_GUARDED_BY(mutex_) = false;
+  std::shared_ptr<HttpTransfer> transfer_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace
+
+std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport, HttpRequest request,
+                                          const std::stop_token& cancellation,
+                                          HttpCompletion completion) {
+  const auto ending = std::make_shared<Ending>(std::move(completion));
+  auto transfer = std::make_shared<GuardedTransfer>(ending);
+  if (cancellation.stop_requested()) {
+    ending->endOnPool(cancelledError());
+    return transfer;
+  }
+  if (cancellation.stop_possible()) {
+    ending->keep(std::make_unique<Ending::Watch>(cancellation, [transfer] {
+      const auto kept = transfer;  // this function is gone where the transfer ends meanwhile
+      kept->cancel();
+    }));
+  }
+  // Held here as well, so that what `send` throws is told before that the request was dropped.
+  const auto obligation = std::make_shared<Obligation>(ending);
+  const auto fail = [&ending](const std::string& text) {
+    ending->endOnPool(noAnswer("The transport failed: " + text));
+  };
+  try {
+    transfer->setSent(transport.send(
+        std::move(request), [obligation](std::optional<HttpResponse> response, ErrorPtr error) {
+          obligation->ending().end(std::move(response), std::move(error));
+        }));
+  } catch (const std::exception& failure) {
+    fail(failure.what());
+  } catch (...) {  // an application's code may throw anything
+    fail("an exception that is no std::exception");
+  }
+  return transfer;
+}
+
+}  // namespace varo::platform

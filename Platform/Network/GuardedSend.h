@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Platform/Network/HttpTransport.h"
+
+#include <memory>
+#include <stop_token>
+
+namespace varo::platform {
+
+/// Sends a request and sees to it that `completion` is called exactly once, with an answer or an
+/// error but not both, whatever the transport does: one may be an application's own.
+///
+/// - What `send` throws, a completion with neither answer nor error, and a completion that is
+///   destroyed without having been called are `HttpTransportError::kNoAnswer`. Where a transport
+///   says both, the error counts.
+/// - All calls of the completion but the first are ignored.
+/// - Once `cancellation` is stopped, the transfer is cancelled, or never sent where that was
+/// before;
+///   where the transport offers nothing to cancel, or its `cancel` throws, the request ends with
+///   `HttpTransportError::kCancelled` and a later answer is ignored.
+///
+/// The completion is called where the transport calls it, and otherwise on the runtime's pool.
+/// Returns what cancels the transfer; never null. It keeps nothing of the request alive. Throws
+/// only `std::bad_alloc`, and then nothing was sent and the completion is not called. Thread-safe.
+[[nodiscard]] std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport,
+                                                        HttpRequest request,
+                                                        const std::stop_token& cancellation,
+                                                        HttpCompletion completion);
+
+}  // namespace varo::platform
