@@ -133,17 +133,20 @@ void BinaryDataManager::createDownloadTaskForDb(const std::string& databaseName,
   dataManagerQueue_.async(
       [self = shared_from_this(),
        column = BlobColumn{databaseName, tableName, columnName, primaryKeyTable}, downloadConfig,
-       completion = std::move(completion)] { self->create(column, downloadConfig, completion); });
+       settings = OperationSettings::take(downloadConfig), completion = std::move(completion)] {
+        self->create(column, downloadConfig, settings, completion);
+      });
 }
 
 void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downloadConfig,
+                               const OperationSettings::Ptr& settings,
                                const BlobCreationBlock& completion) {
   const auto answer = [&completion](const ErrorPtr& error, const std::optional<std::string>& id) {
     if (completion) callBlock([&] { completion(error, id); });
   };
   logger().logTrace(kCreating);
   if (const ErrorPtr error = shutDownError()) return answer(error, std::nullopt);
-  const BlobStoreTable table(column.databaseName);
+  const BlobStoreTable table(column.databaseName, settings->policy);
   const auto blobId = table.obtainBlobId(column.tableName, column.columnName, column.primaryKeys,
                                          downloadConfig[kResponseType]);
   if (!blobId) {
@@ -163,7 +166,7 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
   }
   const auto bytes = BlobFiles::bytesOnDisk(row);
   if (bytes) logger().logDebug(kFileExists, *bytes);
-  createDownloadTask(*blobId, downloadConfig,
+  createDownloadTask(*blobId, settings, downloadConfig,
                      {{kTotalBytesDownloaded, bytes.value_or(0)},
                       {kBlobId, *blobId},
                       {kDBName, column.databaseName}},
@@ -176,12 +179,12 @@ bool BinaryDataManager::isTaskInProgress(const std::string& blobId) const {
 }
 
 void BinaryDataManager::createDownloadTask(const std::string& blobId,
+                                           const OperationSettings::Ptr& settings,
                                            const Dictionary& downloadConfig,
                                            const Dictionary& additionalConfig,
                                            const Dictionary& andPrimaryKeys) {
-  DownloadPtr download =
-      BlobDownload::create(downloadInput(downloadConfig, additionalConfig, andPrimaryKeys),
-                           OperationSettings::take(downloadConfig), places_);
+  DownloadPtr download = BlobDownload::create(
+      downloadInput(downloadConfig, additionalConfig, andPrimaryKeys), settings, places_);
   {
     const MutexLock lock(mutex_);
     tasks_[blobId].swap(download);
@@ -261,9 +264,10 @@ void BinaryDataManager::getBinaryDataFilePathForPrimaryKeys(const Dictionary& pr
                                                             const std::string& columnName,
                                                             BlobPathBlock completionBlock) {
   dataFilePathQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
+                            policy = OperationSettings().policy,
                             block = std::move(completionBlock)] {
     logger().logDebug(kLookingUpPath);
-    const auto path = BlobFiles::filePath(column);
+    const auto path = BlobFiles::filePath(column, policy);
     if (!block) return;
     callBlock([&] { block(path.error(), path ? std::optional(*path) : std::nullopt); });
   });
@@ -274,8 +278,9 @@ void BinaryDataManager::deleteBinaryObjectForPrimaryKeys(
     const std::string& columnName, const Dictionary& options, BlobDeletionBlock completionBlock) {
   dataDeletionQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
                             removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
+                            policy = OperationSettings::take(options)->policy,
                             block = std::move(completionBlock)] {
-    const BlobDeletion done = BlobFiles::recordDeletion(column, removeNow);
+    const BlobDeletion done = BlobFiles::recordDeletion(column, removeNow, policy);
     if (!block) return;
     callBlock([&] { block(done.blobId, done.recorded, done.fileRemoved, done.error); });
   });

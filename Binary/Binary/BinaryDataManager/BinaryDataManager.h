@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
@@ -118,8 +119,9 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
 
  private:
   void create(const BlobColumn& column, const platform::Dictionary& downloadConfig,
-              const BlobCreationBlock& completion);
-  void createDownloadTask(const std::string& blobId, const platform::Dictionary& downloadConfig,
+              const OperationSettings::Ptr& settings, const BlobCreationBlock& completion);
+  void createDownloadTask(const std::string& blobId, const OperationSettings::Ptr& settings,
+                          const platform::Dictionary& downloadConfig,
                           const platform::Dictionary& additionalConfig,
                           const platform::Dictionary& andPrimaryKeys);
   [[nodiscard]] bool isTaskInProgress(const std::string& blobId) const;

@@ -70,10 +70,10 @@ void noteWhole(FileClaim& claim, std::int64_t size) {
 
 }  // namespace
 
-std::shared_ptr<BlobDownload> BlobDownload::create(Dictionary input, OperationSettings::Ptr settings,
+std::shared_ptr<BlobDownload> BlobDownload::create(Dictionary input,
+                                                   OperationSettings::Ptr settings,
                                                    DownloadPlaces& places) {
-  auto download =
-      std::make_shared<BlobDownload>(Badge{}, input, std::move(settings), places);
+  auto download = std::make_shared<BlobDownload>(Badge{}, input, std::move(settings), places);
   download->makeTask(std::move(input));
   download->steps_->setOnThrow([weak = std::weak_ptr(download)](std::string_view what) {
     if (const auto self = weak.lock()) self->threw(what);
@@ -126,13 +126,14 @@ bool BlobDownload::isUnderWay() const {
 
 // What callers ask for.
 
-void BlobDownload::ask(DownloadBlock completion, const std::function<Effects(DownloadBlock&)>& step) {
+void BlobDownload::ask(DownloadBlock completion,
+                       const std::function<Effects(DownloadBlock&)>& step) {
   try {
     steps_->run([&]() -> Effects {
       if (state_ != State::kCleared) return step(completion);
       if (!settings_->isSafe()) return {};
-      return {answer(completion, blobError(kDownloadTaskError, kCodeDownloadTaskFailed,
-                                           kDownloadsCleared),
+      return {answer(completion,
+                     blobError(kDownloadTaskError, kCodeDownloadTaskFailed, kDownloadsCleared),
                      std::nullopt)};
     });
   } catch (const std::exception& exception) {
@@ -336,9 +337,7 @@ std::shared_ptr<FileClaim> BlobDownload::claimFile() {
 }
 
 void BlobDownload::claimIsFree() {
-  steps_->run([this]() -> Effects {
-    return state_ == State::kWaiting ? schedule() : Effects();
-  });
+  steps_->run([this]() -> Effects { return state_ == State::kWaiting ? schedule() : Effects(); });
 }
 
 void BlobDownload::launch(Run run, const std::shared_ptr<FileClaim>& claim) {
@@ -367,11 +366,10 @@ void BlobDownload::endWithWholeFile(const std::shared_ptr<FileClaim>& claim, std
   const auto synced = file ? (*file)->sync() : platform::Result<void>(file.error());
   if (!synced) {
     rows_.updateState(kDownloadErrored, {});
-    return fail(claim, {{kPersistenceError, DataPersistenceTask::creationFailure(
-                                                synced.error(), claim->path())}});
+    return fail(claim, {{kPersistenceError,
+                         DataPersistenceTask::creationFailure(synced.error(), claim->path())}});
   }
-  taskEnded(claim,
-            {{kBlobId, blobId_}, {kFilePath, claim->path()}, {kTotalFileSize, size}});
+  taskEnded(claim, {{kBlobId, blobId_}, {kFilePath, claim->path()}, {kTotalFileSize, size}});
 }
 
 void BlobDownload::fail(const std::shared_ptr<FileClaim>& claim, const Dictionary& context) {
@@ -427,15 +425,16 @@ void BlobDownload::taskChanged(const VSTask& task, const std::shared_ptr<FileCla
 
 void BlobDownload::taskEnded(const std::shared_ptr<FileClaim>& claim, const Dictionary& output) {
   logger().logTrace(kPostProcessing, blobId_);
-  const bool isNoted = rows_.updateDB(output);
-  if (isNoted) {
+  const auto noted = rows_.updateDB(output);
+  if (noted) {
     claim->finish();
   } else {
     noteWhole(*claim, static_cast<std::int64_t>(DownloadFile::sizeAt(claim->path())));
   }
-  if (isNoted || !settings_->isSafe()) return comeToRest(claim, State::kEnded, nullptr, output);
+  if (noted || !settings_->isSafe()) return comeToRest(claim, State::kEnded, nullptr, output);
   fail(claim, {{std::string(platform::kErrorMessageKey), kRowNotWritten},
-               {kFilePath, claim->path()}});
+               {kFilePath, claim->path()},
+               {std::string(platform::kUnderlyingError), noted.error()}});
 }
 
 void BlobDownload::comeToRest(const std::shared_ptr<FileClaim>& claim, State state,
@@ -463,9 +462,9 @@ Effects BlobDownload::rest(State state, const ErrorPtr& error, const Result& res
     effects.push_back(answer(task_->startDownloadTaskCompletionBlock, error, result));
     effects.push_back(answer(task_->resumeDownloadTaskCompletionBlock, error, result));
     if (settings_->isSafe()) {
-      effects.push_back(answer(
-          task_->pauseDownloadTaskCompletionBlock,
-          downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted), std::nullopt));
+      effects.push_back(answer(task_->pauseDownloadTaskCompletionBlock,
+                               downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted),
+                               std::nullopt));
     }
   }
   if (state == State::kEnded || settings_->isSafe()) {

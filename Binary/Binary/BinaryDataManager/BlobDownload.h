@@ -126,8 +126,8 @@ class BlobDownload final : public platform::TaskListener,
 
   // Owned by `steps_`.
   State state_ = State::kCreated;
-  std::shared_ptr<DownloadTask> task_;  // carries the blocks that wait
-  std::shared_ptr<FileClaim> claim_;    // while it runs
+  std::shared_ptr<DownloadTask> task_;       // carries the blocks that wait
+  std::shared_ptr<FileClaim> claim_;         // while it runs
   std::shared_ptr<BlobDownload> untilRest_;  // itself while it runs, also when it was replaced
 };
 

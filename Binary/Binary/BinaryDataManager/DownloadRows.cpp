@@ -17,6 +17,7 @@ namespace varo::binary {
 
 using platform::Dictionary;
 using platform::ErrorPtr;
+using platform::Result;
 
 namespace {
 
@@ -59,7 +60,9 @@ ErrorPtr fileError(std::int32_t code, std::string_view message) {
 }  // namespace
 
 DownloadRows::DownloadRows(const std::string& databaseName, std::string blobId, bool isSafe)
-    : table_(databaseName), blobId_(std::move(blobId)), isSafe_(isSafe) {}
+    : table_(databaseName, isSafe ? TransferPolicy::kSafe : TransferPolicy::kCompatible),
+      blobId_(std::move(blobId)),
+      isSafe_(isSafe) {}
 
 std::optional<Dictionary> DownloadRows::checkIfFileAvailable(ErrorPtr* withError) const {
   logger().logTrace(kCheckingFile);
@@ -112,13 +115,13 @@ std::int64_t DownloadRows::bytesToGoOnFrom(const FileClaim& claim) const {
   return static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
 }
 
-bool DownloadRows::update(const Dictionary& values) const {
+Result<void> DownloadRows::update(const Dictionary& values) const {
   return isSafe_ ? updateUnlessDeleted(values) : table_.update(blobId_, values);
 }
 
 /// Changes the row in the state in which it was read, so that a deletion that is recorded between
 /// the two statements stands.
-bool DownloadRows::updateUnlessDeleted(const Dictionary& values) const {
+Result<void> DownloadRows::updateUnlessDeleted(const Dictionary& values) const {
   const auto row = table_.row(blobId_);
   if (!row) return table_.update(blobId_, values);
   const platform::Value& state = (*row)[blobs::kState];
@@ -129,15 +132,15 @@ bool DownloadRows::updateUnlessDeleted(const Dictionary& values) const {
   }
   // The sync engine is to find the file that has come since.
   const platform::Value& path = values[blobs::kLocalPath];
-  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return true;
+  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return {};
   return table_.update(blobId_, {{blobs::kLocalPath, path}});
 }
 
-bool DownloadRows::updateDB(const Dictionary& output) const {
+Result<void> DownloadRows::updateDB(const Dictionary& output) const {
   // An output that is missing is no entry, and its column stays as it is.
-  const bool updated = update({{blobs::kLocalPath, output[kFilePath]},
-                               {blobs::kState, kFileAvailable},
-                               {blobs::kSize, output[kTotalFileSize]}});
+  auto updated = update({{blobs::kLocalPath, output[kFilePath]},
+                         {blobs::kState, kFileAvailable},
+                         {blobs::kSize, output[kTotalFileSize]}});
   if (updated) {
     logger().logDebug(kCompletionUpdated, blobId_);
   } else {

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
@@ -29,17 +30,18 @@ class DownloadRows {
   /// not known: the row names another file, or whoever wrote the file died in the middle.
   [[nodiscard]] std::int64_t bytesToGoOnFrom(const FileClaim& claim) const;
 
-  /// Notes that the file is complete, with what `output` says of it. Whether that succeeded; the
-  /// reason why not is logged, here and below.
-  [[nodiscard]] bool updateDB(const platform::Dictionary& output) const;
+  /// Notes that the file is complete, with what `output` says of it. Errors: those of
+  /// `BlobStoreTable::update`. A failure is logged, here and below.
+  [[nodiscard]] platform::Result<void> updateDB(const platform::Dictionary& output) const;
   /// Notes a state, and, unless that is `kDownloadStarted`, the file's path where it is known.
   void updateState(std::int32_t withState, const platform::Dictionary& output) const;
   /// Notes where the file of a download that runs is, so that one whose process dies goes on.
   void noteFile(const platform::Dictionary& output) const;
 
  private:
-  [[nodiscard]] bool update(const platform::Dictionary& values) const;
-  [[nodiscard]] bool updateUnlessDeleted(const platform::Dictionary& values) const;
+  [[nodiscard]] platform::Result<void> update(const platform::Dictionary& values) const;
+  [[nodiscard]] platform::Result<void> updateUnlessDeleted(
+      const platform::Dictionary& values) const;
 
   const BlobStoreTable table_;
   const std::string blobId_;
