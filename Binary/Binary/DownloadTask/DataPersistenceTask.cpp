@@ -135,7 +135,7 @@ void DataPersistenceTask::execute() {
 
 void DataPersistenceTask::beginRun() {
   const Dictionary input = inputContext();
-  network_ = Network::kRunning;
+  phase_ = Phase::kReceiving;
   isSafe_ = OperationSettings::of(input)->isSafe();
   _isAsteriskRecieved = false;
   _totalFileSize = _totalSizeWritten = _totalBytesReceived = 0;
@@ -166,11 +166,13 @@ void DataPersistenceTask::resumeDownload(Dictionary input) {
   // Behind what is left of the run before, and before the first chunk of this one.
   chunkQueue().async([self = self<DataPersistenceTask>()] {
     self->_fileHandle.setClaim(self->inputContext()[kFileClaim].objectAs<FileClaim>());
+    self->phase_ = Phase::kReceiving;
   });
 }
 
 void DataPersistenceTask::releaseFile(std::shared_ptr<FileClaim> claim) {
   chunkQueue().async([self = self<DataPersistenceTask>(), claim = std::move(claim)] {
+    self->phase_ = Phase::kReleased;
     self->_fileHandle.release();
     if (claim != nullptr) claim->release();
   });
@@ -249,7 +251,7 @@ void DataPersistenceTask::addChunkToQueue(const std::shared_ptr<NetworkTask>& ne
     if (!self->isWriting()) return;
     self->guarded([&] {
       self->noteContext(context);
-      self->network_ = Network::kRunning;
+      self->phase_ = Phase::kReceiving;
       self->processChunk(chunk, context[kValidator].textValue());
     });
   });
@@ -272,6 +274,7 @@ void DataPersistenceTask::setEmptyChunk(const std::shared_ptr<NetworkTask>& netw
 
 /// Also when it has Ended: that may have been before the network task's end.
 bool DataPersistenceTask::isWriting() const {
+  if (phase_ == Phase::kReleased) return false;
   const TaskState now = state();
   return now == TaskState::Started || now == TaskState::Ended;
 }
@@ -286,9 +289,9 @@ void DataPersistenceTask::setTotalFileSize(const Dictionary& context) {
 }
 
 void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
-  network_ = to == TaskState::Paused  ? Network::kPaused
-             : to == TaskState::Ended ? Network::kEnded
-                                      : Network::kErrored;
+  phase_ = to == TaskState::Paused  ? Phase::kNetworkPaused
+           : to == TaskState::Ended ? Phase::kNetworkEnded
+                                    : Phase::kNetworkErrored;
   if (isAnotherObject && !_streaming && hasStablePath()) {
     // What is in the file can never become the object that the server has now.
     (void)_fileHandle.empty(getFilePath());
@@ -306,7 +309,7 @@ void DataPersistenceTask::releaseUnclaimedFile() {
 
 /// Of an object that is complete: somebody else may have cut its file.
 bool DataPersistenceTask::checkSizeOfFile() {
-  if (network_ != Network::kEnded || _streaming || !hasStablePath() || _totalFileSize <= 0) {
+  if (phase_ != Phase::kNetworkEnded || _streaming || !hasStablePath() || _totalFileSize <= 0) {
     return true;
   }
   const std::string path = getFilePath();
@@ -453,16 +456,17 @@ void DataPersistenceTask::checkIfTaskCompleted(bool isReceivedChunkNil) {
     return end();
   }
   if (!isReceivedChunkNil) return raiseContextChangeEvent();
-  switch (network_) {
-    case Network::kRunning:
+  switch (phase_) {
+    case Phase::kReceiving:
+    case Phase::kReleased:
       return;  // of an answer that brought nothing; the network task is about to tell its own end
-    case Network::kPaused:
+    case Phase::kNetworkPaused:
       logger().logDebug(kPaused, getBlobID());
       return end();
-    case Network::kEnded:
+    case Phase::kNetworkEnded:
       if (_totalBytesReceived == 0) return failWithEmptyBody();
       [[fallthrough]];
-    case Network::kErrored:
+    case Phase::kNetworkErrored:
       logger().logDebug(kDownloaded, getBlobID());
       return end();
   }
@@ -473,15 +477,15 @@ void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted(bool isReceivedChunk
   if (isObjectComplete(isReceivedChunkNil) && _totalBytesReceived == 0 && !hasEarlierBytes()) {
     return failWithEmptyBody();
   }
-  logger().logDebug(network_ == Network::kPaused ? kPaused : kDownloaded, getBlobID());
+  logger().logDebug(phase_ == Phase::kNetworkPaused ? kPaused : kDownloaded, getBlobID());
   end();
 }
 
 /// Whether all of the object has arrived: in the unknown-length mode its end marker tells, which
 /// comes before the network task's end.
 bool DataPersistenceTask::isObjectComplete(bool isReceivedChunkNil) const {
-  if (network_ == Network::kRunning) return _isAsteriskRecieved && isReceivedChunkNil;
-  return network_ == Network::kEnded;
+  if (phase_ == Phase::kReceiving) return _isAsteriskRecieved && isReceivedChunkNil;
+  return phase_ == Phase::kNetworkEnded;
 }
 
 /// Whether the run began where the file ended, so that there may have been nothing to receive.
@@ -492,7 +496,7 @@ bool DataPersistenceTask::hasEarlierBytes() {
 }
 
 void DataPersistenceTask::end() {
-  const bool isComplete = network_ == Network::kEnded || network_ == Network::kRunning;
+  const bool isComplete = phase_ == Phase::kNetworkEnded || phase_ == Phase::kReceiving;
   const bool mustBeOnDisk = _fileHandle.isOpen() || (isComplete && hasStablePath());
   if (!_streaming && mustBeOnDisk) {
     const std::string path = getFilePath();

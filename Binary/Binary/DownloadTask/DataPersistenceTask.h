@@ -61,8 +61,9 @@ class DataPersistenceTask final : public platform::VSTask {
             platform::TaskState to, const platform::Dictionary& context) override;
 
  private:
-  /// What the network task has come to, as far as the queue has got.
-  enum class Network { kRunning, kPaused, kEnded, kErrored };
+  /// What the network task has come to, as far as the queue has got; or the file was released, and
+  /// what is queued still does nothing until the next run: it would lock the file again.
+  enum class Phase { kReceiving, kNetworkPaused, kNetworkEnded, kNetworkErrored, kReleased };
 
   /// The folder of downloads in the documents directory, which is made where it is not there.
   [[nodiscard]] static std::string getDirectoryPath(const std::string& folder);
@@ -109,7 +110,7 @@ class DataPersistenceTask final : public platform::VSTask {
   void releaseUnclaimedFile();
 
   // All of these are used on "chunkQueue" only.
-  Network network_ = Network::kRunning;
+  Phase phase_ = Phase::kReleased;
   bool isSafe_ = false;                  // the policy of the operation
   bool _streaming = false;               // the mode of the run
   bool _isAsteriskRecieved = false;      // the server does not state the size

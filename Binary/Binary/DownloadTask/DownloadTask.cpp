@@ -42,7 +42,7 @@ constexpr std::string_view kPersistenceTrouble =
 
 /// The names of the states of a run, for the trace.
 constexpr std::string_view kRunChanged = "Download task %@ : run %@";
-constexpr std::string_view kRunNames[] = {"idle", "running", "pausing", "stopped"};
+constexpr std::string_view kRunNames[] = {"idle", "running", "pausing", "resting", "stopped"};
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
@@ -59,7 +59,7 @@ std::shared_ptr<DownloadTask> DownloadTask::create(std::string name,
 DownloadTask::DownloadTask(Badge /*badge*/, std::string name, std::shared_ptr<StepQueue> steps)
     : VSTask(std::move(name)),
       steps_(std::move(steps)),
-      _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask))),
+      _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask), steps_->queue())),
       _dataPersistenceTask(std::make_shared<DataPersistenceTask>(std::string(kPersistenceTask))) {}
 
 DownloadTask::~DownloadTask() { _dataPersistenceTask->releaseFile(nullptr); }
@@ -125,7 +125,8 @@ void DownloadTask::pauseDownload() {
 
 void DownloadTask::resumeDownload() {
   steps_->run([this]() -> Effects {
-    if (run_ != Run::kIdle) return {};
+    // While it is resting the effects of that come first.
+    if (run_ != Run::kIdle && run_ != Run::kResting) return {};
     moveTo(Run::kRunning);
     untilRest_ = self<DownloadTask>();
     return {[self = untilRest_] {
@@ -200,7 +201,7 @@ Effects DownloadTask::persistenceEnded() {
 }
 
 Effects DownloadTask::comeToRest(TaskState state) {
-  moveTo(Run::kIdle);
+  moveTo(Run::kResting);
   return {[self = self<DownloadTask>(), released = std::exchange(untilRest_, nullptr), state] {
     self->rest(state);
   }};
@@ -223,6 +224,10 @@ void DownloadTask::rest(TaskState state) {
   }
   _outputContext.replace(_dataPersistenceTask->outputContext());
   setState(state);
+  steps_->run([this]() -> Effects {
+    if (run_ == Run::kResting) moveTo(Run::kIdle);
+    return {};
+  });
 }
 
 }  // namespace varo::binary

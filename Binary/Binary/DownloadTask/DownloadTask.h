@@ -83,8 +83,9 @@ class DownloadTask final : public platform::VSTask {
 
  private:
   /// Where a run stands. Idle -> running, or pausing when the pause comes before the subtasks run;
-  /// running -> pausing; both -> idle at rest; everything -> stopped.
-  enum class Run { kIdle, kRunning, kPausing, kStopped };
+  /// running -> pausing; both -> resting, until the task's own state says so too, -> idle;
+  /// everything -> stopped.
+  enum class Run { kIdle, kRunning, kPausing, kResting, kStopped };
 
   void createAndAddSubtasks();
   void setupListeners();
