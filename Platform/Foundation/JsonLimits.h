@@ -20,6 +20,6 @@ struct JsonLimits {
 /// For lists, the largest answers there are.
 inline constexpr JsonLimits kListJsonLimits{};
 /// For answers that describe one file or one step: templates, creations, commits, states.
-inline constexpr JsonLimits kAnswerJsonLimits{
-    .values = std::uint64_t{64} << 10U, .bytes = std::uint64_t{1} << 20U};
+inline constexpr JsonLimits kAnswerJsonLimits{.values = std::uint64_t{64} << 10U,
+                                              .bytes = std::uint64_t{1} << 20U};
 }  // namespace varo::platform

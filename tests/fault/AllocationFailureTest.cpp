@@ -65,9 +65,9 @@ std::shared_ptr<VSTask> tree(const std::shared_ptr<Ends>& ends) {
   auto root = std::make_shared<VSTask>("tree");
   const auto first = std::make_shared<Leaf>();
   const auto second = std::make_shared<Loop>();
-  for (const std::shared_ptr<VSTask>& task : {std::shared_ptr<VSTask>(first),
-                                              std::shared_ptr<VSTask>(second),
-                                              std::shared_ptr<VSTask>(std::make_shared<Leaf>())}) {
+  for (const std::shared_ptr<VSTask>& task :
+       {std::shared_ptr<VSTask>(first), std::shared_ptr<VSTask>(second),
+        std::shared_ptr<VSTask>(std::make_shared<Leaf>())}) {
     root->addSubtask(task);
   }
   (void)root->addDependencyBetween(first, second, nullptr);
@@ -211,8 +211,7 @@ TEST_P(AllocationFailureTest, DictionaryThatCannotGrowStaysAsItWas) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Memory, AllocationFailureTest,
-                         testing::Values(Failing::kOne, Failing::kFromThen),
-                         [](const auto& info) {
+                         testing::Values(Failing::kOne, Failing::kFromThen), [](const auto& info) {
                            return info.param == Failing::kOne ? "OneFails" : "AllFailFromThen";
                          });
 
