@@ -256,6 +256,30 @@ void collectSecrets(const Value& value, bool isSecret, std::vector<std::string>&
   }
 }
 
+constexpr std::size_t kDeepest = 256;
+
+Value cleaned(const Value& value, std::size_t depth);
+
+Dictionary cleaned(const Dictionary& entries, std::size_t depth) {
+  Dictionary result;
+  for (const DictionaryEntry& entry : entries) {
+    result.set(entry.key, isSecretKey(entry.key) ? Value(kRedacted) : cleaned(entry.value, depth));
+  }
+  return result;
+}
+
+Value cleaned(const Value& value, std::size_t depth) {
+  if (const std::string* text = value.text()) return redactSecrets(*text);
+  const Dictionary* entries = value.dictionary();
+  const Array* elements = value.array();
+  if (entries == nullptr && elements == nullptr) return value;
+  if (depth == kDeepest) return kRedacted;
+  if (entries != nullptr) return cleaned(*entries, depth + 1);
+  Array result;
+  for (const Value& element : *elements) result.append(cleaned(element, depth + 1));
+  return result;
+}
+
 std::string replaceAll(std::string_view text, std::string_view part) {
   std::string result;
   std::size_t start = 0;
@@ -314,6 +338,10 @@ std::string redactSecrets(std::string_view text, const Dictionary& sent) {
   for (const std::string& secret : secrets) result = replaceAll(result, secret);
   return result;
 }
+
+Value withoutSecrets(const Value& value) { return cleaned(value, 0); }
+
+Dictionary withoutSecrets(const Dictionary& entries) { return cleaned(entries, 0); }
 
 std::string redactUrl(std::string_view url) {
   const std::size_t scheme = url.find("://");

@@ -7,6 +7,8 @@
 
 namespace varo::platform {
 
+class Value;
+
 /// What stands in logs in place of a secret.
 inline constexpr std::string_view kRedacted = "<redacted>";
 
@@ -22,6 +24,12 @@ inline constexpr std::string_view kRedacted = "<redacted>";
 /// The same, and wherever they stand the texts under secret keys of `sent`: a request's headers or
 /// parameters, which an answer may repeat.
 [[nodiscard]] std::string redactSecrets(std::string_view text, const Dictionary& sent);
+
+/// `value` as an error or a log may hold it, a set of headers for one: what stands under secret
+/// keys anywhere in it replaced, its other texts as `redactSecrets` leaves them. What nests deeper
+/// than 256 levels is replaced as a whole; errors and shared objects stay.
+[[nodiscard]] Value withoutSecrets(const Value& value);
+[[nodiscard]] Dictionary withoutSecrets(const Dictionary& entries);
 
 /// `url` as logs may show it: without user name, password and fragment, its query as
 /// `redactSecrets` leaves it. Need not be valid.

@@ -114,6 +114,16 @@ TEST(RedactionTest, NothingBehindASecretKeySurvives) {
   }
 }
 
+TEST(RedactionTest, ValuesKeepTheirShapeWithoutSecrets) {
+  const Dictionary headers{{"Set-Cookie", Array{"hush", "hush"}}, {"Age", 7}, {"ETag", "x"}};
+  EXPECT_EQ(withoutSecrets(Dictionary{{"response_headers", headers}, {"url", "h?sig=hush"}}),
+            (Dictionary{{"response_headers",
+                         Dictionary{{"Set-Cookie", kRedacted}, {"Age", 7}, {"ETag", "x"}}},
+                        {"url", "h?sig=<redacted>"}}));
+  EXPECT_THAT(withoutSecrets(Value(Array{Dictionary{{"a", "token=hush"}}})).textValue(),
+              Eq("[{\"a\":\"token=<redacted>\"}]"));
+}
+
 TEST(RedactionTest, ExcerptsAreReadableBoundedAndTellNothingThatWasSent) {
   const Dictionary sent{{"X-Pelmar-Authorization", "Bearer hush-hush"},
                         {"Accept", "any text"},
