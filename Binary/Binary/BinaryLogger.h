@@ -90,7 +90,7 @@ class BinaryLogger {
     if constexpr (sizeof...(args) == 0) {
       write(level, message.text, message.location);
     } else {
-      write(level, platform::formatMessage(message.text, {platform::Value(args)...}),
+      write(level, platform::formatLogMessage(message.text, {platform::Value(args)...}),
             message.location);
     }
   }

@@ -41,7 +41,8 @@ bool holds(const Range& range, std::string_view key) {
 }
 
 bool isSimple(const Value& value) {
-  return value.isText() || value.isInteger() || value.isReal() || value.isBool();
+  return value.isText() || value.isInteger() || value.largeInteger() != nullptr || value.isReal() ||
+         value.isBool();
 }
 
 /// The keys to show: the well-known ones that occur, then others in the order of their appearance.

@@ -43,6 +43,8 @@ Result<Value> bindable(const DictionaryEntry& entry) {
     if (!bytes) return bytes.error();
     return Value(Data::fromBytes(std::move(bytes).value()));
   }
+  // Its digits: SQLite's integers have 64 bits, and a double would change them.
+  if (const std::string* digits = value.largeInteger()) return Value(*digits);
   const double* number = value.real();
   const bool isNumber = value.isInteger() || (number != nullptr && !std::isnan(*number));
   if (value.isMissing() || value.isNull() || value.isBool() || isNumber || value.isText()) {

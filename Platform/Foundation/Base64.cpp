@@ -61,7 +61,6 @@ std::optional<std::string> decode(std::string_view text) {
     pending -= 8;
     bytes += static_cast<char>((bits >> pending) & 0xFFU);
   }
-  if ((bits & ((1U << pending) - 1U)) != 0) return std::nullopt;
   return bytes;
 }
 

@@ -18,6 +18,8 @@ namespace {
 
 using boost::json::error_code;
 
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
 /// Builds a `Value` from the parser's events. It keeps one frame a level of nesting, each with the
 /// entries or elements of the container that is open there.
 class ValueBuilder {
@@ -81,14 +83,17 @@ class ValueBuilder {
     add(number);
     return true;
   }
-  bool on_uint64(std::uint64_t number, std::string_view /*part*/, error_code& /*error*/) {
-    text_.clear();
-    add(static_cast<double>(number));
+  bool on_uint64(std::uint64_t /*number*/, std::string_view part, error_code& /*error*/) {
+    add(Value::wholeNumber(takeText(part)));
     return true;
   }
   bool on_double(double approximation, std::string_view part, error_code& error) {
     // The parser's own conversion is off by some units in the last place.
     const std::string digits = takeText(part);
+    if (digits.find_first_of(".eE") == std::string::npos) {
+      add(Value::wholeNumber(digits));
+      return true;
+    }
     double number = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     if (result.ec == std::errc::result_out_of_range && std::abs(approximation) > 1) {
@@ -160,6 +165,10 @@ class Parser {
 
   /// Takes the next bytes; `more` says whether others follow.
   [[nodiscard]] Result<void> feed(std::string_view bytes, bool more) {
+    if (position_ == 0 && bytes.starts_with(kByteOrderMark)) {
+      bytes.remove_prefix(kByteOrderMark.size());
+      position_ = kByteOrderMark.size();
+    }
     error_code failure;
     const std::size_t used = parser_.write_some(more, bytes.data(), bytes.size(), failure);
     if (!failure && used < bytes.size()) failure = boost::json::error::extra_data;
@@ -190,7 +199,10 @@ ErrorPtr noJsonForm(std::string_view what) {
 /// Appends the compact form of values to a text. Each function answers with an error, or null.
 class Serializer {
  public:
-  explicit Serializer(std::string& out) : out_(out) {}
+  /// What is done with what has no JSON form.
+  enum class Foreign { kRefuse, kDescribe };
+
+  Serializer(std::string& out, Foreign foreign) : out_(out), foreign_(foreign) {}
 
   ErrorPtr append(const Value& value, std::size_t depth) {
     if (const auto* text = value.text()) return append(*text);
@@ -203,15 +215,20 @@ class Serializer {
       out_ += "null";
       return nullptr;
     }
+    if (const auto* digits = value.largeInteger()) {
+      out_ += *digits;
+      return nullptr;
+    }
     if (const auto* number = value.real()) return appendReal(*number);
     if (const auto* dictionary = value.dictionary()) return append(*dictionary, depth + 1);
     if (const auto* array = value.array()) return append(*array, depth + 1);
-    return noJsonForm(value.description());
+    if (foreign_ == Foreign::kRefuse) return noJsonForm(value.description());
+    return value.isMissing() ? append(Value(nullptr), depth) : append(value.description());
   }
 
  private:
   ErrorPtr append(const Dictionary& dictionary, std::size_t depth) {
-    if (depth > kMaxDepth) return tooDeep();
+    if (depth > kMaxDepth) return tooDeep(dictionary);
     char separator = '{';
     for (const DictionaryEntry& entry : dictionary) {
       out_ += std::exchange(separator, ',');
@@ -224,7 +241,7 @@ class Serializer {
   }
 
   ErrorPtr append(const Array& array, std::size_t depth) {
-    if (depth > kMaxDepth) return tooDeep();
+    if (depth > kMaxDepth) return tooDeep(array);
     char separator = '[';
     for (const Value& element : array) {
       out_ += std::exchange(separator, ',');
@@ -236,7 +253,10 @@ class Serializer {
 
   /// A text in quotes. Escapes only what has to be (RFC 8259, section 7).
   ErrorPtr append(std::string_view text) {
-    if (!isUtf8(text)) return noJsonForm("a text that is not UTF-8");
+    if (!isUtf8(text)) {
+      if (foreign_ == Foreign::kDescribe) return append(sanitizeUtf8(text));
+      return noJsonForm("a text that is not UTF-8");
+    }
     out_ += '"';
     std::size_t plain = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -264,7 +284,10 @@ class Serializer {
   }
 
   ErrorPtr appendReal(double number) {
-    if (!std::isfinite(number)) return noJsonForm("a number not finite");
+    if (!std::isfinite(number)) {
+      if (foreign_ == Foreign::kDescribe) return append(Value(number).textValue());
+      return noJsonForm("a number not finite");
+    }
     if (number != 0 || !std::signbit(number)) return appendNumber(number);
     out_ += "-0.0";  // "-0" would read back as the integer, which has no sign
     return nullptr;
@@ -279,12 +302,14 @@ class Serializer {
     return nullptr;
   }
 
-  static ErrorPtr tooDeep() {
+  ErrorPtr tooDeep(const Value& container) {
+    if (foreign_ == Foreign::kDescribe) return append(container.description());
     return Error::make(kErrorDomain, kTooDeep,
                        fmt::format("No JSON form: nested deeper than {} levels", kMaxDepth));
   }
 
   std::string& out_;
+  const Foreign foreign_;
 };
 
 }  // namespace
@@ -307,7 +332,13 @@ Result<Value> parse(const Data& data) {
 
 Result<std::string> serialize(const Value& value) {
   std::string out;
-  if (auto failure = Serializer(out).append(value, 0)) return failure;
+  if (auto failure = Serializer(out, Serializer::Foreign::kRefuse).append(value, 0)) return failure;
+  return out;
+}
+
+std::string text(const Value& value) {
+  std::string out;
+  (void)Serializer(out, Serializer::Foreign::kDescribe).append(value, 0);  // refuses nothing
   return out;
 }
 

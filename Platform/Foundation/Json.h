@@ -22,8 +22,9 @@ inline constexpr std::int64_t kNotAnObject = 4;
 inline constexpr std::size_t kMaxDepth = 256;
 
 /// The value that is the whole of `text` (RFC 8259, any type at the top level). Of keys that occur
-/// twice the last wins. Whole numbers that fit become integers, others the nearest double; one
-/// beyond the doubles is an error.
+/// twice the last wins. Whole numbers keep all their digits (`Value::wholeNumber`), others become
+/// the nearest double; one beyond the doubles is an error. A byte order mark at the start is
+/// skipped.
 [[nodiscard]] Result<Value> parse(std::string_view text);
 /// The same of bytes, which are read piece by piece. Bytes that cannot be read are an error of
 /// `Data::read`.
@@ -32,5 +33,9 @@ inline constexpr std::size_t kMaxDepth = 256;
 /// Compact JSON (RFC 8259). Fails on what has no JSON form: missing values inside arrays, bytes,
 /// errors, shared objects, numbers that are not finite, text that is not UTF-8.
 [[nodiscard]] Result<std::string> serialize(const Value& value);
+
+/// The same for a text that is sent whatever is in it: what has no JSON form stands as the text of
+/// its description, a missing value as null. Never cut, secrets included: not for logs.
+[[nodiscard]] std::string text(const Value& value);
 
 }  // namespace varo::platform::json

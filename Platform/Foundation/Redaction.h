@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Foundation/Dictionary.h"
+
 #include <string>
 #include <string_view>
 
@@ -9,12 +11,17 @@ namespace varo::platform {
 inline constexpr std::string_view kRedacted = "<redacted>";
 
 /// Whether the value under this key, header name or query parameter is a secret: authorization
-/// tokens, cookies, keys, signatures. Any letter case.
+/// tokens, cookies, keys, signatures, session identifiers, passwords. Any letter case.
 [[nodiscard]] bool isSecretKey(std::string_view key) noexcept;
 
 /// `text`, JSON or a URL or anything else that a peer sent, with the values behind secret keys
-/// (`"key": "value"`, `key=value`, `key: value`) replaced.
+/// replaced (`"key": "value"`, `key=value`, `key: value`, `key eq 'value'`, headers to the end of
+/// their line), and without users and passwords in addresses. Words of a sentence stay: "Invalid
+/// token: it expired at noon" tells no secret. Takes time linear in the text.
 [[nodiscard]] std::string redactSecrets(std::string_view text);
+/// The same, and wherever they stand the texts under secret keys of `sent`: a request's headers or
+/// parameters, which an answer may repeat.
+[[nodiscard]] std::string redactSecrets(std::string_view text, const Dictionary& sent);
 
 /// `url` as logs may show it: without user name, password and fragment, its query as
 /// `redactSecrets` leaves it. Need not be valid.

@@ -70,7 +70,10 @@ std::optional<std::int64_t> parseInteger(std::string_view text) noexcept {
   return number;
 }
 
-std::string formatMessage(std::string_view pattern, std::initializer_list<Value> values) {
+namespace {
+
+std::string filledIn(std::string_view pattern, std::initializer_list<Value> values,
+                     std::size_t limit) {
   std::string result;
   const Value* next = values.begin();
   std::size_t i = 0;
@@ -79,7 +82,7 @@ std::string formatMessage(std::string_view pattern, std::initializer_list<Value>
     const std::string_view* integer =
         next == values.end() ? kIntegerPlaceholders.end() : integerPlaceholderAt(rest);
     if (next != values.end() && rest.starts_with("%@")) {
-      result += (next++)->description();
+      result += (next++)->description(limit);
       i += 2;
     } else if (integer != kIntegerPlaceholders.end()) {
       result += std::to_string((next++)->integerValue());
@@ -89,6 +92,16 @@ std::string formatMessage(std::string_view pattern, std::initializer_list<Value>
     }
   }
   return result;
+}
+
+}  // namespace
+
+std::string formatMessage(std::string_view pattern, std::initializer_list<Value> values) {
+  return filledIn(pattern, values, Value::kWhole);
+}
+
+std::string formatLogMessage(std::string_view pattern, std::initializer_list<Value> values) {
+  return filledIn(pattern, values, Value::kLogLimit);
 }
 
 bool isUtf8(std::string_view bytes) noexcept {

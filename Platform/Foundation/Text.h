@@ -22,9 +22,12 @@ namespace varo::platform {
 
 /// Fills the placeholders of a message in order: "%@" with a value's description, "%d", "%ld",
 /// "%lld" and "%lu" with its integer. Surplus placeholders stay as they are, surplus values are
-/// dropped. For logs and error texts; secrets in dictionaries are redacted.
+/// dropped. For error texts: nothing is cut; secrets in dictionaries are redacted.
 [[nodiscard]] std::string formatMessage(std::string_view pattern,
                                         std::initializer_list<Value> values);
+/// The same for a log line: each value is cut after `Value::kLogLimit` bytes.
+[[nodiscard]] std::string formatLogMessage(std::string_view pattern,
+                                           std::initializer_list<Value> values);
 
 /// Replaces whatever is not UTF-8 (overlong forms and surrogates included) by U+FFFD.
 [[nodiscard]] std::string sanitizeUtf8(std::string_view bytes);

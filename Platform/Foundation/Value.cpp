@@ -1,6 +1,7 @@
 #include "Platform/Foundation/Value.h"
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 
@@ -14,8 +15,6 @@
 namespace varo::platform {
 namespace {
 
-/// Descriptions are for logs: beyond this many characters they end in an ellipsis.
-constexpr std::size_t kDescriptionLimit = 4096;
 /// Nested deeper than this, a description shows "..." (and cannot exhaust the stack).
 constexpr int kDescriptionDepth = 16;
 
@@ -43,58 +42,81 @@ std::int64_t leadingInteger(std::string_view text) noexcept {
   return number;
 }
 
-void describe(const Value& value, int depth, std::string& out);
+/// Writes descriptions; stops soon after `limit` bytes.
+class Describer {
+ public:
+  explicit Describer(std::size_t limit) : limit_(limit) {}
 
-void describe(const Dictionary& dictionary, int depth, std::string& out) {
-  out += '{';
-  bool first = true;
-  for (const DictionaryEntry& entry : dictionary) {
-    if (out.size() > kDescriptionLimit) break;
-    if (!std::exchange(first, false)) out += ", ";
-    out += entry.key;
-    out += ": ";
-    if (isSecretKey(entry.key)) {
-      out += kRedacted;
+  [[nodiscard]] std::string take() noexcept { return std::move(out_); }
+
+  void add(const Value& value, int depth) {
+    if (depth > kDescriptionDepth) {
+      out_ += "...";
+    } else if (const Dictionary* dictionary = value.dictionary()) {
+      add(*dictionary, depth);
+    } else if (const Array* array = value.array()) {
+      add(*array, depth);
+    } else if (const std::string* text = value.text()) {
+      // A text that someone asked for is shown as it is; among others it may be a signed URL.
+      const std::string_view start = limit_ == Value::kWhole
+                                         ? std::string_view(*text)
+                                         : utf8Prefix(*text, limit_ + kLongestCharacter);
+      out_ += depth == 0 ? std::string(start) : redactSecrets(start);
+    } else if (value.isMissing()) {
+      out_ += "(none)";
+    } else if (const ErrorPtr error = value.error()) {
+      out_ += redactSecrets(error->description());
     } else {
-      describe(entry.value, depth + 1, out);
+      out_ += value.textValue();
     }
   }
-  out += '}';
-}
 
-void describe(const Array& array, int depth, std::string& out) {
-  out += '[';
-  bool first = true;
-  for (const Value& element : array) {
-    if (out.size() > kDescriptionLimit) break;
-    if (!std::exchange(first, false)) out += ", ";
-    describe(element, depth + 1, out);
-  }
-  out += ']';
-}
+ private:
+  static constexpr std::size_t kLongestCharacter = 4;
 
-void describe(const Value& value, int depth, std::string& out) {
-  if (depth > kDescriptionDepth) {
-    out += "...";
-  } else if (const Dictionary* dictionary = value.dictionary()) {
-    describe(*dictionary, depth, out);
-  } else if (const Array* array = value.array()) {
-    describe(*array, depth, out);
-  } else if (const std::string* text = value.text()) {
-    // A text that someone asked for is shown as it is; among others it may be a signed URL.
-    const std::string_view start = utf8Prefix(*text, kDescriptionLimit + 4);
-    out += depth == 0 ? std::string(start) : redactSecrets(start);
-  } else if (value.isMissing()) {
-    out += "(none)";
-  } else {
-    out += value.textValue();
+  void add(const Dictionary& dictionary, int depth) {
+    out_ += '{';
+    bool first = true;
+    for (const DictionaryEntry& entry : dictionary) {
+      if (out_.size() > limit_) break;
+      if (!std::exchange(first, false)) out_ += ", ";
+      out_ += entry.key;
+      out_ += ": ";
+      if (isSecretKey(entry.key)) {
+        out_ += kRedacted;
+      } else {
+        add(entry.value, depth + 1);
+      }
+    }
+    out_ += '}';
   }
-}
+
+  void add(const Array& array, int depth) {
+    out_ += '[';
+    bool first = true;
+    for (const Value& element : array) {
+      if (out_.size() > limit_) break;
+      if (!std::exchange(first, false)) out_ += ", ";
+      add(element, depth + 1);
+    }
+    out_ += ']';
+  }
+
+  const std::size_t limit_;
+  std::string out_;
+};
 
 }  // namespace
 
 Value::Value(ErrorPtr error) {
   if (error != nullptr) value_ = std::move(error);
+}
+
+Value Value::wholeNumber(std::string_view digits) {
+  if (const auto number = parseInteger(digits)) return *number;
+  Value value;
+  value.value_ = LargeInteger{std::string(digits)};
+  return value;
 }
 
 ErrorPtr Value::error() const noexcept {
@@ -115,6 +137,7 @@ Dictionary Value::dictionaryValue() const noexcept {
 std::int64_t Value::integerValue() const noexcept {
   if (const auto* number = integer()) return *number;
   if (const auto* number = real()) return clampToInteger(*number);
+  if (const auto* digits = largeInteger()) return leadingInteger(*digits);
   if (const auto* flag = boolean()) return *flag ? 1 : 0;
   if (const auto* digits = text()) return leadingInteger(*digits);
   return 0;
@@ -124,6 +147,7 @@ bool Value::boolValue() const noexcept {
   if (const auto* flag = boolean()) return *flag;
   if (const auto* number = integer()) return *number != 0;
   if (const auto* number = real()) return *number != 0.0;
+  if (largeInteger() != nullptr) return true;
   if (const auto* word = text()) {
     return equalIgnoringCase(*word, "true") || equalIgnoringCase(*word, "yes") || *word == "1";
   }
@@ -133,21 +157,22 @@ bool Value::boolValue() const noexcept {
 std::string Value::textValue() const {
   if (const auto* words = text()) return *words;
   if (const auto* number = integer()) return std::to_string(*number);
+  if (const auto* digits = largeInteger()) return *digits;
   if (const auto* number = real()) return fmt::format("{}", *number);
   if (const auto* flag = boolean()) return *flag ? "true" : "false";
   if (const auto* bytes = data()) return bytes->description();
   if (isNull()) return "null";
   if (const ErrorPtr failure = error()) return failure->description();
   if (const ObjectPtr shared = object()) return shared->description();
-  if (isMissing()) return {};
-  return description();
+  return isMissing() ? std::string() : json::text(*this);
 }
 
-std::string Value::description() const {
-  std::string out;
-  describe(*this, 0, out);
-  if (out.size() > kDescriptionLimit) {
-    out.resize(utf8Prefix(out, kDescriptionLimit).size());
+std::string Value::description(std::size_t limit) const {
+  Describer describer(limit);
+  describer.add(*this, 0);
+  std::string out = describer.take();
+  if (out.size() > limit) {
+    out.resize(utf8Prefix(out, limit).size());
     out += "...";
   }
   return out;

@@ -9,6 +9,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -18,8 +19,8 @@
 
 namespace varo::platform {
 
-/// Everything that travels in a context: missing, null (JSON's), boolean, 64-bit integer, double,
-/// text (UTF-8), bytes, array, dictionary, an error, or a shared object.
+/// Everything that travels in a context: missing, null (JSON's), boolean, 64-bit integer, larger
+/// whole number, double, text (UTF-8), bytes, array, dictionary, an error, or a shared object.
 ///
 /// Values behave as values; copying one never costs more than copying a text. Typed accessors
 /// answer with a null pointer for a value of another type; the `...Value` conversions never fail.
@@ -33,7 +34,13 @@ class Value {
   Value(std::same_as<bool> auto flag) noexcept : value_(flag) {}
   template <std::integral T>
   requires(!std::same_as<T, bool>) Value(T number)
-  noexcept : value_(static_cast<std::int64_t>(number)) {}
+  noexcept(!kMayExceedInteger<T>) : value_(static_cast<std::int64_t>(number)) {
+    if constexpr (kMayExceedInteger<T>) {
+      if (std::cmp_greater(number, std::numeric_limits<std::int64_t>::max())) {
+        value_ = LargeInteger{std::to_string(number)};
+      }
+    }
+  }
   Value(double number) noexcept : value_(number) {}
   Value(const char* text) : value_(std::string(text)) {}
   Value(std::string_view text) : value_(std::string(text)) {}
@@ -52,9 +59,15 @@ class Value {
     if (object != nullptr) value_ = ObjectPtr(std::move(object));
   }
 
+  /// The whole number with these decimal digits and an optional minus: an integer where it fits,
+  /// else one that keeps all its digits. `digits` must be JSON's form of a whole number.
+  [[nodiscard]] static Value wholeNumber(std::string_view digits);
+
   [[nodiscard]] bool isMissing() const noexcept { return is<Missing>(); }
   [[nodiscard]] bool isPresent() const noexcept { return !isMissing(); }
   [[nodiscard]] bool isNull() const noexcept { return is<Null>(); }
+  /// Missing, or JSON's null: for entries where both mean that nothing is given.
+  [[nodiscard]] bool isAbsent() const noexcept { return isMissing() || isNull(); }
   [[nodiscard]] bool isBool() const noexcept { return is<bool>(); }
   [[nodiscard]] bool isInteger() const noexcept { return is<std::int64_t>(); }
   [[nodiscard]] bool isReal() const noexcept { return is<double>(); }
@@ -68,6 +81,11 @@ class Value {
   [[nodiscard]] const bool* boolean() const noexcept { return std::get_if<bool>(&value_); }
   [[nodiscard]] const std::int64_t* integer() const noexcept {
     return std::get_if<std::int64_t>(&value_);
+  }
+  /// The digits, with their sign, of a whole number that no `integer` can be.
+  [[nodiscard]] const std::string* largeInteger() const noexcept {
+    const auto* number = std::get_if<LargeInteger>(&value_);
+    return number != nullptr ? &number->digits : nullptr;
   }
   [[nodiscard]] const double* real() const noexcept { return std::get_if<double>(&value_); }
   [[nodiscard]] const std::string* text() const noexcept {
@@ -96,32 +114,43 @@ class Value {
   /// True for a non-zero number and for the texts "true", "yes" and "1" in any letter case.
   [[nodiscard]] bool boolValue() const noexcept;
 
-  /// Decimal for numbers, "true"/"false", the text itself; a description for everything else. Empty
-  /// for a missing value. Secrets inside dictionaries are not redacted: for logs, use
+  /// The text that is sent: decimal for numbers, "true"/"false", the text itself, the JSON text of
+  /// an array or a dictionary (`json::text`: whole, secrets included), "null" for null, a
+  /// description of bytes, errors and objects. Empty for a missing value. For logs, use
   /// `description`.
   [[nodiscard]] std::string textValue() const;
 
-  /// Text for logs and people: bounded in length, bytes as their length, secrets inside of
-  /// dictionaries and arrays redacted. A value that is a text is that text.
-  [[nodiscard]] std::string description() const;
+  /// Where a description for a log ends, in bytes, and what stands for no limit.
+  static constexpr std::size_t kLogLimit = 4096;
+  static constexpr std::size_t kWhole = std::string::npos;
+  /// Text for logs and people: of at most `limit` bytes and an ellipsis, bytes as their length,
+  /// secrets inside of dictionaries and arrays redacted. A value that is a text is that text.
+  [[nodiscard]] std::string description(std::size_t limit = kLogLimit) const;
 
   /// Deep comparison; errors and shared objects by identity. 1 and 1.0 differ.
   friend bool operator==(const Value& left, const Value& right);
 
  private:
+  template <typename T>
+  static constexpr bool kMayExceedInteger = std::is_unsigned_v<T> &&
+                                            sizeof(T) >= sizeof(std::int64_t);
   struct Missing {
     friend bool operator==(Missing, Missing) { return true; }
   };
   struct Null {
     friend bool operator==(Null, Null) { return true; }
   };
+  struct LargeInteger {
+    std::string digits;
+    friend bool operator==(const LargeInteger&, const LargeInteger&) = default;
+  };
   template <typename T>
   [[nodiscard]] bool is() const noexcept {
     return std::holds_alternative<T>(value_);
   }
 
-  std::variant<Missing, Null, bool, std::int64_t, double, std::string, Data, Array, Dictionary,
-               ErrorPtr, ObjectPtr>
+  std::variant<Missing, Null, bool, std::int64_t, LargeInteger, double, std::string, Data, Array,
+               Dictionary, ErrorPtr, ObjectPtr>
       value_;
 };
 

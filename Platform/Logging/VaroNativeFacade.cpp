@@ -1,6 +1,7 @@
 #include "Platform/Logging/VaroNativeFacade.h"
 
 #include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Redaction.h"
 #include "Platform/Logging/SpdlogSink.h"
 
 #include <atomic>
@@ -81,7 +82,7 @@ void VaroNativeFacade::setSink(std::shared_ptr<LogSink> sink) { sinkSlot().set(s
 
 void VaroNativeFacade::log(LogLevel level, std::string_view message,
                            const LogLocation& location) const {
-  if (isEnabled(level)) sinkSlot().get()->write(logger_, level, location, message);
+  if (isEnabled(level)) sinkSlot().get()->write(logger_, level, location, redactSecrets(message));
 }
 
 }  // namespace varo::platform

@@ -16,11 +16,13 @@ TEST(LoggingTest, OnlyMessagesFromTheLevelUpReachTheSink) {
   const VaroNativeFacade logger("Test", {});
   logger.logInfo("below");
   logger.logWarning("at");
+  logger.logWarning("Cookie: hush");
   logger.logFatal("above");
   VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kOff);
   logger.logFatal("off");
-  EXPECT_EQ(log->lines().size(), 2U);
+  EXPECT_EQ(log->lines().size(), 3U);
   EXPECT_EQ(log->count(LogLevel::kWarning, "at"), 1);
+  EXPECT_EQ(log->count(LogLevel::kWarning, "Cookie: <redacted>"), 1);
 }
 
 TEST(LoggingTest, NoMessageIsLostWhileSinksAreSwapped) {

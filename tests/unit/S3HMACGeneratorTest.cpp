@@ -1,4 +1,5 @@
 #include "Binary/Binary/DownloadTask/CipherTask.h"
+#include "Binary/Binary/Utils/RequestSigner.h"
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
 #include "Binary/Binary/Utils/SigningKeyCache.h"
 #include "Platform/Foundation/Error.h"
@@ -205,6 +206,27 @@ TEST_F(S3HMACGeneratorTest, KeptKeysBelongToTheirScopeAloneUnderManyThreads) {
   }
   threads.clear();
   EXPECT_EQ(wrong, 0);
+}
+
+TEST(RequestSignerTest, EachRequestIsSignedAtItsOwnTime) {
+  Dictionary filled = requestTemplate("GET");
+  Dictionary parameters = authParameters({{"serviceName", "s3"}});
+  filled.set("AuthParameters", parameters);
+  constexpr std::int64_t kTwentyMinutes = 1200;
+  // Read twice for a request: for the time stamp and for its day.
+  const SteppingClock clock(kPublishedTime, kTwentyMinutes / 2);
+  const auto signer = RequestSigner::ofDownload(filled, clock);
+  for (const std::int64_t minutes : {0, 20, 40}) {
+    const auto headers = signer->headers();
+    ASSERT_TRUE(headers.ok());
+    const SteppingClock then(kPublishedTime + minutes * 60);
+    S3HMACGenerator alone(parameters, filled, Data(), kDownload, then);
+    EXPECT_EQ(*headers, *alone.getRequestHeaders(kDownload)) << minutes;
+    EXPECT_EQ((*headers)["X-Amz-Date"],
+              Value("20130524T00" + std::to_string(minutes / 10) + "000Z"))
+        << minutes;
+  }
+  EXPECT_THAT(signer->description(), Not(HasSubstr(kSecret)));
 }
 
 TEST(BaseHMACGeneratorTest, HelpersGiveTheirBytesAndAnUnknownAlgorithmAnError) {

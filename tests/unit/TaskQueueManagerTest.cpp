@@ -1,3 +1,4 @@
+#include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 #include "tests/support/Await.h"
 #include "tests/support/RecordingLog.h"
@@ -5,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <latch>
 
 namespace varo::binary {
 namespace {
@@ -213,6 +215,104 @@ TEST_F(TaskQueueManagerTest, TasksOfManyThreadsAllRunOnceAtMostFiveAtATime) {
   EXPECT_EQ(owner->counts.tooMany, 0);
   EXPECT_EQ(owner->manager.getInProgressQueueLength(), 0U);
   EXPECT_EQ(owner->manager.getNextScheduledTask(), nullptr);
+}
+
+/// Asks its queue when it is destroyed, which would hang under the queue's lock.
+struct Item {
+  explicit Item(int itemNumber) : number(itemNumber) {}
+  ~Item() {
+    if (queue != nullptr) (void)queue->waiting();
+  }
+  int number;
+  BoundedQueue<Item>* queue = nullptr;
+};
+using ItemPtr = BoundedQueue<Item>::ItemPtr;
+
+std::vector<ItemPtr> items(int count) {
+  std::vector<ItemPtr> made;
+  for (int i = 0; i < count; ++i) made.push_back(std::make_shared<Item>(i));
+  return made;
+}
+
+TEST(BoundedQueueTest, ItemsTakeThePlacesThereAreInTheirOrder) {
+  BoundedQueue<Item> queue(2);
+  const auto all = items(4);
+  EXPECT_FALSE(queue.takeToStart(all[0])) << "does not wait";
+  EXPECT_EQ(queue.takeFirstToStart(), nullptr);
+  for (const ItemPtr& item : all) EXPECT_TRUE(queue.schedule(item));
+  EXPECT_FALSE(queue.schedule(all[1])) << "waits already";
+
+  EXPECT_TRUE(queue.takeToStart(all[2]));
+  EXPECT_FALSE(queue.takeToStart(all[2])) << "runs already";
+  EXPECT_EQ(queue.takeFirstToStart(), all[0]);
+  EXPECT_EQ(queue.takeFirstToStart(), nullptr) << "no place";
+  EXPECT_FALSE(queue.takeToStart(all[1]));
+  EXPECT_EQ(queue.waiting(), 2U);
+  EXPECT_EQ(queue.running(), 2U);
+  EXPECT_TRUE(queue.isRunning(all[0]) && !queue.isWaiting(all[0]));
+  EXPECT_TRUE(queue.isWaiting(all[1]) && !queue.isRunning(all[1]));
+
+  EXPECT_FALSE(queue.removeFromRunning(all[3]));
+  EXPECT_TRUE(queue.remove(all[3]));
+  EXPECT_TRUE(queue.remove(all[0]));
+  EXPECT_FALSE(queue.remove(all[0])) << "one caller alone is told so";
+  EXPECT_EQ(queue.takeAllWaiting(), std::vector<ItemPtr>{all[1]});
+  EXPECT_FALSE(queue.isWaiting(all[1]));
+  EXPECT_TRUE(queue.schedule(all[1])) << "those taken may wait again";
+}
+
+TEST(BoundedQueueTest, WhatIsNotFitWaitsOnOrLeavesAndMakesWay) {
+  BoundedQueue<Item> queue(2);
+  std::vector<ItemPtr> all = items(4);
+  all[0]->queue = &queue;
+  all[1]->queue = &queue;
+  for (const ItemPtr& item : all) queue.schedule(item);
+  // 0 never starts, an odd one waits for 2.
+  const auto fit = [](const ItemPtr& item, const std::vector<ItemPtr>& running) {
+    const auto isTwo = [](const ItemPtr& other) { return other->number == 2; };
+    if (item->number == 0) return Admission::kDrop;
+    const bool mayStart = item->number == 2 || std::any_of(running.begin(), running.end(), isTwo);
+    return mayStart ? Admission::kStart : Admission::kWait;
+  };
+  const std::weak_ptr<Item> dropped = all[0];
+  all[0].reset();
+  EXPECT_FALSE(queue.takeToStart(all[1], fit));
+  EXPECT_EQ(queue.takeFirstToStart(fit), all[2]);
+  EXPECT_TRUE(dropped.expired());
+  EXPECT_EQ(queue.waiting(), 2U);
+  EXPECT_TRUE(queue.takeToStart(all[3], fit)) << "out of its turn";
+  EXPECT_EQ(queue.takeFirstToStart(fit), nullptr) << "no place";
+  queue.removeFromRunning(all[3]);
+  EXPECT_EQ(queue.takeFirstToStart(fit), all[1]);
+
+  const ItemPtr never = std::make_shared<Item>(0);
+  queue.removeFromRunning(all[1]);
+  queue.schedule(never);
+  EXPECT_FALSE(queue.takeToStart(never, fit));
+  EXPECT_FALSE(queue.isWaiting(never));
+}
+
+TEST(BoundedQueueTest, WhatIsSeenOfTheOthersHoldsUntilTheItemIsOneOfThem) {
+  // Each thread would start its item, of which one alone may run.
+  const auto alone = [](const ItemPtr&, const std::vector<ItemPtr>& running) {
+    return running.empty() ? Admission::kStart : Admission::kWait;
+  };
+  for (int round = 0; round < 50; ++round) {
+    BoundedQueue<Item> queue(5);
+    std::atomic<int> started{0};
+    std::latch all(4);
+    {
+      std::vector<std::jthread> threads;
+      for (const ItemPtr& item : items(4)) {
+        threads.emplace_back([&, item] {
+          queue.schedule(item);
+          all.arrive_and_wait();
+          if (queue.takeToStart(item, alone)) ++started;
+        });
+      }
+    }
+    ASSERT_EQ(started, 1);
+  }
 }
 
 }  // namespace

@@ -58,6 +58,35 @@ TEST(ValueTest, ConvertsAsThePlatformDoes) {
   }
 }
 
+TEST(ValueTest, TextOfContainersIsTheirWholeJson) {
+  const std::string longText(10000, 'x');
+  const struct {
+    Value value;
+    std::string text;
+  } cases[] = {
+      {Array{1, "a\"b", nullptr, true}, R"([1,"a\"b",null,true])"},
+      {Dictionary{{"token", "kept"}, {"list", Array{longText, Dictionary{}}}},
+       R"({"token":"kept","list":[")" + longText + R"(",{}]})"},
+      {Array{Value(), "\xFF", std::numeric_limits<double>::infinity(), Data::fromBytes("a"),
+             Error::make("d", 1, "t")},
+       "[null,\"\uFFFD\",\"inf\",\"<1 bytes: 61>\",\"d 1: t\"]"},
+      {"as it is", "as it is"},
+      {Value(), ""},
+  };
+  for (const auto& item : cases) EXPECT_EQ(item.value.textValue(), item.text);
+}
+
+TEST(ValueTest, WholeNumbersKeepTheirDigits) {
+  const std::uint64_t largest = UINT64_MAX;
+  EXPECT_EQ(Value(largest), Value::wholeNumber("18446744073709551615"));
+  EXPECT_EQ(Value(largest).textValue(), "18446744073709551615");
+  EXPECT_EQ(Value(largest).integerValue(), INT64_MAX);
+  EXPECT_EQ(Value::wholeNumber("-99999999999999999999").integerValue(), INT64_MIN);
+  EXPECT_TRUE(Value(largest).boolValue());
+  EXPECT_EQ(Value(std::uint64_t{INT64_MAX}), Value(INT64_MAX));
+  EXPECT_EQ(Value::wholeNumber("-9223372036854775808"), Value(INT64_MIN));
+}
+
 TEST(ValueTest, DescriptionHidesSecretsAndIsBounded) {
   const Value value = Dictionary{{"headers", Dictionary{{"x-pelmar-AUTHORIZATION", "hush"}}},
                                  {"text", std::string(100000, 'x')}};

@@ -2,7 +2,6 @@
 
 #include "Binary/Binary/BinaryLogger.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace varo::binary {
@@ -26,14 +25,14 @@ void start(VSTask& task) {
 
 void TaskQueueManager::addTask(const TaskPtr& task, const std::string& withKey) {
   if (task == nullptr) return;
-  TaskPtr replaced;
+  TaskPtr registered = task;
   const MutexLock lock(mutex_);
-  replaced = registerLocked(task, withKey);
+  registerLocked(registered, withKey);
 }
 
-TaskQueueManager::TaskPtr TaskQueueManager::registerLocked(const TaskPtr& task,
-                                                           const std::string& key) {
-  return std::exchange(tasks[key], task);
+/// What was registered under the key is in `task` afterwards.
+void TaskQueueManager::registerLocked(TaskPtr& task, const std::string& key) {
+  std::swap(tasks[key], task);
 }
 
 void TaskQueueManager::removeKey(const std::string& key) {
@@ -60,13 +59,12 @@ void TaskQueueManager::addToScheduledQueue(const TaskPtr& task) {
 }
 
 void TaskQueueManager::scheduleLocked(const TaskPtr& task) {
-  if (!tasks.contains(task->name()) || places_.contains(task.get())) return;
-  places_.emplace(task.get(), schedulingQueue.insert(schedulingQueue.end(), task));
+  if (tasks.contains(task->name())) queue_.schedule(task);
 }
 
 TaskQueueManager::TaskPtr TaskQueueManager::getNextScheduledTask() const {
   const MutexLock lock(mutex_);
-  return schedulingQueue.empty() ? nullptr : schedulingQueue.front();
+  return queue_.firstWaiting();
 }
 
 void TaskQueueManager::addTaskToInProgressQueue(const TaskPtr& task) {
@@ -76,30 +74,23 @@ void TaskQueueManager::addTaskToInProgressQueue(const TaskPtr& task) {
 }
 
 void TaskQueueManager::moveToInProgressLocked(const TaskPtr& task) {
-  const auto place = places_.find(task.get());
-  const bool isScheduled = place != places_.end();
-  const bool isInBoth = isScheduled && std::find(inProgressQueue.begin(), inProgressQueue.end(),
-                                                 task) != inProgressQueue.end();
-  if (!tasks.contains(task->name()) || isInBoth) return;
-  inProgressQueue.push_back(task);
-  if (!isScheduled) return;
-  schedulingQueue.erase(place->second);
-  places_.erase(place);
+  const bool isInBoth = queue_.isWaiting(task) && queue_.isRunning(task);
+  if (tasks.contains(task->name()) && !isInBoth) queue_.enterRunning(task);
 }
 
 bool TaskQueueManager::removeTaskFromInProgressQueue(const TaskPtr& task) {
   const MutexLock lock(mutex_);
-  return std::erase(inProgressQueue, task) != 0;
+  return queue_.removeFromRunning(task);
 }
 
 std::size_t TaskQueueManager::getInProgressQueueLength() const {
   const MutexLock lock(mutex_);
-  return inProgressQueue.size();
+  return queue_.running();
 }
 
 /// Whether it is to be started, for which it was moved.
 bool TaskQueueManager::takeIfRoomLocked(const TaskPtr& task) {
-  if (inProgressQueue.size() >= static_cast<std::size_t>(MAX_PARALLEL_JOBS)) return false;
+  if (!queue_.hasPlace()) return false;
   moveToInProgressLocked(task);
   return true;
 }
@@ -121,9 +112,8 @@ TaskQueueManager::TaskPtr TaskQueueManager::startNextScheduledTask() {
   {
     const MutexLock lock(mutex_);
     // Another thread may have been faster.
-    if (schedulingQueue.empty()) return nullptr;
-    next = schedulingQueue.front();
-    if (!takeIfRoomLocked(next)) return nullptr;
+    next = queue_.firstWaiting();
+    if (next == nullptr || !takeIfRoomLocked(next)) return nullptr;
   }
   start(*next);
   return next;
@@ -133,10 +123,10 @@ void TaskQueueManager::addTaskAndCheckStartExecution(const TaskPtr& task,
                                                      const std::string& withIdentifier) {
   if (task == nullptr) return;
   logger().logDebug(kCheckingForEmptySlot);
-  TaskPtr replaced;
+  TaskPtr registered = task;
   {
     const MutexLock lock(mutex_);
-    replaced = registerLocked(task, withIdentifier);
+    registerLocked(registered, withIdentifier);
     scheduleLocked(task);
     if (!takeIfRoomLocked(task)) return;
   }

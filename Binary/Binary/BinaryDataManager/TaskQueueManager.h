@@ -1,17 +1,15 @@
 #pragma once
 
+#include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/TaskEngine/VSTask.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <list>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <vector>
 
 namespace varo::binary {
 
@@ -72,8 +70,7 @@ class TaskQueueManager {
   void addTaskAndCheckStartExecution(const TaskPtr& task, const std::string& withIdentifier);
 
  private:
-  [[nodiscard]] TaskPtr registerLocked(const TaskPtr& task, const std::string& key)
-      VARO_REQUIRES(mutex_);
+  void registerLocked(TaskPtr& task, const std::string& key) VARO_REQUIRES(mutex_);
   void scheduleLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
   void moveToInProgressLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
   [[nodiscard]] bool takeIfRoomLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
@@ -81,13 +78,10 @@ class TaskQueueManager {
   /// Under it nothing is started, logged or destroyed. The operations that consist of others use
   /// their `...Locked` parts, so it need not be recursive.
   mutable platform::Mutex mutex_;
-  /// Tasks that wait, oldest first; none is there twice.
-  std::list<TaskPtr> schedulingQueue VARO_GUARDED_BY(mutex_);
-  /// Where in `schedulingQueue` a task is: there may be very many.
-  std::unordered_map<const platform::VSTask*, std::list<TaskPtr>::iterator> places_
-      VARO_GUARDED_BY(mutex_);
-  /// Tasks that were started and not yet removed.
-  std::vector<TaskPtr> inProgressQueue VARO_GUARDED_BY(mutex_);
+  /// Tasks that wait ("schedulingQueue") and tasks that were started and not yet removed
+  /// ("inProgressQueue"). Changed under `mutex_` alone: what is decided upon holds until it is
+  /// done.
+  BoundedQueue<platform::VSTask> queue_ VARO_GUARDED_BY(mutex_){MAX_PARALLEL_JOBS};
   /// The registered tasks.
   std::unordered_map<std::string, TaskPtr> tasks VARO_GUARDED_BY(mutex_);
 };

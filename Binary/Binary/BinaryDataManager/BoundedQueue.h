@@ -1,0 +1,184 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <list>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace varo::binary {
+
+/// What may become of an item that waits when there is a place for it.
+enum class Admission {
+  kStart,
+  /// It stays where it is, and those behind it are looked at.
+  kWait,
+  /// It can never start and leaves the queue.
+  kDrop,
+};
+
+/// Which items wait, in their order, and which of them run, of which there are at most `places`.
+/// It starts nothing and watches nothing: who takes an item starts it, and removes it when it has
+/// come to its end. Items are told apart by identity and held until they are removed; none may be
+/// null. Each operation is atomic. Thread-safe.
+///
+/// The lock is a leaf: nothing is destroyed under it, and nobody is called but the function `fit`
+/// of two operations, because what it sees of the others that run must hold until the item is one
+/// of them. `fit(item, running)`, an `Admission(const ItemPtr&, const std::vector<ItemPtr>&)`, is
+/// to look at the two and neither to call the queue nor to wait.
+template <typename T>
+class BoundedQueue {
+ public:
+  using ItemPtr = std::shared_ptr<T>;
+
+  explicit BoundedQueue(std::size_t places) : places_(places) {}
+
+  /// Puts the item behind those that wait. False where it waits already.
+  bool schedule(const ItemPtr& item) {
+    std::list<ItemPtr> node{item};
+    const platform::MutexLock lock(mutex_);
+    if (!positions_.try_emplace(item.get(), node.begin()).second) return false;
+    waiting_.splice(waiting_.end(), node);
+    return true;
+  }
+
+  /// Moves the item to those that run, if it still waits and there is a place. Whether it did.
+  [[nodiscard]] bool takeToStart(const ItemPtr& item) {
+    return takeToStart(item, [](const ItemPtr&, const auto&) { return Admission::kStart; });
+  }
+  /// The same, if it is fit as well. One to be dropped leaves the queue.
+  template <typename Fit>
+  [[nodiscard]] bool takeToStart(const ItemPtr& item, const Fit& fit) {
+    const platform::MutexLock lock(mutex_);
+    if (!hasPlaceLocked() || !positions_.contains(item.get())) return false;
+    const Admission admission = fit(item, running_);
+    if (admission == Admission::kStart) enterLocked(item);
+    if (admission == Admission::kDrop) leaveWaitingLocked(item);
+    return admission == Admission::kStart;
+  }
+
+  /// Moves the first that is fit, of those that wait, to those that run. Null where there is no
+  /// place or none is fit.
+  [[nodiscard]] ItemPtr takeFirstToStart() {
+    return takeFirstToStart([](const ItemPtr&, const auto&) { return Admission::kStart; });
+  }
+  template <typename Fit>
+  [[nodiscard]] ItemPtr takeFirstToStart(const Fit& fit) {
+    std::list<ItemPtr> dropped;  // destroyed after the lock
+    const platform::MutexLock lock(mutex_);
+    if (!hasPlaceLocked()) return nullptr;
+    for (auto next = waiting_.begin(); next != waiting_.end();) {
+      const auto current = next++;
+      switch (fit(*current, running_)) {
+        case Admission::kWait:
+          break;
+        case Admission::kDrop:
+          positions_.erase(current->get());
+          dropped.splice(dropped.end(), waiting_, current);
+          break;
+        case Admission::kStart: {
+          ItemPtr taken = *current;
+          enterLocked(taken);
+          return taken;
+        }
+      }
+    }
+    return nullptr;
+  }
+
+  /// Enters the item among those that run, whatever their number, once more where it is one of
+  /// them; it no longer waits.
+  void enterRunning(const ItemPtr& item) {
+    const platform::MutexLock lock(mutex_);
+    enterLocked(item);
+  }
+
+  /// Removes all entries of the item. Whether there was one: of several callers one is told so.
+  bool remove(const ItemPtr& item) {
+    const platform::MutexLock lock(mutex_);
+    const bool waited = leaveWaitingLocked(item);
+    return std::erase(running_, item) != 0 || waited;
+  }
+  /// The same of those that run alone.
+  bool removeFromRunning(const ItemPtr& item) {
+    const platform::MutexLock lock(mutex_);
+    return std::erase(running_, item) != 0;
+  }
+  /// Those that wait, oldest first, which the queue then holds no more.
+  [[nodiscard]] std::vector<ItemPtr> takeAllWaiting() {
+    std::list<ItemPtr> taken;
+    {
+      const platform::MutexLock lock(mutex_);
+      taken.swap(waiting_);
+      positions_.clear();
+    }
+    return {taken.begin(), taken.end()};
+  }
+
+  /// The one that has waited longest, which stays where it is; null when none waits.
+  [[nodiscard]] ItemPtr firstWaiting() const {
+    const platform::MutexLock lock(mutex_);
+    return waiting_.empty() ? nullptr : waiting_.front();
+  }
+  [[nodiscard]] bool isWaiting(const ItemPtr& item) const {
+    const platform::MutexLock lock(mutex_);
+    return positions_.contains(item.get());
+  }
+  [[nodiscard]] bool isRunning(const ItemPtr& item) const {
+    const platform::MutexLock lock(mutex_);
+    return std::find(running_.begin(), running_.end(), item) != running_.end();
+  }
+  /// Those that run; an item that was entered twice stands there twice.
+  [[nodiscard]] std::vector<ItemPtr> runningItems() const {
+    const platform::MutexLock lock(mutex_);
+    return running_;
+  }
+  [[nodiscard]] std::size_t waiting() const {
+    const platform::MutexLock lock(mutex_);
+    return waiting_.size();
+  }
+  /// How many entries run; an item that was entered twice counts twice.
+  [[nodiscard]] std::size_t running() const {
+    const platform::MutexLock lock(mutex_);
+    return running_.size();
+  }
+  [[nodiscard]] bool hasPlace() const {
+    const platform::MutexLock lock(mutex_);
+    return hasPlaceLocked();
+  }
+
+ private:
+  [[nodiscard]] bool hasPlaceLocked() const VARO_REQUIRES(mutex_) {
+    return running_.size() < places_;
+  }
+
+  void enterLocked(const ItemPtr& item) VARO_REQUIRES(mutex_) {
+    running_.push_back(item);
+    leaveWaitingLocked(item);
+  }
+
+  /// `item` is not the queue's own pointer, so that nothing is destroyed.
+  bool leaveWaitingLocked(const ItemPtr& item) VARO_REQUIRES(mutex_) {
+    const auto position = positions_.find(item.get());
+    if (position == positions_.end()) return false;
+    waiting_.erase(position->second);
+    positions_.erase(position);
+    return true;
+  }
+
+  const std::size_t places_;
+
+  mutable platform::Mutex mutex_;
+  /// Oldest first; none is there twice. As many as the application asks for.
+  std::list<ItemPtr> waiting_ VARO_GUARDED_BY(mutex_);
+  /// Where in `waiting_` an item is.
+  std::unordered_map<const T*, typename std::list<ItemPtr>::iterator> positions_
+      VARO_GUARDED_BY(mutex_);
+  std::vector<ItemPtr> running_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::binary

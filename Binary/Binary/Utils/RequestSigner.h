@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Platform/Foundation/Clock.h"
+#include "Platform/Foundation/Object.h"
+#include "Platform/Foundation/Result.h"
+#include "Platform/Foundation/Value.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace varo::binary {
+
+/// Key of the input context under which a download whose requests are signed finds what signs them.
+inline constexpr char kRequestSigner[] = "requestSigner";
+
+/// Makes the headers of one signed request at the time when it is sent. A store refuses a signature
+/// that is some minutes old, so that those of a long download are made anew for each range.
+/// Immutable; thread-safe as far as its function is, which `ofDownload`'s is.
+class RequestSigner final : public platform::Object {
+ public:
+  using Sign = std::function<platform::Result<platform::Dictionary>()>;
+
+  /// `sign` is not empty.
+  explicit RequestSigner(Sign sign) : sign_(std::move(sign)) {}
+
+  /// Signs downloads as `S3HMACGenerator` does, with the template's "AuthParameters", "method" and
+  /// "Host". The template's placeholders are filled already. `clock` dates the signatures and lives
+  /// as long as the signer.
+  [[nodiscard]] static std::shared_ptr<RequestSigner> ofDownload(
+      const platform::Dictionary& filledTemplate, const platform::Clock& clock);
+
+  /// All headers of a request that is sent now, but for those that say which range is asked for,
+  /// which are not signed. Errors: those of `S3HMACGenerator::getRequestHeaders`.
+  [[nodiscard]] platform::Result<platform::Dictionary> headers() const { return sign_(); }
+
+  [[nodiscard]] std::string description() const override { return "RequestSigner"; }
+
+ private:
+  const Sign sign_;
+};
+
+}  // namespace varo::binary
