@@ -51,12 +51,9 @@ CurlShare makeShare(bool cookies) {
 }
 
 NetworkConfiguration withDefaults(NetworkConfiguration configuration) {
-  const auto sane = [](std::chrono::milliseconds value, std::chrono::milliseconds otherwise) {
-    constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24);
-    return value.count() > 0 ? std::min(value, kLongest) : otherwise;
-  };
-  configuration.connectTimeout = sane(configuration.connectTimeout, tuning::kConnectTimeout);
-  configuration.stallTimeout = sane(configuration.stallTimeout, tuning::kStallTimeout);
+  configuration.connectTimeout =
+      boundedTimeout(configuration.connectTimeout, tuning::kConnectTimeout);
+  configuration.stallTimeout = boundedTimeout(configuration.stallTimeout, tuning::kStallTimeout);
   configuration.maxActiveTransfers =
       std::clamp<std::size_t>(configuration.maxActiveTransfers, 1, tuning::kMaxActiveTransfers);
   return configuration;
@@ -81,10 +78,6 @@ CurlEasy renew(CurlEasy easy) {
   return easy;
 }
 
-ErrorPtr shutDownError() {
-  return makeTransportError(HttpTransportError::kShutDown, "The network is shut down.");
-}
-
 ErrorPtr resourceError(const char* text) {
   return makeTransportError(HttpTransportError::kNoResources, text);
 }
@@ -100,10 +93,13 @@ ThreadPool::Job completionJob(HttpCompletion completion, CurlTransfer::End end) 
 CurlEngine::CurlEngine(const NetworkConfiguration& configuration, ThreadPool& pool,
                        HttpCookieStore& cookies)
     : pool_(pool),
+      shutDown_(makeTransportError(HttpTransportError::kShutDown, "The network is shut down.")),
+      outOfMemory_(resourceError("The network has run out of memory.")),
       withCookies_(makeShare(true)),
       withoutCookies_(makeShare(false)),
       multi_(makeMulti()),
-      common_{withDefaults(configuration), &cookies, withCookies_.get(), withoutCookies_.get()} {}
+      common_{withDefaults(configuration), &cookies, withCookies_.get(), withoutCookies_.get(),
+              &sockets_} {}
 
 CurlEngine::~CurlEngine() { stop(); }
 
@@ -125,7 +121,7 @@ void CurlEngine::submit(const TransferPtr& transfer) {
   ErrorPtr refusal;
   {
     const MutexLock lock(mutex_);
-    refusal = requests_.stopping ? shutDownError() : startLocked();
+    refusal = requests_.stopping ? shutDown_ : startLocked();
     if (refusal == nullptr) requests_.incoming.push_back(transfer);
   }
   if (refusal == nullptr) {
@@ -140,6 +136,7 @@ void CurlEngine::refuse(HttpCompletion completion, ErrorPtr error) {
 }
 
 void CurlEngine::cancel(const TransferPtr& transfer) {
+  transfer->markCancelled();
   {
     const MutexLock lock(mutex_);
     if (!started_ || requests_.stopping) return;
@@ -182,11 +179,11 @@ void CurlEngine::run() {
   while (goesOn) {
     try {
       goesOn = step();
-    } catch (const std::exception& failure) {
-      endAll(resourceError(failure.what()));
+    } catch (const std::exception&) {
+      endAllWithLittleMemory(outOfMemory_);
     }
   }
-  endAll(shutDownError());
+  endAllWithLittleMemory(shutDown_);
   idle_.clear();
 }
 
@@ -222,12 +219,11 @@ void CurlEngine::takeRequests(Requests& requests) {
   for (const TransferPtr& transfer : requests.cancelled) {
     // One that has completed is no longer among the active ones; one that waits is skipped when its
     // turn comes.
-    const auto error = makeTransportError(HttpTransportError::kCancelled,
-                                          "The transfer was cancelled.", transfer->safeUrl());
     if (transfer->handle() != nullptr) {
-      endActive(transfer->handle(), error);
-    } else {
-      complete(*transfer, {std::nullopt, error});
+      transfer->giveUpConnection();
+      endActive(transfer->handle(), transfer->cancelledError());
+    } else if (!transfer->isCompleted()) {
+      complete(*transfer, {std::nullopt, transfer->cancelledError()});
     }
   }
 }
@@ -252,6 +248,8 @@ void CurlEngine::begin(TransferPtr transfer, CurlEasy easy) {
     if (code != CURLM_OK) error = resourceError(curl_multi_strerror(code));
   }
   if (error == nullptr) {
+    shortestStall_ = std::min(shortestStall_, transfer->stallTimeout());
+    nextStallCheck_ = std::min(nextStallCheck_, Clock::now() + stallCheckInterval());
     active_.emplace(handle, Active{std::move(transfer), std::move(easy)});
   } else {
     transfer->release();
@@ -285,13 +283,13 @@ void CurlEngine::collectEnded() {
 void CurlEngine::endStalled() {
   const auto now = Clock::now();
   if (now < nextStallCheck_) return;
-  nextStallCheck_ = now + stallCheckInterval();
+  shortestStall_ = tuning::kStallTimeout;
   std::vector<std::pair<CURL*, ErrorPtr>> stalled;
   for (const auto& [easy, active] : active_) {
-    if (auto error = active.transfer->checkStall(now, common_.configuration.stallTimeout)) {
-      stalled.emplace_back(easy, std::move(error));
-    }
+    shortestStall_ = std::min(shortestStall_, active.transfer->stallTimeout());
+    if (auto error = active.transfer->checkStall(now)) stalled.emplace_back(easy, std::move(error));
   }
+  nextStallCheck_ = now + stallCheckInterval();
   for (const auto& [easy, error] : stalled) endActive(easy, error);
 }
 
@@ -301,6 +299,16 @@ void CurlEngine::endAll(const ErrorPtr& error) {
   while (!active_.empty()) endActive(active_.begin()->first, error);
   for (const TransferPtr& transfer : std::exchange(waiting_, {})) {
     complete(*transfer, {std::nullopt, error});
+  }
+}
+
+void CurlEngine::endAllWithLittleMemory(const ErrorPtr& error) noexcept {
+  while (true) {
+    try {
+      return endAll(error);
+    } catch (const std::exception&) {
+      std::this_thread::sleep_for(tuning::kFailureBackoff);  // each attempt ends some of them
+    }
   }
 }
 
@@ -323,8 +331,7 @@ void CurlEngine::complete(CurlTransfer& transfer, CurlTransfer::End end) {
 }
 
 std::chrono::milliseconds CurlEngine::stallCheckInterval() const {
-  return std::clamp(common_.configuration.stallTimeout / 4, std::chrono::milliseconds(1),
-                    tuning::kLongestPoll);
+  return std::clamp(shortestStall_ / 4, std::chrono::milliseconds(1), tuning::kLongestPoll);
 }
 
 CurlEasy CurlEngine::takeHandle() {

@@ -64,6 +64,8 @@ class CurlEngine {
   void collectEnded();
   void endStalled();
   void endAll(const ErrorPtr& error);
+  /// The same where memory is short: what cannot be completed is dropped, which its owner notices.
+  void endAllWithLittleMemory(const ErrorPtr& error) noexcept;
   void endActive(CURL* easy, const ErrorPtr& error);
   void complete(CurlTransfer& transfer, CurlTransfer::End end);
   [[nodiscard]] std::chrono::milliseconds stallCheckInterval() const;
@@ -72,10 +74,12 @@ class CurlEngine {
 
   // Constant after construction.
   ThreadPool& pool_;
+  const ErrorPtr shutDown_;  // both made while there is memory
+  const ErrorPtr outOfMemory_;
   const CurlShare withCookies_;
   const CurlShare withoutCookies_;
   const CurlMulti multi_;
-  const CurlCommon common_;
+  const CurlCommon common_;  // has a pointer to sockets_
 
   Mutex mutex_;
   Requests requests_ VARO_GUARDED_BY(mutex_);
@@ -90,7 +94,9 @@ class CurlEngine {
   std::unordered_map<CURL*, Active> active_;
   std::vector<CurlEasy> idle_;
   std::vector<Job> undelivered_;  // completions that the pool refused
+  CurlSockets sockets_;
   Clock::time_point nextStallCheck_;
+  std::chrono::milliseconds shortestStall_ = tuning::kStallTimeout;  // of the active ones, or less
 };
 
 }  // namespace varo::platform

@@ -159,9 +159,11 @@ void FakeHttpTransport::noteCancel(const Transfer& transfer) {
 
 std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest request,
                                                                 HttpCompletion completion) {
-  RecordedRequest record{
-      request.method,         request.url, request.headers, readOut(request.body),
-      request.spoolDirectory, 0,           request.limits};
+  RecordedRequest record{request.method, request.url, request.headers, readOut(request.body),
+                         request.spoolDirectory};
+  record.limits = request.limits;
+  record.connectTimeout = request.connectTimeout;
+  record.stallTimeout = request.stallTimeout;
   if (request.body) {
     for (const Data& piece : *request.body) record.bodySize += piece.size();
   }
