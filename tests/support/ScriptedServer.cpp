@@ -196,6 +196,7 @@ void ScriptedServer::acceptAll() {
     connections_.push_back({stream, std::thread([this, stream] {
                               serve(*stream);
                               stream->interrupt();
+                              ++ended_;
                             })});
   }
 }
@@ -243,10 +244,10 @@ bool ScriptedServer::play(const WireReply& reply, Stream& stream) {
     switch (step.kind) {
       case WireReply::Kind::kSend:
         if (!stream.write(step.bytes)) return false;
+        sentBytes_ += step.bytes.size();
         break;
       case WireReply::Kind::kSendForever:
-        while (stream.write(step.bytes)) {
-        }
+        while (stream.write(step.bytes)) sentBytes_ += step.bytes.size();
         return false;
       case WireReply::Kind::kWait:
         if (!stream.wait(step.time)) return false;

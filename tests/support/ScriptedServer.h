@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "tests/support/TestCertificate.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -85,6 +86,10 @@ class ScriptedServer {
   [[nodiscard]] std::vector<WireRequest> requests() const;
   /// Connections accepted so far.
   [[nodiscard]] std::size_t connectionCount() const;
+  /// Connections that have ended.
+  [[nodiscard]] std::size_t endedCount() const noexcept { return ended_; }
+  /// Bytes of answers handed to the system so far.
+  [[nodiscard]] std::uint64_t sentBytes() const noexcept { return sentBytes_; }
 
  private:
   class Stream;
@@ -95,13 +100,16 @@ class ScriptedServer {
 
   void acceptAll();
   void serve(Stream& stream);
-  [[nodiscard]] static bool play(const WireReply& reply, Stream& stream);
+  [[nodiscard]] bool play(const WireReply& reply, Stream& stream);
 
   // Constant after construction.
   const Handler handler_;
   std::shared_ptr<void> tls_;  // an SSL_CTX
   int listener_ = -1;
   std::uint16_t port_ = 0;
+
+  std::atomic<std::uint64_t> sentBytes_{0};
+  std::atomic<std::size_t> ended_{0};
 
   mutable platform::Mutex mutex_;
   std::list<Connection> connections_ VARO_GUARDED_BY(mutex_);

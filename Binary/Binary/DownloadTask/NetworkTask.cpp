@@ -15,6 +15,7 @@
 #include <array>
 #include <cassert>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace varo::binary {
@@ -167,11 +168,7 @@ bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
       return runState_ == RunState::kWaitsForRoom ? downloadChunk() : Effects{};
     });
   });
-  // Whoever takes chunks has bytes to write; asking for more is not its business.
-  if (effects.send || effects.cancel != nullptr) {
-    Runtime::shared().pool().postOrRun(
-        [self = self<NetworkTask>(), effects] { self->perform(effects); });
-  }
+  performLater(effects);  // whoever takes chunks has bytes to write
   return isTaken;
 }
 
@@ -193,11 +190,18 @@ void NetworkTask::enter(const Step& step) {
 
 void NetworkTask::enterLater(Step step) {
   queue_->async([self = self<NetworkTask>(), step = std::move(step)] {
-    Effects effects = self->guardedStep(step);
-    if (effects.cancel == nullptr && !effects.send) return;
-    Runtime::shared().pool().postOrRun(
-        [self, effects = std::move(effects)] { self->perform(effects); });
+    self->performLater(self->guardedStep(step));
   });
+}
+
+void NetworkTask::performLater(const Effects& effects) {
+  if (effects.cancel == nullptr && !effects.send) return;
+  try {
+    Runtime::shared().pool().postOrRun(
+        [self = self<NetworkTask>(), effects] { self->perform(effects); });
+  } catch (const std::bad_alloc&) {
+    perform(effects);  // a range that is never asked for would never end
+  }
 }
 
 NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
