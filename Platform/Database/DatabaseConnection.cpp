@@ -186,6 +186,7 @@ Result<StatementOutcome> DatabaseConnection::executeLocked(const VROPreparedStat
   if (code != SQLITE_DONE) return errorLocked(code);
   outcome.rows = Array(std::move(rows));
   outcome.insertedRow = sqlite3_last_insert_rowid(database_.get());
+  outcome.changedRows = sqlite3_changes(database_.get());
   return outcome;
 }
 

@@ -69,4 +69,12 @@ bool VRODatabaseAPI::executePreparedStatement(const VROPreparedStatement& statem
   return succeeded(DatabaseConnections::shared().execute(path_, statement, busyTimeout_), error);
 }
 
+Result<std::int64_t> VRODatabaseAPI::executeAndCountChanges(
+    const VROPreparedStatement& statement) const {
+  const Result<StatementOutcome> outcome =
+      DatabaseConnections::shared().execute(path_, statement, busyTimeout_);
+  if (!outcome) return outcome.error();
+  return outcome->changedRows;
+}
+
 }  // namespace varo::platform

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Database/VROPreparedStatement.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
 #include <chrono>
@@ -49,6 +50,10 @@ class VRODatabaseAPI {
       const VROPreparedStatement& statement, ErrorPtr* error) const;
   /// Whether it succeeded.
   bool executePreparedStatement(const VROPreparedStatement& statement, ErrorPtr* error) const;
+  /// How many rows an insert, update or delete has changed, also to what they were; none of a view
+  /// whose trigger changes those of other tables.
+  [[nodiscard]] Result<std::int64_t> executeAndCountChanges(
+      const VROPreparedStatement& statement) const;
 
  private:
   struct Badge {};

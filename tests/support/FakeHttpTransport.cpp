@@ -159,8 +159,9 @@ void FakeHttpTransport::noteCancel(const Transfer& transfer) {
 
 std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest request,
                                                                 HttpCompletion completion) {
-  RecordedRequest record{request.method, request.url, request.headers, readOut(request.body),
-                         request.spoolDirectory};
+  RecordedRequest record{
+      request.method,         request.url, request.headers, readOut(request.body),
+      request.spoolDirectory, 0,           request.limits};
   if (request.body) {
     for (const Data& piece : *request.body) record.bodySize += piece.size();
   }

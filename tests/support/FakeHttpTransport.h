@@ -24,6 +24,7 @@ struct RecordedRequest {
   std::optional<std::string> body;
   std::string spoolDirectory;
   std::uint64_t bodySize = 0;
+  platform::ResponseLimits limits = {};
 
   /// The value of the first header of this name, in any letter case.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;

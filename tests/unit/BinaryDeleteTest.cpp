@@ -156,6 +156,33 @@ TEST_F(DeleteTest, AcceptedDeleteThatDoesNotSayWhereToPollFailsAndSaysSo) {
   EXPECT_EQ(transport_->requestCount(), 5U);
 }
 
+TEST_F(DeleteTest, PollAddressesAreAskedAsTheyWereGivenAtTheServerOfTheDelete) {
+  const auto pollAt = [this](const char* base, const char* pollApi) {
+    transport_->answer(answerWith(200, json({{"httpStatusCode", 202}, {"poll_api", pollApi}})));
+    answerAll({kDone});
+    BinaryFileStorageInterface::deleteWithUrl(base, "7", {}, {}, onSuccess(), onFailure(), {});
+    return awaitNext();
+  };
+  const struct {
+    const char *base, *pollApi, *url;
+  } kept[] = {
+      {kUrl, "/jobs?id=a%2Fb%20c+d&x=1", "http://127.0.0.1/services/jobs?id=a%2Fb%20c+d&x=1"},
+      {kUrl, ".evil.test/x", "http://127.0.0.1/services.evil.test/x"},
+      {"http://services.example/services/v1", "@evil.test/",
+       "http://services.example/services@evil.test/"},
+  };
+  for (const auto& item : kept) {
+    EXPECT_EQ(pollAt(item.base, item.pollApi).block, "success") << item.pollApi;
+    EXPECT_EQ(transport_->requests().back().url, item.url);
+  }
+  const std::size_t before = transport_->requestCount();
+  const Event refused = pollAt("http://services.example/v1", "@evil.test/x?token=marker");
+  EXPECT_EQ(codeAndDomain(refused), "6018 BinaryNetworkUtils");
+  EXPECT_THAT(refused.value.dictionaryValue()["localizedDescription"].textValue(),
+              testing::HasSubstr("evil.test/x"));
+  EXPECT_EQ(transport_->requestCount() - before, 1U) << "the delete alone";
+}
+
 TEST_F(DeleteTest, RequestsCarryTheHeadersWithTheirOwnContentType) {
   answerAll({kAccepted, kDone});
   start({{"content-type", "text/x"},

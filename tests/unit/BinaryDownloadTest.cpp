@@ -74,6 +74,28 @@ TEST_F(DownloadTest, OutsideStoreSeesNeitherTokenNorQuery) {
   EXPECT_TRUE(std::filesystem::is_regular_file(downloads_ + "/a.bin"));
 }
 
+TEST_F(DownloadTest, LookUpKeepsItsAnswerWhichHasNoSayInWhereTheBytesComeFrom) {
+  const Dictionary kept{{"url", "http://evil.test/services"},
+                        {"headers", Dictionary{{"A", "evil"}}},
+                        {"settings", 1},
+                        {"file", "f"},
+                        {"uploadParams", 2}};
+  Dictionary answer{{"records", Array{record("a.bin")}}, {"options", 3}, {"callback", 4}};
+  answer.addEntries(kept);
+  transport_->answer(answerWith(200, json(answer)));
+  transport_->answer(answerWith(200, "bytes"));
+  download();
+  const Event event = awaitNext();
+  ASSERT_EQ(event.block, "success");
+  const Dictionary result = event.value.dictionaryValue();
+  for (const auto& entry : kept) EXPECT_EQ(result[entry.key], entry.value) << entry.key;
+  EXPECT_FALSE(result.contains("options"));
+  EXPECT_FALSE(result.contains("callback"));
+  const auto request = transport_->requests().at(1);
+  EXPECT_THAT(request.url, StartsWith("http://127.0.0.1/services/get?"));
+  EXPECT_EQ(request.header("A"), "b");
+}
+
 TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
   std::filesystem::create_directory(downloads_);
   const Dictionary ofServer{{"forceDownload", true}};  // which has no say in it

@@ -151,6 +151,63 @@ TEST(BinaryNetworkUrlTest, ServiceUrlsAreCutAtServices) {
   EXPECT_EQ(fileUrl({}, url), "(none)(none)");
 }
 
+TEST(BinaryNetworkUrlTest, AddressesOfTheServiceStayAtTheServerThatTheyWereGivenFor) {
+  const std::string own = "#middlewaredomain";
+  const std::string url = "http://h:81/services/x";
+  const struct {
+    std::string current;
+    Value domain, path;
+    std::string address;  // empty: refused
+  } cases[] = {
+      {url, own, "/f?a=1", "http://h:81/services/f?a=1"},
+      {url, own, ".evil.test/x", "http://h:81/services.evil.test/x"},
+      {url, own, "@evil.test/x", "http://h:81/services@evil.test/x"},
+      {url, own, "http://evil.test/", "http://h:81/serviceshttp://evil.test/"},
+      {url, own, "\\\\evil.test/x", "http://h:81/services\\\\evil.test/x"},
+      {url, own, nullptr, "http://h:81/services(none)"},
+      {"http://h/?services", own, ".evil.test/", "http://h/?services.evil.test/"},
+      {"http://h#services", own, "@evil.test/", "http://h#services@evil.test/"},
+      {"http://u:p@h/services", own, "/f", "http://u:p@h/services/f"},
+      {"http://services.example/services/x", own, "/f", "http://services.example/services/f"},
+      {"http://services.example", own, ".evil.test/x", ""},
+      {"http://services.example/x", own, "@evil.test/x", ""},
+      {"http://services.example:81", own, "0/x", ""},
+      {"http://services@h/x", own, "/f", ""},
+      {"http://h\\services.evil/services", own, "/f", ""},
+      {"http://h@i@services/services", own, "/f", ""},
+      {"http://h/", own, "/f", ""},
+      {url, "http://store", "/o?sig=1", "http://store/o?sig=1"},
+      {url, "HTTPS://Store:443/a", "b", "HTTPS://Store:443/ab"},
+      {url, "http://[::1]:8", "/o", "http://[::1]:8/o"},
+      {url, "http://store", ".evil.test/x", ""},
+      {url, "http://store", "@evil.test/x", ""},
+      {url, "http://store", ":81@evil.test/x", ""},
+      {url, "http://store", "\\@evil.test/x", ""},
+      {url, "http://store", ":81/x", ""},
+      {url, "http://store:8", "1/x", ""},
+      {url, "http://", "evil.test/x", ""},
+      {url, "http:", "//evil.test/x", ""},
+      {url, "ftp://store", "/x", ""},
+      {url, 5, "/x", ""},
+      {url, nullptr, "/x", "(none)/x"},
+  };
+  for (const auto& item : cases) {
+    SCOPED_TRACE(item.current + " " + item.domain.textValue() + " " + item.path.textValue());
+    const auto address = BinaryNetworkUtils::fileOperationUrlAtItsServer(
+        {{"domain", item.domain}, {"relativepath", item.path}}, item.current);
+    ASSERT_EQ(address.ok(), !item.address.empty());
+    if (address.ok()) {
+      EXPECT_EQ(*address, item.address);
+    } else {
+      EXPECT_EQ(address.error()->code(), 6018);
+      const std::string path = item.path.textValue();
+      const std::size_t host = path.find("evil");
+      EXPECT_THAT(address.error()->localizedDescription(),
+                  HasSubstr(host == std::string::npos ? "is refused" : path.substr(host)));
+    }
+  }
+}
+
 TEST(BinaryNetworkUrlTest, QueryParametersOfAnyTextAreRead) {
   const std::pair<std::string, Dictionary> cases[] = {
       {"", {}},
@@ -163,6 +220,8 @@ TEST(BinaryNetworkUrlTest, QueryParametersOfAnyTextAreRead) {
   for (const auto& [url, params] : cases) {
     EXPECT_EQ(BinaryNetworkUtils::extractQueryParams(url), params) << url;
   }
+  EXPECT_EQ(BinaryNetworkUtils::appendQueryOfUrl("u", {{"a", "%2F+ b"}, {"c&", "=#"}}),
+            "u?a=%2F+%20b&c%26=%3D%23");
 }
 
 }  // namespace

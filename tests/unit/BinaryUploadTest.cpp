@@ -234,6 +234,10 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
   };
   Dictionary patch = putToService();
   patch.set("method", "patch");
+  const Dictionary elsewhere{{"domain", "http://store"}, {"relativepath", "@evil.test/"}};
+  const ScriptedAnswer foreignCommit = answerWith(
+      200,
+      json({{"upload_template", json(putToService())}, {"commitUrl", "http://evil.test/commit"}}));
   const ScriptedAnswer ok = answerWith(200, "{}");
   const ScriptedAnswer none = answerWith(204, std::nullopt);
   const ScriptedAnswer down = test::failWith(7, "connection refused");
@@ -252,6 +256,8 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       {"creation without body", {none}, 0, 6014, 0},
       {"creation 500", {page}, 0, 6003, 0},
       {"no template", {ok}, 0, 6009, 0},
+      {"foreign path", {created(elsewhere)}, 6018, 6018, 0},
+      {"foreign commit", {foreignCommit}, 6018, 6018, 0},
       {"bad template", {junk}, 1, 1, 0},
       {"unknown method", {created(patch)}, 0, 6012, 0},
       {"second chunk refused", {start, ok, down}, 7, 7, 1},

@@ -82,6 +82,11 @@ TEST(TemplateUtilTest, NoDomainGivesNoEndPointAndATokenReplacesOthersOfItsName) 
   EXPECT_EQ(endPoint(Dictionary{{"relativepath", "p"}}, options), std::nullopt);
   EXPECT_EQ(endPoint(std::nullopt, options), std::nullopt);
   EXPECT_EQ(endPoint(ofService, Dictionary{}), std::nullopt);
+  EXPECT_EQ(endPoint(ofService, Dictionary{{"domain", nullptr}}), std::nullopt);
+  EXPECT_EQ(endPoint(Dictionary{{"domain", nullptr}, {"relativepath", "p"}}, options),
+            std::nullopt);
+  EXPECT_EQ(endPoint(Dictionary{{"domain", "http://d"}, {"relativepath", nullptr}}, options),
+            "http://d");
 
   const auto inject = &TemplateUtil::injectVaroAuthorizationInto;
   EXPECT_EQ(inject(Dictionary{{"x-pelmar-authorization", "old"}}, options),

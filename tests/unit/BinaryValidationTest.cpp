@@ -1,9 +1,12 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 #include "Platform/Foundation/Error.h"
 #include "tests/support/Files.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
+
+#include <array>
 
 namespace varo::binary {
 namespace {
@@ -139,6 +142,28 @@ TEST(ValidationUtilsTest, DownloadAndUpdateParametersFailInTheDomainOfTheRuleThe
         "Update metadata validation failed : "},
        {withMetadata(good, "file_id", ""), "UpdateError 6016", emptyId.detail, emptyId.failureLog}},
       &ValidationUtils::validateUpdateParams);
+}
+
+TEST(KnownKeysTest, KeysThatNothingReadsAreWarnedOfWithTheNearestOne) {
+  constexpr std::array<std::string_view, 3> kKnown = {"chunkSize", "forceDownload", "domain"};
+  const std::pair<std::string, std::string> nearest[] = {{"ChunkSize", "chunkSize"},
+                                                         {"chunk_sise", "chunkSize"},
+                                                         {"forcedownlod", "forceDownload"},
+                                                         {"domian", "domain"},
+                                                         {"dom", ""},
+                                                         {"other", ""},
+                                                         {"", ""},
+                                                         {std::string(1000, 'c'), ""}};
+  for (const auto& [key, meant] : nearest) EXPECT_EQ(nearestKnownKey(key, kKnown), meant) << key;
+
+  const test::RecordingLog log(LogLevel::kTrace);
+  warnOfUnknownKeys("the options", {{"domain", 1}, {"chunksize", "hidden"}, {"x", 1}}, kKnown);
+  ASSERT_EQ(log->lines().size(), 2U);
+  EXPECT_EQ(log->count(LogLevel::kWarning,
+                       "Nothing reads \"chunksize\" in the options; did you "
+                       "mean \"chunkSize\"?"),
+            1);
+  EXPECT_EQ(log->count(LogLevel::kWarning, "Nothing reads \"x\" in the options"), 1);
 }
 
 }  // namespace

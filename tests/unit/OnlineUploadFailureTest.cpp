@@ -1,6 +1,9 @@
 #include "Binary/Binary/UploadTask/BytesUploadHandlerTask.h"
 #include "Binary/Binary/UploadTask/MultiPartUploaderTask.h"
 #include "Binary/Binary/UploadTask/UploadTemplateGetterTask.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Platform/Foundation/Cancellation.h"
+#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/OnlineUploadFixture.h"
 #include "tests/support/OwnProcess.h"
@@ -79,6 +82,9 @@ TEST_F(OnlineUploadFailureTest, FailedRequestsAreReportedWithTheErrorsOfTheirTas
        {},
        "failed UploadTemplateTask " + kWrongStatus + ": " + std::string(4096, 'b')},
       {failWith(7, "lost"), {}, lost},
+      {answerWith(401, "the key AK1 is old, not k-e-y"),
+       {},
+       "failed UploadTemplateTask " + kWrongStatus + ": the key AK1 is old, not <redacted>"},
       {answerWith(200, kBinary), failWith(7, "lost"), "started, " + lost},
       {answerWith(200, kBinary), answerWith(403, "why"),
        "started, failed BackendUploaderTask " + kWrongStatus},
@@ -88,15 +94,28 @@ TEST_F(OnlineUploadFailureTest, FailedRequestsAreReportedWithTheErrorsOfTheirTas
        "started, failed BackendUploadedTask " + kWrongStatus},
       {answerWith(200, kForm), answerWith(201, "made"), "started, completed made"},
   };
-  const Dictionary params{{"p", 1}};
+  const Dictionary params{{"p", 1}, {"secretAccessKey", "k-e-y"}};
   for (const auto& item : cases) {
     template_ = item.templateAnswer;
     answer_ = item.answer;
     EXPECT_EQ(outcome(config({{"uploadParams", params}})), item.outcome);
     const Call last = calls().back();
     EXPECT_EQ(last.uploadParams, Value(params));
-    if (const platform::Array* errors = last.error.array()) {
-      EXPECT_EQ((*errors)[0].error()->userInfo().size(), 1U);  // the message alone
+    const platform::Array* errors = last.error.array();
+    if (errors == nullptr) continue;
+    // The message, and what the transport said of a request that got no answer.
+    const platform::ErrorPtr error = (*errors)[0].error();
+    const bool isLost = item.outcome.ends_with(lost);
+    EXPECT_EQ(error->userInfo().size(), isLost ? 2U : 1U);
+    EXPECT_EQ(platform::firstCause(*error).code(), isLost ? 7 : error->code());
+  }
+}
+
+TEST_F(OnlineUploadFailureTest, RequestsThatEndWithoutAnAnswerGiveTheirPlacesBack) {
+  for (const ScriptedAnswer& end : {endWithNothing(), dropCompletion(), throwFromSend()}) {
+    template_ = end;
+    for (int i = 0; i < 6; ++i) {
+      EXPECT_THAT(outcome(config()), StartsWith("failed BackendUploaderTask 6006 Upload error: "));
     }
   }
 }
@@ -133,11 +152,168 @@ TEST_F(OnlineUploadFailureTest, PoliciesDifferWhereBytesWouldBeLost) {
   EXPECT_EQ(transport_->requestCount(), before + 3);  // the templates'
 
   template_ = answerWith(200, kBinary);
-  answer_ = answerWith(403, "the reason");
-  EXPECT_EQ(outcome(config()), "started, failed BackendUploaderTask " + kWrongStatus);
+  answer_ = answerWith(403, "the reason, not k-e-y");
+  EXPECT_EQ(outcome(config({{"uploadParams", Dictionary{{"secretAccessKey", "k-e-y"}}}})),
+            "started, failed BackendUploaderTask " + kWrongStatus);
   const Dictionary userInfo = (*calls().back().error.array())[0].error()->userInfo();
   EXPECT_EQ(userInfo["httpStatusCode"], Value(403));
-  EXPECT_EQ(userInfo["responseBody"], Value("the reason"));
+  EXPECT_EQ(userInfo["responseBody"], Value("the reason, not <redacted>"));
+}
+
+TEST_F(OnlineUploadFailureTest, PoliciesDifferInWhatIsASuccessAndWhichTemplatesAreFollowed) {
+  const std::string stored = "started, completed stored";
+  const std::string unknown = "failed UploadTask 6013 UploadTask (code 6013)";
+  const std::string noBytes =
+      "failed UploadTask 6012 Unable to upload file - Invalid parameter value: with its "
+      "\"uploadMode\" and \"method\" the upload template would have no bytes sent";
+  const auto target = [](const std::string& mode, const std::string& method) {
+    return answerWith(200, R"({"uploadMode":")" + mode + R"(","method":)" + method +
+                               R"(,"endpointUrl":"http://store/o","requestBody":{"f":"file"}})");
+  };
+  const ScriptedAnswer done = answerWith(200, "stored");
+  const struct {
+    ScriptedAnswer uploadTemplate, answer;
+    std::string compatible, safe;
+  } cases[] = {
+      {answerWith(200, kBinary), answerWith(204, std::nullopt),
+       "started, failed BackendUploaderTask " + kWrongStatus, "started, completed "},
+      {answerWith(200, kForm), answerWith(299, "stored"),
+       "started, failed BackendUploadedTask " + kWrongStatus, stored},
+      {answerWith(200, kForm), answerWith(200, std::nullopt), "started, completed ",
+       "started, completed "},
+      {answerWith(200, kForm), answerWith(300, "stored"),
+       "started, failed BackendUploadedTask " + kWrongStatus,
+       "started, failed BackendUploadedTask " + kWrongStatus},
+      {answerWith(200, std::nullopt), done, unknown,
+       "failed UploadTemplateTask 6014 Empty Body Received from Server"},
+      {answerWith(200, ""), done, unknown,
+       "failed UploadTemplateTask 6014 Empty Body Received from Server"},
+      {answerWith(200, "<html>log in</html>"), done, unknown, noBytes},
+      {target("Binary", "null"), done, unknown, noBytes},
+      {target("binary", R"("put")"), done, stored, stored},
+      {target("binary", "null"), done, stored, stored},
+      {target("binary", R"("POST")"), done, stored, noBytes},
+      {target("multipart", R"("Post")"), done, stored, stored},
+      {target("multipart", R"("PUT")"), done, stored, noBytes},
+  };
+  for (const auto& item : cases) {
+    template_ = item.uploadTemplate;
+    answer_ = item.answer;
+    setTransferPolicy(TransferPolicy::kCompatible);
+    EXPECT_EQ(outcome(config()), item.compatible);
+    setTransferPolicy(TransferPolicy::kSafe);
+    const std::size_t before = transport_->requestCount();
+    EXPECT_EQ(outcome(config()), item.safe);
+    EXPECT_EQ(transport_->requestCount(), before + (item.safe.starts_with("started") ? 2 : 1));
+  }
+}
+
+TEST_F(OnlineUploadFailureTest, PathOfATemplateLeadsToNoOtherServerThanItsDomain) {
+  const struct {
+    std::string domain, path, target;
+  } cases[] = {{"#middlewaredomain", "/up", "http://svc:1/up"},
+               {"#middlewaredomain", "?q=1", "http://svc:1?q=1"},
+               {"#middlewaredomain", ".evil.test/x", ""},
+               {"#middlewaredomain", "@evil.test/x", ""},
+               {"#middlewaredomain", "0/x", ""},
+               {"#middlewaredomain", "\\\\@evil.test/x", ""},
+               {"http://store", "/up", "http://store/up"},
+               {"http://store", ".evil.test/x", ""}};
+  for (const TransferPolicy policy : {TransferPolicy::kCompatible, TransferPolicy::kSafe}) {
+    setTransferPolicy(policy);
+    for (const auto& item : cases) {
+      template_ = answerWith(200, R"({"uploadMode":"binary","domain":")" + item.domain +
+                                      R"(","relativepath":")" + item.path + "\"}");
+      const std::size_t before = transport_->requestCount();
+      const std::string ended = outcome(
+          config(), Dictionary{{"domain", "http://svc:1"}, {"X-Pelmar-Authorization", "t"}});
+      if (item.target.empty()) {
+        EXPECT_THAT(ended, StartsWith("failed BackendUploaderTask 6018 ")) << item.path;
+        EXPECT_EQ(transport_->requestCount(), before + 1) << item.path;
+      } else {
+        EXPECT_EQ(ended, "started, completed stored");
+        EXPECT_EQ(transport_->requests().back().url, item.target);
+      }
+    }
+  }
+}
+
+TEST_F(OnlineUploadFailureTest, TokenStaysWithItsServersUnderTheSafePolicy) {
+  const Dictionary options{{"domain", "http://svc"}, {"X-Pelmar-Authorization", "token"}};
+  const struct {
+    std::string target;
+    bool isOwn;
+  } cases[] = {{R"("endpointUrl":"http://store/o")", false},
+               {R"("endpointUrl":"http://backend/o")", true},
+               {R"("endpointUrl":"http://BACKEND:80/o")", true},
+               {R"("endpointUrl":"https://backend/o")", false},
+               {R"("endpointUrl":"http://backend:8080/o")", false},
+               {R"("domain":"#middlewaredomain","relativepath":"/o")", true},
+               {R"("domain":"http://store","relativepath":"/o")", false}};
+  for (const auto& item : cases) {
+    for (const TransferPolicy policy : {TransferPolicy::kCompatible, TransferPolicy::kSafe}) {
+      setTransferPolicy(policy);
+      template_ = answerWith(200, R"({"uploadMode":"binary",)" + item.target + "}");
+      EXPECT_EQ(outcome(config(), options), "started, completed stored");
+      EXPECT_EQ(transport_->requests().back().header("X-Pelmar-Authorization").has_value(),
+                item.isOwn || policy == TransferPolicy::kCompatible)
+          << item.target;
+    }
+  }
+}
+
+TEST_F(OnlineUploadFailureTest, AnswersAreLimitedAndSettingsAndCancellationAreTheUploadsOwn) {
+  // What a changed setting of the process, after the start, does not reach.
+  const auto other = std::make_shared<FakeHttpTransport>();
+  other->setHandler([](const RecordedRequest& request) {
+    setTransferPolicy(TransferPolicy::kCompatible);
+    return request.url == kTemplateUrl ? answerWith(200, kBinary) : answerWith(204, std::nullopt);
+  });
+  setTransferPolicy(TransferPolicy::kSafe);
+  auto settings = std::make_shared<OperationSettings>();
+  settings->transport = other;
+  EXPECT_EQ(outcome(config(), Dictionary{{"settings", settings}}), "started, completed ");
+  EXPECT_EQ(other->requestCount(), 2U);
+  EXPECT_EQ(transport_->requestCount(), 0U);
+  for (const RecordedRequest& request : other->requests()) {
+    EXPECT_EQ(request.limits.success, std::uint64_t{1} << 20U);
+    EXPECT_EQ(request.limits.error, std::uint64_t{64} << 10U);
+  }
+
+  transport_->hold();
+  const auto cancellation = std::make_shared<platform::Cancellation>();
+  upload(config(), Dictionary{{"cancellation", cancellation}});
+  awaitHeld(1);
+  cancellation->cancel();
+  awaitEnds(2);
+  EXPECT_THAT(calls().back().summary, StartsWith("failed BackendUploaderTask 6006 "));
+  EXPECT_EQ(platform::firstCause(*(*calls().back().error.array())[0].error()).code(), 1009);
+}
+
+TEST_F(OnlineUploadFailureTest, MisspelledKeysAreWarnedOfAndSecretsOfATemplateStandInNoError) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  const test::RecordingLog log;
+  template_ = answerWith(200, R"({"opstatus":1,"a":[{"secretAccessKey":"marker-1"}],)"
+                              R"("headers":{"Authorization":"marker-2","X":"y"}})");
+  EXPECT_THAT(outcome(config({{"uploadParam", Dictionary()}}), Dictionary{{"Domain", "d"}}),
+              StartsWith("failed UploadTask 6006"));
+  const auto info = platform::json::serialize(calls().back().error.error()->userInfo());
+  EXPECT_THAT(info.value(),
+              testing::AllOf(HasSubstr(R"("X":"y")"), testing::Not(HasSubstr("marker-"))));
+  EXPECT_EQ(log->count(LogLevel::kWarning,
+                       "Nothing reads \"uploadParam\" in the configuration; did "
+                       "you mean \"uploadParams\"?"),
+            1);
+  EXPECT_EQ(log->count(LogLevel::kWarning,
+                       "Nothing reads \"Domain\" in the options; did you mean \"domain\"?"),
+            1);
+  // An error of the configuration is logged whole.
+  (void)outcome({{"URL", "u"}});
+  EXPECT_EQ(
+      log->count(LogLevel::kError,
+                 "Input validations failed for uploadTask: UploadError 6010: Unable to upload "
+                 "file - Missing parameter: Either FilePath or RawBytes needs to be specified"),
+      1);
 }
 
 TEST_F(OnlineUploadFailureTest, PoliciesDifferWhereATemplateOrAnAnswerCannotBeRead) {

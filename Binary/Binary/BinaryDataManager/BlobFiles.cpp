@@ -3,7 +3,6 @@
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryLogger.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
@@ -11,6 +10,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string_view>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -18,7 +18,9 @@ namespace varo::binary {
 
 using platform::Dictionary;
 using platform::Error;
+using platform::ErrorPtr;
 using platform::Result;
+using platform::Value;
 
 namespace {
 
@@ -54,9 +56,17 @@ bool isUsable(std::int64_t state) {
   return state == kFileAvailable || state == kUploadAccepted || state == kUploadInProgress;
 }
 
+/// The path that a row notes, where the policy has it handed out.
+std::optional<std::string> notedPath(const Dictionary& row, TransferPolicy policy) {
+  if (policy == TransferPolicy::kSafe) return localPathIn(row);
+  std::string path = row[blobs::kLocalPath].textValue();
+  if (path.empty() || path == blobs::kNull) return std::nullopt;
+  return path;
+}
+
 /// The path of the file of a record that exists, where it has a usable one.
 std::optional<std::string> usablePath(const BlobStoreTable& table, const Dictionary& record,
-                                      const std::string& columnName) {
+                                      const std::string& columnName, TransferPolicy policy) {
   const auto blobId = BlobStoreTable::linkIn(record, columnName);
   if (!blobId || *blobId == blobs::kNull) {
     logger().logDebug(kNotDownloadedYet);
@@ -66,9 +76,13 @@ std::optional<std::string> usablePath(const BlobStoreTable& table, const Diction
   const Dictionary row = table.row(*blobId).value_or(Dictionary());
   const std::int64_t state = row[blobs::kState].integerValue();
   logger().logDebug(kStateIs, state);
-  if (isUsable(state)) return localPathIn(row);
+  if (isUsable(state)) return notedPath(row, policy);
   logger().logDebug(kDownloadInterrupted);
   return std::nullopt;
+}
+
+ErrorPtr databaseError(std::string_view message, const ErrorPtr& cause) {
+  return blobError(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, message, cause);
 }
 
 /// Of a record that is linked to no blob: makes a row that says nothing but that it is deleted.
@@ -78,71 +92,112 @@ BlobDeletion deleteUnlinked(const BlobStoreTable& table, const BlobColumn& colum
                                         {blobs::kColumnName, column.columnName},
                                         {blobs::kTableName, column.tableName}});
   BlobDeletion deletion;
-  if (BlobStoreTable::isFailedInsert(id)) {
+  if (table.isFailedInsert(id)) {
     logger().logError(kErrorInsertingRow);
-    deletion.error =
-        blobError(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, kErrorInsertingRow);
+    deletion.error = databaseError(kErrorInsertingRow, nullptr);
     return deletion;
   }
   logger().logInfo(kRowCreated);
   logger().logDebug(kInsertedBlobId, id);
   deletion.blobId = std::to_string(id);
-  if (table.setLink(column.tableName, column.columnName, column.primaryKeys, id)) {
+  const auto linked = table.setLink(column.tableName, column.columnName, column.primaryKeys, id);
+  if (linked) {
     logger().logDebug(kLinked, id);
     deletion.recorded = true;
   } else {
     logger().logError(kNotLinked, id);
-    deletion.error =
-        blobError(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, kErrorUpdatingRow);
+    deletion.error = databaseError(kErrorUpdatingRow, linked.error());
   }
   return deletion;
 }
 
+/// Changes the row of the deletion's blob. Whether it did; else the error is that of the deletion.
+bool update(const BlobStoreTable& table, const Dictionary& values, BlobDeletion& deletion) {
+  const auto updated = table.update(*deletion.blobId, values);
+  if (updated) {
+    logger().logDebug(kUpdated, *deletion.blobId);
+  } else {
+    logger().logError(kNotUpdated, *deletion.blobId);
+    deletion.error = databaseError(kErrorUpdatingParentTable, updated.error());
+  }
+  return updated.ok();
+}
+
+/// 0 for a regular file, ENOENT for none; another number for what stays where it is.
+int whyNotRemovable(const std::string& path) {
+  // A row that names no file says "" or "NULL"; neither may be taken for a relative path.
+  if (!isAbsolutePath(path)) return EINVAL;
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  return S_ISREG(status.st_mode) ? 0 : EINVAL;
+}
+
+ErrorPtr notRemoved(const ErrorPtr& cause) {
+  return blobError(kDeleteBinaryErrorDomain, kCodeInvalidStateForBinaryOperation, kFileNotRemoved,
+                   cause);
+}
+
+/// The file, then the row: what the database refuses leaves a row without its file.
+void removeThenRecord(const BlobStoreTable& table, const Dictionary& row, BlobDeletion& deletion) {
+  deletion.fileRemoved = BlobFiles::removeFileAt(row[blobs::kLocalPath].textValue()).ok();
+  if (!deletion.fileRemoved) return;
+  deletion.recorded = update(
+      table, {{blobs::kLocalPath, blobs::kNull}, {blobs::kState, kDeleteAccepted}}, deletion);
+}
+
+/// The row keeps the path until the file is gone, so that whatever breaks this off can be repeated.
+void recordThenRemove(const BlobStoreTable& table, const Dictionary& row, BlobDeletion& deletion) {
+  const std::string path = row[blobs::kLocalPath].textValue();
+  if (const int failure = whyNotRemovable(path); failure != 0 && failure != ENOENT) {
+    deletion.error = notRemoved(Error::fromErrno(failure, "Deleting", path));
+    return logger().logError(kCouldNotDelete, deletion.error);
+  }
+  deletion.recorded = update(table, {{blobs::kState, kDeleteAccepted}}, deletion);
+  if (!deletion.recorded) return;
+  const auto removed = BlobFiles::removeFileAt(path);
+  deletion.fileRemoved = removed.ok();
+  if (removed) {
+    (void)update(table, {{blobs::kLocalPath, blobs::kNull}}, deletion);
+    return;
+  }
+  deletion.error = notRemoved(removed.error());
+  const Value former =
+      row[blobs::kState] == Value(blobs::kNull) ? Value(nullptr) : row[blobs::kState];
+  // Where this fails as well, the deletion stays recorded, and is told to be.
+  deletion.recorded = !table.update(*deletion.blobId, {{blobs::kState, former}}).ok();
+}
+
 BlobDeletion deleteLinked(const BlobStoreTable& table, const std::optional<std::string>& blobId,
-                          bool removeNow) {
+                          bool removeNow, TransferPolicy policy) {
   logger().logDebug(kBlobIdExists, blobId.value_or(std::string()));
   BlobDeletion deletion;
   deletion.blobId = blobId;
   const auto row = blobId ? table.row(*blobId) : std::nullopt;
   if (!row) {
     logger().logError(kNoRow, blobId.value_or(std::string()));
-    deletion.error = blobError(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, kRowNotExists);
-    return deletion;
-  }
-  Dictionary values{{blobs::kState, kDeleteAccepted}};
-  if (removeNow) {
-    deletion.fileRemoved = BlobFiles::removeFileAt((*row)[blobs::kLocalPath].textValue());
-    if (!deletion.fileRemoved) {
-      if (transferPolicy() == TransferPolicy::kSafe) {
-        deletion.error = blobError(kDeleteBinaryErrorDomain, kCodeInvalidStateForBinaryOperation,
-                                   kFileNotRemoved);
-      }
-      return deletion;
-    }
-    values.set(blobs::kLocalPath, blobs::kNull);
-  }
-  deletion.recorded = table.update(*blobId, values);
-  if (deletion.recorded) {
-    logger().logDebug(kUpdated, *blobId);
+    deletion.error = databaseError(kRowNotExists, nullptr);
+  } else if (!removeNow) {
+    deletion.recorded = update(table, {{blobs::kState, kDeleteAccepted}}, deletion);
+  } else if (policy == TransferPolicy::kSafe) {
+    recordThenRemove(table, *row, deletion);
   } else {
-    logger().logError(kNotUpdated, *blobId);
-    deletion.error =
-        blobError(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, kErrorUpdatingParentTable);
+    removeThenRecord(table, *row, deletion);
   }
   return deletion;
 }
 
 }  // namespace
 
-Result<std::string> BlobFiles::filePath(const BlobColumn& column) {
-  const BlobStoreTable table(column.databaseName);
+Result<std::string> BlobFiles::filePath(const BlobColumn& column, TransferPolicy policy) {
+  const BlobStoreTable table(column.databaseName, policy);
   const auto record = table.record(column.tableName, column.primaryKeys);
   if (!record) {
     logger().logError(kNoPrimaryKey);
     return blobError(kDownloadTaskErrorDomain, kCodeBinaryRecordDoesNotExist,
                      kRowWithPrimaryKeyNotExists);
   }
-  auto path = usablePath(table, *record, column.columnName);
+  auto path = usablePath(table, *record, column.columnName, policy);
   if (!path) {
     logger().logError(kPathNotRetrieved);
     return blobError(kDownloadTaskErrorDomain, kCodeInvalidStateForBinaryOperation,
@@ -152,8 +207,9 @@ Result<std::string> BlobFiles::filePath(const BlobColumn& column) {
   return *std::move(path);
 }
 
-BlobDeletion BlobFiles::recordDeletion(const BlobColumn& column, bool removeNow) {
-  const BlobStoreTable table(column.databaseName);
+BlobDeletion BlobFiles::recordDeletion(const BlobColumn& column, bool removeNow,
+                                       TransferPolicy policy) {
+  const BlobStoreTable table(column.databaseName, policy);
   const auto record = table.record(column.tableName, column.primaryKeys);
   if (!record) {
     logger().logError(kRowWithPrimaryKeyNotExists);
@@ -165,29 +221,20 @@ BlobDeletion BlobFiles::recordDeletion(const BlobColumn& column, bool removeNow)
   logger().logDebug(kRowExists);
   const auto link = BlobStoreTable::linkIn(*record, column.columnName);
   return link == blobs::kNull ? deleteUnlinked(table, column)
-                              : deleteLinked(table, link, removeNow);
+                              : deleteLinked(table, link, removeNow, policy);
 }
 
-bool BlobFiles::removeFileAt(const std::string& path) {
-  const auto failed = [&path](int number) {
-    logger().logError(kCouldNotDelete, Error::fromErrno(number, "Deleting", path));
-    return false;
-  };
-  // A row that names no file says "" or "NULL"; neither may be taken for a relative path.
-  if (!isAbsolutePath(path)) return failed(EINVAL);
-  switch (platform::fileKindAt(path)) {
-    case platform::FileKind::kNothing:
-      return failed(ENOENT);
-    case platform::FileKind::kDirectory:
-      return failed(EISDIR);
-    case platform::FileKind::kOther:
-      return failed(EINVAL);
-    case platform::FileKind::kRegular:
-      break;
+Result<void> BlobFiles::removeFileAt(const std::string& path) {
+  int failure = whyNotRemovable(path);
+  // What is gone meanwhile is removed.
+  if (failure == 0 && ::unlink(path.c_str()) != 0 && errno != ENOENT) failure = errno;
+  if (failure != 0 && failure != ENOENT) {
+    auto error = Error::fromErrno(failure, "Deleting", path);
+    logger().logError(kCouldNotDelete, error);
+    return error;
   }
-  if (::unlink(path.c_str()) != 0) return failed(errno);
   logger().logDebug(kFileRemoved);
-  return true;
+  return {};
 }
 
 std::optional<std::int64_t> BlobFiles::bytesOnDisk(const Dictionary& row) {

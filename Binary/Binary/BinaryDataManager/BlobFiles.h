@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
@@ -33,19 +34,29 @@ class BlobFiles {
  public:
   BlobFiles() = delete;
 
-  /// Where the file of the record's binary column is, as its row says. Errors: domain
+  /// Where the file of the record's binary column is, as its row says: under
+  /// `TransferPolicy::kSafe` an absolute path, else any text but "" and "NULL". Errors: domain
   /// `kDownloadTaskErrorDomain`, code 5004 for no such record, 5001 for no usable file.
-  [[nodiscard]] static platform::Result<std::string> filePath(const BlobColumn& column);
+  [[nodiscard]] static platform::Result<std::string> filePath(const BlobColumn& column,
+                                                              TransferPolicy policy);
 
   /// Records the deletion of the record's binary column for the sync engine; `removeNow` also
-  /// deletes the file, without which nothing is recorded then. Errors: domain
-  /// `kDeleteBinaryErrorDomain`, code 5004 for no such record, 7001 for what the database refused;
-  /// under `TransferPolicy::kSafe` 5001 for a file that was to be removed and is still there.
-  [[nodiscard]] static BlobDeletion recordDeletion(const BlobColumn& column, bool removeNow);
+  /// deletes the file, without which nothing is recorded then. A file that is gone already, as
+  /// after a deletion that was broken off, counts as removed.
+  ///
+  /// Under `TransferPolicy::kSafe` the deletion is recorded before the file is removed, and no more
+  /// recorded when that fails; else the file goes first, so that it may be gone when the row cannot
+  /// be written.
+  ///
+  /// Errors: domain `kDeleteBinaryErrorDomain`, code 5004 for no such record, 7001 for what the
+  /// database refused; under `TransferPolicy::kSafe` 5001 for a file that was to be removed and is
+  /// still there. The cause is under `platform::kUnderlyingError`.
+  [[nodiscard]] static BlobDeletion recordDeletion(const BlobColumn& column, bool removeNow,
+                                                   TransferPolicy policy);
 
-  /// Deletes the regular file at this path. Whether there was one; for symbolic links, directories,
-  /// special files and paths that are not absolute there was none.
-  static bool removeFileAt(const std::string& path);
+  /// Deletes the regular file at this path. Whether there is none any more; symbolic links,
+  /// directories and special files stay, and a path that is not absolute is none.
+  static platform::Result<void> removeFileAt(const std::string& path);
 
   /// Bytes of the regular file that the row names; none where there is no such file.
   [[nodiscard]] static std::optional<std::int64_t> bytesOnDisk(const platform::Dictionary& row);

@@ -1,9 +1,10 @@
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 
+#include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <string_view>
 
@@ -11,6 +12,7 @@ namespace varo::binary {
 
 using platform::Array;
 using platform::Dictionary;
+using platform::Result;
 using platform::Value;
 
 namespace {
@@ -44,7 +46,8 @@ std::string linkColumn(const std::string& columnName) {
 
 }  // namespace
 
-BlobStoreTable::BlobStoreTable(const std::string& databaseName) : path_(getDBPath(databaseName)) {}
+BlobStoreTable::BlobStoreTable(const std::string& databaseName, TransferPolicy policy)
+    : path_(getDBPath(databaseName)), policy_(policy) {}
 
 std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
   std::string path = SQLiteUtil::pathOfDatabase(databaseName);
@@ -52,9 +55,8 @@ std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
   return path;
 }
 
-bool BlobStoreTable::isFailedInsert(std::int64_t id) {
-  return id == kInsertFailed ||
-         (id == kDatabaseNotOpened && transferPolicy() == TransferPolicy::kSafe);
+bool BlobStoreTable::isFailedInsert(std::int64_t id) const {
+  return id == kInsertFailed || (id == kDatabaseNotOpened && policy_ == TransferPolicy::kSafe);
 }
 
 std::optional<Dictionary> BlobStoreTable::firstRow(const std::string& tableName,
@@ -78,10 +80,19 @@ std::optional<std::string> BlobStoreTable::linkIn(const Dictionary& record,
   return link->textValue();
 }
 
-bool BlobStoreTable::setLink(const std::string& tableName, const std::string& columnName,
-                             const Dictionary& primaryKeys, std::int64_t blobId) const {
-  return SQLiteUtil::updateStatementForDatabase(
+/// A view's trigger may have changed a row that the database does not count.
+Result<void> BlobStoreTable::checkRow(const Result<std::int64_t>& changed,
+                                      const std::string& tableName, const Dictionary& where) const {
+  if (!changed) return changed.error();
+  if (*changed > 0 || firstRow(tableName, where)) return {};
+  return blobError(kDownloadTaskErrorDomain, kCodeBlobRowNotFound, kRowBlobId);
+}
+
+Result<void> BlobStoreTable::setLink(const std::string& tableName, const std::string& columnName,
+                                     const Dictionary& primaryKeys, std::int64_t blobId) const {
+  const auto changed = SQLiteUtil::updateRows(
       path_, tableName, {{linkColumn(columnName), std::to_string(blobId)}}, primaryKeys);
+  return checkRow(changed, tableName, primaryKeys);
 }
 
 std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& tableName,
@@ -129,15 +140,17 @@ std::int64_t BlobStoreTable::insert(const Dictionary& values) const {
   return SQLiteUtil::insertStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values);
 }
 
-bool BlobStoreTable::update(const std::string& blobId, const Dictionary& values) const {
-  return SQLiteUtil::updateStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values,
-                                                {{blobs::kId, blobId}});
+Result<void> BlobStoreTable::update(const std::string& blobId, const Dictionary& values) const {
+  const Dictionary where{{blobs::kId, blobId}};
+  const auto changed = SQLiteUtil::updateRows(path_, kVaroSyncBlobStoreMangager, values, where);
+  return checkRow(changed, kVaroSyncBlobStoreMangager, where);
 }
 
-bool BlobStoreTable::updateInState(const std::string& blobId, const Value& state,
-                                   const Dictionary& values) const {
-  return SQLiteUtil::updateStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values,
-                                                {{blobs::kId, blobId}, {blobs::kState, state}});
+Result<void> BlobStoreTable::updateInState(const std::string& blobId, const Value& state,
+                                           const Dictionary& values) const {
+  const auto changed = SQLiteUtil::updateRows(path_, kVaroSyncBlobStoreMangager, values,
+                                              {{blobs::kId, blobId}, {blobs::kState, state}});
+  return checkRow(changed, kVaroSyncBlobStoreMangager, {{blobs::kId, blobId}});
 }
 
 bool isAbsolutePath(std::string_view path) noexcept {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
@@ -33,17 +35,19 @@ inline constexpr char kNull[] = "NULL";
 /// decimal, or "NULL" for none.
 ///
 /// Nothing is kept in memory, and every call is one statement after the other, each committed by
-/// itself. Failures are logged by `SQLiteUtil`. Thread-safe.
+/// itself. Failures are logged by `SQLiteUtil`; those of a change are also returned: the errors of
+/// `SQLiteUtil::updateRows`, and of domain "DownloadTaskErrorDomain" 5, for a row that is not
+/// there. Thread-safe.
 class BlobStoreTable {
  public:
   /// The database of this name; see `SQLiteUtil::pathOfDatabase`.
-  explicit BlobStoreTable(const std::string& databaseName);
+  BlobStoreTable(const std::string& databaseName, TransferPolicy policy);
 
   /// The path that `SQLiteUtil::pathOfDatabase` gives, logged in this class's own words.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
   /// Whether this is what `insert` answers where there is no new row. Under
   /// `TransferPolicy::kCompatible`, a database that could not be opened gives the blob id 0.
-  [[nodiscard]] static bool isFailedInsert(std::int64_t id);
+  [[nodiscard]] bool isFailedInsert(std::int64_t id) const;
 
   /// The record with these primary keys, the first of several; none when there is none, it cannot
   /// be read, or no key is given.
@@ -53,9 +57,11 @@ class BlobStoreTable {
   /// column.
   [[nodiscard]] static std::optional<std::string> linkIn(const platform::Dictionary& record,
                                                          const std::string& columnName);
-  /// Links the record to the blob, each of several with these keys. Whether that succeeded.
-  [[nodiscard]] bool setLink(const std::string& tableName, const std::string& columnName,
-                             const platform::Dictionary& primaryKeys, std::int64_t blobId) const;
+  /// Links the record to the blob, each of several with these keys.
+  [[nodiscard]] platform::Result<void> setLink(const std::string& tableName,
+                                               const std::string& columnName,
+                                               const platform::Dictionary& primaryKeys,
+                                               std::int64_t blobId) const;
 
   /// The blob id of the record's binary column, for a download. A record that is linked to no blob
   /// yet gets a row, of the `responseType`, and its link. None, after a log entry, where there is
@@ -69,17 +75,26 @@ class BlobStoreTable {
   [[nodiscard]] std::optional<platform::Dictionary> row(const std::string& blobId) const;
   /// Inserts a row; see `SQLiteUtil::insertStatementForDatabase` and `isFailedInsert`.
   [[nodiscard]] std::int64_t insert(const platform::Dictionary& values) const;
-  /// Changes the row of this blob. True also when there is none.
-  [[nodiscard]] bool update(const std::string& blobId, const platform::Dictionary& values) const;
-  /// The same while the row is in this state, and nothing, true as well, when it is in another.
-  [[nodiscard]] bool updateInState(const std::string& blobId, const platform::Value& state,
-                                   const platform::Dictionary& values) const;
+  /// Changes the row of this blob.
+  [[nodiscard]] platform::Result<void> update(const std::string& blobId,
+                                              const platform::Dictionary& values) const;
+  /// The same while the row is in this state, and nothing, a success as well, when it is in
+  /// another.
+  [[nodiscard]] platform::Result<void> updateInState(const std::string& blobId,
+                                                     const platform::Value& state,
+                                                     const platform::Dictionary& values) const;
 
  private:
   [[nodiscard]] std::optional<platform::Dictionary> firstRow(
       const std::string& tableName, const platform::Dictionary& where) const;
 
+  /// Whether what `changed` tells of concerned a row, which is there.
+  [[nodiscard]] platform::Result<void> checkRow(const platform::Result<std::int64_t>& changed,
+                                                const std::string& tableName,
+                                                const platform::Dictionary& where) const;
+
   const std::string path_;
+  const TransferPolicy policy_;
 };
 
 /// Whether the system would take all of this for a path, whatever the current directory is.

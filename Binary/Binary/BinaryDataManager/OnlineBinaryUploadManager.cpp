@@ -9,9 +9,13 @@
 #include "Binary/Binary/UploadTask/UploadTemplateGetterTask.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
+#include "Platform/Foundation/Array.h"
+#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Foundation/WorkQueue.h"
@@ -46,6 +50,10 @@ namespace {
 constexpr std::string_view kUploadQueue = "onlineUploadQueue";
 /// Of errors that a template is the reason for.
 constexpr std::string_view kUploadTaskDomain = "UploadTask";
+constexpr std::string_view kPut = "PUT";
+constexpr std::string_view kPost = "POST";
+constexpr std::string_view kNoBytesSent =
+    "with its \"uploadMode\" and \"method\" the upload template would have no bytes sent";
 constexpr std::string_view kFormUrlEncoded = "application/x-www-form-urlencoded";
 
 constexpr std::string_view kStarting = "Starting UploadTask with sessionId %@";
@@ -117,6 +125,42 @@ void tell(std::function<void()> call) {
   platform::Runtime::shared().pool().postOrRun([call = std::move(call)] { callBlock(call); });
 }
 
+/// The entries that an upload reads of what the caller gives.
+constexpr std::array<std::string_view, 5> kConfigurationKeys = {
+    kURL, kFilePath, keys::kRawBytes, keys::kHeaders, keys::kUploadParams};
+constexpr std::array<std::string_view, 4> kOptionKeys = {kTemplateParamDomain, kVaroAuthorization,
+                                                         kOperationSettings, kCancellation};
+
+void warnOfMisspelledKeys(const Dictionary& configuration,
+                          const std::optional<Dictionary>& options) {
+  warnOfUnknownKeys("the configuration", configuration, kConfigurationKeys);
+  if (options) warnOfUnknownKeys("the options", *options, kOptionKeys);
+}
+
+/// A template as an error shows it: a server may put keys and tokens for the store into one.
+Value withoutSecrets(const Value& value) {
+  if (const platform::Array* array = value.array()) {
+    platform::Array shown;
+    for (const Value& element : *array) shown.append(withoutSecrets(element));
+    return shown;
+  }
+  if (!value.isDictionary()) return value;
+  Dictionary shown;
+  for (const platform::DictionaryEntry& entry : *value.dictionary()) {
+    shown.set(entry.key, platform::isSecretKey(entry.key) ? Value(platform::kRedacted)
+                                                          : withoutSecrets(entry.value));
+  }
+  return shown;
+}
+
+/// Whether the uploader of this mode sends what the template asks for: it knows one method alone.
+bool wouldSendBytes(const Value& mode, const Value& method) {
+  const bool isBinary = mode == Value(kUploadModeBinary);
+  if (!isBinary && mode != Value(kUploadModeMultipart)) return false;
+  return !CommonUtils::isGiven(method) ||
+         platform::equalIgnoringCase(method.textValue(), isBinary ? kPut : kPost);
+}
+
 }  // namespace
 
 /// What the caller gave.
@@ -124,6 +168,7 @@ struct OnlineBinaryUploadManager::Upload {
   std::optional<Dictionary> configuration;
   UploadBlocks blocks;
   std::optional<Dictionary> options;
+  OperationSettings::Ptr settings;
 };
 
 const std::shared_ptr<OnlineBinaryUploadManager>& OnlineBinaryUploadManager::sharedInstance() {
@@ -154,7 +199,9 @@ void OnlineBinaryUploadManager::createAndStartOnlineUploadTaskFor(
       sharedBlock<OnByteChunkUploadCompleted>(andOnChunkUploadCompletedCompletionBlock),
       sharedBlock<OnBytesUploadCompleted>(andOnBinaryUploadCompletedCompletionBlock),
       sharedBlock<OnUploadFailure>(andOnUploadFailureCompletionBlock)};
-  const auto upload = std::make_shared<const Upload>(Upload{configuration, blocks, andOptions});
+  const auto upload = std::make_shared<const Upload>(
+      Upload{configuration, blocks, andOptions,
+             OperationSettings::take(andOptions.value_or(Dictionary()))});
   onlineUploadQueue().async([self = shared_from_this(), upload] { self->start(upload); });
 }
 
@@ -183,7 +230,7 @@ void OnlineBinaryUploadManager::start(const std::shared_ptr<const Upload>& uploa
     logger().logInfo(kStarting, sessionId);
     error = validateInput(upload->configuration);
     if (error != nullptr) {
-      logger().logError(kInvalidInput, error->localizedDescription());
+      logger().logError(kInvalidInput, error);
     } else if (platform::Runtime::shared().isShutDown()) {
       // The engine would refuse the task without telling anybody.
       error = CommonUtils::generateErrorWith(
@@ -212,6 +259,8 @@ void OnlineBinaryUploadManager::schedule(const std::string& sessionId, const Upl
   // Nobody reads these: the request has the configuration's "headers".
   input.set(kDownloadHeaders, Dictionary{{kContentType, kFormUrlEncoded}});
   if (upload.options) input.set(keys::kOptions, *upload.options);
+  input.set(kOperationSettings, OperationSettings::value(upload.settings));
+  if (upload.settings->isSafe()) warnOfMisspelledKeys(*upload.configuration, upload.options);
   task->setInputContext(std::move(input));
   try {
     uploadTaskQueue_.addTaskAndCheckStartExecution(task, sessionId);
@@ -280,15 +329,23 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
   const Dictionary uploadTemplate =
       task.outputContext()[upload::kRedirectionTemplate].dictionaryValue();
   const auto refuse = [&](std::int32_t code) {
-    return failure(
-        task.blocks(), task,
-        std::make_shared<const Error>(std::string(kUploadTaskDomain), code, uploadTemplate));
+    return failure(task.blocks(), task,
+                   std::make_shared<const Error>(std::string(kUploadTaskDomain), code,
+                                                 withoutSecrets(uploadTemplate).dictionaryValue()));
   };
   if (uploadTemplate[kOpStatus].integerValue() != 0) {
     logger().logError(kOpstatusNotZero);
     return refuse(kCodeUploadFailure);
   }
   const Value& mode = uploadTemplate[keys::kUploadMode];
+  if (OperationSettings::of(task.inputContext())->isSafe() &&
+      !wouldSendBytes(mode, uploadTemplate[keys::kMethod])) {
+    return failure(task.blocks(), task,
+                   CommonUtils::generateErrorWith(
+                       kUploadTaskDomain, kCodeUploadInvalidParameterValue,
+                       platform::formatMessage(kMessageAndDetail,
+                                               {kUploadInvalidParameterValue, kNoBytesSent})));
+  }
   if (mode == Value(kUploadModeBinary)) {
     scheduleUploader(std::make_shared<BytesUploadHandlerTask>(task.name(), clock_), task);
   } else if (mode == Value(kUploadModeMultipart)) {
@@ -307,6 +364,7 @@ void OnlineBinaryUploadManager::scheduleUploader(const std::shared_ptr<UploaderT
   input.addEntries(after.outputContext());
   input.addEntries(former[upload::kContext].dictionaryValue());
   if (former.contains(keys::kOptions)) input.set(keys::kOptions, former[keys::kOptions]);
+  input.set(kOperationSettings, former[kOperationSettings]);
   uploader->setInputContext(std::move(input));
   uploader->setBlocks(after.blocks());
   uploadTaskQueue_.addTask(uploader, uploader->name());

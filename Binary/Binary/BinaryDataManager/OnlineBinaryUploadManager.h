@@ -43,9 +43,11 @@ class OnlineBinaryUploadManager final
   /// template), "FilePath" (text) or "rawBytes" (bytes), and may hold "headers" and "uploadParams"
   /// (dictionaries). The upload parameters are posted to "URL", fill the template's placeholders,
   /// hold the keys for the signature ("accessKeyID", "secretAccessKey", ...) and come back in every
-  /// block. `andOptions` may hold "domain", which stands for "#middlewaredomain" in a template, and
-  /// the service's token, "X-Pelmar-Authorization", which goes wherever a template has an unsigned
-  /// upload go.
+  /// block. `andOptions` may hold "domain", which stands for "#middlewaredomain" in a template; the
+  /// service's token, "X-Pelmar-Authorization", which goes wherever a template has an unsigned
+  /// upload go, under `TransferPolicy::kSafe` only to the servers of "URL" and "domain"; and an
+  /// `OperationSettings` and a `platform::Cancellation` (see `OperationSettings::take`, which is
+  /// called here and for the whole upload).
   ///
   /// Exactly one of the completed and the failure block is called, once, after the started block if
   /// that is called at all; on a thread of the runtime's pool, with no lock held. Only the
@@ -55,9 +57,10 @@ class OnlineBinaryUploadManager final
   /// copied once this has returned. The file must not change before.
   ///
   /// Errors: those of `validateInput`; in the domain "UploadError", 6006 for what could not be
-  /// started; in the domain "UploadTask", with the template as user information, 6006 for one with
-  /// an "opstatus" other than 0 and 6013 for one whose "uploadMode" is unknown; and those that the
-  /// tasks raise, as an array.
+  /// started; in the domain "UploadTask", with the template but for its secrets as user
+  /// information, 6006 for one with an "opstatus" other than 0 and 6013 for one whose "uploadMode"
+  /// is unknown; under `TransferPolicy::kSafe` 6012 for that, and for one whose "method" is not the
+  /// one that its mode has bytes sent with; and those that the tasks raise, as an array.
   void createAndStartOnlineUploadTaskFor(
       const std::optional<platform::Dictionary>& configuration,
       OnBytesUploadStarted::Function withOnBinaryUploadStartedCompletionBlock,

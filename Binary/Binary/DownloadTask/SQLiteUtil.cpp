@@ -5,6 +5,7 @@
 #include "Platform/Database/VRODatabaseAPI.h"
 #include "Platform/Database/VROPreparedStatementBuilderFactory.h"
 #include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/UserDirectories.h"
 
 #include <memory>
@@ -18,6 +19,7 @@ using platform::Dictionary;
 using platform::ErrorPtr;
 using platform::Mutex;
 using platform::MutexLock;
+using platform::Result;
 using platform::StatementBuilderType;
 using platform::UserDirectories;
 using platform::VROCommonUtility;
@@ -91,7 +93,7 @@ SharedHandle& sharedHandle() {
 
 /// Opens the database into the shared handle. The caller works with the handle it gets, which
 /// another thread's next statement does not replace.
-std::shared_ptr<VRODatabaseAPI> openShared(const std::string& dbPath) {
+Result<std::shared_ptr<VRODatabaseAPI>> openShared(const std::string& dbPath) {
   ErrorPtr error;
   std::shared_ptr<VRODatabaseAPI> opened = VRODatabaseAPI::initWithPath(dbPath, {}, &error);
   {
@@ -101,44 +103,47 @@ std::shared_ptr<VRODatabaseAPI> openShared(const std::string& dbPath) {
   }
   if (opened == nullptr) {
     BinaryLogger::sharedInstance().logError(kUnableToOpen, dbPath, error);
+    return error;
   }
   return opened;
 }
 
 using Builder = std::optional<VROPreparedStatementBuilder>;
 
-/// The statement that `fill` makes of a builder for this table; none, which is logged, on an error.
+/// The statement that `fill` makes of a builder for this table. An error is logged.
 template <typename Fill>
-std::optional<VROPreparedStatement> makeStatement(const std::string& table,
-                                                  StatementBuilderType type,
-                                                  const Messages& messages, const Fill& fill) {
+Result<VROPreparedStatement> makeStatement(const std::string& table, StatementBuilderType type,
+                                           const Messages& messages, const Fill& fill) {
   ErrorPtr error;
   Builder builder =
       VROPreparedStatementBuilderFactory::getPreparedStatementForTableName(table, type, &error);
   if (!builder) {
     BinaryLogger::sharedInstance().logError(messages.builderError, error);
-    return std::nullopt;
+    return error;
   }
   fill(*builder);
   std::optional<VROPreparedStatement> statement = builder->build(&error);
-  if (!statement) BinaryLogger::sharedInstance().logError(messages.buildError, error);
-  return statement;
+  if (!statement) {
+    BinaryLogger::sharedInstance().logError(messages.buildError, error);
+    return error;
+  }
+  return *std::move(statement);
 }
 
 std::vector<platform::DictionaryEntry> orderedPairs(const Dictionary& dictionary) {
   return VROCommonUtility::convertToOrderedKeyValuePairs(dictionary);
 }
 
-/// Executes what returns no rows. Whether it succeeded.
-bool execute(const VRODatabaseAPI& database, const VROPreparedStatement& statement,
-             const Messages& messages) {
-  ErrorPtr error;
-  if (!database.executePreparedStatement(statement, &error)) {
-    BinaryLogger::sharedInstance().logError(messages.executeError, error);
-    return false;
+/// Executes what returns no rows: how many it has changed.
+Result<std::int64_t> execute(const VRODatabaseAPI& database, const VROPreparedStatement& statement,
+                             const Messages& messages) {
+  const Result<std::int64_t> changed = database.executeAndCountChanges(statement);
+  if (changed) {
+    BinaryLogger::sharedInstance().logDebug(messages.success);
+  } else {
+    BinaryLogger::sharedInstance().logError(messages.executeError, changed.error());
   }
-  BinaryLogger::sharedInstance().logDebug(messages.success);
-  return true;
+  return changed;
 }
 
 }  // namespace
@@ -162,7 +167,7 @@ std::shared_ptr<VRODatabaseAPI> SQLiteUtil::databaseApi() {
 }
 
 bool SQLiteUtil::checkAndInitializeDatabaseWithDBPath(const std::string& dbPath) {
-  return openShared(dbPath) != nullptr;
+  return openShared(dbPath).ok();
 }
 
 std::int64_t SQLiteUtil::insertStatementForDatabase(const std::string& dbPath,
@@ -170,16 +175,16 @@ std::int64_t SQLiteUtil::insertStatementForDatabase(const std::string& dbPath,
                                                     const Dictionary& withValues) {
   BinaryLogger& logger = BinaryLogger::sharedInstance();
   logger.logTrace(kInsertMessages.entry, dbPath, ForTable, withValues);
-  const std::shared_ptr<VRODatabaseAPI> database = openShared(dbPath);
-  if (database == nullptr) return kNotPrepared;
-  const std::optional<VROPreparedStatement> statement =
+  const auto database = openShared(dbPath);
+  if (!database) return kNotPrepared;
+  const Result<VROPreparedStatement> statement =
       makeStatement(ForTable, StatementBuilderType::kInsert, kInsertMessages,
                     [&](VROPreparedStatementBuilder& builder) {
                       builder.addInsertValuesMap(orderedPairs(withValues));
                     });
   if (!statement) return kNotPrepared;
   ErrorPtr error;
-  const std::int64_t id = database->executeSingleInsertStatement(*statement, &error);
+  const std::int64_t id = (*database)->executeSingleInsertStatement(*statement, &error);
   if (error != nullptr) {
     logger.logError(kInsertMessages.executeError, error);
     return kInsertFailed;
@@ -193,16 +198,16 @@ std::optional<Array> SQLiteUtil::queryDataForDatabase(const std::string& dbPath,
                                                       const Dictionary& withWhereClause) {
   BinaryLogger& logger = BinaryLogger::sharedInstance();
   logger.logTrace(kQueryMessages.entry, dbPath, ForTable, withWhereClause);
-  const std::shared_ptr<VRODatabaseAPI> database = openShared(dbPath);
-  if (database == nullptr) return std::nullopt;
-  const std::optional<VROPreparedStatement> statement =
+  const auto database = openShared(dbPath);
+  if (!database) return std::nullopt;
+  const Result<VROPreparedStatement> statement =
       makeStatement(ForTable, StatementBuilderType::kSelect, kQueryMessages,
                     [&](VROPreparedStatementBuilder& builder) {
                       builder.addWhereConditionMap(orderedPairs(withWhereClause));
                     });
   if (!statement) return std::nullopt;
   ErrorPtr error;
-  std::optional<Array> rows = database->executeSelectPreparedStatement(*statement, &error);
+  std::optional<Array> rows = (*database)->executeSelectPreparedStatement(*statement, &error);
   if (!rows) {
     logger.logError(kQueryMessages.executeError, error);
   } else {
@@ -214,30 +219,37 @@ std::optional<Array> SQLiteUtil::queryDataForDatabase(const std::string& dbPath,
 bool SQLiteUtil::updateStatementForDatabase(const std::string& dbPath, const std::string& forTable,
                                             const Dictionary& withColumnsToBeUpdated,
                                             const Dictionary& withWhereClause) {
+  return updateRows(dbPath, forTable, withColumnsToBeUpdated, withWhereClause).ok();
+}
+
+Result<std::int64_t> SQLiteUtil::updateRows(const std::string& dbPath, const std::string& forTable,
+                                            const Dictionary& withColumnsToBeUpdated,
+                                            const Dictionary& withWhereClause) {
   BinaryLogger::sharedInstance().logTrace(kUpdateMessages.entry, dbPath, forTable,
                                           withColumnsToBeUpdated, withWhereClause);
-  const std::shared_ptr<VRODatabaseAPI> database = openShared(dbPath);
-  if (database == nullptr) return false;
-  const std::optional<VROPreparedStatement> statement =
+  const auto database = openShared(dbPath);
+  if (!database) return database.error();
+  const Result<VROPreparedStatement> statement =
       makeStatement(forTable, StatementBuilderType::kUpdate, kUpdateMessages,
                     [&](VROPreparedStatementBuilder& builder) {
                       builder.addUpdateColumnsMap(orderedPairs(withColumnsToBeUpdated))
                           .addWhereConditionMap(orderedPairs(withWhereClause));
                     });
-  return statement && execute(*database, *statement, kUpdateMessages);
+  if (!statement) return statement.error();
+  return execute(**database, *statement, kUpdateMessages);
 }
 
 bool SQLiteUtil::deleteStatementForDatabase(const std::string& dbPath, const std::string& forTable,
                                             const Dictionary& withWhereClause) {
   BinaryLogger::sharedInstance().logTrace(kDeleteMessages.entry, dbPath, forTable, withWhereClause);
-  const std::shared_ptr<VRODatabaseAPI> database = openShared(dbPath);
-  if (database == nullptr) return false;
-  const std::optional<VROPreparedStatement> statement =
+  const auto database = openShared(dbPath);
+  if (!database) return false;
+  const Result<VROPreparedStatement> statement =
       makeStatement(forTable, StatementBuilderType::kDelete, kDeleteMessages,
                     [&](VROPreparedStatementBuilder& builder) {
                       builder.addWhereConditionMap(orderedPairs(withWhereClause));
                     });
-  return statement && execute(*database, *statement, kDeleteMessages);
+  return statement && execute(**database, *statement, kDeleteMessages);
 }
 
 }  // namespace varo::binary

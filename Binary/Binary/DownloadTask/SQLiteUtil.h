@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
@@ -53,6 +54,13 @@ class SQLiteUtil {
   static bool updateStatementForDatabase(const std::string& dbPath, const std::string& forTable,
                                          const platform::Dictionary& withColumnsToBeUpdated,
                                          const platform::Dictionary& withWhereClause);
+  /// The same with what a caller may want to know: how many rows matched, or why it failed. None
+  /// matches in a view whose trigger changes other tables. Errors: those of `VRODatabaseAPI` and of
+  /// `VROPreparedStatementBuilder`.
+  [[nodiscard]] static platform::Result<std::int64_t> updateRows(
+      const std::string& dbPath, const std::string& forTable,
+      const platform::Dictionary& withColumnsToBeUpdated,
+      const platform::Dictionary& withWhereClause);
   static bool deleteStatementForDatabase(const std::string& dbPath, const std::string& forTable,
                                          const platform::Dictionary& withWhereClause);
 };

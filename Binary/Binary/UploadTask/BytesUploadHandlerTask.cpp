@@ -29,7 +29,7 @@ bool BytesUploadHandlerTask::prepareRequest() {
                          clock_);
   auto signedHeaders = signer.getRequestHeaders(S3OperationType::kUpload);
   if (!signedHeaders) {
-    raise(kCodeUploadFailure, kUploadFailure, signedHeaders.error()->localizedDescription());
+    raise(kCodeUploadFailure, kUploadFailure, signedHeaders.error());
     return false;
   }
   headers_ = std::move(signedHeaders).value();
@@ -37,7 +37,8 @@ bool BytesUploadHandlerTask::prepareRequest() {
 }
 
 void BytesUploadHandlerTask::uploadFile() {
-  VRONetworkUtility::PUT(url_, {}, headers_, RequestType::kRaw, fileData_, {}, completion());
+  VRONetworkUtility::PUT(url_, {}, headers_, RequestType::kRaw, fileData_, requestOptions(),
+                         completion());
 }
 
 }  // namespace varo::binary

@@ -3,7 +3,6 @@
 #include "Binary/Binary/UploadTask/UploadKeys.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/FormData.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Text.h"
@@ -68,12 +67,13 @@ void MultiPartUploaderTask::uploadFile() {
       parts.append(addDataPartWithDictionary(entry.key, *data));
     }
   }
-  if (fileParts.empty() && transferPolicy() == TransferPolicy::kSafe) {
+  if (fileParts.empty() && settings()->isSafe()) {
     return raise(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kNoFilePart);
   }
   for (const Value& part : fileParts) parts.append(part);
   VRONetworkUtility::POST(url_, {}, headers_, RequestType::kMultipart,
-                          Dictionary{{kMultipartParts, std::move(parts)}}, {}, completion());
+                          Dictionary{{kMultipartParts, std::move(parts)}}, requestOptions(),
+                          completion());
 }
 
 }  // namespace varo::binary

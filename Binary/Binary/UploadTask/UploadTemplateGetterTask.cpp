@@ -6,6 +6,7 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTaskError.h"
@@ -51,6 +52,7 @@ void UploadTemplateGetterTask::execute() {
 
 void UploadTemplateGetterTask::unpackInputContext() {
   const Dictionary input = inputContext();
+  settings_ = OperationSettings::of(input);
   url_ = input[kURL].textValue();
   headers_ = input[keys::kHeaders].dictionaryValue();
   localFilePath_ = input[kFilePath];
@@ -77,7 +79,9 @@ void UploadTemplateGetterTask::unpackUploadParams(const Dictionary& input) {
 }
 
 void UploadTemplateGetterTask::invokePostCall() {
-  VRONetworkUtility::POST(url_, {}, headers_, RequestType::kJson, uploadParams_, {},
+  const Dictionary options =
+      OperationSettings::forRequest(settings_, {}, settings_->limitsOf(settings_->limits.small));
+  VRONetworkUtility::POST(url_, {}, headers_, RequestType::kJson, uploadParams_, options,
                           [self = self<UploadTemplateGetterTask>()](const std::optional<Data>& data,
                                                                     const Dictionary& response,
                                                                     const NetworkErrorPtr& error) {
@@ -102,8 +106,15 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   if (status != kOk) {
     logger().logError(kUnexpectedStatus, status);
     // An answer may repeat what was posted, the keys of an object store among it.
-    return raise(kCodeUploadUnexpectedHTTPResponseCode, kUploadUnexpectedHTTPResponseCode,
-                 CommonUtils::responseExcerpt(withData));
+    Dictionary sent = uploadParams_.dictionaryValue();
+    sent.addEntries(headers_);
+    const std::string answer = platform::excerptOf(withData.value_or(Data()), sent);
+    return raise(
+        kCodeUploadUnexpectedHTTPResponseCode,
+        platform::formatMessage(kMessageAndDetail, {kUploadUnexpectedHTTPResponseCode, answer}));
+  }
+  if (settings_->isSafe() && withData.value_or(Data()).empty()) {
+    return raise(kCodeEmptyBodyReceived, kEmptyBodyReceived);
   }
   logger().logInfo(kSuccessful);
   _outputContext.set(upload::kRedirectionTemplate,
@@ -119,16 +130,21 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
 void UploadTemplateGetterTask::checkForErrors(const ErrorPtr& error) {
   if (error == nullptr) return;
   logger().logError(kFailed);
-  if (!isErrorRaised_) raise(kCodeUploadFailure, kUploadFailure, error->localizedDescription());
+  if (!isErrorRaised_) {
+    raise(
+        kCodeUploadFailure,
+        platform::formatMessage(kMessageAndDetail, {kUploadFailure, error->localizedDescription()}),
+        error);
+  }
 }
 
 void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message,
-                                     std::string_view detail) {
+                                     const ErrorPtr& cause) {
   isErrorRaised_ = true;
-  raiseError(std::make_shared<const VSTaskError>(
-      ID(), name(), std::string(kDomain), code,
-      Dictionary{{std::string(platform::kErrorMessageKey),
-                  platform::formatMessage(kMessageAndDetail, {message, detail})}}));
+  Dictionary userInfo{{std::string(platform::kErrorMessageKey), message}};
+  if (cause != nullptr) userInfo.set(std::string(platform::kUnderlyingError), cause);
+  raiseError(std::make_shared<const VSTaskError>(ID(), name(), std::string(kDomain), code,
+                                                 std::move(userInfo)));
 }
 
 }  // namespace varo::binary

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/UploadTask/UploadBlocks.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
@@ -19,8 +20,10 @@ namespace varo::binary {
 /// "redirectionTemplate" (the answer as JSON, if it is), "templateString" (as text), "fileName",
 /// "uploadParams", "rawBytes", "FilePath". Runs once.
 ///
-/// Errors: 6008 of domain "UploadTemplateTask" for a status other than 200, with the answer's text;
-/// 6006 of domain "BackendUploaderTask" for a request that got no answer.
+/// Errors: 6008 of domain "UploadTemplateTask" for a status other than 200, with the start of the
+/// answer's text; under `TransferPolicy::kSafe` 6014 for an answer without a body; 6006 of domain
+/// "BackendUploaderTask" for a request that got no answer, or one of more bytes than `AnswerLimits`
+/// allows, with its cause under `platform::kUnderlyingError`.
 class UploadTemplateGetterTask final : public platform::VSTask {
  public:
   explicit UploadTemplateGetterTask(std::string name);
@@ -42,9 +45,11 @@ class UploadTemplateGetterTask final : public platform::VSTask {
   void invokePostCall();
   void processAnswer(const std::optional<platform::Data>& data,
                      const platform::Dictionary& response, const platform::ErrorPtr& error);
-  void raise(std::int32_t code, std::string_view message, std::string_view detail);
+  void raise(std::int32_t code, std::string_view message,
+             const platform::ErrorPtr& cause = nullptr);
 
   // Owned by the run of the task.
+  OperationSettings::Ptr settings_ = OperationSettings::of({});
   std::string url_;
   platform::Dictionary headers_;
   /// Missing where the input has none.

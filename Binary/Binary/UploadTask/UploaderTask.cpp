@@ -6,10 +6,11 @@
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/TaskEngine/VSTaskError.h"
@@ -35,6 +36,7 @@ namespace {
 
 constexpr int kOk = 200;
 constexpr int kCreated = 201;
+constexpr int kMultipleChoices = 300;
 
 constexpr std::string_view kFileCountsAsEmpty = "The file can't be read and counts as empty : %@";
 constexpr std::string_view kAnswerCountsAsEmpty =
@@ -48,16 +50,28 @@ std::optional<Dictionary> optionalDictionary(const Value& value) {
   return value.isDictionary() ? std::optional(*value.dictionary()) : std::nullopt;
 }
 
+bool isSuccess(int status, const OperationSettings& settings) {
+  if (settings.isSafe()) return status >= kOk && status < kMultipleChoices;
+  return status == kOk || status == kCreated;
+}
+
 /// Missing where that is no JSON.
 Value filledTemplate(const TemplateUtil& text, const Dictionary& params) {
   return CommonUtils::parseJsonString(
       text.tryPopulateJSONTemplate(TemplateUtil::escapedForJson(params)));
 }
 
-std::string urlFrom(const Dictionary& filled, const std::optional<Dictionary>& options) {
+/// Empty, which no request accepts, where the template names none.
+Result<std::string> urlFrom(const Dictionary& filled, const std::optional<Dictionary>& options) {
   const Value& endpoint = filled[kTemplateParamEndpointUrl];
   if (CommonUtils::isGiven(endpoint)) return endpoint.textValue();
-  return TemplateUtil::endPointURLFrom(filled, options).value_or(std::string());
+  const auto address = TemplateUtil::endPointAtItsDomain(filled, options);
+  if (!address) return address.error();
+  return address->value_or(std::string());
+}
+
+bool isAt(const std::string& url, const Value& server) {
+  return server.isText() && BinaryNetworkUtils::addressAtServer(url, *server.text()).ok();
 }
 
 }  // namespace
@@ -92,8 +106,8 @@ bool UploaderTask::readFile() {
     fileData_ = std::move(bytes).value();
     return true;
   }
-  if (transferPolicy() == TransferPolicy::kSafe) {
-    raise(kCodeUploadIOFailure, kUploadIOFailure, bytes.error()->localizedDescription());
+  if (settings()->isSafe()) {
+    raise(kCodeUploadIOFailure, kUploadIOFailure, bytes.error());
     return false;
   }
   logger().logError(kFileCountsAsEmpty, bytes.error());
@@ -107,20 +121,33 @@ bool UploaderTask::extractTemplate() {
   const std::optional<Dictionary> options = optionalDictionary(input[keys::kOptions]);
   const TemplateUtil text(input[upload::kTemplateString].textValue());
   const Value parsed = filledTemplate(text, uploadParams_);
-  if (!parsed.isDictionary() && transferPolicy() == TransferPolicy::kSafe) {
+  if (!parsed.isDictionary() && settings()->isSafe()) {
     raise(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kTemplateNotDictionary);
     return false;
   }
   const Dictionary filled = parsed.dictionaryValue();
   requestBody_ = filled[upload::kRequestBody].dictionaryValue();
-  url_ = urlFrom(filled, options);
-  headers_ =
-      TemplateUtil::injectVaroAuthorizationInto(filled[keys::kHeaders].dictionaryValue(), options);
+  const Result<std::string> url = urlFrom(filled, options);
+  if (!url) {
+    raise(kCodeMissingServerUrl, kUploadFailure, url.error());
+    return false;
+  }
+  url_ = *url;
+  headers_ = filled[keys::kHeaders].dictionaryValue();
+  if (mayHaveToken(input, options)) {
+    headers_ = TemplateUtil::injectVaroAuthorizationInto(std::move(headers_), options);
+  }
   if (BinaryLogger::isEnabled(LogLevel::kDebug)) logTemplate(text, options);
   if (const auto& started = blocks_.onBytesUploadStartedCompletionBlock) {
     callBlock([&] { started->function()(name(), input[keys::kUploadParams]); });
   }
   return true;
+}
+
+bool UploaderTask::mayHaveToken(const Dictionary& input,
+                                const std::optional<Dictionary>& options) const {
+  if (!settings()->isSafe()) return true;
+  return isAt(url_, input[kURL]) || (options && isAt(url_, (*options)[kTemplateParamDomain]));
 }
 
 /// A secret may be filled in anywhere, so this fills the template without the secrets.
@@ -135,7 +162,8 @@ void UploaderTask::logTemplate(const TemplateUtil& text,
   if (const Value& requestBody = filled[upload::kRequestBody]; CommonUtils::isGiven(requestBody)) {
     logger().logDebug(texts_.requestBody, platform::redactSecrets(requestBody.description()));
   }
-  logger().logDebug(texts_.url, platform::redactUrl(urlFrom(filled, options)));
+  const Result<std::string> url = urlFrom(filled, options);
+  if (url) logger().logDebug(texts_.url, platform::redactUrl(*url));
 }
 
 NetworkCallback UploaderTask::completion() {
@@ -159,11 +187,11 @@ void UploaderTask::processNetworkResponse(const Dictionary& response,
                                           const std::optional<Data>& withData) {
   const auto info = response[platform::kHttpResponse].objectAs<HttpResponseInfo>();
   const int status = info != nullptr ? info->statusCode() : 0;
-  if (status != kOk && status != kCreated) return raiseUnexpectedStatus(status, withData);
+  if (!isSuccess(status, *settings())) return raiseUnexpectedStatus(status, withData);
   const Result<std::string> details = CommonUtils::responseText(withData);
   if (!details) {
-    if (transferPolicy() == TransferPolicy::kSafe) {
-      return raise(kCodeUploadFailure, kUploadFailure, details.error()->localizedDescription());
+    if (settings()->isSafe()) {
+      return raise(kCodeUploadFailure, kUploadFailure, details.error());
     }
     logger().logError(kAnswerCountsAsEmpty, details.error());
   }
@@ -178,9 +206,14 @@ void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& 
   const auto error =
       CommonUtils::getErrorForTask(ID(), texts_.domain, kCodeUploadUnexpectedHTTPResponseCode,
                                    kUploadUnexpectedHTTPResponseCode, std::nullopt);
-  if (transferPolicy() != TransferPolicy::kSafe) return raiseError(error);
+  if (!settings()->isSafe()) return raiseError(error);
   Dictionary userInfo = error->userInfo();
-  CommonUtils::addAnswer(userInfo, status, body);
+  userInfo.set(kHttpStatusCode, status);
+  if (body) {
+    Dictionary sent = uploadParams_;
+    sent.addEntries(headers_);
+    userInfo.set(kResponseBody, platform::excerptOf(*body, sent));
+  }
   raiseError(std::make_shared<const VSTaskError>(error->taskID(), error->domain(), error->code(),
                                                  std::move(userInfo)));
 }
@@ -188,14 +221,28 @@ void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& 
 void UploaderTask::checkForErrors(const ErrorPtr& error) {
   if (error == nullptr) return;
   logger().logError(texts_.requestFailed);
-  if (!isErrorRaised_) raise(kCodeUploadFailure, kUploadFailure, error->localizedDescription());
+  if (!isErrorRaised_) raise(kCodeUploadFailure, kUploadFailure, error);
 }
 
-void UploaderTask::raise(std::int32_t code, std::string_view message, std::string_view detail) {
+void UploaderTask::raise(std::int32_t code, std::string_view message, std::string_view detail,
+                         const ErrorPtr& cause) {
   isErrorRaised_ = true;
   raiseError(CommonUtils::getErrorForTask(
       ID(), texts_.domain, code, platform::formatMessage(kMessageAndDetail, {message, detail}),
-      std::nullopt));
+      std::nullopt, cause));
+}
+
+void UploaderTask::raise(std::int32_t code, std::string_view message, const ErrorPtr& cause) {
+  raise(code, message, cause->localizedDescription(), cause);
+}
+
+OperationSettings::Ptr UploaderTask::settings() const {
+  return OperationSettings::of(inputContext());
+}
+
+Dictionary UploaderTask::requestOptions() const {
+  const auto all = settings();
+  return OperationSettings::forRequest(all, {}, all->limitsOf(all->limits.small));
 }
 
 }  // namespace varo::binary

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/UploadTask/UploadBlocks.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
@@ -28,10 +29,16 @@ class TemplateUtil;
 /// Nothing is loaded: bytes of a file are read piece by piece while they are sent. A file that
 /// cannot be read counts as empty; under `TransferPolicy::kSafe` that is 6007, and nothing is sent.
 /// So is a template that is no dictionary once it is filled; under `kSafe` that is 6012. So is an
-/// answer that cannot be read or is more than 64 MiB; under `kSafe` that is 6006.
-/// Other errors: 6008 for a status other than 200 and 201 (under `kSafe` the error's user
-/// information has "httpStatusCode" and the start of the body, "responseBody"), 6006 for a request
-/// that got no answer.
+/// answer that cannot be read; under `kSafe` that is 6006.
+///
+/// The service's token goes wherever the template says; under `kSafe` only to the server of the
+/// configuration's "URL" and to that of the options' "domain".
+///
+/// Other errors: 6018 for a template whose path leads away from its domain, 6008 for a status other
+/// than 200 and 201, under `kSafe` than 2xx (there the error's user information has
+/// "httpStatusCode" and the start of the body, "responseBody"), 6006 for a request that got no
+/// answer, or one of more bytes than `AnswerLimits` allows. What caused an error is under
+/// `platform::kUnderlyingError`.
 class UploaderTask : public platform::VSTask {
  public:
   /// Before `start` only.
@@ -69,7 +76,12 @@ class UploaderTask : public platform::VSTask {
 
   [[nodiscard]] platform::NetworkCallback completion();
   /// Ends the task with "`message`: `detail`".
-  void raise(std::int32_t code, std::string_view message, std::string_view detail);
+  void raise(std::int32_t code, std::string_view message, std::string_view detail,
+             const platform::ErrorPtr& cause = nullptr);
+  void raise(std::int32_t code, std::string_view message, const platform::ErrorPtr& cause);
+  [[nodiscard]] OperationSettings::Ptr settings() const;
+  /// Of the one request.
+  [[nodiscard]] platform::Dictionary requestOptions() const;
 
   // Owned by the run of the task.
   std::string url_;
@@ -85,6 +97,8 @@ class UploaderTask : public platform::VSTask {
   [[nodiscard]] bool unpackInputContext();
   [[nodiscard]] bool readFile();
   [[nodiscard]] bool extractTemplate();
+  [[nodiscard]] bool mayHaveToken(const platform::Dictionary& input,
+                                  const std::optional<platform::Dictionary>& options) const;
   void logTemplate(const TemplateUtil& text,
                    const std::optional<platform::Dictionary>& options) const;
   void processAnswer(const std::optional<platform::Data>& data,

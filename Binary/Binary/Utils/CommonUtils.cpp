@@ -43,10 +43,12 @@ ErrorPtr CommonUtils::generateErrorWith(std::string_view domain, std::int64_t an
 
 std::shared_ptr<const VSTaskError> CommonUtils::getErrorForTask(
     std::int64_t taskID, std::string_view andDomain, std::int64_t withCode,
-    std::string_view withMessage, const std::optional<std::string>& /*andNetworkResponse*/) {
-  return std::make_shared<const VSTaskError>(
-      taskID, std::string(andDomain), withCode,
-      Dictionary{{std::string(platform::kErrorMessageKey), withMessage}});
+    std::string_view withMessage, const std::optional<std::string>& /*andNetworkResponse*/,
+    const ErrorPtr& cause) {
+  Dictionary userInfo{{std::string(platform::kErrorMessageKey), withMessage}};
+  if (cause != nullptr) userInfo.set(std::string(platform::kUnderlyingError), cause);
+  return std::make_shared<const VSTaskError>(taskID, std::string(andDomain), withCode,
+                                             std::move(userInfo));
 }
 
 std::shared_ptr<const VSTaskError> CommonUtils::validateResponseforTask(
@@ -56,7 +58,7 @@ std::shared_ptr<const VSTaskError> CommonUtils::validateResponseforTask(
   return getErrorForTask(taskID, withDomain, kCodeUploadFailure,
                          platform::formatMessage(
                              kMessageAndDetail, {kUploadFailure, andError->localizedDescription()}),
-                         std::nullopt);
+                         std::nullopt, andError);
 }
 
 Value CommonUtils::parseJsonString(const std::optional<std::string>& json) {

@@ -24,14 +24,17 @@ class CommonUtils {
                                                             std::int64_t andCode,
                                                             std::string_view andDescription);
 
-  /// An error of the task with this `VSTask::ID`, whose user information is {"message": text}. The
-  /// network response is not kept, whatever it is.
+  /// An error of the task with this `VSTask::ID`, whose user information is {"message": text} and,
+  /// where there is one, its cause under `platform::kUnderlyingError`. The network response is not
+  /// kept, whatever it is.
   [[nodiscard]] static std::shared_ptr<const platform::VSTaskError> getErrorForTask(
       std::int64_t taskID, std::string_view andDomain, std::int64_t withCode,
-      std::string_view withMessage, const std::optional<std::string>& andNetworkResponse);
+      std::string_view withMessage, const std::optional<std::string>& andNetworkResponse,
+      const platform::ErrorPtr& cause = nullptr);
 
   /// Null when there is no network error, whatever the response says; else a task error with
-  /// `kCodeUploadFailure` and the network error's readable text, for downloads too.
+  /// `kCodeUploadFailure` and the network error's readable text, for downloads too, and the network
+  /// error as its cause.
   [[nodiscard]] static std::shared_ptr<const platform::VSTaskError> validateResponseforTask(
       std::int64_t taskID, std::string_view withDomain,
       const platform::Dictionary& withResponseDictionary,

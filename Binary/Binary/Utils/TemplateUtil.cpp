@@ -18,6 +18,7 @@ namespace {
 using platform::Dictionary;
 using platform::DictionaryEntry;
 using platform::ErrorPtr;
+using platform::Result;
 using platform::Value;
 
 constexpr std::string_view kFileParamNotProvided = "fileParam %@ is not provided";
@@ -30,6 +31,22 @@ std::string replaceAll(std::string_view text, std::string_view what, std::string
     from = at + what.size();
   }
   return result.append(text.substr(from));
+}
+
+/// JSON's null is no text.
+std::string textOf(const Value& value) {
+  return CommonUtils::isGiven(value) ? value.textValue() : std::string();
+}
+
+std::optional<std::string> domainOf(const std::optional<Dictionary>& templateDictionary,
+                                    const std::optional<Dictionary>& options) {
+  if (!templateDictionary || !options) return std::nullopt;
+  Value domain = (*templateDictionary)[kTemplateParamDomain];
+  if (platform::equalIgnoringCase(domain.textValue(), kMiddlewareDomain)) {
+    domain = (*options)[kTemplateParamDomain];
+  }
+  if (!CommonUtils::isGiven(domain)) return std::nullopt;
+  return domain.textValue();
 }
 
 std::nullopt_t fail(ErrorPtr* slot, std::string_view description) {
@@ -102,13 +119,20 @@ Dictionary TemplateUtil::escapedForJson(const Dictionary& values) {
 std::optional<std::string> TemplateUtil::endPointURLFrom(
     const std::optional<Dictionary>& templateDictionary,
     const std::optional<Dictionary>& andOptions) {
-  if (!templateDictionary || !andOptions) return std::nullopt;
-  Value domain = (*templateDictionary)[kTemplateParamDomain];
-  if (platform::equalIgnoringCase(domain.textValue(), kMiddlewareDomain)) {
-    domain = (*andOptions)[kTemplateParamDomain];
-  }
-  if (domain.isMissing()) return std::nullopt;
-  return domain.textValue() + (*templateDictionary)[kTemplateParamRelativePath].textValue();
+  const auto domain = domainOf(templateDictionary, andOptions);
+  if (!domain) return std::nullopt;
+  return *domain + textOf((*templateDictionary)[kTemplateParamRelativePath]);
+}
+
+Result<std::optional<std::string>> TemplateUtil::endPointAtItsDomain(
+    const std::optional<Dictionary>& templateDictionary,
+    const std::optional<Dictionary>& andOptions) {
+  const auto domain = domainOf(templateDictionary, andOptions);
+  if (!domain) return std::optional<std::string>();
+  auto address = BinaryNetworkUtils::addressAtServer(
+      *endPointURLFrom(templateDictionary, andOptions), *domain);
+  if (!address) return address.error();
+  return std::optional(std::move(address).value());
 }
 
 Dictionary TemplateUtil::injectVaroAuthorizationInto(std::optional<Dictionary> headers,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
 #include <optional>
@@ -48,6 +49,13 @@ class TemplateUtil {
   /// The template's "domain" and "relativepath" in one; the domain "#middlewaredomain" (any letter
   /// case) stands for the options' own "domain". None without template, options or that domain.
   [[nodiscard]] static std::optional<std::string> endPointURLFrom(
+      const std::optional<platform::Dictionary>& templateDictionary,
+      const std::optional<platform::Dictionary>& andOptions);
+
+  /// The same, as an address to send to. What stands in "relativepath" leads to no other scheme,
+  /// host or port than the domain's, be that the template's or the options' own: what does is an
+  /// error, `kCodeMissingServerUrl`, with the address in its text.
+  [[nodiscard]] static platform::Result<std::optional<std::string>> endPointAtItsDomain(
       const std::optional<platform::Dictionary>& templateDictionary,
       const std::optional<platform::Dictionary>& andOptions);
 

@@ -39,6 +39,8 @@ inline constexpr std::int32_t kCodeDeleteFailure = 6024;
 inline constexpr std::int32_t kCodeDeleteMissingParams = 6025;
 inline constexpr std::int32_t kCodeDeleteInvalidParams = 6026;
 inline constexpr std::int32_t kCodeSQLiteExecuteFailed = 7001;
+/// The caller gave the operation up with the "cancellation" of its options.
+inline constexpr std::int32_t kCodeOperationCancelled = 6027;
 /// With `kDownloadTaskErrorDomain`: the blob's row says that there is no file, or there is no row.
 inline constexpr std::int32_t kCodeBlobFileNotAvailable = 4;
 inline constexpr std::int32_t kCodeBlobRowNotFound = 5;
@@ -103,6 +105,10 @@ inline constexpr std::string_view kDeleteInvalidParams =
     "Unable to perform Delete - Invalid parameter value";
 inline constexpr std::string_view kEmptyBodyReceived = "Empty Body Received from Server";
 inline constexpr std::string_view kMissingServerUrl = "URL is not in proper format";
+/// With `kCodeMissingServerUrl`: an address that a service gave leads elsewhere.
+inline constexpr std::string_view kAddressRefused =
+    "The address is refused, since it does not stay at the server that it has to stay at : %@";
+inline constexpr std::string_view kOperationCancelled = "The operation was cancelled.";
 inline constexpr std::string_view kIntegrityCheckFailed = "Integrity check failed";
 inline constexpr std::string_view kInvalidTaskCreationState =
     "Invalid State For Download Task Creation";
@@ -134,6 +140,8 @@ inline constexpr std::string_view kErrorUpdatingParentTable = "Error in updating
 inline constexpr std::string_view kDownloadsCleared =
     "The downloads were cleared before this one had ended.";
 inline constexpr std::string_view kDownloadStopped = "The download was stopped.";
+inline constexpr std::string_view kRowNotWritten =
+    "The file is complete, but its row in varosyncBLOBSTOREMANAGER could not be written.";
 inline constexpr std::string_view kFileNotRemoved = "The file of the blob could not be removed.";
 inline constexpr std::string_view kmsgtemplateParsing = "Template Parsing error";
 

@@ -241,7 +241,7 @@ void ChunkUploaderTask::processNetworkResponse(const Dictionary& response,
   }
   const Dictionary input = inputContext();
   _outputContext.addEntries(input);
-  addResponseForNextTask(response);
+  addResponseForNextTask(response, kCallersOwnEntries);
   // Once more, since an answer that has an entry of this name must not keep the loop going.
   _outputContext.set(keys::kIsLastChunk, _isLastChunk);
   _outputContext.set(keys::kBytesOffset, _byteOffset);

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -57,6 +58,12 @@ ErrorPtr storeError(const ErrorPtr& cause) {
 }  // namespace
 
 void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
+  if (callersEntries_) {
+    for (const char* own :
+         {keys::kUrl, keys::kHeaders, keys::kOptions, keys::kCallback, kOperationSettings}) {
+      _inputContext.set(own, (*callersEntries_)[own]);
+    }
+  }
   const Dictionary input = inputContext();
   _fileId = input[keys::kQueryParamsForDownload].dictionaryValue()[keys::kFileId];
   binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
@@ -76,10 +83,11 @@ void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
     *error = recordError(kCodeDownloadInvalidParams, kDownloadInvalidParams, _fileName, _fileId);
     return;
   }
-  unpackTemplate(input, record);
+  *error = unpackTemplate(input, record);
 }
 
-void ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input, const Dictionary& record) {
+ErrorPtr ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input,
+                                                   const Dictionary& record) {
   std::optional<std::string> json;
   if (const std::string* text = record[keys::kDownloadTemplate].text()) json = *text;
   ErrorPtr parseError;
@@ -87,11 +95,13 @@ void ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input, const Di
   if (parseError != nullptr) {
     // The task goes on without a URL, which the network refuses.
     BinaryLogger::sharedInstance().logError(kTemplateNotParsed, parseError);
-    return;
+    return nullptr;
   }
   const Dictionary downloadTemplate = parsed.value_or(Dictionary{});
-  url_ =
-      BinaryNetworkUtils::extractFileOperationUrl(downloadTemplate, input[keys::kUrl].textValue());
+  auto url = BinaryNetworkUtils::fileOperationUrlAtItsServer(downloadTemplate,
+                                                             input[keys::kUrl].textValue());
+  if (!url) return url.error();
+  url_ = std::move(url).value();
   headers_.addEntries(input[keys::kHeaders].dictionaryValue());
   if (downloadTemplate[kTemplateParamDomain] == Value(kMiddlewareDomain)) {
     _queryParams = input[keys::kQueryParamsForDownload].dictionaryValue();
@@ -101,6 +111,7 @@ void ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input, const Di
     headers_ = BinaryNetworkUtils::withoutHeaders(headers_, {kVaroAuthorization});
   }
   if (const Dictionary* options = input[keys::kOptions].dictionary()) options_ = *options;
+  return nullptr;
 }
 
 bool ChunkedFileDownloaderTask::shouldDownloadFile() const {

@@ -4,7 +4,9 @@
 #include "Platform/Common/NetworkError.h"
 #include "Platform/Foundation/Data.h"
 
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace varo::binary {
 
@@ -19,13 +21,18 @@ class ChunkedFileDownloaderTask final : public BinaryBaseTask {
  public:
   ChunkedFileDownloaderTask() = default;
 
+  /// Has the URL, headers, options, settings and callback of `operation` hold, whatever entries of
+  /// these names the input gets from elsewhere. Before the task is started.
+  void setCallersEntries(platform::Dictionary operation) { callersEntries_ = std::move(operation); }
+
   void execute() override;
 
  private:
-  /// Sets `error` for no record, several records, or a file name that is no text or leaves the
-  /// directory.
+  /// Sets `error` for no record, several records, a file name that is no text or leaves the
+  /// directory, or an address that leads to another server than it should.
   void unpackInputContextWithError(platform::ErrorPtr* error);
-  void unpackTemplate(const platform::Dictionary& input, const platform::Dictionary& record);
+  [[nodiscard]] platform::ErrorPtr unpackTemplate(const platform::Dictionary& input,
+                                                  const platform::Dictionary& record);
   [[nodiscard]] bool shouldDownloadFile() const;
   /// The downloads directory, or a folder in it, which is made where it is not there.
   [[nodiscard]] static std::string getDirectoryPath(const std::string& subPath);
@@ -36,6 +43,8 @@ class ChunkedFileDownloaderTask final : public BinaryBaseTask {
                        const platform::NetworkErrorPtr& error);
   void endWithFileAt(const std::string& path);
 
+  /// Constant while the task runs.
+  std::optional<platform::Dictionary> callersEntries_;
   // Owned by the run of the task.
   platform::Value _fileId;
   std::string _fileName;

@@ -89,25 +89,37 @@ void FileMetadataCreatorTask::processResponse(const Dictionary& response,
         kUploadErrorDomain, kCodeUploadJSONParsingError,
         platform::formatMessage(kMessageAndDetail, {kUploadJSONParsingError, kNoTemplate})));
   }
-  copyDataToOutputContext(response, uploadTemplate.value_or(Dictionary{}));
+  if (const ErrorPtr refusal =
+          copyDataToOutputContext(response, uploadTemplate.value_or(Dictionary{}))) {
+    return fail(refusal);
+  }
   setState(TaskState::Ended);
 }
 
-void FileMetadataCreatorTask::copyDataToOutputContext(const Dictionary& response,
-                                                      const Dictionary& andTemplate) {
+ErrorPtr FileMetadataCreatorTask::copyDataToOutputContext(const Dictionary& response,
+                                                          const Dictionary& andTemplate) {
+  auto url = BinaryNetworkUtils::fileOperationUrlAtItsServer(andTemplate, url_);
+  if (!url) return url.error();
+  // An answer may name another address to commit at, but not another server.
+  const Value& commitUrl = response[keys::kCommitUrl];
+  if (commitUrl.isPresent()) {
+    const auto checked = BinaryNetworkUtils::addressAtServer(commitUrl.textValue(), *url_);
+    if (!checked) return checked.error();
+  }
   _outputContext.set(keys::kMetadata, _metadata);
   _outputContext.set(keys::kCommitUrl, *url_);
   _outputContext.set(keys::kHeaders, headers_);
   _outputContext.set(keys::kOptions, options_ ? Value(*options_) : Value());
   _outputContext.set(keys::kFile, _fileMap);
   _outputContext.set(keys::kCallback, binaryCallback_);
-  addResponseForNextTask(response);
+  addResponseForNextTask(response, kCallersOwnEntries);
   _outputContext.set(keys::kDomain, andTemplate[kTemplateParamDomain]);
-  _outputContext.set(keys::kUrl, BinaryNetworkUtils::extractFileOperationUrl(andTemplate, url_));
+  _outputContext.set(keys::kUrl, std::move(url).value());
   _outputContext.set(keys::kUploadMode, andTemplate[keys::kUploadMode]);
   const Value* chunkUpload = andTemplate.find(keys::kChunkUpload);
   _outputContext.set(keys::kChunkUpload, chunkUpload == nullptr || chunkUpload->boolValue());
   _outputContext.set(keys::kMethod, andTemplate[keys::kMethod]);
+  return nullptr;
 }
 
 }  // namespace varo::binary

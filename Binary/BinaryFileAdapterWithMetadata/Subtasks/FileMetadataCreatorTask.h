@@ -20,8 +20,9 @@ class FileMetadataCreatorTask final : public BinaryBaseTask {
   void unpackInputContext();
   void processResponse(const platform::Dictionary& response,
                        const platform::NetworkErrorPtr& error);
-  void copyDataToOutputContext(const platform::Dictionary& response,
-                               const platform::Dictionary& andTemplate);
+  /// Null, or the error of an address that leads to another server than it should.
+  [[nodiscard]] platform::ErrorPtr copyDataToOutputContext(const platform::Dictionary& response,
+                                                           const platform::Dictionary& andTemplate);
 
   /// The request's body: the metadata as JSON; none when it has no JSON form.
   std::optional<std::string> _bodyString;

@@ -44,9 +44,10 @@ void StatusCheckerTask::unpackInputContext() {
 
 void StatusCheckerTask::execute() {
   unpackInputContext();
+  // The parameters were part of an address that the service gave, and are encoded already.
   BinaryNetworkUtils::GET(
-      _pollingUrl, _queryParams, _headers, options_.value_or(Dictionary{}),
-      kOperationTypeStatusChecker,
+      BinaryNetworkUtils::appendQueryOfUrl(_pollingUrl, _queryParams), {}, _headers,
+      options_.value_or(Dictionary{}), kOperationTypeStatusChecker,
       [self = self<StatusCheckerTask>()](const Dictionary& response, const NetworkErrorPtr& error) {
         self->processResponse(response, error);
       });

@@ -32,12 +32,10 @@ void BinaryBaseTask::fail(const ErrorPtr& error) {
   reportFailure(error);
 }
 
-void BinaryBaseTask::addResponseForNextTask(const Dictionary& response) {
-  Dictionary entries = response;
-  for (const char* reserved : {keys::kCallback, keys::kOptions, keys::kFile, keys::kUploadParams}) {
-    entries.remove(reserved);
-  }
-  _outputContext.addEntries(entries);
+void BinaryBaseTask::addResponseForNextTask(Dictionary response,
+                                            std::initializer_list<const char*> callersOwn) {
+  for (const char* own : callersOwn) response.remove(own);
+  _outputContext.addEntries(response);
 }
 
 std::optional<Dictionary> BinaryBaseTask::optionalDictionary(const Value& value) {

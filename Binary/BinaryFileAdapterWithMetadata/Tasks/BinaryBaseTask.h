@@ -1,9 +1,11 @@
 #pragma once
 
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,10 +45,14 @@ class BinaryBaseTask : public platform::VSTask {
   /// Ends the task with `error`, then tells the caller.
   void fail(const platform::ErrorPtr& error);
 
-  /// Adds the entries of an answer to the output that becomes another task's input. Entries that
-  /// say where a callback, the options, the file's bytes or its metadata come from are left out:
-  /// they are the caller's alone, or a server could name a local file to be sent to it.
-  void addResponseForNextTask(const platform::Dictionary& response);
+  /// Adds the entries of an answer to the output that becomes another task's input, without those
+  /// under `callersOwn`: a server must not say whom to call back, or which local file to send it.
+  void addResponseForNextTask(platform::Dictionary response,
+                              std::initializer_list<const char*> callersOwn);
+
+  /// Of the steps of an upload.
+  static constexpr std::initializer_list<const char*> kCallersOwnEntries = {
+      keys::kCallback, keys::kOptions, keys::kFile, keys::kUploadParams, kOperationSettings};
 
   /// The dictionary that `value` is, or none.
   [[nodiscard]] static std::optional<platform::Dictionary> optionalDictionary(

@@ -100,12 +100,15 @@ void BinaryDeleteTask::processResponse(const Dictionary& response, const Network
 void BinaryDeleteTask::poll(const Dictionary& response) {
   const std::string* pollApi = response[kPollApi].text();
   if (pollApi == nullptr || pollApi->empty()) return fail(operationError(kNoPollApi));
-  if (!BinaryNetworkUtils::extractBaseServiceUrl(url_)) return fail(operationError(kNoService));
+  if (url_->find(kServices) == std::string::npos) return fail(operationError(kNoService));
+  auto address = BinaryNetworkUtils::addressAtServer(
+      BinaryNetworkUtils::extractPollingUrl(url_, *pollApi), *url_);
+  if (!address) return fail(address.error());
 
   const auto polling = _pollingTask.lock();
   polling->subscribeForTaskUpdates(shared_from_this());
   runSubtask(polling,
-             {{keys::kPollingUrl, BinaryNetworkUtils::extractPollingUrl(url_, *pollApi)},
+             {{keys::kPollingUrl, std::move(address).value()},
               {keys::kQueryParams, BinaryNetworkUtils::extractQueryParams(*pollApi)},
               {keys::kPollingSuccessIndicators, Dictionary{{kPollStatus, kPollStatusDone}}},
               {keys::kHeaders, headers_}});

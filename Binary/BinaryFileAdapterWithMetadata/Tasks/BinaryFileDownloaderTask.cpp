@@ -20,6 +20,14 @@ void BinaryFileDownloaderTask::setupSubtasks(const std::string& fileId) {
   // Cannot be refused: both tasks were added just now.
   addDependencyBetween(lookUp, downloader, nullptr);
   _inputContext.set(keys::kFileId, fileId);
+  downloader_ = downloader;
+}
+
+void BinaryFileDownloaderTask::execute() {
+  // The look-up's answer becomes input of the second step, but has no say in where the caller's
+  // credentials go.
+  if (const auto downloader = downloader_.lock()) downloader->setCallersEntries(inputContext());
+  VSTask::execute();
 }
 
 }  // namespace varo::binary

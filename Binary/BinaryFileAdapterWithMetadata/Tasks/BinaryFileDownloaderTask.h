@@ -2,9 +2,12 @@
 
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <memory>
 #include <string>
 
 namespace varo::binary {
+
+class ChunkedFileDownloaderTask;
 
 /// Downloads a file in two steps: looks up its record, then fetches the bytes into the downloads
 /// directory. Its name is the file's identifier. Who starts it listens for the outcome; only a
@@ -16,8 +19,14 @@ class BinaryFileDownloaderTask final : public platform::VSTask {
  public:
   explicit BinaryFileDownloaderTask(const std::string& fileId);
 
+  void execute() override;
+
  private:
   void setupSubtasks(const std::string& fileId);
+
+  /// Weak, since a running subtask holds its parent. While it rests, this task's list of subtasks
+  /// holds it.
+  std::weak_ptr<ChunkedFileDownloaderTask> downloader_;
 };
 
 }  // namespace varo::binary

@@ -35,7 +35,7 @@ void BinaryListTask::processResponse(const Dictionary& response, const NetworkEr
   if (_invokeCallbackOnSuccess) {
     _outputContext.addEntries(response);
   } else {
-    addResponseForNextTask(response);
+    addResponseForNextTask(response, {keys::kCallback, keys::kOptions});
     if (options_) _outputContext.set(keys::kOptions, *options_);
   }
   if (filters_) _outputContext.set(keys::kRequestContext, *filters_);

@@ -1,13 +1,16 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/UrlEncoding.h"
 
 #include <algorithm>
 #include <array>
@@ -27,6 +30,7 @@ using platform::NetworkCallback;
 using platform::NetworkError;
 using platform::NetworkErrorPtr;
 using platform::RequestType;
+using platform::Result;
 using platform::Value;
 using platform::VRONetworkUtility;
 
@@ -140,7 +144,7 @@ std::string printed(const std::optional<std::string>& text) {
 }
 
 std::string printed(const Value& value) {
-  return value.isPresent() ? value.textValue() : std::string(kAbsent);
+  return CommonUtils::isGiven(value) ? value.textValue() : std::string(kAbsent);
 }
 
 }  // namespace
@@ -190,7 +194,8 @@ NetworkCallback BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
 std::optional<std::string> BinaryNetworkUtils::extractBaseUrl(
     const std::optional<std::string>& url) {
   if (!url) return std::nullopt;
-  const std::size_t services = url->find(kServices);
+  // A host that is named "services..." is not the path: what followed it would name another host.
+  const std::size_t services = url->find(kServices, endOfAuthority(*url));
   if (services == std::string::npos) return std::nullopt;
   return url->substr(0, services);
 }
@@ -234,6 +239,40 @@ std::string BinaryNetworkUtils::extractFileOperationUrl(
     return printed(extractBaseUrl(currentUrl)).append(kServices).append(path);
   }
   return printed(domain).append(path);
+}
+
+Result<std::string> BinaryNetworkUtils::addressAtServer(std::string address,
+                                                        std::string_view serverUrl) {
+  const auto server = ServerAddress::of(serverUrl);
+  if (server && ServerAddress::of(address) == server) return address;
+  return ErrorPtr(
+      networkError(kCodeMissingServerUrl,
+                   platform::formatMessage(kAddressRefused, {platform::redactUrl(address)})));
+}
+
+Result<std::string> BinaryNetworkUtils::fileOperationUrlAtItsServer(
+    const Dictionary& templateDictionary, const std::optional<std::string>& currentUrl) {
+  std::string address = extractFileOperationUrl(templateDictionary, currentUrl);
+  const Value& domain = templateDictionary[kTemplateParamDomain];
+  if (!CommonUtils::isGiven(domain)) return address;
+  const bool isOwn = domain == Value(kMiddlewareDomain);
+  return addressAtServer(std::move(address),
+                         isOwn ? currentUrl.value_or(std::string()) : domain.textValue());
+}
+
+std::string BinaryNetworkUtils::appendQueryOfUrl(std::string url, const Dictionary& queryParams) {
+  // All that may stand in a query but "&", "=" and "#"; a stray "%" is the transport's to encode.
+  constexpr std::string_view kKept = "%!$'()*+,;:@/?";
+  char separator = url.find('?') == std::string::npos ? '?' : '&';
+  for (const DictionaryEntry& parameter : queryParams) {
+    if (parameter.value.isNull()) continue;
+    url += separator;
+    url += platform::percentEncode(parameter.key, kKept);
+    url += '=';
+    url += platform::percentEncode(parameter.value.textValue(), kKept);
+    separator = '&';
+  }
+  return url;
 }
 
 std::optional<Dictionary> BinaryNetworkUtils::getTemplate(const std::optional<std::string>& json,

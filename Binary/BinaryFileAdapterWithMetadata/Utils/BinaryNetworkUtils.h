@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Common/NetworkError.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/VRONetworkUtility.h"
 
@@ -55,7 +56,8 @@ class BinaryNetworkUtils {
   [[nodiscard]] static platform::NetworkCallback getBinaryNetworkCompletionHandler(
       TaskCallback callback, std::string_view operationType);
 
-  /// What stands before the first "services" of a URL; none without one.
+  /// What stands before the first "services" of a URL, which is looked for behind the server; none
+  /// without one.
   [[nodiscard]] static std::optional<std::string> extractBaseUrl(
       const std::optional<std::string>& url);
   /// The same with "services".
@@ -75,6 +77,21 @@ class BinaryNetworkUtils {
   /// "#middlewaredomain" stands for the current URL's service.
   [[nodiscard]] static std::string extractFileOperationUrl(
       const platform::Dictionary& templateDictionary, const std::optional<std::string>& currentUrl);
+
+  /// The same, for a request that carries the caller's credentials: under "#middlewaredomain" at
+  /// the current URL's server, else at the one that "domain" names, whatever the path is. An
+  /// address that leads elsewhere is an error, `kCodeMissingServerUrl`, with the address in its
+  /// text. A template without a domain gives what no request accepts as a URL.
+  [[nodiscard]] static platform::Result<std::string> fileOperationUrlAtItsServer(
+      const platform::Dictionary& templateDictionary, const std::optional<std::string>& currentUrl);
+  /// `address`, where it is at the server of `serverUrl`; else that error.
+  [[nodiscard]] static platform::Result<std::string> addressAtServer(std::string address,
+                                                                     std::string_view serverUrl);
+
+  /// `url` with the parameters appended as they are, percent-encoding included: for those that were
+  /// part of a URL before. Only what would end a pair is encoded.
+  [[nodiscard]] static std::string appendQueryOfUrl(std::string url,
+                                                    const platform::Dictionary& queryParams);
 
   /// The template that a JSON text holds. None for no text, and, with `error` set unless it is
   /// null, for text that is no JSON object.
