@@ -94,7 +94,7 @@ NetworkTask::NetworkTask(std::string name, std::shared_ptr<SerialQueue> queue)
 
 NetworkTask::~NetworkTask() = default;
 
-// The input.
+// Errors and interruptions.
 
 bool NetworkTask::isTaskInterrupted() const {
   const TaskState now = state();
@@ -358,12 +358,8 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
     // The known size refused a whole object of another size that came in place of the range.
     const bool startsOver = isTooLarge(*error) && request.question.known.object.total != 0 &&
                             request.question.mayStartOver();
-    const auto wrapped =
+    const ErrorPtr failure =
         CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
-    Dictionary userInfo = wrapped->userInfo();
-    userInfo.set(std::string(platform::kUnderlyingError), error);
-    const auto failure = std::make_shared<const VSTaskError>(ID(), wrapped->domain(),
-                                                             wrapped->code(), std::move(userInfo));
     return enterLater([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
       logger().logError(kRequestFailed, error->description());
