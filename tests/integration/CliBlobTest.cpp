@@ -140,7 +140,7 @@ TEST_F(CliBlobTest, InterruptPausesAndTheSameCommandGoesOn) {
   EXPECT_TRUE(contentOf(result["FilePath"].textValue()) == photoOf(2));
   EXPECT_EQ(stateOf("1"), 50);
   ASSERT_FALSE(sandbox().requests().empty());
-  EXPECT_EQ(*sandbox().requests().front().header("Range"), "bytes=2097152-3145727");
+  EXPECT_EQ(*sandbox().requests().front().header("Range"), "bytes=2097152-2499999");
 }
 
 TEST_F(CliBlobTest, InterruptBeforeThereIsADownloadEndsPromptly) {

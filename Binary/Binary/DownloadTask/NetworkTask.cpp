@@ -15,6 +15,7 @@
 #include <array>
 #include <cassert>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace varo::binary {
@@ -93,7 +94,7 @@ NetworkTask::NetworkTask(std::string name, std::shared_ptr<SerialQueue> queue)
 
 NetworkTask::~NetworkTask() = default;
 
-// The input.
+// Errors and interruptions.
 
 bool NetworkTask::isTaskInterrupted() const {
   const TaskState now = state();
@@ -167,11 +168,7 @@ bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
       return runState_ == RunState::kWaitsForRoom ? downloadChunk() : Effects{};
     });
   });
-  // Whoever takes chunks has bytes to write; asking for more is not its business.
-  if (effects.send || effects.cancel != nullptr) {
-    Runtime::shared().pool().postOrRun(
-        [self = self<NetworkTask>(), effects] { self->perform(effects); });
-  }
+  performLater(effects);  // whoever takes chunks has bytes to write
   return isTaken;
 }
 
@@ -193,11 +190,18 @@ void NetworkTask::enter(const Step& step) {
 
 void NetworkTask::enterLater(Step step) {
   queue_->async([self = self<NetworkTask>(), step = std::move(step)] {
-    Effects effects = self->guardedStep(step);
-    if (effects.cancel == nullptr && !effects.send) return;
-    Runtime::shared().pool().postOrRun(
-        [self, effects = std::move(effects)] { self->perform(effects); });
+    self->performLater(self->guardedStep(step));
   });
+}
+
+void NetworkTask::performLater(const Effects& effects) {
+  if (effects.cancel == nullptr && !effects.send) return;
+  try {
+    Runtime::shared().pool().postOrRun(
+        [self = self<NetworkTask>(), effects] { self->perform(effects); });
+  } catch (const std::bad_alloc&) {
+    perform(effects);  // a range that is never asked for would never end
+  }
 }
 
 NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
@@ -354,12 +358,8 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
     // The known size refused a whole object of another size that came in place of the range.
     const bool startsOver = isTooLarge(*error) && request.question.known.object.total != 0 &&
                             request.question.mayStartOver();
-    const auto wrapped =
+    const ErrorPtr failure =
         CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
-    Dictionary userInfo = wrapped->userInfo();
-    userInfo.set(std::string(platform::kUnderlyingError), error);
-    const auto failure = std::make_shared<const VSTaskError>(ID(), wrapped->domain(),
-                                                             wrapped->code(), std::move(userInfo));
     return enterLater([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
       logger().logError(kRequestFailed, error->description());

@@ -99,18 +99,19 @@ class NetworkTask final : public platform::VSTask {
   };
   using Step = std::function<Effects()>;
 
-  // The input.
   [[nodiscard]] bool isTaskInterrupted() const;
+  void begin(bool isResumed);
+  /// An error of this task.
   [[nodiscard]] platform::ErrorPtr cause(std::int64_t code, platform::Dictionary userInfo) const;
   [[nodiscard]] platform::ErrorPtr cause(std::int64_t code, std::string_view message) const;
 
-  void begin(bool isResumed);
-
-  // Steps, which return what follows from them. What a step throws ends the run with an error. The
-  // second one returns at once and holds the task until the step and its effects are done.
+  // Run a step when its turn comes, and then its effects. What either throws ends the run with an
+  // error. The second one returns at once and holds the task until all that is done.
   void enter(const Step& step);
   void enterLater(Step step);
   void perform(const Effects& effects);
+  /// The same on a thread of the pool.
+  void performLater(const Effects& effects);
 
   // Effects, and what answers are read with: not on the queue.
   void send(const Request& request);
