@@ -25,6 +25,7 @@ class JsonOutput final : public Output {
   void writeSuccess(const platform::Value& result, const HumanText& text) override;
   void writeFailure(const platform::Value& error, const Explain&) override;
   void writePaused(const platform::Dictionary& state, const HumanText&) override;
+  void writeFixedFailure() override;
   [[nodiscard]] bool streamsAreGood() const override { return stream_.good(); }
 
   void writeLine(std::string_view event, const platform::Dictionary& details);

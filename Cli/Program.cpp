@@ -6,6 +6,7 @@
 #include "Cli/HumanOutput.h"
 #include "Cli/Interrupts.h"
 #include "Cli/JsonOutput.h"
+#include "Cli/LastEvent.h"
 #include "Cli/Session.h"
 #include "Cli/Terminal.h"
 #include "Cli/WaitNotices.h"
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <variant>
 
 namespace varo::cli {
@@ -56,12 +58,15 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
   platform::VaroNativeFacade::setSink(makeLogSink(invocation, console, output));
   int status = 0;
   {
-    Session session(invocation.global, output, interrupts);
-    status =
-        std::visit([&](const auto& options) { return run(session, options); }, invocation.command);
+    std::optional<Session> session;
+    status = runToItsLastEvent(*output, [&] {
+      session.emplace(invocation.global, output, interrupts);
+      return std::visit([&](const auto& options) { return run(*session, options); },
+                        invocation.command);
+    });
     // Ends what an interrupt left under way. After it nothing uses the console or the output.
     platform::Runtime::shared().shutdown();
-    if (!session.output().allWritten()) {
+    if (!output->allWritten()) {
       console.print("standard output could not be written", "error: ", Console::Style::kError);
       status = status == 0 ? kExitFailure : status;
     }

@@ -8,6 +8,8 @@ int main(int count, char** words) {
     return varo::cli::runProgram({words + (count > 0 ? 1 : 0), words + count});
   } catch (const std::exception& error) {
     std::cerr << "varobinary: " << error.what() << '\n';
-    return 1;
+  } catch (...) {
+    std::cerr << "varobinary: an exception without words\n";
   }
+  return 1;
 }
