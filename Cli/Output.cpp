@@ -1,5 +1,7 @@
 #include "Cli/Output.h"
 
+#include "Cli/Secrets.h"
+
 #include <utility>
 
 namespace varo::cli {
@@ -48,7 +50,7 @@ bool Output::success(const Value& result, const HumanText& text) {
 }
 
 bool Output::failure(const Value& error, const Explain& explain) {
-  return finish([&] { writeFailure(error, explain); });
+  return finish([&] { writeFailure(failureWithoutSecrets(error), explain); });
 }
 
 bool Output::paused(const platform::Dictionary& state, const HumanText& text) {

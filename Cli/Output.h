@@ -46,6 +46,7 @@ class Output {
   /// pause. False when there was one already, and where it could not be told for want of memory or
   /// because of an exception: then a failure was, in fixed words.
   bool success(const platform::Value& result, const HumanText& text);
+  /// Secrets in the failure are replaced.
   bool failure(const platform::Value& error, const Explain& explain = describeFailure);
   bool paused(const platform::Dictionary& state, const HumanText& text);
   /// A failure in fixed words, for which nothing is allocated, unless there was an outcome.

@@ -6,6 +6,7 @@
 #include "Cli/ByteFormat.h"
 #include "Cli/Commands/ObjectFailure.h"
 #include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Secrets.h"
 #include "Cli/Session.h"
 #include "Cli/StagedDownload.h"
 #include "Cli/StandardOutput.h"
@@ -59,7 +60,7 @@ void download(Session& session, const ObjectGetOptions& options, const Session::
             {"id", id}, {binary::kFilePath, path}, {binary::kFileParams, withoutSecrets(params)}});
       }),
       blocks.guarded([blocks](const std::string&, const ErrorPtr& error, const Value&) {
-        blocks.onFailure(withoutSecrets(Value(error)));
+        blocks.onFailure(error);
       }),
       objectOptions(session.options(), options.options));
 }

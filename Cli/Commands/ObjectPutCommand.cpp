@@ -7,6 +7,7 @@
 #include "Cli/ByteFormat.h"
 #include "Cli/Commands/ObjectFailure.h"
 #include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Secrets.h"
 #include "Cli/Session.h"
 #include "Cli/TerminalText.h"
 #include "Platform/Foundation/Text.h"
@@ -62,7 +63,7 @@ int run(Session& session, const ObjectPutOptions& options) {
                                           {binary::keys::kUploadParams, withoutSecrets(params)}});
             }),
         blocks.guarded([blocks](const std::string&, const Value& error, const Value&) {
-          blocks.onFailure(withoutSecrets(error));
+          blocks.onFailure(error);
         }),
         objectOptions(session.options(), options.options));
   };

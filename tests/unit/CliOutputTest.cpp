@@ -180,6 +180,30 @@ TEST(LastEvent, IsToldOnceWhateverFails) {
   EXPECT_EQ(messages.str(), "error: " + unexpectedFailure().error()->localizedDescription() + "\n");
 }
 
+TEST(LastEvent, FailureShowsNoSecret) {
+  const auto cause = std::make_shared<const Error>(
+      "D", 6003,
+      Dictionary{{"NSLocalizedDescription", "select=security_key eq 'marker-1'&a=b: it expired"},
+                 {"response_headers", Dictionary{{"Set-Cookie", "sid=marker-2"}, {"Age", "1"}}}});
+  const auto error = std::make_shared<const Error>(
+      "D", 6006,
+      Dictionary{{"message", cause->localizedDescription()},
+                 {std::string(platform::kUnderlyingError), platform::ErrorPtr(cause)}});
+  for (const Value& failure :
+       {Value(platform::ErrorPtr(error)), Value(Array{platform::ErrorPtr(error)}),
+        Value(Dictionary{{"error", Dictionary{{"Errors", Array{platform::ErrorPtr(error)}}}}}),
+        Value(Dictionary{{"localizedDescription", cause->localizedDescription()},
+                         {"userInfo", cause->userInfo()}})}) {
+    std::ostringstream results, messages;
+    JsonOutput(results).failure(failure);
+    Console console(messages, {});
+    HumanOutput(results, console, [] { return 80; }).failure(failure);
+    const std::string all = results.str() + messages.str();
+    EXPECT_EQ(all.find("marker-"), std::string::npos) << all;
+    EXPECT_NE(all.find(R"("Age":"1")"), std::string::npos) << all;
+  }
+}
+
 TEST(LastEvent, BlockThatThrowsEndsItsOperation) {
   const auto operation = std::make_shared<Operation>();
   const Session::Blocks blocks{operation->onSuccess(), operation->onFailure(), {}, {}};
