@@ -20,7 +20,7 @@ constexpr std::string_view kFixedFailure =
 
 }  // namespace
 
-void JsonOutput::writeFixedFailure() { stream_ << kFixedFailure << std::flush; }
+void JsonOutput::writeFixedFailure(std::ostream& stream) { stream << kFixedFailure << std::flush; }
 
 void JsonOutput::writeLine(std::string_view event, const Dictionary& details) {
   stream_ << eventLine(event, details) << '\n' << std::flush;
