@@ -2,9 +2,7 @@
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/BlobFixture.h"
 #include "tests/support/OwnProcess.h"
-#include "tests/support/RecordingLog.h"
 
-#include <atomic>
 #include <future>
 
 namespace varo::binary {
@@ -139,65 +137,50 @@ TEST_F(DownloadSchedulingTest, EveryOperationMayBeCalledFromInsideEveryBlock) {
   EXPECT_EQ(contentOf(pathOf("1")), object_.bytes);
 }
 
-TEST_F(DownloadSchedulingTest, ClearingStopsAndForgetsAndUnderTheSafePolicyAnswers) {
+TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload) {
   const std::size_t atRest = platform::VSTask::liveCount();
   for (const TransferPolicy policy : kBothPolicies) {
     setTransferPolicy(policy);
+    const bool isSafe = policy == TransferPolicy::kSafe;
     makeDatabase();
     const std::string resumed = pausedBlob("resumed");
-    const std::string paused = pausedBlob("paused");
     std::vector<std::string> ids;
-    for (const char* pk : {"1", "2", "3", "4", "5", "6", "7"}) ids.push_back(newBlob(pk));
+    for (const char* pk : {"1", "2", "3", "4", "5", "6"}) ids.push_back(newBlob(pk));
     transport_->hold();
     manager_->resumeDownload(resumed, block("resume"));
-    EXPECT_TRUE(eventually([&] { return stateOf(resumed) == "102"; }));
-    EXPECT_EQ(create("resumed").summary(), "create: ok");  // the former one runs on
-    for (std::size_t i = 0; i < 6; ++i) start(ids[i]);
-    awaitHeld(6);
+    for (const std::string& id : ids) start(id);
+    awaitHeld(6);  // the sixth waits
     manager_->invalidateAllBackgroundSessions();
-    if (policy == TransferPolicy::kSafe) {
-      start(ids[6]);
-      manager_->pauseDownload(ids[0], block("pause"));
-      manager_->resumeDownload(paused, block("resume"));
-      EXPECT_THAT(awaitSummaries(3), Each(EndsWith("5001 The download was stopped.")));
-    }
-    manager_->clearBinaryDataManagerState();
+    if (isSafe) EXPECT_THAT(awaitSummaries(7), Each(EndsWith("5001 The download was stopped.")));
+    EXPECT_EQ(stateOf(ids[0]) + stateOf(ids[5]) + stateOf(resumed), "102101102");
+
+    // Each operation begins a new run, for which there is a place.
+    manager_->pauseDownload(ids[0], block("pause"));
+    EXPECT_EQ(awaitNext().summary(), "pause: ok");
+    manager_->resumeDownload(resumed, block("resume"));
+    start(ids[1]);
+    manager_->resumeDownload(ids[0], block("resume"));
     transport_->releaseAll();
-    if (policy == TransferPolicy::kSafe) {
-      EXPECT_THAT(awaitSummaries(8), Each(EndsWith(": " + kCleared)));
+    for (const std::string& summary : awaitSummaries(isSafe ? 3 : 4)) {
+      EXPECT_THAT(summary, EndsWith(": ok"));  // the sixth among them, which a stop leaves waiting
     }
+    EXPECT_EQ(contentOf(pathOf(ids[0])) + contentOf(pathOf(resumed)),
+              object_.bytes + object_.bytes);
+
+    transport_->hold();
+    const std::string running = newBlob("running");
+    start(running);
+    awaitHeld(1);
+    manager_->clearBinaryDataManagerState();
+    if (isSafe) EXPECT_EQ(awaitNext().summary(), "start " + running + ": " + kCleared);
+    transport_->releaseAll();
     EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == atRest; }));
-    EXPECT_EQ(stateOf(ids[0]) + stateOf(ids[5]) + stateOf(ids[6]), "102101101");
-    EXPECT_EQ(stateOf(resumed), "102");
-    EXPECT_FALSE(std::filesystem::exists(pathOf(ids[0])));
-    EXPECT_EQ(create("1").summary(), "create: ok");  // and all places are free again
-    start(ids[0]);
-    EXPECT_EQ(awaitNext().summary(), "start " + ids[0] + ": ok");
+    EXPECT_EQ(stateOf(running), "102");
+    EXPECT_EQ(create("running").summary(), "create: ok");
+    start(running);
+    EXPECT_EQ(awaitNext().summary(), "start " + running + ": ok");
     manager_->clearBinaryDataManagerState();
     std::filesystem::remove_all(home_ / "Documents");
-  }
-}
-
-TEST_F(DownloadSchedulingTest, OperationInTheMiddleOfAResumeIsAnsweredAndCounts) {
-  for (const bool pauses : {true, false}) {
-    const std::string id = pausedBlob(pauses ? "paused" : "started");
-    const std::string moment = pauses ? "Calling the resume download method for blob ID : " + id
-                                      : "Task is in end state but the file is not available.";
-    std::atomic<bool> done = false;
-    const RecordingLog log;
-    log->onWrite = [&](auto, auto) {
-      if (log->count(LogLevel::kDebug, moment) == 0 || done.exchange(true)) return;
-      if (!pauses) return start(id);
-      manager_->pauseDownload(id, block("pause"));
-    };
-    transport_->hold();
-    manager_->resumeDownload(id, block("resume"));
-    EXPECT_EQ(awaitNext().summary(),
-              pauses ? "pause: ok" : std::string("resume: ") + kNotResumable);
-    if (pauses) manager_->resumeDownload(id, block("resume"));
-    transport_->releaseAll();
-    EXPECT_EQ(awaitNext().summary(), pauses ? "resume: ok" : "start " + id + ": ok");
-    EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
   }
 }
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Binary/Binary/BinaryDataManager/DownloadLists.h"
-#include "Binary/Binary/BinaryDataManager/DownloadScheduler.h"
+#include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Foundation/WorkQueue.h"
-#include "Platform/TaskEngine/VSTask.h"
 
 #include <cstddef>
 #include <functional>
@@ -18,6 +18,7 @@
 
 namespace varo::binary {
 
+class BlobDownload;
 struct BlobColumn;
 
 /// Error or null, blob id or none.
@@ -48,8 +49,7 @@ using BlobDeletionBlock =
 /// Errors have the domain "DownloadTaskErrorDomain" unless said otherwise. After the runtime's
 /// shutdown no download is made or changed (5001), and those that wait are told so; paths and
 /// deletions work on. Thread-safe.
-class BinaryDataManager final : public platform::TaskListener,
-                                public std::enable_shared_from_this<BinaryDataManager> {
+class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataManager> {
  public:
   /// Downloads that run at once. Resumed ones do not count.
   static constexpr std::size_t MAX_PARALLEL_JOBS = 5;
@@ -103,18 +103,15 @@ class BinaryDataManager final : public platform::TaskListener,
 
   /// Stops every download and forgets every task, with its blocks. Rows and files stay as they are.
   void clearBinaryDataManagerState();
-  /// Stops the download of every task, for good: another one must be created. The tasks keep their
-  /// places, those in progress too, and their blocks wait until `clearBinaryDataManagerState`.
+  /// Ends the run of every download that has been created. Those that are started, resumed or
+  /// paused later go on from there. Under `TransferPolicy::kSafe` the blocks that wait hear of it
+  /// (5001); else they wait for the end of the next run.
   void invalidateAllBackgroundSessions();
-
-  /// Hears of the downloads. Called by the engine.
-  void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
-            platform::TaskState to, const platform::Dictionary& context) override;
 
  private:
   struct Badge {};
-  using TaskPtr = std::shared_ptr<DownloadTask>;
-  using TaskList = std::vector<TaskPtr>;
+  using DownloadPtr = std::shared_ptr<BlobDownload>;
+  using Downloads = std::map<std::string, DownloadPtr>;
 
  public:
   /// For `sharedInstance` alone, as the badge says.
@@ -122,31 +119,29 @@ class BinaryDataManager final : public platform::TaskListener,
 
  private:
   void create(const BlobColumn& column, const platform::Dictionary& downloadConfig,
-              const BlobCreationBlock& completion);
-  void createDownloadTask(const std::string& blobId, const platform::Dictionary& downloadConfig,
+              const OperationSettings::Ptr& settings, const BlobCreationBlock& completion);
+  void createDownloadTask(const std::string& blobId, const OperationSettings::Ptr& settings,
+                          const platform::Dictionary& downloadConfig,
                           const platform::Dictionary& additionalConfig,
                           const platform::Dictionary& andPrimaryKeys);
   [[nodiscard]] bool isTaskInProgress(const std::string& blobId) const;
+  [[nodiscard]] DownloadPtr find(const std::optional<std::string>& blobId) const;
+  [[nodiscard]] Downloads tasks() const;
 
-  /// Starts a download anew that had come to its end before the block of this start was stored.
-  void startIfEnded(const std::string& blobId, const DownloadLists::Found& found);
-  /// Not one that is at rest, which would take it for its next run.
-  static void pauseIfStarted(DownloadTask& task);
-  /// Ends a claim, with the pause that was asked for meanwhile.
-  void settle(DownloadTask& task);
-  /// Answers a pause whose download was at rest before its block was stored: nobody else would.
-  void answerLatePause(const std::string& blobId, const DownloadLists::Found& found);
-  /// Answers the blocks of a task that was cleared while they were stored.
-  void answerIfCleared(const DownloadLists::Found& found);
+  static void invalidate(const Downloads& tasks);
+  static void clearTasksMap(const Downloads& tasks);
+  static void clearSchedulingQueue(const std::vector<DownloadPtr>& schedulingQueue);
+  static void clearInProgressQueue(const std::vector<DownloadPtr>& inProgressQueue);
+  static void clearFinishedQueue();
 
-  static void invalidate(const std::map<std::string, DownloadLists::Entry>& tasks);
-  static void clearTasksMap(const std::map<std::string, DownloadLists::Entry>& tasks);
-  static void clearSchedulingQueue(const TaskList& schedulingQueue);
-  void clearInProgressQueue(const TaskList& inProgressQueue);
-  static void clearFinishedQueue(const TaskList& finishedQueue);
+  DownloadPlaces places_;
 
-  DownloadLists lists_;
-  DownloadScheduler scheduler_;
+  mutable platform::Mutex mutex_;
+  /// By their blob ids. No download is called or destroyed under the lock.
+  Downloads tasks_ VARO_GUARDED_BY(mutex_);
+  /// Those in whose place another one of the blob was created, as long as they run.
+  std::vector<std::weak_ptr<BlobDownload>> replaced_ VARO_GUARDED_BY(mutex_);
+
   // One operation of a kind at a time.
   platform::SerialQueue dataManagerQueue_;
   platform::SerialQueue dataFilePathQueue_;

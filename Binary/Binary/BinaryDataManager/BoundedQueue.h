@@ -132,6 +132,11 @@ class BoundedQueue {
     const platform::MutexLock lock(mutex_);
     return std::find(running_.begin(), running_.end(), item) != running_.end();
   }
+  /// Those that run; an item that was entered twice stands there twice.
+  [[nodiscard]] std::vector<ItemPtr> runningItems() const {
+    const platform::MutexLock lock(mutex_);
+    return running_;
+  }
   [[nodiscard]] std::size_t waiting() const {
     const platform::MutexLock lock(mutex_);
     return waiting_.size();

@@ -1,10 +1,10 @@
 #include "Binary/Binary/BinaryDataManager/DownloadRows.h"
 
 #include "Binary/Binary/BinaryDataManager/BlobFiles.h"
-#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DownloadFile.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
@@ -17,6 +17,7 @@ namespace varo::binary {
 
 using platform::Dictionary;
 using platform::ErrorPtr;
+using platform::Result;
 
 namespace {
 
@@ -51,46 +52,21 @@ constexpr std::string_view kFileNotNoted =
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-BlobStoreTable tableOf(const Dictionary& input) {
-  return {input[kDBName].textValue(), OperationSettings::of(input)->policy};
-}
-
 ErrorPtr fileError(std::int32_t code, std::string_view message) {
   return std::make_shared<const platform::Error>(std::string(kDownloadTaskErrorDomain), code,
                                                  Dictionary{{kErrorMessage, message}});
 }
 
-/// Changes the row in the state in which it was read, so that a deletion that is recorded between
-/// the two statements stands.
-platform::Result<void> updateUnlessDeleted(const BlobStoreTable& table, const std::string& blobId,
-                                           const Dictionary& values) {
-  const auto row = table.row(blobId);
-  if (!row) return table.update(blobId, values);
-  const platform::Value& state = (*row)[blobs::kState];
-  if (state == platform::Value(blobs::kNull)) return table.update(blobId, values);
-  const std::int64_t number = state.integerValue();
-  if (number != kDeleteAccepted && number != kDeleteInProgress) {
-    return table.updateInState(blobId, state, values);
-  }
-  // The sync engine is to find the file that has come since.
-  const platform::Value& path = values[blobs::kLocalPath];
-  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return {};
-  return table.update(blobId, {{blobs::kLocalPath, path}});
-}
-
-platform::Result<void> update(const DownloadTask& task, const Dictionary& values) {
-  const Dictionary input = task.inputContext();
-  const BlobStoreTable table = tableOf(input);
-  if (!OperationSettings::of(input)->isSafe()) return table.update(task.name(), values);
-  return updateUnlessDeleted(table, task.name(), values);
-}
-
 }  // namespace
 
-std::optional<Dictionary> DownloadRows::checkIfFileAvailableForTask(const DownloadTask& task,
-                                                                    ErrorPtr* withError) {
+DownloadRows::DownloadRows(const std::string& databaseName, std::string blobId, bool isSafe)
+    : table_(databaseName, isSafe ? TransferPolicy::kSafe : TransferPolicy::kCompatible),
+      blobId_(std::move(blobId)),
+      isSafe_(isSafe) {}
+
+std::optional<Dictionary> DownloadRows::checkIfFileAvailable(ErrorPtr* withError) const {
   logger().logTrace(kCheckingFile);
-  const auto row = tableOf(task.inputContext()).row(task.name());
+  const auto row = table_.row(blobId_);
   if (!row) {
     logger().logDebug(kEndedWithoutRow);
     *withError = fileError(kCodeBlobRowNotFound, kRowBlobId);
@@ -110,63 +86,84 @@ std::optional<Dictionary> DownloadRows::checkIfFileAvailableForTask(const Downlo
   return Dictionary{{kFilePath, path}, {blobs::kState, state}};
 }
 
-void DownloadRows::setMetaDataForTask(DownloadTask& task) {
-  Dictionary input = task.inputContext();
-  const auto row = tableOf(input).row(input[kBlobId].textValue());
-  if (!row) return logger().logDebug(kNoRowForMetaData, task.name());
+Dictionary DownloadRows::withMetaData(Dictionary input) const {
+  const auto row = table_.row(blobId_);
+  if (!row) {
+    logger().logDebug(kNoRowForMetaData, blobId_);
+    return input;
+  }
   const auto path = localPathIn(*row);
   const std::int64_t size = BlobFiles::bytesOnDisk(*row).value_or(0);
   input.set(kTotalBytesDownloaded, size);
-  task.setInputContext(input);
   if (path) {
     logger().logDebug(kMetaDataPath, *path);
-    logger().logDebug(kFileSizeUpdated, size, task.name());
-    logger().logDebug(kMetaDataInput, task.name(), input);
+    logger().logDebug(kFileSizeUpdated, size, blobId_);
+    logger().logDebug(kMetaDataInput, blobId_, input);
   } else {
     logger().logDebug(kNoMetaDataPath);
   }
+  return input;
 }
 
-void DownloadRows::limitOffsetToFile(DownloadTask& task) {
-  Dictionary input = task.inputContext();
-  const std::int64_t offset = input[kTotalBytesDownloaded].integerValue();
-  if (offset <= 0) return;
-  const auto row = tableOf(input).row(task.name());
-  if (!row) return;
-  const std::int64_t size = BlobFiles::bytesOnDisk(*row).value_or(0);
-  if (size >= offset) return;
-  input.set(kTotalBytesDownloaded, size);
-  task.setInputContext(std::move(input));
+std::int64_t DownloadRows::bytesToGoOnFrom(const FileClaim& claim) const {
+  if (claim.isBroken()) return 0;
+  const Dictionary row = table_.row(blobId_).value_or(Dictionary());
+  const bool isNamed = localPathIn(row) == claim.path();
+  // The process may have died before the row had a path; the folder may have been moved.
+  const bool isKnown = isSafe_ && !claim.validator().empty();
+  if (!isNamed && !isKnown) return 0;
+  return static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
 }
 
-void DownloadRows::updateDBForTask(const DownloadTask& task, const Dictionary& output) {
-  // An output that is missing is no entry, and its column stays as it is.
-  const auto updated = update(task, {{blobs::kLocalPath, output[kFilePath]},
-                                     {blobs::kState, kFileAvailable},
-                                     {blobs::kSize, output[kTotalFileSize]}});
-  if (updated) {
-    logger().logDebug(kCompletionUpdated, task.name());
-  } else {
-    logger().logError(kStateNotUpdated, kFileAvailable, task.name());
+Result<void> DownloadRows::update(const Dictionary& values) const {
+  return isSafe_ ? updateUnlessDeleted(values) : table_.update(blobId_, values);
+}
+
+/// Changes the row in the state in which it was read, so that a deletion that is recorded between
+/// the two statements stands.
+Result<void> DownloadRows::updateUnlessDeleted(const Dictionary& values) const {
+  const auto row = table_.row(blobId_);
+  if (!row) return table_.update(blobId_, values);
+  const platform::Value& state = (*row)[blobs::kState];
+  if (state == platform::Value(blobs::kNull)) return table_.update(blobId_, values);
+  const std::int64_t number = state.integerValue();
+  if (number != kDeleteAccepted && number != kDeleteInProgress) {
+    return table_.updateInState(blobId_, state, values);
   }
+  // The sync engine is to find the file that has come since.
+  const platform::Value& path = values[blobs::kLocalPath];
+  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return {};
+  return table_.update(blobId_, {{blobs::kLocalPath, path}});
 }
 
-void DownloadRows::updateStateOfTask(const DownloadTask& task, std::int32_t withState,
-                                     const Dictionary& output) {
+Result<void> DownloadRows::updateDB(const Dictionary& output) const {
+  // An output that is missing is no entry, and its column stays as it is.
+  auto updated = update({{blobs::kLocalPath, output[kFilePath]},
+                         {blobs::kState, kFileAvailable},
+                         {blobs::kSize, output[kTotalFileSize]}});
+  if (updated) {
+    logger().logDebug(kCompletionUpdated, blobId_);
+  } else {
+    logger().logError(kStateNotUpdated, kFileAvailable, blobId_);
+  }
+  return updated;
+}
+
+void DownloadRows::updateState(std::int32_t withState, const Dictionary& output) const {
   Dictionary values{{blobs::kState, withState}};
   if (withState != kDownloadStarted) values.set(blobs::kLocalPath, output[kFilePath]);
-  if (update(task, values)) {
-    logger().logDebug(kStateUpdated, withState, task.name());
+  if (update(values)) {
+    logger().logDebug(kStateUpdated, withState, blobId_);
   } else {
-    logger().logError(kStateNotUpdated, withState, task.name());
+    logger().logError(kStateNotUpdated, withState, blobId_);
   }
 }
 
-void DownloadRows::noteFileOfTask(const DownloadTask& task, const Dictionary& output) {
+void DownloadRows::noteFile(const Dictionary& output) const {
   const platform::Value& path = output[kFilePath];
   if (path.isMissing()) return;
-  if (!tableOf(task.inputContext()).update(task.name(), {{blobs::kLocalPath, path}})) {
-    logger().logError(kFileNotNoted, task.name());
+  if (!table_.update(blobId_, {{blobs::kLocalPath, path}})) {
+    logger().logError(kFileNotNoted, blobId_);
   }
 }
 

@@ -1,39 +1,51 @@
 #pragma once
 
-#include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 namespace varo::binary {
 
-/// What the row of a download's blob says, and what is noted there. The row is that of the task's
-/// name in the database that its input names. Under `TransferPolicy::kSafe` one whose deletion is
-/// recorded keeps its state, and takes a path only where it has none. Stateless, thread-safe.
+class FileClaim;
+
+/// The row of one download's blob: what it says, and what is noted there. Under
+/// `TransferPolicy::kSafe` a row whose deletion is recorded keeps its state, and takes a path only
+/// where it has none. Every call reads or writes the database. Thread-safe.
 class DownloadRows {
  public:
-  DownloadRows() = delete;
+  DownloadRows(const std::string& databaseName, std::string blobId, bool isSafe);
 
   /// {"FilePath", "state"} where the file is there already, as the row says; else none, with
   /// `withError` set: code 5 for no row, 4 for another state.
-  [[nodiscard]] static std::optional<platform::Dictionary> checkIfFileAvailableForTask(
-      const DownloadTask& task, platform::ErrorPtr* withError);
-  /// Has the task go on from the size of its file: sets the input's "TotalBytesDownloaded".
-  static void setMetaDataForTask(DownloadTask& task);
-  /// Has the task begin no further on than its file reaches, which may have been cut, moved or
-  /// removed since the input's "TotalBytesDownloaded" was set.
-  static void limitOffsetToFile(DownloadTask& task);
+  [[nodiscard]] std::optional<platform::Dictionary> checkIfFileAvailable(
+      platform::ErrorPtr* withError) const;
+  /// Has a paused download go on from the size of its file: `input` with "TotalBytesDownloaded".
+  [[nodiscard]] platform::Dictionary withMetaData(platform::Dictionary input) const;
+  /// How many bytes of the claimed file are of the object that the row is about; 0 where that is
+  /// not known: the row names another file, or whoever wrote the file died in the middle.
+  [[nodiscard]] std::int64_t bytesToGoOnFrom(const FileClaim& claim) const;
 
-  /// Notes that the file is complete, with what the task's `output` says of it. A failure is
-  /// logged, here and below: the row then says less than is true, and the next download finds out.
-  static void updateDBForTask(const DownloadTask& task, const platform::Dictionary& output);
+  /// Notes that the file is complete, with what `output` says of it. Errors: those of
+  /// `BlobStoreTable::update`. A failure is logged, here and below.
+  [[nodiscard]] platform::Result<void> updateDB(const platform::Dictionary& output) const;
   /// Notes a state, and, unless that is `kDownloadStarted`, the file's path where it is known.
-  static void updateStateOfTask(const DownloadTask& task, std::int32_t withState,
-                                const platform::Dictionary& output);
-  /// Notes where the file of a download that runs is, so that one whose process dies can go on.
-  static void noteFileOfTask(const DownloadTask& task, const platform::Dictionary& output);
+  void updateState(std::int32_t withState, const platform::Dictionary& output) const;
+  /// Notes where the file of a download that runs is, so that one whose process dies goes on.
+  void noteFile(const platform::Dictionary& output) const;
+
+ private:
+  [[nodiscard]] platform::Result<void> update(const platform::Dictionary& values) const;
+  [[nodiscard]] platform::Result<void> updateUnlessDeleted(
+      const platform::Dictionary& values) const;
+
+  const BlobStoreTable table_;
+  const std::string blobId_;
+  const bool isSafe_;
 };
 
 }  // namespace varo::binary

@@ -6,13 +6,12 @@
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
 #include "Binary/Binary/Utils/BlockCall.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/WorkQueue.h"
 
-#include <algorithm>
 #include <exception>
 #include <string_view>
 #include <utility>
@@ -83,6 +82,7 @@ void OnlineBinaryDataManager::createAndStartOnlineDownloadTaskFor(
     const std::optional<Dictionary>& andOptions) {
   const auto download = std::make_shared<const OnlineDownload>(
       OnlineDownload{fileParams, withStreaming, downloadConfig, andOptions,
+                     OperationSettings::take(andOptions.value_or(Dictionary())),
                      std::move(withOnFileDownloadStartedCompletionBlock),
                      std::move(andOnChunkDownloadCompletedCompletionBlock),
                      std::move(andOnStreamDownloadCompletedCompletionBlock),
@@ -103,9 +103,10 @@ void OnlineBinaryDataManager::create(const std::shared_ptr<const OnlineDownload>
   if (const ErrorPtr error = shutDownError()) return refuse(download, identifier, error);
   const auto task = makeTask(*download, identifier);
   if (!task) return refuse(download, identifier, task.error());
-  schedule(*task);
+  enter(*task);
+  (void)queue_.schedule(*task);
   // What waits goes first.
-  checkAndStartExecution(transferPolicy() == TransferPolicy::kSafe ? firstScheduled() : *task);
+  checkAndStartExecution(download->settings->isSafe() ? queue_.firstWaiting() : *task);
 }
 
 /// Blocks are copied here, and what an application's block throws then must not be lost.
@@ -120,9 +121,9 @@ Result<OnlineBinaryDataManager::TaskPtr> OnlineBinaryDataManager::makeTask(
     TaskPtr task = DownloadTask::create(identifier);
     task->subscribeForTaskUpdates(shared_from_this());
     task->setInputContext(*input);
-    task->setOnFileDownloadStartedCompletionBlock(download.onFileDownloadStarted);
-    task->setOnFileDownloadCompletedCompletionBlock(download.onFileDownloadCompleted);
-    task->setOnDownloadFailureCompletionBlock(download.onDownloadFailure);
+    task->onFileDownloadStartedCompletionBlock = download.onFileDownloadStarted;
+    task->onFileDownloadCompletedCompletionBlock = download.onFileDownloadCompleted;
+    task->onDownloadFailureCompletionBlock = download.onDownloadFailure;
     return task;
   } catch (const std::exception& exception) {
     return unexpected(exception.what());
@@ -141,18 +142,16 @@ void OnlineBinaryDataManager::endWithRuntime() {
 
 void OnlineBinaryDataManager::checkAndStartExecution(const TaskPtr& task) {
   logger().logDebug(kCheckingForEmptySlot);
-  if (task == nullptr || !takeToStart(task)) return;
+  if (task == nullptr || task->state() != TaskState::NotStarted) return;
+  (void)queue_.schedule(task);  // who calls this with a task of its own has not
+  if (!queue_.takeToStart(task)) return;
   logger().logDebug(kStartDownload, task->name());
   task->start();
-  // An engine that was shut down meanwhile notifies nobody.
-  if (task->state() != TaskState::Errored || !Runtime::shared().isShutDown()) return;
-  (void)task->takeOnFileDownloadStartedCompletionBlock();
-  downloadErrored(task);
 }
 
-/// Of the ends that are no success. None that waits outlives the runtime unanswered.
-void OnlineBinaryDataManager::placeLeft() {
-  if (transferPolicy() == TransferPolicy::kSafe || Runtime::shared().isShutDown()) {
+/// None that waits outlives the runtime unanswered.
+void OnlineBinaryDataManager::placeLeft(const DownloadTask& task) {
+  if (OperationSettings::of(task.inputContext())->isSafe() || Runtime::shared().isShutDown()) {
     startNextScheduledTask();
   }
 }
@@ -160,7 +159,7 @@ void OnlineBinaryDataManager::placeLeft() {
 /// On the queue, where a row of downloads that fail at once is no recursion.
 void OnlineBinaryDataManager::startNextScheduledTask() {
   onlineDownloadQueue().async([self = shared_from_this()] {
-    if (const TaskPtr first = self->firstScheduled()) self->checkAndStartExecution(first);
+    if (const TaskPtr first = self->queue_.firstWaiting()) self->checkAndStartExecution(first);
   });
 }
 
@@ -189,16 +188,16 @@ void OnlineBinaryDataManager::task(const std::shared_ptr<VSTask>& task, TaskStat
 void OnlineBinaryDataManager::downloadStarted(DownloadTask& task) {
   const Dictionary input = task.inputContext();
   if (!input.contains(kOnFileDownloadStarted)) return;
-  const auto block = task.takeOnFileDownloadStartedCompletionBlock();
+  const auto block = take(task, &DownloadTask::onFileDownloadStartedCompletionBlock);
   if (block) callBlock([&] { block(task.name(), input[kFileParams]); });
 }
 
 void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionary& output) {
-  removeFromInProgress(task);
+  (void)queue_.remove(task);
   // The file is the application's from the moment on that it hears of it.
   task->releaseFile();
   const Dictionary input = task->inputContext();
-  const auto block = task->takeOnFileDownloadCompletedCompletionBlock();
+  const auto block = take(*task, &DownloadTask::onFileDownloadCompletedCompletionBlock);
   if (block && input.contains(kOnFileDownloadCompleted)) {
     callBlock([&] {
       block(output[kBlobId].textValue(), output[kFilePath].textValue(), input[kFileParams]);
@@ -210,61 +209,44 @@ void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionar
 
 /// The name stays in use: who paused the task may resume it.
 void OnlineBinaryDataManager::downloadPaused(const TaskPtr& task) {
-  removeFromInProgress(task);
-  placeLeft();
+  (void)queue_.remove(task);
+  placeLeft(*task);
 }
 
 void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
-  removeFromInProgress(task);
+  (void)queue_.remove(task);
+  task->releaseFile();
   forget(task);
-  if (const auto block = task->takeOnDownloadFailureCompletionBlock()) {
+  if (const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock)) {
     const auto error = std::make_shared<const Error>(std::string(kDownloadTaskError),
                                                      kCodeDownloadTaskFailed, task->errorContext());
     callBlock([&] { block(task->name(), error, task->inputContext()[kFileParams]); });
   }
-  placeLeft();
+  placeLeft(*task);
 }
 
-// The collections.
+// The names.
 
 bool OnlineBinaryDataManager::isKnown(const std::string& identifier) const {
   const MutexLock lock(mutex_);
   return tasks.contains(identifier);
 }
 
-/// Of a new task, so that it waits nowhere yet.
-void OnlineBinaryDataManager::schedule(const TaskPtr& task) {
+void OnlineBinaryDataManager::enter(const TaskPtr& task) {
   const MutexLock lock(mutex_);
   tasks.emplace(task->name(), task);
-  schedulingQueue.push_back(task);
-}
-
-OnlineBinaryDataManager::TaskPtr OnlineBinaryDataManager::firstScheduled() const {
-  const MutexLock lock(mutex_);
-  return schedulingQueue.empty() ? nullptr : schedulingQueue.front();
-}
-
-bool OnlineBinaryDataManager::takeToStart(const TaskPtr& task) {
-  const MutexLock lock(mutex_);
-  if (inProgressQueue.size() >= MAX_PARALLEL_JOBS) return false;
-  // One that is in progress may not have been started yet by the thread that put it there.
-  const auto running = std::find(inProgressQueue.begin(), inProgressQueue.end(), task);
-  if (running != inProgressQueue.end() || task->state() != TaskState::NotStarted) return false;
-  inProgressQueue.push_back(task);
-  const auto waiting = std::find(schedulingQueue.begin(), schedulingQueue.end(), task);
-  if (waiting != schedulingQueue.end()) schedulingQueue.erase(waiting);
-  return true;
-}
-
-void OnlineBinaryDataManager::removeFromInProgress(const TaskPtr& task) {
-  const MutexLock lock(mutex_);
-  std::erase(inProgressQueue, task);
 }
 
 void OnlineBinaryDataManager::forget(const TaskPtr& task) {
   const MutexLock lock(mutex_);
   const auto found = tasks.find(task->name());
   if (found != tasks.end() && found->second == task) tasks.erase(found);
+}
+
+template <typename Block>
+Block OnlineBinaryDataManager::take(DownloadTask& task, Block DownloadTask::*block) const {
+  const MutexLock lock(mutex_);
+  return std::exchange(task.*block, nullptr);
 }
 
 }  // namespace varo::binary

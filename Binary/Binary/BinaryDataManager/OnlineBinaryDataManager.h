@@ -1,6 +1,7 @@
 #pragma once
 
-#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
+#include "Binary/Binary/DownloadTask/DownloadTask.h"
 #include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Mutex.h"
@@ -9,12 +10,10 @@
 #include "Platform/TaskEngine/VSTask.h"
 
 #include <cstddef>
-#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace varo::platform {
 class SerialQueue;
@@ -22,7 +21,6 @@ class SerialQueue;
 
 namespace varo::binary {
 
-class DownloadTask;
 struct OnlineDownload;
 
 /// The entry point for downloads of single objects from a back end or an object store, into a file
@@ -33,6 +31,11 @@ struct OnlineDownload;
 /// another has succeeded; under `TransferPolicy::kSafe`, in the order of their requests, when
 /// another has come to any end (docs/policy.md). The runtime's shutdown ends them all, with an
 /// error.
+///
+/// Under `TransferPolicy::kCompatible` the name of the file is computed anew at each use, and it
+/// begins with the second. A download that is under way when one second becomes the next can
+/// therefore leave its bytes in several files and report success with one that is incomplete.
+/// Applications that do not depend on those names use `TransferPolicy::kSafe`.
 ///
 /// Blocks are called on threads of the runtime's pool, those of the chunks on the queue that all
 /// downloads share, with no lock held; each may start further downloads, and what it throws is
@@ -67,8 +70,8 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   /// "headers", "X-Pelmar-Authorization", "queryParams" and "ChunkSize" (bytes of a range, 1 MiB
   /// unless given). With "Auth" = "HMACDigest" the request carries the headers of
   /// `S3HMACGenerator` instead of these: "method", "Host", and "AuthParameters" with the keys are
-  /// filled with the file parameters first. They are signed now and must be in time for the last
-  /// range.
+  /// filled with the file parameters first. Under `TransferPolicy::kSafe` each range is signed when
+  /// it is asked for; else they are signed now and must be in time for the last range.
   ///
   /// The started block is called once; then exactly one of the completed and the failure block,
   /// after all calls of the chunk and stream blocks, which need not wait for the started block. A
@@ -113,26 +116,26 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   void downloadPaused(const TaskPtr& task);
   void downloadErrored(const TaskPtr& task);
 
+  /// Keeps the task under its name, which nobody has yet.
+  void enter(const TaskPtr& task);
   [[nodiscard]] bool isKnown(const std::string& identifier) const;
-  void schedule(const TaskPtr& task);
-  /// Whether the task, which takes a place, is to be started.
-  [[nodiscard]] bool takeToStart(const TaskPtr& task);
-  void removeFromInProgress(const TaskPtr& task);
   void forget(const TaskPtr& task);
-  [[nodiscard]] TaskPtr firstScheduled() const;
+  /// Takes a block that the task carries, so that it is called once.
+  template <typename Block>
+  [[nodiscard]] Block take(DownloadTask& task, Block DownloadTask::*block) const;
   void startNextScheduledTask();
-  void placeLeft();
+  /// After an end that is no success.
+  void placeLeft(const DownloadTask& task);
 
   const platform::Clock& clock_;
   /// Whether it hears of the runtime's shutdown. Owned by the queue.
   bool endsWithRuntime_ = false;
 
-  /// Of the three. Nothing is called under it but `VSTask::state`, and no task is destroyed.
+  /// Those that wait and those that run.
+  BoundedQueue<DownloadTask> queue_{MAX_PARALLEL_JOBS};
+
+  /// Also of the blocks that the tasks carry. Nothing is called under it, and no task is destroyed.
   mutable platform::Mutex mutex_;
-  /// Tasks that wait, oldest first. As many as the application asks for.
-  std::deque<TaskPtr> schedulingQueue VARO_GUARDED_BY(mutex_);
-  /// Tasks that were started and have not come to an end or paused.
-  std::vector<TaskPtr> inProgressQueue VARO_GUARDED_BY(mutex_);
   /// By their names.
   std::map<std::string, TaskPtr> tasks VARO_GUARDED_BY(mutex_);
 };

@@ -1,7 +1,7 @@
 #include "Binary/Binary/BinaryDataManager/OnlineDownloadInput.h"
 
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/S3HMACGenerator.h"
+#include "Binary/Binary/Utils/RequestSigner.h"
 #include "Binary/Binary/Utils/S3SigningConstants.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
@@ -17,7 +17,6 @@ namespace varo::binary {
 
 using platform::Block;
 using platform::Clock;
-using platform::Data;
 using platform::Dictionary;
 using platform::ErrorPtr;
 using platform::Result;
@@ -39,15 +38,24 @@ std::optional<Dictionary> filledConfiguration(const OnlineDownload& download) {
   return parsed.isDictionary() ? std::optional(*parsed.dictionary()) : std::nullopt;
 }
 
-Result<Dictionary> signedHeaders(const OnlineDownload& download, const Clock& clock) {
+using SignerPtr = std::shared_ptr<RequestSigner>;
+
+/// Signs each request of the download. An address that is made of the options takes their token
+/// along.
+Result<SignerPtr> signerOf(const OnlineDownload& download, const Clock& clock) {
   const auto filled = filledConfiguration(download);
   if (!filled) {
     return CommonUtils::generateErrorWith(kTemplateParsingErrorDomain, kInvalidFileParams,
                                           kmsgtemplateParsing);
   }
-  S3HMACGenerator signer((*filled)[signing::kAuthParameters].dictionaryValue(), *filled, Data(),
-                         S3OperationType::kDownload, clock);
-  return signer.getRequestHeaders(S3OperationType::kDownload);
+  SignerPtr signer = RequestSigner::ofDownload(*filled, clock);
+  if (CommonUtils::isGiven(download.configuration[kTemplateParamEndpointUrl])) return signer;
+  return std::make_shared<RequestSigner>(
+      [signer, options = download.options]() -> Result<Dictionary> {
+        auto headers = signer->headers();
+        if (!headers) return headers;
+        return TemplateUtil::injectVaroAuthorizationInto(std::move(headers).value(), options);
+      });
 }
 
 Dictionary plainHeaders(const Dictionary& configuration) {
@@ -63,26 +71,36 @@ bool isSigned(const Dictionary& configuration) {
   return auth != nullptr && *auth == kAuthHmacDigest;
 }
 
-/// "Headers" and "URL". An address that cannot be told is left out: the download fails without it.
-Result<Dictionary> request(const OnlineDownload& download, const Clock& clock) {
-  const Dictionary& configuration = download.configuration;
-  Dictionary headers = plainHeaders(configuration);
-  if (isSigned(configuration)) {
-    auto authenticated = signedHeaders(download, clock);
-    if (!authenticated) return authenticated.error();
-    headers = std::move(authenticated).value();
-  }
+/// "URL". An address that cannot be told is left out: the download fails without it.
+Result<Dictionary> address(const OnlineDownload& download) {
+  const Value& endpoint = download.configuration[kTemplateParamEndpointUrl];
   std::optional<std::string> url;
-  if (const Value& endpoint = configuration[kTemplateParamEndpointUrl];
-      CommonUtils::isGiven(endpoint)) {
+  if (CommonUtils::isGiven(endpoint)) {
     ErrorPtr error;
     url = TemplateUtil(endpoint.textValue()).populateJSONTemplate(download.fileParams, &error);
     if (error != nullptr) return error;
   } else {
-    url = TemplateUtil::endPointURLFrom(configuration, download.options);
+    url = TemplateUtil::endPointURLFrom(download.configuration, download.options);
+  }
+  return Dictionary{{kURL, url ? Value(*url) : Value()}};
+}
+
+/// "Headers", and under the safe policy what makes them anew for each range.
+Result<Dictionary> authorization(const OnlineDownload& download, const Clock& clock) {
+  const Dictionary& configuration = download.configuration;
+  if (isSigned(configuration)) {
+    const auto signer = signerOf(download, clock);
+    if (!signer) return signer.error();
+    const auto headers = (*signer)->headers();
+    if (!headers) return headers.error();
+    return Dictionary{{kDownloadHeaders, *headers},
+                      {kRequestSigner, download.settings->isSafe() ? Value(*signer) : Value()}};
+  }
+  Dictionary headers = plainHeaders(configuration);
+  if (!CommonUtils::isGiven(configuration[kTemplateParamEndpointUrl])) {
     headers = TemplateUtil::injectVaroAuthorizationInto(std::move(headers), download.options);
   }
-  return Dictionary{{kURL, url ? Value(*url) : Value()}, {kDownloadHeaders, headers}};
+  return Dictionary{{kDownloadHeaders, headers}};
 }
 
 /// As something that travels in a context; missing for an empty block.
@@ -102,7 +120,9 @@ std::string onlineDownloadIdentifier(const OnlineDownload& download, const Clock
 
 Result<Dictionary> onlineDownloadInput(const OnlineDownload& download,
                                        const std::string& identifier, const Clock& clock) {
-  const auto target = request(download, clock);
+  const auto headers = authorization(download, clock);
+  if (!headers) return headers.error();
+  const auto target = address(download);
   if (!target) return target.error();
   const Dictionary& configuration = download.configuration;
   const auto given = [&configuration](const char* key) {
@@ -113,7 +133,9 @@ Result<Dictionary> onlineDownloadInput(const OnlineDownload& download,
       {kFileParams, download.fileParams},
       {kURL, (*target)[kURL]},
       {kBlobId, identifier},
-      {kDownloadHeaders, (*target)[kDownloadHeaders]},
+      {kDownloadHeaders, (*headers)[kDownloadHeaders]},
+      {kRequestSigner, (*headers)[kRequestSigner]},
+      {kOperationSettings, OperationSettings::value(download.settings)},
       {kStreaming, download.streaming},
       {kOnlineDownloadTask, kTrue},
       {keys::kDisableIntegrityCheck, true},

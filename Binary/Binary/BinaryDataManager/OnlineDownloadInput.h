@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
@@ -16,6 +17,7 @@ struct OnlineDownload {
   bool streaming = false;
   platform::Dictionary configuration;
   std::optional<platform::Dictionary> options;
+  OperationSettings::Ptr settings;
   OnFileDownloadStarted::Function onFileDownloadStarted;
   OnChunkDownloadCompleted::Function onChunkDownloadCompleted;
   OnStreamDownloadCompleted::Function onStreamDownloadCompleted;

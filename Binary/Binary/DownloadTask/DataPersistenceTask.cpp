@@ -4,7 +4,7 @@
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/UserDirectories.h"
@@ -78,10 +78,21 @@ SerialQueue& chunkQueue() {
   return queue;
 }
 
+/// The user information of an error of the file system.
+Dictionary fileFailure(std::string_view message, const ErrorPtr& cause, const std::string& path) {
+  return {{std::string(platform::kErrorMessageKey), message},
+          {std::string(platform::kLocalizedDescriptionKey), cause->localizedDescription()},
+          {kPath, path}};
+}
+
 /// The keys of object stores often hold slashes, for which there are no folders. In
-/// percent-encoding, then, so that keys that differ have files that do.
+/// percent-encoding, then; and so is a name that looks as if it were encoded, so that keys that
+/// differ have files that do.
 std::string withoutSlashes(const std::string& blobId) {
-  if (blobId.find('/') == std::string::npos) return blobId;
+  const auto has = [&blobId](std::string_view part) {
+    return blobId.find(part) != std::string::npos;
+  };
+  if (!has("/") && !has("%2F") && !has("%25")) return blobId;
   std::string name;
   for (const char c : blobId) {
     if (c == '/') {
@@ -118,18 +129,20 @@ void DataPersistenceTask::execute() {
     return raiseError(std::make_shared<const VSTaskError>(
         ID(), std::string(kInputErrorName), std::string(kInputErrorDomain), kErrorCode, userInfo));
   }
-  isReleased_ = false;
   // On the queue, so that it comes before every chunk and after what is left of an earlier run.
   chunkQueue().async([self = self<DataPersistenceTask>()] { self->beginRun(); });
 }
 
 void DataPersistenceTask::beginRun() {
+  const Dictionary input = inputContext();
+  network_ = Network::kRunning;
+  isSafe_ = OperationSettings::of(input)->isSafe();
+  _isAsteriskRecieved = false;
   _totalFileSize = _totalSizeWritten = _totalBytesReceived = 0;
   // What an earlier download has handed out is not handed out again.
-  streamPosition_ = std::max<std::int64_t>(inputContext()[kTotalBytesDownloaded].integerValue(), 0);
-  _isNetworkTaskPaused = _isAsteriskRecieved = _isReceivedChunkNil = false;
-  _isNetworkTaskEnded = isNetworkTaskErrored_ = isObjectComplete_ = false;
+  streamPosition_ = std::max<std::int64_t>(input[kTotalBytesDownloaded].integerValue(), 0);
   _fileHandle.release();
+  _fileHandle.setClaim(input[kFileClaim].objectAs<FileClaim>());
   checkForStreamingAndCallbacks();
 }
 
@@ -144,13 +157,23 @@ void DataPersistenceTask::checkForStreamingAndCallbacks() {
 }
 
 void DataPersistenceTask::stop() {
-  setState(TaskState::Stopped);
-  releaseFile();
+  setState(TaskState::Stopped);  // so that no chunk that is queued is written
+  releaseFile(nullptr);
 }
 
-void DataPersistenceTask::releaseFile() {
-  isReleased_ = true;
-  chunkQueue().async([self = self<DataPersistenceTask>()] { self->_fileHandle.release(); });
+void DataPersistenceTask::resumeDownload(Dictionary input) {
+  setInputContext(std::move(input));
+  // Behind what is left of the run before, and before the first chunk of this one.
+  chunkQueue().async([self = self<DataPersistenceTask>()] {
+    self->_fileHandle.setClaim(self->inputContext()[kFileClaim].objectAs<FileClaim>());
+  });
+}
+
+void DataPersistenceTask::releaseFile(std::shared_ptr<FileClaim> claim) {
+  chunkQueue().async([self = self<DataPersistenceTask>(), claim = std::move(claim)] {
+    self->_fileHandle.release();
+    if (claim != nullptr) claim->release();
+  });
 }
 
 // Where the file is.
@@ -166,35 +189,38 @@ std::string DataPersistenceTask::getDirectoryPath(const std::string& folder) {
   return path;
 }
 
+std::string DataPersistenceTask::pathOfBlob(const std::string& blobId) {
+  const std::string directory = getDirectoryPath(std::string(kOfflineFolder));
+  // A blob id is what a server or a database says.
+  if (!platform::staysInDirectory(directory, blobId)) return {};
+  return directory + "/" + blobId;
+}
+
 std::string DataPersistenceTask::computeFilePath() const {
-  const bool isOnline = inputContext()[kOnlineDownloadTask].boolValue();
-  const std::string directory =
-      getDirectoryPath(std::string(isOnline ? kOnlineFolder : kOfflineFolder));
-  const std::string fileName =
-      isOnline ? std::to_string(CommonUtils::getEpochTime()) + "_" + withoutSlashes(getBlobID())
-               : getBlobID();
-  // A blob id is what a server or a database says. One component that begins with digits leads
-  // nowhere else, whatever it holds.
-  if (!isOnline && !platform::staysInDirectory(directory, fileName)) return {};
-  return directory + "/" + fileName;
+  if (!inputContext()[kOnlineDownloadTask].boolValue()) return pathOfBlob(getBlobID());
+  // One component that begins with digits leads nowhere else, whatever it holds.
+  return getDirectoryPath(std::string(kOnlineFolder)) + "/" +
+         std::to_string(CommonUtils::getEpochTime()) + "_" + withoutSlashes(getBlobID());
 }
 
 /// The name of an online download's file changes with the second, unless the policy has it computed
 /// once. Empty for the id of a blob that would lead out of the folder.
 std::string DataPersistenceTask::getFilePath() {
-  if (transferPolicy() == TransferPolicy::kSafe) {
+  std::string path;
+  if (_fileHandle.claim() != nullptr) {
+    path = _fileHandle.claim()->path();
+  } else if (isSafe_) {
     if (filePath_.empty()) filePath_ = computeFilePath();
-    logger().logDebug(kFilePathIs, filePath_);
-    return filePath_;
+    path = filePath_;
+  } else {
+    path = computeFilePath();
   }
-  std::string path = computeFilePath();
   logger().logDebug(kFilePathIs, path);
   return path;
 }
 
 bool DataPersistenceTask::hasStablePath() const {
-  return transferPolicy() == TransferPolicy::kSafe ||
-         !inputContext()[kOnlineDownloadTask].boolValue();
+  return isSafe_ || !inputContext()[kOnlineDownloadTask].boolValue();
 }
 
 // What the network task does.
@@ -223,7 +249,8 @@ void DataPersistenceTask::addChunkToQueue(const std::shared_ptr<NetworkTask>& ne
     if (!self->isWriting()) return;
     self->guarded([&] {
       self->noteContext(context);
-      self->processChunk(chunk);
+      self->network_ = Network::kRunning;
+      self->processChunk(chunk, context[kValidator].textValue());
     });
   });
 }
@@ -245,7 +272,6 @@ void DataPersistenceTask::setEmptyChunk(const std::shared_ptr<NetworkTask>& netw
 
 /// Also when it has Ended: that may have been before the network task's end.
 bool DataPersistenceTask::isWriting() const {
-  if (isReleased_) return false;
   const TaskState now = state();
   return now == TaskState::Started || now == TaskState::Ended;
 }
@@ -259,43 +285,44 @@ void DataPersistenceTask::setTotalFileSize(const Dictionary& context) {
   _totalFileSize = context[kTotalFileSize].integerValue();
 }
 
-void DataPersistenceTask::setIsReceivedChunkNil(const std::shared_ptr<Chunk>& chunk) {
-  _isReceivedChunkNil = chunk == nullptr || !chunk->data() || chunk->data()->empty();
-}
-
 void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
-  if (to == TaskState::Paused) _isNetworkTaskPaused = true;
-  if (to == TaskState::Ended) _isNetworkTaskEnded = true;
-  if (to == TaskState::Errored) isNetworkTaskErrored_ = true;
-  isObjectComplete_ = to == TaskState::Ended;
+  network_ = to == TaskState::Paused  ? Network::kPaused
+             : to == TaskState::Ended ? Network::kEnded
+                                      : Network::kErrored;
   if (isAnotherObject && !_streaming && hasStablePath()) {
     // What is in the file can never become the object that the server has now.
     (void)_fileHandle.empty(getFilePath());
     _totalSizeWritten = 0;
   }
-  if (to == TaskState::Ended && !_streaming && hasStablePath() && _totalFileSize > 0) {
-    const std::string path = getFilePath();
-    _totalSizeWritten = static_cast<std::int64_t>(DownloadFile::sizeAt(path));
-    if (_totalSizeWritten != _totalFileSize) {
-      return failWithFile(kIntegrityCheckFailed, Error::fromErrno(ESTALE, "Completing", path),
-                          path);
-    }
-  }
-  processChunk(nullptr);
+  if (checkSizeOfFile()) checkIfTaskCompleted(true);
   // What a later run needs is only the file; an ended download keeps it until that is noted.
-  if (to != TaskState::Ended) _fileHandle.release();
+  if (to != TaskState::Ended) releaseUnclaimedFile();
 }
 
-void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk) {
-  if (chunk == nullptr || !chunk->data()) {
-    setIsReceivedChunkNil(chunk);
-    if (chunk != nullptr && _isAsteriskRecieved) isObjectComplete_ = true;
-    return checkIfTaskCompleted();
+/// A claim is its owner's to give up, who has a row to write first.
+void DataPersistenceTask::releaseUnclaimedFile() {
+  if (_fileHandle.claim() == nullptr) _fileHandle.release();
+}
+
+/// Of an object that is complete: somebody else may have cut its file.
+bool DataPersistenceTask::checkSizeOfFile() {
+  if (network_ != Network::kEnded || _streaming || !hasStablePath() || _totalFileSize <= 0) {
+    return true;
   }
+  const std::string path = getFilePath();
+  _totalSizeWritten = static_cast<std::int64_t>(DownloadFile::sizeAt(path));
+  if (_totalSizeWritten == _totalFileSize) return true;
+  failWithFile(kIntegrityCheckFailed, Error::fromErrno(ESTALE, "Completing", path), path);
+  return false;
+}
+
+void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk,
+                                       const std::string& validator) {
+  if (chunk == nullptr || !chunk->data()) return checkIfTaskCompleted(true);
   if (chunk->data()->empty()) return logger().logWarning(kEmptyChunk);
   _totalBytesReceived += static_cast<std::int64_t>(chunk->data()->size());
   if (_streaming) return streamChunk(chunk);
-  writeData(chunk);
+  writeData(chunk, validator);
 }
 
 void DataPersistenceTask::streamChunk(const std::shared_ptr<Chunk>& chunk) {
@@ -319,21 +346,33 @@ void DataPersistenceTask::streamChunk(const std::shared_ptr<Chunk>& chunk) {
 
 // The file.
 
-void DataPersistenceTask::writeData(const std::shared_ptr<Chunk>& chunk) {
+void DataPersistenceTask::writeData(const std::shared_ptr<Chunk>& chunk,
+                                    const std::string& validator) {
   const std::string path = getFilePath();
   // A file that lost its beginning is not made anew: writing to it tells so.
   const bool begins = chunk->offset() == 0 || !hasStablePath();
   if (begins && platform::fileKindAt(path) == platform::FileKind::kNothing && !createFile(path)) {
     return;
   }
-  setIsReceivedChunkNil(chunk);
-  if (!writeChunk(*chunk, path)) return;
+  if (!noteValidator(*chunk, validator, path) || !writeChunk(*chunk, path)) return;
   // From the first chunk on the file is this download's, and worth going on with.
   if (_outputContext.get(kFilePath).isMissing()) {
     _outputContext.set(kFilePath, path);
     if (_isAsteriskRecieved) raiseContextChangeEvent();
   }
-  checkIfTaskCompleted();
+  checkIfTaskCompleted(false);
+}
+
+/// Bytes of one object are never beside the validator of another, whenever the process dies: first
+/// what is in the file goes, then the validator changes, then the new bytes come.
+bool DataPersistenceTask::noteValidator(const Chunk& chunk, const std::string& validator,
+                                        const std::string& path) {
+  const std::shared_ptr<FileClaim>& claim = _fileHandle.claim();
+  if (claim == nullptr || validator.empty() || claim->validator() == validator) return true;
+  auto noted = chunk.offset() == 0 ? _fileHandle.empty(path) : platform::Result<void>();
+  if (noted) noted = claim->setValidator(validator);
+  if (!noted) failWithFile(noted.error()->localizedDescription(), noted.error(), path);
+  return noted.ok();
 }
 
 bool DataPersistenceTask::createFile(const std::string& path) {
@@ -348,7 +387,7 @@ bool DataPersistenceTask::createFile(const std::string& path) {
   logger().logError(kCreationFailed, getBlobID());
   _outputContext.set(kBlobId, getBlobID());
   _outputContext.set(kFilePath, path);
-  failWithFile(kFileNotThere, created, path);
+  fail(creationFailure(created, path));
   return false;
 }
 
@@ -375,14 +414,18 @@ void DataPersistenceTask::updateTotalSizeWritten(std::uint64_t size) {
   });
 }
 
+Dictionary DataPersistenceTask::creationFailure(const ErrorPtr& cause, const std::string& path) {
+  return fileFailure(kFileNotThere, cause, path);
+}
+
 void DataPersistenceTask::failWithFile(std::string_view message, const ErrorPtr& cause,
                                        const std::string& path) {
-  _fileHandle.release();
+  fail(fileFailure(message, cause, path));
+}
+
+void DataPersistenceTask::fail(const Dictionary& userInfo) {
+  releaseUnclaimedFile();
   takeEndBack();
-  const Dictionary userInfo{
-      {std::string(platform::kErrorMessageKey), message},
-      {std::string(platform::kLocalizedDescriptionKey), cause->localizedDescription()},
-      {kPath, path}};
   _errorContext.set(kPersistenceError, userInfo);
   raiseError(std::make_shared<const VSTaskError>(
       ID(), std::string(kFileErrorName), std::string(kFileErrorDomain), kErrorCode, userInfo));
@@ -403,32 +446,42 @@ void DataPersistenceTask::takeEndBack() {
 
 // The end.
 
-void DataPersistenceTask::checkIfTaskCompleted() {
-  if (_isAsteriskRecieved) return checkIfTaskOfUnknownSizeCompleted();
+void DataPersistenceTask::checkIfTaskCompleted(bool isReceivedChunkNil) {
+  if (_isAsteriskRecieved) return checkIfTaskOfUnknownSizeCompleted(isReceivedChunkNil);
   if (_totalSizeWritten >= _totalFileSize && _totalFileSize > 0) {
     logger().logDebug(kDownloadedInRanges, getBlobID());
     return end();
   }
-  if (_isNetworkTaskPaused && _isReceivedChunkNil) {
-    logger().logDebug(kPaused, getBlobID());
-    _isNetworkTaskPaused = _isReceivedChunkNil = false;
-    return end();
+  if (!isReceivedChunkNil) return raiseContextChangeEvent();
+  switch (network_) {
+    case Network::kRunning:
+      return;  // of an answer that brought nothing; the network task is about to tell its own end
+    case Network::kPaused:
+      logger().logDebug(kPaused, getBlobID());
+      return end();
+    case Network::kEnded:
+      if (_totalBytesReceived == 0) return failWithEmptyBody();
+      [[fallthrough]];
+    case Network::kErrored:
+      logger().logDebug(kDownloaded, getBlobID());
+      return end();
   }
-  if (!_isReceivedChunkNil) return raiseContextChangeEvent();
-  // A chunk that could not be made of an answer; the network task is about to tell its own end.
-  if (!_isNetworkTaskEnded && !isNetworkTaskErrored_) return;
-  if (_isNetworkTaskEnded && _totalBytesReceived == 0) return failWithEmptyBody();
-  logger().logDebug(kDownloaded, getBlobID());
-  _isReceivedChunkNil = false;
+}
+
+void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted(bool isReceivedChunkNil) {
+  if (!isReceivedChunkNil) return;
+  if (isObjectComplete(isReceivedChunkNil) && _totalBytesReceived == 0 && !hasEarlierBytes()) {
+    return failWithEmptyBody();
+  }
+  logger().logDebug(network_ == Network::kPaused ? kPaused : kDownloaded, getBlobID());
   end();
 }
 
-void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted() {
-  if (!_isReceivedChunkNil) return;
-  if (isObjectComplete_ && _totalBytesReceived == 0 && !hasEarlierBytes())
-    return failWithEmptyBody();
-  logger().logDebug(_isNetworkTaskPaused ? kPaused : kDownloaded, getBlobID());
-  end();
+/// Whether all of the object has arrived: in the unknown-length mode its end marker tells, which
+/// comes before the network task's end.
+bool DataPersistenceTask::isObjectComplete(bool isReceivedChunkNil) const {
+  if (network_ == Network::kRunning) return _isAsteriskRecieved && isReceivedChunkNil;
+  return network_ == Network::kEnded;
 }
 
 /// Whether the run began where the file ended, so that there may have been nothing to receive.
@@ -439,7 +492,8 @@ bool DataPersistenceTask::hasEarlierBytes() {
 }
 
 void DataPersistenceTask::end() {
-  const bool mustBeOnDisk = _fileHandle.isOpen() || (isObjectComplete_ && hasStablePath());
+  const bool isComplete = network_ == Network::kEnded || network_ == Network::kRunning;
+  const bool mustBeOnDisk = _fileHandle.isOpen() || (isComplete && hasStablePath());
   if (!_streaming && mustBeOnDisk) {
     const std::string path = getFilePath();
     if (const auto synced = _fileHandle.sync(path); !synced) {

@@ -4,11 +4,9 @@
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTask.h"
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -25,13 +23,16 @@ class NetworkTask;
 /// and all that it delivered is written; the file's bytes are on the disk then. When that happens a
 /// second time, it raises a context change, so that who listens looks again.
 ///
+/// The file is the one of the `FileClaim` in the input, which is kept up to date on which object
+/// the bytes are of and given up with the file; without a claim it is "blobs/BLOBID" in the
+/// documents directory, or "downloads/SECONDS_BLOBID" for an online download, where an id with
+/// slashes stands in percent-encoding ("/" and "%").
+///
 /// Input: "BlobID"; "Streaming", with an `OnStreamDownloadCompleted` under
 /// "onStreamDownloadCompleted"; else optionally an `OnChunkDownloadCompleted` under
 /// "onChunkDownloadCompleted"; "FileParams" for both; "OnlineDownloadTask". Output: "BlobID",
-/// "FilePath", "TotalFileSize" where it is known. The file is "blobs/BLOBID" in the documents
-/// directory, or "downloads/SECONDS_BLOBID" for an online download, where an id with slashes stands
-/// in percent-encoding ("/" and "%"). Errors: the user information is in the error context, under
-/// "PersistenceError" where the file system is the reason, with "path".
+/// "FilePath", "TotalFileSize" where it is known. Errors: the user information is in the error
+/// context, under "PersistenceError" where the file system is the reason, with "path".
 ///
 /// The chunks and endings of all downloads are handled one at a time on the queue "chunkQueue".
 class DataPersistenceTask final : public platform::VSTask {
@@ -40,16 +41,29 @@ class DataPersistenceTask final : public platform::VSTask {
 
   void execute() override;
 
+  /// Goes on with another input, after a pause: with the claim in it.
+  void resumeDownload(platform::Dictionary input);
   /// Writes no further byte and releases the file.
   void stop();
-  /// Lets other downloads write the file. For a task that is at its end.
-  void releaseFile();
+  /// Lets other downloads write the file, behind the chunk that is being written, and gives up
+  /// `claim`, which may be null. For a task at rest.
+  void releaseFile(std::shared_ptr<FileClaim> claim);
+
+  /// Where the file of this blob is; empty for an id that would lead out of the folder. The folder
+  /// is made where it is not there.
+  [[nodiscard]] static std::string pathOfBlob(const std::string& blobId);
+  /// What stands in the error context for a file that cannot be created.
+  [[nodiscard]] static platform::Dictionary creationFailure(const platform::ErrorPtr& cause,
+                                                            const std::string& path);
 
   /// Hears of the network task.
   void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
             platform::TaskState to, const platform::Dictionary& context) override;
 
  private:
+  /// What the network task has come to, as far as the queue has got.
+  enum class Network { kRunning, kPaused, kEnded, kErrored };
+
   /// The folder of downloads in the documents directory, which is made where it is not there.
   [[nodiscard]] static std::string getDirectoryPath(const std::string& folder);
   [[nodiscard]] std::string computeFilePath() const;
@@ -69,43 +83,42 @@ class DataPersistenceTask final : public platform::VSTask {
   [[nodiscard]] bool isWriting() const;
   void noteContext(const platform::Dictionary& context);
   void setTotalFileSize(const platform::Dictionary& context);
-  void setIsReceivedChunkNil(const std::shared_ptr<Chunk>& chunk);
+  void processChunk(const std::shared_ptr<Chunk>& chunk, const std::string& validator);
   void processEndMarker(platform::TaskState to, bool isAnotherObject);
-  void processChunk(const std::shared_ptr<Chunk>& chunk);
   void streamChunk(const std::shared_ptr<Chunk>& chunk);
-  void writeData(const std::shared_ptr<Chunk>& chunk);
-  // These two are false when the task has failed.
+  void writeData(const std::shared_ptr<Chunk>& chunk, const std::string& validator);
+  // These are false when the task has failed.
+  [[nodiscard]] bool checkSizeOfFile();
   [[nodiscard]] bool createFile(const std::string& path);
+  [[nodiscard]] bool noteValidator(const Chunk& chunk, const std::string& validator,
+                                   const std::string& path);
   [[nodiscard]] bool writeChunk(const Chunk& chunk, const std::string& toFile);
   void updateTotalSizeWritten(std::uint64_t size);
-  void checkIfTaskCompleted();
-  void checkIfTaskOfUnknownSizeCompleted();
+  /// With the end marker: whether the chunk just processed carried no data.
+  void checkIfTaskCompleted(bool isReceivedChunkNil);
+  void checkIfTaskOfUnknownSizeCompleted(bool isReceivedChunkNil);
+  [[nodiscard]] bool isObjectComplete(bool isReceivedChunkNil) const;
   [[nodiscard]] bool hasEarlierBytes();
   void end();
   void setOutputContext();
   void failWithFile(std::string_view message, const platform::ErrorPtr& cause,
                     const std::string& path);
+  void fail(const platform::Dictionary& userInfo);
   void failWithEmptyBody();
   void takeEndBack();
-
-  /// What is queued still does nothing, so that it does not lock the file again.
-  std::atomic<bool> isReleased_{false};
+  void releaseUnclaimedFile();
 
   // All of these are used on "chunkQueue" only.
+  Network network_ = Network::kRunning;
+  bool isSafe_ = false;                  // the policy of the operation
+  bool _streaming = false;               // the mode of the run
+  bool _isAsteriskRecieved = false;      // the server does not state the size
   std::int64_t _totalFileSize = 0;       // bytes; 0 while unknown
   std::int64_t _totalSizeWritten = 0;    // bytes in the file, or handed to the block
   std::int64_t _totalBytesReceived = 0;  // of all chunks
   std::int64_t streamPosition_ = 0;      // of the next byte for the block
   DownloadFile _fileHandle;
   std::string filePath_;  // where it is computed once
-  bool _streaming = false;
-  bool _isNetworkTaskPaused = false;
-  bool _isAsteriskRecieved = false;
-  bool _isReceivedChunkNil = false;
-  bool _isNetworkTaskEnded = false;
-  bool isNetworkTaskErrored_ = false;
-  /// All of the object has arrived. In the unknown-length mode before the network task's end.
-  bool isObjectComplete_ = false;
   std::shared_ptr<OnChunkDownloadCompleted> _onChunkDownloadCompletedCompletionBlock;
   std::shared_ptr<OnStreamDownloadCompleted> _onStreamDownloadCompletedCompletionBlock;
 };

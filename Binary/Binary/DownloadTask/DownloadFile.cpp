@@ -26,11 +26,15 @@ constexpr std::uint64_t kWritebackSize = std::uint64_t{8} * 1024 * 1024;
 }  // namespace
 
 Result<void> DownloadFile::create(const std::string& path) {
-  release();
+  close();
   auto created = File::createNew(path);
   if (!created) return created.error();
   _fileHandle = std::move(created).value();
-  return _fileHandle->lock();
+  return lock(*_fileHandle);
+}
+
+Result<void> DownloadFile::lock(const File& file) const {
+  return claim_ != nullptr ? Result<void>() : file.lock();
 }
 
 Result<void> DownloadFile::open(const std::string& path) {
@@ -38,10 +42,10 @@ Result<void> DownloadFile::open(const std::string& path) {
     if (_fileHandle->isAt(path)) return {};
     return Error::fromErrno(ESTALE, "Writing", path);
   }
-  release();
+  close();
   auto opened = File::openForWriting(path);
   if (!opened) return opened.error();
-  if (const auto locked = (*opened)->lock(); !locked) {
+  if (const auto locked = lock(**opened); !locked) {
     return Error::fromErrno(EBUSY, "Another download is writing", path);
   }
   _fileHandle = std::move(opened).value();
@@ -106,6 +110,12 @@ std::uint64_t DownloadFile::sizeAt(const std::string& path) {
 }
 
 void DownloadFile::release() {
+  close();
+  if (claim_ != nullptr) claim_->release();
+  claim_.reset();
+}
+
+void DownloadFile::close() {
   _fileHandle.reset();
   isSynced_ = false;
   unsent_ = 0;

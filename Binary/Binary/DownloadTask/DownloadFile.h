@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Result.h"
@@ -7,19 +8,24 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace varo::binary {
 
 /// The file that one download fills, from its first byte to its last without a gap: whatever
 /// happens, what is in it is the beginning of the object.
 ///
-/// From the first write until `release` the file is locked, so that no second download of the same
-/// object, in this process or another, writes it meanwhile. Errors: domain "POSIX", with the path.
-/// Not thread-safe.
+/// With a claim it fills the claimed file. Without, the file is locked from the first write until
+/// `release`, so that no second download of the same object, in this process or another, writes it
+/// meanwhile. Errors: domain "POSIX", with the path. Not thread-safe.
 class DownloadFile {
  public:
   /// Whether bytes may follow a hole.
   enum class Gaps { kRefused, kAllowed };
+
+  /// Keeps the claim until `release`; null for none.
+  void setClaim(std::shared_ptr<FileClaim> claim) { claim_ = std::move(claim); }
+  [[nodiscard]] const std::shared_ptr<FileClaim>& claim() const noexcept { return claim_; }
 
   /// Makes a new, empty file at `path`, and this object that file's.
   [[nodiscard]] platform::Result<void> create(const std::string& path);
@@ -39,13 +45,17 @@ class DownloadFile {
   /// Bytes in the file; 0 where there is none.
   [[nodiscard]] static std::uint64_t sizeAt(const std::string& path);
 
-  /// Closes and unlocks the file.
+  /// Closes and unlocks the file, and gives the claim up.
   void release();
 
  private:
   [[nodiscard]] platform::Result<void> open(const std::string& path);
   [[nodiscard]] platform::Result<void> append(std::uint64_t offset, const platform::Data& bytes);
 
+  [[nodiscard]] platform::Result<void> lock(const platform::File& file) const;
+  void close();
+
+  std::shared_ptr<FileClaim> claim_;
   std::shared_ptr<platform::File> _fileHandle;
   bool isSynced_ = false;     // nothing was written since the last `sync`
   std::uint64_t unsent_ = 0;  // position up to which the system was asked to write to the disk

@@ -36,8 +36,14 @@ inline constexpr char kStreaming[] = "Streaming";
 inline constexpr char kTotalBytesDownloaded[] = "TotalBytesDownloaded";
 inline constexpr char kURL[] = "URL";
 
+// Input of a download whose file is claimed by who runs it: the `FileClaim`.
+inline constexpr char kFileClaim[] = "FileClaim";
+
 // Input and output: the size of the whole object, bytes.
 inline constexpr char kTotalFileSize[] = "TotalFileSize";
+// Input and output: the text of the `ObjectValidator` of the object that the bytes belong to. Who
+// goes on with a partial file in another process keeps it beside the file and hands it in again.
+inline constexpr char kValidator[] = "Validator";
 
 // Output.
 inline constexpr char kDataChunk[] = "DataChunk";

@@ -4,6 +4,7 @@
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
+#include "Binary/Binary/DownloadTask/StepQueue.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
 #include <string_view>
@@ -12,10 +13,10 @@
 namespace varo::binary {
 
 using platform::Dictionary;
-using platform::MutexLock;
 using platform::TaskState;
 using platform::VSTask;
 using platform::VSTaskError;
+using Effects = StepQueue::Effects;
 
 namespace {
 
@@ -39,22 +40,29 @@ constexpr std::string_view kPersistenceTrouble =
     "Download task %@ set to errored state due to persistence trouble. Raising the context change "
     "event.. ";
 
+/// The names of the states of a run, for the trace.
+constexpr std::string_view kRunChanged = "Download task %@ : run %@";
+constexpr std::string_view kRunNames[] = {"idle", "running", "pausing", "stopped"};
+
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 
-std::shared_ptr<DownloadTask> DownloadTask::create(std::string name) {
-  auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name));
+std::shared_ptr<DownloadTask> DownloadTask::create(std::string name,
+                                                   std::shared_ptr<StepQueue> steps) {
+  if (steps == nullptr) steps = std::make_shared<StepQueue>(name);
+  auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name), std::move(steps));
   task->createAndAddSubtasks();
   return task;
 }
 
-DownloadTask::DownloadTask(Badge, std::string name)
+DownloadTask::DownloadTask(Badge /*badge*/, std::string name, std::shared_ptr<StepQueue> steps)
     : VSTask(std::move(name)),
+      steps_(std::move(steps)),
       _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask))),
       _dataPersistenceTask(std::make_shared<DataPersistenceTask>(std::string(kPersistenceTask))) {}
 
-DownloadTask::~DownloadTask() { _dataPersistenceTask->releaseFile(); }
+DownloadTask::~DownloadTask() { _dataPersistenceTask->releaseFile(nullptr); }
 
 void DownloadTask::createAndAddSubtasks() {
   addSubtask(_networkTask);
@@ -69,6 +77,13 @@ void DownloadTask::setupListeners() {
 
 bool DownloadTask::validateInput() const { return !inputContext()[kBlobId].textValue().empty(); }
 
+void DownloadTask::moveTo(Run run) {
+  run_ = run;
+  logger().logTrace(kRunChanged, name(), kRunNames[static_cast<std::size_t>(run)]);
+}
+
+// What callers ask for.
+
 void DownloadTask::execute() {
   setupListeners();
   if (!validateInput()) {
@@ -79,111 +94,92 @@ void DownloadTask::execute() {
                                                           std::string(kInputErrorDomain),
                                                           kInputErrorCode, userInfo));
   }
-  if (isStopped()) return;
-  // The listener is ready before there is anything to hear.
-  runSubtask(_dataPersistenceTask, inputContext(), Where::kHere);
-  runSubtask(_networkTask, inputContext());
-  noteSubtasksRun();
+  steps_->run([this] { return beginRun(); });
 }
 
-/// Does what was asked for while they were being set going.
-void DownloadTask::noteSubtasksRun() {
-  bool isPausePending = false;
-  {
-    const MutexLock lock(controlMutex_);
-    isResuming_ = false;
-    subtasksRun_ = state() == TaskState::Started;  // a short download may be at its end
-    isPausePending = std::exchange(isPausePending_, false);
-  }
-  if (isPausePending) _networkTask->pauseDownload();
-  if (isStopped()) stopSubtasks();
+Effects DownloadTask::beginRun() {
+  if (run_ == Run::kStopped) return {};
+  const bool isPausing = run_ == Run::kPausing;
+  if (!isPausing) moveTo(Run::kRunning);
+  untilRest_ = self<DownloadTask>();
+  Effects effects{
+      // The listener is ready before there is anything to hear.
+      [self = untilRest_] {
+        self->runSubtask(self->_dataPersistenceTask, self->inputContext(), Where::kHere);
+      },
+      [self = untilRest_] { self->runSubtask(self->_networkTask, self->inputContext()); }};
+  if (isPausing) effects.push_back([network = _networkTask] { network->pauseDownload(); });
+  return effects;
 }
 
 void DownloadTask::pauseDownload() {
-  {
-    const MutexLock lock(controlMutex_);
-    if (!subtasksRun_) {
-      isPausePending_ = isResuming_ || state() == TaskState::Started;
-      return;
-    }
-  }
-  _networkTask->pauseDownload();
+  steps_->run([this]() -> Effects {
+    // Started, and the engine has not called `execute` yet.
+    const bool isStarting = run_ == Run::kIdle && state() == TaskState::Started;
+    if (isStarting) moveTo(Run::kPausing);
+    if (run_ != Run::kRunning) return {};
+    moveTo(Run::kPausing);
+    return {[network = _networkTask] { network->pauseDownload(); }};
+  });
 }
 
 void DownloadTask::resumeDownload() {
-  if (isStopped()) return;
-  {
-    const MutexLock lock(controlMutex_);
-    isResuming_ = true;
-  }
-  resumeSubtask(_dataPersistenceTask);
-  resumeSubtask(_networkTask);
-  setState(TaskState::Started);
-  _networkTask->setInputContext(inputContext());
-  _networkTask->resumeDownload();
-  noteSubtasksRun();
+  steps_->run([this]() -> Effects {
+    if (run_ != Run::kIdle) return {};
+    moveTo(Run::kRunning);
+    untilRest_ = self<DownloadTask>();
+    return {[self = untilRest_] {
+      self->_dataPersistenceTask->resumeDownload(self->inputContext());
+      self->resumeSubtask(self->_dataPersistenceTask);
+      self->resumeSubtask(self->_networkTask);
+      self->setState(TaskState::Started);
+      self->_networkTask->setInputContext(self->inputContext());
+      self->_networkTask->resumeDownload();
+    }};
+  });
 }
 
 void DownloadTask::stop() {
   logger().logTrace(kInStop);
-  std::shared_ptr<DownloadTask> released;
-  {
-    const MutexLock lock(controlMutex_);
-    isStopped_ = true;
-    released.swap(untilRest_);
-  }
-  stopSubtasks();
+  steps_->run([this]() -> Effects {
+    if (run_ == Run::kStopped) return {};
+    moveTo(Run::kStopped);
+    return {[self = self<DownloadTask>(), released = std::exchange(untilRest_, nullptr)] {
+      self->_networkTask->stop();
+      self->_dataPersistenceTask->stop();
+    }};
+  });
 }
 
-void DownloadTask::stopSubtasks() {
-  _networkTask->stop();
-  _dataPersistenceTask->stop();
+void DownloadTask::releaseFile(std::shared_ptr<FileClaim> claim) {
+  _dataPersistenceTask->releaseFile(std::move(claim));
 }
-
-bool DownloadTask::isStopped() const {
-  const MutexLock lock(controlMutex_);
-  return isStopped_;
-}
-
-/// A pause is either one of this run or of the next.
-void DownloadTask::comeToRest(TaskState state) {
-  std::shared_ptr<DownloadTask> released;  // after the lock; who calls this holds the task too
-  const MutexLock lock(controlMutex_);
-  released.swap(untilRest_);
-  subtasksRun_ = false;
-  isPausePending_ = false;
-  setState(state);
-}
-
-void DownloadTask::releaseFile() { _dataPersistenceTask->releaseFile(); }
 
 void DownloadTask::updateInputContext(Dictionary dictionary) {
   setInputContext(std::move(dictionary));
 }
 
-/// Its own listener decides when the download ends, not the end of a subtask.
-void DownloadTask::subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState /*state*/) {
-  if (subtask != _networkTask) return;
-  const MutexLock lock(controlMutex_);
-  if (state() == TaskState::Started && !isStopped_) untilRest_ = self<DownloadTask>();
-}
+// What the subtasks tell.
+
+void DownloadTask::subtaskFinished(const std::shared_ptr<VSTask>& /*subtask*/,
+                                   TaskState /*state*/) {}
 
 void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
                         const Dictionary& /*context*/) {
   logger().logDebug(kInListener, task->name(), static_cast<std::int64_t>(to));
   if (task != _dataPersistenceTask) return;
-  const TaskState persistence = task->state();
-  if (to == TaskState::Started) {
-    announceFile(task->outputContext()[kFilePath]);
-  } else if (to == TaskState::Ended && persistence == TaskState::Ended) {
-    endAsNetworkTask();
-  } else if (to == TaskState::Errored && persistence == TaskState::Errored) {
-    logger().logDebug(kPersistenceTrouble, name());
-    _networkTask->stop();
-    _outputContext.replace(task->outputContext());
-    _errorContext.replace(task->errorContext());
-    comeToRest(TaskState::Errored);
-  }
+  steps_->run([&]() -> Effects {
+    if (run_ != Run::kRunning && run_ != Run::kPausing) return {};
+    if (to == TaskState::Started) {
+      return {[self = self<DownloadTask>(), path = task->outputContext()[kFilePath]] {
+        self->announceFile(path);
+      }};
+    }
+    // It may have been set going again since.
+    if (task->state() != to) return {};
+    if (to == TaskState::Ended) return persistenceEnded();
+    return to == TaskState::Errored ? comeToRest(TaskState::Errored) : Effects();
+  });
 }
 
 void DownloadTask::announceFile(const platform::Value& filePath) {
@@ -192,21 +188,41 @@ void DownloadTask::announceFile(const platform::Value& filePath) {
   raiseContextChangeEvent();
 }
 
-void DownloadTask::endAsNetworkTask() {
-  const TaskState network = _networkTask->state();
-  if (network == TaskState::Paused) {
+Effects DownloadTask::persistenceEnded() {
+  switch (const TaskState network = _networkTask->state()) {
+    case TaskState::Paused:
+    case TaskState::Ended:
+    case TaskState::Errored:
+      return comeToRest(network);
+    default:
+      return {};  // the persistence task tells again when the network task has come to its end
+  }
+}
+
+Effects DownloadTask::comeToRest(TaskState state) {
+  moveTo(Run::kIdle);
+  return {[self = self<DownloadTask>(), released = std::exchange(untilRest_, nullptr), state] {
+    self->rest(state);
+  }};
+}
+
+void DownloadTask::rest(TaskState state) {
+  const bool bytesWereLost = _dataPersistenceTask->state() == TaskState::Errored;
+  if (bytesWereLost) {
+    logger().logDebug(kPersistenceTrouble, name());
+    _networkTask->stop();
+    _errorContext.replace(_dataPersistenceTask->errorContext());
+  } else if (state == TaskState::Paused) {
     logger().logDebug(kPaused, name());
     restSubtask(_networkTask);
-  } else if (network == TaskState::Ended) {
+  } else if (state == TaskState::Ended) {
     logger().logDebug(kEnded, name());
-  } else if (network == TaskState::Errored) {
+  } else {
     logger().logDebug(kNetworkTrouble, name());
     _errorContext.replace(_networkTask->errorContext());
-  } else {
-    return;  // the persistence task tells again when the network task has come to its end
   }
   _outputContext.replace(_dataPersistenceTask->outputContext());
-  comeToRest(network);
+  setState(state);
 }
 
 }  // namespace varo::binary

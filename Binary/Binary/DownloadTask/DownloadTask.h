@@ -1,9 +1,7 @@
 #pragma once
 
-#include "Binary/Binary/DownloadTask/CarriedBlock.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTask.h"
 
@@ -12,12 +10,14 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
+#include <vector>
 
 namespace varo::binary {
 
 class DataPersistenceTask;
+class FileClaim;
 class NetworkTask;
+class StepQueue;
 
 /// The outcome of a start, pause or resume: blob id, error or null, result or none.
 using DownloadBlock =
@@ -28,33 +28,38 @@ using DownloadBlock =
 /// `DataPersistenceTask` that writes the ranges to the object's file or hands them to a block. Its
 /// name is the blob id.
 ///
-/// Ends when the persistence task has, in the state of the network task: Paused, Ended or Errored;
-/// or Errored where the bytes could not be kept. A download that was stopped stays in the state it
-/// was in and is freed.
+/// It is at rest before its start and from the moment on when it is Paused, Ended or Errored:
+/// - The end of the persistence task decides when, the state of the network task decides as what.
+/// - It is Errored, too, where the bytes could not be kept.
+/// - A download that is stopped stays in the state that it is in and is freed.
 ///
 /// Input: "BlobID", and what the two subtasks read. Output: "BlobID", "FilePath", "TotalFileSize";
 /// a context change tells of "FilePath" as soon as a first part of the object is in the file.
-/// Error context: "DownloadError", or what the subtask that failed has in its own. The file of a
-/// download belongs to it alone from its first chunk until it is paused, stopped, has failed or
-/// `releaseFile` is called; another download of it in any process fails meanwhile.
+/// Error context: "DownloadError", or what the subtask that failed has in its own.
+///
+/// The file of a download belongs to it alone: with a `FileClaim` in the input until `stop` or
+/// `releaseFile` is called or it is destroyed; without, from the first chunk until it is paused,
+/// has failed, or one of these. Thread-safe.
 class DownloadTask final : public platform::VSTask {
  public:
-  /// A task of this name (the blob id) with its two subtasks.
-  [[nodiscard]] static std::shared_ptr<DownloadTask> create(std::string name);
+  /// A task of this name (the blob id) with its two subtasks. `steps` owns its state; who watches
+  /// the task may share it. Null: the task makes its own.
+  [[nodiscard]] static std::shared_ptr<DownloadTask> create(
+      std::string name, std::shared_ptr<StepQueue> steps = nullptr);
   ~DownloadTask() override;
 
   void execute() override;
 
-  /// Asks for no further range. The task is Paused when all that has arrived is in the file.
+  /// Ends the request that is under way. The task is Paused when all that was received before is in
+  /// the file. Does nothing to a task at rest.
   void pauseDownload();
   /// Goes on with a paused download, from the input's "TotalBytesDownloaded" on.
   void resumeDownload();
-  /// Asks for no further range and writes no further byte. Final.
+  /// Ends the request that is under way, writes no further byte and releases the file. Final.
   void stop();
-  /// Whether `stop` was called.
-  [[nodiscard]] bool isStopped() const;
-  /// Lets other downloads write the file: for the owner of an Ended task that has noted its end.
-  void releaseFile();
+  /// Lets other downloads write the file: for the owner of a task at rest that has noted how it
+  /// came to that. Gives up `claim`, too, which may be null: also one that the task never got to.
+  void releaseFile(std::shared_ptr<FileClaim> claim = nullptr);
   /// Replaces the input context.
   void updateInputContext(platform::Dictionary dictionary);
 
@@ -62,84 +67,51 @@ class DownloadTask final : public platform::VSTask {
   void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
             platform::TaskState to, const platform::Dictionary& context) override;
 
-  // Carried for the manager, never called by the task. A block that is taken is gone, so that each
-  // request is answered once.
-  void setStartDownloadTaskCompletionBlock(DownloadBlock block) {
-    _startDownloadTaskCompletionBlock.set(std::move(block));
-  }
-  [[nodiscard]] DownloadBlock takeStartDownloadTaskCompletionBlock() {
-    return _startDownloadTaskCompletionBlock.take();
-  }
-  void setPauseDownloadTaskCompletionBlock(DownloadBlock block) {
-    _pauseDownloadTaskCompletionBlock.set(std::move(block));
-  }
-  [[nodiscard]] DownloadBlock takePauseDownloadTaskCompletionBlock() {
-    return _pauseDownloadTaskCompletionBlock.take();
-  }
-  void setResumeDownloadTaskCompletionBlock(DownloadBlock block) {
-    _resumeDownloadTaskCompletionBlock.set(std::move(block));
-  }
-  [[nodiscard]] DownloadBlock takeResumeDownloadTaskCompletionBlock() {
-    return _resumeDownloadTaskCompletionBlock.take();
-  }
-  void setOnFileDownloadStartedCompletionBlock(OnFileDownloadStarted::Function block) {
-    _onFileDownloadStartedCompletionBlock.set(std::move(block));
-  }
-  [[nodiscard]] OnFileDownloadStarted::Function takeOnFileDownloadStartedCompletionBlock() {
-    return _onFileDownloadStartedCompletionBlock.take();
-  }
-  void setOnDownloadFailureCompletionBlock(OnDownloadFailure::Function block) {
-    _onDownloadFailureCompletionBlock.set(std::move(block));
-  }
-  [[nodiscard]] OnDownloadFailure::Function takeOnDownloadFailureCompletionBlock() {
-    return _onDownloadFailureCompletionBlock.take();
-  }
-  void setOnFileDownloadCompletedCompletionBlock(OnFileDownloadCompleted::Function block) {
-    _onFileDownloadCompletedCompletionBlock.set(std::move(block));
-  }
-  [[nodiscard]] OnFileDownloadCompleted::Function takeOnFileDownloadCompletedCompletionBlock() {
-    return _onFileDownloadCompletedCompletionBlock.take();
-  }
+  // Carried for the manager, never called by the task. Owned by the manager's steps.
+  DownloadBlock startDownloadTaskCompletionBlock;
+  DownloadBlock pauseDownloadTaskCompletionBlock;
+  DownloadBlock resumeDownloadTaskCompletionBlock;
+  OnFileDownloadStarted::Function onFileDownloadStartedCompletionBlock;
+  OnDownloadFailure::Function onDownloadFailureCompletionBlock;
+  OnFileDownloadCompleted::Function onFileDownloadCompletedCompletionBlock;
 
  private:
   struct Badge {};
 
  public:
-  DownloadTask(Badge, std::string name);
+  DownloadTask(Badge badge, std::string name, std::shared_ptr<StepQueue> steps);
 
  private:
+  /// Where a run stands. Idle -> running, or pausing when the pause comes before the subtasks run;
+  /// running -> pausing; both -> idle at rest; everything -> stopped.
+  enum class Run { kIdle, kRunning, kPausing, kStopped };
+
   void createAndAddSubtasks();
   void setupListeners();
   [[nodiscard]] bool validateInput() const;
+  /// Nothing: its own listener decides when the download ends, not the end of a subtask.
   void subtaskFinished(const std::shared_ptr<platform::VSTask>& subtask,
                        platform::TaskState state) override;
+
+  // Steps.
+  [[nodiscard]] std::vector<std::function<void()>> beginRun();
+  [[nodiscard]] std::vector<std::function<void()>> persistenceEnded();
+  [[nodiscard]] std::vector<std::function<void()>> comeToRest(platform::TaskState state);
+  void moveTo(Run run);
+
+  // Effects.
   /// Raises a context change when the file has its first bytes and there are more to come.
   void announceFile(const platform::Value& filePath);
-  void endAsNetworkTask();
+  void rest(platform::TaskState state);
 
-  void noteSubtasksRun();
-  void stopSubtasks();
-  void comeToRest(platform::TaskState state);
-
+  const std::shared_ptr<StepQueue> steps_;
   const std::shared_ptr<NetworkTask> _networkTask;
   const std::shared_ptr<DataPersistenceTask> _dataPersistenceTask;
 
-  mutable platform::Mutex controlMutex_;
-  bool subtasksRun_ VARO_GUARDED_BY(controlMutex_) = false;
-  bool isResuming_ VARO_GUARDED_BY(controlMutex_) = false;
-  /// Asked for before there was a subtask to tell; done as soon as they run.
-  bool isPausePending_ VARO_GUARDED_BY(controlMutex_) = false;
-  bool isStopped_ VARO_GUARDED_BY(controlMutex_) = false;
-  /// Itself, from the end of the network task until it comes to rest: a persistence task that has
-  /// Ended before tells of that end again, and only its listeners, which are held weakly.
-  std::shared_ptr<DownloadTask> untilRest_ VARO_GUARDED_BY(controlMutex_);
-
-  CarriedBlock<DownloadBlock> _startDownloadTaskCompletionBlock;
-  CarriedBlock<DownloadBlock> _pauseDownloadTaskCompletionBlock;
-  CarriedBlock<DownloadBlock> _resumeDownloadTaskCompletionBlock;
-  CarriedBlock<OnFileDownloadStarted::Function> _onFileDownloadStartedCompletionBlock;
-  CarriedBlock<OnDownloadFailure::Function> _onDownloadFailureCompletionBlock;
-  CarriedBlock<OnFileDownloadCompleted::Function> _onFileDownloadCompletedCompletionBlock;
+  // Owned by `steps_`.
+  Run run_ = Run::kIdle;
+  /// Itself while it runs, whoever else holds it.
+  std::shared_ptr<DownloadTask> untilRest_;
 };
 
 }  // namespace varo::binary

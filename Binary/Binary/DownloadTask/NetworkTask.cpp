@@ -4,31 +4,30 @@
 #include "Binary/Binary/DownloadTask/Buffer.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
-#include "Binary/Binary/DownloadTask/NetworkRun.h"
+#include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
-#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Network/UrlEncoding.h"
+#include "Platform/Network/HttpTransportError.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
 #include <algorithm>
-#include <limits>
+#include <array>
+#include <cassert>
+#include <exception>
 #include <utility>
-#include <vector>
 
 namespace varo::binary {
 
 using platform::Data;
 using platform::Dictionary;
-using platform::DictionaryEntry;
+using platform::Error;
 using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::MutexLock;
 using platform::NetworkErrorPtr;
+using platform::Result;
 using platform::Runtime;
+using platform::SerialQueue;
 using platform::TaskState;
 using platform::Value;
 using platform::VRONetworkUtility;
@@ -36,18 +35,23 @@ using platform::VSTaskError;
 
 namespace {
 
+constexpr std::string_view kNetworkTaskName = "networkTask";
+constexpr std::string_view kNetworkTaskDomain = "Network Task";
 constexpr std::string_view kTransportDomain = "NetworkTask";
+/// Of what is thrown.
+constexpr std::int64_t kErrorCode = 999;
 
 constexpr std::string_view kTaskInterrupted = "Task Interrupted";
 constexpr std::string_view kInside = "Inside %@  ";
-constexpr std::string_view kInvalidInput = "Invalid inputs provided to the network task.";
-constexpr std::string_view kValidInput = "valid input is %d";
-constexpr std::string_view kUrlBuilt = "  URL from buildURL : %@";
-constexpr std::string_view kRangeRequest = "Range request for blob id %@ : %@";
+constexpr std::string_view kRequestFailed = "HttpRequest Failed: %@";
+constexpr std::string_view kClientSide =
+    "Error since there were issues in the parameters sent from the client side. ";
 constexpr std::string_view kInErrorCondition = "Inside error if condition of network task. %@";
 constexpr std::string_view kBase64Ends = "Setting data for base 64 string and ending the task.";
 constexpr std::string_view kWholeFileEnds =
     "Setting the total file for binary and ending the task.";
+constexpr std::string_view kAsterisk = "Asterisk recieved for the total file size.";
+constexpr std::string_view kTotalSizeIs = "Total file size : %lld";
 constexpr std::string_view kUnknownSizeGoesOn =
     "File not completely downloaded..Calling download Chunk";
 constexpr std::string_view kGoesOn = "File not completely downloaded calling download Chunk";
@@ -56,348 +60,421 @@ constexpr std::string_view kBytesDownloaded = "Total bytes downloaded : %lld";
 constexpr std::string_view kPausing = "Pausing the network task for download task : %@";
 constexpr std::string_view kResuming = "Resuming the network task for download task : %@";
 constexpr std::string_view kStopped = "Done cancelling background session";
-constexpr std::string_view kNoEnd = "The object has no end";
+constexpr std::string_view kStartsOver = "The object on the server is another one: starting over";
+constexpr std::string_view kRunStateChange = "The run %lld goes from %@ to %@";
 
 /// In the output context, for `isOfLatestRun`.
 constexpr char kRunNumber[] = "RunNumber";
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-/// "key=value" for each, with an ampersand between.
-std::string joinedPairs(const Dictionary& pairs) {
-  std::string joined;
-  for (const DictionaryEntry& pair : pairs) {
-    if (!joined.empty()) joined += '&';
-    // They are the record's own values and may hold anything; a bare "&" would name another record.
-    joined +=
-        platform::percentEncode(pair.key) + "=" + platform::percentEncode(pair.value.textValue());
-  }
-  return joined;
-}
-
-/// "&name=value"; nothing where there is no value.
-std::string parameter(std::string_view name, const Value& value) {
-  if (value.isMissing()) return {};
-  return "&" + std::string(name) + "=" + platform::percentEncode(value.textValue());
-}
-
-std::string getRangeRequestStringFrom(std::int64_t from, std::int64_t to) {
-  return "bytes=" + std::to_string(from) + "-" + std::to_string(to);
-}
-
-/// The last position of a range, which the size of the object limits where it is known.
-std::int64_t endOfRange(std::int64_t from, std::int64_t length, std::int64_t totalFileSize) {
-  const std::int64_t room = std::numeric_limits<std::int64_t>::max() - from;
-  const std::int64_t to = from + std::min(length - 1, room);
-  return totalFileSize != 0 && to > totalFileSize ? totalFileSize - 1 : to;
+bool isTooLarge(const Error& error) {
+  return error.domain() == platform::kHttpTransportErrorDomain &&
+         error.code() == static_cast<std::int64_t>(platform::HttpTransportError::kResponseTooLarge);
 }
 
 }  // namespace
 
-NetworkTask::NetworkTask(std::string name) : VSTask(std::move(name)) {}
+struct NetworkTask::Run {
+  RangeOrder::Ptr order;
+  RangeKnowledge known;
+  std::int64_t _totalBytesDownloaded = 0;  // the next range starts here
+  bool isFirstOfResumed = false;           // see `RangeQuestion`
+  bool hasStartedOver = false;
+  std::int64_t requests = 0;
+  VRONetworkUtility::TransferPtr transfer;  // of the range in flight
+  Buffer waiting;                           // published and not taken
+};
+
+NetworkTask::NetworkTask(std::string name, std::shared_ptr<SerialQueue> queue)
+    : VSTask(std::move(name)),
+      queue_(queue != nullptr ? std::move(queue)
+                              : std::make_shared<SerialQueue>("networkTaskQueue")) {}
 
 NetworkTask::~NetworkTask() = default;
 
-// Input.
-
-bool NetworkTask::validateInput() const {
-  const Dictionary input = inputContext();
-  const bool hasUrl = input[kURL].isPresent() && input[kURL] != Value(kEmptyString);
-  bool valid = hasUrl;
-  if (input[kChunkSizeKey].integerValue() < 0) valid = false;
-  if (!input[kOnlineDownloadTask].boolValue()) {
-    for (const char* key : {kScopeName, kObjectName, kPrimaryKeys}) {
-      if (input[key].isMissing() || !hasUrl) valid = false;
-    }
-  }
-  logger().logDebug(kValidInput, valid);
-  return valid;
-}
-
-/// There is a "URL": `validateInput` has seen to that.
-std::string NetworkTask::buildURL(const Dictionary& input) {
-  std::string url = input[kURL].textValue();
-  if (input[kOnlineDownloadTask].boolValue()) return url;
-  url += input[kScopeName].textValue() + "/" + input[kObjectName].textValue() + "/binary?" +
-         joinedPairs(input[kPrimaryKeys].dictionaryValue()) + "&type=bytes" +
-         parameter("clientid", input[kClientID]) +
-         parameter("varosyncsessionid", input[kSessionID]);
-  if (BinaryLogger::isEnabled(platform::LogLevel::kDebug)) {
-    logger().logDebug(kUrlBuilt, platform::redactSecrets(url));
-  }
-  return url;
-}
-
-NetworkTask::RunPtr NetworkTask::unpackInputContext(const Identity& known) const {
-  const Dictionary input = inputContext();
-  auto run = std::make_shared<Run>();
-  static_cast<Identity&>(*run) = known;
-  run->_url = buildURL(input);
-  run->queryParams = input[keys::kQueryParams].dictionaryValue();
-  if (input[kResponseType].isPresent()) run->_responseType = input[kResponseType].textValue();
-  run->_chunkSize = input[kChunkSizeKey].integerValue();
-  if (run->_chunkSize <= 0) run->_chunkSize = kDefaultChunkSize;
-  run->_totalBytesDownloaded =
-      std::max<std::int64_t>(input[kTotalBytesDownloaded].integerValue(), 0);
-  run->bytesPublished = std::max(run->bytesPublished, run->_totalBytesDownloaded);
-  run->isStreamed = input[kStreaming].boolValue();
-  const std::int64_t totalFileSize = input[kTotalFileSize].integerValue();
-  if (totalFileSize > 0) run->_totalFileSize = totalFileSize;
-  return run;
-}
-
-// Runs.
-
-void NetworkTask::execute() { begin({}); }
-
-void NetworkTask::begin(const Identity& known) {
-  if (isTaskInterrupted()) return logger().logDebug(kTaskInterrupted);
-  logger().logTrace(kInside, name());
-  if (!validateInput()) {
-    logger().logError(kInvalidInput);
-    const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
-    _errorContext.set(kNetworkError, userInfo);
-    return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kNetworkTaskName),
-                                                          std::string(kNetworkTaskDomain),
-                                                          kInvalidInputCode, userInfo));
-  }
-  RunPtr run = unpackInputContext(known);
-  RunPtr replaced;  // destroyed after the lock is released
-  {
-    const MutexLock lock(runMutex_);
-    if (state() != TaskState::Started) return;
-    run->number = ++runs_;
-    replaced = std::exchange(run_, run);
-    going_ = true;
-    identity_ = known;
-    _outputContext.set(kRunNumber, run->number);
-  }
-  downloadChunk(run);
-}
+// The input.
 
 bool NetworkTask::isTaskInterrupted() const {
   const TaskState now = state();
   return now == TaskState::Paused || now == TaskState::Stopped || now == TaskState::Errored;
 }
 
-bool NetworkTask::isCurrent(const RunPtr& run) const {
-  const MutexLock lock(runMutex_);
-  return going_ && run_ == run;
+ErrorPtr NetworkTask::cause(std::int64_t code, Dictionary userInfo) const {
+  return std::make_shared<const VSTaskError>(ID(), std::string(kNetworkTaskName),
+                                             std::string(kNetworkTaskDomain), code,
+                                             std::move(userInfo));
+}
+
+ErrorPtr NetworkTask::cause(std::int64_t code, std::string_view message) const {
+  return cause(code, Dictionary{{std::string(platform::kErrorMessageKey), message}});
+}
+
+// What callers ask for.
+
+void NetworkTask::execute() { begin(false); }
+
+void NetworkTask::begin(bool isResumed) {
+  if (isTaskInterrupted()) return logger().logDebug(kTaskInterrupted);
+  logger().logTrace(kInside, name());
+  const Result<RangeOrder::Ptr> order = RangeOrder::unpackInputContext(inputContext());
+  enter([&] {
+    if (order) return beginRun(*order, isResumed);
+    return fail(cause(order.error()->code(), order.error()->userInfo()));
+  });
 }
 
 void NetworkTask::pauseDownload() {
   logger().logDebug(kPausing, inputContext()[kBlobId]);
-  const MutexLock lock(runMutex_);
-  going_ = false;
-  setState(TaskState::Paused);
+  enter([this] {
+    Effects effects;
+    if (goesOn()) {
+      effects.cancel = std::exchange(run_->transfer, nullptr);
+      changeTo(RunState::kPaused);
+    }
+    setState(TaskState::Paused);
+    return effects;
+  });
 }
 
 void NetworkTask::resumeDownload() {
   logger().logDebug(kResuming, inputContext()[kBlobId]);
-  Identity known;
-  {
-    const MutexLock lock(runMutex_);
-    known = identity_;
-  }
-  begin(known);
+  begin(true);
 }
 
 void NetworkTask::stop() {
-  RunPtr dropped;  // destroyed after the lock is released
-  {
-    const MutexLock lock(runMutex_);
-    going_ = false;
-    dropped = std::exchange(run_, nullptr);
+  enter([this] {
+    Effects effects;
+    if (run_ != nullptr) effects.cancel = run_->transfer;
+    run_.reset();
+    changeTo(RunState::kStopped);
     setState(TaskState::Stopped);
-  }
+    return effects;
+  });
   logger().logDebug(kStopped);
 }
 
 bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
-  RunPtr goesOn;
-  {
-    const MutexLock lock(runMutex_);
-    if (run_ == nullptr || run_->waiting.first() != chunk.get()) return false;
-    // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
-    (void)run_->waiting.removeChunkFromBuffer();
-    if (_outputContext.get(kDataChunk).object() == chunk) _outputContext.remove(kDataChunk);
-    if (std::exchange(run_->waitsForRoom, false) && going_) goesOn = run_;
-  }
-  if (goesOn != nullptr) {
-    Runtime::shared().pool().postOrRun([self = self<NetworkTask>(), goesOn] {
-      self->guarded([&] { self->downloadChunk(goesOn); });
+  bool isTaken = false;
+  Effects effects;
+  queue_->sync([&] {
+    effects = guardedStep([&]() -> Effects {
+      isTaken = run_ != nullptr && run_->waiting.first() == chunk.get();
+      if (!isTaken) return {};
+      // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
+      (void)run_->waiting.removeChunkFromBuffer();
+      if (_outputContext.get(kDataChunk).object() == chunk) _outputContext.remove(kDataChunk);
+      return runState_ == RunState::kWaitsForRoom ? downloadChunk() : Effects{};
     });
+  });
+  // Whoever takes chunks has bytes to write; asking for more is not its business.
+  if (effects.send || effects.cancel != nullptr) {
+    Runtime::shared().pool().postOrRun(
+        [self = self<NetworkTask>(), effects] { self->perform(effects); });
   }
-  return true;
+  return isTaken;
 }
 
 bool NetworkTask::isOfLatestRun(const Dictionary& outputContext) const {
   const Value& number = outputContext[kRunNumber];
   if (number.isMissing()) return true;  // it failed before it had begun
-  const MutexLock lock(runMutex_);
-  return run_ != nullptr && number == Value(run_->number);
+  bool isLatest = false;
+  queue_->sync([&] { isLatest = run_ != nullptr && number == Value(runs_); });
+  return isLatest;
 }
 
-// One range.
+// Steps and their effects.
 
-void NetworkTask::downloadChunk(const RunPtr& run) {
-  if (!isCurrent(run)) return logger().logDebug(kTaskInterrupted);
+void NetworkTask::enter(const Step& step) {
+  Effects effects;
+  queue_->sync([&] { effects = guardedStep(step); });
+  perform(effects);
+}
+
+void NetworkTask::enterLater(Step step) {
+  queue_->async([self = self<NetworkTask>(), step = std::move(step)] {
+    Effects effects = self->guardedStep(step);
+    if (effects.cancel == nullptr && !effects.send) return;
+    Runtime::shared().pool().postOrRun(
+        [self, effects = std::move(effects)] { self->perform(effects); });
+  });
+}
+
+NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
+  try {
+    return step();
+  } catch (const std::exception& exception) {
+    return fail(cause(kErrorCode, exception.what()));
+  } catch (...) {
+    return fail(cause(kErrorCode, "An unknown exception"));
+  }
+}
+
+void NetworkTask::perform(const Effects& effects) {
+  if (effects.cancel != nullptr) effects.cancel->cancel();
+  if (!effects.send) return;
+  try {
+    send(*effects.send);
+  } catch (const std::exception& exception) {
+    failLater(*effects.send, exception.what());
+  } catch (...) {
+    failLater(*effects.send, "An unknown exception");
+  }
+}
+
+void NetworkTask::failLater(const Request& request, std::string_view what) {
+  enterLater([this, request, error = cause(kErrorCode, what)] {
+    return isCurrent(request) ? fail(error) : Effects{};
+  });
+}
+
+void NetworkTask::changeTo(RunState state) {
+  constexpr std::array<std::string_view, 7> kNames{
+      "not begun", "asking", "waiting for room", "paused", "ended", "failed", "stopped"};
+  // A run begins, fails and is stopped in any state; the others are of one that goes on.
+  assert(state == RunState::kAsking || state == RunState::kFailed || state == RunState::kStopped ||
+         goesOn());
+  logger().logTrace(kRunStateChange, runs_, kNames.at(static_cast<std::size_t>(runState_)),
+                    kNames.at(static_cast<std::size_t>(state)));
+  runState_ = state;
+}
+
+bool NetworkTask::goesOn() const noexcept {
+  return runState_ == RunState::kAsking || runState_ == RunState::kWaitsForRoom;
+}
+
+bool NetworkTask::isCurrent(const Request& request) const {
+  return runState_ == RunState::kAsking && request.run == runs_ && request.number == run_->requests;
+}
+
+// Asking.
+
+NetworkTask::Effects NetworkTask::beginRun(const RangeOrder::Ptr& order, bool isResumed) {
+  if (state() != TaskState::Started) return {};
+  auto run = std::make_unique<Run>();
+  run->order = order;
+  run->_totalBytesDownloaded = order->offset.value_or(isResumed ? _totalBytesDownloaded : 0);
+  // There is nothing to compare with where everything is fetched anew.
+  const bool hasBytes = run->_totalBytesDownloaded > 0;
+  if (isResumed && (hasBytes || order->isStreamed)) run->known = known_;
+  if (hasBytes && run->known.object.isEmpty()) {
+    run->known.object = order->validator;
+    run->known._totalFileSize = order->validator.total;
+  }
+  if (run->known.object.total == 0) {
+    run->known.object.total = run->known._totalFileSize = order->_totalFileSize;
+  }
+  run->known.bytesPublished = std::max(run->known.bytesPublished, run->_totalBytesDownloaded);
+  run->isFirstOfResumed = hasBytes && !run->known.object.isEmpty();
+
+  known_ = run->known;
+  _totalBytesDownloaded = run->_totalBytesDownloaded;
+  const std::unique_ptr<Run> replaced = std::exchange(run_, std::move(run));
+  ++runs_;
+  _outputContext.set(kRunNumber, runs_);
+  Effects effects = downloadChunk();
+  if (replaced != nullptr) effects.cancel = replaced->transfer;
+  return effects;
+}
+
+NetworkTask::Effects NetworkTask::downloadChunk() {
+  changeTo(RunState::kAsking);
+  const std::int64_t total = run_->known._totalFileSize;
   // A resumed download may have all the bytes; there is no range left to ask for.
-  if (run->_totalFileSize != 0 && run->_totalBytesDownloaded == run->_totalFileSize)
-    return end(run);
+  if (total != 0 && run_->_totalBytesDownloaded == total) return end();
   // More bytes than that are not the object's.
-  if (run->_totalFileSize != 0 && run->_totalBytesDownloaded > run->_totalFileSize) {
-    if (run->isStreamed) {
-      setCause(*run, kCodeIntegrityCheckFailed, kIntegrityCheckFailed);
-      return fail(run, run->_cause);
+  if (total != 0 && run_->_totalBytesDownloaded > total) {
+    if (run_->order->isStreamed) {
+      return fail(cause(kCodeIntegrityCheckFailed, kIntegrityCheckFailed));
     }
-    run->_totalBytesDownloaded = 0;
+    return startOver();
   }
-  prepareRequestObject(*run);
-  VRONetworkUtility::GET(
-      run->_url, run->queryParams, run->_headers, {},
-      [self = self<NetworkTask>(), run](const std::optional<Data>& data,
-                                        const Dictionary& responseInfo,
-                                        const NetworkErrorPtr& error) {
-        self->guarded([&] { self->processAnswer(run, data, responseInfo, error); });
+  RangeQuestion question{.known = run_->known,
+                         .offset = run_->_totalBytesDownloaded,
+                         .chunkSize = run_->order->_chunkSize,
+                         .isSafe = run_->order->settings->isSafe(),
+                         .isStreamed = run_->order->isStreamed,
+                         .isFirstOfResumed = run_->isFirstOfResumed,
+                         .hasStartedOver = run_->hasStartedOver};
+  run_->transfer = nullptr;
+  return {.cancel = nullptr,
+          .send = Request{runs_, ++run_->requests, run_->order, std::move(question)}};
+}
+
+/// What was published stays known until its place is taken: a pause may come before that.
+NetworkTask::Effects NetworkTask::startOver() {
+  logger().logInfo(kStartsOver);
+  run_->known = {};
+  run_->_totalBytesDownloaded = 0;
+  run_->isFirstOfResumed = false;
+  run_->hasStartedOver = true;
+  return downloadChunk();
+}
+
+void NetworkTask::send(const Request& request) {
+  const RangeOrder& order = *request.order;
+  const auto headers = order.prepareRequestObject(request.question);
+  if (!headers) {
+    const Error& error = *headers.error();
+    const Dictionary userInfo{
+        {std::string(platform::kErrorMessageKey), error.localizedDescription()},
+        {std::string(platform::kUnderlyingError), headers.error()}};
+    return enterLater([this, request, failure = cause(error.code(), userInfo)] {
+      return isCurrent(request) ? fail(failure) : Effects{};
+    });
+  }
+  auto transfer = VRONetworkUtility::GET(
+      order._url, order.queryParams, *headers, order.optionsFor(request.question),
+      [self = self<NetworkTask>(), request](const std::optional<Data>& data,
+                                            const Dictionary& responseInfo,
+                                            const NetworkErrorPtr& error) {
+        try {
+          self->processNetworkResponse(request, data, responseInfo, error);
+        } catch (const std::exception& exception) {
+          self->failLater(request, exception.what());
+        } catch (...) {
+          self->failLater(request, "An unknown exception");
+        }
       });
+  // A pause may have come first.
+  enterLater([this, request, transfer = std::move(transfer)]() -> Effects {
+    if (!isCurrent(request)) return {.cancel = transfer, .send = {}};
+    run_->transfer = transfer;
+    return {};
+  });
 }
 
-void NetworkTask::prepareRequestObject(Run& run) const {
-  setHeaders(run);
-  setRangeHeader(run);
-}
+// Judging.
 
-void NetworkTask::setHeaders(Run& run) const {
-  run._headers = GlobalHeaders::shared().headersFor(run._url);
-  for (const DictionaryEntry& header : inputContext()[kDownloadHeaders].dictionaryValue()) {
-    BinaryNetworkUtils::setHeader(run._headers, header.key, header.value.textValue());
-  }
-}
-
-void NetworkTask::setRangeHeader(Run& run) const {
-  const std::int64_t from = run._totalBytesDownloaded;
-  const std::int64_t to = endOfRange(from, run._chunkSize, run._totalFileSize);
-  const std::string range = getRangeRequestStringFrom(from, to);
-  if (BinaryLogger::isEnabled(platform::LogLevel::kDebug)) {
-    logger().logDebug(kRangeRequest, inputContext()[kBlobId], range);
-  }
-  BinaryNetworkUtils::setHeader(run._headers, "Range", range);
-}
-
-void NetworkTask::processAnswer(const RunPtr& run, const std::optional<Data>& data,
-                                const Dictionary& responseInfo, const ErrorPtr& error) {
-  // Whoever goes on asks for this range anew.
-  if (!isCurrent(run)) return logger().logDebug(kTaskInterrupted);
-  if (const auto failure =
-          CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error)) {
-    return fail(run, failure);
+/// Reading an answer may take a while, so it is not done on the queue.
+void NetworkTask::processNetworkResponse(const Request& request, const std::optional<Data>& data,
+                                         const Dictionary& responseInfo, const ErrorPtr& error) {
+  const RangeOrder& order = *request.order;
+  if (error != nullptr) {
+    // The known size refused a whole object of another size that came in place of the range.
+    const bool startsOver = isTooLarge(*error) && request.question.known.object.total != 0 &&
+                            request.question.mayStartOver();
+    const auto wrapped =
+        CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
+    Dictionary userInfo = wrapped->userInfo();
+    userInfo.set(std::string(platform::kUnderlyingError), error);
+    const auto failure = std::make_shared<const VSTaskError>(ID(), wrapped->domain(),
+                                                             wrapped->code(), std::move(userInfo));
+    return enterLater([this, request, startsOver, error, failure] {
+      if (!isCurrent(request)) return Effects{};  // it was cancelled
+      logger().logError(kRequestFailed, error->description());
+      logger().logError(kClientSide);
+      return startsOver ? startOver() : fail(failure);
+    });
   }
   auto response = responseInfo[platform::kHttpResponse].objectAs<HttpResponseInfo>();
   if (response == nullptr) response = std::make_shared<HttpResponseInfo>(0, Dictionary());
-  processNetworkResponse(*run, *response, data.value_or(Data()));
-  checkForErrors(run);
+  GlobalHeaders::shared().noteAnswer(order._url, *response);
+  const NetworkAnswer answer = readAnswer(*response, data.value_or(Data()),
+                                          {.isOnline = order.isOnline,
+                                           .isBase64 = order.isBase64(),
+                                           .maxBase64 = order.settings->limits.base64});
+  const RangeVerdict verdict = judge(request.question, answer.said);
+  const ErrorPtr failure =
+      verdict.kind == RangeVerdict::Kind::kError ? causeOf(request, verdict, answer) : nullptr;
+  enterLater([this, request, verdict, failure, body = answer.body] {
+    if (isCurrent(request)) return checkForErrors(verdict, body, failure);
+    logger().logDebug(kTaskInterrupted);  // whoever goes on asks for this range anew
+    return Effects{};
+  });
 }
 
-void NetworkTask::checkForErrors(const RunPtr& run) {
-  if (run->_isErrorServingData) {
-    logger().logError(kInErrorCondition, run->_cause);
-    return fail(run, run->_cause);
+/// The required text says little; why a store refuses a request stands in its answer.
+ErrorPtr NetworkTask::causeOf(const Request& request, const RangeVerdict& verdict,
+                              const NetworkAnswer& answer) const {
+  Dictionary userInfo;
+  if (verdict.message) {
+    userInfo.set(std::string(platform::kErrorMessageKey), *verdict.message);
   }
-  if (run->_isBase64OrTotalFile) return endWithWholeObject(run);
-  if (run->isAllThere) return end(run);
-  if (run->startsOver) {
-    run->startsOver = false;
-    return downloadChunk(run);
+  const int status = answer.said.status;
+  const bool isRefusal = status < 200 || status > 299;
+  if (isRefusal && request.question.isSafe) CommonUtils::addAnswer(userInfo, status, answer.body);
+  return cause(verdict.code, std::move(userInfo));
+}
+
+// Publishing.
+
+NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, const Data& body,
+                                                 const ErrorPtr& failure) {
+  using Kind = RangeVerdict::Kind;
+  if (verdict.kind == Kind::kError) {
+    logger().logError(kInErrorCondition, failure);
+    return fail(failure);
   }
-  const std::shared_ptr<Chunk> chunk = prepareChunkObjectWithData(*run);
-  const bool isOfUnknownSize = run->_isAsteriskRecieved && chunk->data();
-  if (isOfUnknownSize) ++run->rangesOfUnknownSize;
-  if (!publish(run, chunk)) return;
-  if (isOfUnknownSize) {
-    if (run->rangesOfUnknownSize > kMaxRangesOfUnknownSize) {
-      setCause(*run, kInvalidInputCode, kNoEnd);
-      return fail(run, run->_cause);
-    }
-    logger().logDebug(kUnknownSizeGoesOn);
-  } else if (run->_totalFileSize != 0 && run->_totalBytesDownloaded < run->_totalFileSize) {
-    logger().logDebug(kGoesOn);
-  } else {
+  if (verdict.kind == Kind::kStartOver) return startOver();
+  if (verdict.known._isAsteriskRecieved && !run_->known._isAsteriskRecieved) {
+    logger().logDebug(kAsterisk);
+  } else if (verdict.known._totalFileSize != run_->known._totalFileSize) {
+    logger().logDebug(kTotalSizeIs, verdict.known._totalFileSize);
+  }
+  run_->isFirstOfResumed = false;
+  run_->known = verdict.known;
+  switch (verdict.kind) {
+    case Kind::kWhole:
+      logger().logDebug(run_->order->isBase64() ? kBase64Ends : kWholeFileEnds);
+      setChunkDataForBinary(body, 0);
+      return end();
+    case Kind::kAllThere:
+      return end();
+    case Kind::kEnd:
+      setChunk(std::make_shared<Chunk>());
+      break;
+    default:
+      setChunkDataForBinary(body, run_->_totalBytesDownloaded);
+  }
+  if (verdict.kind == Kind::kEnd || verdict.isComplete) {
     logger().logInfo(kCompleted);
-    return end(run);
+    return end();
   }
-  if (hasRoom(run)) downloadChunk(run);
+  logger().logDebug(run_->known._isAsteriskRecieved ? kUnknownSizeGoesOn : kGoesOn);
+  if (run_->waiting.count() < kMaxWaitingChunks) return downloadChunk();
+  changeTo(RunState::kWaitsForRoom);
+  return {};
 }
 
-void NetworkTask::endWithWholeObject(const RunPtr& run) {
-  const bool isBase64 = run->_responseType == kResponseTypeBase64;
-  logger().logDebug(isBase64 ? kBase64Ends : kWholeFileEnds);
-  if (isBase64) setChunkDataForBase64(*run);
-  checkWholeObject(*run);
-  if (run->_isErrorServingData) return fail(run, run->_cause);
-  // Whatever was fetched before, this is the object from its first byte to its last.
-  run->_totalBytesDownloaded = 0;
-  // The size that ranges told before may have been another object's.
-  if (run->_totalFileSize != 0 && run->_chunkData) {
-    run->_totalFileSize = static_cast<std::int64_t>(run->_chunkData->size());
-  }
-  if (publish(run, prepareChunkObjectWithData(*run))) end(run);
+void NetworkTask::setChunkDataForBinary(const Data& data, std::int64_t offset) {
+  run_->_totalBytesDownloaded = offset + static_cast<std::int64_t>(data.size());
+  logger().logDebug(kBytesDownloaded, run_->_totalBytesDownloaded);
+  setChunk(std::make_shared<Chunk>(data, offset));
 }
 
-std::shared_ptr<Chunk> NetworkTask::prepareChunkObjectWithData(Run& run) {
-  if (!run._chunkData) return std::make_shared<Chunk>();
-  const std::int64_t offset = run._totalBytesDownloaded;
-  updateDownloadedBytes(run, run._chunkData->size());
-  return std::make_shared<Chunk>(*std::exchange(run._chunkData, std::nullopt), offset);
-}
-
-void NetworkTask::updateDownloadedBytes(Run& run, std::uint64_t length) {
-  run._totalBytesDownloaded += static_cast<std::int64_t>(length);
-  run.bytesPublished = std::max(run.bytesPublished, run._totalBytesDownloaded);
-  logger().logDebug(kBytesDownloaded, run._totalBytesDownloaded);
-}
-
-// What others see of a run.
-
-bool NetworkTask::publish(const RunPtr& run, const std::shared_ptr<Chunk>& chunk) {
-  const MutexLock lock(runMutex_);
-  if (!going_ || run_ != run) return false;
-  identity_ = static_cast<const Identity&>(*run);
-  run->waiting.addChunkToBuffer(chunk);
+void NetworkTask::setChunk(const std::shared_ptr<Chunk>& chunk) {
+  known_ = run_->known;
+  _totalBytesDownloaded = run_->_totalBytesDownloaded;
+  run_->waiting.addChunkToBuffer(chunk);
   _outputContext.set(kDataChunk, chunk);
-  _outputContext.set(kTotalFileSize, run->_totalFileSize);
-  if (run->_isAsteriskRecieved) {
+  _outputContext.set(kTotalFileSize, known_._totalFileSize);
+  if (known_._isAsteriskRecieved) {
     _outputContext.set(kIsAsteriskRecieved, true);
   } else {
     _outputContext.remove(kIsAsteriskRecieved);
   }
+  _outputContext.set(kValidator, known_.object.text());
   raiseContextChangeEvent();
-  return true;
 }
 
-bool NetworkTask::hasRoom(const RunPtr& run) {
-  const MutexLock lock(runMutex_);
-  run->waitsForRoom = run->waiting.count() >= kMaxWaitingChunks;
-  return !run->waitsForRoom;
-}
-
-void NetworkTask::end(const RunPtr& run) {
-  const MutexLock lock(runMutex_);
-  if (!going_ || run_ != run) return;
-  going_ = false;
-  _outputContext.set(kTotalFileSize, run->_totalFileSize);
+NetworkTask::Effects NetworkTask::end() {
+  changeTo(RunState::kEnded);
+  _outputContext.set(kTotalFileSize, run_->known._totalFileSize);
   setState(TaskState::Ended);
+  return {};
 }
 
 void NetworkTask::setChunkForError() { _outputContext.set(kDataChunk, std::make_shared<Chunk>()); }
 
-void NetworkTask::fail(const RunPtr& run, const ErrorPtr& error) {
-  const MutexLock lock(runMutex_);
-  if (!going_ || run_ != run) return;
-  going_ = false;
+NetworkTask::Effects NetworkTask::fail(const ErrorPtr& error) {
+  Effects effects;
+  if (run_ != nullptr) effects.cancel = std::exchange(run_->transfer, nullptr);
+  changeTo(RunState::kFailed);
   setChunkForError();
   _errorContext.set(kNetworkError, error->userInfo());
   raiseError(error);
+  return effects;
 }
 
 }  // namespace varo::binary

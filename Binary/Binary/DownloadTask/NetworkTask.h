@@ -1,15 +1,19 @@
 #pragma once
 
 #include "Binary/Binary/DownloadTask/Chunk.h"
+#include "Binary/Binary/DownloadTask/NetworkAnswer.h"
+#include "Binary/Binary/DownloadTask/RangeOrder.h"
+#include "Binary/Binary/DownloadTask/RangeVerdict.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
+#include "Platform/Foundation/WorkQueue.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,37 +23,47 @@ namespace varo::binary {
 
 /// Fetches one object in byte ranges, one request at a time, and publishes each range as a `Chunk`:
 /// a context change whose output context holds it under "DataChunk", beside "TotalFileSize" (0
-/// while unknown) and, where the server does not state the size, "isAsteriskRecieved".
+/// while unknown), "Validator" (the text of an `ObjectValidator`, where the server gives one) and,
+/// where the server does not state the size, "isAsteriskRecieved". A chunk at offset 0 that is not
+/// the first one says that what came before it is void.
 ///
 /// A listener takes each chunk out of the notification, calls `takeChunk` and then does with it
 /// what it wants; while `kMaxWaitingChunks` have not been taken, no further range is asked for, so
 /// that what the network delivers faster than the disk writes stays bounded.
 ///
 /// Input: "URL" and, optional, "ChunkSize" (bytes, else 1 MiB), "TotalBytesDownloaded" (where to
-/// begin), "TotalFileSize", "Headers", "queryParams", "ResponseType" ("Binary", "Base64"),
-/// "ClientID", "SessionID", "BlobID"; and either "OnlineDownloadTask", then "URL" is the object's,
-/// or "ScopeName", "ObjectName" and "primaryKeys", which name the record. The request is always a
-/// GET. Errors have the domain "Network Task", or "NetworkTask" for failures of the transport; the
-/// error's user information is in the error context under "NetworkError".
+/// begin), "TotalFileSize", "Validator" (of the object whose bytes stand before that), "Headers",
+/// "requestSigner" (a `RequestSigner`, whose headers are made anew for each request),
+/// "spoolDirectory" (where the object will be stored), "queryParams", "ResponseType"
+/// ("Binary", "Base64"), "ClientID", "SessionID", "BlobID", "settings" (`OperationSettings`); and
+/// either "OnlineDownloadTask", then "URL" is the object's, or "ScopeName", "ObjectName" and
+/// "primaryKeys", which name the record. The request is always a GET.
 ///
-/// What a range brings is checked before it is handed on: it starts where it was asked to start, is
-/// as long as it says, and size and strong ETag are those of the ranges before.
+/// Errors have the domain "Network Task", or "NetworkTask" for failures of the transport, which
+/// stand under `kUnderlyingError`; the error's user information is in the error context under
+/// "NetworkError". What is thrown while an answer is dealt with is such an error too.
+///
+/// Asking is `downloadChunk`, judging `judge` (RangeVerdict.h), publishing `checkForErrors`. All
+/// that changes belongs to one serial queue: whatever happens is a step on it, which decides and
+/// returns effects (a request, a cancel); these follow when the step has left the queue.
 class NetworkTask final : public platform::VSTask {
  public:
   static constexpr std::size_t kMaxWaitingChunks = 4;
-  /// Ranges of an object whose size the server does not state; more than these have no end.
-  static constexpr std::int64_t kMaxRangesOfUnknownSize = 65'536;
 
-  explicit NetworkTask(std::string name);
+  /// `queue` is whose the task's state is, a queue of its own where it is null. No job of it may
+  /// wait for whoever calls the functions below; these may be called from its jobs.
+  explicit NetworkTask(std::string name, std::shared_ptr<platform::SerialQueue> queue = nullptr);
   ~NetworkTask() override;
 
   void execute() override;
 
-  /// Asks for no further range; one that is in flight is asked for again by whoever goes on.
+  /// Asks for no further range and cancels the one that is in flight, which whoever goes on asks
+  /// for anew.
   void pauseDownload();
-  /// Goes on from the input's "TotalBytesDownloaded". The task must be Started.
+  /// Goes on from the input's "TotalBytesDownloaded", or without that from where it was paused. The
+  /// task must be Started.
   void resumeDownload();
-  /// As `pauseDownload`, for good: chunks that were not taken never are.
+  /// As `pauseDownload`, and chunks that were not taken never are. The task may be started again.
   void stop();
 
   /// Takes a chunk that was published. False for one of an earlier run, which is to be dropped: the
@@ -60,77 +74,80 @@ class NetworkTask final : public platform::VSTask {
   [[nodiscard]] bool isOfLatestRun(const platform::Dictionary& outputContext) const;
 
  private:
-  /// What one run, from a start or resume to its pause or end, knows and does. Only the step that
-  /// is under way touches it, and a run has one step at a time; `waiting` and `waitsForRoom` are
-  /// guarded by the task's `runMutex_`.
-  struct Run;
-  using RunPtr = std::shared_ptr<Run>;
-  /// What is known of the object from the ranges so far. Whoever goes on after a pause knows it
-  /// too.
-  struct Identity {
-    std::int64_t _totalFileSize = 0;   // bytes; 0 while unknown
-    bool _isAsteriskRecieved = false;  // the server does not state the size
-    std::int64_t lateFileSize = 0;     // bytes; the size where it was stated after that, else 0
-    std::string strongTag;             // empty while unknown
-    std::int64_t rangesOfUnknownSize = 0;
-    std::int64_t bytesPublished = 0;  // from the first byte on
+  enum class RunState : std::uint8_t {
+    kNotBegun,
+    kAsking,        // a range is in flight
+    kWaitsForRoom,  // until a chunk is taken
+    kPaused,
+    kEnded,
+    kFailed,
+    kStopped,
   };
+  /// A run, from a start or resume to its pause or end.
+  struct Run;
+  /// One range that is asked for.
+  struct Request {
+    std::int64_t run = 0;     // of the task's runs, from 1
+    std::int64_t number = 0;  // of the run's requests, from 1
+    RangeOrder::Ptr order;
+    RangeQuestion question;
+  };
+  /// What follows when a step has left the queue, in this order.
+  struct Effects {
+    platform::VRONetworkUtility::TransferPtr cancel;  // null for none
+    std::optional<Request> send;
+  };
+  using Step = std::function<Effects()>;
 
-  void begin(const Identity& known);
+  // The input.
   [[nodiscard]] bool isTaskInterrupted() const;
-  [[nodiscard]] bool isCurrent(const RunPtr& run) const;
-  [[nodiscard]] bool validateInput() const;
-  [[nodiscard]] RunPtr unpackInputContext(const Identity& known) const;
-  [[nodiscard]] static std::string buildURL(const platform::Dictionary& input);
+  [[nodiscard]] platform::ErrorPtr cause(std::int64_t code, platform::Dictionary userInfo) const;
+  [[nodiscard]] platform::ErrorPtr cause(std::int64_t code, std::string_view message) const;
 
-  void downloadChunk(const RunPtr& run);
-  void prepareRequestObject(Run& run) const;
-  void setHeaders(Run& run) const;
-  void setRangeHeader(Run& run) const;
-  void processAnswer(const RunPtr& run, const std::optional<platform::Data>& data,
-                     const platform::Dictionary& responseInfo, const platform::ErrorPtr& error);
-  void processNetworkResponse(Run& run, const platform::HttpResponseInfo& response,
-                              const platform::Data& data) const;
-  void processWholeObject(Run& run, const platform::HttpResponseInfo& response,
-                          std::string_view contentType, const platform::Data& data) const;
-  void checkWholeObject(Run& run) const;
-  void processRange(Run& run, const platform::HttpResponseInfo& response,
-                    const platform::Data& data) const;
-  [[nodiscard]] static bool processUnsatisfiableRange(Run& run,
-                                                      const platform::HttpResponseInfo& response);
-  [[nodiscard]] static bool isEndOfUnknownSize(const Run& run, std::string_view contentRange);
-  [[nodiscard]] static bool isSameObject(Run& run, const platform::HttpResponseInfo& response,
-                                         std::optional<std::int64_t> total);
-  static void populateFileSizeFromResponse(Run& run, std::optional<std::int64_t> total);
-  [[nodiscard]] bool isErrorResponse(const std::string& json) const;
-  [[nodiscard]] static std::optional<std::string> parseErrorResponse(const std::string& json);
-  void setCause(Run& run, std::int64_t code, std::optional<std::string_view> message) const;
-  void setCause(Run& run, std::int64_t code, platform::Dictionary userInfo) const;
-  void setCauseOfStatus(Run& run, int status, const platform::Data& body) const;
+  void begin(bool isResumed);
 
-  void checkForErrors(const RunPtr& run);
-  void endWithWholeObject(const RunPtr& run);
-  /// The chunk of what the answer brought, which is counted; the end marker where it brought none.
-  [[nodiscard]] static std::shared_ptr<Chunk> prepareChunkObjectWithData(Run& run);
-  static void updateDownloadedBytes(Run& run, std::uint64_t length);
-  /// Puts the bytes that the answer holds in its place; none where it holds none.
-  static void setChunkDataForBase64(Run& run);
+  // Steps, which return what follows from them. What a step throws ends the run with an error. The
+  // second one returns at once and holds the task until the step and its effects are done.
+  void enter(const Step& step);
+  void enterLater(Step step);
+  void perform(const Effects& effects);
 
-  /// These do nothing, the first with false, when the run is not the task's any more.
-  [[nodiscard]] bool publish(const RunPtr& run, const std::shared_ptr<Chunk>& chunk);
-  [[nodiscard]] bool hasRoom(const RunPtr& run);
-  void end(const RunPtr& run);
-  void fail(const RunPtr& run, const platform::ErrorPtr& error);
+  // Effects, and what answers are read with: not on the queue.
+  void send(const Request& request);
+  void processNetworkResponse(const Request& request, const std::optional<platform::Data>& data,
+                              const platform::Dictionary& responseInfo,
+                              const platform::ErrorPtr& error);
+  [[nodiscard]] platform::ErrorPtr causeOf(const Request& request, const RangeVerdict& verdict,
+                                           const NetworkAnswer& answer) const;
+  void failLater(const Request& request, std::string_view what);
+
+  // Parts of steps: on the queue.
+  [[nodiscard]] Effects guardedStep(const Step& step);
+  [[nodiscard]] Effects beginRun(const RangeOrder::Ptr& order, bool isResumed);
+  [[nodiscard]] Effects downloadChunk();
+  [[nodiscard]] Effects startOver();
+  [[nodiscard]] Effects checkForErrors(const RangeVerdict& verdict, const platform::Data& body,
+                                       const platform::ErrorPtr& failure);
+  void setChunkDataForBinary(const platform::Data& data, std::int64_t offset);
+  void setChunk(const std::shared_ptr<Chunk>& chunk);
+  [[nodiscard]] Effects end();
+  [[nodiscard]] Effects fail(const platform::ErrorPtr& error);
   /// In place of what a failed answer did not bring: a chunk without bytes.
   void setChunkForError();
+  [[nodiscard]] bool isCurrent(const Request& request) const;
+  [[nodiscard]] bool goesOn() const noexcept;
+  void changeTo(RunState state);
 
-  mutable platform::Mutex runMutex_;
-  /// The latest run; none before the first and after `stop`.
-  RunPtr run_ VARO_GUARDED_BY(runMutex_);
-  /// Whether it goes on: from its start until its pause or end.
-  bool going_ VARO_GUARDED_BY(runMutex_) = false;
-  std::int64_t runs_ VARO_GUARDED_BY(runMutex_) = 0;
-  Identity identity_ VARO_GUARDED_BY(runMutex_);
+  const std::shared_ptr<platform::SerialQueue> queue_;
+
+  // Owned by `queue_`.
+  RunState runState_ = RunState::kNotBegun;
+  std::int64_t runs_ = 0;
+  /// The latest; none before the first and after `stop`.
+  std::unique_ptr<Run> run_;
+  /// As the chunks that were published have it: what a resumed run goes on with.
+  RangeKnowledge known_;
+  std::int64_t _totalBytesDownloaded = 0;
 };
 
 }  // namespace varo::binary

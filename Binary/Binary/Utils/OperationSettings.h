@@ -27,6 +27,8 @@ struct AnswerLimits {
   std::uint64_t small = kMiB;
   /// Of what is no success.
   std::uint64_t errorPage = std::uint64_t{64} * 1024;
+  /// Of the JSON around an object in Base64, which has no ranges and is decoded in memory.
+  std::uint64_t base64 = 64 * kMiB;
   /// Of a whole file; none by default.
   std::optional<std::uint64_t> file;
 };

@@ -140,6 +140,8 @@ inline constexpr std::string_view kErrorUpdatingParentTable = "Error in updating
 inline constexpr std::string_view kDownloadsCleared =
     "The downloads were cleared before this one had ended.";
 inline constexpr std::string_view kDownloadStopped = "The download was stopped.";
+inline constexpr std::string_view kRowNotWritten =
+    "The file is complete, but its row in varosyncBLOBSTOREMANAGER could not be written.";
 inline constexpr std::string_view kFileNotRemoved = "The file of the blob could not be removed.";
 inline constexpr std::string_view kmsgtemplateParsing = "Template Parsing error";
 

@@ -1,0 +1,476 @@
+#include "Binary/Binary/BinaryDataManager/BlobDownload.h"
+
+#include "Binary/Binary/BinaryDataManager/BlobErrors.h"
+#include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/FileClaim.h"
+#include "Binary/Binary/DownloadTask/ObjectValidator.h"
+#include "Binary/Binary/Utils/BlockCall.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Runtime.h"
+
+#include <cerrno>
+#include <utility>
+
+namespace varo::binary {
+
+using platform::Dictionary;
+using platform::Error;
+using platform::ErrorPtr;
+using platform::TaskState;
+using platform::VSTask;
+using Effects = StepQueue::Effects;
+
+namespace {
+
+constexpr std::string_view kScheduling = "Adding download task %@ to the scheduling queue.";
+constexpr std::string_view kResetting = "Changing state of task with blob ID %@ to NotStarted.";
+constexpr std::string_view kInEndedState = "Task with blob ID %@ in ended state.";
+constexpr std::string_view kFire = " Fire %@ off!!";
+constexpr std::string_view kCannotPause =
+    "Task is in NotStarted, Errored or Ended state, hence can't be paused.";
+constexpr std::string_view kCallingPause = "Calling the pause download method for blob ID : %@";
+constexpr std::string_view kCallingResume = "Calling the resume download method for blob ID : %@";
+constexpr std::string_view kResumeInput = "Input context for blob id %@ in resume module: %@";
+constexpr std::string_view kNotPaused = "Task is not in Paused state, Hence can't resumed.";
+constexpr std::string_view kPostProcessing =
+    "Post processing task from finished queue for download task %@ . Calling the success callback.";
+
+constexpr std::string_view kStateChanged = "Download of blob %@ : %@ -> %@";
+constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "paused",
+                                            "ended",   "failed",  "stopped", "cleared"};
+
+BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+
+ErrorPtr downloadError(std::int32_t code, std::string_view message) {
+  return blobError(kDownloadTaskErrorDomain, code, message);
+}
+
+ErrorPtr failure(const Dictionary& context) {
+  return std::make_shared<const Error>(std::string(kDownloadTaskError), kCodeDownloadTaskFailed,
+                                       context);
+}
+
+Dictionary thrown(std::string_view what) {
+  return {{std::string(platform::kErrorMessageKey), what}};
+}
+
+/// Notes in the claim that its file has all bytes, for whoever finds that the row does not say so.
+void noteWhole(FileClaim& claim, std::int64_t size) {
+  ObjectValidator validator = ObjectValidator::parse(claim.validator()).value_or(ObjectValidator());
+  if (validator.total == size) return;
+  validator.total = size;
+  // Without the note the next download starts over.
+  (void)claim.setValidator(validator.text());
+}
+
+}  // namespace
+
+std::shared_ptr<BlobDownload> BlobDownload::create(Dictionary input,
+                                                   OperationSettings::Ptr settings,
+                                                   DownloadPlaces& places) {
+  auto download = std::make_shared<BlobDownload>(Badge{}, input, std::move(settings), places);
+  download->makeTask(std::move(input));
+  download->steps_->setOnThrow([weak = std::weak_ptr(download)](std::string_view what) {
+    if (const auto self = weak.lock()) self->threw(what);
+  });
+  return download;
+}
+
+BlobDownload::BlobDownload(Badge /*badge*/, Dictionary input, OperationSettings::Ptr settings,
+                           DownloadPlaces& places)
+    : blobId_(input[kBlobId].textValue()),
+      settings_(std::move(settings)),
+      rows_(input[kDBName].textValue(), blobId_, settings_->isSafe()),
+      places_(places),
+      steps_(std::make_shared<StepQueue>("download " + blobId_)) {}
+
+void BlobDownload::makeTask(Dictionary input) {
+  input.set(kOperationSettings, OperationSettings::value(settings_));
+  task_ = DownloadTask::create(blobId_, steps_);
+  task_->subscribeForTaskUpdates(shared_from_this());
+  task_->setInputContext(std::move(input));
+}
+
+void BlobDownload::renewTask() {
+  const std::shared_ptr<DownloadTask> former = task_;
+  makeTask(former->inputContext());
+  const auto carryOver = [&](DownloadBlock DownloadTask::*block) {
+    ((*task_).*block).swap((*former).*block);
+  };
+  carryOver(&DownloadTask::startDownloadTaskCompletionBlock);
+  carryOver(&DownloadTask::pauseDownloadTaskCompletionBlock);
+  carryOver(&DownloadTask::resumeDownloadTaskCompletionBlock);
+}
+
+/// The one place where the state changes. A cleared download stays so; one is at rest before it
+/// waits again.
+void BlobDownload::moveTo(State state) {
+  logger().logTrace(kStateChanged, blobId_, kStateNames[static_cast<std::size_t>(state_)],
+                    kStateNames[static_cast<std::size_t>(state)]);
+  if (state_ != State::kCleared) state_ = state;
+}
+
+bool BlobDownload::isUnderWay() const {
+  bool isUnderWay = false;
+  steps_->run([&]() -> Effects {
+    isUnderWay = state_ == State::kWaiting || state_ == State::kRunning;
+    return {};
+  });
+  return isUnderWay;
+}
+
+// What callers ask for.
+
+void BlobDownload::ask(DownloadBlock completion,
+                       const std::function<Effects(DownloadBlock&)>& step) {
+  try {
+    steps_->run([&]() -> Effects {
+      if (state_ != State::kCleared) return step(completion);
+      if (!settings_->isSafe()) return {};
+      return {answer(completion,
+                     blobError(kDownloadTaskError, kCodeDownloadTaskFailed, kDownloadsCleared),
+                     std::nullopt)};
+    });
+  } catch (const std::exception& exception) {
+    answer(completion, failure(thrown(exception.what())), std::nullopt)();
+    threw(exception.what());
+  }
+}
+
+void BlobDownload::start(DownloadBlock completion) {
+  ask(std::move(completion), [this](DownloadBlock& block) -> Effects {
+    if (state_ == State::kEnded) logger().logDebug(kInEndedState, blobId_);
+    ErrorPtr error;
+    const auto available = rows_.checkIfFileAvailable(&error);
+    if (available || state_ == State::kEnded) {
+      return {answer(block, available ? nullptr : error, available)};
+    }
+    task_->startDownloadTaskCompletionBlock.swap(block);
+    logger().logDebug(kScheduling, blobId_);
+    return state_ == State::kRunning ? Effects() : schedule();
+  });
+}
+
+Effects BlobDownload::schedule() {
+  if (state_ == State::kPaused || state_ == State::kFailed) logger().logDebug(kResetting, blobId_);
+  moveTo(State::kWaiting);
+  return {[self = shared_from_this()] { self->places_.schedule(self); }};
+}
+
+void BlobDownload::pause(DownloadBlock completion) {
+  ask(std::move(completion), [this](DownloadBlock& block) -> Effects {
+    switch (state_) {
+      case State::kRunning:
+        task_->pauseDownloadTaskCompletionBlock.swap(block);
+        logger().logDebug(kCallingPause, blobId_);
+        return {[task = task_] { task->pauseDownload(); }};
+      case State::kStopped:
+        moveTo(State::kPaused);
+        [[fallthrough]];
+      case State::kPaused:
+        return {answer(block, nullptr, task_->outputContext())};
+      default:
+        logger().logError(kCannotPause);
+        return refuse(block, kTaskNotStarted);
+    }
+  });
+}
+
+void BlobDownload::resume(DownloadBlock completion) {
+  ask(std::move(completion), [this](DownloadBlock& block) -> Effects {
+    switch (state_) {
+      case State::kPaused:
+      case State::kStopped:
+        return resumePaused(block);
+      case State::kCreated:
+      case State::kWaiting:
+        logger().logError(kNotPaused);
+        return refuse(block, kTaskNotPaused);
+      default:
+        return refuse(block, kTaskStarted);
+    }
+  });
+}
+
+Effects BlobDownload::resumePaused(DownloadBlock& completion) {
+  DownloadBlock forgotten;  // the start's
+  forgotten.swap(task_->startDownloadTaskCompletionBlock);
+  ErrorPtr notAvailable;
+  if (const auto available = rows_.checkIfFileAvailable(&notAvailable)) {
+    return {answer(completion, nullptr, available)};
+  }
+  task_->resumeDownloadTaskCompletionBlock.swap(completion);
+  const bool isPaused = task_->state() == TaskState::Paused;
+  if (!isPaused) renewTask();
+  moveTo(State::kRunning);
+  untilRest_ = shared_from_this();
+  return {[self = untilRest_, run = isPaused ? Run::kResumes : Run::kStarts] { self->run(run); },
+          [forgotten] {}};
+}
+
+void BlobDownload::stop() {
+  steps_->run([this]() -> Effects {
+    const bool waits = state_ == State::kWaiting && settings_->isSafe();
+    if (state_ != State::kRunning && !waits) return {};
+    return end(State::kStopped,
+               downloadError(kCodeInvalidStateForBinaryOperation, kDownloadStopped));
+  });
+}
+
+void BlobDownload::clear() {
+  steps_->run([this]() -> Effects {
+    return end(State::kCleared,
+               blobError(kDownloadTaskError, kCodeDownloadTaskFailed, kDownloadsCleared));
+  });
+}
+
+/// In the middle of whatever is under way. The task gives the file back when it writes no more.
+Effects BlobDownload::end(State state, const ErrorPtr& error) {
+  moveTo(state);
+  Effects effects{[self = shared_from_this(), task = task_, claim = std::exchange(claim_, nullptr),
+                   released = std::exchange(untilRest_, nullptr)] {
+    task->unsubscribeForTaskUpdates(self);
+    task->stop();
+    task->releaseFile(claim);
+    self->places_.leave(self);
+  }};
+  if (settings_->isSafe()) {
+    for (auto& each : answerAll(error)) effects.push_back(std::move(each));
+    effects.push_back([&places = places_] { places.startNextScheduledTask(); });
+  } else if (state == State::kCleared) {
+    effects.push_back(
+        [start = std::exchange(task_->startDownloadTaskCompletionBlock, nullptr),
+         pause = std::exchange(task_->pauseDownloadTaskCompletionBlock, nullptr),
+         resume = std::exchange(task_->resumeDownloadTaskCompletionBlock, nullptr)] {});
+  }
+  return effects;
+}
+
+Effects BlobDownload::answerAll(const ErrorPtr& error) {
+  return {answer(task_->startDownloadTaskCompletionBlock, error, std::nullopt),
+          answer(task_->resumeDownloadTaskCompletionBlock, error, std::nullopt),
+          answer(task_->pauseDownloadTaskCompletionBlock, error, std::nullopt)};
+}
+
+Effects BlobDownload::refuse(DownloadBlock& completion, std::string_view message) const {
+  return {answer(completion, downloadError(kCodeInvalidStateForBinaryOperation, message),
+                 std::nullopt)};
+}
+
+/// Takes the block, so that it is called once; it may be empty.
+StepQueue::Effect BlobDownload::answer(DownloadBlock& block, const ErrorPtr& error,
+                                       Result result) const {
+  return [block = std::exchange(block, nullptr), id = blobId_, error, result = std::move(result)] {
+    if (block) callBlock([&] { block(id, error, result); });
+  };
+}
+
+// The run.
+
+void BlobDownload::begin() {
+  steps_->run([this]() -> Effects {
+    if (state_ != State::kWaiting) {
+      return {[self = shared_from_this()] {
+        self->places_.leave(self);
+        self->places_.startNextScheduledTask();
+      }};
+    }
+    if (task_->state() != TaskState::NotStarted) renewTask();
+    moveTo(State::kRunning);
+    untilRest_ = shared_from_this();
+    return {[self = untilRest_] { self->run(Run::kStarts); }};
+  });
+}
+
+void BlobDownload::shutDown() {
+  steps_->run([this]() -> Effects {
+    if (state_ != State::kWaiting) return {};
+    moveTo(State::kCreated);
+    return answerAll(downloadError(kCodeInvalidStateForBinaryOperation, kLibraryShutDown));
+  });
+}
+
+void BlobDownload::run(Run run) {
+  logger().logDebug(run == Run::kStarts ? kFire : kCallingResume, blobId_);
+  const std::shared_ptr<FileClaim> claim = claimFile();
+  if (claim == nullptr) return;
+  ErrorPtr notAvailable;
+  // Only who has the file knows that nobody is about to complete it.
+  if (const auto available = rows_.checkIfFileAvailable(&notAvailable)) {
+    claim->finish();
+    return comeToRest(claim, State::kEnded, nullptr, available);
+  }
+  launch(run, claim);
+}
+
+std::shared_ptr<FileClaim> BlobDownload::claimFile() {
+  const std::string path = DataPersistenceTask::pathOfBlob(blobId_);
+  FileClaim::Attempt attempt;
+  if (path.empty()) attempt.error = Error::fromErrno(EINVAL, "Creating", blobId_);
+  // Inside of a step, so that what tells of the free file finds this download waiting for it.
+  steps_->run([&]() -> Effects {
+    if (state_ != State::kRunning || attempt.error != nullptr) return {};
+    attempt = FileClaim::acquire(path, [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->claimIsFree();
+    });
+    claim_ = attempt.claim;
+    if (attempt.claim != nullptr || attempt.error != nullptr) return {};
+    moveTo(State::kWaiting);
+    Effects effects = refuse(task_->pauseDownloadTaskCompletionBlock, kTaskNotStarted);
+    effects.push_back([self = shared_from_this()] {
+      self->places_.leave(self);
+      self->places_.startNextScheduledTask();
+    });
+    return effects;
+  });
+  if (attempt.error != nullptr) {
+    // The row of a file that another process has is that process's.
+    if (!FileClaim::isBusy(*attempt.error)) rows_.updateState(kDownloadErrored, {});
+    fail(nullptr, {{kPersistenceError, DataPersistenceTask::creationFailure(attempt.error, path)}});
+  }
+  return attempt.claim;
+}
+
+void BlobDownload::claimIsFree() {
+  steps_->run([this]() -> Effects { return state_ == State::kWaiting ? schedule() : Effects(); });
+}
+
+void BlobDownload::launch(Run run, const std::shared_ptr<FileClaim>& claim) {
+  Dictionary input = task_->inputContext();
+  if (run == Run::kResumes) input = rows_.withMetaData(std::move(input));
+  const std::int64_t bytes = rows_.bytesToGoOnFrom(*claim);
+  const auto validator = ObjectValidator::parse(claim->validator());
+  if (bytes > 0 && validator && validator->total == bytes) return endWithWholeFile(claim, bytes);
+  input.set(kTotalBytesDownloaded, bytes);
+  input.set(kValidator, bytes > 0 ? platform::Value(claim->validator()) : platform::Value());
+  input.set(kFileClaim, claim);
+  if (run == Run::kResumes) logger().logDebug(kResumeInput, blobId_, input);
+  steps_->run([&]() -> Effects {
+    if (state_ != State::kRunning || claim_ != claim) {
+      return {[claim] { claim->release(); }};  // stopped meanwhile
+    }
+    task_->updateInputContext(input);
+    if (run == Run::kResumes) return {[task = task_] { task->resumeDownload(); }};
+    return {[task = task_] { task->start(); }};
+  });
+}
+
+/// A row that does not say so, since it could not be written, is mended.
+void BlobDownload::endWithWholeFile(const std::shared_ptr<FileClaim>& claim, std::int64_t size) {
+  const auto file = platform::File::openForWriting(claim->path());
+  const auto synced = file ? (*file)->sync() : platform::Result<void>(file.error());
+  if (!synced) {
+    rows_.updateState(kDownloadErrored, {});
+    return fail(claim, {{kPersistenceError,
+                         DataPersistenceTask::creationFailure(synced.error(), claim->path())}});
+  }
+  taskEnded(claim, {{kBlobId, blobId_}, {kFilePath, claim->path()}, {kTotalFileSize, size}});
+}
+
+void BlobDownload::fail(const std::shared_ptr<FileClaim>& claim, const Dictionary& context) {
+  comeToRest(claim, State::kFailed, failure(context), std::nullopt);
+}
+
+/// An allocation has failed, or a library has; the download has not, but cannot go on.
+void BlobDownload::threw(std::string_view what) {
+  steps_->run([&]() -> Effects {
+    if (state_ != State::kRunning && state_ != State::kWaiting) return {};
+    return rest(State::kFailed, failure(thrown(what)), std::nullopt);
+  });
+}
+
+// What the task tells.
+
+void BlobDownload::task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
+                        const Dictionary& context) {
+  try {
+    // Held until the row is written, whoever stops the download meanwhile.
+    std::shared_ptr<FileClaim> claim;
+    steps_->run([&]() -> Effects {
+      if (state_ == State::kRunning && task == task_) claim = claim_;
+      return {};
+    });
+    if (claim == nullptr) return;
+    const Dictionary output = context[platform::kTaskOutputContext].dictionaryValue();
+    if (from != to) return taskChanged(*task, claim, to, output);
+    if (settings_->isSafe()) rows_.noteFile(output);
+  } catch (const std::exception& exception) {
+    threw(exception.what());
+  }
+}
+
+void BlobDownload::taskChanged(const VSTask& task, const std::shared_ptr<FileClaim>& claim,
+                               TaskState to, const Dictionary& output) {
+  switch (to) {
+    case TaskState::Started:
+      return rows_.updateState(kDownloadStarted, output);
+    case TaskState::Ended:
+      return taskEnded(claim, output);
+    case TaskState::Paused:
+      rows_.updateState(kDownloadPaused, output);
+      return comeToRest(claim, State::kPaused, nullptr, output);
+    case TaskState::Errored:
+      rows_.updateState(kDownloadErrored, output);
+      return fail(claim, task.errorContext());
+    case TaskState::NotStarted:
+    case TaskState::Stopped:
+      return;
+  }
+}
+
+void BlobDownload::taskEnded(const std::shared_ptr<FileClaim>& claim, const Dictionary& output) {
+  logger().logTrace(kPostProcessing, blobId_);
+  const auto noted = rows_.updateDB(output);
+  if (noted) {
+    claim->finish();
+  } else {
+    noteWhole(*claim, static_cast<std::int64_t>(DownloadFile::sizeAt(claim->path())));
+  }
+  if (noted || !settings_->isSafe()) return comeToRest(claim, State::kEnded, nullptr, output);
+  fail(claim, {{std::string(platform::kErrorMessageKey), kRowNotWritten},
+               {kFilePath, claim->path()},
+               {std::string(platform::kUnderlyingError), noted.error()}});
+}
+
+void BlobDownload::comeToRest(const std::shared_ptr<FileClaim>& claim, State state,
+                              const ErrorPtr& error, const Result& result) {
+  steps_->run([&]() -> Effects {
+    // It was stopped or cleared meanwhile, and may run again.
+    if (state_ != State::kRunning || claim_ != claim) return {};
+    return rest(state, error, result);
+  });
+}
+
+Effects BlobDownload::rest(State state, const ErrorPtr& error, const Result& result) {
+  moveTo(state);
+  // The file first: from inside a block the next download of it may start, here or elsewhere.
+  Effects effects{[self = shared_from_this(), task = task_, claim = std::exchange(claim_, nullptr),
+                   released = std::exchange(untilRest_, nullptr)] {
+    if (claim != nullptr) claim->release();
+    task->releaseFile(nullptr);
+    self->places_.leave(self);
+  }};
+  if (state == State::kPaused) {
+    effects.push_back(answer(task_->pauseDownloadTaskCompletionBlock, error, result));
+  } else {
+    // Both are taken first: what the one does may store another, which is for a later outcome.
+    effects.push_back(answer(task_->startDownloadTaskCompletionBlock, error, result));
+    effects.push_back(answer(task_->resumeDownloadTaskCompletionBlock, error, result));
+    if (settings_->isSafe()) {
+      effects.push_back(answer(task_->pauseDownloadTaskCompletionBlock,
+                               downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted),
+                               std::nullopt));
+    }
+  }
+  if (state == State::kEnded || settings_->isSafe()) {
+    effects.push_back([&places = places_] { places.startNextScheduledTask(); });
+  }
+  return effects;
+}
+
+}  // namespace varo::binary

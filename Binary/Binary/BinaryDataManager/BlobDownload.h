@@ -1,0 +1,134 @@
+#pragma once
+
+#include "Binary/Binary/BinaryDataManager/DownloadRows.h"
+#include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/DownloadTask/StepQueue.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Value.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace varo::binary {
+
+class DownloadPlaces;
+class FileClaim;
+
+/// The download of one blob, from its creation to its end: what callers wait for, its place among
+/// the others, its file, its row, and the task that does the work. docs/architecture.md shows its
+/// life as a diagram.
+///
+/// Its state has one owner, the step queue that its task shares. What callers ask for and what the
+/// task tells are steps; rows, blocks and tasks are effects, which follow in order:
+///
+///     start -> waits for a place -> claims the file -> reads the row -> 102 -> fetches
+///           -> 50, 104 or 103 -> gives the file back -> blocks -> the next download
+///
+/// Whoever does not hold the claim on the file writes neither file nor row. Blocks are called on
+/// the calling thread or on one of the pool, each at most once. Thread-safe.
+class BlobDownload final : public platform::TaskListener,
+                           public std::enable_shared_from_this<BlobDownload> {
+ public:
+  /// `input` is that of the task, with "BlobID" and "DBName". `places` outlives the download.
+  [[nodiscard]] static std::shared_ptr<BlobDownload> create(platform::Dictionary input,
+                                                            OperationSettings::Ptr settings,
+                                                            DownloadPlaces& places);
+
+  [[nodiscard]] const std::string& blobId() const noexcept { return blobId_; }
+  /// Whether it waits or runs.
+  [[nodiscard]] bool isUnderWay() const;
+
+  // What callers ask for; see `BinaryDataManager`.
+  void start(DownloadBlock completion);
+  void pause(DownloadBlock completion);
+  void resume(DownloadBlock completion);
+  /// Ends the run that is under way; the next start, resume or pause goes on from there.
+  void stop();
+  /// Ends it for good and forgets its blocks.
+  void clear();
+
+  // What its place tells.
+  /// There is one: the download runs.
+  void begin();
+  /// There will be none any more.
+  void shutDown();
+
+  /// Hears of the task. Called by the engine.
+  void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
+            platform::TaskState to, const platform::Dictionary& context) override;
+
+ private:
+  struct Badge {};
+  using Effects = StepQueue::Effects;
+  using Result = std::optional<platform::Dictionary>;
+
+ public:
+  BlobDownload(Badge badge, platform::Dictionary input, OperationSettings::Ptr settings,
+               DownloadPlaces& places);
+
+ private:
+  enum class State {
+    kCreated,
+    kWaiting,  // for a place, or for another download of this process to give the file back
+    kRunning,  // from its place on until the row says how it ended
+    kPaused,
+    kEnded,
+    kFailed,
+    kStopped,  // in the middle of a run, which nobody goes on with until he is asked to
+    kCleared,
+  };
+
+  void moveTo(State state);
+  void makeTask(platform::Dictionary input);
+  /// A task that has run is not run again: a late word of its would be taken for the next one's.
+  void renewTask();
+  /// Makes the step of a caller; whatever is thrown becomes the outcome.
+  void ask(DownloadBlock completion, const std::function<Effects(DownloadBlock&)>& step);
+
+  // Parts of steps.
+  [[nodiscard]] Effects schedule();
+  [[nodiscard]] Effects resumePaused(DownloadBlock& completion);
+  [[nodiscard]] Effects end(State state, const platform::ErrorPtr& error);
+  [[nodiscard]] Effects rest(State state, const platform::ErrorPtr& error, const Result& result);
+  [[nodiscard]] Effects answerAll(const platform::ErrorPtr& error);
+  [[nodiscard]] Effects refuse(DownloadBlock& completion, std::string_view message) const;
+  [[nodiscard]] StepQueue::Effect answer(DownloadBlock& block, const platform::ErrorPtr& error,
+                                         Result result) const;
+
+  // Effects, and what the task tells.
+  enum class Run { kStarts, kResumes };
+  void run(Run run);
+  /// Null where the run is at its end, or waits for the file.
+  [[nodiscard]] std::shared_ptr<FileClaim> claimFile();
+  void claimIsFree();
+  void launch(Run run, const std::shared_ptr<FileClaim>& claim);
+  void endWithWholeFile(const std::shared_ptr<FileClaim>& claim, std::int64_t size);
+  void taskChanged(const platform::VSTask& task, const std::shared_ptr<FileClaim>& claim,
+                   platform::TaskState to, const platform::Dictionary& output);
+  void taskEnded(const std::shared_ptr<FileClaim>& claim, const platform::Dictionary& output);
+  /// Of the run that has this claim; null for one that could not get it.
+  void fail(const std::shared_ptr<FileClaim>& claim, const platform::Dictionary& context);
+  void comeToRest(const std::shared_ptr<FileClaim>& claim, State state,
+                  const platform::ErrorPtr& error, const Result& result);
+  void threw(std::string_view what);
+
+  const std::string blobId_;
+  const OperationSettings::Ptr settings_;
+  const DownloadRows rows_;
+  DownloadPlaces& places_;
+  const std::shared_ptr<StepQueue> steps_;
+
+  // Owned by `steps_`.
+  State state_ = State::kCreated;
+  std::shared_ptr<DownloadTask> task_;       // carries the blocks that wait
+  std::shared_ptr<FileClaim> claim_;         // while it runs
+  std::shared_ptr<BlobDownload> untilRest_;  // itself while it runs, also when it was replaced
+};
+
+}  // namespace varo::binary

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace varo::binary {
+
+class BlobDownload;
+
+/// The downloads of blobs that wait and the few that run at once; starts one when there is a place
+/// for it. Nothing is called with its lock held. Thread-safe.
+class DownloadPlaces {
+ public:
+  using DownloadPtr = std::shared_ptr<BlobDownload>;
+
+  /// At most `places` downloads run at once.
+  explicit DownloadPlaces(std::size_t places) : queue_(places) {}
+
+  /// Puts the download behind those that wait, and starts it if there is a place. After the
+  /// runtime's shutdown, tells it and all others that wait.
+  void schedule(const DownloadPtr& download);
+  /// Starts the one that has waited longest, if there is a place.
+  void startNextScheduledTask();
+  /// The download waits and runs no more.
+  void leave(const DownloadPtr& download) { (void)queue_.remove(download); }
+
+  /// Whether a download of this blob has a place.
+  [[nodiscard]] bool isTaskInProgress(const std::string& blobId) const;
+  [[nodiscard]] std::vector<DownloadPtr> running() const { return queue_.runningItems(); }
+  /// Empties the list of those that wait.
+  [[nodiscard]] std::vector<DownloadPtr> takeAllWaiting() { return queue_.takeAllWaiting(); }
+  /// Tells all that wait of the runtime's shutdown, after which none of them can start.
+  void endScheduledTasks();
+
+ private:
+  BoundedQueue<BlobDownload> queue_;
+};
+
+}  // namespace varo::binary
