@@ -4,8 +4,10 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Cli/Arguments.h"
+#include "Cli/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/HttpTransportError.h"
 #include "Platform/TaskEngine/VSTask.h"
 
 #include <fmt/format.h>
@@ -115,6 +117,17 @@ void addHint(const Dictionary& userInfo, FailureText& text) {
   if (text.hint.empty()) text.hint = find(kLibraryHints, text.code);
 }
 
+/// The hint for what lies under an error that wraps others, which knows more than they do.
+void addHintOfCause(const platform::Error& cause, FailureText& text) {
+  const std::string path = cause.userInfo()["path"].textValue();
+  if (!path.empty()) {
+    text.hint = fmt::format("Check the room and the permissions of {}.", printable(path));
+  } else if (cause.domain() == platform::kHttpTransportErrorDomain) {
+    const std::string_view hint = find(kRequestHints, cause.code());
+    if (!hint.empty()) text.hint = hint;
+  }
+}
+
 FailureText fromParts(std::string domain, std::int64_t code, std::string message,
                       const Dictionary& userInfo) {
   FailureText text{std::move(domain), code, std::move(message), {}};
@@ -132,8 +145,12 @@ FailureText fromError(const ErrorPtr& given) {
   // An error about other errors says nothing itself.
   const ErrorPtr cause = causeIn(given->userInfo());
   const ErrorPtr& error = cause != nullptr ? cause : given;
-  return fromParts(error->domain(), error->code(), error->localizedDescription(),
-                   error->userInfo());
+  FailureText text =
+      fromParts(error->domain(), error->code(), error->localizedDescription(), error->userInfo());
+  if (const platform::Error& first = platform::firstCause(*error); &first != error.get()) {
+    addHintOfCause(first, text);
+  }
+  return text;
 }
 
 FailureText fromDictionary(const Dictionary& failure) {
@@ -142,8 +159,13 @@ FailureText fromDictionary(const Dictionary& failure) {
   std::string message = failure[binary::keys::kLocalizedDescription].textValue();
   if (message.empty()) message = userInfo[platform::kErrorMessageKey].textValue();
   if (message.empty()) message = "the operation failed";
-  return fromParts(failure[binary::keys::kDomain].textValue(),
-                   failure[binary::keys::kCode].integerValue(), std::move(message), userInfo);
+  FailureText text =
+      fromParts(failure[binary::keys::kDomain].textValue(),
+                failure[binary::keys::kCode].integerValue(), std::move(message), userInfo);
+  if (const ErrorPtr under = userInfo[platform::kUnderlyingError].error()) {
+    addHintOfCause(platform::firstCause(*under), text);
+  }
+  return text;
 }
 
 }  // namespace

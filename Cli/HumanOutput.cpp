@@ -87,6 +87,13 @@ void HumanOutput::writePaused(const Dictionary&, const HumanText& text) {
   console_.print(text(), "paused: ", Console::Style::kWarning);
 }
 
+void HumanOutput::writeFixedFailure() {
+  console_.setProgressLine({});
+  console_.print(
+      "the command was broken off: there was no memory left, or something unexpected happened",
+      "error: ", Console::Style::kError);
+}
+
 void HumanOutput::writeFailure(const Value& error, const Explain& explain) {
   console_.setProgressLine({});
   const FailureText failure = explain(error);

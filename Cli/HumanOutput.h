@@ -32,6 +32,7 @@ class HumanOutput final : public Output {
   void writeSuccess(const platform::Value& result, const HumanText& text) override;
   void writeFailure(const platform::Value& error, const Explain& explain) override;
   void writePaused(const platform::Dictionary& state, const HumanText& text) override;
+  void writeFixedFailure() override;
   [[nodiscard]] bool streamsAreGood() const override { return results_.good(); }
 
   void showBar(ProgressBar::Clock::time_point now, bool isLast);

@@ -9,6 +9,19 @@ namespace varo::cli {
 using platform::Dictionary;
 using platform::Value;
 
+namespace {
+
+/// As `eventLine` writes `unexpectedFailure`.
+constexpr std::string_view kFixedFailure =
+    R"({"event":"failure","error":{"domain":"CommandLine","code":3,"userInfo":)"
+    R"({"NSLocalizedDescription":"the command was broken off: there was no memory left, or )"
+    R"(something unexpected happened"}}})"
+    "\n";
+
+}  // namespace
+
+void JsonOutput::writeFixedFailure(std::ostream& stream) { stream << kFixedFailure << std::flush; }
+
 void JsonOutput::writeLine(std::string_view event, const Dictionary& details) {
   stream_ << eventLine(event, details) << '\n' << std::flush;
 }

@@ -12,6 +12,9 @@ class JsonOutput final : public Output {
   /// `stream` outlives this object and is written by nobody else.
   explicit JsonOutput(std::ostream& stream) : stream_(stream) {}
 
+  /// The line of a failure for which there was no memory.
+  static void writeFixedFailure(std::ostream& stream);
+
  private:
   void writeBegin(const std::string&) override {}
   void writeProgress(const platform::Value& progress) override;
@@ -25,6 +28,7 @@ class JsonOutput final : public Output {
   void writeSuccess(const platform::Value& result, const HumanText& text) override;
   void writeFailure(const platform::Value& error, const Explain&) override;
   void writePaused(const platform::Dictionary& state, const HumanText&) override;
+  void writeFixedFailure() override { writeFixedFailure(stream_); }
   [[nodiscard]] bool streamsAreGood() const override { return stream_.good(); }
 
   void writeLine(std::string_view event, const platform::Dictionary& details);

@@ -1,5 +1,7 @@
 #include "Cli/Operation.h"
 
+#include "Platform/Foundation/Error.h"
+
 #include <chrono>
 #include <utility>
 
@@ -12,24 +14,32 @@ namespace {
 
 constexpr std::chrono::milliseconds kTickInterval{200};
 
+constexpr int kCodeUnexpected = 3;
+
 }  // namespace
+
+const Value& unexpectedFailure() {
+  static const Value failure = platform::Error::make(
+      kCommandLineDomain, kCodeUnexpected,
+      "the command was broken off: there was no memory left, or something unexpected happened");
+  return failure;
+}
 
 Operation::Block Operation::onSuccess() {
   return [self = shared_from_this()](const Value& result) {
-    self->end({Outcome::Kind::kSuccess, result});
+    self->end(Outcome::Kind::kSuccess, result);
   };
 }
 
 Operation::Block Operation::onFailure() {
   return [self = shared_from_this()](const Value& error) {
-    self->end({Outcome::Kind::kFailure, error});
+    self->end(Outcome::Kind::kFailure, error);
   };
 }
 
 Operation::Block Operation::onPaused() {
-  return [self = shared_from_this()](const Value& state) {
-    self->end({Outcome::Kind::kPaused, state});
-  };
+  return
+      [self = shared_from_this()](const Value& state) { self->end(Outcome::Kind::kPaused, state); };
 }
 
 Operation::Block Operation::onProgress(Block receiver) {
@@ -39,16 +49,20 @@ Operation::Block Operation::onProgress(Block receiver) {
 }
 
 void Operation::interrupted() {
-  if (onInterrupt_ == OnInterrupt::kEnd) return end({Outcome::Kind::kInterrupted, {}});
+  if (onInterrupt_ == OnInterrupt::kEnd) return end(Outcome::Kind::kInterrupted, {});
   MutexLock lock(mutex_);
   tickIsDue_ = true;
   changed_.notifyAll();
 }
 
-void Operation::end(Outcome outcome) {
+void Operation::end(Outcome::Kind kind, const Value& value) noexcept {
   MutexLock lock(mutex_);
   if (outcome_) return;
-  outcome_ = std::move(outcome);
+  try {
+    outcome_ = Outcome{kind, value};
+  } catch (...) {
+    outcome_ = Outcome{Outcome::Kind::kFailure, unexpectedFailure()};
+  }
   changed_.notifyAll();
 }
 
@@ -68,7 +82,7 @@ Outcome Operation::wait(const std::function<std::optional<Outcome>()>& tick) {
       if (outcome_) return *outcome_;
       tickIsDue_ = false;
     }
-    if (std::optional<Outcome> given = tick()) end(*std::move(given));
+    if (const std::optional<Outcome> given = tick()) end(given->kind, given->value);
   }
 }
 

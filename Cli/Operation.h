@@ -7,8 +7,12 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string_view>
 
 namespace varo::cli {
+
+/// Domain of the errors that the command line itself reports.
+inline constexpr std::string_view kCommandLineDomain = "CommandLine";
 
 /// How an operation of the library ended for us.
 struct Outcome {
@@ -18,6 +22,11 @@ struct Outcome {
   /// interrupt.
   platform::Value value;
 };
+
+/// The failure that stands for what could not be said or done for want of memory, or because of an
+/// exception that nobody expected. Made when it is first asked for, which the constructor of
+/// `Operation` does, so that it is there when there is no memory.
+[[nodiscard]] const platform::Value& unexpectedFailure();
 
 /// One operation of the library: the blocks to give it, and a place to wait for its outcome.
 ///
@@ -30,7 +39,9 @@ class Operation : public Interruptible, public std::enable_shared_from_this<Oper
   /// better how to end it.
   enum class OnInterrupt { kEnd, kTick };
 
-  explicit Operation(OnInterrupt onInterrupt = OnInterrupt::kEnd) : onInterrupt_(onInterrupt) {}
+  explicit Operation(OnInterrupt onInterrupt = OnInterrupt::kEnd) : onInterrupt_(onInterrupt) {
+    (void)unexpectedFailure();
+  }
 
   /// Blocks to hand to the library. Progress is passed on until there is an outcome.
   [[nodiscard]] Block onSuccess();
@@ -44,7 +55,8 @@ class Operation : public Interruptible, public std::enable_shared_from_this<Oper
   [[nodiscard]] Outcome wait(const std::function<std::optional<Outcome>()>& tick);
 
  private:
-  void end(Outcome outcome);
+  /// An outcome that cannot be kept ends the operation as well, as `unexpectedFailure`.
+  void end(Outcome::Kind kind, const platform::Value& value) noexcept;
   [[nodiscard]] bool ended() const;
 
   const OnInterrupt onInterrupt_;

@@ -1,5 +1,7 @@
 #include "Cli/Output.h"
 
+#include "Cli/Secrets.h"
+
 #include <utility>
 
 namespace varo::cli {
@@ -44,27 +46,41 @@ void Output::note(const std::string& text) {
 }
 
 bool Output::success(const Value& result, const HumanText& text) {
-  MutexLock lock(mutex_);
-  if (finished_) return false;
-  finished_ = true;
-  writeSuccess(result, text);
-  return true;
+  return finish([&] { writeSuccess(result, text); });
 }
 
 bool Output::failure(const Value& error, const Explain& explain) {
-  MutexLock lock(mutex_);
-  if (finished_) return false;
-  finished_ = true;
-  writeFailure(error, explain);
-  return true;
+  return finish([&] { writeFailure(failureWithoutSecrets(error), explain); });
 }
 
 bool Output::paused(const platform::Dictionary& state, const HumanText& text) {
+  return finish([&] { writePaused(state, text); });
+}
+
+/// A line is written when it is complete, so that what throws before has written nothing.
+bool Output::finish(const std::function<void()>& write) {
   MutexLock lock(mutex_);
-  if (finished_) return false;
-  finished_ = true;
-  writePaused(state, text);
-  return true;
+  if (std::exchange(finished_, true)) return false;
+  try {
+    write();
+    return true;
+  } catch (...) {
+    writeFixedFailureLocked();
+    return false;
+  }
+}
+
+void Output::failWithFixedWords() noexcept {
+  MutexLock lock(mutex_);
+  if (!std::exchange(finished_, true)) writeFixedFailureLocked();
+}
+
+void Output::writeFixedFailureLocked() noexcept {
+  try {
+    writeFixedFailure();
+  } catch (...) {
+    // A stream that throws: `allWritten` tells.
+  }
 }
 
 bool Output::allWritten() const {

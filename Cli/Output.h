@@ -43,10 +43,14 @@ class Output {
   void note(const std::string& text);
 
   /// The outcome: what the success or the failure block received, or the "id" and the "result" of a
-  /// pause. False when there was one already.
+  /// pause. False when there was one already, and where it could not be told for want of memory or
+  /// because of an exception: then a failure was, in fixed words.
   bool success(const platform::Value& result, const HumanText& text);
+  /// Secrets in the failure are replaced.
   bool failure(const platform::Value& error, const Explain& explain = describeFailure);
   bool paused(const platform::Dictionary& state, const HumanText& text);
+  /// A failure in fixed words, for which nothing is allocated, unless there was an outcome.
+  void failWithFixedWords() noexcept;
 
   /// Whether everything could be written where it belongs. A full disk or a closed pipe behind
   /// standard output makes it false.
@@ -68,9 +72,14 @@ class Output {
   virtual void writeSuccess(const platform::Value& result, const HumanText& text) = 0;
   virtual void writeFailure(const platform::Value& error, const Explain& explain) = 0;
   virtual void writePaused(const platform::Dictionary& state, const HumanText& text) = 0;
+  /// Allocates nothing.
+  virtual void writeFixedFailure() = 0;
   [[nodiscard]] virtual bool streamsAreGood() const = 0;
 
  private:
+  bool finish(const std::function<void()>& write);
+  void writeFixedFailureLocked() noexcept VARO_REQUIRES(mutex_);
+
   mutable platform::Mutex mutex_;
   bool started_ VARO_GUARDED_BY(mutex_) = false;
   bool finished_ VARO_GUARDED_BY(mutex_) = false;

@@ -6,15 +6,19 @@
 #include "Cli/HumanOutput.h"
 #include "Cli/Interrupts.h"
 #include "Cli/JsonOutput.h"
+#include "Cli/LastEvent.h"
 #include "Cli/Session.h"
 #include "Cli/Terminal.h"
 #include "Cli/WaitNotices.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <variant>
 
 namespace varo::cli {
@@ -53,19 +57,20 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
   Console console(std::cerr, {terminal::isTerminal(terminal::Stream::kError),
                               terminal::mayColour(terminal::Stream::kError)});
   const auto output = makeOutput(invocation.global, console);
-  platform::VaroNativeFacade::setSink(makeLogSink(invocation, console, output));
-  int status = 0;
-  {
-    Session session(invocation.global, output, interrupts);
-    status =
-        std::visit([&](const auto& options) { return run(session, options); }, invocation.command);
-    // Ends what an interrupt left under way. After it nothing uses the console or the output.
-    platform::Runtime::shared().shutdown();
-    if (!session.output().allWritten()) {
-      console.print("standard output could not be written", "error: ", Console::Style::kError);
-      status = status == 0 ? kExitFailure : status;
-    }
+  std::optional<Session> session;
+  int status = runToItsLastEvent(*output, [&] {
+    platform::VaroNativeFacade::setSink(makeLogSink(invocation, console, output));
+    session.emplace(invocation.global, output, interrupts);
+    return std::visit([&](const auto& options) { return run(*session, options); },
+                      invocation.command);
+  });
+  // Ends what an interrupt left under way. After it nothing uses the console or the output.
+  platform::Runtime::shared().shutdown();
+  if (!output->allWritten()) {
+    console.print("standard output could not be written", "error: ", Console::Style::kError);
+    status = status == 0 ? kExitFailure : status;
   }
+  session.reset();
   platform::VaroNativeFacade::setSink(nullptr);
   return status;
 }
@@ -79,6 +84,14 @@ int runProgram(const std::vector<std::string>& arguments) {
   const ParsedCommandLine parsed =
       parseCommandLine(arguments, token == nullptr ? "" : token, std::cout, std::cerr);
   return parsed.invocation ? runCommand(*parsed.invocation, interrupts) : parsed.exitStatus;
+}
+
+void tellThatNothingBegan(std::span<char* const> words, const char* reason) noexcept {
+  const bool scriptReads = std::any_of(words.begin(), words.end(), [](const char* word) {
+    return word == std::string_view("--json");
+  });
+  if (scriptReads) JsonOutput::writeFixedFailure(std::cout);
+  std::cerr << "varobinary: " << reason << '\n';
 }
 
 }  // namespace varo::cli

@@ -19,8 +19,6 @@ using platform::VRONetworkUtility;
 
 namespace {
 
-/// Domain of the errors that the command line itself reports.
-constexpr std::string_view kErrorDomain = "CommandLine";
 constexpr int kCodeSilent = 1;
 constexpr int kCodeInterrupted = 2;
 
@@ -31,7 +29,7 @@ constexpr std::chrono::seconds kSilenceLimit{20};
 
 Outcome silence() {
   return {Outcome::Kind::kSilent,
-          platform::Error::make(kErrorDomain, kCodeSilent,
+          platform::Error::make(kCommandLineDomain, kCodeSilent,
                                 "the operation ended without saying how: the answer of the service "
                                 "was not complete. With --policy safe this is a proper error")};
 }
@@ -112,13 +110,12 @@ int Session::finish(const Outcome& outcome, const Wording& wording) {
   };
   switch (outcome.kind) {
     case Outcome::Kind::kSuccess:
-      output_->success(outcome.value, told(wording.success));
-      return 0;
+      return output_->success(outcome.value, told(wording.success)) ? 0 : kExitFailure;
     case Outcome::Kind::kPaused:
       output_->paused(outcome.value.dictionaryValue(), told(wording.paused));
       return Interrupts::kExitStatus;
     case Outcome::Kind::kInterrupted:
-      output_->failure(platform::Error::make(kErrorDomain, kCodeInterrupted, "interrupted"));
+      output_->failure(platform::Error::make(kCommandLineDomain, kCodeInterrupted, "interrupted"));
       return Interrupts::kExitStatus;
     case Outcome::Kind::kFailure:
     case Outcome::Kind::kSilent:

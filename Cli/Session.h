@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace varo::cli {
 
@@ -35,6 +36,19 @@ class Session {
     Operation::Block onFailure;
     Operation::Block onProgress;
     Operation::Block onPaused;
+
+    /// `block`, for the library to call: what it throws, as for want of memory, ends the operation.
+    /// The library would log it and go on, and the command wait for ever.
+    template <typename F>
+    [[nodiscard]] auto guarded(F block) const {
+      return [onFailure = onFailure, block = std::move(block)](const auto&... arguments) {
+        try {
+          block(arguments...);
+        } catch (...) {
+          onFailure(unexpectedFailure());
+        }
+      };
+    }
   };
   using Start = std::function<void(const Blocks&)>;
   /// Called at once after an interrupt and then several times a second, on the main thread, until

@@ -4,11 +4,15 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/File.h"
 
+#include <fmt/format.h>
+
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <memory>
 #include <poll.h>
 #include <string_view>
+#include <system_error>
 #include <unistd.h>
 
 namespace varo::cli {
@@ -24,6 +28,7 @@ constexpr std::size_t kPiece = 256 * 1024;
 constexpr int kPollMs = 100;
 
 constexpr std::string_view kWhat = "cannot copy standard input to";
+constexpr std::string_view kNoDirectory = "cannot find the directory for temporary files";
 
 /// Bytes read into `buffer`, 0 at the end, or `errno` as a negative number.
 ssize_t readSome(int descriptor, const Interrupts& interrupts, std::array<char, kPiece>& buffer) {
@@ -53,10 +58,16 @@ Result<void> copyAll(int descriptor, const Interrupts& interrupts, File& file) {
 
 }  // namespace
 
-Result<void> spool(int descriptor, const std::string& path, const Interrupts& interrupts) {
-  const auto file = File::createNew(path);
+Result<InputCopy> InputCopy::make(int descriptor, const Interrupts& interrupts) {
+  std::error_code failed;
+  const std::filesystem::path directory = std::filesystem::temp_directory_path(failed);
+  if (failed) return Error::fromErrno(failed.value(), kNoDirectory, "");
+  auto file = File::createUnnamed(directory);
   if (!file) return file.error();
-  return copyAll(descriptor, interrupts, **file);
+  if (auto copied = copyAll(descriptor, interrupts, **file); !copied) return copied.error();
+  return InputCopy(std::move(file).value());
 }
+
+std::string InputCopy::path() const { return fmt::format("/proc/self/fd/{}", file_->descriptor()); }
 
 }  // namespace varo::cli

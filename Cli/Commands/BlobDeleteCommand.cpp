@@ -40,14 +40,14 @@ int run(Session& session, const BlobDeleteOptions& options) {
   const auto start = [&](const Session::Blocks& blocks) {
     binary::BinaryDataManager::sharedInstance()->deleteBinaryObjectForPrimaryKeys(
         record.keys, record.database, record.table, record.column, deletion,
-        [blocks](const std::optional<std::string>& id, bool recorded, bool fileRemoved,
-                 const ErrorPtr& error) {
+        blocks.guarded([blocks](const std::optional<std::string>& id, bool recorded,
+                                bool fileRemoved, const ErrorPtr& error) {
           if (error != nullptr) return blocks.onFailure(error);
           if (!recorded) return blocks.onFailure(notRecorded());
           blocks.onSuccess(Dictionary{{"id", id ? Value(*id) : Value()},
                                       {kRecorded, recorded},
                                       {kFileRemoved, fileRemoved}});
-        });
+        }));
   };
   return session.finish(
       session.await(start),

@@ -68,9 +68,10 @@ class BlobDownload : public std::enable_shared_from_this<BlobDownload> {
   void create(const Dictionary& config) {
     manager().createDownloadTaskForDb(
         record_.database, record_.table, record_.column, record_.keys, config,
-        [self = shared_from_this()](const ErrorPtr& error, const std::optional<std::string>& id) {
+        blocks_.guarded([self = shared_from_this()](const ErrorPtr& error,
+                                                    const std::optional<std::string>& id) {
           self->created(error, id);
-        });
+        }));
   }
 
   /// Asks for the pause, and again where the download had not yet begun to run or is just ending.
@@ -86,9 +87,10 @@ class BlobDownload : public std::enable_shared_from_this<BlobDownload> {
       id = *startedId_;
     }
     manager().pauseDownload(
-        id, [self = shared_from_this()](const auto& blobId, const auto& error, const auto& result) {
+        id, blocks_.guarded([self = shared_from_this()](const auto& blobId, const auto& error,
+                                                        const auto& result) {
           self->pauseAnswered(blobId, error, result);
-        });
+        }));
     return std::nullopt;
   }
 
@@ -112,23 +114,24 @@ class BlobDownload : public std::enable_shared_from_this<BlobDownload> {
       if (giveUpAt_) return;  // interrupted meanwhile
       startedId_ = id;
     }
-    manager().startDownload(id, [self = shared_from_this()](const auto& blobId, const auto& failure,
-                                                            const auto& result) {
-      if (failure != nullptr) return self->blocks_.onFailure(failure);
-      self->blocks_.onSuccess(withId(blobId, result));
-    });
+    manager().startDownload(
+        id, blocks_.guarded([self = shared_from_this()](const auto& blobId, const auto& failure,
+                                                        const auto& result) {
+          if (failure != nullptr) return self->blocks_.onFailure(failure);
+          self->blocks_.onSuccess(withId(blobId, result));
+        }));
   }
 
   /// Of a blob that cannot be downloaded as it is: when its file is there, that is what was wanted.
   void lookUp(const std::optional<std::string>& id, const ErrorPtr& refusal) {
     manager().getBinaryDataFilePathForPrimaryKeys(
         record_.keys, record_.database, record_.table, record_.column,
-        [self = shared_from_this(), id, refusal](const ErrorPtr&,
-                                                 const std::optional<std::string>& path) {
+        blocks_.guarded([self = shared_from_this(), id, refusal](
+                            const ErrorPtr&, const std::optional<std::string>& path) {
           const bool isThere = path && platform::fileKindAt(*path) == platform::FileKind::kRegular;
           if (!isThere) return self->blocks_.onFailure(refusal);
           self->blocks_.onSuccess(withId(id, Dictionary{{binary::kFilePath, *path}}));
-        });
+        }));
   }
 
   void pauseAnswered(const std::optional<std::string>& id, const ErrorPtr& error,

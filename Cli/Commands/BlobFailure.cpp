@@ -4,6 +4,7 @@
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Cli/StorageFailure.h"
 #include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/UserDirectories.h"
@@ -80,14 +81,11 @@ std::string_view meaningOf(std::int64_t state) {
   }
 }
 
-/// What to do after a download that has failed. `details` is its error context.
-std::string hintForDownload(std::int64_t code, const Dictionary& details) {
-  constexpr std::string_view kGoesOn =
-      "What has arrived is kept: the same command goes on from there.";
-  if (details.contains(binary::kPersistenceError)) {
-    return fmt::format("Check the room and the permissions of {}. {}",
-                       platform::UserDirectories::current()->documents(), kGoesOn);
-  }
+constexpr std::string_view kGoesOn =
+    "What has arrived is kept: the same command goes on from there.";
+
+/// What to do after a download that has failed, other than for a file.
+std::string hintForDownload(std::int64_t code) {
   switch (code) {
     case binary::kCodeUploadFailure:  // what the library says of every failed request
       return fmt::format("Is the service at the \"URL\" of --config running? {}", kGoesOn);
@@ -106,7 +104,14 @@ std::string hintForDownload(std::int64_t code, const Dictionary& details) {
 void addDownloadFailure(const Dictionary& details, FailureText& text) {
   const std::string misnomer = fmt::format("{}: ", binary::kUploadFailure);
   if (text.message.starts_with(misnomer)) text.message.erase(0, misnomer.size());
-  text.hint = hintForDownload(text.code, details);
+  if (!details.contains(binary::kPersistenceError)) {
+    text.hint = hintForDownload(text.code);
+    return;
+  }
+  const Dictionary failure = details[binary::kPersistenceError].dictionaryValue();
+  describeStorageFailure(failure["path"].textValue(),
+                         platform::UserDirectories::current()->documents(), text);
+  text.hint += fmt::format(" {}", kGoesOn);
 }
 
 }  // namespace

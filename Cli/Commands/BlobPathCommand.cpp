@@ -25,11 +25,12 @@ int run(Session& session, const BlobPathOptions& options) {
   const auto start = [&](const Session::Blocks& blocks) {
     binary::BinaryDataManager::sharedInstance()->getBinaryDataFilePathForPrimaryKeys(
         record.keys, record.database, record.table, record.column,
-        [blocks, record](const platform::ErrorPtr& error, const std::optional<std::string>& path) {
+        blocks.guarded([blocks, record](const platform::ErrorPtr& error,
+                                        const std::optional<std::string>& path) {
           if (error != nullptr) return blocks.onFailure(error);
           blocks.onSuccess(Dictionary{{"id", record.blobId()},
                                       {binary::kFilePath, path ? Value(*path) : Value()}});
-        });
+        }));
   };
   const Outcome outcome = session.await(start);
   // The table may name a file that somebody has removed.

@@ -4,6 +4,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Cli/StorageFailure.h"
 #include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
@@ -122,8 +123,9 @@ void addUploadHint(FailureText& text) {
 
 void addDownloadHint(const Dictionary& context, FailureText& text) {
   if (context.contains(binary::kPersistenceError)) {
-    text.hint = fmt::format("Check the room and the permissions of {}.",
-                            platform::UserDirectories::current()->documents());
+    const Dictionary failure = context[binary::kPersistenceError].dictionaryValue();
+    describeStorageFailure(failure["path"].textValue(),
+                           platform::UserDirectories::current()->documents(), text);
   } else if (text.code == binary::kCodeEmptyBodyReceived) {
     text.hint = "Nothing is kept of an object without bytes: the library takes it for an error.";
   } else if (text.code == binary::kCodeUploadFailure) {

@@ -6,6 +6,7 @@
 #include "Cli/ByteFormat.h"
 #include "Cli/Commands/ObjectFailure.h"
 #include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Secrets.h"
 #include "Cli/Session.h"
 #include "Cli/StagedDownload.h"
 #include "Cli/StandardOutput.h"
@@ -52,14 +53,15 @@ void download(Session& session, const ObjectGetOptions& options, const Session::
         output.chunk(id, written, total);
       },
       std::move(onStream),
-      [&output, blocks](const std::string& id, const std::string& path, const Value& params) {
+      blocks.guarded([&output, blocks](const std::string& id, const std::string& path,
+                                       const Value& params) {
         output.started(id);
         blocks.onSuccess(Dictionary{
             {"id", id}, {binary::kFilePath, path}, {binary::kFileParams, withoutSecrets(params)}});
-      },
-      [blocks](const std::string&, const ErrorPtr& error, const Value&) {
-        blocks.onFailure(withoutSecrets(Value(error)));
-      },
+      }),
+      blocks.guarded([blocks](const std::string&, const ErrorPtr& error, const Value&) {
+        blocks.onFailure(error);
+      }),
       objectOptions(session.options(), options.options));
 }
 

@@ -7,6 +7,7 @@
 #include "Cli/ByteFormat.h"
 #include "Cli/Commands/ObjectFailure.h"
 #include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Secrets.h"
 #include "Cli/Session.h"
 #include "Cli/TerminalText.h"
 #include "Platform/Foundation/Text.h"
@@ -55,14 +56,15 @@ int run(Session& session, const ObjectPutOptions& options) {
   const auto start = [&](const Session::Blocks& blocks) {
     OnlineBinaryUploadManager::sharedInstance()->createAndStartOnlineUploadTaskFor(
         config, [&output](const std::string& id, const Value&) { output.started(id); }, {},
-        [blocks](const std::string& id, const std::string& details, const Value& params) {
-          blocks.onSuccess(Dictionary{{"id", id},
-                                      {binary::upload::kFileDetails, details},
-                                      {binary::keys::kUploadParams, withoutSecrets(params)}});
-        },
-        [blocks](const std::string&, const Value& error, const Value&) {
-          blocks.onFailure(withoutSecrets(error));
-        },
+        blocks.guarded(
+            [blocks](const std::string& id, const std::string& details, const Value& params) {
+              blocks.onSuccess(Dictionary{{"id", id},
+                                          {binary::upload::kFileDetails, details},
+                                          {binary::keys::kUploadParams, withoutSecrets(params)}});
+            }),
+        blocks.guarded([blocks](const std::string&, const Value& error, const Value&) {
+          blocks.onFailure(error);
+        }),
         objectOptions(session.options(), options.options));
   };
   return session.finish(

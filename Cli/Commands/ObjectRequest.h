@@ -16,8 +16,4 @@ struct GlobalOptions;
 [[nodiscard]] platform::Dictionary objectOptions(const GlobalOptions& global,
                                                  platform::Dictionary fromFile);
 
-/// What an operation was given or delivers, as it may be printed: the values of keys and tokens are
-/// replaced, and in the texts of errors what looks like one.
-[[nodiscard]] platform::Value withoutSecrets(const platform::Value& value);
-
 }  // namespace varo::cli

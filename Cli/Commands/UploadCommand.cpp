@@ -4,13 +4,13 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Cli/Session.h"
 #include "Cli/StandardInput.h"
-#include "Cli/TemporaryDirectory.h"
 #include "Cli/TerminalText.h"
 #include "Platform/Foundation/Data.h"
 
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 
@@ -58,27 +58,17 @@ std::string describe(const UploadOptions& options, const Dictionary& result) {
   return fmt::format("Uploaded {} as {}\n", printable(nameOf(options)), printable(id));
 }
 
-/// Standard input as a file in `directory`, which is made.
-Result<std::string> spoolStandardInput(std::optional<TemporaryDirectory>& directory,
-                                       const Interrupts& interrupts) {
-  Result<TemporaryDirectory> made = TemporaryDirectory::make();
-  if (!made) return made.error();
-  directory = std::move(made).value();
-  std::string path = directory->path() + "/stdin";
-  if (auto spooled = spool(STDIN_FILENO, path, interrupts); !spooled) return spooled.error();
-  return path;
-}
-
 }  // namespace
 
 int run(Session& session, const UploadOptions& options) {
-  std::optional<TemporaryDirectory> directory;
+  std::optional<InputCopy> copy;
   std::string path = options.file;
   if (options.file == kStandardInput) {
-    Result<std::string> spooled = spoolStandardInput(directory, session.interrupts());
+    Result<InputCopy> made = InputCopy::make(STDIN_FILENO, session.interrupts());
     if (session.interrupts().raised()) return session.finish({Outcome::Kind::kInterrupted, {}});
-    if (!spooled) return session.finish(failed(spooled.error()));
-    path = std::move(spooled).value();
+    if (!made) return session.finish(failed(made.error()));
+    copy = std::move(made).value();
+    path = copy->path();
   }
   const Result<Dictionary> content = contentOf(path, options.raw);
   if (!content) return session.finish(failed(content.error()));
@@ -90,9 +80,13 @@ int run(Session& session, const UploadOptions& options) {
   const std::string_view inputType =
       options.raw ? binary::kUploadInputTypeRawBytes : binary::kUploadInputTypeLocalFilePath;
   const auto start = [&](const Session::Blocks& blocks) {
+    // One that an interrupt leaves under way has the copy as long as it has its blocks.
+    const auto onFailure = [copy, report = blocks.onFailure](const platform::Value& error) {
+      report(error);
+    };
     BinaryFileStorageInterface::uploadBinaryWithUrl(options.url, inputType, parameters,
-                                                    blocks.onSuccess, blocks.onFailure,
-                                                    blocks.onProgress, session.options().options);
+                                                    blocks.onSuccess, onFailure, blocks.onProgress,
+                                                    session.options().options);
   };
   return session.perform(nameOf(options), start,
                          [&](const Dictionary& result) { return describe(options, result); });

@@ -234,5 +234,24 @@ TEST_F(CliBlobTest, FailuresSayWhatToLookAt) {
   }
 }
 
+TEST_F(CliBlobTest, FolderThatCannotBeWrittenIsNamedWithItsCause) {
+  // Nobody may create a file there, not even who may do everything.
+  const std::string documents = home() + "/Documents";
+  const std::string blobs = documents + "/blobs";
+  Words people = download(2);
+  people.erase(people.begin());  // --json
+  for (const bool isThere : {true, false}) {
+    std::filesystem::remove_all(documents);
+    if (isThere) std::filesystem::create_directories(documents);
+    std::filesystem::create_directory_symlink("/sys/kernel", isThere ? blobs : documents);
+    const Run run = CliFixture::run(people);
+    EXPECT_EQ(run.status, 1);
+    const std::string what = isThere ? "Creating " + blobs + "/1: Permission denied"
+                                     : "cannot make the folder " + blobs + ": Operation not";
+    EXPECT_THAT(run.errors, testing::AllOf(testing::HasSubstr("error: " + what),
+                                           testing::HasSubstr("permissions of " + blobs + ".")));
+  }
+}
+
 }  // namespace
 }  // namespace varo::test

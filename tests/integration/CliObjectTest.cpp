@@ -127,7 +127,7 @@ TEST_F(CliObjectTest, FailuresGiveTheReasonAndLeaveNothing) {
       {get("there", kWrong, {"--stream"}), "hint: Check \"secretAccessKey\""},
       {get("not-there", secret()), "HTTP status 404: NoSuchKey"},
       {put("there", secret(), home() + "/none"), "Could not find File at given FilePath"},
-      {{"object", "put", "--config", broken, "--file", file}, "unknown \"uploadMode\" 'pigeon'"},
+      {{"object", "put", "--config", broken, "--file", file}, "\"uploadMode\" 'pigeon'"},
       {{"object", "get", "--config", getConfig()}, "fileParam fileId is not provided"},
   };
   for (const auto& [words, message] : cases) {

@@ -126,15 +126,25 @@ TEST_F(CliTest, InterruptWhileStandardInputIsReadEndsPromptly) {
   ChildProcess::Settings settings = settingsFor({"--json", "upload", url(), "-"});
   settings.input = std::nullopt;
   ChildProcess child(settings);
-  // A sanitizer has files of its own there for a moment.
-  const auto isReading = [&] {
-    const std::filesystem::directory_iterator entries(temporaries());
-    return std::any_of(begin(entries), end(entries), [](const auto& entry) {
-      return entry.path().filename().string().starts_with("varobinary-");
-    });
-  };
-  ASSERT_TRUE(eventually(isReading));
+  ASSERT_TRUE(eventually([&] { return child.hasFileOf(temporaries()); }));
   interrupt(child, "failure", SIGTERM);
+}
+
+TEST_F(CliTest, KillLeavesNothingOfStandardInput) {
+  ChildProcess::Settings settings = settingsFor({"--json", "upload", url(), "-", "--raw"});
+  for (const bool isSending : {false, true}) {
+    settings.input = isSending ? std::optional(std::string(4 * kChunk, 'x')) : std::nullopt;
+    if (isSending) {
+      sandbox().addFault({{.path = "/bytes/"}, {.stallFor = std::chrono::milliseconds(-1)}});
+    }
+    ChildProcess child(settings);
+    ASSERT_TRUE(eventually([&] {
+      return isSending ? sandbox().serviceStats().requests >= 2 : child.hasFileOf(temporaries());
+    }));
+    child.signal(SIGKILL);
+    EXPECT_EQ(child.wait(), -SIGKILL);
+    EXPECT_TRUE(std::filesystem::is_empty(temporaries()));
+  }
 }
 
 TEST_F(CliTest, SandboxSaysWhenItIsReadyAndRunsUntilInterrupted) {

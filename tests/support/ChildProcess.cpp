@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fcntl.h>
+#include <filesystem>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -68,6 +70,16 @@ int ChildProcess::wait(std::chrono::seconds limit) {
   }
   pid_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+bool ChildProcess::hasFileOf(const std::string& directory) const {
+  std::error_code gone;
+  const std::filesystem::directory_iterator files("/proc/" + std::to_string(pid_) + "/fd", gone);
+  return !gone && std::any_of(begin(files), end(files), [&directory](const auto& file) {
+    std::error_code closed;
+    const std::string target = std::filesystem::read_symlink(file.path(), closed);
+    return !closed && target.starts_with(directory + '/');
+  });
 }
 
 std::string ChildProcess::output() const { return contentOf(outputPath_); }

@@ -34,6 +34,8 @@ class ChildProcess {
   /// The exit status, minus the signal that ended it; fails the test when it takes too long.
   int wait(std::chrono::seconds limit = std::chrono::seconds(60));
 
+  /// Whether it has a file of this directory open, one without a name too.
+  [[nodiscard]] bool hasFileOf(const std::string& directory) const;
   /// What it has printed so far.
   [[nodiscard]] std::string output() const;
   [[nodiscard]] std::string errors() const;

@@ -1,16 +1,25 @@
 #include "Cli/Commands/ListCommand.h"
 #include "Cli/FailureText.h"
+#include "Cli/HumanOutput.h"
 #include "Cli/JsonEvents.h"
+#include "Cli/JsonOutput.h"
+#include "Cli/LastEvent.h"
 #include "Cli/ProgressBar.h"
+#include "Cli/Session.h"
 #include "Cli/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Value.h"
+#include "Platform/Network/HttpTransportError.h"
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <limits>
+#include <new>
+#include <sstream>
+#include <stdexcept>
 
 namespace varo::cli {
 namespace {
@@ -103,6 +112,105 @@ TEST(FailureText, ReadsEveryShapeOfFailure) {
     EXPECT_EQ(text.message, c.message);
     EXPECT_NE(text.hint.find(c.hint), std::string::npos) << text.hint;
   }
+}
+
+TEST(FailureText, HintIsAboutTheFirstCauseOfAWrappedError) {
+  const auto wrap = [](const platform::ErrorPtr& cause) -> platform::ErrorPtr {
+    const Dictionary userInfo{{"message", "Upload error: " + cause->localizedDescription()},
+                              {std::string(platform::kUnderlyingError), cause}};
+    return std::make_shared<const Error>("BackendUploaderTask", 6006, userInfo);
+  };
+  const auto readOnly = Error::fromErrno(EROFS, "Creating", "/documents/blobs/7");
+  const auto refused = Error::make(platform::kHttpTransportErrorDomain, 7, "refused");
+  const auto unknown = Error::make("Other", 7, "odd");
+  EXPECT_EQ(describeFailure(wrap(wrap(readOnly))).hint,
+            "Check the room and the permissions of /documents/blobs/7.");
+  EXPECT_NE(describeFailure(wrap(refused)).hint.find("Is the service running"), std::string::npos);
+  EXPECT_EQ(describeFailure(wrap(unknown)).hint, "");
+  const Dictionary reported{{"code", "6006"}, {"userInfo", wrap(refused)->userInfo()}};
+  EXPECT_NE(describeFailure(reported).hint.find("Is the service running"), std::string::npos);
+}
+
+/// Cannot be told, as if there were no memory.
+struct Untellable final : public platform::Object {
+  [[nodiscard]] std::string description() const override { throw std::bad_alloc(); }
+};
+
+/// The last events of a run with --json that ends as `command` does, and the exit status.
+std::string lastEvents(const std::function<int(Output&)>& command) {
+  std::ostringstream stream;
+  JsonOutput output(stream);
+  const int status = runToItsLastEvent(output, [&] { return command(output); });
+  return stream.str() + std::to_string(status);
+}
+
+TEST(LastEvent, IsToldOnceWhateverFails) {
+  const Value untellable = std::make_shared<Untellable>();
+  const auto nothing = [] { return std::string(); };
+  const std::string fixed =
+      eventLine("failure", {{"error", jsonForm(unexpectedFailure())}}) + "\n1";
+  const auto isOver = [](bool told) { return told ? 0 : 1; };
+  const std::function<int(Output&)> commands[] = {
+      [&](Output& output) { return isOver(output.success(untellable, nothing)); },
+      [&](Output& output) { return isOver(output.failure(untellable)); },
+      [&](Output& output) {
+        return isOver(output.paused({{"id", untellable}}, nothing));
+      },
+      [](Output&) -> int { throw std::bad_alloc(); },
+      [](Output&) -> int { throw 5; },
+  };
+  for (const auto& command : commands) EXPECT_EQ(lastEvents(command), fixed);
+
+  const std::string told = lastEvents([](Output&) -> int { throw std::runtime_error("odd"); });
+  EXPECT_NE(told.find(R"("NSLocalizedDescription":"odd"}}})"
+                      "\n1"),
+            std::string::npos)
+      << told;
+  EXPECT_EQ(lastEvents([&](Output& output) -> int {
+              output.success(1, nothing);
+              throw std::bad_alloc();
+            }),
+            "{\"event\":\"success\",\"result\":1}\n1");
+
+  std::ostringstream results, messages;
+  Console console(messages, {});
+  HumanOutput output(results, console, [] { return 80; });
+  EXPECT_FALSE(output.success(1, []() -> std::string { throw std::bad_alloc(); }));
+  EXPECT_EQ(results.str(), "");
+  EXPECT_EQ(messages.str(), "error: " + unexpectedFailure().error()->localizedDescription() + "\n");
+}
+
+TEST(LastEvent, FailureShowsNoSecret) {
+  const auto cause = std::make_shared<const Error>(
+      "D", 6003,
+      Dictionary{{"NSLocalizedDescription", "select=security_key eq 'marker-1'&a=b: it expired"},
+                 {"response_headers", Dictionary{{"Set-Cookie", "sid=marker-2"}, {"Age", "1"}}}});
+  const auto error = std::make_shared<const Error>(
+      "D", 6006,
+      Dictionary{{"message", cause->localizedDescription()},
+                 {std::string(platform::kUnderlyingError), platform::ErrorPtr(cause)}});
+  for (const Value& failure :
+       {Value(platform::ErrorPtr(error)), Value(Array{platform::ErrorPtr(error)}),
+        Value(Dictionary{{"error", Dictionary{{"Errors", Array{platform::ErrorPtr(error)}}}}}),
+        Value(Dictionary{{"localizedDescription", cause->localizedDescription()},
+                         {"userInfo", cause->userInfo()}})}) {
+    std::ostringstream results, messages;
+    JsonOutput(results).failure(failure);
+    Console console(messages, {});
+    HumanOutput(results, console, [] { return 80; }).failure(failure);
+    const std::string all = results.str() + messages.str();
+    EXPECT_EQ(all.find("marker-"), std::string::npos) << all;
+    EXPECT_NE(all.find(R"("Age":"1")"), std::string::npos) << all;
+  }
+}
+
+TEST(LastEvent, BlockThatThrowsEndsItsOperation) {
+  const auto operation = std::make_shared<Operation>();
+  const Session::Blocks blocks{operation->onSuccess(), operation->onFailure(), {}, {}};
+  blocks.guarded([](const std::string&) { throw std::bad_alloc(); })("id");
+  const Outcome outcome = operation->wait([] { return std::nullopt; });
+  EXPECT_EQ(outcome.kind, Outcome::Kind::kFailure);
+  EXPECT_EQ(outcome.value, unexpectedFailure());
 }
 
 TEST(ListCommand, TableHasTheWellKnownColumnsFirstAndATotal) {

@@ -163,9 +163,11 @@ TEST_F(OnlineUploadFailureTest, PoliciesDifferWhereBytesWouldBeLost) {
 TEST_F(OnlineUploadFailureTest, PoliciesDifferInWhatIsASuccessAndWhichTemplatesAreFollowed) {
   const std::string stored = "started, completed stored";
   const std::string unknown = "failed UploadTask 6013 UploadTask (code 6013)";
-  const std::string noBytes =
-      "failed UploadTask 6012 Unable to upload file - Invalid parameter value: with its "
-      "\"uploadMode\" and \"method\" the upload template would have no bytes sent";
+  const auto noBytes = [](const std::string& mode, const std::string& method) {
+    return "failed UploadTask 6012 Unable to upload file - Invalid parameter value: the upload "
+           "template's \"uploadMode\" '" +
+           mode + "' and \"method\" '" + method + "' would have no bytes sent";
+  };
   const auto target = [](const std::string& mode, const std::string& method) {
     return answerWith(200, R"({"uploadMode":")" + mode + R"(","method":)" + method +
                                R"(,"endpointUrl":"http://store/o","requestBody":{"f":"file"}})");
@@ -188,13 +190,13 @@ TEST_F(OnlineUploadFailureTest, PoliciesDifferInWhatIsASuccessAndWhichTemplatesA
        "failed UploadTemplateTask 6014 Empty Body Received from Server"},
       {answerWith(200, ""), done, unknown,
        "failed UploadTemplateTask 6014 Empty Body Received from Server"},
-      {answerWith(200, "<html>log in</html>"), done, unknown, noBytes},
-      {target("Binary", "null"), done, unknown, noBytes},
+      {answerWith(200, "<html>log in</html>"), done, unknown, noBytes("", "")},
+      {target("Binary", "null"), done, unknown, noBytes("Binary", "")},
       {target("binary", R"("put")"), done, stored, stored},
       {target("binary", "null"), done, stored, stored},
-      {target("binary", R"("POST")"), done, stored, noBytes},
+      {target("binary", R"("POST")"), done, stored, noBytes("binary", "POST")},
       {target("multipart", R"("Post")"), done, stored, stored},
-      {target("multipart", R"("PUT")"), done, stored, noBytes},
+      {target("multipart", R"("PUT")"), done, stored, noBytes("multipart", "PUT")},
   };
   for (const auto& item : cases) {
     template_ = item.uploadTemplate;

@@ -52,8 +52,10 @@ constexpr std::string_view kUploadQueue = "onlineUploadQueue";
 constexpr std::string_view kUploadTaskDomain = "UploadTask";
 constexpr std::string_view kPut = "PUT";
 constexpr std::string_view kPost = "POST";
+/// Bytes that an error shows of a template's entry.
+constexpr std::size_t kLongestEntry = 64;
 constexpr std::string_view kNoBytesSent =
-    "with its \"uploadMode\" and \"method\" the upload template would have no bytes sent";
+    "the upload template's \"uploadMode\" '%@' and \"method\" '%@' would have no bytes sent";
 constexpr std::string_view kFormUrlEncoded = "application/x-www-form-urlencoded";
 
 constexpr std::string_view kStarting = "Starting UploadTask with sessionId %@";
@@ -159,6 +161,17 @@ bool wouldSendBytes(const Value& mode, const Value& method) {
   if (!isBinary && mode != Value(kUploadModeMultipart)) return false;
   return !CommonUtils::isGiven(method) ||
          platform::equalIgnoringCase(method.textValue(), isBinary ? kPut : kPost);
+}
+
+ErrorPtr noBytesError(const Value& mode, const Value& method) {
+  const auto shown = [](const Value& entry) {
+    const std::string text = CommonUtils::isGiven(entry) ? entry.textValue() : std::string();
+    return std::string(platform::utf8Prefix(text, kLongestEntry));
+  };
+  const std::string detail = platform::formatMessage(kNoBytesSent, {shown(mode), shown(method)});
+  return CommonUtils::generateErrorWith(
+      kUploadTaskDomain, kCodeUploadInvalidParameterValue,
+      platform::formatMessage(kMessageAndDetail, {kUploadInvalidParameterValue, detail}));
 }
 
 }  // namespace
@@ -340,11 +353,7 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
   const Value& mode = uploadTemplate[keys::kUploadMode];
   if (OperationSettings::of(task.inputContext())->isSafe() &&
       !wouldSendBytes(mode, uploadTemplate[keys::kMethod])) {
-    return failure(task.blocks(), task,
-                   CommonUtils::generateErrorWith(
-                       kUploadTaskDomain, kCodeUploadInvalidParameterValue,
-                       platform::formatMessage(kMessageAndDetail,
-                                               {kUploadInvalidParameterValue, kNoBytesSent})));
+    return failure(task.blocks(), task, noBytesError(mode, uploadTemplate[keys::kMethod]));
   }
   if (mode == Value(kUploadModeBinary)) {
     scheduleUploader(std::make_shared<BytesUploadHandlerTask>(task.name(), clock_), task);

@@ -1,0 +1,25 @@
+#include "Cli/StorageFailure.h"
+
+#include "Cli/TerminalText.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace varo::cli {
+
+void describeStorageFailure(const std::string& path, const std::string& directory,
+                            FailureText& text) {
+  const std::string folder =
+      path.empty() ? directory : std::filesystem::path(path).parent_path().string();
+  text.hint = fmt::format("Check the room and the permissions of {}.", printable(folder));
+  std::error_code failed;
+  if (folder.empty() || std::filesystem::is_directory(folder, failed)) return;
+  // The library has tried as well, and had nobody to tell.
+  failed.clear();
+  std::filesystem::create_directories(folder, failed);
+  if (failed) text.message = fmt::format("cannot make the folder {}: {}", folder, failed.message());
+}
+
+}  // namespace varo::cli
