@@ -65,9 +65,9 @@ TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
   const std::string answered = "The server answered with HTTP status ";
   const Case cases[] = {
       {"{}", 200, "", 1, onlyHeaders, 0, 0, ""},
-      {"", 200, "", 1, onlyHeaders, 0, 0, ""},
-      {"<html>", 200, "", 1, onlyHeaders, 0, 0, ""},
-      {"[1]", 200, "", 1, onlyHeaders, 0, 0, ""},
+      {"", 200, "", 1, onlyHeaders, 0, 6014, "Empty Body Received from Server"},
+      {"<html>", 200, "", 1, onlyHeaders, 0, 6003, "The answer is no JSON object"},
+      {"[1]", 200, "", 1, onlyHeaders, 0, 6003, "The answer is no JSON object"},
       {R"({"a":1})", 200, "BinaryList", 1, jsonAndHeaders, 0, 0, ""},
       {R"({"opstatus":0,"a":1})", 200, "", 1, {{"opstatus", 0}, {"a", 1}}, 0, 0, ""},
       {R"({"opstatus":"0"})", 500, "", 1, {{"opstatus", "0"}}, 0, 0, ""},

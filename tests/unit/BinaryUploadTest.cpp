@@ -227,7 +227,8 @@ TEST_F(UploadTest, FileThatIsReplacedOrGrowsIsUploadedAsItWas) {
   EXPECT_EQ(sent, "0123456789");
 }
 
-TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
+TEST_F(UploadTest, EveryStepEndsTheUploadOnceWhereItIsNotSilence) {
+  constexpr std::int64_t kSuccess = -1;
   writeFile(path_, "0123456789");
   const auto created = [](Dictionary uploadTemplate) {
     return answerWith(200, json({{"upload_template", json(uploadTemplate)}}));
@@ -240,6 +241,8 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       json({{"upload_template", json(putToService())}, {"commitUrl", "http://evil.test/commit"}}));
   const ScriptedAnswer ok = answerWith(200, "{}");
   const ScriptedAnswer none = answerWith(204, std::nullopt);
+  const ScriptedAnswer empty = answerWith(200, "");
+  const ScriptedAnswer login = answerWith(200, "<html>Sign in</html>");
   const ScriptedAnswer down = test::failWith(7, "connection refused");
   const ScriptedAnswer refused = answerWith(200, R"({"opstatus":8})");
   const ScriptedAnswer page = answerWith(500, "x");
@@ -263,7 +266,11 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       {"second chunk refused", {start, ok, down}, 7, 7, 1},
       {"second chunk failed", {start, ok, refused}, 6003, 6003, 1},
       {"commit failed", {start, ok, ok, ok, refused}, 6003, 6003, 3},
-      {"commit without body", {start, ok, ok, ok, none}, 0, 6014, 3},
+      {"commit without body", {start, ok, ok, ok, none}, 0, kSuccess, 3},
+      {"commit of no bytes", {start, ok, ok, ok, empty}, kSuccess, kSuccess, 3},
+      {"commit a page", {start, ok, ok, ok, login}, kSuccess, 6003, 3},
+      {"creation a page", {login}, 0, 6003, 0},
+      {"creation of no bytes", {empty}, 0, 6014, 0},
   };
   std::size_t events = 0;
   for (const auto& item : cases) {
@@ -281,7 +288,8 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       EXPECT_EQ(transport_->requestCount() - requests, item.answers.size());
       if (code == 0) continue;
       const Dictionary failure = all.back().value.dictionaryValue();
-      EXPECT_EQ(all.back().block, "failure");
+      EXPECT_EQ(all.back().block, code == kSuccess ? "success" : "failure");
+      if (code == kSuccess) continue;
       EXPECT_EQ(failure["code"], Value(std::to_string(code)));
     }
   }

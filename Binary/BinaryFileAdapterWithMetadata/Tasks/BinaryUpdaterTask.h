@@ -12,9 +12,12 @@ namespace varo::binary {
 /// sent.
 class BinaryUpdaterTask final : public BinaryBaseTask {
  public:
-  BinaryUpdaterTask() = default;
+  explicit BinaryUpdaterTask(platform::ErrorPtr error = nullptr);
 
   void execute() override;
+
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
 
  private:
   void unpackInputContext();
