@@ -11,6 +11,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 #include "Platform/Foundation/Runtime.h"
@@ -386,6 +387,9 @@ void FileStorageManager::handleFailureForDownloadTask(const DownloadPtr& downloa
     return logger().logWarning(kFailureNotDefined, _classTag, functionTag());
   }
   Dictionary failure = trimOutputContextFor(*download);
+  // Failures are logged and sent on by applications; a result is the caller's own.
+  failure.set(keys::kRequestContext,
+              BinaryNetworkUtils::withoutSecrets(failure[keys::kRequestContext]));
   failure.addEntries(download->errorContext());
   callback->executeWithCallback(CallbackType::kFailure,
                                 Dictionary{{keys::kError, std::move(failure)}});

@@ -80,23 +80,6 @@ NetworkErrorPtr errorOfTransport(const NetworkErrorPtr& error) {
                                               error->code(), error->userInfo(), error->callStack());
 }
 
-/// `value` with everything secret in it replaced.
-Value withoutSecrets(const Value& value, const Dictionary& sent) {
-  if (const std::string* text = value.text()) return platform::redactSecrets(*text, sent);
-  if (const Array* array = value.array()) {
-    Array result;
-    for (const Value& item : *array) result.append(withoutSecrets(item, sent));
-    return result;
-  }
-  if (!value.isDictionary()) return value;
-  Dictionary result;
-  for (const DictionaryEntry& entry : value.dictionaryValue()) {
-    result.set(entry.key, platform::isSecretKey(entry.key) ? Value(platform::kRedacted)
-                                                           : withoutSecrets(entry.value, sent));
-  }
-  return result;
-}
-
 /// What a task gets to hear.
 struct Outcome {
   Dictionary result;
@@ -123,7 +106,8 @@ struct Answer {
     Dictionary userInfo{{std::string(platform::kLocalizedDescriptionKey), description}};
     if (response != nullptr) {
       userInfo.set(kHttpStatusCode, status());
-      userInfo.set(kResponseHeaders, withoutSecrets(response->allHeaderFields(), sent));
+      userInfo.set(kResponseHeaders,
+                   BinaryNetworkUtils::withoutSecrets(response->allHeaderFields(), sent));
     }
     if (body) userInfo.set(kResponseBody, platform::excerptOf(*body, sent));
     return networkError(code, std::move(userInfo));
@@ -185,10 +169,11 @@ std::optional<Outcome> outcomeOfOpStatus(const Answer& answer, Dictionary result
   if (opStatus.integerValue() != 0) {
     NetworkErrorPtr error = networkError(
         kCodeHTTPRequestFailed,
-        Dictionary{{keys::kUserInfo, withoutSecrets(result, answer.sent)},
-                   {std::string(platform::kLocalizedDescriptionKey),
-                    platform::formatMessage(kUnexpectedOpStatus,
-                                            {withoutSecrets(opStatus, answer.sent)})}});
+        Dictionary{
+            {keys::kUserInfo, BinaryNetworkUtils::withoutSecrets(result, answer.sent)},
+            {std::string(platform::kLocalizedDescriptionKey),
+             platform::formatMessage(kUnexpectedOpStatus, {BinaryNetworkUtils::withoutSecrets(
+                                                              opStatus, answer.sent)})}});
     return Outcome{std::move(result), std::move(error)};
   }
   if (parseError == nullptr) return Outcome{std::move(result), nullptr};
@@ -399,6 +384,22 @@ Dictionary BinaryNetworkUtils::withoutHeaders(const Dictionary& headers,
       return platform::equalIgnoringCase(header.key, name);
     });
     if (!named) result.set(header.key, header.value);
+  }
+  return result;
+}
+
+Value BinaryNetworkUtils::withoutSecrets(const Value& value, const Dictionary& sent) {
+  if (const std::string* text = value.text()) return platform::redactSecrets(*text, sent);
+  if (const Array* array = value.array()) {
+    Array result;
+    for (const Value& item : *array) result.append(withoutSecrets(item, sent));
+    return result;
+  }
+  if (!value.isDictionary()) return value;
+  Dictionary result;
+  for (const DictionaryEntry& entry : value.dictionaryValue()) {
+    result.set(entry.key, platform::isSecretKey(entry.key) ? Value(platform::kRedacted)
+                                                           : withoutSecrets(entry.value, sent));
   }
   return result;
 }

@@ -122,6 +122,11 @@ class BinaryNetworkUtils {
   /// `headers` without those named, whatever the letter case in which they are written.
   [[nodiscard]] static platform::Dictionary withoutHeaders(
       const platform::Dictionary& headers, std::initializer_list<std::string_view> names);
+
+  /// `value` with everything secret in it replaced, as errors may hold it: what stands under secret
+  /// keys, and in texts what `redactSecrets` finds and what stands under secret keys of `sent`.
+  [[nodiscard]] static platform::Value withoutSecrets(const platform::Value& value,
+                                                      const platform::Dictionary& sent = {});
 };
 
 }  // namespace varo::binary
