@@ -51,12 +51,9 @@ CurlShare makeShare(bool cookies) {
 }
 
 NetworkConfiguration withDefaults(NetworkConfiguration configuration) {
-  const auto sane = [](std::chrono::milliseconds value, std::chrono::milliseconds otherwise) {
-    constexpr std::chrono::milliseconds kLongest = std::chrono::hours(24);
-    return value.count() > 0 ? std::min(value, kLongest) : otherwise;
-  };
-  configuration.connectTimeout = sane(configuration.connectTimeout, tuning::kConnectTimeout);
-  configuration.stallTimeout = sane(configuration.stallTimeout, tuning::kStallTimeout);
+  configuration.connectTimeout =
+      boundedTimeout(configuration.connectTimeout, tuning::kConnectTimeout);
+  configuration.stallTimeout = boundedTimeout(configuration.stallTimeout, tuning::kStallTimeout);
   configuration.maxActiveTransfers =
       std::clamp<std::size_t>(configuration.maxActiveTransfers, 1, tuning::kMaxActiveTransfers);
   return configuration;
@@ -103,7 +100,8 @@ CurlEngine::CurlEngine(const NetworkConfiguration& configuration, ThreadPool& po
       withCookies_(makeShare(true)),
       withoutCookies_(makeShare(false)),
       multi_(makeMulti()),
-      common_{withDefaults(configuration), &cookies, withCookies_.get(), withoutCookies_.get()} {}
+      common_{withDefaults(configuration), &cookies, withCookies_.get(), withoutCookies_.get(),
+              &sockets_} {}
 
 CurlEngine::~CurlEngine() { stop(); }
 
@@ -140,6 +138,7 @@ void CurlEngine::refuse(HttpCompletion completion, ErrorPtr error) {
 }
 
 void CurlEngine::cancel(const TransferPtr& transfer) {
+  transfer->markCancelled();
   {
     const MutexLock lock(mutex_);
     if (!started_ || requests_.stopping) return;
@@ -222,12 +221,11 @@ void CurlEngine::takeRequests(Requests& requests) {
   for (const TransferPtr& transfer : requests.cancelled) {
     // One that has completed is no longer among the active ones; one that waits is skipped when its
     // turn comes.
-    const auto error = makeTransportError(HttpTransportError::kCancelled,
-                                          "The transfer was cancelled.", transfer->safeUrl());
     if (transfer->handle() != nullptr) {
-      endActive(transfer->handle(), error);
-    } else {
-      complete(*transfer, {std::nullopt, error});
+      transfer->giveUpConnection();
+      endActive(transfer->handle(), transfer->cancelledError());
+    } else if (!transfer->isCompleted()) {
+      complete(*transfer, {std::nullopt, transfer->cancelledError()});
     }
   }
 }
@@ -252,6 +250,8 @@ void CurlEngine::begin(TransferPtr transfer, CurlEasy easy) {
     if (code != CURLM_OK) error = resourceError(curl_multi_strerror(code));
   }
   if (error == nullptr) {
+    shortestStall_ = std::min(shortestStall_, transfer->stallTimeout());
+    nextStallCheck_ = std::min(nextStallCheck_, Clock::now() + stallCheckInterval());
     active_.emplace(handle, Active{std::move(transfer), std::move(easy)});
   } else {
     transfer->release();
@@ -285,13 +285,13 @@ void CurlEngine::collectEnded() {
 void CurlEngine::endStalled() {
   const auto now = Clock::now();
   if (now < nextStallCheck_) return;
-  nextStallCheck_ = now + stallCheckInterval();
+  shortestStall_ = tuning::kStallTimeout;
   std::vector<std::pair<CURL*, ErrorPtr>> stalled;
   for (const auto& [easy, active] : active_) {
-    if (auto error = active.transfer->checkStall(now, common_.configuration.stallTimeout)) {
-      stalled.emplace_back(easy, std::move(error));
-    }
+    shortestStall_ = std::min(shortestStall_, active.transfer->stallTimeout());
+    if (auto error = active.transfer->checkStall(now)) stalled.emplace_back(easy, std::move(error));
   }
+  nextStallCheck_ = now + stallCheckInterval();
   for (const auto& [easy, error] : stalled) endActive(easy, error);
 }
 
@@ -323,8 +323,7 @@ void CurlEngine::complete(CurlTransfer& transfer, CurlTransfer::End end) {
 }
 
 std::chrono::milliseconds CurlEngine::stallCheckInterval() const {
-  return std::clamp(common_.configuration.stallTimeout / 4, std::chrono::milliseconds(1),
-                    tuning::kLongestPoll);
+  return std::clamp(shortestStall_ / 4, std::chrono::milliseconds(1), tuning::kLongestPoll);
 }
 
 CurlEasy CurlEngine::takeHandle() {

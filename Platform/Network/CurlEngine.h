@@ -75,7 +75,7 @@ class CurlEngine {
   const CurlShare withCookies_;
   const CurlShare withoutCookies_;
   const CurlMulti multi_;
-  const CurlCommon common_;
+  const CurlCommon common_;  // has a pointer to sockets_
 
   Mutex mutex_;
   Requests requests_ VARO_GUARDED_BY(mutex_);
@@ -90,7 +90,9 @@ class CurlEngine {
   std::unordered_map<CURL*, Active> active_;
   std::vector<CurlEasy> idle_;
   std::vector<Job> undelivered_;  // completions that the pool refused
+  CurlSockets sockets_;
   Clock::time_point nextStallCheck_;
+  std::chrono::milliseconds shortestStall_ = tuning::kStallTimeout;  // of the active ones, or less
 };
 
 }  // namespace varo::platform

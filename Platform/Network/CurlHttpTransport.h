@@ -19,11 +19,15 @@ class CurlEngine;
 /// nameless file, so that memory does not grow with the size of a body. Bodies arrive as the
 /// server sent them: nothing is decompressed.
 ///
-/// Certificates are always verified, no proxy is used, and no environment variable changes either.
+/// Certificates are always verified, no proxy is used, no keys of connections are written down, and
+/// no environment variable changes any of it.
 /// Of the request's headers, Content-Length, Transfer-Encoding and Expect are dropped: the
 /// transport says them itself. A Host is sent as it stands, since it may be signed; it decides
 /// nothing about whom the transport connects to and whose certificate it accepts. POST and PUT
 /// without a body send one of zero bytes.
+///
+/// A kept connection that breaks before the first byte of an answer is replaced and the request is
+/// sent again, but not a POST. A POST uses no connection that has been idle for more than 3 s.
 ///
 /// Errors have the domain `kHttpTransportErrorDomain`, see HttpTransportError.h.
 class CurlHttpTransport final : public HttpTransport {

@@ -1,6 +1,7 @@
 #include "Platform/Network/CurlTransfer.h"
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Network/CurlErrors.h"
 #include "Platform/Network/CurlOptions.h"
 #include "Platform/Network/HeaderRules.h"
 #include "Platform/Network/HttpTransportError.h"
@@ -39,13 +40,14 @@ std::optional<RequestBodyReader> readerFor(HttpRequest& request) {
   return std::nullopt;
 }
 
-/// Adds the configured certificates to what libcurl trusts already. Its own option for a file would
-/// replace the system's.
-CURLcode trustAlso(CURL* /*easy*/, void* context, void* path) {
-  if (SSL_CTX_load_verify_locations(static_cast<SSL_CTX*>(context), static_cast<const char*>(path),
-                                    nullptr) == 1) {
-    return CURLE_OK;
-  }
+/// Adds the configured certificates (the file `path`, unless it is empty) to what libcurl trusts
+/// already; its own option for a file would replace the system's. And takes back what libcurl does
+/// where the environment names a SSLKEYLOGFILE: it would write the keys of every connection there.
+CURLcode adjustTls(CURL* /*easy*/, void* context, void* path) {
+  auto* const tls = static_cast<SSL_CTX*>(context);
+  const auto* const file = static_cast<const char*>(path);
+  SSL_CTX_set_keylog_callback(tls, nullptr);
+  if (*file == '\0' || SSL_CTX_load_verify_locations(tls, file, nullptr) == 1) return CURLE_OK;
   ERR_clear_error();
   return CURLE_SSL_CACERT_BADFILE;
 }
@@ -58,66 +60,27 @@ void setSecurity(CurlOptions& options, const NetworkConfiguration& configuration
   // Where the system's certificates are in one file, libcurl keeps them in memory, but only without
   // a directory of the same: reading them costs 10 ms a connection.
   if (curl_version_info(CURLVERSION_NOW)->cainfo != nullptr) options.set(CURLOPT_CAPATH, nullptr);
-  if (!configuration.caFile.empty()) {
-    options.set(CURLOPT_SSL_CTX_FUNCTION, &trustAlso);
-    options.set(CURLOPT_SSL_CTX_DATA, configuration.caFile.c_str());
-  }
+  options.set(CURLOPT_SSL_CTX_FUNCTION, &adjustTls);
+  options.set(CURLOPT_SSL_CTX_DATA, configuration.caFile.c_str());
   // An empty proxy also shuts out the one that the environment names.
   options.set(CURLOPT_PROXY, "");
   options.set(CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
   options.set(CURLOPT_FOLLOWLOCATION, 0L);
 }
 
-void setConnection(CurlOptions& options, const NetworkConfiguration& configuration, bool isHttps,
+void setConnection(CurlOptions& options, std::chrono::milliseconds connectTimeout, bool isHttps,
                    std::size_t bufferSize) {
   options.set(CURLOPT_NOSIGNAL, 1L);
   // Ending a transfer must not wait for a name server that does not answer.
   options.set(CURLOPT_QUICK_EXIT, 1L);
   options.set(CURLOPT_TCP_NODELAY, 1L);
   options.set(CURLOPT_TCP_KEEPALIVE, 1L);
-  options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(configuration.connectTimeout.count()));
+  options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectTimeout.count()));
   options.set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
   // Only where HTTP/2 is possible: rather a stream on a connection that is being made than another
   // connection.
   options.set(CURLOPT_PIPEWAIT, isHttps ? 1L : 0L);
   options.set(CURLOPT_BUFFERSIZE, static_cast<long>(std::min(bufferSize, tuning::kReceiveBuffer)));
-}
-
-std::string_view summaryOf(CURLcode code) noexcept {
-  switch (code) {
-    case CURLE_COULDNT_RESOLVE_HOST:
-      return "The host name could not be resolved";
-    case CURLE_COULDNT_CONNECT:
-      return "No connection could be made";
-    case CURLE_OPERATION_TIMEDOUT:
-      return "The connection was not made in time";
-    case CURLE_PARTIAL_FILE:
-      return "The answer was cut short";
-    case CURLE_GOT_NOTHING:
-      return "The server closed the connection without an answer";
-    case CURLE_SEND_ERROR:
-      return "The connection broke while sending";
-    case CURLE_RECV_ERROR:
-      return "The connection broke while receiving";
-    case CURLE_PEER_FAILED_VERIFICATION:
-      return "The server's certificate is not trusted";
-    case CURLE_SSL_CACERT_BADFILE:
-      return "The file of trusted certificates cannot be used";
-    case CURLE_SSL_CONNECT_ERROR:
-      return "No secure connection could be made";
-    default:
-      return curl_easy_strerror(code);
-  }
-}
-
-ErrorPtr makeCurlError(CURLcode code, std::string_view text, const std::string& url) {
-  Dictionary userInfo{
-      {std::string(kLocalizedDescriptionKey), fmt::format("{} ({})", text, url)},
-      {std::string(kErrorUrlKey), url},
-      {std::string(kErrorCurlCodeKey), static_cast<std::int64_t>(code)},
-  };
-  return std::make_shared<Error>(std::string(kHttpTransportErrorDomain),
-                                 static_cast<std::int64_t>(code), std::move(userInfo));
 }
 
 /// Runs a step of a transfer: no exception may pass through libcurl, or lose the transfer on the
@@ -150,6 +113,9 @@ std::vector<HttpHeader> withOneHost(std::vector<HttpHeader> headers) {
 CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion completion)
     : method_(request.method),
       spoolDirectory_(std::move(request.spoolDirectory)),
+      limits_(request.limits),
+      connectTimeout_(request.connectTimeout),
+      stallTimeout_(request.stallTimeout),
       firstHost_(url.host()),
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
@@ -167,15 +133,26 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   caFile_ = common.configuration.caFile;
   head_ = ResponseHead();
   sink_.emplace(spoolDirectory_, std::min(bufferSize, tuning::kGatherBuffer));
-  bodyBegan_ = discardsBody_ = false;
-  discarded_ = bytesMoved_ = 0;
-  lastMove_ = Clock::now();
+  discardsBody_ = false;
+  discarded_ = 0;
+  attempts_ = 0;
+  movement_.begin(Clock::now());
+  sockets_ = common.sockets;
+  stallLimit_ = boundedTimeout(stallTimeout_, common.configuration.stallTimeout);
   errorText_.front() = '\0';  // what was said of a redirect is not said of its target
   if (auto error = buildHeaderList()) return error;
 
   CurlOptions options(easy);
   setSecurity(options, common.configuration);
-  setConnection(options, common.configuration, url_.isHttps(), bufferSize);
+  setConnection(options, boundedTimeout(connectTimeout_, common.configuration.connectTimeout),
+                url_.isHttps(), bufferSize);
+  if (method_ == HttpMethod::kPost) {
+    options.set(CURLOPT_MAXAGE_CONN, static_cast<long>(tuning::kLongestIdleForPost.count()));
+  }
+  options.set(CURLOPT_SOCKOPTFUNCTION, &CurlSockets::onOpen);
+  options.set(CURLOPT_SOCKOPTDATA, sockets_);
+  options.set(CURLOPT_PREREQFUNCTION, &CurlTransfer::onConnected);
+  options.set(CURLOPT_PREREQDATA, this);
   CURLSH* const share = shareFor(common);
   options.set(CURLOPT_SHARE, share);
   // No file: the empty name only starts the cookie engine.
@@ -255,16 +232,56 @@ ErrorPtr CurlTransfer::buildHeaderList() {
   return makeTransportError(HttpTransportError::kNoResources, "Out of memory.", safeUrl());
 }
 
+int CurlTransfer::onConnected(void* self, char* /*remoteIp*/, char* /*localIp*/, int remotePort,
+                              int localPort) {
+  auto& transfer = *static_cast<CurlTransfer*>(self);
+  return guarded(transfer.failure_, CURL_PREREQFUNC_ABORT, [&] {
+    transfer.movement_.setConnection(transfer.easy_,
+                                     transfer.sockets_->find(localPort, remotePort));
+    // libcurl sends a request again where a kept connection breaks before the answer. The first may
+    // have been carried out, and a POST creates something each time.
+    const bool isAgain = transfer.attempts_++ > 0;
+    if (!isAgain || transfer.method_ != HttpMethod::kPost) return CURL_PREREQFUNC_OK;
+    transfer.failure_ = describeCurlError(
+        CURLE_GOT_NOTHING, "a POST is not sent again, since it may have been carried out",
+        transfer.safeUrl());
+    return CURL_PREREQFUNC_ABORT;
+  });
+}
+
 std::size_t CurlTransfer::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
   const std::string_view line(bytes, size * count);
-  return guarded(transfer.failure_, std::size_t{0}, [&]() -> std::size_t {
-    if (transfer.head_.addLine(line)) return line.size();
-    transfer.failure_ =
-        makeTransportError(HttpTransportError::kHeadersTooLarge,
-                           "The server sends headers without end.", transfer.safeUrl());
-    return 0;
-  });
+  return guarded(transfer.failure_, std::size_t{0},
+                 [&]() { return transfer.takeHeaderLine(line) ? line.size() : std::size_t{0}; });
+}
+
+bool CurlTransfer::takeHeaderLine(std::string_view line) {
+  if (isCancelled()) return false;
+  const bool wasComplete = head_.isComplete();
+  if (!head_.addLine(line)) {
+    failure_ = makeTransportError(HttpTransportError::kHeadersTooLarge,
+                                  "The server sends headers without end.", safeUrl());
+    return false;
+  }
+  return wasComplete || !head_.isComplete() || acceptHead();
+}
+
+bool CurlTransfer::acceptHead() {
+  const auto announced = head_.contentLength();
+  if (!announced) {
+    failure_ = makeCurlError(CURLE_WEIRD_SERVER_REPLY, announced.error()->localizedDescription(),
+                             safeUrl());
+    return false;
+  }
+  discardsBody_ = head_.isRedirect();
+  if (discardsBody_ || !head_.canHaveEntity() || *announced == 0U) return true;
+  if (*announced > limits_.forStatus(head_.status())) return failTooLarge();
+  if (auto ready = sink_->expect(*announced); !ready) {
+    failBodyNotStored(*ready.error());
+    return false;
+  }
+  return true;
 }
 
 std::size_t CurlTransfer::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
@@ -275,25 +292,45 @@ std::size_t CurlTransfer::onBody(char* bytes, std::size_t size, std::size_t coun
 }
 
 bool CurlTransfer::takeBody(std::string_view bytes) {
-  if (!std::exchange(bodyBegan_, true)) {
-    discardsBody_ = head_.redirectLocation().has_value();
-    curl_off_t announced = -1;
-    if (!discardsBody_ &&
-        curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced) == CURLE_OK &&
-        announced > 0) {
-      if (auto ready = sink_->expect(static_cast<std::uint64_t>(announced)); !ready) {
-        failBodyNotStored(*ready.error());
-        return false;
-      }
-    }
-  }
+  if (isCancelled()) return false;
   if (discardsBody_) {
     discarded_ += bytes.size();
     return discarded_ <= tuning::kMaxRedirectBody;
   }
+  if (sink_->size() + bytes.size() > limits_.forStatus(head_.status())) return failTooLarge();
   auto written = sink_->write(bytes);
   if (!written) failBodyNotStored(*written.error());
   return written.ok();
+}
+
+bool CurlTransfer::failTooLarge() {
+  const int status = head_.status();
+  failure_ =
+      makeTransportError(HttpTransportError::kResponseTooLarge,
+                         fmt::format("The answer (status {}) is longer than the {} bytes that are "
+                                     "allowed",
+                                     status, limits_.forStatus(status)),
+                         safeUrl(), {{std::string(kErrorStatusKey), status}});
+  giveUpConnection();
+  return false;
+}
+
+bool CurlTransfer::isCancelled() {
+  if (!cancelled_) return false;
+  failure_ = cancelledError();
+  giveUpConnection();
+  return true;
+}
+
+ErrorPtr CurlTransfer::cancelledError() const {
+  return makeTransportError(HttpTransportError::kCancelled, "The transfer was cancelled.",
+                            safeUrl());
+}
+
+void CurlTransfer::giveUpConnection() noexcept {
+  // Over HTTP/2 libcurl would keep it, and what is on its way would still come in. Where other
+  // streams use it, it stays until they end. Cannot fail.
+  static_cast<void>((curl_easy_setopt)(easy_, CURLOPT_FORBID_REUSE, 1L));
 }
 
 void CurlTransfer::failBodyNotStored(const Error& cause) {
@@ -304,6 +341,7 @@ void CurlTransfer::failBodyNotStored(const Error& cause) {
 std::size_t CurlTransfer::onRead(char* buffer, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
   return guarded(transfer.failure_, std::size_t{CURL_READFUNC_ABORT}, [&]() -> std::size_t {
+    if (transfer.isCancelled()) return CURL_READFUNC_ABORT;
     const auto filled = transfer.body_->read({buffer, size * count});
     if (filled) return *filled;
     transfer.failure_ = makeTransportError(HttpTransportError::kRequestBodyUnreadable,
@@ -331,8 +369,8 @@ bool CurlTransfer::judge(CURLcode code) {
   const bool isRedirectCut = discardsBody_ && discarded_ > tuning::kMaxRedirectBody;
   if (failure_ == nullptr && code != CURLE_OK && !isRedirectCut) failure_ = describe(code);
   if (failure_ == nullptr) {
-    if (const auto location = head_.redirectLocation()) {
-      failure_ = followRedirect(*location);
+    if (head_.isRedirect()) {
+      failure_ = followRedirect(std::string(head_.find("Location").value_or("")));
       if (failure_ == nullptr) return true;
     }
   }
@@ -347,6 +385,7 @@ ErrorPtr CurlTransfer::followRedirect(const std::string& location) {
         fmt::format("The server's redirect (status {}) is not followed: {}.", head_.status(), why),
         safeUrl());
   };
+  if (location.empty()) return refuse(HttpTransportError::kRedirectRefused, "it names no target");
   if (method_ != HttpMethod::kGet) {
     return refuse(HttpTransportError::kRedirectRefused,
                   fmt::format("the request is a {}", nameOf(method_)));
@@ -376,7 +415,7 @@ ErrorPtr CurlTransfer::followRedirect(const std::string& location) {
 std::optional<HttpResponse> CurlTransfer::makeResponse() {
   HttpResponse response;
   response.status = head_.status();
-  if (sink_->size() > 0 || head_.announcesEntity()) {
+  if (sink_->size() > 0 || head_.canHaveEntity()) {
     auto body = sink_->take();
     if (!body) {
       failBodyNotStored(*body.error());
@@ -389,43 +428,17 @@ std::optional<HttpResponse> CurlTransfer::makeResponse() {
 }
 
 ErrorPtr CurlTransfer::describe(CURLcode code) const {
-  const std::string_view summary = summaryOf(code);
   const std::string_view detail =
       code == CURLE_SSL_CACERT_BADFILE ? caFile_ : std::string_view(errorText_.data());
-  const std::string text = detail.empty() || detail == summary
-                               ? std::string(summary)
-                               : fmt::format("{}: {}", summary, detail);
-  return makeCurlError(code, text, safeUrl());
+  return describeCurlError(code, detail, safeUrl());
 }
 
-ErrorPtr CurlTransfer::checkStall(Clock::time_point now, std::chrono::milliseconds stallTimeout) {
-  curl_off_t sent = 0;
-  curl_off_t received = 0;
-  curl_off_t beforeTransfer = 0;
-  long headerBytes = 0;
-  // These four cannot fail on a handle that is in use; a zero would only delay the time-out.
-  static_cast<void>(curl_easy_getinfo(easy_, CURLINFO_SIZE_UPLOAD_T, &sent));
-  static_cast<void>(curl_easy_getinfo(easy_, CURLINFO_SIZE_DOWNLOAD_T, &received));
-  static_cast<void>(curl_easy_getinfo(easy_, CURLINFO_HEADER_SIZE, &headerBytes));
-  static_cast<void>(curl_easy_getinfo(easy_, CURLINFO_PRETRANSFER_TIME_T, &beforeTransfer));
-
-  // While it connects libcurl's own time-out is in force; while it waits for a stream of a busy
-  // HTTP/2 connection there is none.
-  if (beforeTransfer == 0) {
-    lastMove_ = now;
-    return nullptr;
-  }
-  const auto moved = static_cast<std::uint64_t>(sent) + static_cast<std::uint64_t>(received) +
-                     static_cast<std::uint64_t>(headerBytes);
-  if (moved != bytesMoved_) {
-    bytesMoved_ = moved;
-    lastMove_ = now;
-  }
-  if (now - lastMove_ < stallTimeout) return nullptr;
-  return makeCurlError(CURLE_OPERATION_TIMEDOUT,
-                       fmt::format("No byte has moved for {} s",
-                                   std::chrono::duration<double>(stallTimeout).count()),
-                       safeUrl());
+ErrorPtr CurlTransfer::checkStall(Clock::time_point now) {
+  if (!movement_.hasStalled(easy_, now, stallLimit_)) return nullptr;
+  return makeCurlError(
+      CURLE_OPERATION_TIMEDOUT,
+      fmt::format("No byte has moved for {} s", std::chrono::duration<double>(stallLimit_).count()),
+      safeUrl());
 }
 
 }  // namespace varo::platform

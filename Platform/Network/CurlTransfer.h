@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Network/CurlHandles.h"
+#include "Platform/Network/CurlMovement.h"
 #include "Platform/Network/CurlUrl.h"
 #include "Platform/Network/HttpCookieStore.h"
 #include "Platform/Network/HttpTransport.h"
@@ -10,6 +11,7 @@
 #include "Platform/Network/ResponseSink.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -29,13 +31,14 @@ struct CurlCommon {
   /// Cookies and TLS sessions, or TLS sessions alone.
   CURLSH* withCookies = nullptr;
   CURLSH* withoutCookies = nullptr;
+  CurlSockets* sockets = nullptr;
 };
 
 /// One request from `send` to its completion, over all its redirects. Made on any thread, then used
-/// by the I/O thread only. Private to the curl adapter.
+/// by the I/O thread only, but for `markCancelled`. Private to the curl adapter.
 class CurlTransfer {
  public:
-  using Clock = std::chrono::steady_clock;
+  using Clock = CurlMovement::Clock;
 
   /// `request` has been checked; `url` is its parsed address.
   CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion completion);
@@ -56,8 +59,17 @@ class CurlTransfer {
   /// redirect; call `prepare` again. False: it came to `takeEnd`.
   [[nodiscard]] bool goesOnAfter(CURLcode code);
 
-  /// An error where no byte has moved for `stallTimeout`, else null.
-  [[nodiscard]] ErrorPtr checkStall(Clock::time_point now, std::chrono::milliseconds stallTimeout);
+  /// How long no byte may move; known once it was prepared.
+  [[nodiscard]] std::chrono::milliseconds stallTimeout() const noexcept { return stallLimit_; }
+  /// An error where no byte has moved for that long, else null.
+  [[nodiscard]] ErrorPtr checkStall(Clock::time_point now);
+
+  /// From now on takes no byte in and gives none out, if the I/O thread is at it right now; it ends
+  /// once that thread hears of it. Thread-safe.
+  void markCancelled() noexcept { cancelled_ = true; }
+  [[nodiscard]] ErrorPtr cancelledError() const;
+  /// Has the connection closed with the exchange that runs, unless others use it.
+  void giveUpConnection() noexcept;
 
   struct End {
     std::optional<HttpResponse> response;
@@ -75,6 +87,7 @@ class CurlTransfer {
 
  private:
   // Called by libcurl, during `curl_multi_perform`; `self` is the transfer.
+  static int onConnected(void* self, char* remoteIp, char* localIp, int remotePort, int localPort);
   static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
   static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self);
@@ -82,7 +95,11 @@ class CurlTransfer {
 
   [[nodiscard]] ErrorPtr setUp(CURL* easy, const CurlCommon& common, std::size_t bufferSize);
   void setBody(CurlOptions& options, std::size_t bufferSize);
+  [[nodiscard]] bool takeHeaderLine(std::string_view line);
+  [[nodiscard]] bool acceptHead();
   [[nodiscard]] bool takeBody(std::string_view bytes);
+  [[nodiscard]] bool failTooLarge();
+  [[nodiscard]] bool isCancelled();
   [[nodiscard]] bool judge(CURLcode code);
   [[nodiscard]] ErrorPtr buildHeaderList();
   [[nodiscard]] ErrorPtr followRedirect(const std::string& location);
@@ -94,11 +111,15 @@ class CurlTransfer {
 
   const HttpMethod method_;
   const std::string spoolDirectory_;
+  const ResponseLimits limits_;
+  const std::optional<std::chrono::milliseconds> connectTimeout_;  // as the request has them
+  const std::optional<std::chrono::milliseconds> stallTimeout_;
   const std::string firstHost_;
   std::vector<HttpHeader> headers_;  // at most one of them a Host, with a value
   std::optional<RequestBodyReader> body_;
   HttpCompletion completion_;
   End end_;
+  std::atomic<bool> cancelled_{false};
 
   // Of the current exchange.
   std::string_view caFile_;  // of the transport's configuration, for errors
@@ -107,13 +128,14 @@ class CurlTransfer {
   CurlList headerList_;
   ResponseHead head_;
   std::optional<ResponseSink> sink_;
-  ErrorPtr failure_;  // found by a callback, more precise than libcurl's code
-  bool bodyBegan_ = false;
+  ErrorPtr failure_;           // found by a callback, more precise than libcurl's code
   bool discardsBody_ = false;  // of a redirect
   std::uint64_t discarded_ = 0;
   int redirects_ = 0;
-  std::uint64_t bytesMoved_ = 0;
-  Clock::time_point lastMove_;
+  int attempts_ = 0;  // to send it
+  CurlSockets* sockets_ = nullptr;
+  CurlMovement movement_;
+  std::chrono::milliseconds stallLimit_{0};
   std::array<char, CURL_ERROR_SIZE> errorText_{};
 };
 

@@ -57,7 +57,7 @@ std::string withoutSecrets(CURLU* handle) {
        {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS, CURLUPART_FRAGMENT}) {
     if (curl_url_set(copy.get(), secret, nullptr, 0) != CURLUE_OK) return {};
   }
-  return redactSecrets(part(copy.get(), CURLUPART_URL));
+  return redactUrl(part(copy.get(), CURLUPART_URL));
 }
 
 }  // namespace

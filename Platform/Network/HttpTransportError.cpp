@@ -20,8 +20,9 @@ std::string withUrl(std::string_view text, const std::string& url) {
 }  // namespace
 
 ErrorPtr makeTransportError(HttpTransportError code, std::string description,
-                            const std::string& url) {
-  return make(code, {{std::string(kLocalizedDescriptionKey), withUrl(description, url)}}, url);
+                            const std::string& url, Dictionary details) {
+  details.set(std::string(kLocalizedDescriptionKey), withUrl(description, url));
+  return make(code, std::move(details), url);
 }
 
 ErrorPtr makeTransportError(HttpTransportError code, std::string_view what, const Error& cause,

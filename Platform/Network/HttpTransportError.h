@@ -19,6 +19,8 @@ inline constexpr std::string_view kHttpTransportErrorDomain = "HttpTransport";
 inline constexpr std::string_view kErrorUrlKey = "url";
 /// Key of the user information: the `CURLcode`, where libcurl reported the failure.
 inline constexpr std::string_view kErrorCurlCodeKey = "curlCode";
+/// Key of the user information: the answer's status, where it is the answer that is refused.
+inline constexpr std::string_view kErrorStatusKey = "httpStatusCode";
 /// Key of the user information: the file or directory, where one is to blame.
 inline constexpr std::string_view kErrorPathKey = "path";
 
@@ -30,8 +32,8 @@ enum class HttpTransportError : std::int64_t {
   kInvalidHeader = 1002,
   /// The body's description cannot be encoded as the request type asks.
   kInvalidBody = 1003,
-  /// A redirect that is never followed: of a request other than GET, to another kind of URL, or
-  /// from https to http.
+  /// A redirect that is never followed: of a request other than GET, to another kind of URL, to no
+  /// URL at all, or from https to http.
   kRedirectRefused = 1004,
   kTooManyRedirects = 1005,
   /// The answer's headers are larger than any real answer's.
@@ -51,9 +53,10 @@ enum class HttpTransportError : std::int64_t {
   kNoAnswer = 1013,
 };
 
-/// An error of the domain above. `url` may be empty; it must be free of secrets.
+/// An error of the domain above. `url` may be empty; it must be free of secrets. `details` are
+/// further entries of the user information.
 [[nodiscard]] ErrorPtr makeTransportError(HttpTransportError code, std::string description,
-                                          const std::string& url = {});
+                                          const std::string& url = {}, Dictionary details = {});
 
 /// The same about a file: the description says what `cause` says, the path is taken over.
 [[nodiscard]] ErrorPtr makeTransportError(HttpTransportError code, std::string_view what,

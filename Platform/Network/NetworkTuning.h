@@ -24,6 +24,10 @@ inline constexpr std::chrono::milliseconds kIdlePoll{600'000};
 /// Pause after libcurl failed as a whole (out of memory), so that the thread does not spin.
 inline constexpr std::chrono::milliseconds kFailureBackoff{100};
 
+/// Longest that a kept connection may have been idle to be used for a POST, which is not sent again
+/// where the server closes it at that moment. Many servers do so after 5 s.
+inline constexpr std::chrono::seconds kLongestIdleForPost{3};
+
 // Counts.
 
 /// Transfers handed to libcurl at once; later ones wait in a queue of our own, where no time-out

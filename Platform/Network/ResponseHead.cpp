@@ -1,9 +1,14 @@
 #include "Platform/Network/ResponseHead.h"
 
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/NetworkTuning.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
 
 namespace varo::platform {
 namespace {
@@ -15,8 +20,11 @@ std::string_view trim(std::string_view text) noexcept {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-constexpr bool hasNoEntity(int status) noexcept {
-  return status < 200 || status == 204 || status == 304;
+ErrorPtr lengthError(std::string_view what, std::string_view value) {
+  constexpr std::size_t kShown = 40;  // bytes of a text that may be long
+  return Error::make(kHttpTransportErrorDomain, 0,
+                     fmt::format("The answer's Content-Length {}: {}", what,
+                                 sanitizeUtf8(value.substr(0, kShown))));
 }
 
 }  // namespace
@@ -61,25 +69,32 @@ std::optional<std::string_view> ResponseHead::find(std::string_view name) const 
   return std::nullopt;
 }
 
-std::optional<std::string> ResponseHead::redirectLocation() const {
-  switch (status_) {
-    case 301:
-    case 302:
-    case 303:
-    case 307:
-    case 308: {
-      const auto location = find("Location");
-      if (!location || location->empty()) return std::nullopt;
-      return std::string(*location);
-    }
-    default:
-      return std::nullopt;
-  }
+bool ResponseHead::isRedirect() const noexcept {
+  constexpr std::array kRedirects = {301, 302, 303, 307, 308};
+  return std::find(kRedirects.begin(), kRedirects.end(), status_) != kRedirects.end();
 }
 
-bool ResponseHead::announcesEntity() const noexcept {
-  if (hasNoEntity(status_)) return false;
-  return find("Content-Length").has_value() || find("Transfer-Encoding").has_value();
+bool ResponseHead::canHaveEntity() const noexcept {
+  return status_ >= 200 && status_ != 204 && status_ != 205 && status_ != 304;
+}
+
+Result<std::uint64_t> ResponseHead::contentLength() const {
+  std::optional<std::uint64_t> length;
+  for (const HttpHeader& header : headers_) {
+    if (!equalIgnoringCase(header.name, "Content-Length")) continue;
+    // Some proxies join two equal ones into a list.
+    for (std::string_view rest = header.value; !rest.empty();) {
+      const std::size_t comma = std::min(rest.find(','), rest.size());
+      const std::string_view digits = trim(rest.substr(0, comma));
+      rest.remove_prefix(std::min(comma + 1, rest.size()));
+      const auto number = parseInteger(digits);
+      if (!number || *number < 0) return lengthError("is not valid", digits);
+      const auto value = static_cast<std::uint64_t>(*number);
+      if (length.value_or(value) != value) return lengthError("is given twice", header.value);
+      length = value;
+    }
+  }
+  return length.value_or(0);
 }
 
 }  // namespace varo::platform

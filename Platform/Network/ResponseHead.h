@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Platform/Foundation/Result.h"
 #include "Platform/Network/HttpTransport.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,10 +28,13 @@ class ResponseHead {
 
   /// The value of the first header of that name, in any letter case.
   [[nodiscard]] std::optional<std::string_view> find(std::string_view name) const noexcept;
-  /// The target, where the answer is a redirect that names one.
-  [[nodiscard]] std::optional<std::string> redirectLocation() const;
-  /// Whether the answer says that it has an entity, if only an empty one.
-  [[nodiscard]] bool announcesEntity() const noexcept;
+  /// Whether the status sends the client elsewhere (301, 302, 303, 307, 308).
+  [[nodiscard]] bool isRedirect() const noexcept;
+  /// Whether the status allows an entity, if only an empty one: all but 1xx, 204, 205 and 304.
+  [[nodiscard]] bool canHaveEntity() const noexcept;
+  /// Bytes announced; 0 also where none are. An error where that is no number, is 2^63 or more, or
+  /// where two of them differ: nobody can say then where the answer ends.
+  [[nodiscard]] Result<std::uint64_t> contentLength() const;
 
   /// Hands over the headers, in the order received.
   [[nodiscard]] std::vector<HttpHeader> takeHeaders() noexcept { return std::move(headers_); }

@@ -1,5 +1,10 @@
+#include "Platform/Network/NetworkTuning.h"
+#include "tests/support/Await.h"
 #include "tests/support/TransportFixture.h"
 
+#include <fmt/format.h>
+
+#include <atomic>
 #include <iterator>
 
 namespace varo::test {
@@ -15,6 +20,12 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
   const std::string ok = "HTTP/1.1 200 OK\r\n";
   const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
   const std::string cut = ok + "Content-Length: 10\r\n\r\nhel";
+  const auto lengths = [&ok](const std::string& lines) {
+    return say(ok + lines + "\r\n{}").close();
+  };
+  WireReply slowHeader = say(ok + "X-Slow: ");  // never silent for as long as the time-out
+  for (int i = 0; i < 8; ++i) slowHeader.wait(std::chrono::milliseconds(100)).send("a");
+  slowHeader.send("\r\nContent-Length: 0\r\n\r\n");
   const std::chrono::milliseconds pause(50);
   const std::int64_t kHeadersTooLarge = codeOf(HttpTransportError::kHeadersTooLarge);
   const struct {
@@ -29,9 +40,18 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
       {"empty length", reply(200, ""), 200, ""},
       {"empty chunked", say(chunked + "0\r\n\r\n"), 200, ""},
       {"204", say("HTTP/1.1 204 No Content\r\n\r\n"), 204, std::nullopt},
+      {"205", reply(205, ""), 205, std::nullopt},
       {"304", say("HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n"), 304, std::nullopt},
       {"until close", say(ok + "\r\nhello").close(), 200, "hello"},
-      {"nothing until close", say(ok + "\r\n").close(), 200, std::nullopt},
+      {"nothing until close", say(ok + "\r\n").close(), 200, ""},
+      {"announced close", say("HTTP/1.1 404 No\r\nConnection: close\r\n\r\n").close(), 404, ""},
+      {"equal lengths", lengths("Content-Length: 2\r\ncontent-length: 2, 2\r\n"), 200, "{}"},
+      {"differing lengths", lengths("Content-Length: 2\r\nContent-Length: 3\r\n"), 0, {}, 8},
+      {"length of 2^64", lengths("Content-Length: 18446744073709551616\r\n"), 0, {}, 8},
+      {"length of 2^63", lengths("Content-Length: 9223372036854775808\r\n"), 0, {}, 8},
+      {"negative length", lengths("Content-Length: -2\r\n"), 0, {}, 8},
+      {"length with a unit", lengths("Content-Length: 2b\r\n"), 0, {}, 8},
+      {"slow header", slowHeader, 200, ""},
       {"error status", reply(503, "busy"), 503, "busy"},
       {"interim", say("HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" + ok + "\r\nhi").close(), 200,
        "hi"},
@@ -135,7 +155,7 @@ class RedirectTest : public TransportTest {
     const std::string status = target.substr(3, mark - 3);
     const std::string location = target.substr(mark + 1);
     return reply(status.empty() ? 302 : std::stoi(status), "moved",
-                 location.empty() ? "" : "Location: " + location + "\r\n");
+                 location == "none" ? "" : "Location: " + location + "\r\n");
   }
 
   ScriptedServer first_{&RedirectTest::answer};
@@ -158,14 +178,17 @@ TEST_F(RedirectTest, FollowsOnlyWhatIsSafeToFollow) {
       {HttpMethod::kGet, "/go307?" + other, 200, "/there", 0},
       {HttpMethod::kGet, "/go308?" + otherWithoutScheme, 200, "/x", 0},
       {HttpMethod::kGet, "/go?/a/../b?c=d", 200, "/a/../b?c=d", 0},
-      {HttpMethod::kGet, "/go?", 302, "moved", 0},
+      {HttpMethod::kGet, "/go?", 0, "", refused},
+      {HttpMethod::kGet, "/go301?none", 0, "", refused},
+      {HttpMethod::kGet, "/go308?none", 0, "", refused},
       {HttpMethod::kGet, "/go201?/there", 201, "moved", 0},
+      {HttpMethod::kGet, "/go300?none", 300, "moved", 0},
       {HttpMethod::kGet, "/go?ftp://127.0.0.1/", 0, "", refused},
       {HttpMethod::kGet, "/go?file:///etc/passwd", 0, "", refused},
       {HttpMethod::kGet, "/go?http://:99999999/", 0, "", refused},
       {HttpMethod::kPut, "/go307?/there", 0, "", refused},
       {HttpMethod::kPost, "/go303?" + other, 0, "", refused},
-      {HttpMethod::kPut, "/go307?", 307, "moved", 0},
+      {HttpMethod::kPut, "/go307?", 0, "", refused},
   };
   for (const auto& item : cases) {
     SCOPED_TRACE(item.target);
@@ -268,6 +291,86 @@ TEST_F(CurlHttpTransportTest, SendsAgainOnANewConnectionWhereAKeptOneHasDied) {
     EXPECT_EQ(put(server.url("/"), {Data::fromBytes(body)}).body(), body);
   }
   EXPECT_EQ(server.connectionCount(), 3U);
+}
+
+TEST_F(CurlHttpTransportTest, SendsAPostOnceWhereAKeptConnectionClosesBeforeTheAnswer) {
+  std::atomic<int> asked{0};
+  ScriptedServer server([&asked](const WireRequest& request) {
+    if (request.target() == "/warm") return reply(200, "");
+    return ++asked == 1 ? WireReply().close() : reply(200, "again");
+  });
+  const std::vector<Data> empty;
+  const std::vector<Data> small = {Data::fromBytes("create")};
+  const std::vector<Data> large = {Data::fromBytes(std::string(3 * tuning::kUploadBuffer, 'x'))};
+  const struct {
+    HttpMethod method;
+    std::optional<std::vector<Data>> body;
+    bool isRepeated;
+  } cases[] = {
+      {HttpMethod::kPost, small, false},        {HttpMethod::kPost, empty, false},
+      {HttpMethod::kPost, std::nullopt, false}, {HttpMethod::kPost, large, false},
+      {HttpMethod::kPut, small, true},          {HttpMethod::kPut, large, true},
+      {HttpMethod::kGet, std::nullopt, true},   {HttpMethod::kDelete, std::nullopt, true},
+  };
+  for (const auto& item : cases) {
+    asked = 0;
+    ASSERT_EQ(get(server.url("/warm")).status(), 200);
+    const Outcome outcome = run({item.method, server.url("/"), {}, item.body, {}});
+    EXPECT_EQ(asked, item.isRepeated ? 2 : 1);
+    EXPECT_EQ(outcome.body().value_or(""), item.isRepeated ? "again" : "") << outcome.text();
+    EXPECT_EQ(outcome.errorCode(), item.isRepeated ? 0 : 52);
+    if (!item.isRepeated) EXPECT_THAT(outcome.text(), testing::HasSubstr("is not sent again"));
+  }
+}
+
+TEST_F(CurlHttpTransportTest, EndsAnswersThatAreLongerThanTheirStatusMayBe) {
+  const std::string announced = "Content-Length: 1000000000000\r\n\r\n";
+  const std::string unannounced = "Transfer-Encoding: chunked\r\n\r\n";
+  const std::string chunk = "1000\r\n" + std::string(0x1000, 'x') + "\r\n";
+  const auto head = [](int status) { return fmt::format("HTTP/1.1 {} Scripted\r\n", status); };
+  const std::string ten(10, 'x');
+  const std::string eleven(11, 'x');
+  const struct {
+    const char* name;
+    WireReply reply;
+    int status;  // 0: too large
+    std::size_t size = 0;
+    const char* said = "";
+  } cases[] = {
+      {"200 at its limit", reply(200, eleven), 200, 11},
+      {"200 beyond", reply(200, eleven + "x"), 0, 0, "(status 200) is longer than the 11 bytes"},
+      {"206 at its limit", reply(206, ten), 206, 10},
+      {"206 beyond", reply(206, eleven), 0, 0, "(status 206) is longer than the 10 bytes"},
+      {"404 at its limit", reply(404, "123456789"), 404, 9},
+      {"404 beyond", reply(404, ten), 0, 0, "(status 404) is longer than the 9 bytes"},
+      // Nothing comes behind the announcement: waiting for a byte of it would be a time-out.
+      {"announced", say(head(206) + announced).hold(), 0, 0, "(status 206)"},
+      {"endless", say(head(503) + unannounced).sendForever(chunk), 0, 0, "(status 503)"},
+      {"204 with a length", say(head(204) + announced), 204, 0},
+      {"304 with a length", say(head(304) + announced), 304, 0},
+      {"redirect", reply(302, std::string(50, 'x'), "Location: /0\r\n"), 200, 11},
+  };
+  ScriptedServer server([&cases](const WireRequest& request) {
+    return cases[std::stoul(request.target().substr(1))].reply;
+  });
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(cases[i].name);
+    const std::string url = server.url("/" + std::to_string(i));
+    HttpRequest request{HttpMethod::kGet, url, {}, {}, {}};
+    request.limits = {.success = 11, .partial = 10, .error = 9};
+    const Outcome outcome = run(std::move(request));
+    EXPECT_EQ(outcome.status(), cases[i].status) << outcome.text();
+    EXPECT_EQ(outcome.body().value_or("").size(), cases[i].size);
+    if (cases[i].status != 0) continue;
+    EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseTooLarge));
+    EXPECT_THAT(outcome.text(), testing::AllOf(testing::HasSubstr(cases[i].said),
+                                               testing::HasSubstr("(" + url + ")")));
+    EXPECT_THAT(cases[i].said,
+                testing::HasSubstr(outcome.error->userInfo()[kErrorStatusKey].textValue()));
+    // Neither the connection nor a byte is kept.
+    EXPECT_TRUE(eventually([&] { return server.endedCount() == server.connectionCount(); }));
+    EXPECT_TRUE(std::filesystem::is_empty(directory_));
+  }
 }
 
 TEST_F(CurlHttpTransportTest, KeepsCookiesToTheirHostAndObeysThePolicy) {

@@ -1,4 +1,6 @@
 #include "Platform/Network/NetworkTuning.h"
+#include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/Files.h"
 #include "tests/support/TransportFixture.h"
@@ -47,6 +49,24 @@ TEST_F(CurlTransferLifeTest, CancelEndsATransferOnceWhateverItsState) {
   EXPECT_EQ(calls_, 5);
 }
 
+TEST_F(CurlTransferLifeTest, CancelStopsTheNetworkAtOnce) {
+  // 64 MiB in pieces, slowly enough that what the server has handed out is what has arrived.
+  const std::string piece(16 * platform::tuning::kKiB, 'x');
+  ScriptedServer server([&](const WireRequest&) {
+    return WireReply()
+        .send("HTTP/1.1 206 Part\r\nContent-Length: 67108864\r\n\r\n")
+        .sendForever(piece, std::chrono::milliseconds(5));
+  });
+  auto [transfer, outcome] = start({HttpMethod::kGet, server.url("/"), {}, {}, {}});
+  ASSERT_TRUE(eventually([&] { return server.sentBytes() > 4 * piece.size(); }));
+  const std::size_t before = server.sentBytes();
+  transfer->cancel();
+  EXPECT_EQ(outcome.get().errorCode(), codeOf(HttpTransportError::kCancelled));
+  ASSERT_TRUE(eventually([&] { return server.endedCount() == 1; }));
+  EXPECT_LE(server.sentBytes() - before, 256 * platform::tuning::kKiB);
+  EXPECT_TRUE(std::filesystem::is_empty(directory_));
+}
+
 TEST_F(CurlTransferLifeTest, CancelRacingWithTheEndCompletesExactlyOnce) {
   ScriptedServer server([](const WireRequest&) { return reply(200, "x"); });
   for (int i = 0; i < 200; ++i) {
@@ -79,14 +99,30 @@ TEST_F(CurlTransferLifeTest, ShutdownEndsWhatRunsAndWhatWaitsAndRefusesTheRest) 
   EXPECT_EQ(get(server.url("/")).errorCode(), codeOf(HttpTransportError::kShutDown));
 }
 
-TEST_F(CurlTransferLifeTest, GivesUpAConnectionThatIsNotMadeInTime) {
-  // Never answers the handshake, since to it this is an HTTP request without an end.
-  ScriptedServer server([](const WireRequest&) { return reply(200, ""); });
-  configuration_.connectTimeout = std::chrono::milliseconds(200);
-  remake();
-  const Outcome outcome = get("https://127.0.0.1:" + std::to_string(server.port()) + "/");
-  EXPECT_EQ(outcome.errorCode(), 28);
-  EXPECT_THAT(outcome.text(), HasSubstr("The connection was not made in time"));
+TEST_F(CurlTransferLifeTest, GivesUpInTheTimeOfTheRequestOrElseOfTheTransport) {
+  // To it a TLS handshake is an HTTP request without an end.
+  ScriptedServer server([](const WireRequest&) { return WireReply().hold(); });
+  const std::string secure = "https://127.0.0.1:" + std::to_string(server.port()) + "/";
+  constexpr std::chrono::milliseconds kSoon(200);
+  constexpr std::chrono::milliseconds kLate(600'000);  // beyond the limit of a test
+  using Time = std::optional<std::chrono::milliseconds>;
+  const struct {
+    std::chrono::milliseconds ofTransport;
+    Time ofRequest;
+  } cases[] = {
+      {kLate, kSoon}, {kSoon, Time()}, {kSoon, Time(0)}, {kSoon, Time(std::chrono::hours(-1))}};
+  for (const auto& item : cases) {
+    configuration_.connectTimeout = configuration_.stallTimeout = item.ofTransport;
+    remake();
+    for (const bool connects : {false, true}) {
+      HttpRequest request{HttpMethod::kGet, connects ? server.url("/") : secure, {}, {}, {}};
+      request.connectTimeout = request.stallTimeout = item.ofRequest;
+      const Outcome outcome = run(std::move(request));
+      EXPECT_EQ(outcome.errorCode(), 28);
+      EXPECT_THAT(outcome.text(), HasSubstr(connects ? "No byte has moved for 0.2 s"
+                                                     : "The connection was not made in time"));
+    }
+  }
 }
 
 // ---- large bodies ----
@@ -235,6 +271,22 @@ TEST_F(CurlTransferLifeTest, TrustsOnlyConfiguredCertificatesWhateverTheEnvironm
   const Outcome outcome = get(server.url("/"));
   EXPECT_EQ(outcome.errorCode(), 77);
   EXPECT_THAT(outcome.text(), HasSubstr("missing.pem"));
+}
+
+TEST_F(CurlTransferLifeTest, WritesNoKeysOfConnectionsWhereTheEnvironmentAsksForThem) {
+  const TestCertificate certificate = makeTestCertificate(1);
+  std::ofstream(directory_ + "/ca.pem") << certificate.certificate;
+  ScriptedServer server([](const WireRequest&) { return reply(200, "{\"records\":[]}"); },
+                        certificate);
+  // libcurl asks the environment when it is first used, so this takes a process of its own.
+  ChildProcess program({.program = VARO_PROGRAM,
+                        .arguments = {"--home", directory_, "--cacert", directory_ + "/ca.pem",
+                                      "list", server.url("/services/x")},
+                        .environment = {{"SSLKEYLOGFILE", directory_ + "/keys"}},
+                        .directory = directory_});
+  program.wait();
+  ASSERT_EQ(server.requests().size(), 1U) << program.errors();
+  EXPECT_EQ(contentOf(directory_ + "/keys"), "");
 }
 
 TEST_F(CurlTransferLifeTest, TakesNoProxyFromTheEnvironment) {

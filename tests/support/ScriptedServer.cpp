@@ -196,6 +196,7 @@ void ScriptedServer::acceptAll() {
     connections_.push_back({stream, std::thread([this, stream] {
                               serve(*stream);
                               stream->interrupt();
+                              ++ended_;
                             })});
   }
 }
@@ -239,13 +240,18 @@ void ScriptedServer::serve(Stream& stream) {
 }
 
 bool ScriptedServer::play(const WireReply& reply, Stream& stream) {
+  const auto send = [&](const std::string& bytes) {
+    if (!stream.write(bytes)) return false;
+    sent_ += bytes.size();
+    return true;
+  };
   for (const WireReply::Step& step : reply.steps) {
     switch (step.kind) {
       case WireReply::Kind::kSend:
-        if (!stream.write(step.bytes)) return false;
+        if (!send(step.bytes)) return false;
         break;
       case WireReply::Kind::kSendForever:
-        while (stream.write(step.bytes)) {
+        while (send(step.bytes) && (step.time.count() == 0 || stream.wait(step.time))) {
         }
         return false;
       case WireReply::Kind::kWait:

@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "tests/support/TestCertificate.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +36,7 @@ struct WireRequest {
 struct WireReply {
   enum class Kind : std::uint8_t {
     kSend,
-    kSendForever,  // the same bytes, until the client is gone
+    kSendForever,  // the same bytes, each time after a pause, until the client is gone
     kWait,
     kHold,   // silence, until the client is gone
     kClose,  // an orderly end
@@ -49,8 +50,8 @@ struct WireReply {
   std::vector<Step> steps;
 
   WireReply& send(std::string bytes) { return add({Kind::kSend, std::move(bytes), {}}); }
-  WireReply& sendForever(std::string bytes) {
-    return add({Kind::kSendForever, std::move(bytes), {}});
+  WireReply& sendForever(std::string bytes, std::chrono::milliseconds pause = {}) {
+    return add({Kind::kSendForever, std::move(bytes), pause});
   }
   WireReply& wait(std::chrono::milliseconds time) { return add({Kind::kWait, {}, time}); }
   WireReply& hold() { return add({Kind::kHold, {}, {}}); }
@@ -85,6 +86,10 @@ class ScriptedServer {
   [[nodiscard]] std::vector<WireRequest> requests() const;
   /// Connections accepted so far.
   [[nodiscard]] std::size_t connectionCount() const;
+  /// Of those, the ones that have ended.
+  [[nodiscard]] std::size_t endedCount() const noexcept { return ended_; }
+  /// Bytes handed to the system so far, over all connections. Some may not have arrived.
+  [[nodiscard]] std::size_t sentBytes() const noexcept { return sent_; }
 
  private:
   class Stream;
@@ -95,7 +100,7 @@ class ScriptedServer {
 
   void acceptAll();
   void serve(Stream& stream);
-  [[nodiscard]] static bool play(const WireReply& reply, Stream& stream);
+  [[nodiscard]] bool play(const WireReply& reply, Stream& stream);
 
   // Constant after construction.
   const Handler handler_;
@@ -103,6 +108,8 @@ class ScriptedServer {
   int listener_ = -1;
   std::uint16_t port_ = 0;
 
+  std::atomic<std::size_t> ended_{0};
+  std::atomic<std::size_t> sent_{0};
   mutable platform::Mutex mutex_;
   std::list<Connection> connections_ VARO_GUARDED_BY(mutex_);
   std::vector<WireRequest> requests_ VARO_GUARDED_BY(mutex_);
