@@ -128,6 +128,42 @@ TEST(DeleteBackOffDeathTest, ThousandDeletesInBackOffHoldUpNothingAndFailWithThe
   });
 }
 
+TEST(DeleteBackOffDeathTest, EveryStartEndsOnceWhileAnotherThreadShutsDown) {
+  inOwnProcess([] {
+    constexpr int kThreads = 4;
+    Storage::initialize();
+    const auto transport = std::make_shared<FakeHttpTransport>();
+    platform::VRONetworkUtility::setTransport(transport);
+    platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(platform::LogLevel::kFatal);
+    transport->setHandler([](const auto&) { return answerWith(200, R"({"opstatus":0})"); });
+    std::atomic<int> started{0};
+    std::atomic<int> ended{0};
+    std::atomic<bool> enough{false};
+    const auto end = [&](const Value&) { ++ended; };
+    const Dictionary ofFile{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}};
+    {
+      std::vector<std::jthread> threads;
+      for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+          while (!enough) {
+            Storage::getFilesWithUrl(kService, {}, {}, end, end, {});
+            Storage::updateWithUrl(kService, ofFile, end, end, {});
+            Storage::deleteWithUrl(kService, "7", {}, {}, end, end, {});
+            started += 3;
+          }
+        });
+      }
+      require(eventually([&] { return started > 100; }), "operations start");
+      Runtime::shared().shutdown();
+      const int before = started;
+      require(eventually([&] { return started > before + 100; }), "and go on starting");
+      enough = true;
+    }
+    require(eventually([&] { return ended >= started; }), "each of them ends");
+    require(ended == started, "none ends twice");
+  });
+}
+
 TEST(DeleteBackOffDeathTest, EveryDeleteReportsOnceWhereverTheShutdownFindsIt) {
   inOwnProcess([] {
     GreatRandom random;

@@ -213,6 +213,47 @@ TEST_F(CancelTest, SettingsAreThoseOfTheStart) {
   }
 }
 
+/// Notes the limits of each answer.
+class LimitNotingTransport final : public HttpTransport {
+ public:
+  explicit LimitNotingTransport(std::shared_ptr<HttpTransport> transport)
+      : transport_(std::move(transport)) {}
+  std::shared_ptr<HttpTransfer> send(HttpRequest request, HttpCompletion completion) override {
+    limits.add(request.limits);
+    return transport_->send(std::move(request), std::move(completion));
+  }
+  void shutdown() override {}
+
+  CallLog<ResponseLimits> limits;
+
+ private:
+  const std::shared_ptr<HttpTransport> transport_;
+};
+
+TEST_F(CancelTest, EachRequestGoesThroughTheOperationsTransportWithLimits) {
+  constexpr std::uint64_t kMiB = 1'048'576;
+  constexpr std::uint64_t kNone = ResponseLimits::kUnlimited;
+  const std::map<std::string, std::vector<std::uint64_t>> expected{
+      {"list", {256 * kMiB}},   {"update", {kMiB}},      {"download", {256 * kMiB, kNone}},
+      {"delete", {kMiB, kMiB}}, {"abort", {kMiB, kMiB}}, {"upload", {kMiB, kMiB, kMiB, kMiB, kMiB}},
+  };
+  for (const Operation& operation : operations()) {
+    SCOPED_TRACE(operation.name);
+    const auto transport = std::make_shared<LimitNotingTransport>(transport_);
+    auto own = std::make_shared<OperationSettings>();
+    own->transport = transport;
+    operation.start({{"settings", OperationSettings::value(own)}});
+    EXPECT_EQ(awaitNext().block, "success");
+    awaitEndOfTasks();
+    std::vector<std::uint64_t> limits;
+    for (const ResponseLimits& limit : transport->limits.calls()) {
+      limits.push_back(limit.success);
+      EXPECT_EQ(limit.error, 65'536U);
+    }
+    EXPECT_EQ(limits, expected.at(operation.name));
+  }
+}
+
 /// Throws where the answer has come.
 class ThrowingTask final : public BinaryBaseTask {
  public:

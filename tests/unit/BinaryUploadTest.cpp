@@ -2,6 +2,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
 #include "Platform/Foundation/Base64.h"
 #include "tests/support/FileAdapterFixture.h"
+#include "tests/support/RecordingLog.h"
 
 #include <atomic>
 
@@ -309,6 +310,24 @@ TEST_F(UploadTest, FileThatGoesBeforeItsFirstChunkIsAFailure) {
   EXPECT_EQ(failure["localizedDescription"],
             Value("Unable to upload file - unknown error while uploading: Opening " + path_ +
                   ": No such file or directory"));
+}
+
+TEST_F(UploadTest, SettingsThatAreNotWhatTheyShouldBeAreToldUnderTheSafePolicy) {
+  writeFile(path_, "bytes");
+  serve(putToService());
+  const RecordingLog log(LogLevel::kWarning);
+  const char* warning = "Nothing reads \"chunksize\" in the options; did you mean \"chunkSize\"?";
+  for (const bool safe : {false, true}) {
+    setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+    upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, {{"chunkSize", "9M"}},
+           Dictionary{{"chunksize", 4}});
+    if (!safe) {
+      EXPECT_EQ(awaitEvents(3).back().block, "success");
+    } else {
+      EXPECT_EQ(awaitNext().value.dictionaryValue()["code"], Value("6011"));
+    }
+    EXPECT_EQ(log->count(LogLevel::kWarning, warning), safe ? 1 : 0);
+  }
 }
 
 TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
