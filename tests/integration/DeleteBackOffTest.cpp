@@ -135,7 +135,21 @@ TEST(DeleteBackOffDeathTest, EveryStartEndsOnceWhileAnotherThreadShutsDown) {
     const auto transport = std::make_shared<FakeHttpTransport>();
     platform::VRONetworkUtility::setTransport(transport);
     platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(platform::LogLevel::kFatal);
-    transport->setHandler([](const auto&) { return answerWith(200, R"({"opstatus":0})"); });
+    // A failed look-up is one end there.
+    setTransferPolicy(TransferPolicy::kSafe);
+    const std::string where = R"({\"domain\":\"#middlewaredomain\",\"relativepath\":\"/b\",)"
+                              R"(\"uploadMode\":\"binary\",\"method\":\"put\"})";
+    const std::string answer = R"({"opstatus":0,"upload_template":")" + where +
+                               R"(","records":[{"file_name":"a","download_template":")" + where +
+                               R"("}]})";
+    transport->setHandler([answer](const auto&) { return answerWith(200, answer); });
+    const TemporaryDirectory home;
+    platform::UserDirectories::install(platform::UserDirectories::below(home.path()));
+    const Dictionary upload{{"headers", Dictionary{}},
+                            {"metadata", Dictionary{{"file_name", "a"}}},
+                            {"file", Dictionary{{"rawBytes", Data::fromBytes("bytes")}}},
+                            {"chunkSize", 2}};
+    std::atomic<int> files{0};
     std::atomic<int> started{0};
     std::atomic<int> ended{0};
     std::atomic<bool> enough{false};
@@ -149,7 +163,13 @@ TEST(DeleteBackOffDeathTest, EveryStartEndsOnceWhileAnotherThreadShutsDown) {
             Storage::getFilesWithUrl(kService, {}, {}, end, end, {});
             Storage::updateWithUrl(kService, ofFile, end, end, {});
             Storage::deleteWithUrl(kService, "7", {}, {}, end, end, {});
-            started += 3;
+            Storage::uploadBinaryWithUrl(kService, {}, upload, end, end, {}, {});
+            const std::string file = std::to_string(++files);
+            Storage::downloadWithURL(
+                kService,
+                Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", file}}}},
+                end, end, {}, {});
+            started += 5;
           }
         });
       }
