@@ -35,6 +35,12 @@ void addExtension(X509* certificate, int kind, const char* value) {
   require(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1);
 }
 
+std::string textOf(const Sink& sink) {
+  char* bytes = nullptr;
+  const long size = BIO_get_mem_data(sink.get(), &bytes);
+  return {bytes, static_cast<std::size_t>(size)};
+}
+
 }  // namespace
 
 TestCertificate makeTestCertificate(int daysValid) {
@@ -61,9 +67,10 @@ TestCertificate makeTestCertificate(int daysValid) {
 
   const Sink pem(BIO_new(BIO_s_mem()));
   require(PEM_write_bio_X509(pem.get(), x509) == 1);
-  char* bytes = nullptr;
-  const long size = BIO_get_mem_data(pem.get(), &bytes);
-  return {{bytes, static_cast<std::size_t>(size)}, server};
+  const Sink keyPem(BIO_new(BIO_s_mem()));
+  require(PEM_write_bio_PrivateKey(keyPem.get(), key.get(), nullptr, nullptr, 0, nullptr,
+                                   nullptr) == 1);
+  return {textOf(pem), textOf(keyPem), server};
 }
 
 }  // namespace varo::test
