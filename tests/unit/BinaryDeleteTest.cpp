@@ -46,6 +46,7 @@ class DeleteTest : public test::FileAdapterFixture {
     ASSERT_EQ(errors->size(), 1U);
     EXPECT_EQ((*errors)[0].error()->domain(), domain);
     EXPECT_EQ((*errors)[0].error()->code(), code);
+    EXPECT_EQ(info["underlyingError"], (*errors)[0]);
   }
 
   const std::string kFiles = std::string(kUrl) + "/objects/File";

@@ -97,7 +97,8 @@ class BinaryBaseTask : public platform::VSTask {
       const platform::Value& value);
 
   // Owned by the run of the task.
-  OperationSettings::Ptr settings_ = OperationSettings::of({});
+  /// Set by `takeInput`, not null from then on.
+  OperationSettings::Ptr settings_;
   std::optional<std::string> url_;
   std::optional<std::string> filters_;
   std::shared_ptr<BinaryCallback> binaryCallback_;

@@ -27,6 +27,7 @@ class PollingTask;
 class BinaryDeleteTask final : public BinaryBaseTask {
  public:
   /// `random` and `sleeper` are for the waits between status requests and must outlive the task.
+  /// `error` is the base's: logged where it is set.
   explicit BinaryDeleteTask(platform::Random& random = platform::Random::system(),
                             platform::Sleeper& sleeper = platform::Sleeper::shared(),
                             platform::ErrorPtr error = nullptr);

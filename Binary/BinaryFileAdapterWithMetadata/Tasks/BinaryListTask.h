@@ -15,7 +15,7 @@ namespace varo::binary {
 class BinaryListTask final : public BinaryBaseTask {
  public:
   /// True: the output is the caller's result and goes to the success block. False: it is left, with
-  /// "options", for the task that comes next.
+  /// "options", for the task that comes next. `error` is the base's: logged where it is set.
   explicit BinaryListTask(bool invokeCallbackOnSuccess, platform::ErrorPtr error = nullptr);
 
   void execute() override;

@@ -12,6 +12,7 @@ namespace varo::binary {
 /// sent.
 class BinaryUpdaterTask final : public BinaryBaseTask {
  public:
+  /// `error` is the base's: logged where it is set.
   explicit BinaryUpdaterTask(platform::ErrorPtr error = nullptr);
 
   void execute() override;
