@@ -25,13 +25,15 @@ Result<Dictionary> requireObject(Result<Value> parsed) {
 }  // namespace
 
 std::optional<Dictionary> VROCommonUtility::getDictionaryFromJSONString(std::string_view json,
-                                                                        ErrorPtr* error) {
-  return valueOrError(requireObject(json::parse(json)), error);
+                                                                        ErrorPtr* error,
+                                                                        const JsonLimits& limits) {
+  return valueOrError(requireObject(json::parse(json, limits)), error);
 }
 
 std::optional<Dictionary> VROCommonUtility::getDictionaryFromJSONData(const Data& json,
-                                                                      ErrorPtr* error) {
-  return valueOrError(requireObject(json::parse(json)), error);
+                                                                      ErrorPtr* error,
+                                                                      const JsonLimits& limits) {
+  return valueOrError(requireObject(json::parse(json, limits)), error);
 }
 
 std::optional<std::string> VROCommonUtility::getJSONStringFromNSDictionary(

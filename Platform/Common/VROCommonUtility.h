@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/JsonLimits.h"
 #include "Platform/Foundation/Value.h"
 
 #include <optional>
@@ -15,12 +16,12 @@ class VROCommonUtility {
   VROCommonUtility() = delete;
 
   /// The object that is the whole of `json`. None, with `error` set unless it is null, when the
-  /// text is not JSON or its top level is not an object.
-  [[nodiscard]] static std::optional<Dictionary> getDictionaryFromJSONString(std::string_view json,
-                                                                             ErrorPtr* error);
+  /// text is not JSON, its top level is not an object, or it goes beyond `limits`.
+  [[nodiscard]] static std::optional<Dictionary> getDictionaryFromJSONString(
+      std::string_view json, ErrorPtr* error, const JsonLimits& limits = kListJsonLimits);
   /// The same of bytes, which are read piece by piece.
-  [[nodiscard]] static std::optional<Dictionary> getDictionaryFromJSONData(const Data& json,
-                                                                           ErrorPtr* error);
+  [[nodiscard]] static std::optional<Dictionary> getDictionaryFromJSONData(
+      const Data& json, ErrorPtr* error, const JsonLimits& limits = kListJsonLimits);
 
   /// Compact JSON. None, with `error` set unless it is null, when an entry has no JSON form: bytes,
   /// errors, shared objects, numbers that are not finite, text that is not UTF-8.

@@ -158,10 +158,10 @@ Result<sqlite3_stmt*> DatabaseConnection::prepareLocked(const std::string& sql) 
   const int code =
       sqlite3_prepare_v3(database_.get(), sql.c_str(), static_cast<int>(sql.size() + 1),
                          SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  std::unique_ptr<sqlite3_stmt, Finalize> owned(statement);
   if (code != SQLITE_OK) return errorLocked(code);
   if (prepared_.size() == tuning::kMaxPreparedStatements) prepared_.pop_back();
-  Prepared prepared{sql, {}};
-  prepared.handle.reset(statement);
+  Prepared prepared{sql, std::move(owned)};
   prepared_.insert(prepared_.begin(), std::move(prepared));
   return statement;
 }
@@ -185,6 +185,9 @@ Result<StatementOutcome> DatabaseConnection::executeLocked(const VROPreparedStat
   }
   if (code != SQLITE_DONE) return errorLocked(code);
   outcome.rows = Array(std::move(rows));
+  // A select leaves the number of the statement before it.
+  outcome.changedRows =
+      sqlite3_stmt_readonly(*prepared) != 0 ? 0 : sqlite3_changes64(database_.get());
   outcome.insertedRow = sqlite3_last_insert_rowid(database_.get());
   return outcome;
 }

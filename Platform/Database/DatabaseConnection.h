@@ -23,6 +23,8 @@ struct StatementOutcome {
   Array rows;
   /// An insert's row id; 0 where it has none (a table without row ids, a view).
   std::int64_t insertedRow = 0;
+  /// Rows inserted, updated or deleted; those that triggers have changed are not counted.
+  std::int64_t changedRows = 0;
 };
 
 /// A connection to the database under one path, open only while it is used, with its prepared

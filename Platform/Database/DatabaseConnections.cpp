@@ -4,8 +4,8 @@
 #include "Platform/Foundation/Runtime.h"
 
 #include <algorithm>
+#include <exception>
 #include <iterator>
-#include <system_error>
 #include <utility>
 
 namespace varo::platform {
@@ -64,8 +64,9 @@ void DatabaseConnections::closeLater() {
   };
   try {
     Runtime::shared().timers().after(tuning::kIdleConnection, close);
-  } catch (const std::system_error&) {
-    // No thread to be had: the connections stay open until the next statement's timer.
+  } catch (const std::exception&) {
+    // No thread or no memory to be had, which is no fault of the statement: the connections stay
+    // open until the next statement's timer.
     const MutexLock lock(mutex_);
     timerRuns_ = false;
   }

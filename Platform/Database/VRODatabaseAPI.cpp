@@ -65,8 +65,12 @@ std::optional<Array> VRODatabaseAPI::executeSelectPreparedStatement(
 }
 
 bool VRODatabaseAPI::executePreparedStatement(const VROPreparedStatement& statement,
-                                              ErrorPtr* error) const {
-  return succeeded(DatabaseConnections::shared().execute(path_, statement, busyTimeout_), error);
+                                              ErrorPtr* error, std::int64_t* changedRows) const {
+  const Result<StatementOutcome> outcome =
+      DatabaseConnections::shared().execute(path_, statement, busyTimeout_);
+  if (!succeeded(outcome, error)) return false;
+  if (changedRows != nullptr) *changedRows = outcome->changedRows;
+  return true;
 }
 
 }  // namespace varo::platform

@@ -47,8 +47,10 @@ class VRODatabaseAPI {
   /// integer, a real number or a text as such. None on failure.
   [[nodiscard]] std::optional<Array> executeSelectPreparedStatement(
       const VROPreparedStatement& statement, ErrorPtr* error) const;
-  /// Whether it succeeded.
-  bool executePreparedStatement(const VROPreparedStatement& statement, ErrorPtr* error) const;
+  /// Whether it succeeded: then it is committed. `changedRows` becomes, unless it is null, how many
+  /// rows it has inserted, updated or deleted: 0 where no row matches or a trigger ignores them.
+  bool executePreparedStatement(const VROPreparedStatement& statement, ErrorPtr* error,
+                                std::int64_t* changedRows = nullptr) const;
 
  private:
   struct Badge {};

@@ -15,8 +15,9 @@ enum class StatementBuilderType : int { kInsert = 0, kSelect = 1, kUpdate = 2, k
 /// Collects columns and values, and makes the statement. Every value becomes a parameter and every
 /// name a quoted identifier, so neither can say anything in SQL. Not thread-safe.
 ///
-/// A missing or null value is SQL's NULL, a boolean 0 or 1, bytes a BLOB (of at most 16 MiB).
-/// Arrays, dictionaries, errors, shared objects and NaN have no SQL form.
+/// A missing or null value is SQL's NULL, a boolean 0 or 1, bytes a BLOB (of at most 16 MiB), a
+/// whole number beyond 64 bits the text of its digits. Arrays, dictionaries, errors, shared objects
+/// and NaN have no SQL form.
 class VROPreparedStatementBuilder {
  public:
   using Pairs = std::vector<DictionaryEntry>;

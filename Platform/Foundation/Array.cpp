@@ -8,7 +8,9 @@ namespace varo::platform {
 
 Array::Array() noexcept = default;
 Array::Array(std::initializer_list<Value> values) : Array(std::vector<Value>(values)) {}
-Array::Array(std::vector<Value> values) { storage_.write() = std::move(values); }
+Array::Array(std::vector<Value> values) {
+  if (!values.empty()) storage_.write() = std::move(values);
+}
 Array::Array(const Array&) noexcept = default;
 Array::Array(Array&&) noexcept = default;
 Array& Array::operator=(const Array&) noexcept = default;

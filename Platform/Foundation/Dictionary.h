@@ -17,8 +17,9 @@ struct DictionaryStorage;
 /// A map from text keys to values that enumerates its entries in the order of insertion.
 ///
 /// Setting an existing key keeps its place. A dictionary never holds a missing value: setting one
-/// removes the key. Copies share their storage until one of them is changed. Looking up a key is
-/// linear in small dictionaries and constant on average in large ones.
+/// removes the key. Copies share their storage until one of them is changed. Looking up or setting
+/// a key is linear in small dictionaries and constant on average in large ones, whoever chooses the
+/// keys; removing one is linear. A change that there is no memory for throws and changes nothing.
 ///
 /// Not thread-safe as one instance; copies may be used on different threads.
 class Dictionary {

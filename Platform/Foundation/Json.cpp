@@ -29,6 +29,10 @@ class ValueBuilder {
   static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
   static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
 
+  explicit ValueBuilder(std::uint64_t maxValues) : left_(maxValues) {}
+
+  /// Whether there are more values than allowed: why an event has been refused.
+  [[nodiscard]] bool hasTooMany() const noexcept { return hasTooMany_; }
   [[nodiscard]] Value takeRoot() noexcept { return std::move(root_); }
 
   bool on_document_begin(error_code& /*error*/) { return true; }
@@ -36,25 +40,23 @@ class ValueBuilder {
 
   bool on_object_begin(error_code& /*error*/) {
     Frame& frame = push(true);
-    frame.entries.reserve(frame.lastEntries);
+    frame.entries.reserve(std::min(frame.lastEntries, kMaxReserved));
     return true;
   }
-  bool on_object_end(std::size_t /*size*/, error_code& /*error*/) {
+  bool on_object_end(std::size_t /*size*/, error_code& error) {
     Frame& frame = frames_[--depth_];
     frame.lastEntries = frame.entries.size();
-    add(Dictionary(std::exchange(frame.entries, {})));
-    return true;
+    return add(Dictionary(std::exchange(frame.entries, {})), error);
   }
   bool on_array_begin(error_code& /*error*/) {
     Frame& frame = push(false);
-    frame.elements.reserve(frame.lastElements);
+    frame.elements.reserve(std::min(frame.lastElements, kMaxReserved));
     return true;
   }
-  bool on_array_end(std::size_t /*size*/, error_code& /*error*/) {
+  bool on_array_end(std::size_t /*size*/, error_code& error) {
     Frame& frame = frames_[--depth_];
     frame.lastElements = frame.elements.size();
-    add(Array(std::exchange(frame.elements, {})));
-    return true;
+    return add(Array(std::exchange(frame.elements, {})), error);
   }
 
   bool on_key_part(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
@@ -69,30 +71,26 @@ class ValueBuilder {
     text_ += part;
     return true;
   }
-  bool on_string(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
-    add(takeText(part));
-    return true;
+  bool on_string(std::string_view part, std::size_t /*size*/, error_code& error) {
+    return add(takeText(part), error);
   }
 
   bool on_number_part(std::string_view part, error_code& /*error*/) {
     text_ += part;
     return true;
   }
-  bool on_int64(std::int64_t number, std::string_view /*part*/, error_code& /*error*/) {
+  bool on_int64(std::int64_t number, std::string_view /*part*/, error_code& error) {
     text_.clear();
-    add(number);
-    return true;
+    return add(number, error);
   }
-  bool on_uint64(std::uint64_t /*number*/, std::string_view part, error_code& /*error*/) {
-    add(Value::wholeNumber(takeText(part)));
-    return true;
+  bool on_uint64(std::uint64_t /*number*/, std::string_view part, error_code& error) {
+    return add(Value::wholeNumber(takeText(part)), error);
   }
   bool on_double(double approximation, std::string_view part, error_code& error) {
     // The parser's own conversion is off by some units in the last place.
     const std::string digits = takeText(part);
     if (digits.find_first_of(".eE") == std::string::npos) {
-      add(Value::wholeNumber(digits));
-      return true;
+      return add(Value::wholeNumber(digits), error);
     }
     double number = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
@@ -100,21 +98,16 @@ class ValueBuilder {
       error = boost::json::error::exponent_overflow;
       return false;
     }
-    add(number);
-    return true;
+    return add(number, error);
   }
-  bool on_bool(bool flag, error_code& /*error*/) {
-    add(flag);
-    return true;
-  }
-  bool on_null(error_code& /*error*/) {
-    add(nullptr);
-    return true;
-  }
+  bool on_bool(bool flag, error_code& error) { return add(flag, error); }
+  bool on_null(error_code& error) { return add(nullptr, error); }
   bool on_comment_part(std::string_view /*part*/, error_code& /*error*/) { return true; }
   bool on_comment(std::string_view /*part*/, error_code& /*error*/) { return true; }
 
  private:
+  /// More is not reserved for a container on the word of its sibling.
+  static constexpr std::size_t kMaxReserved = 64;
   struct Frame {
     bool isObject = false;
     std::vector<DictionaryEntry> entries;
@@ -132,11 +125,17 @@ class ValueBuilder {
     return frame;
   }
 
+  /// False, with `error` set, for a value too many.
   template <typename T>
-  void add(T&& value) {
+  bool add(T&& value, error_code& error) {
+    if (left_-- == 0) {
+      hasTooMany_ = true;
+      error = boost::json::error::array_too_large;
+      return false;
+    }
     if (depth_ == 0) {
       root_ = Value(std::forward<T>(value));
-      return;
+      return true;
     }
     Frame& frame = frames_[depth_ - 1];
     if (frame.isObject) {
@@ -144,6 +143,7 @@ class ValueBuilder {
     } else {
       frame.elements.emplace_back(std::forward<T>(value));
     }
+    return true;
   }
 
   /// The text that ends with `part`, after the parts that came before it.
@@ -153,6 +153,8 @@ class ValueBuilder {
     return std::exchange(text_, {});
   }
 
+  std::uint64_t left_;  // values that may still come
+  bool hasTooMany_ = false;
   Value root_;
   std::vector<Frame> frames_;
   std::size_t depth_ = 0;  // open containers; deeper frames are kept for their sizes
@@ -161,7 +163,8 @@ class ValueBuilder {
 
 class Parser {
  public:
-  Parser() : parser_(options()) {}
+  explicit Parser(const JsonLimits& limits)
+      : limits_(limits), parser_(options(limits), limits.values) {}
 
   /// Takes the next bytes; `more` says whether others follow.
   [[nodiscard]] Result<void> feed(std::string_view bytes, bool more) {
@@ -174,23 +177,45 @@ class Parser {
     if (!failure && used < bytes.size()) failure = boost::json::error::extra_data;
     position_ += used;
     if (!failure) return {};
-    const bool tooDeep = failure == boost::json::error::too_deep;
-    return Error::make(kErrorDomain, tooDeep ? kTooDeep : kNotJson,
-                       fmt::format("Not JSON at byte {}: {}", position_, failure.message()));
+    return errorOf(failure);
   }
 
   [[nodiscard]] Value takeRoot() noexcept { return parser_.handler().takeRoot(); }
 
  private:
-  static boost::json::parse_options options() {
+  static boost::json::parse_options options(const JsonLimits& limits) {
     boost::json::parse_options options;
-    options.max_depth = kMaxDepth;
+    options.max_depth = std::min(limits.depth, kMaxDepth);
     return options;
   }
 
+  [[nodiscard]] ErrorPtr errorOf(const error_code& failure) const {
+    if (failure == boost::json::error::too_deep) {
+      return Error::make(kErrorDomain, kTooDeep,
+                         fmt::format("The JSON nests deeper at byte {}: the limit is {} levels",
+                                     position_, std::min(limits_.depth, kMaxDepth)));
+    }
+    if (parser_.handler().hasTooMany()) {
+      return Error::make(kErrorDomain, kTooManyValues,
+                         fmt::format("The JSON has more values at byte {}: the limit is {} values",
+                                     position_, limits_.values));
+    }
+    return Error::make(kErrorDomain, kNotJson,
+                       fmt::format("Not JSON at byte {}: {}", position_, failure.message()));
+  }
+
+  const JsonLimits limits_;
   boost::json::basic_parser<ValueBuilder> parser_;
   std::uint64_t position_ = 0;
 };
+
+/// Null where the length is allowed.
+ErrorPtr errorOfLength(std::uint64_t bytes, const JsonLimits& limits) {
+  if (bytes <= limits.bytes) return nullptr;
+  return Error::make(
+      kErrorDomain, kTooManyBytes,
+      fmt::format("The JSON has {} bytes: the limit is {} bytes", bytes, limits.bytes));
+}
 
 ErrorPtr noJsonForm(std::string_view what) {
   return Error::make(kErrorDomain, kNoJsonForm, fmt::format("No JSON form: {}", what));
@@ -314,15 +339,17 @@ class Serializer {
 
 }  // namespace
 
-Result<Value> parse(std::string_view text) {
-  Parser parser;
+Result<Value> parse(std::string_view text, const JsonLimits& limits) {
+  if (ErrorPtr tooLong = errorOfLength(text.size(), limits)) return tooLong;
+  Parser parser(limits);
   if (const auto fed = parser.feed(text, false); !fed) return fed.error();
   return parser.takeRoot();
 }
 
-Result<Value> parse(const Data& data) {
-  if (const auto bytes = data.memory()) return parse(*bytes);
-  Parser parser;
+Result<Value> parse(const Data& data, const JsonLimits& limits) {
+  if (const auto bytes = data.memory()) return parse(*bytes, limits);
+  if (ErrorPtr tooLong = errorOfLength(data.size(), limits)) return tooLong;
+  Parser parser(limits);
   const auto fed =
       data.forEachPiece([&parser](std::string_view piece) { return parser.feed(piece, true); });
   if (!fed) return fed.error();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/JsonLimits.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
@@ -18,17 +19,20 @@ inline constexpr std::int64_t kTooDeep = 2;
 inline constexpr std::int64_t kNoJsonForm = 3;
 /// Another type at the top level where only an object will do.
 inline constexpr std::int64_t kNotAnObject = 4;
+/// More values or bytes than the limit; the text names it.
+inline constexpr std::int64_t kTooManyValues = 5;
+inline constexpr std::int64_t kTooManyBytes = 6;
 /// Deeper nesting than this is an error, in both directions.
-inline constexpr std::size_t kMaxDepth = 256;
+inline constexpr std::size_t kMaxDepth = JsonLimits{}.depth;
 
 /// The value that is the whole of `text` (RFC 8259, any type at the top level). Of keys that occur
 /// twice the last wins. Whole numbers keep all their digits (`Value::wholeNumber`), others become
 /// the nearest double; one beyond the doubles is an error. A byte order mark at the start is
 /// skipped.
-[[nodiscard]] Result<Value> parse(std::string_view text);
+[[nodiscard]] Result<Value> parse(std::string_view text, const JsonLimits& limits = {});
 /// The same of bytes, which are read piece by piece. Bytes that cannot be read are an error of
 /// `Data::read`.
-[[nodiscard]] Result<Value> parse(const Data& data);
+[[nodiscard]] Result<Value> parse(const Data& data, const JsonLimits& limits = {});
 
 /// Compact JSON (RFC 8259). Fails on what has no JSON form: missing values inside arrays, bytes,
 /// errors, shared objects, numbers that are not finite, text that is not UTF-8.

@@ -52,7 +52,9 @@ void Runtime::endWaits() {
     shutDown_ = true;
     steps.swap(steps_);
   }
-  std::for_each(steps.rbegin(), steps.rend(), [](const auto& step) { step(); });
+  std::for_each(steps.rbegin(), steps.rend(), [](const auto& step) {
+    ThreadPool::runHere(step);
+  });  // one that throws ends no other
   timers_.shutdown();
 }
 

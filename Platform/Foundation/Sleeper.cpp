@@ -5,20 +5,15 @@
 #include <utility>
 
 namespace varo::platform {
-namespace {
-
-class TimerSleeper final : public Sleeper {
- public:
-  void wakeAfter(std::chrono::milliseconds delay, TimerQueue::Job wake) override {
-    Runtime::shared().timers().after(delay, std::move(wake));
-  }
-};
-
-}  // namespace
 
 Sleeper& Sleeper::shared() {
-  static auto& instance = *new TimerSleeper();  // loops may sleep until the very end
+  // Never destroyed: loops may sleep until the very end.
+  static auto& instance = *new TimerSleeper(Runtime::shared().timers());
   return instance;
+}
+
+void TimerSleeper::wakeAfter(std::chrono::milliseconds delay, TimerQueue::Job wake) {
+  timers_.after(delay, std::move(wake));
 }
 
 }  // namespace varo::platform

@@ -1,35 +1,37 @@
 #include "Platform/Foundation/ThreadPool.h"
 
+#include "Platform/Foundation/Clock.h"
+#include "Platform/Foundation/LinkedQueue.h"
 #include "Platform/Foundation/Mutex.h"
-#include "Platform/Foundation/TimerQueue.h"
+#include "Platform/Foundation/Sleeper.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
-#include <deque>
 #include <exception>
+#include <list>
+#include <optional>
 #include <thread>
-#include <vector>
+#include <utility>
 
 namespace varo::platform {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Steady = std::chrono::steady_clock;
 
-/// Every thread busy and no job taken for this long means that jobs block: time for another thread.
-/// Long enough that jobs which only compute do not grow the pool, short for a person.
+/// A thread that has been at one job for this long is taken for blocked, and as often the pool
+/// looks whether jobs wait. Long enough that most jobs which only compute do not count, short for a
+/// person.
 constexpr std::chrono::milliseconds kStallWindow{50};
-/// Threads added at each such moment, so that many blocked jobs are not paid for one by one.
-constexpr std::size_t kGrowthStep = 4;
 /// A thread beyond the core that has been idle for this long leaves.
 constexpr std::chrono::seconds kSurplusIdleTime{5};
 /// How long jobs of a pool that shuts down may go on posting.
 constexpr std::chrono::seconds kShutdownGrace{2};
 
-void runJob(const ThreadPool::Job& job) noexcept {
+template <typename Callable>
+void runReporting(const Callable& callable) noexcept {
   try {
-    job();
+    callable();
   } catch (const std::exception& exception) {
     std::fprintf(stderr, "varo: a job threw: %s\n", exception.what());
   } catch (...) {
@@ -37,20 +39,26 @@ void runJob(const ThreadPool::Job& job) noexcept {
   }
 }
 
+struct JobWork final : ThreadPool::Work {
+  void run() override { job(); }
+  ThreadPool::Job job;
+};
+
 }  // namespace
 
 /// Shared by the pool, its threads and its timer job, whichever lives longest.
 class ThreadPool::State : public std::enable_shared_from_this<State> {
  public:
-  State(Options options, TimerQueue& timers) : options_(std::move(options)), timers_(timers) {}
+  State(Options options, std::shared_ptr<Sleeper> waits, const Clock& clock)
+      : options_(std::move(options)), waits_(std::move(waits)), clock_(clock) {}
 
-  bool post(Job&& job) {
+  /// False, with nothing queued, where the pool refuses it. Needs no memory.
+  [[nodiscard]] bool post(const std::shared_ptr<Work>& work) noexcept {
     bool wake = false;
     bool armMonitor = false;
     {
       const MutexLock lock(mutex_);
       if (refusesLocked()) return false;
-      jobs_.push_back(std::move(job));
       if (idle_ > 0) {
         // One wake-up a job: a thread that has been woken no longer counts as idle.
         --idle_;
@@ -59,17 +67,14 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
       } else if (threadCount_ < options_.coreThreads && addThreadLocked()) {
         // The new thread takes the job.
       } else if (threadCount_ == 0) {
-        // Nobody would ever take it.
-        job = std::move(jobs_.back());
-        jobs_.pop_back();
-        return false;
-      } else if (!monitored_) {
-        monitored_ = armMonitor = true;
-        takenAtLastCheck_ = taken_;
+        return false;  // nobody would ever take it
+      } else {
+        armMonitor = !std::exchange(monitored_, true);
       }
+      work_.push(work);
     }
     // Outside the lock, which the woken thread needs at once.
-    if (wake) work_.notifyOne();
+    if (wake) changed_.notifyOne();
     if (armMonitor) scheduleCheck();
     return true;
   }
@@ -79,22 +84,22 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
       const MutexLock lock(mutex_);
       if (!closing_) {
         closing_ = true;
-        postsEnd_ = Clock::now() + kShutdownGrace;
+        postsEnd_ = Steady::now() + kShutdownGrace;
       }
     }
     if (currentPool == this) return;
     const MutexLock joinLock(joinMutex_);
-    std::vector<std::thread> threads;
+    std::list<Worker> workers;
     {
       const MutexLock lock(mutex_);
-      while (!jobs_.empty() || busy_ > 0) idleAgain_.wait(mutex_);
+      while (!work_.empty() || busy_ > 0) idleAgain_.wait(mutex_);
       closed_ = true;
       wakeUps_ += idle_;
       idle_ = 0;
-      work_.notifyAll();
-      threads.swap(threads_);
+      changed_.notifyAll();
+      workers.swap(workers_);
     }
-    for (std::thread& thread : threads) thread.join();
+    for (Worker& worker : workers) worker.thread.join();
   }
 
   [[nodiscard]] std::size_t threadCount() {
@@ -106,16 +111,32 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   static thread_local State* currentPool;
 
  private:
+  /// One thread. Guarded by `mutex_`, except that joining needs no lock.
+  struct Worker {
+    std::thread thread;
+    /// Since when it has been at its job; none between two.
+    std::optional<Steady::time_point> busySince;
+    /// It is about to end, and is joined when the next thread is added: so a long life does not
+    /// collect threads that have left.
+    bool hasLeft = false;
+  };
+
   [[nodiscard]] bool refusesLocked() const VARO_REQUIRES(mutex_) {
     if (closed_) return true;
-    return closing_ && (currentPool != this || Clock::now() > postsEnd_);
+    return closing_ && (currentPool != this || Steady::now() > postsEnd_);
   }
 
-  /// False where the system has no more threads to give; the monitor tries again.
-  bool addThreadLocked() VARO_REQUIRES(mutex_) {
+  /// False where the system has no more threads or memory to give; the monitor tries again.
+  bool addThreadLocked() noexcept VARO_REQUIRES(mutex_) {
     joinLeaversLocked();
     try {
-      threads_.emplace_back([self = shared_from_this()] { self->run(); });
+      Worker& worker = workers_.emplace_back();
+      try {
+        worker.thread = std::thread([self = shared_from_this(), &worker] { self->run(worker); });
+      } catch (const std::exception&) {
+        workers_.pop_back();
+        return false;
+      }
     } catch (const std::exception&) {
       return false;
     }
@@ -125,134 +146,157 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
   }
 
   void joinLeaversLocked() VARO_REQUIRES(mutex_) {
-    for (auto it = threads_.begin(); it != threads_.end();) {
-      const auto leaver = std::find(leavers_.begin(), leavers_.end(), it->get_id());
-      if (leaver == leavers_.end()) {
+    for (auto it = workers_.begin(); it != workers_.end();) {
+      if (!it->hasLeft) {
         ++it;
         continue;
       }
-      leavers_.erase(leaver);
-      it->join();
-      it = threads_.erase(it);
+      it->thread.join();
+      it = workers_.erase(it);
     }
   }
 
-  void run() {
+  void run(Worker& worker) noexcept {
     currentPool = this;
     while (true) {
-      Job job;
+      std::shared_ptr<Work> work;
       {
         const MutexLock lock(mutex_);
-        if (jobs_.empty() && !waitForWorkLocked()) break;
-        if (jobs_.empty()) continue;
-        job = std::move(jobs_.front());
-        jobs_.pop_front();
-        ++taken_;
+        worker.busySince.reset();
+        if (work_.empty() && !waitForWorkLocked(worker)) break;
+        if (work_.empty()) continue;
+        work = work_.pop();
+        worker.busySince = clock_.steadyNow();
       }
-      runJob(job);
+      runReporting([&work] { work->run(); });
     }
     currentPool = nullptr;
   }
 
   /// Waits as an idle thread. False when this thread is to leave; it is no longer busy then.
-  bool waitForWorkLocked() VARO_REQUIRES(mutex_) {
+  bool waitForWorkLocked(Worker& worker) VARO_REQUIRES(mutex_) {
     --busy_;
     if (busy_ == 0) idleAgain_.notifyAll();
-    if (closed_) return leaveLocked();
+    if (closed_) return leaveLocked(worker);
     ++idle_;
-    const Clock::time_point surplusAt = Clock::now() + kSurplusIdleTime;
+    const Steady::time_point surplusAt = Steady::now() + kSurplusIdleTime;
     while (wakeUps_ == 0) {
       if (threadCount_ <= options_.coreThreads) {
-        work_.wait(mutex_);
-      } else if (work_.waitUntil(mutex_, surplusAt) == std::cv_status::timeout && wakeUps_ == 0 &&
-                 threadCount_ > options_.coreThreads) {
+        changed_.wait(mutex_);
+      } else if (changed_.waitUntil(mutex_, surplusAt) == std::cv_status::timeout &&
+                 wakeUps_ == 0 && threadCount_ > options_.coreThreads) {
         --idle_;
-        return leaveLocked();
+        return leaveLocked(worker);
       }
     }
     --wakeUps_;
-    if (closed_) return leaveLocked();
+    if (closed_) return leaveLocked(worker);
     ++busy_;
     return true;
   }
 
-  bool leaveLocked() VARO_REQUIRES(mutex_) {
+  bool leaveLocked(Worker& worker) VARO_REQUIRES(mutex_) {
     --threadCount_;
-    leavers_.push_back(std::this_thread::get_id());
+    worker.hasLeft = true;
     return false;
   }
 
-  void scheduleCheck() {
+  void scheduleCheck() noexcept {
     try {
-      timers_.after(kStallWindow, [weak = weak_from_this()](TimerQueue::Reason reason) {
+      waits_->wakeAfter(kStallWindow, [weak = weak_from_this()](TimerQueue::Reason reason) {
         const auto self = weak.lock();
         if (self != nullptr && reason == TimerQueue::Reason::kDue) self->check();
       });
     } catch (const std::exception&) {
-      // No thread for the timers either: the threads that there are go on, and a later post tries
-      // again.
+      // No memory or thread for the wait: a thread more at once, if there is one to be had, and a
+      // later post tries again.
       const MutexLock lock(mutex_);
       monitored_ = false;
+      if (!work_.empty() && idle_ == 0 && threadCount_ < options_.maxThreads) addThreadLocked();
     }
   }
 
-  /// Adds threads when the busy ones have taken no job since the last check.
-  void check() {
+  void check() noexcept {
     {
       const MutexLock lock(mutex_);
-      monitored_ = !jobs_.empty() && !closed_;
+      monitored_ = !work_.empty() && !closed_;
       if (!monitored_) return;
-      if (taken_ == takenAtLastCheck_ && idle_ == 0) {
-        for (std::size_t i = 0; i < kGrowthStep && i < jobs_.size(); ++i) {
-          if (threadCount_ < options_.maxThreads && !addThreadLocked()) break;
-        }
-      }
-      takenAtLastCheck_ = taken_;
+      if (idle_ == 0) growLocked();
     }
     scheduleCheck();
   }
 
+  /// Jobs wait: adds threads until `coreThreads` are not blocked.
+  void growLocked() noexcept VARO_REQUIRES(mutex_) {
+    const Steady::time_point blockedBefore = clock_.steadyNow() - kStallWindow;
+    const auto blocked = static_cast<std::size_t>(
+        std::count_if(workers_.begin(), workers_.end(), [blockedBefore](const Worker& worker) {
+          return worker.busySince && *worker.busySince <= blockedBefore;
+        }));
+    const std::size_t wanted = std::min(blocked + options_.coreThreads, options_.maxThreads);
+    for (std::size_t waiting = work_.size(); waiting > 0 && threadCount_ < wanted; --waiting) {
+      if (!addThreadLocked()) break;
+    }
+  }
+
   const Options options_;
-  TimerQueue& timers_;
+  const std::shared_ptr<Sleeper> waits_;
+  const Clock& clock_;
 
   /// Makes concurrent calls of `shutdown` wait for each other; the pool's threads never take it.
   Mutex joinMutex_;
 
   Mutex mutex_;
-  ConditionVariable work_;
+  ConditionVariable changed_;
   ConditionVariable idleAgain_;
-  std::deque<Job> jobs_ VARO_GUARDED_BY(mutex_);
-  std::vector<std::thread> threads_ VARO_GUARDED_BY(mutex_);
-  /// Threads that have left and are not joined yet, so that a long life does not collect them.
-  std::vector<std::thread::id> leavers_ VARO_GUARDED_BY(mutex_);
+  LinkedQueue<Work> work_ VARO_GUARDED_BY(mutex_);
+  /// A list: the threads refer to their entries.
+  std::list<Worker> workers_ VARO_GUARDED_BY(mutex_);
   std::size_t threadCount_ VARO_GUARDED_BY(mutex_) = 0;
   /// Threads that wait and have not been woken; wake-ups that no thread has taken yet; all others.
   std::size_t idle_ VARO_GUARDED_BY(mutex_) = 0;
   std::size_t wakeUps_ VARO_GUARDED_BY(mutex_) = 0;
   std::size_t busy_ VARO_GUARDED_BY(mutex_) = 0;
-  std::uint64_t taken_ VARO_GUARDED_BY(mutex_) = 0;
-  std::uint64_t takenAtLastCheck_ VARO_GUARDED_BY(mutex_) = 0;
   bool monitored_ VARO_GUARDED_BY(mutex_) = false;
   bool closing_ VARO_GUARDED_BY(mutex_) = false;
   bool closed_ VARO_GUARDED_BY(mutex_) = false;
-  Clock::time_point postsEnd_ VARO_GUARDED_BY(mutex_);
+  Steady::time_point postsEnd_ VARO_GUARDED_BY(mutex_);
 };
 
 thread_local ThreadPool::State* ThreadPool::State::currentPool = nullptr;
 
 ThreadPool::ThreadPool(Options options, TimerQueue& timers)
-    : state_(std::make_shared<State>(std::move(options), timers)) {}
+    : ThreadPool(std::move(options), std::make_shared<TimerSleeper>(timers), Clock::system()) {}
+
+ThreadPool::ThreadPool(Options options, std::shared_ptr<Sleeper> waits, const Clock& clock)
+    : state_(std::make_shared<State>(std::move(options), std::move(waits), clock)) {}
 
 ThreadPool::~ThreadPool() { shutdown(); }
 
 bool ThreadPool::post(Job&& job) {
   const std::shared_ptr<State> state = state_;  // the job may be what the pool's owner waits for
-  return state->post(std::move(job));
+  const auto work = std::make_shared<JobWork>();
+  work->job = std::move(job);
+  if (state->post(work)) return true;
+  job = std::move(work->job);
+  return false;
 }
 
-void ThreadPool::postOrRun(Job job) {
-  if (!post(std::move(job))) runJob(job);  // a refused job is left as it was
+void ThreadPool::postOrRun(Job job) noexcept {
+  try {
+    if (post(std::move(job))) return;
+  } catch (const std::bad_alloc&) {
+    // It is as it was.
+  }
+  runHere(job);
 }
+
+void ThreadPool::postOrRun(std::shared_ptr<Work> work) noexcept {
+  const std::shared_ptr<State> state = state_;
+  if (!state->post(work)) runReporting([&work] { work->run(); });
+}
+
+void ThreadPool::runHere(const Job& job) noexcept { runReporting(job); }
 
 void ThreadPool::shutdown() { state_->shutdown(); }
 

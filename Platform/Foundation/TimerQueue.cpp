@@ -33,7 +33,6 @@ TimerQueue::Token TimerQueue::after(std::chrono::milliseconds delay, Job job) {
       const Token token = nextToken_++;
       const Clock::time_point due = Clock::now() + std::min(delay, kLongestDelay);
       jobs_.emplace(std::pair(due, token), std::move(job));
-      dueTimes_.emplace(token, due);
       changed_.notifyOne();
       return token;
     }
@@ -45,12 +44,11 @@ TimerQueue::Token TimerQueue::after(std::chrono::milliseconds delay, Job job) {
 bool TimerQueue::cancel(Token token) {
   Job dropped;  // destroyed after the lock is released
   const MutexLock lock(mutex_);
-  const auto due = dueTimes_.find(token);
-  if (due == dueTimes_.end()) return false;
-  const auto job = jobs_.find({due->second, token});
+  const auto job = std::find_if(jobs_.begin(), jobs_.end(),
+                                [token](const auto& entry) { return entry.first.second == token; });
+  if (job == jobs_.end()) return false;
   dropped = std::move(job->second);
   jobs_.erase(job);
-  dueTimes_.erase(due);
   return true;
 }
 
@@ -61,7 +59,6 @@ void TimerQueue::shutdown() {
     const MutexLock lock(mutex_);
     stopped_ = true;
     waiting.swap(jobs_);
-    dueTimes_.clear();
     thread.swap(thread_);
     changed_.notifyAll();
   }
@@ -84,7 +81,6 @@ void TimerQueue::run() {
       }
       if (stopped_) return;
       job = std::move(jobs_.begin()->second);
-      dueTimes_.erase(jobs_.begin()->first.second);
       jobs_.erase(jobs_.begin());
     }
     call(job, Reason::kDue);

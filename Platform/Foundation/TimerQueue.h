@@ -33,10 +33,10 @@ class TimerQueue {
   /// Calls `job` once: not before `delay` (of at most a year) has passed, or, when that comes
   /// first, from `shutdown`; after `shutdown` at once, on this thread. What it throws is reported
   /// on standard error and goes no further. Throws `std::system_error` where the system refuses the
-  /// thread.
+  /// thread and `std::bad_alloc`; nothing is queued then.
   Token after(std::chrono::milliseconds delay, Job job);
 
-  /// Drops the job if it has not started. Whether it was dropped.
+  /// Drops the job if it has not started. Whether it was dropped. Takes time linear in the jobs.
   bool cancel(Token token);
 
   /// Calls the jobs that wait, with `kShutDown`, and joins the thread. Not to be called from a job.
@@ -48,7 +48,6 @@ class TimerQueue {
   Mutex mutex_;
   ConditionVariable changed_;
   std::map<std::pair<Clock::time_point, Token>, Job> jobs_ VARO_GUARDED_BY(mutex_);
-  std::map<Token, Clock::time_point> dueTimes_ VARO_GUARDED_BY(mutex_);
   Token nextToken_ VARO_GUARDED_BY(mutex_) = 1;
   bool stopped_ VARO_GUARDED_BY(mutex_) = false;
   std::thread thread_ VARO_GUARDED_BY(mutex_);

@@ -1,23 +1,32 @@
 #include "Platform/Foundation/WorkQueue.h"
 
+#include "Platform/Foundation/LinkedQueue.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Runtime.h"
 
-#include <deque>
+#include <new>
 #include <thread>
 #include <utility>
 
 namespace varo::platform {
 
 /// The jobs that wait, and who runs one now. Lives until the last job has run.
-class SerialQueue::State : public std::enable_shared_from_this<State> {
+class SerialQueue::State final : public std::enable_shared_from_this<State>,
+                                 public ThreadPool::Work {
  public:
   State(std::string label, ThreadPool& pool) : label_(std::move(label)), pool_(pool) {}
 
-  void async(Job job) {
+  void async(Job job) noexcept {
+    std::shared_ptr<Entry> entry;
+    try {
+      entry = std::make_shared<Entry>();
+    } catch (const std::bad_alloc&) {
+      return sync([&job] { ThreadPool::runHere(job); });
+    }
+    entry->job = std::move(job);
     {
       const MutexLock lock(mutex_);
-      entries_.push_back({std::move(job), nullptr});
+      entries_.push(std::move(entry));
       if (std::exchange(active_, true)) return;
     }
     passOn();
@@ -26,10 +35,13 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
   void sync(const Job& job) {
     if (runsInThisThread()) return job();
     Turn turn;
+    Entry entry;
+    entry.turn = &turn;
     {
       MutexLock lock(mutex_);
       if (active_) {
-        entries_.push_back({nullptr, &turn});
+        // Shares nobody's ownership: it leaves the queue before this returns.
+        entries_.push(std::shared_ptr<Entry>(std::shared_ptr<Entry>(), &entry));
         while (!turn.come) turn.changed.wait(mutex_);
       }
       active_ = true;
@@ -55,7 +67,8 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
   /// Either a job for the pool or a waiting thread.
   struct Entry {
     Job job;
-    Turn* turn;
+    Turn* turn = nullptr;
+    std::shared_ptr<Entry> next;  // guarded by the queue's mutex
   };
   /// Marks the calling thread as the one that runs a job of this queue.
   class Running {
@@ -85,12 +98,10 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
   };
 
   /// The queue is active and nobody runs: has the pool, or else this thread, go on.
-  void passOn() {
-    pool_.postOrRun([self = shared_from_this()] { self->runJobs(); });
-  }
+  void passOn() noexcept { pool_.postOrRun(std::shared_ptr<Work>(shared_from_this())); }
 
   /// Runs jobs until the queue is empty or a waiting thread's turn has come.
-  void runJobs() {
+  void run() override {
     while (true) {
       Job job;
       {
@@ -114,7 +125,7 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
     }
   }
 
-  /// After a job outside `runJobs`: gives the turn to the next entry, if there is one.
+  /// After a job outside `run`: gives the turn to the next entry, if there is one.
   void next() {
     {
       const MutexLock lock(mutex_);
@@ -122,10 +133,7 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
         active_ = false;
         return;
       }
-      if (entries_.front().turn != nullptr) {
-        grantLocked();
-        return;
-      }
+      if (entries_.front()->turn != nullptr) return grantLocked();
     }
     passOn();
   }
@@ -137,18 +145,16 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
       active_ = false;
       return false;
     }
-    if (entries_.front().turn != nullptr) {
+    if (entries_.front()->turn != nullptr) {
       grantLocked();
       return false;
     }
-    job = std::move(entries_.front().job);
-    entries_.pop_front();
+    job = std::move(entries_.pop()->job);
     return true;
   }
 
   void grantLocked() VARO_REQUIRES(mutex_) {
-    Turn* turn = entries_.front().turn;
-    entries_.pop_front();
+    Turn* turn = entries_.pop()->turn;
     turn->come = true;
     turn->changed.notifyOne();
   }
@@ -157,7 +163,7 @@ class SerialQueue::State : public std::enable_shared_from_this<State> {
   ThreadPool& pool_;
 
   mutable Mutex mutex_;
-  std::deque<Entry> entries_ VARO_GUARDED_BY(mutex_);
+  LinkedQueue<Entry> entries_ VARO_GUARDED_BY(mutex_);
   /// Whether a job runs, or somebody has been told to run the next one.
   bool active_ VARO_GUARDED_BY(mutex_) = false;
   std::thread::id runner_ VARO_GUARDED_BY(mutex_);
@@ -169,7 +175,7 @@ SerialQueue::SerialQueue(std::string label)
 SerialQueue::SerialQueue(std::string label, ThreadPool& pool)
     : state_(std::make_shared<State>(std::move(label), pool)) {}
 
-void SerialQueue::async(Job job) { state_->async(std::move(job)); }
+void SerialQueue::async(Job job) noexcept { state_->async(std::move(job)); }
 
 void SerialQueue::sync(const Job& job) {
   const std::shared_ptr<State> state = state_;  // the job may destroy the queue
@@ -186,6 +192,6 @@ ConcurrentQueue::ConcurrentQueue(std::string label)
 ConcurrentQueue::ConcurrentQueue(std::string label, ThreadPool& pool)
     : label_(std::move(label)), pool_(pool) {}
 
-void ConcurrentQueue::async(Job job) { pool_.postOrRun(std::move(job)); }
+void ConcurrentQueue::async(Job job) noexcept { pool_.postOrRun(std::move(job)); }
 
 }  // namespace varo::platform

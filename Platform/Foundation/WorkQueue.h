@@ -12,8 +12,9 @@ namespace varo::platform {
 ///
 /// Jobs that are queued when the object goes away are still run. An exception that leaves a job of
 /// `async` is reported on standard error; one that leaves a job of `sync` reaches the caller.
-/// Once the pool is shut down, jobs run on the submitting thread, so that none is lost: never
-/// submit with a lock held. Thread-safe.
+/// Once the pool is shut down, or where there is no memory to queue a job, it runs on the
+/// submitting thread when its turn comes, so that none is lost: never submit with a lock held.
+/// Thread-safe.
 class SerialQueue {
  public:
   using Job = std::function<void()>;
@@ -22,7 +23,7 @@ class SerialQueue {
   SerialQueue(std::string label, ThreadPool& pool);
 
   /// Submits a job and returns at once.
-  void async(Job job);
+  void async(Job job) noexcept;
 
   /// Submits a job and returns when it has run. It runs on the calling thread when its turn comes,
   /// so waiting never needs a free thread of the pool. Called from a job of this queue, it runs the
@@ -39,7 +40,7 @@ class SerialQueue {
 };
 
 /// Runs jobs as soon as a thread of the pool is free, in no particular order and several at a time.
-/// After the pool's shutdown, as `SerialQueue`. Thread-safe.
+/// After the pool's shutdown and without memory, as `SerialQueue`. Thread-safe.
 class ConcurrentQueue {
  public:
   using Job = std::function<void()>;
@@ -47,7 +48,7 @@ class ConcurrentQueue {
   explicit ConcurrentQueue(std::string label);
   ConcurrentQueue(std::string label, ThreadPool& pool);
 
-  void async(Job job);
+  void async(Job job) noexcept;
   [[nodiscard]] const std::string& label() const noexcept { return label_; }
 
  private:

@@ -68,10 +68,12 @@ void VSAbstractLoopingTask::takeStep(const std::shared_ptr<VSTask>& subtask, Tas
 
 void VSAbstractLoopingTask::sleepThenIterate(const std::shared_ptr<VSTask>& subtask) {
   auto wake = [self = self<VSAbstractLoopingTask>(), subtask](TimerQueue::Reason reason) {
-    auto job = [self, subtask] { self->guarded([&] { self->iterate(subtask); }); };
-    if (reason == TimerQueue::Reason::kShutDown || !Runtime::shared().pool().post(std::move(job))) {
+    self->guarded([&] {
+      ThreadPool::Job job = [self, subtask] { self->guarded([&] { self->iterate(subtask); }); };
+      const bool goesOn = reason == TimerQueue::Reason::kDue;
+      if (goesOn && Runtime::shared().pool().post(std::move(job))) return;
       self->raiseError(shutDownError(*self));
-    }
+    });
   };
   sleeper_.wakeAfter(delay_, std::move(wake));
 }

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace varo::platform {
@@ -21,6 +22,7 @@ enum EngineErrorCode : std::int64_t {
   kEngineShutDown = 2,
   kInvalidDependency = 3,
   kSubtaskGone = 4,
+  kOutOfMemory = 5,
 };
 
 std::atomic<std::int64_t> nextId{1};
@@ -55,10 +57,21 @@ bool sameListener(const std::weak_ptr<TaskListener>& weak,
   return !weak.owner_before(listener) && !listener.owner_before(weak);
 }
 
-Array errorArray(const std::vector<ErrorPtr>& errors) {
-  Array array;
-  for (const ErrorPtr& error : errors) array.append(error);
-  return array;
+/// What a task has for an error when there is no memory for another one, made before it is needed.
+/// Copying these needs no memory.
+struct OutOfMemory {
+  ErrorPtr error = std::make_shared<const VSTaskError>(
+      0, std::string(kEngineErrorDomain), kOutOfMemory,
+      Dictionary{{std::string(kErrorMessageKey), "There is not enough memory"}});
+  Array errors{error};
+  Dictionary errorContext{{std::string(kTaskErrors), errors}};
+  Dictionary notification{{std::string(kTaskOutputContext), Dictionary()},
+                          {std::string(kTaskErrors), errors}};
+};
+
+const OutOfMemory& outOfMemory() {
+  static const auto& instance = *new OutOfMemory();  // tasks may end until the very end
+  return instance;
 }
 
 }  // namespace
@@ -79,7 +92,10 @@ struct VSTask::Child {
 VSTask::VSTask() : VSTask(std::string()) {}
 
 VSTask::VSTask(std::string name)
-    : id_(nextId.fetch_add(1, std::memory_order_relaxed)), name_(std::move(name)) {
+    : id_(nextId.fetch_add(1, std::memory_order_relaxed)), name_(std::move(name)), spare_(1) {
+  // Made here at the latest, where a failure reaches the task's creator.
+  (void)outOfMemory();
+  (void)Runtime::shared();
   liveTasks.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -102,109 +118,192 @@ TaskState VSTask::state() const {
 }
 
 std::vector<ErrorPtr> VSTask::errors() const {
-  const MutexLock lock(mutex_);
-  return errors_;
+  Array recorded;
+  {
+    const MutexLock lock(mutex_);
+    recorded = errors_;
+  }
+  std::vector<ErrorPtr> errors;
+  for (const Value& error : recorded) errors.push_back(error.error());
+  return errors;
 }
 
 /// False in any state but NotStarted.
-bool VSTask::becomeStarted() {
-  bool deliver = false;
-  {
-    const MutexLock lock(mutex_);
-    if (state_ != TaskState::NotStarted) return false;
-    deliver = changeStateLocked(TaskState::Started);
+bool VSTask::becomeStarted() noexcept {
+  try {
+    bool deliver = false;
+    {
+      const MutexLock lock(mutex_);
+      if (state_ != TaskState::NotStarted) return false;
+      deliver = changeStateLocked(TaskState::Started, Memory::kNeeded);
+    }
+    if (deliver) scheduleDelivery();
+    return true;
+  } catch (const std::bad_alloc&) {
+    failWithoutMemory();
+    return false;
   }
-  if (deliver) scheduleDelivery();
-  return true;
 }
 
-void VSTask::start() {
+void VSTask::start() noexcept {
   if (!becomeStarted()) return;
-  auto run = [self = shared_from_this()] { self->guarded([&self] { self->execute(); }); };
-  if (!Runtime::shared().pool().post(std::move(run))) {
+  guarded([this] {
+    ThreadPool::Job run = [self = shared_from_this()] { self->guarded([&] { self->execute(); }); };
+    if (Runtime::shared().pool().post(std::move(run))) return;
     raiseError(engineError(*this, kEngineShutDown, "The task engine has been shut down"));
-  }
+  });
 }
 
 void VSTask::setState(TaskState state) {
-  std::vector<ErrorPtr> forgotten;  // destroyed after the lock is released
+  if (state == TaskState::NotStarted) return change(state, Memory::kNeeded);
+  try {
+    change(state, Memory::kNeeded);
+  } catch (const std::bad_alloc&) {
+    failWithoutMemory();
+  }
+}
+
+/// Throws `std::bad_alloc` with nothing changed, unless `memory` is spared.
+void VSTask::change(TaskState to, Memory memory) {
+  Array forgotten;  // destroyed after the lock is released
+  bool restarted = false;
   bool deliver = false;
   {
     const MutexLock lock(mutex_);
-    if (state == TaskState::NotStarted && mayChange(state_, state)) errors_.swap(forgotten);
-    deliver = changeStateLocked(state);
-  }
-  if (state == TaskState::NotStarted && !forgotten.empty()) _errorContext.replace({});
-  if (deliver) scheduleDelivery();
-}
-
-void VSTask::raiseError(ErrorPtr error) {
-  bool deliver = false;
-  {
-    const MutexLock lock(mutex_);
-    errors_.push_back(std::move(error));
-    _errorContext.set(kTaskErrors, errorArray(errors_));
-    deliver = changeStateLocked(TaskState::Errored);
-  }
-  if (deliver) scheduleDelivery();
-}
-
-void VSTask::raiseContextChangeEvent() {
-  bool deliver = false;
-  {
-    const MutexLock lock(mutex_);
-    deliver = enqueueLocked(state_, state_);
-  }
-  if (deliver) scheduleDelivery();
-}
-
-/// Where a task changes its own state. Whether a delivery is to be scheduled.
-bool VSTask::changeStateLocked(TaskState to) {
-  if (!mayChange(state_, to)) return false;
-  const TaskState from = std::exchange(state_, to);
-  return enqueueLocked(from, to);
-}
-
-bool VSTask::enqueueLocked(TaskState from, TaskState to) {
-  const bool endsRun = from != to && isFinal(to) && runner_ != nullptr;
-  if (listeners_.empty() && !endsRun) return false;
-  Notification notification{from, to, {}, listeners_, endsRun ? run_ : kNoRun};
-  if (!listeners_.empty()) {
-    notification.context.set(std::string(kTaskOutputContext), _outputContext.snapshot());
-    if (!errors_.empty()) {
-      notification.context.set(std::string(kTaskErrors), errorArray(errors_));
+    restarted = to == TaskState::NotStarted && mayChange(state_, to);
+    if (restarted) {
+      keepSpareLocked();
+      std::swap(errors_, forgotten);
+    }
+    try {
+      deliver = changeStateLocked(to, memory);
+    } catch (...) {
+      if (restarted) std::swap(errors_, forgotten);
+      throw;
     }
   }
-  notifications_.push_back(std::move(notification));
+  if (restarted && !forgotten.empty()) _errorContext.replace({});
+  if (deliver) scheduleDelivery();
+}
+
+void VSTask::raiseError(ErrorPtr error) noexcept {
+  try {
+    record({std::move(error)});
+    change(TaskState::Errored, Memory::kNeeded);
+  } catch (const std::bad_alloc&) {
+    failWithoutMemory();
+  }
+}
+
+/// Adds to the errors; where there is no memory for that they stay as they are, and are not empty.
+void VSTask::record(const Array& errors) noexcept {
+  Value former;  // destroyed after the lock is released
+  try {
+    const MutexLock lock(mutex_);
+    Array recorded = errors_;
+    for (const Value& error : errors) recorded.append(error);
+    if (recorded.empty()) return;
+    std::swap(errors_, recorded);
+    former = _errorContext.get(kTaskErrors);
+    _errorContext.set(kTaskErrors, errors_);
+  } catch (const std::bad_alloc&) {
+    const OutOfMemory& fallback = outOfMemory();
+    bool isFirst = false;
+    {
+      const MutexLock lock(mutex_);
+      isFirst = errors_.empty();
+      if (isFirst) errors_ = fallback.errors;
+    }
+    if (isFirst || !_errorContext.get(kTaskErrors).isArray()) {
+      _errorContext.replace(fallback.errorContext);
+    }
+  }
+}
+
+/// The end of a task for which there is no memory: what it needs is there already.
+void VSTask::failWithoutMemory() noexcept {
+  record(outOfMemory().errors);
+  change(TaskState::Errored, Memory::kSpared);
+}
+
+void VSTask::raiseContextChangeEvent() noexcept {
+  try {
+    bool deliver = false;
+    {
+      const MutexLock lock(mutex_);
+      deliver = enqueueLocked(state_, state_, Memory::kNeeded);
+    }
+    if (deliver) scheduleDelivery();
+  } catch (const std::bad_alloc&) {
+    failWithoutMemory();
+  }
+}
+
+/// Where a task changes its own state. Whether a delivery is to be scheduled. As `change`.
+bool VSTask::changeStateLocked(TaskState to, Memory memory) {
+  if (!mayChange(state_, to)) return false;
+  const bool deliver = enqueueLocked(state_, to, memory);
+  state_ = to;
+  return deliver;
+}
+
+bool VSTask::enqueueLocked(TaskState from, TaskState to, Memory memory) {
+  const bool endsRun = from != to && isFinal(to) && runner_ != nullptr;
+  if (listeners_.empty() && !endsRun) return false;
+  std::list<Notification> added;
+  if (memory == Memory::kSpared) {
+    added.splice(added.begin(), spare_, spare_.begin());
+    added.front().context = outOfMemory().notification;
+  } else {
+    added.emplace_back();
+    if (!listeners_.empty()) {
+      Dictionary& context = added.front().context;
+      context.set(std::string(kTaskOutputContext), _outputContext.snapshot());
+      if (!errors_.empty()) context.set(std::string(kTaskErrors), errors_);
+    }
+  }
+  Notification& notification = added.front();
+  notification.from = from;
+  notification.to = to;
+  notification.number = ++lastNumber_;
+  notification.endedRun = endsRun ? run_ : kNoRun;
+  notifications_.splice(notifications_.end(), added);
   return !std::exchange(delivering_, true);
 }
 
-void VSTask::scheduleDelivery() {
-  // Refused only after the shutdown, when there is no engine thread left to notify on.
-  (void)Runtime::shared().pool().post([self = shared_from_this()] { self->deliverAll(); });
+/// Before a task that has come to its end runs anew.
+void VSTask::keepSpareLocked() {
+  if (spare_.empty()) spare_.emplace_back();
 }
 
-/// Runs in one pool job at a time (`delivering_`), which is what keeps the order.
-void VSTask::deliverAll() {
+void VSTask::scheduleDelivery() noexcept {
+  // Shares the ownership of the task; a pool that refuses it has it run here.
+  Runtime::shared().pool().postOrRun(
+      std::shared_ptr<ThreadPool::Work>(shared_from_this(), &delivery_));
+}
+
+/// Runs on one thread at a time (`delivering_`), which is what keeps the order.
+void VSTask::deliverAll() noexcept {
   while (true) {
-    Notification notification{};
+    std::list<Notification> next;
     {
       const MutexLock lock(mutex_);
       if (notifications_.empty()) {
         delivering_ = false;
         return;
       }
-      notification = std::move(notifications_.front());
-      notifications_.pop_front();
+      next.splice(next.begin(), notifications_, notifications_.begin());
     }
-    deliver(notification);
+    deliver(next.front());
+    next.front() = {};
+    const MutexLock lock(mutex_);
+    if (spare_.empty()) spare_.splice(spare_.begin(), next);
   }
 }
 
-void VSTask::deliver(const Notification& notification) {
-  for (const std::weak_ptr<TaskListener>& weak : notification.listeners) {
-    const std::shared_ptr<TaskListener> listener = weak.lock();
-    if (listener == nullptr || !isSubscribed(listener)) continue;
+void VSTask::deliver(const Notification& notification) noexcept {
+  std::uint64_t after = 0;
+  while (const auto listener = nextListener(after, notification.number)) {
     try {
       listener->task(shared_from_this(), notification.from, notification.to, notification.context);
     } catch (const std::exception& exception) {
@@ -218,13 +317,19 @@ void VSTask::deliver(const Notification& notification) {
   }
 }
 
-void VSTask::guarded(const std::function<void()>& step) {
+void VSTask::guarded(const std::function<void()>& step) noexcept {
   try {
-    step();
-  } catch (const std::exception& exception) {
-    raiseError(engineError(*this, kStepThrew, exception.what()));
-  } catch (...) {
-    raiseError(engineError(*this, kStepThrew, "An unknown exception"));
+    try {
+      step();
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception& exception) {
+      raiseError(engineError(*this, kStepThrew, exception.what()));
+    } catch (...) {
+      raiseError(engineError(*this, kStepThrew, "An unknown exception"));
+    }
+  } catch (const std::bad_alloc&) {
+    failWithoutMemory();
   }
 }
 
@@ -233,23 +338,31 @@ void VSTask::guarded(const std::function<void()>& step) {
 void VSTask::subscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) {
   if (listener == nullptr) return;
   const MutexLock lock(mutex_);
-  std::erase_if(listeners_, [&listener](const std::weak_ptr<TaskListener>& other) {
-    return other.expired() || sameListener(other, listener);
-  });
-  listeners_.push_back(listener);
+  std::erase_if(listeners_, [](const Listener& other) { return other.listener.expired(); });
+  const bool isKnown = std::any_of(
+      listeners_.begin(), listeners_.end(),
+      [&listener](const Listener& other) { return sameListener(other.listener, listener); });
+  if (!isKnown) listeners_.push_back({listener, ++lastNumber_});
 }
 
-void VSTask::unsubscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) {
+void VSTask::unsubscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) noexcept {
   const MutexLock lock(mutex_);
-  std::erase_if(listeners_, [&listener](const std::weak_ptr<TaskListener>& other) {
-    return sameListener(other, listener);
+  std::erase_if(listeners_, [&listener](const Listener& other) {
+    return sameListener(other.listener, listener);
   });
 }
 
-bool VSTask::isSubscribed(const std::shared_ptr<TaskListener>& listener) const {
+/// The first listener whose number is between the two, and `after` becomes its number; null when
+/// there is none.
+std::shared_ptr<TaskListener> VSTask::nextListener(std::uint64_t& after,
+                                                   std::uint64_t before) const noexcept {
   const MutexLock lock(mutex_);
-  return std::any_of(listeners_.begin(), listeners_.end(),
-                     [&listener](const auto& other) { return sameListener(other, listener); });
+  for (const Listener& entry : listeners_) {
+    if (entry.number <= after || entry.number > before) continue;
+    after = entry.number;
+    if (auto listener = entry.listener.lock()) return listener;
+  }
+  return nullptr;
 }
 
 // Subtasks.
@@ -366,30 +479,33 @@ void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input
 }
 
 void VSTask::beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input) {
-  std::vector<ErrorPtr> forgotten;  // destroyed after the lock is released
+  Array forgotten;  // destroyed after the lock is released
   _inputContext.replace(std::move(input));
   _outputContext.replace({});
   _errorContext.replace({});
   const MutexLock lock(mutex_);
-  errors_.swap(forgotten);
+  keepSpareLocked();
+  std::swap(errors_, forgotten);
   state_ = TaskState::NotStarted;
   runner_.swap(runner);
   ++run_;
 }
 
 void VSTask::resumeSubtask(const std::shared_ptr<VSTask>& subtask) {
-  subtask->continueRunFor(shared_from_this());
+  guarded([&] { subtask->continueRunFor(shared_from_this()); });
 }
 
 void VSTask::continueRunFor(std::shared_ptr<VSTask> runner) {
   bool deliver = false;
   {
     const MutexLock lock(mutex_);
+    if (state_ != TaskState::Started) {
+      keepSpareLocked();
+      deliver = enqueueLocked(state_, TaskState::Started, Memory::kNeeded);
+      state_ = TaskState::Started;
+    }
     runner_.swap(runner);  // the parameter goes after the lock
     ++run_;
-    if (state_ != TaskState::Started) {
-      deliver = enqueueLocked(std::exchange(state_, TaskState::Started), TaskState::Started);
-    }
   }
   if (deliver) scheduleDelivery();
 }
@@ -404,7 +520,7 @@ void VSTask::restSubtask(const std::shared_ptr<VSTask>& subtask) {
   takeBack(subtask);
 }
 
-void VSTask::reportEndToRunner(std::uint64_t run, TaskState state) {
+void VSTask::reportEndToRunner(std::uint64_t run, TaskState state) noexcept {
   std::shared_ptr<VSTask> runner;
   {
     const MutexLock lock(mutex_);
@@ -416,7 +532,7 @@ void VSTask::reportEndToRunner(std::uint64_t run, TaskState state) {
   runner->guarded([&] { runner->subtaskFinished(shared_from_this(), state); });
 }
 
-void VSTask::takeBack(const std::shared_ptr<VSTask>& subtask) {
+void VSTask::takeBack(const std::shared_ptr<VSTask>& subtask) noexcept {
   const MutexLock lock(mutex_);
   if (Child* child = childLocked(subtask.get())) child->resting = subtask;
 }
@@ -431,17 +547,19 @@ void VSTask::subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState s
   startFreeSubtasks();
 }
 
-void VSTask::failWith(const VSTask& subtask) {
-  const std::vector<ErrorPtr> raised = subtask.errors();
-  _errorContext.addEntries(subtask.errorContext());
-  bool deliver = false;
-  {
-    const MutexLock lock(mutex_);
-    errors_.insert(errors_.end(), raised.begin(), raised.end());
-    if (!errors_.empty()) _errorContext.set(kTaskErrors, errorArray(errors_));
-    deliver = changeStateLocked(TaskState::Errored);
+void VSTask::failWith(const VSTask& subtask) noexcept {
+  try {
+    _errorContext.addEntries(subtask.errorContext());
+    Array raised;
+    {
+      const MutexLock lock(subtask.mutex_);
+      raised = subtask.errors_;
+    }
+    record(raised);
+    change(TaskState::Errored, Memory::kNeeded);
+  } catch (const std::bad_alloc&) {
+    failWithoutMemory();
   }
-  if (deliver) scheduleDelivery();
 }
 
 }  // namespace varo::platform

@@ -2,13 +2,15 @@
 
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/ThreadPool.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/Context.h"
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -46,8 +48,9 @@ class TaskListener {
 
   /// `task` went from one state to another, or raised a context change (then both are the same).
   /// `context` is what it was at that moment: `kTaskOutputContext`, and `kTaskErrors` where there
-  /// are errors. The notifications of one task arrive one at a time and in order, on engine
-  /// threads, with no lock held. What it throws is logged and goes no further.
+  /// are errors. The notifications of one task arrive one at a time and in order, on engine threads
+  /// (after the runtime's shutdown on the thread that changes the task), with no lock of ours held.
+  /// What it throws is logged and goes no further.
   virtual void task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
                     const Dictionary& context) = 0;
 };
@@ -59,6 +62,11 @@ class TaskListener {
 /// queued job, a completion, a running subtask) and needs no other owner; when it has ended, or
 /// when what it waits for is dropped, it is freed with its tree. Thread-safe, unless a subclass
 /// says otherwise of its own members.
+///
+/// A run that has been started comes to one end, whatever happens: where its own code throws or
+/// there is no memory to go on it ends as Errored, and its listeners and its parent hear of that
+/// also without memory, and after the runtime's shutdown. Since the shutdown leaves no engine
+/// thread, what changes a state then calls the listeners itself: never change one with a lock held.
 class VSTask : public Object, public TaskListener, public std::enable_shared_from_this<VSTask> {
  public:
   VSTask();
@@ -66,9 +74,9 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   ~VSTask() override;
 
   /// Moves a task that is NotStarted to Started and has the engine call `execute`. Returns at once
-  /// and calls nobody. Does nothing in any other state. After the runtime's shutdown the task is
-  /// Errored.
-  void start();
+  /// and calls nobody. Does nothing in any other state. After the runtime's shutdown, and without
+  /// memory, the task is Errored.
+  void start() noexcept;
 
   /// Does the work, on an engine thread, called by the engine only. The base runs the subtasks:
   /// those without open dependencies at once, each other when all it depends on have Ended. What it
@@ -80,6 +88,8 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   /// that has come to its end only accepts NotStarted, for a restart, and only such a task or a
   /// paused one does. A restarted task runs all its subtasks anew, also those that have not ended.
   /// Neither pausing nor ending a task touches its subtasks: a subclass that means them tells them.
+  /// A change that there is no memory for makes the task Errored; only one to NotStarted throws
+  /// `std::bad_alloc` instead, with nothing changed.
   void setState(TaskState state);
 
   [[nodiscard]] Dictionary inputContext() const { return _inputContext.snapshot(); }
@@ -88,17 +98,19 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   [[nodiscard]] Dictionary errorContext() const { return _errorContext.snapshot(); }
 
   /// Records `error` (under `kTaskErrors` in the error context too) and moves the task to Errored.
-  /// In a task that has come to its end it is only recorded.
-  void raiseError(ErrorPtr error);
-  /// Notifies the listeners without a change of state, with the contexts as they are now.
-  void raiseContextChangeEvent();
+  /// In a task that has come to its end it is only recorded. Where there is no memory to record it,
+  /// an error of the engine says so in its place.
+  void raiseError(ErrorPtr error) noexcept;
+  /// Notifies the listeners without a change of state, with the contexts as they are now. Without
+  /// memory the task is Errored.
+  void raiseContextChangeEvent() noexcept;
   [[nodiscard]] std::vector<ErrorPtr> errors() const;
 
   /// Adds a listener, which is held weakly; it hears of changes from now on. Adding it twice is
-  /// adding it once.
+  /// adding it once. Throws `std::bad_alloc`.
   void subscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener);
   /// Removes it. A notification that is being delivered may still reach it, no later one does.
-  void unsubscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener);
+  void unsubscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) noexcept;
 
   /// Makes `subtask` a child, to be run by `execute`. Before `start` only. A subtask's input is
   /// this task's input, then the outputs of what it depends on.
@@ -145,13 +157,18 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   void restSubtask(const std::shared_ptr<VSTask>& subtask);
 
   /// Takes over what a failed subtask left (errors, error context) and moves to Errored.
-  void failWith(const VSTask& subtask);
+  void failWith(const VSTask& subtask) noexcept;
 
   /// The children that do not run now; a running one is held by what it waits for.
   [[nodiscard]] std::vector<std::shared_ptr<VSTask>> restingSubtasks() const;
 
-  /// Runs `step`, a part of this task's work; what it throws ends the task as Errored.
-  void guarded(const std::function<void()>& step);
+  /// Runs `step`, a part of this task's work; what it throws, `std::bad_alloc` too, ends the task
+  /// as Errored. For whatever is called outside of `execute`: completions of requests, timers.
+  void guarded(const std::function<void()>& step) noexcept;
+  /// The same without a copy of `step`, which could throw before it is guarded.
+  template <typename Step>
+  requires std::invocable<const Step&>
+  void guarded(const Step& step) noexcept { guarded(std::function<void()>(std::cref(step))); }
 
   /// This task as the class that it is.
   template <typename T>
@@ -165,29 +182,50 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
 
  private:
   struct Notification {
-    TaskState from;
-    TaskState to;
+    TaskState from = TaskState::NotStarted;
+    TaskState to = TaskState::NotStarted;
     Dictionary context;
-    std::vector<std::weak_ptr<TaskListener>> listeners;
-    std::uint64_t endedRun;  // which run for a runner this ended, or `kNoRun`
+    std::uint64_t number = 0;         // of `lastNumber_`: for the listeners that have a lower one
+    std::uint64_t endedRun = kNoRun;  // which run for a runner this ended, or `kNoRun`
   };
+  struct Listener {
+    std::weak_ptr<TaskListener> listener;
+    std::uint64_t number;  // of `lastNumber_`
+  };
+  /// Delivers what waits in `notifications_`. In the pool once at a time (`delivering_`).
+  class Delivery final : public ThreadPool::Work {
+   public:
+    explicit Delivery(VSTask& task) : task_(task) {}
+    void run() override { task_.deliverAll(); }
+
+   private:
+    VSTask& task_;
+  };
+  /// What to do where there is no memory for a notification.
+  enum class Memory { kNeeded, kSpared };
   static constexpr std::uint64_t kNoRun = 0;
   struct Child;
 
-  [[nodiscard]] bool changeStateLocked(TaskState to) VARO_REQUIRES(mutex_);
-  [[nodiscard]] bool enqueueLocked(TaskState from, TaskState to) VARO_REQUIRES(mutex_);
+  void change(TaskState to, Memory memory);
+  [[nodiscard]] bool changeStateLocked(TaskState to, Memory memory) VARO_REQUIRES(mutex_);
+  [[nodiscard]] bool enqueueLocked(TaskState from, TaskState to, Memory memory)
+      VARO_REQUIRES(mutex_);
+  void keepSpareLocked() VARO_REQUIRES(mutex_);
+  void record(const Array& errors) noexcept;
+  void failWithoutMemory() noexcept;
+  [[nodiscard]] std::shared_ptr<TaskListener> nextListener(std::uint64_t& after,
+                                                           std::uint64_t before) const noexcept;
   [[nodiscard]] bool dependsOnLocked(const VSTask* dependent, const VSTask* task) const
       VARO_REQUIRES(mutex_);
   [[nodiscard]] Child* childLocked(const VSTask* task) VARO_REQUIRES(mutex_);
-  [[nodiscard]] bool isSubscribed(const std::shared_ptr<TaskListener>& listener) const;
-  void scheduleDelivery();
-  void deliverAll();
-  void deliver(const Notification& notification);
-  [[nodiscard]] bool becomeStarted();
+  void scheduleDelivery() noexcept;
+  void deliverAll() noexcept;
+  void deliver(const Notification& notification) noexcept;
+  [[nodiscard]] bool becomeStarted() noexcept;
   void beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input);
   void continueRunFor(std::shared_ptr<VSTask> runner);
-  void reportEndToRunner(std::uint64_t run, TaskState state);
-  void takeBack(const std::shared_ptr<VSTask>& subtask);
+  void reportEndToRunner(std::uint64_t run, TaskState state) noexcept;
+  void takeBack(const std::shared_ptr<VSTask>& subtask) noexcept;
   void startFreeSubtasks();
 
   const std::int64_t id_;
@@ -195,17 +233,23 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
 
   mutable Mutex mutex_;
   TaskState state_ VARO_GUARDED_BY(mutex_) = TaskState::NotStarted;
-  std::vector<ErrorPtr> errors_ VARO_GUARDED_BY(mutex_);
-  std::vector<std::weak_ptr<TaskListener>> listeners_ VARO_GUARDED_BY(mutex_);
+  Array errors_ VARO_GUARDED_BY(mutex_);
+  std::vector<Listener> listeners_ VARO_GUARDED_BY(mutex_);
   /// At most a few states and, for a task that raises context changes, as many as its own flow
   /// control lets it raise.
-  std::deque<Notification> notifications_ VARO_GUARDED_BY(mutex_);
+  std::list<Notification> notifications_ VARO_GUARDED_BY(mutex_);
+  /// An empty notification, so that the end of a run can be told without memory. There is one in
+  /// every task that has not come to its end.
+  std::list<Notification> spare_ VARO_GUARDED_BY(mutex_);
+  /// Numbers notifications and subscriptions in their order.
+  std::uint64_t lastNumber_ VARO_GUARDED_BY(mutex_) = 0;
   bool delivering_ VARO_GUARDED_BY(mutex_) = false;
   std::vector<Child> children_ VARO_GUARDED_BY(mutex_);
   /// The task that runs this one. Set while this one runs, so that it keeps its parent alive.
   std::shared_ptr<VSTask> runner_ VARO_GUARDED_BY(mutex_);
   /// Counts the runs for a runner, so that the late report of one is not taken for the next's.
   std::uint64_t run_ VARO_GUARDED_BY(mutex_) = kNoRun;
+  Delivery delivery_{*this};
 };
 
 }  // namespace varo::platform

@@ -98,12 +98,75 @@ class EndlessLoop final : public platform::VSAbstractLoopingTask {
 
 class EndCounter final : public platform::TaskListener {
  public:
-  void task(const std::shared_ptr<platform::VSTask>& /*task*/, platform::TaskState /*from*/,
+  void task(const std::shared_ptr<platform::VSTask>& /*task*/, platform::TaskState from,
             platform::TaskState to, const Dictionary& /*context*/) override {
-    if (platform::isFinal(to)) ++ends;
+    ++(platform::isFinal(to) ? ends : from == to ? contextChanges : others);
   }
   std::atomic<int> ends{0};
+  std::atomic<int> contextChanges{0};
+  std::atomic<int> others{0};
 };
+
+/// Is ended by whoever holds it.
+struct HeldTask final : platform::VSTask {
+  void execute() override { isRunning = true; }
+  std::atomic<bool> isRunning{false};
+};
+
+TEST(ShutdownTest, TasksThatEndOrStartAfterItTellTheirListeners) {
+  inOwnProcess([] {
+    const auto counter = std::make_shared<EndCounter>();
+    const auto parent = std::make_shared<VSTask>();
+    auto held = std::make_shared<HeldTask>();
+    held->subscribeForTaskUpdates(counter);
+    parent->addSubtask(held);
+    parent->start();
+    require(eventually([&] { return held->isRunning.load(); }), "the task runs");
+    Runtime::shared().shutdown();
+    for (int i = 1; i <= 3; ++i) {
+      held->raiseContextChangeEvent();
+      require(counter->contextChanges == i, "each change is told, also after one was refused");
+    }
+    held->setState(TaskState::Ended);
+    require(counter->ends == 1, "the end is told");
+    require(parent->state() == TaskState::Ended, "the parent hears of it");
+
+    const auto late = std::make_shared<HeldTask>();
+    late->subscribeForTaskUpdates(counter);
+    late->start();
+    require(counter->ends == 2 && late->state() == TaskState::Errored, "a start fails at once");
+    require(!late->isRunning, "and nothing runs");
+  });
+}
+
+TEST(ShutdownTest, EveryTaskThatIsStartedBesideItEndsOnce) {
+  inOwnProcess([] {
+    struct Ending final : VSTask {
+      void execute() override { setState(TaskState::Ended); }
+    };
+    constexpr int kThreads = 4;
+    constexpr int kTasks = 500;
+    const auto counter = std::make_shared<EndCounter>();
+    std::atomic<int> started{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&] {
+        for (int i = 0; i < kTasks; ++i) {
+          const auto parent = std::make_shared<VSTask>();
+          parent->addSubtask(std::make_shared<Ending>());
+          parent->subscribeForTaskUpdates(counter);
+          parent->start();
+          ++started;
+        }
+      });
+    }
+    require(eventually([&] { return started > kTasks; }), "tasks start");
+    Runtime::shared().shutdown();
+    for (std::thread& thread : threads) thread.join();
+    require(counter->ends == kThreads * kTasks, "each has ended once");
+    require(VSTask::liveCount() == 0, "and is freed");
+  });
+}
 
 TEST(ShutdownTest, LoopsThatIterateEndAndTellTheirListeners) {
   inOwnProcess([] {

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/UserDirectories.h"
 #include "tests/support/Await.h"
+#include "tests/support/Files.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -182,6 +183,56 @@ TEST_F(DatabaseTest, EachKindOfUnusableDatabaseHasItsOutcome) {
   }
   patch(directory_ / "app.db", 18, "\1");
   EXPECT_EQ(outcomesOf(directory_ / "app.db", "records", "a", 1), "1 111");
+}
+
+TEST_F(DatabaseTest, WriteThatFailsSaysWhyAndOneThatChangesNothingSaysThat) {
+  const std::string trigger = std::string(kRecords) +
+                              "; INSERT INTO records(a, b) VALUES(1, 1);"
+                              "CREATE TRIGGER t BEFORE UPDATE ON records BEGIN SELECT RAISE(";
+  const struct {
+    const char* name;
+    std::string sql;
+    rlim_t sizeLimit;   // of the file, in bytes; 0: none
+    std::int64_t code;  // 0: success
+    std::string_view text;
+    std::int64_t changedRows;
+  } cases[] = {
+      {"row", std::string(kRecords) + "; INSERT INTO records(a) VALUES(1)", 0, 0, "", 1},
+      {"no row", kRecords, 0, 0, "", 0},
+      {"trigger that ignores", trigger + "IGNORE); END", 0, 0, "", 0},
+      {"trigger that aborts", trigger + "ABORT, 'not now'); END", 0, 1811, "not now", 0},
+      {"trigger that rolls back", trigger + "ROLLBACK, 'no'); END", 0, 1811, "no", 0},
+      {"no table", "CREATE TABLE other(a)", 0, 1, "no such table: records", 0},
+      {"no column", "CREATE TABLE records(a)", 0, 1, "no such column: b", 0},
+      {"disk", std::string(kRecords) + "; INSERT INTO records(a) VALUES(1)", 4096, 778, "I/O", 0},
+  };
+  const auto update = VROPreparedStatementBuilder("records", StatementBuilderType::kUpdate)
+                          .addUpdateColumnsMap({{"b", std::string(100000, 'x')}})
+                          .addWhereConditionMap({{"a", 1}})
+                          .build(nullptr);
+  ASSERT_TRUE(update);
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    const std::string path = create(std::string(each.name) + ".db", each.sql);
+    ErrorPtr error;
+    std::int64_t changedRows = -1;
+    const auto database = VRODatabaseAPI::initWithPath(path, {}, &error);
+    ASSERT_NE(database, nullptr);
+    bool succeeded = false;
+    {
+      std::optional<FileSizeLimit> limit;
+      if (each.sizeLimit != 0) limit.emplace(each.sizeLimit);
+      succeeded = database->executePreparedStatement(*update, &error, &changedRows);
+    }
+    EXPECT_EQ(succeeded, each.code == 0);
+    if (succeeded) {
+      EXPECT_EQ(changedRows, each.changedRows);
+    } else {
+      EXPECT_EQ(error->domain(), kSqliteErrorDomain);
+      EXPECT_EQ(error->code(), each.code);
+      EXPECT_THAT(error->localizedDescription(), testing::HasSubstr(each.text));
+    }
+  }
 }
 
 TEST_F(DatabaseTest, LockOfAnotherConnectionIsAnErrorOnlyAfterTheTimeout) {

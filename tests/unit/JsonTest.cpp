@@ -82,6 +82,41 @@ TEST(JsonTest, WholeNumbersReadAndWrittenAgainHaveTheSameDigits) {
   EXPECT_EQ(json::serialize(json::parse(manyDigits).value()).value(), manyDigits);
 }
 
+TEST(JsonTest, EachLimitIsNamedByTheErrorThatItCauses) {
+  const struct {
+    std::string text;
+    JsonLimits limits;
+    std::int64_t code;  // 0: it is within the limits
+    std::string_view named;
+  } cases[] = {
+      {"[[1]]", {.depth = 2}, 0, ""},
+      {"[[[1]]]", {.depth = 2}, json::kTooDeep, "byte 2: the limit is 2 levels"},
+      {R"([1,"a",{"k":null}])", {.values = 5}, 0, ""},
+      {R"([1,"a",{"k":null},[]])", {.values = 5}, json::kTooManyValues, "the limit is 5 values"},
+      {"[{},{},{},{},{}", {.values = 3}, json::kTooManyValues, "byte 11: the limit is 3 values"},
+      {"7", {.values = 0}, json::kTooManyValues, "the limit is 0 values"},
+      {"[1,2]", {.bytes = 5}, 0, ""},
+      {"[1,2] ", {.bytes = 5}, json::kTooManyBytes, "6 bytes: the limit is 5 bytes"},
+  };
+  for (const auto& item : cases) {
+    for (const auto& parsed :
+         {json::parse(item.text, item.limits), json::parse(test::inFile(item.text), item.limits)}) {
+      ASSERT_EQ(parsed.ok(), item.code == 0) << item.text;
+      if (parsed) continue;
+      EXPECT_EQ(parsed.error()->code(), item.code) << item.text;
+      EXPECT_THAT(parsed.error()->localizedDescription(), testing::HasSubstr(item.named));
+    }
+  }
+}
+
+TEST(JsonTest, ValuesWithoutContentTakeNoMoreThanTheLimitAllows) {
+  std::string text = "[";
+  for (int i = 0; i < 100000; ++i) text += "{},";
+  text.back() = ']';
+  EXPECT_EQ(json::parse(text, kAnswerJsonLimits).error()->code(), json::kTooManyValues);
+  EXPECT_EQ(json::parse(text)->array()->size(), 100000U);
+}
+
 // Pieces of a file may end anywhere: here inside of keys, numbers, escapes and sequences of UTF-8.
 TEST(JsonTest, FileBackedBytesReadAsThoseInMemory) {
   std::string text = "[";

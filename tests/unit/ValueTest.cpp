@@ -20,6 +20,21 @@ TEST(DictionaryTest, EnumeratesInInsertionOrderAndKeepsTheIndexTrueWhenLarge) {
   EXPECT_EQ(dictionary.begin()[10].key, "k11");
 }
 
+TEST(DictionaryTest, ManyKeysAreFoundSetReplacedAndCopied) {
+  constexpr int kKeys = 200000;  // hours, were each compared with all
+  Dictionary dictionary;
+  const auto key = [](int i) { return "key number " + std::to_string(i); };
+  for (int i = 0; i < kKeys; ++i) dictionary.set(key(i), i);
+  const Dictionary copy = dictionary;
+  for (int i = 0; i < kKeys; ++i) dictionary.set(key(i), -i);
+  ASSERT_EQ(dictionary.size(), std::size_t{kKeys});
+  for (int i = 0; i < kKeys; ++i) {
+    ASSERT_EQ(dictionary[key(i)].integerValue(), -i);
+    ASSERT_EQ(copy[key(i)].integerValue(), i);
+  }
+  EXPECT_FALSE(dictionary.contains(key(kKeys)));
+}
+
 TEST(DictionaryTest, CopiesDoNotSeeEachOthersChanges) {
   Dictionary first{{"a", 1}};
   const Dictionary second = first;

@@ -1,7 +1,9 @@
+#include "Platform/Foundation/Sleeper.h"
 #include "Platform/Foundation/ThreadPool.h"
 #include "Platform/Foundation/TimerQueue.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "tests/support/Await.h"
+#include "tests/support/SteppingClock.h"
 
 #include <gtest/gtest.h>
 
@@ -108,6 +110,73 @@ TEST_F(WorkQueueTest, BlockedJobsDelayNoOthers) {
   EXPECT_TRUE(eventually([&] { return blocked == 20; }));
   release.count_down();
   pool_.shutdown();  // no job uses the latch any more
+}
+
+/// Waits end when the test says so.
+class HeldWaits final : public Sleeper {
+ public:
+  void wakeAfter(std::chrono::milliseconds /*delay*/, TimerQueue::Job wake) override {
+    const MutexLock lock(mutex_);
+    wake_ = std::move(wake);
+  }
+  void end() {
+    TimerQueue::Job wake;
+    {
+      const MutexLock lock(mutex_);
+      wake.swap(wake_);
+    }
+    wake(TimerQueue::Reason::kDue);
+  }
+
+ private:
+  Mutex mutex_;
+  TimerQueue::Job wake_ VARO_GUARDED_BY(mutex_);
+};
+
+TEST(ThreadPoolTest, GrowsByItsBlockedThreadsWhileAnotherStillTakesJobs) {
+  for (const std::size_t maxThreads : {std::size_t{16}, std::size_t{5}}) {
+    const auto waits = std::make_shared<HeldWaits>();
+    const test::SteppingClock clock(0, 1);
+    std::latch allBusy(4);
+    std::latch goOn(1);
+    std::latch tookNext(1);
+    std::latch release(1);
+    std::atomic<std::size_t> waiting{0};  // jobs behind the blocked ones that have been taken
+    ThreadPool pool({.name = "grows", .coreThreads = 4, .maxThreads = maxThreads}, waits, clock);
+    const auto post = [&pool](ThreadPool::Job job) { ASSERT_TRUE(pool.post(std::move(job))); };
+    for (int i = 0; i < 3; ++i) {
+      post([&] {
+        allBusy.count_down();
+        release.wait();
+      });
+    }
+    post([&] {
+      allBusy.count_down();
+      goOn.wait();
+    });
+    allBusy.wait();
+    post([&] {
+      tookNext.count_down();
+      release.wait();
+    });
+    for (int i = 0; i < 10; ++i) {
+      post([&] {
+        ++waiting;
+        release.wait();
+      });
+    }
+    (void)clock.now();  // a second passes
+    goOn.count_down();
+    tookNext.wait();
+    waits->end();
+    // As many work as there were before three were blocked.
+    const std::size_t threads = std::min<std::size_t>(7, maxThreads);
+    EXPECT_EQ(pool.threadCount(), threads);
+    EXPECT_TRUE(eventually([&] { return waiting == threads - 4; }));
+    waits->end();
+    EXPECT_EQ(pool.threadCount(), threads) << "none of the new ones has been at its job for long";
+    release.count_down();
+  }
 }
 
 TEST_F(WorkQueueTest, ShutdownRunsWhatIsQueuedThenQueuesRunJobsOnTheCaller) {
