@@ -78,10 +78,6 @@ CurlEasy renew(CurlEasy easy) {
   return easy;
 }
 
-ErrorPtr shutDownError() {
-  return makeTransportError(HttpTransportError::kShutDown, "The network is shut down.");
-}
-
 ErrorPtr resourceError(const char* text) {
   return makeTransportError(HttpTransportError::kNoResources, text);
 }
@@ -97,6 +93,8 @@ ThreadPool::Job completionJob(HttpCompletion completion, CurlTransfer::End end) 
 CurlEngine::CurlEngine(const NetworkConfiguration& configuration, ThreadPool& pool,
                        HttpCookieStore& cookies)
     : pool_(pool),
+      shutDown_(makeTransportError(HttpTransportError::kShutDown, "The network is shut down.")),
+      outOfMemory_(resourceError("The network has run out of memory.")),
       withCookies_(makeShare(true)),
       withoutCookies_(makeShare(false)),
       multi_(makeMulti()),
@@ -123,7 +121,7 @@ void CurlEngine::submit(const TransferPtr& transfer) {
   ErrorPtr refusal;
   {
     const MutexLock lock(mutex_);
-    refusal = requests_.stopping ? shutDownError() : startLocked();
+    refusal = requests_.stopping ? shutDown_ : startLocked();
     if (refusal == nullptr) requests_.incoming.push_back(transfer);
   }
   if (refusal == nullptr) {
@@ -181,11 +179,11 @@ void CurlEngine::run() {
   while (goesOn) {
     try {
       goesOn = step();
-    } catch (const std::exception& failure) {
-      endAll(resourceError(failure.what()));
+    } catch (const std::exception&) {
+      endAllWithLittleMemory(outOfMemory_);
     }
   }
-  endAll(shutDownError());
+  endAllWithLittleMemory(shutDown_);
   idle_.clear();
 }
 
@@ -301,6 +299,16 @@ void CurlEngine::endAll(const ErrorPtr& error) {
   while (!active_.empty()) endActive(active_.begin()->first, error);
   for (const TransferPtr& transfer : std::exchange(waiting_, {})) {
     complete(*transfer, {std::nullopt, error});
+  }
+}
+
+void CurlEngine::endAllWithLittleMemory(const ErrorPtr& error) noexcept {
+  while (true) {
+    try {
+      return endAll(error);
+    } catch (const std::exception&) {
+      std::this_thread::sleep_for(tuning::kFailureBackoff);  // each attempt ends some of them
+    }
   }
 }
 

@@ -64,6 +64,8 @@ class CurlEngine {
   void collectEnded();
   void endStalled();
   void endAll(const ErrorPtr& error);
+  /// The same where memory is short: what cannot be completed is dropped, which its owner notices.
+  void endAllWithLittleMemory(const ErrorPtr& error) noexcept;
   void endActive(CURL* easy, const ErrorPtr& error);
   void complete(CurlTransfer& transfer, CurlTransfer::End end);
   [[nodiscard]] std::chrono::milliseconds stallCheckInterval() const;
@@ -72,6 +74,8 @@ class CurlEngine {
 
   // Constant after construction.
   ThreadPool& pool_;
+  const ErrorPtr shutDown_;  // both made while there is memory
+  const ErrorPtr outOfMemory_;
   const CurlShare withCookies_;
   const CurlShare withoutCookies_;
   const CurlMulti multi_;

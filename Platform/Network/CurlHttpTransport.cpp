@@ -43,8 +43,9 @@ std::shared_ptr<HttpTransfer> CurlHttpTransport::send(HttpRequest request,
   }
   const auto transfer = std::make_shared<CurlTransfer>(std::move(request), std::move(url).value(),
                                                        std::move(completion));
+  auto handle = std::make_shared<CurlHandle>(engine_, transfer);
   engine_->submit(transfer);
-  return std::make_shared<CurlHandle>(engine_, transfer);
+  return handle;
 }
 
 void CurlHttpTransport::shutdown() { engine_->stop(); }

@@ -5,11 +5,11 @@
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/HttpTransportError.h"
 
-#include <fmt/format.h>
-
+#include <atomic>
 #include <exception>
 #include <functional>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace varo::platform {
@@ -41,22 +41,24 @@ class Ending {
     return completion_ != nullptr;
   }
 
-  /// On this thread.
+  /// While a thread is inside `send`, an end that comes there goes to the pool.
+  void setSending(std::thread::id thread) noexcept { sending_ = thread; }
+
   void end(std::optional<HttpResponse> response, ErrorPtr error) {
-    const HttpCompletion completion = take();
-    if (completion == nullptr) return;
     if (error == nullptr && !response) {
       error = noAnswer("The transport ended the request with neither an answer nor an error.");
     }
     if (error != nullptr) response.reset();
-    completion(std::move(response), std::move(error));
+    if (sending_.load() == std::this_thread::get_id()) return endOnPool(response, error);
+    if (const HttpCompletion completion = take()) completion(std::move(response), std::move(error));
   }
 
-  /// On the pool: for threads that may not run an application's code.
-  void endOnPool(const ErrorPtr& error) {
+  /// For threads that may not run an application's code.
+  void endOnPool(const std::optional<HttpResponse>& response, const ErrorPtr& error) {
     const HttpCompletion completion = take();
     if (completion == nullptr) return;
-    Runtime::shared().pool().postOrRun([completion, error] { completion(std::nullopt, error); });
+    Runtime::shared().pool().postOrRun(
+        [completion, response, error] { completion(response, error); });
   }
 
  private:
@@ -72,6 +74,7 @@ class Ending {
     return completion;  // the watch goes without the lock: it waits for a call that is under way
   }
 
+  std::atomic<std::thread::id> sending_{};  // the thread inside `send`, or none
   Mutex mutex_;
   HttpCompletion completion_ VARO_GUARDED_BY(mutex_);  // null once it was taken
   std::unique_ptr<Watch> watch_ VARO_GUARDED_BY(mutex_);
@@ -83,7 +86,8 @@ class Obligation {
   explicit Obligation(std::shared_ptr<Ending> ending) : ending_(std::move(ending)) {}
   ~Obligation() {
     try {
-      if (ending_->isOpen()) ending_->endOnPool(noAnswer("The transport dropped the request."));
+      if (ending_->isOpen())
+        ending_->endOnPool(std::nullopt, noAnswer("The transport dropped the request."));
     } catch (const std::exception&) {
       // Without memory even for that there is no way left to say anything.
     }
@@ -130,7 +134,7 @@ class GuardedTransfer final : public HttpTransfer {
       if (transfer != nullptr) return transfer->cancel();
     } catch (...) {  // an application's code may throw anything
     }
-    ending->endOnPool(cancelledError());
+    ending->endOnPool(std::nullopt, cancelledError());
   }
 
   // Weak: a caller that keeps this keeps no completion.
@@ -149,7 +153,7 @@ std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport, HttpRequest 
   const auto ending = std::make_shared<Ending>(std::move(completion));
   auto transfer = std::make_shared<GuardedTransfer>(ending);
   if (cancellation.stop_requested()) {
-    ending->endOnPool(cancelledError());
+    ending->endOnPool(std::nullopt, cancelledError());
     return transfer;
   }
   if (cancellation.stop_possible()) {
@@ -161,13 +165,16 @@ std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport, HttpRequest 
   // Held here as well, so that what `send` throws is told before that the request was dropped.
   const auto obligation = std::make_shared<Obligation>(ending);
   const auto fail = [&ending](const std::string& text) {
-    ending->endOnPool(noAnswer("The transport failed: " + text));
+    ending->endOnPool(std::nullopt, noAnswer("The transport failed: " + text));
   };
+  const auto complete = [obligation](std::optional<HttpResponse> response, ErrorPtr error) {
+    obligation->ending().end(std::move(response), std::move(error));
+  };
+  ending->setSending(std::this_thread::get_id());
   try {
-    transfer->setSent(transport.send(
-        std::move(request), [obligation](std::optional<HttpResponse> response, ErrorPtr error) {
-          obligation->ending().end(std::move(response), std::move(error));
-        }));
+    auto sent = transport.send(std::move(request), complete);
+    ending->setSending({});
+    transfer->setSent(std::move(sent));
   } catch (const std::exception& failure) {
     fail(failure.what());
   } catch (...) {  // an application's code may throw anything

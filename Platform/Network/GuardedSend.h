@@ -19,7 +19,8 @@ namespace varo::platform {
 ///   where the transport offers nothing to cancel, or its `cancel` throws, the request ends with
 ///   `HttpTransportError::kCancelled` and a later answer is ignored.
 ///
-/// The completion is called where the transport calls it, and otherwise on the runtime's pool.
+/// The completion is called where the transport calls it, but from inside `send`, and where the
+/// transport does not call it, on the runtime's pool.
 /// Returns what cancels the transfer; never null. It keeps nothing of the request alive. Throws
 /// only `std::bad_alloc`, and then nothing was sent and the completion is not called. Thread-safe.
 [[nodiscard]] std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport,

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <exception>
+#include <new>
 #include <stop_token>
 #include <utility>
 
@@ -88,6 +89,13 @@ NetworkErrorPtr toNetworkError(const Error& error) {
                                         currentCallStack());
 }
 
+/// Made while there is memory, for when there is none.
+const NetworkErrorPtr& outOfMemory() {
+  static const NetworkErrorPtr error = toNetworkError(
+      *makeTransportError(HttpTransportError::kNoResources, "There is no memory for the answer."));
+  return error;
+}
+
 Dictionary responseInfoOf(const HttpResponse& response) {
   Dictionary fields;
   for (const HttpHeader& header : response.headers) {
@@ -108,18 +116,21 @@ Dictionary responseInfoOf(const HttpResponse& response) {
 }
 
 void report(const NetworkCallback& callback, const std::optional<HttpResponse>& response,
-            ErrorPtr error) {
+            const ErrorPtr& error) {
   if (!callback) return;
   Dictionary info;
-  if (response) {
-    try {
+  NetworkErrorPtr failure;
+  try {
+    if (error != nullptr) {
+      failure = toNetworkError(*error);
+    } else {
       info = responseInfoOf(*response);
-    } catch (const std::exception& failure) {
-      error = makeTransportError(HttpTransportError::kNoResources, failure.what());
     }
+  } catch (const std::bad_alloc&) {
+    failure = outOfMemory();
   }
-  if (error != nullptr) {
-    callback(std::nullopt, {}, toNetworkError(*error));
+  if (failure != nullptr) {
+    callback(std::nullopt, {}, failure);
   } else {
     callback(response->body, info, nullptr);
   }
@@ -163,6 +174,7 @@ Result<HttpRequest> encodeWithBody(HttpMethod method, const std::string& url,
 /// Sends what `encode` makes. Whatever is thrown on the way is the request's failure.
 template <typename Encode>
 TransferPtr send(const Encode& encode, const Dictionary& options, const NetworkCallback& callback) {
+  static_cast<void>(outOfMemory());
   try {
     Result<HttpRequest> request = encode();
     if (request) return dispatch(std::move(request).value(), options, callback);

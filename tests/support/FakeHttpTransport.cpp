@@ -161,6 +161,9 @@ std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest requ
                                                                 HttpCompletion completion) {
   RecordedRequest record{request.method, request.url, request.headers, readOut(request.body),
                          request.spoolDirectory};
+  record.limits = request.limits;
+  record.connectTimeout = request.connectTimeout;
+  record.stallTimeout = request.stallTimeout;
   if (request.body) {
     for (const Data& piece : *request.body) record.bodySize += piece.size();
   }

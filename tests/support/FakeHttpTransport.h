@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Network/HttpTransport.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -24,6 +25,9 @@ struct RecordedRequest {
   std::optional<std::string> body;
   std::string spoolDirectory;
   std::uint64_t bodySize = 0;
+  platform::ResponseLimits limits = {};
+  std::optional<std::chrono::milliseconds> connectTimeout = {};
+  std::optional<std::chrono::milliseconds> stallTimeout = {};
 
   /// The value of the first header of this name, in any letter case.
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;

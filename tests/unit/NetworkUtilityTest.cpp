@@ -67,6 +67,27 @@ TEST_F(NetworkUtilityTest, ReportsStatusAndMergedHeadersWithTheBody) {
   EXPECT_EQ(requests[0].spoolDirectory, "/store");
 }
 
+TEST_F(NetworkUtilityTest, SendsAsTheSettingsOfTheRequestSay) {
+  const auto own = std::make_shared<FakeHttpTransport>();
+  own->answer(answerWith(200, "own"));
+  auto settings = std::make_shared<RequestSettings>();
+  settings->transport = own;
+  settings->connectTimeout = std::chrono::milliseconds(1);
+  settings->stallTimeout = std::chrono::milliseconds(2);
+  get({{kRequestSettings, settings},
+       {kResponseLimits, std::make_shared<ResponseLimitsValue>(
+                             ResponseLimits{.success = 3, .partial = 4, .error = 5})}});
+  EXPECT_EQ(wait().data, Data::fromBytes("own"));
+  EXPECT_EQ(transport_->requestCount(), 0U);
+  const RecordedRequest sent = own->requests().at(0);
+  EXPECT_EQ(sent.connectTimeout, settings->connectTimeout);
+  EXPECT_EQ(sent.stallTimeout, settings->stallTimeout);
+  EXPECT_EQ(sent.limits.forStatus(201), 3U);
+  EXPECT_EQ(sent.limits.forStatus(206), 4U);
+  EXPECT_EQ(sent.limits.forStatus(500), 5U);
+  EXPECT_EQ(sent.spoolDirectory, "");
+}
+
 TEST_F(NetworkUtilityTest, ReportsWhatCannotBeEncodedOnThePoolAndSendsNothing) {
   VRONetworkUtility::POST("http://h/", {}, {}, RequestType::kJson, Dictionary{{"a", Data()}}, {},
                           callback());
@@ -210,6 +231,24 @@ class StubbornTransport final : public HttpTransport {
   const std::shared_ptr<HttpTransfer> transfer_;
   HttpCompletion kept_;
 };
+
+/// Completes while it sends, on the thread that sends.
+class HastyTransport final : public HttpTransport {
+ public:
+  std::shared_ptr<HttpTransfer> send(HttpRequest /*request*/, HttpCompletion completion) override {
+    completion(HttpResponse{200, {}, Data::fromBytes("hasty")}, nullptr);
+    return nullptr;
+  }
+  void shutdown() override {}
+};
+
+TEST_F(NetworkUtilityTest, CallsBackOnThePoolWhereTheTransportCompletesFromInsideSend) {
+  VRONetworkUtility::setTransport(std::make_shared<HastyTransport>());
+  get();
+  const Report report = wait();
+  EXPECT_TRUE(report.onPool);
+  EXPECT_EQ(report.data, Data::fromBytes("hasty"));
+}
 
 class ThrowingTransfer final : public HttpTransfer {
  public:
