@@ -120,6 +120,31 @@ Result<std::shared_ptr<const File>> place(const Data& data, const std::string& d
   return std::shared_ptr<const File>(*named);
 }
 
+/// The mode that a new file in `directory` gets from the umask or the directory itself. Found out
+/// with a file, since the umask cannot be read without being changed for all threads.
+mode_t defaultModeIn(const std::string& directory) {
+  constexpr mode_t kAll = 0666;
+  constexpr mode_t kOwn = 0600;
+  TemporaryName name(directory);
+  const int descriptor = ::open(name.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kAll);
+  if (descriptor < 0) return kOwn;
+  name.own();
+  struct stat status {};
+  const bool known = ::fstat(descriptor, &status) == 0;
+  ::close(descriptor);
+  return known ? status.st_mode & kAll : kOwn;
+}
+
+Result<void> syncDirectory(const std::string& directory) {
+  const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return Error::fromErrno(errno, "Syncing", directory);
+  // Some file systems cannot sync a directory, and keep names safe in their own way.
+  const int failure = ::fsync(descriptor) != 0 && errno != EINVAL ? errno : 0;
+  ::close(descriptor);
+  if (failure != 0) return Error::fromErrno(failure, "Syncing", directory);
+  return {};
+}
+
 /// Network file systems report a full disk only when a descriptor is closed.
 bool isAccepted(const File& file) noexcept {
   const int copy = ::fcntl(file.descriptor(), F_DUPFD_CLOEXEC, 0);
@@ -258,14 +283,7 @@ Result<void> File::setSize(std::uint64_t size) {
 
 Result<void> File::sync() const {
   if (::fdatasync(descriptor_) != 0) return Error::fromErrno(errno, "Syncing", path_);
-  const std::string directory = directoryOf(path_);
-  const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return Error::fromErrno(errno, "Syncing", directory);
-  // Some file systems cannot sync a directory, and keep names safe in their own way.
-  const int failure = ::fsync(descriptor) != 0 && errno != EINVAL ? errno : 0;
-  ::close(descriptor);
-  if (failure != 0) return Error::fromErrno(failure, "Syncing", directory);
-  return {};
+  return syncDirectory(directoryOf(path_));
 }
 
 void File::startWriteback(std::uint64_t offset, std::uint64_t length) const noexcept {
@@ -290,7 +308,7 @@ bool File::isAt(const std::string& path) const noexcept {
          named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
 }
 
-Result<void> storeFile(const std::string& path, const Data& data) {
+Result<void> storeFile(const std::string& path, const Data& data, Durability durability) {
   const auto failure = [&path](int number) { return Error::fromErrno(number, "Storing", path); };
   if (hasNul(path)) return failure(EINVAL);
   struct stat existing {};
@@ -304,10 +322,14 @@ Result<void> storeFile(const std::string& path, const Data& data) {
   const auto stored = place(data, directory, name);
   if (!stored) return stored.error();
   // Without the bits that would run the new content as another user.
-  const mode_t mode = existing.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
-  if (replaces && ::fchmod((*stored)->descriptor(), mode) != 0) return failure(errno);
+  const mode_t mode =
+      replaces ? existing.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO) : defaultModeIn(directory);
+  if (::fchmod((*stored)->descriptor(), mode) != 0) return failure(errno);
   if (!isAccepted(**stored)) return failure(errno);
+  const bool isSynced = durability == Durability::kSynced;
+  if (isSynced && ::fsync((*stored)->descriptor()) != 0) return failure(errno);
   if (::rename(name.path().c_str(), path.c_str()) != 0) return failure(errno);
+  if (isSynced) return syncDirectory(directory);
   return {};
 }
 

@@ -79,16 +79,22 @@ class File {
   const bool canBeNamed_;
 };
 
+/// Whether storing waits for the disk.
+enum class Durability {
+  kNone,    // a power failure may undo or, on some file systems, empty what was stored just before
+  kSynced,  // the content is on the disk before its name appears, and the name before the return
+};
+
 /// Stores `data` under `path` so that the name shows the old content or the whole new one, never a
-/// part, whatever fails; only a power failure may undo or, on some file systems, empty what was
-/// stored just before, since nothing waits for the disk. Replaces a regular file (keeping its
-/// permissions); a new file has mode 0600 less the umask. A symbolic link, directory or special
-/// file at `path` is left alone and an error.
+/// part, whatever fails. Replaces a regular file (keeping its permissions); a new file has the mode
+/// that the directory and the umask give by default, its temporary form 0600. A symbolic link,
+/// directory or special file at `path` is left alone and an error.
 ///
 /// The bytes of a file-backed `Data` are moved by the kernel: an unnamed file in the same directory
 /// is just given the name, others are copied without passing through this process.
 /// Errors: domain "POSIX" with `errno`, the path concerned in the user information. Thread-safe.
-[[nodiscard]] Result<void> storeFile(const std::string& path, const Data& data);
+[[nodiscard]] Result<void> storeFile(const std::string& path, const Data& data,
+                                     Durability durability = Durability::kNone);
 
 /// What stands under a path, without following a symbolic link there.
 enum class FileKind { kNothing, kRegular, kDirectory, kOther };

@@ -128,6 +128,62 @@ TEST(DeleteBackOffDeathTest, ThousandDeletesInBackOffHoldUpNothingAndFailWithThe
   });
 }
 
+TEST(DeleteBackOffDeathTest, EveryStartEndsOnceWhileAnotherThreadShutsDown) {
+  inOwnProcess([] {
+    constexpr int kThreads = 4;
+    Storage::initialize();
+    const auto transport = std::make_shared<FakeHttpTransport>();
+    platform::VRONetworkUtility::setTransport(transport);
+    platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(platform::LogLevel::kFatal);
+    // A failed look-up is one end there.
+    setTransferPolicy(TransferPolicy::kSafe);
+    const std::string where = R"({\"domain\":\"#middlewaredomain\",\"relativepath\":\"/b\",)"
+                              R"(\"uploadMode\":\"binary\",\"method\":\"put\"})";
+    const std::string answer = R"({"opstatus":0,"upload_template":")" + where +
+                               R"(","records":[{"file_name":"a","download_template":")" + where +
+                               R"("}]})";
+    transport->setHandler([answer](const auto&) { return answerWith(200, answer); });
+    const TemporaryDirectory home;
+    platform::UserDirectories::install(platform::UserDirectories::below(home.path()));
+    const Dictionary upload{{"headers", Dictionary{}},
+                            {"metadata", Dictionary{{"file_name", "a"}}},
+                            {"file", Dictionary{{"rawBytes", Data::fromBytes("bytes")}}},
+                            {"chunkSize", 2}};
+    std::atomic<int> files{0};
+    std::atomic<int> started{0};
+    std::atomic<int> ended{0};
+    std::atomic<bool> enough{false};
+    const auto end = [&](const Value&) { ++ended; };
+    const Dictionary ofFile{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}};
+    {
+      std::vector<std::jthread> threads;
+      for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+          while (!enough) {
+            Storage::getFilesWithUrl(kService, {}, {}, end, end, {});
+            Storage::updateWithUrl(kService, ofFile, end, end, {});
+            Storage::deleteWithUrl(kService, "7", {}, {}, end, end, {});
+            Storage::uploadBinaryWithUrl(kService, {}, upload, end, end, {}, {});
+            const std::string file = std::to_string(++files);
+            Storage::downloadWithURL(
+                kService,
+                Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", file}}}},
+                end, end, {}, {});
+            started += 5;
+          }
+        });
+      }
+      require(eventually([&] { return started > 100; }), "operations start");
+      Runtime::shared().shutdown();
+      const int before = started;
+      require(eventually([&] { return started > before + 100; }), "and go on starting");
+      enough = true;
+    }
+    require(eventually([&] { return ended >= started; }), "each of them ends");
+    require(ended == started, "none ends twice");
+  });
+}
+
 TEST(DeleteBackOffDeathTest, EveryDeleteReportsOnceWhereverTheShutdownFindsIt) {
   inOwnProcess([] {
     GreatRandom random;

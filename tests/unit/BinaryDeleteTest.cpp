@@ -15,9 +15,7 @@ using testing::ElementsAre;
 constexpr const char* kAccepted =
     R"({"opstatus":0,"httpStatusCode":202,"poll_api":"/jobs/7/status?a=1&b=2"})";
 constexpr const char* kWorking = R"({"opstatus":0,"poll_status":"true"})";
-// The "pollingStatus" of an answer must not keep a delete polling that is done.
-constexpr const char* kDone =
-    R"({"opstatus":0,"poll_status":"false","deleted":3,"pollingStatus":false})";
+constexpr const char* kDone = R"({"opstatus":0,"poll_status":"false","deleted":3})";
 
 class DeleteTest : public test::FileAdapterFixture {
  protected:
@@ -48,6 +46,7 @@ class DeleteTest : public test::FileAdapterFixture {
     ASSERT_EQ(errors->size(), 1U);
     EXPECT_EQ((*errors)[0].error()->domain(), domain);
     EXPECT_EQ((*errors)[0].error()->code(), code);
+    EXPECT_EQ(info["underlyingError"], (*errors)[0]);
   }
 
   const std::string kFiles = std::string(kUrl) + "/objects/File";
@@ -103,9 +102,8 @@ TEST_F(DeleteTest, FifthAnswerThatDoesNotMatchFailsTheDelete) {
   constexpr std::string_view kDomain =
       "Exceeded number of retries, the current operation is taking longer time, status is not "
       "available yet";
-  for (const char* working :
-       {kWorking, R"({"opstatus":0,"poll_status":false})", R"({})",
-        R"({"poll_status":"False","pollingStatus":true})", R"({"poll_status":null})"}) {
+  for (const char* working : {kWorking, R"({"opstatus":0,"poll_status":false})", R"({})",
+                              R"({"poll_status":"False"})", R"({"poll_status":null})"}) {
     random_.bounds.clear();
     const std::size_t before = transport_->requestCount();
     answerAll({kAccepted, working, working, working, working, working});
@@ -116,6 +114,24 @@ TEST_F(DeleteTest, FifthAnswerThatDoesNotMatchFailsTheDelete) {
     EXPECT_EQ(task->state(), TaskState::Errored);
     ASSERT_EQ(task->errors().size(), 1U);
     EXPECT_EQ(task->errors()[0]->domain(), "Network operation failed");
+  }
+}
+
+TEST_F(DeleteTest, PollingStatusOfAnAnswerCountsUnderTheCompatiblePolicyOnly) {
+  const char* saysDone = R"({"poll_status":"true","pollingStatus":true})";
+  const char* saysWorking = R"({"poll_status":"false","pollingStatus":false})";
+  for (const bool safe : {false, true}) {
+    setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+    const std::size_t before = transport_->requestCount();
+    answerAll({kAccepted, saysDone});
+    if (safe) answerAll({kDone});
+    start();
+    EXPECT_EQ(awaitNext().block, "success");
+    answerAll({kAccepted, saysWorking});
+    if (!safe) answerAll({kDone});
+    start();
+    EXPECT_EQ(awaitNext().block, "success");
+    EXPECT_EQ(transport_->requestCount() - before, 5U);
   }
 }
 

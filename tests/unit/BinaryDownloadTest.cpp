@@ -119,6 +119,45 @@ TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
   }
 }
 
+TEST_F(DownloadTest, FileThatIsThereCountsWhereItHasTheSizeOfTheRecord) {
+  std::filesystem::create_directory(downloads_);
+  const struct {
+    Value size;
+    std::string compatible, safe;  // what is there afterwards
+  } cases[] = {{3, "old", "old"},      {"3", "old", "old"}, {4, "old", "whole"},
+               {"5", "old", "whole"},  {0, "old", "whole"}, {"3 bytes", "old", "old"},
+               {nullptr, "old", "old"}};
+  for (const auto& item : cases) {
+    for (const bool safe : {false, true}) {
+      setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+      const std::string& content = safe ? item.safe : item.compatible;
+      writeFile(downloads_ + "/a", "old");
+      Dictionary sized = record("a");
+      sized.set("file_size", item.size);
+      answerLookUp({sized});
+      if (content != "old") transport_->answer(answerWith(200, content));
+      download();
+      EXPECT_EQ(awaitNext().block, "success");
+      EXPECT_EQ(contentOf(downloads_ + "/a"), content) << item.size.textValue();
+    }
+  }
+}
+
+TEST_F(DownloadTest, NamesThatStayInTheDirectoryAreTheirText) {
+  std::filesystem::create_directories(downloads_ + "/sub");
+  const std::pair<Value, std::string> names[] = {
+      {7, "7"}, {1.5, "1.5"}, {"./dot", "dot"}, {"sub/./dot", "sub/dot"}, {".hidden", ".hidden"}};
+  for (const auto& [name, file] : names) {
+    answerLookUp({record(name)});
+    transport_->answer(answerWith(200, "bytes"));
+    download();
+    const Event event = awaitNext();
+    ASSERT_EQ(event.block, "success") << file;
+    EXPECT_EQ(event.value.dictionaryValue()["file_name"], Value(name.textValue()));
+    EXPECT_EQ(contentOf(downloads_ + "/" + file), "bytes");
+  }
+}
+
 TEST_F(DownloadTest, RecordsThatCannotBeDownloadedFailBeforeAnythingIsFetched) {
   const std::string noRecord =
       "5004 Binary record does not exist. Hence cannot create download task: binary records "
@@ -134,8 +173,8 @@ TEST_F(DownloadTest, RecordsThatCannotBeDownloadedFailBeforeAnythingIsFetched) {
       {Array{record(nullptr)}, invalid},
       {Array{record(Array{"a"})}, invalid},
   };
-  for (const std::string name :
-       {"", ".", "..", "../x", "/x", "a/../../x", "..\\x", "%2e%2e%2fx", "a%2f..%2f..%2fx"}) {
+  for (const std::string name : {"", ".", "./", "..", "./../x", "../x", "/x", "a/../../x", "..\\x",
+                                 "%2e%2e%2fx", "a%2f..%2f..%2fx"}) {
     cases.emplace_back(Array{record(name)}, invalid + name);
   }
   for (const auto& [records, text] : cases) {

@@ -23,7 +23,8 @@ class BinaryNetworkUtilsTest : public testing::Test {
 
   static Outcome complete(const std::optional<std::string>& body, int status,
                           std::string_view operationType = {},
-                          const NetworkErrorPtr& transportError = nullptr) {
+                          const NetworkErrorPtr& transportError = nullptr,
+                          const Dictionary& headers = {{"ETag", "e1"}}) {
     auto outcome = std::make_shared<Outcome>();
     const std::weak_ptr<Outcome> released = outcome;
     auto handler = BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
@@ -37,7 +38,7 @@ class BinaryNetworkUtilsTest : public testing::Test {
     if (body) data = Data::fromBytes(*body);
     handler(data,
             Dictionary{{std::string(platform::kHttpResponse),
-                        std::make_shared<HttpResponseInfo>(status, Dictionary{{"ETag", "e1"}})}},
+                        std::make_shared<HttpResponseInfo>(status, headers)}},
             transportError);
     handler = nullptr;
     Outcome copy = *outcome;
@@ -65,9 +66,9 @@ TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
   const std::string answered = "The server answered with HTTP status ";
   const Case cases[] = {
       {"{}", 200, "", 1, onlyHeaders, 0, 0, ""},
-      {"", 200, "", 1, onlyHeaders, 0, 0, ""},
-      {"<html>", 200, "", 1, onlyHeaders, 0, 0, ""},
-      {"[1]", 200, "", 1, onlyHeaders, 0, 0, ""},
+      {"", 200, "", 1, onlyHeaders, 0, 6014, "Empty Body Received from Server"},
+      {"<html>", 200, "", 1, onlyHeaders, 0, 6003, "The answer is no JSON object"},
+      {"[1]", 200, "", 1, onlyHeaders, 0, 6003, "The answer is no JSON object"},
       {R"({"a":1})", 200, "BinaryList", 1, jsonAndHeaders, 0, 0, ""},
       {R"({"opstatus":0,"a":1})", 200, "", 1, {{"opstatus", 0}, {"a", 1}}, 0, 0, ""},
       {R"({"opstatus":"0"})", 500, "", 1, {{"opstatus", "0"}}, 0, 0, ""},
@@ -99,6 +100,42 @@ TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
       EXPECT_FALSE(outcome.error->callStack().empty());
     }
   }
+}
+
+TEST_F(BinaryNetworkUtilsTest, PartOfAFileIsNoFile) {
+  const struct {
+    int status;
+    std::string range;
+    bool compatible, safe;  // whether it is a success
+  } cases[] = {
+      {200, "", true, true},
+      {206, "bytes 0-6/7", true, false},
+      {206, "bytes 0-6/100", false, false},
+      {206, "bytes 0-99/100", false, false},
+      {206, "bytes 93-99/100", false, false},
+      {206, "bytes 0-6/*", false, false},
+      {206, "bytes */7", false, false},
+      {206, "", false, false},
+      {203, "", true, false},
+      {304, "", true, false},
+  };
+  for (const auto& item : cases) {
+    for (const bool safe : {false, true}) {
+      SCOPED_TRACE(std::to_string(item.status) + " " + item.range);
+      setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+      const Outcome outcome =
+          complete("7 bytes", item.status, "Download", nullptr, {{"content-range", item.range}});
+      EXPECT_EQ(outcome.error == nullptr, safe ? item.safe : item.compatible);
+      if (outcome.error == nullptr) continue;
+      EXPECT_EQ(outcome.error->code(), 6003);
+      EXPECT_EQ(outcome.error->userInfo()["httpStatusCode"], Value(item.status));
+    }
+  }
+}
+
+TEST_F(BinaryNetworkUtilsTest, CookiesAreNoneOfTheHeadersThatAnAnswerHandsOn) {
+  const Outcome outcome = complete("x", 200, {}, nullptr, {{"set-COOKIE", "s"}, {"ETag", "e"}});
+  EXPECT_EQ(outcome.result["response_headers"], Value(Dictionary{{"ETag", "e"}}));
 }
 
 TEST_F(BinaryNetworkUtilsTest, ErrorsKeepWhatTheServerSaid) {

@@ -2,6 +2,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
 #include "Platform/Foundation/Base64.h"
 #include "tests/support/FileAdapterFixture.h"
+#include "tests/support/RecordingLog.h"
 
 #include <atomic>
 
@@ -227,7 +228,8 @@ TEST_F(UploadTest, FileThatIsReplacedOrGrowsIsUploadedAsItWas) {
   EXPECT_EQ(sent, "0123456789");
 }
 
-TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
+TEST_F(UploadTest, EveryStepEndsTheUploadOnceWhereItIsNotSilence) {
+  constexpr std::int64_t kSuccess = -1;
   writeFile(path_, "0123456789");
   const auto created = [](Dictionary uploadTemplate) {
     return answerWith(200, json({{"upload_template", json(uploadTemplate)}}));
@@ -240,6 +242,8 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       json({{"upload_template", json(putToService())}, {"commitUrl", "http://evil.test/commit"}}));
   const ScriptedAnswer ok = answerWith(200, "{}");
   const ScriptedAnswer none = answerWith(204, std::nullopt);
+  const ScriptedAnswer empty = answerWith(200, "");
+  const ScriptedAnswer login = answerWith(200, "<html>Sign in</html>");
   const ScriptedAnswer down = test::failWith(7, "connection refused");
   const ScriptedAnswer refused = answerWith(200, R"({"opstatus":8})");
   const ScriptedAnswer page = answerWith(500, "x");
@@ -263,7 +267,11 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       {"second chunk refused", {start, ok, down}, 7, 7, 1},
       {"second chunk failed", {start, ok, refused}, 6003, 6003, 1},
       {"commit failed", {start, ok, ok, ok, refused}, 6003, 6003, 3},
-      {"commit without body", {start, ok, ok, ok, none}, 0, 6014, 3},
+      {"commit without body", {start, ok, ok, ok, none}, 0, kSuccess, 3},
+      {"commit of no bytes", {start, ok, ok, ok, empty}, kSuccess, kSuccess, 3},
+      {"commit a page", {start, ok, ok, ok, login}, kSuccess, 6003, 3},
+      {"creation a page", {login}, 0, 6003, 0},
+      {"creation of no bytes", {empty}, 0, 6014, 0},
   };
   std::size_t events = 0;
   for (const auto& item : cases) {
@@ -281,7 +289,8 @@ TEST_F(UploadTest, EveryStepThatFailsEndsTheUploadWithOneFailure) {
       EXPECT_EQ(transport_->requestCount() - requests, item.answers.size());
       if (code == 0) continue;
       const Dictionary failure = all.back().value.dictionaryValue();
-      EXPECT_EQ(all.back().block, "failure");
+      EXPECT_EQ(all.back().block, code == kSuccess ? "success" : "failure");
+      if (code == kSuccess) continue;
       EXPECT_EQ(failure["code"], Value(std::to_string(code)));
     }
   }
@@ -301,6 +310,24 @@ TEST_F(UploadTest, FileThatGoesBeforeItsFirstChunkIsAFailure) {
   EXPECT_EQ(failure["localizedDescription"],
             Value("Unable to upload file - unknown error while uploading: Opening " + path_ +
                   ": No such file or directory"));
+}
+
+TEST_F(UploadTest, SettingsThatAreNotWhatTheyShouldBeAreToldUnderTheSafePolicy) {
+  writeFile(path_, "bytes");
+  serve(putToService());
+  const RecordingLog log(LogLevel::kWarning);
+  const char* warning = "Nothing reads \"chunksize\" in the options; did you mean \"chunkSize\"?";
+  for (const bool safe : {false, true}) {
+    setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+    upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, {{"chunkSize", "9M"}},
+           Dictionary{{"chunksize", 4}});
+    if (!safe) {
+      EXPECT_EQ(awaitEvents(3).back().block, "success");
+    } else {
+      EXPECT_EQ(awaitNext().value.dictionaryValue()["code"], Value("6011"));
+    }
+    EXPECT_EQ(log->count(LogLevel::kWarning, warning), safe ? 1 : 0);
+  }
 }
 
 TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {

@@ -22,6 +22,12 @@ TEST(BinaryCommonUtilsTest, FiltersJoinTheEntriesInOrderAndSuffixesFindTheirSepa
   const auto filter = &BinaryCommonUtils::generateFilterStringWithMetadata;
   EXPECT_EQ(filter(Dictionary{{"name", "a'.png"}, {"file", true}, {"b", "c"}}),
             "name eq 'a'.png' and file eq 'true' and b eq 'c'");
+  Array tags;
+  for (int i = 0; i < 2000; ++i) tags.append("long");
+  tags.append(Dictionary{{"token", "t"}});
+  const std::string whole = filter(Dictionary{{"tags", tags}});
+  EXPECT_EQ(whole.size(), 2000 * 7 + 25U) << "neither cut nor redacted";
+  EXPECT_THAT(whole, testing::EndsWith(R"("long",{"token":"t"}]')"));
   EXPECT_EQ(BinaryCommonUtils::appendSuffixToUrl("u?a=1", "b=2"), "u?a=1&b=2");
   EXPECT_EQ(BinaryCommonUtils::appendSuffixToUrl("u", "b=2"), "u?b=2");
 }

@@ -119,6 +119,22 @@ TEST(ValidationUtilsTest, UploadParametersFailAtTheFirstRuleTheyBreak) {
         });
 }
 
+TEST(ValidationUtilsTest, ChunkSizesGivenAsTextAreWhollyNumbers) {
+  const auto isValid = [](const Value& ofParams, const Value& ofOptions) {
+    return [=](const auto&, ErrorPtr* error) {
+      return ValidationUtils::validateChunkSizes({{"chunkSize", ofParams}},
+                                                 Dictionary{{"chunkSize", ofOptions}}, error);
+    };
+  };
+  const Case bad{std::nullopt, "UploadError 6011", "chunkSize is not wholly a number : 1M",
+                 "Upload chunkSize validation failed : "};
+  for (const Value& good : {Value(), Value(5), Value("1048576"), Value("-1"), Value(nullptr)}) {
+    check({{}}, isValid(good, {}));
+    check({bad}, isValid(good, "1M"));
+    check({bad}, isValid("1M", good));
+  }
+}
+
 TEST(ValidationUtilsTest, DownloadAndUpdateParametersFailInTheDomainOfTheRuleTheyBreak) {
   const Dictionary good{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}};
   const Case emptyId{withMetadata(good, "file_id", ""), "DownloadError 6016",

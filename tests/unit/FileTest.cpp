@@ -38,10 +38,15 @@ TEST_F(StoreFileTest, EveryKindOfDataArrivesWholeAndNothingElseIsLeft) {
       // Another file system where there is one: the kernel neither links nor copies across.
       inFile(bytes, fileKindAt("/dev/shm") == FileKind::kDirectory ? "/dev/shm" : "/tmp"),
   };
+  mode_t umask = 0077;
   for (const Data& data : cases) {
-    ASSERT_TRUE(storeFile(path_, data).ok());
+    umask = umask == 0077 ? 0022 : 0077;
+    const mode_t before = ::umask(umask);
+    ASSERT_TRUE(
+        storeFile(path_, data, umask == 0077 ? Durability::kSynced : Durability::kNone).ok());
+    ::umask(before);
     EXPECT_TRUE(contentOf(path_) == bytes);
-    EXPECT_EQ(modeOf(path_), 0600U);
+    EXPECT_EQ(modeOf(path_), 0666U & ~umask);
     EXPECT_THAT(directory_.names(), ElementsAre("file", "source"));
     ASSERT_EQ(::unlink(path_.c_str()), 0);
   }

@@ -4,8 +4,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Common/VROCommonUtility.h"
+#include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Json.h"
-#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 
 #include <chrono>
@@ -25,8 +25,6 @@ using platform::VSTaskError;
 
 /// A response is shown or parsed as text; more than this is neither. Bytes.
 constexpr std::uint64_t kMaxResponseText = std::uint64_t{64} * 1024 * 1024;
-/// How much of an answer's body an error keeps, bytes.
-constexpr std::uint64_t kBodyExcerpt = 4096;
 constexpr std::string_view kResponseUnreadable = "The response can't be read as text : %@";
 constexpr char kTestProbe[] = "XCTestProbe_isTesting";
 
@@ -88,7 +86,7 @@ std::string CommonUtils::getResponseString(const std::optional<Data>& data) {
 }
 
 std::string CommonUtils::responseExcerpt(const std::optional<Data>& data) {
-  return platform::redactSecrets(getResponseString(data.value_or(Data()).slice(0, kBodyExcerpt)));
+  return platform::excerptOf(data.value_or(Data()));
 }
 
 void CommonUtils::addAnswer(Dictionary& userInfo, int status, const std::optional<Data>& body) {

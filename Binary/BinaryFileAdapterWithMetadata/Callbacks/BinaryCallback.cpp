@@ -3,6 +3,7 @@
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -46,6 +47,16 @@ void BinaryCallback::setProgressCallback(BinaryBlock progressCallback) {
   _progressCallback = shared(std::move(progressCallback));
 }
 
+void BinaryCallback::setWhenEnded(std::function<void()> whenEnded) {
+  whenEnded_ = std::move(whenEnded);
+}
+
+bool BinaryCallback::noteEnd() {
+  if (endNoted_.exchange(true)) return false;
+  if (whenEnded_) whenEnded_();
+  return true;
+}
+
 void BinaryCallback::executeWithCallback(CallbackType callbackType, const Value& result) {
   switch (callbackType) {
     case CallbackType::kSuccess:
@@ -59,12 +70,14 @@ void BinaryCallback::executeWithCallback(CallbackType callbackType, const Value&
 }
 
 void BinaryCallback::executeSuccessWithResult(const Value& result) {
+  noteEnd();
   if (_successCallback == nullptr) return logger().logWarning(kSuccessNotDefined);
   if (result.isMissing()) logger().logWarning(kNoResult);
   submit(_successCallback, result);
 }
 
 void BinaryCallback::executeFailureWithError(const Value& error) {
+  noteEnd();
   if (_failureCallback == nullptr) return logger().logWarning(kFailureNotDefined);
   if (error.isMissing()) logger().logWarning(kNoError);
   submit(_failureCallback, error);
@@ -79,7 +92,11 @@ void BinaryCallback::executeProgressWithCurrentStatus(const Value& status) {
 std::string BinaryCallback::description() const { return "BinaryCallback"; }
 
 void BinaryCallback::submit(const SharedBlock& block, const Value& value) {
-  _binaryCallbackExecutionQueue.async([block, value]() { run(*block, value); });
+  try {
+    _binaryCallbackExecutionQueue.async([block, value]() { run(*block, value); });
+  } catch (const std::bad_alloc&) {
+    run(*block, value);  // an end that is not told is worse than one that is told here
+  }
 }
 
 void BinaryCallback::run(const BinaryBlock& block, const Value& value) {

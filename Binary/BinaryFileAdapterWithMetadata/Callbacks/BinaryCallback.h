@@ -5,6 +5,7 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/Foundation/WorkQueue.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,6 +23,9 @@ using BinaryBlock = std::function<void(const platform::Value&)>;
 /// its own transfer. No lock is held while a block runs, so it may start further operations. What a
 /// block throws is logged and goes no further.
 ///
+/// An operation ends once: who is about to report its end says so with `noteEnd`, so that nobody
+/// else takes it for lost. The reports do so themselves.
+///
 /// The setters are called before the holder is shared; everything else is thread-safe. The blocks
 /// are released with the holder, which lives as long as a task of its operation.
 class BinaryCallback final : public platform::Object {
@@ -34,9 +38,16 @@ class BinaryCallback final : public platform::Object {
   void setFailureCallback(BinaryBlock failureCallback);
   void setProgressCallback(BinaryBlock progressCallback);
 
+  /// Called once, with the first `noteEnd`, on its thread and with no lock held.
+  void setWhenEnded(std::function<void()> whenEnded);
+
+  /// Notes that the operation's end is about to be reported; whether nobody has noted that before.
+  bool noteEnd();
+
   /// Runs the block of this type; nothing for a number that is no type.
   void executeWithCallback(CallbackType callbackType, const platform::Value& result);
-  /// Submits the block and returns at once. A missing result is handed on after a warning.
+  /// Submits the block and returns at once; where the system has no memory for that, the block runs
+  /// here. A missing result is handed on after a warning.
   void executeSuccessWithResult(const platform::Value& result);
   /// As for success.
   void executeFailureWithError(const platform::Value& error);
@@ -56,6 +67,8 @@ class BinaryCallback final : public platform::Object {
   SharedBlock _successCallback;
   SharedBlock _failureCallback;
   SharedBlock _progressCallback;
+  std::function<void()> whenEnded_;
+  std::atomic<bool> endNoted_{false};
   platform::ConcurrentQueue _binaryCallbackExecutionQueue;
   platform::SerialQueue _binaryProgressCallbackExecutionQueue;
 };

@@ -18,8 +18,15 @@ namespace varo::binary {
 /// the thread that drives the operation. An absent block is an empty one. A failure is
 /// {"code": decimal text, "localizedDescription", "domain", "userInfo"}; that of a download that
 /// was started is {"error": what is known, its errors under "Errors"}, and a failed look-up of the
-/// file is reported in both shapes. An exception inside a call is reported to its failure block on
-/// the calling thread, before the call returns, as {"error": an `Error` with what it said}.
+/// file is reported in both shapes, under `TransferPolicy::kSafe` in this one alone. An exception
+/// inside a call is reported to its failure block on the calling thread, before the call returns,
+/// as {"error": an `Error` with what it said}.
+///
+/// In the options of each operation may stand, under "cancellation", a `platform::Cancellation`
+/// with which the operation can be given up: it then ends with one failure,
+/// `kCodeOperationCancelled` (6027), and what it has stored meanwhile is gone; a cancel after the
+/// end changes nothing. Under "settings" may stand an `OperationSettings` in place of the
+/// process's.
 ///
 /// Blocks and dictionaries are kept until the operation has ended. Thread-safe; operations may be
 /// called from inside any block. After the runtime's shutdown nothing is started any more.

@@ -2,7 +2,8 @@
 
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
@@ -10,9 +11,12 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 #include "Platform/Foundation/Runtime.h"
 
+#include <array>
 #include <utility>
 
 namespace varo::binary {
@@ -56,8 +60,26 @@ constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not de
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-Value optional(const std::optional<Dictionary>& dictionary) {
-  return dictionary ? Value(*dictionary) : Value();
+/// Of the options, for all operations.
+constexpr std::array<std::string_view, 6> kKnownOptions = {
+    keys::kChunkSize,   keys::kDisableIntegrityCheck, keys::kForceDownload,
+    kVaroAuthorization, kOperationSettings,           kCancellation};
+
+/// The settings of an operation that starts now.
+OperationSettings::Ptr take(const std::optional<Dictionary>& options) {
+  OperationSettings::Ptr settings = OperationSettings::take(options.value_or(Dictionary{}));
+  if (options && settings->isSafe()) warnOfUnknownKeys("the options", *options, kKnownOptions);
+  return settings;
+}
+
+/// The options as tasks hand them on: without what only says how the operation is to run, and may
+/// end up in results.
+Value passedOn(const std::optional<Dictionary>& options) {
+  if (!options) return {};
+  Dictionary others = *options;
+  others.remove(kOperationSettings);
+  others.remove(kCancellation);
+  return others;
 }
 
 /// Of the options where they have it; true otherwise.
@@ -102,6 +124,14 @@ bool FileStorageManager::enterWithUrl(std::string_view functionTag, const std::s
   return true;
 }
 
+void FileStorageManager::start(const std::shared_ptr<VSTask>& operation) {
+  operation->subscribeForTaskUpdates(shared_from_this());
+  operation->start();
+  // A task that the engine refuses, in a shutdown, may be told to nobody any more.
+  const TaskState state = operation->state();
+  if (state == TaskState::Errored) task(operation, state, state, {});
+}
+
 void FileStorageManager::reportInvalid(std::string_view message,
                                        const std::shared_ptr<BinaryCallback>& callback,
                                        const ErrorPtr& error) {
@@ -133,7 +163,8 @@ void FileStorageManager::listFilesWithUrl(const std::string& url,
                                           const std::optional<Dictionary>& options) {
   if (!enterWithUrl(kListTag, url, callback)) return;
 
-  Dictionary input{{keys::kUrl, url}};
+  Dictionary input{{keys::kUrl, url},
+                   {kOperationSettings, OperationSettings::value(take(options))}};
   if (criteria && !criteria->empty()) {
     input.set(keys::kFilter, *criteria);
   } else {
@@ -145,8 +176,7 @@ void FileStorageManager::listFilesWithUrl(const std::string& url,
 
   const auto list = std::make_shared<BinaryListTask>(/*invokeCallbackOnSuccess=*/true);
   list->setInputContext(std::move(input));
-  list->subscribeForTaskUpdates(shared_from_this());
-  list->start();
+  start(list);
 }
 
 void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInputType inputType,
@@ -158,6 +188,10 @@ void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInput
   if (!ValidationUtils::validateUploadParamsWithUploadParams(uploadParams, inputType, &error)) {
     return reportInvalid(kInvalidUploadParams, callback, error);
   }
+  const OperationSettings::Ptr settings = take(options);
+  if (settings->isSafe() && !ValidationUtils::validateChunkSizes(*uploadParams, options, &error)) {
+    return reportInvalid(kInvalidUploadParams, callback, error);
+  }
   logger().logDebug(kUploadParamsValid);
 
   const auto upload = std::make_shared<BinaryFileUploaderTask>();
@@ -165,8 +199,9 @@ void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInput
       {{keys::kUrl, url},
        {keys::kUploadParams, ValidationUtils::fixChunkSizeIfNeeded(uploadParams)},
        {keys::kCallback, callback},
-       {keys::kOptions, optional(options)}});
-  upload->start();
+       {keys::kOptions, passedOn(options)},
+       {kOperationSettings, OperationSettings::value(settings)}});
+  start(upload);
 }
 
 void FileStorageManager::downloadWithURL(const std::string& url,
@@ -188,9 +223,10 @@ void FileStorageManager::downloadWithURL(const std::string& url,
                    {keys::kUrl, url},
                    {keys::kCallback, callback},
                    {keys::kQueryParamsForDownload, metadata}};
-  if (transferPolicy() == TransferPolicy::kSafe) input.set(keys::kOptions, optional(options));
+  const OperationSettings::Ptr settings = take(options);
+  input.set(kOperationSettings, OperationSettings::value(settings));
+  if (settings->isSafe()) input.set(keys::kOptions, passedOn(options));
   download->setInputContext(std::move(input));
-  download->subscribeForTaskUpdates(shared_from_this());
   if (!enterDownload(download)) {
     logger().logError(kDownloadInProgress, _classTag, functionTag(), fileId);
     return reportFailure(
@@ -198,7 +234,13 @@ void FileStorageManager::downloadWithURL(const std::string& url,
         CommonUtils::generateErrorWith(
             kDownloadErrorDomain, kDownloadNotStartedAlreadyExistsInQueue, kFileAlreadyInQueue));
   }
-  download->start();
+  if (callback != nullptr) {
+    // A look-up reports its failure itself, and the block may download the file again.
+    callback->setWhenEnded([fileId, weak = std::weak_ptr<VSTask>(download)] {
+      sharedInstance().leaveDownload(fileId, weak);
+    });
+  }
+  start(download);
 }
 
 bool FileStorageManager::enterDownload(const DownloadPtr& download) {
@@ -206,10 +248,21 @@ bool FileStorageManager::enterDownload(const DownloadPtr& download) {
   return _downloadTaskMap.try_emplace(download->name(), download).second;
 }
 
+void FileStorageManager::leaveDownload(const std::string& fileId,
+                                       const std::weak_ptr<VSTask>& download) {
+  const MutexLock lock(mutex_);
+  const auto found = _downloadTaskMap.find(fileId);
+  if (found == _downloadTaskMap.end()) return;
+  // Compared by owner: this must not become the last owner of a task under the lock.
+  const auto& entered = found->second;
+  if (entered.owner_before(download) || download.owner_before(entered)) return;
+  _downloadTaskMap.erase(found);
+}
+
 void FileStorageManager::updateWithUrl(const std::string& url,
                                        const std::optional<Dictionary>& params,
                                        const std::shared_ptr<BinaryCallback>& callback,
-                                       const std::optional<Dictionary>& /*options*/) {
+                                       const std::optional<Dictionary>& options) {
   if (!enterWithUrl(kUpdateTag, url, callback)) return;
   ErrorPtr error;
   if (!ValidationUtils::validateUpdateParams(params, &error)) {
@@ -221,8 +274,9 @@ void FileStorageManager::updateWithUrl(const std::string& url,
   update->setInputContext({{keys::kUrl, url},
                            {keys::kHeaders, (*params)[keys::kHeaders]},
                            {keys::kMetadata, (*params)[keys::kMetadata]},
-                           {keys::kCallback, callback}});
-  update->start();
+                           {keys::kCallback, callback},
+                           {kOperationSettings, OperationSettings::value(take(options))}});
+  start(update);
 }
 
 void FileStorageManager::deleteWithUrl(const std::string& url,
@@ -249,12 +303,13 @@ void FileStorageManager::delete_(const std::string& url, const std::optional<std
                                  const std::optional<Dictionary>& options) {
   if (!enterWithUrl(kDeleteTag, url, callback)) return;
   Dictionary input = generateCommonInputContextWithMethodName(kDeleteTag, url, callback, options);
+  input.set(kOperationSettings, OperationSettings::value(take(options)));
   if (!addDeleteContext(fileId, deleteParams, callback, input)) return;
   addHeaders(headers, input);
 
   const auto deletion = std::make_shared<BinaryDeleteTask>();
   deletion->setInputContext(std::move(input));
-  deletion->start();
+  start(deletion);
 }
 
 Dictionary FileStorageManager::generateCommonInputContextWithMethodName(
@@ -263,7 +318,7 @@ Dictionary FileStorageManager::generateCommonInputContextWithMethodName(
     const std::optional<Dictionary>& options) {
   Dictionary input{{keys::kUrl, url}, {keys::kCallback, binaryCallback}};
   if (options) {
-    input.set(keys::kOptions, *options);
+    input.set(keys::kOptions, passedOn(options));
     input.set(keys::kDisableIntegrityCheck, disableIntegrityCheck(*options));
   } else {
     logger().logWarning(kNoOptions, methodName);
@@ -284,7 +339,7 @@ bool FileStorageManager::addDeleteContext(const std::optional<std::string>& file
     Dictionary context = deleteParams.value_or(Dictionary{});
     context.set(keys::kFileId, *fileId);
     input.set(keys::kRequestContext, std::move(context));
-  } else if (deleteParams || transferPolicy() == TransferPolicy::kSafe) {
+  } else if (deleteParams || OperationSettings::of(input)->isSafe()) {
     if (!ValidationUtils::validateDeleteParams(deleteParams, &error)) {
       reportInvalid(kInvalidDeleteParams, callback, error);
       return false;
@@ -296,17 +351,28 @@ bool FileStorageManager::addDeleteContext(const std::optional<std::string>& file
 
 void FileStorageManager::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
                               const Dictionary& /*context*/) {
+  const bool isFailure = to == TaskState::Errored || to == TaskState::Stopped;
   const auto download = std::dynamic_pointer_cast<BinaryFileDownloaderTask>(task);
-  if (download == nullptr) return;
-  if (to == TaskState::Ended) {
+  if (download == nullptr) {
+    if (isFailure) reportUntold(*task);
+  } else if (to == TaskState::Ended) {
     handleSuccessForDownloadTask(download);
-  } else if (to == TaskState::Errored || to == TaskState::Stopped) {
+  } else if (isFailure) {
     handleFailureForDownloadTask(download);
   }
 }
 
+void FileStorageManager::reportUntold(const VSTask& operation) {
+  const auto callback = getBinaryCallback(operation);
+  if (callback == nullptr || !callback->noteEnd()) return;
+  const auto errors = operation.errors();
+  BinaryCallbackUtils::executeFailureCallback(callback, errors.empty() ? nullptr : errors.front());
+}
+
 void FileStorageManager::handleSuccessForDownloadTask(const DownloadPtr& download) {
-  const auto callback = removeAndGetBinaryCallback(download);
+  if (!download->takeEnd()) return;
+  leaveDownload(download->name(), download);
+  const auto callback = getBinaryCallback(*download);
   if (callback == nullptr) {
     return logger().logWarning(kSuccessNotDefined, _classTag, functionTag());
   }
@@ -314,23 +380,23 @@ void FileStorageManager::handleSuccessForDownloadTask(const DownloadPtr& downloa
 }
 
 void FileStorageManager::handleFailureForDownloadTask(const DownloadPtr& download) {
-  const auto callback = removeAndGetBinaryCallback(download);
+  if (!download->takeEnd()) return;
+  leaveDownload(download->name(), download);
+  const auto callback = getBinaryCallback(*download);
   if (callback == nullptr) {
     return logger().logWarning(kFailureNotDefined, _classTag, functionTag());
   }
   Dictionary failure = trimOutputContextFor(*download);
+  // Failures are logged and sent on by applications; a result is the caller's own.
+  failure.set(keys::kRequestContext,
+              BinaryNetworkUtils::withoutSecrets(failure[keys::kRequestContext]));
   failure.addEntries(download->errorContext());
   callback->executeWithCallback(CallbackType::kFailure,
                                 Dictionary{{keys::kError, std::move(failure)}});
 }
 
-std::shared_ptr<BinaryCallback> FileStorageManager::removeAndGetBinaryCallback(
-    const DownloadPtr& download) {
-  {
-    const MutexLock lock(mutex_);
-    _downloadTaskMap.erase(download->name());
-  }
-  return download->inputContext()[keys::kCallback].objectAs<BinaryCallback>();
+std::shared_ptr<BinaryCallback> FileStorageManager::getBinaryCallback(const VSTask& task) {
+  return task.inputContext()[keys::kCallback].objectAs<BinaryCallback>();
 }
 
 Dictionary FileStorageManager::trimOutputContextFor(const VSTask& download) {

@@ -17,7 +17,11 @@ namespace varo::binary {
 /// The dispatcher behind the facade: checks an operation's arguments, builds the input context of
 /// the task that does it, and starts that. A failed check is reported to the callback at once, and
 /// no task is made. Listens to the downloads it starts and reports their outcome; all other tasks
-/// report themselves.
+/// report themselves, unless they fail without having come to it: then the manager does.
+///
+/// Each operation takes its `OperationSettings` from the options when it is started, with the
+/// `platform::Cancellation` that may stand there under "cancellation". One that is cancelled ends
+/// with one failure, `kCodeOperationCancelled`, in the domain of its other errors.
 ///
 /// A task only for the sake of being a listener; it is never run. Thread-safe. Callbacks and tasks
 /// are never called with its lock held.
@@ -27,7 +31,7 @@ class FileStorageManager final : public platform::VSTask {
   [[nodiscard]] static FileStorageManager& sharedInstance();
 
   /// `criteria` is a ready "$filter" expression. Of the options only "disableIntegrityCheck" is
-  /// read.
+  /// read, beside the settings.
   void listFilesWithUrl(const std::string& url, const std::optional<std::string>& criteria,
                         const std::optional<platform::Dictionary>& headers,
                         const std::shared_ptr<BinaryCallback>& callback,
@@ -44,7 +48,7 @@ class FileStorageManager final : public platform::VSTask {
   void downloadWithURL(const std::string& url, const std::optional<platform::Dictionary>& params,
                        const std::shared_ptr<BinaryCallback>& callback,
                        const std::optional<platform::Dictionary>& options);
-  /// Sends `params`' "metadata" with their "headers". The options are not passed on.
+  /// Sends `params`' "metadata" with their "headers". Of the options only the settings are read.
   void updateWithUrl(const std::string& url, const std::optional<platform::Dictionary>& params,
                      const std::shared_ptr<BinaryCallback>& callback,
                      const std::optional<platform::Dictionary>& options);
@@ -92,6 +96,8 @@ class FileStorageManager final : public platform::VSTask {
   /// Notes which operation is entered. False, after a report, where it cannot go on.
   [[nodiscard]] bool enterWithUrl(std::string_view functionTag, const std::string& url,
                                   const std::shared_ptr<BinaryCallback>& callback);
+  /// Starts the task of an operation, which is told of its end whatever happens.
+  void start(const std::shared_ptr<VSTask>& operation);
   [[nodiscard]] std::string functionTag() const;
   /// Logs `message`, with the error as its third value, and hands the error to the callback.
   void reportInvalid(std::string_view message, const std::shared_ptr<BinaryCallback>& callback,
@@ -108,11 +114,14 @@ class FileStorageManager final : public platform::VSTask {
                                       platform::Dictionary& input);
   /// Enters a download as in progress; false when there is one of the same file.
   [[nodiscard]] bool enterDownload(const DownloadPtr& download);
+  /// Makes room for the next one of this file. Does nothing where that is there already.
+  void leaveDownload(const std::string& fileId, const std::weak_ptr<VSTask>& download);
 
   void handleSuccessForDownloadTask(const DownloadPtr& download);
   void handleFailureForDownloadTask(const DownloadPtr& download);
-  [[nodiscard]] std::shared_ptr<BinaryCallback> removeAndGetBinaryCallback(
-      const DownloadPtr& download);
+  /// Reports the failure of a task that has not done so itself.
+  static void reportUntold(const VSTask& operation);
+  [[nodiscard]] static std::shared_ptr<BinaryCallback> getBinaryCallback(const VSTask& task);
   /// A download's output as the caller knows it: without "records" and the options, which may hold
   /// a token, and what was asked for under "requestContext".
   [[nodiscard]] static platform::Dictionary trimOutputContextFor(const VSTask& download);

@@ -2,7 +2,6 @@
 
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/FormData.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
@@ -64,6 +63,8 @@ Result<Data> contentOf(const Dictionary& fileMap) {
 
 ChunkUploaderTask::ChunkUploaderTask(ErrorPtr* error) : BinaryBaseTask(error) { initializeIVars(); }
 
+std::string_view ChunkUploaderTask::errorDomain() const noexcept { return kUploadErrorDomain; }
+
 void ChunkUploaderTask::initializeIVars() {
   _dataBytes = Data();
   _isLastChunk = false;
@@ -80,7 +81,7 @@ void ChunkUploaderTask::initializeIVars() {
 
 bool ChunkUploaderTask::unpackInputContext(ErrorPtr* error) {
   initializeIVars();
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   url_ = input[keys::kUrl].textValue();
   headers_ = input[keys::kHeaders].dictionaryValue();
   _metadata = input[keys::kMetadata].dictionaryValue();
@@ -157,7 +158,7 @@ void ChunkUploaderTask::takeChunkOfRawBytes(bool inChunks) {
   const std::int64_t rest = _totalFileSize - _byteOffset;
   const std::int64_t length = std::min(_chunkSize, rest);
   _isLastChunk = !inChunks || _chunkSize >= rest;
-  if (!_isLastChunk || transferPolicy() == TransferPolicy::kSafe) {
+  if (!_isLastChunk || isSafe()) {
     const std::int64_t taken = _isLastChunk ? rest : length;
     _dataBytes =
         content_.slice(static_cast<std::uint64_t>(_byteOffset), static_cast<std::uint64_t>(taken));
@@ -190,9 +191,8 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
   if (input[keys::kDomain] == Value(kMiddlewareDomain)) {
     generateQueryParamsForCurrentChunk();
   } else {
-    // An outside object store: the caller's token is none of its business.
     request.headers = BinaryNetworkUtils::withoutHeaders(
-        headers_, {kVaroAuthorization, kIgnoreMapperResponseFiltering});
+        headersForStore(input[keys::kCommitUrl].textValue()), {kIgnoreMapperResponseFiltering});
   }
   const std::string mode = input[keys::kUploadMode].textValue();
   if (mode == kUploadModeMultipart) {
@@ -214,18 +214,15 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
 
 void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& method) {
   const RequestType type = request.isMultipart ? RequestType::kMultipart : RequestType::kRaw;
-  const Dictionary options = options_.value_or(Dictionary{});
-  auto completion = [self = self<ChunkUploaderTask>()](const Dictionary& response,
-                                                       const NetworkErrorPtr& error) {
-    self->processNetworkResponse(response, error);
-  };
+  const Dictionary options = requestOptions(settings_->limits.small);
+  TaskCallback sent = completion(&ChunkUploaderTask::processNetworkResponse);
   if (method == kUploadMethodPut) {
     BinaryNetworkUtils::PUT(*url_, _queryParams, request.headers, type, request.rawBody, options,
-                            std::move(completion));
+                            std::move(sent), AnswerKind::kAnything);
   } else if (method == kUploadMethodPost) {
     BinaryNetworkUtils::POST(*url_, _queryParams, request.headers, type, request.multipartBody,
-                             options, std::move(completion));
-  } else if (transferPolicy() == TransferPolicy::kSafe) {
+                             options, std::move(sent), AnswerKind::kAnything);
+  } else if (isSafe()) {
     fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
                      std::string(kUnknownMethod) + method));
   }
@@ -236,8 +233,10 @@ void ChunkUploaderTask::processNetworkResponse(const Dictionary& response,
                                                const NetworkErrorPtr& error) {
   _outputContext.set(keys::kIsLastChunk, _isLastChunk);
   if (error != nullptr) {
+    const bool isFirst = binaryCallback_ != nullptr && binaryCallback_->noteEnd();
     setState(TaskState::Errored);
-    return reportFailure(error);
+    if (isFirst || error->code() != kCodeOperationCancelled) reportFailure(error);
+    return;
   }
   const Dictionary input = inputContext();
   _outputContext.addEntries(input);

@@ -21,6 +21,9 @@ class ChunkUploaderTask final : public BinaryBaseTask {
 
   void execute() override;
 
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
+
  private:
   /// What one request carries; a missing body sends no bytes.
   struct ChunkRequest {

@@ -3,7 +3,6 @@
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
@@ -13,10 +12,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
 #include <string_view>
 #include <sys/stat.h>
-#include <unistd.h>
+#include <utility>
 
 namespace varo::binary {
 
@@ -35,8 +35,9 @@ constexpr std::string_view kNoRecord = "binary records dosen't exist";
 constexpr std::string_view kSeveralRecords = "binary records incorrect state";
 constexpr std::string_view kTemplateNotParsed =
     "Error while parsing the download request template, Exception : %@";
+/// Of a record: the size of its file, in bytes.
+constexpr char kFileSize[] = "file_size";
 constexpr std::string_view kNotStored = "The downloaded file can't be stored, Error : %@";
-constexpr char kUnderlyingError[] = "NSUnderlyingError";
 constexpr mode_t kDirectoryMode = 0777;  // less the umask: the platform's default attributes
 
 ErrorPtr recordError(std::int32_t code, std::string_view message, std::string_view detail,
@@ -52,10 +53,39 @@ ErrorPtr storeError(const ErrorPtr& cause) {
   return std::make_shared<const Error>(
       std::string(kDownloadErrorDomain), kCodeBinaryDownloadFailed,
       Dictionary{{std::string(platform::kLocalizedDescriptionKey), cause->localizedDescription()},
-                 {kUnderlyingError, cause}});
+                 {std::string(platform::kUnderlyingError), cause}});
+}
+
+bool isNumber(const Value& value) {
+  return value.isInteger() || value.isReal() || value.largeInteger() != nullptr;
+}
+
+/// The number that `value` is wholly, given as a number or as text.
+std::optional<std::int64_t> wholeNumber(const Value& value) {
+  if (const std::int64_t* number = value.integer()) return *number;
+  return value.isText() ? platform::parseInteger(*value.text()) : std::nullopt;
+}
+
+/// `path` without its "." components, which lead nowhere.
+std::string withoutDotComponents(std::string_view path) {
+  std::string result;
+  bool isFirst = true;
+  for (std::size_t begin = 0; begin <= path.size();) {
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    const std::string_view component = path.substr(begin, end - begin);
+    begin = end + 1;
+    if (component == ".") continue;
+    if (!std::exchange(isFirst, false)) result += '/';
+    result += component;
+  }
+  return result;
 }
 
 }  // namespace
+
+std::string_view ChunkedFileDownloaderTask::errorDomain() const noexcept {
+  return kDownloadErrorDomain;
+}
 
 void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
   if (callersEntries_) {
@@ -64,7 +94,7 @@ void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
       _inputContext.set(own, (*callersEntries_)[own]);
     }
   }
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   _fileId = input[keys::kQueryParamsForDownload].dictionaryValue()[keys::kFileId];
   binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
   const Array* records = input[keys::kRecords].array();
@@ -78,8 +108,10 @@ void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
     return;
   }
   const Dictionary record = (*records)[0].dictionaryValue();
-  if (const std::string* name = record[keys::kFileName].text()) _fileName = *name;
-  if (!platform::staysInDirectory(getDirectoryPath({}), _fileName)) {
+  const Value& name = record[keys::kFileName];
+  if (name.isText() || isNumber(name)) _fileName = name.textValue();
+  _fileSize = wholeNumber(record[kFileSize]);
+  if (!platform::staysInDirectory(getDirectoryPath({}), withoutDotComponents(_fileName))) {
     *error = recordError(kCodeDownloadInvalidParams, kDownloadInvalidParams, _fileName, _fileId);
     return;
   }
@@ -107,8 +139,7 @@ ErrorPtr ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input,
     _queryParams = input[keys::kQueryParamsForDownload].dictionaryValue();
     _queryParams.set(kQueryType, kQueryTypeBytes);
   } else {
-    // An outside object store: the caller's token is none of its business.
-    headers_ = BinaryNetworkUtils::withoutHeaders(headers_, {kVaroAuthorization});
+    headers_ = headersForStore(input[keys::kUrl].textValue());
   }
   if (const Dictionary* options = input[keys::kOptions].dictionary()) options_ = *options;
   return nullptr;
@@ -117,9 +148,12 @@ ErrorPtr ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input,
 bool ChunkedFileDownloaderTask::shouldDownloadFile() const {
   // Asked for in any case: the directory has to be there for the bytes to be received into it.
   const std::string path = getFilePath();
+  if (options_.value_or(Dictionary{})[keys::kForceDownload].boolValue()) return true;
+  struct stat status {};
   // A link to nothing is no file; storing the bytes under its name fails.
-  return options_.value_or(Dictionary{})[keys::kForceDownload].boolValue() ||
-         ::access(path.c_str(), F_OK) != 0;
+  if (::stat(path.c_str(), &status) != 0) return true;
+  // What is there may be an earlier version, or what another program left.
+  return isSafe() && _fileSize && status.st_size != *_fileSize;
 }
 
 std::string ChunkedFileDownloaderTask::getDirectoryPath(const std::string& subPath) {
@@ -136,7 +170,8 @@ std::string ChunkedFileDownloaderTask::getFilePath() const {
 
 std::string ChunkedFileDownloaderTask::saveFileWithBytes(const Data& bytes, ErrorPtr* error) const {
   std::string path = getFilePath();
-  *error = platform::storeFile(path, bytes).error();
+  using enum platform::Durability;
+  *error = platform::storeFile(path, bytes, isSafe() ? kSynced : kNone).error();
   return path;
 }
 
@@ -145,12 +180,12 @@ void ChunkedFileDownloaderTask::execute() {
   unpackInputContextWithError(&error);
   if (error != nullptr) return raiseError(error);
   if (!shouldDownloadFile()) return endWithFileAt(getFilePath());
-  BinaryNetworkUtils::GET(url_.value_or(std::string()), _queryParams, headers_,
-                          options_.value_or(Dictionary{}), kOperationTypeDownload,
-                          [self = self<ChunkedFileDownloaderTask>()](
-                              const Dictionary& response, const NetworkErrorPtr& failure) {
-                            self->processResponse(response, failure);
-                          });
+  Dictionary options =
+      requestOptions(settings_->limits.file.value_or(platform::ResponseLimits::kUnlimited));
+  options.set(platform::kSpoolDirectory, getDirectoryPath({}));
+  BinaryNetworkUtils::GET(url_.value_or(std::string()), _queryParams, headers_, options,
+                          kOperationTypeDownload,
+                          completion(&ChunkedFileDownloaderTask::processResponse));
 }
 
 void ChunkedFileDownloaderTask::processResponse(const Dictionary& response,
@@ -161,7 +196,7 @@ void ChunkedFileDownloaderTask::processResponse(const Dictionary& response,
   const std::string path = saveFileWithBytes(bytes != nullptr ? *bytes : Data(), &failure);
   if (failure != nullptr) {
     BinaryLogger::sharedInstance().logError(kNotStored, failure);
-    if (transferPolicy() == TransferPolicy::kSafe) return raiseError(storeError(failure));
+    if (isSafe()) return raiseError(storeError(failure));
   }
   endWithFileAt(path);
 }

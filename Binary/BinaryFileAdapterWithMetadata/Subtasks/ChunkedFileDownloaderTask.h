@@ -4,6 +4,7 @@
 #include "Platform/Common/NetworkError.h"
 #include "Platform/Foundation/Data.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -11,12 +12,14 @@
 namespace varo::binary {
 
 /// The second step of a download: fetches the bytes of the one record that was found, in one GET,
-/// into the downloads directory, unless a file of that name is there already. Raises its errors
+/// into the downloads directory, unless a file of that name is there already (and, under
+/// `TransferPolicy::kSafe`, has the record's "file_size", where that is known). Raises its errors
 /// without reporting them: who started the download does.
 ///
 /// Input: "queryParamsForDownload" (with "file_id"), "callback", "records", "url", and, optional,
 /// "headers" and "options" ("forceDownload" fetches in any case). Output: "file_name", "filePath".
-/// The stored file appears under its name complete or not at all.
+/// The stored file appears under its name complete or not at all; under `TransferPolicy::kSafe` it
+/// is on the disk before the task ends.
 class ChunkedFileDownloaderTask final : public BinaryBaseTask {
  public:
   ChunkedFileDownloaderTask() = default;
@@ -26,6 +29,9 @@ class ChunkedFileDownloaderTask final : public BinaryBaseTask {
   void setCallersEntries(platform::Dictionary operation) { callersEntries_ = std::move(operation); }
 
   void execute() override;
+
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
 
  private:
   /// Sets `error` for no record, several records, a file name that is no text or leaves the
@@ -48,6 +54,8 @@ class ChunkedFileDownloaderTask final : public BinaryBaseTask {
   // Owned by the run of the task.
   platform::Value _fileId;
   std::string _fileName;
+  /// Bytes; none where the record does not say.
+  std::optional<std::int64_t> _fileSize;
   platform::Dictionary _queryParams;
 };
 

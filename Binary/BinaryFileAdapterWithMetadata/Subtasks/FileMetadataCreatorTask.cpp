@@ -2,7 +2,6 @@
 
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
@@ -35,8 +34,12 @@ BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 FileMetadataCreatorTask::FileMetadataCreatorTask(ErrorPtr* error) : BinaryBaseTask(error) {}
 
+std::string_view FileMetadataCreatorTask::errorDomain() const noexcept {
+  return kUploadErrorDomain;
+}
+
 void FileMetadataCreatorTask::unpackInputContext() {
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   const Dictionary uploadParams = input[keys::kUploadParams].dictionaryValue();
   url_ = input[keys::kUrl].textValue().append(kObjectsFileSuffix);
   binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
@@ -62,11 +65,8 @@ void FileMetadataCreatorTask::execute() {
   BinaryCallbackUtils::executeProgressCallback(binaryCallback_, OperationState::kUploadStarted, {});
   BinaryNetworkUtils::POST(*url_, {}, headers_, RequestType::kJson,
                            _bodyString ? Value(*_bodyString) : Value(),
-                           options_.value_or(Dictionary{}),
-                           [self = self<FileMetadataCreatorTask>()](const Dictionary& response,
-                                                                    const NetworkErrorPtr& error) {
-                             self->processResponse(response, error);
-                           });
+                           requestOptions(settings_->limits.small),
+                           completion(&FileMetadataCreatorTask::processResponse));
 }
 
 void FileMetadataCreatorTask::processResponse(const Dictionary& response,
@@ -83,7 +83,7 @@ void FileMetadataCreatorTask::processResponse(const Dictionary& response,
     logger().logError(kTemplateNotParsed, parseError);
     return fail(parseError);
   }
-  if (!uploadTemplate && transferPolicy() == TransferPolicy::kSafe) {
+  if (!uploadTemplate && isSafe()) {
     // Without a template there is no method either, which would end the upload in silence.
     return fail(CommonUtils::generateErrorWith(
         kUploadErrorDomain, kCodeUploadJSONParsingError,

@@ -16,6 +16,9 @@ class FileMetadataCreatorTask final : public BinaryBaseTask {
 
   void execute() override;
 
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
+
  private:
   void unpackInputContext();
   void processResponse(const platform::Dictionary& response,

@@ -1,10 +1,13 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
 
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/CancellableSleeper.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/StatusCheckerTask.h"
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 namespace varo::binary {
 
@@ -12,8 +15,20 @@ using platform::TaskState;
 
 PollingTask::PollingTask(platform::ErrorPtr* error, platform::Random& random,
                          platform::Sleeper& sleeper)
-    : VSAbstractLoopingTask(std::make_shared<StatusCheckerTask>(error), error, sleeper),
+    : PollingTask(error, random, std::make_unique<CancellableSleeper>(sleeper)) {}
+
+PollingTask::PollingTask(platform::ErrorPtr* error, platform::Random& random,
+                         std::unique_ptr<CancellableSleeper> sleeper)
+    : VSAbstractLoopingTask(std::make_shared<StatusCheckerTask>(error), error, *sleeper),
+      sleeper_(std::move(sleeper)),
       random_(random) {}
+
+PollingTask::~PollingTask() = default;
+
+void PollingTask::execute() {
+  sleeper_->setCancellation(OperationSettings::of(inputContext())->cancellation);
+  VSAbstractLoopingTask::execute();
+}
 
 bool PollingTask::shouldIterate(TaskState subTaskState) {
   return VSAbstractLoopingTask::shouldIterate(subTaskState) && subTaskState != TaskState::Errored &&

@@ -4,12 +4,16 @@
 #include "Platform/TaskEngine/VSAbstractLoopingTask.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace varo::binary {
 
+class CancellableSleeper;
+
 /// Asks for the status of an accepted operation until it is finished: runs a `StatusCheckerTask`,
 /// whose input is the loop's, at most five times. Between two attempts it sleeps for a random time
-/// whose bound grows (1, 3, 7, 15 seconds), without holding a thread.
+/// whose bound grows (1, 3, 7, 15 seconds), without holding a thread; a cancellation of the
+/// operation wakes it at once.
 ///
 /// Ends as Ended when the operation is finished, as Errored when an attempt failed or the last one
 /// found it unfinished, or with the runtime's shutdown.
@@ -21,13 +25,20 @@ class PollingTask final : public platform::VSAbstractLoopingTask {
                        platform::Random& random = platform::Random::system(),
                        platform::Sleeper& sleeper = platform::Sleeper::shared());
 
+  ~PollingTask() override;
+
+  void execute() override;
+
   [[nodiscard]] bool shouldIterate(platform::TaskState subTaskState) override;
   void transformInputContextForNextIteration() override;
   [[nodiscard]] bool treatErrorAsSuccess() override;
 
  private:
+  PollingTask(platform::ErrorPtr* error, platform::Random& random,
+              std::unique_ptr<CancellableSleeper> sleeper);
   void exponentialBackoffDelay();
 
+  const std::unique_ptr<CancellableSleeper> sleeper_;
   platform::Random& random_;
   /// The number of the attempt, from 1. Touched by the loop's steps, which follow one another.
   std::int32_t retryIndex = 1;

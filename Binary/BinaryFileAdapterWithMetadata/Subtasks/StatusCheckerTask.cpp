@@ -20,6 +20,8 @@ using platform::Value;
 
 StatusCheckerTask::StatusCheckerTask(ErrorPtr* error) : BinaryBaseTask(error) { initializeIvars(); }
 
+std::string_view StatusCheckerTask::errorDomain() const noexcept { return kDeleteErrorDomain; }
+
 void StatusCheckerTask::initializeIvars() {
   _pollingUrl.clear();
   _currentIteration = 1;
@@ -28,7 +30,7 @@ void StatusCheckerTask::initializeIvars() {
 
 void StatusCheckerTask::unpackInputContext() {
   initializeIvars();
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   _pollingUrl = input[keys::kPollingUrl].textValue();
   _headers.set(kIgnoreMapperResponseFiltering, kTrue);
   for (const DictionaryEntry& header : input[keys::kHeaders].dictionaryValue()) {
@@ -45,20 +47,20 @@ void StatusCheckerTask::unpackInputContext() {
 void StatusCheckerTask::execute() {
   unpackInputContext();
   // The parameters were part of an address that the service gave, and are encoded already.
-  BinaryNetworkUtils::GET(
-      BinaryNetworkUtils::appendQueryOfUrl(_pollingUrl, _queryParams), {}, _headers,
-      options_.value_or(Dictionary{}), kOperationTypeStatusChecker,
-      [self = self<StatusCheckerTask>()](const Dictionary& response, const NetworkErrorPtr& error) {
-        self->processResponse(response, error);
-      });
+  BinaryNetworkUtils::GET(BinaryNetworkUtils::appendQueryOfUrl(_pollingUrl, _queryParams), {},
+                          _headers, requestOptions(settings_->limits.small),
+                          kOperationTypeStatusChecker,
+                          completion(&StatusCheckerTask::processResponse));
 }
 
 void StatusCheckerTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
   if (error != nullptr) return raiseError(error);
   const bool status = isFinished(response);
-  _outputContext.addEntries(response);
-  // Last: an answer that has an entry of this name must neither end the loop nor keep it going.
   _outputContext.set(keys::kPollingStatus, status);
+  Dictionary entries = response;
+  // Existing services may end the loop, or keep it going, with an entry of this name.
+  if (isSafe()) entries.remove(keys::kPollingStatus);
+  _outputContext.addEntries(entries);
   if (!status) {
     BinaryLogger::sharedInstance().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
   }

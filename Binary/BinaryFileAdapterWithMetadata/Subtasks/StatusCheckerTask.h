@@ -22,6 +22,9 @@ class StatusCheckerTask final : public BinaryBaseTask {
 
   void execute() override;
 
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
+
  private:
   void initializeIvars();
   void unpackInputContext();

@@ -4,7 +4,6 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Text.h"
@@ -18,7 +17,6 @@ using platform::Dictionary;
 using platform::ErrorPtr;
 using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::TaskState;
 using platform::Value;
 using platform::VROCommonUtility;
 
@@ -43,8 +41,10 @@ Dictionary objectHeaders(const Dictionary& responseHeaders) {
 
 UploadCommiterTask::UploadCommiterTask(ErrorPtr* error) : BinaryBaseTask(error) {}
 
+std::string_view UploadCommiterTask::errorDomain() const noexcept { return kUploadErrorDomain; }
+
 void UploadCommiterTask::unpackInputContext() {
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   const Dictionary uploadParams = input[keys::kUploadParams].dictionaryValue();
   url_ = input[keys::kCommitUrl].textValue();
   options_ = optionalDictionary(input[keys::kOptions]);
@@ -87,11 +87,8 @@ void UploadCommiterTask::execute() {
   }
   // A commit that has failed to become JSON still goes out, with no body: the service counts on it.
   BinaryNetworkUtils::PUT(*url_, {}, headers_, RequestType::kJson, body ? Value(*body) : Value(),
-                          options_.value_or(Dictionary{}),
-                          [self = self<UploadCommiterTask>()](const Dictionary& response,
-                                                              const NetworkErrorPtr& failure) {
-                            self->processResponse(response, failure);
-                          });
+                          requestOptions(settings_->limits.small),
+                          completion(&UploadCommiterTask::processResponse));
 }
 
 void UploadCommiterTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
@@ -103,8 +100,7 @@ void UploadCommiterTask::processResponse(const Dictionary& response, const Netwo
   _outputContext.set(keys::kCommitProperties, _metadata[keys::kCommitProperties]);
   _metadata.remove(keys::kCommitProperties);
   _outputContext.set(keys::kRequestContext, _metadata);
-  setState(TaskState::Ended);
-  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
+  succeed();
 }
 
 }  // namespace varo::binary

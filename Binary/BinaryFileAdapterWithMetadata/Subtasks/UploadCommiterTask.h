@@ -16,6 +16,9 @@ class UploadCommiterTask final : public BinaryBaseTask {
 
   void execute() override;
 
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
+
  private:
   void unpackInputContext();
   /// Makes the metadata's commit properties the JSON text to be sent, with the entries of

@@ -1,14 +1,19 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
 
+#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Foundation/Redaction.h"
 
 namespace varo::binary {
 
 using platform::Dictionary;
 using platform::DictionaryEntry;
 using platform::ErrorPtr;
+using platform::NetworkError;
+using platform::NetworkErrorPtr;
+using platform::TaskState;
 using platform::Value;
 
 BinaryBaseTask::BinaryBaseTask(ErrorPtr* /*error*/) {}
@@ -23,13 +28,61 @@ void BinaryBaseTask::unpackFileRequest(const Dictionary& input) {
   binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
 }
 
+Dictionary BinaryBaseTask::takeInput() {
+  Dictionary input = inputContext();
+  settings_ = OperationSettings::of(input);
+  return input;
+}
+
+std::string_view BinaryBaseTask::errorDomain() const noexcept {
+  return kBinaryNetworkUtilsErrorDomain;
+}
+
+Dictionary BinaryBaseTask::requestOptions(std::uint64_t answerLimit) const {
+  return OperationSettings::forRequest(settings_, options_.value_or(Dictionary{}),
+                                       settings_->limitsOf(answerLimit));
+}
+
+Dictionary BinaryBaseTask::headersForStore(std::string_view serviceUrl) const {
+  const Dictionary headers = BinaryNetworkUtils::withoutHeaders(headers_, {kVaroAuthorization});
+  if (!isSafe() || BinaryNetworkUtils::addressAtServer(url_.value_or(std::string()), serviceUrl)) {
+    return headers;
+  }
+  Dictionary others;
+  for (const DictionaryEntry& header : headers) {
+    if (!platform::isSecretKey(header.key)) others.set(header.key, header.value);
+  }
+  return others;
+}
+
+NetworkErrorPtr BinaryBaseTask::causeOf(const NetworkErrorPtr& error) const {
+  if (error == nullptr || !settings_->cancellation.stop_requested()) return error;
+  return std::make_shared<const NetworkError>(
+      std::string(errorDomain()), kCodeOperationCancelled,
+      Dictionary{{std::string(platform::kLocalizedDescriptionKey), kOperationCancelled}},
+      error->callStack());
+}
+
+void BinaryBaseTask::logFailedInit(std::string_view message, const ErrorPtr& error) {
+  if (error != nullptr) BinaryLogger::sharedInstance().logFatal(message, error);
+}
+
 void BinaryBaseTask::reportFailure(const ErrorPtr& error) {
   BinaryCallbackUtils::executeFailureCallback(binaryCallback_, error);
 }
 
 void BinaryBaseTask::fail(const ErrorPtr& error) {
+  // Noted first: whoever hears of the task's end must not take this one for untold.
+  const bool isFirst = binaryCallback_ != nullptr && binaryCallback_->noteEnd();
   raiseError(error);
-  reportFailure(error);
+  if (isFirst || error->code() != kCodeOperationCancelled) reportFailure(error);
+}
+
+void BinaryBaseTask::succeed() {
+  const Value result = outputContext();
+  if (binaryCallback_ != nullptr) binaryCallback_->noteEnd();
+  setState(TaskState::Ended);
+  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, result);
 }
 
 void BinaryBaseTask::addResponseForNextTask(Dictionary response,

@@ -3,12 +3,16 @@
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Common/NetworkError.h"
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace varo::binary {
 
@@ -39,11 +43,45 @@ class BinaryBaseTask : public platform::VSTask {
   /// Reads what every request to "/objects/File" reads: URL, JSON content type (which a header of
   /// the caller replaces), headers, options and callback.
   void unpackFileRequest(const platform::Dictionary& input);
+  /// Logged with the error of a base that could not be made.
+  static constexpr std::string_view kBaseInitFailed =
+      "Failed to initialize BinaryBaseTask with error: %@";
+
+  /// The input, with the settings of the operation taken from it: what `execute` starts with.
+  [[nodiscard]] platform::Dictionary takeInput();
+  [[nodiscard]] bool isSafe() const noexcept { return settings_->isSafe(); }
+  /// The domain of what ends the operation early, other than its requests.
+  [[nodiscard]] virtual std::string_view errorDomain() const noexcept;
+
+  /// The options of a request whose successful answer has at most this many bytes.
+  [[nodiscard]] platform::Dictionary requestOptions(std::uint64_t answerLimit) const;
+  /// `process` as the completion of a request, to be called once with the answer or the error; that
+  /// is `kCodeOperationCancelled` where the request has failed after the operation was cancelled.
+  /// What it throws ends the task as Errored.
+  template <typename Task>
+  [[nodiscard]] TaskCallback completion(void (Task::*process)(const platform::Dictionary&,
+                                                              const platform::NetworkErrorPtr&)) {
+    return [task = self<Task>(), process](const platform::Dictionary& response,
+                                          const platform::NetworkErrorPtr& error) {
+      task->guarded([&] { (task.get()->*process)(response, task->causeOf(error)); });
+    };
+  }
+
+  /// What of this task's headers, which were given for the server of `serviceUrl`, goes along with
+  /// the request to an outside store at `url_`: all but the token and, under
+  /// `TransferPolicy::kSafe`, all other credentials unless it is at the same server.
+  [[nodiscard]] platform::Dictionary headersForStore(std::string_view serviceUrl) const;
 
   /// Tells the caller of a failure.
   void reportFailure(const platform::ErrorPtr& error);
-  /// Ends the task with `error`, then tells the caller.
+  /// Ends the task with `error`, then tells the caller; of a cancellation only where nothing has
+  /// been told yet.
   void fail(const platform::ErrorPtr& error);
+  /// Ends the task as Ended, then tells the caller, who gets the whole output.
+  void succeed();
+
+  /// Logs at fatal level, where there is an error.
+  static void logFailedInit(std::string_view message, const platform::ErrorPtr& error);
 
   /// Adds the entries of an answer to the output that becomes another task's input, without those
   /// under `callersOwn`: a server must not say whom to call back, or which local file to send it.
@@ -59,11 +97,16 @@ class BinaryBaseTask : public platform::VSTask {
       const platform::Value& value);
 
   // Owned by the run of the task.
+  /// Set by `takeInput`, not null from then on.
+  OperationSettings::Ptr settings_;
   std::optional<std::string> url_;
   std::optional<std::string> filters_;
   std::shared_ptr<BinaryCallback> binaryCallback_;
   std::optional<platform::Dictionary> options_ = platform::Dictionary{};
   platform::Dictionary headers_;
+
+ private:
+  [[nodiscard]] platform::NetworkErrorPtr causeOf(const platform::NetworkErrorPtr& error) const;
 };
 
 }  // namespace varo::binary

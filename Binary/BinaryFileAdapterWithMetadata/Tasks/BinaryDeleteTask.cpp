@@ -26,6 +26,7 @@ using platform::VSTask;
 
 namespace {
 
+constexpr std::string_view kInitFailed = "Failed to initialize BinaryDeleteTask with error: %@";
 constexpr std::string_view kSetupFailed =
     "Failed to setup subtasks of BinaryDeleteTask with error: %@";
 constexpr std::string_view kNoPollApi =
@@ -47,21 +48,26 @@ NetworkErrorPtr operationError(std::string_view description) {
 
 }  // namespace
 
-BinaryDeleteTask::BinaryDeleteTask(platform::Random& random, platform::Sleeper& sleeper) {
-  ErrorPtr error;
-  setupSubTasks(&error, random, sleeper);
-  if (error != nullptr) BinaryLogger::sharedInstance().logFatal(kSetupFailed, error);
+BinaryDeleteTask::BinaryDeleteTask(platform::Random& random, platform::Sleeper& sleeper,
+                                   ErrorPtr error)
+    : BinaryBaseTask(&error) {
+  logFailedInit(kInitFailed, error);
+  if (error != nullptr) return;
+  setupSubTasksWithError(&error, random, sleeper);
+  logFailedInit(kSetupFailed, error);
 }
 
-void BinaryDeleteTask::setupSubTasks(ErrorPtr* error, platform::Random& random,
-                                     platform::Sleeper& sleeper) {
+std::string_view BinaryDeleteTask::errorDomain() const noexcept { return kDeleteErrorDomain; }
+
+void BinaryDeleteTask::setupSubTasksWithError(ErrorPtr* error, platform::Random& random,
+                                              platform::Sleeper& sleeper) {
   const auto polling = std::make_shared<PollingTask>(error, random, sleeper);
   addSubtask(polling);
   _pollingTask = polling;
 }
 
 void BinaryDeleteTask::unpackInputContext() {
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   url_ = input[keys::kUrl].textValue().append(kObjectsFileSuffix);
   headers_ = Dictionary{{kIgnoreMapperResponseFiltering, kTrue}};
   for (const DictionaryEntry& header : input[keys::kHeaders].dictionaryValue()) {
@@ -81,11 +87,8 @@ void BinaryDeleteTask::unpackInputContext() {
 void BinaryDeleteTask::execute() {
   platform::HttpCookieStore::sharedStore().setAcceptPolicy(platform::CookieAcceptPolicy::kAlways);
   unpackInputContext();
-  BinaryNetworkUtils::DELETE(
-      *url_, _queryParams, headers_, options_.value_or(Dictionary{}),
-      [self = self<BinaryDeleteTask>()](const Dictionary& response, const NetworkErrorPtr& error) {
-        self->processResponse(response, error);
-      });
+  BinaryNetworkUtils::DELETE(*url_, _queryParams, headers_, requestOptions(settings_->limits.small),
+                             completion(&BinaryDeleteTask::processResponse));
 }
 
 void BinaryDeleteTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
@@ -93,8 +96,7 @@ void BinaryDeleteTask::processResponse(const Dictionary& response, const Network
   _outputContext.addEntries(response);
   _outputContext.set(keys::kRequestContext, _requestContext);
   if (response[kHttpStatusCode].textValue() == kHttpStatusAccepted) return poll(response);
-  setState(TaskState::Ended);
-  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
+  succeed();
 }
 
 void BinaryDeleteTask::poll(const Dictionary& response) {
@@ -111,15 +113,18 @@ void BinaryDeleteTask::poll(const Dictionary& response) {
              {{keys::kPollingUrl, std::move(address).value()},
               {keys::kQueryParams, BinaryNetworkUtils::extractQueryParams(*pollApi)},
               {keys::kPollingSuccessIndicators, Dictionary{{kPollStatus, kPollStatusDone}}},
-              {keys::kHeaders, headers_}});
+              {keys::kHeaders, headers_},
+              {kOperationSettings, OperationSettings::value(settings_)}});
 }
 
 void BinaryDeleteTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
                             const Dictionary& context) {
   const auto polling = std::dynamic_pointer_cast<PollingTask>(task);
   if (polling == nullptr) return;
-  if (to == TaskState::Ended) pollingEnded(*polling);
-  if (to == TaskState::Errored) pollingFailed(*polling, context);
+  guarded([&] {
+    if (to == TaskState::Ended) pollingEnded(*polling);
+    if (to == TaskState::Errored) pollingFailed(*polling, context);
+  });
 }
 
 void BinaryDeleteTask::pollingEnded(const VSTask& polling) {
@@ -134,8 +139,13 @@ void BinaryDeleteTask::pollingEnded(const VSTask& polling) {
 
 void BinaryDeleteTask::pollingFailed(const VSTask& polling, const Dictionary& context) {
   _outputContext.addEntries(polling.outputContext());
-  const std::string errors(platform::kTaskErrors);
-  fail(operationError(Dictionary{{errors, context[errors]}}));
+  const std::string key(platform::kTaskErrors);
+  const Value errors = context[key];
+  ErrorPtr cause;
+  if (errors.array() != nullptr && !errors.array()->empty()) cause = (*errors.array())[0].error();
+  if (cause != nullptr && cause->code() == kCodeOperationCancelled) return fail(cause);
+  fail(operationError(
+      Dictionary{{key, errors}, {std::string(platform::kUnderlyingError), Value(cause)}}));
 }
 
 void BinaryDeleteTask::subtaskFinished(const std::shared_ptr<VSTask>& /*subtask*/,

@@ -22,13 +22,15 @@ class PollingTask;
 ///
 /// Failures, each also reported to the callback: the request's own error; `NetworkError`, domain
 /// "Network operation failed", code 6003, when the polling failed (its errors, an array, are under
-/// `kTaskErrors` in the user information) or when an accepting answer does not say where to poll
-/// (the readable text says what is missing).
+/// `kTaskErrors` in the user information, the first one under `kUnderlyingError`) or when an
+/// accepting answer does not say where to poll (the readable text says what is missing).
 class BinaryDeleteTask final : public BinaryBaseTask {
  public:
   /// `random` and `sleeper` are for the waits between status requests and must outlive the task.
+  /// `error` is the base's: logged where it is set.
   explicit BinaryDeleteTask(platform::Random& random = platform::Random::system(),
-                            platform::Sleeper& sleeper = platform::Sleeper::shared());
+                            platform::Sleeper& sleeper = platform::Sleeper::shared(),
+                            platform::ErrorPtr error = nullptr);
 
   void execute() override;
 
@@ -37,12 +39,13 @@ class BinaryDeleteTask final : public BinaryBaseTask {
             const platform::Dictionary& context) override;
 
  protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
   /// Nothing: the listener alone decides how this task ends.
   void subtaskFinished(const std::shared_ptr<VSTask>& subtask, platform::TaskState state) override;
 
  private:
-  void setupSubTasks(platform::ErrorPtr* error, platform::Random& random,
-                     platform::Sleeper& sleeper);
+  void setupSubTasksWithError(platform::ErrorPtr* error, platform::Random& random,
+                              platform::Sleeper& sleeper);
   void unpackInputContext();
   void processResponse(const platform::Dictionary& response,
                        const platform::NetworkErrorPtr& error);

@@ -2,6 +2,7 @@
 
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -21,12 +22,16 @@ class BinaryFileDownloaderTask final : public platform::VSTask {
 
   void execute() override;
 
+  /// Whether nobody has taken the end of this download to report it yet.
+  [[nodiscard]] bool takeEnd() noexcept { return !endTaken_.exchange(true); }
+
  private:
   void setupSubtasks(const std::string& fileId);
 
   /// Weak, since a running subtask holds its parent. While it rests, this task's list of subtasks
   /// holds it.
   std::weak_ptr<ChunkedFileDownloaderTask> downloader_;
+  std::atomic<bool> endTaken_{false};
 };
 
 }  // namespace varo::binary

@@ -1,21 +1,28 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryListTask.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 namespace varo::binary {
 
 using platform::Dictionary;
+using platform::ErrorPtr;
 using platform::NetworkErrorPtr;
 using platform::TaskState;
 using platform::Value;
 
-BinaryListTask::BinaryListTask(bool invokeCallbackOnSuccess)
-    : _invokeCallbackOnSuccess(invokeCallbackOnSuccess) {}
+BinaryListTask::BinaryListTask(bool invokeCallbackOnSuccess, ErrorPtr error)
+    : BinaryBaseTask(&error), _invokeCallbackOnSuccess(invokeCallbackOnSuccess) {
+  logFailedInit(kBaseInitFailed, error);
+}
+
+std::string_view BinaryListTask::errorDomain() const noexcept {
+  return _invokeCallbackOnSuccess ? BinaryBaseTask::errorDomain() : kDownloadErrorDomain;
+}
 
 void BinaryListTask::unpackInputcontext() {
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   unpackFileRequest(input);
   if (const Value* filter = input.find(keys::kFilter)) filters_ = filter->textValue();
   if (filters_) _queryParams.set(kQueryFilter, *filters_);
@@ -23,15 +30,17 @@ void BinaryListTask::unpackInputcontext() {
 
 void BinaryListTask::execute() {
   unpackInputcontext();
-  BinaryNetworkUtils::GET(
-      *url_, _queryParams, headers_, options_.value_or(Dictionary{}), kOperationTypeList,
-      [self = self<BinaryListTask>()](const Dictionary& response, const NetworkErrorPtr& error) {
-        self->processResponse(response, error);
-      });
+  BinaryNetworkUtils::GET(*url_, _queryParams, headers_, requestOptions(settings_->limits.list),
+                          kOperationTypeList, completion(&BinaryListTask::processResponse));
 }
 
 void BinaryListTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
-  if (error != nullptr) return fail(error);
+  if (error != nullptr) {
+    // Of a look-up who started the download tells as well. Existing callers know both reports.
+    const bool isOthersToTell =
+        !_invokeCallbackOnSuccess && (isSafe() || error->code() == kCodeOperationCancelled);
+    return isOthersToTell ? raiseError(error) : fail(error);
+  }
   if (_invokeCallbackOnSuccess) {
     _outputContext.addEntries(response);
   } else {
@@ -41,10 +50,8 @@ void BinaryListTask::processResponse(const Dictionary& response, const NetworkEr
   if (filters_) _outputContext.set(keys::kRequestContext, *filters_);
   const Value queryParams = _inputContext.get(keys::kQueryParamsForDownload);
   if (queryParams.isPresent()) _outputContext.set(keys::kQueryParamsForDownload, queryParams);
+  if (_invokeCallbackOnSuccess) return succeed();
   setState(TaskState::Ended);
-  if (_invokeCallbackOnSuccess) {
-    BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
-  }
 }
 
 }  // namespace varo::binary

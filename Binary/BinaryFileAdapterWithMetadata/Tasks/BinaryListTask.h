@@ -9,15 +9,19 @@ namespace varo::binary {
 ///
 /// Input: "url", "callback", and, all optional, "filter", "headers", "options" and
 /// "queryParamsForDownload". Output: the answer's entries ("records" among them), "requestContext"
-/// (the filter, if any) and "queryParamsForDownload". A failure is always reported to the callback
-/// as well.
+/// (the filter, if any) and "queryParamsForDownload". A failure is reported to the callback as
+/// well; not that of a look-up under `TransferPolicy::kSafe` or by a cancellation, which is left to
+/// who started the download.
 class BinaryListTask final : public BinaryBaseTask {
  public:
   /// True: the output is the caller's result and goes to the success block. False: it is left, with
-  /// "options", for the task that comes next.
-  explicit BinaryListTask(bool invokeCallbackOnSuccess);
+  /// "options", for the task that comes next. `error` is the base's: logged where it is set.
+  explicit BinaryListTask(bool invokeCallbackOnSuccess, platform::ErrorPtr error = nullptr);
 
   void execute() override;
+
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
 
  private:
   void unpackInputcontext();

@@ -1,7 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
 
 #include "Binary/Binary/BinaryLogger.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
 
@@ -13,7 +13,6 @@ using platform::Dictionary;
 using platform::ErrorPtr;
 using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::TaskState;
 
 namespace {
 
@@ -21,8 +20,14 @@ constexpr std::string_view kUpdateFailed = "Binary Update Failed with Error, %@"
 
 }  // namespace
 
+BinaryUpdaterTask::BinaryUpdaterTask(ErrorPtr error) : BinaryBaseTask(&error) {
+  logFailedInit(kBaseInitFailed, error);
+}
+
+std::string_view BinaryUpdaterTask::errorDomain() const noexcept { return kUpdateErrorDomain; }
+
 void BinaryUpdaterTask::unpackInputContext() {
-  const Dictionary input = inputContext();
+  const Dictionary input = takeInput();
   unpackFileRequest(input);
   _metadata = input[keys::kMetadata].dictionaryValue();
   _fileId = _metadata[keys::kFileId].textValue();
@@ -40,19 +45,15 @@ void BinaryUpdaterTask::execute() {
     return;
   }
   BinaryNetworkUtils::PUT(*url_, {}, headers_, RequestType::kJson, *body,
-                          options_.value_or(Dictionary{}),
-                          [self = self<BinaryUpdaterTask>()](const Dictionary& response,
-                                                             const NetworkErrorPtr& failure) {
-                            self->processResponse(response, failure);
-                          });
+                          requestOptions(settings_->limits.small),
+                          completion(&BinaryUpdaterTask::processResponse));
 }
 
 void BinaryUpdaterTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
   if (error != nullptr) return fail(error);
   _outputContext.addEntries(response);
   _outputContext.set(keys::kRequestContext, _metadata);
-  setState(TaskState::Ended);
-  BinaryCallbackUtils::executeSuccessCallback(binaryCallback_, outputContext());
+  succeed();
 }
 
 }  // namespace varo::binary

@@ -12,9 +12,13 @@ namespace varo::binary {
 /// sent.
 class BinaryUpdaterTask final : public BinaryBaseTask {
  public:
-  BinaryUpdaterTask() = default;
+  /// `error` is the base's: logged where it is set.
+  explicit BinaryUpdaterTask(platform::ErrorPtr error = nullptr);
 
   void execute() override;
+
+ protected:
+  [[nodiscard]] std::string_view errorDomain() const noexcept override;
 
  private:
   void unpackInputContext();

@@ -1,25 +1,27 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/ContentRange.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
 #include "Platform/Common/VROCommonUtility.h"
+#include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/UrlEncoding.h"
 
 #include <algorithm>
-#include <array>
+#include <exception>
 #include <memory>
 #include <utility>
 
 namespace varo::binary {
 namespace {
 
+using platform::Array;
 using platform::Data;
 using platform::Dictionary;
 using platform::DictionaryEntry;
@@ -44,18 +46,16 @@ constexpr std::string_view kUnexpectedHttpStatus = "The server answered with HTT
 /// How the platform's formatting prints a value that is not there.
 constexpr std::string_view kAbsent = "(none)";
 
-/// How much of a body is shown in a log line or kept in an error, bytes.
-constexpr std::size_t kBodyExcerpt = 4096;
+constexpr std::string_view kNoJsonObject = "The answer is no JSON object";
+constexpr std::string_view kPartOfFile = "The server answered with a part of the file : %@";
+constexpr std::string_view kAnswerNotRead = "The answer can't be read : %@";
+
 /// HTTP statuses from here on are failures (RFC 9110, section 15).
 constexpr int kFirstFailureStatus = 400;
+constexpr int kStatusOk = 200;
+constexpr int kStatusPartialContent = 206;
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
-
-std::string startOf(const Data& data) {
-  std::array<char, kBodyExcerpt> buffer{};
-  const auto count = data.read(0, buffer);
-  return count ? platform::sanitizeUtf8({buffer.data(), *count}) : std::string();
-}
 
 NetworkErrorPtr networkError(std::int64_t code, Dictionary userInfo) {
   return std::make_shared<const NetworkError>(std::string(kBinaryNetworkUtilsErrorDomain), code,
@@ -67,78 +67,6 @@ NetworkErrorPtr networkError(std::int64_t code, std::string_view description) {
                       Dictionary{{std::string(platform::kLocalizedDescriptionKey), description}});
 }
 
-/// The error of an answer whose status says that it failed; null for others, and where there is no
-/// status. Asked under `kSafe` only.
-NetworkErrorPtr errorOfStatus(const HttpResponseInfo* response, const std::optional<Data>& body) {
-  if (response == nullptr || response->statusCode() < kFirstFailureStatus) return nullptr;
-  Dictionary userInfo{{std::string(platform::kLocalizedDescriptionKey),
-                       platform::formatMessage(kUnexpectedHttpStatus, {response->statusCode()})},
-                      {kHttpStatusCode, response->statusCode()},
-                      {kResponseHeaders, response->allHeaderFields()}};
-  if (body) userInfo.set(kResponseBody, startOf(*body));
-  return networkError(kCodeHTTPRequestFailed, std::move(userInfo));
-}
-
-NetworkErrorPtr errorOfTransport(const NetworkErrorPtr& error) {
-  return std::make_shared<const NetworkError>(std::string(kBinaryNetworkUtilsErrorDomain),
-                                              error->code(), error->userInfo(), error->callStack());
-}
-
-NetworkErrorPtr errorOfOpStatus(const Dictionary& result) {
-  return networkError(
-      kCodeHTTPRequestFailed,
-      Dictionary{{keys::kUserInfo, result},
-                 {std::string(platform::kLocalizedDescriptionKey),
-                  platform::formatMessage(kUnexpectedOpStatus, {result[kOpStatus]})}});
-}
-
-void completeWithoutBody(const HttpResponseInfo* response, const TaskCallback& callback) {
-  if (transferPolicy() == TransferPolicy::kCompatible) return;
-  NetworkErrorPtr error = errorOfStatus(response, std::nullopt);
-  if (error == nullptr) error = networkError(kCodeEmptyBodyReceived, kEmptyBodyReceived);
-  callback({}, error);
-}
-
-void completeDownload(const Data& body, const HttpResponseInfo* response,
-                      const TaskCallback& callback) {
-  logger().logDebug(kDownloadLog, body);
-  if (transferPolicy() == TransferPolicy::kSafe) {
-    if (const NetworkErrorPtr error = errorOfStatus(response, body)) return callback({}, error);
-  }
-  callback(Dictionary{{kResponseData, body}}, nullptr);
-}
-
-/// The end of an answer whose body says how the service fared. A parse error beside it takes a JSON
-/// reader that keeps what it has read before the error; the platform's own keeps nothing.
-void completeWithOpStatus(const Dictionary& result, const ErrorPtr& parseError,
-                          const TaskCallback& callback) {
-  if (result[kOpStatus].integerValue() != 0) return callback(result, errorOfOpStatus(result));
-  if (parseError == nullptr) return callback(result, nullptr);
-  logger().logError(kParseErrorLog, parseError);
-  if (transferPolicy() == TransferPolicy::kSafe) {
-    callback(result, networkError(kCodeHTTPRequestFailed,
-                                  platform::formatMessage(kParseErrorLog, {parseError})));
-  }
-}
-
-void completeJson(const Data& body, const HttpResponseInfo* response,
-                  const TaskCallback& callback) {
-  ErrorPtr parseError;
-  Dictionary result = platform::VROCommonUtility::getDictionaryFromJSONData(body, &parseError)
-                          .value_or(Dictionary{});
-  if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
-    logger().logDebug(kResponseLog, platform::redactSecrets(startOf(body)));
-  }
-  if (result.contains(kOpStatus)) return completeWithOpStatus(result, parseError, callback);
-
-  // An object store's answer: its headers, an entity tag among them, are what the caller needs.
-  if (response != nullptr) result.set(kResponseHeaders, response->allHeaderFields());
-  if (transferPolicy() == TransferPolicy::kSafe) {
-    if (const NetworkErrorPtr error = errorOfStatus(response, body)) return callback(result, error);
-  }
-  callback(result, nullptr);
-}
-
 std::string printed(const std::optional<std::string>& text) {
   return text.value_or(std::string(kAbsent));
 }
@@ -147,47 +75,209 @@ std::string printed(const Value& value) {
   return CommonUtils::isGiven(value) ? value.textValue() : std::string(kAbsent);
 }
 
+NetworkErrorPtr errorOfTransport(const NetworkErrorPtr& error) {
+  return std::make_shared<const NetworkError>(std::string(kBinaryNetworkUtilsErrorDomain),
+                                              error->code(), error->userInfo(), error->callStack());
+}
+
+/// What a task gets to hear.
+struct Outcome {
+  Dictionary result;
+  NetworkErrorPtr error;
+};
+
+/// An answer that has come, and what is asked of it.
+struct Answer {
+  const HttpResponseInfo* response;  // null where the platform's utility gave none
+  const std::optional<Data>& body;
+  AnswerKind kind;
+  bool isSafe;
+  const Dictionary& sent;
+
+  /// 0 where it is not known.
+  [[nodiscard]] int status() const { return response != nullptr ? response->statusCode() : 0; }
+  [[nodiscard]] bool isSuccess() const { return status() / 100 == 2; }
+  [[nodiscard]] bool needsNoBody() const {
+    return kind == AnswerKind::kReceipt || kind == AnswerKind::kAnything;
+  }
+
+  /// An error that says what the server answered.
+  [[nodiscard]] NetworkErrorPtr error(std::int64_t code, std::string_view description) const {
+    Dictionary userInfo{{std::string(platform::kLocalizedDescriptionKey), description}};
+    if (response != nullptr) {
+      userInfo.set(kHttpStatusCode, status());
+      userInfo.set(kResponseHeaders,
+                   BinaryNetworkUtils::withoutSecrets(response->allHeaderFields(), sent));
+    }
+    if (body) userInfo.set(kResponseBody, platform::excerptOf(*body, sent));
+    return networkError(code, std::move(userInfo));
+  }
+
+  /// The error of an answer whose status says that it failed; null for others.
+  [[nodiscard]] NetworkErrorPtr errorOfStatus() const {
+    if (status() < kFirstFailureStatus) return nullptr;
+    return error(kCodeHTTPRequestFailed,
+                 platform::formatMessage(kUnexpectedHttpStatus, {status()}));
+  }
+};
+
+Dictionary headersOf(const Answer& answer) {
+  if (answer.response == nullptr) return {};
+  // An object store's answer: its headers, an entity tag among them, are what the caller needs.
+  return Dictionary{
+      {kResponseHeaders, BinaryNetworkUtils::withoutHeaders(answer.response->allHeaderFields(),
+                                                            {"set-cookie", "set-cookie2"})}};
+}
+
+std::optional<Outcome> outcomeWithoutBody(const Answer& answer) {
+  if (!answer.isSafe) return std::nullopt;
+  if (NetworkErrorPtr error = answer.errorOfStatus()) return Outcome{{}, std::move(error)};
+  if (answer.isSuccess() && answer.needsNoBody()) return Outcome{headersOf(answer), nullptr};
+  return Outcome{{}, answer.error(kCodeEmptyBodyReceived, kEmptyBodyReceived)};
+}
+
+/// Whether a 206 says of itself that it is all of the file.
+bool isWholeFile(const Answer& answer) {
+  const auto field = answer.response->headerField("Content-Range");
+  const auto range = field ? ContentRange::parse(*field) : std::nullopt;
+  if (!range || !range->span || !range->total) return false;
+  return range->span->first == 0 && range->span->last + 1 == *range->total &&
+         answer.body->size() == static_cast<std::uint64_t>(*range->total);
+}
+
+Outcome outcomeOfDownload(const Answer& answer) {
+  logger().logDebug(kDownloadLog, *answer.body);
+  if (answer.status() == kStatusPartialContent && (answer.isSafe || !isWholeFile(answer))) {
+    const auto range = answer.response->headerField("Content-Range");
+    return {{},
+            answer.error(kCodeHTTPRequestFailed,
+                         platform::formatMessage(kPartOfFile, {printed(range)}))};
+  }
+  if (answer.isSafe && answer.status() != kStatusOk) {
+    return {{},
+            answer.error(kCodeHTTPRequestFailed,
+                         platform::formatMessage(kUnexpectedHttpStatus, {answer.status()}))};
+  }
+  return {{{kResponseData, *answer.body}}, nullptr};
+}
+
+/// Of an answer whose body says how the service fared. A parse error beside it takes a JSON reader
+/// that keeps what it has read before the error; the platform's own keeps nothing.
+std::optional<Outcome> outcomeOfOpStatus(const Answer& answer, Dictionary result,
+                                         const ErrorPtr& parseError) {
+  const Value opStatus = result[kOpStatus];
+  if (opStatus.integerValue() != 0) {
+    NetworkErrorPtr error = networkError(
+        kCodeHTTPRequestFailed,
+        Dictionary{
+            {keys::kUserInfo, BinaryNetworkUtils::withoutSecrets(result, answer.sent)},
+            {std::string(platform::kLocalizedDescriptionKey),
+             platform::formatMessage(kUnexpectedOpStatus, {BinaryNetworkUtils::withoutSecrets(
+                                                              opStatus, answer.sent)})}});
+    return Outcome{std::move(result), std::move(error)};
+  }
+  if (parseError == nullptr) return Outcome{std::move(result), nullptr};
+  logger().logError(kParseErrorLog, parseError);
+  if (!answer.isSafe) return std::nullopt;
+  return Outcome{
+      std::move(result),
+      answer.error(kCodeHTTPRequestFailed, platform::formatMessage(kParseErrorLog, {parseError}))};
+}
+
+std::optional<Outcome> outcomeOfJson(const Answer& answer) {
+  ErrorPtr parseError;
+  std::optional<Dictionary> parsed =
+      platform::VROCommonUtility::getDictionaryFromJSONData(*answer.body, &parseError);
+  if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
+    logger().logDebug(kResponseLog, platform::excerptOf(*answer.body, answer.sent));
+  }
+  if (parsed && parsed->contains(kOpStatus)) {
+    return outcomeOfOpStatus(answer, *std::move(parsed), parseError);
+  }
+  const bool isObject = parsed.has_value();
+  Outcome outcome{std::move(parsed).value_or(Dictionary{}), nullptr};
+  outcome.result.addEntries(headersOf(answer));
+  if (!answer.isSafe) return outcome;
+  outcome.error = answer.errorOfStatus();
+  if (outcome.error != nullptr || isObject || answer.kind == AnswerKind::kAnything) return outcome;
+  if (!answer.body->empty()) {
+    outcome.error = answer.error(kCodeHTTPRequestFailed, kNoJsonObject);
+  } else if (answer.kind != AnswerKind::kReceipt) {
+    outcome.error = answer.error(kCodeEmptyBodyReceived, kEmptyBodyReceived);
+  }
+  return outcome;
+}
+
+/// None for an answer that is passed over in silence.
+std::optional<Outcome> outcomeOf(const Answer& answer) {
+  if (!answer.body) return outcomeWithoutBody(answer);
+  if (answer.kind == AnswerKind::kFile) return outcomeOfDownload(answer);
+  return outcomeOfJson(answer);
+}
+
+Dictionary joined(Dictionary headers, const Dictionary& queryParams) {
+  headers.addEntries(queryParams);
+  return headers;
+}
+
 }  // namespace
 
 void BinaryNetworkUtils::GET(const std::string& url, const Dictionary& queryParams,
                              const Dictionary& headers, const Dictionary& options,
                              std::string_view operationType, TaskCallback callback) {
   VRONetworkUtility::GET(url, queryParams, headers, options,
-                         getBinaryNetworkCompletionHandler(std::move(callback), operationType));
+                         getBinaryNetworkCompletionHandler(
+                             std::move(callback), operationType, OperationSettings::of(options),
+                             AnswerKind::kRecord, joined(headers, queryParams)));
 }
 
 void BinaryNetworkUtils::POST(const std::string& url, const Dictionary& queryParams,
                               const Dictionary& headers, RequestType requestType, const Value& body,
-                              const Dictionary& options, TaskCallback callback) {
-  VRONetworkUtility::POST(url, queryParams, headers, requestType, body, options,
-                          getBinaryNetworkCompletionHandler(std::move(callback), {}));
+                              const Dictionary& options, TaskCallback callback, AnswerKind kind) {
+  VRONetworkUtility::POST(
+      url, queryParams, headers, requestType, body, options,
+      getBinaryNetworkCompletionHandler(std::move(callback), {}, OperationSettings::of(options),
+                                        kind, joined(headers, queryParams)));
 }
 
 void BinaryNetworkUtils::PUT(const std::string& url, const Dictionary& queryParams,
                              const Dictionary& headers, RequestType requestType, const Value& body,
-                             const Dictionary& options, TaskCallback callback) {
-  VRONetworkUtility::PUT(url, queryParams, headers, requestType, body, options,
-                         getBinaryNetworkCompletionHandler(std::move(callback), {}));
+                             const Dictionary& options, TaskCallback callback, AnswerKind kind) {
+  VRONetworkUtility::PUT(
+      url, queryParams, headers, requestType, body, options,
+      getBinaryNetworkCompletionHandler(std::move(callback), {}, OperationSettings::of(options),
+                                        kind, joined(headers, queryParams)));
 }
 
 void BinaryNetworkUtils::DELETE(const std::string& url, const Dictionary& queryParams,
                                 const Dictionary& headers, const Dictionary& options,
                                 TaskCallback callback) {
-  VRONetworkUtility::DELETE(url, queryParams, headers, options,
-                            getBinaryNetworkCompletionHandler(std::move(callback), {}));
+  VRONetworkUtility::DELETE(
+      url, queryParams, headers, options,
+      getBinaryNetworkCompletionHandler(std::move(callback), {}, OperationSettings::of(options),
+                                        AnswerKind::kReceipt, joined(headers, queryParams)));
 }
 
 NetworkCallback BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
-    TaskCallback callback, std::string_view operationType) {
-  const bool isDownload = operationType == kOperationTypeDownload;
-  return [callback = std::move(callback), isDownload](const std::optional<Data>& data,
-                                                      const Dictionary& responseInfo,
-                                                      const NetworkErrorPtr& error) {
+    TaskCallback callback, std::string_view operationType, const OperationSettings::Ptr& settings,
+    AnswerKind kind, Dictionary sent) {
+  if (operationType == kOperationTypeDownload) kind = AnswerKind::kFile;
+  const bool isSafe = (settings != nullptr ? settings : OperationSettings::of({}))->isSafe();
+  return [callback = std::move(callback), kind, isSafe, sent = std::move(sent)](
+             const std::optional<Data>& data, const Dictionary& responseInfo,
+             const NetworkErrorPtr& error) {
     if (error != nullptr) return callback({}, errorOfTransport(error));
-    const auto response = responseInfo[platform::kHttpResponse].objectAs<HttpResponseInfo>();
-    if (!data) return completeWithoutBody(response.get(), callback);
-    if (isDownload) return completeDownload(*data, response.get(), callback);
-    completeJson(*data, response.get(), callback);
+    std::optional<Outcome> outcome;
+    try {
+      const auto response = responseInfo[platform::kHttpResponse].objectAs<HttpResponseInfo>();
+      outcome = outcomeOf({response.get(), data, kind, isSafe, sent});
+    } catch (const std::exception& failure) {
+      // Memory that a large answer has asked for in vain, above all: there is enough to say so.
+      outcome = Outcome{{},
+                        networkError(kCodeHTTPRequestFailed,
+                                     platform::formatMessage(kAnswerNotRead, {failure.what()}))};
+    }
+    if (outcome) callback(outcome->result, outcome->error);
   };
 }
 
@@ -294,6 +384,22 @@ Dictionary BinaryNetworkUtils::withoutHeaders(const Dictionary& headers,
       return platform::equalIgnoringCase(header.key, name);
     });
     if (!named) result.set(header.key, header.value);
+  }
+  return result;
+}
+
+Value BinaryNetworkUtils::withoutSecrets(const Value& value, const Dictionary& sent) {
+  if (const std::string* text = value.text()) return platform::redactSecrets(*text, sent);
+  if (const Array* array = value.array()) {
+    Array result;
+    for (const Value& item : *array) result.append(withoutSecrets(item, sent));
+    return result;
+  }
+  if (!value.isDictionary()) return value;
+  Dictionary result;
+  for (const DictionaryEntry& entry : value.dictionaryValue()) {
+    result.set(entry.key, platform::isSecretKey(entry.key) ? Value(platform::kRedacted)
+                                                           : withoutSecrets(entry.value, sent));
   }
   return result;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Common/NetworkError.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
@@ -19,6 +20,14 @@ namespace varo::binary {
 using TaskCallback =
     std::function<void(const platform::Dictionary& result, const platform::NetworkErrorPtr& error)>;
 
+/// What `TransferPolicy::kSafe` takes for a success, beside a status below 400.
+enum class AnswerKind {
+  kRecord,    // a JSON object: of a list, a creation, a status request
+  kReceipt,   // a JSON object, or a 2xx without one byte: of an update, a deletion, a commit
+  kAnything,  // whatever an object store answers to a chunk, or a 2xx without a body
+  kFile,      // a 200; its bytes are handed on as they are
+};
+
 /// The one gateway to the network: issues the requests of tasks, turns raw completions into results
 /// and errors, and derives URLs from those that the back end returns. Errors have the domain
 /// "BinaryNetworkUtils". Stateless, thread-safe.
@@ -27,17 +36,18 @@ class BinaryNetworkUtils {
   BinaryNetworkUtils() = delete;
 
   /// The requests return at once. `operationType` "Download" asks for the body's bytes as they are.
+  /// Of `options` those of `VRONetworkUtility` are read, and an `OperationSettings` for the policy.
   static void GET(const std::string& url, const platform::Dictionary& queryParams,
                   const platform::Dictionary& headers, const platform::Dictionary& options,
                   std::string_view operationType, TaskCallback callback);
   static void POST(const std::string& url, const platform::Dictionary& queryParams,
                    const platform::Dictionary& headers, platform::RequestType requestType,
                    const platform::Value& body, const platform::Dictionary& options,
-                   TaskCallback callback);
+                   TaskCallback callback, AnswerKind kind = AnswerKind::kRecord);
   static void PUT(const std::string& url, const platform::Dictionary& queryParams,
                   const platform::Dictionary& headers, platform::RequestType requestType,
                   const platform::Value& body, const platform::Dictionary& options,
-                  TaskCallback callback);
+                  TaskCallback callback, AnswerKind kind = AnswerKind::kReceipt);
   static void DELETE(const std::string& url, const platform::Dictionary& queryParams,
                      const platform::Dictionary& headers, const platform::Dictionary& options,
                      TaskCallback callback);
@@ -47,14 +57,20 @@ class BinaryNetworkUtils {
   /// - under "Download", {"data": the bytes};
   /// - a JSON object with "opstatus": the object, and unless that is 0 the error 6003 with the
   ///   object under "userInfo" of its user information;
-  /// - anything else: the JSON object, if it is one, and {"response_headers"}. HTTP statuses do not
-  ///   matter.
+  /// - anything else: the JSON object, if it is one, and {"response_headers"}, without cookies.
+  ///   HTTP statuses do not matter;
+  /// - what is thrown meanwhile, as the error 6003.
   /// An answer without a body, and an "opstatus" of 0 beside a parse error, are passed over in
-  /// silence. Under `TransferPolicy::kSafe` these are errors (6014, 6003), and so is a status of
-  /// 400 or more that no "opstatus" explains (6003, with "httpStatusCode", "response_headers" and
-  /// the start of the body, "responseBody").
+  /// silence. A 206 to a download is an error (6003) unless it is the whole file.
+  /// Under `TransferPolicy::kSafe` all these are errors (6014, 6003), and so is what `kind` does
+  /// not allow and a status of 400 or more that no "opstatus" explains (6003, with
+  /// "httpStatusCode", "response_headers" and the start of the body, "responseBody"). Nothing that
+  /// is logged or kept in an error shows secrets: neither those that an answer names so, nor those
+  /// that stand in `sent`, the request's headers and parameters.
   [[nodiscard]] static platform::NetworkCallback getBinaryNetworkCompletionHandler(
-      TaskCallback callback, std::string_view operationType);
+      TaskCallback callback, std::string_view operationType,
+      const OperationSettings::Ptr& settings = nullptr, AnswerKind kind = AnswerKind::kRecord,
+      platform::Dictionary sent = {});
 
   /// What stands before the first "services" of a URL, which is looked for behind the server; none
   /// without one.
@@ -106,6 +122,11 @@ class BinaryNetworkUtils {
   /// `headers` without those named, whatever the letter case in which they are written.
   [[nodiscard]] static platform::Dictionary withoutHeaders(
       const platform::Dictionary& headers, std::initializer_list<std::string_view> names);
+
+  /// `value` with everything secret in it replaced, as errors may hold it: what stands under secret
+  /// keys, and in texts what `redactSecrets` finds and what stands under secret keys of `sent`.
+  [[nodiscard]] static platform::Value withoutSecrets(const platform::Value& value,
+                                                      const platform::Dictionary& sent = {});
 };
 
 }  // namespace varo::binary

@@ -57,6 +57,8 @@ constexpr std::string_view kFileNameFailed = "Upload file_name validation failed
 constexpr std::string_view kDeleteParameterMissing = "Missing parameter %@ in deleteBinary";
 constexpr std::string_view kDeleteParameterEmpty =
     "Null or empty value found for %@ in deleteBinary";
+constexpr std::string_view kNotANumber = "%@ is not wholly a number : %@";
+constexpr std::string_view kChunkSizeFailed = "Upload chunkSize validation failed : %@";
 constexpr std::string_view kDeleteParams = "deleteParams";
 
 /// A code and the message that goes with it.
@@ -327,6 +329,19 @@ bool ValidationUtils::validateDeleteParams(const std::optional<Dictionary>& dele
   if (deleteParams->empty()) {
     logger().logError(kDeleteParamsEmpty);
     return fail(error, kDeleteErrorDomain, kMissing, kDeleteParamsEmpty);
+  }
+  return true;
+}
+
+bool ValidationUtils::validateChunkSizes(const Dictionary& uploadParams,
+                                         const std::optional<Dictionary>& options,
+                                         ErrorPtr* error) {
+  for (const Dictionary& given : {uploadParams, options.value_or(Dictionary{})}) {
+    const std::string* text = given[keys::kChunkSize].text();
+    if (text == nullptr || platform::parseInteger(*text)) continue;
+    return failLogged(error, kUploadErrorDomain, kUploadJunkType,
+                      platform::formatMessage(kNotANumber, {keys::kChunkSize, *text}),
+                      kChunkSizeFailed);
   }
   return true;
 }

@@ -46,6 +46,13 @@ class ValidationUtils {
   [[nodiscard]] static bool validateDeleteParams(
       const std::optional<platform::Dictionary>& deleteParams, platform::ErrorPtr* error);
 
+  /// "chunkSize" of the parameters and of the options, where it is a text: wholly a whole number.
+  /// Else "UploadError", 6011. Asked under `TransferPolicy::kSafe`; otherwise such a text counts as
+  /// the number that it starts with.
+  [[nodiscard]] static bool validateChunkSizes(const platform::Dictionary& uploadParams,
+                                               const std::optional<platform::Dictionary>& options,
+                                               platform::ErrorPtr* error);
+
   /// The parameters with a positive "chunkSize" (bytes): their own, else `kDefaultChunkSize`.
   [[nodiscard]] static platform::Dictionary fixChunkSizeIfNeeded(
       std::optional<platform::Dictionary> uploadParams);
