@@ -139,22 +139,6 @@ void warnOfMisspelledKeys(const Dictionary& configuration,
   if (options) warnOfUnknownKeys("the options", *options, kOptionKeys);
 }
 
-/// A template as an error shows it: a server may put keys and tokens for the store into one.
-Value withoutSecrets(const Value& value) {
-  if (const platform::Array* array = value.array()) {
-    platform::Array shown;
-    for (const Value& element : *array) shown.append(withoutSecrets(element));
-    return shown;
-  }
-  if (!value.isDictionary()) return value;
-  Dictionary shown;
-  for (const platform::DictionaryEntry& entry : *value.dictionary()) {
-    shown.set(entry.key, platform::isSecretKey(entry.key) ? Value(platform::kRedacted)
-                                                          : withoutSecrets(entry.value));
-  }
-  return shown;
-}
-
 /// Whether the uploader of this mode sends what the template asks for: it knows one method alone.
 bool wouldSendBytes(const Value& mode, const Value& method) {
   const bool isBinary = mode == Value(kUploadModeBinary);
@@ -344,7 +328,7 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
   const auto refuse = [&](std::int32_t code) {
     return failure(task.blocks(), task,
                    std::make_shared<const Error>(std::string(kUploadTaskDomain), code,
-                                                 withoutSecrets(uploadTemplate).dictionaryValue()));
+                                                 platform::withoutSecrets(uploadTemplate)));
   };
   if (uploadTemplate[kOpStatus].integerValue() != 0) {
     logger().logError(kOpstatusNotZero);

@@ -39,8 +39,7 @@ void StepQueue::runEffects() {
     Effect effect;
     {
       const MutexLock lock(mutex_);
-      const bool isAnother =
-          runner_ != std::thread::id() && runner_ != std::this_thread::get_id();
+      const bool isAnother = runner_ != std::thread::id() && runner_ != std::this_thread::get_id();
       if (isAnother) return;
       if (effects_.empty()) {
         runner_ = {};
