@@ -1,6 +1,7 @@
 #include "Cli/StorageFailure.h"
 
 #include "Cli/TerminalText.h"
+#include "Platform/Foundation/Error.h"
 
 #include <fmt/format.h>
 
@@ -9,8 +10,11 @@
 
 namespace varo::cli {
 
-void describeStorageFailure(const std::string& path, const std::string& directory,
+void describeStorageFailure(const platform::Dictionary& failure, const std::string& directory,
                             FailureText& text) {
+  const std::string path = failure["path"].textValue();
+  const std::string* words = failure[platform::kLocalizedDescriptionKey].text();
+  if (words != nullptr) text.message = *words;
   const std::string folder =
       path.empty() ? directory : std::filesystem::path(path).parent_path().string();
   text.hint = fmt::format("Check the room and the permissions of {}.", printable(folder));

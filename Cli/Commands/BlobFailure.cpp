@@ -109,8 +109,7 @@ void addDownloadFailure(const Dictionary& details, FailureText& text) {
     return;
   }
   const Dictionary failure = details[binary::kPersistenceError].dictionaryValue();
-  describeStorageFailure(failure["path"].textValue(),
-                         platform::UserDirectories::current()->documents(), text);
+  describeStorageFailure(failure, platform::UserDirectories::current()->documents(), text);
   text.hint += fmt::format(" {}", kGoesOn);
 }
 

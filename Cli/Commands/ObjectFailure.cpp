@@ -124,8 +124,7 @@ void addUploadHint(FailureText& text) {
 void addDownloadHint(const Dictionary& context, FailureText& text) {
   if (context.contains(binary::kPersistenceError)) {
     const Dictionary failure = context[binary::kPersistenceError].dictionaryValue();
-    describeStorageFailure(failure["path"].textValue(),
-                           platform::UserDirectories::current()->documents(), text);
+    describeStorageFailure(failure, platform::UserDirectories::current()->documents(), text);
   } else if (text.code == binary::kCodeEmptyBodyReceived) {
     text.hint = "Nothing is kept of an object without bytes: the library takes it for an error.";
   } else if (text.code == binary::kCodeUploadFailure) {
