@@ -25,11 +25,11 @@ const OutOfMemory& outOfMemory() {
   static const OutOfMemory& instance = *[] {
     ErrorPtr error = makeError(0, {}, kOutOfMemory, "There is not enough memory");
     const Array errors{error};
-    return new OutOfMemory{std::move(error),
-                           errors,
-                           {{std::string(kTaskErrors), errors}},
-                           {{std::string(kTaskOutputContext), Dictionary()},
-                            {std::string(kTaskErrors), errors}}};
+    return new OutOfMemory{
+        std::move(error),
+        errors,
+        {{std::string(kTaskErrors), errors}},
+        {{std::string(kTaskOutputContext), Dictionary()}, {std::string(kTaskErrors), errors}}};
   }();  // never destroyed: tasks may end until the very end
   return instance;
 }
