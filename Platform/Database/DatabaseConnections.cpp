@@ -54,12 +54,11 @@ void DatabaseConnections::closeLater() {
     if (std::exchange(timerRuns_, true)) return;
   }
   const auto close = [this](TimerQueue::Reason reason) {
-    using Clock = DatabaseConnection::Clock;
     // Closing may write to the disk, which a timer must not wait for.
     Runtime::shared().pool().postOrRun([this, reason] {
       closeUnusedSince(reason == TimerQueue::Reason::kShutDown
-                           ? Clock::time_point::max()
-                           : Clock::now() - tuning::kIdleConnection);
+                           ? DatabaseConnection::Clock::time_point::max()
+                           : DatabaseConnection::Clock::now() - tuning::kIdleConnection);
     });
   };
   try {

@@ -31,11 +31,9 @@ class ThreadPool {
     Work() = default;
     Work(const Work&) = delete;
     Work& operator=(const Work&) = delete;
+    virtual ~Work() = default;
 
     virtual void run() = 0;
-
-   protected:
-    ~Work() = default;  // never owned as `Work`
 
    private:
     template <typename T>
