@@ -133,6 +133,23 @@ TEST_F(BinaryNetworkUtilsTest, PartOfAFileIsNoFile) {
   }
 }
 
+TEST_F(BinaryNetworkUtilsTest, JsonBeyondItsLimitsIsAFailureUnderBothPolicies) {
+  std::string many = "{\"a\":[0";
+  for (int i = 0; i < 70'000; ++i) many += ",0";
+  many += "]}";
+  const std::string deep = "{\"a\":" + std::string(300, '[') + std::string(300, ']') + "}";
+  for (const bool safe : {false, true}) {
+    setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+    EXPECT_EQ(complete(many, 200, "BinaryList").error, nullptr) << "as large as a list may be";
+    for (const Outcome& outcome : {complete(many, 200), complete(deep, 200, "BinaryList")}) {
+      ASSERT_NE(outcome.error, nullptr);
+      EXPECT_EQ(outcome.error->code(), 6003);
+      EXPECT_THAT(outcome.error->localizedDescription(),
+                  testing::StartsWith("The answer can't be read : "));
+    }
+  }
+}
+
 TEST_F(BinaryNetworkUtilsTest, CookiesAreNoneOfTheHeadersThatAnAnswerHandsOn) {
   const Outcome outcome = complete("x", 200, {}, nullptr, {{"set-COOKIE", "s"}, {"ETag", "e"}});
   EXPECT_EQ(outcome.result["response_headers"], Value(Dictionary{{"ETag", "e"}}));

@@ -7,7 +7,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 
 #include <exception>
-#include <functional>
 
 namespace varo::binary {
 namespace {
@@ -46,9 +45,10 @@ std::string reasonOfException() {
   }
 }
 
-/// The one guard that turns exceptions into failures: logs `message` and calls the failure block.
-void guarded(std::string_view message, const BinaryBlock& onFailure,
-             const std::function<void()>& operation) {
+/// The one guard that turns exceptions into failures: logs `message` and calls the failure block. A
+/// template, since making a function object of the operation could fail before it is guarded.
+template <typename Operation>
+void guarded(std::string_view message, const BinaryBlock& onFailure, const Operation& operation) {
   try {
     operation();
   } catch (...) {

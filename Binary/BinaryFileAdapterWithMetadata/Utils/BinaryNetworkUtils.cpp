@@ -9,6 +9,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Excerpt.h"
+#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/UrlEncoding.h"
@@ -184,15 +185,30 @@ std::optional<Outcome> outcomeOfOpStatus(const Answer& answer, Dictionary result
       answer.error(kCodeHTTPRequestFailed, platform::formatMessage(kParseErrorLog, {parseError}))};
 }
 
+/// Whether JSON that may be valid was not read to its end.
+bool isBeyondLimits(const platform::Error& parseError) {
+  namespace json = platform::json;
+  return parseError.domain() == json::kErrorDomain &&
+         (parseError.code() == json::kTooDeep || parseError.code() == json::kTooManyValues ||
+          parseError.code() == json::kTooManyBytes);
+}
+
 std::optional<Outcome> outcomeOfJson(const Answer& answer) {
   ErrorPtr parseError;
-  std::optional<Dictionary> parsed =
-      platform::VROCommonUtility::getDictionaryFromJSONData(*answer.body, &parseError);
+  std::optional<Dictionary> parsed = platform::VROCommonUtility::getDictionaryFromJSONData(
+      *answer.body, &parseError,
+      answer.kind == AnswerKind::kList ? platform::kListJsonLimits : platform::kAnswerJsonLimits);
   if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
     logger().logDebug(kResponseLog, platform::excerptOf(*answer.body, answer.sent));
   }
   if (parsed && parsed->contains(kOpStatus)) {
     return outcomeOfOpStatus(answer, *std::move(parsed), parseError);
+  }
+  if (parseError != nullptr && isBeyondLimits(*parseError)) {
+    return Outcome{{},
+                   answer.error(kCodeHTTPRequestFailed,
+                                platform::formatMessage(kAnswerNotRead,
+                                                        {parseError->localizedDescription()}))};
   }
   const bool isObject = parsed.has_value();
   Outcome outcome{std::move(parsed).value_or(Dictionary{}), nullptr};
@@ -262,6 +278,7 @@ NetworkCallback BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
     TaskCallback callback, std::string_view operationType, const OperationSettings::Ptr& settings,
     AnswerKind kind, Dictionary sent) {
   if (operationType == kOperationTypeDownload) kind = AnswerKind::kFile;
+  if (operationType == kOperationTypeList) kind = AnswerKind::kList;
   const bool isSafe = (settings != nullptr ? settings : OperationSettings::of({}))->isSafe();
   return [callback = std::move(callback), kind, isSafe, sent = std::move(sent)](
              const std::optional<Data>& data, const Dictionary& responseInfo,
@@ -368,7 +385,8 @@ std::string BinaryNetworkUtils::appendQueryOfUrl(std::string url, const Dictiona
 std::optional<Dictionary> BinaryNetworkUtils::getTemplate(const std::optional<std::string>& json,
                                                           ErrorPtr* error) {
   if (!json) return std::nullopt;
-  return platform::VROCommonUtility::getDictionaryFromJSONString(*json, error);
+  return platform::VROCommonUtility::getDictionaryFromJSONString(*json, error,
+                                                                 platform::kAnswerJsonLimits);
 }
 
 void BinaryNetworkUtils::setHeader(Dictionary& headers, std::string_view name, const Value& value) {

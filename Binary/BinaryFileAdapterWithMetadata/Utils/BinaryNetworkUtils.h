@@ -20,10 +20,12 @@ namespace varo::binary {
 using TaskCallback =
     std::function<void(const platform::Dictionary& result, const platform::NetworkErrorPtr& error)>;
 
-/// What `TransferPolicy::kSafe` takes for a success, beside a status below 400.
+/// What an answer is, and with that what `TransferPolicy::kSafe` takes for a success, beside a
+/// status below 400.
 enum class AnswerKind {
-  kRecord,    // a JSON object: of a list, a creation, a status request
-  kReceipt,   // a JSON object, or a 2xx without one byte: of an update, a deletion, a commit
+  kList,     // a JSON object of any size, within `kListJsonLimits`
+  kRecord,   // a JSON object: of a creation, a status request; within `kAnswerJsonLimits`, as below
+  kReceipt,  // a JSON object, or a 2xx without one byte: of an update, a deletion, a commit
   kAnything,  // whatever an object store answers to a chunk, or a 2xx without a body
   kFile,      // a 200; its bytes are handed on as they are
 };
@@ -59,7 +61,7 @@ class BinaryNetworkUtils {
   ///   object under "userInfo" of its user information;
   /// - anything else: the JSON object, if it is one, and {"response_headers"}, without cookies.
   ///   HTTP statuses do not matter;
-  /// - what is thrown meanwhile, as the error 6003.
+  /// - what is thrown meanwhile, and JSON beyond its limits, as the error 6003.
   /// An answer without a body, and an "opstatus" of 0 beside a parse error, are passed over in
   /// silence. A 206 to a download is an error (6003) unless it is the whole file.
   /// Under `TransferPolicy::kSafe` all these are errors (6014, 6003), and so is what `kind` does
@@ -109,8 +111,8 @@ class BinaryNetworkUtils {
   [[nodiscard]] static std::string appendQueryOfUrl(std::string url,
                                                     const platform::Dictionary& queryParams);
 
-  /// The template that a JSON text holds. None for no text, and, with `error` set unless it is
-  /// null, for text that is no JSON object.
+  /// The template that a JSON text holds, within `kAnswerJsonLimits`. None for no text, and, with
+  /// `error` set unless it is null, for text that is no JSON object.
   [[nodiscard]] static std::optional<platform::Dictionary> getTemplate(
       const std::optional<std::string>& json, platform::ErrorPtr* error);
 
