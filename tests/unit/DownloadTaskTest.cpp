@@ -257,6 +257,63 @@ TEST_F(DownloadTaskTest, PauseAndStopCancelTheRangeInFlightAndTheNextRunDoesNotH
   }
 }
 
+/// Ends transfers when the test says so, those also that were cancelled.
+class LateTransport final : public HttpTransport {
+ public:
+  std::shared_ptr<HttpTransfer> send(HttpRequest /*request*/, HttpCompletion completion) override {
+    const MutexLock lock(mutex_);
+    completions_.push_back(std::move(completion));
+    return std::make_shared<Transfer>();
+  }
+  void shutdown() override {}
+  [[nodiscard]] std::size_t count() const {
+    const MutexLock lock(mutex_);
+    return completions_.size();
+  }
+  void end(std::size_t index, const ScriptedAnswer& answer) const {
+    HttpCompletion completion;
+    {
+      const MutexLock lock(mutex_);
+      completion = completions_.at(index);
+    }
+    completion(answer.response, answer.error);
+  }
+
+ private:
+  struct Transfer final : HttpTransfer {
+    void cancel() override {}
+  };
+  mutable platform::Mutex mutex_;
+  std::vector<HttpCompletion> completions_ VARO_GUARDED_BY(mutex_);
+};
+
+TEST_F(DownloadTaskTest, LateEndOfACancelledRangeIsNotThatOfTheNextRun) {
+  const ScriptedAnswer lates[] = {
+      {std::nullopt, makeTransportError(HttpTransportError::kCancelled, "cancelled")},
+      answerWith(206, std::string(1000, 'x'), {{"Content-Range", "bytes 0-999/2500"}}),
+      answerWith(404, "")};
+  for (const ScriptedAnswer& late : lates) {
+    const auto transport = std::make_shared<LateTransport>();
+    VRONetworkUtility::setTransport(transport);
+    std::filesystem::remove(path());
+    const auto task = makeTask({{kChunkSizeKey, 2500}});
+    task->start();
+    ASSERT_TRUE(eventually([&] { return transport->count() == 1; }));
+    task->pauseDownload();
+    ASSERT_TRUE(reaches(task, TaskState::Paused));
+    resumeFromFile(task);
+    ASSERT_TRUE(eventually([&] { return transport->count() == 2; }));
+    transport->end(0, late);
+    transport->end(1, answerWith(206, object_.bytes, {{"Content-Range", "bytes 0-2499/2500"}}));
+    EXPECT_TRUE(reaches(task, TaskState::Ended));
+    EXPECT_EQ(fileBytes(), object_.bytes);
+    EXPECT_EQ(transport->count(), 2U);
+    VRONetworkUtility::setTransport(transport_);
+    task->stop();
+    task->releaseFile();
+  }
+}
+
 TEST_F(DownloadTaskTest, EachRangeIsSignedAnewAndWhatSigningThrowsEndsTheDownload) {
   int signatures = 0;
   const auto signer = [](RequestSigner::Sign sign) {

@@ -15,9 +15,10 @@ struct ObjectValidator {
   /// More than this is no validator's text, bytes.
   static constexpr std::size_t kMaxText = 4096;
 
-  std::string entityTag;     // as sent, with its quotes and, where it is weak, "W/"; empty for none
-  std::string lastModified;  // as sent; empty for none
-  std::int64_t total = 0;    // bytes of the whole object; 0 while unknown
+  /// As sent, with its quotes and, where it is weak, "W/"; empty for none.
+  std::string entityTag = {};
+  std::string lastModified = {};  // as sent; empty for none
+  std::int64_t total = 0;         // bytes of the whole object; 0 while unknown
   /// Whether "Last-Modified" is a strong validator: the answer's "Date" is later by a second or
   /// more.
   bool isLastModifiedStrong = false;

@@ -17,7 +17,7 @@ inline constexpr std::int64_t kMaxRangesOfUnknownSize = 65'536;
 
 /// What is known of an object from the ranges so far.
 struct RangeKnowledge {
-  ObjectValidator object;
+  ObjectValidator object = {};
   std::int64_t _totalFileSize = 0;   // bytes, as published: 0 while unknown, and for good after "*"
   bool _isAsteriskRecieved = false;  // the server did not state the size when it first could
   std::int64_t bytesPublished = 0;   // that the listener has had, from the object's first on
@@ -28,7 +28,7 @@ struct RangeKnowledge {
 
 /// A range that was asked for, and what was known then.
 struct RangeQuestion {
-  RangeKnowledge known;
+  RangeKnowledge known = {};
   std::int64_t offset = 0;     // of the range's first byte
   std::int64_t chunkSize = 1;  // bytes of a range; at least 1
   bool isSafe = false;         // by `TransferPolicy::kSafe`
@@ -49,12 +49,12 @@ struct RangeQuestion {
 /// What an answer says.
 struct RangeAnswer {
   int status = 0;
-  std::string contentRange;   // the field; empty for none
-  ObjectValidator validator;  // of the fields; its `total` is not used
-  std::int64_t size = 0;      // bytes of the body, decoded
+  std::string contentRange = {};   // the field; empty for none
+  ObjectValidator validator = {};  // of the fields; its `total` is not used
+  std::int64_t size = 0;           // bytes of the body, decoded
   /// Of a 200: the body tells of an error, or is more than can be taken, instead of the object.
   bool isError = false;
-  std::optional<std::string> errorMessage;
+  std::optional<std::string> errorMessage = {};
 };
 
 /// What follows from an answer.
@@ -68,9 +68,9 @@ struct RangeVerdict {
     kError,      ///< The download has failed with `code` and `message`.
   };
   Kind kind = Kind::kError;
-  RangeKnowledge known;     // from now on
-  bool isComplete = false;  // of a `kRange`: it is the object's last
-  std::int64_t code = 0;    // of a `kError`
+  RangeKnowledge known = {};  // from now on
+  bool isComplete = false;    // of a `kRange`: it is the object's last
+  std::int64_t code = 0;      // of a `kError`
   std::optional<std::string> message = {};
 };
 
