@@ -311,7 +311,11 @@ void BinaryDataManager::clearBinaryDataManagerState() {
   }
 }
 
-void BinaryDataManager::invalidateAllBackgroundSessions() { invalidate(tasks()); }
+void BinaryDataManager::invalidateAllBackgroundSessions() {
+  invalidate(tasks());
+  // Not before all have been told: one that waits would start only to be stopped.
+  for (std::size_t place = 0; place < MAX_PARALLEL_JOBS; ++place) places_.startNextScheduledTask();
+}
 
 void BinaryDataManager::invalidate(const Downloads& tasks) {
   logger().logDebug(kInvalidating);

@@ -241,7 +241,6 @@ Effects BlobDownload::end(State state, const ErrorPtr& error) {
   }};
   if (settings_->isSafe()) {
     for (auto& each : answerAll(error)) effects.push_back(std::move(each));
-    effects.push_back([&places = places_] { places.startNextScheduledTask(); });
   } else if (state == State::kCleared) {
     effects.push_back(
         [start = std::exchange(task_->startDownloadTaskCompletionBlock, nullptr),
