@@ -5,6 +5,7 @@
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/Binary/Utils/BlockCall.h"
@@ -308,7 +309,7 @@ void BlobDownload::run(Run run) {
 }
 
 std::shared_ptr<FileClaim> BlobDownload::claimFile() {
-  const std::string path = DataPersistenceTask::pathOfBlob(blobId_);
+  const std::string path = DownloadPath::ofBlob(blobId_);
   FileClaim::Attempt attempt;
   if (path.empty()) attempt.error = Error::fromErrno(EINVAL, "Creating", blobId_);
   // Inside of a step, so that what tells of the free file finds this download waiting for it.

@@ -1,20 +1,18 @@
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
-#include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 namespace varo::binary {
@@ -32,8 +30,6 @@ using platform::VSTaskError;
 namespace {
 
 constexpr std::string_view kChunkQueue = "chunkQueue";
-constexpr std::string_view kOnlineFolder = "downloads";
-constexpr std::string_view kOfflineFolder = "blobs";
 constexpr std::int64_t kErrorCode = 999;
 constexpr char kPath[] = "path";
 
@@ -83,27 +79,6 @@ Dictionary fileFailure(std::string_view message, const ErrorPtr& cause, const st
   return {{std::string(platform::kErrorMessageKey), message},
           {std::string(platform::kLocalizedDescriptionKey), cause->localizedDescription()},
           {kPath, path}};
-}
-
-/// The keys of object stores often hold slashes, for which there are no folders. In
-/// percent-encoding, then; and so is a name that looks as if it were encoded, so that keys that
-/// differ have files that do.
-std::string withoutSlashes(const std::string& blobId) {
-  const auto has = [&blobId](std::string_view part) {
-    return blobId.find(part) != std::string::npos;
-  };
-  if (!has("/") && !has("%2F") && !has("%25")) return blobId;
-  std::string name;
-  for (const char c : blobId) {
-    if (c == '/') {
-      name += "%2F";
-    } else if (c == '%') {
-      name += "%25";
-    } else {
-      name += c;
-    }
-  }
-  return name;
 }
 
 Value number(TaskState state) { return static_cast<std::int64_t>(state); }
@@ -184,25 +159,9 @@ std::string DataPersistenceTask::getBlobID() const { return inputContext()[kBlob
 
 bool DataPersistenceTask::validateInput() const { return !getBlobID().empty(); }
 
-std::string DataPersistenceTask::getDirectoryPath(const std::string& folder) {
-  const std::string path = platform::UserDirectories::current()->documents() + "/" + folder;
-  std::error_code ignored;  // creating the file will tell
-  std::filesystem::create_directories(path, ignored);
-  return path;
-}
-
-std::string DataPersistenceTask::pathOfBlob(const std::string& blobId) {
-  const std::string directory = getDirectoryPath(std::string(kOfflineFolder));
-  // A blob id is what a server or a database says.
-  if (!platform::staysInDirectory(directory, blobId)) return {};
-  return directory + "/" + blobId;
-}
-
 std::string DataPersistenceTask::computeFilePath() const {
-  if (!inputContext()[kOnlineDownloadTask].boolValue()) return pathOfBlob(getBlobID());
-  // One component that begins with digits leads nowhere else, whatever it holds.
-  return getDirectoryPath(std::string(kOnlineFolder)) + "/" +
-         std::to_string(CommonUtils::getEpochTime()) + "_" + withoutSlashes(getBlobID());
+  const bool isOnline = inputContext()[kOnlineDownloadTask].boolValue();
+  return isOnline ? DownloadPath::ofOnlineDownload(getBlobID()) : DownloadPath::ofBlob(getBlobID());
 }
 
 /// The name of an online download's file changes with the second, unless the policy has it computed

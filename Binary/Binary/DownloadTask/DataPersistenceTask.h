@@ -49,9 +49,6 @@ class DataPersistenceTask final : public platform::VSTask {
   /// `claim`, which may be null. For a task at rest.
   void releaseFile(std::shared_ptr<FileClaim> claim);
 
-  /// Where the file of this blob is; empty for an id that would lead out of the folder. The folder
-  /// is made where it is not there.
-  [[nodiscard]] static std::string pathOfBlob(const std::string& blobId);
   /// What stands in the error context for a file that cannot be created.
   [[nodiscard]] static platform::Dictionary creationFailure(const platform::ErrorPtr& cause,
                                                             const std::string& path);
@@ -65,8 +62,6 @@ class DataPersistenceTask final : public platform::VSTask {
   /// what is queued still does nothing until the next run: it would lock the file again.
   enum class Phase { kReceiving, kNetworkPaused, kNetworkEnded, kNetworkErrored, kReleased };
 
-  /// The folder of downloads in the documents directory, which is made where it is not there.
-  [[nodiscard]] static std::string getDirectoryPath(const std::string& folder);
   [[nodiscard]] std::string computeFilePath() const;
   [[nodiscard]] std::string getFilePath();
   [[nodiscard]] std::string getBlobID() const;
