@@ -22,6 +22,7 @@ import tempfile
 import time
 
 from blobs import measure_blob, measure_blobs, measure_many_blobs
+from cancel import measure_cancel
 from harness import LARGE, MIB, Bench, Table, column
 from objects import measure_objects
 from online import measure_queue, measure_sign
@@ -267,6 +268,7 @@ PARTS = {
     "blobs": measure_blobs,
     "many-blobs": measure_many_blobs,
     "objects": measure_objects,
+    "cancel": measure_cancel,
 }
 
 

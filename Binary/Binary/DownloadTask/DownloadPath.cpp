@@ -17,9 +17,7 @@ constexpr char kOfflineFolder[] = "blobs";
 /// The keys of object stores often hold slashes, for which there are no folders. A name that looks
 /// encoded is encoded too, or the key that it looks like would have the same file.
 std::string withoutSlashes(const std::string& id) {
-  const auto has = [&id](std::string_view part) {
-    return id.find(part) != std::string::npos;
-  };
+  const auto has = [&id](std::string_view part) { return id.find(part) != std::string::npos; };
   if (!has("/") && !has("%2F") && !has("%25")) return id;
   std::string name;
   for (const char c : id) {
