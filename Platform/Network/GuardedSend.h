@@ -14,13 +14,13 @@ namespace varo::platform {
 ///   destroyed without having been called are `HttpTransportError::kNoAnswer`. Where a transport
 ///   says both, the error counts.
 /// - All calls of the completion but the first are ignored.
-/// - Once `cancellation` is stopped, the transfer is cancelled, or never sent where that was
-/// before;
-///   where the transport offers nothing to cancel, or its `cancel` throws, the request ends with
-///   `HttpTransportError::kCancelled` and a later answer is ignored.
+/// - Once a stop is requested of `cancellation`, the transfer is cancelled; after that nothing is
+///   sent. Where the transport offers nothing to cancel, or its `cancel` throws, the request ends
+///   with `HttpTransportError::kCancelled` and a later answer is ignored.
 ///
-/// The completion is called where the transport calls it, but from inside `send`, and where the
-/// transport does not call it, on the runtime's pool.
+/// The completion is called on the thread on which the transport calls it; on the runtime's pool
+/// where the transport calls it from inside `send` or not at all.
+///
 /// Returns what cancels the transfer; never null. It keeps nothing of the request alive. Throws
 /// only `std::bad_alloc`, and then nothing was sent and the completion is not called. Thread-safe.
 [[nodiscard]] std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport,

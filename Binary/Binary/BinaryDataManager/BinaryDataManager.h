@@ -60,7 +60,9 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
   /// Makes the task that downloads the record's binary column, and its row in the table where there
   /// is none. Returns at once. `downloadConfig` is the input of the download: "URL", "ScopeName",
   /// "ObjectName", "ChunkSize" (bytes of a range), "Headers", "ResponseType", and so on; an
-  /// `OnChunkDownloadCompleted` under "onChunkDownloadCompleted" hears of the progress. The task of
+  /// `OnChunkDownloadCompleted` under "onChunkDownloadCompleted" hears of the progress. An
+  /// `OperationSettings` under "settings" and a `platform::Cancellation` under "cancellation" are
+  /// taken now, for all runs of this task: one that is cancelled fails, then and later. The task of
   /// the same blob that was made before is replaced, and forgotten unless it runs. Errors: 5004 for
   /// no such record, and, in the domain `kInvalidTaskCreationState`, 5002 for a blob that is being
   /// downloaded or is there.
@@ -70,12 +72,12 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
                                const platform::Dictionary& downloadConfig,
                                BlobCreationBlock completion);
 
-  /// Starts the task, or puts it into the queue; one that has paused or failed starts over. The
-  /// block hears of the end: the result is the task's output ("BlobID", "FilePath",
-  /// "TotalFileSize"), or {"FilePath", "state"} where the file was there already. Errors: 5005 for
-  /// no blob id, 5003 for no task, 4 and 5 for a download that has ended and whose file is not
-  /// there; domain "DownloadTaskError", code 4, with the task's error context, for a download that
-  /// has failed.
+  /// Starts the task, or puts it into the queue; one that has paused or failed runs anew, and goes
+  /// on with the bytes that are there. The block hears of the end: the result is the task's output
+  /// ("BlobID", "FilePath", "TotalFileSize"), or {"FilePath", "state"} where the file was there
+  /// already. Errors: 5005 for no blob id, 5003 for no task, 4 and 5 for a download that has ended
+  /// and whose file is not there; domain "DownloadTaskError", code 4, with the task's error
+  /// context, for a download that has failed.
   void startDownload(const std::optional<std::string>& blobId, DownloadBlock completion);
   /// Asks a running download to pause; the block hears when it has, with the task's output. Errors:
   /// 5005, 5003, and 5001 for a download that does not run.
@@ -94,7 +96,8 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
   /// Records the deletion of the record's binary column for the sync engine. Returns at once. With
   /// "shouldDeleteBeforeSyncSession" true in `options` the file is removed now; a deletion whose
   /// file cannot be removed is not recorded. Errors: domain "DeleteBinaryDomain", 5004 for no such
-  /// record, 7001 for what the database refused.
+  /// record, 7001 for what the database refused; under `TransferPolicy::kSafe` 5001 for a file that
+  /// could not be removed. An `OperationSettings` in `options` says which policy counts.
   void deleteBinaryObjectForPrimaryKeys(const platform::Dictionary& primaryKeys,
                                         const std::string& db, const std::string& tableName,
                                         const std::string& columnName,

@@ -44,9 +44,9 @@ class BlobFiles {
   /// deletes the file, without which nothing is recorded then. A file that is gone already, as
   /// after a deletion that was broken off, counts as removed.
   ///
-  /// Under `TransferPolicy::kSafe` the deletion is recorded before the file is removed, and no more
-  /// recorded when that fails; else the file goes first, so that it may be gone when the row cannot
-  /// be written.
+  /// Under `TransferPolicy::kSafe` the deletion is recorded before the file is removed, and taken
+  /// back when the file cannot be removed; else the file goes first, so that it may be gone when
+  /// the row cannot be written.
   ///
   /// Errors: domain `kDeleteBinaryErrorDomain`, code 5004 for no such record, 7001 for what the
   /// database refused; under `TransferPolicy::kSafe` 5001 for a file that was to be removed and is

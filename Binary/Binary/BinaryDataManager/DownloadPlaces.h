@@ -21,7 +21,7 @@ class DownloadPlaces {
   explicit DownloadPlaces(std::size_t places) : queue_(places) {}
 
   /// Puts the download behind those that wait, and starts it if there is a place. After the
-  /// runtime's shutdown, tells it and all others that wait.
+  /// runtime's shutdown does what `endScheduledTasks` does instead.
   void schedule(const DownloadPtr& download);
   /// Starts the one that has waited longest, if there is a place.
   void startNextScheduledTask();

@@ -73,6 +73,9 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   /// filled with the file parameters first. Under `TransferPolicy::kSafe` each range is signed when
   /// it is asked for; else they are signed now and must be in time for the last range.
   ///
+  /// Further options: an `OperationSettings` under "settings" and a `platform::Cancellation` under
+  /// "cancellation", both taken now. A download that is cancelled fails.
+  ///
   /// The started block is called once; then exactly one of the completed and the failure block,
   /// after all calls of the chunk and stream blocks, which need not wait for the started block. A
   /// refused download has its failure block called alone. A name can be used again from inside the

@@ -43,11 +43,12 @@ class OnlineBinaryUploadManager final
   /// template), "FilePath" (text) or "rawBytes" (bytes), and may hold "headers" and "uploadParams"
   /// (dictionaries). The upload parameters are posted to "URL", fill the template's placeholders,
   /// hold the keys for the signature ("accessKeyID", "secretAccessKey", ...) and come back in every
-  /// block. `andOptions` may hold "domain", which stands for "#middlewaredomain" in a template; the
-  /// service's token, "X-Pelmar-Authorization", which goes wherever a template has an unsigned
-  /// upload go, under `TransferPolicy::kSafe` only to the servers of "URL" and "domain"; and an
-  /// `OperationSettings` and a `platform::Cancellation` (see `OperationSettings::take`, which is
-  /// called here and for the whole upload).
+  /// block. `andOptions` may hold:
+  /// - "domain", which stands for "#middlewaredomain" in a template;
+  /// - "X-Pelmar-Authorization", the service's token: goes wherever a template has an unsigned
+  ///   upload go, under `TransferPolicy::kSafe` only to the servers of "URL" and "domain";
+  /// - an `OperationSettings` under "settings" and a `platform::Cancellation` under "cancellation",
+  ///   both taken now for the whole upload. One that is cancelled fails.
   ///
   /// Exactly one of the completed and the failure block is called, once, after the started block if
   /// that is called at all; on a thread of the runtime's pool, with no lock held. Only the
@@ -56,11 +57,14 @@ class OnlineBinaryUploadManager final
   /// be empty, and may start further uploads; what it throws is logged and goes no further. None is
   /// copied once this has returned. The file must not change before.
   ///
-  /// Errors: those of `validateInput`; in the domain "UploadError", 6006 for what could not be
-  /// started; in the domain "UploadTask", with the template but for its secrets as user
-  /// information, 6006 for one with an "opstatus" other than 0 and 6013 for one whose "uploadMode"
-  /// is unknown; under `TransferPolicy::kSafe` 6012 for that, and for one whose "method" is not the
-  /// one that its mode has bytes sent with; and those that the tasks raise, as an array.
+  /// Errors:
+  /// - those of `validateInput`;
+  /// - "UploadError", 6006, for what could not be started;
+  /// - "UploadTask", with the template, its secrets replaced, as user information: 6006 for an
+  ///   "opstatus" other than 0, 6013 for an unknown "uploadMode";
+  /// - "UploadTask", 6012, under `TransferPolicy::kSafe`: for an unknown "uploadMode", and for a
+  ///   "method" other than PUT for "binary" and POST for "multipart";
+  /// - those that the tasks raise, as an array.
   void createAndStartOnlineUploadTaskFor(
       const std::optional<platform::Dictionary>& configuration,
       OnBytesUploadStarted::Function withOnBinaryUploadStartedCompletionBlock,

@@ -8,11 +8,11 @@
 
 namespace varo::binary {
 
-/// Ranges that bring bytes: more than these, for each range that the object's size asks for, and
-/// its server is not going to end. One that sends shorter ranges than asked for needs more than
-/// one.
+/// How many ranges with bytes may come for each one that the object's size needs. A server that
+/// sends shorter ranges than asked for needs more than one; one that needs more than these is not
+/// going to end.
 inline constexpr std::int64_t kMaxRangesForOneNeeded = 64;
-/// Ranges of an object whose size the server does not state; more than these have no end.
+/// How many ranges may come of an object whose size the server does not state.
 inline constexpr std::int64_t kMaxRangesOfUnknownSize = 65'536;
 
 /// What is known of an object from the ranges so far.

@@ -26,19 +26,20 @@ class TemplateUtil;
 /// change more of the template than it stands for; "options", for the service's domain and token.
 /// Output: "fileDetails", the answer's body as text. Runs once.
 ///
-/// Nothing is loaded: bytes of a file are read piece by piece while they are sent. A file that
-/// cannot be read counts as empty; under `TransferPolicy::kSafe` that is 6007, and nothing is sent.
-/// So is a template that is no dictionary once it is filled; under `kSafe` that is 6012. So is an
-/// answer that cannot be read; under `kSafe` that is 6006.
+/// Nothing is loaded: bytes of a file are read piece by piece while they are sent. These count as
+/// empty; under `TransferPolicy::kSafe` each is an error:
+/// - a file that cannot be read: 6007, and nothing is sent;
+/// - a template that is no dictionary once it is filled: 6012, and nothing is sent;
+/// - an answer that cannot be read: 6006.
 ///
 /// The service's token goes wherever the template says; under `kSafe` only to the server of the
 /// configuration's "URL" and to that of the options' "domain".
 ///
-/// Other errors: 6018 for a template whose path leads away from its domain, 6008 for a status other
-/// than 200 and 201, under `kSafe` than 2xx (there the error's user information has
-/// "httpStatusCode" and the start of the body, "responseBody"), 6006 for a request that got no
-/// answer, or one of more bytes than `AnswerLimits` allows. What caused an error is under
-/// `platform::kUnderlyingError`.
+/// Other errors, with what caused them under `platform::kUnderlyingError`:
+/// - 6018 for a template whose path leads away from its domain;
+/// - 6008 for a status other than 200 and 201; under `kSafe` for one other than 2xx, and the user
+///   information has "httpStatusCode" and the start of the body, "responseBody";
+/// - 6006 for a request that got no answer, or one of more bytes than `AnswerLimits` allows.
 class UploaderTask : public platform::VSTask {
  public:
   /// Before `start` only.

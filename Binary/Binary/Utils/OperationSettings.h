@@ -23,20 +23,22 @@ struct AnswerLimits {
   static constexpr std::uint64_t kMiB = std::uint64_t{1024} * 1024;
 
   std::uint64_t list = 256 * kMiB;
-  /// Of templates, and of answers to a creation, an update, a deletion, a chunk or a commit.
+  /// Of templates, and of answers to a creation, an update, a deletion, a status request, a chunk,
+  /// a commit or an online upload.
   std::uint64_t small = kMiB;
-  /// Of what is no success.
+  /// Of answers that are no success.
   std::uint64_t errorPage = std::uint64_t{64} * 1024;
   /// Of the JSON around an object in Base64, which has no ranges and is decoded in memory.
   std::uint64_t base64 = 64 * kMiB;
-  /// Of a whole file; none by default.
+  /// Of a whole file, and of one in place of a range while its size is not known; no limit by
+  /// default.
   std::optional<std::uint64_t> file;
 };
 
 /// Everything that an operation does not take from its arguments. Taken once when it starts and
 /// carried in the input context to each of its tasks, so that two operations with other settings
 /// run side by side and a change of the process's defaults reaches no operation that runs.
-/// Immutable once an operation has it; copy it to derive others.
+/// Immutable once an operation has it. The same object may serve several operations.
 class OperationSettings final : public platform::RequestSettings {
  public:
   /// The process's defaults of this moment: `transferPolicy()` and the transport in force.

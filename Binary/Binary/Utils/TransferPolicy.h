@@ -13,8 +13,8 @@ enum class TransferPolicy : std::uint8_t {
   kSafe,
 };
 
-/// Sets the policy of the process. Meant to be set once, before the first operation; those that are
-/// under way apply, step by step, whichever is in force. Thread-safe.
+/// Sets the policy of the process, for operations that start from now on: each takes its policy
+/// once, when it starts. One operation gets another with `OperationSettings`. Thread-safe.
 void setTransferPolicy(TransferPolicy policy) noexcept;
 
 /// The policy in force. Thread-safe.

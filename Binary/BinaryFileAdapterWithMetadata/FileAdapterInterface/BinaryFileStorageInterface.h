@@ -26,7 +26,7 @@ namespace varo::binary {
 /// with which the operation can be given up: it then ends with one failure,
 /// `kCodeOperationCancelled` (6027), and what it has stored meanwhile is gone; a cancel after the
 /// end changes nothing. Under "settings" may stand an `OperationSettings` in place of the
-/// process's.
+/// process's. Both are taken when the operation starts.
 ///
 /// Blocks and dictionaries are kept until the operation has ended. Thread-safe; operations may be
 /// called from inside any block. After the runtime's shutdown nothing is started any more.
@@ -60,8 +60,9 @@ class BinaryFileStorageInterface {
                                   const std::optional<platform::Dictionary>& options);
 
   /// Downloads the file with the "file_id" of `Params`' "metadata" into the downloads directory,
-  /// unless a file of its name is there already ("forceDownload" in the options, under
-  /// `TransferPolicy::kSafe`, fetches it in any case). `Params`: "headers", "metadata". Success:
+  /// unless a file of its name is there already. Under `TransferPolicy::kSafe` that one must have
+  /// the size that the record gives, if any, and "forceDownload" in the options fetches the file in
+  /// any case. `Params`: "headers", "metadata". Success:
   /// "file_name", "filePath", "requestContext" and what the look-up answered. Reports no progress.
   static void downloadWithURL(const std::string& url,
                               const std::optional<platform::Dictionary>& Params,
