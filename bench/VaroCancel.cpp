@@ -2,8 +2,8 @@
 //
 //   varo_cancel pause|stop URL HOME AFTER_MS
 //
-// Asks for one range of 64 MiB, pauses or stops the download AFTER_MS milliseconds later, and prints
-// the time of that in nanoseconds of the monotonic clock.
+// Asks for one range of 64 MiB, pauses or stops the download AFTER_MS milliseconds later, and
+// prints the time of that in nanoseconds of the monotonic clock.
 
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"

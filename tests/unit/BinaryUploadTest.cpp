@@ -228,6 +228,25 @@ TEST_F(UploadTest, FileThatIsReplacedOrGrowsIsUploadedAsItWas) {
   EXPECT_EQ(sent, "0123456789");
 }
 
+TEST_F(UploadTest, TemplateThatWouldSendNoBytesIsRefusedUnderTheSafePolicy) {
+  setTransferPolicy(TransferPolicy::kSafe);
+  writeFile(path_, "0123456789");
+  std::size_t events = 0;
+  for (const auto& [mode, method] :
+       {std::pair("multipart", "put"), std::pair("binary", "post"), std::pair("pigeon", "put")}) {
+    SCOPED_TRACE(mode);
+    Dictionary uploadTemplate = putToService();
+    uploadTemplate.set("uploadMode", mode);
+    uploadTemplate.set("method", method);
+    transport_->answer(answerWith(200, json({{"upload_template", json(uploadTemplate)}})));
+    uploadPath({});
+    events += 2;
+    EXPECT_EQ(awaitEvents(events).back().value.dictionaryValue()["code"], Value("6012"));
+    awaitEndOfTasks();
+  }
+  EXPECT_EQ(transport_->requestCount(), 3U);
+}
+
 TEST_F(UploadTest, EveryStepEndsTheUploadOnceWhereItIsNotSilence) {
   constexpr std::int64_t kSuccess = -1;
   writeFile(path_, "0123456789");

@@ -33,6 +33,8 @@ constexpr std::string_view kNoContent = "file holds neither a filePath nor rawBy
 constexpr std::string_view kNotBase64 = "rawBytes is not Base64";
 constexpr std::string_view kUnknownMethod =
     "the upload template's method is neither put nor post : ";
+constexpr std::string_view kSendsNoBytes =
+    "the upload template's uploadMode and method send no bytes : ";
 
 ErrorPtr uploadError(std::int32_t code, std::string_view message, std::string_view detail) {
   return CommonUtils::generateErrorWith(
@@ -213,6 +215,12 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
 }
 
 void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& method) {
+  const bool hasBytes =
+      method == kUploadMethodPut ? request.rawBody.isPresent() : !request.multipartBody.empty();
+  if (isSafe() && !hasBytes && (method == kUploadMethodPut || method == kUploadMethodPost)) {
+    return fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
+                            std::string(kSendsNoBytes) + method));
+  }
   const RequestType type = request.isMultipart ? RequestType::kMultipart : RequestType::kRaw;
   const Dictionary options = requestOptions(settings_->limits.small);
   TaskCallback sent = completion(&ChunkUploaderTask::processNetworkResponse);
