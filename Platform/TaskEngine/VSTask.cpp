@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Logging/VaroNativeFacade.h"
+#include "Platform/TaskEngine/DeliveryHold.h"
 #include "Platform/TaskEngine/EngineErrors.h"
 #include "Platform/TaskEngine/VSTaskChild.h"
 
@@ -234,8 +235,7 @@ void VSTask::keepSpareLocked() {
 
 void VSTask::scheduleDelivery() noexcept {
   // Shares the ownership of the task; a pool that refuses it has it run here.
-  Runtime::shared().pool().postOrRun(
-      std::shared_ptr<ThreadPool::Work>(shared_from_this(), &delivery_));
+  DeliveryHold::deliver(std::shared_ptr<ThreadPool::Work>(shared_from_this(), &delivery_));
 }
 
 /// Runs on one thread at a time (`delivering_`), which is what keeps the order.

@@ -74,13 +74,13 @@ TEST_F(DownloadRaceTest, PausesResumesAndStopsAtAnyMomentLeaveABeginningAndTheEn
   int paused = 0;
   for (int round = 0; round < kRounds; ++round) {
     // As the manager of blobs does: who has the claim is the only one who writes.
-    std::shared_ptr<FileClaim> claim;
+    FileClaim::Lease claim;
     ASSERT_TRUE(eventually([&] {
       claim = FileClaim::acquire(path(), [] {}).claim;
       return claim != nullptr;
     }));
-    const auto task =
-        makeTask({{kTotalBytesDownloaded, fileBytes().size()}, {kFileClaim, Value(claim)}});
+    const auto task = makeTask(
+        {{kTotalBytesDownloaded, fileBytes().size()}, {kFileClaim, Value(claim->withoutLease())}});
     // About at the request that is drawn, which may never come.
     std::atomic<bool> isStopped{false};
     const auto awaitMoment = [&, request = transport_->requestCount()](std::size_t requests,
@@ -112,7 +112,7 @@ TEST_F(DownloadRaceTest, PausesResumesAndStopsAtAnyMomentLeaveABeginningAndTheEn
     }
     const TaskState end = task->state();
     choice == 0 ? task->stop() : void();
-    task->releaseFile(claim);
+    task->releaseFile(std::move(claim));
     // When the file is free nobody writes it any more.
     ASSERT_TRUE(eventually([&] {
       const auto free = FileClaim::acquire(path(), [] {});

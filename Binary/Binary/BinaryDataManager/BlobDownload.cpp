@@ -75,7 +75,7 @@ std::shared_ptr<BlobDownload> BlobDownload::create(Dictionary input,
                                                    OperationSettings::Ptr settings,
                                                    DownloadPlaces& places) {
   auto download = std::make_shared<BlobDownload>(Badge{}, input, std::move(settings), places);
-  download->makeTask(std::move(input));
+  download->task_ = download->makeTask(std::move(input));
   download->steps_->setOnThrow([weak = std::weak_ptr(download)](std::string_view what) {
     if (const auto self = weak.lock()) self->threw(what);
   });
@@ -90,16 +90,16 @@ BlobDownload::BlobDownload(Badge /*badge*/, Dictionary input, OperationSettings:
       places_(places),
       steps_(std::make_shared<StepQueue>("download " + blobId_)) {}
 
-void BlobDownload::makeTask(Dictionary input) {
+std::shared_ptr<DownloadTask> BlobDownload::makeTask(Dictionary input) {
   input.set(kOperationSettings, OperationSettings::value(settings_));
-  task_ = DownloadTask::create(blobId_, steps_);
-  task_->subscribeForTaskUpdates(shared_from_this());
-  task_->setInputContext(std::move(input));
+  auto task = DownloadTask::create(blobId_, steps_);
+  task->subscribeForTaskUpdates(shared_from_this());
+  task->setInputContext(std::move(input));
+  return task;
 }
 
 void BlobDownload::renewTask() {
-  const std::shared_ptr<DownloadTask> former = task_;
-  makeTask(former->inputContext());
+  const auto former = std::exchange(task_, makeTask(task_->inputContext()));
   const auto carryOver = [&](DownloadBlock DownloadTask::*block) {
     ((*task_).*block).swap((*former).*block);
   };
@@ -133,13 +133,14 @@ void BlobDownload::ask(DownloadBlock completion,
     steps_->run([&]() -> Effects {
       if (state_ != State::kCleared) return step(completion);
       if (!settings_->isSafe()) return {};
-      return {answer(completion,
-                     blobError(kDownloadTaskError, kCodeDownloadTaskFailed, kDownloadsCleared),
-                     std::nullopt)};
+      return answer(completion,
+                    blobError(kDownloadTaskError, kCodeDownloadTaskFailed, kDownloadsCleared),
+                    std::nullopt);
     });
   } catch (const std::exception& exception) {
-    answer(completion, failure(thrown(exception.what())), std::nullopt)();
-    threw(exception.what());
+    // A step takes the block last, so it is here.
+    const ErrorPtr error = failure(thrown(exception.what()));
+    if (completion) callBlock([&] { completion(blobId_, error, std::nullopt); });
   }
 }
 
@@ -149,32 +150,36 @@ void BlobDownload::start(DownloadBlock completion) {
     ErrorPtr error;
     const auto available = rows_.checkIfFileAvailable(&error);
     if (available || state_ == State::kEnded) {
-      return {answer(block, available ? nullptr : error, available)};
+      return answer(block, available ? nullptr : error, available);
     }
-    task_->startDownloadTaskCompletionBlock.swap(block);
     logger().logDebug(kScheduling, blobId_);
-    return state_ == State::kRunning ? Effects() : schedule();
+    Effects effects = state_ == State::kRunning ? Effects() : schedule();
+    task_->startDownloadTaskCompletionBlock.swap(block);
+    return effects;
   });
 }
 
 Effects BlobDownload::schedule() {
   if (state_ == State::kPaused || state_ == State::kFailed) logger().logDebug(kResetting, blobId_);
+  // Of these the task was stopped, maybe before its start.
+  if (state_ == State::kStopped || state_ == State::kFailed) renewTask();
+  Effects effects{[self = shared_from_this()] { self->places_.schedule(self); }};
   moveTo(State::kWaiting);
-  return {[self = shared_from_this()] { self->places_.schedule(self); }};
+  return effects;
 }
 
 void BlobDownload::pause(DownloadBlock completion) {
   ask(std::move(completion), [this](DownloadBlock& block) -> Effects {
     switch (state_) {
-      case State::kRunning:
-        task_->pauseDownloadTaskCompletionBlock.swap(block);
+      case State::kRunning: {
         logger().logDebug(kCallingPause, blobId_);
-        return {[task = task_] { task->pauseDownload(); }};
+        Effects effects{[task = task_] { task->pauseDownload(); }};
+        task_->pauseDownloadTaskCompletionBlock.swap(block);
+        return effects;
+      }
       case State::kStopped:
-        moveTo(State::kPaused);
-        [[fallthrough]];
       case State::kPaused:
-        return {answer(block, nullptr, task_->outputContext())};
+        return answer(block, nullptr, task_->outputContext());
       default:
         logger().logError(kCannotPause);
         return refuse(block, kTaskNotStarted);
@@ -199,19 +204,24 @@ void BlobDownload::resume(DownloadBlock completion) {
 }
 
 Effects BlobDownload::resumePaused(DownloadBlock& completion) {
-  DownloadBlock forgotten;  // the start's
-  forgotten.swap(task_->startDownloadTaskCompletionBlock);
+  // The start's, which is forgotten; its destructor is the application's code.
+  const auto forgotten = std::make_shared<DownloadBlock>();
   ErrorPtr notAvailable;
   if (const auto available = rows_.checkIfFileAvailable(&notAvailable)) {
-    return {answer(completion, nullptr, available)};
+    Effects effects{[forgotten] {}, nullptr};
+    effects.back() = answering(completion, nullptr, available);
+    forgotten->swap(task_->startDownloadTaskCompletionBlock);
+    return effects;
   }
-  task_->resumeDownloadTaskCompletionBlock.swap(completion);
-  const bool isPaused = task_->state() == TaskState::Paused;
+  const bool isPaused = state_ == State::kPaused && task_->state() == TaskState::Paused;
   if (!isPaused) renewTask();
+  Effects effects{[self = shared_from_this(), forgotten,
+                   run = isPaused ? Run::kResumes : Run::kStarts] { self->run(run); }};
   moveTo(State::kRunning);
   untilRest_ = shared_from_this();
-  return {[self = untilRest_, run = isPaused ? Run::kResumes : Run::kStarts] { self->run(run); },
-          [forgotten] {}};
+  forgotten->swap(task_->startDownloadTaskCompletionBlock);
+  task_->resumeDownloadTaskCompletionBlock.swap(completion);
+  return effects;
 }
 
 void BlobDownload::stop() {
@@ -230,44 +240,87 @@ void BlobDownload::clear() {
   });
 }
 
-/// In the middle of whatever is under way. The task gives the file back when it writes no more.
+/// In the middle of whatever is under way. The file is given back when the task writes no more and
+/// a row that is being written is.
 Effects BlobDownload::end(State state, const ErrorPtr& error) {
-  moveTo(state);
-  Effects effects{[self = shared_from_this(), task = task_, claim = std::exchange(claim_, nullptr),
-                   released = std::exchange(untilRest_, nullptr)] {
+  const bool isFailure = state == State::kFailed;
+  const auto waiting = std::make_shared<Waiting>();
+  Effects effects{[self = shared_from_this(), task = task_, claim = claim_] {
     task->unsubscribeForTaskUpdates(self);
     task->stop();
     task->releaseFile(claim);
     self->places_.leave(self);
   }};
-  if (settings_->isSafe()) {
-    for (auto& each : answerAll(error)) effects.push_back(std::move(each));
-  } else if (state == State::kCleared) {
-    effects.push_back(
-        [start = std::exchange(task_->startDownloadTaskCompletionBlock, nullptr),
-         pause = std::exchange(task_->pauseDownloadTaskCompletionBlock, nullptr),
-         resume = std::exchange(task_->resumeDownloadTaskCompletionBlock, nullptr)] {});
+  if (settings_->isSafe() || isFailure) {
+    effects.push_back(calling(waiting, error, std::nullopt, error));
+  } else {
+    effects.push_back([waiting] {});  // forgotten
+  }
+  if (isFailure && settings_->isSafe()) {
+    effects.push_back([&places = places_] { places.startNextScheduledTask(); });
+  }
+  moveTo(state);
+  claim_.reset();
+  untilRest_.reset();
+  // The other policy has them wait for the next run's end.
+  if (settings_->isSafe() || state == State::kCleared) {
+    waiting->take(*task_);
+  } else if (isFailure) {
+    waiting->takeStartAndResume(*task_);
   }
   return effects;
 }
 
-Effects BlobDownload::answerAll(const ErrorPtr& error) {
-  return {answer(task_->startDownloadTaskCompletionBlock, error, std::nullopt),
-          answer(task_->resumeDownloadTaskCompletionBlock, error, std::nullopt),
-          answer(task_->pauseDownloadTaskCompletionBlock, error, std::nullopt)};
-}
-
 Effects BlobDownload::refuse(DownloadBlock& completion, std::string_view message) const {
-  return {answer(completion, downloadError(kCodeInvalidStateForBinaryOperation, message),
-                 std::nullopt)};
+  return answer(completion, downloadError(kCodeInvalidStateForBinaryOperation, message),
+                std::nullopt);
 }
 
-/// Takes the block, so that it is called once; it may be empty.
-StepQueue::Effect BlobDownload::answer(DownloadBlock& block, const ErrorPtr& error,
-                                       Result result) const {
-  return [block = std::exchange(block, nullptr), id = blobId_, error, result = std::move(result)] {
-    if (block) callBlock([&] { block(id, error, result); });
+Effects BlobDownload::answer(DownloadBlock& block, const ErrorPtr& error,
+                             const Result& result) const {
+  Effects effects(1);
+  effects.front() = answering(block, error, result);
+  return effects;
+}
+
+/// Takes the block, so that it is called once, and takes it last: what fails before leaves it where
+/// it is. It may be empty.
+StepQueue::Effect BlobDownload::answering(DownloadBlock& block, const ErrorPtr& error,
+                                          const Result& result) const {
+  const auto held = std::make_shared<DownloadBlock>();
+  StepQueue::Effect effect = [held, id = blobId_, error, result] {
+    if (*held) callBlock([&] { (*held)(id, error, result); });
   };
+  held->swap(block);
+  return effect;
+}
+
+/// The blocks that `waiting` has when the effect's turn comes: a step takes them last.
+StepQueue::Effect BlobDownload::calling(const std::shared_ptr<Waiting>& waiting,
+                                        const ErrorPtr& error, const Result& result,
+                                        const ErrorPtr& pauseError) const {
+  return [waiting, id = blobId_, error, result, pauseError] {
+    const auto call = [&id](const DownloadBlock& block, const ErrorPtr& why, const Result& what) {
+      if (block) callBlock([&] { block(id, why, what); });
+    };
+    call(waiting->start, error, result);
+    call(waiting->resume, error, result);
+    call(waiting->pause, pauseError, pauseError == nullptr ? result : std::nullopt);
+  };
+}
+
+void BlobDownload::Waiting::takeStartAndResume(DownloadTask& task) noexcept {
+  start.swap(task.startDownloadTaskCompletionBlock);
+  resume.swap(task.resumeDownloadTaskCompletionBlock);
+}
+
+void BlobDownload::Waiting::takePause(DownloadTask& task) noexcept {
+  pause.swap(task.pauseDownloadTaskCompletionBlock);
+}
+
+void BlobDownload::Waiting::take(DownloadTask& task) noexcept {
+  takeStartAndResume(task);
+  takePause(task);
 }
 
 // The run.
@@ -276,28 +329,34 @@ void BlobDownload::begin() {
   steps_->run([this]() -> Effects {
     if (state_ != State::kWaiting) {
       return {[self = shared_from_this()] {
-        self->places_.leave(self);
+        self->places_.giveBack(self);
         self->places_.startNextScheduledTask();
       }};
     }
     if (task_->state() != TaskState::NotStarted) renewTask();
+    Effects effects{[self = shared_from_this()] { self->run(Run::kStarts); }};
     moveTo(State::kRunning);
     untilRest_ = shared_from_this();
-    return {[self = untilRest_] { self->run(Run::kStarts); }};
+    return effects;
   });
 }
 
 void BlobDownload::shutDown() {
   steps_->run([this]() -> Effects {
     if (state_ != State::kWaiting) return {};
+    const auto waiting = std::make_shared<Waiting>();
+    const ErrorPtr error = downloadError(kCodeInvalidStateForBinaryOperation, kLibraryShutDown);
+    Effects effects{calling(waiting, error, std::nullopt, error)};
     moveTo(State::kCreated);
-    return answerAll(downloadError(kCodeInvalidStateForBinaryOperation, kLibraryShutDown));
+    untilRest_.reset();
+    waiting->take(*task_);
+    return effects;
   });
 }
 
 void BlobDownload::run(Run run) {
   logger().logDebug(run == Run::kStarts ? kFire : kCallingResume, blobId_);
-  const std::shared_ptr<FileClaim> claim = claimFile();
+  const FileClaim::Lease claim = claimFile();
   if (claim == nullptr) return;
   ErrorPtr notAvailable;
   // Only who has the file knows that nobody is about to complete it.
@@ -308,7 +367,7 @@ void BlobDownload::run(Run run) {
   launch(run, claim);
 }
 
-std::shared_ptr<FileClaim> BlobDownload::claimFile() {
+FileClaim::Lease BlobDownload::claimFile() {
   const std::string path = DownloadPath::ofBlob(blobId_);
   FileClaim::Attempt attempt;
   if (path.empty()) attempt.error = Error::fromErrno(EINVAL, "Creating", blobId_);
@@ -320,12 +379,15 @@ std::shared_ptr<FileClaim> BlobDownload::claimFile() {
     });
     claim_ = attempt.claim;
     if (attempt.claim != nullptr || attempt.error != nullptr) return {};
+    const auto waiting = std::make_shared<Waiting>();
+    Effects effects{calling(waiting, nullptr, std::nullopt,
+                            downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted)),
+                    [self = shared_from_this()] {
+                      self->places_.leave(self);
+                      self->places_.startNextScheduledTask();
+                    }};
     moveTo(State::kWaiting);
-    Effects effects = refuse(task_->pauseDownloadTaskCompletionBlock, kTaskNotStarted);
-    effects.push_back([self = shared_from_this()] {
-      self->places_.leave(self);
-      self->places_.startNextScheduledTask();
-    });
+    waiting->takePause(*task_);
     return effects;
   });
   if (attempt.error != nullptr) {
@@ -340,20 +402,23 @@ void BlobDownload::claimIsFree() {
   steps_->run([this]() -> Effects { return state_ == State::kWaiting ? schedule() : Effects(); });
 }
 
-void BlobDownload::launch(Run run, const std::shared_ptr<FileClaim>& claim) {
+void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   Dictionary input = task_->inputContext();
   if (run == Run::kResumes) input = rows_.withMetaData(std::move(input));
   const std::int64_t bytes = rows_.bytesToGoOnFrom(*claim);
   const auto validator = ObjectValidator::parse(claim->validator());
-  if (bytes > 0 && validator && validator->total == bytes) return endWithWholeFile(claim, bytes);
+  const auto size = static_cast<std::int64_t>(DownloadFile::sizeAt(claim->path()));
+  if (size > 0 && !claim->isBroken() && validator && validator->total == size) {
+    return endWithWholeFile(claim, size);
+  }
+  // What is in it is of nothing that is known, and a row may come to name the file.
+  if (bytes == 0 && size > 0) (void)DownloadFile().empty(claim->path());
   input.set(kTotalBytesDownloaded, bytes);
   input.set(kValidator, bytes > 0 ? platform::Value(claim->validator()) : platform::Value());
-  input.set(kFileClaim, claim);
+  input.set(kFileClaim, claim->withoutLease());
   if (run == Run::kResumes) logger().logDebug(kResumeInput, blobId_, input);
   steps_->run([&]() -> Effects {
-    if (state_ != State::kRunning || claim_ != claim) {
-      return {[claim] { claim->release(); }};  // stopped meanwhile
-    }
+    if (state_ != State::kRunning || claim_ != claim) return {};  // stopped meanwhile
     task_->updateInputContext(input);
     if (run == Run::kResumes) return {[task = task_] { task->resumeDownload(); }};
     return {[task = task_] { task->start(); }};
@@ -361,7 +426,7 @@ void BlobDownload::launch(Run run, const std::shared_ptr<FileClaim>& claim) {
 }
 
 /// A row that does not say so, since it could not be written, is mended.
-void BlobDownload::endWithWholeFile(const std::shared_ptr<FileClaim>& claim, std::int64_t size) {
+void BlobDownload::endWithWholeFile(const FileClaim::Lease& claim, std::int64_t size) {
   const auto file = platform::File::openForWriting(claim->path());
   const auto synced = file ? (*file)->sync() : platform::Result<void>(file.error());
   if (!synced) {
@@ -372,7 +437,7 @@ void BlobDownload::endWithWholeFile(const std::shared_ptr<FileClaim>& claim, std
   taskEnded(claim, {{kBlobId, blobId_}, {kFilePath, claim->path()}, {kTotalFileSize, size}});
 }
 
-void BlobDownload::fail(const std::shared_ptr<FileClaim>& claim, const Dictionary& context) {
+void BlobDownload::fail(const FileClaim::Lease& claim, const Dictionary& context) {
   comeToRest(claim, State::kFailed, failure(context), std::nullopt);
 }
 
@@ -380,7 +445,7 @@ void BlobDownload::fail(const std::shared_ptr<FileClaim>& claim, const Dictionar
 void BlobDownload::threw(std::string_view what) {
   steps_->run([&]() -> Effects {
     if (state_ != State::kRunning && state_ != State::kWaiting) return {};
-    return rest(State::kFailed, failure(thrown(what)), std::nullopt);
+    return end(State::kFailed, failure(thrown(what)));
   });
 }
 
@@ -390,7 +455,7 @@ void BlobDownload::task(const std::shared_ptr<VSTask>& task, TaskState from, Tas
                         const Dictionary& context) {
   try {
     // Held until the row is written, whoever stops the download meanwhile.
-    std::shared_ptr<FileClaim> claim;
+    FileClaim::Lease claim;
     steps_->run([&]() -> Effects {
       if (state_ == State::kRunning && task == task_) claim = claim_;
       return {};
@@ -401,11 +466,13 @@ void BlobDownload::task(const std::shared_ptr<VSTask>& task, TaskState from, Tas
     if (settings_->isSafe()) rows_.noteFile(output);
   } catch (const std::exception& exception) {
     threw(exception.what());
+  } catch (...) {
+    threw(kUnknownException);
   }
 }
 
-void BlobDownload::taskChanged(const VSTask& task, const std::shared_ptr<FileClaim>& claim,
-                               TaskState to, const Dictionary& output) {
+void BlobDownload::taskChanged(const VSTask& task, const FileClaim::Lease& claim, TaskState to,
+                               const Dictionary& output) {
   switch (to) {
     case TaskState::Started:
       return rows_.updateState(kDownloadStarted, output);
@@ -423,7 +490,7 @@ void BlobDownload::taskChanged(const VSTask& task, const std::shared_ptr<FileCla
   }
 }
 
-void BlobDownload::taskEnded(const std::shared_ptr<FileClaim>& claim, const Dictionary& output) {
+void BlobDownload::taskEnded(const FileClaim::Lease& claim, const Dictionary& output) {
   logger().logTrace(kPostProcessing, blobId_);
   const auto noted = rows_.updateDB(output);
   if (noted) {
@@ -437,8 +504,8 @@ void BlobDownload::taskEnded(const std::shared_ptr<FileClaim>& claim, const Dict
                {std::string(platform::kUnderlyingError), noted.error()}});
 }
 
-void BlobDownload::comeToRest(const std::shared_ptr<FileClaim>& claim, State state,
-                              const ErrorPtr& error, const Result& result) {
+void BlobDownload::comeToRest(const FileClaim::Lease& claim, State state, const ErrorPtr& error,
+                              const Result& result) {
   steps_->run([&]() -> Effects {
     // It was stopped or cleared meanwhile, and may run again.
     if (state_ != State::kRunning || claim_ != claim) return {};
@@ -447,29 +514,26 @@ void BlobDownload::comeToRest(const std::shared_ptr<FileClaim>& claim, State sta
 }
 
 Effects BlobDownload::rest(State state, const ErrorPtr& error, const Result& result) {
-  moveTo(state);
+  const bool isPaused = state == State::kPaused;
+  const ErrorPtr pauseError =
+      isPaused ? nullptr : downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted);
+  // All are taken before one is called: what that does may store another, for a later outcome.
+  const auto waiting = std::make_shared<Waiting>();
   // The file first: from inside a block the next download of it may start, here or elsewhere.
-  Effects effects{[self = shared_from_this(), task = task_, claim = std::exchange(claim_, nullptr),
-                   released = std::exchange(untilRest_, nullptr)] {
-    if (claim != nullptr) claim->release();
-    task->releaseFile(nullptr);
-    self->places_.leave(self);
-  }};
-  if (state == State::kPaused) {
-    effects.push_back(answer(task_->pauseDownloadTaskCompletionBlock, error, result));
-  } else {
-    // Both are taken first: what the one does may store another, which is for a later outcome.
-    effects.push_back(answer(task_->startDownloadTaskCompletionBlock, error, result));
-    effects.push_back(answer(task_->resumeDownloadTaskCompletionBlock, error, result));
-    if (settings_->isSafe()) {
-      effects.push_back(answer(task_->pauseDownloadTaskCompletionBlock,
-                               downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted),
-                               std::nullopt));
-    }
-  }
+  Effects effects{[self = shared_from_this(), task = task_, claim = claim_] {
+                    if (claim != nullptr) claim->release();
+                    task->releaseFile(nullptr);
+                    self->places_.leave(self);
+                  },
+                  calling(waiting, error, result, pauseError)};
   if (state == State::kEnded || settings_->isSafe()) {
     effects.push_back([&places = places_] { places.startNextScheduledTask(); });
   }
+  moveTo(state);
+  claim_.reset();
+  untilRest_.reset();
+  if (!isPaused) waiting->takeStartAndResume(*task_);
+  if (isPaused || settings_->isSafe()) waiting->takePause(*task_);
   return effects;
 }
 

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryDataManager/DownloadRows.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Error.h"
@@ -18,7 +19,6 @@
 namespace varo::binary {
 
 class DownloadPlaces;
-class FileClaim;
 
 /// The download of one blob, from its creation to its end: what callers wait for, its place among
 /// the others, its file, its row, and the task that does the work. docs/architecture.md shows its
@@ -85,37 +85,51 @@ class BlobDownload final : public platform::TaskListener,
   };
 
   void moveTo(State state);
-  void makeTask(platform::Dictionary input);
+  /// The blocks that an outcome is for.
+  struct Waiting {
+    DownloadBlock start, resume, pause;
+
+    void takeStartAndResume(DownloadTask& task) noexcept;
+    void takePause(DownloadTask& task) noexcept;
+    void take(DownloadTask& task) noexcept;
+  };
+
+  [[nodiscard]] std::shared_ptr<DownloadTask> makeTask(platform::Dictionary input);
   /// A task that has run is not run again: a late word of its would be taken for the next one's.
   void renewTask();
-  /// Makes the step of a caller; whatever is thrown becomes the outcome.
+  /// Makes the step of a caller; whatever it throws becomes the outcome of that call alone.
   void ask(DownloadBlock completion, const std::function<Effects(DownloadBlock&)>& step);
 
-  // Parts of steps.
+  // Parts of steps. What may fail comes first, then the state, then the blocks are taken: a step
+  // that throws has changed nothing.
   [[nodiscard]] Effects schedule();
   [[nodiscard]] Effects resumePaused(DownloadBlock& completion);
   [[nodiscard]] Effects end(State state, const platform::ErrorPtr& error);
   [[nodiscard]] Effects rest(State state, const platform::ErrorPtr& error, const Result& result);
-  [[nodiscard]] Effects answerAll(const platform::ErrorPtr& error);
   [[nodiscard]] Effects refuse(DownloadBlock& completion, std::string_view message) const;
-  [[nodiscard]] StepQueue::Effect answer(DownloadBlock& block, const platform::ErrorPtr& error,
-                                         Result result) const;
+  [[nodiscard]] Effects answer(DownloadBlock& block, const platform::ErrorPtr& error,
+                               const Result& result) const;
+  [[nodiscard]] StepQueue::Effect answering(DownloadBlock& block, const platform::ErrorPtr& error,
+                                            const Result& result) const;
+  [[nodiscard]] StepQueue::Effect calling(const std::shared_ptr<Waiting>& waiting,
+                                          const platform::ErrorPtr& error, const Result& result,
+                                          const platform::ErrorPtr& pauseError) const;
 
   // Effects, and what the task tells.
   enum class Run { kStarts, kResumes };
   void run(Run run);
   /// Null where the run is at its end, or waits for the file.
-  [[nodiscard]] std::shared_ptr<FileClaim> claimFile();
+  [[nodiscard]] FileClaim::Lease claimFile();
   void claimIsFree();
-  void launch(Run run, const std::shared_ptr<FileClaim>& claim);
-  void endWithWholeFile(const std::shared_ptr<FileClaim>& claim, std::int64_t size);
-  void taskChanged(const platform::VSTask& task, const std::shared_ptr<FileClaim>& claim,
+  void launch(Run run, const FileClaim::Lease& claim);
+  void endWithWholeFile(const FileClaim::Lease& claim, std::int64_t size);
+  void taskChanged(const platform::VSTask& task, const FileClaim::Lease& claim,
                    platform::TaskState to, const platform::Dictionary& output);
-  void taskEnded(const std::shared_ptr<FileClaim>& claim, const platform::Dictionary& output);
+  void taskEnded(const FileClaim::Lease& claim, const platform::Dictionary& output);
   /// Of the run that has this claim; null for one that could not get it.
-  void fail(const std::shared_ptr<FileClaim>& claim, const platform::Dictionary& context);
-  void comeToRest(const std::shared_ptr<FileClaim>& claim, State state,
-                  const platform::ErrorPtr& error, const Result& result);
+  void fail(const FileClaim::Lease& claim, const platform::Dictionary& context);
+  void comeToRest(const FileClaim::Lease& claim, State state, const platform::ErrorPtr& error,
+                  const Result& result);
   void threw(std::string_view what);
 
   const std::string blobId_;
@@ -127,7 +141,7 @@ class BlobDownload final : public platform::TaskListener,
   // Owned by `steps_`.
   State state_ = State::kCreated;
   std::shared_ptr<DownloadTask> task_;       // carries the blocks that wait
-  std::shared_ptr<FileClaim> claim_;         // while it runs
+  FileClaim::Lease claim_;                   // while it runs
   std::shared_ptr<BlobDownload> untilRest_;  // itself while it runs, also when it was replaced
 };
 

@@ -108,6 +108,14 @@ class BoundedQueue {
     const platform::MutexLock lock(mutex_);
     return std::erase(running_, item) != 0;
   }
+  /// One entry of the item among those that run. Whether there was one.
+  bool removeOneFromRunning(const ItemPtr& item) {
+    const platform::MutexLock lock(mutex_);
+    const auto found = std::find(running_.begin(), running_.end(), item);
+    if (found == running_.end()) return false;
+    running_.erase(found);
+    return true;
+  }
   /// Those that wait, oldest first, which the queue then holds no more.
   [[nodiscard]] std::vector<ItemPtr> takeAllWaiting() {
     std::list<ItemPtr> taken;

@@ -25,6 +25,8 @@ class DownloadPlaces {
   void schedule(const DownloadPtr& download);
   /// Starts the one that has waited longest, if there is a place.
   void startNextScheduledTask();
+  /// Gives back one place of the download, which may have got a second one meanwhile.
+  void giveBack(const DownloadPtr& download) { (void)queue_.removeOneFromRunning(download); }
   /// The download waits and runs no more.
   void leave(const DownloadPtr& download) { (void)queue_.remove(download); }
 

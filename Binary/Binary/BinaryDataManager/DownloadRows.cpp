@@ -5,6 +5,7 @@
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
+#include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
@@ -106,11 +107,12 @@ Dictionary DownloadRows::withMetaData(Dictionary input) const {
 }
 
 std::int64_t DownloadRows::bytesToGoOnFrom(const FileClaim& claim) const {
-  if (claim.isBroken()) return 0;
+  const std::string noted = claim.validator();
+  if (claim.isBroken() || (!noted.empty() && !ObjectValidator::parse(noted))) return 0;
   const Dictionary row = table_.row(blobId_).value_or(Dictionary());
   const bool isNamed = localPathIn(row) == claim.path();
   // The process may have died before the row had a path; the folder may have been moved.
-  const bool isKnown = isSafe_ && !claim.validator().empty();
+  const bool isKnown = isSafe_ && !noted.empty();
   if (!isNamed && !isKnown) return 0;
   return static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
 }

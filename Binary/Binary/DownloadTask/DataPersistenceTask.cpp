@@ -145,11 +145,10 @@ void DataPersistenceTask::resumeDownload(Dictionary input) {
   });
 }
 
-void DataPersistenceTask::releaseFile(std::shared_ptr<FileClaim> claim) {
-  chunkQueue().async([self = self<DataPersistenceTask>(), claim = std::move(claim)] {
+void DataPersistenceTask::releaseFile(std::shared_ptr<FileClaim> lease) {
+  chunkQueue().async([self = self<DataPersistenceTask>(), lease = std::move(lease)] {
     self->phase_ = Phase::kReleased;
     self->_fileHandle.release();
-    if (claim != nullptr) claim->release();
   });
 }
 
@@ -192,6 +191,11 @@ void DataPersistenceTask::task(const std::shared_ptr<VSTask>& task, TaskState fr
   logger().logDebug(kStateChange, task->name(), number(from), number(to));
   const auto network = std::dynamic_pointer_cast<NetworkTask>(task);
   if (network == nullptr) return;
+  guarded([&] { networkChanged(network, from, to, context); });
+}
+
+void DataPersistenceTask::networkChanged(const std::shared_ptr<NetworkTask>& network,
+                                         TaskState from, TaskState to, const Dictionary& context) {
   const Dictionary received = context[platform::kTaskOutputContext].dictionaryValue();
   if (from == TaskState::Started && to == TaskState::Started) {
     return addChunkToQueue(network, received);
@@ -205,10 +209,10 @@ void DataPersistenceTask::addChunkToQueue(const std::shared_ptr<NetworkTask>& ne
                                           const Dictionary& context) {
   const auto chunk = context[kDataChunk].objectAs<Chunk>();
   chunkQueue().async([self = self<DataPersistenceTask>(), network, context, chunk] {
-    // Taken also by a task that has failed, so that the network task does not wait.
-    if (chunk != nullptr && !network->takeChunk(chunk)) return;
-    if (!self->isWriting()) return;
     self->guarded([&] {
+      // Taken also by a task that has failed, so that the network task does not wait.
+      if (chunk != nullptr && !network->takeChunk(chunk)) return;
+      if (!self->isWriting()) return;
       self->noteContext(context);
       self->phase_ = Phase::kReceiving;
       self->processChunk(chunk, context[kValidator].textValue());
@@ -221,10 +225,10 @@ void DataPersistenceTask::setEmptyChunk(const std::shared_ptr<NetworkTask>& netw
                                         const Dictionary& context) {
   logger().logTrace(kSetEmptyChunk);
   chunkQueue().async([self = self<DataPersistenceTask>(), network, to, context] {
-    const Dictionary output = context[platform::kTaskOutputContext].dictionaryValue();
-    // It may go on again, or have been started anew, before its turn comes here.
-    if (network->state() != to || !network->isOfLatestRun(output) || !self->isWriting()) return;
     self->guarded([&] {
+      const Dictionary output = context[platform::kTaskOutputContext].dictionaryValue();
+      // It may go on again, or have been started anew, before its turn comes here.
+      if (network->state() != to || !network->isOfLatestRun(output) || !self->isWriting()) return;
       self->noteContext(output);
       self->processEndMarker(to, tellsOfAnotherObject(context));
     });
@@ -330,7 +334,9 @@ void DataPersistenceTask::writeData(const std::shared_ptr<Chunk>& chunk,
 bool DataPersistenceTask::noteValidator(const Chunk& chunk, const std::string& validator,
                                         const std::string& path) {
   const std::shared_ptr<FileClaim>& claim = _fileHandle.claim();
-  if (claim == nullptr || validator.empty() || claim->validator() == validator) return true;
+  if (claim == nullptr || claim->validator() == validator) return true;
+  // What an answer does not say of the object that it goes on with is no news.
+  if (validator.empty() && chunk.offset() > 0) return true;
   auto noted = chunk.offset() == 0 ? _fileHandle.empty(path) : platform::Result<void>();
   if (noted) noted = claim->setValidator(validator);
   if (!noted) failWithFile(noted.error()->localizedDescription(), noted.error(), path);

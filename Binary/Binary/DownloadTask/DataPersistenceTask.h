@@ -24,7 +24,7 @@ class NetworkTask;
 /// second time, it raises a context change, so that who listens looks again.
 ///
 /// The file is the one of the `FileClaim` in the input, which is kept up to date on which object
-/// the bytes are of and given up with the file; without a claim it is "blobs/BLOBID" in the
+/// the bytes are of; without a claim it is "blobs/BLOBID" in the
 /// documents directory, or "downloads/SECONDS_BLOBID" for an online download, where an id with
 /// slashes stands in percent-encoding ("/" and "%").
 ///
@@ -45,9 +45,9 @@ class DataPersistenceTask final : public platform::VSTask {
   void resumeDownload(platform::Dictionary input);
   /// Writes no further byte and releases the file.
   void stop();
-  /// Lets other downloads write the file, behind the chunk that is being written, and gives up
-  /// `claim`, which may be null. For a task at rest.
-  void releaseFile(std::shared_ptr<FileClaim> claim);
+  /// Lets other downloads write the file, behind the chunk that is being written, when `lease`
+  /// goes, too, which may be null. For a task at rest.
+  void releaseFile(std::shared_ptr<FileClaim> lease);
 
   /// What stands in the error context for a file that cannot be created.
   [[nodiscard]] static platform::Dictionary creationFailure(const platform::ErrorPtr& cause,
@@ -72,6 +72,8 @@ class DataPersistenceTask final : public platform::VSTask {
   /// Whether the file's path is the same at every call of `getFilePath`.
   [[nodiscard]] bool hasStablePath() const;
 
+  void networkChanged(const std::shared_ptr<NetworkTask>& network, platform::TaskState from,
+                      platform::TaskState to, const platform::Dictionary& context);
   void addChunkToQueue(const std::shared_ptr<NetworkTask>& network,
                        const platform::Dictionary& context);
   void setEmptyChunk(const std::shared_ptr<NetworkTask>& network, platform::TaskState to,

@@ -111,7 +111,6 @@ std::uint64_t DownloadFile::sizeAt(const std::string& path) {
 
 void DownloadFile::release() {
   close();
-  if (claim_ != nullptr) claim_->release();
   claim_.reset();
 }
 

@@ -23,7 +23,7 @@ class DownloadFile {
   /// Whether bytes may follow a hole.
   enum class Gaps { kRefused, kAllowed };
 
-  /// Keeps the claim until `release`; null for none.
+  /// Uses the claim until `release`; null for none.
   void setClaim(std::shared_ptr<FileClaim> claim) { claim_ = std::move(claim); }
   [[nodiscard]] const std::shared_ptr<FileClaim>& claim() const noexcept { return claim_; }
 
@@ -45,7 +45,7 @@ class DownloadFile {
   /// Bytes in the file; 0 where there is none.
   [[nodiscard]] static std::uint64_t sizeAt(const std::string& path);
 
-  /// Closes and unlocks the file, and gives the claim up.
+  /// Closes and unlocks the file, and forgets the claim, which its owner releases.
   void release();
 
  private:

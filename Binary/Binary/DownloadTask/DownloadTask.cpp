@@ -7,6 +7,8 @@
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
+#include <exception>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -50,16 +52,22 @@ BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 std::shared_ptr<DownloadTask> DownloadTask::create(std::string name,
                                                    std::shared_ptr<StepQueue> steps) {
-  if (steps == nullptr) steps = std::make_shared<StepQueue>(name);
-  auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name), std::move(steps));
+  const bool ownsSteps = steps == nullptr;
+  if (ownsSteps) steps = std::make_shared<StepQueue>(name);
+  auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name), steps);
   task->createAndAddSubtasks();
+  if (ownsSteps) {
+    steps->setOnThrow([weak = std::weak_ptr(task)](std::string_view what) {
+      if (const auto self = weak.lock()) self->threw(what);
+    });
+  }
   return task;
 }
 
 DownloadTask::DownloadTask(Badge /*badge*/, std::string name, std::shared_ptr<StepQueue> steps)
     : VSTask(std::move(name)),
       steps_(std::move(steps)),
-      _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask), steps_->queue())),
+      _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask), steps_)),
       _dataPersistenceTask(std::make_shared<DataPersistenceTask>(std::string(kPersistenceTask))) {}
 
 DownloadTask::~DownloadTask() { _dataPersistenceTask->releaseFile(nullptr); }
@@ -78,8 +86,8 @@ void DownloadTask::setupListeners() {
 bool DownloadTask::validateInput() const { return !inputContext()[kBlobId].textValue().empty(); }
 
 void DownloadTask::moveTo(Run run) {
-  run_ = run;
   logger().logTrace(kRunChanged, name(), kRunNames[static_cast<std::size_t>(run)]);
+  run_ = run;
 }
 
 // What callers ask for.
@@ -100,15 +108,14 @@ void DownloadTask::execute() {
 Effects DownloadTask::beginRun() {
   if (run_ == Run::kStopped) return {};
   const bool isPausing = run_ == Run::kPausing;
+  Effects effects{[self = self<DownloadTask>(), isPausing] {
+    // The listener is ready before there is anything to hear.
+    self->runSubtask(self->_dataPersistenceTask, self->inputContext(), Where::kHere);
+    self->runSubtask(self->_networkTask, self->inputContext());
+    if (isPausing) self->_networkTask->pauseDownload();
+  }};
   if (!isPausing) moveTo(Run::kRunning);
   untilRest_ = self<DownloadTask>();
-  Effects effects{
-      // The listener is ready before there is anything to hear.
-      [self = untilRest_] {
-        self->runSubtask(self->_dataPersistenceTask, self->inputContext(), Where::kHere);
-      },
-      [self = untilRest_] { self->runSubtask(self->_networkTask, self->inputContext()); }};
-  if (isPausing) effects.push_back([network = _networkTask] { network->pauseDownload(); });
   return effects;
 }
 
@@ -116,10 +123,11 @@ void DownloadTask::pauseDownload() {
   steps_->run([this]() -> Effects {
     // Started, and the engine has not called `execute` yet.
     const bool isStarting = run_ == Run::kIdle && state() == TaskState::Started;
-    if (isStarting) moveTo(Run::kPausing);
-    if (run_ != Run::kRunning) return {};
+    if (run_ != Run::kRunning && !isStarting) return {};
+    Effects effects;
+    if (!isStarting) effects.push_back([network = _networkTask] { network->pauseDownload(); });
     moveTo(Run::kPausing);
-    return {[network = _networkTask] { network->pauseDownload(); }};
+    return effects;
   });
 }
 
@@ -127,9 +135,7 @@ void DownloadTask::resumeDownload() {
   steps_->run([this]() -> Effects {
     // While it is resting the effects of that come first.
     if (run_ != Run::kIdle && run_ != Run::kResting) return {};
-    moveTo(Run::kRunning);
-    untilRest_ = self<DownloadTask>();
-    return {[self = untilRest_] {
+    Effects effects{[self = self<DownloadTask>()] {
       self->_dataPersistenceTask->resumeDownload(self->inputContext());
       self->resumeSubtask(self->_dataPersistenceTask);
       self->resumeSubtask(self->_networkTask);
@@ -137,6 +143,9 @@ void DownloadTask::resumeDownload() {
       self->_networkTask->setInputContext(self->inputContext());
       self->_networkTask->resumeDownload();
     }};
+    moveTo(Run::kRunning);
+    untilRest_ = self<DownloadTask>();
+    return effects;
   });
 }
 
@@ -144,16 +153,26 @@ void DownloadTask::stop() {
   logger().logTrace(kInStop);
   steps_->run([this]() -> Effects {
     if (run_ == Run::kStopped) return {};
-    moveTo(Run::kStopped);
-    return {[self = self<DownloadTask>(), released = std::exchange(untilRest_, nullptr)] {
+    Effects effects{[self = self<DownloadTask>()] {
       self->_networkTask->stop();
       self->_dataPersistenceTask->stop();
     }};
+    moveTo(Run::kStopped);
+    untilRest_.reset();
+    return effects;
   });
 }
 
-void DownloadTask::releaseFile(std::shared_ptr<FileClaim> claim) {
-  _dataPersistenceTask->releaseFile(std::move(claim));
+void DownloadTask::releaseFile(std::shared_ptr<FileClaim> lease) {
+  _dataPersistenceTask->releaseFile(std::move(lease));
+}
+
+/// An allocation has failed, or a library has: the download cannot go on.
+void DownloadTask::threw(std::string_view what) {
+  guarded([&] {
+    stop();
+    throw std::runtime_error(std::string(what));
+  });
 }
 
 void DownloadTask::updateInputContext(Dictionary dictionary) {
@@ -169,6 +188,15 @@ void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/,
                         const Dictionary& /*context*/) {
   logger().logDebug(kInListener, task->name(), static_cast<std::int64_t>(to));
   if (task != _dataPersistenceTask) return;
+  try {
+    persistenceChanged(to);
+  } catch (const std::exception& exception) {
+    threw(exception.what());
+  }
+}
+
+void DownloadTask::persistenceChanged(TaskState to) {
+  const std::shared_ptr<VSTask> task = _dataPersistenceTask;
   steps_->run([&]() -> Effects {
     if (run_ != Run::kRunning && run_ != Run::kPausing) return {};
     if (to == TaskState::Started) {
@@ -201,10 +229,10 @@ Effects DownloadTask::persistenceEnded() {
 }
 
 Effects DownloadTask::comeToRest(TaskState state) {
+  Effects effects{[self = self<DownloadTask>(), state] { self->rest(state); }};
   moveTo(Run::kResting);
-  return {[self = self<DownloadTask>(), released = std::exchange(untilRest_, nullptr), state] {
-    self->rest(state);
-  }};
+  untilRest_.reset();
+  return effects;
 }
 
 void DownloadTask::rest(TaskState state) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace varo::binary {
@@ -37,9 +38,9 @@ using DownloadBlock =
 /// a context change tells of "FilePath" as soon as a first part of the object is in the file.
 /// Error context: "DownloadError", or what the subtask that failed has in its own.
 ///
-/// The file of a download belongs to it alone: with a `FileClaim` in the input until `stop` or
-/// `releaseFile` is called or it is destroyed; without, from the first chunk until it is paused,
-/// has failed, or one of these. Thread-safe.
+/// The file of a download belongs to it alone: with a `FileClaim` in the input as long as that has
+/// leases; without, from the first chunk until it is paused, has failed, `stop` or `releaseFile` is
+/// called or it is destroyed. Thread-safe.
 class DownloadTask final : public platform::VSTask {
  public:
   /// A task of this name (the blob id) with its two subtasks. `steps` owns its state; who watches
@@ -58,8 +59,8 @@ class DownloadTask final : public platform::VSTask {
   /// Ends the request that is under way, writes no further byte and releases the file. Final.
   void stop();
   /// Lets other downloads write the file: for the owner of a task at rest that has noted how it
-  /// came to that. Gives up `claim`, too, which may be null: also one that the task never got to.
-  void releaseFile(std::shared_ptr<FileClaim> claim = nullptr);
+  /// came to that. `lease`, which may be null, goes when nothing writes the file any more.
+  void releaseFile(std::shared_ptr<FileClaim> lease = nullptr);
   /// Replaces the input context.
   void updateInputContext(platform::Dictionary dictionary);
 
@@ -104,6 +105,9 @@ class DownloadTask final : public platform::VSTask {
   /// Raises a context change when the file has its first bytes and there are more to come.
   void announceFile(const platform::Value& filePath);
   void rest(platform::TaskState state);
+
+  void persistenceChanged(platform::TaskState to);
+  void threw(std::string_view what);
 
   const std::shared_ptr<StepQueue> steps_;
   const std::shared_ptr<NetworkTask> _networkTask;

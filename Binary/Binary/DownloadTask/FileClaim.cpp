@@ -59,31 +59,38 @@ class Claims {
   std::map<std::string, std::vector<std::function<void()>>> waiting_ VARO_GUARDED_BY(mutex_);
 };
 
-struct Hidden {
-  std::shared_ptr<File> file;
-  bool isNew = false;
+/// Leaves a path that was entered, unless somebody answers for it.
+class Entered {
+ public:
+  explicit Entered(const std::string& path) : path_(path) {}
+  ~Entered() {
+    if (!isKept_) Claims::shared().leave(path_);
+  }
+  Entered(const Entered&) = delete;
+  Entered& operator=(const Entered&) = delete;
+  void keep() noexcept { isKept_ = true; }
+
+ private:
+  const std::string& path_;
+  bool isKept_ = false;
 };
 
-Result<Hidden> openOrCreate(const std::string& path) {
+Result<std::shared_ptr<File>> openOrCreate(const std::string& path) {
   auto opened = File::openForWriting(path);
-  if (opened) return Hidden{std::move(opened).value(), false};
-  if (opened.error()->code() != ENOENT) return opened.error();
-  auto created = File::createNew(path);
-  if (!created) return created.error();
-  return Hidden{std::move(created).value(), true};
+  return opened || opened.error()->code() != ENOENT ? opened : File::createNew(path);
 }
 
-Result<Hidden> lockHidden(const std::string& path, const std::string& hiddenPath) {
+Result<std::shared_ptr<File>> lockHidden(const std::string& path, const std::string& hiddenPath) {
   while (true) {
     auto hidden = openOrCreate(hiddenPath);
     // Another process has made or removed it in between.
     if (!hidden && hidden.error()->code() == EEXIST) continue;
     if (!hidden) return hidden;
-    if (!hidden->file->lock()) {
+    if (!(*hidden)->lock()) {
       return Error::fromErrno(EBUSY, "Another download is writing", path);
     }
     // Its former owner may have removed it before our lock.
-    if (hidden->file->isAt(hiddenPath)) return hidden;
+    if ((*hidden)->isAt(hiddenPath)) return hidden;
   }
 }
 
@@ -91,18 +98,17 @@ Result<Hidden> lockHidden(const std::string& path, const std::string& hiddenPath
 
 FileClaim::Attempt FileClaim::acquire(const std::string& path, std::function<void()> onFree) {
   if (!Claims::shared().enter(path, std::move(onFree))) return {};
+  Entered entered(path);
   auto hidden = lockHidden(path, hiddenPath(path));
-  if (hidden) {
-    return {std::make_shared<FileClaim>(Badge{}, path, std::move(hidden->file), hidden->isNew),
-            nullptr};
-  }
-  Claims::shared().leave(path);
-  return {nullptr, hidden.error()};
+  if (!hidden) return {nullptr, hidden.error()};
+  auto object = std::make_shared<FileClaim>(Badge{}, path, std::move(hidden).value());
+  entered.keep();
+  return {Lease(object.get(), [object](FileClaim* claim) { claim->release(); }), nullptr};
 }
 
-FileClaim::FileClaim(Badge /*badge*/, std::string path, std::shared_ptr<File> file, bool isNew)
+FileClaim::FileClaim(Badge /*badge*/, std::string path, std::shared_ptr<File> file)
     : path_(std::move(path)), file_(std::move(file)) {
-  readValidator(isNew);
+  readValidator();
 }
 
 FileClaim::~FileClaim() { release(); }
@@ -114,16 +120,15 @@ std::string FileClaim::hiddenPath(const std::string& path) {
 
 bool FileClaim::isBusy(const Error& error) noexcept { return error.code() == EBUSY; }
 
-void FileClaim::readValidator(bool isNew) {
+void FileClaim::readValidator() {
   const MutexLock lock(mutex_);
   std::array<char, kMaxValidator> buffer{};
   const auto size = file_->readAt(0, buffer);
   const std::string_view text(buffer.data(), size ? *size : 0);
-  if (text.ends_with(kEndOfLine)) {
-    validator_ = text.substr(0, text.size() - 1);
-  } else {
-    isBroken_ = !isNew;
-  }
+  const std::size_t end = text.find(kEndOfLine);
+  // Nothing was noted yet in an empty one; what the row says of the file holds.
+  isBroken_ = !size || (end == std::string_view::npos && !text.empty());
+  if (end != std::string_view::npos) validator_ = text.substr(0, end);
 }
 
 std::string FileClaim::validator() const {
@@ -134,11 +139,14 @@ std::string FileClaim::validator() const {
 Result<void> FileClaim::setValidator(const std::string& text) {
   const MutexLock lock(mutex_);
   if (file_ == nullptr) return Error::fromErrno(EBADF, "Noting the object of", path_);
-  // In this order: what is cut off in the middle has no end of line.
-  if (const auto emptied = file_->setSize(0); !emptied) return emptied;
-  if (const auto written = file_->writeAt(0, text + kEndOfLine); !written) return written;
-  validator_ = text;
-  return {};
+  // One write, over what was there: a process that dies leaves the one line or the other. What
+  // stands behind the first line counts for nothing.
+  const std::string line = text + kEndOfLine;
+  std::string noted = text;
+  auto written = file_->writeAt(0, line);
+  if (written) written = file_->setSize(line.size());
+  if (written) validator_.swap(noted);
+  return written;
 }
 
 void FileClaim::finish() {

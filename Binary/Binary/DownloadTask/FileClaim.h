@@ -20,18 +20,22 @@ namespace varo::binary {
 /// claimed (advisory, as `File::lock`) and holds the object's validator. The hidden file is gone
 /// when the download is complete, and stays with a partial file. A process that dies gives its
 /// claims up. Thread-safe.
-class FileClaim final : public platform::Object {
+class FileClaim final : public platform::Object, public std::enable_shared_from_this<FileClaim> {
  public:
+  /// Keeps the path claimed: who writes the file, or notes elsewhere what is in it, has one. The
+  /// claim is released when the last of its leases goes, if not before.
+  using Lease = std::shared_ptr<FileClaim>;
   /// What came of `acquire`: a claim; or an error; or neither, and the caller is told when another
   /// download of this process has given the path up.
   struct Attempt {
-    std::shared_ptr<FileClaim> claim;
+    Lease claim;
     /// Domain "POSIX": EBUSY where another process has the path, else why the hidden file cannot be
     /// made or read.
     platform::ErrorPtr error;
   };
   /// Claims `path`, an absolute path in a folder that exists. `onFree` is called at most once, on a
   /// thread of the runtime's pool, and only where the attempt is neither a claim nor an error.
+  /// Throws `std::bad_alloc`, with nothing claimed.
   [[nodiscard]] static Attempt acquire(const std::string& path, std::function<void()> onFree);
   /// As `release`.
   ~FileClaim() override;
@@ -43,7 +47,9 @@ class FileClaim final : public platform::Object {
   /// What `setValidator` stored last, in any process. Empty where nothing is known of the file's
   /// bytes.
   [[nodiscard]] std::string validator() const;
-  /// Whether a writer died before it had stored what its bytes are of: they are not to be used.
+  /// For whoever uses the claim as long as others hold leases; no lease itself.
+  [[nodiscard]] std::shared_ptr<FileClaim> withoutLease() { return shared_from_this(); }
+  /// Whether what is noted cannot be read: the file's bytes are not to be used.
   [[nodiscard]] bool isBroken() const noexcept { return isBroken_; }
   /// Notes of which object the bytes are that follow. To be called before they are written, and
   /// after the bytes of any other object are gone from the file. Errors: domain "POSIX".
@@ -51,7 +57,7 @@ class FileClaim final : public platform::Object {
 
   /// The file is complete and its owner knows: the hidden file goes.
   void finish();
-  /// Lets others claim the path. Whoever holds the claim must not write the file any more.
+  /// Lets others claim the path, whoever has leases. Nobody must write the file any more.
   void release();
 
   [[nodiscard]] std::string description() const override { return "FileClaim of " + path_; }
@@ -60,11 +66,11 @@ class FileClaim final : public platform::Object {
   struct Badge {};
 
  public:
-  FileClaim(Badge badge, std::string path, std::shared_ptr<platform::File> file, bool isNew);
+  FileClaim(Badge badge, std::string path, std::shared_ptr<platform::File> file);
 
  private:
   [[nodiscard]] static std::string hiddenPath(const std::string& path);
-  void readValidator(bool isNew);
+  void readValidator();
 
   const std::string path_;
   bool isBroken_ = false;  // constant after construction

@@ -5,6 +5,7 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
+#include "Binary/Binary/DownloadTask/StepQueue.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
@@ -28,7 +29,6 @@ using platform::HttpResponseInfo;
 using platform::NetworkErrorPtr;
 using platform::Result;
 using platform::Runtime;
-using platform::SerialQueue;
 using platform::TaskState;
 using platform::Value;
 using platform::VRONetworkUtility;
@@ -87,10 +87,10 @@ struct NetworkTask::Run {
   Buffer waiting;                           // published and not taken
 };
 
-NetworkTask::NetworkTask(std::string name, std::shared_ptr<SerialQueue> queue)
+NetworkTask::NetworkTask(std::string name, std::shared_ptr<StepQueue> steps)
     : VSTask(std::move(name)),
-      queue_(queue != nullptr ? std::move(queue)
-                              : std::make_shared<SerialQueue>("networkTaskQueue")) {}
+      steps_(steps != nullptr ? std::move(steps)
+                              : std::make_shared<StepQueue>("networkTaskQueue")) {}
 
 NetworkTask::~NetworkTask() = default;
 
@@ -157,16 +157,13 @@ void NetworkTask::stop() {
 
 bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
   bool isTaken = false;
-  Effects effects;
-  queue_->sync([&] {
-    effects = guardedStep([&]() -> Effects {
-      isTaken = run_ != nullptr && run_->waiting.first() == chunk.get();
-      if (!isTaken) return {};
-      // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
-      (void)run_->waiting.removeChunkFromBuffer();
-      if (_outputContext.get(kDataChunk).object() == chunk) _outputContext.remove(kDataChunk);
-      return runState_ == RunState::kWaitsForRoom ? downloadChunk() : Effects{};
-    });
+  const Effects effects = make([&]() -> Effects {
+    isTaken = run_ != nullptr && run_->waiting.first() == chunk.get();
+    if (!isTaken) return {};
+    // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
+    (void)run_->waiting.removeChunkFromBuffer();
+    if (_outputContext.get(kDataChunk).object() == chunk) _outputContext.remove(kDataChunk);
+    return runState_ == RunState::kWaitsForRoom ? downloadChunk() : Effects{};
   });
   performLater(effects);  // whoever takes chunks has bytes to write
   return isTaken;
@@ -176,21 +173,29 @@ bool NetworkTask::isOfLatestRun(const Dictionary& outputContext) const {
   const Value& number = outputContext[kRunNumber];
   if (number.isMissing()) return true;  // it failed before it had begun
   bool isLatest = false;
-  queue_->sync([&] { isLatest = run_ != nullptr && number == Value(runs_); });
+  steps_->run([&]() -> StepQueue::Effects {
+    isLatest = run_ != nullptr && number == Value(runs_);
+    return {};
+  });
   return isLatest;
 }
 
 // Steps and their effects.
 
-void NetworkTask::enter(const Step& step) {
+NetworkTask::Effects NetworkTask::make(const Step& step) {
   Effects effects;
-  queue_->sync([&] { effects = guardedStep(step); });
-  perform(effects);
+  steps_->run([&]() -> StepQueue::Effects {
+    effects = guardedStep(step);
+    return {};
+  });
+  return effects;
 }
 
+void NetworkTask::enter(const Step& step) { perform(make(step)); }
+
 void NetworkTask::enterLater(Step step) {
-  queue_->async([self = self<NetworkTask>(), step = std::move(step)] {
-    self->performLater(self->guardedStep(step));
+  Runtime::shared().pool().postOrRun([self = self<NetworkTask>(), step = std::move(step)] {
+    self->guarded([&] { self->enter(step); });
   });
 }
 

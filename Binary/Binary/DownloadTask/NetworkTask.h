@@ -7,7 +7,6 @@
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
-#include "Platform/Foundation/WorkQueue.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 
@@ -20,6 +19,8 @@
 #include <string_view>
 
 namespace varo::binary {
+
+class StepQueue;
 
 /// Fetches one object in byte ranges, one request at a time, and publishes each range as a `Chunk`:
 /// a context change whose output context holds it under "DataChunk", beside "TotalFileSize" (0
@@ -44,15 +45,15 @@ namespace varo::binary {
 /// "NetworkError". What is thrown while an answer is dealt with is such an error too.
 ///
 /// Asking is `downloadChunk`, judging `judge` (RangeVerdict.h), publishing `checkForErrors`. All
-/// that changes belongs to one serial queue: whatever happens is a step on it, which decides and
-/// returns effects (a request, a cancel); these follow when the step has left the queue.
+/// that changes belongs to one step queue: whatever happens is a step on it, which decides and
+/// returns effects (a request, a cancel); these follow when the step has left the queue, and wait
+/// for nobody else's.
 class NetworkTask final : public platform::VSTask {
  public:
   static constexpr std::size_t kMaxWaitingChunks = 4;
 
-  /// `queue` is whose the task's state is, a queue of its own where it is null. No job of it may
-  /// wait for whoever calls the functions below; these may be called from its jobs.
-  explicit NetworkTask(std::string name, std::shared_ptr<platform::SerialQueue> queue = nullptr);
+  /// `steps` owns the task's state; a queue of its own where it is null.
+  explicit NetworkTask(std::string name, std::shared_ptr<StepQueue> steps = nullptr);
   ~NetworkTask() override;
 
   void execute() override;
@@ -109,6 +110,8 @@ class NetworkTask final : public platform::VSTask {
   // error. The second one returns at once and holds the task until all that is done.
   void enter(const Step& step);
   void enterLater(Step step);
+  /// The step alone.
+  [[nodiscard]] Effects make(const Step& step);
   void perform(const Effects& effects);
   /// The same on a thread of the pool.
   void performLater(const Effects& effects);
@@ -139,9 +142,9 @@ class NetworkTask final : public platform::VSTask {
   [[nodiscard]] bool goesOn() const noexcept;
   void changeTo(RunState state);
 
-  const std::shared_ptr<platform::SerialQueue> queue_;
+  const std::shared_ptr<StepQueue> steps_;
 
-  // Owned by `queue_`.
+  // Owned by `steps_`.
   RunState runState_ = RunState::kNotBegun;
   std::int64_t runs_ = 0;
   /// The latest; none before the first and after `stop`.

@@ -1,32 +1,36 @@
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/ThreadPool.h"
+#include "Platform/TaskEngine/DeliveryHold.h"
 
 #include <exception>
-#include <iterator>
 #include <utility>
 
 namespace varo::binary {
 
 using platform::MutexLock;
 
-StepQueue::StepQueue(std::string label)
-    : queue_(std::make_shared<platform::SerialQueue>(std::move(label))) {}
+StepQueue::StepQueue(std::string label) : queue_(std::move(label)) {}
 
 void StepQueue::run(const std::function<Effects()>& step) {
+  // Made before the step, so that nothing can fail between a state and what follows from it.
+  std::list<Effects> made(1);
+  const bool isInStep = queue_.runsInThisThread();
   // An effect that makes a step waits for what comes of it, as any other caller does.
-  const bool isNested = runsEffectsHere();
-  Effects own;
-  queue_->sync([&] {
-    Effects effects = step();
-    if (isNested) return own.swap(effects);
-    // Inside the step, so that their order is that of the steps.
-    const MutexLock lock(mutex_);
-    effects_.insert(effects_.end(), std::make_move_iterator(effects.begin()),
-                    std::make_move_iterator(effects.end()));
-  });
-  if (!isNested) return runEffects();
-  for (const Effect& effect : own) runEffect(effect);
+  const bool isNested = !isInStep && runsEffectsHere();
+  {
+    const platform::DeliveryHold hold;
+    queue_.sync([&] {
+      made.front() = step();
+      if (isNested) return;
+      // Inside the step, so that their order is that of the steps.
+      const MutexLock lock(mutex_);
+      effects_.splice(effects_.end(), made);
+    });
+  }
+  if (isNested) return runAll(made.front());
+  if (!isInStep) runEffects();
 }
 
 bool StepQueue::runsEffectsHere() const {
@@ -34,9 +38,9 @@ bool StepQueue::runsEffectsHere() const {
   return runner_ == std::this_thread::get_id();
 }
 
-void StepQueue::runEffects() {
+void StepQueue::runEffects() noexcept {
   while (true) {
-    Effect effect;
+    std::list<Effects> due;
     {
       const MutexLock lock(mutex_);
       const bool isAnother = runner_ != std::thread::id() && runner_ != std::this_thread::get_id();
@@ -46,21 +50,31 @@ void StepQueue::runEffects() {
         return;
       }
       runner_ = std::this_thread::get_id();
-      effect = std::move(effects_.front());
-      effects_.pop_front();
+      due.splice(due.begin(), effects_, effects_.begin());
     }
-    runEffect(effect);
+    runAll(due.front());
   }
 }
 
-void StepQueue::runEffect(const Effect& effect) const {
+void StepQueue::runAll(Effects& effects) const noexcept {
+  for (Effect& effect : effects) {
+    runEffect(effect);
+    effect = nullptr;  // what it holds goes before the next one runs
+  }
+}
+
+void StepQueue::runEffect(const Effect& effect) const noexcept {
   try {
     effect();
   } catch (const std::exception& exception) {
-    if (onThrow_) onThrow_(exception.what());
+    tell(exception.what());
   } catch (...) {
-    if (onThrow_) onThrow_(kUnknownException);
+    tell(kUnknownException);
   }
+}
+
+void StepQueue::tell(std::string_view what) const noexcept {
+  if (onThrow_) platform::ThreadPool::runHere([&] { onThrow_(what); });
 }
 
 }  // namespace varo::binary

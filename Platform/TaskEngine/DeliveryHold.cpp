@@ -1,0 +1,35 @@
+#include "Platform/TaskEngine/DeliveryHold.h"
+
+#include "Platform/Foundation/LinkedQueue.h"
+#include "Platform/Foundation/Runtime.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace varo::platform {
+namespace {
+
+thread_local std::size_t holds = 0;
+
+LinkedQueue<ThreadPool::Work>& heldBack() noexcept {
+  static thread_local LinkedQueue<ThreadPool::Work> queue;
+  return queue;
+}
+
+}  // namespace
+
+DeliveryHold::DeliveryHold() noexcept { ++holds; }
+
+DeliveryHold::~DeliveryHold() {
+  if (--holds != 0) return;
+  while (auto delivery = heldBack().pop()) {
+    Runtime::shared().pool().postOrRun(std::move(delivery));
+  }
+}
+
+void DeliveryHold::deliver(std::shared_ptr<ThreadPool::Work> delivery) noexcept {
+  if (holds != 0) return heldBack().push(std::move(delivery));
+  Runtime::shared().pool().postOrRun(std::move(delivery));
+}
+
+}  // namespace varo::platform
