@@ -5,6 +5,7 @@
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
+#include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
@@ -111,8 +112,11 @@ std::int64_t DownloadRows::bytesToGoOnFrom(const FileClaim& claim) const {
   const bool isNamed = localPathIn(row) == claim.path();
   // The process may have died before the row had a path; the folder may have been moved.
   const bool isKnown = isSafe_ && !claim.validator().empty();
-  if (!isNamed && !isKnown) return 0;
-  return static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
+  const auto size = static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
+  // It was completed, and then its row could not be written.
+  const auto validator = ObjectValidator::parse(claim.validator());
+  const bool isWhole = validator && validator->total == size;
+  return isNamed || isKnown || isWhole ? size : 0;
 }
 
 Result<void> DownloadRows::update(const Dictionary& values) const {

@@ -186,13 +186,21 @@ bool DataPersistenceTask::validateInput() const { return !getBlobID().empty(); }
 
 std::string DataPersistenceTask::getDirectoryPath(const std::string& folder) {
   const std::string path = platform::UserDirectories::current()->documents() + "/" + folder;
-  std::error_code ignored;  // creating the file will tell
+  std::error_code ignored;  // see `creationFailure`
   std::filesystem::create_directories(path, ignored);
   return path;
 }
 
+std::string DataPersistenceTask::directoryOfBlobs() {
+  return getDirectoryPath(std::string(kOfflineFolder));
+}
+
+std::string DataPersistenceTask::directoryOfDownloads() {
+  return getDirectoryPath(std::string(kOnlineFolder));
+}
+
 std::string DataPersistenceTask::pathOfBlob(const std::string& blobId) {
-  const std::string directory = getDirectoryPath(std::string(kOfflineFolder));
+  const std::string directory = directoryOfBlobs();
   // A blob id is what a server or a database says.
   if (!platform::staysInDirectory(directory, blobId)) return {};
   return directory + "/" + blobId;
@@ -201,8 +209,8 @@ std::string DataPersistenceTask::pathOfBlob(const std::string& blobId) {
 std::string DataPersistenceTask::computeFilePath() const {
   if (!inputContext()[kOnlineDownloadTask].boolValue()) return pathOfBlob(getBlobID());
   // One component that begins with digits leads nowhere else, whatever it holds.
-  return getDirectoryPath(std::string(kOnlineFolder)) + "/" +
-         std::to_string(CommonUtils::getEpochTime()) + "_" + withoutSlashes(getBlobID());
+  return directoryOfDownloads() + "/" + std::to_string(CommonUtils::getEpochTime()) + "_" +
+         withoutSlashes(getBlobID());
 }
 
 /// The name of an online download's file changes with the second, unless the policy has it computed
@@ -418,7 +426,12 @@ void DataPersistenceTask::updateTotalSizeWritten(std::uint64_t size) {
 }
 
 Dictionary DataPersistenceTask::creationFailure(const ErrorPtr& cause, const std::string& path) {
-  return fileFailure(kFileNotThere, cause, path);
+  // A folder that is missing could not be made, and why tells more.
+  std::error_code reason;
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  if (cause->code() == ENOENT) std::filesystem::create_directories(folder, reason);
+  return fileFailure(kFileNotThere,
+                     reason ? Error::fromErrno(reason.value(), "Creating", folder) : cause, path);
 }
 
 void DataPersistenceTask::failWithFile(std::string_view message, const ErrorPtr& cause,

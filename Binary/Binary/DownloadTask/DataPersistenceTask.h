@@ -49,8 +49,10 @@ class DataPersistenceTask final : public platform::VSTask {
   /// `claim`, which may be null. For a task at rest.
   void releaseFile(std::shared_ptr<FileClaim> claim);
 
-  /// Where the file of this blob is; empty for an id that would lead out of the folder. The folder
-  /// is made where it is not there.
+  /// Where blobs and online downloads are stored; made where it is not there.
+  [[nodiscard]] static std::string directoryOfBlobs();
+  [[nodiscard]] static std::string directoryOfDownloads();
+  /// Where the file of this blob is; empty for an id that would lead out of the folder.
   [[nodiscard]] static std::string pathOfBlob(const std::string& blobId);
   /// What stands in the error context for a file that cannot be created.
   [[nodiscard]] static platform::Dictionary creationFailure(const platform::ErrorPtr& cause,

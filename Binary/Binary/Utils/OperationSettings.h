@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/JsonLimits.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/RequestSettings.h"
 
@@ -31,6 +32,12 @@ struct AnswerLimits {
   std::uint64_t base64 = 64 * kMiB;
   /// Of a whole file; none by default.
   std::optional<std::uint64_t> file;
+
+  /// What is turned into values of a list's answer and of a small one.
+  [[nodiscard]] platform::JsonLimits listJson() const noexcept { return {.bytes = list}; }
+  [[nodiscard]] platform::JsonLimits smallJson() const noexcept {
+    return {.values = platform::kAnswerJsonLimits.values, .bytes = small};
+  }
 };
 
 /// Everything that an operation does not take from its arguments. Taken once when it starts and
