@@ -68,6 +68,8 @@ class OnlineDownloadTest : public test::DownloadFixture {
           say("completed", id + " " + path, params);
         },
         [say](const auto& name, const ErrorPtr& error, const Value& params) {
+          // The task's own error, if it came to one, is the cause.
+          EXPECT_EQ(error->userInfo().contains(kTaskErrors), &firstCause(*error) != error.get());
           say("failed", name + ": " + textOf(*error), params);
         },
         options);
