@@ -1,6 +1,6 @@
 #include "Cli/Output.h"
 
-#include "Cli/Secrets.h"
+#include "Platform/Foundation/Redaction.h"
 
 #include <utility>
 
@@ -50,7 +50,7 @@ bool Output::success(const Value& result, const HumanText& text) {
 }
 
 bool Output::failure(const Value& error, const Explain& explain) {
-  return finish([&] { writeFailure(failureWithoutSecrets(error), explain); });
+  return finish([&] { writeFailure(platform::withoutSecrets(error), explain); });
 }
 
 bool Output::paused(const platform::Dictionary& state, const HumanText& text) {

@@ -6,12 +6,12 @@
 #include "Cli/ByteFormat.h"
 #include "Cli/Commands/ObjectFailure.h"
 #include "Cli/Commands/ObjectRequest.h"
-#include "Cli/Secrets.h"
 #include "Cli/Session.h"
 #include "Cli/StagedDownload.h"
 #include "Cli/StandardOutput.h"
 #include "Cli/TerminalText.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
 
 #include <fmt/format.h>
@@ -57,7 +57,9 @@ void download(Session& session, const ObjectGetOptions& options, const Session::
                                        const Value& params) {
         output.started(id);
         blocks.onSuccess(Dictionary{
-            {"id", id}, {binary::kFilePath, path}, {binary::kFileParams, withoutSecrets(params)}});
+            {"id", id},
+            {binary::kFilePath, path},
+            {binary::kFileParams, platform::withoutSecrets(params, platform::SearchTexts::kNo)}});
       }),
       blocks.guarded([blocks](const std::string&, const ErrorPtr& error, const Value&) {
         blocks.onFailure(error);

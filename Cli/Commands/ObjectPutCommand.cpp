@@ -7,9 +7,9 @@
 #include "Cli/ByteFormat.h"
 #include "Cli/Commands/ObjectFailure.h"
 #include "Cli/Commands/ObjectRequest.h"
-#include "Cli/Secrets.h"
 #include "Cli/Session.h"
 #include "Cli/TerminalText.h"
+#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 
 #include <fmt/format.h>
@@ -58,9 +58,11 @@ int run(Session& session, const ObjectPutOptions& options) {
         config, [&output](const std::string& id, const Value&) { output.started(id); }, {},
         blocks.guarded(
             [blocks](const std::string& id, const std::string& details, const Value& params) {
-              blocks.onSuccess(Dictionary{{"id", id},
-                                          {binary::upload::kFileDetails, details},
-                                          {binary::keys::kUploadParams, withoutSecrets(params)}});
+              blocks.onSuccess(
+                  Dictionary{{"id", id},
+                             {binary::upload::kFileDetails, details},
+                             {binary::keys::kUploadParams,
+                              platform::withoutSecrets(params, platform::SearchTexts::kNo)}});
             }),
         blocks.guarded([blocks](const std::string&, const Value& error, const Value&) {
           blocks.onFailure(error);

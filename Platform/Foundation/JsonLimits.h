@@ -22,4 +22,7 @@ inline constexpr JsonLimits kListJsonLimits{};
 /// For answers that describe one file or one step: templates, creations, commits, states.
 inline constexpr JsonLimits kAnswerJsonLimits{.values = std::uint64_t{64} << 10U,
                                               .bytes = std::uint64_t{1} << 20U};
+/// For templates that are filled with the caller's values, which may be long.
+inline constexpr JsonLimits kFilledJsonLimits{.values = kAnswerJsonLimits.values};
+
 }  // namespace varo::platform

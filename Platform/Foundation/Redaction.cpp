@@ -1,10 +1,13 @@
 #include "Platform/Foundation/Redaction.h"
 
+#include "Platform/Foundation/Array.h"
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Foundation/Value.h"
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -258,25 +261,33 @@ void collectSecrets(const Value& value, bool isSecret, std::vector<std::string>&
 
 constexpr std::size_t kDeepest = 256;
 
-Value cleaned(const Value& value, std::size_t depth);
+Value cleaned(const Value& value, SearchTexts texts, std::size_t depth);
 
-Dictionary cleaned(const Dictionary& entries, std::size_t depth) {
+Dictionary cleaned(const Dictionary& entries, SearchTexts texts, std::size_t depth) {
   Dictionary result;
   for (const DictionaryEntry& entry : entries) {
-    result.set(entry.key, isSecretKey(entry.key) ? Value(kRedacted) : cleaned(entry.value, depth));
+    const bool isSecret = isSecretKey(entry.key);
+    result.set(entry.key, isSecret ? Value(kRedacted) : cleaned(entry.value, texts, depth));
   }
   return result;
 }
 
-Value cleaned(const Value& value, std::size_t depth) {
-  if (const std::string* text = value.text()) return redactSecrets(*text);
+Value cleaned(const Value& value, SearchTexts texts, std::size_t depth) {
+  if (const std::string* text = value.text()) {
+    return texts == SearchTexts::kYes ? Value(redactSecrets(*text)) : value;
+  }
   const Dictionary* entries = value.dictionary();
   const Array* elements = value.array();
-  if (entries == nullptr && elements == nullptr) return value;
+  const ErrorPtr error = value.error();
+  if (entries == nullptr && elements == nullptr && error == nullptr) return value;
   if (depth == kDeepest) return kRedacted;
-  if (entries != nullptr) return cleaned(*entries, depth + 1);
+  if (entries != nullptr) return cleaned(*entries, texts, depth + 1);
+  if (error != nullptr) {
+    return ErrorPtr(std::make_shared<const Error>(
+        error->domain(), error->code(), cleaned(error->userInfo(), SearchTexts::kYes, depth + 1)));
+  }
   Array result;
-  for (const Value& element : *elements) result.append(cleaned(element, depth + 1));
+  for (const Value& element : *elements) result.append(cleaned(element, texts, depth + 1));
   return result;
 }
 
@@ -339,9 +350,11 @@ std::string redactSecrets(std::string_view text, const Dictionary& sent) {
   return result;
 }
 
-Value withoutSecrets(const Value& value) { return cleaned(value, 0); }
+Value withoutSecrets(const Value& value, SearchTexts texts) { return cleaned(value, texts, 0); }
 
-Dictionary withoutSecrets(const Dictionary& entries) { return cleaned(entries, 0); }
+Dictionary withoutSecrets(const Dictionary& entries) {
+  return cleaned(entries, SearchTexts::kYes, 0);
+}
 
 std::string redactUrl(std::string_view url) {
   const std::size_t scheme = url.find("://");

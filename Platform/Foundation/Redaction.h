@@ -25,10 +25,15 @@ inline constexpr std::string_view kRedacted = "<redacted>";
 /// parameters, which an answer may repeat.
 [[nodiscard]] std::string redactSecrets(std::string_view text, const Dictionary& sent);
 
+/// Whether `withoutSecrets` looks for secrets in texts as well: of a file's own description, say,
+/// nothing is replaced.
+enum class SearchTexts { kNo, kYes };
+
 /// `value` as an error or a log may hold it, a set of headers for one: what stands under secret
-/// keys anywhere in it replaced, its other texts as `redactSecrets` leaves them. What nests deeper
-/// than 256 levels is replaced as a whole; errors and shared objects stay.
-[[nodiscard]] Value withoutSecrets(const Value& value);
+/// keys anywhere in it replaced, its other texts as `redactSecrets` leaves them. Of an error, whose
+/// texts are always searched, a plain one is made with the same domain and code. What nests deeper
+/// than 256 levels is replaced as a whole; shared objects stay.
+[[nodiscard]] Value withoutSecrets(const Value& value, SearchTexts texts = SearchTexts::kYes);
 [[nodiscard]] Dictionary withoutSecrets(const Dictionary& entries);
 
 /// `url` as logs may show it: without user name, password and fragment, its query as

@@ -27,6 +27,7 @@ TEST_F(BinaryDataManagerTest, RecordsColumnBecomesAFileWithItsStateInTheTable) {
   const Dictionary configuration = config({{"Headers", Dictionary{{"A", "b"}}},
                                            {"X-Pelmar-Authorization", "hidden-token"},
                                            {"BlobID", "of the caller"},
+                                           {"Chunksize", 1},
                                            {"Streaming", true},
                                            {"OnlineDownloadTask", true},
                                            {"primaryKeys", "of the caller"}});
@@ -55,6 +56,11 @@ TEST_F(BinaryDataManagerTest, RecordsColumnBecomesAFileWithItsStateInTheTable) {
   EXPECT_EQ(request.url, "http://127.0.0.1/Scope/album/binary?pk=a&type=bytes");
   EXPECT_EQ(request.header("A"), "b");
   EXPECT_EQ(request.header("X-Pelmar-Authorization"), "hidden-token");
+  EXPECT_EQ(request.spoolDirectory, home_ / "Documents/blobs");
+  EXPECT_EQ(log->count(LogLevel::kWarning,
+                       "Nothing reads \"Chunksize\" in the configuration; did "
+                       "you mean \"ChunkSize\"?"),
+            2);
 
   start("1");
   EXPECT_EQ(awaitNext().result, (Dictionary{{"FilePath", pathOf("1")}, {"state", "50"}}));
@@ -224,6 +230,31 @@ TEST_F(BinaryDataManagerTest, DownloadStartsNoFurtherOnThanItsFileReaches) {
     const auto asked = ranges();
     EXPECT_EQ(asked[asked.size() - (item.firstRange == "bytes=0-3" ? 3 : 2)], item.firstRange);
     EXPECT_EQ(contentOf(pathOf(blob)), object_.bytes);
+  }
+}
+
+TEST_F(BinaryDataManagerTest, CompleteFileWhoseRowCannotBeWrittenIsNotedLaterWithoutARequest) {
+  for (const std::string pk : {"compatible", "safe"}) {
+    setTransferPolicy(pk == "safe" ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
+    const std::string id = newBlob(pk);
+    sql("CREATE TRIGGER refuse BEFORE UPDATE ON varosyncBLOBSTOREMANAGER WHEN NEW.state = 50"
+        " BEGIN SELECT RAISE(ABORT, 'no'); END");
+    start(id);
+    const ErrorPtr error = awaitNext().error;
+    EXPECT_EQ(error == nullptr, pk == "compatible");
+    if (error != nullptr) {
+      EXPECT_EQ(firstCause(*error).code(), 1811);
+    }
+    EXPECT_EQ(stateOf(id), "102");
+    sql("DROP TRIGGER refuse");
+    const std::size_t requests = transport_->requestCount();
+    create(pk);
+    start(id);
+    EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
+    EXPECT_EQ(rows("SELECT localPath, state, size FROM varosyncBLOBSTOREMANAGER WHERE id = " + id),
+              pathOf(id) + "|50|10");
+    EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
+    EXPECT_EQ(transport_->requestCount(), requests);
   }
 }
 

@@ -29,6 +29,13 @@ TEST_F(DownloadFileTest, FailuresOfTheFileSystemEndTheDownloadAndNameThePath) {
        "Too many levels of symbolic links"},
       {"no folder", [&] { std::filesystem::remove_all(folder), test::writeFile(folder, "a file"); },
        "FileDoesn't exist at path.", "Not a directory"},
+      // Nobody may make a folder there, not even who may do everything.
+      {"folder cannot be made",
+       [&] {
+         std::filesystem::remove_all(home_ / "Documents");
+         std::filesystem::create_directory_symlink("/sys/kernel", home_ / "Documents");
+       },
+       "FileDoesn't exist at path.", "blobs: Operation not permitted"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -68,6 +68,8 @@ class OnlineDownloadTest : public test::DownloadFixture {
           say("completed", id + " " + path, params);
         },
         [say](const auto& name, const ErrorPtr& error, const Value& params) {
+          // The task's own error, if it came to one, is the cause.
+          EXPECT_EQ(error->userInfo().contains(kTaskErrors), &firstCause(*error) != error.get());
           say("failed", name + ": " + textOf(*error), params);
         },
         options);
@@ -126,13 +128,16 @@ TEST_F(OnlineDownloadTest, RequestFollowsConfigurationFileParametersAndOptions) 
     Dictionary options;
     std::string url, token, range;
     std::size_t headers;
+    std::string safeToken = token;  // of the options it stays at their own domain
   } cases[] = {
       {R"({"endpointUrl":"http://store/${fileId}"})", options, "http://store/a", "none", kWhole, 1},
       {R"({"endpointUrl":"http://store/${fileId}","headers":{"X-One":1,"x-pelmar-authorization":0},)"
        R"("X-Pelmar-Authorization":"own","queryParams":{"q":"1 2"},"ChunkSize":100})",
        options, "http://store/a?q=1%202", "own", "bytes=0-99", 3},
       {R"({"domain":"http://d","relativepath":"/x","X-Pelmar-Authorization":"own"})", options,
-       "http://d/x", "theirs", kWhole, 2},
+       "http://d/x", "theirs", kWhole, 2, "own"},
+      {R"({"domain":"http://o","relativepath":"/x","X-Pelmar-Authorization":"own"})", options,
+       "http://o/x", "theirs", kWhole, 2},
       {R"({"domain":"#MiddlewareDomain","relativepath":"x","X-Pelmar-Authorization":"own"})",
        json(R"({"domain":"http://o/"})"), "http://o/x", "own", kWhole, 2},
       {R"({"endpointUrl":null,"domain":"http://d","X-Pelmar-Authorization":null,"Auth":"Basic",)"
@@ -140,6 +145,10 @@ TEST_F(OnlineDownloadTest, RequestFollowsConfigurationFileParametersAndOptions) 
        Dictionary(), "http://d", "none", kWhole, 1}};
   object_ = RangedObject::ofSize(10);
   for (const auto& item : cases) {
+    setTransferPolicy(TransferPolicy::kSafe);
+    (void)outcome(named("a"), json(item.configuration), item.options);
+    EXPECT_EQ(transport_->requests().back().header(kToken).value_or("none"), item.safeToken);
+    setTransferPolicy(TransferPolicy::kCompatible);
     EXPECT_THAT(outcome(named("a"), json(item.configuration), item.options),
                 StartsWith("completed a /"));
     EXPECT_THAT(callsOf("started"), ElementsAre("started a"));
@@ -148,6 +157,7 @@ TEST_F(OnlineDownloadTest, RequestFollowsConfigurationFileParametersAndOptions) 
     EXPECT_EQ(request.header(kToken).value_or("none"), item.token);
     EXPECT_EQ(request.header("Range"), item.range);
     EXPECT_EQ(request.headers.size(), item.headers);
+    EXPECT_EQ(request.spoolDirectory, home_ / "Documents/downloads");
   }
 }
 
@@ -230,6 +240,7 @@ struct ThrowsWhenCopied {
 };
 
 TEST_F(OnlineDownloadTest, WhatCannotBeDownloadedIsToldThroughTheFailureBlock) {
+  const RecordingLog log;
   const std::string parsing = "Template Parsing Error 10003: ";
   const std::string input = kFailed + "Invalid inputs provided to the network task.";
   Dictionary noJson = signedConfiguration();
@@ -245,6 +256,20 @@ TEST_F(OnlineDownloadTest, WhatCannotBeDownloadedIsToldThroughTheFailureBlock) {
   for (const auto& item : cases) {
     EXPECT_EQ(outcome(named("a"), item.first), "failed a: " + item.second);
     EXPECT_EQ(callsOf("started").size(), item.second.starts_with(kFailed) ? 1U : 0U);
+  }
+  const std::size_t sent = transport_->requestCount();
+  for (const std::string path : {".evil.test/x", "@evil.test/x", ":81/x", "/\\\\@h:81/x"}) {
+    const Dictionary elsewhere =
+        json(R"({"domain":"#middlewaredomain","relativepath":")" + path + R"(","EndPointUrl":1})");
+    const bool stays = path.starts_with('/');
+    EXPECT_THAT(outcome(named("a"), elsewhere, json(R"({"domain":"http://h","Domain":1})")),
+                StartsWith(stays ? "completed" : "failed a: BinaryNetworkUtils 6018: "));
+  }
+  EXPECT_EQ(transport_->requestCount(), sent + 1);
+  for (const char* warning :
+       {"Nothing reads \"EndPointUrl\" in the configuration; did you mean \"endpointUrl\"?",
+        "Nothing reads \"Domain\" in the options; did you mean \"domain\"?"}) {
+    EXPECT_EQ(log->count(LogLevel::kWarning, warning), 4);
   }
   EXPECT_EQ(outcome(named("")),
             "failed : " + kFailed + "Invalid inputs provided to the download task.");

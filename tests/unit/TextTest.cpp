@@ -1,4 +1,5 @@
 #include "Platform/Foundation/Base64.h"
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
@@ -122,6 +123,14 @@ TEST(RedactionTest, ValuesKeepTheirShapeWithoutSecrets) {
                         {"url", "h?sig=<redacted>"}}));
   EXPECT_THAT(withoutSecrets(Value(Array{Dictionary{{"a", "token=hush"}}})).textValue(),
               Eq("[{\"a\":\"token=<redacted>\"}]"));
+  // What somebody was given is theirs, but for the keys; not so what an error says.
+  const ErrorPtr error = std::make_shared<const Error>("d", 7, Dictionary{{"a", "token=hush"}});
+  const Value kept =
+      withoutSecrets(Dictionary{{"a", "sig=x"}, {"sig", "hush"}, {"e", error}}, SearchTexts::kNo);
+  const Dictionary entries = kept.dictionaryValue();
+  EXPECT_EQ(entries["a"].textValue() + entries["sig"].textValue(), "sig=x<redacted>");
+  EXPECT_EQ(entries["e"].error()->code(), 7);
+  EXPECT_EQ(entries["e"].error()->userInfo()["a"], Value("token=<redacted>"));
 }
 
 TEST(RedactionTest, ExcerptsAreReadableBoundedAndTellNothingThatWasSent) {

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/TaskEngine/VSTask.h"
 
 #include <cstdint>
 #include <memory>
@@ -18,6 +21,18 @@ namespace varo::binary {
   platform::Dictionary userInfo{{std::string(platform::kErrorMessageKey), message}};
   if (cause != nullptr) userInfo.set(std::string(platform::kUnderlyingError), cause);
   return std::make_shared<const platform::Error>(std::string(domain), code, std::move(userInfo));
+}
+
+/// The error of a download whose task has failed with this error context: the context is its user
+/// information, with the first of its errors under `platform::kUnderlyingError` too.
+[[nodiscard]] inline platform::ErrorPtr downloadFailure(platform::Dictionary errorContext) {
+  const platform::Value& errors = errorContext[platform::kTaskErrors];
+  if (const platform::Array* all = errors.array(); all != nullptr && !all->empty()) {
+    const platform::Value first = (*all)[0];
+    errorContext.set(std::string(platform::kUnderlyingError), first);
+  }
+  return std::make_shared<const platform::Error>(std::string(kDownloadTaskError),
+                                                 kCodeDownloadTaskFailed, std::move(errorContext));
 }
 
 }  // namespace varo::binary

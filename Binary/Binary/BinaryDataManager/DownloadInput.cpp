@@ -2,10 +2,15 @@
 
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Binary/Binary/Utils/TemplateUtil.h"
+#include "Binary/Binary/DownloadTask/DownloadPath.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 #include "Platform/Foundation/Redaction.h"
 
+#include <array>
 #include <string_view>
 
 namespace varo::binary {
@@ -17,6 +22,22 @@ namespace {
 
 constexpr std::string_view kConfigEntry = "key=%@ value=%@";
 constexpr std::string_view kConfigCopied = "Copied config into input context %@";
+
+/// The entries that a download reads of its configuration.
+constexpr std::array<std::string_view, 14> kConfigurationKeys = {kURL,
+                                                                 kScopeName,
+                                                                 kObjectName,
+                                                                 kClientID,
+                                                                 kSessionID,
+                                                                 kChunkSizeKey,
+                                                                 kResponseType,
+                                                                 kDownloadHeaders,
+                                                                 kVaroAuthorization,
+                                                                 keys::kQueryParams,
+                                                                 kFileParams,
+                                                                 kOnChunkDownloadCompleted,
+                                                                 kOperationSettings,
+                                                                 kCancellation};
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
@@ -31,6 +52,7 @@ Value loggable(const platform::DictionaryEntry& entry) {
 
 Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
                          const Dictionary& primaryKeys) {
+  warnOfUnknownKeys("the configuration", config, kConfigurationKeys);
   Dictionary input;
   for (const platform::DictionaryEntry& entry : config) {
     logger().logDebug(kConfigEntry, entry.key, loggable(entry));
@@ -42,8 +64,12 @@ Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
   input.addEntries(additional);
   input.set(kPrimaryKeys, primaryKeys);
   input.set(keys::kDisableIntegrityCheck, true);
-  input.set(kDownloadHeaders, TemplateUtil::injectVaroAuthorizationInto(
-                                  config[kDownloadHeaders].dictionaryValue(), config));
+  input.set(platform::kSpoolDirectory, DownloadPath::folderOfBlobs());
+  Dictionary headers = config[kDownloadHeaders].dictionaryValue();
+  if (config.contains(kVaroAuthorization)) {
+    BinaryNetworkUtils::setHeader(headers, kVaroAuthorization, config[kVaroAuthorization]);
+  }
+  input.set(kDownloadHeaders, headers);
   logger().logDebug(kConfigCopied, input);
   return input;
 }

@@ -218,8 +218,7 @@ void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
   task->releaseFile();
   forget(task);
   if (const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock)) {
-    const auto error = std::make_shared<const Error>(std::string(kDownloadTaskError),
-                                                     kCodeDownloadTaskFailed, task->errorContext());
+    const ErrorPtr error = downloadFailure(task->errorContext());
     callBlock([&] { block(task->name(), error, task->inputContext()[kFileParams]); });
   }
   placeLeft(*task);

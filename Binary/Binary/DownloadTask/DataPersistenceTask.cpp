@@ -13,6 +13,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace varo::binary {
@@ -383,7 +385,12 @@ void DataPersistenceTask::updateTotalSizeWritten(std::uint64_t size) {
 }
 
 Dictionary DataPersistenceTask::creationFailure(const ErrorPtr& cause, const std::string& path) {
-  return fileFailure(kFileNotThere, cause, path);
+  // A folder that is missing could not be made, and why tells more.
+  std::error_code reason;
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  if (cause->code() == ENOENT) std::filesystem::create_directories(folder, reason);
+  return fileFailure(kFileNotThere,
+                     reason ? Error::fromErrno(reason.value(), "Creating", folder) : cause, path);
 }
 
 void DataPersistenceTask::failWithFile(std::string_view message, const ErrorPtr& cause,

@@ -41,8 +41,12 @@ std::string DownloadPath::getDirectoryPath(const std::string& folder) {
   return path;
 }
 
+std::string DownloadPath::folderOfBlobs() { return getDirectoryPath(kOfflineFolder); }
+
+std::string DownloadPath::folderOfOnlineDownloads() { return getDirectoryPath(kOnlineFolder); }
+
 std::string DownloadPath::ofBlob(const std::string& blobId) {
-  const std::string directory = getDirectoryPath(kOfflineFolder);
+  const std::string directory = folderOfBlobs();
   // A blob id is what a server or a database says.
   if (!platform::staysInDirectory(directory, blobId)) return {};
   return directory + "/" + blobId;
@@ -50,7 +54,7 @@ std::string DownloadPath::ofBlob(const std::string& blobId) {
 
 std::string DownloadPath::ofOnlineDownload(const std::string& id) {
   // One component that begins with digits leads nowhere else, whatever it holds.
-  return getDirectoryPath(kOnlineFolder) + "/" + std::to_string(CommonUtils::getEpochTime()) + "_" +
+  return folderOfOnlineDownloads() + "/" + std::to_string(CommonUtils::getEpochTime()) + "_" +
          withoutSlashes(id);
 }
 

@@ -10,6 +10,8 @@ class DownloadPath {
  public:
   DownloadPath() = delete;
 
+  [[nodiscard]] static std::string folderOfBlobs();
+  [[nodiscard]] static std::string folderOfOnlineDownloads();
   /// "blobs/ID"; empty for an id that would lead out of the folder.
   [[nodiscard]] static std::string ofBlob(const std::string& blobId);
   /// "downloads/SECONDS_NAME", with the seconds since 1970 of this call: the next one may give

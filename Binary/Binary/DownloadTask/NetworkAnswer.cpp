@@ -96,7 +96,9 @@ std::optional<std::string> decodedBase64(std::string text) {
 
 /// The text under "d", "results".
 std::optional<std::string> parseBase64StringFromData(const Data& json) {
-  const Value parsed = CommonUtils::jsonObjectFromData(json);
+  // Few values, however long the one text is: its size was checked before.
+  const Value parsed = CommonUtils::jsonObjectFromData(
+      json, {.values = platform::kAnswerJsonLimits.values, .bytes = json.size()});
   if (parsed.isMissing()) {
     logger().logError(kJsonNotParsed);
     return std::nullopt;

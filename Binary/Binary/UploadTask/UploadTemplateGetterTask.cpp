@@ -117,8 +117,9 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
     return raise(kCodeEmptyBodyReceived, kEmptyBodyReceived);
   }
   logger().logInfo(kSuccessful);
-  _outputContext.set(upload::kRedirectionTemplate,
-                     CommonUtils::jsonObjectFromData(withData.value_or(Data())));
+  _outputContext.set(
+      upload::kRedirectionTemplate,
+      CommonUtils::jsonObjectFromData(withData.value_or(Data()), settings_->limits.smallJson()));
   _outputContext.set(upload::kTemplateString, CommonUtils::getResponseString(withData));
   _outputContext.set(upload::kFileName, uploadFileName_);
   _outputContext.set(keys::kUploadParams, uploadParams_);

@@ -58,7 +58,8 @@ bool isSuccess(int status, const OperationSettings& settings) {
 /// Missing where that is no JSON.
 Value filledTemplate(const TemplateUtil& text, const Dictionary& params) {
   return CommonUtils::parseJsonString(
-      text.tryPopulateJSONTemplate(TemplateUtil::escapedForJson(params)));
+      text.tryPopulateJSONTemplate(TemplateUtil::escapedForJson(params)),
+      platform::kFilledJsonLimits);
 }
 
 /// Empty, which no request accepts, where the template names none.

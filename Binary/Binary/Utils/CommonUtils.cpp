@@ -59,13 +59,14 @@ std::shared_ptr<const VSTaskError> CommonUtils::validateResponseforTask(
                          std::nullopt, andError);
 }
 
-Value CommonUtils::parseJsonString(const std::optional<std::string>& json) {
+Value CommonUtils::parseJsonString(const std::optional<std::string>& json,
+                                   const platform::JsonLimits& limits) {
   if (!json || json->empty()) return {};
-  return valueOrMissing(platform::json::parse(*json));
+  return valueOrMissing(platform::json::parse(*json, limits));
 }
 
-Value CommonUtils::jsonObjectFromData(const Data& data) {
-  return valueOrMissing(platform::json::parse(data));
+Value CommonUtils::jsonObjectFromData(const Data& data, const platform::JsonLimits& limits) {
+  return valueOrMissing(platform::json::parse(data, limits));
 }
 
 std::optional<std::string> CommonUtils::jsonStringFromDictionary(const Dictionary& dictionary) {

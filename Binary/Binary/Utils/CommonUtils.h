@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/JsonLimits.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTaskError.h"
@@ -45,10 +46,14 @@ class CommonUtils {
     return value.isPresent() && !value.isNull();
   }
 
-  /// The JSON value that `json` is; missing for no or empty text and for text that is not JSON.
-  [[nodiscard]] static platform::Value parseJsonString(const std::optional<std::string>& json);
+  /// The JSON value that `json` is; missing for no or empty text and for text that is not JSON or
+  /// goes beyond the limits.
+  [[nodiscard]] static platform::Value parseJsonString(
+      const std::optional<std::string>& json,
+      const platform::JsonLimits& limits = platform::kAnswerJsonLimits);
   /// The same of bytes, which are read piece by piece.
-  [[nodiscard]] static platform::Value jsonObjectFromData(const platform::Data& data);
+  [[nodiscard]] static platform::Value jsonObjectFromData(
+      const platform::Data& data, const platform::JsonLimits& limits = platform::kAnswerJsonLimits);
 
   /// Compact JSON; none when an entry has no JSON form.
   [[nodiscard]] static std::optional<std::string> jsonStringFromDictionary(

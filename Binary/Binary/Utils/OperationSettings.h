@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/JsonLimits.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/RequestSettings.h"
 
@@ -33,6 +34,12 @@ struct AnswerLimits {
   /// Of a whole file, and of one in place of a range while its size is not known; no limit by
   /// default.
   std::optional<std::uint64_t> file;
+
+  /// What is turned into values of a list's answer and of a small one.
+  [[nodiscard]] platform::JsonLimits listJson() const noexcept { return {.bytes = list}; }
+  [[nodiscard]] platform::JsonLimits smallJson() const noexcept {
+    return {.values = platform::kAnswerJsonLimits.values, .bytes = small};
+  }
 };
 
 /// Everything that an operation does not take from its arguments. Taken once when it starts and

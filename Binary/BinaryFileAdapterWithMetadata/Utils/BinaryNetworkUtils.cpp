@@ -93,6 +93,7 @@ struct Answer {
   const std::optional<Data>& body;
   AnswerKind kind;
   bool isSafe;
+  const AnswerLimits& limits;
   const Dictionary& sent;
 
   /// 0 where it is not known.
@@ -197,7 +198,7 @@ std::optional<Outcome> outcomeOfJson(const Answer& answer) {
   ErrorPtr parseError;
   std::optional<Dictionary> parsed = platform::VROCommonUtility::getDictionaryFromJSONData(
       *answer.body, &parseError,
-      answer.kind == AnswerKind::kList ? platform::kListJsonLimits : platform::kAnswerJsonLimits);
+      answer.kind == AnswerKind::kList ? answer.limits.listJson() : answer.limits.smallJson());
   if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
     logger().logDebug(kResponseLog, platform::excerptOf(*answer.body, answer.sent));
   }
@@ -279,15 +280,15 @@ NetworkCallback BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
     AnswerKind kind, Dictionary sent) {
   if (operationType == kOperationTypeDownload) kind = AnswerKind::kFile;
   if (operationType == kOperationTypeList) kind = AnswerKind::kList;
-  const bool isSafe = (settings != nullptr ? settings : OperationSettings::of({}))->isSafe();
-  return [callback = std::move(callback), kind, isSafe, sent = std::move(sent)](
-             const std::optional<Data>& data, const Dictionary& responseInfo,
-             const NetworkErrorPtr& error) {
+  return [callback = std::move(callback), kind,
+          settings = settings != nullptr ? settings : OperationSettings::of({}),
+          sent = std::move(sent)](const std::optional<Data>& data, const Dictionary& responseInfo,
+                                  const NetworkErrorPtr& error) {
     if (error != nullptr) return callback({}, errorOfTransport(error));
     std::optional<Outcome> outcome;
     try {
       const auto response = responseInfo[platform::kHttpResponse].objectAs<HttpResponseInfo>();
-      outcome = outcomeOf({response.get(), data, kind, isSafe, sent});
+      outcome = outcomeOf({response.get(), data, kind, settings->isSafe(), settings->limits, sent});
     } catch (const std::exception& failure) {
       // Memory that a large answer has asked for in vain, above all: there is enough to say so.
       outcome = Outcome{{},
@@ -386,7 +387,7 @@ std::optional<Dictionary> BinaryNetworkUtils::getTemplate(const std::optional<st
                                                           ErrorPtr* error) {
   if (!json) return std::nullopt;
   return platform::VROCommonUtility::getDictionaryFromJSONString(*json, error,
-                                                                 platform::kAnswerJsonLimits);
+                                                                 platform::kFilledJsonLimits);
 }
 
 void BinaryNetworkUtils::setHeader(Dictionary& headers, std::string_view name, const Value& value) {

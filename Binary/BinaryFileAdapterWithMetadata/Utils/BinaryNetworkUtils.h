@@ -23,8 +23,9 @@ using TaskCallback =
 /// What an answer is, and with that what `TransferPolicy::kSafe` takes for a success, beside a
 /// status below 400.
 enum class AnswerKind {
-  kList,     // a JSON object of any size, within `kListJsonLimits`
-  kRecord,   // a JSON object: of a creation, a status request; within `kAnswerJsonLimits`, as below
+  kList,     // a JSON object within `AnswerLimits::listJson`
+  kRecord,   // a JSON object: of a creation, a status request; within `AnswerLimits::smallJson`, as
+             // below
   kReceipt,  // a JSON object, or a 2xx without one byte: of an update, a deletion, a commit
   kAnything,  // whatever an object store answers to a chunk, or a 2xx without a body
   kFile,      // a 200; its bytes are handed on as they are
@@ -111,7 +112,7 @@ class BinaryNetworkUtils {
   [[nodiscard]] static std::string appendQueryOfUrl(std::string url,
                                                     const platform::Dictionary& queryParams);
 
-  /// The template that a JSON text holds, within `kAnswerJsonLimits`. None for no text, and, with
+  /// The template that a JSON text holds, within `kFilledJsonLimits`. None for no text, and, with
   /// `error` set unless it is null, for text that is no JSON object.
   [[nodiscard]] static std::optional<platform::Dictionary> getTemplate(
       const std::optional<std::string>& json, platform::ErrorPtr* error);
