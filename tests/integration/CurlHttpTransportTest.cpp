@@ -40,17 +40,12 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
       {"empty length", reply(200, ""), 200, ""},
       {"empty chunked", say(chunked + "0\r\n\r\n"), 200, ""},
       {"204", say("HTTP/1.1 204 No Content\r\n\r\n"), 204, std::nullopt},
-      {"205", reply(205, ""), 205, std::nullopt},
       {"304", say("HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n"), 304, std::nullopt},
       {"until close", say(ok + "\r\nhello").close(), 200, "hello"},
-      {"nothing until close", say(ok + "\r\n").close(), 200, ""},
-      {"announced close", say("HTTP/1.1 404 No\r\nConnection: close\r\n\r\n").close(), 404, ""},
       {"equal lengths", lengths("Content-Length: 2\r\ncontent-length: 2, 2\r\n"), 200, "{}"},
       {"differing lengths", lengths("Content-Length: 2\r\nContent-Length: 3\r\n"), 0, {}, 8},
       {"length of 2^64", lengths("Content-Length: 18446744073709551616\r\n"), 0, {}, 8},
       {"length of 2^63", lengths("Content-Length: 9223372036854775808\r\n"), 0, {}, 8},
-      {"negative length", lengths("Content-Length: -2\r\n"), 0, {}, 8},
-      {"length with a unit", lengths("Content-Length: 2b\r\n"), 0, {}, 8},
       {"slow header", slowHeader, 200, ""},
       {"error status", reply(503, "busy"), 503, "busy"},
       {"interim", say("HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" + ok + "\r\nhi").close(), 200,
@@ -108,19 +103,14 @@ TEST_F(CurlHttpTransportTest, RefusesDangerousRequestsBeforeConnecting) {
   } const cases[] = {
       {"", fine, badUrl},
       {"127.0.0.1:" + std::to_string(server.port()), fine, badUrl},
-      {"ftp://127.0.0.1/", fine, badUrl},
       {"http://", fine, badUrl},
       {"http://a%2fb/", fine, badUrl},
       {"http://127.0.0.1\\@evil/", fine, badUrl},
       {good + "\r\nX: y", fine, badUrl},
-      {good + std::string("a\0b", 3), fine, badUrl},
       {good, {"", "b"}, badHeader},
-      {good, {"A b", "c"}, badHeader},
       {good, {"A\r\nB", "c"}, badHeader},
-      {good, {std::string("A\0", 2), "c"}, badHeader},
       {good, {"A", "b\r\nC: d"}, badHeader},
       {good, {"A", std::string("b\0c", 3)}, badHeader},
-      {good, {"A", "b\x7f"}, badHeader},
   };
   for (const auto& item : cases) {
     EXPECT_EQ(get(item.url, {item.header}).errorCode(), item.code)
@@ -137,7 +127,6 @@ TEST_F(CurlHttpTransportTest, SendsUrlsAsGivenWithForbiddenBytesEncoded) {
       {"/a b\"<>\\^`{|}", "/a%20b%22%3C%3E%5C%5E%60%7B%7C%7D"},
       {"/\xc3\xa4?q=100%&r=%zz", "/%C3%A4?q=100%25&r=%25zz"},
       {"/x?$filter=a eq 'b'#fragment", "/x?$filter=a%20eq%20'b'"},
-      {"?q=1", "/?q=1"},
   };
   for (const auto& [given, sent] : cases) {
     ASSERT_EQ(get(server.url(given)).status(), 200);
@@ -174,17 +163,13 @@ TEST_F(RedirectTest, FollowsOnlyWhatIsSafeToFollow) {
     std::int64_t error;
   } const cases[] = {
       {HttpMethod::kGet, "/go301?/there", 200, "/there", 0},
-      {HttpMethod::kGet, "/go303?there", 200, "/there", 0},
       {HttpMethod::kGet, "/go307?" + other, 200, "/there", 0},
       {HttpMethod::kGet, "/go308?" + otherWithoutScheme, 200, "/x", 0},
       {HttpMethod::kGet, "/go?/a/../b?c=d", 200, "/a/../b?c=d", 0},
       {HttpMethod::kGet, "/go?", 0, "", refused},
       {HttpMethod::kGet, "/go301?none", 0, "", refused},
-      {HttpMethod::kGet, "/go308?none", 0, "", refused},
-      {HttpMethod::kGet, "/go201?/there", 201, "moved", 0},
       {HttpMethod::kGet, "/go300?none", 300, "moved", 0},
       {HttpMethod::kGet, "/go?ftp://127.0.0.1/", 0, "", refused},
-      {HttpMethod::kGet, "/go?file:///etc/passwd", 0, "", refused},
       {HttpMethod::kGet, "/go?http://:99999999/", 0, "", refused},
       {HttpMethod::kPut, "/go307?/there", 0, "", refused},
       {HttpMethod::kPost, "/go303?" + other, 0, "", refused},
