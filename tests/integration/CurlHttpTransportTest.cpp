@@ -42,10 +42,13 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
       {"204", say("HTTP/1.1 204 No Content\r\n\r\n"), 204, std::nullopt},
       {"304", say("HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n"), 304, std::nullopt},
       {"until close", say(ok + "\r\nhello").close(), 200, "hello"},
+      {"nothing until close", say(ok + "\r\n").close(), 200, ""},
       {"equal lengths", lengths("Content-Length: 2\r\ncontent-length: 2, 2\r\n"), 200, "{}"},
       {"differing lengths", lengths("Content-Length: 2\r\nContent-Length: 3\r\n"), 0, {}, 8},
       {"length of 2^64", lengths("Content-Length: 18446744073709551616\r\n"), 0, {}, 8},
       {"length of 2^63", lengths("Content-Length: 9223372036854775808\r\n"), 0, {}, 8},
+      {"negative length", lengths("Content-Length: -2\r\n"), 0, {}, 8},
+      {"length with a unit", lengths("Content-Length: 2b\r\n"), 0, {}, 8},
       {"slow header", slowHeader, 200, ""},
       {"error status", reply(503, "busy"), 503, "busy"},
       {"interim", say("HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" + ok + "\r\nhi").close(), 200,
@@ -103,6 +106,7 @@ TEST_F(CurlHttpTransportTest, RefusesDangerousRequestsBeforeConnecting) {
   } const cases[] = {
       {"", fine, badUrl},
       {"127.0.0.1:" + std::to_string(server.port()), fine, badUrl},
+      {"ftp://127.0.0.1/", fine, badUrl},
       {"http://", fine, badUrl},
       {"http://a%2fb/", fine, badUrl},
       {"http://127.0.0.1\\@evil/", fine, badUrl},
@@ -111,6 +115,7 @@ TEST_F(CurlHttpTransportTest, RefusesDangerousRequestsBeforeConnecting) {
       {good, {"A\r\nB", "c"}, badHeader},
       {good, {"A", "b\r\nC: d"}, badHeader},
       {good, {"A", std::string("b\0c", 3)}, badHeader},
+      {good, {"A", "b\x7f"}, badHeader},
   };
   for (const auto& item : cases) {
     EXPECT_EQ(get(item.url, {item.header}).errorCode(), item.code)

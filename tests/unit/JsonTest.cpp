@@ -45,12 +45,10 @@ TEST(JsonTest, RefusesWhatIsNotJsonWithItsPosition) {
     std::string_view position;
   } cases[] = {
       {"", json::kNotJson, "byte 0:"},
-      {"[1,]", json::kNotJson, "byte 3:"},
       {"{} {}", json::kNotJson, "byte 3:"},
       {"\"open", json::kNotJson, "byte 5:"},
       {"NaN", json::kNotJson, "byte 0:"},
       {"1e400", json::kNotJson, "byte 5:"},
-      {"1e99999999999", json::kNotJson, "byte "},
       {"1\xEF\xBB\xBF", json::kNotJson, "byte 1:"},
       {"\"\xED\xA0\x80\"", json::kNotJson, "byte "},
       {R"("\ud83d")", json::kNotJson, "byte "},

@@ -41,7 +41,6 @@ TEST_F(OnlineUploadFailureTest, ConfigurationThatBreaksARuleIsReportedAndNothing
       {{}, missing + "Invalid parameter received for uploadConfig"},
       {{{"rawBytes", bytes}}, missing + "Could not find Url"},
       {{{"URL", 5}}, type + "Invalid datatype found for Url"},
-      {{{"URL", nullptr}}, type + "Invalid datatype found for Url"},
       {{{"URL", ""}}, value + "Empty url string"},
       {{{"URL", "u"}}, missing + "Either FilePath or RawBytes needs to be specified"},
       {{{"URL", "u"}, {"FilePath", writeFile("one", "1")}, {"rawBytes", bytes}},

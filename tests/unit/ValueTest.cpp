@@ -43,8 +43,6 @@ TEST(ValueTest, ConvertsAsThePlatformDoes) {
   } cases[] = {
       {"0", 0, false},
       {"  42abc", 42, false},
-      {"-7", -7, false},
-      {"1", 1, true},
       {"YES", 0, true},
       {"True", 0, true},
       {"+5", 5, false},
