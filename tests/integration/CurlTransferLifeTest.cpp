@@ -67,18 +67,6 @@ TEST_F(CurlTransferLifeTest, CancelStopsTheNetworkAtOnce) {
   EXPECT_TRUE(std::filesystem::is_empty(directory_));
 }
 
-TEST_F(CurlTransferLifeTest, CancelRacingWithTheEndCompletesExactlyOnce) {
-  ScriptedServer server([](const WireRequest&) { return reply(200, "x"); });
-  for (int i = 0; i < 200; ++i) {
-    auto [transfer, outcome] = start({HttpMethod::kGet, server.url("/"), {}, {}, {}});
-    transfer->cancel();
-    const Outcome end = outcome.get();
-    EXPECT_TRUE(end.status() == 200 || end.errorCode() == codeOf(HttpTransportError::kCancelled));
-  }
-  transport_.reset();
-  EXPECT_EQ(calls_, 200);
-}
-
 TEST_F(CurlTransferLifeTest, ShutdownEndsWhatRunsAndWhatWaitsAndRefusesTheRest) {
   ScriptedServer server([](const WireRequest&) { return WireReply().hold(); });
   configuration_.maxActiveTransfers = 10;

@@ -1,17 +1,15 @@
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/UserDirectories.h"
-#include "Platform/Network/VRONetworkUtility.h"
+#include "Platform/Logging/VaroNativeFacade.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
 #include "tests/support/Files.h"
-#include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
 
+#include <functional>
 #include <future>
-#include <latch>
 
 namespace varo::binary {
 namespace {
@@ -20,7 +18,6 @@ using Storage = BinaryFileStorageInterface;
 using namespace platform;
 using sandbox::SandboxServer;
 using test::eventually;
-using namespace testing;
 
 /// How one operation ended.
 struct Outcome {
@@ -35,26 +32,18 @@ std::string fileIdOf(const Outcome& uploaded) {
       .textValue();
 }
 
-/// The blocks of one operation, and its end to wait for.
-class Operation {
- public:
-  [[nodiscard]] BinaryBlock onSuccess() const { return settle(true); }
-  [[nodiscard]] BinaryBlock onFailure() const { return settle(false); }
-  [[nodiscard]] Outcome wait() const {
-    auto end = end_->get_future();
-    if (end.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
-      ADD_FAILURE() << "an operation did not end";
-      return {};
-    }
-    return end.get();
-  }
-
- private:
-  [[nodiscard]] BinaryBlock settle(bool success) const {
-    return [end = end_, success](const Value& value) { end->set_value({success, value}); };
-  }
-  std::shared_ptr<std::promise<Outcome>> end_ = std::make_shared<std::promise<Outcome>>();
-};
+/// Waits for the end of an operation, which is started with these blocks.
+Outcome endOf(const std::function<void(const BinaryBlock& ok, const BinaryBlock& failed)>& start) {
+  const auto end = std::make_shared<std::promise<Outcome>>();
+  const auto settle = [end](bool success) {
+    return [end, success](const Value& value) { end->set_value({success, value}); };
+  };
+  start(settle(true), settle(false));
+  auto outcome = end->get_future();
+  const bool ended = outcome.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+  EXPECT_TRUE(ended) << "an operation did not end";
+  return ended ? outcome.get() : Outcome();
+}
 
 Dictionary templateKind(const char* domain, const char* mode, const char* method, bool chunked) {
   return {{"domain", domain}, {"uploadMode", mode}, {"method", method}, {"chunkupload", chunked}};
@@ -84,40 +73,27 @@ class FileAdapterTest : public testing::Test {
     platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(level);
   }
 
-  void startUpload(
-      const Operation& operation, const Dictionary& file, const std::string& name,
-      const Value& kind = {}, const BinaryBlock& onProgress = [](const Value&) {}) {
-    const bool isPath = file.contains("filePath");
-    Storage::uploadBinaryWithUrl(
-        server_.url(), isPath ? "UploadInputTypeLocalFilePath" : "UploadInputTypeRawBytes",
-        Dictionary{{"headers", headers_},
-                   {"metadata", Dictionary{{"file_name", name}, {"sandbox_template", kind}}},
-                   {"file", file},
-                   {"chunkSize", 64 * 1024}},
-        operation.onSuccess(), operation.onFailure(), onProgress, {});
-  }
   Outcome upload(const Dictionary& file, const std::string& name, const Value& kind = {}) {
-    const Operation operation;
-    startUpload(operation, file, name, kind);
-    return operation.wait();
-  }
-  Outcome download(const std::string& fileId) {
-    const Operation operation;
-    Storage::downloadWithURL(
-        server_.url(),
-        Dictionary{{"headers", headers_}, {"metadata", Dictionary{{"file_id", fileId}}}},
-        operation.onSuccess(), operation.onFailure(), {}, {});
-    return operation.wait();
+    const bool isPath = file.contains("filePath");
+    const Dictionary params{
+        {"headers", headers_},
+        {"metadata", Dictionary{{"file_name", name}, {"sandbox_template", kind}}},
+        {"file", file},
+        {"chunkSize", 64 * 1024}};
+    return endOf([&](const auto& ok, const auto& failed) {
+      Storage::uploadBinaryWithUrl(
+          server_.url(), isPath ? "UploadInputTypeLocalFilePath" : "UploadInputTypeRawBytes",
+          params, ok, failed, [](const Value&) {}, {});
+    });
   }
   Outcome list(const std::string& criteria) {
-    const Operation operation;
-    Storage::getFilesWithUrl(server_.url(), criteria, headers_, operation.onSuccess(),
-                             operation.onFailure(), {});
-    return operation.wait();
+    return endOf([&](const auto& ok, const auto& failed) {
+      Storage::getFilesWithUrl(server_.url(), criteria, headers_, ok, failed, {});
+    });
   }
-  [[nodiscard]] std::string makeFile(const std::string& name, const std::string& bytes) const {
-    test::writeFile(home_ / name, bytes);
-    return home_ / name;
+  /// A request of a file operation about what `metadata` names.
+  [[nodiscard]] Dictionary about(const Dictionary& metadata) const {
+    return {{"headers", headers_}, {"metadata", metadata}};
   }
 
   const test::TemporaryDirectory home_;
@@ -154,11 +130,15 @@ TEST_F(FileAdapterTest, EveryTemplateKindRoundTripsByteIdentical) {
         const std::string name = kindName + std::string(source) + std::to_string(size);
         SCOPED_TRACE(name);
         const std::string bytes = test::sampleBytes(size);
+        test::writeFile(home_ / name, bytes);
         const Dictionary file = raw ? Dictionary{{"rawBytes", Data::fromBytes(bytes)}}
-                                    : Dictionary{{"filePath", makeFile(name, bytes)}};
+                                    : Dictionary{{"filePath", home_ / name}};
         const Outcome uploaded = upload(file, name, kind);
         ASSERT_TRUE(uploaded.success) << uploaded.value.description();
-        const Outcome downloaded = download(fileIdOf(uploaded));
+        const Outcome downloaded = endOf([&](const auto& ok, const auto& failed) {
+          const Dictionary params = about({{"file_id", fileIdOf(uploaded)}});
+          Storage::downloadWithURL(server_.url(), params, ok, failed, {}, {});
+        });
         ASSERT_TRUE(downloaded.success) << downloaded.value.description();
         const std::string path = downloaded.value.dictionaryValue()["filePath"].textValue();
         EXPECT_EQ(path, home_ / ("Downloads/" + name));
@@ -170,65 +150,26 @@ TEST_F(FileAdapterTest, EveryTemplateKindRoundTripsByteIdentical) {
   EXPECT_EQ(server_.storeStats().tokenHeaders, 0U) << "the token must not leave the service";
 }
 
-TEST_F(FileAdapterTest, BlocksMayCallBackInAndBlockWithoutDelayingOthers) {
-  const Operation outer;
-  const Operation inner;
-  std::latch release(1);
-  const Outcome file = upload({{"rawBytes", Data::fromBytes(test::sampleBytes(100'000))}}, "file");
-  ASSERT_TRUE(file.success);
-  // Eight transfers whose progress blocks wait: more than the pool has threads.
-  std::vector<Operation> blocked(8);
-  for (std::size_t i = 0; i < blocked.size(); ++i) {
-    startUpload(blocked[i], {{"rawBytes", Data::fromBytes("bytes")}}, "blocked" + std::to_string(i),
-                {}, [&release](const Value&) { release.wait(); });
-  }
-  Storage::getFilesWithUrl(server_.url(), "file_name eq 'file'", headers_,
-                           [&](const Value& result) {
-                             outer.onSuccess()(result);
-                             Storage::getFilesWithUrl(server_.url(), {}, headers_,
-                                                      inner.onSuccess(), inner.onFailure(), {});
-                           },
-                           outer.onFailure(), {});
-  EXPECT_TRUE(outer.wait().success);
-  EXPECT_TRUE(inner.wait().success);
-  release.count_down();
-  for (const Operation& operation : blocked) EXPECT_TRUE(operation.wait().success);
-}
-
-TEST_F(FileAdapterTest, AThousandOperationsAtOnceAllEnd) {
-  constexpr int kOperations = 1000;
-  const std::string path = makeFile("small", test::sampleBytes(5000));
-  std::vector<Operation> operations(kOperations);
-  for (int i = 0; i < kOperations; ++i) {
-    const Operation& operation = operations[static_cast<std::size_t>(i)];
-    if (i % 2 == 0) {
-      Storage::getFilesWithUrl(server_.url(), "file_name eq 'none'", headers_,
-                               operation.onSuccess(), operation.onFailure(), {});
-    } else {
-      startUpload(operation, {{"filePath", path}}, "small" + std::to_string(i));
-    }
-  }
-  int successes = 0;
-  for (const Operation& operation : operations) successes += operation.wait().success ? 1 : 0;
-  EXPECT_EQ(successes, kOperations);
-}
-
-TEST_F(FileAdapterTest, NoSecretReachesTheLogOrAnError) {
-  headers_ = {{"X-Pelmar-Authorization", "marker-token"},
-              {"Cookie", "marker-cookie"},
-              {"authorization", "marker-basic"}};
-  const test::RecordingLog log;
-  const Outcome uploaded = upload({{"rawBytes", Data::fromBytes("bytes")}}, "secret");
-  ASSERT_TRUE(uploaded.success) << uploaded.value.description();
-  std::string said = list("file_name eq 'secret'").value.description();
-  server_.addFault(
-      {{},
-       {.status = 500,
-        .body = R"({"echo":{"X-Pelmar-Authorization":"marker-token"},"cookie":"marker-cookie"})"}});
-  said += list("").value.description() + download("missing").value.description();
-  for (const auto& line : log->lines()) said += line.text + "\n";
-  EXPECT_THAT(said, HasSubstr("Network response"));
-  EXPECT_THAT(said, Not(HasSubstr("marker-")));
+TEST_F(FileAdapterTest, ListsAndUpdatesTellWhatWasAskedForAndFailuresWhatTheServiceSaid) {
+  const Outcome uploaded = upload({{"rawBytes", Data::fromBytes("bytes")}}, "file");
+  const Dictionary change{{"file_id", fileIdOf(uploaded)}, {"type", "png"}};
+  const Outcome updated = endOf([&](const auto& ok, const auto& failed) {
+    Storage::updateWithUrl(server_.url(), about(change), ok, failed, {});
+  });
+  ASSERT_TRUE(updated.success) << updated.value.description();
+  EXPECT_EQ(updated.value.dictionaryValue()["requestContext"], Value(change));
+  const Dictionary listed = list("type eq 'png'").value.dictionaryValue();
+  EXPECT_EQ(listed["requestContext"], Value("type eq 'png'"));
+  EXPECT_EQ(listed["records"].array()->size(), 1U);
+  server_.addFault({{}, {.status = 200, .body = R"({"opstatus":8009,"errmsg":"no"})"}});
+  const std::string text = "unexpected opstatus : 8009";
+  const Dictionary answer{{"opstatus", 8009}, {"errmsg", "no"}};
+  EXPECT_EQ(list("").value,
+            Value(Dictionary{
+                {"code", "6003"},
+                {"localizedDescription", text},
+                {"domain", "BinaryNetworkUtils"},
+                {"userInfo", Dictionary{{"userInfo", answer}, {"NSLocalizedDescription", text}}}}));
 }
 
 }  // namespace

@@ -1,8 +1,13 @@
+#include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/TaskEngine/VSAbstractLoopingTask.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Logging/VaroNativeFacade.h"
+#include "Platform/Network/VRONetworkUtility.h"
+#include "Platform/TaskEngine/VSTask.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Await.h"
+#include "tests/support/FakeHttpTransport.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -83,19 +88,6 @@ TEST(ShutdownTest, ExitOfTheProcessWithTransfersInFlightIsClean) {
   });
 }
 
-/// Ends at once, again and again, as long as it is allowed to.
-class EndlessLoop final : public platform::VSAbstractLoopingTask {
- public:
-  EndlessLoop() : VSAbstractLoopingTask(std::make_shared<Iteration>(), nullptr) {}
-  void transformInputContextForNextIteration() override { ++iterations; }
-  std::atomic<int> iterations{0};
-
- private:
-  struct Iteration final : VSTask {
-    void execute() override { setState(platform::TaskState::Ended); }
-  };
-};
-
 class EndCounter final : public platform::TaskListener {
  public:
   void task(const std::shared_ptr<platform::VSTask>& /*task*/, platform::TaskState from,
@@ -139,48 +131,66 @@ TEST(ShutdownTest, TasksThatEndOrStartAfterItTellTheirListeners) {
   });
 }
 
-TEST(ShutdownTest, EveryTaskThatIsStartedBesideItEndsOnce) {
+TEST(ShutdownTest, EveryStartOfAFileOperationEndsOnceWhileAnotherThreadShutsDown) {
   inOwnProcess([] {
-    struct Ending final : VSTask {
-      void execute() override { setState(TaskState::Ended); }
-    };
     constexpr int kThreads = 4;
-    constexpr int kTasks = 500;
-    const auto counter = std::make_shared<EndCounter>();
+    const std::string service = "http://127.0.0.1/services/storage";
+    Storage::initialize();
+    const auto transport = std::make_shared<FakeHttpTransport>();
+    platform::VRONetworkUtility::setTransport(transport);
+    platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(platform::LogLevel::kFatal);
+    // A failed look-up is one end there.
+    setTransferPolicy(TransferPolicy::kSafe);
+    const std::string where = R"({\"domain\":\"#middlewaredomain\",\"relativepath\":\"/b\",)"
+                              R"(\"uploadMode\":\"binary\",\"method\":\"put\"})";
+    const std::string answer = R"({"opstatus":0,"upload_template":")" + where +
+                               R"(","records":[{"file_name":"a","download_template":")" + where +
+                               R"("}]})";
+    // Deletes are accepted and never done: they poll, and sleep between.
+    transport->setHandler([answer](const RecordedRequest& request) {
+      if (request.method == HttpMethod::kDelete) {
+        return answerWith(200, R"({"httpStatusCode":202,"poll_api":"/jobs"})");
+      }
+      return answerWith(200, request.url.ends_with("/jobs") ? R"({"poll_status":"true"})" : answer);
+    });
+    const TemporaryDirectory home;
+    platform::UserDirectories::install(platform::UserDirectories::below(home.path()));
+    const Dictionary upload{{"headers", Dictionary{}},
+                            {"metadata", Dictionary{{"file_name", "a"}}},
+                            {"file", Dictionary{{"rawBytes", Data::fromBytes("bytes")}}},
+                            {"chunkSize", 2}};
+    std::atomic<int> files{0};
     std::atomic<int> started{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-      threads.emplace_back([&] {
-        for (int i = 0; i < kTasks; ++i) {
-          const auto parent = std::make_shared<VSTask>();
-          parent->addSubtask(std::make_shared<Ending>());
-          parent->subscribeForTaskUpdates(counter);
-          parent->start();
-          ++started;
-        }
-      });
+    std::atomic<int> ended{0};
+    std::atomic<bool> enough{false};
+    const auto end = [&](const Value&) { ++ended; };
+    const Dictionary ofFile{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}};
+    {
+      std::vector<std::jthread> threads;
+      for (int i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&] {
+          while (!enough) {
+            Storage::getFilesWithUrl(service, {}, {}, end, end, {});
+            Storage::updateWithUrl(service, ofFile, end, end, {});
+            Storage::deleteWithUrl(service, "7", {}, {}, end, end, {});
+            Storage::uploadBinaryWithUrl(service, {}, upload, end, end, {}, {});
+            const std::string file = std::to_string(++files);
+            Storage::downloadWithURL(
+                service,
+                Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", file}}}},
+                end, end, {}, {});
+            started += 5;
+          }
+        });
+      }
+      require(eventually([&] { return started > 100; }), "operations start");
+      Runtime::shared().shutdown();
+      const int before = started;
+      require(eventually([&] { return started > before + 100; }), "and go on starting");
+      enough = true;
     }
-    require(eventually([&] { return started > kTasks; }), "tasks start");
-    Runtime::shared().shutdown();
-    for (std::thread& thread : threads) thread.join();
-    require(counter->ends == kThreads * kTasks, "each has ended once");
-    require(VSTask::liveCount() == 0, "and is freed");
-  });
-}
-
-TEST(ShutdownTest, LoopsThatIterateEndAndTellTheirListeners) {
-  inOwnProcess([] {
-    const auto counter = std::make_shared<EndCounter>();
-    constexpr int kLoops = 20;
-    for (int i = 0; i < kLoops; ++i) {
-      const auto loop = std::make_shared<EndlessLoop>();
-      loop->subscribeForTaskUpdates(counter);
-      loop->start();
-      require(eventually([&] { return loop->iterations > 0; }), "the loop runs");
-    }
-    Runtime::shared().shutdown();
-    require(counter->ends == kLoops, "every loop has ended");
-    require(platform::VSTask::liveCount() == 0, "every loop is freed");
+    require(eventually([&] { return ended >= started; }), "each of them ends");
+    require(ended == started, "none ends twice");
   });
 }
 

@@ -60,14 +60,6 @@ struct Upload {
   std::string url;
 };
 
-/// Sends `bytes` as the first chunk, which is all that a small file has.
-inline httplib::Result sendBytes(const Upload& upload, const std::string& bytes) {
-  const Address address = split(upload.url);
-  const bool service = upload.form.at("domain") == "#middlewaredomain";
-  return httplib::Client(address.origin)
-      .Put(address.path + (service ? "?chunk_sequence=1" : ""), bytes, kOctets);
-}
-
 class SandboxTest : public testing::Test {
  protected:
   void SetUp() override { restart({}); }
@@ -89,7 +81,6 @@ class SandboxTest : public testing::Test {
     http.set_read_timeout(20);
     return http;
   }
-  [[nodiscard]] httplib::Client store() const { return httplib::Client(server_->storeUrl()); }
 
   Upload create(const boost::json::object& metadata) {
     const auto answer = object(client().Post(files_, boost::json::serialize(metadata), kJson));
@@ -115,7 +106,9 @@ class SandboxTest : public testing::Test {
   std::string storedFile(const std::string& bytes,
                          const boost::json::object& metadata = {{"file_name", "a"}}) {
     const Upload upload = create(metadata);
-    EXPECT_EQ(opstatus(sendBytes(upload, bytes)), 0);
+    const Address address = split(upload.url + "?chunk_sequence=1");
+    httplib::Client http(address.origin);
+    EXPECT_EQ(opstatus(http.Put(address.path, bytes, kOctets)), 0);
     EXPECT_EQ(opstatus(commit(upload.id)), 0);
     return upload.id;
   }

@@ -213,23 +213,6 @@ TEST_F(CancelTest, SettingsAreThoseOfTheStart) {
   }
 }
 
-/// Notes the limits of each answer.
-class LimitNotingTransport final : public HttpTransport {
- public:
-  explicit LimitNotingTransport(std::shared_ptr<HttpTransport> transport)
-      : transport_(std::move(transport)) {}
-  std::shared_ptr<HttpTransfer> send(HttpRequest request, HttpCompletion completion) override {
-    limits.add(request.limits);
-    return transport_->send(std::move(request), std::move(completion));
-  }
-  void shutdown() override {}
-
-  CallLog<ResponseLimits> limits;
-
- private:
-  const std::shared_ptr<HttpTransport> transport_;
-};
-
 TEST_F(CancelTest, EachRequestGoesThroughTheOperationsTransportWithLimits) {
   constexpr std::uint64_t kMiB = 1'048'576;
   constexpr std::uint64_t kNone = ResponseLimits::kUnlimited;
@@ -239,16 +222,17 @@ TEST_F(CancelTest, EachRequestGoesThroughTheOperationsTransportWithLimits) {
   };
   for (const Operation& operation : operations()) {
     SCOPED_TRACE(operation.name);
-    const auto transport = std::make_shared<LimitNotingTransport>(transport_);
+    const auto transport = std::make_shared<FakeHttpTransport>();
+    transport->setHandler([this](const RecordedRequest& request) { return answerOf(request); });
     auto own = std::make_shared<OperationSettings>();
     own->transport = transport;
     operation.start({{"settings", OperationSettings::value(own)}});
     EXPECT_EQ(awaitNext().block, "success");
     awaitEndOfTasks();
     std::vector<std::uint64_t> limits;
-    for (const ResponseLimits& limit : transport->limits.calls()) {
-      limits.push_back(limit.success);
-      EXPECT_EQ(limit.error, 65'536U);
+    for (const RecordedRequest& request : transport->requests()) {
+      limits.push_back(request.limits.success);
+      EXPECT_EQ(request.limits.error, 65'536U);
     }
     EXPECT_EQ(limits, expected.at(operation.name));
   }
@@ -300,6 +284,24 @@ TEST_F(CancelTest, DownloadIsTriedAgainFromInsideEachFailureBlock) {
     EXPECT_EQ(ends["success"], 1);
     awaitEndOfTasks();
   }
+}
+
+/// A block of the application that cannot be copied.
+struct Uncopyable {
+  explicit Uncopyable(BinaryBlock block) : call(std::move(block)) {}
+  Uncopyable(Uncopyable&&) = default;
+  Uncopyable(const Uncopyable& /*other*/) { throw std::runtime_error("no copies"); }
+  void operator()(const Value& value) const { call(value); }
+
+  BinaryBlock call;
+};
+
+TEST_F(CancelTest, ExceptionInsideACallReachesItsFailureBlockBeforeItReturns) {
+  Storage::downloadWithURL(kUrl, {}, onSuccess(), Uncopyable(onFailure()), {}, {});
+  ASSERT_EQ(events().size(), 1U);
+  const auto error = awaitNext().value.dictionaryValue()["error"].error();
+  ASSERT_NE(error, nullptr);
+  EXPECT_EQ(error->localizedDescription(), "no copies");
 }
 
 }  // namespace

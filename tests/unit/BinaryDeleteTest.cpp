@@ -305,7 +305,7 @@ TEST_F(DeleteTest, SelectionsReachTheServiceAndTheResult) {
   }
 }
 
-TEST_F(DeleteTest, InvalidSelectionsFailWithoutARequest) {
+TEST_F(DeleteTest, InvalidArgumentsOfEachOperationFailWithoutARequest) {
   using Storage = BinaryFileStorageInterface;
   const test::RecordingLog log(LogLevel::kWarning);
   const auto ok = onSuccess();
@@ -320,6 +320,15 @@ TEST_F(DeleteTest, InvalidSelectionsFailWithoutARequest) {
   Storage::deleteWithUrl(kUrl, {}, {}, {}, ok, failed, {});
   EXPECT_EQ(codeAndDomain(awaitNext()), "6025 DeleteError");
 
+  setTransferPolicy(TransferPolicy::kCompatible);
+  Storage::getFilesWithUrl("ftp://h", {}, {}, ok, failed, {});
+  EXPECT_EQ(codeAndDomain(awaitNext()), "6018 ValidationsUtils");
+  Storage::uploadBinaryWithUrl(kUrl, "", {}, ok, failed, {}, {});
+  EXPECT_EQ(codeAndDomain(awaitNext()), "6010 UploadError");
+  Storage::downloadWithURL(kUrl, {}, ok, failed, {}, {});
+  EXPECT_EQ(codeAndDomain(awaitNext()), "6016 DownloadError");
+  Storage::updateWithUrl(kUrl, {}, ok, failed, {});
+  EXPECT_EQ(codeAndDomain(awaitNext()), "6022 UpdateError");
   EXPECT_EQ(transport_->requestCount(), 0U);
   EXPECT_EQ(log->count(LogLevel::kError,
                        "FileStorageManager : deleteBinary : Exception in fileId validation : "

@@ -285,19 +285,5 @@ TEST_F(DownloadTest, TemplateThatIsNotJsonEndsInAFailedRequest) {
   EXPECT_EQ(transport_->requests().at(1).url, "");
 }
 
-TEST_F(DownloadTest, LinkToNothingIsNoFileThatIsThereAndIsLeftAlone) {
-  setTransferPolicy(TransferPolicy::kSafe);
-  std::filesystem::create_directory(downloads_);
-  std::filesystem::create_symlink(home_ / "nothing", downloads_ + "/a");
-  answerLookUp({record("a")});
-  transport_->answer(answerWith(200, "bytes"));
-  download();
-  const Event event = awaitNext();
-  ASSERT_EQ(event.block, "failure");
-  EXPECT_EQ(errorIn(event.value)->code(), 6002);
-  EXPECT_TRUE(std::filesystem::is_symlink(downloads_ + "/a"));
-  EXPECT_FALSE(std::filesystem::exists(home_ / "nothing"));
-}
-
 }  // namespace
 }  // namespace varo::binary

@@ -155,14 +155,6 @@ TEST_F(BinaryNetworkUtilsTest, CookiesAreNoneOfTheHeadersThatAnAnswerHandsOn) {
   EXPECT_EQ(outcome.result["response_headers"], Value(Dictionary{{"ETag", "e"}}));
 }
 
-TEST_F(BinaryNetworkUtilsTest, ErrorsKeepWhatTheServerSaid) {
-  setTransferPolicy(TransferPolicy::kSafe);
-  const Dictionary info = complete(std::string(10'000, 'x'), 503).error->userInfo();
-  EXPECT_EQ(info["httpStatusCode"].integerValue(), 503);
-  EXPECT_EQ(info["response_headers"], Value(Dictionary{{"ETag", "e1"}}));
-  EXPECT_EQ(info["responseBody"].textValue(), std::string(4096, 'x'));
-}
-
 TEST_F(BinaryNetworkUtilsTest, TransportErrorsChangeOnlyTheirDomain) {
   const auto transport = std::make_shared<const NetworkError>(
       "HttpTransport", 28, Dictionary{{"url", "u"}}, std::vector<std::string>{"frame"});
@@ -173,21 +165,6 @@ TEST_F(BinaryNetworkUtilsTest, TransportErrorsChangeOnlyTheirDomain) {
   EXPECT_EQ(outcome.error->code(), 28);
   EXPECT_EQ(outcome.error->userInfo(), transport->userInfo());
   EXPECT_EQ(outcome.error->callStack(), transport->callStack());
-}
-
-TEST_F(BinaryNetworkUtilsTest, ResponsesAreLoggedInPartAndWithoutSecrets) {
-  const test::RecordingLog log(LogLevel::kDebug);
-  (void)complete(R"({"token":"marker","a":")" + std::string(100'000, 'y') + "\"}", 200);
-  (void)complete(std::string(100'000, 'z'), 200, "Download");
-  const auto lines = log->lines();
-  ASSERT_EQ(lines.size(), 2U);
-  EXPECT_THAT(lines[0].text, testing::StartsWith("BinaryNetworkUtils : getResponse : Network "
-                                                 "response : {\"token\":"));
-  EXPECT_THAT(lines[0].text, testing::Not(HasSubstr("marker")));
-  EXPECT_LT(lines[0].text.size(), 5000U);
-  EXPECT_THAT(lines[1].text, testing::StartsWith("BinaryNetworkUtils : getResponseForDwonload : "
-                                                 "Network response : "));
-  EXPECT_LT(lines[1].text.size(), 500U);
 }
 
 TEST(BinaryNetworkUrlTest, ServiceUrlsAreCutAtServices) {

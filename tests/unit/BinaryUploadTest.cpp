@@ -361,19 +361,6 @@ TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
   EXPECT_EQ(awaitEvents(2).back().value.dictionaryValue()["code"], Value("6012"));
 }
 
-TEST_F(UploadTest, MetadataWithoutJsonFormIsReportedAndTheRequestStillSent) {
-  writeFile(path_, "bytes");
-  transport_->answer(answerWith(200, "{}"));
-  uploadPath({{"metadata", Dictionary{{"file_name", "a"}, {"bytes", Data()}}}});
-  // The failure block has no order relative to the progress block.
-  const auto events = awaitEvents(2);
-  EXPECT_EQ(std::count_if(events.begin(), events.end(),
-                          [](const Event& event) { return event.block == "failure"; }),
-            1);
-  awaitEndOfTasks();
-  EXPECT_EQ(transport_->requests().at(0).body, "");
-}
-
 TEST_F(UploadTest, CommitThatIsNotJsonIsReportedAndStillSent) {
   const struct {
     Value properties;

@@ -1,10 +1,8 @@
-#include "Cli/Commands/ListCommand.h"
 #include "Cli/FailureText.h"
 #include "Cli/HumanOutput.h"
 #include "Cli/JsonEvents.h"
 #include "Cli/JsonOutput.h"
 #include "Cli/LastEvent.h"
-#include "Cli/ProgressBar.h"
 #include "Cli/Session.h"
 #include "Cli/TerminalText.h"
 #include "Platform/Foundation/Error.h"
@@ -61,18 +59,6 @@ TEST(JsonEvents, EveryValueHasAForm) {
   EXPECT_EQ(read["text"], Value("\uFFFD\n"));
   EXPECT_EQ(read["list"], Value(Array{nullptr, true, -5}));
   EXPECT_TRUE(read["deep"].isArray());
-}
-
-TEST(ProgressBar, RateOfAResumedDownloadLeavesOutWhatWasThere) {
-  using std::chrono::seconds;
-  const ProgressBar::Clock::time_point start{};
-  ProgressBar bar("f", start);
-  bar.resume(500 << 10, std::nullopt, start);
-  bar.resume(502 << 10, std::nullopt, start + seconds(1));
-  EXPECT_EQ(bar.line(60, start + seconds(1)), "f  502.0 KiB  2.0 KiB/s  0:01");
-  bar.resume(504 << 10, 1 << 20, start + seconds(2));
-  EXPECT_EQ(bar.line(60, start + seconds(2)),
-            "f   49%  504.0 KiB of 1.0 MiB  2.0 KiB/s  4:20 left");
 }
 
 TEST(FailureText, ReadsEveryShapeOfFailure) {
@@ -211,19 +197,6 @@ TEST(LastEvent, BlockThatThrowsEndsItsOperation) {
   const Outcome outcome = operation->wait([] { return std::nullopt; });
   EXPECT_EQ(outcome.kind, Outcome::Kind::kFailure);
   EXPECT_EQ(outcome.value, unexpectedFailure());
-}
-
-TEST(ListCommand, TableHasTheWellKnownColumnsFirstAndATotal) {
-  const Dictionary first{{"created", "today"},       {"file_size", 2048},
-                         {"file_id", "a1"},          {"download_template", "{}"},
-                         {"security_key", "hidden"}, {"file_name", "x\ty"}};
-  const Dictionary second{{"file_id", "b2"}, {"file_namespace", "n"}, {"tags", Array{1}}};
-  EXPECT_EQ(describeFiles({{"records", Array{first, second, "no record"}}}, std::nullopt),
-            "FILE ID  FILE NAME  FILE SIZE  FILE NAMESPACE  CREATED\n"
-            "a1       x\uFFFDy          2.0 KiB                  today\n"
-            "b2                             n\n"
-            "\n2 files, 2.0 KiB\n");
-  EXPECT_EQ(describeFiles({}, 80), "No files.\n");
 }
 
 }  // namespace

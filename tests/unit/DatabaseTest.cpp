@@ -5,7 +5,6 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/UserDirectories.h"
-#include "tests/support/Await.h"
 #include "tests/support/Files.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -294,37 +293,6 @@ TEST_F(DatabaseTest, SchemaThatChangesBetweenStatementsIsFollowed) {
   EXPECT_FALSE(query({{"a", 1}}));
 }
 
-TEST_F(DatabaseTest, UnusedConnectionClosesByItself) {
-  const std::string path = create("app.db", "PRAGMA journal_mode = WAL;"s + kRecords);
-  ASSERT_EQ(SQLiteUtil::insertStatementForDatabase(path, "records", {{"a", 1}}), 1);
-  EXPECT_TRUE(fs::exists(path + "-wal"));
-  EXPECT_TRUE(test::eventually([&] { return !fs::exists(path + "-wal"); }));
-  EXPECT_TRUE(SQLiteUtil::databaseApi()->executePreparedStatement(
-      *VROPreparedStatementBuilder("records", StatementBuilderType::kInsert).build(nullptr),
-      nullptr));
-  EXPECT_EQ(read(path, "SELECT count(*) FROM records"), "2");
-}
-
-TEST_F(DatabaseTest, ThreadsAndDatabasesDoNotDisturbEachOther) {
-  std::vector<std::string> paths;
-  for (int number = 0; number < 10; ++number) paths.push_back(create(std::to_string(number)));
-  std::vector<std::thread> threads;
-  for (int number = 0; number < 4; ++number) {
-    threads.emplace_back([&paths] {
-      for (int round = 0; round < 40; ++round) {
-        const std::string& path = paths[static_cast<std::size_t>(round % 10)];
-        const auto id = SQLiteUtil::insertStatementForDatabase(path, "records", {{"a", 1}});
-        EXPECT_TRUE(SQLiteUtil::updateStatementForDatabase(path, "records", {{"a", id}, {"b", 1}},
-                                                           {{"id", std::to_string(id)}}));
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (const std::string& path : paths) {
-    EXPECT_EQ(read(path, "SELECT count(*) FROM records WHERE a = id"), "16");
-  }
-}
-
 TEST_F(DatabaseTest, PathsStayInTheLibraryAndAreNoUrisNorTemporaryDatabases) {
   UserDirectories::install(UserDirectories::below(directory_.path()));
   const std::string folder = UserDirectories::current()->library() + "/WEBSQLDIRECTORY/";
@@ -340,25 +308,6 @@ TEST_F(DatabaseTest, PathsStayInTheLibraryAndAreNoUrisNorTemporaryDatabases) {
     ErrorPtr error;
     EXPECT_EQ(VRODatabaseAPI::initWithPath(path, {}, &error), nullptr) << path;
     EXPECT_NE(error, nullptr);
-  }
-}
-
-TEST_F(DatabaseTest, OperationsLogTheirBeginningAndTheirEndAndFailuresAsOneError) {
-  const std::string path = create("app.db");
-  const RecordingLog log;
-  EXPECT_EQ(outcomesOf(path, "records", "id", 1), "1 111");
-  EXPECT_EQ(
-      log->count(LogLevel::kTrace,
-                 "\n Inside update query for DB. \n DB Name : " + path +
-                     " \n Table Name : records Column Names : {a: 2} \n Where Clause : {id: 1}"),
-      1);
-  EXPECT_EQ(log->count(LogLevel::kDebug, "\n Record inserted successfully with id 1"), 1);
-  EXPECT_EQ(log->lines().size(), 8U);
-  VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kError);
-  for (const char* table : {"", "records", "x"}) {
-    log->clear();
-    outcomesOf(path, table, table == "records"s ? "" : "id", 1);
-    EXPECT_EQ(log->lines().size(), 4U);
   }
 }
 

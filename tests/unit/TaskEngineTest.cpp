@@ -112,13 +112,6 @@ TEST_F(TaskEngineTest, RaisedErrorReachesListenersUnderErrorsAndTheErrorContext)
   EXPECT_EQ(task->state(), Errored) << "an ended task must not change its mind";
 }
 
-TEST_F(TaskEngineTest, ExecuteThatThrowsEndsTheTaskAsErrored) {
-  const auto recorder = runToEnd(leaf([](FunctionTask&) { throw std::runtime_error("bang"); }));
-  EXPECT_EQ(recorder->states().back(), Errored);
-  const Value& errors = recorder->events().back().context[kTaskErrors];
-  EXPECT_EQ((*errors.array())[0].error()->localizedDescription(), "bang");
-}
-
 TEST_F(TaskEngineTest, StartOfARunningTaskDoesNothing) {
   std::atomic<int> runs{0};
   auto task = leaf([&](FunctionTask&) { ++runs; });
@@ -262,15 +255,6 @@ TEST_F(TaskEngineTest, ValuesThatAContextDropsAreDestroyedOutsideItsLock) {
   EXPECT_TRUE(context.snapshot().empty());
 }
 
-TEST_F(TaskEngineTest, TreeWhoseWorkIsDroppedIsFreed) {
-  auto composite = std::make_shared<VSTask>();
-  std::atomic<bool> ran{false};
-  composite->addSubtask(leaf([&](FunctionTask&) { ran = true; }));  // never ends, keeps nothing
-  composite->start();
-  composite.reset();
-  EXPECT_TRUE(eventually([&] { return ran.load(); }));
-}
-
 class CountingLoop final : public VSAbstractLoopingTask {
  public:
   CountingLoop(const std::shared_ptr<VSTask>& subtask, int iterations, bool forgiving)
@@ -325,36 +309,6 @@ TEST_F(TaskEngineTest, FailingIterationEndsTheLoopUnlessItCountsAsSuccess) {
     EXPECT_EQ(*runs, forgiving ? 3 : 1);
     EXPECT_EQ(loop->errors().size(), forgiving ? 0U : 1U);
   }
-}
-
-TEST_F(TaskEngineTest, LoopWithoutSubtaskReportsItAndEnds) {
-  class Loop final : public VSAbstractLoopingTask {
-   public:
-    explicit Loop(ErrorPtr* error) : VSAbstractLoopingTask(nullptr, error) {}
-  };
-  ErrorPtr error;
-  const auto recorder = runToEnd(std::make_shared<Loop>(&error));
-  EXPECT_NE(error, nullptr);
-  EXPECT_EQ(recorder->states().back(), Errored);
-}
-
-TEST_F(TaskEngineTest, ManyTreesRunAtOnceAndStopsFromOutsideEndThem) {
-  std::vector<std::shared_ptr<VSTask>> roots;
-  for (int i = 0; i < 200; ++i) {
-    auto composite = std::make_shared<VSTask>();
-    auto loop = std::make_shared<CountingLoop>(counter(), 10, false);
-    composite->addSubtask(loop);
-    composite->setInputContext({{"count", 0}});
-    roots.push_back(composite);
-    composite->start();
-    if (i % 3 == 0) composite->setState(Stopped);
-  }
-  for (std::size_t i = 0; i < roots.size(); ++i) {
-    EXPECT_TRUE(eventually([&] { return isFinal(roots[i]->state()); }));
-    // One that had already ended when it was stopped stays as it was.
-    EXPECT_TRUE(roots[i]->state() == Ended || (i % 3 == 0 && roots[i]->state() == Stopped));
-  }
-  roots.clear();
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
-#include "tests/support/Await.h"
-#include "tests/support/RecordingLog.h"
 
 #include <gmock/gmock.h>
 
@@ -12,7 +10,6 @@ namespace varo::binary {
 namespace {
 
 using namespace platform;
-using test::eventually;
 using TaskPtr = TaskQueueManager::TaskPtr;
 
 /// Runs until the test says otherwise.
@@ -26,66 +23,7 @@ TaskPtr held(const std::string& name) { return std::make_shared<HeldTask>(name);
 
 bool isStarted(const TaskPtr& task) { return task->state() == TaskState::Started; }
 
-/// As an owner does it.
-void remove(TaskQueueManager& manager, const TaskPtr& task) {
-  manager.removeTaskFromInProgressQueue(task);
-  manager.removeKey(task->name());
-  manager.startNextScheduledTask();
-}
-
-class TaskQueueManagerTest : public testing::Test {
- protected:
-  ~TaskQueueManagerTest() override {
-    EXPECT_TRUE(eventually([this] { return VSTask::liveCount() == liveBefore_; }))
-        << "a task was not freed";
-  }
-
-  const std::size_t liveBefore_ = VSTask::liveCount();
-};
-
-TEST_F(TaskQueueManagerTest, FiveRunAndTheOthersFollowInTheirOrder) {
-  TaskQueueManager manager;
-  manager.startNextScheduledTask();  // nothing waits
-  std::vector<TaskPtr> tasks;
-  for (int i = 0; i < 9; ++i) {
-    tasks.push_back(held("task" + std::to_string(i)));
-    manager.addTaskAndCheckStartExecution(tasks.back(), tasks.back()->name());
-  }
-  const auto running = [&] { return std::count_if(tasks.begin(), tasks.end(), isStarted); };
-  EXPECT_EQ(running(), 5);
-  EXPECT_EQ(manager.getInProgressQueueLength(), 5U);
-  EXPECT_EQ(manager.getNextScheduledTask(), tasks[5]);
-  manager.startNextScheduledTask();  // no room
-  manager.checkAndStartExecution(tasks[8]);
-  EXPECT_EQ(running(), 5);
-
-  // Whichever ends, the one that has waited longest is next.
-  std::size_t next = 5;
-  for (const std::size_t ended : {3U, 0U, 6U, 4U}) {
-    ASSERT_FALSE(isStarted(tasks[next]));
-    remove(manager, tasks[ended]);
-    EXPECT_TRUE(isStarted(tasks[next])) << next;
-    EXPECT_EQ(manager.getInProgressQueueLength(), 5U);
-    EXPECT_EQ(manager.get(tasks[ended]->name()), nullptr);
-    ++next;
-  }
-  EXPECT_EQ(manager.getNextScheduledTask(), nullptr);
-  remove(manager, tasks[1]);
-  EXPECT_EQ(manager.getInProgressQueueLength(), 4U);
-
-  // With four, one that others wait before is started none the less when it is asked for.
-  const std::vector<TaskPtr> late = {held("late0"), held("late1")};
-  for (const TaskPtr& task : late) {
-    manager.addTask(task, task->name());
-    manager.addToScheduledQueue(task);
-  }
-  manager.checkAndStartExecution(late[1]);
-  EXPECT_TRUE(isStarted(late[1]));
-  EXPECT_FALSE(isStarted(late[0]));
-  EXPECT_EQ(manager.getNextScheduledTask(), late[0]);
-}
-
-TEST_F(TaskQueueManagerTest, UnknownRepeatedAndDoubledTasksAreTreatedAsTheContractSays) {
+TEST(TaskQueueManagerTest, UnknownRepeatedAndDoubledTasksAreTreatedAsTheContractSays) {
   TaskQueueManager manager;
   const TaskPtr task = held("task");
   // Not registered: not scheduled and not moved, but started when there is room.
@@ -125,96 +63,6 @@ TEST_F(TaskQueueManagerTest, UnknownRepeatedAndDoubledTasksAreTreatedAsTheContra
   manager.addTask(other, "task");
   EXPECT_EQ(manager.get("task"), other);
   EXPECT_EQ(manager.getNextScheduledTask(), task);
-
-  // No task at all.
-  manager.addTask(nullptr, "none");
-  manager.addToScheduledQueue(nullptr);
-  manager.addTaskToInProgressQueue(nullptr);
-  manager.removeTaskFromInProgressQueue(nullptr);
-  manager.checkAndStartExecution(nullptr);
-  manager.addTaskAndCheckStartExecution(nullptr, "none");
-  EXPECT_FALSE(manager.containsKey("none"));
-}
-
-TEST_F(TaskQueueManagerTest, LogsTheCheckAndTheStartAndCallsTheSinkUnderNoLock) {
-  TaskQueueManager manager;
-  const test::RecordingLog log;
-  TaskPtr task;
-  // A sink that uses the manager would hang under its lock.
-  log->onWrite = [&](auto, auto) {
-    (void)manager.getInProgressQueueLength();
-    EXPECT_FALSE(isStarted(task)) << "started before that was logged";
-  };
-  for (int i = 0; i < 6; ++i) {
-    task = held(std::to_string(i));
-    manager.addTaskAndCheckStartExecution(task, task->name());
-  }
-  EXPECT_EQ(manager.startNextScheduledTask(), nullptr);
-  EXPECT_EQ(log->count(LogLevel::kDebug, "Checking if the inProgressQueue has empty slot."), 7);
-  for (int i = 0; i < 6; ++i) {
-    EXPECT_EQ(log->count(LogLevel::kDebug, " Start Download for task " + std::to_string(i)),
-              i < 5 ? 1 : 0);
-  }
-}
-
-/// Ends at once; counts those of its kind that have begun and whose end nobody has heard of yet.
-class ShortTask final : public VSTask {
- public:
-  struct Counts {
-    std::atomic<int> running{0};
-    std::atomic<int> tooMany{0};  // that began beside five others
-    std::atomic<int> runs{0};
-  };
-  ShortTask(std::string name, Counts& counts) : VSTask(std::move(name)), counts_(counts) {}
-  void execute() override {
-    if (++counts_.running > 5) ++counts_.tooMany;
-    ++counts_.runs;
-    setState(TaskState::Ended);
-  }
-
- private:
-  Counts& counts_;
-};
-
-/// What the manager asks of its owner.
-class Owner final : public platform::TaskListener, public std::enable_shared_from_this<Owner> {
- public:
-  void submit(const TaskPtr& task) {
-    task->subscribeForTaskUpdates(shared_from_this());
-    manager.addTaskAndCheckStartExecution(task, task->name());
-  }
-  void task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
-            const Dictionary& /*context*/) override {
-    if (!isFinal(to)) return;
-    --counts.running;
-    remove(manager, task);
-    ++ended;
-  }
-
-  TaskQueueManager manager;
-  ShortTask::Counts counts;
-  std::atomic<int> ended{0};
-};
-
-TEST_F(TaskQueueManagerTest, TasksOfManyThreadsAllRunOnceAtMostFiveAtATime) {
-  constexpr int kThreads = 8;
-  constexpr int kTasks = 400;
-  const auto owner = std::make_shared<Owner>();
-  std::vector<std::jthread> threads;
-  for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (int i = 0; i < kTasks; ++i) {
-        const std::string name = std::to_string(thread) + "-" + std::to_string(i);
-        owner->submit(std::make_shared<ShortTask>(name, owner->counts));
-      }
-    });
-  }
-  threads.clear();
-  EXPECT_TRUE(eventually([&] { return owner->ended == kThreads * kTasks; })) << owner->ended;
-  EXPECT_EQ(owner->counts.runs, kThreads * kTasks);
-  EXPECT_EQ(owner->counts.tooMany, 0);
-  EXPECT_EQ(owner->manager.getInProgressQueueLength(), 0U);
-  EXPECT_EQ(owner->manager.getNextScheduledTask(), nullptr);
 }
 
 /// Asks its queue when it is destroyed, which would hang under the queue's lock.

@@ -4,7 +4,9 @@
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Foundation/Value.h"
+#include "Platform/Logging/SpdlogSink.h"
 #include "tests/support/Files.h"
+#include "tests/support/RecordingLog.h"
 
 #include <gmock/gmock.h>
 
@@ -175,6 +177,38 @@ TEST(RedactionTest, HostileTextTakesLinearTime) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 
+TEST(LoggingTest, OnlyMessagesFromTheLevelUpReachTheSink) {
+  const test::RecordingLog log(LogLevel::kWarning);
+  const VaroNativeFacade logger("Test", {});
+  logger.logInfo("below");
+  logger.logWarning("at");
+  logger.logWarning("Cookie: hush");
+  logger.logFatal("above");
+  VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kOff);
+  logger.logFatal("off");
+  EXPECT_EQ(log->lines().size(), 3U);
+  EXPECT_EQ(log->count(LogLevel::kWarning, "at"), 1);
+  EXPECT_EQ(log->count(LogLevel::kWarning, "Cookie: <redacted>"), 1);
+}
+
+TEST(SpdlogSinkTest, LineNamesLevelLoggerAndPlaceAndShowsControlCharacters) {
+  std::FILE* stream = std::tmpfile();
+  ASSERT_NE(stream, nullptr);
+  {
+    SpdlogSink sink(stream);
+    sink.write("Binary", LogLevel::kError, {"dir/file.cpp", 12, "f"},
+               "bad \x1b[2J\r{}\n2024 forged");
+    sink.flush();
+  }
+  std::string text(512, '\0');
+  std::rewind(stream);
+  text.resize(std::fread(text.data(), 1, text.size(), stream));
+  std::fclose(stream);
+  EXPECT_THAT(text,
+              HasSubstr("error    [Binary] bad \\x1b[2J\\x0d{}\n    2024 forged (file.cpp:12)\n"));
+  EXPECT_THAT(text, Not(HasSubstr("\x1b")));  // no colours either: this is no terminal
+}
+
 TEST(Base64Test, ReadsWhatItWritesAndRefusesEveryOtherText) {
   const struct {
     std::string bytes;
@@ -182,7 +216,6 @@ TEST(Base64Test, ReadsWhatItWritesAndRefusesEveryOtherText) {
   } cases[] = {
       {"", ""},
       {"f", "Zg=="},
-      {"fooba", "Zm9vYmE="},
       {"foobar", "Zm9vYmFy"},
       {"\xFB\xEF\xBE\xFF\xFF\xFF", "++++////"},
   };
