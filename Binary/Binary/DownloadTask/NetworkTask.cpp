@@ -328,7 +328,7 @@ void NetworkTask::send(const Request& request) {
     const Dictionary userInfo{
         {std::string(platform::kErrorMessageKey), error.localizedDescription()},
         {std::string(platform::kUnderlyingError), headers.error()}};
-    return enterLater([this, request, failure = cause(error.code(), userInfo)] {
+    return enter([this, request, failure = cause(error.code(), userInfo)] {
       return isCurrent(request) ? fail(failure) : Effects{};
     });
   }
@@ -346,7 +346,7 @@ void NetworkTask::send(const Request& request) {
         }
       });
   // A pause may have come first.
-  enterLater([this, request, transfer = std::move(transfer)]() -> Effects {
+  enter([this, request, transfer = std::move(transfer)]() -> Effects {
     if (!isCurrent(request)) return {.cancel = transfer, .send = {}};
     run_->transfer = transfer;
     return {};
@@ -365,7 +365,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
                             request.question.mayStartOver();
     const ErrorPtr failure =
         CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
-    return enterLater([this, request, startsOver, error, failure] {
+    return enter([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
       logger().logError(kRequestFailed, error->description());
       logger().logError(kClientSide);
@@ -382,7 +382,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
   const RangeVerdict verdict = judge(request.question, answer.said);
   const ErrorPtr failure =
       verdict.kind == RangeVerdict::Kind::kError ? causeOf(request, verdict, answer) : nullptr;
-  enterLater([this, request, verdict, failure, body = answer.body] {
+  enter([this, request, verdict, failure, body = answer.body] {
     if (isCurrent(request)) return checkForErrors(verdict, body, failure);
     logger().logDebug(kTaskInterrupted);  // whoever goes on asks for this range anew
     return Effects{};
