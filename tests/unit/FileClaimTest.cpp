@@ -63,6 +63,8 @@ TEST(StepQueueTest, WhoDecidesNeverWaitsForWhoActs) {
         acts.set_value();
         mayGoOn.get_future().wait();
         order.push_back(1);
+        // What another thread has decided meanwhile comes first.
+        steps.run([&]() -> StepQueue::Effects { return {[&] { order.push_back(3); }}; });
       }};
     });
   });
@@ -74,8 +76,8 @@ TEST(StepQueueTest, WhoDecidesNeverWaitsForWhoActs) {
   });
   EXPECT_TRUE(isDecided);
   mayGoOn.set_value();
-  other.join();  // it did the second one's too
-  EXPECT_THAT(order, ElementsAre(1, 2));
+  other.join();  // it did the second one's, too
+  EXPECT_THAT(order, ElementsAre(1, 2, 3));
 }
 
 TEST(StepQueueTest, ListenersHearOfAStepsChangesWhenItHasLeftTheQueue) {
@@ -148,8 +150,8 @@ TEST_F(FileClaimTest, ReadsWhatAProcessThatDiedAtAnyMomentHasLeft) {
   const struct {
     std::string left, validator;
     bool isBroken;
-  } cases[] = {{"", "", false},                    // it had noted nothing
-               {"new\n", "new", false},            //
+  } cases[] = {{"", "", false},                      // it had noted nothing
+               {"new\n", "new", false},              //
                {"new\nmuch older\n", "new", false},  // before what is behind was cut off
                {"ne", "", true},
                {"\n", "", false}};
@@ -169,16 +171,15 @@ TEST_F(FileClaimTest, PartialFileOfAProcessThatDiedIsGoneOnWith) {
   const std::string noted = ObjectValidator{.entityTag = "\"1\"", .total = 10}.text() + "\n";
   const struct {
     std::string hidden, bytes, row, firstRange;
-  } cases[] = {
-      // The row names the file; whoever claimed it last died before he had noted anything.
-      {"", "0123", "named", "bytes=4-7"},
-      {noted, "0123", "named", "bytes=4-7"},
-      {"{\"etag\":", "0123", "named", "bytes=0-3"},
-      {"no validator\n", "0123", "named", "bytes=0-3"},
-      // All is there: nothing is asked for, whether or not the row has heard of the file.
-      {noted, "0123456789", "named", ""},
-      {noted, "0123456789", "", ""},
-      {ObjectValidator{.total = 10}.text() + "\n", "0123456789", "", ""}};
+  } cases[] = {// The row names the file; whoever claimed it last died before he had noted anything.
+               {"", "0123", "named", "bytes=4-7"},
+               {noted, "0123", "named", "bytes=4-7"},
+               {"{\"etag\":", "0123", "named", "bytes=0-3"},
+               {"no validator\n", "0123", "named", "bytes=0-3"},
+               // All is there: nothing is asked for, whether or not the row has heard of the file.
+               {noted, "0123456789", "named", ""},
+               {noted, "0123456789", "", ""},
+               {ObjectValidator{.total = 10}.text() + "\n", "0123456789", "", ""}};
   int id = 10;
   for (const TransferPolicy policy : kBothPolicies) {
     setTransferPolicy(policy);
@@ -223,7 +224,8 @@ TEST_F(FileClaimTest, ReplacedObjectStartsOverOnceInANewProcess) {
     setTransferPolicy(policy);
     makeDatabase();
     std::filesystem::remove(pathOf("1"));
-    transport_->setHandler([object = object_](const auto& request) { return object.answer(request); });
+    transport_->setHandler(
+        [object = object_](const auto& request) { return object.answer(request); });
     EXPECT_EQ(pausedBlob("a"), "1");
     clear(policy == TransferPolicy::kSafe);
     const RangedObject other{.bytes = "abcdefghij", .tag = "\"2\""};
@@ -250,8 +252,9 @@ TEST_F(FileClaimTest, FileOfAnotherProcessFailsTheDownloadAndLeavesTheRow) {
     start("7");
     const Call call = awaitNext();
     EXPECT_EQ(call.summary(), "start 7: DownloadTaskError 4");
-    EXPECT_THAT(call.error->userInfo()["PersistenceError"].dictionaryValue()
-                    [std::string(kLocalizedDescriptionKey)].textValue(),
+    EXPECT_THAT(call.error->userInfo()["PersistenceError"]
+                    .dictionaryValue()[std::string(kLocalizedDescriptionKey)]
+                    .textValue(),
                 HasSubstr("Another download is writing"));
     EXPECT_EQ(rows("SELECT localPath, state FROM varosyncBLOBSTOREMANAGER"), "/before|104");
     EXPECT_EQ(transport_->requestCount(), policy == TransferPolicy::kSafe ? 3U : 0U);
@@ -314,8 +317,7 @@ TEST_F(FileClaimTest, StartOfADownloadThatRunsTakesNoPlaceAndGivesNoneBack) {
   addBlob("a", 7, 101);
   Dictionary input = config({{kBlobId, "7"}, {kDBName, kDatabase}});
   input.set(kPrimaryKeys, Dictionary{{"pk", "a"}});
-  const auto download =
-      BlobDownload::create(input, OperationSettings::take(Dictionary()), places);
+  const auto download = BlobDownload::create(input, OperationSettings::take(Dictionary()), places);
   transport_->hold();
   download->start(block("start"));
   awaitHeld(1);
