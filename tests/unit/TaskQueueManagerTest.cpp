@@ -109,44 +109,9 @@ TEST(BoundedQueueTest, ItemsTakeThePlacesThereAreInTheirOrder) {
   EXPECT_TRUE(queue.schedule(all[1])) << "those taken may wait again";
 }
 
-TEST(BoundedQueueTest, WhatIsNotFitWaitsOnOrLeavesAndMakesWay) {
-  BoundedQueue<Item> queue(2);
-  std::vector<ItemPtr> all = items(4);
-  all[0]->queue = &queue;
-  all[1]->queue = &queue;
-  for (const ItemPtr& item : all) queue.schedule(item);
-  // 0 never starts, an odd one waits for 2.
-  const auto fit = [](const ItemPtr& item, const std::vector<ItemPtr>& running) {
-    const auto isTwo = [](const ItemPtr& other) { return other->number == 2; };
-    if (item->number == 0) return Admission::kDrop;
-    const bool mayStart = item->number == 2 || std::any_of(running.begin(), running.end(), isTwo);
-    return mayStart ? Admission::kStart : Admission::kWait;
-  };
-  const std::weak_ptr<Item> dropped = all[0];
-  all[0].reset();
-  EXPECT_FALSE(queue.takeToStart(all[1], fit));
-  EXPECT_EQ(queue.takeFirstToStart(fit), all[2]);
-  EXPECT_TRUE(dropped.expired());
-  EXPECT_EQ(queue.waiting(), 2U);
-  EXPECT_TRUE(queue.takeToStart(all[3], fit)) << "out of its turn";
-  EXPECT_EQ(queue.takeFirstToStart(fit), nullptr) << "no place";
-  queue.removeFromRunning(all[3]);
-  EXPECT_EQ(queue.takeFirstToStart(fit), all[1]);
-
-  const ItemPtr never = std::make_shared<Item>(0);
-  queue.removeFromRunning(all[1]);
-  queue.schedule(never);
-  EXPECT_FALSE(queue.takeToStart(never, fit));
-  EXPECT_FALSE(queue.isWaiting(never));
-}
-
-TEST(BoundedQueueTest, WhatIsSeenOfTheOthersHoldsUntilTheItemIsOneOfThem) {
-  // Each thread would start its item, of which one alone may run.
-  const auto alone = [](const ItemPtr&, const std::vector<ItemPtr>& running) {
-    return running.empty() ? Admission::kStart : Admission::kWait;
-  };
+TEST(BoundedQueueTest, OnePlaceIsTakenOnceByManyThreads) {
   for (int round = 0; round < 50; ++round) {
-    BoundedQueue<Item> queue(5);
+    BoundedQueue<Item> queue(1);
     std::atomic<int> started{0};
     std::latch all(4);
     {
@@ -155,7 +120,7 @@ TEST(BoundedQueueTest, WhatIsSeenOfTheOthersHoldsUntilTheItemIsOneOfThem) {
         threads.emplace_back([&, item] {
           queue.schedule(item);
           all.arrive_and_wait();
-          if (queue.takeToStart(item, alone)) ++started;
+          if (queue.takeToStart(item)) ++started;
         });
       }
     }

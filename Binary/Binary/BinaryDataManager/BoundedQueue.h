@@ -12,24 +12,12 @@
 
 namespace varo::binary {
 
-/// What may become of an item that waits when there is a place for it.
-enum class Admission {
-  kStart,
-  /// It stays where it is, and those behind it are looked at.
-  kWait,
-  /// It can never start and leaves the queue.
-  kDrop,
-};
-
 /// Which items wait, in their order, and which of them run, of which there are at most `places`.
 /// It starts nothing and watches nothing: who takes an item starts it, and removes it when it has
 /// come to its end. Items are told apart by identity and held until they are removed; none may be
 /// null. Each operation is atomic. Thread-safe.
 ///
-/// The lock is a leaf: nothing is destroyed under it, and nobody is called but the function `fit`
-/// of two operations, because what it sees of the others that run must hold until the item is one
-/// of them. `fit(item, running)`, an `Admission(const ItemPtr&, const std::vector<ItemPtr>&)`, is
-/// to look at the two and neither to call the queue nor to wait.
+/// The lock is a leaf: nothing is destroyed and nobody is called under it.
 template <typename T>
 class BoundedQueue {
  public:
@@ -48,46 +36,20 @@ class BoundedQueue {
 
   /// Moves the item to those that run, if it still waits and there is a place. Whether it did.
   [[nodiscard]] bool takeToStart(const ItemPtr& item) {
-    return takeToStart(item, [](const ItemPtr&, const auto&) { return Admission::kStart; });
-  }
-  /// The same, if it is fit as well. One to be dropped leaves the queue.
-  template <typename Fit>
-  [[nodiscard]] bool takeToStart(const ItemPtr& item, const Fit& fit) {
     const platform::MutexLock lock(mutex_);
     if (!hasPlaceLocked() || !positions_.contains(item.get())) return false;
-    const Admission admission = fit(item, running_);
-    if (admission == Admission::kStart) enterLocked(item);
-    if (admission == Admission::kDrop) leaveWaitingLocked(item);
-    return admission == Admission::kStart;
+    enterLocked(item);
+    return true;
   }
 
-  /// Moves the first that is fit, of those that wait, to those that run. Null where there is no
-  /// place or none is fit.
+  /// Moves the one that has waited longest to those that run. Null where there is no place or none
+  /// waits.
   [[nodiscard]] ItemPtr takeFirstToStart() {
-    return takeFirstToStart([](const ItemPtr&, const auto&) { return Admission::kStart; });
-  }
-  template <typename Fit>
-  [[nodiscard]] ItemPtr takeFirstToStart(const Fit& fit) {
-    std::list<ItemPtr> dropped;  // destroyed after the lock
     const platform::MutexLock lock(mutex_);
-    if (!hasPlaceLocked()) return nullptr;
-    for (auto next = waiting_.begin(); next != waiting_.end();) {
-      const auto current = next++;
-      switch (fit(*current, running_)) {
-        case Admission::kWait:
-          break;
-        case Admission::kDrop:
-          positions_.erase(current->get());
-          dropped.splice(dropped.end(), waiting_, current);
-          break;
-        case Admission::kStart: {
-          ItemPtr taken = *current;
-          enterLocked(taken);
-          return taken;
-        }
-      }
-    }
-    return nullptr;
+    if (!hasPlaceLocked() || waiting_.empty()) return nullptr;
+    ItemPtr first = waiting_.front();
+    enterLocked(first);
+    return first;
   }
 
   /// Enters the item among those that run, whatever their number, once more where it is one of

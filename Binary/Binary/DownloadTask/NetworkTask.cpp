@@ -193,10 +193,8 @@ NetworkTask::Effects NetworkTask::make(const Step& step) {
 
 void NetworkTask::enter(const Step& step) { perform(make(step)); }
 
-void NetworkTask::enterLater(Step step) {
-  Runtime::shared().pool().postOrRun([self = self<NetworkTask>(), step = std::move(step)] {
-    self->guarded([&] { self->enter(step); });
-  });
+void NetworkTask::enterFromAnswer(const Step& step) {
+  guarded([&] { performLater(make(step)); });
 }
 
 void NetworkTask::performLater(const Effects& effects) {
@@ -232,7 +230,7 @@ void NetworkTask::perform(const Effects& effects) {
 }
 
 void NetworkTask::failLater(const Request& request, std::string_view what) {
-  enterLater([this, request, error = cause(kErrorCode, what)] {
+  enterFromAnswer([this, request, error = cause(kErrorCode, what)] {
     return isCurrent(request) ? fail(error) : Effects{};
   });
 }
@@ -328,7 +326,7 @@ void NetworkTask::send(const Request& request) {
     const Dictionary userInfo{
         {std::string(platform::kErrorMessageKey), error.localizedDescription()},
         {std::string(platform::kUnderlyingError), headers.error()}};
-    return enter([this, request, failure = cause(error.code(), userInfo)] {
+    return enterFromAnswer([this, request, failure = cause(error.code(), userInfo)] {
       return isCurrent(request) ? fail(failure) : Effects{};
     });
   }
@@ -346,7 +344,7 @@ void NetworkTask::send(const Request& request) {
         }
       });
   // A pause may have come first.
-  enter([this, request, transfer = std::move(transfer)]() -> Effects {
+  enterFromAnswer([this, request, transfer = std::move(transfer)]() -> Effects {
     if (!isCurrent(request)) return {.cancel = transfer, .send = {}};
     run_->transfer = transfer;
     return {};
@@ -365,7 +363,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
                             request.question.mayStartOver();
     const ErrorPtr failure =
         CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
-    return enter([this, request, startsOver, error, failure] {
+    return enterFromAnswer([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
       logger().logError(kRequestFailed, error->description());
       logger().logError(kClientSide);
@@ -382,7 +380,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
   const RangeVerdict verdict = judge(request.question, answer.said);
   const ErrorPtr failure =
       verdict.kind == RangeVerdict::Kind::kError ? causeOf(request, verdict, answer) : nullptr;
-  enter([this, request, verdict, failure, body = answer.body] {
+  enterFromAnswer([this, request, verdict, failure, body = answer.body] {
     if (isCurrent(request)) return checkForErrors(verdict, body, failure);
     logger().logDebug(kTaskInterrupted);  // whoever goes on asks for this range anew
     return Effects{};

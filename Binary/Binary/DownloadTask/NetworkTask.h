@@ -107,9 +107,10 @@ class NetworkTask final : public platform::VSTask {
   [[nodiscard]] platform::ErrorPtr cause(std::int64_t code, std::string_view message) const;
 
   // Run a step when its turn comes, and then its effects. What either throws ends the run with an
-  // error. The second one returns at once and holds the task until all that is done.
+  // error. The second one leaves the effects to the pool: a transport that answers from inside
+  // `send` makes no recursion of a row of ranges.
   void enter(const Step& step);
-  void enterLater(Step step);
+  void enterFromAnswer(const Step& step);
   /// The step alone.
   [[nodiscard]] Effects make(const Step& step);
   void perform(const Effects& effects);

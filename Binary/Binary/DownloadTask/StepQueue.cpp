@@ -15,44 +15,44 @@ StepQueue::StepQueue(std::string label) : queue_(std::move(label)) {}
 
 void StepQueue::run(const std::function<Effects()>& step) {
   // Made before the step, so that nothing can fail between a state and what follows from it.
-  std::list<Effects> made(1);
+  std::list<Batch> made(1);
+  std::uint64_t own = 0;
   const bool isInStep = queue_.runsInThisThread();
-  // An effect that makes a step waits for what comes of it, as any other caller does.
-  const bool isNested = !isInStep && runsEffectsHere();
   {
     const platform::DeliveryHold hold;
     queue_.sync([&] {
-      made.front() = step();
-      if (isNested) return;
+      made.front().effects = step();
       // Inside the step, so that their order is that of the steps.
       const MutexLock lock(mutex_);
-      effects_.splice(effects_.end(), made);
+      own = made.front().number = ++lastNumber_;
+      batches_.splice(batches_.end(), made);
     });
   }
-  if (isNested) return runAll(made.front());
-  if (!isInStep) runEffects();
+  if (!isInStep) runEffects(own);
 }
 
-bool StepQueue::runsEffectsHere() const {
-  const MutexLock lock(mutex_);
-  return runner_ == std::this_thread::get_id();
-}
-
-void StepQueue::runEffects() noexcept {
+/// An effect that makes a step waits for what comes of it, as any other caller does; what was
+/// decided before comes first.
+void StepQueue::runEffects(std::uint64_t own) noexcept {
+  bool isNested = false;
+  {
+    const MutexLock lock(mutex_);
+    isNested = runner_ == std::this_thread::get_id();
+    if (!isNested && runner_ != std::thread::id()) return;
+    runner_ = std::this_thread::get_id();
+  }
   while (true) {
-    std::list<Effects> due;
+    std::list<Batch> due;
     {
       const MutexLock lock(mutex_);
-      const bool isAnother = runner_ != std::thread::id() && runner_ != std::this_thread::get_id();
-      if (isAnother) return;
-      if (effects_.empty()) {
-        runner_ = {};
+      const bool isDone = batches_.empty() || (isNested && batches_.front().number > own);
+      if (isDone) {
+        if (!isNested) runner_ = {};
         return;
       }
-      runner_ = std::this_thread::get_id();
-      due.splice(due.begin(), effects_, effects_.begin());
+      due.splice(due.begin(), batches_, batches_.begin());
     }
-    runAll(due.front());
+    runAll(due.front().effects);
   }
 }
 

@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/WorkQueue.h"
 
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <memory>
@@ -19,8 +20,8 @@ namespace varo::binary {
 /// Effects (call a block, write a row, start a task) run when the step has left the queue, one at a
 /// time and in the order of the steps. So whoever decides never waits for whoever acts, and an
 /// effect may call anything, this queue included: its own step and effects are then done before it
-/// goes on. What a step makes a task tell its listeners, they hear when the step has left the
-/// queue. Thread-safe.
+/// goes on, behind those of earlier steps that wait. What a step makes a task tell its listeners,
+/// they hear when the step has left the queue. Thread-safe.
 class StepQueue {
  public:
   using Effect = std::function<void()>;
@@ -42,18 +43,24 @@ class StepQueue {
   }
 
  private:
-  void runEffects() noexcept;
+  /// What one step has returned.
+  struct Batch {
+    std::uint64_t number = 0;
+    Effects effects;
+  };
+
+  void runEffects(std::uint64_t own) noexcept;
   void runAll(Effects& effects) const noexcept;
   void runEffect(const Effect& effect) const noexcept;
   void tell(std::string_view what) const noexcept;
-  [[nodiscard]] bool runsEffectsHere() const;
 
   platform::SerialQueue queue_;
   std::function<void(std::string_view)> onThrow_;  // constant after the first step
 
-  mutable platform::Mutex mutex_;
-  /// Those of each step together.
-  std::list<Effects> effects_ VARO_GUARDED_BY(mutex_);
+  platform::Mutex mutex_;
+  /// Those that nobody has begun with, in the order of their steps.
+  std::list<Batch> batches_ VARO_GUARDED_BY(mutex_);
+  std::uint64_t lastNumber_ VARO_GUARDED_BY(mutex_) = 0;
   /// The thread that runs effects now.
   std::thread::id runner_ VARO_GUARDED_BY(mutex_);
 };
