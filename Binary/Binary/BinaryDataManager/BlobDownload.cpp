@@ -42,7 +42,7 @@ constexpr std::string_view kPostProcessing =
     "Post processing task from finished queue for download task %@ . Calling the success callback.";
 
 constexpr std::string_view kStateChanged = "Download of blob %@ : %@ -> %@";
-constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "paused",
+constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "pausing", "paused",
                                             "ended",   "failed",  "stopped", "cleared"};
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
@@ -119,7 +119,7 @@ void BlobDownload::moveTo(State state) {
 bool BlobDownload::isUnderWay() const {
   bool isUnderWay = false;
   steps_->run([&]() -> Effects {
-    isUnderWay = state_ == State::kWaiting || state_ == State::kRunning;
+    isUnderWay = state_ == State::kWaiting || runs();
     return {};
   });
   return isUnderWay;
@@ -153,7 +153,7 @@ void BlobDownload::start(DownloadBlock completion) {
       return answer(block, available ? nullptr : error, available);
     }
     logger().logDebug(kScheduling, blobId_);
-    Effects effects = state_ == State::kRunning ? Effects() : schedule();
+    Effects effects = runs() ? Effects() : schedule();
     task_->startDownloadTaskCompletionBlock.swap(block);
     return effects;
   });
@@ -171,9 +171,11 @@ Effects BlobDownload::schedule() {
 void BlobDownload::pause(DownloadBlock completion) {
   ask(std::move(completion), [this](DownloadBlock& block) -> Effects {
     switch (state_) {
-      case State::kRunning: {
+      case State::kRunning:
+      case State::kPausing: {
         logger().logDebug(kCallingPause, blobId_);
         Effects effects{[task = task_] { task->pauseDownload(); }};
+        moveTo(State::kPausing);
         task_->pauseDownloadTaskCompletionBlock.swap(block);
         return effects;
       }
@@ -209,7 +211,7 @@ Effects BlobDownload::resumePaused(DownloadBlock& completion) {
   ErrorPtr notAvailable;
   if (const auto available = rows_.checkIfFileAvailable(&notAvailable)) {
     Effects effects{[forgotten] {}, nullptr};
-    effects.back() = answering(completion, nullptr, available);
+    effects.back() = answering(completion, blobId_, nullptr, available);
     forgotten->swap(task_->startDownloadTaskCompletionBlock);
     return effects;
   }
@@ -227,7 +229,7 @@ Effects BlobDownload::resumePaused(DownloadBlock& completion) {
 void BlobDownload::stop() {
   steps_->run([this]() -> Effects {
     const bool waits = state_ == State::kWaiting && settings_->isSafe();
-    if (state_ != State::kRunning && !waits) return {};
+    if (!runs() && !waits) return {};
     return end(State::kStopped,
                downloadError(kCodeInvalidStateForBinaryOperation, kDownloadStopped));
   });
@@ -244,7 +246,7 @@ void BlobDownload::clear() {
 /// a row that is being written is.
 Effects BlobDownload::end(State state, const ErrorPtr& error) {
   const bool isFailure = state == State::kFailed;
-  const auto waiting = std::make_shared<Waiting>();
+  const auto waiting = std::make_shared<WaitingBlocks>();
   Effects effects{[self = shared_from_this(), task = task_, claim = claim_] {
     task->unsubscribeForTaskUpdates(self);
     task->stop();
@@ -279,48 +281,17 @@ Effects BlobDownload::refuse(DownloadBlock& completion, std::string_view message
 Effects BlobDownload::answer(DownloadBlock& block, const ErrorPtr& error,
                              const Result& result) const {
   Effects effects(1);
-  effects.front() = answering(block, error, result);
+  effects.front() = answering(block, blobId_, error, result);
   return effects;
 }
 
-/// Takes the block, so that it is called once, and takes it last: what fails before leaves it where
-/// it is. It may be empty.
-StepQueue::Effect BlobDownload::answering(DownloadBlock& block, const ErrorPtr& error,
-                                          const Result& result) const {
-  const auto held = std::make_shared<DownloadBlock>();
-  StepQueue::Effect effect = [held, id = blobId_, error, result] {
-    if (*held) callBlock([&] { (*held)(id, error, result); });
-  };
-  held->swap(block);
-  return effect;
-}
-
 /// The blocks that `waiting` has when the effect's turn comes: a step takes them last.
-StepQueue::Effect BlobDownload::calling(const std::shared_ptr<Waiting>& waiting,
+StepQueue::Effect BlobDownload::calling(const std::shared_ptr<WaitingBlocks>& waiting,
                                         const ErrorPtr& error, const Result& result,
                                         const ErrorPtr& pauseError) const {
   return [waiting, id = blobId_, error, result, pauseError] {
-    const auto call = [&id](const DownloadBlock& block, const ErrorPtr& why, const Result& what) {
-      if (block) callBlock([&] { block(id, why, what); });
-    };
-    call(waiting->start, error, result);
-    call(waiting->resume, error, result);
-    call(waiting->pause, pauseError, pauseError == nullptr ? result : std::nullopt);
+    waiting->call(id, error, result, pauseError);
   };
-}
-
-void BlobDownload::Waiting::takeStartAndResume(DownloadTask& task) noexcept {
-  start.swap(task.startDownloadTaskCompletionBlock);
-  resume.swap(task.resumeDownloadTaskCompletionBlock);
-}
-
-void BlobDownload::Waiting::takePause(DownloadTask& task) noexcept {
-  pause.swap(task.pauseDownloadTaskCompletionBlock);
-}
-
-void BlobDownload::Waiting::take(DownloadTask& task) noexcept {
-  takeStartAndResume(task);
-  takePause(task);
 }
 
 // The run.
@@ -344,7 +315,7 @@ void BlobDownload::begin() {
 void BlobDownload::shutDown() {
   steps_->run([this]() -> Effects {
     if (state_ != State::kWaiting) return {};
-    const auto waiting = std::make_shared<Waiting>();
+    const auto waiting = std::make_shared<WaitingBlocks>();
     const ErrorPtr error = downloadError(kCodeInvalidStateForBinaryOperation, kLibraryShutDown);
     Effects effects{calling(waiting, error, std::nullopt, error)};
     moveTo(State::kCreated);
@@ -373,13 +344,13 @@ FileClaim::Lease BlobDownload::claimFile() {
   if (path.empty()) attempt.error = Error::fromErrno(EINVAL, "Creating", blobId_);
   // Inside of a step, so that what tells of the free file finds this download waiting for it.
   steps_->run([&]() -> Effects {
-    if (state_ != State::kRunning || attempt.error != nullptr) return {};
+    if (!runs() || attempt.error != nullptr) return {};
     attempt = FileClaim::acquire(path, [weak = weak_from_this()] {
       if (const auto self = weak.lock()) self->claimIsFree();
     });
     claim_ = attempt.claim;
     if (attempt.claim != nullptr || attempt.error != nullptr) return {};
-    const auto waiting = std::make_shared<Waiting>();
+    const auto waiting = std::make_shared<WaitingBlocks>();
     Effects effects{calling(waiting, nullptr, std::nullopt,
                             downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted)),
                     [self = shared_from_this()] {
@@ -418,10 +389,15 @@ void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   input.set(kFileClaim, claim->withoutLease());
   if (run == Run::kResumes) logger().logDebug(kResumeInput, blobId_, input);
   steps_->run([&]() -> Effects {
-    if (state_ != State::kRunning || claim_ != claim) return {};  // stopped meanwhile
+    if (!runs() || claim_ != claim) return {};  // stopped meanwhile
     task_->updateInputContext(input);
-    if (run == Run::kResumes) return {[task = task_] { task->resumeDownload(); }};
-    return {[task = task_] { task->start(); }};
+    Effects effects{
+        [task = task_, run] { run == Run::kResumes ? task->resumeDownload() : task->start(); }};
+    // A pause that came before there was anything to pause.
+    if (state_ == State::kPausing) {
+      effects.push_back([task = task_] { task->pauseDownload(); });
+    }
+    return effects;
   });
 }
 
@@ -444,7 +420,7 @@ void BlobDownload::fail(const FileClaim::Lease& claim, const Dictionary& context
 /// An allocation has failed, or a library has; the download has not, but cannot go on.
 void BlobDownload::threw(std::string_view what) {
   steps_->run([&]() -> Effects {
-    if (state_ != State::kRunning && state_ != State::kWaiting) return {};
+    if (!runs() && state_ != State::kWaiting) return {};
     return end(State::kFailed, failure(thrown(what)));
   });
 }
@@ -457,7 +433,7 @@ void BlobDownload::task(const std::shared_ptr<VSTask>& task, TaskState from, Tas
     // Held until the row is written, whoever stops the download meanwhile.
     FileClaim::Lease claim;
     steps_->run([&]() -> Effects {
-      if (state_ == State::kRunning && task == task_) claim = claim_;
+      if (runs() && task == task_) claim = claim_;
       return {};
     });
     if (claim == nullptr) return;
@@ -508,7 +484,7 @@ void BlobDownload::comeToRest(const FileClaim::Lease& claim, State state, const 
                               const Result& result) {
   steps_->run([&]() -> Effects {
     // It was stopped or cleared meanwhile, and may run again.
-    if (state_ != State::kRunning || claim_ != claim) return {};
+    if (!runs() || claim_ != claim) return {};
     return rest(state, error, result);
   });
 }
@@ -518,7 +494,7 @@ Effects BlobDownload::rest(State state, const ErrorPtr& error, const Result& res
   const ErrorPtr pauseError =
       isPaused ? nullptr : downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted);
   // All are taken before one is called: what that does may store another, for a later outcome.
-  const auto waiting = std::make_shared<Waiting>();
+  const auto waiting = std::make_shared<WaitingBlocks>();
   // The file first: from inside a block the next download of it may start, here or elsewhere.
   Effects effects{[self = shared_from_this(), task = task_, claim = claim_] {
                     if (claim != nullptr) claim->release();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/BinaryDataManager/DownloadRows.h"
+#include "Binary/Binary/BinaryDataManager/WaitingBlocks.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
@@ -77,6 +78,7 @@ class BlobDownload final : public platform::TaskListener,
     kCreated,
     kWaiting,  // for a place, or for another download of this process to give the file back
     kRunning,  // from its place on until the row says how it ended
+    kPausing,  // the same, since a pause was asked for
     kPaused,
     kEnded,
     kFailed,
@@ -85,15 +87,10 @@ class BlobDownload final : public platform::TaskListener,
   };
 
   void moveTo(State state);
-  /// The blocks that an outcome is for.
-  struct Waiting {
-    DownloadBlock start, resume, pause;
-
-    void takeStartAndResume(DownloadTask& task) noexcept;
-    void takePause(DownloadTask& task) noexcept;
-    void take(DownloadTask& task) noexcept;
-  };
-
+  /// From its place on until the row says how it ended.
+  [[nodiscard]] bool runs() const noexcept {
+    return state_ == State::kRunning || state_ == State::kPausing;
+  }
   [[nodiscard]] std::shared_ptr<DownloadTask> makeTask(platform::Dictionary input);
   /// A task that has run is not run again: a late word of its would be taken for the next one's.
   void renewTask();
@@ -109,9 +106,7 @@ class BlobDownload final : public platform::TaskListener,
   [[nodiscard]] Effects refuse(DownloadBlock& completion, std::string_view message) const;
   [[nodiscard]] Effects answer(DownloadBlock& block, const platform::ErrorPtr& error,
                                const Result& result) const;
-  [[nodiscard]] StepQueue::Effect answering(DownloadBlock& block, const platform::ErrorPtr& error,
-                                            const Result& result) const;
-  [[nodiscard]] StepQueue::Effect calling(const std::shared_ptr<Waiting>& waiting,
+  [[nodiscard]] StepQueue::Effect calling(const std::shared_ptr<WaitingBlocks>& waiting,
                                           const platform::ErrorPtr& error, const Result& result,
                                           const platform::ErrorPtr& pauseError) const;
 

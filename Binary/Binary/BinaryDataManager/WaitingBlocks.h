@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/DownloadTask/StepQueue.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Value.h"
+
+#include <optional>
+#include <string>
+
+namespace varo::binary {
+
+/// The application's blocks that an outcome of a download is for. A step takes them from the task
+/// last, when nothing can fail any more; an effect calls them. Each may be empty.
+struct WaitingBlocks {
+  DownloadBlock start, resume, pause;
+
+  void takeStartAndResume(DownloadTask& task) noexcept;
+  void takePause(DownloadTask& task) noexcept;
+  void take(DownloadTask& task) noexcept;
+
+  /// Calls those that were taken; the pause has `pauseError`, or the result where that is null.
+  void call(const std::string& blobId, const platform::ErrorPtr& error,
+            const std::optional<platform::Dictionary>& result,
+            const platform::ErrorPtr& pauseError) const;
+};
+
+/// Takes the block, so that it is called once, and takes it last: what fails before leaves it where
+/// it is. The effect calls it; it may be empty.
+[[nodiscard]] StepQueue::Effect answering(DownloadBlock& block, const std::string& blobId,
+                                          const platform::ErrorPtr& error,
+                                          const std::optional<platform::Dictionary>& result);
+
+}  // namespace varo::binary
