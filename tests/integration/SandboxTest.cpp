@@ -1,7 +1,9 @@
+#include "Sandbox/GeneratedBytes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SandboxFixture.h"
 
 #include <boost/asio/ip/tcp.hpp>
+#include <openssl/evp.h>
 
 namespace varo::sandbox {
 namespace {
@@ -204,6 +206,83 @@ TEST_F(SandboxStoreTest, AnotherClientMovesObjectsUnderKeysOfAllShapes) {
   EXPECT_EQ(curl("/plain.txt", {"-u", "sandbox:wrong"}).substr(0, 3), "403");
   EXPECT_EQ(curl("/plain.txt", {"-X", "DELETE"}), "204|");
   EXPECT_THAT(curl("/plain.txt"), testing::HasSubstr("<Code>NoSuchKey</Code>"));
+}
+
+std::string generated(std::uint64_t seed, std::uint64_t size) {
+  std::string bytes(size, '\0');
+  EXPECT_EQ(GeneratedBytes(seed, size).readAt(0, bytes), static_cast<std::int64_t>(size));
+  return bytes;
+}
+
+std::string base64Answer(const std::string& bytes) {
+  std::string text(4 * (bytes.size() / 3 + 1) + 1, '\0');
+  const int length = ::EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                       reinterpret_cast<const unsigned char*>(bytes.data()),
+                                       static_cast<int>(bytes.size()));
+  return R"({"d":{"results":")" + text.substr(0, static_cast<std::size_t>(length)) + R"("}})";
+}
+
+/// What came, in one line: the status, some headers, and the body, as place and length in `all`
+/// where it is a part of that.
+std::string seen(const httplib::Result& answer, const std::string& all) {
+  if (!answer) return "no answer";
+  std::string line = std::to_string(answer->status);
+  for (const char* name : {"Content-Range", "ETag", "X-Pelmar-Device-Log-Level"}) {
+    if (answer->has_header(name)) line += "|" + answer->get_header_value(name);
+  }
+  const std::size_t from = all.find(answer->body);
+  if (answer->body.empty()) return line + "|nothing";
+  if (from != std::string::npos) {
+    return line + "|" + std::to_string(from) + "+" + std::to_string(answer->body.size());
+  }
+  return line + "|" + (answer->get_header_value("Content-Type") == kJson ? answer->body : "other");
+}
+
+using Mode = BlobObject::Mode;
+
+class SandboxBlobTest : public SandboxTest {
+ protected:
+  void put(std::uint64_t size, Mode mode = Mode::kKnownTotal, const std::string& logLevel = "") {
+    const BlobKey key{"HR", "employees", {{"id", "1"}, {"branch", "north"}}};
+    const auto error = server_->putBlob(
+        key, {.generated = GeneratedContent{size, 7}, .mode = mode, .logLevel = logLevel});
+    ASSERT_FALSE(error) << error->message;
+  }
+
+  /// As a client asks: nothing between the base URL and the scope.
+  httplib::Result get(const httplib::Headers& headers = {}) {
+    const std::string base = server_->blobUrl() + "HR/employees/binary";
+    return client().Get(split(base).path + "?id=1&branch=north&type=bytes&clientid=c", headers);
+  }
+  httplib::Result range(const std::string& value) { return get({{"Range", "bytes=" + value}}); }
+};
+
+TEST_F(SandboxBlobTest, EveryModeAnswersEveryRangeAsItShould) {
+  const std::string all = generated(7, 100);
+  const std::string tag = R"(|"7-64"|debug|)";
+  const std::string error = R"({"d":{"error":true,"msg":"the object cannot be read"}})";
+  const struct {
+    Mode mode;
+    const char* range;
+    std::string seen;
+  } kCases[] = {
+      {Mode::kKnownTotal, "0-39", "206|bytes 0-39/100" + tag + "0+40"},
+      {Mode::kKnownTotal, "61-1000", "206|bytes 61-99/100" + tag + "61+39"},
+      {Mode::kKnownTotal, "100-199", "416|bytes */100" + tag + "nothing"},
+      {Mode::kUnknownTotal, "80-119", "206|bytes 80-99/*" + tag + "80+20"},
+      {Mode::kUnknownTotal, "100-139", "206|bytes */*" + tag + "nothing"},
+      {Mode::kWhole, "40-79", "200" + tag + "0+100"},
+      {Mode::kBase64, "40-79", "200|debug|" + base64Answer(all)},
+      {Mode::kError, "40-79", "200|debug|" + error},
+  };
+  for (const auto& c : kCases) {
+    put(all.size(), c.mode, "debug");
+    EXPECT_EQ(seen(range(c.range), all), c.seen) << static_cast<int>(c.mode) << " " << c.range;
+  }
+  // Several pieces, of a length that no block divides.
+  const std::string large = generated(7, 3'000'001);
+  put(large.size(), Mode::kBase64);
+  EXPECT_TRUE(get()->body == base64Answer(large));
 }
 
 }  // namespace

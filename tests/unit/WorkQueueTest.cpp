@@ -1,7 +1,9 @@
+#include "Platform/Foundation/Sleeper.h"
 #include "Platform/Foundation/ThreadPool.h"
 #include "Platform/Foundation/TimerQueue.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "tests/support/Await.h"
+#include "tests/support/SteppingClock.h"
 
 #include <gtest/gtest.h>
 
@@ -59,22 +61,71 @@ TEST_F(WorkQueueTest, JobThatThrowsInSyncReachesTheCallerAndTheQueueGoesOn) {
   EXPECT_TRUE(ran);
 }
 
-TEST_F(WorkQueueTest, BlockedJobsDelayNoOthers) {
-  std::latch release(1);
-  std::atomic<int> blocked{0};
-  for (int i = 0; i < 20; ++i) {
-    ASSERT_TRUE(pool_.post([&] {
-      ++blocked;
-      release.wait();
-    }));
+/// Waits end when the test says so.
+class HeldWaits final : public Sleeper {
+ public:
+  void wakeAfter(std::chrono::milliseconds /*delay*/, TimerQueue::Job wake) override {
+    const MutexLock lock(mutex_);
+    wake_ = std::move(wake);
   }
-  std::atomic<bool> ran{false};
-  ASSERT_TRUE(pool_.post([&] { ran = true; }));
-  EXPECT_TRUE(eventually([&] { return ran.load(); }));
-  EXPECT_TRUE(eventually([&] { return blocked == 20; }));
-  EXPECT_LT(pool_.threadCount(), 50U) << "more than the blocked ones ask for";
-  release.count_down();
-  pool_.shutdown();  // no job uses the latch any more
+  void end() {
+    TimerQueue::Job wake;
+    {
+      const MutexLock lock(mutex_);
+      wake.swap(wake_);
+    }
+    wake(TimerQueue::Reason::kDue);
+  }
+
+ private:
+  Mutex mutex_;
+  TimerQueue::Job wake_ VARO_GUARDED_BY(mutex_);
+};
+
+TEST(ThreadPoolTest, GrowsByItsBlockedThreadsWhileAnotherStillTakesJobs) {
+  for (const std::size_t maxThreads : {std::size_t{16}, std::size_t{5}}) {
+    const auto waits = std::make_shared<HeldWaits>();
+    const test::SteppingClock clock(0, 1);
+    std::latch allBusy(4);
+    std::latch goOn(1);
+    std::latch tookNext(1);
+    std::latch release(1);
+    std::atomic<std::size_t> waiting{0};  // jobs behind the blocked ones that have been taken
+    ThreadPool pool({.name = "grows", .coreThreads = 4, .maxThreads = maxThreads}, waits, clock);
+    const auto post = [&pool](ThreadPool::Job job) { ASSERT_TRUE(pool.post(std::move(job))); };
+    for (int i = 0; i < 3; ++i) {
+      post([&] {
+        allBusy.count_down();
+        release.wait();
+      });
+    }
+    post([&] {
+      allBusy.count_down();
+      goOn.wait();
+    });
+    allBusy.wait();
+    post([&] {
+      tookNext.count_down();
+      release.wait();
+    });
+    for (int i = 0; i < 10; ++i) {
+      post([&] {
+        ++waiting;
+        release.wait();
+      });
+    }
+    (void)clock.now();  // a second passes
+    goOn.count_down();
+    tookNext.wait();
+    waits->end();
+    // As many work as there were before three were blocked.
+    const std::size_t threads = std::min<std::size_t>(7, maxThreads);
+    EXPECT_EQ(pool.threadCount(), threads);
+    EXPECT_TRUE(eventually([&] { return waiting == threads - 4; }));
+    waits->end();
+    EXPECT_EQ(pool.threadCount(), threads) << "none of the new ones has been at its job for long";
+    release.count_down();
+  }
 }
 
 TEST_F(WorkQueueTest, ShutdownRunsWhatIsQueuedThenQueuesRunJobsOnTheCaller) {
