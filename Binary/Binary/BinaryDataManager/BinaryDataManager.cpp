@@ -73,10 +73,6 @@ constexpr std::string_view kAfterFinished = "After clearing finished queue: %lu"
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-ErrorPtr downloadError(std::int32_t code, std::string_view message) {
-  return blobError(kDownloadTaskErrorDomain, code, message);
-}
-
 /// The error of an operation that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {
   if (!platform::Runtime::shared().isShutDown()) return nullptr;

@@ -47,26 +47,8 @@ constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "pa
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-ErrorPtr downloadError(std::int32_t code, std::string_view message) {
-  return blobError(kDownloadTaskErrorDomain, code, message);
-}
-
-ErrorPtr failure(const Dictionary& context) {
-  return std::make_shared<const Error>(std::string(kDownloadTaskError), kCodeDownloadTaskFailed,
-                                       context);
-}
-
 Dictionary thrown(std::string_view what) {
   return {{std::string(platform::kErrorMessageKey), what}};
-}
-
-/// Notes in the claim that its file has all bytes, for whoever finds that the row does not say so.
-void noteWhole(FileClaim& claim, std::int64_t size) {
-  ObjectValidator validator = ObjectValidator::parse(claim.validator()).value_or(ObjectValidator());
-  if (validator.total == size) return;
-  validator.total = size;
-  // Without the note the next download starts over.
-  (void)claim.setValidator(validator.text());
 }
 
 }  // namespace
@@ -139,7 +121,7 @@ void BlobDownload::ask(DownloadBlock completion,
     });
   } catch (const std::exception& exception) {
     // A step takes the block last, so it is here.
-    const ErrorPtr error = failure(thrown(exception.what()));
+    const ErrorPtr error = downloadFailure(thrown(exception.what()));
     if (completion) callBlock([&] { completion(blobId_, error, std::nullopt); });
   }
 }
@@ -414,14 +396,14 @@ void BlobDownload::endWithWholeFile(const FileClaim::Lease& claim, std::int64_t 
 }
 
 void BlobDownload::fail(const FileClaim::Lease& claim, const Dictionary& context) {
-  comeToRest(claim, State::kFailed, failure(context), std::nullopt);
+  comeToRest(claim, State::kFailed, downloadFailure(context), std::nullopt);
 }
 
 /// An allocation has failed, or a library has; the download has not, but cannot go on.
 void BlobDownload::threw(std::string_view what) {
   steps_->run([&]() -> Effects {
     if (!runs() && state_ != State::kWaiting) return {};
-    return end(State::kFailed, failure(thrown(what)));
+    return end(State::kFailed, downloadFailure(thrown(what)));
   });
 }
 
@@ -472,7 +454,7 @@ void BlobDownload::taskEnded(const FileClaim::Lease& claim, const Dictionary& ou
   if (noted) {
     claim->finish();
   } else {
-    noteWhole(*claim, static_cast<std::int64_t>(DownloadFile::sizeAt(claim->path())));
+    claim->noteWhole(static_cast<std::int64_t>(DownloadFile::sizeAt(claim->path())));
   }
   if (noted || !settings_->isSafe()) return comeToRest(claim, State::kEnded, nullptr, output);
   fail(claim, {{std::string(platform::kErrorMessageKey), kRowNotWritten},

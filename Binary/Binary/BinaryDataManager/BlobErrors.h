@@ -23,6 +23,11 @@ namespace varo::binary {
   return std::make_shared<const platform::Error>(std::string(domain), code, std::move(userInfo));
 }
 
+/// The same in the domain of downloads.
+[[nodiscard]] inline platform::ErrorPtr downloadError(std::int32_t code, std::string_view message) {
+  return blobError(kDownloadTaskErrorDomain, code, message);
+}
+
 /// The error of a download whose task has failed with this error context: the context is its user
 /// information, with the first of its errors under `platform::kUnderlyingError` too.
 [[nodiscard]] inline platform::ErrorPtr downloadFailure(platform::Dictionary errorContext) {

@@ -33,7 +33,8 @@ void WaitingBlocks::take(DownloadTask& task) noexcept {
 }
 
 void WaitingBlocks::call(const std::string& blobId, const ErrorPtr& error,
-                         const std::optional<Dictionary>& result, const ErrorPtr& pauseError) const {
+                         const std::optional<Dictionary>& result,
+                         const ErrorPtr& pauseError) const {
   callOne(start, blobId, error, result);
   callOne(resume, blobId, error, result);
   callOne(pause, blobId, pauseError, pauseError == nullptr ? result : std::nullopt);

@@ -1,5 +1,6 @@
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 
+#include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Platform/Foundation/Runtime.h"
 
 #include <array>
@@ -147,6 +148,13 @@ Result<void> FileClaim::setValidator(const std::string& text) {
   if (written) written = file_->setSize(line.size());
   if (written) validator_.swap(noted);
   return written;
+}
+
+void FileClaim::noteWhole(std::int64_t size) {
+  ObjectValidator object = ObjectValidator::parse(validator()).value_or(ObjectValidator());
+  if (object.total == size) return;
+  object.total = size;
+  (void)setValidator(object.text());
 }
 
 void FileClaim::finish() {

@@ -55,6 +55,9 @@ class FileClaim final : public platform::Object, public std::enable_shared_from_
   /// after the bytes of any other object are gone from the file. Errors: domain "POSIX".
   [[nodiscard]] platform::Result<void> setValidator(const std::string& text);
 
+  /// Notes that the file has all bytes of the object, `size`, for whoever finds that nothing else
+  /// says so. Without the note the next download starts over.
+  void noteWhole(std::int64_t size);
   /// The file is complete and its owner knows: the hidden file goes.
   void finish();
   /// Lets others claim the path, whoever has leases. Nobody must write the file any more.
