@@ -4,7 +4,9 @@
 
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
+#include <utility>
 
 namespace varo::platform {
 
@@ -24,11 +26,24 @@ class SerialQueue {
 
   /// Submits a job and returns at once.
   void async(Job job) noexcept;
+  /// The same of a function that there may be no memory to make a job of.
+  template <typename Function>
+  void async(Function function) noexcept {
+    try {
+      async(Job(std::move(function)));
+    } catch (const std::bad_alloc&) {
+      sync([job = Job(std::ref(function))] { ThreadPool::runHere(job); });
+    }
+  }
 
   /// Submits a job and returns when it has run. It runs on the calling thread when its turn comes,
   /// so waiting never needs a free thread of the pool. Called from a job of this queue, it runs the
   /// new job at once: waiting for its turn would never end.
   void sync(const Job& job);
+  template <typename Function>
+  void sync(const Function& function) {
+    sync(Job(std::cref(function)));
+  }
 
   [[nodiscard]] const std::string& label() const noexcept;
   /// Whether the calling thread is running a job of this queue.

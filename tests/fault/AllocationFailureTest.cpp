@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <new>
 #include <stdexcept>
@@ -169,7 +170,8 @@ TEST_P(AllocationFailureTest, JobsThatWereTakenRunOnce) {
             failed = true;
           }
         };
-        attempt([&] { serial.async([&ran] { ++ran; }); });
+        serial.async([&ran, large = std::array<char, 64>()] { ran += large.size() / 64; });
+        ++taken;  // whatever its size
         attempt([&] { concurrent.async([&ran] { ++ran; }); });
         attempt([&] { serial.sync([&ran] { ++ran; }); });
         attempt([&] { timers.after(std::chrono::hours(1), [&ran](auto) { ++ran; }); });

@@ -13,6 +13,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
 
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -90,6 +91,18 @@ void refuse(const DownloadBlock& completion, const std::optional<std::string>& b
   if (completion) callBlock([&] { completion(blobId, error, std::nullopt); });
 }
 
+/// What is thrown on a queue is the operation's failure: there is nobody else who would hear of it.
+/// Null where nothing is.
+template <typename Step>
+ErrorPtr caught(std::string_view domain, std::int32_t code, const Step& step) {
+  try {
+    step();
+    return nullptr;
+  } catch (const std::exception& exception) {
+    return blobError(domain, code, exception.what());
+  }
+}
+
 /// Whether the sync engine or another download would be disturbed by one of a blob in this state.
 bool isTaken(std::int64_t state) {
   return state == kFileAvailable || state == kUploadInProgress || state == kDeleteInProgress ||
@@ -130,7 +143,10 @@ void BinaryDataManager::createDownloadTaskForDb(const std::string& databaseName,
       [self = shared_from_this(),
        column = BlobColumn{databaseName, tableName, columnName, primaryKeyTable}, downloadConfig,
        settings = OperationSettings::take(downloadConfig), completion = std::move(completion)] {
-        self->create(column, downloadConfig, settings, completion);
+        const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed, [&] {
+          self->create(column, downloadConfig, settings, completion);
+        });
+        if (thrown != nullptr && completion) callBlock([&] { completion(thrown, std::nullopt); });
       });
 }
 
@@ -263,7 +279,10 @@ void BinaryDataManager::getBinaryDataFilePathForPrimaryKeys(const Dictionary& pr
                             policy = OperationSettings().policy,
                             block = std::move(completionBlock)] {
     logger().logDebug(kLookingUpPath);
-    const auto path = BlobFiles::filePath(column, policy);
+    platform::Result<std::string> path = std::string();
+    const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed,
+                                   [&] { path = BlobFiles::filePath(column, policy); });
+    if (thrown != nullptr) path = thrown;
     if (!block) return;
     callBlock([&] { block(path.error(), path ? std::optional(*path) : std::nullopt); });
   });
@@ -276,7 +295,11 @@ void BinaryDataManager::deleteBinaryObjectForPrimaryKeys(
                             removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
                             policy = OperationSettings::take(options)->policy,
                             block = std::move(completionBlock)] {
-    const BlobDeletion done = BlobFiles::recordDeletion(column, removeNow, policy);
+    BlobDeletion done;
+    const ErrorPtr thrown = caught(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, [&] {
+      done = BlobFiles::recordDeletion(column, removeNow, policy);
+    });
+    if (thrown != nullptr) done.error = thrown;
     if (!block) return;
     callBlock([&] { block(done.blobId, done.recorded, done.fileRemoved, done.error); });
   });

@@ -44,14 +44,40 @@ ErrorPtr shutDownError() {
   return blobError(kDownloadTaskErrorDomain, kCodeInvalidStateForBinaryOperation, kLibraryShutDown);
 }
 
+void releaseFile(DownloadTask& task) {
+  try {
+    task.releaseFile();
+  } catch (const std::bad_alloc&) {
+    // It is released with the task.
+  }
+}
+
+ErrorPtr unexpected(std::string_view exception) {
+  return blobError(kDownloadTaskError, kCodeDownloadTaskFailed, exception);
+}
+
+/// Made while there is memory, for when there is none.
+const ErrorPtr& outOfMemory() {
+  static const ErrorPtr error = unexpected(std::bad_alloc().what());
+  return error;
+}
+
+void tell(const OnlineDownload& download, const std::string& identifier, const ErrorPtr& error) {
+  if (!download.onDownloadFailure) return;
+  callBlock([&] { download.onDownloadFailure(identifier, error, download.fileParams); });
+}
+
 /// Not on the queue: a block that takes its time must not keep other downloads from starting.
+/// Without memory that is better than no call.
 void refuse(const std::shared_ptr<const OnlineDownload>& download, const std::string& identifier,
             const ErrorPtr& error) {
-  logger().logError(kNotStarted, identifier, error);
-  if (!download->onDownloadFailure) return;
-  Runtime::shared().pool().postOrRun([download, identifier, error] {
-    callBlock([&] { download->onDownloadFailure(identifier, error, download->fileParams); });
-  });
+  try {
+    logger().logError(kNotStarted, identifier, error);
+    Runtime::shared().pool().postOrRun(
+        [download, identifier, error] { tell(*download, identifier, error); });
+  } catch (const std::bad_alloc&) {
+    tell(*download, identifier, error);
+  }
 }
 
 }  // namespace
@@ -63,7 +89,9 @@ const std::shared_ptr<OnlineBinaryDataManager>& OnlineBinaryDataManager::sharedI
   return instance;
 }
 
-OnlineBinaryDataManager::OnlineBinaryDataManager(const Clock& clock) : clock_(clock) {}
+OnlineBinaryDataManager::OnlineBinaryDataManager(const Clock& clock) : clock_(clock) {
+  static_cast<void>(outOfMemory());
+}
 
 SerialQueue& OnlineBinaryDataManager::onlineDownloadQueue() {
   static auto& queue = *new SerialQueue(std::string(kQueue));
@@ -91,9 +119,24 @@ void OnlineBinaryDataManager::createAndStartOnlineDownloadTaskFor(
   onlineDownloadQueue().async([self = shared_from_this(), download] { self->create(download); });
 }
 
+/// Blocks are copied here, and what an application's block throws then must not be lost.
 void OnlineBinaryDataManager::create(const std::shared_ptr<const OnlineDownload>& download) {
-  endWithRuntime();
-  const std::string identifier = onlineDownloadIdentifier(*download, clock_);
+  std::string identifier;
+  try {
+    endWithRuntime();
+    identifier = onlineDownloadIdentifier(*download, clock_);
+    schedule(download, identifier);
+  } catch (const std::bad_alloc&) {
+    refuse(download, identifier, outOfMemory());
+  } catch (const std::exception& exception) {
+    refuse(download, identifier, unexpected(exception.what()));
+  } catch (...) {
+    refuse(download, identifier, unexpected(kUnknownException));
+  }
+}
+
+void OnlineBinaryDataManager::schedule(const std::shared_ptr<const OnlineDownload>& download,
+                                       const std::string& identifier) {
   if (isKnown(identifier)) {
     return refuse(
         download, identifier,
@@ -103,33 +146,29 @@ void OnlineBinaryDataManager::create(const std::shared_ptr<const OnlineDownload>
   if (const ErrorPtr error = shutDownError()) return refuse(download, identifier, error);
   const auto task = makeTask(*download, identifier);
   if (!task) return refuse(download, identifier, task.error());
-  enter(*task);
-  (void)queue_.schedule(*task);
-  // What waits goes first.
-  checkAndStartExecution(download->settings->isSafe() ? queue_.firstWaiting() : *task);
+  try {
+    enter(*task);
+    (void)queue_.schedule(*task);
+    // What waits goes first.
+    checkAndStartExecution(download->settings->isSafe() ? queue_.firstWaiting() : *task);
+  } catch (const std::exception&) {
+    (void)queue_.remove(*task);
+    forget(*task);
+    throw;
+  }
 }
 
-/// Blocks are copied here, and what an application's block throws then must not be lost.
 Result<OnlineBinaryDataManager::TaskPtr> OnlineBinaryDataManager::makeTask(
     const OnlineDownload& download, const std::string& identifier) {
-  const auto unexpected = [](std::string_view exception) {
-    return blobError(kDownloadTaskError, kCodeDownloadTaskFailed, exception);
-  };
-  try {
-    const auto input = onlineDownloadInput(download, identifier, clock_);
-    if (!input) return input.error();
-    TaskPtr task = DownloadTask::create(identifier);
-    task->subscribeForTaskUpdates(shared_from_this());
-    task->setInputContext(*input);
-    task->onFileDownloadStartedCompletionBlock = download.onFileDownloadStarted;
-    task->onFileDownloadCompletedCompletionBlock = download.onFileDownloadCompleted;
-    task->onDownloadFailureCompletionBlock = download.onDownloadFailure;
-    return task;
-  } catch (const std::exception& exception) {
-    return unexpected(exception.what());
-  } catch (...) {
-    return unexpected(kUnknownException);
-  }
+  const auto input = onlineDownloadInput(download, identifier, clock_);
+  if (!input) return input.error();
+  TaskPtr task = DownloadTask::create(identifier);
+  task->subscribeForTaskUpdates(shared_from_this());
+  task->setInputContext(*input);
+  task->onFileDownloadStartedCompletionBlock = download.onFileDownloadStarted;
+  task->onFileDownloadCompletedCompletionBlock = download.onFileDownloadCompleted;
+  task->onDownloadFailureCompletionBlock = download.onDownloadFailure;
+  return task;
 }
 
 /// What waits may have nobody to wait for: under the compatible policy, when all that ran failed.
@@ -143,10 +182,11 @@ void OnlineBinaryDataManager::endWithRuntime() {
 void OnlineBinaryDataManager::checkAndStartExecution(const TaskPtr& task) {
   logger().logDebug(kCheckingForEmptySlot);
   if (task == nullptr || task->state() != TaskState::NotStarted) return;
-  (void)queue_.schedule(task);  // who calls this with a task of its own has not
+  // Who calls this with a task of its own has not.
+  if (!queue_.isWaiting(task)) (void)queue_.schedule(task);
   if (!queue_.takeToStart(task)) return;
+  task->start();  // first: once there is a place it is taken for good
   logger().logDebug(kStartDownload, task->name());
-  task->start();
 }
 
 /// None that waits outlives the runtime unanswered.
@@ -195,7 +235,7 @@ void OnlineBinaryDataManager::downloadStarted(DownloadTask& task) {
 void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionary& output) {
   (void)queue_.remove(task);
   // The file is the application's from the moment on that it hears of it.
-  task->releaseFile();
+  releaseFile(*task);
   const Dictionary input = task->inputContext();
   const auto block = take(*task, &DownloadTask::onFileDownloadCompletedCompletionBlock);
   if (block && input.contains(kOnFileDownloadCompleted)) {
@@ -215,12 +255,16 @@ void OnlineBinaryDataManager::downloadPaused(const TaskPtr& task) {
 
 void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
   (void)queue_.remove(task);
-  task->releaseFile();
   forget(task);
-  if (const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock)) {
-    const ErrorPtr error = downloadFailure(task->errorContext());
-    callBlock([&] { block(task->name(), error, task->inputContext()[kFileParams]); });
+  const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock);
+  releaseFile(*task);
+  ErrorPtr error = outOfMemory();
+  try {
+    error = downloadFailure(task->errorContext());
+  } catch (const std::bad_alloc&) {
+    // So it is told.
   }
+  if (block) callBlock([&] { block(task->name(), error, task->inputContext()[kFileParams]); });
   placeLeft(*task);
 }
 

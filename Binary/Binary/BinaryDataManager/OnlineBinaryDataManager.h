@@ -110,6 +110,8 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   static platform::SerialQueue& onlineDownloadQueue();
 
   void create(const std::shared_ptr<const OnlineDownload>& download);
+  void schedule(const std::shared_ptr<const OnlineDownload>& download,
+                const std::string& identifier);
   [[nodiscard]] platform::Result<TaskPtr> makeTask(const OnlineDownload& download,
                                                    const std::string& identifier);
   void endWithRuntime();
