@@ -13,6 +13,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
 
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -89,6 +90,23 @@ ErrorPtr noTaskError() {
                                                  kCodeDownloadTaskNotCreated, Dictionary());
 }
 
+/// Of an operation that an allocation, or a library, has ended.
+ErrorPtr unexpected(std::string_view domain, std::string_view what) {
+  return blobError(domain, kCodeInvalidStateForBinaryOperation, what);
+}
+
+/// Runs an operation that tells its outcome last, and `fail` where it threw before that.
+template <typename Operation, typename Fail>
+void orElse(const Operation& operation, const Fail& fail) {
+  try {
+    operation();
+  } catch (const std::exception& exception) {
+    fail(exception.what());
+  } catch (...) {
+    fail(kUnknownException);
+  }
+}
+
 void refuse(const DownloadBlock& completion, const std::optional<std::string>& blobId,
             const ErrorPtr& error) {
   if (completion) callBlock([&] { completion(blobId, error, std::nullopt); });
@@ -134,7 +152,11 @@ void BinaryDataManager::createDownloadTaskForDb(const std::string& databaseName,
       [self = shared_from_this(),
        column = BlobColumn{databaseName, tableName, columnName, primaryKeyTable}, downloadConfig,
        settings = OperationSettings::take(downloadConfig), completion = std::move(completion)] {
-        self->create(column, downloadConfig, settings, completion);
+        orElse([&] { self->create(column, downloadConfig, settings, completion); },
+               [&](std::string_view what) {
+                 const ErrorPtr error = unexpected(kDownloadTaskErrorDomain, what);
+                 if (completion) callBlock([&] { completion(error, std::nullopt); });
+               });
       });
 }
 
@@ -187,8 +209,9 @@ void BinaryDataManager::createDownloadTask(const std::string& blobId,
       downloadInput(downloadConfig, additionalConfig, andPrimaryKeys), settings, places_);
   {
     const MutexLock lock(mutex_);
-    tasks_[blobId].swap(download);
     std::erase_if(replaced_, [](const auto& former) { return former.expired(); });
+    replaced_.reserve(replaced_.size() + 1);  // the one that is replaced is not lost
+    tasks_[blobId].swap(download);
     if (download != nullptr) replaced_.push_back(download);
   }
   if (download != nullptr && download->isUnderWay()) logger().logInfo(kContextNotUpdated);
@@ -266,10 +289,18 @@ void BinaryDataManager::getBinaryDataFilePathForPrimaryKeys(const Dictionary& pr
   dataFilePathQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
                             policy = OperationSettings().policy,
                             block = std::move(completionBlock)] {
-    logger().logDebug(kLookingUpPath);
-    const auto path = BlobFiles::filePath(column, policy);
-    if (!block) return;
-    callBlock([&] { block(path.error(), path ? std::optional(*path) : std::nullopt); });
+    const auto answer = [&block](const ErrorPtr& error, const std::optional<std::string>& path) {
+      if (block) callBlock([&] { block(error, path); });
+    };
+    orElse(
+        [&] {
+          logger().logDebug(kLookingUpPath);
+          const auto path = BlobFiles::filePath(column, policy);
+          answer(path.error(), path ? std::optional(*path) : std::nullopt);
+        },
+        [&](std::string_view what) {
+          answer(unexpected(kDownloadTaskErrorDomain, what), std::nullopt);
+        });
   });
 }
 
@@ -280,9 +311,16 @@ void BinaryDataManager::deleteBinaryObjectForPrimaryKeys(
                             removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
                             policy = OperationSettings::take(options)->policy,
                             block = std::move(completionBlock)] {
-    const BlobDeletion done = BlobFiles::recordDeletion(column, removeNow, policy);
-    if (!block) return;
-    callBlock([&] { block(done.blobId, done.recorded, done.fileRemoved, done.error); });
+    const auto answer = [&block](const BlobDeletion& done) {
+      if (!block) return;
+      callBlock([&] { block(done.blobId, done.recorded, done.fileRemoved, done.error); });
+    };
+    orElse([&] { answer(BlobFiles::recordDeletion(column, removeNow, policy)); },
+           [&](std::string_view what) {
+             BlobDeletion failed;
+             failed.error = unexpected(kDeleteBinaryErrorDomain, what);
+             answer(failed);
+           });
   });
 }
 

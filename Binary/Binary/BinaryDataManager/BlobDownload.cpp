@@ -14,6 +14,7 @@
 #include "Platform/Foundation/Runtime.h"
 
 #include <cerrno>
+#include <functional>
 #include <utility>
 
 namespace varo::binary {
@@ -57,6 +58,13 @@ ErrorPtr failure(const Dictionary& context) {
 
 Dictionary thrown(std::string_view what) {
   return {{std::string(platform::kErrorMessageKey), what}};
+}
+
+/// Needs no memory of ours: a block whose turn has come is called.
+void call(const DownloadBlock& block, const std::optional<std::string>& blobId,
+          const ErrorPtr& error, const std::optional<Dictionary>& result) noexcept {
+  const auto calling = [&] { block(blobId, error, result); };
+  if (block) callBlock(std::cref(calling));
 }
 
 /// Notes in the claim that its file has all bytes, for whoever finds that the row does not say so.
@@ -139,7 +147,7 @@ void BlobDownload::ask(DownloadBlock completion,
   } catch (const std::exception& exception) {
     // A step takes the block last, so it is here.
     const ErrorPtr error = failure(thrown(exception.what()));
-    if (completion) callBlock([&] { completion(blobId_, error, std::nullopt); });
+    call(completion, blobId_, error, std::nullopt);
   }
 }
 
@@ -287,8 +295,8 @@ Effects BlobDownload::answer(DownloadBlock& block, const ErrorPtr& error,
 StepQueue::Effect BlobDownload::answering(DownloadBlock& block, const ErrorPtr& error,
                                           const Result& result) const {
   const auto held = std::make_shared<DownloadBlock>();
-  StepQueue::Effect effect = [held, id = blobId_, error, result] {
-    if (*held) callBlock([&] { (*held)(id, error, result); });
+  StepQueue::Effect effect = [held, id = std::optional(blobId_), error, result] {
+    call(*held, id, error, result);
   };
   held->swap(block);
   return effect;
@@ -298,13 +306,10 @@ StepQueue::Effect BlobDownload::answering(DownloadBlock& block, const ErrorPtr& 
 StepQueue::Effect BlobDownload::calling(const std::shared_ptr<Waiting>& waiting,
                                         const ErrorPtr& error, const Result& result,
                                         const ErrorPtr& pauseError) const {
-  return [waiting, id = blobId_, error, result, pauseError] {
-    const auto call = [&id](const DownloadBlock& block, const ErrorPtr& why, const Result& what) {
-      if (block) callBlock([&] { block(id, why, what); });
-    };
-    call(waiting->start, error, result);
-    call(waiting->resume, error, result);
-    call(waiting->pause, pauseError, pauseError == nullptr ? result : std::nullopt);
+  return [waiting, id = std::optional(blobId_), error, result, pauseError] {
+    call(waiting->start, id, error, result);
+    call(waiting->resume, id, error, result);
+    call(waiting->pause, id, pauseError, pauseError == nullptr ? result : std::nullopt);
   };
 }
 

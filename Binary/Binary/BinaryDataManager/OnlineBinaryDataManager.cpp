@@ -92,8 +92,24 @@ void OnlineBinaryDataManager::createAndStartOnlineDownloadTaskFor(
 }
 
 void OnlineBinaryDataManager::create(const std::shared_ptr<const OnlineDownload>& download) {
+  std::string identifier;
+  TaskPtr entered;
+  try {
+    createTask(download, identifier, entered);
+  } catch (const std::exception& exception) {
+    if (entered != nullptr) {
+      (void)queue_.remove(entered);
+      forget(entered);
+    }
+    refuse(download, identifier,
+           blobError(kDownloadTaskError, kCodeDownloadTaskFailed, exception.what()));
+  }
+}
+
+void OnlineBinaryDataManager::createTask(const std::shared_ptr<const OnlineDownload>& download,
+                                         std::string& identifier, TaskPtr& entered) {
   endWithRuntime();
-  const std::string identifier = onlineDownloadIdentifier(*download, clock_);
+  identifier = onlineDownloadIdentifier(*download, clock_);
   if (isKnown(identifier)) {
     return refuse(
         download, identifier,
@@ -104,6 +120,7 @@ void OnlineBinaryDataManager::create(const std::shared_ptr<const OnlineDownload>
   const auto task = makeTask(*download, identifier);
   if (!task) return refuse(download, identifier, task.error());
   enter(*task);
+  entered = *task;
   (void)queue_.schedule(*task);
   // What waits goes first.
   checkAndStartExecution(download->settings->isSafe() ? queue_.firstWaiting() : *task);

@@ -107,6 +107,9 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   static platform::SerialQueue& onlineDownloadQueue();
 
   void create(const std::shared_ptr<const OnlineDownload>& download);
+  /// Also says the name and, once it has it, the task: what is to be undone where this throws.
+  void createTask(const std::shared_ptr<const OnlineDownload>& download, std::string& identifier,
+                  TaskPtr& entered);
   [[nodiscard]] platform::Result<TaskPtr> makeTask(const OnlineDownload& download,
                                                    const std::string& identifier);
   void endWithRuntime();
