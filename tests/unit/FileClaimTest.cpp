@@ -194,7 +194,10 @@ TEST_F(FileClaimTest, PartialFileOfAProcessThatDiedIsGoneOnWith) {
       start(blob);
       EXPECT_EQ(awaitNext().summary(), "start " + blob + ": ok");
       const auto asked = ranges();
-      EXPECT_EQ(asked.size() > before ? asked[before] : "", c.firstRange);
+      // Without a tag or date the safe policy goes on with nothing.
+      const bool startsOver = c.hidden.empty() && policy == TransferPolicy::kSafe;
+      EXPECT_EQ(asked.size() > before ? asked[before] : "",
+                startsOver ? "bytes=0-3" : c.firstRange);
       EXPECT_EQ(contentOf(pathOf(blob)), object_.bytes);
       EXPECT_EQ(stateOf(blob), "50");
       EXPECT_FALSE(std::filesystem::exists(hidden(blob)));

@@ -15,6 +15,7 @@
 #include "Platform/Foundation/Runtime.h"
 
 #include <cerrno>
+#include <functional>
 #include <utility>
 
 namespace varo::binary {
@@ -122,7 +123,7 @@ void BlobDownload::ask(DownloadBlock completion,
   } catch (const std::exception& exception) {
     // A step takes the block last, so it is here.
     const ErrorPtr error = downloadFailure(thrown(exception.what()));
-    if (completion) callBlock([&] { completion(blobId_, error, std::nullopt); });
+    callDownloadBlock(completion, blobId_, error, std::nullopt);
   }
 }
 
@@ -271,7 +272,7 @@ Effects BlobDownload::answer(DownloadBlock& block, const ErrorPtr& error,
 StepQueue::Effect BlobDownload::calling(const std::shared_ptr<WaitingBlocks>& waiting,
                                         const ErrorPtr& error, const Result& result,
                                         const ErrorPtr& pauseError) const {
-  return [waiting, id = blobId_, error, result, pauseError] {
+  return [waiting, id = std::optional(blobId_), error, result, pauseError] {
     waiting->call(id, error, result, pauseError);
   };
 }
@@ -358,11 +359,15 @@ void BlobDownload::claimIsFree() {
 void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   Dictionary input = task_->inputContext();
   if (run == Run::kResumes) input = rows_.withMetaData(std::move(input));
-  const std::int64_t bytes = rows_.bytesToGoOnFrom(*claim);
+  std::int64_t bytes = rows_.bytesToGoOnFrom(*claim);
   const auto validator = ObjectValidator::parse(claim->validator());
   const auto size = static_cast<std::int64_t>(DownloadFile::sizeAt(claim->path()));
   if (size > 0 && !claim->isBroken() && validator && validator->total == size) {
     return endWithWholeFile(claim, size);
+  }
+  // Where the server told neither tag nor date, nothing shows that the object is still the same.
+  if (run == Run::kStarts && settings_->isSafe() && !(validator && validator->isComparable())) {
+    bytes = 0;
   }
   // What is in it is of nothing that is known, and a row may come to name the file.
   if (bytes == 0 && size > 0) (void)DownloadFile().empty(claim->path());

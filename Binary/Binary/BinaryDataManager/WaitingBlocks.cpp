@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/Utils/BlockCall.h"
 
+#include <functional>
 #include <memory>
 
 namespace varo::binary {
@@ -9,14 +10,11 @@ namespace varo::binary {
 using platform::Dictionary;
 using platform::ErrorPtr;
 
-namespace {
-
-void callOne(const DownloadBlock& block, const std::string& blobId, const ErrorPtr& error,
-             const std::optional<Dictionary>& result) {
-  if (block) callBlock([&] { block(blobId, error, result); });
+void callDownloadBlock(const DownloadBlock& block, const std::optional<std::string>& blobId,
+                       const ErrorPtr& error, const std::optional<Dictionary>& result) noexcept {
+  const auto call = [&] { block(blobId, error, result); };
+  if (block) callBlock(std::cref(call));
 }
-
-}  // namespace
 
 void WaitingBlocks::takeStartAndResume(DownloadTask& task) noexcept {
   start.swap(task.startDownloadTaskCompletionBlock);
@@ -32,19 +30,19 @@ void WaitingBlocks::take(DownloadTask& task) noexcept {
   takePause(task);
 }
 
-void WaitingBlocks::call(const std::string& blobId, const ErrorPtr& error,
+void WaitingBlocks::call(const std::optional<std::string>& blobId, const ErrorPtr& error,
                          const std::optional<Dictionary>& result,
-                         const ErrorPtr& pauseError) const {
-  callOne(start, blobId, error, result);
-  callOne(resume, blobId, error, result);
-  callOne(pause, blobId, pauseError, pauseError == nullptr ? result : std::nullopt);
+                         const ErrorPtr& pauseError) const noexcept {
+  callDownloadBlock(start, blobId, error, result);
+  callDownloadBlock(resume, blobId, error, result);
+  callDownloadBlock(pause, blobId, pauseError, pauseError == nullptr ? result : std::nullopt);
 }
 
 StepQueue::Effect answering(DownloadBlock& block, const std::string& blobId, const ErrorPtr& error,
                             const std::optional<Dictionary>& result) {
   const auto held = std::make_shared<DownloadBlock>();
-  StepQueue::Effect effect = [held, blobId, error, result] {
-    callOne(*held, blobId, error, result);
+  StepQueue::Effect effect = [held, id = std::optional(blobId), error, result] {
+    callDownloadBlock(*held, id, error, result);
   };
   held->swap(block);
   return effect;

@@ -10,6 +10,11 @@
 
 namespace varo::binary {
 
+/// Calls a block, which may be empty. Needs no memory: a block whose turn has come is called.
+void callDownloadBlock(const DownloadBlock& block, const std::optional<std::string>& blobId,
+                       const platform::ErrorPtr& error,
+                       const std::optional<platform::Dictionary>& result) noexcept;
+
 /// The application's blocks that an outcome of a download is for. A step takes them from the task
 /// last, when nothing can fail any more; an effect calls them. Each may be empty.
 struct WaitingBlocks {
@@ -20,9 +25,9 @@ struct WaitingBlocks {
   void take(DownloadTask& task) noexcept;
 
   /// Calls those that were taken; the pause has `pauseError`, or the result where that is null.
-  void call(const std::string& blobId, const platform::ErrorPtr& error,
+  void call(const std::optional<std::string>& blobId, const platform::ErrorPtr& error,
             const std::optional<platform::Dictionary>& result,
-            const platform::ErrorPtr& pauseError) const;
+            const platform::ErrorPtr& pauseError) const noexcept;
 };
 
 /// Takes the block, so that it is called once, and takes it last: what fails before leaves it where

@@ -28,6 +28,10 @@ struct ObjectValidator {
     return entityTag.empty() && lastModified.empty() && total == 0;
   }
   [[nodiscard]] bool hasStrongTag() const noexcept;
+  /// Whether it tells two objects of one size apart.
+  [[nodiscard]] bool isComparable() const noexcept {
+    return !entityTag.empty() || !lastModified.empty();
+  }
 
   /// What "If-Range" may say (RFC 9110, section 13.1.5): the strong tag, or else, where there is no
   /// tag at all, a strong "Last-Modified". Empty for none.
