@@ -299,7 +299,9 @@ TEST_F(CurlHttpTransportTest, SendsAPostOnceWhereAKeptConnectionClosesBeforeTheA
     EXPECT_EQ(asked, item.isRepeated ? 2 : 1);
     EXPECT_EQ(outcome.body().value_or(""), item.isRepeated ? "again" : "") << outcome.text();
     EXPECT_EQ(outcome.errorCode(), item.isRepeated ? 0 : 52);
-    if (!item.isRepeated) EXPECT_THAT(outcome.text(), testing::HasSubstr("is not sent again"));
+    if (!item.isRepeated) {
+      EXPECT_THAT(outcome.text(), testing::HasSubstr("is not sent again"));
+    }
   }
 }
 

@@ -105,7 +105,9 @@ TEST_F(DownloadRaceTest, PausesResumesAndStopsAtAnyMomentLeaveABeginningAndTheEn
     const auto isAtRest = [&] {
       return task->state() == TaskState::Paused || task->state() == TaskState::Ended;
     };
-    if (choice != 0) ASSERT_TRUE(eventually(isAtRest)) << round;
+    if (choice != 0) {
+      ASSERT_TRUE(eventually(isAtRest)) << round;
+    }
     if (choice == 2 && task->state() == TaskState::Paused) {
       resumeFromFile(task);
       ASSERT_TRUE(reaches(task, TaskState::Ended)) << round;

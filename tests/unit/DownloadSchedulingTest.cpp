@@ -155,7 +155,9 @@ TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload)
     for (const std::string& id : ids) start(id);
     awaitHeld(6);  // the sixth waits
     manager_->invalidateAllBackgroundSessions();
-    if (isSafe) EXPECT_THAT(awaitSummaries(7), Each(EndsWith("5001 The download was stopped.")));
+    if (isSafe) {
+      EXPECT_THAT(awaitSummaries(7), Each(EndsWith("5001 The download was stopped.")));
+    }
     awaitHeld(isSafe ? 0 : 1);  // the one that waited has no run to end
     EXPECT_EQ(stateOf(ids[0]) + stateOf(resumed), "102102");
 
@@ -175,7 +177,9 @@ TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload)
     start(running);
     awaitHeld(1);
     manager_->clearBinaryDataManagerState();
-    if (isSafe) EXPECT_EQ(awaitNext().summary(), "start " + running + ": " + kCleared);
+    if (isSafe) {
+      EXPECT_EQ(awaitNext().summary(), "start " + running + ": " + kCleared);
+    }
     transport_->releaseAll();
     EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == atRest; }));
     EXPECT_EQ(stateOf(running), "102");

@@ -119,7 +119,9 @@ class FileClaimTest : public BlobFixture {
   /// Forgets all downloads, as a new process has none; one that waits is told so.
   void clear(bool isTold) {
     manager_->clearBinaryDataManagerState();
-    if (isTold) EXPECT_THAT(awaitNext().summary(), HasSubstr("were cleared"));
+    if (isTold) {
+      EXPECT_THAT(awaitNext().summary(), HasSubstr("were cleared"));
+    }
   }
   static FileClaim::Lease claim(const std::string& path) {
     return FileClaim::acquire(path, [] {}).claim;
@@ -295,7 +297,9 @@ TEST_F(FileClaimTest, SecondDownloadOfABlobWaitsForTheFirstsEndAndKeepsItsBlock)
     EXPECT_EQ(ends["start " + id].error == nullptr, !fails);
     EXPECT_EQ(ends["second"].summary(), "second: ok");
     const Dictionary there{{"FilePath", pathOf(id)}, {"state", "50"}};
-    if (!fails) EXPECT_EQ(ends["second"].result, there);
+    if (!fails) {
+      EXPECT_EQ(ends["second"].result, there);
+    }
     EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
     manager_->clearBinaryDataManagerState();
   }

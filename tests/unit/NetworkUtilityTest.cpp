@@ -165,7 +165,7 @@ class NetworkCancelTest : public NetworkUtilityTest, public testing::WithParamIn
   VRONetworkUtility::TransferPtr transfer_;
 };
 INSTANTIATE_TEST_SUITE_P(, NetworkCancelTest, testing::Bool(),
-                         [](const auto& info) { return info.param ? "ByToken" : "ByTransfer"; });
+                         [](const auto& each) { return each.param ? "ByToken" : "ByTransfer"; });
 
 TEST_P(NetworkCancelTest, EndsARequestInFlightOnce) {
   transport_->hold();

@@ -9,6 +9,8 @@
 #include "tests/support/RecordingLog.h"
 
 #include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <limits>
 

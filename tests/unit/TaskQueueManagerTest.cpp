@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <latch>
+#include <thread>
 
 namespace varo::binary {
 namespace {
