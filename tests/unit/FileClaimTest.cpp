@@ -342,11 +342,11 @@ TEST_F(FileClaimTest, RowThatCannotBeWrittenIsMendedByTheNextDownloadWithoutAReq
     makeDatabase();
     std::filesystem::remove(pathOf("1"));
     const std::string id = newBlob("a", config({{"ChunkSize", 100}}));
-    sql("CREATE TRIGGER refuse BEFORE UPDATE ON varosyncBLOBSTOREMANAGER"
+    sql("CREATE TRIGGER refuse BEFORE UPDATE ON varosyncBLOBSTOREMANAGER WHEN NEW.state = 50"
         " BEGIN SELECT RAISE(ABORT, 'no'); END");
     start(id);
     EXPECT_EQ(awaitNext().error != nullptr, isSafe);
-    EXPECT_EQ(stateOf(id), "101");
+    EXPECT_EQ(stateOf(id), "102");
     sql("DROP TRIGGER refuse");
     const std::size_t before = transport_->requestCount();
     EXPECT_EQ(create("a").summary(), "create: ok");
@@ -356,6 +356,14 @@ TEST_F(FileClaimTest, RowThatCannotBeWrittenIsMendedByTheNextDownloadWithoutAReq
               pathOf(id) + "|50|10");
     EXPECT_EQ(transport_->requestCount(), before);
     EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
+
+    // A row that is new again is about another object, whatever a killed process has left.
+    writeFile(hidden(id), ObjectValidator{.entityTag = "\"1\"", .total = 10}.text() + "\n");
+    sql("UPDATE varosyncBLOBSTOREMANAGER SET state = 101");
+    create("a");
+    start(id);
+    EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
+    EXPECT_EQ(transport_->requestCount(), before + 3);
   }
 }
 

@@ -7,7 +7,6 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
-#include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -359,18 +358,12 @@ void BlobDownload::claimIsFree() {
 void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   Dictionary input = task_->inputContext();
   if (run == Run::kResumes) input = rows_.withMetaData(std::move(input));
-  std::int64_t bytes = rows_.bytesToGoOnFrom(*claim);
-  const auto validator = ObjectValidator::parse(claim->validator());
-  const auto size = static_cast<std::int64_t>(DownloadFile::sizeAt(claim->path()));
-  if (size > 0 && !claim->isBroken() && validator && validator->total == size) {
-    return endWithWholeFile(claim, size);
-  }
-  // Where the server told neither tag nor date, nothing shows that the object is still the same.
-  if (run == Run::kStarts && settings_->isSafe() && !(validator && validator->isComparable())) {
-    bytes = 0;
-  }
+  const auto [bytes, isWhole] = rows_.beginningIn(*claim, run == Run::kStarts);
+  if (isWhole) return endWithWholeFile(claim, bytes);
   // What is in it is of nothing that is known, and a row may come to name the file.
-  if (bytes == 0 && size > 0) (void)DownloadFile().empty(claim->path());
+  if (bytes == 0 && DownloadFile::sizeAt(claim->path()) > 0) {
+    (void)DownloadFile().empty(claim->path());
+  }
   input.set(kTotalBytesDownloaded, bytes);
   input.set(kValidator, bytes > 0 ? platform::Value(claim->validator()) : platform::Value());
   input.set(kFileClaim, claim->withoutLease());

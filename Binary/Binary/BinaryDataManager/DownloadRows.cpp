@@ -106,15 +106,23 @@ Dictionary DownloadRows::withMetaData(Dictionary input) const {
   return input;
 }
 
-std::int64_t DownloadRows::bytesToGoOnFrom(const FileClaim& claim) const {
+DownloadRows::Beginning DownloadRows::beginningIn(const FileClaim& claim, bool isNewRun) const {
   const std::string noted = claim.validator();
-  if (claim.isBroken() || (!noted.empty() && !ObjectValidator::parse(noted))) return 0;
+  const auto object = ObjectValidator::parse(noted);
+  if (claim.isBroken() || (!noted.empty() && !object)) return {};
+  const auto size = static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
   const Dictionary row = table_.row(blobId_).value_or(Dictionary());
+  if (size > 0 && object && object->total == size) {
+    // No download has begun for a new row: the file is of what the row was about before.
+    const bool isNew = row[blobs::kState].integerValue() == kDownloadNotStarted;
+    return isNew ? Beginning() : Beginning{size, true};
+  }
+  // Nothing would show that the object is still the same.
+  if (isNewRun && isSafe_ && !(object && object->isComparable())) return {};
   const bool isNamed = localPathIn(row) == claim.path();
   // The process may have died before the row had a path; the folder may have been moved.
   const bool isKnown = isSafe_ && !noted.empty();
-  if (!isNamed && !isKnown) return 0;
-  return static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
+  return isNamed || isKnown ? Beginning{size, false} : Beginning();
 }
 
 Result<void> DownloadRows::update(const Dictionary& values) const {

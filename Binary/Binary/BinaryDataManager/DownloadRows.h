@@ -26,9 +26,16 @@ class DownloadRows {
       platform::ErrorPtr* withError) const;
   /// Has a paused download go on from the size of its file: `input` with "TotalBytesDownloaded".
   [[nodiscard]] platform::Dictionary withMetaData(platform::Dictionary input) const;
-  /// How many bytes of the claimed file are of the object that the row is about; 0 where that is
-  /// not known: the row names another file, or whoever wrote the file died in the middle.
-  [[nodiscard]] std::int64_t bytesToGoOnFrom(const FileClaim& claim) const;
+  /// How much of the claimed file is of the object that the row is about.
+  struct Beginning {
+    /// 0 where that is not known: the row is new or names another file, whoever wrote the file died
+    /// in the middle, or, for a new run under the safe policy, the server told neither tag nor date
+    /// of the object.
+    std::int64_t bytes = 0;
+    /// It is all of it: its row could not be written.
+    bool isWhole = false;
+  };
+  [[nodiscard]] Beginning beginningIn(const FileClaim& claim, bool isNewRun) const;
 
   /// Notes that the file is complete, with what `output` says of it. Errors: those of
   /// `BlobStoreTable::update`. A failure is logged, here and below.

@@ -108,7 +108,7 @@ FileClaim::Attempt FileClaim::acquire(const std::string& path, std::function<voi
 }
 
 FileClaim::FileClaim(Badge /*badge*/, std::string path, std::shared_ptr<File> file)
-    : path_(std::move(path)), file_(std::move(file)) {
+    : path_(std::move(path)), hiddenPath_(hiddenPath(path_)), file_(std::move(file)) {
   readValidator();
 }
 
@@ -168,7 +168,7 @@ void FileClaim::release() {
     if (file_ == nullptr) return;
     // Before the lock goes, so that nobody else's is removed. Where it fails the next claim reads
     // what is in it.
-    if (validator_.empty()) (void)::unlink(hiddenPath(path_).c_str());
+    if (validator_.empty()) (void)::unlink(hiddenPath_.c_str());
     file_.reset();
   }
   Claims::shared().leave(path_);

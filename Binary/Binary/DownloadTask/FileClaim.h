@@ -76,7 +76,8 @@ class FileClaim final : public platform::Object, public std::enable_shared_from_
   void readValidator();
 
   const std::string path_;
-  bool isBroken_ = false;  // constant after construction
+  const std::string hiddenPath_;  // made here, since a release must not fail for memory
+  bool isBroken_ = false;         // constant after construction
 
   mutable platform::Mutex mutex_;
   /// The locked hidden file; null once released.
