@@ -27,6 +27,11 @@ class DownloadFixture : public OfflineFixture {
     transport_->setHandler(
         [this](const RecordedRequest& request) { return object_.answer(request); });
   }
+  /// A request that is under way is still answered by the object.
+  ~DownloadFixture() override {
+    transport_->releaseAll();
+    awaitEndOfTasks();
+  }
 
   /// The input of a download of the record that `object_` stands for; `more` wins.
   static platform::Dictionary input(const platform::Dictionary& more = {}) {
