@@ -329,7 +329,7 @@ TEST_F(FileClaimTest, StartOfADownloadThatRunsTakesNoPlaceAndGivesNoneBack) {
   download->start(block("start"));
   awaitHeld(1);
   places.schedule(download);  // two threads have decided to start it at the same time
-  EXPECT_THAT(places.running(), ElementsAre(download));
+  EXPECT_TRUE(eventually([&] { return places.running() == std::vector{download}; }));
   transport_->releaseAll();
   EXPECT_EQ(awaitNext().summary(), "start: ok");
   EXPECT_TRUE(eventually([&] { return places.running().empty(); }));
