@@ -2,7 +2,6 @@
 
 #include "tests/support/DownloadFixture.h"
 
-#include <future>
 #include <sys/stat.h>
 #include <utility>
 
@@ -110,47 +109,6 @@ TEST_F(DownloadFileTest, EndWithoutAChunkIsNoneWhileTheFileCannotBeBroughtToTheD
     EXPECT_THAT(errorMessage(*second, kPersistenceError).textValue(),
                 HasSubstr("Another download"));
   }
-}
-
-TEST_F(DownloadFileTest, RestartAfterAFailureIsNotEndedByWhatTheFailedRunLeftBehind) {
-  // Blocks keep the queue of chunks back: before the chunk that fails, and behind it.
-  std::promise<void> written, goOn, failed, goOnAfterFailure;
-  const auto block = [](std::promise<void>& reached, std::promise<void>& mayGoOn) {
-    return std::make_shared<OnChunkDownloadCompleted>(
-        [&, once = true](const auto&, auto, auto, const Value&) mutable {
-          if (!std::exchange(once, false)) return;
-          reached.set_value();
-          mayGoOn.get_future().wait();
-        });
-  };
-  transport_->hold();
-  const auto task = makeTask({{kOnChunkDownloadCompleted, block(written, goOn)}});
-  task->start();
-  release(1);
-  written.get_future().wait();
-  awaitHeld(1);
-  const auto other =
-      makeTask({{kBlobId, "8"}, {kOnChunkDownloadCompleted, block(failed, goOnAfterFailure)}});
-  other->start();
-  awaitHeld(2);
-  release(1);  // the chunk that fails
-  awaitHeld(2);
-  release(1);  // the other download's first
-  release(1);  // the last, whose end is left behind
-  std::filesystem::remove(path());
-  goOn.set_value();
-  ASSERT_TRUE(reaches(task, TaskState::Errored));
-  failed.get_future().wait();
-  task->setState(TaskState::NotStarted);
-  const std::size_t before = transport_->requestCount();
-  task->start();
-  transport_->releaseAll();
-  EXPECT_TRUE(eventually([&] { return transport_->requestCount() == before + 3 + 1; }));
-  goOnAfterFailure.set_value();
-  EXPECT_TRUE(eventually([&] { return platform::isFinal(task->state()); }));
-  EXPECT_EQ(task->state(), TaskState::Ended);
-  EXPECT_TRUE(fileBytes() == object_.bytes);
-  ASSERT_TRUE(reaches(other, TaskState::Ended));
 }
 
 TEST_F(DownloadFileTest, TwoDownloadsNeverWriteOneFile) {
