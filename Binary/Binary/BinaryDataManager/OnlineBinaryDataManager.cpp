@@ -233,15 +233,21 @@ void OnlineBinaryDataManager::downloadStarted(DownloadTask& task) {
 }
 
 void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionary& output) {
+  std::string identifier;
+  std::string path;
+  try {
+    identifier = output[kBlobId].textValue();
+    path = output[kFilePath].textValue();
+  } catch (const std::bad_alloc&) {
+    return downloadFailed(task, outOfMemory());  // rather than an end that nobody hears of
+  }
   (void)queue_.remove(task);
   // The file is the application's from the moment on that it hears of it.
   releaseFile(*task);
   const Dictionary input = task->inputContext();
   const auto block = take(*task, &DownloadTask::onFileDownloadCompletedCompletionBlock);
   if (block && input.contains(kOnFileDownloadCompleted)) {
-    callBlock([&] {
-      block(output[kBlobId].textValue(), output[kFilePath].textValue(), input[kFileParams]);
-    });
+    callBlock([&] { block(identifier, path, input[kFileParams]); });
   }
   forget(task);
   startNextScheduledTask();
@@ -254,16 +260,20 @@ void OnlineBinaryDataManager::downloadPaused(const TaskPtr& task) {
 }
 
 void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
-  (void)queue_.remove(task);
-  forget(task);
-  const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock);
-  releaseFile(*task);
   ErrorPtr error = outOfMemory();
   try {
     error = downloadFailure(task->errorContext());
   } catch (const std::bad_alloc&) {
     // So it is told.
   }
+  downloadFailed(task, error);
+}
+
+void OnlineBinaryDataManager::downloadFailed(const TaskPtr& task, const ErrorPtr& error) {
+  (void)queue_.remove(task);
+  forget(task);
+  const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock);
+  releaseFile(*task);
   if (block) callBlock([&] { block(task->name(), error, task->inputContext()[kFileParams]); });
   placeLeft(*task);
 }

@@ -120,6 +120,7 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   void downloadEnded(const TaskPtr& task, const platform::Dictionary& output);
   void downloadPaused(const TaskPtr& task);
   void downloadErrored(const TaskPtr& task);
+  void downloadFailed(const TaskPtr& task, const platform::ErrorPtr& error);
 
   /// Keeps the task under its name, which nobody has yet.
   void enter(const TaskPtr& task);

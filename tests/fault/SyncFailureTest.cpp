@@ -1,0 +1,102 @@
+// A disk that cannot keep what was written: no success is told, and no name stands for the file.
+
+#include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Network/VRONetworkUtility.h"
+#include "Platform/TaskEngine/VSTask.h"
+#include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
+#include "tests/support/FakeHttpTransport.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+
+namespace {
+
+std::atomic<bool> isDiskFailing{false};
+
+}  // namespace
+
+extern "C" int fsync(int descriptor) {
+  if (!isDiskFailing) return static_cast<int>(::syscall(SYS_fsync, descriptor));
+  errno = EIO;
+  return -1;
+}
+
+namespace varo::binary {
+namespace {
+
+using namespace platform;
+using namespace test;
+using Storage = BinaryFileStorageInterface;
+
+class SyncFailureTest : public testing::Test {
+ protected:
+  SyncFailureTest() {
+    Storage::initialize();  // the manager is a task and stays
+    tasksBefore_ = VSTask::liveCount();
+    setTransferPolicy(TransferPolicy::kSafe);
+    VRONetworkUtility::setTransport(transport_);
+    UserDirectories::install(UserDirectories::below(home_.path()));
+    transport_->setHandler([](const RecordedRequest& request) {
+      const bool isLookUp = request.url.find("/bytes") == std::string::npos;
+      return answerWith(200, isLookUp ? R"({"opstatus":0,"records":[{"file_name":"a",)"
+                                        R"("download_template":{"domain":"#middlewaredomain",)"
+                                        R"("relativepath":"/bytes","method":"get"}}]})"
+                                      : "bytes");
+    });
+  }
+  ~SyncFailureTest() override {
+    isDiskFailing = false;
+    VRONetworkUtility::setTransport(nullptr);
+    UserDirectories::install(nullptr);
+    setTransferPolicy(TransferPolicy::kCompatible);
+  }
+
+  /// What the one end of a download says.
+  std::string outcome() {
+    const auto calls = std::make_shared<CallLog<std::string>>();
+    Storage::downloadWithURL(
+        "http://127.0.0.1/services/storage",
+        Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}},
+        [calls](const Value& answer) { calls->add("success " + answer.description()); },
+        [calls](const Value& answer) { calls->add("failure " + answer.description()); }, {}, {});
+    EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == tasksBefore_; }));
+    EXPECT_EQ(calls->calls().size(), 1U);
+    return calls->calls().empty() ? "" : calls->calls().front();
+  }
+  /// All files below the home directory.
+  [[nodiscard]] std::size_t fileCount() const {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(home_.path())) {
+      count += entry.is_regular_file() ? 1 : 0;
+    }
+    return count;
+  }
+
+  std::size_t tasksBefore_ = 0;
+  const TemporaryDirectory home_;
+  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
+};
+
+TEST_F(SyncFailureTest, DownloadFailsAndLeavesNoFile) {
+  isDiskFailing = true;
+  const std::string failure = outcome();
+  EXPECT_TRUE(failure.starts_with("failure ")) << failure;
+  EXPECT_NE(failure.find("Input/output error"), std::string::npos) << failure;
+  EXPECT_EQ(fileCount(), 0U);
+
+  isDiskFailing = false;
+  const std::string success = outcome();
+  EXPECT_TRUE(success.starts_with("success ")) << success;
+  EXPECT_EQ(fileCount(), 1U);
+}
+
+}  // namespace
+}  // namespace varo::binary
