@@ -176,6 +176,7 @@ TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload)
     const std::string running = newBlob("running");
     start(running);
     awaitHeld(1);
+    EXPECT_TRUE(eventually([&] { return stateOf(running) == "102"; }));  // its own thread writes it
     manager_->clearBinaryDataManagerState();
     if (isSafe) {
       EXPECT_EQ(awaitNext().summary(), "start " + running + ": " + kCleared);
