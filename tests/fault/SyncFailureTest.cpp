@@ -10,12 +10,11 @@
 #include "tests/support/FakeHttpTransport.h"
 #include "tests/support/TemporaryDirectory.h"
 
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -64,9 +63,10 @@ class SyncFailureTest : public testing::Test {
     const auto calls = std::make_shared<CallLog<std::string>>();
     Storage::downloadWithURL(
         "http://127.0.0.1/services/storage",
-        Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "7"}}}},
+        Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "8"}}}},
         [calls](const Value& answer) { calls->add("success " + answer.description()); },
         [calls](const Value& answer) { calls->add("failure " + answer.description()); }, {}, {});
+    EXPECT_TRUE(eventually([&] { return !calls->calls().empty(); }));
     EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == tasksBefore_; }));
     EXPECT_EQ(calls->calls().size(), 1U);
     return calls->calls().empty() ? "" : calls->calls().front();
