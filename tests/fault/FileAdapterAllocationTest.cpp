@@ -8,9 +8,12 @@
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
 #include "tests/support/FailingAllocations.h"
 #include "tests/support/FakeHttpTransport.h"
 #include "tests/support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
 
 #include <atomic>
 
@@ -53,7 +56,8 @@ class FileAdapterAllocationTest : public testing::Test {
     setTransferPolicy(TransferPolicy::kCompatible);
   }
 
-  /// Starts an operation with each of its allocations failing, one after another.
+  /// Starts an operation with each of its allocations failing, one after another; after each, the
+  /// same operation has its way.
   void expectOneEndEach(const std::function<void(const BinaryBlock& ended)>& start) {
     bool failed = true;
     // From 0, which never fails: what is made once is made then.
@@ -70,6 +74,12 @@ class FileAdapterAllocationTest : public testing::Test {
       }
       EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == tasksBefore_; })) << "not freed";
       EXPECT_EQ(*ends, 1);
+
+      const auto answers = std::make_shared<CallLog<std::string>>();
+      start([answers](const Value& answer) { answers->add(answer.description()); });
+      EXPECT_TRUE(eventually([&] { return answers->calls().size() == 1; }));
+      EXPECT_THAT(answers->calls(), testing::Each(testing::Not(testing::HasSubstr("10002"))));
+      EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == tasksBefore_; }));
     }
     EXPECT_GT(n, 50U) << "too little has been tried";
   }

@@ -15,8 +15,11 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/TaskEngine/EngineErrors.h"
 
 #include <array>
+#include <functional>
+#include <new>
 #include <utility>
 
 namespace varo::binary {
@@ -82,6 +85,26 @@ Value passedOn(const std::optional<Dictionary>& options) {
   return others;
 }
 
+/// Made while there is memory, for when there is none.
+const Value& outOfMemoryFailure() {
+  static const Value failure = Dictionary{{keys::kError, platform::outOfMemory().errorContext}};
+  return failure;
+}
+
+/// Calls the block of `type` with what `makeResult` returns; where there is no memory for that, the
+/// failure block, rather than none.
+void tellEnd(BinaryCallback& callback, CallbackType type,
+             const std::function<Dictionary()>& makeResult) {
+  Value result;
+  try {
+    result = makeResult();
+  } catch (const std::bad_alloc&) {
+    type = CallbackType::kFailure;
+    result = outOfMemoryFailure();
+  }
+  callback.executeWithCallback(type, result);
+}
+
 /// Of the options where they have it; true otherwise.
 Value disableIntegrityCheck(const Dictionary& options) {
   const Value* disabled = options.find(keys::kDisableIntegrityCheck);
@@ -97,7 +120,9 @@ FileStorageManager& FileStorageManager::sharedInstance() {
   return *instance;
 }
 
-FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(kClassTag) {}
+FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(kClassTag) {
+  static_cast<void>(outOfMemoryFailure());
+}
 
 std::string FileStorageManager::functionTag() const {
   const MutexLock lock(mutex_);
@@ -245,7 +270,11 @@ void FileStorageManager::downloadWithURL(const std::string& url,
 
 bool FileStorageManager::enterDownload(const DownloadPtr& download) {
   const MutexLock lock(mutex_);
-  return _downloadTaskMap.try_emplace(download->name(), download).second;
+  auto& entered = _downloadTaskMap[download->name()];
+  // One that is gone can leave no more: it never started, for want of memory.
+  if (!entered.expired()) return false;
+  entered = download;
+  return true;
 }
 
 void FileStorageManager::leaveDownload(const std::string& fileId,
@@ -376,7 +405,7 @@ void FileStorageManager::handleSuccessForDownloadTask(const DownloadPtr& downloa
   if (callback == nullptr) {
     return logger().logWarning(kSuccessNotDefined, _classTag, functionTag());
   }
-  callback->executeWithCallback(CallbackType::kSuccess, trimOutputContextFor(*download));
+  tellEnd(*callback, CallbackType::kSuccess, [&] { return trimOutputContextFor(*download); });
 }
 
 void FileStorageManager::handleFailureForDownloadTask(const DownloadPtr& download) {
@@ -386,13 +415,14 @@ void FileStorageManager::handleFailureForDownloadTask(const DownloadPtr& downloa
   if (callback == nullptr) {
     return logger().logWarning(kFailureNotDefined, _classTag, functionTag());
   }
-  Dictionary failure = trimOutputContextFor(*download);
-  // Failures are logged and sent on by applications; a result is the caller's own.
-  failure.set(keys::kRequestContext,
-              BinaryNetworkUtils::withoutSecrets(failure[keys::kRequestContext]));
-  failure.addEntries(download->errorContext());
-  callback->executeWithCallback(CallbackType::kFailure,
-                                Dictionary{{keys::kError, std::move(failure)}});
+  tellEnd(*callback, CallbackType::kFailure, [&] {
+    Dictionary failure = trimOutputContextFor(*download);
+    // Failures are logged and sent on by applications; a result is the caller's own.
+    failure.set(keys::kRequestContext,
+                BinaryNetworkUtils::withoutSecrets(failure[keys::kRequestContext]));
+    failure.addEntries(download->errorContext());
+    return Dictionary{{keys::kError, std::move(failure)}};
+  });
 }
 
 std::shared_ptr<BinaryCallback> FileStorageManager::getBinaryCallback(const VSTask& task) {
