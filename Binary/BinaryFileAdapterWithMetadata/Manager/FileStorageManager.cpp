@@ -252,6 +252,12 @@ void FileStorageManager::downloadWithURL(const std::string& url,
   input.set(kOperationSettings, OperationSettings::value(settings));
   if (settings->isSafe()) input.set(keys::kOptions, passedOn(options));
   download->setInputContext(std::move(input));
+  if (callback != nullptr) {
+    // A look-up reports its failure itself, and the block may download the file again.
+    callback->setWhenEnded([fileId, weak = std::weak_ptr<VSTask>(download)] {
+      sharedInstance().leaveDownload(fileId, weak);
+    });
+  }
   if (!enterDownload(download)) {
     logger().logError(kDownloadInProgress, _classTag, functionTag(), fileId);
     return reportFailure(
@@ -259,22 +265,17 @@ void FileStorageManager::downloadWithURL(const std::string& url,
         CommonUtils::generateErrorWith(
             kDownloadErrorDomain, kDownloadNotStartedAlreadyExistsInQueue, kFileAlreadyInQueue));
   }
-  if (callback != nullptr) {
-    // A look-up reports its failure itself, and the block may download the file again.
-    callback->setWhenEnded([fileId, weak = std::weak_ptr<VSTask>(download)] {
-      sharedInstance().leaveDownload(fileId, weak);
-    });
+  try {
+    start(download);
+  } catch (...) {
+    leaveDownload(fileId, download);  // one that never started can be tried again
+    throw;
   }
-  start(download);
 }
 
 bool FileStorageManager::enterDownload(const DownloadPtr& download) {
   const MutexLock lock(mutex_);
-  auto& entered = _downloadTaskMap[download->name()];
-  // One that is gone can leave no more: it never started, for want of memory.
-  if (!entered.expired()) return false;
-  entered = download;
-  return true;
+  return _downloadTaskMap.try_emplace(download->name(), download).second;
 }
 
 void FileStorageManager::leaveDownload(const std::string& fileId,
