@@ -233,30 +233,5 @@ TEST_F(BinaryDataManagerTest, DownloadStartsNoFurtherOnThanItsFileReaches) {
   }
 }
 
-TEST_F(BinaryDataManagerTest, CompleteFileWhoseRowCannotBeWrittenIsNotedLaterWithoutARequest) {
-  for (const std::string pk : {"compatible", "safe"}) {
-    setTransferPolicy(pk == "safe" ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
-    const std::string id = newBlob(pk);
-    sql("CREATE TRIGGER refuse BEFORE UPDATE ON varosyncBLOBSTOREMANAGER WHEN NEW.state = 50"
-        " BEGIN SELECT RAISE(ABORT, 'no'); END");
-    start(id);
-    const ErrorPtr error = awaitNext().error;
-    EXPECT_EQ(error == nullptr, pk == "compatible");
-    if (error != nullptr) {
-      EXPECT_EQ(firstCause(*error).code(), 1811);
-    }
-    EXPECT_EQ(stateOf(id), "102");
-    sql("DROP TRIGGER refuse");
-    const std::size_t requests = transport_->requestCount();
-    create(pk);
-    start(id);
-    EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
-    EXPECT_EQ(rows("SELECT localPath, state, size FROM varosyncBLOBSTOREMANAGER WHERE id = " + id),
-              pathOf(id) + "|50|10");
-    EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
-    EXPECT_EQ(transport_->requestCount(), requests);
-  }
-}
-
 }  // namespace
 }  // namespace varo::binary
