@@ -242,33 +242,20 @@ TEST_F(DownloadTaskTest, PauseAndStopCancelTheRangeInFlightAndTheNextRunDoesNotH
 }
 
 /// Ends transfers when the test says so, those also that were cancelled.
-class LateTransport final : public HttpTransport {
- public:
-  std::shared_ptr<HttpTransfer> send(HttpRequest /*request*/, HttpCompletion completion) override {
-    const MutexLock lock(mutex_);
-    completions_.push_back(std::move(completion));
-    return std::make_shared<Transfer>();
-  }
-  void shutdown() override {}
-  [[nodiscard]] std::size_t count() const {
-    const MutexLock lock(mutex_);
-    return completions_.size();
-  }
-  void end(std::size_t index, const ScriptedAnswer& answer) const {
-    HttpCompletion completion;
-    {
-      const MutexLock lock(mutex_);
-      completion = completions_.at(index);
-    }
-    completion(answer.response, answer.error);
-  }
-
- private:
+struct LateTransport final : HttpTransport {
   struct Transfer final : HttpTransfer {
     void cancel() override {}
   };
-  mutable platform::Mutex mutex_;
-  std::vector<HttpCompletion> completions_ VARO_GUARDED_BY(mutex_);
+  std::shared_ptr<HttpTransfer> send(HttpRequest /*request*/, HttpCompletion completion) override {
+    completions.add(std::move(completion));
+    return std::make_shared<Transfer>();
+  }
+  void shutdown() override {}
+  [[nodiscard]] std::size_t count() const { return completions.calls().size(); }
+  void end(std::size_t index, const ScriptedAnswer& answer) const {
+    completions.calls().at(index)(answer.response, answer.error);
+  }
+  CallLog<HttpCompletion> completions;
 };
 
 TEST_F(DownloadTaskTest, LateEndOfACancelledRangeIsNotThatOfTheNextRun) {
