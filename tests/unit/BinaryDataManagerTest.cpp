@@ -38,10 +38,7 @@ TEST_F(BinaryDataManagerTest, RecordsColumnBecomesAFileWithItsStateInTheTable) {
   EXPECT_EQ(rows("SELECT * FROM album"), "a|1");
   EXPECT_EQ(create("a", configuration).blobId, "1");  // no second row
 
-  transport_->hold();
-  start("1");
-  awaitHeld(1);
-  EXPECT_TRUE(eventually([&] { return stateOf("1") == "102"; }));
+  startHeld("1");
   EXPECT_EQ(create("a").summary(), "create: Invalid State For Download Task Creation 5002");
   transport_->releaseAll();
   const Call end = awaitNext();
@@ -130,9 +127,7 @@ TEST_F(BinaryDataManagerTest, OperationsThatTheStateForbidsAreRefused) {
   start(errored);
   EXPECT_EQ(awaitNext().error->code(), 4);
   const std::string running = newBlob("running");
-  transport_->hold();
-  start(running);
-  awaitHeld(1);
+  startHeld(running);
 
   const std::string notPaused = domain + "5001 Task is not Paused, hence can't resumed.";
   const struct {

@@ -173,11 +173,8 @@ TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload)
     EXPECT_EQ(contentOf(pathOf(ids[0])) + contentOf(pathOf(resumed)),
               object_.bytes + object_.bytes);
 
-    transport_->hold();
     const std::string running = newBlob("running");
-    start(running);
-    awaitHeld(1);
-    EXPECT_TRUE(eventually([&] { return stateOf(running) == "102"; }));  // its own thread writes it
+    startHeld(running);
     manager_->clearBinaryDataManagerState();
     if (isSafe) {
       EXPECT_EQ(awaitNext().summary(), "start " + running + ": " + kCleared);
@@ -219,10 +216,7 @@ TEST_F(DownloadSchedulingTest, DownloadOutlivesItsDatabase) {
   for (const bool isReplaced : {false, true}) {
     makeDatabase();
     const std::string id = newBlob("a");
-    transport_->hold();
-    start(id);
-    awaitHeld(1);
-    EXPECT_TRUE(eventually([&] { return stateOf(id) == "102"; }));
+    startHeld(id);
     if (isReplaced) {
       makeDatabase();
     } else {

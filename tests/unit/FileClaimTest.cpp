@@ -275,10 +275,7 @@ TEST_F(FileClaimTest, SecondDownloadOfABlobWaitsForTheFirstsEndAndKeepsItsBlock)
     makeDatabase();
     std::filesystem::remove(pathOf("1"));
     const std::string id = newBlob("a");
-    transport_->hold();
-    start(id);
-    awaitHeld(1);
-    EXPECT_TRUE(eventually([&] { return stateOf(id) == "102"; }));
+    startHeld(id);
     sql("UPDATE varosyncBLOBSTOREMANAGER SET state = 0");  // so that it may be created anew
     EXPECT_EQ(create("a").summary(), "create: ok");
     manager_->startDownload(id, block("second"));
