@@ -13,7 +13,7 @@ namespace {
 using namespace platform;
 using namespace test;
 
-class BlobDownloadAllocationTest : public BlobFixture {};
+using BlobDownloadAllocationTest = test::BlobFixture;
 
 TEST_F(BlobDownloadAllocationTest, DownloadComesToOneEndAndTheNextOneToItsFile) {
   setTransferPolicy(TransferPolicy::kSafe);
@@ -32,10 +32,8 @@ TEST_F(BlobDownloadAllocationTest, DownloadComesToOneEndAndTheNextOneToItsFile) 
       ++*ends;  // where its arguments were copied
     }
   };
-  const std::size_t atRest = VSTask::liveCount();
-  std::size_t n = 0;
-  for (bool failed = true; failed && !HasFailure(); ++n) {
-    SCOPED_TRACE("allocation " + std::to_string(n));
+  forEachAllocation(200, [&](std::size_t n) {
+    bool failed = false;
     sql("UPDATE varosyncBLOBSTOREMANAGER SET state = 101, localPath = ''");
     std::filesystem::remove_all(home_ / "Documents/blobs");
     for (const bool isFailing : {true, false}) {
@@ -49,16 +47,16 @@ TEST_F(BlobDownloadAllocationTest, DownloadComesToOneEndAndTheNextOneToItsFile) 
           ++*ends;  // nothing was begun
         }
         EXPECT_TRUE(eventually([&] { return *ends > 0; }));
-        if (isFailing) failed = n == 0 || FailingAllocations::haveFailed();
+        if (isFailing) failed = FailingAllocations::haveFailed();
       }
       manager->clearBinaryDataManagerState();
-      EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == atRest; })) << "not freed";
+      awaitEndOfTasks();
       EXPECT_EQ(*ends, 1) << isFailing;
     }
     EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
     EXPECT_EQ(stateOf(id), "50");
-  }
-  EXPECT_GT(n, 200U) << "too little has been tried";
+    return failed;
+  });
 }
 
 }  // namespace

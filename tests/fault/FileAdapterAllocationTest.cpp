@@ -1,19 +1,8 @@
 // Each operation of the file adapter with each of its allocations failing: it ends once.
 
-#include "Binary/Binary/Utils/TransferPolicy.h"
-#include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Platform/Common/VROCommonUtility.h"
-#include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Logging/VaroNativeFacade.h"
-#include "Platform/Network/VRONetworkUtility.h"
-#include "Platform/TaskEngine/VSTask.h"
-#include "tests/support/Await.h"
-#include "tests/support/CallLog.h"
 #include "tests/support/FailingAllocations.h"
-#include "tests/support/FakeHttpTransport.h"
-#include "tests/support/TemporaryDirectory.h"
-
-#include <gmock/gmock.h>
+#include "tests/support/FileAdapterFixture.h"
 
 #include <atomic>
 
@@ -24,21 +13,10 @@ using namespace platform;
 using namespace test;
 using Storage = BinaryFileStorageInterface;
 
-// Made before any allocation fails, as are all arguments: only the library's own count.
-const std::string kUrl = "http://127.0.0.1/services/storage";
-
-std::string json(const Dictionary& dictionary) {
-  return VROCommonUtility::getJSONStringFromNSDictionary(dictionary, nullptr).value();
-}
-
-class FileAdapterAllocationTest : public testing::Test {
+class FileAdapterAllocationTest : public FileAdapterFixture {
  protected:
   FileAdapterAllocationTest() {
-    Storage::initialize();  // the manager is a task and stays
-    tasksBefore_ = VSTask::liveCount();
     setTransferPolicy(TransferPolicy::kSafe);  // where a failed look-up is one end
-    VRONetworkUtility::setTransport(transport_);
-    UserDirectories::install(UserDirectories::below(home_.path()));
     VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kFatal);
     const std::string where = json({{"domain", "#middlewaredomain"},
                                     {"relativepath", "/bytes"},
@@ -50,43 +28,30 @@ class FileAdapterAllocationTest : public testing::Test {
         [answer = json({{"opstatus", 0}, {"upload_template", where}, {"records", records}})](
             const RecordedRequest&) { return answerWith(200, answer); });
   }
-  ~FileAdapterAllocationTest() override {
-    VRONetworkUtility::setTransport(nullptr);
-    UserDirectories::install(nullptr);
-    setTransferPolicy(TransferPolicy::kCompatible);
-  }
-
   /// Starts an operation with each of its allocations failing, one after another; after each, the
   /// same operation has its way.
   void expectOneEndEach(const std::function<void(const BinaryBlock& ended)>& start) {
-    bool failed = true;
-    // From 0, which never fails: what is made once is made then.
-    std::size_t n = 0;
-    for (; failed && !HasFailure(); ++n) {
-      SCOPED_TRACE("allocation " + std::to_string(n));
+    forEachAllocation(50, [&](std::size_t n) {
+      bool failed = false;
       const auto ends = std::make_shared<std::atomic<int>>(0);
       const BinaryBlock ended = [ends](const Value&) { ++*ends; };
       {
         const FailingAllocations failing(n, Failing::kOne);
         start(ended);
         (void)eventually([&] { return *ends > 0; });
-        failed = n == 0 || FailingAllocations::haveFailed();
+        failed = FailingAllocations::haveFailed();
       }
-      EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == tasksBefore_; })) << "not freed";
+      awaitEndOfTasks();
       EXPECT_EQ(*ends, 1);
-
-      const auto answers = std::make_shared<CallLog<std::string>>();
-      start([answers](const Value& answer) { answers->add(answer.description()); });
-      EXPECT_TRUE(eventually([&] { return answers->calls().size() == 1; }));
-      EXPECT_THAT(answers->calls(), testing::Each(testing::Not(testing::HasSubstr("10002"))));
-      EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == tasksBefore_; }));
-    }
-    EXPECT_GT(n, 50U) << "too little has been tried";
+      start(block("again"));
+      EXPECT_THAT(awaitNext().value.description(), testing::Not(testing::HasSubstr("10002")));
+      awaitEndOfTasks();
+      return failed;
+    });
   }
 
-  std::size_t tasksBefore_ = 0;
-  const TemporaryDirectory home_;
-  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
+  // Made before any allocation fails, as are all arguments: only the library's own count.
+  const std::string url_ = kUrl;
 };
 
 TEST_F(FileAdapterAllocationTest, EachOperationEndsOnceWhicheverAllocationFails) {
@@ -98,13 +63,13 @@ TEST_F(FileAdapterAllocationTest, EachOperationEndsOnceWhicheverAllocationFails)
                  {"file", Dictionary{{"rawBytes", Data::fromBytes("bytes")}}},
                  {"chunkSize", 3}};
   const std::pair<const char*, std::function<void(const BinaryBlock&)>> operations[] = {
-      {"list", [](const auto& end) { Storage::getFilesWithUrl(kUrl, {}, {}, end, end, {}); }},
-      {"update", [&](const auto& end) { Storage::updateWithUrl(kUrl, ofFile, end, end, {}); }},
-      {"delete", [](const auto& end) { Storage::deleteWithUrl(kUrl, "7", {}, {}, end, end, {}); }},
+      {"list", [&](const auto& end) { Storage::getFilesWithUrl(url_, {}, {}, end, end, {}); }},
+      {"update", [&](const auto& end) { Storage::updateWithUrl(url_, ofFile, end, end, {}); }},
+      {"delete", [&](const auto& end) { Storage::deleteWithUrl(url_, "7", {}, {}, end, end, {}); }},
       {"download",
-       [&](const auto& end) { Storage::downloadWithURL(kUrl, ofFile, end, end, {}, {}); }},
+       [&](const auto& end) { Storage::downloadWithURL(url_, ofFile, end, end, {}, {}); }},
       {"upload",
-       [&](const auto& end) { Storage::uploadBinaryWithUrl(kUrl, {}, upload, end, end, {}, {}); }},
+       [&](const auto& end) { Storage::uploadBinaryWithUrl(url_, {}, upload, end, end, {}, {}); }},
   };
   for (const auto& [name, start] : operations) {
     SCOPED_TRACE(name);

@@ -15,7 +15,7 @@ namespace {
 using namespace platform;
 using namespace test;
 
-class OnlineDownloadAllocationTest : public test::DownloadFixture {};
+using OnlineDownloadAllocationTest = test::DownloadFixture;
 
 TEST_F(OnlineDownloadAllocationTest, DownloadComesToOneEndAndTheNextOneToItsFile) {
   setTransferPolicy(TransferPolicy::kSafe);
@@ -36,24 +36,22 @@ TEST_F(OnlineDownloadAllocationTest, DownloadComesToOneEndAndTheNextOneToItsFile
       ++*failures;  // nothing was begun
     }
   };
-  const std::size_t atRest = VSTask::liveCount();
-  std::size_t n = 0;
-  for (bool failed = true; failed && !HasFailure(); ++n) {
-    SCOPED_TRACE("allocation " + std::to_string(n));
+  forEachAllocation(200, [&](std::size_t n) {
+    bool failed = false;
     for (const bool isFailing : {true, false}) {
       *completed = *failures = 0;
       {
         const FailingAllocations failing(isFailing ? n : 0, Failing::kOne);
         start();
         EXPECT_TRUE(eventually([&] { return ends() > 0; }));
-        if (isFailing) failed = n == 0 || FailingAllocations::haveFailed();
+        if (isFailing) failed = FailingAllocations::haveFailed();
       }
-      EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == atRest; })) << "not freed";
+      awaitEndOfTasks();
       EXPECT_EQ(ends(), 1) << isFailing;
     }
     EXPECT_EQ(*completed, 1) << "the name is still in use";
-  }
-  EXPECT_GT(n, 200U) << "too little has been tried";
+    return failed;
+  });
 }
 
 }  // namespace

@@ -1,14 +1,6 @@
 // A disk that cannot keep what was written: no success is told, and no name stands for the file.
 
-#include "Binary/Binary/Utils/TransferPolicy.h"
-#include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Platform/Foundation/UserDirectories.h"
-#include "Platform/Network/VRONetworkUtility.h"
-#include "Platform/TaskEngine/VSTask.h"
-#include "tests/support/Await.h"
-#include "tests/support/CallLog.h"
-#include "tests/support/FakeHttpTransport.h"
-#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/FileAdapterFixture.h"
 
 #include <atomic>
 #include <cerrno>
@@ -33,16 +25,11 @@ namespace {
 
 using namespace platform;
 using namespace test;
-using Storage = BinaryFileStorageInterface;
 
-class SyncFailureTest : public testing::Test {
+class SyncFailureTest : public FileAdapterFixture {
  protected:
   SyncFailureTest() {
-    Storage::initialize();  // the manager is a task and stays
-    tasksBefore_ = VSTask::liveCount();
     setTransferPolicy(TransferPolicy::kSafe);
-    VRONetworkUtility::setTransport(transport_);
-    UserDirectories::install(UserDirectories::below(home_.path()));
     transport_->setHandler([](const RecordedRequest& request) {
       const bool isLookUp = request.url.find("/bytes") == std::string::npos;
       return answerWith(200, isLookUp ? R"({"opstatus":0,"records":[{"file_name":"a",)"
@@ -51,25 +38,16 @@ class SyncFailureTest : public testing::Test {
                                       : "bytes");
     });
   }
-  ~SyncFailureTest() override {
-    isDiskFailing = false;
-    VRONetworkUtility::setTransport(nullptr);
-    UserDirectories::install(nullptr);
-    setTransferPolicy(TransferPolicy::kCompatible);
-  }
+  ~SyncFailureTest() override { isDiskFailing = false; }
 
   /// What the one end of a download says.
   std::string outcome() {
-    const auto calls = std::make_shared<CallLog<std::string>>();
-    Storage::downloadWithURL(
-        "http://127.0.0.1/services/storage",
-        Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "8"}}}},
-        [calls](const Value& answer) { calls->add("success " + answer.description()); },
-        [calls](const Value& answer) { calls->add("failure " + answer.description()); }, {}, {});
-    EXPECT_TRUE(eventually([&] { return !calls->calls().empty(); }));
-    EXPECT_TRUE(eventually([&] { return VSTask::liveCount() == tasksBefore_; }));
-    EXPECT_EQ(calls->calls().size(), 1U);
-    return calls->calls().empty() ? "" : calls->calls().front();
+    BinaryFileStorageInterface::downloadWithURL(
+        kUrl, Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", "8"}}}},
+        onSuccess(), onFailure(), {}, {});
+    const Event end = awaitNext();
+    awaitEndOfTasks();
+    return end.block + " " + end.value.description();
   }
   /// All files below the home directory.
   [[nodiscard]] std::size_t fileCount() const {
@@ -79,10 +57,6 @@ class SyncFailureTest : public testing::Test {
     }
     return count;
   }
-
-  std::size_t tasksBefore_ = 0;
-  const TemporaryDirectory home_;
-  const std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
 };
 
 TEST_F(SyncFailureTest, DownloadFailsAndLeavesNoFile) {

@@ -135,6 +135,14 @@ class BlobFixture : public OfflineFixture {
   void start(const std::string& blobId) {
     manager_->startDownload(blobId, block("start " + blobId));
   }
+  /// Starts a download whose first request is kept back and whose row says that it runs, which its
+  /// own thread writes.
+  void startHeld(const std::string& blobId) {
+    transport_->hold();
+    start(blobId);
+    awaitHeld(1);
+    EXPECT_TRUE(eventually([&] { return stateOf(blobId) == "102"; }));
+  }
   /// A download that has paused after its first range.
   std::string pausedBlob(const std::string& pk) {
     std::string id = newBlob(pk);

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
+#include <string>
 
 namespace varo::test {
 
@@ -20,5 +23,17 @@ class FailingAllocations {
   /// Whether an allocation has failed.
   [[nodiscard]] static bool haveFailed() noexcept;
 };
+
+/// Calls `run` for one allocation after another that is to fail, until it returns false: none did.
+/// Begins with 0, which never fails: what is made once is made then. Expects more than `least`.
+template <typename Run>
+void forEachAllocation(std::size_t least, const Run& run) {
+  std::size_t n = 0;
+  for (bool failed = true; failed && !testing::Test::HasFailure(); ++n) {
+    SCOPED_TRACE("allocation " + std::to_string(n));
+    failed = run(n) || n == 0;
+  }
+  EXPECT_GT(n, least) << "too little has been tried";
+}
 
 }  // namespace varo::test

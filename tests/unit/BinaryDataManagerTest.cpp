@@ -38,10 +38,7 @@ TEST_F(BinaryDataManagerTest, RecordsColumnBecomesAFileWithItsStateInTheTable) {
   EXPECT_EQ(rows("SELECT * FROM album"), "a|1");
   EXPECT_EQ(create("a", configuration).blobId, "1");  // no second row
 
-  transport_->hold();
-  start("1");
-  awaitHeld(1);
-  EXPECT_TRUE(eventually([&] { return stateOf("1") == "102"; }));
+  startHeld("1");
   EXPECT_EQ(create("a").summary(), "create: Invalid State For Download Task Creation 5002");
   transport_->releaseAll();
   const Call end = awaitNext();
@@ -130,9 +127,7 @@ TEST_F(BinaryDataManagerTest, OperationsThatTheStateForbidsAreRefused) {
   start(errored);
   EXPECT_EQ(awaitNext().error->code(), 4);
   const std::string running = newBlob("running");
-  transport_->hold();
-  start(running);
-  awaitHeld(1);
+  startHeld(running);
 
   const std::string notPaused = domain + "5001 Task is not Paused, hence can't resumed.";
   const struct {
@@ -230,31 +225,6 @@ TEST_F(BinaryDataManagerTest, DownloadStartsNoFurtherOnThanItsFileReaches) {
     const auto asked = ranges();
     EXPECT_EQ(asked[asked.size() - (item.firstRange == "bytes=0-3" ? 3 : 2)], item.firstRange);
     EXPECT_EQ(contentOf(pathOf(blob)), object_.bytes);
-  }
-}
-
-TEST_F(BinaryDataManagerTest, CompleteFileWhoseRowCannotBeWrittenIsNotedLaterWithoutARequest) {
-  for (const std::string pk : {"compatible", "safe"}) {
-    setTransferPolicy(pk == "safe" ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
-    const std::string id = newBlob(pk);
-    sql("CREATE TRIGGER refuse BEFORE UPDATE ON varosyncBLOBSTOREMANAGER WHEN NEW.state = 50"
-        " BEGIN SELECT RAISE(ABORT, 'no'); END");
-    start(id);
-    const ErrorPtr error = awaitNext().error;
-    EXPECT_EQ(error == nullptr, pk == "compatible");
-    if (error != nullptr) {
-      EXPECT_EQ(firstCause(*error).code(), 1811);
-    }
-    EXPECT_EQ(stateOf(id), "102");
-    sql("DROP TRIGGER refuse");
-    const std::size_t requests = transport_->requestCount();
-    create(pk);
-    start(id);
-    EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
-    EXPECT_EQ(rows("SELECT localPath, state, size FROM varosyncBLOBSTOREMANAGER WHERE id = " + id),
-              pathOf(id) + "|50|10");
-    EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
-    EXPECT_EQ(transport_->requestCount(), requests);
   }
 }
 

@@ -82,10 +82,7 @@ TEST_F(BlobFilesTest, DeletionDuringADownloadStaysRecordedUnderTheSafePolicy) {
     setTransferPolicy(policy);
     makeDatabase();
     const std::string id = newBlob("a");
-    transport_->hold();
-    start(id);
-    awaitHeld(1);
-    EXPECT_TRUE(test::eventually([&] { return stateOf(id) == "102"; }));
+    startHeld(id);
     EXPECT_EQ(deletionOf("a", false), id + " 10 ok");
     transport_->releaseAll();
     EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");

@@ -3,6 +3,7 @@
 #include "Platform/Foundation/TimerQueue.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
 #include "tests/support/SteppingClock.h"
 
 #include <gtest/gtest.h>
@@ -62,24 +63,13 @@ TEST_F(WorkQueueTest, JobThatThrowsInSyncReachesTheCallerAndTheQueueGoesOn) {
 }
 
 /// Waits end when the test says so.
-class HeldWaits final : public Sleeper {
- public:
+struct HeldWaits final : Sleeper {
   void wakeAfter(std::chrono::milliseconds /*delay*/, TimerQueue::Job wake) override {
-    const MutexLock lock(mutex_);
-    wake_ = std::move(wake);
+    waits.add(std::move(wake));
   }
-  void end() {
-    TimerQueue::Job wake;
-    {
-      const MutexLock lock(mutex_);
-      wake.swap(wake_);
-    }
-    wake(TimerQueue::Reason::kDue);
-  }
-
- private:
-  Mutex mutex_;
-  TimerQueue::Job wake_ VARO_GUARDED_BY(mutex_);
+  void end() { waits.calls().at(ended++)(TimerQueue::Reason::kDue); }
+  test::CallLog<TimerQueue::Job> waits;
+  std::size_t ended = 0;
 };
 
 TEST(ThreadPoolTest, GrowsByItsBlockedThreadsWhileAnotherStillTakesJobs) {
