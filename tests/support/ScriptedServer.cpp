@@ -130,9 +130,16 @@ class ScriptedServer::Stream {
   std::unique_ptr<SSL, decltype(&SSL_free)> ssl_{nullptr, &SSL_free};
 };
 
-ScriptedServer::ScriptedServer(Handler handler, const std::optional<TestCertificate>& certificate)
+ScriptedServer::ScriptedServer(Handler handler, const std::string& certificate)
     : handler_(std::move(handler)) {
-  if (certificate) tls_ = certificate->tls;
+  if (!certificate.empty()) {
+    const std::shared_ptr<SSL_CTX> tls(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+    const std::string file = certificate + "/certificate.pem";
+    const std::string key = certificate + "/key.pem";
+    require(SSL_CTX_use_certificate_file(tls.get(), file.c_str(), SSL_FILETYPE_PEM) == 1, "TLS");
+    require(SSL_CTX_use_PrivateKey_file(tls.get(), key.c_str(), SSL_FILETYPE_PEM) == 1, "TLS key");
+    tls_ = tls;
+  }
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   require(listener_ >= 0, "socket");
   sockaddr_in address{};

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Platform/Foundation/Mutex.h"
-#include "tests/support/TestCertificate.h"
 
 #include <atomic>
 #include <chrono>
@@ -72,9 +71,8 @@ class ScriptedServer {
  public:
   using Handler = std::function<WireReply(const WireRequest&)>;
 
-  /// Listens on a free port of 127.0.0.1; with a certificate, speaks TLS.
-  explicit ScriptedServer(Handler handler,
-                          const std::optional<TestCertificate>& certificate = std::nullopt);
+  /// Listens on a free port of 127.0.0.1; with the directory of a test certificate, speaks TLS.
+  explicit ScriptedServer(Handler handler, const std::string& certificate = {});
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
