@@ -2,7 +2,7 @@
 #include "Platform/Network/NetworkTuning.h"
 #include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/Files.h"
+#include "tests/support/TestCertificate.h"
 #include "tests/support/TransportFixture.h"
 
 namespace varo::test {
@@ -14,9 +14,7 @@ using namespace platform;
 class CurlHttp2Test : public TransportTest {
  protected:
   void SetUp() override {
-    const TestCertificate certificate = makeTestCertificate(1);
-    writeFile(temporary_ / "certificate.pem", certificate.certificate);
-    writeFile(temporary_ / "key.pem", certificate.key);
+    makeTestCertificate(directory_);
     process_.emplace(
         ChildProcess::Settings{.program = "node",
                                .arguments = {VARO_PEER_HTTP2_SCRIPT, temporary_ / "certificate.pem",

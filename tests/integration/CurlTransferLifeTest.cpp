@@ -3,6 +3,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/Files.h"
+#include "tests/support/TestCertificate.h"
 #include "tests/support/TransportFixture.h"
 
 #include <sys/stat.h>
@@ -228,15 +229,18 @@ TEST_F(CurlTransferLifeTest, AnUploadThatNobodyReadsStalls) {
 // ---- TLS and the environment ----
 
 TEST_F(CurlTransferLifeTest, TrustsOnlyConfiguredCertificatesWhateverTheEnvironmentSays) {
-  const TestCertificate certificate = makeTestCertificate(1);
-  const TestCertificate expired = makeTestCertificate(-1);
+  const std::string expired = directory_ + "/expired";
   const std::string caFile = directory_ + "/ca.pem";
-  std::ofstream(caFile) << certificate.certificate << expired.certificate;
+  std::filesystem::create_directory(expired);
+  makeTestCertificate(directory_);
+  makeTestCertificate(expired, "-1");
+  writeFile(caFile,
+            contentOf(directory_ + "/certificate.pem") + contentOf(expired + "/certificate.pem"));
   const auto answer = [](const WireRequest& request) {
     if (request.target() == "/down") return reply(302, "", "Location: http://127.0.0.1:1/\r\n");
     return reply(200, "secure");
   };
-  ScriptedServer server(answer, certificate);
+  ScriptedServer server(answer, directory_);
   ScriptedServer expiredServer(answer, expired);
   const std::string otherName = "https://localhost:" + std::to_string(server.port()) + "/";
   constexpr std::int64_t kNotTrusted = 60;
@@ -262,16 +266,16 @@ TEST_F(CurlTransferLifeTest, TrustsOnlyConfiguredCertificatesWhateverTheEnvironm
 }
 
 TEST_F(CurlTransferLifeTest, WritesNoKeysOfConnectionsWhereTheEnvironmentAsksForThem) {
-  const TestCertificate certificate = makeTestCertificate(1);
-  std::ofstream(directory_ + "/ca.pem") << certificate.certificate;
+  makeTestCertificate(directory_);
   ScriptedServer server([](const WireRequest&) { return reply(200, "{\"records\":[]}"); },
-                        certificate);
+                        directory_);
   // libcurl asks the environment when it is first used, so this takes a process of its own.
-  ChildProcess program({.program = VARO_PROGRAM,
-                        .arguments = {"--home", directory_, "--cacert", directory_ + "/ca.pem",
-                                      "list", server.url("/services/x")},
-                        .environment = {{"SSLKEYLOGFILE", directory_ + "/keys"}},
-                        .directory = directory_});
+  ChildProcess program(
+      {.program = VARO_PROGRAM,
+       .arguments = {"--home", directory_, "--cacert", directory_ + "/certificate.pem", "list",
+                     server.url("/services/x")},
+       .environment = {{"SSLKEYLOGFILE", directory_ + "/keys"}},
+       .directory = directory_});
   program.wait();
   ASSERT_EQ(server.requests().size(), 1U) << program.errors();
   EXPECT_EQ(contentOf(directory_ + "/keys"), "");

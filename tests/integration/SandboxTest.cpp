@@ -1,16 +1,119 @@
 #include "Sandbox/GeneratedBytes.h"
+#include "Sandbox/SandboxServer.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/SandboxFixture.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <httplib.h>
 #include <openssl/evp.h>
+
+#include <memory>
 
 namespace varo::sandbox {
 namespace {
 
 namespace json = boost::json;
+using test::sampleBytes;
 using testing::ElementsAreArray;
 using testing::StartsWith;
+
+constexpr const char* kOctets = "application/octet-stream";
+constexpr const char* kJson = "application/json";
+
+std::string percentEncoded(const std::string& text) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return encoded;
+}
+
+std::string pathOf(const std::string& url) {
+  return url.substr(url.find('/', std::string("http://").size()));
+}
+
+/// The JSON answer; an object with "failed" when there is none.
+json::object object(const httplib::Result& result) {
+  json::error_code error;
+  json::value value = result ? json::parse(result->body, error) : json::value();
+  if (error || !value.is_object()) return {{"failed", result ? result->body : "no answer"}};
+  return value.get_object();
+}
+
+std::int64_t opstatus(const httplib::Result& result) {
+  const json::object answer = object(result);
+  const json::value* value = answer.if_contains("opstatus");
+  return value != nullptr && value->is_int64() ? value->get_int64() : -1;
+}
+
+struct Upload {
+  std::string id, path;
+};
+
+class SandboxTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    SandboxOptions options;
+    options.dataDirectory = directory_;
+    server_ = std::make_unique<SandboxServer>(options);
+    const auto error = server_->start();
+    ASSERT_FALSE(error.has_value()) << error->message;
+    const std::string url = server_->url();
+    base_ = pathOf(url);
+    origin_ = url.substr(0, url.size() - base_.size());
+    files_ = base_ + "/objects/File";
+  }
+
+  [[nodiscard]] httplib::Client client() const {
+    httplib::Client http(origin_);
+    http.set_keep_alive(true);
+    http.set_tcp_nodelay(true);
+    http.set_read_timeout(20);
+    return http;
+  }
+
+  Upload create(const json::object& metadata) {
+    const auto answer = object(client().Post(files_, json::serialize(metadata), kJson));
+    const json::value form = json::parse(answer.at("upload_template").as_string());
+    EXPECT_EQ(form.at("domain"), "#middlewaredomain");
+    return {std::string(answer.at("file_id").as_string()),
+            "/services" + std::string(form.at("relativepath").as_string())};
+  }
+
+  httplib::Result commit(const std::string& id) {
+    const json::object body{{"file_id", id}, {"commit_properties", "{}"}};
+    return client().Put(files_, {{"X-HTTP-Method-Override", "PATCH"}}, json::serialize(body),
+                        kJson);
+  }
+
+  std::string storedFile(const std::string& bytes,
+                         const json::object& metadata = {{"file_name", "a"}}) {
+    const Upload upload = create(metadata);
+    EXPECT_EQ(opstatus(client().Put(upload.path + "?chunk_sequence=1", bytes, kOctets)), 0);
+    EXPECT_EQ(opstatus(commit(upload.id)), 0);
+    return upload.id;
+  }
+
+  json::array list() {
+    const auto answer = object(client().Get(files_ + "?$filter="));
+    EXPECT_EQ(answer.at("opstatus"), 0) << json::serialize(answer);
+    return answer.contains("records") ? answer.at("records").as_array() : json::array();
+  }
+
+  [[nodiscard]] std::string bytesPath(const std::string& id) const {
+    return base_ + "/bytes/" + id + "?type=bytes";
+  }
+
+  const test::TemporaryDirectory temporary_;
+  const std::string& directory_ = temporary_.path();
+  std::unique_ptr<SandboxServer> server_;
+  std::string origin_, base_, files_;
+};
 
 /// Sends `text` as it is and returns all that comes back until the server closes.
 std::string rawExchange(const std::string& origin, const std::string& text) {
@@ -25,10 +128,9 @@ TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
   constexpr std::size_t kChunk = 1000;
   const std::string bytes = sampleBytes(2 * kChunk + 500);
   const Upload upload = create({{"file_name", "a"}, {"file_size", bytes.size()}});
-  const std::string path = split(upload.url).path;
   auto http = client();
   const auto send = [&](const std::string& sequence, const std::string& piece) {
-    return opstatus(http.Put(path + "?chunk_sequence=" + sequence, piece, kOctets));
+    return opstatus(http.Put(upload.path + "?chunk_sequence=" + sequence, piece, kOctets));
   };
   EXPECT_EQ(opstatus(commit(upload.id)), 8005);
   EXPECT_EQ(send("2", "x"), 8006);
@@ -43,7 +145,7 @@ TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
   EXPECT_EQ(opstatus(commit(upload.id)), 8007);
   EXPECT_EQ(send("3", bytes), 0) << "everything once more";
   EXPECT_EQ(send("4", "x"), 8006) << "the short one was the last";
-  EXPECT_EQ(opstatus(http.Post(path, "x", kOctets)), 8013);
+  EXPECT_EQ(opstatus(http.Post(upload.path, "x", kOctets)), 8013);
   EXPECT_EQ(opstatus(commit(upload.id)), 0);
   EXPECT_EQ(send("3", bytes.substr(2 * kChunk)), 8005);
   EXPECT_EQ(http.Get(bytesPath(upload.id))->body, bytes);
@@ -77,7 +179,7 @@ TEST_F(SandboxTest, HostileRequestsAreAnsweredAndHarmNobody) {
       {"\r\n\r\nGET /control/nothing HTTP/1.1\r\n\r\n", "404"},
   };
   for (const auto& c : kCases) {
-    EXPECT_THAT(rawExchange(base_.origin, c.request), StartsWith("HTTP/1.1 " + c.status))
+    EXPECT_THAT(rawExchange(origin_, c.request), StartsWith("HTTP/1.1 " + c.status))
         << c.request.substr(0, 100);
   }
   EXPECT_EQ(list().size(), 1u);
@@ -251,8 +353,8 @@ class SandboxBlobTest : public SandboxTest {
 
   /// As a client asks: nothing between the base URL and the scope.
   httplib::Result get(const httplib::Headers& headers = {}) {
-    const std::string base = server_->blobUrl() + "HR/employees/binary";
-    return client().Get(split(base).path + "?id=1&branch=north&type=bytes&clientid=c", headers);
+    const std::string path = pathOf(server_->blobUrl()) + "HR/employees/binary";
+    return client().Get(path + "?id=1&branch=north&type=bytes&clientid=c", headers);
   }
   httplib::Result range(const std::string& value) { return get({{"Range", "bytes=" + value}}); }
 };

@@ -7,7 +7,9 @@
 
 #include <arpa/inet.h>
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -28,7 +30,7 @@ void require(bool condition, const char* what) {
 
 }  // namespace
 
-// ---- requests and replies ----
+// ---- requests ----
 
 std::string WireRequest::target() const {
   const std::size_t start = head.find(' ') + 1;
@@ -36,41 +38,28 @@ std::string WireRequest::target() const {
 }
 
 std::optional<std::string> WireRequest::header(std::string_view name) const {
-  for (std::size_t line = head.find("\r\n"); line + 2 < head.size();
-       line = head.find("\r\n", line)) {
-    line += 2;
-    const std::string_view text(head.data() + line, head.find("\r\n", line) - line);
-    const std::size_t colon = text.find(':');
-    if (colon == std::string_view::npos) continue;
-    if (!platform::equalIgnoringCase(text.substr(0, colon), name)) continue;
-    const std::size_t value = text.find_first_not_of(' ', colon + 1);
-    return std::string(value == std::string_view::npos ? "" : text.substr(value));
-  }
-  return std::nullopt;
-}
-
-WireReply reply(int status, std::string_view body, std::string_view headers) {
-  WireReply result;
-  result.send(fmt::format("HTTP/1.1 {} Scripted\r\nContent-Length: {}\r\n{}\r\n{}", status,
-                          body.size(), headers, body));
-  return result;
+  const char* field = ::strcasestr(head.c_str(), fmt::format("\r\n{}:", name).c_str());
+  if (field == nullptr) return std::nullopt;
+  field += name.size() + 3;
+  field += std::strspn(field, " ");
+  return std::string(field, std::strstr(field, "\r\n"));
 }
 
 // ---- connections ----
 
 /// One accepted socket, with TLS around it where the server has a certificate.
-class ScriptedServer::Stream {
+class WireStream {
  public:
-  Stream(int socket, void* tls) : socket_(socket) {
+  WireStream(int socket, void* tls, std::atomic<std::size_t>& sent) : socket_(socket), sent_(sent) {
     if (tls != nullptr) ssl_.reset(SSL_new(static_cast<SSL_CTX*>(tls)));
     if (ssl_ != nullptr) SSL_set_fd(ssl_.get(), socket_);
   }
-  ~Stream() {
+  ~WireStream() {
     ssl_.reset();
     ::close(socket_);
   }
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
+  WireStream(const WireStream&) = delete;
+  WireStream& operator=(const WireStream&) = delete;
 
   bool handshake() { return ssl_ == nullptr || SSL_accept(ssl_.get()) == 1; }
 
@@ -95,15 +84,9 @@ class ScriptedServer::Stream {
         count = static_cast<std::size_t>(sent);
       }
       bytes.remove_prefix(count);
+      sent_ += count;
     }
     return true;
-  }
-
-  /// Waits for the peer to close, or for `interrupt`.
-  void waitForEnd() {
-    std::array<char, 4096> rest{};
-    while (read(rest.data(), rest.size()) > 0) {
-    }
   }
 
   /// False where the peer went away, or `interrupt` was called, before the time was over.
@@ -112,27 +95,77 @@ class ScriptedServer::Stream {
     return ::poll(&event, 1, static_cast<int>(time.count())) == 0;
   }
 
-  void close() {
+  bool close() {
     if (ssl_ != nullptr) SSL_shutdown(ssl_.get());
     interrupt();
+    return false;
   }
   /// Ends whatever the connection's thread waits for. Thread-safe.
   void interrupt() { ::shutdown(socket_, SHUT_RDWR); }
 
-  void reset() {
+  bool reset() {
     sockaddr nowhere{};
     nowhere.sa_family = AF_UNSPEC;
     ::connect(socket_, &nowhere, sizeof(nowhere));  // disconnects a TCP socket with an RST
+    return false;
   }
 
  private:
   const int socket_;
+  std::atomic<std::size_t>& sent_;
   std::unique_ptr<SSL, decltype(&SSL_free)> ssl_{nullptr, &SSL_free};
 };
 
-ScriptedServer::ScriptedServer(Handler handler, const std::optional<TestCertificate>& certificate)
+// ---- replies ----
+
+WireReply& WireReply::send(std::string bytes) {
+  steps.emplace_back([bytes = std::move(bytes)](auto& stream) { return stream.write(bytes); });
+  return *this;
+}
+
+WireReply& WireReply::sendForever(std::string bytes, std::chrono::milliseconds pause) {
+  steps.emplace_back([bytes = std::move(bytes), pause](auto& stream) {
+    while (stream.write(bytes) && (pause.count() == 0 || stream.wait(pause))) {
+    }
+    return false;
+  });
+  return *this;
+}
+
+WireReply& WireReply::wait(std::chrono::milliseconds time) {
+  steps.emplace_back([time](auto& stream) { return stream.wait(time); });
+  return *this;
+}
+
+WireReply& WireReply::close() {
+  steps.emplace_back([](auto& stream) { return stream.close(); });
+  return *this;
+}
+
+WireReply& WireReply::reset() {
+  steps.emplace_back([](auto& stream) { return stream.reset(); });
+  return *this;
+}
+
+WireReply reply(int status, std::string_view body, std::string_view headers) {
+  WireReply result;
+  result.send(fmt::format("HTTP/1.1 {} Scripted\r\nContent-Length: {}\r\n{}\r\n{}", status,
+                          body.size(), headers, body));
+  return result;
+}
+
+// ---- the server ----
+
+ScriptedServer::ScriptedServer(Handler handler, const std::string& certificate)
     : handler_(std::move(handler)) {
-  if (certificate) tls_ = certificate->tls;
+  if (!certificate.empty()) {
+    const std::shared_ptr<SSL_CTX> tls(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+    const std::string file = certificate + "/certificate.pem";
+    const std::string key = certificate + "/key.pem";
+    require(SSL_CTX_use_certificate_file(tls.get(), file.c_str(), SSL_FILETYPE_PEM) == 1, "TLS");
+    require(SSL_CTX_use_PrivateKey_file(tls.get(), key.c_str(), SSL_FILETYPE_PEM) == 1, "TLS key");
+    tls_ = tls;
+  }
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   require(listener_ >= 0, "socket");
   sockaddr_in address{};
@@ -148,19 +181,10 @@ ScriptedServer::ScriptedServer(Handler handler, const std::optional<TestCertific
 }
 
 ScriptedServer::~ScriptedServer() {
-  {
-    const MutexLock lock(mutex_);
-    stopping_ = true;
-  }
   ::shutdown(listener_, SHUT_RDWR);
   acceptor_.join();
   ::close(listener_);
-  std::list<Connection> connections;
-  {
-    const MutexLock lock(mutex_);
-    connections.swap(connections_);
-  }
-  for (Connection& connection : connections) {
+  for (Connection& connection : connections_) {
     connection.stream->interrupt();
     connection.thread.join();
   }
@@ -175,23 +199,14 @@ std::vector<WireRequest> ScriptedServer::requests() const {
   return requests_;
 }
 
-std::size_t ScriptedServer::connectionCount() const {
-  const MutexLock lock(mutex_);
-  return accepted_;
-}
-
 void ScriptedServer::acceptAll() {
   while (true) {
     const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    const MutexLock lock(mutex_);
-    if (stopping_ || socket < 0) {
-      if (socket >= 0) ::close(socket);
-      if (stopping_) return;
-      continue;
-    }
+    if (socket < 0 && errno == EINVAL) return;  // the listener is shut down
+    if (socket < 0) continue;
     const int noDelay = 1;
     ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof(noDelay));
-    auto stream = std::make_shared<Stream>(socket, tls_.get());
+    auto stream = std::make_shared<WireStream>(socket, tls_.get(), sent_);
     ++accepted_;
     connections_.push_back({stream, std::thread([this, stream] {
                               serve(*stream);
@@ -201,7 +216,7 @@ void ScriptedServer::acceptAll() {
   }
 }
 
-void ScriptedServer::serve(Stream& stream) {
+void ScriptedServer::serve(WireStream& stream) {
   sigset_t brokenPipe;  // OpenSSL's writes raise it
   sigemptyset(&brokenPipe);
   sigaddset(&brokenPipe, SIGPIPE);
@@ -235,40 +250,10 @@ void ScriptedServer::serve(Stream& stream) {
       const MutexLock lock(mutex_);
       requests_.push_back(std::move(request));
     }
-    if (!play(answer, stream)) return;
-  }
-}
-
-bool ScriptedServer::play(const WireReply& reply, Stream& stream) {
-  const auto send = [&](const std::string& bytes) {
-    if (!stream.write(bytes)) return false;
-    sent_ += bytes.size();
-    return true;
-  };
-  for (const WireReply::Step& step : reply.steps) {
-    switch (step.kind) {
-      case WireReply::Kind::kSend:
-        if (!send(step.bytes)) return false;
-        break;
-      case WireReply::Kind::kSendForever:
-        while (send(step.bytes) && (step.time.count() == 0 || stream.wait(step.time))) {
-        }
-        return false;
-      case WireReply::Kind::kWait:
-        if (!stream.wait(step.time)) return false;
-        break;
-      case WireReply::Kind::kHold:
-        stream.waitForEnd();
-        return false;
-      case WireReply::Kind::kClose:
-        stream.close();
-        return false;
-      case WireReply::Kind::kReset:
-        stream.reset();
-        return false;
+    for (const WireReply::Step& step : answer.steps) {
+      if (!step(stream)) return;
     }
   }
-  return true;
 }
 
 }  // namespace varo::test

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Platform/Foundation/Mutex.h"
-#include "tests/support/TestCertificate.h"
 
 #include <atomic>
 #include <chrono>
@@ -32,35 +31,25 @@ struct WireRequest {
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
 };
 
+/// An accepted connection.
+class WireStream;
+
 /// What a scripted server does with one request, step by step.
 struct WireReply {
-  enum class Kind : std::uint8_t {
-    kSend,
-    kSendForever,  // the same bytes, each time after a pause, until the client is gone
-    kWait,
-    kHold,   // silence, until the client is gone
-    kClose,  // an orderly end
-    kReset,  // an RST
-  };
-  struct Step {
-    Kind kind = Kind::kSend;
-    std::string bytes;
-    std::chrono::milliseconds time{0};
-  };
+  /// False where the connection is over.
+  using Step = std::function<bool(WireStream&)>;
   std::vector<Step> steps;
 
-  WireReply& send(std::string bytes) { return add({Kind::kSend, std::move(bytes), {}}); }
-  WireReply& sendForever(std::string bytes, std::chrono::milliseconds pause = {}) {
-    return add({Kind::kSendForever, std::move(bytes), pause});
-  }
-  WireReply& wait(std::chrono::milliseconds time) { return add({Kind::kWait, {}, time}); }
-  WireReply& hold() { return add({Kind::kHold, {}, {}}); }
-  WireReply& close() { return add({Kind::kClose, {}, {}}); }
-  WireReply& reset() { return add({Kind::kReset, {}, {}}); }
-  WireReply& add(Step step) {
-    steps.push_back(std::move(step));
-    return *this;
-  }
+  WireReply& send(std::string bytes);
+  /// The same bytes, each time after a pause, until the client is gone.
+  WireReply& sendForever(std::string bytes, std::chrono::milliseconds pause = {});
+  WireReply& wait(std::chrono::milliseconds time);
+  /// Silence, until the client is gone.
+  WireReply& hold() { return wait(std::chrono::hours(1)); }
+  /// An orderly end.
+  WireReply& close();
+  /// An RST.
+  WireReply& reset();
 };
 
 /// A complete answer with a Content-Length. `headers` are whole lines, each with its line break.
@@ -72,9 +61,8 @@ class ScriptedServer {
  public:
   using Handler = std::function<WireReply(const WireRequest&)>;
 
-  /// Listens on a free port of 127.0.0.1; with a certificate, speaks TLS.
-  explicit ScriptedServer(Handler handler,
-                          const std::optional<TestCertificate>& certificate = std::nullopt);
+  /// Listens on a free port of 127.0.0.1; with the directory of a test certificate, speaks TLS.
+  explicit ScriptedServer(Handler handler, const std::string& certificate = {});
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
@@ -85,22 +73,20 @@ class ScriptedServer {
 
   [[nodiscard]] std::vector<WireRequest> requests() const;
   /// Connections accepted so far.
-  [[nodiscard]] std::size_t connectionCount() const;
+  [[nodiscard]] std::size_t connectionCount() const noexcept { return accepted_; }
   /// Of those, the ones that have ended.
   [[nodiscard]] std::size_t endedCount() const noexcept { return ended_; }
   /// Bytes handed to the system so far, over all connections. Some may not have arrived.
   [[nodiscard]] std::size_t sentBytes() const noexcept { return sent_; }
 
  private:
-  class Stream;
   struct Connection {
-    std::shared_ptr<Stream> stream;
+    std::shared_ptr<WireStream> stream;
     std::thread thread;
   };
 
   void acceptAll();
-  void serve(Stream& stream);
-  [[nodiscard]] bool play(const WireReply& reply, Stream& stream);
+  void serve(WireStream& stream);
 
   // Constant after construction.
   const Handler handler_;
@@ -108,13 +94,12 @@ class ScriptedServer {
   int listener_ = -1;
   std::uint16_t port_ = 0;
 
+  std::list<Connection> connections_;  // the acceptor's, until it has ended
+  std::atomic<std::size_t> accepted_{0};
   std::atomic<std::size_t> ended_{0};
   std::atomic<std::size_t> sent_{0};
   mutable platform::Mutex mutex_;
-  std::list<Connection> connections_ VARO_GUARDED_BY(mutex_);
   std::vector<WireRequest> requests_ VARO_GUARDED_BY(mutex_);
-  std::size_t accepted_ VARO_GUARDED_BY(mutex_) = 0;
-  bool stopping_ VARO_GUARDED_BY(mutex_) = false;
   std::thread acceptor_;
 };
 

@@ -96,49 +96,31 @@ TEST_F(DownloadTest, LookUpKeepsItsAnswerWhichHasNoSayInWhereTheBytesComeFrom) {
   EXPECT_EQ(request.header("A"), "b");
 }
 
-TEST_F(DownloadTest, FileThatIsThereIsFetchedOnlyWhenForcedUnderTheSafePolicy) {
+TEST_F(DownloadTest, FileThatIsThereCountsUnlessItsSizeOrTheCallerSaysOtherwise) {
   std::filesystem::create_directory(downloads_);
   const Dictionary ofServer{{"forceDownload", true}};  // which has no say in it
   const struct {
-    bool safe;
-    Value force;
-    std::string content;
-  } cases[] = {{false, {}, "old"}, {false, true, "old"}, {true, {}, "old"}, {true, "yes", "new"}};
-  for (const auto& item : cases) {
-    setTransferPolicy(item.safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
-    writeFile(downloads_ + "/a", "old");
-    transport_->answer(
-        answerWith(200, json({{"records", Array{record("a")}}, {"options", ofServer}})));
-    if (item.content == "new") transport_->answer(answerWith(200, "new"));
-    download("f1", Dictionary{{"forceDownload", item.force}});
-    const Event event = awaitNext();
-    EXPECT_EQ(event.block, "success");
-    EXPECT_EQ(event.value.dictionaryValue()["filePath"], Value(downloads_ + "/a"));
-    EXPECT_FALSE(event.value.dictionaryValue().contains("options"));
-    EXPECT_EQ(contentOf(downloads_ + "/a"), item.content);
-  }
-}
-
-TEST_F(DownloadTest, FileThatIsThereCountsWhereItHasTheSizeOfTheRecord) {
-  std::filesystem::create_directory(downloads_);
-  const struct {
-    Value size;
-    std::string compatible, safe;  // what is there afterwards
-  } cases[] = {{3, "old", "old"},      {"3", "old", "old"}, {4, "old", "whole"},
-               {"5", "old", "whole"},  {0, "old", "whole"}, {"3 bytes", "old", "old"},
-               {nullptr, "old", "old"}};
+    Value size, force;
+    std::string safe;  // what is there afterwards; under the compatible policy always the old one
+  } cases[] = {{{}, {}, "old"},      {{}, "yes", "new"}, {3, {}, "old"},   {"3", {}, "old"},
+               {4, {}, "whole"},     {"5", {}, "whole"}, {0, {}, "whole"}, {"3 bytes", {}, "old"},
+               {nullptr, {}, "old"}, {{}, true, "new"}};
   for (const auto& item : cases) {
     for (const bool safe : {false, true}) {
+      SCOPED_TRACE(item.size.textValue() + item.force.textValue() + (safe ? ", safe" : ""));
       setTransferPolicy(safe ? TransferPolicy::kSafe : TransferPolicy::kCompatible);
-      const std::string& content = safe ? item.safe : item.compatible;
+      const std::string content = safe ? item.safe : "old";
       writeFile(downloads_ + "/a", "old");
       Dictionary sized = record("a");
       sized.set("file_size", item.size);
-      answerLookUp({sized});
+      transport_->answer(answerWith(200, json({{"records", Array{sized}}, {"options", ofServer}})));
       if (content != "old") transport_->answer(answerWith(200, content));
-      download();
-      EXPECT_EQ(awaitNext().block, "success");
-      EXPECT_EQ(contentOf(downloads_ + "/a"), content) << item.size.textValue();
+      download("f1", Dictionary{{"forceDownload", item.force}});
+      const Event event = awaitNext();
+      EXPECT_EQ(event.block, "success");
+      EXPECT_EQ(event.value.dictionaryValue()["filePath"], Value(downloads_ + "/a"));
+      EXPECT_FALSE(event.value.dictionaryValue().contains("options"));
+      EXPECT_EQ(contentOf(downloads_ + "/a"), content);
     }
   }
 }

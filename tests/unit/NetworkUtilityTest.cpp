@@ -215,35 +215,22 @@ TEST_F(NetworkUtilityTest, CancelsWhatIsStoppedWhileItIsSent) {
   EXPECT_EQ(transport_->cancelled().size(), 1U);
 }
 
-/// A host's transport that never answers, and whose transfers cannot be cancelled properly.
-class StubbornTransport final : public HttpTransport {
- public:
-  explicit StubbornTransport(std::shared_ptr<HttpTransfer> transfer)
-      : transfer_(std::move(transfer)) {}
+/// A host's transport that does with a request what `onSend` says.
+struct OwnTransport final : HttpTransport {
+  using OnSend = std::function<std::shared_ptr<HttpTransfer>(HttpCompletion)>;
+  explicit OwnTransport(OnSend function) : onSend(std::move(function)) {}
   std::shared_ptr<HttpTransfer> send(HttpRequest /*request*/, HttpCompletion completion) override {
-    kept_ = std::move(completion);
-    return transfer_;
+    return onSend(std::move(completion));
   }
   void shutdown() override {}
-  void answerLate() const { kept_(HttpResponse(), nullptr); }
-
- private:
-  const std::shared_ptr<HttpTransfer> transfer_;
-  HttpCompletion kept_;
-};
-
-/// Completes while it sends, on the thread that sends.
-class HastyTransport final : public HttpTransport {
- public:
-  std::shared_ptr<HttpTransfer> send(HttpRequest /*request*/, HttpCompletion completion) override {
-    completion(HttpResponse{200, {}, Data::fromBytes("hasty")}, nullptr);
-    return nullptr;
-  }
-  void shutdown() override {}
+  const OnSend onSend;
 };
 
 TEST_F(NetworkUtilityTest, CallsBackOnThePoolWhereTheTransportCompletesFromInsideSend) {
-  VRONetworkUtility::setTransport(std::make_shared<HastyTransport>());
+  VRONetworkUtility::setTransport(std::make_shared<OwnTransport>([](const auto& completion) {
+    completion(HttpResponse{200, {}, Data::fromBytes("hasty")}, nullptr);
+    return nullptr;
+  }));
   get();
   const Report report = wait();
   EXPECT_TRUE(report.onPool);
@@ -261,12 +248,16 @@ TEST_P(NetworkCancelTest, EndsARequestWhoseTransportCannotBeCancelled) {
     if (GetParam() && broken != nullptr) continue;  // the token was used up by the first
     report_ = {};
     calls_ = 0;
-    const auto transport = std::make_shared<StubbornTransport>(broken);
-    VRONetworkUtility::setTransport(transport);
+    HttpCompletion kept;
+    VRONetworkUtility::setTransport(
+        std::make_shared<OwnTransport>([&kept, &transfer = broken](HttpCompletion completion) {
+          kept = std::move(completion);
+          return transfer;
+        }));
     transfer_ = get(cancellable());
     cancel();
     expectCancelled();
-    transport->answerLate();
+    kept(HttpResponse(), nullptr);
     EXPECT_EQ(calls_, 1);
   }
 }
