@@ -71,7 +71,7 @@ class Recorder final : public TaskListener {
 class TaskEngineTest : public testing::Test {
  protected:
   void TearDown() override {
-    EXPECT_TRUE(eventually([this] { return VSTask::liveCount() == liveBefore_; }))
+    EXPECT_TRUE(eventually([this] { return VSTask::liveCount() <= liveBefore_; }))
         << "a task tree was not freed";
   }
 
