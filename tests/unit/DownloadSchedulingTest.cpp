@@ -154,12 +154,14 @@ TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload)
     manager_->resumeDownload(resumed, block("resume"));
     for (const std::string& id : ids) start(id);
     awaitHeld(6);  // the sixth waits
+    const auto rows = [&] { return stateOf(ids[0]) + stateOf(resumed); };
+    EXPECT_TRUE(eventually([&] { return rows() == "102102"; }));
     manager_->invalidateAllBackgroundSessions();
     if (isSafe) {
       EXPECT_THAT(awaitSummaries(7), Each(EndsWith("5001 The download was stopped.")));
     }
     awaitHeld(isSafe ? 0 : 1);  // the one that waited has no run to end
-    EXPECT_EQ(stateOf(ids[0]) + stateOf(resumed), "102102");
+    EXPECT_EQ(rows(), "102102");
 
     // Each operation begins a new run, for which there is a place.
     manager_->pauseDownload(ids[0], block("pause"));
