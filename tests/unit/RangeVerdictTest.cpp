@@ -1,10 +1,10 @@
 // What is decided about an answer to a range, without a network or a task.
 
-#include "Binary/Binary/DownloadTask/ContentRange.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/RangeOrder.h"
 #include "Binary/Binary/DownloadTask/RangeVerdict.h"
+#include "Binary/Binary/Utils/ContentRange.h"
 #include "Platform/Foundation/Base64.h"
 #include "tests/support/RecordingLog.h"
 

@@ -144,7 +144,7 @@ Result<RangeOrder::Ptr> RangeOrder::unpackInputContext(const Dictionary& input) 
   order->isStreamed = input[kStreaming].boolValue();
   const std::int64_t chunkSize = input[kChunkSizeKey].integerValue();
   order->_chunkSize = chunkSize > 0 ? chunkSize : kDefaultChunkSize;
-  if (const Value offset = input[kTotalBytesDownloaded]; offset.isPresent()) {
+  if (const Value& offset = input[kTotalBytesDownloaded]; offset.isPresent()) {
     order->offset = std::max<std::int64_t>(offset.integerValue(), 0);
   }
   order->_totalFileSize = std::max<std::int64_t>(input[kTotalFileSize].integerValue(), 0);

@@ -1,6 +1,6 @@
 #include "Binary/Binary/DownloadTask/RangeVerdict.h"
 
-#include "Binary/Binary/DownloadTask/ContentRange.h"
+#include "Binary/Binary/Utils/ContentRange.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Text.h"
 

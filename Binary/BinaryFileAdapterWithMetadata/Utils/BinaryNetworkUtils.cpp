@@ -1,8 +1,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 #include "Binary/Binary/BinaryLogger.h"
-#include "Binary/Binary/DownloadTask/ContentRange.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/ContentRange.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
