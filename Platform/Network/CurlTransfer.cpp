@@ -116,7 +116,6 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       limits_(request.limits),
       connectTimeout_(request.connectTimeout),
       stallTimeout_(request.stallTimeout),
-      firstHost_(url.host()),
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       completion_(std::move(completion)),
@@ -198,16 +197,8 @@ bool CurlTransfer::namesAnotherHost() const {
 }
 
 CURLSH* CurlTransfer::shareFor(const CurlCommon& common) const {
-  if (namesAnotherHost()) return common.withoutCookies;
-  switch (common.cookies->acceptPolicy()) {
-    case CookieAcceptPolicy::kAlways:
-      return common.withCookies;
-    case CookieAcceptPolicy::kNever:
-      return common.withoutCookies;
-    case CookieAcceptPolicy::kOnlyFromMainDocumentDomain:
-      return url_.host() == firstHost_ ? common.withCookies : common.withoutCookies;
-  }
-  return common.withoutCookies;
+  const bool accepts = common.cookies->acceptPolicy() == CookieAcceptPolicy::kAlways;
+  return accepts && !namesAnotherHost() ? common.withCookies : common.withoutCookies;
 }
 
 ErrorPtr CurlTransfer::buildHeaderList() {
