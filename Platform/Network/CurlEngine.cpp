@@ -188,9 +188,7 @@ void CurlEngine::run() {
 }
 
 bool CurlEngine::step() {
-  Requests requests;
-  takeRequests(requests);
-  if (requests.stopping) return false;
+  if (takeRequests()) return false;
   admit();
   int running = 0;
   CURLMcode code = curl_multi_perform(multi_.get(), &running);
@@ -209,7 +207,10 @@ bool CurlEngine::step() {
   return true;
 }
 
-void CurlEngine::takeRequests(Requests& requests) {
+/// Whether the engine is to stop. What was taken is gone on return: while the thread waits for the
+/// next request, nobody but the caller may hold the body of one that was cancelled.
+bool CurlEngine::takeRequests() {
+  Requests requests;
   {
     const MutexLock lock(mutex_);
     std::swap(requests, requests_);
@@ -226,6 +227,7 @@ void CurlEngine::takeRequests(Requests& requests) {
       complete(*transfer, {std::nullopt, transfer->cancelledError()});
     }
   }
+  return requests.stopping;
 }
 
 void CurlEngine::admit() {
@@ -294,8 +296,7 @@ void CurlEngine::endStalled() {
 }
 
 void CurlEngine::endAll(const ErrorPtr& error) {
-  Requests requests;
-  takeRequests(requests);
+  (void)takeRequests();
   while (!active_.empty()) endActive(active_.begin()->first, error);
   for (const TransferPtr& transfer : std::exchange(waiting_, {})) {
     complete(*transfer, {std::nullopt, error});
