@@ -49,6 +49,7 @@ void TimerQueue::shutdown() {
     thread.swap(thread_);
     changed_.notifyAll();
   }
+  // Joined first, so that never two jobs are called at once; without the lock, which it needs.
   if (thread.joinable()) thread.join();
   for (const auto& [due, job] : waiting) call(job, Reason::kShutDown);
 }
@@ -67,11 +68,11 @@ void TimerQueue::run() {
           changed_.waitUntil(mutex_, due);
         }
       }
-      if (stopped_) return;
+      if (stopped_) return;  // also with jobs that are due: `shutdown` calls them
       job = std::move(jobs_.begin()->second);
       jobs_.erase(jobs_.begin());
     }
-    call(job, Reason::kDue);
+    call(job, Reason::kDue);  // without the lock: it may ask for another
   }
 }
 

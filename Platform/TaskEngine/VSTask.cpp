@@ -71,6 +71,9 @@ std::vector<ErrorPtr> VSTask::errors() const {
   return errors;
 }
 
+// All of these change under the lock and schedule the delivery without it: after the runtime's
+// shutdown the listeners are called right there, on this thread, and may change the task.
+
 /// False in any state but NotStarted.
 bool VSTask::becomeStarted() noexcept {
   try {
@@ -115,6 +118,7 @@ void VSTask::change(TaskState to, Memory memory) {
     const MutexLock lock(mutex_);
     restarted = to == TaskState::NotStarted && mayChange(state_, to);
     if (restarted) {
+      // All that may throw comes before the state changes.
       notifications_.keepSpare();
       std::swap(errors_, forgotten);
     }
@@ -131,6 +135,7 @@ void VSTask::change(TaskState to, Memory memory) {
 
 void VSTask::raiseError(ErrorPtr error) noexcept {
   try {
+    // First, so that the notification of the end has it.
     record({std::move(error)});
     change(TaskState::Errored, Memory::kNeeded);
   } catch (const std::bad_alloc&) {
@@ -147,6 +152,7 @@ void VSTask::record(const Array& errors) noexcept {
     for (const Value& error : errors) recorded.append(error);
     if (recorded.empty()) return;
     std::swap(errors_, recorded);
+    // Under the task's lock, so that errors raised at once stand in both in the same order.
     former = _errorContext.get(kTaskErrors);
     _errorContext.set(kTaskErrors, errors_);
   } catch (const std::bad_alloc&) {
@@ -234,6 +240,8 @@ void VSTask::deliverAll() noexcept {
   }
 }
 
+/// The lock is taken anew for each listener and held in none of their calls. The runner is told
+/// last: its step may run this task again, and its listeners have then heard of the former end.
 void VSTask::deliver(const TaskNotifications::Notification& notification) noexcept {
   std::uint64_t after = 0;
   while (const auto listener = nextListener(after, notification.number)) {
@@ -250,6 +258,7 @@ void VSTask::deliver(const TaskNotifications::Notification& notification) noexce
   }
 }
 
+/// Two levels, since what describes the failure of a step may run out of memory itself.
 void VSTask::guarded(const std::function<void()>& step) noexcept {
   try {
     try {

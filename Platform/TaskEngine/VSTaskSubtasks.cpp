@@ -56,10 +56,12 @@ void VSTask::startFreeSubtasks() {
     for (const auto& predecessor : predecessors) input.addEntries(predecessor->outputContext());
     runSubtask(subtask, std::move(input));
   }
+  // Also of a task without subtasks, which has nothing to wait for.
   if (next.allEnded) setState(TaskState::Ended);
 }
 
 void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input, Where where) {
+  // Before it is let go: from here on it keeps this task alive, and this one no longer keeps it.
   subtask->beginRunFor(shared_from_this(), std::move(input));
   {
     const MutexLock lock(mutex_);
