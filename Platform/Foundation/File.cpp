@@ -190,6 +190,18 @@ bool isPlainRelativePath(std::string_view name) noexcept {
   }
 }
 
+/// Looks at the text alone.
+bool isPlainAtEveryLevel(std::string_view name) {
+  // What is longer has no file, and decoding it again and again would take for ever.
+  if (name.size() > PATH_MAX) return false;
+  // A server that encodes its separators means the same file, so every level of encoding counts.
+  std::string decoded(name);
+  do {
+    if (!isPlainRelativePath(decoded)) return false;
+  } while (percentDecode(decoded));
+  return true;
+}
+
 }  // namespace
 
 File::File(Badge /*badge*/, int descriptor, std::string path, bool canBeNamed)
@@ -333,19 +345,8 @@ Result<void> storeFile(const std::string& path, const Data& data, Durability dur
   return {};
 }
 
-bool staysInDirectory(std::string_view name) {
-  // What is longer has no file, and decoding it again and again would take for ever.
-  if (name.size() > PATH_MAX) return false;
-  // A server that encodes its separators means the same file, so every level of encoding counts.
-  std::string decoded(name);
-  do {
-    if (!isPlainRelativePath(decoded)) return false;
-  } while (percentDecode(decoded));
-  return true;
-}
-
 bool staysInDirectory(const std::string& directory, std::string_view name) {
-  if (!staysInDirectory(name)) return false;
+  if (!isPlainAtEveryLevel(name)) return false;
   for (std::size_t slash = name.find('/'); slash != std::string_view::npos;
        slash = name.find('/', slash + 1)) {
     const std::string folder = fmt::format("{}/{}", directory, name.substr(0, slash));
