@@ -5,8 +5,8 @@
 #include "Binary/Binary/BinaryDataManager/BlobFiles.h"
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryDataManager/DownloadInput.h"
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
@@ -18,12 +18,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::MutexLock;
-using platform::Value;
-
 namespace {
 
 constexpr std::string_view kManagerQueue = "dataManagerQueue";
@@ -71,8 +65,6 @@ constexpr std::string_view kBeforeScheduling = "Before clearing scheduling queue
 constexpr std::string_view kAfterScheduling = "After clearing scheduling queue: %lu";
 constexpr std::string_view kBeforeFinished = "Before clearing finished queue: %lu";
 constexpr std::string_view kAfterFinished = "After clearing finished queue: %lu";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// The error of an operation that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {

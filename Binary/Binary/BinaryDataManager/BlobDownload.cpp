@@ -2,11 +2,11 @@
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -19,11 +19,6 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::TaskState;
-using platform::VSTask;
 using Effects = StepQueue::Effects;
 
 namespace {
@@ -44,8 +39,6 @@ constexpr std::string_view kPostProcessing =
 constexpr std::string_view kStateChanged = "Download of blob %@ : %@ -> %@";
 constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "pausing", "paused",
                                             "ended",   "failed",  "stopped", "cleared"};
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 Dictionary thrown(std::string_view what) {
   return {{std::string(platform::kErrorMessageKey), what}};

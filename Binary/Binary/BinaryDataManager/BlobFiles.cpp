@@ -2,7 +2,7 @@
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
@@ -15,13 +15,6 @@
 #include <unistd.h>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::Result;
-using platform::Value;
-
 namespace {
 
 constexpr std::string_view kNoPrimaryKey = "Primary key doesn't exist..";
@@ -48,8 +41,6 @@ constexpr std::string_view kNotUpdated = "Error in updating parent table for blo
 
 constexpr std::string_view kFileRemoved = "File successfully removed..";
 constexpr std::string_view kCouldNotDelete = "Could not delete file :%@ ";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// Whether the file that a row in this state names is valid.
 bool isUsable(std::int64_t state) {

@@ -1,8 +1,8 @@
 #include "Binary/Binary/BinaryDataManager/DownloadInput.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -14,10 +14,6 @@
 #include <string_view>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::Value;
-
 namespace {
 
 constexpr std::string_view kConfigEntry = "key=%@ value=%@";
@@ -38,8 +34,6 @@ constexpr std::array<std::string_view, 14> kConfigurationKeys = {kURL,
                                                                  kOnChunkDownloadCompleted,
                                                                  kOperationSettings,
                                                                  kCancellation};
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// What may be logged of a configuration's entry.
 Value loggable(const platform::DictionaryEntry& entry) {

@@ -3,8 +3,8 @@
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/OnlineDownloadInput.h"
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
@@ -19,24 +19,14 @@
 namespace varo::binary {
 
 using platform::Clock;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::MutexLock;
-using platform::Result;
 using platform::Runtime;
 using platform::SerialQueue;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
 
 namespace {
 
 constexpr std::string_view kQueue = "onlineDownloadQueue";
 
 constexpr std::string_view kNotStarted = "Download %@ is not started : %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// The error of a download that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {

@@ -1,8 +1,8 @@
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryUploadManager.h"
 
 #include "Binary/Binary/BinaryDataManager/UploadConfiguration.h"
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/BytesUploadHandlerTask.h"
 #include "Binary/Binary/UploadTask/MultiPartUploaderTask.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
@@ -14,7 +14,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
-#include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Text.h"
@@ -37,13 +36,7 @@
 namespace varo::binary {
 
 using platform::Clock;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::SerialQueue;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
 
 namespace {
 
@@ -76,8 +69,6 @@ constexpr std::string_view kUploaderSucceeded =
     "[UploadTask VSTaskListener] UploaderTask completed successfully";
 constexpr std::string_view kUploaderFailed =
     "[UploadTask VSTaskListener] UploaderTask returned error";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// Null where the caller gave none.
 template <typename B>

@@ -1,17 +1,11 @@
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <utility>
 
 namespace varo::binary {
-
-using platform::MutexLock;
-using platform::VSTask;
-
 namespace {
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 void start(VSTask& task) {
   logger().logDebug(kStartDownload, task.name());

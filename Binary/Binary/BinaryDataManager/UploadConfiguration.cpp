@@ -1,7 +1,7 @@
 #include "Binary/Binary/BinaryDataManager/UploadConfiguration.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -12,11 +12,6 @@
 #include <sys/stat.h>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::Value;
-
 namespace {
 
 constexpr std::string_view kValidatingInputs = "Validating inputs for upload";
@@ -44,8 +39,6 @@ constexpr std::string_view kRawBytesNotData = "Invalid datatype found for rawDat
 constexpr std::string_view kRawBytesEmpty = "Null value found for rawData";
 constexpr std::string_view kHeadersNotDictionary = "Invalid datatype found for headers";
 constexpr std::string_view kUploadParamsNotDictionary = "Invalid datatype found for uploadParams";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 ErrorPtr uploadError(std::int32_t code, std::string_view message, std::string_view detail) {
   return CommonUtils::generateErrorWith(

@@ -1,23 +1,16 @@
 #include "Binary/Binary/DownloadTask/CipherTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <cstdint>
 #include <string_view>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::TaskState;
-using platform::VSTask;
-
 namespace {
 
 constexpr std::string_view kInside = "Inside %@  ";
 constexpr std::string_view kInListener = "Inside the Cipher listner!   ";
 constexpr std::string_view kStateChange = "Task:%@ fromState:%lu toState:%lu  ";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 

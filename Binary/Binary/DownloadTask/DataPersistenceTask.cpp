@@ -1,15 +1,14 @@
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/WorkQueue.h"
-#include "Platform/TaskEngine/VSTaskError.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,15 +18,7 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::SerialQueue;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
-using platform::VSTaskError;
 
 namespace {
 
@@ -67,8 +58,6 @@ constexpr std::string_view kDownloadedInRanges =
 constexpr std::string_view kNoBlobId = "unable to set output context for blob id as it is nil";
 constexpr std::string_view kNoFilePath = "unable to set output context for filepath at it is nil";
 constexpr std::string_view kNoFileSize = "unable to set output context for file size as it is nil";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// One for all downloads: their chunks are written one at a time.
 SerialQueue& chunkQueue() {

@@ -1,11 +1,10 @@
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
-#include "Platform/TaskEngine/VSTaskError.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <exception>
 #include <stdexcept>
@@ -14,10 +13,6 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::TaskState;
-using platform::VSTask;
-using platform::VSTaskError;
 using Effects = StepQueue::Effects;
 
 namespace {
@@ -45,8 +40,6 @@ constexpr std::string_view kPersistenceTrouble =
 /// The names of the states of a run, for the trace.
 constexpr std::string_view kRunChanged = "Download task %@ : run %@";
 constexpr std::string_view kRunNames[] = {"idle", "running", "pausing", "resting", "stopped"};
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 

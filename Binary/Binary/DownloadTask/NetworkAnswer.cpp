@@ -1,6 +1,6 @@
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Foundation/Excerpt.h"
@@ -13,12 +13,8 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
 using platform::excerptOf;
 using platform::HttpResponseInfo;
-using platform::Result;
-using platform::Value;
 
 namespace {
 
@@ -53,8 +49,6 @@ constexpr std::string_view kReturning = "returning isError %d ";
 constexpr std::string_view kNoResults = "Results Object is null or empty ";
 constexpr std::string_view kNoBase64 = "base64 is null ";
 constexpr std::string_view kJsonNotParsed = "Error parsing json ";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 bool isErrorResponse(const std::string& json, bool isOnline) {
   logger().logError(kCheckingForError, excerptOf(json));

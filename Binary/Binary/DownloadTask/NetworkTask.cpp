@@ -1,16 +1,15 @@
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/Buffer.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/HttpTransportError.h"
-#include "Platform/TaskEngine/VSTaskError.h"
 
 #include <algorithm>
 #include <array>
@@ -21,18 +20,9 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::NetworkErrorPtr;
-using platform::Result;
 using platform::Runtime;
-using platform::TaskState;
-using platform::Value;
 using platform::VRONetworkUtility;
-using platform::VSTaskError;
 
 namespace {
 
@@ -66,8 +56,6 @@ constexpr std::string_view kRunStateChange = "The run %lld goes from %@ to %@";
 
 /// In the output context, for `isOfLatestRun`.
 constexpr char kRunNumber[] = "RunNumber";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 bool isTooLarge(const Error& error) {
   return error.domain() == platform::kHttpTransportErrorDomain &&

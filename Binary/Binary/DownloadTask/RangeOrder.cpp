@@ -1,8 +1,8 @@
 #include "Binary/Binary/DownloadTask/RangeOrder.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
@@ -18,13 +18,7 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::ResponseLimits;
-using platform::Result;
-using platform::Value;
 
 namespace {
 
@@ -38,8 +32,6 @@ constexpr std::string_view kValidInput = "valid input is %d";
 constexpr std::string_view kUrlNotBuilt = "  The URL can't be built due to insufficient inputs.";
 constexpr std::string_view kUrlBuilt = "  URL from buildURL : %@";
 constexpr std::string_view kRangeRequest = "Range request for blob id %@ : %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// A key or value as it stands in the URL of a record. They are the record's own and may hold
 /// anything; a bare "&" would name another record. What is encoded already stays as it is, unless

@@ -1,5 +1,6 @@
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/ThreadPool.h"
 #include "Platform/TaskEngine/DeliveryHold.h"
@@ -8,8 +9,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::MutexLock;
 
 StepQueue::StepQueue(std::string label) : queue_(std::move(label)) {}
 

@@ -1,5 +1,6 @@
 #include "Binary/Binary/UploadTask/BytesUploadHandlerTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -8,7 +9,6 @@
 namespace varo::binary {
 
 using platform::RequestType;
-using platform::Value;
 using platform::VRONetworkUtility;
 
 constinit const UploaderTask::Texts BytesUploadHandlerTask::kTexts = {

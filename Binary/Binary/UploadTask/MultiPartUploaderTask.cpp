@@ -1,5 +1,6 @@
 #include "Binary/Binary/UploadTask/MultiPartUploaderTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/FormData.h"
@@ -9,12 +10,7 @@
 
 namespace varo::binary {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
 using platform::RequestType;
-using platform::Value;
 using platform::VRONetworkUtility;
 
 namespace {

@@ -1,7 +1,7 @@
 #include "Binary/Binary/UploadTask/UploadTemplateGetterTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
@@ -9,7 +9,6 @@
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/VRONetworkUtility.h"
-#include "Platform/TaskEngine/VSTaskError.h"
 
 #include <memory>
 #include <string_view>
@@ -17,16 +16,9 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::TaskState;
-using platform::Value;
 using platform::VRONetworkUtility;
-using platform::VSTaskError;
 
 namespace {
 
@@ -37,8 +29,6 @@ constexpr std::string_view kSuccessful = "[UploadTemplateGetterTask] request suc
 constexpr std::string_view kUnexpectedStatus =
     "[UploadTemplateGetterTask] received response with status code: %ld";
 constexpr std::string_view kFailed = "[UploadTemplateGetterTask] request failed";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 

@@ -1,7 +1,7 @@
 #include "Binary/Binary/UploadTask/UploaderTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
@@ -13,24 +13,13 @@
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
-#include "Platform/TaskEngine/VSTaskError.h"
 
 #include <memory>
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::LogLevel;
 using platform::NetworkCallback;
-using platform::NetworkErrorPtr;
-using platform::Result;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTaskError;
 
 namespace {
 
@@ -43,8 +32,6 @@ constexpr std::string_view kAnswerCountsAsEmpty =
     "The answer can't be read and counts as empty : %@";
 constexpr std::string_view kTemplateNotDictionary =
     "the upload template is no JSON object once it is filled";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 std::optional<Dictionary> optionalDictionary(const Value& value) {
   return value.isDictionary() ? std::optional(*value.dictionary()) : std::nullopt;

@@ -1,6 +1,6 @@
 #include "Binary/Binary/Utils/BlockCall.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <exception>
@@ -17,9 +17,9 @@ void callBlock(const std::function<void()>& call) noexcept {
   try {
     call();
   } catch (const std::exception& exception) {
-    BinaryLogger::sharedInstance().logError(kBlockThrew, exception.what());
+    logger().logError(kBlockThrew, exception.what());
   } catch (...) {
-    BinaryLogger::sharedInstance().logError(kBlockThrew, kUnknownException);
+    logger().logError(kBlockThrew, kUnknownException);
   }
 }
 

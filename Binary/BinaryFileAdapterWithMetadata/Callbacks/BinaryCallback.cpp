@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 
 #include <new>
@@ -9,8 +9,6 @@
 
 namespace varo::binary {
 namespace {
-
-using platform::Value;
 
 constexpr std::string_view kCallbackQueue = "BinaryCallbackExecutionQueue";
 constexpr std::string_view kProgressQueue = "BinaryProgressCallbackExecutionQueue";
@@ -22,8 +20,6 @@ constexpr std::string_view kProgressNotDefined = "Progress callback is not defin
 constexpr std::string_view kNoResult = "Result sent is nil or undefined for SuccessCallback";
 constexpr std::string_view kNoError = "Error sent is nil or undefined for FailureCallback";
 constexpr std::string_view kNoProgress = "Progress sent is nil or undefined for ProgressCallback";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 std::shared_ptr<const BinaryBlock> shared(BinaryBlock block) {
   return block ? std::make_shared<const BinaryBlock>(std::move(block)) : nullptr;

@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
@@ -10,9 +10,6 @@
 
 namespace varo::binary {
 namespace {
-
-using platform::Dictionary;
-using platform::ErrorPtr;
 
 constexpr std::string_view kErrorDomain = "BinaryFileStorageInterface";
 constexpr std::int32_t kExceptionCode = 0;
@@ -54,12 +51,12 @@ void guarded(std::string_view message, const BinaryBlock& onFailure, const Opera
   } catch (...) {
     const ErrorPtr error =
         CommonUtils::generateErrorWith(kErrorDomain, kExceptionCode, reasonOfException());
-    BinaryLogger::sharedInstance().logError(message, error->localizedDescription());
+    logger().logError(message, error->localizedDescription());
     if (!onFailure) return;
     try {
       onFailure(Dictionary{{keys::kError, error}});
     } catch (...) {
-      BinaryLogger::sharedInstance().logError(kFailureBlockThrew, reasonOfException());
+      logger().logError(kFailureBlockThrew, reasonOfException());
     }
   }
 }

@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -23,14 +23,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::MutexLock;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
-
 namespace {
 
 constexpr std::string_view kClassTag = "FileStorageManager";
@@ -60,8 +52,6 @@ constexpr std::string_view kUpdateParamsValid = "update params validation succes
 constexpr std::string_view kDownloadInProgress = "%@ : %@ : Another download is in progress for %@";
 constexpr std::string_view kSuccessNotDefined = "%@ : %@ Success callback not defined";
 constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not defined";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// Of the options, for all operations.
 constexpr std::array<std::string_view, 6> kKnownOptions = {

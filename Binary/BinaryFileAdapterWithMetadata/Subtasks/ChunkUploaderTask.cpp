@@ -1,5 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/ChunkUploaderTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/FormData.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -15,15 +16,7 @@
 
 namespace varo::binary {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::Result;
-using platform::TaskState;
-using platform::Value;
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/ChunkedFileDownloaderTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -19,16 +19,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
-
 namespace {
 
 constexpr std::string_view kNoRecord = "binary records dosen't exist";
@@ -126,7 +116,7 @@ ErrorPtr ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input,
   const auto parsed = BinaryNetworkUtils::getTemplate(json, &parseError);
   if (parseError != nullptr) {
     // The task goes on without a URL, which the network refuses.
-    BinaryLogger::sharedInstance().logError(kTemplateNotParsed, parseError);
+    logger().logError(kTemplateNotParsed, parseError);
     return nullptr;
   }
   const Dictionary downloadTemplate = parsed.value_or(Dictionary{});
@@ -195,7 +185,7 @@ void ChunkedFileDownloaderTask::processResponse(const Dictionary& response,
   ErrorPtr failure;
   const std::string path = saveFileWithBytes(bytes != nullptr ? *bytes : Data(), &failure);
   if (failure != nullptr) {
-    BinaryLogger::sharedInstance().logError(kNotStored, failure);
+    logger().logError(kNotStored, failure);
     if (isSafe()) return raiseError(storeError(failure));
   }
   endWithFileAt(path);

@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/FileMetadataCreatorTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -13,12 +13,7 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::TaskState;
-using platform::Value;
 
 namespace {
 
@@ -27,8 +22,6 @@ constexpr std::string_view kRequestFailed = "Network exeption occurred, Exceptio
 constexpr std::string_view kTemplateNotParsed =
     "Error while parsing the upload request template, Exception : %@";
 constexpr std::string_view kNoTemplate = "the answer to the creation has no upload_template";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 

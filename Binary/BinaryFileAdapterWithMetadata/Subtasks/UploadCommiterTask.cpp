@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -13,11 +13,7 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::Value;
 using platform::VROCommonUtility;
 
 namespace {
@@ -26,8 +22,6 @@ constexpr std::string_view kCommitPropertiesNotJson =
     "Error while parsing commit properties, Error : %@";
 constexpr std::string_view kMetadataNotJson = "Error in parsing metadata, Error : %@";
 constexpr std::string_view kCommitFailed = "Error while commiting upload data, Error : %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// The answer's headers without those that say nothing about the stored object.
 Dictionary objectHeaders(const Dictionary& responseHeaders) {

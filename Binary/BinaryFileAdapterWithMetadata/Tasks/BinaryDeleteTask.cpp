@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
@@ -14,16 +14,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
-using platform::NetworkError;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
-
 namespace {
 
 constexpr std::string_view kInitFailed = "Failed to initialize BinaryDeleteTask with error: %@";

@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
@@ -9,9 +9,6 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
 
 namespace {
@@ -38,7 +35,7 @@ void BinaryUpdaterTask::execute() {
   ErrorPtr error;
   const auto body = platform::VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
   if (!body) {
-    BinaryLogger::sharedInstance().logError(kUpdateFailed, error);
+    logger().logError(kUpdateFailed, error);
     // The callback first: the reverse of all other failures, and what callers count on.
     reportFailure(error);
     raiseError(error);

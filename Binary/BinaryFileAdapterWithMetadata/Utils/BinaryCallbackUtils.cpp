@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <string>
 #include <string_view>
@@ -8,10 +8,6 @@
 
 namespace varo::binary {
 namespace {
-
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::Value;
 
 constexpr std::string_view kSuccessNotDefined = "Success callback not defined";
 constexpr std::string_view kFailureNotDefined = "Failure callback not defined";
@@ -26,10 +22,8 @@ constexpr std::string_view kProgressNotProvided =
 /// The block, or one that logs `whenCalled`, after a warning that there is none.
 BinaryBlock orStandBy(BinaryBlock block, std::string_view notDefined, std::string_view whenCalled) {
   if (block) return block;
-  BinaryLogger::sharedInstance().logWarning(notDefined);
-  return [whenCalled](const Value& value) {
-    BinaryLogger::sharedInstance().logWarning(whenCalled, value);
-  };
+  logger().logWarning(notDefined);
+  return [whenCalled](const Value& value) { logger().logWarning(whenCalled, value); };
 }
 
 }  // namespace

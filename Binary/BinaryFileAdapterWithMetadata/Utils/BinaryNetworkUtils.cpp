@@ -1,7 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/ContentRange.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -22,19 +22,9 @@
 namespace varo::binary {
 namespace {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::LogLevel;
 using platform::NetworkCallback;
-using platform::NetworkError;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::Result;
-using platform::Value;
 using platform::VRONetworkUtility;
 
 constexpr std::string_view kDownloadLog =
@@ -55,8 +45,6 @@ constexpr std::string_view kAnswerNotRead = "The answer can't be read : %@";
 constexpr int kFirstFailureStatus = 400;
 constexpr int kStatusOk = 200;
 constexpr int kStatusPartialContent = 206;
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 NetworkErrorPtr networkError(std::int64_t code, Dictionary userInfo) {
   return std::make_shared<const NetworkError>(std::string(kBinaryNetworkUtilsErrorDomain), code,

@@ -1,8 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Platform/Foundation/Text.h"
-#include "Platform/Foundation/Value.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -63,9 +62,9 @@ void warnOfUnknownKeys(std::string_view where, const platform::Dictionary& given
     const std::string_view shown = platform::utf8Prefix(entry.key, kLongestKey);
     const std::string_view nearest = nearestKnownKey(entry.key, known);
     if (nearest.empty()) {
-      BinaryLogger::sharedInstance().logWarning(kUnknownKey, shown, where);
+      logger().logWarning(kUnknownKey, shown, where);
     } else {
-      BinaryLogger::sharedInstance().logWarning(kUnknownKeyNear, shown, where, nearest);
+      logger().logWarning(kUnknownKeyNear, shown, where, nearest);
     }
   }
 }

@@ -1,10 +1,9 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Base64.h"
-#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Text.h"
 
 #include <algorithm>
@@ -16,9 +15,6 @@
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::Value;
 using ParamType = ValidationUtils::ParamType;
 
 constexpr std::string_view kEntryMissing = "%@: %@ could not be found in params";
@@ -137,8 +133,6 @@ constexpr std::array kUpdateRules = {
     EntryRule{"Validating file_id in metadata for update", Place::kMetadata, keys::kFileId, kText,
               kUpdateErrorDomain, kDownloadMissing, kDownloadJunk, kFileNameFailed},
 };
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// Sets the error, where the caller wants it, and answers "not valid".
 bool fail(ErrorPtr* error, std::string_view domain, std::int32_t code, std::string_view text) {
