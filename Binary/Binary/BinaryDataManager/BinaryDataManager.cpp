@@ -5,6 +5,7 @@
 #include "Binary/Binary/BinaryDataManager/BlobFiles.h"
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryDataManager/DownloadInput.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
@@ -20,51 +21,11 @@
 namespace varo::binary {
 namespace {
 
+namespace texts = log_texts::binary_data_manager;
+
 constexpr std::string_view kManagerQueue = "dataManagerQueue";
 constexpr std::string_view kFilePathQueue = "dataFilePathQueue";
 constexpr std::string_view kDeletionQueue = "dataDeletionQueue";
-
-constexpr std::string_view kCreating = "Inside BDM create task.";
-constexpr std::string_view kNoRecordFor =
-    "Error occurred while creating a task for Primary keys, Binary Record does not exists for :%@";
-constexpr std::string_view kAlreadyStarted =
-    "Error in creating task. Task is already in started state";
-constexpr std::string_view kFileExists = "File already exists. Total bytes downloaded : %lld";
-constexpr std::string_view kContextNotUpdated = "Task already started, context can't be updated.";
-
-constexpr std::string_view kStartWithoutId =
-    "Blob id recieved null. Calling error delegate from startDownload module..";
-constexpr std::string_view kStarting =
-    "Starting download for the downloadBinary request with task %@";
-constexpr std::string_view kStartWithoutTask =
-    "Task doesn't exist. Calling error delegate from startDownload module..";
-
-constexpr std::string_view kPauseWithoutId =
-    "Blob id recieved null. Calling error delegate from PauseDownload module..";
-constexpr std::string_view kPausing = "Inside pause download for task with blob ID : %@";
-constexpr std::string_view kPauseWithoutTask =
-    "Task doesn't exist. Calling error delegate from pauseDownload module.";
-
-constexpr std::string_view kResuming = "Inside resume download of BDM for blob ID : %@";
-constexpr std::string_view kResumeWithoutTask =
-    "Task doesn't exist. calling error delegate from resumeDownload module.";
-
-constexpr std::string_view kLookingUpPath = "Inside getBinaryDataFilePathForPrimaryKeys ";
-
-constexpr std::string_view kClearingTasksMap = "Clearing Tasks Map";
-constexpr std::string_view kClearingQueue = "Clearing Scheduled queue";
-constexpr std::string_view kClearingTasks = "Clearing all tasks";
-constexpr std::string_view kBeforeTasks = "Before clearing tasks queue: %lu";
-constexpr std::string_view kAfterTasks = "After clearing tasks queue: %lu";
-constexpr std::string_view kInvalidating = "Invalidating and cancelling all background session";
-constexpr std::string_view kTaskKey = "Task key is %@";
-constexpr std::string_view kCancellingInProgress = "Cancelling all inProgessQueue Tasks";
-constexpr std::string_view kBeforeInProgress = "Before clearing inProgress queue: %lu";
-constexpr std::string_view kAfterInProgress = "After clearing inProgress queue: %lu";
-constexpr std::string_view kBeforeScheduling = "Before clearing scheduling queue: %lu";
-constexpr std::string_view kAfterScheduling = "After clearing scheduling queue: %lu";
-constexpr std::string_view kBeforeFinished = "Before clearing finished queue: %lu";
-constexpr std::string_view kAfterFinished = "After clearing finished queue: %lu";
 
 /// The error of an operation that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {
@@ -148,20 +109,20 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
   const auto answer = [&completion](const ErrorPtr& error, const std::optional<std::string>& id) {
     if (completion) callBlock([&] { completion(error, id); });
   };
-  logger().logTrace(kCreating);
+  logger().logTrace(texts::kCreating);
   if (const ErrorPtr error = shutDownError()) return answer(error, std::nullopt);
   const BlobStoreTable table(column.databaseName, settings->policy);
   const auto blobId = table.obtainBlobId(column.tableName, column.columnName, column.primaryKeys,
                                          downloadConfig[kResponseType]);
   if (!blobId) {
-    if (completion) logger().logError(kNoRecordFor, column.primaryKeys);
+    if (completion) logger().logError(texts::kNoRecordFor, column.primaryKeys);
     return answer(downloadError(kCodeBinaryRecordDoesNotExist, kBinaryRecordNotExists),
                   std::nullopt);
   }
   const Dictionary row = table.row(*blobId).value_or(Dictionary());
   const std::int64_t state = row[blobs::kState].integerValue();
   if (state != 0 && (isTaskInProgress(*blobId) || isTaken(state))) {
-    logger().logError(kAlreadyStarted);
+    logger().logError(texts::kAlreadyStarted);
     return answer(
         std::make_shared<const platform::Error>(std::string(kInvalidTaskCreationState),
                                                 kCodeInvalidStateForDownloadTaskCreation,
@@ -169,7 +130,7 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
         blobId);
   }
   const auto bytes = BlobFiles::bytesOnDisk(row);
-  if (bytes) logger().logDebug(kFileExists, *bytes);
+  if (bytes) logger().logDebug(texts::kFileExists, *bytes);
   createDownloadTask(*blobId, settings, downloadConfig,
                      {{kTotalBytesDownloaded, bytes.value_or(0)},
                       {kBlobId, *blobId},
@@ -195,7 +156,7 @@ void BinaryDataManager::createDownloadTask(const std::string& blobId,
     std::erase_if(replaced_, [](const auto& former) { return former.expired(); });
     if (download != nullptr) replaced_.push_back(download);
   }
-  if (download != nullptr && download->isUnderWay()) logger().logInfo(kContextNotUpdated);
+  if (download != nullptr && download->isUnderWay()) logger().logInfo(texts::kContextNotUpdated);
 }
 
 BinaryDataManager::DownloadPtr BinaryDataManager::find(
@@ -217,13 +178,13 @@ void BinaryDataManager::startDownload(const std::optional<std::string>& blobId,
                                       DownloadBlock completion) {
   const auto fail = [&](const ErrorPtr& error) { refuse(completion, blobId, error); };
   if (!blobId) {
-    logger().logError(kStartWithoutId);
+    logger().logError(texts::kStartWithoutId);
     return fail(downloadError(kCodeNullDownloadTaskIDReceived, kNullBlobID));
   }
-  logger().logDebug(kStarting, *blobId);
+  logger().logDebug(texts::kStarting, *blobId);
   const DownloadPtr download = find(blobId);
   if (download == nullptr) {
-    logger().logError(kStartWithoutTask);
+    logger().logError(texts::kStartWithoutTask);
     return fail(downloadError(kCodeDownloadTaskNotCreated, kTaskNotCreated));
   }
   if (const ErrorPtr error = shutDownError()) return fail(error);
@@ -234,13 +195,13 @@ void BinaryDataManager::pauseDownload(const std::optional<std::string>& blobId,
                                       DownloadBlock completion) {
   const auto fail = [&](const ErrorPtr& error) { refuse(completion, blobId, error); };
   if (!blobId) {
-    logger().logError(kPauseWithoutId);
+    logger().logError(texts::kPauseWithoutId);
     return fail(downloadError(kCodeNullDownloadTaskIDReceived, kNullBlobID));
   }
-  logger().logDebug(kPausing, *blobId);
+  logger().logDebug(texts::kPausing, *blobId);
   const DownloadPtr download = find(blobId);
   if (download == nullptr) {
-    logger().logError(kPauseWithoutTask);
+    logger().logError(texts::kPauseWithoutTask);
     return fail(noTaskError());
   }
   if (const ErrorPtr error = shutDownError()) return fail(error);
@@ -250,10 +211,10 @@ void BinaryDataManager::pauseDownload(const std::optional<std::string>& blobId,
 void BinaryDataManager::resumeDownload(const std::optional<std::string>& blobId,
                                        DownloadBlock completion) {
   const auto fail = [&](const ErrorPtr& error) { refuse(completion, blobId, error); };
-  logger().logDebug(kResuming, blobId ? Value(*blobId) : Value());
+  logger().logDebug(texts::kResuming, blobId ? Value(*blobId) : Value());
   const DownloadPtr download = find(blobId);
   if (download == nullptr) {
-    logger().logError(kResumeWithoutTask);
+    logger().logError(texts::kResumeWithoutTask);
     return fail(noTaskError());
   }
   if (const ErrorPtr error = shutDownError()) return fail(error);
@@ -270,7 +231,7 @@ void BinaryDataManager::getBinaryDataFilePathForPrimaryKeys(const Dictionary& pr
   dataFilePathQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
                             policy = OperationSettings().policy,
                             block = std::move(completionBlock)] {
-    logger().logDebug(kLookingUpPath);
+    logger().logDebug(texts::kLookingUpPath);
     platform::Result<std::string> path = std::string();
     const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed,
                                    [&] { path = BlobFiles::filePath(column, policy); });
@@ -309,13 +270,13 @@ void BinaryDataManager::clearBinaryDataManagerState() {
   }
   const std::vector<DownloadPtr> waiting = places_.takeAllWaiting();
   const std::vector<DownloadPtr> running = places_.running();
-  logger().logDebug(kClearingTasksMap);
+  logger().logDebug(texts::kClearingTasksMap);
   clearTasksMap(tasks);
-  logger().logDebug(kClearingQueue);
+  logger().logDebug(texts::kClearingQueue);
   clearSchedulingQueue(waiting);
-  logger().logDebug(kClearingQueue);
+  logger().logDebug(texts::kClearingQueue);
   clearInProgressQueue(running);
-  logger().logDebug(kClearingQueue);
+  logger().logDebug(texts::kClearingQueue);
   clearFinishedQueue();
   for (const auto& former : replaced) {
     if (const DownloadPtr download = former.lock()) download->clear();
@@ -329,41 +290,41 @@ void BinaryDataManager::invalidateAllBackgroundSessions() {
 }
 
 void BinaryDataManager::invalidate(const Downloads& tasks) {
-  logger().logDebug(kInvalidating);
+  logger().logDebug(texts::kInvalidating);
   for (const auto& [blobId, download] : tasks) {
-    logger().logDebug(kTaskKey, blobId);
+    logger().logDebug(texts::kTaskKey, blobId);
     download->stop();
   }
 }
 
 void BinaryDataManager::clearTasksMap(const Downloads& tasks) {
-  logger().logDebug(kClearingTasks);
-  logger().logDebug(kBeforeTasks, tasks.size());
-  logger().logDebug(kInvalidating);
+  logger().logDebug(texts::kClearingTasks);
+  logger().logDebug(texts::kBeforeTasks, tasks.size());
+  logger().logDebug(texts::kInvalidating);
   for (const auto& [blobId, download] : tasks) {
-    logger().logDebug(kTaskKey, blobId);
+    logger().logDebug(texts::kTaskKey, blobId);
     download->clear();
   }
-  logger().logDebug(kAfterTasks, 0);
+  logger().logDebug(texts::kAfterTasks, 0);
 }
 
 void BinaryDataManager::clearSchedulingQueue(const std::vector<DownloadPtr>& schedulingQueue) {
-  logger().logDebug(kBeforeScheduling, schedulingQueue.size());
+  logger().logDebug(texts::kBeforeScheduling, schedulingQueue.size());
   for (const DownloadPtr& download : schedulingQueue) download->clear();
-  logger().logDebug(kAfterScheduling, 0);
+  logger().logDebug(texts::kAfterScheduling, 0);
 }
 
 void BinaryDataManager::clearInProgressQueue(const std::vector<DownloadPtr>& inProgressQueue) {
-  logger().logDebug(kCancellingInProgress);
-  logger().logDebug(kBeforeInProgress, inProgressQueue.size());
+  logger().logDebug(texts::kCancellingInProgress);
+  logger().logDebug(texts::kBeforeInProgress, inProgressQueue.size());
   for (const DownloadPtr& download : inProgressQueue) download->clear();
-  logger().logDebug(kAfterInProgress, 0);
+  logger().logDebug(texts::kAfterInProgress, 0);
 }
 
 /// Nothing stays finished: what has ended is processed where its end is heard of.
 void BinaryDataManager::clearFinishedQueue() {
-  logger().logDebug(kBeforeFinished, 0);
-  logger().logDebug(kAfterFinished, 0);
+  logger().logDebug(texts::kBeforeFinished, 0);
+  logger().logDebug(texts::kAfterFinished, 0);
 }
 
 }  // namespace varo::binary

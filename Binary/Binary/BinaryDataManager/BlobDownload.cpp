@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
@@ -23,20 +24,8 @@ using Effects = StepQueue::Effects;
 
 namespace {
 
-constexpr std::string_view kScheduling = "Adding download task %@ to the scheduling queue.";
-constexpr std::string_view kResetting = "Changing state of task with blob ID %@ to NotStarted.";
-constexpr std::string_view kInEndedState = "Task with blob ID %@ in ended state.";
-constexpr std::string_view kFire = " Fire %@ off!!";
-constexpr std::string_view kCannotPause =
-    "Task is in NotStarted, Errored or Ended state, hence can't be paused.";
-constexpr std::string_view kCallingPause = "Calling the pause download method for blob ID : %@";
-constexpr std::string_view kCallingResume = "Calling the resume download method for blob ID : %@";
-constexpr std::string_view kResumeInput = "Input context for blob id %@ in resume module: %@";
-constexpr std::string_view kNotPaused = "Task is not in Paused state, Hence can't resumed.";
-constexpr std::string_view kPostProcessing =
-    "Post processing task from finished queue for download task %@ . Calling the success callback.";
+namespace texts = log_texts::blob_download;
 
-constexpr std::string_view kStateChanged = "Download of blob %@ : %@ -> %@";
 constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "pausing", "paused",
                                             "ended",   "failed",  "stopped", "cleared"};
 
@@ -86,7 +75,7 @@ void BlobDownload::renewTask() {
 /// The one place where the state changes. A cleared download stays so; one is at rest before it
 /// waits again.
 void BlobDownload::moveTo(State state) {
-  logger().logTrace(kStateChanged, blobId_, kStateNames[static_cast<std::size_t>(state_)],
+  logger().logTrace(texts::kStateChanged, blobId_, kStateNames[static_cast<std::size_t>(state_)],
                     kStateNames[static_cast<std::size_t>(state)]);
   if (state_ != State::kCleared) state_ = state;
 }
@@ -121,13 +110,13 @@ void BlobDownload::ask(DownloadBlock completion,
 
 void BlobDownload::start(DownloadBlock completion) {
   ask(std::move(completion), [this](DownloadBlock& block) -> Effects {
-    if (state_ == State::kEnded) logger().logDebug(kInEndedState, blobId_);
+    if (state_ == State::kEnded) logger().logDebug(texts::kInEndedState, blobId_);
     ErrorPtr error;
     const auto available = rows_.checkIfFileAvailable(&error);
     if (available || state_ == State::kEnded) {
       return answer(block, available ? nullptr : error, available);
     }
-    logger().logDebug(kScheduling, blobId_);
+    logger().logDebug(texts::kScheduling, blobId_);
     Effects effects = runs() ? Effects() : schedule();
     task_->startDownloadTaskCompletionBlock.swap(block);
     return effects;
@@ -135,7 +124,8 @@ void BlobDownload::start(DownloadBlock completion) {
 }
 
 Effects BlobDownload::schedule() {
-  if (state_ == State::kPaused || state_ == State::kFailed) logger().logDebug(kResetting, blobId_);
+  if (state_ == State::kPaused || state_ == State::kFailed)
+    logger().logDebug(texts::kResetting, blobId_);
   // Of these the task was stopped, maybe before its start.
   if (state_ == State::kStopped || state_ == State::kFailed) renewTask();
   Effects effects{[self = shared_from_this()] { self->places_.schedule(self); }};
@@ -148,7 +138,7 @@ void BlobDownload::pause(DownloadBlock completion) {
     switch (state_) {
       case State::kRunning:
       case State::kPausing: {
-        logger().logDebug(kCallingPause, blobId_);
+        logger().logDebug(texts::kCallingPause, blobId_);
         Effects effects{[task = task_] { task->pauseDownload(); }};
         moveTo(State::kPausing);
         task_->pauseDownloadTaskCompletionBlock.swap(block);
@@ -158,7 +148,7 @@ void BlobDownload::pause(DownloadBlock completion) {
       case State::kPaused:
         return answer(block, nullptr, task_->outputContext());
       default:
-        logger().logError(kCannotPause);
+        logger().logError(texts::kCannotPause);
         return refuse(block, kTaskNotStarted);
     }
   });
@@ -172,7 +162,7 @@ void BlobDownload::resume(DownloadBlock completion) {
         return resumePaused(block);
       case State::kCreated:
       case State::kWaiting:
-        logger().logError(kNotPaused);
+        logger().logError(texts::kNotPaused);
         return refuse(block, kTaskNotPaused);
       default:
         return refuse(block, kTaskStarted);
@@ -301,7 +291,7 @@ void BlobDownload::shutDown() {
 }
 
 void BlobDownload::run(Run run) {
-  logger().logDebug(run == Run::kStarts ? kFire : kCallingResume, blobId_);
+  logger().logDebug(run == Run::kStarts ? texts::kFire : texts::kCallingResume, blobId_);
   const FileClaim::Lease claim = claimFile();
   if (claim == nullptr) return;
   ErrorPtr notAvailable;
@@ -360,7 +350,7 @@ void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   input.set(kTotalBytesDownloaded, bytes);
   input.set(kValidator, bytes > 0 ? platform::Value(claim->validator()) : platform::Value());
   input.set(kFileClaim, claim->withoutLease());
-  if (run == Run::kResumes) logger().logDebug(kResumeInput, blobId_, input);
+  if (run == Run::kResumes) logger().logDebug(texts::kResumeInput, blobId_, input);
   steps_->run([&]() -> Effects {
     if (!runs() || claim_ != claim) return {};  // stopped meanwhile
     task_->updateInputContext(input);
@@ -440,7 +430,7 @@ void BlobDownload::taskChanged(const VSTask& task, const FileClaim::Lease& claim
 }
 
 void BlobDownload::taskEnded(const FileClaim::Lease& claim, const Dictionary& output) {
-  logger().logTrace(kPostProcessing, blobId_);
+  logger().logTrace(texts::kPostProcessing, blobId_);
   const auto noted = rows_.updateDB(output);
   if (noted) {
     claim->finish();

@@ -1,6 +1,7 @@
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryDataManager.h"
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/BinaryDataManager/OnlineDownloadInput.h"
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
@@ -24,9 +25,9 @@ using platform::SerialQueue;
 
 namespace {
 
-constexpr std::string_view kQueue = "onlineDownloadQueue";
+namespace texts = log_texts::online_binary_data_manager;
 
-constexpr std::string_view kNotStarted = "Download %@ is not started : %@";
+constexpr std::string_view kQueue = "onlineDownloadQueue";
 
 /// The error of a download that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {
@@ -62,7 +63,7 @@ void tell(const OnlineDownload& download, const std::string& identifier, const E
 void refuse(const std::shared_ptr<const OnlineDownload>& download, const std::string& identifier,
             const ErrorPtr& error) {
   try {
-    logger().logError(kNotStarted, identifier, error);
+    logger().logError(texts::kNotStarted, identifier, error);
     Runtime::shared().pool().postOrRun(
         [download, identifier, error] { tell(*download, identifier, error); });
   } catch (const std::bad_alloc&) {
@@ -170,13 +171,13 @@ void OnlineBinaryDataManager::endWithRuntime() {
 }
 
 void OnlineBinaryDataManager::checkAndStartExecution(const TaskPtr& task) {
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   if (task == nullptr || task->state() != TaskState::NotStarted) return;
   // Who calls this with a task of its own has not.
   if (!queue_.isWaiting(task)) (void)queue_.schedule(task);
   if (!queue_.takeToStart(task)) return;
   task->start();  // first: once there is a place it is taken for good
-  logger().logDebug(kStartDownload, task->name());
+  logger().logDebug(log_texts::kStartDownload, task->name());
 }
 
 /// None that waits outlives the runtime unanswered.

@@ -1,5 +1,6 @@
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryUploadManager.h"
 
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/BinaryDataManager/UploadConfiguration.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/SourceNames.h"
@@ -40,6 +41,8 @@ using platform::SerialQueue;
 
 namespace {
 
+namespace texts = log_texts::online_binary_upload_manager;
+
 constexpr std::string_view kUploadQueue = "onlineUploadQueue";
 /// Of errors that a template is the reason for.
 constexpr std::string_view kUploadTaskDomain = "UploadTask";
@@ -51,24 +54,8 @@ constexpr std::string_view kNoBytesSent =
     "the upload template's \"uploadMode\" '%@' and \"method\" '%@' would have no bytes sent";
 constexpr std::string_view kFormUrlEncoded = "application/x-www-form-urlencoded";
 
-constexpr std::string_view kStarting = "Starting UploadTask with sessionId %@";
-constexpr std::string_view kInvalidInput = "Input validations failed for uploadTask: %@";
-constexpr std::string_view kStartFailed = "UploadTask Failed with unknown exception: %@";
 constexpr std::string_view kExceptionPattern = "%@, %@ : %@";
 constexpr std::string_view kExceptionOccured = "Exception occured ";
-
-constexpr std::string_view kTemplateTaskEnded =
-    "[UploadTask VSTaskListener]  task end event received for UploadTemplateGetterTask";
-constexpr std::string_view kTemplateTaskFailed =
-    "[UploadTask VSTaskListener] UploadTemplateGetterTask returned error";
-constexpr std::string_view kOpstatusNotZero =
-    "[UploadTask VSTaskListener] UploadTemplateGetterTask returned response with opstatus 0";
-constexpr std::string_view kUploaderEnded =
-    "[UploadTask VSTaskListener]  task end event received for UploaderTask";
-constexpr std::string_view kUploaderSucceeded =
-    "[UploadTask VSTaskListener] UploaderTask completed successfully";
-constexpr std::string_view kUploaderFailed =
-    "[UploadTask VSTaskListener] UploaderTask returned error";
 
 /// Null where the caller gave none.
 template <typename B>
@@ -89,7 +76,7 @@ std::function<void()> failure(const UploadBlocks& blocks, const VSTask& task, Va
 }
 
 ErrorPtr exceptionError(std::string_view exception) {
-  logger().logError(kStartFailed, exception);
+  logger().logError(texts::kStartFailed, exception);
   return CommonUtils::generateErrorWith(
       kUploadErrorDomain, kCodeUploadFailure,
       platform::formatMessage(kExceptionPattern, {kUploadFailure, kExceptionOccured, exception}));
@@ -215,10 +202,10 @@ void OnlineBinaryUploadManager::start(const std::shared_ptr<const Upload>& uploa
   ErrorPtr error;
   const ErrorPtr unexpected = caught([&] {
     sessionId = makeSessionId();
-    logger().logInfo(kStarting, sessionId);
+    logger().logInfo(texts::kStarting, sessionId);
     error = validateInput(upload->configuration);
     if (error != nullptr) {
-      logger().logError(kInvalidInput, error);
+      logger().logError(texts::kInvalidInput, error);
     } else if (platform::Runtime::shared().isShutDown()) {
       // The engine would refuse the task without telling anybody.
       error = CommonUtils::generateErrorWith(
@@ -306,9 +293,9 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::taskEnded(
 
 OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateTaskEnded(
     UploadTemplateGetterTask& task, TaskState state) {
-  logger().logInfo(kTemplateTaskEnded);
+  logger().logInfo(texts::kTemplateTaskEnded);
   if (state == TaskState::Ended) return templateReceived(task);
-  logger().logError(kTemplateTaskFailed);
+  logger().logError(texts::kTemplateTaskFailed);
   return failure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
 }
 
@@ -322,7 +309,7 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
                                                  platform::withoutSecrets(uploadTemplate)));
   };
   if (uploadTemplate[kOpStatus].integerValue() != 0) {
-    logger().logError(kOpstatusNotZero);
+    logger().logError(texts::kOpstatusNotZero);
     return refuse(kCodeUploadFailure);
   }
   const Value& mode = uploadTemplate[keys::kUploadMode];
@@ -357,12 +344,12 @@ void OnlineBinaryUploadManager::scheduleUploader(const std::shared_ptr<UploaderT
 
 OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::uploaderEnded(UploaderTask& task,
                                                                               TaskState state) {
-  logger().logInfo(kUploaderEnded);
+  logger().logInfo(texts::kUploaderEnded);
   if (state == TaskState::Errored) {
-    logger().logError(kUploaderFailed);
+    logger().logError(texts::kUploaderFailed);
     return failure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
   }
-  logger().logInfo(kUploaderSucceeded);
+  logger().logInfo(texts::kUploaderSucceeded);
   const auto& completed = task.blocks().onBytesUploadCompletedCompletionBlock;
   if (completed == nullptr) return {};
   return [block = completed, name = task.name(),

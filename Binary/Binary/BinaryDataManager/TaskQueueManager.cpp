@@ -1,5 +1,6 @@
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/SourceNames.h"
 
 #include <utility>
@@ -8,7 +9,7 @@ namespace varo::binary {
 namespace {
 
 void start(VSTask& task) {
-  logger().logDebug(kStartDownload, task.name());
+  logger().logDebug(log_texts::kStartDownload, task.name());
   task.start();
 }
 
@@ -91,7 +92,7 @@ bool TaskQueueManager::takeIfRoomLocked(const TaskPtr& task) {
 
 void TaskQueueManager::checkAndStartExecution(const TaskPtr& task) {
   if (task == nullptr) return;
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   {
     const MutexLock lock(mutex_);
     if (!takeIfRoomLocked(task)) return;
@@ -101,7 +102,7 @@ void TaskQueueManager::checkAndStartExecution(const TaskPtr& task) {
 
 TaskQueueManager::TaskPtr TaskQueueManager::startNextScheduledTask() {
   if (getNextScheduledTask() == nullptr) return nullptr;
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   TaskPtr next;
   {
     const MutexLock lock(mutex_);
@@ -116,7 +117,7 @@ TaskQueueManager::TaskPtr TaskQueueManager::startNextScheduledTask() {
 void TaskQueueManager::addTaskAndCheckStartExecution(const TaskPtr& task,
                                                      const std::string& withIdentifier) {
   if (task == nullptr) return;
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   TaskPtr registered = task;
   {
     const MutexLock lock(mutex_);

@@ -16,12 +16,6 @@ namespace varo::binary {
 /// How many tasks of one `TaskQueueManager` run at once.
 inline constexpr std::int32_t MAX_PARALLEL_JOBS = 5;
 
-/// What is logged before a place is looked for and before a task is started (the task's name), by
-/// this queue and by those who keep lists of their own.
-inline constexpr std::string_view kCheckingForEmptySlot =
-    "Checking if the inProgressQueue has empty slot.";
-inline constexpr std::string_view kStartDownload = " Start Download for task %@";
-
 /// Starts tasks in the order in which they were scheduled, at most `MAX_PARALLEL_JOBS` at once.
 ///
 /// It does not watch them. Its owner subscribes to each task, hands it over with

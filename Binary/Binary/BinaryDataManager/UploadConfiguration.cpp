@@ -1,5 +1,6 @@
 #include "Binary/Binary/BinaryDataManager/UploadConfiguration.h"
 
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
@@ -14,17 +15,7 @@
 namespace varo::binary {
 namespace {
 
-constexpr std::string_view kValidatingInputs = "Validating inputs for upload";
-constexpr std::string_view kValidatingUrl = "Validating URL";
-constexpr std::string_view kValidatedUrl = "Completed validation of URL";
-constexpr std::string_view kValidatingFilePath = "Validation FilePath";
-constexpr std::string_view kValidatedFilePath = "Completed validation of FilePath";
-constexpr std::string_view kValidatingRawBytes = "Validating rawData";
-constexpr std::string_view kValidatedRawBytes = "Completed Validation of rawBytes";
-constexpr std::string_view kValidatingHeaders = "Validation headers";
-constexpr std::string_view kNoHeaders = "Did not find headers";
-constexpr std::string_view kValidatingUploadParams = "Validating uploadParams";
-constexpr std::string_view kNoUploadParams = "Did not find uploadParams";
+namespace texts = log_texts::upload_configuration;
 
 constexpr std::string_view kInvalidConfiguration = "Invalid parameter received for uploadConfig";
 constexpr std::string_view kUrlMissing = "Could not find Url";
@@ -58,16 +49,16 @@ ErrorPtr wrongValue(std::string_view detail) {
 }
 
 ErrorPtr validateUrl(const Value& url) {
-  logger().logInfo(kValidatingUrl);
+  logger().logInfo(texts::kValidatingUrl);
   if (url.isMissing()) return missing(kUrlMissing);
   if (!url.isText()) return wrongType(kUrlNotText);
   if (url.text()->empty()) return wrongValue(kUrlEmpty);
-  logger().logInfo(kValidatedUrl);
+  logger().logInfo(texts::kValidatedUrl);
   return nullptr;
 }
 
 ErrorPtr validateFilePath(const Value& filePath) {
-  logger().logInfo(kValidatingFilePath);
+  logger().logInfo(texts::kValidatingFilePath);
   if (!filePath.isText()) return wrongType(kUrlNotText);
   const std::string& path = *filePath.text();
   // The system would end the name there, and find another file.
@@ -76,15 +67,15 @@ ErrorPtr validateFilePath(const Value& filePath) {
   if (::stat(path.c_str(), &status) != 0) return wrongValue(kFileMissing);
   // Pipes, sockets and devices have no size. A directory has one, and is not read later.
   if (status.st_size == 0 && !S_ISDIR(status.st_mode)) return wrongType(kFileEmpty);
-  logger().logInfo(kValidatedFilePath);
+  logger().logInfo(texts::kValidatedFilePath);
   return nullptr;
 }
 
 ErrorPtr validateRawBytes(const Value& rawBytes) {
-  logger().logInfo(kValidatingRawBytes);
+  logger().logInfo(texts::kValidatingRawBytes);
   if (!rawBytes.isData()) return wrongType(kRawBytesNotData);
   if (rawBytes.data()->empty()) return wrongValue(kRawBytesEmpty);
-  logger().logInfo(kValidatedRawBytes);
+  logger().logInfo(texts::kValidatedRawBytes);
   return nullptr;
 }
 
@@ -106,17 +97,17 @@ ErrorPtr validateDictionary(const Value& value, std::string_view start, std::str
 }  // namespace
 
 ErrorPtr checkUploadConfiguration(const std::optional<Dictionary>& configuration) {
-  logger().logInfo(kValidatingInputs);
+  logger().logInfo(texts::kValidatingInputs);
   if (!configuration || configuration->empty()) return missing(kInvalidConfiguration);
   const Dictionary& input = *configuration;
   if (ErrorPtr error = validateUrl(input[kURL])) return error;
   if (ErrorPtr error = validateBytes(input[kFilePath], input[keys::kRawBytes])) return error;
-  if (ErrorPtr error = validateDictionary(input[keys::kHeaders], kValidatingHeaders, kNoHeaders,
-                                          kHeadersNotDictionary)) {
+  if (ErrorPtr error = validateDictionary(input[keys::kHeaders], texts::kValidatingHeaders,
+                                          texts::kNoHeaders, kHeadersNotDictionary)) {
     return error;
   }
-  return validateDictionary(input[keys::kUploadParams], kValidatingUploadParams, kNoUploadParams,
-                            kUploadParamsNotDictionary);
+  return validateDictionary(input[keys::kUploadParams], texts::kValidatingUploadParams,
+                            texts::kNoUploadParams, kUploadParamsNotDictionary);
 }
 
 }  // namespace varo::binary

@@ -1,5 +1,6 @@
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Platform/Foundation/Base64.h"
@@ -18,6 +19,8 @@ using platform::HttpResponseInfo;
 
 namespace {
 
+namespace texts = log_texts::network_answer;
+
 /// Bytes. An answer that tells of an error is short; one that is longer is the object.
 constexpr std::uint64_t kMaxErrorAnswer = std::uint64_t{1} * 1024 * 1024;
 
@@ -34,50 +37,34 @@ constexpr char kResultMessage[] = "msg";
 constexpr char kResultBytes[] = "results";
 constexpr char kOpstatus[] = "opstatus";
 
-constexpr std::string_view kContentTypeIs = "Content type : %@";
-constexpr std::string_view kStatusIs = "HTTP status code recieved : %ld";
-constexpr std::string_view kStatusOk = "Status code : 200";
-constexpr std::string_view kTypeJson = "  Content type : JSON";
-constexpr std::string_view kErrorString = "  Error string : %@";
-constexpr std::string_view kWholeFile = "Total file recieved at one go.";
-constexpr std::string_view kSizeOfData = "Size of data recieved  : %lu";
-constexpr std::string_view kOtherStatus = "Integer out of range in the switch case. ";
-constexpr std::string_view kCheckingForError = "Executing isErrorResponse with jsonString %@ ";
-constexpr std::string_view kJsonObject = "jsonObject after serialization %@ ";
-constexpr std::string_view kErrorIs = "error %@ ";
-constexpr std::string_view kReturning = "returning isError %d ";
-constexpr std::string_view kNoResults = "Results Object is null or empty ";
-constexpr std::string_view kNoBase64 = "base64 is null ";
-constexpr std::string_view kJsonNotParsed = "Error parsing json ";
-
 bool isErrorResponse(const std::string& json, bool isOnline) {
-  logger().logError(kCheckingForError, excerptOf(json));
+  logger().logError(texts::kCheckingForError, excerptOf(json));
   const Value object = CommonUtils::parseJsonString(json);
-  logger().logDebug(kJsonObject, object);
+  logger().logDebug(texts::kJsonObject, object);
   const Dictionary answer = object.dictionaryValue();
   bool isError = false;
   if (isOnline) {
     isError = answer[kOpstatus].integerValue() != 0;
-    if (isError) logger().logError(kErrorIs, excerptOf(json));
+    if (isError) logger().logError(texts::kErrorIs, excerptOf(json));
   } else if (const Dictionary* result = answer[kResult].dictionary()) {
-    logger().logError(kErrorIs, excerptOf((*result)[kResultError].textValue()));
+    logger().logError(texts::kErrorIs, excerptOf((*result)[kResultError].textValue()));
     isError = (*result)[kResultError].boolValue();
   }
-  logger().logError(kReturning, isError);
+  logger().logError(texts::kReturning, isError);
   return isError;
 }
 
 std::optional<std::string> parseErrorResponse(const std::string& json) {
-  logger().logError(kCheckingForError, excerptOf(json));
+  logger().logError(texts::kCheckingForError, excerptOf(json));
   const Value object = CommonUtils::parseJsonString(json);
-  logger().logError(kJsonObject, excerptOf(json));
+  logger().logError(texts::kJsonObject, excerptOf(json));
   const Dictionary answer = object.dictionaryValue();
   const Dictionary* result = answer[kResult].dictionary();
   if (result == nullptr) return std::nullopt;
-  logger().logError(kErrorIs, excerptOf((*result)[kResultError].textValue()));
+  logger().logError(texts::kErrorIs, excerptOf((*result)[kResultError].textValue()));
   if (!(*result)[kResultError].boolValue()) return std::nullopt;
   const Value message = (*result)[kResultMessage];
-  logger().logError(kErrorIs, excerptOf(message.textValue()));
+  logger().logError(texts::kErrorIs, excerptOf(message.textValue()));
   if (message.isMissing() || message.isNull()) return std::nullopt;
   return message.textValue();
 }
@@ -94,17 +81,17 @@ std::optional<std::string> parseBase64StringFromData(const Data& json) {
   const Value parsed = CommonUtils::jsonObjectFromData(
       json, {.values = platform::kAnswerJsonLimits.values, .bytes = json.size()});
   if (parsed.isMissing()) {
-    logger().logError(kJsonNotParsed);
+    logger().logError(texts::kJsonNotParsed);
     return std::nullopt;
   }
   const Value result = parsed.dictionaryValue()[kResult];
   if (result.dictionaryValue().empty()) {
-    logger().logError(kNoResults);
+    logger().logError(texts::kNoResults);
     return std::nullopt;
   }
   const Value base64 = result.dictionaryValue()[kResultBytes];
   if (!base64.isText()) {
-    logger().logError(kNoBase64);
+    logger().logError(texts::kNoBase64);
     return std::nullopt;
   }
   return *base64.text();
@@ -124,18 +111,18 @@ void setChunkDataForBase64(NetworkAnswer& answer, std::uint64_t maxSize) {
 
 void readWholeObject(NetworkAnswer& answer, std::string_view contentType,
                      const AnswerReading& reading) {
-  logger().logDebug(kStatusOk);
+  logger().logDebug(texts::kStatusOk);
   if (platform::lowerCase(contentType).find(kJsonType) != std::string::npos) {
-    logger().logDebug(kTypeJson);
+    logger().logDebug(texts::kTypeJson);
     const Result<std::string> text = answer.body.readAll(kMaxErrorAnswer);
     if (text && isErrorResponse(*text, reading.isOnline)) {
       answer.said.isError = true;
       answer.said.errorMessage = parseErrorResponse(*text);
-      return logger().logError(kErrorString,
+      return logger().logError(texts::kErrorString,
                                excerptOf(answer.said.errorMessage.value_or(std::string())));
     }
   }
-  logger().logDebug(kWholeFile);
+  logger().logDebug(texts::kWholeFile);
   if (reading.isBase64) setChunkDataForBase64(answer, reading.maxBase64);
 }
 
@@ -155,19 +142,19 @@ NetworkAnswer readAnswer(const HttpResponseInfo& response, const Data& body,
   answer.said.validator.isLastModifiedStrong =
       isLaterDate(field(kDate), answer.said.validator.lastModified);
   const std::string contentType = field(kContentType);
-  logger().logDebug(kContentTypeIs, contentType);
-  logger().logDebug(kStatusIs, answer.said.status);
+  logger().logDebug(texts::kContentTypeIs, contentType);
+  logger().logDebug(texts::kStatusIs, answer.said.status);
   switch (answer.said.status) {
     case 200:
       readWholeObject(answer, contentType, reading);
       break;
     case 206:
-      logger().logDebug(kSizeOfData, body.size());
+      logger().logDebug(texts::kSizeOfData, body.size());
       break;
     case 500:
       break;
     default:
-      logger().logDebug(kOtherStatus);
+      logger().logDebug(texts::kOtherStatus);
   }
   answer.said.size = static_cast<std::int64_t>(answer.body.size());
   return answer;

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/DownloadTask/Buffer.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
@@ -26,33 +27,13 @@ using platform::VRONetworkUtility;
 
 namespace {
 
+namespace texts = log_texts::network_task;
+
 constexpr std::string_view kNetworkTaskName = "networkTask";
 constexpr std::string_view kNetworkTaskDomain = "Network Task";
 constexpr std::string_view kTransportDomain = "NetworkTask";
 /// Of what is thrown.
 constexpr std::int64_t kErrorCode = 999;
-
-constexpr std::string_view kTaskInterrupted = "Task Interrupted";
-constexpr std::string_view kInside = "Inside %@  ";
-constexpr std::string_view kRequestFailed = "HttpRequest Failed: %@";
-constexpr std::string_view kClientSide =
-    "Error since there were issues in the parameters sent from the client side. ";
-constexpr std::string_view kInErrorCondition = "Inside error if condition of network task. %@";
-constexpr std::string_view kBase64Ends = "Setting data for base 64 string and ending the task.";
-constexpr std::string_view kWholeFileEnds =
-    "Setting the total file for binary and ending the task.";
-constexpr std::string_view kAsterisk = "Asterisk recieved for the total file size.";
-constexpr std::string_view kTotalSizeIs = "Total file size : %lld";
-constexpr std::string_view kUnknownSizeGoesOn =
-    "File not completely downloaded..Calling download Chunk";
-constexpr std::string_view kGoesOn = "File not completely downloaded calling download Chunk";
-constexpr std::string_view kCompleted = "File download completed via partial request, ending task.";
-constexpr std::string_view kBytesDownloaded = "Total bytes downloaded : %lld";
-constexpr std::string_view kPausing = "Pausing the network task for download task : %@";
-constexpr std::string_view kResuming = "Resuming the network task for download task : %@";
-constexpr std::string_view kStopped = "Done cancelling background session";
-constexpr std::string_view kStartsOver = "The object on the server is another one: starting over";
-constexpr std::string_view kRunStateChange = "The run %lld goes from %@ to %@";
 
 /// In the output context, for `isOfLatestRun`.
 constexpr char kRunNumber[] = "RunNumber";
@@ -104,8 +85,8 @@ ErrorPtr NetworkTask::cause(std::int64_t code, std::string_view message) const {
 void NetworkTask::execute() { begin(false); }
 
 void NetworkTask::begin(bool isResumed) {
-  if (isTaskInterrupted()) return logger().logDebug(kTaskInterrupted);
-  logger().logTrace(kInside, name());
+  if (isTaskInterrupted()) return logger().logDebug(texts::kTaskInterrupted);
+  logger().logTrace(log_texts::kInside, name());
   const Result<RangeOrder::Ptr> order = RangeOrder::unpackInputContext(inputContext());
   enter([&] {
     if (order) return beginRun(*order, isResumed);
@@ -114,7 +95,7 @@ void NetworkTask::begin(bool isResumed) {
 }
 
 void NetworkTask::pauseDownload() {
-  logger().logDebug(kPausing, inputContext()[kBlobId]);
+  logger().logDebug(texts::kPausing, inputContext()[kBlobId]);
   enter([this] {
     Effects effects;
     if (goesOn()) {
@@ -127,7 +108,7 @@ void NetworkTask::pauseDownload() {
 }
 
 void NetworkTask::resumeDownload() {
-  logger().logDebug(kResuming, inputContext()[kBlobId]);
+  logger().logDebug(texts::kResuming, inputContext()[kBlobId]);
   begin(true);
 }
 
@@ -140,7 +121,7 @@ void NetworkTask::stop() {
     setState(TaskState::Stopped);
     return effects;
   });
-  logger().logDebug(kStopped);
+  logger().logDebug(texts::kStopped);
 }
 
 bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
@@ -229,7 +210,7 @@ void NetworkTask::changeTo(RunState state) {
   // A run begins, fails and is stopped in any state; the others are of one that goes on.
   assert(state == RunState::kAsking || state == RunState::kFailed || state == RunState::kStopped ||
          goesOn());
-  logger().logTrace(kRunStateChange, runs_, kNames.at(static_cast<std::size_t>(runState_)),
+  logger().logTrace(texts::kRunStateChange, runs_, kNames.at(static_cast<std::size_t>(runState_)),
                     kNames.at(static_cast<std::size_t>(state)));
   runState_ = state;
 }
@@ -298,7 +279,7 @@ NetworkTask::Effects NetworkTask::downloadChunk() {
 
 /// What was published stays known until its place is taken: a pause may come before that.
 NetworkTask::Effects NetworkTask::startOver() {
-  logger().logInfo(kStartsOver);
+  logger().logInfo(texts::kStartsOver);
   run_->known = {};
   run_->_totalBytesDownloaded = 0;
   run_->isFirstOfResumed = false;
@@ -353,8 +334,8 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
         CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
     return enterFromAnswer([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
-      logger().logError(kRequestFailed, error->description());
-      logger().logError(kClientSide);
+      logger().logError(texts::kRequestFailed, error->description());
+      logger().logError(texts::kClientSide);
       return startsOver ? startOver() : fail(failure);
     });
   }
@@ -370,7 +351,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
       verdict.kind == RangeVerdict::Kind::kError ? causeOf(request, verdict, answer) : nullptr;
   enterFromAnswer([this, request, verdict, failure, body = answer.body] {
     if (isCurrent(request)) return checkForErrors(verdict, body, failure);
-    logger().logDebug(kTaskInterrupted);  // whoever goes on asks for this range anew
+    logger().logDebug(texts::kTaskInterrupted);  // whoever goes on asks for this range anew
     return Effects{};
   });
 }
@@ -394,20 +375,20 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
                                                  const ErrorPtr& failure) {
   using Kind = RangeVerdict::Kind;
   if (verdict.kind == Kind::kError) {
-    logger().logError(kInErrorCondition, failure);
+    logger().logError(texts::kInErrorCondition, failure);
     return fail(failure);
   }
   if (verdict.kind == Kind::kStartOver) return startOver();
   if (verdict.known._isAsteriskRecieved && !run_->known._isAsteriskRecieved) {
-    logger().logDebug(kAsterisk);
+    logger().logDebug(texts::kAsterisk);
   } else if (verdict.known._totalFileSize != run_->known._totalFileSize) {
-    logger().logDebug(kTotalSizeIs, verdict.known._totalFileSize);
+    logger().logDebug(texts::kTotalSizeIs, verdict.known._totalFileSize);
   }
   run_->isFirstOfResumed = false;
   run_->known = verdict.known;
   switch (verdict.kind) {
     case Kind::kWhole:
-      logger().logDebug(run_->order->isBase64() ? kBase64Ends : kWholeFileEnds);
+      logger().logDebug(run_->order->isBase64() ? texts::kBase64Ends : texts::kWholeFileEnds);
       setChunkDataForBinary(body, 0);
       return end();
     case Kind::kAllThere:
@@ -419,10 +400,10 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
       setChunkDataForBinary(body, run_->_totalBytesDownloaded);
   }
   if (verdict.kind == Kind::kEnd || verdict.isComplete) {
-    logger().logInfo(kCompleted);
+    logger().logInfo(texts::kCompleted);
     return end();
   }
-  logger().logDebug(run_->known._isAsteriskRecieved ? kUnknownSizeGoesOn : kGoesOn);
+  logger().logDebug(run_->known._isAsteriskRecieved ? texts::kUnknownSizeGoesOn : texts::kGoesOn);
   if (run_->waiting.count() < kMaxWaitingChunks) return downloadChunk();
   changeTo(RunState::kWaitsForRoom);
   return {};
@@ -430,7 +411,7 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
 
 void NetworkTask::setChunkDataForBinary(const Data& data, std::int64_t offset) {
   run_->_totalBytesDownloaded = offset + static_cast<std::int64_t>(data.size());
-  logger().logDebug(kBytesDownloaded, run_->_totalBytesDownloaded);
+  logger().logDebug(texts::kBytesDownloaded, run_->_totalBytesDownloaded);
   setChunk(std::make_shared<Chunk>(data, offset));
 }
 

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/FormData.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -24,12 +25,12 @@ constexpr std::string_view kNoFilePart =
 
 constinit const UploaderTask::Texts MultiPartUploaderTask::kTexts = {
     .domain = "BackendUploadedTask",
-    .noUploadParams = "[BackendUploaderTask] No uploadParams found",
-    .requestBody = "[BackendUploaderTask] requestbody: %@",
-    .url = "[BackendUploaderTask] url: %@",
-    .completed = "[BackendUploaderTask] file upload completed successfully",
-    .unexpectedStatus = "[BackendUploaderTask] received response with status code %ld",
-    .requestFailed = "[BackendUploaderTask] received error after uploadCall"};
+    .noUploadParams = log_texts::multi_part_uploader_task::kNoUploadParams,
+    .requestBody = log_texts::multi_part_uploader_task::kRequestBody,
+    .url = log_texts::multi_part_uploader_task::kUrl,
+    .completed = log_texts::multi_part_uploader_task::kCompleted,
+    .unexpectedStatus = log_texts::multi_part_uploader_task::kUnexpectedStatus,
+    .requestFailed = log_texts::multi_part_uploader_task::kRequestFailed};
 
 MultiPartUploaderTask::MultiPartUploaderTask(std::string name)
     : UploaderTask(std::move(name), kTexts) {}

@@ -3,6 +3,7 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -22,13 +23,10 @@ using platform::VRONetworkUtility;
 
 namespace {
 
+namespace texts = log_texts::upload_template_getter_task;
+
 constexpr std::string_view kDomain = "UploadTemplateTask";
 constexpr int kOk = 200;
-
-constexpr std::string_view kSuccessful = "[UploadTemplateGetterTask] request successful";
-constexpr std::string_view kUnexpectedStatus =
-    "[UploadTemplateGetterTask] received response with status code: %ld";
-constexpr std::string_view kFailed = "[UploadTemplateGetterTask] request failed";
 
 }  // namespace
 
@@ -94,7 +92,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   const auto info = response[platform::kHttpResponse].objectAs<HttpResponseInfo>();
   const int status = info != nullptr ? info->statusCode() : 0;
   if (status != kOk) {
-    logger().logError(kUnexpectedStatus, status);
+    logger().logError(texts::kUnexpectedStatus, status);
     // An answer may repeat what was posted, the keys of an object store among it.
     Dictionary sent = uploadParams_.dictionaryValue();
     sent.addEntries(headers_);
@@ -106,7 +104,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   if (settings_->isSafe() && withData.value_or(Data()).empty()) {
     return raise(kCodeEmptyBodyReceived, kEmptyBodyReceived);
   }
-  logger().logInfo(kSuccessful);
+  logger().logInfo(texts::kSuccessful);
   _outputContext.set(
       upload::kRedirectionTemplate,
       CommonUtils::jsonObjectFromData(withData.value_or(Data()), settings_->limits.smallJson()));
@@ -120,7 +118,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
 
 void UploadTemplateGetterTask::checkForErrors(const ErrorPtr& error) {
   if (error == nullptr) return;
-  logger().logError(kFailed);
+  logger().logError(texts::kFailed);
   if (!isErrorRaised_) {
     raise(
         kCodeUploadFailure,

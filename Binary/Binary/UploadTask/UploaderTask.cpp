@@ -3,6 +3,7 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
@@ -23,13 +24,12 @@ using platform::NetworkCallback;
 
 namespace {
 
+namespace texts = log_texts::uploader_task;
+
 constexpr int kOk = 200;
 constexpr int kCreated = 201;
 constexpr int kMultipleChoices = 300;
 
-constexpr std::string_view kFileCountsAsEmpty = "The file can't be read and counts as empty : %@";
-constexpr std::string_view kAnswerCountsAsEmpty =
-    "The answer can't be read and counts as empty : %@";
 constexpr std::string_view kTemplateNotDictionary =
     "the upload template is no JSON object once it is filled";
 
@@ -98,7 +98,7 @@ bool UploaderTask::readFile() {
     raise(kCodeUploadIOFailure, kUploadIOFailure, bytes.error());
     return false;
   }
-  logger().logError(kFileCountsAsEmpty, bytes.error());
+  logger().logError(texts::kFileCountsAsEmpty, bytes.error());
   fileData_ = Data();
   return true;
 }
@@ -181,7 +181,7 @@ void UploaderTask::processNetworkResponse(const Dictionary& response,
     if (settings()->isSafe()) {
       return raise(kCodeUploadFailure, kUploadFailure, details.error());
     }
-    logger().logError(kAnswerCountsAsEmpty, details.error());
+    logger().logError(texts::kAnswerCountsAsEmpty, details.error());
   }
   logger().logDebug(texts_.completed);
   _outputContext.set(upload::kFileDetails, details ? *details : std::string());

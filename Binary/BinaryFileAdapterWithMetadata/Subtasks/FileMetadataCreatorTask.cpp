@@ -4,6 +4,7 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
@@ -17,10 +18,8 @@ using platform::RequestType;
 
 namespace {
 
-constexpr std::string_view kMetadataNotJson = "metedata couldn't be converted to JSONString";
-constexpr std::string_view kRequestFailed = "Network exeption occurred, Exception : %@";
-constexpr std::string_view kTemplateNotParsed =
-    "Error while parsing the upload request template, Exception : %@";
+namespace texts = log_texts::file_metadata_creator_task;
+
 constexpr std::string_view kNoTemplate = "the answer to the creation has no upload_template";
 
 }  // namespace
@@ -43,7 +42,7 @@ void FileMetadataCreatorTask::unpackInputContext() {
   ErrorPtr error;
   _bodyString = platform::VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
   if (!_bodyString) {
-    logger().logError(kMetadataNotJson);
+    logger().logError(texts::kMetadataNotJson);
     reportFailure(error);
     raiseError(error);
     return;
@@ -65,7 +64,7 @@ void FileMetadataCreatorTask::execute() {
 void FileMetadataCreatorTask::processResponse(const Dictionary& response,
                                               const NetworkErrorPtr& error) {
   if (error != nullptr) {
-    logger().logError(kRequestFailed, error);
+    logger().logError(texts::kRequestFailed, error);
     return fail(error);
   }
   std::optional<std::string> json;
@@ -73,7 +72,7 @@ void FileMetadataCreatorTask::processResponse(const Dictionary& response,
   ErrorPtr parseError;
   const auto uploadTemplate = BinaryNetworkUtils::getTemplate(json, &parseError);
   if (parseError != nullptr) {
-    logger().logError(kTemplateNotParsed, parseError);
+    logger().logError(texts::kTemplateNotParsed, parseError);
     return fail(parseError);
   }
   if (!uploadTemplate && isSafe()) {

@@ -43,9 +43,6 @@ class BinaryBaseTask : public platform::VSTask {
   /// Reads what every request to "/objects/File" reads: URL, JSON content type (which a header of
   /// the caller replaces), headers, options and callback.
   void unpackFileRequest(const platform::Dictionary& input);
-  /// Logged with the error of a base that could not be made.
-  static constexpr std::string_view kBaseInitFailed =
-      "Failed to initialize BinaryBaseTask with error: %@";
 
   /// The input, with the settings of the operation taken from it: what `execute` starts with.
   [[nodiscard]] platform::Dictionary takeInput();

@@ -3,6 +3,7 @@
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
@@ -16,9 +17,8 @@
 namespace varo::binary {
 namespace {
 
-constexpr std::string_view kInitFailed = "Failed to initialize BinaryDeleteTask with error: %@";
-constexpr std::string_view kSetupFailed =
-    "Failed to setup subtasks of BinaryDeleteTask with error: %@";
+namespace texts = log_texts::binary_delete_task;
+
 constexpr std::string_view kNoPollApi =
     "The service accepted the delete for later, but its answer has no \"poll_api\" to ask for its "
     "status";
@@ -41,10 +41,10 @@ NetworkErrorPtr operationError(std::string_view description) {
 BinaryDeleteTask::BinaryDeleteTask(platform::Random& random, platform::Sleeper& sleeper,
                                    ErrorPtr error)
     : BinaryBaseTask(&error) {
-  logFailedInit(kInitFailed, error);
+  logFailedInit(texts::kInitFailed, error);
   if (error != nullptr) return;
   setupSubTasksWithError(&error, random, sleeper);
-  logFailedInit(kSetupFailed, error);
+  logFailedInit(texts::kSetupFailed, error);
 }
 
 std::string_view BinaryDeleteTask::errorDomain() const noexcept { return kDeleteErrorDomain; }

@@ -1,5 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryListTask.h"
 
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -9,7 +10,7 @@ namespace varo::binary {
 
 BinaryListTask::BinaryListTask(bool invokeCallbackOnSuccess, ErrorPtr error)
     : BinaryBaseTask(&error), _invokeCallbackOnSuccess(invokeCallbackOnSuccess) {
-  logFailedInit(kBaseInitFailed, error);
+  logFailedInit(log_texts::kBaseInitFailed, error);
 }
 
 std::string_view BinaryListTask::errorDomain() const noexcept {

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
 
@@ -13,12 +14,12 @@ using platform::RequestType;
 
 namespace {
 
-constexpr std::string_view kUpdateFailed = "Binary Update Failed with Error, %@";
+namespace texts = log_texts::binary_updater_task;
 
 }  // namespace
 
 BinaryUpdaterTask::BinaryUpdaterTask(ErrorPtr error) : BinaryBaseTask(&error) {
-  logFailedInit(kBaseInitFailed, error);
+  logFailedInit(log_texts::kBaseInitFailed, error);
 }
 
 std::string_view BinaryUpdaterTask::errorDomain() const noexcept { return kUpdateErrorDomain; }
@@ -35,7 +36,7 @@ void BinaryUpdaterTask::execute() {
   ErrorPtr error;
   const auto body = platform::VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
   if (!body) {
-    logger().logError(kUpdateFailed, error);
+    logger().logError(texts::kUpdateFailed, error);
     // The callback first: the reverse of all other failures, and what callers count on.
     reportFailure(error);
     raiseError(error);

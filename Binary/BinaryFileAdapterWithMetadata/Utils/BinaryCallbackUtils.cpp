@@ -1,6 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 
 #include "Binary/Binary/SourceNames.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 
 #include <string>
 #include <string_view>
@@ -9,15 +10,7 @@
 namespace varo::binary {
 namespace {
 
-constexpr std::string_view kSuccessNotDefined = "Success callback not defined";
-constexpr std::string_view kFailureNotDefined = "Failure callback not defined";
-constexpr std::string_view kProgressNotDefined = "Progress callback not defined";
-constexpr std::string_view kSuccessNotProvided =
-    "Trying to invoke success callback with result %@. Callbacks are not provided";
-constexpr std::string_view kFailureNotProvided =
-    "Trying to invoke failure callback with error %@. Callbacks are not provided";
-constexpr std::string_view kProgressNotProvided =
-    "Trying to invoke progress callback with progress %@. Callbacks are not provided";
+namespace texts = log_texts::binary_callback_utils;
 
 /// The block, or one that logs `whenCalled`, after a warning that there is none.
 BinaryBlock orStandBy(BinaryBlock block, std::string_view notDefined, std::string_view whenCalled) {
@@ -32,11 +25,11 @@ std::shared_ptr<BinaryCallback> BinaryCallbackUtils::getLocalBinaryCallbackWithO
     BinaryBlock onSuccess, BinaryBlock onFailure, BinaryBlock onProgress) {
   auto callback = std::make_shared<BinaryCallback>();
   callback->setSuccessCallback(
-      orStandBy(std::move(onSuccess), kSuccessNotDefined, kSuccessNotProvided));
+      orStandBy(std::move(onSuccess), texts::kSuccessNotDefined, texts::kSuccessNotProvided));
   callback->setFailureCallback(
-      orStandBy(std::move(onFailure), kFailureNotDefined, kFailureNotProvided));
+      orStandBy(std::move(onFailure), texts::kFailureNotDefined, texts::kFailureNotProvided));
   callback->setProgressCallback(
-      orStandBy(std::move(onProgress), kProgressNotDefined, kProgressNotProvided));
+      orStandBy(std::move(onProgress), texts::kProgressNotDefined, texts::kProgressNotProvided));
   return callback;
 }
 

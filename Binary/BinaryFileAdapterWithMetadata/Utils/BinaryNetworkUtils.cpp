@@ -6,6 +6,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Excerpt.h"
@@ -22,17 +23,14 @@
 namespace varo::binary {
 namespace {
 
+namespace texts = log_texts::binary_network_utils;
+
 using platform::HttpResponseInfo;
 using platform::NetworkCallback;
 using platform::RequestType;
 using platform::VRONetworkUtility;
 
-constexpr std::string_view kDownloadLog =
-    "BinaryNetworkUtils : getResponseForDwonload : Network response : %@";
-constexpr std::string_view kResponseLog =
-    "BinaryNetworkUtils : getResponse : Network response : %@";
 constexpr std::string_view kUnexpectedOpStatus = "unexpected opstatus : %@";
-constexpr std::string_view kParseErrorLog = "Error while parsing network response : %@";
 constexpr std::string_view kUnexpectedHttpStatus = "The server answered with HTTP status %@";
 /// How the platform's formatting prints a value that is not there.
 constexpr std::string_view kAbsent = "(none)";
@@ -136,7 +134,7 @@ bool isWholeFile(const Answer& answer) {
 }
 
 Outcome outcomeOfDownload(const Answer& answer) {
-  logger().logDebug(kDownloadLog, *answer.body);
+  logger().logDebug(texts::kDownloadLog, *answer.body);
   if (answer.status() == kStatusPartialContent && (answer.isSafe || !isWholeFile(answer))) {
     const auto range = answer.response->headerField("Content-Range");
     return {{},
@@ -167,11 +165,11 @@ std::optional<Outcome> outcomeOfOpStatus(const Answer& answer, Dictionary result
     return Outcome{std::move(result), std::move(error)};
   }
   if (parseError == nullptr) return Outcome{std::move(result), nullptr};
-  logger().logError(kParseErrorLog, parseError);
+  logger().logError(texts::kParseErrorLog, parseError);
   if (!answer.isSafe) return std::nullopt;
-  return Outcome{
-      std::move(result),
-      answer.error(kCodeHTTPRequestFailed, platform::formatMessage(kParseErrorLog, {parseError}))};
+  return Outcome{std::move(result),
+                 answer.error(kCodeHTTPRequestFailed,
+                              platform::formatMessage(texts::kParseErrorLog, {parseError}))};
 }
 
 /// Whether JSON that may be valid was not read to its end.
@@ -188,7 +186,7 @@ std::optional<Outcome> outcomeOfJson(const Answer& answer) {
       *answer.body, &parseError,
       answer.kind == AnswerKind::kList ? answer.limits.listJson() : answer.limits.smallJson());
   if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
-    logger().logDebug(kResponseLog, platform::excerptOf(*answer.body, answer.sent));
+    logger().logDebug(texts::kResponseLog, platform::excerptOf(*answer.body, answer.sent));
   }
   if (parsed && parsed->contains(kOpStatus)) {
     return outcomeOfOpStatus(answer, *std::move(parsed), parseError);
