@@ -46,8 +46,6 @@ namespace texts = log_texts::online_binary_upload_manager;
 constexpr std::string_view kUploadQueue = "onlineUploadQueue";
 /// Of errors that a template is the reason for.
 constexpr std::string_view kUploadTaskDomain = "UploadTask";
-constexpr std::string_view kPut = "PUT";
-constexpr std::string_view kPost = "POST";
 /// Bytes that an error shows of a template's entry.
 constexpr std::size_t kLongestEntry = 64;
 constexpr std::string_view kNoBytesSent =
@@ -117,12 +115,38 @@ void warnOfMisspelledKeys(const Dictionary& configuration,
   if (options) warnOfUnknownKeys("the options", *options, kOptionKeys);
 }
 
-/// Whether the uploader of this mode sends what the template asks for: it knows one method alone.
-bool wouldSendBytes(const Value& mode, const Value& method) {
-  const bool isBinary = mode == Value(kUploadModeBinary);
-  if (!isBinary && mode != Value(kUploadModeMultipart)) return false;
+/// How the bytes are sent under one "uploadMode" of a template.
+struct UploadMode {
+  std::string_view name;
+  std::string_view method;  // which the uploader sends, whatever the template asks for
+  std::shared_ptr<UploaderTask> (*makeUploader)(std::string taskName, const Clock& clock);
+};
+
+/// All modes. This is the place to add one.
+constexpr std::array<UploadMode, 2> kUploadModes = {{
+    {kUploadModeBinary, "PUT",
+     [](std::string taskName, const Clock& clock) -> std::shared_ptr<UploaderTask> {
+       return std::make_shared<BytesUploadHandlerTask>(std::move(taskName), clock);
+     }},
+    {kUploadModeMultipart, "POST",
+     [](std::string taskName, const Clock& /*clock*/) -> std::shared_ptr<UploaderTask> {
+       return std::make_shared<MultiPartUploaderTask>(std::move(taskName));
+     }},
+}};
+
+/// Null where there is none of that name; the letter case counts.
+const UploadMode* uploadModeNamed(const Value& name) {
+  const auto* const mode =
+      std::find_if(kUploadModes.begin(), kUploadModes.end(),
+                   [&](const UploadMode& each) { return name == Value(each.name); });
+  return mode == kUploadModes.end() ? nullptr : mode;
+}
+
+/// Whether the mode's uploader sends what the template asks for.
+bool wouldSendBytes(const UploadMode* mode, const Value& method) {
+  if (mode == nullptr) return false;
   return !CommonUtils::isGiven(method) ||
-         platform::equalIgnoringCase(method.textValue(), isBinary ? kPut : kPost);
+         platform::equalIgnoringCase(method.textValue(), mode->method);
 }
 
 ErrorPtr noBytesError(const Value& mode, const Value& method) {
@@ -312,18 +336,14 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
     logger().logError(texts::kOpstatusNotZero);
     return refuse(kCodeUploadFailure);
   }
-  const Value& mode = uploadTemplate[keys::kUploadMode];
+  const Value& modeName = uploadTemplate[keys::kUploadMode];
+  const UploadMode* mode = uploadModeNamed(modeName);
   if (OperationSettings::of(task.inputContext())->isSafe() &&
       !wouldSendBytes(mode, uploadTemplate[keys::kMethod])) {
-    return failure(task.blocks(), task, noBytesError(mode, uploadTemplate[keys::kMethod]));
+    return failure(task.blocks(), task, noBytesError(modeName, uploadTemplate[keys::kMethod]));
   }
-  if (mode == Value(kUploadModeBinary)) {
-    scheduleUploader(std::make_shared<BytesUploadHandlerTask>(task.name(), clock_), task);
-  } else if (mode == Value(kUploadModeMultipart)) {
-    scheduleUploader(std::make_shared<MultiPartUploaderTask>(task.name()), task);
-  } else {
-    return refuse(kCodeUploadTaskInstanceFailure);
-  }
+  if (mode == nullptr) return refuse(kCodeUploadTaskInstanceFailure);
+  scheduleUploader(mode->makeUploader(task.name(), clock_), task);
   return {};
 }
 

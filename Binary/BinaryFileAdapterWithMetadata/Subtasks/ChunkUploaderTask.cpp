@@ -11,6 +11,7 @@
 #include "Platform/Foundation/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 #include <utility>
 
@@ -189,22 +190,37 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
     request.headers = BinaryNetworkUtils::withoutHeaders(
         headersForStore(input[keys::kCommitUrl].textValue()), {kIgnoreMapperResponseFiltering});
   }
-  const std::string mode = input[keys::kUploadMode].textValue();
-  if (mode == kUploadModeMultipart) {
-    request.isMultipart = true;
-    const std::string disposition =
-        formDataDisposition(kPartName, _metadata[keys::kFileName].textValue());
-    // Appended: compilers disagree on whether Array{part} is a list of one or a copy (CWG 2137).
-    Array parts;
-    parts.append(Array{Dictionary{{kContentType, kContentTypeOctetStream}},
-                       Dictionary{{kPartContent, _dataBytes}},
-                       Dictionary{{kContentDisposition, disposition}}});
-    request.multipartBody = Dictionary{{kMultipartParts, std::move(parts)}};
-  } else if (mode == kUploadModeBinary) {
-    BinaryNetworkUtils::setHeader(request.headers, kContentType, kContentTypeOctetStream);
-    request.rawBody = _dataBytes;
-  }
+  addContent(request, input[keys::kUploadMode].textValue());
   return request;
+}
+
+void ChunkUploaderTask::addContent(ChunkRequest& request, std::string_view uploadMode) const {
+  using AddContent = void (ChunkUploaderTask::*)(ChunkRequest&) const;
+  // All modes. This is the place to add one.
+  static constexpr std::array<std::pair<std::string_view, AddContent>, 2> kUploadModes = {{
+      {kUploadModeMultipart, &ChunkUploaderTask::addMultipartContent},
+      {kUploadModeBinary, &ChunkUploaderTask::addRawContent},
+  }};
+  for (const auto& [name, add] : kUploadModes) {
+    if (name == uploadMode) return (this->*add)(request);
+  }
+}
+
+void ChunkUploaderTask::addMultipartContent(ChunkRequest& request) const {
+  request.type = RequestType::kMultipart;
+  const std::string disposition =
+      formDataDisposition(kPartName, _metadata[keys::kFileName].textValue());
+  // Appended: compilers disagree on whether Array{part} is a list of one or a copy (CWG 2137).
+  Array parts;
+  parts.append(Array{Dictionary{{kContentType, kContentTypeOctetStream}},
+                     Dictionary{{kPartContent, _dataBytes}},
+                     Dictionary{{kContentDisposition, disposition}}});
+  request.multipartBody = Dictionary{{kMultipartParts, std::move(parts)}};
+}
+
+void ChunkUploaderTask::addRawContent(ChunkRequest& request) const {
+  BinaryNetworkUtils::setHeader(request.headers, kContentType, kContentTypeOctetStream);
+  request.rawBody = _dataBytes;
 }
 
 void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& method) {
@@ -214,15 +230,15 @@ void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& met
     return fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
                             std::string(kSendsNoBytes) + method));
   }
-  const RequestType type = request.isMultipart ? RequestType::kMultipart : RequestType::kRaw;
   const Dictionary options = requestOptions(settings_->limits.small);
   TaskCallback sent = completion(&ChunkUploaderTask::processNetworkResponse);
   if (method == kUploadMethodPut) {
-    BinaryNetworkUtils::PUT(*url_, _queryParams, request.headers, type, request.rawBody, options,
-                            std::move(sent), AnswerKind::kAnything);
+    BinaryNetworkUtils::PUT(*url_, _queryParams, request.headers, request.type, request.rawBody,
+                            options, std::move(sent), AnswerKind::kAnything);
   } else if (method == kUploadMethodPost) {
-    BinaryNetworkUtils::POST(*url_, _queryParams, request.headers, type, request.multipartBody,
-                             options, std::move(sent), AnswerKind::kAnything);
+    BinaryNetworkUtils::POST(*url_, _queryParams, request.headers, request.type,
+                             request.multipartBody, options, std::move(sent),
+                             AnswerKind::kAnything);
   } else if (isSafe()) {
     fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
                      std::string(kUnknownMethod) + method));
