@@ -413,19 +413,12 @@ void DataPersistenceTask::checkIfTaskCompleted(bool isReceivedChunkNil) {
 
 void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted(bool isReceivedChunkNil) {
   if (!isReceivedChunkNil) return;
-  if (isObjectComplete(isReceivedChunkNil) && _totalBytesReceived == 0 && !hasEarlierBytes()) {
-    return failWithEmptyBody();
-  }
+  // The end marker of such an object comes before the network task's own end.
+  const bool isComplete = phase_ == Phase::kReceiving || phase_ == Phase::kNetworkEnded;
+  if (isComplete && _totalBytesReceived == 0 && !hasEarlierBytes()) return failWithEmptyBody();
   logger().logDebug(phase_ == Phase::kNetworkPaused ? texts::kPaused : texts::kDownloaded,
                     getBlobID());
   end();
-}
-
-/// Whether all of the object has arrived: in the unknown-length mode its end marker tells, which
-/// comes before the network task's end.
-bool DataPersistenceTask::isObjectComplete(bool isReceivedChunkNil) const {
-  if (phase_ == Phase::kReceiving) return _isAsteriskRecieved && isReceivedChunkNil;
-  return phase_ == Phase::kNetworkEnded;
 }
 
 /// Whether the run began where the file ended, so that there may have been nothing to receive.
@@ -454,10 +447,21 @@ void DataPersistenceTask::end() {
 void DataPersistenceTask::setOutputContext() {
   const std::string blobId = getBlobID();
   const std::string path = getFilePath();
-  blobId.empty() ? logger().logWarning(texts::kNoBlobId) : _outputContext.set(kBlobId, blobId);
-  path.empty() ? logger().logWarning(texts::kNoFilePath) : _outputContext.set(kFilePath, path);
-  _totalFileSize == 0 ? logger().logWarning(texts::kNoFileSize)
-                      : _outputContext.set(kTotalFileSize, _totalFileSize);
+  if (blobId.empty()) {
+    logger().logWarning(texts::kNoBlobId);
+  } else {
+    _outputContext.set(kBlobId, blobId);
+  }
+  if (path.empty()) {
+    logger().logWarning(texts::kNoFilePath);
+  } else {
+    _outputContext.set(kFilePath, path);
+  }
+  if (_totalFileSize == 0) {
+    logger().logWarning(texts::kNoFileSize);
+  } else {
+    _outputContext.set(kTotalFileSize, _totalFileSize);
+  }
 }
 
 }  // namespace varo::binary

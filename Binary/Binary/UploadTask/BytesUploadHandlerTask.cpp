@@ -18,8 +18,7 @@ constinit const UploaderTask::Texts BytesUploadHandlerTask::kTexts = {
     .requestBody = log_texts::bytes_upload_handler_task::kRequestBody,
     .url = log_texts::bytes_upload_handler_task::kUrl,
     .completed = log_texts::bytes_upload_handler_task::kCompleted,
-    .unexpectedStatus = log_texts::bytes_upload_handler_task::kUnexpectedStatus,
-    .requestFailed = log_texts::bytes_upload_handler_task::kRequestFailed};
+    .unexpectedStatus = log_texts::bytes_upload_handler_task::kUnexpectedStatus};
 
 BytesUploadHandlerTask::BytesUploadHandlerTask(std::string name, const platform::Clock& clock)
     : UploaderTask(std::move(name), kTexts), clock_(clock) {}

@@ -29,8 +29,7 @@ constinit const UploaderTask::Texts MultiPartUploaderTask::kTexts = {
     .requestBody = log_texts::multi_part_uploader_task::kRequestBody,
     .url = log_texts::multi_part_uploader_task::kUrl,
     .completed = log_texts::multi_part_uploader_task::kCompleted,
-    .unexpectedStatus = log_texts::multi_part_uploader_task::kUnexpectedStatus,
-    .requestFailed = log_texts::multi_part_uploader_task::kRequestFailed};
+    .unexpectedStatus = log_texts::multi_part_uploader_task::kUnexpectedStatus};
 
 MultiPartUploaderTask::MultiPartUploaderTask(std::string name)
     : UploaderTask(std::move(name), kTexts) {}

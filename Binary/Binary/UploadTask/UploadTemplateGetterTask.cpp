@@ -46,7 +46,6 @@ void UploadTemplateGetterTask::unpackInputContext() {
   localFilePath_ = input[kFilePath];
   fileContent_ = input[keys::kRawBytes];
   unpackUploadParams(input);
-  isErrorRaised_ = false;
 }
 
 UploadBlocks UploadTemplateGetterTask::blocks() const {
@@ -84,7 +83,6 @@ void UploadTemplateGetterTask::processAnswer(const std::optional<Data>& data,
     return raiseError(failure);
   }
   processNetworkResponse(response, data);
-  checkForErrors(error);
 }
 
 void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response,
@@ -116,22 +114,8 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   setState(TaskState::Ended);
 }
 
-void UploadTemplateGetterTask::checkForErrors(const ErrorPtr& error) {
-  if (error == nullptr) return;
-  logger().logError(texts::kFailed);
-  if (!isErrorRaised_) {
-    raise(
-        kCodeUploadFailure,
-        platform::formatMessage(kMessageAndDetail, {kUploadFailure, error->localizedDescription()}),
-        error);
-  }
-}
-
-void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message,
-                                     const ErrorPtr& cause) {
-  isErrorRaised_ = true;
+void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message) {
   Dictionary userInfo{{std::string(platform::kErrorMessageKey), message}};
-  if (cause != nullptr) userInfo.set(std::string(platform::kUnderlyingError), cause);
   raiseError(std::make_shared<const VSTaskError>(ID(), name(), std::string(kDomain), code,
                                                  std::move(userInfo)));
 }

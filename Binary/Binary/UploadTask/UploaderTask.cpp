@@ -81,7 +81,6 @@ bool UploaderTask::unpackInputContext() {
   }
   redirectionTemplate_ = input[upload::kRedirectionTemplate].dictionaryValue();
   localFilePath_ = input[kFilePath].textValue();
-  isErrorRaised_ = false;
   const Data* rawBytes = input[keys::kRawBytes].data();
   if (rawBytes == nullptr) return readFile();
   fileData_ = *rawBytes;
@@ -168,7 +167,6 @@ void UploaderTask::processAnswer(const std::optional<Data>& data, const Dictiona
     return raiseError(failure);
   }
   processNetworkResponse(response, data);
-  checkForErrors(error);
 }
 
 void UploaderTask::processNetworkResponse(const Dictionary& response,
@@ -190,7 +188,6 @@ void UploaderTask::processNetworkResponse(const Dictionary& response,
 
 void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& body) {
   logger().logError(texts_.unexpectedStatus, status);
-  isErrorRaised_ = true;
   const auto error =
       CommonUtils::getErrorForTask(ID(), texts_.domain, kCodeUploadUnexpectedHTTPResponseCode,
                                    kUploadUnexpectedHTTPResponseCode, std::nullopt);
@@ -206,15 +203,8 @@ void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& 
                                                  std::move(userInfo)));
 }
 
-void UploaderTask::checkForErrors(const ErrorPtr& error) {
-  if (error == nullptr) return;
-  logger().logError(texts_.requestFailed);
-  if (!isErrorRaised_) raise(kCodeUploadFailure, kUploadFailure, error);
-}
-
 void UploaderTask::raise(std::int32_t code, std::string_view message, std::string_view detail,
                          const ErrorPtr& cause) {
-  isErrorRaised_ = true;
   raiseError(CommonUtils::getErrorForTask(
       ID(), texts_.domain, code, platform::formatMessage(kMessageAndDetail, {message, detail}),
       std::nullopt, cause));
