@@ -5,6 +5,7 @@
 #include "Binary/Binary/BinaryDataManager/BlobFiles.h"
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryDataManager/DownloadInput.h"
+#include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/SourceNames.h"
@@ -13,10 +14,13 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/Foundation/WorkQueue.h"
 
 #include <exception>
+#include <map>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace varo::binary {
 namespace {
@@ -26,6 +30,10 @@ namespace texts = log_texts::binary_data_manager;
 constexpr std::string_view kManagerQueue = "dataManagerQueue";
 constexpr std::string_view kFilePathQueue = "dataFilePathQueue";
 constexpr std::string_view kDeletionQueue = "dataDeletionQueue";
+
+using DownloadPtr = std::shared_ptr<BlobDownload>;
+/// By their blob ids.
+using Downloads = std::map<std::string, DownloadPtr>;
 
 /// The error of an operation that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {
@@ -62,7 +70,69 @@ bool isTaken(std::int64_t state) {
          state == kUploadAccepted || state == kDeleteAccepted;
 }
 
+void invalidate(const Downloads& tasks) {
+  logger().logDebug(texts::kInvalidating);
+  for (const auto& [blobId, download] : tasks) {
+    logger().logDebug(texts::kTaskKey, blobId);
+    download->stop();
+  }
+}
+
+void clearTasksMap(const Downloads& tasks) {
+  logger().logDebug(texts::kClearingTasks);
+  logger().logDebug(texts::kBeforeTasks, tasks.size());
+  logger().logDebug(texts::kInvalidating);
+  for (const auto& [blobId, download] : tasks) {
+    logger().logDebug(texts::kTaskKey, blobId);
+    download->clear();
+  }
+  logger().logDebug(texts::kAfterTasks, 0);
+}
+
+void clearSchedulingQueue(const std::vector<DownloadPtr>& schedulingQueue) {
+  logger().logDebug(texts::kBeforeScheduling, schedulingQueue.size());
+  for (const DownloadPtr& download : schedulingQueue) download->clear();
+  logger().logDebug(texts::kAfterScheduling, 0);
+}
+
+void clearInProgressQueue(const std::vector<DownloadPtr>& inProgressQueue) {
+  logger().logDebug(texts::kCancellingInProgress);
+  logger().logDebug(texts::kBeforeInProgress, inProgressQueue.size());
+  for (const DownloadPtr& download : inProgressQueue) download->clear();
+  logger().logDebug(texts::kAfterInProgress, 0);
+}
+
+/// Nothing stays finished: what has ended is processed where its end is heard of.
+void clearFinishedQueue() {
+  logger().logDebug(texts::kBeforeFinished, 0);
+  logger().logDebug(texts::kAfterFinished, 0);
+}
+
 }  // namespace
+
+/// Thread-safe.
+struct BinaryDataManager::Insides {
+  void create(const BlobColumn& column, const Dictionary& downloadConfig,
+              const OperationSettings::Ptr& settings, const BlobCreationBlock& completion);
+  void createDownloadTask(const std::string& blobId, const OperationSettings::Ptr& settings,
+                          const Dictionary& downloadConfig, const Dictionary& additionalConfig,
+                          const Dictionary& andPrimaryKeys);
+  [[nodiscard]] DownloadPtr find(const std::optional<std::string>& blobId) const;
+  [[nodiscard]] Downloads allTasks() const;
+
+  DownloadPlaces places{MAX_PARALLEL_JOBS};
+
+  mutable platform::Mutex mutex;
+  /// No download is called or destroyed under the lock: it would call back.
+  Downloads tasks VARO_GUARDED_BY(mutex);
+  /// Downloads that still run although a newer one of the same blob has taken their place.
+  std::vector<std::weak_ptr<BlobDownload>> replaced VARO_GUARDED_BY(mutex);
+
+  // One operation of a kind at a time. Last, so that they end before what their jobs use.
+  platform::SerialQueue dataManagerQueue{std::string(kManagerQueue)};
+  platform::SerialQueue dataFilePathQueue{std::string(kFilePathQueue)};
+  platform::SerialQueue dataDeletionQueue{std::string(kDeletionQueue)};
+};
 
 const std::shared_ptr<BinaryDataManager>& BinaryDataManager::sharedInstance() {
   // Never destroyed: engine threads may notify it until the very end of the process.
@@ -71,18 +141,16 @@ const std::shared_ptr<BinaryDataManager>& BinaryDataManager::sharedInstance() {
     // Those that wait may have nobody to wait for: under the compatible policy, when all failed.
     platform::Runtime::shared().onShutdown([manager] {
       platform::Runtime::shared().pool().postOrRun(
-          [manager] { manager->places_.endScheduledTasks(); });
+          [manager] { manager->insides_->places.endScheduledTasks(); });
     });
     return manager;
   }());
   return instance;
 }
 
-BinaryDataManager::BinaryDataManager(Badge /*badge*/)
-    : places_(MAX_PARALLEL_JOBS),
-      dataManagerQueue_(std::string(kManagerQueue)),
-      dataFilePathQueue_(std::string(kFilePathQueue)),
-      dataDeletionQueue_(std::string(kDeletionQueue)) {}
+BinaryDataManager::BinaryDataManager(Badge /*badge*/) : insides_(std::make_unique<Insides>()) {}
+
+BinaryDataManager::~BinaryDataManager() = default;
 
 // Creating.
 
@@ -92,20 +160,20 @@ void BinaryDataManager::createDownloadTaskForDb(const std::string& databaseName,
                                                 const Dictionary& primaryKeyTable,
                                                 const Dictionary& downloadConfig,
                                                 BlobCreationBlock completion) {
-  dataManagerQueue_.async(
+  insides_->dataManagerQueue.async(
       [self = shared_from_this(),
        column = BlobColumn{databaseName, tableName, columnName, primaryKeyTable}, downloadConfig,
        settings = OperationSettings::take(downloadConfig), completion = std::move(completion)] {
         const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed, [&] {
-          self->create(column, downloadConfig, settings, completion);
+          self->insides_->create(column, downloadConfig, settings, completion);
         });
         if (thrown != nullptr && completion) callBlock([&] { completion(thrown, std::nullopt); });
       });
 }
 
-void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downloadConfig,
-                               const OperationSettings::Ptr& settings,
-                               const BlobCreationBlock& completion) {
+void BinaryDataManager::Insides::create(const BlobColumn& column, const Dictionary& downloadConfig,
+                                        const OperationSettings::Ptr& settings,
+                                        const BlobCreationBlock& completion) {
   const auto answer = [&completion](const ErrorPtr& error, const std::optional<std::string>& id) {
     if (completion) callBlock([&] { completion(error, id); });
   };
@@ -121,7 +189,7 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
   }
   const Dictionary row = table.row(*blobId).value_or(Dictionary());
   const std::int64_t state = row[blobs::kState].integerValue();
-  if (state != 0 && (isTaskInProgress(*blobId) || isTaken(state))) {
+  if (state != 0 && (places.isTaskInProgress(*blobId) || isTaken(state))) {
     logger().logError(texts::kAlreadyStarted);
     return answer(
         std::make_shared<const platform::Error>(std::string(kInvalidTaskCreationState),
@@ -139,37 +207,32 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
   answer(nullptr, blobId);
 }
 
-bool BinaryDataManager::isTaskInProgress(const std::string& blobId) const {
-  return places_.isTaskInProgress(blobId);
-}
-
-void BinaryDataManager::createDownloadTask(const std::string& blobId,
-                                           const OperationSettings::Ptr& settings,
-                                           const Dictionary& downloadConfig,
-                                           const Dictionary& additionalConfig,
-                                           const Dictionary& andPrimaryKeys) {
+void BinaryDataManager::Insides::createDownloadTask(const std::string& blobId,
+                                                    const OperationSettings::Ptr& settings,
+                                                    const Dictionary& downloadConfig,
+                                                    const Dictionary& additionalConfig,
+                                                    const Dictionary& andPrimaryKeys) {
   DownloadPtr download = BlobDownload::create(
-      downloadInput(downloadConfig, additionalConfig, andPrimaryKeys), settings, places_);
+      downloadInput(downloadConfig, additionalConfig, andPrimaryKeys), settings, places);
   {
-    const MutexLock lock(mutex_);
-    tasks_[blobId].swap(download);
-    std::erase_if(replaced_, [](const auto& former) { return former.expired(); });
-    if (download != nullptr) replaced_.push_back(download);
+    const MutexLock lock(mutex);
+    tasks[blobId].swap(download);
+    std::erase_if(replaced, [](const auto& former) { return former.expired(); });
+    if (download != nullptr) replaced.push_back(download);
   }
   if (download != nullptr && download->isUnderWay()) logger().logInfo(texts::kContextNotUpdated);
 }
 
-BinaryDataManager::DownloadPtr BinaryDataManager::find(
-    const std::optional<std::string>& blobId) const {
+DownloadPtr BinaryDataManager::Insides::find(const std::optional<std::string>& blobId) const {
   if (!blobId) return nullptr;
-  const MutexLock lock(mutex_);
-  const auto found = tasks_.find(*blobId);
-  return found != tasks_.end() ? found->second : nullptr;
+  const MutexLock lock(mutex);
+  const auto found = tasks.find(*blobId);
+  return found != tasks.end() ? found->second : nullptr;
 }
 
-BinaryDataManager::Downloads BinaryDataManager::tasks() const {
-  const MutexLock lock(mutex_);
-  return tasks_;
+Downloads BinaryDataManager::Insides::allTasks() const {
+  const MutexLock lock(mutex);
+  return tasks;
 }
 
 // Starting, pausing and resuming.
@@ -182,7 +245,7 @@ void BinaryDataManager::startDownload(const std::optional<std::string>& blobId,
     return fail(downloadError(kCodeNullDownloadTaskIDReceived, kNullBlobID));
   }
   logger().logDebug(texts::kStarting, *blobId);
-  const DownloadPtr download = find(blobId);
+  const DownloadPtr download = insides_->find(blobId);
   if (download == nullptr) {
     logger().logError(texts::kStartWithoutTask);
     return fail(downloadError(kCodeDownloadTaskNotCreated, kTaskNotCreated));
@@ -199,7 +262,7 @@ void BinaryDataManager::pauseDownload(const std::optional<std::string>& blobId,
     return fail(downloadError(kCodeNullDownloadTaskIDReceived, kNullBlobID));
   }
   logger().logDebug(texts::kPausing, *blobId);
-  const DownloadPtr download = find(blobId);
+  const DownloadPtr download = insides_->find(blobId);
   if (download == nullptr) {
     logger().logError(texts::kPauseWithoutTask);
     return fail(noTaskError());
@@ -212,7 +275,7 @@ void BinaryDataManager::resumeDownload(const std::optional<std::string>& blobId,
                                        DownloadBlock completion) {
   const auto fail = [&](const ErrorPtr& error) { refuse(completion, blobId, error); };
   logger().logDebug(texts::kResuming, blobId ? Value(*blobId) : Value());
-  const DownloadPtr download = find(blobId);
+  const DownloadPtr download = insides_->find(blobId);
   if (download == nullptr) {
     logger().logError(texts::kResumeWithoutTask);
     return fail(noTaskError());
@@ -228,9 +291,9 @@ void BinaryDataManager::getBinaryDataFilePathForPrimaryKeys(const Dictionary& pr
                                                             const std::string& tableName,
                                                             const std::string& columnName,
                                                             BlobPathBlock completionBlock) {
-  dataFilePathQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
-                            policy = OperationSettings().policy,
-                            block = std::move(completionBlock)] {
+  insides_->dataFilePathQueue.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
+                                     policy = OperationSettings().policy,
+                                     block = std::move(completionBlock)] {
     logger().logDebug(texts::kLookingUpPath);
     platform::Result<std::string> path = std::string();
     const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed,
@@ -244,18 +307,18 @@ void BinaryDataManager::getBinaryDataFilePathForPrimaryKeys(const Dictionary& pr
 void BinaryDataManager::deleteBinaryObjectForPrimaryKeys(
     const Dictionary& primaryKeys, const std::string& db, const std::string& tableName,
     const std::string& columnName, const Dictionary& options, BlobDeletionBlock completionBlock) {
-  dataDeletionQueue_.async([column = BlobColumn{db, tableName, columnName, primaryKeys},
-                            removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
-                            policy = OperationSettings::take(options)->policy,
-                            block = std::move(completionBlock)] {
-    BlobDeletion done;
-    const ErrorPtr thrown = caught(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, [&] {
-      done = BlobFiles::recordDeletion(column, removeNow, policy);
-    });
-    if (thrown != nullptr) done.error = thrown;
-    if (!block) return;
-    callBlock([&] { block(done.blobId, done.recorded, done.fileRemoved, done.error); });
-  });
+  insides_->dataDeletionQueue.async(
+      [column = BlobColumn{db, tableName, columnName, primaryKeys},
+       removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
+       policy = OperationSettings::take(options)->policy, block = std::move(completionBlock)] {
+        BlobDeletion done;
+        const ErrorPtr thrown = caught(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, [&] {
+          done = BlobFiles::recordDeletion(column, removeNow, policy);
+        });
+        if (thrown != nullptr) done.error = thrown;
+        if (!block) return;
+        callBlock([&] { block(done.blobId, done.recorded, done.fileRemoved, done.error); });
+      });
 }
 
 // Clearing.
@@ -264,12 +327,12 @@ void BinaryDataManager::clearBinaryDataManagerState() {
   Downloads tasks;
   std::vector<std::weak_ptr<BlobDownload>> replaced;
   {
-    const MutexLock lock(mutex_);
-    tasks.swap(tasks_);
-    replaced.swap(replaced_);
+    const MutexLock lock(insides_->mutex);
+    tasks.swap(insides_->tasks);
+    replaced.swap(insides_->replaced);
   }
-  const std::vector<DownloadPtr> waiting = places_.takeAllWaiting();
-  const std::vector<DownloadPtr> running = places_.running();
+  const std::vector<DownloadPtr> waiting = insides_->places.takeAllWaiting();
+  const std::vector<DownloadPtr> running = insides_->places.running();
   logger().logDebug(texts::kClearingTasksMap);
   clearTasksMap(tasks);
   logger().logDebug(texts::kClearingQueue);
@@ -284,47 +347,11 @@ void BinaryDataManager::clearBinaryDataManagerState() {
 }
 
 void BinaryDataManager::invalidateAllBackgroundSessions() {
-  invalidate(tasks());
+  invalidate(insides_->allTasks());
   // Not before all have been told: one that waits would start only to be stopped.
-  for (std::size_t place = 0; place < MAX_PARALLEL_JOBS; ++place) places_.startNextScheduledTask();
-}
-
-void BinaryDataManager::invalidate(const Downloads& tasks) {
-  logger().logDebug(texts::kInvalidating);
-  for (const auto& [blobId, download] : tasks) {
-    logger().logDebug(texts::kTaskKey, blobId);
-    download->stop();
+  for (std::size_t place = 0; place < MAX_PARALLEL_JOBS; ++place) {
+    insides_->places.startNextScheduledTask();
   }
-}
-
-void BinaryDataManager::clearTasksMap(const Downloads& tasks) {
-  logger().logDebug(texts::kClearingTasks);
-  logger().logDebug(texts::kBeforeTasks, tasks.size());
-  logger().logDebug(texts::kInvalidating);
-  for (const auto& [blobId, download] : tasks) {
-    logger().logDebug(texts::kTaskKey, blobId);
-    download->clear();
-  }
-  logger().logDebug(texts::kAfterTasks, 0);
-}
-
-void BinaryDataManager::clearSchedulingQueue(const std::vector<DownloadPtr>& schedulingQueue) {
-  logger().logDebug(texts::kBeforeScheduling, schedulingQueue.size());
-  for (const DownloadPtr& download : schedulingQueue) download->clear();
-  logger().logDebug(texts::kAfterScheduling, 0);
-}
-
-void BinaryDataManager::clearInProgressQueue(const std::vector<DownloadPtr>& inProgressQueue) {
-  logger().logDebug(texts::kCancellingInProgress);
-  logger().logDebug(texts::kBeforeInProgress, inProgressQueue.size());
-  for (const DownloadPtr& download : inProgressQueue) download->clear();
-  logger().logDebug(texts::kAfterInProgress, 0);
-}
-
-/// Nothing stays finished: what has ended is processed where its end is heard of.
-void BinaryDataManager::clearFinishedQueue() {
-  logger().logDebug(texts::kBeforeFinished, 0);
-  logger().logDebug(texts::kAfterFinished, 0);
 }
 
 }  // namespace varo::binary

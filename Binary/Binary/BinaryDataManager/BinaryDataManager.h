@@ -1,25 +1,16 @@
 #pragma once
 
-#include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
-#include "Binary/Binary/DownloadTask/DownloadTask.h"
-#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
-#include "Platform/Foundation/WorkQueue.h"
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace varo::binary {
-
-class BlobDownload;
-struct BlobColumn;
 
 /// Error or null, blob id or none.
 using BlobCreationBlock =
@@ -113,42 +104,15 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
 
  private:
   struct Badge {};
-  using DownloadPtr = std::shared_ptr<BlobDownload>;
-  using Downloads = std::map<std::string, DownloadPtr>;
+  struct Insides;
 
  public:
   /// For `sharedInstance` alone, as the badge says.
   explicit BinaryDataManager(Badge badge);
+  ~BinaryDataManager();
 
  private:
-  void create(const BlobColumn& column, const platform::Dictionary& downloadConfig,
-              const OperationSettings::Ptr& settings, const BlobCreationBlock& completion);
-  void createDownloadTask(const std::string& blobId, const OperationSettings::Ptr& settings,
-                          const platform::Dictionary& downloadConfig,
-                          const platform::Dictionary& additionalConfig,
-                          const platform::Dictionary& andPrimaryKeys);
-  [[nodiscard]] bool isTaskInProgress(const std::string& blobId) const;
-  [[nodiscard]] DownloadPtr find(const std::optional<std::string>& blobId) const;
-  [[nodiscard]] Downloads tasks() const;
-
-  static void invalidate(const Downloads& tasks);
-  static void clearTasksMap(const Downloads& tasks);
-  static void clearSchedulingQueue(const std::vector<DownloadPtr>& schedulingQueue);
-  static void clearInProgressQueue(const std::vector<DownloadPtr>& inProgressQueue);
-  static void clearFinishedQueue();
-
-  DownloadPlaces places_;
-
-  mutable platform::Mutex mutex_;
-  /// By their blob ids. No download is called or destroyed under the lock.
-  Downloads tasks_ VARO_GUARDED_BY(mutex_);
-  /// Those in whose place another one of the blob was created, as long as they run.
-  std::vector<std::weak_ptr<BlobDownload>> replaced_ VARO_GUARDED_BY(mutex_);
-
-  // One operation of a kind at a time.
-  platform::SerialQueue dataManagerQueue_;
-  platform::SerialQueue dataFilePathQueue_;
-  platform::SerialQueue dataDeletionQueue_;
+  const std::unique_ptr<Insides> insides_;
 };
 
 }  // namespace varo::binary

@@ -20,11 +20,6 @@ class FileClaim;
 class NetworkTask;
 class StepQueue;
 
-/// The outcome of a start, pause or resume: blob id, error or null, result or none.
-using DownloadBlock =
-    std::function<void(const std::optional<std::string>& blobId, const platform::ErrorPtr& error,
-                       const std::optional<platform::Dictionary>& result)>;
-
 /// One download of one object: a `NetworkTask` that fetches it range by range, beside a
 /// `DataPersistenceTask` that writes the ranges to the object's file or hands them to a block. Its
 /// name is the blob id.
