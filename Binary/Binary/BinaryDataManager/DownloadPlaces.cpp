@@ -1,8 +1,8 @@
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 
 #include "Binary/Binary/BinaryDataManager/BlobDownload.h"
-#include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 #include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
+#include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Platform/Foundation/Runtime.h"
 

@@ -9,7 +9,8 @@ namespace varo::binary::log_texts {
 
 namespace block_call {
 
-inline constexpr std::string_view kBlockThrew = "A callback of the application threw, exception : %@";
+inline constexpr std::string_view kBlockThrew =
+    "A callback of the application threw, exception : %@";
 
 }  // namespace block_call
 

@@ -19,20 +19,29 @@ inline constexpr std::string_view kFailureNotDefined = "Failure callback is not 
 inline constexpr std::string_view kProgressNotDefined = "Progress callback is not defined";
 inline constexpr std::string_view kNoResult = "Result sent is nil or undefined for SuccessCallback";
 inline constexpr std::string_view kNoError = "Error sent is nil or undefined for FailureCallback";
-inline constexpr std::string_view kNoProgress = "Progress sent is nil or undefined for ProgressCallback";
+inline constexpr std::string_view kNoProgress =
+    "Progress sent is nil or undefined for ProgressCallback";
 
 }  // namespace binary_callback
 
 namespace binary_file_storage_interface {
 
-inline constexpr std::string_view kListFailed = "Failed to execute listFilesWithURL method, error : %@";
-inline constexpr std::string_view kUploadFailed = "Failed to execute uploadBinary method, error : %@";
-inline constexpr std::string_view kDownloadFailed = "Failed to execute downloadBinary method, error : %@";
-inline constexpr std::string_view kUpdateFailed = "Failed to execute updateBinary method, error : %@";
-inline constexpr std::string_view kDeleteFailed = "Failed to execute deleteByFileIdBinary method, error : %@";
-inline constexpr std::string_view kDeleteByCriteriaFailed = "Failed to execute deleteByCriteriaBinary method, error : %@";
-inline constexpr std::string_view kAbortFailed = "Failed to execute abortWithUrl method, error : %@";
-inline constexpr std::string_view kFailureBlockThrew = "The failure callback of the application threw, exception : %@";
+inline constexpr std::string_view kListFailed =
+    "Failed to execute listFilesWithURL method, error : %@";
+inline constexpr std::string_view kUploadFailed =
+    "Failed to execute uploadBinary method, error : %@";
+inline constexpr std::string_view kDownloadFailed =
+    "Failed to execute downloadBinary method, error : %@";
+inline constexpr std::string_view kUpdateFailed =
+    "Failed to execute updateBinary method, error : %@";
+inline constexpr std::string_view kDeleteFailed =
+    "Failed to execute deleteByFileIdBinary method, error : %@";
+inline constexpr std::string_view kDeleteByCriteriaFailed =
+    "Failed to execute deleteByCriteriaBinary method, error : %@";
+inline constexpr std::string_view kAbortFailed =
+    "Failed to execute abortWithUrl method, error : %@";
+inline constexpr std::string_view kFailureBlockThrew =
+    "The failure callback of the application threw, exception : %@";
 
 }  // namespace binary_file_storage_interface
 
@@ -45,10 +54,14 @@ inline constexpr std::string_view kDownloadTag = "downloadBinaryWithUrl";
 inline constexpr std::string_view kUpdateTag = "updateWithUrl";
 inline constexpr std::string_view kDeleteTag = "deleteBinary";
 inline constexpr std::string_view kInvalidUrl = "%@ : %@ : Exception in url validation : %@";
-inline constexpr std::string_view kInvalidUploadParams = "%@ : %@ : Exception in upload params validation : %@";
-inline constexpr std::string_view kInvalidDownloadParams = "%@ : %@ : Exception in download params validation : %@";
-inline constexpr std::string_view kInvalidUpdateParams = "%@ : %@ : Exception in update params validation : %@";
-inline constexpr std::string_view kInvalidDeleteParams = "%@ : %@ : Exception in deleteParams validation : %@";
+inline constexpr std::string_view kInvalidUploadParams =
+    "%@ : %@ : Exception in upload params validation : %@";
+inline constexpr std::string_view kInvalidDownloadParams =
+    "%@ : %@ : Exception in download params validation : %@";
+inline constexpr std::string_view kInvalidUpdateParams =
+    "%@ : %@ : Exception in update params validation : %@";
+inline constexpr std::string_view kInvalidDeleteParams =
+    "%@ : %@ : Exception in deleteParams validation : %@";
 inline constexpr std::string_view kInvalidFileId = "%@ : %@ : Exception in fileId validation : %@";
 inline constexpr std::string_view kCallbackNotDefined = "%@ : %@ : Callback not defined";
 inline constexpr std::string_view kNoCriteria = "%@ : %@ : No criteria is defined";
@@ -57,7 +70,8 @@ inline constexpr std::string_view kNoOptions = "Options are not defined for : %@
 inline constexpr std::string_view kUploadParamsValid = "Upload params validation successfull";
 inline constexpr std::string_view kDownloadParamsValid = "Download params validation successfull";
 inline constexpr std::string_view kUpdateParamsValid = "update params validation successfull";
-inline constexpr std::string_view kDownloadInProgress = "%@ : %@ : Another download is in progress for %@";
+inline constexpr std::string_view kDownloadInProgress =
+    "%@ : %@ : Another download is in progress for %@";
 inline constexpr std::string_view kSuccessNotDefined = "%@ : %@ Success callback not defined";
 inline constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not defined";
 
@@ -65,7 +79,8 @@ inline constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback
 
 namespace chunked_file_downloader_task {
 
-inline constexpr std::string_view kTemplateNotParsed = "Error while parsing the download request template, Exception : %@";
+inline constexpr std::string_view kTemplateNotParsed =
+    "Error while parsing the download request template, Exception : %@";
 inline constexpr std::string_view kNotStored = "The downloaded file can't be stored, Error : %@";
 
 }  // namespace chunked_file_downloader_task
@@ -74,13 +89,15 @@ namespace file_metadata_creator_task {
 
 inline constexpr std::string_view kMetadataNotJson = "metedata couldn't be converted to JSONString";
 inline constexpr std::string_view kRequestFailed = "Network exeption occurred, Exception : %@";
-inline constexpr std::string_view kTemplateNotParsed = "Error while parsing the upload request template, Exception : %@";
+inline constexpr std::string_view kTemplateNotParsed =
+    "Error while parsing the upload request template, Exception : %@";
 
 }  // namespace file_metadata_creator_task
 
 namespace upload_commiter_task {
 
-inline constexpr std::string_view kCommitPropertiesNotJson = "Error while parsing commit properties, Error : %@";
+inline constexpr std::string_view kCommitPropertiesNotJson =
+    "Error while parsing commit properties, Error : %@";
 inline constexpr std::string_view kMetadataNotJson = "Error in parsing metadata, Error : %@";
 inline constexpr std::string_view kCommitFailed = "Error while commiting upload data, Error : %@";
 
@@ -88,8 +105,10 @@ inline constexpr std::string_view kCommitFailed = "Error while commiting upload 
 
 namespace binary_delete_task {
 
-inline constexpr std::string_view kInitFailed = "Failed to initialize BinaryDeleteTask with error: %@";
-inline constexpr std::string_view kSetupFailed = "Failed to setup subtasks of BinaryDeleteTask with error: %@";
+inline constexpr std::string_view kInitFailed =
+    "Failed to initialize BinaryDeleteTask with error: %@";
+inline constexpr std::string_view kSetupFailed =
+    "Failed to setup subtasks of BinaryDeleteTask with error: %@";
 
 }  // namespace binary_delete_task
 
@@ -104,16 +123,21 @@ namespace binary_callback_utils {
 inline constexpr std::string_view kSuccessNotDefined = "Success callback not defined";
 inline constexpr std::string_view kFailureNotDefined = "Failure callback not defined";
 inline constexpr std::string_view kProgressNotDefined = "Progress callback not defined";
-inline constexpr std::string_view kSuccessNotProvided = "Trying to invoke success callback with result %@. Callbacks are not provided";
-inline constexpr std::string_view kFailureNotProvided = "Trying to invoke failure callback with error %@. Callbacks are not provided";
-inline constexpr std::string_view kProgressNotProvided = "Trying to invoke progress callback with progress %@. Callbacks are not provided";
+inline constexpr std::string_view kSuccessNotProvided =
+    "Trying to invoke success callback with result %@. Callbacks are not provided";
+inline constexpr std::string_view kFailureNotProvided =
+    "Trying to invoke failure callback with error %@. Callbacks are not provided";
+inline constexpr std::string_view kProgressNotProvided =
+    "Trying to invoke progress callback with progress %@. Callbacks are not provided";
 
 }  // namespace binary_callback_utils
 
 namespace binary_network_utils {
 
-inline constexpr std::string_view kDownloadLog = "BinaryNetworkUtils : getResponseForDwonload : Network response : %@";
-inline constexpr std::string_view kResponseLog = "BinaryNetworkUtils : getResponse : Network response : %@";
+inline constexpr std::string_view kDownloadLog =
+    "BinaryNetworkUtils : getResponseForDwonload : Network response : %@";
+inline constexpr std::string_view kResponseLog =
+    "BinaryNetworkUtils : getResponse : Network response : %@";
 inline constexpr std::string_view kParseErrorLog = "Error while parsing network response : %@";
 
 }  // namespace binary_network_utils
@@ -121,7 +145,8 @@ inline constexpr std::string_view kParseErrorLog = "Error while parsing network 
 namespace known_keys {
 
 inline constexpr std::string_view kUnknownKey = "Nothing reads \"%@\" in %@";
-inline constexpr std::string_view kUnknownKeyNear = "Nothing reads \"%@\" in %@; did you mean \"%@\"?";
+inline constexpr std::string_view kUnknownKeyNear =
+    "Nothing reads \"%@\" in %@; did you mean \"%@\"?";
 
 }  // namespace known_keys
 
@@ -140,27 +165,36 @@ inline constexpr std::string_view kUpdateParamsFailed = "Update validation faile
 /// Of the downloads' and updates' identifiers too.
 inline constexpr std::string_view kFileNameFailed = "Upload file_name validation failed : %@";
 inline constexpr std::string_view kDeleteParameterMissing = "Missing parameter %@ in deleteBinary";
-inline constexpr std::string_view kDeleteParameterEmpty = "Null or empty value found for %@ in deleteBinary";
+inline constexpr std::string_view kDeleteParameterEmpty =
+    "Null or empty value found for %@ in deleteBinary";
 inline constexpr std::string_view kChunkSizeFailed = "Upload chunkSize validation failed : %@";
 inline constexpr std::string_view kValidatingUploadHeaders = "Validating headers";
 inline constexpr std::string_view kUploadHeadersFailed = "Upload headers validation failed : %@";
 inline constexpr std::string_view kValidatingUploadMetadata = "Validating metadata";
 inline constexpr std::string_view kUploadMetadataFailed = "Upload metadata validation failed : %@";
 inline constexpr std::string_view kValidatingFileName = "Validating file_name";
-inline constexpr std::string_view kUploadFileNamespaceFailed = "Upload file_namespace validation failed : %@";
-inline constexpr std::string_view kUploadSecurityKeyFailed = "Upload seciruty_key validation failed : %@";
+inline constexpr std::string_view kUploadFileNamespaceFailed =
+    "Upload file_namespace validation failed : %@";
+inline constexpr std::string_view kUploadSecurityKeyFailed =
+    "Upload seciruty_key validation failed : %@";
 inline constexpr std::string_view kValidatingDownloadHeaders = "Validating donwload headers";
-inline constexpr std::string_view kDownloadHeadersFailed = "Download headers validation failed : %@";
+inline constexpr std::string_view kDownloadHeadersFailed =
+    "Download headers validation failed : %@";
 inline constexpr std::string_view kValidatingDownloadMetadata = "Validating donwload metadta";
-inline constexpr std::string_view kDownloadMetadataFailed = "Download metadta validation failed : %@";
-inline constexpr std::string_view kDownloadFileNamespaceFailed = "Download file_namespace validation failed : %@";
-inline constexpr std::string_view kDownloadSecurityKeyFailed = "Download seciruty_key validation failed : %@";
-inline constexpr std::string_view kValidatingDownloadFileId = "Validating file_id in metadata for download";
+inline constexpr std::string_view kDownloadMetadataFailed =
+    "Download metadta validation failed : %@";
+inline constexpr std::string_view kDownloadFileNamespaceFailed =
+    "Download file_namespace validation failed : %@";
+inline constexpr std::string_view kDownloadSecurityKeyFailed =
+    "Download seciruty_key validation failed : %@";
+inline constexpr std::string_view kValidatingDownloadFileId =
+    "Validating file_id in metadata for download";
 inline constexpr std::string_view kValidatingUpdateHeaders = "Validating update headers";
 inline constexpr std::string_view kUpdateHeadersFailed = "Update headers validation failed : %@";
 inline constexpr std::string_view kValidatingUpdateMetadata = "Validating update metadta";
 inline constexpr std::string_view kUpdateMetadataFailed = "Update metadata validation failed : %@";
-inline constexpr std::string_view kValidatingUpdateFileId = "Validating file_id in metadata for update";
+inline constexpr std::string_view kValidatingUpdateFileId =
+    "Validating file_id in metadata for update";
 
 }  // namespace validation_utils
 

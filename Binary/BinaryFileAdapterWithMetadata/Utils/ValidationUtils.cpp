@@ -79,24 +79,22 @@ constexpr auto kMap = ParamType::kDictionary;
 constexpr auto kText = ParamType::kString;
 
 constexpr std::array kUploadRules = {
-    EntryRule{texts::kValidatingUploadHeaders, Place::kParams, keys::kHeaders, kMap, kUploadErrorDomain,
-              kUploadMissing, kUploadJunkType, texts::kUploadHeadersFailed},
-    EntryRule{texts::kValidatingUploadMetadata, Place::kParams, keys::kMetadata, kMap, kUploadErrorDomain,
-              kUploadMissing, kUploadJunkType, texts::kUploadMetadataFailed},
-    EntryRule{texts::kValidatingFileName, Place::kMetadata, keys::kFileName, kText, kUploadErrorDomain,
-              kUploadMissing, kUploadJunkType, texts::kFileNameFailed},
+    EntryRule{texts::kValidatingUploadHeaders, Place::kParams, keys::kHeaders, kMap,
+              kUploadErrorDomain, kUploadMissing, kUploadJunkType, texts::kUploadHeadersFailed},
+    EntryRule{texts::kValidatingUploadMetadata, Place::kParams, keys::kMetadata, kMap,
+              kUploadErrorDomain, kUploadMissing, kUploadJunkType, texts::kUploadMetadataFailed},
+    EntryRule{texts::kValidatingFileName, Place::kMetadata, keys::kFileName, kText,
+              kUploadErrorDomain, kUploadMissing, kUploadJunkType, texts::kFileNameFailed},
     EntryRule{texts::kValidatingFileNamespace, Place::kMetadata, keys::kFileNamespace, kText,
               kUploadErrorDomain, std::nullopt, kUploadJunkValue,
               texts::kUploadFileNamespaceFailed},
     EntryRule{texts::kValidatingSecurityKey, Place::kMetadata, keys::kSecurityKey, kText,
-              kUploadErrorDomain, std::nullopt, kUploadJunkValue,
-              texts::kUploadSecurityKeyFailed},
+              kUploadErrorDomain, std::nullopt, kUploadJunkValue, texts::kUploadSecurityKeyFailed},
 };
 
 constexpr std::array kDownloadRules = {
     EntryRule{texts::kValidatingDownloadHeaders, Place::kParams, keys::kHeaders, kMap,
-              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk,
-              texts::kDownloadHeadersFailed},
+              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk, texts::kDownloadHeadersFailed},
     EntryRule{texts::kValidatingDownloadMetadata, Place::kParams, keys::kMetadata, kMap,
               kDownloadErrorDomain, kDownloadMissing, kDownloadJunk,
               texts::kDownloadMetadataFailed},
@@ -112,11 +110,9 @@ constexpr std::array kDownloadRules = {
 
 constexpr std::array kUpdateRules = {
     EntryRule{texts::kValidatingUpdateHeaders, Place::kParams, keys::kHeaders, kMap,
-              kUpdateHeadersErrorDomain, kUpdateMissing, kUpdateJunk,
-              texts::kUpdateHeadersFailed},
+              kUpdateHeadersErrorDomain, kUpdateMissing, kUpdateJunk, texts::kUpdateHeadersFailed},
     EntryRule{texts::kValidatingUpdateMetadata, Place::kParams, keys::kMetadata, kMap,
-              kUpdateErrorDomain, kUpdateMissing, kUpdateJunk,
-              texts::kUpdateMetadataFailed},
+              kUpdateErrorDomain, kUpdateMissing, kUpdateJunk, texts::kUpdateMetadataFailed},
     EntryRule{texts::kValidatingUpdateFileId, Place::kMetadata, keys::kFileId, kText,
               kUpdateErrorDomain, kDownloadMissing, kDownloadJunk, texts::kFileNameFailed},
 };
