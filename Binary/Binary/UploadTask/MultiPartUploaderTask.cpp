@@ -4,10 +4,10 @@
 #include "Binary/Binary/UploadTask/UploadKeys.h"
 #include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/FormData.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/FormData.h"
 
 namespace varo::binary {
 
@@ -37,7 +37,7 @@ MultiPartUploaderTask::MultiPartUploaderTask(std::string name)
 Array MultiPartUploaderTask::addFilePart(std::string_view name, std::string_view withFileName,
                                          const Data& andFileData) {
   Array part;
-  part.append(Dictionary{{kContentDisposition, formDataDisposition(name, withFileName)}});
+  part.append(Dictionary{{kContentDisposition, platform::formDataDisposition(name, withFileName)}});
   part.append(Dictionary{{kContentType, kContentTypeOctetStream}});
   part.append(Dictionary{{kPartContent, andFileData}});
   return part;
@@ -46,7 +46,7 @@ Array MultiPartUploaderTask::addFilePart(std::string_view name, std::string_view
 Array MultiPartUploaderTask::addDataPartWithDictionary(std::string_view name,
                                                        const Dictionary& andData) {
   Array part;
-  part.append(Dictionary{{kContentDisposition, formDataDisposition(name, std::nullopt)}});
+  part.append(Dictionary{{kContentDisposition, platform::formDataDisposition(name, std::nullopt)}});
   part.append(Dictionary{
       {kPartContent, CommonUtils::jsonStringFromDictionary(andData).value_or(std::string())}});
   return part;

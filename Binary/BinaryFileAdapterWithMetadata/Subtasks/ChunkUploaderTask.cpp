@@ -2,13 +2,13 @@
 
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/FormData.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/FormData.h"
 
 #include <algorithm>
 #include <array>
@@ -209,7 +209,7 @@ void ChunkUploaderTask::addContent(ChunkRequest& request, std::string_view uploa
 void ChunkUploaderTask::addMultipartContent(ChunkRequest& request) const {
   request.type = RequestType::kMultipart;
   const std::string disposition =
-      formDataDisposition(kPartName, _metadata[keys::kFileName].textValue());
+      platform::formDataDisposition(kPartName, _metadata[keys::kFileName].textValue());
   // Appended: compilers disagree on whether Array{part} is a list of one or a copy (CWG 2137).
   Array parts;
   parts.append(Array{Dictionary{{kContentType, kContentTypeOctetStream}},
