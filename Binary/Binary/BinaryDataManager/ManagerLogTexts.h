@@ -150,7 +150,6 @@ inline constexpr std::string_view kValidatingUrl = "Validating URL";
 inline constexpr std::string_view kValidatedUrl = "Completed validation of URL";
 inline constexpr std::string_view kValidatingFilePath = "Validation FilePath";
 inline constexpr std::string_view kValidatedFilePath = "Completed validation of FilePath";
-inline constexpr std::string_view kValidatingRawBytes = "Validating rawData";
 inline constexpr std::string_view kValidatedRawBytes = "Completed Validation of rawBytes";
 inline constexpr std::string_view kValidatingHeaders = "Validation headers";
 inline constexpr std::string_view kNoHeaders = "Did not find headers";

@@ -15,6 +15,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/UploadErrors.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Text.h"
@@ -232,9 +233,7 @@ void OnlineBinaryUploadManager::start(const std::shared_ptr<const Upload>& uploa
       logger().logError(texts::kInvalidInput, error);
     } else if (platform::Runtime::shared().isShutDown()) {
       // The engine would refuse the task without telling anybody.
-      error = CommonUtils::generateErrorWith(
-          kUploadErrorDomain, kCodeUploadFailure,
-          platform::formatMessage(kMessageAndDetail, {kUploadFailure, kLibraryShutDown}));
+      error = uploadError(kCodeUploadFailure, kUploadFailure, kLibraryShutDown);
     } else {
       schedule(sessionId, *upload);
     }

@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/SourceNames.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Foundation/Excerpt.h"
@@ -24,18 +25,14 @@ namespace texts = log_texts::network_answer;
 /// Bytes. An answer that tells of an error is short; one that is longer is the object.
 constexpr std::uint64_t kMaxErrorAnswer = std::uint64_t{1} * 1024 * 1024;
 
-constexpr std::string_view kContentType = "Content-Type";
-constexpr std::string_view kContentRange = "Content-Range";
 constexpr std::string_view kDate = "Date";
 constexpr std::string_view kETag = "ETag";
 constexpr std::string_view kLastModified = "Last-Modified";
-constexpr std::string_view kJsonType = "application/json";
 
 constexpr char kResult[] = "d";
 constexpr char kResultError[] = "error";
 constexpr char kResultMessage[] = "msg";
 constexpr char kResultBytes[] = "results";
-constexpr char kOpstatus[] = "opstatus";
 
 bool isErrorResponse(const std::string& json, bool isOnline) {
   logger().logError(texts::kCheckingForError, excerptOf(json));
@@ -44,7 +41,7 @@ bool isErrorResponse(const std::string& json, bool isOnline) {
   const Dictionary answer = object.dictionaryValue();
   bool isError = false;
   if (isOnline) {
-    isError = answer[kOpstatus].integerValue() != 0;
+    isError = answer[kOpStatus].integerValue() != 0;
     if (isError) logger().logError(texts::kErrorIs, excerptOf(json));
   } else if (const Dictionary* result = answer[kResult].dictionary()) {
     logger().logError(texts::kErrorIs, excerptOf((*result)[kResultError].textValue()));
@@ -112,7 +109,7 @@ void setChunkDataForBase64(NetworkAnswer& answer, std::uint64_t maxSize) {
 void readWholeObject(NetworkAnswer& answer, std::string_view contentType,
                      const AnswerReading& reading) {
   logger().logDebug(texts::kStatusOk);
-  if (platform::lowerCase(contentType).find(kJsonType) != std::string::npos) {
+  if (platform::lowerCase(contentType).find(kContentTypeJson) != std::string::npos) {
     logger().logDebug(texts::kTypeJson);
     const Result<std::string> text = answer.body.readAll(kMaxErrorAnswer);
     if (text && isErrorResponse(*text, reading.isOnline)) {

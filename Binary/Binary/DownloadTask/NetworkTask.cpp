@@ -35,6 +35,9 @@ constexpr std::string_view kTransportDomain = "NetworkTask";
 /// Of what is thrown.
 constexpr std::int64_t kErrorCode = 999;
 
+/// What is told of something thrown that is no `std::exception`.
+constexpr std::string_view kUnknown = "An unknown exception";
+
 /// In the output context, for `isOfLatestRun`.
 constexpr char kRunNumber[] = "RunNumber";
 
@@ -182,7 +185,7 @@ NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
   } catch (const std::exception& exception) {
     return fail(cause(kErrorCode, exception.what()));
   } catch (...) {
-    return fail(cause(kErrorCode, "An unknown exception"));
+    return fail(cause(kErrorCode, kUnknown));
   }
 }
 
@@ -194,7 +197,7 @@ void NetworkTask::perform(const Effects& effects) {
   } catch (const std::exception& exception) {
     failLater(*effects.send, exception.what());
   } catch (...) {
-    failLater(*effects.send, "An unknown exception");
+    failLater(*effects.send, kUnknown);
   }
 }
 
@@ -309,7 +312,7 @@ void NetworkTask::send(const Request& request) {
         } catch (const std::exception& exception) {
           self->failLater(request, exception.what());
         } catch (...) {
-          self->failLater(request, "An unknown exception");
+          self->failLater(request, kUnknown);
         }
       });
   // A pause may have come first.

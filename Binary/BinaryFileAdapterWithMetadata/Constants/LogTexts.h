@@ -10,6 +10,8 @@ namespace varo::binary::log_texts {
 /// With the error of a base that could not be made.
 inline constexpr std::string_view kBaseInitFailed =
     "Failed to initialize BinaryBaseTask with error: %@";
+/// Of both upload paths.
+inline constexpr std::string_view kValidatingRawData = "Validating rawData";
 
 namespace binary_callback {
 
@@ -154,7 +156,6 @@ namespace validation_utils {
 
 inline constexpr std::string_view kValidatingUploadParams = "Validating Upload Parameters";
 inline constexpr std::string_view kValidatingUploadType = "Validating upload type";
-inline constexpr std::string_view kValidatingRawData = "Validating rawData";
 inline constexpr std::string_view kValidatingFilePath = "Validating FilePath";
 inline constexpr std::string_view kValidatingDownloadParams = "Validating downloadParams";
 inline constexpr std::string_view kValidatingUpdateParams = "Validating updateParams";

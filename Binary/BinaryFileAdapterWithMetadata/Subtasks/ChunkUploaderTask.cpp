@@ -1,13 +1,12 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/ChunkUploaderTask.h"
 
 #include "Binary/Binary/SourceNames.h"
-#include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/UploadErrors.h"
 #include "Platform/Foundation/Base64.h"
-#include "Platform/Foundation/Text.h"
 #include "Platform/Network/FormData.h"
 
 #include <algorithm>
@@ -30,11 +29,6 @@ constexpr std::string_view kUnknownMethod =
 constexpr std::string_view kSendsNoBytes =
     "the upload template's uploadMode and method send no bytes : ";
 
-ErrorPtr uploadError(std::int32_t code, std::string_view message, std::string_view detail) {
-  return CommonUtils::generateErrorWith(
-      kUploadErrorDomain, code, platform::formatMessage(kMessageAndDetail, {message, detail}));
-}
-
 /// The bytes that the content description names. Those of a file stay there.
 Result<Data> contentOf(const Dictionary& fileMap) {
   if (const Value* path = fileMap.find(keys::kFilePath)) {
@@ -47,12 +41,11 @@ Result<Data> contentOf(const Dictionary& fileMap) {
   if (const Data* bytes = rawBytes.data()) return *bytes;
   const std::string* text = rawBytes.text();
   if (text == nullptr) {
-    return uploadError(kCodeUploadMissingParameter, kUploadMissingParameter, kNoContent);
+    return missingUploadParameter(kNoContent);
   }
   auto decoded = platform::base64::decode(*text);
   if (decoded) return Data::fromBytes(*std::move(decoded));
-  return uploadError(kCodeUploadInvalidParameterDataType, kUploadInvalidParameterDataType,
-                     kNotBase64);
+  return uploadParameterOfWrongType(kNotBase64);
 }
 
 }  // namespace
@@ -116,8 +109,7 @@ bool ChunkUploaderTask::unpackChunkSize(const Dictionary& input, ErrorPtr* error
   _chunkSize = options_.value_or(Dictionary{})[keys::kChunkSize].integerValue();
   if (_chunkSize < 1) _chunkSize = uploadParams[keys::kChunkSize].integerValue();
   if (_chunkSize >= 1) return true;
-  *error =
-      uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kNoChunkSize);
+  *error = unusableUploadParameter(kNoChunkSize);
   return false;
 }
 
@@ -132,8 +124,7 @@ bool ChunkUploaderTask::unpackContent(bool isFirstChunk, ErrorPtr* error) {
   }
   _totalFileSize = static_cast<std::int64_t>(content_.size());
   if (_byteOffset >= 0 && _byteOffset <= _totalFileSize) return true;
-  *error =
-      uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kOffsetOutside);
+  *error = unusableUploadParameter(kOffsetOutside);
   return false;
 }
 
@@ -227,8 +218,7 @@ void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& met
   const bool hasBytes =
       method == kUploadMethodPut ? request.rawBody.isPresent() : !request.multipartBody.empty();
   if (isSafe() && !hasBytes && (method == kUploadMethodPut || method == kUploadMethodPost)) {
-    return fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
-                            std::string(kSendsNoBytes) + method));
+    return fail(unusableUploadParameter(std::string(kSendsNoBytes) + method));
   }
   const Dictionary options = requestOptions(settings_->limits.small);
   TaskCallback sent = completion(&ChunkUploaderTask::processNetworkResponse);
@@ -240,8 +230,7 @@ void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& met
                              request.multipartBody, options, std::move(sent),
                              AnswerKind::kAnything);
   } else if (isSafe()) {
-    fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
-                     std::string(kUnknownMethod) + method));
+    fail(unusableUploadParameter(std::string(kUnknownMethod) + method));
   }
   // Otherwise the upload ends here in silence: with the completion goes what kept its tasks alive.
 }

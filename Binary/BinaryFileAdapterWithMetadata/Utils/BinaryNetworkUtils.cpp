@@ -126,7 +126,7 @@ std::optional<Outcome> outcomeWithoutBody(const Answer& answer) {
 
 /// Whether a 206 says of itself that it is all of the file.
 bool isWholeFile(const Answer& answer) {
-  const auto field = answer.response->headerField("Content-Range");
+  const auto field = answer.response->headerField(kContentRange);
   const auto range = field ? ContentRange::parse(*field) : std::nullopt;
   if (!range || !range->span || !range->total) return false;
   return range->span->first == 0 && range->span->last + 1 == *range->total &&
@@ -136,7 +136,7 @@ bool isWholeFile(const Answer& answer) {
 Outcome outcomeOfDownload(const Answer& answer) {
   logger().logDebug(texts::kDownloadLog, *answer.body);
   if (answer.status() == kStatusPartialContent && (answer.isSafe || !isWholeFile(answer))) {
-    const auto range = answer.response->headerField("Content-Range");
+    const auto range = answer.response->headerField(kContentRange);
     return {{},
             answer.error(kCodeHTTPRequestFailed,
                          platform::formatMessage(kPartOfFile, {printed(range)}))};

@@ -4,6 +4,7 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/UploadErrors.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Foundation/Text.h"
 
@@ -27,14 +28,9 @@ constexpr std::string_view kOptionalEntryOfWrongType =
     "%@ and cannot be null. Unexpected data type for : %@";
 
 constexpr std::string_view kNoUploadParams = "Null or empty value found for uploadParams";
-constexpr std::string_view kNoUploadSource = "Either FilePath or RawBytes needs to be specified";
 constexpr std::string_view kRawBytesMissing = "Missing parameter rawBytes in the given input";
-constexpr std::string_view kRawDataNull = "Null value found for rawData";
 constexpr std::string_view kFilePathMissing = "Missing parameter filePath in the given input";
 constexpr std::string_view kFilePathOfWrongType = "Invalid datatype found for FilePath";
-constexpr std::string_view kFileNotFound = "Could not find File at given FilePath";
-/// Also what missing download and update parameters are reported as.
-constexpr std::string_view kNoData = "No data present in given file";
 constexpr std::string_view kFileIdNull = "file_id is null or undefined";
 constexpr std::string_view kDeleteParamsNull = "deleteParams are null or undefined";
 constexpr std::string_view kDeleteParamsEmpty =
@@ -168,7 +164,7 @@ bool satisfiesAll(const Dictionary& params, std::span<const EntryRule> rules, Er
 }
 
 bool areRawBytesValid(const Dictionary& file, ErrorPtr* error) {
-  logger().logInfo(texts::kValidatingRawData);
+  logger().logInfo(log_texts::kValidatingRawData);
   const Value* rawBytes = file.find(keys::kRawBytes);
   if (rawBytes == nullptr) return fail(error, kUploadErrorDomain, kUploadMissing, kRawBytesMissing);
   if (const platform::Data* bytes = rawBytes->data()) {
@@ -195,7 +191,7 @@ bool isFilePathValid(const Dictionary& file, ErrorPtr* error) {
     return fail(error, kUploadErrorDomain, kUploadUnreadable,
                 missing ? kFileNotFound : content.error()->localizedDescription());
   }
-  return !content->empty() || fail(error, kUploadErrorDomain, kUploadUnreadable, kNoData);
+  return !content->empty() || fail(error, kUploadErrorDomain, kUploadUnreadable, kNoDataInFile);
 }
 
 constexpr bool isWordCharacter(char c) {
@@ -266,7 +262,8 @@ bool ValidationUtils::validateDownloadParams(const std::optional<Dictionary>& do
                                              ErrorPtr* error) {
   logger().logInfo(texts::kValidatingDownloadParams);
   if (!downloadParams) {
-    return failLogged(error, kDownloadErrorDomain, kDownloadJunk, kNoData,
+    // Callers know parameters that are missing by the text of an empty file, here and below.
+    return failLogged(error, kDownloadErrorDomain, kDownloadJunk, kNoDataInFile,
                       texts::kDownloadParamsFailed);
   }
   return satisfiesAll(*downloadParams, kDownloadRules, error);
@@ -276,7 +273,8 @@ bool ValidationUtils::validateUpdateParams(const std::optional<Dictionary>& upda
                                            ErrorPtr* error) {
   logger().logInfo(texts::kValidatingUpdateParams);
   if (!updateParams) {
-    return failLogged(error, kUpdateErrorDomain, kUpdateJunk, kNoData, texts::kUpdateParamsFailed);
+    return failLogged(error, kUpdateErrorDomain, kUpdateJunk, kNoDataInFile,
+                      texts::kUpdateParamsFailed);
   }
   return satisfiesAll(*updateParams, kUpdateRules, error);
 }
