@@ -2,8 +2,8 @@
 
 #include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/SourceNames.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Text.h"
