@@ -117,6 +117,7 @@ void BlobDownload::start(DownloadBlock completion) {
       return answer(block, available ? nullptr : error, available);
     }
     logger().logDebug(texts::kScheduling, blobId_);
+    // A run that is under way ends for this caller too.
     Effects effects = runs() ? Effects() : schedule();
     task_->startDownloadTaskCompletionBlock.swap(block);
     return effects;
@@ -124,8 +125,9 @@ void BlobDownload::start(DownloadBlock completion) {
 }
 
 Effects BlobDownload::schedule() {
-  if (state_ == State::kPaused || state_ == State::kFailed)
+  if (state_ == State::kPaused || state_ == State::kFailed) {
     logger().logDebug(texts::kResetting, blobId_);
+  }
   // Of these the task was stopped, maybe before its start.
   if (state_ == State::kStopped || state_ == State::kFailed) renewTask();
   Effects effects{[self = shared_from_this()] { self->places_.schedule(self); }};
@@ -213,8 +215,10 @@ Effects BlobDownload::end(State state, const ErrorPtr& error) {
   const bool isFailure = state == State::kFailed;
   const auto waiting = std::make_shared<WaitingBlocks>();
   Effects effects{[self = shared_from_this(), task = task_, claim = claim_] {
+    // First, so that nothing that the stopping task still tells is heard.
     task->unsubscribeForTaskUpdates(self);
     task->stop();
+    // After the stop: the claim goes behind the last byte that is written.
     task->releaseFile(claim);
     self->places_.leave(self);
   }};
@@ -263,6 +267,7 @@ StepQueue::Effect BlobDownload::calling(const std::shared_ptr<WaitingBlocks>& wa
 
 void BlobDownload::begin() {
   steps_->run([this]() -> Effects {
+    // It was stopped or cleared after it got its place, or runs already.
     if (state_ != State::kWaiting) {
       return {[self = shared_from_this()] {
         self->places_.giveBack(self);
@@ -354,8 +359,13 @@ void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   steps_->run([&]() -> Effects {
     if (!runs() || claim_ != claim) return {};  // stopped meanwhile
     task_->updateInputContext(input);
-    Effects effects{
-        [task = task_, run] { run == Run::kResumes ? task->resumeDownload() : task->start(); }};
+    Effects effects{[task = task_, run] {
+      if (run == Run::kResumes) {
+        task->resumeDownload();
+      } else {
+        task->start();
+      }
+    }};
     // A pause that came before there was anything to pause.
     if (state_ == State::kPausing) {
       effects.push_back([task = task_] { task->pauseDownload(); });
@@ -417,6 +427,8 @@ void BlobDownload::taskChanged(const VSTask& task, const FileClaim::Lease& claim
       return rows_.updateState(kDownloadStarted, output);
     case TaskState::Ended:
       return taskEnded(claim, output);
+    // The row is written before the claim goes and the blocks are called: whoever comes next reads
+    // it.
     case TaskState::Paused:
       rows_.updateState(kDownloadPaused, output);
       return comeToRest(claim, State::kPaused, nullptr, output);
@@ -432,6 +444,8 @@ void BlobDownload::taskChanged(const VSTask& task, const FileClaim::Lease& claim
 void BlobDownload::taskEnded(const FileClaim::Lease& claim, const Dictionary& output) {
   logger().logTrace(texts::kPostProcessing, blobId_);
   const auto noted = rows_.updateDB(output);
+  // The hidden file goes only after the row says that the file is complete. Until then it is all
+  // that a later download knows of it.
   if (noted) {
     claim->finish();
   } else {

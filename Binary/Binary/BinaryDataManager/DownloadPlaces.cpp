@@ -11,6 +11,7 @@
 namespace varo::binary {
 
 void DownloadPlaces::schedule(const DownloadPtr& download) {
+  // Enters before it asks for the shutdown: one that comes in between finds the download here.
   (void)queue_.schedule(download);
   if (platform::Runtime::shared().isShutDown()) return endScheduledTasks();
   logger().logTrace(log_texts::kCheckingForEmptySlot);

@@ -240,6 +240,7 @@ void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionar
   if (block && input.contains(kOnFileDownloadCompleted)) {
     callBlock([&] { block(identifier, path, input[kFileParams]); });
   }
+  // After the block: the name stays in use until that has returned.
   forget(task);
   startNextScheduledTask();
 }
@@ -262,6 +263,7 @@ void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
 
 void OnlineBinaryDataManager::downloadFailed(const TaskPtr& task, const ErrorPtr& error) {
   (void)queue_.remove(task);
+  // Before the block, from inside which the name may be used again.
   forget(task);
   const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock);
   releaseFile(*task);

@@ -8,6 +8,7 @@
 namespace varo::binary {
 namespace {
 
+/// Never under the lock: a task may end at once, and its listener comes back to the queue.
 void start(VSTask& task) {
   logger().logDebug(log_texts::kStartDownload, task.name());
   task.start();
@@ -120,6 +121,7 @@ void TaskQueueManager::addTaskAndCheckStartExecution(const TaskPtr& task,
   logger().logDebug(log_texts::kCheckingForEmptySlot);
   TaskPtr registered = task;
   {
+    // Under one lock: once the task waits, another thread could take it and start it as well.
     const MutexLock lock(mutex_);
     registerLocked(registered, withIdentifier);
     scheduleLocked(task);

@@ -117,6 +117,7 @@ void DownloadTask::resumeDownload() {
     // While it is resting the effects of that come first.
     if (run_ != Run::kIdle && run_ != Run::kResting) return {};
     Effects effects{[self = self<DownloadTask>()] {
+      // Who writes is ready before who fetches: the first chunk may come at once.
       self->_dataPersistenceTask->resumeDownload(self->inputContext());
       self->resumeSubtask(self->_dataPersistenceTask);
       self->resumeSubtask(self->_networkTask);
@@ -231,6 +232,7 @@ void DownloadTask::rest(TaskState state) {
     logger().logDebug(texts::kNetworkTrouble, name());
     _errorContext.replace(_networkTask->errorContext());
   }
+  // The contexts before the state: whoever hears of the state reads them.
   _outputContext.replace(_dataPersistenceTask->outputContext());
   setState(state);
   steps_->run([this]() -> Effects {
