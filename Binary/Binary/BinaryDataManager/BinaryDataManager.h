@@ -63,8 +63,7 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
   ///   and the others that `NetworkTask` reads;
   /// - "onChunkDownloadCompleted": an `OnChunkDownloadCompleted` that is told of the progress;
   /// - "settings" (`OperationSettings`) and "cancellation" (`platform::Cancellation`), taken now
-  /// for
-  ///   all runs of this task. Once cancelled, it fails now and in every later run.
+  ///   for all runs of this task. Once cancelled, it fails now and in every later run.
   ///
   /// Errors: 5004 for no such record; in the domain `kInvalidTaskCreationState`, 5002 for a blob
   /// that is being downloaded or is there already.
@@ -76,9 +75,8 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
 
   /// Starts the task, or queues it until there is a place. A task that was paused or has failed
   /// runs again and continues the partial file. The block is called at the end with the task's
-  /// output
-  /// ("BlobID", "FilePath", "TotalFileSize"), or with {"FilePath", "state"} if the file was there
-  /// already. Errors:
+  /// output ("BlobID", "FilePath", "TotalFileSize"), or with {"FilePath", "state"} if the file was
+  /// there already. Errors:
   /// - 5005: no blob id;
   /// - 5003: no task of this blob;
   /// - 4 and 5: the download has ended, but its file or its row is not there;

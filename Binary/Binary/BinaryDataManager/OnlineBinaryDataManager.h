@@ -71,9 +71,8 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
   ///
   /// The configuration:
   /// - where the object is: "endpointUrl", a text with placeholders; or "domain" and
-  /// "relativepath".
-  ///   The domain "#middlewaredomain" stands for the "domain" of the options. With a domain the
-  ///   "X-Pelmar-Authorization" of the options is sent too;
+  ///   "relativepath". The domain "#middlewaredomain" stands for the "domain" of the options. With
+  ///   a domain the "X-Pelmar-Authorization" of the options is sent too;
   /// - "headers", "X-Pelmar-Authorization", "queryParams";
   /// - "ChunkSize": bytes of a range, 1 MiB unless given;
   /// - "Auth" = "HMACDigest": the request carries the headers of `S3HMACGenerator` instead, made

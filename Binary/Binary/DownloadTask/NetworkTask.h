@@ -35,12 +35,10 @@ class StepQueue;
 /// deliver faster than the disk writes.
 ///
 /// Input; all but "URL" and the names of the record are optional:
-/// - "URL": that of the object with "OnlineDownloadTask"; else that of the service, and
-/// "ScopeName",
-///   "ObjectName" and "primaryKeys" name the record.
-/// - "TotalBytesDownloaded": where to begin; "TotalFileSize" and "Validator": of the object that
-/// the
-///   bytes before it belong to.
+/// - "URL": that of the object with "OnlineDownloadTask"; else that of the service, where
+///   "ScopeName", "ObjectName" and "primaryKeys" name the record.
+/// - "TotalBytesDownloaded": where to begin.
+/// - "TotalFileSize", "Validator": of the object that the bytes before that belong to.
 /// - "ChunkSize": bytes of a range, else 1 MiB.
 /// - "Headers", "queryParams", "ClientID", "SessionID", "BlobID".
 /// - "ResponseType": "Binary" or "Base64".

@@ -34,9 +34,8 @@ class StepQueue {
   /// Runs a step on the calling thread when its turn comes, then the effects that are due.
   /// - If another thread runs effects already, it runs these too.
   /// - Called from inside a step, the effects run after that step has left the queue.
-  /// - What the step throws reaches the caller, and so does `std::bad_alloc` before the step. A
-  /// step
-  ///   that throws has no effects, so it must not have changed anything that needs one.
+  /// - What the step throws reaches the caller, and so does `std::bad_alloc` before the step. No
+  ///   effect follows then, so the step must not have changed anything that needs one.
   /// - What an effect throws goes to `onThrow`; the next effect follows.
   void run(const std::function<Effects()>& step);
 
