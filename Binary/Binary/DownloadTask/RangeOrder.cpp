@@ -1,8 +1,9 @@
 #include "Binary/Binary/DownloadTask/RangeOrder.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
@@ -18,28 +19,16 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::ResponseLimits;
-using platform::Result;
-using platform::Value;
 
 namespace {
+
+namespace texts = log_texts::range_order;
 
 constexpr std::string_view kErrorDomain = "Network Task";
 constexpr std::int64_t kInvalidInputCode = 999;
 constexpr std::string_view kResponseTypeBase64 = "Base64";
 constexpr std::string_view kResponseTypeBinary = "Binary";
-
-constexpr std::string_view kInvalidInput = "Invalid inputs provided to the network task.";
-constexpr std::string_view kValidInput = "valid input is %d";
-constexpr std::string_view kUrlNotBuilt = "  The URL can't be built due to insufficient inputs.";
-constexpr std::string_view kUrlBuilt = "  URL from buildURL : %@";
-constexpr std::string_view kRangeRequest = "Range request for blob id %@ : %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// A key or value as it stands in the URL of a record. They are the record's own and may hold
 /// anything; a bare "&" would name another record. What is encoded already stays as it is, unless
@@ -107,7 +96,7 @@ bool validateInput(const Dictionary& input) {
       if (input[key].isMissing() || !hasUrl) valid = false;
     }
   }
-  logger().logDebug(kValidInput, valid);
+  logger().logDebug(texts::kValidInput, valid);
   return valid;
 }
 
@@ -121,9 +110,9 @@ ErrorPtr error(std::int64_t code, std::string message) {
 
 Result<RangeOrder::Ptr> RangeOrder::unpackInputContext(const Dictionary& input) {
   if (!validateInput(input)) {
-    logger().logError(kInvalidInput);
-    if (input[kURL].isMissing()) logger().logError(kUrlNotBuilt);
-    return error(kInvalidInputCode, std::string(kInvalidInput));
+    logger().logError(texts::kInvalidInput);
+    if (input[kURL].isMissing()) logger().logError(texts::kUrlNotBuilt);
+    return error(kInvalidInputCode, std::string(texts::kInvalidInput));
   }
   auto order = std::make_shared<RangeOrder>();
   order->settings = OperationSettings::of(input);
@@ -163,7 +152,7 @@ void RangeOrder::buildURL(const Dictionary& input) {
           parameter("clientid", _clientID, isSafe) +
           parameter("varosyncsessionid", _sessionID, isSafe);
   if (BinaryLogger::isEnabled(platform::LogLevel::kDebug)) {
-    logger().logDebug(kUrlBuilt, platform::redactSecrets(_url));
+    logger().logDebug(texts::kUrlBuilt, platform::redactSecrets(_url));
   }
 }
 
@@ -176,7 +165,7 @@ Result<Dictionary> RangeOrder::prepareRequestObject(const RangeQuestion& questio
     setHeaders(headers, *signedHeaders);
   }
   const std::string range = getRangeRequestStringFrom(question.offset, question.last());
-  logger().logDebug(kRangeRequest, blobId, range);
+  logger().logDebug(texts::kRangeRequest, blobId, range);
   BinaryNetworkUtils::setHeader(headers, "Range", range);
   const std::string ifRange =
       question.isSafe && question.offset > 0 ? question.known.object.ifRange() : std::string();

@@ -1,5 +1,6 @@
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/S3SigningConstants.h"
 #include "Binary/Binary/Utils/SigningKeyCache.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
@@ -16,13 +17,8 @@
 namespace varo::binary {
 
 using platform::Clock;
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::Result;
 using platform::Sha256;
 using platform::Sha256Digest;
-using platform::Value;
 
 namespace {
 

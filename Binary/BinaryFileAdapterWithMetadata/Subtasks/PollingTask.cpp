@@ -1,5 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/CancellableSleeper.h"
@@ -10,8 +11,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::TaskState;
 
 PollingTask::PollingTask(platform::ErrorPtr* error, platform::Random& random,
                          platform::Sleeper& sleeper)

@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/StatusCheckerTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
@@ -9,14 +9,6 @@
 #include <memory>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
 
 StatusCheckerTask::StatusCheckerTask(ErrorPtr* error) : BinaryBaseTask(error) { initializeIvars(); }
 
@@ -62,7 +54,7 @@ void StatusCheckerTask::processResponse(const Dictionary& response, const Networ
   if (isSafe()) entries.remove(keys::kPollingStatus);
   _outputContext.addEntries(entries);
   if (!status) {
-    BinaryLogger::sharedInstance().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
+    logger().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
   }
   if (!status && _currentIteration == kMaxStatusRequests) {
     return raiseError(std::make_shared<const Error>(std::string(kRetriesExceededErrorDomain),

@@ -1,8 +1,8 @@
-#include "Binary/Binary/Utils/FormData.h"
+#include "Platform/Network/FormData.h"
 
 #include <fmt/format.h>
 
-namespace varo::binary {
+namespace varo::platform {
 namespace {
 
 /// `text` as it may stand between quotes in a header (RFC 7578, section 4.2).
@@ -30,4 +30,4 @@ std::string formDataDisposition(std::string_view name, std::optional<std::string
   return disposition + fmt::format(R"(; filename="{}")", quoted(*fileName));
 }
 
-}  // namespace varo::binary
+}  // namespace varo::platform
