@@ -8,7 +8,6 @@
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/Utils/BlockCall.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Runtime.h"
