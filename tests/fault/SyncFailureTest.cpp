@@ -6,6 +6,7 @@
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "tests/support/Await.h"
+#include "tests/support/BlobFixture.h"
 #include "tests/support/CallLog.h"
 #include "tests/support/FakeHttpTransport.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -20,13 +21,21 @@ namespace {
 
 std::atomic<bool> isDiskFailing{false};
 
-}  // namespace
-
-extern "C" int fsync(int descriptor) {
-  if (!isDiskFailing) return static_cast<int>(::syscall(SYS_fsync, descriptor));
+/// Databases are on another disk.
+int syncUnlessFailing(long call, int descriptor) {
+  std::error_code failed;
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const std::string path = std::filesystem::read_symlink(link, failed);
+  const bool isDatabase = path.find("WEBSQLDIRECTORY") != std::string::npos;
+  if (!isDiskFailing || isDatabase) return static_cast<int>(::syscall(call, descriptor));
   errno = EIO;
   return -1;
 }
+
+}  // namespace
+
+extern "C" int fsync(int descriptor) { return syncUnlessFailing(SYS_fsync, descriptor); }
+extern "C" int fdatasync(int descriptor) { return syncUnlessFailing(SYS_fdatasync, descriptor); }
 
 namespace varo::binary {
 namespace {
@@ -96,6 +105,33 @@ TEST_F(SyncFailureTest, DownloadFailsAndLeavesNoFile) {
   const std::string success = outcome();
   EXPECT_TRUE(success.starts_with("success ")) << success;
   EXPECT_EQ(fileCount(), 1U);
+}
+
+using BlobSyncFailureTest = test::BlobFixture;
+
+TEST_F(BlobSyncFailureTest, RowNeverSaysMoreThanTheDiskKeeps) {
+  const std::string paused = newBlob("paused");
+  transport_->hold();
+  start(paused);
+  release(1);
+  awaitHeld(1);
+  isDiskFailing = true;
+  manager_->pauseDownload(paused, {});
+  EXPECT_EQ(awaitNext().summary(), "start " + paused + ": DownloadTaskError 4");
+  EXPECT_EQ(stateOf(paused), "103");
+  transport_->releaseAll();
+
+  const std::string id = newBlob("whole");
+  const std::size_t before = transport_->requestCount();
+  // The second time all of it is there, and nothing is asked for.
+  for (const bool isFailing : {true, true, false}) {
+    isDiskFailing = isFailing;
+    start(id);
+    EXPECT_EQ(awaitNext().summary(),
+              "start " + id + (isFailing ? ": DownloadTaskError 4" : ": ok"));
+    EXPECT_EQ(stateOf(id), isFailing ? "103" : "50");
+    EXPECT_EQ(transport_->requestCount(), before + 3);
+  }
 }
 
 }  // namespace

@@ -126,6 +126,12 @@ class FileClaimTest : public BlobFixture {
   static FileClaim::Lease claim(const std::string& path) {
     return FileClaim::acquire(path, [] {}).claim;
   }
+  /// The download of blob 7, the record "a".
+  static std::shared_ptr<BlobDownload> downloadAmong(DownloadPlaces& places) {
+    Dictionary input = config({{kBlobId, "7"}, {kDBName, kDatabase}});
+    input.set(kPrimaryKeys, Dictionary{{"pk", "a"}});
+    return BlobDownload::create(input, OperationSettings::take(Dictionary()), places);
+  }
 };
 
 TEST_F(FileClaimTest, IsFreeWhenTheLastLeaseGoesOrItIsReleased) {
@@ -322,9 +328,7 @@ TEST_F(FileClaimTest, StoppedDownloadThatNeverRanMayBeStartedAgain) {
 TEST_F(FileClaimTest, StartOfADownloadThatRunsTakesNoPlaceAndGivesNoneBack) {
   DownloadPlaces places(2);
   addBlob("a", 7, 101);
-  Dictionary input = config({{kBlobId, "7"}, {kDBName, kDatabase}});
-  input.set(kPrimaryKeys, Dictionary{{"pk", "a"}});
-  const auto download = BlobDownload::create(input, OperationSettings::take(Dictionary()), places);
+  const auto download = downloadAmong(places);
   transport_->hold();
   download->start(block("start"));
   awaitHeld(1);
@@ -333,6 +337,60 @@ TEST_F(FileClaimTest, StartOfADownloadThatRunsTakesNoPlaceAndGivesNoneBack) {
   transport_->releaseAll();
   EXPECT_EQ(awaitNext().summary(), "start: ok");
   EXPECT_TRUE(eventually([&] { return places.running().empty(); }));
+  // The download is still there; its file is not open any more.
+  for (const auto& descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    EXPECT_NE(std::filesystem::read_symlink(descriptor, gone), pathOf("7"));
+  }
+}
+
+TEST_F(FileClaimTest, ClearThatMeetsAStartLeavesNeitherAPlaceNorTheFileTaken) {
+  // Cleared when the run asks where its file goes.
+  struct Clearing final : UserDirectories {
+    [[nodiscard]] std::string documents() const override {
+      download->clear();
+      return before->documents();
+    }
+    [[nodiscard]] std::string downloads() const override { return before->downloads(); }
+    [[nodiscard]] std::string library() const override { return before->library(); }
+    const std::shared_ptr<const UserDirectories> before = UserDirectories::current();
+    std::shared_ptr<BlobDownload> download;
+  };
+  const auto original = UserDirectories::current();
+  addBlob("a", 7, 101);
+  for (const TransferPolicy policy : kBothPolicies) {
+    setTransferPolicy(policy);
+    DownloadPlaces places(1);
+    const auto clearing = std::make_shared<Clearing>();
+    clearing->download = downloadAmong(places);
+    UserDirectories::install(clearing);
+    clearing->download->start(block("start"));
+    UserDirectories::install(original);
+    EXPECT_NE(claim(pathOf("7")), nullptr);
+    clearing->download->start(block("again"));
+    if (policy == TransferPolicy::kSafe) {
+      EXPECT_THAT(awaitSummaries(2), Each(EndsWith("were cleared before this one had ended.")));
+    }
+    places.schedule(clearing->download);  // decided before the clear
+    EXPECT_TRUE(places.running().empty());
+    EXPECT_EQ(stateOf("7"), "101");
+  }
+  EXPECT_EQ(transport_->requestCount(), 0U);
+}
+
+TEST_F(FileClaimTest, ShutdownThatMeetsAStartEndsIt) {
+  inOwnProcess([this] {
+    addBlob("a", 7, 101);
+    DownloadPlaces places(1);
+    const auto download = downloadAmong(places);
+    Runtime::shared().shutdown();
+    download->start(block("start"));  // which had been let through before
+    require(awaitNext().summary() ==
+                "start: DownloadTaskErrorDomain 5001 The library has been shut down",
+            "the start is told");
+    require(places.running().empty() && stateOf("7") == "101", "nothing has begun");
+    manager_->clearBinaryDataManagerState();
+  });
 }
 
 TEST_F(FileClaimTest, RowThatCannotBeWrittenIsMendedByTheNextDownloadWithoutARequest) {
