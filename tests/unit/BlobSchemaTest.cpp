@@ -27,8 +27,8 @@ Pairs matches(const std::string& text, const char* pattern) {
 /// Names and types of the columns in this database.
 Pairs columnsIn(const std::string& path) {
   const SQLite::Database database(path);
-  SQLite::Statement statement(
-      database, std::string("PRAGMA table_info(") + kVaroSyncBlobStoreMangager + ")");
+  SQLite::Statement statement(database,
+                              std::string("PRAGMA table_info(") + kVaroSyncBlobStoreMangager + ")");
   Pairs columns;
   while (statement.executeStep()) {
     columns.emplace_back(statement.getColumn(1).getString(), statement.getColumn(2).getString());
