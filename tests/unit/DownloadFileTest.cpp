@@ -100,9 +100,8 @@ TEST_F(DownloadFileTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) 
 
 TEST_F(DownloadFileTest, CompleteFileThatIsCutBeforeTheEndIsToldIsNoSuccess) {
   std::promise<void> answered;  // the network half has ended
-  const auto cut = std::make_shared<OnChunkDownloadCompleted>(
-      [&](const auto&, std::int64_t written, std::int64_t, const Value&) {
-        EXPECT_EQ(written, 2500);
+  const auto cut =
+      std::make_shared<OnChunkDownloadCompleted>([&](const auto&, auto, auto, const auto&) {
         answered.get_future().wait();
         std::filesystem::resize_file(path(), 10);
       });
