@@ -22,12 +22,6 @@ MANY_ROUNDS = 3  # of half a minute each; nothing is divided by anything else
 # Linux keeps memory for the file cache at hand in pieces of up to this.
 SMALL_WRITE = 32 * 1024
 
-SCHEMA = """
-CREATE TABLE records(id TEXT PRIMARY KEY, blobref_image TEXT);
-CREATE TABLE varosyncBLOBSTOREMANAGER(
-  id INTEGER PRIMARY KEY, localPath TEXT, tableName TEXT, columnName TEXT, type TEXT,
-  state INTEGER, status INTEGER, retry INTEGER, size INTEGER);
-"""
 AVAILABLE = 50
 
 
@@ -37,6 +31,8 @@ class Blobs:
     def __init__(self, bench, size, count, journal="delete"):
         self.bench, self.size, self.count, self.journal = bench, size, count, journal
         self.object = os.path.basename(bench.file(size))
+        self.schema = subprocess.run([bench.program("varo_blobs"), "schema"],
+                                     stdout=subprocess.PIPE, check=True, text=True).stdout
         self.directory = os.path.join(bench.home, "Documents", "blobs")
         self.database = os.path.join(bench.home, "Library", "WEBSQLDIRECTORY", "sync.db")
         for folder in (self.directory, os.path.dirname(self.database)):
@@ -52,7 +48,8 @@ class Blobs:
                 os.remove(self.database + suffix)
         with contextlib.closing(sqlite3.connect(self.database)) as database, database:
             database.execute(f"PRAGMA journal_mode = {self.journal}")
-            database.executescript(SCHEMA)
+            database.execute("CREATE TABLE records(id TEXT PRIMARY KEY, blobref_image TEXT)")
+            database.execute(self.schema)
             database.executemany("INSERT INTO records VALUES (?, 'NULL')",
                                  ((str(n),) for n in range(1, self.count + 1)))
 

@@ -1,8 +1,8 @@
 #include "Cli/Commands/BlobFailure.h"
 
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Cli/StorageFailure.h"
 #include "Platform/Foundation/Array.h"
@@ -54,7 +54,7 @@ std::optional<Gap> findGap(const BlobRecord& record) {
         fmt::format("no record in the table '{}' of {} has {}", record.table, path, record.pairs()),
         "Check --key."};
   }
-  const std::string link = record.linkColumn();
+  const std::string link = binary::BlobStoreTable::linkColumn(record.column);
   if (!(*rows)[0].dictionaryValue().contains(link)) {
     return Gap{fmt::format("the table '{}' of {} has no column '{}', which would link its records "
                            "to their blobs",

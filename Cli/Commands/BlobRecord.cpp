@@ -1,25 +1,21 @@
 #include "Cli/Commands/BlobRecord.h"
 
-#include "Binary/Binary/DownloadTask/SQLiteUtil.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Cli/TerminalText.h"
-#include "Platform/Foundation/Array.h"
 
 #include <fmt/format.h>
 
-#include <string_view>
-
 namespace varo::cli {
 
-using binary::SQLiteUtil;
+using binary::BlobStoreTable;
 using platform::Value;
 
 namespace {
 
-constexpr char kIdColumn[] = "id";
-constexpr char kStateColumn[] = "state";
-/// What a link says where there is no blob.
-constexpr std::string_view kNoBlob = "NULL";
+/// For reading alone, to which the policy makes no difference.
+BlobStoreTable blobsOf(const std::string& database) {
+  return {database, binary::TransferPolicy::kSafe};
+}
 
 }  // namespace
 
@@ -36,21 +32,16 @@ std::string BlobRecord::pairs() const {
 }
 
 Value BlobRecord::blobId() const {
-  const auto rows = SQLiteUtil::queryDataForDatabase(SQLiteUtil::getDBPath(database), table, keys);
-  if (!rows || rows->empty()) return {};
-  const std::string link = (*rows)[0].dictionaryValue()[linkColumn()].textValue();
-  return link.empty() || link == kNoBlob ? Value() : Value(link);
-}
-
-std::string BlobRecord::linkColumn() const {
-  return fmt::format("{}_{}", binary::kBlobRef, column);
+  const auto record = blobsOf(database).record(table, keys);
+  const auto link = record ? BlobStoreTable::linkIn(*record, column) : std::nullopt;
+  return !link || link->empty() || *link == binary::blobs::kNull ? Value() : Value(*link);
 }
 
 std::optional<std::int64_t> BlobRecord::state() const {
-  const auto rows = SQLiteUtil::queryDataForDatabase(
-      SQLiteUtil::getDBPath(database), binary::kVaroSyncBlobStoreMangager, {{kIdColumn, blobId()}});
-  if (!rows || rows->empty()) return std::nullopt;
-  return (*rows)[0].dictionaryValue()[kStateColumn].integerValue();
+  const Value id = blobId();
+  const auto row = id.isMissing() ? std::nullopt : blobsOf(database).row(id.textValue());
+  if (!row) return std::nullopt;
+  return (*row)[binary::blobs::kState].integerValue();
 }
 
 }  // namespace varo::cli

@@ -21,8 +21,6 @@ struct BlobRecord {
   [[nodiscard]] std::string name() const;
   /// The keys alone.
   [[nodiscard]] std::string pairs() const;
-  /// The column of the table that links a record to its blob.
-  [[nodiscard]] std::string linkColumn() const;
 
   // What the database says now.
 

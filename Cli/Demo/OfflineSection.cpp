@@ -1,4 +1,5 @@
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"

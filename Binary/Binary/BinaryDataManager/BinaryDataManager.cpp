@@ -65,10 +65,7 @@ ErrorPtr caught(std::string_view domain, std::int32_t code, const Step& step) {
 }
 
 /// Whether the sync engine or another download would be disturbed by one of a blob in this state.
-bool isTaken(std::int64_t state) {
-  return state == kFileAvailable || state == kUploadInProgress || state == kDeleteInProgress ||
-         state == kUploadAccepted || state == kDeleteAccepted;
-}
+bool isTaken(std::int64_t state) { return blobs::hasFile(state) || blobs::isDeletion(state); }
 
 void invalidate(const Downloads& tasks) {
   logger().logDebug(texts::kInvalidating);

@@ -9,7 +9,6 @@
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Runtime.h"

@@ -4,7 +4,6 @@
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/SourceNames.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 
@@ -19,11 +18,6 @@ namespace varo::binary {
 namespace {
 
 namespace texts = log_texts::blob_files;
-
-/// Whether the file that a row in this state names is valid.
-bool isUsable(std::int64_t state) {
-  return state == kFileAvailable || state == kUploadAccepted || state == kUploadInProgress;
-}
 
 /// The path that a row notes, where the policy has it handed out.
 std::optional<std::string> notedPath(const Dictionary& row, TransferPolicy policy) {
@@ -45,7 +39,7 @@ std::optional<std::string> usablePath(const BlobStoreTable& table, const Diction
   const Dictionary row = table.row(*blobId).value_or(Dictionary());
   const std::int64_t state = row[blobs::kState].integerValue();
   logger().logDebug(texts::kStateIs, state);
-  if (isUsable(state)) return notedPath(row, policy);
+  if (blobs::hasFile(state)) return notedPath(row, policy);
   logger().logDebug(texts::kDownloadInterrupted);
   return std::nullopt;
 }
@@ -57,9 +51,7 @@ ErrorPtr databaseError(std::string_view message, const ErrorPtr& cause) {
 /// Of a record that is linked to no blob: makes a row that says nothing but that it is deleted.
 BlobDeletion deleteUnlinked(const BlobStoreTable& table, const BlobColumn& column) {
   logger().logDebug(texts::kNeverDownloaded);
-  const std::int64_t id = table.insert({{blobs::kState, kDeleteAccepted},
-                                        {blobs::kColumnName, column.columnName},
-                                        {blobs::kTableName, column.tableName}});
+  const std::int64_t id = table.insertDeletion(column.tableName, column.columnName);
   BlobDeletion deletion;
   if (table.isFailedInsert(id)) {
     logger().logError(kErrorInsertingRow);
@@ -111,8 +103,7 @@ ErrorPtr notRemoved(const ErrorPtr& cause) {
 void removeThenRecord(const BlobStoreTable& table, const Dictionary& row, BlobDeletion& deletion) {
   deletion.fileRemoved = BlobFiles::removeFileAt(row[blobs::kLocalPath].textValue()).ok();
   if (!deletion.fileRemoved) return;
-  deletion.recorded = update(
-      table, {{blobs::kLocalPath, blobs::kNull}, {blobs::kState, kDeleteAccepted}}, deletion);
+  deletion.recorded = update(table, blobs::deletionWithFile(), deletion);
 }
 
 /// The row keeps the path until the file is gone, so that whatever breaks this off can be repeated.
@@ -122,19 +113,17 @@ void recordThenRemove(const BlobStoreTable& table, const Dictionary& row, BlobDe
     deletion.error = notRemoved(Error::fromErrno(failure, "Deleting", path));
     return logger().logError(texts::kCouldNotDelete, deletion.error);
   }
-  deletion.recorded = update(table, {{blobs::kState, kDeleteAccepted}}, deletion);
+  deletion.recorded = update(table, blobs::deletion(), deletion);
   if (!deletion.recorded) return;
   const auto removed = BlobFiles::removeFileAt(path);
   deletion.fileRemoved = removed.ok();
   if (removed) {
-    (void)update(table, {{blobs::kLocalPath, blobs::kNull}}, deletion);
+    (void)update(table, blobs::fileRemoved(), deletion);
     return;
   }
   deletion.error = notRemoved(removed.error());
-  const Value former =
-      row[blobs::kState] == Value(blobs::kNull) ? Value(nullptr) : row[blobs::kState];
   // Where this fails as well, the deletion stays recorded, and is told to be.
-  deletion.recorded = !table.update(*deletion.blobId, {{blobs::kState, former}}).ok();
+  deletion.recorded = !table.update(*deletion.blobId, blobs::noDeletion(row[blobs::kState])).ok();
 }
 
 BlobDeletion deleteLinked(const BlobStoreTable& table, const std::optional<std::string>& blobId,
@@ -147,7 +136,7 @@ BlobDeletion deleteLinked(const BlobStoreTable& table, const std::optional<std::
     logger().logError(texts::kNoRow, blobId.value_or(std::string()));
     deletion.error = databaseError(kRowNotExists, nullptr);
   } else if (!removeNow) {
-    deletion.recorded = update(table, {{blobs::kState, kDeleteAccepted}}, deletion);
+    deletion.recorded = update(table, blobs::deletion(), deletion);
   } else if (policy == TransferPolicy::kSafe) {
     recordThenRemove(table, *row, deletion);
   } else {

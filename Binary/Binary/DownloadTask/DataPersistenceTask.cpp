@@ -229,7 +229,7 @@ void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
     (void)_fileHandle.empty(getFilePath());
     _totalSizeWritten = 0;
   }
-  if (checkSizeOfFile()) checkIfTaskCompleted(true);
+  if (phase_ != Phase::kNetworkEnded || checkSizeOfFile()) checkIfTaskCompleted(true);
   // What a later run needs is only the file; an ended download keeps it until that is noted.
   if (to != TaskState::Ended) releaseUnclaimedFile();
 }
@@ -241,9 +241,7 @@ void DataPersistenceTask::releaseUnclaimedFile() {
 
 /// Of an object that is complete: somebody else may have cut its file.
 bool DataPersistenceTask::checkSizeOfFile() {
-  if (phase_ != Phase::kNetworkEnded || _streaming || !hasStablePath() || _totalFileSize <= 0) {
-    return true;
-  }
+  if (_streaming || !hasStablePath() || _totalFileSize <= 0) return true;
   const std::string path = getFilePath();
   _totalSizeWritten = static_cast<std::int64_t>(DownloadFile::sizeAt(path));
   if (_totalSizeWritten == _totalFileSize) return true;
@@ -391,6 +389,8 @@ void DataPersistenceTask::takeEndBack() {
 void DataPersistenceTask::checkIfTaskCompleted(bool isReceivedChunkNil) {
   if (_isAsteriskRecieved) return checkIfTaskOfUnknownSizeCompleted(isReceivedChunkNil);
   if (_totalSizeWritten >= _totalFileSize && _totalFileSize > 0) {
+    // The network task may have ended already: then this end is the download's.
+    if (phase_ == Phase::kReceiving && !checkSizeOfFile()) return;
     logger().logDebug(texts::kDownloadedInRanges, getBlobID());
     return end();
   }
