@@ -1,7 +1,7 @@
 #include "Sandbox/RequestPipeline.h"
 
-#include "Sandbox/ControlRoute.h"
-#include "Sandbox/RangeFault.h"
+#include "Sandbox/Control/ControlRoute.h"
+#include "Sandbox/Faults/RangeFault.h"
 #include "Sandbox/ServiceStatus.h"
 #include "Sandbox/TokenHeader.h"
 

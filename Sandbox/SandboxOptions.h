@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Sandbox/DeleteKind.h"
-#include "Sandbox/ObjectStoreOptions.h"
-#include "Sandbox/TemplateKind.h"
+#include "Sandbox/Files/DeleteKind.h"
+#include "Sandbox/Files/TemplateKind.h"
+#include "Sandbox/Online/ObjectStoreOptions.h"
 
 #include <cstdint>
 #include <string>

@@ -3,7 +3,7 @@
 #include "Cli/Session.h"
 #include "Cli/TemporaryDirectory.h"
 #include "Platform/Foundation/Error.h"
-#include "Sandbox/ExampleDatabase.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>

@@ -9,7 +9,7 @@
 #include "Cli/Demo/DemoStage.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
-#include "Sandbox/ObjectStoreOptions.h"
+#include "Sandbox/Online/ObjectStoreOptions.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,5 @@
-#include "Sandbox/ExampleDatabase.h"
-#include "Sandbox/GeneratedBytes.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
+#include "Sandbox/Blobs/GeneratedBytes.h"
 #include "tests/support/Await.h"
 #include "tests/support/CliFixture.h"
 

@@ -1,4 +1,4 @@
-#include "Sandbox/GeneratedBytes.h"
+#include "Sandbox/Blobs/GeneratedBytes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SandboxFixture.h"
 

@@ -1,8 +1,8 @@
-#include "Sandbox/ByteRange.h"
-#include "Sandbox/Digest.h"
-#include "Sandbox/FilterParser.h"
-#include "Sandbox/HttpRequest.h"
-#include "Sandbox/SignatureVerifier.h"
+#include "Sandbox/Files/FilterParser.h"
+#include "Sandbox/Http/ByteRange.h"
+#include "Sandbox/Http/HttpRequest.h"
+#include "Sandbox/Online/Digest.h"
+#include "Sandbox/Online/SignatureVerifier.h"
 
 #include <gtest/gtest.h>
 

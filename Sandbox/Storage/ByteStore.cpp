@@ -1,0 +1,135 @@
+#include "Sandbox/Storage/ByteStore.h"
+
+#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/Storage/BlobWriter.h"
+#include "Sandbox/Storage/RandomName.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <unistd.h>
+#include <utility>
+
+namespace varo::sandbox {
+namespace {
+
+WriteProblem inProgress() {
+  return {kWrongState, "another request is writing these bytes right now"};
+}
+
+}  // namespace
+
+ByteStore::ByteStore(std::string directory, std::string area, RecordStore& records)
+    : directory_(std::move(directory)), area_(std::move(area)), records_(records) {}
+
+std::optional<BlobState> ByteStore::state(std::string_view key) const {
+  return records_.findBlob(area_, key);
+}
+
+std::optional<ByteStore::Stored> ByteStore::open(std::string_view key) const {
+  // The file may be replaced between the two steps; then the record names another one.
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    auto state = records_.findBlob(area_, key);
+    if (!state) return std::nullopt;
+    if (auto file = DiskFile::open(pathOf(state->fileName), DiskFile::Mode::kRead)) {
+      return Stored{*std::move(state), std::move(file)};
+    }
+  }
+  return std::nullopt;
+}
+
+ByteStore::WriterOrProblem ByteStore::writeWhole(const std::string& key) {
+  Lease lease = acquire(key);
+  if (!lease) return inProgress();
+  BlobState next;
+  next.fileName = randomName();
+  auto file = DiskFile::open(pathOf(next.fileName), DiskFile::Mode::kTruncate);
+  return std::make_unique<BlobWriter>(*this, std::move(lease), key, 0,
+                                      state(key).value_or(BlobState{}), std::move(next),
+                                      std::move(file));
+}
+
+ByteStore::WriterOrProblem ByteStore::writeChunk(const std::string& key, std::uint64_t sequence) {
+  if (sequence == 0) return WriteProblem{kBadChunk, "chunks are numbered from 1"};
+  Lease lease = acquire(key);
+  if (!lease) return inProgress();
+  const BlobState previous = state(key).value_or(BlobState{});
+  const auto refuse = [](std::string reason) { return WriteProblem{kBadChunk, std::move(reason)}; };
+  if (sequence > 1 && sequence != previous.chunks && sequence != previous.chunks + 1) {
+    return refuse(
+        fmt::format("chunk {} is out of order: {} came before", sequence, previous.chunks));
+  }
+  const std::uint64_t full = previous.chunks * previous.chunkLength;
+  if (sequence > 1 && sequence == previous.chunks + 1 && previous.size != full) {
+    return refuse(fmt::format("chunk {} comes after a short one, which was the last", sequence));
+  }
+  if (sequence > 1 && previous.chunkLength == 0) {
+    return refuse("the first chunk was empty, so no other can follow");
+  }
+  BlobState next = previous;
+  if (sequence == 1) next = {randomName(), 0, 0, 0, ""};
+  auto file = DiskFile::open(pathOf(next.fileName), sequence == 1 ? DiskFile::Mode::kTruncate
+                                                                  : DiskFile::Mode::kReadWrite);
+  return std::make_unique<BlobWriter>(*this, std::move(lease), key, sequence, previous,
+                                      std::move(next), std::move(file));
+}
+
+ByteStore::WriterOrProblem ByteStore::append(const std::string& key) {
+  return writeChunk(key, state(key).value_or(BlobState{}).chunks + 1);
+}
+
+bool ByteStore::remove(const std::string& key) {
+  const Lease lease = acquire(key);
+  return lease && removeLeased(key);
+}
+
+void ByteStore::discard(const std::string& key) {
+  const Lease lease = acquire(key, Afterwards::kDiscard);
+  if (lease) removeLeased(key);
+}
+
+bool ByteStore::removeLeased(const std::string& key) {
+  const auto found = state(key);
+  if (!found) return false;
+  records_.removeBlob(area_, key);
+  ::unlink(pathOf(found->fileName).c_str());
+  return true;
+}
+
+ByteStore::Lease ByteStore::acquire(const std::string& key, Afterwards afterwards) {
+  const std::lock_guard lock(mutex_);
+  const auto [entry, isFree] = busy_.try_emplace(key, Afterwards::kKeep);
+  if (!isFree) {
+    if (afterwards == Afterwards::kDiscard) entry->second = afterwards;
+    return nullptr;
+  }
+  return {&busy_, [this, key](void*) { release(key); }};
+}
+
+void ByteStore::release(const std::string& key) noexcept {
+  auto afterwards = Afterwards::kKeep;
+  {
+    const std::lock_guard lock(mutex_);
+    const auto entry = busy_.find(key);
+    afterwards = entry->second;
+    busy_.erase(entry);
+  }
+  if (afterwards == Afterwards::kKeep) return;
+  try {
+    discard(key);
+  } catch (const std::exception&) {
+    // The database fails. Nobody waits for an answer here, and the bytes have no record any more.
+  }
+}
+
+std::string ByteStore::pathOf(const std::string& fileName) const {
+  return directory_ + "/" + fileName;
+}
+
+void ByteStore::publish(const std::string& key, const BlobState& state,
+                        const std::string& oldFileName) {
+  records_.putBlob(area_, key, state);
+  if (!oldFileName.empty() && oldFileName != state.fileName) ::unlink(pathOf(oldFileName).c_str());
+}
+
+}  // namespace varo::sandbox
