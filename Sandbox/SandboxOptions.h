@@ -2,7 +2,7 @@
 
 #include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Files/TemplateKind.h"
-#include "Sandbox/Online/ObjectStoreOptions.h"
+#include "Sandbox/Online/SignedStoreOptions.h"
 
 #include <cstdint>
 #include <string>
@@ -29,7 +29,7 @@ struct SandboxOptions {
   /// Of files that ask for nothing special.
   DeleteKind defaultDelete;
   /// Of online transfers.
-  ObjectStoreOptions objectStore;
+  SignedStoreOptions objectStore;
 };
 
 }  // namespace varo::sandbox

@@ -6,19 +6,19 @@
 #include "Sandbox/Control/ControlService.h"
 #include "Sandbox/Control/RequestLog.h"
 #include "Sandbox/Faults/FaultInjector.h"
-#include "Sandbox/Files/BytesService.h"
+#include "Sandbox/Files/ContentService.h"
 #include "Sandbox/Files/DeleteDefault.h"
 #include "Sandbox/Files/DeleteService.h"
-#include "Sandbox/Files/ObjectService.h"
-#include "Sandbox/Files/OutsideStore.h"
+#include "Sandbox/Files/PlainStore.h"
+#include "Sandbox/Files/RecordService.h"
 #include "Sandbox/Http/HttpListener.h"
 #include "Sandbox/Http/StopSignal.h"
-#include "Sandbox/Online/ObjectStore.h"
 #include "Sandbox/Online/OnlineService.h"
+#include "Sandbox/Online/SignedStore.h"
 #include "Sandbox/RequestPipeline.h"
 #include "Sandbox/ServicePaths.h"
-#include "Sandbox/Storage/ByteStore.h"
-#include "Sandbox/Storage/RecordStore.h"
+#include "Sandbox/Storage/DiskStore.h"
+#include "Sandbox/Storage/RecordDatabase.h"
 
 #include <fmt/format.h>
 
@@ -69,22 +69,22 @@ struct SandboxServer::Running {
   Running(const SandboxOptions& options, Shared& shared)
       : records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
         serviceBytes(madeDirectory(options.dataDirectory + "/files"), "files", records),
-        outsideBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
+        plainBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
         blobBytes(madeDirectory(options.dataDirectory + "/blobs"), "blobs", records),
-        storeBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
+        signedBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
         blobs(records, blobBytes),
-        objectService({records, serviceBytes, outsideBytes}, options.defaultTemplate,
+        recordService({records, serviceBytes, plainBytes}, options.defaultTemplate,
                       [this, address = options.address] { return origin(address, store.port()); }),
-        bytesService(records, serviceBytes),
-        deleteService({records, serviceBytes, outsideBytes}, shared.defaultDelete),
+        contentService(records, serviceBytes),
+        deleteService({records, serviceBytes, plainBytes}, shared.defaultDelete),
         blobService(blobs),
-        onlineService(storeBytes, options.objectStore,
+        onlineService(signedBytes, options.objectStore,
                       [this, address = options.address] {
                         return OnlineService::Origins{origin(address, service.port()),
                                                       origin(address, store.port())};
                       }),
-        outsideStore(outsideBytes),
-        objectStore(storeBytes, options.objectStore),
+        plainStore(plainBytes),
+        signedStore(signedBytes, options.objectStore),
         controlService(shared.faults, shared.log, shared.defaultDelete),
         blobControl(blobs),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
@@ -98,34 +98,34 @@ struct SandboxServer::Running {
                 [this](HttpRequest& request, RequestBody& body) {
                   return servicePipeline.handle(request, body);
                 }) {
-    objectService.registerRoutes(servicePipeline.router());
-    bytesService.registerRoutes(servicePipeline.router());
+    recordService.registerRoutes(servicePipeline.router());
+    contentService.registerRoutes(servicePipeline.router());
     deleteService.registerRoutes(servicePipeline.router());
     blobService.registerRoutes(servicePipeline.router());
     blobControl.registerRoutes(servicePipeline.router());
     controlService.registerRoutes(servicePipeline.router());
     onlineService.registerRoutes(servicePipeline.router());
-    outsideStore.registerRoutes(storePipeline.router());
+    plainStore.registerRoutes(storePipeline.router());
     // Last, since it takes whatever is left.
-    objectStore.registerRoutes(storePipeline.router());
+    signedStore.registerRoutes(storePipeline.router());
   }
 
   ~Running() { stopSignal.raise(); }
 
   StopSignal stopSignal;
-  RecordStore records;
-  ByteStore serviceBytes;
-  ByteStore outsideBytes;
-  ByteStore blobBytes;
-  ByteStore storeBytes;
+  RecordDatabase records;
+  DiskStore serviceBytes;
+  DiskStore plainBytes;
+  DiskStore blobBytes;
+  DiskStore signedBytes;
   BlobCatalog blobs;
-  ObjectService objectService;
-  BytesService bytesService;
+  RecordService recordService;
+  ContentService contentService;
   DeleteService deleteService;
   BlobService blobService;
   OnlineService onlineService;
-  OutsideStore outsideStore;
-  ObjectStore objectStore;
+  PlainStore plainStore;
+  SignedStore signedStore;
   ControlService controlService;
   BlobControl blobControl;
   RequestPipeline servicePipeline;

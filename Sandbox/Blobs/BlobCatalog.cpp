@@ -3,7 +3,7 @@
 #include "Sandbox/Blobs/BlobObjectJson.h"
 #include "Sandbox/Blobs/GeneratedBytes.h"
 #include "Sandbox/Http/JsonText.h"
-#include "Sandbox/Storage/BlobWriter.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/serialize.hpp>
@@ -31,7 +31,7 @@ std::string nameOf(const BlobKey& key) {
 
 }  // namespace
 
-BlobCatalog::BlobCatalog(RecordStore& records, ByteStore& bytes)
+BlobCatalog::BlobCatalog(RecordDatabase& records, DiskStore& bytes)
     : records_(records), bytes_(bytes) {}
 
 std::optional<BlobObject> BlobCatalog::findObject(const BlobKey& key) const {
@@ -65,7 +65,7 @@ void BlobCatalog::put(const BlobKey& key, const BlobObject& object) {
   if (object.generated) bytes_.discard(name);
 }
 
-ByteStore::WriterOrProblem BlobCatalog::write(const BlobKey& key) {
+DiskStore::WriterOrProblem BlobCatalog::write(const BlobKey& key) {
   return bytes_.writeWhole(nameOf(key));
 }
 

@@ -2,8 +2,8 @@
 
 #include "Sandbox/Blobs/BlobObject.h"
 #include "Sandbox/Storage/ByteSource.h"
-#include "Sandbox/Storage/ByteStore.h"
-#include "Sandbox/Storage/RecordStore.h"
+#include "Sandbox/Storage/DiskStore.h"
+#include "Sandbox/Storage/RecordDatabase.h"
 
 #include <cstdint>
 #include <memory>
@@ -13,7 +13,7 @@
 namespace varo::sandbox {
 
 /// The objects of the blob service: what each is, and the bytes of those that are stored.
-/// Thread-safe. Exceptions of the record store pass through.
+/// Thread-safe. Exceptions of the record database pass through.
 class BlobCatalog {
  public:
   struct Found {
@@ -23,7 +23,7 @@ class BlobCatalog {
     std::string entityTag;  ///< Strong: another content has another one.
   };
 
-  BlobCatalog(RecordStore& records, ByteStore& bytes);
+  BlobCatalog(RecordDatabase& records, DiskStore& bytes);
 
   [[nodiscard]] std::optional<Found> find(const BlobKey& key) const;
   [[nodiscard]] std::optional<BlobObject> findObject(const BlobKey& key) const;
@@ -32,15 +32,15 @@ class BlobCatalog {
   void put(const BlobKey& key, const BlobObject& object);
   /// Begins to store the bytes of `key`; once they are complete, `putStored` makes them its
   /// content.
-  [[nodiscard]] ByteStore::WriterOrProblem write(const BlobKey& key);
+  [[nodiscard]] DiskStore::WriterOrProblem write(const BlobKey& key);
   /// Whatever else is known under `key` stays.
   void putStored(const BlobKey& key);
   /// Forgets all objects.
   void clear();
 
  private:
-  RecordStore& records_;
-  ByteStore& bytes_;
+  RecordDatabase& records_;
+  DiskStore& bytes_;
 };
 
 }  // namespace varo::sandbox

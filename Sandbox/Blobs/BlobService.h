@@ -7,7 +7,7 @@
 namespace varo::sandbox {
 
 /// The binary columns of records, at {base}{scope}/{object}/binary?{primary keys}&type=bytes.
-/// Thread-safe. Exceptions of the record store pass through.
+/// Thread-safe. Exceptions of the record database pass through.
 class BlobService {
  public:
   explicit BlobService(const BlobCatalog& blobs);

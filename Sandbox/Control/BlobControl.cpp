@@ -4,8 +4,8 @@
 #include "Sandbox/Control/ControlRoute.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/ServiceStatus.h"
-#include "Sandbox/Storage/BlobWriter.h"
-#include "Sandbox/Storage/BytesReceiver.h"
+#include "Sandbox/Storage/BodyReceiver.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
@@ -81,8 +81,8 @@ HttpResponse BlobControl::store(const HttpRequest& request, RequestBody& body) {
   const BlobKey key{request.pathArguments[0], request.pathArguments[1], request.parameters};
   auto writer = blobs_.write(key);
   if (const auto* problem = std::get_if<WriteProblem>(&writer)) return refusal(*problem);
-  BlobWriter& blob = *std::get<std::unique_ptr<BlobWriter>>(writer);
-  if (const auto problem = receiveBytes(request, body, blob)) return refusal(*problem);
+  DiskWriter& blob = *std::get<std::unique_ptr<DiskWriter>>(writer);
+  if (const auto problem = receiveBody(request, body, blob)) return refusal(*problem);
   blobs_.putStored(key);
   return done();
 }

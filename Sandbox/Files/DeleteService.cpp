@@ -32,10 +32,10 @@ HttpResponse jsonResponse(int status, json::object entries) {
 }
 
 // An upload that is not committed is nobody's but that client's who knows its id.
-RecordStore::Scope scopeOf(const Filter& filter) {
+RecordDatabase::Scope scopeOf(const Filter& filter) {
   const bool byId = std::any_of(filter.begin(), filter.end(),
                                 [](const auto& term) { return term.first == "file_id"; });
-  return byId ? RecordStore::Scope::kAll : RecordStore::Scope::kCommitted;
+  return byId ? RecordDatabase::Scope::kAll : RecordDatabase::Scope::kCommitted;
 }
 
 std::vector<std::string> idsOf(const std::vector<FileRecord>& files) {
@@ -134,7 +134,7 @@ void DeleteService::removeFiles(const std::vector<std::string>& ids) {
   for (const std::string& id : ids) {
     stores_.records.remove(id);
     stores_.serviceBytes.discard(id);
-    stores_.outsideBytes.discard(id);
+    stores_.plainBytes.discard(id);
   }
 }
 

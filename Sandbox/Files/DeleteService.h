@@ -13,8 +13,8 @@
 namespace varo::sandbox {
 
 /// Deletes files that a filter selects, at once or later, and tells how far it is. A delete by id
-/// is also how an upload is given up before its commit. Thread-safe. Exceptions of the record store
-/// pass through.
+/// is also how an upload is given up before its commit. Thread-safe. Exceptions of the record
+/// database pass through.
 class DeleteService {
  public:
   DeleteService(FileStores stores, const DeleteDefault& defaultKind);

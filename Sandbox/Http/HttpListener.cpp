@@ -1,7 +1,7 @@
 #include "Sandbox/Http/HttpListener.h"
 
-#include "Sandbox/Http/Connection.h"
 #include "Sandbox/Http/ConnectionThreads.h"
+#include "Sandbox/Http/HttpConnection.h"
 
 #include <fmt/format.h>
 #include <httplib.h>
@@ -26,7 +26,7 @@ constexpr int kTransferTimeoutSeconds = 30;
 /// A request on its way through the HTTP library, which passes no context of ours along.
 struct Exchange {
   HttpRequest& request;
-  Connection& connection;
+  HttpConnection& connection;
   bool mustClose = false;
 };
 thread_local Exchange* currentExchange = nullptr;
@@ -122,7 +122,7 @@ class BodySender {
   std::unique_ptr<char[]> block_;
 };
 
-void sendEndlessHeaders(Connection& connection, const StopSignal& stopSignal) {
+void sendEndlessHeaders(HttpConnection& connection, const StopSignal& stopSignal) {
   const std::string filler(1000, 'x');
   bool open = connection.writeAll("HTTP/1.1 200 OK\r\n");
   for (int n = 0; open && !stopSignal.raised(); ++n) {
@@ -191,7 +191,7 @@ class HttpListener::Server final : public httplib::Server {
 
  private:
   bool process_and_close_socket(socket_t socket) override {
-    Connection connection(socket);
+    HttpConnection connection(socket);
     if (admit(socket)) {
       serve(connection);
       connection.closeGently();
@@ -213,12 +213,12 @@ class HttpListener::Server final : public httplib::Server {
     for (const socket_t socket : open_) ::shutdown(socket, SHUT_RDWR);
   }
 
-  void serve(Connection& connection) {
+  void serve(HttpConnection& connection) {
     const auto mayWait = [this] { return !owner_.stopSignal_.raised() && !threads_->crowded(); };
     for (;;) {
       const auto arrival = connection.awaitHead(mayWait);
-      if (arrival == Connection::Arrival::kClosed) return;
-      if (arrival == Connection::Arrival::kTooLarge) {
+      if (arrival == HttpConnection::Arrival::kClosed) return;
+      if (arrival == HttpConnection::Arrival::kTooLarge) {
         return refuse(connection, {431, "the request head is too large"});
       }
       auto head = parseRequestHead(connection.head());
@@ -231,7 +231,7 @@ class HttpListener::Server final : public httplib::Server {
     }
   }
 
-  bool serveRequest(Connection& connection, HttpRequest& request) {
+  bool serveRequest(HttpConnection& connection, HttpRequest& request) {
     request.fromLoopback = connection.peerIsLoopback();
     connection.present(canonicalHead(request));
     Exchange exchange{request, connection};
@@ -244,7 +244,7 @@ class HttpListener::Server final : public httplib::Server {
   }
 
   // A head that cannot be understood: nobody knows where the next request begins.
-  static void refuse(Connection& connection, const BadRequest& bad) {
+  static void refuse(HttpConnection& connection, const BadRequest& bad) {
     const HttpResponse response = errorResponse(bad.status, bad.reason, bad.status);
     static_cast<void>(connection.writeAll(
         fmt::format("HTTP/1.1 {} Refused\r\nContent-Type: {}\r\nContent-Length: {}\r\nConnection: "

@@ -18,7 +18,7 @@ std::string_view authorityOf(std::string_view url) {
   return url.substr(0, url.find('/'));
 }
 
-std::string signedPath(const ObjectStoreOptions& keys, std::string_view method,
+std::string signedPath(const SignedStoreOptions& keys, std::string_view method,
                        std::string_view authority, std::string_view key, sigv4::Time now) {
   const std::string timestamp = sigv4::timestampOf(now);
   const sigv4::Scope scope{timestamp.substr(0, 8), keys.region, std::string(sigv4::kService)};

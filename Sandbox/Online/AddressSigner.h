@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Sandbox/Online/ObjectStoreOptions.h"
 #include "Sandbox/Online/SignatureV4.h"
+#include "Sandbox/Online/SignedStoreOptions.h"
 
 #include <string>
 #include <string_view>
@@ -13,7 +13,7 @@ namespace varo::sandbox {
 
 /// The path of an object with its query, signed under the store's keys at `now`, so that who has it
 /// needs no keys. Good for an hour and for `method` only. `authority` is the store's.
-[[nodiscard]] std::string signedPath(const ObjectStoreOptions& keys, std::string_view method,
+[[nodiscard]] std::string signedPath(const SignedStoreOptions& keys, std::string_view method,
                                      std::string_view authority, std::string_view key,
                                      sigv4::Time now);
 

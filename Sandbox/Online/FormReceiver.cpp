@@ -2,7 +2,7 @@
 
 #include "Sandbox/Http/MultipartReader.h"
 #include "Sandbox/ServiceStatus.h"
-#include "Sandbox/Storage/BytesReceiver.h"
+#include "Sandbox/Storage/BodyReceiver.h"
 
 #include <fmt/format.h>
 
@@ -40,7 +40,7 @@ std::optional<std::string> parameterOf(std::string_view disposition, std::string
 
 class Form {
  public:
-  explicit Form(BlobWriter& writer) : writer_(writer) {}
+  explicit Form(DiskWriter& writer) : writer_(writer) {}
 
   bool begin(std::string_view head) {
     const std::string_view disposition = dispositionOf(head);
@@ -77,7 +77,7 @@ class Form {
     return false;
   }
 
-  BlobWriter& writer_;
+  DiskWriter& writer_;
   std::vector<FormPart> parts_;
   std::size_t files_ = 0;
   std::size_t textBytes_ = 0;
@@ -88,7 +88,7 @@ class Form {
 
 std::variant<std::vector<FormPart>, WriteProblem> receiveForm(const HttpRequest& request,
                                                               RequestBody& body,
-                                                              BlobWriter& writer) {
+                                                              DiskWriter& writer) {
   if (!isMultipart(request)) return WriteProblem{kWrongUploadMode, "the body is no form"};
   Form form(writer);
   MultipartReader reader(

@@ -2,7 +2,7 @@
 
 #include "Sandbox/Http/HttpRequest.h"
 #include "Sandbox/Http/RequestBody.h"
-#include "Sandbox/Storage/BlobWriter.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include <cstdint>
 #include <optional>
@@ -25,6 +25,6 @@ struct FormPart {
 /// are counted, all else is kept as text. Nothing more of a file is held than the piece on its way.
 /// `writer` is not finished.
 [[nodiscard]] std::variant<std::vector<FormPart>, WriteProblem> receiveForm(
-    const HttpRequest& request, RequestBody& body, BlobWriter& writer);
+    const HttpRequest& request, RequestBody& body, DiskWriter& writer);
 
 }  // namespace varo::sandbox

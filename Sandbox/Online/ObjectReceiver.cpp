@@ -1,7 +1,7 @@
 #include "Sandbox/Online/ObjectReceiver.h"
 
-#include "Sandbox/Storage/BlobWriter.h"
-#include "Sandbox/Storage/BytesReceiver.h"
+#include "Sandbox/Storage/BodyReceiver.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include <memory>
 #include <utility>
@@ -9,11 +9,11 @@
 namespace varo::sandbox {
 
 std::variant<ReceivedObject, WriteProblem> receiveObject(const HttpRequest& request,
-                                                         RequestBody& body, ByteStore& objects,
+                                                         RequestBody& body, DiskStore& objects,
                                                          const std::string& key) {
   auto begun = objects.writeWhole(key);
   if (auto* problem = std::get_if<WriteProblem>(&begun)) return std::move(*problem);
-  BlobWriter& writer = *std::get<std::unique_ptr<BlobWriter>>(begun);
+  DiskWriter& writer = *std::get<std::unique_ptr<DiskWriter>>(begun);
   std::vector<FormPart> parts;
   if (request.method == "POST") {
     auto form = receiveForm(request, body, writer);

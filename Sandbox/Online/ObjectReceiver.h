@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Sandbox/Online/FormReceiver.h"
-#include "Sandbox/Storage/ByteStore.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 #include <string>
 #include <variant>
@@ -11,7 +11,7 @@ namespace varo::sandbox {
 
 /// An object that is stored now.
 struct ReceivedObject {
-  BlobState state;
+  StoredBytes state;
   std::vector<FormPart> parts{};  ///< Of the form that it came in.
 };
 
@@ -19,7 +19,7 @@ struct ReceivedObject {
 /// object is there when it is complete; until then, or after a problem, the one before stays.
 [[nodiscard]] std::variant<ReceivedObject, WriteProblem> receiveObject(const HttpRequest& request,
                                                                        RequestBody& body,
-                                                                       ByteStore& objects,
+                                                                       DiskStore& objects,
                                                                        const std::string& key);
 
 }  // namespace varo::sandbox

@@ -78,7 +78,7 @@ sigv4::Time thisMoment() {
 
 }  // namespace
 
-OnlineService::OnlineService(ByteStore& objects, ObjectStoreOptions options,
+OnlineService::OnlineService(DiskStore& objects, SignedStoreOptions options,
                              std::function<Origins()> origins)
     : objects_(objects), options_(std::move(options)), origins_(std::move(origins)) {}
 

@@ -2,9 +2,9 @@
 
 #include "Sandbox/Http/HttpResponse.h"
 #include "Sandbox/Http/Router.h"
-#include "Sandbox/Online/ObjectStoreOptions.h"
 #include "Sandbox/Online/OnlineTemplateKind.h"
-#include "Sandbox/Storage/ByteStore.h"
+#include "Sandbox/Online/SignedStoreOptions.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 #include <boost/json/object.hpp>
 
@@ -15,7 +15,7 @@ namespace varo::sandbox {
 
 /// The service's side of online transfers: {services}/online/templates hands out upload templates,
 /// and {services}/online/objects/{key} is a way to the store's objects through the service.
-/// Thread-safe. Exceptions of the record store pass through.
+/// Thread-safe. Exceptions of the record database pass through.
 class OnlineService {
  public:
   /// Where the service itself and the sandbox's own store are: scheme, host and port.
@@ -25,7 +25,7 @@ class OnlineService {
   };
 
   /// `origins` is asked with each request, since the ports are known only then.
-  OnlineService(ByteStore& objects, ObjectStoreOptions options, std::function<Origins()> origins);
+  OnlineService(DiskStore& objects, SignedStoreOptions options, std::function<Origins()> origins);
 
   void registerRoutes(Router& router);
 
@@ -39,8 +39,8 @@ class OnlineService {
   [[nodiscard]] HttpResponse write(const HttpRequest& request, RequestBody& body);
   [[nodiscard]] HttpResponse read(const HttpRequest& request) const;
 
-  ByteStore& objects_;
-  const ObjectStoreOptions options_;
+  DiskStore& objects_;
+  const SignedStoreOptions options_;
   const std::function<Origins()> origins_;
 };
 

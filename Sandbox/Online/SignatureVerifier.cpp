@@ -42,7 +42,7 @@ std::optional<StoreError> checkSignedHeaders(const HttpRequest& request,
 
 }  // namespace
 
-SignatureVerifier::SignatureVerifier(ObjectStoreOptions options) : options_(std::move(options)) {}
+SignatureVerifier::SignatureVerifier(SignedStoreOptions options) : options_(std::move(options)) {}
 
 std::variant<SignatureVerifier::PayloadHash, StoreError> SignatureVerifier::verify(
     const HttpRequest& request, sigv4::Time now) const {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Sandbox/Online/ObjectStoreOptions.h"
 #include "Sandbox/Online/SignatureClaim.h"
+#include "Sandbox/Online/SignedStoreOptions.h"
 
 #include <optional>
 #include <string>
@@ -16,7 +16,7 @@ class SignatureVerifier {
   /// The SHA-256 that the body must turn out to have, in hexadecimal; absent: any body will do.
   using PayloadHash = std::optional<std::string>;
 
-  explicit SignatureVerifier(ObjectStoreOptions options);
+  explicit SignatureVerifier(SignedStoreOptions options);
 
   /// `now` is the store's clock.
   [[nodiscard]] std::variant<PayloadHash, StoreError> verify(const HttpRequest& request,
@@ -30,7 +30,7 @@ class SignatureVerifier {
   [[nodiscard]] Problem checkSignature(const HttpRequest& request,
                                        const SignatureClaim& claim) const;
 
-  const ObjectStoreOptions options_;
+  const SignedStoreOptions options_;
 };
 
 }  // namespace varo::sandbox

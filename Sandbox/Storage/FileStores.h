@@ -1,15 +1,15 @@
 #pragma once
 
-#include "Sandbox/Storage/ByteStore.h"
-#include "Sandbox/Storage/RecordStore.h"
+#include "Sandbox/Storage/DiskStore.h"
+#include "Sandbox/Storage/RecordDatabase.h"
 
 namespace varo::sandbox {
 
 /// Where a file is kept: its record, and its bytes in one of two places. They outlive the services.
 struct FileStores {
-  RecordStore& records;
-  ByteStore& serviceBytes;
-  ByteStore& outsideBytes;
+  RecordDatabase& records;
+  DiskStore& serviceBytes;
+  DiskStore& plainBytes;
 };
 
 }  // namespace varo::sandbox

@@ -1,9 +1,9 @@
-#include "Sandbox/Files/OutsideStore.h"
+#include "Sandbox/Files/PlainStore.h"
 
 #include "Sandbox/ServicePaths.h"
 #include "Sandbox/ServiceStatus.h"
-#include "Sandbox/Storage/BlobWriter.h"
-#include "Sandbox/Storage/BytesReceiver.h"
+#include "Sandbox/Storage/BodyReceiver.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include <fmt/format.h>
 
@@ -29,9 +29,9 @@ HttpResponse refusal(const WriteProblem& problem) {
 
 }  // namespace
 
-OutsideStore::OutsideStore(ByteStore& bytes) : bytes_(bytes) {}
+PlainStore::PlainStore(DiskStore& bytes) : bytes_(bytes) {}
 
-void OutsideStore::registerRoutes(Router& router) {
+void PlainStore::registerRoutes(Router& router) {
   const std::string path = fmt::format("{}*", kStoreObjectsPath);
   const auto writer = [this](const HttpRequest& request, RequestBody& body) {
     return write(request, body);
@@ -44,7 +44,7 @@ void OutsideStore::registerRoutes(Router& router) {
              [this](const HttpRequest& request, RequestBody&) { return remove(request); });
 }
 
-HttpResponse OutsideStore::write(const HttpRequest& request, RequestBody& body) {
+HttpResponse PlainStore::write(const HttpRequest& request, RequestBody& body) {
   const std::string& key = request.pathArguments.front();
   if (key.empty()) return plainError(400, "the object's name is missing");
   if (request.method == "POST" && !request.hasBody()) {
@@ -53,20 +53,20 @@ HttpResponse OutsideStore::write(const HttpRequest& request, RequestBody& body) 
   const std::string* mode = request.parameter("mode");
   auto writer = mode != nullptr && *mode == "append" ? bytes_.append(key) : bytes_.writeWhole(key);
   if (const auto* problem = std::get_if<WriteProblem>(&writer)) return refusal(*problem);
-  BlobWriter& blob = *std::get<std::unique_ptr<BlobWriter>>(writer);
-  if (const auto problem = receiveBytes(request, body, blob)) return refusal(*problem);
+  DiskWriter& blob = *std::get<std::unique_ptr<DiskWriter>>(writer);
+  if (const auto problem = receiveBody(request, body, blob)) return refusal(*problem);
   HttpResponse response;
   response.headers.emplace_back("ETag", blob.state().entityTag);
   return response;
 }
 
-HttpResponse OutsideStore::read(const HttpRequest& request) const {
+HttpResponse PlainStore::read(const HttpRequest& request) const {
   const auto stored = bytes_.open(request.pathArguments.front());
   if (!stored) return plainError(404, "there is no such object");
   return rangeResponse(request, {stored->file, stored->state.size, stored->state.entityTag});
 }
 
-HttpResponse OutsideStore::remove(const HttpRequest& request) {
+HttpResponse PlainStore::remove(const HttpRequest& request) {
   if (!bytes_.remove(request.pathArguments.front())) {
     return plainError(404, "there is no such object");
   }

@@ -1,4 +1,4 @@
-#include "Sandbox/Files/ObjectService.h"
+#include "Sandbox/Files/RecordService.h"
 
 #include "Sandbox/Files/DeleteJson.h"
 #include "Sandbox/Files/FilterParser.h"
@@ -66,7 +66,7 @@ std::optional<TemplateKind> wishedKind(const json::object& metadata, TemplateKin
   return wish ? templateKindFrom(*wish, defaults) : std::nullopt;
 }
 
-RecordStore::Properties propertiesOf(const FileRecord& record, const json::object& metadata) {
+RecordDatabase::Properties propertiesOf(const FileRecord& record, const json::object& metadata) {
   auto properties = scalarEntries(metadata);
   properties.emplace_back("file_id", record.id);
   if (record.committed) properties.emplace_back("file_size", std::to_string(record.size));
@@ -93,11 +93,11 @@ bool hasEntityTag(const json::object& properties, const std::string& entityTag) 
 
 }  // namespace
 
-ObjectService::ObjectService(FileStores stores, TemplateKind defaultTemplate,
+RecordService::RecordService(FileStores stores, TemplateKind defaultTemplate,
                              std::function<std::string()> storeUrl)
     : stores_(stores), defaultTemplate_(defaultTemplate), storeUrl_(std::move(storeUrl)) {}
 
-void ObjectService::registerRoutes(Router& router) {
+void RecordService::registerRoutes(Router& router) {
   const std::string path = fmt::format("{}{}{}", kServicesPath, kStoragePath, kFilesPath);
   router.add("GET", path,
              [this](const HttpRequest& request, RequestBody&) { return list(request); });
@@ -109,7 +109,7 @@ void ObjectService::registerRoutes(Router& router) {
   });
 }
 
-HttpResponse ObjectService::list(const HttpRequest& request) const {
+HttpResponse RecordService::list(const HttpRequest& request) const {
   const std::string* text = request.parameter("$filter");
   const auto filter = parseFilter(text == nullptr ? "" : *text);
   if (const auto* problem = std::get_if<FilterProblem>(&filter)) {
@@ -126,7 +126,7 @@ HttpResponse ObjectService::list(const HttpRequest& request) const {
   return response;
 }
 
-std::string ObjectService::recordText(const FileRecord& record) const {
+std::string RecordService::recordText(const FileRecord& record) const {
   json::object object = parseJsonObject(record.metadata).value_or(json::object());
   object["file_id"] = record.id;
   object["file_size"] = record.size;
@@ -142,7 +142,7 @@ std::string ObjectService::recordText(const FileRecord& record) const {
   return json::serialize(object);
 }
 
-HttpResponse ObjectService::create(RequestBody& body) {
+HttpResponse RecordService::create(RequestBody& body) {
   auto read = readObject(body);
   if (auto* refusal = std::get_if<HttpResponse>(&read)) return std::move(*refusal);
   const json::object& entries = std::get<json::object>(read);
@@ -162,7 +162,7 @@ HttpResponse ObjectService::create(RequestBody& body) {
   return success({{"file_id", record.id}, {"upload_template", uploadTemplate(record.id, *kind)}});
 }
 
-std::string ObjectService::uploadTemplate(const std::string& id, const TemplateKind& kind) const {
+std::string RecordService::uploadTemplate(const std::string& id, const TemplateKind& kind) const {
   if (kind.domain == TemplateKind::Domain::kService) {
     return uploadTemplateText(kind, kServiceDomain,
                               fmt::format("{}{}{}", kStoragePath, kBytesPath, id));
@@ -174,7 +174,7 @@ std::string ObjectService::uploadTemplate(const std::string& id, const TemplateK
                                         appends ? kAppendQuery : ""));
 }
 
-HttpResponse ObjectService::put(const HttpRequest& request, RequestBody& body) {
+HttpResponse RecordService::put(const HttpRequest& request, RequestBody& body) {
   const std::string* override = request.header("X-HTTP-Method-Override");
   if (override == nullptr || equalIgnoringCase(*override, "PUT")) {
     return change(body, Change::kUpdate);
@@ -183,7 +183,7 @@ HttpResponse ObjectService::put(const HttpRequest& request, RequestBody& body) {
   return errorResponse(kUnknownPath, "X-HTTP-Method-Override names no method of this path", 405);
 }
 
-HttpResponse ObjectService::change(RequestBody& body, Change change) {
+HttpResponse RecordService::change(RequestBody& body, Change change) {
   auto read = readObject(body);
   if (auto* refusal = std::get_if<HttpResponse>(&read)) return std::move(*refusal);
   const json::object& entries = std::get<json::object>(read);
@@ -206,13 +206,13 @@ HttpResponse ObjectService::change(RequestBody& body, Change change) {
   }
 }
 
-std::optional<HttpResponse> ObjectService::completeRecord(const json::object& entries,
+std::optional<HttpResponse> RecordService::completeRecord(const json::object& entries,
                                                           FileRecord& record) const {
   if (record.committed) return errorResponse(kWrongState, "the file is committed already");
   const auto kindObject = parseJsonObject(record.kind).value_or(json::object());
   const TemplateKind kind = templateKindFrom(kindObject, {}).value_or(TemplateKind{});
   const bool outside = kind.domain == TemplateKind::Domain::kStore;
-  const auto blob = (outside ? stores_.outsideBytes : stores_.serviceBytes).state(record.id);
+  const auto blob = (outside ? stores_.plainBytes : stores_.serviceBytes).state(record.id);
   if (!blob) return errorResponse(kWrongState, "no bytes have arrived");
 
   const auto properties = commitProperties(entries);

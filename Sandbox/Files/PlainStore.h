@@ -3,16 +3,16 @@
 #include "Sandbox/Http/HttpResponse.h"
 #include "Sandbox/Http/RequestBody.h"
 #include "Sandbox/Http/Router.h"
-#include "Sandbox/Storage/ByteStore.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 namespace varo::sandbox {
 
 /// A plain object store: PUT, POST, GET, HEAD and DELETE of /objects/{key}. It knows nothing of the
 /// object service, answers a write with an ETag and no body, and an error with plain text.
-/// Thread-safe. Exceptions of the record store pass through.
-class OutsideStore {
+/// Thread-safe. Exceptions of the record database pass through.
+class PlainStore {
  public:
-  explicit OutsideStore(ByteStore& bytes);
+  explicit PlainStore(DiskStore& bytes);
 
   void registerRoutes(Router& router);
 
@@ -21,7 +21,7 @@ class OutsideStore {
   [[nodiscard]] HttpResponse read(const HttpRequest& request) const;
   [[nodiscard]] HttpResponse remove(const HttpRequest& request);
 
-  ByteStore& bytes_;
+  DiskStore& bytes_;
 };
 
 }  // namespace varo::sandbox

@@ -14,15 +14,15 @@ namespace varo::sandbox {
 /// One accepted connection. It reads the head of each request itself, so that the HTTP library only
 /// ever sees the short head that `present` gives it, followed by the body as it arrives.
 /// Used by the thread that serves the connection; only `interrupt` comes from others.
-class Connection final : public httplib::Stream {
+class HttpConnection final : public httplib::Stream {
  public:
   enum class Arrival { kHead, kClosed, kTooLarge };
 
   /// Takes over `socket`.
-  explicit Connection(socket_t socket);
-  ~Connection() override;
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
+  explicit HttpConnection(socket_t socket);
+  ~HttpConnection() override;
+  HttpConnection(const HttpConnection&) = delete;
+  HttpConnection& operator=(const HttpConnection&) = delete;
 
   /// Waits for the next request's head. `mayWait` is asked a few times a second while there is
   /// nothing to read, and ends the wait.

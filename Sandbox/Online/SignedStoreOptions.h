@@ -6,7 +6,7 @@
 namespace varo::sandbox {
 
 /// The object store that templates of online transfers point at, and the keys that open it.
-struct ObjectStoreOptions {
+struct SignedStoreOptions {
   std::string accessKey = "sandbox";
   std::string secretKey = "sandbox-secret-key";
   std::string region = "us-east-1";

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Sandbox/Storage/DiskFile.h"
-#include "Sandbox/Storage/RecordStore.h"
+#include "Sandbox/Storage/RecordDatabase.h"
 
 #include <cstdint>
 #include <map>
@@ -14,7 +14,7 @@
 
 namespace varo::sandbox {
 
-class BlobWriter;
+class DiskWriter;
 
 /// Why bytes are not taken: one of the service's statuses and a sentence.
 struct WriteProblem {
@@ -29,18 +29,18 @@ struct WriteProblem {
 /// (n - 1) x that length, and only the last may be shorter. A later chunk that is longer than the
 /// first can only be the last one of a client that repeats the whole content in it; its first n - 1
 /// chunk lengths are then what is already there, and it replaces everything.
-class ByteStore {
+class DiskStore {
  public:
   struct Stored {
-    BlobState state;
+    StoredBytes state;
     std::shared_ptr<const DiskFile> file;
   };
-  using WriterOrProblem = std::variant<std::unique_ptr<BlobWriter>, WriteProblem>;
+  using WriterOrProblem = std::variant<std::unique_ptr<DiskWriter>, WriteProblem>;
 
   /// `area` keeps the keys of several stores in one database apart.
-  ByteStore(std::string directory, std::string area, RecordStore& records);
+  DiskStore(std::string directory, std::string area, RecordDatabase& records);
 
-  [[nodiscard]] std::optional<BlobState> state(std::string_view key) const;
+  [[nodiscard]] std::optional<StoredBytes> state(std::string_view key) const;
   [[nodiscard]] std::optional<Stored> open(std::string_view key) const;
 
   /// Begins to replace what is under `key`.
@@ -56,7 +56,7 @@ class ByteStore {
   void discard(const std::string& key);
 
  private:
-  friend class BlobWriter;
+  friend class DiskWriter;
 
   /// Keeps other writers from a key while it lives.
   using Lease = std::shared_ptr<void>;
@@ -67,11 +67,11 @@ class ByteStore {
   void release(const std::string& key) noexcept;
   bool removeLeased(const std::string& key);
   [[nodiscard]] std::string pathOf(const std::string& fileName) const;
-  void publish(const std::string& key, const BlobState& state, const std::string& oldFileName);
+  void publish(const std::string& key, const StoredBytes& state, const std::string& oldFileName);
 
   const std::string directory_;
   const std::string area_;
-  RecordStore& records_;
+  RecordDatabase& records_;
   std::mutex mutex_;
   std::map<std::string, Afterwards, std::less<>> busy_;  // guarded by mutex_; keys being written
 };

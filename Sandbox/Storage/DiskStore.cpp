@@ -1,7 +1,7 @@
-#include "Sandbox/Storage/ByteStore.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 #include "Sandbox/ServiceStatus.h"
-#include "Sandbox/Storage/BlobWriter.h"
+#include "Sandbox/Storage/DiskWriter.h"
 #include "Sandbox/Storage/RandomName.h"
 
 #include <fmt/format.h>
@@ -19,17 +19,17 @@ WriteProblem inProgress() {
 
 }  // namespace
 
-ByteStore::ByteStore(std::string directory, std::string area, RecordStore& records)
+DiskStore::DiskStore(std::string directory, std::string area, RecordDatabase& records)
     : directory_(std::move(directory)), area_(std::move(area)), records_(records) {}
 
-std::optional<BlobState> ByteStore::state(std::string_view key) const {
-  return records_.findBlob(area_, key);
+std::optional<StoredBytes> DiskStore::state(std::string_view key) const {
+  return records_.findStored(area_, key);
 }
 
-std::optional<ByteStore::Stored> ByteStore::open(std::string_view key) const {
+std::optional<DiskStore::Stored> DiskStore::open(std::string_view key) const {
   // The file may be replaced between the two steps; then the record names another one.
   for (int attempt = 0; attempt < 10; ++attempt) {
-    auto state = records_.findBlob(area_, key);
+    auto state = records_.findStored(area_, key);
     if (!state) return std::nullopt;
     if (auto file = DiskFile::open(pathOf(state->fileName), DiskFile::Mode::kRead)) {
       return Stored{*std::move(state), std::move(file)};
@@ -38,22 +38,22 @@ std::optional<ByteStore::Stored> ByteStore::open(std::string_view key) const {
   return std::nullopt;
 }
 
-ByteStore::WriterOrProblem ByteStore::writeWhole(const std::string& key) {
+DiskStore::WriterOrProblem DiskStore::writeWhole(const std::string& key) {
   Lease lease = acquire(key);
   if (!lease) return inProgress();
-  BlobState next;
+  StoredBytes next;
   next.fileName = randomName();
   auto file = DiskFile::open(pathOf(next.fileName), DiskFile::Mode::kTruncate);
-  return std::make_unique<BlobWriter>(*this, std::move(lease), key, 0,
-                                      state(key).value_or(BlobState{}), std::move(next),
+  return std::make_unique<DiskWriter>(*this, std::move(lease), key, 0,
+                                      state(key).value_or(StoredBytes{}), std::move(next),
                                       std::move(file));
 }
 
-ByteStore::WriterOrProblem ByteStore::writeChunk(const std::string& key, std::uint64_t sequence) {
+DiskStore::WriterOrProblem DiskStore::writeChunk(const std::string& key, std::uint64_t sequence) {
   if (sequence == 0) return WriteProblem{kBadChunk, "chunks are numbered from 1"};
   Lease lease = acquire(key);
   if (!lease) return inProgress();
-  const BlobState previous = state(key).value_or(BlobState{});
+  const StoredBytes previous = state(key).value_or(StoredBytes{});
   const auto refuse = [](std::string reason) { return WriteProblem{kBadChunk, std::move(reason)}; };
   if (sequence > 1 && sequence != previous.chunks && sequence != previous.chunks + 1) {
     return refuse(
@@ -66,37 +66,37 @@ ByteStore::WriterOrProblem ByteStore::writeChunk(const std::string& key, std::ui
   if (sequence > 1 && previous.chunkLength == 0) {
     return refuse("the first chunk was empty, so no other can follow");
   }
-  BlobState next = previous;
+  StoredBytes next = previous;
   if (sequence == 1) next = {randomName(), 0, 0, 0, ""};
   auto file = DiskFile::open(pathOf(next.fileName), sequence == 1 ? DiskFile::Mode::kTruncate
                                                                   : DiskFile::Mode::kReadWrite);
-  return std::make_unique<BlobWriter>(*this, std::move(lease), key, sequence, previous,
+  return std::make_unique<DiskWriter>(*this, std::move(lease), key, sequence, previous,
                                       std::move(next), std::move(file));
 }
 
-ByteStore::WriterOrProblem ByteStore::append(const std::string& key) {
-  return writeChunk(key, state(key).value_or(BlobState{}).chunks + 1);
+DiskStore::WriterOrProblem DiskStore::append(const std::string& key) {
+  return writeChunk(key, state(key).value_or(StoredBytes{}).chunks + 1);
 }
 
-bool ByteStore::remove(const std::string& key) {
+bool DiskStore::remove(const std::string& key) {
   const Lease lease = acquire(key);
   return lease && removeLeased(key);
 }
 
-void ByteStore::discard(const std::string& key) {
+void DiskStore::discard(const std::string& key) {
   const Lease lease = acquire(key, Afterwards::kDiscard);
   if (lease) removeLeased(key);
 }
 
-bool ByteStore::removeLeased(const std::string& key) {
+bool DiskStore::removeLeased(const std::string& key) {
   const auto found = state(key);
   if (!found) return false;
-  records_.removeBlob(area_, key);
+  records_.removeStored(area_, key);
   ::unlink(pathOf(found->fileName).c_str());
   return true;
 }
 
-ByteStore::Lease ByteStore::acquire(const std::string& key, Afterwards afterwards) {
+DiskStore::Lease DiskStore::acquire(const std::string& key, Afterwards afterwards) {
   const std::lock_guard lock(mutex_);
   const auto [entry, isFree] = busy_.try_emplace(key, Afterwards::kKeep);
   if (!isFree) {
@@ -106,7 +106,7 @@ ByteStore::Lease ByteStore::acquire(const std::string& key, Afterwards afterward
   return {&busy_, [this, key](void*) { release(key); }};
 }
 
-void ByteStore::release(const std::string& key) noexcept {
+void DiskStore::release(const std::string& key) noexcept {
   auto afterwards = Afterwards::kKeep;
   {
     const std::lock_guard lock(mutex_);
@@ -122,13 +122,13 @@ void ByteStore::release(const std::string& key) noexcept {
   }
 }
 
-std::string ByteStore::pathOf(const std::string& fileName) const {
+std::string DiskStore::pathOf(const std::string& fileName) const {
   return directory_ + "/" + fileName;
 }
 
-void ByteStore::publish(const std::string& key, const BlobState& state,
+void DiskStore::publish(const std::string& key, const StoredBytes& state,
                         const std::string& oldFileName) {
-  records_.putBlob(area_, key, state);
+  records_.putStored(area_, key, state);
   if (!oldFileName.empty() && oldFileName != state.fileName) ::unlink(pathOf(oldFileName).c_str());
 }
 

@@ -1,8 +1,8 @@
-#include "Sandbox/Storage/BytesReceiver.h"
+#include "Sandbox/Storage/BodyReceiver.h"
 
 #include "Sandbox/Http/MultipartReader.h"
 #include "Sandbox/ServiceStatus.h"
-#include "Sandbox/Storage/BlobWriter.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 namespace varo::sandbox {
 std::optional<WriteProblem> problemOf(RequestBody::End end) {
@@ -23,8 +23,8 @@ bool isMultipart(const HttpRequest& request) {
   return type != nullptr && !multipartBoundary(*type).empty();
 }
 
-std::optional<WriteProblem> receiveBytes(const HttpRequest& request, RequestBody& body,
-                                         BlobWriter& writer) {
+std::optional<WriteProblem> receiveBody(const HttpRequest& request, RequestBody& body,
+                                        DiskWriter& writer) {
   bool writerRefused = false;
   const auto write = [&](std::string_view bytes) {
     writerRefused = !writer.write(bytes);

@@ -1,4 +1,4 @@
-#include "Sandbox/Online/ObjectStore.h"
+#include "Sandbox/Online/SignedStore.h"
 
 #include "Sandbox/Online/CheckedBody.h"
 #include "Sandbox/Online/ObjectReceiver.h"
@@ -65,22 +65,22 @@ HttpResponse wrongDigestResponse(const HttpRequest& request, const std::string& 
 
 }  // namespace
 
-ObjectStore::ObjectStore(ByteStore& objects, const ObjectStoreOptions& options)
+SignedStore::SignedStore(DiskStore& objects, const SignedStoreOptions& options)
     : objects_(objects), clockOffset_(options.clockOffset), verifier_(options) {}
 
-void ObjectStore::registerRoutes(Router& router) {
+void SignedStore::registerRoutes(Router& router) {
   const auto add = [this, &router](std::string_view method, Action action) {
     router.add(method, "/**", [this, action](const HttpRequest& request, RequestBody& body) {
       return serve(request, body, action);
     });
   };
-  add("PUT", &ObjectStore::write);
-  add("POST", &ObjectStore::write);
-  add("GET", &ObjectStore::read);
-  add("DELETE", &ObjectStore::remove);
+  add("PUT", &SignedStore::write);
+  add("POST", &SignedStore::write);
+  add("GET", &SignedStore::read);
+  add("DELETE", &SignedStore::remove);
 }
 
-HttpResponse ObjectStore::serve(const HttpRequest& request, RequestBody& body, Action action) {
+HttpResponse SignedStore::serve(const HttpRequest& request, RequestBody& body, Action action) {
   const auto verdict = verifier_.verify(request, now());
   if (const auto* problem = std::get_if<StoreError>(&verdict)) {
     return xmlResponse(*problem, request);
@@ -88,7 +88,7 @@ HttpResponse ObjectStore::serve(const HttpRequest& request, RequestBody& body, A
   if (const auto problem = unservedOperation(request)) return xmlResponse(*problem, request);
   CheckedBody checked(body, std::get<SignatureVerifier::PayloadHash>(verdict));
   // The digest covers a body that nobody needs, too.
-  const bool takesBody = action == &ObjectStore::write;
+  const bool takesBody = action == &SignedStore::write;
   const auto end = takesBody ? RequestBody::End::kComplete
                              : checked.readInto([](std::string_view) { return true; });
   HttpResponse response = end == RequestBody::End::kComplete ? (this->*action)(request, checked)
@@ -97,7 +97,7 @@ HttpResponse ObjectStore::serve(const HttpRequest& request, RequestBody& body, A
   return response;
 }
 
-HttpResponse ObjectStore::write(const HttpRequest& request, RequestBody& body) {
+HttpResponse SignedStore::write(const HttpRequest& request, RequestBody& body) {
   const auto received = receiveObject(request, body, objects_, keyOf(request));
   if (const auto* problem = std::get_if<WriteProblem>(&received)) {
     return xmlResponse(errorOf(*problem), request);
@@ -107,7 +107,7 @@ HttpResponse ObjectStore::write(const HttpRequest& request, RequestBody& body) {
   return response;
 }
 
-HttpResponse ObjectStore::read(const HttpRequest& request, RequestBody&) {
+HttpResponse SignedStore::read(const HttpRequest& request, RequestBody&) {
   const auto stored = objects_.open(keyOf(request));
   if (!stored) return xmlResponse(noSuchKey(request), request);
   HttpResponse response =
@@ -119,14 +119,14 @@ HttpResponse ObjectStore::read(const HttpRequest& request, RequestBody&) {
   return refusal;
 }
 
-HttpResponse ObjectStore::remove(const HttpRequest& request, RequestBody&) {
+HttpResponse SignedStore::remove(const HttpRequest& request, RequestBody&) {
   objects_.discard(keyOf(request));
   HttpResponse response;
   response.status = 204;
   return response;
 }
 
-sigv4::Time ObjectStore::now() const {
+sigv4::Time SignedStore::now() const {
   return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) + clockOffset_;
 }
 

@@ -1,11 +1,11 @@
-#include "Sandbox/Files/BytesService.h"
+#include "Sandbox/Files/ContentService.h"
 
 #include "Sandbox/Files/TemplateJson.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/ServicePaths.h"
 #include "Sandbox/ServiceStatus.h"
-#include "Sandbox/Storage/BlobWriter.h"
-#include "Sandbox/Storage/BytesReceiver.h"
+#include "Sandbox/Storage/BodyReceiver.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>
@@ -65,10 +65,10 @@ HttpResponse refusal(const WriteProblem& problem) {
 
 }  // namespace
 
-BytesService::BytesService(RecordStore& records, ByteStore& bytes)
+ContentService::ContentService(RecordDatabase& records, DiskStore& bytes)
     : records_(records), bytes_(bytes) {}
 
-void BytesService::registerRoutes(Router& router) {
+void ContentService::registerRoutes(Router& router) {
   const std::string path = fmt::format("{}{}{}*", kServicesPath, kStoragePath, kBytesPath);
   const auto uploader = [this](const HttpRequest& request, RequestBody& body) {
     return upload(request, body);
@@ -79,7 +79,7 @@ void BytesService::registerRoutes(Router& router) {
              [this](const HttpRequest& request, RequestBody&) { return download(request); });
 }
 
-HttpResponse BytesService::upload(const HttpRequest& request, RequestBody& body) {
+HttpResponse ContentService::upload(const HttpRequest& request, RequestBody& body) {
   const std::string& id = request.pathArguments.front();
   const std::string* text = request.parameter("chunk_sequence");
   const auto sequence = text == nullptr ? 1 : parseUnsigned(*text);
@@ -97,15 +97,15 @@ HttpResponse BytesService::upload(const HttpRequest& request, RequestBody& body)
   if (const auto* problem = std::get_if<WriteProblem>(&writer)) return refusal(*problem);
   // A delete between the look at the record and this writer found no bytes to discard.
   if (!records_.find(id)) return notFound(id);
-  BlobWriter& blob = *std::get<std::unique_ptr<BlobWriter>>(writer);
-  if (const auto problem = receiveBytes(request, body, blob)) return refusal(*problem);
+  DiskWriter& blob = *std::get<std::unique_ptr<DiskWriter>>(writer);
+  if (const auto problem = receiveBody(request, body, blob)) return refusal(*problem);
   HttpResponse response;
   response.text = json::serialize(json::object{
       {"opstatus", 0}, {"httpStatusCode", 200}, {"bytes_received", blob.state().size}});
   return response;
 }
 
-HttpResponse BytesService::download(const HttpRequest& request) const {
+HttpResponse ContentService::download(const HttpRequest& request) const {
   const std::string* type = request.parameter("type");
   if (type == nullptr || *type != "bytes") {
     return errorResponse(kBadParameter, "\"type\" must be \"bytes\"", 400);

@@ -1,4 +1,4 @@
-#include "Sandbox/Http/Connection.h"
+#include "Sandbox/Http/HttpConnection.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -40,14 +40,14 @@ bool isLoopback(socket_t socket) {
 
 }  // namespace
 
-Connection::Connection(socket_t socket)
+HttpConnection::HttpConnection(socket_t socket)
     : socket_(socket),
       peerIsLoopback_(isLoopback(socket)),
       buffer_(std::make_unique_for_overwrite<char[]>(kBufferSize)) {}
 
-Connection::~Connection() { ::close(socket_); }
+HttpConnection::~HttpConnection() { ::close(socket_); }
 
-Connection::Arrival Connection::awaitHead(const std::function<bool()>& mayWait) {
+HttpConnection::Arrival HttpConnection::awaitHead(const std::function<bool()>& mayWait) {
   headLength_ = 0;
   auto deadline = steady_clock::now() + (begin_ == end_ ? kIdleTimeout : kHeadTimeout);
   std::size_t searched = 0;
@@ -76,16 +76,16 @@ Connection::Arrival Connection::awaitHead(const std::function<bool()>& mayWait) 
   }
 }
 
-std::string_view Connection::head() const { return {buffer_.get() + begin_, headLength_}; }
+std::string_view HttpConnection::head() const { return {buffer_.get() + begin_, headLength_}; }
 
-void Connection::present(std::string head) {
+void HttpConnection::present(std::string head) {
   begin_ += headLength_;
   headLength_ = 0;
   presented_ = std::move(head);
   presentedRead_ = 0;
 }
 
-bool Connection::fill() {
+bool HttpConnection::fill() {
   if (begin_ == end_) begin_ = end_ = 0;
   if (end_ == kBufferSize) {
     std::memmove(buffer_.get(), buffer_.get() + begin_, end_ - begin_);
@@ -101,12 +101,12 @@ bool Connection::fill() {
   }
 }
 
-bool Connection::waitForInput(milliseconds slice) const {
+bool HttpConnection::waitForInput(milliseconds slice) const {
   pollfd entry{socket_, POLLIN, 0};
   return ::poll(&entry, 1, static_cast<int>(slice.count())) != 0;
 }
 
-ssize_t Connection::read(char* to, std::size_t size) {
+ssize_t HttpConnection::read(char* to, std::size_t size) {
   if (presentedRead_ < presented_.size()) {
     const std::size_t n = presented_.copy(to, size, presentedRead_);
     presentedRead_ += n;
@@ -119,7 +119,7 @@ ssize_t Connection::read(char* to, std::size_t size) {
   return static_cast<ssize_t>(n);
 }
 
-ssize_t Connection::write(const char* from, std::size_t size) {
+ssize_t HttpConnection::write(const char* from, std::size_t size) {
   if (sealed_) return -1;
   for (;;) {
     const ssize_t n = ::send(socket_, from, size, MSG_NOSIGNAL);
@@ -130,7 +130,7 @@ ssize_t Connection::write(const char* from, std::size_t size) {
   }
 }
 
-bool Connection::writeAll(std::string_view bytes) {
+bool HttpConnection::writeAll(std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t n = write(bytes.data(), bytes.size());
     if (n <= 0) return false;
@@ -139,25 +139,25 @@ bool Connection::writeAll(std::string_view bytes) {
   return true;
 }
 
-void Connection::closeGently() {
+void HttpConnection::closeGently() {
   ::shutdown(socket_, SHUT_WR);
   const auto end = steady_clock::now() + kLinger;
   begin_ = end_ = 0;
   while (steady_clock::now() < end && waitForInput(kLinger) && fill()) begin_ = end_ = 0;
 }
 
-bool Connection::is_readable() const {
+bool HttpConnection::is_readable() const {
   return presentedRead_ < presented_.size() || begin_ < end_ || waitForInput(milliseconds(0));
 }
 
-bool Connection::is_writable() const { return !sealed_; }
+bool HttpConnection::is_writable() const { return !sealed_; }
 
-void Connection::get_remote_ip_and_port(std::string& ip, int& port) const {
+void HttpConnection::get_remote_ip_and_port(std::string& ip, int& port) const {
   ip = peerIsLoopback_ ? "127.0.0.1" : "0.0.0.0";
   port = 0;
 }
 
-void Connection::get_local_ip_and_port(std::string& ip, int& port) const {
+void HttpConnection::get_local_ip_and_port(std::string& ip, int& port) const {
   get_remote_ip_and_port(ip, port);
 }
 

@@ -29,9 +29,9 @@ struct FileRecord {
   std::int64_t revision = 0;
 };
 
-/// What is stored under a key of a byte store.
-struct BlobState {
-  std::string fileName;  ///< Below the byte store's directory.
+/// What is stored under a key of a disk store.
+struct StoredBytes {
+  std::string fileName;  ///< Below the disk store's directory.
   std::uint64_t size = 0;
   std::uint64_t chunkLength = 0;  ///< Of the first chunk.
   std::uint64_t chunks = 0;
@@ -40,14 +40,14 @@ struct BlobState {
 
 /// Records of files and of stored bytes, in one SQLite file. Thread-safe. The functions throw
 /// `std::exception` when the database fails.
-class RecordStore {
+class RecordDatabase {
  public:
   /// Names and texts by which `list` finds a record.
   using Properties = std::vector<std::pair<std::string, std::string>>;
 
   /// Opens or creates the database at `path`.
-  explicit RecordStore(const std::string& path);
-  ~RecordStore();
+  explicit RecordDatabase(const std::string& path);
+  ~RecordDatabase();
 
   void insert(const FileRecord& record, const Properties& properties);
   [[nodiscard]] std::optional<FileRecord> find(std::string_view id) const;
@@ -60,10 +60,10 @@ class RecordStore {
   /// Does nothing when there is no such record.
   void remove(std::string_view id);
 
-  [[nodiscard]] std::optional<BlobState> findBlob(std::string_view area,
-                                                  std::string_view key) const;
-  void putBlob(std::string_view area, std::string_view key, const BlobState& state);
-  void removeBlob(std::string_view area, std::string_view key);
+  [[nodiscard]] std::optional<StoredBytes> findStored(std::string_view area,
+                                                      std::string_view key) const;
+  void putStored(std::string_view area, std::string_view key, const StoredBytes& state);
+  void removeStored(std::string_view area, std::string_view key);
 
   /// What was put under an object's name: a JSON object.
   [[nodiscard]] std::optional<std::string> findObject(std::string_view name) const;

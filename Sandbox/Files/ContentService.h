@@ -3,18 +3,18 @@
 #include "Sandbox/Http/HttpResponse.h"
 #include "Sandbox/Http/RequestBody.h"
 #include "Sandbox/Http/Router.h"
-#include "Sandbox/Storage/ByteStore.h"
-#include "Sandbox/Storage/RecordStore.h"
+#include "Sandbox/Storage/DiskStore.h"
+#include "Sandbox/Storage/RecordDatabase.h"
 
 #include <optional>
 
 namespace varo::sandbox {
 
 /// The files' bytes, through the service itself: chunks come in and files go out at
-/// {base}/bytes/{file_id}. Thread-safe. Exceptions of the record store pass through.
-class BytesService {
+/// {base}/bytes/{file_id}. Thread-safe. Exceptions of the record database pass through.
+class ContentService {
  public:
-  BytesService(RecordStore& records, ByteStore& bytes);
+  ContentService(RecordDatabase& records, DiskStore& bytes);
 
   void registerRoutes(Router& router);
 
@@ -22,8 +22,8 @@ class BytesService {
   [[nodiscard]] HttpResponse upload(const HttpRequest& request, RequestBody& body);
   [[nodiscard]] HttpResponse download(const HttpRequest& request) const;
 
-  RecordStore& records_;
-  ByteStore& bytes_;
+  RecordDatabase& records_;
+  DiskStore& bytes_;
 };
 
 }  // namespace varo::sandbox

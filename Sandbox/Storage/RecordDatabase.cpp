@@ -1,4 +1,4 @@
-#include "Sandbox/Storage/RecordStore.h"
+#include "Sandbox/Storage/RecordDatabase.h"
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
@@ -63,15 +63,15 @@ FileRecord readFile(SQLite::Statement& row) {
 
 }  // namespace
 
-RecordStore::RecordStore(const std::string& path)
+RecordDatabase::RecordDatabase(const std::string& path)
     : database_(std::make_unique<SQLite::Database>(
           path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyTimeoutMs)) {
   database_->exec(kSchema);
 }
 
-RecordStore::~RecordStore() = default;
+RecordDatabase::~RecordDatabase() = default;
 
-void RecordStore::insert(const FileRecord& record, const Properties& properties) {
+void RecordDatabase::insert(const FileRecord& record, const Properties& properties) {
   const std::lock_guard lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement statement(*database_,
@@ -88,7 +88,7 @@ void RecordStore::insert(const FileRecord& record, const Properties& properties)
   transaction.commit();
 }
 
-std::optional<FileRecord> RecordStore::find(std::string_view id) const {
+std::optional<FileRecord> RecordDatabase::find(std::string_view id) const {
   const std::lock_guard lock(mutex_);
   SQLite::Statement statement(*database_,
                               "SELECT " + std::string(kFileColumns) + " FROM files WHERE id = ?");
@@ -97,7 +97,7 @@ std::optional<FileRecord> RecordStore::find(std::string_view id) const {
   return readFile(statement);
 }
 
-bool RecordStore::replace(const FileRecord& record, const Properties& properties) {
+bool RecordDatabase::replace(const FileRecord& record, const Properties& properties) {
   const std::lock_guard lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement statement(*database_,
@@ -116,7 +116,7 @@ bool RecordStore::replace(const FileRecord& record, const Properties& properties
   return true;
 }
 
-void RecordStore::remove(std::string_view id) {
+void RecordDatabase::remove(std::string_view id) {
   const std::lock_guard lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement statement(*database_, "DELETE FROM files WHERE id = ?");
@@ -126,7 +126,7 @@ void RecordStore::remove(std::string_view id) {
   transaction.commit();
 }
 
-void RecordStore::writeProperties(std::string_view id, const Properties& properties) {
+void RecordDatabase::writeProperties(std::string_view id, const Properties& properties) {
   SQLite::Statement remove(*database_, "DELETE FROM properties WHERE id = ?");
   bindText(remove, 1, id);
   remove.exec();
@@ -141,7 +141,7 @@ void RecordStore::writeProperties(std::string_view id, const Properties& propert
   }
 }
 
-std::vector<FileRecord> RecordStore::list(const Filter& filter, Scope scope) const {
+std::vector<FileRecord> RecordDatabase::list(const Filter& filter, Scope scope) const {
   std::string sql = "SELECT " + std::string(kFileColumns) + " FROM files WHERE ";
   sql += scope == Scope::kCommitted ? "committed = 1" : "TRUE";
   for (std::size_t i = 0; i < filter.size(); ++i) {
@@ -161,7 +161,8 @@ std::vector<FileRecord> RecordStore::list(const Filter& filter, Scope scope) con
   return records;
 }
 
-std::optional<BlobState> RecordStore::findBlob(std::string_view area, std::string_view key) const {
+std::optional<StoredBytes> RecordDatabase::findStored(std::string_view area,
+                                                      std::string_view key) const {
   const std::lock_guard lock(mutex_);
   SQLite::Statement statement(*database_,
                               "SELECT file_name, size, chunk_length, chunks, entity_tag "
@@ -169,12 +170,14 @@ std::optional<BlobState> RecordStore::findBlob(std::string_view area, std::strin
   bindText(statement, 1, area);
   bindText(statement, 2, key);
   if (!statement.executeStep()) return std::nullopt;
-  return BlobState{statement.getColumn(0).getString(), fromSql(statement.getColumn(1).getInt64()),
-                   fromSql(statement.getColumn(2).getInt64()),
-                   fromSql(statement.getColumn(3).getInt64()), statement.getColumn(4).getString()};
+  return StoredBytes{statement.getColumn(0).getString(), fromSql(statement.getColumn(1).getInt64()),
+                     fromSql(statement.getColumn(2).getInt64()),
+                     fromSql(statement.getColumn(3).getInt64()),
+                     statement.getColumn(4).getString()};
 }
 
-void RecordStore::putBlob(std::string_view area, std::string_view key, const BlobState& state) {
+void RecordDatabase::putStored(std::string_view area, std::string_view key,
+                               const StoredBytes& state) {
   const std::lock_guard lock(mutex_);
   SQLite::Statement statement(*database_,
                               "INSERT OR REPLACE INTO blobs (area, key, file_name, size, "
@@ -189,7 +192,7 @@ void RecordStore::putBlob(std::string_view area, std::string_view key, const Blo
   statement.exec();
 }
 
-void RecordStore::removeBlob(std::string_view area, std::string_view key) {
+void RecordDatabase::removeStored(std::string_view area, std::string_view key) {
   const std::lock_guard lock(mutex_);
   SQLite::Statement statement(*database_, "DELETE FROM blobs WHERE area = ? AND key = ?");
   bindText(statement, 1, area);
@@ -197,7 +200,7 @@ void RecordStore::removeBlob(std::string_view area, std::string_view key) {
   statement.exec();
 }
 
-std::optional<std::string> RecordStore::findObject(std::string_view name) const {
+std::optional<std::string> RecordDatabase::findObject(std::string_view name) const {
   const std::lock_guard lock(mutex_);
   SQLite::Statement statement(*database_, "SELECT definition FROM objects WHERE name = ?");
   bindText(statement, 1, name);
@@ -205,7 +208,7 @@ std::optional<std::string> RecordStore::findObject(std::string_view name) const 
   return statement.getColumn(0).getString();
 }
 
-void RecordStore::putObject(std::string_view name, std::string_view definition) {
+void RecordDatabase::putObject(std::string_view name, std::string_view definition) {
   const std::lock_guard lock(mutex_);
   SQLite::Statement statement(*database_,
                               "INSERT OR REPLACE INTO objects (name, definition) VALUES (?, ?)");
@@ -214,7 +217,7 @@ void RecordStore::putObject(std::string_view name, std::string_view definition) 
   statement.exec();
 }
 
-std::vector<std::string> RecordStore::removeObjects() {
+std::vector<std::string> RecordDatabase::removeObjects() {
   const std::lock_guard lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement select(*database_, "SELECT name FROM objects");

@@ -1,4 +1,4 @@
-#include "Sandbox/Storage/BlobWriter.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include "Sandbox/ServiceStatus.h"
 #include "Sandbox/Storage/RandomName.h"
@@ -11,8 +11,8 @@
 
 namespace varo::sandbox {
 
-BlobWriter::BlobWriter(ByteStore& store, std::shared_ptr<void> lease, std::string key,
-                       std::uint64_t sequence, BlobState previous, BlobState next,
+DiskWriter::DiskWriter(DiskStore& store, std::shared_ptr<void> lease, std::string key,
+                       std::uint64_t sequence, StoredBytes previous, StoredBytes next,
                        std::shared_ptr<DiskFile> file)
     : store_(store),
       lease_(std::move(lease)),
@@ -25,12 +25,12 @@ BlobWriter::BlobWriter(ByteStore& store, std::shared_ptr<void> lease, std::strin
   if (!file_) problem_ = WriteProblem{kInternal, "the file for the bytes cannot be opened"};
 }
 
-BlobWriter::~BlobWriter() {
+DiskWriter::~DiskWriter() {
   const bool isNewFile = next_.fileName != previous_.fileName;
   if (!finished_ && isNewFile) ::unlink(store_.pathOf(next_.fileName).c_str());
 }
 
-bool BlobWriter::write(std::string_view bytes) {
+bool DiskWriter::write(std::string_view bytes) {
   if (problem_) return false;
   if (isLaterChunk() && !holdsWholeContent_) {
     const std::uint64_t room = previous_.chunkLength - written_;
@@ -57,14 +57,14 @@ bool BlobWriter::write(std::string_view bytes) {
 }
 
 // The chunk turned out longer than the first one: what it brought so far belongs to the front.
-bool BlobWriter::becomeWholeContent() {
+bool DiskWriter::becomeWholeContent() {
   holdsWholeContent_ = true;
   if (file_->copyWithin(offset_, 0, written_)) return true;
   problem_ = WriteProblem{kInternal, "the bytes cannot be written"};
   return false;
 }
 
-std::optional<WriteProblem> BlobWriter::checkLaterChunk() const {
+std::optional<WriteProblem> DiskWriter::checkLaterChunk() const {
   if (written_ == 0) {
     return WriteProblem{kBadChunk, fmt::format("chunk {} is empty", sequence_)};
   }
@@ -76,7 +76,7 @@ std::optional<WriteProblem> BlobWriter::checkLaterChunk() const {
   return std::nullopt;
 }
 
-std::optional<WriteProblem> BlobWriter::finish() {
+std::optional<WriteProblem> DiskWriter::finish() {
   if (!problem_ && isLaterChunk()) problem_ = checkLaterChunk();
   if (problem_) return problem_;
   next_.size = holdsWholeContent_ ? written_ : offset_ + written_;

@@ -16,11 +16,11 @@
 namespace varo::sandbox {
 
 /// The files' records: listed, created, updated and committed at {base}/objects/File.
-/// Thread-safe. Exceptions of the record store pass through.
-class ObjectService {
+/// Thread-safe. Exceptions of the record database pass through.
+class RecordService {
  public:
   /// `storeUrl` gives the outside store's address once it listens.
-  ObjectService(FileStores stores, TemplateKind defaultTemplate,
+  RecordService(FileStores stores, TemplateKind defaultTemplate,
                 std::function<std::string()> storeUrl);
 
   void registerRoutes(Router& router);

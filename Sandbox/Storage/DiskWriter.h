@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Sandbox/Storage/ByteStore.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 #include <cstdint>
 #include <memory>
@@ -10,35 +10,35 @@
 
 namespace varo::sandbox {
 
-/// Takes the bytes of one write to a `ByteStore`. What was there stays as it was until `finish`,
+/// Takes the bytes of one write to a `DiskStore`. What was there stays as it was until `finish`,
 /// except that a chunk's bytes lie behind it. Used by one thread.
-class BlobWriter {
+class DiskWriter {
  public:
   /// `sequence` is 0 for a write of the whole.
-  BlobWriter(ByteStore& store, std::shared_ptr<void> lease, std::string key, std::uint64_t sequence,
-             BlobState previous, BlobState next, std::shared_ptr<DiskFile> file);
-  ~BlobWriter();
-  BlobWriter(const BlobWriter&) = delete;
-  BlobWriter& operator=(const BlobWriter&) = delete;
+  DiskWriter(DiskStore& store, std::shared_ptr<void> lease, std::string key, std::uint64_t sequence,
+             StoredBytes previous, StoredBytes next, std::shared_ptr<DiskFile> file);
+  ~DiskWriter();
+  DiskWriter(const DiskWriter&) = delete;
+  DiskWriter& operator=(const DiskWriter&) = delete;
 
   /// False when the bytes are too many for the chunk or cannot be written; `finish` says why.
   [[nodiscard]] bool write(std::string_view bytes);
   /// Makes the bytes count, or says why they do not.
   [[nodiscard]] std::optional<WriteProblem> finish();
   /// After `finish`.
-  [[nodiscard]] const BlobState& state() const { return next_; }
+  [[nodiscard]] const StoredBytes& state() const { return next_; }
 
  private:
   [[nodiscard]] bool isLaterChunk() const { return sequence_ > 1; }
   [[nodiscard]] bool becomeWholeContent();
   [[nodiscard]] std::optional<WriteProblem> checkLaterChunk() const;
 
-  ByteStore& store_;
+  DiskStore& store_;
   const std::shared_ptr<void> lease_;
   const std::string key_;
   const std::uint64_t sequence_;
-  const BlobState previous_;
-  BlobState next_;
+  const StoredBytes previous_;
+  StoredBytes next_;
   const std::shared_ptr<DiskFile> file_;
   const std::uint64_t offset_;
   std::uint64_t written_ = 0;
