@@ -2,8 +2,7 @@
 
 #include "Sandbox/Control/ControlRoute.h"
 #include "Sandbox/Faults/RangeFault.h"
-#include "Sandbox/ServiceStatus.h"
-#include "Sandbox/TokenHeader.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <exception>
 #include <utility>

@@ -7,7 +7,7 @@
 #include "Sandbox/Control/RequestLog.h"
 #include "Sandbox/Faults/FaultInjector.h"
 #include "Sandbox/Files/ContentService.h"
-#include "Sandbox/Files/DeleteDefault.h"
+#include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Files/DeleteService.h"
 #include "Sandbox/Files/PlainStore.h"
 #include "Sandbox/Files/RecordService.h"
@@ -16,7 +16,7 @@
 #include "Sandbox/Online/OnlineService.h"
 #include "Sandbox/Online/SignedStore.h"
 #include "Sandbox/RequestPipeline.h"
-#include "Sandbox/ServicePaths.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/DiskStore.h"
 #include "Sandbox/Storage/RecordDatabase.h"
 

@@ -1,6 +1,6 @@
 #include "Sandbox/Blobs/BlobCatalog.h"
 
-#include "Sandbox/Blobs/BlobObjectJson.h"
+#include "Sandbox/Blobs/BlobObject.h"
 #include "Sandbox/Blobs/GeneratedBytes.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/Storage/DiskWriter.h"

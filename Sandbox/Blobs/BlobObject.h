@@ -1,9 +1,12 @@
 #pragma once
 
+#include <boost/json/fwd.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace varo::sandbox {
@@ -42,5 +45,14 @@ struct BlobObject {
   /// Sent along in "X-Pelmar-Device-Log-Level" with every answer; empty: no such header.
   std::string logLevel{};
 };
+
+/// `object` changed as the entries "size", "seed", "mode" ("known", "unknown", "whole", "base64",
+/// "error"), "msg" and "logLevel" of `entries` say, or which of them is unknown or has a wrong
+/// value. A size makes the content a generated one.
+[[nodiscard]] std::variant<BlobObject, std::string> blobObjectFrom(
+    const boost::json::object& entries, BlobObject object);
+
+/// The entries that `blobObjectFrom` makes the same object of.
+[[nodiscard]] boost::json::object entriesOf(const BlobObject& object);
 
 }  // namespace varo::sandbox

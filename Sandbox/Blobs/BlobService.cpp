@@ -1,8 +1,7 @@
 #include "Sandbox/Blobs/BlobService.h"
 
 #include "Sandbox/Blobs/Base64Answer.h"
-#include "Sandbox/ServicePaths.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>

@@ -1,9 +1,9 @@
 #include "Sandbox/Control/BlobControl.h"
 
-#include "Sandbox/Blobs/BlobObjectJson.h"
+#include "Sandbox/Blobs/BlobObject.h"
 #include "Sandbox/Control/ControlRoute.h"
 #include "Sandbox/Http/JsonText.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/BodyReceiver.h"
 #include "Sandbox/Storage/DiskWriter.h"
 

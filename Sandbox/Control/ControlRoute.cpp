@@ -1,6 +1,6 @@
 #include "Sandbox/Control/ControlRoute.h"
 
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <fmt/format.h>
 

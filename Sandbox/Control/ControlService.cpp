@@ -1,10 +1,10 @@
 #include "Sandbox/Control/ControlService.h"
 
 #include "Sandbox/Control/ControlRoute.h"
-#include "Sandbox/Faults/FaultJson.h"
-#include "Sandbox/Files/DeleteJson.h"
+#include "Sandbox/Faults/Fault.h"
+#include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Http/JsonText.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <boost/json/array.hpp>
 #include <boost/json/serialize.hpp>

@@ -2,7 +2,7 @@
 
 #include "Sandbox/Control/RequestLog.h"
 #include "Sandbox/Faults/FaultInjector.h"
-#include "Sandbox/Files/DeleteDefault.h"
+#include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Http/HttpResponse.h"
 #include "Sandbox/Http/RequestBody.h"
 #include "Sandbox/Http/Router.h"

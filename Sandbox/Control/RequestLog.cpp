@@ -1,7 +1,7 @@
 #include "Sandbox/Control/RequestLog.h"
 
 #include "Sandbox/Http/HttpRequest.h"
-#include "Sandbox/TokenHeader.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <utility>
 

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <boost/json/fwd.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace varo::sandbox {
@@ -55,5 +58,9 @@ struct FaultRule {
   FaultMatch match{};
   FaultAction action{};
 };
+
+/// Reads one rule, `{"match": {...}, "action": {...}}` with the keys of docs/sandbox.md, or says
+/// which entry is wrong. Unknown keys are refused, so that a misspelt fault is noticed.
+[[nodiscard]] std::variant<FaultRule, std::string> faultRuleFrom(const boost::json::object& object);
 
 }  // namespace varo::sandbox

@@ -1,9 +1,8 @@
 #include "Sandbox/Files/ContentService.h"
 
-#include "Sandbox/Files/TemplateJson.h"
+#include "Sandbox/Files/TemplateKind.h"
 #include "Sandbox/Http/JsonText.h"
-#include "Sandbox/ServicePaths.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/BodyReceiver.h"
 #include "Sandbox/Storage/DiskWriter.h"
 

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <boost/json/fwd.hpp>
+
 #include <cstdint>
+#include <mutex>
 #include <optional>
+#include <string_view>
 
 namespace varo::sandbox {
 
@@ -25,5 +29,44 @@ struct DeleteKind {
 
   friend bool operator==(const DeleteKind&, const DeleteKind&) = default;
 };
+
+/// How files are deleted that wish for nothing themselves; a tester may change it while the sandbox
+/// runs. Thread-safe.
+class DeleteDefault {
+ public:
+  explicit DeleteDefault(DeleteKind kind) : initial_(kind), kind_(kind) {}
+
+  [[nodiscard]] DeleteKind get() const {
+    const std::lock_guard lock(mutex_);
+    return kind_;
+  }
+  void set(DeleteKind kind) {
+    const std::lock_guard lock(mutex_);
+    kind_ = kind;
+  }
+  /// Back to what it was at the beginning.
+  void reset() { set(initial_); }
+
+  /// What `set` changes entries of.
+  [[nodiscard]] DeleteKind initial() const { return initial_; }
+
+ private:
+  const DeleteKind initial_;
+  mutable std::mutex mutex_;
+  DeleteKind kind_;  // guarded by mutex_
+};
+
+/// The metadata entry by which a file says how it is deleted: an object, or the text of one.
+inline constexpr std::string_view kDeleteWish = "sandbox_delete";
+
+/// `defaults` changed as the entries "mode" ("now", "accepted", "never", "boolean", "failing"),
+/// "polls", "status" and "opstatus" of `wish` say. Nothing when an entry is unknown or has a value
+/// of another kind or range.
+[[nodiscard]] std::optional<DeleteKind> deleteKindFrom(const boost::json::object& wish,
+                                                       DeleteKind defaults);
+
+/// What `metadata` wishes: `defaults` when it has no wish, nothing when its wish is not valid.
+[[nodiscard]] std::optional<DeleteKind> wishedDeleteKind(const boost::json::object& metadata,
+                                                         DeleteKind defaults);
 
 }  // namespace varo::sandbox

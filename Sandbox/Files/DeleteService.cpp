@@ -1,10 +1,9 @@
 #include "Sandbox/Files/DeleteService.h"
 
-#include "Sandbox/Files/DeleteJson.h"
+#include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Files/FilterParser.h"
 #include "Sandbox/Http/JsonText.h"
-#include "Sandbox/ServicePaths.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>

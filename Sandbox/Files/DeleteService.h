@@ -1,10 +1,10 @@
 #pragma once
 
 #include "Sandbox/Files/AcceptedDeletes.h"
-#include "Sandbox/Files/DeleteDefault.h"
+#include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Http/HttpResponse.h"
 #include "Sandbox/Http/Router.h"
-#include "Sandbox/Storage/FileStores.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 #include <optional>
 #include <string>

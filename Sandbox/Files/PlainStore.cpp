@@ -1,7 +1,6 @@
 #include "Sandbox/Files/PlainStore.h"
 
-#include "Sandbox/ServicePaths.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/BodyReceiver.h"
 #include "Sandbox/Storage/DiskWriter.h"
 

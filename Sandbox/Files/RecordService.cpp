@@ -1,11 +1,10 @@
 #include "Sandbox/Files/RecordService.h"
 
-#include "Sandbox/Files/DeleteJson.h"
+#include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Files/FilterParser.h"
-#include "Sandbox/Files/TemplateJson.h"
+#include "Sandbox/Files/TemplateKind.h"
 #include "Sandbox/Http/JsonText.h"
-#include "Sandbox/ServicePaths.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/RandomName.h"
 
 #include <boost/json/serialize.hpp>

@@ -4,7 +4,7 @@
 #include "Sandbox/Http/HttpResponse.h"
 #include "Sandbox/Http/RequestBody.h"
 #include "Sandbox/Http/Router.h"
-#include "Sandbox/Storage/FileStores.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 #include <boost/json/object.hpp>
 

@@ -2,10 +2,9 @@
 
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/Online/AddressSigner.h"
-#include "Sandbox/Online/ObjectReceiver.h"
-#include "Sandbox/Online/OnlineTemplateJson.h"
-#include "Sandbox/ServicePaths.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/Online/ObjectUpload.h"
+#include "Sandbox/Online/OnlineTemplateKind.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/RandomName.h"
 
 #include <boost/json/array.hpp>

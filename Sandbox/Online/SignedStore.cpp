@@ -1,8 +1,8 @@
 #include "Sandbox/Online/SignedStore.h"
 
 #include "Sandbox/Online/CheckedBody.h"
-#include "Sandbox/Online/ObjectReceiver.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/Online/ObjectUpload.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,7 +1,7 @@
 #include "Sandbox/Storage/BodyReceiver.h"
 
 #include "Sandbox/Http/MultipartReader.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/DiskWriter.h"
 
 namespace varo::sandbox {

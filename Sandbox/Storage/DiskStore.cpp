@@ -1,6 +1,6 @@
 #include "Sandbox/Storage/DiskStore.h"
 
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/DiskWriter.h"
 #include "Sandbox/Storage/RandomName.h"
 

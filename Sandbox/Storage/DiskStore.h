@@ -76,4 +76,11 @@ class DiskStore {
   std::map<std::string, Afterwards, std::less<>> busy_;  // guarded by mutex_; keys being written
 };
 
+/// Where a file is kept: its record, and its bytes in one of two places. They outlive the services.
+struct FileStores {
+  RecordDatabase& records;
+  DiskStore& serviceBytes;
+  DiskStore& plainBytes;
+};
+
 }  // namespace varo::sandbox

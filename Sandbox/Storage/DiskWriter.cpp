@@ -1,6 +1,6 @@
 #include "Sandbox/Storage/DiskWriter.h"
 
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/RandomName.h"
 
 #include <fmt/format.h>

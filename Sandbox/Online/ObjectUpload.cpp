@@ -1,12 +1,14 @@
-#include "Sandbox/Online/FormReceiver.h"
+#include "Sandbox/Online/ObjectUpload.h"
 
 #include "Sandbox/Http/MultipartReader.h"
-#include "Sandbox/ServiceStatus.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/BodyReceiver.h"
+#include "Sandbox/Storage/DiskWriter.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 namespace varo::sandbox {
@@ -98,6 +100,26 @@ std::variant<std::vector<FormPart>, WriteProblem> receiveForm(const HttpRequest&
   const auto end = body.readInto([&reader](std::string_view piece) { return reader.push(piece); });
   if (auto problem = problemOf(end)) return *std::move(problem);
   return form.end(reader.complete());
+}
+
+std::variant<ReceivedObject, WriteProblem> receiveObject(const HttpRequest& request,
+                                                         RequestBody& body, DiskStore& objects,
+                                                         const std::string& key) {
+  auto begun = objects.writeWhole(key);
+  if (auto* problem = std::get_if<WriteProblem>(&begun)) return std::move(*problem);
+  DiskWriter& writer = *std::get<std::unique_ptr<DiskWriter>>(begun);
+  std::vector<FormPart> parts;
+  if (request.method == "POST") {
+    auto form = receiveForm(request, body, writer);
+    if (auto* problem = std::get_if<WriteProblem>(&form)) return std::move(*problem);
+    parts = std::get<std::vector<FormPart>>(std::move(form));
+  } else {
+    const auto end =
+        body.readInto([&writer](std::string_view piece) { return writer.write(piece); });
+    if (auto problem = problemOf(end)) return *std::move(problem);
+  }
+  if (auto problem = writer.finish()) return *std::move(problem);
+  return ReceivedObject{writer.state(), std::move(parts)};
 }
 
 }  // namespace varo::sandbox

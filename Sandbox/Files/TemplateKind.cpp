@@ -1,5 +1,6 @@
-#include "Sandbox/Files/TemplateJson.h"
+#include "Sandbox/Files/TemplateKind.h"
 
+#include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 
 namespace varo::sandbox {

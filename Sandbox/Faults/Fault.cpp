@@ -1,7 +1,8 @@
-#include "Sandbox/Faults/FaultJson.h"
+#include "Sandbox/Faults/Fault.h"
 
 #include "Sandbox/Http/JsonText.h"
 
+#include <boost/json/object.hpp>
 #include <fmt/format.h>
 
 #include <optional>

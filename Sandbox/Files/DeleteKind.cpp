@@ -1,6 +1,8 @@
-#include "Sandbox/Files/DeleteJson.h"
+#include "Sandbox/Files/DeleteKind.h"
 
 #include "Sandbox/Http/JsonText.h"
+
+#include <boost/json/object.hpp>
 
 #include <algorithm>
 #include <array>

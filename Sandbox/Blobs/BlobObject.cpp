@@ -1,5 +1,6 @@
-#include "Sandbox/Blobs/BlobObjectJson.h"
+#include "Sandbox/Blobs/BlobObject.h"
 
+#include <boost/json/object.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "Sandbox/Online/OnlineTemplateJson.h"
+#include "Sandbox/Online/OnlineTemplateKind.h"
 
 #include <fmt/format.h>
 
