@@ -1,5 +1,6 @@
 #include "Sandbox/SandboxServer.h"
 
+#include "Platform/Foundation/Mutex.h"
 #include "Sandbox/Blobs/BlobCatalog.h"
 #include "Sandbox/Blobs/BlobService.h"
 #include "Sandbox/Control/BlobControl.h"
@@ -24,7 +25,6 @@
 
 #include <exception>
 #include <filesystem>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -58,10 +58,10 @@ struct SandboxServer::Shared {
   FaultInjector faults;
   DeleteDefault defaultDelete;
   RequestLog log;
-  mutable std::mutex mutex;
-  // Guarded by mutex; of the last start.
-  std::string serviceOrigin;
-  std::string storeOrigin;
+  mutable platform::Mutex mutex;
+  // Of the last start.
+  std::string serviceOrigin VARO_GUARDED_BY(mutex);
+  std::string storeOrigin VARO_GUARDED_BY(mutex);
 };
 
 /// What lives from start to stop. The listeners come last, so that they end first.
@@ -151,7 +151,7 @@ std::optional<SandboxServer::Error> SandboxServer::start() {
     if (auto problem = running->service.start(options_.address, options_.port)) {
       return Error{*std::move(problem)};
     }
-    const std::lock_guard lock(shared_->mutex);
+    const platform::MutexLock lock(shared_->mutex);
     shared_->serviceOrigin = origin(options_.address, running->service.port());
     shared_->storeOrigin = origin(options_.address, running->store.port());
     running_ = std::move(running);
@@ -177,12 +177,12 @@ std::string SandboxServer::templateUrl() const {
 }
 
 std::string SandboxServer::originUrl() const {
-  const std::lock_guard lock(shared_->mutex);
+  const platform::MutexLock lock(shared_->mutex);
   return shared_->serviceOrigin;
 }
 
 std::string SandboxServer::storeUrl() const {
-  const std::lock_guard lock(shared_->mutex);
+  const platform::MutexLock lock(shared_->mutex);
   return shared_->storeOrigin;
 }
 

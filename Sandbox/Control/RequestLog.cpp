@@ -32,7 +32,7 @@ void RequestLog::record(std::string_view listener, const HttpRequest& request,
   }
   const bool hasToken = request.header(kTokenHeader) != nullptr;
 
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   ListenerStats& stats = stats_[entry.listener];
   ++stats.requests;
   stats.bodyBytes += bodyBytes;
@@ -42,18 +42,18 @@ void RequestLog::record(std::string_view listener, const HttpRequest& request,
 }
 
 void RequestLog::clear() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   requests_.clear();
   stats_.clear();
 }
 
 std::vector<LoggedRequest> RequestLog::requests() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return {requests_.begin(), requests_.end()};
 }
 
 ListenerStats RequestLog::stats(std::string_view listener) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto found = stats_.find(listener);
   return found == stats_.end() ? ListenerStats{} : found->second;
 }

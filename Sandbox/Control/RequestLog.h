@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/Foundation/Mutex.h"
 #include "Sandbox/Control/Traffic.h"
 
 #include <deque>
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,10 +24,9 @@ class RequestLog {
   [[nodiscard]] ListenerStats stats(std::string_view listener) const;
 
  private:
-  mutable std::mutex mutex_;
-  // Guarded by mutex_.
-  std::deque<LoggedRequest> requests_;
-  std::map<std::string, ListenerStats, std::less<>> stats_;
+  mutable platform::Mutex mutex_;
+  std::deque<LoggedRequest> requests_ VARO_GUARDED_BY(mutex_);
+  std::map<std::string, ListenerStats, std::less<>> stats_ VARO_GUARDED_BY(mutex_);
 };
 
 }  // namespace varo::sandbox

@@ -30,23 +30,23 @@ std::size_t targetOf(const FaultMatch& match, const HttpRequest& request) {
 }  // namespace
 
 void FaultInjector::add(FaultRule rule) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   entries_.push_back({std::move(rule), {}});
 }
 
 void FaultInjector::clear() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   entries_.clear();
 }
 
 std::size_t FaultInjector::size() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return entries_.size();
 }
 
 std::optional<FaultAction> FaultInjector::hit(std::string_view listener,
                                               const HttpRequest& request) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   std::optional<FaultAction> action;
   for (Entry& entry : entries_) {
     const FaultMatch& match = entry.rule.match;

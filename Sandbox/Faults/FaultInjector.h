@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/Foundation/Mutex.h"
 #include "Sandbox/Faults/Fault.h"
 #include "Sandbox/Http/HttpResponse.h"
 
 #include <cstddef>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
@@ -31,8 +31,8 @@ class FaultInjector {
     /// targets apart.
     std::unordered_map<std::size_t, std::uint64_t> seen;
   };
-  mutable std::mutex mutex_;
-  std::vector<Entry> entries_;  // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  std::vector<Entry> entries_ VARO_GUARDED_BY(mutex_);
 };
 
 /// The answer that replaces the service's own, if the action has one.

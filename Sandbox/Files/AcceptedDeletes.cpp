@@ -22,7 +22,7 @@ std::string AcceptedDeletes::add(DeleteKind kind, std::vector<std::string> files
   entry.fileCount = files.size();
   entry.files = std::make_shared<const std::vector<std::string>>(std::move(files));
 
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   heldFiles_ += entry.fileCount;
   entries_.emplace(name, std::move(entry));
   names_.push_back(name);
@@ -34,7 +34,7 @@ std::string AcceptedDeletes::add(DeleteKind kind, std::vector<std::string> files
 }
 
 std::optional<AcceptedDeletes::Poll> AcceptedDeletes::poll(std::string_view name) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto found = entries_.find(name);
   if (found == entries_.end()) return std::nullopt;
   Entry& entry = found->second;
@@ -42,7 +42,7 @@ std::optional<AcceptedDeletes::Poll> AcceptedDeletes::poll(std::string_view name
 }
 
 void AcceptedDeletes::finish(std::string_view name) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto found = entries_.find(name);
   if (found == entries_.end() || !found->second.files) return;
   heldFiles_ -= found->second.fileCount;

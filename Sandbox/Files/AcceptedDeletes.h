@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/Mutex.h"
 #include "Sandbox/Files/DeleteKind.h"
 
 #include <cstddef>
@@ -7,7 +8,6 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,14 +55,14 @@ class AcceptedDeletes {
     std::size_t fileCount = 0;
     std::uint64_t polls = 0;
   };
-  void forgetOldestLocked();
+  void forgetOldestLocked() VARO_REQUIRES(mutex_);
 
   const Limits limits_;
-  std::mutex mutex_;
-  // Guarded by mutex_.
-  std::map<std::string, Entry, std::less<>> entries_;
-  std::deque<std::string> names_;  // oldest first
-  std::size_t heldFiles_ = 0;      // of all entries, those that are not removed yet
+  platform::Mutex mutex_;
+  std::map<std::string, Entry, std::less<>> entries_ VARO_GUARDED_BY(mutex_);
+  std::deque<std::string> names_ VARO_GUARDED_BY(mutex_);  // oldest first
+  /// Of all entries, those that are not removed yet.
+  std::size_t heldFiles_ VARO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace varo::sandbox

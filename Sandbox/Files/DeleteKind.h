@@ -1,9 +1,10 @@
 #pragma once
 
+#include "Platform/Foundation/Mutex.h"
+
 #include <boost/json/fwd.hpp>
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
@@ -37,11 +38,11 @@ class DeleteDefault {
   explicit DeleteDefault(DeleteKind kind) : initial_(kind), kind_(kind) {}
 
   [[nodiscard]] DeleteKind get() const {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     return kind_;
   }
   void set(DeleteKind kind) {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     kind_ = kind;
   }
   /// Back to what it was at the beginning.
@@ -52,8 +53,8 @@ class DeleteDefault {
 
  private:
   const DeleteKind initial_;
-  mutable std::mutex mutex_;
-  DeleteKind kind_;  // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  DeleteKind kind_ VARO_GUARDED_BY(mutex_);
 };
 
 /// The metadata entry by which a file says how it is deleted: an object, or the text of one.

@@ -3,30 +3,25 @@
 namespace varo::sandbox {
 
 void StopSignal::raise() {
-  {
-    const std::lock_guard lock(mutex_);
-    raised_ = true;
-  }
-  condition_.notify_all();
-}
-
-void StopSignal::reset() {
-  const std::lock_guard lock(mutex_);
-  raised_ = false;
+  const platform::MutexLock lock(mutex_);
+  raised_ = true;
+  condition_.notifyAll();
 }
 
 bool StopSignal::raised() const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   return raised_;
 }
 
 void StopSignal::waitFor(std::chrono::milliseconds duration) {
-  std::unique_lock lock(mutex_);
-  const auto isRaised = [this] { return raised_; };
-  if (duration < std::chrono::milliseconds::zero()) {
-    condition_.wait(lock, isRaised);
-  } else {
-    condition_.wait_for(lock, duration, isRaised);
+  const auto end = std::chrono::steady_clock::now() + duration;
+  const platform::MutexLock lock(mutex_);
+  while (!raised_) {
+    if (duration < std::chrono::milliseconds::zero()) {
+      condition_.wait(mutex_);
+    } else if (condition_.waitUntil(mutex_, end) == std::cv_status::timeout) {
+      return;
+    }
   }
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "Platform/Foundation/Mutex.h"
+
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 
 namespace varo::sandbox {
 
@@ -10,15 +10,14 @@ namespace varo::sandbox {
 class StopSignal {
  public:
   void raise();
-  void reset();
   [[nodiscard]] bool raised() const;
   /// Waits for `duration` (negative: without a limit), or less when the signal is raised.
   void waitFor(std::chrono::milliseconds duration);
 
  private:
-  mutable std::mutex mutex_;
-  std::condition_variable condition_;
-  bool raised_ = false;  // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  platform::ConditionVariable condition_;
+  bool raised_ VARO_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace varo::sandbox

@@ -97,7 +97,7 @@ bool DiskStore::removeLeased(const std::string& key) {
 }
 
 DiskStore::Lease DiskStore::acquire(const std::string& key, Afterwards afterwards) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   const auto [entry, isFree] = busy_.try_emplace(key, Afterwards::kKeep);
   if (!isFree) {
     if (afterwards == Afterwards::kDiscard) entry->second = afterwards;
@@ -109,7 +109,7 @@ DiskStore::Lease DiskStore::acquire(const std::string& key, Afterwards afterward
 void DiskStore::release(const std::string& key) noexcept {
   auto afterwards = Afterwards::kKeep;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::MutexLock lock(mutex_);
     const auto entry = busy_.find(key);
     afterwards = entry->second;
     busy_.erase(entry);

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "Platform/Foundation/Mutex.h"
 #include "Sandbox/Storage/DiskFile.h"
 #include "Sandbox/Storage/RecordDatabase.h"
 
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -72,8 +72,9 @@ class DiskStore {
   const std::string directory_;
   const std::string area_;
   RecordDatabase& records_;
-  std::mutex mutex_;
-  std::map<std::string, Afterwards, std::less<>> busy_;  // guarded by mutex_; keys being written
+  platform::Mutex mutex_;
+  /// Keys that somebody writes.
+  std::map<std::string, Afterwards, std::less<>> busy_ VARO_GUARDED_BY(mutex_);
 };
 
 /// Where a file is kept: its record, and its bytes in one of two places. They outlive the services.

@@ -72,7 +72,7 @@ RecordDatabase::RecordDatabase(const std::string& path)
 RecordDatabase::~RecordDatabase() = default;
 
 void RecordDatabase::insert(const FileRecord& record, const Properties& properties) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement statement(*database_,
                               "INSERT INTO files (id, metadata, kind, committed, size, entity_tag) "
@@ -84,12 +84,12 @@ void RecordDatabase::insert(const FileRecord& record, const Properties& properti
   statement.bind(5, toSql(record.size));
   bindText(statement, 6, record.entityTag);
   statement.exec();
-  writeProperties(record.id, properties);
+  writePropertiesLocked(record.id, properties);
   transaction.commit();
 }
 
 std::optional<FileRecord> RecordDatabase::find(std::string_view id) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_,
                               "SELECT " + std::string(kFileColumns) + " FROM files WHERE id = ?");
   bindText(statement, 1, id);
@@ -98,7 +98,7 @@ std::optional<FileRecord> RecordDatabase::find(std::string_view id) const {
 }
 
 bool RecordDatabase::replace(const FileRecord& record, const Properties& properties) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement statement(*database_,
                               "UPDATE files SET metadata = ?, committed = ?, size = ?, "
@@ -111,22 +111,22 @@ bool RecordDatabase::replace(const FileRecord& record, const Properties& propert
   bindText(statement, 5, record.id);
   statement.bind(6, record.revision);
   if (statement.exec() != 1) return false;
-  writeProperties(record.id, properties);
+  writePropertiesLocked(record.id, properties);
   transaction.commit();
   return true;
 }
 
 void RecordDatabase::remove(std::string_view id) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement statement(*database_, "DELETE FROM files WHERE id = ?");
   bindText(statement, 1, id);
   statement.exec();
-  writeProperties(id, {});
+  writePropertiesLocked(id, {});
   transaction.commit();
 }
 
-void RecordDatabase::writeProperties(std::string_view id, const Properties& properties) {
+void RecordDatabase::writePropertiesLocked(std::string_view id, const Properties& properties) {
   SQLite::Statement remove(*database_, "DELETE FROM properties WHERE id = ?");
   bindText(remove, 1, id);
   remove.exec();
@@ -149,7 +149,7 @@ std::vector<FileRecord> RecordDatabase::list(const Filter& filter, Scope scope) 
   }
   sql += " ORDER BY number";
 
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_, sql);
   int index = 0;
   for (const auto& [name, value] : filter) {
@@ -163,7 +163,7 @@ std::vector<FileRecord> RecordDatabase::list(const Filter& filter, Scope scope) 
 
 std::optional<StoredBytes> RecordDatabase::findStored(std::string_view area,
                                                       std::string_view key) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_,
                               "SELECT file_name, size, chunk_length, chunks, entity_tag "
                               "FROM blobs WHERE area = ? AND key = ?");
@@ -178,7 +178,7 @@ std::optional<StoredBytes> RecordDatabase::findStored(std::string_view area,
 
 void RecordDatabase::putStored(std::string_view area, std::string_view key,
                                const StoredBytes& state) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_,
                               "INSERT OR REPLACE INTO blobs (area, key, file_name, size, "
                               "chunk_length, chunks, entity_tag) VALUES (?, ?, ?, ?, ?, ?, ?)");
@@ -193,7 +193,7 @@ void RecordDatabase::putStored(std::string_view area, std::string_view key,
 }
 
 void RecordDatabase::removeStored(std::string_view area, std::string_view key) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_, "DELETE FROM blobs WHERE area = ? AND key = ?");
   bindText(statement, 1, area);
   bindText(statement, 2, key);
@@ -201,7 +201,7 @@ void RecordDatabase::removeStored(std::string_view area, std::string_view key) {
 }
 
 std::optional<std::string> RecordDatabase::findObject(std::string_view name) const {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_, "SELECT definition FROM objects WHERE name = ?");
   bindText(statement, 1, name);
   if (!statement.executeStep()) return std::nullopt;
@@ -209,7 +209,7 @@ std::optional<std::string> RecordDatabase::findObject(std::string_view name) con
 }
 
 void RecordDatabase::putObject(std::string_view name, std::string_view definition) {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_,
                               "INSERT OR REPLACE INTO objects (name, definition) VALUES (?, ?)");
   bindText(statement, 1, name);
@@ -218,7 +218,7 @@ void RecordDatabase::putObject(std::string_view name, std::string_view definitio
 }
 
 std::vector<std::string> RecordDatabase::removeObjects() {
-  const std::lock_guard lock(mutex_);
+  const platform::MutexLock lock(mutex_);
   SQLite::Transaction transaction(*database_);
   SQLite::Statement select(*database_, "SELECT name FROM objects");
   std::vector<std::string> names;

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "Platform/Foundation/Mutex.h"
 #include "Sandbox/Files/FilterParser.h"
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -72,10 +72,11 @@ class RecordDatabase {
   std::vector<std::string> removeObjects();
 
  private:
-  void writeProperties(std::string_view id, const Properties& properties);
+  void writePropertiesLocked(std::string_view id, const Properties& properties)
+      VARO_REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  const std::unique_ptr<SQLite::Database> database_;  // guarded by mutex_
+  mutable platform::Mutex mutex_;
+  const std::unique_ptr<SQLite::Database> database_ VARO_GUARDED_BY(mutex_);
 };
 
 }  // namespace varo::sandbox
