@@ -90,14 +90,13 @@ struct SandboxServer::Running {
         servicePipeline(std::string(kServiceListener), options.requiredToken,
                         {shared.faults, shared.log, stopSignal}),
         storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
-        store({options.connectionThreads, options.maxBodyBytes}, stopSignal,
+        store(options.http, stopSignal,
               [this](HttpRequest& request, RequestBody& body) {
                 return storePipeline.handle(request, body);
               }),
-        service({options.connectionThreads, options.maxBodyBytes}, stopSignal,
-                [this](HttpRequest& request, RequestBody& body) {
-                  return servicePipeline.handle(request, body);
-                }) {
+        service(options.http, stopSignal, [this](HttpRequest& request, RequestBody& body) {
+          return servicePipeline.handle(request, body);
+        }) {
     recordService.registerRoutes(servicePipeline.router());
     contentService.registerRoutes(servicePipeline.router());
     deleteService.registerRoutes(servicePipeline.router());
@@ -109,8 +108,6 @@ struct SandboxServer::Running {
     // Last, since it takes whatever is left.
     signedStore.registerRoutes(storePipeline.router());
   }
-
-  ~Running() { stopSignal.raise(); }
 
   StopSignal stopSignal;
   RecordDatabase records;

@@ -19,9 +19,10 @@ std::uint64_t Base64Answer::length() const {
   return kBefore.size() + encodedLength() + kAfter.size();
 }
 
-std::int64_t Base64Answer::readAt(std::uint64_t offset, std::span<char> buffer) const {
+bool Base64Answer::read(std::uint64_t offset, std::span<char> buffer) const {
   std::size_t done = 0;
-  while (done < buffer.size() && offset + done < length()) {
+  if (offset > length() || buffer.size() > length() - offset) return false;
+  while (done < buffer.size()) {
     const std::uint64_t position = offset + done;
     const std::span<char> rest = buffer.subspan(done);
     const std::uint64_t end = kBefore.size() + encodedLength();
@@ -32,11 +33,11 @@ std::int64_t Base64Answer::readAt(std::uint64_t offset, std::span<char> buffer) 
       piece = kAfter.copy(rest.data(), rest.size(), static_cast<std::size_t>(position - end));
     } else {
       piece = encode(position - kBefore.size(), rest);
-      if (piece == 0) return -1;
+      if (piece == 0) return false;
     }
     done += piece;
   }
-  return static_cast<std::int64_t>(done);
+  return true;
 }
 
 std::size_t Base64Answer::encode(std::uint64_t offset, std::span<char> buffer) const {
@@ -44,8 +45,7 @@ std::size_t Base64Answer::encode(std::uint64_t offset, std::span<char> buffer) c
   std::array<unsigned char, 4 * kGroups + 1> text;  // the encoder ends it with a zero byte
   const std::uint64_t begin = offset / 4 * 3;
   const std::uint64_t wanted = std::min<std::uint64_t>(size_ - begin, raw.size());
-  const std::int64_t read = bytes_->readAt(begin, std::span(raw).first(wanted));
-  if (read != static_cast<std::int64_t>(wanted)) return 0;
+  if (!bytes_(begin, std::span(raw).first(wanted))) return 0;
   const int encoded = ::EVP_EncodeBlock(
       text.data(), reinterpret_cast<const unsigned char*>(raw.data()), static_cast<int>(wanted));
   const std::string_view view(reinterpret_cast<const char*>(text.data()),

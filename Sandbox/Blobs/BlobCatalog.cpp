@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 #include <variant>
 
@@ -48,11 +49,14 @@ std::optional<BlobCatalog::Found> BlobCatalog::find(const BlobKey& key) const {
   if (!object) return std::nullopt;
   Found found{*std::move(object), nullptr, 0, ""};
   if (const auto& generated = found.object.generated) {
-    found.bytes = std::make_shared<GeneratedBytes>(generated->seed, generated->size);
+    found.bytes = [bytes = GeneratedBytes(generated->seed, generated->size)](
+                      std::uint64_t offset, std::span<char> buffer) {
+      return bytes.readAt(offset, buffer) == static_cast<std::int64_t>(buffer.size());
+    };
     found.size = generated->size;
     found.entityTag = fmt::format("\"{:x}-{:x}\"", generated->seed, generated->size);
   } else if (auto stored = bytes_.open(nameOf(key))) {
-    found.bytes = std::move(stored->file);
+    found.bytes = std::move(stored->bytes);
     found.size = stored->state.size;
     found.entityTag = std::move(stored->state.entityTag);
   }

@@ -1,12 +1,10 @@
 #pragma once
 
 #include "Sandbox/Blobs/BlobObject.h"
-#include "Sandbox/Storage/ByteSource.h"
 #include "Sandbox/Storage/DiskStore.h"
 #include "Sandbox/Storage/RecordDatabase.h"
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -18,7 +16,7 @@ class BlobCatalog {
  public:
   struct Found {
     BlobObject object;
-    std::shared_ptr<const ByteSource> bytes;  ///< Null where there is no content.
+    ContentReader bytes;  ///< Null where there is no content.
     std::uint64_t size = 0;
     std::string entityTag;  ///< Strong: another content has another one.
   };

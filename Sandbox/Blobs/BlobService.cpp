@@ -8,8 +8,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <memory>
 #include <optional>
+#include <span>
 #include <utility>
 
 namespace varo::sandbox {
@@ -30,10 +30,12 @@ std::optional<BlobKey> blobKeyOf(const HttpRequest& request) {
 }
 
 HttpResponse base64Response(const BlobCatalog::Found& found) {
-  auto answer = std::make_shared<Base64Answer>(found.bytes, found.size);
+  const Base64Answer answer(found.bytes, found.size);
   HttpResponse response;
-  response.contentLength = answer->length();
-  response.content = std::move(answer);
+  response.contentLength = answer.length();
+  response.content = [answer](std::uint64_t offset, std::span<char> buffer) {
+    return answer.read(offset, buffer);
+  };
   return response;
 }
 

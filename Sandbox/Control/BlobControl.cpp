@@ -2,6 +2,7 @@
 
 #include "Sandbox/Blobs/BlobObject.h"
 #include "Sandbox/Control/ControlRoute.h"
+#include "Sandbox/Http/HttpLimits.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/BodyReceiver.h"
@@ -19,8 +20,6 @@
 namespace varo::sandbox {
 namespace json = boost::json;
 namespace {
-
-constexpr std::size_t kMaxJsonBytes = std::size_t{1024} * 1024;
 
 HttpResponse done() {
   HttpResponse response;

@@ -3,6 +3,7 @@
 #include "Sandbox/Control/ControlRoute.h"
 #include "Sandbox/Faults/Fault.h"
 #include "Sandbox/Files/DeleteKind.h"
+#include "Sandbox/Http/HttpLimits.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/ServiceProtocol.h"
 
@@ -16,8 +17,6 @@
 namespace varo::sandbox {
 namespace json = boost::json;
 namespace {
-
-constexpr std::size_t kMaxJsonBytes = 1024 * 1024;
 
 HttpResponse jsonResponse(const json::value& value) {
   HttpResponse response;

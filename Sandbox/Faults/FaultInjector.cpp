@@ -1,5 +1,6 @@
 #include "Sandbox/Faults/FaultInjector.h"
 
+#include "Platform/Foundation/Text.h"
 #include "Sandbox/Faults/RangeFault.h"
 
 #include <boost/json/serialize.hpp>
@@ -93,7 +94,7 @@ void spoil(HttpResponse& response, const FaultAction& action) {
   bendTotal(response, action);
   for (const auto& [name, value] : action.headers) {
     std::erase_if(response.headers, [&name = name](const auto& field) {
-      return equalIgnoringCase(field.first, name);
+      return platform::equalIgnoringCase(field.first, name);
     });
   }
   for (const auto& [name, value] : action.headers) {

@@ -1,5 +1,7 @@
 #include "Sandbox/Faults/RangeFault.h"
 
+#include "Platform/Foundation/Text.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -18,7 +20,7 @@ struct Positions {
 };
 
 std::optional<Positions> positionsIn(std::string_view value) {
-  if (!equalIgnoringCase(value.substr(0, kUnit.size()), kUnit)) return std::nullopt;
+  if (!startsIgnoringCase(value, kUnit)) return std::nullopt;
   value.remove_prefix(kUnit.size());
   const std::size_t dash = std::min(value.find('-'), value.size());
   const auto first = parseUnsigned(value.substr(0, dash));
@@ -55,7 +57,7 @@ std::optional<HttpRequest> bentRequest(const HttpRequest& request, const FaultAc
   }
   HttpRequest result = request;
   std::erase_if(result.headers,
-                [](const auto& field) { return equalIgnoringCase(field.first, kRange); });
+                [](const auto& field) { return platform::equalIgnoringCase(field.first, kRange); });
   if (!bent.empty()) result.headers.emplace_back(kRange, std::move(bent));
   return result;
 }
@@ -63,7 +65,7 @@ std::optional<HttpRequest> bentRequest(const HttpRequest& request, const FaultAc
 void bendTotal(HttpResponse& response, const FaultAction& action) {
   if (!action.total) return;
   for (auto& [name, value] : response.headers) {
-    if (!equalIgnoringCase(name, "Content-Range")) continue;
+    if (!platform::equalIgnoringCase(name, "Content-Range")) continue;
     value = value.substr(0, value.rfind('/') + 1) + *action.total;
   }
 }

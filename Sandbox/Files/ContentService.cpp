@@ -1,5 +1,6 @@
 #include "Sandbox/Files/ContentService.h"
 
+#include "Platform/Foundation/Text.h"
 #include "Sandbox/Files/TemplateKind.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/ServiceProtocol.h"
@@ -37,7 +38,7 @@ std::optional<WriteProblem> checkForm(const HttpRequest& request, const Template
   if (kind.domain != TemplateKind::Domain::kService) {
     return refuse("the bytes of this file go to the outside store");
   }
-  if (!equalIgnoringCase(request.method, methodName(kind.method))) {
+  if (!platform::equalIgnoringCase(request.method, methodName(kind.method))) {
     return refuse(fmt::format("the upload template says \"{}\"", methodName(kind.method)));
   }
   const bool multipart = kind.mode == TemplateKind::Mode::kMultipart;
@@ -45,7 +46,7 @@ std::optional<WriteProblem> checkForm(const HttpRequest& request, const Template
     return refuse(multipart ? "the upload template says \"multipart\", the body is none"
                             : "the upload template says \"binary\", the body is multipart");
   }
-  if (!multipart && kind.method == TemplateKind::Method::kPost && !request.hasBody()) {
+  if (!multipart && kind.method == TemplateKind::Method::kPost && !request.hasBody) {
     return refuse("a binary POST came without bytes");
   }
   if (!kind.chunked.value_or(true) && sequence > 1) {
@@ -119,7 +120,7 @@ HttpResponse ContentService::download(const HttpRequest& request) const {
   }
   const auto stored = bytes_.open(id);
   if (!stored) return errorResponse(kNotFound, "the bytes of this file are not here", 404);
-  return rangeResponse(request, {stored->file, stored->state.size, stored->state.entityTag});
+  return rangeResponse(request, {stored->bytes, stored->state.size, stored->state.entityTag});
 }
 
 }  // namespace varo::sandbox

@@ -1,5 +1,7 @@
 #include "Sandbox/Files/FilterParser.h"
 
+#include "Platform/Foundation/Text.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -10,8 +12,6 @@ namespace varo::sandbox {
 namespace {
 
 constexpr std::size_t kMaxTerms = 64;
-
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 class Scanner {
  public:
@@ -30,8 +30,8 @@ class Scanner {
 
   std::string_view word() {
     const auto end = std::find_if_not(rest_.begin(), rest_.end(), [](char c) {
-      return (lower(c) >= 'a' && lower(c) <= 'z') || (c >= '0' && c <= '9') || c == '_' ||
-             c == '-' || c == '.' || c == '+';
+      return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+             c == '_' || c == '-' || c == '.' || c == '+';
     });
     const auto found = rest_.substr(0, static_cast<std::size_t>(end - rest_.begin()));
     advance(found.size());
@@ -40,10 +40,7 @@ class Scanner {
 
   bool keyword(std::string_view wanted) {
     const Scanner before = *this;
-    const std::string_view found = word();
-    const bool same =
-        found.size() == wanted.size() && std::equal(found.begin(), found.end(), wanted.begin(),
-                                                    [](char a, char b) { return lower(a) == b; });
+    const bool same = platform::equalIgnoringCase(word(), wanted);
     if (!same) *this = before;
     return same;
   }

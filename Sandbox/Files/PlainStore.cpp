@@ -46,7 +46,7 @@ void PlainStore::registerRoutes(Router& router) {
 HttpResponse PlainStore::write(const HttpRequest& request, RequestBody& body) {
   const std::string& key = request.pathArguments.front();
   if (key.empty()) return plainError(400, "the object's name is missing");
-  if (request.method == "POST" && !request.hasBody()) {
+  if (request.method == "POST" && !request.hasBody) {
     return plainError(400, "a POST came without bytes");
   }
   const std::string* mode = request.parameter("mode");
@@ -62,7 +62,7 @@ HttpResponse PlainStore::write(const HttpRequest& request, RequestBody& body) {
 HttpResponse PlainStore::read(const HttpRequest& request) const {
   const auto stored = bytes_.open(request.pathArguments.front());
   if (!stored) return plainError(404, "there is no such object");
-  return rangeResponse(request, {stored->file, stored->state.size, stored->state.entityTag});
+  return rangeResponse(request, {stored->bytes, stored->state.size, stored->state.entityTag});
 }
 
 HttpResponse PlainStore::remove(const HttpRequest& request) {

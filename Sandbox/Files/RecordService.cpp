@@ -1,8 +1,10 @@
 #include "Sandbox/Files/RecordService.h"
 
+#include "Platform/Foundation/Text.h"
 #include "Sandbox/Files/DeleteKind.h"
 #include "Sandbox/Files/FilterParser.h"
 #include "Sandbox/Files/TemplateKind.h"
+#include "Sandbox/Http/HttpLimits.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/RandomName.h"
@@ -18,7 +20,6 @@ namespace varo::sandbox {
 namespace json = boost::json;
 namespace {
 
-constexpr std::size_t kMaxJsonBytes = 4 * 1024 * 1024;
 constexpr std::string_view kTemplateWish = "sandbox_template";
 constexpr std::string_view kCommitProperties = "commit_properties";
 
@@ -85,7 +86,7 @@ std::string withoutQuotes(std::string_view tag) {
 
 bool hasEntityTag(const json::object& properties, const std::string& entityTag) {
   return std::any_of(properties.begin(), properties.end(), [&](const auto& entry) {
-    return equalIgnoringCase(entry.key(), "ETag") && entry.value().is_string() &&
+    return platform::equalIgnoringCase(entry.key(), "ETag") && entry.value().is_string() &&
            withoutQuotes(entry.value().get_string()) == withoutQuotes(entityTag);
   });
 }
@@ -175,10 +176,10 @@ std::string RecordService::uploadTemplate(const std::string& id, const TemplateK
 
 HttpResponse RecordService::put(const HttpRequest& request, RequestBody& body) {
   const std::string* override = request.header("X-HTTP-Method-Override");
-  if (override == nullptr || equalIgnoringCase(*override, "PUT")) {
+  if (override == nullptr || platform::equalIgnoringCase(*override, "PUT")) {
     return change(body, Change::kUpdate);
   }
-  if (equalIgnoringCase(*override, "PATCH")) return change(body, Change::kCommit);
+  if (platform::equalIgnoringCase(*override, "PATCH")) return change(body, Change::kCommit);
   return errorResponse(kUnknownPath, "X-HTTP-Method-Override names no method of this path", 405);
 }
 

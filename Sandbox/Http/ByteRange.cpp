@@ -22,7 +22,7 @@ std::uint64_t saturated(std::string_view digits) {
 ByteRange parseByteRange(std::string_view value, std::uint64_t size) {
   constexpr std::string_view kUnit = "bytes=";
   const ByteRange whole{ByteRange::Kind::kWhole, 0, size};
-  if (!equalIgnoringCase(value.substr(0, kUnit.size()), kUnit)) return whole;
+  if (!startsIgnoringCase(value, kUnit)) return whole;
   value.remove_prefix(kUnit.size());
   const std::size_t dash = value.find('-');
   if (dash == std::string_view::npos) return whole;

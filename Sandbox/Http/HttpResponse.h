@@ -1,12 +1,12 @@
 #pragma once
 
 #include "Sandbox/Http/HttpRequest.h"
-#include "Sandbox/Storage/ByteSource.h"
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -21,13 +21,17 @@ struct Delivery {
   bool drop = false;                      ///< Close the connection without a byte.
 };
 
+/// Reads bytes that an answer carries: fills all of `buffer` from byte `offset` on, or returns
+/// false. Keeps alive what it reads from. Thread-safe.
+using ContentReader = std::function<bool(std::uint64_t offset, std::span<char> buffer)>;
+
 /// One answer. The body is `text`, or a region of `content` when that is set.
 struct HttpResponse {
   int status = 200;
   std::string contentType = "application/json";
   FieldList headers;
   std::string text;
-  std::shared_ptr<const ByteSource> content;
+  ContentReader content;
   std::uint64_t contentOffset = 0;
   std::uint64_t contentLength = 0;
   Delivery delivery;
@@ -41,7 +45,7 @@ struct HttpResponse {
 
 /// Bytes that an answer may carry: the whole of them, `size` long.
 struct Content {
-  std::shared_ptr<const ByteSource> bytes;
+  ContentReader bytes;
   std::uint64_t size = 0;
   std::string entityTag;
 };

@@ -88,7 +88,7 @@ bool MultipartReader::fail() {
 std::string multipartBoundary(std::string_view value) {
   constexpr std::string_view kType = "multipart/form-data";
   constexpr std::string_view kKey = "boundary=";
-  if (!equalIgnoringCase(value.substr(0, kType.size()), kType)) return {};
+  if (!startsIgnoringCase(value, kType)) return {};
   const std::size_t begin = value.find(kKey);
   if (begin == std::string_view::npos) return {};
   value.remove_prefix(begin + kKey.size());

@@ -21,7 +21,7 @@ std::string_view dispositionOf(std::string_view head) {
   constexpr std::string_view kField = "Content-Disposition:";
   while (!head.empty()) {
     const std::string_view line = head.substr(0, head.find("\r\n"));
-    if (equalIgnoringCase(line.substr(0, kField.size()), kField)) return line;
+    if (startsIgnoringCase(line, kField)) return line;
     head.remove_prefix(std::min(head.size(), line.size() + 2));
   }
   return {};

@@ -1,5 +1,6 @@
 #include "Sandbox/Online/OnlineService.h"
 
+#include "Sandbox/Http/HttpLimits.h"
 #include "Sandbox/Http/JsonText.h"
 #include "Sandbox/Online/AddressSigner.h"
 #include "Sandbox/Online/ObjectUpload.h"
@@ -22,7 +23,6 @@ namespace {
 using Target = OnlineTemplateKind::Target;
 using Auth = OnlineTemplateKind::Auth;
 
-constexpr std::size_t kMaxJsonBytes = std::size_t{4} * 1024 * 1024;
 constexpr std::string_view kWish = "sandbox_template";
 constexpr std::string_view kObjectName = "objectName";
 constexpr std::string_view kFileName = "fileName";
@@ -182,7 +182,7 @@ HttpResponse OnlineService::write(const HttpRequest& request, RequestBody& body)
 HttpResponse OnlineService::read(const HttpRequest& request) const {
   const auto stored = objects_.open(request.pathArguments.front());
   if (!stored) return errorResponse(kNotFound, "there is no such object", 404);
-  return rangeResponse(request, {stored->file, stored->state.size, stored->state.entityTag});
+  return rangeResponse(request, {stored->bytes, stored->state.size, stored->state.entityTag});
 }
 
 }  // namespace varo::sandbox

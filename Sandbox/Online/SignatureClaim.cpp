@@ -1,5 +1,7 @@
 #include "Sandbox/Online/SignatureClaim.h"
 
+#include "Platform/Foundation/Text.h"
+
 #include <algorithm>
 #include <functional>
 #include <string_view>
@@ -18,12 +20,6 @@ using ClaimOrError = std::variant<SignatureClaim, StoreError>;
 
 StoreError malformed(std::string_view code, std::string reason) {
   return {400, std::string(code), std::move(reason)};
-}
-
-std::string_view trimmed(std::string_view text) {
-  while (text.starts_with(' ')) text.remove_prefix(1);
-  while (text.ends_with(' ')) text.remove_suffix(1);
-  return text;
 }
 
 std::vector<std::string> split(std::string_view text, char separator) {
@@ -88,7 +84,7 @@ std::optional<FieldList> authorizationFields(std::string_view value) {
   if (!value.starts_with(' ')) return std::nullopt;
   FieldList fields;
   for (const std::string& part : split(value, ',')) {
-    const std::string_view field = trimmed(part);
+    const std::string_view field = platform::trimmed(part);
     const std::size_t equals = std::min(field.find('='), field.size());
     const std::string_view name = field.substr(0, equals);
     if (equals == field.size() || findField(fields, name) != nullptr) return std::nullopt;

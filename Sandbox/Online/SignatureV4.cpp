@@ -1,5 +1,7 @@
 #include "Sandbox/Online/SignatureV4.h"
 
+#include "Platform/Foundation/PercentCoding.h"
+#include "Platform/Foundation/Text.h"
 #include "Sandbox/Online/Digest.h"
 
 #include <fmt/format.h>
@@ -9,11 +11,6 @@
 
 namespace varo::sandbox::sigv4 {
 namespace {
-
-bool isUnreserved(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-         c == '.' || c == '_' || c == '~';
-}
 
 /// Sorted by the encoded name, then by the encoded value.
 std::string canonicalQuery(const FieldList& parameters) {
@@ -44,7 +41,7 @@ std::string canonicalValue(const FieldList& headers, std::string_view name) {
   std::string joined;
   bool first = true;
   for (const auto& [field, value] : headers) {
-    if (!equalIgnoringCase(field, name)) continue;
+    if (!platform::equalIgnoringCase(field, name)) continue;
     if (!std::exchange(first, false)) joined += ',';
     joined += squeezed(value);
   }
@@ -65,16 +62,7 @@ std::string Scope::text() const {
 }
 
 std::string uriEncoded(std::string_view text, Slash slash) {
-  std::string encoded;
-  encoded.reserve(text.size());
-  for (const char c : text) {
-    if (isUnreserved(c) || (c == '/' && slash == Slash::kKept)) {
-      encoded += c;
-    } else {
-      encoded += fmt::format("%{:02X}", static_cast<unsigned char>(c));
-    }
-  }
-  return encoded;
+  return platform::percentEncode(text, slash == Slash::kKept ? "/" : "");
 }
 
 std::string canonicalRequest(const HttpRequest& request,

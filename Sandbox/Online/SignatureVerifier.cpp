@@ -1,5 +1,6 @@
 #include "Sandbox/Online/SignatureVerifier.h"
 
+#include "Platform/Foundation/Text.h"
 #include "Sandbox/Online/Digest.h"
 
 #include <fmt/format.h>
@@ -15,16 +16,12 @@ constexpr std::chrono::minutes kLargestSkew{15};
 
 StoreError denied(std::string message) { return {403, "AccessDenied", std::move(message)}; }
 
-bool startsIgnoringCase(std::string_view text, std::string_view prefix) {
-  return equalIgnoringCase(text.substr(0, prefix.size()), prefix);
-}
-
 /// What must be signed is signed, and what is signed is there.
 std::optional<StoreError> checkSignedHeaders(const HttpRequest& request,
                                              const SignatureClaim& claim) {
   const auto isNamed = [&claim](std::string_view name) {
     return std::any_of(claim.signedHeaders.begin(), claim.signedHeaders.end(),
-                       [name](const auto& one) { return equalIgnoringCase(one, name); });
+                       [name](const auto& one) { return platform::equalIgnoringCase(one, name); });
   };
   if (!isNamed("host")) return denied("The header \"host\" must be signed.");
   for (const auto& [name, value] : request.headers) {

@@ -18,10 +18,6 @@ constexpr std::size_t kMaxKeyBytes = 1024;
 
 const std::string& keyOf(const HttpRequest& request) { return request.pathArguments.front(); }
 
-bool startsIgnoringCase(std::string_view text, std::string_view prefix) {
-  return equalIgnoringCase(text.substr(0, prefix.size()), prefix);
-}
-
 /// Operations on anything but one whole object have a query or a header of their own. Whoever asks
 /// for one must not get another instead.
 std::optional<StoreError> unservedOperation(const HttpRequest& request) {
@@ -111,7 +107,7 @@ HttpResponse SignedStore::read(const HttpRequest& request, RequestBody&) {
   const auto stored = objects_.open(keyOf(request));
   if (!stored) return xmlResponse(noSuchKey(request), request);
   HttpResponse response =
-      rangeResponse(request, {stored->file, stored->state.size, stored->state.entityTag});
+      rangeResponse(request, {stored->bytes, stored->state.size, stored->state.entityTag});
   if (response.status != 416) return response;
   HttpResponse refusal =
       xmlResponse({416, "InvalidRange", "The object has no such bytes."}, request);

@@ -1,5 +1,6 @@
 #include "Sandbox/Storage/DiskStore.h"
 
+#include "Platform/Foundation/File.h"
 #include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/DiskWriter.h"
 #include "Sandbox/Storage/RandomName.h"
@@ -7,14 +8,29 @@
 #include <fmt/format.h>
 
 #include <exception>
+#include <span>
 #include <unistd.h>
 #include <utility>
 
 namespace varo::sandbox {
 namespace {
 
+using platform::File;
+
 WriteProblem inProgress() {
   return {kWrongState, "another request is writing these bytes right now"};
+}
+
+ContentReader readerOf(std::shared_ptr<const File> file) {
+  return [file = std::move(file)](std::uint64_t offset, std::span<char> buffer) {
+    const auto count = file->readAt(offset, buffer);
+    return count && *count == buffer.size();
+  };
+}
+
+/// Null where there is none: the writer says so when the bytes come.
+std::shared_ptr<File> fileOrNull(platform::Result<std::shared_ptr<File>> opened) {
+  return opened ? std::move(opened).value() : nullptr;
 }
 
 }  // namespace
@@ -31,8 +47,8 @@ std::optional<DiskStore::Stored> DiskStore::open(std::string_view key) const {
   for (int attempt = 0; attempt < 10; ++attempt) {
     auto state = records_.findStored(area_, key);
     if (!state) return std::nullopt;
-    if (auto file = DiskFile::open(pathOf(state->fileName), DiskFile::Mode::kRead)) {
-      return Stored{*std::move(state), std::move(file)};
+    if (auto file = File::openForReading(pathOf(state->fileName))) {
+      return Stored{*std::move(state), readerOf(std::move(file).value())};
     }
   }
   return std::nullopt;
@@ -43,10 +59,10 @@ DiskStore::WriterOrProblem DiskStore::writeWhole(const std::string& key) {
   if (!lease) return inProgress();
   StoredBytes next;
   next.fileName = randomName();
-  auto file = DiskFile::open(pathOf(next.fileName), DiskFile::Mode::kTruncate);
+  auto file = File::createNew(pathOf(next.fileName));
   return std::make_unique<DiskWriter>(*this, std::move(lease), key, 0,
                                       state(key).value_or(StoredBytes{}), std::move(next),
-                                      std::move(file));
+                                      fileOrNull(std::move(file)));
 }
 
 DiskStore::WriterOrProblem DiskStore::writeChunk(const std::string& key, std::uint64_t sequence) {
@@ -68,10 +84,10 @@ DiskStore::WriterOrProblem DiskStore::writeChunk(const std::string& key, std::ui
   }
   StoredBytes next = previous;
   if (sequence == 1) next = {randomName(), 0, 0, 0, ""};
-  auto file = DiskFile::open(pathOf(next.fileName), sequence == 1 ? DiskFile::Mode::kTruncate
-                                                                  : DiskFile::Mode::kReadWrite);
+  const std::string path = pathOf(next.fileName);
+  auto file = sequence == 1 ? File::createNew(path) : File::openForWriting(path);
   return std::make_unique<DiskWriter>(*this, std::move(lease), key, sequence, previous,
-                                      std::move(next), std::move(file));
+                                      std::move(next), fileOrNull(std::move(file)));
 }
 
 DiskStore::WriterOrProblem DiskStore::append(const std::string& key) {

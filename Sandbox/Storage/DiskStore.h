@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Platform/Foundation/Mutex.h"
-#include "Sandbox/Storage/DiskFile.h"
+#include "Sandbox/Http/HttpResponse.h"
 #include "Sandbox/Storage/RecordDatabase.h"
 
 #include <cstdint>
@@ -33,7 +33,7 @@ class DiskStore {
  public:
   struct Stored {
     StoredBytes state;
-    std::shared_ptr<const DiskFile> file;
+    ContentReader bytes;
   };
   using WriterOrProblem = std::variant<std::unique_ptr<DiskWriter>, WriteProblem>;
 

@@ -6,14 +6,35 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace varo::sandbox {
+namespace {
+
+constexpr std::uint64_t kCopyBlock = 1024 * 1024;
+
+/// The `length` bytes at `from`, which do not overlap those at the front.
+bool copyToFront(platform::File& file, std::uint64_t from, std::uint64_t length) {
+  std::vector<char> block(static_cast<std::size_t>(std::min(kCopyBlock, length)));
+  for (std::uint64_t done = 0; done < length;) {
+    const std::span<char> piece(block.data(), static_cast<std::size_t>(std::min<std::uint64_t>(
+                                                  block.size(), length - done)));
+    const auto count = file.readAt(from + done, piece);
+    if (!count || *count != piece.size()) return false;
+    if (!file.writeAt(done, {piece.data(), piece.size()})) return false;
+    done += piece.size();
+  }
+  return true;
+}
+
+}  // namespace
 
 DiskWriter::DiskWriter(DiskStore& store, std::shared_ptr<void> lease, std::string key,
                        std::uint64_t sequence, StoredBytes previous, StoredBytes next,
-                       std::shared_ptr<DiskFile> file)
+                       std::shared_ptr<platform::File> file)
     : store_(store),
       lease_(std::move(lease)),
       key_(std::move(key)),
@@ -59,7 +80,7 @@ bool DiskWriter::write(std::string_view bytes) {
 // The chunk turned out longer than the first one: what it brought so far belongs to the front.
 bool DiskWriter::becomeWholeContent() {
   holdsWholeContent_ = true;
-  if (file_->copyWithin(offset_, 0, written_)) return true;
+  if (copyToFront(*file_, offset_, written_)) return true;
   problem_ = WriteProblem{kInternal, "the bytes cannot be written"};
   return false;
 }
@@ -84,7 +105,7 @@ std::optional<WriteProblem> DiskWriter::finish() {
   if (!isLaterChunk()) next_.chunkLength = written_;
   next_.entityTag = "\"" + randomName() + "\"";
   // A repeated chunk may be shorter than what it replaces.
-  if (!file_->truncate(next_.size)) {
+  if (!file_->setSize(next_.size)) {
     return WriteProblem{kInternal, "the bytes cannot be written"};
   }
   store_.publish(key_, next_, previous_.fileName);

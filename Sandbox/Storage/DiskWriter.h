@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/File.h"
 #include "Sandbox/Storage/DiskStore.h"
 
 #include <cstdint>
@@ -16,7 +17,7 @@ class DiskWriter {
  public:
   /// `sequence` is 0 for a write of the whole.
   DiskWriter(DiskStore& store, std::shared_ptr<void> lease, std::string key, std::uint64_t sequence,
-             StoredBytes previous, StoredBytes next, std::shared_ptr<DiskFile> file);
+             StoredBytes previous, StoredBytes next, std::shared_ptr<platform::File> file);
   ~DiskWriter();
   DiskWriter(const DiskWriter&) = delete;
   DiskWriter& operator=(const DiskWriter&) = delete;
@@ -39,7 +40,7 @@ class DiskWriter {
   const std::uint64_t sequence_;
   const StoredBytes previous_;
   StoredBytes next_;
-  const std::shared_ptr<DiskFile> file_;
+  const std::shared_ptr<platform::File> file_;
   const std::uint64_t offset_;
   std::uint64_t written_ = 0;
   bool holdsWholeContent_ = false;

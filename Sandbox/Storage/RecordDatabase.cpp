@@ -141,10 +141,10 @@ void RecordDatabase::writePropertiesLocked(std::string_view id, const Properties
   }
 }
 
-std::vector<FileRecord> RecordDatabase::list(const Filter& filter, Scope scope) const {
+std::vector<FileRecord> RecordDatabase::list(const Properties& wanted, Scope scope) const {
   std::string sql = "SELECT " + std::string(kFileColumns) + " FROM files WHERE ";
   sql += scope == Scope::kCommitted ? "committed = 1" : "TRUE";
-  for (std::size_t i = 0; i < filter.size(); ++i) {
+  for (std::size_t i = 0; i < wanted.size(); ++i) {
     sql += " AND id IN (SELECT id FROM properties WHERE name = ? AND value = ?)";
   }
   sql += " ORDER BY number";
@@ -152,7 +152,7 @@ std::vector<FileRecord> RecordDatabase::list(const Filter& filter, Scope scope) 
   const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_, sql);
   int index = 0;
-  for (const auto& [name, value] : filter) {
+  for (const auto& [name, value] : wanted) {
     bindText(statement, ++index, name);
     bindText(statement, ++index, value);
   }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Platform/Foundation/Mutex.h"
-#include "Sandbox/Files/FilterParser.h"
 
 #include <cstdint>
 #include <memory>
@@ -54,8 +53,8 @@ class RecordDatabase {
   /// Stores `record` unless somebody else did since it was read: then false and nothing changes.
   [[nodiscard]] bool replace(const FileRecord& record, const Properties& properties);
   enum class Scope { kCommitted, kAll };
-  /// The records that have all of `filter`'s properties, oldest first.
-  [[nodiscard]] std::vector<FileRecord> list(const Filter& filter,
+  /// The records that have all of these properties, oldest first.
+  [[nodiscard]] std::vector<FileRecord> list(const Properties& wanted,
                                              Scope scope = Scope::kCommitted) const;
   /// Does nothing when there is no such record.
   void remove(std::string_view id);

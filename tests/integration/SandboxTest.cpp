@@ -2,7 +2,6 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SandboxFixture.h"
 
-#include <boost/asio/ip/tcp.hpp>
 #include <openssl/evp.h>
 
 namespace varo::sandbox {
@@ -14,21 +13,18 @@ using testing::StartsWith;
 
 /// Sends `text` as it is and returns all that comes back until the server closes.
 std::string rawExchange(const std::string& origin, const std::string& text) {
-  boost::asio::ip::tcp::iostream stream("127.0.0.1", origin.substr(origin.rfind(':') + 1));
-  EXPECT_TRUE(stream << text << std::flush);
-  boost::system::error_code ignored;
-  stream.socket().shutdown(boost::asio::socket_base::shutdown_send, ignored);
-  return {std::istreambuf_iterator<char>(stream), {}};
+  test::RawConnection connection(origin);
+  EXPECT_TRUE(connection.send(text));
+  connection.endSending();
+  return connection.receive();
 }
 
 TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
   constexpr std::size_t kChunk = 1000;
   const std::string bytes = sampleBytes(2 * kChunk + 500);
   const Upload upload = create({{"file_name", "a"}, {"file_size", bytes.size()}});
-  const std::string path = split(upload.url).path;
-  auto http = client();
   const auto send = [&](const std::string& sequence, const std::string& piece) {
-    return opstatus(http.Put(path + "?chunk_sequence=" + sequence, piece, kOctets));
+    return opstatus(httpRequest("PUT", upload.url + "?chunk_sequence=" + sequence, piece));
   };
   EXPECT_EQ(opstatus(commit(upload.id)), 8005);
   EXPECT_EQ(send("2", "x"), 8006);
@@ -43,10 +39,10 @@ TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
   EXPECT_EQ(opstatus(commit(upload.id)), 8007);
   EXPECT_EQ(send("3", bytes), 0) << "everything once more";
   EXPECT_EQ(send("4", "x"), 8006) << "the short one was the last";
-  EXPECT_EQ(opstatus(http.Post(path, "x", kOctets)), 8013);
+  EXPECT_EQ(opstatus(httpRequest("POST", upload.url, "x")), 8013);
   EXPECT_EQ(opstatus(commit(upload.id)), 0);
   EXPECT_EQ(send("3", bytes.substr(2 * kChunk)), 8005);
-  EXPECT_EQ(http.Get(bytesPath(upload.id))->body, bytes);
+  EXPECT_EQ(ask("GET", bytesPath(upload.id)).body, bytes);
 }
 
 // Also with what two readers could read differently, such as where a body ends.
@@ -81,17 +77,17 @@ TEST_F(SandboxTest, HostileRequestsAreAnsweredAndHarmNobody) {
         << c.request.substr(0, 100);
   }
   EXPECT_EQ(list().size(), 1u);
-  EXPECT_EQ(client().Get(bytesPath(id))->body, "safe");
+  EXPECT_EQ(ask("GET", bytesPath(id)).body, "safe");
 }
 
 /// What a client reads in an answer to a poll, in one line.
-std::string told(const httplib::Result& result) {
+std::string told(const HttpAnswer& result) {
   const json::object answer = object(result);
   if (const json::value* status = answer.if_contains("poll_status")) {
     return json::serialize(*status);
   }
-  const std::string http = result ? std::to_string(result->status) + " " : "";
-  if (!answer.contains("opstatus")) return http + result->body;
+  const std::string http = std::to_string(result.status) + " ";
+  if (!answer.contains("opstatus")) return http + result.body;
   return http + json::serialize(answer.at("opstatus"));
 }
 
@@ -100,7 +96,7 @@ TEST_F(SandboxTest, EveryKindOfDeleteTellsItsPollsWhatItShouldAndRemovesTheFileI
   const std::string yes = R"("true")";
   const std::string no = R"("false")";
   const auto eraseId = [this](const std::string& id) {
-    return client().Delete(files_ + "?$filter=" + percentEncoded("file_id eq '" + id + "'"));
+    return ask("DELETE", files_ + "?$filter=" + percentEncode("file_id eq '" + id + "'"));
   };
   const auto bytesAreGone = [this] {
     return std::filesystem::is_empty(directory_ + "/files") &&
@@ -123,10 +119,9 @@ TEST_F(SandboxTest, EveryKindOfDeleteTellsItsPollsWhatItShouldAndRemovesTheFileI
     SCOPED_TRACE(c.kind);
     const std::string id = storedFile("x", {{"file_name", "a"}, {"sandbox_delete", c.kind}});
     const auto answer = eraseId(id);
-    ASSERT_TRUE(answer);
-    ASSERT_EQ(opstatus(answer), 0) << answer->body;
-    EXPECT_EQ(answer->status, 202);
-    EXPECT_EQ(object(answer).at("httpStatusCode"), answer->status);
+    ASSERT_EQ(opstatus(answer), 0) << answer.body;
+    EXPECT_EQ(answer.status, 202);
+    EXPECT_EQ(object(answer).at("httpStatusCode"), answer.status);
     const std::string poll = "/services" + std::string(object(answer).at("poll_api").as_string());
     std::vector<std::string> polls;
     while (polls.size() < c.polls.size()) {
@@ -134,15 +129,14 @@ TEST_F(SandboxTest, EveryKindOfDeleteTellsItsPollsWhatItShouldAndRemovesTheFileI
         EXPECT_FALSE(list().empty()) << "gone too early";
       }
       // The way a client does: behind "services" of the URL that it knows.
-      polls.push_back(told(client().Get(poll)));
+      polls.push_back(told(ask("GET", poll)));
     }
     EXPECT_THAT(polls, ElementsAreArray(c.polls));
     EXPECT_EQ(list().empty(), c.gone);
     EXPECT_EQ(bytesAreGone(), c.gone);
     if (!c.gone) {
-      client().Put(files_, json::serialize(json::object{{"file_id", id}, {"sandbox_delete", {}}}),
-                   kJson);
-      EXPECT_EQ(eraseId(id)->status, 200) << "the wish was taken back";
+      ask("PUT", files_, json::serialize(json::object{{"file_id", id}, {"sandbox_delete", {}}}));
+      EXPECT_EQ(eraseId(id).status, 200) << "the wish was taken back";
     }
   }
 }
@@ -198,7 +192,7 @@ TEST_F(SandboxStoreTest, AnotherClientMovesObjectsUnderKeysOfAllShapes) {
     EXPECT_EQ(put(path, hello, hash), "200|") << key;
     EXPECT_EQ(put(path, "other bytes!", hash).substr(0, 3), "400") << "not what was signed";
     // As the service gives it, which asks for no signature.
-    EXPECT_EQ(client().Get("/services/online/objects/" + percentEncoded(key))->body, hello) << key;
+    EXPECT_EQ(ask("GET", "/services/online/objects/" + percentEncode(key)).body, hello) << key;
   }
   const std::filesystem::directory_iterator all(directory_ + "/store");
   EXPECT_EQ(std::distance(begin(all), end(all)), std::ssize(kCases)) << "and nothing elsewhere";
@@ -224,18 +218,17 @@ std::string base64Answer(const std::string& bytes) {
 
 /// What came, in one line: the status, some headers, and the body, as place and length in `all`
 /// where it is a part of that.
-std::string seen(const httplib::Result& answer, const std::string& all) {
-  if (!answer) return "no answer";
-  std::string line = std::to_string(answer->status);
+std::string seen(const HttpAnswer& answer, const std::string& all) {
+  std::string line = std::to_string(answer.status);
   for (const char* name : {"Content-Range", "ETag", "X-Pelmar-Device-Log-Level"}) {
-    if (answer->has_header(name)) line += "|" + answer->get_header_value(name);
+    if (!answer.header(name).empty()) line += "|" + answer.header(name);
   }
-  const std::size_t from = all.find(answer->body);
-  if (answer->body.empty()) return line + "|nothing";
+  const std::size_t from = all.find(answer.body);
+  if (answer.body.empty()) return line + "|nothing";
   if (from != std::string::npos) {
-    return line + "|" + std::to_string(from) + "+" + std::to_string(answer->body.size());
+    return line + "|" + std::to_string(from) + "+" + std::to_string(answer.body.size());
   }
-  return line + "|" + (answer->get_header_value("Content-Type") == kJson ? answer->body : "other");
+  return line + "|" + (answer.header("Content-Type") == "application/json" ? answer.body : "other");
 }
 
 using Mode = BlobObject::Mode;
@@ -250,11 +243,11 @@ class SandboxBlobTest : public SandboxTest {
   }
 
   /// As a client asks: nothing between the base URL and the scope.
-  httplib::Result get(const httplib::Headers& headers = {}) {
-    const std::string base = server_->blobUrl() + "HR/employees/binary";
-    return client().Get(split(base).path + "?id=1&branch=north&type=bytes&clientid=c", headers);
+  HttpAnswer get(const test::HttpHeaders& headers = {}) {
+    const std::string target = "HR/employees/binary?id=1&branch=north&type=bytes&clientid=c";
+    return httpRequest("GET", server_->blobUrl() + target, {}, headers);
   }
-  httplib::Result range(const std::string& value) { return get({{"Range", "bytes=" + value}}); }
+  HttpAnswer range(const std::string& value) { return get({{"Range", "bytes=" + value}}); }
 };
 
 TEST_F(SandboxBlobTest, EveryModeAnswersEveryRangeAsItShould) {
@@ -282,7 +275,7 @@ TEST_F(SandboxBlobTest, EveryModeAnswersEveryRangeAsItShould) {
   // Several pieces, of a length that no block divides.
   const std::string large = generated(7, 3'000'001);
   put(large.size(), Mode::kBase64);
-  EXPECT_TRUE(get()->body == base64Answer(large));
+  EXPECT_TRUE(get().body == base64Answer(large));
 }
 
 }  // namespace

@@ -1,35 +1,26 @@
 #pragma once
 
+#include "Platform/Foundation/PercentCoding.h"
 #include "Sandbox/SandboxServer.h"
 #include "tests/support/Files.h"
+#include "tests/support/HttpClient.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <gtest/gtest.h>
-#include <httplib.h>
 
 #include <memory>
 #include <string>
 
 namespace varo::sandbox {
 
-inline constexpr const char* kOctets = "application/octet-stream";
-inline constexpr const char* kJson = "application/json";
-
+using platform::percentEncode;
+using test::HttpAnswer;
+using test::httpRequest;
 using test::sampleBytes;
 
-inline std::string percentEncoded(const std::string& text) {
-  constexpr const char* kDigits = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-  }
-  return encoded;
-}
-
-/// A URL split as the HTTP client wants it.
+/// A URL split before its path.
 struct Address {
   std::string origin, path;
 };
@@ -40,15 +31,14 @@ inline Address split(const std::string& url) {
 }
 
 /// The JSON answer; an object with "failed" when there is none.
-inline boost::json::object object(const httplib::Result& result) {
+inline boost::json::object object(const HttpAnswer& answer) {
   boost::json::error_code error;
-  boost::json::value value =
-      result ? boost::json::parse(result->body, error) : boost::json::value();
-  if (error || !value.is_object()) return {{"failed", result ? result->body : "no answer"}};
+  boost::json::value value = boost::json::parse(answer.body, error);
+  if (error || !value.is_object()) return {{"failed", answer.body}};
   return value.get_object();
 }
 
-inline std::int64_t opstatus(const httplib::Result& result) {
+inline std::int64_t opstatus(const HttpAnswer& result) {
   const boost::json::object answer = object(result);
   const boost::json::value* value = answer.if_contains("opstatus");
   return value != nullptr && value->is_int64() ? value->get_int64() : -1;
@@ -74,16 +64,14 @@ class SandboxTest : public testing::Test {
     files_ = base_.path + "/objects/File";
   }
 
-  [[nodiscard]] httplib::Client client() const {
-    httplib::Client http(base_.origin);
-    http.set_keep_alive(true);
-    http.set_tcp_nodelay(true);
-    http.set_read_timeout(20);
-    return http;
+  /// Of a target on the object service's listener.
+  HttpAnswer ask(const std::string& method, const std::string& target, const std::string& body = {},
+                 const test::HttpHeaders& headers = {}) {
+    return httpRequest(method, base_.origin + target, body, headers);
   }
 
   Upload create(const boost::json::object& metadata) {
-    const auto answer = object(client().Post(files_, boost::json::serialize(metadata), kJson));
+    const auto answer = object(ask("POST", files_, boost::json::serialize(metadata)));
     if (!answer.contains("file_id")) {
       ADD_FAILURE() << boost::json::serialize(answer);
       return {};
@@ -96,25 +84,22 @@ class SandboxTest : public testing::Test {
     return upload;
   }
 
-  httplib::Result commit(const std::string& id, const boost::json::object& properties = {}) {
+  HttpAnswer commit(const std::string& id, const boost::json::object& properties = {}) {
     const boost::json::object body{{"file_id", id},
                                    {"commit_properties", boost::json::serialize(properties)}};
-    return client().Put(files_, {{"X-HTTP-Method-Override", "PATCH"}}, boost::json::serialize(body),
-                        kJson);
+    return ask("PUT", files_, boost::json::serialize(body), {{"X-HTTP-Method-Override", "PATCH"}});
   }
 
   std::string storedFile(const std::string& bytes,
                          const boost::json::object& metadata = {{"file_name", "a"}}) {
     const Upload upload = create(metadata);
-    const Address address = split(upload.url + "?chunk_sequence=1");
-    httplib::Client http(address.origin);
-    EXPECT_EQ(opstatus(http.Put(address.path, bytes, kOctets)), 0);
+    EXPECT_EQ(opstatus(httpRequest("PUT", upload.url + "?chunk_sequence=1", bytes)), 0);
     EXPECT_EQ(opstatus(commit(upload.id)), 0);
     return upload.id;
   }
 
   boost::json::array list(const std::string& filter = "") {
-    const auto answer = object(client().Get(files_ + "?$filter=" + percentEncoded(filter)));
+    const auto answer = object(ask("GET", files_ + "?$filter=" + percentEncode(filter)));
     EXPECT_EQ(answer.at("opstatus"), 0) << boost::json::serialize(answer);
     return answer.contains("records") ? answer.at("records").as_array() : boost::json::array();
   }
