@@ -32,7 +32,8 @@ struct HttpLimits {
   /// The longest wait for `transferBytes` more of a body that is received or sent. The sandbox's
   /// own work and its faults do not count.
   std::chrono::milliseconds transferTimeout{30'000};
-  /// Bytes. With the time-out, the least speed: 34 bytes a second are no transfer but a held thread.
+  /// Bytes. With the time-out, the least speed: 34 bytes a second are no transfer but a held
+  /// thread.
   std::size_t transferBytes = 1024;
   /// How long a closed connection is read on: unread input would reset it, and the reset would
   /// overtake the answer.

@@ -38,9 +38,8 @@ void readQuery(HttpRequest& request) {
     rest.remove_prefix(std::min(rest.size(), pair.size() + 1));
     if (pair.empty()) continue;
     const std::size_t equals = std::min(pair.find('='), pair.size());
-    request.parameters.emplace_back(
-        formDecoded(pair.substr(0, equals)),
-        formDecoded(pair.substr(std::min(pair.size(), equals + 1))));
+    request.parameters.emplace_back(formDecoded(pair.substr(0, equals)),
+                                    formDecoded(pair.substr(std::min(pair.size(), equals + 1))));
   }
 }
 
@@ -74,7 +73,8 @@ std::optional<BadRequest> checkField(http::field name, std::string_view value) {
 std::variant<HttpRequest, BadRequest> readRequestHead(RequestParser& parser, std::string_view head,
                                                       const HttpLimits& limits) {
   // The parser joins folded lines, as it may; other readers do not (RFC 9112, 5.2).
-  if (head.find("\r\n ") != std::string_view::npos || head.find("\r\n\t") != std::string_view::npos) {
+  if (head.find("\r\n ") != std::string_view::npos ||
+      head.find("\r\n\t") != std::string_view::npos) {
     return BadRequest{400, "a header line is folded"};
   }
   parser.header_limit(static_cast<std::uint32_t>(limits.headBytes));
@@ -89,7 +89,8 @@ std::variant<HttpRequest, BadRequest> readRequestHead(RequestParser& parser, std
   if (auto problem = readTarget(message.target(), limits, request)) return *std::move(problem);
   for (const auto& field : message) {
     if (auto problem = checkField(field.name(), field.value())) return *std::move(problem);
-    if (request.headers.size() == limits.headerLines) return BadRequest{431, "too many header lines"};
+    if (request.headers.size() == limits.headerLines)
+      return BadRequest{431, "too many header lines"};
     request.headers.emplace_back(field.name_string(), field.value());
   }
   request.hasBody = !parser.is_done();

@@ -21,8 +21,8 @@ class TimedSocket {
 
   explicit TimedSocket(Socket socket);
 
-  /// From now on all waits together may take `time`, and as long again whenever `renewingBytes` have
-  /// moved. Only waiting counts, not what happens between two operations.
+  /// From now on all waits together may take `time`, and as long again whenever `renewingBytes`
+  /// have moved. Only waiting counts, not what happens between two operations.
   void allowWaits(std::chrono::milliseconds time,
                   std::size_t renewingBytes = std::numeric_limits<std::size_t>::max());
 

@@ -86,8 +86,8 @@ class Form {
   std::optional<WriteProblem> problem_;
 };
 
-}  // namespace
-
+/// The first file goes into `writer`, further ones are counted, all else is kept as text. Nothing
+/// more of a file is held than the piece on its way. `writer` is not finished.
 std::variant<std::vector<FormPart>, WriteProblem> receiveForm(const HttpRequest& request,
                                                               RequestBody& body,
                                                               DiskWriter& writer) {
@@ -101,6 +101,8 @@ std::variant<std::vector<FormPart>, WriteProblem> receiveForm(const HttpRequest&
   if (auto problem = problemOf(end)) return *std::move(problem);
   return form.end(reader.complete());
 }
+
+}  // namespace
 
 std::variant<ReceivedObject, WriteProblem> receiveObject(const HttpRequest& request,
                                                          RequestBody& body, DiskStore& objects,

@@ -3,12 +3,10 @@
 #include "Sandbox/Http/HttpRequest.h"
 #include "Sandbox/Http/RequestBody.h"
 #include "Sandbox/Storage/DiskStore.h"
-#include "Sandbox/Storage/DiskWriter.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -21,12 +19,6 @@ struct FormPart {
   std::string text{};                   ///< Of another one.
   std::uint64_t size = 0;
 };
-
-/// Takes the parts of a multipart/form-data body. The first file goes into `writer`, further ones
-/// are counted, all else is kept as text. Nothing more of a file is held than the piece on its way.
-/// `writer` is not finished.
-[[nodiscard]] std::variant<std::vector<FormPart>, WriteProblem> receiveForm(
-    const HttpRequest& request, RequestBody& body, DiskWriter& writer);
 
 /// An object that is stored now.
 struct ReceivedObject {

@@ -3,17 +3,17 @@
 
 #include <boost/asio/io_context.hpp>
 
-// The sandbox's HTTP on the wire: framing, and what a listener takes from its clients. No test waits
-// longer than a time-out that it has set itself.
+// The sandbox's HTTP on the wire: framing, and what a listener takes from its clients. No test
+// waits longer than a time-out that it has set itself.
 
 namespace varo::sandbox {
 namespace {
 
 using std::chrono::milliseconds;
+using test::RawConnection;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-using test::RawConnection;
 
 constexpr milliseconds kSoon{50};
 
@@ -51,8 +51,9 @@ TEST_F(SandboxLimitsTest, SizesAreAcceptedUpToTheLimitAndRefusedBeyond) {
   } kCases[] = {
       {[](HttpLimits& limits) { limits.headBytes = 300; }, getOf(300), getOf(301), "431"},
       {[](HttpLimits& limits) { limits.headBytes = 300; }, getOf(300), getOf(90'000), "431"},
-      {[](HttpLimits& limits) { limits.headerLines = 2; }, "GET /x HTTP/1.1\r\nA: 1\r\nA: 2\r\n\r\n",
-       "GET /x HTTP/1.1\r\nA: 1\r\nA: 2\r\nB: 3\r\n\r\n", "431"},
+      {[](HttpLimits& limits) { limits.headerLines = 2; },
+       "GET /x HTTP/1.1\r\nA: 1\r\nA: 2\r\n\r\n", "GET /x HTTP/1.1\r\nA: 1\r\nA: 2\r\nB: 3\r\n\r\n",
+       "431"},
       {[](HttpLimits& limits) { limits.pathBytes = 4; }, "GET /abc?defg HTTP/1.1\r\n\r\n",
        "GET /%61c HTTP/1.1\r\n\r\n", "414"},
       {[](HttpLimits& limits) { limits.bodyBytes = 5; }, putOf("Content-Length: 5", "12345"),
@@ -197,30 +198,36 @@ TEST_F(SandboxLimitsTest, FaultsReachTheWire) {
     std::string answer;  ///< Up to the 404 of the request that follows, if that is served.
     bool goesOn;
   } kCases[] = {
-      {{.status = 200, .body = "12345", .cutAfter = 2}, ok + type + "Content-Length: 5\r\n\r\n12",
+      {{.status = 200, .body = "12345", .cutAfter = 2},
+       ok + type + "Content-Length: 5\r\n\r\n12",
        false},
-      {{.status = 200, .body = "12345", .cutAfter = 0}, ok + type + "Content-Length: 5\r\n\r\n",
+      {{.status = 200, .body = "12345", .cutAfter = 0},
+       ok + type + "Content-Length: 5\r\n\r\n",
        false},
       {{.status = 200, .body = "123", .stallAfter = 2, .stallFor = milliseconds(1)},
-       ok + type + "Content-Length: 3\r\n\r\n123", true},
+       ok + type + "Content-Length: 3\r\n\r\n123",
+       true},
       {{.drop = true}, "", false},
       {{.noBody = true}, "HTTP/1.1 204 No Content\r\n\r\n", true},
       {{.status = 304, .noBody = true}, "HTTP/1.1 304 Not Modified\r\n\r\n", true},
       {{.status = 200, .body = "123", .headers = {{"Content-Length", "9"}}},
-       ok + "Content-Length: 9\r\n" + type + "\r\n123", true},
+       ok + "Content-Length: 9\r\n" + type + "\r\n123",
+       true},
       {{.status = 200, .body = "123", .headers = {{"A", "b\r\nC: d"}}},
-       ok + type + "Content-Length: 3\r\n\r\n123", true},
+       ok + type + "Content-Length: 3\r\n\r\n123",
+       true},
       {{.location = "/y"}, "HTTP/1.1 302 Found\r\nLocation: /y\r\nContent-Length: 0\r\n\r\n", true},
   };
   for (const auto& c : kCases) {
     addFault(c.action);
-    const std::string answers = exchange(
-        "GET /fault HTTP/1.1\r\n\r\nGET /x HTTP/1.1\r\nConnection: close\r\n\r\n");
+    const std::string answers =
+        exchange("GET /fault HTTP/1.1\r\n\r\nGET /x HTTP/1.1\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(answers.substr(0, answers.find("HTTP/1.1 404")), c.answer);
     EXPECT_EQ(answers.find("HTTP/1.1 404") != std::string::npos, c.goesOn) << c.answer;
   }
   addFault({.endlessHeaders = true});
-  EXPECT_THAT(exchange("GET /fault HTTP/1.1\r\n\r\n", "X-Endless-100:"), Not(HasSubstr("\r\n\r\n")));
+  EXPECT_THAT(exchange("GET /fault HTTP/1.1\r\n\r\n", "X-Endless-100:"),
+              Not(HasSubstr("\r\n\r\n")));
 }
 
 }  // namespace

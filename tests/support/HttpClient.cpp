@@ -2,7 +2,6 @@
 
 #include "Platform/Foundation/Text.h"
 
-#include <arpa/inet.h>
 #include <boost/asio/connect.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
@@ -10,6 +9,7 @@
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/http/write.hpp>
 
+#include <arpa/inet.h>
 #include <array>
 #include <cstdint>
 #include <poll.h>
