@@ -3,7 +3,7 @@
 #include "Cli/Session.h"
 #include "Cli/TemporaryDirectory.h"
 #include "Platform/Foundation/Error.h"
-#include "Sandbox/ExampleDatabase.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>
@@ -17,8 +17,8 @@ namespace varo::cli {
 namespace {
 
 constexpr std::string_view kErrorDomain = "Sandbox";
-sandbox::ObjectStoreOptions storeOptions(const SandboxCommandOptions& options) {
-  sandbox::ObjectStoreOptions store;
+sandbox::SignedStoreOptions storeOptions(const SandboxCommandOptions& options) {
+  sandbox::SignedStoreOptions store;
   store.outsideUrl = options.objectStore;
   if (!options.accessKey.empty()) store.accessKey = options.accessKey;
   if (!options.secretKey.empty()) store.secretKey = options.secretKey;

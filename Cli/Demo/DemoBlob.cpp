@@ -7,8 +7,8 @@
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Block.h"
 #include "Platform/Foundation/Error.h"
-#include "Sandbox/ExampleDatabase.h"
-#include "Sandbox/GeneratedBytes.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
+#include "Sandbox/Blobs/GeneratedBytes.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>

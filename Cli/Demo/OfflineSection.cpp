@@ -9,7 +9,7 @@
 #include "Cli/Demo/DemoStage.h"
 #include "Cli/FailureText.h"
 #include "Platform/Foundation/File.h"
-#include "Sandbox/ExampleDatabase.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>

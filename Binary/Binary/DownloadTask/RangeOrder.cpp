@@ -7,6 +7,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/UrlEncoding.h"

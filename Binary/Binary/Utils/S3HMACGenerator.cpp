@@ -5,7 +5,7 @@
 #include "Binary/Binary/Utils/SigningKeyCache.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
-#include "Platform/Network/UrlEncoding.h"
+#include "Platform/Foundation/PercentCoding.h"
 
 #include <fmt/format.h>
 

@@ -11,9 +11,9 @@
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Json.h"
+#include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
-#include "Platform/Network/UrlEncoding.h"
 
 #include <algorithm>
 #include <exception>
