@@ -3,8 +3,8 @@
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
-#include "Cli/Commands/BlobFailure.h"
-#include "Cli/Session.h"
+#include "Cli/Failures/BlobFailure.h"
+#include "Cli/Run/Session.h"
 
 #include <fmt/format.h>
 

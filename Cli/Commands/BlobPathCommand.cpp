@@ -2,9 +2,9 @@
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Cli/Commands/BlobFailure.h"
-#include "Cli/Session.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Failures/BlobFailure.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/File.h"
 
 #include <fmt/format.h>

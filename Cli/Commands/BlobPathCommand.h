@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Cli/Commands/BlobRecord.h"
+#include "Cli/Arguments/BlobRecord.h"
 
 namespace varo::cli {
 

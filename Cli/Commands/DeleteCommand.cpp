@@ -1,8 +1,8 @@
 #include "Cli/Commands/DeleteCommand.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/Session.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/TerminalText.h"
 
 #include <fmt/format.h>
 

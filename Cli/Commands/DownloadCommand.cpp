@@ -2,9 +2,9 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/ByteFormat.h"
-#include "Cli/Session.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/ByteFormat.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/UserDirectories.h"
 

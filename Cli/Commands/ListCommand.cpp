@@ -2,10 +2,10 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/ByteFormat.h"
-#include "Cli/Session.h"
-#include "Cli/Table.h"
-#include "Cli/Terminal.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/ByteFormat.h"
+#include "Cli/Terminal/Table.h"
+#include "Cli/Terminal/Terminal.h"
 #include "Platform/Foundation/Text.h"
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #include "Cli/Commands/SandboxCommand.h"
 
-#include "Cli/Session.h"
-#include "Cli/TemporaryDirectory.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Run/TemporaryDirectory.h"
 #include "Platform/Foundation/Error.h"
 #include "Sandbox/ExampleDatabase.h"
 #include "Sandbox/SandboxServer.h"

@@ -2,8 +2,8 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/Session.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/TerminalText.h"
 
 #include <fmt/format.h>
 

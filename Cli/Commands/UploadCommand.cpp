@@ -2,9 +2,9 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/Session.h"
-#include "Cli/StandardInput.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Run/StandardInput.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Data.h"
 
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-#include "Cli/CommandLine.h"
+#include "Cli/Arguments/CommandLine.h"
 #include "Platform/Foundation/Value.h"
 
 #include <gtest/gtest.h>
