@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Array.h"
 
@@ -51,6 +52,16 @@ std::optional<std::int64_t> BlobRecord::state() const {
       SQLiteUtil::getDBPath(database), binary::kVaroSyncBlobStoreMangager, {{kIdColumn, blobId()}});
   if (!rows || rows->empty()) return std::nullopt;
   return (*rows)[0].dictionaryValue()[kStateColumn].integerValue();
+}
+
+void declareBlobRecord(CommandArguments& arguments, BlobRecord& record) {
+  arguments.text("--db", record.database, Presence::kRequired);
+  arguments.text("--table", record.table, Presence::kRequired);
+  arguments.text("--column", record.column, Presence::kRequired);
+  arguments.pairs("--key", record.keys);
+  arguments.check([&record] {
+    if (record.keys.empty()) CommandArguments::reject("--key", "at least one pair is required");
+  });
 }
 
 }  // namespace varo::cli

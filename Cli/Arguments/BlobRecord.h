@@ -8,6 +8,8 @@
 
 namespace varo::cli {
 
+class CommandArguments;
+
 /// The binary column of a record of an offline database: what a blob command is about.
 struct BlobRecord {
   /// A name below the library's directory of databases.
@@ -31,5 +33,8 @@ struct BlobRecord {
   /// The state of that blob.
   [[nodiscard]] std::optional<std::int64_t> state() const;
 };
+
+/// Declares the arguments that name a record.
+void declareBlobRecord(CommandArguments& arguments, BlobRecord& record);
 
 }  // namespace varo::cli

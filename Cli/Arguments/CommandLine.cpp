@@ -2,6 +2,7 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Cli/Arguments/Arguments.h"
+#include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Arguments/HelpText.h"
 #include "Cli/Arguments/OptionValues.h"
 #include "Cli/Arguments/Suggestion.h"
@@ -11,74 +12,26 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdlib>
-#include <functional>
 #include <utility>
 
 namespace varo::cli {
 
-using platform::Dictionary;
-using platform::Result;
+using platform::ErrorPtr;
 
 namespace {
-
-/// Options that take one or more pairs.
-constexpr std::array<std::string_view, 3> kPairLists = {"--key", "--meta", "--where"};
-
-[[noreturn]] void reject(const std::string& option, const std::string& reason) {
-  throw CLI::ValidationError(option, reason);
-}
-
-template <typename T>
-T acceptOrReject(const std::string& option, Result<T> result) {
-  if (!result) reject(option, result.error()->localizedDescription());
-  return std::move(result).value();
-}
 
 /// The command line's definition, and what parsing it has filled in so far.
 class Parser {
  public:
-  Parser();
+  explicit Parser(const CommandSet& commands);
   ParsedCommandLine parse(std::vector<std::string> arguments, const std::string& tokenVariable,
                           std::ostream& results, std::ostream& messages);
 
  private:
-  using Taker = std::function<void(const std::string&)>;
-  /// Rejects what only makes no sense together.
-  using Check = std::function<void()>;
-  using ListTaker = std::function<void(const std::vector<std::string>&)>;
-
   void defineGlobal();
-  void defineList();
-  void defineUpload();
-  void defineDownload();
-  void defineUpdate();
-  void defineDelete();
-  void defineAbort();
-  void defineBlob();
-  void defineObject();
-  void defineSandbox();
-  void defineDemo();
-
-  template <typename Options>
-  CLI::App* addCommand(
-      CLI::App* group, const std::string& name, Options& options, Check check = [] {});
-  template <typename Options>
-  CLI::App* addBlobCommand(CLI::App* group, const std::string& name, Options& options);
-  /// An option whose value `parse` reads or refuses.
-  template <typename Target, typename Parse>
-  static CLI::Option* parsed(CLI::App* app, const std::string& name, Target& target, Parse parse);
-  static CLI::Option* text(CLI::App* app, const std::string& name, Taker take);
-  static void required(CLI::App* app, const std::string& name, std::string& target);
-  static void list(CLI::App* app, const std::string& name, ListTaker take);
-  /// Pairs that all have to hold. A key given twice is refused: only one value of it would count.
-  static void uniquePairs(CLI::App* app, const std::string& name, Dictionary& target);
-  static void meta(CLI::App* app, Dictionary& target);
+  void define(const Command& command);
 
   void addToken(const std::string& tokenVariable);
-  /// Takes the store's secret from the environment where no option gives it.
-  void completeStore();
   [[nodiscard]] std::optional<std::string> complaintAboutRest() const;
   [[nodiscard]] std::string explain(const CLI::ParseError& error) const;
   /// The command that was named, or the group that it would be in, such as "blob"; null for none.
@@ -88,20 +41,10 @@ class Parser {
   CLI::App app_;
   GlobalOptions global_;
   std::string token_;
-  ListOptions list_;
-  UploadOptions upload_;
-  DownloadOptions download_;
-  UpdateOptions update_;
-  DeleteOptions delete_;
-  AbortOptions abort_;
-  BlobDownloadOptions blobDownload_;
-  BlobPathOptions blobPath_;
-  BlobDeleteOptions blobDelete_;
-  ObjectGetOptions objectGet_;
-  ObjectPutOptions objectPut_;
-  SandboxCommandOptions sandbox_;
-  DemoOptions demo_;
-  std::function<CommandOptions()> command_;
+  /// Options that take one or more pairs.
+  std::vector<std::string> pairLists_;
+  const Command* command_ = nullptr;
+  CommandRun run_;
 };
 
 /// "blob download" for the command of that name in that group; empty for the program itself.
@@ -113,224 +56,67 @@ std::string commandName(const CLI::App* command) {
 
 bool isGroup(const CLI::App* command) { return !command->get_subcommands({}).empty(); }
 
-Parser::Parser() : app_("", "varobinary") {
+Parser::Parser(const CommandSet& commands) : app_("", "varobinary") {
   // What is left over is ours to explain: a mistyped command deserves a suggestion.
   app_.allow_extras();
   app_.require_subcommand(0, 1);
   app_.set_version_flag("--version", versionText());
-  app_.formatter_fn([](const CLI::App* app, const std::string&, CLI::AppFormatMode) {
-    return helpText(commandName(app));
+  app_.formatter_fn([&commands](const CLI::App* app, const std::string&, CLI::AppFormatMode) {
+    return helpText(commands, commandName(app));
   });
   defineGlobal();
-  defineList();
-  defineUpload();
-  defineDownload();
-  defineUpdate();
-  defineDelete();
-  defineAbort();
-  defineBlob();
-  defineObject();
-  defineSandbox();
-  defineDemo();
-}
-
-template <typename Target, typename Parse>
-CLI::Option* Parser::parsed(CLI::App* app, const std::string& name, Target& target, Parse parse) {
-  return text(app, name, [name, &target, parse](const std::string& value) {
-    target = acceptOrReject(name, parse(value));
-  });
-}
-
-CLI::Option* Parser::text(CLI::App* app, const std::string& name, Taker take) {
-  return app->add_option_function<std::string>(name, std::move(take));
-}
-
-void Parser::required(CLI::App* app, const std::string& name, std::string& target) {
-  app->add_option(name, target)->required();
-}
-
-void Parser::list(CLI::App* app, const std::string& name, ListTaker take) {
-  CLI::Option* option = app->add_option_function<std::vector<std::string>>(name, std::move(take));
-  option->allow_extra_args(false);
-}
-
-void Parser::uniquePairs(CLI::App* app, const std::string& name, Dictionary& target) {
-  list(app, name, [name, &target](const std::vector<std::string>& pairs) {
-    target = acceptOrReject(name, textDictionary(pairs));
-    if (target.size() < pairs.size()) reject(name, "a key is given twice");
-  });
-}
-
-void Parser::meta(CLI::App* app, Dictionary& target) {
-  list(app, "--meta", [&target](const std::vector<std::string>& pairs) {
-    target = acceptOrReject("--meta", textDictionary(pairs));
-  });
-}
-
-template <typename Options>
-CLI::App* Parser::addCommand(CLI::App* group, const std::string& name, Options& options,
-                             Check check) {
-  CLI::App* command = group->add_subcommand(name);
-  command->fallthrough();
-  command->final_callback([this, &options, check = std::move(check)] {
-    check();
-    command_ = [&options] { return options; };
-  });
-  return command;
+  for (const CommandGroup& group : commands.groups) {
+    app_.add_subcommand(std::string(group.name))->fallthrough()->require_subcommand(0, 1);
+  }
+  for (const Command& command : commands.commands) define(command);
 }
 
 void Parser::defineGlobal() {
-  app_.add_flag("--json", global_.json);
-  app_.add_option("--home", global_.home);
-  list(&app_, "--header", [this](const std::vector<std::string>& headers) {
+  CommandArguments arguments(app_, global_);
+  arguments.flag("--json", global_.json);
+  arguments.text("--home", global_.home);
+  arguments.list("--header", [this](const std::vector<std::string>& headers) -> ErrorPtr {
     for (const std::string& header : headers) {
-      TextPair pair = acceptOrReject("--header", parseHeader(header));
-      setHeader(global_.headers, std::move(pair.first), std::move(pair.second));
+      auto pair = parseHeader(header);
+      if (!pair) return pair.error();
+      setHeader(global_.headers, std::move(pair.value().first), std::move(pair.value().second));
     }
+    return nullptr;
   });
-  list(&app_, "--option", [this](const std::vector<std::string>& pairs) {
-    global_.options = acceptOrReject("--option", typedDictionary(pairs));
+  arguments.list("--option", [this](const std::vector<std::string>& pairs) -> ErrorPtr {
+    auto options = typedDictionary(pairs);
+    if (!options) return options.error();
+    global_.options = std::move(options).value();
+    return nullptr;
   });
-  CLI::Option* token = app_.add_option("--token", token_);
-  parsed(&app_, "--token-file", token_, [](const std::string& path) {
-    return readSecretFile(path, "token");
-  })->excludes(token);
-  parsed(&app_, "--policy", global_.policy, parsePolicy);
-  app_.add_option("--cacert", global_.caFile);
-  parsed(&app_, "--connect-timeout", global_.connectTimeout, parseSeconds);
-  parsed(&app_, "--stall-timeout", global_.stallTimeout, parseSeconds);
-  parsed(&app_, "--log-level", global_.logLevel, parseLogLevel);
+  arguments.text("--token", token_);
+  arguments.parsed("--token-file", token_,
+                   [](const std::string& path) { return readSecretFile(path, "token"); });
+  arguments.exclude("--token-file", "--token");
+  arguments.parsed("--policy", global_.policy, parsePolicy);
+  arguments.text("--cacert", global_.caFile);
+  arguments.parsed("--connect-timeout", global_.connectTimeout, parseSeconds);
+  arguments.parsed("--stall-timeout", global_.stallTimeout, parseSeconds);
+  arguments.parsed("--log-level", global_.logLevel, parseLogLevel);
 }
 
-void Parser::defineList() {
-  CLI::App* command = addCommand(&app_, "list", list_);
-  required(command, "URL", list_.url);
-  command->add_option("--criteria", list_.criteria);
-}
-
-void Parser::defineUpload() {
-  CLI::App* command = addCommand(&app_, "upload", upload_);
-  required(command, "URL", upload_.url);
-  required(command, "FILE", upload_.file);
-  command->add_option("--name", upload_.name);
-  text(command, "--namespace", [this](const std::string& value) { upload_.nameSpace = value; });
-  text(command, "--security-key",
-       [this](const std::string& value) { upload_.securityKey = value; });
-  meta(command, upload_.meta);
-  parsed(command, "--chunk-size", upload_.chunkSize, parseChunkSize);
-  command->add_flag("--raw", upload_.raw);
-}
-
-void Parser::defineDownload() {
-  CLI::App* command = addCommand(&app_, "download", download_);
-  required(command, "URL", download_.url);
-  required(command, "FILE_ID", download_.fileId);
-  text(command, "--namespace", [this](const std::string& value) { download_.nameSpace = value; });
-  text(command, "--security-key",
-       [this](const std::string& value) { download_.securityKey = value; });
-}
-
-void Parser::defineUpdate() {
-  CLI::App* command = addCommand(&app_, "update", update_);
-  required(command, "URL", update_.url);
-  required(command, "FILE_ID", update_.fileId);
-  meta(command, update_.meta);
-}
-
-void Parser::defineDelete() {
-  CLI::App* command = addCommand(&app_, "delete", delete_, [this] {
-    const bool byMetadata = !delete_.where.empty();
-    if (!delete_.fileId && !byMetadata) reject("delete", "FILE_ID or --where is required");
-    if (delete_.fileId && byMetadata) reject("delete", "FILE_ID and --where exclude each other");
+void Parser::define(const Command& command) {
+  const std::string name(command.name);
+  const std::size_t blank = name.find(' ');
+  const bool isGrouped = blank != std::string::npos;
+  CLI::App* parent = isGrouped ? app_.get_subcommand(name.substr(0, blank)) : &app_;
+  CLI::App* app = parent->add_subcommand(isGrouped ? name.substr(blank + 1) : name);
+  app->fallthrough();
+  CommandArguments arguments(*app, global_);
+  const CommandRun run = command.define(arguments);
+  const auto& lists = arguments.pairLists();
+  pairLists_.insert(pairLists_.end(), lists.begin(), lists.end());
+  app->final_callback([this, &command, run, check = arguments.givenCheck()] {
+    if (check) check();
+    command_ = &command;
+    run_ = run;
   });
-  required(command, "URL", delete_.url);
-  text(command, "FILE_ID", [this](const std::string& value) { delete_.fileId = value; });
-  uniquePairs(command, "--where", delete_.where);
 }
-
-void Parser::defineAbort() {
-  CLI::App* command = addCommand(&app_, "abort", abort_);
-  required(command, "URL", abort_.url);
-  required(command, "FILE_ID", abort_.fileId);
-}
-
-template <typename Options>
-CLI::App* Parser::addBlobCommand(CLI::App* group, const std::string& name, Options& options) {
-  BlobRecord& record = options.record;
-  CLI::App* command = addCommand(group, name, options, [&record] {
-    if (record.keys.empty()) reject("--key", "at least one pair is required");
-  });
-  required(command, "--db", record.database);
-  required(command, "--table", record.table);
-  required(command, "--column", record.column);
-  uniquePairs(command, "--key", record.keys);
-  return command;
-}
-
-void Parser::defineBlob() {
-  CLI::App* group = app_.add_subcommand("blob");
-  group->fallthrough();
-  group->require_subcommand(0, 1);
-  CLI::App* download = addBlobCommand(group, "download", blobDownload_);
-  parsed(download, "--config", blobDownload_.config, readBlobConfiguration)->required();
-  addBlobCommand(group, "path", blobPath_);
-  addBlobCommand(group, "delete", blobDelete_)->add_flag("--before-sync", blobDelete_.beforeSync);
-}
-
-void Parser::defineObject() {
-  CLI::App* group = app_.add_subcommand("object");
-  group->fallthrough();
-  group->require_subcommand(0, 1);
-  CLI::App* get = addCommand(group, "get", objectGet_, [this] {
-    if (objectGet_.stream && global_.json)
-      reject("object get", "--stream and --json exclude each other");
-  });
-  parsed(get, "--config", objectGet_.config, readJsonFile)->required();
-  uniquePairs(get, "--param", objectGet_.params);
-  parsed(get, "--options", objectGet_.options, readJsonFile);
-  get->add_flag("--stream", objectGet_.stream);
-  CLI::App* put = addCommand(group, "put", objectPut_);
-  parsed(put, "--config", objectPut_.config, readJsonFile)->required();
-  text(put, "--file", [this](const std::string& value) { objectPut_.file = value; });
-  parsed(put, "--options", objectPut_.options, readJsonFile);
-}
-
-void Parser::defineSandbox() {
-  CLI::App* command = addCommand(&app_, "sandbox", sandbox_, [this] { completeStore(); });
-  parsed(command, "--port", sandbox_.port, parsePort);
-  parsed(command, "--store-port", sandbox_.storePort, parsePort);
-  command->add_option("--data", sandbox_.dataDirectory);
-  command->add_option("--example-db", sandbox_.exampleDatabase);
-  command->add_option("--token-required", sandbox_.requiredToken);
-  command->add_option("--listen", sandbox_.address);
-  parsed(command, "--object-store", sandbox_.objectStore, parseStoreUrl);
-  command->add_option("--access-key", sandbox_.accessKey);
-  CLI::Option* secret = command->add_option("--secret-key", sandbox_.secretKey);
-  constexpr const char* kSecretFile = "--secret-key-file";
-  command
-      ->add_option_function<std::string>(kSecretFile,
-                                         [this](const std::string& path) {
-                                           sandbox_.secretKey = acceptOrReject(
-                                               kSecretFile, readSecretFile(path, "secret key"));
-                                         })
-      ->excludes(secret);
-  command->add_option("--region", sandbox_.region);
-  command->add_flag("--allow-unsigned", sandbox_.allowsUnsigned);
-}
-
-void Parser::completeStore() {
-  const char* variable = std::getenv("VARO_SECRET_KEY");
-  if (sandbox_.secretKey.empty() && variable != nullptr) sandbox_.secretKey = variable;
-  const bool hasKeys = !sandbox_.accessKey.empty() && !sandbox_.secretKey.empty();
-  // The sandbox's own keys open nothing elsewhere.
-  if (!sandbox_.objectStore.empty() && !hasKeys) {
-    reject("--object-store",
-           "needs --access-key, and the secret from --secret-key-file, VARO_SECRET_KEY or "
-           "--secret-key");
-  }
-}
-
-void Parser::defineDemo() { addCommand(&app_, "demo", demo_); }
 
 const CLI::App* Parser::chosen() const {
   const CLI::App* command = &app_;
@@ -390,17 +176,20 @@ void Parser::addToken(const std::string& tokenVariable) {
   const std::string& token = fromOptions ? token_ : tokenVariable;
   if (token.empty()) return;
   // One rule for what may stand in a header.
-  TextPair header =
-      acceptOrReject(fromOptions ? "--token" : "VARO_TOKEN",
-                     parseHeader(std::string(binary::kVaroAuthorization) + ": " + token));
-  global_.token = header.second;
-  setHeader(global_.headers, std::move(header.first), std::move(header.second));
+  auto header = parseHeader(std::string(binary::kVaroAuthorization) + ": " + token);
+  if (!header) {
+    CommandArguments::reject(fromOptions ? "--token" : "VARO_TOKEN",
+                             header.error()->localizedDescription());
+  }
+  global_.token = header->second;
+  setHeader(global_.headers, std::move(header.value().first), std::move(header.value().second));
 }
 
 ParsedCommandLine Parser::parse(std::vector<std::string> arguments,
                                 const std::string& tokenVariable, std::ostream& results,
                                 std::ostream& messages) {
   try {
+    arguments = withListsSpelledOut(arguments, pairLists_);
     std::reverse(arguments.begin(), arguments.end());  // as CLI11 takes them
     app_.parse(std::move(arguments));
     if (const auto complaint = complaintAboutRest())
@@ -411,21 +200,23 @@ ParsedCommandLine Parser::parse(std::vector<std::string> arguments,
   } catch (const CLI::ParseError& error) {
     return {std::nullopt, usage(explain(error), messages)};
   }
-  return {Invocation{std::move(global_), command_()}, 0};
+  const platform::LogLevel least = global_.logLevel.value_or(command_->leastLogLevel);
+  return {Invocation{std::move(global_), std::move(run_), least}, 0};
 }
 
 }  // namespace
 
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments,
+ParsedCommandLine parseCommandLine(const CommandSet& commands,
+                                   const std::vector<std::string>& arguments,
                                    const std::string& tokenVariable, std::ostream& results,
                                    std::ostream& messages) {
-  std::vector<std::string> words = withListsSpelledOut(arguments, kPairLists);
+  std::vector<std::string> words = arguments;
   // "help upload" is what many try first.
   if (!words.empty() && words.front() == "help") {
     words.erase(words.begin());
     words.emplace_back("--help");
   }
-  return Parser().parse(std::move(words), tokenVariable, results, messages);
+  return Parser(commands).parse(std::move(words), tokenVariable, results, messages);
 }
 
 }  // namespace varo::cli

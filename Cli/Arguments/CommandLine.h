@@ -1,23 +1,11 @@
 #pragma once
 
+#include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/GlobalOptions.h"
-#include "Cli/Commands/BlobDeleteCommand.h"
-#include "Cli/Commands/BlobDownloadCommand.h"
-#include "Cli/Commands/BlobPathCommand.h"
-#include "Cli/Commands/DeleteCommand.h"
-#include "Cli/Commands/DemoCommand.h"
-#include "Cli/Commands/DownloadCommand.h"
-#include "Cli/Commands/ListCommand.h"
-#include "Cli/Commands/ObjectGetCommand.h"
-#include "Cli/Commands/ObjectPutCommand.h"
-#include "Cli/Commands/SandboxCommand.h"
-#include "Cli/Commands/UpdateCommand.h"
-#include "Cli/Commands/UploadCommand.h"
 
 #include <optional>
 #include <ostream>
 #include <string>
-#include <variant>
 #include <vector>
 
 namespace varo::cli {
@@ -26,15 +14,12 @@ namespace varo::cli {
 /// `Interrupts::kExitStatus`.
 inline constexpr int kExitUsage = 2;
 
-using CommandOptions =
-    std::variant<ListOptions, UploadOptions, DownloadOptions, UpdateOptions, DeleteOptions,
-                 AbortOptions, BlobDownloadOptions, BlobPathOptions, BlobDeleteOptions,
-                 ObjectGetOptions, ObjectPutOptions, SandboxCommandOptions, DemoOptions>;
-
 /// What was asked for.
 struct Invocation {
   GlobalOptions global;
-  CommandOptions command;
+  CommandRun run;
+  /// The least level of log lines that are shown.
+  platform::LogLevel leastLogLevel = platform::LogLevel::kWarning;
 };
 
 /// Either an invocation, or the exit status where there is nothing left to do: after help and the
@@ -44,9 +29,10 @@ struct ParsedCommandLine {
   int exitStatus = 0;
 };
 
-/// Reads the arguments, without the program's name. `tokenVariable` is the value of VARO_TOKEN,
-/// empty where it is not set.
-[[nodiscard]] ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments,
+/// Reads the arguments, without the program's name, as one of `commands`. `tokenVariable` is the
+/// value of VARO_TOKEN, empty where it is not set.
+[[nodiscard]] ParsedCommandLine parseCommandLine(const CommandSet& commands,
+                                                 const std::vector<std::string>& arguments,
                                                  const std::string& tokenVariable,
                                                  std::ostream& results, std::ostream& messages);
 

@@ -119,7 +119,7 @@ Result<Dictionary> readBlobConfiguration(const std::string& path) {
 }
 
 std::vector<std::string> withListsSpelledOut(const std::vector<std::string>& words,
-                                             std::span<const std::string_view> lists) {
+                                             std::span<const std::string> lists) {
   std::vector<std::string> result;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];

@@ -35,6 +35,6 @@ namespace varo::cli {
 /// becomes "--meta a=1 --meta b=2". Left alone, a list would swallow every word up to the next
 /// option.
 [[nodiscard]] std::vector<std::string> withListsSpelledOut(const std::vector<std::string>& words,
-                                                           std::span<const std::string_view> lists);
+                                                           std::span<const std::string> lists);
 
 }  // namespace varo::cli

@@ -1,5 +1,5 @@
-#include "Cli/Commands/DemoCommand.h"
-
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
 #include "Cli/Run/Session.h"
@@ -25,6 +25,24 @@ using platform::Dictionary;
 using platform::ErrorPtr;
 
 namespace {
+
+constexpr std::string_view kHelp =
+    R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads, deletes,
+offline blobs of a real SQLite database, and signed transfers with an object store.
+
+Usage: varobinary [GLOBAL] demo
+
+Starts a sandbox of its own in a temporary directory, does everything that the library
+does and checks each result, downloads byte by byte. It ends with a table of what was done,
+removes what it made, and needs some seconds. The exit status is not 0 if anything was
+wrong.
+
+Examples:
+  varobinary demo
+  varobinary --log-level debug demo
+)";
+
+struct DemoOptions {};
 
 constexpr std::string_view kErrorDomain = "Demo";
 
@@ -113,7 +131,7 @@ class TourSettings {
   const binary::TransferPolicy policyBefore_;
 };
 
-}  // namespace
+void declare(CommandArguments&, DemoOptions&) {}
 
 int run(Session& session, const DemoOptions&) {
   const auto directory = TemporaryDirectory::make();
@@ -142,6 +160,20 @@ int run(Session& session, const DemoOptions&) {
     if (!stage.interrupted()) section(stage);
   }
   return conclude(session, stage);
+}
+
+}  // namespace
+
+/// Takes the user through what the library does, against a sandbox of its own. The exit status is 0
+/// only if everything was as it should be.
+Command makeDemoCommand() {
+  return {.name = "demo",
+          .arguments = {},
+          .summary = "see everything at work, with real files",
+          .help = std::string(kHelp),
+          .define = definition(declare, run),
+          // The tour provokes failures and reports them itself.
+          .leastLogLevel = platform::LogLevel::kOff};
 }
 
 }  // namespace varo::cli
