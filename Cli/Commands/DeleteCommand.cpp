@@ -1,4 +1,5 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Run/Session.h"
@@ -28,8 +29,8 @@ Usage: varobinary [GLOBAL] delete URL FILE_ID
   --where K=V [K=V]...    delete the files whose metadata hold all these values; may be
                           repeated. 'list --criteria' shows beforehand which ones they are
 
-A service may accept a delete for later. It is then asked up to five times, with growing
-pauses of 26 seconds at most together, whether it is done; each time that it is not, a line
+A service may accept a delete for later. It is then asked up to {} times, with growing
+pauses of {} seconds at most together, whether it is done; each time that it is not, a line
 on standard error says so. If it still works after that, the delete counts as failed,
 although the service may finish it.
 
@@ -96,7 +97,8 @@ Command makeDeleteCommand() {
   return {.name = "delete",
           .arguments = "URL FILE_ID",
           .summary = "delete a file, or with --where several",
-          .help = std::string(kHelp),
+          .help = fmt::format(kHelp, binary::polling::kMaxStatusRequests,
+                              binary::polling::kLongestWaits.count()),
           .define = definition(declare, run)};
 }
 

@@ -1,6 +1,7 @@
 #include "Cli/Run/Session.h"
 
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Cli/Run/TransferWatch.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/UserDirectories.h"
@@ -16,6 +17,7 @@ namespace varo::cli {
 using platform::Dictionary;
 using platform::LogLevel;
 using platform::VRONetworkUtility;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -23,9 +25,8 @@ constexpr int kCodeSilent = 1;
 constexpr int kCodeInterrupted = 2;
 
 /// Between two transfers of an operation there is work of milliseconds, except where a large file
-/// is copied to another file system, and where the status of a delete is asked for: the longest
-/// pause before that is 15 s.
-constexpr std::chrono::seconds kSilenceLimit{20};
+/// is copied to another file system, and where the status of a delete is asked for again.
+constexpr std::chrono::seconds kSilenceLimit = binary::polling::kLongestWait + 5s;
 
 Outcome silence() {
   return {Outcome::Kind::kSilent,

@@ -1,6 +1,7 @@
 #include "Cli/Run/WaitNotices.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Cli/Terminal/TerminalText.h"
 
 #include <fmt/format.h>
@@ -17,7 +18,7 @@ void WaitNotices::write(std::string_view logger, platform::LogLevel level,
                         const platform::LogLocation& location, std::string_view message) {
   if (level >= leastLevel_) lines_->write(logger, level, location, message);
   if (level == platform::LogLevel::kInfo && message.starts_with(binary::kServiceStillWorking)) {
-    output_->note(fmt::format("{} of {}", printable(message), binary::kMaxStatusRequests));
+    output_->note(fmt::format("{} of {}", printable(message), binary::polling::kMaxStatusRequests));
   }
 }
 

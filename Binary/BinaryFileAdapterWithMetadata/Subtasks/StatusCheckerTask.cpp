@@ -3,6 +3,7 @@
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 #include <algorithm>
@@ -64,7 +65,7 @@ void StatusCheckerTask::processResponse(const Dictionary& response, const Networ
   if (!status) {
     BinaryLogger::sharedInstance().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
   }
-  if (!status && _currentIteration == kMaxStatusRequests) {
+  if (!status && _currentIteration == polling::kMaxStatusRequests) {
     return raiseError(std::make_shared<const Error>(std::string(kRetriesExceededErrorDomain),
                                                     kCodeHTTPRequestFailed, Dictionary{}));
   }
