@@ -171,7 +171,7 @@ void BinaryDataManager::create(const BlobColumn& column, const Dictionary& downl
   if (state != 0 && (isTaskInProgress(*blobId) || isTaken(state))) {
     logger().logError(kAlreadyStarted);
     return answer(
-        std::make_shared<const platform::Error>(std::string(kInvalidTaskCreationState),
+        std::make_shared<const platform::Error>(std::string(kTaskCreationErrorDomain),
                                                 kCodeInvalidStateForDownloadTaskCreation,
                                                 Dictionary{{kPrimaryKeys, column.primaryKeys}}),
         blobId);

@@ -49,7 +49,6 @@ namespace {
 
 constexpr std::string_view kUploadQueue = "onlineUploadQueue";
 /// Of errors that a template is the reason for.
-constexpr std::string_view kUploadTaskDomain = "UploadTask";
 constexpr std::string_view kPut = "PUT";
 constexpr std::string_view kPost = "POST";
 /// Bytes that an error shows of a template's entry.
@@ -154,7 +153,7 @@ ErrorPtr noBytesError(const Value& mode, const Value& method) {
   };
   const std::string detail = platform::formatMessage(kNoBytesSent, {shown(mode), shown(method)});
   return CommonUtils::generateErrorWith(
-      kUploadTaskDomain, kCodeUploadInvalidParameterValue,
+      kUploadTaskErrorDomain, kCodeUploadInvalidParameterValue,
       platform::formatMessage(kMessageAndDetail, {kUploadInvalidParameterValue, detail}));
 }
 
@@ -327,7 +326,7 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
       task.outputContext()[upload::kRedirectionTemplate].dictionaryValue();
   const auto refuse = [&](std::int32_t code) {
     return failure(task.blocks(), task,
-                   std::make_shared<const Error>(std::string(kUploadTaskDomain), code,
+                   std::make_shared<const Error>(std::string(kUploadTaskErrorDomain), code,
                                                  platform::withoutSecrets(uploadTemplate)));
   };
   if (uploadTemplate[kOpStatus].integerValue() != 0) {

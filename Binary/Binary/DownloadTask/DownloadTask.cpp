@@ -5,6 +5,7 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
 #include <exception>
@@ -25,8 +26,6 @@ namespace {
 constexpr std::string_view kNetworkTask = "networkTask";
 constexpr std::string_view kPersistenceTask = "persistenceTask";
 constexpr std::string_view kInputErrorName = "downloadTask";
-constexpr std::string_view kInputErrorDomain = "Download Task";
-constexpr std::int64_t kInputErrorCode = 999;
 constexpr std::string_view kInvalidInput = "Invalid inputs provided to the download task.";
 
 constexpr std::string_view kInStop = "Inside Download task stop";
@@ -99,8 +98,8 @@ void DownloadTask::execute() {
     const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
     _errorContext.set(kDownloadError, userInfo);
     return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kInputErrorName),
-                                                          std::string(kInputErrorDomain),
-                                                          kInputErrorCode, userInfo));
+                                                          std::string(kDownloadInputErrorDomain),
+                                                          kCodeDownloadFault, userInfo));
   }
   steps_->run([this] { return beginRun(); });
 }

@@ -9,7 +9,7 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/TransportFailure.h"
 #include "Platform/TaskEngine/VSTaskError.h"
 
 #include <algorithm>
@@ -37,10 +37,7 @@ using platform::VSTaskError;
 namespace {
 
 constexpr std::string_view kNetworkTaskName = "networkTask";
-constexpr std::string_view kNetworkTaskDomain = "Network Task";
-constexpr std::string_view kTransportDomain = "NetworkTask";
 /// Of what is thrown.
-constexpr std::int64_t kErrorCode = 999;
 
 constexpr std::string_view kTaskInterrupted = "Task Interrupted";
 constexpr std::string_view kInside = "Inside %@  ";
@@ -70,8 +67,7 @@ constexpr char kRunNumber[] = "RunNumber";
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 bool isTooLarge(const Error& error) {
-  return error.domain() == platform::kHttpTransportErrorDomain &&
-         error.code() == static_cast<std::int64_t>(platform::HttpTransportError::kResponseTooLarge);
+  return platform::transportFailureOf(error) == platform::TransportFailure::kTooLarge;
 }
 
 }  // namespace
@@ -103,7 +99,7 @@ bool NetworkTask::isTaskInterrupted() const {
 
 ErrorPtr NetworkTask::cause(std::int64_t code, Dictionary userInfo) const {
   return std::make_shared<const VSTaskError>(ID(), std::string(kNetworkTaskName),
-                                             std::string(kNetworkTaskDomain), code,
+                                             std::string(kNetworkTaskErrorDomain), code,
                                              std::move(userInfo));
 }
 
@@ -211,9 +207,9 @@ NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
   try {
     return step();
   } catch (const std::exception& exception) {
-    return fail(cause(kErrorCode, exception.what()));
+    return fail(cause(kCodeDownloadFault, exception.what()));
   } catch (...) {
-    return fail(cause(kErrorCode, "An unknown exception"));
+    return fail(cause(kCodeDownloadFault, "An unknown exception"));
   }
 }
 
@@ -230,7 +226,7 @@ void NetworkTask::perform(const Effects& effects) {
 }
 
 void NetworkTask::failLater(const Request& request, std::string_view what) {
-  enterFromAnswer([this, request, error = cause(kErrorCode, what)] {
+  enterFromAnswer([this, request, error = cause(kCodeDownloadFault, what)] {
     return isCurrent(request) ? fail(error) : Effects{};
   });
 }
@@ -361,8 +357,8 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
     // The known size refused a whole object of another size that came in place of the range.
     const bool startsOver = isTooLarge(*error) && request.question.known.object.total != 0 &&
                             request.question.mayStartOver();
-    const ErrorPtr failure =
-        CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
+    const ErrorPtr failure = CommonUtils::validateResponseforTask(ID(), kRangeRequestErrorDomain,
+                                                                  responseInfo, data, error);
     return enterFromAnswer([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
       logger().logError(kRequestFailed, error->description());

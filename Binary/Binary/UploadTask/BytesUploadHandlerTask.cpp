@@ -12,7 +12,7 @@ using platform::Value;
 using platform::VRONetworkUtility;
 
 constinit const UploaderTask::Texts BytesUploadHandlerTask::kTexts = {
-    .domain = upload::kBackendUploaderDomain,
+    .domain = kBytesUploaderErrorDomain,
     .noUploadParams = "[BytesUploadHandlerTask] No uploadParams found",
     .requestBody = "[BytesUploadHandlerTask] requestbody: %@",
     .url = "[BytesUploadHandlerTask] url: %@",

@@ -27,7 +27,7 @@ constexpr std::string_view kNoFilePart =
 }  // namespace
 
 constinit const UploaderTask::Texts MultiPartUploaderTask::kTexts = {
-    .domain = "BackendUploadedTask",
+    .domain = kFormUploaderErrorDomain,
     .noUploadParams = "[BackendUploaderTask] No uploadParams found",
     .requestBody = "[BackendUploaderTask] requestbody: %@",
     .url = "[BackendUploaderTask] url: %@",

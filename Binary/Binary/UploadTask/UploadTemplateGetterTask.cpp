@@ -30,7 +30,6 @@ using platform::VSTaskError;
 
 namespace {
 
-constexpr std::string_view kDomain = "UploadTemplateTask";
 constexpr int kOk = 200;
 
 constexpr std::string_view kSuccessful = "[UploadTemplateGetterTask] request successful";
@@ -91,8 +90,8 @@ void UploadTemplateGetterTask::invokePostCall() {
 
 void UploadTemplateGetterTask::processAnswer(const std::optional<Data>& data,
                                              const Dictionary& response, const ErrorPtr& error) {
-  if (const auto failure = CommonUtils::validateResponseforTask(
-          ID(), upload::kBackendUploaderDomain, response, data, error)) {
+  if (const auto failure = CommonUtils::validateResponseforTask(ID(), kBytesUploaderErrorDomain,
+                                                                response, data, error)) {
     return raiseError(failure);
   }
   processNetworkResponse(response, data);
@@ -144,8 +143,8 @@ void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message
   isErrorRaised_ = true;
   Dictionary userInfo{{std::string(platform::kErrorMessageKey), message}};
   if (cause != nullptr) userInfo.set(std::string(platform::kUnderlyingError), cause);
-  raiseError(std::make_shared<const VSTaskError>(ID(), name(), std::string(kDomain), code,
-                                                 std::move(userInfo)));
+  raiseError(std::make_shared<const VSTaskError>(
+      ID(), name(), std::string(kUploadTemplateErrorDomain), code, std::move(userInfo)));
 }
 
 }  // namespace varo::binary

@@ -28,9 +28,6 @@ inline constexpr std::int32_t kDownloadErrored = 103;
 inline constexpr std::int32_t kDownloadPaused = 104;
 inline constexpr std::int32_t kDeleteAccepted = 201;
 inline constexpr std::int32_t kDeleteInProgress = 202;
-inline constexpr std::int32_t kFileExistsAbortingDownload = 10001;
-inline constexpr std::int32_t kDownloadNotStartedAlreadyExistsInQueue = 10002;
-inline constexpr std::int32_t kInvalidFileParams = 10003;
 
 /// Bytes of a chunk where the caller gives no usable number: 1 MiB.
 inline constexpr std::int64_t kDefaultChunkSize = 1'048'576;

@@ -14,9 +14,6 @@ namespace {
 using platform::Dictionary;
 using platform::ErrorPtr;
 
-constexpr std::string_view kErrorDomain = "BinaryFileStorageInterface";
-constexpr std::int32_t kExceptionCode = 0;
-
 constexpr std::string_view kListFailed = "Failed to execute listFilesWithURL method, error : %@";
 constexpr std::string_view kUploadFailed = "Failed to execute uploadBinary method, error : %@";
 constexpr std::string_view kDownloadFailed = "Failed to execute downloadBinary method, error : %@";
@@ -52,8 +49,8 @@ void guarded(std::string_view message, const BinaryBlock& onFailure, const Opera
   try {
     operation();
   } catch (...) {
-    const ErrorPtr error =
-        CommonUtils::generateErrorWith(kErrorDomain, kExceptionCode, reasonOfException());
+    const ErrorPtr error = CommonUtils::generateErrorWith(kFileInterfaceErrorDomain, kCodeException,
+                                                          reasonOfException());
     BinaryLogger::sharedInstance().logError(message, error->localizedDescription());
     if (!onFailure) return;
     try {

@@ -33,7 +33,7 @@ using platform::VSTask;
 
 namespace {
 
-constexpr std::string_view kClassTag = "FileStorageManager";
+constexpr std::string_view kClassTag = kFileManagerErrorDomain;
 constexpr std::string_view kListTag = "listFilesWithUrl";
 constexpr std::string_view kUploadTag = "uploadBinaryWithUrl";
 constexpr std::string_view kDownloadTag = "downloadBinaryWithUrl";
@@ -142,8 +142,9 @@ bool FileStorageManager::enterWithUrl(std::string_view functionTag, const std::s
   }
   if (platform::Runtime::shared().isShutDown()) {
     // The engine would refuse the task, and nobody would be told.
-    reportFailure(callback, CommonUtils::generateErrorWith(
-                                kClassTag, kCodeInvalidStateForBinaryOperation, kLibraryShutDown));
+    reportFailure(callback, CommonUtils::generateErrorWith(kFileManagerErrorDomain,
+                                                           kCodeInvalidStateForBinaryOperation,
+                                                           kLibraryShutDown));
     return false;
   }
   return true;
