@@ -1,5 +1,6 @@
 #include "Cli/Arguments/Arguments.h"
 
+#include "Cli/Failures/CommandErrors.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 
@@ -53,7 +54,7 @@ std::optional<std::string> existingHeader(const Dictionary& headers, std::string
 }  // namespace
 
 platform::ErrorPtr usageError(std::string message) {
-  return platform::Error::make(kUsageErrorDomain, 2, std::move(message));
+  return platform::Error::make(kUsageErrorDomain, kCodeWrongUsage, std::move(message));
 }
 
 Result<TextPair> parsePair(std::string_view text) {

@@ -10,9 +10,6 @@
 
 namespace varo::cli {
 
-/// Domain of errors in what was typed. They lead to exit status 2.
-inline constexpr std::string_view kUsageErrorDomain = "Usage";
-
 using TextPair = std::pair<std::string, std::string>;
 
 /// "KEY=VALUE" at its first "="; the key must not be empty, the value may be.

@@ -2,6 +2,7 @@
 #include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
+#include "Cli/Failures/CommandErrors.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Run/TemporaryDirectory.h"
 #include "Cli/Terminal/ByteFormat.h"
@@ -43,8 +44,6 @@ Examples:
 )";
 
 struct DemoOptions {};
-
-constexpr std::string_view kErrorDomain = "Demo";
 
 using Section = void (*)(DemoStage&);
 constexpr Section kSections[] = {showUploads,  showLists,   showUpdates,      showDownloads,
@@ -101,8 +100,9 @@ int conclude(Session& session, const DemoStage& stage) {
       std::count_if(steps.begin(), steps.end(), [](const auto& step) { return !step.ok; }));
   if (wrong > 0 || steps.empty()) {
     session.output().event("summary", {}, [&] { return summaryOf(steps); });
-    return session.finish(failed(platform::Error::make(
-        kErrorDomain, 1, fmt::format("{} of {} steps went wrong", wrong, steps.size()))));
+    return session.finish(failed(
+        platform::Error::make(kDemoErrorDomain, kCodeStepsWentWrong,
+                              fmt::format("{} of {} steps went wrong", wrong, steps.size()))));
   }
   const Dictionary result{{"steps", steps.size()}};
   const auto describe = [&](const Dictionary&) {
@@ -143,7 +143,8 @@ int run(Session& session, const DemoOptions&) {
   settings.requiredToken = DemoStage::kToken;
   sandbox::SandboxServer server(settings);
   if (const auto error = server.start()) {
-    return session.finish(failed(platform::Error::make(kErrorDomain, 2, error->message)));
+    return session.finish(
+        failed(platform::Error::make(kDemoErrorDomain, kCodeDemoNotStarted, error->message)));
   }
   DemoStage stage(session, server, root);
   std::error_code made;

@@ -2,6 +2,7 @@
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Arguments/OptionValues.h"
+#include "Cli/Failures/CommandErrors.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Run/TemporaryDirectory.h"
 #include "Platform/Foundation/Error.h"
@@ -82,7 +83,6 @@ struct SandboxCommandOptions {
   bool allowsUnsigned = false;
 };
 
-constexpr std::string_view kErrorDomain = "Sandbox";
 sandbox::ObjectStoreOptions storeOptions(const SandboxCommandOptions& options) {
   sandbox::ObjectStoreOptions store;
   store.outsideUrl = options.objectStore;
@@ -198,7 +198,8 @@ int run(Session& session, const SandboxCommandOptions& options) {
     error = sandbox::ExampleDatabase::make(options.exampleDatabase, server);
   }
   if (error) {
-    const platform::ErrorPtr failure = platform::Error::make(kErrorDomain, 1, error->message);
+    const platform::ErrorPtr failure =
+        platform::Error::make(kSandboxErrorDomain, kCodeSandboxFailed, error->message);
     return session.finish({Outcome::Kind::kFailure, failure});
   }
   session.output().event("ready",

@@ -84,28 +84,14 @@ std::string_view meaningOf(std::int64_t state) {
 constexpr std::string_view kGoesOn =
     "What has arrived is kept: the same command goes on from there.";
 
-/// What to do after a download that has failed, other than for a file.
-std::string hintForDownload(std::int64_t code) {
-  switch (code) {
-    case binary::kCodeUploadFailure:  // what the library says of every failed request
-      return fmt::format("Is the service at the \"URL\" of --config running? {}", kGoesOn);
-    case binary::kCodeIntegrityCheckFailed:
-      return "The object changed on the service meanwhile. The same command fetches it anew.";
-    case binary::kCodeContentRangeNotReceived:
-    case binary::kCodeEmptyBodyReceived:
-      return fmt::format("The service's answer makes no sense; try again later. {}", kGoesOn);
-    default:
-      return "Check \"URL\", \"ScopeName\" and \"ObjectName\" of --config, the --key, and the "
-             "token "
-             "(--token-file).";
-  }
-}
-
 void addDownloadFailure(const Dictionary& details, FailureText& text) {
   const std::string misnomer = fmt::format("{}: ", binary::kUploadFailure);
   if (text.message.starts_with(misnomer)) text.message.erase(0, misnomer.size());
   if (!details.contains(binary::kPersistenceError)) {
-    text.hint = hintForDownload(text.code);
+    const std::string_view hint = hintFor(Topic::kBlob, text.domain, text.code);
+    text.hint = hint.empty() ? hintFor(Topic::kBlob, binary::kDownloadTaskError,
+                                       binary::kCodeDownloadTaskFailed)
+                             : hint;
     return;
   }
   const Dictionary failure = details[binary::kPersistenceError].dictionaryValue();
@@ -113,30 +99,37 @@ void addDownloadFailure(const Dictionary& details, FailureText& text) {
   text.hint += fmt::format(" {}", kGoesOn);
 }
 
+bool is(const platform::Error& error, std::string_view domain, std::int64_t code) {
+  return error.domain() == domain && error.code() == code;
+}
+
+/// Whether the record, or its link to a blob, was not found.
+bool isNotFound(const platform::Error& error) {
+  return is(error, binary::kDownloadTaskErrorDomain, binary::kCodeBinaryRecordDoesNotExist) ||
+         is(error, binary::kDeleteBinaryErrorDomain, binary::kCodeBinaryRecordDoesNotExist);
+}
+
 }  // namespace
 
 FailureText describeBlobFailure(const BlobRecord& record, const Value& failure) {
-  FailureText text = describeFailure(failure);
+  FailureText text = describeFailureOf(Topic::kBlob, failure);
   const platform::ErrorPtr error = failure.error();
   if (error == nullptr) return text;
   if (error->domain() == binary::kDownloadTaskError) {
     addDownloadFailure(error->userInfo(), text);
-  } else if (error->code() == binary::kCodeBinaryRecordDoesNotExist) {
+  } else if (isNotFound(*error)) {
     if (auto gap = findGap(record)) {
       text.message = std::move(gap->message);
       text.hint = std::move(gap->hint);
     }
-  } else if (error->code() == binary::kCodeInvalidStateForDownloadTaskCreation) {
+  } else if (is(*error, binary::kTaskCreationErrorDomain,
+                binary::kCodeInvalidStateForDownloadTaskCreation)) {
     const std::int64_t state = record.state().value_or(0);
     text.message = fmt::format("the {} cannot be downloaded: it is {} (state {})", record.name(),
                                meaningOf(state), state);
-  } else if (error->domain() == binary::kDeleteBinaryErrorDomain) {
-    text.hint = error->code() == binary::kCodeInvalidStateForBinaryOperation
-                    ? "Without --before-sync the deletion is recorded and the file left alone."
-                    : "Is the database in use or read-only? --log-level error shows more.";
-  } else if (error->code() == binary::kCodeInvalidStateForBinaryOperation) {
+  } else if (is(*error, binary::kDownloadTaskErrorDomain,
+                binary::kCodeInvalidStateForBinaryOperation)) {
     text.message = fmt::format("there is no complete file of the {}", record.name());
-    text.hint = "'varobinary blob download' brings it.";
   }
   return text;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Cli/Failures/Hints.h"
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
@@ -19,7 +20,10 @@ struct FailureText {
 
 /// Reads a failure block's value in each of the shapes that the library delivers: the dictionary of
 /// "code", "domain" and "localizedDescription", a caught exception or a download's contexts under
-/// "error", or an error itself.
+/// "error", or an error itself. The hint is the one for operations on files.
 [[nodiscard]] FailureText describeFailure(const platform::Value& failure);
+
+/// The same with the hint for `topic`.
+[[nodiscard]] FailureText describeFailureOf(Topic topic, const platform::Value& failure);
 
 }  // namespace varo::cli

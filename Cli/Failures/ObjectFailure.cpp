@@ -31,8 +31,6 @@ namespace {
 /// Bytes of a reason that is neither XML nor short.
 constexpr std::size_t kLongestReason = 300;
 
-constexpr std::string_view kNotRunningHint = "Is the store or service of --config running?";
-
 /// What a store says in the elements of its XML, and what to do about it.
 struct StoreHint {
   std::string_view code;
@@ -96,9 +94,14 @@ void addReason(const std::string& body, FailureText& text) {
   if (hint != kStoreHints.end()) text.hint = hint->text;
 }
 
+bool isUnknownMode(const FailureText& text) {
+  return text.domain == binary::kUploadTaskErrorDomain &&
+         text.code == binary::kCodeUploadTaskInstanceFailure;
+}
+
 /// Of an upload whose template, which is all that the error has, is none to go by.
 void describeTemplate(const Dictionary& given, FailureText& text) {
-  if (text.code == binary::kCodeUploadTaskInstanceFailure) {
+  if (isUnknownMode(text)) {
     text.message =
         fmt::format("the template of the service has the unknown \"{}\" '{}'",
                     binary::keys::kUploadMode, given[binary::keys::kUploadMode].textValue());
@@ -116,21 +119,21 @@ void addUploadHint(FailureText& text) {
         "The service of the templates takes its token from \"{}\" of --config "
         "or from --header.",
         binary::keys::kHeaders);
-  } else if (text.code == binary::kCodeUploadFailure) {
-    text.hint = kNotRunningHint;
+    return;
   }
+  const std::string_view hint = hintFor(Topic::kObject, text.domain, text.code);
+  if (!hint.empty()) text.hint = hint;
 }
 
 void addDownloadHint(const Dictionary& context, FailureText& text) {
   if (context.contains(binary::kPersistenceError)) {
     const Dictionary failure = context[binary::kPersistenceError].dictionaryValue();
     describeStorageFailure(failure, platform::UserDirectories::current()->documents(), text);
-  } else if (text.code == binary::kCodeEmptyBodyReceived) {
-    text.hint = "Nothing is kept of an object without bytes: the library takes it for an error.";
-  } else if (text.code == binary::kCodeUploadFailure) {
-    text.hint = kNotRunningHint;
   } else {
-    text.hint = "Check the address and the keys of --config, and --param.";
+    const std::string_view hint = hintFor(Topic::kObject, text.domain, text.code);
+    text.hint = hint.empty() ? hintFor(Topic::kObject, binary::kDownloadTaskError,
+                                       binary::kCodeDownloadTaskFailed)
+                             : hint;
   }
 }
 
@@ -138,7 +141,7 @@ void addDownloadHint(const Dictionary& context, FailureText& text) {
 
 FailureText describeObjectFailure(const Value& failure) {
   const Value& first = firstOf(failure);
-  FailureText text = describeFailure(first);
+  FailureText text = describeFailureOf(Topic::kObject, first);
   const ErrorPtr error = first.error();
   if (error == nullptr) return text;
   // What the library says of every request that failed.
@@ -146,8 +149,7 @@ FailureText describeObjectFailure(const Value& failure) {
   if (text.message.starts_with(misnomer)) text.message.erase(0, misnomer.size());
   if (error->domain() == binary::kDownloadTaskError) {
     addDownloadHint(error->userInfo(), text);
-  } else if (text.code == binary::kCodeUploadTaskInstanceFailure ||
-             error->userInfo().contains(binary::kOpStatus)) {
+  } else if (isUnknownMode(text) || error->userInfo().contains(binary::kOpStatus)) {
     describeTemplate(error->userInfo(), text);
   } else {
     addUploadHint(text);

@@ -1,5 +1,6 @@
 #include "Cli/Run/LastEvent.h"
 
+#include "Cli/Failures/CommandErrors.h"
 #include "Cli/Run/Operation.h"
 #include "Cli/Run/Output.h"
 #include "Cli/Run/Session.h"
@@ -10,12 +11,6 @@
 
 namespace varo::cli {
 
-namespace {
-
-constexpr int kCodeException = 4;
-
-}  // namespace
-
 int runToItsLastEvent(Output& output, const std::function<int()>& command) noexcept {
   try {
     try {
@@ -23,7 +18,8 @@ int runToItsLastEvent(Output& output, const std::function<int()>& command) noexc
     } catch (const std::bad_alloc&) {
       (void)output.failure(unexpectedFailure());
     } catch (const std::exception& error) {
-      (void)output.failure(platform::Error::make(kCommandLineDomain, kCodeException, error.what()));
+      (void)output.failure(
+          platform::Error::make(kCommandLineErrorDomain, kCodeExceptionThrown, error.what()));
     }
   } catch (...) {
     output.failWithFixedWords();

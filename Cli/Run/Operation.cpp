@@ -1,5 +1,6 @@
 #include "Cli/Run/Operation.h"
 
+#include "Cli/Failures/CommandErrors.h"
 #include "Platform/Foundation/Error.h"
 
 #include <chrono>
@@ -14,13 +15,11 @@ namespace {
 
 constexpr std::chrono::milliseconds kTickInterval{200};
 
-constexpr int kCodeUnexpected = 3;
-
 }  // namespace
 
 const Value& unexpectedFailure() {
   static const Value failure = platform::Error::make(
-      kCommandLineDomain, kCodeUnexpected,
+      kCommandLineErrorDomain, kCodeUnexpected,
       "the command was broken off: there was no memory left, or something unexpected happened");
   return failure;
 }

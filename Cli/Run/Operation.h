@@ -11,9 +11,6 @@
 
 namespace varo::cli {
 
-/// Domain of the errors that the command line itself reports.
-inline constexpr std::string_view kCommandLineDomain = "CommandLine";
-
 /// How an operation of the library ended for us.
 struct Outcome {
   enum class Kind { kSuccess, kFailure, kPaused, kInterrupted, kSilent };

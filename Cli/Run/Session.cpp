@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
+#include "Cli/Failures/CommandErrors.h"
 #include "Cli/Run/TransferWatch.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/UserDirectories.h"
@@ -21,16 +22,13 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int kCodeSilent = 1;
-constexpr int kCodeInterrupted = 2;
-
 /// Between two transfers of an operation there is work of milliseconds, except where a large file
 /// is copied to another file system, and where the status of a delete is asked for again.
 constexpr std::chrono::seconds kSilenceLimit = binary::polling::kLongestWait + 5s;
 
 Outcome silence() {
   return {Outcome::Kind::kSilent,
-          platform::Error::make(kCommandLineDomain, kCodeSilent,
+          platform::Error::make(kCommandLineErrorDomain, kCodeSilent,
                                 "the operation ended without saying how: the answer of the service "
                                 "was not complete. With --policy safe this is a proper error")};
 }
@@ -116,7 +114,8 @@ int Session::finish(const Outcome& outcome, const Wording& wording) {
       output_->paused(outcome.value.dictionaryValue(), told(wording.paused));
       return Interrupts::kExitStatus;
     case Outcome::Kind::kInterrupted:
-      output_->failure(platform::Error::make(kCommandLineDomain, kCodeInterrupted, "interrupted"));
+      output_->failure(
+          platform::Error::make(kCommandLineErrorDomain, kCodeInterrupted, "interrupted"));
       return Interrupts::kExitStatus;
     case Outcome::Kind::kFailure:
     case Outcome::Kind::kSilent:

@@ -1,5 +1,6 @@
 #include "Cli/Run/StagedDownload.h"
 
+#include "Cli/Failures/CommandErrors.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/UserDirectories.h"
 
@@ -19,9 +20,6 @@ using platform::Result;
 using platform::UserDirectories;
 
 namespace {
-
-constexpr std::string_view kErrorDomain = "CommandLine";
-constexpr int kCodeSeveralFiles = 3;
 
 bool isAlone(const fs::path& file) {
   std::error_code failed;
@@ -54,7 +52,7 @@ StagedDownload::~StagedDownload() { UserDirectories::install(real_); }
 
 Result<std::string> StagedDownload::publish(const std::string& path) const {
   if (!isAlone(path)) {
-    return Error::make(kErrorDomain, kCodeSeveralFiles,
+    return Error::make(kCommandLineErrorDomain, kCodeSeveralFiles,
                        "the object was spread over several files; use --policy safe");
   }
   const std::string documents = UserDirectories::current()->documents();
