@@ -127,9 +127,13 @@ FailureText describeBlobFailure(const BlobRecord& record, const Value& failure) 
     const std::int64_t state = record.state().value_or(0);
     text.message = fmt::format("the {} cannot be downloaded: it is {} (state {})", record.name(),
                                meaningOf(state), state);
-  } else if (is(*error, binary::kDownloadTaskErrorDomain,
-                binary::kCodeInvalidStateForBinaryOperation)) {
-    text.message = fmt::format("there is no complete file of the {}", record.name());
+  } else {
+    if (is(*error, binary::kDownloadTaskErrorDomain, binary::kCodeInvalidStateForBinaryOperation)) {
+      text.message = fmt::format("there is no complete file of the {}", record.name());
+    }
+    // The command knows more of what to do about it than its cause does.
+    const auto hint = hintFor(Topic::kBlob, error->domain(), error->code());
+    if (!hint.empty()) text.hint = hint;
   }
   return text;
 }
