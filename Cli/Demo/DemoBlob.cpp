@@ -2,8 +2,8 @@
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Cli/ByteFormat.h"
 #include "Cli/Demo/DemoFile.h"
+#include "Cli/Terminal/ByteFormat.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Block.h"
 #include "Platform/Foundation/Error.h"

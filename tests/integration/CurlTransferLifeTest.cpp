@@ -209,6 +209,7 @@ TEST_F(CurlTransferLifeTest, TrustsOnlyConfiguredCertificatesWhateverTheEnvironm
     const EnvironmentVariable file("SSL_CERT_FILE", caFile);
     const EnvironmentVariable directory("SSL_CERT_DIR", directory_);
     EXPECT_EQ(get(server.url("/")).errorCode(), kNotTrusted);
+    EXPECT_EQ(get(server.url("/")).failure(), "certificateNotTrusted");
   }
   configuration_.caFile = caFile;
   remake();
@@ -222,6 +223,7 @@ TEST_F(CurlTransferLifeTest, TrustsOnlyConfiguredCertificatesWhateverTheEnvironm
   remake();
   const Outcome outcome = get(server.url("/"));
   EXPECT_EQ(outcome.errorCode(), 77);
+  EXPECT_EQ(outcome.failure(), "trustFileUnusable");
   EXPECT_THAT(outcome.text(), HasSubstr("missing.pem"));
 }
 

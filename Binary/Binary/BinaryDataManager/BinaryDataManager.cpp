@@ -189,7 +189,7 @@ void BinaryDataManager::Insides::create(const BlobColumn& column, const Dictiona
   if (state != 0 && (places.isTaskInProgress(*blobId) || isTaken(state))) {
     logger().logError(texts::kAlreadyStarted);
     return answer(
-        std::make_shared<const platform::Error>(std::string(kInvalidTaskCreationState),
+        std::make_shared<const platform::Error>(std::string(kTaskCreationErrorDomain),
                                                 kCodeInvalidStateForDownloadTaskCreation,
                                                 Dictionary{{kPrimaryKeys, column.primaryKeys}}),
         blobId);

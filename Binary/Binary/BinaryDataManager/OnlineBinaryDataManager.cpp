@@ -131,7 +131,7 @@ void OnlineBinaryDataManager::schedule(const std::shared_ptr<const OnlineDownloa
   if (isKnown(identifier)) {
     return refuse(
         download, identifier,
-        std::make_shared<const Error>(std::string(kFileAlreadyInQueue),
+        std::make_shared<const Error>(std::string(kAlreadyQueuedErrorDomain),
                                       kDownloadNotStartedAlreadyExistsInQueue, Dictionary()));
   }
   if (const ErrorPtr error = shutDownError()) return refuse(download, identifier, error);

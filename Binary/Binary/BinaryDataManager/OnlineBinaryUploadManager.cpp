@@ -45,8 +45,6 @@ namespace {
 namespace texts = log_texts::online_binary_upload_manager;
 
 constexpr std::string_view kUploadQueue = "onlineUploadQueue";
-/// Of errors that a template is the reason for.
-constexpr std::string_view kUploadTaskDomain = "UploadTask";
 /// Bytes that an error shows of a template's entry.
 constexpr std::size_t kLongestEntry = 64;
 constexpr std::string_view kNoBytesSent =
@@ -157,7 +155,7 @@ ErrorPtr noBytesError(const Value& mode, const Value& method) {
   };
   const std::string detail = platform::formatMessage(kNoBytesSent, {shown(mode), shown(method)});
   return CommonUtils::generateErrorWith(
-      kUploadTaskDomain, kCodeUploadInvalidParameterValue,
+      kUploadTaskErrorDomain, kCodeUploadInvalidParameterValue,
       platform::formatMessage(kMessageAndDetail, {kUploadInvalidParameterValue, detail}));
 }
 
@@ -328,7 +326,7 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
       task.outputContext()[upload::kRedirectionTemplate].dictionaryValue();
   const auto refuse = [&](std::int32_t code) {
     return failure(task.blocks(), task,
-                   std::make_shared<const Error>(std::string(kUploadTaskDomain), code,
+                   std::make_shared<const Error>(std::string(kUploadTaskErrorDomain), code,
                                                  platform::withoutSecrets(uploadTemplate)));
   };
   if (uploadTemplate[kOpStatus].integerValue() != 0) {

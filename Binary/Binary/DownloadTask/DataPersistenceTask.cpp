@@ -26,14 +26,10 @@ namespace {
 namespace texts = log_texts::data_persistence_task;
 
 constexpr std::string_view kChunkQueue = "chunkQueue";
-constexpr std::int64_t kErrorCode = 999;
 constexpr char kPath[] = "path";
 
 constexpr std::string_view kInputErrorName = "dataPersistanceTask";
-constexpr std::string_view kInputErrorDomain = "DataPersistance Task";
 constexpr std::string_view kFileErrorName = "persistenceTask";
-constexpr std::string_view kFileErrorDomain = "Data Persistence";
-constexpr std::string_view kEmptyBodyDomain = "DataPersistantTask";
 constexpr std::string_view kInvalidInput = "Invalid inputs provided to the dataPersistance task.";
 constexpr std::string_view kFileNotThere = "FileDoesn't exist at path.";
 
@@ -70,8 +66,9 @@ void DataPersistenceTask::execute() {
     logger().logError(log_texts::kInvalidDownloadInput);
     const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
     _errorContext.set(kDataPersistanceError, userInfo);
-    return raiseError(std::make_shared<const VSTaskError>(
-        ID(), std::string(kInputErrorName), std::string(kInputErrorDomain), kErrorCode, userInfo));
+    return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kInputErrorName),
+                                                          std::string(kPersistenceInputErrorDomain),
+                                                          kCodeDownloadFault, userInfo));
   }
   // On the queue, so that it comes before every chunk and after what is left of an earlier run.
   chunkQueue().async([self = self<DataPersistenceTask>()] { self->beginRun(); });
@@ -367,13 +364,14 @@ void DataPersistenceTask::fail(const Dictionary& userInfo) {
   releaseUnclaimedFile();
   takeEndBack();
   _errorContext.set(kPersistenceError, userInfo);
-  raiseError(std::make_shared<const VSTaskError>(
-      ID(), std::string(kFileErrorName), std::string(kFileErrorDomain), kErrorCode, userInfo));
+  raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kFileErrorName),
+                                                 std::string(kPersistenceErrorDomain),
+                                                 kCodeDownloadFault, userInfo));
 }
 
 void DataPersistenceTask::failWithEmptyBody() {
   takeEndBack();
-  raiseError(CommonUtils::getErrorForTask(ID(), kEmptyBodyDomain, kCodeEmptyBodyReceived,
+  raiseError(CommonUtils::getErrorForTask(ID(), kEmptyObjectErrorDomain, kCodeEmptyBodyReceived,
                                           kEmptyBodyReceived, std::nullopt));
 }
 

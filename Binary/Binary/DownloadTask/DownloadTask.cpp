@@ -6,6 +6,7 @@
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 #include "Binary/Binary/SourceNames.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <exception>
 #include <stdexcept>
@@ -23,8 +24,6 @@ namespace texts = log_texts::download_task;
 constexpr std::string_view kNetworkTask = "networkTask";
 constexpr std::string_view kPersistenceTask = "persistenceTask";
 constexpr std::string_view kInputErrorName = "downloadTask";
-constexpr std::string_view kInputErrorDomain = "Download Task";
-constexpr std::int64_t kInputErrorCode = 999;
 
 constexpr std::string_view kRunNames[] = {"idle", "running", "pausing", "resting", "stopped"};
 
@@ -80,8 +79,8 @@ void DownloadTask::execute() {
         {std::string(platform::kErrorMessageKey), log_texts::kInvalidDownloadInput}};
     _errorContext.set(kDownloadError, userInfo);
     return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kInputErrorName),
-                                                          std::string(kInputErrorDomain),
-                                                          kInputErrorCode, userInfo));
+                                                          std::string(kDownloadInputErrorDomain),
+                                                          kCodeDownloadFault, userInfo));
   }
   steps_->run([this] { return beginRun(); });
 }

@@ -10,7 +10,7 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/TransportFailure.h"
 
 #include <algorithm>
 #include <array>
@@ -30,10 +30,6 @@ namespace {
 namespace texts = log_texts::network_task;
 
 constexpr std::string_view kNetworkTaskName = "networkTask";
-constexpr std::string_view kNetworkTaskDomain = "Network Task";
-constexpr std::string_view kTransportDomain = "NetworkTask";
-/// Of what is thrown.
-constexpr std::int64_t kErrorCode = 999;
 
 /// What is told of something thrown that is no `std::exception`.
 constexpr std::string_view kUnknown = "An unknown exception";
@@ -42,8 +38,7 @@ constexpr std::string_view kUnknown = "An unknown exception";
 constexpr char kRunNumber[] = "RunNumber";
 
 bool isTooLarge(const Error& error) {
-  return error.domain() == platform::kHttpTransportErrorDomain &&
-         error.code() == static_cast<std::int64_t>(platform::HttpTransportError::kResponseTooLarge);
+  return platform::transportFailureOf(error) == platform::TransportFailure::kTooLarge;
 }
 
 }  // namespace
@@ -75,7 +70,7 @@ bool NetworkTask::isTaskInterrupted() const {
 
 ErrorPtr NetworkTask::cause(std::int64_t code, Dictionary userInfo) const {
   return std::make_shared<const VSTaskError>(ID(), std::string(kNetworkTaskName),
-                                             std::string(kNetworkTaskDomain), code,
+                                             std::string(kNetworkTaskErrorDomain), code,
                                              std::move(userInfo));
 }
 
@@ -183,9 +178,9 @@ NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
   try {
     return step();
   } catch (const std::exception& exception) {
-    return fail(cause(kErrorCode, exception.what()));
+    return fail(cause(kCodeDownloadFault, exception.what()));
   } catch (...) {
-    return fail(cause(kErrorCode, kUnknown));
+    return fail(cause(kCodeDownloadFault, kUnknown));
   }
 }
 
@@ -202,7 +197,7 @@ void NetworkTask::perform(const Effects& effects) {
 }
 
 void NetworkTask::failLater(const Request& request, std::string_view what) {
-  enterFromAnswer([this, request, error = cause(kErrorCode, what)] {
+  enterFromAnswer([this, request, error = cause(kCodeDownloadFault, what)] {
     return isCurrent(request) ? fail(error) : Effects{};
   });
 }
@@ -333,8 +328,8 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
     // The known size refused a whole object of another size that came in place of the range.
     const bool startsOver = isTooLarge(*error) && request.question.known.object.total != 0 &&
                             request.question.mayStartOver();
-    const ErrorPtr failure =
-        CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
+    const ErrorPtr failure = CommonUtils::validateResponseforTask(ID(), kRangeRequestErrorDomain,
+                                                                  responseInfo, data, error);
     return enterFromAnswer([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
       logger().logError(texts::kRequestFailed, error->description());

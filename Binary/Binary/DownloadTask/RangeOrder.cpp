@@ -26,8 +26,6 @@ namespace {
 
 namespace texts = log_texts::range_order;
 
-constexpr std::string_view kErrorDomain = "Network Task";
-constexpr std::int64_t kInvalidInputCode = 999;
 constexpr std::string_view kResponseTypeBase64 = "Base64";
 constexpr std::string_view kResponseTypeBinary = "Binary";
 
@@ -103,7 +101,7 @@ bool validateInput(const Dictionary& input) {
 
 ErrorPtr error(std::int64_t code, std::string message) {
   return std::make_shared<const Error>(
-      std::string(kErrorDomain), code,
+      std::string(kNetworkTaskErrorDomain), code,
       Dictionary{{std::string(platform::kErrorMessageKey), std::move(message)}});
 }
 
@@ -113,7 +111,7 @@ Result<RangeOrder::Ptr> RangeOrder::unpackInputContext(const Dictionary& input) 
   if (!validateInput(input)) {
     logger().logError(texts::kInvalidInput);
     if (input[kURL].isMissing()) logger().logError(texts::kUrlNotBuilt);
-    return error(kInvalidInputCode, std::string(texts::kInvalidInput));
+    return error(kCodeDownloadFault, std::string(texts::kInvalidInput));
   }
   auto order = std::make_shared<RangeOrder>();
   order->settings = OperationSettings::of(input);

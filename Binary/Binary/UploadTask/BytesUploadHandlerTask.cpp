@@ -13,7 +13,7 @@ using platform::RequestType;
 using platform::VRONetworkUtility;
 
 constinit const UploaderTask::Texts BytesUploadHandlerTask::kTexts = {
-    .domain = upload::kBackendUploaderDomain,
+    .domain = kBytesUploaderErrorDomain,
     .noUploadParams = log_texts::bytes_upload_handler_task::kNoUploadParams,
     .requestBody = log_texts::bytes_upload_handler_task::kRequestBody,
     .url = log_texts::bytes_upload_handler_task::kUrl,

@@ -24,7 +24,7 @@ constexpr std::string_view kNoFilePart =
 }  // namespace
 
 constinit const UploaderTask::Texts MultiPartUploaderTask::kTexts = {
-    .domain = "BackendUploadedTask",
+    .domain = kFormUploaderErrorDomain,
     .noUploadParams = log_texts::multi_part_uploader_task::kNoUploadParams,
     .requestBody = log_texts::multi_part_uploader_task::kRequestBody,
     .url = log_texts::multi_part_uploader_task::kUrl,

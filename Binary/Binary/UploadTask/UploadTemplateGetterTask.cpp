@@ -25,7 +25,6 @@ namespace {
 
 namespace texts = log_texts::upload_template_getter_task;
 
-constexpr std::string_view kDomain = "UploadTemplateTask";
 constexpr int kOk = 200;
 
 }  // namespace
@@ -78,8 +77,8 @@ void UploadTemplateGetterTask::invokePostCall() {
 
 void UploadTemplateGetterTask::processAnswer(const std::optional<Data>& data,
                                              const Dictionary& response, const ErrorPtr& error) {
-  if (const auto failure = CommonUtils::validateResponseforTask(
-          ID(), upload::kBackendUploaderDomain, response, data, error)) {
+  if (const auto failure = CommonUtils::validateResponseforTask(ID(), kBytesUploaderErrorDomain,
+                                                                response, data, error)) {
     return raiseError(failure);
   }
   processNetworkResponse(response, data);
@@ -116,8 +115,8 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
 
 void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message) {
   Dictionary userInfo{{std::string(platform::kErrorMessageKey), message}};
-  raiseError(std::make_shared<const VSTaskError>(ID(), name(), std::string(kDomain), code,
-                                                 std::move(userInfo)));
+  raiseError(std::make_shared<const VSTaskError>(
+      ID(), name(), std::string(kUploadTemplateErrorDomain), code, std::move(userInfo)));
 }
 
 }  // namespace varo::binary

@@ -162,8 +162,8 @@ NetworkCallback UploaderTask::completion() {
 
 void UploaderTask::processAnswer(const std::optional<Data>& data, const Dictionary& response,
                                  const ErrorPtr& error) {
-  if (const auto failure = CommonUtils::validateResponseforTask(
-          ID(), upload::kBackendUploaderDomain, response, data, error)) {
+  if (const auto failure = CommonUtils::validateResponseforTask(ID(), kBytesUploaderErrorDomain,
+                                                                response, data, error)) {
     return raiseError(failure);
   }
   processNetworkResponse(response, data);

@@ -18,16 +18,9 @@ enum class OperationState : std::uint32_t {
   kLastChunkUploaded = 2,
 };
 
-/// Codes of downloads that are refused.
-inline constexpr std::int32_t kFileExistsAbortingDownload = 10001;
-inline constexpr std::int32_t kDownloadNotStartedAlreadyExistsInQueue = 10002;
-inline constexpr std::int32_t kInvalidFileParams = 10003;
 
 /// Bytes of a chunk where the caller gives no usable number: 1 MiB.
 inline constexpr std::int64_t kDefaultChunkSize = 1'048'576;
-
-/// Status requests at most for one delete.
-inline constexpr std::int32_t kMaxStatusRequests = 5;
 
 /// Starts the line that is logged, at info level, after each status request that finds a delete
 /// unfinished; the number of the attempt, from 1, follows. For whoever shows people how it goes.

@@ -14,8 +14,6 @@ namespace {
 
 namespace texts = log_texts::binary_file_storage_interface;
 
-constexpr std::string_view kErrorDomain = "BinaryFileStorageInterface";
-constexpr std::int32_t kExceptionCode = 0;
 
 FileStorageManager& manager() {
   static FileStorageManager& instance = FileStorageManager::sharedInstance();
@@ -40,8 +38,8 @@ void guarded(std::string_view message, const BinaryBlock& onFailure, const Opera
   try {
     operation();
   } catch (...) {
-    const ErrorPtr error =
-        CommonUtils::generateErrorWith(kErrorDomain, kExceptionCode, reasonOfException());
+    const ErrorPtr error = CommonUtils::generateErrorWith(kFileInterfaceErrorDomain, kCodeException,
+                                                          reasonOfException());
     logger().logError(message, error->localizedDescription());
     if (!onFailure) return;
     try {

@@ -107,9 +107,9 @@ bool FileStorageManager::enterWithUrl(std::string_view functionTag, const std::s
   }
   if (platform::Runtime::shared().isShutDown()) {
     // The engine would refuse the task, and nobody would be told.
-    reportFailure(callback,
-                  CommonUtils::generateErrorWith(
-                      texts::kClassTag, kCodeInvalidStateForBinaryOperation, kLibraryShutDown));
+    reportFailure(callback, CommonUtils::generateErrorWith(kFileManagerErrorDomain,
+                                                           kCodeInvalidStateForBinaryOperation,
+                                                           kLibraryShutDown));
     return false;
   }
   return true;

@@ -3,6 +3,7 @@
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 #include <algorithm>
@@ -56,7 +57,7 @@ void StatusCheckerTask::processResponse(const Dictionary& response, const Networ
   if (!status) {
     logger().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
   }
-  if (!status && _currentIteration == kMaxStatusRequests) {
+  if (!status && _currentIteration == polling::kMaxStatusRequests) {
     return raiseError(std::make_shared<const Error>(std::string(kRetriesExceededErrorDomain),
                                                     kCodeHTTPRequestFailed, Dictionary{}));
   }
