@@ -1,15 +1,16 @@
 #include "Cli/Program.h"
 
-#include "Cli/CommandLine.h"
-#include "Cli/Console.h"
-#include "Cli/ConsoleLogSink.h"
-#include "Cli/HumanOutput.h"
-#include "Cli/Interrupts.h"
-#include "Cli/JsonOutput.h"
-#include "Cli/LastEvent.h"
-#include "Cli/Session.h"
-#include "Cli/Terminal.h"
-#include "Cli/WaitNotices.h"
+#include "Cli/Arguments/CommandLine.h"
+#include "Cli/Commands/CommandList.h"
+#include "Cli/Run/HumanOutput.h"
+#include "Cli/Run/Interrupts.h"
+#include "Cli/Run/JsonOutput.h"
+#include "Cli/Run/LastEvent.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Run/WaitNotices.h"
+#include "Cli/Terminal/Console.h"
+#include "Cli/Terminal/ConsoleLogSink.h"
+#include "Cli/Terminal/Terminal.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 
@@ -19,7 +20,6 @@
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <variant>
 
 namespace varo::cli {
 
@@ -37,20 +37,13 @@ std::shared_ptr<Output> makeOutput(const GlobalOptions& options, Console& consol
   return std::make_shared<HumanOutput>(std::cout, console, messageWidth);
 }
 
-platform::LogLevel leastShown(const Invocation& invocation) {
-  using platform::LogLevel;
-  // The tour provokes failures and reports them itself.
-  const bool isTour = std::holds_alternative<DemoOptions>(invocation.command);
-  return invocation.global.logLevel.value_or(isTour ? LogLevel::kOff : LogLevel::kWarning);
-}
-
 std::shared_ptr<platform::LogSink> makeLogSink(const Invocation& invocation, Console& console,
                                                const std::shared_ptr<Output>& output) {
   const bool wanted = invocation.global.json || invocation.global.logLevel;
   using Lines = ConsoleLogSink::OperationLines;
   const auto lines =
       std::make_shared<ConsoleLogSink>(console, wanted ? Lines::kShown : Lines::kOnlyFatal);
-  return std::make_shared<WaitNotices>(lines, leastShown(invocation), output);
+  return std::make_shared<WaitNotices>(lines, invocation.leastLogLevel, output);
 }
 
 int runCommand(const Invocation& invocation, Interrupts& interrupts) {
@@ -61,8 +54,7 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
   int status = runToItsLastEvent(*output, [&] {
     platform::VaroNativeFacade::setSink(makeLogSink(invocation, console, output));
     session.emplace(invocation.global, output, interrupts);
-    return std::visit([&](const auto& options) { return run(*session, options); },
-                      invocation.command);
+    return invocation.run(*session);
   });
   // Ends what an interrupt left under way. After it nothing uses the console or the output.
   platform::Runtime::shared().shutdown();
@@ -81,8 +73,8 @@ int runProgram(const std::vector<std::string>& arguments) {
   terminal::occupyClosedStreams();
   Interrupts interrupts;
   const char* token = std::getenv("VARO_TOKEN");
-  const ParsedCommandLine parsed =
-      parseCommandLine(arguments, token == nullptr ? "" : token, std::cout, std::cerr);
+  const ParsedCommandLine parsed = parseCommandLine(
+      commandSet(), arguments, token == nullptr ? "" : token, std::cout, std::cerr);
   return parsed.invocation ? runCommand(*parsed.invocation, interrupts) : parsed.exitStatus;
 }
 

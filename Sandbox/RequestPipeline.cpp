@@ -1,9 +1,8 @@
 #include "Sandbox/RequestPipeline.h"
 
-#include "Sandbox/ControlRoute.h"
-#include "Sandbox/RangeFault.h"
-#include "Sandbox/ServiceStatus.h"
-#include "Sandbox/TokenHeader.h"
+#include "Sandbox/Control/ControlRoute.h"
+#include "Sandbox/Faults/RangeFault.h"
+#include "Sandbox/ServiceProtocol.h"
 
 #include <exception>
 #include <utility>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Sandbox/FaultInjector.h"
-#include "Sandbox/RequestLog.h"
-#include "Sandbox/Router.h"
-#include "Sandbox/StopSignal.h"
+#include "Sandbox/Control/RequestLog.h"
+#include "Sandbox/Faults/FaultInjector.h"
+#include "Sandbox/Http/Router.h"
+#include "Sandbox/Http/StopSignal.h"
 
 #include <string>
 

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "Sandbox/DeleteKind.h"
-#include "Sandbox/ObjectStoreOptions.h"
-#include "Sandbox/TemplateKind.h"
+#include "Sandbox/Files/DeleteKind.h"
+#include "Sandbox/Files/TemplateKind.h"
+#include "Sandbox/Http/HttpLimits.h"
+#include "Sandbox/Online/SignedStoreOptions.h"
 
 #include <cstdint>
 #include <string>
@@ -20,16 +21,14 @@ struct SandboxOptions {
   std::uint16_t storePort = 0;  ///< Of the outside object store; 0: any free one.
   /// What "X-Pelmar-Authorization" must say; empty: nobody asks.
   std::string requiredToken;
-  /// Connections that each listener serves at once; further ones wait.
-  std::size_t connectionThreads = 640;
-  /// Longest request body in bytes.
-  std::uint64_t maxBodyBytes = std::uint64_t{64} << 30;
+  /// Of each of the two listeners.
+  HttpLimits http;
   /// Of uploads that ask for nothing special.
   TemplateKind defaultTemplate;
   /// Of files that ask for nothing special.
   DeleteKind defaultDelete;
   /// Of online transfers.
-  ObjectStoreOptions objectStore;
+  SignedStoreOptions objectStore;
 };
 
 }  // namespace varo::sandbox

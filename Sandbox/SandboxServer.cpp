@@ -1,30 +1,30 @@
 #include "Sandbox/SandboxServer.h"
 
-#include "Sandbox/BlobCatalog.h"
-#include "Sandbox/BlobControl.h"
-#include "Sandbox/BlobService.h"
-#include "Sandbox/ByteStore.h"
-#include "Sandbox/BytesService.h"
-#include "Sandbox/ControlService.h"
-#include "Sandbox/DeleteDefault.h"
-#include "Sandbox/DeleteService.h"
-#include "Sandbox/FaultInjector.h"
-#include "Sandbox/HttpListener.h"
-#include "Sandbox/ObjectService.h"
-#include "Sandbox/ObjectStore.h"
-#include "Sandbox/OnlineService.h"
-#include "Sandbox/OutsideStore.h"
-#include "Sandbox/RecordStore.h"
-#include "Sandbox/RequestLog.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Sandbox/Blobs/BlobCatalog.h"
+#include "Sandbox/Blobs/BlobService.h"
+#include "Sandbox/Control/BlobControl.h"
+#include "Sandbox/Control/ControlService.h"
+#include "Sandbox/Control/RequestLog.h"
+#include "Sandbox/Faults/FaultInjector.h"
+#include "Sandbox/Files/ContentService.h"
+#include "Sandbox/Files/DeleteKind.h"
+#include "Sandbox/Files/DeleteService.h"
+#include "Sandbox/Files/PlainStore.h"
+#include "Sandbox/Files/RecordService.h"
+#include "Sandbox/Http/HttpListener.h"
+#include "Sandbox/Http/StopSignal.h"
+#include "Sandbox/Online/OnlineService.h"
+#include "Sandbox/Online/SignedStore.h"
 #include "Sandbox/RequestPipeline.h"
-#include "Sandbox/ServicePaths.h"
-#include "Sandbox/StopSignal.h"
+#include "Sandbox/ServiceProtocol.h"
+#include "Sandbox/Storage/DiskStore.h"
+#include "Sandbox/Storage/RecordDatabase.h"
 
 #include <fmt/format.h>
 
 #include <exception>
 #include <filesystem>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -58,10 +58,10 @@ struct SandboxServer::Shared {
   FaultInjector faults;
   DeleteDefault defaultDelete;
   RequestLog log;
-  mutable std::mutex mutex;
-  // Guarded by mutex; of the last start.
-  std::string serviceOrigin;
-  std::string storeOrigin;
+  mutable platform::Mutex mutex;
+  // Of the last start.
+  std::string serviceOrigin VARO_GUARDED_BY(mutex);
+  std::string storeOrigin VARO_GUARDED_BY(mutex);
 };
 
 /// What lives from start to stop. The listeners come last, so that they end first.
@@ -69,63 +69,60 @@ struct SandboxServer::Running {
   Running(const SandboxOptions& options, Shared& shared)
       : records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
         serviceBytes(madeDirectory(options.dataDirectory + "/files"), "files", records),
-        outsideBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
+        plainBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
         blobBytes(madeDirectory(options.dataDirectory + "/blobs"), "blobs", records),
-        storeBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
+        signedBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
         blobs(records, blobBytes),
-        objectService({records, serviceBytes, outsideBytes}, options.defaultTemplate,
+        recordService({records, serviceBytes, plainBytes}, options.defaultTemplate,
                       [this, address = options.address] { return origin(address, store.port()); }),
-        bytesService(records, serviceBytes),
-        deleteService({records, serviceBytes, outsideBytes}, shared.defaultDelete),
+        contentService(records, serviceBytes),
+        deleteService({records, serviceBytes, plainBytes}, shared.defaultDelete),
         blobService(blobs),
-        onlineService(storeBytes, options.objectStore,
+        onlineService(signedBytes, options.objectStore,
                       [this, address = options.address] {
                         return OnlineService::Origins{origin(address, service.port()),
                                                       origin(address, store.port())};
                       }),
-        outsideStore(outsideBytes),
-        objectStore(storeBytes, options.objectStore),
+        plainStore(plainBytes),
+        signedStore(signedBytes, options.objectStore),
         controlService(shared.faults, shared.log, shared.defaultDelete),
         blobControl(blobs),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
                         {shared.faults, shared.log, stopSignal}),
         storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
-        store({options.connectionThreads, options.maxBodyBytes}, stopSignal,
+        store(options.http, stopSignal,
               [this](HttpRequest& request, RequestBody& body) {
                 return storePipeline.handle(request, body);
               }),
-        service({options.connectionThreads, options.maxBodyBytes}, stopSignal,
-                [this](HttpRequest& request, RequestBody& body) {
-                  return servicePipeline.handle(request, body);
-                }) {
-    objectService.registerRoutes(servicePipeline.router());
-    bytesService.registerRoutes(servicePipeline.router());
+        service(options.http, stopSignal, [this](HttpRequest& request, RequestBody& body) {
+          return servicePipeline.handle(request, body);
+        }) {
+    recordService.registerRoutes(servicePipeline.router());
+    contentService.registerRoutes(servicePipeline.router());
     deleteService.registerRoutes(servicePipeline.router());
     blobService.registerRoutes(servicePipeline.router());
     blobControl.registerRoutes(servicePipeline.router());
     controlService.registerRoutes(servicePipeline.router());
     onlineService.registerRoutes(servicePipeline.router());
-    outsideStore.registerRoutes(storePipeline.router());
+    plainStore.registerRoutes(storePipeline.router());
     // Last, since it takes whatever is left.
-    objectStore.registerRoutes(storePipeline.router());
+    signedStore.registerRoutes(storePipeline.router());
   }
 
-  ~Running() { stopSignal.raise(); }
-
   StopSignal stopSignal;
-  RecordStore records;
-  ByteStore serviceBytes;
-  ByteStore outsideBytes;
-  ByteStore blobBytes;
-  ByteStore storeBytes;
+  RecordDatabase records;
+  DiskStore serviceBytes;
+  DiskStore plainBytes;
+  DiskStore blobBytes;
+  DiskStore signedBytes;
   BlobCatalog blobs;
-  ObjectService objectService;
-  BytesService bytesService;
+  RecordService recordService;
+  ContentService contentService;
   DeleteService deleteService;
   BlobService blobService;
   OnlineService onlineService;
-  OutsideStore outsideStore;
-  ObjectStore objectStore;
+  PlainStore plainStore;
+  SignedStore signedStore;
   ControlService controlService;
   BlobControl blobControl;
   RequestPipeline servicePipeline;
@@ -151,7 +148,7 @@ std::optional<SandboxServer::Error> SandboxServer::start() {
     if (auto problem = running->service.start(options_.address, options_.port)) {
       return Error{*std::move(problem)};
     }
-    const std::lock_guard lock(shared_->mutex);
+    const platform::MutexLock lock(shared_->mutex);
     shared_->serviceOrigin = origin(options_.address, running->service.port());
     shared_->storeOrigin = origin(options_.address, running->store.port());
     running_ = std::move(running);
@@ -177,12 +174,12 @@ std::string SandboxServer::templateUrl() const {
 }
 
 std::string SandboxServer::originUrl() const {
-  const std::lock_guard lock(shared_->mutex);
+  const platform::MutexLock lock(shared_->mutex);
   return shared_->serviceOrigin;
 }
 
 std::string SandboxServer::storeUrl() const {
-  const std::lock_guard lock(shared_->mutex);
+  const platform::MutexLock lock(shared_->mutex);
   return shared_->storeOrigin;
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "Sandbox/BlobObject.h"
-#include "Sandbox/Fault.h"
+#include "Sandbox/Blobs/BlobObject.h"
+#include "Sandbox/Control/Traffic.h"
+#include "Sandbox/Faults/Fault.h"
 #include "Sandbox/SandboxOptions.h"
-#include "Sandbox/Traffic.h"
 
 #include <memory>
 #include <optional>

@@ -11,7 +11,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
-#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Random.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Sleeper.h"
@@ -19,6 +18,7 @@
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "Platform/Network/HttpTransport.h"
 #include "Platform/Network/VRONetworkUtility.h"
+#include "tests/support/FakeHttpTransport.h"
 
 #include <fmt/format.h>
 
@@ -42,14 +42,8 @@ namespace {
 using varo::binary::BinaryCallbackUtils;
 using varo::binary::BinaryDeleteTask;
 using varo::binary::BinaryFileStorageInterface;
-using varo::platform::Data;
 using varo::platform::Dictionary;
-using varo::platform::HttpCompletion;
 using varo::platform::HttpMethod;
-using varo::platform::HttpRequest;
-using varo::platform::HttpResponse;
-using varo::platform::HttpTransfer;
-using varo::platform::HttpTransport;
 using varo::platform::LogLevel;
 using varo::platform::Random;
 using varo::platform::Runtime;
@@ -58,6 +52,10 @@ using varo::platform::TimerQueue;
 using varo::platform::Value;
 using varo::platform::VaroNativeFacade;
 using varo::platform::VRONetworkUtility;
+using varo::test::answerWith;
+using varo::test::FakeHttpTransport;
+using varo::test::RecordedRequest;
+using varo::test::ScriptedAnswer;
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kService = "http://localhost/services/files";
@@ -65,28 +63,12 @@ constexpr std::size_t kWarmUp = 2000;
 constexpr std::size_t kLists = 20'000;
 constexpr std::int64_t kSleepSeconds = 3600;
 
-class NoTransfer final : public HttpTransfer {
- public:
-  void cancel() override {}
-};
-
 /// Accepts every delete for later, is never done with one, and lists no files.
-class BusyService final : public HttpTransport {
- public:
-  std::shared_ptr<HttpTransfer> send(HttpRequest request, HttpCompletion completion) override {
-    const bool isDelete = request.method == HttpMethod::kDelete;
-    Runtime::shared().pool().postOrRun([isDelete, completion = std::move(completion)] {
-      HttpResponse response;
-      response.status = 200;
-      response.body = Data::fromBytes(
-          isDelete ? R"({"opstatus":0,"httpStatusCode":202,"poll_api":"/jobs/7?step=1"})"
-                   : R"({"opstatus":0,"poll_status":"true","records":[]})");
-      completion(std::move(response), nullptr);
-    });
-    return std::make_shared<NoTransfer>();
-  }
-  void shutdown() override {}
-};
+ScriptedAnswer answerOfABusyService(const RecordedRequest& request) {
+  return answerWith(200, request.method == HttpMethod::kDelete
+                             ? R"({"opstatus":0,"httpStatusCode":202,"poll_api":"/jobs/7?step=1"})"
+                             : R"({"opstatus":0,"poll_status":"true","records":[]})");
+}
 
 class LongWaits final : public Random {
  public:
@@ -180,7 +162,10 @@ int main(int argc, char** argv) {
     return 2;
   }
   VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kError);
-  VRONetworkUtility::setTransport(std::make_shared<BusyService>());
+  const auto transport = std::make_shared<FakeHttpTransport>();
+  transport->forget();
+  transport->setHandler(answerOfABusyService);
+  VRONetworkUtility::setTransport(transport);
   (void)timeLists(kWarmUp);
 
   Ends ends;

@@ -7,12 +7,11 @@
 //   varo_list_answer_bench bare  FILE           prints the seconds of the bare parse
 
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/VaroNativeFacade.h"
-#include "Platform/Network/HttpTransport.h"
 #include "Platform/Network/VRONetworkUtility.h"
+#include "tests/support/FakeHttpTransport.h"
 
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
@@ -28,54 +27,20 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 namespace {
 
 using varo::binary::BinaryFileStorageInterface;
-using varo::platform::Data;
-using varo::platform::HttpCompletion;
-using varo::platform::HttpRequest;
-using varo::platform::HttpResponse;
-using varo::platform::HttpTransfer;
-using varo::platform::HttpTransport;
 using varo::platform::LogLevel;
 using varo::platform::Runtime;
 using varo::platform::Value;
 using varo::platform::VaroNativeFacade;
 using varo::platform::VRONetworkUtility;
+using varo::test::answerWith;
+using varo::test::FakeHttpTransport;
 using Clock = std::chrono::steady_clock;
-
-class NoTransfer final : public HttpTransfer {
- public:
-  void cancel() override {}
-};
-
-/// Answers one request with the bytes it was given, and notes when.
-class BytesTransport final : public HttpTransport {
- public:
-  explicit BytesTransport(std::string bytes) : bytes_(std::move(bytes)) {}
-
-  std::shared_ptr<HttpTransfer> send(HttpRequest, HttpCompletion completion) override {
-    (void)Runtime::shared().pool().post([this, completion = std::move(completion)] {
-      HttpResponse response;
-      response.status = 200;
-      response.headers = {{"Content-Type", "application/json"}};
-      response.body = Data::fromBytes(std::move(bytes_));
-      completedAt_ = Clock::now();
-      completion(std::move(response), nullptr);
-    });
-    return std::make_shared<NoTransfer>();
-  }
-  void shutdown() override {}
-
-  /// Once the answer has arrived.
-  [[nodiscard]] Clock::time_point completedAt() const { return completedAt_; }
-
- private:
-  std::string bytes_;
-  Clock::time_point completedAt_;
-};
 
 int write(const char* path, std::string_view recordsText) {
   std::size_t records = 0;
@@ -101,17 +66,26 @@ std::string contentsOf(const char* path) {
 
 std::optional<Clock::duration> parseOurs(std::string bytes) {
   VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel::kError);
-  const auto transport = std::make_shared<BytesTransport>(std::move(bytes));
+  const auto transport = std::make_shared<FakeHttpTransport>();
+  transport->hold();
+  transport->answer(answerWith(200, std::move(bytes), {{"Content-Type", "application/json"}}));
   VRONetworkUtility::setTransport(transport);
+  Clock::time_point completedAt;
   std::promise<std::optional<Clock::duration>> taken;
   BinaryFileStorageInterface::getFilesWithUrl(
       "http://localhost/services/files", std::nullopt, std::nullopt,
       [&](const Value& result) {
         const auto now = Clock::now();
         const bool whole = result.dictionaryValue()["records"].isArray();
-        taken.set_value(whole ? std::optional(now - transport->completedAt()) : std::nullopt);
+        taken.set_value(whole ? std::optional(now - completedAt) : std::nullopt);
       },
       [&](const Value&) { taken.set_value(std::nullopt); }, std::nullopt);
+  while (transport->heldCount() == 0) std::this_thread::yield();
+  // On the pool, where a transport completes its requests.
+  Runtime::shared().pool().postOrRun([transport, &completedAt] {
+    completedAt = Clock::now();
+    (void)transport->release();
+  });
   return taken.get_future().get();
 }
 

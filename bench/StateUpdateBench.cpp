@@ -8,6 +8,7 @@
 // SQLite's default, FULL; with wal-normal it is NORMAL on every connection of the process. Every
 // update changes the values, since one that stores the same ones writes nothing.
 
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 #include "Platform/Foundation/Value.h"
 
@@ -34,9 +35,7 @@ using Update = std::function<bool(std::int64_t id, std::int64_t state, const std
 constexpr int kRows = 100;
 constexpr int kWarmUp = 20;
 
-constexpr char kSchema[] =
-    "CREATE TABLE varosyncBLOBSTOREMANAGER(id INTEGER PRIMARY KEY, localPath TEXT, tableName TEXT, "
-    "columnName TEXT, type TEXT, state INTEGER, status INTEGER, retry INTEGER, size INTEGER);"
+constexpr char kFill[] =
     "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 100) "
     "INSERT INTO varosyncBLOBSTOREMANAGER(localPath, tableName, columnName, state, status, retry) "
     "SELECT '', 'records', 'image', 101, 0, 3 FROM n";
@@ -70,7 +69,7 @@ bool create(const std::string& path, std::string_view mode) {
   const Database database = open(path);
   return database != nullptr &&
          run(database.get(), mode == "delete" ? "" : "PRAGMA journal_mode = WAL") &&
-         run(database.get(), kSchema);
+         run(database.get(), varo::binary::blobs::kCreateTable) && run(database.get(), kFill);
 }
 
 Update ours(const std::string& path) {

@@ -1,14 +1,16 @@
 // The library's side of the figures of offline blobs:
 //
 //   varo_blobs managed|timed|task SERVICE_URL OBJECT RANGE_BYTES COUNT HOME
+//   varo_blobs schema
 //
 // Brings COUNT copies of SERVICE_URL/blobs/OBJECT into HOME/Documents/blobs, all asked for at once:
 // `managed` for the records 1 to COUNT of the table "records" in HOME's database "sync.db" through
 // the manager, `timed` likewise, `task` with bare download tasks, which know no database. `timed`
 // prints, as JSON, the seconds from the first create to the last end, and how many of them a thread
-// was in SQLite.
+// was in SQLite. `schema` prints the statement that makes the table of blobs.
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
 #include "Platform/Foundation/Runtime.h"
@@ -101,12 +103,17 @@ BareDownloads downloadBare(const Dictionary& config, std::int64_t count, Ends& e
 
 int main(int argc, char** argv) {
   const std::string_view command = argc > 1 ? argv[1] : "";
+  if (argc == 2 && command == "schema") {
+    fmt::print("{}\n", varo::binary::blobs::kCreateTable);
+    return 0;
+  }
   const std::int64_t rangeSize = argc == 7 ? numberIn(argv[4]) : 0;
   const std::int64_t count = argc == 7 ? numberIn(argv[5]) : 0;
   const bool isKnown = command == "managed" || command == "timed" || command == "task";
   if (!isKnown || rangeSize < 1 || count < 1) {
     fmt::print(stderr,
-               "usage: varo_blobs managed|timed|task SERVICE_URL OBJECT RANGE_BYTES COUNT HOME\n");
+               "usage: varo_blobs managed|timed|task SERVICE_URL OBJECT RANGE_BYTES COUNT HOME\n"
+               "       varo_blobs schema\n");
     return 2;
   }
   // Its warnings say which blocks are not there, once an operation.

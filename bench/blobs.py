@@ -22,12 +22,6 @@ MANY_ROUNDS = 3  # of half a minute each; nothing is divided by anything else
 # Linux keeps memory for the file cache at hand in pieces of up to this.
 SMALL_WRITE = 32 * 1024
 
-SCHEMA = """
-CREATE TABLE records(id TEXT PRIMARY KEY, blobref_image TEXT);
-CREATE TABLE varosyncBLOBSTOREMANAGER(
-  id INTEGER PRIMARY KEY, localPath TEXT, tableName TEXT, columnName TEXT, type TEXT,
-  state INTEGER, status INTEGER, retry INTEGER, size INTEGER);
-"""
 AVAILABLE = 50
 
 
@@ -37,6 +31,8 @@ class Blobs:
     def __init__(self, bench, size, count, journal="delete"):
         self.bench, self.size, self.count, self.journal = bench, size, count, journal
         self.object = os.path.basename(bench.file(size))
+        self.schema = subprocess.run([bench.program("varo_blobs"), "schema"],
+                                     stdout=subprocess.PIPE, check=True, text=True).stdout
         self.directory = os.path.join(bench.home, "Documents", "blobs")
         self.database = os.path.join(bench.home, "Library", "WEBSQLDIRECTORY", "sync.db")
         for folder in (self.directory, os.path.dirname(self.database)):
@@ -52,7 +48,8 @@ class Blobs:
                 os.remove(self.database + suffix)
         with contextlib.closing(sqlite3.connect(self.database)) as database, database:
             database.execute(f"PRAGMA journal_mode = {self.journal}")
-            database.executescript(SCHEMA)
+            database.execute("CREATE TABLE records(id TEXT PRIMARY KEY, blobref_image TEXT)")
+            database.execute(self.schema)
             database.executemany("INSERT INTO records VALUES (?, 'NULL')",
                                  ((str(n),) for n in range(1, self.count + 1)))
 
@@ -137,7 +134,7 @@ def add_share(table, figure, measurements):
 
 def measure_blob(bench, table):
     """One blob of 1 GiB in ranges of 1 MiB through the manager."""
-    blobs = Blobs(bench, LARGE, 1)
+    blobs = Blobs(bench, bench.size(LARGE, 2 * MIB), 1)
     used = measure(blobs, {
         "ours": functools.partial(blobs.ours, "managed"),
         "task": functools.partial(blobs.ours, "task"),
@@ -160,7 +157,7 @@ def measure_blob(bench, table):
 
 def measure_blobs(bench, table):
     """Five blobs of 200 MiB at once through the manager."""
-    blobs = Blobs(bench, SIZE_AT_ONCE, AT_ONCE)
+    blobs = Blobs(bench, bench.size(SIZE_AT_ONCE, 2 * MIB), AT_ONCE)
     used = measure(blobs, {
         "ours": functools.partial(blobs.ours, "managed"),
         "bare": functools.partial(blobs.bare, RANGE),
@@ -180,17 +177,18 @@ def measure_many_blobs(bench, table):
     """Many small blobs, all created at once, started as they are created: blobs a second from the
     first create to the last end, and how much of that time is SQLite's."""
     modes = {"delete": "rollback journal", "wal": "WAL"}
+    many = bench.size(MANY, 20)
     with contextlib.ExitStack() as stack:
         nginx = Nginx(bench.files, bench.directory)
         stack.callback(nginx.stop)
 
         def run(journal):
-            return Blobs(bench, SMALL, MANY, journal).timed(nginx.url)
+            return Blobs(bench, SMALL, many, journal).timed(nginx.url)
 
         used = bench.interleave({mode: functools.partial(run, mode) for mode in modes},
                                 rounds=MANY_ROUNDS)
     for mode, name in modes.items():
-        figure = f"{MANY:,} blobs of 1 KiB, {name}"
-        rate = MANY / statistics.median(column(used[mode], "seconds"))
+        figure = f"{many:,} blobs of 1 KiB, {name}"
+        rate = many / statistics.median(column(used[mode], "seconds"))
         table.add(f"{figure}, blobs a second", f"{rate:.4g} /s", "", "")
         add_share(table, figure, used[mode])

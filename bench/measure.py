@@ -48,6 +48,7 @@ def add_peaks(table, direction, large, small):
 
 def measure_download(bench, table):
     """One GET of 1 GiB from nginx, stored in a file that did not exist before."""
+    size_large, size_small = bench.size(LARGE, 2 * MIB), bench.size(SMALL, MIB)
     with contextlib.ExitStack() as stack:
         nginx = Nginx(bench.files, bench.directory)
         stack.callback(nginx.stop)
@@ -77,16 +78,16 @@ def measure_download(bench, table):
             return [bench.program("bare_transfer"), "download", server.service(name), stored]
 
         for command in (ours, curl, bare):
-            fetch(LARGE, command)
-            if not filecmp.cmp(bench.file(LARGE), os.path.join(bench.downloads, f"{LARGE}.bin"),
-                               shallow=False):
+            fetch(size_large, command)
+            if not filecmp.cmp(bench.file(size_large),
+                               os.path.join(bench.downloads, f"{size_large}.bin"), shallow=False):
                 raise RuntimeError(f"{command.__name__} stored other bytes")
         large = bench.interleave({
-            "ours": lambda: fetch(LARGE, ours),
-            "curl": lambda: fetch(LARGE, curl),
-            "bare": lambda: fetch(LARGE, bare),
+            "ours": lambda: fetch(size_large, ours),
+            "curl": lambda: fetch(size_large, curl),
+            "bare": lambda: fetch(size_large, bare),
         })
-        small = bench.interleave({"ours": lambda: fetch(SMALL, ours)})
+        small = bench.interleave({"ours": lambda: fetch(size_small, ours)})
     for other, most_time, most_cpu in (("curl", 1.00, 0.85), ("bare", None, None)):
         name = {"curl": "curl", "bare": "the bare program"}[other]
         table.compare(f"download 1 GiB beside {name}, time", column(large["ours"], "wall"),
@@ -104,6 +105,7 @@ def expected(files, size):
 
 def measure_upload(bench, table):
     """1 GiB in chunks of 1 MiB to a server that discards."""
+    size_large, size_small = bench.size(LARGE, 2 * MIB), bench.size(SMALL, MIB)
     with contextlib.ExitStack() as stack:
         server = DiscardServer(bench.program("discard_server"), "http://127.0.0.1")
         stack.callback(server.stop)
@@ -118,19 +120,19 @@ def measure_upload(bench, table):
             return used
 
         def curl():
-            used = bench.run("curl", "-s", "-o", "/dev/null", "-H", "Expect:", "-T", bench.file(LARGE),
-                             f"{server.url}/services/bytes")
-            if server.received()["bytes"] != LARGE:
+            used = bench.run("curl", "-s", "-o", "/dev/null", "-H", "Expect:",
+                             "-T", bench.file(size_large), f"{server.url}/services/bytes")
+            if server.received()["bytes"] != size_large:
                 raise RuntimeError("curl did not send everything")
             return used
 
-        bench.file(LARGE)
+        bench.file(size_large)
         large = bench.interleave({
-            "ours": lambda: send("varo_transfer", LARGE),
-            "bare": lambda: send("bare_transfer", LARGE),
+            "ours": lambda: send("varo_transfer", size_large),
+            "bare": lambda: send("bare_transfer", size_large),
             "curl": curl,
         })
-        small = bench.interleave({"ours": lambda: send("varo_transfer", SMALL)})
+        small = bench.interleave({"ours": lambda: send("varo_transfer", size_small)})
     table.compare("upload 1 GiB beside the bare program, time", column(large["ours"], "wall"),
                   column(large["bare"], "wall"), "s", at_most=1.20)
     table.compare("upload 1 GiB beside the bare program, CPU", column(large["ours"], "cpu"),
@@ -178,7 +180,8 @@ def measure_many(bench, table):
 def measure_engine(bench, table):
     """What tasks cost beside the hand-overs between threads that they cannot do without."""
     done = subprocess.run([bench.program("varo_task_engine_bench"), "--benchmark_format=json",
-                           f"--benchmark_repetitions={bench.rounds}", "--benchmark_min_time=0.2",
+                           f"--benchmark_repetitions={bench.rounds}",
+                           f"--benchmark_min_time={bench.size(0.2, 0.001)}",
                            "--benchmark_enable_random_interleaving=true"],
                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=True, text=True)
     nanoseconds = {}
@@ -201,7 +204,8 @@ def measure_list(bench, table):
     """A list answer of 100,000 records, parsed for the first time in a fresh process."""
     path = os.path.join(bench.directory, "list.json")
     program = bench.program("varo_list_answer_bench")
-    subprocess.run([program, "write", path, str(LIST_RECORDS)], check=True)
+    records = bench.size(LIST_RECORDS, 100)
+    subprocess.run([program, "write", path, str(records)], check=True)
     size = os.path.getsize(path) / 1e6
 
     def rate(mode):
@@ -209,7 +213,7 @@ def measure_list(bench, table):
         return size / float(done.stdout)
 
     rates = bench.interleave({"ours": lambda: rate("ours"), "bare": lambda: rate("bare")})
-    table.compare(f"list answer of {LIST_RECORDS:,} records ({size:.0f} MB) beside the bare parse",
+    table.compare(f"list answer of {records:,} records ({size:.0f} MB) beside the bare parse",
                   rates["ours"], rates["bare"], "MB/s", at_least=0.5)
 
 
@@ -220,18 +224,19 @@ def measure_delete(bench, table):
                               stdout=subprocess.PIPE, check=True, text=True)
         return json.loads(done.stdout)
 
-    runs = bench.interleave({"among": lambda: run(SLEEPING), "alone": lambda: run(0)})
+    sleeping = bench.size(SLEEPING, 10)
+    runs = bench.interleave({"among": lambda: run(sleeping), "alone": lambda: run(0)})
     among, alone = runs["among"], runs["alone"]
-    figure = f"a list among {SLEEPING:,} deletes in back-off"
+    figure = f"a list among {sleeping:,} deletes in back-off"
     for name, key, most in (("median time", "list_us", 1.10), ("99th percentile", "list_p99_us", None)):
         table.compare(f"{figure} beside alone, {name}", column(among, key), column(alone, key), "us",
                       at_most=most)
     threads = max(column(among, "threads"))
     table.add(f"{figure}, threads with main", str(threads), "", "", "at most 10", threads <= 10)
-    memory = statistics.median(column(among, "sleeping_kib")) / SLEEPING
+    memory = statistics.median(column(among, "sleeping_kib")) / sleeping
     table.add("memory of a delete in back-off", f"{memory:.1f} KiB", "", "")
     slowest = max(column(among, "shutdown_ms"))
-    table.add(f"shutdown with {SLEEPING:,} deletes in back-off, slowest", f"{slowest:.3g} ms", "", "",
+    table.add(f"shutdown with {sleeping:,} deletes in back-off, slowest", f"{slowest:.3g} ms", "", "",
               "at most 250 ms", slowest <= 250)
 
 
@@ -245,9 +250,9 @@ def measure_state(bench, table):
         return float(done.stdout)
 
     for mode, figure, updates, least in (
-            ("delete", "rollback journal", 100, 0.9),
-            ("wal-normal", "WAL, synchronous NORMAL", 20_000, 0.6),
-            ("wal", "WAL, synchronous FULL", 200, None)):
+            ("delete", "rollback journal", bench.size(100, 10), 0.9),
+            ("wal-normal", "WAL, synchronous NORMAL", bench.size(20_000, 10), 0.6),
+            ("wal", "WAL, synchronous FULL", bench.size(200, 10), None)):
         rates = bench.interleave({side: functools.partial(rate, side, mode, updates)
                                   for side in ("ours", "bare")})
         table.compare(f"state updates, {figure}", rates["ours"], rates["bare"], "/s",
@@ -299,6 +304,9 @@ def main():
                         help=f"of {', '.join(PARTS)}; default: all")
     parser.add_argument("--rounds", type=int, default=11,
                         help="rounds of each comparison (odd, at least 7; default: %(default)s)")
+    parser.add_argument("--short", action="store_true",
+                        help="everything once, with the smallest sizes, to see that it works; no figure "
+                             "comes of it")
     parser.add_argument("--dir",
                         help="where the files of the transfers lie (default: $TMPDIR or /tmp)")
     parser.add_argument("--programs", default="build/bench/bench", help=argparse.SUPPRESS)
@@ -308,22 +316,23 @@ def main():
         parser.error(f"no such part: {', '.join(unknown)}")
     if options.rounds < 7 or options.rounds % 2 == 0:
         parser.error("the number of rounds must be odd and at least 7")
-    # For trying a part out; no figure comes of so few.
-    rounds = int(os.environ.get("VARO_BENCH_ROUNDS", options.rounds))
 
-    table = Table()
+    table = Table(options.short)
     print_machine()
     print()
     with tempfile.TemporaryDirectory(prefix="varo-bench-", dir=options.dir) as directory:
-        if shutil.disk_usage(directory).free < 4 * LARGE:
+        if not options.short and shutil.disk_usage(directory).free < 4 * LARGE:
             parser.error(f"{directory} needs 4 GiB of free space; choose another place with --dir")
-        bench = Bench(os.path.abspath(options.programs), directory, rounds)
+        bench = Bench(os.path.abspath(options.programs), directory, options.rounds, options.short)
         for name in options.parts or PARTS:
             print(f"measuring {name} ...", flush=True)
             bench.empty_home()
             PARTS[name](bench, table)
     print()
-    table.print()
+    if options.short and not table.missed:
+        print(f"Everything ran: {len(table.rows)} figures, of the smallest sizes, so none is shown.")
+    else:
+        table.print()
     return 1 if table.missed else 0
 
 

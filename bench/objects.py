@@ -116,8 +116,8 @@ def add(table, name, size, measured):
 
 
 def measure_objects(bench, table):
-    """One object to and from the sandbox's store, then nginx. VARO_BENCH_MIB makes it smaller."""
-    size = int(os.environ.get("VARO_BENCH_MIB", LARGE // MIB)) * MIB
+    """One object to and from the sandbox's store, then nginx."""
+    size = bench.size(LARGE, 2 * MIB)
     varobinary = os.path.join(bench.programs, "..", "Cli", "varobinary")
     with contextlib.ExitStack() as stack:
         data = os.path.join(bench.directory, "sandbox")

@@ -20,10 +20,10 @@ def measure_sign(bench, table):
     script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "botocore_signing.py")
     # The distribution's interpreter: another one on the path may have another botocore, or none.
     commands = {
-        "ours": [program, "ours", "200000"],
-        "derived": [program, "bare", "100000"],
-        "kept": [program, "bare-kept", "200000"],
-        "botocore": ["/usr/bin/python3", "-I", "-B", script, "10000"],
+        "ours": [program, "ours", str(bench.size(200_000, 100))],
+        "derived": [program, "bare", str(bench.size(100_000, 100))],
+        "kept": [program, "bare-kept", str(bench.size(200_000, 100))],
+        "botocore": ["/usr/bin/python3", "-I", "-B", script, str(bench.size(10_000, 100))],
     }
 
     def rate(command):
@@ -39,14 +39,15 @@ def measure_sign(bench, table):
                       at_least=least)
 
     path = os.path.join(bench.directory, "signed.bin")
+    size = bench.size(SIGNED_FILE, 2 * MIB)
     digest = hashlib.sha256()
-    for _ in range(SIGNED_FILE // MIB):
+    for _ in range(size // MIB):
         digest.update(bytes(MIB))
     with open(path, "wb") as out:
-        out.truncate(SIGNED_FILE)  # holes: the digest takes as long, the disk nothing
+        out.truncate(size)  # holes: the digest takes as long, the disk nothing
     used = bench.run(program, "file", path, digest.hexdigest())
     os.remove(path)
-    table.add("upload of 4 GiB signed, rate", f"{SIGNED_FILE / MIB / used['wall']:.0f} MiB/s", "", "")
+    table.add("upload of 4 GiB signed, rate", f"{size / MIB / used['wall']:.0f} MiB/s", "", "")
     peak = used["peak_kib"] / 1024
     table.add("upload of 4 GiB signed, peak memory", f"{peak:.1f} MiB", "", "", "at most 16 MiB",
               peak <= 16)
@@ -54,15 +55,17 @@ def measure_sign(bench, table):
 
 def measure_queue(bench, table):
     """The task queue under 8 threads."""
+    operations, tasks = bench.size(QUEUE_OPERATIONS, 8_000), bench.size(QUEUED_TASKS, 1_000)
+
     def run(mode, count):
         done = subprocess.run([bench.program("varo_task_queue_bench"), mode, str(count)],
                               stdout=subprocess.PIPE, check=True, text=True)
         return json.loads(done.stdout)
 
     runs = bench.interleave({
-        "operations": lambda: run("operations", QUEUE_OPERATIONS),
-        "through": lambda: run("through", QUEUED_TASKS),
-        "direct": lambda: run("direct", QUEUED_TASKS),
+        "operations": lambda: run("operations", operations),
+        "through": lambda: run("through", tasks),
+        "direct": lambda: run("direct", tasks),
     })
     rate = statistics.median(column(runs["operations"], "rate"))
     table.add("task queue under 8 threads, operations", f"{rate:.3g} /s", "", "")
@@ -70,5 +73,5 @@ def measure_queue(bench, table):
                   column(runs["through"], "rate"), column(runs["direct"], "rate"), "/s")
     fewest = min(min(used["runs"], used["ended"]) for used in runs["through"])
     most = max(max(used["runs"], used["ended"]) for used in runs["through"])
-    table.add(f"{QUEUED_TASKS:,} tasks through the queue, run and ended once in every round",
-              f"{fewest:,}", "", "", "all", fewest == most == QUEUED_TASKS)
+    table.add(f"{tasks:,} tasks through the queue, run and ended once in every round",
+              f"{fewest:,}", "", "", "all", fewest == most == tasks)

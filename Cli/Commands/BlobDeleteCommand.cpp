@@ -1,10 +1,11 @@
-#include "Cli/Commands/BlobDeleteCommand.h"
-
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
-#include "Cli/Commands/BlobFailure.h"
-#include "Cli/Session.h"
+#include "Cli/Arguments/BlobRecord.h"
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Failures/BlobFailure.h"
+#include "Cli/Run/Session.h"
 
 #include <fmt/format.h>
 
@@ -15,6 +16,30 @@ using platform::ErrorPtr;
 using platform::Value;
 
 namespace {
+
+constexpr std::string_view kHelp =
+    R"(Record that a record's binary column is to be deleted. The application's sync engine
+deletes it on the service with its next session.
+
+Usage: varobinary [GLOBAL] blob delete --db NAME --table T --column C --key K=V...
+           [--before-sync]
+
+  --db NAME               SQLite file below the library directory's WEBSQLDIRECTORY
+  --table T               table of the record
+  --column C              binary column; the table has a column blobref_C
+  --key K=V [K=V]...      primary key of the record; may be repeated
+  --before-sync           remove the file on this machine now, not after that session
+
+Examples:
+  varobinary --home try blob delete --db staff.db --table employees --column photo --key id=3 \
+      --before-sync
+)";
+
+struct BlobDeleteOptions {
+  BlobRecord record;
+  /// Remove the file now, and not when the sync engine has deleted the blob on the service.
+  bool beforeSync = false;
+};
 
 constexpr char kRecorded[] = "recorded";
 constexpr char kFileRemoved[] = "fileRemoved";
@@ -31,7 +56,10 @@ ErrorPtr notRecorded() {
                                "the deletion was not recorded: the file could not be removed");
 }
 
-}  // namespace
+void declare(CommandArguments& arguments, BlobDeleteOptions& options) {
+  declareBlobRecord(arguments, options.record);
+  arguments.flag("--before-sync", options.beforeSync);
+}
 
 int run(Session& session, const BlobDeleteOptions& options) {
   const BlobRecord& record = options.record;
@@ -53,6 +81,17 @@ int run(Session& session, const BlobDeleteOptions& options) {
       session.await(start),
       {.success = [&](const Dictionary& result) { return describe(record, result); },
        .failure = [&](const Value& failure) { return describeBlobFailure(record, failure); }});
+}
+
+}  // namespace
+
+/// Records the deletion of a record's binary column for the sync engine.
+Command makeBlobDeleteCommand() {
+  return {.name = "blob delete",
+          .arguments = {},
+          .summary = "record that the column is to be deleted",
+          .help = std::string(kHelp),
+          .define = definition(declare, run)};
 }
 
 }  // namespace varo::cli

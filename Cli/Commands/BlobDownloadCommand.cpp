@@ -1,18 +1,21 @@
-#include "Cli/Commands/BlobDownloadCommand.h"
-
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
-#include "Cli/Arguments.h"
-#include "Cli/ByteFormat.h"
-#include "Cli/Commands/BlobFailure.h"
-#include "Cli/Session.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Arguments/Arguments.h"
+#include "Cli/Arguments/BlobRecord.h"
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/OptionValues.h"
+#include "Cli/Failures/BlobFailure.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/ByteFormat.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Block.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Foundation/Value.h"
 
 #include <fmt/format.h>
 
@@ -31,6 +34,41 @@ using platform::MutexLock;
 using platform::Value;
 
 namespace {
+
+constexpr std::string_view kHelp =
+    R"(Bring the binary column of a record into a file, or go on where an earlier run stopped.
+
+Usage: varobinary [GLOBAL] blob download --db NAME --table T --column C --key K=V...
+           --config FILE
+
+  --db NAME               SQLite file below the library directory's WEBSQLDIRECTORY
+  --table T               table of the record
+  --column C              binary column; the table has a column blobref_C
+  --key K=V [K=V]...      primary key of the record; may be repeated
+  --config FILE           JSON object with the configuration of the download, as the library
+                          takes it: "URL", "ScopeName", "ObjectName", "ChunkSize" (bytes of
+                          a request), "Headers", "ResponseType" and so on. --header and the
+                          token win over it
+
+The file is blobs/ID in the documents directory. An interrupt (Ctrl-C) pauses the
+download, and the same command goes on later, also after a crash. A blob that is there
+already is not fetched again.
+
+Examples:
+  echo '{"URL":"http://127.0.0.1:8080/services/blobs/","ScopeName":"HR",
+         "ObjectName":"employees","ChunkSize":1048576}' > photo.json
+  varobinary --home try blob download --db staff.db --table employees --column photo \
+      --key id=3 --config photo.json
+
+'varobinary sandbox --port 8080 --example-db try/Library/WEBSQLDIRECTORY/staff.db' makes
+what is needed to try this.
+)";
+
+struct BlobDownloadOptions {
+  BlobRecord record;
+  /// The configuration as the library takes it.
+  platform::Dictionary config;
+};
 
 constexpr char kId[] = "id";
 constexpr char kResult[] = "result";
@@ -178,7 +216,10 @@ std::string describePause(const Dictionary& state) {
                      total == 0 ? "are" : fmt::format("of {} are", formatBytes(total)));
 }
 
-}  // namespace
+void declare(CommandArguments& arguments, BlobDownloadOptions& options) {
+  declareBlobRecord(arguments, options.record);
+  arguments.parsed("--config", options.config, readBlobConfiguration, Presence::kRequired);
+}
 
 int run(Session& session, const BlobDownloadOptions& options) {
   const BlobRecord& record = options.record;
@@ -195,6 +236,18 @@ int run(Session& session, const BlobDownloadOptions& options) {
       {.success = describeDownload, .paused = describePause, .failure = [&](const Value& failure) {
          return describeBlobFailure(record, failure);
        }});
+}
+
+}  // namespace
+
+/// Downloads the binary column of a record into its file, from where an earlier run stopped. An
+/// interrupt pauses the download.
+Command makeBlobDownloadCommand() {
+  return {.name = "blob download",
+          .arguments = {},
+          .summary = "bring the column of a record into a file, or go on with that",
+          .help = std::string(kHelp),
+          .define = definition(declare, run)};
 }
 
 }  // namespace varo::cli

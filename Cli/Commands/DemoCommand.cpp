@@ -1,11 +1,12 @@
-#include "Cli/Commands/DemoCommand.h"
-
-#include "Cli/ByteFormat.h"
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
-#include "Cli/Session.h"
-#include "Cli/Table.h"
-#include "Cli/TemporaryDirectory.h"
+#include "Cli/Failures/CommandErrors.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Run/TemporaryDirectory.h"
+#include "Cli/Terminal/ByteFormat.h"
+#include "Cli/Terminal/Table.h"
 #include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Runtime.h"
@@ -26,7 +27,23 @@ using platform::ErrorPtr;
 
 namespace {
 
-constexpr std::string_view kErrorDomain = "Demo";
+constexpr std::string_view kHelp =
+    R"(Take a tour with real files: uploads of every kind, lists, metadata, downloads, deletes,
+offline blobs of a real SQLite database, and signed transfers with an object store.
+
+Usage: varobinary [GLOBAL] demo
+
+Starts a sandbox of its own in a temporary directory, does everything that the library
+does and checks each result, downloads byte by byte. It ends with a table of what was done,
+removes what it made, and needs some seconds. The exit status is not 0 if anything was
+wrong.
+
+Examples:
+  varobinary demo
+  varobinary --log-level debug demo
+)";
+
+struct DemoOptions {};
 
 using Section = void (*)(DemoStage&);
 constexpr Section kSections[] = {showUploads,  showLists,   showUpdates,      showDownloads,
@@ -83,8 +100,9 @@ int conclude(Session& session, const DemoStage& stage) {
       std::count_if(steps.begin(), steps.end(), [](const auto& step) { return !step.ok; }));
   if (wrong > 0 || steps.empty()) {
     session.output().event("summary", {}, [&] { return summaryOf(steps); });
-    return session.finish(failed(platform::Error::make(
-        kErrorDomain, 1, fmt::format("{} of {} steps went wrong", wrong, steps.size()))));
+    return session.finish(failed(
+        platform::Error::make(kDemoErrorDomain, kCodeStepsWentWrong,
+                              fmt::format("{} of {} steps went wrong", wrong, steps.size()))));
   }
   const Dictionary result{{"steps", steps.size()}};
   const auto describe = [&](const Dictionary&) {
@@ -113,7 +131,7 @@ class TourSettings {
   const binary::TransferPolicy policyBefore_;
 };
 
-}  // namespace
+void declare(CommandArguments&, DemoOptions&) {}
 
 int run(Session& session, const DemoOptions&) {
   const auto directory = TemporaryDirectory::make();
@@ -125,7 +143,8 @@ int run(Session& session, const DemoOptions&) {
   settings.requiredToken = DemoStage::kToken;
   sandbox::SandboxServer server(settings);
   if (const auto error = server.start()) {
-    return session.finish(failed(platform::Error::make(kErrorDomain, 2, error->message)));
+    return session.finish(
+        failed(platform::Error::make(kDemoErrorDomain, kCodeDemoNotStarted, error->message)));
   }
   DemoStage stage(session, server, root);
   std::error_code made;
@@ -142,6 +161,20 @@ int run(Session& session, const DemoOptions&) {
     if (!stage.interrupted()) section(stage);
   }
   return conclude(session, stage);
+}
+
+}  // namespace
+
+/// Takes the user through what the library does, against a sandbox of its own. The exit status is 0
+/// only if everything was as it should be.
+Command makeDemoCommand() {
+  return {.name = "demo",
+          .arguments = {},
+          .summary = "see everything at work, with real files",
+          .help = std::string(kHelp),
+          .define = definition(declare, run),
+          // The tour provokes failures and reports them itself.
+          .leastLogLevel = platform::LogLevel::kOff};
 }
 
 }  // namespace varo::cli

@@ -1,10 +1,10 @@
-#include "Cli/Commands/DownloadCommand.h"
-
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/ByteFormat.h"
-#include "Cli/Session.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/ByteFormat.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/UserDirectories.h"
 
@@ -12,6 +12,8 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <sys/stat.h>
 
 namespace varo::cli {
@@ -21,6 +23,33 @@ using platform::Dictionary;
 using SystemClock = std::chrono::system_clock;
 
 namespace {
+
+constexpr std::string_view kHelp =
+    R"(Download a file into the downloads directory.
+
+Usage: varobinary [GLOBAL] download URL FILE_ID [--namespace NS] [--security-key K]
+
+  URL                     base URL of the object service
+  FILE_ID                 id of the file, as 'list' and 'upload' print it
+  --namespace NS          namespace of the file
+  --security-key K        key that protects the file
+
+The file is stored under the name that its record has, complete or not at all. A file of
+that name that is there already is taken for the same one, and nothing is fetched; with
+--option forceDownload=true it is fetched and replaced.
+
+Examples:
+  varobinary download $URL 5f2b90c1
+  varobinary --home ./inbox download $URL 5f2b90c1
+  varobinary --json download $URL 5f2b90c1 | jq -r '.result.filePath // empty'
+)";
+
+struct DownloadOptions {
+  std::string url;
+  std::string fileId;
+  std::optional<std::string> nameSpace;
+  std::optional<std::string> securityKey;
+};
 
 /// The file system's clock runs in ticks of at most this.
 constexpr std::chrono::milliseconds kClockTick{10};
@@ -53,7 +82,12 @@ std::string describe(const Dictionary& result, SystemClock::time_point start) {
   return fmt::format("Downloaded {} ({})\n", printable(path), size);
 }
 
-}  // namespace
+void declare(CommandArguments& arguments, DownloadOptions& options) {
+  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.text("FILE_ID", options.fileId, Presence::kRequired);
+  arguments.text("--namespace", options.nameSpace);
+  arguments.text("--security-key", options.securityKey);
+}
 
 int run(Session& session, const DownloadOptions& options) {
   const SystemClock::time_point start = SystemClock::now();
@@ -74,6 +108,17 @@ int run(Session& session, const DownloadOptions& options) {
                                                     blocks.onProgress, session.options().options);
       },
       [&](const Dictionary& result) { return describe(result, start); });
+}
+
+}  // namespace
+
+/// Downloads one file into the downloads directory.
+Command makeDownloadCommand() {
+  return {.name = "download",
+          .arguments = "URL FILE_ID",
+          .summary = "download a file into the downloads directory",
+          .help = std::string(kHelp),
+          .define = definition(declare, run)};
 }
 
 }  // namespace varo::cli

@@ -1,17 +1,21 @@
-#include "Cli/Commands/ListCommand.h"
-
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/ByteFormat.h"
-#include "Cli/Session.h"
-#include "Cli/Table.h"
-#include "Cli/Terminal.h"
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/ByteFormat.h"
+#include "Cli/Terminal/Table.h"
+#include "Cli/Terminal/Terminal.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Foundation/Value.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 namespace varo::cli {
@@ -22,6 +26,31 @@ using platform::DictionaryEntry;
 using platform::Value;
 
 namespace {
+
+constexpr std::string_view kHelp =
+    R"(List the files of an object service.
+
+Usage: varobinary [GLOBAL] list URL [--criteria EXPR]
+
+  URL                     base URL of the object service
+  --criteria EXPR         list only what matches: comparisons "key eq 'value'", joined
+                          with " and " (default: all files)
+
+Prints a table and a total. On a terminal long values are shortened to its width;
+anywhere else they are printed in full. With --json the line "success" has the records as
+the service sent them.
+
+Examples:
+  varobinary list http://127.0.0.1:8080/services/data/v1/storage
+  varobinary list $URL --criteria "file_namespace eq 'photos'"
+  varobinary --json list $URL | jq -r '.result.records[].file_id'
+)";
+
+struct ListOptions {
+  std::string url;
+  /// A "$filter" expression; empty for all files.
+  std::string criteria;
+};
 
 constexpr std::string_view kFileSize = "file_size";
 
@@ -122,8 +151,7 @@ Table tableFitting(const std::vector<Dictionary>& records, std::optional<std::si
   return table;
 }
 
-}  // namespace
-
+/// The records of a list result as a table with a total below; `width` limits its columns.
 std::string describeFiles(const Dictionary& result, std::optional<std::size_t> width) {
   const std::vector<Dictionary> records = recordsIn(result);
   if (records.empty()) return "No files.\n";
@@ -131,6 +159,11 @@ std::string describeFiles(const Dictionary& result, std::optional<std::size_t> w
   for (const Dictionary& record : records) total += sizeIn(record);
   return fmt::format("{}\n{} file{}, {}\n", tableFitting(records, width).text(width),
                      records.size(), records.size() == 1 ? "" : "s", formatBytes(total));
+}
+
+void declare(CommandArguments& arguments, ListOptions& options) {
+  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.text("--criteria", options.criteria);
 }
 
 int run(Session& session, const ListOptions& options) {
@@ -146,6 +179,17 @@ int run(Session& session, const ListOptions& options) {
       [](const Dictionary& result) {
         return describeFiles(result, terminal::width(terminal::Stream::kOutput));
       });
+}
+
+}  // namespace
+
+/// Lists the files of an object service.
+Command makeListCommand() {
+  return {.name = "list",
+          .arguments = "URL [--criteria EXPR]",
+          .summary = "list the files of the service",
+          .help = std::string(kHelp),
+          .define = definition(declare, run)};
 }
 
 }  // namespace varo::cli

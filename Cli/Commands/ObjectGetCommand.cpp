@@ -1,18 +1,21 @@
-#include "Cli/Commands/ObjectGetCommand.h"
-
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/Chunk.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Cli/ByteFormat.h"
-#include "Cli/Commands/ObjectFailure.h"
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/GlobalOptions.h"
+#include "Cli/Arguments/OptionValues.h"
 #include "Cli/Commands/ObjectRequest.h"
-#include "Cli/Session.h"
-#include "Cli/StagedDownload.h"
-#include "Cli/StandardOutput.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Failures/ObjectFailure.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Run/StagedDownload.h"
+#include "Cli/Run/StandardOutput.h"
+#include "Cli/Terminal/ByteFormat.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/Foundation/Value.h"
 
 #include <fmt/format.h>
 
@@ -31,6 +34,49 @@ using platform::ErrorPtr;
 using platform::Value;
 
 namespace {
+
+constexpr std::string_view kHelp =
+    R"(Bring an object into a file, or to standard output.
+
+Usage: varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
+           [--stream]
+
+  --config FILE           JSON object with the configuration of the download, as the library
+                          takes it: "endpointUrl" (or "domain" and "relativepath"),
+                          "headers", "queryParams", "ChunkSize" (bytes of a request), and for
+                          a store "Auth", "AuthParameters", "method" and "Host".
+                          --header wins over "headers"
+  --param K=V             file parameter; may be repeated. They fill the placeholders ${K} of
+                          the configuration; "fileId" also names the download
+  --options FILE          JSON object with the options dictionary. --option and the token
+                          win over it
+  --stream                write the bytes to standard output as they arrive, and nothing
+                          else there. Excludes --json
+
+The file is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
+as %2F. It appears complete or not at all.
+A key on the command line shows in the list of processes: keep keys in the configuration.
+Blanks and the like in the name of a signed object are percent-encoded: a%20b.
+
+Examples, in a shell where 'varobinary sandbox --store-port 8081' runs in another:
+  echo '{"endpointUrl":"http://127.0.0.1:8081/${fileId}","Host":"127.0.0.1:8081",
+         "method":"GET","Auth":"HMACDigest","AuthParameters":{"objectName":"${fileId}",
+         "serviceName":"s3","regionName":"us-east-1","accessKeyID":"sandbox",
+         "secretAccessKey":"sandbox-secret-key"}}' > get.json
+  varobinary object get --config get.json --param fileId=photos/ann.jpg
+  varobinary object get --config get.json --param fileId=backup.tar.gz --stream | tar tz
+)";
+
+struct ObjectGetOptions {
+  /// The configuration as the library takes it.
+  platform::Dictionary config;
+  /// The file parameters.
+  platform::Dictionary params;
+  /// The options dictionary, before the entries of the command line.
+  platform::Dictionary options;
+  /// Write the bytes to standard output instead of a file.
+  bool stream = false;
+};
 
 constexpr char kFileId[] = "fileId";
 
@@ -154,13 +200,34 @@ int stream(Session& session, const ObjectGetOptions& options) {
   return session.finish(outcome, {.success = nothing, .failure = describeObjectFailure});
 }
 
-}  // namespace
+void declare(CommandArguments& arguments, ObjectGetOptions& options) {
+  arguments.parsed("--config", options.config, readJsonFile, Presence::kRequired);
+  arguments.pairs("--param", options.params, {.severalAtOnce = false});
+  arguments.parsed("--options", options.options, readJsonFile);
+  arguments.flag("--stream", options.stream);
+  arguments.check([&global = arguments.global(), &options] {
+    if (options.stream && global.json) {
+      CommandArguments::reject("object get", "--stream and --json exclude each other");
+    }
+  });
+}
 
 int run(Session& session, const ObjectGetOptions& options) {
   session.output().begin(nameOf(options));
   if (options.stream) return stream(session, options);
   return session.finish(getFile(session, options),
                         {.success = describe, .failure = describeObjectFailure});
+}
+
+}  // namespace
+
+/// Downloads one object, into a file or to standard output.
+Command makeObjectGetCommand() {
+  return {.name = "object get",
+          .arguments = {},
+          .summary = "bring an object into a file, or to standard output",
+          .help = std::string(kHelp),
+          .define = definition(declare, run)};
 }
 
 }  // namespace varo::cli

@@ -2,8 +2,8 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
-#include "Cli/Arguments.h"
-#include "Cli/GlobalOptions.h"
+#include "Cli/Arguments/Arguments.h"
+#include "Cli/Arguments/GlobalOptions.h"
 #include "Platform/Foundation/Text.h"
 
 namespace varo::cli {

@@ -1,16 +1,20 @@
-#include "Cli/Commands/UploadCommand.h"
-
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-#include "Cli/Session.h"
-#include "Cli/StandardInput.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/OptionValues.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Run/StandardInput.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Value.h"
 
 #include <fmt/format.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <unistd.h>
 #include <utility>
 
@@ -21,6 +25,49 @@ using platform::Dictionary;
 using platform::Result;
 
 namespace {
+
+constexpr std::string_view kHelp =
+    R"(Upload a file: create its record, send the bytes in chunks, commit.
+
+Usage: varobinary [GLOBAL] upload URL FILE [--name N] [--namespace NS]
+           [--security-key K] [--meta K=V]... [--chunk-size BYTES] [--raw]
+
+  URL                     base URL of the object service
+  FILE                    path of a file that is not empty, or '-' for standard input
+                          (which is first copied to a temporary file)
+  --name N                name on the service (default: last part of FILE, "stdin" for '-')
+  --namespace NS          namespace of the file
+  --security-key K        key that protects the file
+  --meta K=V [K=V]...     further metadata, as text; may be repeated
+  --chunk-size BYTES      bytes sent at once, such as 1048576, 512K or 4MiB
+                          (default 1 MiB); a service may ask for one piece all the same
+  --raw                   hand over the bytes instead of the path. With --policy compatible
+                          the last chunk then carries the whole content again
+
+Prints the id of the new file. Memory stays small for any size of file. An interrupted
+upload leaves a record on the service that is not committed and is not listed.
+
+Examples:
+  varobinary upload $URL photo.jpg --namespace photos --meta camera=M6 place=Oslo
+  tar cz documents | varobinary upload $URL - --name documents.tar.gz
+  varobinary --token-file ~/.varo-token upload $URL report.pdf
+)";
+
+struct UploadOptions {
+  std::string url;
+  /// A path, or "-" for standard input.
+  std::string file;
+  /// Empty: the last component of the path, or "stdin".
+  std::string name;
+  std::optional<std::string> nameSpace;
+  std::optional<std::string> securityKey;
+  /// Further metadata.
+  platform::Dictionary meta;
+  /// Bytes; none: the library's default.
+  std::optional<std::int64_t> chunkSize;
+  /// Give the library the bytes instead of the path.
+  bool raw = false;
+};
 
 constexpr std::string_view kStandardInput = "-";
 
@@ -58,7 +105,16 @@ std::string describe(const UploadOptions& options, const Dictionary& result) {
   return fmt::format("Uploaded {} as {}\n", printable(nameOf(options)), printable(id));
 }
 
-}  // namespace
+void declare(CommandArguments& arguments, UploadOptions& options) {
+  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.text("FILE", options.file, Presence::kRequired);
+  arguments.text("--name", options.name);
+  arguments.text("--namespace", options.nameSpace);
+  arguments.text("--security-key", options.securityKey);
+  arguments.pairs("--meta", options.meta, {.keysAreUnique = false});
+  arguments.parsed("--chunk-size", options.chunkSize, parseChunkSize);
+  arguments.flag("--raw", options.raw);
+}
 
 int run(Session& session, const UploadOptions& options) {
   std::optional<InputCopy> copy;
@@ -90,6 +146,17 @@ int run(Session& session, const UploadOptions& options) {
   };
   return session.perform(nameOf(options), start,
                          [&](const Dictionary& result) { return describe(options, result); });
+}
+
+}  // namespace
+
+/// Uploads one file.
+Command makeUploadCommand() {
+  return {.name = "upload",
+          .arguments = "URL FILE",
+          .summary = "upload a file, or standard input with '-'",
+          .help = std::string(kHelp),
+          .define = definition(declare, run)};
 }
 
 }  // namespace varo::cli

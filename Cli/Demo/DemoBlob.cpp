@@ -2,13 +2,13 @@
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Cli/ByteFormat.h"
 #include "Cli/Demo/DemoFile.h"
+#include "Cli/Terminal/ByteFormat.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Block.h"
 #include "Platform/Foundation/Error.h"
-#include "Sandbox/ExampleDatabase.h"
-#include "Sandbox/GeneratedBytes.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
+#include "Sandbox/Blobs/GeneratedBytes.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>

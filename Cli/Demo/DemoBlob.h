@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
-#include "Cli/Commands/BlobRecord.h"
+#include "Cli/Arguments/BlobRecord.h"
 #include "Cli/Demo/DemoStage.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Result.h"

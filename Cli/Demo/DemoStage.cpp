@@ -1,8 +1,8 @@
 #include "Cli/Demo/DemoStage.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
-#include "Cli/FailureText.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Failures/FailureText.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>

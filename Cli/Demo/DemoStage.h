@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Cli/Demo/DemoFile.h"
-#include "Cli/Session.h"
+#include "Cli/Run/Session.h"
 #include "Platform/Foundation/Value.h"
 
 #include <chrono>

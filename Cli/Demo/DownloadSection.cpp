@@ -1,8 +1,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
-#include "Cli/ByteFormat.h"
 #include "Cli/Demo/DemoDownload.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
+#include "Cli/Terminal/ByteFormat.h"
 #include "Platform/Foundation/Error.h"
 #include "Sandbox/SandboxServer.h"
 

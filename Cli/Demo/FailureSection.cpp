@@ -2,7 +2,7 @@
 #include "Cli/Demo/DemoDownload.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
-#include "Cli/FailureText.h"
+#include "Cli/Failures/FailureText.h"
 #include "Platform/Foundation/File.h"
 #include "Sandbox/SandboxServer.h"
 

@@ -1,14 +1,15 @@
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
-#include "Cli/ByteFormat.h"
 #include "Cli/Demo/DemoBlob.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
-#include "Cli/FailureText.h"
+#include "Cli/Failures/FailureText.h"
+#include "Cli/Terminal/ByteFormat.h"
 #include "Platform/Foundation/File.h"
-#include "Sandbox/ExampleDatabase.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>

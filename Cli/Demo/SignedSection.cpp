@@ -3,13 +3,13 @@
 #include "Binary/Binary/DownloadTask/Chunk.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
-#include "Cli/ByteFormat.h"
-#include "Cli/Commands/ObjectFailure.h"
 #include "Cli/Demo/DemoSections.h"
 #include "Cli/Demo/DemoStage.h"
+#include "Cli/Failures/ObjectFailure.h"
+#include "Cli/Terminal/ByteFormat.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
-#include "Sandbox/ObjectStoreOptions.h"
+#include "Sandbox/Online/SignedStoreOptions.h"
 #include "Sandbox/SandboxServer.h"
 
 #include <fmt/format.h>
@@ -48,12 +48,12 @@ constexpr Object kObjects[] = {
 };
 
 Dictionary keysWith(const std::string& secret) {
-  const sandbox::ObjectStoreOptions store;
+  const sandbox::SignedStoreOptions store;
   return {
       {"accessKeyID", store.accessKey}, {"secretAccessKey", secret}, {"regionName", store.region}};
 }
 
-std::string rightSecret() { return sandbox::ObjectStoreOptions().secretKey; }
+std::string rightSecret() { return sandbox::SignedStoreOptions().secretKey; }
 
 Outcome put(DemoStage& stage, const DemoFile& file, std::string_view name,
             const std::string& secret) {

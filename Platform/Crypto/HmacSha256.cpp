@@ -8,7 +8,7 @@
 #include <openssl/params.h>
 
 #include <array>
-#include <utility>
+#include <memory>
 
 namespace varo::platform {
 namespace {
@@ -32,65 +32,30 @@ const EVP_MAC_CTX* prepared() noexcept {
   return context;
 }
 
-}  // namespace
-
-class HmacSha256::Context {
- public:
-  explicit Context(std::string_view key) {
-    if (context_ == nullptr) return;
-    // A null key would mean "the one set before", also where its length is 0.
-    const char* bytes = key.empty() ? "" : key.data();
-    ok_ = ::EVP_MAC_init(context_.get(), reinterpret_cast<const unsigned char*>(bytes), key.size(),
-                         nullptr) == 1;
-  }
-
-  void update(std::string_view bytes) noexcept {
-    ok_ = ok_ &&
-          ::EVP_MAC_update(context_.get(), reinterpret_cast<const unsigned char*>(bytes.data()),
-                           bytes.size()) == 1;
-  }
-
-  bool finish(Sha256Digest& digest) noexcept {
-    std::size_t length = 0;
-    return std::exchange(ok_, false) &&
-           ::EVP_MAC_final(context_.get(), digest.buffer(), &length, Sha256Digest::kSize) == 1;
-  }
-
- private:
-  struct Deleter {
-    // Wipes the key as well.
-    void operator()(EVP_MAC_CTX* context) const noexcept { ::EVP_MAC_CTX_free(context); }
-  };
-  const std::unique_ptr<EVP_MAC_CTX, Deleter> context_{
-      prepared() != nullptr ? ::EVP_MAC_CTX_dup(prepared()) : nullptr};
-  bool ok_ = false;
+struct Deleter {
+  // Wipes the key as well.
+  void operator()(EVP_MAC_CTX* context) const noexcept { ::EVP_MAC_CTX_free(context); }
 };
 
-HmacSha256::HmacSha256(std::string_view key) : context_(std::make_unique<Context>(key)) {}
-HmacSha256::~HmacSha256() = default;
-
-void HmacSha256::update(std::string_view bytes) noexcept { context_->update(bytes); }
-
-Result<Sha256Digest> HmacSha256::finish() {
-  Sha256Digest digest;
-  if (!context_->finish(digest)) return takeOpenSslError("HMAC-SHA256");
-  return digest;
+const unsigned char* unsignedBytes(std::string_view bytes) noexcept {
+  // A null key would mean "the one set before", also where its length is 0.
+  return reinterpret_cast<const unsigned char*>(bytes.empty() ? "" : bytes.data());
 }
+
+}  // namespace
 
 Result<Sha256Digest> HmacSha256::of(std::string_view key, std::string_view bytes) {
-  HmacSha256 code(key);
-  code.update(bytes);
-  return code.finish();
-}
-
-Result<Sha256Digest> HmacSha256::of(std::string_view key, const Data& data) {
-  HmacSha256 code(key);
-  const auto read = data.forEachPiece([&code](std::string_view piece) {
-    code.update(piece);
-    return Result<void>();
-  });
-  if (!read) return read.error();
-  return code.finish();
+  const std::unique_ptr<EVP_MAC_CTX, Deleter> context(
+      prepared() != nullptr ? ::EVP_MAC_CTX_dup(prepared()) : nullptr);
+  Sha256Digest digest;
+  std::size_t length = 0;
+  const bool done =
+      context != nullptr &&
+      ::EVP_MAC_init(context.get(), unsignedBytes(key), key.size(), nullptr) == 1 &&
+      ::EVP_MAC_update(context.get(), unsignedBytes(bytes), bytes.size()) == 1 &&
+      ::EVP_MAC_final(context.get(), digest.buffer(), &length, Sha256Digest::kSize) == 1;
+  if (!done) return takeOpenSslError("HMAC-SHA256");
+  return digest;
 }
 
 }  // namespace varo::platform

@@ -21,25 +21,7 @@ constexpr std::array<std::uint8_t, 256> makeDigits() {
 }
 constexpr std::array<std::uint8_t, 256> kDigits = makeDigits();
 
-/// The group of four characters that `bytes`, one to three, make.
-void appendGroup(std::string_view bytes, std::string& out) {
-  std::uint32_t bits = 0;
-  for (std::size_t i = 0; i < 3; ++i) {
-    bits = (bits << 8U) | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U);
-  }
-  for (std::size_t i = 0; i < 4; ++i) {
-    out += i <= bytes.size() ? kAlphabet[(bits >> (18U - 6U * i)) & 0x3FU] : '=';
-  }
-}
-
 }  // namespace
-
-std::string encode(std::string_view bytes) {
-  std::string text;
-  text.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t i = 0; i < bytes.size(); i += 3) appendGroup(bytes.substr(i, 3), text);
-  return text;
-}
 
 std::optional<std::string> decode(std::string_view text) {
   if (text.size() % 4 != 0) return std::nullopt;

@@ -1,6 +1,7 @@
 #include "Platform/Foundation/File.h"
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Random.h"
 
 #include <fmt/format.h>
@@ -151,31 +152,6 @@ bool isAccepted(const File& file) noexcept {
   return copy >= 0 && (::close(copy) == 0 || errno == EINTR);
 }
 
-int hexDigit(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-/// Undoes one level of percent-encoding in place; whether there was any.
-bool percentDecode(std::string& text) {
-  std::string decoded;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const int high = text[i] == '%' && i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
-    const int low = high >= 0 ? hexDigit(text[i + 2]) : -1;
-    if (low >= 0) {
-      decoded += static_cast<char>(high * 16 + low);
-      i += 2;
-    } else {
-      decoded += text[i];
-    }
-  }
-  const bool changed = decoded.size() != text.size();
-  text = std::move(decoded);
-  return changed;
-}
-
 bool isPlainRelativePath(std::string_view name) noexcept {
   if (name.empty() || name.front() == '/') return false;
   if (name.find('\\') != std::string_view::npos || name.find('\0') != std::string_view::npos) {
@@ -187,6 +163,20 @@ bool isPlainRelativePath(std::string_view name) noexcept {
     if (component.empty() || component == "." || component == "..") return false;
     if (slash == std::string_view::npos) return true;
     name.remove_prefix(slash + 1);
+  }
+}
+
+/// Looks at the text alone.
+bool isPlainAtEveryLevel(std::string_view name) {
+  // What is longer has no file, and decoding it again and again would take for ever.
+  if (name.size() > PATH_MAX) return false;
+  // A server that encodes its separators means the same file, so every level of encoding counts.
+  std::string encoded(name);
+  for (;;) {
+    if (!isPlainRelativePath(encoded)) return false;
+    std::string decoded = percentDecode(encoded);
+    if (decoded.size() == encoded.size()) return true;
+    encoded = std::move(decoded);
   }
 }
 
@@ -333,19 +323,8 @@ Result<void> storeFile(const std::string& path, const Data& data, Durability dur
   return {};
 }
 
-bool staysInDirectory(std::string_view name) {
-  // What is longer has no file, and decoding it again and again would take for ever.
-  if (name.size() > PATH_MAX) return false;
-  // A server that encodes its separators means the same file, so every level of encoding counts.
-  std::string decoded(name);
-  do {
-    if (!isPlainRelativePath(decoded)) return false;
-  } while (percentDecode(decoded));
-  return true;
-}
-
 bool staysInDirectory(const std::string& directory, std::string_view name) {
-  if (!staysInDirectory(name)) return false;
+  if (!isPlainAtEveryLevel(name)) return false;
   for (std::size_t slash = name.find('/'); slash != std::string_view::npos;
        slash = name.find('/', slash + 1)) {
     const std::string folder = fmt::format("{}/{}", directory, name.substr(0, slash));

@@ -100,13 +100,11 @@ enum class Durability {
 enum class FileKind { kNothing, kRegular, kDirectory, kOther };
 [[nodiscard]] FileKind fileKindAt(const std::string& path) noexcept;
 
-/// Whether `name`, chosen by a peer, stays below the directory it is appended to: not empty, not
-/// absolute, no empty, "." or ".." component, no NUL or backslash, also after percent-decoding
-/// (a percent sign that encodes nothing is a character like others). Looks at the text alone.
-[[nodiscard]] bool staysInDirectory(std::string_view name);
-
-/// The same of what is on the disk: no folder that `name` passes through is a symbolic link, which
-/// would lead elsewhere. What stands under the last component is `storeFile`'s to judge.
+/// Whether `name`, chosen by a peer, stays below `directory` when it is appended to it: not empty,
+/// not absolute, no empty, "." or ".." component, no NUL or backslash, also after percent-decoding
+/// (a percent sign that encodes nothing is a character like others). And no folder that it passes
+/// through on the disk is a symbolic link, which would lead elsewhere; what stands under the last
+/// component is `storeFile`'s to judge.
 [[nodiscard]] bool staysInDirectory(const std::string& directory, std::string_view name);
 
 }  // namespace varo::platform

@@ -16,7 +16,6 @@
 #define VARO_SCOPED_CAPABILITY VARO_THREAD_ANNOTATION(scoped_lockable)
 #define VARO_GUARDED_BY(x) VARO_THREAD_ANNOTATION(guarded_by(x))
 #define VARO_REQUIRES(...) VARO_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
-#define VARO_EXCLUDES(...) VARO_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define VARO_ACQUIRE(...) VARO_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define VARO_RELEASE(...) VARO_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <utility>
 
 namespace varo::platform {
 namespace {
@@ -24,37 +25,23 @@ void call(const TimerQueue::Job& job, TimerQueue::Reason reason) noexcept {
 
 TimerQueue::~TimerQueue() { shutdown(); }
 
-TimerQueue::Token TimerQueue::after(std::chrono::milliseconds delay, Job job) {
+void TimerQueue::after(std::chrono::milliseconds delay, Job job) {
   {
     const MutexLock lock(mutex_);
     if (!stopped_) {
       // First, since the system may refuse it: then nothing is queued.
       if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
-      const Token token = nextToken_++;
-      const Clock::time_point due = Clock::now() + std::min(delay, kLongestDelay);
-      jobs_.emplace(std::pair(due, token), std::move(job));
+      jobs_.emplace(Clock::now() + std::min(delay, kLongestDelay), std::move(job));
       changed_.notifyOne();
-      return token;
+      return;
     }
   }
   call(job, Reason::kShutDown);
-  return kNoToken;
-}
-
-bool TimerQueue::cancel(Token token) {
-  Job dropped;  // destroyed after the lock is released
-  const MutexLock lock(mutex_);
-  const auto job = std::find_if(jobs_.begin(), jobs_.end(),
-                                [token](const auto& entry) { return entry.first.second == token; });
-  if (job == jobs_.end()) return false;
-  dropped = std::move(job->second);
-  jobs_.erase(job);
-  return true;
 }
 
 void TimerQueue::shutdown() {
   std::thread thread;
-  std::map<std::pair<Clock::time_point, Token>, Job> waiting;
+  std::multimap<Clock::time_point, Job> waiting;
   {
     const MutexLock lock(mutex_);
     stopped_ = true;
@@ -62,6 +49,7 @@ void TimerQueue::shutdown() {
     thread.swap(thread_);
     changed_.notifyAll();
   }
+  // Joined first, so that never two jobs are called at once; without the lock, which it needs.
   if (thread.joinable()) thread.join();
   for (const auto& [due, job] : waiting) call(job, Reason::kShutDown);
 }
@@ -71,19 +59,20 @@ void TimerQueue::run() {
     Job job;
     {
       const MutexLock lock(mutex_);
-      while (!stopped_ && (jobs_.empty() || jobs_.begin()->first.first > Clock::now())) {
+      while (!stopped_ && (jobs_.empty() || jobs_.begin()->first > Clock::now())) {
         if (jobs_.empty()) {
           changed_.wait(mutex_);
         } else {
-          const Clock::time_point due = jobs_.begin()->first.first;
+          // A copy: a shutdown takes the jobs away while this waits.
+          const Clock::time_point due = jobs_.begin()->first;
           changed_.waitUntil(mutex_, due);
         }
       }
-      if (stopped_) return;
+      if (stopped_) return;  // also with jobs that are due: `shutdown` calls them
       job = std::move(jobs_.begin()->second);
       jobs_.erase(jobs_.begin());
     }
-    call(job, Reason::kDue);
+    call(job, Reason::kDue);  // without the lock: it may ask for another
   }
 }
 

@@ -3,11 +3,9 @@
 #include "Platform/Foundation/Mutex.h"
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <thread>
-#include <utility>
 
 namespace varo::platform {
 
@@ -19,9 +17,6 @@ class TimerQueue {
   /// Why a job is called.
   enum class Reason { kDue, kShutDown };
   using Job = std::function<void(Reason)>;
-  using Token = std::uint64_t;
-  /// Stands for no job.
-  static constexpr Token kNoToken = 0;
 
   /// The thread starts with the first job.
   TimerQueue() = default;
@@ -34,10 +29,7 @@ class TimerQueue {
   /// first, from `shutdown`; after `shutdown` at once, on this thread. What it throws is reported
   /// on standard error and goes no further. Throws `std::system_error` where the system refuses the
   /// thread and `std::bad_alloc`; nothing is queued then.
-  Token after(std::chrono::milliseconds delay, Job job);
-
-  /// Drops the job if it has not started. Whether it was dropped. Takes time linear in the jobs.
-  bool cancel(Token token);
+  void after(std::chrono::milliseconds delay, Job job);
 
   /// Calls the jobs that wait, with `kShutDown`, and joins the thread. Not to be called from a job.
   void shutdown();
@@ -47,8 +39,8 @@ class TimerQueue {
 
   Mutex mutex_;
   ConditionVariable changed_;
-  std::map<std::pair<Clock::time_point, Token>, Job> jobs_ VARO_GUARDED_BY(mutex_);
-  Token nextToken_ VARO_GUARDED_BY(mutex_) = 1;
+  /// By due time; equal ones stay in the order in which they came.
+  std::multimap<Clock::time_point, Job> jobs_ VARO_GUARDED_BY(mutex_);
   bool stopped_ VARO_GUARDED_BY(mutex_) = false;
   std::thread thread_ VARO_GUARDED_BY(mutex_);
 };

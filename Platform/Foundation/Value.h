@@ -67,7 +67,6 @@ class Value {
   [[nodiscard]] bool isPresent() const noexcept { return !isMissing(); }
   [[nodiscard]] bool isNull() const noexcept { return is<Null>(); }
   /// Missing, or JSON's null: for entries where both mean that nothing is given.
-  [[nodiscard]] bool isAbsent() const noexcept { return isMissing() || isNull(); }
   [[nodiscard]] bool isBool() const noexcept { return is<bool>(); }
   [[nodiscard]] bool isInteger() const noexcept { return is<std::int64_t>(); }
   [[nodiscard]] bool isReal() const noexcept { return is<double>(); }

@@ -56,8 +56,6 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
     return runner_ == std::this_thread::get_id();
   }
 
-  [[nodiscard]] const std::string& label() const noexcept { return label_; }
-
  private:
   /// A thread that waits in `sync`.
   struct Turn {
@@ -159,7 +157,7 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
     turn->changed.notifyOne();
   }
 
-  const std::string label_;
+  const std::string label_;  // for whoever looks at it in a debugger
   ThreadPool& pool_;
 
   mutable Mutex mutex_;
@@ -181,8 +179,6 @@ void SerialQueue::sync(const Job& job) {
   const std::shared_ptr<State> state = state_;  // the job may destroy the queue
   state->sync(job);
 }
-
-const std::string& SerialQueue::label() const noexcept { return state_->label(); }
 
 bool SerialQueue::runsInThisThread() const noexcept { return state_->runsInThisThread(); }
 

@@ -45,7 +45,6 @@ class SerialQueue {
     sync(Job(std::cref(function)));
   }
 
-  [[nodiscard]] const std::string& label() const noexcept;
   /// Whether the calling thread is running a job of this queue.
   [[nodiscard]] bool runsInThisThread() const noexcept;
 
@@ -64,10 +63,9 @@ class ConcurrentQueue {
   ConcurrentQueue(std::string label, ThreadPool& pool);
 
   void async(Job job) noexcept;
-  [[nodiscard]] const std::string& label() const noexcept { return label_; }
 
  private:
-  const std::string label_;
+  const std::string label_;  // for whoever looks at it in a debugger
   ThreadPool& pool_;
 };
 

@@ -19,10 +19,9 @@ class VaroNativeFacade {
   /// `config` is reserved; none is fine.
   VaroNativeFacade(std::string logger, const Dictionary& config);
 
-  /// How many callers of the facade wrap it and are to be skipped when a message is attributed. The
-  /// location travels with each message here, so this only documents the wrapper.
-  void setIndirectionLevel(int level) noexcept { indirectionLevel_ = level; }
-  [[nodiscard]] int indirectionLevel() const noexcept { return indirectionLevel_; }
+  /// How many callers of the facade wrap it and are to be skipped when a message is attributed. It
+  /// changes nothing here, where the location travels with each message.
+  void setIndirectionLevel(int /*level*/) noexcept {}
 
   void logTrace(std::string_view message, LogLocation location = LogLocation::current()) const;
   void logDebug(std::string_view message, LogLocation location = LogLocation::current()) const;
@@ -44,7 +43,6 @@ class VaroNativeFacade {
   void log(LogLevel level, std::string_view message, const LogLocation& location) const;
 
   const std::string logger_;
-  int indirectionLevel_ = 0;  // set before the logger is shared
 };
 
 }  // namespace varo::platform

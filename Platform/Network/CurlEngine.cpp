@@ -108,6 +108,7 @@ ErrorPtr CurlEngine::startLocked() {
   if (multi_ == nullptr || withCookies_ == nullptr || withoutCookies_ == nullptr) {
     return resourceError("libcurl could not be started.");
   }
+  // With the first request: a process that only makes a transport has no thread, and may fork.
   try {
     thread_ = std::thread([this] { run(); });
   } catch (const std::system_error& failure) {
@@ -125,7 +126,7 @@ void CurlEngine::submit(const TransferPtr& transfer) {
     if (refusal == nullptr) requests_.incoming.push_back(transfer);
   }
   if (refusal == nullptr) {
-    wake();
+    wake();  // after it was queued: a wake-up that comes before the wait is not lost
   } else {
     refuse(transfer->takeCompletion(), std::move(refusal));
   }
@@ -136,9 +137,11 @@ void CurlEngine::refuse(HttpCompletion completion, ErrorPtr error) {
 }
 
 void CurlEngine::cancel(const TransferPtr& transfer) {
+  // First: what libcurl hands out right now is refused, before the thread comes to the request.
   transfer->markCancelled();
   {
     const MutexLock lock(mutex_);
+    // One that is stopping ends all of them, and one that never started has none.
     if (!started_ || requests_.stopping) return;
     requests_.cancelled.push_back(transfer);
   }
@@ -153,6 +156,7 @@ void CurlEngine::wake() {
 void CurlEngine::stop() {
   std::vector<Job> undelivered;
   {
+    // Held while the thread is waited for. Not `mutex_`, which it needs before it can end.
     const MutexLock stopLock(stopMutex_);
     bool started = false;
     {
@@ -165,6 +169,7 @@ void CurlEngine::stop() {
     thread_.join();
     undelivered.swap(undelivered_);
   }
+  // Without a lock: the pool is shut down, so these run here, and may call this again.
   for (Job& job : undelivered) pool_.postOrRun(std::move(job));
 }
 
@@ -188,14 +193,14 @@ void CurlEngine::run() {
 }
 
 bool CurlEngine::step() {
-  Requests requests;
-  takeRequests(requests);
-  if (requests.stopping) return false;
+  if (takeRequests()) return false;
   admit();
+  // What is admitted now starts in this round; what ends in it makes room for the next.
   int running = 0;
   CURLMcode code = curl_multi_perform(multi_.get(), &running);
   collectEnded();
   endStalled();
+  // Then there is work already: waiting would leave it until a socket moves.
   const bool canAdmit =
       !waiting_.empty() && active_.size() < common_.configuration.maxActiveTransfers;
   if (code == CURLM_OK && !canAdmit) {
@@ -209,8 +214,12 @@ bool CurlEngine::step() {
   return true;
 }
 
-void CurlEngine::takeRequests(Requests& requests) {
+/// Whether the engine is to stop. What was taken is gone on return: while the thread waits for the
+/// next request, nobody but the caller may hold the body of one that was cancelled.
+bool CurlEngine::takeRequests() {
+  Requests requests;
   {
+    // Only swapped under the lock: whoever sends waits for nothing that happens below.
     const MutexLock lock(mutex_);
     std::swap(requests, requests_);
     requests_.stopping = requests.stopping;
@@ -220,12 +229,13 @@ void CurlEngine::takeRequests(Requests& requests) {
     // One that has completed is no longer among the active ones; one that waits is skipped when its
     // turn comes.
     if (transfer->handle() != nullptr) {
-      transfer->giveUpConnection();
+      transfer->giveUpConnection();  // while it has its handle
       endActive(transfer->handle(), transfer->cancelledError());
     } else if (!transfer->isCompleted()) {
       complete(*transfer, {std::nullopt, transfer->cancelledError()});
     }
   }
+  return requests.stopping;
 }
 
 void CurlEngine::admit() {
@@ -262,6 +272,7 @@ void CurlEngine::collectEnded() {
   int remaining = 0;
   while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &remaining)) {
     if (message->msg != CURLMSG_DONE) continue;
+    // Copied: libcurl frees the message with the handle's removal.
     const CURLcode code = message->data.result;
     const auto found = active_.find(message->easy_handle);
     if (found == active_.end()) continue;
@@ -272,6 +283,8 @@ void CurlEngine::collectEnded() {
     const bool goesOn = ended.transfer->goesOnAfter(code);
     ended.transfer->release();
     keepHandle(std::move(ended.easy));
+    // A redirect goes on with a handle that is like new, so that it takes nothing of the exchange
+    // before with it, credentials above all. It keeps its place among the active ones.
     if (goesOn) {
       begin(std::move(ended.transfer), takeHandle());
     } else {
@@ -284,6 +297,7 @@ void CurlEngine::endStalled() {
   const auto now = Clock::now();
   if (now < nextStallCheck_) return;
   shortestStall_ = tuning::kStallTimeout;
+  // Collected first: ending one changes the map that is walked through.
   std::vector<std::pair<CURL*, ErrorPtr>> stalled;
   for (const auto& [easy, active] : active_) {
     shortestStall_ = std::min(shortestStall_, active.transfer->stallTimeout());
@@ -294,8 +308,7 @@ void CurlEngine::endStalled() {
 }
 
 void CurlEngine::endAll(const ErrorPtr& error) {
-  Requests requests;
-  takeRequests(requests);
+  (void)takeRequests();
   while (!active_.empty()) endActive(active_.begin()->first, error);
   for (const TransferPtr& transfer : std::exchange(waiting_, {})) {
     complete(*transfer, {std::nullopt, error});
@@ -316,7 +329,9 @@ void CurlEngine::endActive(CURL* easy, const ErrorPtr& error) {
   const auto found = active_.find(easy);
   Active ended = std::move(found->second);
   active_.erase(found);
-  static_cast<void>(curl_multi_remove_handle(multi_.get(), easy));  // it is attached
+  // It is attached, so this cannot fail. In the middle of an exchange libcurl closes the connection
+  // with it (over HTTP/2, the stream).
+  static_cast<void>(curl_multi_remove_handle(multi_.get(), easy));
   ended.transfer->release();
   keepHandle(std::move(ended.easy));
   complete(*ended.transfer, {std::nullopt, error});

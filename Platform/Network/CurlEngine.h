@@ -58,7 +58,7 @@ class CurlEngine {
   // On the I/O thread.
   void run();
   [[nodiscard]] bool step();
-  void takeRequests(Requests& requests);
+  bool takeRequests();
   void admit();
   void begin(TransferPtr transfer, CurlEasy easy);
   void collectEnded();

@@ -58,6 +58,8 @@ int CurlSockets::onOpen(void* self, curl_socket_t socket, curlsocktype /*purpose
   return CURL_SOCKOPT_OK;
 }
 
+/// libcurl tells ports, no sockets, when it begins to use a connection. One that was closed and
+/// whose number is taken again is found by its new ports or not at all.
 curl_socket_t CurlSockets::find(int localPort, int remotePort) noexcept {
   const auto found = std::find_if(sockets_.begin(), sockets_.end(), [&](curl_socket_t socket) {
     return portOf(socket, ::getsockname) == localPort &&
@@ -93,6 +95,7 @@ std::uint64_t CurlMovement::moved(CURL* easy) const noexcept {
 
 bool CurlMovement::hasStalled(CURL* easy, Clock::time_point now,
                               std::chrono::milliseconds stallTimeout) noexcept {
+  // 0 until the request may go out: before that the connection's own time-out counts.
   curl_off_t beforeTransfer = 0;
   static_cast<void>(curl_easy_getinfo(easy, CURLINFO_PRETRANSFER_TIME_T, &beforeTransfer));
   const std::uint64_t total = moved(easy);

@@ -53,6 +53,7 @@ CURLcode adjustTls(CURL* /*easy*/, void* context, void* path) {
 }
 
 void setSecurity(CurlOptions& options, const NetworkConfiguration& configuration) {
+  // libcurl speaks others too, "file" among them.
   options.set(CURLOPT_PROTOCOLS_STR, "http,https");
   options.set(CURLOPT_SSL_VERIFYPEER, 1L);
   options.set(CURLOPT_SSL_VERIFYHOST, 2L);
@@ -65,11 +66,13 @@ void setSecurity(CurlOptions& options, const NetworkConfiguration& configuration
   // An empty proxy also shuts out the one that the environment names.
   options.set(CURLOPT_PROXY, "");
   options.set(CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
+  // Redirects are followed here, where it is known which headers carry credentials.
   options.set(CURLOPT_FOLLOWLOCATION, 0L);
 }
 
 void setConnection(CurlOptions& options, std::chrono::milliseconds connectTimeout, bool isHttps,
                    std::size_t bufferSize) {
+  // Signals belong to the application.
   options.set(CURLOPT_NOSIGNAL, 1L);
   // Ending a transfer must not wait for a name server that does not answer.
   options.set(CURLOPT_QUICK_EXIT, 1L);
@@ -116,7 +119,6 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       limits_(request.limits),
       connectTimeout_(request.connectTimeout),
       stallTimeout_(request.stallTimeout),
-      firstHost_(url.host()),
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       completion_(std::move(completion)),
@@ -158,6 +160,7 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   // No file: the empty name only starts the cookie engine.
   if (share == common.withCookies) options.set(CURLOPT_COOKIEFILE, "");
   options.set(CURLOPT_CURLU, url_.handle());
+  // A path may be signed, dots included.
   options.set(CURLOPT_PATH_AS_IS, 1L);
   options.set(CURLOPT_HTTPHEADER, headerList_.get());
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
@@ -166,6 +169,7 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   options.set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
   options.set(CURLOPT_WRITEDATA, this);
   if (body_) setBody(options, bufferSize);
+  // After the body, which makes a PUT of every request.
   options.set(CURLOPT_CUSTOMREQUEST, nameOf(method_));
   if (options.firstError() == CURLE_OK) return nullptr;
   return makeCurlError(options.firstError(), curl_easy_strerror(options.firstError()), safeUrl());
@@ -198,16 +202,8 @@ bool CurlTransfer::namesAnotherHost() const {
 }
 
 CURLSH* CurlTransfer::shareFor(const CurlCommon& common) const {
-  if (namesAnotherHost()) return common.withoutCookies;
-  switch (common.cookies->acceptPolicy()) {
-    case CookieAcceptPolicy::kAlways:
-      return common.withCookies;
-    case CookieAcceptPolicy::kNever:
-      return common.withoutCookies;
-    case CookieAcceptPolicy::kOnlyFromMainDocumentDomain:
-      return url_.host() == firstHost_ ? common.withCookies : common.withoutCookies;
-  }
-  return common.withoutCookies;
+  const bool accepts = common.cookies->acceptPolicy() == CookieAcceptPolicy::kAlways;
+  return accepts && !namesAnotherHost() ? common.withCookies : common.withoutCookies;
 }
 
 ErrorPtr CurlTransfer::buildHeaderList() {
@@ -249,6 +245,9 @@ int CurlTransfer::onConnected(void* self, char* /*remoteIp*/, char* /*localIp*/,
   });
 }
 
+/// Called for each line of the head, the status and the empty one too, of interim answers as well,
+/// and of trailers behind the body. Any other number than that of the bytes ends the exchange; so
+/// it is with `onBody`.
 std::size_t CurlTransfer::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
   const std::string_view line(bytes, size * count);
@@ -264,6 +263,7 @@ bool CurlTransfer::takeHeaderLine(std::string_view line) {
                                   "The server sends headers without end.", safeUrl());
     return false;
   }
+  // Trailers come behind a head that was accepted.
   return wasComplete || !head_.isComplete() || acceptHead();
 }
 
@@ -351,6 +351,7 @@ std::size_t CurlTransfer::onRead(char* buffer, std::size_t size, std::size_t cou
   });
 }
 
+/// libcurl goes back to the start where it sends a request again.
 int CurlTransfer::onSeek(void* self, curl_off_t offset, int origin) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
   const bool done =
@@ -360,6 +361,7 @@ int CurlTransfer::onSeek(void* self, curl_off_t offset, int origin) {
 
 bool CurlTransfer::goesOnAfter(CURLcode code) {
   const bool goesOn = guarded(failure_, false, [&] { return judge(code); });
+  // A failure that a callback found says more than the code that libcurl makes of it.
   if (failure_ != nullptr) end_ = {std::nullopt, std::move(failure_)};
   return goesOn;
 }

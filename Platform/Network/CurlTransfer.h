@@ -114,7 +114,6 @@ class CurlTransfer {
   const ResponseLimits limits_;
   const std::optional<std::chrono::milliseconds> connectTimeout_;  // as the request has them
   const std::optional<std::chrono::milliseconds> stallTimeout_;
-  const std::string firstHost_;
   std::vector<HttpHeader> headers_;  // at most one of them a Host, with a value
   std::optional<RequestBodyReader> body_;
   HttpCompletion completion_;

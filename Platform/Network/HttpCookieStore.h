@@ -10,8 +10,6 @@ enum class CookieAcceptPolicy : std::uint8_t {
   kAlways,
   /// Cookies are neither kept nor sent; those kept before stay, unused, until the policy changes.
   kNever,
-  /// Only those of the host that the request was made for, not of hosts that it was redirected to.
-  kOnlyFromMainDocumentDomain,
 };
 
 /// Rules the cookies that a transport keeps in memory, for as long as the transport lives and never

@@ -21,9 +21,7 @@ struct HttpHeader {
   std::string value;
 };
 
-/// Bytes of the body of an answer, by its status. An answer that announces more (Content-Length)
-/// ends with `HttpTransportError::kResponseTooLarge` before a byte of it is stored, one that sends
-/// more as soon as it does; its connection is closed, and nothing is kept. By default nothing is
+/// How long the body of an answer may be, in bytes, by the answer's status. By default nothing is
 /// limited.
 struct ResponseLimits {
   static constexpr std::uint64_t kUnlimited = std::numeric_limits<std::uint64_t>::max();
@@ -38,14 +36,15 @@ struct ResponseLimits {
   }
 };
 
-/// One request. The transport reads the body's pieces one after another, as they are needed.
+/// One request.
 struct HttpRequest {
   HttpMethod method = HttpMethod::kGet;
   /// http or https; sent as given, except that bytes which may not stand in a URL are
   /// percent-encoded.
   std::string url;
   std::vector<HttpHeader> headers;
-  /// Present and empty: a body of zero bytes. The length is always sent.
+  /// The body's pieces, read one after another as they are needed; one of a file is never held in
+  /// memory as a whole. Present and empty: a body of zero bytes. The length is always sent.
   std::optional<std::vector<Data>> body;
   /// Where a large response body spools to a nameless file; empty, or where none can be created
   /// there: the directory for temporary files.
@@ -70,46 +69,79 @@ struct HttpResponse {
 /// Either a response or an error.
 using HttpCompletion = std::function<void(std::optional<HttpResponse>, ErrorPtr)>;
 
-/// Ends one transfer early. Thread-safe.
+/// Ends one transfer early. Thread-safe, and may outlive the transfer and the transport: it keeps
+/// neither alive, nor the request, nor the completion.
 class HttpTransfer {
  public:
   virtual ~HttpTransfer() = default;
-  /// Stops the transfer: no byte is handed on any more, and its connection is closed at once,
-  /// unless other transfers use it. The completion follows with `HttpTransportError::kCancelled`,
-  /// unless it is on its way already; then, and at every later call, nothing happens. Returns
-  /// without waiting for any of that, and does not throw. May be called from anywhere, the
-  /// completion included.
+  /// Stops the transfer. It returns without waiting and does not throw, and may be called from
+  /// anywhere, the completion included.
+  ///
+  /// - No byte is handed on any more, and the connection is closed at once unless others use it.
+  /// - The completion follows with `HttpTransportError::kCancelled`. Where an end is on its way
+  ///   already, that one counts.
+  /// - After the completion, and at every later call, nothing happens.
   virtual void cancel() = 0;
 };
 
 /// Moves bytes over HTTP. A host that has its own stack implements this and installs it with
-/// `VRONetworkUtility::setTransport`.
+/// `VRONetworkUtility::setTransport`. Thread-safe.
 ///
-/// - An answer is a response, whatever its status. Errors are failures to connect and of TLS,
-///   time-outs, bodies cut short, a Content-Length that is no number or differs from another,
-///   answers beyond the request's limits, redirects that are not followed, and requests that are
-///   refused before a byte is sent (a URL that is not http(s); CR, LF or NUL in a header or URL).
+/// What every transport keeps to; tests/integration/HttpTransportContractTest.cpp checks it.
+///
+/// One end:
+/// - The completion of each request is called exactly once, whatever happens: an answer, a failure,
+///   a cancel, a shutdown.
+/// - It gets either an answer or an error, never both, never neither.
+///
+/// Threads:
+/// - The completion runs on a thread of the runtime's pool, with no lock held, and never inside
+///   `send` or `cancel`. Once that pool is shut down, it runs inside the call that ends the
+///   transfer, so that none is lost.
+/// - It may take long and may call anything, `send` and `cancel` too; other transfers go on
+///   meanwhile. Completions of different requests come in any order.
+///
+/// What may throw:
+/// - `send` throws only `std::bad_alloc`; then nothing was sent and the completion is not called.
+/// - `cancel` and `shutdown` do not throw. What a completion throws goes no further.
+///
+/// Lifetimes:
+/// - The request's body is held until the transfer has ended, the completion until it has been
+///   called; then they are destroyed. What `send` returned need not be kept.
+/// - The answer belongs to whoever gets it, and outlives the transport.
+///
+/// Answers and errors:
+/// - An answer is a response, whatever its status.
+/// - Errors are failures to connect and of TLS, time-outs, bodies cut short, a Content-Length that
+///   is no number or differs from another, answers beyond the request's limits, redirects that are
+///   not followed, and requests that are refused before a byte is sent (a URL that is not http(s);
+///   CR, LF or NUL in a header or URL).
+///
+/// What concerns the wire, for a transport that has one:
+/// - Bodies arrive as the server sent them, in full or not at all. A large one goes to a nameless
+///   file, of which a failed transfer leaves nothing: memory does not grow with the size of a body.
+/// - A request body that cannot be read to its end (its file shrank) ends the request with an
+///   error, and the server never takes it for whole.
+/// - An answer that announces more than its limit ends with `HttpTransportError::kResponseTooLarge`
+///   before a byte of it is stored, one that sends more as soon as it does; its connection is
+///   closed, and nothing is kept.
+/// - A POST is sent once. Where its connection breaks before the answer, that is an error, since
+///   nobody knows whether it was carried out. Other methods may be sent again.
 /// - Redirects (301, 302, 303, 307, 308) are followed for GET only, at most 10, never from https to
 ///   http; headers that carry a credential are dropped when scheme, host or port changes. One that
 ///   names no target is not followed either.
-/// - A POST is sent once. Where its connection breaks before the answer, that is an error, since
-///   nobody knows whether it was carried out. Other methods may be sent again.
 ///
-/// Thread-safe.
+/// `VRONetworkUtility` sees to it that a transport which breaks these rules costs one request its
+/// answer, and nothing else: see `sendGuarded`.
 class HttpTransport {
  public:
   virtual ~HttpTransport() = default;
 
   /// Starts a transfer and returns at once, what cancels it; never null.
-  ///
-  /// The completion is called exactly once, on a thread of the runtime's pool, with either an
-  /// answer or an error, with no lock held, also after `shutdown`, and never from inside this call.
-  /// It is destroyed afterwards, not kept; what it throws goes no further. Throws only where memory
-  /// runs out, and then nothing was sent. `VRONetworkUtility` sees to it that a transport which
-  /// breaks these rules costs one request its answer, and nothing else: see `sendGuarded`.
   virtual std::shared_ptr<HttpTransfer> send(HttpRequest request, HttpCompletion completion) = 0;
 
-  /// Ends every transfer with an error and refuses later ones with it.
+  /// Ends every transfer with an error and refuses later ones with it. May be called again, and
+  /// from a completion.
   virtual void shutdown() = 0;
 };
 

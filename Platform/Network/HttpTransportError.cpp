@@ -1,5 +1,7 @@
 #include "Platform/Network/HttpTransportError.h"
 
+#include "Platform/Network/TransportFailure.h"
+
 #include <fmt/format.h>
 
 #include <utility>
@@ -7,7 +9,40 @@
 namespace varo::platform {
 namespace {
 
+TransportFailure failureOf(HttpTransportError code) noexcept {
+  switch (code) {
+    case HttpTransportError::kInvalidUrl:
+      return TransportFailure::kInvalidUrl;
+    case HttpTransportError::kInvalidHeader:
+      return TransportFailure::kInvalidHeader;
+    case HttpTransportError::kInvalidBody:
+      return TransportFailure::kInvalidBody;
+    case HttpTransportError::kRedirectRefused:
+      return TransportFailure::kRedirectRefused;
+    case HttpTransportError::kTooManyRedirects:
+      return TransportFailure::kTooManyRedirects;
+    case HttpTransportError::kHeadersTooLarge:
+      return TransportFailure::kBadAnswer;
+    case HttpTransportError::kRequestBodyUnreadable:
+      return TransportFailure::kRequestBodyUnreadable;
+    case HttpTransportError::kResponseBodyNotStored:
+      return TransportFailure::kResponseBodyNotStored;
+    case HttpTransportError::kCancelled:
+      return TransportFailure::kCancelled;
+    case HttpTransportError::kShutDown:
+      return TransportFailure::kShutDown;
+    case HttpTransportError::kNoResources:
+      return TransportFailure::kNoResources;
+    case HttpTransportError::kResponseTooLarge:
+      return TransportFailure::kTooLarge;
+    case HttpTransportError::kNoAnswer:
+      break;  // no server's doing
+  }
+  return TransportFailure::kOther;
+}
+
 ErrorPtr make(HttpTransportError code, Dictionary userInfo, const std::string& url) {
+  userInfo.set(std::string(kTransportFailureKey), nameOf(failureOf(code)));
   if (!url.empty()) userInfo.set(std::string(kErrorUrlKey), url);
   return std::make_shared<Error>(std::string(kHttpTransportErrorDomain),
                                  static_cast<std::int64_t>(code), std::move(userInfo));

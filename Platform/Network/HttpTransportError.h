@@ -10,9 +10,9 @@ namespace varo::platform {
 
 /// Domain of the default transport's errors.
 ///
-/// Codes below 1000 are libcurl's (`CURLcode`): 6 name not resolved, 7 no connection, 18 body cut
-/// short, 28 timed out, 60 certificate not trusted. Codes from 1001 are `HttpTransportError`'s. The
-/// user information has the readable text, and under "url" the address without user name, password
+/// What has failed stands under `kTransportFailureKey`, whatever the library: ask for that. Codes
+/// below 1000 are libcurl's (`CURLcode`), those from 1001 are `HttpTransportError`'s. The user
+/// information also has the readable text, and under "url" the address without user name, password
 /// and secrets, where there is one.
 inline constexpr std::string_view kHttpTransportErrorDomain = "HttpTransport";
 /// Key of the user information: the address the error is about.
@@ -24,7 +24,7 @@ inline constexpr std::string_view kErrorStatusKey = "httpStatusCode";
 /// Key of the user information: the file or directory, where one is to blame.
 inline constexpr std::string_view kErrorPathKey = "path";
 
-/// Failures that the transport itself finds. Retrying helps only where a line says so.
+/// Failures that the transport itself finds. A repeat is worth it only where a line says so.
 enum class HttpTransportError : std::int64_t {
   /// The URL is not an http(s) URL, or has characters that are never allowed.
   kInvalidUrl = 1001,

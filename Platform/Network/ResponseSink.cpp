@@ -41,12 +41,6 @@ Result<std::shared_ptr<File>> createSpoolFile(const std::string& directory) {
 ResponseSink::ResponseSink(std::string spoolDirectory, std::size_t gatherSize)
     : spoolDirectory_(std::move(spoolDirectory)), gatherSize_(gatherSize) {}
 
-void ResponseSink::reset() {
-  buffer_.clear();
-  file_.reset();
-  spooled_ = 0;
-}
-
 Result<void> ResponseSink::expect(std::uint64_t size) {
   if (size > tuning::kSpoolThreshold) return startSpooling();
   buffer_.reserve(static_cast<std::size_t>(size));
@@ -96,8 +90,7 @@ Result<void> ResponseSink::write(std::string_view bytes) {
 Result<Data> ResponseSink::take() {
   if (file_ == nullptr) return Data::fromBytes(std::exchange(buffer_, {}));
   if (auto written = flush(); !written) return written.error();
-  Data body = Data::fromFileRegion(std::exchange(file_, nullptr), 0, spooled_);
-  reset();
+  Data body = Data::fromFileRegion(std::exchange(file_, nullptr), 0, std::exchange(spooled_, 0));
   return body;
 }
 

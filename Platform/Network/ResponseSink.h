@@ -20,9 +20,6 @@ class ResponseSink {
   /// write.
   ResponseSink(std::string spoolDirectory, std::size_t gatherSize);
 
-  /// Drops what was collected.
-  void reset();
-
   /// What the server says will come; a large body goes to a file from its first byte.
   [[nodiscard]] Result<void> expect(std::uint64_t size);
 

@@ -1,5 +1,6 @@
 #include "Platform/Network/UrlEncoding.h"
 
+#include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Value.h"
 
 #include <algorithm>
@@ -7,11 +8,6 @@
 
 namespace varo::platform {
 namespace {
-
-constexpr bool isUnreserved(char c) noexcept {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
-         c == '.' || c == '_' || c == '~';
-}
 
 constexpr bool isHexDigit(char c) noexcept {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
@@ -23,28 +19,7 @@ constexpr bool isForbiddenInUrl(char c) noexcept {
          std::string_view("\"<>\\^`{|}").find(c) != std::string_view::npos;
 }
 
-void appendEncoded(std::string& result, char c) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  const auto byte = static_cast<unsigned char>(c);
-  result += '%';
-  result += kDigits[byte >> 4U];
-  result += kDigits[byte & 0x0FU];
-}
-
 }  // namespace
-
-std::string percentEncode(std::string_view text, std::string_view alsoKept) {
-  std::string result;
-  result.reserve(text.size());
-  for (const char c : text) {
-    if (isUnreserved(c) || alsoKept.find(c) != std::string_view::npos) {
-      result += c;
-    } else {
-      appendEncoded(result, c);
-    }
-  }
-  return result;
-}
 
 std::string appendQuery(const std::string& url, const Dictionary& parameters) {
   const std::size_t fragment = std::min(url.find('#'), url.size());
@@ -70,7 +45,7 @@ std::string encodeForbiddenBytes(std::string_view url) {
     const bool isStrayPercent =
         url[i] == '%' && !(i + 2 < url.size() && isHexDigit(url[i + 1]) && isHexDigit(url[i + 2]));
     if (isStrayPercent || isForbiddenInUrl(url[i])) {
-      appendEncoded(result, url[i]);
+      result += percentEncode(url.substr(i, 1));
     } else {
       result += url[i];
     }

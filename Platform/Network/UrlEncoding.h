@@ -7,9 +7,6 @@
 
 namespace varo::platform {
 
-/// Percent-encodes every byte except RFC 3986's unreserved ones and those in `alsoKept`.
-[[nodiscard]] std::string percentEncode(std::string_view text, std::string_view alsoKept = {});
-
 /// `url` with the parameters appended to its query, before any fragment, in their order.
 ///
 /// Keys and values are encoded, "$" in keys stays ("$filter"); values go out in their text form,

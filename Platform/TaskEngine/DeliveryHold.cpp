@@ -9,6 +9,7 @@
 namespace varo::platform {
 namespace {
 
+// Of the thread: others go on delivering what they cause.
 thread_local std::size_t holds = 0;
 
 LinkedQueue<ThreadPool::Work>& heldBack() noexcept {
@@ -22,6 +23,7 @@ DeliveryHold::DeliveryHold() noexcept { ++holds; }
 
 DeliveryHold::~DeliveryHold() {
   if (--holds != 0) return;
+  // What a listener causes here is no longer held back, so this comes to an end.
   while (auto delivery = heldBack().pop()) {
     Runtime::shared().pool().postOrRun(std::move(delivery));
   }

@@ -57,7 +57,7 @@ void VSAbstractLoopingTask::takeStep(const std::shared_ptr<VSTask>& subtask, Tas
     setState(TaskState::Ended);
     return;
   }
-  delay_ = std::chrono::milliseconds(0);
+  delay_ = std::chrono::milliseconds(0);  // each pause is asked for anew
   transformInputContextForNextIteration();
   if (delay_.count() > 0) {
     sleepThenIterate(subtask);
@@ -67,6 +67,8 @@ void VSAbstractLoopingTask::takeStep(const std::shared_ptr<VSTask>& subtask, Tas
 }
 
 void VSAbstractLoopingTask::sleepThenIterate(const std::shared_ptr<VSTask>& subtask) {
+  // The timer's thread only hands over: an iteration may take long, and all timers share it. The
+  // function keeps the loop alive while nothing else does.
   auto wake = [self = self<VSAbstractLoopingTask>(), subtask](TimerQueue::Reason reason) {
     self->guarded([&] {
       ThreadPool::Job job = [self, subtask] { self->guarded([&] { self->iterate(subtask); }); };

@@ -4,15 +4,14 @@
 #include "Platform/Logging/VaroNativeFacade.h"
 #include "Platform/TaskEngine/DeliveryHold.h"
 #include "Platform/TaskEngine/EngineErrors.h"
-#include "Platform/TaskEngine/VSTaskChild.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <string_view>
 #include <utility>
 
 namespace varo::platform {
@@ -31,25 +30,12 @@ void logListenerFailure(const VSTask& task, std::string_view what) noexcept {
   }
 }
 
-bool mayChange(TaskState from, TaskState to) {
-  if (from == to) return false;
-  if (to == TaskState::NotStarted) return isFinal(from) || from == TaskState::Paused;
-  return !isFinal(from);
-}
-
-/// Compared by owner: locking the weak pointer could make this the listener's last owner, and its
-/// destructor would run under our lock.
-bool sameListener(const std::weak_ptr<TaskListener>& weak,
-                  const std::shared_ptr<TaskListener>& listener) {
-  return !weak.owner_before(listener) && !listener.owner_before(weak);
-}
-
 }  // namespace
 
 VSTask::VSTask() : VSTask(std::string()) {}
 
 VSTask::VSTask(std::string name)
-    : id_(nextId.fetch_add(1, std::memory_order_relaxed)), name_(std::move(name)), spare_(1) {
+    : id_(nextId.fetch_add(1, std::memory_order_relaxed)), name_(std::move(name)) {
   // Made here at the latest, where a failure reaches the task's creator.
   (void)outOfMemory();
   (void)Runtime::shared();
@@ -67,7 +53,7 @@ std::string VSTask::description() const {
 void VSTask::task(const std::shared_ptr<VSTask>& /*task*/, TaskState /*from*/, TaskState /*to*/,
                   const Dictionary& /*context*/) {}
 
-// States and notifications.
+// States.
 
 TaskState VSTask::state() const {
   const MutexLock lock(mutex_);
@@ -84,6 +70,9 @@ std::vector<ErrorPtr> VSTask::errors() const {
   for (const Value& error : recorded) errors.push_back(error.error());
   return errors;
 }
+
+// All of these change under the lock and schedule the delivery without it: after the runtime's
+// shutdown the listeners are called right there, on this thread, and may change the task.
 
 /// False in any state but NotStarted.
 bool VSTask::becomeStarted() noexcept {
@@ -129,7 +118,8 @@ void VSTask::change(TaskState to, Memory memory) {
     const MutexLock lock(mutex_);
     restarted = to == TaskState::NotStarted && mayChange(state_, to);
     if (restarted) {
-      keepSpareLocked();
+      // All that may throw comes before the state changes.
+      notifications_.keepSpare();
       std::swap(errors_, forgotten);
     }
     try {
@@ -145,6 +135,7 @@ void VSTask::change(TaskState to, Memory memory) {
 
 void VSTask::raiseError(ErrorPtr error) noexcept {
   try {
+    // First, so that the notification of the end has it.
     record({std::move(error)});
     change(TaskState::Errored, Memory::kNeeded);
   } catch (const std::bad_alloc&) {
@@ -161,6 +152,7 @@ void VSTask::record(const Array& errors) noexcept {
     for (const Value& error : errors) recorded.append(error);
     if (recorded.empty()) return;
     std::swap(errors_, recorded);
+    // Under the task's lock, so that errors raised at once stand in both in the same order.
     former = _errorContext.get(kTaskErrors);
     _errorContext.set(kTaskErrors, errors_);
   } catch (const std::bad_alloc&) {
@@ -188,7 +180,7 @@ void VSTask::raiseContextChangeEvent() noexcept {
     bool deliver = false;
     {
       const MutexLock lock(mutex_);
-      deliver = enqueueLocked(state_, state_, Memory::kNeeded);
+      deliver = notifyLocked(state_, state_, Memory::kNeeded);
     }
     if (deliver) scheduleDelivery();
   } catch (const std::bad_alloc&) {
@@ -199,38 +191,32 @@ void VSTask::raiseContextChangeEvent() noexcept {
 /// Where a task changes its own state. Whether a delivery is to be scheduled. As `change`.
 bool VSTask::changeStateLocked(TaskState to, Memory memory) {
   if (!mayChange(state_, to)) return false;
-  const bool deliver = enqueueLocked(state_, to, memory);
+  // First, since it may throw: then nothing has changed.
+  const bool deliver = notifyLocked(state_, to, memory);
   state_ = to;
   return deliver;
 }
 
-bool VSTask::enqueueLocked(TaskState from, TaskState to, Memory memory) {
-  const bool endsRun = from != to && isFinal(to) && runner_ != nullptr;
-  if (listeners_.empty() && !endsRun) return false;
-  std::list<Notification> added;
-  if (memory == Memory::kSpared) {
-    added.splice(added.begin(), spare_, spare_.begin());
-    added.front().context = outOfMemory().notification;
-  } else {
-    added.emplace_back();
-    if (!listeners_.empty()) {
-      Dictionary& context = added.front().context;
-      context.set(std::string(kTaskOutputContext), _outputContext.snapshot());
-      if (!errors_.empty()) context.set(std::string(kTaskErrors), errors_);
-    }
-  }
-  Notification& notification = added.front();
+/// Under the lock that the state changes under, so that notifications have the order of the
+/// changes.
+bool VSTask::notifyLocked(TaskState from, TaskState to, Memory memory) {
+  const bool endsRun = from != to && isFinal(to);
+  const bool hasListeners = notifications_.hasListeners();
+  TaskNotifications::Notification notification;
   notification.from = from;
   notification.to = to;
-  notification.number = ++lastNumber_;
-  notification.endedRun = endsRun ? run_ : kNoRun;
-  notifications_.splice(notifications_.end(), added);
-  return !std::exchange(delivering_, true);
-}
-
-/// Before a task that has come to its end runs anew.
-void VSTask::keepSpareLocked() {
-  if (spare_.empty()) spare_.emplace_back();
+  if (endsRun) notification.endedRun = runner_.current();
+  if (!hasListeners && notification.endedRun == TaskRunner::kNoRun) return false;
+  if (memory == Memory::kSpared) {
+    notification.context = outOfMemory().notification;
+    return notifications_.addSpare(std::move(notification));
+  }
+  if (hasListeners) {
+    Dictionary& context = notification.context;
+    context.set(std::string(kTaskOutputContext), _outputContext.snapshot());
+    if (!errors_.empty()) context.set(std::string(kTaskErrors), errors_);
+  }
+  return notifications_.add(std::move(notification));
 }
 
 void VSTask::scheduleDelivery() noexcept {
@@ -238,26 +224,25 @@ void VSTask::scheduleDelivery() noexcept {
   DeliveryHold::deliver(std::shared_ptr<ThreadPool::Work>(shared_from_this(), &delivery_));
 }
 
-/// Runs on one thread at a time (`delivering_`), which is what keeps the order.
+/// Runs on one thread at a time, which is what keeps the order.
 void VSTask::deliverAll() noexcept {
   while (true) {
-    std::list<Notification> next;
+    TaskNotifications::Taken next;
     {
       const MutexLock lock(mutex_);
-      if (notifications_.empty()) {
-        delivering_ = false;
-        return;
-      }
-      next.splice(next.begin(), notifications_, notifications_.begin());
+      next = notifications_.takeNext();
     }
+    if (next.empty()) return;
     deliver(next.front());
-    next.front() = {};
+    next.front() = {};  // its context goes before the lock is taken
     const MutexLock lock(mutex_);
-    if (spare_.empty()) spare_.splice(spare_.begin(), next);
+    notifications_.giveBack(next);
   }
 }
 
-void VSTask::deliver(const Notification& notification) noexcept {
+/// The lock is taken anew for each listener and held in none of their calls. The runner is told
+/// last: its step may run this task again, and its listeners have then heard of the former end.
+void VSTask::deliver(const TaskNotifications::Notification& notification) noexcept {
   std::uint64_t after = 0;
   while (const auto listener = nextListener(after, notification.number)) {
     try {
@@ -268,11 +253,12 @@ void VSTask::deliver(const Notification& notification) noexcept {
       logListenerFailure(*this, "an unknown exception");
     }
   }
-  if (notification.endedRun != kNoRun) {
+  if (notification.endedRun != TaskRunner::kNoRun) {
     reportEndToRunner(notification.endedRun, notification.to);
   }
 }
 
+/// Two levels, since what describes the failure of a step may run out of memory itself.
 void VSTask::guarded(const std::function<void()>& step) noexcept {
   try {
     try {
@@ -289,36 +275,21 @@ void VSTask::guarded(const std::function<void()>& step) noexcept {
   }
 }
 
-// Listeners.
-
 void VSTask::subscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) {
   if (listener == nullptr) return;
   const MutexLock lock(mutex_);
-  std::erase_if(listeners_, [](const Listener& other) { return other.listener.expired(); });
-  const bool isKnown = std::any_of(
-      listeners_.begin(), listeners_.end(),
-      [&listener](const Listener& other) { return sameListener(other.listener, listener); });
-  if (!isKnown) listeners_.push_back({listener, ++lastNumber_});
+  notifications_.subscribe(listener);
 }
 
 void VSTask::unsubscribeForTaskUpdates(const std::shared_ptr<TaskListener>& listener) noexcept {
   const MutexLock lock(mutex_);
-  std::erase_if(listeners_, [&listener](const Listener& other) {
-    return sameListener(other.listener, listener);
-  });
+  notifications_.unsubscribe(listener);
 }
 
-/// The first listener whose number is between the two, and `after` becomes its number; null when
-/// there is none.
 std::shared_ptr<TaskListener> VSTask::nextListener(std::uint64_t& after,
                                                    std::uint64_t before) const noexcept {
   const MutexLock lock(mutex_);
-  for (const Listener& entry : listeners_) {
-    if (entry.number <= after || entry.number > before) continue;
-    after = entry.number;
-    if (auto listener = entry.listener.lock()) return listener;
-  }
-  return nullptr;
+  return notifications_.nextListener(after, before);
 }
 
 }  // namespace varo::platform

@@ -5,55 +5,21 @@
 #include "Platform/Foundation/ThreadPool.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/Context.h"
+#include "Platform/TaskEngine/Subtasks.h"
+#include "Platform/TaskEngine/TaskListener.h"
+#include "Platform/TaskEngine/TaskNotifications.h"
+#include "Platform/TaskEngine/TaskRunner.h"
+#include "Platform/TaskEngine/TaskState.h"
 
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace varo::platform {
-
-class VSTask;
-
-/// Key of a notification's context under which the task's output context stands.
-inline constexpr std::string_view kTaskOutputContext = "OutputContext";
-/// Key under which the array of errors raised in the task or its subtasks stands, in a
-/// notification's context and in a task's error context.
-inline constexpr std::string_view kTaskErrors = "Errors";
-
-/// What a task is doing. The numbers are part of the platform's interface.
-enum class TaskState : std::uint32_t {
-  NotStarted = 0,
-  Started = 1,
-  Paused = 3,
-  Ended = 6,
-  Errored = 7,
-  Stopped = 8,
-};
-
-/// Whether a task in this state has come to its end: Ended, Errored or Stopped.
-[[nodiscard]] constexpr bool isFinal(TaskState state) noexcept {
-  return state == TaskState::Ended || state == TaskState::Errored || state == TaskState::Stopped;
-}
-
-/// Is told of a task's changes of state.
-class TaskListener {
- public:
-  virtual ~TaskListener() = default;
-
-  /// `task` went from one state to another, or raised a context change (then both are the same).
-  /// `context` is what it was at that moment: `kTaskOutputContext`, and `kTaskErrors` where there
-  /// are errors. The notifications of one task arrive one at a time and in order, on engine threads
-  /// (after the runtime's shutdown on the thread that changes the task), with no lock of ours held.
-  /// What it throws is logged and goes no further.
-  virtual void task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
-                    const Dictionary& context) = 0;
-};
 
 /// A unit of work with an input, an output and an error context, a state and listeners, which may
 /// hold subtasks.
@@ -181,18 +147,7 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   Context _errorContext;
 
  private:
-  struct Notification {
-    TaskState from = TaskState::NotStarted;
-    TaskState to = TaskState::NotStarted;
-    Dictionary context;
-    std::uint64_t number = 0;         // of `lastNumber_`: for the listeners that have a lower one
-    std::uint64_t endedRun = kNoRun;  // which run for a runner this ended, or `kNoRun`
-  };
-  struct Listener {
-    std::weak_ptr<TaskListener> listener;
-    std::uint64_t number;  // of `lastNumber_`
-  };
-  /// Delivers what waits in `notifications_`. In the pool once at a time (`delivering_`).
+  /// Delivers what waits. In the pool once at a time, since one delivery is under way at a time.
   class Delivery final : public ThreadPool::Work {
    public:
     explicit Delivery(VSTask& task) : task_(task) {}
@@ -203,52 +158,41 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   };
   /// What to do where there is no memory for a notification.
   enum class Memory { kNeeded, kSpared };
-  static constexpr std::uint64_t kNoRun = 0;
-  struct Child;
 
+  // States.
   void change(TaskState to, Memory memory);
   [[nodiscard]] bool changeStateLocked(TaskState to, Memory memory) VARO_REQUIRES(mutex_);
-  [[nodiscard]] bool enqueueLocked(TaskState from, TaskState to, Memory memory)
-      VARO_REQUIRES(mutex_);
-  void keepSpareLocked() VARO_REQUIRES(mutex_);
+  [[nodiscard]] bool becomeStarted() noexcept;
   void record(const Array& errors) noexcept;
   void failWithoutMemory() noexcept;
-  [[nodiscard]] std::shared_ptr<TaskListener> nextListener(std::uint64_t& after,
-                                                           std::uint64_t before) const noexcept;
-  [[nodiscard]] bool dependsOnLocked(const VSTask* dependent, const VSTask* task) const
+
+  // Notifications.
+  [[nodiscard]] bool notifyLocked(TaskState from, TaskState to, Memory memory)
       VARO_REQUIRES(mutex_);
-  [[nodiscard]] Child* childLocked(const VSTask* task) VARO_REQUIRES(mutex_);
   void scheduleDelivery() noexcept;
   void deliverAll() noexcept;
-  void deliver(const Notification& notification) noexcept;
-  [[nodiscard]] bool becomeStarted() noexcept;
+  void deliver(const TaskNotifications::Notification& notification) noexcept;
+  [[nodiscard]] std::shared_ptr<TaskListener> nextListener(std::uint64_t& after,
+                                                           std::uint64_t before) const noexcept;
+
+  // Runs of subtasks, as the parent and as the subtask.
+  void startFreeSubtasks();
+  void takeBack(const std::shared_ptr<VSTask>& subtask) noexcept;
   void beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input);
   void continueRunFor(std::shared_ptr<VSTask> runner);
   void reportEndToRunner(std::uint64_t run, TaskState state) noexcept;
-  void takeBack(const std::shared_ptr<VSTask>& subtask) noexcept;
-  void startFreeSubtasks();
 
   const std::int64_t id_;
   const std::string name_;
 
+  /// Never held while other code is called, nor together with another task's; a context's own may
+  /// be taken inside it.
   mutable Mutex mutex_;
   TaskState state_ VARO_GUARDED_BY(mutex_) = TaskState::NotStarted;
   Array errors_ VARO_GUARDED_BY(mutex_);
-  std::vector<Listener> listeners_ VARO_GUARDED_BY(mutex_);
-  /// At most a few states and, for a task that raises context changes, as many as its own flow
-  /// control lets it raise.
-  std::list<Notification> notifications_ VARO_GUARDED_BY(mutex_);
-  /// An empty notification, so that the end of a run can be told without memory. There is one in
-  /// every task that has not come to its end.
-  std::list<Notification> spare_ VARO_GUARDED_BY(mutex_);
-  /// Numbers notifications and subscriptions in their order.
-  std::uint64_t lastNumber_ VARO_GUARDED_BY(mutex_) = 0;
-  bool delivering_ VARO_GUARDED_BY(mutex_) = false;
-  std::vector<Child> children_ VARO_GUARDED_BY(mutex_);
-  /// The task that runs this one. Set while this one runs, so that it keeps its parent alive.
-  std::shared_ptr<VSTask> runner_ VARO_GUARDED_BY(mutex_);
-  /// Counts the runs for a runner, so that the late report of one is not taken for the next's.
-  std::uint64_t run_ VARO_GUARDED_BY(mutex_) = kNoRun;
+  TaskNotifications notifications_ VARO_GUARDED_BY(mutex_);
+  Subtasks subtasks_ VARO_GUARDED_BY(mutex_);
+  TaskRunner runner_ VARO_GUARDED_BY(mutex_);
   Delivery delivery_{*this};
 };
 

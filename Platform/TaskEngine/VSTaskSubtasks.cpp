@@ -2,9 +2,7 @@
 
 #include "Platform/TaskEngine/EngineErrors.h"
 #include "Platform/TaskEngine/VSTask.h"
-#include "Platform/TaskEngine/VSTaskChild.h"
 
-#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -13,20 +11,14 @@ namespace varo::platform {
 void VSTask::addSubtask(const std::shared_ptr<VSTask>& subtask) {
   if (subtask == nullptr) return;
   const MutexLock lock(mutex_);
-  children_.push_back(
-      {.identity = subtask.get(), .resting = subtask, .running = {}, .dependencies = {}});
+  subtasks_.add(subtask);
 }
 
 bool VSTask::addDependencyBetween(const std::shared_ptr<VSTask>& task1,
                                   const std::shared_ptr<VSTask>& andTask2, ErrorPtr* error) {
   {
     const MutexLock lock(mutex_);
-    Child* dependent = childLocked(andTask2.get());
-    if (dependent != nullptr && childLocked(task1.get()) != nullptr &&
-        !dependsOnLocked(task1.get(), andTask2.get())) {
-      dependent->dependencies.push_back(task1.get());
-      return true;
-    }
+    if (subtasks_.addDependency(task1.get(), andTask2.get())) return true;
   }
   if (error != nullptr) {
     *error = engineError(*this, kInvalidDependency,
@@ -35,69 +27,28 @@ bool VSTask::addDependencyBetween(const std::shared_ptr<VSTask>& task1,
   return false;
 }
 
-/// Whether `dependent` is `task`, or waits for it through any number of dependencies.
-bool VSTask::dependsOnLocked(const VSTask* dependent, const VSTask* task) const {
-  std::vector<const VSTask*> open{dependent};
-  for (std::size_t i = 0; i < open.size(); ++i) {
-    if (open[i] == task) return true;
-    for (const Child& child : children_) {
-      if (child.identity != open[i]) continue;
-      for (const VSTask* next : child.dependencies) {
-        if (std::find(open.begin(), open.end(), next) == open.end()) open.push_back(next);
-      }
-    }
-  }
-  return false;
-}
-
-VSTask::Child* VSTask::childLocked(const VSTask* task) {
-  const auto found = std::find_if(children_.begin(), children_.end(),
-                                  [task](const Child& child) { return child.identity == task; });
-  return found != children_.end() ? &*found : nullptr;
-}
-
 std::vector<std::shared_ptr<VSTask>> VSTask::restingSubtasks() const {
   const MutexLock lock(mutex_);
-  std::vector<std::shared_ptr<VSTask>> resting;
-  for (const Child& child : children_) {
-    if (child.resting != nullptr) resting.push_back(child.resting);
-  }
-  return resting;
+  return subtasks_.resting();
 }
 
 void VSTask::execute() {
   {
     const MutexLock lock(mutex_);
-    for (Child& child : children_) {
-      child.started = child.ended = false;
-      // Left over from a run of this task that ended before it did: it is run anew.
-      if (child.resting == nullptr) child.resting = child.running.lock();
-    }
+    subtasks_.beginRun();
   }
   startFreeSubtasks();
 }
 
 void VSTask::startFreeSubtasks() {
-  std::vector<std::pair<std::shared_ptr<VSTask>, std::vector<std::shared_ptr<VSTask>>>> free;
-  bool allEnded = true;
+  Subtasks::Next next;
   {
     const MutexLock lock(mutex_);
     // A pause is the subclass's business: what runs goes on here, and so does what it makes free.
     if (state_ != TaskState::Started && state_ != TaskState::Paused) return;
-    for (Child& child : children_) {
-      allEnded = allEnded && child.ended;
-      if (child.started) continue;
-      std::vector<std::shared_ptr<VSTask>> predecessors;
-      for (const VSTask* dependency : child.dependencies) {
-        const Child* predecessor = childLocked(dependency);
-        if (predecessor->ended) predecessors.push_back(predecessor->resting);
-      }
-      if (predecessors.size() < child.dependencies.size()) continue;
-      child.started = true;
-      free.emplace_back(child.resting, std::move(predecessors));
-    }
+    next = subtasks_.takeFree();
   }
-  for (const auto& [subtask, predecessors] : free) {
+  for (const auto& [subtask, predecessors] : next.free) {
     if (subtask == nullptr) {
       return raiseError(engineError(*this, kSubtaskGone, "A subtask was dropped while it ran"));
     }
@@ -105,33 +56,32 @@ void VSTask::startFreeSubtasks() {
     for (const auto& predecessor : predecessors) input.addEntries(predecessor->outputContext());
     runSubtask(subtask, std::move(input));
   }
-  if (allEnded) setState(TaskState::Ended);
+  // Also of a task without subtasks, which has nothing to wait for.
+  if (next.allEnded) setState(TaskState::Ended);
 }
 
 void VSTask::runSubtask(const std::shared_ptr<VSTask>& subtask, Dictionary input, Where where) {
+  // Before it is let go: from here on it keeps this task alive, and this one no longer keeps it.
   subtask->beginRunFor(shared_from_this(), std::move(input));
   {
     const MutexLock lock(mutex_);
-    if (Child* child = childLocked(subtask.get())) {
-      child->running = subtask;
-      child->resting.reset();
-    }
+    subtasks_.setRunning(subtask);
   }
   if (where == Where::kPool) return subtask->start();
   if (subtask->becomeStarted()) subtask->guarded([&subtask] { subtask->execute(); });
 }
 
 void VSTask::beginRunFor(std::shared_ptr<VSTask> runner, Dictionary input) {
-  Array forgotten;  // destroyed after the lock is released
+  Array forgotten;  // these two are destroyed after the lock is released
+  std::shared_ptr<VSTask> former;
   _inputContext.replace(std::move(input));
   _outputContext.replace({});
   _errorContext.replace({});
   const MutexLock lock(mutex_);
-  keepSpareLocked();
+  notifications_.keepSpare();
   std::swap(errors_, forgotten);
-  state_ = TaskState::NotStarted;
-  runner_.swap(runner);
-  ++run_;
+  state_ = TaskState::NotStarted;  // nobody is told: its parent, who runs it, knows
+  former = runner_.begin(std::move(runner));
 }
 
 void VSTask::resumeSubtask(const std::shared_ptr<VSTask>& subtask) {
@@ -139,26 +89,25 @@ void VSTask::resumeSubtask(const std::shared_ptr<VSTask>& subtask) {
 }
 
 void VSTask::continueRunFor(std::shared_ptr<VSTask> runner) {
+  std::shared_ptr<VSTask> former;  // destroyed after the lock is released
   bool deliver = false;
   {
     const MutexLock lock(mutex_);
     if (state_ != TaskState::Started) {
-      keepSpareLocked();
-      deliver = enqueueLocked(state_, TaskState::Started, Memory::kNeeded);
+      notifications_.keepSpare();
+      deliver = notifyLocked(state_, TaskState::Started, Memory::kNeeded);
       state_ = TaskState::Started;
     }
-    runner_.swap(runner);  // the parameter goes after the lock
-    ++run_;
+    former = runner_.begin(std::move(runner));
   }
   if (deliver) scheduleDelivery();
 }
 
 void VSTask::restSubtask(const std::shared_ptr<VSTask>& subtask) {
-  std::shared_ptr<VSTask> released;
+  std::shared_ptr<VSTask> released;  // after the lock
   {
     const MutexLock lock(subtask->mutex_);
-    released.swap(subtask->runner_);
-    ++subtask->run_;
+    released = subtask->runner_.begin(nullptr);
   }
   takeBack(subtask);
 }
@@ -167,17 +116,17 @@ void VSTask::reportEndToRunner(std::uint64_t run, TaskState state) noexcept {
   std::shared_ptr<VSTask> runner;
   {
     const MutexLock lock(mutex_);
-    if (run != run_) return;  // it has been started anew meanwhile
-    runner = std::exchange(runner_, nullptr);
+    runner = runner_.end(run);
   }
   if (runner == nullptr) return;
+  // First, so that the step may run this task again.
   runner->takeBack(shared_from_this());
   runner->guarded([&] { runner->subtaskFinished(shared_from_this(), state); });
 }
 
 void VSTask::takeBack(const std::shared_ptr<VSTask>& subtask) noexcept {
   const MutexLock lock(mutex_);
-  if (Child* child = childLocked(subtask.get())) child->resting = subtask;
+  subtasks_.setResting(subtask);
 }
 
 void VSTask::subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState state) {
@@ -185,7 +134,7 @@ void VSTask::subtaskFinished(const std::shared_ptr<VSTask>& subtask, TaskState s
   if (state != TaskState::Ended) return failWith(*subtask);
   {
     const MutexLock lock(mutex_);
-    if (Child* child = childLocked(subtask.get())) child->ended = true;
+    subtasks_.setEnded(subtask.get());
   }
   startFreeSubtasks();
 }

@@ -1,5 +1,6 @@
 // A disk that cannot keep what was written: no success is told, and no name stands for the file.
 
+#include "tests/support/BlobFixture.h"
 #include "tests/support/FileAdapterFixture.h"
 
 #include <atomic>
@@ -12,13 +13,19 @@ namespace {
 
 std::atomic<bool> isDiskFailing{false};
 
-}  // namespace
-
-extern "C" int fsync(int descriptor) {
-  if (!isDiskFailing) return static_cast<int>(::syscall(SYS_fsync, descriptor));
+/// Databases are on another disk.
+int syncUnlessFailing(long call, int descriptor) {
+  const auto path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
+  const bool isDatabase = path.string().find("WEBSQLDIRECTORY") != std::string::npos;
+  if (!isDiskFailing || isDatabase) return static_cast<int>(::syscall(call, descriptor));
   errno = EIO;
   return -1;
 }
+
+}  // namespace
+
+extern "C" int fsync(int descriptor) { return syncUnlessFailing(SYS_fsync, descriptor); }
+extern "C" int fdatasync(int descriptor) { return syncUnlessFailing(SYS_fdatasync, descriptor); }
 
 namespace varo::binary {
 namespace {
@@ -70,6 +77,30 @@ TEST_F(SyncFailureTest, DownloadFailsAndLeavesNoFile) {
   const std::string success = outcome();
   EXPECT_TRUE(success.starts_with("success ")) << success;
   EXPECT_EQ(fileCount(), 1U);
+}
+
+using BlobSyncFailureTest = test::BlobFixture;
+
+TEST_F(BlobSyncFailureTest, RowNeverSaysMoreThanTheDiskKeeps) {
+  const std::string paused = newBlob("paused");
+  transport_->hold();
+  start(paused);
+  release(1);
+  awaitHeld(1);
+  isDiskFailing = true;
+  manager_->pauseDownload(paused, {});
+  EXPECT_EQ(awaitNext().block, "start " + paused);
+  EXPECT_EQ(stateOf(paused), "103");
+  transport_->releaseAll();
+  const std::string id = newBlob("whole");
+  // The second time all of it is there, and nothing is asked for.
+  for (const bool isFailing : {true, true, false}) {
+    isDiskFailing = isFailing;
+    start(id);
+    EXPECT_EQ(awaitNext().error != nullptr, isFailing);
+    EXPECT_EQ(stateOf(id), isFailing ? "103" : "50");
+    EXPECT_EQ(transport_->requestCount(), 5U);
+  }
 }
 
 }  // namespace

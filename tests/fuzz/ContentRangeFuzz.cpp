@@ -1,4 +1,4 @@
-#include "Binary/Binary/DownloadTask/ContentRange.h"
+#include "Binary/Binary/Utils/ContentRange.h"
 
 #include <cstddef>
 #include <cstdint>

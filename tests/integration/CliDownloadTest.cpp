@@ -1,5 +1,5 @@
-#include "Sandbox/ExampleDatabase.h"
-#include "Sandbox/GeneratedBytes.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
+#include "Sandbox/Blobs/GeneratedBytes.h"
 #include "tests/support/Await.h"
 #include "tests/support/CliFixture.h"
 
@@ -68,7 +68,7 @@ class CliDownloadTest : public CliFixture {
                         {.stallAfter = 1000, .stallFor = std::chrono::milliseconds(-1)}});
   }
 
-  static std::string secret() { return sandbox::ObjectStoreOptions().secretKey; }
+  static std::string secret() { return sandbox::SignedStoreOptions().secretKey; }
   /// The command that gets an object, with the secret among its parameters.
   Words get(const std::string& object, const std::string& key, const Words& more = {}) {
     const std::string store = sandbox().storeUrl();

@@ -1,136 +1,30 @@
-#include "Sandbox/GeneratedBytes.h"
-#include "Sandbox/SandboxServer.h"
+#include "Sandbox/Blobs/GeneratedBytes.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/Files.h"
-#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/SandboxFixture.h"
 
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <httplib.h>
 #include <openssl/evp.h>
-
-#include <memory>
 
 namespace varo::sandbox {
 namespace {
 
 namespace json = boost::json;
-using test::sampleBytes;
 using testing::ElementsAreArray;
 using testing::StartsWith;
 
-constexpr const char* kOctets = "application/octet-stream";
-constexpr const char* kJson = "application/json";
-
-std::string percentEncoded(const std::string& text) {
-  constexpr const char* kDigits = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    encoded += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
-  }
-  return encoded;
-}
-
-std::string pathOf(const std::string& url) {
-  return url.substr(url.find('/', std::string("http://").size()));
-}
-
-/// The JSON answer; an object with "failed" when there is none.
-json::object object(const httplib::Result& result) {
-  json::error_code error;
-  json::value value = result ? json::parse(result->body, error) : json::value();
-  if (error || !value.is_object()) return {{"failed", result ? result->body : "no answer"}};
-  return value.get_object();
-}
-
-std::int64_t opstatus(const httplib::Result& result) {
-  const json::object answer = object(result);
-  const json::value* value = answer.if_contains("opstatus");
-  return value != nullptr && value->is_int64() ? value->get_int64() : -1;
-}
-
-struct Upload {
-  std::string id, path;
-};
-
-class SandboxTest : public testing::Test {
- protected:
-  void SetUp() override {
-    SandboxOptions options;
-    options.dataDirectory = directory_;
-    server_ = std::make_unique<SandboxServer>(options);
-    const auto error = server_->start();
-    ASSERT_FALSE(error.has_value()) << error->message;
-    const std::string url = server_->url();
-    base_ = pathOf(url);
-    origin_ = url.substr(0, url.size() - base_.size());
-    files_ = base_ + "/objects/File";
-  }
-
-  [[nodiscard]] httplib::Client client() const {
-    httplib::Client http(origin_);
-    http.set_keep_alive(true);
-    http.set_tcp_nodelay(true);
-    http.set_read_timeout(20);
-    return http;
-  }
-
-  Upload create(const json::object& metadata) {
-    const auto answer = object(client().Post(files_, json::serialize(metadata), kJson));
-    const json::value form = json::parse(answer.at("upload_template").as_string());
-    EXPECT_EQ(form.at("domain"), "#middlewaredomain");
-    return {std::string(answer.at("file_id").as_string()),
-            "/services" + std::string(form.at("relativepath").as_string())};
-  }
-
-  httplib::Result commit(const std::string& id) {
-    const json::object body{{"file_id", id}, {"commit_properties", "{}"}};
-    return client().Put(files_, {{"X-HTTP-Method-Override", "PATCH"}}, json::serialize(body),
-                        kJson);
-  }
-
-  std::string storedFile(const std::string& bytes,
-                         const json::object& metadata = {{"file_name", "a"}}) {
-    const Upload upload = create(metadata);
-    EXPECT_EQ(opstatus(client().Put(upload.path + "?chunk_sequence=1", bytes, kOctets)), 0);
-    EXPECT_EQ(opstatus(commit(upload.id)), 0);
-    return upload.id;
-  }
-
-  json::array list() {
-    const auto answer = object(client().Get(files_ + "?$filter="));
-    EXPECT_EQ(answer.at("opstatus"), 0) << json::serialize(answer);
-    return answer.contains("records") ? answer.at("records").as_array() : json::array();
-  }
-
-  [[nodiscard]] std::string bytesPath(const std::string& id) const {
-    return base_ + "/bytes/" + id + "?type=bytes";
-  }
-
-  const test::TemporaryDirectory temporary_;
-  const std::string& directory_ = temporary_.path();
-  std::unique_ptr<SandboxServer> server_;
-  std::string origin_, base_, files_;
-};
-
 /// Sends `text` as it is and returns all that comes back until the server closes.
 std::string rawExchange(const std::string& origin, const std::string& text) {
-  boost::asio::ip::tcp::iostream stream("127.0.0.1", origin.substr(origin.rfind(':') + 1));
-  EXPECT_TRUE(stream << text << std::flush);
-  boost::system::error_code ignored;
-  stream.socket().shutdown(boost::asio::socket_base::shutdown_send, ignored);
-  return {std::istreambuf_iterator<char>(stream), {}};
+  test::RawConnection connection(origin);
+  EXPECT_TRUE(connection.send(text));
+  connection.endSending();
+  return connection.receive();
 }
 
 TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
   constexpr std::size_t kChunk = 1000;
   const std::string bytes = sampleBytes(2 * kChunk + 500);
   const Upload upload = create({{"file_name", "a"}, {"file_size", bytes.size()}});
-  auto http = client();
   const auto send = [&](const std::string& sequence, const std::string& piece) {
-    return opstatus(http.Put(upload.path + "?chunk_sequence=" + sequence, piece, kOctets));
+    return opstatus(httpRequest("PUT", upload.url + "?chunk_sequence=" + sequence, piece));
   };
   EXPECT_EQ(opstatus(commit(upload.id)), 8005);
   EXPECT_EQ(send("2", "x"), 8006);
@@ -145,10 +39,10 @@ TEST_F(SandboxTest, WrongChunksAreRefusedAndTheUploadGoesOn) {
   EXPECT_EQ(opstatus(commit(upload.id)), 8007);
   EXPECT_EQ(send("3", bytes), 0) << "everything once more";
   EXPECT_EQ(send("4", "x"), 8006) << "the short one was the last";
-  EXPECT_EQ(opstatus(http.Post(upload.path, "x", kOctets)), 8013);
+  EXPECT_EQ(opstatus(httpRequest("POST", upload.url, "x")), 8013);
   EXPECT_EQ(opstatus(commit(upload.id)), 0);
   EXPECT_EQ(send("3", bytes.substr(2 * kChunk)), 8005);
-  EXPECT_EQ(http.Get(bytesPath(upload.id))->body, bytes);
+  EXPECT_EQ(ask("GET", bytesPath(upload.id)).body, bytes);
 }
 
 // Also with what two readers could read differently, such as where a body ends.
@@ -179,21 +73,21 @@ TEST_F(SandboxTest, HostileRequestsAreAnsweredAndHarmNobody) {
       {"\r\n\r\nGET /control/nothing HTTP/1.1\r\n\r\n", "404"},
   };
   for (const auto& c : kCases) {
-    EXPECT_THAT(rawExchange(origin_, c.request), StartsWith("HTTP/1.1 " + c.status))
+    EXPECT_THAT(rawExchange(base_.origin, c.request), StartsWith("HTTP/1.1 " + c.status))
         << c.request.substr(0, 100);
   }
   EXPECT_EQ(list().size(), 1u);
-  EXPECT_EQ(client().Get(bytesPath(id))->body, "safe");
+  EXPECT_EQ(ask("GET", bytesPath(id)).body, "safe");
 }
 
 /// What a client reads in an answer to a poll, in one line.
-std::string told(const httplib::Result& result) {
+std::string told(const HttpAnswer& result) {
   const json::object answer = object(result);
   if (const json::value* status = answer.if_contains("poll_status")) {
     return json::serialize(*status);
   }
-  const std::string http = result ? std::to_string(result->status) + " " : "";
-  if (!answer.contains("opstatus")) return http + result->body;
+  const std::string http = std::to_string(result.status) + " ";
+  if (!answer.contains("opstatus")) return http + result.body;
   return http + json::serialize(answer.at("opstatus"));
 }
 
@@ -202,7 +96,7 @@ TEST_F(SandboxTest, EveryKindOfDeleteTellsItsPollsWhatItShouldAndRemovesTheFileI
   const std::string yes = R"("true")";
   const std::string no = R"("false")";
   const auto eraseId = [this](const std::string& id) {
-    return client().Delete(files_ + "?$filter=" + percentEncoded("file_id eq '" + id + "'"));
+    return ask("DELETE", files_ + "?$filter=" + percentEncode("file_id eq '" + id + "'"));
   };
   const auto bytesAreGone = [this] {
     return std::filesystem::is_empty(directory_ + "/files") &&
@@ -225,10 +119,9 @@ TEST_F(SandboxTest, EveryKindOfDeleteTellsItsPollsWhatItShouldAndRemovesTheFileI
     SCOPED_TRACE(c.kind);
     const std::string id = storedFile("x", {{"file_name", "a"}, {"sandbox_delete", c.kind}});
     const auto answer = eraseId(id);
-    ASSERT_TRUE(answer);
-    ASSERT_EQ(opstatus(answer), 0) << answer->body;
-    EXPECT_EQ(answer->status, 202);
-    EXPECT_EQ(object(answer).at("httpStatusCode"), answer->status);
+    ASSERT_EQ(opstatus(answer), 0) << answer.body;
+    EXPECT_EQ(answer.status, 202);
+    EXPECT_EQ(object(answer).at("httpStatusCode"), answer.status);
     const std::string poll = "/services" + std::string(object(answer).at("poll_api").as_string());
     std::vector<std::string> polls;
     while (polls.size() < c.polls.size()) {
@@ -236,15 +129,14 @@ TEST_F(SandboxTest, EveryKindOfDeleteTellsItsPollsWhatItShouldAndRemovesTheFileI
         EXPECT_FALSE(list().empty()) << "gone too early";
       }
       // The way a client does: behind "services" of the URL that it knows.
-      polls.push_back(told(client().Get(poll)));
+      polls.push_back(told(ask("GET", poll)));
     }
     EXPECT_THAT(polls, ElementsAreArray(c.polls));
     EXPECT_EQ(list().empty(), c.gone);
     EXPECT_EQ(bytesAreGone(), c.gone);
     if (!c.gone) {
-      client().Put(files_, json::serialize(json::object{{"file_id", id}, {"sandbox_delete", {}}}),
-                   kJson);
-      EXPECT_EQ(eraseId(id)->status, 200) << "the wish was taken back";
+      ask("PUT", files_, json::serialize(json::object{{"file_id", id}, {"sandbox_delete", {}}}));
+      EXPECT_EQ(eraseId(id).status, 200) << "the wish was taken back";
     }
   }
 }
@@ -300,7 +192,7 @@ TEST_F(SandboxStoreTest, AnotherClientMovesObjectsUnderKeysOfAllShapes) {
     EXPECT_EQ(put(path, hello, hash), "200|") << key;
     EXPECT_EQ(put(path, "other bytes!", hash).substr(0, 3), "400") << "not what was signed";
     // As the service gives it, which asks for no signature.
-    EXPECT_EQ(client().Get("/services/online/objects/" + percentEncoded(key))->body, hello) << key;
+    EXPECT_EQ(ask("GET", "/services/online/objects/" + percentEncode(key)).body, hello) << key;
   }
   const std::filesystem::directory_iterator all(directory_ + "/store");
   EXPECT_EQ(std::distance(begin(all), end(all)), std::ssize(kCases)) << "and nothing elsewhere";
@@ -326,18 +218,17 @@ std::string base64Answer(const std::string& bytes) {
 
 /// What came, in one line: the status, some headers, and the body, as place and length in `all`
 /// where it is a part of that.
-std::string seen(const httplib::Result& answer, const std::string& all) {
-  if (!answer) return "no answer";
-  std::string line = std::to_string(answer->status);
+std::string seen(const HttpAnswer& answer, const std::string& all) {
+  std::string line = std::to_string(answer.status);
   for (const char* name : {"Content-Range", "ETag", "X-Pelmar-Device-Log-Level"}) {
-    if (answer->has_header(name)) line += "|" + answer->get_header_value(name);
+    if (!answer.header(name).empty()) line += "|" + answer.header(name);
   }
-  const std::size_t from = all.find(answer->body);
-  if (answer->body.empty()) return line + "|nothing";
+  const std::size_t from = all.find(answer.body);
+  if (answer.body.empty()) return line + "|nothing";
   if (from != std::string::npos) {
-    return line + "|" + std::to_string(from) + "+" + std::to_string(answer->body.size());
+    return line + "|" + std::to_string(from) + "+" + std::to_string(answer.body.size());
   }
-  return line + "|" + (answer->get_header_value("Content-Type") == kJson ? answer->body : "other");
+  return line + "|" + (answer.header("Content-Type") == "application/json" ? answer.body : "other");
 }
 
 using Mode = BlobObject::Mode;
@@ -352,11 +243,11 @@ class SandboxBlobTest : public SandboxTest {
   }
 
   /// As a client asks: nothing between the base URL and the scope.
-  httplib::Result get(const httplib::Headers& headers = {}) {
-    const std::string path = pathOf(server_->blobUrl()) + "HR/employees/binary";
-    return client().Get(path + "?id=1&branch=north&type=bytes&clientid=c", headers);
+  HttpAnswer get(const test::HttpHeaders& headers = {}) {
+    const std::string target = "HR/employees/binary?id=1&branch=north&type=bytes&clientid=c";
+    return httpRequest("GET", server_->blobUrl() + target, {}, headers);
   }
-  httplib::Result range(const std::string& value) { return get({{"Range", "bytes=" + value}}); }
+  HttpAnswer range(const std::string& value) { return get({{"Range", "bytes=" + value}}); }
 };
 
 TEST_F(SandboxBlobTest, EveryModeAnswersEveryRangeAsItShould) {
@@ -384,7 +275,7 @@ TEST_F(SandboxBlobTest, EveryModeAnswersEveryRangeAsItShould) {
   // Several pieces, of a length that no block divides.
   const std::string large = generated(7, 3'000'001);
   put(large.size(), Mode::kBase64);
-  EXPECT_TRUE(get()->body == base64Answer(large));
+  EXPECT_TRUE(get().body == base64Answer(large));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "tests/support/OfflineFixture.h"
 #include "tests/support/RangedObject.h"
 
@@ -64,10 +65,8 @@ class BlobFixture : public OfflineFixture {
     std::filesystem::create_directories(path.parent_path());
     std::filesystem::remove(path);
     SQLite::Database(path.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
-        .exec(
-            "CREATE TABLE album (pk TEXT PRIMARY KEY, blobref_photo TEXT);"
-            "CREATE TABLE varosyncBLOBSTOREMANAGER (id INTEGER PRIMARY KEY, localPath, tableName,"
-            " columnName, type, state, status, retry, size)");
+        .exec(std::string("CREATE TABLE album (pk TEXT PRIMARY KEY, blobref_photo TEXT);") +
+              binary::blobs::kCreateTable);
   }
   void sql(const std::string& statements) const {
     SQLite::Database(databasePath(), SQLite::OPEN_READWRITE, 5000).exec(statements);

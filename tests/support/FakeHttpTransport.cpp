@@ -15,7 +15,6 @@ using namespace platform;
 
 constexpr std::string_view kDomain = "FakeHttpTransport";
 constexpr std::int64_t kNoAnswerScripted = 1;
-constexpr std::int64_t kShutDown = 3;
 /// Pieces larger than this are not read out.
 constexpr std::uint64_t kLargestRecordedBody = std::uint64_t{256} * 1024 * 1024;
 
@@ -27,6 +26,10 @@ std::optional<std::string> readOut(const std::optional<std::vector<Data>>& piece
     bytes += read ? *read : "<unreadable: " + read.error()->description() + ">";
   }
   return bytes;
+}
+
+ErrorPtr shutDownError() {
+  return makeTransportError(HttpTransportError::kShutDown, "The transport is shut down.");
 }
 
 }  // namespace
@@ -105,6 +108,11 @@ void FakeHttpTransport::setHandler(Handler handler) {
   handler_ = std::move(handler);
 }
 
+void FakeHttpTransport::forget() {
+  const MutexLock lock(mutex_);
+  forgets_ = true;
+}
+
 void FakeHttpTransport::hold() {
   const MutexLock lock(mutex_);
   holding_ = true;
@@ -171,9 +179,9 @@ std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest requ
   Handler handler;
   {
     const MutexLock lock(mutex_);
-    requests_.push_back(record);
+    if (!forgets_) requests_.push_back(record);
     if (shutDown_) {
-      end = failWith(kShutDown, "The transport is shut down.");
+      end = {std::nullopt, shutDownError()};
     } else if (!script_.empty()) {
       end = std::move(script_.front());
       script_.pop_front();
@@ -188,7 +196,8 @@ std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest requ
                                              std::move(end), std::move(completion));
   {
     const MutexLock lock(mutex_);
-    if (holding_ && !shutDown_) {
+    const bool isHeld = holding_ || transfer->answer.end == ScriptedEnd::kHeld;
+    if (isHeld && !shutDown_) {
       held_.push_back(transfer);
       return transfer;
     }
@@ -205,7 +214,7 @@ void FakeHttpTransport::shutdown() {
     held.swap(held_);
   }
   for (const TransferPtr& transfer : held) {
-    transfer->completeOnPool(failWith(kShutDown, "The transport is shut down."));
+    transfer->completeOnPool({std::nullopt, shutDownError()});
   }
 }
 

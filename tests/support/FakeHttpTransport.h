@@ -33,10 +33,11 @@ struct RecordedRequest {
   [[nodiscard]] std::optional<std::string> header(std::string_view name) const;
 };
 
-/// How a transport ends a request. All but the first break its contract, as an application's own
-/// transport may.
+/// How a transport ends a request. All but the first two break its contract, as an application's
+/// own transport may.
 enum class ScriptedEnd : std::uint8_t {
   kOnce,
+  kHeld,     // kept back as while `hold` is on
   kTwice,    // calls the completion a second time
   kDropped,  // destroys the completion without calling it
   kThrows,   // from inside `send`, before anything else
@@ -60,6 +61,11 @@ struct ScriptedAnswer {
   answer.end = ScriptedEnd::kTwice;
   return answer;
 }
+/// Nothing until the transfer is released, cancelled or shut down.
+[[nodiscard]] inline ScriptedAnswer holdBack(ScriptedAnswer answer) {
+  answer.end = ScriptedEnd::kHeld;
+  return answer;
+}
 [[nodiscard]] inline ScriptedAnswer dropCompletion() { return {{}, {}, ScriptedEnd::kDropped}; }
 /// `send` throws a `std::runtime_error` that says "scripted".
 [[nodiscard]] inline ScriptedAnswer throwFromSend() { return {{}, {}, ScriptedEnd::kThrows}; }
@@ -81,6 +87,9 @@ class FakeHttpTransport final : public platform::HttpTransport,
   void answer(ScriptedAnswer answer);
   /// Answers what the script does not. Called on the thread that sends.
   void setHandler(Handler handler);
+
+  /// Keeps no record of requests from now on: for benchmarks, which measure memory.
+  void forget();
 
   /// Keeps completions back from now on.
   void hold();
@@ -112,6 +121,7 @@ class FakeHttpTransport final : public platform::HttpTransport,
   std::vector<RecordedRequest> requests_ VARO_GUARDED_BY(mutex_);
   std::deque<TransferPtr> held_ VARO_GUARDED_BY(mutex_);
   std::vector<std::string> cancelled_ VARO_GUARDED_BY(mutex_);
+  bool forgets_ VARO_GUARDED_BY(mutex_) = false;
   bool holding_ VARO_GUARDED_BY(mutex_) = false;
   bool shutDown_ VARO_GUARDED_BY(mutex_) = false;
 };

@@ -5,6 +5,7 @@
 #include "Platform/Foundation/TimerQueue.h"
 #include "Platform/Network/CurlHttpTransport.h"
 #include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/TransportFailure.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -28,6 +29,10 @@ struct Outcome {
 
   /// 0 for a response.
   [[nodiscard]] std::int64_t errorCode() const { return error == nullptr ? 0 : error->code(); }
+  /// The name of the `TransportFailure`; empty for a response.
+  [[nodiscard]] std::string failure() const {
+    return error == nullptr ? "" : error->userInfo()[platform::kTransportFailureKey].textValue();
+  }
   [[nodiscard]] int status() const { return response ? response->status : 0; }
   /// None where the response has no body.
   [[nodiscard]] std::optional<std::string> body() const {

@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
-#include "Platform/Foundation/Base64.h"
+#include "tests/support/Base64.h"
 #include "tests/support/FileAdapterFixture.h"
 #include "tests/support/RecordingLog.h"
 
@@ -139,7 +139,7 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
   const Case cases[] = {
       {"raw", large, largeData, 0, {}, true, false, {kMiB, kMiB, 2'500'000}, 4'597'152},
       {"raw, safe", large, largeData, {}, {}, true, true, {kMiB, kMiB, 402'848}, 2'500'000},
-      {"base64", small, platform::base64::encode(small), 4, {}, true, true, {4, 4, 2}, 10},
+      {"base64", small, base64Of(small), 4, {}, true, true, {4, 4, 2}, 10},
       {"raw whole", small, smallData, 4, {}, false, false, {10}, 10},
       {"exact end", small, {}, 5, {}, true, false, {5, 5}, 10},
       {"not in chunks", small, {}, 4, {}, false, false, {10}, 10},

@@ -78,15 +78,19 @@ TEST_F(BlobFilesTest, DeletionIsRecordedForTheSyncEngine) {
 }
 
 TEST_F(BlobFilesTest, DeletionDuringADownloadStaysRecordedUnderTheSafePolicy) {
-  for (const TransferPolicy policy : {TransferPolicy::kCompatible, TransferPolicy::kSafe}) {
+  const std::tuple<TransferPolicy, std::string, std::string> cases[] = {
+      {TransferPolicy::kCompatible, "201", "50"},
+      {TransferPolicy::kSafe, "201", "201"},
+      {TransferPolicy::kSafe, "202", "202"}};  // the sync engine has begun with it
+  for (const auto& [policy, recorded, state] : cases) {
     setTransferPolicy(policy);
     makeDatabase();
     const std::string id = newBlob("a");
     startHeld(id);
     EXPECT_EQ(deletionOf("a", false), id + " 10 ok");
+    sql("UPDATE varosyncBLOBSTOREMANAGER SET state = " + recorded);
     transport_->releaseAll();
     EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
-    const std::string state = policy == TransferPolicy::kSafe ? "201" : "50";
     EXPECT_EQ(blobRows(), id + "|" + pathOf(id) + "|" + state);
     manager_->clearBinaryDataManagerState();
   }

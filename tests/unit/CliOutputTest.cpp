@@ -1,14 +1,14 @@
-#include "Cli/FailureText.h"
-#include "Cli/HumanOutput.h"
-#include "Cli/JsonEvents.h"
-#include "Cli/JsonOutput.h"
-#include "Cli/LastEvent.h"
-#include "Cli/Session.h"
-#include "Cli/TerminalText.h"
+#include "Cli/Failures/FailureText.h"
+#include "Cli/Run/HumanOutput.h"
+#include "Cli/Run/JsonEvents.h"
+#include "Cli/Run/JsonOutput.h"
+#include "Cli/Run/LastEvent.h"
+#include "Cli/Run/Session.h"
+#include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Value.h"
-#include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/TransportFailure.h"
 
 #include <gtest/gtest.h>
 
@@ -84,6 +84,7 @@ TEST(FailureText, ReadsEveryShapeOfFailure) {
        5004, "no record", "varobinary list"},
       {Value(refused), 6003, "unexpected opstatus : 9 (token missing)", "--token-file"},
       {Dictionary{{"code", "6003"},
+                  {"domain", "BinaryNetworkUtils"},
                   {"localizedDescription", "HTTP status 401"},
                   {"userInfo", Dictionary{{"httpStatusCode", 401}}}},
        6003, "HTTP status 401", "valid token"},
@@ -107,7 +108,11 @@ TEST(FailureText, HintIsAboutTheFirstCauseOfAWrappedError) {
     return std::make_shared<const Error>("BackendUploaderTask", 6006, userInfo);
   };
   const auto readOnly = Error::fromErrno(EROFS, "Creating", "/documents/blobs/7");
-  const auto refused = Error::make(platform::kHttpTransportErrorDomain, 7, "refused");
+  const auto refused = std::make_shared<const Error>(
+      "AnotherTransport", 111,
+      Dictionary{{std::string(platform::kLocalizedDescriptionKey), "refused"},
+                 {std::string(platform::kTransportFailureKey),
+                  platform::nameOf(platform::TransportFailure::kNoConnection)}});
   const auto unknown = Error::make("Other", 7, "odd");
   EXPECT_EQ(describeFailure(wrap(wrap(readOnly))).hint,
             "Check the room and the permissions of /documents/blobs/7.");
@@ -115,6 +120,18 @@ TEST(FailureText, HintIsAboutTheFirstCauseOfAWrappedError) {
   EXPECT_EQ(describeFailure(wrap(unknown)).hint, "");
   const Dictionary reported{{"code", "6006"}, {"userInfo", wrap(refused)->userInfo()}};
   EXPECT_NE(describeFailure(reported).hint.find("Is the service running"), std::string::npos);
+}
+
+TEST(FailureText, CodeOfAnotherDomainNeverGetsItsHint) {
+  const auto hintOf = [](std::string_view domain, std::int64_t code) {
+    return describeFailure(Value(Error::make(domain, code, "text"))).hint;
+  };
+  EXPECT_NE(hintOf("DownloadError", 5004), "");
+  EXPECT_EQ(hintOf("DownloadTaskErrorDomain", 5004), "");
+  EXPECT_EQ(hintOf("DownloadTaskErrorDomain", 5), "");  // a row; 5 and 6 are a host name elsewhere
+  EXPECT_EQ(hintOf("HttpTransport", 1), "");            // a number of the library's, no kind
+  EXPECT_EQ(hintOf("UploadError", 6003), "");
+  EXPECT_EQ(hintFor(Topic::kBlob, "DownloadError", 5004), "");
 }
 
 /// Cannot be told, as if there were no memory.

@@ -1,4 +1,7 @@
-#include "Cli/CommandLine.h"
+#include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/CommandLine.h"
+#include "Cli/Arguments/OptionValues.h"
+#include "Cli/Commands/CommandList.h"
 #include "Platform/Foundation/Value.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +11,6 @@
 #include <fstream>
 #include <optional>
 #include <sstream>
-#include <variant>
 
 namespace varo::cli {
 namespace {
@@ -21,10 +23,11 @@ struct Parsed {
   std::string results, messages;
 };
 
-Parsed parse(const Words& words, const std::string& tokenVariable = "") {
+Parsed parse(const Words& words, const std::string& tokenVariable = "",
+             const CommandSet& commands = commandSet()) {
   std::ostringstream results;
   std::ostringstream messages;
-  ParsedCommandLine line = parseCommandLine(words, tokenVariable, results, messages);
+  ParsedCommandLine line = parseCommandLine(commands, words, tokenVariable, results, messages);
   return {std::move(line), results.str(), messages.str()};
 }
 
@@ -34,26 +37,36 @@ GlobalOptions globalOf(const Words& words, const std::string& tokenVariable = ""
   return parsed.line.invocation ? parsed.line.invocation->global : GlobalOptions();
 }
 
-template <typename Options>
-Options commandOf(const Words& words) {
-  const Parsed parsed = parse(words);
+TEST(CommandLine, ArgumentsBecomeTypedValues) {
+  std::string url;
+  std::optional<std::string> space, absent;
+  Dictionary meta, params;
+  std::optional<std::int64_t> size;
+  bool raw = false;
+  Command command;
+  command.name = "send";
+  command.define = [&](CommandArguments& arguments) -> CommandRun {
+    arguments.text("URL", url, Presence::kRequired);
+    arguments.text("--namespace", space);
+    arguments.text("--absent", absent);
+    arguments.pairs("--meta", meta, {.keysAreUnique = false});
+    arguments.pairs("--param", params, {.severalAtOnce = false});
+    arguments.parsed("--chunk-size", size, parseChunkSize);
+    arguments.flag("--raw", raw);
+    return [](Session&) { return 0; };
+  };
+  const Parsed parsed =
+      parse({"send", "--meta", "a=1", "b=x=y", "http://h/services", "--namespace", "", "--meta",
+             "a=2", "--param", "p=q", "--chunk-size", "512K", "--raw"},
+            "", {{}, {command}});
   EXPECT_TRUE(parsed.line.invocation) << parsed.messages;
-  if (!parsed.line.invocation) return {};
-  EXPECT_TRUE(std::holds_alternative<Options>(parsed.line.invocation->command));
-  return std::get<Options>(parsed.line.invocation->command);
-}
-
-TEST(CommandLine, UploadArgumentsBecomeTypedValues) {
-  const auto upload = commandOf<UploadOptions>(
-      {"upload", "--meta", "a=1", "b=x=y", "http://h/services", "photo.jpg", "--name", "n",
-       "--namespace", "", "--meta", "a=2", "--chunk-size", "512K", "--raw"});
-  EXPECT_EQ(upload.url, "http://h/services");
-  EXPECT_EQ(upload.file, "photo.jpg");
-  EXPECT_EQ(upload.name, "n");
-  EXPECT_EQ(upload.nameSpace, "");
-  EXPECT_EQ(upload.meta, (Dictionary{{"a", "2"}, {"b", "x=y"}}));
-  EXPECT_EQ(upload.chunkSize, 512 * 1024);
-  EXPECT_TRUE(upload.raw);
+  EXPECT_EQ(url, "http://h/services");
+  EXPECT_EQ(space, "");
+  EXPECT_EQ(absent, std::nullopt);
+  EXPECT_EQ(meta, (Dictionary{{"a", "2"}, {"b", "x=y"}}));
+  EXPECT_EQ(params, (Dictionary{{"p", "q"}}));
+  EXPECT_EQ(size, 512 * 1024);
+  EXPECT_TRUE(raw);
 }
 
 TEST(CommandLine, ConfigurationsThatDoNotServeAreRefused) {

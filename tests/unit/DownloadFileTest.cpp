@@ -2,6 +2,7 @@
 
 #include "tests/support/DownloadFixture.h"
 
+#include <future>
 #include <sys/stat.h>
 #include <utility>
 
@@ -95,6 +96,36 @@ TEST_F(DownloadFileTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) 
     const auto task = runTo(TaskState::Errored);
     EXPECT_EQ(task->errorContext()[kPersistenceError].dictionaryValue()["path"], Value(path()));
   }
+}
+
+TEST_F(DownloadFileTest, CompleteFileThatIsCutBeforeTheEndIsToldIsNoSuccess) {
+  std::promise<void> answered;  // the network half has ended
+  const auto cut =
+      std::make_shared<OnChunkDownloadCompleted>([&](const auto&, auto, auto, const auto&) {
+        answered.get_future().wait();
+        std::filesystem::resize_file(path(), 10);
+      });
+  transport_->hold();
+  const auto task = makeTask({{kChunkSizeKey, 2500}, {kOnChunkDownloadCompleted, Value(cut)}});
+  task->start();
+  release(1);
+  answered.set_value();
+  ASSERT_TRUE(reaches(task, TaskState::Errored));
+  EXPECT_EQ(errorMessage(*task, kPersistenceError), Value("Integrity check failed"));
+}
+
+TEST_F(DownloadFileTest, ResumeOfAFileThatHasBecomeCompleteAsksForNothing) {
+  transport_->hold();
+  const auto task = makeTask();
+  task->start();
+  release(1);
+  awaitHeld(1);
+  task->pauseDownload();
+  ASSERT_TRUE(reaches(task, TaskState::Paused));
+  writeFile(object_.bytes);
+  resumeFromFile(task);
+  EXPECT_TRUE(reaches(task, TaskState::Ended));
+  EXPECT_EQ(transport_->requestCount(), 2U);
 }
 
 TEST_F(DownloadFileTest, EndWithoutAChunkIsNoneWhileTheFileCannotBeBroughtToTheDisk) {

@@ -2,8 +2,8 @@
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/Binary/Utils/RequestSigner.h"
-#include "Platform/Foundation/Base64.h"
 #include "Platform/Network/HttpTransportError.h"
+#include "tests/support/Base64.h"
 #include "tests/support/DownloadFixture.h"
 #include "tests/support/RecordingLog.h"
 
@@ -138,7 +138,7 @@ TEST_F(DownloadTaskTest, AnswersThatDoNotBelongAreErrorsAndNeverWritten) {
 }
 
 TEST_F(DownloadTaskTest, WholeObjectInPlaceOfARangeIsTheObject) {
-  const std::string base64 = R"({"d":{"results":")" + base64::encode(object_.bytes) + "\"}}";
+  const std::string base64 = R"({"d":{"results":")" + base64Of(object_.bytes) + "\"}}";
   for (const auto& [body, type] : {std::pair(object_.bytes, "Binary"), {base64, "Base64"}}) {
     answerNth(2, answerWith(200, body));
     runTo(TaskState::Ended, {{kResponseType, type}});

@@ -109,6 +109,15 @@ TEST(StepQueueTest, ListenersHearOfAStepsChangesWhenItHasLeftTheQueue) {
 
 // Claims.
 
+struct DocumentsAt final : UserDirectories {
+  explicit DocumentsAt(std::function<std::string()> folder) : where(std::move(folder)) {}
+  [[nodiscard]] std::string documents() const override { return where(); }
+  [[nodiscard]] std::string downloads() const override { return before->downloads(); }
+  [[nodiscard]] std::string library() const override { return before->library(); }
+  const std::shared_ptr<const UserDirectories> before = UserDirectories::current();
+  const std::function<std::string()> where;
+};
+
 class FileClaimTest : public BlobFixture {
  protected:
   FileClaimTest() { std::filesystem::create_directories(home_ / "Documents/blobs"); }
@@ -125,6 +134,12 @@ class FileClaimTest : public BlobFixture {
   }
   static FileClaim::Lease claim(const std::string& path) {
     return FileClaim::acquire(path, [] {}).claim;
+  }
+  /// The download of blob 7, the record "a".
+  static std::shared_ptr<BlobDownload> downloadAmong(DownloadPlaces& places) {
+    Dictionary input = config({{kBlobId, "7"}, {kDBName, kDatabase}});
+    input.set(kPrimaryKeys, Dictionary{{"pk", "a"}});
+    return BlobDownload::create(input, OperationSettings::take(Dictionary()), places);
   }
 };
 
@@ -305,9 +320,7 @@ TEST_F(FileClaimTest, SecondDownloadOfABlobWaitsForTheFirstsEndAndKeepsItsBlock)
 TEST_F(FileClaimTest, StartOfADownloadThatRunsTakesNoPlaceAndGivesNoneBack) {
   DownloadPlaces places(2);
   addBlob("a", 7, 101);
-  Dictionary input = config({{kBlobId, "7"}, {kDBName, kDatabase}});
-  input.set(kPrimaryKeys, Dictionary{{"pk", "a"}});
-  const auto download = BlobDownload::create(input, OperationSettings::take(Dictionary()), places);
+  const auto download = downloadAmong(places);
   transport_->hold();
   download->start(block("start"));
   awaitHeld(1);
@@ -316,6 +329,44 @@ TEST_F(FileClaimTest, StartOfADownloadThatRunsTakesNoPlaceAndGivesNoneBack) {
   transport_->releaseAll();
   EXPECT_EQ(awaitNext().summary(), "start: ok");
   EXPECT_TRUE(eventually([&] { return places.running().empty(); }));
+  EXPECT_NE(claim(pathOf("7")), nullptr) << "the download is still there";
+}
+
+TEST_F(FileClaimTest, ClearThatMeetsAStartLeavesNeitherAPlaceNorTheFileTaken) {
+  const auto original = UserDirectories::current();
+  addBlob("a", 7, 101);
+  for (const TransferPolicy policy : kBothPolicies) {
+    setTransferPolicy(policy);
+    DownloadPlaces places(1);
+    const auto download = downloadAmong(places);
+    // When the run asks where its file goes.
+    UserDirectories::install(std::make_shared<DocumentsAt>([&] {
+      download->clear();
+      return original->documents();
+    }));
+    download->start(block("start"));
+    UserDirectories::install(original);
+    EXPECT_NE(claim(pathOf("7")), nullptr);
+    download->start(block("again"));
+    if (policy == TransferPolicy::kSafe) {
+      EXPECT_THAT(awaitSummaries(2), Each(EndsWith("were cleared before this one had ended.")));
+    }
+    places.schedule(download);  // decided before the clear
+    EXPECT_TRUE(places.running().empty());
+  }
+  EXPECT_EQ(transport_->requestCount(), 0U);
+}
+
+TEST_F(FileClaimTest, ShutdownThatMeetsAStartEndsIt) {
+  inOwnProcess([this] {
+    addBlob("a", 7, 101);
+    DownloadPlaces places(1);
+    const auto download = downloadAmong(places);
+    Runtime::shared().shutdown();
+    download->start(block("start"));  // which had been let through before
+    require(awaitNext().summary().ends_with("5001 The library has been shut down"), "it is told");
+    require(places.running().empty() && stateOf("7") == "101", "nothing has begun");
+  });
 }
 
 TEST_F(FileClaimTest, RowThatCannotBeWrittenIsMendedByTheNextDownloadWithoutARequest) {
@@ -355,14 +406,6 @@ TEST_F(FileClaimTest, RowThatCannotBeWrittenIsMendedByTheNextDownloadWithoutAReq
 }
 
 TEST_F(FileClaimTest, DocumentsMayMoveBetweenCreationAndStart) {
-  struct Moved final : UserDirectories {
-    explicit Moved(std::string to) : folder(std::move(to)) {}
-    [[nodiscard]] std::string documents() const override { return folder; }
-    [[nodiscard]] std::string downloads() const override { return before->downloads(); }
-    [[nodiscard]] std::string library() const override { return before->library(); }
-    const std::shared_ptr<const UserDirectories> before = UserDirectories::current();
-    const std::string folder;
-  };
   const auto original = UserDirectories::current();
   for (const TransferPolicy policy : kBothPolicies) {
     for (const bool filesMove : {false, true}) {
@@ -373,7 +416,7 @@ TEST_F(FileClaimTest, DocumentsMayMoveBetweenCreationAndStart) {
       EXPECT_EQ(create("a").summary(), "create: ok");
       const std::string documents = home_ / "Moved";
       if (filesMove) std::filesystem::rename(home_ / "Documents", documents);
-      UserDirectories::install(std::make_shared<Moved>(documents));
+      UserDirectories::install(std::make_shared<DocumentsAt>([documents] { return documents; }));
       start(id);
       const Call call = awaitNext();
       EXPECT_EQ(call.summary(), "start " + id + ": ok");

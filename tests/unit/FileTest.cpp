@@ -164,20 +164,21 @@ TEST(FileTest, OpeningWhatIsNoRegularFileFailsAtOnce) {
 }
 
 TEST(StaysInDirectoryTest, RefusesWhatLeadsOutHoweverItIsWritten) {
+  const auto stays = [](std::string_view name) { return staysInDirectory("/missing", name); };
   for (const char* name :
        {"a.txt", "sub/a.txt", "a..", "100%", "50%zz", "sub%2fa.txt", "%252e%252e.txt"}) {
-    EXPECT_TRUE(staysInDirectory(name)) << name;
+    EXPECT_TRUE(stays(name)) << name;
   }
   for (const std::string& name :
        {""s, "."s, ".."s, "../x"s, "/x"s, "a/../../x"s, "a/./x"s, "a//x"s, "..\\x"s, "C:\\x"s,
         "%2Fx"s, "%2e%2e%2fx"s, "%25252e%25252e%25252fx"s, "a%5c..%5cx"s, "a%00.txt"s,
         "a\0.txt"s}) {
-    EXPECT_FALSE(staysInDirectory(name)) << name;
+    EXPECT_FALSE(stays(name)) << name;
   }
   // One level of encoding a byte: decoding them all must not take minutes.
   std::string nested = "%";
   while (nested.size() < 1000000) nested += "25";
-  EXPECT_FALSE(staysInDirectory(nested));
+  EXPECT_FALSE(stays(nested));
 }
 
 TEST(PathTest, NameThroughALinkLeavesTheDirectory) {

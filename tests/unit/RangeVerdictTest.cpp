@@ -1,11 +1,10 @@
 // What is decided about an answer to a range, without a network or a task.
 
-#include "Binary/Binary/DownloadTask/ContentRange.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/RangeOrder.h"
 #include "Binary/Binary/DownloadTask/RangeVerdict.h"
-#include "Platform/Foundation/Base64.h"
+#include "Binary/Binary/Utils/ContentRange.h"
 #include "tests/support/RecordingLog.h"
 
 #include <fmt/format.h>
@@ -339,7 +338,7 @@ TEST(NetworkAnswerTest, ObjectsInBase64AreDecodedUpToTheLimit) {
     EXPECT_EQ(answer.said.size, static_cast<std::int64_t>(answer.body.size()));
     return answer.said.errorMessage.value_or(answer.body.readAll(1000).value());
   };
-  EXPECT_EQ(bytes(R"({"d":{"results":")" + base64::encode("bytes") + "\\r\\n\"}}"), "bytes");
+  EXPECT_EQ(bytes(R"({"d":{"results":"Ynl0ZXM=\r\n"}})"), "bytes");
   for (const char* undecodable :
        {"no JSON", "{}", R"({"d":{}})", R"({"d":{"results":7}})", R"({"d":{"results":"%%%"}})"}) {
     EXPECT_EQ(bytes(undecodable), "") << undecodable;

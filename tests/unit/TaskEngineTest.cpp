@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <latch>
 #include <stdexcept>
 
 namespace varo::platform {
@@ -174,7 +175,9 @@ TEST_F(TaskEngineTest, SubtasksRunInDependencyOrderAndHandTheirOutputOn) {
   ErrorPtr error;
   EXPECT_FALSE(composite->addDependencyBetween(last, first, &error)) << "a circle";
   EXPECT_NE(error, nullptr);
+  EXPECT_FALSE(composite->addDependencyBetween(side, side, nullptr)) << "a circle of one";
   EXPECT_FALSE(composite->addDependencyBetween(first, composite, nullptr)) << "not a subtask";
+  EXPECT_FALSE(composite->addDependencyBetween(composite, first, nullptr)) << "not a subtask";
   first.reset();
   side.reset();
   last.reset();
@@ -186,6 +189,28 @@ TEST_F(TaskEngineTest, SubtasksRunInDependencyOrderAndHandTheirOutputOn) {
   const Dictionary input = output["input of last"].dictionaryValue();
   EXPECT_EQ(input["from parent"].integerValue(), 1);
   EXPECT_EQ(input["overridden"].textValue(), "first");
+}
+
+TEST_F(TaskEngineTest, DependenciesCloseNoCircleOfAnySizeAndRunEveryOtherGraph) {
+  test::CallLog<char> order;
+  const auto composite = std::make_shared<VSTask>();
+  std::vector<std::shared_ptr<VSTask>> tasks;
+  for (const char name : std::string("DCBA")) {  // added in the wrong order
+    tasks.insert(tasks.begin(), leaf([&order, name](FunctionTask& self) {
+                   order.add(name);
+                   self.setState(Ended);
+                 }));
+    composite->addSubtask(tasks.front());
+  }
+  const auto depends = [&](std::size_t before, std::size_t after) {
+    return composite->addDependencyBetween(tasks[before], tasks[after], nullptr);
+  };
+  // A before B and C, and these before D: two ways to D are no circle.
+  EXPECT_TRUE(depends(0, 1) && depends(1, 2) && depends(1, 3) && depends(2, 3));
+  EXPECT_FALSE(depends(2, 0)) << "a circle of three";
+  EXPECT_FALSE(depends(3, 0)) << "a circle of four";
+  EXPECT_EQ(runToEnd(composite)->states().back(), Ended);
+  EXPECT_THAT(order.calls(), ElementsAre('A', 'B', 'C', 'D'));
 }
 
 TEST_F(TaskEngineTest, FailedSubtaskEndsTheCompositeWithItsErrorsAndStartsNothingMore) {
@@ -223,6 +248,92 @@ TEST_F(TaskEngineTest, CompositeStartedAgainRunsSubtasksAnewThatNeverCameToAnEnd
     EXPECT_THAT(recorder->states(), ElementsAre(Started, Ended));
     EXPECT_EQ(runs, 2);
   }
+}
+
+TEST_F(TaskEngineTest, ARestartForgetsTheErrorsOfTheFormerRun) {
+  std::atomic<int> runs{0};
+  const auto flaky = leaf([&](FunctionTask& self) {
+    self.output().set("run", ++runs);
+    runs == 1 ? self.raiseError(someError(self)) : self.setState(Ended);
+  });
+  const auto composite = std::make_shared<VSTask>();
+  composite->addSubtask(flaky);
+  EXPECT_EQ(runToEnd(composite)->states().back(), Errored);
+  EXPECT_EQ(composite->errors().size(), 1U);
+
+  const auto recorder = std::make_shared<Recorder>();
+  composite->subscribeForTaskUpdates(recorder);
+  composite->setState(NotStarted);
+  EXPECT_TRUE(composite->errors().empty());
+  EXPECT_TRUE(composite->errorContext().empty());
+  EXPECT_THAT(runToEnd(composite)->states(), ElementsAre(Started, Ended));
+  for (const Recorder::Event& event : recorder->events()) {
+    EXPECT_FALSE(event.context.contains(kTaskErrors)) << static_cast<int>(event.to);
+  }
+  EXPECT_TRUE(flaky->errors().empty() && flaky->errorContext().empty());
+  EXPECT_EQ(composite->outputContext()["run"].integerValue(), 2);
+}
+
+/// Stays in its call for the end of a task until the test lets it go.
+class HoldsTheEnd final : public TaskListener {
+ public:
+  void task(const std::shared_ptr<VSTask>& /*task*/, TaskState /*from*/, TaskState to,
+            const Dictionary& /*context*/) override {
+    if (!isFinal(to) || called.exchange(true)) return;
+    goOn.wait();
+  }
+  std::atomic<bool> called{false};
+  std::latch goOn{1};
+};
+
+TEST_F(TaskEngineTest, TheLateEndOfAFormerRunIsNotTakenForTheNext) {
+  std::atomic<int> runs{0};
+  const auto subtask = leaf([&](FunctionTask& self) {
+    if (++runs == 1) self.setState(Ended);  // the second run ends when the test says so
+  });
+  const auto composite = std::make_shared<VSTask>();
+  composite->addSubtask(subtask);
+  const auto held = std::make_shared<HoldsTheEnd>();
+  const auto told = std::make_shared<Recorder>();
+  subtask->subscribeForTaskUpdates(held);
+  subtask->subscribeForTaskUpdates(told);
+  composite->start();
+  ASSERT_TRUE(eventually([&] { return held->called.load(); }));
+  composite->setState(Stopped);
+  composite->setState(NotStarted);
+  composite->start();
+  ASSERT_TRUE(eventually([&] { return runs == 2; }));
+  held->goOn.count_down();
+  // What is told of the second run is told behind the end of the first.
+  ASSERT_TRUE(eventually([&] { return told->states().size() == 3; }));
+  EXPECT_THAT(told->states(), ElementsAre(Started, Ended, Started));
+  EXPECT_EQ(composite->state(), Started);
+  subtask->setState(Ended);
+  EXPECT_TRUE(eventually([&] { return composite->state() == Ended; }));
+}
+
+TEST_F(TaskEngineTest, ListenersHearOnceOfWhatComesAfterTheirSubscription) {
+  class Subscribes final : public TaskListener {
+   public:
+    void task(const std::shared_ptr<VSTask>& task, TaskState, TaskState,
+              const Dictionary&) override {
+      task->subscribeForTaskUpdates(other);
+      task->subscribeForTaskUpdates(other);
+      hasCalled = true;
+    }
+    const std::shared_ptr<Recorder> other = std::make_shared<Recorder>();
+    std::atomic<bool> hasCalled{false};
+  };
+  const auto first = std::make_shared<Subscribes>();
+  const auto task = leaf([](FunctionTask&) {});
+  task->subscribeForTaskUpdates(first);
+  task->start();
+  ASSERT_TRUE(eventually([&] { return first->hasCalled.load(); }));
+  const auto last = std::make_shared<Recorder>();
+  task->subscribeForTaskUpdates(last);
+  task->setState(Ended);
+  ASSERT_TRUE(eventually([&] { return !last->states().empty(); }));
+  EXPECT_THAT(first->other->states(), ElementsAre(Ended)) << "not of the start, which came before";
 }
 
 TEST_F(TaskEngineTest, PausedCompositeStillRunsWhatBecomesFree) {
@@ -293,6 +404,42 @@ TEST_F(TaskEngineTest, LoopIteratesUntilItsConditionFails) {
     EXPECT_EQ(loop->outputContext()["count"].integerValue(), iterations);
     EXPECT_EQ(loop->transformations, iterations - 1);
   }
+}
+
+TEST_F(TaskEngineTest, LoopThatIsEndedWhileItSleepsRunsNoMore) {
+  class HeldSleep final : public Sleeper {
+   public:
+    void wakeAfter(std::chrono::milliseconds /*delay*/, TimerQueue::Job wake) override {
+      wake_ = std::move(wake);
+      isAsleep = true;
+    }
+    void end() { std::exchange(wake_, nullptr)(TimerQueue::Reason::kDue); }
+    std::atomic<bool> isAsleep{false};
+
+   private:
+    TimerQueue::Job wake_;  // set before `isAsleep`
+  };
+  class SleepingLoop final : public VSAbstractLoopingTask {
+   public:
+    using VSAbstractLoopingTask::VSAbstractLoopingTask;
+    void transformInputContextForNextIteration() override {
+      sleepBeforeNextIteration(std::chrono::hours(1));
+    }
+  };
+  HeldSleep sleep;
+  std::atomic<int> runs{0};
+  auto step = leaf([&](FunctionTask& self) {
+    ++runs;
+    self.setState(Ended);
+  });
+  auto loop = std::make_shared<SleepingLoop>(std::move(step), nullptr, sleep);
+  loop->start();
+  ASSERT_TRUE(eventually([&] { return sleep.isAsleep.load(); }));
+  loop->setState(Stopped);
+  sleep.end();
+  const std::weak_ptr<VSTask> gone = std::exchange(loop, nullptr);
+  ASSERT_TRUE(eventually([&] { return gone.expired(); })) << "nothing is left to do for it";
+  EXPECT_EQ(runs, 1);
 }
 
 TEST_F(TaskEngineTest, FailingIterationEndsTheLoopUnlessItCountsAsSuccess) {

@@ -1,25 +1,16 @@
 #pragma once
 
-#include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
-#include "Binary/Binary/DownloadTask/DownloadTask.h"
-#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
-#include "Platform/Foundation/WorkQueue.h"
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace varo::binary {
-
-class BlobDownload;
-struct BlobColumn;
 
 /// Error or null, blob id or none.
 using BlobCreationBlock =
@@ -33,22 +24,28 @@ using BlobDeletionBlock =
                        const platform::ErrorPtr& error)>;
 
 /// The entry point for the binary columns ("blobs") of the records of the application's
-/// offline-synchronised database: brings them into local files, at most `MAX_PARALLEL_JOBS` at
-/// once, keeps their state in the table `kVaroSyncBlobStoreMangager`, tells where a file is, and
-/// records deletions for the sync engine.
+/// offline-synchronised database. It
+/// - downloads them into local files, at most `MAX_PARALLEL_JOBS` at once;
+/// - keeps their state in the table `kVaroSyncBlobStoreMangager`;
+/// - tells where a file is;
+/// - records deletions for the sync engine.
 ///
-/// Databases are named, not given by path: see `SQLiteUtil::pathOfDatabase`. A record is named by
-/// its table and its primary keys (column -> value); where they match several records, the first is
-/// read and all are linked to its blob, and no keys at all name no record. Every block may be
-/// empty, is called at most once, on a thread of the runtime's pool or on the calling thread, with
-/// no lock held; every operation may be called from inside any block. What a block throws is logged
-/// and goes no further. A download has one block of each kind: one that is given while another
-/// waits takes its place. docs/policy.md lists the cases in which a block is called under
-/// `TransferPolicy::kSafe` only.
+/// Arguments:
+/// - A database is named, not given by its path: see `SQLiteUtil::pathOfDatabase`.
+/// - A record is named by its table and its primary keys (column -> value). If they match several
+///   records, the first one is read and all of them are linked to its blob. An empty dictionary
+///   matches no record.
+///
+/// Blocks:
+/// - Each may be empty and is called at most once, with no lock held, on a thread of the runtime's
+///   pool or on the calling thread. It may call any operation. What it throws is logged and goes no
+///   further.
+/// - A download has one block of each kind. A new one replaces one that still waits.
+/// - docs/policy.md lists the cases in which a block is called under `TransferPolicy::kSafe` only.
 ///
 /// Errors have the domain "DownloadTaskErrorDomain" unless said otherwise. After the runtime's
-/// shutdown no download is made or changed (5001), and those that wait are told so; paths and
-/// deletions work on. Thread-safe.
+/// shutdown no download is made or changed (5001), and blocks that wait are told so; path look-ups
+/// and deletions still work. Thread-safe.
 class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataManager> {
  public:
   /// Downloads that run at once. Resumed ones do not count.
@@ -57,33 +54,39 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
   /// The process's one manager, which is never destroyed.
   [[nodiscard]] static const std::shared_ptr<BinaryDataManager>& sharedInstance();
 
-  /// Makes the task that downloads the record's binary column, and its row in the table where there
-  /// is none. Returns at once. `downloadConfig` is the input of the download: "URL", "ScopeName",
-  /// "ObjectName", "ChunkSize" (bytes of a range), "Headers", "ResponseType", and so on; an
-  /// `OnChunkDownloadCompleted` under "onChunkDownloadCompleted" hears of the progress. An
-  /// `OperationSettings` under "settings" and a `platform::Cancellation` under "cancellation" are
-  /// taken now, for all runs of this task: one that is cancelled fails, then and later. The task of
-  /// the same blob that was made before is replaced, and forgotten unless it runs. Errors: 5004 for
-  /// no such record, and, in the domain `kInvalidTaskCreationState`, 5002 for a blob that is being
-  /// downloaded or is there.
+  /// Makes the task that downloads the record's binary column and, if there is none, its row in the
+  /// table. Returns at once. It replaces an earlier task of the same blob, which is forgotten
+  /// unless it runs.
+  ///
+  /// `downloadConfig` is the input of the download:
+  /// - "URL", "ScopeName", "ObjectName", "ChunkSize" (bytes of a range), "Headers", "ResponseType"
+  ///   and the others that `NetworkTask` reads;
+  /// - "onChunkDownloadCompleted": an `OnChunkDownloadCompleted` that is told of the progress;
+  /// - "settings" (`OperationSettings`) and "cancellation" (`platform::Cancellation`), taken now
+  ///   for all runs of this task. Once cancelled, it fails now and in every later run.
+  ///
+  /// Errors: 5004 for no such record; in the domain `kInvalidTaskCreationState`, 5002 for a blob
+  /// that is being downloaded or is there already.
   void createDownloadTaskForDb(const std::string& databaseName, const std::string& tableName,
                                const std::string& columnName,
                                const platform::Dictionary& primaryKeyTable,
                                const platform::Dictionary& downloadConfig,
                                BlobCreationBlock completion);
 
-  /// Starts the task, or puts it into the queue; one that has paused or failed runs anew, and goes
-  /// on with the bytes that are there. The block hears of the end: the result is the task's output
-  /// ("BlobID", "FilePath", "TotalFileSize"), or {"FilePath", "state"} where the file was there
-  /// already. Errors: 5005 for no blob id, 5003 for no task, 4 and 5 for a download that has ended
-  /// and whose file is not there; domain "DownloadTaskError", code 4, with the task's error
-  /// context, for a download that has failed.
+  /// Starts the task, or queues it until there is a place. A task that was paused or has failed
+  /// runs again and continues the partial file. The block is called at the end with the task's
+  /// output ("BlobID", "FilePath", "TotalFileSize"), or with {"FilePath", "state"} if the file was
+  /// there already. Errors:
+  /// - 5005: no blob id;
+  /// - 5003: no task of this blob;
+  /// - 4 and 5: the download has ended, but its file or its row is not there;
+  /// - domain "DownloadTaskError", code 4, with the task's error context: the download has failed.
   void startDownload(const std::optional<std::string>& blobId, DownloadBlock completion);
-  /// Asks a running download to pause; the block hears when it has, with the task's output. Errors:
-  /// 5005, 5003, and 5001 for a download that does not run.
+  /// Asks a running download to pause. The block is called with the task's output when it has.
+  /// Errors: 5005, 5003, and 5001 for a download that does not run.
   void pauseDownload(const std::optional<std::string>& blobId, DownloadBlock completion);
-  /// Goes on with a paused download; the block hears of the end, as that of `startDownload`, whose
-  /// own is forgotten. Errors: 5003, and 5001 for a download that is not paused.
+  /// Resumes a paused download. The block is called at the end, as that of `startDownload`, which
+  /// it replaces. Errors: 5003, and 5001 for a download that is not paused.
   void resumeDownload(const std::optional<std::string>& blobId, DownloadBlock completion);
 
   /// Where the file of the record's binary column is. Returns at once. Errors: 5004 for no such
@@ -93,11 +96,14 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
                                            const std::string& columnName,
                                            BlobPathBlock completionBlock);
 
-  /// Records the deletion of the record's binary column for the sync engine. Returns at once. With
-  /// "shouldDeleteBeforeSyncSession" true in `options` the file is removed now; a deletion whose
-  /// file cannot be removed is not recorded. Errors: domain "DeleteBinaryDomain", 5004 for no such
-  /// record, 7001 for what the database refused; under `TransferPolicy::kSafe` 5001 for a file that
-  /// could not be removed. An `OperationSettings` in `options` says which policy counts.
+  /// Records the deletion of the record's binary column for the sync engine. Returns at once.
+  /// `options`:
+  /// - "shouldDeleteBeforeSyncSession": if true, the file is removed now, and the deletion is not
+  ///   recorded if that fails;
+  /// - "settings": an `OperationSettings`, whose policy counts.
+  ///
+  /// Errors, domain "DeleteBinaryDomain": 5004 for no such record, 7001 for a failure of the
+  /// database; under `TransferPolicy::kSafe` 5001 for a file that could not be removed.
   void deleteBinaryObjectForPrimaryKeys(const platform::Dictionary& primaryKeys,
                                         const std::string& db, const std::string& tableName,
                                         const std::string& columnName,
@@ -106,49 +112,22 @@ class BinaryDataManager final : public std::enable_shared_from_this<BinaryDataMa
 
   /// Stops every download and forgets every task, with its blocks. Rows and files stay as they are.
   void clearBinaryDataManagerState();
-  /// Ends the run of every download that has been created. Those that are started, resumed or
-  /// paused later go on from there. Under `TransferPolicy::kSafe` the blocks that wait hear of it
-  /// (5001); else they wait for the end of the next run.
+  /// Ends the run of every download that has been created. A later start, resume or pause continues
+  /// from there. Under `TransferPolicy::kSafe` the blocks that wait are called (5001); otherwise
+  /// they wait for the end of the next run.
   void invalidateAllBackgroundSessions();
 
  private:
   struct Badge {};
-  using DownloadPtr = std::shared_ptr<BlobDownload>;
-  using Downloads = std::map<std::string, DownloadPtr>;
+  struct Insides;
 
  public:
   /// For `sharedInstance` alone, as the badge says.
   explicit BinaryDataManager(Badge badge);
+  ~BinaryDataManager();
 
  private:
-  void create(const BlobColumn& column, const platform::Dictionary& downloadConfig,
-              const OperationSettings::Ptr& settings, const BlobCreationBlock& completion);
-  void createDownloadTask(const std::string& blobId, const OperationSettings::Ptr& settings,
-                          const platform::Dictionary& downloadConfig,
-                          const platform::Dictionary& additionalConfig,
-                          const platform::Dictionary& andPrimaryKeys);
-  [[nodiscard]] bool isTaskInProgress(const std::string& blobId) const;
-  [[nodiscard]] DownloadPtr find(const std::optional<std::string>& blobId) const;
-  [[nodiscard]] Downloads tasks() const;
-
-  static void invalidate(const Downloads& tasks);
-  static void clearTasksMap(const Downloads& tasks);
-  static void clearSchedulingQueue(const std::vector<DownloadPtr>& schedulingQueue);
-  static void clearInProgressQueue(const std::vector<DownloadPtr>& inProgressQueue);
-  static void clearFinishedQueue();
-
-  DownloadPlaces places_;
-
-  mutable platform::Mutex mutex_;
-  /// By their blob ids. No download is called or destroyed under the lock.
-  Downloads tasks_ VARO_GUARDED_BY(mutex_);
-  /// Those in whose place another one of the blob was created, as long as they run.
-  std::vector<std::weak_ptr<BlobDownload>> replaced_ VARO_GUARDED_BY(mutex_);
-
-  // One operation of a kind at a time.
-  platform::SerialQueue dataManagerQueue_;
-  platform::SerialQueue dataFilePathQueue_;
-  platform::SerialQueue dataDeletionQueue_;
+  const std::unique_ptr<Insides> insides_;
 };
 
 }  // namespace varo::binary

@@ -2,13 +2,13 @@
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Runtime.h"
@@ -19,33 +19,14 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::TaskState;
-using platform::VSTask;
 using Effects = StepQueue::Effects;
 
 namespace {
 
-constexpr std::string_view kScheduling = "Adding download task %@ to the scheduling queue.";
-constexpr std::string_view kResetting = "Changing state of task with blob ID %@ to NotStarted.";
-constexpr std::string_view kInEndedState = "Task with blob ID %@ in ended state.";
-constexpr std::string_view kFire = " Fire %@ off!!";
-constexpr std::string_view kCannotPause =
-    "Task is in NotStarted, Errored or Ended state, hence can't be paused.";
-constexpr std::string_view kCallingPause = "Calling the pause download method for blob ID : %@";
-constexpr std::string_view kCallingResume = "Calling the resume download method for blob ID : %@";
-constexpr std::string_view kResumeInput = "Input context for blob id %@ in resume module: %@";
-constexpr std::string_view kNotPaused = "Task is not in Paused state, Hence can't resumed.";
-constexpr std::string_view kPostProcessing =
-    "Post processing task from finished queue for download task %@ . Calling the success callback.";
+namespace texts = log_texts::blob_download;
 
-constexpr std::string_view kStateChanged = "Download of blob %@ : %@ -> %@";
 constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "pausing", "paused",
                                             "ended",   "failed",  "stopped", "cleared"};
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 Dictionary thrown(std::string_view what) {
   return {{std::string(platform::kErrorMessageKey), what}};
@@ -93,7 +74,7 @@ void BlobDownload::renewTask() {
 /// The one place where the state changes. A cleared download stays so; one is at rest before it
 /// waits again.
 void BlobDownload::moveTo(State state) {
-  logger().logTrace(kStateChanged, blobId_, kStateNames[static_cast<std::size_t>(state_)],
+  logger().logTrace(texts::kStateChanged, blobId_, kStateNames[static_cast<std::size_t>(state_)],
                     kStateNames[static_cast<std::size_t>(state)]);
   if (state_ != State::kCleared) state_ = state;
 }
@@ -128,13 +109,14 @@ void BlobDownload::ask(DownloadBlock completion,
 
 void BlobDownload::start(DownloadBlock completion) {
   ask(std::move(completion), [this](DownloadBlock& block) -> Effects {
-    if (state_ == State::kEnded) logger().logDebug(kInEndedState, blobId_);
+    if (state_ == State::kEnded) logger().logDebug(texts::kInEndedState, blobId_);
     ErrorPtr error;
     const auto available = rows_.checkIfFileAvailable(&error);
     if (available || state_ == State::kEnded) {
       return answer(block, available ? nullptr : error, available);
     }
-    logger().logDebug(kScheduling, blobId_);
+    logger().logDebug(texts::kScheduling, blobId_);
+    // A run that is under way ends for this caller too.
     Effects effects = runs() ? Effects() : schedule();
     task_->startDownloadTaskCompletionBlock.swap(block);
     return effects;
@@ -142,7 +124,9 @@ void BlobDownload::start(DownloadBlock completion) {
 }
 
 Effects BlobDownload::schedule() {
-  if (state_ == State::kPaused || state_ == State::kFailed) logger().logDebug(kResetting, blobId_);
+  if (state_ == State::kPaused || state_ == State::kFailed) {
+    logger().logDebug(texts::kResetting, blobId_);
+  }
   // Of these the task was stopped, maybe before its start.
   if (state_ == State::kStopped || state_ == State::kFailed) renewTask();
   Effects effects{[self = shared_from_this()] { self->places_.schedule(self); }};
@@ -155,7 +139,7 @@ void BlobDownload::pause(DownloadBlock completion) {
     switch (state_) {
       case State::kRunning:
       case State::kPausing: {
-        logger().logDebug(kCallingPause, blobId_);
+        logger().logDebug(texts::kCallingPause, blobId_);
         Effects effects{[task = task_] { task->pauseDownload(); }};
         moveTo(State::kPausing);
         task_->pauseDownloadTaskCompletionBlock.swap(block);
@@ -165,7 +149,7 @@ void BlobDownload::pause(DownloadBlock completion) {
       case State::kPaused:
         return answer(block, nullptr, task_->outputContext());
       default:
-        logger().logError(kCannotPause);
+        logger().logError(texts::kCannotPause);
         return refuse(block, kTaskNotStarted);
     }
   });
@@ -179,7 +163,7 @@ void BlobDownload::resume(DownloadBlock completion) {
         return resumePaused(block);
       case State::kCreated:
       case State::kWaiting:
-        logger().logError(kNotPaused);
+        logger().logError(texts::kNotPaused);
         return refuse(block, kTaskNotPaused);
       default:
         return refuse(block, kTaskStarted);
@@ -230,8 +214,10 @@ Effects BlobDownload::end(State state, const ErrorPtr& error) {
   const bool isFailure = state == State::kFailed;
   const auto waiting = std::make_shared<WaitingBlocks>();
   Effects effects{[self = shared_from_this(), task = task_, claim = claim_] {
+    // First, so that nothing that the stopping task still tells is heard.
     task->unsubscribeForTaskUpdates(self);
     task->stop();
+    // After the stop: the claim goes behind the last byte that is written.
     task->releaseFile(claim);
     self->places_.leave(self);
   }};
@@ -280,6 +266,7 @@ StepQueue::Effect BlobDownload::calling(const std::shared_ptr<WaitingBlocks>& wa
 
 void BlobDownload::begin() {
   steps_->run([this]() -> Effects {
+    // It was stopped or cleared after it got its place, or runs already.
     if (state_ != State::kWaiting) {
       return {[self = shared_from_this()] {
         self->places_.giveBack(self);
@@ -308,7 +295,7 @@ void BlobDownload::shutDown() {
 }
 
 void BlobDownload::run(Run run) {
-  logger().logDebug(run == Run::kStarts ? kFire : kCallingResume, blobId_);
+  logger().logDebug(run == Run::kStarts ? texts::kFire : texts::kCallingResume, blobId_);
   const FileClaim::Lease claim = claimFile();
   if (claim == nullptr) return;
   ErrorPtr notAvailable;
@@ -367,12 +354,17 @@ void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   input.set(kTotalBytesDownloaded, bytes);
   input.set(kValidator, bytes > 0 ? platform::Value(claim->validator()) : platform::Value());
   input.set(kFileClaim, claim->withoutLease());
-  if (run == Run::kResumes) logger().logDebug(kResumeInput, blobId_, input);
+  if (run == Run::kResumes) logger().logDebug(texts::kResumeInput, blobId_, input);
   steps_->run([&]() -> Effects {
     if (!runs() || claim_ != claim) return {};  // stopped meanwhile
     task_->updateInputContext(input);
-    Effects effects{
-        [task = task_, run] { run == Run::kResumes ? task->resumeDownload() : task->start(); }};
+    Effects effects{[task = task_, run] {
+      if (run == Run::kResumes) {
+        task->resumeDownload();
+      } else {
+        task->start();
+      }
+    }};
     // A pause that came before there was anything to pause.
     if (state_ == State::kPausing) {
       effects.push_back([task = task_] { task->pauseDownload(); });
@@ -434,6 +426,8 @@ void BlobDownload::taskChanged(const VSTask& task, const FileClaim::Lease& claim
       return rows_.updateState(kDownloadStarted, output);
     case TaskState::Ended:
       return taskEnded(claim, output);
+    // The row is written before the claim goes and the blocks are called: whoever comes next reads
+    // it.
     case TaskState::Paused:
       rows_.updateState(kDownloadPaused, output);
       return comeToRest(claim, State::kPaused, nullptr, output);
@@ -447,8 +441,10 @@ void BlobDownload::taskChanged(const VSTask& task, const FileClaim::Lease& claim
 }
 
 void BlobDownload::taskEnded(const FileClaim::Lease& claim, const Dictionary& output) {
-  logger().logTrace(kPostProcessing, blobId_);
+  logger().logTrace(texts::kPostProcessing, blobId_);
   const auto noted = rows_.updateDB(output);
+  // The hidden file goes only after the row says that the file is complete. Until then it is all
+  // that a later download knows of it.
   if (noted) {
     claim->finish();
   } else {

@@ -54,10 +54,10 @@ class BlobDownload final : public platform::TaskListener,
   /// Ends it for good and forgets its blocks.
   void clear();
 
-  // What its place tells.
-  /// There is one: the download runs.
+  // Called by `DownloadPlaces`.
+  /// There is a free place: the download runs.
   void begin();
-  /// There will be none any more.
+  /// The runtime has shut down, so no place will become free any more.
   void shutDown();
 
   /// Hears of the task. Called by the engine.
@@ -82,7 +82,7 @@ class BlobDownload final : public platform::TaskListener,
     kPaused,
     kEnded,
     kFailed,
-    kStopped,  // in the middle of a run, which nobody goes on with until he is asked to
+    kStopped,  // in the middle of a run; the next start, resume or pause continues from there
     kCleared,
   };
 
@@ -92,13 +92,14 @@ class BlobDownload final : public platform::TaskListener,
     return state_ == State::kRunning || state_ == State::kPausing;
   }
   [[nodiscard]] std::shared_ptr<DownloadTask> makeTask(platform::Dictionary input);
-  /// A task that has run is not run again: a late word of its would be taken for the next one's.
+  /// Makes a new task for the next run: a late notification of the old task must not be taken for
+  /// one of the new run.
   void renewTask();
-  /// Makes the step of a caller; whatever it throws becomes the outcome of that call alone.
+  /// Runs the step of a caller. What it throws becomes the outcome of that call alone.
   void ask(DownloadBlock completion, const std::function<Effects(DownloadBlock&)>& step);
 
-  // Parts of steps. What may fail comes first, then the state, then the blocks are taken: a step
-  // that throws has changed nothing.
+  // Parts of steps. Their order matters: first what may fail, then the change of state, last the
+  // blocks are taken. So a step that throws has changed nothing.
   [[nodiscard]] Effects schedule();
   [[nodiscard]] Effects resumePaused(DownloadBlock& completion);
   [[nodiscard]] Effects end(State state, const platform::ErrorPtr& error);
@@ -113,7 +114,7 @@ class BlobDownload final : public platform::TaskListener,
   // Effects, and what the task tells.
   enum class Run { kStarts, kResumes };
   void run(Run run);
-  /// Null where the run is at its end, or waits for the file.
+  /// Null if the run is over, or has to wait for the file.
   [[nodiscard]] FileClaim::Lease claimFile();
   void claimIsFree();
   void launch(Run run, const FileClaim::Lease& claim);
@@ -121,7 +122,7 @@ class BlobDownload final : public platform::TaskListener,
   void taskChanged(const platform::VSTask& task, const FileClaim::Lease& claim,
                    platform::TaskState to, const platform::Dictionary& output);
   void taskEnded(const FileClaim::Lease& claim, const platform::Dictionary& output);
-  /// Of the run that has this claim; null for one that could not get it.
+  /// `claim` is that of the failed run; null if the run could not get one.
   void fail(const FileClaim::Lease& claim, const platform::Dictionary& context);
   void comeToRest(const FileClaim::Lease& claim, State state, const platform::ErrorPtr& error,
                   const Result& result);

@@ -2,8 +2,8 @@
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
-#include "Binary/Binary/BinaryLogger.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 
@@ -15,46 +15,9 @@
 #include <unistd.h>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::Result;
-using platform::Value;
-
 namespace {
 
-constexpr std::string_view kNoPrimaryKey = "Primary key doesn't exist..";
-constexpr std::string_view kNotDownloadedYet =
-    "There is no blob id for the given primary key, the file hasn't been downloaded yet.";
-constexpr std::string_view kBlobIdIs = "Blob id for the given primary keys is %@";
-constexpr std::string_view kStateIs = "State of the for the given primary key is %d";
-constexpr std::string_view kDownloadInterrupted =
-    "File download was intermintently stopped due to error or paused.";
-constexpr std::string_view kPathRetrieved = "File path retrieved inside get binary file path : %@";
-constexpr std::string_view kPathNotRetrieved = "File path couldn't be retrived.";
-
-constexpr std::string_view kRowExists = "Row exists.";
-constexpr std::string_view kNeverDownloaded =
-    "Blob hasn't been downloaded to the device. Creating a column in blob store manager";
-constexpr std::string_view kRowCreated = "Row successfully created in varosyncBLOBSTOREMANAGER.";
-constexpr std::string_view kInsertedBlobId = "Inserted blob ID = %ld";
-constexpr std::string_view kLinked = "Updated the values in the parent table for blob ID : %ld";
-constexpr std::string_view kNotLinked = "Error in updating parent table for blob ID : %ld";
-constexpr std::string_view kBlobIdExists = "Blob ID exists : %@";
-constexpr std::string_view kNoRow = "No row with blob ID %@ exists in varosyncBLOBSTOREMANAGER.";
-constexpr std::string_view kUpdated = "Updated the values in the parent table for blob ID : %@";
-constexpr std::string_view kNotUpdated = "Error in updating parent table for blob ID : %@";
-
-constexpr std::string_view kFileRemoved = "File successfully removed..";
-constexpr std::string_view kCouldNotDelete = "Could not delete file :%@ ";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
-
-/// Whether the file that a row in this state names is valid.
-bool isUsable(std::int64_t state) {
-  return state == kFileAvailable || state == kUploadAccepted || state == kUploadInProgress;
-}
+namespace texts = log_texts::blob_files;
 
 /// The path that a row notes, where the policy has it handed out.
 std::optional<std::string> notedPath(const Dictionary& row, TransferPolicy policy) {
@@ -69,15 +32,15 @@ std::optional<std::string> usablePath(const BlobStoreTable& table, const Diction
                                       const std::string& columnName, TransferPolicy policy) {
   const auto blobId = BlobStoreTable::linkIn(record, columnName);
   if (!blobId || *blobId == blobs::kNull) {
-    logger().logDebug(kNotDownloadedYet);
+    logger().logDebug(texts::kNotDownloadedYet);
     return std::nullopt;
   }
-  logger().logDebug(kBlobIdIs, *blobId);
+  logger().logDebug(texts::kBlobIdIs, *blobId);
   const Dictionary row = table.row(*blobId).value_or(Dictionary());
   const std::int64_t state = row[blobs::kState].integerValue();
-  logger().logDebug(kStateIs, state);
-  if (isUsable(state)) return notedPath(row, policy);
-  logger().logDebug(kDownloadInterrupted);
+  logger().logDebug(texts::kStateIs, state);
+  if (blobs::hasFile(state)) return notedPath(row, policy);
+  logger().logDebug(texts::kDownloadInterrupted);
   return std::nullopt;
 }
 
@@ -87,25 +50,23 @@ ErrorPtr databaseError(std::string_view message, const ErrorPtr& cause) {
 
 /// Of a record that is linked to no blob: makes a row that says nothing but that it is deleted.
 BlobDeletion deleteUnlinked(const BlobStoreTable& table, const BlobColumn& column) {
-  logger().logDebug(kNeverDownloaded);
-  const std::int64_t id = table.insert({{blobs::kState, kDeleteAccepted},
-                                        {blobs::kColumnName, column.columnName},
-                                        {blobs::kTableName, column.tableName}});
+  logger().logDebug(texts::kNeverDownloaded);
+  const std::int64_t id = table.insertDeletion(column.tableName, column.columnName);
   BlobDeletion deletion;
   if (table.isFailedInsert(id)) {
     logger().logError(kErrorInsertingRow);
     deletion.error = databaseError(kErrorInsertingRow, nullptr);
     return deletion;
   }
-  logger().logInfo(kRowCreated);
-  logger().logDebug(kInsertedBlobId, id);
+  logger().logInfo(texts::kRowCreated);
+  logger().logDebug(texts::kInsertedBlobId, id);
   deletion.blobId = std::to_string(id);
   const auto linked = table.setLink(column.tableName, column.columnName, column.primaryKeys, id);
   if (linked) {
-    logger().logDebug(kLinked, id);
+    logger().logDebug(texts::kLinked, id);
     deletion.recorded = true;
   } else {
-    logger().logError(kNotLinked, id);
+    logger().logError(texts::kNotLinked, id);
     deletion.error = databaseError(kErrorUpdatingRow, linked.error());
   }
   return deletion;
@@ -115,9 +76,9 @@ BlobDeletion deleteUnlinked(const BlobStoreTable& table, const BlobColumn& colum
 bool update(const BlobStoreTable& table, const Dictionary& values, BlobDeletion& deletion) {
   const auto updated = table.update(*deletion.blobId, values);
   if (updated) {
-    logger().logDebug(kUpdated, *deletion.blobId);
+    logger().logDebug(texts::kUpdated, *deletion.blobId);
   } else {
-    logger().logError(kNotUpdated, *deletion.blobId);
+    logger().logError(texts::kNotUpdated, *deletion.blobId);
     deletion.error = databaseError(kErrorUpdatingParentTable, updated.error());
   }
   return updated.ok();
@@ -142,8 +103,7 @@ ErrorPtr notRemoved(const ErrorPtr& cause) {
 void removeThenRecord(const BlobStoreTable& table, const Dictionary& row, BlobDeletion& deletion) {
   deletion.fileRemoved = BlobFiles::removeFileAt(row[blobs::kLocalPath].textValue()).ok();
   if (!deletion.fileRemoved) return;
-  deletion.recorded = update(
-      table, {{blobs::kLocalPath, blobs::kNull}, {blobs::kState, kDeleteAccepted}}, deletion);
+  deletion.recorded = update(table, blobs::deletionWithFile(), deletion);
 }
 
 /// The row keeps the path until the file is gone, so that whatever breaks this off can be repeated.
@@ -151,34 +111,32 @@ void recordThenRemove(const BlobStoreTable& table, const Dictionary& row, BlobDe
   const std::string path = row[blobs::kLocalPath].textValue();
   if (const int failure = whyNotRemovable(path); failure != 0 && failure != ENOENT) {
     deletion.error = notRemoved(Error::fromErrno(failure, "Deleting", path));
-    return logger().logError(kCouldNotDelete, deletion.error);
+    return logger().logError(texts::kCouldNotDelete, deletion.error);
   }
-  deletion.recorded = update(table, {{blobs::kState, kDeleteAccepted}}, deletion);
+  deletion.recorded = update(table, blobs::deletion(), deletion);
   if (!deletion.recorded) return;
   const auto removed = BlobFiles::removeFileAt(path);
   deletion.fileRemoved = removed.ok();
   if (removed) {
-    (void)update(table, {{blobs::kLocalPath, blobs::kNull}}, deletion);
+    (void)update(table, blobs::fileRemoved(), deletion);
     return;
   }
   deletion.error = notRemoved(removed.error());
-  const Value former =
-      row[blobs::kState] == Value(blobs::kNull) ? Value(nullptr) : row[blobs::kState];
   // Where this fails as well, the deletion stays recorded, and is told to be.
-  deletion.recorded = !table.update(*deletion.blobId, {{blobs::kState, former}}).ok();
+  deletion.recorded = !table.update(*deletion.blobId, blobs::noDeletion(row[blobs::kState])).ok();
 }
 
 BlobDeletion deleteLinked(const BlobStoreTable& table, const std::optional<std::string>& blobId,
                           bool removeNow, TransferPolicy policy) {
-  logger().logDebug(kBlobIdExists, blobId.value_or(std::string()));
+  logger().logDebug(texts::kBlobIdExists, blobId.value_or(std::string()));
   BlobDeletion deletion;
   deletion.blobId = blobId;
   const auto row = blobId ? table.row(*blobId) : std::nullopt;
   if (!row) {
-    logger().logError(kNoRow, blobId.value_or(std::string()));
+    logger().logError(texts::kNoRow, blobId.value_or(std::string()));
     deletion.error = databaseError(kRowNotExists, nullptr);
   } else if (!removeNow) {
-    deletion.recorded = update(table, {{blobs::kState, kDeleteAccepted}}, deletion);
+    deletion.recorded = update(table, blobs::deletion(), deletion);
   } else if (policy == TransferPolicy::kSafe) {
     recordThenRemove(table, *row, deletion);
   } else {
@@ -193,17 +151,17 @@ Result<std::string> BlobFiles::filePath(const BlobColumn& column, TransferPolicy
   const BlobStoreTable table(column.databaseName, policy);
   const auto record = table.record(column.tableName, column.primaryKeys);
   if (!record) {
-    logger().logError(kNoPrimaryKey);
+    logger().logError(texts::kNoPrimaryKey);
     return blobError(kDownloadTaskErrorDomain, kCodeBinaryRecordDoesNotExist,
                      kRowWithPrimaryKeyNotExists);
   }
   auto path = usablePath(table, *record, column.columnName, policy);
   if (!path) {
-    logger().logError(kPathNotRetrieved);
+    logger().logError(texts::kPathNotRetrieved);
     return blobError(kDownloadTaskErrorDomain, kCodeInvalidStateForBinaryOperation,
                      kFilePathNotPresent);
   }
-  logger().logDebug(kPathRetrieved, *path);
+  logger().logDebug(texts::kPathRetrieved, *path);
   return *std::move(path);
 }
 
@@ -218,7 +176,7 @@ BlobDeletion BlobFiles::recordDeletion(const BlobColumn& column, bool removeNow,
                                kRowWithPrimaryKeyNotExists);
     return deletion;
   }
-  logger().logDebug(kRowExists);
+  logger().logDebug(texts::kRowExists);
   const auto link = BlobStoreTable::linkIn(*record, column.columnName);
   return link == blobs::kNull ? deleteUnlinked(table, column)
                               : deleteLinked(table, link, removeNow, policy);
@@ -230,10 +188,10 @@ Result<void> BlobFiles::removeFileAt(const std::string& path) {
   if (failure == 0 && ::unlink(path.c_str()) != 0 && errno != ENOENT) failure = errno;
   if (failure != 0 && failure != ENOENT) {
     auto error = Error::fromErrno(failure, "Deleting", path);
-    logger().logError(kCouldNotDelete, error);
+    logger().logError(texts::kCouldNotDelete, error);
     return error;
   }
-  logger().logDebug(kFileRemoved);
+  logger().logDebug(texts::kFileRemoved);
   return {};
 }
 

@@ -28,25 +28,25 @@ struct BlobDeletion {
   platform::ErrorPtr error;
 };
 
-/// The files of blobs: where they are, how far they have come, and their end. Stateless,
-/// thread-safe.
+/// The files of blobs: finds, measures and deletes them. Stateless, thread-safe.
 class BlobFiles {
  public:
   BlobFiles() = delete;
 
-  /// Where the file of the record's binary column is, as its row says: under
-  /// `TransferPolicy::kSafe` an absolute path, else any text but "" and "NULL". Errors: domain
-  /// `kDownloadTaskErrorDomain`, code 5004 for no such record, 5001 for no usable file.
+  /// The path of the file of the record's binary column, as its row has it: under
+  /// `TransferPolicy::kSafe` only an absolute path, otherwise any text but "" and "NULL". Errors:
+  /// domain `kDownloadTaskErrorDomain`, code 5004 for no such record, 5001 for no usable file.
   [[nodiscard]] static platform::Result<std::string> filePath(const BlobColumn& column,
                                                               TransferPolicy policy);
 
-  /// Records the deletion of the record's binary column for the sync engine; `removeNow` also
-  /// deletes the file, without which nothing is recorded then. A file that is gone already, as
-  /// after a deletion that was broken off, counts as removed.
+  /// Records the deletion of the record's binary column for the sync engine. With `removeNow` it
+  /// also deletes the file, and records nothing if that fails. A file that is gone already, as
+  /// after an interrupted deletion, counts as removed.
   ///
-  /// Under `TransferPolicy::kSafe` the deletion is recorded before the file is removed, and taken
-  /// back when the file cannot be removed; else the file goes first, so that it may be gone when
-  /// the row cannot be written.
+  /// The order with `removeNow`:
+  /// - under `TransferPolicy::kSafe` the deletion is recorded first, and taken back if the file
+  ///   cannot be removed;
+  /// - otherwise the file is removed first, and may be gone although the row cannot be written.
   ///
   /// Errors: domain `kDeleteBinaryErrorDomain`, code 5004 for no such record, 7001 for what the
   /// database refused; under `TransferPolicy::kSafe` 5001 for a file that was to be removed and is
@@ -54,8 +54,8 @@ class BlobFiles {
   [[nodiscard]] static BlobDeletion recordDeletion(const BlobColumn& column, bool removeNow,
                                                    TransferPolicy policy);
 
-  /// Deletes the regular file at this path. Whether there is none any more; symbolic links,
-  /// directories and special files stay, and a path that is not absolute is none.
+  /// Deletes the regular file at this absolute path. Succeeds if there is none afterwards. Symbolic
+  /// links, directories and special files are not deleted, and a relative path is an error.
   static platform::Result<void> removeFileAt(const std::string& path);
 
   /// Bytes of the regular file that the row names; none where there is no such file.

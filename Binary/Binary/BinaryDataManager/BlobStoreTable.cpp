@@ -3,7 +3,6 @@
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <string_view>
@@ -40,11 +39,27 @@ constexpr std::string_view kBlobIdObtained = "Updated blobIdString = %@, pktable
 
 BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
-std::string linkColumn(const std::string& columnName) {
-  return std::string(kBlobRef) + '_' + columnName;
+}  // namespace
+
+Dictionary blobs::downloadState(std::int32_t state, const Value& path) {
+  return {{kState, state}, {kLocalPath, state == kDownloadStarted ? Value() : path}};
 }
 
-}  // namespace
+Dictionary blobs::completeFile(const Value& path, const Value& size) {
+  return {{kLocalPath, path}, {kState, kFileAvailable}, {kSize, size}};
+}
+
+Dictionary blobs::fileAt(const Value& path) { return {{kLocalPath, path}}; }
+
+Dictionary blobs::deletion() { return {{kState, kDeleteAccepted}}; }
+
+Dictionary blobs::deletionWithFile() { return {{kLocalPath, kNull}, {kState, kDeleteAccepted}}; }
+
+Dictionary blobs::fileRemoved() { return {{kLocalPath, kNull}}; }
+
+Dictionary blobs::noDeletion(const Value& former) {
+  return {{kState, former == Value(kNull) ? Value(nullptr) : former}};
+}
 
 BlobStoreTable::BlobStoreTable(const std::string& databaseName, TransferPolicy policy)
     : path_(getDBPath(databaseName)), policy_(policy) {}
@@ -71,6 +86,10 @@ std::optional<Dictionary> BlobStoreTable::record(const std::string& tableName,
   // Without a condition the query would give the first record that there is.
   if (primaryKeys.empty()) return std::nullopt;
   return firstRow(tableName, primaryKeys);
+}
+
+std::string BlobStoreTable::linkColumn(const std::string& columnName) {
+  return std::string(kBlobRef) + '_' + columnName;
 }
 
 std::optional<std::string> BlobStoreTable::linkIn(const Dictionary& record,
@@ -136,6 +155,13 @@ std::optional<Dictionary> BlobStoreTable::row(const std::string& blobId) const {
   return firstRow(kVaroSyncBlobStoreMangager, {{blobs::kId, blobId}});
 }
 
+std::int64_t BlobStoreTable::insertDeletion(const std::string& tableName,
+                                            const std::string& columnName) const {
+  return insert({{blobs::kState, kDeleteAccepted},
+                 {blobs::kColumnName, columnName},
+                 {blobs::kTableName, tableName}});
+}
+
 std::int64_t BlobStoreTable::insert(const Dictionary& values) const {
   return SQLiteUtil::insertStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values);
 }
@@ -151,6 +177,21 @@ Result<void> BlobStoreTable::updateInState(const std::string& blobId, const Valu
   const auto changed = SQLiteUtil::updateRows(path_, kVaroSyncBlobStoreMangager, values,
                                               {{blobs::kId, blobId}, {blobs::kState, state}});
   return checkRow(changed, kVaroSyncBlobStoreMangager, {{blobs::kId, blobId}});
+}
+
+/// Changes the row in the state in which it was read, so that a deletion that is recorded between
+/// the two statements stands.
+Result<void> BlobStoreTable::updateUnlessDeleted(const std::string& blobId,
+                                                 const Dictionary& values) const {
+  const auto present = row(blobId);
+  if (!present) return update(blobId, values);
+  const Value& state = (*present)[blobs::kState];
+  if (state == Value(blobs::kNull)) return update(blobId, values);
+  if (!blobs::isDeletion(state.integerValue())) return updateInState(blobId, state, values);
+  // The sync engine is to find the file that has come since.
+  const Value& path = values[blobs::kLocalPath];
+  if (path.isMissing() || !(*present)[blobs::kLocalPath].textValue().empty()) return {};
+  return update(blobId, blobs::fileAt(path));
 }
 
 bool isAbsolutePath(std::string_view path) noexcept {

@@ -11,9 +11,45 @@
 
 namespace varo::binary {
 
-/// Columns of the table `kVaroSyncBlobStoreMangager`, and the texts in them that have a meaning.
-/// They are arrays because a dictionary takes its keys as `std::string`.
+// The table of blobs: its schema, what stands in it, and every statement on it. To add a column,
+// name it in `blobs`, add it to `blobs::kCreateTable`, write it in the statement that knows its
+// value, and add its row to docs/schema.md.
+
+/// The table that holds one row for each blob of the application's database. The application's sync
+/// engine owns its schema; this library never creates or alters it.
+inline constexpr char kVaroSyncBlobStoreMangager[] = "varosyncBLOBSTOREMANAGER";
+
+/// Begins the name of the column that links a record to the blob of its binary column; "_" and that
+/// column's name follow.
+inline constexpr std::string_view kBlobRef = "blobref";
+
+/// States of a blob; docs/schema.md says who writes which, and when.
+inline constexpr std::int32_t kFileAvailable = 50;
+inline constexpr std::int32_t kUploadAccepted = 71;
+inline constexpr std::int32_t kUploadInProgress = 74;
+inline constexpr std::int32_t kDownloadNotStarted = 101;
+inline constexpr std::int32_t kDownloadStarted = 102;
+inline constexpr std::int32_t kDownloadErrored = 103;
+inline constexpr std::int32_t kDownloadPaused = 104;
+inline constexpr std::int32_t kDeleteAccepted = 201;
+inline constexpr std::int32_t kDeleteInProgress = 202;
+
 namespace blobs {
+
+/// The table as a sync engine makes it; the library needs these names, and "id" as the row id.
+inline constexpr char kCreateTable[] = R"(CREATE TABLE varosyncBLOBSTOREMANAGER (
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  localPath TEXT,
+  tableName TEXT,
+  columnName TEXT,
+  type TEXT,
+  state INTEGER,
+  status INTEGER,
+  retry INTEGER,
+  size INTEGER
+))";
+
+// The columns. They are arrays because a dictionary takes its keys as `std::string`.
 
 inline constexpr char kId[] = "id";
 inline constexpr char kLocalPath[] = "localPath";
@@ -27,6 +63,28 @@ inline constexpr char kSize[] = "size";
 
 /// The text that stands for no value.
 inline constexpr char kNull[] = "NULL";
+
+/// Whether the file that a row in this state names is valid.
+[[nodiscard]] constexpr bool hasFile(std::int64_t state) noexcept {
+  return state == kFileAvailable || state == kUploadAccepted || state == kUploadInProgress;
+}
+[[nodiscard]] constexpr bool isDeletion(std::int64_t state) noexcept {
+  return state == kDeleteAccepted || state == kDeleteInProgress;
+}
+
+// What an update sets. A value that is missing leaves its column as it is.
+
+/// Of a download, but for its success. The path counts unless the state is `kDownloadStarted`.
+[[nodiscard]] platform::Dictionary downloadState(std::int32_t state, const platform::Value& path);
+[[nodiscard]] platform::Dictionary completeFile(const platform::Value& path,
+                                                const platform::Value& size);
+/// The file of a download that goes on.
+[[nodiscard]] platform::Dictionary fileAt(const platform::Value& path);
+[[nodiscard]] platform::Dictionary deletion();
+[[nodiscard]] platform::Dictionary deletionWithFile();
+[[nodiscard]] platform::Dictionary fileRemoved();
+/// Takes a deletion back; `former` is the state as `BlobStoreTable::row` has read it.
+[[nodiscard]] platform::Dictionary noDeletion(const platform::Value& former);
 
 }  // namespace blobs
 
@@ -45,7 +103,7 @@ class BlobStoreTable {
 
   /// The path that `SQLiteUtil::pathOfDatabase` gives, logged in this class's own words.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
-  /// Whether this is what `insert` answers where there is no new row. Under
+  /// Whether this is what an insert answers where there is no new row. Under
   /// `TransferPolicy::kCompatible`, a database that could not be opened gives the blob id 0.
   [[nodiscard]] bool isFailedInsert(std::int64_t id) const;
 
@@ -53,6 +111,8 @@ class BlobStoreTable {
   /// be read, or no key is given.
   [[nodiscard]] std::optional<platform::Dictionary> record(
       const std::string& tableName, const platform::Dictionary& primaryKeys) const;
+  /// The name of the record's column that refers to the blob of this binary column.
+  [[nodiscard]] static std::string linkColumn(const std::string& columnName);
   /// What stands in the record's link column: a blob id or "NULL"; none where there is no such
   /// column.
   [[nodiscard]] static std::optional<std::string> linkIn(const platform::Dictionary& record,
@@ -73,8 +133,9 @@ class BlobStoreTable {
 
   /// The row of this blob.
   [[nodiscard]] std::optional<platform::Dictionary> row(const std::string& blobId) const;
-  /// Inserts a row; see `SQLiteUtil::insertStatementForDatabase` and `isFailedInsert`.
-  [[nodiscard]] std::int64_t insert(const platform::Dictionary& values) const;
+  /// Inserts a row that says nothing but that the column's blob is deleted; see `isFailedInsert`.
+  [[nodiscard]] std::int64_t insertDeletion(const std::string& tableName,
+                                            const std::string& columnName) const;
   /// Changes the row of this blob.
   [[nodiscard]] platform::Result<void> update(const std::string& blobId,
                                               const platform::Dictionary& values) const;
@@ -83,8 +144,14 @@ class BlobStoreTable {
   [[nodiscard]] platform::Result<void> updateInState(const std::string& blobId,
                                                      const platform::Value& state,
                                                      const platform::Dictionary& values) const;
+  /// Changes the row of this blob unless its deletion is recorded, also when that happens
+  /// meanwhile; then it gets a path of `values` where it has none.
+  [[nodiscard]] platform::Result<void> updateUnlessDeleted(
+      const std::string& blobId, const platform::Dictionary& values) const;
 
  private:
+  /// See `SQLiteUtil::insertStatementForDatabase`.
+  [[nodiscard]] std::int64_t insert(const platform::Dictionary& values) const;
   [[nodiscard]] std::optional<platform::Dictionary> firstRow(
       const std::string& tableName, const platform::Dictionary& where) const;
 

@@ -12,12 +12,11 @@
 
 namespace varo::binary {
 
-/// Which items wait, in their order, and which of them run, of which there are at most `places`.
-/// It starts nothing and watches nothing: who takes an item starts it, and removes it when it has
-/// come to its end. Items are told apart by identity and held until they are removed; none may be
-/// null. Each operation is atomic. Thread-safe.
-///
-/// The lock is a leaf: nothing is destroyed and nobody is called under it.
+/// Keeps items that wait, in order, and items that run, at most `places` of them.
+/// - It neither starts nor watches an item. Whoever takes one starts it, and removes it at its end.
+/// - Items are compared by identity and held until they are removed. None may be null.
+/// - Thread-safe; each operation is atomic. Nothing is called or destroyed under the lock, so it
+///   may be used under any other lock.
 template <typename T>
 class BoundedQueue {
  public:
@@ -25,7 +24,7 @@ class BoundedQueue {
 
   explicit BoundedQueue(std::size_t places) : places_(places) {}
 
-  /// Puts the item behind those that wait. False where it waits already.
+  /// Appends the item to those that wait. False if it waits already.
   bool schedule(const ItemPtr& item) {
     std::list<ItemPtr> node{item};
     const platform::MutexLock lock(mutex_);
@@ -34,7 +33,7 @@ class BoundedQueue {
     return true;
   }
 
-  /// Moves the item to those that run, if it still waits and there is a place. Whether it did.
+  /// Moves the item to those that run. False if it does not wait any more or there is no place.
   [[nodiscard]] bool takeToStart(const ItemPtr& item) {
     const platform::MutexLock lock(mutex_);
     if (!hasPlaceLocked() || !positions_.contains(item.get())) return false;
@@ -42,7 +41,7 @@ class BoundedQueue {
     return true;
   }
 
-  /// Moves the one that has waited longest to those that run. Null where there is no place or none
+  /// Moves the item that has waited longest to those that run. Null if there is no place or none
   /// waits.
   [[nodiscard]] ItemPtr takeFirstToStart() {
     const platform::MutexLock lock(mutex_);
@@ -52,25 +51,26 @@ class BoundedQueue {
     return first;
   }
 
-  /// Enters the item among those that run, whatever their number, once more where it is one of
-  /// them; it no longer waits.
+  /// Adds an entry for the item to those that run, even beyond `places` and even if it runs
+  /// already. It no longer waits.
   void enterRunning(const ItemPtr& item) {
     const platform::MutexLock lock(mutex_);
     enterLocked(item);
   }
 
-  /// Removes all entries of the item. Whether there was one: of several callers one is told so.
+  /// Removes all entries of the item. True if there was one, so only one of several callers gets
+  /// true.
   bool remove(const ItemPtr& item) {
     const platform::MutexLock lock(mutex_);
     const bool waited = leaveWaitingLocked(item);
     return std::erase(running_, item) != 0 || waited;
   }
-  /// The same of those that run alone.
+  /// As `remove`, but only among those that run.
   bool removeFromRunning(const ItemPtr& item) {
     const platform::MutexLock lock(mutex_);
     return std::erase(running_, item) != 0;
   }
-  /// One entry of the item among those that run. Whether there was one.
+  /// Removes one entry of the item among those that run. True if there was one.
   bool removeOneFromRunning(const ItemPtr& item) {
     const platform::MutexLock lock(mutex_);
     const auto found = std::find(running_.begin(), running_.end(), item);
@@ -78,7 +78,7 @@ class BoundedQueue {
     running_.erase(found);
     return true;
   }
-  /// Those that wait, oldest first, which the queue then holds no more.
+  /// Takes all that wait out of the queue, oldest first.
   [[nodiscard]] std::vector<ItemPtr> takeAllWaiting() {
     std::list<ItemPtr> taken;
     {
@@ -89,7 +89,7 @@ class BoundedQueue {
     return {taken.begin(), taken.end()};
   }
 
-  /// The one that has waited longest, which stays where it is; null when none waits.
+  /// The item that has waited longest, which stays in the queue. Null if none waits.
   [[nodiscard]] ItemPtr firstWaiting() const {
     const platform::MutexLock lock(mutex_);
     return waiting_.empty() ? nullptr : waiting_.front();
@@ -102,7 +102,7 @@ class BoundedQueue {
     const platform::MutexLock lock(mutex_);
     return std::find(running_.begin(), running_.end(), item) != running_.end();
   }
-  /// Those that run; an item that was entered twice stands there twice.
+  /// Those that run. An item with two entries is there twice.
   [[nodiscard]] std::vector<ItemPtr> runningItems() const {
     const platform::MutexLock lock(mutex_);
     return running_;
@@ -111,7 +111,7 @@ class BoundedQueue {
     const platform::MutexLock lock(mutex_);
     return waiting_.size();
   }
-  /// How many entries run; an item that was entered twice counts twice.
+  /// How many entries run. An item with two entries counts twice.
   [[nodiscard]] std::size_t running() const {
     const platform::MutexLock lock(mutex_);
     return running_.size();
@@ -131,7 +131,7 @@ class BoundedQueue {
     leaveWaitingLocked(item);
   }
 
-  /// `item` is not the queue's own pointer, so that nothing is destroyed.
+  /// `item` is a pointer of the caller's, so that nothing is destroyed under the lock.
   bool leaveWaitingLocked(const ItemPtr& item) VARO_REQUIRES(mutex_) {
     const auto position = positions_.find(item.get());
     if (position == positions_.end()) return false;

@@ -1,8 +1,9 @@
 #include "Binary/Binary/BinaryDataManager/DownloadInput.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -14,14 +15,9 @@
 #include <string_view>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::Value;
-
 namespace {
 
-constexpr std::string_view kConfigEntry = "key=%@ value=%@";
-constexpr std::string_view kConfigCopied = "Copied config into input context %@";
+namespace texts = log_texts::download_input;
 
 /// The entries that a download reads of its configuration.
 constexpr std::array<std::string_view, 14> kConfigurationKeys = {kURL,
@@ -39,8 +35,6 @@ constexpr std::array<std::string_view, 14> kConfigurationKeys = {kURL,
                                                                  kOperationSettings,
                                                                  kCancellation};
 
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
-
 /// What may be logged of a configuration's entry.
 Value loggable(const platform::DictionaryEntry& entry) {
   if (platform::isSecretKey(entry.key)) return platform::kRedacted;
@@ -55,7 +49,7 @@ Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
   warnOfUnknownKeys("the configuration", config, kConfigurationKeys);
   Dictionary input;
   for (const platform::DictionaryEntry& entry : config) {
-    logger().logDebug(kConfigEntry, entry.key, loggable(entry));
+    logger().logDebug(texts::kConfigEntry, entry.key, loggable(entry));
     input.set(entry.key, entry.value);
   }
   // The blob of a record comes into its file, which neither of these would have.
@@ -70,7 +64,7 @@ Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
     BinaryNetworkUtils::setHeader(headers, kVaroAuthorization, config[kVaroAuthorization]);
   }
   input.set(kDownloadHeaders, headers);
-  logger().logDebug(kConfigCopied, input);
+  logger().logDebug(texts::kConfigCopied, input);
   return input;
 }
 

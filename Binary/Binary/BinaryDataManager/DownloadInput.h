@@ -4,10 +4,12 @@
 
 namespace varo::binary {
 
-/// The input of the download of a record's binary column: what the caller configured, unless
-/// `additional` or the library itself says otherwise: nothing turns it into a stream or into an
-/// online download. The authorization token of `config` stands
-/// among the headers too.
+/// The input of the download of a record's binary column:
+/// - the entries of `config`, the caller's configuration; its authorization token also becomes a
+///   header;
+/// - the entries of `additional`, which win over those of `config`;
+/// - entries of the library's own, which win over both: no configuration turns the download into a
+///   stream or an online download.
 [[nodiscard]] platform::Dictionary downloadInput(const platform::Dictionary& config,
                                                  const platform::Dictionary& additional,
                                                  const platform::Dictionary& primaryKeys);

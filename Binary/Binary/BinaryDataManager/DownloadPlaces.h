@@ -25,9 +25,9 @@ class DownloadPlaces {
   void schedule(const DownloadPtr& download);
   /// Starts the one that has waited longest, if there is a place.
   void startNextScheduledTask();
-  /// Gives back one place of the download, which may have got a second one meanwhile.
+  /// Gives back one place of the download. It may hold a second one, got in the meantime.
   void giveBack(const DownloadPtr& download) { (void)queue_.removeOneFromRunning(download); }
-  /// The download waits and runs no more.
+  /// Removes the download from those that wait and those that run.
   void leave(const DownloadPtr& download) { (void)queue_.remove(download); }
 
   /// Whether a download of this blob has a place.
@@ -35,7 +35,7 @@ class DownloadPlaces {
   [[nodiscard]] std::vector<DownloadPtr> running() const { return queue_.runningItems(); }
   /// Empties the list of those that wait.
   [[nodiscard]] std::vector<DownloadPtr> takeAllWaiting() { return queue_.takeAllWaiting(); }
-  /// Tells all that wait of the runtime's shutdown, after which none of them can start.
+  /// Tells all downloads that wait of the runtime's shutdown: none of them can start any more.
   void endScheduledTasks();
 
  private:

@@ -6,7 +6,6 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <memory>
@@ -126,31 +125,11 @@ DownloadRows::Beginning DownloadRows::beginningIn(const FileClaim& claim, bool i
 }
 
 Result<void> DownloadRows::update(const Dictionary& values) const {
-  return isSafe_ ? updateUnlessDeleted(values) : table_.update(blobId_, values);
-}
-
-/// Changes the row in the state in which it was read, so that a deletion that is recorded between
-/// the two statements stands.
-Result<void> DownloadRows::updateUnlessDeleted(const Dictionary& values) const {
-  const auto row = table_.row(blobId_);
-  if (!row) return table_.update(blobId_, values);
-  const platform::Value& state = (*row)[blobs::kState];
-  if (state == platform::Value(blobs::kNull)) return table_.update(blobId_, values);
-  const std::int64_t number = state.integerValue();
-  if (number != kDeleteAccepted && number != kDeleteInProgress) {
-    return table_.updateInState(blobId_, state, values);
-  }
-  // The sync engine is to find the file that has come since.
-  const platform::Value& path = values[blobs::kLocalPath];
-  if (path.isMissing() || !(*row)[blobs::kLocalPath].textValue().empty()) return {};
-  return table_.update(blobId_, {{blobs::kLocalPath, path}});
+  return isSafe_ ? table_.updateUnlessDeleted(blobId_, values) : table_.update(blobId_, values);
 }
 
 Result<void> DownloadRows::updateDB(const Dictionary& output) const {
-  // An output that is missing is no entry, and its column stays as it is.
-  auto updated = update({{blobs::kLocalPath, output[kFilePath]},
-                         {blobs::kState, kFileAvailable},
-                         {blobs::kSize, output[kTotalFileSize]}});
+  auto updated = update(blobs::completeFile(output[kFilePath], output[kTotalFileSize]));
   if (updated) {
     logger().logDebug(kCompletionUpdated, blobId_);
   } else {
@@ -160,9 +139,7 @@ Result<void> DownloadRows::updateDB(const Dictionary& output) const {
 }
 
 void DownloadRows::updateState(std::int32_t withState, const Dictionary& output) const {
-  Dictionary values{{blobs::kState, withState}};
-  if (withState != kDownloadStarted) values.set(blobs::kLocalPath, output[kFilePath]);
-  if (update(values)) {
+  if (update(blobs::downloadState(withState, output[kFilePath]))) {
     logger().logDebug(kStateUpdated, withState, blobId_);
   } else {
     logger().logError(kStateNotUpdated, withState, blobId_);
@@ -172,7 +149,7 @@ void DownloadRows::updateState(std::int32_t withState, const Dictionary& output)
 void DownloadRows::noteFile(const Dictionary& output) const {
   const platform::Value& path = output[kFilePath];
   if (path.isMissing()) return;
-  if (!table_.update(blobId_, {{blobs::kLocalPath, path}})) {
+  if (!table_.update(blobId_, blobs::fileAt(path))) {
     logger().logError(kFileNotNoted, blobId_);
   }
 }

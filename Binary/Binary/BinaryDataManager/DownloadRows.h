@@ -47,8 +47,6 @@ class DownloadRows {
 
  private:
   [[nodiscard]] platform::Result<void> update(const platform::Dictionary& values) const;
-  [[nodiscard]] platform::Result<void> updateUnlessDeleted(
-      const platform::Dictionary& values) const;
 
   const BlobStoreTable table_;
   const std::string blobId_;

@@ -1,10 +1,11 @@
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryDataManager.h"
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/BinaryDataManager/OnlineDownloadInput.h"
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
@@ -19,24 +20,14 @@
 namespace varo::binary {
 
 using platform::Clock;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::MutexLock;
-using platform::Result;
 using platform::Runtime;
 using platform::SerialQueue;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
 
 namespace {
 
+namespace texts = log_texts::online_binary_data_manager;
+
 constexpr std::string_view kQueue = "onlineDownloadQueue";
-
-constexpr std::string_view kNotStarted = "Download %@ is not started : %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// The error of a download that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {
@@ -72,7 +63,7 @@ void tell(const OnlineDownload& download, const std::string& identifier, const E
 void refuse(const std::shared_ptr<const OnlineDownload>& download, const std::string& identifier,
             const ErrorPtr& error) {
   try {
-    logger().logError(kNotStarted, identifier, error);
+    logger().logError(texts::kNotStarted, identifier, error);
     Runtime::shared().pool().postOrRun(
         [download, identifier, error] { tell(*download, identifier, error); });
   } catch (const std::bad_alloc&) {
@@ -140,7 +131,7 @@ void OnlineBinaryDataManager::schedule(const std::shared_ptr<const OnlineDownloa
   if (isKnown(identifier)) {
     return refuse(
         download, identifier,
-        std::make_shared<const Error>(std::string(kFileAlreadyInQueue),
+        std::make_shared<const Error>(std::string(kAlreadyQueuedErrorDomain),
                                       kDownloadNotStartedAlreadyExistsInQueue, Dictionary()));
   }
   if (const ErrorPtr error = shutDownError()) return refuse(download, identifier, error);
@@ -180,13 +171,13 @@ void OnlineBinaryDataManager::endWithRuntime() {
 }
 
 void OnlineBinaryDataManager::checkAndStartExecution(const TaskPtr& task) {
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   if (task == nullptr || task->state() != TaskState::NotStarted) return;
   // Who calls this with a task of its own has not.
   if (!queue_.isWaiting(task)) (void)queue_.schedule(task);
   if (!queue_.takeToStart(task)) return;
   task->start();  // first: once there is a place it is taken for good
-  logger().logDebug(kStartDownload, task->name());
+  logger().logDebug(log_texts::kStartDownload, task->name());
 }
 
 /// None that waits outlives the runtime unanswered.
@@ -249,6 +240,7 @@ void OnlineBinaryDataManager::downloadEnded(const TaskPtr& task, const Dictionar
   if (block && input.contains(kOnFileDownloadCompleted)) {
     callBlock([&] { block(identifier, path, input[kFileParams]); });
   }
+  // After the block: the name stays in use until that has returned.
   forget(task);
   startNextScheduledTask();
 }
@@ -271,6 +263,7 @@ void OnlineBinaryDataManager::downloadErrored(const TaskPtr& task) {
 
 void OnlineBinaryDataManager::downloadFailed(const TaskPtr& task, const ErrorPtr& error) {
   (void)queue_.remove(task);
+  // Before the block, from inside which the name may be used again.
   forget(task);
   const auto block = take(*task, &DownloadTask::onDownloadFailureCompletionBlock);
   releaseFile(*task);

@@ -27,20 +27,22 @@ struct OnlineDownload;
 /// or through a block, signed where the configuration says so. It has nothing to do with the
 /// offline database.
 ///
-/// At most `MAX_PARALLEL_JOBS` downloads run at once, the others wait. One that waits starts when
-/// another has succeeded; under `TransferPolicy::kSafe`, in the order of their requests, when
-/// another has come to any end (docs/policy.md). The runtime's shutdown ends them all, with an
-/// error.
+/// At most `MAX_PARALLEL_JOBS` downloads run at once, the others wait:
+/// - By default one that waits starts when another has succeeded.
+/// - Under `TransferPolicy::kSafe` they start in the order of their requests, each when another has
+///   come to any end (docs/policy.md).
+/// - The runtime's shutdown ends them all with an error.
 ///
 /// Under `TransferPolicy::kCompatible` the name of the file is computed anew at each use, and it
 /// begins with the second. A download that is under way when one second becomes the next can
 /// therefore leave its bytes in several files and report success with one that is incomplete.
 /// Applications that do not depend on those names use `TransferPolicy::kSafe`.
 ///
-/// Blocks are called on threads of the runtime's pool, those of the chunks on the queue that all
-/// downloads share, with no lock held; each may start further downloads, and what it throws is
-/// logged and goes no further. Owned by a `std::shared_ptr`, which outlives its downloads.
-/// Thread-safe.
+/// Blocks are called with no lock held, on threads of the runtime's pool; those of the chunks on
+/// the queue that all downloads share. Each may start further downloads. What it throws is logged
+/// and goes no further.
+///
+/// Owned by a `std::shared_ptr` that outlives its downloads. Thread-safe.
 class OnlineBinaryDataManager final : public platform::TaskListener,
                                       public std::enable_shared_from_this<OnlineBinaryDataManager> {
  public:
@@ -58,35 +60,45 @@ class OnlineBinaryDataManager final : public platform::TaskListener,
 
   /// Starts a download, or has it wait for its turn. Returns at once.
   ///
-  /// The file parameters name the download with "fileId", fill the placeholders of the
-  /// configuration and come back in every block. Without "fileId" it is named "_" and the seconds
-  /// since 1970, so that of two such downloads of one second the later is refused. The bytes go to
-  /// the file "downloads/SECONDS_NAME" in the documents directory or, with `withStreaming`, to the
-  /// stream block alone.
+  /// The file parameters
+  /// - name the download with "fileId". Without it the name is "_" and the seconds since 1970, so
+  ///   the second of two such downloads within one second is refused;
+  /// - fill the placeholders of the configuration;
+  /// - are passed to every block.
   ///
-  /// The configuration says where the object is: "endpointUrl", a text with placeholders; or
-  /// "domain", which may be "#middlewaredomain" for the "domain" of the options, with
-  /// "relativepath", then the options' "X-Pelmar-Authorization" is sent too. Beside it may hold
-  /// "headers", "X-Pelmar-Authorization", "queryParams" and "ChunkSize" (bytes of a range, 1 MiB
-  /// unless given). With "Auth" = "HMACDigest" the request carries the headers of
-  /// `S3HMACGenerator` instead of these: "method", "Host", and "AuthParameters" with the keys are
-  /// filled with the file parameters first. Under `TransferPolicy::kSafe` each range is signed when
-  /// it is asked for; else they are signed now and must be in time for the last range.
+  /// The bytes go to the file "downloads/SECONDS_NAME" in the documents directory or, with
+  /// `withStreaming`, only to the stream block.
   ///
-  /// Further options: an `OperationSettings` under "settings" and a `platform::Cancellation` under
-  /// "cancellation", both taken now. A download that is cancelled fails.
+  /// The configuration:
+  /// - where the object is: "endpointUrl", a text with placeholders; or "domain" and
+  ///   "relativepath". The domain "#middlewaredomain" stands for the "domain" of the options. With
+  ///   a domain the "X-Pelmar-Authorization" of the options is sent too;
+  /// - "headers", "X-Pelmar-Authorization", "queryParams";
+  /// - "ChunkSize": bytes of a range, 1 MiB unless given;
+  /// - "Auth" = "HMACDigest": the request carries the headers of `S3HMACGenerator` instead, made
+  ///   from "method", "Host" and "AuthParameters", whose placeholders are filled first. Under
+  ///   `TransferPolicy::kSafe` each range is signed when it is requested; otherwise they are signed
+  ///   now, and the signature must still be valid for the last range.
   ///
-  /// The started block is called once; then exactly one of the completed and the failure block,
-  /// after all calls of the chunk and stream blocks, which need not wait for the started block. A
-  /// refused download has its failure block called alone. A name can be used again from inside the
-  /// failure block, and when the completed block has returned. Each block may be empty.
+  /// The options, beside those above: "settings" (`OperationSettings`) and "cancellation"
+  /// (`platform::Cancellation`), both taken now. A download that is cancelled fails.
   ///
-  /// Errors: domain "File Download already in queue, Download not started", 10002, while a
-  /// download of this name waits or runs; domain "Template Parsing Error", 10003, for a placeholder
-  /// without a value, and for a signed configuration that is no JSON; "DownloadTaskErrorDomain",
-  /// 5001, after the runtime's shutdown; "DownloadTaskError", 4, for a download that has failed,
-  /// with the task's error context as user information, and for one whose blocks could not be
-  /// copied, with a "message".
+  /// The blocks, each of which may be empty:
+  /// - The started block is called once. The chunk and stream blocks need not wait for it.
+  /// - Then exactly one of the completed and the failure block is called, after all calls of the
+  ///   chunk and stream blocks.
+  /// - For a download that is refused only the failure block is called.
+  /// - The name can be used again from inside the failure block, and after the completed block has
+  ///   returned.
+  ///
+  /// Errors:
+  /// - "File Download already in queue, Download not started", 10002: a download of this name waits
+  ///   or runs;
+  /// - "Template Parsing Error", 10003: a placeholder without a value, or a signed configuration
+  ///   that is no JSON;
+  /// - "DownloadTaskErrorDomain", 5001: after the runtime's shutdown;
+  /// - "DownloadTaskError", 4: a download that has failed, with the task's error context as user
+  ///   information; or one whose blocks could not be copied, with a "message".
   void createAndStartOnlineDownloadTaskFor(
       const platform::Dictionary& fileParams, bool withStreaming,
       const platform::Dictionary& downloadConfig,

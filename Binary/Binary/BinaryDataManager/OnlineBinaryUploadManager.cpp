@@ -1,8 +1,9 @@
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryUploadManager.h"
 
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/BinaryDataManager/UploadConfiguration.h"
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/BytesUploadHandlerTask.h"
 #include "Binary/Binary/UploadTask/MultiPartUploaderTask.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
@@ -14,7 +15,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
-#include "Platform/Foundation/Array.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/UploadErrors.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Text.h"
@@ -37,47 +38,21 @@
 namespace varo::binary {
 
 using platform::Clock;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::SerialQueue;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
 
 namespace {
 
+namespace texts = log_texts::online_binary_upload_manager;
+
 constexpr std::string_view kUploadQueue = "onlineUploadQueue";
-/// Of errors that a template is the reason for.
-constexpr std::string_view kUploadTaskDomain = "UploadTask";
-constexpr std::string_view kPut = "PUT";
-constexpr std::string_view kPost = "POST";
 /// Bytes that an error shows of a template's entry.
 constexpr std::size_t kLongestEntry = 64;
 constexpr std::string_view kNoBytesSent =
     "the upload template's \"uploadMode\" '%@' and \"method\" '%@' would have no bytes sent";
 constexpr std::string_view kFormUrlEncoded = "application/x-www-form-urlencoded";
 
-constexpr std::string_view kStarting = "Starting UploadTask with sessionId %@";
-constexpr std::string_view kInvalidInput = "Input validations failed for uploadTask: %@";
-constexpr std::string_view kStartFailed = "UploadTask Failed with unknown exception: %@";
 constexpr std::string_view kExceptionPattern = "%@, %@ : %@";
 constexpr std::string_view kExceptionOccured = "Exception occured ";
-
-constexpr std::string_view kTemplateTaskEnded =
-    "[UploadTask VSTaskListener]  task end event received for UploadTemplateGetterTask";
-constexpr std::string_view kTemplateTaskFailed =
-    "[UploadTask VSTaskListener] UploadTemplateGetterTask returned error";
-constexpr std::string_view kOpstatusNotZero =
-    "[UploadTask VSTaskListener] UploadTemplateGetterTask returned response with opstatus 0";
-constexpr std::string_view kUploaderEnded =
-    "[UploadTask VSTaskListener]  task end event received for UploaderTask";
-constexpr std::string_view kUploaderSucceeded =
-    "[UploadTask VSTaskListener] UploaderTask completed successfully";
-constexpr std::string_view kUploaderFailed =
-    "[UploadTask VSTaskListener] UploaderTask returned error";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// Null where the caller gave none.
 template <typename B>
@@ -98,7 +73,7 @@ std::function<void()> failure(const UploadBlocks& blocks, const VSTask& task, Va
 }
 
 ErrorPtr exceptionError(std::string_view exception) {
-  logger().logError(kStartFailed, exception);
+  logger().logError(texts::kStartFailed, exception);
   return CommonUtils::generateErrorWith(
       kUploadErrorDomain, kCodeUploadFailure,
       platform::formatMessage(kExceptionPattern, {kUploadFailure, kExceptionOccured, exception}));
@@ -139,12 +114,38 @@ void warnOfMisspelledKeys(const Dictionary& configuration,
   if (options) warnOfUnknownKeys("the options", *options, kOptionKeys);
 }
 
-/// Whether the uploader of this mode sends what the template asks for: it knows one method alone.
-bool wouldSendBytes(const Value& mode, const Value& method) {
-  const bool isBinary = mode == Value(kUploadModeBinary);
-  if (!isBinary && mode != Value(kUploadModeMultipart)) return false;
+/// How the bytes are sent under one "uploadMode" of a template.
+struct UploadMode {
+  std::string_view name;
+  std::string_view method;  // which the uploader sends, whatever the template asks for
+  std::shared_ptr<UploaderTask> (*makeUploader)(std::string taskName, const Clock& clock);
+};
+
+/// All modes. This is the place to add one.
+constexpr std::array<UploadMode, 2> kUploadModes = {{
+    {kUploadModeBinary, "PUT",
+     [](std::string taskName, const Clock& clock) -> std::shared_ptr<UploaderTask> {
+       return std::make_shared<BytesUploadHandlerTask>(std::move(taskName), clock);
+     }},
+    {kUploadModeMultipart, "POST",
+     [](std::string taskName, const Clock& /*clock*/) -> std::shared_ptr<UploaderTask> {
+       return std::make_shared<MultiPartUploaderTask>(std::move(taskName));
+     }},
+}};
+
+/// Null where there is none of that name; the letter case counts.
+const UploadMode* uploadModeNamed(const Value& name) {
+  const auto* const mode =
+      std::find_if(kUploadModes.begin(), kUploadModes.end(),
+                   [&](const UploadMode& each) { return name == Value(each.name); });
+  return mode == kUploadModes.end() ? nullptr : mode;
+}
+
+/// Whether the mode's uploader sends what the template asks for.
+bool wouldSendBytes(const UploadMode* mode, const Value& method) {
+  if (mode == nullptr) return false;
   return !CommonUtils::isGiven(method) ||
-         platform::equalIgnoringCase(method.textValue(), isBinary ? kPut : kPost);
+         platform::equalIgnoringCase(method.textValue(), mode->method);
 }
 
 ErrorPtr noBytesError(const Value& mode, const Value& method) {
@@ -154,7 +155,7 @@ ErrorPtr noBytesError(const Value& mode, const Value& method) {
   };
   const std::string detail = platform::formatMessage(kNoBytesSent, {shown(mode), shown(method)});
   return CommonUtils::generateErrorWith(
-      kUploadTaskDomain, kCodeUploadInvalidParameterValue,
+      kUploadTaskErrorDomain, kCodeUploadInvalidParameterValue,
       platform::formatMessage(kMessageAndDetail, {kUploadInvalidParameterValue, detail}));
 }
 
@@ -224,15 +225,13 @@ void OnlineBinaryUploadManager::start(const std::shared_ptr<const Upload>& uploa
   ErrorPtr error;
   const ErrorPtr unexpected = caught([&] {
     sessionId = makeSessionId();
-    logger().logInfo(kStarting, sessionId);
+    logger().logInfo(texts::kStarting, sessionId);
     error = validateInput(upload->configuration);
     if (error != nullptr) {
-      logger().logError(kInvalidInput, error);
+      logger().logError(texts::kInvalidInput, error);
     } else if (platform::Runtime::shared().isShutDown()) {
       // The engine would refuse the task without telling anybody.
-      error = CommonUtils::generateErrorWith(
-          kUploadErrorDomain, kCodeUploadFailure,
-          platform::formatMessage(kMessageAndDetail, {kUploadFailure, kLibraryShutDown}));
+      error = uploadError(kCodeUploadFailure, kUploadFailure, kLibraryShutDown);
     } else {
       schedule(sessionId, *upload);
     }
@@ -315,9 +314,9 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::taskEnded(
 
 OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateTaskEnded(
     UploadTemplateGetterTask& task, TaskState state) {
-  logger().logInfo(kTemplateTaskEnded);
+  logger().logInfo(texts::kTemplateTaskEnded);
   if (state == TaskState::Ended) return templateReceived(task);
-  logger().logError(kTemplateTaskFailed);
+  logger().logError(texts::kTemplateTaskFailed);
   return failure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
 }
 
@@ -327,25 +326,21 @@ OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::templateReceived
       task.outputContext()[upload::kRedirectionTemplate].dictionaryValue();
   const auto refuse = [&](std::int32_t code) {
     return failure(task.blocks(), task,
-                   std::make_shared<const Error>(std::string(kUploadTaskDomain), code,
+                   std::make_shared<const Error>(std::string(kUploadTaskErrorDomain), code,
                                                  platform::withoutSecrets(uploadTemplate)));
   };
   if (uploadTemplate[kOpStatus].integerValue() != 0) {
-    logger().logError(kOpstatusNotZero);
+    logger().logError(texts::kOpstatusNotZero);
     return refuse(kCodeUploadFailure);
   }
-  const Value& mode = uploadTemplate[keys::kUploadMode];
+  const Value& modeName = uploadTemplate[keys::kUploadMode];
+  const UploadMode* mode = uploadModeNamed(modeName);
   if (OperationSettings::of(task.inputContext())->isSafe() &&
       !wouldSendBytes(mode, uploadTemplate[keys::kMethod])) {
-    return failure(task.blocks(), task, noBytesError(mode, uploadTemplate[keys::kMethod]));
+    return failure(task.blocks(), task, noBytesError(modeName, uploadTemplate[keys::kMethod]));
   }
-  if (mode == Value(kUploadModeBinary)) {
-    scheduleUploader(std::make_shared<BytesUploadHandlerTask>(task.name(), clock_), task);
-  } else if (mode == Value(kUploadModeMultipart)) {
-    scheduleUploader(std::make_shared<MultiPartUploaderTask>(task.name()), task);
-  } else {
-    return refuse(kCodeUploadTaskInstanceFailure);
-  }
+  if (mode == nullptr) return refuse(kCodeUploadTaskInstanceFailure);
+  scheduleUploader(mode->makeUploader(task.name(), clock_), task);
   return {};
 }
 
@@ -366,12 +361,12 @@ void OnlineBinaryUploadManager::scheduleUploader(const std::shared_ptr<UploaderT
 
 OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::uploaderEnded(UploaderTask& task,
                                                                               TaskState state) {
-  logger().logInfo(kUploaderEnded);
+  logger().logInfo(texts::kUploaderEnded);
   if (state == TaskState::Errored) {
-    logger().logError(kUploaderFailed);
+    logger().logError(texts::kUploaderFailed);
     return failure(task.blocks(), task, task.errorContext()[platform::kTaskErrors]);
   }
-  logger().logInfo(kUploaderSucceeded);
+  logger().logInfo(texts::kUploaderSucceeded);
   const auto& completed = task.blocks().onBytesUploadCompletedCompletionBlock;
   if (completed == nullptr) return {};
   return [block = completed, name = task.name(),

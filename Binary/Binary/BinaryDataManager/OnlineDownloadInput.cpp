@@ -1,6 +1,7 @@
 #include "Binary/Binary/BinaryDataManager/OnlineDownloadInput.h"
 
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/RequestSigner.h"
 #include "Binary/Binary/Utils/S3SigningConstants.h"
@@ -20,10 +21,6 @@ namespace varo::binary {
 
 using platform::Block;
 using platform::Clock;
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::Result;
-using platform::Value;
 
 namespace {
 

@@ -1,20 +1,16 @@
 #include "Binary/Binary/BinaryDataManager/TaskQueueManager.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <utility>
 
 namespace varo::binary {
-
-using platform::MutexLock;
-using platform::VSTask;
-
 namespace {
 
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
-
+/// Never under the lock: a task may end at once, and its listener comes back to the queue.
 void start(VSTask& task) {
-  logger().logDebug(kStartDownload, task.name());
+  logger().logDebug(log_texts::kStartDownload, task.name());
   task.start();
 }
 
@@ -97,7 +93,7 @@ bool TaskQueueManager::takeIfRoomLocked(const TaskPtr& task) {
 
 void TaskQueueManager::checkAndStartExecution(const TaskPtr& task) {
   if (task == nullptr) return;
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   {
     const MutexLock lock(mutex_);
     if (!takeIfRoomLocked(task)) return;
@@ -107,7 +103,7 @@ void TaskQueueManager::checkAndStartExecution(const TaskPtr& task) {
 
 TaskQueueManager::TaskPtr TaskQueueManager::startNextScheduledTask() {
   if (getNextScheduledTask() == nullptr) return nullptr;
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   TaskPtr next;
   {
     const MutexLock lock(mutex_);
@@ -122,9 +118,10 @@ TaskQueueManager::TaskPtr TaskQueueManager::startNextScheduledTask() {
 void TaskQueueManager::addTaskAndCheckStartExecution(const TaskPtr& task,
                                                      const std::string& withIdentifier) {
   if (task == nullptr) return;
-  logger().logDebug(kCheckingForEmptySlot);
+  logger().logDebug(log_texts::kCheckingForEmptySlot);
   TaskPtr registered = task;
   {
+    // Under one lock: once the task waits, another thread could take it and start it as well.
     const MutexLock lock(mutex_);
     registerLocked(registered, withIdentifier);
     scheduleLocked(task);

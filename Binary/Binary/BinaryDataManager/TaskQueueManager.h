@@ -16,22 +16,18 @@ namespace varo::binary {
 /// How many tasks of one `TaskQueueManager` run at once.
 inline constexpr std::int32_t MAX_PARALLEL_JOBS = 5;
 
-/// What is logged before a place is looked for and before a task is started (the task's name), by
-/// this queue and by those who keep lists of their own.
-inline constexpr std::string_view kCheckingForEmptySlot =
-    "Checking if the inProgressQueue has empty slot.";
-inline constexpr std::string_view kStartDownload = " Start Download for task %@";
-
 /// Starts tasks in the order in which they were scheduled, at most `MAX_PARALLEL_JOBS` at once.
 ///
-/// It does not watch them. Its owner subscribes to each task, hands it over with
-/// `addTaskAndCheckStartExecution` (the task's name as the identifier), and when the task has come
-/// to its end calls `removeTaskFromInProgressQueue`, `removeKey` and `startNextScheduledTask`.
+/// It does not watch the tasks. For each task its owner
+/// 1. subscribes to it;
+/// 2. hands it over with `addTaskAndCheckStartExecution`, the task's name as the identifier;
+/// 3. calls `removeTaskFromInProgressQueue`, `removeKey` and `startNextScheduledTask` at its end.
 ///
-/// Tasks are held until they are removed; the lists tell them apart by identity. Nothing fails: an
-/// unknown key or task, and a null one, is ignored. Thread-safe; what an operation does to the
-/// lists is atomic, and a task is started and logged about after that, so that all of them may also
-/// be called from a task's listener or a log's sink.
+/// Tasks are held until they are removed, and compared by identity. Unknown keys, unknown tasks and
+/// null are ignored.
+///
+/// Thread-safe. Each operation changes the lists atomically. It starts tasks and logs only after
+/// that, so every operation may also be called from a task's listener or a log sink.
 class TaskQueueManager {
  public:
   using TaskPtr = std::shared_ptr<platform::VSTask>;
@@ -50,21 +46,20 @@ class TaskQueueManager {
   /// The task that has waited longest, which stays where it is; null when none waits.
   [[nodiscard]] TaskPtr getNextScheduledTask() const;
 
-  /// Moves a task whose name is a registered key to those in progress. One that is among them and
-  /// does not wait is entered once more.
+  /// Moves a task whose name is a registered key to those in progress. A task that is in progress
+  /// already gets a second entry.
   void addTaskToInProgressQueue(const TaskPtr& task);
-  /// Removes all entries of the task. It stays registered. Whether it was in progress: of several
-  /// callers one is told so.
+  /// Removes all entries of the task, which stays registered. True if it was in progress, so only
+  /// one of several callers gets true.
   bool removeTaskFromInProgressQueue(const TaskPtr& task);
   /// How many entries are in progress; a task that was entered twice counts twice.
   [[nodiscard]] std::size_t getInProgressQueueLength() const;
 
-  /// Starts the task and moves it to those in progress while these are fewer than
-  /// `MAX_PARALLEL_JOBS`; else leaves it where it is. Also starts a task that is not registered,
-  /// without moving it.
+  /// If fewer than `MAX_PARALLEL_JOBS` are in progress, moves the task to them and starts it;
+  /// otherwise leaves it where it is. A task that is not registered is started without being moved.
   void checkAndStartExecution(const TaskPtr& task);
-  /// `checkAndStartExecution` with the task that has waited longest, if one waits. While there is
-  /// no room for it, none of the others starts. The task that was started, or null.
+  /// `checkAndStartExecution` with the task that has waited longest, if one waits. Returns the task
+  /// that was started, or null.
   TaskPtr startNextScheduledTask();
   /// `addTask`, `addToScheduledQueue` and `checkAndStartExecution` in one.
   void addTaskAndCheckStartExecution(const TaskPtr& task, const std::string& withIdentifier);
@@ -75,12 +70,12 @@ class TaskQueueManager {
   void moveToInProgressLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
   [[nodiscard]] bool takeIfRoomLocked(const TaskPtr& task) VARO_REQUIRES(mutex_);
 
-  /// Under it nothing is started, logged or destroyed. The operations that consist of others use
-  /// their `...Locked` parts, so it need not be recursive.
+  /// Nothing is started, logged or destroyed under it. Operations that consist of others use their
+  /// `...Locked` parts, so it need not be recursive.
   mutable platform::Mutex mutex_;
   /// Tasks that wait ("schedulingQueue") and tasks that were started and not yet removed
-  /// ("inProgressQueue"). Changed under `mutex_` alone: what is decided upon holds until it is
-  /// done.
+  /// ("inProgressQueue"). Changed under `mutex_` only, so that a decision still holds when it is
+  /// carried out.
   BoundedQueue<platform::VSTask> queue_ VARO_GUARDED_BY(mutex_){MAX_PARALLEL_JOBS};
   /// The registered tasks.
   std::unordered_map<std::string, TaskPtr> tasks VARO_GUARDED_BY(mutex_);

@@ -1,14 +1,12 @@
 #include "Binary/Binary/BinaryDataManager/WaitingBlocks.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 
 #include <functional>
 #include <memory>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::ErrorPtr;
 
 void callDownloadBlock(const DownloadBlock& block, const std::optional<std::string>& blobId,
                        const ErrorPtr& error, const std::optional<Dictionary>& result) noexcept {

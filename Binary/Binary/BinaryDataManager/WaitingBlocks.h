@@ -10,13 +10,13 @@
 
 namespace varo::binary {
 
-/// Calls a block, which may be empty. Needs no memory: a block whose turn has come is called.
+/// Calls a block, which may be empty. Needs no memory, so the call cannot fail for lack of it.
 void callDownloadBlock(const DownloadBlock& block, const std::optional<std::string>& blobId,
                        const platform::ErrorPtr& error,
                        const std::optional<platform::Dictionary>& result) noexcept;
 
-/// The application's blocks that an outcome of a download is for. A step takes them from the task
-/// last, when nothing can fail any more; an effect calls them. Each may be empty.
+/// The application's blocks that wait for an outcome of a download. A step takes them from the task
+/// as its last action, when nothing can fail any more; an effect calls them. Each may be empty.
 struct WaitingBlocks {
   DownloadBlock start, resume, pause;
 
@@ -30,8 +30,8 @@ struct WaitingBlocks {
             const platform::ErrorPtr& pauseError) const noexcept;
 };
 
-/// Takes the block, so that it is called once, and takes it last: what fails before leaves it where
-/// it is. The effect calls it; it may be empty.
+/// An effect that calls the block, which may be empty. The block is taken, so that it is called
+/// only once, and taken last: if this function throws, the block is where it was.
 [[nodiscard]] StepQueue::Effect answering(DownloadBlock& block, const std::string& blobId,
                                           const platform::ErrorPtr& error,
                                           const std::optional<platform::Dictionary>& result);

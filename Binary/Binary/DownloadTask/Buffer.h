@@ -8,7 +8,7 @@
 
 namespace varo::binary {
 
-/// The chunks that wait for writing, first in, first out. Not thread-safe.
+/// A first-in, first-out queue of chunks that wait to be written. Not thread-safe.
 class Buffer {
  public:
   void addChunkToBuffer(std::shared_ptr<Chunk> chunk);

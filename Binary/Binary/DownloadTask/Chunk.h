@@ -12,7 +12,7 @@ namespace varo::binary {
 /// The bytes of one range of an object. Immutable, so shared freely between threads.
 class Chunk final : public platform::Object {
  public:
-  /// The end marker: no bytes, not even none of them.
+  /// The end marker. It has no data at all, unlike a range of zero bytes.
   Chunk() = default;
   Chunk(platform::Data data, std::int64_t offset) : data_(std::move(data)), offset_(offset) {}
 

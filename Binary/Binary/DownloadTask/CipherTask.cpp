@@ -1,28 +1,20 @@
 #include "Binary/Binary/DownloadTask/CipherTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <cstdint>
 #include <string_view>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::TaskState;
-using platform::VSTask;
-
 namespace {
 
-constexpr std::string_view kInside = "Inside %@  ";
-constexpr std::string_view kInListener = "Inside the Cipher listner!   ";
-constexpr std::string_view kStateChange = "Task:%@ fromState:%lu toState:%lu  ";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+namespace texts = log_texts::cipher_task;
 
 }  // namespace
 
 void CipherTask::execute() {
-  logger().logDebug(kInside, name());
+  logger().logDebug(log_texts::kInside, name());
   const TaskState from = state();
   setState(TaskState::Ended);
   task(shared_from_this(), from, TaskState::Ended, outputContext());
@@ -30,8 +22,8 @@ void CipherTask::execute() {
 
 void CipherTask::task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
                       const Dictionary& /*context*/) {
-  logger().logTrace(kInListener);
-  logger().logDebug(kStateChange, task, static_cast<std::uint32_t>(from),
+  logger().logTrace(texts::kInListener);
+  logger().logDebug(log_texts::kStateChange, task, static_cast<std::uint32_t>(from),
                     static_cast<std::uint32_t>(to));
 }
 

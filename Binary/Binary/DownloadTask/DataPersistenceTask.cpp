@@ -1,15 +1,15 @@
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/WorkQueue.h"
-#include "Platform/TaskEngine/VSTaskError.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,56 +19,19 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::SerialQueue;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
-using platform::VSTaskError;
 
 namespace {
 
+namespace texts = log_texts::data_persistence_task;
+
 constexpr std::string_view kChunkQueue = "chunkQueue";
-constexpr std::int64_t kErrorCode = 999;
 constexpr char kPath[] = "path";
 
 constexpr std::string_view kInputErrorName = "dataPersistanceTask";
-constexpr std::string_view kInputErrorDomain = "DataPersistance Task";
 constexpr std::string_view kFileErrorName = "persistenceTask";
-constexpr std::string_view kFileErrorDomain = "Data Persistence";
-constexpr std::string_view kEmptyBodyDomain = "DataPersistantTask";
 constexpr std::string_view kInvalidInput = "Invalid inputs provided to the dataPersistance task.";
 constexpr std::string_view kFileNotThere = "FileDoesn't exist at path.";
-
-constexpr std::string_view kInside = "Inside %@  ";
-constexpr std::string_view kInvalidInputLogged = "Invalid inputs provided to the download task.";
-constexpr std::string_view kInListener = "Inside the Data Persistence listener!   ";
-constexpr std::string_view kStateChange = "Task:%@ fromState:%lu toState:%lu  ";
-constexpr std::string_view kNetworkState =
-    "Inside task listener of data persistence and the state of network task is : %lu";
-constexpr std::string_view kSetEmptyChunk = "Inside set Empty chunk.";
-constexpr std::string_view kEmptyChunk = "Empty Chunk Recieved from server";
-constexpr std::string_view kFilePathIs = "File Path : %@";
-constexpr std::string_view kFileCreated =
-    "File for download task %@ has been created at filepath : %@";
-constexpr std::string_view kSettingSize = "Setting the file size in the first call.";
-constexpr std::string_view kFileNotCreated = "Error in creating file at file path : %@";
-constexpr std::string_view kCreationFailed =
-    "Creating error for download task %@ and setting the state for data persistence as errored.";
-constexpr std::string_view kFileFailed = "Error in writing file at file path : %@";
-constexpr std::string_view kPaused =
-    "Network task has been paused for download task %@ hence ending Data Persistence task.";
-constexpr std::string_view kDownloaded = "Total file for download task %@ has been downloaded.";
-constexpr std::string_view kDownloadedInRanges =
-    "Total file for download task %@ has been downloaded via partial requests.";
-constexpr std::string_view kNoBlobId = "unable to set output context for blob id as it is nil";
-constexpr std::string_view kNoFilePath = "unable to set output context for filepath at it is nil";
-constexpr std::string_view kNoFileSize = "unable to set output context for file size as it is nil";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// One for all downloads: their chunks are written one at a time.
 SerialQueue& chunkQueue() {
@@ -98,13 +61,14 @@ bool tellsOfAnotherObject(const Dictionary& context) {
 DataPersistenceTask::DataPersistenceTask(std::string name) : VSTask(std::move(name)) {}
 
 void DataPersistenceTask::execute() {
-  logger().logTrace(kInside, name());
+  logger().logTrace(log_texts::kInside, name());
   if (!validateInput()) {
-    logger().logError(kInvalidInputLogged);
+    logger().logError(log_texts::kInvalidDownloadInput);
     const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
     _errorContext.set(kDataPersistanceError, userInfo);
-    return raiseError(std::make_shared<const VSTaskError>(
-        ID(), std::string(kInputErrorName), std::string(kInputErrorDomain), kErrorCode, userInfo));
+    return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kInputErrorName),
+                                                          std::string(kPersistenceInputErrorDomain),
+                                                          kCodeDownloadFault, userInfo));
   }
   // On the queue, so that it comes before every chunk and after what is left of an earlier run.
   chunkQueue().async([self = self<DataPersistenceTask>()] { self->beginRun(); });
@@ -177,7 +141,7 @@ std::string DataPersistenceTask::getFilePath() {
   } else {
     path = computeFilePath();
   }
-  logger().logDebug(kFilePathIs, path);
+  logger().logDebug(texts::kFilePathIs, path);
   return path;
 }
 
@@ -189,8 +153,8 @@ bool DataPersistenceTask::hasStablePath() const {
 
 void DataPersistenceTask::task(const std::shared_ptr<VSTask>& task, TaskState from, TaskState to,
                                const Dictionary& context) {
-  logger().logDebug(kInListener);
-  logger().logDebug(kStateChange, task->name(), number(from), number(to));
+  logger().logDebug(texts::kInListener);
+  logger().logDebug(log_texts::kStateChange, task->name(), number(from), number(to));
   const auto network = std::dynamic_pointer_cast<NetworkTask>(task);
   if (network == nullptr) return;
   guarded([&] { networkChanged(network, from, to, context); });
@@ -203,7 +167,7 @@ void DataPersistenceTask::networkChanged(const std::shared_ptr<NetworkTask>& net
     return addChunkToQueue(network, received);
   }
   if (to != TaskState::Ended && to != TaskState::Paused && to != TaskState::Errored) return;
-  if (to != TaskState::Ended) logger().logDebug(kNetworkState, number(to));
+  if (to != TaskState::Ended) logger().logDebug(texts::kNetworkState, number(to));
   setEmptyChunk(network, to, context);
 }
 
@@ -225,7 +189,7 @@ void DataPersistenceTask::addChunkToQueue(const std::shared_ptr<NetworkTask>& ne
 /// Queued behind all chunks that were delivered before.
 void DataPersistenceTask::setEmptyChunk(const std::shared_ptr<NetworkTask>& network, TaskState to,
                                         const Dictionary& context) {
-  logger().logTrace(kSetEmptyChunk);
+  logger().logTrace(texts::kSetEmptyChunk);
   chunkQueue().async([self = self<DataPersistenceTask>(), network, to, context] {
     self->guarded([&] {
       const Dictionary output = context[platform::kTaskOutputContext].dictionaryValue();
@@ -262,7 +226,7 @@ void DataPersistenceTask::processEndMarker(TaskState to, bool isAnotherObject) {
     (void)_fileHandle.empty(getFilePath());
     _totalSizeWritten = 0;
   }
-  if (checkSizeOfFile()) checkIfTaskCompleted(true);
+  if (phase_ != Phase::kNetworkEnded || checkSizeOfFile()) checkIfTaskCompleted(true);
   // What a later run needs is only the file; an ended download keeps it until that is noted.
   if (to != TaskState::Ended) releaseUnclaimedFile();
 }
@@ -274,9 +238,7 @@ void DataPersistenceTask::releaseUnclaimedFile() {
 
 /// Of an object that is complete: somebody else may have cut its file.
 bool DataPersistenceTask::checkSizeOfFile() {
-  if (phase_ != Phase::kNetworkEnded || _streaming || !hasStablePath() || _totalFileSize <= 0) {
-    return true;
-  }
+  if (_streaming || !hasStablePath() || _totalFileSize <= 0) return true;
   const std::string path = getFilePath();
   _totalSizeWritten = static_cast<std::int64_t>(DownloadFile::sizeAt(path));
   if (_totalSizeWritten == _totalFileSize) return true;
@@ -287,7 +249,7 @@ bool DataPersistenceTask::checkSizeOfFile() {
 void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk,
                                        const std::string& validator) {
   if (chunk == nullptr || !chunk->data()) return checkIfTaskCompleted(true);
-  if (chunk->data()->empty()) return logger().logWarning(kEmptyChunk);
+  if (chunk->data()->empty()) return logger().logWarning(texts::kEmptyChunk);
   _totalBytesReceived += static_cast<std::int64_t>(chunk->data()->size());
   if (_streaming) return streamChunk(chunk);
   writeData(chunk, validator);
@@ -346,15 +308,15 @@ bool DataPersistenceTask::noteValidator(const Chunk& chunk, const std::string& v
 }
 
 bool DataPersistenceTask::createFile(const std::string& path) {
-  logger().logDebug(kFileCreated, getBlobID(), path);
+  logger().logDebug(texts::kFileCreated, getBlobID(), path);
   const auto created = path.empty() ? Error::fromErrno(EINVAL, "Creating", getBlobID())
                                     : _fileHandle.create(path).error();
   if (created == nullptr) {
-    if (!_isAsteriskRecieved) logger().logDebug(kSettingSize);
+    if (!_isAsteriskRecieved) logger().logDebug(texts::kSettingSize);
     return true;
   }
-  logger().logError(kFileNotCreated, path);
-  logger().logError(kCreationFailed, getBlobID());
+  logger().logError(texts::kFileNotCreated, path);
+  logger().logError(texts::kCreationFailed, getBlobID());
   _outputContext.set(kBlobId, getBlobID());
   _outputContext.set(kFilePath, path);
   fail(creationFailure(created, path));
@@ -366,7 +328,7 @@ bool DataPersistenceTask::writeChunk(const Chunk& chunk, const std::string& toFi
       toFile, static_cast<std::uint64_t>(chunk.offset()), *chunk.data(),
       hasStablePath() ? DownloadFile::Gaps::kRefused : DownloadFile::Gaps::kAllowed);
   if (!size) {
-    logger().logError(kFileFailed, size.error());
+    logger().logError(texts::kFileFailed, size.error());
     setOutputContext();
     failWithFile(size.error()->localizedDescription(), size.error(), toFile);
     return false;
@@ -402,13 +364,14 @@ void DataPersistenceTask::fail(const Dictionary& userInfo) {
   releaseUnclaimedFile();
   takeEndBack();
   _errorContext.set(kPersistenceError, userInfo);
-  raiseError(std::make_shared<const VSTaskError>(
-      ID(), std::string(kFileErrorName), std::string(kFileErrorDomain), kErrorCode, userInfo));
+  raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kFileErrorName),
+                                                 std::string(kPersistenceErrorDomain),
+                                                 kCodeDownloadFault, userInfo));
 }
 
 void DataPersistenceTask::failWithEmptyBody() {
   takeEndBack();
-  raiseError(CommonUtils::getErrorForTask(ID(), kEmptyBodyDomain, kCodeEmptyBodyReceived,
+  raiseError(CommonUtils::getErrorForTask(ID(), kEmptyObjectErrorDomain, kCodeEmptyBodyReceived,
                                           kEmptyBodyReceived, std::nullopt));
 }
 
@@ -424,7 +387,9 @@ void DataPersistenceTask::takeEndBack() {
 void DataPersistenceTask::checkIfTaskCompleted(bool isReceivedChunkNil) {
   if (_isAsteriskRecieved) return checkIfTaskOfUnknownSizeCompleted(isReceivedChunkNil);
   if (_totalSizeWritten >= _totalFileSize && _totalFileSize > 0) {
-    logger().logDebug(kDownloadedInRanges, getBlobID());
+    // The network task may have ended already: then this end is the download's.
+    if (phase_ == Phase::kReceiving && !checkSizeOfFile()) return;
+    logger().logDebug(texts::kDownloadedInRanges, getBlobID());
     return end();
   }
   if (!isReceivedChunkNil) return raiseContextChangeEvent();
@@ -433,31 +398,25 @@ void DataPersistenceTask::checkIfTaskCompleted(bool isReceivedChunkNil) {
     case Phase::kReleased:
       return;  // of an answer that brought nothing; the network task is about to tell its own end
     case Phase::kNetworkPaused:
-      logger().logDebug(kPaused, getBlobID());
+      logger().logDebug(texts::kPaused, getBlobID());
       return end();
     case Phase::kNetworkEnded:
       if (_totalBytesReceived == 0) return failWithEmptyBody();
       [[fallthrough]];
     case Phase::kNetworkErrored:
-      logger().logDebug(kDownloaded, getBlobID());
+      logger().logDebug(texts::kDownloaded, getBlobID());
       return end();
   }
 }
 
 void DataPersistenceTask::checkIfTaskOfUnknownSizeCompleted(bool isReceivedChunkNil) {
   if (!isReceivedChunkNil) return;
-  if (isObjectComplete(isReceivedChunkNil) && _totalBytesReceived == 0 && !hasEarlierBytes()) {
-    return failWithEmptyBody();
-  }
-  logger().logDebug(phase_ == Phase::kNetworkPaused ? kPaused : kDownloaded, getBlobID());
+  // The end marker of such an object comes before the network task's own end.
+  const bool isComplete = phase_ == Phase::kReceiving || phase_ == Phase::kNetworkEnded;
+  if (isComplete && _totalBytesReceived == 0 && !hasEarlierBytes()) return failWithEmptyBody();
+  logger().logDebug(phase_ == Phase::kNetworkPaused ? texts::kPaused : texts::kDownloaded,
+                    getBlobID());
   end();
-}
-
-/// Whether all of the object has arrived: in the unknown-length mode its end marker tells, which
-/// comes before the network task's end.
-bool DataPersistenceTask::isObjectComplete(bool isReceivedChunkNil) const {
-  if (phase_ == Phase::kReceiving) return _isAsteriskRecieved && isReceivedChunkNil;
-  return phase_ == Phase::kNetworkEnded;
 }
 
 /// Whether the run began where the file ended, so that there may have been nothing to receive.
@@ -473,7 +432,7 @@ void DataPersistenceTask::end() {
   if (!_streaming && mustBeOnDisk) {
     const std::string path = getFilePath();
     if (const auto synced = _fileHandle.sync(path); !synced) {
-      logger().logError(kFileFailed, synced.error());
+      logger().logError(texts::kFileFailed, synced.error());
       return failWithFile(synced.error()->localizedDescription(), synced.error(), path);
     }
   }
@@ -486,10 +445,21 @@ void DataPersistenceTask::end() {
 void DataPersistenceTask::setOutputContext() {
   const std::string blobId = getBlobID();
   const std::string path = getFilePath();
-  blobId.empty() ? logger().logWarning(kNoBlobId) : _outputContext.set(kBlobId, blobId);
-  path.empty() ? logger().logWarning(kNoFilePath) : _outputContext.set(kFilePath, path);
-  _totalFileSize == 0 ? logger().logWarning(kNoFileSize)
-                      : _outputContext.set(kTotalFileSize, _totalFileSize);
+  if (blobId.empty()) {
+    logger().logWarning(texts::kNoBlobId);
+  } else {
+    _outputContext.set(kBlobId, blobId);
+  }
+  if (path.empty()) {
+    logger().logWarning(texts::kNoFilePath);
+  } else {
+    _outputContext.set(kFilePath, path);
+  }
+  if (_totalFileSize == 0) {
+    logger().logWarning(texts::kNoFileSize);
+  } else {
+    _outputContext.set(kTotalFileSize, _totalFileSize);
+  }
 }
 
 }  // namespace varo::binary

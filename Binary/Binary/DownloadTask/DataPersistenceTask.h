@@ -95,7 +95,6 @@ class DataPersistenceTask final : public platform::VSTask {
   /// With the end marker: whether the chunk just processed carried no data.
   void checkIfTaskCompleted(bool isReceivedChunkNil);
   void checkIfTaskOfUnknownSizeCompleted(bool isReceivedChunkNil);
-  [[nodiscard]] bool isObjectComplete(bool isReceivedChunkNil) const;
   [[nodiscard]] bool hasEarlierBytes();
   void end();
   void setOutputContext();

@@ -1,6 +1,6 @@
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
 
-#include "Platform/Foundation/Error.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <cerrno>
 #include <string_view>
@@ -8,10 +8,7 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Error;
 using platform::File;
-using platform::Result;
 
 namespace {
 

@@ -12,15 +12,15 @@
 
 namespace varo::binary {
 
-/// The file that one download fills, from its first byte to its last without a gap: whatever
-/// happens, what is in it is the beginning of the object.
+/// The file that one download fills from the first byte to the last, without a gap. Whenever it
+/// stops, the file holds the beginning of the object.
 ///
-/// With a claim it fills the claimed file. Without, the file is locked from the first write until
-/// `release`, so that no second download of the same object, in this process or another, writes it
-/// meanwhile. Errors: domain "POSIX", with the path. Not thread-safe.
+/// With a claim it fills the claimed file. Without one it locks the file from the first write until
+/// `release`, so that no other download, in this process or another, writes it in the meantime.
+/// Errors: domain "POSIX", with the path. Not thread-safe.
 class DownloadFile {
  public:
-  /// Whether bytes may follow a hole.
+  /// Whether a write may begin behind the end of the file, and so leave a gap.
   enum class Gaps { kRefused, kAllowed };
 
   /// Uses the claim until `release`; null for none.
@@ -30,10 +30,11 @@ class DownloadFile {
   /// Makes a new, empty file at `path`, and this object that file's.
   [[nodiscard]] platform::Result<void> create(const std::string& path);
 
-  /// Cuts the file at `path` to `offset` bytes and writes `bytes` behind them, so that the file
-  /// ends with them. Returns its size. Errors: EBUSY where another download has the file, ENODATA
-  /// where it has fewer than `offset` bytes, ESTALE where another file has taken its place since
-  /// the last write. What could not be written completely is cut off again.
+  /// Cuts the file at `path` to `offset` bytes and appends `bytes`. Returns the size of the file.
+  /// Bytes that could not be written completely are cut off again. Errors:
+  /// - EBUSY: another download has the file;
+  /// - ENODATA: the file has fewer than `offset` bytes;
+  /// - ESTALE: another file has taken its place since the last write.
   [[nodiscard]] platform::Result<std::uint64_t> write(const std::string& path, std::uint64_t offset,
                                                       const platform::Data& bytes, Gaps gaps);
   /// Whether a file is open and locked.

@@ -5,7 +5,9 @@
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 /// Keys of the contexts of download tasks, and the blocks that travel in them. They are arrays
@@ -69,6 +71,11 @@ using OnChunkDownloadCompleted =
 using OnStreamDownloadCompleted =
     platform::Block<void(const std::string& blobId, const std::shared_ptr<Chunk>& chunk,
                          const platform::Value& fileParams)>;
+
+/// The outcome of a start, pause or resume: blob id, error or null, result or none.
+using DownloadBlock =
+    std::function<void(const std::optional<std::string>& blobId, const platform::ErrorPtr& error,
+                       const std::optional<platform::Dictionary>& result)>;
 
 // Of online downloads. `fileParams` is what the caller gave.
 

@@ -1,11 +1,12 @@
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
-#include "Platform/TaskEngine/VSTaskError.h"
+#include "Binary/Binary/SourceNames.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <exception>
 #include <stdexcept>
@@ -14,39 +15,17 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::TaskState;
-using platform::VSTask;
-using platform::VSTaskError;
 using Effects = StepQueue::Effects;
 
 namespace {
 
+namespace texts = log_texts::download_task;
+
 constexpr std::string_view kNetworkTask = "networkTask";
 constexpr std::string_view kPersistenceTask = "persistenceTask";
 constexpr std::string_view kInputErrorName = "downloadTask";
-constexpr std::string_view kInputErrorDomain = "Download Task";
-constexpr std::int64_t kInputErrorCode = 999;
-constexpr std::string_view kInvalidInput = "Invalid inputs provided to the download task.";
 
-constexpr std::string_view kInStop = "Inside Download task stop";
-constexpr std::string_view kInListener = "Inside Download Task Listener. Task Name:%@, State:%lu  ";
-constexpr std::string_view kPaused = "Download task with blob id %@ is paused.";
-constexpr std::string_view kEnded =
-    "Download task with blob ID %@ has been ended. Setting output context and setting state to "
-    "Ended.";
-constexpr std::string_view kNetworkTrouble =
-    "Download task %@ set to errored state due to network trouble. Raising the context change "
-    "event.. ";
-constexpr std::string_view kPersistenceTrouble =
-    "Download task %@ set to errored state due to persistence trouble. Raising the context change "
-    "event.. ";
-
-/// The names of the states of a run, for the trace.
-constexpr std::string_view kRunChanged = "Download task %@ : run %@";
 constexpr std::string_view kRunNames[] = {"idle", "running", "pausing", "resting", "stopped"};
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 
@@ -86,7 +65,7 @@ void DownloadTask::setupListeners() {
 bool DownloadTask::validateInput() const { return !inputContext()[kBlobId].textValue().empty(); }
 
 void DownloadTask::moveTo(Run run) {
-  logger().logTrace(kRunChanged, name(), kRunNames[static_cast<std::size_t>(run)]);
+  logger().logTrace(texts::kRunChanged, name(), kRunNames[static_cast<std::size_t>(run)]);
   run_ = run;
 }
 
@@ -95,12 +74,13 @@ void DownloadTask::moveTo(Run run) {
 void DownloadTask::execute() {
   setupListeners();
   if (!validateInput()) {
-    logger().logError(kInvalidInput);
-    const Dictionary userInfo{{std::string(platform::kErrorMessageKey), kInvalidInput}};
+    logger().logError(log_texts::kInvalidDownloadInput);
+    const Dictionary userInfo{
+        {std::string(platform::kErrorMessageKey), log_texts::kInvalidDownloadInput}};
     _errorContext.set(kDownloadError, userInfo);
     return raiseError(std::make_shared<const VSTaskError>(ID(), std::string(kInputErrorName),
-                                                          std::string(kInputErrorDomain),
-                                                          kInputErrorCode, userInfo));
+                                                          std::string(kDownloadInputErrorDomain),
+                                                          kCodeDownloadFault, userInfo));
   }
   steps_->run([this] { return beginRun(); });
 }
@@ -136,6 +116,7 @@ void DownloadTask::resumeDownload() {
     // While it is resting the effects of that come first.
     if (run_ != Run::kIdle && run_ != Run::kResting) return {};
     Effects effects{[self = self<DownloadTask>()] {
+      // Who writes is ready before who fetches: the first chunk may come at once.
       self->_dataPersistenceTask->resumeDownload(self->inputContext());
       self->resumeSubtask(self->_dataPersistenceTask);
       self->resumeSubtask(self->_networkTask);
@@ -150,7 +131,7 @@ void DownloadTask::resumeDownload() {
 }
 
 void DownloadTask::stop() {
-  logger().logTrace(kInStop);
+  logger().logTrace(texts::kInStop);
   steps_->run([this]() -> Effects {
     if (run_ == Run::kStopped) return {};
     Effects effects{[self = self<DownloadTask>()] {
@@ -186,7 +167,7 @@ void DownloadTask::subtaskFinished(const std::shared_ptr<VSTask>& /*subtask*/,
 
 void DownloadTask::task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
                         const Dictionary& /*context*/) {
-  logger().logDebug(kInListener, task->name(), static_cast<std::int64_t>(to));
+  logger().logDebug(texts::kInListener, task->name(), static_cast<std::int64_t>(to));
   if (task != _dataPersistenceTask) return;
   try {
     persistenceChanged(to);
@@ -238,18 +219,19 @@ Effects DownloadTask::comeToRest(TaskState state) {
 void DownloadTask::rest(TaskState state) {
   const bool bytesWereLost = _dataPersistenceTask->state() == TaskState::Errored;
   if (bytesWereLost) {
-    logger().logDebug(kPersistenceTrouble, name());
+    logger().logDebug(texts::kPersistenceTrouble, name());
     _networkTask->stop();
     _errorContext.replace(_dataPersistenceTask->errorContext());
   } else if (state == TaskState::Paused) {
-    logger().logDebug(kPaused, name());
+    logger().logDebug(texts::kPaused, name());
     restSubtask(_networkTask);
   } else if (state == TaskState::Ended) {
-    logger().logDebug(kEnded, name());
+    logger().logDebug(texts::kEnded, name());
   } else {
-    logger().logDebug(kNetworkTrouble, name());
+    logger().logDebug(texts::kNetworkTrouble, name());
     _errorContext.replace(_networkTask->errorContext());
   }
+  // The contexts before the state: whoever hears of the state reads them.
   _outputContext.replace(_dataPersistenceTask->outputContext());
   setState(state);
   steps_->run([this]() -> Effects {

@@ -20,27 +20,23 @@ class FileClaim;
 class NetworkTask;
 class StepQueue;
 
-/// The outcome of a start, pause or resume: blob id, error or null, result or none.
-using DownloadBlock =
-    std::function<void(const std::optional<std::string>& blobId, const platform::ErrorPtr& error,
-                       const std::optional<platform::Dictionary>& result)>;
-
 /// One download of one object: a `NetworkTask` that fetches it range by range, beside a
 /// `DataPersistenceTask` that writes the ranges to the object's file or hands them to a block. Its
 /// name is the blob id.
 ///
-/// It is at rest before its start and from the moment on when it is Paused, Ended or Errored:
-/// - The end of the persistence task decides when, the state of the network task decides as what.
-/// - It is Errored, too, where the bytes could not be kept.
-/// - A download that is stopped stays in the state that it is in and is freed.
+/// It is at rest before its start, and again once it is Paused, Ended or Errored:
+/// - It comes to rest when the persistence task ends.
+/// - The state of the network task then decides which of the three states it is in. It is also
+///   Errored if the bytes could not be stored.
+/// - A download that is stopped stays in its state and is freed.
 ///
 /// Input: "BlobID", and what the two subtasks read. Output: "BlobID", "FilePath", "TotalFileSize";
 /// a context change tells of "FilePath" as soon as a first part of the object is in the file.
 /// Error context: "DownloadError", or what the subtask that failed has in its own.
 ///
-/// The file of a download belongs to it alone: with a `FileClaim` in the input as long as that has
-/// leases; without, from the first chunk until it is paused, has failed, `stop` or `releaseFile` is
-/// called or it is destroyed. Thread-safe.
+/// No other download writes its file. With a `FileClaim` in the input that holds as long as the
+/// claim has leases. Without one it holds from the first chunk until the download is paused, has
+/// failed or is destroyed, or `stop` or `releaseFile` is called. Thread-safe.
 class DownloadTask final : public platform::VSTask {
  public:
   /// A task of this name (the blob id) with its two subtasks. `steps` owns its state; who watches
@@ -91,7 +87,7 @@ class DownloadTask final : public platform::VSTask {
   void createAndAddSubtasks();
   void setupListeners();
   [[nodiscard]] bool validateInput() const;
-  /// Nothing: its own listener decides when the download ends, not the end of a subtask.
+  /// Does nothing: the listener decides when the download ends, not the end of a subtask.
   void subtaskFinished(const std::shared_ptr<platform::VSTask>& subtask,
                        platform::TaskState state) override;
 

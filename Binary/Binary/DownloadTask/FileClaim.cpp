@@ -1,6 +1,7 @@
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Platform/Foundation/Runtime.h"
 
 #include <array>
@@ -14,11 +15,8 @@
 
 namespace varo::binary {
 
-using platform::Error;
 using platform::File;
 using platform::Mutex;
-using platform::MutexLock;
-using platform::Result;
 
 namespace {
 

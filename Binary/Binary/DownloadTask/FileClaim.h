@@ -12,21 +12,24 @@
 
 namespace varo::binary {
 
-/// The right of one download to fill the file at a path, against every other download in this
-/// process and in others; and which object the bytes in the file are of, so that whoever goes on
-/// with a partial file, also after a crash, does not mix two objects.
+/// The exclusive right of one download, among those of all processes, to fill the file at a path.
+/// It also remembers which object the bytes in the file belong to, so that a download that resumes
+/// a partial file, even after a crash, does not mix two objects.
 ///
-/// It stands on a hidden file beside the file, ".NAME.partial", which is locked while the right is
-/// claimed (advisory, as `File::lock`) and holds the object's validator. The hidden file is gone
-/// when the download is complete, and stays with a partial file. A process that dies gives its
-/// claims up. Thread-safe.
+/// Both are kept in a hidden file beside the file, ".NAME.partial":
+/// - It is locked while the path is claimed (advisory, as `File::lock`). A process that dies gives
+///   up its claims.
+/// - It holds the object's validator.
+/// - It stays with a partial file and is removed when the download is complete.
+///
+/// Thread-safe.
 class FileClaim final : public platform::Object, public std::enable_shared_from_this<FileClaim> {
  public:
-  /// Keeps the path claimed: who writes the file, or notes elsewhere what is in it, has one. The
-  /// claim is released when the last of its leases goes, if not before.
+  /// Keeps the path claimed. Whoever writes the file, or records elsewhere what is in it, holds
+  /// one. The claim is released with its last lease, or earlier by `release`.
   using Lease = std::shared_ptr<FileClaim>;
-  /// What came of `acquire`: a claim; or an error; or neither, and the caller is told when another
-  /// download of this process has given the path up.
+  /// The outcome of `acquire`: a claim, or an error, or neither. Neither means that another
+  /// download of this process has the path; the caller is told when it becomes free.
   struct Attempt {
     Lease claim;
     /// Domain "POSIX": EBUSY where another process has the path, else why the hidden file cannot be
@@ -47,20 +50,21 @@ class FileClaim final : public platform::Object, public std::enable_shared_from_
   /// What `setValidator` stored last, in any process. Empty where nothing is known of the file's
   /// bytes.
   [[nodiscard]] std::string validator() const;
-  /// For whoever uses the claim as long as others hold leases; no lease itself.
+  /// The claim without a lease, for whoever uses it only as long as others hold leases.
   [[nodiscard]] std::shared_ptr<FileClaim> withoutLease() { return shared_from_this(); }
-  /// Whether what is noted cannot be read: the file's bytes are not to be used.
+  /// Whether the hidden file cannot be read; then the file's bytes must not be used.
   [[nodiscard]] bool isBroken() const noexcept { return isBroken_; }
-  /// Notes of which object the bytes are that follow. To be called before they are written, and
-  /// after the bytes of any other object are gone from the file. Errors: domain "POSIX".
+  /// Records which object the bytes belong to that are written next. Call it before they are
+  /// written, and after the bytes of any other object are gone from the file. Errors: domain
+  /// "POSIX".
   [[nodiscard]] platform::Result<void> setValidator(const std::string& text);
 
-  /// Notes that the file has all bytes of the object, `size`, for whoever finds that nothing else
-  /// says so. Without the note the next download starts over.
+  /// Records that the file has all `size` bytes of the object, in case nothing else records it.
+  /// Without this a later download would start over.
   void noteWhole(std::int64_t size);
-  /// The file is complete and its owner knows: the hidden file goes.
+  /// The file is complete and its owner has recorded that: removes the hidden file.
   void finish();
-  /// Lets others claim the path, whoever has leases. Nobody must write the file any more.
+  /// Lets others claim the path, even while there are leases. Nobody may write the file any more.
   void release();
 
   [[nodiscard]] std::string description() const override { return "FileClaim of " + path_; }

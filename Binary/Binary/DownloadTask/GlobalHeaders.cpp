@@ -1,6 +1,6 @@
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Logging/LogSink.h"
 
@@ -9,9 +9,6 @@
 
 namespace varo::binary {
 namespace {
-
-using platform::Dictionary;
-using platform::MutexLock;
 
 /// Scheme and authority of a URL, in lower case.
 std::string originOf(std::string_view url) {
@@ -34,7 +31,7 @@ void GlobalHeaders::noteAnswer(std::string_view url, const platform::HttpRespons
   if (!level) return;
   // A level that nobody knows changes nothing here; the server still sees that it was heard.
   if (const auto known = platform::logLevelNamed(*level)) {
-    BinaryLogger::sharedInstance().setLogLevel(*known);
+    logger().setLogLevel(*known);
   }
   const std::string origin = originOf(url);
   const MutexLock lock(mutex_);

@@ -1,7 +1,9 @@
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Text.h"
@@ -13,77 +15,53 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
 using platform::excerptOf;
 using platform::HttpResponseInfo;
-using platform::Result;
-using platform::Value;
 
 namespace {
+
+namespace texts = log_texts::network_answer;
 
 /// Bytes. An answer that tells of an error is short; one that is longer is the object.
 constexpr std::uint64_t kMaxErrorAnswer = std::uint64_t{1} * 1024 * 1024;
 
-constexpr std::string_view kContentType = "Content-Type";
-constexpr std::string_view kContentRange = "Content-Range";
 constexpr std::string_view kDate = "Date";
 constexpr std::string_view kETag = "ETag";
 constexpr std::string_view kLastModified = "Last-Modified";
-constexpr std::string_view kJsonType = "application/json";
 
 constexpr char kResult[] = "d";
 constexpr char kResultError[] = "error";
 constexpr char kResultMessage[] = "msg";
 constexpr char kResultBytes[] = "results";
-constexpr char kOpstatus[] = "opstatus";
-
-constexpr std::string_view kContentTypeIs = "Content type : %@";
-constexpr std::string_view kStatusIs = "HTTP status code recieved : %ld";
-constexpr std::string_view kStatusOk = "Status code : 200";
-constexpr std::string_view kTypeJson = "  Content type : JSON";
-constexpr std::string_view kErrorString = "  Error string : %@";
-constexpr std::string_view kWholeFile = "Total file recieved at one go.";
-constexpr std::string_view kSizeOfData = "Size of data recieved  : %lu";
-constexpr std::string_view kOtherStatus = "Integer out of range in the switch case. ";
-constexpr std::string_view kCheckingForError = "Executing isErrorResponse with jsonString %@ ";
-constexpr std::string_view kJsonObject = "jsonObject after serialization %@ ";
-constexpr std::string_view kErrorIs = "error %@ ";
-constexpr std::string_view kReturning = "returning isError %d ";
-constexpr std::string_view kNoResults = "Results Object is null or empty ";
-constexpr std::string_view kNoBase64 = "base64 is null ";
-constexpr std::string_view kJsonNotParsed = "Error parsing json ";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 bool isErrorResponse(const std::string& json, bool isOnline) {
-  logger().logError(kCheckingForError, excerptOf(json));
+  logger().logError(texts::kCheckingForError, excerptOf(json));
   const Value object = CommonUtils::parseJsonString(json);
-  logger().logDebug(kJsonObject, object);
+  logger().logDebug(texts::kJsonObject, object);
   const Dictionary answer = object.dictionaryValue();
   bool isError = false;
   if (isOnline) {
-    isError = answer[kOpstatus].integerValue() != 0;
-    if (isError) logger().logError(kErrorIs, excerptOf(json));
+    isError = answer[kOpStatus].integerValue() != 0;
+    if (isError) logger().logError(texts::kErrorIs, excerptOf(json));
   } else if (const Dictionary* result = answer[kResult].dictionary()) {
-    logger().logError(kErrorIs, excerptOf((*result)[kResultError].textValue()));
+    logger().logError(texts::kErrorIs, excerptOf((*result)[kResultError].textValue()));
     isError = (*result)[kResultError].boolValue();
   }
-  logger().logError(kReturning, isError);
+  logger().logError(texts::kReturning, isError);
   return isError;
 }
 
 std::optional<std::string> parseErrorResponse(const std::string& json) {
-  logger().logError(kCheckingForError, excerptOf(json));
+  logger().logError(texts::kCheckingForError, excerptOf(json));
   const Value object = CommonUtils::parseJsonString(json);
-  logger().logError(kJsonObject, excerptOf(json));
+  logger().logError(texts::kJsonObject, excerptOf(json));
   const Dictionary answer = object.dictionaryValue();
   const Dictionary* result = answer[kResult].dictionary();
   if (result == nullptr) return std::nullopt;
-  logger().logError(kErrorIs, excerptOf((*result)[kResultError].textValue()));
+  logger().logError(texts::kErrorIs, excerptOf((*result)[kResultError].textValue()));
   if (!(*result)[kResultError].boolValue()) return std::nullopt;
   const Value message = (*result)[kResultMessage];
-  logger().logError(kErrorIs, excerptOf(message.textValue()));
+  logger().logError(texts::kErrorIs, excerptOf(message.textValue()));
   if (message.isMissing() || message.isNull()) return std::nullopt;
   return message.textValue();
 }
@@ -100,17 +78,17 @@ std::optional<std::string> parseBase64StringFromData(const Data& json) {
   const Value parsed = CommonUtils::jsonObjectFromData(
       json, {.values = platform::kAnswerJsonLimits.values, .bytes = json.size()});
   if (parsed.isMissing()) {
-    logger().logError(kJsonNotParsed);
+    logger().logError(texts::kJsonNotParsed);
     return std::nullopt;
   }
   const Value result = parsed.dictionaryValue()[kResult];
   if (result.dictionaryValue().empty()) {
-    logger().logError(kNoResults);
+    logger().logError(texts::kNoResults);
     return std::nullopt;
   }
   const Value base64 = result.dictionaryValue()[kResultBytes];
   if (!base64.isText()) {
-    logger().logError(kNoBase64);
+    logger().logError(texts::kNoBase64);
     return std::nullopt;
   }
   return *base64.text();
@@ -130,18 +108,18 @@ void setChunkDataForBase64(NetworkAnswer& answer, std::uint64_t maxSize) {
 
 void readWholeObject(NetworkAnswer& answer, std::string_view contentType,
                      const AnswerReading& reading) {
-  logger().logDebug(kStatusOk);
-  if (platform::lowerCase(contentType).find(kJsonType) != std::string::npos) {
-    logger().logDebug(kTypeJson);
+  logger().logDebug(texts::kStatusOk);
+  if (platform::lowerCase(contentType).find(kContentTypeJson) != std::string::npos) {
+    logger().logDebug(texts::kTypeJson);
     const Result<std::string> text = answer.body.readAll(kMaxErrorAnswer);
     if (text && isErrorResponse(*text, reading.isOnline)) {
       answer.said.isError = true;
       answer.said.errorMessage = parseErrorResponse(*text);
-      return logger().logError(kErrorString,
+      return logger().logError(texts::kErrorString,
                                excerptOf(answer.said.errorMessage.value_or(std::string())));
     }
   }
-  logger().logDebug(kWholeFile);
+  logger().logDebug(texts::kWholeFile);
   if (reading.isBase64) setChunkDataForBase64(answer, reading.maxBase64);
 }
 
@@ -161,19 +139,19 @@ NetworkAnswer readAnswer(const HttpResponseInfo& response, const Data& body,
   answer.said.validator.isLastModifiedStrong =
       isLaterDate(field(kDate), answer.said.validator.lastModified);
   const std::string contentType = field(kContentType);
-  logger().logDebug(kContentTypeIs, contentType);
-  logger().logDebug(kStatusIs, answer.said.status);
+  logger().logDebug(texts::kContentTypeIs, contentType);
+  logger().logDebug(texts::kStatusIs, answer.said.status);
   switch (answer.said.status) {
     case 200:
       readWholeObject(answer, contentType, reading);
       break;
     case 206:
-      logger().logDebug(kSizeOfData, body.size());
+      logger().logDebug(texts::kSizeOfData, body.size());
       break;
     case 500:
       break;
     default:
-      logger().logDebug(kOtherStatus);
+      logger().logDebug(texts::kOtherStatus);
   }
   answer.said.size = static_cast<std::int64_t>(answer.body.size());
   return answer;

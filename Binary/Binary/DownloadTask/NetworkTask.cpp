@@ -1,16 +1,16 @@
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/Buffer.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Network/HttpTransportError.h"
-#include "Platform/TaskEngine/VSTaskError.h"
+#include "Platform/Network/TransportFailure.h"
 
 #include <algorithm>
 #include <array>
@@ -21,57 +21,24 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::NetworkErrorPtr;
-using platform::Result;
 using platform::Runtime;
-using platform::TaskState;
-using platform::Value;
 using platform::VRONetworkUtility;
-using platform::VSTaskError;
 
 namespace {
 
-constexpr std::string_view kNetworkTaskName = "networkTask";
-constexpr std::string_view kNetworkTaskDomain = "Network Task";
-constexpr std::string_view kTransportDomain = "NetworkTask";
-/// Of what is thrown.
-constexpr std::int64_t kErrorCode = 999;
+namespace texts = log_texts::network_task;
 
-constexpr std::string_view kTaskInterrupted = "Task Interrupted";
-constexpr std::string_view kInside = "Inside %@  ";
-constexpr std::string_view kRequestFailed = "HttpRequest Failed: %@";
-constexpr std::string_view kClientSide =
-    "Error since there were issues in the parameters sent from the client side. ";
-constexpr std::string_view kInErrorCondition = "Inside error if condition of network task. %@";
-constexpr std::string_view kBase64Ends = "Setting data for base 64 string and ending the task.";
-constexpr std::string_view kWholeFileEnds =
-    "Setting the total file for binary and ending the task.";
-constexpr std::string_view kAsterisk = "Asterisk recieved for the total file size.";
-constexpr std::string_view kTotalSizeIs = "Total file size : %lld";
-constexpr std::string_view kUnknownSizeGoesOn =
-    "File not completely downloaded..Calling download Chunk";
-constexpr std::string_view kGoesOn = "File not completely downloaded calling download Chunk";
-constexpr std::string_view kCompleted = "File download completed via partial request, ending task.";
-constexpr std::string_view kBytesDownloaded = "Total bytes downloaded : %lld";
-constexpr std::string_view kPausing = "Pausing the network task for download task : %@";
-constexpr std::string_view kResuming = "Resuming the network task for download task : %@";
-constexpr std::string_view kStopped = "Done cancelling background session";
-constexpr std::string_view kStartsOver = "The object on the server is another one: starting over";
-constexpr std::string_view kRunStateChange = "The run %lld goes from %@ to %@";
+constexpr std::string_view kNetworkTaskName = "networkTask";
+
+/// What is told of something thrown that is no `std::exception`.
+constexpr std::string_view kUnknown = "An unknown exception";
 
 /// In the output context, for `isOfLatestRun`.
 constexpr char kRunNumber[] = "RunNumber";
 
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
-
 bool isTooLarge(const Error& error) {
-  return error.domain() == platform::kHttpTransportErrorDomain &&
-         error.code() == static_cast<std::int64_t>(platform::HttpTransportError::kResponseTooLarge);
+  return platform::transportFailureOf(error) == platform::TransportFailure::kTooLarge;
 }
 
 }  // namespace
@@ -103,7 +70,7 @@ bool NetworkTask::isTaskInterrupted() const {
 
 ErrorPtr NetworkTask::cause(std::int64_t code, Dictionary userInfo) const {
   return std::make_shared<const VSTaskError>(ID(), std::string(kNetworkTaskName),
-                                             std::string(kNetworkTaskDomain), code,
+                                             std::string(kNetworkTaskErrorDomain), code,
                                              std::move(userInfo));
 }
 
@@ -116,8 +83,8 @@ ErrorPtr NetworkTask::cause(std::int64_t code, std::string_view message) const {
 void NetworkTask::execute() { begin(false); }
 
 void NetworkTask::begin(bool isResumed) {
-  if (isTaskInterrupted()) return logger().logDebug(kTaskInterrupted);
-  logger().logTrace(kInside, name());
+  if (isTaskInterrupted()) return logger().logDebug(texts::kTaskInterrupted);
+  logger().logTrace(log_texts::kInside, name());
   const Result<RangeOrder::Ptr> order = RangeOrder::unpackInputContext(inputContext());
   enter([&] {
     if (order) return beginRun(*order, isResumed);
@@ -126,7 +93,7 @@ void NetworkTask::begin(bool isResumed) {
 }
 
 void NetworkTask::pauseDownload() {
-  logger().logDebug(kPausing, inputContext()[kBlobId]);
+  logger().logDebug(texts::kPausing, inputContext()[kBlobId]);
   enter([this] {
     Effects effects;
     if (goesOn()) {
@@ -139,7 +106,7 @@ void NetworkTask::pauseDownload() {
 }
 
 void NetworkTask::resumeDownload() {
-  logger().logDebug(kResuming, inputContext()[kBlobId]);
+  logger().logDebug(texts::kResuming, inputContext()[kBlobId]);
   begin(true);
 }
 
@@ -152,7 +119,7 @@ void NetworkTask::stop() {
     setState(TaskState::Stopped);
     return effects;
   });
-  logger().logDebug(kStopped);
+  logger().logDebug(texts::kStopped);
 }
 
 bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
@@ -211,9 +178,9 @@ NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
   try {
     return step();
   } catch (const std::exception& exception) {
-    return fail(cause(kErrorCode, exception.what()));
+    return fail(cause(kCodeDownloadFault, exception.what()));
   } catch (...) {
-    return fail(cause(kErrorCode, "An unknown exception"));
+    return fail(cause(kCodeDownloadFault, kUnknown));
   }
 }
 
@@ -225,12 +192,12 @@ void NetworkTask::perform(const Effects& effects) {
   } catch (const std::exception& exception) {
     failLater(*effects.send, exception.what());
   } catch (...) {
-    failLater(*effects.send, "An unknown exception");
+    failLater(*effects.send, kUnknown);
   }
 }
 
 void NetworkTask::failLater(const Request& request, std::string_view what) {
-  enterFromAnswer([this, request, error = cause(kErrorCode, what)] {
+  enterFromAnswer([this, request, error = cause(kCodeDownloadFault, what)] {
     return isCurrent(request) ? fail(error) : Effects{};
   });
 }
@@ -241,7 +208,7 @@ void NetworkTask::changeTo(RunState state) {
   // A run begins, fails and is stopped in any state; the others are of one that goes on.
   assert(state == RunState::kAsking || state == RunState::kFailed || state == RunState::kStopped ||
          goesOn());
-  logger().logTrace(kRunStateChange, runs_, kNames.at(static_cast<std::size_t>(runState_)),
+  logger().logTrace(texts::kRunStateChange, runs_, kNames.at(static_cast<std::size_t>(runState_)),
                     kNames.at(static_cast<std::size_t>(state)));
   runState_ = state;
 }
@@ -310,7 +277,7 @@ NetworkTask::Effects NetworkTask::downloadChunk() {
 
 /// What was published stays known until its place is taken: a pause may come before that.
 NetworkTask::Effects NetworkTask::startOver() {
-  logger().logInfo(kStartsOver);
+  logger().logInfo(texts::kStartsOver);
   run_->known = {};
   run_->_totalBytesDownloaded = 0;
   run_->isFirstOfResumed = false;
@@ -340,7 +307,7 @@ void NetworkTask::send(const Request& request) {
         } catch (const std::exception& exception) {
           self->failLater(request, exception.what());
         } catch (...) {
-          self->failLater(request, "An unknown exception");
+          self->failLater(request, kUnknown);
         }
       });
   // A pause may have come first.
@@ -361,12 +328,12 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
     // The known size refused a whole object of another size that came in place of the range.
     const bool startsOver = isTooLarge(*error) && request.question.known.object.total != 0 &&
                             request.question.mayStartOver();
-    const ErrorPtr failure =
-        CommonUtils::validateResponseforTask(ID(), kTransportDomain, responseInfo, data, error);
+    const ErrorPtr failure = CommonUtils::validateResponseforTask(ID(), kRangeRequestErrorDomain,
+                                                                  responseInfo, data, error);
     return enterFromAnswer([this, request, startsOver, error, failure] {
       if (!isCurrent(request)) return Effects{};  // it was cancelled
-      logger().logError(kRequestFailed, error->description());
-      logger().logError(kClientSide);
+      logger().logError(texts::kRequestFailed, error->description());
+      logger().logError(texts::kClientSide);
       return startsOver ? startOver() : fail(failure);
     });
   }
@@ -382,7 +349,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
       verdict.kind == RangeVerdict::Kind::kError ? causeOf(request, verdict, answer) : nullptr;
   enterFromAnswer([this, request, verdict, failure, body = answer.body] {
     if (isCurrent(request)) return checkForErrors(verdict, body, failure);
-    logger().logDebug(kTaskInterrupted);  // whoever goes on asks for this range anew
+    logger().logDebug(texts::kTaskInterrupted);  // whoever goes on asks for this range anew
     return Effects{};
   });
 }
@@ -406,20 +373,20 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
                                                  const ErrorPtr& failure) {
   using Kind = RangeVerdict::Kind;
   if (verdict.kind == Kind::kError) {
-    logger().logError(kInErrorCondition, failure);
+    logger().logError(texts::kInErrorCondition, failure);
     return fail(failure);
   }
   if (verdict.kind == Kind::kStartOver) return startOver();
   if (verdict.known._isAsteriskRecieved && !run_->known._isAsteriskRecieved) {
-    logger().logDebug(kAsterisk);
+    logger().logDebug(texts::kAsterisk);
   } else if (verdict.known._totalFileSize != run_->known._totalFileSize) {
-    logger().logDebug(kTotalSizeIs, verdict.known._totalFileSize);
+    logger().logDebug(texts::kTotalSizeIs, verdict.known._totalFileSize);
   }
   run_->isFirstOfResumed = false;
   run_->known = verdict.known;
   switch (verdict.kind) {
     case Kind::kWhole:
-      logger().logDebug(run_->order->isBase64() ? kBase64Ends : kWholeFileEnds);
+      logger().logDebug(run_->order->isBase64() ? texts::kBase64Ends : texts::kWholeFileEnds);
       setChunkDataForBinary(body, 0);
       return end();
     case Kind::kAllThere:
@@ -431,10 +398,10 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
       setChunkDataForBinary(body, run_->_totalBytesDownloaded);
   }
   if (verdict.kind == Kind::kEnd || verdict.isComplete) {
-    logger().logInfo(kCompleted);
+    logger().logInfo(texts::kCompleted);
     return end();
   }
-  logger().logDebug(run_->known._isAsteriskRecieved ? kUnknownSizeGoesOn : kGoesOn);
+  logger().logDebug(run_->known._isAsteriskRecieved ? texts::kUnknownSizeGoesOn : texts::kGoesOn);
   if (run_->waiting.count() < kMaxWaitingChunks) return downloadChunk();
   changeTo(RunState::kWaitsForRoom);
   return {};
@@ -442,7 +409,7 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
 
 void NetworkTask::setChunkDataForBinary(const Data& data, std::int64_t offset) {
   run_->_totalBytesDownloaded = offset + static_cast<std::int64_t>(data.size());
-  logger().logDebug(kBytesDownloaded, run_->_totalBytesDownloaded);
+  logger().logDebug(texts::kBytesDownloaded, run_->_totalBytesDownloaded);
   setChunk(std::make_shared<Chunk>(data, offset));
 }
 

@@ -22,32 +22,37 @@ namespace varo::binary {
 
 class StepQueue;
 
-/// Fetches one object in byte ranges, one request at a time, and publishes each range as a `Chunk`:
-/// a context change whose output context holds it under "DataChunk", beside "TotalFileSize" (0
-/// while unknown), "Validator" (the text of an `ObjectValidator`, where the server gives one) and,
-/// where the server does not state the size, "isAsteriskRecieved". A chunk at offset 0 that is not
-/// the first one says that what came before it is void.
+/// Fetches one object in byte ranges, one GET at a time, and publishes each range as a `Chunk`.
 ///
-/// A listener takes each chunk out of the notification, calls `takeChunk` and then does with it
-/// what it wants; while `kMaxWaitingChunks` have not been taken, no further range is asked for, so
-/// that what the network delivers faster than the disk writes stays bounded.
+/// To publish is to raise a context change with this output context:
+/// - "DataChunk": the chunk. One at offset 0 that is not the first makes all earlier ones void.
+/// - "TotalFileSize": bytes of the object; 0 while unknown.
+/// - "Validator": the text of an `ObjectValidator`, if the server gives one.
+/// - "isAsteriskRecieved": if the server does not state the size.
 ///
-/// Input: "URL" and, optional, "ChunkSize" (bytes, else 1 MiB), "TotalBytesDownloaded" (where to
-/// begin), "TotalFileSize", "Validator" (of the object whose bytes stand before that), "Headers",
-/// "requestSigner" (a `RequestSigner`, whose headers are made anew for each request),
-/// "spoolDirectory" (where the object will be stored), "queryParams", "ResponseType"
-/// ("Binary", "Base64"), "ClientID", "SessionID", "BlobID", "settings" (`OperationSettings`); and
-/// either "OnlineDownloadTask", then "URL" is the object's, or "ScopeName", "ObjectName" and
-/// "primaryKeys", which name the record. The request is always a GET.
+/// A listener gets each chunk from the notification and calls `takeChunk`. While
+/// `kMaxWaitingChunks` have not been taken, no further range is requested: the network must not
+/// deliver faster than the disk writes.
+///
+/// Input; all but "URL" and the names of the record are optional:
+/// - "URL": that of the object with "OnlineDownloadTask"; else that of the service, where
+///   "ScopeName", "ObjectName" and "primaryKeys" name the record.
+/// - "TotalBytesDownloaded": where to begin.
+/// - "TotalFileSize", "Validator": of the object that the bytes before that belong to.
+/// - "ChunkSize": bytes of a range, else 1 MiB.
+/// - "Headers", "queryParams", "ClientID", "SessionID", "BlobID".
+/// - "ResponseType": "Binary" or "Base64".
+/// - "requestSigner": a `RequestSigner`, which makes new headers for each request.
+/// - "spoolDirectory": the folder in which the object will be stored.
+/// - "settings": an `OperationSettings`.
 ///
 /// Errors have the domain "Network Task", or "NetworkTask" for failures of the transport, which
-/// stand under `kUnderlyingError`; the error's user information is in the error context under
-/// "NetworkError". What is thrown while an answer is dealt with is such an error too.
+/// are under `kUnderlyingError`. The error's user information is in the error context under
+/// "NetworkError". What is thrown while a response is handled becomes such an error too.
 ///
-/// Asking is `downloadChunk`, judging `judge` (RangeVerdict.h), publishing `checkForErrors`. All
-/// that changes belongs to one step queue: whatever happens is a step on it, which decides and
-/// returns effects (a request, a cancel); these follow when the step has left the queue, and wait
-/// for nobody else's.
+/// `downloadChunk` requests a range, `judge` (RangeVerdict.h) decides about the response, and
+/// `checkForErrors` publishes. All state belongs to one step queue: a step decides and returns
+/// effects (a request, a cancel), which follow after the step has left the queue.
 class NetworkTask final : public platform::VSTask {
  public:
   static constexpr std::size_t kMaxWaitingChunks = 4;
@@ -58,20 +63,19 @@ class NetworkTask final : public platform::VSTask {
 
   void execute() override;
 
-  /// Asks for no further range and cancels the one that is in flight, which whoever goes on asks
-  /// for anew.
+  /// Requests no further range and cancels the one that is in flight; a resume requests it again.
   void pauseDownload();
-  /// Goes on from the input's "TotalBytesDownloaded", or without that from where it was paused. The
-  /// task must be Started.
+  /// Resumes at the input's "TotalBytesDownloaded" or, without that, where it was paused. The task
+  /// must be Started.
   void resumeDownload();
-  /// As `pauseDownload`, and chunks that were not taken never are. The task may be started again.
+  /// As `pauseDownload`, and drops the chunks that were not taken. The task may be started again.
   void stop();
 
-  /// Takes a chunk that was published. False for one of an earlier run, which is to be dropped: the
-  /// present one fetches its bytes itself.
+  /// Takes a chunk that was published. False for a chunk of an earlier run: drop it, the present
+  /// run fetches its bytes again.
   [[nodiscard]] bool takeChunk(const std::shared_ptr<Chunk>& chunk);
-  /// Whether the end or pause that was notified with this output context is that of the latest run.
-  /// False for one of an earlier run or of one that was stopped, which is to be dropped.
+  /// Whether this output context tells of the end or pause of the latest run. False for a run
+  /// before it, or one that was stopped: ignore the notification.
   [[nodiscard]] bool isOfLatestRun(const platform::Dictionary& outputContext) const;
 
  private:

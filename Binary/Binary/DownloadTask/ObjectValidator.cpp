@@ -1,5 +1,6 @@
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Text.h"
 
@@ -8,10 +9,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::Value;
-
 namespace {
 
 constexpr std::string_view kWeak = "W/";

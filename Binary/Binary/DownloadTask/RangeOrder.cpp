@@ -1,11 +1,13 @@
 #include "Binary/Binary/DownloadTask/RangeOrder.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/DownloadTask/GlobalHeaders.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/UrlEncoding.h"
@@ -18,28 +20,14 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::Error;
-using platform::ErrorPtr;
 using platform::ResponseLimits;
-using platform::Result;
-using platform::Value;
 
 namespace {
 
-constexpr std::string_view kErrorDomain = "Network Task";
-constexpr std::int64_t kInvalidInputCode = 999;
+namespace texts = log_texts::range_order;
+
 constexpr std::string_view kResponseTypeBase64 = "Base64";
 constexpr std::string_view kResponseTypeBinary = "Binary";
-
-constexpr std::string_view kInvalidInput = "Invalid inputs provided to the network task.";
-constexpr std::string_view kValidInput = "valid input is %d";
-constexpr std::string_view kUrlNotBuilt = "  The URL can't be built due to insufficient inputs.";
-constexpr std::string_view kUrlBuilt = "  URL from buildURL : %@";
-constexpr std::string_view kRangeRequest = "Range request for blob id %@ : %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// A key or value as it stands in the URL of a record. They are the record's own and may hold
 /// anything; a bare "&" would name another record. What is encoded already stays as it is, unless
@@ -107,13 +95,13 @@ bool validateInput(const Dictionary& input) {
       if (input[key].isMissing() || !hasUrl) valid = false;
     }
   }
-  logger().logDebug(kValidInput, valid);
+  logger().logDebug(texts::kValidInput, valid);
   return valid;
 }
 
 ErrorPtr error(std::int64_t code, std::string message) {
   return std::make_shared<const Error>(
-      std::string(kErrorDomain), code,
+      std::string(kNetworkTaskErrorDomain), code,
       Dictionary{{std::string(platform::kErrorMessageKey), std::move(message)}});
 }
 
@@ -121,9 +109,9 @@ ErrorPtr error(std::int64_t code, std::string message) {
 
 Result<RangeOrder::Ptr> RangeOrder::unpackInputContext(const Dictionary& input) {
   if (!validateInput(input)) {
-    logger().logError(kInvalidInput);
-    if (input[kURL].isMissing()) logger().logError(kUrlNotBuilt);
-    return error(kInvalidInputCode, std::string(kInvalidInput));
+    logger().logError(texts::kInvalidInput);
+    if (input[kURL].isMissing()) logger().logError(texts::kUrlNotBuilt);
+    return error(kCodeDownloadFault, std::string(texts::kInvalidInput));
   }
   auto order = std::make_shared<RangeOrder>();
   order->settings = OperationSettings::of(input);
@@ -144,7 +132,7 @@ Result<RangeOrder::Ptr> RangeOrder::unpackInputContext(const Dictionary& input) 
   order->isStreamed = input[kStreaming].boolValue();
   const std::int64_t chunkSize = input[kChunkSizeKey].integerValue();
   order->_chunkSize = chunkSize > 0 ? chunkSize : kDefaultChunkSize;
-  if (const Value offset = input[kTotalBytesDownloaded]; offset.isPresent()) {
+  if (const Value& offset = input[kTotalBytesDownloaded]; offset.isPresent()) {
     order->offset = std::max<std::int64_t>(offset.integerValue(), 0);
   }
   order->_totalFileSize = std::max<std::int64_t>(input[kTotalFileSize].integerValue(), 0);
@@ -163,7 +151,7 @@ void RangeOrder::buildURL(const Dictionary& input) {
           parameter("clientid", _clientID, isSafe) +
           parameter("varosyncsessionid", _sessionID, isSafe);
   if (BinaryLogger::isEnabled(platform::LogLevel::kDebug)) {
-    logger().logDebug(kUrlBuilt, platform::redactSecrets(_url));
+    logger().logDebug(texts::kUrlBuilt, platform::redactSecrets(_url));
   }
 }
 
@@ -176,7 +164,7 @@ Result<Dictionary> RangeOrder::prepareRequestObject(const RangeQuestion& questio
     setHeaders(headers, *signedHeaders);
   }
   const std::string range = getRangeRequestStringFrom(question.offset, question.last());
-  logger().logDebug(kRangeRequest, blobId, range);
+  logger().logDebug(texts::kRangeRequest, blobId, range);
   BinaryNetworkUtils::setHeader(headers, "Range", range);
   const std::string ifRange =
       question.isSafe && question.offset > 0 ? question.known.object.ifRange() : std::string();

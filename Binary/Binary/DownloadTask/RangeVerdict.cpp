@@ -1,6 +1,6 @@
 #include "Binary/Binary/DownloadTask/RangeVerdict.h"
 
-#include "Binary/Binary/DownloadTask/ContentRange.h"
+#include "Binary/Binary/Utils/ContentRange.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Text.h"
 
@@ -28,7 +28,6 @@ enum HttpStatus : int {
 using Kind = RangeVerdict::Kind;
 
 /// Of most answers that are not taken.
-constexpr std::int64_t kErrorCode = 999;
 /// Of an answer without bytes: not a well-formed field, but what is sent where no size is stated.
 constexpr std::string_view kNoRangeOfUnknownSize = "bytes */*";
 
@@ -118,7 +117,7 @@ void populateFileSizeFromResponse(RangeKnowledge& known, std::optional<std::int6
 RangeVerdict judgeWholeObject(const RangeQuestion& question, const RangeAnswer& answer) {
   RangeKnowledge known = question.known;
   if (answer.isError) {
-    RangeVerdict error = failure(question, kErrorCode, {});
+    RangeVerdict error = failure(question, kCodeDownloadFault, {});
     error.message = answer.errorMessage;
     return error;
   }
@@ -196,7 +195,8 @@ RangeVerdict judgeRange(const RangeQuestion& question, const RangeAnswer& answer
   ++known.ranges;
   const bool isComplete = known._totalFileSize != 0 && end >= known._totalFileSize;
   if (!isComplete && known.ranges > maxRanges(known, question.chunkSize)) {
-    return failure(question, kErrorCode, known._totalFileSize == 0 ? kNoEnd : kTooManyRanges);
+    return failure(question, kCodeDownloadFault,
+                   known._totalFileSize == 0 ? kNoEnd : kTooManyRanges);
   }
   RangeVerdict result = verdict(Kind::kRange, known);
   result.isComplete = isComplete;
@@ -247,7 +247,7 @@ RangeVerdict judge(const RangeQuestion& question, const RangeAnswer& answer) {
     default:
       break;
   }
-  return failure(question, kErrorCode, setErrorMessageDependingOnStatusCode(answer.status));
+  return failure(question, kCodeDownloadFault, setErrorMessageDependingOnStatusCode(answer.status));
 }
 
 }  // namespace varo::binary

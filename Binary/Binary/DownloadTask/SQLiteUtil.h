@@ -15,10 +15,6 @@ class VRODatabaseAPI;
 
 namespace varo::binary {
 
-/// The table that holds one row for each blob of the application's database. The application's sync
-/// engine owns its schema; this library never creates or alters it.
-inline constexpr char kVaroSyncBlobStoreMangager[] = "varosyncBLOBSTOREMANAGER";
-
 /// The statements through which the library reads and writes the application's database. Each is
 /// one statement, committed by itself. Where-conditions are equality tests on every key, joined by
 /// AND. Nothing is thrown: failures show in the result and the log. Thread-safe.

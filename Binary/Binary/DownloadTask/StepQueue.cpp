@@ -1,5 +1,6 @@
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/ThreadPool.h"
 #include "Platform/TaskEngine/DeliveryHold.h"
@@ -9,8 +10,6 @@
 
 namespace varo::binary {
 
-using platform::MutexLock;
-
 StepQueue::StepQueue(std::string label) : queue_(std::move(label)) {}
 
 void StepQueue::run(const std::function<Effects()>& step) {
@@ -19,6 +18,8 @@ void StepQueue::run(const std::function<Effects()>& step) {
   std::uint64_t own = 0;
   const bool isInStep = queue_.runsInThisThread();
   {
+    // What the step makes tasks tell their listeners is delivered when this goes, after the step: a
+    // listener may call anything.
     const platform::DeliveryHold hold;
     queue_.sync([&] {
       made.front().effects = step();
@@ -38,6 +39,8 @@ void StepQueue::runEffects(std::uint64_t own) noexcept {
   {
     const MutexLock lock(mutex_);
     isNested = runner_ == std::this_thread::get_id();
+    // The other thread takes these effects too: it gives `runner_` up under the lock under which it
+    // has found nothing more to do.
     if (!isNested && runner_ != std::thread::id()) return;
     runner_ = std::this_thread::get_id();
   }
@@ -45,6 +48,7 @@ void StepQueue::runEffects(std::uint64_t own) noexcept {
     std::list<Batch> due;
     {
       const MutexLock lock(mutex_);
+      // What came after its own step is left to the loop that called the nested effect.
       const bool isDone = batches_.empty() || (isNested && batches_.front().number > own);
       if (isDone) {
         if (!isNested) runner_ = {};

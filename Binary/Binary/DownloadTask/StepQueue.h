@@ -14,14 +14,16 @@
 
 namespace varo::binary {
 
-/// The one owner of something's state. Everything that happens to it is a step: steps run one at a
-/// time, look only at the state, and return what is to be done about it as effects.
+/// The one owner of a state. Everything that happens to the state is a step:
+/// - Steps run one at a time and look at nothing but the state.
+/// - A step returns what has to be done as effects: call a block, write a row, start a task.
+/// - Effects run after the step has left the queue, one at a time, in the order of their steps. So
+///   no step waits for an effect, and an effect may call anything, this queue included.
+/// - An effect that calls `run` goes on when that step and its effects, and those of earlier steps
+///   that still wait, are done.
+/// - Listeners hear of what a step makes a task do after the step has left the queue.
 ///
-/// Effects (call a block, write a row, start a task) run when the step has left the queue, one at a
-/// time and in the order of the steps. So whoever decides never waits for whoever acts, and an
-/// effect may call anything, this queue included: its own step and effects are then done before it
-/// goes on, behind those of earlier steps that wait. What a step makes a task tell its listeners,
-/// they hear when the step has left the queue. Thread-safe.
+/// Thread-safe.
 class StepQueue {
  public:
   using Effect = std::function<void()>;
@@ -29,12 +31,12 @@ class StepQueue {
 
   explicit StepQueue(std::string label);
 
-  /// Runs a step on the calling thread when its turn comes, then the effects that are due, on this
-  /// thread unless another one is at them already; that one does these too. From inside a step, the
-  /// effects follow when that has left the queue. What the step throws reaches the caller, and so
-  /// does `std::bad_alloc` before the step; what an effect throws goes to `onThrow`, and the next
-  /// one follows. A step that throws has changed nothing, or its maker says what is to become of
-  /// it: no effect follows.
+  /// Runs a step on the calling thread when its turn comes, then the effects that are due.
+  /// - If another thread runs effects already, it runs these too.
+  /// - Called from inside a step, the effects run after that step has left the queue.
+  /// - What the step throws reaches the caller, and so does `std::bad_alloc` before the step. No
+  ///   effect follows then, so the step must not have changed anything that needs one.
+  /// - What an effect throws goes to `onThrow`; the next effect follows.
   void run(const std::function<Effects()>& step);
 
   /// Is told what an effect threw. Set before the first step.

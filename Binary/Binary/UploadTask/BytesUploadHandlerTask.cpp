@@ -1,6 +1,8 @@
 #include "Binary/Binary/UploadTask/BytesUploadHandlerTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
@@ -8,17 +10,15 @@
 namespace varo::binary {
 
 using platform::RequestType;
-using platform::Value;
 using platform::VRONetworkUtility;
 
 constinit const UploaderTask::Texts BytesUploadHandlerTask::kTexts = {
-    .domain = upload::kBackendUploaderDomain,
-    .noUploadParams = "[BytesUploadHandlerTask] No uploadParams found",
-    .requestBody = "[BytesUploadHandlerTask] requestbody: %@",
-    .url = "[BytesUploadHandlerTask] url: %@",
-    .completed = "[BytesUploadHandlerTask] file upload completed successfully",
-    .unexpectedStatus = "[BytesUploadHandlerTask] received response with status code %ld",
-    .requestFailed = "[BytesUploadHandlerTask] received error after uploadCall"};
+    .domain = kBytesUploaderErrorDomain,
+    .noUploadParams = log_texts::bytes_upload_handler_task::kNoUploadParams,
+    .requestBody = log_texts::bytes_upload_handler_task::kRequestBody,
+    .url = log_texts::bytes_upload_handler_task::kUrl,
+    .completed = log_texts::bytes_upload_handler_task::kCompleted,
+    .unexpectedStatus = log_texts::bytes_upload_handler_task::kUnexpectedStatus};
 
 BytesUploadHandlerTask::BytesUploadHandlerTask(std::string name, const platform::Clock& clock)
     : UploaderTask(std::move(name), kTexts), clock_(clock) {}

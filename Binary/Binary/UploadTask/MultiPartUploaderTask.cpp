@@ -1,20 +1,17 @@
 #include "Binary/Binary/UploadTask/MultiPartUploaderTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/FormData.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/FormData.h"
 
 namespace varo::binary {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
 using platform::RequestType;
-using platform::Value;
 using platform::VRONetworkUtility;
 
 namespace {
@@ -27,13 +24,12 @@ constexpr std::string_view kNoFilePart =
 }  // namespace
 
 constinit const UploaderTask::Texts MultiPartUploaderTask::kTexts = {
-    .domain = "BackendUploadedTask",
-    .noUploadParams = "[BackendUploaderTask] No uploadParams found",
-    .requestBody = "[BackendUploaderTask] requestbody: %@",
-    .url = "[BackendUploaderTask] url: %@",
-    .completed = "[BackendUploaderTask] file upload completed successfully",
-    .unexpectedStatus = "[BackendUploaderTask] received response with status code %ld",
-    .requestFailed = "[BackendUploaderTask] received error after uploadCall"};
+    .domain = kFormUploaderErrorDomain,
+    .noUploadParams = log_texts::multi_part_uploader_task::kNoUploadParams,
+    .requestBody = log_texts::multi_part_uploader_task::kRequestBody,
+    .url = log_texts::multi_part_uploader_task::kUrl,
+    .completed = log_texts::multi_part_uploader_task::kCompleted,
+    .unexpectedStatus = log_texts::multi_part_uploader_task::kUnexpectedStatus};
 
 MultiPartUploaderTask::MultiPartUploaderTask(std::string name)
     : UploaderTask(std::move(name), kTexts) {}
@@ -41,7 +37,7 @@ MultiPartUploaderTask::MultiPartUploaderTask(std::string name)
 Array MultiPartUploaderTask::addFilePart(std::string_view name, std::string_view withFileName,
                                          const Data& andFileData) {
   Array part;
-  part.append(Dictionary{{kContentDisposition, formDataDisposition(name, withFileName)}});
+  part.append(Dictionary{{kContentDisposition, platform::formDataDisposition(name, withFileName)}});
   part.append(Dictionary{{kContentType, kContentTypeOctetStream}});
   part.append(Dictionary{{kPartContent, andFileData}});
   return part;
@@ -50,7 +46,7 @@ Array MultiPartUploaderTask::addFilePart(std::string_view name, std::string_view
 Array MultiPartUploaderTask::addDataPartWithDictionary(std::string_view name,
                                                        const Dictionary& andData) {
   Array part;
-  part.append(Dictionary{{kContentDisposition, formDataDisposition(name, std::nullopt)}});
+  part.append(Dictionary{{kContentDisposition, platform::formDataDisposition(name, std::nullopt)}});
   part.append(Dictionary{
       {kPartContent, CommonUtils::jsonStringFromDictionary(andData).value_or(std::string())}});
   return part;

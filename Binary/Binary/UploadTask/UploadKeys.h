@@ -26,8 +26,4 @@ inline constexpr char kFileDetails[] = "fileDetails";
 inline constexpr char kRequestBody[] = "requestBody";
 inline constexpr std::string_view kFileContent = "fileContent";
 
-/// Domain of the common check of the answers to all requests of an upload, and of what uploads of
-/// raw bytes raise.
-inline constexpr std::string_view kBackendUploaderDomain = "BackendUploaderTask";
-
 }  // namespace varo::binary::upload

@@ -1,15 +1,15 @@
 #include "Binary/Binary/UploadTask/UploadTemplateGetterTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/VRONetworkUtility.h"
-#include "Platform/TaskEngine/VSTaskError.h"
 
 #include <memory>
 #include <string_view>
@@ -17,28 +17,15 @@
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::TaskState;
-using platform::Value;
 using platform::VRONetworkUtility;
-using platform::VSTaskError;
 
 namespace {
 
-constexpr std::string_view kDomain = "UploadTemplateTask";
+namespace texts = log_texts::upload_template_getter_task;
+
 constexpr int kOk = 200;
-
-constexpr std::string_view kSuccessful = "[UploadTemplateGetterTask] request successful";
-constexpr std::string_view kUnexpectedStatus =
-    "[UploadTemplateGetterTask] received response with status code: %ld";
-constexpr std::string_view kFailed = "[UploadTemplateGetterTask] request failed";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 
@@ -58,7 +45,6 @@ void UploadTemplateGetterTask::unpackInputContext() {
   localFilePath_ = input[kFilePath];
   fileContent_ = input[keys::kRawBytes];
   unpackUploadParams(input);
-  isErrorRaised_ = false;
 }
 
 UploadBlocks UploadTemplateGetterTask::blocks() const {
@@ -91,12 +77,11 @@ void UploadTemplateGetterTask::invokePostCall() {
 
 void UploadTemplateGetterTask::processAnswer(const std::optional<Data>& data,
                                              const Dictionary& response, const ErrorPtr& error) {
-  if (const auto failure = CommonUtils::validateResponseforTask(
-          ID(), upload::kBackendUploaderDomain, response, data, error)) {
+  if (const auto failure = CommonUtils::validateResponseforTask(ID(), kBytesUploaderErrorDomain,
+                                                                response, data, error)) {
     return raiseError(failure);
   }
   processNetworkResponse(response, data);
-  checkForErrors(error);
 }
 
 void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response,
@@ -104,7 +89,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   const auto info = response[platform::kHttpResponse].objectAs<HttpResponseInfo>();
   const int status = info != nullptr ? info->statusCode() : 0;
   if (status != kOk) {
-    logger().logError(kUnexpectedStatus, status);
+    logger().logError(texts::kUnexpectedStatus, status);
     // An answer may repeat what was posted, the keys of an object store among it.
     Dictionary sent = uploadParams_.dictionaryValue();
     sent.addEntries(headers_);
@@ -116,7 +101,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   if (settings_->isSafe() && withData.value_or(Data()).empty()) {
     return raise(kCodeEmptyBodyReceived, kEmptyBodyReceived);
   }
-  logger().logInfo(kSuccessful);
+  logger().logInfo(texts::kSuccessful);
   _outputContext.set(
       upload::kRedirectionTemplate,
       CommonUtils::jsonObjectFromData(withData.value_or(Data()), settings_->limits.smallJson()));
@@ -128,24 +113,10 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   setState(TaskState::Ended);
 }
 
-void UploadTemplateGetterTask::checkForErrors(const ErrorPtr& error) {
-  if (error == nullptr) return;
-  logger().logError(kFailed);
-  if (!isErrorRaised_) {
-    raise(
-        kCodeUploadFailure,
-        platform::formatMessage(kMessageAndDetail, {kUploadFailure, error->localizedDescription()}),
-        error);
-  }
-}
-
-void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message,
-                                     const ErrorPtr& cause) {
-  isErrorRaised_ = true;
+void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message) {
   Dictionary userInfo{{std::string(platform::kErrorMessageKey), message}};
-  if (cause != nullptr) userInfo.set(std::string(platform::kUnderlyingError), cause);
-  raiseError(std::make_shared<const VSTaskError>(ID(), name(), std::string(kDomain), code,
-                                                 std::move(userInfo)));
+  raiseError(std::make_shared<const VSTaskError>(
+      ID(), name(), std::string(kUploadTemplateErrorDomain), code, std::move(userInfo)));
 }
 
 }  // namespace varo::binary

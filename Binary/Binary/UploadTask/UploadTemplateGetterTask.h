@@ -33,8 +33,6 @@ class UploadTemplateGetterTask final : public platform::VSTask {
   /// Ends the task with what the answer says.
   void processNetworkResponse(const platform::Dictionary& response,
                               const std::optional<platform::Data>& withData);
-  /// Ends it with `error`, unless that is null or the answer has ended it with an error.
-  void checkForErrors(const platform::ErrorPtr& error);
 
   /// Those of the input.
   [[nodiscard]] UploadBlocks blocks() const;
@@ -45,8 +43,7 @@ class UploadTemplateGetterTask final : public platform::VSTask {
   void invokePostCall();
   void processAnswer(const std::optional<platform::Data>& data,
                      const platform::Dictionary& response, const platform::ErrorPtr& error);
-  void raise(std::int32_t code, std::string_view message,
-             const platform::ErrorPtr& cause = nullptr);
+  void raise(std::int32_t code, std::string_view message);
 
   // Owned by the run of the task.
   OperationSettings::Ptr settings_ = OperationSettings::of({});
@@ -57,7 +54,6 @@ class UploadTemplateGetterTask final : public platform::VSTask {
   std::string uploadFileName_;
   platform::Value localFilePath_;
   platform::Value fileContent_;
-  bool isErrorRaised_ = false;
 };
 
 }  // namespace varo::binary

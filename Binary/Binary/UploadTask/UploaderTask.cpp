@@ -1,8 +1,9 @@
 #include "Binary/Binary/UploadTask/UploaderTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/TemplateUtil.h"
@@ -13,38 +14,24 @@
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
-#include "Platform/TaskEngine/VSTaskError.h"
 
 #include <memory>
 
 namespace varo::binary {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
 using platform::HttpResponseInfo;
-using platform::LogLevel;
 using platform::NetworkCallback;
-using platform::NetworkErrorPtr;
-using platform::Result;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTaskError;
 
 namespace {
+
+namespace texts = log_texts::uploader_task;
 
 constexpr int kOk = 200;
 constexpr int kCreated = 201;
 constexpr int kMultipleChoices = 300;
 
-constexpr std::string_view kFileCountsAsEmpty = "The file can't be read and counts as empty : %@";
-constexpr std::string_view kAnswerCountsAsEmpty =
-    "The answer can't be read and counts as empty : %@";
 constexpr std::string_view kTemplateNotDictionary =
     "the upload template is no JSON object once it is filled";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 std::optional<Dictionary> optionalDictionary(const Value& value) {
   return value.isDictionary() ? std::optional(*value.dictionary()) : std::nullopt;
@@ -94,7 +81,6 @@ bool UploaderTask::unpackInputContext() {
   }
   redirectionTemplate_ = input[upload::kRedirectionTemplate].dictionaryValue();
   localFilePath_ = input[kFilePath].textValue();
-  isErrorRaised_ = false;
   const Data* rawBytes = input[keys::kRawBytes].data();
   if (rawBytes == nullptr) return readFile();
   fileData_ = *rawBytes;
@@ -111,7 +97,7 @@ bool UploaderTask::readFile() {
     raise(kCodeUploadIOFailure, kUploadIOFailure, bytes.error());
     return false;
   }
-  logger().logError(kFileCountsAsEmpty, bytes.error());
+  logger().logError(texts::kFileCountsAsEmpty, bytes.error());
   fileData_ = Data();
   return true;
 }
@@ -176,12 +162,11 @@ NetworkCallback UploaderTask::completion() {
 
 void UploaderTask::processAnswer(const std::optional<Data>& data, const Dictionary& response,
                                  const ErrorPtr& error) {
-  if (const auto failure = CommonUtils::validateResponseforTask(
-          ID(), upload::kBackendUploaderDomain, response, data, error)) {
+  if (const auto failure = CommonUtils::validateResponseforTask(ID(), kBytesUploaderErrorDomain,
+                                                                response, data, error)) {
     return raiseError(failure);
   }
   processNetworkResponse(response, data);
-  checkForErrors(error);
 }
 
 void UploaderTask::processNetworkResponse(const Dictionary& response,
@@ -194,7 +179,7 @@ void UploaderTask::processNetworkResponse(const Dictionary& response,
     if (settings()->isSafe()) {
       return raise(kCodeUploadFailure, kUploadFailure, details.error());
     }
-    logger().logError(kAnswerCountsAsEmpty, details.error());
+    logger().logError(texts::kAnswerCountsAsEmpty, details.error());
   }
   logger().logDebug(texts_.completed);
   _outputContext.set(upload::kFileDetails, details ? *details : std::string());
@@ -203,7 +188,6 @@ void UploaderTask::processNetworkResponse(const Dictionary& response,
 
 void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& body) {
   logger().logError(texts_.unexpectedStatus, status);
-  isErrorRaised_ = true;
   const auto error =
       CommonUtils::getErrorForTask(ID(), texts_.domain, kCodeUploadUnexpectedHTTPResponseCode,
                                    kUploadUnexpectedHTTPResponseCode, std::nullopt);
@@ -219,15 +203,8 @@ void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& 
                                                  std::move(userInfo)));
 }
 
-void UploaderTask::checkForErrors(const ErrorPtr& error) {
-  if (error == nullptr) return;
-  logger().logError(texts_.requestFailed);
-  if (!isErrorRaised_) raise(kCodeUploadFailure, kUploadFailure, error);
-}
-
 void UploaderTask::raise(std::int32_t code, std::string_view message, std::string_view detail,
                          const ErrorPtr& cause) {
-  isErrorRaised_ = true;
   raiseError(CommonUtils::getErrorForTask(
       ID(), texts_.domain, code, platform::formatMessage(kMessageAndDetail, {message, detail}),
       std::nullopt, cause));

@@ -52,8 +52,6 @@ class UploaderTask : public platform::VSTask {
   /// Ends the task with what the answer says.
   void processNetworkResponse(const platform::Dictionary& response,
                               const std::optional<platform::Data>& withData);
-  /// Ends it with `error`, unless that is null or the answer has ended it with an error.
-  void checkForErrors(const platform::ErrorPtr& error);
 
  protected:
   /// The domain of a subclass's errors, and what it logs.
@@ -64,7 +62,6 @@ class UploaderTask : public platform::VSTask {
     std::string_view url;
     std::string_view completed;
     std::string_view unexpectedStatus;
-    std::string_view requestFailed;
   };
 
   /// `texts` lives as long as the process.
@@ -92,7 +89,6 @@ class UploaderTask : public platform::VSTask {
   platform::Dictionary requestBody_;
   platform::Data fileData_;
   platform::Dictionary redirectionTemplate_;
-  bool isErrorRaised_ = false;
 
  private:
   [[nodiscard]] bool unpackInputContext();

@@ -1,6 +1,7 @@
 #include "Binary/Binary/Utils/BlockCall.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
+#include "Binary/Binary/Utils/UtilsLogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <exception>
@@ -9,7 +10,7 @@
 namespace varo::binary {
 namespace {
 
-constexpr std::string_view kBlockThrew = "A callback of the application threw, exception : %@";
+namespace texts = log_texts::block_call;
 
 }  // namespace
 
@@ -17,9 +18,9 @@ void callBlock(const std::function<void()>& call) noexcept {
   try {
     call();
   } catch (const std::exception& exception) {
-    BinaryLogger::sharedInstance().logError(kBlockThrew, exception.what());
+    logger().logError(texts::kBlockThrew, exception.what());
   } catch (...) {
-    BinaryLogger::sharedInstance().logError(kBlockThrew, kUnknownException);
+    logger().logError(texts::kBlockThrew, kUnknownException);
   }
 }
 

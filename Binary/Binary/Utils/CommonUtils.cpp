@@ -1,6 +1,7 @@
 #include "Binary/Binary/Utils/CommonUtils.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
+#include "Binary/Binary/Utils/UtilsLogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Common/VROCommonUtility.h"
@@ -15,17 +16,10 @@
 namespace varo::binary {
 namespace {
 
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::Result;
-using platform::Value;
-using platform::VSTaskError;
+namespace texts = log_texts::common_utils;
 
 /// A response is shown or parsed as text; more than this is neither. Bytes.
 constexpr std::uint64_t kMaxResponseText = std::uint64_t{64} * 1024 * 1024;
-constexpr std::string_view kResponseUnreadable = "The response can't be read as text : %@";
 constexpr char kTestProbe[] = "XCTestProbe_isTesting";
 
 Value valueOrMissing(Result<Value> parsed) {
@@ -82,7 +76,7 @@ Result<std::string> CommonUtils::responseText(const std::optional<Data>& data) {
 std::string CommonUtils::getResponseString(const std::optional<Data>& data) {
   Result<std::string> text = responseText(data);
   if (text) return std::move(text).value();
-  BinaryLogger::sharedInstance().logError(kResponseUnreadable, text.error());
+  logger().logError(texts::kResponseUnreadable, text.error());
   return {};
 }
 

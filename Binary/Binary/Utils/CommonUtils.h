@@ -51,7 +51,7 @@ class CommonUtils {
   [[nodiscard]] static platform::Value parseJsonString(
       const std::optional<std::string>& json,
       const platform::JsonLimits& limits = platform::kAnswerJsonLimits);
-  /// The same of bytes, which are read piece by piece.
+  /// As `parseJsonString`, for bytes, which are read piece by piece.
   [[nodiscard]] static platform::Value jsonObjectFromData(
       const platform::Data& data, const platform::JsonLimits& limits = platform::kAnswerJsonLimits);
 
@@ -63,7 +63,7 @@ class CommonUtils {
   /// of `Data::read`, and EFBIG for more than 64 MiB.
   [[nodiscard]] static platform::Result<std::string> responseText(
       const std::optional<platform::Data>& data);
-  /// The same, and empty, with a logged error, for bytes that make one.
+  /// As `responseText`, but logs an error and then returns an empty text.
   [[nodiscard]] static std::string getResponseString(const std::optional<platform::Data>& data);
   /// The first 4 KiB of the bytes as text, with secrets replaced, as errors show them.
   [[nodiscard]] static std::string responseExcerpt(const std::optional<platform::Data>& data);
@@ -77,8 +77,8 @@ class CommonUtils {
   [[nodiscard]] static std::int32_t getEpochTime(
       const platform::Clock& clock = platform::Clock::system());
 
-  /// Whether the program says that it is a test run: it exports a C function
-  /// `bool XCTestProbe_isTesting(void)` and that answers true.
+  /// Whether this is a test run: the program exports a C function
+  /// `bool XCTestProbe_isTesting(void)` that returns true.
   [[nodiscard]] static bool areWeBeingUnitTested();
 };
 

@@ -1,5 +1,6 @@
 #include "Binary/Binary/Utils/OperationSettings.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Platform/Foundation/Cancellation.h"
 #include "Platform/Network/VRONetworkUtility.h"
 
@@ -7,7 +8,6 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
 using platform::ResponseLimits;
 
 namespace {

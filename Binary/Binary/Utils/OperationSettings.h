@@ -18,34 +18,35 @@ inline constexpr const char* kOperationSettings = platform::kRequestSettings;
 /// Key of the options under which a caller may put a `platform::Cancellation`.
 inline constexpr char kCancellation[] = "cancellation";
 
-/// Bytes of an answer that is read into memory or stored, by what it answers. More is an error
-/// that names the limit.
+/// How many bytes a response may have, by the kind of request. A longer one is an error that names
+/// the limit.
 struct AnswerLimits {
   static constexpr std::uint64_t kMiB = std::uint64_t{1024} * 1024;
 
   std::uint64_t list = 256 * kMiB;
-  /// Of templates, and of answers to a creation, an update, a deletion, a status request, a chunk,
-  /// a commit or an online upload.
+  /// Of templates, and of responses to a creation, an update, a deletion, a status request, a
+  /// chunk, a commit or an online upload.
   std::uint64_t small = kMiB;
-  /// Of answers that are no success.
+  /// Of responses that report a failure.
   std::uint64_t errorPage = std::uint64_t{64} * 1024;
   /// Of the JSON around an object in Base64, which has no ranges and is decoded in memory.
   std::uint64_t base64 = 64 * kMiB;
-  /// Of a whole file, and of one in place of a range while its size is not known; no limit by
-  /// default.
+  /// Of a whole file, also where it is sent instead of the range that was asked for and its size is
+  /// not known. No limit by default.
   std::optional<std::uint64_t> file;
 
-  /// What is turned into values of a list's answer and of a small one.
+  /// Limits for parsing the JSON of a list and of a small response.
   [[nodiscard]] platform::JsonLimits listJson() const noexcept { return {.bytes = list}; }
   [[nodiscard]] platform::JsonLimits smallJson() const noexcept {
     return {.values = platform::kAnswerJsonLimits.values, .bytes = small};
   }
 };
 
-/// Everything that an operation does not take from its arguments. Taken once when it starts and
-/// carried in the input context to each of its tasks, so that two operations with other settings
-/// run side by side and a change of the process's defaults reaches no operation that runs.
-/// Immutable once an operation has it. The same object may serve several operations.
+/// The settings of one operation: all that does not come from its arguments.
+/// - They are taken once, when the operation starts, and travel to its tasks in the input context.
+/// - Two operations with different settings can run side by side, and a change of the process's
+///   defaults does not reach an operation that runs.
+/// - The object is immutable once an operation has it, and may serve several operations.
 class OperationSettings final : public platform::RequestSettings {
  public:
   /// The process's defaults of this moment: `transferPolicy()` and the transport in force.
@@ -58,13 +59,13 @@ class OperationSettings final : public platform::RequestSettings {
 
   using Ptr = std::shared_ptr<const OperationSettings>;
 
-  /// What an operation starts with: those that stand in `options`, else the process's defaults;
-  /// with the cancellation that stands in `options`.
+  /// The settings to start an operation with: those in `options`, or else the process's defaults.
+  /// The cancellation in `options` is part of them.
   [[nodiscard]] static Ptr take(const platform::Dictionary& options);
-  /// Those of the operation that this input context belongs to; the process's defaults for a task
-  /// that somebody runs by itself.
+  /// The settings of the operation that this input context belongs to. A task that runs on its own
+  /// gets the process's defaults.
   [[nodiscard]] static Ptr of(const platform::Dictionary& inputContext);
-  /// As the entry of an input context or of options.
+  /// The settings as an entry for an input context or for options.
   [[nodiscard]] static platform::Value value(const Ptr& settings);
 
   /// The options of one request: `options`, these settings, and the limits of its answer.

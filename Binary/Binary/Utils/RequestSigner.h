@@ -15,9 +15,10 @@ namespace varo::binary {
 /// Key of the input context under which a download whose requests are signed finds what signs them.
 inline constexpr char kRequestSigner[] = "requestSigner";
 
-/// Makes the headers of one signed request at the time when it is sent. A store refuses a signature
-/// that is some minutes old, so that those of a long download are made anew for each range.
-/// Immutable; thread-safe as far as its function is, which `ofDownload`'s is.
+/// Makes the headers of one signed request when it is sent. A store refuses a signature that is
+/// some minutes old, so a long download signs each range anew.
+///
+/// Immutable. As thread-safe as its function; that of `ofDownload` is.
 class RequestSigner final : public platform::Object {
  public:
   using Sign = std::function<platform::Result<platform::Dictionary>()>;
@@ -31,8 +32,8 @@ class RequestSigner final : public platform::Object {
   [[nodiscard]] static std::shared_ptr<RequestSigner> ofDownload(
       const platform::Dictionary& filledTemplate, const platform::Clock& clock);
 
-  /// All headers of a request that is sent now, but for those that say which range is asked for,
-  /// which are not signed. Errors: those of `S3HMACGenerator::getRequestHeaders`.
+  /// All headers of a request that is sent now, except those of its range, which are not signed.
+  /// Errors: those of `S3HMACGenerator::getRequestHeaders`.
   [[nodiscard]] platform::Result<platform::Dictionary> headers() const { return sign_(); }
 
   [[nodiscard]] std::string description() const override { return "RequestSigner"; }

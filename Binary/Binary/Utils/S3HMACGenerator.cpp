@@ -1,10 +1,11 @@
 #include "Binary/Binary/Utils/S3HMACGenerator.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/S3SigningConstants.h"
 #include "Binary/Binary/Utils/SigningKeyCache.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
-#include "Platform/Network/UrlEncoding.h"
+#include "Platform/Foundation/PercentCoding.h"
 
 #include <fmt/format.h>
 
@@ -16,13 +17,8 @@
 namespace varo::binary {
 
 using platform::Clock;
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::Result;
 using platform::Sha256;
 using platform::Sha256Digest;
-using platform::Value;
 
 namespace {
 

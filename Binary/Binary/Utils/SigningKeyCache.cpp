@@ -1,12 +1,12 @@
 #include "Binary/Binary/Utils/SigningKeyCache.h"
 
+#include "Binary/Binary/SourceNames.h"
+
 #include <algorithm>
 #include <string>
 
 namespace varo::binary {
 
-using platform::MutexLock;
-using platform::Result;
 using platform::Sha256;
 using platform::Sha256Digest;
 

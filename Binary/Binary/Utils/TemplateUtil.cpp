@@ -1,5 +1,6 @@
 #include "Binary/Binary/Utils/TemplateUtil.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
@@ -14,12 +15,6 @@
 
 namespace varo::binary {
 namespace {
-
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
-using platform::Result;
-using platform::Value;
 
 constexpr std::string_view kFileParamNotProvided = "fileParam %@ is not provided";
 

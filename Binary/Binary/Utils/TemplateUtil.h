@@ -37,13 +37,14 @@ class TemplateUtil {
   [[nodiscard]] std::optional<std::string> populateJSONTemplate(const platform::Dictionary& values,
                                                                 platform::ErrorPtr* with) const;
 
-  /// The text with the placeholders filled that have a value; never fails. Works by search and
-  /// replace over the text, one value after the other, so a value may bring a placeholder along
-  /// that a later value fills.
+  /// The text with those placeholders filled that have a value. Never fails. It searches and
+  /// replaces one value after the other, so a value may contain a placeholder that a later value
+  /// fills.
   [[nodiscard]] std::string tryPopulateJSONTemplate(const platform::Dictionary& values) const;
 
-  /// The values as they stand inside a text of JSON, so that none of them ends it and goes on with
-  /// entries of its own. What is not UTF-8 stays as it is: it makes no JSON, wherever it is.
+  /// The values escaped for use inside a JSON string, so that none of them can end the string and
+  /// add entries of its own. Values that are not UTF-8 stay as they are: they make the JSON invalid
+  /// in any case.
   [[nodiscard]] static platform::Dictionary escapedForJson(const platform::Dictionary& values);
 
   /// The template's "domain" and "relativepath" in one; the domain "#middlewaredomain" (any letter
@@ -52,15 +53,14 @@ class TemplateUtil {
       const std::optional<platform::Dictionary>& templateDictionary,
       const std::optional<platform::Dictionary>& andOptions);
 
-  /// The same, as an address to send to. What stands in "relativepath" leads to no other scheme,
-  /// host or port than the domain's, be that the template's or the options' own: what does is an
-  /// error, `kCodeMissingServerUrl`, with the address in its text.
+  /// As `endPointURLFrom`, checked: an address whose "relativepath" leads to another scheme, host
+  /// or port than its domain's is the error `kCodeMissingServerUrl`, with the address in its text.
   [[nodiscard]] static platform::Result<std::optional<std::string>> endPointAtItsDomain(
       const std::optional<platform::Dictionary>& templateDictionary,
       const std::optional<platform::Dictionary>& andOptions);
 
-  /// `headers` (empty when there are none) with the options' authorization token, where they hold a
-  /// non-empty text as one; it takes the place of one in `headers`, whatever its letter case.
+  /// `headers`, or none, with the authorization token of the options, if they hold one that is a
+  /// non-empty text. It replaces a token in `headers`, whatever the letter case of its name.
   [[nodiscard]] static platform::Dictionary injectVaroAuthorizationInto(
       std::optional<platform::Dictionary> headers,
       const std::optional<platform::Dictionary>& fromOptions);

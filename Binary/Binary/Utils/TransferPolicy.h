@@ -4,12 +4,12 @@
 
 namespace varo::binary {
 
-/// How to treat the answers and outcomes on which data can be lost or an operation can be left
-/// without an end. docs/policy.md lists every difference.
+/// How to treat responses and outcomes that could lose data or leave an operation without an end.
+/// docs/policy.md lists every difference.
 enum class TransferPolicy : std::uint8_t {
-  /// As existing back ends and clients count on. The default.
+  /// What existing back ends and clients count on. The default.
   kCompatible,
-  /// Such a case is an error, reported to the caller.
+  /// Each such case is an error that is reported to the caller.
   kSafe,
 };
 

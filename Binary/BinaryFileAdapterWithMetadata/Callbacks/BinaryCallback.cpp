@@ -1,7 +1,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 
 #include <new>
 #include <string_view>
@@ -10,20 +11,10 @@
 namespace varo::binary {
 namespace {
 
-using platform::Value;
+namespace texts = log_texts::binary_callback;
 
 constexpr std::string_view kCallbackQueue = "BinaryCallbackExecutionQueue";
 constexpr std::string_view kProgressQueue = "BinaryProgressCallbackExecutionQueue";
-
-constexpr std::string_view kTypeNotFound = "callbackType not found.";
-constexpr std::string_view kSuccessNotDefined = "Success callback is not defined.";
-constexpr std::string_view kFailureNotDefined = "Failure callback is not defined.";
-constexpr std::string_view kProgressNotDefined = "Progress callback is not defined";
-constexpr std::string_view kNoResult = "Result sent is nil or undefined for SuccessCallback";
-constexpr std::string_view kNoError = "Error sent is nil or undefined for FailureCallback";
-constexpr std::string_view kNoProgress = "Progress sent is nil or undefined for ProgressCallback";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 std::shared_ptr<const BinaryBlock> shared(BinaryBlock block) {
   return block ? std::make_shared<const BinaryBlock>(std::move(block)) : nullptr;
@@ -66,26 +57,26 @@ void BinaryCallback::executeWithCallback(CallbackType callbackType, const Value&
     case CallbackType::kProgress:
       return executeProgressWithCurrentStatus(result);
   }
-  logger().logWarning(kTypeNotFound);
+  logger().logWarning(texts::kTypeNotFound);
 }
 
 void BinaryCallback::executeSuccessWithResult(const Value& result) {
   noteEnd();
-  if (_successCallback == nullptr) return logger().logWarning(kSuccessNotDefined);
-  if (result.isMissing()) logger().logWarning(kNoResult);
+  if (_successCallback == nullptr) return logger().logWarning(texts::kSuccessNotDefined);
+  if (result.isMissing()) logger().logWarning(texts::kNoResult);
   submit(_successCallback, result);
 }
 
 void BinaryCallback::executeFailureWithError(const Value& error) {
   noteEnd();
-  if (_failureCallback == nullptr) return logger().logWarning(kFailureNotDefined);
-  if (error.isMissing()) logger().logWarning(kNoError);
+  if (_failureCallback == nullptr) return logger().logWarning(texts::kFailureNotDefined);
+  if (error.isMissing()) logger().logWarning(texts::kNoError);
   submit(_failureCallback, error);
 }
 
 void BinaryCallback::executeProgressWithCurrentStatus(const Value& status) {
-  if (_progressCallback == nullptr) return logger().logWarning(kProgressNotDefined);
-  if (status.isMissing()) return logger().logWarning(kNoProgress);
+  if (_progressCallback == nullptr) return logger().logWarning(texts::kProgressNotDefined);
+  if (status.isMissing()) return logger().logWarning(texts::kNoProgress);
   _binaryProgressCallbackExecutionQueue.sync([&]() { run(*_progressCallback, status); });
 }
 

@@ -17,23 +17,23 @@ using BinaryBlock = std::function<void(const platform::Value&)>;
 
 /// Holds an operation's three blocks and the two queues on which they run.
 ///
-/// Success and failure blocks run on threads of the runtime's pool, each report in a job of its
-/// own, in no order between them. Progress blocks run one at a time in the order reported, on the
-/// reporting thread, which is held until the block has returned: a progress block must not wait for
-/// its own transfer. No lock is held while a block runs, so it may start further operations. What a
-/// block throws is logged and goes no further.
+/// - Success and failure blocks run on threads of the runtime's pool, in no particular order.
+/// - Progress blocks run one at a time, in the order reported, on the reporting thread. That thread
+///   waits for the block, so a progress block must not wait for its own transfer.
+/// - No lock is held while a block runs, so it may start further operations.
+/// - What a block throws is logged and goes no further.
 ///
-/// An operation ends once: who is about to report its end says so with `noteEnd`, so that nobody
-/// else takes it for lost. The reports do so themselves.
+/// An operation ends once. Whoever is about to report its end calls `noteEnd` first, so that nobody
+/// else reports it as well; the reporting functions do that themselves.
 ///
-/// The setters are called before the holder is shared; everything else is thread-safe. The blocks
-/// are released with the holder, which lives as long as a task of its operation.
+/// Call the setters before the holder is shared; everything else is thread-safe. The blocks are
+/// released with the holder, which lives as long as a task of its operation.
 class BinaryCallback final : public platform::Object {
  public:
   /// A holder without blocks; a report to a block that is not there is logged and goes no further.
   BinaryCallback();
 
-  /// Each takes over the block in place of the one before; an empty one takes that away.
+  /// Each replaces the block that was set before; an empty block removes it.
   void setSuccessCallback(BinaryBlock successCallback);
   void setFailureCallback(BinaryBlock failureCallback);
   void setProgressCallback(BinaryBlock progressCallback);
@@ -41,17 +41,17 @@ class BinaryCallback final : public platform::Object {
   /// Called once, with the first `noteEnd`, on its thread and with no lock held.
   void setWhenEnded(std::function<void()> whenEnded);
 
-  /// Notes that the operation's end is about to be reported; whether nobody has noted that before.
+  /// Notes that the operation's end is about to be reported. True for the first caller only.
   bool noteEnd();
 
   /// Runs the block of this type; nothing for a number that is no type.
   void executeWithCallback(CallbackType callbackType, const platform::Value& result);
-  /// Submits the block and returns at once; where the system has no memory for that, the block runs
-  /// here. A missing result is handed on after a warning.
+  /// Submits the block and returns at once; if there is no memory for that, the block runs here. A
+  /// missing result is passed on after a warning.
   void executeSuccessWithResult(const platform::Value& result);
   /// As for success.
   void executeFailureWithError(const platform::Value& error);
-  /// Runs the block and returns when it has. A missing status is not handed on.
+  /// Runs the block and returns after it. A missing status is not passed on.
   void executeProgressWithCurrentStatus(const platform::Value& status);
 
   [[nodiscard]] std::string description() const override;

@@ -18,25 +18,9 @@ enum class OperationState : std::uint32_t {
   kLastChunkUploaded = 2,
 };
 
-/// States reported to callers and stored for blobs.
-inline constexpr std::int32_t kFileAvailable = 50;
-inline constexpr std::int32_t kUploadAccepted = 71;
-inline constexpr std::int32_t kUploadInProgress = 74;
-inline constexpr std::int32_t kDownloadNotStarted = 101;
-inline constexpr std::int32_t kDownloadStarted = 102;
-inline constexpr std::int32_t kDownloadErrored = 103;
-inline constexpr std::int32_t kDownloadPaused = 104;
-inline constexpr std::int32_t kDeleteAccepted = 201;
-inline constexpr std::int32_t kDeleteInProgress = 202;
-inline constexpr std::int32_t kFileExistsAbortingDownload = 10001;
-inline constexpr std::int32_t kDownloadNotStartedAlreadyExistsInQueue = 10002;
-inline constexpr std::int32_t kInvalidFileParams = 10003;
 
 /// Bytes of a chunk where the caller gives no usable number: 1 MiB.
 inline constexpr std::int64_t kDefaultChunkSize = 1'048'576;
-
-/// Status requests at most for one delete.
-inline constexpr std::int32_t kMaxStatusRequests = 5;
 
 /// Starts the line that is logged, at info level, after each status request that finds a delete
 /// unfinished; the number of the attempt, from 1, follows. For whoever shows people how it goes.
@@ -47,10 +31,6 @@ inline constexpr std::string_view kEmptyString = "";
 /// Names of the accepted upload input types, as callers write them.
 inline constexpr std::string_view kUploadInputTypeRawBytes = "UploadInputTypeRawBytes";
 inline constexpr std::string_view kUploadInputTypeLocalFilePath = "UploadInputTypeLocalFilePath";
-
-/// Begins the name of the column that links a record to the blob of its binary column; "_" and that
-/// column's name follow.
-inline constexpr std::string_view kBlobRef = "blobref";
 
 /// Keys of the dictionaries that callers, tasks and the service exchange. They are arrays because a
 /// dictionary takes its keys as `std::string`, which a `std::string_view` does not become by

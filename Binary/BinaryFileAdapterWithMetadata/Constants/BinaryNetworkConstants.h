@@ -31,6 +31,7 @@ inline constexpr char kIgnoreMapperResponseFiltering[] =
 inline constexpr char kHttpMethodOverride[] = "X-HTTP-Method-Override";
 inline constexpr char kContentType[] = "Content-Type";
 inline constexpr char kContentDisposition[] = "Content-Disposition";
+inline constexpr char kContentRange[] = "Content-Range";
 
 /// Header values.
 inline constexpr std::string_view kContentTypeJson = "application/json";

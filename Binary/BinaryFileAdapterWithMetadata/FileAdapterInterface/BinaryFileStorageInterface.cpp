@@ -1,8 +1,9 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 
@@ -11,23 +12,8 @@
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
+namespace texts = log_texts::binary_file_storage_interface;
 
-constexpr std::string_view kErrorDomain = "BinaryFileStorageInterface";
-constexpr std::int32_t kExceptionCode = 0;
-
-constexpr std::string_view kListFailed = "Failed to execute listFilesWithURL method, error : %@";
-constexpr std::string_view kUploadFailed = "Failed to execute uploadBinary method, error : %@";
-constexpr std::string_view kDownloadFailed = "Failed to execute downloadBinary method, error : %@";
-constexpr std::string_view kUpdateFailed = "Failed to execute updateBinary method, error : %@";
-constexpr std::string_view kDeleteFailed =
-    "Failed to execute deleteByFileIdBinary method, error : %@";
-constexpr std::string_view kDeleteByCriteriaFailed =
-    "Failed to execute deleteByCriteriaBinary method, error : %@";
-constexpr std::string_view kAbortFailed = "Failed to execute abortWithUrl method, error : %@";
-constexpr std::string_view kFailureBlockThrew =
-    "The failure callback of the application threw, exception : %@";
 
 FileStorageManager& manager() {
   static FileStorageManager& instance = FileStorageManager::sharedInstance();
@@ -52,14 +38,14 @@ void guarded(std::string_view message, const BinaryBlock& onFailure, const Opera
   try {
     operation();
   } catch (...) {
-    const ErrorPtr error =
-        CommonUtils::generateErrorWith(kErrorDomain, kExceptionCode, reasonOfException());
-    BinaryLogger::sharedInstance().logError(message, error->localizedDescription());
+    const ErrorPtr error = CommonUtils::generateErrorWith(kFileInterfaceErrorDomain, kCodeException,
+                                                          reasonOfException());
+    logger().logError(message, error->localizedDescription());
     if (!onFailure) return;
     try {
       onFailure(Dictionary{{keys::kError, error}});
     } catch (...) {
-      BinaryLogger::sharedInstance().logError(kFailureBlockThrew, reasonOfException());
+      logger().logError(texts::kFailureBlockThrew, reasonOfException());
     }
   }
 }
@@ -74,7 +60,7 @@ void BinaryFileStorageInterface::getFilesWithUrl(const std::string& url,
                                                  const BinaryBlock& onSuccess,
                                                  const BinaryBlock& onFailure,
                                                  const std::optional<Dictionary>& options) {
-  guarded(kListFailed, onFailure, [&]() {
+  guarded(texts::kListFailed, onFailure, [&]() {
     const auto callback =
         BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, nullptr);
     manager().listFilesWithUrl(url, criteria, headers, callback, options);
@@ -88,7 +74,7 @@ void BinaryFileStorageInterface::uploadBinaryWithUrl(const std::string& url,
                                                      const BinaryBlock& onFailure,
                                                      const BinaryBlock& onProgress,
                                                      const std::optional<Dictionary>& options) {
-  guarded(kUploadFailed, onFailure, [&]() {
+  guarded(texts::kUploadFailed, onFailure, [&]() {
     const auto callback =
         BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, onProgress);
     manager().uploadBinaryWithUrl(url, getUploadInputType(InputType), uploadParams, callback,
@@ -102,7 +88,7 @@ void BinaryFileStorageInterface::downloadWithURL(const std::string& url,
                                                  const BinaryBlock& onFailure,
                                                  const BinaryBlock& onProgress,
                                                  const std::optional<Dictionary>& options) {
-  guarded(kDownloadFailed, onFailure, [&]() {
+  guarded(texts::kDownloadFailed, onFailure, [&]() {
     const auto callback =
         BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, onProgress);
     manager().downloadWithURL(url, Params, callback, options);
@@ -114,7 +100,7 @@ void BinaryFileStorageInterface::updateWithUrl(const std::string& url,
                                                const BinaryBlock& onSuccess,
                                                const BinaryBlock& onFailure,
                                                const std::optional<Dictionary>& options) {
-  guarded(kUpdateFailed, onFailure, [&]() {
+  guarded(texts::kUpdateFailed, onFailure, [&]() {
     const auto callback =
         BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, nullptr);
     manager().updateWithUrl(url, Params, callback, options);
@@ -128,7 +114,7 @@ void BinaryFileStorageInterface::deleteWithUrl(const std::string& url,
                                                const BinaryBlock& onSuccess,
                                                const BinaryBlock& onFailure,
                                                const std::optional<Dictionary>& options) {
-  guarded(kDeleteFailed, onFailure, [&]() {
+  guarded(texts::kDeleteFailed, onFailure, [&]() {
     const auto callback =
         BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, nullptr);
     manager().deleteWithUrl(url, fileId, deleteParams, headers, callback, options);
@@ -141,7 +127,7 @@ void BinaryFileStorageInterface::deleteByCriteria(const std::string& url,
                                                   const BinaryBlock& onSuccess,
                                                   const BinaryBlock& onFailure,
                                                   const std::optional<Dictionary>& options) {
-  guarded(kDeleteByCriteriaFailed, onFailure, [&]() {
+  guarded(texts::kDeleteByCriteriaFailed, onFailure, [&]() {
     const auto callback =
         BinaryCallbackUtils::getLocalBinaryCallbackWithOnSuccess(onSuccess, onFailure, nullptr);
     manager().deleteByCriteria(url, deleteCriteria, headers, callback, options);
@@ -155,7 +141,7 @@ void BinaryFileStorageInterface::abortWithUrl(const std::string& url,
                                               const BinaryBlock& onSuccess,
                                               const BinaryBlock& onFailure,
                                               const std::optional<Dictionary>& options) {
-  guarded(kAbortFailed, onFailure, [&]() {
+  guarded(texts::kAbortFailed, onFailure, [&]() {
     deleteWithUrl(url, fileId, abortParams, headers, onSuccess, onFailure, options);
   });
 }

@@ -80,8 +80,8 @@ class BinaryFileStorageInterface {
   /// Deletes the file with this identifier, where it also has the entries of `deleteParams` in its
   /// metadata. Success: the service's answers and "requestContext", the parameters with "file_id".
   ///
-  /// The service may accept a delete for later. Then its status is asked for, at most five times in
-  /// at most 26 seconds and the time that the requests take, before success or failure is reported.
+  /// The service may accept a delete for later. Then its status is asked for, as PollingSchedule.h
+  /// says (26 seconds at most and the time of the requests), before success or failure is reported.
   /// A failure of that has the domain "Network operation failed" and the code "6003"; the errors
   /// that led to it, an array, are under "Errors" in "userInfo".
   static void deleteWithUrl(const std::string& url, const std::optional<std::string>& fileId,

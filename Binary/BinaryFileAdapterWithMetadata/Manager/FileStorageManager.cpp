@@ -1,10 +1,11 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryListTask.h"
@@ -23,45 +24,9 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::MutexLock;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
-
 namespace {
 
-constexpr std::string_view kClassTag = "FileStorageManager";
-constexpr std::string_view kListTag = "listFilesWithUrl";
-constexpr std::string_view kUploadTag = "uploadBinaryWithUrl";
-constexpr std::string_view kDownloadTag = "downloadBinaryWithUrl";
-constexpr std::string_view kUpdateTag = "updateWithUrl";
-constexpr std::string_view kDeleteTag = "deleteBinary";
-
-constexpr std::string_view kInvalidUrl = "%@ : %@ : Exception in url validation : %@";
-constexpr std::string_view kInvalidUploadParams =
-    "%@ : %@ : Exception in upload params validation : %@";
-constexpr std::string_view kInvalidDownloadParams =
-    "%@ : %@ : Exception in download params validation : %@";
-constexpr std::string_view kInvalidUpdateParams =
-    "%@ : %@ : Exception in update params validation : %@";
-constexpr std::string_view kInvalidDeleteParams =
-    "%@ : %@ : Exception in deleteParams validation : %@";
-constexpr std::string_view kInvalidFileId = "%@ : %@ : Exception in fileId validation : %@";
-constexpr std::string_view kCallbackNotDefined = "%@ : %@ : Callback not defined";
-constexpr std::string_view kNoCriteria = "%@ : %@ : No criteria is defined";
-constexpr std::string_view kNoHeaders = "%@ : %@ : No headers are defined";
-constexpr std::string_view kNoOptions = "Options are not defined for : %@";
-constexpr std::string_view kUploadParamsValid = "Upload params validation successfull";
-constexpr std::string_view kDownloadParamsValid = "Download params validation successfull";
-constexpr std::string_view kUpdateParamsValid = "update params validation successfull";
-constexpr std::string_view kDownloadInProgress = "%@ : %@ : Another download is in progress for %@";
-constexpr std::string_view kSuccessNotDefined = "%@ : %@ Success callback not defined";
-constexpr std::string_view kFailureNotDefined = "%@ : %@ Failure callback not defined";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+namespace texts = log_texts::file_storage_manager;
 
 /// Of the options, for all operations.
 constexpr std::array<std::string_view, 6> kKnownOptions = {
@@ -120,7 +85,7 @@ FileStorageManager& FileStorageManager::sharedInstance() {
   return *instance;
 }
 
-FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(kClassTag) {
+FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(texts::kClassTag) {
   static_cast<void>(outOfMemoryFailure());
 }
 
@@ -137,13 +102,14 @@ bool FileStorageManager::enterWithUrl(std::string_view functionTag, const std::s
   }
   ErrorPtr error;
   if (!ValidationUtils::isValidUrl(url, &error)) {
-    reportInvalid(kInvalidUrl, callback, error);
+    reportInvalid(texts::kInvalidUrl, callback, error);
     return false;
   }
   if (platform::Runtime::shared().isShutDown()) {
     // The engine would refuse the task, and nobody would be told.
-    reportFailure(callback, CommonUtils::generateErrorWith(
-                                kClassTag, kCodeInvalidStateForBinaryOperation, kLibraryShutDown));
+    reportFailure(callback, CommonUtils::generateErrorWith(kFileManagerErrorDomain,
+                                                           kCodeInvalidStateForBinaryOperation,
+                                                           kLibraryShutDown));
     return false;
   }
   return true;
@@ -169,7 +135,7 @@ void FileStorageManager::reportFailure(const std::shared_ptr<BinaryCallback>& ca
   if (callback != nullptr) {
     BinaryCallbackUtils::executeFailureCallback(callback, error);
   } else {
-    logger().logWarning(kCallbackNotDefined, _classTag, functionTag());
+    logger().logWarning(texts::kCallbackNotDefined, _classTag, functionTag());
   }
 }
 
@@ -177,7 +143,7 @@ void FileStorageManager::addHeaders(const std::optional<Dictionary>& headers, Di
   if (headers) {
     input.set(keys::kHeaders, *headers);
   } else {
-    logger().logWarning(kNoHeaders, _classTag, functionTag());
+    logger().logWarning(texts::kNoHeaders, _classTag, functionTag());
   }
 }
 
@@ -186,14 +152,14 @@ void FileStorageManager::listFilesWithUrl(const std::string& url,
                                           const std::optional<Dictionary>& headers,
                                           const std::shared_ptr<BinaryCallback>& callback,
                                           const std::optional<Dictionary>& options) {
-  if (!enterWithUrl(kListTag, url, callback)) return;
+  if (!enterWithUrl(texts::kListTag, url, callback)) return;
 
   Dictionary input{{keys::kUrl, url},
                    {kOperationSettings, OperationSettings::value(take(options))}};
   if (criteria && !criteria->empty()) {
     input.set(keys::kFilter, *criteria);
   } else {
-    logger().logWarning(kNoCriteria, _classTag, functionTag());
+    logger().logWarning(texts::kNoCriteria, _classTag, functionTag());
   }
   addHeaders(headers, input);
   if (options) input.set(keys::kDisableIntegrityCheck, disableIntegrityCheck(*options));
@@ -208,16 +174,16 @@ void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInput
                                              const std::optional<Dictionary>& uploadParams,
                                              const std::shared_ptr<BinaryCallback>& callback,
                                              const std::optional<Dictionary>& options) {
-  if (!enterWithUrl(kUploadTag, url, callback)) return;
+  if (!enterWithUrl(texts::kUploadTag, url, callback)) return;
   ErrorPtr error;
   if (!ValidationUtils::validateUploadParamsWithUploadParams(uploadParams, inputType, &error)) {
-    return reportInvalid(kInvalidUploadParams, callback, error);
+    return reportInvalid(texts::kInvalidUploadParams, callback, error);
   }
   const OperationSettings::Ptr settings = take(options);
   if (settings->isSafe() && !ValidationUtils::validateChunkSizes(*uploadParams, options, &error)) {
-    return reportInvalid(kInvalidUploadParams, callback, error);
+    return reportInvalid(texts::kInvalidUploadParams, callback, error);
   }
-  logger().logDebug(kUploadParamsValid);
+  logger().logDebug(texts::kUploadParamsValid);
 
   const auto upload = std::make_shared<BinaryFileUploaderTask>();
   upload->setInputContext(
@@ -233,12 +199,12 @@ void FileStorageManager::downloadWithURL(const std::string& url,
                                          const std::optional<Dictionary>& params,
                                          const std::shared_ptr<BinaryCallback>& callback,
                                          const std::optional<Dictionary>& options) {
-  if (!enterWithUrl(kDownloadTag, url, callback)) return;
+  if (!enterWithUrl(texts::kDownloadTag, url, callback)) return;
   ErrorPtr error;
   if (!ValidationUtils::validateDownloadParams(params, &error)) {
-    return reportInvalid(kInvalidDownloadParams, callback, error);
+    return reportInvalid(texts::kInvalidDownloadParams, callback, error);
   }
-  logger().logDebug(kDownloadParamsValid);
+  logger().logDebug(texts::kDownloadParamsValid);
 
   const Dictionary metadata = (*params)[keys::kMetadata].dictionaryValue();
   const std::string fileId = metadata[keys::kFileId].textValue();
@@ -259,7 +225,7 @@ void FileStorageManager::downloadWithURL(const std::string& url,
     });
   }
   if (!enterDownload(download)) {
-    logger().logError(kDownloadInProgress, _classTag, functionTag(), fileId);
+    logger().logError(texts::kDownloadInProgress, _classTag, functionTag(), fileId);
     return reportFailure(
         callback,
         CommonUtils::generateErrorWith(
@@ -293,12 +259,12 @@ void FileStorageManager::updateWithUrl(const std::string& url,
                                        const std::optional<Dictionary>& params,
                                        const std::shared_ptr<BinaryCallback>& callback,
                                        const std::optional<Dictionary>& options) {
-  if (!enterWithUrl(kUpdateTag, url, callback)) return;
+  if (!enterWithUrl(texts::kUpdateTag, url, callback)) return;
   ErrorPtr error;
   if (!ValidationUtils::validateUpdateParams(params, &error)) {
-    return reportInvalid(kInvalidUpdateParams, callback, error);
+    return reportInvalid(texts::kInvalidUpdateParams, callback, error);
   }
-  logger().logDebug(kUpdateParamsValid);
+  logger().logDebug(texts::kUpdateParamsValid);
 
   const auto update = std::make_shared<BinaryUpdaterTask>();
   update->setInputContext({{keys::kUrl, url},
@@ -331,8 +297,9 @@ void FileStorageManager::delete_(const std::string& url, const std::optional<std
                                  const std::optional<Dictionary>& headers,
                                  const std::shared_ptr<BinaryCallback>& callback,
                                  const std::optional<Dictionary>& options) {
-  if (!enterWithUrl(kDeleteTag, url, callback)) return;
-  Dictionary input = generateCommonInputContextWithMethodName(kDeleteTag, url, callback, options);
+  if (!enterWithUrl(texts::kDeleteTag, url, callback)) return;
+  Dictionary input =
+      generateCommonInputContextWithMethodName(texts::kDeleteTag, url, callback, options);
   input.set(kOperationSettings, OperationSettings::value(take(options)));
   if (!addDeleteContext(fileId, deleteParams, callback, input)) return;
   addHeaders(headers, input);
@@ -351,7 +318,7 @@ Dictionary FileStorageManager::generateCommonInputContextWithMethodName(
     input.set(keys::kOptions, passedOn(options));
     input.set(keys::kDisableIntegrityCheck, disableIntegrityCheck(*options));
   } else {
-    logger().logWarning(kNoOptions, methodName);
+    logger().logWarning(texts::kNoOptions, methodName);
   }
   return input;
 }
@@ -363,7 +330,7 @@ bool FileStorageManager::addDeleteContext(const std::optional<std::string>& file
   ErrorPtr error;
   if (fileId) {
     if (!ValidationUtils::validateFileIdForDeletion(fileId, &error)) {
-      reportInvalid(kInvalidFileId, callback, error);
+      reportInvalid(texts::kInvalidFileId, callback, error);
       return false;
     }
     Dictionary context = deleteParams.value_or(Dictionary{});
@@ -371,7 +338,7 @@ bool FileStorageManager::addDeleteContext(const std::optional<std::string>& file
     input.set(keys::kRequestContext, std::move(context));
   } else if (deleteParams || OperationSettings::of(input)->isSafe()) {
     if (!ValidationUtils::validateDeleteParams(deleteParams, &error)) {
-      reportInvalid(kInvalidDeleteParams, callback, error);
+      reportInvalid(texts::kInvalidDeleteParams, callback, error);
       return false;
     }
     input.set(keys::kRequestContext, *deleteParams);
@@ -404,7 +371,7 @@ void FileStorageManager::handleSuccessForDownloadTask(const DownloadPtr& downloa
   leaveDownload(download->name(), download);
   const auto callback = getBinaryCallback(*download);
   if (callback == nullptr) {
-    return logger().logWarning(kSuccessNotDefined, _classTag, functionTag());
+    return logger().logWarning(texts::kSuccessNotDefined, _classTag, functionTag());
   }
   tellEnd(*callback, CallbackType::kSuccess, [&] { return trimOutputContextFor(*download); });
 }
@@ -414,7 +381,7 @@ void FileStorageManager::handleFailureForDownloadTask(const DownloadPtr& downloa
   leaveDownload(download->name(), download);
   const auto callback = getBinaryCallback(*download);
   if (callback == nullptr) {
-    return logger().logWarning(kFailureNotDefined, _classTag, functionTag());
+    return logger().logWarning(texts::kFailureNotDefined, _classTag, functionTag());
   }
   tellEnd(*callback, CallbackType::kFailure, [&] {
     Dictionary failure = trimOutputContextFor(*download);

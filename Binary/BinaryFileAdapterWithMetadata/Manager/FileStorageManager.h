@@ -14,17 +14,18 @@
 
 namespace varo::binary {
 
-/// The dispatcher behind the facade: checks an operation's arguments, builds the input context of
-/// the task that does it, and starts that. A failed check is reported to the callback at once, and
-/// no task is made. Listens to the downloads it starts and reports their outcome; all other tasks
-/// report themselves, unless they fail without having come to it: then the manager does.
+/// The dispatcher behind the facade. For each operation it
+/// - checks the arguments; a failed check is reported to the callback at once, and no task is made;
+/// - builds the input context of the operation's task and starts the task;
+/// - reports the outcome of a download, to which it listens. All other tasks report themselves; if
+///   one fails before it could, the manager reports the failure.
 ///
 /// Each operation takes its `OperationSettings` from the options when it is started, with the
 /// `platform::Cancellation` that may stand there under "cancellation". One that is cancelled ends
 /// with one failure, `kCodeOperationCancelled`, in the domain of its other errors.
 ///
-/// A task only for the sake of being a listener; it is never run. Thread-safe. Callbacks and tasks
-/// are never called with its lock held.
+/// It is a task only to be a listener, and is never run. Thread-safe. Callbacks and tasks are never
+/// called with its lock held.
 class FileStorageManager final : public platform::VSTask {
  public:
   /// The process's one manager, which is never destroyed.

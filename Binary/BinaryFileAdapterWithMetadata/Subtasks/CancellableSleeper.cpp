@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/CancellableSleeper.h"
 
-#include "Platform/Foundation/Mutex.h"
+#include "Binary/Binary/SourceNames.h"
 
 #include <functional>
 #include <memory>
@@ -10,7 +10,6 @@
 namespace varo::binary {
 namespace {
 
-using platform::MutexLock;
 using platform::TimerQueue;
 
 /// One wait, which ends once: when it is due, with a cancellation, or with the shutdown.

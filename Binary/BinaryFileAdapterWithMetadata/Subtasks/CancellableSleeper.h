@@ -16,7 +16,7 @@ class CancellableSleeper final : public platform::Sleeper {
   explicit CancellableSleeper(platform::Sleeper& sleeper) : sleeper_(sleeper) {}
 
   void setCancellation(std::stop_token cancellation);
-  /// A wait that is cancelled ends as one that was due: who is woken finds out for itself.
+  /// A cancelled wait ends like one that has elapsed; whoever waited checks for the cancellation.
   void wakeAfter(std::chrono::milliseconds delay, platform::TimerQueue::Job wake) override;
 
  private:

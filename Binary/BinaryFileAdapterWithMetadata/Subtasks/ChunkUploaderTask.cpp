@@ -1,29 +1,22 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/ChunkUploaderTask.h"
 
-#include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/FormData.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/UploadErrors.h"
 #include "Platform/Foundation/Base64.h"
-#include "Platform/Foundation/Text.h"
+#include "Platform/Network/FormData.h"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 #include <utility>
 
 namespace varo::binary {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::Result;
-using platform::TaskState;
-using platform::Value;
 
 namespace {
 
@@ -35,11 +28,6 @@ constexpr std::string_view kUnknownMethod =
     "the upload template's method is neither put nor post : ";
 constexpr std::string_view kSendsNoBytes =
     "the upload template's uploadMode and method send no bytes : ";
-
-ErrorPtr uploadError(std::int32_t code, std::string_view message, std::string_view detail) {
-  return CommonUtils::generateErrorWith(
-      kUploadErrorDomain, code, platform::formatMessage(kMessageAndDetail, {message, detail}));
-}
 
 /// The bytes that the content description names. Those of a file stay there.
 Result<Data> contentOf(const Dictionary& fileMap) {
@@ -53,12 +41,11 @@ Result<Data> contentOf(const Dictionary& fileMap) {
   if (const Data* bytes = rawBytes.data()) return *bytes;
   const std::string* text = rawBytes.text();
   if (text == nullptr) {
-    return uploadError(kCodeUploadMissingParameter, kUploadMissingParameter, kNoContent);
+    return missingUploadParameter(kNoContent);
   }
   auto decoded = platform::base64::decode(*text);
   if (decoded) return Data::fromBytes(*std::move(decoded));
-  return uploadError(kCodeUploadInvalidParameterDataType, kUploadInvalidParameterDataType,
-                     kNotBase64);
+  return uploadParameterOfWrongType(kNotBase64);
 }
 
 }  // namespace
@@ -122,8 +109,7 @@ bool ChunkUploaderTask::unpackChunkSize(const Dictionary& input, ErrorPtr* error
   _chunkSize = options_.value_or(Dictionary{})[keys::kChunkSize].integerValue();
   if (_chunkSize < 1) _chunkSize = uploadParams[keys::kChunkSize].integerValue();
   if (_chunkSize >= 1) return true;
-  *error =
-      uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kNoChunkSize);
+  *error = unusableUploadParameter(kNoChunkSize);
   return false;
 }
 
@@ -138,8 +124,7 @@ bool ChunkUploaderTask::unpackContent(bool isFirstChunk, ErrorPtr* error) {
   }
   _totalFileSize = static_cast<std::int64_t>(content_.size());
   if (_byteOffset >= 0 && _byteOffset <= _totalFileSize) return true;
-  *error =
-      uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kOffsetOutside);
+  *error = unusableUploadParameter(kOffsetOutside);
   return false;
 }
 
@@ -196,43 +181,56 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
     request.headers = BinaryNetworkUtils::withoutHeaders(
         headersForStore(input[keys::kCommitUrl].textValue()), {kIgnoreMapperResponseFiltering});
   }
-  const std::string mode = input[keys::kUploadMode].textValue();
-  if (mode == kUploadModeMultipart) {
-    request.isMultipart = true;
-    const std::string disposition =
-        formDataDisposition(kPartName, _metadata[keys::kFileName].textValue());
-    // Appended: compilers disagree on whether Array{part} is a list of one or a copy (CWG 2137).
-    Array parts;
-    parts.append(Array{Dictionary{{kContentType, kContentTypeOctetStream}},
-                       Dictionary{{kPartContent, _dataBytes}},
-                       Dictionary{{kContentDisposition, disposition}}});
-    request.multipartBody = Dictionary{{kMultipartParts, std::move(parts)}};
-  } else if (mode == kUploadModeBinary) {
-    BinaryNetworkUtils::setHeader(request.headers, kContentType, kContentTypeOctetStream);
-    request.rawBody = _dataBytes;
-  }
+  addContent(request, input[keys::kUploadMode].textValue());
   return request;
+}
+
+void ChunkUploaderTask::addContent(ChunkRequest& request, std::string_view uploadMode) const {
+  using AddContent = void (ChunkUploaderTask::*)(ChunkRequest&) const;
+  // All modes. This is the place to add one.
+  static constexpr std::array<std::pair<std::string_view, AddContent>, 2> kUploadModes = {{
+      {kUploadModeMultipart, &ChunkUploaderTask::addMultipartContent},
+      {kUploadModeBinary, &ChunkUploaderTask::addRawContent},
+  }};
+  for (const auto& [name, add] : kUploadModes) {
+    if (name == uploadMode) return (this->*add)(request);
+  }
+}
+
+void ChunkUploaderTask::addMultipartContent(ChunkRequest& request) const {
+  request.type = RequestType::kMultipart;
+  const std::string disposition =
+      platform::formDataDisposition(kPartName, _metadata[keys::kFileName].textValue());
+  // Appended: compilers disagree on whether Array{part} is a list of one or a copy (CWG 2137).
+  Array parts;
+  parts.append(Array{Dictionary{{kContentType, kContentTypeOctetStream}},
+                     Dictionary{{kPartContent, _dataBytes}},
+                     Dictionary{{kContentDisposition, disposition}}});
+  request.multipartBody = Dictionary{{kMultipartParts, std::move(parts)}};
+}
+
+void ChunkUploaderTask::addRawContent(ChunkRequest& request) const {
+  BinaryNetworkUtils::setHeader(request.headers, kContentType, kContentTypeOctetStream);
+  request.rawBody = _dataBytes;
 }
 
 void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& method) {
   const bool hasBytes =
       method == kUploadMethodPut ? request.rawBody.isPresent() : !request.multipartBody.empty();
   if (isSafe() && !hasBytes && (method == kUploadMethodPut || method == kUploadMethodPost)) {
-    return fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
-                            std::string(kSendsNoBytes) + method));
+    return fail(unusableUploadParameter(std::string(kSendsNoBytes) + method));
   }
-  const RequestType type = request.isMultipart ? RequestType::kMultipart : RequestType::kRaw;
   const Dictionary options = requestOptions(settings_->limits.small);
   TaskCallback sent = completion(&ChunkUploaderTask::processNetworkResponse);
   if (method == kUploadMethodPut) {
-    BinaryNetworkUtils::PUT(*url_, _queryParams, request.headers, type, request.rawBody, options,
-                            std::move(sent), AnswerKind::kAnything);
+    BinaryNetworkUtils::PUT(*url_, _queryParams, request.headers, request.type, request.rawBody,
+                            options, std::move(sent), AnswerKind::kAnything);
   } else if (method == kUploadMethodPost) {
-    BinaryNetworkUtils::POST(*url_, _queryParams, request.headers, type, request.multipartBody,
-                             options, std::move(sent), AnswerKind::kAnything);
+    BinaryNetworkUtils::POST(*url_, _queryParams, request.headers, request.type,
+                             request.multipartBody, options, std::move(sent),
+                             AnswerKind::kAnything);
   } else if (isSafe()) {
-    fail(uploadError(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue,
-                     std::string(kUnknownMethod) + method));
+    fail(unusableUploadParameter(std::string(kUnknownMethod) + method));
   }
   // Otherwise the upload ends here in silence: with the completion goes what kept its tasks alive.
 }

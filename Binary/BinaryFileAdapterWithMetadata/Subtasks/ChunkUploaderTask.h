@@ -3,9 +3,11 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
 #include "Platform/Common/NetworkError.h"
 #include "Platform/Foundation/Data.h"
+#include "Platform/Network/VRONetworkUtility.h"
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace varo::binary {
 
@@ -25,10 +27,11 @@ class ChunkUploaderTask final : public BinaryBaseTask {
   [[nodiscard]] std::string_view errorDomain() const noexcept override;
 
  private:
-  /// What one request carries; a missing body sends no bytes.
+  /// What one request carries. A PUT sends the raw body and a POST the multipart body, so a mode
+  /// that does not go with the template's method sends no bytes.
   struct ChunkRequest {
     platform::Dictionary headers;
-    bool isMultipart = false;
+    platform::RequestType type = platform::RequestType::kRaw;
     platform::Value rawBody;
     platform::Dictionary multipartBody;
   };
@@ -43,6 +46,10 @@ class ChunkUploaderTask final : public BinaryBaseTask {
   void takeChunkOfRawBytes(bool inChunks);
   void generateQueryParamsForCurrentChunk();
   [[nodiscard]] ChunkRequest makeRequest(const platform::Dictionary& input);
+  /// Adds the chunk's bytes as the template's "uploadMode" asks for; nothing under an unknown mode.
+  void addContent(ChunkRequest& request, std::string_view uploadMode) const;
+  void addMultipartContent(ChunkRequest& request) const;
+  void addRawContent(ChunkRequest& request) const;
   void send(const ChunkRequest& request, const std::string& method);
   void processNetworkResponse(const platform::Dictionary& response,
                               const platform::NetworkErrorPtr& error);

@@ -1,10 +1,11 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/ChunkedFileDownloaderTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Text.h"
@@ -19,25 +20,14 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
-
 namespace {
+
+namespace texts = log_texts::chunked_file_downloader_task;
 
 constexpr std::string_view kNoRecord = "binary records dosen't exist";
 constexpr std::string_view kSeveralRecords = "binary records incorrect state";
-constexpr std::string_view kTemplateNotParsed =
-    "Error while parsing the download request template, Exception : %@";
 /// Of a record: the size of its file, in bytes.
 constexpr char kFileSize[] = "file_size";
-constexpr std::string_view kNotStored = "The downloaded file can't be stored, Error : %@";
 constexpr mode_t kDirectoryMode = 0777;  // less the umask: the platform's default attributes
 
 ErrorPtr recordError(std::int32_t code, std::string_view message, std::string_view detail,
@@ -126,7 +116,7 @@ ErrorPtr ChunkedFileDownloaderTask::unpackTemplate(const Dictionary& input,
   const auto parsed = BinaryNetworkUtils::getTemplate(json, &parseError);
   if (parseError != nullptr) {
     // The task goes on without a URL, which the network refuses.
-    BinaryLogger::sharedInstance().logError(kTemplateNotParsed, parseError);
+    logger().logError(texts::kTemplateNotParsed, parseError);
     return nullptr;
   }
   const Dictionary downloadTemplate = parsed.value_or(Dictionary{});
@@ -195,7 +185,7 @@ void ChunkedFileDownloaderTask::processResponse(const Dictionary& response,
   ErrorPtr failure;
   const std::string path = saveFileWithBytes(bytes != nullptr ? *bytes : Data(), &failure);
   if (failure != nullptr) {
-    BinaryLogger::sharedInstance().logError(kNotStored, failure);
+    logger().logError(texts::kNotStored, failure);
     if (isSafe()) return raiseError(storeError(failure));
   }
   endWithFileAt(path);

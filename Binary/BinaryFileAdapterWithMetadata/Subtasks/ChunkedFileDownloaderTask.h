@@ -24,8 +24,8 @@ class ChunkedFileDownloaderTask final : public BinaryBaseTask {
  public:
   ChunkedFileDownloaderTask() = default;
 
-  /// Has the URL, headers, options, settings and callback of `operation` hold, whatever entries of
-  /// these names the input gets from elsewhere. Before the task is started.
+  /// Fixes URL, headers, options, settings and callback to those of `operation`, whatever entries
+  /// of these names the input gets from elsewhere. Call it before the task is started.
   void setCallersEntries(platform::Dictionary operation) { callersEntries_ = std::move(operation); }
 
   void execute() override;

@@ -1,9 +1,10 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/FileMetadataCreatorTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
@@ -13,22 +14,13 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::TaskState;
-using platform::Value;
 
 namespace {
 
-constexpr std::string_view kMetadataNotJson = "metedata couldn't be converted to JSONString";
-constexpr std::string_view kRequestFailed = "Network exeption occurred, Exception : %@";
-constexpr std::string_view kTemplateNotParsed =
-    "Error while parsing the upload request template, Exception : %@";
-constexpr std::string_view kNoTemplate = "the answer to the creation has no upload_template";
+namespace texts = log_texts::file_metadata_creator_task;
 
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+constexpr std::string_view kNoTemplate = "the answer to the creation has no upload_template";
 
 }  // namespace
 
@@ -50,7 +42,7 @@ void FileMetadataCreatorTask::unpackInputContext() {
   ErrorPtr error;
   _bodyString = platform::VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
   if (!_bodyString) {
-    logger().logError(kMetadataNotJson);
+    logger().logError(texts::kMetadataNotJson);
     reportFailure(error);
     raiseError(error);
     return;
@@ -72,7 +64,7 @@ void FileMetadataCreatorTask::execute() {
 void FileMetadataCreatorTask::processResponse(const Dictionary& response,
                                               const NetworkErrorPtr& error) {
   if (error != nullptr) {
-    logger().logError(kRequestFailed, error);
+    logger().logError(texts::kRequestFailed, error);
     return fail(error);
   }
   std::optional<std::string> json;
@@ -80,7 +72,7 @@ void FileMetadataCreatorTask::processResponse(const Dictionary& response,
   ErrorPtr parseError;
   const auto uploadTemplate = BinaryNetworkUtils::getTemplate(json, &parseError);
   if (parseError != nullptr) {
-    logger().logError(kTemplateNotParsed, parseError);
+    logger().logError(texts::kTemplateNotParsed, parseError);
     return fail(parseError);
   }
   if (!uploadTemplate && isSafe()) {

@@ -1,8 +1,10 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/CancellableSleeper.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/StatusCheckerTask.h"
 
 #include <chrono>
@@ -10,8 +12,6 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::TaskState;
 
 PollingTask::PollingTask(platform::ErrorPtr* error, platform::Random& random,
                          platform::Sleeper& sleeper)
@@ -32,7 +32,8 @@ void PollingTask::execute() {
 
 bool PollingTask::shouldIterate(TaskState subTaskState) {
   return VSAbstractLoopingTask::shouldIterate(subTaskState) && subTaskState != TaskState::Errored &&
-         !_outputContext.get(keys::kPollingStatus).boolValue() && retryIndex <= kMaxStatusRequests;
+         !_outputContext.get(keys::kPollingStatus).boolValue() &&
+         retryIndex <= polling::kMaxStatusRequests;
 }
 
 void PollingTask::transformInputContextForNextIteration() {
@@ -41,9 +42,9 @@ void PollingTask::transformInputContextForNextIteration() {
   _inputContext.set(keys::kCurrentIteration, retryIndex);
 }
 
-/// Draws whole seconds, each number of them below 2^retryIndex as likely as the others.
+/// Draws whole seconds, each number of them up to the longest wait as likely as the others.
 void PollingTask::exponentialBackoffDelay() {
-  const std::int64_t greatest = (std::int64_t{1} << retryIndex) - 1;
+  const std::int64_t greatest = polling::longestWaitAfter(retryIndex).count();
   sleepBeforeNextIteration(std::chrono::seconds(random_.integer(0, greatest)));
 }
 

@@ -11,9 +11,9 @@ namespace varo::binary {
 class CancellableSleeper;
 
 /// Asks for the status of an accepted operation until it is finished: runs a `StatusCheckerTask`,
-/// whose input is the loop's, at most five times. Between two attempts it sleeps for a random time
-/// whose bound grows (1, 3, 7, 15 seconds), without holding a thread; a cancellation of the
-/// operation wakes it at once.
+/// whose input is the loop's, as PollingSchedule.h says. Between two attempts it sleeps for a
+/// random time whose bound grows, without holding a thread; a cancellation of the operation wakes
+/// it at once.
 ///
 /// Ends as Ended when the operation is finished, as Errored when an attempt failed or the last one
 /// found it unfinished, or with the runtime's shutdown.

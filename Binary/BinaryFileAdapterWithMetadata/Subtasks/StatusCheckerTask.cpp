@@ -1,22 +1,15 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/StatusCheckerTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 #include <algorithm>
 #include <memory>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::Error;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
 
 StatusCheckerTask::StatusCheckerTask(ErrorPtr* error) : BinaryBaseTask(error) { initializeIvars(); }
 
@@ -62,9 +55,9 @@ void StatusCheckerTask::processResponse(const Dictionary& response, const Networ
   if (isSafe()) entries.remove(keys::kPollingStatus);
   _outputContext.addEntries(entries);
   if (!status) {
-    BinaryLogger::sharedInstance().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
+    logger().logInfo("%@%ld", kServiceStillWorking, _currentIteration);
   }
-  if (!status && _currentIteration == kMaxStatusRequests) {
+  if (!status && _currentIteration == polling::kMaxStatusRequests) {
     return raiseError(std::make_shared<const Error>(std::string(kRetriesExceededErrorDomain),
                                                     kCodeHTTPRequestFailed, Dictionary{}));
   }

@@ -1,9 +1,10 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Text.h"
@@ -13,21 +14,12 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::Value;
 using platform::VROCommonUtility;
 
 namespace {
 
-constexpr std::string_view kCommitPropertiesNotJson =
-    "Error while parsing commit properties, Error : %@";
-constexpr std::string_view kMetadataNotJson = "Error in parsing metadata, Error : %@";
-constexpr std::string_view kCommitFailed = "Error while commiting upload data, Error : %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
+namespace texts = log_texts::upload_commiter_task;
 
 /// The answer's headers without those that say nothing about the stored object.
 Dictionary objectHeaders(const Dictionary& responseHeaders) {
@@ -73,7 +65,7 @@ void UploadCommiterTask::replaceCommitProperties(const Value& responseHeaders) {
         platform::formatMessage(kMessageAndDetail,
                                 {kUploadInvalidParameterDataType, keys::kCommitProperties}));
   }
-  logger().logError(kCommitPropertiesNotJson, error);
+  logger().logError(texts::kCommitPropertiesNotJson, error);
   reportFailure(error);
 }
 
@@ -82,7 +74,7 @@ void UploadCommiterTask::execute() {
   ErrorPtr error;
   const auto body = VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
   if (!body) {
-    logger().logError(kMetadataNotJson, error);
+    logger().logError(texts::kMetadataNotJson, error);
     reportFailure(error);
   }
   // A commit that has failed to become JSON still goes out, with no body: the service counts on it.
@@ -93,7 +85,7 @@ void UploadCommiterTask::execute() {
 
 void UploadCommiterTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {
   if (error != nullptr) {
-    logger().logError(kCommitFailed, error);
+    logger().logError(texts::kCommitFailed, error);
     return fail(error);
   }
   _outputContext.addEntries(response);

@@ -1,20 +1,12 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryBaseTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Platform/Foundation/Redaction.h"
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
-using platform::NetworkError;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
 
 BinaryBaseTask::BinaryBaseTask(ErrorPtr* /*error*/) {}
 
@@ -64,7 +56,7 @@ NetworkErrorPtr BinaryBaseTask::causeOf(const NetworkErrorPtr& error) const {
 }
 
 void BinaryBaseTask::logFailedInit(std::string_view message, const ErrorPtr& error) {
-  if (error != nullptr) BinaryLogger::sharedInstance().logFatal(message, error);
+  if (error != nullptr) logger().logFatal(message, error);
 }
 
 void BinaryBaseTask::reportFailure(const ErrorPtr& error) {

@@ -43,9 +43,6 @@ class BinaryBaseTask : public platform::VSTask {
   /// Reads what every request to "/objects/File" reads: URL, JSON content type (which a header of
   /// the caller replaces), headers, options and callback.
   void unpackFileRequest(const platform::Dictionary& input);
-  /// Logged with the error of a base that could not be made.
-  static constexpr std::string_view kBaseInitFailed =
-      "Failed to initialize BinaryBaseTask with error: %@";
 
   /// The input, with the settings of the operation taken from it: what `execute` starts with.
   [[nodiscard]] platform::Dictionary takeInput();
@@ -55,9 +52,9 @@ class BinaryBaseTask : public platform::VSTask {
 
   /// The options of a request whose successful answer has at most this many bytes.
   [[nodiscard]] platform::Dictionary requestOptions(std::uint64_t answerLimit) const;
-  /// `process` as the completion of a request, to be called once with the answer or the error; that
-  /// is `kCodeOperationCancelled` where the request has failed after the operation was cancelled.
-  /// What it throws ends the task as Errored.
+  /// A completion that calls `process` once with the response or the error. The error is
+  /// `kCodeOperationCancelled` if the request failed after the operation was cancelled. What
+  /// `process` throws ends the task as Errored.
   template <typename Task>
   [[nodiscard]] TaskCallback completion(void (Task::*process)(const platform::Dictionary&,
                                                               const platform::NetworkErrorPtr&)) {
@@ -67,15 +64,15 @@ class BinaryBaseTask : public platform::VSTask {
     };
   }
 
-  /// What of this task's headers, which were given for the server of `serviceUrl`, goes along with
-  /// the request to an outside store at `url_`: all but the token and, under
-  /// `TransferPolicy::kSafe`, all other credentials unless it is at the same server.
+  /// Those of this task's headers, which were given for the server of `serviceUrl`, that may be
+  /// sent to an outside store at `url_`: all but the token. Under `TransferPolicy::kSafe` no other
+  /// credentials either, unless the store is at the same server.
   [[nodiscard]] platform::Dictionary headersForStore(std::string_view serviceUrl) const;
 
   /// Tells the caller of a failure.
   void reportFailure(const platform::ErrorPtr& error);
-  /// Ends the task with `error`, then tells the caller; of a cancellation only where nothing has
-  /// been told yet.
+  /// Ends the task with `error`, then tells the caller. Of a cancellation it tells only if no end
+  /// has been reported yet.
   void fail(const platform::ErrorPtr& error);
   /// Ends the task as Ended, then tells the caller, who gets the whole output.
   void succeed();
@@ -83,8 +80,8 @@ class BinaryBaseTask : public platform::VSTask {
   /// Logs at fatal level, where there is an error.
   static void logFailedInit(std::string_view message, const platform::ErrorPtr& error);
 
-  /// Adds the entries of an answer to the output that becomes another task's input, without those
-  /// under `callersOwn`: a server must not say whom to call back, or which local file to send it.
+  /// Adds the entries of a response to the output, which becomes another task's input, except those
+  /// named by `callersOwn`: a server must not say whom to call back, or which local file to send.
   void addResponseForNextTask(platform::Dictionary response,
                               std::initializer_list<const char*> callersOwn);
 

@@ -1,8 +1,9 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCommonUtils.h"
@@ -14,21 +15,10 @@
 #include <utility>
 
 namespace varo::binary {
-
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
-using platform::NetworkError;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
-using platform::VSTask;
-
 namespace {
 
-constexpr std::string_view kInitFailed = "Failed to initialize BinaryDeleteTask with error: %@";
-constexpr std::string_view kSetupFailed =
-    "Failed to setup subtasks of BinaryDeleteTask with error: %@";
+namespace texts = log_texts::binary_delete_task;
+
 constexpr std::string_view kNoPollApi =
     "The service accepted the delete for later, but its answer has no \"poll_api\" to ask for its "
     "status";
@@ -51,10 +41,10 @@ NetworkErrorPtr operationError(std::string_view description) {
 BinaryDeleteTask::BinaryDeleteTask(platform::Random& random, platform::Sleeper& sleeper,
                                    ErrorPtr error)
     : BinaryBaseTask(&error) {
-  logFailedInit(kInitFailed, error);
+  logFailedInit(texts::kInitFailed, error);
   if (error != nullptr) return;
   setupSubTasksWithError(&error, random, sleeper);
-  logFailedInit(kSetupFailed, error);
+  logFailedInit(texts::kSetupFailed, error);
 }
 
 std::string_view BinaryDeleteTask::errorDomain() const noexcept { return kDeleteErrorDomain; }

@@ -1,20 +1,16 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryListTask.h"
 
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
-using platform::TaskState;
-using platform::Value;
-
 BinaryListTask::BinaryListTask(bool invokeCallbackOnSuccess, ErrorPtr error)
     : BinaryBaseTask(&error), _invokeCallbackOnSuccess(invokeCallbackOnSuccess) {
-  logFailedInit(kBaseInitFailed, error);
+  logFailedInit(log_texts::kBaseInitFailed, error);
 }
 
 std::string_view BinaryListTask::errorDomain() const noexcept {

@@ -1,7 +1,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryUpdaterTask.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Common/VROCommonUtility.h"
 
@@ -9,19 +10,16 @@
 
 namespace varo::binary {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
 
 namespace {
 
-constexpr std::string_view kUpdateFailed = "Binary Update Failed with Error, %@";
+namespace texts = log_texts::binary_updater_task;
 
 }  // namespace
 
 BinaryUpdaterTask::BinaryUpdaterTask(ErrorPtr error) : BinaryBaseTask(&error) {
-  logFailedInit(kBaseInitFailed, error);
+  logFailedInit(log_texts::kBaseInitFailed, error);
 }
 
 std::string_view BinaryUpdaterTask::errorDomain() const noexcept { return kUpdateErrorDomain; }
@@ -38,7 +36,7 @@ void BinaryUpdaterTask::execute() {
   ErrorPtr error;
   const auto body = platform::VROCommonUtility::getJSONStringFromNSDictionary(_metadata, &error);
   if (!body) {
-    BinaryLogger::sharedInstance().logError(kUpdateFailed, error);
+    logger().logError(texts::kUpdateFailed, error);
     // The callback first: the reverse of all other failures, and what callers count on.
     reportFailure(error);
     raiseError(error);

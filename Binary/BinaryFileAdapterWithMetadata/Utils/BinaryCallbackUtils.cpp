@@ -1,6 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryCallbackUtils.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 
 #include <string>
 #include <string_view>
@@ -9,27 +10,13 @@
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::Value;
-
-constexpr std::string_view kSuccessNotDefined = "Success callback not defined";
-constexpr std::string_view kFailureNotDefined = "Failure callback not defined";
-constexpr std::string_view kProgressNotDefined = "Progress callback not defined";
-constexpr std::string_view kSuccessNotProvided =
-    "Trying to invoke success callback with result %@. Callbacks are not provided";
-constexpr std::string_view kFailureNotProvided =
-    "Trying to invoke failure callback with error %@. Callbacks are not provided";
-constexpr std::string_view kProgressNotProvided =
-    "Trying to invoke progress callback with progress %@. Callbacks are not provided";
+namespace texts = log_texts::binary_callback_utils;
 
 /// The block, or one that logs `whenCalled`, after a warning that there is none.
 BinaryBlock orStandBy(BinaryBlock block, std::string_view notDefined, std::string_view whenCalled) {
   if (block) return block;
-  BinaryLogger::sharedInstance().logWarning(notDefined);
-  return [whenCalled](const Value& value) {
-    BinaryLogger::sharedInstance().logWarning(whenCalled, value);
-  };
+  logger().logWarning(notDefined);
+  return [whenCalled](const Value& value) { logger().logWarning(whenCalled, value); };
 }
 
 }  // namespace
@@ -38,11 +25,11 @@ std::shared_ptr<BinaryCallback> BinaryCallbackUtils::getLocalBinaryCallbackWithO
     BinaryBlock onSuccess, BinaryBlock onFailure, BinaryBlock onProgress) {
   auto callback = std::make_shared<BinaryCallback>();
   callback->setSuccessCallback(
-      orStandBy(std::move(onSuccess), kSuccessNotDefined, kSuccessNotProvided));
+      orStandBy(std::move(onSuccess), texts::kSuccessNotDefined, texts::kSuccessNotProvided));
   callback->setFailureCallback(
-      orStandBy(std::move(onFailure), kFailureNotDefined, kFailureNotProvided));
+      orStandBy(std::move(onFailure), texts::kFailureNotDefined, texts::kFailureNotProvided));
   callback->setProgressCallback(
-      orStandBy(std::move(onProgress), kProgressNotDefined, kProgressNotProvided));
+      orStandBy(std::move(onProgress), texts::kProgressNotDefined, texts::kProgressNotProvided));
   return callback;
 }
 

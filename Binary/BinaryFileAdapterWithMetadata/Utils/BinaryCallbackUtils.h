@@ -15,7 +15,7 @@ class BinaryCallbackUtils {
  public:
   BinaryCallbackUtils() = delete;
 
-  /// A holder of the three blocks. In place of one that is not given stands one that only logs.
+  /// A holder of the three blocks. A block that is not given is replaced by one that only logs.
   [[nodiscard]] static std::shared_ptr<BinaryCallback> getLocalBinaryCallbackWithOnSuccess(
       BinaryBlock onSuccess, BinaryBlock onFailure, BinaryBlock onProgress);
 

@@ -1,18 +1,19 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 
-#include "Binary/Binary/BinaryLogger.h"
-#include "Binary/Binary/DownloadTask/ContentRange.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/Binary/Utils/ContentRange.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Json.h"
+#include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
-#include "Platform/Network/UrlEncoding.h"
 
 #include <algorithm>
 #include <exception>
@@ -22,27 +23,14 @@
 namespace varo::binary {
 namespace {
 
-using platform::Array;
-using platform::Data;
-using platform::Dictionary;
-using platform::DictionaryEntry;
-using platform::ErrorPtr;
+namespace texts = log_texts::binary_network_utils;
+
 using platform::HttpResponseInfo;
-using platform::LogLevel;
 using platform::NetworkCallback;
-using platform::NetworkError;
-using platform::NetworkErrorPtr;
 using platform::RequestType;
-using platform::Result;
-using platform::Value;
 using platform::VRONetworkUtility;
 
-constexpr std::string_view kDownloadLog =
-    "BinaryNetworkUtils : getResponseForDwonload : Network response : %@";
-constexpr std::string_view kResponseLog =
-    "BinaryNetworkUtils : getResponse : Network response : %@";
 constexpr std::string_view kUnexpectedOpStatus = "unexpected opstatus : %@";
-constexpr std::string_view kParseErrorLog = "Error while parsing network response : %@";
 constexpr std::string_view kUnexpectedHttpStatus = "The server answered with HTTP status %@";
 /// How the platform's formatting prints a value that is not there.
 constexpr std::string_view kAbsent = "(none)";
@@ -55,8 +43,6 @@ constexpr std::string_view kAnswerNotRead = "The answer can't be read : %@";
 constexpr int kFirstFailureStatus = 400;
 constexpr int kStatusOk = 200;
 constexpr int kStatusPartialContent = 206;
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 NetworkErrorPtr networkError(std::int64_t code, Dictionary userInfo) {
   return std::make_shared<const NetworkError>(std::string(kBinaryNetworkUtilsErrorDomain), code,
@@ -140,7 +126,7 @@ std::optional<Outcome> outcomeWithoutBody(const Answer& answer) {
 
 /// Whether a 206 says of itself that it is all of the file.
 bool isWholeFile(const Answer& answer) {
-  const auto field = answer.response->headerField("Content-Range");
+  const auto field = answer.response->headerField(kContentRange);
   const auto range = field ? ContentRange::parse(*field) : std::nullopt;
   if (!range || !range->span || !range->total) return false;
   return range->span->first == 0 && range->span->last + 1 == *range->total &&
@@ -148,9 +134,9 @@ bool isWholeFile(const Answer& answer) {
 }
 
 Outcome outcomeOfDownload(const Answer& answer) {
-  logger().logDebug(kDownloadLog, *answer.body);
+  logger().logDebug(texts::kDownloadLog, *answer.body);
   if (answer.status() == kStatusPartialContent && (answer.isSafe || !isWholeFile(answer))) {
-    const auto range = answer.response->headerField("Content-Range");
+    const auto range = answer.response->headerField(kContentRange);
     return {{},
             answer.error(kCodeHTTPRequestFailed,
                          platform::formatMessage(kPartOfFile, {printed(range)}))};
@@ -179,11 +165,11 @@ std::optional<Outcome> outcomeOfOpStatus(const Answer& answer, Dictionary result
     return Outcome{std::move(result), std::move(error)};
   }
   if (parseError == nullptr) return Outcome{std::move(result), nullptr};
-  logger().logError(kParseErrorLog, parseError);
+  logger().logError(texts::kParseErrorLog, parseError);
   if (!answer.isSafe) return std::nullopt;
-  return Outcome{
-      std::move(result),
-      answer.error(kCodeHTTPRequestFailed, platform::formatMessage(kParseErrorLog, {parseError}))};
+  return Outcome{std::move(result),
+                 answer.error(kCodeHTTPRequestFailed,
+                              platform::formatMessage(texts::kParseErrorLog, {parseError}))};
 }
 
 /// Whether JSON that may be valid was not read to its end.
@@ -200,7 +186,7 @@ std::optional<Outcome> outcomeOfJson(const Answer& answer) {
       *answer.body, &parseError,
       answer.kind == AnswerKind::kList ? answer.limits.listJson() : answer.limits.smallJson());
   if (BinaryLogger::isEnabled(LogLevel::kDebug)) {
-    logger().logDebug(kResponseLog, platform::excerptOf(*answer.body, answer.sent));
+    logger().logDebug(texts::kResponseLog, platform::excerptOf(*answer.body, answer.sent));
   }
   if (parsed && parsed->contains(kOpStatus)) {
     return outcomeOfOpStatus(answer, *std::move(parsed), parseError);

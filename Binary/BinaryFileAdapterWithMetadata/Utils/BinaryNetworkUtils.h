@@ -14,14 +14,14 @@
 
 namespace varo::binary {
 
-/// What a request came to: the result and a null error, or an error and what there is of a result.
-/// Called at most once, on a thread of the runtime's pool; never called, but released, where an
-/// answer is passed over in silence (see `getBinaryNetworkCompletionHandler`).
+/// The outcome of a request: a result and a null error, or an error and whatever there is of a
+/// result. Called at most once, on a thread of the runtime's pool. A response that is passed over
+/// in silence (see `getBinaryNetworkCompletionHandler`) releases it without a call.
 using TaskCallback =
     std::function<void(const platform::Dictionary& result, const platform::NetworkErrorPtr& error)>;
 
-/// What an answer is, and with that what `TransferPolicy::kSafe` takes for a success, beside a
-/// status below 400.
+/// What kind of response a request expects. Under `TransferPolicy::kSafe` only a response of this
+/// kind, with a status below 400, is a success.
 enum class AnswerKind {
   kList,     // a JSON object within `AnswerLimits::listJson`
   kRecord,   // a JSON object: of a creation, a status request; within `AnswerLimits::smallJson`, as

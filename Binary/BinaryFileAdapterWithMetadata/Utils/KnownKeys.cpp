@@ -1,8 +1,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
 #include "Platform/Foundation/Text.h"
-#include "Platform/Foundation/Value.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -13,8 +13,7 @@
 namespace varo::binary {
 namespace {
 
-constexpr std::string_view kUnknownKey = "Nothing reads \"%@\" in %@";
-constexpr std::string_view kUnknownKeyNear = "Nothing reads \"%@\" in %@; did you mean \"%@\"?";
+namespace texts = log_texts::known_keys;
 
 /// What is longer is no misspelled key, and is shown cut. Bytes.
 constexpr std::size_t kLongestKey = 64;
@@ -63,9 +62,9 @@ void warnOfUnknownKeys(std::string_view where, const platform::Dictionary& given
     const std::string_view shown = platform::utf8Prefix(entry.key, kLongestKey);
     const std::string_view nearest = nearestKnownKey(entry.key, known);
     if (nearest.empty()) {
-      BinaryLogger::sharedInstance().logWarning(kUnknownKey, shown, where);
+      logger().logWarning(texts::kUnknownKey, shown, where);
     } else {
-      BinaryLogger::sharedInstance().logWarning(kUnknownKeyNear, shown, where, nearest);
+      logger().logWarning(texts::kUnknownKeyNear, shown, where, nearest);
     }
   }
 }

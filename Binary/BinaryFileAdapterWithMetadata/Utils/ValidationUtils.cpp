@@ -1,10 +1,11 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/UploadErrors.h"
 #include "Platform/Foundation/Base64.h"
-#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Text.h"
 
 #include <algorithm>
@@ -16,9 +17,8 @@
 namespace varo::binary {
 namespace {
 
-using platform::Dictionary;
-using platform::ErrorPtr;
-using platform::Value;
+namespace texts = log_texts::validation_utils;
+
 using ParamType = ValidationUtils::ParamType;
 
 constexpr std::string_view kEntryMissing = "%@: %@ could not be found in params";
@@ -28,37 +28,16 @@ constexpr std::string_view kOptionalEntryOfWrongType =
     "%@ and cannot be null. Unexpected data type for : %@";
 
 constexpr std::string_view kNoUploadParams = "Null or empty value found for uploadParams";
-constexpr std::string_view kNoUploadSource = "Either FilePath or RawBytes needs to be specified";
 constexpr std::string_view kRawBytesMissing = "Missing parameter rawBytes in the given input";
-constexpr std::string_view kRawDataNull = "Null value found for rawData";
 constexpr std::string_view kFilePathMissing = "Missing parameter filePath in the given input";
 constexpr std::string_view kFilePathOfWrongType = "Invalid datatype found for FilePath";
-constexpr std::string_view kFileNotFound = "Could not find File at given FilePath";
-/// Also what missing download and update parameters are reported as.
-constexpr std::string_view kNoData = "No data present in given file";
 constexpr std::string_view kFileIdNull = "file_id is null or undefined";
 constexpr std::string_view kDeleteParamsNull = "deleteParams are null or undefined";
 constexpr std::string_view kDeleteParamsEmpty =
     "deleteParams are empty, provide desired criteria for deleting binary files, for ex. fileId "
     "etc";
 
-constexpr std::string_view kValidatingUploadParams = "Validating Upload Parameters";
-constexpr std::string_view kValidatingUploadType = "Validating upload type";
-constexpr std::string_view kValidatingRawData = "Validating rawData";
-constexpr std::string_view kValidatingFilePath = "Validating FilePath";
-constexpr std::string_view kValidatingDownloadParams = "Validating downloadParams";
-constexpr std::string_view kValidatingUpdateParams = "Validating updateParams";
-constexpr std::string_view kValidatingFileNamespace = "Validating file_namespace";
-constexpr std::string_view kValidatingSecurityKey = "Validating security_key";
-constexpr std::string_view kDownloadParamsFailed = "Download validation failed, error: %@";
-constexpr std::string_view kUpdateParamsFailed = "Update validation failed, error: %@";
-/// Of the downloads' and updates' identifiers too.
-constexpr std::string_view kFileNameFailed = "Upload file_name validation failed : %@";
-constexpr std::string_view kDeleteParameterMissing = "Missing parameter %@ in deleteBinary";
-constexpr std::string_view kDeleteParameterEmpty =
-    "Null or empty value found for %@ in deleteBinary";
 constexpr std::string_view kNotANumber = "%@ is not wholly a number : %@";
-constexpr std::string_view kChunkSizeFailed = "Upload chunkSize validation failed : %@";
 constexpr std::string_view kDeleteParams = "deleteParams";
 
 /// A code and the message that goes with it.
@@ -96,49 +75,43 @@ constexpr auto kMap = ParamType::kDictionary;
 constexpr auto kText = ParamType::kString;
 
 constexpr std::array kUploadRules = {
-    EntryRule{"Validating headers", Place::kParams, keys::kHeaders, kMap, kUploadErrorDomain,
-              kUploadMissing, kUploadJunkType, "Upload headers validation failed : %@"},
-    EntryRule{"Validating metadata", Place::kParams, keys::kMetadata, kMap, kUploadErrorDomain,
-              kUploadMissing, kUploadJunkType, "Upload metadata validation failed : %@"},
-    EntryRule{"Validating file_name", Place::kMetadata, keys::kFileName, kText, kUploadErrorDomain,
-              kUploadMissing, kUploadJunkType, kFileNameFailed},
-    EntryRule{kValidatingFileNamespace, Place::kMetadata, keys::kFileNamespace, kText,
+    EntryRule{texts::kValidatingUploadHeaders, Place::kParams, keys::kHeaders, kMap,
+              kUploadErrorDomain, kUploadMissing, kUploadJunkType, texts::kUploadHeadersFailed},
+    EntryRule{texts::kValidatingUploadMetadata, Place::kParams, keys::kMetadata, kMap,
+              kUploadErrorDomain, kUploadMissing, kUploadJunkType, texts::kUploadMetadataFailed},
+    EntryRule{texts::kValidatingFileName, Place::kMetadata, keys::kFileName, kText,
+              kUploadErrorDomain, kUploadMissing, kUploadJunkType, texts::kFileNameFailed},
+    EntryRule{texts::kValidatingFileNamespace, Place::kMetadata, keys::kFileNamespace, kText,
               kUploadErrorDomain, std::nullopt, kUploadJunkValue,
-              "Upload file_namespace validation failed : %@"},
-    EntryRule{kValidatingSecurityKey, Place::kMetadata, keys::kSecurityKey, kText,
-              kUploadErrorDomain, std::nullopt, kUploadJunkValue,
-              "Upload seciruty_key validation failed : %@"},
+              texts::kUploadFileNamespaceFailed},
+    EntryRule{texts::kValidatingSecurityKey, Place::kMetadata, keys::kSecurityKey, kText,
+              kUploadErrorDomain, std::nullopt, kUploadJunkValue, texts::kUploadSecurityKeyFailed},
 };
 
 constexpr std::array kDownloadRules = {
-    EntryRule{"Validating donwload headers", Place::kParams, keys::kHeaders, kMap,
+    EntryRule{texts::kValidatingDownloadHeaders, Place::kParams, keys::kHeaders, kMap,
+              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk, texts::kDownloadHeadersFailed},
+    EntryRule{texts::kValidatingDownloadMetadata, Place::kParams, keys::kMetadata, kMap,
               kDownloadErrorDomain, kDownloadMissing, kDownloadJunk,
-              "Download headers validation failed : %@"},
-    EntryRule{"Validating donwload metadta", Place::kParams, keys::kMetadata, kMap,
-              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk,
-              "Download metadta validation failed : %@"},
-    EntryRule{kValidatingFileNamespace, Place::kMetadata, keys::kFileNamespace, kText,
+              texts::kDownloadMetadataFailed},
+    EntryRule{texts::kValidatingFileNamespace, Place::kMetadata, keys::kFileNamespace, kText,
               kDownloadErrorDomain, std::nullopt, kDownloadJunkValue,
-              "Download file_namespace validation failed : %@"},
-    EntryRule{kValidatingSecurityKey, Place::kMetadata, keys::kSecurityKey, kText,
+              texts::kDownloadFileNamespaceFailed},
+    EntryRule{texts::kValidatingSecurityKey, Place::kMetadata, keys::kSecurityKey, kText,
               kDownloadErrorDomain, std::nullopt, kDownloadJunkValue,
-              "Download seciruty_key validation failed : %@"},
-    EntryRule{"Validating file_id in metadata for download", Place::kMetadata, keys::kFileId, kText,
-              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk, kFileNameFailed},
+              texts::kDownloadSecurityKeyFailed},
+    EntryRule{texts::kValidatingDownloadFileId, Place::kMetadata, keys::kFileId, kText,
+              kDownloadErrorDomain, kDownloadMissing, kDownloadJunk, texts::kFileNameFailed},
 };
 
 constexpr std::array kUpdateRules = {
-    EntryRule{"Validating update headers", Place::kParams, keys::kHeaders, kMap,
-              kUpdateHeadersErrorDomain, kUpdateMissing, kUpdateJunk,
-              "Update headers validation failed : %@"},
-    EntryRule{"Validating update metadta", Place::kParams, keys::kMetadata, kMap,
-              kUpdateErrorDomain, kUpdateMissing, kUpdateJunk,
-              "Update metadata validation failed : %@"},
-    EntryRule{"Validating file_id in metadata for update", Place::kMetadata, keys::kFileId, kText,
-              kUpdateErrorDomain, kDownloadMissing, kDownloadJunk, kFileNameFailed},
+    EntryRule{texts::kValidatingUpdateHeaders, Place::kParams, keys::kHeaders, kMap,
+              kUpdateHeadersErrorDomain, kUpdateMissing, kUpdateJunk, texts::kUpdateHeadersFailed},
+    EntryRule{texts::kValidatingUpdateMetadata, Place::kParams, keys::kMetadata, kMap,
+              kUpdateErrorDomain, kUpdateMissing, kUpdateJunk, texts::kUpdateMetadataFailed},
+    EntryRule{texts::kValidatingUpdateFileId, Place::kMetadata, keys::kFileId, kText,
+              kUpdateErrorDomain, kDownloadMissing, kDownloadJunk, texts::kFileNameFailed},
 };
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 /// Sets the error, where the caller wants it, and answers "not valid".
 bool fail(ErrorPtr* error, std::string_view domain, std::int32_t code, std::string_view text) {
@@ -191,7 +164,7 @@ bool satisfiesAll(const Dictionary& params, std::span<const EntryRule> rules, Er
 }
 
 bool areRawBytesValid(const Dictionary& file, ErrorPtr* error) {
-  logger().logInfo(kValidatingRawData);
+  logger().logInfo(log_texts::kValidatingRawData);
   const Value* rawBytes = file.find(keys::kRawBytes);
   if (rawBytes == nullptr) return fail(error, kUploadErrorDomain, kUploadMissing, kRawBytesMissing);
   if (const platform::Data* bytes = rawBytes->data()) {
@@ -205,7 +178,7 @@ bool areRawBytesValid(const Dictionary& file, ErrorPtr* error) {
 }
 
 bool isFilePathValid(const Dictionary& file, ErrorPtr* error) {
-  logger().logInfo(kValidatingFilePath);
+  logger().logInfo(texts::kValidatingFilePath);
   const Value* filePath = file.find(keys::kFilePath);
   if (filePath == nullptr) return fail(error, kUploadErrorDomain, kUploadMissing, kFilePathMissing);
   const std::string* path = filePath->text();
@@ -218,7 +191,7 @@ bool isFilePathValid(const Dictionary& file, ErrorPtr* error) {
     return fail(error, kUploadErrorDomain, kUploadUnreadable,
                 missing ? kFileNotFound : content.error()->localizedDescription());
   }
-  return !content->empty() || fail(error, kUploadErrorDomain, kUploadUnreadable, kNoData);
+  return !content->empty() || fail(error, kUploadErrorDomain, kUploadUnreadable, kNoDataInFile);
 }
 
 constexpr bool isWordCharacter(char c) {
@@ -270,13 +243,13 @@ bool ValidationUtils::isValidUrl(std::string_view url, ErrorPtr* error) {
 bool ValidationUtils::validateUploadParamsWithUploadParams(
     const std::optional<Dictionary>& uploadParams, UploadInputType uploadInputType,
     ErrorPtr* error) {
-  logger().logInfo(kValidatingUploadParams);
+  logger().logInfo(texts::kValidatingUploadParams);
   if (!uploadParams || uploadParams->empty()) {
     return fail(error, kUploadErrorDomain, kUploadMissing, kNoUploadParams);
   }
   if (!satisfiesAll(*uploadParams, kUploadRules, error)) return false;
 
-  logger().logInfo(kValidatingUploadType);
+  logger().logInfo(texts::kValidatingUploadType);
   const Dictionary file = (*uploadParams)[keys::kFile].dictionaryValue();
   if (!file.contains(keys::kFilePath) && !file.contains(keys::kRawBytes)) {
     return fail(error, kUploadErrorDomain, kUploadMissing, kNoUploadSource);
@@ -287,18 +260,21 @@ bool ValidationUtils::validateUploadParamsWithUploadParams(
 
 bool ValidationUtils::validateDownloadParams(const std::optional<Dictionary>& downloadParams,
                                              ErrorPtr* error) {
-  logger().logInfo(kValidatingDownloadParams);
+  logger().logInfo(texts::kValidatingDownloadParams);
   if (!downloadParams) {
-    return failLogged(error, kDownloadErrorDomain, kDownloadJunk, kNoData, kDownloadParamsFailed);
+    // Callers know parameters that are missing by the text of an empty file, here and below.
+    return failLogged(error, kDownloadErrorDomain, kDownloadJunk, kNoDataInFile,
+                      texts::kDownloadParamsFailed);
   }
   return satisfiesAll(*downloadParams, kDownloadRules, error);
 }
 
 bool ValidationUtils::validateUpdateParams(const std::optional<Dictionary>& updateParams,
                                            ErrorPtr* error) {
-  logger().logInfo(kValidatingUpdateParams);
+  logger().logInfo(texts::kValidatingUpdateParams);
   if (!updateParams) {
-    return failLogged(error, kUpdateErrorDomain, kUpdateJunk, kNoData, kUpdateParamsFailed);
+    return failLogged(error, kUpdateErrorDomain, kUpdateJunk, kNoDataInFile,
+                      texts::kUpdateParamsFailed);
   }
   return satisfiesAll(*updateParams, kUpdateRules, error);
 }
@@ -306,12 +282,12 @@ bool ValidationUtils::validateUpdateParams(const std::optional<Dictionary>& upda
 bool ValidationUtils::validateFileIdForDeletion(const std::optional<std::string>& fileId,
                                                 ErrorPtr* error) {
   if (!fileId) {
-    logger().logError(kDeleteParameterMissing, keys::kFileId);
+    logger().logError(texts::kDeleteParameterMissing, keys::kFileId);
     return fail(error, kDeleteErrorDomain, {kCodeDeleteMissingParams, kDeleteMissingParams},
                 kFileIdNull);
   }
   if (fileId->empty()) {
-    logger().logError(kDeleteParameterEmpty, keys::kFileId);
+    logger().logError(texts::kDeleteParameterEmpty, keys::kFileId);
     // Callers know this one under the downloads' domain.
     return fail(error, kDownloadErrorDomain, {kCodeDeleteInvalidParams, kDeleteInvalidParams},
                 kFileIdNull);
@@ -323,7 +299,7 @@ bool ValidationUtils::validateDeleteParams(const std::optional<Dictionary>& dele
                                            ErrorPtr* error) {
   constexpr Failure kMissing{kCodeDeleteMissingParams, kDeleteMissingParams};
   if (!deleteParams) {
-    logger().logError(kDeleteParameterMissing, kDeleteParams);
+    logger().logError(texts::kDeleteParameterMissing, kDeleteParams);
     return fail(error, kDeleteErrorDomain, kMissing, kDeleteParamsNull);
   }
   if (deleteParams->empty()) {
@@ -341,7 +317,7 @@ bool ValidationUtils::validateChunkSizes(const Dictionary& uploadParams,
     if (text == nullptr || platform::parseInteger(*text)) continue;
     return failLogged(error, kUploadErrorDomain, kUploadJunkType,
                       platform::formatMessage(kNotANumber, {keys::kChunkSize, *text}),
-                      kChunkSizeFailed);
+                      texts::kChunkSizeFailed);
   }
   return true;
 }

@@ -1,0 +1,39 @@
+#pragma once
+
+#include "Cli/Arguments/Command.h"
+#include "Cli/Arguments/GlobalOptions.h"
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace varo::cli {
+
+/// Exit statuses that scripts rely on; an interrupted program ends with
+/// `Interrupts::kExitStatus`.
+inline constexpr int kExitUsage = 2;
+
+/// What was asked for.
+struct Invocation {
+  GlobalOptions global;
+  CommandRun run;
+  /// The least level of log lines that are shown.
+  platform::LogLevel leastLogLevel = platform::LogLevel::kWarning;
+};
+
+/// Either an invocation, or the exit status where there is nothing left to do: after help and the
+/// version, and after wrong usage, which is explained on `messages`.
+struct ParsedCommandLine {
+  std::optional<Invocation> invocation;
+  int exitStatus = 0;
+};
+
+/// Reads the arguments, without the program's name, as one of `commands`. `tokenVariable` is the
+/// value of VARO_TOKEN, empty where it is not set.
+[[nodiscard]] ParsedCommandLine parseCommandLine(const CommandSet& commands,
+                                                 const std::vector<std::string>& arguments,
+                                                 const std::string& tokenVariable,
+                                                 std::ostream& results, std::ostream& messages);
+
+}  // namespace varo::cli

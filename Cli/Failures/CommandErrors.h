@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+/// Domains and codes of the errors that the command line itself reports. docs/errors.md says of
+/// each what to do.
+namespace varo::cli {
+
+/// What was typed. Leads to exit status 2.
+inline constexpr std::string_view kUsageErrorDomain = "Usage";
+inline constexpr std::int64_t kCodeWrongUsage = 2;
+
+inline constexpr std::string_view kCommandLineErrorDomain = "CommandLine";
+/// The operation ended without a word, as some do under the compatible policy.
+inline constexpr std::int64_t kCodeSilent = 1;
+inline constexpr std::int64_t kCodeInterrupted = 2;
+/// No memory, or an exception that nobody expected.
+inline constexpr std::int64_t kCodeUnexpected = 3;
+/// An exception, which the text names.
+inline constexpr std::int64_t kCodeExceptionThrown = 4;
+/// The object was spread over several files, as it may be under the compatible policy.
+inline constexpr std::int64_t kCodeSeveralFiles = 5;
+
+inline constexpr std::string_view kSandboxErrorDomain = "Sandbox";
+/// The sandbox could not start, or its example database could not be made.
+inline constexpr std::int64_t kCodeSandboxFailed = 1;
+
+inline constexpr std::string_view kDemoErrorDomain = "Demo";
+inline constexpr std::int64_t kCodeStepsWentWrong = 1;
+/// The sandbox of the tour could not start.
+inline constexpr std::int64_t kCodeDemoNotStarted = 2;
+
+}  // namespace varo::cli

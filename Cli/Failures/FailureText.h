@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Cli/Failures/Hints.h"
+#include "Platform/Foundation/Value.h"
+
+#include <cstdint>
+#include <string>
+
+namespace varo::cli {
+
+/// A failure as people read it.
+struct FailureText {
+  std::string domain;
+  std::int64_t code = 0;
+  /// What went wrong, in one line.
+  std::string message;
+  /// What to do next; empty where nothing useful can be said.
+  std::string hint;
+};
+
+/// Reads a failure block's value in each of the shapes that the library delivers: the dictionary of
+/// "code", "domain" and "localizedDescription", a caught exception or a download's contexts under
+/// "error", or an error itself. The hint is the one for operations on files.
+[[nodiscard]] FailureText describeFailure(const platform::Value& failure);
+
+/// The same with the hint for `topic`.
+[[nodiscard]] FailureText describeFailureOf(Topic topic, const platform::Value& failure);
+
+}  // namespace varo::cli

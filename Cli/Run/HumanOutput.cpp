@@ -1,0 +1,104 @@
+#include "Cli/Run/HumanOutput.h"
+
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Cli/Failures/FailureText.h"
+#include "Cli/Terminal/TerminalText.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+namespace varo::cli {
+
+using platform::Dictionary;
+using platform::Value;
+
+namespace {
+
+/// Fast enough to look alive, slow enough to read and to cost nothing.
+constexpr std::chrono::milliseconds kRedrawInterval{100};
+/// A line as wide as the terminal would wrap on some; and an interrupt is echoed behind it, as
+/// "^C".
+constexpr std::size_t kRightMargin = 3;
+
+std::uint64_t countIn(const Dictionary& data, const char* key) {
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(0, data[key].integerValue()));
+}
+
+}  // namespace
+
+HumanOutput::HumanOutput(std::ostream& results, Console& console,
+                         std::function<std::size_t()> width)
+    : results_(results), console_(console), width_(std::move(width)) {}
+
+void HumanOutput::writeBegin(const std::string& activity) {
+  bar_.emplace(activity, ProgressBar::Clock::now());
+}
+
+void HumanOutput::writeProgress(const Value& progress) {
+  const Dictionary data = progress.dictionaryValue()[binary::keys::kProgressData].dictionaryValue();
+  if (!bar_ || !data.contains(binary::keys::kTotalBytesToUpload)) return;
+  const auto now = ProgressBar::Clock::now();
+  const std::uint64_t total = countIn(data, binary::keys::kTotalBytesToUpload);
+  const std::uint64_t done = countIn(data, binary::keys::kBytesUploadedTillNow);
+  bar_->update(done, total, now);
+  showBar(now, done >= total);
+}
+
+void HumanOutput::writeChunk(const std::string&, std::int64_t bytesWritten,
+                             std::int64_t totalSize) {
+  if (!bar_) return;
+  const auto now = ProgressBar::Clock::now();
+  const auto count = [](std::int64_t number) {
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(0, number));
+  };
+  const std::uint64_t done = count(bytesWritten);
+  const std::uint64_t total = count(totalSize);
+  bar_->resume(done, total == 0 ? std::nullopt : std::optional(total), now);
+  showBar(now, total > 0 && done >= total);
+}
+
+void HumanOutput::writeTick() {
+  if (bar_) showBar(ProgressBar::Clock::now(), false);
+}
+
+void HumanOutput::showBar(ProgressBar::Clock::time_point now, bool isLast) {
+  if (!console_.isTerminal() || (!isLast && now - lastShown_ < kRedrawInterval)) return;
+  lastShown_ = now;
+  const std::size_t width = width_();
+  console_.setProgressLine(bar_->line(width - std::min(width, kRightMargin), now));
+}
+
+void HumanOutput::writeEvent(const std::string&, const Dictionary&, const HumanText& text) {
+  bar_.reset();
+  console_.setProgressLine({});
+  results_ << text() << std::flush;
+}
+
+void HumanOutput::writeNote(const std::string& text) { console_.print(text); }
+
+void HumanOutput::writeSuccess(const Value&, const HumanText& text) {
+  console_.setProgressLine({});
+  results_ << text() << std::flush;
+}
+
+void HumanOutput::writePaused(const Dictionary&, const HumanText& text) {
+  console_.setProgressLine({});
+  console_.print(text(), "paused: ", Console::Style::kWarning);
+}
+
+void HumanOutput::writeFixedFailure() {
+  console_.setProgressLine({});
+  console_.print(
+      "the command was broken off: there was no memory left, or something unexpected happened",
+      "error: ", Console::Style::kError);
+}
+
+void HumanOutput::writeFailure(const Value& error, const Explain& explain) {
+  console_.setProgressLine({});
+  const FailureText failure = explain(error);
+  console_.print(printable(failure.message), "error: ", Console::Style::kError);
+  if (!failure.hint.empty()) console_.print(failure.hint, "hint: ", Console::Style::kFaint);
+}
+
+}  // namespace varo::cli

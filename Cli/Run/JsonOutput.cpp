@@ -1,0 +1,57 @@
+#include "Cli/Run/JsonOutput.h"
+
+#include "Cli/Run/JsonEvents.h"
+
+#include <utility>
+
+namespace varo::cli {
+
+using platform::Dictionary;
+using platform::Value;
+
+namespace {
+
+/// As `eventLine` writes `unexpectedFailure`.
+constexpr std::string_view kFixedFailure =
+    R"({"event":"failure","error":{"domain":"CommandLine","code":3,"userInfo":)"
+    R"({"NSLocalizedDescription":"the command was broken off: there was no memory left, or )"
+    R"(something unexpected happened"}}})"
+    "\n";
+
+}  // namespace
+
+void JsonOutput::writeFixedFailure(std::ostream& stream) { stream << kFixedFailure << std::flush; }
+
+void JsonOutput::writeLine(std::string_view event, const Dictionary& details) {
+  stream_ << eventLine(event, details) << '\n' << std::flush;
+}
+
+void JsonOutput::writeProgress(const Value& progress) {
+  writeLine("progress", progress.dictionaryValue());
+}
+
+void JsonOutput::writeStarted(const std::string& id) { writeLine("started", {{"id", id}}); }
+
+void JsonOutput::writeChunk(const std::string& id, std::int64_t bytesWritten,
+                            std::int64_t totalSize) {
+  writeLine("chunk", {{"id", id}, {"bytesWritten", bytesWritten}, {"totalSize", totalSize}});
+}
+
+void JsonOutput::writeEvent(const std::string& name, const Dictionary& details, const HumanText&) {
+  writeLine(name, details);
+}
+
+// A missing value has no entry in a dictionary, so it is said as null: the key is always there.
+void JsonOutput::writeSuccess(const Value& result, const HumanText&) {
+  writeLine("success", {{"result", jsonForm(result)}});
+}
+
+void JsonOutput::writeFailure(const Value& error, const Explain&) {
+  writeLine("failure", {{"error", jsonForm(error)}});
+}
+
+void JsonOutput::writePaused(const Dictionary& state, const HumanText&) {
+  writeLine("paused", {{"id", jsonForm(state["id"])}, {"result", jsonForm(state["result"])}});
+}
+
+}  // namespace varo::cli

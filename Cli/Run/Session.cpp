@@ -1,0 +1,128 @@
+#include "Cli/Run/Session.h"
+
+#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
+#include "Cli/Failures/CommandErrors.h"
+#include "Cli/Run/TransferWatch.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/UserDirectories.h"
+#include "Platform/Network/VRONetworkUtility.h"
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <utility>
+
+namespace varo::cli {
+
+using platform::Dictionary;
+using platform::LogLevel;
+using platform::VRONetworkUtility;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// Between two transfers of an operation there is work of milliseconds, except where a large file
+/// is copied to another file system, and where the status of a delete is asked for again.
+constexpr std::chrono::seconds kSilenceLimit = binary::polling::kLongestWait + 5s;
+
+Outcome silence() {
+  return {Outcome::Kind::kSilent,
+          platform::Error::make(kCommandLineErrorDomain, kCodeSilent,
+                                "the operation ended without saying how: the answer of the service "
+                                "was not complete. With --policy safe this is a proper error")};
+}
+
+/// Without "." and ".." and a slash at the end: people read the paths below it.
+std::string absolute(const std::string& directory) {
+  std::error_code failed;
+  const std::filesystem::path path = std::filesystem::absolute(directory, failed);
+  if (failed) return directory;
+  const std::filesystem::path normal = path.lexically_normal();
+  return normal.has_filename() || normal == normal.root_path() ? normal : normal.parent_path();
+}
+
+}  // namespace
+
+Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts)
+    : options_(std::move(options)), output_(std::move(output)), interrupts_(interrupts) {
+  // At least from where the library says how it goes on with what takes a while; the sink decides
+  // what of it is shown.
+  const auto level = std::min(options_.logLevel.value_or(LogLevel::kWarning), LogLevel::kInfo);
+  binary::BinaryLogger::sharedInstance().setLogLevel(level);
+  binary::setTransferPolicy(options_.policy);
+  if (!options_.home.empty()) {
+    platform::UserDirectories::install(platform::UserDirectories::below(absolute(options_.home)));
+  }
+  platform::NetworkConfiguration network;
+  if (options_.connectTimeout) network.connectTimeout = *options_.connectTimeout;
+  if (options_.stallTimeout) network.stallTimeout = *options_.stallTimeout;
+  network.caFile = options_.caFile;
+  // Cannot be refused: nothing was sent yet.
+  (void)VRONetworkUtility::configure(network);
+  if (options_.policy == binary::TransferPolicy::kCompatible) {
+    watch_ = std::make_shared<TransferWatch>(VRONetworkUtility::transport());
+    VRONetworkUtility::setTransport(watch_);
+  }
+}
+
+Session::~Session() = default;
+
+std::optional<Outcome> Session::checkForSilence() const {
+  const bool silent = watch_ != nullptr && watch_->idleTime() > kSilenceLimit;
+  return silent ? std::optional(silence()) : std::nullopt;
+}
+
+Outcome Session::await(const Start& start, const Pause& pause, Ending ending) {
+  if (interrupts_.raised()) return {Outcome::Kind::kInterrupted, {}};
+  using OnInterrupt = Operation::OnInterrupt;
+  const auto operation =
+      std::make_shared<Operation>(pause ? OnInterrupt::kTick : OnInterrupt::kEnd);
+  interrupts_.subscribe(operation);
+  const Blocks blocks{operation->onSuccess(), operation->onFailure(),
+                      operation->onProgress([output = output_](const platform::Value& value) {
+                        output->progress(value);
+                      }),
+                      operation->onPaused()};
+  start(blocks);
+  return operation->wait([&] {
+    output_->tick();
+    auto outcome = pause && interrupts_.raised() ? pause() : std::nullopt;
+    return outcome || ending == Ending::kIsTold ? outcome : checkForSilence();
+  });
+}
+
+void Session::waitForInterrupt() {
+  const auto nothing = std::make_shared<Operation>();
+  interrupts_.subscribe(nothing);
+  (void)nothing->wait([] { return std::nullopt; });
+}
+
+int Session::perform(const std::string& activity, const Start& start, const Describe& describe) {
+  output_->begin(activity);
+  return finish(await(start), {.success = describe});
+}
+
+int Session::finish(const Outcome& outcome, const Wording& wording) {
+  const auto told = [&](const Describe& describe) {
+    return [&] { return describe(outcome.value.dictionaryValue()); };
+  };
+  switch (outcome.kind) {
+    case Outcome::Kind::kSuccess:
+      return output_->success(outcome.value, told(wording.success)) ? 0 : kExitFailure;
+    case Outcome::Kind::kPaused:
+      output_->paused(outcome.value.dictionaryValue(), told(wording.paused));
+      return Interrupts::kExitStatus;
+    case Outcome::Kind::kInterrupted:
+      output_->failure(
+          platform::Error::make(kCommandLineErrorDomain, kCodeInterrupted, "interrupted"));
+      return Interrupts::kExitStatus;
+    case Outcome::Kind::kFailure:
+    case Outcome::Kind::kSilent:
+      break;
+  }
+  output_->failure(outcome.value, wording.failure);
+  return kExitFailure;
+}
+
+}  // namespace varo::cli

@@ -1,0 +1,68 @@
+#include "Cli/Run/StagedDownload.h"
+
+#include "Cli/Failures/CommandErrors.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/UserDirectories.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace varo::cli {
+
+namespace fs = std::filesystem;
+
+using platform::Error;
+using platform::Result;
+using platform::UserDirectories;
+
+namespace {
+
+bool isAlone(const fs::path& file) {
+  std::error_code failed;
+  const auto files = fs::directory_iterator(file.parent_path(), failed);
+  return !failed && std::distance(begin(files), end(files)) == 1;
+}
+
+}  // namespace
+
+Result<std::unique_ptr<StagedDownload>> StagedDownload::begin() {
+  std::shared_ptr<const UserDirectories> real = UserDirectories::current();
+  std::error_code failed;
+  fs::create_directories(real->documents(), failed);
+  if (failed) {
+    return Error::fromErrno(failed.value(), "cannot make the directory", real->documents());
+  }
+  Result<TemporaryDirectory> directory = TemporaryDirectory::makeIn(real->documents());
+  if (!directory) return directory.error();
+  return std::unique_ptr<StagedDownload>(
+      new StagedDownload(std::move(real), std::move(directory).value()));
+}
+
+StagedDownload::StagedDownload(std::shared_ptr<const UserDirectories> real,
+                               TemporaryDirectory directory)
+    : real_(std::move(real)), directory_(std::move(directory)) {
+  UserDirectories::install(UserDirectories::below(directory_.path()));
+}
+
+StagedDownload::~StagedDownload() { UserDirectories::install(real_); }
+
+Result<std::string> StagedDownload::publish(const std::string& path) const {
+  if (!isAlone(path)) {
+    return Error::make(kCommandLineErrorDomain, kCodeSeveralFiles,
+                       "the object was spread over several files; use --policy safe");
+  }
+  const std::string documents = UserDirectories::current()->documents();
+  const fs::path target = real_->documents() / fs::path(path).lexically_relative(documents);
+  std::error_code failed;
+  fs::create_directories(target.parent_path(), failed);
+  if (!failed) fs::rename(path, target, failed);
+  if (failed)
+    return Error::fromErrno(failed.value(), "cannot move the download to", target.string());
+  return target.string();
+}
+
+}  // namespace varo::cli

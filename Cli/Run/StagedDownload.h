@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Cli/Run/TemporaryDirectory.h"
+#include "Platform/Foundation/Result.h"
+
+#include <memory>
+#include <string>
+
+namespace varo::platform {
+class UserDirectories;
+}
+
+namespace varo::cli {
+
+/// Has the library store its downloads in a hidden directory next to where they belong, so that a
+/// file appears in its place when it is complete, and not at all if it never is. While this object
+/// lives, other user directories are in force. One at a time, on the main thread; what still
+/// downloads has to be ended before this object goes, with what is left in the hidden directory.
+class StagedDownload {
+ public:
+  /// Errors: domain "POSIX".
+  [[nodiscard]] static platform::Result<std::unique_ptr<StagedDownload>> begin();
+  ~StagedDownload();
+  StagedDownload(const StagedDownload&) = delete;
+  StagedDownload& operator=(const StagedDownload&) = delete;
+
+  /// Moves the complete file at `path` to its place; returns where that is. Errors: domain "POSIX";
+  /// domain "CommandLine" for one that the library has spread over several files, as it may with
+  /// the compatible policy.
+  [[nodiscard]] platform::Result<std::string> publish(const std::string& path) const;
+
+ private:
+  StagedDownload(std::shared_ptr<const platform::UserDirectories> real,
+                 TemporaryDirectory directory);
+
+  const std::shared_ptr<const platform::UserDirectories> real_;
+  const TemporaryDirectory directory_;
+};
+
+}  // namespace varo::cli

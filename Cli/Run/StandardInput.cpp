@@ -1,0 +1,73 @@
+#include "Cli/Run/StandardInput.h"
+
+#include "Cli/Run/Interrupts.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/File.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <poll.h>
+#include <string_view>
+#include <system_error>
+#include <unistd.h>
+
+namespace varo::cli {
+
+using platform::Error;
+using platform::File;
+using platform::Result;
+
+namespace {
+
+constexpr std::size_t kPiece = 256 * 1024;
+/// How soon an interrupt is noticed while nothing arrives.
+constexpr int kPollMs = 100;
+
+constexpr std::string_view kWhat = "cannot copy standard input to";
+constexpr std::string_view kNoDirectory = "cannot find the directory for temporary files";
+
+/// Bytes read into `buffer`, 0 at the end, or `errno` as a negative number.
+ssize_t readSome(int descriptor, const Interrupts& interrupts, std::array<char, kPiece>& buffer) {
+  while (true) {
+    if (interrupts.raised()) return -ECANCELED;
+    pollfd source{descriptor, POLLIN, 0};
+    const int ready = ::poll(&source, 1, kPollMs);
+    if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
+    const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
+    if (length >= 0) return length;
+    if (errno != EINTR && errno != EAGAIN) return -errno;
+  }
+}
+
+Result<void> copyAll(int descriptor, const Interrupts& interrupts, File& file) {
+  const auto buffer = std::make_unique<std::array<char, kPiece>>();
+  std::uint64_t offset = 0;
+  while (true) {
+    const ssize_t length = readSome(descriptor, interrupts, *buffer);
+    if (length == 0) return {};
+    if (length < 0) return Error::fromErrno(static_cast<int>(-length), kWhat, file.path());
+    const auto count = static_cast<std::size_t>(length);
+    if (auto written = file.writeAt(offset, {buffer->data(), count}); !written) return written;
+    offset += count;
+  }
+}
+
+}  // namespace
+
+Result<InputCopy> InputCopy::make(int descriptor, const Interrupts& interrupts) {
+  std::error_code failed;
+  const std::filesystem::path directory = std::filesystem::temp_directory_path(failed);
+  if (failed) return Error::fromErrno(failed.value(), kNoDirectory, "");
+  auto file = File::createUnnamed(directory);
+  if (!file) return file.error();
+  if (auto copied = copyAll(descriptor, interrupts, **file); !copied) return copied.error();
+  return InputCopy(std::move(file).value());
+}
+
+std::string InputCopy::path() const { return fmt::format("/proc/self/fd/{}", file_->descriptor()); }
+
+}  // namespace varo::cli

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "Platform/Foundation/Error.h"
+
+#include <optional>
+#include <string_view>
+
+namespace varo::platform {
+
+/// Why a request got no answer, in words that hold for every HTTP library. docs/errors.md says of
+/// each whether a repeat is worth it.
+enum class TransportFailure {
+  kNameNotFound,
+  kNoConnection,
+  kTimedOut,
+  /// No secure connection, other than for the two below.
+  kTls,
+  kCertificateNotTrusted,
+  /// The file of trusted certificates cannot be used.
+  kTrustFileUnusable,
+  /// The server closed the connection before it answered.
+  kNoAnswer,
+  /// The connection broke while the request was sent.
+  kSendingBroken,
+  /// The connection broke within the answer.
+  kCutShort,
+  /// An answer that is not HTTP, or has headers beyond all measure.
+  kBadAnswer,
+  /// An answer of more bytes than the request allows.
+  kTooLarge,
+  kRedirectRefused,
+  kTooManyRedirects,
+  kInvalidUrl,
+  kInvalidHeader,
+  kInvalidBody,
+  kRequestBodyUnreadable,
+  kResponseBodyNotStored,
+  kCancelled,
+  kShutDown,
+  /// No memory, thread or handle.
+  kNoResources,
+  kOther,
+};
+
+/// Key of the user information under which an error of a transport has the name of its
+/// `TransportFailure`, a text. It stays there through every wrapping that keeps the user
+/// information; `firstCause` leads to it through the others. A transport of an application's own
+/// sets it with `nameOf`; without it the failure counts as unknown.
+inline constexpr std::string_view kTransportFailureKey = "transportFailure";
+
+/// "nameNotFound" for `kNameNotFound`, and so on.
+[[nodiscard]] std::string_view nameOf(TransportFailure failure) noexcept;
+
+/// What the user information of `error` says under `kTransportFailureKey`; none where it says
+/// nothing that is known.
+[[nodiscard]] std::optional<TransportFailure> transportFailureIn(const Dictionary& userInfo);
+[[nodiscard]] std::optional<TransportFailure> transportFailureOf(const Error& error);
+
+}  // namespace varo::platform

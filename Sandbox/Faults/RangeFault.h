@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Sandbox/Faults/Fault.h"
+#include "Sandbox/Http/HttpRequest.h"
+#include "Sandbox/Http/HttpResponse.h"
+
+#include <optional>
+
+namespace varo::sandbox {
+
+/// The request as the service shall see it: with the range moved, shortened or taken away. Nothing
+/// when the action does none of that, or there is no range "first-last" to do it to.
+[[nodiscard]] std::optional<HttpRequest> bentRequest(const HttpRequest& request,
+                                                     const FaultAction& action);
+
+/// Puts the action's total into "Content-Range", if the answer has one.
+void bendTotal(HttpResponse& response, const FaultAction& action);
+
+}  // namespace varo::sandbox

@@ -1,0 +1,137 @@
+#!/usr/bin/env python3
+"""Who may include whom: between the layers, inside them, and which headers of other libraries stand where.
+docs/architecture.md says the same in words. All files share one include root, so neither compiler nor linker
+would notice a wrong include."""
+
+import fnmatch
+import re
+import subprocess
+import sys
+from pathlib import PurePosixPath
+
+ADAPTER = "Binary/BinaryFileAdapterWithMetadata/"
+MANAGERS = ("Binary/Binary/BinaryDataManager/", ADAPTER + "Manager/", ADAPTER + "FileAdapterInterface/")
+TASKS = ("Binary/Binary/DownloadTask/", "Binary/Binary/UploadTask/", ADAPTER + "Tasks/",
+         ADAPTER + "Subtasks/")
+UTILS = ("Binary/Binary/Utils/", ADAPTER + "Utils/")
+CONSTANTS = ADAPTER + "Constants/"
+CALLBACKS = ADAPTER + "Callbacks/"
+
+# Folder -> what its files may include besides the folder itself. All rules count that fit a file, so a folder
+# can only narrow what its parent says.
+MAY = {
+    "Platform/": (),
+    "Platform/Foundation/": (),
+    "Platform/Common/": ("Platform/Foundation/",),
+    "Platform/Crypto/": ("Platform/Foundation/",),
+    "Platform/Database/": ("Platform/Foundation/",),
+    "Platform/Logging/": ("Platform/Foundation/",),
+    "Platform/Network/": ("Platform/Foundation/", "Platform/Common/", "Platform/Crypto/",
+                          "Platform/Logging/"),
+    "Platform/TaskEngine/": ("Platform/Foundation/", "Platform/Logging/"),
+    "Binary/": ("Platform/",),
+    "Sandbox/": ("Platform/",),
+    "Cli/": ("Binary/", "Sandbox/", "Platform/"),
+    "examples/": ("Binary/", "Platform/"),
+    "bench/": ("Binary/", "Platform/", "tests/support/"),
+    "tests/": ("Cli/", "Binary/", "Sandbox/", "Platform/"),
+}
+
+# Folder -> what its files must not include although the layer may.
+MUST_NOT = {
+    **{folder: MANAGERS for folder in TASKS},
+    **{folder: MANAGERS + TASKS for folder in UTILS},
+    CALLBACKS: MANAGERS + TASKS,
+    CONSTANTS: MANAGERS + TASKS + UTILS + (CALLBACKS,),
+    ADAPTER + "Manager/": (ADAPTER + "FileAdapterInterface/",),
+}
+
+# Headers of a library -> the files that may include them. Tests, benchmarks and examples may include any.
+LIBRARIES = {
+    "curl/": ("Platform/Network/Curl*",),
+    "sqlite3.h": ("Platform/Database/*.cpp",),
+    "spdlog/": ("Platform/Logging/*.cpp",),
+    "openssl/": ("Platform/Crypto/*.cpp", "Platform/Network/Curl*.cpp", "Sandbox/*"),
+    "SQLiteCpp/": ("Sandbox/*",),
+    "CLI/": ("Cli/*.cpp",),
+}
+FREE = ("tests/", "bench/", "examples/")
+
+INCLUDE = re.compile(r'\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
+
+
+def includes_of(path):
+    """(line number, name, whether it is quoted) of each include of a file."""
+    with open(path, encoding="utf-8") as source:
+        for number, line in enumerate(source, 1):
+            if found := INCLUDE.match(line):
+                yield number, found[1] or found[2], found[1] is not None
+
+
+def refusal(path, name, files):
+    """What is wrong with one quoted include, or None."""
+    if name not in files:
+        return "is no file of the project (names begin at the project's folder)"
+    if not any(path.startswith(folder) for folder in MAY):
+        return "comes from a folder that has no rule in scripts/checks/includes.py"
+    for folder, others in MAY.items():
+        if path.startswith(folder) and not name.startswith((folder, *others)):
+            return f"is not for {folder}"
+    for folder, others in MUST_NOT.items():
+        if path.startswith(folder) and name.startswith(others):
+            return f"is not for {folder}"
+    return None
+
+
+def library_refusal(path, name):
+    for library, places in LIBRARIES.items():
+        if (name.startswith(library) and not path.startswith(FREE)
+                and not any(fnmatch.fnmatch(path, place) for place in places)):
+            return f"belongs into {', '.join(places)}"
+    return None
+
+
+def circle(graph):
+    """Files that include each other in a circle, or None."""
+    done, path = set(), []
+
+    def visit(file):
+        if file in path:
+            return path[path.index(file):] + [file]
+        if file in done:
+            return None
+        path.append(file)
+        for other in graph.get(file, ()):
+            if found := visit(other):
+                return found
+        path.pop()
+        done.add(file)
+        return None
+
+    for file in graph:
+        if found := visit(file):
+            return found
+    return None
+
+
+def main():
+    listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "*.h", "*.cpp"],
+                            stdout=subprocess.PIPE, check=True, text=True).stdout.splitlines()
+    files = {name for name in listed if PurePosixPath(name).parts[0] != "build"}
+    faults, graph = [], {}
+    for path in sorted(files):
+        graph[path] = []
+        for number, name, quoted in includes_of(path):
+            fault = refusal(path, name, files) if quoted else library_refusal(path, name)
+            if fault:
+                faults.append(f"{path}:{number}: {name} {fault}")
+            if quoted:
+                graph[path].append(name)
+    if found := circle(graph):
+        faults.append("circle: " + " -> ".join(found))
+    print(*faults, f"{len(files)} files, {len(faults)} wrong includes", sep="\n")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

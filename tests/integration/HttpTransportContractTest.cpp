@@ -1,0 +1,287 @@
+#include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Runtime.h"
+#include "tests/support/Await.h"
+#include "tests/support/FakeHttpTransport.h"
+#include "tests/support/Files.h"
+#include "tests/support/TransportFixture.h"
+
+#include <fmt/format.h>
+
+#include <atomic>
+#include <iterator>
+#include <stdexcept>
+#include <thread>
+
+namespace varo::test {
+namespace {
+
+using namespace platform;
+
+/// What the other end says to a request for "/answer/N".
+const struct {
+  int status;
+  std::optional<std::string> body;
+} kAnswers[] = {
+    {200, "hello"},       {200, ""}, {206, "part"}, {204, std::nullopt}, {304, std::nullopt},
+    {404, "no such one"}, {503, ""}};
+const std::vector<HttpHeader> kHeaders = {{"X-A", "one"}, {"x-b", "two"}, {"X-A", "three"}};
+
+std::size_t answerAt(const std::string& target) {
+  return std::stoul(target.substr(std::string("/answer/").size()));
+}
+
+/// A transport, and somebody at its other end: "/answer/N" is answered, "/broken" gets no answer,
+/// "/held" none either until it is given up, and "/part" begins one and goes no further.
+class Peer {
+ public:
+  virtual ~Peer() = default;
+  [[nodiscard]] virtual HttpTransport& transport() = 0;
+  virtual void dropTransport() = 0;
+  [[nodiscard]] virtual std::string url(const std::string& target) const = 0;
+  /// Bodies of the requests that have arrived.
+  [[nodiscard]] virtual std::vector<std::string> bodies() const = 0;
+};
+
+class CurlPeer final : public Peer {
+ public:
+  CurlPeer() {
+    NetworkConfiguration configuration;
+    configuration.maxActiveTransfers = kActive;
+    transport_ =
+        std::make_unique<CurlHttpTransport>(configuration, Runtime::shared().pool(), cookies_);
+  }
+  HttpTransport& transport() override { return *transport_; }
+  void dropTransport() override { transport_.reset(); }
+  std::string url(const std::string& target) const override { return server_.url(target); }
+  std::vector<std::string> bodies() const override {
+    std::vector<std::string> bodies;
+    for (const WireRequest& request : server_.requests()) bodies.push_back(request.body);
+    return bodies;
+  }
+
+ private:
+  /// Fewer than a test has under way: the others wait in the transport's own queue.
+  static constexpr std::size_t kActive = 3;
+
+  static WireReply say(const WireRequest& request) {
+    const std::string target = request.target();
+    if (target == "/broken") return WireReply().close();
+    if (target == "/held") return WireReply().hold();
+    if (target == "/part") {
+      return WireReply().send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc").hold();
+    }
+    const auto& [status, body] = kAnswers[answerAt(target)];
+    std::string headers;
+    for (const auto& [name, value] : kHeaders) headers += fmt::format("{}: {}\r\n", name, value);
+    if (body) return reply(status, *body, headers);
+    return WireReply().send(fmt::format("HTTP/1.1 {} Empty\r\n{}\r\n", status, headers));
+  }
+
+  ScriptedServer server_{&CurlPeer::say};
+  HttpCookieStore cookies_;
+  std::unique_ptr<CurlHttpTransport> transport_;
+};
+
+class ScriptedPeer final : public Peer {
+ public:
+  ScriptedPeer() {
+    transport_->setHandler([](const RecordedRequest& request) {
+      if (request.url == "/broken") return failWith(1, "broken");
+      if (request.url == "/held" || request.url == "/part")
+        return holdBack(answerWith(200, "late"));
+      const auto& [status, body] = kAnswers[answerAt(request.url)];
+      return answerWith(status, body, kHeaders);
+    });
+  }
+  HttpTransport& transport() override { return *transport_; }
+  void dropTransport() override { transport_.reset(); }
+  std::string url(const std::string& target) const override { return target; }
+  std::vector<std::string> bodies() const override {
+    std::vector<std::string> bodies;
+    for (const RecordedRequest& request : transport_->requests()) {
+      bodies.push_back(request.body.value_or(""));
+    }
+    return bodies;
+  }
+
+ private:
+  std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
+};
+
+template <typename Made>
+std::unique_ptr<Peer> make() {
+  return std::make_unique<Made>();
+}
+
+/// What HttpTransport.h says of every transport.
+class HttpTransportContractTest : public testing::TestWithParam<std::unique_ptr<Peer> (*)()> {
+ protected:
+  void TearDown() override {
+    peer_.reset();
+    EXPECT_EQ(ends_, started_) << "each request ends once";
+  }
+
+  [[nodiscard]] HttpRequest request(const std::string& target) const {
+    return {HttpMethod::kGet, peer_->url(target), {}, {}, {}};
+  }
+  std::shared_ptr<HttpTransfer> send(HttpRequest request, std::function<void(Outcome)> then) {
+    ++started_;
+    return peer_->transport().send(std::move(request), [this, then = std::move(then)](
+                                                           auto response, ErrorPtr error) {
+      ++ends_;
+      EXPECT_NE(response.has_value(), error != nullptr);
+      then({std::move(response), std::move(error), Runtime::shared().pool().runsInThisThread()});
+    });
+  }
+  std::pair<std::shared_ptr<HttpTransfer>, std::future<Outcome>> start(HttpRequest request) {
+    const auto promise = std::make_shared<std::promise<Outcome>>();
+    auto end = promise->get_future();
+    auto transfer = send(std::move(request),
+                         [promise](Outcome outcome) { promise->set_value(std::move(outcome)); });
+    EXPECT_NE(transfer, nullptr);
+    return {std::move(transfer), std::move(end)};
+  }
+  Outcome run(HttpRequest request) { return start(std::move(request)).second.get(); }
+  Outcome get(const std::string& target) { return run(request(target)); }
+
+  std::unique_ptr<Peer> peer_ = GetParam()();
+  std::atomic<int> started_{0};
+  std::atomic<int> ends_{0};
+};
+
+TEST_P(HttpTransportContractTest, AnswersAreResponsesWhateverTheirStatus) {
+  for (std::size_t i = 0; i < std::size(kAnswers); ++i) {
+    SCOPED_TRACE(i);
+    const Outcome outcome = get("/answer/" + std::to_string(i));
+    ASSERT_TRUE(outcome.response) << outcome.text();
+    EXPECT_EQ(outcome.status(), kAnswers[i].status);
+    EXPECT_EQ(outcome.body(), kAnswers[i].body);
+    EXPECT_TRUE(outcome.onPool);
+    std::string named;
+    for (const auto& [name, value] : outcome.response->headers) {
+      if (name != "Content-Length") named += name + "=" + value + ";";
+    }
+    EXPECT_EQ(named, "X-A=one;x-b=two;X-A=three;");
+  }
+}
+
+TEST_P(HttpTransportContractTest, FailuresAreErrorsWithoutAnAnswer) {
+  for (const HttpMethod method : {HttpMethod::kGet, HttpMethod::kPost}) {
+    HttpRequest broken = request("/broken");
+    broken.method = method;
+    const Outcome outcome = run(std::move(broken));
+    EXPECT_NE(outcome.error, nullptr);
+    EXPECT_TRUE(outcome.onPool);
+  }
+}
+
+TEST_P(HttpTransportContractTest, RequestBodiesArriveInTheOrderOfTheirPieces) {
+  const TemporaryDirectory directory;
+  writeFile(directory / "file", "a file's bytes");
+  const std::vector<Data> pieces = {Data::fromBytes("first "), Data(),
+                                    Data::fromFile(directory / "file")->slice(2, 6),
+                                    Data::fromBytes(" last")};
+  HttpRequest put = request("/answer/0");
+  put.method = HttpMethod::kPut;
+  put.body = pieces;
+  EXPECT_EQ(run(std::move(put)).status(), 200);
+  EXPECT_EQ(peer_->bodies().back(), "first file's last");
+}
+
+TEST_P(HttpTransportContractTest, CancelEndsATransferOnceWhateverItsState) {
+  auto [done, doneOutcome] = start(request("/answer/0"));
+  EXPECT_EQ(doneOutcome.get().status(), 200);
+  done->cancel();
+
+  // The last two wait behind the others, where the transport has a queue.
+  std::vector<std::shared_ptr<HttpTransfer>> transfers;
+  std::vector<std::future<Outcome>> outcomes;
+  for (const char* target : {"/held", "/part", "/held", "/held", "/held"}) {
+    auto [transfer, outcome] = start(request(target));
+    transfers.push_back(std::move(transfer));
+    outcomes.push_back(std::move(outcome));
+  }
+  ASSERT_TRUE(eventually([&] { return peer_->bodies().size() >= 4; }));
+  for (const std::size_t next : {4U, 1U, 0U, 3U, 2U}) {
+    transfers[next]->cancel();
+    transfers[next]->cancel();
+    const Outcome outcome = outcomes[next].get();
+    EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kCancelled)) << outcome.text();
+    EXPECT_TRUE(outcome.onPool);
+  }
+  EXPECT_EQ(get("/answer/0").status(), 200) << "the others are as before";
+  peer_->dropTransport();
+  transfers.front()->cancel();
+}
+
+TEST_P(HttpTransportContractTest, ShutdownEndsEveryTransferAndRefusesLaterOnes) {
+  const std::int64_t kShutDown = codeOf(HttpTransportError::kShutDown);
+  std::vector<std::future<Outcome>> outcomes;
+  for (int i = 0; i < 30; ++i) outcomes.push_back(start(request("/held")).second);
+  ASSERT_TRUE(eventually([&] { return peer_->bodies().size() >= 3; }));
+  std::promise<Outcome> fromCompletion;
+  send(request("/broken"), [&](Outcome outcome) {
+    peer_->transport().shutdown();
+    fromCompletion.set_value(std::move(outcome));
+  });
+  peer_->transport().shutdown();
+  for (auto& outcome : outcomes) EXPECT_EQ(outcome.get().errorCode(), kShutDown);
+  EXPECT_NE(fromCompletion.get_future().get().error, nullptr);
+  const Outcome late = get("/answer/0");
+  EXPECT_EQ(late.errorCode(), kShutDown);
+  EXPECT_TRUE(late.onPool);
+}
+
+TEST_P(HttpTransportContractTest, CompletionsMayThrowAndBlockAndCallTheTransport) {
+  std::promise<void> thrown;
+  send(request("/answer/0"), [&](const Outcome&) {
+    thrown.set_value();
+    throw std::runtime_error("expected on standard error");
+  });
+  thrown.get_future().get();
+
+  std::promise<std::shared_ptr<HttpTransfer>> own;
+  std::promise<Outcome> nested;
+  auto transfer = send(request("/answer/0"), [&](const Outcome&) {
+    own.get_future().get()->cancel();
+    std::thread::id inner;
+    auto outcome = std::make_shared<std::promise<Outcome>>();
+    send(request("/answer/2"), [&, outcome](Outcome end) {
+      inner = std::this_thread::get_id();
+      outcome->set_value(std::move(end));
+    });
+    Outcome end = outcome->get_future().get();  // blocks until the other has ended
+    EXPECT_NE(inner, std::this_thread::get_id());
+    nested.set_value(std::move(end));
+  });
+  own.set_value(std::move(transfer));
+  EXPECT_EQ(nested.get_future().get().body(), "part");
+}
+
+TEST_P(HttpTransportContractTest, HoldsNothingBeyondTheEndAndAnswersOutliveTheTransport) {
+  const TemporaryDirectory directory;
+  writeFile(directory / "file", "bytes");
+  for (const char* target : {"/answer/0", "/held"}) {
+    SCOPED_TRACE(target);
+    auto file = File::openForReading(directory / "file").value();
+    auto held = std::make_shared<int>(0);
+    const std::weak_ptr<const File> fileGone = file;
+    const std::weak_ptr<int> heldGone = held;
+    HttpRequest put = request(target);
+    put.method = HttpMethod::kPut;
+    put.body = {Data::fromFileRegion(std::move(file), 0, 5)};
+    const auto transfer = send(std::move(put), [held = std::move(held)](const Outcome&) {});
+    transfer->cancel();
+    EXPECT_TRUE(eventually([&] { return heldGone.expired() && fileGone.expired(); }));
+  }
+  const Outcome outcome = get("/answer/0");
+  peer_->dropTransport();
+  EXPECT_EQ(outcome.body(), "hello");
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, HttpTransportContractTest,
+                         testing::Values(&make<CurlPeer>, &make<ScriptedPeer>),
+                         [](const auto& tried) { return tried.index == 0 ? "Curl" : "Scripted"; });
+
+}  // namespace
+}  // namespace varo::test
