@@ -58,8 +58,8 @@ BlobDeletion deleteUnlinked(const BlobStoreTable& table, const BlobColumn& colum
     deletion.error = databaseError(kErrorInsertingRow, nullptr);
     return deletion;
   }
-  logger().logInfo(texts::kRowCreated);
-  logger().logDebug(texts::kInsertedBlobId, id);
+  logger().logInfo(log_texts::kRowCreated);
+  logger().logDebug(log_texts::kInsertedBlobId, id);
   deletion.blobId = std::to_string(id);
   const auto linked = table.setLink(column.tableName, column.columnName, column.primaryKeys, id);
   if (linked) {

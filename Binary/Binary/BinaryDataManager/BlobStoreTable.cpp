@@ -1,43 +1,24 @@
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <string_view>
 
 namespace varo::binary {
 
-using platform::Array;
-using platform::Dictionary;
-using platform::Result;
-using platform::Value;
-
 namespace {
+
+namespace texts = log_texts::blob_store_table;
 
 constexpr std::int64_t kInsertFailed = -1;
 constexpr std::int64_t kDatabaseNotOpened = 0;
 /// What the sync engine expects in a new row.
 constexpr std::int64_t kNewRowStatus = 0;
 constexpr std::int64_t kNewRowRetries = 3;
-
-constexpr std::string_view kDatabasePath = "DB PATH : %@";
-constexpr std::string_view kNoRecord =
-    "Unable to create download task as the record with the given primary key table doesn't exist.";
-constexpr std::string_view kNoBlobYet =
-    "No blob ID exists, i.e., blob ID was NULL. Inserting a row in varosyncBLOBSTOREMANAGER.";
-constexpr std::string_view kRowNotCreated =
-    "Unable to create download task as the as insertion into BlobStoreManager Failed. pktable = "
-    "%@";
-constexpr std::string_view kRowCreated = "Row successfully created in varosyncBLOBSTOREMANAGER.";
-constexpr std::string_view kInsertedBlobId = "Inserted blob ID = %ld";
-constexpr std::string_view kLinked =
-    "Updated the values in the varosyncBLOBSTOREMANAGER for blob ID : %ld";
-constexpr std::string_view kNotLinked = "Updated the values in the %@ failed";
-constexpr std::string_view kBlobIdObtained = "Updated blobIdString = %@, pktable = %@";
-
-BinaryLogger& logger() { return BinaryLogger::sharedInstance(); }
 
 }  // namespace
 
@@ -66,7 +47,7 @@ BlobStoreTable::BlobStoreTable(const std::string& databaseName, TransferPolicy p
 
 std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
   std::string path = SQLiteUtil::pathOfDatabase(databaseName);
-  logger().logDebug(kDatabasePath, path);
+  logger().logDebug(texts::kDatabasePath, path);
   return path;
 }
 
@@ -120,13 +101,13 @@ std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& table
                                                         const Value& responseType) const {
   const auto parent = record(tableName, primaryKeys);
   if (!parent) {
-    logger().logError(kNoRecord);
+    logger().logError(texts::kNoRecord);
     return std::nullopt;
   }
   auto link = linkIn(*parent, columnName);
   if (link != blobs::kNull) return link;
 
-  logger().logTrace(kNoBlobYet);
+  logger().logTrace(texts::kNoBlobYet);
   const std::int64_t id = insert({{blobs::kLocalPath, ""},
                                   {blobs::kTableName, tableName},
                                   {blobs::kColumnName, columnName},
@@ -135,19 +116,19 @@ std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& table
                                   {blobs::kStatus, kNewRowStatus},
                                   {blobs::kRetry, kNewRowRetries}});
   if (isFailedInsert(id)) {
-    logger().logError(kRowNotCreated, primaryKeys);
+    logger().logError(texts::kRowNotCreated, primaryKeys);
     return std::nullopt;
   }
-  logger().logInfo(kRowCreated);
-  logger().logDebug(kInsertedBlobId, id);
+  logger().logInfo(log_texts::kRowCreated);
+  logger().logDebug(log_texts::kInsertedBlobId, id);
   // Without its link the blob can still be downloaded: the record gets another one next time.
   if (setLink(tableName, columnName, primaryKeys, id)) {
-    logger().logDebug(kLinked, id);
+    logger().logDebug(texts::kLinked, id);
   } else {
-    logger().logWarning(kNotLinked, tableName);
+    logger().logWarning(texts::kNotLinked, tableName);
   }
   std::string blobId = std::to_string(id);
-  logger().logDebug(kBlobIdObtained, blobId, primaryKeys);
+  logger().logDebug(texts::kBlobIdObtained, blobId, primaryKeys);
   return blobId;
 }
 

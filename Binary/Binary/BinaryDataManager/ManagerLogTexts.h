@@ -12,6 +12,11 @@ inline constexpr std::string_view kCheckingForEmptySlot =
     "Checking if the inProgressQueue has empty slot.";
 inline constexpr std::string_view kStartDownload = " Start Download for task %@";
 
+/// Of a new row, whoever makes it.
+inline constexpr std::string_view kRowCreated =
+    "Row successfully created in varosyncBLOBSTOREMANAGER.";
+inline constexpr std::string_view kInsertedBlobId = "Inserted blob ID = %ld";
+
 namespace binary_data_manager {
 
 inline constexpr std::string_view kCreating = "Inside BDM create task.";
@@ -93,9 +98,6 @@ inline constexpr std::string_view kPathNotRetrieved = "File path couldn't be ret
 inline constexpr std::string_view kRowExists = "Row exists.";
 inline constexpr std::string_view kNeverDownloaded =
     "Blob hasn't been downloaded to the device. Creating a column in blob store manager";
-inline constexpr std::string_view kRowCreated =
-    "Row successfully created in varosyncBLOBSTOREMANAGER.";
-inline constexpr std::string_view kInsertedBlobId = "Inserted blob ID = %ld";
 inline constexpr std::string_view kLinked =
     "Updated the values in the parent table for blob ID : %ld";
 inline constexpr std::string_view kNotLinked = "Error in updating parent table for blob ID : %ld";
@@ -110,12 +112,60 @@ inline constexpr std::string_view kCouldNotDelete = "Could not delete file :%@ "
 
 }  // namespace blob_files
 
+namespace blob_store_table {
+
+inline constexpr std::string_view kDatabasePath = "DB PATH : %@";
+inline constexpr std::string_view kNoRecord =
+    "Unable to create download task as the record with the given primary key table doesn't exist.";
+inline constexpr std::string_view kNoBlobYet =
+    "No blob ID exists, i.e., blob ID was NULL. Inserting a row in varosyncBLOBSTOREMANAGER.";
+inline constexpr std::string_view kRowNotCreated =
+    "Unable to create download task as the as insertion into BlobStoreManager Failed. pktable = "
+    "%@";
+inline constexpr std::string_view kLinked =
+    "Updated the values in the varosyncBLOBSTOREMANAGER for blob ID : %ld";
+inline constexpr std::string_view kNotLinked = "Updated the values in the %@ failed";
+inline constexpr std::string_view kBlobIdObtained = "Updated blobIdString = %@, pktable = %@";
+
+}  // namespace blob_store_table
+
 namespace download_input {
 
 inline constexpr std::string_view kConfigEntry = "key=%@ value=%@";
 inline constexpr std::string_view kConfigCopied = "Copied config into input context %@";
 
 }  // namespace download_input
+
+namespace download_rows {
+
+inline constexpr std::string_view kCheckingFile = "Inside check if File Available..";
+inline constexpr std::string_view kEndedWithoutRow =
+    "Task in end state but couldn't retrieve the file path.";
+inline constexpr std::string_view kStateOfRecord = "State of the record : %@";
+inline constexpr std::string_view kAlreadyAvailable =
+    "File IS already available, no need to download.";
+inline constexpr std::string_view kFilePathRetrieved = "File path retrieved : %@";
+inline constexpr std::string_view kCallingStartBlock =
+    "Calling the start download completion handler..";
+inline constexpr std::string_view kEndedWithoutFile =
+    "Task is in end state but the file is not available.";
+inline constexpr std::string_view kNoRowForMetaData =
+    "setMetaDataForTask : No such row exists for task %@";
+inline constexpr std::string_view kMetaDataPath = "FilePath retrieved : %@";
+inline constexpr std::string_view kFileSizeUpdated = "File size updated to %lld for task %@";
+inline constexpr std::string_view kMetaDataInput = "Input context for blob id %@ : %@";
+inline constexpr std::string_view kNoMetaDataPath =
+    "No File path retrieved, setting totalBytesDownloaded to zero.";
+inline constexpr std::string_view kCompletionUpdated =
+    "Filepath and state of download updated in varosyncBLOBSTOREMANAGER for blobID : %@";
+inline constexpr std::string_view kStateUpdated =
+    "State of download updated to %d in varosyncBLOBSTOREMANAGER for blobID : %@";
+inline constexpr std::string_view kStateNotUpdated =
+    "State of download couldn't be updated %d in varosyncBLOBSTOREMANAGER for blobID : %@";
+inline constexpr std::string_view kFileNotNoted =
+    "Filepath of download couldn't be updated in varosyncBLOBSTOREMANAGER for blobID : %@";
+
+}  // namespace download_rows
 
 namespace online_binary_data_manager {
 
