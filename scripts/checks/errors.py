@@ -6,7 +6,7 @@ import pathlib
 import re
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 BINARY = "Binary/BinaryFileAdapterWithMetadata/"
 SOURCES = [
     BINARY + "Constants/ErrorConstants.h",
@@ -99,7 +99,7 @@ def check_polling_schedule():
     schedule = read(BINARY + "Subtasks/PollingSchedule.h")
     requests = int(re.search(r"kMaxStatusRequests = (\d+);", schedule)[1])
     if "(std::int64_t{1} << request) - 1" not in schedule:
-        problems.append("the waits of PollingSchedule.h have changed: so must scripts/check-errors")
+        problems.append("the waits of PollingSchedule.h have changed: so must scripts/checks/errors.py")
     waits = [(1 << request) - 1 for request in range(1, requests)]
     guide = " ".join(read("docs/cli.md").split())
     for words in (f"up to {requests} times", f"at most {sum(waits)} seconds together"):
