@@ -25,7 +25,7 @@
 namespace {
 
 constexpr long kCurlBuffer = 512 * 1024;
-constexpr std::size_t kWriteBuffer = 64 * 1024;
+constexpr std::size_t kWriteBuffer = std::size_t{64} * 1024;
 
 class File {
  public:

@@ -30,8 +30,8 @@
 
 namespace {
 
-constexpr std::size_t kMaxHead = 64 * 1024;
-constexpr std::size_t kDiscardAtOnce = 4 * 1024 * 1024;
+constexpr std::size_t kMaxHead = std::size_t{64} * 1024;
+constexpr std::size_t kDiscardAtOnce = std::size_t{4} * 1024 * 1024;
 constexpr std::string_view kRecordsPath = "/objects/File";
 constexpr std::string_view kChunkPath = "/services/bytes";
 

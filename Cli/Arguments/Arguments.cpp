@@ -20,7 +20,7 @@ using platform::Value;
 namespace {
 
 /// Far more than any token; keeps a wrong file from being read whole.
-constexpr std::size_t kLongestToken = 64 * 1024;
+constexpr std::size_t kLongestToken = std::size_t{64} * 1024;
 
 bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 

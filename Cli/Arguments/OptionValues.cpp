@@ -28,7 +28,7 @@ namespace {
 /// A day; more is a slip of the pen.
 constexpr double kLongestTimeout = 86'400;
 /// Far more than any configuration; keeps a wrong file from being read whole.
-constexpr std::size_t kLargestJson = 4 * 1024 * 1024;
+constexpr std::size_t kLargestJson = std::size_t{4} * 1024 * 1024;
 
 /// Whether a word is a further pair of a list, and not the URL or FILE that may follow it.
 bool looksLikePair(std::string_view word) {

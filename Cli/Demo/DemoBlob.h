@@ -35,7 +35,7 @@ class DemoBlob {
   /// The database's name, as the library takes it.
   static constexpr const char* kDatabase = "staff.db";
   /// Bytes of a range: small enough that all but the smallest photos come in several.
-  static constexpr std::uint64_t kChunkSize = 512 * 1024;
+  static constexpr std::uint64_t kChunkSize = std::uint64_t{512} * 1024;
 
   DemoBlob(DemoStage& stage, const sandbox::ExampleEmployee& employee);
 

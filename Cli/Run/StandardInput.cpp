@@ -23,7 +23,7 @@ using platform::Result;
 
 namespace {
 
-constexpr std::size_t kPiece = 256 * 1024;
+constexpr std::size_t kPiece = std::size_t{256} * 1024;
 /// How soon an interrupt is noticed while nothing arrives.
 constexpr int kPollMs = 100;
 

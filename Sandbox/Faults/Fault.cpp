@@ -37,7 +37,7 @@ bool readCount(const json::value& value, std::optional<std::uint64_t>& count) {
 }
 
 bool readMilliseconds(const json::value& value, std::int64_t least, milliseconds& duration) {
-  constexpr std::int64_t kLongest = 24 * 60 * 60 * 1000;
+  constexpr std::int64_t kLongest = std::int64_t{24} * 60 * 60 * 1000;
   const auto number = wholeNumber(value);
   if (!number || *number < least || *number > kLongest) return false;
   duration = milliseconds(*number);

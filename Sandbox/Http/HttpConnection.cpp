@@ -23,9 +23,9 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 // Heads and the framing of bodies; the library reads 64 KiB at once at most.
-constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
 // Large, so that a body costs few writes to the disk and few reads of it.
-constexpr std::size_t kBlockBytes = 512 * 1024;
+constexpr std::size_t kBlockBytes = std::size_t{512} * 1024;
 constexpr milliseconds kIdleSlice{250};
 
 /// Testers choose names and values. What would end a line early is left out.

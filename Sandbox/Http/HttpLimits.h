@@ -17,7 +17,7 @@ struct HttpLimits {
   std::size_t connections = 640;
 
   /// Request line and header lines together, in bytes; a filter in the query may be long.
-  std::size_t headBytes = 64 * 1024;
+  std::size_t headBytes = std::size_t{64} * 1024;
   /// Clients send some twenty.
   std::size_t headerLines = 200;
   /// Of the path as it was sent, in bytes: room for a key of 1 KiB with every byte encoded.

@@ -8,7 +8,7 @@
 namespace varo::sandbox {
 namespace {
 
-constexpr std::size_t kMaxPartHead = 16 * 1024;
+constexpr std::size_t kMaxPartHead = std::size_t{16} * 1024;
 constexpr std::size_t kMaxBoundary = 70;  // RFC 2046, 5.1.1
 
 }  // namespace

@@ -14,7 +14,7 @@ constexpr std::string_view kAuthorization = "Authorization";
 constexpr std::string_view kAlgorithmParameter = "X-Amz-Algorithm";
 constexpr std::string_view kMalformedHeader = "AuthorizationHeaderMalformed";
 constexpr std::string_view kMalformedQuery = "AuthorizationQueryParametersError";
-constexpr std::uint64_t kLongestLifetime = 7 * 24 * 60 * 60;
+constexpr std::uint64_t kLongestLifetime = std::uint64_t{7} * 24 * 60 * 60;
 
 using ClaimOrError = std::variant<SignatureClaim, StoreError>;
 

@@ -14,7 +14,7 @@
 namespace varo::sandbox {
 namespace {
 
-constexpr std::uint64_t kCopyBlock = 1024 * 1024;
+constexpr std::uint64_t kCopyBlock = std::uint64_t{1024} * 1024;
 
 /// The `length` bytes at `from`, which do not overlap those at the front.
 bool copyToFront(platform::File& file, std::uint64_t from, std::uint64_t length) {
