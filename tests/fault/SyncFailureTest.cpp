@@ -3,6 +3,7 @@
 #include "tests/support/BlobFixture.h"
 #include "tests/support/FileAdapterFixture.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
@@ -57,12 +58,9 @@ class SyncFailureTest : public FileAdapterFixture {
     return end.block + " " + end.value.description();
   }
   /// All files below the home directory.
-  [[nodiscard]] std::size_t fileCount() const {
-    std::size_t count = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(home_.path())) {
-      count += entry.is_regular_file() ? 1 : 0;
-    }
-    return count;
+  [[nodiscard]] std::ptrdiff_t fileCount() const {
+    const std::filesystem::recursive_directory_iterator all(home_.path());
+    return std::count_if(begin(all), end(all), [](const auto& at) { return at.is_regular_file(); });
   }
 };
 
@@ -71,12 +69,12 @@ TEST_F(SyncFailureTest, DownloadFailsAndLeavesNoFile) {
   const std::string failure = outcome();
   EXPECT_TRUE(failure.starts_with("failure ")) << failure;
   EXPECT_NE(failure.find("Input/output error"), std::string::npos) << failure;
-  EXPECT_EQ(fileCount(), 0U);
+  EXPECT_EQ(fileCount(), 0);
 
   isDiskFailing = false;
   const std::string success = outcome();
   EXPECT_TRUE(success.starts_with("success ")) << success;
-  EXPECT_EQ(fileCount(), 1U);
+  EXPECT_EQ(fileCount(), 1);
 }
 
 using BlobSyncFailureTest = test::BlobFixture;

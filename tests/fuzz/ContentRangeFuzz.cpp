@@ -1,8 +1,8 @@
 #include "Binary/Binary/Utils/ContentRange.h"
+#include "tests/fuzz/Require.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 /// Whatever a server sends: nothing, or positions that are in order and within the total.
@@ -11,9 +11,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   const auto range = varo::binary::ContentRange::parse(field);
   if (!range) return 0;
   const auto& [span, total] = *range;
-  if (total && *total < 0) std::abort();
+  require(!total || *total >= 0);
   if (!span) return 0;
-  if (span->first < 0 || span->last < span->first) std::abort();
-  if (total && span->last >= *total) std::abort();
+  require(span->first >= 0 && span->last >= span->first);
+  require(!total || span->last < *total);
   return 0;
 }

@@ -1,21 +1,13 @@
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Json.h"
+#include "tests/fuzz/Require.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 using varo::platform::Data;
 namespace json = varo::platform::json;
-
-namespace {
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
-
-}  // namespace
 
 /// Whatever the bytes are: a value or an error; a value is the same after writing and reading it
 /// (a double may come back as the integer it is), and from a file whatever way it is cut.

@@ -1,21 +1,13 @@
 #include "Binary/Binary/Utils/TemplateUtil.h"
+#include "tests/fuzz/Require.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 using varo::binary::TemplateUtil;
 using varo::platform::Dictionary;
 using varo::platform::ErrorPtr;
-
-namespace {
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
-
-}  // namespace
 
 /// Whatever the template: its pieces are one more than its placeholders, and it is filled, or there
 /// is an error that says why not.

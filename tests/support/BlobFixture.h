@@ -142,6 +142,9 @@ class BlobFixture : public OfflineFixture {
     awaitHeld(1);
     EXPECT_TRUE(eventually([&] { return stateOf(blobId) == "102"; }));
   }
+  [[nodiscard]] platform::Dictionary pauseResult(const std::string& id) const {
+    return {{"BlobID", id}, {"FilePath", pathOf(id)}, {"TotalFileSize", 10}};
+  }
   /// A download that has paused after its first range.
   std::string pausedBlob(const std::string& pk) {
     std::string id = newBlob(pk);
@@ -150,7 +153,7 @@ class BlobFixture : public OfflineFixture {
     release(1);
     awaitHeld(1);
     manager_->pauseDownload(id, block("pause"));
-    EXPECT_EQ(awaitNext().summary(), "pause: ok");
+    EXPECT_EQ(awaitNext().result, pauseResult(id));
     transport_->releaseAll();
     return id;
   }

@@ -154,78 +154,17 @@ TEST_F(BinaryDataManagerTest, OperationsThatTheStateForbidsAreRefused) {
 }
 
 TEST_F(BinaryDataManagerTest, PausedDownloadGoesOnWhereItsFileEnds) {
-  const std::string id = newBlob("a");
-  transport_->hold();
-  start(id);
-  release(1);
-  awaitHeld(1);
-  manager_->pauseDownload(id, block("pause"));
-  const Call pause = awaitNext();
-  EXPECT_EQ(pause.summary(), "pause: ok");
-  EXPECT_EQ(pause.result,
-            (Dictionary{{"BlobID", id}, {"FilePath", pathOf(id)}, {"TotalFileSize", 10}}));
+  const std::string id = pausedBlob("a");
   EXPECT_EQ(rows("SELECT localPath, state FROM varosyncBLOBSTOREMANAGER"), pathOf(id) + "|104");
   manager_->pauseDownload(id, block("pause"));
-  EXPECT_EQ(awaitNext().result, pause.result);
+  EXPECT_EQ(awaitNext().result, pauseResult(id));
 
   manager_->resumeDownload(id, block("resume"));
-  transport_->releaseAll();
   const Call end = awaitNext();
   EXPECT_EQ(end.summary(), "resume: ok");  // the start block is forgotten
   EXPECT_EQ(stateOf(id), "50");
   EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
   EXPECT_THAT(ranges(), ElementsAre("bytes=0-3", "bytes=4-7", "bytes=4-7", "bytes=8-9"));
-}
-
-TEST_F(BinaryDataManagerTest, FailedDownloadTellsStartAndResumeAndMayBeStartedAgain) {
-  const std::string id = pausedBlob("a");
-  transport_->hold();
-  transport_->answer(answerWith(404, ""));
-  manager_->resumeDownload(id, block("resume"));
-  manager_->startDownload(id, [this, id, log = block("start")](
-                                  const auto& blobId, const auto& error, const auto& result) {
-    log(blobId, error, result);
-    EXPECT_EQ(stateOf(id), "103");
-    start(id);
-    throw std::runtime_error("of the application");
-  });
-  transport_->releaseAll();
-  const auto failed = awaitCalls(2);
-  for (const Call& call : failed) {
-    EXPECT_EQ(call.error->domain(), "DownloadTaskError");
-    EXPECT_EQ(call.error->code(), 4);
-    EXPECT_EQ(call.error->userInfo()["NetworkError"], Value(Dictionary{{"message", "Not Found."}}));
-  }
-  EXPECT_EQ(failed[0].block + failed[1].block, "startresume");
-  EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
-  EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
-}
-
-TEST_F(BinaryDataManagerTest, DownloadStartsNoFurtherOnThanItsFileReaches) {
-  const struct {
-    std::string bytes, path, firstRange;
-  } cases[] = {{"0123", "", "bytes=4-7"},
-               {"01", "", "bytes=2-5"},
-               {"", "", "bytes=0-3"},
-               {"0123", "/none", "bytes=0-3"}};
-  std::filesystem::create_directories(home_ / "Documents/blobs");
-  int id = 6;
-  for (const auto& item : cases) {
-    const std::string blob = std::to_string(++id);
-    writeFile(pathOf(blob), "0123");
-    addBlob(blob, id, 104, pathOf(blob));
-    create(blob);
-    transport_->answer(answerWith(404, ""));
-    start(blob);
-    EXPECT_EQ(awaitNext().error->code(), 4);
-    writeFile(pathOf(blob), item.bytes);
-    if (!item.path.empty()) sql("UPDATE varosyncBLOBSTOREMANAGER SET localPath = '/none'");
-    start(blob);
-    EXPECT_EQ(awaitNext().summary(), "start " + blob + ": ok");
-    const auto asked = ranges();
-    EXPECT_EQ(asked[asked.size() - (item.firstRange == "bytes=0-3" ? 3 : 2)], item.firstRange);
-    EXPECT_EQ(contentOf(pathOf(blob)), object_.bytes);
-  }
 }
 
 }  // namespace

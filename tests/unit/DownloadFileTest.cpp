@@ -142,25 +142,5 @@ TEST_F(DownloadFileTest, EndWithoutAChunkIsNoneWhileTheFileCannotBeBroughtToTheD
   }
 }
 
-TEST_F(DownloadFileTest, TwoDownloadsNeverWriteOneFile) {
-  transport_->hold();
-  const auto first = makeTask();
-  first->start();
-  release(1);
-  ASSERT_TRUE(eventually([&] { return fileBytes().size() == 1000; }));
-  const auto second = makeTask();
-  second->start();
-  awaitHeld(2);
-  transport_->releaseAll();
-  ASSERT_TRUE(reaches(second, TaskState::Errored));
-  EXPECT_THAT(errorMessage(*second, kPersistenceError).textValue(), HasSubstr("Another download"));
-  ASSERT_TRUE(reaches(first, TaskState::Ended));
-  EXPECT_EQ(fileBytes(), object_.bytes);
-  first->releaseFile();
-  second->setState(TaskState::NotStarted);
-  second->start();
-  EXPECT_TRUE(reaches(second, TaskState::Ended));
-}
-
 }  // namespace
 }  // namespace varo::binary

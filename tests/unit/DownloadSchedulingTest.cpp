@@ -141,8 +141,7 @@ TEST_F(DownloadSchedulingTest, EveryOperationMayBeCalledFromInsideEveryBlock) {
   EXPECT_EQ(contentOf(pathOf("1")), object_.bytes);
 }
 
-TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload) {
-  const std::size_t atRest = platform::VSTask::liveCount();
+TEST_F(DownloadSchedulingTest, StopEndsTheRunAlone) {
   for (const TransferPolicy policy : kBothPolicies) {
     setTransferPolicy(policy);
     const bool isSafe = policy == TransferPolicy::kSafe;
@@ -175,18 +174,6 @@ TEST_F(DownloadSchedulingTest, StopEndsTheRunAloneAndClearingForgetsTheDownload)
     EXPECT_EQ(contentOf(pathOf(ids[0])) + contentOf(pathOf(resumed)),
               object_.bytes + object_.bytes);
 
-    const std::string running = newBlob("running");
-    startHeld(running);
-    manager_->clearBinaryDataManagerState();
-    if (isSafe) {
-      EXPECT_EQ(awaitNext().summary(), "start " + running + ": " + kCleared);
-    }
-    transport_->releaseAll();
-    EXPECT_TRUE(eventually([&] { return platform::VSTask::liveCount() == atRest; }));
-    EXPECT_EQ(stateOf(running), "102");
-    EXPECT_EQ(create("running").summary(), "create: ok");
-    start(running);
-    EXPECT_EQ(awaitNext().summary(), "start " + running + ": ok");
     manager_->clearBinaryDataManagerState();
     std::filesystem::remove_all(home_ / "Documents");
   }
@@ -212,71 +199,6 @@ TEST_F(DownloadSchedulingTest, BlobThatIsAskedForTwiceComesOnceUnderTheSafePolic
   EXPECT_THAT(awaitSummaries(9), Each(EndsWith(": ok")));
   EXPECT_EQ(transport_->requestCount(), before + 2 + 6 * 3);
   EXPECT_EQ(contentOf(pathOf(resumed)) + contentOf(pathOf(ids[5])), object_.bytes + object_.bytes);
-}
-
-TEST_F(DownloadSchedulingTest, DownloadOutlivesItsDatabase) {
-  for (const bool isReplaced : {false, true}) {
-    makeDatabase();
-    const std::string id = newBlob("a");
-    startHeld(id);
-    if (isReplaced) {
-      makeDatabase();
-    } else {
-      std::filesystem::remove(databasePath());
-    }
-    transport_->releaseAll();
-    EXPECT_EQ(awaitNext().summary(), "start " + id + ": ok");
-    EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
-    EXPECT_EQ(std::filesystem::exists(databasePath()), isReplaced);
-    std::filesystem::remove(pathOf(id));
-  }
-}
-
-TEST_F(DownloadSchedulingTest, OperationsOfManyThreadsLeaveNoPlaceTakenAndNoWrongByte) {
-  setTransferPolicy(TransferPolicy::kSafe);
-  std::vector<std::string> ids;
-  for (int i = 0; i < 8; ++i) ids.push_back(newBlob(std::to_string(i)));
-  const auto ignore = [](const auto&, const auto&, const auto&) {};
-  using Operation = std::function<void(const std::string& id, unsigned which)>;
-  const Operation begin = [&](const auto& id, unsigned) { manager_->startDownload(id, ignore); };
-  const Operation pause = [&](const auto& id, unsigned) { manager_->pauseDownload(id, ignore); };
-  const Operation resume = [&](const auto& id, unsigned) { manager_->resumeDownload(id, ignore); };
-  const Operation createAgain = [&](const auto&, unsigned which) {
-    manager_->createDownloadTaskForDb(kDatabase, kTable, kColumn,
-                                      {{"pk", std::to_string(which % ids.size())}}, config(), {});
-  };
-  const Operation clear = [&](const auto&, unsigned which) {
-    if (which % 11 == 0) manager_->clearBinaryDataManagerState();
-  };
-  const Operation operations[] = {createAgain, pause, pause, resume, resume, clear, begin, begin};
-  std::vector<std::thread> threads;
-  for (unsigned seed = 0; seed < 4; ++seed) {
-    threads.emplace_back([&, seed] {
-      unsigned random = seed + 1;
-      for (int i = 0; i < 150; ++i) {
-        random = random * 1664525 + 1013904223;
-        const unsigned which = random >> 16;
-        const std::string& id = ids[which % ids.size()];
-        operations[which / ids.size() % std::size(operations)](id, which);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  manager_->clearBinaryDataManagerState();
-  for (std::size_t i = 0; i < ids.size(); ++i) {
-    // What a cleared download has in hand may end yet.
-    const auto state = [&] { return stateOf(ids[i]); };
-    if (create(std::to_string(i)).error == nullptr) {
-      Call call;
-      EXPECT_TRUE(eventually([&] {
-        start(ids[i]);
-        call = awaitNext();
-        return call.error == nullptr;
-      })) << call.summary();
-    }
-    EXPECT_EQ(state(), "50");
-    EXPECT_EQ(contentOf(pathOf(ids[i])), object_.bytes);
-  }
 }
 
 TEST_F(DownloadSchedulingTest, ShutdownEndsDownloadsAndRefusesNewOnes) {

@@ -193,6 +193,9 @@ TEST_F(FileClaimTest, PartialFileOfAProcessThatDiedIsGoneOnWith) {
                {noted, "0123", "named", "bytes=4-7"},
                {"{\"etag\":", "0123", "named", "bytes=0-3"},
                {"no validator\n", "0123", "named", "bytes=0-3"},
+               // Of an object that has been replaced since.
+               {ObjectValidator{.entityTag = "\"0\"", .total = 10}.text() + "\n", "abcd", "named",
+                "bytes=4-7"},
                // All is there: nothing is asked for, whether or not the row has heard of the file.
                {noted, "0123456789", "named", ""},
                {noted, "0123456789", "", ""},
@@ -237,28 +240,6 @@ TEST_F(FileClaimTest, RowNeverNamesBytesThatAreOfNoKnownObject) {
   transport_->releaseAll();
   EXPECT_EQ(awaitNext().summary(), "resume: ok");
   EXPECT_EQ(contentOf(pathOf("7")), object_.bytes);
-}
-
-TEST_F(FileClaimTest, ReplacedObjectStartsOverOnceInANewProcess) {
-  for (const TransferPolicy policy : kBothPolicies) {
-    setTransferPolicy(policy);
-    makeDatabase();
-    std::filesystem::remove(pathOf("1"));
-    transport_->setHandler(
-        [object = object_](const auto& request) { return object.answer(request); });
-    EXPECT_EQ(pausedBlob("a"), "1");
-    clear(policy == TransferPolicy::kSafe);
-    const RangedObject other{.bytes = "abcdefghij", .tag = "\"2\""};
-    transport_->setHandler([other](const auto& request) { return other.answer(request); });
-    create("a");
-    const std::size_t before = transport_->requestCount();
-    start("1");
-    EXPECT_EQ(awaitNext().summary(), "start 1: ok");
-    EXPECT_EQ(contentOf(pathOf("1")), other.bytes);
-    auto asked = ranges();
-    asked.erase(asked.begin(), asked.begin() + static_cast<std::ptrdiff_t>(before));
-    EXPECT_THAT(asked, ElementsAre("bytes=4-7", "bytes=0-3", "bytes=4-7", "bytes=8-9"));
-  }
 }
 
 TEST_F(FileClaimTest, FileOfAnotherProcessFailsTheDownloadAndLeavesTheRow) {

@@ -136,7 +136,6 @@ TEST(RangeVerdictTest, FollowsFromWhatIsKnownAndWhatTheAnswerSays) {
            {"whole in one", first(), range(999, "bytes 0-998/999"), "last"},
            {"short", second(), range(1, "bytes 1000-1000/2500"), "range"},
            {"longer than asked for", second(), range(1500, "bytes 1000-2499/2500"), notReceived},
-           {"no field", second(), range(1000, ""), notReceived},
            {"malformed", second(), range(1000, "bytes 1000-"), notReceived},
            {"shifted", second(), range(1000, "bytes 999-1998/2500"), notReceived},
            {"longer than said", second(), range(1001, kSecond), notReceived},
@@ -148,14 +147,10 @@ TEST(RangeVerdictTest, FollowsFromWhatIsKnownAndWhatTheAnswerSays) {
            // Of which object they are.
            {"same tag", second(), range(1000, kSecond, "\"1\""), "range"},
            {"another tag", second(), range(1000, kSecond, "\"2\""), changed, over},
-           {"another tag, again", startedOver(second()), range(1000, kSecond, "\"2\""), changed},
-           {"another tag, streamed", streamed(second()), range(1000, kSecond, "\"2\""), changed},
            {"weak after strong", second(), range(1000, kSecond, "W/\"1\""), "range"},
            {"another weak", second(), range(1000, kSecond, "W/\"2\""), "range", over},
            {"strong after weak", secondWeak(), range(1000, kSecond, "\"1\"", "Monday"), "range"},
            {"another strong", secondWeak(), range(1000, kSecond, "\"2\"", "Monday"), "range", over},
-           {"weak, streamed", streamed(secondWeak()), range(1000, kSecond, "W/\"2\""), "range",
-            changed},
            {"weak, another date", secondWeak(), range(1000, kSecond, "W/\"1\"", "Friday"), "range",
             over},
            {"another date", secondDated(), range(1000, kSecond, "", "Friday"), "range", over},
@@ -171,11 +166,8 @@ TEST(RangeVerdictTest, FollowsFromWhatIsKnownAndWhatTheAnswerSays) {
             changed},
            {"resumed, another date", resumed(secondDated()), range(1000, kSecond, "", "Friday"),
             over},
-           {"resumed, another size", resumed(second()), range(1000, "bytes 1000-1999/2501"), over},
            {"resumed, weak tag", resumed(second()), range(1000, kSecond, "W/\"2\""), "range", over},
-           {"resumed, empty", resumed(second()), range(0, "bytes */*"), notReceived},
            {"resumed, 416 of another size", resumed(second()), status(416, kSmaller), over},
-           {"resumed, 416 of another tag", resumed(second()), status(416, "", "\"2\""), over},
            {"resumed, 416", resumed(second()), status(416), other},
            {"resumed, 412", resumed(second()), status(412), other, over},
 
@@ -202,7 +194,6 @@ TEST(RangeVerdictTest, FollowsFromWhatIsKnownAndWhatTheAnswerSays) {
            {"whole of another size", second(), whole(2600, "\"2\""), "whole"},
            {"whole and empty", first(), whole(0), "whole"},
            {"empty instead of a range", second(), whole(0), empty},
-           {"empty instead of the end", ofUnknownSize(2500), whole(0), empty},
            {"error", second(), failed, "999 gone"},
            {"streamed whole", streamed(second()), whole(2500, "\"1\""), "whole"},
            {"streamed whole, another tag", streamed(second()), whole(2500, "\"2\""), changed},
@@ -214,10 +205,6 @@ TEST(RangeVerdictTest, FollowsFromWhatIsKnownAndWhatTheAnswerSays) {
            {"416 before the end", second({"", "", 0}), status(416, kSmaller), other, over},
            {"416 once more", startedOver(second({"", "", 0})), status(416, kSmaller), other},
            {"416 of another size", second(), status(416, "bytes */1000"), other, over},
-           {"416 of another size, streamed", streamed(second()), status(416, "bytes */1000"), other,
-            changed},
-           {"416 of a late size", ofUnknownSize(2500, 5000), status(416, "bytes */2500"), other,
-            over},
            {"412 without a condition", first(), status(412), other},
            {"404", first(), status(404), "999 Not Found."},
            {"500", first(), status(500), "999 Internal Server Error"},
@@ -348,6 +335,17 @@ TEST(NetworkAnswerTest, ObjectsInBase64AreDecodedUpToTheLimit) {
 }
 
 // Asking.
+
+TEST(RangeOrderTest, DownloadOfABlobNeedsItsScopeObjectAndKeys) {
+  const Dictionary whole{
+      {kURL, "http://h/"}, {kScopeName, "s"}, {kObjectName, "o"}, {kPrimaryKeys, Dictionary()}};
+  EXPECT_TRUE(RangeOrder::unpackInputContext(whole));
+  for (const char* key : {kScopeName, kObjectName, kPrimaryKeys}) {
+    Dictionary incomplete = whole;
+    incomplete.remove(key);
+    EXPECT_FALSE(RangeOrder::unpackInputContext(incomplete)) << key;
+  }
+}
 
 TEST(RangeOrderTest, AnswersAreLimitedToWhatWasAskedFor) {
   const auto own = std::make_shared<OperationSettings>();

@@ -3,10 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
-#include <latch>
-#include <thread>
-
 namespace varo::binary {
 namespace {
 
@@ -108,25 +104,6 @@ TEST(BoundedQueueTest, ItemsTakeThePlacesThereAreInTheirOrder) {
   EXPECT_EQ(queue.takeAllWaiting(), std::vector<ItemPtr>{all[1]});
   EXPECT_FALSE(queue.isWaiting(all[1]));
   EXPECT_TRUE(queue.schedule(all[1])) << "those taken may wait again";
-}
-
-TEST(BoundedQueueTest, OnePlaceIsTakenOnceByManyThreads) {
-  for (int round = 0; round < 50; ++round) {
-    BoundedQueue<Item> queue(1);
-    std::atomic<int> started{0};
-    std::latch all(4);
-    {
-      std::vector<std::jthread> threads;
-      for (const ItemPtr& item : items(4)) {
-        threads.emplace_back([&, item] {
-          queue.schedule(item);
-          all.arrive_and_wait();
-          if (queue.takeToStart(item)) ++started;
-        });
-      }
-    }
-    ASSERT_EQ(started, 1);
-  }
 }
 
 }  // namespace

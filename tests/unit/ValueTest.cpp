@@ -7,32 +7,21 @@ namespace varo::platform {
 namespace {
 
 TEST(DictionaryTest, EnumeratesInInsertionOrderAndKeepsTheIndexTrueWhenLarge) {
+  constexpr int kKeys = 200000;  // hours, were each compared with all
   Dictionary dictionary;
-  for (int i = 0; i < 100; ++i) dictionary.set("k" + std::to_string(i), i);
+  const auto key = [](int i) { return "k" + std::to_string(i); };
+  for (int i = 0; i < kKeys; ++i) dictionary.set(key(i), i);
+  const Dictionary copy = dictionary;
   EXPECT_TRUE(dictionary.remove("k10"));
   dictionary.set("k20", "changed");
   dictionary.set("k30", Value());
-  ASSERT_EQ(dictionary.size(), 98U);
-  EXPECT_EQ(dictionary["k99"].integerValue(), 99);
+  ASSERT_EQ(dictionary.size(), std::size_t{kKeys} - 2);
+  for (int i = 31; i < kKeys; ++i) ASSERT_EQ(dictionary[key(i)].integerValue(), i);
   EXPECT_EQ(dictionary["k20"].textValue(), "changed");
+  EXPECT_EQ(copy["k20"].integerValue() + copy["k30"].integerValue(), 50);
   EXPECT_FALSE(dictionary.contains("k10"));
   EXPECT_FALSE(dictionary.contains("k30"));
   EXPECT_EQ(dictionary.begin()[10].key, "k11");
-}
-
-TEST(DictionaryTest, ManyKeysAreFoundSetReplacedAndCopied) {
-  constexpr int kKeys = 200000;  // hours, were each compared with all
-  Dictionary dictionary;
-  const auto key = [](int i) { return "key number " + std::to_string(i); };
-  for (int i = 0; i < kKeys; ++i) dictionary.set(key(i), i);
-  const Dictionary copy = dictionary;
-  for (int i = 0; i < kKeys; ++i) dictionary.set(key(i), -i);
-  ASSERT_EQ(dictionary.size(), std::size_t{kKeys});
-  for (int i = 0; i < kKeys; ++i) {
-    ASSERT_EQ(dictionary[key(i)].integerValue(), -i);
-    ASSERT_EQ(copy[key(i)].integerValue(), i);
-  }
-  EXPECT_FALSE(dictionary.contains(key(kKeys)));
 }
 
 TEST(ValueTest, ConvertsAsThePlatformDoes) {
@@ -89,15 +78,6 @@ TEST(ValueTest, WholeNumbersKeepTheirDigits) {
   EXPECT_TRUE(Value(largest).boolValue());
   EXPECT_EQ(Value(std::uint64_t{INT64_MAX}), Value(INT64_MAX));
   EXPECT_EQ(Value::wholeNumber("-9223372036854775808"), Value(INT64_MIN));
-}
-
-TEST(ValueTest, DescriptionHidesSecretsAndIsBounded) {
-  const Value value = Dictionary{{"headers", Dictionary{{"x-pelmar-AUTHORIZATION", "hush"}}},
-                                 {"text", std::string(100000, 'x')}};
-  const std::string description = value.description();
-  EXPECT_EQ(description.find("hush"), std::string::npos);
-  EXPECT_NE(description.find("<redacted>"), std::string::npos);
-  EXPECT_LT(description.size(), 5000U);
 }
 
 }  // namespace
