@@ -1,4 +1,4 @@
-#include "Sandbox/ExampleDatabase.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
 #include "tests/support/BlobFixture.h"
 
 #include <regex>
