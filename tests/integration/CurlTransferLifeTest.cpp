@@ -88,13 +88,11 @@ TEST_F(CurlTransferLifeTest, NamesTheDirectoryWhereAnAnswerCannotBeStored) {
   // Made before, so that a slow machine does not let the transfer stall.
   const WireReply large = reply(200, sampleBytes(4 * platform::tuning::kMiB));
   ScriptedServer server([&](const WireRequest&) { return large; });
-  {
-    const FileSizeLimit full(2 * platform::tuning::kMiB);
-    const Outcome outcome = get(server.url("/"));
-    EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseBodyNotStored));
-    EXPECT_THAT(outcome.text(), HasSubstr(directory_ + ": File too large"));
-    EXPECT_EQ(outcome.error->userInfo()["path"].textValue(), directory_);
-  }
+  const FileSizeLimit full(2 * platform::tuning::kMiB);
+  const Outcome outcome = get(server.url("/"));
+  EXPECT_EQ(outcome.errorCode(), codeOf(HttpTransportError::kResponseBodyNotStored));
+  EXPECT_THAT(outcome.text(), HasSubstr(directory_ + ": File too large"));
+  EXPECT_EQ(outcome.error->userInfo()["path"].textValue(), directory_);
 }
 
 TEST_F(CurlTransferLifeTest, SpoolsToTheTemporaryDirectoryWhereTheNamedOneTakesNoFile) {

@@ -139,7 +139,7 @@ TEST_F(UploadTest, ChunkPlansFollowTheSourceAndTheSettings) {
   const Case cases[] = {
       {"raw", large, largeData, 0, {}, true, false, {kMiB, kMiB, 2'500'000}, 4'597'152},
       {"raw, safe", large, largeData, {}, {}, true, true, {kMiB, kMiB, 402'848}, 2'500'000},
-      {"base64", small, base64Of(small), 4, {}, true, true, {4, 4, 2}, 10},
+      {"base64", small, base64Of(small), "4", {}, true, true, {4, 4, 2}, 10},
       {"raw whole", small, smallData, 4, {}, false, false, {10}, 10},
       {"exact end", small, {}, 5, {}, true, false, {5, 5}, 10},
       {"not in chunks", small, {}, 4, {}, false, false, {10}, 10},
@@ -334,6 +334,13 @@ TEST_F(UploadTest, SettingsThatAreNotWhatTheyShouldBeAreToldUnderTheSafePolicy) 
     }
     EXPECT_EQ(log->count(LogLevel::kWarning, warning), safe ? 1 : 0);
   }
+  upload("UploadInputTypeLocalFilePath", {{"filePath", path_}}, {},
+         Dictionary{{"chunkSize", "1M"}});
+  EXPECT_THAT(awaitNext().value.dictionaryValue()["localizedDescription"].textValue(),
+              testing::EndsWith("chunkSize is not wholly a number : 1M"));
+  EXPECT_THAT(log->lines(), testing::Contains(testing::Field(
+                                &RecordingSink::Line::text,
+                                testing::StartsWith("Upload chunkSize validation failed : "))));
 }
 
 TEST_F(UploadTest, TaskWithoutChunkSizeIsAFailureAndNotADivisionByZero) {
