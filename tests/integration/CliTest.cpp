@@ -6,18 +6,7 @@ namespace {
 
 using namespace platform;
 
-class CliTest : public CliFixture {
- protected:
-  /// Uploads and returns the id.
-  std::string upload(const std::string& path) {
-    const Run result = run({"--json", "upload", url(), path});
-    EXPECT_EQ(result.status, 0) << result.errors;
-    return eventsEndingIn("success", result)
-        .back()["result"]
-        .dictionaryValue()["file_id"]
-        .textValue();
-  }
-};
+using CliTest = CliFixture;
 
 TEST_F(CliTest, StandardInputGoesUpLikeAFileWithProgressAndATokenThatIsNotPrinted) {
   ChildProcess::Settings settings = settingsFor(
@@ -41,9 +30,13 @@ TEST_F(CliTest, StandardInputGoesUpLikeAFileWithProgressAndATokenThatIsNotPrinte
   EXPECT_TRUE(contentOf(home() + "/Downloads/in.bin") == *settings.input);
 }
 
-TEST_F(CliTest, PeopleReadAboutTheAttemptsOfAnAcceptedDelete) {
+TEST_F(CliTest, PeopleReadTheIdOfAnUploadAndAboutTheAttemptsOfAnAcceptedDelete) {
   sandbox().setDeletes({.mode = sandbox::DeleteKind::Mode::kAccepted, .polls = 1});
-  const std::string id = upload(makeFile("f", 10));
+  const std::string begin = "Uploaded f as ";
+  const Run uploaded = run({"upload", url(), makeFile("f", 10)});
+  ASSERT_TRUE(uploaded.output.starts_with(begin)) << uploaded.errors;
+  const std::string id =
+      uploaded.output.substr(begin.size(), uploaded.output.find('\n') - begin.size());
   const Run result = run({"delete", url(), id});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output, "Deleted " + id + "\n");
