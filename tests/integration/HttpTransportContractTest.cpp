@@ -10,7 +10,6 @@
 #include <atomic>
 #include <iterator>
 #include <stdexcept>
-#include <thread>
 
 namespace varo::test {
 namespace {
@@ -38,8 +37,8 @@ class Peer {
   [[nodiscard]] virtual HttpTransport& transport() = 0;
   virtual void dropTransport() = 0;
   [[nodiscard]] virtual std::string url(const std::string& target) const = 0;
-  /// Bodies of the requests that have arrived.
-  [[nodiscard]] virtual std::vector<std::string> bodies() const = 0;
+  /// Requests that have come there.
+  [[nodiscard]] virtual std::size_t arrived() const = 0;
 };
 
 class CurlPeer final : public Peer {
@@ -53,11 +52,7 @@ class CurlPeer final : public Peer {
   HttpTransport& transport() override { return *transport_; }
   void dropTransport() override { transport_.reset(); }
   std::string url(const std::string& target) const override { return server_.url(target); }
-  std::vector<std::string> bodies() const override {
-    std::vector<std::string> bodies;
-    for (const WireRequest& request : server_.requests()) bodies.push_back(request.body);
-    return bodies;
-  }
+  std::size_t arrived() const override { return server_.requests().size(); }
 
  private:
   /// Fewer than a test has under way: the others wait in the transport's own queue.
@@ -96,13 +91,7 @@ class ScriptedPeer final : public Peer {
   HttpTransport& transport() override { return *transport_; }
   void dropTransport() override { transport_.reset(); }
   std::string url(const std::string& target) const override { return target; }
-  std::vector<std::string> bodies() const override {
-    std::vector<std::string> bodies;
-    for (const RecordedRequest& request : transport_->requests()) {
-      bodies.push_back(request.body.value_or(""));
-    }
-    return bodies;
-  }
+  std::size_t arrived() const override { return transport_->requestCount(); }
 
  private:
   std::shared_ptr<FakeHttpTransport> transport_ = std::make_shared<FakeHttpTransport>();
@@ -165,29 +154,6 @@ TEST_P(HttpTransportContractTest, AnswersAreResponsesWhateverTheirStatus) {
   }
 }
 
-TEST_P(HttpTransportContractTest, FailuresAreErrorsWithoutAnAnswer) {
-  for (const HttpMethod method : {HttpMethod::kGet, HttpMethod::kPost}) {
-    HttpRequest broken = request("/broken");
-    broken.method = method;
-    const Outcome outcome = run(std::move(broken));
-    EXPECT_NE(outcome.error, nullptr);
-    EXPECT_TRUE(outcome.onPool);
-  }
-}
-
-TEST_P(HttpTransportContractTest, RequestBodiesArriveInTheOrderOfTheirPieces) {
-  const TemporaryDirectory directory;
-  writeFile(directory / "file", "a file's bytes");
-  const std::vector<Data> pieces = {Data::fromBytes("first "), Data(),
-                                    Data::fromFile(directory / "file")->slice(2, 6),
-                                    Data::fromBytes(" last")};
-  HttpRequest put = request("/answer/0");
-  put.method = HttpMethod::kPut;
-  put.body = pieces;
-  EXPECT_EQ(run(std::move(put)).status(), 200);
-  EXPECT_EQ(peer_->bodies().back(), "first file's last");
-}
-
 TEST_P(HttpTransportContractTest, CancelEndsATransferOnceWhateverItsState) {
   auto [done, doneOutcome] = start(request("/answer/0"));
   EXPECT_EQ(doneOutcome.get().status(), 200);
@@ -201,7 +167,7 @@ TEST_P(HttpTransportContractTest, CancelEndsATransferOnceWhateverItsState) {
     transfers.push_back(std::move(transfer));
     outcomes.push_back(std::move(outcome));
   }
-  ASSERT_TRUE(eventually([&] { return peer_->bodies().size() >= 4; }));
+  ASSERT_TRUE(eventually([&] { return peer_->arrived() >= 4; }));
   for (const std::size_t next : {4U, 1U, 0U, 3U, 2U}) {
     transfers[next]->cancel();
     transfers[next]->cancel();
@@ -218,7 +184,7 @@ TEST_P(HttpTransportContractTest, ShutdownEndsEveryTransferAndRefusesLaterOnes) 
   const std::int64_t kShutDown = codeOf(HttpTransportError::kShutDown);
   std::vector<std::future<Outcome>> outcomes;
   for (int i = 0; i < 30; ++i) outcomes.push_back(start(request("/held")).second);
-  ASSERT_TRUE(eventually([&] { return peer_->bodies().size() >= 3; }));
+  ASSERT_TRUE(eventually([&] { return peer_->arrived() >= 3; }));
   std::promise<Outcome> fromCompletion;
   send(request("/broken"), [&](Outcome outcome) {
     peer_->transport().shutdown();
@@ -232,30 +198,16 @@ TEST_P(HttpTransportContractTest, ShutdownEndsEveryTransferAndRefusesLaterOnes) 
   EXPECT_TRUE(late.onPool);
 }
 
-TEST_P(HttpTransportContractTest, CompletionsMayThrowAndBlockAndCallTheTransport) {
+TEST_P(HttpTransportContractTest, CompletionsMayThrowAndCancelTheirOwnTransfer) {
+  std::promise<std::shared_ptr<HttpTransfer>> own;
   std::promise<void> thrown;
-  send(request("/answer/0"), [&](const Outcome&) {
+  own.set_value(send(request("/answer/0"), [&](const Outcome&) {
+    own.get_future().get()->cancel();
     thrown.set_value();
     throw std::runtime_error("expected on standard error");
-  });
+  }));
   thrown.get_future().get();
-
-  std::promise<std::shared_ptr<HttpTransfer>> own;
-  std::promise<Outcome> nested;
-  auto transfer = send(request("/answer/0"), [&](const Outcome&) {
-    own.get_future().get()->cancel();
-    std::thread::id inner;
-    auto outcome = std::make_shared<std::promise<Outcome>>();
-    send(request("/answer/2"), [&, outcome](Outcome end) {
-      inner = std::this_thread::get_id();
-      outcome->set_value(std::move(end));
-    });
-    Outcome end = outcome->get_future().get();  // blocks until the other has ended
-    EXPECT_NE(inner, std::this_thread::get_id());
-    nested.set_value(std::move(end));
-  });
-  own.set_value(std::move(transfer));
-  EXPECT_EQ(nested.get_future().get().body(), "part");
+  EXPECT_EQ(get("/answer/2").body(), "part");
 }
 
 TEST_P(HttpTransportContractTest, HoldsNothingBeyondTheEndAndAnswersOutliveTheTransport) {

@@ -1,15 +1,8 @@
-#include "Binary/Binary/Utils/TransferPolicy.h"
-#include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Logging/VaroNativeFacade.h"
-#include "Platform/Network/VRONetworkUtility.h"
-#include "Platform/TaskEngine/VSTask.h"
 #include "Sandbox/SandboxServer.h"
-#include "tests/support/Await.h"
-#include "tests/support/FakeHttpTransport.h"
+#include "tests/support/FileAdapterFixture.h"
 #include "tests/support/OwnProcess.h"
-#include "tests/support/TemporaryDirectory.h"
 
 #include <atomic>
 #include <csignal>
@@ -42,24 +35,18 @@ class Stalled {
     (void)eventually([this] { return server_.serviceStats().requests >= kOperations; });
   }
   void startOne(const BinaryBlock& onFailure) {
-    const Dictionary params{{"headers", Dictionary{}},
-                            {"metadata", Dictionary{{"file_name", "a"}}},
-                            {"file", Dictionary{{"rawBytes", platform::Data::fromBytes("abc")}}}};
-    Storage::uploadBinaryWithUrl(
-        server_.url(), "UploadInputTypeRawBytes", params, [](const Value&) {}, onFailure,
-        [](const Value&) {}, {});
+    Storage::getFilesWithUrl(server_.url(), {}, {}, {}, onFailure, {});
   }
 
   std::atomic<int> failures{0};
 
  private:
-  static sandbox::SandboxOptions options(const std::string& directory) {
-    sandbox::SandboxOptions options;
-    options.dataDirectory = directory;
-    return options;
-  }
   const test::TemporaryDirectory directory_;
-  sandbox::SandboxServer server_{options(directory_.path())};
+  sandbox::SandboxServer server_{[this] {
+    sandbox::SandboxOptions options;
+    options.dataDirectory = directory_.path();
+    return options;
+  }()};
 };
 
 TEST(ShutdownTest, EndsTransfersInFlightTellsEveryCallerAndRefusesWhatFollows) {
@@ -92,11 +79,11 @@ class EndCounter final : public platform::TaskListener {
  public:
   void task(const std::shared_ptr<platform::VSTask>& /*task*/, platform::TaskState from,
             platform::TaskState to, const Dictionary& /*context*/) override {
-    ++(platform::isFinal(to) ? ends : from == to ? contextChanges : others);
+    if (platform::isFinal(to)) ++ends;
+    if (from == to) ++contextChanges;
   }
   std::atomic<int> ends{0};
   std::atomic<int> contextChanges{0};
-  std::atomic<int> others{0};
 };
 
 /// Is ended by whoever holds it.
@@ -131,30 +118,19 @@ TEST(ShutdownTest, TasksThatEndOrStartAfterItTellTheirListeners) {
   });
 }
 
-TEST(ShutdownTest, EveryStartOfAFileOperationEndsOnceWhileAnotherThreadShutsDown) {
-  inOwnProcess([] {
+using FileShutdownTest = FileAdapterFixture;
+
+TEST_F(FileShutdownTest, EveryStartOfAFileOperationEndsOnceWhileAnotherThreadShutsDown) {
+  inOwnProcess([this] {
     constexpr int kThreads = 4;
-    const std::string service = "http://127.0.0.1/services/storage";
-    Storage::initialize();
-    const auto transport = std::make_shared<FakeHttpTransport>();
-    platform::VRONetworkUtility::setTransport(transport);
     platform::VaroNativeFacade::setLogLevelAndActivateNetworkPersister(platform::LogLevel::kFatal);
     // A failed look-up is one end there.
     setTransferPolicy(TransferPolicy::kSafe);
-    const std::string where = R"({\"domain\":\"#middlewaredomain\",\"relativepath\":\"/b\",)"
-                              R"(\"uploadMode\":\"binary\",\"method\":\"put\"})";
-    const std::string answer = R"({"opstatus":0,"upload_template":")" + where +
-                               R"(","records":[{"file_name":"a","download_template":")" + where +
-                               R"("}]})";
     // Deletes are accepted and never done: they poll, and sleep between.
-    transport->setHandler([answer](const RecordedRequest& request) {
-      if (request.method == HttpMethod::kDelete) {
-        return answerWith(200, R"({"httpStatusCode":202,"poll_api":"/jobs"})");
-      }
-      return answerWith(200, request.url.ends_with("/jobs") ? R"({"poll_status":"true"})" : answer);
+    transport_->setHandler([](const RecordedRequest& request) {
+      if (!request.url.ends_with("/jobs")) return serviceAnswer(request);
+      return answerWith(200, R"({"poll_status":"true"})");
     });
-    const TemporaryDirectory home;
-    platform::UserDirectories::install(platform::UserDirectories::below(home.path()));
     const Dictionary upload{{"headers", Dictionary{}},
                             {"metadata", Dictionary{{"file_name", "a"}}},
                             {"file", Dictionary{{"rawBytes", Data::fromBytes("bytes")}}},
@@ -170,13 +146,13 @@ TEST(ShutdownTest, EveryStartOfAFileOperationEndsOnceWhileAnotherThreadShutsDown
       for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
           while (!enough) {
-            Storage::getFilesWithUrl(service, {}, {}, end, end, {});
-            Storage::updateWithUrl(service, ofFile, end, end, {});
-            Storage::deleteWithUrl(service, "7", {}, {}, end, end, {});
-            Storage::uploadBinaryWithUrl(service, {}, upload, end, end, {}, {});
+            Storage::getFilesWithUrl(kUrl, {}, {}, end, end, {});
+            Storage::updateWithUrl(kUrl, ofFile, end, end, {});
+            Storage::deleteWithUrl(kUrl, "7", {}, {}, end, end, {});
+            Storage::uploadBinaryWithUrl(kUrl, {}, upload, end, end, {}, {});
             const std::string file = std::to_string(++files);
             Storage::downloadWithURL(
-                service,
+                kUrl,
                 Dictionary{{"headers", Dictionary{}}, {"metadata", Dictionary{{"file_id", file}}}},
                 end, end, {}, {});
             started += 5;
@@ -191,6 +167,7 @@ TEST(ShutdownTest, EveryStartOfAFileOperationEndsOnceWhileAnotherThreadShutsDown
     }
     require(eventually([&] { return ended >= started; }), "each of them ends");
     require(ended == started, "none ends twice");
+    std::filesystem::remove_all(home_.path());  // the exit that follows destroys no fixture
   });
 }
 

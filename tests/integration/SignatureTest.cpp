@@ -41,11 +41,6 @@ class RandomInput {
     }
     return result;
   }
-  std::string bytes(std::size_t greatest) {
-    std::string result(number(0, greatest), '\0');
-    for (char& c : result) c = static_cast<char>(number(0, 255));
-    return result;
-  }
 
  private:
   std::mt19937_64 random_{20240229};  // the same cases every time, so that a failure stays
@@ -58,7 +53,7 @@ struct Case {
 
 Case makeCase(RandomInput& random) {
   const bool isUpload = random.number(0, 1) == 0;
-  const std::string bytes = isUpload ? random.bytes(2000) : "";
+  const std::string bytes = isUpload ? random.text(kNameCharacters, 0, 2000) : "";
   const auto second = static_cast<std::int64_t>(random.number(0, 4'102'444'799));  // until 2099
   Dictionary input{{"isUpload", isUpload},
                    {"method", isUpload ? "PUT" : "GET"},
@@ -79,13 +74,6 @@ Case makeCase(RandomInput& random) {
   const auto headers = signer.getRequestHeaders(type);
   EXPECT_TRUE(headers.ok());
   return {input, *headers};
-}
-
-std::string withoutBlanksAfterCommas(std::string text) {
-  for (std::size_t i = text.find(", "); i != std::string::npos; i = text.find(", ", i)) {
-    text.erase(i + 1, 1);
-  }
-  return text;
 }
 
 TEST(SignatureTest, RandomRequestsAreSignedAsAnIndependentImplementationSignsThem) {
@@ -112,9 +100,7 @@ TEST(SignatureTest, RandomRequestsAreSignedAsAnIndependentImplementationSignsThe
   ASSERT_TRUE(answer.ok() && answer->isArray());
   ASSERT_EQ(answer->array()->size(), cases.size());
   for (std::size_t i = 0; i < cases.size(); ++i) {
-    Dictionary theirs = (*answer->array())[i].dictionaryValue();
-    theirs.set("Authorization", withoutBlanksAfterCommas(theirs["Authorization"].textValue()));
-    EXPECT_EQ(Value(cases[i].ours), Value(theirs)) << Value(cases[i].input).description();
+    EXPECT_EQ(Value(cases[i].ours), (*answer->array())[i]) << Value(cases[i].input).description();
   }
 }
 

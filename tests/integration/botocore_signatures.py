@@ -32,7 +32,10 @@ def sign(case):
                          bytes.fromhex(case["payload"]))
     credentials = Credentials(case["accessKeyID"], case["secretAccessKey"])
     DatedAuth(case["time"], credentials, case["serviceName"], case["regionName"]).add_auth(request)
-    return dict(request.headers.items())
+    signed = dict(request.headers.items())
+    # The same list either way; the blanks after its commas are a matter of taste.
+    signed["Authorization"] = signed["Authorization"].replace(", ", ",")
+    return signed
 
 
 json.dump([sign(case) for case in json.load(sys.stdin)], sys.stdout)

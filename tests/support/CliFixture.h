@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -28,25 +27,18 @@ class CliFixture : public testing::Test {
     std::string errors;
   };
 
-  void SetUp() override { startSandbox({}); }
-  // A program that is gone leaves nothing in the directory for temporary files.
-  void TearDown() override { EXPECT_TRUE(std::filesystem::is_empty(temporaries())); }
-
-  void startSandbox(const std::string& token) {
-    sandbox_.reset();
-    sandbox::SandboxOptions options;
-    options.dataDirectory = directory_.path() + "/sandbox";
-    options.requiredToken = token;
-    sandbox_ = std::make_unique<sandbox::SandboxServer>(options);
-    const auto error = sandbox_->start();
+  void SetUp() override {
+    const auto error = sandbox_.start();
     ASSERT_FALSE(error) << error->message;
     std::filesystem::create_directories(temporaries());
   }
+  // A program that is gone leaves nothing in the directory for temporary files.
+  void TearDown() override { EXPECT_TRUE(std::filesystem::is_empty(temporaries())); }
 
   [[nodiscard]] std::string home() const { return directory_.path() + "/home"; }
   [[nodiscard]] std::string temporaries() const { return directory_.path() + "/tmp"; }
-  [[nodiscard]] std::string url() const { return sandbox_->url(); }
-  [[nodiscard]] sandbox::SandboxServer& sandbox() { return *sandbox_; }
+  [[nodiscard]] std::string url() const { return sandbox_.url(); }
+  [[nodiscard]] sandbox::SandboxServer& sandbox() { return sandbox_; }
 
   [[nodiscard]] ChildProcess::Settings settingsFor(Words arguments) const {
     arguments.insert(arguments.begin(), {"--home", home()});
@@ -113,7 +105,11 @@ class CliFixture : public testing::Test {
 
  private:
   TemporaryDirectory directory_;
-  std::unique_ptr<sandbox::SandboxServer> sandbox_;
+  sandbox::SandboxServer sandbox_{[this] {
+    sandbox::SandboxOptions options;
+    options.dataDirectory = directory_ / "sandbox";
+    return options;
+  }()};
 };
 
 }  // namespace varo::test

@@ -55,6 +55,28 @@ class FileAdapterFixture : public OfflineFixture {
     return platform::VROCommonUtility::getJSONStringFromNSDictionary(dictionary, nullptr).value();
   }
 
+  /// What a service answers that has every file, in store at `where`, and accepts each delete.
+  [[nodiscard]] static ScriptedAnswer serviceAnswer(const RecordedRequest& request,
+                                                    const platform::Dictionary& where = {
+                                                        {"domain", "#middlewaredomain"},
+                                                        {"relativepath", "/bytes"}}) {
+    if (request.url.find("/objects/File") == std::string::npos) {
+      return answerWith(200, R"({"poll_status":"false"})");  // a chunk, a status, or bytes
+    }
+    platform::Dictionary uploadTemplate{{"uploadMode", "binary"}, {"method", "put"}};
+    uploadTemplate.addEntries(where);
+    const platform::Dictionary record{{"file_name", "a"}, {"download_template", json(where)}};
+    platform::Dictionary answer{{"opstatus", 0}, {"access_token", kMarker}};
+    using enum platform::HttpMethod;
+    if (request.method == kPost) answer.set("upload_template", json(uploadTemplate));
+    if (request.method == kGet) answer.set("records", platform::Array{record});
+    if (request.method == kDelete)
+      answer.addEntries({{"httpStatusCode", 202}, {"poll_api", "/jobs"}});
+    return answerWith(200, json(answer));
+  }
+
+  /// Part of each secret.
+  static constexpr const char* kMarker = "m4rk3r";
   static constexpr const char* kUrl = "http://127.0.0.1/services/storage";
 
  private:

@@ -66,7 +66,6 @@ HttpAnswer httpRequest(const std::string& method, const std::string& url, const 
   boost::beast::flat_buffer buffer;
   http::response_parser<http::string_body> parser;
   parser.body_limit(std::uint64_t{1} << 30);
-  parser.skip(method == "HEAD");
   http::read(socket, buffer, parser, error);
   if (error) return {};
   HttpAnswer answer{static_cast<int>(parser.get().result_int()), {}, parser.get().body()};

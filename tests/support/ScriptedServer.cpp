@@ -50,7 +50,7 @@ std::optional<std::string> WireRequest::header(std::string_view name) const {
 /// One accepted socket, with TLS around it where the server has a certificate.
 class WireStream {
  public:
-  WireStream(int socket, void* tls, std::atomic<std::size_t>& sent) : socket_(socket), sent_(sent) {
+  WireStream(int socket, void* tls) : socket_(socket) {
     if (tls != nullptr) ssl_.reset(SSL_new(static_cast<SSL_CTX*>(tls)));
     if (ssl_ != nullptr) SSL_set_fd(ssl_.get(), socket_);
   }
@@ -84,7 +84,6 @@ class WireStream {
         count = static_cast<std::size_t>(sent);
       }
       bytes.remove_prefix(count);
-      sent_ += count;
     }
     return true;
   }
@@ -112,7 +111,6 @@ class WireStream {
 
  private:
   const int socket_;
-  std::atomic<std::size_t>& sent_;
   std::unique_ptr<SSL, decltype(&SSL_free)> ssl_{nullptr, &SSL_free};
 };
 
@@ -123,9 +121,9 @@ WireReply& WireReply::send(std::string bytes) {
   return *this;
 }
 
-WireReply& WireReply::sendForever(std::string bytes, std::chrono::milliseconds pause) {
-  steps.emplace_back([bytes = std::move(bytes), pause](auto& stream) {
-    while (stream.write(bytes) && (pause.count() == 0 || stream.wait(pause))) {
+WireReply& WireReply::sendForever(std::string bytes) {
+  steps.emplace_back([bytes = std::move(bytes)](auto& stream) {
+    while (stream.write(bytes)) {
     }
     return false;
   });
@@ -206,7 +204,7 @@ void ScriptedServer::acceptAll() {
     if (socket < 0) continue;
     const int noDelay = 1;
     ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, sizeof(noDelay));
-    auto stream = std::make_shared<WireStream>(socket, tls_.get(), sent_);
+    auto stream = std::make_shared<WireStream>(socket, tls_.get());
     ++accepted_;
     connections_.push_back({stream, std::thread([this, stream] {
                               serve(*stream);

@@ -13,7 +13,6 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace varo::test {
@@ -41,8 +40,8 @@ struct WireReply {
   std::vector<Step> steps;
 
   WireReply& send(std::string bytes);
-  /// The same bytes, each time after a pause, until the client is gone.
-  WireReply& sendForever(std::string bytes, std::chrono::milliseconds pause = {});
+  /// The same bytes, until the client is gone.
+  WireReply& sendForever(std::string bytes);
   WireReply& wait(std::chrono::milliseconds time);
   /// Silence, until the client is gone.
   WireReply& hold() { return wait(std::chrono::hours(1)); }
@@ -76,8 +75,6 @@ class ScriptedServer {
   [[nodiscard]] std::size_t connectionCount() const noexcept { return accepted_; }
   /// Of those, the ones that have ended.
   [[nodiscard]] std::size_t endedCount() const noexcept { return ended_; }
-  /// Bytes handed to the system so far, over all connections. Some may not have arrived.
-  [[nodiscard]] std::size_t sentBytes() const noexcept { return sent_; }
 
  private:
   struct Connection {
@@ -97,7 +94,6 @@ class ScriptedServer {
   std::list<Connection> connections_;  // the acceptor's, until it has ended
   std::atomic<std::size_t> accepted_{0};
   std::atomic<std::size_t> ended_{0};
-  std::atomic<std::size_t> sent_{0};
   mutable platform::Mutex mutex_;
   std::vector<WireRequest> requests_ VARO_GUARDED_BY(mutex_);
   std::thread acceptor_;

@@ -38,28 +38,7 @@ class CancelTest : public FileAdapterFixture {
 
   CancelTest() {
     writeFile(path_, "0123456789");
-    transport_->setHandler([this](const RecordedRequest& request) { return answerOf(request); });
-  }
-
-  ScriptedAnswer answerOf(const RecordedRequest& request) const {
-    const bool isFiles = request.url.find("/objects/File") != std::string::npos;
-    if (!isFiles) {  // a chunk, a status, or the bytes of a download
-      return answerWith(200, R"({"poll_status":"false"})");
-    }
-    Dictionary answer{{"opstatus", 0}};
-    const Dictionary where{{"domain", "#middlewaredomain"}, {"relativepath", "/bytes"}};
-    if (request.method == HttpMethod::kPost) {
-      Dictionary uploadTemplate = where;
-      uploadTemplate.addEntries({{"uploadMode", "binary"}, {"method", "put"}});
-      answer.set("upload_template", json(uploadTemplate));
-    } else if (request.method == HttpMethod::kGet) {
-      Array records;
-      records.append(Dictionary{{"file_name", "a"}, {"download_template", json(where)}});
-      answer.set("records", records);
-    } else if (request.method == HttpMethod::kDelete) {
-      answer.addEntries({{"httpStatusCode", 202}, {"poll_api", "/jobs"}});
-    }
-    return answerWith(200, json(answer));
+    transport_->setHandler([](const auto& request) { return serviceAnswer(request); });
   }
 
   std::vector<Operation> operations() {
@@ -160,19 +139,6 @@ TEST_F(CancelTest, EachOperationIsCancelledAtEachOfItsRequestsWithOneFailure) {
   }
 }
 
-TEST_F(CancelTest, CancelBetweenTwoChunksEndsTheUpload) {
-  const auto cancellation = std::make_shared<Cancellation>();
-  const auto cancelAfterAChunk = [&](const Value& progress) {
-    if (progress.dictionaryValue()["state"] == Value(1)) cancellation->cancel();
-  };
-  Storage::uploadBinaryWithUrl(kUrl, "UploadInputTypeLocalFilePath", uploadParams(), onSuccess(),
-                               onFailure(), cancelAfterAChunk,
-                               Dictionary{{"cancellation", cancellation}});
-  expectCancelled(awaitNext(), "UploadError");
-  awaitEndOfTasks();
-  EXPECT_EQ(transport_->requestCount(), 2U);
-}
-
 TEST_F(CancelTest, CancelEndsTheWaitBetweenTwoPolls) {
   GreatestRandom random;
   KeepingSleeper sleeper;
@@ -223,9 +189,11 @@ TEST_F(CancelTest, EachRequestGoesThroughTheOperationsTransportWithLimits) {
   for (const Operation& operation : operations()) {
     SCOPED_TRACE(operation.name);
     const auto transport = std::make_shared<FakeHttpTransport>();
-    transport->setHandler([this](const RecordedRequest& request) { return answerOf(request); });
+    transport->setHandler([](const auto& request) { return serviceAnswer(request); });
     auto own = std::make_shared<OperationSettings>();
     own->transport = transport;
+    own->connectTimeout = std::chrono::milliseconds(1);
+    own->stallTimeout = std::chrono::milliseconds(2);
     operation.start({{"settings", OperationSettings::value(own)}});
     EXPECT_EQ(awaitNext().block, "success");
     awaitEndOfTasks();
@@ -233,6 +201,8 @@ TEST_F(CancelTest, EachRequestGoesThroughTheOperationsTransportWithLimits) {
     for (const RecordedRequest& request : transport->requests()) {
       limits.push_back(request.limits.success);
       EXPECT_EQ(request.limits.error, 65'536U);
+      EXPECT_EQ(request.connectTimeout, own->connectTimeout);
+      EXPECT_EQ(request.stallTimeout, own->stallTimeout);
     }
     EXPECT_EQ(limits, expected.at(operation.name));
   }

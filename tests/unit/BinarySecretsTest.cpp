@@ -13,7 +13,8 @@ using testing::HasSubstr;
 using testing::Not;
 using Storage = BinaryFileStorageInterface;
 
-constexpr const char* kMarker = "m4rk3r";
+constexpr const char* kStore = "http://store";
+constexpr const char* kPath = "/o?X-Amz-Signature=m4rk3r&SessionID=m4rk3r";
 
 /// Everything that a caller can find in a value.
 std::string dump(const Value& value) {
@@ -49,17 +50,9 @@ class SecretsTest : public FileAdapterFixture {
   void serve(int failing, const ScriptedAnswer& failure) {
     transport_->setHandler([failing, failure](const RecordedRequest& request) mutable {
       if (failing-- == 0) return failure;
-      const Dictionary where{
-          {"domain", "http://store"},
-          {"relativepath", "/o?X-Amz-Signature=" + marked("sig") + "&SessionID=" + marked("sid")}};
-      Dictionary uploadTemplate = where;
-      uploadTemplate.addEntries({{"uploadMode", "binary"}, {"method", "put"}});
-      Array records;
-      records.append(Dictionary{{"file_name", "a"}, {"download_template", json(where)}});
-      Dictionary answer{{"opstatus", 0}, {"access_token", marked("answer")}};
-      if (request.method == HttpMethod::kPost) answer.set("upload_template", json(uploadTemplate));
-      if (request.method == HttpMethod::kGet) answer.set("records", records);
-      return answerWith(200, json(answer), {{"Set-Cookie", "s=" + marked("set")}});
+      ScriptedAnswer answer = serviceAnswer(request, {{"domain", kStore}, {"relativepath", kPath}});
+      answer.response->headers = {{"Set-Cookie", "s=" + marked("set")}};
+      return answer;
     });
   }
   void startAll(const BinaryBlock& ok, const BinaryBlock& failed) const {
@@ -122,6 +115,7 @@ TEST_F(SecretsTest, CredentialsStayWithTheServiceUnderTheSafePolicy) {
     for (std::size_t i = before; i < requests.size(); ++i) {
       const bool isOwn = requests[i].url.starts_with("http://127.0.0.1/");
       if (!isOwn) ++outside;
+      EXPECT_TRUE(isOwn || requests[i].url == std::string(kStore) + kPath) << requests[i].url;
       EXPECT_EQ(requests[i].header("X-Pelmar-Authorization").has_value(), isOwn);
       for (const char* name : {"Authorization", "Cookie"}) {
         EXPECT_EQ(requests[i].header(name).has_value(), isOwn || !safe) << requests[i].url;

@@ -9,7 +9,6 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <future>
 #include <stdexcept>
 
@@ -32,72 +31,51 @@ TEST(BinaryCommonUtilsTest, FiltersJoinTheEntriesInOrderAndSuffixesFindTheirSepa
   EXPECT_EQ(BinaryCommonUtils::appendSuffixToUrl("u", "b=2"), "u?b=2");
 }
 
-TEST(TemplateUtilTest, ParsesIntoLiteralsAndNames) {
+TEST(TemplateUtilTest, ParsesIntoLiteralsAndNamesAndIsFilledWhollyOrAsFarAsItCan) {
   const struct {
     std::string text;
     std::vector<std::string> literals, names;
     std::optional<std::string> filled;  // with x = X, y = 5
+    std::string lenient = filled.value_or(text);
   } cases[] = {
       {"", {""}, {}, ""},
       {"plain}", {"plain}"}, {}, "plain}"},
       {"a${x}b${y}", {"a", "b", ""}, {"x", "y"}, "aXb5"},
-      {"a${x}b}c", {"a", "b"}, {"x"}, "aXb"},
+      {"a${x}b}c", {"a", "b"}, {"x"}, "aXb", "aXb}c"},
       {"${x}${x}", {"", "", ""}, {"x", "x"}, "XX"},
       {"$${x}", {"$", ""}, {"x"}, "$X"},
       {"a${x", {"a${x"}, {}, std::nullopt},
-      {"${x}b${", {"", "b${"}, {"x"}, std::nullopt},
+      {"${x}b${", {"", "b${"}, {"x"}, std::nullopt, "Xb${"},
       {"${none}", {"", ""}, {"none"}, std::nullopt},
   };
   for (const auto& item : cases) {
     const TemplateUtil util(item.text);
     EXPECT_EQ(util.formattedStrings(), item.literals) << item.text;
     EXPECT_EQ(util.templateVariables(), item.names) << item.text;
+    const Dictionary values{{"x", "X"}, {"y", 5}};
     ErrorPtr error;
-    EXPECT_EQ(util.populateJSONTemplate({{"x", "X"}, {"y", 5}}, &error), item.filled) << item.text;
+    EXPECT_EQ(util.populateJSONTemplate(values, &error), item.filled) << item.text;
     EXPECT_EQ(error != nullptr, !item.filled) << item.text;
+    EXPECT_EQ(util.tryPopulateJSONTemplate(values), item.lenient) << item.text;
   }
   ErrorPtr error;
   EXPECT_EQ(TemplateUtil("${x}").populateJSONTemplate({}, &error), std::nullopt);
   EXPECT_EQ(error->domain(), "Template Parsing Error");
   EXPECT_EQ(error->code(), 10003);
   EXPECT_EQ(error->localizedDescription(), "fileParam x is not provided");
+  EXPECT_EQ(TemplateUtil("${x}").tryPopulateJSONTemplate({{"x", ""}}), "${x}");
+  EXPECT_EQ(TemplateUtil("${x}${y}").tryPopulateJSONTemplate({{"x", "<${y}>"}, {"y", "2"}}),
+            "<2>2");
 }
 
-TEST(TemplateUtilTest, LenientFillReplacesWhatItCan) {
-  const struct {
-    std::string text;
-    Dictionary values;
-    std::string filled;
-  } cases[] = {
-      {"a${x}${y}${x}", {{"x", "1"}}, "a1${y}1"},
-      {"a${x}", {}, "a${x}"},
-      {"a${x}", {{"y", "1"}}, "a${x}"},
-      {"${x}${y}", {{"x", "<${y}>"}, {"y", "2"}}, "<2>2"},
-      {"${x}", {{"x", ""}}, "${x}"},
-      {"a${x", {{"x", "1"}}, "a${x"},
-  };
-  for (const auto& item : cases) {
-    EXPECT_EQ(TemplateUtil(item.text).tryPopulateJSONTemplate(item.values), item.filled);
-  }
-}
-
-TEST(TemplateUtilTest, NoDomainGivesNoEndPointAndATokenReplacesOthersOfItsName) {
-  const Dictionary options{{"domain", "http://own"}, {"X-Pelmar-Authorization", "secret"}};
+TEST(TemplateUtilTest, NoDomainGivesNoEndPoint) {
+  const Dictionary options{{"domain", "http://own"}};
   const auto endPoint = &TemplateUtil::endPointURLFrom;
   const Dictionary ofService{{"domain", "#middlewaredomain"}, {"relativepath", "/p"}};
   EXPECT_EQ(endPoint(Dictionary{{"relativepath", "p"}}, options), std::nullopt);
-  EXPECT_EQ(endPoint(std::nullopt, options), std::nullopt);
-  EXPECT_EQ(endPoint(ofService, Dictionary{}), std::nullopt);
   EXPECT_EQ(endPoint(ofService, Dictionary{{"domain", nullptr}}), std::nullopt);
   EXPECT_EQ(endPoint(Dictionary{{"domain", nullptr}, {"relativepath", "p"}}, options),
             std::nullopt);
-  EXPECT_EQ(endPoint(Dictionary{{"domain", "http://d"}, {"relativepath", nullptr}}, options),
-            "http://d");
-
-  const auto inject = &TemplateUtil::injectVaroAuthorizationInto;
-  EXPECT_EQ(inject(Dictionary{{"x-pelmar-authorization", "old"}}, options),
-            (Dictionary{{"X-Pelmar-Authorization", "secret"}}));
-  EXPECT_EQ(inject(std::nullopt, Dictionary{{"X-Pelmar-Authorization", ""}}), Dictionary{});
 }
 
 TEST(BinaryCallbackTest, ProgressHoldsTheReporterAndSuccessDoesNot) {

@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
 #include <limits>
 #include <new>
 #include <sstream>

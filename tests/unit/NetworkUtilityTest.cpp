@@ -67,27 +67,6 @@ TEST_F(NetworkUtilityTest, ReportsStatusAndMergedHeadersWithTheBody) {
   EXPECT_EQ(requests[0].spoolDirectory, "/store");
 }
 
-TEST_F(NetworkUtilityTest, SendsAsTheSettingsOfTheRequestSay) {
-  const auto own = std::make_shared<FakeHttpTransport>();
-  own->answer(answerWith(200, "own"));
-  auto settings = std::make_shared<RequestSettings>();
-  settings->transport = own;
-  settings->connectTimeout = std::chrono::milliseconds(1);
-  settings->stallTimeout = std::chrono::milliseconds(2);
-  get({{kRequestSettings, settings},
-       {kResponseLimits, std::make_shared<ResponseLimitsValue>(
-                             ResponseLimits{.success = 3, .partial = 4, .error = 5})}});
-  EXPECT_EQ(wait().data, Data::fromBytes("own"));
-  EXPECT_EQ(transport_->requestCount(), 0U);
-  const RecordedRequest sent = own->requests().at(0);
-  EXPECT_EQ(sent.connectTimeout, settings->connectTimeout);
-  EXPECT_EQ(sent.stallTimeout, settings->stallTimeout);
-  EXPECT_EQ(sent.limits.forStatus(201), 3U);
-  EXPECT_EQ(sent.limits.forStatus(206), 4U);
-  EXPECT_EQ(sent.limits.forStatus(500), 5U);
-  EXPECT_EQ(sent.spoolDirectory, "");
-}
-
 TEST_F(NetworkUtilityTest, ReportsWhatCannotBeEncodedOnThePoolAndSendsNothing) {
   VRONetworkUtility::POST("http://h/", {}, {}, RequestType::kJson, Dictionary{{"a", Data()}}, {},
                           callback());
@@ -135,22 +114,6 @@ TEST_F(NetworkUtilityTest, EndsOnceWhateverTheTransportDoes) {
   EXPECT_TRUE(transport_->cancelled().empty());
 }
 
-TEST_F(NetworkUtilityTest, KeepsTheCodeAndTheUserInformationOfTheTransportsError) {
-  const Dictionary details{{"curlCode", 28}, {"NSLocalizedDescription", "late"}};
-  transport_->answer({std::nullopt, std::make_shared<Error>("HttpTransport", 28, details)});
-  get();
-  const NetworkErrorPtr first = wait().error;
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(first->domain(), "HttpTransport");
-  EXPECT_EQ(first->userInfo(), details);
-  // However often it is wrapped.
-  const std::string key(kUnderlyingError);
-  const auto middle = std::make_shared<const Error>("B", 2, Dictionary{{key, first}});
-  const Error outer("C", 3, {{"message", "x"}, {key, middle}});
-  EXPECT_EQ(&firstCause(outer), first.get());
-  EXPECT_EQ(&firstCause(*first), first.get());
-}
-
 /// Cancels from outside through the transfer, or with everything else through the operation's
 /// token.
 class NetworkCancelTest : public NetworkUtilityTest, public testing::WithParamInterface<bool> {
@@ -193,15 +156,6 @@ TEST_P(NetworkCancelTest, DoesNothingAfterTheEndAndFromInsideTheCompletion) {
   cancel();
   EXPECT_EQ(calls_, 1);
   EXPECT_TRUE(transport_->cancelled().empty());
-}
-
-TEST_F(NetworkUtilityTest, SendsNothingOnceItsOperationIsCancelled) {
-  cancellation_.cancel();
-  get(cancellable());
-  const Report report = wait();
-  EXPECT_EQ(report.error->code(), static_cast<std::int64_t>(HttpTransportError::kCancelled));
-  EXPECT_TRUE(report.onPool);
-  EXPECT_EQ(transport_->requestCount(), 0U);
 }
 
 TEST_F(NetworkUtilityTest, CancelsWhatIsStoppedWhileItIsSent) {
