@@ -68,7 +68,7 @@ TEST(TemplateUtilTest, ParsesIntoLiteralsAndNamesAndIsFilledWhollyOrAsFarAsItCan
             "<2>2");
 }
 
-TEST(TemplateUtilTest, NoDomainGivesNoEndPoint) {
+TEST(TemplateUtilTest, NoDomainGivesNoEndPointAndAnEmptyTokenIsNone) {
   const Dictionary options{{"domain", "http://own"}};
   const auto endPoint = &TemplateUtil::endPointURLFrom;
   const Dictionary ofService{{"domain", "#middlewaredomain"}, {"relativepath", "/p"}};
@@ -76,6 +76,15 @@ TEST(TemplateUtilTest, NoDomainGivesNoEndPoint) {
   EXPECT_EQ(endPoint(ofService, Dictionary{{"domain", nullptr}}), std::nullopt);
   EXPECT_EQ(endPoint(Dictionary{{"domain", nullptr}, {"relativepath", "p"}}, options),
             std::nullopt);
+  EXPECT_EQ(endPoint(std::nullopt, options), std::nullopt);
+  EXPECT_EQ(endPoint(ofService, std::nullopt), std::nullopt);
+  EXPECT_EQ(endPoint(Dictionary{{"domain", "http://d"}, {"relativepath", nullptr}}, options),
+            "http://d");
+  const auto inject = &TemplateUtil::injectVaroAuthorizationInto;
+  EXPECT_EQ(inject(std::nullopt, Dictionary{{"X-Pelmar-Authorization", ""}}), Dictionary{});
+  EXPECT_EQ(inject(Dictionary{{"x-pelmar-authorization", "old"}},
+                   Dictionary{{"X-Pelmar-Authorization", "new"}}),
+            (Dictionary{{"X-Pelmar-Authorization", "new"}}));
 }
 
 TEST(BinaryCallbackTest, ProgressHoldsTheReporterAndSuccessDoesNot) {
