@@ -103,6 +103,8 @@ bool RecordDatabase::replace(const FileRecord& record, const Properties& propert
   SQLite::Statement statement(*database_,
                               "UPDATE files SET metadata = ?, committed = ?, size = ?, "
                               "entity_tag = ?, revision = revision + 1 "
+                              // Matches no row when somebody else has
+                              // written since the record was read.
                               "WHERE id = ? AND revision = ?");
   bindText(statement, 1, record.metadata);
   statement.bind(2, record.committed ? 1 : 0);
@@ -131,6 +133,8 @@ void RecordDatabase::writePropertiesLocked(std::string_view id, const Properties
   bindText(remove, 1, id);
   remove.exec();
   SQLite::Statement add(*database_,
+                        // Of two entries with one name the later one
+                        // stays, which is the service's own.
                         "INSERT OR REPLACE INTO properties (id, name, value) VALUES (?, ?, ?)");
   for (const auto& [name, value] : properties) {
     add.reset();
@@ -147,6 +151,7 @@ std::vector<FileRecord> RecordDatabase::list(const Properties& wanted, Scope sco
   for (std::size_t i = 0; i < wanted.size(); ++i) {
     sql += " AND id IN (SELECT id FROM properties WHERE name = ? AND value = ?)";
   }
+  // The numbers grow with time, while two records may have been created at the same instant.
   sql += " ORDER BY number";
 
   const platform::MutexLock lock(mutex_);

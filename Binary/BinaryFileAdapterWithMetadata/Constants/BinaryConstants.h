@@ -18,7 +18,6 @@ enum class OperationState : std::uint32_t {
   kLastChunkUploaded = 2,
 };
 
-
 /// Bytes of a chunk where the caller gives no usable number: 1 MiB.
 inline constexpr std::int64_t kDefaultChunkSize = 1'048'576;
 

@@ -14,7 +14,6 @@ namespace {
 
 namespace texts = log_texts::binary_file_storage_interface;
 
-
 FileStorageManager& manager() {
   static FileStorageManager& instance = FileStorageManager::sharedInstance();
   return instance;
