@@ -36,6 +36,8 @@ Result<std::unique_ptr<StagedDownload>> StagedDownload::begin() {
   if (failed) {
     return Error::fromErrno(failed.value(), "cannot make the directory", real->documents());
   }
+  // In the documents directory itself: the move at the end is then a rename on one file system,
+  // which nobody can see half done.
   Result<TemporaryDirectory> directory = TemporaryDirectory::makeIn(real->documents());
   if (!directory) return directory.error();
   return std::unique_ptr<StagedDownload>(
@@ -51,6 +53,8 @@ StagedDownload::StagedDownload(std::shared_ptr<const UserDirectories> real,
 StagedDownload::~StagedDownload() { UserDirectories::install(real_); }
 
 Result<std::string> StagedDownload::publish(const std::string& path) const {
+  // Under the compatible policy an object can end up in several files,
+  // each with a part of its bytes.
   if (!isAlone(path)) {
     return Error::make(kCommandLineErrorDomain, kCodeSeveralFiles,
                        "the object was spread over several files; use --policy safe");
