@@ -29,8 +29,7 @@ struct WriteProblem {
 /// - The first chunk sets the length. Chunk n goes to (n - 1) x that length.
 /// - Only the last chunk may be shorter.
 /// - Some clients repeat the whole content in their last chunk. So a later chunk that is longer
-/// than
-///   the first one replaces everything; it must be longer than the chunks before it.
+///   than the first replaces everything; it must be longer than the chunks before it.
 class DiskStore {
  public:
   struct Stored {

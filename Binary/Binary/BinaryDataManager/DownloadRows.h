@@ -24,7 +24,8 @@ class DownloadRows {
   /// `withError` set: code 5 for no row, 4 for another state.
   [[nodiscard]] std::optional<platform::Dictionary> checkIfFileAvailable(
       platform::ErrorPtr* withError) const;
-  /// Has a paused download go on from the size of its file: `input` with "TotalBytesDownloaded".
+  /// The input to resume a paused download at the end of its file: `input` with
+  /// "TotalBytesDownloaded".
   [[nodiscard]] platform::Dictionary withMetaData(platform::Dictionary input) const;
   /// How much of the claimed file is of the object that the row is about.
   struct Beginning {
