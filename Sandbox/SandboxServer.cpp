@@ -142,6 +142,7 @@ std::optional<SandboxServer::Error> SandboxServer::start() {
   if (running_) return Error{"the sandbox runs already"};
   if (options_.dataDirectory.empty()) return Error{"the sandbox needs a data directory"};
   try {
+    // Kept aside until both listen: after an error its destructor takes everything back.
     auto running = std::make_unique<Running>(options_, *shared_);
     // The store first: the service hands out its address.
     if (auto problem = running->store.start(options_.address, options_.storePort)) {

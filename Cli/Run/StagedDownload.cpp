@@ -60,6 +60,7 @@ Result<std::string> StagedDownload::publish(const std::string& path) const {
                        "the object was spread over several files; use --policy safe");
   }
   const std::string documents = UserDirectories::current()->documents();
+  // The same place below the real directory as the file has below the hidden one.
   const fs::path target = real_->documents() / fs::path(path).lexically_relative(documents);
   std::error_code failed;
   fs::create_directories(target.parent_path(), failed);

@@ -51,6 +51,7 @@ std::optional<HttpRequest> bentRequest(const HttpRequest& request, const FaultAc
     if (!positions) return std::nullopt;
     if (action.shortenRange) {
       const std::uint64_t length =
+          // Both ends are inclusive, so n bytes end n - 1 behind the first.
           std::min(positions->last - positions->first, *action.shortenRange - 1);
       positions->last = positions->first + length;
     }

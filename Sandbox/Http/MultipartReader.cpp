@@ -8,6 +8,7 @@
 namespace varo::sandbox {
 namespace {
 
+// A head is held in memory until it ends, so one that never ends has to be refused.
 constexpr std::size_t kMaxPartHead = 16 * 1024;
 constexpr std::size_t kMaxBoundary = 70;  // RFC 2046, 5.1.1
 

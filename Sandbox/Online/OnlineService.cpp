@@ -157,11 +157,13 @@ void OnlineService::addAddress(const OnlineTemplateKind& kind, const json::objec
     // The client fills placeholders from its parameters, so only a name that it gave can be one.
     path = fmt::format("/{}", kObjectNamePlaceholder);
   }
+  // The client signs the host, and takes it from here.
   if (kind.auth == Auth::kHmacDigest) entries["Host"] = authority;
   if (kind.address == OnlineTemplateKind::Address::kEndpointUrl) {
     entries["endpointUrl"] = domain + path;
     return;
   }
+  // The service calls itself by a name that stands for the address which the client has anyway.
   entries["domain"] = isService ? std::string(kServiceDomain) : std::move(domain);
   entries["relativepath"] = std::move(path);
 }

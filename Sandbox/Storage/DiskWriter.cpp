@@ -114,6 +114,7 @@ std::optional<WriteProblem> DiskWriter::finish() {
     return WriteProblem{kInternal, "the bytes cannot be written"};
   }
   store_.publish(key_, next_, previous_.fileName);
+  // From here on the record names the file, and the destructor leaves it alone.
   finished_ = true;
   return std::nullopt;
 }

@@ -7,6 +7,7 @@
 namespace varo::sandbox {
 namespace {
 
+// For whoever looks into the file with another tool; the sandbox itself has one connection.
 constexpr int kBusyTimeoutMs = 5000;
 
 // Losing the last moments in a power cut is fine for a sandbox, a damaged file is not.
@@ -63,6 +64,8 @@ FileRecord readFile(SQLite::Statement& row) {
 
 }  // namespace
 
+// One connection for all threads, under the lock: statements are short, and a transaction is never
+// mixed with another thread's.
 RecordDatabase::RecordDatabase(const std::string& path)
     : database_(std::make_unique<SQLite::Database>(
           path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyTimeoutMs)) {
