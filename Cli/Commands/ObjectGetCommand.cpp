@@ -150,8 +150,8 @@ class Streamer {
 
   /// Called for one chunk after the other.
   void take(const std::string& id, const Chunk& chunk) {
-    // Chunks that were under way still come after a failure; a gap in the
-    // output would be worse than an end.
+    // Chunks that were under way still come after a failure; a gap in the output would be worse
+    // than an end.
     if (hasFailed_ || !chunk.data()) return;
     if (const auto written = writeBytes(STDOUT_FILENO, *chunk.data(), interrupts_); !written) {
       hasFailed_ = true;

@@ -86,8 +86,8 @@ Outcome Operation::wait(const std::function<std::optional<Outcome>()>& tick) {
       if (outcome_) return *outcome_;
       tickIsDue_ = false;
     }
-    // Without the lock: the tick writes to the terminal, which may be slow,
-    // while blocks end the operation.
+    // Without the lock: the tick writes to the terminal, which may be slow, while blocks end the
+    // operation.
     if (const std::optional<Outcome> given = tick()) end(given->kind, given->value);
   }
 }

@@ -38,8 +38,8 @@ bool mayColour(Stream stream) {
 void occupyClosedStreams() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(descriptor, F_GETFD) != -1) continue;
-    // The lowest that is free, which is this one; opened for what nobody does with it.
-    // So reads and writes there still fail, as they would on a closed stream.
+    // The lowest that is free, which is this one; opened for what nobody does with it. So reads and
+    // writes there still fail, as they would on a closed stream.
     const int flags = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
     (void)::open("/dev/null", flags);
   }

@@ -21,8 +21,8 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
     try {
       entry = std::make_shared<Entry>();
     } catch (const std::bad_alloc&) {
-      // The caller goes on in the belief that the job runs. Without memory to queue it, it
-      // runs in its turn on this thread.
+      // The caller goes on in the belief that the job runs. Without memory to queue it, it runs in
+      // its turn on this thread.
       return sync([&job] { ThreadPool::runHere(job); });
     }
     entry->job = std::move(job);

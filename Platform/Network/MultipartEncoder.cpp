@@ -90,8 +90,8 @@ Result<MultipartBody> encodeMultipart(const Dictionary& description,
   if (!parts) return parts.error();
 
   std::string boundary = nextBoundary();
-  // Only the heads are searched. The contents may be files, and 128 random bits
-  // do not stand in one by chance.
+  // Only the heads are searched. The contents may be files, and 128 random bits do not stand in one
+  // by chance.
   for (int attempt = 1; occursInHeaders(*parts, boundary); ++attempt) {
     if (attempt == kBoundaryAttempts) return invalid("No multipart boundary could be found.");
     boundary = nextBoundary();

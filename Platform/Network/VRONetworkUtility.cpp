@@ -73,8 +73,8 @@ class Transports {
       installed = installed_;
       byDefault = default_;
     }
-    // Copied out, since a transport ends its requests here and their
-    // blocks may ask for a transport.
+    // Copied out, since a transport ends its requests here and their blocks may ask for a
+    // transport.
     if (installed != nullptr) installed->shutdown();
     if (byDefault != nullptr) byDefault->shutdown();
   }

@@ -97,8 +97,8 @@ std::optional<HttpResponse> replacementFor(const FaultAction& action) {
 
 void spoil(HttpResponse& response, const FaultAction& action) {
   bendTotal(response, action);
-  // All old ones go before the first new one comes. In one pass, a second value for a
-  // name would take away the first.
+  // All old ones go before the first new one comes. In one pass, a second value for a name would
+  // take away the first.
   for (const auto& [name, value] : action.headers) {
     std::erase_if(response.headers, [&name = name](const auto& field) {
       return platform::equalIgnoringCase(field.first, name);

@@ -39,8 +39,8 @@ std::optional<AcceptedDeletes::Poll> AcceptedDeletes::poll(std::string_view name
   const auto found = entries_.find(name);
   if (found == entries_.end()) return std::nullopt;
   Entry& entry = found->second;
-  // The list of files is shared, not copied, and nobody changes it. The caller
-  // removes them outside the lock.
+  // The list of files is shared, not copied, and nobody changes it. The caller removes them outside
+  // the lock.
   return Poll{answerTo(entry.kind, entry.polls++), entry.kind, entry.files, entry.fileCount};
 }
 

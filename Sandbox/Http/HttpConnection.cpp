@@ -161,8 +161,8 @@ HttpConnection::Arrival HttpConnection::awaitHead(const std::function<bool()>& m
 bool HttpConnection::awaitInput(steady_clock::time_point deadline,
                                 const std::function<bool()>& mayIdle) {
   for (;;) {
-    // In slices: a stop, or a crowd that waits for this thread, should not
-    // have to wait for the time-out.
+    // In slices: a stop, or a crowd that waits for this thread, should not have to wait for the
+    // time-out.
     const auto rest = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
     if (socket_.awaitInput(std::clamp(rest, milliseconds(0), kIdleSlice))) return true;
     if (rest <= milliseconds(0) || !mayIdle()) return false;
@@ -235,8 +235,8 @@ bool HttpConnection::sendBody(const HttpResponse& response) {
     if (server_.stopSignal.raised()) return false;
     if (delivery.cutAfter && offset >= *delivery.cutAfter) return false;
     std::uint64_t piece = std::min<std::uint64_t>(length - offset, kBlockBytes);
-    // A piece ends where a fault begins, so that the client gets exactly as
-    // many bytes as the test asked for.
+    // A piece ends where a fault begins, so that the client gets exactly as many bytes as the test
+    // asked for.
     for (const auto& border : {delivery.stallAfter, delivery.cutAfter}) {
       if (border) piece = std::min(piece, *border - offset);
     }
@@ -244,8 +244,8 @@ bool HttpConnection::sendBody(const HttpResponse& response) {
     std::string_view bytes;
     if (response.content) {
       const std::span<char> space = block().first(size);
-      // Status and length are on their way already. Only a closed connection can say
-      // now that the rest does not come.
+      // Status and length are on their way already. Only a closed connection can say now that the
+      // rest does not come.
       if (!response.content(response.contentOffset + offset, space)) return false;
       bytes = {space.data(), size};
     } else {

@@ -94,8 +94,8 @@ void HttpListener::acceptAll() {
 bool HttpListener::awaitFreeThread() {
   const platform::MutexLock lock(mutex_);
   while (served_.size() >= limits_.connections && !stopSignal_.raised()) {
-    // Idle connections see this within a moment and end, so the new client waits for
-    // one of them and is not refused.
+    // Idle connections see this within a moment and end, so the new client waits for one of them
+    // and is not refused.
     isCrowded_ = true;
     changed_.wait(mutex_);
   }

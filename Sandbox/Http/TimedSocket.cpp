@@ -58,8 +58,8 @@ bool TimedSocket::peerIsLoopback() const {
   ErrorCode error;
   const ip::address address = socket_.remote_endpoint(error).address();
   if (error) return false;
-  // A listener on "::" sees IPv4 clients under such addresses, which
-  // are no loopback ones themselves.
+  // A listener on "::" sees IPv4 clients under such addresses, which are no loopback ones
+  // themselves.
   if (address.is_v6() && address.to_v6().is_v4_mapped()) {
     return ip::make_address_v4(ip::v4_mapped, address.to_v6()).is_loopback();
   }

@@ -28,8 +28,8 @@ std::string signedPath(const SignedStoreOptions& keys, std::string_view method,
   request.path = fmt::format("/{}", key);
   request.headers = {{"Host", std::string(authority)}};
   request.parameters = {{"X-Amz-Algorithm", std::string(sigv4::kAlgorithm)},
-                        // Not encoded yet: the canonical request encodes, and so
-                        // does the loop below, each once.
+                        // Not encoded yet: the canonical request encodes, and so does the loop
+                        // below, each once.
                         {"X-Amz-Credential", fmt::format("{}/{}", keys.accessKey, scope.text())},
                         {"X-Amz-Date", timestamp},
                         {"X-Amz-Expires", std::string(kLifetimeSeconds)},

@@ -28,8 +28,8 @@ std::string_view dispositionOf(std::string_view head) {
 }
 
 std::optional<std::string> parameterOf(std::string_view disposition, std::string_view name) {
-  // With the semicolon in front, so that "name" is not found within "filename". Clients
-  // differ in the blank behind it.
+  // With the semicolon in front, so that "name" is not found within "filename". Clients differ in
+  // the blank behind it.
   for (const char* format : {"; {}=\"", ";{}=\""}) {
     const std::string opening = fmt::format(fmt::runtime(format), name);
     const std::size_t begin = disposition.find(opening);

@@ -124,8 +124,8 @@ SignatureVerifier::Problem SignatureVerifier::checkSignature(const HttpRequest& 
                     "The signature is not the one of this request under the access key's secret.",
                     {{"AWSAccessKeyId", claim.accessKey},
                      {"SignatureProvided", claim.signature},
-                     // Both without the secret. Compared with the client's
-                     // own, they show where the two part.
+                     // Both without the secret. Compared with the client's own, they show where the
+                     // two part.
                      {"StringToSign", toSign},
                      {"CanonicalRequest", canonical}}};
 }

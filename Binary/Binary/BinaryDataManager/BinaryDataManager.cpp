@@ -160,8 +160,8 @@ void BinaryDataManager::createDownloadTaskForDb(const std::string& databaseName,
   insides_->dataManagerQueue.async(
       [self = shared_from_this(),
        column = BlobColumn{databaseName, tableName, columnName, primaryKeyTable}, downloadConfig,
-       // Taken now, and not on the queue: a policy that is set after
-       // this call is for later downloads.
+       // Taken now, and not on the queue: a policy that is set after this call is for later
+       // downloads.
        settings = OperationSettings::take(downloadConfig), completion = std::move(completion)] {
         const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed, [&] {
           self->insides_->create(column, downloadConfig, settings, completion);
