@@ -62,6 +62,7 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
     console.print("standard output could not be written", "error: ", Console::Style::kError);
     status = status == 0 ? kExitFailure : status;
   }
+  // After the shutdown: what was still running has used the session's transport.
   session.reset();
   platform::VaroNativeFacade::setSink(nullptr);
   return status;
@@ -70,7 +71,9 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
 }  // namespace
 
 int runProgram(const std::vector<std::string>& arguments) {
+  // First of all: the next file that is opened would otherwise become standard output.
   terminal::occupyClosedStreams();
+  // Before any other thread, which would take the signals otherwise.
   Interrupts interrupts;
   const char* token = std::getenv("VARO_TOKEN");
   const ParsedCommandLine parsed = parseCommandLine(
@@ -79,6 +82,7 @@ int runProgram(const std::vector<std::string>& arguments) {
 }
 
 void tellThatNothingBegan(std::span<char* const> words, const char* reason) noexcept {
+  // Nothing was parsed yet, or the parser itself has failed; the words alone have to do.
   const bool scriptReads = std::any_of(words.begin(), words.end(), [](const char* word) {
     return word == std::string_view("--json");
   });

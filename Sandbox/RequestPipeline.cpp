@@ -34,21 +34,28 @@ RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken
     : listener_(std::move(listener)), requiredToken_(std::move(requiredToken)), shared_(shared) {}
 
 HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) const {
+  // Before anything else: a rule that hits every request could not be removed again.
   if (request.path.starts_with(kControlPath)) return router_.route(request, body);
 
+  // Before the token check, so that faults hit, and count, requests that the service would refuse.
   const auto fault = shared_.faults.hit(listener_, request);
+  // On the stop signal, so that a long latency does not hold up the end of a test.
   if (fault) shared_.stopSignal.waitFor(fault->latency);
   CountingBody counted(body);
   auto replacement = fault ? replacementFor(*fault) : std::nullopt;
   HttpResponse response;
   try {
+    // The service sees the bent request, as if the client had asked for other bytes.
     auto bent = fault ? bentRequest(request, *fault) : std::nullopt;
     response =
         replacement ? *std::move(replacement) : authorizedResponse(bent ? *bent : request, counted);
   } catch (const std::exception& exception) {
+    // The database failed, say. The answer is one like others: logged, and spoilt where a fault
+    // asks for that.
     response = errorResponse(kInternal, exception.what(), 500);
   }
   if (fault) spoil(response, *fault);
+  // As it came, and not as a fault bent it: tests ask what the client sent.
   shared_.log.record(listener_, request, counted.count(), response.status);
   return response;
 }

@@ -39,6 +39,7 @@ bool isLoopbackAddress(std::string_view address) {
 }
 
 std::string origin(std::string_view address, std::uint16_t port) {
+  // "All addresses" is something to listen on. A client needs one that it can connect to.
   if (address == "0.0.0.0" || address == "::") address = "127.0.0.1";
   const bool bracketed = address.find(':') != std::string_view::npos;
   return fmt::format("http://{}{}{}:{}", bracketed ? "[" : "", address, bracketed ? "]" : "", port);
@@ -74,6 +75,7 @@ struct SandboxServer::Running {
         signedBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
         blobs(records, blobBytes),
         recordService({records, serviceBytes, plainBytes}, options.defaultTemplate,
+                      // Asked with each request: the port is known once the store listens.
                       [this, address = options.address] { return origin(address, store.port()); }),
         contentService(records, serviceBytes),
         deleteService({records, serviceBytes, plainBytes}, shared.defaultDelete),
@@ -140,6 +142,7 @@ std::optional<SandboxServer::Error> SandboxServer::start() {
   if (running_) return Error{"the sandbox runs already"};
   if (options_.dataDirectory.empty()) return Error{"the sandbox needs a data directory"};
   try {
+    // Kept aside until both listen: after an error its destructor takes everything back.
     auto running = std::make_unique<Running>(options_, *shared_);
     // The store first: the service hands out its address.
     if (auto problem = running->store.start(options_.address, options_.storePort)) {
@@ -148,6 +151,7 @@ std::optional<SandboxServer::Error> SandboxServer::start() {
     if (auto problem = running->service.start(options_.address, options_.port)) {
       return Error{*std::move(problem)};
     }
+    // Other threads may ask for the addresses while this one starts.
     const platform::MutexLock lock(shared_->mutex);
     shared_->serviceOrigin = origin(options_.address, running->service.port());
     shared_->storeOrigin = origin(options_.address, running->store.port());

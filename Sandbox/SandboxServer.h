@@ -39,8 +39,8 @@ class SandboxServer {
   /// more. Does nothing when nothing runs.
   void stop();
 
-  /// The base URL that an application is given. This and the next four are of the last start, and
-  /// stay what they were after `stop`.
+  /// The base URL that an application is given. This URL and the next four belong to the last start
+  /// and stay the same after `stop`.
   [[nodiscard]] std::string url() const;
   /// The base URL of binary columns of records. It ends in a slash.
   [[nodiscard]] std::string blobUrl() const;

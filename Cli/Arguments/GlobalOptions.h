@@ -17,8 +17,8 @@ struct GlobalOptions {
   std::string home;
   /// Request headers, the token's among them.
   platform::Dictionary headers;
-  /// The token of `--token`, `--token-file` or VARO_TOKEN, which is also among the headers; not one
-  /// that was given as a header.
+  /// The token of `--token`, `--token-file` or VARO_TOKEN, which is also among the headers. None
+  /// where the token was given as a header.
   std::optional<std::string> token;
   /// The options dictionary of an operation.
   platform::Dictionary options;

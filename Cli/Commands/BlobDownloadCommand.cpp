@@ -82,6 +82,7 @@ Dictionary configOf(Session& session, const BlobDownloadOptions& options) {
   Dictionary config = options.config;
   Dictionary headers = config[binary::kDownloadHeaders].dictionaryValue();
   for (const platform::DictionaryEntry& header : session.options().headers) {
+    // Sets and does not add: the same header twice, in two spellings, would be sent twice.
     setHeader(headers, header.key, header.value.textValue());
     if (!platform::equalIgnoringCase(header.key, binary::kVaroAuthorization)) continue;
     headers.remove(header.key);
@@ -124,6 +125,7 @@ class BlobDownload : public std::enable_shared_from_this<BlobDownload> {
       if (std::exchange(pauseIsAsked_, true)) return std::nullopt;
       id = *startedId_;
     }
+    // Without the lock: the library may answer at once, on this thread, and the answer takes it.
     manager().pauseDownload(
         id, blocks_.guarded([self = shared_from_this()](const auto& blobId, const auto& error,
                                                         const auto& result) {
@@ -149,6 +151,8 @@ class BlobDownload : public std::enable_shared_from_this<BlobDownload> {
     if (error != nullptr || !id) return blocks_.onFailure(error);
     {
       MutexLock lock(mutex_);
+      // Under the lock that `pause` looks under: either it finds the id and pauses, or this finds
+      // the interrupt and starts nothing.
       if (giveUpAt_) return;  // interrupted meanwhile
       startedId_ = id;
     }
@@ -179,6 +183,7 @@ class BlobDownload : public std::enable_shared_from_this<BlobDownload> {
           Dictionary{{kId, id ? Value(*id) : Value()}, {kResult, result ? *result : Value()}});
     }
     MutexLock lock(mutex_);
+    // Not running yet, or just ending. The next tick asks again, until the limit.
     pauseIsAsked_ = false;
   }
 

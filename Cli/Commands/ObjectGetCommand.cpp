@@ -150,6 +150,8 @@ class Streamer {
 
   /// Called for one chunk after the other.
   void take(const std::string& id, const Chunk& chunk) {
+    // Chunks that were under way still come after a failure; a gap in the output would be worse
+    // than an end.
     if (hasFailed_ || !chunk.data()) return;
     if (const auto written = writeBytes(STDOUT_FILENO, *chunk.data(), interrupts_); !written) {
       hasFailed_ = true;
@@ -188,6 +190,7 @@ int stream(Session& session, const ObjectGetOptions& options) {
       },
       {}, Session::Ending::kIsTold);
   // The interrupt that cut the last chunk may be heard of later than the download's end.
+  // (`take` has told nothing then.)
   if (outcome.kind == Outcome::Kind::kSuccess && streamer->hasFailed()) {
     outcome = {Outcome::Kind::kInterrupted, {}};
   }

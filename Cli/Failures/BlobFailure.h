@@ -6,8 +6,8 @@
 
 namespace varo::cli {
 
-/// A failure of an operation on `record` as people read it. The library's errors do not say which
-/// database was looked at and what is missing in it; this looks again and does.
+/// A failure of an operation on `record` as people read it. The library's errors do not say in
+/// which database it looked and what is missing there, so this function looks again and says it.
 [[nodiscard]] FailureText describeBlobFailure(const BlobRecord& record,
                                               const platform::Value& failure);
 

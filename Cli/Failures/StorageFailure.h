@@ -6,10 +6,11 @@
 
 namespace varo::cli {
 
-/// Says of a download that could not be stored why, and what to look at. `failure` is what its
-/// error context has under "PersistenceError": a text, and the "path", below `directory` where it
-/// has none. Where the folder is missing since it cannot be made, that is the cause: the failure
-/// itself only says that there is no such file.
+/// Says why a download could not be stored, and what to check.
+/// - `failure` is what its error context has under "PersistenceError": a text and, where known, the
+///   "path"; without one the file is taken to be below `directory`.
+/// - A folder that is missing because it cannot be made is told as the cause: the failure itself
+///   only says that there is no such file.
 void describeStorageFailure(const platform::Dictionary& failure, const std::string& directory,
                             FailureText& text);
 

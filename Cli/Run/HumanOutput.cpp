@@ -63,6 +63,7 @@ void HumanOutput::writeTick() {
 }
 
 void HumanOutput::showBar(ProgressBar::Clock::time_point now, bool isLast) {
+  // The last report is shown in any case: the line would otherwise stop a little short of the end.
   if (!console_.isTerminal() || (!isLast && now - lastShown_ < kRedrawInterval)) return;
   lastShown_ = now;
   const std::size_t width = width_();

@@ -18,6 +18,8 @@ Interrupts::Interrupts() {
   (void)std::signal(SIGPIPE, SIG_IGN);
   // So is a file that reaches the shell's limit.
   (void)std::signal(SIGXFSZ, SIG_IGN);
+  // Before the first thread starts: they all inherit the mask, so no thread is ever interrupted by
+  // a signal, and the one below reads them as it likes.
   sigset_t watched;
   ::sigemptyset(&watched);
   for (const int signal : {SIGINT, SIGTERM}) {
@@ -30,6 +32,8 @@ Interrupts::Interrupts() {
   const bool hangUpIsIgnored =
       ::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler == SIG_IGN;
   if (!hangUpIsIgnored) ::sigaddset(&watched, SIGHUP);  // else nohup asked for it
+  // Read by a thread and not caught by a handler, in which almost nothing would be allowed: no
+  // lock, no allocation, no output.
   signals_ = ::signalfd(-1, &watched, SFD_CLOEXEC);
   wakeUp_ = ::eventfd(0, EFD_CLOEXEC);
   // Without the descriptors the signals keep their usual effect, which ends the program.
@@ -41,6 +45,7 @@ Interrupts::Interrupts() {
 Interrupts::~Interrupts() {
   if (thread_.joinable()) {
     const std::uint64_t one = 1;
+    // Only a thread that was told to end is joined; a wait for any other could last for ever.
     if (::write(wakeUp_, &one, sizeof one) == sizeof one) thread_.join();
   }
   if (signals_ >= 0) ::close(signals_);
@@ -61,10 +66,12 @@ void Interrupts::raise() {
   std::vector<std::weak_ptr<Interruptible>> targets;
   {
     MutexLock lock(mutex_);
+    // The second interrupt: whoever sends it no longer wants to wait for an orderly end.
     if (raised_) ::_exit(kExitStatus);
     raised_ = true;
     targets = std::exchange(targets_, {});
   }
+  // Without the lock, since a target may ask `raised` or subscribe.
   for (const auto& weak : targets) {
     if (const auto target = weak.lock()) target->interrupted();
   }
@@ -84,6 +91,7 @@ void Interrupts::subscribe(const std::shared_ptr<Interruptible>& target) {
       return;
     }
   }
+  // It came too late to be in the list, so it hears of the interrupt here.
   target->interrupted();
 }
 

@@ -39,6 +39,7 @@ Value form(const Value& value, std::size_t depth) {
 
   const bool nests = value.isArray() || value.isDictionary() || value.error() != nullptr;
   if (!nests) return value;
+  // As text and not as an error: the event that reports it must come out in any case.
   if (depth >= kDeepest) return platform::sanitizeUtf8(value.description());
   if (const Dictionary* dictionary = value.dictionary()) {
     return formOfEntries(*dictionary, depth + 1);

@@ -23,6 +23,7 @@ constexpr std::string_view kFixedFailure =
 void JsonOutput::writeFixedFailure(std::ostream& stream) { stream << kFixedFailure << std::flush; }
 
 void JsonOutput::writeLine(std::string_view event, const Dictionary& details) {
+  // A script reads along, so no line may wait in the buffer.
   stream_ << eventLine(event, details) << '\n' << std::flush;
 }
 

@@ -21,6 +21,7 @@ int runToItsLastEvent(Output& output, const std::function<int()>& command) noexc
       (void)output.failure(
           platform::Error::make(kCommandLineErrorDomain, kCodeExceptionThrown, error.what()));
     }
+    // Also when telling the failure throws. Fixed words need no memory.
   } catch (...) {
     output.failWithFixedWords();
   }

@@ -20,9 +20,8 @@ struct Outcome {
   platform::Value value;
 };
 
-/// The failure that stands for what could not be said or done for want of memory, or because of an
-/// exception that nobody expected. Made when it is first asked for, which the constructor of
-/// `Operation` does, so that it is there when there is no memory.
+/// The failure for when memory runs out or an unexpected exception arrives. Made when it is first
+/// asked for: the constructor of `Operation` does that, while there is memory.
 [[nodiscard]] const platform::Value& unexpectedFailure();
 
 /// One operation of the library: the blocks to give it, and a place to wait for its outcome.

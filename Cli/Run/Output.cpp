@@ -10,6 +10,8 @@ using platform::MutexLock;
 using platform::Value;
 
 void Output::begin(const std::string& activity) {
+  // Held while writing, here and below: lines of several threads stay whole, and nothing is
+  // written behind the last event.
   MutexLock lock(mutex_);
   if (!finished_) writeBegin(activity);
 }
@@ -60,6 +62,7 @@ bool Output::paused(const platform::Dictionary& state, const HumanText& text) {
 /// A line is written when it is complete, so that what throws before has written nothing.
 bool Output::finish(const std::function<void()>& write) {
   MutexLock lock(mutex_);
+  // Set before the write, so that a write that throws is not taken for one that never was.
   if (std::exchange(finished_, true)) return false;
   try {
     write();

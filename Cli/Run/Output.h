@@ -43,8 +43,8 @@ class Output {
   void note(const std::string& text);
 
   /// The outcome: what the success or the failure block received, or the "id" and the "result" of a
-  /// pause. False when there was one already, and where it could not be told for want of memory or
-  /// because of an exception: then a failure was, in fixed words.
+  /// pause. False when there was an outcome already. Also false when memory ran out or an exception
+  /// arrived while it was written: a failure in fixed words is then written instead.
   bool success(const platform::Value& result, const HumanText& text);
   /// Secrets in the failure are replaced.
   bool failure(const platform::Value& error, const Explain& explain = describeFailure);

@@ -60,6 +60,7 @@ Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrup
   network.caFile = options_.caFile;
   // Cannot be refused: nothing was sent yet.
   (void)VRONetworkUtility::configure(network);
+  // Only there may an operation end without a word; the safe policy has an error for each case.
   if (options_.policy == binary::TransferPolicy::kCompatible) {
     watch_ = std::make_shared<TransferWatch>(VRONetworkUtility::transport());
     VRONetworkUtility::setTransport(watch_);
@@ -74,6 +75,8 @@ std::optional<Outcome> Session::checkForSilence() const {
 }
 
 Outcome Session::await(const Start& start, const Pause& pause, Ending ending) {
+  // An interrupt that came before must not start anything; `subscribe`
+  // covers one that comes from now on.
   if (interrupts_.raised()) return {Outcome::Kind::kInterrupted, {}};
   using OnInterrupt = Operation::OnInterrupt;
   const auto operation =
@@ -84,6 +87,7 @@ Outcome Session::await(const Start& start, const Pause& pause, Ending ending) {
                         output->progress(value);
                       }),
                       operation->onPaused()};
+  // After the subscription, so that no interrupt falls between the two.
   start(blocks);
   return operation->wait([&] {
     output_->tick();
@@ -95,6 +99,7 @@ Outcome Session::await(const Start& start, const Pause& pause, Ending ending) {
 void Session::waitForInterrupt() {
   const auto nothing = std::make_shared<Operation>();
   interrupts_.subscribe(nothing);
+  // Nothing but the interrupt ends this operation.
   (void)nothing->wait([] { return std::nullopt; });
 }
 
@@ -109,6 +114,7 @@ int Session::finish(const Outcome& outcome, const Wording& wording) {
   };
   switch (outcome.kind) {
     case Outcome::Kind::kSuccess:
+      // A result that could not be told is a failure to whoever waits for it.
       return output_->success(outcome.value, told(wording.success)) ? 0 : kExitFailure;
     case Outcome::Kind::kPaused:
       output_->paused(outcome.value.dictionaryValue(), told(wording.paused));

@@ -37,8 +37,8 @@ class Session {
     Operation::Block onProgress;
     Operation::Block onPaused;
 
-    /// `block`, for the library to call: what it throws, as for want of memory, ends the operation.
-    /// The library would log it and go on, and the command wait for ever.
+    /// `block`, for the library to call. What it throws ends the operation, when memory runs out
+    /// for example: the library would only log it, and the command would wait for ever.
     template <typename F>
     [[nodiscard]] auto guarded(F block) const {
       return [onFailure = onFailure, block = std::move(block)](const auto&... arguments) {

@@ -36,6 +36,8 @@ Result<std::unique_ptr<StagedDownload>> StagedDownload::begin() {
   if (failed) {
     return Error::fromErrno(failed.value(), "cannot make the directory", real->documents());
   }
+  // In the documents directory itself: the move at the end is then a rename on one file system,
+  // which nobody can see half done.
   Result<TemporaryDirectory> directory = TemporaryDirectory::makeIn(real->documents());
   if (!directory) return directory.error();
   return std::unique_ptr<StagedDownload>(
@@ -51,11 +53,14 @@ StagedDownload::StagedDownload(std::shared_ptr<const UserDirectories> real,
 StagedDownload::~StagedDownload() { UserDirectories::install(real_); }
 
 Result<std::string> StagedDownload::publish(const std::string& path) const {
+  // Under the compatible policy an object can end up in several files,
+  // each with a part of its bytes.
   if (!isAlone(path)) {
     return Error::make(kCommandLineErrorDomain, kCodeSeveralFiles,
                        "the object was spread over several files; use --policy safe");
   }
   const std::string documents = UserDirectories::current()->documents();
+  // The same place below the real directory as the file has below the hidden one.
   const fs::path target = real_->documents() / fs::path(path).lexically_relative(documents);
   std::error_code failed;
   fs::create_directories(target.parent_path(), failed);

@@ -13,9 +13,10 @@ class UserDirectories;
 namespace varo::cli {
 
 /// Has the library store its downloads in a hidden directory next to where they belong, so that a
-/// file appears in its place when it is complete, and not at all if it never is. While this object
-/// lives, other user directories are in force. One at a time, on the main thread; what still
-/// downloads has to be ended before this object goes, with what is left in the hidden directory.
+/// file appears in its place when it is complete, and not at all if it never is.
+/// - While this object lives, other user directories are in force.
+/// - Its end removes the hidden directory and what is left in it, so downloads must have ended.
+/// - One at a time, on the main thread.
 class StagedDownload {
  public:
   /// Errors: domain "POSIX".

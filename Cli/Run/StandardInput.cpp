@@ -34,10 +34,12 @@ constexpr std::string_view kNoDirectory = "cannot find the directory for tempora
 ssize_t readSome(int descriptor, const Interrupts& interrupts, std::array<char, kPiece>& buffer) {
   while (true) {
     if (interrupts.raised()) return -ECANCELED;
+    // A read alone would wait until somebody types, and no interrupt would end it.
     pollfd source{descriptor, POLLIN, 0};
     const int ready = ::poll(&source, 1, kPollMs);
     if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
     const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
+    // A terminal may give less than was asked for; only 0 is the end.
     if (length >= 0) return length;
     if (errno != EINTR && errno != EAGAIN) return -errno;
   }
@@ -62,12 +64,14 @@ Result<InputCopy> InputCopy::make(int descriptor, const Interrupts& interrupts) 
   std::error_code failed;
   const std::filesystem::path directory = std::filesystem::temp_directory_path(failed);
   if (failed) return Error::fromErrno(failed.value(), kNoDirectory, "");
+  // Without a name nothing is left behind, however the program ends.
   auto file = File::createUnnamed(directory);
   if (!file) return file.error();
   if (auto copied = copyAll(descriptor, interrupts, **file); !copied) return copied.error();
   return InputCopy(std::move(file).value());
 }
 
+// The library opens a file by its path. This one leads to the open file that has none.
 std::string InputCopy::path() const { return fmt::format("/proc/self/fd/{}", file_->descriptor()); }
 
 }  // namespace varo::cli

@@ -40,6 +40,7 @@ int writePiece(int descriptor, std::string_view piece, std::size_t limit,
     if (interrupts.raised()) return ECANCELED;
     pollfd target{descriptor, POLLOUT, 0};
     const int ready = ::poll(&target, 1, kPollMs);
+    // Round again, past the look at the interrupt.
     if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
     const ssize_t written = ::write(descriptor, piece.data(), std::min(piece.size(), limit));
     if (written >= 0) {

@@ -24,6 +24,7 @@ TemporaryDirectory::TemporaryDirectory(TemporaryDirectory&& other) noexcept
     : path_(std::exchange(other.path_, {})) {}
 
 TemporaryDirectory& TemporaryDirectory::operator=(TemporaryDirectory&& other) noexcept {
+  // The other one removes what was here when it ends.
   std::swap(path_, other.path_);
   return *this;
 }

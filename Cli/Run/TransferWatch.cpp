@@ -20,8 +20,10 @@ std::shared_ptr<platform::HttpTransfer> TransferWatch::send(platform::HttpReques
                                                             platform::HttpCompletion completion) {
   {
     MutexLock lock(state_->mutex);
+    // Before the transfer begins: it may complete on another thread before `send` returns.
     ++state_->underWay;
   }
+  // The state is shared, since a late completion may outlive this object.
   auto watched = [state = state_, completion = std::move(completion)](
                      std::optional<platform::HttpResponse> response, platform::ErrorPtr error) {
     // The end of the completion, not of the transfer: it may start the next transfer.

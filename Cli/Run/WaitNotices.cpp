@@ -17,6 +17,7 @@ WaitNotices::WaitNotices(std::shared_ptr<platform::LogSink> lines, platform::Log
 void WaitNotices::write(std::string_view logger, platform::LogLevel level,
                         const platform::LogLocation& location, std::string_view message) {
   if (level >= leastLevel_) lines_->write(logger, level, location, message);
+  // The library's log is where it says that a service still works on a delete.
   if (level == platform::LogLevel::kInfo && message.starts_with(binary::kServiceStillWorking)) {
     output_->note(fmt::format("{} of {}", printable(message), binary::polling::kMaxStatusRequests));
   }

@@ -7,9 +7,9 @@
 
 namespace varo::cli {
 
-/// Passes log lines on from a least level, and tells people, at any level, that the service is
-/// still working on what it accepted for later and which attempt to ask for its status this was.
-/// The library logs that at info level, so the process has to log from there at least.
+/// Passes log lines of at least one level on. Beside that it tells people, whatever the level, that
+/// the service still works on what it accepted for later, and the number of the status request that
+/// said so. The library logs that at info level, so its log level must be info or below.
 class WaitNotices final : public platform::LogSink {
  public:
   WaitNotices(std::shared_ptr<platform::LogSink> lines, platform::LogLevel leastLevel,

@@ -50,6 +50,7 @@ void Console::print(std::string_view text, std::string_view prefix, Style style)
 void Console::aside(const std::function<void()>& write) {
   MutexLock lock(mutex_);
   eraseLocked();
+  // `write` uses the same terminal by another stream, so the bytes of this one go out first.
   stream_ << std::flush;
   write();
   stream_ << progressLine_ << std::flush;
@@ -57,6 +58,7 @@ void Console::aside(const std::function<void()>& write) {
 
 void Console::setProgressLine(std::string line) {
   MutexLock lock(mutex_);
+  // An unchanged line is not drawn again, which would flicker.
   if (!abilities_.isTerminal || line == progressLine_) return;
   eraseLocked();
   progressLine_ = std::move(line);

@@ -9,8 +9,8 @@ namespace varo::cli {
 /// The library's log lines, in its own form, kept apart from the progress line.
 class ConsoleLogSink final : public platform::LogSink {
  public:
-  /// Which lines of operations, which are the logger "Binary"'s, to show. A command tells people
-  /// itself, in its own words, how its operation went.
+  /// Which log lines of operations to show; they come from the logger "Binary". Usually only fatal
+  /// ones: a command tells people in its own words how its operation went.
   enum class OperationLines { kShown, kOnlyFatal };
 
   /// `console` is that of standard error and outlives this object.

@@ -44,6 +44,7 @@ ProgressBar::ProgressBar(std::string label, Clock::time_point now)
 void ProgressBar::resume(std::uint64_t done, std::optional<std::uint64_t> total,
                          Clock::time_point now) {
   const bool isFirst = samples_.size() == 1 && done_ == 0;
+  // What an earlier run brought took no time of this one, so it must not count in the rate.
   if (isFirst) samples_.front() = {now, done};
   update(done, total, now);
 }
@@ -53,6 +54,7 @@ void ProgressBar::update(std::uint64_t done, std::optional<std::uint64_t> total,
   done_ = std::min(done, total.value_or(done));
   total_ = total;
   samples_.push_back({now, done_});
+  // The oldest sample goes only when the one behind it still spans the window.
   const auto tooOld = [&] { return samples_[1].time + kRateWindow < now; };
   while (samples_.size() > 2 && (samples_.size() > kMaxSamples || tooOld())) samples_.pop_front();
 }

@@ -39,6 +39,7 @@ std::vector<std::size_t> Table::widths(std::optional<std::size_t> limit) const {
   if (!limit) return result;
 
   std::size_t total = widthOf(result);
+  // One column of the terminal at a time, always from the widest, so that they end up alike.
   while (total > *limit) {
     std::optional<std::size_t> widest;
     for (std::size_t i = 0; i < result.size(); ++i) {

@@ -29,6 +29,7 @@ std::optional<std::size_t> width(Stream stream) {
 bool mayColour(Stream stream) {
   const char* refused = std::getenv("NO_COLOR");
   const char* kind = std::getenv("TERM");
+  // The convention of no-color.org: set and not empty, whatever its value.
   if (refused != nullptr && *refused != '\0') return false;
   if (kind == nullptr || std::string_view(kind) == "dumb") return false;
   return isTerminal(stream);
@@ -37,7 +38,8 @@ bool mayColour(Stream stream) {
 void occupyClosedStreams() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(descriptor, F_GETFD) != -1) continue;
-    // The lowest that is free, which is this one; opened for what nobody does with it.
+    // The lowest that is free, which is this one; opened for what nobody does with it. So reads and
+    // writes there still fail, as they would on a closed stream.
     const int flags = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
     (void)::open("/dev/null", flags);
   }

@@ -92,6 +92,7 @@ std::string cut(std::string_view text, std::size_t width, std::size_t atEnd) {
   const std::string safe = printable(text);
   if (displayWidth(safe) <= width) return safe;
   if (width == 0) return {};
+  // The thread's locale only: the process keeps the plain one, in which scripts expect numbers.
   const Utf8Scope scope;
   std::vector<Character> characters = charactersOf(safe);
   std::string result = prefixOfWidth(characters, width - 1 - atEnd);
@@ -116,6 +117,8 @@ std::string printable(std::string_view text) {
   std::string safe;
   safe.reserve(valid.size());
   for (const Character& character : charactersOf(valid)) {
+    // Names come from a service. An escape in one could rewrite the
+    // screen, or what the next line says.
     safe += isControl(character.codePoint) ? kReplacement : character.bytes;
   }
   return safe;

@@ -35,6 +35,7 @@ std::string hexEncode(std::string_view bytes) {
   return text;
 }
 
+// A digest may be a signing key.
 Sha256Digest::~Sha256Digest() { ::OPENSSL_cleanse(bytes_.data(), bytes_.size()); }
 
 unsigned char* Sha256Digest::buffer() noexcept {

@@ -36,6 +36,7 @@ std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std:
   const auto found = std::find_if(entries_.begin(), entries_.end(),
                                   [&](const Entry& entry) { return entry.path == path; });
   if (found != entries_.end()) {
+    // The latest used to the front, so that the one dropped below is the one unused for longest.
     std::rotate(entries_.begin(), found, std::next(found));
     return entries_.front().connection;
   }
@@ -51,6 +52,7 @@ std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std:
 void DatabaseConnections::closeLater() {
   {
     const MutexLock lock(mutex_);
+    // One timer for all connections; it starts the next one while any is open.
     if (std::exchange(timerRuns_, true)) return;
   }
   const auto close = [this](TimerQueue::Reason reason) {
@@ -76,6 +78,7 @@ void DatabaseConnections::closeUnusedSince(DatabaseConnection::Clock::time_point
   {
     const MutexLock lock(mutex_);
     timerRuns_ = false;  // first, so that whoever uses a connection from now on starts the next one
+    // Copied, since closing waits for a statement under way and must not hold up other databases.
     entries = entries_;
   }
   bool allClosed = true;

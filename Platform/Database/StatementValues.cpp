@@ -20,6 +20,7 @@ int bindValue(sqlite3_stmt* statement, int index, const Value& value) {
   }
   if (const double* number = value.real()) return sqlite3_bind_double(statement, index, *number);
   if (const std::string* text = value.text()) {
+    // Not copied: the values stay with the statement until it has run.
     return sqlite3_bind_text64(statement, index, text->data(), text->size(), SQLITE_STATIC,
                                SQLITE_UTF8);
   }

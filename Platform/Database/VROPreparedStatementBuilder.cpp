@@ -23,6 +23,7 @@ void append(Pairs& to, Pairs pairs) {
 void appendQuoted(std::string& sql, std::string_view name) {
   sql += '"';
   for (const char character : name) {
+    // Doubled within quotes, so that no name can end them: names come from the application's data.
     if (character == '"') sql += '"';
     sql += character;
   }
@@ -39,6 +40,7 @@ Result<Value> bindable(const DictionaryEntry& entry) {
                                            data->size(), entry.key));
     }
     if (data->memory()) return value;
+    // SQLite takes bytes from memory only; the limit above keeps that small.
     Result<std::string> bytes = data->readAll(tuning::kMaxBoundData);
     if (!bytes) return bytes.error();
     return Value(Data::fromBytes(std::move(bytes).value()));

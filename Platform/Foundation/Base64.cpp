@@ -37,6 +37,7 @@ std::optional<std::string> decode(std::string_view text) {
   for (const char c : text) {
     const std::uint8_t digit = kDigits[static_cast<unsigned char>(c)];
     if (digit == kForeign) return std::nullopt;
+    // Bits that have become bytes already run out at the top.
     bits = (bits << 6U) | digit;
     pending += 6;
     if (pending < 8) continue;

@@ -16,6 +16,7 @@
 namespace varo::platform {
 namespace {
 
+// What is held of a file at once, however large it is.
 constexpr std::size_t kPiece = std::size_t{256} * 1024;
 constexpr std::size_t kComparisonBlock = std::size_t{64} * 1024;
 constexpr std::size_t kDescribedBytes = 8;
@@ -26,6 +27,7 @@ Data::Data(Data&& other) noexcept
     : bytes_(std::move(other.bytes_)),
       file_(std::move(other.file_)),
       offset_(std::exchange(other.offset_, 0)),
+      // Without these two the moved-from object would claim bytes that it no longer has.
       length_(std::exchange(other.length_, 0)) {}
 
 Data& Data::operator=(Data&& other) noexcept {
@@ -91,6 +93,7 @@ Result<std::size_t> Data::read(std::uint64_t offset, std::span<char> buffer) con
     return wanted;
   }
   auto count = file_->readAt(offset_ + start, buffer.first(wanted));
+  // The file was cut since its size was taken. What there is of it must not pass for the whole.
   if (count.ok() && *count < wanted) {
     return Error::fromErrno(EIO, "Unexpected end of", file_->path());
   }
@@ -132,6 +135,7 @@ std::string Data::description() const {
 
 bool operator==(const Data& left, const Data& right) {
   if (left.length_ != right.length_) return false;
+  // Block by block, since both may be files larger than the memory.
   std::vector<char> a(std::min<std::uint64_t>(kComparisonBlock, left.length_));
   std::vector<char> b(a.size());
   for (std::uint64_t offset = 0; offset < left.length_; offset += a.size()) {

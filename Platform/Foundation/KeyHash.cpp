@@ -14,6 +14,7 @@ using Seed = std::array<std::uint64_t, 2>;
 const Seed& seed() noexcept {
   static const Seed instance = [] {
     Seed bits{};
+    // Others in each process, so that no server can send keys that all hash alike.
     ::arc4random_buf(bits.data(), sizeof(bits));
     return bits;
   }();
@@ -46,6 +47,7 @@ struct SipState {
 
 std::uint64_t keyHash(std::string_view key) noexcept {
   const auto& [k0, k1] = seed();
+  // SipHash-1-3: one round for each word, three at the end. The constants are the algorithm's own.
   SipState state{k0 ^ 0x736f6d6570736575U, k1 ^ 0x646f72616e646f6dU, k0 ^ 0x6c7967656e657261U,
                  k1 ^ 0x7465646279746573U};
   const std::uint64_t length = key.size();

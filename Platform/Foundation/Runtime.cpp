@@ -38,8 +38,10 @@ void Runtime::onShutdown(std::function<void()> step) {
 }
 
 void Runtime::shutdown() {
+  // A job of the pool that asks for the shutdown: the pool's end would wait for this very job.
   if (pool_.runsInThisThread()) return endWaits();
   const MutexLock oneAtATime(shutdownMutex_);
+  // First, since jobs may be in these waits, and the pool's end waits for them.
   endWaits();
   pool_.shutdown();
   growth_.shutdown();
@@ -50,6 +52,7 @@ void Runtime::endWaits() {
   {
     const MutexLock lock(mutex_);
     shutDown_ = true;
+    // Run without the lock: a step may ask `isShutDown`, or register another.
     steps.swap(steps_);
   }
   std::for_each(steps.rbegin(), steps.rend(), [](const auto& step) {

@@ -7,6 +7,7 @@
 namespace varo::platform {
 namespace {
 
+// ASCII alone and no locale: protocols compare names in this way.
 constexpr char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
@@ -116,6 +117,8 @@ bool isUtf8(std::string_view bytes) noexcept {
 std::string_view utf8Prefix(std::string_view text, std::size_t limit) noexcept {
   if (text.size() <= limit) return text;
   std::size_t end = limit;
+  // Back to the start of a character, which has three such bytes at most; other bytes may follow
+  // for ever in what is not UTF-8.
   while (end > 0 && limit - end < 3 && isContinuation(static_cast<unsigned char>(text[end]))) --end;
   return text.substr(0, end);
 }

@@ -36,6 +36,7 @@ void TimerQueue::after(std::chrono::milliseconds delay, Job job) {
       return;
     }
   }
+  // Whoever waits for the job hears at once that its time will not come.
   call(job, Reason::kShutDown);
 }
 

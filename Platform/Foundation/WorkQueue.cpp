@@ -21,14 +21,18 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
     try {
       entry = std::make_shared<Entry>();
     } catch (const std::bad_alloc&) {
+      // The caller goes on in the belief that the job runs. Without memory to queue it, it runs in
+      // its turn on this thread.
       return sync([&job] { ThreadPool::runHere(job); });
     }
     entry->job = std::move(job);
     {
       const MutexLock lock(mutex_);
       entries_.push(std::move(entry));
+      // Whoever is at it now comes to this entry as well.
       if (std::exchange(active_, true)) return;
     }
+    // Without the lock: a pool that has ended runs the job right here.
     passOn();
   }
 
@@ -46,6 +50,8 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
       }
       active_ = true;
     }
+    // In this order, so that the queue is no longer this thread's
+    // when the next entry gets its turn.
     const Release release(*this);
     const Running running(*this);
     job();

@@ -73,6 +73,8 @@ SpdlogSink::~SpdlogSink() = default;
 void SpdlogSink::write(std::string_view logger, LogLevel level, const LogLocation& location,
                        std::string_view message) {
   std::string cleaned;
+  // Texts of servers get into log lines. An escape in one would steer the terminal, a line break
+  // would fake a line.
   if (!std::all_of(message.begin(), message.end(), isHarmless)) {
     cleaned = printable(message);
     message = cleaned;

@@ -38,6 +38,7 @@ std::shared_ptr<HttpTransfer> CurlHttpTransport::send(HttpRequest request,
   auto url = CurlUrl::parse(request.url);
   ErrorPtr refusal = url ? checkHeaders(request.headers).error() : url.error();
   if (refusal != nullptr) {
+    // Told like every other end, so that a caller has one place for failures.
     engine_->refuse(std::move(completion), std::move(refusal));
     return std::make_shared<CurlHandle>(std::weak_ptr<CurlEngine>(), std::weak_ptr<CurlTransfer>());
   }

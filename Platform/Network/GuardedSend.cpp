@@ -48,7 +48,9 @@ class Ending {
     if (error == nullptr && !response) {
       error = noAnswer("The transport ended the request with neither an answer nor an error.");
     }
+    // Both at once is a transport's mistake; the error is the safer half to believe.
     if (error != nullptr) response.reset();
+    // The caller of `send` has no handle yet and may hold a lock.
     if (sending_.load() == std::this_thread::get_id()) return endOnPool(response, error);
     if (const HttpCompletion completion = take()) completion(std::move(response), std::move(error));
   }
@@ -68,6 +70,7 @@ class Ending {
     std::unique_ptr<Watch> watch;
     {
       const MutexLock lock(mutex_);
+      // Answer, cancellation and drop may come at the same time. Only one of them finds it.
       completion.swap(completion_);
       watch.swap(watch_);
     }
@@ -134,6 +137,7 @@ class GuardedTransfer final : public HttpTransfer {
       if (transfer != nullptr) return transfer->cancel();
     } catch (...) {  // an application's code may throw anything
     }
+    // Nobody is left to end it: the transport gave no handle, or its `cancel` threw.
     ending->endOnPool(std::nullopt, cancelledError());
   }
 

@@ -90,6 +90,8 @@ Result<MultipartBody> encodeMultipart(const Dictionary& description,
   if (!parts) return parts.error();
 
   std::string boundary = nextBoundary();
+  // Only the heads are searched. The contents may be files, and 128 random bits do not stand in one
+  // by chance.
   for (int attempt = 1; occursInHeaders(*parts, boundary); ++attempt) {
     if (attempt == kBoundaryAttempts) return invalid("No multipart boundary could be found.");
     boundary = nextBoundary();
@@ -101,6 +103,7 @@ Result<MultipartBody> encodeMultipart(const Dictionary& description,
   for (const Part& part : *parts) {
     body.pieces.push_back(
         Data::fromBytes(fmt::format("{}--{}\r\n{}\r\n", lineBreak, boundary, part.headers)));
+    // Not copied: a file's bytes are read when they are sent.
     body.pieces.push_back(part.content);
     lineBreak = "\r\n";
   }

@@ -33,6 +33,8 @@ Result<std::size_t> RequestBodyReader::read(std::span<char> buffer) {
   return filled;
 }
 
+// The HTTP library goes back where it has to send a body again: on a connection that turned out to
+// be dead, for example.
 bool RequestBodyReader::seek(std::uint64_t offset) {
   if (offset > size_) return false;
   piece_ = 0;

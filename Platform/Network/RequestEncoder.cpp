@@ -35,6 +35,7 @@ Result<void> encodeJson(HttpRequest& request, const Value& body) {
     bytes = Data::fromBytes(std::move(text).value());
   }
   request.body = {*std::move(bytes)};
+  // The caller knows better what a text of its own is.
   if (std::none_of(request.headers.begin(), request.headers.end(), isContentType)) {
     request.headers.push_back({std::string(kContentType), "application/json"});
   }
@@ -44,6 +45,7 @@ Result<void> encodeJson(HttpRequest& request, const Value& body) {
 Result<void> encodeParts(HttpRequest& request, const Value& body) {
   auto encoded = encodeMultipart(body.dictionaryValue());
   if (!encoded) return encoded.error();
+  // A caller's has no boundary, or another one than this body has.
   std::erase_if(request.headers, isContentType);
   request.headers.push_back({std::string(kContentType), encoded->contentType});
   request.body = std::move(encoded.value().pieces);

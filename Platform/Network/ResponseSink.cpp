@@ -25,6 +25,7 @@ Result<std::shared_ptr<File>> createSpoolFile(const std::string& directory) {
   if (directory.empty()) return createTemporaryFile();
   auto file = File::createUnnamed(directory);
   if (file) return file;
+  // The file is only a stop on the way, so another directory will do.
   auto other = createTemporaryFile();
   if (other) return other;
   // What is wrong with the directory that was named is what the user can mend.
@@ -43,6 +44,7 @@ ResponseSink::ResponseSink(std::string spoolDirectory, std::size_t gatherSize)
 
 Result<void> ResponseSink::expect(std::uint64_t size) {
   if (size > tuning::kSpoolThreshold) return startSpooling();
+  // At once: growing with the bytes would copy them again and again.
   buffer_.reserve(static_cast<std::size_t>(size));
   return {};
 }
@@ -54,6 +56,7 @@ Result<void> ResponseSink::startSpooling() {
   if (!buffer_.empty()) {
     if (auto written = flush(); !written) return written;
   }
+  // From here on the buffer only gathers, which needs less than it held.
   buffer_.shrink_to_fit();
   buffer_.reserve(gatherSize_);
   return {};

@@ -22,6 +22,7 @@ constexpr bool isForbiddenInUrl(char c) noexcept {
 }  // namespace
 
 std::string appendQuery(const std::string& url, const Dictionary& parameters) {
+  // Parameters behind a fragment would be a part of it, and never be sent.
   const std::size_t fragment = std::min(url.find('#'), url.size());
   std::string result = url.substr(0, fragment);
   const bool hasQuery = result.find('?') != std::string::npos;
@@ -30,6 +31,7 @@ std::string appendQuery(const std::string& url, const Dictionary& parameters) {
   for (const DictionaryEntry& parameter : parameters) {
     if (parameter.value.isNull()) continue;
     result += separator;
+    // The services' "$filter" goes out as it is spelt.
     result += percentEncode(parameter.key, "$");
     result += '=';
     result += percentEncode(parameter.value.textValue());
@@ -42,6 +44,7 @@ std::string encodeForbiddenBytes(std::string_view url) {
   std::string result;
   result.reserve(url.size());
   for (std::size_t i = 0; i < url.size(); ++i) {
+    // What is encoded already stays; encoded twice it would name something else.
     const bool isStrayPercent =
         url[i] == '%' && !(i + 2 < url.size() && isHexDigit(url[i + 1]) && isHexDigit(url[i + 2]));
     if (isStrayPercent || isForbiddenInUrl(url[i])) {

@@ -59,6 +59,7 @@ class Transports {
       const MutexLock lock(mutex_);
       if (std::exchange(registered_, true)) return;
     }
+    // Without the lock: the runtime takes one of its own here.
     Runtime::shared().onShutdown([] { shared().shutdown(); });
     if (Runtime::shared().isShutDown()) shutdown();  // and so the step may never run
   }
@@ -72,6 +73,8 @@ class Transports {
       installed = installed_;
       byDefault = default_;
     }
+    // Copied out, since a transport ends its requests here and their blocks may ask for a
+    // transport.
     if (installed != nullptr) installed->shutdown();
     if (byDefault != nullptr) byDefault->shutdown();
   }
@@ -103,6 +106,7 @@ Dictionary responseInfoOf(const HttpResponse& response) {
     std::string name = sanitizeUtf8(header.name);
     std::string value = sanitizeUtf8(header.value);
     for (const DictionaryEntry& known : fields) {
+      // Lines of one name are one list (RFC 9110, 5.3).
       if (equalIgnoringCase(known.key, name)) {
         value = fmt::format("{}, {}", known.value.textValue(), value);
         name = known.key;
@@ -174,6 +178,7 @@ Result<HttpRequest> encodeWithBody(HttpMethod method, const std::string& url,
 /// Sends what `encode` makes. Whatever is thrown on the way is the request's failure.
 template <typename Encode>
 TransferPtr send(const Encode& encode, const Dictionary& options, const NetworkCallback& callback) {
+  // Made with the first request, while there is memory for it.
   static_cast<void>(outOfMemory());
   try {
     Result<HttpRequest> request = encode();

@@ -22,6 +22,7 @@ LinkedQueue<ThreadPool::Work>& heldBack() noexcept {
 DeliveryHold::DeliveryHold() noexcept { ++holds; }
 
 DeliveryHold::~DeliveryHold() {
+  // Holds may stand within each other; the outermost one delivers.
   if (--holds != 0) return;
   // What a listener causes here is no longer held back, so this comes to an end.
   while (auto delivery = heldBack().pop()) {

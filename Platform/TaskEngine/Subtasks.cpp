@@ -20,6 +20,8 @@ bool Subtasks::addDependency(const VSTask* before, const VSTask* after) {
 
 /// Whether `dependent` is `task`, or waits for it through any number of dependencies.
 bool Subtasks::dependsOn(const VSTask* dependent, const VSTask* task) const {
+  // A list and not a recursion: a long chain must not use up the
+  // stack. Each task is looked at once.
   std::vector<const VSTask*> open{dependent};
   for (std::size_t i = 0; i < open.size(); ++i) {
     if (open[i] == task) return true;

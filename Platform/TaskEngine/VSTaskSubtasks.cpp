@@ -48,6 +48,7 @@ void VSTask::startFreeSubtasks() {
     if (state_ != TaskState::Started && state_ != TaskState::Paused) return;
     next = subtasks_.takeFree();
   }
+  // Without the lock: after the shutdown a subtask ends right here, and reports it to this task.
   for (const auto& [subtask, predecessors] : next.free) {
     if (subtask == nullptr) {
       return raiseError(engineError(*this, kSubtaskGone, "A subtask was dropped while it ran"));
@@ -145,6 +146,7 @@ void VSTask::failWith(const VSTask& subtask) noexcept {
     Array raised;
     {
       const MutexLock lock(subtask.mutex_);
+      // Copied first, so that never two tasks' locks are held at once.
       raised = subtask.errors_;
     }
     record(raised);

@@ -43,6 +43,8 @@ bool Base64Answer::read(std::uint64_t offset, std::span<char> buffer) const {
 std::size_t Base64Answer::encode(std::uint64_t offset, std::span<char> buffer) const {
   std::array<char, 3 * kGroups> raw;
   std::array<unsigned char, 4 * kGroups + 1> text;  // the encoder ends it with a zero byte
+  // Three bytes are four characters, and only such a group can be encoded alone. Padding is right,
+  // too: fewer bytes than asked for come at the end only, as long as pieces are whole groups.
   const std::uint64_t begin = offset / 4 * 3;
   const std::uint64_t wanted = std::min<std::uint64_t>(size_ - begin, raw.size());
   if (!bytes_(begin, std::span(raw).first(wanted))) return 0;

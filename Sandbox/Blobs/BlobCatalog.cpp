@@ -22,6 +22,7 @@ namespace {
 std::string nameOf(const BlobKey& key) {
   auto columns = key.primaryKeys;
   std::sort(columns.begin(), columns.end());
+  // JSON keeps the parts apart, whatever characters a value has.
   json::array name{key.scope, key.object};
   for (const auto& [column, value] : columns) {
     name.emplace_back(column);
@@ -66,6 +67,7 @@ std::optional<BlobCatalog::Found> BlobCatalog::find(const BlobKey& key) const {
 void BlobCatalog::put(const BlobKey& key, const BlobObject& object) {
   const std::string name = nameOf(key);
   records_.putObject(name, json::serialize(entriesOf(object)));
+  // After the record: from then on nobody asks for the stored bytes any more.
   if (object.generated) bytes_.discard(name);
 }
 

@@ -47,6 +47,7 @@ bool apply(std::string_view key, const json::value& value, BlobObject& object) {
   if (key == "msg") return readText(value, object.message);
   if (key == "logLevel") return readText(value, object.logLevel);
   if (key != "size" && key != "seed") return false;
+  // The order of the entries does not matter; whether a size is among them is checked before.
   if (!object.generated) object.generated.emplace();
   return key == "size" ? readNumber(value, kLargestBlob, object.generated->size)
                        : readNumber(value, UINT64_MAX, object.generated->seed);

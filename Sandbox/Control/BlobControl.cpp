@@ -38,6 +38,7 @@ std::optional<BlobKey> takeKey(json::object& entries) {
   const json::value* keys = entries.if_contains("keys");
   if (!scope || !object || keys == nullptr || !keys->is_object()) return std::nullopt;
   BlobKey key{*scope, *object, scalarEntries(keys->get_object())};
+  // Something was no scalar and left out. The record would then be found under another key.
   if (key.primaryKeys.size() != keys->get_object().size()) return std::nullopt;
   for (const char* name : {"scope", "object", "keys"}) entries.erase(name);
   return key;
@@ -68,6 +69,7 @@ HttpResponse BlobControl::define(RequestBody& body) {
     return errorResponse(kBadParameter, "\"scope\", \"object\" or \"keys\" is missing or wrong",
                          400);
   }
+  // On top of what is known, so that a tester can change the mode of a blob alone.
   const auto object = blobObjectFrom(*entries, blobs_.findObject(*key).value_or(BlobObject{}));
   if (const auto* problem = std::get_if<std::string>(&object)) {
     return errorResponse(kBadParameter, *problem, 400);
@@ -81,6 +83,7 @@ HttpResponse BlobControl::store(const HttpRequest& request, RequestBody& body) {
   auto writer = blobs_.write(key);
   if (const auto* problem = std::get_if<WriteProblem>(&writer)) return refusal(*problem);
   DiskWriter& blob = *std::get<std::unique_ptr<DiskWriter>>(writer);
+  // The bytes first: the object counts as stored once all of them are there.
   if (const auto problem = receiveBody(request, body, blob)) return refusal(*problem);
   blobs_.putStored(key);
   return done();

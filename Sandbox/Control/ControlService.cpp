@@ -83,6 +83,7 @@ HttpResponse ControlService::addFaults(RequestBody& body) {
     }
     rules.push_back(std::get<FaultRule>(std::move(rule)));
   }
+  // All or none: half of a scenario would hit the wrong requests.
   for (FaultRule& rule : rules) faults_.add(std::move(rule));
   return jsonResponse({{"opstatus", 0}, {"rules", faults_.size()}});
 }
@@ -91,6 +92,7 @@ HttpResponse ControlService::setDeletes(RequestBody& body) {
   const auto text = body.readText(kMaxJsonBytes);
   const auto object = text ? parseJsonObject(*text) : std::nullopt;
   if (!object) return errorResponse(kBadJson, "the body is not a JSON object", 400);
+  // On top of what the sandbox started with, not of what was set last, so that each call says all.
   const auto kind = deleteKindFrom(*object, deletes_.initial());
   if (!kind) {
     return errorResponse(kBadParameter, "an entry is unknown or has a wrong value", 400);

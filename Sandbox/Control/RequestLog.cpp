@@ -8,6 +8,7 @@
 namespace varo::sandbox {
 namespace {
 
+// Together they bound the memory: a client with huge headers must not fill it.
 constexpr std::size_t kKeptRequests = 500;
 constexpr std::size_t kKeptCharacters = 2048;
 
@@ -32,6 +33,7 @@ void RequestLog::record(std::string_view listener, const HttpRequest& request,
   }
   const bool hasToken = request.header(kTokenHeader) != nullptr;
 
+  // The copy is made before: all connections take turns at this lock.
   const platform::MutexLock lock(mutex_);
   ListenerStats& stats = stats_[entry.listener];
   ++stats.requests;

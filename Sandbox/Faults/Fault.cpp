@@ -37,6 +37,7 @@ bool readCount(const json::value& value, std::optional<std::uint64_t>& count) {
 }
 
 bool readMilliseconds(const json::value& value, std::int64_t least, milliseconds& duration) {
+  // A day. Much more would overflow where the time is added to a clock's.
   constexpr std::int64_t kLongest = std::int64_t{24} * 60 * 60 * 1000;
   const auto number = wholeNumber(value);
   if (!number || *number < least || *number > kLongest) return false;
@@ -46,6 +47,7 @@ bool readMilliseconds(const json::value& value, std::int64_t least, milliseconds
 
 bool readStatus(const json::value& value, std::optional<int>& status) {
   const auto number = wholeNumber(value);
+  // Below 200 are interim responses (RFC 9110, 15.2), after which a client waits for the real one.
   if (!number || *number < 200 || *number > 999) return false;
   status = static_cast<int>(*number);
   return true;
@@ -94,6 +96,7 @@ bool readReplacementEntry(std::string_view key, const json::value& value, FaultA
 bool readRangeEntry(std::string_view key, const json::value& value, FaultAction& action) {
   if (key == "ignoreRange") return readFlag(value, action.ignoreRange);
   if (key == "shortenRange")
+    // A Range header cannot name an empty range.
     return readCount(value, action.shortenRange) && *action.shortenRange > 0;
   const auto shift = wholeNumber(value);
   if (key != "shiftRange" || !shift) return false;

@@ -21,13 +21,15 @@ struct FaultMatch {
   std::uint64_t skip = 0;                ///< So many matching requests pass first.
   std::optional<std::uint64_t> count{};  ///< So many are hit then; absent: all.
   bool ranged = false;                   ///< Only requests with a Range header.
-  bool perTarget = false;  ///< `skip` and `count` hold for each path and query of its own.
+  bool perTarget = false;  ///< `skip` and `count` hold for each path with query separately.
 };
 
-/// What happens to a request that is hit. `latency` comes first. A status, opstatus, invalid JSON
-/// or redirect replaces the service's answer, which is then never computed. The range faults make
-/// the service believe that other bytes were asked for. The others spoil the delivery of whatever
-/// the answer is.
+/// What happens to a request that is hit:
+/// - `latency` comes first.
+/// - A status, body, opstatus, invalid JSON or redirect replaces the service's response, which is
+///   then never computed.
+/// - The range faults make the service believe that other bytes were asked for.
+/// - The others spoil the delivery of whatever the response is.
 struct FaultAction {
   std::chrono::milliseconds latency{0};
 

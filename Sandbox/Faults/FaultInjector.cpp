@@ -47,14 +47,19 @@ std::size_t FaultInjector::size() const {
 
 std::optional<FaultAction> FaultInjector::hit(std::string_view listener,
                                               const HttpRequest& request) {
+  // Looking and counting are one step, so that of many requests at once exactly `count` are hit.
   const platform::MutexLock lock(mutex_);
   std::optional<FaultAction> action;
   for (Entry& entry : entries_) {
     const FaultMatch& match = entry.rule.match;
     if (!matches(match, listener, request)) continue;
+    // A hash and not the text: it bounds the memory, and two targets
+    // that share one only share a count.
     std::size_t target = targetOf(match, request);
     if (entry.seen.size() >= kMostTargets && !entry.seen.contains(target)) target = 0;
     const std::uint64_t index = entry.seen[target]++;
+    // The rules behind the one that hits count the request all the same: `skip` means requests that
+    // came, not requests that other rules left over.
     if (action || index < match.skip) continue;
     if (match.count && index - match.skip >= *match.count) continue;
     action = entry.rule.action;
@@ -92,6 +97,8 @@ std::optional<HttpResponse> replacementFor(const FaultAction& action) {
 
 void spoil(HttpResponse& response, const FaultAction& action) {
   bendTotal(response, action);
+  // All old ones go before the first new one comes. In one pass, a second value for a name would
+  // take away the first.
   for (const auto& [name, value] : action.headers) {
     std::erase_if(response.headers, [&name = name](const auto& field) {
       return platform::equalIgnoringCase(field.first, name);

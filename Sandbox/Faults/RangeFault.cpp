@@ -32,6 +32,7 @@ std::optional<Positions> positionsIn(std::string_view value) {
 // Stops at both ends of the numbers.
 std::uint64_t shifted(std::uint64_t position, std::int64_t by) {
   if (by < 0)
+    // Negated as an unsigned number: the smallest signed one has no counterpart.
     return position - std::min(position, std::uint64_t{0} - static_cast<std::uint64_t>(by));
   const std::uint64_t room = std::numeric_limits<std::uint64_t>::max() - position;
   return position + std::min(room, static_cast<std::uint64_t>(by));
@@ -46,9 +47,11 @@ std::optional<HttpRequest> bentRequest(const HttpRequest& request, const FaultAc
   if (!action.ignoreRange) {
     if (action.shiftRange == 0 && !action.shortenRange) return std::nullopt;
     auto positions = positionsIn(*value);
+    // "-n" and "n-" have no two ends to move. They reach the service as they are.
     if (!positions) return std::nullopt;
     if (action.shortenRange) {
       const std::uint64_t length =
+          // Both ends are inclusive, so n bytes end n - 1 behind the first.
           std::min(positions->last - positions->first, *action.shortenRange - 1);
       positions->last = positions->first + length;
     }
@@ -56,6 +59,7 @@ std::optional<HttpRequest> bentRequest(const HttpRequest& request, const FaultAc
                        shifted(positions->last, action.shiftRange));
   }
   HttpRequest result = request;
+  // All of them: a second Range header would otherwise take effect in place of the first.
   std::erase_if(result.headers,
                 [](const auto& field) { return platform::equalIgnoringCase(field.first, kRange); });
   if (!bent.empty()) result.headers.emplace_back(kRange, std::move(bent));

@@ -8,8 +8,8 @@
 
 namespace varo::sandbox {
 
-/// The request as the service shall see it: with the range moved, shortened or taken away. Nothing
-/// when the action does none of that, or there is no range "first-last" to do it to.
+/// The request as the service is to see it: with the range moved, shortened or taken away. Nothing
+/// when the action does none of that, or the request has no range of the form "first-last".
 [[nodiscard]] std::optional<HttpRequest> bentRequest(const HttpRequest& request,
                                                      const FaultAction& action);
 

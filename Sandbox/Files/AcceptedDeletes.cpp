@@ -22,6 +22,7 @@ std::string AcceptedDeletes::add(DeleteKind kind, std::vector<std::string> files
   entry.fileCount = files.size();
   entry.files = std::make_shared<const std::vector<std::string>>(std::move(files));
 
+  // The long list is moved in above: polls of other clients wait for this lock.
   const platform::MutexLock lock(mutex_);
   heldFiles_ += entry.fileCount;
   entries_.emplace(name, std::move(entry));
@@ -38,12 +39,15 @@ std::optional<AcceptedDeletes::Poll> AcceptedDeletes::poll(std::string_view name
   const auto found = entries_.find(name);
   if (found == entries_.end()) return std::nullopt;
   Entry& entry = found->second;
+  // The list of files is shared, not copied, and nobody changes it. The caller removes them outside
+  // the lock.
   return Poll{answerTo(entry.kind, entry.polls++), entry.kind, entry.files, entry.fileCount};
 }
 
 void AcceptedDeletes::finish(std::string_view name) {
   const platform::MutexLock lock(mutex_);
   const auto found = entries_.find(name);
+  // Two polls at once may both have removed the files; they are counted once.
   if (found == entries_.end() || !found->second.files) return;
   heldFiles_ -= found->second.fileCount;
   found->second.files.reset();

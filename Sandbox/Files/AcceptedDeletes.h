@@ -15,8 +15,8 @@
 
 namespace varo::sandbox {
 
-/// The deletes that were accepted for later, and how often each was asked about. The last few
-/// thousand are kept, finished or not: an answer may get lost, so its client may ask again.
+/// The deletes that were accepted for later, and how many status requests each has had. The last
+/// few thousand are kept, finished or not: a response may get lost, and its client asks again.
 /// Thread-safe.
 class AcceptedDeletes {
  public:

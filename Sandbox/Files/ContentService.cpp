@@ -82,6 +82,7 @@ void ContentService::registerRoutes(Router& router) {
 HttpResponse ContentService::upload(const HttpRequest& request, RequestBody& body) {
   const std::string& id = request.pathArguments.front();
   const std::string* text = request.parameter("chunk_sequence");
+  // Without a number it is the first chunk: a client that sends all at once need not count.
   const auto sequence = text == nullptr ? 1 : parseUnsigned(*text);
   if (!sequence) return errorResponse(kBadParameter, "\"chunk_sequence\" is not a number");
 
@@ -113,6 +114,7 @@ HttpResponse ContentService::download(const HttpRequest& request) const {
   const std::string& id = request.pathArguments.front();
   const auto record = records_.find(id);
   if (!record || !record->committed) {
+    // By the HTTP status, other than for an upload: a client would store a 200's body as the file.
     return notFound(id, 404);
   }
   if (!knowsSecurityKey(request, *record)) {

@@ -21,7 +21,7 @@ struct DeleteKind {
   };
 
   Mode mode = Mode::kNow;
-  /// So many polls are told that the service still works before the first that is told otherwise.
+  /// How many polls are told that the service still works, before one is told the end.
   std::uint32_t polls = 1;
   /// Of a failing poll: its HTTP status, 400 to 599, and its "opstatus". A status alone is answered
   /// with plain text, as a gateway does; neither means an "opstatus" of the sandbox's own.

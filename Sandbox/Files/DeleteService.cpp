@@ -109,6 +109,7 @@ HttpResponse DeleteService::status(const HttpRequest& request) {
   if (poll->answer == Answer::kFailed) return failedPoll(poll->kind);
   if (poll->answer == Answer::kWorking) return jsonResponse(200, {{"poll_status", "true"}});
 
+  // Before "done" is said. Two polls at once may both get here, and removing twice does no harm.
   if (poll->files) {
     removeFiles(*poll->files);
     accepted_.finish(*name);

@@ -55,6 +55,7 @@ HttpResponse PlainStore::write(const HttpRequest& request, RequestBody& body) {
   DiskWriter& blob = *std::get<std::unique_ptr<DiskWriter>>(writer);
   if (const auto problem = receiveBody(request, body, blob)) return refusal(*problem);
   HttpResponse response;
+  // The commit has to show it: it proves to the service that the bytes have reached this store.
   response.headers.emplace_back("ETag", blob.state().entityTag);
   return response;
 }

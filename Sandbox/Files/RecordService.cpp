@@ -52,6 +52,7 @@ std::variant<json::object, HttpResponse> readObject(RequestBody& body) {
 void mergeMetadata(const json::object& from, json::object& metadata) {
   for (const auto& [key, value] : from) {
     if (std::find(kNotMetadata.begin(), kNotMetadata.end(), key) != kNotMetadata.end()) continue;
+    // JSON's way to say "remove this entry" in a merge (RFC 7396).
     if (value.is_null()) {
       metadata.erase(key);
     } else {
@@ -69,6 +70,7 @@ std::optional<TemplateKind> wishedKind(const json::object& metadata, TemplateKin
 RecordDatabase::Properties propertiesOf(const FileRecord& record, const json::object& metadata) {
   auto properties = scalarEntries(metadata);
   properties.emplace_back("file_id", record.id);
+  // Behind the client's own entry of that name, which it replaces.
   if (record.committed) properties.emplace_back("file_size", std::to_string(record.size));
   return properties;
 }
@@ -79,6 +81,7 @@ std::optional<json::object> commitProperties(const json::object& entries) {
 }
 
 std::string withoutQuotes(std::string_view tag) {
+  // Clients hand an ETag on with its quotes or without them.
   if (tag.size() >= 2 && tag.front() == '"' && tag.back() == '"')
     tag = tag.substr(1, tag.size() - 2);
   return std::string(tag);
@@ -176,6 +179,7 @@ std::string RecordService::uploadTemplate(const std::string& id, const TemplateK
 
 HttpResponse RecordService::put(const HttpRequest& request, RequestBody& body) {
   const std::string* override = request.header("X-HTTP-Method-Override");
+  // For clients, and proxies, that cannot send PATCH.
   if (override == nullptr || platform::equalIgnoringCase(*override, "PUT")) {
     return change(body, Change::kUpdate);
   }
@@ -227,6 +231,7 @@ std::optional<HttpResponse> RecordService::completeRecord(const json::object& en
   const json::value* declared = metadata.if_contains("file_size");
   const auto size =
       declared == nullptr ? std::nullopt : parseUnsigned(scalarText(*declared).value_or(""));
+  // A client that said how long the file is learns here that a chunk is missing.
   if (declared != nullptr && size != blob->size) {
     return errorResponse(kWrongSize,
                          fmt::format("{} bytes arrived, \"file_size\" says otherwise", blob->size));

@@ -33,12 +33,15 @@ std::optional<std::string> HttpListener::start(const std::string& address, std::
     acceptor_.close(error);
     acceptor_.open(endpoint.protocol(), error);
     if (!error) closeOnExec(acceptor_.native_handle());
+    // Without it a sandbox that is started again finds its port taken by the last run's
+    // connections, which the system keeps for a minute or so.
     if (!error) acceptor_.set_option(Tcp::acceptor::reuse_address(true), error);
     if (!error) acceptor_.bind(endpoint, error);
     if (!error) acceptor_.listen(kBacklog, error);
     return !error;
   };
   bool isOpen = false;
+  // A name such as "localhost" may have an IPv6 address first, on a machine without IPv6.
   for (auto entry = endpoints.begin(); !isOpen && entry != endpoints.end(); ++entry) {
     isOpen = open(entry->endpoint());
   }
@@ -49,20 +52,26 @@ std::optional<std::string> HttpListener::start(const std::string& address, std::
 }
 
 void HttpListener::stop() {
+  // First of all, so that whoever is woken below finds it raised and does not wait again.
   stopSignal_.raise();
   if (!acceptorThread_.joinable()) return;
   // Ends a blocking accept, which closing the socket would not.
   ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
   {
     const platform::MutexLock lock(mutex_);
+    // Under the lock: the acceptor either sees the signal before it waits, or waits and hears this.
     changed_.notifyAll();
   }
+  // Before the connections are closed: afterwards no new one can come.
   acceptorThread_.join();
   {
     const platform::MutexLock lock(mutex_);
+    // Wakes each thread from whatever it does with its socket. The thread closes the socket itself:
+    // closed here, its number could be another file's by the time the thread uses it.
     for (const Served& one : served_) ::shutdown(one.socket, SHUT_RDWR);
     while (!served_.empty()) changed_.wait(mutex_);
   }
+  // All have left `served_`, but their last steps, such as closing the socket, may still run.
   joinEnded();
 }
 
@@ -70,6 +79,7 @@ void HttpListener::acceptAll() {
   while (!stopSignal_.raised()) {
     boost::system::error_code error;
     Tcp::socket socket = acceptor_.accept(error);
+    // Here, because an ended thread cannot join itself and holds its stack until somebody does.
     joinEnded();
     if (error) {
       // The client has left, or there are no descriptors until a connection ends.
@@ -84,6 +94,8 @@ void HttpListener::acceptAll() {
 bool HttpListener::awaitFreeThread() {
   const platform::MutexLock lock(mutex_);
   while (served_.size() >= limits_.connections && !stopSignal_.raised()) {
+    // Idle connections see this within a moment and end, so the new client waits for one of them
+    // and is not refused.
     isCrowded_ = true;
     changed_.wait(mutex_);
   }
@@ -129,6 +141,7 @@ void HttpListener::joinEnded() {
     const platform::MutexLock lock(mutex_);
     ended.swap(ended_);
   }
+  // Outside the lock: a thread that ends needs the lock, and a join waits for it.
   for (Served& one : ended) one.thread.join();
 }
 

@@ -37,8 +37,10 @@ HttpResponse rangeResponse(const HttpRequest& request, Content content, TotalSiz
   const ByteRange range = parseByteRange(ranged ? *header : "", size);
 
   HttpResponse response = wholeResponse(std::move(content));
+  // With the whole, too: it tells a client that a download that breaks off can be resumed.
   response.headers.emplace_back("Accept-Ranges", "bytes");
   if (range.kind == ByteRange::Kind::kWhole) return response;
+  // A service that hides the total cannot refuse a range with 416, which would give the size away.
   const bool isTold = total == TotalSize::kTold;
   const bool isEmpty = range.kind == ByteRange::Kind::kUnsatisfiable;
   response.status = isEmpty && isTold ? 416 : 206;

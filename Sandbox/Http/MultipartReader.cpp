@@ -8,6 +8,7 @@
 namespace varo::sandbox {
 namespace {
 
+// A head is held in memory until it ends, so one that never ends has to be refused.
 constexpr std::size_t kMaxPartHead = std::size_t{16} * 1024;
 constexpr std::size_t kMaxBoundary = 70;  // RFC 2046, 5.1.1
 
@@ -23,10 +24,12 @@ MultipartReader::MultipartReader(std::string_view boundary, PartStart partStart,
 
 bool MultipartReader::push(std::string_view piece) {
   if (state_ == State::kEnd) return true;  // What follows the end is to be ignored.
+  // A delimiter may be split between two pieces, so what may be the beginning of one is kept.
   pending_.append(piece);
   for (;;) {
     const State before = state_;
     if (!step()) return false;
+    // No step was made: the next one needs more bytes.
     if (state_ == before || state_ == State::kEnd) return true;
   }
 }
@@ -52,6 +55,8 @@ bool MultipartReader::step() {
     case State::kContent:
       return readContent();
     case State::kAfterPart:
+      // Two bytes tell what follows the delimiter: "--" ends the body, a
+      // line break begins another part.
       if (pending_.size() < 2) return true;
       if (partStart_ && pending_.starts_with("\r\n")) {
         state_ = State::kHead;
@@ -94,6 +99,7 @@ std::string multipartBoundary(std::string_view value) {
   value.remove_prefix(begin + kKey.size());
   if (value.starts_with('"')) {
     value.remove_prefix(1);
+    // Some clients quote it; quotes are needed where it holds a ":" or "?" (RFC 2046, 5.1.1).
     value = value.substr(0, value.find('"'));
   } else {
     value = value.substr(0, value.find_first_of("; \t"));

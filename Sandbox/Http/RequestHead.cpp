@@ -27,6 +27,7 @@ BadRequest refusalOf(const boost::system::error_code& error) {
 /// A parameter's name or value, where "+" is a blank.
 std::string formDecoded(std::string_view text) {
   std::string blanks(text);
+  // Before decoding: a "%2B" is a plus sign and stays one.
   std::replace(blanks.begin(), blanks.end(), '+', ' ');
   return platform::percentDecode(blanks);
 }
@@ -45,13 +46,16 @@ void readQuery(HttpRequest& request) {
 
 std::optional<BadRequest> readTarget(std::string_view target, const HttpLimits& limits,
                                      HttpRequest& request) {
+  // The form that proxies are sent; every server has to accept it, too (RFC 9112, 3.2.2).
   if (target.starts_with("http://")) {
     target.remove_prefix(std::min(target.find('/', 7), target.size()));
   }
   if (!target.starts_with('/')) return BadRequest{400, "the request target is not a path"};
   target = target.substr(0, target.find('#'));
   const std::size_t question = std::min(target.find('?'), target.size());
+  // Counted as sent, so that the limit does not depend on how a key is encoded.
   if (question > limits.pathBytes) return BadRequest{414, "the path is too long"};
+  // Only after the query was split off: an encoded "?" belongs to the path.
   request.path = platform::percentDecode(target.substr(0, question));
   request.query = target.substr(std::min(target.size(), question + 1));
   readQuery(request);
@@ -59,9 +63,12 @@ std::optional<BadRequest> readTarget(std::string_view target, const HttpLimits& 
 }
 
 std::optional<BadRequest> checkField(http::field name, std::string_view value) {
+  // The parser only takes off chunks. Under another coding the bytes
+  // stored would not be the file's.
   if (name == http::field::transfer_encoding && !equalIgnoringCase(value, "chunked")) {
     return BadRequest{501, "only the transfer coding \"chunked\" is served"};
   }
+  // The same: a compressed body would be stored, and given out again, as if it were the file.
   if (name == http::field::content_encoding && !equalIgnoringCase(value, "identity")) {
     return BadRequest{415, "compressed bodies are not accepted"};
   }
@@ -93,8 +100,10 @@ std::variant<HttpRequest, BadRequest> readRequestHead(RequestParser& parser, std
       return BadRequest{431, "too many header lines"};
     request.headers.emplace_back(field.name_string(), field.value());
   }
+  // After the head alone the parser is done only when no body follows.
   request.hasBody = !parser.is_done();
   request.expectsContinue = equalIgnoringCase(message[http::field::expect], "100-continue");
+  // HTTP/1.0 clients may ask to keep the connection; closing it is always allowed and simpler.
   request.keepAlive = message.version() == 11 && parser.keep_alive();
   return request;
 }

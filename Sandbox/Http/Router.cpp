@@ -13,6 +13,8 @@ namespace {
 std::vector<std::string> segmentsOf(std::string_view path) {
   std::vector<std::string> segments;
   while (!path.empty()) {
+    // A slash at the end makes one more, empty segment: "/objects/" is an object without a name,
+    // which its handler refuses by a sentence of its own.
     if (path.front() == '/') path.remove_prefix(1);
     const std::string_view segment = path.substr(0, path.find('/'));
     segments.emplace_back(segment);
@@ -46,7 +48,9 @@ void Router::add(std::string_view method, std::string_view pattern, Handler hand
 }
 
 HttpResponse Router::route(HttpRequest& request, RequestBody& body) const {
+  // The path is decoded already, so "%2F" separates as "/" does.
   const std::vector<std::string> path = segmentsOf(request.path);
+  // The connection leaves the body of a HEAD's answer out; until there it is a GET.
   const std::string method = request.method == "HEAD" ? "GET" : request.method;
   std::string allowed;
   for (const Route& route : routes_) {
@@ -56,6 +60,7 @@ HttpResponse Router::route(HttpRequest& request, RequestBody& body) const {
       request.pathArguments = *std::move(arguments);
       return route.handler(request, body);
     }
+    // The path is known, its method is not: 405 has to name those that are (RFC 9110, 15.5.6).
     allowed += (allowed.empty() ? "" : ", ") + route.method;
   }
   if (allowed.empty()) return errorResponse(kUnknownPath, "there is nothing at this path", 404);

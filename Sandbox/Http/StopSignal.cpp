@@ -16,6 +16,7 @@ bool StopSignal::raised() const {
 void StopSignal::waitFor(std::chrono::milliseconds duration) {
   const auto end = std::chrono::steady_clock::now() + duration;
   const platform::MutexLock lock(mutex_);
+  // A wait may end without a reason, so only the flag and the clock count.
   while (!raised_) {
     if (duration < std::chrono::milliseconds::zero()) {
       condition_.wait(mutex_);

@@ -37,11 +37,13 @@ bool TimedSocket::awaitInput(milliseconds time) {
 }
 
 bool TimedSocket::await(short events) {
+  // Several waits share one allowance, so each takes off what it used.
   const auto begin = steady_clock::now();
   pollfd entry{socket_.native_handle(), events, 0};
   const auto time = std::chrono::ceil<milliseconds>(left_);
   // An interrupted wait or a broken connection is for the operation to find out.
   const bool mayBeReady = ::poll(&entry, 1, static_cast<int>(time.count())) != 0;
+  // Never below zero, which `poll` would take for "without a limit".
   left_ -= std::min(left_, steady_clock::now() - begin);
   return mayBeReady;
 }
@@ -56,6 +58,8 @@ bool TimedSocket::peerIsLoopback() const {
   ErrorCode error;
   const ip::address address = socket_.remote_endpoint(error).address();
   if (error) return false;
+  // A listener on "::" sees IPv4 clients under such addresses, which are no loopback ones
+  // themselves.
   if (address.is_v6() && address.to_v6().is_v4_mapped()) {
     return ip::make_address_v4(ip::v4_mapped, address.to_v6()).is_loopback();
   }

@@ -11,9 +11,9 @@
 
 namespace varo::sandbox {
 
-/// A connected socket whose synchronous reads and writes wait for the peer no longer than was
-/// allowed; then they fail with `timed_out`. A stream as the HTTP library takes it, hence the names
-/// of its operations. Used by one thread.
+/// A connected socket whose synchronous reads and writes wait for the peer no longer than allowed,
+/// and then fail with `timed_out`. The HTTP library takes it as a stream, hence the names of its
+/// operations. Used by one thread.
 class TimedSocket {
  public:
   using Socket = boost::asio::ip::tcp::socket;

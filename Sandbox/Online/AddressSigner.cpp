@@ -8,6 +8,7 @@ namespace varo::sandbox {
 namespace {
 
 constexpr std::string_view kLifetimeSeconds = "3600";
+// The only header that every client of a signed address is sure to send as it was signed.
 constexpr std::string_view kSignedHeaders = "host";
 
 }  // namespace
@@ -27,6 +28,8 @@ std::string signedPath(const SignedStoreOptions& keys, std::string_view method,
   request.path = fmt::format("/{}", key);
   request.headers = {{"Host", std::string(authority)}};
   request.parameters = {{"X-Amz-Algorithm", std::string(sigv4::kAlgorithm)},
+                        // Not encoded yet: the canonical request encodes, and so does the loop
+                        // below, each once.
                         {"X-Amz-Credential", fmt::format("{}/{}", keys.accessKey, scope.text())},
                         {"X-Amz-Date", timestamp},
                         {"X-Amz-Expires", std::string(kLifetimeSeconds)},
@@ -34,6 +37,7 @@ std::string signedPath(const SignedStoreOptions& keys, std::string_view method,
   const std::string toSign = sigv4::stringToSign(
       timestamp, scope,
       sigv4::canonicalRequest(request, {std::string(kSignedHeaders)}, sigv4::kUnsignedPayload));
+  // Last, since the signature covers all parameters but itself.
   request.parameters.emplace_back(sigv4::kSignatureParameter,
                                   sigv4::signature(keys.secretKey, scope, toSign));
   std::string path = sigv4::uriEncoded(request.path, sigv4::Slash::kKept);

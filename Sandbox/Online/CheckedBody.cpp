@@ -15,6 +15,7 @@ RequestBody::End CheckedBody::readInto(const Sink& sink) {
     return sink(piece);
   });
   if (end != End::kComplete) return end;
+  // Known with the last byte only. The sink has the bytes by now, but has not made them count yet.
   std::string computed = digest.hex();
   if (computed == *promised_) return end;
   wrongDigest_ = std::move(computed);

@@ -8,8 +8,8 @@
 
 namespace varo::sandbox {
 
-/// Passes a body on while it takes its digest. Where that turns out to be another one than was
-/// promised, the body ends as a broken one does, so nobody makes anything of it.
+/// Passes a body on while it takes its digest. A body with another digest than was promised ends
+/// like one that broke off, so nothing is stored of it.
 class CheckedBody final : public RequestBody {
  public:
   /// `promised` is a SHA-256 in hexadecimal; without it any body will do.

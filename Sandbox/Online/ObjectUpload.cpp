@@ -28,6 +28,8 @@ std::string_view dispositionOf(std::string_view head) {
 }
 
 std::optional<std::string> parameterOf(std::string_view disposition, std::string_view name) {
+  // With the semicolon in front, so that "name" is not found within "filename". Clients differ in
+  // the blank behind it.
   for (const char* format : {"; {}=\"", ";{}=\""}) {
     const std::string opening = fmt::format(fmt::runtime(format), name);
     const std::size_t begin = disposition.find(opening);
@@ -48,6 +50,7 @@ class Form {
     const std::string_view disposition = dispositionOf(head);
     const auto name = parameterOf(disposition, "name");
     if (!name) return refuse("a part has no name");
+    // Names and texts are held in memory until the answer is made of them.
     if (parts_.size() == kMaxParts) return refuse("there are too many parts");
     parts_.push_back({*name, parameterOf(disposition, "filename")});
     if (parts_.back().fileName) ++files_;
@@ -57,6 +60,7 @@ class Form {
   bool take(std::string_view content) {
     FormPart& part = parts_.back();
     part.size += content.size();
+    // Only the first file has somewhere to go. The size of the others is counted above.
     if (part.fileName) return files_ > 1 || writer_.write(content);
     if (content.size() > kMaxTextBytes - textBytes_) return refuse("the texts are too long");
     textBytes_ += content.size();
@@ -107,6 +111,7 @@ std::variant<std::vector<FormPart>, WriteProblem> receiveForm(const HttpRequest&
 std::variant<ReceivedObject, WriteProblem> receiveObject(const HttpRequest& request,
                                                          RequestBody& body, DiskStore& objects,
                                                          const std::string& key) {
+  // Before the body is read: a second writer is refused at once and not after all of its bytes.
   auto begun = objects.writeWhole(key);
   if (auto* problem = std::get_if<WriteProblem>(&begun)) return std::move(*problem);
   DiskWriter& writer = *std::get<std::unique_ptr<DiskWriter>>(begun);

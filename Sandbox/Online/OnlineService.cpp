@@ -35,6 +35,7 @@ std::string keyFrom(const json::object& uploadParams) {
     auto text = textUnder(uploadParams, entry);
     if (text && !text->empty()) return *std::move(text);
   }
+  // Without a wish any name will do; two uploads must only not share one.
   return randomName();
 }
 
@@ -106,6 +107,7 @@ HttpResponse OnlineService::handOut(RequestBody& body) const {
   const auto read = onlineTemplateKindFrom(*wish);
   if (const auto* problem = std::get_if<std::string>(&read)) return badParameter(*problem);
   const auto& kind = std::get<OnlineTemplateKind>(read);
+  // A form posted to such a store needs a signed policy, which the sandbox does not make.
   const bool isOutside = kind.target == Target::kStore && !options_.outsideUrl.empty();
   if (isOutside && kind.isMultipart()) return badParameter("the outside store takes no forms");
   HttpResponse response;
@@ -136,6 +138,7 @@ json::object OnlineService::templateFor(const OnlineTemplateKind& kind,
 
 void OnlineService::addAddress(const OnlineTemplateKind& kind, const json::object& uploadParams,
                                json::object& entries) const {
+  // The port is in the signature ("host"), so the address must be the one that clients will use.
   const Origins origins = origins_();
   const bool isService = kind.target == Target::kService;
   const std::string& store = options_.outsideUrl.empty() ? origins.store : options_.outsideUrl;
@@ -147,16 +150,20 @@ void OnlineService::addAddress(const OnlineTemplateKind& kind, const json::objec
                   sigv4::uriEncoded(key, sigv4::Slash::kKept));
   if (kind.auth == Auth::kPresigned) {
     const std::string_view method = kind.isMultipart() ? "POST" : "PUT";
+    // The method is signed as well, so the template has to name the same one.
     path = signedPath(options_, method, authority, key, thisMoment());
   } else if (kind.auth == Auth::kHmacDigest && !isService &&
              textUnder(uploadParams, kObjectName).value_or("") == key) {
+    // The client fills placeholders from its parameters, so only a name that it gave can be one.
     path = fmt::format("/{}", kObjectNamePlaceholder);
   }
+  // The client signs the host, and takes it from here.
   if (kind.auth == Auth::kHmacDigest) entries["Host"] = authority;
   if (kind.address == OnlineTemplateKind::Address::kEndpointUrl) {
     entries["endpointUrl"] = domain + path;
     return;
   }
+  // The service calls itself by a name that stands for the address which the client has anyway.
   entries["domain"] = isService ? std::string(kServiceDomain) : std::move(domain);
   entries["relativepath"] = std::move(path);
 }

@@ -70,6 +70,7 @@ std::variant<OnlineTemplateKind, std::string> onlineTemplateKindFrom(const json:
     kind.auth = Auth::kNone;
   }
   if (kind.auth == Auth::kPresigned && kind.target == Target::kService) {
+    // The service checks tokens and no signatures.
     return "only addresses of the store can be signed";
   }
   return kind;

@@ -32,11 +32,17 @@ struct OnlineTemplateKind {
   [[nodiscard]] bool isMultipart() const { return uploadMode == "multipart"; }
 };
 
-/// The kind that `wish` asks for: "uploadMode" (any text), "domain" ("store" or "service"), "auth"
-/// ("HMACDigest", "presigned" or "none"), "address" ("endpointUrl" or "domain"), "opstatus" (whole
-/// number or null), "status" (200 to 599) and "entries" (an object). Forms go to the service and
-/// unsigned unless it says otherwise, all else to the store and signed. The text says which entry
-/// is unknown, wrong, or does not go with the others.
+/// The kind that `wish` asks for, with the entries
+/// - "uploadMode": any text;
+/// - "domain": "store" or "service";
+/// - "auth": "HMACDigest", "presigned" or "none";
+/// - "address": "endpointUrl" or "domain";
+/// - "opstatus": whole number or null;
+/// - "status": 200 to 599;
+/// - "entries": an object.
+///
+/// Unless it says otherwise, forms go to the service and unsigned, all else to the store and
+/// signed. The text says which entry is unknown, wrong, or does not go with the others.
 [[nodiscard]] std::variant<OnlineTemplateKind, std::string> onlineTemplateKindFrom(
     const boost::json::object& wish);
 

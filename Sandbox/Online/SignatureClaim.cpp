@@ -14,6 +14,7 @@ constexpr std::string_view kAuthorization = "Authorization";
 constexpr std::string_view kAlgorithmParameter = "X-Amz-Algorithm";
 constexpr std::string_view kMalformedHeader = "AuthorizationHeaderMalformed";
 constexpr std::string_view kMalformedQuery = "AuthorizationQueryParametersError";
+// In seconds. The standard's limit for signed addresses.
 constexpr std::uint64_t kLongestLifetime = std::uint64_t{7} * 24 * 60 * 60;
 
 using ClaimOrError = std::variant<SignatureClaim, StoreError>;
@@ -53,6 +54,7 @@ bool isLowerCase(std::string_view name) {
 bool readSignedHeaders(std::string_view text, SignatureClaim& claim) {
   claim.signedHeaders = split(text, ';');
   const auto& names = claim.signedHeaders;
+  // In strict order, so no name comes twice: the canonical request joins equal names itself.
   const bool inOrder =
       std::adjacent_find(names.begin(), names.end(), std::greater_equal<>()) == names.end();
   return inOrder && std::all_of(names.begin(), names.end(), [](const std::string& name) {
@@ -87,6 +89,7 @@ std::optional<FieldList> authorizationFields(std::string_view value) {
     const std::string_view field = platform::trimmed(part);
     const std::size_t equals = std::min(field.find('='), field.size());
     const std::string_view name = field.substr(0, equals);
+    // Two fields of one name could be read differently by two readers.
     if (equals == field.size() || findField(fields, name) != nullptr) return std::nullopt;
     fields.emplace_back(name, field.substr(equals + 1));
   }
@@ -121,6 +124,8 @@ ClaimOrError headerClaim(const HttpRequest& request, std::string_view authorizat
   }
   claim.timestamp = *timestamp;
   claim.time = *time;
+  // The store cannot take the digest itself before it has the body, and the body may be large. It
+  // checks the claim now and the digest when the last byte is here.
   const std::string* hash = request.header("x-amz-content-sha256");
   if (hash == nullptr) {
     return StoreError{400, "InvalidRequest", "The header x-amz-content-sha256 is missing."};
@@ -150,6 +155,7 @@ ClaimOrError queryClaim(const HttpRequest& request) {
   }
   claim.timestamp = *timestamp;
   claim.time = *time;
+  // Who signs an address does not know yet what will be sent to it.
   claim.payloadHash = sigv4::kUnsignedPayload;
   claim.lifetime = std::chrono::seconds(*seconds);
   return claim;
@@ -175,6 +181,7 @@ bool isSigned(const HttpRequest& request) {
 ClaimOrError signatureClaimOf(const HttpRequest& request) {
   const std::string* authorization = request.header(kAuthorization);
   if (authorization == nullptr) return queryClaim(request);
+  // Checking one and ignoring the other would let the other one say anything.
   if (isSignedInQuery(request)) {
     return StoreError{400, "InvalidArgument", "The request is signed in two places."};
   }

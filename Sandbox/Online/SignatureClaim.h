@@ -12,8 +12,8 @@
 
 namespace varo::sandbox {
 
-/// What a request says of its own signature: in its headers, or in its query as an address that
-/// somebody else signed.
+/// What a request says of its own signature: in its headers or, for an address that somebody else
+/// signed, in its query.
 struct SignatureClaim {
   std::string accessKey;
   sigv4::Scope scope;

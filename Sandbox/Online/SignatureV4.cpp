@@ -16,9 +16,11 @@ namespace {
 std::string canonicalQuery(const FieldList& parameters) {
   FieldList encoded;
   for (const auto& [name, value] : parameters) {
+    // It cannot cover itself. Header signatures never meet this parameter.
     if (name == kSignatureParameter) continue;
     encoded.emplace_back(uriEncoded(name, Slash::kEncoded), uriEncoded(value, Slash::kEncoded));
   }
+  // After the encoding: "%" sorts elsewhere than the character that it stands for.
   std::sort(encoded.begin(), encoded.end());
   std::string query;
   for (const auto& [name, value] : encoded) {
@@ -85,6 +87,7 @@ std::string stringToSign(std::string_view timestamp, const Scope& scope,
 
 std::string signature(std::string_view secretKey, const Scope& scope,
                       std::string_view stringToSign) {
+  // Each step narrows what the key is good for: one day, one region, one service.
   std::string key = fmt::format("AWS4{}", secretKey);
   for (const std::string_view part : {std::string_view(scope.date), std::string_view(scope.region),
                                       std::string_view(scope.service), kTerminator}) {
@@ -123,6 +126,7 @@ std::optional<Time> parseTimestamp(std::string_view text) {
   if (!year || !month || !day || !hour || !minute || !second) return std::nullopt;
   const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(*year)),
                                          std::chrono::month(*month), std::chrono::day(*day)};
+  // A 60th second is a leap second.
   if (!date.ok() || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
   return std::chrono::sys_days(date) + std::chrono::hours(*hour) + std::chrono::minutes(*minute) +
          std::chrono::seconds(*second);

@@ -12,6 +12,7 @@
 namespace varo::sandbox {
 namespace {
 
+// As such stores have it: more than clocks differ, and little time for an intercepted request.
 constexpr std::chrono::minutes kLargestSkew{15};
 
 StoreError denied(std::string message) { return {403, "AccessDenied", std::move(message)}; }
@@ -25,6 +26,7 @@ std::optional<StoreError> checkSignedHeaders(const HttpRequest& request,
   };
   if (!isNamed("host")) return denied("The header \"host\" must be signed.");
   for (const auto& [name, value] : request.headers) {
+    // These change what the store does. Unsigned, anybody on the way could add one.
     if (startsIgnoringCase(name, "x-amz-") && !isNamed(name)) {
       return denied(fmt::format("The header \"{}\" is not signed.", name));
     }
@@ -50,6 +52,7 @@ std::variant<SignatureVerifier::PayloadHash, StoreError> SignatureVerifier::veri
   auto read = signatureClaimOf(request);
   if (auto* problem = std::get_if<StoreError>(&read)) return std::move(*problem);
   const auto& claim = std::get<SignatureClaim>(read);
+  // The signature last: its refusal says nothing of the cause, the others say it exactly.
   if (auto problem = checkScope(claim)) return *std::move(problem);
   if (auto problem = checkTime(claim, now)) return *std::move(problem);
   if (auto problem = checkPayloadHash(claim)) return *std::move(problem);
@@ -65,6 +68,7 @@ SignatureVerifier::Problem SignatureVerifier::checkScope(const SignatureClaim& c
                       "There is no such access key.",
                       {{"AWSAccessKeyId", claim.accessKey}}};
   }
+  // The day comes from the request's own time. Whether that is today is for `checkTime`.
   const sigv4::Scope expected{claim.timestamp.substr(0, 8), options_.region,
                               std::string(sigv4::kService)};
   if (claim.scope == expected) return std::nullopt;
@@ -96,6 +100,7 @@ SignatureVerifier::Problem SignatureVerifier::checkTime(const SignatureClaim& cl
 SignatureVerifier::Problem SignatureVerifier::checkPayloadHash(const SignatureClaim& claim) const {
   const std::string& hash = claim.payloadHash;
   if (hash == sigv4::kUnsignedPayload) {
+    // A signed address never covers the body, so no setting forbids it there.
     if (claim.lifetime || options_.allowsUnsignedPayload) return std::nullopt;
     return denied("The body must be signed.");
   }
@@ -119,6 +124,8 @@ SignatureVerifier::Problem SignatureVerifier::checkSignature(const HttpRequest& 
                     "The signature is not the one of this request under the access key's secret.",
                     {{"AWSAccessKeyId", claim.accessKey},
                      {"SignatureProvided", claim.signature},
+                     // Both without the secret. Compared with the client's own, they show where the
+                     // two part.
                      {"StringToSign", toSign},
                      {"CanonicalRequest", canonical}}};
 }

@@ -81,6 +81,7 @@ HttpResponse SignedStore::serve(const HttpRequest& request, RequestBody& body, A
   if (const auto* problem = std::get_if<StoreError>(&verdict)) {
     return xmlResponse(*problem, request);
   }
+  // After the signature: whoever may not ask learns nothing of what is served.
   if (const auto problem = unservedOperation(request)) return xmlResponse(*problem, request);
   CheckedBody checked(body, std::get<SignatureVerifier::PayloadHash>(verdict));
   // The digest covers a body that nobody needs, too.
@@ -89,6 +90,7 @@ HttpResponse SignedStore::serve(const HttpRequest& request, RequestBody& body, A
                              : checked.readInto([](std::string_view) { return true; });
   HttpResponse response = end == RequestBody::End::kComplete ? (this->*action)(request, checked)
                                                              : brokenBodyResponse(request);
+  // Whatever the action made of the broken body, this is why it was broken.
   if (checked.wrongDigest()) return wrongDigestResponse(request, *checked.wrongDigest());
   return response;
 }
@@ -108,6 +110,7 @@ HttpResponse SignedStore::read(const HttpRequest& request, RequestBody&) {
   if (!stored) return xmlResponse(noSuchKey(request), request);
   HttpResponse response =
       rangeResponse(request, {stored->bytes, stored->state.size, stored->state.entityTag});
+  // The headers stay: "Content-Range" tells the size that the client got wrong.
   if (response.status != 416) return response;
   HttpResponse refusal =
       xmlResponse({416, "InvalidRange", "The object has no such bytes."}, request);
@@ -116,6 +119,7 @@ HttpResponse SignedStore::read(const HttpRequest& request, RequestBody&) {
 }
 
 HttpResponse SignedStore::remove(const HttpRequest& request, RequestBody&) {
+  // Such stores answer 204 whether there was an object or not, so that a delete can be repeated.
   objects_.discard(keyOf(request));
   HttpResponse response;
   response.status = 204;

@@ -35,6 +35,7 @@ std::optional<WriteProblem> receiveBody(const HttpRequest& request, RequestBody&
   if (isMultipart(request)) {
     MultipartReader reader(multipartBoundary(*request.header("Content-Type")), write);
     end = body.readInto([&reader](std::string_view piece) { return reader.push(piece); });
+    // A reader whose writer refused is not complete either; `finish` has the real reason.
     bodyIsWrong = !reader.complete() && !writerRefused;
   } else {
     end = body.readInto(write);

@@ -22,6 +22,7 @@ WriteProblem inProgress() {
 }
 
 ContentReader readerOf(std::shared_ptr<const File> file) {
+  // The answer keeps the file open. Replaced or removed meanwhile, it still has its bytes.
   return [file = std::move(file)](std::uint64_t offset, std::span<char> buffer) {
     const auto count = file->readAt(offset, buffer);
     return count && *count == buffer.size();
@@ -55,6 +56,7 @@ std::optional<DiskStore::Stored> DiskStore::open(std::string_view key) const {
 }
 
 DiskStore::WriterOrProblem DiskStore::writeWhole(const std::string& key) {
+  // Before the record is read: from here on nobody else changes it.
   Lease lease = acquire(key);
   if (!lease) return inProgress();
   StoredBytes next;
@@ -71,6 +73,7 @@ DiskStore::WriterOrProblem DiskStore::writeChunk(const std::string& key, std::ui
   if (!lease) return inProgress();
   const StoredBytes previous = state(key).value_or(StoredBytes{});
   const auto refuse = [](std::string reason) { return WriteProblem{kBadChunk, std::move(reason)}; };
+  // The last chunk may come once more: its answer was lost, and the client sends it again.
   if (sequence > 1 && sequence != previous.chunks && sequence != previous.chunks + 1) {
     return refuse(
         fmt::format("chunk {} is out of order: {} came before", sequence, previous.chunks));
@@ -83,6 +86,8 @@ DiskStore::WriterOrProblem DiskStore::writeChunk(const std::string& key, std::ui
     return refuse("the first chunk was empty, so no other can follow");
   }
   StoredBytes next = previous;
+  // A new file, so that the content before stays whole until this one is. Later chunks go into the
+  // file that is there, behind what its record counts.
   if (sequence == 1) next = {randomName(), 0, 0, 0, ""};
   const std::string path = pathOf(next.fileName);
   auto file = sequence == 1 ? File::createNew(path) : File::openForWriting(path);
@@ -107,6 +112,8 @@ void DiskStore::discard(const std::string& key) {
 bool DiskStore::removeLeased(const std::string& key) {
   const auto found = state(key);
   if (!found) return false;
+  // The record first. Killed in between, the sandbox leaves a file that nobody names, and never a
+  // record without its bytes.
   records_.removeStored(area_, key);
   ::unlink(pathOf(found->fileName).c_str());
   return true;
@@ -116,9 +123,11 @@ DiskStore::Lease DiskStore::acquire(const std::string& key, Afterwards afterward
   const platform::MutexLock lock(mutex_);
   const auto [entry, isFree] = busy_.try_emplace(key, Afterwards::kKeep);
   if (!isFree) {
+    // Whoever holds the key does it when he ends: his bytes would otherwise come back after it.
     if (afterwards == Afterwards::kDiscard) entry->second = afterwards;
     return nullptr;
   }
+  // Not for the pointer but for its deleter: the key is free again however the writer ends.
   return {&busy_, [this, key](void*) { release(key); }};
 }
 
@@ -132,6 +141,7 @@ void DiskStore::release(const std::string& key) noexcept {
   }
   if (afterwards == Afterwards::kKeep) return;
   try {
+    // Outside the lock, which it takes again. A writer that has come in between discards in turn.
     discard(key);
   } catch (const std::exception&) {
     // The database fails. Nobody waits for an answer here, and the bytes have no record any more.
@@ -144,6 +154,7 @@ std::string DiskStore::pathOf(const std::string& fileName) const {
 
 void DiskStore::publish(const std::string& key, const StoredBytes& state,
                         const std::string& oldFileName) {
+  // The old file goes last: until the record names the new one, readers open the old one.
   records_.putStored(area_, key, state);
   if (!oldFileName.empty() && oldFileName != state.fileName) ::unlink(pathOf(oldFileName).c_str());
 }

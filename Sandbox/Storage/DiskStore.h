@@ -25,10 +25,11 @@ struct WriteProblem {
 /// Bytes on disk under keys. A key is only ever a value in the database: the files have names of
 /// the store's own, so no key leads out of the directory. Thread-safe.
 ///
-/// Bytes arrive whole, or in chunks of which the first sets the length: chunk n goes to
-/// (n - 1) x that length, and only the last may be shorter. A later chunk that is longer than the
-/// first can only be the last one of a client that repeats the whole content in it; its first n - 1
-/// chunk lengths are then what is already there, and it replaces everything.
+/// Bytes arrive whole or in chunks:
+/// - The first chunk sets the length. Chunk n goes to (n - 1) x that length.
+/// - Only the last chunk may be shorter.
+/// - Some clients repeat the whole content in their last chunk. So a later chunk that is longer
+///   than the first replaces everything; it must be longer than the chunks before it.
 class DiskStore {
  public:
   struct Stored {

@@ -47,12 +47,16 @@ DiskWriter::DiskWriter(DiskStore& store, std::shared_ptr<void> lease, std::strin
 }
 
 DiskWriter::~DiskWriter() {
+  // Runs before the lease ends. A later chunk shares its file with the content that counts, and
+  // what it left behind that content is overwritten by the next try.
   const bool isNewFile = next_.fileName != previous_.fileName;
   if (!finished_ && isNewFile) ::unlink(store_.pathOf(next_.fileName).c_str());
 }
 
 bool DiskWriter::write(std::string_view bytes) {
   if (problem_) return false;
+  // Until it is longer than the first chunk, nobody can tell whether this is chunk n or all of the
+  // content once more. It is taken for chunk n until then.
   if (isLaterChunk() && !holdsWholeContent_) {
     const std::uint64_t room = previous_.chunkLength - written_;
     const std::string_view fitting = bytes.substr(0, static_cast<std::size_t>(room));
@@ -103,12 +107,14 @@ std::optional<WriteProblem> DiskWriter::finish() {
   next_.size = holdsWholeContent_ ? written_ : offset_ + written_;
   next_.chunks = std::max<std::uint64_t>(sequence_, 1);
   if (!isLaterChunk()) next_.chunkLength = written_;
+  // New with every write, so that a client notices that the bytes are others, whatever they are.
   next_.entityTag = "\"" + randomName() + "\"";
   // A repeated chunk may be shorter than what it replaces.
   if (!file_->setSize(next_.size)) {
     return WriteProblem{kInternal, "the bytes cannot be written"};
   }
   store_.publish(key_, next_, previous_.fileName);
+  // From here on the record names the file, and the destructor leaves it alone.
   finished_ = true;
   return std::nullopt;
 }

@@ -7,6 +7,7 @@
 namespace varo::sandbox {
 namespace {
 
+// For whoever looks into the file with another tool; the sandbox itself has one connection.
 constexpr int kBusyTimeoutMs = 5000;
 
 // Losing the last moments in a power cut is fine for a sandbox, a damaged file is not.
@@ -63,6 +64,8 @@ FileRecord readFile(SQLite::Statement& row) {
 
 }  // namespace
 
+// One connection for all threads, under the lock: statements are short, and a transaction is never
+// mixed with another thread's.
 RecordDatabase::RecordDatabase(const std::string& path)
     : database_(std::make_unique<SQLite::Database>(
           path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyTimeoutMs)) {
@@ -103,6 +106,8 @@ bool RecordDatabase::replace(const FileRecord& record, const Properties& propert
   SQLite::Statement statement(*database_,
                               "UPDATE files SET metadata = ?, committed = ?, size = ?, "
                               "entity_tag = ?, revision = revision + 1 "
+                              // Matches no row when somebody else has
+                              // written since the record was read.
                               "WHERE id = ? AND revision = ?");
   bindText(statement, 1, record.metadata);
   statement.bind(2, record.committed ? 1 : 0);
@@ -131,6 +136,8 @@ void RecordDatabase::writePropertiesLocked(std::string_view id, const Properties
   bindText(remove, 1, id);
   remove.exec();
   SQLite::Statement add(*database_,
+                        // Of two entries with one name the later one
+                        // stays, which is the service's own.
                         "INSERT OR REPLACE INTO properties (id, name, value) VALUES (?, ?, ?)");
   for (const auto& [name, value] : properties) {
     add.reset();
@@ -147,6 +154,7 @@ std::vector<FileRecord> RecordDatabase::list(const Properties& wanted, Scope sco
   for (std::size_t i = 0; i < wanted.size(); ++i) {
     sql += " AND id IN (SELECT id FROM properties WHERE name = ? AND value = ?)";
   }
+  // The numbers grow with time, while two records may have been created at the same instant.
   sql += " ORDER BY number";
 
   const platform::MutexLock lock(mutex_);

@@ -160,6 +160,8 @@ void BinaryDataManager::createDownloadTaskForDb(const std::string& databaseName,
   insides_->dataManagerQueue.async(
       [self = shared_from_this(),
        column = BlobColumn{databaseName, tableName, columnName, primaryKeyTable}, downloadConfig,
+       // Taken now, and not on the queue: a policy that is set after this call is for later
+       // downloads.
        settings = OperationSettings::take(downloadConfig), completion = std::move(completion)] {
         const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed, [&] {
           self->insides_->create(column, downloadConfig, settings, completion);
@@ -213,6 +215,7 @@ void BinaryDataManager::Insides::createDownloadTask(const std::string& blobId,
       downloadInput(downloadConfig, additionalConfig, andPrimaryKeys), settings, places);
   {
     const MutexLock lock(mutex);
+    // Swapped out, so that the former download is not destroyed under the lock.
     tasks[blobId].swap(download);
     std::erase_if(replaced, [](const auto& former) { return former.expired(); });
     if (download != nullptr) replaced.push_back(download);
@@ -229,6 +232,7 @@ DownloadPtr BinaryDataManager::Insides::find(const std::optional<std::string>& b
 
 Downloads BinaryDataManager::Insides::allTasks() const {
   const MutexLock lock(mutex);
+  // A copy: each download is then called without the lock.
   return tasks;
 }
 
@@ -325,6 +329,7 @@ void BinaryDataManager::clearBinaryDataManagerState() {
   std::vector<std::weak_ptr<BlobDownload>> replaced;
   {
     const MutexLock lock(insides_->mutex);
+    // All at once, so that a download that is made meanwhile is either cleared or left alone.
     tasks.swap(insides_->tasks);
     replaced.swap(insides_->replaced);
   }

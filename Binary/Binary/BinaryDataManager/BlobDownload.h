@@ -49,7 +49,7 @@ class BlobDownload final : public platform::TaskListener,
   void start(DownloadBlock completion);
   void pause(DownloadBlock completion);
   void resume(DownloadBlock completion);
-  /// Ends the run that is under way; the next start, resume or pause goes on from there.
+  /// Ends the run that is under way. A later start, resume or pause continues from there.
   void stop();
   /// Ends it for good and forgets its blocks.
   void clear();

@@ -78,7 +78,7 @@ inline constexpr char kNull[] = "NULL";
 [[nodiscard]] platform::Dictionary downloadState(std::int32_t state, const platform::Value& path);
 [[nodiscard]] platform::Dictionary completeFile(const platform::Value& path,
                                                 const platform::Value& size);
-/// The file of a download that goes on.
+/// The file of a download that is still running.
 [[nodiscard]] platform::Dictionary fileAt(const platform::Value& path);
 [[nodiscard]] platform::Dictionary deletion();
 [[nodiscard]] platform::Dictionary deletionWithFile();
@@ -139,13 +139,13 @@ class BlobStoreTable {
   /// Changes the row of this blob.
   [[nodiscard]] platform::Result<void> update(const std::string& blobId,
                                               const platform::Dictionary& values) const;
-  /// The same while the row is in this state, and nothing, a success as well, when it is in
-  /// another.
+  /// The same while the row is in this state. In another state it changes nothing, which is a
+  /// success too.
   [[nodiscard]] platform::Result<void> updateInState(const std::string& blobId,
                                                      const platform::Value& state,
                                                      const platform::Dictionary& values) const;
-  /// Changes the row of this blob unless its deletion is recorded, also when that happens
-  /// meanwhile; then it gets a path of `values` where it has none.
+  /// Changes the row of this blob unless its deletion is recorded, be it during the call. A row
+  /// whose deletion is recorded only gets the path of `values`, where it has none.
   [[nodiscard]] platform::Result<void> updateUnlessDeleted(
       const std::string& blobId, const platform::Dictionary& values) const;
 

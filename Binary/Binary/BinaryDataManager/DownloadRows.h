@@ -24,13 +24,15 @@ class DownloadRows {
   /// `withError` set: code 5 for no row, 4 for another state.
   [[nodiscard]] std::optional<platform::Dictionary> checkIfFileAvailable(
       platform::ErrorPtr* withError) const;
-  /// Has a paused download go on from the size of its file: `input` with "TotalBytesDownloaded".
+  /// The input to resume a paused download at the end of its file: `input` with
+  /// "TotalBytesDownloaded".
   [[nodiscard]] platform::Dictionary withMetaData(platform::Dictionary input) const;
   /// How much of the claimed file is of the object that the row is about.
   struct Beginning {
-    /// 0 where that is not known: the row is new or names another file, whoever wrote the file died
-    /// in the middle, or, for a new run under the safe policy, the server told neither tag nor date
-    /// of the object.
+    /// 0 where that is not known:
+    /// - the row is new or names another file;
+    /// - whoever wrote the file died in the middle;
+    /// - for a new run under the safe policy, the server told neither tag nor date of the object.
     std::int64_t bytes = 0;
     /// It is all of it: its row could not be written.
     bool isWhole = false;
@@ -42,7 +44,7 @@ class DownloadRows {
   [[nodiscard]] platform::Result<void> updateDB(const platform::Dictionary& output) const;
   /// Notes a state, and, unless that is `kDownloadStarted`, the file's path where it is known.
   void updateState(std::int32_t withState, const platform::Dictionary& output) const;
-  /// Notes where the file of a download that runs is, so that one whose process dies goes on.
+  /// Notes where the file of a running download is, so that it can be resumed if the process dies.
   void noteFile(const platform::Dictionary& output) const;
 
  private:

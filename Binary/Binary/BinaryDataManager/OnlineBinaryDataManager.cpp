@@ -107,6 +107,7 @@ void OnlineBinaryDataManager::createAndStartOnlineDownloadTaskFor(
                      std::move(andOnStreamDownloadCompletedCompletionBlock),
                      std::move(andOnFileDownloadCompletedCompletionBlock),
                      std::move(andOnDownloadFailureCompletionBlock)});
+  // On the queue, so that two downloads of one name cannot both find it free.
   onlineDownloadQueue().async([self = shared_from_this(), download] { self->create(download); });
 }
 

@@ -200,6 +200,7 @@ void OnlineBinaryUploadManager::createAndStartOnlineUploadTaskFor(
   const auto upload = std::make_shared<const Upload>(
       Upload{configuration, blocks, andOptions,
              OperationSettings::take(andOptions.value_or(Dictionary()))});
+  // On the queue, so that uploads get their places in the order in which they were asked for.
   onlineUploadQueue().async([self = shared_from_this(), upload] { self->start(upload); });
 }
 
@@ -244,6 +245,7 @@ void OnlineBinaryUploadManager::start(const std::shared_ptr<const Upload>& uploa
 
 void OnlineBinaryUploadManager::schedule(const std::string& sessionId, const Upload& upload) {
   const auto task = std::make_shared<UploadTemplateGetterTask>(sessionId);
+  // Before it can be started: an end that nobody hears of would keep its place for ever.
   task->subscribeForTaskUpdates(shared_from_this());
   Dictionary input = *upload.configuration;
   const UploadBlocks& blocks = upload.blocks;
@@ -261,6 +263,7 @@ void OnlineBinaryUploadManager::schedule(const std::string& sessionId, const Upl
   try {
     uploadTaskQueue_.addTaskAndCheckStartExecution(task, sessionId);
   } catch (...) {
+    // Otherwise the place of a task that never started would be lost to all others.
     uploadTaskQueue_.removeTaskFromInProgressQueue(task);
     uploadTaskQueue_.removeKey(sessionId);
     throw;
@@ -278,6 +281,7 @@ void OnlineBinaryUploadManager::startWaiting() {
     calls.push_back(taskEnded(next, TaskState::Errored));
     next = uploadTaskQueue_.startNextScheduledTask();
   }
+  // After the loop: a block may start another upload, which must find the places given out.
   for (BlockCall& call : calls) tell(std::move(call));
 }
 
@@ -298,6 +302,7 @@ void OnlineBinaryUploadManager::task(const std::shared_ptr<VSTask>& task, TaskSt
 /// A task that its queue does not have in progress any more has been heard of before.
 OnlineBinaryUploadManager::BlockCall OnlineBinaryUploadManager::taskEnded(
     const TaskQueueManager::TaskPtr& task, TaskState state) {
+  // True for one caller only, so an end that is told twice is handled once.
   if (!uploadTaskQueue_.removeTaskFromInProgressQueue(task)) return {};
   uploadTaskQueue_.removeKey(task->name());
   task->unsubscribeForTaskUpdates(shared_from_this());
@@ -355,6 +360,8 @@ void OnlineBinaryUploadManager::scheduleUploader(const std::shared_ptr<UploaderT
   input.set(kOperationSettings, former[kOperationSettings]);
   uploader->setInputContext(std::move(input));
   uploader->setBlocks(after.blocks());
+  // Behind those that wait, and not in the place that the first step
+  // leaves: the order is fair to them.
   uploadTaskQueue_.addTask(uploader, uploader->name());
   uploadTaskQueue_.addToScheduledQueue(uploader);
 }

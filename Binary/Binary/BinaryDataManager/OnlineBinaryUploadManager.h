@@ -25,10 +25,12 @@ class UploaderTask;
 /// back end for an upload template, then sends the bytes to where the template says, as a form
 /// ("multipart") or as they are ("binary"), signed where it asks for that.
 ///
-/// At most `MAX_PARALLEL_JOBS` steps of uploads run at once, the others wait in their order. One
-/// that waits starts before the completed or failure block of the one that ended is called; an
-/// upload keeps its place while its started block runs. After the runtime's shutdown every upload
-/// fails. Owned by a `std::shared_ptr`, which outlives its uploads. Thread-safe.
+/// At most `MAX_PARALLEL_JOBS` steps of uploads run at once, the others wait in their order:
+/// - One that waits starts before the completed or failure block of the one that ended is called.
+/// - An upload keeps its place while its started block runs.
+/// - After the runtime's shutdown every upload fails.
+///
+/// Owned by a `std::shared_ptr`, which outlives its uploads. Thread-safe.
 class OnlineBinaryUploadManager final
     : public platform::TaskListener,
       public std::enable_shared_from_this<OnlineBinaryUploadManager> {
@@ -39,23 +41,31 @@ class OnlineBinaryUploadManager final
   /// `clock` names the sessions, dates the signatures and lives as long as the manager.
   explicit OnlineBinaryUploadManager(const platform::Clock& clock = platform::Clock::system());
 
-  /// Starts an upload and returns at once. `configuration` holds "URL" (text: who answers with the
-  /// template), "FilePath" (text) or "rawBytes" (bytes), and may hold "headers" and "uploadParams"
-  /// (dictionaries). The upload parameters are posted to "URL", fill the template's placeholders,
-  /// hold the keys for the signature ("accessKeyID", "secretAccessKey", ...) and come back in every
-  /// block. `andOptions` may hold:
+  /// Starts an upload and returns at once. `configuration` holds:
+  /// - "URL" (text): who answers with the template;
+  /// - "FilePath" (text) or "rawBytes" (bytes);
+  /// - optionally "headers" (dictionary), those of the request for the template;
+  /// - optionally "uploadParams" (dictionary). They are posted to "URL", fill the template's
+  ///   placeholders, hold the keys for the signature ("accessKeyID", "secretAccessKey", ...) and
+  ///   come back in every block.
+  ///
+  /// `andOptions` may hold:
   /// - "domain", which stands for "#middlewaredomain" in a template;
   /// - "X-Pelmar-Authorization", the service's token: goes wherever a template has an unsigned
   ///   upload go, under `TransferPolicy::kSafe` only to the servers of "URL" and "domain";
   /// - an `OperationSettings` under "settings" and a `platform::Cancellation` under "cancellation",
   ///   both taken now for the whole upload. One that is cancelled fails.
   ///
-  /// Exactly one of the completed and the failure block is called, once, after the started block if
-  /// that is called at all; on a thread of the runtime's pool, with no lock held. Only the
-  /// failure block of an upload that the runtime's shutdown overtakes may run on the thread that
-  /// calls this or `Runtime::shutdown`; there it must not wait for another upload. Each block may
-  /// be empty, and may start further uploads; what it throws is logged and goes no further. None is
-  /// copied once this has returned. The file must not change before.
+  /// Blocks:
+  /// - Exactly one of the completed and the failure block is called, once, after the started block
+  ///   if that is called at all.
+  /// - They run on a thread of the runtime's pool, with no lock held. There is one exception: when
+  ///   the runtime's shutdown overtakes an upload, its failure block may run on the thread that
+  ///   calls this or `Runtime::shutdown`. There it must not wait for another upload.
+  /// - Each may be empty, and may start further uploads. What it throws is logged and goes no
+  ///   further. None is copied once this has returned.
+  ///
+  /// The file must not change before one of the two was called.
   ///
   /// Errors:
   /// - those of `validateInput`;

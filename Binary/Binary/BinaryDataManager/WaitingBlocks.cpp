@@ -42,6 +42,7 @@ StepQueue::Effect answering(DownloadBlock& block, const std::string& blobId, con
   StepQueue::Effect effect = [held, id = std::optional(blobId), error, result] {
     callDownloadBlock(*held, id, error, result);
   };
+  // Last, since all above may throw: the block is then still with its owner.
   held->swap(block);
   return effect;
 }

@@ -163,6 +163,7 @@ void DataPersistenceTask::task(const std::shared_ptr<VSTask>& task, TaskState fr
 void DataPersistenceTask::networkChanged(const std::shared_ptr<NetworkTask>& network,
                                          TaskState from, TaskState to, const Dictionary& context) {
   const Dictionary received = context[platform::kTaskOutputContext].dictionaryValue();
+  // A change of context without a change of state is how a chunk is published.
   if (from == TaskState::Started && to == TaskState::Started) {
     return addChunkToQueue(network, received);
   }

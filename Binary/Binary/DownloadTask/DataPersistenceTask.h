@@ -19,20 +19,26 @@ class NetworkTask;
 /// Listens to a `NetworkTask` and writes its chunks to the object's file, or hands them to the
 /// caller's block.
 ///
-/// Ends when the file has the object's size, or when the network task has paused, ended or failed
-/// and all that it delivered is written; the file's bytes are on the disk then. When that happens a
-/// second time, it raises a context change, so that who listens looks again.
+/// Ends, with the file's bytes on the disk, as soon as one of these holds:
+/// - the file has the object's size;
+/// - the network task has paused, ended or failed, and all that it delivered is written.
+/// When that happens a second time, it raises a context change, so that whoever listens looks
+/// again.
 ///
-/// The file is the one of the `FileClaim` in the input, which is kept up to date on which object
-/// the bytes are of; without a claim it is "blobs/BLOBID" in the
-/// documents directory, or "downloads/SECONDS_BLOBID" for an online download, where an id with
-/// slashes stands in percent-encoding ("/" and "%").
+/// The file:
+/// - with a `FileClaim` in the input, the claimed one; the claim records which object its bytes
+///   belong to;
+/// - without a claim "blobs/BLOBID" in the documents directory or, for an online download,
+///   "downloads/SECONDS_BLOBID", where "/" and "%" of an id with slashes are percent-encoded.
 ///
-/// Input: "BlobID"; "Streaming", with an `OnStreamDownloadCompleted` under
-/// "onStreamDownloadCompleted"; else optionally an `OnChunkDownloadCompleted` under
-/// "onChunkDownloadCompleted"; "FileParams" for both; "OnlineDownloadTask". Output: "BlobID",
-/// "FilePath", "TotalFileSize" where it is known. Errors: the user information is in the error
-/// context, under "PersistenceError" where the file system is the reason, with "path".
+/// Input:
+/// - "BlobID", "OnlineDownloadTask";
+/// - "Streaming", with an `OnStreamDownloadCompleted` under "onStreamDownloadCompleted";
+/// - without "Streaming" optionally an `OnChunkDownloadCompleted` under "onChunkDownloadCompleted";
+/// - "FileParams" for both.
+///
+/// Output: "BlobID", "FilePath", "TotalFileSize" where it is known. Errors: the user information is
+/// in the error context, under "PersistenceError" where the file system is the reason, with "path".
 ///
 /// The chunks and endings of all downloads are handled one at a time on the queue "chunkQueue".
 class DataPersistenceTask final : public platform::VSTask {
@@ -41,7 +47,7 @@ class DataPersistenceTask final : public platform::VSTask {
 
   void execute() override;
 
-  /// Goes on with another input, after a pause: with the claim in it.
+  /// Resumes after a pause with another input, which holds the claim.
   void resumeDownload(platform::Dictionary input);
   /// Writes no further byte and releases the file.
   void stop();
@@ -58,8 +64,9 @@ class DataPersistenceTask final : public platform::VSTask {
             platform::TaskState to, const platform::Dictionary& context) override;
 
  private:
-  /// What the network task has come to, as far as the queue has got; or the file was released, and
-  /// what is queued still does nothing until the next run: it would lock the file again.
+  /// What the network task has come to, as far as the queue has processed its notifications. Once
+  /// the file is released, what is still queued does nothing until the next run: it would lock the
+  /// file again.
   enum class Phase { kReceiving, kNetworkPaused, kNetworkEnded, kNetworkErrored, kReleased };
 
   [[nodiscard]] std::string computeFilePath() const;

@@ -13,7 +13,7 @@
 namespace varo::binary {
 
 /// The file that one download fills from the first byte to the last, without a gap. Whenever it
-/// stops, the file holds the beginning of the object.
+/// stops, the file holds the first bytes of the object.
 ///
 /// With a claim it fills the claimed file. Without one it locks the file from the first write until
 /// `release`, so that no other download, in this process or another, writes it in the meantime.

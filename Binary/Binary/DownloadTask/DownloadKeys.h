@@ -43,8 +43,8 @@ inline constexpr char kFileClaim[] = "FileClaim";
 
 // Input and output: the size of the whole object, bytes.
 inline constexpr char kTotalFileSize[] = "TotalFileSize";
-// Input and output: the text of the `ObjectValidator` of the object that the bytes belong to. Who
-// goes on with a partial file in another process keeps it beside the file and hands it in again.
+// Input and output: the text of the `ObjectValidator` of the object that the bytes belong to.
+// Whoever resumes a partial file in another process keeps it beside the file and hands it in again.
 inline constexpr char kValidator[] = "Validator";
 
 // Output.

@@ -36,6 +36,7 @@ std::shared_ptr<DownloadTask> DownloadTask::create(std::string name,
   auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name), steps);
   task->createAndAddSubtasks();
   if (ownsSteps) {
+    // Weak: the task owns the queue, which must not own the task.
     steps->setOnThrow([weak = std::weak_ptr(task)](std::string_view what) {
       if (const auto self = weak.lock()) self->threw(what);
     });
@@ -49,6 +50,7 @@ DownloadTask::DownloadTask(Badge /*badge*/, std::string name, std::shared_ptr<St
       _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask), steps_)),
       _dataPersistenceTask(std::make_shared<DataPersistenceTask>(std::string(kPersistenceTask))) {}
 
+// Also of a download that was dropped half-way: the lock would keep all others from the file.
 DownloadTask::~DownloadTask() { _dataPersistenceTask->releaseFile(nullptr); }
 
 void DownloadTask::createAndAddSubtasks() {
@@ -95,6 +97,7 @@ Effects DownloadTask::beginRun() {
     if (isPausing) self->_networkTask->pauseDownload();
   }};
   if (!isPausing) moveTo(Run::kRunning);
+  // Until it is at rest the task keeps itself: its owner may forget it, its subtasks still report.
   untilRest_ = self<DownloadTask>();
   return effects;
 }
@@ -220,6 +223,7 @@ void DownloadTask::rest(TaskState state) {
   const bool bytesWereLost = _dataPersistenceTask->state() == TaskState::Errored;
   if (bytesWereLost) {
     logger().logDebug(texts::kPersistenceTrouble, name());
+    // What it still fetches could not be stored either.
     _networkTask->stop();
     _errorContext.replace(_dataPersistenceTask->errorContext());
   } else if (state == TaskState::Paused) {

@@ -34,9 +34,12 @@ class StepQueue;
 /// a context change tells of "FilePath" as soon as a first part of the object is in the file.
 /// Error context: "DownloadError", or what the subtask that failed has in its own.
 ///
-/// No other download writes its file. With a `FileClaim` in the input that holds as long as the
-/// claim has leases. Without one it holds from the first chunk until the download is paused, has
-/// failed or is destroyed, or `stop` or `releaseFile` is called. Thread-safe.
+/// No other download writes its file:
+/// - with a `FileClaim` in the input, as long as the claim has leases;
+/// - without one, from the first chunk until the download is paused, has failed or is destroyed, or
+///   `stop` or `releaseFile` is called.
+///
+/// Thread-safe.
 class DownloadTask final : public platform::VSTask {
  public:
   /// A task of this name (the blob id) with its two subtasks. `steps` owns its state; who watches
@@ -50,12 +53,13 @@ class DownloadTask final : public platform::VSTask {
   /// Ends the request that is under way. The task is Paused when all that was received before is in
   /// the file. Does nothing to a task at rest.
   void pauseDownload();
-  /// Goes on with a paused download, from the input's "TotalBytesDownloaded" on.
+  /// Resumes a paused download at the input's "TotalBytesDownloaded".
   void resumeDownload();
   /// Ends the request that is under way, writes no further byte and releases the file. Final.
   void stop();
-  /// Lets other downloads write the file: for the owner of a task at rest that has noted how it
-  /// came to that. `lease`, which may be null, goes when nothing writes the file any more.
+  /// Lets other downloads write the file. Called by the owner of a task at rest, after it has noted
+  /// how the task ended. `lease`, which may be null, is dropped when nothing writes the file any
+  /// more.
   void releaseFile(std::shared_ptr<FileClaim> lease = nullptr);
   /// Replaces the input context.
   void updateInputContext(platform::Dictionary dictionary);

@@ -85,6 +85,7 @@ void NetworkTask::execute() { begin(false); }
 void NetworkTask::begin(bool isResumed) {
   if (isTaskInterrupted()) return logger().logDebug(texts::kTaskInterrupted);
   logger().logTrace(log_texts::kInside, name());
+  // Outside the step: reading the input can take a while, and others wait for the queue.
   const Result<RangeOrder::Ptr> order = RangeOrder::unpackInputContext(inputContext());
   enter([&] {
     if (order) return beginRun(*order, isResumed);
@@ -97,6 +98,7 @@ void NetworkTask::pauseDownload() {
   enter([this] {
     Effects effects;
     if (goesOn()) {
+      // The transfer goes out as an effect: a cancel may call back, which no step may wait for.
       effects.cancel = std::exchange(run_->transfer, nullptr);
       changeTo(RunState::kPaused);
     }
@@ -125,6 +127,7 @@ void NetworkTask::stop() {
 bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
   bool isTaken = false;
   const Effects effects = make([&]() -> Effects {
+    // Compared by identity, so a chunk of an earlier run is never taken for one of this run.
     isTaken = run_ != nullptr && run_->waiting.first() == chunk.get();
     if (!isTaken) return {};
     // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
@@ -185,6 +188,7 @@ NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
 }
 
 void NetworkTask::perform(const Effects& effects) {
+  // Before the next request is sent: two at once would share the bandwidth for bytes nobody wants.
   if (effects.cancel != nullptr) effects.cancel->cancel();
   if (!effects.send) return;
   try {
@@ -198,6 +202,7 @@ void NetworkTask::perform(const Effects& effects) {
 
 void NetworkTask::failLater(const Request& request, std::string_view what) {
   enterFromAnswer([this, request, error = cause(kCodeDownloadFault, what)] {
+    // A pause may have come meanwhile, to which this request no longer matters.
     return isCurrent(request) ? fail(error) : Effects{};
   });
 }
@@ -244,6 +249,7 @@ NetworkTask::Effects NetworkTask::beginRun(const RangeOrder::Ptr& order, bool is
   known_ = run->known;
   _totalBytesDownloaded = run->_totalBytesDownloaded;
   const std::unique_ptr<Run> replaced = std::exchange(run_, std::move(run));
+  // From here on answers of earlier runs are told by their number, and change nothing.
   ++runs_;
   _outputContext.set(kRunNumber, runs_);
   Effects effects = downloadChunk();
@@ -270,6 +276,7 @@ NetworkTask::Effects NetworkTask::downloadChunk() {
                          .isStreamed = run_->order->isStreamed,
                          .isFirstOfResumed = run_->isFirstOfResumed,
                          .hasStartedOver = run_->hasStartedOver};
+  // The former range has arrived. A cancel of its transfer would do nothing.
   run_->transfer = nullptr;
   return {.cancel = nullptr,
           .send = Request{runs_, ++run_->requests, run_->order, std::move(question)}};
@@ -344,6 +351,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
                                           {.isOnline = order.isOnline,
                                            .isBase64 = order.isBase64(),
                                            .maxBase64 = order.settings->limits.base64});
+  // Judged by what was known when the range was asked for, which only the next range may change.
   const RangeVerdict verdict = judge(request.question, answer.said);
   const ErrorPtr failure =
       verdict.kind == RangeVerdict::Kind::kError ? causeOf(request, verdict, answer) : nullptr;
@@ -416,6 +424,7 @@ void NetworkTask::setChunkDataForBinary(const Data& data, std::int64_t offset) {
 void NetworkTask::setChunk(const std::shared_ptr<Chunk>& chunk) {
   known_ = run_->known;
   _totalBytesDownloaded = run_->_totalBytesDownloaded;
+  // Before it is published: a listener may take it at once.
   run_->waiting.addChunkToBuffer(chunk);
   _outputContext.set(kDataChunk, chunk);
   _outputContext.set(kTotalFileSize, known_._totalFileSize);
@@ -442,6 +451,7 @@ NetworkTask::Effects NetworkTask::fail(const ErrorPtr& error) {
   if (run_ != nullptr) effects.cancel = std::exchange(run_->transfer, nullptr);
   changeTo(RunState::kFailed);
   setChunkForError();
+  // Before the error is raised, since whoever hears of that reads the context.
   _errorContext.set(kNetworkError, error->userInfo());
   raiseError(error);
   return effects;

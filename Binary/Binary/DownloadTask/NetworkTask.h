@@ -154,7 +154,7 @@ class NetworkTask final : public platform::VSTask {
   std::int64_t runs_ = 0;
   /// The latest; none before the first and after `stop`.
   std::unique_ptr<Run> run_;
-  /// As the chunks that were published have it: what a resumed run goes on with.
+  /// As told by the chunks that were published: what a resumed run begins with.
   RangeKnowledge known_;
   std::int64_t _totalBytesDownloaded = 0;
 };

@@ -10,7 +10,7 @@
 namespace varo::binary {
 
 /// What tells one state of an object on a server from another (RFC 9110, section 8.8), as far as
-/// the server says it. A partial file is worth going on with while it still is of this object.
+/// the server says it. A partial file can be resumed while the server still has this object.
 struct ObjectValidator {
   /// More than this is no validator's text, bytes.
   static constexpr std::size_t kMaxText = 4096;

@@ -144,7 +144,7 @@ RangeVerdict judgeWholeObject(const RangeQuestion& question, const RangeAnswer& 
 
 // 206.
 
-/// Whether the body is the range asked for, or the beginning of it.
+/// Whether the body is the range asked for, or the first part of it.
 bool isAskedFor(const RangeQuestion& question, const RangeAnswer& answer,
                 const std::optional<ContentRange>& range) {
   return range && range->span && range->span->first == question.offset &&

@@ -9,8 +9,8 @@
 namespace varo::binary {
 
 /// How many ranges with bytes may come for each one that the object's size needs. A server that
-/// sends shorter ranges than asked for needs more than one; one that needs more than these is not
-/// going to end.
+/// sends shorter ranges than it was asked for needs several; beyond this number the download would
+/// never end.
 inline constexpr std::int64_t kMaxRangesForOneNeeded = 64;
 /// How many ranges may come of an object whose size the server does not state.
 inline constexpr std::int64_t kMaxRangesOfUnknownSize = 65'536;
@@ -33,7 +33,7 @@ struct RangeQuestion {
   std::int64_t chunkSize = 1;  // bytes of a range; at least 1
   bool isSafe = false;         // by `TransferPolicy::kSafe`
   bool isStreamed = false;     // what was published is given away
-  /// The first range of a run that goes on with bytes of an earlier one, which are known to be of
+  /// The first range of a run that resumes a partial file, whose bytes are known to be of
   /// `known.object`.
   bool isFirstOfResumed = false;
   bool hasStartedOver = false;  // in this run
@@ -80,7 +80,7 @@ struct RangeVerdict {
 /// - the size, once known, is the same;
 /// - strong entity tags are equal; under the safe policy weak ones match too;
 /// - where no strong tags tell, "Last-Modified" is the same, under the safe policy and, under both,
-///   in the first answer of a run that goes on with earlier bytes.
+///   in the first answer of a run that resumes a partial file.
 ///
 /// Another object starts over, once, under the safe policy and in that first answer; else it is
 /// `kCodeIntegrityCheckFailed`.

@@ -7,10 +7,10 @@
 
 namespace varo::binary {
 
-/// Sends the bytes as they are, as the body of a PUT; signed with AWS Signature Version 4 where the
-/// template's "Auth" is "HMACDigest" (the upload parameters hold the keys), and then with the
-/// signer's headers alone. Errors have the domain "BackendUploaderTask"; bytes that cannot be read
-/// for their digest are 6006.
+/// Sends the bytes as they are, as the body of a PUT. Where the template's "Auth" is "HMACDigest",
+/// the request is signed with AWS Signature Version 4 and has the signer's headers alone; the
+/// upload parameters hold the keys. Errors have the domain "BackendUploaderTask"; bytes that cannot
+/// be read for their digest are 6006.
 class BytesUploadHandlerTask final : public UploaderTask {
  public:
   /// `clock` dates the signature and lives as long as the task.

@@ -66,6 +66,7 @@ void MultiPartUploaderTask::uploadFile() {
   if (fileParts.empty() && settings()->isSafe()) {
     return raise(kCodeUploadInvalidParameterValue, kUploadInvalidParameterValue, kNoFilePart);
   }
+  // The file last: object stores ignore what follows it in a form.
   for (const Value& part : fileParts) parts.append(part);
   VRONetworkUtility::POST(url_, {}, headers_, RequestType::kMultipart,
                           Dictionary{{kMultipartParts, std::move(parts)}}, requestOptions(),

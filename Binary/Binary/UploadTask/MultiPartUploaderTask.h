@@ -9,12 +9,13 @@
 namespace varo::binary {
 
 /// Sends the bytes as a part of a form (POST, multipart/form-data), which the template's
-/// "requestBody" describes: an entry that is a dictionary is a part with its JSON, one that is a
-/// text is a part with the file's bytes, and the parts with data go first.
+/// "requestBody" describes:
+/// - an entry that is a dictionary becomes a part with its JSON;
+/// - an entry that is a text becomes a part with the file's bytes; these parts go last;
+/// - a text that is "fileContent", in any letter case, makes no part: services count on it.
 ///
-/// A text that is "fileContent", in any letter case, makes no part: services count on it. A form
-/// that lacks the bytes for that reason is sent without them; under `TransferPolicy::kSafe` it is
-/// an error, 6012, and nothing is sent. Errors have the domain "BackendUploadedTask".
+/// A form without the bytes is sent nevertheless; under `TransferPolicy::kSafe` it is an error,
+/// 6012, and nothing is sent. Errors have the domain "BackendUploadedTask".
 class MultiPartUploaderTask final : public UploaderTask {
  public:
   explicit MultiPartUploaderTask(std::string name);

@@ -20,10 +20,11 @@ namespace varo::binary {
 /// "redirectionTemplate" (the answer as JSON, if it is), "templateString" (as text), "fileName",
 /// "uploadParams", "rawBytes", "FilePath". Runs once.
 ///
-/// Errors: 6008 of domain "UploadTemplateTask" for a status other than 200, with the start of the
-/// answer's text; under `TransferPolicy::kSafe` 6014 for an answer without a body; 6006 of domain
-/// "BackendUploaderTask" for a request that got no answer, or one of more bytes than `AnswerLimits`
-/// allows, with its cause under `platform::kUnderlyingError`.
+/// Errors:
+/// - "UploadTemplateTask", 6008: a status other than 200, with the start of the answer's text;
+/// - "UploadTemplateTask", 6014, under `TransferPolicy::kSafe`: an answer without a body;
+/// - "BackendUploaderTask", 6006: the request got no answer, or one of more bytes than
+///   `AnswerLimits` allows. The cause is under `platform::kUnderlyingError`.
 class UploadTemplateGetterTask final : public platform::VSTask {
  public:
   explicit UploadTemplateGetterTask(std::string name);

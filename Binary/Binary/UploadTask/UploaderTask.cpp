@@ -133,6 +133,7 @@ bool UploaderTask::extractTemplate() {
 
 bool UploaderTask::mayHaveToken(const Dictionary& input,
                                 const std::optional<Dictionary>& options) const {
+  // The template comes from a server, so it could name any address to send the token to.
   if (!settings()->isSafe()) return true;
   return isAt(url_, input[kURL]) || (options && isAt(url_, (*options)[kTemplateParamDomain]));
 }

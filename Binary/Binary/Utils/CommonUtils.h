@@ -77,8 +77,8 @@ class CommonUtils {
   [[nodiscard]] static std::int32_t getEpochTime(
       const platform::Clock& clock = platform::Clock::system());
 
-  /// Whether this is a test run: the program exports a C function
-  /// `bool XCTestProbe_isTesting(void)` that returns true.
+  /// Whether this is a test run: the program exports the C function
+  /// `bool XCTestProbe_isTesting(void)`, and it returns true.
   [[nodiscard]] static bool areWeBeingUnitTested();
 };
 

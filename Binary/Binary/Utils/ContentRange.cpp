@@ -10,6 +10,7 @@ constexpr std::string_view kUnknown = "*";
 
 /// A number as the field has it: digits alone.
 std::optional<std::int64_t> parseNumber(std::string_view text) noexcept {
+  // The parser below takes a sign as well.
   if (text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
   return platform::parseInteger(text);
 }
@@ -40,6 +41,7 @@ std::optional<ContentRange> ContentRange::parse(std::string_view field) noexcept
   if (span != kUnknown && !(range.span = parseSpan(span))) return std::nullopt;
   if (total != kUnknown && !(range.total = parseNumber(total))) return std::nullopt;
   if (range.span && range.total && range.span->last >= *range.total) return std::nullopt;
+  // "bytes */*" says nothing at all.
   if (!range.span && !range.total) return std::nullopt;
   return range;
 }

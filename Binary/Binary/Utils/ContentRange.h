@@ -19,8 +19,8 @@ struct ContentRange {
   /// Size of the whole object; none for "*".
   std::optional<std::int64_t> total;
 
-  /// None where the text is no such field: positions out of order or beyond the total, numbers that
-  /// do not fit, anything before or after.
+  /// None where the text is no such field: its positions are out of order or beyond the total, a
+  /// number does not fit, or there is something before or after it.
   [[nodiscard]] static std::optional<ContentRange> parse(std::string_view field) noexcept;
 };
 

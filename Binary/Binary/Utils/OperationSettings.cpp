@@ -26,6 +26,7 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
   OperationSettings::Ptr settings = of(options);
   const auto cancellation = options[kCancellation].objectAs<platform::Cancellation>();
   if (cancellation == nullptr) return settings;
+  // A copy: other operations may share the settings, while the cancellation is of this one alone.
   auto cancellable = std::make_shared<OperationSettings>();
   cancellable->transport = settings->transport;
   cancellable->connectTimeout = settings->connectTimeout;

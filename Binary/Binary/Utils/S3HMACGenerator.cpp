@@ -39,6 +39,7 @@ std::vector<const DictionaryEntry*> sortedByKey(const Dictionary& dictionary) {
   std::vector<const DictionaryEntry*> entries;
   entries.reserve(dictionary.size());
   for (const DictionaryEntry& entry : dictionary) entries.push_back(&entry);
+  // The signature covers names in this order, whatever order they are sent in.
   std::sort(entries.begin(), entries.end(),
             [](const auto* left, const auto* right) { return left->key < right->key; });
   return entries;
@@ -67,6 +68,7 @@ Result<Sha256Digest> deriveSigningKey(std::string_view secret,
   const std::string first = std::string(signing::kKeyPrefix).append(secret);
   std::string_view key = first;
   Sha256Digest derived;
+  // Each step's result is the key of the next: a day, a region, a service.
   for (const std::string_view text : scope) {
     const auto code = BaseHMACGenerator::HmacSHA256(text, key, HmacAlgorithm::kSha256);
     if (!code) return code.error();
@@ -88,6 +90,7 @@ S3HMACGenerator::S3HMACGenerator(const Dictionary& authParameters, const Diction
       objectName(textOf(authParameters[signing::kObjectName])),
       bucketName(textOf(authParameters[signing::kBucketName])),
       payload(std::move(rawBytes)),
+      // As it was given: the name's encoding is the caller's, and must be what is sent.
       canonicalURI("/" + objectName),
       payloadHash_(payloadHash(payload)) {
   // After the payload was read: that of a large one may take long, and the time stamp ages.
@@ -209,6 +212,7 @@ Result<Sha256Digest> S3HMACGenerator::getSignatureKey(std::string_view secret,
   SigningKeyCache& kept = SigningKeyCache::shared();
   const auto fingerprint = SigningKeyCache::fingerprint({secret, date, region, service});
   if (!fingerprint) return fingerprint.error();
+  // The key is the same for a whole day, so most requests need not derive it.
   if (const auto key = kept.find(*fingerprint)) return *key;
   auto key = deriveSigningKey(secret, {date, region, service, signing::kScopeTerminator});
   if (key) kept.add(*fingerprint, *key);

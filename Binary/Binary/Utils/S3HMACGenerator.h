@@ -19,14 +19,15 @@ enum class S3OperationType : std::uint32_t { kUpload = 0, kDownload = 1 };
 /// Signs one request to an object store with AWS Signature Version 4, and is then dropped.
 ///
 /// Derivation of the key, string to sign and credential scope follow the standard. Three things are
-/// this library's own: the object name enters the canonical request as it is, not percent-encoded;
-/// the fields of the Authorization value have no blank after their commas; a query line would end
-/// with "&".
+/// this library's own:
+/// - the object name enters the canonical request as it is, not percent-encoded;
+/// - the fields of the Authorization value have no blank after their commas;
+/// - a query line would end with "&".
 ///
-/// Nothing is checked: an input that is absent is an empty text and an absent host no header, and
-/// the store refuses what it cannot verify. What can fail is reading the payload (`Data::read`'s
-/// errors) and the cryptographic library (domain "Crypto"). Nothing is logged, and no error tells
-/// an input. Not thread-safe as one instance.
+/// Nothing is checked: the store refuses what it cannot verify. An absent input counts as an empty
+/// text; an absent host is no header. Two things can fail: reading the payload (`Data::read`'s
+/// errors) and the cryptographic library (domain "Crypto"). Nothing is logged, and errors hold no
+/// input. Not thread-safe as one instance.
 class S3HMACGenerator final : public BaseHMACGenerator {
  public:
   /// Takes the time from `clock` and reads the payload, piece by piece: once, and only for its

@@ -18,6 +18,8 @@ SigningKeyCache& SigningKeyCache::shared() {
 Result<Sha256Digest> SigningKeyCache::fingerprint(std::initializer_list<std::string_view> scope) {
   Sha256 hash;
   for (const std::string_view text : scope) {
+    // With the lengths, so that "ab", "c" and "a", "bc" differ. Only the
+    // digest is kept, not the secret.
     hash.update(std::to_string(text.size()));
     hash.update(":");
     hash.update(text);
@@ -41,6 +43,7 @@ void SigningKeyCache::add(const Sha256Digest& fingerprint, const Sha256Digest& k
     entries_.push_back({fingerprint, key});
     return;
   }
+  // Two threads may both have derived a key and added it; that costs a place and nothing else.
   entries_[oldest_] = {fingerprint, key};
   oldest_ = (oldest_ + 1) % kCapacity;
 }

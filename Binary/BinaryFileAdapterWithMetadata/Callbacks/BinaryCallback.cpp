@@ -43,6 +43,7 @@ void BinaryCallback::setWhenEnded(std::function<void()> whenEnded) {
 }
 
 bool BinaryCallback::noteEnd() {
+  // An exchange and no look before a write: failure and cancellation may come at the same time.
   if (endNoted_.exchange(true)) return false;
   if (whenEnded_) whenEnded_();
   return true;
@@ -77,6 +78,7 @@ void BinaryCallback::executeFailureWithError(const Value& error) {
 void BinaryCallback::executeProgressWithCurrentStatus(const Value& status) {
   if (_progressCallback == nullptr) return logger().logWarning(texts::kProgressNotDefined);
   if (status.isMissing()) return logger().logWarning(texts::kNoProgress);
+  // The caller waits, so that a slow block slows its own transfer and no reports pile up.
   _binaryProgressCallbackExecutionQueue.sync([&]() { run(*_progressCallback, status); });
 }
 

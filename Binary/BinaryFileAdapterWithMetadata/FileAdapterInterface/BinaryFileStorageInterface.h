@@ -14,19 +14,21 @@ namespace varo::binary {
 /// end's object service, whose base URL each operation takes.
 ///
 /// Operations return as soon as they are started; outcomes arrive through the blocks, as
-/// `BinaryCallback` describes: success and failure on a thread of the library's pool, progress on
-/// the thread that drives the operation. An absent block is an empty one. A failure is
-/// {"code": decimal text, "localizedDescription", "domain", "userInfo"}; that of a download that
-/// was started is {"error": what is known, its errors under "Errors"}, and a failed look-up of the
-/// file is reported in both shapes, under `TransferPolicy::kSafe` in this one alone. An exception
-/// inside a call is reported to its failure block on the calling thread, before the call returns,
-/// as {"error": an `Error` with what it said}.
+/// `BinaryCallback` describes:
+/// - success and failure on a thread of the library's pool, progress on the thread that drives the
+///   operation. An absent block is an empty one;
+/// - a failure is {"code": decimal text, "localizedDescription", "domain", "userInfo"};
+/// - that of a download that was started is {"error": what is known, its errors under "Errors"}. A
+///   failed look-up of the file is reported in both shapes, under `TransferPolicy::kSafe` in the
+///   second one alone;
+/// - an exception inside a call is reported to its failure block on the calling thread, before the
+///   call returns, as {"error": an `Error` with what it said}.
 ///
-/// In the options of each operation may stand, under "cancellation", a `platform::Cancellation`
-/// with which the operation can be given up: it then ends with one failure,
-/// `kCodeOperationCancelled` (6027), and what it has stored meanwhile is gone; a cancel after the
-/// end changes nothing. Under "settings" may stand an `OperationSettings` in place of the
-/// process's. Both are taken when the operation starts.
+/// Two entries of the options concern every operation. Both are taken when it starts:
+/// - "cancellation", a `platform::Cancellation`: ends the operation with one failure,
+///   `kCodeOperationCancelled` (6027), and what it has stored meanwhile is gone. A cancel after the
+///   end changes nothing;
+/// - "settings", an `OperationSettings` in place of the process's.
 ///
 /// Blocks and dictionaries are kept until the operation has ended. Thread-safe; operations may be
 /// called from inside any block. After the runtime's shutdown nothing is started any more.

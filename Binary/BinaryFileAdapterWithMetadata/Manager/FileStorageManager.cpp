@@ -116,6 +116,7 @@ bool FileStorageManager::enterWithUrl(std::string_view functionTag, const std::s
 }
 
 void FileStorageManager::start(const std::shared_ptr<VSTask>& operation) {
+  // Before the start: a task may end on another thread before `start` returns.
   operation->subscribeForTaskUpdates(shared_from_this());
   operation->start();
   // A task that the engine refuses, in a shutdown, may be told to nobody any more.
@@ -241,6 +242,7 @@ void FileStorageManager::downloadWithURL(const std::string& url,
 
 bool FileStorageManager::enterDownload(const DownloadPtr& download) {
   const MutexLock lock(mutex_);
+  // Looking and entering are one step, so of two downloads of a file at once one is refused.
   return _downloadTaskMap.try_emplace(download->name(), download).second;
 }
 
@@ -361,6 +363,7 @@ void FileStorageManager::task(const std::shared_ptr<VSTask>& task, TaskState /*f
 
 void FileStorageManager::reportUntold(const VSTask& operation) {
   const auto callback = getBinaryCallback(operation);
+  // Most tasks have told their end themselves by now; then there is nothing left to say.
   if (callback == nullptr || !callback->noteEnd()) return;
   const auto errors = operation.errors();
   BinaryCallbackUtils::executeFailureCallback(callback, errors.empty() ? nullptr : errors.front());
@@ -368,6 +371,7 @@ void FileStorageManager::reportUntold(const VSTask& operation) {
 
 void FileStorageManager::handleSuccessForDownloadTask(const DownloadPtr& download) {
   if (!download->takeEnd()) return;
+  // Before the block is called, which may download the same file again.
   leaveDownload(download->name(), download);
   const auto callback = getBinaryCallback(*download);
   if (callback == nullptr) {

@@ -19,6 +19,7 @@ class Wait : public std::enable_shared_from_this<Wait> {
 
   /// Calls back at once where the stop was requested before.
   void watch(const std::stop_token& cancellation) {
+    // Weak: the token may outlive this wait by far.
     watch_.emplace(cancellation, [weak = weak_from_this()] {
       if (const auto wait = weak.lock()) wait->end(TimerQueue::Reason::kDue);
     });
@@ -28,8 +29,10 @@ class Wait : public std::enable_shared_from_this<Wait> {
     TimerQueue::Job wake;
     {
       const MutexLock lock(mutex_);
+      // Timer, cancellation and shutdown may come at once. The first one finds it.
       wake.swap(wake_);
     }
+    // Without the lock: the loop goes on within this call, and may wait again.
     if (wake) wake(reason);
   }
 

@@ -84,6 +84,7 @@ bool ChunkUploaderTask::unpackInputContext(ErrorPtr* error) {
   if (offset != nullptr) _byteOffset = offset->integerValue();
   if (!unpackChunkSize(input, error)) return false;
   if (!unpackContent(offset == nullptr, error)) return false;
+  // From the place in the file, so that a repeated chunk has the number that it had.
   _chunkId = _byteOffset / _chunkSize + 1;
 
   const bool inChunks = input[keys::kChunkUpload].boolValue();
@@ -114,6 +115,8 @@ bool ChunkUploaderTask::unpackChunkSize(const Dictionary& input, ErrorPtr* error
 }
 
 bool ChunkUploaderTask::unpackContent(bool isFirstChunk, ErrorPtr* error) {
+  // Opened with the first chunk and kept: chunks of a file that is
+  // replaced meanwhile must not be mixed.
   if (isFirstChunk || content_.empty()) {
     Result<Data> content = contentOf(_fileMap);
     if (!content) {
@@ -178,6 +181,7 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
   if (input[keys::kDomain] == Value(kMiddlewareDomain)) {
     generateQueryParamsForCurrentChunk();
   } else {
+    // Another server: it gets neither the token nor what only the service understands.
     request.headers = BinaryNetworkUtils::withoutHeaders(
         headersForStore(input[keys::kCommitUrl].textValue()), {kIgnoreMapperResponseFiltering});
   }
@@ -241,6 +245,7 @@ void ChunkUploaderTask::processNetworkResponse(const Dictionary& response,
   if (error != nullptr) {
     const bool isFirst = binaryCallback_ != nullptr && binaryCallback_->noteEnd();
     setState(TaskState::Errored);
+    // The cancellation has told the end already, unless this came first.
     if (isFirst || error->code() != kCodeOperationCancelled) reportFailure(error);
     return;
   }
@@ -252,6 +257,7 @@ void ChunkUploaderTask::processNetworkResponse(const Dictionary& response,
   _outputContext.set(keys::kBytesOffset, _byteOffset);
   _outputContext.set(keys::kCommitUrl, input[keys::kCommitUrl]);
   reportProgress();
+  // Closes the file, which would stay open as long as the task is kept.
   if (_isLastChunk) content_ = Data();
   setState(TaskState::Ended);
 }

@@ -14,9 +14,9 @@ namespace varo::binary {
 /// Sends one chunk of a file's bytes, as a multipart part or a raw body, and reports progress. The
 /// loop runs the same task once a chunk; each run reads its input anew.
 ///
-/// What the first run opens or decodes, the later ones go on with: a file that is replaced or grows
-/// meanwhile is uploaded as it was, one that shrinks is a transport error. Nothing is loaded:
-/// chunks are regions of the file.
+/// The first run opens the file, or decodes the bytes, for all chunks. A file that is replaced or
+/// grows meanwhile is uploaded as it was; one that shrinks is a transport error. Chunks are regions
+/// of the file, so nothing is loaded.
 class ChunkUploaderTask final : public BinaryBaseTask {
  public:
   explicit ChunkUploaderTask(platform::ErrorPtr* error = nullptr);

@@ -172,6 +172,7 @@ void ChunkedFileDownloaderTask::execute() {
   if (!shouldDownloadFile()) return endWithFileAt(getFilePath());
   Dictionary options =
       requestOptions(settings_->limits.file.value_or(platform::ResponseLimits::kUnlimited));
+  // Where the file will be: storing it is then a change of name and no copy.
   options.set(platform::kSpoolDirectory, getDirectoryPath({}));
   BinaryNetworkUtils::GET(url_.value_or(std::string()), _queryParams, headers_, options,
                           kOperationTypeDownload,

@@ -12,9 +12,9 @@
 namespace varo::binary {
 
 /// The second step of a download: fetches the bytes of the one record that was found, in one GET,
-/// into the downloads directory, unless a file of that name is there already (and, under
-/// `TransferPolicy::kSafe`, has the record's "file_size", where that is known). Raises its errors
-/// without reporting them: who started the download does.
+/// into the downloads directory. Nothing is fetched where a file of that name is there already;
+/// under `TransferPolicy::kSafe` it must also have the record's "file_size", where that is known.
+/// Raises its errors without reporting them: who started the download does.
 ///
 /// Input: "queryParamsForDownload" (with "file_id"), "callback", "records", "url", and, optional,
 /// "headers" and "options" ("forceDownload" fetches in any case). Output: "file_name", "filePath".

@@ -42,6 +42,7 @@ void UploadCommiterTask::unpackInputContext() {
   options_ = optionalDictionary(input[keys::kOptions]);
   binaryCallback_ = input[keys::kCallback].objectAs<BinaryCallback>();
   headers_.addEntries(uploadParams[keys::kHeaders].dictionaryValue());
+  // The service commits with PATCH. This header lets it travel as a PUT.
   BinaryNetworkUtils::setHeader(headers_, kHttpMethodOverride, kMethodPatch);
   BinaryNetworkUtils::setHeader(headers_, kContentType, kContentTypeJson);
   _metadata = uploadParams[keys::kMetadata].dictionaryValue();
@@ -55,6 +56,7 @@ void UploadCommiterTask::replaceCommitProperties(const Value& responseHeaders) {
   const Value given = _metadata[keys::kCommitProperties];
   if (given.isMissing() || given.isDictionary()) {
     Dictionary properties = given.dictionaryValue();
+    // The ETag among them shows the service that the store has the bytes.
     properties.addEntries(objectHeaders(responseHeaders.dictionaryValue()));
     _metadata.set(keys::kCommitProperties, properties);
     auto json = VROCommonUtility::getJSONStringFromNSDictionary(properties, &error);

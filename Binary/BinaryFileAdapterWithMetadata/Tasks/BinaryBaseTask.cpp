@@ -71,6 +71,7 @@ void BinaryBaseTask::fail(const ErrorPtr& error) {
 }
 
 void BinaryBaseTask::succeed() {
+  // Taken before the end: whoever hears of that may change the context.
   const Value result = outputContext();
   if (binaryCallback_ != nullptr) binaryCallback_->noteEnd();
   setState(TaskState::Ended);
@@ -79,6 +80,7 @@ void BinaryBaseTask::succeed() {
 
 void BinaryBaseTask::addResponseForNextTask(Dictionary response,
                                             std::initializer_list<const char*> callersOwn) {
+  // The response comes from a server, which must not replace what the caller gave.
   for (const char* own : callersOwn) response.remove(own);
   _outputContext.addEntries(response);
 }

@@ -64,9 +64,9 @@ class BinaryBaseTask : public platform::VSTask {
     };
   }
 
-  /// Those of this task's headers, which were given for the server of `serviceUrl`, that may be
-  /// sent to an outside store at `url_`: all but the token. Under `TransferPolicy::kSafe` no other
-  /// credentials either, unless the store is at the same server.
+  /// The headers for a request to an outside store at `url_`. The caller gave this task's headers
+  /// for the server of `serviceUrl`, so the token is left out; under `TransferPolicy::kSafe` all
+  /// other credentials too, unless the store is at that server.
   [[nodiscard]] platform::Dictionary headersForStore(std::string_view serviceUrl) const;
 
   /// Tells the caller of a failure.

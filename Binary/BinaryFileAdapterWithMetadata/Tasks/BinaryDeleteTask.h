@@ -20,10 +20,13 @@ class PollingTask;
 /// of the files to delete; without it the filter is empty. Output, which is the caller's result:
 /// the entries of the answers and "requestContext", without those that are about the polling.
 ///
-/// Failures, each also reported to the callback: the request's own error; `NetworkError`, domain
-/// "Network operation failed", code 6003, when the polling failed (its errors, an array, are under
-/// `kTaskErrors` in the user information, the first one under `kUnderlyingError`) or when an
-/// accepting answer does not say where to poll (the readable text says what is missing).
+/// Failures, each also reported to the callback:
+/// - the request's own error;
+/// - `NetworkError`, domain "Network operation failed", code 6003, when the polling failed: its
+///   errors, an array, are under `kTaskErrors` in the user information, the first one under
+///   `kUnderlyingError`;
+/// - the same error when an accepting answer does not say where to poll: the readable text says
+///   what is missing.
 class BinaryDeleteTask final : public BinaryBaseTask {
  public:
   /// `random` and `sleeper` are for the waits between status requests and must outlive the task.

@@ -9,9 +9,10 @@ namespace varo::binary {
 ///
 /// Input: "url", "callback", and, all optional, "filter", "headers", "options" and
 /// "queryParamsForDownload". Output: the answer's entries ("records" among them), "requestContext"
-/// (the filter, if any) and "queryParamsForDownload". A failure is reported to the callback as
-/// well; not that of a look-up under `TransferPolicy::kSafe` or by a cancellation, which is left to
-/// who started the download.
+/// (the filter, if any) and "queryParamsForDownload".
+///
+/// A failure is reported to the callback as well, with one exception: whoever started a download
+/// reports the failure of its look-up under `TransferPolicy::kSafe` and after a cancellation.
 class BinaryListTask final : public BinaryBaseTask {
  public:
   /// True: the output is the caller's result and goes to the success block. False: it is left, with

@@ -14,21 +14,25 @@
 
 namespace varo::binary {
 
-/// The outcome of a request: a result and a null error, or an error and whatever there is of a
-/// result. Called at most once, on a thread of the runtime's pool. A response that is passed over
-/// in silence (see `getBinaryNetworkCompletionHandler`) releases it without a call.
+/// The outcome of a request: a result and a null error, or an error with as much of a result as
+/// there is. Called at most once, on a thread of the runtime's pool. Some responses are passed over
+/// in silence (see `getBinaryNetworkCompletionHandler`): they release the callback without a call.
 using TaskCallback =
     std::function<void(const platform::Dictionary& result, const platform::NetworkErrorPtr& error)>;
 
 /// What kind of response a request expects. Under `TransferPolicy::kSafe` only a response of this
 /// kind, with a status below 400, is a success.
 enum class AnswerKind {
-  kList,     // a JSON object within `AnswerLimits::listJson`
-  kRecord,   // a JSON object: of a creation, a status request; within `AnswerLimits::smallJson`, as
-             // below
-  kReceipt,  // a JSON object, or a 2xx without one byte: of an update, a deletion, a commit
-  kAnything,  // whatever an object store answers to a chunk, or a 2xx without a body
-  kFile,      // a 200; its bytes are handed on as they are
+  /// A JSON object within `AnswerLimits::listJson`.
+  kList,
+  /// A JSON object, of a creation or status request; within `AnswerLimits::smallJson`, as below.
+  kRecord,
+  /// A JSON object, or a 2xx without one byte: of an update, a deletion or a commit.
+  kReceipt,
+  /// Whatever an object store answers to a chunk, or a 2xx without a body.
+  kAnything,
+  /// A 200; its bytes are handed on as they are.
+  kFile,
 };
 
 /// The one gateway to the network: issues the requests of tasks, turns raw completions into results
