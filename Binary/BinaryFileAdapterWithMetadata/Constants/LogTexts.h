@@ -49,7 +49,6 @@ inline constexpr std::string_view kFailureBlockThrew =
 
 namespace file_storage_manager {
 
-inline constexpr std::string_view kClassTag = "FileStorageManager";
 inline constexpr std::string_view kListTag = "listFilesWithUrl";
 inline constexpr std::string_view kUploadTag = "uploadBinaryWithUrl";
 inline constexpr std::string_view kDownloadTag = "downloadBinaryWithUrl";

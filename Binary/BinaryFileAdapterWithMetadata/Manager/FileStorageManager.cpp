@@ -85,7 +85,7 @@ FileStorageManager& FileStorageManager::sharedInstance() {
   return *instance;
 }
 
-FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(texts::kClassTag) {
+FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(kFileManagerErrorDomain) {
   static_cast<void>(outOfMemoryFailure());
 }
 
