@@ -26,7 +26,7 @@
 
 namespace {
 
-constexpr long kCurlBuffer = 512 * 1024;
+constexpr long kCurlBuffer = 512L * 1024;
 constexpr long kPartialContent = 206;
 constexpr int kPollMs = 1000;
 

@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr long kCurlBuffer = 512 * 1024;
+constexpr long kCurlBuffer = 512L * 1024;
 constexpr std::size_t kWriteBuffer = std::size_t{64} * 1024;
 
 class File {

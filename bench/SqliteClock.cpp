@@ -44,6 +44,7 @@ std::chrono::duration<double> timeInSqlite() {
 
 // The linker's option --wrap=NAME has every other file call __wrap_NAME for NAME, and finds NAME
 // itself under __real_NAME.
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 extern "C" {
 
 using varo::bench::Call;
@@ -95,3 +96,4 @@ int __wrap_sqlite3_finalize(sqlite3_stmt* statement) {
 }
 
 }  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

@@ -69,7 +69,7 @@ void asioHandOver(boost::asio::thread_pool& pool, int count, int number,
 
 void BareHandOversOfALeaf(benchmark::State& state) {
   std::binary_semaphore done{0};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     handOver(2, 0, done);
     done.acquire();
   }
@@ -79,7 +79,7 @@ BENCHMARK(BareHandOversOfALeaf)->UseRealTime();
 void BareAsioHandOversOfALeaf(benchmark::State& state) {
   boost::asio::thread_pool pool(4);
   std::binary_semaphore done{0};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     asioHandOver(pool, 2, 0, done);
     done.acquire();
   }
@@ -88,7 +88,7 @@ BENCHMARK(BareAsioHandOversOfALeaf)->UseRealTime();
 
 void LeafFromStartToListener(benchmark::State& state) {
   const auto signal = std::make_shared<EndSignal>();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const auto task = std::make_shared<EndingTask>();
     task->subscribeForTaskUpdates(signal);
     task->start();
@@ -99,7 +99,7 @@ BENCHMARK(LeafFromStartToListener)->UseRealTime();
 
 void BareHandOversOfAnIteration(benchmark::State& state) {
   std::binary_semaphore done{0};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     handOver(kIterations, 0, done);
     done.acquire();
   }
@@ -110,7 +110,7 @@ BENCHMARK(BareHandOversOfAnIteration)->UseRealTime();
 void BareAsioHandOversOfAnIteration(benchmark::State& state) {
   boost::asio::thread_pool pool(4);
   std::binary_semaphore done{0};
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     asioHandOver(pool, kIterations, 0, done);
     done.acquire();
   }
@@ -120,7 +120,7 @@ BENCHMARK(BareAsioHandOversOfAnIteration)->UseRealTime();
 
 void LoopIteration(benchmark::State& state) {
   const auto signal = std::make_shared<EndSignal>();
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const auto loop = std::make_shared<Loop>();
     loop->subscribeForTaskUpdates(signal);
     loop->start();

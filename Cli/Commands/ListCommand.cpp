@@ -125,6 +125,7 @@ std::vector<Dictionary> recordsIn(const Dictionary& result) {
 
 Table tableOf(const std::vector<Dictionary>& records, const std::vector<std::string>& keys) {
   std::vector<Table::Column> columns;
+  columns.reserve(keys.size());
   for (const std::string& key : keys) {
     const bool isSize = key == kFileSize;
     // A file's id is there to be copied: it is never cut.

@@ -36,7 +36,7 @@ std::string bar(std::uint64_t done, std::uint64_t total, std::size_t width) {
 
 }  // namespace
 
-ProgressBar::ProgressBar(std::string label, Clock::time_point now)
+ProgressBar::ProgressBar(const std::string& label, Clock::time_point now)
     : label_(printable(label)), start_(now) {
   samples_.push_back({now, 0});
 }

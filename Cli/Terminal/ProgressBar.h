@@ -18,7 +18,7 @@ class ProgressBar {
   using Clock = std::chrono::steady_clock;
 
   /// `label` stands in front, cut where there is little room.
-  ProgressBar(std::string label, Clock::time_point now);
+  ProgressBar(const std::string& label, Clock::time_point now);
 
   /// `done` of `total` bytes, if that is known. A count that goes past the total is shown as the
   /// total.

@@ -89,7 +89,7 @@ std::string prefixOfWidth(const std::vector<Character>& characters, std::size_t 
 }
 
 std::string cut(std::string_view text, std::size_t width, std::size_t atEnd) {
-  const std::string safe = printable(text);
+  std::string safe = printable(text);
   if (displayWidth(safe) <= width) return safe;
   if (width == 0) return {};
   // The thread's locale only: the process keeps the plain one, in which scripts expect numbers.

@@ -16,7 +16,7 @@ std::optional<T> valueOrError(Result<T> result, ErrorPtr* error) {
   return std::nullopt;
 }
 
-Result<Dictionary> requireObject(Result<Value> parsed) {
+Result<Dictionary> requireObject(const Result<Value>& parsed) {
   if (!parsed) return parsed.error();
   if (const Dictionary* dictionary = parsed->dictionary()) return *dictionary;
   return Error::make(json::kErrorDomain, json::kNotAnObject, "The JSON is not an object");

@@ -1,5 +1,6 @@
 #include "Platform/Foundation/Array.h"
 
+#include "Platform/Foundation/NeverDestroyed.h"
 #include "Platform/Foundation/Value.h"
 
 #include <algorithm>
@@ -23,8 +24,8 @@ std::size_t Array::size() const noexcept {
 }
 
 const Value& Array::operator[](std::size_t index) const noexcept {
-  static const Value& kMissing = *new Value();  // outlives threads that are still running at exit
-  return index < size() ? (*storage_.read())[index] : kMissing;
+  static NeverDestroyed<Value> missing;
+  return index < size() ? (*storage_.read())[index] : missing.get();
 }
 
 void Array::append(Value value) { storage_.write().push_back(std::move(value)); }

@@ -1,5 +1,7 @@
 #include "Platform/Foundation/Clock.h"
 
+#include "Platform/Foundation/NeverDestroyed.h"
+
 namespace varo::platform {
 namespace {
 
@@ -16,8 +18,8 @@ class SystemClock final : public Clock {
 }  // namespace
 
 const Clock& Clock::system() noexcept {
-  static const auto& clock = *new SystemClock();  // asked until the very end
-  return clock;
+  static NeverDestroyed<SystemClock> clock;
+  return clock.get();
 }
 
 }  // namespace varo::platform

@@ -1,6 +1,7 @@
 #include "Platform/Foundation/Dictionary.h"
 
 #include "Platform/Foundation/KeyHash.h"
+#include "Platform/Foundation/NeverDestroyed.h"
 #include "Platform/Foundation/Value.h"
 
 #include <algorithm>
@@ -164,9 +165,9 @@ const Value* Dictionary::find(std::string_view key) const noexcept {
 }
 
 const Value& Dictionary::operator[](std::string_view key) const noexcept {
-  static const Value& kMissing = *new Value();  // outlives threads that are still running at exit
+  static NeverDestroyed<Value> missing;
   const Value* value = find(key);
-  return value != nullptr ? *value : kMissing;
+  return value != nullptr ? *value : missing.get();
 }
 
 void Dictionary::set(std::string key, Value value) {
@@ -194,7 +195,8 @@ void Dictionary::addEntries(const Dictionary& other) {
     *this = other;
     return;
   }
-  const Dictionary source = other;  // `other` may be this dictionary, which is about to change
+  // `other` may be this dictionary or stand in it, and this is about to change.
+  const Dictionary source = other;  // NOLINT(performance-unnecessary-copy-initialization)
   for (const DictionaryEntry& entry : source) set(entry.key, entry.value);
 }
 

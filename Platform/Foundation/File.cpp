@@ -69,7 +69,7 @@ Result<void> copyThroughMemory(const Data& data, std::uint64_t offset, File& tar
   while (offset < data.size()) {
     const auto count = data.read(offset, block);
     if (!count) return count.error();
-    const auto written = target.writeAt(offset, std::string_view(block.data(), *count));
+    auto written = target.writeAt(offset, std::string_view(block.data(), *count));
     if (!written) return written;
     offset += *count;
   }

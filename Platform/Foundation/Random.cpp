@@ -1,5 +1,7 @@
 #include "Platform/Foundation/Random.h"
 
+#include "Platform/Foundation/NeverDestroyed.h"
+
 #include <cassert>
 #include <cstdlib>
 #include <limits>
@@ -28,8 +30,8 @@ class SystemRandom final : public Random {
 }  // namespace
 
 Random& Random::system() noexcept {
-  static auto& random = *new SystemRandom();  // asked until the very end
-  return random;
+  static NeverDestroyed<SystemRandom> random;
+  return random.get();
 }
 
 }  // namespace varo::platform

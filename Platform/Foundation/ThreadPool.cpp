@@ -288,7 +288,7 @@ void ThreadPool::postOrRun(Job job) noexcept {
   } catch (const std::bad_alloc&) {
     // It is as it was.
   }
-  runHere(job);
+  runHere(job);  // NOLINT(bugprone-use-after-move): a refused job is left as it was
 }
 
 void ThreadPool::postOrRun(std::shared_ptr<Work> work) noexcept {

@@ -341,8 +341,9 @@ void CurlEngine::complete(CurlTransfer& transfer, CurlTransfer::End end) {
   HttpCompletion completion = transfer.takeCompletion();
   if (completion == nullptr) return;
   Job job = completionJob(std::move(completion), std::move(end));
-  // A refused job is left as it was. It must not run on this thread.
-  if (!pool_.post(std::move(job))) undelivered_.push_back(std::move(job));
+  if (pool_.post(std::move(job))) return;
+  // It must not run on this thread.
+  undelivered_.push_back(std::move(job));  // NOLINT(bugprone-use-after-move): refused, as it was
 }
 
 std::chrono::milliseconds CurlEngine::stallCheckInterval() const {

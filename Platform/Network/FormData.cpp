@@ -25,7 +25,7 @@ std::string quoted(std::string_view text) {
 }  // namespace
 
 std::string formDataDisposition(std::string_view name, std::optional<std::string_view> fileName) {
-  const std::string disposition = fmt::format(R"(form-data; name="{}")", quoted(name));
+  std::string disposition = fmt::format(R"(form-data; name="{}")", quoted(name));
   if (!fileName) return disposition;
   return disposition + fmt::format(R"(; filename="{}")", quoted(*fileName));
 }

@@ -119,7 +119,7 @@ class GuardedTransfer final : public HttpTransfer {
     forward(transfer);
   }
 
-  void setSent(std::shared_ptr<HttpTransfer> transfer) {
+  void setSent(const std::shared_ptr<HttpTransfer>& transfer) {
     {
       const MutexLock lock(mutex_);
       sent_ = true;
@@ -162,8 +162,8 @@ std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport, HttpRequest 
   }
   if (cancellation.stop_possible()) {
     ending->keep(std::make_unique<Ending::Watch>(cancellation, [transfer] {
-      const auto kept = transfer;  // this function is gone where the transfer ends meanwhile
-      kept->cancel();
+      // A copy, since this function is gone where the transfer ends meanwhile.
+      std::shared_ptr<GuardedTransfer>(transfer)->cancel();
     }));
   }
   // Held here as well, so that what `send` throws is told before that the request was dropped.

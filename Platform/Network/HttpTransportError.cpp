@@ -54,7 +54,7 @@ std::string withUrl(std::string_view text, const std::string& url) {
 
 }  // namespace
 
-ErrorPtr makeTransportError(HttpTransportError code, std::string description,
+ErrorPtr makeTransportError(HttpTransportError code, const std::string& description,
                             const std::string& url, Dictionary details) {
   details.set(std::string(kLocalizedDescriptionKey), withUrl(description, url));
   return make(code, std::move(details), url);

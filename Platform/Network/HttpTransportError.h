@@ -55,7 +55,7 @@ enum class HttpTransportError : std::int64_t {
 
 /// An error of the domain above. `url` may be empty; it must be free of secrets. `details` are
 /// further entries of the user information.
-[[nodiscard]] ErrorPtr makeTransportError(HttpTransportError code, std::string description,
+[[nodiscard]] ErrorPtr makeTransportError(HttpTransportError code, const std::string& description,
                                           const std::string& url = {}, Dictionary details = {});
 
 /// The same about a file: the description says what `cause` says, the path is taken over.

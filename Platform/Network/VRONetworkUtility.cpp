@@ -205,7 +205,7 @@ std::string HttpResponseInfo::description() const {
 
 TransferPtr VRONetworkUtility::GET(const std::string& url, const Dictionary& queryParams,
                                    const Dictionary& headers, const Dictionary& options,
-                                   NetworkCallback callback) {
+                                   const NetworkCallback& callback) {
   const auto encode = [&]() -> Result<HttpRequest> {
     return encodeRequest(HttpMethod::kGet, url, queryParams, headers);
   };
@@ -215,7 +215,7 @@ TransferPtr VRONetworkUtility::GET(const std::string& url, const Dictionary& que
 TransferPtr VRONetworkUtility::POST(const std::string& url, const Dictionary& queryParams,
                                     const Dictionary& headers, RequestType requestType,
                                     const Value& body, const Dictionary& options,
-                                    NetworkCallback callback) {
+                                    const NetworkCallback& callback) {
   const auto encode = [&] {
     return encodeWithBody(HttpMethod::kPost, url, queryParams, headers, requestType, body);
   };
@@ -225,7 +225,7 @@ TransferPtr VRONetworkUtility::POST(const std::string& url, const Dictionary& qu
 TransferPtr VRONetworkUtility::PUT(const std::string& url, const Dictionary& queryParams,
                                    const Dictionary& headers, RequestType requestType,
                                    const Value& body, const Dictionary& options,
-                                   NetworkCallback callback) {
+                                   const NetworkCallback& callback) {
   const auto encode = [&] {
     return encodeWithBody(HttpMethod::kPut, url, queryParams, headers, requestType, body);
   };
@@ -234,7 +234,7 @@ TransferPtr VRONetworkUtility::PUT(const std::string& url, const Dictionary& que
 
 TransferPtr VRONetworkUtility::DELETE(const std::string& url, const Dictionary& queryParams,
                                       const Dictionary& headers, const Dictionary& options,
-                                      NetworkCallback callback) {
+                                      const NetworkCallback& callback) {
   const auto encode = [&]() -> Result<HttpRequest> {
     return encodeRequest(HttpMethod::kDelete, url, queryParams, headers);
   };

@@ -72,17 +72,17 @@ class VRONetworkUtility {
 
   static TransferPtr GET(const std::string& url, const Dictionary& queryParams,
                          const Dictionary& headers, const Dictionary& options,
-                         NetworkCallback callback);
+                         const NetworkCallback& callback);
   /// A missing `body` sends a body of zero bytes.
   static TransferPtr POST(const std::string& url, const Dictionary& queryParams,
                           const Dictionary& headers, RequestType requestType, const Value& body,
-                          const Dictionary& options, NetworkCallback callback);
+                          const Dictionary& options, const NetworkCallback& callback);
   static TransferPtr PUT(const std::string& url, const Dictionary& queryParams,
                          const Dictionary& headers, RequestType requestType, const Value& body,
-                         const Dictionary& options, NetworkCallback callback);
+                         const Dictionary& options, const NetworkCallback& callback);
   static TransferPtr DELETE(const std::string& url, const Dictionary& queryParams,
                             const Dictionary& headers, const Dictionary& options,
-                            NetworkCallback callback);
+                            const NetworkCallback& callback);
 
   /// The transport in force; by default one `CurlHttpTransport`, made at the first use. It is shut
   /// down with the runtime, as is one that was set.

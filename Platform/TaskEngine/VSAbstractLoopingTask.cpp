@@ -24,8 +24,8 @@ ErrorPtr shutDownError(const VSTask& loop) {
 
 }  // namespace
 
-VSAbstractLoopingTask::VSAbstractLoopingTask(std::shared_ptr<VSTask> subTask, ErrorPtr* error,
-                                             Sleeper& sleeper)
+VSAbstractLoopingTask::VSAbstractLoopingTask(const std::shared_ptr<VSTask>& subTask,
+                                             ErrorPtr* error, Sleeper& sleeper)
     : sleeper_(sleeper) {
   if (subTask != nullptr) {
     addSubtask(subTask);

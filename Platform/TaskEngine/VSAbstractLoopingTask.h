@@ -23,7 +23,7 @@ class VSAbstractLoopingTask : public VSTask {
  public:
   /// `error` is set, unless it is null, when there is no subtask; the loop then ends as Errored
   /// with that error when it is started. `sleeper` must outlive the loop.
-  VSAbstractLoopingTask(std::shared_ptr<VSTask> subTask, ErrorPtr* error,
+  VSAbstractLoopingTask(const std::shared_ptr<VSTask>& subTask, ErrorPtr* error,
                         Sleeper& sleeper = Sleeper::shared());
 
   void execute() override;

@@ -165,7 +165,7 @@ void OnlineService::addAddress(const OnlineTemplateKind& kind, const json::objec
   }
   // The service calls itself by a name that stands for the address which the client has anyway.
   entries["domain"] = isService ? std::string(kServiceDomain) : std::move(domain);
-  entries["relativepath"] = std::move(path);
+  entries["relativepath"] = path;
 }
 
 HttpResponse OnlineService::write(const HttpRequest& request, RequestBody& body) {

@@ -45,8 +45,8 @@ std::shared_ptr<BlobDownload> BlobDownload::create(Dictionary input,
   return download;
 }
 
-BlobDownload::BlobDownload(Badge /*badge*/, Dictionary input, OperationSettings::Ptr settings,
-                           DownloadPlaces& places)
+BlobDownload::BlobDownload(Badge /*badge*/, const Dictionary& input,
+                           OperationSettings::Ptr settings, DownloadPlaces& places)
     : blobId_(input[kBlobId].textValue()),
       settings_(std::move(settings)),
       rows_(input[kDBName].textValue(), blobId_, settings_->isSafe()),

@@ -70,7 +70,7 @@ class BlobDownload final : public platform::TaskListener,
   using Result = std::optional<platform::Dictionary>;
 
  public:
-  BlobDownload(Badge badge, platform::Dictionary input, OperationSettings::Ptr settings,
+  BlobDownload(Badge badge, const platform::Dictionary& input, OperationSettings::Ptr settings,
                DownloadPlaces& places);
 
  private:

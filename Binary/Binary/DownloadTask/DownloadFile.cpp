@@ -71,10 +71,10 @@ Result<std::uint64_t> DownloadFile::write(const std::string& path, std::uint64_t
 
 Result<void> DownloadFile::append(std::uint64_t offset, const Data& bytes) {
   if (offset < unsent_) unsent_ = offset;
-  const auto written = bytes.forEachPiece([this, &offset](std::string_view piece) -> Result<void> {
+  auto written = bytes.forEachPiece([this, &offset](std::string_view piece) -> Result<void> {
     while (!piece.empty()) {
       const std::string_view part = piece.substr(0, kWriteSize);
-      if (const auto done = _fileHandle->writeAt(offset, part); !done) return done;
+      if (auto done = _fileHandle->writeAt(offset, part); !done) return done;
       offset += part.size();
       piece.remove_prefix(part.size());
     }
@@ -88,15 +88,15 @@ Result<void> DownloadFile::append(std::uint64_t offset, const Data& bytes) {
 }
 
 Result<void> DownloadFile::sync(const std::string& path) {
-  if (const auto opened = open(isOpen() ? _fileHandle->path() : path); !opened) return opened;
+  if (auto opened = open(isOpen() ? _fileHandle->path() : path); !opened) return opened;
   if (isSynced_) return {};
-  const auto synced = _fileHandle->sync();
+  auto synced = _fileHandle->sync();
   isSynced_ = synced.ok();
   return synced;
 }
 
 Result<void> DownloadFile::empty(const std::string& path) {
-  if (const auto opened = open(path); !opened) return opened;
+  if (auto opened = open(path); !opened) return opened;
   return _fileHandle->setSize(0);
 }
 

@@ -35,7 +35,7 @@ std::string withoutSlashes(const std::string& id) {
 }  // namespace
 
 std::string DownloadPath::getDirectoryPath(const std::string& folder) {
-  const std::string path = platform::UserDirectories::current()->documents() + "/" + folder;
+  std::string path = platform::UserDirectories::current()->documents() + "/" + folder;
   std::error_code ignored;  // creating the file will tell
   std::filesystem::create_directories(path, ignored);
   return path;

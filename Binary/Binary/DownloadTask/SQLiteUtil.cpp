@@ -137,7 +137,7 @@ std::vector<platform::DictionaryEntry> orderedPairs(const Dictionary& dictionary
 /// Executes what returns no rows: how many it has changed.
 Result<std::int64_t> execute(const VRODatabaseAPI& database, const VROPreparedStatement& statement,
                              const Messages& messages) {
-  const Result<std::int64_t> changed = database.executeAndCountChanges(statement);
+  Result<std::int64_t> changed = database.executeAndCountChanges(statement);
   if (changed) {
     BinaryLogger::sharedInstance().logDebug(messages.success);
   } else {

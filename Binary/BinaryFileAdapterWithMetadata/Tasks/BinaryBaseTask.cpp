@@ -36,7 +36,7 @@ Dictionary BinaryBaseTask::requestOptions(std::uint64_t answerLimit) const {
 }
 
 Dictionary BinaryBaseTask::headersForStore(std::string_view serviceUrl) const {
-  const Dictionary headers = BinaryNetworkUtils::withoutHeaders(headers_, {kVaroAuthorization});
+  Dictionary headers = BinaryNetworkUtils::withoutHeaders(headers_, {kVaroAuthorization});
   if (!isSafe() || BinaryNetworkUtils::addressAtServer(url_.value_or(std::string()), serviceUrl)) {
     return headers;
   }

@@ -130,7 +130,7 @@ void BinaryDeleteTask::pollingEnded(const VSTask& polling) {
 void BinaryDeleteTask::pollingFailed(const VSTask& polling, const Dictionary& context) {
   _outputContext.addEntries(polling.outputContext());
   const std::string key(platform::kTaskErrors);
-  const Value errors = context[key];
+  const Value& errors = context[key];
   ErrorPtr cause;
   if (errors.array() != nullptr && !errors.array()->empty()) cause = (*errors.array())[0].error();
   if (cause != nullptr && cause->code() == kCodeOperationCancelled) return fail(cause);
