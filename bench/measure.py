@@ -309,7 +309,7 @@ def main():
                              "comes of it")
     parser.add_argument("--dir",
                         help="where the files of the transfers lie (default: $TMPDIR or /tmp)")
-    parser.add_argument("--programs", default="build/bench/bench", help=argparse.SUPPRESS)
+    parser.add_argument("--programs", default="build/release/bench", help=argparse.SUPPRESS)
     options = parser.parse_args()
     unknown = [part for part in options.parts if part not in PARTS]
     if unknown:
