@@ -135,6 +135,7 @@ Table tableOf(const std::vector<Dictionary>& records, const std::vector<std::str
   Table table(std::move(columns));
   for (const Dictionary& record : records) {
     std::vector<std::string> cells;
+    cells.reserve(keys.size());
     for (const std::string& key : keys) cells.push_back(cellText(record, key));
     table.addRow(std::move(cells));
   }

@@ -19,8 +19,8 @@ ErrorPtr cancelledError() {
   return makeTransportError(HttpTransportError::kCancelled, "The transfer was cancelled.");
 }
 
-ErrorPtr noAnswer(std::string text) {
-  return makeTransportError(HttpTransportError::kNoAnswer, std::move(text));
+ErrorPtr noAnswer(const std::string& text) {
+  return makeTransportError(HttpTransportError::kNoAnswer, text);
 }
 
 /// The one end of a request.
@@ -178,7 +178,7 @@ std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport, HttpRequest 
   try {
     auto sent = transport.send(std::move(request), complete);
     ending->setSending({});
-    transfer->setSent(std::move(sent));
+    transfer->setSent(sent);
   } catch (const std::exception& failure) {
     fail(failure.what());
   } catch (...) {  // an application's code may throw anything
