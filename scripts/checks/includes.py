@@ -17,6 +17,13 @@ UTILS = ("Binary/Binary/Utils/", ADAPTER + "Utils/")
 CONSTANTS = ADAPTER + "Constants/"
 CALLBACKS = ADAPTER + "Callbacks/"
 
+
+def floors(layer, names, others):
+    """Folders of a layer, from the top down: each may include those below it, and the other layers."""
+    folders = tuple(layer + name for name in names)
+    return {folder: folders[place + 1:] + others for place, folder in enumerate(folders)}
+
+
 # Folder -> what its files may include besides the folder itself. All rules count that fit a file, so a folder
 # can only narrow what its parent says.
 MAY = {
@@ -32,6 +39,8 @@ MAY = {
     "Binary/": ("Platform/",),
     "Sandbox/": ("Platform/",),
     "Cli/": ("Binary/", "Sandbox/", "Platform/"),
+    **floors("Cli/", ("Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
+             ("Binary/", "Sandbox/", "Platform/")),
     "examples/": ("Binary/", "Platform/"),
     "bench/": ("Binary/", "Platform/", "tests/support/"),
     "tests/": ("Cli/", "Binary/", "Sandbox/", "Platform/"),
