@@ -16,6 +16,7 @@ TASKS = ("Binary/Binary/DownloadTask/", "Binary/Binary/UploadTask/", ADAPTER + "
 UTILS = ("Binary/Binary/Utils/", ADAPTER + "Utils/")
 CONSTANTS = ADAPTER + "Constants/"
 CALLBACKS = ADAPTER + "Callbacks/"
+SANDBOX_USES = ("Platform/", "Sandbox/ServiceProtocol.h")
 
 
 def floors(layer, names, others):
@@ -38,6 +39,14 @@ MAY = {
     "Platform/TaskEngine/": ("Platform/Foundation/", "Platform/Logging/"),
     "Binary/": ("Platform/",),
     "Sandbox/": ("Platform/",),
+    "Sandbox/Http/": SANDBOX_USES,
+    "Sandbox/Storage/": SANDBOX_USES + ("Sandbox/Http/",),
+    "Sandbox/Files/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Blobs/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Online/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Faults/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Control/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/", "Sandbox/Files/",
+                                        "Sandbox/Blobs/", "Sandbox/Online/", "Sandbox/Faults/"),
     "Cli/": ("Binary/", "Sandbox/", "Platform/"),
     **floors("Cli/", ("Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
              ("Binary/", "Sandbox/", "Platform/")),
