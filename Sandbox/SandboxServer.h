@@ -14,7 +14,7 @@ namespace varo::sandbox {
 
 /// A complete back end in this process: the object service, the blob service, the service of online
 /// transfers and the control endpoint on one port, object stores on another. docs/sandbox.md
-/// describes what they answer.
+/// describes how they respond.
 ///
 /// Thread-safe, except that `start`, `stop`, `putBlob`, `makeExampleDatabase` and the
 /// destructor exclude each other.

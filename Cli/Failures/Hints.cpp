@@ -41,7 +41,7 @@ constexpr Hint object(std::string_view domain, std::int64_t code, std::string_vi
 constexpr std::string_view kBrokeOff =
     "The connection broke off. Nothing was stored; run the command again.";
 constexpr std::string_view kNoSense =
-    "The service's answer makes no sense; try again later. What has arrived is kept: the same "
+    "The service's response makes no sense; try again later. What has arrived is kept: the same "
     "command goes on from there.";
 constexpr std::string_view kNotRunning = "Is the store or service of --config running?";
 constexpr std::string_view kNothingKept =
@@ -60,7 +60,7 @@ constexpr std::array kHints = {
               "Nothing moved for a while. Try again, or allow more with --connect-timeout and "
               "--stall-timeout."),
     transport(TransportFailure::kNoAnswer,
-              "The server closed the connection without an answer. Try again later."),
+              "The server closed the connection without a response. Try again later."),
     transport(TransportFailure::kSendingBroken, "The connection broke off. Run the command again."),
     transport(TransportFailure::kCertificateNotTrusted,
               "The server's certificate is not trusted. Trust your own authority with --cacert "

@@ -30,7 +30,7 @@ class CurlEngine;
 /// (16 KiB), and its connection is closed as soon as the I/O thread wakes up. Of a 64 MiB range
 /// from a slow server, less than 256 KiB leave that server after the cancel.
 ///
-/// A kept connection that breaks before the first byte of an answer is replaced and the request is
+/// A kept connection that breaks before the first byte of a response is replaced and the request is
 /// sent again, but not a POST. A POST uses no connection that has been idle for more than 3 s.
 ///
 /// Errors have the domain `kHttpTransportErrorDomain`, see HttpTransportError.h.

@@ -27,7 +27,7 @@ struct ExampleDatabase {
   static constexpr const char* kPhotoColumn = "photo";
   static constexpr const char* kBlobTable = "varosyncBLOBSTOREMANAGER";
 
-  /// One for each way in which the service answers.
+  /// One for each way in which the service responds.
   [[nodiscard]] static std::span<const ExampleEmployee> employees();
   [[nodiscard]] static BlobKey keyOf(const ExampleEmployee& employee);
 

@@ -90,7 +90,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   const int status = info != nullptr ? info->statusCode() : 0;
   if (status != kOk) {
     logger().logError(texts::kUnexpectedStatus, status);
-    // An answer may repeat what was posted, the keys of an object store among it.
+    // A response may repeat what was posted, the keys of an object store among it.
     Dictionary sent = uploadParams_.dictionaryValue();
     sent.addEntries(headers_);
     const std::string answer = platform::excerptOf(withData.value_or(Data()), sent);

@@ -11,7 +11,7 @@ namespace varo::binary {
 /// when it arises, whether a repeat is worth it, and what to do. 6005, 6019 and 6020 are not
 /// defined.
 
-/// A fault of a download, or an answer of the service, that has no code of its own.
+/// A fault of a download, or a response of the service, that has no code of its own.
 inline constexpr std::int32_t kCodeDownloadFault = 999;
 /// The object changed on the service while it was fetched. A repeat fetches it anew.
 inline constexpr std::int32_t kCodeIntegrityCheckFailed = 1019;
@@ -32,15 +32,15 @@ inline constexpr std::int32_t kCodeTaskAlreadyStartedException = 5006;
 inline constexpr std::int32_t kCodeFailedToConnectToServer = 6001;
 /// A downloaded file could not be stored. A repeat is worth it once there is room.
 inline constexpr std::int32_t kCodeBinaryDownloadFailed = 6002;
-/// The service refused the request, or its answer cannot be used. See "httpStatusCode".
+/// The service refused the request, or its response cannot be used. See "httpStatusCode".
 inline constexpr std::int32_t kCodeHTTPRequestFailed = 6003;
-/// An answer to a range does not say which bytes it has. A repeat is worth it.
+/// A response to a range does not say which bytes it has. A repeat is worth it.
 inline constexpr std::int32_t kCodeContentRangeNotReceived = 6004;
-/// A request of an upload, or of a blob or online download, got no answer. See the cause.
+/// A request of an upload, or of a blob or online download, got no response. See the cause.
 inline constexpr std::int32_t kCodeUploadFailure = 6006;
 /// The file to send cannot be read, or is empty.
 inline constexpr std::int32_t kCodeUploadIOFailure = 6007;
-/// An online upload was answered with a status that is no success.
+/// An online upload got a response whose status is no success.
 inline constexpr std::int32_t kCodeUploadUnexpectedHTTPResponseCode = 6008;
 /// The service's template of an upload cannot be used.
 inline constexpr std::int32_t kCodeUploadJSONParsingError = 6009;
@@ -50,7 +50,7 @@ inline constexpr std::int32_t kCodeUploadInvalidParameterDataType = 6011;
 inline constexpr std::int32_t kCodeUploadInvalidParameterValue = 6012;
 /// The template asks for a mode of upload that there is not.
 inline constexpr std::int32_t kCodeUploadTaskInstanceFailure = 6013;
-/// An answer without bytes where some are needed.
+/// A response without bytes where some are needed.
 inline constexpr std::int32_t kCodeEmptyBodyReceived = 6014;
 /// 6015 to 6017: mistakes in the parameters of a download. No repeat. 6016 is also a file name of a
 /// record that leads out of the downloads directory.
@@ -110,8 +110,8 @@ inline constexpr std::string_view kFileManagerErrorDomain = "FileStorageManager"
 inline constexpr std::string_view kDownloadTaskErrorDomain = "DownloadTaskErrorDomain";
 inline constexpr std::string_view kDownloadTaskError = "DownloadTaskError";
 inline constexpr std::string_view kDeleteBinaryErrorDomain = "DeleteBinaryDomain";
-/// Of what a failed download has under "Errors": the input of its tasks, a range and its answer, a
-/// range that got no answer, the file, an object without bytes.
+/// Of what a failed download has under "Errors": the input of its tasks, a range and its response,
+/// a range that got no response, the file, an object without bytes.
 inline constexpr std::string_view kDownloadInputErrorDomain = "Download Task";
 inline constexpr std::string_view kPersistenceInputErrorDomain = "DataPersistance Task";
 inline constexpr std::string_view kNetworkTaskErrorDomain = "Network Task";
@@ -121,7 +121,7 @@ inline constexpr std::string_view kEmptyObjectErrorDomain = "DataPersistantTask"
 
 /// Domains of online transfers: the placeholders of a configuration, the template of an upload, the
 /// request for it, and the upload. `kBytesUploaderErrorDomain` is also that of each request of an
-/// upload that got no answer.
+/// upload that got no response.
 inline constexpr std::string_view kTemplateParsingErrorDomain = "Template Parsing Error";
 inline constexpr std::string_view kUploadTaskErrorDomain = "UploadTask";
 inline constexpr std::string_view kUploadTemplateErrorDomain = "UploadTemplateTask";
