@@ -42,7 +42,7 @@ constexpr std::string_view kBrokeOff =
     "The connection broke off. Nothing was stored; run the command again.";
 constexpr std::string_view kNoSense =
     "The service's response makes no sense; try again later. What has arrived is kept: the same "
-    "command goes on from there.";
+    "command resumes there.";
 constexpr std::string_view kNotRunning = "Is the store or service of --config running?";
 constexpr std::string_view kNothingKept =
     "Nothing is kept of an object without bytes: the library takes it for an error.";
@@ -92,7 +92,7 @@ constexpr std::array kHints = {
 
     blob(binary::kRangeRequestErrorDomain, binary::kCodeUploadFailure,
          "Is the service at the \"URL\" of --config running? What has arrived is kept: the same "
-         "command goes on from there."),
+         "command resumes there."),
     blob(binary::kNetworkTaskErrorDomain, binary::kCodeIntegrityCheckFailed,
          "The object changed on the service meanwhile. The same command fetches it anew."),
     blob(binary::kNetworkTaskErrorDomain, binary::kCodeContentRangeNotReceived, kNoSense),

@@ -24,7 +24,7 @@ inline constexpr std::string_view kErrorStatusKey = "httpStatusCode";
 /// Key of the user information: the file or directory, where one is to blame.
 inline constexpr std::string_view kErrorPathKey = "path";
 
-/// Failures that the transport itself finds. A repeat is worth it only where a line says so.
+/// Failures that the transport itself finds. A retry is worth it only where a line says so.
 enum class HttpTransportError : std::int64_t {
   /// The URL is not an http(s) URL, or has characters that are never allowed.
   kInvalidUrl = 1001,

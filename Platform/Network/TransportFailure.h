@@ -8,7 +8,7 @@
 namespace varo::platform {
 
 /// Why a request got no response, in words that hold for every HTTP library. docs/errors.md says of
-/// each whether a repeat is worth it.
+/// each whether a retry is worth it.
 enum class TransportFailure {
   kNameNotFound,
   kNoConnection,
