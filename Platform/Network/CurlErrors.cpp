@@ -23,7 +23,7 @@ std::string_view summaryOf(CURLcode code) noexcept {
     case CURLE_PARTIAL_FILE:
       return "The response was cut short";
     case CURLE_GOT_NOTHING:
-      return "The server closed the connection without an answer";
+      return "The server closed the connection without a response";
     case CURLE_SEND_ERROR:
       return "The connection broke while sending";
     case CURLE_RECV_ERROR:

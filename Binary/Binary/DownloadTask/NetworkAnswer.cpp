@@ -103,6 +103,7 @@ void setChunkDataForBase64(NetworkAnswer& answer, std::uint64_t maxSize) {
   }
   const std::optional<std::string> text = parseBase64StringFromData(answer.body);
   std::optional<std::string> bytes = text ? decodedBase64(*text) : std::nullopt;
+  // Empty for what is no Base64: nothing of it may be taken for the object.
   answer.body = bytes ? Data::fromBytes(*std::move(bytes)) : Data();
 }
 

@@ -67,6 +67,7 @@ void UploadTemplateGetterTask::unpackUploadParams(const Dictionary& input) {
 void UploadTemplateGetterTask::invokePostCall() {
   const Dictionary options =
       OperationSettings::forRequest(settings_, {}, settings_->limitsOf(settings_->limits.small));
+  // The request holds the task until the response is here; a throw in between ends the task.
   VRONetworkUtility::POST(url_, {}, headers_, RequestType::kJson, uploadParams_, options,
                           [self = self<UploadTemplateGetterTask>()](const std::optional<Data>& data,
                                                                     const Dictionary& response,
