@@ -62,11 +62,12 @@ class BinaryFileStorageInterface {
                                   const std::optional<platform::Dictionary>& options);
 
   /// Downloads the file with the "file_id" of `Params`' "metadata" into the downloads directory,
-  /// unless a file of its name is there already. Under `TransferPolicy::kSafe` that one must have
-  /// the size that the record gives, if any, and "forceDownload" in the options fetches the file in
-  /// any case. `Params`: "headers", "metadata". Success:
-  /// "file_name", "filePath", "requestContext" and the entries of the look-up's response. Reports
-  /// no progress.
+  /// unless a file of its name is there already. Under `TransferPolicy::kSafe`:
+  /// - that file must have the size that the record gives, if any;
+  /// - "forceDownload" in the options fetches the file in any case.
+  ///
+  /// `Params`: "headers", "metadata". Success: "file_name", "filePath", "requestContext" and the
+  /// entries of the look-up's response. Reports no progress.
   static void downloadWithURL(const std::string& url,
                               const std::optional<platform::Dictionary>& Params,
                               const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
