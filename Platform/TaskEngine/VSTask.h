@@ -55,8 +55,8 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   /// Changes the state and notifies the listeners.
   /// - Setting the present state does nothing.
   /// - NotStarted, for a restart, is accepted only by a task that is paused or at its end, and one
-  ///   at its end accepts nothing else. A restarted task runs all its subtasks anew, also those that
-  ///   have not ended.
+  ///   at its end accepts nothing else. A restarted task runs all its subtasks anew, also those
+  ///   that have not ended.
   /// - Neither pausing nor ending a task touches its subtasks: a subclass that means them tells
   ///   them.
   /// - A change that there is no memory for makes the task Errored; only one to NotStarted throws
