@@ -50,7 +50,7 @@ HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) co
     response =
         replacement ? *std::move(replacement) : authorizedResponse(bent ? *bent : request, counted);
   } catch (const std::exception& exception) {
-    // The database failed, say. The answer is one like others: logged, and spoilt where a fault
+    // The database failed, say. The response is one like others: logged, and spoilt where a fault
     // asks for that.
     response = errorResponse(kInternal, exception.what(), 500);
   }

@@ -14,7 +14,7 @@ namespace varo::sandbox {
 struct SandboxOptions {
   /// Where records and bytes are kept; made if missing. What it holds is served again.
   std::string dataDirectory;
-  /// Listening on another address lets other machines in; the control endpoint still answers
+  /// Listening on another address lets other machines in; the control endpoint still responds to
   /// loopback clients only.
   std::string address = "127.0.0.1";
   std::uint16_t port = 0;       ///< 0: any free one.

@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "Sandbox/Blobs/BlobCatalog.h"
 #include "Sandbox/Blobs/BlobService.h"
+#include "Sandbox/Blobs/ExampleDatabase.h"
 #include "Sandbox/Control/BlobControl.h"
 #include "Sandbox/Control/ControlService.h"
 #include "Sandbox/Control/RequestLog.h"
@@ -201,6 +202,16 @@ std::optional<SandboxServer::Error> SandboxServer::putBlob(const BlobKey& key,
     running_->blobs.put(key, object);
   } catch (const std::exception& exception) {
     return Error{fmt::format("cannot keep the object: {}", exception.what())};
+  }
+  return std::nullopt;
+}
+
+std::optional<SandboxServer::Error> SandboxServer::makeExampleDatabase(const std::string& path) {
+  if (auto problem = ExampleDatabase::make(path)) return Error{*std::move(problem)};
+  for (const ExampleEmployee& employee : ExampleDatabase::employees()) {
+    auto error = putBlob(ExampleDatabase::keyOf(employee),
+                         {.generated = employee.photo, .mode = employee.mode});
+    if (error) return error;
   }
   return std::nullopt;
 }

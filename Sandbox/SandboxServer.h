@@ -14,12 +14,13 @@ namespace varo::sandbox {
 
 /// A complete back end in this process: the object service, the blob service, the service of online
 /// transfers and the control endpoint on one port, object stores on another. docs/sandbox.md
-/// describes what they answer.
+/// describes how they respond.
 ///
-/// Thread-safe, except that `start`, `stop`, `putBlob` and the destructor exclude each other.
+/// Thread-safe, except that `start`, `stop`, `putBlob`, `makeExampleDatabase` and the
+/// destructor exclude each other.
 class SandboxServer {
  public:
-  /// Why the sandbox could not start.
+  /// Why the sandbox could not start, or not do something else.
   struct Error {
     std::string message;
   };
@@ -63,6 +64,9 @@ class SandboxServer {
   /// Makes or replaces an object of the blob service; the data directory keeps it. Only between
   /// `start` and `stop`.
   [[nodiscard]] std::optional<Error> putBlob(const BlobKey& key, const BlobObject& object);
+  /// Makes the database of `ExampleDatabase` at `path` and puts its photos into the blob service.
+  /// Only between `start` and `stop`.
+  [[nodiscard]] std::optional<Error> makeExampleDatabase(const std::string& path);
   [[nodiscard]] ListenerStats serviceStats() const;
   [[nodiscard]] ListenerStats storeStats() const;
   /// The last few hundred requests, oldest first.

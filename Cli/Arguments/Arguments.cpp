@@ -1,6 +1,5 @@
 #include "Cli/Arguments/Arguments.h"
 
-#include "Cli/Failures/CommandErrors.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 

@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,7 +37,11 @@ void setHeader(platform::Dictionary& headers, std::string name, std::string valu
 [[nodiscard]] platform::Result<std::string> readSecretFile(const std::string& path,
                                                            std::string_view what = "token");
 
-/// An error in what was typed.
+/// What was typed makes no sense. Leads to exit status 2; docs/errors.md lists it with the others.
+inline constexpr std::string_view kUsageErrorDomain = "Usage";
+inline constexpr std::int64_t kCodeWrongUsage = 2;
+
+/// The error of that domain and code.
 [[nodiscard]] platform::ErrorPtr usageError(std::string message);
 
 }  // namespace varo::cli

@@ -36,7 +36,7 @@ using platform::Value;
 namespace {
 
 constexpr std::string_view kHelp =
-    R"(Bring the binary column of a record into a file, or go on where an earlier run stopped.
+    R"(Bring the binary column of a record into a file, or resume where an earlier run stopped.
 
 Usage: varobinary [GLOBAL] blob download --db NAME --table T --column C --key K=V...
            --config FILE
@@ -217,7 +217,7 @@ std::string describePause(const Dictionary& state) {
   const std::uint64_t total = static_cast<std::uint64_t>(
       std::max<std::int64_t>(0, result[binary::kTotalFileSize].integerValue()));
   const std::string size = formatBytes(sizeOf(result[binary::kFilePath].textValue()));
-  return fmt::format("{} {} here. The same command goes on from there.", size,
+  return fmt::format("{} {} here. The same command resumes there.", size,
                      total == 0 ? "are" : fmt::format("of {} are", formatBytes(total)));
 }
 
@@ -250,7 +250,7 @@ int run(Session& session, const BlobDownloadOptions& options) {
 Command makeBlobDownloadCommand() {
   return {.name = "blob download",
           .arguments = {},
-          .summary = "bring the column of a record into a file, or go on with that",
+          .summary = "bring the column of a record into a file, or resume that",
           .help = std::string(kHelp),
           .define = definition(declare, run)};
 }

@@ -61,7 +61,7 @@ struct ObjectPutOptions {
   platform::Dictionary options;
 };
 
-/// Bytes of a service's answer that people see.
+/// Bytes of a service's response that people see.
 constexpr std::size_t kLongestAnswer = 300;
 
 Dictionary configurationOf(const Session& session, const ObjectPutOptions& options) {
@@ -78,7 +78,7 @@ std::string describe(const std::string& path, const Dictionary& result) {
       "Uploaded {}{}\n{}", printable(path), unknown ? "" : fmt::format(" ({})", formatBytes(size)),
       answer.empty()
           ? ""
-          : fmt::format("Answer: {}\n", printable(platform::utf8Prefix(answer, kLongestAnswer))));
+          : fmt::format("Response: {}\n", printable(platform::utf8Prefix(answer, kLongestAnswer))));
 }
 
 void declare(CommandArguments& arguments, ObjectPutOptions& options) {

@@ -195,7 +195,7 @@ int run(Session& session, const SandboxCommandOptions& options) {
   sandbox::SandboxServer server(settings);
   auto error = server.start();
   if (!error && !options.exampleDatabase.empty()) {
-    error = sandbox::ExampleDatabase::make(options.exampleDatabase, server);
+    error = server.makeExampleDatabase(options.exampleDatabase);
   }
   if (error) {
     const platform::ErrorPtr failure =

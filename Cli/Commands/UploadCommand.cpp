@@ -96,7 +96,7 @@ Result<Dictionary> contentOf(const std::string& path, bool raw) {
 Outcome failed(platform::ErrorPtr error) { return {Outcome::Kind::kFailure, std::move(error)}; }
 
 std::string describe(const UploadOptions& options, const Dictionary& result) {
-  // The service may leave its answer to the commit empty; the id then stands in what was sent.
+  // The service may leave its response to the commit empty; the id then stands in what was sent.
   std::string id = result[binary::keys::kFileId].textValue();
   if (id.empty()) {
     const Dictionary sent = result[binary::keys::kRequestContext].dictionaryValue();

@@ -53,7 +53,7 @@ std::uint64_t sizeAt(const std::string& path) {
 
 bool makeDatabase(DemoStage& stage) {
   const std::string path = binary::SQLiteUtil::getDBPath(DemoBlob::kDatabase);
-  const auto error = ExampleDatabase::make(path, stage.sandbox());
+  const auto error = stage.sandbox().makeExampleDatabase(path);
   const std::string what = "an SQLite database of employees";
   const std::string detail = error ? error->message
                                    : fmt::format("{} records, none of the photos here yet",

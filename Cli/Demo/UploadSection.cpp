@@ -53,7 +53,7 @@ std::string describe(const Way& way) {
 }
 
 Dictionary parametersOf(const Way& way, const Dictionary& content) {
-  // A wish that only the sandbox understands: which kind of upload template it is to answer with.
+  // A wish that only the sandbox understands: which kind of upload template it is to respond with.
   const Dictionary wish{{"domain", way.domain},
                         {"uploadMode", way.mode},
                         {"method", way.method},

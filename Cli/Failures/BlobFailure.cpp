@@ -81,8 +81,7 @@ std::string_view meaningOf(std::int64_t state) {
   }
 }
 
-constexpr std::string_view kGoesOn =
-    "What has arrived is kept: the same command goes on from there.";
+constexpr std::string_view kGoesOn = "What has arrived is kept: the same command resumes there.";
 
 void addDownloadFailure(const Dictionary& details, FailureText& text) {
   const std::string misnomer = fmt::format("{}: ", binary::kUploadFailure);

@@ -3,13 +3,9 @@
 #include <cstdint>
 #include <string_view>
 
-/// Domains and codes of the errors that the command line itself reports. docs/errors.md says of
-/// each what to do.
+/// Domains and codes of the errors that the command line itself reports, except of wrong usage,
+/// which `Arguments.h` has. docs/errors.md says of each what to do.
 namespace varo::cli {
-
-/// What was typed. Leads to exit status 2.
-inline constexpr std::string_view kUsageErrorDomain = "Usage";
-inline constexpr std::int64_t kCodeWrongUsage = 2;
 
 inline constexpr std::string_view kCommandLineErrorDomain = "CommandLine";
 /// The operation ended without a word, as some do under the compatible policy.

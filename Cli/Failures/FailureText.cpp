@@ -33,7 +33,7 @@ std::string_view hintForStatus(std::int64_t status) {
   return {};
 }
 
-/// The service's own words and status, where its answer came along with the error.
+/// The service's own words and status, where its response came along with the error.
 void addAnswer(const Dictionary& userInfo, FailureText& text) {
   const Dictionary answer = userInfo[binary::keys::kUserInfo].dictionaryValue();
   const std::string* words = answer["errmsg"].text();
@@ -46,7 +46,7 @@ void addAnswer(const Dictionary& userInfo, FailureText& text) {
   }
 }
 
-/// Whether the error is about an answer of the service, which then says more than the code.
+/// Whether the error is about a response of the service, which then says more than the code.
 bool isAboutAnswer(const FailureText& text) {
   return text.code == binary::kCodeHTTPRequestFailed &&
          (text.domain == binary::kBinaryNetworkUtilsErrorDomain ||

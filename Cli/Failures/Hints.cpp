@@ -41,8 +41,8 @@ constexpr Hint object(std::string_view domain, std::int64_t code, std::string_vi
 constexpr std::string_view kBrokeOff =
     "The connection broke off. Nothing was stored; run the command again.";
 constexpr std::string_view kNoSense =
-    "The service's answer makes no sense; try again later. What has arrived is kept: the same "
-    "command goes on from there.";
+    "The service's response makes no sense; try again later. What has arrived is kept: the same "
+    "command resumes there.";
 constexpr std::string_view kNotRunning = "Is the store or service of --config running?";
 constexpr std::string_view kNothingKept =
     "Nothing is kept of an object without bytes: the library takes it for an error.";
@@ -60,7 +60,7 @@ constexpr std::array kHints = {
               "Nothing moved for a while. Try again, or allow more with --connect-timeout and "
               "--stall-timeout."),
     transport(TransportFailure::kNoAnswer,
-              "The server closed the connection without an answer. Try again later."),
+              "The server closed the connection without a response. Try again later."),
     transport(TransportFailure::kSendingBroken, "The connection broke off. Run the command again."),
     transport(TransportFailure::kCertificateNotTrusted,
               "The server's certificate is not trusted. Trust your own authority with --cacert "
@@ -92,7 +92,7 @@ constexpr std::array kHints = {
 
     blob(binary::kRangeRequestErrorDomain, binary::kCodeUploadFailure,
          "Is the service at the \"URL\" of --config running? What has arrived is kept: the same "
-         "command goes on from there."),
+         "command resumes there."),
     blob(binary::kNetworkTaskErrorDomain, binary::kCodeIntegrityCheckFailed,
          "The object changed on the service meanwhile. The same command fetches it anew."),
     blob(binary::kNetworkTaskErrorDomain, binary::kCodeContentRangeNotReceived, kNoSense),

@@ -13,7 +13,7 @@ enum class Topic { kFile, kBlob, kObject };
 /// What to do after an error of this domain and code; empty where nothing useful can be said. The
 /// code of another domain never gets it.
 [[nodiscard]] std::string_view hintFor(Topic topic, std::string_view domain, std::int64_t code);
-/// What to do after a request that got no answer.
+/// What to do after a request that got no response.
 [[nodiscard]] std::string_view hintFor(Topic topic, platform::TransportFailure failure);
 
 }  // namespace varo::cli

@@ -77,7 +77,7 @@ std::string elementOf(std::string_view xml, std::string_view name) {
   return text;
 }
 
-/// The reason that the answer of a store or a service gives.
+/// The reason that the response of a store or a service gives.
 void addReason(const std::string& body, FailureText& text) {
   const std::string code = elementOf(body, "Code");
   const std::string message = elementOf(body, "Message");

@@ -27,10 +27,11 @@ namespace {
 constexpr std::chrono::seconds kSilenceLimit = binary::polling::kLongestWait + 5s;
 
 Outcome silence() {
-  return {Outcome::Kind::kSilent,
-          platform::Error::make(kCommandLineErrorDomain, kCodeSilent,
-                                "the operation ended without saying how: the answer of the service "
-                                "was not complete. With --policy safe this is a proper error")};
+  return {
+      Outcome::Kind::kSilent,
+      platform::Error::make(kCommandLineErrorDomain, kCodeSilent,
+                            "the operation ended without saying how: the response of the service "
+                            "was not complete. With --policy safe this is a proper error")};
 }
 
 /// Without "." and ".." and a slash at the end: people read the paths below it.

@@ -9,10 +9,10 @@
 
 namespace varo::platform {
 
-/// How much of an answer stands in logs and errors, in bytes.
+/// How much of a response stands in logs and errors, in bytes.
 inline constexpr std::size_t kExcerptLimit = 4096;
 
-/// The start of an answer for logs and errors: at most `kExcerptLimit` bytes of it, as UTF-8, with
+/// The start of a response for logs and errors: at most `kExcerptLimit` bytes of it, as UTF-8, with
 /// secrets redacted (`redactSecrets`), those also that `sent`, the request's headers or parameters,
 /// has under secret keys. Of bytes that cannot be read the reason. Thread-safe.
 [[nodiscard]] std::string excerptOf(std::string_view bytes, const Dictionary& sent = {});

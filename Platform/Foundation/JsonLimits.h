@@ -17,9 +17,9 @@ struct JsonLimits {
   std::uint64_t bytes = std::uint64_t{256} << 20U;
 };
 
-/// For lists, the largest answers there are.
+/// For lists, the largest responses there are.
 inline constexpr JsonLimits kListJsonLimits{};
-/// For answers that describe one file or one step: templates, creations, commits, states.
+/// For responses that describe one file or one step: templates, creations, commits, states.
 inline constexpr JsonLimits kAnswerJsonLimits{.values = std::uint64_t{64} << 10U,
                                               .bytes = std::uint64_t{1} << 20U};
 /// For templates that are filled with the caller's values, which may be long.

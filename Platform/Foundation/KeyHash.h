@@ -6,7 +6,7 @@
 namespace varo::platform {
 
 /// SipHash-1-3 of `key` with a seed of the process: whoever chooses the keys of a dictionary, a
-/// server's answer for one, cannot have them collide. Thread-safe.
+/// server's response for one, cannot have them collide. Thread-safe.
 [[nodiscard]] std::uint64_t keyHash(std::string_view key) noexcept;
 
 }  // namespace varo::platform

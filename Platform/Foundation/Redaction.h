@@ -22,7 +22,7 @@ inline constexpr std::string_view kRedacted = "<redacted>";
 /// token: it expired at noon" tells no secret. Takes time linear in the text.
 [[nodiscard]] std::string redactSecrets(std::string_view text);
 /// The same, and wherever they stand the texts under secret keys of `sent`: a request's headers or
-/// parameters, which an answer may repeat.
+/// parameters, which a response may repeat.
 [[nodiscard]] std::string redactSecrets(std::string_view text, const Dictionary& sent);
 
 /// Whether `withoutSecrets` looks for secrets in texts as well: of a file's own description, say,

@@ -13,10 +13,12 @@ class TimerQueue;
 
 /// Threads that run jobs in the order in which they were posted, several at a time.
 ///
-/// The pool starts no thread before the first job and keeps at most `coreThreads` while jobs end
-/// promptly. Jobs may block (user callbacks do): a thread that has been at one job for 50 ms counts
-/// as blocked, and while jobs wait the pool grows until `coreThreads` others work, so that blocked
-/// jobs delay no others; surplus threads leave when they have been idle for a while.
+/// How many threads there are:
+/// - None before the first job, and at most `coreThreads` while jobs end promptly.
+/// - Jobs may block (user callbacks do). A thread that has been at one job for 50 ms counts as
+///   blocked. While jobs wait, the pool grows until `coreThreads` others work, so that blocked jobs
+///   delay no others.
+/// - Surplus threads leave when they have been idle for a while.
 ///
 /// The queue has no bound of its own: each poster bounds what it has in the pool.
 /// Thread-safe.

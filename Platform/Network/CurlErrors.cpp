@@ -21,9 +21,9 @@ std::string_view summaryOf(CURLcode code) noexcept {
     case CURLE_OPERATION_TIMEDOUT:
       return "The connection was not made in time";
     case CURLE_PARTIAL_FILE:
-      return "The answer was cut short";
+      return "The response was cut short";
     case CURLE_GOT_NOTHING:
-      return "The server closed the connection without an answer";
+      return "The server closed the connection without a response";
     case CURLE_SEND_ERROR:
       return "The connection broke while sending";
     case CURLE_RECV_ERROR:
@@ -78,7 +78,7 @@ TransportFailure failureOf(CURLcode code) noexcept {
     case CURLE_HTTP2:
     case CURLE_HTTP2_STREAM:
       return TransportFailure::kCutShort;
-    case CURLE_UNSUPPORTED_PROTOCOL:  // of the answer: the address was checked before
+    case CURLE_UNSUPPORTED_PROTOCOL:  // of the response: the address was checked before
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_BAD_CONTENT_ENCODING:
       return TransportFailure::kBadAnswer;

@@ -21,16 +21,19 @@ class CurlEngine;
 ///
 /// Certificates are always verified, no proxy is used, no keys of connections are written down, and
 /// no environment variable changes any of it.
-/// Of the request's headers, Content-Length, Transfer-Encoding and Expect are dropped: the
-/// transport says them itself. A Host is sent as it stands, since it may be signed; it decides
-/// nothing about whom the transport connects to and whose certificate it accepts. POST and PUT
-/// without a body send one of zero bytes.
+///
+/// Of the request:
+/// - Content-Length, Transfer-Encoding and Expect are dropped from its headers: the transport says
+///   them itself.
+/// - A Host is sent as it stands, since it may be signed. It decides nothing about whom the
+///   transport connects to and whose certificate it accepts.
+/// - POST and PUT without a body send one of zero bytes.
 ///
 /// A transfer that is cancelled takes in no byte more than libcurl has in its hands at that moment
 /// (16 KiB), and its connection is closed as soon as the I/O thread wakes up. Of a 64 MiB range
 /// from a slow server, less than 256 KiB leave that server after the cancel.
 ///
-/// A kept connection that breaks before the first byte of an answer is replaced and the request is
+/// A kept connection that breaks before the first byte of a response is replaced and the request is
 /// sent again, but not a POST. A POST uses no connection that has been idle for more than 3 s.
 ///
 /// Errors have the domain `kHttpTransportErrorDomain`, see HttpTransportError.h.

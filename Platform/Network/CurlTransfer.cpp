@@ -74,7 +74,7 @@ void setConnection(CurlOptions& options, std::chrono::milliseconds connectTimeou
                    std::size_t bufferSize) {
   // Signals belong to the application.
   options.set(CURLOPT_NOSIGNAL, 1L);
-  // Ending a transfer must not wait for a name server that does not answer.
+  // Ending a transfer must not wait for a name server that does not respond.
   options.set(CURLOPT_QUICK_EXIT, 1L);
   options.set(CURLOPT_TCP_NODELAY, 1L);
   options.set(CURLOPT_TCP_KEEPALIVE, 1L);
@@ -234,8 +234,8 @@ int CurlTransfer::onConnected(void* self, char* /*remoteIp*/, char* /*localIp*/,
   return guarded(transfer.failure_, CURL_PREREQFUNC_ABORT, [&] {
     transfer.movement_.setConnection(transfer.easy_,
                                      transfer.sockets_->find(localPort, remotePort));
-    // libcurl sends a request again where a kept connection breaks before the answer. The first may
-    // have been carried out, and a POST creates something each time.
+    // libcurl sends a request again where a kept connection breaks before the response. The first
+    // may have been carried out, and a POST creates something each time.
     const bool isAgain = transfer.attempts_++ > 0;
     if (!isAgain || transfer.method_ != HttpMethod::kPost) return CURL_PREREQFUNC_OK;
     transfer.failure_ = describeCurlError(
@@ -245,9 +245,9 @@ int CurlTransfer::onConnected(void* self, char* /*remoteIp*/, char* /*localIp*/,
   });
 }
 
-/// Called for each line of the head, the status and the empty one too, of interim answers as well,
-/// and of trailers behind the body. Any other number than that of the bytes ends the exchange; so
-/// it is with `onBody`.
+/// Called for each line of the head, the status and the empty one too, of interim responses as
+/// well, and of trailers behind the body. Any other number than that of the bytes ends the
+/// exchange; so it is with `onBody`.
 std::size_t CurlTransfer::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
   const std::string_view line(bytes, size * count);
@@ -305,12 +305,11 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
 
 bool CurlTransfer::failTooLarge() {
   const int status = head_.status();
-  failure_ =
-      makeTransportError(HttpTransportError::kResponseTooLarge,
-                         fmt::format("The answer (status {}) is longer than the {} bytes that are "
-                                     "allowed",
-                                     status, limits_.forStatus(status)),
-                         safeUrl(), {{std::string(kErrorStatusKey), status}});
+  failure_ = makeTransportError(
+      HttpTransportError::kResponseTooLarge,
+      fmt::format("The response (status {}) is longer than the {} bytes that are allowed", status,
+                  limits_.forStatus(status)),
+      safeUrl(), {{std::string(kErrorStatusKey), status}});
   giveUpConnection();
   return false;
 }
@@ -335,7 +334,7 @@ void CurlTransfer::giveUpConnection() noexcept {
 
 void CurlTransfer::failBodyNotStored(const Error& cause) {
   failure_ = makeTransportError(HttpTransportError::kResponseBodyNotStored,
-                                "The answer could not be stored", cause, safeUrl());
+                                "The response could not be stored", cause, safeUrl());
 }
 
 std::size_t CurlTransfer::onRead(char* buffer, std::size_t size, std::size_t count, void* self) {

@@ -77,7 +77,7 @@ bool CurlUrl::isNamedBy(std::string_view hostHeader) const noexcept {
 
 Result<CurlUrl> CurlUrl::finish(CurlUrlHandle handle) {
   CurlUrl url(std::move(handle));
-  // A redirect to "file:" would hand a local file to the caller as the server's answer.
+  // A redirect to "file:" would hand a local file to the caller as the server's response.
   if (url.scheme_ != "http" && url.scheme_ != "https") {
     return invalidUrl(fmt::format("only http and https are spoken, not {}", url.scheme_));
   }

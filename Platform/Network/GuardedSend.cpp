@@ -46,7 +46,7 @@ class Ending {
 
   void end(std::optional<HttpResponse> response, ErrorPtr error) {
     if (error == nullptr && !response) {
-      error = noAnswer("The transport ended the request with neither an answer nor an error.");
+      error = noAnswer("The transport ended the request with neither a response nor an error.");
     }
     // Both at once is a transport's mistake; the error is the safer half to believe.
     if (error != nullptr) response.reset();
@@ -70,7 +70,7 @@ class Ending {
     std::unique_ptr<Watch> watch;
     {
       const MutexLock lock(mutex_);
-      // Answer, cancellation and drop may come at the same time. Only one of them finds it.
+      // Response, cancellation and drop may come at the same time. Only one of them finds it.
       completion.swap(completion_);
       watch.swap(watch_);
     }
@@ -83,7 +83,7 @@ class Ending {
   std::unique_ptr<Watch> watch_ VARO_GUARDED_BY(mutex_);
 };
 
-/// What the transport holds. The last copy to go says that no answer can come any more.
+/// What the transport holds. The last copy to go says that no response can come any more.
 class Obligation {
  public:
   explicit Obligation(std::shared_ptr<Ending> ending) : ending_(std::move(ending)) {}

@@ -47,6 +47,8 @@ Result<void> checkHeaders(const std::vector<HttpHeader>& headers) {
 }
 
 bool isSetByTransport(std::string_view headerName) noexcept {
+  // A length of the caller's that differs from the body's would let the rest of one request be read
+  // as the beginning of the next.
   constexpr std::array<std::string_view, 3> kOwn = {"content-length", "transfer-encoding",
                                                     "expect"};
   return std::any_of(kOwn.begin(), kOwn.end(), [headerName](std::string_view own) {
@@ -59,6 +61,8 @@ bool isHostHeader(std::string_view headerName) noexcept {
 }
 
 bool isCredentialHeader(std::string_view headerName) noexcept {
+  // The headers of a signature: its session token is a secret, and the others are of no use to
+  // another host.
   constexpr std::string_view kSigningPrefix = "x-amz-";
   return isSecretKey(headerName) ||
          equalIgnoringCase(headerName.substr(0, kSigningPrefix.size()), kSigningPrefix);

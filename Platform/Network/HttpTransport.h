@@ -21,8 +21,8 @@ struct HttpHeader {
   std::string value;
 };
 
-/// How long the body of an answer may be, in bytes, by the answer's status. By default nothing is
-/// limited.
+/// How long the body of a response may be, in bytes, by the response's status. By default nothing
+/// is limited.
 struct ResponseLimits {
   static constexpr std::uint64_t kUnlimited = std::numeric_limits<std::uint64_t>::max();
 
@@ -56,10 +56,10 @@ struct HttpRequest {
   std::optional<std::chrono::milliseconds> stallTimeout = {};
 };
 
-/// The answer, whatever its status.
+/// The response, whatever its status.
 struct HttpResponse {
   int status = 0;
-  /// In the order received; of the last answer where there were redirects.
+  /// In the order received; of the last response where there were redirects.
   std::vector<HttpHeader> headers;
   /// Present, with zero bytes where the entity is empty, whatever the version of HTTP and the
   /// framing. None only where the status allows no entity: 204, 205, 304.
@@ -90,9 +90,9 @@ class HttpTransfer {
 /// What every transport keeps to; tests/integration/HttpTransportContractTest.cpp checks it.
 ///
 /// One end:
-/// - The completion of each request is called exactly once, whatever happens: an answer, a failure,
-///   a cancel, a shutdown.
-/// - It gets either an answer or an error, never both, never neither.
+/// - The completion of each request is called exactly once, whatever ends it: a response, a
+///   failure, a cancel, a shutdown.
+/// - It gets either a response or an error, never both, never neither.
 ///
 /// Threads:
 /// - The completion runs on a thread of the runtime's pool, with no lock held, and never inside
@@ -108,31 +108,34 @@ class HttpTransfer {
 /// Lifetimes:
 /// - The request's body is held until the transfer has ended, the completion until it has been
 ///   called; then they are destroyed. What `send` returned need not be kept.
-/// - The answer belongs to whoever gets it, and outlives the transport.
+/// - The response belongs to whoever gets it, and outlives the transport.
 ///
-/// Answers and errors:
-/// - An answer is a response, whatever its status.
-/// - Errors are failures to connect and of TLS, time-outs, bodies cut short, a Content-Length that
-///   is no number or differs from another, answers beyond the request's limits, redirects that are
-///   not followed, and requests that are refused before a byte is sent (a URL that is not http(s);
-///   CR, LF or NUL in a header or URL).
+/// Responses and errors:
+/// - A response is a response, whatever its status.
+/// - Errors are:
+///   - failures to connect and of TLS, time-outs, bodies cut short;
+///   - a Content-Length that is no number or differs from another;
+///   - responses beyond the request's limits, and redirects that are not followed;
+///   - requests that are refused before a byte is sent: a URL that is not http(s); CR, LF or NUL in
+///     a header or URL.
 ///
 /// What concerns the wire, for a transport that has one:
 /// - Bodies arrive as the server sent them, in full or not at all. A large one goes to a nameless
 ///   file, of which a failed transfer leaves nothing: memory does not grow with the size of a body.
 /// - A request body that cannot be read to its end (its file shrank) ends the request with an
 ///   error, and the server never takes it for whole.
-/// - An answer that announces more than its limit ends with `HttpTransportError::kResponseTooLarge`
-///   before a byte of it is stored, one that sends more as soon as it does; its connection is
+/// - A response beyond its limit ends with `HttpTransportError::kResponseTooLarge`: before a byte
+/// is
+///   stored where its Content-Length says so, else as soon as it has sent more. Its connection is
 ///   closed, and nothing is kept.
-/// - A POST is sent once. Where its connection breaks before the answer, that is an error, since
+/// - A POST is sent once. Where its connection breaks before the response, that is an error, since
 ///   nobody knows whether it was carried out. Other methods may be sent again.
 /// - Redirects (301, 302, 303, 307, 308) are followed for GET only, at most 10, never from https to
 ///   http; headers that carry a credential are dropped when scheme, host or port changes. One that
 ///   names no target is not followed either.
 ///
 /// `VRONetworkUtility` sees to it that a transport which breaks these rules costs one request its
-/// answer, and nothing else: see `sendGuarded`.
+/// response, and nothing else: see `sendGuarded`.
 class HttpTransport {
  public:
   virtual ~HttpTransport() = default;

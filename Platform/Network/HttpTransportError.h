@@ -19,12 +19,12 @@ inline constexpr std::string_view kHttpTransportErrorDomain = "HttpTransport";
 inline constexpr std::string_view kErrorUrlKey = "url";
 /// Key of the user information: the `CURLcode`, where libcurl reported the failure.
 inline constexpr std::string_view kErrorCurlCodeKey = "curlCode";
-/// Key of the user information: the answer's status, where it is the answer that is refused.
+/// Key of the user information: the response's status, where it is the response that is refused.
 inline constexpr std::string_view kErrorStatusKey = "httpStatusCode";
 /// Key of the user information: the file or directory, where one is to blame.
 inline constexpr std::string_view kErrorPathKey = "path";
 
-/// Failures that the transport itself finds. A repeat is worth it only where a line says so.
+/// Failures that the transport itself finds. A retry is worth it only where a line says so.
 enum class HttpTransportError : std::int64_t {
   /// The URL is not an http(s) URL, or has characters that are never allowed.
   kInvalidUrl = 1001,
@@ -36,7 +36,7 @@ enum class HttpTransportError : std::int64_t {
   /// URL at all, or from https to http.
   kRedirectRefused = 1004,
   kTooManyRedirects = 1005,
-  /// The answer's headers are larger than any real answer's.
+  /// The response's headers are larger than any real response's.
   kHeadersTooLarge = 1006,
   /// The request body could not be read, for example because its file shrank.
   kRequestBodyUnreadable = 1007,
@@ -46,10 +46,10 @@ enum class HttpTransportError : std::int64_t {
   kShutDown = 1010,
   /// The system refused a resource (memory, a thread, a handle); retrying may help.
   kNoResources = 1011,
-  /// The answer's body is longer than the request allows.
+  /// The response's body is longer than the request allows.
   kResponseTooLarge = 1012,
-  /// The transport, an application's own, ended a request with neither an answer nor an error, gave
-  /// it up without a word, or threw.
+  /// The transport, an application's own, ended a request with neither a response nor an error,
+  /// gave it up without a word, or threw.
   kNoAnswer = 1013,
 };
 

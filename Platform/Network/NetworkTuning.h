@@ -44,9 +44,9 @@ inline constexpr std::uint64_t kMaxRedirectBody = 64 * kKiB;
 
 // Response headers: a server may send them for ever.
 
-/// Bytes of all header lines of one answer.
+/// Bytes of all header lines of one response.
 inline constexpr std::size_t kMaxHeaderBytes = 256 * kKiB;
-/// Header lines of one answer.
+/// Header lines of one response.
 inline constexpr std::size_t kMaxHeaderLines = 2'000;
 
 // Buffers. All are per transfer; with many transfers at once they shrink, so that their sum stays

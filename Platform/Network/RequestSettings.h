@@ -13,10 +13,10 @@ namespace varo::platform {
 
 /// Key of the options of a request under which its `RequestSettings` stand.
 inline constexpr char kRequestSettings[] = "settings";
-/// Key of the options of a request under which the `ResponseLimits` of its answer stand, as a
+/// Key of the options of a request under which the `ResponseLimits` of its response stand, as a
 /// `ResponseLimitsValue`.
 inline constexpr char kResponseLimits[] = "responseLimits";
-/// Key of the options of a request under which the directory stands, as text, that the answer's
+/// Key of the options of a request under which the directory stands, as text, that the response's
 /// body will be stored in: a large body spools there, so that it never has to move to another file
 /// system. Missing or empty: the directory for temporary files, which also serves where no file can
 /// be created in the one named.

@@ -23,7 +23,7 @@ std::string_view trim(std::string_view text) noexcept {
 ErrorPtr lengthError(std::string_view what, std::string_view value) {
   constexpr std::size_t kShown = 40;  // bytes of a text that may be long
   return Error::make(kHttpTransportErrorDomain, 0,
-                     fmt::format("The answer's Content-Length {}: {}", what,
+                     fmt::format("The response's Content-Length {}: {}", what,
                                  sanitizeUtf8(value.substr(0, kShown))));
 }
 
@@ -40,19 +40,19 @@ void ResponseHead::beginAnswer(std::string_view statusLine) {
 bool ResponseHead::addLine(std::string_view line) {
   bytes_ += line.size();
   ++lines_;
-  // Not counted anew with a further answer: endless interim answers are as bad as endless headers.
+  // One count for all of them: endless interim responses are as bad as endless headers.
   if (bytes_ > tuning::kMaxHeaderBytes || lines_ > tuning::kMaxHeaderLines) return false;
   // What comes behind the head are the trailers of a chunked body.
   // They count, but nobody needs them.
   if (complete_) return true;
-  // An interim answer may have come before. Only the last one counts.
+  // An interim response may have come before. Only the last one counts.
   if (line.starts_with("HTTP/")) {
     beginAnswer(line);
     return true;
   }
   const std::string_view content = trim(line);
   if (content.empty()) {
-    // A 1xx answer ends like this, too, and the real one follows (RFC 9110, 15.2).
+    // A 1xx response ends like this, too, and the real one follows (RFC 9110, 15.2).
     complete_ = status_ >= 200;
     return true;
   }

@@ -12,16 +12,16 @@
 
 namespace varo::platform {
 
-/// Collects the header lines of an answer as libcurl hands them out, within fixed limits.
+/// Collects the header lines of a response as libcurl hands them out, within fixed limits.
 /// Not thread-safe.
 class ResponseHead {
  public:
-  /// Takes one line with its line break. A status line begins the answer anew (interim answers come
-  /// before the final one); lines after the empty line that ends a final answer's headers are
-  /// trailers and are dropped. False once the lines exceed the limits.
+  /// Takes one line with its line break. A status line begins the response anew (interim responses
+  /// come before the final one); lines after the empty line that ends a final response's headers
+  /// are trailers and are dropped. False once the lines exceed the limits.
   [[nodiscard]] bool addLine(std::string_view line);
 
-  /// Whether the headers of the final answer are complete.
+  /// Whether the headers of the final response are complete.
   [[nodiscard]] bool isComplete() const noexcept { return complete_; }
   /// Of the status line; 0 before it.
   [[nodiscard]] int status() const noexcept { return status_; }
@@ -33,7 +33,7 @@ class ResponseHead {
   /// Whether the status allows an entity, if only an empty one: all but 1xx, 204, 205 and 304.
   [[nodiscard]] bool canHaveEntity() const noexcept;
   /// Bytes announced; 0 also where none are. An error where that is no number, is 2^63 or more, or
-  /// where two of them differ: nobody can say then where the answer ends.
+  /// where two of them differ: nobody can say then where the response ends.
   [[nodiscard]] Result<std::uint64_t> contentLength() const;
 
   /// Hands over the headers, in the order received.
@@ -45,7 +45,7 @@ class ResponseHead {
   std::vector<HttpHeader> headers_;
   int status_ = 0;
   bool complete_ = false;
-  // Over all answers of the request, so that endless interim answers count too.
+  // Over all responses of the request, so that endless interim responses count too.
   std::size_t bytes_ = 0;
   std::size_t lines_ = 0;
 };

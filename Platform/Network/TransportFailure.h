@@ -7,8 +7,8 @@
 
 namespace varo::platform {
 
-/// Why a request got no answer, in words that hold for every HTTP library. docs/errors.md says of
-/// each whether a repeat is worth it.
+/// Why a request got no response, in words that hold for every HTTP library. docs/errors.md says of
+/// each whether a retry is worth it.
 enum class TransportFailure {
   kNameNotFound,
   kNoConnection,
@@ -18,15 +18,15 @@ enum class TransportFailure {
   kCertificateNotTrusted,
   /// The file of trusted certificates cannot be used.
   kTrustFileUnusable,
-  /// The server closed the connection before it answered.
+  /// The server closed the connection before it responded.
   kNoAnswer,
   /// The connection broke while the request was sent.
   kSendingBroken,
-  /// The connection broke within the answer.
+  /// The connection broke within the response.
   kCutShort,
-  /// An answer that is not HTTP, or has headers beyond all measure.
+  /// A response that is not HTTP, or has headers beyond all measure.
   kBadAnswer,
-  /// An answer of more bytes than the request allows.
+  /// A response of more bytes than the request allows.
   kTooLarge,
   kRedirectRefused,
   kTooManyRedirects,

@@ -94,8 +94,8 @@ NetworkErrorPtr toNetworkError(const Error& error) {
 
 /// Made while there is memory, for when there is none.
 const NetworkErrorPtr& outOfMemory() {
-  static const NetworkErrorPtr error = toNetworkError(
-      *makeTransportError(HttpTransportError::kNoResources, "There is no memory for the answer."));
+  static const NetworkErrorPtr error = toNetworkError(*makeTransportError(
+      HttpTransportError::kNoResources, "There is no memory for the response."));
   return error;
 }
 
@@ -141,6 +141,7 @@ void report(const NetworkCallback& callback, const std::optional<HttpResponse>& 
 }
 
 void refuse(const NetworkCallback& callback, const ErrorPtr& error) {
+  // On the pool, as every completion: the caller may hold a lock that its callback takes.
   Runtime::shared().pool().postOrRun([callback, error] { report(callback, std::nullopt, error); });
 }
 

@@ -31,7 +31,7 @@ enum class RequestType : std::int32_t {
 /// Key of the response information under which the `HttpResponseInfo` stands.
 inline constexpr std::string_view kHttpResponse = "httpResponse";
 
-/// Status and header fields of an answer.
+/// Status and header fields of a response.
 class HttpResponseInfo final : public Object {
  public:
   HttpResponseInfo(int statusCode, Dictionary headerFields)
@@ -49,13 +49,13 @@ class HttpResponseInfo final : public Object {
   const Dictionary headerFields_;
 };
 
-/// Body bytes (none where the answer had no body at all), response information, error or null.
+/// Body bytes (none where the response had no body at all), response information, error or null.
 /// Called exactly once whatever the transport does, see `sendGuarded`; on a thread of the runtime's
 /// pool where the transport keeps to its contract.
 using NetworkCallback = std::function<void(
     const std::optional<Data>& data, const Dictionary& responseInfo, const NetworkErrorPtr& error)>;
 
-/// The platform's network utility: encodes requests and reports answers.
+/// The platform's network utility: encodes requests and reports responses.
 ///
 /// HTTP status codes are not errors. Errors carry the transport's domain, code and user
 /// information; a request that cannot be encoded is an error too. Of `options` the entries

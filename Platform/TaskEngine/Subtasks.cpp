@@ -68,6 +68,8 @@ Subtasks::Next Subtasks::takeFree() {
       if (predecessor->ended) predecessors.push_back(predecessor->resting);
     }
     if (predecessors.size() < child.dependencies.size()) continue;
+    // Noted in the same hold of the parent's lock: two subtasks that end at once would otherwise
+    // both have this one run.
     child.started = true;
     next.free.push_back({child.resting, std::move(predecessors)});
   }

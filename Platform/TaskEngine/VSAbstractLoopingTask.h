@@ -10,15 +10,21 @@ namespace varo::platform {
 
 /// Runs one subtask again and again.
 ///
-/// Each iteration hands the loop's input context to the subtask, which starts with a fresh state
-/// and empty output. When it has ended, its output replaces what the previous iteration left in the
-/// loop's output context, and `shouldIterate` decides; before the next iteration
-/// `transformInputContextForNextIteration` updates the loop's input. Both, and the next execution
-/// of the subtask, run on the engine thread that delivered the end of the last one: an iteration
-/// costs one hand-over between threads. A step that wants to wait asks for it with
-/// `sleepBeforeNextIteration`; one that blocks nevertheless holds up nobody else, since the pool
-/// grows. A loop ends as Ended when it should not go on, as Errored when the subtask failed and the
-/// error does not count as success, and as Errored, too, once the runtime has been shut down.
+/// An iteration:
+/// 1. The subtask gets the loop's input context, and starts with a fresh state and empty output.
+/// 2. When it has ended, its output replaces what the previous iteration left in the loop's output
+///    context.
+/// 3. `shouldIterate` decides whether another iteration follows.
+/// 4. If so, `transformInputContextForNextIteration` updates the loop's input.
+///
+/// Threads: 3, 4 and the next 1 run on the engine thread that delivered the end of the subtask, so
+/// an iteration costs one hand-over between threads. A step that wants to wait asks for it with
+/// `sleepBeforeNextIteration`. One that blocks nevertheless holds up nobody else: the pool grows.
+///
+/// A loop ends as
+/// - Ended when no other iteration should follow;
+/// - Errored when the subtask failed and `treatErrorAsSuccess` says no;
+/// - Errored once the runtime has been shut down.
 class VSAbstractLoopingTask : public VSTask {
  public:
   /// `error` is set, unless it is null, when there is no subtask; the loop then ends as Errored
@@ -28,8 +34,8 @@ class VSAbstractLoopingTask : public VSTask {
 
   void execute() override;
 
-  /// Asked after each run of the subtask, with the state it ended in. The base answers whether the
-  /// loop may go on at all: it has not been ended from outside.
+  /// Asked after each run of the subtask, with the state it ended in. The base says yes unless the
+  /// loop has been ended from outside.
   [[nodiscard]] virtual bool shouldIterate(TaskState subTaskState);
   /// Called between two iterations; may ask for a pause with `sleepBeforeNextIteration`. The base
   /// does nothing.

@@ -29,10 +29,12 @@ namespace varo::platform {
 /// when what it waits for is dropped, it is freed with its tree. Thread-safe, unless a subclass
 /// says otherwise of its own members.
 ///
-/// A run that has been started comes to one end, whatever happens: where its own code throws or
-/// there is no memory to go on it ends as Errored, and its listeners and its parent hear of that
-/// also without memory, and after the runtime's shutdown. Since the shutdown leaves no engine
-/// thread, what changes a state then calls the listeners itself: never change one with a lock held.
+/// A run that has been started comes to exactly one end:
+/// - Where its own code throws, or there is no memory to go on, it ends as Errored.
+/// - Its listeners and its parent hear of the end even without memory, and after the runtime's
+///   shutdown.
+/// - After the shutdown there is no engine thread, so what changes a state then calls the listeners
+///   itself: never change one with a lock held.
 class VSTask : public Object, public TaskListener, public std::enable_shared_from_this<VSTask> {
  public:
   VSTask();
@@ -50,12 +52,15 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   virtual void execute();
 
   [[nodiscard]] TaskState state() const;
-  /// Changes the state and notifies the listeners. Setting the present state does nothing; a task
-  /// that has come to its end only accepts NotStarted, for a restart, and only such a task or a
-  /// paused one does. A restarted task runs all its subtasks anew, also those that have not ended.
-  /// Neither pausing nor ending a task touches its subtasks: a subclass that means them tells them.
-  /// A change that there is no memory for makes the task Errored; only one to NotStarted throws
-  /// `std::bad_alloc` instead, with nothing changed.
+  /// Changes the state and notifies the listeners.
+  /// - Setting the present state does nothing.
+  /// - NotStarted, for a restart, is accepted only by a task that is paused or at its end, and one
+  ///   at its end accepts nothing else. A restarted task runs all its subtasks anew, also those
+  ///   that have not ended.
+  /// - Neither pausing nor ending a task touches its subtasks: a subclass that means them tells
+  ///   them.
+  /// - A change that there is no memory for makes the task Errored; only one to NotStarted throws
+  ///   `std::bad_alloc` instead, with nothing changed.
   void setState(TaskState state);
 
   [[nodiscard]] Dictionary inputContext() const { return _inputContext.snapshot(); }

@@ -6,6 +6,7 @@
 #include "Sandbox/Storage/DiskWriter.h"
 
 #include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
@@ -36,8 +37,8 @@ std::string nameOf(const BlobKey& key) {
 BlobCatalog::BlobCatalog(RecordDatabase& records, DiskStore& bytes)
     : records_(records), bytes_(bytes) {}
 
-std::optional<BlobObject> BlobCatalog::findObject(const BlobKey& key) const {
-  const auto text = records_.findObject(nameOf(key));
+std::optional<BlobObject> BlobCatalog::findObjectLocked(const std::string& name) const {
+  const auto text = records_.findObject(name);
   const auto entries = text ? parseJsonObject(*text) : std::nullopt;
   if (!entries) return std::nullopt;
   auto object = blobObjectFrom(*entries, {});
@@ -46,7 +47,9 @@ std::optional<BlobObject> BlobCatalog::findObject(const BlobKey& key) const {
 }
 
 std::optional<BlobCatalog::Found> BlobCatalog::find(const BlobKey& key) const {
-  auto object = findObject(key);
+  const std::string name = nameOf(key);
+  const platform::MutexLock lock(mutex_);
+  auto object = findObjectLocked(name);
   if (!object) return std::nullopt;
   Found found{*std::move(object), nullptr, 0, ""};
   if (const auto& generated = found.object.generated) {
@@ -56,7 +59,7 @@ std::optional<BlobCatalog::Found> BlobCatalog::find(const BlobKey& key) const {
     };
     found.size = generated->size;
     found.entityTag = fmt::format("\"{:x}-{:x}\"", generated->seed, generated->size);
-  } else if (auto stored = bytes_.open(nameOf(key))) {
+  } else if (auto stored = bytes_.open(name)) {
     found.bytes = std::move(stored->bytes);
     found.size = stored->state.size;
     found.entityTag = std::move(stored->state.entityTag);
@@ -64,8 +67,22 @@ std::optional<BlobCatalog::Found> BlobCatalog::find(const BlobKey& key) const {
   return found;
 }
 
+std::optional<std::string> BlobCatalog::define(const BlobKey& key, const json::object& entries) {
+  const std::string name = nameOf(key);
+  const platform::MutexLock lock(mutex_);
+  auto object = blobObjectFrom(entries, findObjectLocked(name).value_or(BlobObject{}));
+  if (auto* problem = std::get_if<std::string>(&object)) return std::move(*problem);
+  putLocked(name, std::get<BlobObject>(object));
+  return std::nullopt;
+}
+
 void BlobCatalog::put(const BlobKey& key, const BlobObject& object) {
   const std::string name = nameOf(key);
+  const platform::MutexLock lock(mutex_);
+  putLocked(name, object);
+}
+
+void BlobCatalog::putLocked(const std::string& name, const BlobObject& object) {
   records_.putObject(name, json::serialize(entriesOf(object)));
   // After the record: from then on nobody asks for the stored bytes any more.
   if (object.generated) bytes_.discard(name);
@@ -76,12 +93,15 @@ DiskStore::WriterOrProblem BlobCatalog::write(const BlobKey& key) {
 }
 
 void BlobCatalog::putStored(const BlobKey& key) {
-  BlobObject object = findObject(key).value_or(BlobObject{});
+  const std::string name = nameOf(key);
+  const platform::MutexLock lock(mutex_);
+  BlobObject object = findObjectLocked(name).value_or(BlobObject{});
   object.generated.reset();
-  put(key, object);
+  putLocked(name, object);
 }
 
 void BlobCatalog::clear() {
+  const platform::MutexLock lock(mutex_);
   for (const std::string& name : records_.removeObjects()) bytes_.discard(name);
 }
 

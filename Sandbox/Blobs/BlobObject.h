@@ -28,7 +28,7 @@ struct GeneratedContent {
   std::uint64_t seed = 0;
 };
 
-/// What the blob service holds for a key, and how it answers.
+/// What the blob service holds for a key, and how it responds.
 struct BlobObject {
   enum class Mode {
     kKnownTotal,    ///< Ranges, with the size of the whole in "Content-Range".
@@ -42,7 +42,7 @@ struct BlobObject {
   std::optional<GeneratedContent> generated{};
   Mode mode = Mode::kKnownTotal;
   std::string message = "the object cannot be read";  ///< Of `kError`.
-  /// Sent along in "X-Pelmar-Device-Log-Level" with every answer; empty: no such header.
+  /// Sent along in "X-Pelmar-Device-Log-Level" with every response; empty: no such header.
   std::string logLevel{};
 };
 

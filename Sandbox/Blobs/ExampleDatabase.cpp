@@ -91,16 +91,4 @@ std::optional<std::string> ExampleDatabase::make(const std::string& path) {
   }
 }
 
-std::optional<SandboxServer::Error> ExampleDatabase::make(const std::string& path,
-                                                          SandboxServer& server) {
-  if (auto problem = make(path)) return SandboxServer::Error{*std::move(problem)};
-  for (const ExampleEmployee& employee : kEmployees) {
-    if (auto error =
-            server.putBlob(keyOf(employee), {.generated = employee.photo, .mode = employee.mode})) {
-      return error;
-    }
-  }
-  return std::nullopt;
-}
-
 }  // namespace varo::sandbox

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Sandbox/Blobs/BlobObject.h"
-#include "Sandbox/SandboxServer.h"
 
 #include <cstdint>
 #include <optional>
@@ -28,7 +27,7 @@ struct ExampleDatabase {
   static constexpr const char* kPhotoColumn = "photo";
   static constexpr const char* kBlobTable = "varosyncBLOBSTOREMANAGER";
 
-  /// One for each way in which the service answers.
+  /// One for each way in which the service responds.
   [[nodiscard]] static std::span<const ExampleEmployee> employees();
   [[nodiscard]] static BlobKey keyOf(const ExampleEmployee& employee);
 
@@ -36,10 +35,6 @@ struct ExampleDatabase {
   /// as it is, so that downloads go on. Returns what went wrong: the path cannot be used, or
   /// another database is there, which is left alone.
   [[nodiscard]] static std::optional<std::string> make(const std::string& path);
-
-  /// The same, and puts the photos into a sandbox that runs.
-  [[nodiscard]] static std::optional<SandboxServer::Error> make(const std::string& path,
-                                                                SandboxServer& server);
 };
 
 }  // namespace varo::sandbox

@@ -1,6 +1,5 @@
 #include "Sandbox/Control/BlobControl.h"
 
-#include "Sandbox/Blobs/BlobObject.h"
 #include "Sandbox/Control/ControlRoute.h"
 #include "Sandbox/Http/HttpLimits.h"
 #include "Sandbox/Http/JsonText.h"
@@ -69,12 +68,9 @@ HttpResponse BlobControl::define(RequestBody& body) {
     return errorResponse(kBadParameter, "\"scope\", \"object\" or \"keys\" is missing or wrong",
                          400);
   }
-  // On top of what is known, so that a tester can change the mode of a blob alone.
-  const auto object = blobObjectFrom(*entries, blobs_.findObject(*key).value_or(BlobObject{}));
-  if (const auto* problem = std::get_if<std::string>(&object)) {
+  if (const auto problem = blobs_.define(*key, *entries)) {
     return errorResponse(kBadParameter, *problem, 400);
   }
-  blobs_.put(*key, std::get<BlobObject>(object));
   return done();
 }
 

@@ -10,7 +10,7 @@ namespace varo::sandbox {
 /// nobody locks himself out.
 inline constexpr std::string_view kControlPath = "/control/";
 
-/// Adds a route at `kControlPath` and `pattern` that answers clients on this machine only.
+/// Adds a route at `kControlPath` and `pattern` that responds to clients on this machine only.
 void addControlRoute(Router& router, std::string_view method, std::string_view pattern,
                      Router::Handler handler);
 

@@ -10,7 +10,7 @@
 namespace varo::sandbox {
 
 /// What a tester says to the sandbox: faults, how deletes go, counters and the last requests, under
-/// /control/ of the object service's listener. It answers clients on this machine only.
+/// /control/ of the object service's listener. It responds to clients on this machine only.
 /// Thread-safe.
 class ControlService {
  public:

@@ -23,7 +23,7 @@ struct LoggedRequest {
   std::string query;  ///< Still encoded.
   std::vector<std::pair<std::string, std::string>> headers;
   std::uint64_t bodyBytes = 0;
-  int status = 0;  ///< Of the answer.
+  int status = 0;  ///< Of the response.
 
   /// The first value under `name` (any letter case), or null.
   [[nodiscard]] const std::string* header(std::string_view name) const;

@@ -47,12 +47,12 @@ struct FaultAction {
   bool ignoreRange = false;                     ///< There is none, so all bytes come, with 200.
 
   std::optional<std::string> total{};  ///< What "Content-Range" says behind the "/"; any text.
-  /// Take the place of the answer's own headers of the same names; without a value, these only go.
+  /// Replace the response's own headers of the same names; without a value, these only go.
   std::vector<std::pair<std::string, std::optional<std::string>>> headers{};
   std::optional<std::uint64_t> cutAfter{};    ///< Body bytes sent before the connection is closed.
   std::optional<std::uint64_t> stallAfter{};  ///< Body bytes sent before nothing moves
   std::chrono::milliseconds stallFor{0};      ///< for so long; negative: until the server stops.
-  bool drop = false;                          ///< The connection is closed without an answer.
+  bool drop = false;                          ///< The connection is closed without a response.
   bool endlessHeaders = false;
 };
 

@@ -35,10 +35,10 @@ class FaultInjector {
   std::vector<Entry> entries_ VARO_GUARDED_BY(mutex_);
 };
 
-/// The answer that replaces the service's own, if the action has one.
+/// The response that replaces the service's own, if the action has one.
 [[nodiscard]] std::optional<HttpResponse> replacementFor(const FaultAction& action);
 
-/// Adds what the action does to the headers and the delivery of an answer.
+/// Adds what the action does to the headers and the delivery of a response.
 void spoil(HttpResponse& response, const FaultAction& action);
 
 }  // namespace varo::sandbox

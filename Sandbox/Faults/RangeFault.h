@@ -13,7 +13,7 @@ namespace varo::sandbox {
 [[nodiscard]] std::optional<HttpRequest> bentRequest(const HttpRequest& request,
                                                      const FaultAction& action);
 
-/// Puts the action's total into "Content-Range", if the answer has one.
+/// Puts the action's total into "Content-Range", if the response has one.
 void bendTotal(HttpResponse& response, const FaultAction& action);
 
 }  // namespace varo::sandbox

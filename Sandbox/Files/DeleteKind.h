@@ -13,8 +13,8 @@ namespace varo::sandbox {
 /// How the service carries out a delete.
 struct DeleteKind {
   enum class Mode {
-    kNow,       ///< The answer says that the files are gone.
-    kAccepted,  ///< The answer is an address to poll, and the files go once `polls` are made.
+    kNow,       ///< The response says that the files are gone.
+    kAccepted,  ///< The response is an address to poll, and the files go once `polls` are made.
     kNever,     ///< Accepted, but every poll says that the service still works.
     kBoolean,   ///< As accepted, but the end is told as a boolean of JSON instead of a text.
     kFailing,   ///< Accepted, but after `polls` every further one fails; the files stay.
@@ -23,7 +23,7 @@ struct DeleteKind {
   Mode mode = Mode::kNow;
   /// How many polls are told that the service still works, before one is told the end.
   std::uint32_t polls = 1;
-  /// Of a failing poll: its HTTP status, 400 to 599, and its "opstatus". A status alone is answered
+  /// Of a failing poll: its HTTP status, 400 to 599, and its "opstatus". A status alone is sent
   /// with plain text, as a gateway does; neither means an "opstatus" of the sandbox's own.
   std::optional<int> httpStatus = std::nullopt;
   std::optional<int> opstatus = std::nullopt;

@@ -8,7 +8,7 @@
 namespace varo::sandbox {
 
 /// A plain object store: PUT, POST, GET, HEAD and DELETE of /objects/{key}. It knows nothing of the
-/// object service, answers a write with an ETag and no body, and an error with plain text.
+/// object service, responds to a write with an ETag and no body, and an error with plain text.
 /// Thread-safe. Exceptions of the record database pass through.
 class PlainStore {
  public:

@@ -28,7 +28,7 @@ ByteRange parseByteRange(std::string_view value, std::uint64_t size) {
   if (dash == std::string_view::npos) return whole;
   const std::string_view first = value.substr(0, dash);
   const std::string_view last = value.substr(dash + 1);
-  // A list of ranges has a comma and ends up here, too: the whole file is a valid answer to it.
+  // A list of ranges has a comma and ends up here, too: the whole file is a valid response to it.
   if (!isDigits(first) || !isDigits(last) || (first.empty() && last.empty())) return whole;
 
   const ByteRange unsatisfiable{ByteRange::Kind::kUnsatisfiable, 0, 0};
@@ -40,7 +40,7 @@ ByteRange parseByteRange(std::string_view value, std::uint64_t size) {
   const std::uint64_t begin = saturated(first);
   const std::uint64_t end =
       last.empty() ? std::numeric_limits<std::uint64_t>::max() : saturated(last);
-  // Not a range at all (RFC 9110, 14.1.1), so it is ignored and not answered with 416.
+  // Not a range at all (RFC 9110, 14.1.1), so it is ignored and not refused with 416.
   if (end < begin) return whole;
   if (begin >= size) return unsatisfiable;
   return {ByteRange::Kind::kPart, begin, std::min(end, size - 1) - begin + 1};

@@ -72,7 +72,7 @@ class HttpConnection::Body final : public RequestBody {
     }
     while (!problem_ && !parser_.is_done()) {
       const std::string_view piece = read();
-      // What the sink refuses is still read, so that the answer finds a client that listens.
+      // What the sink refuses is still read, so that the response finds a client that listens.
       if (end == End::kComplete && !piece.empty() && !sink(piece)) end = End::kRefused;
     }
     return problem_.value_or(end);
@@ -193,7 +193,7 @@ bool HttpConnection::serveRequest() {
     response = server_.handler(request, body);
     body.discard();
   } catch (const std::exception& exception) {
-    // The client gets an answer in any case; without one it would take the sandbox for gone.
+    // The client gets a response in any case; without one it would take the sandbox for gone.
     response = errorResponse(500, exception.what(), 500);
   }
   // What is left of a body that broke off must not be read as the next request.
@@ -206,7 +206,7 @@ bool HttpConnection::serveRequest() {
 
 bool HttpConnection::send(const HttpResponse& response, std::string_view method, After after) {
   if (response.delivery.drop) return false;
-  // Reading the body has used up a part of the time; the answer gets all of it again.
+  // Reading the body has used up a part of the time; the response gets all of it again.
   socket_.allowWaits(server_.limits.transferTimeout, server_.limits.transferBytes);
   if (response.delivery.endlessHeaders) {
     sendEndlessHeaders();

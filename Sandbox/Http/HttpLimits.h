@@ -36,7 +36,7 @@ struct HttpLimits {
   /// thread.
   std::size_t transferBytes = 1024;
   /// How long a closed connection is read on: unread input would reset it, and the reset would
-  /// overtake the answer.
+  /// overtake the response.
   std::chrono::milliseconds closeTimeout{200};
 };
 

@@ -21,11 +21,11 @@ struct Delivery {
   bool drop = false;                      ///< Close the connection without a byte.
 };
 
-/// Reads bytes that an answer carries: fills all of `buffer` from byte `offset` on, or returns
+/// Reads bytes that a response carries: fills all of `buffer` from byte `offset` on, or returns
 /// false. Keeps alive what it reads from. Thread-safe.
 using ContentReader = std::function<bool(std::uint64_t offset, std::span<char> buffer)>;
 
-/// One answer. The body is `text`, or a region of `content` when that is set.
+/// One response. The body is `text`, or a region of `content` when that is set.
 struct HttpResponse {
   int status = 200;
   std::string contentType = "application/json";
@@ -43,7 +43,7 @@ struct HttpResponse {
 [[nodiscard]] HttpResponse errorResponse(int opstatus, std::string_view message,
                                          int httpStatus = 200);
 
-/// Bytes that an answer may carry: the whole of them, `size` long.
+/// Bytes that a response may carry: the whole of them, `size` long.
 struct Content {
   ContentReader bytes;
   std::uint64_t size = 0;

@@ -15,7 +15,7 @@ namespace varo::sandbox {
 /// Reads one request: first its head, then its body into buffers.
 using RequestParser = boost::beast::http::request_parser<boost::beast::http::buffer_body>;
 
-/// Why a head is refused: the status to answer with and a sentence.
+/// Why a head is refused: the status to respond with and a sentence.
 struct BadRequest {
   int status = 400;
   std::string reason;

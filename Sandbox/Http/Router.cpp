@@ -50,7 +50,7 @@ void Router::add(std::string_view method, std::string_view pattern, Handler hand
 HttpResponse Router::route(HttpRequest& request, RequestBody& body) const {
   // The path is decoded already, so "%2F" separates as "/" does.
   const std::vector<std::string> path = segmentsOf(request.path);
-  // The connection leaves the body of a HEAD's answer out; until there it is a GET.
+  // The connection leaves the body of a HEAD's response out; until there it is a GET.
   const std::string method = request.method == "HEAD" ? "GET" : request.method;
   std::string allowed;
   for (const Route& route : routes_) {

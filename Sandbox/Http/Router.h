@@ -18,7 +18,7 @@ class Router {
 
   /// `pattern` is a path whose segments "*" stand for one segment each, and whose last segment may
   /// be "**" for all that is left; what they matched becomes the request's path arguments. A route
-  /// for GET answers HEAD, too.
+  /// for GET serves HEAD, too.
   void add(std::string_view method, std::string_view pattern, Handler handler);
 
   /// Runs the handler; 404 for an unknown path, 405 for a method that the path does not have.

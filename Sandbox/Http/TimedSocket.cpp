@@ -12,7 +12,7 @@ TimedSocket::TimedSocket(Socket socket) : socket_(std::move(socket)) {
   // Both fail on a connection that has ended already; its first read tells that, too.
   ErrorCode ignored;
   socket_.non_blocking(true, ignored);
-  // Head and body of an answer are two writes; without this the second one waits for the peer's
+  // Head and body of a response are two writes; without this the second one waits for the peer's
   // delayed acknowledgement of the first.
   socket_.set_option(boost::asio::ip::tcp::no_delay(true), ignored);
 }

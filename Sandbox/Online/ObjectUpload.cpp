@@ -50,7 +50,7 @@ class Form {
     const std::string_view disposition = dispositionOf(head);
     const auto name = parameterOf(disposition, "name");
     if (!name) return refuse("a part has no name");
-    // Names and texts are held in memory until the answer is made of them.
+    // Names and texts are held in memory until the response is made of them.
     if (parts_.size() == kMaxParts) return refuse("there are too many parts");
     parts_.push_back({*name, parameterOf(disposition, "filename")});
     if (parts_.back().fileName) ++files_;

@@ -25,7 +25,7 @@ struct OnlineTemplateKind {
   Auth auth = Auth::kHmacDigest;
   Address address = Address::kEndpointUrl;
   std::optional<std::int64_t> opstatus = 0;  ///< Absent, the template has no such entry.
-  int status = 200;                          ///< Of the answer that has the template.
+  int status = 200;                          ///< Of the response that has the template.
   /// Put over the template's own entries at the end; null takes one away.
   boost::json::object entries{};
 

@@ -119,7 +119,8 @@ HttpResponse SignedStore::read(const HttpRequest& request, RequestBody&) {
 }
 
 HttpResponse SignedStore::remove(const HttpRequest& request, RequestBody&) {
-  // Such stores answer 204 whether there was an object or not, so that a delete can be repeated.
+  // Such stores respond with 204 whether there was an object or not, so that a delete can be
+  // repeated.
   objects_.discard(keyOf(request));
   HttpResponse response;
   response.status = 204;

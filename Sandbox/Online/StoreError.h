@@ -11,7 +11,7 @@ struct StoreError {
   int status = 403;
   std::string code;     ///< A name for programs, such as "AccessDenied".
   std::string message;  ///< A sentence.
-  FieldList details{};  ///< Further elements of the answer.
+  FieldList details{};  ///< Further elements of the response.
 };
 
 /// `<Error>` with "Code", "Message", the details and the request's path as "Resource".

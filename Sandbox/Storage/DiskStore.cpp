@@ -22,7 +22,7 @@ WriteProblem inProgress() {
 }
 
 ContentReader readerOf(std::shared_ptr<const File> file) {
-  // The answer keeps the file open. Replaced or removed meanwhile, it still has its bytes.
+  // The response keeps the file open. Replaced or removed meanwhile, it still has its bytes.
   return [file = std::move(file)](std::uint64_t offset, std::span<char> buffer) {
     const auto count = file->readAt(offset, buffer);
     return count && *count == buffer.size();
@@ -73,7 +73,7 @@ DiskStore::WriterOrProblem DiskStore::writeChunk(const std::string& key, std::ui
   if (!lease) return inProgress();
   const StoredBytes previous = state(key).value_or(StoredBytes{});
   const auto refuse = [](std::string reason) { return WriteProblem{kBadChunk, std::move(reason)}; };
-  // The last chunk may come once more: its answer was lost, and the client sends it again.
+  // The last chunk may come once more: its response was lost, and the client sends it again.
   if (sequence > 1 && sequence != previous.chunks && sequence != previous.chunks + 1) {
     return refuse(
         fmt::format("chunk {} is out of order: {} came before", sequence, previous.chunks));
@@ -144,7 +144,7 @@ void DiskStore::release(const std::string& key) noexcept {
     // Outside the lock, which it takes again. A writer that has come in between discards in turn.
     discard(key);
   } catch (const std::exception&) {
-    // The database fails. Nobody waits for an answer here, and the bytes have no record any more.
+    // The database fails. Nobody waits for a response here, and the bytes have no record any more.
   }
 }
 

@@ -17,6 +17,7 @@ SOURCES = [
     "Platform/Foundation/Json.h",
     "Platform/Foundation/Error.h",
     "Platform/Crypto/Sha256.h",
+    "Cli/Arguments/Arguments.h",
     "Cli/Failures/CommandErrors.h",
 ]
 # The name of a service in its answers, not of an error.

@@ -16,6 +16,14 @@ TASKS = ("Binary/Binary/DownloadTask/", "Binary/Binary/UploadTask/", ADAPTER + "
 UTILS = ("Binary/Binary/Utils/", ADAPTER + "Utils/")
 CONSTANTS = ADAPTER + "Constants/"
 CALLBACKS = ADAPTER + "Callbacks/"
+SANDBOX_USES = ("Platform/", "Sandbox/ServiceProtocol.h")
+
+
+def floors(layer, names, others):
+    """Folders of a layer, from the top down: each may include those below it, and the other layers."""
+    folders = tuple(layer + name for name in names)
+    return {folder: folders[place + 1:] + others for place, folder in enumerate(folders)}
+
 
 # Folder -> what its files may include besides the folder itself. All rules count that fit a file, so a folder
 # can only narrow what its parent says.
@@ -31,7 +39,17 @@ MAY = {
     "Platform/TaskEngine/": ("Platform/Foundation/", "Platform/Logging/"),
     "Binary/": ("Platform/",),
     "Sandbox/": ("Platform/",),
+    "Sandbox/Http/": SANDBOX_USES,
+    "Sandbox/Storage/": SANDBOX_USES + ("Sandbox/Http/",),
+    "Sandbox/Files/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Blobs/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Online/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Faults/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/"),
+    "Sandbox/Control/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/", "Sandbox/Files/",
+                                        "Sandbox/Blobs/", "Sandbox/Online/", "Sandbox/Faults/"),
     "Cli/": ("Binary/", "Sandbox/", "Platform/"),
+    **floors("Cli/", ("Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
+             ("Binary/", "Sandbox/", "Platform/")),
     "examples/": ("Binary/", "Platform/"),
     "bench/": ("Binary/", "Platform/", "tests/support/"),
     "tests/": ("Cli/", "Binary/", "Sandbox/", "Platform/"),

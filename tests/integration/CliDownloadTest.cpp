@@ -22,7 +22,7 @@ class CliDownloadTest : public CliFixture {
  protected:
   void SetUp() override {
     CliFixture::SetUp();
-    const auto error = ExampleDatabase::make(database(), sandbox());
+    const auto error = sandbox().makeExampleDatabase(database());
     ASSERT_FALSE(error) << error->message;
     writeFile(config(), R"({"ScopeName":"HR","ObjectName":"employees","ChunkSize":1048576,)"
                         R"("Headers":{"X-From":"file","X-Kept":"file"},"URL":")" +

@@ -63,12 +63,12 @@ TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
   };
   const std::string text = R"({"opstatus":"8009"})";
   const std::string minus = R"({"opstatus":-1})";
-  const std::string answered = "The server answered with HTTP status ";
+  const std::string answered = "The server responded with HTTP status ";
   const Case cases[] = {
       {"{}", 200, "", 1, onlyHeaders, 0, 0, ""},
       {"", 200, "", 1, onlyHeaders, 0, 6014, "Empty Body Received from Server"},
-      {"<html>", 200, "", 1, onlyHeaders, 0, 6003, "The answer is no JSON object"},
-      {"[1]", 200, "", 1, onlyHeaders, 0, 6003, "The answer is no JSON object"},
+      {"<html>", 200, "", 1, onlyHeaders, 0, 6003, "The response is no JSON object"},
+      {"[1]", 200, "", 1, onlyHeaders, 0, 6003, "The response is no JSON object"},
       {R"({"a":1})", 200, "BinaryList", 1, jsonAndHeaders, 0, 0, ""},
       {R"({"opstatus":0,"a":1})", 200, "", 1, {{"opstatus", 0}, {"a", 1}}, 0, 0, ""},
       {R"({"opstatus":"0"})", 500, "", 1, {{"opstatus", "0"}}, 0, 0, ""},
@@ -145,7 +145,7 @@ TEST_F(BinaryNetworkUtilsTest, JsonBeyondItsLimitsIsAFailureUnderBothPolicies) {
       ASSERT_NE(outcome.error, nullptr);
       EXPECT_EQ(outcome.error->code(), 6003);
       EXPECT_THAT(outcome.error->localizedDescription(),
-                  testing::StartsWith("The answer can't be read : "));
+                  testing::StartsWith("The response can't be read : "));
     }
   }
 }

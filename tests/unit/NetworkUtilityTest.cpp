@@ -85,7 +85,7 @@ TEST_F(NetworkUtilityTest, EndsOnceWhateverTheTransportDoes) {
     std::int64_t code;
     std::string text;
   } const cases[] = {
-      {endWithNothing(), kNoAnswer, "neither an answer nor an error"},
+      {endWithNothing(), kNoAnswer, "neither a response nor an error"},
       {dropCompletion(), kNoAnswer, "dropped the request"},
       {throwFromSend(), kNoAnswer, "The transport failed: scripted"},
       {both, 7, "both"},

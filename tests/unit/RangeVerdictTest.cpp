@@ -112,7 +112,8 @@ std::string textOf(const RangeVerdict& verdict) {
 
 TEST(RangeVerdictTest, FollowsFromWhatIsKnownAndWhatTheAnswerSays) {
   const std::string notReceived =
-      "6004 The Content-Range of the answer is missing or malformed, or is not of the range asked "
+      "6004 The Content-Range of the response is missing or malformed, or is not of the range "
+      "asked "
       "for.";
   const std::string changed = "1019 Integrity check failed";
   const std::string empty = "6014 Empty Body Received from Server";
@@ -331,7 +332,7 @@ TEST(NetworkAnswerTest, ObjectsInBase64AreDecodedUpToTheLimit) {
     EXPECT_EQ(bytes(undecodable), "") << undecodable;
   }
   EXPECT_EQ(bytes(std::string(1001, ' ')),
-            "An answer in Base64 may have 1000 bytes at most and has 1001.");
+            "A response in Base64 may have 1000 bytes at most and has 1001.");
 }
 
 // Asking.

@@ -61,6 +61,7 @@ BlobDeletion deleteUnlinked(const BlobStoreTable& table, const BlobColumn& colum
   logger().logInfo(log_texts::kRowCreated);
   logger().logDebug(log_texts::kInsertedBlobId, id);
   deletion.blobId = std::to_string(id);
+  // After the row, so that a link never names a row that is not there.
   const auto linked = table.setLink(column.tableName, column.columnName, column.primaryKeys, id);
   if (linked) {
     logger().logDebug(texts::kLinked, id);
@@ -109,6 +110,7 @@ void removeThenRecord(const BlobStoreTable& table, const Dictionary& row, BlobDe
 /// The row keeps the path until the file is gone, so that whatever breaks this off can be repeated.
 void recordThenRemove(const BlobStoreTable& table, const Dictionary& row, BlobDeletion& deletion) {
   const std::string path = row[blobs::kLocalPath].textValue();
+  // Asked before the row changes: a deletion that cannot be carried out is not recorded.
   if (const int failure = whyNotRemovable(path); failure != 0 && failure != ENOENT) {
     deletion.error = notRemoved(Error::fromErrno(failure, "Deleting", path));
     return logger().logError(texts::kCouldNotDelete, deletion.error);

@@ -42,7 +42,7 @@ class OnlineBinaryUploadManager final
   explicit OnlineBinaryUploadManager(const platform::Clock& clock = platform::Clock::system());
 
   /// Starts an upload and returns at once. `configuration` holds:
-  /// - "URL" (text): who answers with the template;
+  /// - "URL" (text): who sends the template;
   /// - "FilePath" (text) or "rawBytes" (bytes);
   /// - optionally "headers" (dictionary), those of the request for the template;
   /// - optionally "uploadParams" (dictionary). They are posted to "URL", fill the template's

@@ -112,6 +112,8 @@ Result<Dictionary> authorization(const OnlineDownload& download, const Value& ur
   if (isSigned(configuration)) {
     const auto signer = signerOf(download, withToken, clock);
     if (!signer) return signer.error();
+    // Signed once now under both policies, so that missing keys fail the call. The compatible one
+    // sends these headers with every range.
     const auto headers = (*signer)->headers();
     if (!headers) return headers.error();
     return Dictionary{{kDownloadHeaders, *headers},

@@ -257,7 +257,7 @@ void DataPersistenceTask::processChunk(const std::shared_ptr<Chunk>& chunk,
 }
 
 void DataPersistenceTask::streamChunk(const std::shared_ptr<Chunk>& chunk) {
-  // A server may answer a later range with the whole object; bytes are handed out once.
+  // A server may respond to a later range with the whole object; bytes are handed out once.
   const auto size = static_cast<std::int64_t>(chunk->data()->size());
   const std::int64_t known = std::clamp<std::int64_t>(streamPosition_ - chunk->offset(), 0, size);
   if (known == size) return;
@@ -300,7 +300,7 @@ bool DataPersistenceTask::noteValidator(const Chunk& chunk, const std::string& v
                                         const std::string& path) {
   const std::shared_ptr<FileClaim>& claim = _fileHandle.claim();
   if (claim == nullptr || claim->validator() == validator) return true;
-  // What an answer does not say of the object that it goes on with is no news.
+  // What a response does not say of the object that it goes on with is no news.
   if (validator.empty() && chunk.offset() > 0) return true;
   auto noted = chunk.offset() == 0 ? _fileHandle.empty(path) : platform::Result<void>();
   if (noted) noted = claim->setValidator(validator);
@@ -397,7 +397,7 @@ void DataPersistenceTask::checkIfTaskCompleted(bool isReceivedChunkNil) {
   switch (phase_) {
     case Phase::kReceiving:
     case Phase::kReleased:
-      return;  // of an answer that brought nothing; the network task is about to tell its own end
+      return;  // of a response that brought nothing; the network task is about to tell its own end
     case Phase::kNetworkPaused:
       logger().logDebug(texts::kPaused, getBlobID());
       return end();

@@ -130,4 +130,59 @@ inline constexpr std::string_view kRangeRequest = "Range request for blob id %@ 
 
 }  // namespace range_order
 
+namespace sqlite_util {
+
+inline constexpr std::string_view kDbPath = "\n DB PATH : %@";
+inline constexpr std::string_view kUnableToOpen =
+    "Unable to intitilaize the give dbPath %@ with error: %@";
+
+inline constexpr std::string_view kInserting =
+    "\n Inside insert statement for DB : %@ \n for table : %@ \n with values : %@";
+inline constexpr std::string_view kInsertBuilderError =
+    "\n Error in insertStatementForDatabaseForTable while creating prepared statement,error: %@";
+inline constexpr std::string_view kInsertBuildError =
+    "\nError in insertStatementForDatabaseForTable while creating prepared statement,error: %@";
+inline constexpr std::string_view kInsertFailed =
+    "Error while inserting record in Database with error: %@";
+inline constexpr std::string_view kInserted = "\n Record inserted successfully with id %ld";
+
+inline constexpr std::string_view kQuerying =
+    "\n Inside query for DB. \n DB Name : %@ \n Table Name : %@ \n Where Clause : %@";
+inline constexpr std::string_view kQueryBuilderError =
+    "\n Error in queryDataForDatabaseForTablewithWhereClause while creating prepared "
+    "statement,error: %@";
+inline constexpr std::string_view kQueryBuildError =
+    "\nError in queryDataForDatabaseForTablewithWhereClause while creating prepared "
+    "statement,error : %@";
+inline constexpr std::string_view kQueryFailed =
+    "Error while reading record from Database with error: %@";
+inline constexpr std::string_view kQueried = "\n Record retrieved successfully.";
+
+inline constexpr std::string_view kUpdating =
+    "\n Inside update query for DB. \n DB Name : %@ \n Table Name : %@ Column Names : %@ \n Where "
+    "Clause : %@";
+inline constexpr std::string_view kUpdateBuilderError =
+    "\n Error in updateStatementForDatabaseforTablewithColumnsToBeUpdatedwithWhereClause while "
+    "creating prepared statement,error: %@";
+inline constexpr std::string_view kUpdateBuildError =
+    "\nError in updateStatementForDatabaseforTablewithColumnsToBeUpdatedwithWhereClause while "
+    "creating prepared statement,error : %@";
+inline constexpr std::string_view kUpdateFailed =
+    "Error while updating record in Database with error: %@";
+inline constexpr std::string_view kUpdated = "\n Record updated successfully.";
+
+inline constexpr std::string_view kDeleting =
+    "\n Inside delete query for DB. \n DB Name : %@ \n Table Name : %@ \n Where Clause : %@";
+inline constexpr std::string_view kDeleteBuilderError =
+    "\n Error in deleteStatementForDatabaseforTablewithWhereClause while creating prepared "
+    "statement,error: %@";
+inline constexpr std::string_view kDeleteBuildError =
+    "\nError in deleteStatementForDatabaseforTablewithWhereClause while creating prepared "
+    "statement,error : %@";
+inline constexpr std::string_view kDeleteFailed =
+    "Error while deleting record in Database with error: %@";
+inline constexpr std::string_view kDeleted = "\n Record deleted successfully.";
+
+}  // namespace sqlite_util
+
 }  // namespace varo::binary::log_texts

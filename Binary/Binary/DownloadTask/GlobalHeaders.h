@@ -21,7 +21,7 @@ class GlobalHeaders {
  public:
   [[nodiscard]] static GlobalHeaders& shared();
 
-  /// Puts the device log level of an answer, if it has one, in force, and keeps it for requests to
+  /// Puts the device log level of a response, if it has one, in force, and keeps it for requests to
   /// the server of `url`.
   void noteAnswer(std::string_view url, const platform::HttpResponseInfo& answer);
   /// The headers for a request to `url`.

@@ -22,7 +22,7 @@ namespace {
 
 namespace texts = log_texts::network_answer;
 
-/// Bytes. An answer that tells of an error is short; one that is longer is the object.
+/// Bytes. A response that tells of an error is short; one that is longer is the object.
 constexpr std::uint64_t kMaxErrorAnswer = std::uint64_t{1} * 1024 * 1024;
 
 constexpr std::string_view kDate = "Date";
@@ -98,11 +98,12 @@ void setChunkDataForBase64(NetworkAnswer& answer, std::uint64_t maxSize) {
   if (answer.body.size() > maxSize) {
     answer.said.isError = true;
     answer.said.errorMessage = fmt::format(
-        "An answer in Base64 may have {} bytes at most and has {}.", maxSize, answer.body.size());
+        "A response in Base64 may have {} bytes at most and has {}.", maxSize, answer.body.size());
     return;
   }
   const std::optional<std::string> text = parseBase64StringFromData(answer.body);
   std::optional<std::string> bytes = text ? decodedBase64(*text) : std::nullopt;
+  // Empty for what is no Base64: nothing of it may be taken for the object.
   answer.body = bytes ? Data::fromBytes(*std::move(bytes)) : Data();
 }
 

@@ -249,7 +249,7 @@ NetworkTask::Effects NetworkTask::beginRun(const RangeOrder::Ptr& order, bool is
   known_ = run->known;
   _totalBytesDownloaded = run->_totalBytesDownloaded;
   const std::unique_ptr<Run> replaced = std::exchange(run_, std::move(run));
-  // From here on answers of earlier runs are told by their number, and change nothing.
+  // From here on responses of earlier runs are told by their number, and change nothing.
   ++runs_;
   _outputContext.set(kRunNumber, runs_);
   Effects effects = downloadChunk();
@@ -327,7 +327,7 @@ void NetworkTask::send(const Request& request) {
 
 // Judging.
 
-/// Reading an answer may take a while, so it is not done on the queue.
+/// Reading a response may take a while, so it is not done on the queue.
 void NetworkTask::processNetworkResponse(const Request& request, const std::optional<Data>& data,
                                          const Dictionary& responseInfo, const ErrorPtr& error) {
   const RangeOrder& order = *request.order;
@@ -362,7 +362,7 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
   });
 }
 
-/// The required text says little; why a store refuses a request stands in its answer.
+/// The required text says little; why a store refuses a request stands in its response.
 ErrorPtr NetworkTask::causeOf(const Request& request, const RangeVerdict& verdict,
                               const NetworkAnswer& answer) const {
   Dictionary userInfo;

@@ -111,7 +111,7 @@ class NetworkTask final : public platform::VSTask {
   [[nodiscard]] platform::ErrorPtr cause(std::int64_t code, std::string_view message) const;
 
   // Run a step when its turn comes, and then its effects. What either throws ends the run with an
-  // error. The second one leaves the effects to the pool: a transport that answers from inside
+  // error. The second one leaves the effects to the pool: a transport that completes from inside
   // `send` makes no recursion of a row of ranges.
   void enter(const Step& step);
   void enterFromAnswer(const Step& step);
@@ -121,7 +121,7 @@ class NetworkTask final : public platform::VSTask {
   /// The same on a thread of the pool.
   void performLater(const Effects& effects);
 
-  // Effects, and what answers are read with: not on the queue.
+  // Effects, and what responses are read with: not on the queue.
   void send(const Request& request);
   void processNetworkResponse(const Request& request, const std::optional<platform::Data>& data,
                               const platform::Dictionary& responseInfo,
@@ -141,7 +141,7 @@ class NetworkTask final : public platform::VSTask {
   void setChunk(const std::shared_ptr<Chunk>& chunk);
   [[nodiscard]] Effects end();
   [[nodiscard]] Effects fail(const platform::ErrorPtr& error);
-  /// In place of what a failed answer did not bring: a chunk without bytes.
+  /// In place of what a failed response did not bring: a chunk without bytes.
   void setChunkForError();
   [[nodiscard]] bool isCurrent(const Request& request) const;
   [[nodiscard]] bool goesOn() const noexcept;

@@ -24,6 +24,7 @@ std::string_view withoutWeak(std::string_view tag) noexcept {
   return tag.starts_with(kWeak) ? tag.substr(kWeak.size()) : tag;
 }
 
+/// Digits alone: a date has no signs.
 std::optional<int> number(std::string_view text) noexcept {
   if (text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
   const auto value = platform::parseInteger(text);
@@ -70,6 +71,7 @@ bool ObjectValidator::hasStrongTag() const noexcept {
 }
 
 std::string ObjectValidator::ifRange() const {
+  // If-Range takes no weak tag, and a date only where there is no tag (RFC 9110, 13.1.5).
   if (!entityTag.empty()) return hasStrongTag() ? entityTag : std::string();
   return isLastModifiedStrong ? lastModified : std::string();
 }

@@ -19,7 +19,7 @@ struct ObjectValidator {
   std::string entityTag = {};
   std::string lastModified = {};  // as sent; empty for none
   std::int64_t total = 0;         // bytes of the whole object; 0 while unknown
-  /// Whether "Last-Modified" is a strong validator: the answer's "Date" is later by a second or
+  /// Whether "Last-Modified" is a strong validator: the response's "Date" is later by a second or
   /// more.
   bool isLastModifiedStrong = false;
 

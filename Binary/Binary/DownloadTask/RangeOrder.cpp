@@ -156,6 +156,8 @@ void RangeOrder::buildURL(const Dictionary& input) {
 }
 
 Result<Dictionary> RangeOrder::prepareRequestObject(const RangeQuestion& question) const {
+  // Each set replaces headers of the same name in those before it: what the server wants to get
+  // back, the caller's, the signature's.
   Dictionary headers = GlobalHeaders::shared().headersFor(_url);
   setHeaders(headers, _headers);
   if (signer != nullptr) {
@@ -163,9 +165,13 @@ Result<Dictionary> RangeOrder::prepareRequestObject(const RangeQuestion& questio
     if (!signedHeaders) return signedHeaders.error();
     setHeaders(headers, *signedHeaders);
   }
+  // After the signature, which must not cover it: under the compatible policy one signature goes
+  // with all ranges.
   const std::string range = getRangeRequestStringFrom(question.offset, question.last());
   logger().logDebug(texts::kRangeRequest, blobId, range);
   BinaryNetworkUtils::setHeader(headers, "Range", range);
+  // Where the object is another one now, the server then sends all of that instead of a range of it
+  // (RFC 9110, 13.1.5). From byte 0 there is nothing yet that it could be mixed with.
   const std::string ifRange =
       question.isSafe && question.offset > 0 ? question.known.object.ifRange() : std::string();
   if (!ifRange.empty()) BinaryNetworkUtils::setHeader(headers, "If-Range", ifRange);

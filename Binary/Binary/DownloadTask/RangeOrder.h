@@ -30,7 +30,7 @@ struct RangeOrder {
   /// object is still the known one. Errors: those of the signer.
   [[nodiscard]] platform::Result<platform::Dictionary> prepareRequestObject(
       const RangeQuestion& question) const;
-  /// The options of that request: settings, limits of its answer, where that spools.
+  /// The options of that request: settings, limits of its response, where that spools.
   [[nodiscard]] platform::Dictionary optionsFor(const RangeQuestion& question) const;
 
   [[nodiscard]] bool isBase64() const;

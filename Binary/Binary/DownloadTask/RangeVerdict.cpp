@@ -27,12 +27,12 @@ enum HttpStatus : int {
 
 using Kind = RangeVerdict::Kind;
 
-/// Of most answers that are not taken.
-/// Of an answer without bytes: not a well-formed field, but what is sent where no size is stated.
+/// Of most responses that are not taken.
+/// Of a response without bytes: not a well-formed field, but what is sent where no size is stated.
 constexpr std::string_view kNoRangeOfUnknownSize = "bytes */*";
 
 constexpr std::string_view kRangeNotReceived =
-    "The Content-Range of the answer is missing or malformed, or is not of the range asked for.";
+    "The Content-Range of the response is missing or malformed, or is not of the range asked for.";
 constexpr std::string_view kNoEnd = "The object has no end";
 constexpr std::string_view kTooManyRanges =
     "The object came in too many ranges, each much shorter than asked for.";
@@ -73,7 +73,8 @@ RangeVerdict otherObject(const RangeQuestion& question) {
   return failure(question, kCodeIntegrityCheckFailed, kIntegrityCheckFailed);
 }
 
-/// Whether the answer is of another object than what is known. `total` is what it says of the size.
+/// Whether the response is of another object than what is known. `total` is what it says of the
+/// size.
 bool differs(const RangeQuestion& question, const RangeAnswer& answer,
              std::optional<std::int64_t> total) {
   const ObjectValidator& known = question.known.object;
@@ -89,7 +90,7 @@ bool differs(const RangeQuestion& question, const RangeAnswer& answer,
          known.lastModified != said.lastModified;
 }
 
-/// Adds what the answer says of its object, which is the known one; a strong tag tells more than
+/// Adds what the response says of its object, which is the known one; a strong tag tells more than
 /// the weak one that was there before.
 void noteValidator(ObjectValidator& known, const ObjectValidator& said) {
   if (known.entityTag.empty() || (!known.hasStrongTag() && said.hasStrongTag())) {
@@ -101,7 +102,7 @@ void noteValidator(ObjectValidator& known, const ObjectValidator& said) {
   }
 }
 
-/// A size that is known is changed by nobody: the answer's was compared with it before.
+/// A size that is known is changed by nobody: the response's was compared with it before.
 void populateFileSizeFromResponse(RangeKnowledge& known, std::optional<std::int64_t> total) {
   if (known.object.total == 0 && total) known.object.total = *total;
   if (known._totalFileSize != 0 || known._isAsteriskRecieved) return;
@@ -151,7 +152,7 @@ bool isAskedFor(const RangeQuestion& question, const RangeAnswer& answer,
          range->span->last - question.offset == answer.size - 1 && answer.size <= question.length();
 }
 
-/// Whether an answer without bytes is the end of an object whose size the server does not state.
+/// Whether a response without bytes is the end of an object whose size the server does not state.
 bool isEndOfUnknownSize(const RangeQuestion& question, const RangeAnswer& answer,
                         const std::optional<ContentRange>& range) {
   const RangeKnowledge& known = question.known;
@@ -205,7 +206,7 @@ RangeVerdict judgeRange(const RangeQuestion& question, const RangeAnswer& answer
 
 // 412, 416.
 
-/// None where the answer is only the error that its status says.
+/// None where the response is only the error that its status says.
 std::optional<RangeVerdict> judgeRefusal(const RangeQuestion& question, const RangeAnswer& answer) {
   if (!question.isSafe && !question.isFirstOfResumed) return std::nullopt;
   const auto range = ContentRange::parse(answer.contentRange);

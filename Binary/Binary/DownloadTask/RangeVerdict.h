@@ -46,7 +46,7 @@ struct RangeQuestion {
   [[nodiscard]] bool mayStartOver() const noexcept { return !isStreamed && !hasStartedOver; }
 };
 
-/// What an answer says.
+/// What a response says.
 struct RangeAnswer {
   int status = 0;
   std::string contentRange = {};   // the field; empty for none
@@ -57,7 +57,7 @@ struct RangeAnswer {
   std::optional<std::string> errorMessage = {};
 };
 
-/// What follows from an answer.
+/// What follows from a response.
 struct RangeVerdict {
   enum class Kind {
     kRange,      ///< The body is the range that was asked for; publish it.
@@ -74,15 +74,15 @@ struct RangeVerdict {
   std::optional<std::string> message = {};
 };
 
-/// Decides about an answer, from nothing but its arguments. What a range brings is taken only if it
-/// begins where it was asked to begin, is as long as it says and no longer than asked for, and is
-/// of the object that is known:
+/// Decides about a response, from nothing but its arguments. What a range brings is taken only if
+/// it begins where it was asked to begin, is as long as it says and no longer than asked for, and
+/// is of the object that is known:
 /// - the size, once known, is the same;
 /// - strong entity tags are equal; under the safe policy weak ones match too;
 /// - where no strong tags tell, "Last-Modified" is the same, under the safe policy and, under both,
-///   in the first answer of a run that resumes a partial file.
+///   in the first response of a run that resumes a partial file.
 ///
-/// Another object starts over, once, under the safe policy and in that first answer; else it is
+/// Another object starts over, once, under the safe policy and in that first response; else it is
 /// `kCodeIntegrityCheckFailed`.
 [[nodiscard]] RangeVerdict judge(const RangeQuestion& question, const RangeAnswer& answer);
 

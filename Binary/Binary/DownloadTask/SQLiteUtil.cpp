@@ -1,6 +1,7 @@
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
 
-#include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
+#include "Binary/Binary/SourceNames.h"
 #include "Platform/Common/VROCommonUtility.h"
 #include "Platform/Database/VRODatabaseAPI.h"
 #include "Platform/Database/VROPreparedStatementBuilderFactory.h"
@@ -9,17 +10,16 @@
 #include "Platform/Foundation/UserDirectories.h"
 
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace varo::binary {
+
+namespace texts = log_texts::sqlite_util;
+
 namespace {
 
-using platform::Array;
-using platform::Dictionary;
-using platform::ErrorPtr;
 using platform::Mutex;
-using platform::MutexLock;
-using platform::Result;
 using platform::StatementBuilderType;
 using platform::UserDirectories;
 using platform::VROCommonUtility;
@@ -35,50 +35,22 @@ constexpr std::int64_t kInsertFailed = -1;
 /// The folder of the databases, below the library directory.
 constexpr char kDatabaseDirectory[] = "WEBSQLDIRECTORY";
 
-constexpr char kDbPathMessage[] = "\n DB PATH : %@";
-constexpr char kUnableToOpen[] = "Unable to intitilaize the give dbPath %@ with error: %@";
-
-/// What a kind of statement logs: when it starts, when no builder is made, when no statement is
-/// built, when it fails, and when it has succeeded.
+/// What a kind of statement logs.
 struct Messages {
-  const char* entry;
-  const char* builderError;
-  const char* buildError;
-  const char* executeError;
-  const char* success;
+  std::string_view builderError;  ///< No builder could be made.
+  std::string_view buildError;    ///< The builder could not make a statement.
+  std::string_view executeError;
+  std::string_view success;
 };
 
-constexpr Messages kInsertMessages{
-    "\n Inside insert statement for DB : %@ \n for table : %@ \n with values : %@",
-    "\n Error in insertStatementForDatabaseForTable while creating prepared statement,error: %@",
-    "\nError in insertStatementForDatabaseForTable while creating prepared statement,error: %@",
-    "Error while inserting record in Database with error: %@",
-    "\n Record inserted successfully with id %ld"};
-
-constexpr Messages kQueryMessages{
-    "\n Inside query for DB. \n DB Name : %@ \n Table Name : %@ \n Where Clause : %@",
-    "\n Error in queryDataForDatabaseForTablewithWhereClause while creating prepared "
-    "statement,error: %@",
-    "\nError in queryDataForDatabaseForTablewithWhereClause while creating prepared "
-    "statement,error : %@",
-    "Error while reading record from Database with error: %@", "\n Record retrieved successfully."};
-
-constexpr Messages kUpdateMessages{
-    "\n Inside update query for DB. \n DB Name : %@ \n Table Name : %@ Column Names : %@ \n Where "
-    "Clause : %@",
-    "\n Error in updateStatementForDatabaseforTablewithColumnsToBeUpdatedwithWhereClause while "
-    "creating prepared statement,error: %@",
-    "\nError in updateStatementForDatabaseforTablewithColumnsToBeUpdatedwithWhereClause while "
-    "creating prepared statement,error : %@",
-    "Error while updating record in Database with error: %@", "\n Record updated successfully."};
-
-constexpr Messages kDeleteMessages{
-    "\n Inside delete query for DB. \n DB Name : %@ \n Table Name : %@ \n Where Clause : %@",
-    "\n Error in deleteStatementForDatabaseforTablewithWhereClause while creating prepared "
-    "statement,error: %@",
-    "\nError in deleteStatementForDatabaseforTablewithWhereClause while creating prepared "
-    "statement,error : %@",
-    "Error while deleting record in Database with error: %@", "\n Record deleted successfully."};
+constexpr Messages kInsertMessages{texts::kInsertBuilderError, texts::kInsertBuildError,
+                                   texts::kInsertFailed, texts::kInserted};
+constexpr Messages kQueryMessages{texts::kQueryBuilderError, texts::kQueryBuildError,
+                                  texts::kQueryFailed, texts::kQueried};
+constexpr Messages kUpdateMessages{texts::kUpdateBuilderError, texts::kUpdateBuildError,
+                                   texts::kUpdateFailed, texts::kUpdated};
+constexpr Messages kDeleteMessages{texts::kDeleteBuilderError, texts::kDeleteBuildError,
+                                   texts::kDeleteFailed, texts::kDeleted};
 
 struct SharedHandle {
   Mutex mutex;
@@ -102,7 +74,7 @@ Result<std::shared_ptr<VRODatabaseAPI>> openShared(const std::string& dbPath) {
     handle.databaseApi = opened;
   }
   if (opened == nullptr) {
-    BinaryLogger::sharedInstance().logError(kUnableToOpen, dbPath, error);
+    logger().logError(texts::kUnableToOpen, dbPath, error);
     return error;
   }
   return opened;
@@ -118,13 +90,13 @@ Result<VROPreparedStatement> makeStatement(const std::string& table, StatementBu
   Builder builder =
       VROPreparedStatementBuilderFactory::getPreparedStatementForTableName(table, type, &error);
   if (!builder) {
-    BinaryLogger::sharedInstance().logError(messages.builderError, error);
+    logger().logError(messages.builderError, error);
     return error;
   }
   fill(*builder);
   std::optional<VROPreparedStatement> statement = builder->build(&error);
   if (!statement) {
-    BinaryLogger::sharedInstance().logError(messages.buildError, error);
+    logger().logError(messages.buildError, error);
     return error;
   }
   return *std::move(statement);
@@ -139,9 +111,9 @@ Result<std::int64_t> execute(const VRODatabaseAPI& database, const VROPreparedSt
                              const Messages& messages) {
   Result<std::int64_t> changed = database.executeAndCountChanges(statement);
   if (changed) {
-    BinaryLogger::sharedInstance().logDebug(messages.success);
+    logger().logDebug(messages.success);
   } else {
-    BinaryLogger::sharedInstance().logError(messages.executeError, changed.error());
+    logger().logError(messages.executeError, changed.error());
   }
   return changed;
 }
@@ -156,7 +128,7 @@ std::string SQLiteUtil::pathOfDatabase(const std::string& databaseName) {
 
 std::string SQLiteUtil::getDBPath(const std::string& databaseName) {
   std::string path = pathOfDatabase(databaseName);
-  BinaryLogger::sharedInstance().logDebug(kDbPathMessage, path);
+  logger().logDebug(texts::kDbPath, path);
   return path;
 }
 
@@ -173,8 +145,7 @@ bool SQLiteUtil::checkAndInitializeDatabaseWithDBPath(const std::string& dbPath)
 std::int64_t SQLiteUtil::insertStatementForDatabase(const std::string& dbPath,
                                                     const std::string& ForTable,
                                                     const Dictionary& withValues) {
-  BinaryLogger& logger = BinaryLogger::sharedInstance();
-  logger.logTrace(kInsertMessages.entry, dbPath, ForTable, withValues);
+  logger().logTrace(texts::kInserting, dbPath, ForTable, withValues);
   const auto database = openShared(dbPath);
   if (!database) return kNotPrepared;
   const Result<VROPreparedStatement> statement =
@@ -186,18 +157,17 @@ std::int64_t SQLiteUtil::insertStatementForDatabase(const std::string& dbPath,
   ErrorPtr error;
   const std::int64_t id = (*database)->executeSingleInsertStatement(*statement, &error);
   if (error != nullptr) {
-    logger.logError(kInsertMessages.executeError, error);
+    logger().logError(kInsertMessages.executeError, error);
     return kInsertFailed;
   }
-  logger.logDebug(kInsertMessages.success, id);
+  logger().logDebug(kInsertMessages.success, id);
   return id;
 }
 
 std::optional<Array> SQLiteUtil::queryDataForDatabase(const std::string& dbPath,
                                                       const std::string& ForTable,
                                                       const Dictionary& withWhereClause) {
-  BinaryLogger& logger = BinaryLogger::sharedInstance();
-  logger.logTrace(kQueryMessages.entry, dbPath, ForTable, withWhereClause);
+  logger().logTrace(texts::kQuerying, dbPath, ForTable, withWhereClause);
   const auto database = openShared(dbPath);
   if (!database) return std::nullopt;
   const Result<VROPreparedStatement> statement =
@@ -209,9 +179,9 @@ std::optional<Array> SQLiteUtil::queryDataForDatabase(const std::string& dbPath,
   ErrorPtr error;
   std::optional<Array> rows = (*database)->executeSelectPreparedStatement(*statement, &error);
   if (!rows) {
-    logger.logError(kQueryMessages.executeError, error);
+    logger().logError(kQueryMessages.executeError, error);
   } else {
-    logger.logDebug(kQueryMessages.success);
+    logger().logDebug(kQueryMessages.success);
   }
   return rows;
 }
@@ -225,8 +195,7 @@ bool SQLiteUtil::updateStatementForDatabase(const std::string& dbPath, const std
 Result<std::int64_t> SQLiteUtil::updateRows(const std::string& dbPath, const std::string& forTable,
                                             const Dictionary& withColumnsToBeUpdated,
                                             const Dictionary& withWhereClause) {
-  BinaryLogger::sharedInstance().logTrace(kUpdateMessages.entry, dbPath, forTable,
-                                          withColumnsToBeUpdated, withWhereClause);
+  logger().logTrace(texts::kUpdating, dbPath, forTable, withColumnsToBeUpdated, withWhereClause);
   const auto database = openShared(dbPath);
   if (!database) return database.error();
   const Result<VROPreparedStatement> statement =
@@ -241,7 +210,7 @@ Result<std::int64_t> SQLiteUtil::updateRows(const std::string& dbPath, const std
 
 bool SQLiteUtil::deleteStatementForDatabase(const std::string& dbPath, const std::string& forTable,
                                             const Dictionary& withWhereClause) {
-  BinaryLogger::sharedInstance().logTrace(kDeleteMessages.entry, dbPath, forTable, withWhereClause);
+  logger().logTrace(texts::kDeleting, dbPath, forTable, withWhereClause);
   const auto database = openShared(dbPath);
   if (!database) return false;
   const Result<VROPreparedStatement> statement =

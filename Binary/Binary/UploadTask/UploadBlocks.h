@@ -18,7 +18,7 @@ using OnBytesUploadStarted =
 /// Of uploads in chunks; no uploader calls it.
 using OnByteChunkUploadCompleted =
     platform::Block<void(const std::string& taskName, const platform::Value& uploadParams)>;
-/// The bytes are there. `fileDetails` is the body of the answer, as text.
+/// The bytes are there. `fileDetails` is the body of the response, as text.
 using OnBytesUploadCompleted =
     platform::Block<void(const std::string& taskName, const std::string& fileDetails,
                          const platform::Value& uploadParams)>;

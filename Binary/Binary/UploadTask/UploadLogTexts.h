@@ -20,7 +20,7 @@ namespace uploader_task {
 inline constexpr std::string_view kFileCountsAsEmpty =
     "The file can't be read and counts as empty : %@";
 inline constexpr std::string_view kAnswerCountsAsEmpty =
-    "The answer can't be read and counts as empty : %@";
+    "The response can't be read and counts as empty : %@";
 
 }  // namespace uploader_task
 

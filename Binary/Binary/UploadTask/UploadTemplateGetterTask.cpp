@@ -67,6 +67,7 @@ void UploadTemplateGetterTask::unpackUploadParams(const Dictionary& input) {
 void UploadTemplateGetterTask::invokePostCall() {
   const Dictionary options =
       OperationSettings::forRequest(settings_, {}, settings_->limitsOf(settings_->limits.small));
+  // The request holds the task until the response is here; a throw in between ends the task.
   VRONetworkUtility::POST(url_, {}, headers_, RequestType::kJson, uploadParams_, options,
                           [self = self<UploadTemplateGetterTask>()](const std::optional<Data>& data,
                                                                     const Dictionary& response,
@@ -90,7 +91,7 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   const int status = info != nullptr ? info->statusCode() : 0;
   if (status != kOk) {
     logger().logError(texts::kUnexpectedStatus, status);
-    // An answer may repeat what was posted, the keys of an object store among it.
+    // A response may repeat what was posted, the keys of an object store among it.
     Dictionary sent = uploadParams_.dictionaryValue();
     sent.addEntries(headers_);
     const std::string answer = platform::excerptOf(withData.value_or(Data()), sent);

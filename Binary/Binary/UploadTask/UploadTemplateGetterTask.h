@@ -12,18 +12,18 @@
 
 namespace varo::binary {
 
-/// The first step of an online upload: posts the upload parameters to the back end, whose answer,
+/// The first step of an online upload: posts the upload parameters to the back end, whose response,
 /// the upload template, says where and how to send the bytes.
 ///
 /// Input: "URL", "headers", "uploadParams" (its "fileName" names the file, else the task's name
 /// does), "FilePath" or "rawBytes", and the four blocks under their keys. Output:
-/// "redirectionTemplate" (the answer as JSON, if it is), "templateString" (as text), "fileName",
+/// "redirectionTemplate" (the response as JSON, if it is), "templateString" (as text), "fileName",
 /// "uploadParams", "rawBytes", "FilePath". Runs once.
 ///
 /// Errors:
-/// - "UploadTemplateTask", 6008: a status other than 200, with the start of the answer's text;
-/// - "UploadTemplateTask", 6014, under `TransferPolicy::kSafe`: an answer without a body;
-/// - "BackendUploaderTask", 6006: the request got no answer, or one of more bytes than
+/// - "UploadTemplateTask", 6008: a status other than 200, with the start of the response's text;
+/// - "UploadTemplateTask", 6014, under `TransferPolicy::kSafe`: a response without a body;
+/// - "BackendUploaderTask", 6006: the request got no response, or one of more bytes than
 ///   `AnswerLimits` allows. The cause is under `platform::kUnderlyingError`.
 class UploadTemplateGetterTask final : public platform::VSTask {
  public:
@@ -31,7 +31,7 @@ class UploadTemplateGetterTask final : public platform::VSTask {
 
   void execute() override;
 
-  /// Ends the task with what the answer says.
+  /// Ends the task with what the response says.
   void processNetworkResponse(const platform::Dictionary& response,
                               const std::optional<platform::Data>& withData);
 

@@ -125,6 +125,7 @@ bool UploaderTask::extractTemplate() {
     headers_ = TemplateUtil::injectVaroAuthorizationInto(std::move(headers_), options);
   }
   if (BinaryLogger::isEnabled(LogLevel::kDebug)) logTemplate(text, options);
+  // Before the request is signed: an upload that cannot be signed has started, and then fails.
   if (const auto& started = blocks_.onBytesUploadStartedCompletionBlock) {
     callBlock([&] { started->function()(name(), input[keys::kUploadParams]); });
   }
@@ -155,6 +156,8 @@ void UploaderTask::logTemplate(const TemplateUtil& text,
 }
 
 NetworkCallback UploaderTask::completion() {
+  // The request holds the task: nobody else may while it waits for the response. What is thrown
+  // here ends the task, which would otherwise never end.
   return [self = self<UploaderTask>()](const std::optional<Data>& data, const Dictionary& response,
                                        const NetworkErrorPtr& error) {
     self->guarded([&] { self->processAnswer(data, response, error); });
@@ -196,6 +199,8 @@ void UploaderTask::raiseUnexpectedStatus(int status, const std::optional<Data>& 
   Dictionary userInfo = error->userInfo();
   userInfo.set(kHttpStatusCode, status);
   if (body) {
+    // The store may repeat what it was sent, keys and signatures among it; the excerpt leaves out
+    // what has the name of a secret here.
     Dictionary sent = uploadParams_;
     sent.addEntries(headers_);
     userInfo.set(kResponseBody, platform::excerptOf(*body, sent));

@@ -24,13 +24,13 @@ class TemplateUtil;
 /// Input: "redirectionTemplate" and "templateString", the template as JSON and as text; "rawBytes"
 /// or "FilePath"; "uploadParams", which fill the text's placeholders, escaped, so that no value can
 /// change more of the template than it stands for; "options", for the service's domain and token.
-/// Output: "fileDetails", the answer's body as text. Runs once.
+/// Output: "fileDetails", the response's body as text. Runs once.
 ///
 /// Nothing is loaded: bytes of a file are read piece by piece while they are sent. These count as
 /// empty; under `TransferPolicy::kSafe` each is an error:
 /// - a file that cannot be read: 6007, and nothing is sent;
 /// - a template that is no dictionary once it is filled: 6012, and nothing is sent;
-/// - an answer that cannot be read: 6006.
+/// - a response that cannot be read: 6006.
 ///
 /// The service's token goes wherever the template says; under `kSafe` only to the server of the
 /// configuration's "URL" and to that of the options' "domain".
@@ -39,7 +39,7 @@ class TemplateUtil;
 /// - 6018 for a template whose path leads away from its domain;
 /// - 6008 for a status other than 200 and 201; under `kSafe` for one other than 2xx, and the user
 ///   information has "httpStatusCode" and the start of the body, "responseBody";
-/// - 6006 for a request that got no answer, or one of more bytes than `AnswerLimits` allows.
+/// - 6006 for a request that got no response, or one of more bytes than `AnswerLimits` allows.
 class UploaderTask : public platform::VSTask {
  public:
   /// Before `start` only.
@@ -49,7 +49,7 @@ class UploaderTask : public platform::VSTask {
   /// Unpacks, calls the started block, sends.
   void execute() final;
 
-  /// Ends the task with what the answer says.
+  /// Ends the task with what the response says.
   void processNetworkResponse(const platform::Dictionary& response,
                               const std::optional<platform::Data>& withData);
 

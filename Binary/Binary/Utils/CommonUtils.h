@@ -68,7 +68,7 @@ class CommonUtils {
   /// The first 4 KiB of the bytes as text, with secrets replaced, as errors show them.
   [[nodiscard]] static std::string responseExcerpt(const std::optional<platform::Data>& data);
 
-  /// Adds to an error's user information what a server answered: "httpStatusCode" and, where there
+  /// Adds to an error's user information what a server sent back: "httpStatusCode" and, where there
   /// are bytes, the first 4 KiB of them as text, "responseBody", with secrets replaced.
   static void addAnswer(platform::Dictionary& userInfo, int status,
                         const std::optional<platform::Data>& body);

@@ -68,11 +68,11 @@ class OperationSettings final : public platform::RequestSettings {
   /// The settings as an entry for an input context or for options.
   [[nodiscard]] static platform::Value value(const Ptr& settings);
 
-  /// The options of one request: `options`, these settings, and the limits of its answer.
+  /// The options of one request: `options`, these settings, and the limits of its response.
   [[nodiscard]] static platform::Dictionary forRequest(const Ptr& settings,
                                                        platform::Dictionary options,
                                                        const platform::ResponseLimits& limits);
-  /// Limits of an answer of at most `success` bytes; an error page has its own.
+  /// Limits of a response of at most `success` bytes; an error page has its own.
   [[nodiscard]] platform::ResponseLimits limitsOf(std::uint64_t success) const noexcept;
 
   [[nodiscard]] std::string description() const override { return "OperationSettings"; }

@@ -59,8 +59,8 @@ inline constexpr char kHttpStatusCode[] = "httpStatusCode";
 inline constexpr char kPollApi[] = "poll_api";
 inline constexpr char kPollStatus[] = "poll_status";
 
-/// Of a delete: the status of one that was accepted for later, and what the status requests answer
-/// once it is done.
+/// Of a delete: the status of one that was accepted for later, and what the response to a status
+/// request says once it is done.
 inline constexpr std::string_view kHttpStatusAccepted = "202";
 inline constexpr std::string_view kPollStatusDone = "false";
 

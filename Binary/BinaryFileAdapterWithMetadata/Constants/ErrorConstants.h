@@ -8,17 +8,17 @@
 namespace varo::binary {
 
 /// Codes. A code means something together with its domain only: docs/errors.md says of each pair
-/// when it arises, whether a repeat is worth it, and what to do. 6005, 6019 and 6020 are not
+/// when it arises, whether a retry is worth it, and what to do. 6005, 6019 and 6020 are not
 /// defined.
 
-/// A fault of a download, or an answer of the service, that has no code of its own.
+/// A fault of a download, or a response of the service, that has no code of its own.
 inline constexpr std::int32_t kCodeDownloadFault = 999;
-/// The object changed on the service while it was fetched. A repeat fetches it anew.
+/// The object changed on the service while it was fetched. A retry fetches it anew.
 inline constexpr std::int32_t kCodeIntegrityCheckFailed = 1019;
 /// The state of a record, a blob or a download does not allow the operation; also after the
-/// library's shutdown. No repeat before that state has changed.
+/// library's shutdown. No retry before that state has changed.
 inline constexpr std::int32_t kCodeInvalidStateForBinaryOperation = 5001;
-/// The blob is in a state from which no download begins. No repeat before the state has changed.
+/// The blob is in a state from which no download begins. No retry before the state has changed.
 inline constexpr std::int32_t kCodeInvalidStateForDownloadTaskCreation = 5002;
 /// The download of that name was not created. Create it first.
 inline constexpr std::int32_t kCodeDownloadTaskNotCreated = 5003;
@@ -30,43 +30,43 @@ inline constexpr std::int32_t kCodeNullDownloadTaskIDReceived = 5005;
 inline constexpr std::int32_t kCodeTaskAlreadyStartedException = 5006;
 /// Not raised: what a connection fails of is `platform::TransportFailure`.
 inline constexpr std::int32_t kCodeFailedToConnectToServer = 6001;
-/// A downloaded file could not be stored. A repeat is worth it once there is room.
+/// A downloaded file could not be stored. A retry is worth it once there is room.
 inline constexpr std::int32_t kCodeBinaryDownloadFailed = 6002;
-/// The service refused the request, or its answer cannot be used. See "httpStatusCode".
+/// The service refused the request, or its response cannot be used. See "httpStatusCode".
 inline constexpr std::int32_t kCodeHTTPRequestFailed = 6003;
-/// An answer to a range does not say which bytes it has. A repeat is worth it.
+/// A response to a range does not say which bytes it has. A retry is worth it.
 inline constexpr std::int32_t kCodeContentRangeNotReceived = 6004;
-/// A request of an upload, or of a blob or online download, got no answer. See the cause.
+/// A request of an upload, or of a blob or online download, got no response. See the cause.
 inline constexpr std::int32_t kCodeUploadFailure = 6006;
 /// The file to send cannot be read, or is empty.
 inline constexpr std::int32_t kCodeUploadIOFailure = 6007;
-/// An online upload was answered with a status that is no success.
+/// An online upload got a response whose status is no success.
 inline constexpr std::int32_t kCodeUploadUnexpectedHTTPResponseCode = 6008;
 /// The service's template of an upload cannot be used.
 inline constexpr std::int32_t kCodeUploadJSONParsingError = 6009;
-/// 6010 to 6012: mistakes in the parameters of an upload, or in a template. No repeat.
+/// 6010 to 6012: mistakes in the parameters of an upload, or in a template. No retry.
 inline constexpr std::int32_t kCodeUploadMissingParameter = 6010;
 inline constexpr std::int32_t kCodeUploadInvalidParameterDataType = 6011;
 inline constexpr std::int32_t kCodeUploadInvalidParameterValue = 6012;
 /// The template asks for a mode of upload that there is not.
 inline constexpr std::int32_t kCodeUploadTaskInstanceFailure = 6013;
-/// An answer without bytes where some are needed.
+/// A response without bytes where some are needed.
 inline constexpr std::int32_t kCodeEmptyBodyReceived = 6014;
-/// 6015 to 6017: mistakes in the parameters of a download. No repeat. 6016 is also a file name of a
+/// 6015 to 6017: mistakes in the parameters of a download. No retry. 6016 is also a file name of a
 /// record that leads out of the downloads directory.
 inline constexpr std::int32_t kCodeDownloadMissingParams = 6015;
 inline constexpr std::int32_t kCodeDownloadInvalidParams = 6016;
 inline constexpr std::int32_t kCodeDownloadMissingParameterValue = 6017;
 /// An address that is none, or that leads to another server than it may.
 inline constexpr std::int32_t kCodeMissingServerUrl = 6018;
-/// 6021 and 6022: mistakes in the parameters of an update. No repeat.
+/// 6021 and 6022: mistakes in the parameters of an update. No retry.
 inline constexpr std::int32_t kCodeUpdateMissingParams = 6021;
 inline constexpr std::int32_t kCodeUpdateInvalidParams = 6022;
 /// Not raised.
 inline constexpr std::int32_t kCodeUpdateInvalidParameterValue = 6023;
 /// Not raised.
 inline constexpr std::int32_t kCodeDeleteFailure = 6024;
-/// 6025 and 6026: mistakes in the parameters of a delete. No repeat.
+/// 6025 and 6026: mistakes in the parameters of a delete. No retry.
 inline constexpr std::int32_t kCodeDeleteMissingParams = 6025;
 inline constexpr std::int32_t kCodeDeleteInvalidParams = 6026;
 /// The caller gave the operation up with the "cancellation" of its options.
@@ -75,9 +75,9 @@ inline constexpr std::int32_t kCodeOperationCancelled = 6027;
 inline constexpr std::int32_t kCodeSQLiteExecuteFailed = 7001;
 /// Not raised.
 inline constexpr std::int32_t kFileExistsAbortingDownload = 10001;
-/// A download of the same file runs already. A repeat is worth it when that has ended.
+/// A download of the same file runs already. A retry is worth it when that has ended.
 inline constexpr std::int32_t kDownloadNotStartedAlreadyExistsInQueue = 10002;
-/// A template has a placeholder without a value. No repeat.
+/// A template has a placeholder without a value. No retry.
 inline constexpr std::int32_t kInvalidFileParams = 10003;
 /// With `kDownloadTaskErrorDomain`: the blob's row says that there is no file, or there is no row.
 inline constexpr std::int32_t kCodeBlobFileNotAvailable = 4;
@@ -110,8 +110,8 @@ inline constexpr std::string_view kFileManagerErrorDomain = "FileStorageManager"
 inline constexpr std::string_view kDownloadTaskErrorDomain = "DownloadTaskErrorDomain";
 inline constexpr std::string_view kDownloadTaskError = "DownloadTaskError";
 inline constexpr std::string_view kDeleteBinaryErrorDomain = "DeleteBinaryDomain";
-/// Of what a failed download has under "Errors": the input of its tasks, a range and its answer, a
-/// range that got no answer, the file, an object without bytes.
+/// Of what a failed download has under "Errors": the input of its tasks, a range and its response,
+/// a range that got no response, the file, an object without bytes.
 inline constexpr std::string_view kDownloadInputErrorDomain = "Download Task";
 inline constexpr std::string_view kPersistenceInputErrorDomain = "DataPersistance Task";
 inline constexpr std::string_view kNetworkTaskErrorDomain = "Network Task";
@@ -121,7 +121,7 @@ inline constexpr std::string_view kEmptyObjectErrorDomain = "DataPersistantTask"
 
 /// Domains of online transfers: the placeholders of a configuration, the template of an upload, the
 /// request for it, and the upload. `kBytesUploaderErrorDomain` is also that of each request of an
-/// upload that got no answer.
+/// upload that got no response.
 inline constexpr std::string_view kTemplateParsingErrorDomain = "Template Parsing Error";
 inline constexpr std::string_view kUploadTaskErrorDomain = "UploadTask";
 inline constexpr std::string_view kUploadTemplateErrorDomain = "UploadTemplateTask";

@@ -40,7 +40,7 @@ class BinaryFileStorageInterface {
   static void initialize();
 
   /// Lists the files' records that match `criteria`, a ready "$filter" expression; all without one.
-  /// Success: the service's answer ("records"), and "requestContext", the criteria.
+  /// Success: the service's response ("records"), and "requestContext", the criteria.
   static void getFilesWithUrl(const std::string& url, const std::optional<std::string>& criteria,
                               const std::optional<platform::Dictionary>& headers,
                               const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
@@ -53,7 +53,7 @@ class BinaryFileStorageInterface {
   ///
   /// Progress: {"state": 0} when it starts, then for each chunk state 1, for the last state 2, with
   /// "progressData": "chunkId", "chunkSize", "isLastChunk", "totalBytesToUpload" and
-  /// "bytesUploadedTillNow" (bytes). Success: the answer to the commit, "commit_properties" and
+  /// "bytesUploadedTillNow" (bytes). Success: the response to the commit, "commit_properties" and
   /// "requestContext", the metadata. The file is not to be changed before the end.
   static void uploadBinaryWithUrl(const std::string& url, std::string_view InputType,
                                   const std::optional<platform::Dictionary>& uploadParams,
@@ -62,10 +62,12 @@ class BinaryFileStorageInterface {
                                   const std::optional<platform::Dictionary>& options);
 
   /// Downloads the file with the "file_id" of `Params`' "metadata" into the downloads directory,
-  /// unless a file of its name is there already. Under `TransferPolicy::kSafe` that one must have
-  /// the size that the record gives, if any, and "forceDownload" in the options fetches the file in
-  /// any case. `Params`: "headers", "metadata". Success:
-  /// "file_name", "filePath", "requestContext" and what the look-up answered. Reports no progress.
+  /// unless a file of its name is there already. Under `TransferPolicy::kSafe`:
+  /// - that file must have the size that the record gives, if any;
+  /// - "forceDownload" in the options fetches the file in any case.
+  ///
+  /// `Params`: "headers", "metadata". Success: "file_name", "filePath", "requestContext" and the
+  /// entries of the look-up's response. Reports no progress.
   static void downloadWithURL(const std::string& url,
                               const std::optional<platform::Dictionary>& Params,
                               const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
@@ -73,14 +75,15 @@ class BinaryFileStorageInterface {
                               const std::optional<platform::Dictionary>& options);
 
   /// Replaces the metadata of the file with the "file_id" of `Params`' "metadata" by that.
-  /// `Params`: "headers", "metadata". Success: the answer and "requestContext", the metadata.
+  /// `Params`: "headers", "metadata". Success: the response and "requestContext", the metadata.
   static void updateWithUrl(const std::string& url,
                             const std::optional<platform::Dictionary>& Params,
                             const BinaryBlock& onSuccess, const BinaryBlock& onFailure,
                             const std::optional<platform::Dictionary>& options);
 
   /// Deletes the file with this identifier, where it also has the entries of `deleteParams` in its
-  /// metadata. Success: the service's answers and "requestContext", the parameters with "file_id".
+  /// metadata. Success: the service's responses and "requestContext", the parameters with
+  /// "file_id".
   ///
   /// The service may accept a delete for later. Then its status is asked for, as PollingSchedule.h
   /// says (26 seconds at most and the time of the requests), before success or failure is reported.

@@ -252,7 +252,7 @@ void ChunkUploaderTask::processNetworkResponse(const Dictionary& response,
   const Dictionary input = inputContext();
   _outputContext.addEntries(input);
   addResponseForNextTask(response, kCallersOwnEntries);
-  // Once more, since an answer that has an entry of this name must not keep the loop going.
+  // Once more, since a response that has an entry of this name must not keep the loop going.
   _outputContext.set(keys::kIsLastChunk, _isLastChunk);
   _outputContext.set(keys::kBytesOffset, _byteOffset);
   _outputContext.set(keys::kCommitUrl, input[keys::kCommitUrl]);

@@ -20,7 +20,7 @@ namespace {
 
 namespace texts = log_texts::file_metadata_creator_task;
 
-constexpr std::string_view kNoTemplate = "the answer to the creation has no upload_template";
+constexpr std::string_view kNoTemplate = "the response to the creation has no upload_template";
 
 }  // namespace
 
@@ -92,7 +92,7 @@ ErrorPtr FileMetadataCreatorTask::copyDataToOutputContext(const Dictionary& resp
                                                           const Dictionary& andTemplate) {
   auto url = BinaryNetworkUtils::fileOperationUrlAtItsServer(andTemplate, url_);
   if (!url) return url.error();
-  // An answer may name another address to commit at, but not another server.
+  // A response may name another address to commit at, but not another server.
   const Value& commitUrl = response[keys::kCommitUrl];
   if (commitUrl.isPresent()) {
     const auto checked = BinaryNetworkUtils::addressAtServer(commitUrl.textValue(), *url_);

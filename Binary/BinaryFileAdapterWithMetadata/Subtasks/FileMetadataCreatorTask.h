@@ -8,7 +8,7 @@
 
 namespace varo::binary {
 
-/// The first step of an upload: creates the file's metadata record. The answer's upload template
+/// The first step of an upload: creates the file's metadata record. The response's upload template
 /// says how and where to send the bytes; the output is the input of the chunk loop.
 class FileMetadataCreatorTask final : public BinaryBaseTask {
  public:

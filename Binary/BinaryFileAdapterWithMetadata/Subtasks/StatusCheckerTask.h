@@ -11,9 +11,9 @@ namespace varo::binary {
 /// Asks once how far an accepted operation has come. The loop runs the same task once an attempt;
 /// each run reads its input anew.
 ///
-/// Input: "pollingUrl", "queryParams", "pollingSuccessIndicators" (the entries that the answer of a
-/// finished operation holds), "headers", and optional "currentIteration" (from 1) and "options".
-/// Output: the answer's entries and "pollingStatus", whether the operation is finished. Ends as
+/// Input: "pollingUrl", "queryParams", "pollingSuccessIndicators" (the entries that the response of
+/// a finished operation holds), "headers", and optional "currentIteration" (from 1) and "options".
+/// Output: the response's entries and "pollingStatus", whether the operation is finished. Ends as
 /// Ended either way, except that the last attempt raises an error when it is not. Reports to no
 /// callback: that is the business of whoever runs the loop.
 class StatusCheckerTask final : public BinaryBaseTask {

@@ -21,7 +21,7 @@ namespace {
 
 namespace texts = log_texts::upload_commiter_task;
 
-/// The answer's headers without those that say nothing about the stored object.
+/// The response's headers without those that say nothing about the stored object.
 Dictionary objectHeaders(const Dictionary& responseHeaders) {
   return BinaryNetworkUtils::withoutHeaders(
       responseHeaders, {"x-pelmar-integrity", "x-pelmar-passthrough", "x-pelmar-requestid",

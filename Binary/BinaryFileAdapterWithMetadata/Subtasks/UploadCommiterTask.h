@@ -6,9 +6,10 @@
 namespace varo::binary {
 
 /// The last step of an upload: tells the service that the bytes are there, with the headers of the
-/// store's last answer (its entity tag) among the commit properties. Reports the upload's success.
+/// store's last response (its entity tag) among the commit properties. Reports the upload's
+/// success.
 ///
-/// Output, which is the caller's result: the answer's entries, "commit_properties" (as sent) and
+/// Output, which is the caller's result: the response's entries, "commit_properties" (as sent) and
 /// "requestContext" (the metadata as sent, without them).
 class UploadCommiterTask final : public BinaryBaseTask {
  public:

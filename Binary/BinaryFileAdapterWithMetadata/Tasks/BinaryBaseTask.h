@@ -50,7 +50,7 @@ class BinaryBaseTask : public platform::VSTask {
   /// The domain of what ends the operation early, other than its requests.
   [[nodiscard]] virtual std::string_view errorDomain() const noexcept;
 
-  /// The options of a request whose successful answer has at most this many bytes.
+  /// The options of a request whose successful response has at most this many bytes.
   [[nodiscard]] platform::Dictionary requestOptions(std::uint64_t answerLimit) const;
   /// A completion that calls `process` once with the response or the error. The error is
   /// `kCodeOperationCancelled` if the request failed after the operation was cancelled. What

@@ -20,8 +20,8 @@ namespace {
 namespace texts = log_texts::binary_delete_task;
 
 constexpr std::string_view kNoPollApi =
-    "The service accepted the delete for later, but its answer has no \"poll_api\" to ask for its "
-    "status";
+    "The service accepted the delete for later, but its response has no \"poll_api\" to ask for "
+    "its status";
 constexpr std::string_view kNoService =
     "The service accepted the delete for later, but its URL has no \"services\" to ask for its "
     "status";

@@ -13,19 +13,19 @@ namespace varo::binary {
 class PollingTask;
 
 /// Deletes the files that a "$filter" expression selects, with one DELETE. When the service only
-/// accepts it for later (an answer with "httpStatusCode" 202, as number or text, and "poll_api"), a
-/// `PollingTask` waits for its end; this task stays Started meanwhile and needs no thread.
+/// accepts it for later (a response with "httpStatusCode" 202, as number or text, and "poll_api"),
+/// a `PollingTask` waits for its end; this task stays Started meanwhile and needs no thread.
 ///
 /// Input: "url", "callback", and optional "headers", "options" and "requestContext", the metadata
 /// of the files to delete; without it the filter is empty. Output, which is the caller's result:
-/// the entries of the answers and "requestContext", without those that are about the polling.
+/// the entries of the responses and "requestContext", without those that are about the polling.
 ///
 /// Failures, each also reported to the callback:
 /// - the request's own error;
 /// - `NetworkError`, domain "Network operation failed", code 6003, when the polling failed: its
 ///   errors, an array, are under `kTaskErrors` in the user information, the first one under
 ///   `kUnderlyingError`;
-/// - the same error when an accepting answer does not say where to poll: the readable text says
+/// - the same error when an accepting response does not say where to poll: the readable text says
 ///   what is missing.
 class BinaryDeleteTask final : public BinaryBaseTask {
  public:

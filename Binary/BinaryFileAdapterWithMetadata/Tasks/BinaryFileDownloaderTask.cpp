@@ -24,7 +24,7 @@ void BinaryFileDownloaderTask::setupSubtasks(const std::string& fileId) {
 }
 
 void BinaryFileDownloaderTask::execute() {
-  // The look-up's answer becomes input of the second step, but has no say in where the caller's
+  // The look-up's response becomes input of the second step, but has no say in where the caller's
   // credentials go.
   if (const auto downloader = downloader_.lock()) downloader->setCallersEntries(inputContext());
   VSTask::execute();

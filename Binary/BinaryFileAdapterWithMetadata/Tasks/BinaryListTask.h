@@ -8,8 +8,8 @@ namespace varo::binary {
 /// Fetches the metadata records of files with one GET, filtered by a "$filter" expression.
 ///
 /// Input: "url", "callback", and, all optional, "filter", "headers", "options" and
-/// "queryParamsForDownload". Output: the answer's entries ("records" among them), "requestContext"
-/// (the filter, if any) and "queryParamsForDownload".
+/// "queryParamsForDownload". Output: the response's entries ("records" among them),
+/// "requestContext" (the filter, if any) and "queryParamsForDownload".
 ///
 /// A failure is reported to the callback as well, with one exception: whoever started a download
 /// reports the failure of its look-up under `TransferPolicy::kSafe` and after a cancellation.

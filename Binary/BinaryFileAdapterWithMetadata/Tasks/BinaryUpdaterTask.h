@@ -8,8 +8,8 @@ namespace varo::binary {
 /// Replaces a file's metadata with one PUT.
 ///
 /// Input: "url", "callback", "metadata" (with "file_id"), and optional "headers" and "options".
-/// Output, which is the caller's result: the answer's entries and "requestContext", the metadata as
-/// sent.
+/// Output, which is the caller's result: the response's entries and "requestContext", the metadata
+/// as sent.
 class BinaryUpdaterTask final : public BinaryBaseTask {
  public:
   /// `error` is the base's: logged where it is set.

@@ -31,13 +31,13 @@ using platform::RequestType;
 using platform::VRONetworkUtility;
 
 constexpr std::string_view kUnexpectedOpStatus = "unexpected opstatus : %@";
-constexpr std::string_view kUnexpectedHttpStatus = "The server answered with HTTP status %@";
+constexpr std::string_view kUnexpectedHttpStatus = "The server responded with HTTP status %@";
 /// How the platform's formatting prints a value that is not there.
 constexpr std::string_view kAbsent = "(none)";
 
-constexpr std::string_view kNoJsonObject = "The answer is no JSON object";
-constexpr std::string_view kPartOfFile = "The server answered with a part of the file : %@";
-constexpr std::string_view kAnswerNotRead = "The answer can't be read : %@";
+constexpr std::string_view kNoJsonObject = "The response is no JSON object";
+constexpr std::string_view kPartOfFile = "The server responded with a part of the file : %@";
+constexpr std::string_view kAnswerNotRead = "The response can't be read : %@";
 
 /// HTTP statuses from here on are failures (RFC 9110, section 15).
 constexpr int kFirstFailureStatus = 400;
@@ -73,7 +73,7 @@ struct Outcome {
   NetworkErrorPtr error;
 };
 
-/// An answer that has come, and what is asked of it.
+/// A response that has come, and what is asked of it.
 struct Answer {
   const HttpResponseInfo* response;  // null where the platform's utility gave none
   const std::optional<Data>& body;
@@ -89,7 +89,7 @@ struct Answer {
     return kind == AnswerKind::kReceipt || kind == AnswerKind::kAnything;
   }
 
-  /// An error that says what the server answered.
+  /// An error that says what the server responded.
   [[nodiscard]] NetworkErrorPtr error(std::int64_t code, std::string_view description) const {
     Dictionary userInfo{{std::string(platform::kLocalizedDescriptionKey), description}};
     if (response != nullptr) {
@@ -101,7 +101,7 @@ struct Answer {
     return networkError(code, std::move(userInfo));
   }
 
-  /// The error of an answer whose status says that it failed; null for others.
+  /// The error of a response whose status says that it failed; null for others.
   [[nodiscard]] NetworkErrorPtr errorOfStatus() const {
     if (status() < kFirstFailureStatus) return nullptr;
     return error(kCodeHTTPRequestFailed,
@@ -111,7 +111,7 @@ struct Answer {
 
 Dictionary headersOf(const Answer& answer) {
   if (answer.response == nullptr) return {};
-  // An object store's answer: its headers, an entity tag among them, are what the caller needs.
+  // An object store's response: its headers, an entity tag among them, are what the caller needs.
   return Dictionary{
       {kResponseHeaders, BinaryNetworkUtils::withoutHeaders(answer.response->allHeaderFields(),
                                                             {"set-cookie", "set-cookie2"})}};
@@ -149,7 +149,7 @@ Outcome outcomeOfDownload(const Answer& answer) {
   return {{{kResponseData, *answer.body}}, nullptr};
 }
 
-/// Of an answer whose body says how the service fared. A parse error beside it takes a JSON reader
+/// Of a response whose body says how the service fared. A parse error beside it takes a JSON reader
 /// that keeps what it has read before the error; the platform's own keeps nothing.
 std::optional<Outcome> outcomeOfOpStatus(const Answer& answer, Dictionary result,
                                          const ErrorPtr& parseError) {
@@ -211,7 +211,7 @@ std::optional<Outcome> outcomeOfJson(const Answer& answer) {
   return outcome;
 }
 
-/// None for an answer that is passed over in silence.
+/// None for a response that is passed over in silence.
 std::optional<Outcome> outcomeOf(const Answer& answer) {
   if (!answer.body) return outcomeWithoutBody(answer);
   if (answer.kind == AnswerKind::kFile) return outcomeOfDownload(answer);
@@ -276,7 +276,7 @@ NetworkCallback BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
       const auto response = responseInfo[platform::kHttpResponse].objectAs<HttpResponseInfo>();
       outcome = outcomeOf({response.get(), data, kind, settings->isSafe(), settings->limits, sent});
     } catch (const std::exception& failure) {
-      // Memory that a large answer has asked for in vain, above all: there is enough to say so.
+      // Memory that a large response has asked for in vain, above all: there is enough to say so.
       outcome = Outcome{{},
                         networkError(kCodeHTTPRequestFailed,
                                      platform::formatMessage(kAnswerNotRead, {failure.what()}))};

@@ -29,7 +29,7 @@ enum class AnswerKind {
   kRecord,
   /// A JSON object, or a 2xx without one byte: of an update, a deletion or a commit.
   kReceipt,
-  /// Whatever an object store answers to a chunk, or a 2xx without a body.
+  /// Whatever an object store sends back for a chunk, or a 2xx without a body.
   kAnything,
   /// A 200; its bytes are handed on as they are.
   kFile,
@@ -67,13 +67,18 @@ class BinaryNetworkUtils {
   /// - anything else: the JSON object, if it is one, and {"response_headers"}, without cookies.
   ///   HTTP statuses do not matter;
   /// - what is thrown meanwhile, and JSON beyond its limits, as the error 6003.
-  /// An answer without a body, and an "opstatus" of 0 beside a parse error, are passed over in
+  ///
+  /// A response without a body, and an "opstatus" of 0 beside a parse error, are passed over in
   /// silence. A 206 to a download is an error (6003) unless it is the whole file.
-  /// Under `TransferPolicy::kSafe` all these are errors (6014, 6003), and so is what `kind` does
-  /// not allow and a status of 400 or more that no "opstatus" explains (6003, with
-  /// "httpStatusCode", "response_headers" and the start of the body, "responseBody"). Nothing that
-  /// is logged or kept in an error shows secrets: neither those that an answer names so, nor those
-  /// that stand in `sent`, the request's headers and parameters.
+  ///
+  /// Under `TransferPolicy::kSafe` these are errors:
+  /// - all of the paragraph before (6014, 6003);
+  /// - what `kind` does not allow;
+  /// - a status of 400 or more that no "opstatus" explains (6003, with "httpStatusCode",
+  ///   "response_headers" and the start of the body, "responseBody").
+  ///
+  /// Nothing that is logged or kept in an error shows secrets: neither those that a response names
+  /// so, nor those that stand in `sent`, the request's headers and parameters.
   [[nodiscard]] static platform::NetworkCallback getBinaryNetworkCompletionHandler(
       TaskCallback callback, std::string_view operationType,
       const OperationSettings::Ptr& settings = nullptr, AnswerKind kind = AnswerKind::kRecord,
