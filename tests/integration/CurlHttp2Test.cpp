@@ -74,7 +74,10 @@ TEST_F(CurlHttp2Test, CancelClosesTheConnectionUnlessOthersUseIt) {
   const std::int64_t before = state("sent");
   transfer->cancel();
   EXPECT_EQ(outcome.get().errorCode(), codeOf(HttpTransportError::kCancelled));
-  ASSERT_TRUE(eventually([&] { return sessions() == 0; }));
+  ASSERT_TRUE(eventually([&] {
+    observe("/more");
+    return sessions() == 0;
+  }));
   EXPECT_LE(state("sent") - before, static_cast<std::int64_t>(256 * tuning::kKiB));
 
   auto [other, lateOutcome] = start("/wait");

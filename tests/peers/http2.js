@@ -8,7 +8,7 @@
 // outlives no test.
 //
 //   /empty/STATUS  an answer that ends with its headers, without a length
-//   /slow          64 MiB announced, a piece of 16 KiB each 5 ms
+//   /slow          64 MiB announced, a piece of 16 KiB at once and one each time that somebody asks for /more
 //   /wait          answers once somebody asks for /go
 //   /refuse        the stream is reset, once; then "again"
 //   /state         {"sent": bytes given out by /slow, "sessions": open, "refused": times asked for /refuse}
@@ -19,14 +19,12 @@ const fs = require('fs');
 const [certificate, key] = process.argv.slice(2);
 const piece = Buffer.alloc(16 * 1024, 'x');
 const waiting = [];
+const slow = new Set();
 const state = { sent: 0, sessions: 0, refused: 0 };
 
-function sendSlowly(stream) {
-  const timer = setInterval(() => {
-    stream.write(piece);
-    state.sent += piece.length;
-  }, 5);
-  stream.on('close', () => clearInterval(timer));
+function sendPiece(stream) {
+  stream.write(piece);
+  state.sent += piece.length;
 }
 
 function answer(stream, headers) {
@@ -37,7 +35,12 @@ function answer(stream, headers) {
       return stream.respond({ ':status': Number(status) }, { endStream: true });
     case 'slow':
       stream.respond({ ':status': 200, 'content-length': 64 * 1024 * 1024 });
-      return sendSlowly(stream);
+      slow.add(stream);
+      stream.on('close', () => slow.delete(stream));
+      return sendPiece(stream);
+    case 'more':
+      slow.forEach(sendPiece);
+      return stream.respond({ ':status': 200 }, { endStream: true });
     case 'wait':
       return waiting.push(stream);
     case 'refuse':
