@@ -137,6 +137,16 @@ TEST_F(CliDownloadTest, BlobReportsItsChunksAndItsFile) {
             (Dictionary{{"id", "1"}, {"recorded", true}, {"fileRemoved", true}}));
   EXPECT_FALSE(std::filesystem::exists(path));
   EXPECT_EQ(stateOf("1"), 201);
+  SQLite::Database(database(), SQLite::OPEN_READWRITE)
+      .exec("UPDATE varosyncBLOBSTOREMANAGER SET state = 50, localPath = '" + path + "'");
+  eventsEndingIn("failure", run(download(2)));  // of a file that is gone
+}
+
+TEST_F(CliDownloadTest, FileThatReachesTheShellsLimitIsAFailureThatIsTold) {
+  const Run run = runInShell("ulimit -f 1000; exec \"$0\" \"$@\"", download(2));
+  EXPECT_EQ(run.status, 1);
+  EXPECT_THAT(eventsEndingIn("failure", run).back()["error"].description(),
+              HasSubstr("File too large"));
 }
 
 TEST_F(CliDownloadTest, InterruptPausesABlobAndTheSameCommandGoesOn) {

@@ -75,7 +75,7 @@ TEST_F(BinaryNetworkUtilsTest, AnswersBecomeResultsAndErrorsUnderBothPolicies) {
       {R"({"opstatus":null})", 200, "", 1, {{"opstatus", nullptr}}, 0, 0, ""},
       {text, 200, "", 1, {{"opstatus", "8009"}}, 6003, 6003, "unexpected opstatus : 8009"},
       {minus, 200, "", 1, {{"opstatus", -1}}, 6003, 6003, "unexpected opstatus : -1"},
-      {R"({"a":1})", 404, "", 1, jsonAndHeaders, 0, 6003, answered + "404"},
+      {R"({"a":1})", 400, "", 1, jsonAndHeaders, 0, 6003, answered + "400"},
       {minus, 200, "Download", 1, {{"data", Data::fromBytes(minus)}}, 0, 0, ""},
       {"", 200, "Download", 1, {{"data", Data()}}, 0, 0, ""},
       {"<>", 500, "Download", 1, {{"data", Data::fromBytes("<>")}}, 0, 6003, answered + "500"},

@@ -205,7 +205,8 @@ TEST_F(BlobFilesTest, ChangeOfARowThatIsGoneIsAFailureAndOneOfAViewIsNot) {
   const BlobStoreTable table(kDatabase, TransferPolicy::kSafe);
   addBlob("a", 7, 50);
   EXPECT_TRUE(table.update("7", {{"state", 50}})) << "changed to what it was";
-  EXPECT_TRUE(table.updateInState("7", 102, {{"state", 50}})) << "in another state";
+  EXPECT_TRUE(table.updateInState("7", 102, {{"state", 104}})) << "in another state";
+  EXPECT_EQ(stateOf("7"), "50") << "which stands";
   EXPECT_TRUE(table.setLink(kTable, kColumn, {{"pk", "a"}}, 8));
   for (const auto& result :
        {table.update("8", {{"state", 50}}), table.updateInState("8", 50, {{"state", 50}}),

@@ -1,5 +1,6 @@
 #include "Cli/Failures/FailureText.h"
 #include "Cli/Run/HumanOutput.h"
+#include "Cli/Run/Interrupts.h"
 #include "Cli/Run/JsonEvents.h"
 #include "Cli/Run/JsonOutput.h"
 #include "Cli/Run/LastEvent.h"
@@ -9,14 +10,18 @@
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/TransportFailure.h"
+#include "tests/support/Await.h"
+#include "tests/support/OwnProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
 #include <limits>
 #include <new>
 #include <sstream>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace varo::cli {
 namespace {
@@ -204,6 +209,21 @@ TEST(LastEvent, FailureShowsNoSecret) {
     EXPECT_EQ(all.find("marker-"), std::string::npos) << all;
     EXPECT_NE(all.find(R"("Age":"1")"), std::string::npos) << all;
   }
+}
+
+TEST(Interrupts, SecondOneEndsTheProgramThatIsStillBusyWithTheFirst) {
+  struct Busy final : Interruptible {
+    void interrupted() override { test::require(::kill(::getpid(), SIGINT) == 0, "sent again"); }
+  };
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  const auto body = [] {
+    Interrupts interrupts;
+    const auto busy = std::make_shared<Busy>();
+    interrupts.subscribe(busy);
+    test::require(::kill(::getpid(), SIGINT) == 0, "sent");
+    test::require(test::eventually([] { return false; }), "the program has ended");
+  };
+  EXPECT_EXIT(body(), testing::ExitedWithCode(Interrupts::kExitStatus), "");
 }
 
 TEST(LastEvent, BlockThatThrowsEndsItsOperation) {

@@ -1,5 +1,6 @@
 // What the file system does to a download: full disks, files that are taken away, files of others.
 
+#include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "tests/support/DownloadFixture.h"
 
 #include <future>
@@ -85,7 +86,7 @@ TEST_F(DownloadFileTest, FileThatIsTakenAwayOrChangedMeanwhileIsNeverCompleted) 
            {"cut", [this] { std::filesystem::resize_file(path(), 10); }},
            {"replaced", [this] {
               std::filesystem::rename(path(), path() + ".old");
-              writeFile(object_.bytes.substr(0, 1000));
+              writeFile(std::string(2500, 'o'));  // as long as the object
             }}}) {
     SCOPED_TRACE(name);
     answerNth(2, [this, interfere = interfere](const RecordedRequest& request) {
@@ -112,6 +113,35 @@ TEST_F(DownloadFileTest, CompleteFileThatIsCutBeforeTheEndIsToldIsNoSuccess) {
   answered.set_value();
   ASSERT_TRUE(reaches(task, TaskState::Errored));
   EXPECT_EQ(errorMessage(*task, kPersistenceError), Value("Integrity check failed"));
+}
+
+TEST_F(DownloadFileTest, ReleasedFileIsNotWrittenWhateverStillArrives) {
+  object_ = RangedObject::ofSize(10'000);
+  transport_->hold();
+  const auto task = makeTask();
+  task->start();
+  release(1);
+  ASSERT_TRUE(eventually([this] { return fileBytes().size() == 1000; }));
+  task->releaseFile();
+  transport_->releaseAll();
+  // At most four chunks wait, so some of those that came later have had their turn by now.
+  ASSERT_TRUE(eventually([this] { return transport_->requestCount() == 10; }));
+  auto behindThem = FileClaim::acquire(home_ / "behind", [] {}).claim;
+  task->releaseFile(std::move(behindThem));
+  ASSERT_TRUE(
+      eventually([this] { return FileClaim::acquire(home_ / "behind", [] {}).claim != nullptr; }));
+  EXPECT_EQ(fileBytes().size(), 1000U);
+  task->stop();
+}
+
+TEST_F(DownloadFileTest, DownloadThatCannotStoreItsBytesFetchesNoMore) {
+  std::filesystem::create_directories(path());
+  transport_->hold();
+  const auto task = makeTask();
+  task->start();
+  release(1);
+  ASSERT_TRUE(reaches(task, TaskState::Errored));
+  EXPECT_TRUE(eventually([this] { return transport_->cancelled().size() == 1; }));
 }
 
 TEST_F(DownloadFileTest, ResumeOfAFileThatHasBecomeCompleteAsksForNothing) {

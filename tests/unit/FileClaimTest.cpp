@@ -3,6 +3,7 @@
 #include "Binary/Binary/BinaryDataManager/BlobDownload.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
@@ -336,6 +337,56 @@ TEST_F(FileClaimTest, ClearThatMeetsAStartLeavesNeitherAPlaceNorTheFileTaken) {
     EXPECT_TRUE(places.running().empty());
   }
   EXPECT_EQ(transport_->requestCount(), 0U);
+}
+
+/// Whether this process has the file at `path` open.
+bool isOpen(const std::string& path) {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::any_of(begin(all), end(all), [&path](const auto& descriptor) {
+    std::error_code closed;
+    return std::filesystem::read_symlink(descriptor, closed) == path;
+  });
+}
+
+TEST_F(FileClaimTest, EndedDownloadHasLetGoOfItsFileBeforeItsBlockIsCalled) {
+  for (const std::string end : {"success", "error", "pause"}) {
+    SCOPED_TRACE(end);
+    makeDatabase();
+    std::filesystem::remove_all(home_ / "Documents/blobs");
+    const std::string id = newBlob("a");
+    const auto told = [&](const auto& blobId, const auto& error, const auto& result) {
+      EXPECT_NE(claim(pathOf(id)), nullptr);
+      block("end")(blobId, error, result);
+    };
+    transport_->hold();
+    manager_->startDownload(id, told);
+    release(1);
+    awaitHeld(1);
+    EXPECT_TRUE(eventually([&] { return isOpen(pathOf(id)); }));
+    if (end == "error") transport_->answer(answerWith(404, ""));  // of the third range
+    if (end == "pause") manager_->pauseDownload(id, told);
+    transport_->releaseAll();
+    EXPECT_EQ(awaitNext().error == nullptr, end != "error");
+    EXPECT_TRUE(eventually([&] { return !isOpen(pathOf(id)); }));
+  }
+}
+
+TEST_F(FileClaimTest, StoppedDownloadKeepsItsFileUntilTheLastByteIsWritten) {
+  std::promise<void> writes, mayGoOn;
+  const std::string id = newBlob(
+      "a", config({{"onChunkDownloadCompleted", std::make_shared<OnChunkDownloadCompleted>(
+                                                    [&](const auto&, auto, auto, const Value&) {
+                                                      writes.set_value();
+                                                      mayGoOn.get_future().wait();
+                                                    })}}));
+  startHeld(id);
+  release(1);
+  writes.get_future().wait();
+  manager_->invalidateAllBackgroundSessions();
+  EXPECT_EQ(claim(pathOf(id)), nullptr);
+  mayGoOn.set_value();
+  EXPECT_TRUE(eventually([&] { return claim(pathOf(id)) != nullptr; }));
+  EXPECT_EQ(contentOf(pathOf(id)), object_.bytes.substr(0, kChunk));
 }
 
 TEST_F(FileClaimTest, ShutdownThatMeetsAStartEndsIt) {

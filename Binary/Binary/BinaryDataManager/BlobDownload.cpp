@@ -356,7 +356,7 @@ void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
   input.set(kFileClaim, claim->withoutLease());
   if (run == Run::kResumes) logger().logDebug(texts::kResumeInput, blobId_, input);
   steps_->run([&]() -> Effects {
-    if (!runs() || claim_ != claim) return {};  // stopped meanwhile
+    if (claim_ != claim) return {};  // stopped meanwhile
     task_->updateInputContext(input);
     Effects effects{[task = task_, run] {
       if (run == Run::kResumes) {
