@@ -3,11 +3,11 @@
 #include "Cli/Arguments/OptionValues.h"
 #include "Cli/Commands/CommandList.h"
 #include "Platform/Foundation/Value.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <fstream>
 #include <optional>
 #include <sstream>
@@ -70,7 +70,8 @@ TEST(CommandLine, ArgumentsBecomeTypedValues) {
 }
 
 TEST(CommandLine, ConfigurationsThatDoNotServeAreRefused) {
-  const std::string path = testing::TempDir() + "command-line-config";
+  const test::TemporaryDirectory directory;
+  const std::string path = directory.path() + "/config";
   const struct {
     Words command;
     std::string content, message;
@@ -89,7 +90,6 @@ TEST(CommandLine, ConfigurationsThatDoNotServeAreRefused) {
     EXPECT_EQ(parsed.line.exitStatus, 2);
     EXPECT_NE(parsed.messages.find(c.message), std::string::npos) << parsed.messages;
   }
-  std::remove(path.c_str());
 }
 
 TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
@@ -114,7 +114,8 @@ TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
 }
 
 TEST(CommandLine, TokenComesFromOptionThenHeaderThenEnvironment) {
-  const std::string path = testing::TempDir() + "command-line-token";
+  const test::TemporaryDirectory directory;
+  const std::string path = directory.path() + "/token";
   std::ofstream(path) << "  from-file \r\nsecond line\n";
   const std::string key = "X-Pelmar-Authorization";
   const std::pair<Words, Dictionary> cases[] = {
@@ -131,7 +132,6 @@ TEST(CommandLine, TokenComesFromOptionThenHeaderThenEnvironment) {
     EXPECT_EQ(global.token, token.isPresent() ? std::optional(token.textValue()) : std::nullopt);
   }
   EXPECT_TRUE(globalOf({"demo"}).headers.empty());
-  std::remove(path.c_str());
 }
 
 TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
