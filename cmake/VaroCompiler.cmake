@@ -19,12 +19,7 @@ target_compile_options(varo_warnings INTERFACE
   $<$<BOOL:${VARO_WARNINGS_AS_ERRORS}>:-Werror>)
 
 if(VARO_SANITIZE)
-  add_compile_options(-fsanitize=${VARO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
-  # Optimised, a source takes nearly twice as long to build under the address sanitizer. Under the thread
-  # sanitizer the tests are what takes long, and threads have to be quick to meet.
-  if(VARO_SANITIZE STREQUAL "thread")
-    add_compile_options(-O1)
-  endif()
+  add_compile_options(-fsanitize=${VARO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -O1)
   add_link_options(-fsanitize=${VARO_SANITIZE})
 endif()
 
