@@ -67,10 +67,12 @@ TEST_F(CurlHttpTransportTest, DeliversBodiesAsTheAnswerAnnouncesThemAndCutOnesAs
   ScriptedServer server([&cases](const WireRequest& request) {
     return cases[std::stoul(request.target().substr(1))].reply;
   });
-  remakeImpatient();
   for (std::size_t i = 0; i < std::size(cases); ++i) {
     SCOPED_TRACE(cases[i].name);
-    const Outcome outcome = get(server.url("/" + std::to_string(i)));
+    HttpRequest request{HttpMethod::kGet, server.url("/" + std::to_string(i)), {}, {}, {}};
+    // Not of the others: a busy machine may be silent for as long.
+    if (cases[i].error == 28) request.stallTimeout = std::chrono::milliseconds(400);
+    const Outcome outcome = run(std::move(request));
     EXPECT_EQ(outcome.status(), cases[i].status) << outcome.text();
     EXPECT_EQ(outcome.body(), cases[i].body);
     EXPECT_EQ(outcome.errorCode(), cases[i].error) << outcome.text();
