@@ -152,6 +152,28 @@ bool isAccepted(const File& file) noexcept {
   return copy >= 0 && (::close(copy) == 0 || errno == EINTR);
 }
 
+enum class Naming { kReplaces, kIsNew };
+
+/// Stores `data` under a temporary name, with `mode`, then under `path`.
+Result<void> store(const std::string& path, const Data& data, Durability durability, mode_t mode,
+                   Naming naming) {
+  const auto failure = [&path](int number) { return Error::fromErrno(number, "Storing", path); };
+  const std::string directory = directoryOf(path);
+  TemporaryName name(directory);
+  const auto stored = place(data, directory, name);
+  if (!stored) return stored.error();
+  if (::fchmod((*stored)->descriptor(), mode) != 0) return failure(errno);
+  if (!isAccepted(**stored)) return failure(errno);
+  const bool isSynced = durability == Durability::kSynced;
+  if (isSynced && ::fsync((*stored)->descriptor()) != 0) return failure(errno);
+  // A link fails where the name is there, a rename replaces what it names.
+  const int named = naming == Naming::kIsNew ? ::link(name.path().c_str(), path.c_str())
+                                             : ::rename(name.path().c_str(), path.c_str());
+  if (named != 0) return failure(errno);
+  if (isSynced) return syncDirectory(directory);
+  return {};
+}
+
 bool isPlainRelativePath(std::string_view name) noexcept {
   if (name.empty() || name.front() == '/') return false;
   if (name.find('\\') != std::string_view::npos || name.find('\0') != std::string_view::npos) {
@@ -307,20 +329,15 @@ Result<void> storeFile(const std::string& path, const Data& data, Durability dur
   if (replaces && !S_ISREG(existing.st_mode)) {
     return failure(S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
   }
-  const std::string directory = directoryOf(path);
-  TemporaryName name(directory);
-  const auto stored = place(data, directory, name);
-  if (!stored) return stored.error();
   // Without the bits that would run the new content as another user.
-  const mode_t mode =
-      replaces ? existing.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO) : defaultModeIn(directory);
-  if (::fchmod((*stored)->descriptor(), mode) != 0) return failure(errno);
-  if (!isAccepted(**stored)) return failure(errno);
-  const bool isSynced = durability == Durability::kSynced;
-  if (isSynced && ::fsync((*stored)->descriptor()) != 0) return failure(errno);
-  if (::rename(name.path().c_str(), path.c_str()) != 0) return failure(errno);
-  if (isSynced) return syncDirectory(directory);
-  return {};
+  const mode_t mode = replaces ? existing.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)
+                               : defaultModeIn(directoryOf(path));
+  return store(path, data, durability, mode, Naming::kReplaces);
+}
+
+Result<void> storeNewFile(const std::string& path, const Data& data, Durability durability) {
+  if (hasNul(path)) return Error::fromErrno(EINVAL, "Storing", path);
+  return store(path, data, durability, defaultModeIn(directoryOf(path)), Naming::kIsNew);
 }
 
 bool staysInDirectory(const std::string& directory, std::string_view name) {

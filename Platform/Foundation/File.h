@@ -95,6 +95,9 @@ enum class Durability {
 /// Errors: domain "POSIX" with `errno`, the path concerned in the user information. Thread-safe.
 [[nodiscard]] Result<void> storeFile(const std::string& path, const Data& data,
                                      Durability durability = Durability::kNone);
+/// The same where nothing is there; what is there is left alone, and the error is EEXIST.
+[[nodiscard]] Result<void> storeNewFile(const std::string& path, const Data& data,
+                                        Durability durability = Durability::kNone);
 
 /// What stands under a path, without following a symbolic link there.
 enum class FileKind { kNothing, kRegular, kDirectory, kOther };

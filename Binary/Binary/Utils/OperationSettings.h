@@ -1,11 +1,14 @@
 #pragma once
 
 #include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/JsonLimits.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/RequestSettings.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,6 +57,15 @@ class OperationSettings final : public platform::RequestSettings {
 
   TransferPolicy policy;
   AnswerLimits limits;
+
+  /// Where a downloaded file goes instead of into the downloads directory under the record's name.
+  struct Destination {
+    /// Where the bytes are received, so that storing them there is a change of name.
+    std::string spoolDirectory;
+    /// Takes the bytes, on a thread of the pool; what it gives stands as "filePath" in the outcome.
+    std::function<platform::Result<std::string>(const platform::Data& bytes)> store;
+  };
+  std::optional<Destination> destination;
 
   [[nodiscard]] bool isSafe() const noexcept { return policy == TransferPolicy::kSafe; }
 

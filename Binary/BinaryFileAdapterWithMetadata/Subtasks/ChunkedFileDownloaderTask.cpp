@@ -101,7 +101,8 @@ void ChunkedFileDownloaderTask::unpackInputContextWithError(ErrorPtr* error) {
   const Value& name = record[keys::kFileName];
   if (name.isText() || isNumber(name)) _fileName = name.textValue();
   _fileSize = wholeNumber(record[kFileSize]);
-  if (!platform::staysInDirectory(getDirectoryPath({}), withoutDotComponents(_fileName))) {
+  if (!settings_->destination &&
+      !platform::staysInDirectory(getDirectoryPath({}), withoutDotComponents(_fileName))) {
     *error = recordError(kCodeDownloadInvalidParams, kDownloadInvalidParams, _fileName, _fileId);
     return;
   }
@@ -169,11 +170,13 @@ void ChunkedFileDownloaderTask::execute() {
   ErrorPtr error;
   unpackInputContextWithError(&error);
   if (error != nullptr) return raiseError(error);
-  if (!shouldDownloadFile()) return endWithFileAt(getFilePath());
+  const auto& destination = settings_->destination;
+  if (!destination && !shouldDownloadFile()) return endWithFileAt(getFilePath());
   Dictionary options =
       requestOptions(settings_->limits.file.value_or(platform::ResponseLimits::kUnlimited));
   // Where the file will be: storing it is then a change of name and no copy.
-  options.set(platform::kSpoolDirectory, getDirectoryPath({}));
+  options.set(platform::kSpoolDirectory,
+              destination ? destination->spoolDirectory : getDirectoryPath({}));
   BinaryNetworkUtils::GET(url_.value_or(std::string()), _queryParams, headers_, options,
                           kOperationTypeDownload,
                           completion(&ChunkedFileDownloaderTask::processResponse));
@@ -182,9 +185,14 @@ void ChunkedFileDownloaderTask::execute() {
 void ChunkedFileDownloaderTask::processResponse(const Dictionary& response,
                                                 const NetworkErrorPtr& error) {
   if (error != nullptr) return raiseError(error);
-  const Data* bytes = response[kResponseData].data();
+  const Data* received = response[kResponseData].data();
+  const Data bytes = received != nullptr ? *received : Data();
+  if (settings_->destination) {
+    const Result<std::string> stored = settings_->destination->store(bytes);
+    return stored ? endWithFileAt(*stored) : raiseError(storeError(stored.error()));
+  }
   ErrorPtr failure;
-  const std::string path = saveFileWithBytes(bytes != nullptr ? *bytes : Data(), &failure);
+  const std::string path = saveFileWithBytes(bytes, &failure);
   if (failure != nullptr) {
     logger().logError(texts::kNotStored, failure);
     if (isSafe()) return raiseError(storeError(failure));

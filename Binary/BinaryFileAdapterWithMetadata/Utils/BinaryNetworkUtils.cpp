@@ -155,14 +155,16 @@ std::optional<Outcome> outcomeOfOpStatus(const Answer& answer, Dictionary result
                                          const ErrorPtr& parseError) {
   const Value opStatus = result[kOpStatus];
   if (opStatus.integerValue() != 0) {
-    NetworkErrorPtr error = networkError(
-        kCodeHTTPRequestFailed,
-        Dictionary{
-            {keys::kUserInfo, BinaryNetworkUtils::withoutSecrets(result, answer.sent)},
-            {std::string(platform::kLocalizedDescriptionKey),
-             platform::formatMessage(kUnexpectedOpStatus, {BinaryNetworkUtils::withoutSecrets(
-                                                              opStatus, answer.sent)})}});
-    return Outcome{std::move(result), std::move(error)};
+    Dictionary userInfo{
+        {keys::kUserInfo, BinaryNetworkUtils::withoutSecrets(result, answer.sent)},
+        {std::string(platform::kLocalizedDescriptionKey),
+         platform::formatMessage(kUnexpectedOpStatus,
+                                 {BinaryNetworkUtils::withoutSecrets(opStatus, answer.sent)})}};
+    // A 401 says more than the service's own status.
+    if (answer.isSafe && answer.status() >= kFirstFailureStatus) {
+      userInfo.set(kHttpStatusCode, answer.status());
+    }
+    return Outcome{std::move(result), networkError(kCodeHTTPRequestFailed, std::move(userInfo))};
   }
   if (parseError == nullptr) return Outcome{std::move(result), nullptr};
   logger().logError(texts::kParseErrorLog, parseError);

@@ -1,0 +1,279 @@
+#include "Client/Failures.h"
+
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Text.h"
+#include "Platform/Network/TransportFailure.h"
+#include "Platform/TaskEngine/VSTask.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+namespace varo {
+
+std::string_view nameOf(Kind kind) noexcept {
+  switch (kind) {
+    case Kind::kCancelled: return "cancelled";
+    case Kind::kInvalidArgument: return "invalidArgument";
+    case Kind::kNoConnection: return "noConnection";
+    case Kind::kTimeout: return "timeout";
+    case Kind::kTls: return "tls";
+    case Kind::kUnauthorized: return "unauthorized";
+    case Kind::kNotFound: return "notFound";
+    case Kind::kConflict: return "conflict";
+    case Kind::kThrottled: return "throttled";
+    case Kind::kServer: return "server";
+    case Kind::kNotOurService: return "notOurService";
+    case Kind::kIntegrity: return "integrity";
+    case Kind::kLocalFile: return "localFile";
+    case Kind::kDiskFull: return "diskFull";
+    case Kind::kDatabase: return "database";
+    case Kind::kShutDown: return "shutDown";
+    case Kind::kOther: break;
+  }
+  return "other";
+}
+
+bool Failure::isWorthRetrying() const noexcept {
+  if (maybeDone) return false;
+  switch (kind) {
+    case Kind::kNoConnection:
+    case Kind::kTimeout:
+    case Kind::kThrottled:
+    case Kind::kIntegrity:
+      return true;
+    case Kind::kServer:
+      return httpStatus && *httpStatus >= 500;
+    default:
+      return false;
+  }
+}
+
+namespace detail {
+
+using platform::Dictionary;
+using platform::ErrorPtr;
+using platform::TransportFailure;
+using platform::Value;
+
+namespace {
+
+/// Of the body of a response.
+constexpr std::size_t kExcerpt = 1024;
+/// A server that asks for more is not waited for.
+constexpr std::int64_t kLongestRetryAfter = std::int64_t{24} * 60 * 60;
+
+/// What is told, in whatever shape.
+struct Told {
+  std::string domain;
+  std::int64_t code = 0;
+  std::string text;
+  Dictionary userInfo;
+  /// The error at the end of the chain; none where there is no error below.
+  ErrorPtr first;
+};
+
+/// The first of the errors that `context` is about; null where it is about none.
+ErrorPtr causeIn(const Dictionary& context) {
+  const Value& causes = context[platform::kTaskErrors];
+  return causes.isArray() ? (*causes.array())[0].error() : nullptr;
+}
+
+Told toldBy(const ErrorPtr& given) {
+  const ErrorPtr cause = causeIn(given->userInfo());
+  const ErrorPtr& error = cause != nullptr ? cause : given;
+  // Shares the ownership of the whole chain.
+  ErrorPtr first(error, &platform::firstCause(*error));
+  return {error->domain(), error->code(), error->localizedDescription(), error->userInfo(),
+          std::move(first)};
+}
+
+Told toldBy(const Dictionary& failure) {
+  const Dictionary userInfo = failure[binary::keys::kUserInfo].dictionaryValue();
+  if (const ErrorPtr cause = causeIn(userInfo)) return toldBy(cause);
+  std::string text = failure[binary::keys::kLocalizedDescription].textValue();
+  if (text.empty()) text = userInfo[platform::kErrorMessageKey].textValue();
+  ErrorPtr first;
+  if (const ErrorPtr under = userInfo[platform::kUnderlyingError].error()) {
+    first = ErrorPtr(under, &platform::firstCause(*under));
+  }
+  return {failure[binary::keys::kDomain].textValue(), failure[binary::keys::kCode].integerValue(),
+          std::move(text), userInfo, std::move(first)};
+}
+
+Told toldBy(const Value& failure) {
+  if (const ErrorPtr error = failure.error()) return toldBy(error);
+  const Dictionary dictionary = failure.dictionaryValue();
+  const Value& inner = dictionary[binary::keys::kError];
+  if (const ErrorPtr error = inner.error()) return toldBy(error);
+  if (const Dictionary* contexts = inner.dictionary()) {
+    const ErrorPtr cause = causeIn(*contexts);
+    return cause != nullptr ? toldBy(cause) : toldBy(*contexts);
+  }
+  return toldBy(dictionary);
+}
+
+Kind kindOf(TransportFailure failure) {
+  switch (failure) {
+    case TransportFailure::kNameNotFound:
+    case TransportFailure::kNoConnection:
+    case TransportFailure::kNoAnswer:
+    case TransportFailure::kSendingBroken:
+    case TransportFailure::kCutShort: return Kind::kNoConnection;
+    case TransportFailure::kTimedOut: return Kind::kTimeout;
+    case TransportFailure::kTls:
+    case TransportFailure::kCertificateNotTrusted:
+    case TransportFailure::kTrustFileUnusable: return Kind::kTls;
+    case TransportFailure::kBadAnswer:
+    case TransportFailure::kTooLarge:
+    case TransportFailure::kRedirectRefused:
+    case TransportFailure::kTooManyRedirects: return Kind::kNotOurService;
+    case TransportFailure::kInvalidUrl:
+    case TransportFailure::kInvalidHeader:
+    case TransportFailure::kInvalidBody: return Kind::kInvalidArgument;
+    case TransportFailure::kRequestBodyUnreadable:
+    case TransportFailure::kResponseBodyNotStored: return Kind::kLocalFile;
+    case TransportFailure::kCancelled: return Kind::kCancelled;
+    case TransportFailure::kShutDown: return Kind::kShutDown;
+    case TransportFailure::kNoResources:
+    case TransportFailure::kOther: break;
+  }
+  return Kind::kOther;
+}
+
+Kind kindOfStatus(std::int64_t status) {
+  switch (status) {
+    case 401:
+    case 403: return Kind::kUnauthorized;
+    case 404:
+    case 410: return Kind::kNotFound;
+    case 408: return Kind::kTimeout;
+    case 409:
+    case 412: return Kind::kConflict;
+    case 429: return Kind::kThrottled;
+    default: return status >= 400 ? Kind::kServer : Kind::kNotOurService;
+  }
+}
+
+Kind kindOfErrno(std::int64_t number) {
+  return number == ENOSPC || number == EDQUOT ? Kind::kDiskFull : Kind::kLocalFile;
+}
+
+/// Codes that mean one thing in whatever domain they come. Those of requests and of the transport
+/// were looked at before.
+std::optional<Kind> kindOfCode(std::int64_t code) {
+  using namespace binary;  // the codes
+  static constexpr std::array<std::pair<std::int64_t, Kind>, 21> kKinds = {{
+      {kCodeOperationCancelled, Kind::kCancelled},
+      {kCodeBinaryRecordDoesNotExist, Kind::kNotFound},
+      {kDownloadNotStartedAlreadyExistsInQueue, Kind::kConflict},
+      {kCodeInvalidStateForBinaryOperation, Kind::kConflict},
+      {kCodeUploadMissingParameter, Kind::kInvalidArgument},
+      {kCodeUploadInvalidParameterDataType, Kind::kInvalidArgument},
+      {kCodeUploadInvalidParameterValue, Kind::kInvalidArgument},
+      {kCodeDownloadMissingParams, Kind::kInvalidArgument},
+      {kCodeDownloadInvalidParams, Kind::kInvalidArgument},
+      {kCodeDownloadMissingParameterValue, Kind::kInvalidArgument},
+      {kCodeUpdateMissingParams, Kind::kInvalidArgument},
+      {kCodeUpdateInvalidParams, Kind::kInvalidArgument},
+      {kCodeDeleteMissingParams, Kind::kInvalidArgument},
+      {kCodeDeleteInvalidParams, Kind::kInvalidArgument},
+      {kCodeUploadIOFailure, Kind::kLocalFile},
+      {kCodeBinaryDownloadFailed, Kind::kLocalFile},
+      {kCodeUploadJSONParsingError, Kind::kNotOurService},
+      {kCodeEmptyBodyReceived, Kind::kNotOurService},
+      {kCodeContentRangeNotReceived, Kind::kIntegrity},
+      {kCodeIntegrityCheckFailed, Kind::kIntegrity},
+      {kCodeSQLiteExecuteFailed, Kind::kDatabase},
+  }};
+  const auto* found = std::find_if(kKinds.begin(), kKinds.end(),
+                                   [code](const auto& known) { return known.first == code; });
+  return found != kKinds.end() ? std::optional(found->second) : std::nullopt;
+}
+
+bool isShutDown(const Told& told) {
+  return told.code == binary::kCodeInvalidStateForBinaryOperation &&
+         told.text.find(binary::kLibraryShutDown) != std::string::npos;
+}
+
+Kind kindOf(const Told& told, const Failure& failure) {
+  if (isShutDown(told)) return Kind::kShutDown;
+  auto transport = platform::transportFailureIn(told.userInfo);
+  if (!transport && told.first != nullptr) transport = platform::transportFailureOf(*told.first);
+  // A full disk is told by the cause below.
+  if (told.first != nullptr && told.first->domain() == platform::kPosixErrorDomain) {
+    return kindOfErrno(told.first->code());
+  }
+  if (told.domain == platform::kPosixErrorDomain) return kindOfErrno(told.code);
+  if (transport) return kindOf(*transport);
+  if (failure.httpStatus && *failure.httpStatus >= 400) return kindOfStatus(*failure.httpStatus);
+  if (failure.serviceStatus && *failure.serviceStatus != 0) return Kind::kServer;
+  if (told.domain == binary::kRetriesExceededErrorDomain) return Kind::kTimeout;
+  if (told.code == binary::kCodeMissingServerUrl) {
+    return told.domain == binary::kUrlValidationErrorDomain ? Kind::kInvalidArgument
+                                                            : Kind::kNotOurService;
+  }
+  if (told.code == binary::kCodeHTTPRequestFailed) return Kind::kNotOurService;
+  return kindOfCode(told.code).value_or(Kind::kOther);
+}
+
+std::optional<std::string> header(const Dictionary& headers, std::string_view name) {
+  for (const platform::DictionaryEntry& entry : headers) {
+    if (platform::equalIgnoringCase(entry.key, name)) return entry.value.textValue();
+  }
+  return std::nullopt;
+}
+
+/// What the response said, where the error has it.
+void addResponse(const Told& told, Failure& failure) {
+  const Dictionary answer = told.userInfo[binary::keys::kUserInfo].dictionaryValue();
+  const Dictionary& source =
+      told.userInfo.contains(binary::kHttpStatusCode) ? told.userInfo : answer;
+  if (const std::int64_t status = source[binary::kHttpStatusCode].integerValue(); status > 0) {
+    failure.httpStatus = static_cast<int>(std::min<std::int64_t>(status, 999));
+  }
+  if (answer.contains(binary::kOpStatus)) {
+    failure.serviceStatus = answer[binary::kOpStatus].integerValue();
+  }
+  failure.responseExcerpt = told.userInfo[binary::kResponseBody].textValue().substr(0, kExcerpt);
+  const Dictionary headers = told.userInfo[binary::kResponseHeaders].dictionaryValue();
+  const auto wait = platform::parseInteger(header(headers, "Retry-After").value_or(""));
+  if (wait && *wait >= 0) {
+    failure.retryAfter = std::chrono::seconds(std::min(*wait, kLongestRetryAfter));
+  }
+  failure.requestId = header(headers, "X-Pelmar-RequestId").value_or("");
+}
+
+}  // namespace
+
+Failure failureFrom(const Value& value, std::string_view about) {
+  const Told told = toldBy(value);
+  Failure failure;
+  addResponse(told, failure);
+  failure.kind = kindOf(told, failure);
+  const std::string text = told.text.empty() ? std::string(nameOf(failure.kind)) : told.text;
+  failure.message = fmt::format("{}: {}", about, text);
+  failure.cause = told.first != nullptr
+                      ? Cause{told.first->domain(), told.first->code(),
+                              told.first->localizedDescription()}
+                      : Cause{told.domain, told.code, told.text};
+  return failure;
+}
+
+Failure failureOf(Kind kind, std::string message) {
+  Failure failure;
+  failure.kind = kind;
+  failure.message = std::move(message);
+  return failure;
+}
+
+}  // namespace detail
+
+}  // namespace varo

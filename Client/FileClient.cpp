@@ -1,0 +1,243 @@
+#include "varo/files.h"
+
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
+#include "Client/FileDestination.h"
+#include "Client/FileOperation.h"
+#include "Client/FileRecords.h"
+#include "Client/SourceData.h"
+#include "Platform/Foundation/Array.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+#include <variant>
+
+namespace varo {
+
+using binary::FileStorageManager;
+using binary::OperationSettings;
+using platform::Dictionary;
+using platform::Value;
+
+namespace {
+
+using detail::FileCall;
+using detail::FileOperation;
+using Callback = std::shared_ptr<binary::BinaryCallback>;
+using Settings = std::shared_ptr<OperationSettings>;
+
+constexpr std::string_view kFilesDeleted = "files_deleted";
+
+Dictionary optionsWith(const Settings& settings) {
+  return {{binary::kOperationSettings, OperationSettings::value(settings)}};
+}
+
+/// None, or why the id cannot be used: it stands between quotes in what is asked for.
+Outcome<void> checked(const FileId& id) {
+  if (id.empty()) return detail::failureOf(Kind::kInvalidArgument, "The file id is empty");
+  if (id.text().find('\'') != std::string::npos) {
+    return detail::failureOf(Kind::kInvalidArgument,
+                             fmt::format("The file id has a quote in it: {}", id.text()));
+  }
+  return {};
+}
+
+Outcome<void> checked(const Filter& filter) {
+  const auto name = detail::unusableNameIn(filter);
+  if (!name) return {};
+  return detail::failureOf(
+      Kind::kInvalidArgument,
+      fmt::format("The filter's \"{}\" is no name of an entry: letters, digits, \"_\"", *name));
+}
+
+Dictionary metadataOf(const std::string& fileNamespace, const std::string& securityKey) {
+  Dictionary metadata;
+  if (!fileNamespace.empty()) metadata.set(binary::keys::kFileNamespace, fileNamespace);
+  if (!securityKey.empty()) metadata.set(binary::keys::kSecurityKey, securityKey);
+  return metadata;
+}
+
+/// The records of a list; one that is no dictionary is left out.
+Outcome<std::vector<FileRecord>> recordsIn(const Dictionary& result) {
+  std::vector<FileRecord> records;
+  const platform::Array* array = result[binary::keys::kRecords].array();
+  if (array == nullptr) return records;
+  records.reserve(array->size());
+  for (const Value& record : *array) {
+    if (const Dictionary* found = record.dictionary()) {
+      records.push_back(detail::recordFrom(*found));
+    }
+  }
+  return records;
+}
+
+/// How many the service says that it has deleted; 0 where it says nothing.
+Outcome<std::uint64_t> deletedIn(const Dictionary& result) {
+  const std::int64_t count = result[kFilesDeleted].integerValue();
+  return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0));
+}
+
+std::string nameOf(const Source& source, const UploadOptions& options) {
+  if (!options.name.empty()) return options.name;
+  const auto* path = std::get_if<std::filesystem::path>(&source.content());
+  return path != nullptr ? path->filename().string() : std::string();
+}
+
+void showUpload(detail::RunningBase& running, const Dictionary& report) {
+  const Dictionary data = report[binary::keys::kProgressData].dictionaryValue();
+  const auto bytes = [&data](const char* key) {
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(data[key].integerValue(), 0));
+  };
+  running.reached(bytes(binary::keys::kBytesUploadedTillNow),
+                  bytes(binary::keys::kTotalBytesToUpload));
+}
+
+}  // namespace
+
+Outcome<FileClient> FileClient::create(Options options) {
+  return detail::Files::create(std::move(options)).transform([](auto files) {
+    return FileClient(std::move(files));
+  });
+}
+
+Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) {
+  FileCall<std::vector<FileRecord>> call;
+  call.about = fmt::format("list of the files at {}", files_->url());
+  call.canPause = true;
+  call.send = [url = files_->url(), filter = std::move(filter)](
+                  const Dictionary& headers, const Settings& settings,
+                  const Callback& callback) -> Outcome<void> {
+    if (auto good = checked(filter); !good) return good;
+    FileStorageManager::sharedInstance().listFilesWithUrl(
+        url, detail::expressionFrom(filter), headers, callback, optionsWith(settings));
+    return {};
+  };
+  call.read = recordsIn;
+  return Transfer(FileOperation<std::vector<FileRecord>>::begin(files_, std::move(call)));
+}
+
+Transfer<FileRecord> FileClient::upload(Source source, UploadOptions options) {
+  const std::string name = nameOf(source, options);
+  FileCall<FileRecord> call;
+  call.about = fmt::format("upload of \"{}\"", name);
+  Dictionary metadata = detail::dictionaryFrom(options.metadata);
+  metadata.addEntries(metadataOf(options.fileNamespace, options.securityKey));
+  metadata.set(binary::keys::kFileName, name);
+  const Bytes chunk = options.chunkSize.value_or(files_->options().chunkSize);
+  call.send = [url = files_->url(), metadata, chunk, name, source = std::move(source)](
+                  const Dictionary& headers, const Settings& settings,
+                  const Callback& callback) -> Outcome<void> {
+    if (name.empty()) {
+      return detail::failureOf(Kind::kInvalidArgument, "UploadOptions::name is empty");
+    }
+    auto bytes = detail::dataFrom(source);
+    if (!bytes) return std::move(bytes).error();
+    FileStorageManager::sharedInstance().uploadBinaryWithUrl(
+        url, binary::UploadInputType::kRawBytes,
+        Dictionary{{binary::keys::kHeaders, headers},
+                   {binary::keys::kMetadata, metadata},
+                   {binary::keys::kFile, Dictionary{{binary::keys::kRawBytes, *bytes}}},
+                   {binary::keys::kChunkSize, static_cast<std::int64_t>(chunk.count)}},
+        callback, optionsWith(settings));
+    return {};
+  };
+  call.progress = showUpload;
+  call.read = [metadata](const Dictionary& result) -> Outcome<FileRecord> {
+    Dictionary record = metadata;
+    record.addEntries(result[binary::keys::kRequestContext].dictionaryValue());
+    return detail::recordFrom(record);
+  };
+  return Transfer(FileOperation<FileRecord>::begin(files_, std::move(call)));
+}
+
+Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
+                                                     DownloadOptions options) {
+  FileCall<std::filesystem::path> call;
+  call.about = fmt::format("download of the file {}", id.text());
+  call.canPause = true;
+  Dictionary metadata = metadataOf(options.fileNamespace, options.securityKey);
+  metadata.set(binary::keys::kFileId, id.text());
+  call.send = [url = files_->url(), metadata, id = std::move(id), to = std::move(to),
+               ifExists = options.ifExists](const Dictionary& headers, const Settings& settings,
+                                            const Callback& callback) -> Outcome<void> {
+    if (auto good = checked(id); !good) return good;
+    auto prepared = detail::prepare(to, ifExists);
+    if (!prepared) return std::move(prepared).error();
+    if (prepared->kept) {
+      callback->executeSuccessWithResult(
+          Dictionary{{binary::keys::kFilePath, prepared->kept->string()}});
+      return {};
+    }
+    settings->destination = std::move(prepared->destination);
+    FileStorageManager::sharedInstance().downloadWithURL(
+        url, Dictionary{{binary::keys::kHeaders, headers}, {binary::keys::kMetadata, metadata}},
+        callback, optionsWith(settings));
+    return {};
+  };
+  call.read = [](const Dictionary& result) -> Outcome<std::filesystem::path> {
+    return std::filesystem::path(result[binary::keys::kFilePath].textValue());
+  };
+  return Transfer(FileOperation<std::filesystem::path>::begin(files_, std::move(call)));
+}
+
+Transfer<FileRecord> FileClient::update(FileId id, Metadata metadata) {
+  FileCall<FileRecord> call;
+  call.about = fmt::format("update of the file {}", id.text());
+  Dictionary entries = detail::dictionaryFrom(metadata);
+  entries.set(binary::keys::kFileId, id.text());
+  call.send = [url = files_->url(), entries, id = std::move(id)](
+                  const Dictionary& headers, const Settings& settings,
+                  const Callback& callback) -> Outcome<void> {
+    if (auto good = checked(id); !good) return good;
+    FileStorageManager::sharedInstance().updateWithUrl(
+        url, Dictionary{{binary::keys::kHeaders, headers}, {binary::keys::kMetadata, entries}},
+        callback, optionsWith(settings));
+    return {};
+  };
+  call.read = [entries](const Dictionary& /*result*/) -> Outcome<FileRecord> {
+    return detail::recordFrom(entries);
+  };
+  return Transfer(FileOperation<FileRecord>::begin(files_, std::move(call)));
+}
+
+Transfer<std::uint64_t> FileClient::remove(FileId id) {
+  FileCall<std::uint64_t> call;
+  call.about = fmt::format("delete of the file {}", id.text());
+  call.send = [url = files_->url(), id = std::move(id)](const Dictionary& headers,
+                                                        const Settings& settings,
+                                                        const Callback& callback) -> Outcome<void> {
+    if (auto good = checked(id); !good) return good;
+    FileStorageManager::sharedInstance().deleteWithUrl(url, id.text(), Dictionary{}, headers,
+                                                       callback, optionsWith(settings));
+    return {};
+  };
+  call.read = deletedIn;
+  return Transfer(FileOperation<std::uint64_t>::begin(files_, std::move(call)));
+}
+
+Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) {
+  FileCall<std::uint64_t> call;
+  call.about = fmt::format("delete of the files with {}", detail::expressionFrom(filter));
+  call.send = [url = files_->url(), filter = std::move(filter)](
+                  const Dictionary& headers, const Settings& settings,
+                  const Callback& callback) -> Outcome<void> {
+    if (filter.empty()) {
+      return detail::failureOf(Kind::kInvalidArgument,
+                               "The filter is empty, which would delete every file");
+    }
+    if (auto good = checked(filter); !good) return good;
+    const Dictionary criteria = detail::criteriaFrom(filter);
+    if (criteria.empty()) {
+      return detail::failureOf(Kind::kInvalidArgument,
+                               "The filter wants two values of one entry, which no file has");
+    }
+    FileStorageManager::sharedInstance().deleteByCriteria(url, criteria, headers, callback,
+                                                          optionsWith(settings));
+    return {};
+  };
+  call.read = deletedIn;
+  return Transfer(FileOperation<std::uint64_t>::begin(files_, std::move(call)));
+}
+
+}  // namespace varo

@@ -1,0 +1,120 @@
+#include "Client/FileDestination.h"
+
+#include "Client/Failures.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/File.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <exception>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <variant>
+
+namespace varo::detail {
+
+using platform::Data;
+using platform::Durability;
+using platform::Error;
+using platform::Result;
+namespace fs = std::filesystem;
+
+namespace {
+
+/// Names tried before giving up: "photo (1).jpg" and so on.
+constexpr int kMostNumbers = 10000;
+
+bool isThere(const fs::path& path) {
+  return platform::fileKindAt(path.string()) != platform::FileKind::kNothing;
+}
+
+fs::path numbered(const fs::path& path, int number) {
+  return path.parent_path() /
+         fmt::format("{} ({}){}", path.stem().string(), number, path.extension().string());
+}
+
+bool isTaken(const Result<void>& stored) {
+  return !stored && stored.error()->domain() == platform::kPosixErrorDomain &&
+         stored.error()->code() == EEXIST;
+}
+
+Result<std::string> storeAt(const fs::path& path, IfExists ifExists, const Data& bytes) {
+  fs::path name = path;
+  if (ifExists == IfExists::kReplace) {
+    if (auto stored = platform::storeFile(name.string(), bytes, Durability::kSynced); !stored) {
+      return stored.error();
+    }
+    return name.string();
+  }
+  for (int number = 1;; ++number) {
+    // Somebody else may make the file at any moment, so storing it decides, not a look before.
+    const auto stored = platform::storeNewFile(name.string(), bytes, Durability::kSynced);
+    if (stored) return name.string();
+    if (isTaken(stored) && ifExists == IfExists::kKeep) return name.string();
+    if (!isTaken(stored) || ifExists == IfExists::kFail || number > kMostNumbers) {
+      return stored.error();
+    }
+    name = numbered(path, number);
+  }
+}
+
+Result<std::string> drain(const Sink& sink, const Data& bytes) {
+  try {
+    auto passed = bytes.forEachPiece([&sink](std::string_view piece) -> Result<void> {
+      sink(std::as_bytes(std::span(piece)));
+      return {};
+    });
+    if (!passed) return passed.error();
+    return std::string();
+  } catch (const std::exception& thrown) {
+    return Error::make("Sink", 0, fmt::format("the sink threw: {}", thrown.what()));
+  } catch (...) {  // an application's code may throw anything
+    return Error::make("Sink", 0, "the sink threw");
+  }
+}
+
+Outcome<PreparedDestination> prepareFile(fs::path path, IfExists ifExists) {
+  if (!path.has_filename()) {
+    return failureOf(Kind::kInvalidArgument,
+                     fmt::format("The destination \"{}\" names no file", path.string()));
+  }
+  const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  std::error_code none;
+  if (!fs::is_directory(directory, none)) {
+    return failureOf(Kind::kLocalFile,
+                     fmt::format("There is no directory \"{}\" for the download", directory.string()));
+  }
+  if (isThere(path) && ifExists == IfExists::kFail) {
+    return failureOf(Kind::kConflict,
+                     fmt::format("\"{}\" is there already; nothing was fetched", path.string()));
+  }
+  PreparedDestination prepared;
+  if (isThere(path) && ifExists == IfExists::kKeep) prepared.kept = path;
+  prepared.destination.spoolDirectory = directory.string();
+  prepared.destination.store = [path = std::move(path), ifExists](const Data& bytes) {
+    return storeAt(path, ifExists, bytes);
+  };
+  return prepared;
+}
+
+}  // namespace
+
+Outcome<PreparedDestination> prepare(Destination to, IfExists ifExists) {
+  if (auto* path = std::get_if<fs::path>(&to)) return prepareFile(std::move(*path), ifExists);
+  auto sink = std::get<Sink>(std::move(to));
+  if (sink == nullptr) {
+    return failureOf(Kind::kInvalidArgument, "The destination is an empty function");
+  }
+  PreparedDestination prepared;
+  prepared.destination.store = [sink = std::move(sink)](const Data& bytes) {
+    return drain(sink, bytes);
+  };
+  return prepared;
+}
+
+}  // namespace varo::detail

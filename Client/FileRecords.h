@@ -1,0 +1,29 @@
+#pragma once
+
+#include "Platform/Foundation/Value.h"
+#include "varo/files.h"
+#include "varo/metadata.h"
+
+#include <optional>
+#include <string>
+
+namespace varo::detail {
+
+/// A record of the service. What is no scalar in it is left out.
+[[nodiscard]] FileRecord recordFrom(const platform::Dictionary& record);
+
+/// The same the other way.
+[[nodiscard]] platform::Dictionary dictionaryFrom(const Metadata& metadata);
+
+/// `filter` as the service reads it: "owner eq 'ann' and kind eq '3'". Empty for all files.
+[[nodiscard]] std::string expressionFrom(const Filter& filter);
+
+/// `filter` as criteria of a delete. Empty where two terms want different values of one entry: then
+/// no file has both.
+[[nodiscard]] platform::Dictionary criteriaFrom(const Filter& filter);
+
+/// The first name of the filter that is none of an entry of metadata: letters, digits, underscores.
+/// It stands in the expression as it is, so another one could ask for something else.
+[[nodiscard]] std::optional<std::string> unusableNameIn(const Filter& filter);
+
+}  // namespace varo::detail

@@ -1,0 +1,120 @@
+#include "Client/FilesCore.h"
+
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
+#include "Client/ClientTransport.h"
+#include "Client/Failures.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Network/HeaderRules.h"
+
+#include <fmt/format.h>
+
+#include <exception>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace varo::detail {
+
+using binary::OperationSettings;
+using platform::Dictionary;
+
+namespace {
+
+constexpr int kMostParallel = 256;
+constexpr std::uint64_t kMostChunk = std::uint64_t{1} << 40;
+
+std::string withoutSlashes(std::string url) {
+  while (!url.empty() && url.back() == '/') url.pop_back();
+  return url;
+}
+
+/// None, or what is wrong with the options.
+std::optional<Failure> mistakeIn(const Options& options) {
+  const auto wrong = [](std::string what) {
+    return failureOf(Kind::kInvalidArgument, "Options::" + std::move(what));
+  };
+  if (options.url.empty()) return wrong("url is empty");
+  if (!binary::ServerAddress::of(options.url) ||
+      !binary::ValidationUtils::isValidUrl(options.url, nullptr)) {
+    return wrong(fmt::format("url is no http or https URL: \"{}\"", options.url));
+  }
+  if (options.url.find_first_of("?#") != std::string::npos) {
+    return wrong(fmt::format("url has a query or a fragment: \"{}\"", options.url));
+  }
+  if (options.parallel < 1 || options.parallel > kMostParallel) {
+    return wrong(fmt::format("parallel is {}, not from 1 to {}", options.parallel, kMostParallel));
+  }
+  if (options.chunkSize.count == 0 || options.chunkSize.count > kMostChunk) {
+    return wrong(fmt::format("chunkSize is {} bytes, not from 1 to 1 TiB", options.chunkSize.count));
+  }
+  if (options.connectTimeout.count() <= 0) return wrong("connectTimeout is not positive");
+  if (options.stallTimeout.count() <= 0) return wrong("stallTimeout is not positive");
+  for (const auto& [name, value] : options.headers) {
+    if (auto checked = platform::checkHeader(name, value); !checked) {
+      return wrong("headers: " + checked.error()->localizedDescription());
+    }
+  }
+  std::error_code none;
+  if (!options.tls.caFile.empty() && !std::filesystem::is_regular_file(options.tls.caFile, none)) {
+    return wrong(fmt::format("tls.caFile is no file: \"{}\"", options.tls.caFile.string()));
+  }
+  return std::nullopt;
+}
+
+Outcome<Credentials> ask(const std::function<Outcome<Credentials>()>& provider) {
+  try {
+    return provider();
+  } catch (const std::exception& thrown) {
+    return failureOf(Kind::kUnauthorized,
+                     fmt::format("Options::credentials threw: {}", thrown.what()));
+  } catch (...) {  // an application's code may throw anything
+    return failureOf(Kind::kUnauthorized, "Options::credentials threw");
+  }
+}
+
+platform::NetworkConfiguration configurationOf(const Options& options) {
+  platform::NetworkConfiguration configuration;
+  configuration.connectTimeout = options.connectTimeout;
+  configuration.stallTimeout = options.stallTimeout;
+  configuration.caFile = options.tls.caFile.string();
+  return configuration;
+}
+
+}  // namespace
+
+Outcome<std::shared_ptr<Files>> Files::create(Options options) {
+  if (auto mistake = mistakeIn(options)) return *std::move(mistake);
+  if (platform::Runtime::shared().isShutDown()) {
+    return failureOf(Kind::kShutDown, "The library has been shut down");
+  }
+  return std::make_shared<Files>(std::move(options));
+}
+
+Files::Files(Options options)
+    : options_(std::move(options)),
+      url_(withoutSlashes(options_.url)),
+      places_(std::make_shared<Places>(static_cast<std::size_t>(options_.parallel))),
+      transport_(makeClientTransport(configurationOf(options_))) {}
+
+Outcome<Dictionary> Files::headers() const {
+  Dictionary headers;
+  for (const auto& [name, value] : options_.headers) headers.set(name, value);
+  if (options_.credentials == nullptr) return headers;
+  Outcome<Credentials> credentials = ask(options_.credentials);
+  if (!credentials) return std::move(credentials).error();
+  if (!credentials->token.empty()) headers.set(binary::kVaroAuthorization, credentials->token);
+  return headers;
+}
+
+std::shared_ptr<OperationSettings> Files::settings() const {
+  auto settings = std::make_shared<OperationSettings>();
+  settings->policy = binary::TransferPolicy::kSafe;
+  settings->transport = transport_;
+  return settings;
+}
+
+}  // namespace varo::detail

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Client/Places.h"
+#include "Platform/Foundation/Cancellation.h"
+#include "Platform/Foundation/Value.h"
+#include "varo/options.h"
+#include "varo/outcome.h"
+
+#include <memory>
+#include <string>
+
+namespace varo::detail {
+
+/// What the copies of a `FileClient` share. Immutable, but for the places; thread-safe.
+class Files {
+ public:
+  /// The first option that is wrong, by its name.
+  [[nodiscard]] static Outcome<std::shared_ptr<Files>> create(Options options);
+
+  explicit Files(Options options);
+
+  [[nodiscard]] const std::string& url() const noexcept { return url_; }
+  [[nodiscard]] const Options& options() const noexcept { return options_; }
+  [[nodiscard]] const std::shared_ptr<Places>& places() const noexcept { return places_; }
+
+  /// The headers of the requests of one operation; asks for the credentials.
+  [[nodiscard]] Outcome<platform::Dictionary> headers() const;
+  /// A copy of the settings of every operation, to be completed.
+  [[nodiscard]] std::shared_ptr<binary::OperationSettings> settings() const;
+
+ private:
+  const Options options_;
+  /// Without a slash at its end.
+  const std::string url_;
+  const std::shared_ptr<Places> places_;
+  const std::shared_ptr<platform::HttpTransport> transport_;
+};
+
+}  // namespace varo::detail

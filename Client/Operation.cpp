@@ -1,0 +1,120 @@
+#include "Client/Operation.h"
+
+#include "Client/Failures.h"
+#include "Client/Places.h"
+#include "Client/Running.h"
+
+#include <exception>
+#include <utility>
+
+namespace varo::detail {
+
+using platform::MutexLock;
+
+namespace {
+
+Failure cancelled() { return failureOf(Kind::kCancelled, "The operation was cancelled"); }
+
+}  // namespace
+
+Operation::Operation(std::shared_ptr<Places> places) : places_(std::move(places)) {}
+
+void Operation::begin() { places_->wait(shared_from_this()); }
+
+void Operation::start() noexcept {
+  std::uint64_t run = 0;
+  std::shared_ptr<platform::Cancellation> cancellation;
+  try {
+    cancellation = std::make_shared<platform::Cancellation>();
+    {
+      const MutexLock lock(mutex_);
+      if (phase_ == Phase::kWaiting) {
+        phase_ = Phase::kRunning;
+        run = ++run_;
+        cancellation_ = cancellation;
+        running().enter(State::kRunning);
+      }
+    }
+    // Paused or given up while it waited.
+    if (run == 0) return places_->giveBack(shared_from_this());
+    launch(run, cancellation);
+  } catch (const std::exception& thrown) {
+    failed(run, failureOf(Kind::kOther, thrown.what()));
+  }
+}
+
+void Operation::cancel() {
+  std::shared_ptr<platform::Cancellation> cancellation;
+  {
+    const MutexLock lock(mutex_);
+    cancelled_ = true;
+    if (phase_ == Phase::kRunning || phase_ == Phase::kPausing) {
+      cancellation = cancellation_;
+    } else if (phase_ != Phase::kEnded) {
+      phase_ = Phase::kEnded;
+    } else {
+      return;
+    }
+  }
+  if (cancellation != nullptr) return cancellation->cancel();
+  finish(cancelled());
+}
+
+void Operation::pause() {
+  std::shared_ptr<platform::Cancellation> cancellation;
+  {
+    const MutexLock lock(mutex_);
+    resumes_ = false;
+    if (phase_ == Phase::kWaiting) {
+      phase_ = Phase::kPaused;
+      running().enter(State::kPaused);
+    } else if (phase_ == Phase::kRunning && canPause()) {
+      phase_ = Phase::kPausing;
+      cancellation = cancellation_;
+    } else {
+      return;
+    }
+  }
+  if (cancellation != nullptr) cancellation->cancel();
+}
+
+void Operation::resume() {
+  {
+    const MutexLock lock(mutex_);
+    // What it runs on is about to stop: it begins again then.
+    if (phase_ == Phase::kPausing) resumes_ = true;
+    if (phase_ != Phase::kPaused) return;
+    phase_ = Phase::kWaiting;
+    running().enter(State::kWaiting);
+  }
+  begin();
+}
+
+Operation::RunEnd Operation::endRun(std::uint64_t run, bool wasStopped) {
+  const MutexLock lock(mutex_);
+  if (run != run_ || (phase_ != Phase::kRunning && phase_ != Phase::kPausing)) return RunEnd::kLate;
+  const bool isPause = phase_ == Phase::kPausing && wasStopped && !cancelled_;
+  if (!isPause) {
+    phase_ = Phase::kEnded;
+    return RunEnd::kEnd;
+  }
+  phase_ = Phase::kPaused;
+  running().enter(State::kPaused);
+  return std::exchange(resumes_, false) ? RunEnd::kPauseAndResume : RunEnd::kPause;
+}
+
+void Operation::succeeded(std::uint64_t run, const platform::Value& result) noexcept {
+  if (endRun(run, false) == RunEnd::kLate) return;
+  places_->giveBack(shared_from_this());
+  finish(result);
+}
+
+void Operation::failed(std::uint64_t run, Failure failure) noexcept {
+  const RunEnd end = endRun(run, failure.kind == Kind::kCancelled);
+  if (end == RunEnd::kLate) return;
+  places_->giveBack(shared_from_this());
+  if (end == RunEnd::kEnd) return finish(std::move(failure));
+  if (end == RunEnd::kPauseAndResume) resume();
+}
+
+}  // namespace varo::detail

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "Client/Control.h"
+#include "Platform/Foundation/Cancellation.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+#include "varo/failure.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace varo::detail {
+
+class Places;
+class RunningBase;
+
+/// One operation on behalf of a handle: waits for a place, runs, and may be paused and run again.
+///
+///   [waiting] --place--> [running] --end--> [ended]
+///       ^  \                 | pause
+///       |   pause            v
+///     resume  \--------> [pausing] --its request has stopped--> [paused]
+///
+/// A pause ends the run: its request is cancelled, and what that tells is taken for the pause. A
+/// resume waits for a place again and begins another run.
+///
+/// Runs are numbered, so that what an earlier one tells late changes nothing. Thread-safe. Nothing is
+/// called with the lock held but `Running::enter`, so that the handle sees the phases in their order.
+class Operation : public Control, public std::enable_shared_from_this<Operation> {
+ public:
+  explicit Operation(std::shared_ptr<Places> places);
+
+  void cancel() final;
+  void pause() final;
+  void resume() final;
+
+  /// Waits for its first place. Once.
+  void begin();
+  /// Called by `Places` when there is a place; gives it back at the end of the run.
+  void start() noexcept;
+
+ protected:
+  /// The request of this run. Exactly one of the two below has to be called in the end, with the
+  /// number of the run, from any thread, here too.
+  virtual void launch(std::uint64_t run,
+                      const std::shared_ptr<platform::Cancellation>& cancellation) = 0;
+  void succeeded(std::uint64_t run, const platform::Value& result) noexcept;
+  void failed(std::uint64_t run, Failure failure) noexcept;
+
+  /// Whether a run may be ended and begun anew without harm.
+  [[nodiscard]] virtual bool canPause() const = 0;
+  /// The end, once: turns what was told into the outcome.
+  virtual void finish(const platform::Value& result) = 0;
+  virtual void finish(Failure failure) = 0;
+  [[nodiscard]] virtual RunningBase& running() = 0;
+
+ private:
+  enum class Phase { kWaiting, kRunning, kPausing, kPaused, kEnded };
+
+  enum class RunEnd { kLate, kPause, kPauseAndResume, kEnd };
+
+  /// What it means that this run has ended; `wasStopped`: by its cancellation.
+  [[nodiscard]] RunEnd endRun(std::uint64_t run, bool wasStopped);
+
+  const std::shared_ptr<Places> places_;
+
+  platform::Mutex mutex_;
+  Phase phase_ VARO_GUARDED_BY(mutex_) = Phase::kWaiting;
+  /// Asked for while it was pausing.
+  bool resumes_ VARO_GUARDED_BY(mutex_) = false;
+  bool cancelled_ VARO_GUARDED_BY(mutex_) = false;
+  std::uint64_t run_ VARO_GUARDED_BY(mutex_) = 0;
+  std::shared_ptr<platform::Cancellation> cancellation_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::detail

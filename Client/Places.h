@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
+#include "Platform/Foundation/Mutex.h"
+
+#include <cstddef>
+#include <memory>
+
+namespace varo::detail {
+
+class Operation;
+
+/// The places of a client's operations: so many run at once, the others wait for their turn, in the
+/// order in which they came. Thread-safe.
+class Places {
+ public:
+  explicit Places(std::size_t count) : queue_(count) {}
+
+  /// Has the operation started when there is a place, on a thread of the pool. One that waits
+  /// already keeps its turn.
+  void wait(const std::shared_ptr<Operation>& operation);
+  /// The operation does not need its place any more.
+  void giveBack(const std::shared_ptr<Operation>& operation);
+
+ private:
+  void fill();
+
+  binary::BoundedQueue<Operation> queue_;
+  platform::Mutex mutex_;
+  /// Whether a thread fills the places. After the pool's shutdown an operation starts, fails and gives
+  /// its place back inside `fill`, and a call within a call for each of them would use up the stack.
+  bool filling_ VARO_GUARDED_BY(mutex_) = false;
+  bool again_ VARO_GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace varo::detail

@@ -1,0 +1,206 @@
+#include "Client/Running.h"
+
+#include "Platform/Foundation/Runtime.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace varo::detail {
+
+using platform::MutexLock;
+using std::chrono::steady_clock;
+
+namespace {
+
+/// Progress is shown at most ten times a second.
+constexpr std::chrono::milliseconds kBetweenProgress{100};
+/// Over less, a rate says nothing.
+constexpr std::chrono::milliseconds kLeastForRate{200};
+/// A wait without an end would overflow the clock.
+constexpr std::chrono::hours kLongestWait{24 * 365};
+
+}  // namespace
+
+RunningBase::RunningBase(const platform::Clock& clock) : clock_(clock), callbacks_("transfer") {}
+
+void RunningBase::setOnProgress(std::function<void(const Progress&)> callback) {
+  const MutexLock lock(mutex_);
+  onProgress_.swap(callback);
+}
+
+void RunningBase::cancelWith(const std::stop_token& token) {
+  // Made without the lock, since a stop that was requested before cancels here and now.
+  auto stop = std::make_unique<std::stop_callback<std::function<void()>>>(
+      token, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->cancel();
+      });
+  const MutexLock lock(mutex_);
+  stop_.swap(stop);
+}
+
+void RunningBase::drivenBy(std::shared_ptr<Control> control) {
+  const MutexLock lock(mutex_);
+  control_.swap(control);
+}
+
+std::shared_ptr<Control> RunningBase::control() const {
+  const MutexLock lock(mutex_);
+  return control_;
+}
+
+void RunningBase::cancel() {
+  if (const auto driver = control()) driver->cancel();
+}
+
+void RunningBase::pause() {
+  if (const auto driver = control()) driver->pause();
+}
+
+void RunningBase::resume() {
+  if (const auto driver = control()) driver->resume();
+}
+
+State RunningBase::state() const {
+  const MutexLock lock(mutex_);
+  return state_;
+}
+
+Progress RunningBase::progress() const {
+  const MutexLock lock(mutex_);
+  return progress_;
+}
+
+void RunningBase::wait() const {
+  const MutexLock lock(mutex_);
+  while (state_ != State::kDone) changed_.wait(mutex_);
+}
+
+bool RunningBase::waitFor(std::chrono::milliseconds most) const {
+  const auto until = steady_clock::now() + std::min<std::chrono::milliseconds>(most, kLongestWait);
+  const MutexLock lock(mutex_);
+  while (state_ != State::kDone) {
+    if (changed_.waitUntil(mutex_, until) == std::cv_status::timeout) {
+      return state_ == State::kDone;
+    }
+  }
+  return true;
+}
+
+bool RunningBase::resumeAtEnd(std::coroutine_handle<> waiting) {
+  const MutexLock lock(mutex_);
+  if (state_ == State::kDone) return false;
+  waiting_.push_back(waiting);
+  return true;
+}
+
+void RunningBase::enter(State state) {
+  const MutexLock lock(mutex_);
+  if (state_ == State::kDone) return;
+  state_ = state;
+  // Pauses do not count in the rate.
+  if (state == State::kRunning) {
+    begun_ = clock_.steadyNow();
+    doneAtBegin_ = progress_.done;
+  }
+}
+
+void RunningBase::reached(std::uint64_t done, std::uint64_t total) {
+  {
+    const MutexLock lock(mutex_);
+    if (state_ == State::kDone) return;
+    const auto now = clock_.steadyNow();
+    progress_.done = std::max(progress_.done, done);
+    progress_.total = std::max(total, total == 0 ? total : progress_.done);
+    measureRateLocked(now);
+    if (onProgress_ == nullptr || now - shown_ < kBetweenProgress) return;
+    shown_ = now;
+  }
+  inTurn(&RunningBase::showProgress);
+}
+
+void RunningBase::measureRateLocked(steady_clock::time_point now) {
+  const std::chrono::duration<double> since = now - begun_;
+  if (since < kLeastForRate) return;
+  progress_.bytesPerSecond = static_cast<double>(progress_.done - doneAtBegin_) / since.count();
+  progress_.left.reset();
+  if (progress_.total == 0 || progress_.bytesPerSecond <= 0) return;
+  const auto left = static_cast<double>(progress_.total - progress_.done);
+  progress_.left = std::chrono::seconds(std::llround(left / progress_.bytesPerSecond));
+}
+
+void RunningBase::showProgress() {
+  std::function<void(const Progress&)> callback;
+  Progress progress;
+  {
+    const MutexLock lock(mutex_);
+    callback = onProgress_;
+    progress = progress_;
+  }
+  if (callback != nullptr) callback(progress);
+}
+
+void RunningBase::showLastProgress() {
+  {
+    const MutexLock lock(mutex_);
+    if (!std::exchange(lastIsDue_, false)) return;
+  }
+  showProgress();
+}
+
+std::shared_ptr<Control> RunningBase::endLocked() {
+  state_ = State::kDone;
+  progress_.left = std::chrono::seconds(0);
+  lastIsDue_ = true;
+  return std::exchange(control_, nullptr);
+}
+
+void RunningBase::ended() {
+  std::vector<std::coroutine_handle<>> waiting;
+  {
+    const MutexLock lock(mutex_);
+    waiting.swap(waiting_);
+    changed_.notifyAll();
+  }
+  inTurn(&RunningBase::showLastProgress);
+  platform::ThreadPool& pool = platform::Runtime::shared().pool();
+  for (const auto& coroutine : waiting) pool.postOrRun([coroutine] { coroutine.resume(); });
+}
+
+void RunningBase::inTurn(Turn turn) noexcept {
+  callbacks_.async([self = shared_from_this(), turn] { self->take(turn); });
+}
+
+void RunningBase::take(Turn turn) noexcept {
+  {
+    const MutexLock lock(mutex_);
+    if (closed_) return;
+    calling_ = std::this_thread::get_id();
+  }
+  platform::ThreadPool::runHere([this, turn] { (this->*turn)(); });
+  const MutexLock lock(mutex_);
+  calling_.reset();
+  changed_.notifyAll();
+}
+
+void RunningBase::close() noexcept {
+  std::unique_ptr<std::stop_callback<std::function<void()>>> stop;
+  {
+    const MutexLock lock(mutex_);
+    closed_ = true;
+    stop.swap(stop_);
+  }
+  stop.reset();  // without the lock: it waits for a cancel that it makes at this moment
+  cancel();
+  abandon();
+  waitForTurn();
+  // One by one: the callback of the progress may throw.
+  platform::ThreadPool::runHere([this] { showLastProgress(); });
+  platform::ThreadPool::runHere([this] { callOnDone(); });
+}
+
+void RunningBase::waitForTurn() noexcept {
+  const MutexLock lock(mutex_);
+  while (calling_ && *calling_ != std::this_thread::get_id()) changed_.wait(mutex_);
+}
+
+}  // namespace varo::detail

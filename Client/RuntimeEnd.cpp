@@ -1,0 +1,29 @@
+#include "Platform/Foundation/Runtime.h"
+#include "varo/runtime.h"
+#include "varo/version.h"
+
+#include <future>
+#include <memory>
+#include <thread>
+
+namespace varo {
+
+std::string_view version() noexcept { return VARO_VERSION; }
+
+bool shutDown(std::chrono::milliseconds most) {
+  platform::Runtime& runtime = platform::Runtime::shared();
+  if (runtime.pool().runsInThisThread()) {
+    runtime.shutdown();  // ends what is waited for; the rest follows from elsewhere
+    return false;
+  }
+  // A callback may never return, and joining its thread would wait for it.
+  const auto done = std::make_shared<std::promise<void>>();
+  std::future<void> joined = done->get_future();
+  std::thread([&runtime, done] {
+    runtime.shutdown();
+    done->set_value();
+  }).detach();
+  return joined.wait_for(most) == std::future_status::ready;
+}
+
+}  // namespace varo

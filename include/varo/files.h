@@ -1,0 +1,95 @@
+#pragma once
+
+#include "varo/export.h"
+#include "varo/metadata.h"
+#include "varo/names.h"
+#include "varo/options.h"
+#include "varo/source.h"
+#include "varo/transfer.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace varo {
+
+namespace detail {
+class Files;
+}  // namespace detail
+
+/// A file as the service describes it.
+struct FileRecord {
+  FileId id;
+  /// "file_name".
+  std::string name;
+  /// None where the service does not say it.
+  std::optional<Bytes> size;
+  /// All entries of the record that are a text, a number or a truth value, the above included.
+  Metadata metadata;
+};
+
+struct UploadOptions {
+  /// Empty: the last component of the source's path; a source without a path needs one.
+  std::string name = {};
+  /// Further entries of the record.
+  Metadata metadata = {};
+  /// The namespace that the file is in, and the key that protects it; empty for none.
+  std::string fileNamespace = {};
+  std::string securityKey = {};
+  /// None: the client's.
+  std::optional<Bytes> chunkSize = {};
+};
+
+struct DownloadOptions {
+  IfExists ifExists = IfExists::kFail;
+  /// The namespace that the file is in, and the key that protects it; empty for none.
+  std::string fileNamespace = {};
+  std::string securityKey = {};
+};
+
+/// The files of one service.
+///
+/// A client is a cheap handle: its copies share connections, settings and limits. Thread-safe.
+/// Operations that are under way go on when the last copy is gone. A client that was moved from
+/// gives `Kind::kInvalidArgument` for everything.
+class FileClient {
+ public:
+  /// Checks the options; sends nothing. `Kind::kInvalidArgument` names the option that is wrong,
+  /// `Kind::kShutDown` after `shutDown`.
+  [[nodiscard]] static VARO_API Outcome<FileClient> create(Options options);
+
+  /// Creates the record, sends the bytes, commits.
+  ///
+  /// - `Failure::begun` names the record that a failure leaves behind.
+  /// - Cancelled: the record is removed again; where that fails, `begun` names it.
+  VARO_API Transfer<FileRecord> upload(Source source, UploadOptions options = {});
+
+  /// Brings a file's bytes to `to`; a path has to be that of the file, not of a directory, and its
+  /// directory has to be there. The outcome is where the file is, empty for a `Sink`.
+  VARO_API Transfer<std::filesystem::path> download(FileId id, Destination to,
+                                                    DownloadOptions options = {});
+
+  /// The records of the files that match.
+  VARO_API Transfer<std::vector<FileRecord>> list(Filter filter = {});
+
+  /// Replaces the metadata of a file.
+  VARO_API Transfer<FileRecord> update(FileId id, Metadata metadata);
+
+  /// Deletes a file, or gives up an upload that was begun. How many there were; a file that is not
+  /// there is `Kind::kNotFound`.
+  VARO_API Transfer<std::uint64_t> remove(FileId id);
+
+  /// Deletes all files that match, and says how many. An empty filter is
+  /// `Kind::kInvalidArgument`: nothing is deleted because something was left out.
+  VARO_API Transfer<std::uint64_t> removeWhere(Filter filter);
+
+ private:
+  explicit FileClient(std::shared_ptr<detail::Files> files) : files_(std::move(files)) {}
+
+  std::shared_ptr<detail::Files> files_;
+};
+
+}  // namespace varo

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <compare>
+#include <ostream>
+#include <string>
+#include <utility>
+
+namespace varo {
+
+/// A text that names one kind of thing. Two kinds cannot be swapped: a `FileId` is no `BlobId`, and
+/// neither is made from a text without saying so.
+template <typename Tag>
+class Name {
+ public:
+  /// Names nothing.
+  Name() = default;
+  explicit Name(std::string text) : text_(std::move(text)) {}
+
+  [[nodiscard]] const std::string& text() const noexcept { return text_; }
+  [[nodiscard]] bool empty() const noexcept { return text_.empty(); }
+
+  friend bool operator==(const Name&, const Name&) = default;
+  friend auto operator<=>(const Name&, const Name&) = default;
+  friend std::ostream& operator<<(std::ostream& out, const Name& name) { return out << name.text_; }
+
+ private:
+  std::string text_;
+};
+
+/// A file on the service, as the service names it.
+using FileId = Name<struct FileIdTag>;
+/// A blob of an offline database.
+using BlobId = Name<struct BlobIdTag>;
+/// An object of a store, as people write it: "photos/Ann 1.jpg". It is percent-encoded where an
+/// address or a signature needs that.
+using ObjectKey = Name<struct ObjectKeyTag>;
+
+}  // namespace varo

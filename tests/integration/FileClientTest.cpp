@@ -1,0 +1,258 @@
+#include "Platform/Foundation/Mutex.h"
+#include "tests/support/Await.h"
+#include "tests/support/Files.h"
+#include "tests/support/SandboxFixture.h"
+#include "varo/client.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <coroutine>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <latch>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace varo {
+namespace {
+
+using namespace std::chrono_literals;
+using sandbox::FaultRule;
+using test::contentOf;
+using test::writeFile;
+using testing::HasSubstr;
+
+std::string textOf(std::span<const std::byte> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+class FileClientTest : public sandbox::SandboxTest {
+ protected:
+  FileClient client(std::string token = {}) {
+    Options options{.url = server_->url() + "/"};
+    if (!token.empty()) options.credentials = [token] { return Credentials{token}; };
+    options.chunkSize = 64_KiB;
+    return FileClient::create(options).value();
+  }
+
+  [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }
+};
+
+TEST_F(FileClientTest, UploadsListsDownloadsUpdatesAndRemoves) {
+  FileClient files = client();
+  const std::string content = sandbox::sampleBytes(200'000);
+  writeFile(path("photo.jpg"), content);
+  std::uint64_t last = 0;
+  const auto uploaded =
+      files.upload(Source::file(path("photo.jpg")), {.metadata = {{"owner", "ann's"}, {"kind", 3}}})
+          .onProgress([&](const Progress& progress) {
+            EXPECT_GE(progress.done, last);
+            last = progress.done;
+          })
+          .get();
+  ASSERT_TRUE(uploaded) << uploaded.error().message;
+  EXPECT_EQ(last, content.size());
+  EXPECT_EQ(uploaded->name, "photo.jpg");
+
+  const auto found = files.list(field("owner") == "ann's" && field("kind") == 3).get();
+  ASSERT_TRUE(found) << found.error().message;
+  ASSERT_EQ(found->size(), 1U);
+  EXPECT_EQ(found->front().id, uploaded->id);
+  EXPECT_EQ(found->front().size, Bytes(content.size()));
+  EXPECT_EQ(files.list(field("owner") == "x' or owner eq 'ann").get()->size(), 0U);
+
+  EXPECT_EQ(files.download(uploaded->id, path("copy.jpg")).get().value(), path("copy.jpg"));
+  EXPECT_EQ(contentOf(path("copy.jpg")), content);
+  std::string streamed;
+  const Sink sink = [&](std::span<const std::byte> bytes) { streamed += textOf(bytes); };
+  EXPECT_TRUE(files.download(uploaded->id, sink).get());
+  EXPECT_EQ(streamed, content);
+
+  ASSERT_TRUE(files.update(uploaded->id, {{"owner", "bob"}}).get());
+  EXPECT_EQ(files.list(field("owner") == "bob").get()->size(), 1U);
+  EXPECT_EQ(files.remove(uploaded->id).get().value(), 1U);
+  EXPECT_TRUE(files.list().get()->empty());
+}
+
+TEST_F(FileClientTest, SendsWhatAReaderGivesAndRefusesWhatItMustNotDo) {
+  const std::string content = sandbox::sampleBytes(300'000);
+  const auto reader = [&content](std::size_t size) -> Reader {
+    return [&content, size, at = std::size_t{0}](std::span<std::byte> buffer) mutable {
+      const std::size_t count = std::min(buffer.size(), size - at);
+      std::memcpy(buffer.data(), content.data() + at, count);
+      at += count;
+      return std::optional(count);
+    };
+  };
+  FileClient files = client();
+  const auto sent = files.upload(Source::reader(reader(content.size())), {.name = "a"}).get();
+  ASSERT_TRUE(sent) << sent.error().message;
+  std::string streamed;
+  ASSERT_TRUE(files.download(sent->id, Sink([&](auto bytes) { streamed += textOf(bytes); })).get());
+  EXPECT_EQ(streamed, content);
+
+  const Reader stops = [](std::span<std::byte>) { return std::optional<std::size_t>(); };
+  const Reader throws = [](std::span<std::byte>) -> std::optional<std::size_t> {
+    throw std::runtime_error("no more tape");
+  };
+  const std::vector<std::pair<Source, std::string>> cases = {
+      {Source::reader(Bytes(5), reader(4)), "4 bytes where 5"},
+      {Source::reader(Bytes(5), reader(6)), "more bytes where 5"},
+      {Source::reader(stops), "could not go on"},
+      {Source::reader(throws), "no more tape"},
+      {Source::file(path("none")), "none"},
+  };
+  for (const auto& [source, words] : cases) {
+    const auto refused = files.upload(source, {.name = "a"}).get();
+    ASSERT_FALSE(refused) << words;
+    EXPECT_EQ(refused.error().kind, Kind::kLocalFile) << words;
+    EXPECT_THAT(refused.error().message, HasSubstr(words));
+  }
+  EXPECT_EQ(files.list().get()->size(), 1U);
+}
+
+TEST_F(FileClientTest, DoesWhatIsAskedWhereTheFileIsThere) {
+  const FileId id(storedFile("new"));
+  FileClient files = client();
+  writeFile(path("a.txt"), "old");
+  const auto fetch = [&](IfExists ifExists) {
+    return files.download(id, path("a.txt"), {.ifExists = ifExists}).get();
+  };
+  const auto refused = fetch(IfExists::kFail);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().kind, Kind::kConflict);
+  EXPECT_EQ(fetch(IfExists::kKeep).value(), path("a.txt"));
+  EXPECT_EQ(contentOf(path("a.txt")), "old");
+  EXPECT_EQ(fetch(IfExists::kNumber).value(), path("a (1).txt"));
+  EXPECT_EQ(fetch(IfExists::kNumber).value(), path("a (2).txt"));
+  EXPECT_EQ(contentOf(path("a (2).txt")), "new");
+  EXPECT_EQ(fetch(IfExists::kReplace).value(), path("a.txt"));
+  EXPECT_EQ(contentOf(path("a.txt")), "new");
+  EXPECT_EQ(files.download(id, path("no/such/folder")).get().error().kind, Kind::kLocalFile);
+}
+
+TEST_F(FileClientTest, NamesTheOptionThatIsWrong) {
+  const std::vector<std::pair<std::function<void(Options&)>, std::string>> cases = {
+      {[](Options& o) { o.url = ""; }, "Options::url"},
+      {[](Options& o) { o.url = "ftp://host"; }, "Options::url"},
+      {[](Options& o) { o.url = "http://host/?a=b"; }, "Options::url"},
+      {[](Options& o) { o.parallel = 0; }, "Options::parallel"},
+      {[](Options& o) { o.chunkSize = 0_B; }, "Options::chunkSize"},
+      {[](Options& o) { o.headers["X a"] = "b"; }, "Options::headers"},
+      {[](Options& o) { o.headers["X-A"] = "b\r\nc"; }, "Options::headers"},
+      {[](Options& o) { o.stallTimeout = 0s; }, "Options::stallTimeout"},
+      {[](Options& o) { o.tls.caFile = "/none"; }, "Options::tls.caFile"},
+  };
+  for (const auto& [spoil, words] : cases) {
+    Options options{.url = "http://host"};
+    spoil(options);
+    const auto refused = FileClient::create(options);
+    ASSERT_FALSE(refused) << words;
+    EXPECT_EQ(refused.error().kind, Kind::kInvalidArgument);
+    EXPECT_THAT(refused.error().message, HasSubstr(words));
+  }
+  FileClient files = client();
+  EXPECT_EQ(files.removeWhere({}).get().error().kind, Kind::kInvalidArgument);
+  EXPECT_EQ(files.removeWhere(field("a b") == 1).get().error().kind, Kind::kInvalidArgument);
+  EXPECT_EQ(files.remove(FileId("a' or 'b")).get().error().kind, Kind::kInvalidArgument);
+  EXPECT_EQ(files.upload(Source::text("x")).get().error().kind, Kind::kInvalidArgument);
+}
+
+TEST_F(FileClientTest, TellsWhatKindOfFailureItWas) {
+  struct Case {
+    std::string name;
+    sandbox::FaultAction action;
+    Kind kind;
+    bool isWorthRetrying;
+  };
+  const std::vector<Case> cases = {
+      {"401", {.status = 401}, Kind::kUnauthorized, false},
+      {"404", {.status = 404}, Kind::kNotFound, false},
+      {"409", {.status = 409}, Kind::kConflict, false},
+      {"429", {.status = 429, .headers = {{"Retry-After", "7"}}}, Kind::kThrottled, true},
+      {"503", {.status = 503}, Kind::kServer, true},
+      {"400", {.status = 400}, Kind::kServer, false},
+      {"opstatus", {.opstatus = 17}, Kind::kServer, false},
+      {"page", {.body = "<html>", .contentType = "text/html"}, Kind::kNotOurService, false},
+      {"cut", {.cutAfter = 5}, Kind::kNoConnection, true},
+      {"drop", {.drop = true}, Kind::kNoConnection, true},
+      {"redirect", {.location = "ftp://elsewhere"}, Kind::kNotOurService, false},
+  };
+  FileClient files = client();
+  for (const Case& wanted : cases) {
+    server_->clearFaults();
+    server_->addFault({.action = wanted.action});
+    const auto outcome = files.list().get();
+    ASSERT_FALSE(outcome) << wanted.name;
+    EXPECT_EQ(nameOf(outcome.error().kind), nameOf(wanted.kind)) << outcome.error().message;
+    EXPECT_EQ(outcome.error().isWorthRetrying(), wanted.isWorthRetrying) << wanted.name;
+    EXPECT_THAT(outcome.error().message, HasSubstr(server_->url())) << wanted.name;
+    if (wanted.name == "429") EXPECT_EQ(outcome.error().retryAfter, 7s);
+    if (wanted.name == "opstatus") EXPECT_EQ(outcome.error().serviceStatus, 17);
+    if (wanted.name == "page") EXPECT_EQ(outcome.error().responseExcerpt, "<html>");
+  }
+  server_->clearFaults();
+  server_->stop();
+  EXPECT_EQ(files.list().get().error().kind, Kind::kNoConnection);
+}
+
+TEST_F(FileClientTest, ClientsOfOneProcessHaveSettingsOfTheirOwn) {
+  sandbox::SandboxOptions strict;
+  strict.requiredToken = "right";
+  restart(strict);
+  FileClient good = client("right");
+  FileClient bad = client("wrong");
+  auto first = good.list();
+  auto second = bad.list();
+  EXPECT_TRUE(first.get());
+  EXPECT_EQ(second.get().error().kind, Kind::kUnauthorized);
+  Options options{.url = server_->url()};
+  options.credentials = []() -> Outcome<Credentials> { throw std::runtime_error("no key"); };
+  EXPECT_THAT(FileClient::create(options)->list().get().error().message, HasSubstr("no key"));
+}
+
+TEST_F(FileClientTest, CancelAndDestructionStopWhatServersHoldUp) {
+  server_->addFault({.action = {.stallAfter = 3, .stallFor = -1ms}});
+  FileClient files = client();
+  auto held = files.list();
+  ASSERT_TRUE(test::eventually([&] { return server_->serviceStats().requests > 0; }));
+  held.cancel();
+  EXPECT_EQ(held.get().error().kind, Kind::kCancelled);
+
+  std::optional<Kind> told;
+  {
+    const auto dropped = files.list().onDone([&](const auto& outcome) {
+      told = outcome.error().kind;
+    });
+  }
+  EXPECT_EQ(told, Kind::kCancelled);
+  std::stop_source stop;
+  auto watched = files.list().cancelWith(stop.get_token());
+  stop.request_stop();
+  EXPECT_EQ(watched.get().error().kind, Kind::kCancelled);
+}
+
+TEST_F(FileClientTest, PausedDownloadGoesOnAndOthersGetItsPlace) {
+  const FileId id(storedFile("content"));
+  Options options{.url = server_->url(), .parallel = 1};
+  FileClient files = FileClient::create(options).value();
+  server_->addFault({.match = {.path = "/bytes/", .count = 1},
+                     .action = {.stallAfter = 3, .stallFor = -1ms}});
+  auto download = files.download(id, path("a"));
+  auto list = files.list();
+  EXPECT_EQ(list.waitFor(50ms), std::nullopt);
+  download.pause();
+  EXPECT_TRUE(list.get());
+  EXPECT_EQ(download.state(), State::kPaused);
+  EXPECT_FALSE(std::filesystem::exists(path("a")));
+  download.resume();
+  EXPECT_TRUE(download.get());
+  EXPECT_EQ(contentOf(path("a")), "content");
+}
+
+}  // namespace
+}  // namespace varo
