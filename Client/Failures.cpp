@@ -20,23 +20,40 @@ namespace varo {
 
 std::string_view nameOf(Kind kind) noexcept {
   switch (kind) {
-    case Kind::kCancelled: return "cancelled";
-    case Kind::kInvalidArgument: return "invalidArgument";
-    case Kind::kNoConnection: return "noConnection";
-    case Kind::kTimeout: return "timeout";
-    case Kind::kTls: return "tls";
-    case Kind::kUnauthorized: return "unauthorized";
-    case Kind::kNotFound: return "notFound";
-    case Kind::kConflict: return "conflict";
-    case Kind::kThrottled: return "throttled";
-    case Kind::kServer: return "server";
-    case Kind::kNotOurService: return "notOurService";
-    case Kind::kIntegrity: return "integrity";
-    case Kind::kLocalFile: return "localFile";
-    case Kind::kDiskFull: return "diskFull";
-    case Kind::kDatabase: return "database";
-    case Kind::kShutDown: return "shutDown";
-    case Kind::kOther: break;
+    case Kind::kCancelled:
+      return "cancelled";
+    case Kind::kInvalidArgument:
+      return "invalidArgument";
+    case Kind::kNoConnection:
+      return "noConnection";
+    case Kind::kTimeout:
+      return "timeout";
+    case Kind::kTls:
+      return "tls";
+    case Kind::kUnauthorized:
+      return "unauthorized";
+    case Kind::kNotFound:
+      return "notFound";
+    case Kind::kConflict:
+      return "conflict";
+    case Kind::kThrottled:
+      return "throttled";
+    case Kind::kServer:
+      return "server";
+    case Kind::kNotOurService:
+      return "notOurService";
+    case Kind::kIntegrity:
+      return "integrity";
+    case Kind::kLocalFile:
+      return "localFile";
+    case Kind::kDiskFull:
+      return "diskFull";
+    case Kind::kDatabase:
+      return "database";
+    case Kind::kShutDown:
+      return "shutDown";
+    case Kind::kOther:
+      break;
   }
   return "other";
 }
@@ -126,24 +143,33 @@ Kind kindOf(TransportFailure failure) {
     case TransportFailure::kNoConnection:
     case TransportFailure::kNoAnswer:
     case TransportFailure::kSendingBroken:
-    case TransportFailure::kCutShort: return Kind::kNoConnection;
-    case TransportFailure::kTimedOut: return Kind::kTimeout;
+    case TransportFailure::kCutShort:
+      return Kind::kNoConnection;
+    case TransportFailure::kTimedOut:
+      return Kind::kTimeout;
     case TransportFailure::kTls:
     case TransportFailure::kCertificateNotTrusted:
-    case TransportFailure::kTrustFileUnusable: return Kind::kTls;
+    case TransportFailure::kTrustFileUnusable:
+      return Kind::kTls;
     case TransportFailure::kBadAnswer:
     case TransportFailure::kTooLarge:
     case TransportFailure::kRedirectRefused:
-    case TransportFailure::kTooManyRedirects: return Kind::kNotOurService;
+    case TransportFailure::kTooManyRedirects:
+      return Kind::kNotOurService;
     case TransportFailure::kInvalidUrl:
     case TransportFailure::kInvalidHeader:
-    case TransportFailure::kInvalidBody: return Kind::kInvalidArgument;
+    case TransportFailure::kInvalidBody:
+      return Kind::kInvalidArgument;
     case TransportFailure::kRequestBodyUnreadable:
-    case TransportFailure::kResponseBodyNotStored: return Kind::kLocalFile;
-    case TransportFailure::kCancelled: return Kind::kCancelled;
-    case TransportFailure::kShutDown: return Kind::kShutDown;
+    case TransportFailure::kResponseBodyNotStored:
+      return Kind::kLocalFile;
+    case TransportFailure::kCancelled:
+      return Kind::kCancelled;
+    case TransportFailure::kShutDown:
+      return Kind::kShutDown;
     case TransportFailure::kNoResources:
-    case TransportFailure::kOther: break;
+    case TransportFailure::kOther:
+      break;
   }
   return Kind::kOther;
 }
@@ -151,14 +177,20 @@ Kind kindOf(TransportFailure failure) {
 Kind kindOfStatus(std::int64_t status) {
   switch (status) {
     case 401:
-    case 403: return Kind::kUnauthorized;
+    case 403:
+      return Kind::kUnauthorized;
     case 404:
-    case 410: return Kind::kNotFound;
-    case 408: return Kind::kTimeout;
+    case 410:
+      return Kind::kNotFound;
+    case 408:
+      return Kind::kTimeout;
     case 409:
-    case 412: return Kind::kConflict;
-    case 429: return Kind::kThrottled;
-    default: return status >= 400 ? Kind::kServer : Kind::kNotOurService;
+    case 412:
+      return Kind::kConflict;
+    case 429:
+      return Kind::kThrottled;
+    default:
+      return status >= 400 ? Kind::kServer : Kind::kNotOurService;
   }
 }
 
@@ -260,10 +292,9 @@ Failure failureFrom(const Value& value, std::string_view about) {
   failure.kind = kindOf(told, failure);
   const std::string text = told.text.empty() ? std::string(nameOf(failure.kind)) : told.text;
   failure.message = fmt::format("{}: {}", about, text);
-  failure.cause = told.first != nullptr
-                      ? Cause{told.first->domain(), told.first->code(),
-                              told.first->localizedDescription()}
-                      : Cause{told.domain, told.code, told.text};
+  failure.cause = told.first != nullptr ? Cause{told.first->domain(), told.first->code(),
+                                                told.first->localizedDescription()}
+                                        : Cause{told.domain, told.code, told.text};
   return failure;
 }
 

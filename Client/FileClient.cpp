@@ -1,17 +1,16 @@
-#include "varo/files.h"
-
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
 #include "Client/FileDestination.h"
 #include "Client/FileOperation.h"
 #include "Client/FileRecords.h"
-#include "Client/SourceData.h"
+#include "Client/FileUpload.h"
 #include "Platform/Foundation/Array.h"
+#include "varo/files.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
-#include <variant>
 
 namespace varo {
 
@@ -29,10 +28,6 @@ using Settings = std::shared_ptr<OperationSettings>;
 
 constexpr std::string_view kFilesDeleted = "files_deleted";
 
-Dictionary optionsWith(const Settings& settings) {
-  return {{binary::kOperationSettings, OperationSettings::value(settings)}};
-}
-
 /// None, or why the id cannot be used: it stands between quotes in what is asked for.
 Outcome<void> checked(const FileId& id) {
   if (id.empty()) return detail::failureOf(Kind::kInvalidArgument, "The file id is empty");
@@ -49,13 +44,6 @@ Outcome<void> checked(const Filter& filter) {
   return detail::failureOf(
       Kind::kInvalidArgument,
       fmt::format("The filter's \"{}\" is no name of an entry: letters, digits, \"_\"", *name));
-}
-
-Dictionary metadataOf(const std::string& fileNamespace, const std::string& securityKey) {
-  Dictionary metadata;
-  if (!fileNamespace.empty()) metadata.set(binary::keys::kFileNamespace, fileNamespace);
-  if (!securityKey.empty()) metadata.set(binary::keys::kSecurityKey, securityKey);
-  return metadata;
 }
 
 /// The records of a list; one that is no dictionary is left out.
@@ -78,21 +66,6 @@ Outcome<std::uint64_t> deletedIn(const Dictionary& result) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0));
 }
 
-std::string nameOf(const Source& source, const UploadOptions& options) {
-  if (!options.name.empty()) return options.name;
-  const auto* path = std::get_if<std::filesystem::path>(&source.content());
-  return path != nullptr ? path->filename().string() : std::string();
-}
-
-void showUpload(detail::RunningBase& running, const Dictionary& report) {
-  const Dictionary data = report[binary::keys::kProgressData].dictionaryValue();
-  const auto bytes = [&data](const char* key) {
-    return static_cast<std::uint64_t>(std::max<std::int64_t>(data[key].integerValue(), 0));
-  };
-  running.reached(bytes(binary::keys::kBytesUploadedTillNow),
-                  bytes(binary::keys::kTotalBytesToUpload));
-}
-
 }  // namespace
 
 Outcome<FileClient> FileClient::create(Options options) {
@@ -110,7 +83,7 @@ Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) {
                   const Callback& callback) -> Outcome<void> {
     if (auto good = checked(filter); !good) return good;
     FileStorageManager::sharedInstance().listFilesWithUrl(
-        url, detail::expressionFrom(filter), headers, callback, optionsWith(settings));
+        url, detail::expressionFrom(filter), headers, callback, detail::optionsWith(settings));
     return {};
   };
   call.read = recordsIn;
@@ -118,37 +91,8 @@ Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) {
 }
 
 Transfer<FileRecord> FileClient::upload(Source source, UploadOptions options) {
-  const std::string name = nameOf(source, options);
-  FileCall<FileRecord> call;
-  call.about = fmt::format("upload of \"{}\"", name);
-  Dictionary metadata = detail::dictionaryFrom(options.metadata);
-  metadata.addEntries(metadataOf(options.fileNamespace, options.securityKey));
-  metadata.set(binary::keys::kFileName, name);
-  const Bytes chunk = options.chunkSize.value_or(files_->options().chunkSize);
-  call.send = [url = files_->url(), metadata, chunk, name, source = std::move(source)](
-                  const Dictionary& headers, const Settings& settings,
-                  const Callback& callback) -> Outcome<void> {
-    if (name.empty()) {
-      return detail::failureOf(Kind::kInvalidArgument, "UploadOptions::name is empty");
-    }
-    auto bytes = detail::dataFrom(source);
-    if (!bytes) return std::move(bytes).error();
-    FileStorageManager::sharedInstance().uploadBinaryWithUrl(
-        url, binary::UploadInputType::kRawBytes,
-        Dictionary{{binary::keys::kHeaders, headers},
-                   {binary::keys::kMetadata, metadata},
-                   {binary::keys::kFile, Dictionary{{binary::keys::kRawBytes, *bytes}}},
-                   {binary::keys::kChunkSize, static_cast<std::int64_t>(chunk.count)}},
-        callback, optionsWith(settings));
-    return {};
-  };
-  call.progress = showUpload;
-  call.read = [metadata](const Dictionary& result) -> Outcome<FileRecord> {
-    Dictionary record = metadata;
-    record.addEntries(result[binary::keys::kRequestContext].dictionaryValue());
-    return detail::recordFrom(record);
-  };
-  return Transfer(FileOperation<FileRecord>::begin(files_, std::move(call)));
+  return Transfer(FileOperation<FileRecord>::begin(
+      files_, detail::uploadCall(files_, std::move(source), std::move(options))));
 }
 
 Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
@@ -156,7 +100,7 @@ Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
   FileCall<std::filesystem::path> call;
   call.about = fmt::format("download of the file {}", id.text());
   call.canPause = true;
-  Dictionary metadata = metadataOf(options.fileNamespace, options.securityKey);
+  Dictionary metadata = detail::metadataOf(options.fileNamespace, options.securityKey);
   metadata.set(binary::keys::kFileId, id.text());
   call.send = [url = files_->url(), metadata, id = std::move(id), to = std::move(to),
                ifExists = options.ifExists](const Dictionary& headers, const Settings& settings,
@@ -172,7 +116,7 @@ Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
     settings->destination = std::move(prepared->destination);
     FileStorageManager::sharedInstance().downloadWithURL(
         url, Dictionary{{binary::keys::kHeaders, headers}, {binary::keys::kMetadata, metadata}},
-        callback, optionsWith(settings));
+        callback, detail::optionsWith(settings));
     return {};
   };
   call.read = [](const Dictionary& result) -> Outcome<std::filesystem::path> {
@@ -192,7 +136,7 @@ Transfer<FileRecord> FileClient::update(FileId id, Metadata metadata) {
     if (auto good = checked(id); !good) return good;
     FileStorageManager::sharedInstance().updateWithUrl(
         url, Dictionary{{binary::keys::kHeaders, headers}, {binary::keys::kMetadata, entries}},
-        callback, optionsWith(settings));
+        callback, detail::optionsWith(settings));
     return {};
   };
   call.read = [entries](const Dictionary& /*result*/) -> Outcome<FileRecord> {
@@ -209,7 +153,7 @@ Transfer<std::uint64_t> FileClient::remove(FileId id) {
                                                         const Callback& callback) -> Outcome<void> {
     if (auto good = checked(id); !good) return good;
     FileStorageManager::sharedInstance().deleteWithUrl(url, id.text(), Dictionary{}, headers,
-                                                       callback, optionsWith(settings));
+                                                       callback, detail::optionsWith(settings));
     return {};
   };
   call.read = deletedIn;
@@ -233,7 +177,7 @@ Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) {
                                "The filter wants two values of one entry, which no file has");
     }
     FileStorageManager::sharedInstance().deleteByCriteria(url, criteria, headers, callback,
-                                                          optionsWith(settings));
+                                                          detail::optionsWith(settings));
     return {};
   };
   call.read = deletedIn;

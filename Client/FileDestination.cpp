@@ -86,8 +86,8 @@ Outcome<PreparedDestination> prepareFile(fs::path path, IfExists ifExists) {
   const fs::path directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
   std::error_code none;
   if (!fs::is_directory(directory, none)) {
-    return failureOf(Kind::kLocalFile,
-                     fmt::format("There is no directory \"{}\" for the download", directory.string()));
+    return failureOf(Kind::kLocalFile, fmt::format("There is no directory \"{}\" for the download",
+                                                   directory.string()));
   }
   if (isThere(path) && ifExists == IfExists::kFail) {
     return failureOf(Kind::kConflict,

@@ -31,6 +31,8 @@ struct FileCall {
   std::function<Outcome<T>(const platform::Dictionary& result)> read;
   /// Of a progress report: bytes done and in all.
   std::function<void(RunningBase& running, const platform::Dictionary& report)> progress = {};
+  /// Completes a failure, and calls `done` with it, once; it may take requests of its own.
+  std::function<void(Failure failure, std::function<void(Failure)> done)> complete = {};
   bool canPause = false;
 };
 
@@ -38,8 +40,7 @@ struct FileCall {
 template <typename T>
 class FileOperation final : public Operation {
  public:
-  FileOperation(std::shared_ptr<Files> files, FileCall<T> call,
-                std::shared_ptr<Running<T>> running)
+  FileOperation(std::shared_ptr<Files> files, FileCall<T> call, std::shared_ptr<Running<T>> running)
       : Operation(files->places()),
         files_(std::move(files)),
         call_(std::move(call)),
@@ -48,7 +49,7 @@ class FileOperation final : public Operation {
   /// Starts the call, and gives what its handle needs.
   [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<Files> files,
                                                          FileCall<T> call) {
-    auto running = std::make_shared<Running<T>>(platform::Clock::system());
+    auto running = std::make_shared<Running<T>>();
     const auto operation =
         std::make_shared<FileOperation>(std::move(files), std::move(call), running);
     running->drivenBy(operation);
@@ -84,7 +85,11 @@ class FileOperation final : public Operation {
   void finish(const platform::Value& result) override {
     running_->end(call_.read(result.dictionaryValue()));
   }
-  void finish(Failure failure) override { running_->end(std::move(failure)); }
+  void finish(Failure failure) override {
+    if (call_.complete == nullptr) return running_->end(std::move(failure));
+    call_.complete(std::move(failure),
+                   [running = running_](Failure whole) { running->end(std::move(whole)); });
+  }
   [[nodiscard]] RunningBase& running() override { return *running_; }
 
   const std::shared_ptr<Files> files_;

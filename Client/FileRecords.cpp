@@ -45,9 +45,9 @@ std::string quotable(const Scalar& scalar) {
 
 std::optional<Bytes> sizeFrom(const Value& value) {
   const std::int64_t* number = value.integer();
-  const auto size = number != nullptr  ? std::optional(*number)
-                    : value.isText() ? platform::parseInteger(*value.text())
-                                     : std::nullopt;
+  const auto size = number != nullptr ? std::optional(*number)
+                    : value.isText()  ? platform::parseInteger(*value.text())
+                                      : std::nullopt;
   if (!size || *size < 0) return std::nullopt;
   return Bytes(static_cast<std::uint64_t>(*size));
 }
@@ -60,7 +60,8 @@ FileRecord recordFrom(const Dictionary& record) {
   result.name = record[binary::keys::kFileName].textValue();
   result.size = sizeFrom(record[kFileSize]);
   for (const platform::DictionaryEntry& entry : record) {
-    if (auto scalar = scalarFrom(entry.value)) result.metadata.emplace(entry.key, *std::move(scalar));
+    if (auto scalar = scalarFrom(entry.value))
+      result.metadata.emplace(entry.key, *std::move(scalar));
   }
   return result;
 }
@@ -69,6 +70,13 @@ Dictionary dictionaryFrom(const Metadata& metadata) {
   Dictionary result;
   for (const auto& [name, value] : metadata) result.set(name, valueFrom(value));
   return result;
+}
+
+Dictionary metadataOf(const std::string& fileNamespace, const std::string& securityKey) {
+  Dictionary metadata;
+  if (!fileNamespace.empty()) metadata.set(binary::keys::kFileNamespace, fileNamespace);
+  if (!securityKey.empty()) metadata.set(binary::keys::kSecurityKey, securityKey);
+  return metadata;
 }
 
 std::string expressionFrom(const Filter& filter) {

@@ -22,6 +22,10 @@ namespace varo::detail {
 /// no file has both.
 [[nodiscard]] platform::Dictionary criteriaFrom(const Filter& filter);
 
+/// The entries of a record that say where the file is and what protects it, where they are given.
+[[nodiscard]] platform::Dictionary metadataOf(const std::string& fileNamespace,
+                                              const std::string& securityKey);
+
 /// The first name of the filter that is none of an entry of metadata: letters, digits, underscores.
 /// It stands in the expression as it is, so another one could ask for something else.
 [[nodiscard]] std::optional<std::string> unusableNameIn(const Filter& filter);

@@ -49,7 +49,8 @@ std::optional<Failure> mistakeIn(const Options& options) {
     return wrong(fmt::format("parallel is {}, not from 1 to {}", options.parallel, kMostParallel));
   }
   if (options.chunkSize.count == 0 || options.chunkSize.count > kMostChunk) {
-    return wrong(fmt::format("chunkSize is {} bytes, not from 1 to 1 TiB", options.chunkSize.count));
+    return wrong(
+        fmt::format("chunkSize is {} bytes, not from 1 to 1 TiB", options.chunkSize.count));
   }
   if (options.connectTimeout.count() <= 0) return wrong("connectTimeout is not positive");
   if (options.stallTimeout.count() <= 0) return wrong("stallTimeout is not positive");
@@ -115,6 +116,10 @@ std::shared_ptr<OperationSettings> Files::settings() const {
   settings->policy = binary::TransferPolicy::kSafe;
   settings->transport = transport_;
   return settings;
+}
+
+Dictionary optionsWith(const std::shared_ptr<OperationSettings>& settings) {
+  return {{binary::kOperationSettings, OperationSettings::value(settings)}};
 }
 
 }  // namespace varo::detail

@@ -37,4 +37,8 @@ class Files {
   const std::shared_ptr<platform::HttpTransport> transport_;
 };
 
+/// `settings` as the options of an operation.
+[[nodiscard]] platform::Dictionary optionsWith(
+    const std::shared_ptr<binary::OperationSettings>& settings);
+
 }  // namespace varo::detail

@@ -25,8 +25,9 @@ class RunningBase;
 /// A pause ends the run: its request is cancelled, and what that tells is taken for the pause. A
 /// resume waits for a place again and begins another run.
 ///
-/// Runs are numbered, so that what an earlier one tells late changes nothing. Thread-safe. Nothing is
-/// called with the lock held but `Running::enter`, so that the handle sees the phases in their order.
+/// Runs are numbered, so that what an earlier one tells late changes nothing. Thread-safe. Nothing
+/// is called with the lock held but `Running::enter`, so that the handle sees the phases in their
+/// order.
 class Operation : public Control, public std::enable_shared_from_this<Operation> {
  public:
   explicit Operation(std::shared_ptr<Places> places);

@@ -27,8 +27,9 @@ class Places {
 
   binary::BoundedQueue<Operation> queue_;
   platform::Mutex mutex_;
-  /// Whether a thread fills the places. After the pool's shutdown an operation starts, fails and gives
-  /// its place back inside `fill`, and a call within a call for each of them would use up the stack.
+  /// Whether a thread fills the places. After the pool's shutdown an operation starts, fails and
+  /// gives its place back inside `fill`, and a call within a call for each of them would use up the
+  /// stack.
   bool filling_ VARO_GUARDED_BY(mutex_) = false;
   bool again_ VARO_GUARDED_BY(mutex_) = false;
 };

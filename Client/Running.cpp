@@ -21,7 +21,8 @@ constexpr std::chrono::hours kLongestWait{24 * 365};
 
 }  // namespace
 
-RunningBase::RunningBase(const platform::Clock& clock) : clock_(clock), callbacks_("transfer") {}
+RunningBase::RunningBase(const platform::Clock& clock, platform::Sleeper& sleeper)
+    : clock_(clock), sleeper_(sleeper), callbacks_("transfer") {}
 
 void RunningBase::setOnProgress(std::function<void(const Progress&)> callback) {
   const MutexLock lock(mutex_);
@@ -30,8 +31,8 @@ void RunningBase::setOnProgress(std::function<void(const Progress&)> callback) {
 
 void RunningBase::cancelWith(const std::stop_token& token) {
   // Made without the lock, since a stop that was requested before cancels here and now.
-  auto stop = std::make_unique<std::stop_callback<std::function<void()>>>(
-      token, [weak = weak_from_this()] {
+  auto stop =
+      std::make_unique<std::stop_callback<std::function<void()>>>(token, [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->cancel();
       });
   const MutexLock lock(mutex_);
@@ -105,6 +106,7 @@ void RunningBase::enter(State state) {
 }
 
 void RunningBase::reached(std::uint64_t done, std::uint64_t total) {
+  std::chrono::nanoseconds early{0};
   {
     const MutexLock lock(mutex_);
     if (state_ == State::kDone) return;
@@ -112,10 +114,30 @@ void RunningBase::reached(std::uint64_t done, std::uint64_t total) {
     progress_.done = std::max(progress_.done, done);
     progress_.total = std::max(total, total == 0 ? total : progress_.done);
     measureRateLocked(now);
-    if (onProgress_ == nullptr || now - shown_ < kBetweenProgress) return;
-    shown_ = now;
+    if (onProgress_ == nullptr || laterIsDue_) return;
+    early = kBetweenProgress - (now - shown_);
+    if (early.count() > 0) {
+      laterIsDue_ = true;
+    } else {
+      shown_ = now;
+    }
   }
-  inTurn(&RunningBase::showProgress);
+  if (early.count() <= 0) return inTurn(&RunningBase::showProgress);
+  showLater(std::chrono::ceil<std::chrono::milliseconds>(early));
+}
+
+void RunningBase::showLater(std::chrono::milliseconds delay) {
+  sleeper_.wakeAfter(delay, [weak = weak_from_this()](platform::TimerQueue::Reason) {
+    const auto self = weak.lock();
+    if (self == nullptr) return;
+    {
+      const MutexLock lock(self->mutex_);
+      self->laterIsDue_ = false;
+      if (self->state_ == State::kDone) return;  // the last one is on its way
+      self->shown_ = self->clock_.steadyNow();
+    }
+    self->inTurn(&RunningBase::showProgress);
+  });
 }
 
 void RunningBase::measureRateLocked(steady_clock::time_point now) {

@@ -3,6 +3,7 @@
 #include "Client/Control.h"
 #include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Sleeper.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "varo/outcome.h"
 #include "varo/transfer.h"
@@ -29,7 +30,9 @@ namespace varo::detail {
 /// - Thread-safe. Nothing is called with the lock held.
 class RunningBase : public std::enable_shared_from_this<RunningBase> {
  public:
-  explicit RunningBase(const platform::Clock& clock);
+  /// Both live as long as this.
+  explicit RunningBase(const platform::Clock& clock = platform::Clock::system(),
+                       platform::Sleeper& sleeper = platform::Sleeper::shared());
   RunningBase(const RunningBase&) = delete;
   RunningBase& operator=(const RunningBase&) = delete;
   virtual ~RunningBase() = default;
@@ -83,11 +86,14 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   [[nodiscard]] std::shared_ptr<Control> control() const;
   void showProgress();
   void showLastProgress();
+  /// Has what came too early shown when it is time.
+  void showLater(std::chrono::milliseconds delay);
   void take(Turn turn) noexcept;
   void measureRateLocked(std::chrono::steady_clock::time_point now) VARO_REQUIRES(mutex_);
   void waitForTurn() noexcept;
 
   const platform::Clock& clock_;
+  platform::Sleeper& sleeper_;
   platform::SerialQueue callbacks_;
   mutable platform::ConditionVariable changed_;
   Progress progress_ VARO_GUARDED_BY(mutex_);
@@ -96,6 +102,8 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   std::chrono::steady_clock::time_point shown_ VARO_GUARDED_BY(mutex_);
   std::chrono::steady_clock::time_point begun_ VARO_GUARDED_BY(mutex_);
   std::uint64_t doneAtBegin_ VARO_GUARDED_BY(mutex_) = 0;
+  /// Whether a timer will show what came too early.
+  bool laterIsDue_ VARO_GUARDED_BY(mutex_) = false;
   /// The one at the end, which nobody was shown yet.
   bool lastIsDue_ VARO_GUARDED_BY(mutex_) = false;
   bool closed_ VARO_GUARDED_BY(mutex_) = false;

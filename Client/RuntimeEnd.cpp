@@ -4,6 +4,7 @@
 
 #include <future>
 #include <memory>
+#include <system_error>
 #include <thread>
 
 namespace varo {
@@ -19,10 +20,15 @@ bool shutDown(std::chrono::milliseconds most) {
   // A callback may never return, and joining its thread would wait for it.
   const auto done = std::make_shared<std::promise<void>>();
   std::future<void> joined = done->get_future();
-  std::thread([&runtime, done] {
-    runtime.shutdown();
-    done->set_value();
-  }).detach();
+  try {
+    std::thread([&runtime, done] {
+      runtime.shutdown();
+      done->set_value();
+    }).detach();
+  } catch (const std::system_error&) {
+    runtime.shutdown();  // there is no thread for it
+    return true;
+  }
   return joined.wait_for(most) == std::future_status::ready;
 }
 

@@ -53,22 +53,32 @@ struct DownloadOptions {
 /// The files of one service.
 ///
 /// A client is a cheap handle: its copies share connections, settings and limits. Thread-safe.
-/// Operations that are under way go on when the last copy is gone. A client that was moved from
-/// gives `Kind::kInvalidArgument` for everything.
+/// Operations that are under way go on when the last copy is gone.
+///
+/// A pause reaches every operation that waits for its turn. Of those that run, it stops a list and
+/// a download, which begin anew with the resume; the others go on, since a repeat could do harm.
 class FileClient {
  public:
   /// Checks the options; sends nothing. `Kind::kInvalidArgument` names the option that is wrong,
   /// `Kind::kShutDown` after `shutDown`.
   [[nodiscard]] static VARO_API Outcome<FileClient> create(Options options);
 
+  // Not moved: a client that was moved from could do nothing.
+  FileClient(const FileClient&) = default;
+  FileClient& operator=(const FileClient&) = default;
+  ~FileClient() = default;
+
   /// Creates the record, sends the bytes, commits.
   ///
-  /// - `Failure::begun` names the record that a failure leaves behind.
-  /// - Cancelled: the record is removed again; where that fails, `begun` names it.
+  /// - `Failure::begun` names the record that a failure leaves behind: `remove` gives it up.
+  /// - Cancelled: the record is removed before the outcome is there; where that fails, `begun`
+  /// names
+  ///   it. Where the handle is destroyed, the removal goes on without it.
   VARO_API Transfer<FileRecord> upload(Source source, UploadOptions options = {});
 
   /// Brings a file's bytes to `to`; a path has to be that of the file, not of a directory, and its
-  /// directory has to be there. The outcome is where the file is, empty for a `Sink`.
+  /// directory has to be there. The outcome is where the file is, empty for a `Sink`. Tells no
+  /// progress before its end.
   VARO_API Transfer<std::filesystem::path> download(FileId id, Destination to,
                                                     DownloadOptions options = {});
 

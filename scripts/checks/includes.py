@@ -38,6 +38,8 @@ MAY = {
                           "Platform/Logging/"),
     "Platform/TaskEngine/": ("Platform/Foundation/", "Platform/Logging/"),
     "Binary/": ("Platform/",),
+    "include/varo/": (),
+    "Client/": ("include/varo/", "Binary/", "Platform/"),
     "Sandbox/": ("Platform/",),
     "Sandbox/Http/": SANDBOX_USES,
     "Sandbox/Storage/": SANDBOX_USES + ("Sandbox/Http/",),
@@ -52,7 +54,7 @@ MAY = {
              ("Binary/", "Sandbox/", "Platform/")),
     "examples/": ("Binary/", "Platform/"),
     "bench/": ("Binary/", "Platform/", "tests/support/"),
-    "tests/": ("Cli/", "Binary/", "Sandbox/", "Platform/"),
+    "tests/": ("Cli/", "Client/", "include/varo/", "Binary/", "Sandbox/", "Platform/"),
 }
 
 # Folder -> what its files must not include although the layer may.
@@ -83,7 +85,9 @@ def includes_of(path):
     with open(path, encoding="utf-8") as source:
         for number, line in enumerate(source, 1):
             if found := INCLUDE.match(line):
-                yield number, found[1] or found[2], found[1] is not None
+                name = found[1] or found[2]
+                # Applications see the folder include/ alone.
+                yield number, f"include/{name}" if name.startswith("varo/") else name, found[1] is not None
 
 
 def refusal(path, name, files):
@@ -102,6 +106,9 @@ def refusal(path, name, files):
 
 
 def library_refusal(path, name):
+    # An application gets these headers alone. Those of the standard library have neither folder nor ending.
+    if path.startswith("include/varo/") and ("/" in name or "." in name):
+        return "is not for include/varo/, which includes the standard library and itself"
     for library, places in LIBRARIES.items():
         if (name.startswith(library) and not path.startswith(FREE)
                 and not any(fnmatch.fnmatch(path, place) for place in places)):

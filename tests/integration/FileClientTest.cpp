@@ -225,9 +225,8 @@ TEST_F(FileClientTest, CancelAndDestructionStopWhatServersHoldUp) {
 
   std::optional<Kind> told;
   {
-    const auto dropped = files.list().onDone([&](const auto& outcome) {
-      told = outcome.error().kind;
-    });
+    const auto dropped =
+        files.list().onDone([&](const auto& outcome) { told = outcome.error().kind; });
   }
   EXPECT_EQ(told, Kind::kCancelled);
   std::stop_source stop;
@@ -236,12 +235,44 @@ TEST_F(FileClientTest, CancelAndDestructionStopWhatServersHoldUp) {
   EXPECT_EQ(watched.get().error().kind, Kind::kCancelled);
 }
 
+TEST_F(FileClientTest, UploadThatFailsNamesItsRecordAndOneThatIsCancelledRemovesIt) {
+  FileClient files = client();
+  const Source source = Source::text(sandbox::sampleBytes(200'000));
+  server_->addFault({.match = {.path = "/bytes/", .skip = 1}, .action = {.status = 503}});
+  const auto failed = files.upload(source, {.name = "a"}).get();
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(failed.error().kind, Kind::kServer);
+  ASSERT_TRUE(failed.error().begun);
+  EXPECT_EQ(files.remove(*failed.error().begun).get().value(), 1U);
+
+  server_->clearFaults();
+  server_->addFault(
+      {.match = {.path = "/bytes/", .skip = 1}, .action = {.stallAfter = 1, .stallFor = -1ms}});
+  std::promise<void> first;
+  auto upload = files.upload(source, {.name = "a"});
+  upload.onProgress([&, told = false](const Progress& progress) mutable {
+    if (progress.done > 0 && !std::exchange(told, true)) first.set_value();
+  });
+  first.get_future().get();
+  upload.cancel();
+  EXPECT_EQ(upload.get().error().kind, Kind::kCancelled);
+  EXPECT_EQ(upload.get().error().begun, std::nullopt);
+  EXPECT_EQ(server_->requests().back().method, "DELETE");
+
+  server_->clearFaults();
+  server_->addFault(
+      {.match = {.method = "PUT", .path = "/objects/File"}, .action = {.drop = true}});
+  const auto unknown = files.upload(source, {.name = "a"}).get();
+  EXPECT_EQ(unknown.error().kind, Kind::kNoConnection);
+  EXPECT_FALSE(unknown.error().isWorthRetrying()) << "it may be committed";
+}
+
 TEST_F(FileClientTest, PausedDownloadGoesOnAndOthersGetItsPlace) {
   const FileId id(storedFile("content"));
   Options options{.url = server_->url(), .parallel = 1};
   FileClient files = FileClient::create(options).value();
-  server_->addFault({.match = {.path = "/bytes/", .count = 1},
-                     .action = {.stallAfter = 3, .stallFor = -1ms}});
+  server_->addFault(
+      {.match = {.path = "/bytes/", .count = 1}, .action = {.stallAfter = 3, .stallFor = -1ms}});
   auto download = files.download(id, path("a"));
   auto list = files.list();
   EXPECT_EQ(list.waitFor(50ms), std::nullopt);

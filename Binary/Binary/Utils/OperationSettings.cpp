@@ -33,6 +33,8 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
   cancellable->stallTimeout = settings->stallTimeout;
   cancellable->policy = settings->policy;
   cancellable->limits = settings->limits;
+  cancellable->destination = settings->destination;
+  cancellable->onRecordMade = settings->onRecordMade;
   cancellable->cancellation = cancellation->token();
   return cancellable;
 }

@@ -67,6 +67,10 @@ class OperationSettings final : public platform::RequestSettings {
   };
   std::optional<Destination> destination;
 
+  /// Called with the identifier of the record that an upload has made, once, on a thread of the
+  /// pool, before its bytes are sent. Whoever gives the upload up afterwards can delete it by that.
+  std::function<void(const std::string& fileId)> onRecordMade;
+
   [[nodiscard]] bool isSafe() const noexcept { return policy == TransferPolicy::kSafe; }
 
   using Ptr = std::shared_ptr<const OperationSettings>;

@@ -85,6 +85,7 @@ void FileMetadataCreatorTask::processResponse(const Dictionary& response,
           copyDataToOutputContext(response, uploadTemplate.value_or(Dictionary{}))) {
     return fail(refusal);
   }
+  if (settings_->onRecordMade) settings_->onRecordMade(response[keys::kFileId].textValue());
   setState(TaskState::Ended);
 }
 
