@@ -5,6 +5,7 @@
 #include "Client/FileRecords.h"
 #include "Client/FileUpload.h"
 #include "Platform/Foundation/Array.h"
+#include "Platform/Foundation/Redaction.h"
 #include "varo/files.h"
 
 #include <fmt/format.h>
@@ -74,9 +75,9 @@ Outcome<FileClient> FileClient::create(Options options) {
   });
 }
 
-Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) {
+Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) const {
   FileCall<std::vector<FileRecord>> call;
-  call.about = fmt::format("list of the files at {}", files_->url());
+  call.about = fmt::format("list of the files at {}", platform::redactUrl(files_->url()));
   call.canPause = true;
   call.send = [url = files_->url(), filter = std::move(filter)](
                   const Dictionary& headers, const Settings& settings,
@@ -90,13 +91,13 @@ Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) {
   return Transfer(FileOperation<std::vector<FileRecord>>::begin(files_, std::move(call)));
 }
 
-Transfer<FileRecord> FileClient::upload(Source source, UploadOptions options) {
+Transfer<FileRecord> FileClient::upload(Source source, UploadOptions options) const {
   return Transfer(FileOperation<FileRecord>::begin(
       files_, detail::uploadCall(files_, std::move(source), std::move(options))));
 }
 
 Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
-                                                     DownloadOptions options) {
+                                                     DownloadOptions options) const {
   FileCall<std::filesystem::path> call;
   call.about = fmt::format("download of the file {}", id.text());
   call.canPause = true;
@@ -125,7 +126,7 @@ Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
   return Transfer(FileOperation<std::filesystem::path>::begin(files_, std::move(call)));
 }
 
-Transfer<FileRecord> FileClient::update(FileId id, Metadata metadata) {
+Transfer<FileRecord> FileClient::update(FileId id, Metadata metadata) const {
   FileCall<FileRecord> call;
   call.about = fmt::format("update of the file {}", id.text());
   Dictionary entries = detail::dictionaryFrom(metadata);
@@ -145,7 +146,7 @@ Transfer<FileRecord> FileClient::update(FileId id, Metadata metadata) {
   return Transfer(FileOperation<FileRecord>::begin(files_, std::move(call)));
 }
 
-Transfer<std::uint64_t> FileClient::remove(FileId id) {
+Transfer<std::uint64_t> FileClient::remove(FileId id) const {
   FileCall<std::uint64_t> call;
   call.about = fmt::format("delete of the file {}", id.text());
   call.send = [url = files_->url(), id = std::move(id)](const Dictionary& headers,
@@ -160,7 +161,7 @@ Transfer<std::uint64_t> FileClient::remove(FileId id) {
   return Transfer(FileOperation<std::uint64_t>::begin(files_, std::move(call)));
 }
 
-Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) {
+Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) const {
   FileCall<std::uint64_t> call;
   call.about = fmt::format("delete of the files with {}", detail::expressionFrom(filter));
   call.send = [url = files_->url(), filter = std::move(filter)](

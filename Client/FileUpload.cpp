@@ -106,12 +106,14 @@ FileCall<FileRecord> uploadCall(const std::shared_ptr<Files>& files, Source sour
 
   FileCall<FileRecord> call;
   call.about = fmt::format("upload of \"{}\"", name);
-  call.send = [stage, metadata, chunk, name, url = files->url(), source = std::move(source)](
+  call.send = [stage, metadata, chunk, name, url = files->url(),
+               source = std::make_shared<Source>(std::move(source))](
                   const Dictionary& headers, const Settings& settings,
                   const Callback& callback) -> Outcome<void> {
     if (name.empty()) return failureOf(Kind::kInvalidArgument, "UploadOptions::name is empty");
     if (chunk.count == 0) return failureOf(Kind::kInvalidArgument, "UploadOptions::chunkSize is 0");
-    auto bytes = dataFrom(source);
+    // It runs once: an upload is not begun anew.
+    auto bytes = dataFrom(std::move(*source));
     if (!bytes) return std::move(bytes).error();
     settings->onRecordMade = [stage](const std::string& fileId) { stage->made(fileId); };
     FileStorageManager::sharedInstance().uploadBinaryWithUrl(

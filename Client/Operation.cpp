@@ -23,20 +23,26 @@ void Operation::begin() { places_->wait(shared_from_this()); }
 
 void Operation::start() noexcept {
   std::uint64_t run = 0;
-  std::shared_ptr<platform::Cancellation> cancellation;
+  {
+    const MutexLock lock(mutex_);
+    if (phase_ == Phase::kWaiting) {
+      phase_ = Phase::kRunning;
+      run = ++run_;
+      running().enter(State::kRunning);
+    }
+  }
+  // Paused or given up while it waited.
+  if (run == 0) return places_->giveBack(shared_from_this());
   try {
-    cancellation = std::make_shared<platform::Cancellation>();
+    const auto cancellation = std::make_shared<platform::Cancellation>();
+    bool isStopped = false;
     {
       const MutexLock lock(mutex_);
-      if (phase_ == Phase::kWaiting) {
-        phase_ = Phase::kRunning;
-        run = ++run_;
-        cancellation_ = cancellation;
-        running().enter(State::kRunning);
-      }
+      cancellation_ = cancellation;
+      isStopped = cancelled_ || phase_ == Phase::kPausing;
     }
-    // Paused or given up while it waited.
-    if (run == 0) return places_->giveBack(shared_from_this());
+    // Asked for before there was anything to cancel.
+    if (isStopped) return failed(run, cancelled());
     launch(run, cancellation);
   } catch (const std::exception& thrown) {
     failed(run, failureOf(Kind::kOther, thrown.what()));
@@ -45,19 +51,18 @@ void Operation::start() noexcept {
 
 void Operation::cancel() {
   std::shared_ptr<platform::Cancellation> cancellation;
+  bool ends = false;
   {
     const MutexLock lock(mutex_);
     cancelled_ = true;
     if (phase_ == Phase::kRunning || phase_ == Phase::kPausing) {
       cancellation = cancellation_;
-    } else if (phase_ != Phase::kEnded) {
-      phase_ = Phase::kEnded;
     } else {
-      return;
+      ends = std::exchange(phase_, Phase::kEnded) != Phase::kEnded;
     }
   }
-  if (cancellation != nullptr) return cancellation->cancel();
-  finish(cancelled());
+  if (ends) return finish(cancelled());
+  if (cancellation != nullptr) cancellation->cancel();
 }
 
 void Operation::pause() {
@@ -99,6 +104,7 @@ Operation::RunEnd Operation::endRun(std::uint64_t run, bool wasStopped) {
     return RunEnd::kEnd;
   }
   phase_ = Phase::kPaused;
+  cancellation_.reset();
   running().enter(State::kPaused);
   return std::exchange(resumes_, false) ? RunEnd::kPauseAndResume : RunEnd::kPause;
 }

@@ -72,6 +72,7 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   bool resumes_ VARO_GUARDED_BY(mutex_) = false;
   bool cancelled_ VARO_GUARDED_BY(mutex_) = false;
   std::uint64_t run_ VARO_GUARDED_BY(mutex_) = 0;
+  /// Of the run; null before it has one.
   std::shared_ptr<platform::Cancellation> cancellation_ VARO_GUARDED_BY(mutex_);
 };
 

@@ -74,27 +74,27 @@ class FileClient {
   /// - Cancelled: the record is removed before the outcome is there; where that fails, `begun`
   /// names
   ///   it. Where the handle is destroyed, the removal goes on without it.
-  VARO_API Transfer<FileRecord> upload(Source source, UploadOptions options = {});
+  VARO_API Transfer<FileRecord> upload(Source source, UploadOptions options = {}) const;
 
   /// Brings a file's bytes to `to`; a path has to be that of the file, not of a directory, and its
   /// directory has to be there. The outcome is where the file is, empty for a `Sink`. Tells no
   /// progress before its end.
   VARO_API Transfer<std::filesystem::path> download(FileId id, Destination to,
-                                                    DownloadOptions options = {});
+                                                    DownloadOptions options = {}) const;
 
   /// The records of the files that match.
-  VARO_API Transfer<std::vector<FileRecord>> list(Filter filter = {});
+  VARO_API Transfer<std::vector<FileRecord>> list(Filter filter = {}) const;
 
   /// Replaces the metadata of a file.
-  VARO_API Transfer<FileRecord> update(FileId id, Metadata metadata);
+  VARO_API Transfer<FileRecord> update(FileId id, Metadata metadata) const;
 
   /// Deletes a file, or gives up an upload that was begun. How many there were; a file that is not
   /// there is `Kind::kNotFound`.
-  VARO_API Transfer<std::uint64_t> remove(FileId id);
+  VARO_API Transfer<std::uint64_t> remove(FileId id) const;
 
   /// Deletes all files that match, and says how many. An empty filter is
   /// `Kind::kInvalidArgument`: nothing is deleted because something was left out.
-  VARO_API Transfer<std::uint64_t> removeWhere(Filter filter);
+  VARO_API Transfer<std::uint64_t> removeWhere(Filter filter) const;
 
  private:
   explicit FileClient(std::shared_ptr<detail::Files> files) : files_(std::move(files)) {}
