@@ -3,10 +3,10 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ToldFailure.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/TransportFailure.h"
-#include "Platform/TaskEngine/VSTask.h"
 
 #include <fmt/format.h>
 
@@ -75,8 +75,8 @@ bool Failure::isWorthRetrying() const noexcept {
 
 namespace detail {
 
+using binary::ToldFailure;
 using platform::Dictionary;
-using platform::ErrorPtr;
 using platform::TransportFailure;
 using platform::Value;
 
@@ -86,56 +86,6 @@ namespace {
 constexpr std::size_t kExcerpt = 1024;
 /// A server that asks for more is not waited for.
 constexpr std::int64_t kLongestRetryAfter = std::int64_t{24} * 60 * 60;
-
-/// What is told, in whatever shape.
-struct Told {
-  std::string domain;
-  std::int64_t code = 0;
-  std::string text;
-  Dictionary userInfo;
-  /// The error at the end of the chain; none where there is no error below.
-  ErrorPtr first;
-};
-
-/// The first of the errors that `context` is about; null where it is about none.
-ErrorPtr causeIn(const Dictionary& context) {
-  const Value& causes = context[platform::kTaskErrors];
-  return causes.isArray() ? (*causes.array())[0].error() : nullptr;
-}
-
-Told toldBy(const ErrorPtr& given) {
-  const ErrorPtr cause = causeIn(given->userInfo());
-  const ErrorPtr& error = cause != nullptr ? cause : given;
-  // Shares the ownership of the whole chain.
-  ErrorPtr first(error, &platform::firstCause(*error));
-  return {error->domain(), error->code(), error->localizedDescription(), error->userInfo(),
-          std::move(first)};
-}
-
-Told toldBy(const Dictionary& failure) {
-  const Dictionary userInfo = failure[binary::keys::kUserInfo].dictionaryValue();
-  if (const ErrorPtr cause = causeIn(userInfo)) return toldBy(cause);
-  std::string text = failure[binary::keys::kLocalizedDescription].textValue();
-  if (text.empty()) text = userInfo[platform::kErrorMessageKey].textValue();
-  ErrorPtr first;
-  if (const ErrorPtr under = userInfo[platform::kUnderlyingError].error()) {
-    first = ErrorPtr(under, &platform::firstCause(*under));
-  }
-  return {failure[binary::keys::kDomain].textValue(), failure[binary::keys::kCode].integerValue(),
-          std::move(text), userInfo, std::move(first)};
-}
-
-Told toldBy(const Value& failure) {
-  if (const ErrorPtr error = failure.error()) return toldBy(error);
-  const Dictionary dictionary = failure.dictionaryValue();
-  const Value& inner = dictionary[binary::keys::kError];
-  if (const ErrorPtr error = inner.error()) return toldBy(error);
-  if (const Dictionary* contexts = inner.dictionary()) {
-    const ErrorPtr cause = causeIn(*contexts);
-    return cause != nullptr ? toldBy(cause) : toldBy(*contexts);
-  }
-  return toldBy(dictionary);
-}
 
 Kind kindOf(TransportFailure failure) {
   switch (failure) {
@@ -230,18 +180,18 @@ std::optional<Kind> kindOfCode(std::int64_t code) {
   return found != kKinds.end() ? std::optional(found->second) : std::nullopt;
 }
 
-bool isShutDown(const Told& told) {
+bool isShutDown(const ToldFailure& told) {
   return told.code == binary::kCodeInvalidStateForBinaryOperation &&
          told.text.find(binary::kLibraryShutDown) != std::string::npos;
 }
 
-Kind kindOf(const Told& told, const Failure& failure) {
+Kind kindOf(const ToldFailure& told, const Failure& failure) {
   if (isShutDown(told)) return Kind::kShutDown;
   auto transport = platform::transportFailureIn(told.userInfo);
-  if (!transport && told.first != nullptr) transport = platform::transportFailureOf(*told.first);
+  if (!transport && told.cause != nullptr) transport = platform::transportFailureOf(*told.cause);
   // A full disk is told by the cause below.
-  if (told.first != nullptr && told.first->domain() == platform::kPosixErrorDomain) {
-    return kindOfErrno(told.first->code());
+  if (told.cause != nullptr && told.cause->domain() == platform::kPosixErrorDomain) {
+    return kindOfErrno(told.cause->code());
   }
   if (told.domain == platform::kPosixErrorDomain) return kindOfErrno(told.code);
   if (transport) return kindOf(*transport);
@@ -264,7 +214,7 @@ std::optional<std::string> header(const Dictionary& headers, std::string_view na
 }
 
 /// What the response said, where the error has it.
-void addResponse(const Told& told, Failure& failure) {
+void addResponse(const ToldFailure& told, Failure& failure) {
   const Dictionary answer = told.userInfo[binary::keys::kUserInfo].dictionaryValue();
   const Dictionary& source =
       told.userInfo.contains(binary::kHttpStatusCode) ? told.userInfo : answer;
@@ -286,14 +236,14 @@ void addResponse(const Told& told, Failure& failure) {
 }  // namespace
 
 Failure failureFrom(const Value& value, std::string_view about) {
-  const Told told = toldBy(value);
+  const ToldFailure told = binary::readFailure(value);
   Failure failure;
   addResponse(told, failure);
   failure.kind = kindOf(told, failure);
   const std::string text = told.text.empty() ? std::string(nameOf(failure.kind)) : told.text;
   failure.message = fmt::format("{}: {}", about, text);
-  failure.cause = told.first != nullptr ? Cause{told.first->domain(), told.first->code(),
-                                                told.first->localizedDescription()}
+  failure.cause = told.cause != nullptr ? Cause{told.cause->domain(), told.cause->code(),
+                                                told.cause->localizedDescription()}
                                         : Cause{told.domain, told.code, told.text};
   return failure;
 }

@@ -3,20 +3,17 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ToldFailure.h"
 #include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/TransportFailure.h"
-#include "Platform/TaskEngine/VSTask.h"
 
 #include <fmt/format.h>
-
-#include <utility>
 
 namespace varo::cli {
 
 using platform::Dictionary;
-using platform::ErrorPtr;
 using platform::Value;
 
 namespace {
@@ -70,46 +67,6 @@ void addHintOfCause(Topic topic, const platform::Error& cause, FailureText& text
   }
 }
 
-FailureText fromParts(Topic topic, std::string domain, std::int64_t code, std::string message,
-                      const Dictionary& userInfo) {
-  FailureText text{std::move(domain), code, std::move(message), {}};
-  addHint(topic, userInfo, text);
-  return text;
-}
-
-/// The first of the errors that `context` is about; null where it is about none.
-ErrorPtr causeIn(const Dictionary& context) {
-  const Value& causes = context[platform::kTaskErrors];
-  return causes.isArray() ? (*causes.array())[0].error() : nullptr;
-}
-
-FailureText fromError(Topic topic, const ErrorPtr& given) {
-  // An error about other errors says nothing itself.
-  const ErrorPtr cause = causeIn(given->userInfo());
-  const ErrorPtr& error = cause != nullptr ? cause : given;
-  FailureText text = fromParts(topic, error->domain(), error->code(), error->localizedDescription(),
-                               error->userInfo());
-  if (const platform::Error& first = platform::firstCause(*error); &first != error.get()) {
-    addHintOfCause(topic, first, text);
-  }
-  return text;
-}
-
-FailureText fromDictionary(Topic topic, const Dictionary& failure) {
-  const Dictionary userInfo = failure[binary::keys::kUserInfo].dictionaryValue();
-  if (const ErrorPtr cause = causeIn(userInfo)) return fromError(topic, cause);
-  std::string message = failure[binary::keys::kLocalizedDescription].textValue();
-  if (message.empty()) message = userInfo[platform::kErrorMessageKey].textValue();
-  if (message.empty()) message = "the operation failed";
-  FailureText text =
-      fromParts(topic, failure[binary::keys::kDomain].textValue(),
-                failure[binary::keys::kCode].integerValue(), std::move(message), userInfo);
-  if (const ErrorPtr under = userInfo[platform::kUnderlyingError].error()) {
-    addHintOfCause(topic, platform::firstCause(*under), text);
-  }
-  return text;
-}
-
 }  // namespace
 
 FailureText describeFailure(const Value& failure) {
@@ -117,15 +74,12 @@ FailureText describeFailure(const Value& failure) {
 }
 
 FailureText describeFailureOf(Topic topic, const Value& failure) {
-  if (const ErrorPtr error = failure.error()) return fromError(topic, error);
-  const Dictionary dictionary = failure.dictionaryValue();
-  const Value& inner = dictionary[binary::keys::kError];
-  if (const ErrorPtr error = inner.error()) return fromError(topic, error);
-  if (const Dictionary* contexts = inner.dictionary()) {
-    const ErrorPtr first = causeIn(*contexts);
-    return first != nullptr ? fromError(topic, first) : fromDictionary(topic, *contexts);
-  }
-  return fromDictionary(topic, dictionary);
+  const binary::ToldFailure told = binary::readFailure(failure);
+  const std::string message = told.text.empty() ? "the operation failed" : told.text;
+  FailureText text{told.domain, told.code, message, {}};
+  addHint(topic, told.userInfo, text);
+  if (told.cause != nullptr) addHintOfCause(topic, *told.cause, text);
+  return text;
 }
 
 }  // namespace varo::cli
