@@ -47,7 +47,8 @@ class Running;
 /// - Destroying the handle cancels what still runs, and waits for callbacks that are being called:
 ///   afterwards none of them runs any more. Inside one of its own callbacks it does not wait for
 ///   that one. `detach` lets the operation go on without a handle.
-/// - Callbacks run on threads of the library, one at a time, with no lock held. They may call
+/// - Callbacks run on threads of the library, one at a time, with no lock held; those that are due
+///   when the handle is destroyed, on the thread that destroys it. They may call
 ///   anything, the functions of the handle included, and may block. What they throw goes no
 ///   further and changes nothing.
 ///

@@ -20,8 +20,9 @@ struct ToldFailure {
 };
 
 /// Reads what a failure block gets, in each of the shapes that the library delivers: the dictionary
-/// of "code", "domain" and "localizedDescription", a caught exception or a download's contexts under
-/// "error", or an error itself. Of an error that only collects others, the first of them. Thread-safe.
+/// of "code", "domain" and "localizedDescription", a caught exception or a download's contexts
+/// under "error", or an error itself. Of an error that only collects others, the first of them.
+/// Thread-safe.
 [[nodiscard]] ToldFailure readFailure(const platform::Value& failure);
 
 }  // namespace varo::binary
