@@ -269,13 +269,16 @@ TEST_F(FileClientTest, UploadThatFailsNamesItsRecordAndOneThatIsCancelledRemoves
 
 TEST_F(FileClientTest, PausedDownloadGoesOnAndOthersGetItsPlace) {
   const FileId id(storedFile("content"));
+  server_->clearStats();
   Options options{.url = server_->url(), .parallel = 1};
   FileClient files = FileClient::create(options).value();
   server_->addFault(
       {.match = {.path = "/bytes/", .count = 1}, .action = {.stallAfter = 3, .stallFor = -1ms}});
   auto download = files.download(id, path("a"));
   auto list = files.list();
-  EXPECT_EQ(list.waitFor(50ms), std::nullopt);
+  // The look-up, then the bytes, which do not come.
+  ASSERT_TRUE(test::eventually([&] { return server_->serviceStats().requests == 2; }));
+  EXPECT_EQ(list.state(), State::kWaiting);
   download.pause();
   EXPECT_TRUE(list.get());
   EXPECT_EQ(download.state(), State::kPaused);
