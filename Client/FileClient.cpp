@@ -70,16 +70,16 @@ Outcome<std::uint64_t> deletedIn(const Dictionary& result) {
 }  // namespace
 
 Outcome<FileClient> FileClient::create(Options options) {
-  return detail::Files::create(std::move(options)).transform([](auto files) {
-    return FileClient(std::move(files));
+  return detail::ClientCore::create(std::move(options)).transform([](auto core) {
+    return FileClient(std::move(core));
   });
 }
 
 Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) const {
   FileCall<std::vector<FileRecord>> call;
-  call.about = fmt::format("list of the files at {}", platform::redactUrl(files_->url()));
+  call.about = fmt::format("list of the files at {}", platform::redactUrl(core_->url()));
   call.canPause = true;
-  call.send = [url = files_->url(), filter = std::move(filter)](
+  call.send = [url = core_->url(), filter = std::move(filter)](
                   const Dictionary& headers, const Settings& settings,
                   const Callback& callback) -> Outcome<void> {
     if (auto good = checked(filter); !good) return good;
@@ -88,22 +88,22 @@ Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) const {
     return {};
   };
   call.read = recordsIn;
-  return Transfer(FileOperation<std::vector<FileRecord>>::begin(files_, std::move(call)));
+  return Transfer(FileOperation<std::vector<FileRecord>>::begin(core_, std::move(call)));
 }
 
 Transfer<FileRecord> FileClient::upload(Source source, UploadOptions options) const {
   return Transfer(FileOperation<FileRecord>::begin(
-      files_, detail::uploadCall(files_, std::move(source), std::move(options))));
+      core_, detail::uploadCall(core_, std::move(source), std::move(options))));
 }
 
 Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
-                                                     DownloadOptions options) const {
+                                                     const DownloadOptions& options) const {
   FileCall<std::filesystem::path> call;
   call.about = fmt::format("download of the file {}", id.text());
   call.canPause = true;
   Dictionary metadata = detail::metadataOf(options.fileNamespace, options.securityKey);
   metadata.set(binary::keys::kFileId, id.text());
-  call.send = [url = files_->url(), metadata, id = std::move(id), to = std::move(to),
+  call.send = [url = core_->url(), metadata, id = std::move(id), to = std::move(to),
                ifExists = options.ifExists](const Dictionary& headers, const Settings& settings,
                                             const Callback& callback) -> Outcome<void> {
     if (auto good = checked(id); !good) return good;
@@ -123,15 +123,15 @@ Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
   call.read = [](const Dictionary& result) -> Outcome<std::filesystem::path> {
     return std::filesystem::path(result[binary::keys::kFilePath].textValue());
   };
-  return Transfer(FileOperation<std::filesystem::path>::begin(files_, std::move(call)));
+  return Transfer(FileOperation<std::filesystem::path>::begin(core_, std::move(call)));
 }
 
-Transfer<FileRecord> FileClient::update(FileId id, Metadata metadata) const {
+Transfer<FileRecord> FileClient::update(FileId id, const Metadata& metadata) const {
   FileCall<FileRecord> call;
   call.about = fmt::format("update of the file {}", id.text());
   Dictionary entries = detail::dictionaryFrom(metadata);
   entries.set(binary::keys::kFileId, id.text());
-  call.send = [url = files_->url(), entries, id = std::move(id)](
+  call.send = [url = core_->url(), entries, id = std::move(id)](
                   const Dictionary& headers, const Settings& settings,
                   const Callback& callback) -> Outcome<void> {
     if (auto good = checked(id); !good) return good;
@@ -143,28 +143,28 @@ Transfer<FileRecord> FileClient::update(FileId id, Metadata metadata) const {
   call.read = [entries](const Dictionary& /*result*/) -> Outcome<FileRecord> {
     return detail::recordFrom(entries);
   };
-  return Transfer(FileOperation<FileRecord>::begin(files_, std::move(call)));
+  return Transfer(FileOperation<FileRecord>::begin(core_, std::move(call)));
 }
 
 Transfer<std::uint64_t> FileClient::remove(FileId id) const {
   FileCall<std::uint64_t> call;
   call.about = fmt::format("delete of the file {}", id.text());
-  call.send = [url = files_->url(), id = std::move(id)](const Dictionary& headers,
-                                                        const Settings& settings,
-                                                        const Callback& callback) -> Outcome<void> {
+  call.send = [url = core_->url(), id = std::move(id)](const Dictionary& headers,
+                                                       const Settings& settings,
+                                                       const Callback& callback) -> Outcome<void> {
     if (auto good = checked(id); !good) return good;
     FileStorageManager::sharedInstance().deleteWithUrl(url, id.text(), Dictionary{}, headers,
                                                        callback, detail::optionsWith(settings));
     return {};
   };
   call.read = deletedIn;
-  return Transfer(FileOperation<std::uint64_t>::begin(files_, std::move(call)));
+  return Transfer(FileOperation<std::uint64_t>::begin(core_, std::move(call)));
 }
 
 Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) const {
   FileCall<std::uint64_t> call;
   call.about = fmt::format("delete of the files with {}", detail::expressionFrom(filter));
-  call.send = [url = files_->url(), filter = std::move(filter)](
+  call.send = [url = core_->url(), filter = std::move(filter)](
                   const Dictionary& headers, const Settings& settings,
                   const Callback& callback) -> Outcome<void> {
     if (filter.empty()) {
@@ -182,7 +182,7 @@ Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) const {
     return {};
   };
   call.read = deletedIn;
-  return Transfer(FileOperation<std::uint64_t>::begin(files_, std::move(call)));
+  return Transfer(FileOperation<std::uint64_t>::begin(core_, std::move(call)));
 }
 
 }  // namespace varo

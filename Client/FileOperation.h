@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
+#include "Client/ClientCore.h"
 #include "Client/Failures.h"
-#include "Client/FilesCore.h"
 #include "Client/Operation.h"
 #include "Client/Running.h"
 #include "Platform/Foundation/Value.h"
@@ -40,18 +40,19 @@ struct FileCall {
 template <typename T>
 class FileOperation final : public Operation {
  public:
-  FileOperation(std::shared_ptr<Files> files, FileCall<T> call, std::shared_ptr<Running<T>> running)
-      : Operation(files->places()),
-        files_(std::move(files)),
+  FileOperation(std::shared_ptr<ClientCore> core, FileCall<T> call,
+                std::shared_ptr<Running<T>> running)
+      : Operation(core->places()),
+        core_(std::move(core)),
         call_(std::move(call)),
         running_(std::move(running)) {}
 
   /// Starts the call, and gives what its handle needs.
-  [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<Files> files,
+  [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<ClientCore> core,
                                                          FileCall<T> call) {
     auto running = std::make_shared<Running<T>>();
     const auto operation =
-        std::make_shared<FileOperation>(std::move(files), std::move(call), running);
+        std::make_shared<FileOperation>(std::move(core), std::move(call), running);
     running->drivenBy(operation);
     operation->Operation::begin();
     return running;
@@ -60,7 +61,7 @@ class FileOperation final : public Operation {
  private:
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
-    Outcome<platform::Dictionary> headers = files_->headers();
+    Outcome<platform::Dictionary> headers = core_->headers();
     if (!headers) return failed(run, std::move(headers).error());
     const auto self = std::static_pointer_cast<FileOperation>(shared_from_this());
     const auto callback = std::make_shared<binary::BinaryCallback>();
@@ -74,7 +75,7 @@ class FileOperation final : public Operation {
         self->call_.progress(*self->running_, report.dictionaryValue());
       });
     }
-    const auto settings = files_->settings();
+    const auto settings = core_->settings();
     settings->cancellation = cancellation->token();
     if (Outcome<void> sent = call_.send(*headers, settings, callback); !sent) {
       failed(run, std::move(sent).error());
@@ -92,7 +93,7 @@ class FileOperation final : public Operation {
   }
   [[nodiscard]] RunningBase& running() override { return *running_; }
 
-  const std::shared_ptr<Files> files_;
+  const std::shared_ptr<ClientCore> core_;
   const FileCall<T> call_;
   const std::shared_ptr<Running<T>> running_;
 };

@@ -78,7 +78,8 @@ bool mayBeCommitted(const UploadStage& stage, const Failure& failure) {
 }
 
 /// Removes the record of an upload that was given up, then calls `done`.
-void removeRecord(const Files& files, Failure failure, const std::function<void(Failure)>& done) {
+void removeRecord(const ClientCore& core, Failure failure,
+                  const std::function<void(Failure)>& done) {
   const std::string record = failure.begun->text();
   const auto callback = std::make_shared<binary::BinaryCallback>();
   callback->setSuccessCallback([failure, done](const platform::Value& /*result*/) {
@@ -87,26 +88,26 @@ void removeRecord(const Files& files, Failure failure, const std::function<void(
     done(std::move(whole));
   });
   callback->setFailureCallback([failure, done](const platform::Value& /*why*/) { done(failure); });
-  const Outcome<Dictionary> headers = files.headers();
+  const Outcome<Dictionary> headers = core.headers();
   if (!headers) return done(std::move(failure));
-  FileStorageManager::sharedInstance().deleteWithUrl(files.url(), record, Dictionary{}, *headers,
-                                                     callback, optionsWith(files.settings()));
+  FileStorageManager::sharedInstance().deleteWithUrl(core.url(), record, Dictionary{}, *headers,
+                                                     callback, optionsWith(core.settings()));
 }
 
 }  // namespace
 
-FileCall<FileRecord> uploadCall(const std::shared_ptr<Files>& files, Source source,
+FileCall<FileRecord> uploadCall(const std::shared_ptr<ClientCore>& core, Source source,
                                 UploadOptions options) {
   const auto stage = std::make_shared<UploadStage>();
   const std::string name = nameOf(source, options);
   Dictionary metadata = dictionaryFrom(options.metadata);
   metadata.addEntries(metadataOf(options.fileNamespace, options.securityKey));
   metadata.set(keys::kFileName, name);
-  const Bytes chunk = options.chunkSize.value_or(files->options().chunkSize);
+  const Bytes chunk = options.chunkSize.value_or(core->options().chunkSize);
 
   FileCall<FileRecord> call;
   call.about = fmt::format("upload of \"{}\"", name);
-  call.send = [stage, metadata, chunk, name, url = files->url(),
+  call.send = [stage, metadata, chunk, name, url = core->url(),
                source = std::make_shared<Source>(std::move(source))](
                   const Dictionary& headers, const Settings& settings,
                   const Callback& callback) -> Outcome<void> {
@@ -128,11 +129,11 @@ FileCall<FileRecord> uploadCall(const std::shared_ptr<Files>& files, Source sour
   call.progress = [stage](RunningBase& running, const Dictionary& report) {
     show(*stage, running, report);
   };
-  call.complete = [stage, files](Failure failure, const std::function<void(Failure)>& done) {
+  call.complete = [stage, core](Failure failure, const std::function<void(Failure)>& done) {
     failure.begun = stage->record();
     failure.maybeDone = mayBeCommitted(*stage, failure);
     if (failure.kind != Kind::kCancelled || !failure.begun) return done(std::move(failure));
-    removeRecord(*files, std::move(failure), done);
+    removeRecord(*core, std::move(failure), done);
   };
   call.read = [metadata](const Dictionary& result) -> Outcome<FileRecord> {
     Dictionary record = metadata;

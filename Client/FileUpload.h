@@ -10,7 +10,7 @@ namespace varo::detail {
 
 /// An upload: the record is made, the bytes are sent, the record is committed. One that is given up
 /// in between removes the record again.
-[[nodiscard]] FileCall<FileRecord> uploadCall(const std::shared_ptr<Files>& files, Source source,
-                                              UploadOptions options);
+[[nodiscard]] FileCall<FileRecord> uploadCall(const std::shared_ptr<ClientCore>& core,
+                                              Source source, UploadOptions options);
 
 }  // namespace varo::detail

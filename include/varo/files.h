@@ -17,7 +17,7 @@
 namespace varo {
 
 namespace detail {
-class Files;
+class ClientCore;
 }  // namespace detail
 
 /// A file as the service describes it.
@@ -80,13 +80,13 @@ class FileClient {
   /// directory has to be there. The outcome is where the file is, empty for a `Sink`. Tells no
   /// progress before its end.
   VARO_API Transfer<std::filesystem::path> download(FileId id, Destination to,
-                                                    DownloadOptions options = {}) const;
+                                                    const DownloadOptions& options = {}) const;
 
   /// The records of the files that match.
   VARO_API Transfer<std::vector<FileRecord>> list(Filter filter = {}) const;
 
   /// Replaces the metadata of a file.
-  VARO_API Transfer<FileRecord> update(FileId id, Metadata metadata) const;
+  VARO_API Transfer<FileRecord> update(FileId id, const Metadata& metadata) const;
 
   /// Deletes a file, or gives up an upload that was begun. How many there were; a file that is not
   /// there is `Kind::kNotFound`.
@@ -97,9 +97,9 @@ class FileClient {
   VARO_API Transfer<std::uint64_t> removeWhere(Filter filter) const;
 
  private:
-  explicit FileClient(std::shared_ptr<detail::Files> files) : files_(std::move(files)) {}
+  explicit FileClient(std::shared_ptr<detail::ClientCore> core) : core_(std::move(core)) {}
 
-  std::shared_ptr<detail::Files> files_;
+  std::shared_ptr<detail::ClientCore> core_;
 };
 
 }  // namespace varo

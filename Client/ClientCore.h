@@ -12,13 +12,14 @@
 
 namespace varo::detail {
 
-/// What the copies of a `FileClient` share. Immutable, but for the places; thread-safe.
-class Files {
+/// What the copies of one client share, whatever it is a client of: its options, connections and
+/// places. Immutable, but for the places; thread-safe.
+class ClientCore {
  public:
   /// The first option that is wrong, by its name.
-  [[nodiscard]] static Outcome<std::shared_ptr<Files>> create(Options options);
+  [[nodiscard]] static Outcome<std::shared_ptr<ClientCore>> create(Options options);
 
-  explicit Files(Options options);
+  explicit ClientCore(Options options);
 
   [[nodiscard]] const std::string& url() const noexcept { return url_; }
   [[nodiscard]] const Options& options() const noexcept { return options_; }

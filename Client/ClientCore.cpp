@@ -1,4 +1,4 @@
-#include "Client/FilesCore.h"
+#include "Client/ClientCore.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
@@ -87,21 +87,21 @@ platform::NetworkConfiguration configurationOf(const Options& options) {
 
 }  // namespace
 
-Outcome<std::shared_ptr<Files>> Files::create(Options options) {
+Outcome<std::shared_ptr<ClientCore>> ClientCore::create(Options options) {
   if (auto mistake = mistakeIn(options)) return *std::move(mistake);
   if (platform::Runtime::shared().isShutDown()) {
     return failureOf(Kind::kShutDown, "The library has been shut down");
   }
-  return std::make_shared<Files>(std::move(options));
+  return std::make_shared<ClientCore>(std::move(options));
 }
 
-Files::Files(Options options)
+ClientCore::ClientCore(Options options)
     : options_(std::move(options)),
       url_(withoutSlashes(options_.url)),
       places_(std::make_shared<Places>(static_cast<std::size_t>(options_.parallel))),
       transport_(makeClientTransport(configurationOf(options_))) {}
 
-Outcome<Dictionary> Files::headers() const {
+Outcome<Dictionary> ClientCore::headers() const {
   Dictionary headers;
   for (const auto& [name, value] : options_.headers) headers.set(name, value);
   if (options_.credentials == nullptr) return headers;
@@ -111,7 +111,7 @@ Outcome<Dictionary> Files::headers() const {
   return headers;
 }
 
-std::shared_ptr<OperationSettings> Files::settings() const {
+std::shared_ptr<OperationSettings> ClientCore::settings() const {
   auto settings = std::make_shared<OperationSettings>();
   settings->policy = binary::TransferPolicy::kSafe;
   settings->transport = transport_;
