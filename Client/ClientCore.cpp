@@ -3,6 +3,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ServerAddress.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
+#include "Client/ClientLog.h"
 #include "Client/ClientTransport.h"
 #include "Client/Failures.h"
 #include "Platform/Foundation/Error.h"
@@ -98,7 +99,8 @@ Outcome<std::shared_ptr<ClientCore>> ClientCore::create(Options options) {
 ClientCore::ClientCore(Options options)
     : options_(std::move(options)),
       url_(withoutSlashes(options_.url)),
-      places_(std::make_shared<Places>(static_cast<std::size_t>(options_.parallel))),
+      places_(std::make_shared<Places>(static_cast<std::size_t>(options_.parallel),
+                                       logContextOf(options_))),
       transport_(makeClientTransport(configurationOf(options_))) {}
 
 Outcome<Dictionary> ClientCore::headers() const {

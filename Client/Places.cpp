@@ -24,6 +24,7 @@ void Places::fill() {
     if (filling_) return;
     filling_ = true;
   }
+  const platform::JobContext::Scope scope(context_);  // for the jobs posted below
   for (;;) {
     {
       const MutexLock lock(mutex_);

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Mutex.h"
 
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 namespace varo::detail {
 
@@ -14,7 +16,9 @@ class Operation;
 /// order in which they came. Thread-safe.
 class Places {
  public:
-  explicit Places(std::size_t count) : queue_(count) {}
+  /// `count` operations run at once, in `context`.
+  Places(std::size_t count, platform::JobContext::Ptr context)
+      : context_(std::move(context)), queue_(count) {}
 
   /// Has the operation started when there is a place, on a thread of the pool. One that waits
   /// already keeps its turn.
@@ -25,6 +29,7 @@ class Places {
  private:
   void fill();
 
+  const platform::JobContext::Ptr context_;
   binary::BoundedQueue<Operation> queue_;
   platform::Mutex mutex_;
   /// Whether a thread fills the places. After the pool's shutdown an operation starts, fails and

@@ -1,5 +1,6 @@
 #include "Client/Running.h"
 
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 
 #include <algorithm>
@@ -185,6 +186,7 @@ void RunningBase::ended() {
   }
   inTurn(&RunningBase::showLastProgress);
   platform::ThreadPool& pool = platform::Runtime::shared().pool();
+  const platform::JobContext::Scope none(nullptr);  // as in `take`
   for (const auto& coroutine : waiting) pool.postOrRun([coroutine] { coroutine.resume(); });
 }
 
@@ -198,7 +200,11 @@ void RunningBase::take(Turn turn) noexcept {
     if (closed_) return;
     calling_ = std::this_thread::get_id();
   }
-  platform::ThreadPool::runHere([this, turn] { (this->*turn)(); });
+  {
+    // An application's code works on its own account again.
+    const platform::JobContext::Scope none(nullptr);
+    platform::ThreadPool::runHere([this, turn] { (this->*turn)(); });
+  }
   const MutexLock lock(mutex_);
   calling_.reset();
   changed_.notifyAll();

@@ -1,5 +1,7 @@
 #include "Binary/Binary/BinaryLogger.h"
 
+#include "Platform/Logging/LogRoute.h"
+
 #include <boost/core/demangle.hpp>
 
 #include <cstdio>
@@ -64,7 +66,7 @@ void BinaryLogger::setLogLevel(LogLevel level) noexcept {
 
 void BinaryLogger::write(LogLevel level, std::string_view text,
                          const LogLocation& location) noexcept {
-  callFacade([this, level, text, &location]() VARO_REQUIRES(mutex_) {
+  callFacade([this, level, text, &location]() {
     switch (level) {
       case LogLevel::kTrace:
         return facade_.logTrace(text, location);
@@ -87,8 +89,10 @@ void BinaryLogger::write(LogLevel level, std::string_view text,
 void BinaryLogger::callFacade(const std::function<void()>& call) noexcept {
   if (insideSink) return;
   try {
-    const MutexLock lock(mutex_);
     const InsideSink inside;
+    // The log of one client is its own affair: it may take long, or wait for another operation.
+    if (platform::LogRoute::current() != nullptr) return call();
+    const MutexLock lock(mutex_);
     call();
   } catch (const std::exception& exception) {
     reportToSystem(boost::core::demangle(typeid(exception).name()), exception.what());

@@ -18,9 +18,10 @@ namespace varo::binary {
 /// message is attributed to the caller. Whatever the host's sink throws is reported on standard
 /// error and goes no further, so logging never fails.
 ///
-/// Thread-safe. One lock serialises everything, so the sink is called by one thread at a time; it
-/// is the one place where foreign code runs under a lock of the library. Messages that a sink
-/// itself logs through this logger are dropped: there is nowhere for them to go.
+/// Thread-safe. One lock serialises everything that goes to the process's sink, which is therefore
+/// called by one thread at a time; it is the one place where foreign code runs under a lock of the
+/// library. Messages of a `LogRoute` go to it without the lock. Messages that a sink itself logs
+/// through this logger are dropped: there is nowhere for them to go.
 class BinaryLogger {
  public:
   /// A text or pattern and the place that logs it, made where a log function is called.
@@ -98,8 +99,9 @@ class BinaryLogger {
              const platform::LogLocation& location) noexcept;
   void callFacade(const std::function<void()>& call) noexcept;
 
+  /// Held while the process's sink is called.
   platform::Mutex mutex_;
-  platform::VaroNativeFacade facade_ VARO_GUARDED_BY(mutex_);
+  platform::VaroNativeFacade facade_;  // thread-safe
 };
 
 }  // namespace varo::binary

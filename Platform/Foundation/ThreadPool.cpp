@@ -71,6 +71,7 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
       } else {
         armMonitor = !std::exchange(monitored_, true);
       }
+      work->context = JobContext::current();
       work_.push(work);
     }
     // Outside the lock, which the woken thread needs at once.
@@ -160,14 +161,17 @@ class ThreadPool::State : public std::enable_shared_from_this<State> {
     currentPool = this;
     while (true) {
       std::shared_ptr<Work> work;
+      JobContext::Ptr context;
       {
         const MutexLock lock(mutex_);
         worker.busySince.reset();
         if (work_.empty() && !waitForWorkLocked(worker)) break;
         if (work_.empty()) continue;
         work = work_.pop();
+        context = std::move(work->context);
         worker.busySince = clock_.steadyNow();
       }
+      const JobContext::Scope scope(std::move(context));
       runReporting([&work] { work->run(); });
     }
     currentPool = nullptr;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Platform/Foundation/JobContext.h"
+
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -40,7 +42,9 @@ class ThreadPool {
    private:
     template <typename T>
     friend class LinkedQueue;
+    friend class ThreadPool;
     std::shared_ptr<Work> next;  // guarded by the pool's mutex
+    JobContext::Ptr context;     // the same; that of the thread that queued it
   };
 
   struct Options {
@@ -58,9 +62,10 @@ class ThreadPool {
   ThreadPool(const ThreadPool&) = delete;
   ThreadPool& operator=(const ThreadPool&) = delete;
 
-  /// Queues `job`. False, with `job` left as it was, once the pool is shut down or where the system
-  /// refuses it even its first thread. What a job throws is reported on standard error and goes no
-  /// further. Throws `std::bad_alloc`, with `job` left as it was.
+  /// Queues `job`, to run in this thread's `JobContext`. False, with `job` left as it was, once the
+  /// pool is shut down or where the system refuses it even its first thread. What a job throws is
+  /// reported on standard error and goes no further. Throws `std::bad_alloc`, with `job` left as it
+  /// was.
   [[nodiscard]] bool post(Job&& job);
 
   /// As `post`, but a job that the pool refuses, or that there is no memory for, runs on the

@@ -11,7 +11,10 @@ namespace {
 /// Longer delays would pass what the clock can count.
 constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24 * 365);
 
-void call(const TimerQueue::Job& job, TimerQueue::Reason reason) noexcept {
+}  // namespace
+
+void TimerQueue::Waiting::call(Reason reason) const noexcept {
+  const JobContext::Scope scope(context);
   try {
     job(reason);
   } catch (const std::exception& exception) {
@@ -21,28 +24,27 @@ void call(const TimerQueue::Job& job, TimerQueue::Reason reason) noexcept {
   }
 }
 
-}  // namespace
-
 TimerQueue::~TimerQueue() { shutdown(); }
 
 void TimerQueue::after(std::chrono::milliseconds delay, Job job) {
+  Waiting waiting{std::move(job), JobContext::current()};
   {
     const MutexLock lock(mutex_);
     if (!stopped_) {
       // First, since the system may refuse it: then nothing is queued.
       if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
-      jobs_.emplace(Clock::now() + std::min(delay, kLongestDelay), std::move(job));
+      jobs_.emplace(Clock::now() + std::min(delay, kLongestDelay), std::move(waiting));
       changed_.notifyOne();
       return;
     }
   }
   // Whoever waits for the job hears at once that its time will not come.
-  call(job, Reason::kShutDown);
+  waiting.call(Reason::kShutDown);
 }
 
 void TimerQueue::shutdown() {
   std::thread thread;
-  std::multimap<Clock::time_point, Job> waiting;
+  std::multimap<Clock::time_point, Waiting> waiting;
   {
     const MutexLock lock(mutex_);
     stopped_ = true;
@@ -52,12 +54,12 @@ void TimerQueue::shutdown() {
   }
   // Joined first, so that never two jobs are called at once; without the lock, which it needs.
   if (thread.joinable()) thread.join();
-  for (const auto& [due, job] : waiting) call(job, Reason::kShutDown);
+  for (const auto& [due, job] : waiting) job.call(Reason::kShutDown);
 }
 
 void TimerQueue::run() {
   while (true) {
-    Job job;
+    Waiting next;
     {
       const MutexLock lock(mutex_);
       while (!stopped_ && (jobs_.empty() || jobs_.begin()->first > Clock::now())) {
@@ -70,10 +72,10 @@ void TimerQueue::run() {
         }
       }
       if (stopped_) return;  // also with jobs that are due: `shutdown` calls them
-      job = std::move(jobs_.begin()->second);
+      next = std::move(jobs_.begin()->second);
       jobs_.erase(jobs_.begin());
     }
-    call(job, Reason::kDue);  // without the lock: it may ask for another
+    next.call(Reason::kDue);  // without the lock: it may ask for another
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Mutex.h"
 
 #include <chrono>
@@ -25,22 +26,28 @@ class TimerQueue {
   TimerQueue(const TimerQueue&) = delete;
   TimerQueue& operator=(const TimerQueue&) = delete;
 
-  /// Calls `job` once: not before `delay` (of at most a year) has passed, or, when that comes
-  /// first, from `shutdown`; after `shutdown` at once, on this thread. What it throws is reported
-  /// on standard error and goes no further. Throws `std::system_error` where the system refuses the
-  /// thread and `std::bad_alloc`; nothing is queued then.
+  /// Calls `job` once, in this thread's `JobContext`: not before `delay` (of at most a year) has
+  /// passed, or, when that comes first, from `shutdown`; after `shutdown` at once, on this thread.
+  /// What it throws is reported on standard error and goes no further. Throws `std::system_error`
+  /// where the system refuses the thread and `std::bad_alloc`; nothing is queued then.
   void after(std::chrono::milliseconds delay, Job job);
 
   /// Calls the jobs that wait, with `kShutDown`, and joins the thread. Not to be called from a job.
   void shutdown();
 
  private:
+  struct Waiting {
+    Job job;
+    JobContext::Ptr context;
+    void call(Reason reason) const noexcept;
+  };
+
   void run();
 
   Mutex mutex_;
   ConditionVariable changed_;
   /// By due time; equal ones stay in the order in which they came.
-  std::multimap<Clock::time_point, Job> jobs_ VARO_GUARDED_BY(mutex_);
+  std::multimap<Clock::time_point, Waiting> jobs_ VARO_GUARDED_BY(mutex_);
   bool stopped_ VARO_GUARDED_BY(mutex_) = false;
   std::thread thread_ VARO_GUARDED_BY(mutex_);
 };

@@ -26,6 +26,7 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
       return sync([&job] { ThreadPool::runHere(job); });
     }
     entry->job = std::move(job);
+    entry->context = JobContext::current();
     {
       const MutexLock lock(mutex_);
       entries_.push(std::move(entry));
@@ -71,6 +72,7 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
   /// Either a job for the pool or a waiting thread.
   struct Entry {
     Job job;
+    JobContext::Ptr context;
     Turn* turn = nullptr;
     std::shared_ptr<Entry> next;  // guarded by the queue's mutex
   };
@@ -107,12 +109,14 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
   /// Runs jobs until the queue is empty or a waiting thread's turn has come.
   void run() override {
     while (true) {
-      Job job;
+      std::shared_ptr<Entry> entry;
       {
         const MutexLock lock(mutex_);
-        if (!takeLocked(job)) return;
+        entry = takeLocked();
       }
-      runOne(std::move(job));
+      if (entry == nullptr) return;
+      const JobContext::Scope scope(std::move(entry->context));
+      runOne(std::move(entry->job));
     }
   }
 
@@ -142,19 +146,18 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
     passOn();
   }
 
-  /// Takes the next job. False when there is none for the calling thread: the queue is idle then,
+  /// Takes the next job. Null when there is none for the calling thread: the queue is idle then,
   /// or active on the thread whose turn it is.
-  bool takeLocked(Job& job) VARO_REQUIRES(mutex_) {
+  std::shared_ptr<Entry> takeLocked() VARO_REQUIRES(mutex_) {
     if (entries_.empty()) {
       active_ = false;
-      return false;
+      return nullptr;
     }
     if (entries_.front()->turn != nullptr) {
       grantLocked();
-      return false;
+      return nullptr;
     }
-    job = std::move(entries_.pop()->job);
-    return true;
+    return entries_.pop();
   }
 
   void grantLocked() VARO_REQUIRES(mutex_) {

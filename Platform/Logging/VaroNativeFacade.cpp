@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Redaction.h"
+#include "Platform/Logging/LogRoute.h"
 #include "Platform/Logging/SpdlogSink.h"
 
 #include <atomic>
@@ -75,6 +76,7 @@ void VaroNativeFacade::setLogLevelAndActivateNetworkPersister(LogLevel level) {
 }
 
 bool VaroNativeFacade::isEnabled(LogLevel level) noexcept {
+  if (const LogRoute* route = LogRoute::current()) return route->isEnabled(level);
   return level >= threshold.load(std::memory_order_relaxed) && level != LogLevel::kOff;
 }
 
@@ -82,7 +84,12 @@ void VaroNativeFacade::setSink(std::shared_ptr<LogSink> sink) { sinkSlot().set(s
 
 void VaroNativeFacade::log(LogLevel level, std::string_view message,
                            const LogLocation& location) const {
-  if (isEnabled(level)) sinkSlot().get()->write(logger_, level, location, redactSecrets(message));
+  if (!isEnabled(level)) return;
+  const std::string text = redactSecrets(message);
+  if (const LogRoute* route = LogRoute::current()) {
+    return route->sink().write(logger_, level, location, text);
+  }
+  sinkSlot().get()->write(logger_, level, location, text);
 }
 
 }  // namespace varo::platform

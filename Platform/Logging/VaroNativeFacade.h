@@ -9,7 +9,8 @@
 
 namespace varo::platform {
 
-/// The platform's logging facade: a named logger over the process's one sink and level.
+/// The platform's logging facade: a named logger over the process's one sink and level, or over
+/// those of the `LogRoute` that this thread works in.
 ///
 /// A message below the level costs a comparison. The default sink writes to standard error, the
 /// default level is warning. What the sink throws leaves the log functions and `flush`.

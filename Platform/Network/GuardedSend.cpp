@@ -1,6 +1,7 @@
 #include "Platform/Network/GuardedSend.h"
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/HttpTransportError.h"
@@ -52,6 +53,7 @@ class Ending {
     if (error != nullptr) response.reset();
     // The caller of `send` has no handle yet and may hold a lock.
     if (sending_.load() == std::this_thread::get_id()) return endOnPool(response, error);
+    const JobContext::Scope scope(context_);
     if (const HttpCompletion completion = take()) completion(std::move(response), std::move(error));
   }
 
@@ -59,6 +61,7 @@ class Ending {
   void endOnPool(const std::optional<HttpResponse>& response, const ErrorPtr& error) {
     const HttpCompletion completion = take();
     if (completion == nullptr) return;
+    const JobContext::Scope scope(context_);
     Runtime::shared().pool().postOrRun(
         [completion, response, error] { completion(response, error); });
   }
@@ -77,7 +80,8 @@ class Ending {
     return completion;  // the watch goes without the lock: it waits for a call that is under way
   }
 
-  std::atomic<std::thread::id> sending_{};  // the thread inside `send`, or none
+  const JobContext::Ptr context_ = JobContext::current();  // of whoever sends
+  std::atomic<std::thread::id> sending_{};                 // the thread inside `send`, or none
   Mutex mutex_;
   HttpCompletion completion_ VARO_GUARDED_BY(mutex_);  // null once it was taken
   std::unique_ptr<Watch> watch_ VARO_GUARDED_BY(mutex_);

@@ -28,6 +28,17 @@ struct Tls {
 
 enum class LogLevel : std::uint8_t { kTrace, kDebug, kInfo, kWarning, kError, kFatal };
 
+/// One message of the library. Never holds a token, a key or a signature.
+struct LogRecord {
+  LogLevel level = LogLevel::kInfo;
+  std::string message;
+  /// The part of the library: "Binary", "TaskEngine", ...
+  std::string logger;
+  /// Where in the library; both live as long as the process.
+  const char* file = "";
+  int line = 0;
+};
+
 /// The settings of one client. Clients with other settings can live side by side.
 struct Options {
   /// Where the service is: http or https, with or without a slash at its end.
@@ -45,6 +56,11 @@ struct Options {
   std::chrono::milliseconds connectTimeout = std::chrono::seconds(30);
   /// How long no byte may move before a request is given up.
   std::chrono::milliseconds stallTimeout = std::chrono::seconds(60);
+  /// Gets what the operations of this client log, from `logLevel` on. Empty: nothing is logged, as
+  /// outcomes tell all that a program needs. Called on threads of the library, several at once, in
+  /// the middle of their work: it has to be quick. What it throws goes no further.
+  std::function<void(const LogRecord&)> log = {};
+  LogLevel logLevel = LogLevel::kWarning;
 };
 
 }  // namespace varo

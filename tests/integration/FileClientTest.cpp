@@ -1,6 +1,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "tests/support/Await.h"
 #include "tests/support/Files.h"
+#include "tests/support/RecordingLog.h"
 #include "tests/support/SandboxFixture.h"
 #include "varo/client.h"
 
@@ -13,6 +14,7 @@
 #include <future>
 #include <latch>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -213,6 +215,32 @@ TEST_F(FileClientTest, ClientsOfOneProcessHaveSettingsOfTheirOwn) {
   Options options{.url = server_->url()};
   options.credentials = []() -> Outcome<Credentials> { throw std::runtime_error("no key"); };
   EXPECT_THAT(FileClient::create(options)->list().get().error().message, HasSubstr("no key"));
+}
+
+TEST_F(FileClientTest, MessagesGoToTheLogOfTheirClientAndNowhereElse) {
+  const test::RecordingLog process;
+  platform::Mutex mutex;
+  std::vector<std::string> messages;
+  Options options{.url = server_->url(), .logLevel = LogLevel::kTrace};
+  options.log = [&](const LogRecord& record) {
+    const platform::MutexLock lock(mutex);
+    messages.push_back(record.message);
+    throw std::runtime_error("of the application");
+  };
+  const FileClient logged = FileClient::create(options).value();
+  const FileClient silent = client();
+  for (const FileClient& files : {logged, silent}) {
+    const auto file = files.upload(Source::text("x"), {.name = "x"}).get();
+    ASSERT_TRUE(file) << file.error().message;
+    EXPECT_TRUE(files.list().get());
+    EXPECT_TRUE(files.download(file->id, path("x" + file->id.text())).get());
+    EXPECT_TRUE(files.remove(file->id).get());
+  }
+  std::vector<std::string> ofProcess;
+  for (const auto& line : process->lines()) ofProcess.push_back(line.text);
+  EXPECT_THAT(ofProcess, testing::IsEmpty());
+  const platform::MutexLock lock(mutex);
+  EXPECT_THAT(messages, testing::Contains(HasSubstr("No criteria is defined")));
 }
 
 TEST_F(FileClientTest, CancelAndDestructionStopWhatServersHoldUp) {

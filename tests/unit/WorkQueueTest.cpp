@@ -1,3 +1,4 @@
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Sleeper.h"
 #include "Platform/Foundation/ThreadPool.h"
 #include "Platform/Foundation/TimerQueue.h"
@@ -9,7 +10,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <latch>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -35,6 +38,37 @@ TEST_F(WorkQueueTest, SerialQueueRunsAsyncAndSyncJobsInOrder) {
   }
   ASSERT_EQ(order.size(), 300U);
   for (int i = 0; i < 300; ++i) EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
+}
+
+TEST_F(WorkQueueTest, JobsRunInTheContextThatTheyWerePostedIn) {
+  class Context final : public JobContext {};
+  const JobContext::Ptr mine = std::make_shared<Context>();
+  const JobContext::Ptr others = std::make_shared<Context>();
+  SerialQueue queue("context", pool_);
+  std::latch posted{1};
+  std::latch done{5};
+  std::atomic<int> right{0};
+  // A thread runs one job after the other, so what the one before left behind would show.
+  const auto expects = [&](const JobContext::Ptr& context) {
+    return [&, context] {
+      posted.wait();
+      if (JobContext::current() == context) ++right;
+      done.count_down();
+    };
+  };
+  queue.async(expects(nullptr));
+  {
+    const JobContext::Scope scope(mine);
+    queue.async(expects(mine));
+    pool_.postOrRun([&] { queue.async(expects(mine)); });
+    timers_.after(std::chrono::milliseconds(0), [&](TimerQueue::Reason) { expects(mine)(); });
+    const JobContext::Scope inner(others);
+    queue.async(expects(others));
+  }
+  EXPECT_EQ(JobContext::current(), nullptr);
+  posted.count_down();
+  done.wait();
+  EXPECT_EQ(right, 5);
 }
 
 TEST_F(WorkQueueTest, SyncInsideAJobOfTheSameQueueRunsAtOnce) {
