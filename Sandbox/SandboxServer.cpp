@@ -92,7 +92,8 @@ struct SandboxServer::Running {
         blobControl(blobs),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
                         {shared.faults, shared.log, stopSignal}),
-        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
+        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal},
+                      [this](HttpResponse& response) { signedStore.stamp(response); }),
         store(options.http, stopSignal,
               [this](HttpRequest& request, RequestBody& body) {
                 return storePipeline.handle(request, body);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace varo::sandbox {
 
@@ -20,6 +21,8 @@ struct SignedStoreOptions {
   bool requiresSignature = true;
   /// Whether a signature may leave the body out ("UNSIGNED-PAYLOAD" in place of its digest).
   bool allowsUnsignedPayload = true;
+  /// The buckets that there are: requests to others are refused. Empty: any first part of a path.
+  std::vector<std::string> buckets{};
   /// How far the store's clock is ahead of this machine's; negative: behind.
   std::chrono::seconds clockOffset{0};
 };

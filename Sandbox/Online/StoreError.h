@@ -3,8 +3,12 @@
 #include "Sandbox/Http/HttpResponse.h"
 
 #include <string>
+#include <string_view>
 
 namespace varo::sandbox {
+
+/// Names a request in every response of the stores.
+inline constexpr std::string_view kRequestIdHeader = "x-amz-request-id";
 
 /// A refusal in the manner of object stores.
 struct StoreError {
@@ -15,6 +19,7 @@ struct StoreError {
 };
 
 /// `<Error>` with "Code", "Message", the details and the request's path as "Resource".
+/// Its "RequestId" is the header's.
 [[nodiscard]] HttpResponse xmlResponse(const StoreError& error, const HttpRequest& request);
 
 }  // namespace varo::sandbox
