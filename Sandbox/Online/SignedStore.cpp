@@ -3,7 +3,6 @@
 #include "Platform/Foundation/Text.h"
 #include "Sandbox/Online/CheckedBody.h"
 #include "Sandbox/Online/ObjectUpload.h"
-#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/RandomName.h"
 
 #include <algorithm>
@@ -20,13 +19,6 @@ constexpr std::size_t kMaxKeyBytes = 1024;
 
 StoreError noSuchKey(const HttpRequest& request) {
   return {404, "NoSuchKey", "There is no object under this key.", {{"Key", keyOf(request)}}};
-}
-
-StoreError errorOf(const WriteProblem& problem) {
-  if (problem.opstatus == kInternal) return {500, "InternalError", problem.reason};
-  if (problem.opstatus == kWrongState) return {409, "OperationAborted", problem.reason};
-  const bool isForm = problem.opstatus == kWrongUploadMode;
-  return {400, isForm ? "MalformedPOSTRequest" : "IncompleteBody", problem.reason};
 }
 
 HttpResponse brokenBodyResponse(const HttpRequest& request) {
@@ -56,23 +48,26 @@ bool holds(std::string_view condition, std::string_view entityTag) {
 
 }  // namespace
 
-SignedStore::SignedStore(DiskStore& objects, const SignedStoreOptions& options)
-    : objects_(objects),
+SignedStore::SignedStore(ObjectStores stores, const SignedStoreOptions& options)
+    : objects_(stores.objects),
       options_(options),
       verifier_(options),
-      listing_(objects),
-      operations_{
-          listing_.operation(),
-          {.method = "PUT",
-           .takesBody = true,
-           .run = [this](const auto& request, auto& body) { return write(request, body); }},
-          {.method = "POST",
-           .takesBody = true,
-           .run = [this](const auto& request, auto& body) { return write(request, body); }},
-          {.method = "GET", .run = [this](const auto& request, auto&) { return read(request); }},
-          {.method = "DELETE",
-           .run = [this](const auto& request, auto&) { return remove(request); }},
-      } {}
+      listing_(stores.objects),
+      uploads_(stores, options.leastPartBytes),
+      operations_(allOperations()) {}
+
+std::vector<StoreOperation> SignedStore::allOperations() {
+  std::vector<StoreOperation> all = uploads_.operations();
+  all.push_back(listing_.operation());
+  const auto writer = [this](const auto& request, auto& body) { return write(request, body); };
+  all.push_back({.method = "PUT", .takesBody = true, .run = writer});
+  all.push_back({.method = "POST", .takesBody = true, .run = writer});
+  all.push_back(
+      {.method = "GET", .run = [this](const auto& request, auto&) { return read(request); }});
+  all.push_back(
+      {.method = "DELETE", .run = [this](const auto& request, auto&) { return remove(request); }});
+  return all;
+}
 
 void SignedStore::registerRoutes(Router& router) {
   for (const std::string_view method : {"PUT", "POST", "GET", "DELETE"}) {
@@ -132,7 +127,7 @@ std::optional<StoreError> SignedStore::refusalOf(const HttpRequest& request,
 HttpResponse SignedStore::write(const HttpRequest& request, RequestBody& body) {
   const auto received = receiveObject(request, body, objects_, keyOf(request));
   if (const auto* problem = std::get_if<WriteProblem>(&received)) {
-    return xmlResponse(errorOf(*problem), request);
+    return xmlResponse(storeErrorOf(*problem), request);
   }
   HttpResponse response;
   response.headers.emplace_back("ETag", std::get<ReceivedObject>(received).state.entityTag);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Sandbox/Http/Router.h"
+#include "Sandbox/Online/MultipartUploads.h"
 #include "Sandbox/Online/ObjectListing.h"
 #include "Sandbox/Online/SignatureVerifier.h"
 #include "Sandbox/Online/SignedStoreOptions.h"
@@ -14,11 +15,12 @@
 namespace varo::sandbox {
 
 /// An object store in the manner of S3: PUT, POST (a form), GET, HEAD and DELETE of /{key}, where
-/// the key is the whole decoded path, and lists of buckets. Requests are signed; refusals are XML.
+/// the key is the whole decoded path, uploads in parts, and lists of
+/// buckets. Requests are signed; refusals are XML.
 /// Thread-safe. Exceptions of the record database pass through.
 class SignedStore {
  public:
-  SignedStore(DiskStore& objects, const SignedStoreOptions& options);
+  SignedStore(ObjectStores stores, const SignedStoreOptions& options);
 
   /// Takes all paths that no route before it took.
   void registerRoutes(Router& router);
@@ -27,6 +29,7 @@ class SignedStore {
   void stamp(HttpResponse& response) const;
 
  private:
+  [[nodiscard]] std::vector<StoreOperation> allOperations();
   /// Runs what the request asks for, if it may.
   [[nodiscard]] HttpResponse serve(const HttpRequest& request, RequestBody& body);
   [[nodiscard]] std::optional<StoreError> refusalOf(const HttpRequest& request,
@@ -40,6 +43,7 @@ class SignedStore {
   const SignedStoreOptions options_;
   const SignatureVerifier verifier_;
   const ObjectListing listing_;
+  MultipartUploads uploads_;
   const std::vector<StoreOperation> operations_;
 };
 

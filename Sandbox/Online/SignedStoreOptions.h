@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,9 @@ struct SignedStoreOptions {
   bool allowsUnsignedPayload = true;
   /// The buckets that there are: requests to others are refused. Empty: any first part of a path.
   std::vector<std::string> buckets{};
+  /// Bytes that all parts but the last of an upload in parts have at least. Tests with small ones
+  /// lower it.
+  std::uint64_t leastPartBytes = std::uint64_t{5} << 20;
   /// How far the store's clock is ahead of this machine's; negative: behind.
   std::chrono::seconds clockOffset{0};
 };

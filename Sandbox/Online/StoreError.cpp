@@ -2,11 +2,19 @@
 
 #include "Sandbox/Online/SignatureV4.h"
 #include "Sandbox/Online/StoreXml.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/RandomName.h"
 
 #include <fmt/format.h>
 
 namespace varo::sandbox {
+
+StoreError storeErrorOf(const WriteProblem& problem) {
+  if (problem.opstatus == kInternal) return {500, "InternalError", problem.reason};
+  if (problem.opstatus == kWrongState) return {409, "OperationAborted", problem.reason};
+  const bool isForm = problem.opstatus == kWrongUploadMode;
+  return {400, isForm ? "MalformedPOSTRequest" : "IncompleteBody", problem.reason};
+}
 
 HttpResponse xmlResponse(const StoreError& error, const HttpRequest& request) {
   std::string elements = xmlElement("Code", error.code) + xmlElement("Message", error.message);

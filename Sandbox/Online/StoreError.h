@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Sandbox/Http/HttpResponse.h"
+#include "Sandbox/Storage/DiskStore.h"
 
 #include <string>
 #include <string_view>
@@ -17,6 +18,9 @@ struct StoreError {
   std::string message;  ///< A sentence.
   FieldList details{};  ///< Further elements of the response.
 };
+
+/// Why a write failed, in the manner of object stores.
+[[nodiscard]] StoreError storeErrorOf(const WriteProblem& problem);
 
 /// `<Error>` with "Code", "Message", the details and the request's path as "Resource".
 /// Its "RequestId" is the header's.

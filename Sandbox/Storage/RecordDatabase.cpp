@@ -1,6 +1,7 @@
 #include "Sandbox/Storage/RecordDatabase.h"
 
 #include "Sandbox/Storage/KeyOrder.h"
+#include "Sandbox/Storage/SqlValues.h"
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
@@ -8,9 +9,6 @@
 
 namespace varo::sandbox {
 namespace {
-
-// For whoever looks into the file with another tool; the sandbox itself has one connection.
-constexpr int kBusyTimeoutMs = 5000;
 
 // Losing the last moments in a power cut is fine for a sandbox, a damaged file is not.
 constexpr const char* kSchema = R"(
@@ -51,14 +49,6 @@ constexpr std::string_view kStoredColumns =
     "file_name, size, chunk_length, chunks, entity_tag, modified";
 constexpr std::string_view kFileColumns =
     "id, metadata, kind, committed, size, entity_tag, created, revision";
-
-std::int64_t toSql(std::uint64_t number) { return static_cast<std::int64_t>(number); }
-std::uint64_t fromSql(std::int64_t number) { return static_cast<std::uint64_t>(number); }
-
-// A text may hold zero bytes, which the binding of C strings would cut at.
-void bindText(SQLite::Statement& statement, int index, std::string_view text) {
-  statement.bind(index, std::string(text));
-}
 
 FileRecord readFile(SQLite::Statement& row) {
   return {row.getColumn(0).getString(),         row.getColumn(1).getString(),
@@ -242,7 +232,7 @@ void RecordDatabase::putStored(std::string_view area, std::string_view key,
   statement.bind(5, toSql(state.chunkLength));
   statement.bind(6, toSql(state.chunks));
   bindText(statement, 7, state.entityTag);
-  statement.bind(8, std::int64_t{state.modified.time_since_epoch().count()});
+  statement.bind(8, toSql(state.modified));
   statement.exec();
 }
 

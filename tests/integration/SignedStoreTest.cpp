@@ -168,5 +168,125 @@ TEST_F(SignedStoreTest, AnObjectIsListedAsItsHeadTellsIt) {
   EXPECT_EQ((*answers)[7].at("status"), 501) << "not the list that was asked for";
 }
 
+json::object from(std::size_t answer, const char* key) { return {{"from", {answer, key}}}; }
+
+/// Calls on one upload of `kObject`, whose first one has begun it.
+const json::object kObject{{"Bucket", "bucket"}, {"Key", "a/b \xC3\xBC"}};
+
+json::object onUpload(json::object more = {}) {
+  json::object arguments = kObject;
+  arguments["UploadId"] = from(0, "UploadId");
+  for (const auto& [key, value] : more) arguments[key] = value;
+  return arguments;
+}
+json::object part(int number, const std::string& bytes) {
+  return call("upload_part", onUpload({{"PartNumber", number}, {"Body", bytes}}));
+}
+/// Parts as numbers and the calls that have sent them.
+json::object completion(const std::vector<std::pair<int, std::size_t>>& parts) {
+  json::array list;
+  for (const auto& [number, sentBy] : parts) {
+    list.push_back(json::object{{"PartNumber", number}, {"ETag", from(sentBy, "ETag")}});
+  }
+  return call("complete_multipart_upload", onUpload({{"MultipartUpload", {{"Parts", list}}}}));
+}
+
+class UploadInPartsTest : public SignedStoreTest {
+ protected:
+  void SetUp() override { restart({.objectStore = {.leastPartBytes = 4}}); }
+
+  /// Bytes on disk.
+  std::size_t storedParts() {
+    const std::filesystem::directory_iterator all(directory_ + "/parts");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+  }
+  std::string content() {
+    return ask("GET", "/services/online/objects/" + percentEncode("bucket/a/b \xC3\xBC")).body;
+  }
+};
+
+TEST_F(UploadInPartsTest, TheObjectAppearsInOneStepAndNothingIsLeft) {
+  put("bucket/a/b \xC3\xBC", "before");
+  const auto answers = run({
+      call("create_multipart_upload", kObject),
+      part(7, "22222"),
+      part(2, "wrong"),
+      part(2, "1111"),
+      part(9, "unused"),
+      part(10'000, "3"),
+      call("list_parts", onUpload({{"MaxParts", 2}})),
+      call("list_parts", onUpload({{"PartNumberMarker", 7}})),
+      call("list_multipart_uploads", {{"Bucket", "bucket"}, {"Prefix", "a/"}}),
+      call("get_object", kObject),
+      completion({{2, 3}, {7, 1}, {10'000, 5}}),
+      call("get_object", kObject),
+      call("list_multipart_uploads", {{"Bucket", "bucket"}}),
+      completion({{2, 3}, {7, 1}, {10'000, 5}}),
+      part(1, "late"),
+  });
+  if (!answers) GTEST_SKIP() << "python3-botocore is not installed";
+  const auto& list = *answers;
+  using testing::ElementsAre;
+  EXPECT_EQ(column(list[6], "Parts", "ETag"),
+            (std::vector{textIn(list[3], "ETag"), textIn(list[1], "ETag")}));
+  EXPECT_EQ(list[6].at("IsTruncated"), true);
+  EXPECT_EQ(list[6].at("NextPartNumberMarker"), 7);
+  EXPECT_EQ(column(list[7], "Parts", "ETag"),
+            (std::vector{textIn(list[4], "ETag"), textIn(list[5], "ETag")}));
+  EXPECT_EQ(list[7].at("IsTruncated"), false);
+  EXPECT_THAT(column(list[8], "Uploads", "UploadId"), ElementsAre(textIn(list[0], "UploadId")));
+  EXPECT_THAT(column(list[8], "Uploads", "Key"), ElementsAre("a/b \xC3\xBC"));
+  EXPECT_EQ(textIn(list[9], "Body"), "before");
+  EXPECT_EQ(textIn(list[10], "Key"), "a/b \xC3\xBC");
+  EXPECT_EQ(textIn(list[11], "Body"), "1111222223");
+  EXPECT_EQ(textIn(list[11], "ETag"), textIn(list[10], "ETag"));
+  EXPECT_THAT(column(list[12], "Uploads", "UploadId"), ElementsAre());
+  EXPECT_EQ(textIn(list[13], "error"), "NoSuchUpload");
+  EXPECT_EQ(textIn(list[14], "error"), "NoSuchUpload");
+  EXPECT_EQ(storedParts(), 0u);
+}
+
+TEST_F(UploadInPartsTest, AWrongListOfPartsIsRefusedAndTheUploadCanBeCompletedOrGivenUp) {
+  const auto named = [](const json::array& parts) {
+    return call("complete_multipart_upload", onUpload({{"MultipartUpload", {{"Parts", parts}}}}));
+  };
+  const json::array wrongTag{{{"PartNumber", 1}, {"ETag", "\"other\""}}};
+  const struct {
+    json::object call;
+    std::string error;
+  } kCases[] = {
+      {completion({{2, 2}, {1, 1}}), "InvalidPartOrder"},
+      {completion({{1, 1}, {1, 1}}), "InvalidPartOrder"},
+      {completion({{1, 1}, {2, 1}}), "InvalidPart"},
+      {completion({{1, 1}, {4, 2}}), "InvalidPart"},
+      {completion({{1, 1}, {2, 2}, {3, 3}}), "EntityTooSmall"},
+      {named(wrongTag), "InvalidPart"},
+      {named({}), "MalformedXML"},
+      {part(0, "x"), "InvalidArgument"},
+      {part(10'001, "x"), "InvalidArgument"},
+      {call("upload_part", onUpload({{"Key", "other"}, {"PartNumber", 1}, {"Body", "x"}})),
+       "NoSuchUpload"},
+  };
+  json::array calls{call("create_multipart_upload", kObject), part(1, "1111"), part(2, "222"),
+                    part(3, "3333")};
+  for (const auto& one : kCases) calls.push_back(one.call);
+  calls.push_back(call("get_object", kObject));
+  calls.push_back(call("abort_multipart_upload", onUpload()));
+  calls.push_back(call("abort_multipart_upload", onUpload()));
+  calls.push_back(completion({{1, 1}}));
+  const auto answers = run(calls);
+  if (!answers) GTEST_SKIP() << "python3-botocore is not installed";
+  std::size_t index = 4;
+  for (const auto& one : kCases) {
+    EXPECT_EQ(textIn((*answers)[index], "error"), one.error) << (*answers)[index] << one.call;
+    ++index;
+  }
+  EXPECT_EQ(textIn((*answers)[index], "error"), "NoSuchKey");
+  EXPECT_EQ(textIn((*answers)[index + 1], "error"), "") << "given up";
+  EXPECT_EQ(textIn((*answers)[index + 2], "error"), "NoSuchUpload");
+  EXPECT_EQ(textIn((*answers)[index + 3], "error"), "NoSuchUpload");
+  EXPECT_EQ(storedParts(), 0u);
+}
+
 }  // namespace
 }  // namespace varo::sandbox
