@@ -70,7 +70,8 @@ struct SandboxServer::Shared {
 /// What lives from start to stop. The listeners come last, so that they end first.
 struct SandboxServer::Running {
   Running(const SandboxOptions& options, Shared& shared)
-      : records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
+      : faults(shared.faults),
+        records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
         serviceBytes(madeDirectory(options.dataDirectory + "/files"), "files", records),
         plainBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
         blobBytes(madeDirectory(options.dataDirectory + "/blobs"), "blobs", records),
@@ -116,6 +117,15 @@ struct SandboxServer::Running {
     signedStore.registerRoutes(storePipeline.router());
   }
 
+  ~Running() {
+    // Whoever a fault holds would otherwise hold up the listeners' end.
+    stopSignal.raise();
+    faults.release();
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  FaultInjector& faults;
   StopSignal stopSignal;
   RecordDatabase records;
   DiskStore serviceBytes;
@@ -198,6 +208,7 @@ bool SandboxServer::isReachableFromOutside() const { return !isLoopbackAddress(o
 
 void SandboxServer::addFault(FaultRule rule) { shared_->faults.add(std::move(rule)); }
 void SandboxServer::clearFaults() { shared_->faults.clear(); }
+std::size_t SandboxServer::heldRequests() const { return shared_->faults.held(); }
 void SandboxServer::setDeletes(DeleteKind kind) { shared_->defaultDelete.set(kind); }
 void SandboxServer::resetDeletes() { shared_->defaultDelete.reset(); }
 

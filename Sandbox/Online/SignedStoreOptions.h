@@ -12,6 +12,9 @@ struct SignedStoreOptions {
   std::string accessKey = "sandbox";
   std::string secretKey = "sandbox-secret-key";
   std::string region = "us-east-1";
+  /// Makes the keys temporary ones: requests must have it, signed, in "x-amz-security-token", and
+  /// signed addresses have it in their query. Empty: a request may have any token or none.
+  std::string sessionToken{};
   /// Scheme, host and port of an outside S3-compatible store, without a path; empty: the sandbox's
   /// own store. The keys and the region are then that store's.
   std::string outsideUrl{};

@@ -1,8 +1,12 @@
+#include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/SandboxFixture.h"
 
+#include <SQLiteCpp/Database.h>
+
 #include <algorithm>
 #include <set>
+#include <thread>
 
 // The signed store beside a client of others' making, botocore.
 
@@ -139,6 +143,7 @@ TEST_F(SignedStoreTest, ListsHaveEachKeyOfTheBucketOnceWhateverThePages) {
 }
 
 TEST_F(SignedStoreTest, AnObjectIsListedAsItsHeadTellsIt) {
+  restart({.objectStore = {.buckets = {"bucket"}}});
   put("bucket/a b", "hello");
   const json::object object{{"Bucket", "bucket"}, {"Key", "a b"}};
   json::object matched = object, unmatched = object, bad = object;
@@ -150,7 +155,8 @@ TEST_F(SignedStoreTest, AnObjectIsListedAsItsHeadTellsIt) {
            call("list_objects_v2", {{"Bucket", "bucket"}, {"StartAfter", "a b"}}),
            call("list_objects_v2", {{"Bucket", "bucket"}, {"MaxKeys", 0}}),
            call("list_objects_v2", {{"Bucket", "bucket"}, {"ContinuationToken", "+/made+up"}}),
-           call("list_objects", {{"Bucket", "bucket"}})});
+           call("list_objects", {{"Bucket", "bucket"}}),
+           call("list_objects_v2", {{"Bucket", "other"}})});
   if (!answers) GTEST_SKIP() << "python3-botocore is not installed";
   const auto& [list, head] = std::pair((*answers)[0], (*answers)[1]);
   const json::value& entry = list.at("Contents").at(0);
@@ -166,6 +172,17 @@ TEST_F(SignedStoreTest, AnObjectIsListedAsItsHeadTellsIt) {
   EXPECT_EQ((*answers)[5].at("IsTruncated"), false) << "none were asked for";
   EXPECT_EQ(textIn((*answers)[6], "error"), "InvalidArgument");
   EXPECT_EQ((*answers)[7].at("status"), 501) << "not the list that was asked for";
+  EXPECT_EQ(textIn((*answers)[8], "error"), "NoSuchBucket");
+}
+
+TEST_F(SignedStoreTest, WhatAnOlderSandboxHasStoredIsListed) {
+  put("bucket/a", "x");
+  server_->stop();
+  SQLite::Database(directory_ + "/records.sqlite", SQLite::OPEN_READWRITE)
+      .exec("ALTER TABLE blobs DROP COLUMN modified");
+  restart({.objectStore = {.requiresSignature = false}});
+  EXPECT_THAT(httpRequest("GET", server_->storeUrl() + "/bucket/?list-type=2").body,
+              testing::HasSubstr("<Key>a</Key><LastModified>1970-01-01T00:00:00.000Z<"));
 }
 
 json::object from(std::size_t answer, const char* key) { return {{"from", {answer, key}}}; }
@@ -286,6 +303,132 @@ TEST_F(UploadInPartsTest, AWrongListOfPartsIsRefusedAndTheUploadCanBeCompletedOr
   EXPECT_EQ(textIn((*answers)[index + 2], "error"), "NoSuchUpload");
   EXPECT_EQ(textIn((*answers)[index + 3], "error"), "NoSuchUpload");
   EXPECT_EQ(storedParts(), 0u);
+}
+
+TEST_F(SignedStoreTest, TemporaryKeysNeedTheirSessionToken) {
+  restart({.objectStore = {.sessionToken = "to/ken+="}});
+  put("bucket/a", "x");
+  const std::pair<std::string, std::string> kCases[] = {
+      {"to/ken+=", ""}, {"token", "InvalidToken"}, {"", "InvalidAccessKeyId"}};
+  for (const auto& [token, error] : kCases) {
+    const auto answers = run({call("get_object", {{"Bucket", "bucket"}, {"Key", "a"}})}, token);
+    if (!answers) GTEST_SKIP() << "python3-botocore is not installed";
+    EXPECT_EQ(textIn((*answers)[0], "error"), error) << token;
+  }
+  const auto form =
+      object(httpRequest("POST", server_->templateUrl(),
+                         R"({"objectName":"bucket/b","sandbox_template":{"auth":"presigned"}})"));
+  const std::string address(form.at("endpointUrl").as_string());
+  EXPECT_EQ(httpRequest("PUT", address, "x").status, 200) << address;
+  EXPECT_EQ(
+      httpRequest("PUT", address.substr(0, address.find("&X-Amz-Security-Token")), "x").status,
+      400);
+}
+
+class FaultyUploadTest : public SandboxTest {
+ protected:
+  void SetUp() override {
+    restart({.objectStore = {.requiresSignature = false, .leastPartBytes = 4}});
+    const std::string xml = store("POST", "uploads").body;
+    const std::size_t begin = xml.find("<UploadId>") + std::string("<UploadId>").size();
+    id_ = "uploadId=" + xml.substr(begin, xml.find('<', begin) - begin);
+  }
+
+  HttpAnswer store(const std::string& method, const std::string& query,
+                   const std::string& body = {}) {
+    return httpRequest(method, server_->storeUrl() + "/bucket/a?" + query, body);
+  }
+  HttpAnswer part(int number, const std::string& body) {
+    return store("PUT", "partNumber=" + std::to_string(number) + "&" + id_, body);
+  }
+  static std::string document(const std::vector<std::pair<int, std::string>>& parts) {
+    std::string xml = "<CompleteMultipartUpload>";
+    for (const auto& [number, tag] : parts) {
+      xml += "<Part><ETag>" + tag + "</ETag><PartNumber>" + std::to_string(number) +
+             "</PartNumber></Part>";
+    }
+    return xml + "</CompleteMultipartUpload>";
+  }
+
+  std::string id_;
+};
+
+TEST_F(FaultyUploadTest, APartThatBreaksOffIsNoneAndCanBeSentAgain) {
+  server_->addFault({.match = {.method = "PUT", .query = "uploadId=", .skip = 1, .count = 1},
+                     .action = {.cutRequestAfter = 3}});
+  const std::string first = part(1, "1111").header("ETag");
+  EXPECT_EQ(part(2, "222222").status, 0);
+  EXPECT_TRUE(test::eventually([this] { return server_->requests().size() == 3; }));
+  EXPECT_EQ(server_->requests().back().bodyBytes, 3u);
+  EXPECT_EQ(store("GET", id_).body.find("<PartNumber>2<"), std::string::npos);
+  const std::string second = part(2, "2222").header("ETag");
+  // Refused with status 200, as such stores may do after they have begun their response.
+  server_->addFault(
+      {.match = {.method = "POST", .count = 1},
+       .action = {.status = 200, .body = "<Error><Code>InternalError</Code></Error>"}});
+  const std::string list = document({{1, first}, {2, second}});
+  EXPECT_THAT(store("POST", id_, list).body, testing::HasSubstr("<Error>"));
+  EXPECT_EQ(store("GET", "").status, 404);
+  EXPECT_THAT(store("POST", id_, list).body, testing::HasSubstr("<ETag>"));
+  EXPECT_EQ(store("GET", "").body, "11112222");
+}
+
+TEST_F(FaultyUploadTest, AnUploadThatIsGivenUpTakesNoPartThatWasOnItsWay) {
+  const struct {
+    FaultAction action;
+    int status;
+  } kCases[] = {{{.latency = std::chrono::milliseconds(-1)}, 404},
+                {{.delay = std::chrono::milliseconds(-1)}, 200}};
+  for (const auto& one : kCases) {
+    SetUp();
+    server_->clearFaults();
+    server_->addFault({.match = {.method = "PUT"}, .action = one.action});
+    HttpAnswer late;
+    std::thread sender([&] { late = part(1, "1111"); });
+    EXPECT_TRUE(test::eventually([this] { return server_->heldRequests() == 1; }));
+    EXPECT_EQ(store("DELETE", id_).status, 204);
+    server_->clearFaults();
+    sender.join();
+    EXPECT_EQ(late.status, one.status) << "before or after its part was stored";
+    EXPECT_TRUE(std::filesystem::is_empty(directory_ + "/parts"));
+  }
+}
+
+TEST_F(FaultyUploadTest, AStopReleasesWhoeverIsHeld) {
+  server_->addFault({.action = {.latency = std::chrono::milliseconds(-1)}});
+  std::thread sender([&] { static_cast<void>(part(1, "1111")); });
+  EXPECT_TRUE(test::eventually([this] { return server_->heldRequests() == 1; }));
+  server_->stop();
+  sender.join();
+  EXPECT_EQ(server_->heldRequests(), 0u);
+}
+
+TEST_F(FaultyUploadTest, HostileListsOfPartsAreRefused) {
+  const std::string tag = part(1, "1111").header("ETag");
+  const std::string good = document({{1, tag}});
+  std::string nested;
+  for (int i = 0; i < 100'000; ++i) nested += "<Part>";
+  const std::string kCases[] = {
+      "",
+      "no document",
+      good.substr(0, good.size() - 1),
+      good + good,
+      "<CompleteMultipartUpload/>",
+      "<Other>" + good + "</Other>",
+      "<!DOCTYPE x [<!ENTITY e 'e'>]>" + good,
+      document({{0, tag}}),
+      document({{1, ""}}),
+      document({{10'001, tag}}),
+      document({{1, std::string(100'000, 'x')}}),
+      "<CompleteMultipartUpload>" + nested,
+      "<CompleteMultipartUpload>" + std::string(5'000'000, ' '),
+      "<" + std::string(5'000'000, 'a'),
+  };
+  for (const std::string& body : kCases) {
+    EXPECT_THAT(store("POST", id_, body).body, testing::HasSubstr("<Code>MalformedXML</Code>"))
+        << body.substr(0, 100);
+  }
+  EXPECT_THAT(store("POST", id_, good).body, testing::HasSubstr("<ETag>")) << "and harmed nothing";
 }
 
 }  // namespace
