@@ -30,17 +30,23 @@ class CountingBody final : public RequestBody {
 
 }  // namespace
 
-RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken, Shared shared)
-    : listener_(std::move(listener)), requiredToken_(std::move(requiredToken)), shared_(shared) {}
+RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken, Shared shared,
+                                 Stamp stamp)
+    : listener_(std::move(listener)),
+      requiredToken_(std::move(requiredToken)),
+      shared_(shared),
+      stamp_(std::move(stamp)) {}
 
 HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) const {
   // Before anything else: a rule that hits every request could not be removed again.
   if (request.path.starts_with(kControlPath)) return router_.route(request, body);
 
   // Before the token check, so that faults hit, and count, requests that the service would refuse.
-  const auto fault = shared_.faults.hit(listener_, request);
-  // On the stop signal, so that a long latency does not hold up the end of a test.
-  if (fault) shared_.stopSignal.waitFor(fault->latency);
+  const auto hit = shared_.faults.hit(listener_, request);
+  const FaultAction* fault = hit ? &hit->action : nullptr;
+  // No wait holds up the end of a test: a stop ends them all.
+  if (fault) shared_.faults.wait(*hit, fault->latency, shared_.stopSignal);
+  if (fault && fault->cutRequestAfter) body.cutAfter(*fault->cutRequestAfter);
   CountingBody counted(body);
   auto replacement = fault ? replacementFor(*fault) : std::nullopt;
   HttpResponse response;
@@ -54,6 +60,9 @@ HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) co
     // asks for that.
     response = errorResponse(kInternal, exception.what(), 500);
   }
+  if (fault) shared_.faults.wait(*hit, fault->delay, shared_.stopSignal);
+  // Before the fault, which may take a header away.
+  if (stamp_) stamp_(response);
   if (fault) spoil(response, *fault);
   // As it came, and not as a fault bent it: tests ask what the client sent.
   shared_.log.record(listener_, request, counted.count(), response.status);

@@ -21,6 +21,7 @@
 #include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/DiskStore.h"
 #include "Sandbox/Storage/RecordDatabase.h"
+#include "Sandbox/Storage/UploadDatabase.h"
 
 #include <fmt/format.h>
 
@@ -69,11 +70,14 @@ struct SandboxServer::Shared {
 /// What lives from start to stop. The listeners come last, so that they end first.
 struct SandboxServer::Running {
   Running(const SandboxOptions& options, Shared& shared)
-      : records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
+      : faults(shared.faults),
+        records(madeDirectory(options.dataDirectory) + "/records.sqlite"),
         serviceBytes(madeDirectory(options.dataDirectory + "/files"), "files", records),
         plainBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
         blobBytes(madeDirectory(options.dataDirectory + "/blobs"), "blobs", records),
         signedBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
+        partBytes(madeDirectory(options.dataDirectory + "/parts"), "parts", records),
+        uploads(options.dataDirectory + "/uploads.sqlite"),
         blobs(records, blobBytes),
         recordService({records, serviceBytes, plainBytes}, options.defaultTemplate,
                       // Asked with each request: the port is known once the store listens.
@@ -87,12 +91,13 @@ struct SandboxServer::Running {
                                                       origin(address, store.port())};
                       }),
         plainStore(plainBytes),
-        signedStore(signedBytes, options.objectStore),
+        signedStore({signedBytes, partBytes, uploads}, options.objectStore),
         controlService(shared.faults, shared.log, shared.defaultDelete),
         blobControl(blobs),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
                         {shared.faults, shared.log, stopSignal}),
-        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
+        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal},
+                      [this](HttpResponse& response) { signedStore.stamp(response); }),
         store(options.http, stopSignal,
               [this](HttpRequest& request, RequestBody& body) {
                 return storePipeline.handle(request, body);
@@ -112,12 +117,23 @@ struct SandboxServer::Running {
     signedStore.registerRoutes(storePipeline.router());
   }
 
+  ~Running() {
+    // Whoever a fault holds would otherwise hold up the listeners' end.
+    stopSignal.raise();
+    faults.release();
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  FaultInjector& faults;
   StopSignal stopSignal;
   RecordDatabase records;
   DiskStore serviceBytes;
   DiskStore plainBytes;
   DiskStore blobBytes;
   DiskStore signedBytes;
+  DiskStore partBytes;
+  UploadDatabase uploads;
   BlobCatalog blobs;
   RecordService recordService;
   ContentService contentService;
@@ -192,6 +208,7 @@ bool SandboxServer::isReachableFromOutside() const { return !isLoopbackAddress(o
 
 void SandboxServer::addFault(FaultRule rule) { shared_->faults.add(std::move(rule)); }
 void SandboxServer::clearFaults() { shared_->faults.clear(); }
+std::size_t SandboxServer::heldRequests() const { return shared_->faults.held(); }
 void SandboxServer::setDeletes(DeleteKind kind) { shared_->defaultDelete.set(kind); }
 void SandboxServer::resetDeletes() { shared_->defaultDelete.reset(); }
 

@@ -56,7 +56,10 @@ class SandboxServer {
 
   /// The same as the control endpoint. Rules and counts outlive `stop`.
   void addFault(FaultRule rule);
+  /// Requests that faults hold go on.
   void clearFaults();
+  /// How many requests faults hold at this moment.
+  [[nodiscard]] std::size_t heldRequests() const;
   /// How files are deleted from now on that wish for nothing themselves; until `resetDeletes` or
   /// the end of this object.
   void setDeletes(DeleteKind kind);

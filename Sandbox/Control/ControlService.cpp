@@ -103,6 +103,7 @@ HttpResponse ControlService::setDeletes(RequestBody& body) {
 
 HttpResponse ControlService::stats() const {
   return jsonResponse({{"opstatus", 0},
+                       {"held", faults_.held()},
                        {"service", statsObject(log_.stats("service"))},
                        {"store", statsObject(log_.stats("store"))}});
 }

@@ -105,7 +105,9 @@ bool readRangeEntry(std::string_view key, const json::value& value, FaultAction&
 }
 
 bool readActionEntry(std::string_view key, const json::value& value, FaultAction& action) {
-  if (key == "latencyMs") return readMilliseconds(value, 0, action.latency);
+  if (key == "latencyMs") return readMilliseconds(value, -1, action.latency);
+  if (key == "delayMs") return readMilliseconds(value, -1, action.delay);
+  if (key == "cutRequestAfter") return readCount(value, action.cutRequestAfter);
   if (key == "headers") return readHeaders(value, action);
   if (key == "total") return readTotal(value, action.total);
   if (key.ends_with("Range")) return readRangeEntry(key, value, action);

@@ -25,13 +25,18 @@ struct FaultMatch {
 };
 
 /// What happens to a request that is hit:
-/// - `latency` comes first.
+/// - `latency` comes first, `delay` when the service has done its work.
 /// - A status, body, opstatus, invalid JSON or redirect replaces the service's response, which is
 ///   then never computed.
 /// - The range faults make the service believe that other bytes were asked for.
 /// - The others spoil the delivery of whatever the response is.
 struct FaultAction {
+  /// Negative: the request is held until the rules are removed or the server stops.
   std::chrono::milliseconds latency{0};
+  std::chrono::milliseconds delay{0};  ///< Negative: as `latency`.
+  /// Bytes of the request's body after which the connection is closed, without a response. The
+  /// service sees a body that broke off.
+  std::optional<std::uint64_t> cutRequestAfter{};
 
   std::optional<int> status{};  ///< Also the status of the other replacements; 200 to 999.
   std::optional<std::string> body{};

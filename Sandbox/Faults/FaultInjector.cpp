@@ -36,8 +36,30 @@ void FaultInjector::add(FaultRule rule) {
 }
 
 void FaultInjector::clear() {
-  const platform::MutexLock lock(mutex_);
-  entries_.clear();
+  {
+    const platform::MutexLock lock(mutex_);
+    entries_.clear();
+  }
+  release();
+}
+
+void FaultInjector::release() {
+  auto removed = std::make_shared<StopSignal>();
+  {
+    const platform::MutexLock lock(mutex_);
+    removed.swap(removed_);
+  }
+  removed->raise();
+}
+
+void FaultInjector::wait(const FaultHit& hit, std::chrono::milliseconds duration,
+                         StopSignal& stopSignal) {
+  if (duration >= std::chrono::milliseconds::zero()) return stopSignal.waitFor(duration);
+  // Hit after the server that stops has released all others: then it was raised before.
+  if (stopSignal.raised()) return;
+  ++held_;
+  hit.removed->waitFor(duration);
+  --held_;
 }
 
 std::size_t FaultInjector::size() const {
@@ -45,11 +67,10 @@ std::size_t FaultInjector::size() const {
   return entries_.size();
 }
 
-std::optional<FaultAction> FaultInjector::hit(std::string_view listener,
-                                              const HttpRequest& request) {
+std::optional<FaultHit> FaultInjector::hit(std::string_view listener, const HttpRequest& request) {
   // Looking and counting are one step, so that of many requests at once exactly `count` are hit.
   const platform::MutexLock lock(mutex_);
-  std::optional<FaultAction> action;
+  std::optional<FaultHit> found;
   for (Entry& entry : entries_) {
     const FaultMatch& match = entry.rule.match;
     if (!matches(match, listener, request)) continue;
@@ -60,11 +81,11 @@ std::optional<FaultAction> FaultInjector::hit(std::string_view listener,
     const std::uint64_t index = entry.seen[target]++;
     // The rules behind the one that hits count the request all the same: `skip` means requests that
     // came, not requests that other rules left over.
-    if (action || index < match.skip) continue;
+    if (found || index < match.skip) continue;
     if (match.count && index - match.skip >= *match.count) continue;
-    action = entry.rule.action;
+    found = FaultHit{entry.rule.action, removed_};
   }
-  return action;
+  return found;
 }
 
 std::optional<HttpResponse> replacementFor(const FaultAction& action) {
@@ -108,7 +129,7 @@ void spoil(HttpResponse& response, const FaultAction& action) {
     if (value) response.headers.emplace_back(name, *value);
   }
   response.delivery = {action.cutAfter, action.stallAfter, action.stallFor, action.endlessHeaders,
-                       action.drop};
+                       action.drop || action.cutRequestAfter};
 }
 
 }  // namespace varo::sandbox

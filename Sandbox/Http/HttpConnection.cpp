@@ -71,12 +71,19 @@ class HttpConnection::Body final : public RequestBody {
       static_cast<void>(connection_.write("HTTP/1.1 100 Continue\r\n\r\n"));
     }
     while (!problem_ && !parser_.is_done()) {
-      const std::string_view piece = read();
+      std::string_view piece = read();
+      if (rest_ && piece.size() >= *rest_) {
+        piece = piece.substr(0, static_cast<std::size_t>(*rest_));
+        problem_ = End::kBroken;
+      }
+      if (rest_) *rest_ -= piece.size();
       // What the sink refuses is still read, so that the response finds a client that listens.
       if (end == End::kComplete && !piece.empty() && !sink(piece)) end = End::kRefused;
     }
     return problem_.value_or(end);
   }
+
+  void cutAfter(std::uint64_t bytes) override { rest_ = bytes; }
 
   void discard() {
     static_cast<void>(readInto([](std::string_view) { return true; }));
@@ -103,6 +110,7 @@ class HttpConnection::Body final : public RequestBody {
   RequestParser& parser_;
   bool expectsContinue_;
   std::optional<End> problem_;
+  std::optional<std::uint64_t> rest_;  ///< Bytes until the body is cut.
 };
 
 HttpConnection::HttpConnection(TimedSocket::Socket socket, const Server& server)

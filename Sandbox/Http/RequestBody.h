@@ -25,6 +25,10 @@ class RequestBody {
   /// Passes the body to `sink` in large pieces.
   virtual End readInto(const Sink& sink) = 0;
 
+  /// Ends the body after so many bytes as one that broke off; no more is read then. Before it is
+  /// read, of the connection's own body only.
+  virtual void cutAfter(std::uint64_t) {}
+
   /// The whole body, unless it is broken or longer than `limit` bytes.
   [[nodiscard]] std::optional<std::string> readText(std::size_t limit);
 };

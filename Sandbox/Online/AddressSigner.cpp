@@ -34,6 +34,9 @@ std::string signedPath(const SignedStoreOptions& keys, std::string_view method,
                         {"X-Amz-Date", timestamp},
                         {"X-Amz-Expires", std::string(kLifetimeSeconds)},
                         {"X-Amz-SignedHeaders", std::string(kSignedHeaders)}};
+  if (!keys.sessionToken.empty()) {
+    request.parameters.emplace_back(sigv4::kTokenParameter, keys.sessionToken);
+  }
   const std::string toSign = sigv4::stringToSign(
       timestamp, scope,
       sigv4::canonicalRequest(request, {std::string(kSignedHeaders)}, sigv4::kUnsignedPayload));

@@ -19,6 +19,9 @@ inline constexpr std::string_view kService = "s3";
 /// Query parameter of a signed address. The only one that its signature does not cover.
 inline constexpr std::string_view kSignatureParameter = "X-Amz-Signature";
 
+/// Header, in any letter case, and query parameter with the token of temporary keys.
+inline constexpr std::string_view kTokenParameter = "X-Amz-Security-Token";
+
 /// What a signing key is good for.
 struct Scope {
   std::string date;  ///< "yyyyMMdd"
@@ -51,5 +54,6 @@ using Time = std::chrono::sys_seconds;
 
 /// "Fri, 24 May 2013 00:00:00 GMT" (RFC 9110, 5.6.7, the form that is not obsolete)
 [[nodiscard]] std::optional<Time> parseHttpDate(std::string_view text);
+[[nodiscard]] std::string httpDateOf(Time time);
 
 }  // namespace varo::sandbox::sigv4

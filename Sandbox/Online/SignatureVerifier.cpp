@@ -54,6 +54,7 @@ std::variant<SignatureVerifier::PayloadHash, StoreError> SignatureVerifier::veri
   const auto& claim = std::get<SignatureClaim>(read);
   // The signature last: its refusal says nothing of the cause, the others say it exactly.
   if (auto problem = checkScope(claim)) return *std::move(problem);
+  if (auto problem = checkToken(request, claim)) return *std::move(problem);
   if (auto problem = checkTime(claim, now)) return *std::move(problem);
   if (auto problem = checkPayloadHash(claim)) return *std::move(problem);
   if (auto problem = checkSignedHeaders(request, claim)) return *std::move(problem);
@@ -77,6 +78,22 @@ SignatureVerifier::Problem SignatureVerifier::checkScope(const SignatureClaim& c
                     inQuery ? "AuthorizationQueryParametersError" : "AuthorizationHeaderMalformed",
                     fmt::format("The credential is for {}, this request needs {}.",
                                 claim.scope.text(), expected.text())};
+}
+
+SignatureVerifier::Problem SignatureVerifier::checkToken(const HttpRequest& request,
+                                                         const SignatureClaim& claim) const {
+  if (options_.sessionToken.empty()) return std::nullopt;
+  // In either place the signature covers it: the whole query, and all headers of this kind.
+  const std::string* token = claim.lifetime ? request.parameter(sigv4::kTokenParameter)
+                                            : request.header(sigv4::kTokenParameter);
+  if (token == nullptr) {
+    return StoreError{403,
+                      "InvalidAccessKeyId",
+                      "The access key is a temporary one and needs its session token.",
+                      {{"AWSAccessKeyId", claim.accessKey}}};
+  }
+  if (equalInConstantTime(*token, options_.sessionToken)) return std::nullopt;
+  return StoreError{400, "InvalidToken", "The session token is not the access key's."};
 }
 
 SignatureVerifier::Problem SignatureVerifier::checkTime(const SignatureClaim& claim,

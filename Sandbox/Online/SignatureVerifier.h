@@ -25,6 +25,7 @@ class SignatureVerifier {
  private:
   using Problem = std::optional<StoreError>;
   [[nodiscard]] Problem checkScope(const SignatureClaim& claim) const;
+  [[nodiscard]] Problem checkToken(const HttpRequest& request, const SignatureClaim& claim) const;
   [[nodiscard]] static Problem checkTime(const SignatureClaim& claim, sigv4::Time now);
   [[nodiscard]] Problem checkPayloadHash(const SignatureClaim& claim) const;
   [[nodiscard]] Problem checkSignature(const HttpRequest& request,

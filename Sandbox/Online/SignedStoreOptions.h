@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace varo::sandbox {
 
@@ -10,6 +12,9 @@ struct SignedStoreOptions {
   std::string accessKey = "sandbox";
   std::string secretKey = "sandbox-secret-key";
   std::string region = "us-east-1";
+  /// Makes the keys temporary ones: requests must have it, signed, in "x-amz-security-token", and
+  /// signed addresses have it in their query. Empty: a request may have any token or none.
+  std::string sessionToken{};
   /// Scheme, host and port of an outside S3-compatible store, without a path; empty: the sandbox's
   /// own store. The keys and the region are then that store's.
   std::string outsideUrl{};
@@ -20,6 +25,11 @@ struct SignedStoreOptions {
   bool requiresSignature = true;
   /// Whether a signature may leave the body out ("UNSIGNED-PAYLOAD" in place of its digest).
   bool allowsUnsignedPayload = true;
+  /// The buckets that there are: requests to others are refused. Empty: any first part of a path.
+  std::vector<std::string> buckets{};
+  /// Bytes that all parts but the last of an upload in parts have at least. Tests with small ones
+  /// lower it.
+  std::uint64_t leastPartBytes = std::uint64_t{5} << 20;
   /// How far the store's clock is ahead of this machine's; negative: behind.
   std::chrono::seconds clockOffset{0};
 };

@@ -73,6 +73,7 @@ LIBRARIES = {
     "spdlog/": ("Platform/Logging/*.cpp",),
     "openssl/": ("Platform/Crypto/*.cpp", "Platform/Network/Curl*.cpp", "Sandbox/*"),
     "SQLiteCpp/": ("Sandbox/*",),
+    "expat.h": ("Sandbox/Online/*.cpp",),
     "CLI/": ("Cli/*.cpp",),
 }
 FREE = ("tests/", "bench/", "examples/")
