@@ -2,5 +2,6 @@
 
 /// The whole client.
 #include "varo/files.h"
+#include "varo/objects.h"
 #include "varo/runtime.h"
 #include "varo/version.h"

@@ -52,7 +52,7 @@ MAY = {
     "Cli/": ("Binary/", "Sandbox/", "Platform/"),
     **floors("Cli/", ("Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
              ("Binary/", "Sandbox/", "Platform/")),
-    "examples/": ("Binary/", "Platform/"),
+    "examples/": ("include/varo/", "Binary/", "Platform/"),
     "bench/": ("Binary/", "Platform/", "tests/support/"),
     "tests/": ("Cli/", "Client/", "include/varo/", "Binary/", "Sandbox/", "Platform/"),
 }
@@ -69,11 +69,11 @@ MUST_NOT = {
 # Headers of a library -> the files that may include them. Tests, benchmarks and examples may include any.
 LIBRARIES = {
     "curl/": ("Platform/Network/Curl*",),
+    "expat.h": ("Platform/Foundation/Xml.cpp", "Sandbox/Online/*.cpp"),
     "sqlite3.h": ("Platform/Database/*.cpp",),
     "spdlog/": ("Platform/Logging/*.cpp",),
     "openssl/": ("Platform/Crypto/*.cpp", "Platform/Network/Curl*.cpp", "Sandbox/*"),
     "SQLiteCpp/": ("Sandbox/*",),
-    "expat.h": ("Sandbox/Online/*.cpp",),
     "CLI/": ("Cli/*.cpp",),
 }
 FREE = ("tests/", "bench/", "examples/")
