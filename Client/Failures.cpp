@@ -146,7 +146,8 @@ Kind kindOfStatus(std::int64_t status) {
 }
 
 Kind kindOfErrno(std::int64_t number) {
-  if (number == EBUSY) return Kind::kConflict;  // another download has the file
+  if (number == EBUSY) return Kind::kConflict;    // another download has the file
+  if (number == ESTALE) return Kind::kIntegrity;  // somebody else has changed it
   return number == ENOSPC || number == EDQUOT ? Kind::kDiskFull : Kind::kLocalFile;
 }
 

@@ -2,6 +2,8 @@
 #include "Platform/Foundation/File.h"
 #include "Sandbox/Blobs/GeneratedBytes.h"
 #include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/OwnProcess.h"
 #include "tests/support/SandboxFixture.h"
 #include "varo/client.h"
 
@@ -24,7 +26,6 @@ using namespace std::chrono_literals;
 using sandbox::BlobObject;
 using test::contentOf;
 using test::eventually;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
@@ -342,8 +343,7 @@ TEST_F(BlobStoreTest, OpenNamesWhatIsWrong) {
 TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
   makeDatabase("a");
   const BlobStore store = open("a");
-  const std::shared_ptr<platform::File> busy =
-      platform::File::createNew(path("a/.1.partial")).value();
+  std::shared_ptr<platform::File> busy;
   struct Case {
     std::string name;
     BlobRef blob;
@@ -361,6 +361,7 @@ TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
       {"no keys", {.table = "album", .column = "photo", .keys = {}}, {}, Kind::kInvalidArgument},
       {"404", blob(1), {.status = 404}, Kind::kNotFound},
       {"409", blob(1), {.status = 409}, Kind::kConflict},
+      {"429", blob(1), {.status = 429, .headers = {{"Retry-After", "7"}}}, Kind::kThrottled},
       {"503", blob(1), {.status = 503}, Kind::kServer},
       {"other range", blob(1), {.shiftRange = 7}, Kind::kIntegrity},
       {"dropped", blob(1), {.drop = true}, Kind::kNoConnection},
@@ -371,10 +372,11 @@ TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
   for (const Case& wanted : cases) {
     server_->clearFaults();
     server_->addFault({.match = {.path = "/binary"}, .action = wanted.action});
-    std::optional<test::FileSizeLimit> full;
     if (wanted.name == "file in use") {
+      busy = platform::File::createNew(path("a/.1.partial")).value();
       ASSERT_TRUE(busy->lock());
     } else if (wanted.name == "no file") {
+      busy.reset();
       fs::remove(path("a/.1.partial"));
       fs::create_directory(path("a/1"));
     } else if (wanted.name == "no row") {
@@ -387,8 +389,9 @@ TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
     ASSERT_FALSE(outcome) << wanted.name;
     EXPECT_EQ(nameOf(outcome.error().kind), nameOf(wanted.kind))
         << wanted.name << ": " << outcome.error().message;
+    EXPECT_EQ(outcome.error().retryAfter.has_value(), wanted.name == "429");
     EXPECT_THAT(outcome.error().message,
-                AllOf(HasSubstr(wanted.blob.column + " of " + wanted.blob.table + " (")));
+                HasSubstr(wanted.blob.column + " of " + wanted.blob.table + " ("));
   }
   fs::remove(database("a"));
   EXPECT_EQ(store.states().error().kind, Kind::kDatabase);
@@ -435,25 +438,57 @@ TEST_F(BlobStoreTest, WatchEndsWithItsDestructorAlsoInsideItsCallback) {
   });
   std::promise<void> entered;
   std::promise<void> leave;
-  BlobWatch held = store.watch([&](const BlobState&) {
+  std::atomic<int> inside = 0;
+  BlobWatch held = store.watch([&, isFirst = true](const BlobState&) mutable {
+    ++inside;
     ++calls;
-    entered.set_value();
-    leave.get_future().wait();
+    if (std::exchange(isFirst, false)) {
+      entered.set_value();
+      leave.get_future().wait();
+    }
+    --inside;
   });
   isSet.set_value();
   EXPECT_TRUE(store.fetch(blob(1)).get()) << "no callback holds a fetch up";
   hasEnded.get_future().wait();
   entered.get_future().wait();
-  std::atomic<bool> isClosed = false;
   std::thread closing([&] {
     held = BlobWatch();
-    isClosed = true;
+    EXPECT_EQ(inside, 0);
   });
-  EXPECT_FALSE(isClosed);
   leave.set_value();
   closing.join();
+  const int before = calls;
   EXPECT_TRUE(store.fetch(blob(2)).get());
-  EXPECT_EQ(calls, 2) << "one each, whatever else was to be told";
+  EXPECT_EQ(calls, before);
+}
+
+TEST_F(BlobStoreTest, ShutdownEndsEveryFetch) {
+  makeDatabase("a", 6);
+  test::inOwnProcess([&] {
+    const BlobStore store = open("a");
+    holdSecondRange();
+    const auto all = store.fetchAll({blob(1), blob(2), blob(3), blob(4)});
+    test::require(awaitRequests(4), "two run, two wait");
+    const auto one = store.fetch(blob(5));
+    test::require(shutDown(), "nothing holds it up");
+    test::require(all.get().error().kind == Kind::kShutDown, "what ran and waited is told");
+    test::require(one.get().error().kind == Kind::kShutDown, "so is what only waited");
+    test::require(store.fetch(blob(6)).get().error().kind == Kind::kShutDown, "and what follows");
+  });
+}
+
+TEST_F(BlobStoreTest, ExampleFetchesAllPhotosAndSaysWhatBecameOfEach) {
+  const auto error = server_->makeExampleDatabase(path("staff.db"));
+  ASSERT_FALSE(error) << error->message;
+  fs::create_directory(path("photos"));
+  test::ChildProcess example({.program = VARO_OFFLINE_BLOBS,
+                              .arguments = {server_->blobUrl(), path("staff.db"), path("photos")},
+                              .environment = {},
+                              .directory = directory_});
+  EXPECT_EQ(example.wait(), 0) << example.errors();
+  EXPECT_THAT(example.output(), HasSubstr(" available: " + path("photos/")));
+  EXPECT_THAT(example.output(), HasSubstr("photo of employees (id = 7)"));
 }
 
 }  // namespace
