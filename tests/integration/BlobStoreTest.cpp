@@ -98,7 +98,10 @@ class BlobStoreTest : public sandbox::SandboxTest {
 
 TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
   makeDatabase("a");
-  const BlobStore store = open("a");
+  std::atomic<int> asked = 0;
+  BlobService wanted = service("a");
+  wanted.options.credentials = [&] { return Credentials{"token " + std::to_string(++asked)}; };
+  const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
   std::mutex mutex;
   std::vector<BlobStatus> seen;
   const BlobWatch watch = store.watch([&](const BlobState& state) {
@@ -341,7 +344,7 @@ TEST_F(BlobStoreTest, OpenNamesWhatIsWrong) {
 }
 
 TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
-  makeDatabase("a");
+  makeDatabase("a", 2);
   const BlobStore store = open("a");
   std::shared_ptr<platform::File> busy;
   struct Case {
@@ -368,6 +371,7 @@ TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
       {"file in use", blob(1), {.status = 200}, Kind::kConflict},
       {"no file", blob(1), {}, Kind::kLocalFile},
       {"no row", blob(1), {}, Kind::kDatabase},
+      {"full", blob(2), {}, Kind::kDiskFull},
   };
   for (const Case& wanted : cases) {
     server_->clearFaults();
@@ -384,6 +388,9 @@ TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
       sql("a",
           "CREATE TRIGGER full BEFORE UPDATE ON varosyncBLOBSTOREMANAGER WHEN NEW.state = 50 "
           "BEGIN SELECT RAISE(FAIL, 'no'); END");
+    } else if (wanted.name == "full") {
+      // What a full disk is told by: there is no id left for a new row.
+      sql("a", "INSERT INTO varosyncBLOBSTOREMANAGER (id) VALUES (9223372036854775807)");
     }
     const auto outcome = store.fetch(wanted.blob).get();
     ASSERT_FALSE(outcome) << wanted.name;
