@@ -1,6 +1,7 @@
 #include "varo/transfer.h"
 
 #include "Client/Running.h"
+#include "varo/blobs.h"
 #include "varo/files.h"
 #include "varo/objects.h"
 
@@ -125,5 +126,6 @@ template class Transfer<std::uint64_t>;
 template class Transfer<ObjectInfo>;
 template class Transfer<std::vector<ObjectInfo>>;
 template class Transfer<ObjectKey>;
+template class Transfer<std::vector<BlobState>>;
 
 }  // namespace varo

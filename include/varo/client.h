@@ -1,6 +1,7 @@
 #pragma once
 
 /// The whole client.
+#include "varo/blobs.h"
 #include "varo/files.h"
 #include "varo/objects.h"
 #include "varo/runtime.h"
