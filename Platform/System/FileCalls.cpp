@@ -32,7 +32,8 @@ int openNameless([[maybe_unused]] const std::string& directory) noexcept {
 bool giveName(int descriptor, const std::string& path) {
   // linkat's AT_EMPTY_PATH would need a privilege; the link in /proc does the same without one.
   const auto source = pathOfOpen(descriptor);
-  return source && ::linkat(AT_FDCWD, source->c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+  return source &&
+         ::linkat(AT_FDCWD, source->c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
 }
 
 ssize_t copyRange([[maybe_unused]] int source, [[maybe_unused]] off_t sourceOffset,

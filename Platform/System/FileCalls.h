@@ -5,9 +5,10 @@
 #include <string>
 #include <sys/types.h>
 
-/// What some systems can do with files and POSIX.1-2008 cannot, each call alone. Where a system, or a
-/// build with `VARO_PORTABLE_ONLY`, lacks it, the call fails with ENOTSUP or does what POSIX offers;
-/// callers go another way then, as they have to on a file system that lacks it. Thread-safe.
+/// What some systems can do with files and POSIX.1-2008 cannot, each call alone. Where a system, or
+/// a build with `VARO_PORTABLE_ONLY`, lacks it, the call fails with ENOTSUP or does what POSIX
+/// offers; callers go another way then, as they have to on a file system that lacks it.
+/// Thread-safe.
 namespace varo::platform::system {
 
 /// Opens a new file in `directory` that has no name; mode 0600 less the umask, closed on exec.
@@ -29,8 +30,8 @@ namespace varo::platform::system {
 /// Has the system begin to bring a region to the disk; nothing where it cannot.
 void startWriteback(int descriptor, off_t offset, off_t length) noexcept;
 
-/// A path that leads to an open file of this process, also where the file has no name any more. None
-/// where the system has no such paths.
+/// A path that leads to an open file of this process, also where the file has no name any more.
+/// None where the system has no such paths.
 [[nodiscard]] std::optional<std::string> pathOfOpen(int descriptor);
 
 }  // namespace varo::platform::system

@@ -1,7 +1,6 @@
-#include "Platform/System/FileLock.h"
-
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/NeverDestroyed.h"
+#include "Platform/System/FileLock.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -17,9 +16,9 @@ namespace {
 
 using FileId = std::pair<dev_t, ino_t>;
 
-/// POSIX gives a lock to the whole process, and takes it away when the process closes any descriptor
-/// of the file. So this keeps who in the process has the lock, and leaves other descriptors of the
-/// same file open until the owner's is closed.
+/// POSIX gives a lock to the whole process, and takes it away when the process closes any
+/// descriptor of the file. So this keeps who in the process has the lock, and leaves other
+/// descriptors of the same file open until the owner's is closed.
 class Locks {
  public:
   int lock(int descriptor) {
@@ -43,7 +42,8 @@ class Locks {
     const MutexLock guard(mutex_);
     struct stat status {};
     const bool mayBeLocked = !locked_.empty() && ::fstat(descriptor, &status) == 0;
-    const auto entry = mayBeLocked ? locked_.find(FileId(status.st_dev, status.st_ino)) : locked_.end();
+    const auto entry =
+        mayBeLocked ? locked_.find(FileId(status.st_dev, status.st_ino)) : locked_.end();
     if (entry != locked_.end() && entry->second.owner != descriptor) {
       leaveOpen(descriptor, entry->second.others);
       return;

@@ -8,8 +8,8 @@
 namespace varo::platform::system {
 namespace {
 
-/// Where the system has no descriptor or memory left for its generator: not secret, but other numbers
-/// in each process, thread and call.
+/// Where the system has no descriptor or memory left for its generator: not secret, but other
+/// numbers in each process, thread and call.
 std::uint64_t numberOfThisMoment() noexcept {
   const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
   std::uint64_t number = static_cast<std::uint64_t>(now) ^ reinterpret_cast<std::uintptr_t>(&now);

@@ -3,7 +3,8 @@
 #include <system_error>
 #include <thread>
 
-// With this header libstdc++ asks the C library whether there is one thread; else it never takes it so.
+// With this header libstdc++ asks the C library whether there is one thread; else it never takes it
+// so.
 #if __has_include(<sys/single_threaded.h>)
 #include <sys/single_threaded.h>
 #endif
