@@ -70,15 +70,18 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
 
 }  // namespace
 
-int runProgram(const std::vector<std::string>& arguments) {
+int runProgram(const std::vector<std::string>& words) {
   // First of all: the next file that is opened would otherwise become standard output.
   terminal::occupyClosedStreams();
   // Before any other thread, which would take the signals otherwise.
   Interrupts interrupts;
   const char* token = std::getenv("VARO_TOKEN");
-  const ParsedCommandLine parsed = parseCommandLine(
-      commandSet(), arguments, token == nullptr ? "" : token, std::cout, std::cerr);
-  return parsed.invocation ? runCommand(*parsed.invocation, interrupts) : parsed.exitStatus;
+  const auto arguments = words.empty() ? words.begin() : words.begin() + 1;
+  ParsedCommandLine parsed = parseCommandLine(commandSet(), {arguments, words.end()},
+                                              token == nullptr ? "" : token, std::cout, std::cerr);
+  if (!parsed.invocation) return parsed.exitStatus;
+  if (!words.empty()) parsed.invocation->global.program = words.front();
+  return runCommand(*parsed.invocation, interrupts);
 }
 
 void tellThatNothingBegan(std::span<char* const> words, const char* reason) noexcept {

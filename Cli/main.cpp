@@ -7,8 +7,7 @@
 int main(int count, char** words) {
   const std::span<char* const> all(words, static_cast<std::size_t>(count));
   try {
-    const auto arguments = all.subspan(all.empty() ? 0 : 1);
-    return varo::cli::runProgram({arguments.begin(), arguments.end()});
+    return varo::cli::runProgram({all.begin(), all.end()});
   } catch (const std::exception& error) {
     varo::cli::tellThatNothingBegan(all, error.what());
   } catch (...) {

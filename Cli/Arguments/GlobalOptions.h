@@ -12,6 +12,8 @@ namespace varo::cli {
 
 /// What may be said of any command.
 struct GlobalOptions {
+  /// What the user typed to start the program, for lines that can be copied.
+  std::string program = "varobinary";
   bool json = false;
   /// Directory of the documents, downloads and library directories; empty: the user's own.
   std::string home;

@@ -113,11 +113,10 @@ std::string blobInstructions(const std::string& command, const std::string& data
       path.filename().string(), ExampleDatabase::kTable, ExampleDatabase::kPhotoColumn);
 }
 
-std::string instructions(const sandbox::SandboxServer& server,
-                         const SandboxCommandOptions& options) {
-  // As the user called it, so that the lines can be copied.
-  const std::string command = (options.requiredToken.empty() ? "" : "VARO_TOKEN='the token' ") +
-                              std::string(::program_invocation_name);
+std::string instructions(const sandbox::SandboxServer& server, const SandboxCommandOptions& options,
+                         const std::string& program) {
+  const std::string command =
+      (options.requiredToken.empty() ? "" : "VARO_TOKEN='the token' ") + program;
   const std::string data =
       options.dataDirectory.empty() ? "temporary, removed at the end" : options.dataDirectory;
   const std::string example =
@@ -208,7 +207,7 @@ int run(Session& session, const SandboxCommandOptions& options) {
                           {"templateUrl", server.templateUrl()},
                           {"storeUrl", server.storeUrl()}},
                          [&] { return fmt::format("Sandbox ready at {}\n", server.url()); });
-  session.output().note(instructions(server, options));
+  session.output().note(instructions(server, options, session.options().program));
   if (server.isReachableFromOutside()) {
     session.output().note(
         "warning: other machines can reach this sandbox. It is for trying things out, not for "

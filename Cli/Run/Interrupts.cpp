@@ -1,11 +1,6 @@
 #include "Cli/Run/Interrupts.h"
 
-#include <array>
-#include <csignal>
-#include <cstdint>
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/signalfd.h>
+#include <pthread.h>
 #include <unistd.h>
 #include <utility>
 
@@ -20,45 +15,36 @@ Interrupts::Interrupts() {
   (void)std::signal(SIGXFSZ, SIG_IGN);
   // Before the first thread starts: they all inherit the mask, so no thread is ever interrupted by
   // a signal, and the one below reads them as it likes.
-  sigset_t watched;
-  ::sigemptyset(&watched);
+  ::sigemptyset(&watched_);
   for (const int signal : {SIGINT, SIGTERM}) {
     // A shell starts a script's background jobs with SIGINT ignored; a sandbox there still has to
     // stop when it is told to.
     (void)std::signal(signal, SIG_DFL);
-    ::sigaddset(&watched, signal);
+    ::sigaddset(&watched_, signal);
   }
   struct sigaction hangUp {};
   const bool hangUpIsIgnored =
       ::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler == SIG_IGN;
-  if (!hangUpIsIgnored) ::sigaddset(&watched, SIGHUP);  // else nohup asked for it
-  // Read by a thread and not caught by a handler, in which almost nothing would be allowed: no
+  if (!hangUpIsIgnored) ::sigaddset(&watched_, SIGHUP);  // else nohup asked for it
+  // Awaited by a thread and not caught by a handler, in which almost nothing would be allowed: no
   // lock, no allocation, no output.
-  signals_ = ::signalfd(-1, &watched, SFD_CLOEXEC);
-  wakeUp_ = ::eventfd(0, EFD_CLOEXEC);
-  // Without the descriptors the signals keep their usual effect, which ends the program.
-  if (signals_ < 0 || wakeUp_ < 0) return;
-  ::pthread_sigmask(SIG_BLOCK, &watched, nullptr);
+  ::pthread_sigmask(SIG_BLOCK, &watched_, nullptr);
   thread_ = std::thread([this] { watch(); });
 }
 
 Interrupts::~Interrupts() {
-  if (thread_.joinable()) {
-    const std::uint64_t one = 1;
-    // Only a thread that was told to end is joined; a wait for any other could last for ever.
-    if (::write(wakeUp_, &one, sizeof one) == sizeof one) thread_.join();
-  }
-  if (signals_ >= 0) ::close(signals_);
-  if (wakeUp_ >= 0) ::close(wakeUp_);
+  isEnding_ = true;
+  // One of those that it waits for, to the thread alone.
+  ::pthread_kill(thread_.native_handle(), SIGTERM);
+  thread_.join();
 }
 
 void Interrupts::watch() {
-  std::array<pollfd, 2> descriptors = {pollfd{signals_, POLLIN, 0}, pollfd{wakeUp_, POLLIN, 0}};
   while (true) {
-    if (::poll(descriptors.data(), descriptors.size(), -1) < 0) continue;  // EINTR
-    if (descriptors[1].revents != 0) return;
-    signalfd_siginfo signal{};
-    if (::read(signals_, &signal, sizeof signal) == sizeof signal) raise();
+    int signal = 0;
+    const bool hasCome = ::sigwait(&watched_, &signal) == 0;
+    if (isEnding_) return;
+    if (hasCome) raise();
   }
 }
 

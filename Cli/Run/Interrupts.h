@@ -2,6 +2,8 @@
 
 #include "Platform/Foundation/Mutex.h"
 
+#include <atomic>
+#include <csignal>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -42,8 +44,8 @@ class Interrupts {
   void watch();
   void raise();
 
-  int signals_ = -1;  // a signalfd; constant while the thread runs
-  int wakeUp_ = -1;   // an eventfd that ends the thread; constant while it runs
+  sigset_t watched_;  // constant while the thread runs
+  std::atomic<bool> isEnding_{false};
   mutable platform::Mutex mutex_;
   bool raised_ VARO_GUARDED_BY(mutex_) = false;
   std::vector<std::weak_ptr<Interruptible>> targets_ VARO_GUARDED_BY(mutex_);

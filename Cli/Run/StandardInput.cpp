@@ -1,10 +1,10 @@
 #include "Cli/Run/StandardInput.h"
 
 #include "Cli/Run/Interrupts.h"
+#include "Cli/Run/TemporaryDirectory.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/File.h"
-
-#include <fmt/format.h>
+#include "Platform/System/FileCalls.h"
 
 #include <array>
 #include <cerrno>
@@ -14,6 +14,7 @@
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace varo::cli {
 
@@ -58,6 +59,12 @@ Result<void> copyAll(int descriptor, const Interrupts& interrupts, File& file) {
   }
 }
 
+Result<void> storeWhole(const std::shared_ptr<File>& file, const std::string& path) {
+  const auto size = file->size();
+  if (!size) return size.error();
+  return platform::storeNewFile(path, platform::Data::fromFileRegion(file, 0, *size));
+}
+
 }  // namespace
 
 Result<InputCopy> InputCopy::make(int descriptor, const Interrupts& interrupts) {
@@ -68,10 +75,16 @@ Result<InputCopy> InputCopy::make(int descriptor, const Interrupts& interrupts) 
   auto file = File::createUnnamed(directory);
   if (!file) return file.error();
   if (auto copied = copyAll(descriptor, interrupts, **file); !copied) return copied.error();
-  return InputCopy(std::move(file).value());
+  // The library opens a file by its path.
+  if (auto path = platform::system::pathOfOpen((*file)->descriptor())) {
+    return InputCopy(*file, std::move(*path));
+  }
+  auto named = TemporaryDirectory::make();
+  if (!named) return named.error();
+  const auto owner = std::make_shared<TemporaryDirectory>(std::move(named).value());
+  std::string path = owner->path() + "/input";
+  if (auto stored = storeWhole(*file, path); !stored) return stored.error();
+  return InputCopy(owner, std::move(path));
 }
-
-// The library opens a file by its path. This one leads to the open file that has none.
-std::string InputCopy::path() const { return fmt::format("/proc/self/fd/{}", file_->descriptor()); }
 
 }  // namespace varo::cli

@@ -6,17 +6,14 @@
 #include <string>
 #include <utility>
 
-namespace varo::platform {
-class File;
-}
-
 namespace varo::cli {
 
 class Interrupts;
 
 /// A copy of an input that can be read only once: an upload needs to know the size and to read at
-/// any place. The file has no name from the start, so that nothing is left behind, however the
-/// process ends.
+/// any place. The file has no name, so that nothing is left behind, however the process ends. Where
+/// the system has no path to such a file, it gets a name when it is complete, and a process that is
+/// killed after that leaves it behind.
 class InputCopy {
  public:
   /// Copies everything that `descriptor` has, piece by piece, into the directory for temporary
@@ -25,12 +22,14 @@ class InputCopy {
                                                         const Interrupts& interrupts);
 
   /// Names the copy for this process while this object lives.
-  [[nodiscard]] std::string path() const;
+  [[nodiscard]] const std::string& path() const { return path_; }
 
  private:
-  explicit InputCopy(std::shared_ptr<platform::File> file) : file_(std::move(file)) {}
+  InputCopy(std::shared_ptr<const void> owner, std::string path)
+      : owner_(std::move(owner)), path_(std::move(path)) {}
 
-  std::shared_ptr<platform::File> file_;
+  std::shared_ptr<const void> owner_;  // the open file, or the directory in which it has a name
+  std::string path_;
 };
 
 }  // namespace varo::cli

@@ -1,23 +1,22 @@
 #include "Platform/Common/NetworkError.h"
 
 #include <boost/core/demangle.hpp>
+#include <boost/stacktrace/stacktrace.hpp>
 #include <fmt/format.h>
 
-#include <array>
-#include <cstdlib>
+#include <cstddef>
 #include <dlfcn.h>
 #include <exception>
-#include <execinfo.h>
 #include <string_view>
 
 namespace varo::platform {
 namespace {
 
 /// Deeper frames say nothing more about where an error arose.
-constexpr int kMaxFrames = 32;
+constexpr std::size_t kMaxFrames = 32;
 
 /// "symbol + offset (object)", or what of it is known.
-std::string frameSymbol(void* address) {
+std::string frameSymbol(const void* address) {
   Dl_info info{};
   if (::dladdr(address, &info) == 0 || info.dli_fname == nullptr) {
     return fmt::format("{}", fmt::ptr(address));
@@ -38,12 +37,9 @@ std::string frameSymbol(void* address) {
 __attribute__((noinline)) std::vector<std::string> currentCallStack() noexcept {
   std::vector<std::string> symbols;
   try {
-    std::array<void*, kMaxFrames + 1> addresses{};
-    const int count = ::backtrace(addresses.data(), static_cast<int>(addresses.size()));
-    symbols.reserve(static_cast<std::size_t>(count));
-    for (int i = 1; i < count; ++i) {  // the first is this function
-      symbols.push_back(frameSymbol(addresses[static_cast<std::size_t>(i)]));
-    }
+    const boost::stacktrace::stacktrace frames(1, kMaxFrames);  // the first is this function
+    symbols.reserve(frames.size());
+    for (const auto& frame : frames) symbols.push_back(frameSymbol(frame.address()));
   } catch (const std::exception&) {
     // Without memory the error at hand matters more than where it arose; keep what there is.
   }

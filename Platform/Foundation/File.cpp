@@ -3,16 +3,16 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Random.h"
+#include "Platform/System/FileCalls.h"
+#include "Platform/System/FileLock.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <fcntl.h>
 #include <limits>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -23,6 +23,9 @@ namespace {
 /// Names the library's own temporary files carry; nothing else is ever removed.
 constexpr std::string_view kTemporaryPrefix = ".varo-";
 constexpr std::size_t kCopyBlock = std::size_t{512} * 1024;
+
+constexpr int kCreateNew = O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC;
+constexpr mode_t kOwnOnly = S_IRUSR | S_IWUSR;
 
 std::string directoryOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -53,9 +56,7 @@ class TemporaryName {
 
   /// Gives the name to a nameless file. Fails where the system cannot do it.
   [[nodiscard]] bool giveTo(const File& file) {
-    // AT_EMPTY_PATH would need a privilege; the link in /proc does the same without one.
-    const std::string source = fmt::format("/proc/self/fd/{}", file.descriptor());
-    owned_ = ::linkat(AT_FDCWD, source.c_str(), AT_FDCWD, path_.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    owned_ = system::giveName(file.descriptor(), path_);
     return owned_;
   }
 
@@ -80,10 +81,9 @@ Result<void> copyInto(const Data& data, File& target) {
   if (const auto bytes = data.memory()) return target.writeAt(0, *bytes);
   std::uint64_t copied = 0;
   while (copied < data.size()) {
-    auto from = static_cast<off_t>(data.fileOffset() + copied);
-    auto to = static_cast<off_t>(copied);
-    const ssize_t count = ::copy_file_range(data.file()->descriptor(), &from, target.descriptor(),
-                                            &to, data.size() - copied, 0);
+    const ssize_t count =
+        system::copyRange(data.file()->descriptor(), static_cast<off_t>(data.fileOffset() + copied),
+                          target.descriptor(), static_cast<off_t>(copied), data.size() - copied);
     // Across some file systems the kernel cannot copy; a short file shows up as 0 here.
     if (count <= 0) return copyThroughMemory(data, copied, target);
     copied += static_cast<std::uint64_t>(count);
@@ -125,22 +125,21 @@ Result<std::shared_ptr<const File>> place(const Data& data, const std::string& d
 /// with a file, since the umask cannot be read without being changed for all threads.
 mode_t defaultModeIn(const std::string& directory) {
   constexpr mode_t kAll = 0666;
-  constexpr mode_t kOwn = 0600;
   TemporaryName name(directory);
   const int descriptor = ::open(name.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kAll);
-  if (descriptor < 0) return kOwn;
+  if (descriptor < 0) return kOwnOnly;
   name.own();
   struct stat status {};
   const bool known = ::fstat(descriptor, &status) == 0;
   ::close(descriptor);
-  return known ? status.st_mode & kAll : kOwn;
+  return known ? status.st_mode & kAll : kOwnOnly;
 }
 
 Result<void> syncDirectory(const std::string& directory) {
   const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (descriptor < 0) return Error::fromErrno(errno, "Syncing", directory);
   // Some file systems cannot sync a directory, and keep names safe in their own way.
-  const int failure = ::fsync(descriptor) != 0 && errno != EINVAL ? errno : 0;
+  const int failure = system::flush(descriptor) != 0 && errno != EINVAL ? errno : 0;
   ::close(descriptor);
   if (failure != 0) return Error::fromErrno(failure, "Syncing", directory);
   return {};
@@ -165,7 +164,7 @@ Result<void> store(const std::string& path, const Data& data, Durability durabil
   if (::fchmod((*stored)->descriptor(), mode) != 0) return failure(errno);
   if (!isAccepted(**stored)) return failure(errno);
   const bool isSynced = durability == Durability::kSynced;
-  if (isSynced && ::fsync((*stored)->descriptor()) != 0) return failure(errno);
+  if (isSynced && system::flush((*stored)->descriptor()) != 0) return failure(errno);
   // A link fails where the name is there, a rename replaces what it names.
   const int named = naming == Naming::kIsNew ? ::link(name.path().c_str(), path.c_str())
                                              : ::rename(name.path().c_str(), path.c_str());
@@ -207,7 +206,7 @@ bool isPlainAtEveryLevel(std::string_view name) {
 File::File(Badge /*badge*/, int descriptor, std::string path, bool canBeNamed)
     : descriptor_(descriptor), path_(std::move(path)), canBeNamed_(canBeNamed) {}
 
-File::~File() { ::close(descriptor_); }
+File::~File() { system::closeFile(descriptor_); }
 
 Result<std::shared_ptr<File>> File::openRegular(const std::string& path, int flags) {
   if (hasNul(path)) return Error::fromErrno(EINVAL, "Opening", path);
@@ -237,20 +236,19 @@ Result<std::shared_ptr<File>> File::createUnnamed(const std::string& directory) 
     return Error::fromErrno(number, "Creating a file in", directory);
   };
   if (hasNul(directory)) return failure(EINVAL);
-  const int nameless = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  const int nameless = system::openNameless(directory);
   if (nameless >= 0) return std::make_shared<File>(Badge{}, nameless, directory, true);
   // Not every file system has nameless files; a named one whose name is gone at once does as well.
-  std::string name = fmt::format("{}/{}XXXXXX", directory, kTemporaryPrefix);
-  const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
+  TemporaryName name(directory);
+  const int descriptor = ::open(name.path().c_str(), kCreateNew, kOwnOnly);
   if (descriptor < 0) return failure(errno);
-  ::unlink(name.c_str());
+  name.own();
   return std::make_shared<File>(Badge{}, descriptor, directory, false);
 }
 
 Result<std::shared_ptr<File>> File::createNew(const std::string& path) {
   if (hasNul(path)) return Error::fromErrno(EINVAL, "Creating", path);
-  const int descriptor =
-      ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  const int descriptor = ::open(path.c_str(), kCreateNew, kOwnOnly);
   if (descriptor < 0) return Error::fromErrno(errno, "Creating", path);
   return std::make_shared<File>(Badge{}, descriptor, path, false);
 }
@@ -294,22 +292,18 @@ Result<void> File::setSize(std::uint64_t size) {
 }
 
 Result<void> File::sync() const {
-  if (::fdatasync(descriptor_) != 0) return Error::fromErrno(errno, "Syncing", path_);
+  if (system::flushData(descriptor_) != 0) return Error::fromErrno(errno, "Syncing", path_);
   return syncDirectory(directoryOf(path_));
 }
 
 void File::startWriteback(std::uint64_t offset, std::uint64_t length) const noexcept {
   // Whether it works does not matter: `sync` waits for everything.
-  (void)::sync_file_range(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length),
-                          SYNC_FILE_RANGE_WRITE);
+  system::startWriteback(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length));
 }
 
 Result<void> File::lock() const {
-  while (::flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
-    if (errno == EINTR) continue;
-    if (errno == EWOULDBLOCK) return Error::fromErrno(errno, "Locking", path_);
-    break;
-  }
+  const int failure = system::lockFile(descriptor_);
+  if (failure == EWOULDBLOCK) return Error::fromErrno(failure, "Locking", path_);
   return {};
 }
 

@@ -52,7 +52,8 @@ class File {
 
   /// Locks the file for this object, against every other one and other processes (advisory: only
   /// those that ask are kept out); unlocked with the last owner. Errors: EWOULDBLOCK where it is
-  /// locked already. Succeeds on a file system that has no locks.
+  /// locked already. Succeeds on a file system that has no locks. Precondition: it is open for
+  /// writing.
   [[nodiscard]] Result<void> lock() const;
   /// Whether `path` names this file still, not another one or none.
   [[nodiscard]] bool isAt(const std::string& path) const noexcept;

@@ -1,10 +1,12 @@
 #include "Platform/Foundation/KeyHash.h"
 
+#include "Platform/System/RandomBytes.h"
+
 #include <array>
 #include <bit>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
+#include <span>
 
 namespace varo::platform {
 namespace {
@@ -15,7 +17,7 @@ const Seed& seed() noexcept {
   static const Seed instance = [] {
     Seed bits{};
     // Others in each process, so that no server can send keys that all hash alike.
-    ::arc4random_buf(bits.data(), sizeof(bits));
+    system::fillRandom(std::as_writable_bytes(std::span(bits)));
     return bits;
   }();
   return instance;

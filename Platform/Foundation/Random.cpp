@@ -1,21 +1,26 @@
 #include "Platform/Foundation/Random.h"
 
 #include "Platform/Foundation/NeverDestroyed.h"
+#include "Platform/System/RandomBytes.h"
 
 #include <cassert>
-#include <cstdlib>
 #include <limits>
 #include <random>
+#include <span>
 
 namespace varo::platform {
 namespace {
 
-/// The C library's generator as the standard's distributions take it.
+/// The system's generator as the standard's distributions take it.
 struct SystemBits {
   using result_type = std::uint32_t;
   static constexpr result_type min() { return 0; }
   static constexpr result_type max() { return std::numeric_limits<result_type>::max(); }
-  result_type operator()() const noexcept { return ::arc4random(); }
+  result_type operator()() const noexcept {
+    result_type bits = 0;
+    system::fillRandom(std::as_writable_bytes(std::span(&bits, 1)));
+    return bits;
+  }
 };
 
 class SystemRandom final : public Random {

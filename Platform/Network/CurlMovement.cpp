@@ -4,21 +4,13 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <linux/tcp.h>
+#include <netinet/in.h>
 #include <new>
 #include <string_view>
 #include <sys/socket.h>
 
 namespace varo::platform {
 namespace {
-
-/// None where the socket is closed or the system does not count.
-std::optional<TcpCounters> countersOf(curl_socket_t socket) noexcept {
-  tcp_info info{};
-  socklen_t size = sizeof(info);
-  if (::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return std::nullopt;
-  return TcpCounters{info.tcpi_bytes_received, info.tcpi_bytes_acked};
-}
 
 /// Of one end of a connected socket; -1 where there is none.
 template <typename GetName>
@@ -71,7 +63,7 @@ curl_socket_t CurlSockets::find(int localPort, int remotePort) noexcept {
 void CurlMovement::setConnection(CURL* easy, curl_socket_t socket) noexcept {
   socket_ = socket;
   isShared_ = speaksHttp2(easy);
-  atStart_ = countersOf(socket).value_or(TcpCounters{});
+  atStart_ = system::tcpCountersOf(socket).value_or(system::TcpCounters{});
 }
 
 std::uint64_t CurlMovement::moved(CURL* easy) const noexcept {
@@ -85,7 +77,7 @@ std::uint64_t CurlMovement::moved(CURL* easy) const noexcept {
   const auto sentBytes = static_cast<std::uint64_t>(sent);
   std::uint64_t total =
       sentBytes + static_cast<std::uint64_t>(received) + static_cast<std::uint64_t>(headerBytes);
-  if (const auto counters = countersOf(socket_)) {
+  if (const auto counters = system::tcpCountersOf(socket_)) {
     const std::uint64_t confirmed = counters->confirmed - atStart_.confirmed;
     total += isShared_ ? std::min(confirmed, sentBytes)
                        : confirmed + counters->received - atStart_.received;

@@ -1,20 +1,14 @@
 #pragma once
 
+#include "Platform/System/TcpCounters.h"
+
 #include <curl/curl.h>
 
 #include <chrono>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 namespace varo::platform {
-
-/// Bytes that a TCP connection has moved, as the system counts them.
-struct TcpCounters {
-  std::uint64_t received = 0;
-  /// Of those sent, what the peer has confirmed.
-  std::uint64_t confirmed = 0;
-};
 
 /// The sockets that libcurl has opened, so that the one of a transfer can be found. Private to the
 /// curl adapter; owned by the I/O thread.
@@ -57,8 +51,8 @@ class CurlMovement {
   [[nodiscard]] std::uint64_t moved(CURL* easy) const noexcept;
 
   curl_socket_t socket_ = CURL_SOCKET_BAD;
-  bool isShared_ = false;  // with other exchanges: HTTP/2
-  TcpCounters atStart_;    // of the connection, before this exchange
+  bool isShared_ = false;        // with other exchanges: HTTP/2
+  system::TcpCounters atStart_;  // of the connection, before this exchange
   std::uint64_t moved_ = 0;
   Clock::time_point lastMove_;
 };

@@ -55,8 +55,7 @@ void HttpListener::stop() {
   // First of all, so that whoever is woken below finds it raised and does not wait again.
   stopSignal_.raise();
   if (!acceptorThread_.joinable()) return;
-  // Ends a blocking accept, which closing the socket would not.
-  ::shutdown(acceptor_.native_handle(), SHUT_RDWR);
+  context_.stop();
   {
     const platform::MutexLock lock(mutex_);
     // Under the lock: the acceptor either sees the signal before it waits, or waits and hears this.
@@ -64,6 +63,8 @@ void HttpListener::stop() {
   }
   // Before the connections are closed: afterwards no new one can come.
   acceptorThread_.join();
+  boost::system::error_code ignored;
+  acceptor_.close(ignored);
   {
     const platform::MutexLock lock(mutex_);
     // Wakes each thread from whatever it does with its socket. The thread closes the socket itself:
@@ -77,18 +78,30 @@ void HttpListener::stop() {
 
 void HttpListener::acceptAll() {
   while (!stopSignal_.raised()) {
-    boost::system::error_code error;
-    Tcp::socket socket = acceptor_.accept(error);
+    std::optional<Tcp::socket> socket = acceptNext();
     // Here, because an ended thread cannot join itself and holds its stack until somebody does.
     joinEnded();
-    if (error) {
+    if (!socket) {
       // The client has left, or there are no descriptors until a connection ends.
       stopSignal_.waitFor(kPauseAfterFailure);
       continue;
     }
-    closeOnExec(socket.native_handle());
-    if (awaitFreeThread()) startThread(std::move(socket));
+    closeOnExec(socket->native_handle());
+    if (awaitFreeThread()) startThread(std::move(*socket));
   }
+}
+
+std::optional<HttpListener::Tcp::socket> HttpListener::acceptNext() {
+  std::optional<Tcp::socket> next;
+  // A blocking accept could not be ended in a way that all systems have.
+  acceptor_.async_accept([&next](const boost::system::error_code& error, Tcp::socket socket) {
+    if (!error) next.emplace(std::move(socket));
+  });
+  context_.restart();
+  // `stop` raises the signal, then stops the context: one of the two is seen. The handler does not
+  // run any more then.
+  if (!stopSignal_.raised()) context_.run();
+  return next;
 }
 
 bool HttpListener::awaitFreeThread() {

@@ -39,6 +39,8 @@ class HttpListener {
   };
 
   void acceptAll();
+  /// None where there was none, or when the listener stops.
+  [[nodiscard]] std::optional<Tcp::socket> acceptNext();
   /// False when the listener stops.
   [[nodiscard]] bool awaitFreeThread();
   void startThread(Tcp::socket socket);
@@ -49,7 +51,7 @@ class HttpListener {
   const HttpLimits limits_;
   StopSignal& stopSignal_;
   const HttpHandler handler_;
-  // Nothing runs it: the sockets are used synchronously.
+  // The acceptor's thread runs it for each connection; the sockets are used synchronously.
   boost::asio::io_context context_;
   Tcp::acceptor acceptor_{context_};
   std::thread acceptorThread_;

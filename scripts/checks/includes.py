@@ -29,13 +29,14 @@ def floors(layer, names, others):
 # can only narrow what its parent says.
 MAY = {
     "Platform/": (),
-    "Platform/Foundation/": (),
+    "Platform/System/": ("Platform/Foundation/Mutex.h", "Platform/Foundation/NeverDestroyed.h"),
+    "Platform/Foundation/": ("Platform/System/",),
     "Platform/Common/": ("Platform/Foundation/",),
     "Platform/Crypto/": ("Platform/Foundation/",),
     "Platform/Database/": ("Platform/Foundation/",),
     "Platform/Logging/": ("Platform/Foundation/",),
-    "Platform/Network/": ("Platform/Foundation/", "Platform/Common/", "Platform/Crypto/",
-                          "Platform/Logging/"),
+    "Platform/Network/": ("Platform/System/", "Platform/Foundation/", "Platform/Common/",
+                          "Platform/Crypto/", "Platform/Logging/"),
     "Platform/TaskEngine/": ("Platform/Foundation/", "Platform/Logging/"),
     "Binary/": ("Platform/",),
     "include/varo/": (),

@@ -16,9 +16,11 @@ std::atomic<bool> isDiskFailing{false};
 
 /// Databases are on another disk.
 int syncUnlessFailing(long call, int descriptor) {
+  // First of all: other tests let allocations fail, and no sync of a C library throws.
+  if (!isDiskFailing) return static_cast<int>(::syscall(call, descriptor));
   const auto path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
   const bool isDatabase = path.string().find("WEBSQLDIRECTORY") != std::string::npos;
-  if (!isDiskFailing || isDatabase) return static_cast<int>(::syscall(call, descriptor));
+  if (isDatabase) return static_cast<int>(::syscall(call, descriptor));
   errno = EIO;
   return -1;
 }

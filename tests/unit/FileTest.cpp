@@ -4,8 +4,12 @@
 #include "tests/support/TemporaryDirectory.h"
 
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace varo::platform {
 namespace {
@@ -161,6 +165,43 @@ TEST(FileTest, OpeningWhatIsNoRegularFileFailsAtOnce) {
   EXPECT_EQ(modeOf(directory / "new"), 0600U);
   EXPECT_EQ(File::createNew(directory / "new").error()->code(), EEXIST);
   EXPECT_EQ(File::createUnnamed(directory / "missing").error()->code(), ENOENT);
+}
+
+/// Whether another process can lock a file in both ways that there are.
+bool othersCanLock(const std::string& path) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    // Past the library: what it knows of its own locks, the child would know as well.
+    const int file = ::open(path.c_str(), O_RDWR);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    const bool isFree =
+        ::flock(file, LOCK_EX | LOCK_NB) == 0 && ::fcntl(file, F_SETLK, &whole) == 0;
+    ::_exit(isFree ? 0 : 1);
+  }
+  int status = -1;
+  return ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+TEST(FileTest, LockHoldsUntilItsOwnerGoesWhateverElseOpensAndClosesTheFile) {
+  const TemporaryDirectory directory;
+  const std::string path = directory / "file";
+  auto owner = File::createNew(path).value();
+  ASSERT_TRUE(owner->lock().ok());
+  const auto next = File::openForWriting(path).value();
+  for (int round = 0; round < 2; ++round) {
+    const auto other = File::openForWriting(path).value();
+    const auto refused = other->lock();
+    ASSERT_FALSE(refused.ok());
+    EXPECT_EQ(refused.error()->code(), EWOULDBLOCK);
+    ASSERT_TRUE(File::openForReading(path).ok());
+  }
+  EXPECT_FALSE(othersCanLock(path));
+  owner.reset();
+  EXPECT_TRUE(othersCanLock(path));
+  EXPECT_TRUE(next->lock().ok());
+  EXPECT_FALSE(othersCanLock(path));
 }
 
 TEST(StaysInDirectoryTest, RefusesWhatLeadsOutHoweverItIsWritten) {
