@@ -1,6 +1,6 @@
 #pragma once
 
-#if defined(__cplusplus) && __cplusplus < 202002L && (!defined(_MSVC_LANG) || _MSVC_LANG < 202002L)
+#if __cplusplus < 202002L && (!defined(_MSVC_LANG) || _MSVC_LANG < 202002L)
 #error "VaroBinary needs C++20 or later: compile with -std=c++20"
 #endif
 

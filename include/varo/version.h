@@ -12,8 +12,7 @@
 #define VARO_VERSION_PATCH 0
 
 /// The same as a text: "0.1.0".
-#define VARO_VERSION \
-  VARO_VERSION_TEXT(VARO_VERSION_MAJOR, VARO_VERSION_MINOR, VARO_VERSION_PATCH)
+#define VARO_VERSION VARO_VERSION_TEXT(VARO_VERSION_MAJOR, VARO_VERSION_MINOR, VARO_VERSION_PATCH)
 #define VARO_VERSION_TEXT(major, minor, patch) VARO_VERSION_TEXT_OF(major, minor, patch)
 #define VARO_VERSION_TEXT_OF(major, minor, patch) #major "." #minor "." #patch
 

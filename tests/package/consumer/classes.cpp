@@ -1,6 +1,6 @@
-// An application of the classes below the client. all_classes.h includes every header that is installed.
-#include "all_classes.h"
-
+// An application of the classes below the client. The build makes this header, which includes every
+// header of the classes that is installed.
+#include <all_classes.h>
 #include <future>
 #include <iostream>
 

@@ -1,9 +1,8 @@
 // What an application sees of the package: the typed client's headers, and one library.
-#include <varo/client.h>
-
 #include <iostream>
 #include <string>
 #include <utility>
+#include <varo/client.h>
 
 int main() {
   if (varo::version() != VARO_VERSION) return 1;
