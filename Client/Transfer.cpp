@@ -119,13 +119,14 @@ Outcome<T> Transfer<T>::Awaiter::await_resume() const {
   return running->outcome();
 }
 
-template class Transfer<FileRecord>;
-template class Transfer<std::vector<FileRecord>>;
-template class Transfer<std::filesystem::path>;
-template class Transfer<std::uint64_t>;
-template class Transfer<ObjectInfo>;
-template class Transfer<std::vector<ObjectInfo>>;
-template class Transfer<ObjectKey>;
-template class Transfer<std::vector<BlobState>>;
+// With VARO_API each, or the compiler hides what has a hidden type such as FileRecord in its name.
+template class VARO_API Transfer<FileRecord>;
+template class VARO_API Transfer<std::vector<FileRecord>>;
+template class VARO_API Transfer<std::filesystem::path>;
+template class VARO_API Transfer<std::uint64_t>;
+template class VARO_API Transfer<ObjectInfo>;
+template class VARO_API Transfer<std::vector<ObjectInfo>>;
+template class VARO_API Transfer<ObjectKey>;
+template class VARO_API Transfer<std::vector<BlobState>>;
 
 }  // namespace varo

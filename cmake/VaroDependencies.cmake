@@ -1,5 +1,8 @@
 # Everything comes from the distribution's packages; docs/dependencies.md says what each is for.
 
+# Who adds the project as a subdirectory links these too, from a folder above.
+set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
+
 find_package(Threads REQUIRED)
 find_package(CURL 7.88 REQUIRED)
 find_package(OpenSSL 3.0 REQUIRED COMPONENTS Crypto SSL)

@@ -5,10 +5,16 @@
 #include <string_view>
 
 /// The version of these headers. https://semver.org
+///
+/// The one place where it stands: the build reads these three lines.
 #define VARO_VERSION_MAJOR 0
 #define VARO_VERSION_MINOR 1
 #define VARO_VERSION_PATCH 0
-#define VARO_VERSION "0.1.0"
+
+/// The same as a text: "0.1.0".
+#define VARO_VERSION VARO_VERSION_TEXT(VARO_VERSION_MAJOR, VARO_VERSION_MINOR, VARO_VERSION_PATCH)
+#define VARO_VERSION_TEXT(major, minor, patch) VARO_VERSION_TEXT_OF(major, minor, patch)
+#define VARO_VERSION_TEXT_OF(major, minor, patch) #major "." #minor "." #patch
 
 namespace varo {
 
