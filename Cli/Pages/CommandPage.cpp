@@ -125,8 +125,11 @@ Result<std::vector<CommandPage>> commandPages(const CommandSet& commands) {
   std::vector<CommandPage> pages;
   const std::vector<CommandRow> rows = optionTable(commands);
   for (const CommandRow& row : rows) {
-    CommandPage page{row.name, summaryOf(commands, row.name),
-                     parseHelp(helpBody(commands, row.name)), {}, wordsBehind(row.name, rows)};
+    CommandPage page{row.name,
+                     summaryOf(commands, row.name),
+                     parseHelp(helpBody(commands, row.name)),
+                     {},
+                     wordsBehind(row.name, rows)};
     auto options = join(row, optionEntries(page.help));
     if (!options) return options.error();
     page.options = std::move(options).value();

@@ -36,8 +36,8 @@ struct CommandPage {
   std::vector<std::string> words;
 };
 
-/// A page for the program, each group and each command. An error names what the parser knows and the
-/// help does not tell, or the help tells and the parser does not know.
+/// A page for the program, each group and each command. An error names what the parser knows and
+/// the help does not tell, or the help tells and the parser does not know.
 [[nodiscard]] platform::Result<std::vector<CommandPage>> commandPages(const CommandSet& commands);
 
 }  // namespace varo::cli

@@ -78,22 +78,30 @@ std::string functionName(const CommandPage& page) {
 
 std::string_view bashValues(const PageOption& option) {
   switch (option.values()) {
-    case Values::kFile: return "files -f";
-    case Values::kDirectory: return "files -d";
+    case Values::kFile:
+      return "files -f";
+    case Values::kDirectory:
+      return "files -d";
     case Values::kNone:
     case Values::kAny:
-    case Values::kChoices: break;
+    case Values::kChoices:
+      break;
   }
   return {};
 }
 
 std::string zshValues(const PageOption& option) {
   switch (option.values()) {
-    case Values::kNone: return {};
-    case Values::kAny: return ":value: ";
-    case Values::kChoices: return fmt::format(":value:({})", fmt::join(option.row.choices, " "));
-    case Values::kFile: return ":file:_files";
-    case Values::kDirectory: return ":directory:_files -/";
+    case Values::kNone:
+      return {};
+    case Values::kAny:
+      return ":value: ";
+    case Values::kChoices:
+      return fmt::format(":value:({})", fmt::join(option.row.choices, " "));
+    case Values::kFile:
+      return ":file:_files";
+    case Values::kDirectory:
+      return ":directory:_files -/";
   }
   return {};
 }
@@ -144,13 +152,12 @@ const CommandPage& behind(const CommandPage& page, const std::string& word,
 std::string zshFunction(const CommandPage& page, const std::vector<CommandPage>& pages) {
   const std::string own = page.name.empty() ? "global" : "own";
   const std::string all = page.name.empty() ? "$global" : "$own $global";
-  std::string text = fmt::format("{}() {{\n  local -a {}=(\n{}  )\n", functionName(page), own,
-                                 zshSpecs(page));
+  std::string text =
+      fmt::format("{}() {{\n  local -a {}=(\n{}  )\n", functionName(page), own, zshSpecs(page));
   if (page.words.empty()) return text + fmt::format("  _arguments {}\n}}\n\n", all);
   text += "  local curcontext=$curcontext state line\n  local -A opt_args\n  local -a commands=(\n";
   for (const std::string& word : page.words) {
-    const std::string entry =
-        word + ":" + zshDescription(behind(page, word, pages).summary);
+    const std::string entry = word + ":" + zshDescription(behind(page, word, pages).summary);
     text += fmt::format("    {}\n", quoted(entry, "'\\''"));
   }
   text += fmt::format(
@@ -171,13 +178,20 @@ std::string fishOption(const CommandPage& page, const PageOption& option) {
     line += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
   }
   switch (option.values()) {
-    case Values::kNone: break;
-    case Values::kAny: line += " -x"; break;
+    case Values::kNone:
+      break;
+    case Values::kAny:
+      line += " -x";
+      break;
     case Values::kChoices:
       line += fmt::format(" -xa '{}'", fmt::join(option.row.choices, " "));
       break;
-    case Values::kFile: line += " -r -F"; break;
-    case Values::kDirectory: line += " -xa '(__fish_complete_directories)'"; break;
+    case Values::kFile:
+      line += " -r -F";
+      break;
+    case Values::kDirectory:
+      line += " -xa '(__fish_complete_directories)'";
+      break;
   }
   return fmt::format("{} -d {}\n", line, quoted(option.shortText(), "\\'"));
 }

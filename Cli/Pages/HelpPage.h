@@ -17,8 +17,8 @@ struct HelpPage {
   struct Section {
     std::string title;
     std::vector<Entry> entries;
-    /// As they stand, without the indentation; instead of entries where the title says "Examples" or
-    /// "First steps".
+    /// As they stand, without the indentation; instead of entries where the title says "Examples"
+    /// or "First steps".
     std::vector<std::string> lines;
   };
 

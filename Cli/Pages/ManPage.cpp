@@ -16,13 +16,26 @@ std::string escaped(std::string_view text) {
   std::string out;
   for (const char c : text) {
     switch (c) {
-      case '\\': out += "\\e"; break;
-      case '-': out += "\\-"; break;
-      case '\'': out += "\\(aq"; break;
-      case '`': out += "\\(ga"; break;
-      case '^': out += "\\(ha"; break;
-      case '~': out += "\\(ti"; break;
-      default: out += c;
+      case '\\':
+        out += "\\e";
+        break;
+      case '-':
+        out += "\\-";
+        break;
+      case '\'':
+        out += "\\(aq";
+        break;
+      case '`':
+        out += "\\(ga";
+        break;
+      case '^':
+        out += "\\(ha";
+        break;
+      case '~':
+        out += "\\(ti";
+        break;
+      default:
+        out += c;
     }
   }
   // At the beginning of a line they would be requests.
@@ -74,8 +87,9 @@ std::string options(const CommandPage& page) {
 
 std::string upper(std::string_view text) {
   std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; });
+  std::transform(out.begin(), out.end(), out.begin(), [](char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+  });
   return out;
 }
 
@@ -117,8 +131,8 @@ std::string manPageName(const CommandPage& page) {
 std::string manPage(const CommandPage& page, const std::vector<CommandPage>& all,
                     const std::string& date) {
   const std::string name = manPageName(page);
-  std::string text = fmt::format(".TH {} 1 {} \"{}\" \"User Commands\"\n", upper(name), date,
-                                 versionText());
+  std::string text =
+      fmt::format(".TH {} 1 {} \"{}\" \"User Commands\"\n", upper(name), date, versionText());
   // Not adjusted: a long word, such as an example in JSON, would leave a line of blanks.
   text += ".ad l\n";
   text += fmt::format(".SH NAME\n{} \\- {}\n.SH SYNOPSIS\n", escaped(name), escaped(page.summary));

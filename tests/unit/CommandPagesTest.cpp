@@ -43,19 +43,21 @@ TEST(CommandPages, EveryOptionAndCommandIsInItsManPageAndInEveryCompletion) {
       EXPECT_THAT(bash, HasSubstr("'" + row.name + "') words='"));
       EXPECT_THAT(zsh, HasSubstr("_varobinary_" + replaced(row.name, " ", "_") + " ;;"));
     }
-    const std::size_t inZsh = zsh.find(std::string("\n_varobinary") + (row.name.empty() ? "" : "_") +
-                                       replaced(row.name, " ", "_") + "() {");
+    const std::size_t inZsh =
+        zsh.find(std::string("\n_varobinary") + (row.name.empty() ? "" : "_") +
+                 replaced(row.name, " ", "_") + "() {");
     ASSERT_NE(inZsh, std::string::npos) << row.name;
     const std::string zshPart = zsh.substr(inZsh, zsh.find("\n}", inZsh) - inZsh);
     for (const OptionRow& option : row.options) {
       for (const std::string& name : option.names) {
-        EXPECT_THAT(shown, HasSubstr("\\f" + std::string(option.hasPlace ? "I" : "B") + name + "\\fP"));
+        EXPECT_THAT(shown,
+                    HasSubstr("\\f" + std::string(option.hasPlace ? "I" : "B") + name + "\\fP"));
         // The program's, which go with every command, stand at one place.
         if (option.hasPlace || (!row.name.empty() && option.names.front() == "--help")) continue;
         EXPECT_THAT(zshPart, HasSubstr("'*" + name)) << row.name;
         const bool isLong = name.starts_with("--");
-        const std::string inFish = row.name.empty() ? "complete -c varobinary -"
-                                                    : "'__varobinary_at " + row.name + "'";
+        const std::string inFish =
+            row.name.empty() ? "complete -c varobinary -" : "'__varobinary_at " + row.name + "'";
         EXPECT_THAT(fish, testing::ContainsRegex(inFish + ".* ?" + (isLong ? "l " : "s ") +
                                                  name.substr(isLong ? 2 : 1) + " "));
         const std::size_t inBash = bash.find("      '" + row.name + "') words='--");
