@@ -4,6 +4,9 @@
 #include "Platform/Foundation/Error.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <string_view>
 
 namespace varo::cli {
 
@@ -11,6 +14,8 @@ using platform::Dictionary;
 using platform::ErrorPtr;
 
 namespace {
+
+constexpr std::string_view kOr = "|";
 
 void rejectIf(const std::string& name, const ErrorPtr& error) {
   if (error != nullptr) CommandArguments::reject(name, error->localizedDescription());
@@ -58,6 +63,17 @@ void CommandArguments::pairs(const std::string& name, Dictionary& target, PairRu
     const bool isRepeated = rules.keysAreUnique && target.size() < pairs.size();
     return isRepeated ? usageError("a key is given twice") : nullptr;
   });
+}
+
+void CommandArguments::choices(const std::string& name, std::vector<std::string> values) {
+  // CLI11 has no place for them but the name of the type, which its messages show.
+  app_.get_option(name)->type_name(fmt::format("{}", fmt::join(values, kOr)));
+}
+
+std::vector<std::string> CommandArguments::choicesOf(const CLI::Option& option) {
+  const std::string type = option.get_type_name();
+  if (type.find(kOr) == std::string::npos) return {};
+  return CLI::detail::split(type, kOr.front());
 }
 
 void CommandArguments::exclude(const std::string& first, const std::string& second) {

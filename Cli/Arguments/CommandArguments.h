@@ -11,7 +11,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace varo::cli {
 
@@ -55,6 +56,8 @@ class CommandArguments {
   /// An option that may be repeated; `take` gets all its values.
   void list(const std::string& name,
             std::function<platform::ErrorPtr(const std::vector<std::string>&)> take);
+  /// What the value of an option can be, for whoever completes it. Nothing is checked by it.
+  void choices(const std::string& name, std::vector<std::string> values);
   void exclude(const std::string& first, const std::string& second);
 
   /// Called when the arguments of the command have their values: refuses, with `reject`, what only
@@ -67,6 +70,9 @@ class CommandArguments {
   [[nodiscard]] const GlobalOptions& global() const noexcept { return global_; }
 
   // For whoever reads the command line.
+
+  /// What `choices` was given for an option; empty where it was not called.
+  [[nodiscard]] static std::vector<std::string> choicesOf(const CLI::Option& option);
 
   /// What `check` was given; empty where it was not called.
   [[nodiscard]] const std::function<void()>& givenCheck() const noexcept { return check_; }

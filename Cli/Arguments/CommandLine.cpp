@@ -26,6 +26,7 @@ class Parser {
   explicit Parser(const CommandSet& commands);
   ParsedCommandLine parse(std::vector<std::string> arguments, const std::string& tokenVariable,
                           std::ostream& results, std::ostream& messages);
+  [[nodiscard]] std::vector<CommandRow> table() const;
 
  private:
   void defineGlobal();
@@ -52,6 +53,17 @@ std::string commandName(const CLI::App* command) {
   if (command == nullptr || command->get_parent() == nullptr) return {};
   const std::string group = commandName(command->get_parent());
   return group.empty() ? command->get_name() : group + " " + command->get_name();
+}
+
+OptionRow rowOf(const CLI::Option& option) {
+  OptionRow row;
+  row.hasPlace = option.get_positional();
+  row.takesValue = option.get_items_expected_max() > 0;
+  if (row.hasPlace) row.names.push_back(option.get_name(true));
+  for (const std::string& name : option.get_lnames()) row.names.push_back("--" + name);
+  for (const std::string& name : option.get_snames()) row.names.push_back("-" + name);
+  row.choices = CommandArguments::choicesOf(option);
+  return row;
 }
 
 bool isGroup(const CLI::App* command) { return !command->get_subcommands({}).empty(); }
@@ -94,10 +106,13 @@ void Parser::defineGlobal() {
                    [](const std::string& path) { return readSecretFile(path, "token"); });
   arguments.exclude("--token-file", "--token");
   arguments.parsed("--policy", global_.policy, parsePolicy);
+  arguments.choices("--policy", {"safe", "compatible"});
   arguments.text("--cacert", global_.caFile);
   arguments.parsed("--connect-timeout", global_.connectTimeout, parseSeconds);
   arguments.parsed("--stall-timeout", global_.stallTimeout, parseSeconds);
   arguments.parsed("--log-level", global_.logLevel, parseLogLevel);
+  arguments.choices("--log-level",
+                    {platform::kLogLevelNames.begin(), platform::kLogLevelNames.end()});
 }
 
 void Parser::define(const Command& command) {
@@ -116,6 +131,18 @@ void Parser::define(const Command& command) {
     command_ = &command;
     run_ = run;
   });
+}
+
+std::vector<CommandRow> Parser::table() const {
+  std::vector<CommandRow> rows;
+  std::vector<const CLI::App*> apps{&app_};
+  for (std::size_t i = 0; i < apps.size(); ++i) {
+    CommandRow row{commandName(apps[i]), {}};
+    for (const CLI::Option* option : apps[i]->get_options()) row.options.push_back(rowOf(*option));
+    rows.push_back(std::move(row));
+    for (const CLI::App* command : apps[i]->get_subcommands({})) apps.push_back(command);
+  }
+  return rows;
 }
 
 const CLI::App* Parser::chosen() const {
@@ -205,6 +232,8 @@ ParsedCommandLine Parser::parse(std::vector<std::string> arguments,
 }
 
 }  // namespace
+
+std::vector<CommandRow> optionTable(const CommandSet& commands) { return Parser(commands).table(); }
 
 ParsedCommandLine parseCommandLine(const CommandSet& commands,
                                    const std::vector<std::string>& arguments,

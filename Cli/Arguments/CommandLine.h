@@ -29,6 +29,26 @@ struct ParsedCommandLine {
   int exitStatus = 0;
 };
 
+/// One option or argument, as the parser knows it.
+struct OptionRow {
+  /// "--help" and "-h"; of an argument with a place its name alone, such as "URL".
+  std::vector<std::string> names;
+  bool hasPlace = false;
+  bool takesValue = false;
+  /// What the value can be; empty where it can be anything.
+  std::vector<std::string> choices;
+};
+
+/// What may stand behind one command.
+struct CommandRow {
+  /// As in `Command`; of a group its own; empty for the program itself.
+  std::string name;
+  std::vector<OptionRow> options;
+};
+
+/// The parser's table: the program, the groups, and the commands in the order of the help.
+[[nodiscard]] std::vector<CommandRow> optionTable(const CommandSet& commands);
+
 /// Reads the arguments, without the program's name, as one of `commands`. `tokenVariable` is the
 /// value of VARO_TOKEN, empty where it is not set.
 [[nodiscard]] ParsedCommandLine parseCommandLine(const CommandSet& commands,

@@ -129,11 +129,15 @@ std::string commandHelp(const CommandSet& commands, std::string_view name) {
 
 }  // namespace
 
-std::string helpText(const CommandSet& commands, std::string_view name) {
+std::string helpBody(const CommandSet& commands, std::string_view name) {
   if (name.empty()) return overview(commands);
   const CommandGroup* group = findGroup(commands, name);
-  return (group == nullptr ? commandHelp(commands, name) : groupHelp(commands, *group)) +
-         "\nGlobal options: see 'varobinary --help'.\n";
+  return group == nullptr ? commandHelp(commands, name) : groupHelp(commands, *group);
+}
+
+std::string helpText(const CommandSet& commands, std::string_view name) {
+  const std::string body = helpBody(commands, name);
+  return name.empty() ? body : body + "\nGlobal options: see 'varobinary --help'.\n";
 }
 
 std::string versionText() { return "varobinary " VARO_VERSION; }

@@ -11,6 +11,9 @@ namespace varo::cli {
 /// Precondition: there is such a command or group.
 [[nodiscard]] std::string helpText(const CommandSet& commands, std::string_view name);
 
+/// The same without its last line, which leads to the overview.
+[[nodiscard]] std::string helpBody(const CommandSet& commands, std::string_view name);
+
 /// One line: name and version.
 [[nodiscard]] std::string versionText();
 

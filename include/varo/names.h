@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -15,6 +16,7 @@ class Name {
   /// Names nothing.
   Name() = default;
   explicit Name(std::string text) : text_(std::move(text)) {}
+  explicit Name(std::nullptr_t) = delete;
 
   [[nodiscard]] const std::string& text() const noexcept { return text_; }
   [[nodiscard]] bool empty() const noexcept { return text_.empty(); }

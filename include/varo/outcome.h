@@ -24,6 +24,9 @@ class BadOutcome final : public std::exception {
 
 /// A `T`, or the `Failure` that prevented it. Has the interface of C++23's `std::expected`.
 ///
+/// One difference: of an outcome that is about to go, `*`, `value()` and `error()` give what is in
+/// it and no reference to it. So `for (const auto& record : *files.list().get())` is sound.
+///
 /// Nothing of the library throws one: only `value()`, for programs that want an exception.
 /// Precondition of `*` and `->`: there is a value; of `error()`: there is none.
 template <typename T>
@@ -40,18 +43,18 @@ class [[nodiscard]] Outcome {
 
   [[nodiscard]] T& operator*() & noexcept { return *std::get_if<0>(&content_); }
   [[nodiscard]] const T& operator*() const& noexcept { return *std::get_if<0>(&content_); }
-  [[nodiscard]] T&& operator*() && noexcept { return std::move(*std::get_if<0>(&content_)); }
+  [[nodiscard]] T operator*() && noexcept { return std::move(*std::get_if<0>(&content_)); }
   [[nodiscard]] T* operator->() noexcept { return std::get_if<0>(&content_); }
   [[nodiscard]] const T* operator->() const noexcept { return std::get_if<0>(&content_); }
 
   [[nodiscard]] Failure& error() & noexcept { return *std::get_if<1>(&content_); }
   [[nodiscard]] const Failure& error() const& noexcept { return *std::get_if<1>(&content_); }
-  [[nodiscard]] Failure&& error() && noexcept { return std::move(*std::get_if<1>(&content_)); }
+  [[nodiscard]] Failure error() && noexcept { return std::move(*std::get_if<1>(&content_)); }
 
   /// Throws `BadOutcome` where there is a failure.
   [[nodiscard]] T& value() & { return has_value() ? **this : throw BadOutcome(error()); }
   [[nodiscard]] const T& value() const& { return has_value() ? **this : throw BadOutcome(error()); }
-  [[nodiscard]] T&& value() && {
+  [[nodiscard]] T value() && {
     return has_value() ? *std::move(*this) : throw BadOutcome(std::move(*this).error());
   }
 
@@ -105,7 +108,7 @@ class [[nodiscard]] Outcome<void> {
   }
 
   [[nodiscard]] const Failure& error() const& noexcept { return *failure_; }
-  [[nodiscard]] Failure&& error() && noexcept { return *std::move(failure_); }
+  [[nodiscard]] Failure error() && noexcept { return *std::move(failure_); }
 
  private:
   std::optional<Failure> failure_;

@@ -51,6 +51,8 @@ class Source {
   }
   /// The same, with a length that nobody knows before.
   [[nodiscard]] static Source reader(Reader read) { return Source(Read{std::move(read), {}}); }
+  static Source reader(Bytes size, std::nullptr_t) = delete;
+  static Source reader(std::nullptr_t) = delete;
 
   [[nodiscard]] const Content& content() const& noexcept { return content_; }
   [[nodiscard]] Content&& content() && noexcept { return std::move(content_); }

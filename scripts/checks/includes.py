@@ -51,7 +51,7 @@ MAY = {
     "Sandbox/Control/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/", "Sandbox/Files/",
                                         "Sandbox/Blobs/", "Sandbox/Online/", "Sandbox/Faults/"),
     "Cli/": ("Binary/", "Sandbox/", "Platform/"),
-    **floors("Cli/", ("Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
+    **floors("Cli/", ("Pages/", "Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
              ("Binary/", "Sandbox/", "Platform/")),
     "examples/": ("include/varo/", "Binary/", "Platform/"),
     "bench/": ("Binary/", "Platform/", "tests/support/"),
