@@ -1,7 +1,10 @@
 #include "Client/FileRecords.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Client/Failures.h"
 #include "Platform/Foundation/Text.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -53,6 +56,15 @@ std::optional<Bytes> sizeFrom(const Value& value) {
 }
 
 }  // namespace
+
+Outcome<void> checked(const FileId& id) {
+  if (id.empty()) return failureOf(Kind::kInvalidArgument, "The file id is empty");
+  if (id.text().find('\'') != std::string::npos) {
+    return failureOf(Kind::kInvalidArgument,
+                     fmt::format("The file id has a quote in it: {}", id.text()));
+  }
+  return {};
+}
 
 FileRecord recordFrom(const Dictionary& record) {
   FileRecord result;

@@ -3,11 +3,16 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/files.h"
 #include "varo/metadata.h"
+#include "varo/outcome.h"
 
 #include <optional>
 #include <string>
 
 namespace varo::detail {
+
+/// `Kind::kInvalidArgument` for an id that cannot be used: it stands between quotes in what is
+/// asked for.
+[[nodiscard]] Outcome<void> checked(const FileId& id);
 
 /// A record of the service. What is no scalar in it is left out.
 [[nodiscard]] FileRecord recordFrom(const platform::Dictionary& record);
