@@ -1,6 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Manager/FileStorageManager.h"
-#include "Client/FileDestination.h"
+#include "Client/FileDownload.h"
 #include "Client/FileOperation.h"
 #include "Client/FileRecords.h"
 #include "Client/FileUpload.h"
@@ -16,28 +16,16 @@
 namespace varo {
 
 using binary::FileStorageManager;
-using binary::OperationSettings;
 using platform::Dictionary;
 using platform::Value;
 
 namespace {
 
-using detail::FileCall;
 using detail::FileOperation;
-using Callback = std::shared_ptr<binary::BinaryCallback>;
-using Settings = std::shared_ptr<OperationSettings>;
+using detail::FileRun;
+using detail::OneRequest;
 
 constexpr std::string_view kFilesDeleted = "files_deleted";
-
-/// None, or why the id cannot be used: it stands between quotes in what is asked for.
-Outcome<void> checked(const FileId& id) {
-  if (id.empty()) return detail::failureOf(Kind::kInvalidArgument, "The file id is empty");
-  if (id.text().find('\'') != std::string::npos) {
-    return detail::failureOf(Kind::kInvalidArgument,
-                             fmt::format("The file id has a quote in it: {}", id.text()));
-  }
-  return {};
-}
 
 Outcome<void> checked(const Filter& filter) {
   const auto name = detail::unusableNameIn(filter);
@@ -67,6 +55,20 @@ Outcome<std::uint64_t> deletedIn(const Dictionary& result) {
   return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0));
 }
 
+template <typename T>
+Transfer<T> begin(const std::shared_ptr<detail::ClientCore>& core,
+                  std::shared_ptr<detail::FileCall<T>> call) {
+  return Transfer<T>(FileOperation<T>::begin(core, std::move(call)));
+}
+
+template <typename T>
+Transfer<T> request(const std::shared_ptr<detail::ClientCore>& core, std::string about,
+                    typename OneRequest<T>::Send send, typename OneRequest<T>::Read read,
+                    bool canPause = false) {
+  return begin<T>(core, std::make_shared<OneRequest<T>>(std::move(about), std::move(send),
+                                                        std::move(read), canPause));
+}
+
 }  // namespace
 
 Outcome<FileClient> FileClient::create(Options options) {
@@ -76,97 +78,63 @@ Outcome<FileClient> FileClient::create(Options options) {
 }
 
 Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) const {
-  FileCall<std::vector<FileRecord>> call;
-  call.about = fmt::format("list of the files at {}", platform::redactUrl(core_->url()));
-  call.canPause = true;
-  call.send = [url = core_->url(), filter = std::move(filter)](
-                  const Dictionary& headers, const Settings& settings,
-                  const Callback& callback) -> Outcome<void> {
+  std::string about = fmt::format("list of the files at {}", platform::redactUrl(core_->url()));
+  const auto send = [url = core_->url(),
+                     filter = std::move(filter)](const FileRun& run) -> Outcome<void> {
     if (auto good = checked(filter); !good) return good;
-    FileStorageManager::sharedInstance().listFilesWithUrl(
-        url, detail::expressionFrom(filter), headers, callback, detail::optionsWith(settings));
+    FileStorageManager::sharedInstance().listFilesWithUrl(url, detail::expressionFrom(filter),
+                                                          run.headers, run.callback,
+                                                          detail::optionsWith(run.settings));
     return {};
   };
-  call.read = recordsIn;
-  return Transfer(FileOperation<std::vector<FileRecord>>::begin(core_, std::move(call)));
+  return request<std::vector<FileRecord>>(core_, std::move(about), send, recordsIn, true);
 }
 
 Transfer<FileRecord> FileClient::upload(Source source, UploadOptions options) const {
-  return Transfer(FileOperation<FileRecord>::begin(
-      core_, detail::uploadCall(core_, std::move(source), std::move(options))));
+  return begin<FileRecord>(
+      core_, std::make_shared<detail::FileUpload>(core_, std::move(source), std::move(options)));
 }
 
 Transfer<std::filesystem::path> FileClient::download(FileId id, Destination to,
                                                      const DownloadOptions& options) const {
-  FileCall<std::filesystem::path> call;
-  call.about = fmt::format("download of the file {}", id.text());
-  call.canPause = true;
-  Dictionary metadata = detail::metadataOf(options.fileNamespace, options.securityKey);
-  metadata.set(binary::keys::kFileId, id.text());
-  call.send = [url = core_->url(), metadata, id = std::move(id), to = std::move(to),
-               ifExists = options.ifExists](const Dictionary& headers, const Settings& settings,
-                                            const Callback& callback) -> Outcome<void> {
-    if (auto good = checked(id); !good) return good;
-    auto prepared = detail::prepare(to, ifExists);
-    if (!prepared) return std::move(prepared).error();
-    if (prepared->kept) {
-      callback->executeSuccessWithResult(
-          Dictionary{{binary::keys::kFilePath, prepared->kept->string()}});
-      return {};
-    }
-    settings->destination = std::move(prepared->destination);
-    FileStorageManager::sharedInstance().downloadWithURL(
-        url, Dictionary{{binary::keys::kHeaders, headers}, {binary::keys::kMetadata, metadata}},
-        callback, detail::optionsWith(settings));
-    return {};
-  };
-  call.read = [](const Dictionary& result) -> Outcome<std::filesystem::path> {
-    return std::filesystem::path(result[binary::keys::kFilePath].textValue());
-  };
-  return Transfer(FileOperation<std::filesystem::path>::begin(core_, std::move(call)));
+  return begin<std::filesystem::path>(
+      core_,
+      std::make_shared<detail::FileDownload>(core_->url(), std::move(id), std::move(to), options));
 }
 
 Transfer<FileRecord> FileClient::update(FileId id, const Metadata& metadata) const {
-  FileCall<FileRecord> call;
-  call.about = fmt::format("update of the file {}", id.text());
+  std::string about = fmt::format("update of the file {}", id.text());
   Dictionary entries = detail::dictionaryFrom(metadata);
   entries.set(binary::keys::kFileId, id.text());
-  call.send = [url = core_->url(), entries, id = std::move(id)](
-                  const Dictionary& headers, const Settings& settings,
-                  const Callback& callback) -> Outcome<void> {
-    if (auto good = checked(id); !good) return good;
+  const auto send = [url = core_->url(), entries,
+                     id = std::move(id)](const FileRun& run) -> Outcome<void> {
+    if (auto good = detail::checked(id); !good) return good;
     FileStorageManager::sharedInstance().updateWithUrl(
-        url, Dictionary{{binary::keys::kHeaders, headers}, {binary::keys::kMetadata, entries}},
-        callback, detail::optionsWith(settings));
+        url, Dictionary{{binary::keys::kHeaders, run.headers}, {binary::keys::kMetadata, entries}},
+        run.callback, detail::optionsWith(run.settings));
     return {};
   };
-  call.read = [entries](const Dictionary& /*result*/) -> Outcome<FileRecord> {
+  const auto read = [entries](const Dictionary& /*result*/) -> Outcome<FileRecord> {
     return detail::recordFrom(entries);
   };
-  return Transfer(FileOperation<FileRecord>::begin(core_, std::move(call)));
+  return request<FileRecord>(core_, std::move(about), send, read);
 }
 
 Transfer<std::uint64_t> FileClient::remove(FileId id) const {
-  FileCall<std::uint64_t> call;
-  call.about = fmt::format("delete of the file {}", id.text());
-  call.send = [url = core_->url(), id = std::move(id)](const Dictionary& headers,
-                                                       const Settings& settings,
-                                                       const Callback& callback) -> Outcome<void> {
-    if (auto good = checked(id); !good) return good;
-    FileStorageManager::sharedInstance().deleteWithUrl(url, id.text(), Dictionary{}, headers,
-                                                       callback, detail::optionsWith(settings));
+  std::string about = fmt::format("delete of the file {}", id.text());
+  const auto send = [url = core_->url(), id = std::move(id)](const FileRun& run) -> Outcome<void> {
+    if (auto good = detail::checked(id); !good) return good;
+    FileStorageManager::sharedInstance().deleteWithUrl(
+        url, id.text(), Dictionary{}, run.headers, run.callback, detail::optionsWith(run.settings));
     return {};
   };
-  call.read = deletedIn;
-  return Transfer(FileOperation<std::uint64_t>::begin(core_, std::move(call)));
+  return request<std::uint64_t>(core_, std::move(about), send, deletedIn);
 }
 
 Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) const {
-  FileCall<std::uint64_t> call;
-  call.about = fmt::format("delete of the files with {}", detail::expressionFrom(filter));
-  call.send = [url = core_->url(), filter = std::move(filter)](
-                  const Dictionary& headers, const Settings& settings,
-                  const Callback& callback) -> Outcome<void> {
+  std::string about = fmt::format("delete of the files with {}", detail::expressionFrom(filter));
+  const auto send = [url = core_->url(),
+                     filter = std::move(filter)](const FileRun& run) -> Outcome<void> {
     if (filter.empty()) {
       return detail::failureOf(Kind::kInvalidArgument,
                                "The filter is empty, which would delete every file");
@@ -177,12 +145,11 @@ Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) const {
       return detail::failureOf(Kind::kInvalidArgument,
                                "The filter wants two values of one entry, which no file has");
     }
-    FileStorageManager::sharedInstance().deleteByCriteria(url, criteria, headers, callback,
-                                                          detail::optionsWith(settings));
+    FileStorageManager::sharedInstance().deleteByCriteria(url, criteria, run.headers, run.callback,
+                                                          detail::optionsWith(run.settings));
     return {};
   };
-  call.read = deletedIn;
-  return Transfer(FileOperation<std::uint64_t>::begin(core_, std::move(call)));
+  return request<std::uint64_t>(core_, std::move(about), send, deletedIn);
 }
 
 }  // namespace varo

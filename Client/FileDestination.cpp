@@ -8,13 +8,10 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <exception>
-#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
-#include <variant>
 
 namespace varo::detail {
 
@@ -63,22 +60,9 @@ Result<std::string> storeAt(const fs::path& path, IfExists ifExists, const Data&
   }
 }
 
-Result<std::string> drain(const Sink& sink, const Data& bytes) {
-  try {
-    auto passed = bytes.forEachPiece([&sink](std::string_view piece) -> Result<void> {
-      sink(std::as_bytes(std::span(piece)));
-      return {};
-    });
-    if (!passed) return passed.error();
-    return std::string();
-  } catch (const std::exception& thrown) {
-    return Error::make("Sink", 0, fmt::format("the sink threw: {}", thrown.what()));
-  } catch (...) {  // an application's code may throw anything
-    return Error::make("Sink", 0, "the sink threw");
-  }
-}
+}  // namespace
 
-Outcome<PreparedDestination> prepareFile(fs::path path, IfExists ifExists) {
+Outcome<PreparedFile> prepare(fs::path path, IfExists ifExists) {
   if (!path.has_filename()) {
     return failureOf(Kind::kInvalidArgument,
                      fmt::format("The destination \"{}\" names no file", path.string()));
@@ -93,26 +77,11 @@ Outcome<PreparedDestination> prepareFile(fs::path path, IfExists ifExists) {
     return failureOf(Kind::kConflict,
                      fmt::format("\"{}\" is there already; nothing was fetched", path.string()));
   }
-  PreparedDestination prepared;
+  PreparedFile prepared;
   if (isThere(path) && ifExists == IfExists::kKeep) prepared.kept = path;
-  prepared.destination.spoolDirectory = directory.string();
-  prepared.destination.store = [path = std::move(path), ifExists](const Data& bytes) {
+  prepared.directory = directory.string();
+  prepared.store = [path = std::move(path), ifExists](const Data& bytes) {
     return storeAt(path, ifExists, bytes);
-  };
-  return prepared;
-}
-
-}  // namespace
-
-Outcome<PreparedDestination> prepare(Destination to, IfExists ifExists) {
-  if (auto* path = std::get_if<fs::path>(&to)) return prepareFile(std::move(*path), ifExists);
-  auto sink = std::get<Sink>(std::move(to));
-  if (sink == nullptr) {
-    return failureOf(Kind::kInvalidArgument, "The destination is an empty function");
-  }
-  PreparedDestination prepared;
-  prepared.destination.store = [sink = std::move(sink)](const Data& bytes) {
-    return drain(sink, bytes);
   };
   return prepared;
 }

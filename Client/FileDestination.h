@@ -1,24 +1,29 @@
 #pragma once
 
-#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Result.h"
 #include "varo/outcome.h"
 #include "varo/source.h"
 
 #include <filesystem>
-#include <memory>
+#include <functional>
 #include <optional>
+#include <string>
 
 namespace varo::detail {
 
-/// Where a download goes, from `Destination` and `IfExists`.
-struct PreparedDestination {
-  binary::OperationSettings::Destination destination;
+/// The file that a download is stored in, from its path and `IfExists`.
+struct PreparedFile {
+  /// Where bytes that are received here get the file's name without a copy.
+  std::string directory;
+  /// Stores the bytes, and gives the path that they have.
+  std::function<platform::Result<std::string>(const platform::Data& bytes)> store;
   /// Set where there is nothing to fetch: the file is there and is kept.
   std::optional<std::filesystem::path> kept;
 };
 
 /// Looks at what is there. `Kind::kConflict` for a file that must not be, `kLocalFile` for a
-/// directory that is not there, `kInvalidArgument` for a path that names no file or an empty sink.
-[[nodiscard]] Outcome<PreparedDestination> prepare(Destination to, IfExists ifExists);
+/// directory that is not there, `kInvalidArgument` for a path that names no file.
+[[nodiscard]] Outcome<PreparedFile> prepare(std::filesystem::path path, IfExists ifExists);
 
 }  // namespace varo::detail

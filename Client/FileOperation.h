@@ -5,43 +5,101 @@
 #include "Client/Failures.h"
 #include "Client/Operation.h"
 #include "Client/Running.h"
+#include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Value.h"
 #include "varo/outcome.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 namespace varo::detail {
 
-/// What one operation of a `FileClient` does.
+/// What one run of a call sends with, and the handle that it is for.
+struct FileRun {
+  platform::Dictionary headers;
+  std::shared_ptr<binary::OperationSettings> settings;
+  /// Hears of the end.
+  std::shared_ptr<binary::BinaryCallback> callback;
+  std::shared_ptr<platform::Cancellation> cancellation;
+  std::shared_ptr<RunningBase> handle;
+};
+
+/// What one operation of a `FileClient` does, over all its runs. Its functions are called on
+/// threads of the pool, one run after the other, but for `stop`.
 template <typename T>
-struct FileCall {
+class FileCall {
+ public:
+  FileCall() = default;
+  FileCall(const FileCall&) = delete;
+  FileCall& operator=(const FileCall&) = delete;
+  virtual ~FileCall() = default;
+
   /// What the call is about, for messages: 'upload of "photo.jpg"'.
-  std::string about;
-  /// Sends the request. Its headers are given, `options` go with it, `callback` hears of the end.
-  /// A failure says that it was not sent.
-  std::function<Outcome<void>(const platform::Dictionary& headers,
-                              const std::shared_ptr<binary::OperationSettings>& settings,
-                              const std::shared_ptr<binary::BinaryCallback>& callback)>
-      send;
+  [[nodiscard]] virtual const std::string& about() const = 0;
+  /// Sends the requests of a run. A failure says that nothing was sent.
+  [[nodiscard]] virtual Outcome<void> send(const FileRun& run) = 0;
   /// The outcome of what the service answered.
-  std::function<Outcome<T>(const platform::Dictionary& result)> read;
-  /// Of a progress report: bytes done and in all.
-  std::function<void(RunningBase& running, const platform::Dictionary& report)> progress = {};
-  /// Completes a failure, and calls `done` with it, once; it may take requests of its own.
-  std::function<void(Failure failure, std::function<void(Failure)> done)> complete = {};
-  bool canPause = false;
+  [[nodiscard]] virtual Outcome<T> read(const platform::Dictionary& result) = 0;
+  /// Of a progress report of the classes below.
+  virtual void progress(RunningBase& /*handle*/, const platform::Dictionary& /*report*/) {}
+  /// The failure of a run, as the call itself knows it better. May wait.
+  [[nodiscard]] virtual Failure explain(Failure failure) { return failure; }
+  /// How long after this failure another run follows; none: it was the last.
+  [[nodiscard]] virtual std::optional<std::chrono::milliseconds> runsAgainAfter(
+      const Failure& /*failure*/) {
+    return std::nullopt;
+  }
+  /// Calls `done` with the outcome of a call that has failed, once; may take requests of its own.
+  virtual void complete(Failure failure, const std::function<void(Outcome<T>)>& done) {
+    done(std::move(failure));
+  }
+  [[nodiscard]] virtual bool canPause() const { return false; }
+  /// Ends the run, for a pause or `forGood`, if not now then as soon as that does no harm.
+  /// Thread-safe.
+  virtual void stop(const std::shared_ptr<platform::Cancellation>& run, bool /*forGood*/) {
+    run->cancel();
+  }
+};
+
+/// A call that is one request of the service.
+template <typename T>
+class OneRequest final : public FileCall<T> {
+ public:
+  using Send = std::function<Outcome<void>(const FileRun& run)>;
+  using Read = std::function<Outcome<T>(const platform::Dictionary& result)>;
+
+  OneRequest(std::string about, Send send, Read read, bool canPause = false)
+      : about_(std::move(about)),
+        send_(std::move(send)),
+        read_(std::move(read)),
+        canPause_(canPause) {}
+
+  [[nodiscard]] const std::string& about() const override { return about_; }
+  [[nodiscard]] Outcome<void> send(const FileRun& run) override { return send_(run); }
+  [[nodiscard]] Outcome<T> read(const platform::Dictionary& result) override {
+    return read_(result);
+  }
+  [[nodiscard]] bool canPause() const override { return canPause_; }
+
+ private:
+  const std::string about_;
+  const Send send_;
+  const Read read_;
+  const bool canPause_;
 };
 
 /// A call, on behalf of a handle.
 template <typename T>
 class FileOperation final : public Operation {
  public:
-  FileOperation(std::shared_ptr<ClientCore> core, FileCall<T> call,
-                std::shared_ptr<Running<T>> running)
+  using CallPtr = std::shared_ptr<FileCall<T>>;
+
+  FileOperation(std::shared_ptr<ClientCore> core, CallPtr call, std::shared_ptr<Running<T>> running)
       : Operation(core->places()),
         core_(std::move(core)),
         call_(std::move(call)),
@@ -49,8 +107,9 @@ class FileOperation final : public Operation {
 
   /// Starts the call, and gives what its handle needs.
   [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<ClientCore> core,
-                                                         FileCall<T> call) {
+                                                         CallPtr call) {
     auto running = std::make_shared<Running<T>>();
+    running->named(call->about());
     const auto operation =
         std::make_shared<FileOperation>(std::move(core), std::move(call), running);
     running->drivenBy(operation);
@@ -68,33 +127,38 @@ class FileOperation final : public Operation {
     callback->setSuccessCallback(
         [self, run](const platform::Value& result) { self->succeeded(run, result); });
     callback->setFailureCallback([self, run](const platform::Value& failure) {
-      self->failed(run, failureFrom(failure, self->call_.about));
+      self->failed(run, self->call_->explain(failureFrom(failure, self->call_->about())));
     });
-    if (call_.progress != nullptr) {
-      callback->setProgressCallback([self](const platform::Value& report) {
-        self->call_.progress(*self->running_, report.dictionaryValue());
-      });
-    }
+    callback->setProgressCallback([self](const platform::Value& report) {
+      self->call_->progress(*self->running_, report.dictionaryValue());
+    });
     const auto settings = core_->settings();
     settings->cancellation = cancellation->token();
-    if (Outcome<void> sent = call_.send(*headers, settings, callback); !sent) {
-      failed(run, std::move(sent).error());
+    const FileRun sent{*std::move(headers), settings, callback, cancellation, running_};
+    if (Outcome<void> refused = call_->send(sent); !refused) {
+      failed(run, std::move(refused).error());
     }
   }
 
-  [[nodiscard]] bool canPause() const override { return call_.canPause; }
+  [[nodiscard]] bool canPause() const override { return call_->canPause(); }
+  void stop(const std::shared_ptr<platform::Cancellation>& run, bool forGood) override {
+    call_->stop(run, forGood);
+  }
+  [[nodiscard]] std::optional<std::chrono::milliseconds> runsAgainAfter(
+      const Failure& failure) override {
+    return call_->runsAgainAfter(failure);
+  }
   void finish(const platform::Value& result) override {
-    running_->end(call_.read(result.dictionaryValue()));
+    running_->end(call_->read(result.dictionaryValue()));
   }
   void finish(Failure failure) override {
-    if (call_.complete == nullptr) return running_->end(std::move(failure));
-    call_.complete(std::move(failure),
-                   [running = running_](Failure whole) { running->end(std::move(whole)); });
+    call_->complete(std::move(failure),
+                    [running = running_](Outcome<T> outcome) { running->end(std::move(outcome)); });
   }
   [[nodiscard]] RunningBase& running() override { return *running_; }
 
   const std::shared_ptr<ClientCore> core_;
-  const FileCall<T> call_;
+  const CallPtr call_;
   const std::shared_ptr<Running<T>> running_;
 };
 

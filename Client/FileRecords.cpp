@@ -1,7 +1,10 @@
 #include "Client/FileRecords.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Client/Failures.h"
 #include "Platform/Foundation/Text.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -52,6 +55,15 @@ std::optional<Scalar> scalarFrom(const Value& value) {
   // All its digits, which no number keeps.
   if (const std::string* digits = value.largeInteger()) return *digits;
   return std::nullopt;
+}
+
+Outcome<void> checked(const FileId& id) {
+  if (id.empty()) return failureOf(Kind::kInvalidArgument, "The file id is empty");
+  if (id.text().find('\'') != std::string::npos) {
+    return failureOf(Kind::kInvalidArgument,
+                     fmt::format("The file id has a quote in it: {}", id.text()));
+  }
+  return {};
 }
 
 FileRecord recordFrom(const Dictionary& record) {

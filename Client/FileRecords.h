@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/files.h"
 #include "varo/metadata.h"
+#include "varo/outcome.h"
 
 #include <optional>
 #include <string>
@@ -11,6 +12,10 @@ namespace varo::detail {
 
 /// None for what is no scalar: bytes, arrays, dictionaries, nothing.
 [[nodiscard]] std::optional<Scalar> scalarFrom(const platform::Value& value);
+
+/// `Kind::kInvalidArgument` for an id that cannot be used: it stands between quotes in what is
+/// asked for.
+[[nodiscard]] Outcome<void> checked(const FileId& id);
 
 /// A record of the service. What is no scalar in it is left out.
 [[nodiscard]] FileRecord recordFrom(const platform::Dictionary& record);

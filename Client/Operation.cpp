@@ -3,6 +3,7 @@
 #include "Client/Failures.h"
 #include "Client/Places.h"
 #include "Client/Running.h"
+#include "Platform/Foundation/Sleeper.h"
 
 #include <exception>
 #include <utility>
@@ -11,13 +12,11 @@ namespace varo::detail {
 
 using platform::MutexLock;
 
-namespace {
-
-Failure cancelled() { return failureOf(Kind::kCancelled, "The operation was cancelled"); }
-
-}  // namespace
-
 Operation::Operation(std::shared_ptr<Places> places) : places_(std::move(places)) {}
+
+Failure Operation::cancelled() {
+  return failureOf(Kind::kCancelled, running().about() + ": The operation was cancelled.");
+}
 
 void Operation::begin() { places_->wait(shared_from_this()); }
 
@@ -62,7 +61,7 @@ void Operation::cancel() {
     }
   }
   if (ends) return finish(cancelled());
-  if (cancellation != nullptr) cancellation->cancel();
+  if (cancellation != nullptr) stop(cancellation, true);
 }
 
 void Operation::pause() {
@@ -77,10 +76,11 @@ void Operation::pause() {
       phase_ = Phase::kPausing;
       cancellation = cancellation_;
     } else {
+      if (std::exchange(backsOff_, false)) running().enter(State::kPaused);
       return;
     }
   }
-  if (cancellation != nullptr) cancellation->cancel();
+  if (cancellation != nullptr) stop(cancellation, false);
 }
 
 void Operation::resume() {
@@ -90,37 +90,63 @@ void Operation::resume() {
     if (phase_ == Phase::kPausing) resumes_ = true;
     if (phase_ != Phase::kPaused) return;
     phase_ = Phase::kWaiting;
+    backsOff_ = false;
     running().enter(State::kWaiting);
   }
   begin();
 }
 
-Operation::RunEnd Operation::endRun(std::uint64_t run, bool wasStopped) {
+void Operation::backOff(std::uint64_t run, std::chrono::milliseconds wait) {
+  try {
+    platform::Sleeper::shared().wakeAfter(
+        wait, [weak = weak_from_this(), run](platform::TimerQueue::Reason) {
+          if (const auto self = std::static_pointer_cast<Operation>(weak.lock())) self->wake(run);
+        });
+  } catch (const std::exception&) {
+    wake(run);  // no timer can be had
+  }
+}
+
+void Operation::wake(std::uint64_t run) {
+  {
+    const MutexLock lock(mutex_);
+    if (run != run_ || !backsOff_) return;  // paused, resumed or given up meanwhile
+  }
+  resume();
+}
+
+Operation::RunEnd Operation::endRun(std::uint64_t run, bool wasStopped, bool again) {
   const MutexLock lock(mutex_);
   if (run != run_ || (phase_ != Phase::kRunning && phase_ != Phase::kPausing)) return RunEnd::kLate;
-  const bool isPause = phase_ == Phase::kPausing && wasStopped && !cancelled_;
-  if (!isPause) {
+  const bool isPause = phase_ == Phase::kPausing && (wasStopped || again) && !cancelled_;
+  const bool isAgain = again && phase_ == Phase::kRunning && !cancelled_;
+  if (!isPause && !isAgain) {
     phase_ = Phase::kEnded;
     return RunEnd::kEnd;
   }
   phase_ = Phase::kPaused;
   cancellation_.reset();
-  running().enter(State::kPaused);
+  backsOff_ = isAgain;
+  running().enter(isAgain ? State::kBackingOff : State::kPaused);
+  if (isAgain) return RunEnd::kBackOff;
   return std::exchange(resumes_, false) ? RunEnd::kPauseAndResume : RunEnd::kPause;
 }
 
 void Operation::succeeded(std::uint64_t run, const platform::Value& result) noexcept {
-  if (endRun(run, false) == RunEnd::kLate) return;
+  if (endRun(run, false, false) == RunEnd::kLate) return;
   places_->giveBack(shared_from_this());
   finish(result);
 }
 
 void Operation::failed(std::uint64_t run, Failure failure) noexcept {
-  const RunEnd end = endRun(run, failure.kind == Kind::kCancelled);
+  const bool wasStopped = failure.kind == Kind::kCancelled;
+  const auto wait = wasStopped ? std::nullopt : runsAgainAfter(failure);
+  const RunEnd end = endRun(run, wasStopped, wait.has_value());
   if (end == RunEnd::kLate) return;
   places_->giveBack(shared_from_this());
   if (end == RunEnd::kEnd) return finish(std::move(failure));
   if (end == RunEnd::kPauseAndResume) resume();
+  if (end == RunEnd::kBackOff) backOff(run, *wait);
 }
 
 }  // namespace varo::detail

@@ -6,8 +6,10 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/failure.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace varo::detail {
@@ -23,7 +25,8 @@ class RunningBase;
 ///     resume  \--------> [pausing] --its request has stopped--> [paused]
 ///
 /// A pause ends the run: its request is cancelled, and what that tells is taken for the pause. A
-/// resume waits for a place again and begins another run.
+/// resume waits for a place again and begins another run. A run that has failed may be followed by
+/// another as well: then it is paused until a timer resumes it.
 ///
 /// Runs are numbered, so that what an earlier one tells late changes nothing. Thread-safe. Nothing
 /// is called with the lock held but `Running::enter`, so that the handle sees the phases in their
@@ -51,6 +54,16 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
 
   /// Whether a run may be ended and begun anew without harm.
   [[nodiscard]] virtual bool canPause() const = 0;
+  /// Ends a run, for a pause or `forGood`; it may take until that does no harm. Thread-safe.
+  virtual void stop(const std::shared_ptr<platform::Cancellation>& run, bool /*forGood*/) {
+    run->cancel();
+  }
+  /// How long after a run that failed another one follows; none: it was the last. Never asked of
+  /// one that was stopped.
+  [[nodiscard]] virtual std::optional<std::chrono::milliseconds> runsAgainAfter(
+      const Failure& /*failure*/) {
+    return std::nullopt;
+  }
   /// The end, once: turns what was told into the outcome.
   virtual void finish(const platform::Value& result) = 0;
   virtual void finish(Failure failure) = 0;
@@ -59,10 +72,15 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
  private:
   enum class Phase { kWaiting, kRunning, kPausing, kPaused, kEnded };
 
-  enum class RunEnd { kLate, kPause, kPauseAndResume, kEnd };
+  enum class RunEnd { kLate, kPause, kPauseAndResume, kBackOff, kEnd };
 
-  /// What it means that this run has ended; `wasStopped`: by its cancellation.
-  [[nodiscard]] RunEnd endRun(std::uint64_t run, bool wasStopped);
+  [[nodiscard]] Failure cancelled();
+  void backOff(std::uint64_t run, std::chrono::milliseconds wait);
+  void wake(std::uint64_t run);
+
+  /// What it means that this run has ended; `wasStopped`: by its cancellation; `again`: another one
+  /// follows.
+  [[nodiscard]] RunEnd endRun(std::uint64_t run, bool wasStopped, bool again);
 
   const std::shared_ptr<Places> places_;
 
@@ -70,6 +88,8 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   Phase phase_ VARO_GUARDED_BY(mutex_) = Phase::kWaiting;
   /// Asked for while it was pausing.
   bool resumes_ VARO_GUARDED_BY(mutex_) = false;
+  /// Paused, and a timer will resume it.
+  bool backsOff_ VARO_GUARDED_BY(mutex_) = false;
   bool cancelled_ VARO_GUARDED_BY(mutex_) = false;
   std::uint64_t run_ VARO_GUARDED_BY(mutex_) = 0;
   /// Of the run; null before it has one.

@@ -20,6 +20,12 @@ constexpr std::chrono::milliseconds kLeastForRate{200};
 /// A wait without an end would overflow the clock.
 constexpr std::chrono::hours kLongestWait{24 * 365};
 
+/// An application's code works on its own account, not on that of the operation.
+void callApplication(const std::function<void()>& work) noexcept {
+  const platform::JobContext::Scope none(nullptr);
+  platform::ThreadPool::runHere(work);
+}
+
 }  // namespace
 
 RunningBase::RunningBase(const platform::Clock& clock, platform::Sleeper& sleeper)
@@ -123,7 +129,7 @@ void RunningBase::reached(std::uint64_t done, std::uint64_t total) {
       shown_ = now;
     }
   }
-  if (early.count() <= 0) return inTurn(&RunningBase::showProgress);
+  if (early.count() <= 0) return inTurn([this] { showProgress(); });
   showLater(std::chrono::ceil<std::chrono::milliseconds>(early));
 }
 
@@ -137,7 +143,7 @@ void RunningBase::showLater(std::chrono::milliseconds delay) {
       if (self->state_ == State::kDone) return;  // the last one is on its way
       self->shown_ = self->clock_.steadyNow();
     }
-    self->inTurn(&RunningBase::showProgress);
+    self->inTurn([self = self.get()] { self->showProgress(); });
   });
 }
 
@@ -184,41 +190,23 @@ void RunningBase::ended() {
     waiting.swap(waiting_);
     changed_.notifyAll();
   }
-  inTurn(&RunningBase::showLastProgress);
+  inTurn([this] { showLastProgress(); });
   platform::ThreadPool& pool = platform::Runtime::shared().pool();
-  const platform::JobContext::Scope none(nullptr);  // as in `take`
+  const platform::JobContext::Scope none(nullptr);  // as in `callApplication`
   for (const auto& coroutine : waiting) pool.postOrRun([coroutine] { coroutine.resume(); });
 }
 
-void RunningBase::inTurn(Turn turn) noexcept {
-  callbacks_.async([self = shared_from_this(), turn] { self->take(turn); });
+void RunningBase::inTurn(std::function<void()> work) noexcept {
+  callbacks_.async([self = shared_from_this(), work = std::move(work)] { self->take(work); });
 }
 
-bool RunningBase::move(const std::function<void()>& work) {
-  {
-    const MutexLock lock(mutex_);
-    while (moving_) changed_.wait(mutex_);
-    if (closed_ || state_ == State::kDone) return false;
-    moving_ = std::this_thread::get_id();
-  }
-  platform::ThreadPool::runHere(work);
-  const MutexLock lock(mutex_);
-  moving_.reset();
-  changed_.notifyAll();
-  return true;
-}
-
-void RunningBase::take(Turn turn) noexcept {
+void RunningBase::take(const std::function<void()>& work) noexcept {
   {
     const MutexLock lock(mutex_);
     if (closed_) return;
     calling_ = std::this_thread::get_id();
   }
-  {
-    // An application's code works on its own account again.
-    const platform::JobContext::Scope none(nullptr);
-    platform::ThreadPool::runHere([this, turn] { (this->*turn)(); });
-  }
+  callApplication(work);
   const MutexLock lock(mutex_);
   calling_.reset();
   changed_.notifyAll();
@@ -235,15 +223,34 @@ void RunningBase::close() noexcept {
   cancel();
   abandon();
   waitForTurn();
+  waitForMove();
   // One by one: the callback of the progress may throw.
   platform::ThreadPool::runHere([this] { showLastProgress(); });
   platform::ThreadPool::runHere([this] { callOnDone(); });
 }
 
+bool RunningBase::move(const std::function<void()>& work) {
+  {
+    const MutexLock lock(mutex_);
+    while (moving_) changed_.wait(mutex_);
+    if (closed_ || state_ == State::kDone) return false;
+    moving_ = std::this_thread::get_id();
+  }
+  callApplication(work);
+  const MutexLock lock(mutex_);
+  moving_.reset();
+  changed_.notifyAll();
+  return true;
+}
+
+void RunningBase::waitForMove() const {
+  const MutexLock lock(mutex_);
+  while (moving_ && *moving_ != std::this_thread::get_id()) changed_.wait(mutex_);
+}
+
 void RunningBase::waitForTurn() noexcept {
   const MutexLock lock(mutex_);
   while (calling_ && *calling_ != std::this_thread::get_id()) changed_.wait(mutex_);
-  while (moving_ && *moving_ != std::this_thread::get_id()) changed_.wait(mutex_);
 }
 
 }  // namespace varo::detail

@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <stop_token>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -56,16 +57,23 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   [[nodiscard]] bool resumeAtEnd(std::coroutine_handle<> waiting);
 
   // For the operation.
+  /// What it is, for failures: 'upload of "photo.jpg"'. Before anybody else knows this.
+  void named(std::string about) { about_ = std::move(about); }
+  [[nodiscard]] const std::string& about() const noexcept { return about_; }
   /// Who can stop it, until its end. At most once, before anybody else knows this.
   void drivenBy(std::shared_ptr<Control> control);
   /// No effect after the end.
   void enter(State state);
   /// Bytes; a number that is smaller than the last one counts as that one. `total` 0: not known.
   void reached(std::uint64_t done, std::uint64_t total);
+  /// Has `work` called as a callback, in its turn, unless the handle is gone by then.
+  void inTurn(std::function<void()> work) noexcept;
   /// Calls `work`, which calls a `Sink` or `Reader`, on this thread, one at a time. The handle's
   /// end waits for it. False, without a call, when the handle or the outcome came to its end. These
   /// calls have no turn among the callbacks: one of those may wait for the transfer.
   [[nodiscard]] bool move(const std::function<void()>& work);
+  /// Waits for the call of `move` that runs, unless this is it.
+  void waitForMove() const;
 
  protected:
   /// Moves to the end; gives what it was driven by, to be destroyed without the lock.
@@ -73,7 +81,9 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   /// Wakes up those that wait for the end, and has the last progress shown.
   void ended();
   /// Has `callOnDone` called in its turn, unless the handle is gone by then.
-  void tellEnd() noexcept { inTurn(&RunningBase::callOnDone); }
+  void tellEnd() noexcept {
+    inTurn([this] { callOnDone(); });
+  }
   /// The outcome of an operation whose handle went away.
   virtual void abandon() = 0;
   /// Calls the callback of the end, once, if there is one and it was not called yet.
@@ -84,18 +94,16 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   State state_ VARO_GUARDED_BY(mutex_) = State::kWaiting;
 
  private:
-  using Turn = void (RunningBase::*)();
-
-  void inTurn(Turn turn) noexcept;
   [[nodiscard]] std::shared_ptr<Control> control() const;
   void showProgress();
   void showLastProgress();
   /// Has what came too early shown when it is time.
   void showLater(std::chrono::milliseconds delay);
-  void take(Turn turn) noexcept;
+  void take(const std::function<void()>& work) noexcept;
   void measureRateLocked(std::chrono::steady_clock::time_point now) VARO_REQUIRES(mutex_);
   void waitForTurn() noexcept;
 
+  std::string about_ = "operation";  // constant once it is shared
   const platform::Clock& clock_;
   platform::Sleeper& sleeper_;
   platform::SerialQueue callbacks_;
@@ -150,7 +158,7 @@ class Running final : public RunningBase {
   void abandon() override {
     Failure failure;
     failure.kind = Kind::kCancelled;
-    failure.message = "The handle of the transfer was destroyed before its end";
+    failure.message = about() + ": the handle was destroyed before the end";
     static_cast<void>(settle(std::move(failure)));
   }
 

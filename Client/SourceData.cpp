@@ -1,6 +1,7 @@
 #include "Client/SourceData.h"
 
 #include "Client/Failures.h"
+#include "Client/Running.h"
 #include "Platform/Foundation/File.h"
 
 #include <fmt/format.h>
@@ -22,68 +23,90 @@ using platform::File;
 
 namespace {
 
-constexpr std::string_view kReader = "The bytes to upload";
 constexpr std::size_t kPiece = std::size_t{256} * 1024;
 
-Failure readerFailed(std::string_view why) {
-  return failureOf(Kind::kLocalFile, fmt::format("{} could not be read: {}", kReader, why));
-}
+/// Reads a source to its end.
+class Spool {
+ public:
+  Spool(const Source::Read& source, const std::string& about, RunningBase& handle,
+        std::stop_token stop)
+      : source_(source), about_(about), handle_(handle), stop_(std::move(stop)) {}
 
-/// How many bytes the reader put into the piece; a failure for what a reader must not do.
-Outcome<std::size_t> readPiece(const Reader& read, std::span<std::byte> piece) {
-  std::optional<std::size_t> count;
-  try {
-    count = read(piece);
-  } catch (const std::exception& thrown) {
-    return readerFailed(thrown.what());
-  } catch (...) {  // an application's code may throw anything
-    return readerFailed("the reader threw");
-  }
-  if (!count) return readerFailed("the reader could not go on");
-  if (*count > piece.size()) return readerFailed("the reader gave more than there was room for");
-  return *count;
-}
-
-Outcome<Data> spooled(const Source::Read& source) {
-  if (source.read == nullptr) {
-    return failureOf(Kind::kInvalidArgument, "The source of the upload has an empty reader");
-  }
-  std::error_code none;  // creating the file will tell
-  auto file = File::createUnnamed(std::filesystem::temp_directory_path(none).string());
-  if (!file) return failureFrom(file.error(), kReader);
-  std::vector<std::byte> buffer(kPiece);
-  std::uint64_t size = 0;
-  for (;;) {
-    auto count = readPiece(source.read, buffer);
-    if (!count) return std::move(count).error();
-    if (*count == 0) break;
-    const std::string_view piece(reinterpret_cast<const char*>(buffer.data()), *count);
-    if (auto written = (*file)->writeAt(size, piece); !written) {
-      return failureFrom(written.error(), kReader);
+  [[nodiscard]] Outcome<Data> read() {
+    if (source_.read == nullptr) {
+      return failureOf(Kind::kInvalidArgument, about_ + ": the source has an empty reader");
     }
-    size += *count;
-    if (source.size && size > source.size->count) break;
+    std::error_code none;  // creating the file will tell
+    auto file = File::createUnnamed(std::filesystem::temp_directory_path(none).string());
+    if (!file) return failureFrom(file.error(), about_);
+    std::vector<std::byte> buffer(kPiece);
+    std::uint64_t size = 0;
+    for (;;) {
+      auto count = piece(buffer);
+      if (!count) return std::move(count).error();
+      if (*count == 0) break;
+      const std::string_view bytes(reinterpret_cast<const char*>(buffer.data()), *count);
+      if (auto written = (*file)->writeAt(size, bytes); !written) {
+        return failureFrom(written.error(), about_);
+      }
+      size += *count;
+      if (source_.size && size > source_.size->count) break;
+    }
+    if (source_.size && size != source_.size->count) {
+      return failed(fmt::format("the reader gave {} bytes where {} were announced",
+                                size > source_.size->count ? "more" : fmt::to_string(size),
+                                source_.size->count));
+    }
+    return Data::fromFileRegion(*file, 0, size);
   }
-  if (source.size && size != source.size->count) {
-    return readerFailed(fmt::format("the reader gave {} bytes where {} were announced",
-                                    size > source.size->count ? "more" : fmt::to_string(size),
-                                    source.size->count));
-  }
-  return Data::fromFileRegion(*file, 0, size);
-}
 
-Outcome<Data> opened(const std::filesystem::path& path) {
-  auto data = Data::fromFile(path.string());
-  if (!data) return failureFrom(data.error(), fmt::format("upload of \"{}\"", path.string()));
-  return std::move(data).value();
-}
+ private:
+  [[nodiscard]] Failure failed(std::string_view why) const {
+    return failureOf(Kind::kLocalFile, fmt::format("{}: {}", about_, why));
+  }
+
+  [[nodiscard]] Outcome<std::size_t> piece(std::span<std::byte> buffer) const {
+    Outcome<std::size_t> count = failureOf(Kind::kCancelled, about_ + ": it was cancelled");
+    if (stop_.stop_requested()) return count;
+    // Not called where the handle has gone.
+    static_cast<void>(handle_.move([&] { count = call(buffer); }));
+    return count;
+  }
+
+  /// How many bytes the reader put into the buffer; a failure for what a reader must not do.
+  [[nodiscard]] Outcome<std::size_t> call(std::span<std::byte> buffer) const {
+    std::optional<std::size_t> count;
+    try {
+      count = source_.read(buffer);
+    } catch (const std::exception& thrown) {
+      return failed(fmt::format("the reader threw: {}", thrown.what()));
+    } catch (...) {  // an application's code may throw anything
+      return failed("the reader threw");
+    }
+    if (!count) return failed("the reader could not go on");
+    if (*count > buffer.size()) return failed("the reader gave more than there was room for");
+    return *count;
+  }
+
+  const Source::Read& source_;
+  const std::string& about_;
+  RunningBase& handle_;
+  const std::stop_token stop_;
+};
 
 }  // namespace
 
-Outcome<Data> dataFrom(Source source) {
+Outcome<Data> dataFrom(Source source, const std::string& about, RunningBase& handle,
+                       const std::stop_token& stop) {
   Source::Content content = std::move(source).content();
-  if (const auto* path = std::get_if<std::filesystem::path>(&content)) return opened(*path);
-  if (const auto* read = std::get_if<Source::Read>(&content)) return spooled(*read);
+  if (const auto* path = std::get_if<std::filesystem::path>(&content)) {
+    auto data = Data::fromFile(path->string());
+    if (!data) return failureFrom(data.error(), about);
+    return std::move(data).value();
+  }
+  if (const auto* read = std::get_if<Source::Read>(&content)) {
+    return Spool(*read, about, handle, stop).read();
+  }
   return Data::copyOf(std::get<std::vector<std::byte>>(content));
 }
 

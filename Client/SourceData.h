@@ -4,11 +4,18 @@
 #include "varo/outcome.h"
 #include "varo/source.h"
 
+#include <stop_token>
+#include <string>
+
 namespace varo::detail {
 
+class RunningBase;
+
 /// The bytes of `source`, as something that can be sent, and sent again, piece by piece. What a
-/// reader gives goes to a nameless temporary file first; the reader is called on this thread.
-/// Failures: `Kind::kLocalFile`, `kDiskFull`.
-[[nodiscard]] Outcome<platform::Data> dataFrom(Source source);
+/// reader gives goes to a nameless temporary file first; the reader is called on this thread, for
+/// `handle`. `about` names the upload in failures: `Kind::kLocalFile`, `kDiskFull`, and
+/// `kCancelled` where a stop was requested between two pieces.
+[[nodiscard]] Outcome<platform::Data> dataFrom(Source source, const std::string& about,
+                                               RunningBase& handle, const std::stop_token& stop);
 
 }  // namespace varo::detail

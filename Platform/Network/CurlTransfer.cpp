@@ -105,6 +105,8 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       limits_(request.limits),
       connectTimeout_(request.connectTimeout),
       stallTimeout_(request.stallTimeout),
+      receiver_(std::move(request.receiver)),
+      onSent_(std::move(request.onSent)),
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       completion_(std::move(completion)),
@@ -121,6 +123,8 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   caFile_ = common.configuration.caFile;
   head_ = ResponseHead();
   sink_.emplace(spoolDirectory_, std::min(bufferSize, tuning::kGatherBuffer));
+  receives_ = false;
+  received_ = 0;
   discardsBody_ = false;
   discarded_ = 0;
   attempts_ = 0;
@@ -262,13 +266,20 @@ bool CurlTransfer::acceptHead() {
     return false;
   }
   discardsBody_ = head_.isRedirect();
-  if (discardsBody_ || !canHaveEntity() || *announced == 0U) return true;
+  if (discardsBody_ || !canHaveEntity()) return true;
   if (*announced > limits_.forStatus(head_.status())) return failTooLarge();
-  if (auto ready = sink_->expect(*announced); !ready) {
-    failBodyNotStored(*ready.error());
-    return false;
+  receives_ = receiver_ != nullptr && head_.status() / 100 == 2;
+  if (receives_) {
+    const bool isSaid = head_.find("Content-Length").has_value();
+    return stored(receiver_->begin(head_.status(), head_.headers(),
+                                   isSaid ? std::optional(*announced) : std::nullopt));
   }
-  return true;
+  return *announced == 0U || stored(sink_->expect(*announced));
+}
+
+bool CurlTransfer::stored(const Result<void>& done) {
+  if (!done) failBodyNotStored(*done.error());
+  return done.ok();
 }
 
 std::size_t CurlTransfer::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
@@ -284,10 +295,9 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
     discarded_ += bytes.size();
     return discarded_ <= tuning::kMaxRedirectBody;
   }
-  if (sink_->size() + bytes.size() > limits_.forStatus(head_.status())) return failTooLarge();
-  auto written = sink_->write(bytes);
-  if (!written) failBodyNotStored(*written.error());
-  return written.ok();
+  received_ += bytes.size();
+  if (received_ > limits_.forStatus(head_.status())) return failTooLarge();
+  return stored(receives_ ? receiver_->write(bytes) : sink_->write(bytes));
 }
 
 bool CurlTransfer::failTooLarge() {
@@ -329,12 +339,19 @@ std::size_t CurlTransfer::onRead(char* buffer, std::size_t size, std::size_t cou
   return guarded(transfer.failure_, std::size_t{CURL_READFUNC_ABORT}, [&]() -> std::size_t {
     if (transfer.isCancelled()) return CURL_READFUNC_ABORT;
     const auto filled = transfer.body_->read({buffer, size * count});
-    if (filled) return *filled;
+    if (filled) {
+      transfer.tellSent();
+      return *filled;
+    }
     transfer.failure_ = makeTransportError(HttpTransportError::kRequestBodyUnreadable,
                                            "The data to send could not be read", *filled.error(),
                                            transfer.safeUrl());
     return CURL_READFUNC_ABORT;
   });
+}
+
+void CurlTransfer::tellSent() const {
+  if (onSent_ != nullptr) onSent_(body_->position());
 }
 
 /// libcurl goes back to the start where it sends a request again.
@@ -411,6 +428,7 @@ std::optional<HttpResponse> CurlTransfer::makeResponse() {
     }
     response.body = std::move(body).value();
   }
+  response.bodyWasReceived = receives_;
   response.headers = head_.takeHeaders();
   return response;
 }

@@ -111,12 +111,16 @@ class CurlTransfer {
   [[nodiscard]] CURLSH* shareFor(const CurlCommon& common) const;
   [[nodiscard]] std::optional<HttpResponse> makeResponse();
   void failBodyNotStored(const Error& cause);
+  [[nodiscard]] bool stored(const Result<void>& done);
+  void tellSent() const;
 
   const HttpMethod method_;
   const std::string spoolDirectory_;
   const ResponseLimits limits_;
   const std::optional<std::chrono::milliseconds> connectTimeout_;  // as the request has them
   const std::optional<std::chrono::milliseconds> stallTimeout_;
+  const std::shared_ptr<BodyReceiver> receiver_;
+  const std::function<void(std::uint64_t)> onSent_;
   std::vector<HttpHeader> headers_;  // at most one of them a Host, with a value
   std::optional<RequestBodyReader> body_;
   HttpCompletion completion_;
@@ -130,8 +134,10 @@ class CurlTransfer {
   CurlList headerList_;
   ResponseHead head_;
   std::optional<ResponseSink> sink_;
-  ErrorPtr failure_;           // found by a callback, more precise than libcurl's code
-  bool discardsBody_ = false;  // of a redirect
+  bool receives_ = false;       // the receiver, in place of the sink
+  std::uint64_t received_ = 0;  // bytes of the body
+  ErrorPtr failure_;            // found by a callback, more precise than libcurl's code
+  bool discardsBody_ = false;   // of a redirect
   std::uint64_t discarded_ = 0;
   int redirects_ = 0;
   int attempts_ = 0;  // to send it

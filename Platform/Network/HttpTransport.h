@@ -2,6 +2,8 @@
 
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Object.h"
+#include "Platform/Foundation/Result.h"
 
 #include <chrono>
 #include <cstdint>
@@ -10,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace varo::platform {
@@ -53,6 +56,24 @@ struct ResponseLimits {
   }
 };
 
+/// Takes the body of a response while it is received, in place of `HttpResponse::body`.
+///
+/// Called on the thread that moves bytes, with no lock held, one call at a time and never after the
+/// completion has begun. So a function returns at once: it may write to a file, but wait for
+/// nothing. An error ends the request with `HttpTransportError::kResponseBodyNotStored`, which has
+/// it as its cause; what a function throws, with `kNoResources`.
+class BodyReceiver : public Object {
+ public:
+  /// The head of a response with a status of 2xx that can have a body. At most once, before its
+  /// first byte. `expected`: bytes that will come; none where the server does not say.
+  [[nodiscard]] virtual Result<void> begin(int status, const std::vector<HttpHeader>& headers,
+                                           std::optional<std::uint64_t> expected) = 0;
+  /// The next bytes of the body, in order and without a gap.
+  [[nodiscard]] virtual Result<void> write(std::string_view bytes) = 0;
+
+  [[nodiscard]] std::string description() const override { return "BodyReceiver"; }
+};
+
 /// One request.
 struct HttpRequest {
   HttpMethod method = HttpMethod::kGet;
@@ -71,6 +92,11 @@ struct HttpRequest {
   /// or less: the transport's own; at most 24 h.
   std::optional<std::chrono::milliseconds> connectTimeout = {};
   std::optional<std::chrono::milliseconds> stallTimeout = {};
+  /// Where the body of a 2xx goes; null: into the response.
+  std::shared_ptr<BodyReceiver> receiver = {};
+  /// Told how many bytes of `body` were handed to the connection; less than before where they are
+  /// sent again. Called as a `BodyReceiver` is.
+  std::function<void(std::uint64_t sent)> onSent = {};
 };
 
 /// The response, whatever its status.
@@ -82,6 +108,9 @@ struct HttpResponse {
   /// framing. None only where there can be no entity: 204, 205, 304, and after a HEAD, whose
   /// Content-Length says what a GET would get.
   std::optional<Data> body;
+  /// Whether the receiver of the request has got the bytes; then `body` has none. A transport that
+  /// knows no receivers leaves it false, and `VRONetworkUtility` hands the body on.
+  bool bodyWasReceived = false;
 };
 
 /// Either a response or an error.

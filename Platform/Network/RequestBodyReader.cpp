@@ -30,6 +30,7 @@ Result<std::size_t> RequestBodyReader::read(std::span<char> buffer) {
       offset_ = 0;
     }
   }
+  position_ += filled;
   return filled;
 }
 
@@ -37,6 +38,7 @@ Result<std::size_t> RequestBodyReader::read(std::span<char> buffer) {
 // be dead, for example.
 bool RequestBodyReader::seek(std::uint64_t offset) {
   if (offset > size_) return false;
+  position_ = offset;
   piece_ = 0;
   while (piece_ < pieces_.size() && offset >= pieces_[piece_].size()) {
     offset -= pieces_[piece_].size();

@@ -23,6 +23,9 @@ class RequestBodyReader {
   /// EIO with the path where a file has become shorter than its piece.
   [[nodiscard]] Result<std::size_t> read(std::span<char> buffer);
 
+  /// Bytes before the next one to read.
+  [[nodiscard]] std::uint64_t position() const noexcept { return position_; }
+
   /// Goes on at `offset` from the start; false, and nothing changes, beyond the end.
   [[nodiscard]] bool seek(std::uint64_t offset);
 
@@ -31,6 +34,7 @@ class RequestBodyReader {
   const std::uint64_t size_;
   std::size_t piece_ = 0;
   std::uint64_t offset_ = 0;  // in the piece
+  std::uint64_t position_ = 0;
 };
 
 }  // namespace varo::platform

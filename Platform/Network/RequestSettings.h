@@ -4,6 +4,8 @@
 #include "Platform/Network/HttpTransport.h"
 
 #include <chrono>
+#include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -22,6 +24,9 @@ inline constexpr char kResponseLimits[] = "responseLimits";
 /// be created in the one named.
 inline constexpr char kSpoolDirectory[] = "spoolDirectory";
 
+/// Key of the options of a request under which the `BodyReceiver` of its response may stand.
+inline constexpr char kBodyReceiver[] = "bodyReceiver";
+
 /// How a request is sent, whatever it asks for. Taken once for an operation and shared by all its
 /// requests; what is not set here is the transport's own. Immutable once shared.
 class RequestSettings : public Object {
@@ -33,6 +38,8 @@ class RequestSettings : public Object {
   std::optional<std::chrono::milliseconds> stallTimeout;
   /// Ends the request with `HttpTransportError::kCancelled` when a stop is requested.
   std::stop_token cancellation;
+  /// `HttpRequest::onSent` of every request.
+  std::function<void(std::uint64_t sent)> onSent;
 
   [[nodiscard]] std::string description() const override { return "RequestSettings"; }
 };

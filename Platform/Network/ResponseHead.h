@@ -36,7 +36,9 @@ class ResponseHead {
   /// where two of them differ: nobody can say then where the response ends.
   [[nodiscard]] Result<std::uint64_t> contentLength() const;
 
-  /// Hands over the headers, in the order received.
+  /// In the order received.
+  [[nodiscard]] const std::vector<HttpHeader>& headers() const noexcept { return headers_; }
+  /// Hands them over.
   [[nodiscard]] std::vector<HttpHeader> takeHeaders() noexcept { return std::move(headers_); }
 
  private:

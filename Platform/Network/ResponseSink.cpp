@@ -90,6 +90,18 @@ Result<void> ResponseSink::write(std::string_view bytes) {
   return {};
 }
 
+Result<Data> ResponseSink::look(std::uint64_t offset, std::size_t most) {
+  const std::uint64_t length = std::min<std::uint64_t>(size() - offset, most);
+  if (file_ == nullptr) {
+    return Data::fromBytes(
+        buffer_.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length)));
+  }
+  if (offset + length > spooled_) {
+    if (auto written = flush(); !written) return written.error();
+  }
+  return Data::fromFileRegion(file_, offset, length);
+}
+
 Result<Data> ResponseSink::take() {
   if (file_ == nullptr) return Data::fromBytes(std::exchange(buffer_, {}));
   if (auto written = flush(); !written) return written.error();

@@ -30,6 +30,10 @@ class ResponseSink {
   /// Bytes taken so far.
   [[nodiscard]] std::uint64_t size() const noexcept { return spooled_ + buffer_.size(); }
 
+  /// Up to `most` of the bytes taken so far, from `offset` on, which is not behind them. More may
+  /// be taken while they are read. Errors as `write`.
+  [[nodiscard]] Result<Data> look(std::uint64_t offset, std::size_t most);
+
   /// Hands over the body and is empty again. Errors as `write`.
   [[nodiscard]] Result<Data> take();
 

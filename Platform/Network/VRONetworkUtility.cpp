@@ -145,8 +145,40 @@ void refuse(const NetworkCallback& callback, const ErrorPtr& error) {
   Runtime::shared().pool().postOrRun([callback, error] { report(callback, std::nullopt, error); });
 }
 
+/// Has the receiver take a body that came with the response, from a transport that knows no
+/// receivers. An error takes the place of the response.
+void handOver(BodyReceiver& receiver, std::optional<HttpResponse>& response, ErrorPtr& error) {
+  if (!response || response->bodyWasReceived || !response->body || response->status / 100 != 2) {
+    return;
+  }
+  const Data body = std::exchange(*response->body, Data());
+  Result<void> taken = receiver.begin(response->status, response->headers, body.size());
+  if (taken) {
+    taken = body.forEachPiece([&](std::string_view piece) { return receiver.write(piece); });
+  }
+  if (taken) return;
+  response.reset();
+  error = makeTransportError(HttpTransportError::kResponseBodyNotStored,
+                             "The response could not be stored", *taken.error(), {});
+}
+
+/// The completion of a request, which may have a receiver.
+HttpCompletion completionOf(const NetworkCallback& callback,
+                            const std::shared_ptr<BodyReceiver>& receiver) {
+  return [callback, receiver](std::optional<HttpResponse> response, ErrorPtr error) {
+    try {
+      if (receiver != nullptr) handOver(*receiver, response, error);
+    } catch (const std::exception& failure) {
+      response.reset();
+      error = makeTransportError(HttpTransportError::kNoResources, failure.what());
+    }
+    report(callback, response, error);
+  };
+}
+
 TransferPtr dispatch(HttpRequest request, const Dictionary& options,
                      const NetworkCallback& callback) {
+  request.receiver = options[kBodyReceiver].objectAs<BodyReceiver>();
   if (const std::string* directory = options[kSpoolDirectory].text()) {
     request.spoolDirectory = *directory;
   }
@@ -159,13 +191,13 @@ TransferPtr dispatch(HttpRequest request, const Dictionary& options,
   if (settings != nullptr) {
     request.connectTimeout = settings->connectTimeout;
     request.stallTimeout = settings->stallTimeout;
+    request.onSent = settings->onSent;
     transport = settings->transport;
     cancellation = settings->cancellation;
   }
   if (transport == nullptr) transport = VRONetworkUtility::transport();
-  return sendGuarded(*transport, std::move(request), cancellation,
-                     [callback](const std::optional<HttpResponse>& response,
-                                const ErrorPtr& error) { report(callback, response, error); });
+  HttpCompletion completion = completionOf(callback, request.receiver);
+  return sendGuarded(*transport, std::move(request), cancellation, std::move(completion));
 }
 
 Result<HttpRequest> encodeWithBody(HttpMethod method, const std::string& url,

@@ -62,6 +62,8 @@ struct Failure {
   std::optional<FileId> begun = {};
   /// The upload in parts that a failed `ObjectStore::put` has left behind, to be resumed.
   std::optional<UploadId> upload = {};
+  /// Where that upload can go on: for `UploadOptions::resume`.
+  std::optional<UploadPlace> place = {};
   Cause cause = {};
 
   /// Whether the same call may succeed later, and repeating it does no harm. False for what the

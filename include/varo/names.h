@@ -31,6 +31,9 @@ class Name {
 
 /// A file on the service, as the service names it.
 using FileId = Name<struct FileIdTag>;
+/// How far an upload of a file has come, to go on there: a text that an application may keep. It
+/// can hold a signed address, so keep it as you keep credentials.
+using UploadPlace = Name<struct UploadPlaceTag>;
 /// A blob of an offline database.
 using BlobId = Name<struct BlobIdTag>;
 /// An object of a store, as people write it: "photos/Ann 1.jpg". It is percent-encoded where an

@@ -16,7 +16,8 @@ namespace varo {
 
 /// Fills the front of `buffer` and returns how many bytes it put there; 0 at the end, nothing where
 /// it cannot go on, which fails the transfer with `Kind::kLocalFile`. Called on a thread of the
-/// library, one call at a time; it may block. It must not be called again after its end.
+/// library, one call at a time; it may block, but not wait for its own transfer. It is not called
+/// again after its end, nor once the outcome or the end of the handle is there.
 using Reader = std::function<std::optional<std::size_t>(std::span<std::byte> buffer)>;
 
 /// Where the bytes of an upload come from. Any of them may have zero bytes where the service allows
@@ -64,8 +65,9 @@ class Source {
 };
 
 /// Takes the bytes of a download, in order and without a gap, as they are received. Called on a
-/// thread of the library, one call at a time; it may block, which slows the transfer down. What it
-/// throws ends the transfer.
+/// thread of the library, one call at a time; it may block, but not wait for its own transfer. It
+/// is not called any more once the outcome or the end of the handle is there. What it throws ends
+/// the transfer with `Kind::kLocalFile`.
 using Sink = std::function<void(std::span<const std::byte> bytes)>;
 
 /// Where the bytes of a download go: a file, which is there complete or not at all, or a function.

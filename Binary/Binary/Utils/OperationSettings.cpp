@@ -37,6 +37,8 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
   cancellable->onRecordMade = settings->onRecordMade;
   cancellable->blobPlaces = settings->blobPlaces;
   cancellable->onBlobState = settings->onBlobState;
+  cancellable->resumed = settings->resumed;
+  cancellable->onSent = settings->onSent;
   cancellable->cancellation = cancellation->token();
   return cancellable;
 }

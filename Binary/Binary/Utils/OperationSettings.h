@@ -62,14 +62,29 @@ class OperationSettings final : public platform::RequestSettings {
   struct Destination {
     /// Where the bytes are received, so that storing them there is a change of name.
     std::string spoolDirectory;
-    /// Takes the bytes, on a thread of the pool; what it gives stands as "filePath" in the outcome.
+    /// Takes the bytes while they are received; null: `store` gets them.
+    std::shared_ptr<platform::BodyReceiver> receiver = {};
+    /// Headers of the request for the bytes alone. With a "Range" among them a 206 is a success
+    /// too; that it has the right bytes is the receiver's to check.
+    platform::Dictionary headers = {};
+    /// Called when all bytes are there, on a thread of the pool, with those that no receiver has
+    /// taken; what it gives stands as "filePath" in the outcome.
     std::function<platform::Result<std::string>(const platform::Data& bytes)> store;
   };
   std::optional<Destination> destination;
 
-  /// Called with the identifier of the record that an upload has made, once, on a thread of the
-  /// pool, before its bytes are sent. Whoever gives the upload up afterwards can delete it by that.
-  std::function<void(const std::string& fileId)> onRecordMade;
+  /// Called with the service's response to the creation of an upload's record, on a thread of the
+  /// pool, before a byte is sent. "file_id" in it is what the record can be deleted by.
+  std::function<void(const platform::Dictionary& creation)> onRecordMade;
+
+  /// An upload that goes on: no record is made.
+  struct Resumed {
+    /// What `onRecordMade` was told.
+    platform::Dictionary creation;
+    /// How many bytes the service has: whole chunks of the same size as before.
+    std::int64_t offset = 0;
+  };
+  std::optional<Resumed> resumed;
 
   /// Where the blobs of an offline database are, instead of where its name leads to. For a deletion
   /// or a `BlobDownload`; `BinaryDataManager` starts and pauses downloads by blob id alone, so it

@@ -32,6 +32,8 @@ inline constexpr char kHttpMethodOverride[] = "X-HTTP-Method-Override";
 inline constexpr char kContentType[] = "Content-Type";
 inline constexpr char kContentDisposition[] = "Content-Disposition";
 inline constexpr char kContentRange[] = "Content-Range";
+inline constexpr char kRange[] = "Range";
+inline constexpr char kIfRange[] = "If-Range";
 
 /// Header values.
 inline constexpr std::string_view kContentTypeJson = "application/json";
@@ -66,6 +68,7 @@ inline constexpr std::string_view kPollStatusDone = "false";
 
 /// The operation type with a meaning of its own: hand the body's bytes on as they are.
 inline constexpr std::string_view kOperationTypeDownload = "Download";
+inline constexpr std::string_view kOperationTypeRange = "DownloadRange";
 inline constexpr std::string_view kOperationTypeList = "BinaryList";
 inline constexpr std::string_view kOperationTypeStatusChecker = "StatusCheckerTask";
 

@@ -225,7 +225,8 @@ void FileStorageManager::downloadWithURL(const std::string& url,
       sharedInstance().leaveDownload(fileId, weak);
     });
   }
-  if (!enterDownload(download)) {
+  // Two that go to places of their own do not disturb each other.
+  if (!settings->destination && !enterDownload(download)) {
     logger().logError(texts::kDownloadInProgress, _classTag, functionTag(), fileId);
     return reportFailure(
         callback,

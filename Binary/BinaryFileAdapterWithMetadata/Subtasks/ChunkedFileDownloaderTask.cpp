@@ -177,8 +177,15 @@ void ChunkedFileDownloaderTask::execute() {
   // Where the file will be: storing it is then a change of name and no copy.
   options.set(platform::kSpoolDirectory,
               destination ? destination->spoolDirectory : getDirectoryPath({}));
-  BinaryNetworkUtils::GET(url_.value_or(std::string()), _queryParams, headers_, options,
-                          kOperationTypeDownload,
+  std::string_view kind = kOperationTypeDownload;
+  if (destination) {
+    if (destination->receiver != nullptr) {
+      options.set(platform::kBodyReceiver, destination->receiver);
+    }
+    headers_.addEntries(destination->headers);
+    if (destination->headers.contains(kRange)) kind = kOperationTypeRange;
+  }
+  BinaryNetworkUtils::GET(url_.value_or(std::string()), _queryParams, headers_, options, kind,
                           completion(&ChunkedFileDownloaderTask::processResponse));
 }
 

@@ -55,6 +55,10 @@ void FileMetadataCreatorTask::execute() {
   // Where unpacking fails the request still goes out, with no body: the service counts on it.
   unpackInputContext();
   BinaryCallbackUtils::executeProgressCallback(binaryCallback_, OperationState::kUploadStarted, {});
+  if (settings_->resumed) {
+    _outputContext.set(keys::kBytesOffset, settings_->resumed->offset);
+    return processResponse(settings_->resumed->creation, nullptr);
+  }
   BinaryNetworkUtils::POST(*url_, {}, headers_, RequestType::kJson,
                            _bodyString ? Value(*_bodyString) : Value(),
                            requestOptions(settings_->limits.small),
@@ -85,7 +89,7 @@ void FileMetadataCreatorTask::processResponse(const Dictionary& response,
           copyDataToOutputContext(response, uploadTemplate.value_or(Dictionary{}))) {
     return fail(refusal);
   }
-  if (settings_->onRecordMade) settings_->onRecordMade(response[keys::kFileId].textValue());
+  if (settings_->onRecordMade) settings_->onRecordMade(response);
   setState(TaskState::Ended);
 }
 

@@ -9,7 +9,8 @@
 namespace varo::binary {
 
 /// The first step of an upload: creates the file's metadata record. The response's upload template
-/// says how and where to send the bytes; the output is the input of the chunk loop.
+/// says how and where to send the bytes; the output is the input of the chunk loop. For an upload
+/// that goes on (`OperationSettings::resumed`) the response of its first run takes its place.
 class FileMetadataCreatorTask final : public BinaryBaseTask {
  public:
   explicit FileMetadataCreatorTask(platform::ErrorPtr* error = nullptr);

@@ -135,6 +135,10 @@ bool isWholeFile(const Answer& answer) {
 
 Outcome outcomeOfDownload(const Answer& answer) {
   logger().logDebug(texts::kDownloadLog, *answer.body);
+  const bool mayBePart = answer.kind == AnswerKind::kRange;
+  if (mayBePart && answer.status() == kStatusPartialContent) {
+    return {{{kResponseData, *answer.body}}, nullptr};
+  }
   if (answer.status() == kStatusPartialContent && (answer.isSafe || !isWholeFile(answer))) {
     const auto range = answer.response->headerField(kContentRange);
     return {{},
@@ -216,7 +220,9 @@ std::optional<Outcome> outcomeOfJson(const Answer& answer) {
 /// None for a response that is passed over in silence.
 std::optional<Outcome> outcomeOf(const Answer& answer) {
   if (!answer.body) return outcomeWithoutBody(answer);
-  if (answer.kind == AnswerKind::kFile) return outcomeOfDownload(answer);
+  if (answer.kind == AnswerKind::kFile || answer.kind == AnswerKind::kRange) {
+    return outcomeOfDownload(answer);
+  }
   return outcomeOfJson(answer);
 }
 
@@ -267,6 +273,7 @@ NetworkCallback BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
     TaskCallback callback, std::string_view operationType, const OperationSettings::Ptr& settings,
     AnswerKind kind, Dictionary sent) {
   if (operationType == kOperationTypeDownload) kind = AnswerKind::kFile;
+  if (operationType == kOperationTypeRange) kind = AnswerKind::kRange;
   if (operationType == kOperationTypeList) kind = AnswerKind::kList;
   return [callback = std::move(callback), kind,
           settings = settings != nullptr ? settings : OperationSettings::of({}),

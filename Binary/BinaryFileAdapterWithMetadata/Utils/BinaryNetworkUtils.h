@@ -33,6 +33,8 @@ enum class AnswerKind {
   kAnything,
   /// A 200; its bytes are handed on as they are.
   kFile,
+  /// The same, or a 206.
+  kRange,
 };
 
 /// The one gateway to the network: issues the requests of tasks, turns raw completions into results
@@ -42,7 +44,8 @@ class BinaryNetworkUtils {
  public:
   BinaryNetworkUtils() = delete;
 
-  /// The requests return at once. `operationType` "Download" asks for the body's bytes as they are.
+  /// The requests return at once. `operationType` "Download" asks for the body's bytes as they are,
+  /// "DownloadRange" for those of a part.
   /// Of `options` those of `VRONetworkUtility` are read, and an `OperationSettings` for the policy.
   static void GET(const std::string& url, const platform::Dictionary& queryParams,
                   const platform::Dictionary& headers, const platform::Dictionary& options,

@@ -1,0 +1,112 @@
+#include "Client/SinkFeed.h"
+
+#include "Client/Failures.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Runtime.h"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <exception>
+#include <span>
+#include <string_view>
+#include <utility>
+
+namespace varo::detail {
+
+using platform::MutexLock;
+using platform::Result;
+
+namespace {
+
+/// Bytes of one call at most: the function is not to need much memory either.
+constexpr std::size_t kPiece = std::size_t{256} * 1024;
+
+}  // namespace
+
+SinkFeed::SinkFeed(std::string about, Sink sink, std::shared_ptr<PartialFile> file,
+                   std::shared_ptr<RunningBase> handle)
+    : about_(std::move(about)),
+      sink_(std::move(sink)),
+      file_(std::move(file)),
+      handle_(std::move(handle)) {}
+
+void SinkFeed::begin(std::stop_token stop) {
+  const MutexLock lock(mutex_);
+  stop_ = std::move(stop);
+  isOpen_ = true;
+}
+
+void SinkFeed::wake() {
+  if (awake_.exchange(true)) return;
+  // Where the pool takes no job any more, the bytes wait for `finish`.
+  static_cast<void>(platform::Runtime::shared().pool().post([self = shared_from_this()] {
+    self->awake_ = false;  // before the look: bytes that come after it wake another job
+    while (self->step()) {
+    }
+  }));
+}
+
+bool SinkFeed::finish() {
+  hasAll_ = false;
+  while (step()) {
+  }
+  return hasAll_ && !isOver();
+}
+
+void SinkFeed::end() {
+  {
+    const MutexLock lock(mutex_);
+    isOpen_ = false;
+  }
+  handle_->waitForMove();
+}
+
+bool SinkFeed::step() {
+  bool goesOn = false;
+  return handle_->move([&] { goesOn = handOver(); }) && goesOn;
+}
+
+bool SinkFeed::handOver() {
+  if (isOver()) return false;
+  const auto piece = file_->handOut(handedOver_, kPiece);
+  if (!piece) {
+    fail(piece.error()->localizedDescription());
+    return false;
+  }
+  hasAll_ = piece->empty();
+  if (hasAll_) return false;
+  try {
+    const auto read = piece->forEachPiece([this](std::string_view bytes) -> Result<void> {
+      sink_(std::as_bytes(std::span(bytes)));
+      return {};
+    });
+    if (!read) fail(read.error()->localizedDescription());
+  } catch (const std::exception& thrown) {
+    fail(fmt::format("the sink threw: {}", thrown.what()));
+  } catch (...) {  // an application's code may throw anything
+    fail("the sink threw");
+  }
+  handedOver_ += piece->size();
+  return true;
+}
+
+bool SinkFeed::isOver() const {
+  const MutexLock lock(mutex_);
+  return !isOpen_ || failure_ || stop_.stop_requested();
+}
+
+std::optional<Failure> SinkFeed::failure() const {
+  const MutexLock lock(mutex_);
+  return failure_;
+}
+
+void SinkFeed::fail(const std::string& what) {
+  {
+    const MutexLock lock(mutex_);
+    failure_ = failureOf(Kind::kLocalFile, fmt::format("{}: {}", about_, what));
+  }
+  handle_->cancel();  // what is still to come is of no use
+}
+
+}  // namespace varo::detail
