@@ -528,8 +528,8 @@ TEST_F(ObjectStoreTest, AsksForPagesUntilTheEnd) {
            "</NextContinuationToken></ListBucketResult>";
   };
   const auto answer = [this](const std::string& body, std::uint64_t skip = 0) {
-    server_->addFault({.match = {.listener = "store", .skip = skip},
-                       .action = {.status = 200, .body = body}});
+    server_->addFault(
+        {.match = {.listener = "store", .skip = skip}, .action = {.status = 200, .body = body}});
   };
   answer(page("b", ""), 1);
   answer(page("a", "t+/="));
