@@ -54,6 +54,7 @@ class [[nodiscard]] Outcome {
   /// Throws `BadOutcome` where there is a failure.
   [[nodiscard]] T& value() & { return has_value() ? **this : throw BadOutcome(error()); }
   [[nodiscard]] const T& value() const& { return has_value() ? **this : throw BadOutcome(error()); }
+  /// By value, so that a loop over `transfer.get().value()` has something that lives.
   [[nodiscard]] T value() && {
     return has_value() ? *std::move(*this) : throw BadOutcome(std::move(*this).error());
   }

@@ -15,6 +15,7 @@ SOURCES = [
     "Platform/TaskEngine/VSAbstractLoopingTask.cpp",
     "Platform/Database/DatabaseError.h",
     "Platform/Foundation/Json.h",
+    "Platform/Foundation/Xml.h",
     "Platform/Foundation/Error.h",
     "Platform/Crypto/Sha256.h",
     "Cli/Arguments/Arguments.h",

@@ -1,4 +1,5 @@
 #include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/SandboxFixture.h"
 #include "varo/client.h"
@@ -335,6 +336,230 @@ TEST_F(ObjectStoreTest, UsesTheTemplatesOfAService) {
     server_->clearFaults();
   }
 }
+
+/// Of objects in parts, in a store that tells everybody what is left of them.
+class LargeObjectTest : public ObjectStoreTest {
+ protected:
+  void SetUp() override {
+    sandbox::SandboxOptions open;
+    open.objectStore.requiresSignature = false;
+    restart(open);
+    writeFile(path("large"), content_);
+  }
+
+  /// Three parts.
+  [[nodiscard]] Transfer<ObjectInfo> put(const ObjectStore& objects,
+                                         PutOptions options = {}) const {
+    options.partSize = 5_MiB;
+    return objects.put(kKey, Source::file(path("large")), options);
+  }
+  [[nodiscard]] bool isWhole() const {
+    std::string text;
+    return store().get(kKey, into(text)).get().has_value() && text == content_;
+  }
+  /// Whether the store still has an upload that nobody has ended.
+  [[nodiscard]] bool hasUpload() const {
+    const auto answer =
+        sandbox::httpRequest("GET", server_->storeUrl() + "/" + kBucket + "?uploads", "", {});
+    EXPECT_THAT(answer.body, HasSubstr("ListMultipartUploadsResult"));
+    return answer.body.find("<Upload>") != std::string::npos;
+  }
+  /// All parts but the first get stuck in their responses.
+  void holdUpLaterParts() {
+    server_->addFault({.match = {.query = "partNumber", .skip = 1},
+                       .action = {.stallAfter = 0, .stallFor = -1ms}});
+  }
+
+  const std::string content_ = sandbox::sampleBytes((std::size_t{11} << 20U) + 3);
+};
+
+TEST_F(LargeObjectTest, GoesUpInPartsAndASmallOneAtOnce) {
+  const ObjectStore objects = store();
+  std::string begun;
+  std::atomic<std::uint64_t> last = 0;
+  auto upload = put(objects, {.contentType = "video/mp4",
+                              .onBegun = [&](const UploadId& id) { begun = id.text(); }});
+  upload.onProgress([&](const Progress& now) { last = now.done; });
+  const auto made = upload.get();
+  ASSERT_TRUE(made) << made.error().message;
+  EXPECT_EQ(made->size, Bytes(content_.size()));
+  EXPECT_NE(begun, "");
+  EXPECT_TRUE(eventually([&] { return last == content_.size(); }));
+  EXPECT_EQ(sent("PUT", "partNumber"), 3U);
+  EXPECT_EQ(*server_->requests().front().header("Content-Type"), "video/mp4");
+  const auto found = objects.head(kKey).get();
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->entityTag, made->entityTag);
+  EXPECT_TRUE(isWhole());
+  EXPECT_FALSE(hasUpload());
+
+  server_->clearStats();
+  ASSERT_TRUE(objects.put(kKey, Source::text(content_), {.partSize = 12_MiB}).get());
+  EXPECT_EQ(server_->storeStats().requests, 1U);
+}
+
+TEST_F(LargeObjectTest, ResumeSendsTheMissingPartsOnly) {
+  holdUpLaterParts();
+  const ObjectStore objects = store();
+  auto upload = put(objects);
+  ASSERT_TRUE(eventually([&] { return upload.progress().done > 0; }));
+  upload.pause();
+  ASSERT_TRUE(eventually([&] { return upload.state() == State::kPaused; }));
+  EXPECT_TRUE(hasUpload());
+  server_->clearFaults();
+  server_->clearStats();
+  upload.resume();
+  const auto made = upload.get();
+  ASSERT_TRUE(made) << made.error().message;
+  EXPECT_EQ(sent("PUT", "partNumber"), 2U);
+  EXPECT_EQ(sent("POST", "uploads"), 0U);
+  EXPECT_TRUE(isWhole());
+}
+
+TEST_F(LargeObjectTest, LeavesNothingWhenGivenUpUnlessItIsToBeKept) {
+  holdUpLaterParts();
+  auto cancelled = put(store());
+  ASSERT_TRUE(eventually([&] { return cancelled.progress().done > 0; }));
+  cancelled.cancel();
+  EXPECT_EQ(cancelled.get().error().kind, Kind::kCancelled);
+  EXPECT_FALSE(cancelled.get().error().upload);
+  EXPECT_FALSE(hasUpload());
+
+  server_->clearFaults();
+  server_->addFault({.match = {.query = "partNumber=2"}, .action = {.status = 503}});
+  const auto failed = put(store()).get();
+  EXPECT_EQ(failed.error().kind, Kind::kServer) << failed.error().message;
+  EXPECT_THAT(failed.error().message, HasSubstr("part 2"));
+  EXPECT_FALSE(failed.error().upload);
+  EXPECT_FALSE(hasUpload());
+
+  const auto kept = put(store(), {.keepParts = true}).get();
+  ASSERT_TRUE(kept.error().upload);
+  EXPECT_TRUE(hasUpload());
+  server_->clearFaults();
+  server_->clearStats();
+  const auto resumed = put(store(), {.resume = *kept.error().upload}).get();
+  ASSERT_TRUE(resumed) << resumed.error().message;
+  EXPECT_LT(sent("PUT", "partNumber"), 3U);
+  EXPECT_TRUE(isWhole());
+  const auto late = put(store(), {.resume = *kept.error().upload}).get();
+  EXPECT_EQ(late.error().kind, Kind::kNotFound) << late.error().message;
+}
+
+TEST_F(LargeObjectTest, NoticesWhatAStoreDoesNotDo) {
+  struct Case {
+    std::string name;
+    sandbox::FaultRule rule;
+    Kind kind;
+    bool leavesUpload = false;
+  };
+  const std::string error = "<Error><Code>SlowDown</Code><Message>m</Message></Error>";
+  const Case cases[] = {
+      {"refusal with status 200",
+       {.match = {.method = "POST", .query = "uploadId"}, .action = {.status = 200, .body = error}},
+       Kind::kThrottled},
+      {"no name of the upload",
+       {.match = {.method = "POST", .query = "uploads"},
+        .action = {.status = 200, .body = "<InitiateMultipartUploadResult/>"}},
+       Kind::kNotOurService},
+      {"no ETag",
+       {.match = {.query = "partNumber=3"}, .action = {.headers = {{"ETag", std::nullopt}}}},
+       Kind::kNotOurService},
+      {"other ETag",
+       {.match = {.query = "partNumber=1"}, .action = {.headers = {{"ETag", "\"other\""}}}},
+       Kind::kIntegrity},
+      {"lost end",
+       {.match = {.method = "DELETE"}, .action = {.status = 500}},
+       Kind::kCancelled,
+       true},
+  };
+  for (const Case& wanted : cases) {
+    SCOPED_TRACE(wanted.name);
+    server_->clearFaults();
+    server_->addFault(wanted.rule);
+    if (wanted.leavesUpload) holdUpLaterParts();
+    auto upload = put(store());
+    if (wanted.leavesUpload) {
+      ASSERT_TRUE(eventually([&] { return upload.progress().done > 0; }));
+      upload.cancel();
+    }
+    const auto outcome = upload.get();
+    ASSERT_FALSE(outcome);
+    EXPECT_EQ(nameOf(outcome.error().kind), nameOf(wanted.kind)) << outcome.error().message;
+    EXPECT_EQ(outcome.error().upload.has_value(), wanted.leavesUpload);
+    EXPECT_EQ(hasUpload(), wanted.leavesUpload);
+  }
+}
+
+TEST_F(ObjectStoreTest, ListsKeysAsTheyAre) {
+  const ObjectStore objects = store();
+  for (const std::string key : {"a b/\xC3\xA4+.txt", "a b/c&d<e>", "a b/n\n/x", "b", "photos/1"}) {
+    ASSERT_TRUE(objects.put(ObjectKey(key), Source::text(key)).get());
+  }
+  const auto keysOf = [](const Outcome<std::vector<ObjectInfo>>& found) {
+    std::vector<std::string> keys;
+    if (!found) return std::vector{found.error().message};
+    for (const ObjectInfo& entry : *found) {
+      keys.push_back(entry.key.text() + (entry.isPrefix ? " and more" : ""));
+      EXPECT_EQ(entry.isPrefix, !entry.size.has_value());
+      EXPECT_EQ(entry.isPrefix, !entry.modified.has_value());
+      if (!entry.isPrefix) {
+        EXPECT_EQ(entry.size, Bytes(entry.key.text().size()));
+      }
+    }
+    return keys;
+  };
+  EXPECT_THAT(keysOf(objects.list().get()),
+              ElementsAre("a b/c&d<e>", "a b/n\n/x", "a b/\xC3\xA4+.txt", "b", "photos/1"));
+  EXPECT_THAT(keysOf(objects.list({.delimiter = "/"}).get()),
+              ElementsAre("a b/ and more", "b", "photos/ and more"));
+  EXPECT_THAT(keysOf(objects.list({.prefix = "a b/", .delimiter = "/"}).get()),
+              ElementsAre("a b/c&d<e>", "a b/n\n/ and more", "a b/\xC3\xA4+.txt"));
+  EXPECT_THAT(keysOf(objects.list({.prefix = "a b/", .most = 2}).get()),
+              ElementsAre("a b/c&d<e>", "a b/n\n/x"));
+  EXPECT_THAT(keysOf(objects.list({.most = 0}).get()), ElementsAre());
+  EXPECT_THAT(keysOf(objects.list({.prefix = "none"}).get()), ElementsAre());
+}
+
+TEST_F(ObjectStoreTest, AsksForPagesUntilTheEnd) {
+  const auto page = [](const std::string& key, const std::string& next) {
+    return "<ListBucketResult><Contents><Key>" + key + "</Key></Contents><IsTruncated>" +
+           (next.empty() ? "false" : "true") + "</IsTruncated><NextContinuationToken>" + next +
+           "</NextContinuationToken></ListBucketResult>";
+  };
+  const auto answer = [this](const std::string& body, std::uint64_t skip = 0) {
+    server_->addFault(
+        {.match = {.listener = "store", .skip = skip}, .action = {.status = 200, .body = body}});
+  };
+  answer(page("b", ""), 1);
+  answer(page("a", "t+/="));
+  const auto found = store().list().get();
+  ASSERT_TRUE(found) << found.error().message;
+  EXPECT_EQ(found->size(), 2U);
+  EXPECT_EQ(sent("GET", "continuation-token=t%2B%2F%3D"), 1U);
+
+  for (const std::string& endless : {page("a", "t"), page("", "t"), std::string("<Other/>")}) {
+    server_->clearFaults();
+    answer(endless);
+    EXPECT_EQ(store().list().get().error().kind, Kind::kNotOurService) << endless;
+  }
+}
+
+#ifdef VARO_OBJECT_EXAMPLE
+TEST_F(ObjectStoreTest, TheExampleDoesWhatItSays) {
+  writeFile(path("file"), "bytes");
+  test::ChildProcess example(
+      {.program = VARO_OBJECT_EXAMPLE,
+       .arguments = {server_->storeUrl(), kBucket, path("file"), path("copy")},
+       .environment = {},
+       .directory = directory_,
+       .input = {}});
+  EXPECT_EQ(example.wait(), 0) << example.errors();
+  EXPECT_THAT(example.output(), HasSubstr("photos/Ann 1.jpg has 5 bytes"));
+  EXPECT_EQ(contentOf(path("copy")), "bytes");
+  EXPECT_TRUE(store().list().get()->empty());
+}
+#endif
 
 }  // namespace
 }  // namespace varo
