@@ -17,9 +17,9 @@ struct StoreOperation {
 
   std::string_view method;
   /// The query parameter that the operation is known by; empty: one on a whole object.
-  std::string_view marker;
+  std::string_view marker{};
   /// Parameters that it takes besides.
-  std::vector<std::string_view> others;
+  std::vector<std::string_view> others{};
   Target target = Target::kObject;
   /// Whether `run` reads the body.
   bool takesBody = false;

@@ -35,7 +35,7 @@ struct StoredBytes {
   std::uint64_t size = 0;
   std::uint64_t chunkLength = 0;  ///< Of the first chunk.
   std::uint64_t chunks = 0;
-  std::string entityTag;
+  std::string entityTag{};
   std::chrono::sys_seconds modified{};  ///< 1970 for what an older sandbox has stored.
 };
 
