@@ -5,8 +5,8 @@
 #include "varo/client.h"
 
 #include <atomic>
-#include <cstring>
 #include <coroutine>
+#include <cstring>
 #include <fstream>
 #include <future>
 #include <iostream>
