@@ -32,6 +32,9 @@ class BlobFetch final : public Operation {
   BlobFetch(std::shared_ptr<BlobStoreCore> core, BlobRef blob, std::shared_ptr<Fetching> running,
             std::function<void()> rested = {});
 
+  /// For messages: 'fetch of the blob ...'.
+  [[nodiscard]] const std::string& about() const noexcept { return about_; }
+
  private:
   using Stop = std::stop_callback<std::function<void()>>;
 

@@ -49,6 +49,7 @@ Outcome<BlobStore> BlobStore::open(const std::filesystem::path& database,
 Transfer<std::filesystem::path> BlobStore::fetch(BlobRef blob) const {
   auto running = std::make_shared<BlobFetch::Fetching>();
   const auto operation = std::make_shared<BlobFetch>(core_, std::move(blob), running);
+  running->named(operation->about());
   running->drivenBy(operation);
   operation->begin();
   return Transfer(std::move(running));
@@ -57,6 +58,7 @@ Transfer<std::filesystem::path> BlobStore::fetch(BlobRef blob) const {
 Transfer<std::vector<BlobState>> BlobStore::fetchAll(std::vector<BlobRef> blobs) const {
   auto running = std::make_shared<BlobBatch::Done>();
   const auto batch = std::make_shared<BlobBatch>(core_, blobs, running);
+  running->named("fetch of the blobs");
   running->drivenBy(batch);
   batch->begin();
   return Transfer(std::move(running));

@@ -7,7 +7,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <exception>
+#include <filesystem>
 #include <limits>
+#include <span>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -62,7 +66,7 @@ ObjectGet::ObjectGet(ObjectKey key, Destination to, GetOptions options)
 
 void ObjectGet::run(const ObjectRunPtr& run, End end) {
   if (auto ready = prepare(); !ready) return end(std::move(ready).error());
-  if (prepared_->kept) {
+  if (prepared_ && prepared_->kept) {
     return end(ObjectInfo{.key = key_, .file = *prepared_->kept});
   }
   if (plan_) return askOthers(run, end);
@@ -70,14 +74,19 @@ void ObjectGet::run(const ObjectRunPtr& run, End end) {
 }
 
 Outcome<void> ObjectGet::prepare() {
-  if (prepared_) return {};
+  if (!to_) return {};
   if (auto good = checked(key_); !good) return good;
   if (auto good = checkedOptions(options_); !good) return good;
-  isFile_ = std::holds_alternative<std::filesystem::path>(*to_);
-  auto prepared = detail::prepare(*std::exchange(to_, std::nullopt), options_.ifExists);
-  if (!prepared) return std::move(prepared).error();
-  prepared_ = *std::move(prepared);
-  return {};
+  Destination to = *std::exchange(to_, std::nullopt);
+  if (auto* path = std::get_if<std::filesystem::path>(&to)) {
+    auto prepared = detail::prepare(std::move(*path), options_.ifExists);
+    if (!prepared) return std::move(prepared).error();
+    prepared_ = *std::move(prepared);
+    return {};
+  }
+  sink_ = std::get<Sink>(std::move(to));
+  if (sink_ != nullptr) return {};
+  return failureOf(Kind::kInvalidArgument, about() + ": the destination is an empty function");
 }
 
 ObjectRequest ObjectGet::request(std::uint64_t first, std::uint64_t length) const {
@@ -85,7 +94,7 @@ ObjectRequest ObjectGet::request(std::uint64_t first, std::uint64_t length) cons
   return {.key = key_,
           .headers = {{"Range", fmt::format("bytes={}-{}", first, last)}},
           .limits = {kRefusal, length, kRefusal},
-          .spoolDirectory = prepared_->destination.spoolDirectory,
+          .spoolDirectory = directory(),
           .about = about()};
 }
 
@@ -112,7 +121,7 @@ void ObjectGet::askFirst(const ObjectRunPtr& run, const End& end) {
 void ObjectGet::askWhole(const ObjectRunPtr& run, const End& end) {
   run->send({.key = key_,
              .limits = {options_.partSize.count, kRefusal, kRefusal},
-             .spoolDirectory = prepared_->destination.spoolDirectory,
+             .spoolDirectory = directory(),
              .about = about()},
             run->cancellation(),
             [work = self<ObjectGet>(), run, end](const Outcome<HttpResponse>& answer) {
@@ -190,7 +199,7 @@ void ObjectGet::askOthers(const ObjectRunPtr& run, const End& end) {
   }
   const auto work = self<ObjectGet>();
   ObjectSteps::run(
-      std::move(missing), isFile_ ? kPartsAtOnce : 1, run->cancellation(),
+      std::move(missing), prepared_ ? kPartsAtOnce : 1, run->cancellation(),
       [work, run](std::size_t index, const std::stop_token& stop, Done done) {
         work->askPart(run, index, stop, std::move(done));
       },
@@ -217,7 +226,8 @@ void ObjectGet::askPart(const ObjectRunPtr& run, std::size_t index, const std::s
 }
 
 Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Data& bytes) {
-  if (auto stored = store(running, index, bytes); !stored) return stored;
+  auto stored = prepared_ ? store(index, bytes) : handOver(running, bytes);
+  if (!stored) return stored;
   std::uint64_t got = 0;
   {
     const MutexLock lock(mutex_);
@@ -229,23 +239,35 @@ Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Dat
   return {};
 }
 
-Outcome<void> ObjectGet::store(RunningBase& running, std::size_t index, const Data& bytes) {
-  const auto& destination = prepared_->destination;
-  if (!isFile_) {
-    if (bytes.empty()) return {};
-    std::optional<platform::Result<std::string>> handed;
-    if (!running.move([&] { handed.emplace(destination.store(bytes)); }) || !handed) {
-      return cancelledObject(about());
+Outcome<void> ObjectGet::handOver(RunningBase& running, const Data& bytes) {
+  if (bytes.empty()) return {};
+  std::optional<Outcome<void>> handed;
+  const bool isCalled = running.move([&] {
+    try {
+      auto read = bytes.forEachPiece([this](std::string_view piece) -> platform::Result<void> {
+        sink_(std::as_bytes(std::span(piece)));
+        return {};
+      });
+      handed = read ? Outcome<void>() : Outcome<void>(failureFrom(read.error(), about()));
+    } catch (const std::exception& thrown) {
+      handed =
+          failureOf(Kind::kOther, fmt::format("{}: the sink threw: {}", about(), thrown.what()));
+    } catch (...) {  // an application's code may throw anything
+      handed = failureOf(Kind::kOther, about() + ": the sink threw");
     }
-    return *handed ? Outcome<void>() : Outcome<void>(failureFrom(handed->error(), about()));
-  }
+  });
+  if (!isCalled || !handed) return cancelledObject(about());
+  return *std::move(handed);
+}
+
+Outcome<void> ObjectGet::store(std::size_t index, const Data& bytes) {
   if (plan_->count() == 1) {
     onlyPart_ = bytes;
     return {};
   }
   // The first part comes alone.
   if (file_ == nullptr) {
-    auto made = platform::File::createUnnamed(destination.spoolDirectory);
+    auto made = platform::File::createUnnamed(directory());
     if (!made) return failureFrom(made.error(), about());
     file_ = std::move(made).value();
   }
@@ -260,10 +282,10 @@ Outcome<void> ObjectGet::store(RunningBase& running, std::size_t index, const Da
 
 void ObjectGet::finish(const ObjectRunPtr& run, const End& end) {
   ObjectInfo info = info_;
-  if (isFile_) {
+  if (prepared_) {
     if (run->cancellation().stop_requested()) return end(cancelledObject(about()));
     const Data whole = onlyPart_ ? *onlyPart_ : Data::fromFileRegion(file_, 0, plan_->size);
-    auto stored = prepared_->destination.store(whole);
+    auto stored = prepared_->store(whole);
     if (!stored) return end(failureFrom(stored.error(), about()));
     info.file = std::move(stored).value();
   }

@@ -26,6 +26,7 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
  public:
   ObjectGet(ObjectKey key, Destination to, GetOptions options);
 
+  [[nodiscard]] std::string about() const override { return aboutObject("get of", key_); }
   void run(const ObjectRunPtr& run, End end) override;
 
  private:
@@ -46,19 +47,21 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
   /// Stores the part, or hands it to the sink.
   [[nodiscard]] Outcome<void> take(RunningBase& running, std::size_t index,
                                    const platform::Data& bytes);
-  [[nodiscard]] Outcome<void> store(RunningBase& running, std::size_t index,
-                                    const platform::Data& bytes);
+  [[nodiscard]] Outcome<void> store(std::size_t index, const platform::Data& bytes);
+  [[nodiscard]] Outcome<void> handOver(RunningBase& running, const platform::Data& bytes);
+  /// Where bytes are received; empty: the directory for temporary files.
+  [[nodiscard]] std::string directory() const { return prepared_ ? prepared_->directory : ""; }
   void finish(const ObjectRunPtr& run, const End& end);
   [[nodiscard]] ObjectRequest request(std::uint64_t first, std::uint64_t length) const;
-  [[nodiscard]] std::string about() const { return aboutObject("get of", key_); }
 
   const ObjectKey key_;
   const GetOptions options_;
 
   // Set by the first run, before its first request.
   std::optional<Destination> to_;
-  bool isFile_ = false;
-  std::optional<PreparedDestination> prepared_;
+  /// Either of them.
+  Sink sink_;
+  std::optional<PreparedFile> prepared_;
 
   // Set with the answer to the first request, before the second.
   std::optional<PartPlan> plan_;

@@ -15,6 +15,7 @@ class ObjectList final : public ObjectWork<std::vector<ObjectInfo>> {
  public:
   explicit ObjectList(ObjectListOptions options);
 
+  [[nodiscard]] std::string about() const override;
   void run(const ObjectRunPtr& run, End end) override;
 
  private:
@@ -22,7 +23,6 @@ class ObjectList final : public ObjectWork<std::vector<ObjectInfo>> {
   /// The entries of a page, in the order of their keys. A failure for one that cannot be.
   [[nodiscard]] Outcome<std::vector<ObjectInfo>> entriesIn(
       const platform::xml::Element& page, const platform::HttpResponse& response) const;
-  [[nodiscard]] std::string about() const;
 
   const ObjectListOptions options_;
 

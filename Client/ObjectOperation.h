@@ -13,6 +13,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
+#include <string>
 #include <utility>
 
 namespace varo::detail {
@@ -29,6 +31,8 @@ class ObjectWork : public std::enable_shared_from_this<ObjectWork<T>> {
   ObjectWork& operator=(const ObjectWork&) = delete;
   virtual ~ObjectWork() = default;
 
+  /// What it is about, for messages: 'put of "photos/1.jpg"'.
+  [[nodiscard]] virtual std::string about() const = 0;
   /// Calls `end` once, from any thread, here too.
   virtual void run(const ObjectRunPtr& run, End end) = 0;
   /// After the last run, or where there was none: removes what must not stay, and calls `done` once
@@ -62,6 +66,7 @@ class ObjectOperation final : public Operation {
   [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<const ObjectPlace> place,
                                                          std::shared_ptr<ObjectWork<T>> work) {
     auto running = std::make_shared<Running<T>>();
+    running->named(work->about());
     const auto operation =
         std::make_shared<ObjectOperation>(std::move(place), std::move(work), running);
     running->drivenBy(operation);
@@ -73,7 +78,7 @@ class ObjectOperation final : public Operation {
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
     const auto self = std::static_pointer_cast<ObjectOperation>(this->shared_from_this());
-    auto begun = ObjectRun::begin(place_, cancellation->token(), running_,
+    auto begun = ObjectRun::begin(place_, {cancellation->token(), givenUp_.get_token()}, running_,
                                   [self, run](Failure why) { self->failed(run, std::move(why)); });
     if (!begun) return failed(run, std::move(begun).error());
     work_->run(*begun, [self, run](Outcome<T> outcome) { self->ended(run, std::move(outcome)); });
@@ -89,6 +94,10 @@ class ObjectOperation final : public Operation {
   }
 
   [[nodiscard]] bool canPause() const override { return work_->canPause(); }
+  void stop(const std::shared_ptr<platform::Cancellation>& run, bool forGood) override {
+    if (forGood) givenUp_.request_stop();
+    run->cancel();
+  }
   void finish(const platform::Value& /*result*/) override {
     std::optional<T> result;
     {
@@ -110,6 +119,8 @@ class ObjectOperation final : public Operation {
   const std::shared_ptr<const ObjectPlace> place_;
   const std::shared_ptr<ObjectWork<T>> work_;
   const std::shared_ptr<Running<T>> running_;
+  /// Stopped by a cancel, and not by a pause.
+  std::stop_source givenUp_;
 
   platform::Mutex mutex_;
   /// Of the run that has succeeded, until it is told.

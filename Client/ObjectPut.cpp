@@ -39,7 +39,7 @@ ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, So
       source_(std::move(source)) {}
 
 void ObjectPut::run(const ObjectRunPtr& run, End end) {
-  if (auto ready = prepare(run->running()); !ready) return end(std::move(ready).error());
+  if (auto ready = prepare(*run); !ready) return end(std::move(ready).error());
   if (isOneRequest()) return sendWhole(run, end);
   bool isBegun = false;
   bool asksForParts = false;
@@ -53,19 +53,15 @@ void ObjectPut::run(const ObjectRunPtr& run, End end) {
   sendParts(run, end);
 }
 
-Outcome<void> ObjectPut::prepare(RunningBase& running) {
+Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   if (data_) return {};
   if (auto good = checked(key_); !good) return good;
   if (auto good = checkedContentType(options_.contentType); !good) return good;
   if (auto good = PartPlan::ofUpload(0, options_.partSize); !good) return std::move(good).error();
-  std::optional<Outcome<platform::Data>> opened;
-  // It may be a function of the application.
-  if (!running.move([&] { opened.emplace(dataFrom(*std::exchange(source_, std::nullopt))); }) ||
-      !opened) {
-    return cancelledObject(about());
-  }
-  if (!*opened) return std::move(*opened).error();
-  auto plan = PartPlan::ofUpload((*opened)->size(), options_.partSize);
+  auto opened =
+      dataFrom(*std::exchange(source_, std::nullopt), about(), run.running(), run.givenUp());
+  if (!opened) return std::move(opened).error();
+  auto plan = PartPlan::ofUpload(opened->size(), options_.partSize);
   if (!plan) return std::move(plan).error();
   plan_ = *plan;
   const MutexLock lock(mutex_);
@@ -74,7 +70,7 @@ Outcome<void> ObjectPut::prepare(RunningBase& running) {
     upload_ = options_.resume;
     asksForParts_ = true;
   }
-  data_ = **std::move(opened);
+  data_ = *std::move(opened);
   return {};
 }
 

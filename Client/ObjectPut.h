@@ -23,12 +23,13 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source,
             PutOptions options);
 
+  [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
   void run(const ObjectRunPtr& run, End end) override;
   void giveUp(Failure failure, std::function<void(Failure)> done) override;
 
  private:
   /// Opens the source, at the first run.
-  [[nodiscard]] Outcome<void> prepare(RunningBase& running);
+  [[nodiscard]] Outcome<void> prepare(const ObjectRun& run);
   [[nodiscard]] bool isOneRequest() const;
   void sendWhole(const ObjectRunPtr& run, const End& end);
   void beginUpload(const ObjectRunPtr& run, const End& end);
@@ -42,7 +43,6 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   void took(RunningBase& running, std::size_t index, std::string entityTag);
   [[nodiscard]] ObjectInfo whole(ObjectInfo info) const;
   [[nodiscard]] std::optional<UploadId> begun() const;
-  [[nodiscard]] std::string about() const { return aboutObject("put of", key_); }
 
   const std::shared_ptr<const ObjectPlace> place_;
   const ObjectKey key_;

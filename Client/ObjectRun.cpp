@@ -51,23 +51,22 @@ Outcome<HttpResponse> judged(std::optional<HttpResponse> response, const platfor
 }  // namespace
 
 Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(std::shared_ptr<const ObjectPlace> place,
-                                                           std::stop_token cancellation,
+                                                           ObjectStops stops,
                                                            std::shared_ptr<RunningBase> running,
                                                            std::function<void(Failure)> fail) {
   auto access = place->access();
   if (!access) return std::move(access).error();
-  return std::make_shared<const ObjectRun>(std::move(place), *std::move(access),
-                                           std::move(cancellation), std::move(running),
-                                           std::move(fail));
+  return std::make_shared<const ObjectRun>(std::move(place), *std::move(access), std::move(stops),
+                                           std::move(running), std::move(fail));
 }
 
 ObjectRun::ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access,
-                     std::stop_token cancellation, std::shared_ptr<RunningBase> running,
+                     ObjectStops stops, std::shared_ptr<RunningBase> running,
                      std::function<void(Failure)> fail)
     : place_(std::move(place)),
       access_(std::move(access)),
       transport_(place_->core()->settings()->transport),
-      cancellation_(std::move(cancellation)),
+      stops_(std::move(stops)),
       running_(std::move(running)),
       fail_(std::move(fail)) {}
 

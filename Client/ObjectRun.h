@@ -35,6 +35,12 @@ struct ObjectRequest {
   std::string about = {};
 };
 
+/// What can stop a run: a pause or a cancel, and the cancel alone.
+struct ObjectStops {
+  std::stop_token run;
+  std::stop_token forGood;
+};
+
 /// One run of an operation on objects: sends its requests. Immutable, thread-safe.
 class ObjectRun {
  public:
@@ -45,19 +51,20 @@ class ObjectRun {
   /// `running` is shown the progress. `fail` ends the run: it is called where what an answer was
   /// told to has thrown, so that there is an end.
   [[nodiscard]] static Outcome<std::shared_ptr<const ObjectRun>> begin(
-      std::shared_ptr<const ObjectPlace> place, std::stop_token cancellation,
+      std::shared_ptr<const ObjectPlace> place, ObjectStops stops,
       std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail);
 
-  ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access,
-            std::stop_token cancellation, std::shared_ptr<RunningBase> running,
-            std::function<void(Failure)> fail);
+  ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access, ObjectStops stops,
+            std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail);
 
   /// Signs and sends a request. `answer` is called once, with a response of status 2xx or
   /// `alsoGood`, or with the failure: here, or on a thread of the pool. Reads the body once before,
   /// for its digest.
   void send(ObjectRequest request, const std::stop_token& cancellation, Answer answer) const;
 
-  [[nodiscard]] const std::stop_token& cancellation() const noexcept { return cancellation_; }
+  [[nodiscard]] const std::stop_token& cancellation() const noexcept { return stops_.run; }
+  /// Not stopped by a pause: for what cannot be begun anew, such as a reader.
+  [[nodiscard]] const std::stop_token& givenUp() const noexcept { return stops_.forGood; }
   [[nodiscard]] const ObjectAccess& access() const noexcept { return access_; }
   [[nodiscard]] RunningBase& running() const noexcept { return *running_; }
 
@@ -68,7 +75,7 @@ class ObjectRun {
   const std::shared_ptr<const ObjectPlace> place_;
   const ObjectAccess access_;
   const std::shared_ptr<platform::HttpTransport> transport_;
-  const std::stop_token cancellation_;
+  const ObjectStops stops_;
   const std::shared_ptr<RunningBase> running_;
   const std::function<void(Failure)> fail_;
 };

@@ -33,6 +33,8 @@ class OneRequest final : public ObjectWork<T> {
   OneRequest(detail::ObjectRequest request, Read read)
       : request_(std::move(request)), read_(std::move(read)) {}
 
+  [[nodiscard]] std::string about() const override { return request_.about; }
+
   void run(const ObjectRunPtr& run, typename ObjectWork<T>::End end) override {
     if (request_.key) {
       if (auto good = detail::checked(*request_.key); !good) return end(std::move(good).error());
@@ -54,6 +56,8 @@ template <typename T>
 class Unserved final : public ObjectWork<T> {
  public:
   explicit Unserved(std::string what) : what_(std::move(what)) {}
+
+  [[nodiscard]] std::string about() const override { return what_; }
 
   void run(const ObjectRunPtr& /*run*/, typename ObjectWork<T>::End end) override {
     end(detail::failureOf(Kind::kInvalidArgument,

@@ -42,16 +42,12 @@ void TemplatePut::run(const ObjectRunPtr& run, End end) {
   if (auto good = checked(key_); !good) return end(std::move(good).error());
   auto filled = parameters(run->access());
   if (!filled) return end(std::move(filled).error());
-  const std::string about = aboutObject("put of", key_);
-  std::optional<Outcome<platform::Data>> opened;
-  if (!run->running().move([&] { opened = dataFrom(*std::exchange(source_, std::nullopt)); }) ||
-      !opened) {
-    return end(cancelledObject(about));
-  }
-  if (!*opened) return end(std::move(*opened).error());
-  const platform::Data& data = **opened;
+  auto opened =
+      dataFrom(*std::exchange(source_, std::nullopt), about(), run->running(), run->givenUp());
+  if (!opened) return end(std::move(opened).error());
+  const platform::Data& data = *opened;
   if (data.empty()) {
-    return end(failureOf(Kind::kInvalidArgument, about + ": the source has no bytes"));
+    return end(failureOf(Kind::kInvalidArgument, about() + ": the source has no bytes"));
   }
   const auto settings = place_->core()->settings();
   settings->cancellation = run->cancellation();
@@ -67,7 +63,7 @@ void TemplatePut::run(const ObjectRunPtr& run, End end) {
     run->running().reached(size, size);
     end(ObjectInfo{.key = key, .size = Bytes(size)});
   };
-  const auto failed = [about, end](const std::string&, const Value& error, const Value&) {
+  const auto failed = [about = about(), end](const std::string&, const Value& error, const Value&) {
     end(failureFrom(error, about));
   };
   OnlineBinaryUploadManager::sharedInstance()->createAndStartOnlineUploadTaskFor(

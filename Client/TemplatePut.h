@@ -14,6 +14,7 @@ class TemplatePut final : public ObjectWork<ObjectInfo> {
  public:
   TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source);
 
+  [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
   void run(const ObjectRunPtr& run, End end) override;
   /// Its requests belong together, and nobody knows what a repeat would do.
   [[nodiscard]] bool canPause() const override { return false; }

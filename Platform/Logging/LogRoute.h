@@ -13,8 +13,7 @@ namespace varo::platform {
 class LogRoute final : public JobContext {
  public:
   /// `sink` gets the messages, from several threads at once; null with `LogLevel::kOff`.
-  LogRoute(LogLevel level, std::shared_ptr<LogSink> sink)
-      : level_(level), sink_(std::move(sink)) {}
+  LogRoute(LogLevel level, std::shared_ptr<LogSink> sink) : level_(level), sink_(std::move(sink)) {}
 
   [[nodiscard]] bool isEnabled(LogLevel level) const noexcept {
     return level >= level_ && level != LogLevel::kOff && sink_ != nullptr;
