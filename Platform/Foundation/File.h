@@ -91,8 +91,8 @@ enum class Durability {
 /// that the directory and the umask give by default, its temporary form 0600. A symbolic link,
 /// directory or special file at `path` is left alone and an error.
 ///
-/// The bytes of a file-backed `Data` are moved by the kernel: an unnamed file in the same directory
-/// is just given the name, others are copied without passing through this process.
+/// Where the system can, it moves the bytes of a file-backed `Data` itself: an unnamed file in the
+/// same directory is just given the name, others are copied without passing through this process.
 /// Errors: domain "POSIX" with `errno`, the path concerned in the user information. Thread-safe.
 [[nodiscard]] Result<void> storeFile(const std::string& path, const Data& data,
                                      Durability durability = Durability::kNone);
