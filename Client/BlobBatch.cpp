@@ -14,14 +14,14 @@ namespace varo::detail {
 
 using platform::MutexLock;
 
-BlobBatch::BlobBatch(std::shared_ptr<BlobStoreCore> core, const std::vector<BlobRef>& blobs,
+BlobBatch::BlobBatch(std::shared_ptr<BlobStoreCore> core, std::vector<BlobRef> blobs,
                      std::shared_ptr<Done> running)
     : core_(std::move(core)), running_(std::move(running)) {
   std::unordered_map<std::string, std::size_t> places;
   asked_.reserve(blobs.size());
-  for (const BlobRef& blob : blobs) {
+  for (BlobRef& blob : blobs) {
     const auto [place, isNew] = places.try_emplace(identityOf(blob), blobs_.size());
-    if (isNew) blobs_.push_back(blob);
+    if (isNew) blobs_.push_back(std::move(blob));
     asked_.push_back(place->second);
   }
   states_.resize(blobs_.size());
@@ -120,7 +120,11 @@ void BlobBatch::ended(std::size_t index, const Outcome<std::filesystem::path>& o
 BlobState BlobBatch::stateAfter(std::size_t index,
                                 const Outcome<std::filesystem::path>& outcome) const {
   const BlobRef& blob = blobs_[index];
-  BlobState state = core_->database()->state(blob, describe(blob)).value_or(notFetched(blob));
+  // Where the database cannot be read any more, what is known of the fetch has to do.
+  BlobState state =
+      core_->database()
+          ->state(blob, describe(blob))
+          .value_or(stateWithoutRow(blob, outcome ? BlobStatus::kAvailable : BlobStatus::kFailed));
   if (outcome) {
     state.path = *outcome;
   } else {

@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -28,7 +27,7 @@ class BlobBatch final : public Control, public std::enable_shared_from_this<Blob
   using Fetching = Running<std::filesystem::path>;
   using Done = Running<std::vector<BlobState>>;
 
-  BlobBatch(std::shared_ptr<BlobStoreCore> core, const std::vector<BlobRef>& blobs,
+  BlobBatch(std::shared_ptr<BlobStoreCore> core, std::vector<BlobRef> blobs,
             std::shared_ptr<Done> running);
 
   /// Makes the first fetches. Once.

@@ -177,7 +177,7 @@ Outcome<BlobDatabase::Found> BlobDatabase::find(const BlobRef& blob, std::string
 
 Outcome<BlobState> BlobDatabase::state(const BlobRef& blob, std::string_view about) const {
   return find(blob, about).transform([&](const Found& found) {
-    return found.row ? stateFrom(*found.row, blob) : notFetched(blob);
+    return found.row ? stateFrom(*found.row, blob) : stateWithoutRow(blob);
   });
 }
 

@@ -3,12 +3,10 @@
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Mutex.h"
-#include "Platform/Foundation/Value.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "varo/blobs.h"
 
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,8 +56,6 @@ class BlobDatabase final : public std::enable_shared_from_this<BlobDatabase> {
  private:
   [[nodiscard]] static Outcome<void> checkFiles(const std::string& files);
   [[nodiscard]] Outcome<void> checkTable() const;
-  [[nodiscard]] bool isAt(const std::filesystem::path& database) const;
-  [[nodiscard]] bool hasFilesIn(const std::filesystem::path& files) const;
   [[nodiscard]] Outcome<Found> find(const BlobRef& blob, std::string_view about) const;
   [[nodiscard]] Outcome<Prepared> prepareInTurn(const BlobRef& blob, std::string_view type,
                                                 std::string_view about, bool& hasChanged) const;

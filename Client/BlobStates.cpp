@@ -135,10 +135,11 @@ BlobState stateFrom(const Dictionary& row, BlobRef ref) {
   return state;
 }
 
-BlobState notFetched(BlobRef ref) {
+BlobState stateWithoutRow(BlobRef ref, BlobStatus status) {
   BlobState state;
   state.ref = std::move(ref);
-  state.reason = reasonFor(state.status, 0);
+  state.status = status;
+  state.reason = reasonFor(status, 0);
   return state;
 }
 

@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <cstdint>
+#include <system_error>
 #include <utility>
 
 namespace varo {
@@ -57,7 +58,7 @@ Transfer<std::filesystem::path> BlobStore::fetch(BlobRef blob) const {
 
 Transfer<std::vector<BlobState>> BlobStore::fetchAll(std::vector<BlobRef> blobs) const {
   auto running = std::make_shared<BlobBatch::Done>();
-  const auto batch = std::make_shared<BlobBatch>(core_, blobs, running);
+  const auto batch = std::make_shared<BlobBatch>(core_, std::move(blobs), running);
   running->named("fetch of the blobs");
   running->drivenBy(batch);
   batch->begin();

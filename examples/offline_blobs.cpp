@@ -1,23 +1,26 @@
 #include <iostream>
 #include <varo/client.h>
 
+int failed(const varo::Failure& failure) {
+  std::cerr << failure.message << '\n';
+  return 1;
+}
+
 // Fetches the photos of all employees in an application's database, and says what became of each:
 //   offline_blobs BLOB_URL DATABASE DIRECTORY
-// To have a service and a database that names its photos:
-//   varobinary sandbox --example-db staff.db
+// To have a service and a database:  varobinary sandbox --example-db staff.db
 int main(int count, char** words) {
   if (count != 4) return 2;
   const auto store =
       varo::BlobStore::open(words[2], words[3], {.options = {.url = words[1]}, .scope = "HR"});
-  const auto fetchAll = [&](std::vector<varo::BlobRef>&& photos) {
-    return store->fetchAll(std::move(photos)).get();
-  };
-  const auto states = !store ? varo::Outcome<std::vector<varo::BlobState>>(store.error())
-                             : store->blobsOf({"employees", "photo", {"id"}}).and_then(fetchAll);
-  if (!states) std::cerr << states.error().message << '\n';
-  if (!states) return 1;
+  if (!store) return failed(store.error());
+  const auto photos =
+      store->blobsOf({.table = "employees", .column = "photo", .keyColumns = {"id"}});
+  if (!photos) return failed(photos.error());
+  const auto states = store->fetchAll(*photos).get();
+  if (!states) return failed(states.error());
   for (const varo::BlobState& state : *states) {
-    std::cout << state.id << ' ' << varo::nameOf(state.status) << ": "
+    std::cout << varo::nameOf(state.status) << ": "
               << (state.hasFile() ? state.path->string() : state.reason) << '\n';
   }
 }

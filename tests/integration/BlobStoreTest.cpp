@@ -494,7 +494,7 @@ TEST_F(BlobStoreTest, ExampleFetchesAllPhotosAndSaysWhatBecameOfEach) {
                               .environment = {},
                               .directory = directory_});
   EXPECT_EQ(example.wait(), 0) << example.errors();
-  EXPECT_THAT(example.output(), HasSubstr(" available: " + path("photos/")));
+  EXPECT_THAT(example.output(), HasSubstr("available: " + path("photos/")));
   EXPECT_THAT(example.output(), HasSubstr("photo of employees (id = 7)"));
 }
 
