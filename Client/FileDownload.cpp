@@ -87,8 +87,8 @@ void FileDownload::request(const FileRun& run, const std::string& directory, Sto
     if (!stored) return run.callback->executeFailureWithError(stored.error());
     return run.callback->executeSuccessWithResult(Dictionary{{keys::kFilePath, *stored}});
   }
-  PartialFile::Run part = file_->beginRun(
-      [handle = run.handle, feed = feed_](std::uint64_t done, std::uint64_t total) {
+  PartialFile::Run part =
+      file_->beginRun([handle = run.handle, feed = feed_](std::uint64_t done, std::uint64_t total) {
         handle->reached(done, total);
         if (feed != nullptr) feed->wake();
       });

@@ -27,8 +27,8 @@ struct UploadPoint {
   [[nodiscard]] static Outcome<UploadPoint> from(const UploadPlace& place);
 
   /// Of the first byte to send. The last chunk is sent again where the service has all of them: the
-  /// commit needs what the response to it says. None where the upload cannot go on: an outside store
-  /// appends what it gets, and it may have more than is known.
+  /// commit needs what the response to it says. None where the upload cannot go on: an outside
+  /// store appends what it gets, and it may have more than is known.
   [[nodiscard]] std::optional<std::uint64_t> next() const;
 };
 
