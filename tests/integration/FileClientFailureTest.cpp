@@ -93,8 +93,8 @@ TEST_F(FileClientFailureTest, ConnectionsThatFailNameTheAddress) {
     EXPECT_EQ(nameOf(outcome.error().kind), nameOf(wanted.kind)) << outcome.error().message;
     EXPECT_THAT(outcome.error().message, HasSubstr(wanted.options.url));
   }
-  const auto trusted = clientOf(
-      {.url = secure.url("/a"), .tls = {.caFile = directory_ + "/certificate.pem"}});
+  const auto trusted =
+      clientOf({.url = secure.url("/a"), .tls = {.caFile = directory_ + "/certificate.pem"}});
   EXPECT_TRUE(trusted.list().get());
 }
 
@@ -113,9 +113,8 @@ TEST_F(FileClientFailureTest, LocalFilesAreNamed) {
     std::filesystem::resize_file(path("large"), 10);  // after it was opened, before it is sent
     return test::reply(200, creation("put"));
   });
-  const auto shrunk = clientOf({.url = service.url("/services/a")})
-                          .upload(Source::file(path("large")))
-                          .get();
+  const auto shrunk =
+      clientOf({.url = service.url("/services/a")}).upload(Source::file(path("large"))).get();
   EXPECT_EQ(shrunk.error().kind, Kind::kLocalFile) << shrunk.error().message;
   EXPECT_THAT(shrunk.error().message, HasSubstr("large"));
   EXPECT_TRUE(shrunk.error().begun);

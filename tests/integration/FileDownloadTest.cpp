@@ -2,11 +2,11 @@
 
 #include "tests/support/Await.h"
 #include "tests/support/FileClientFixture.h"
+#include "tests/support/Notify.h"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <coroutine>
 #include <future>
 #include <mutex>
 #include <stdexcept>
@@ -71,8 +71,8 @@ TEST_F(FileDownloadTest, GoesOnBehindTheLastByteAndFeedsSinksAsBytesCome) {
     SCOPED_TRACE(toPath);
     Collected collected;
     stallOnce();
-    auto download = toPath ? client().download(id, path("a"))
-                           : client().download(id, collected.sink());
+    auto download =
+        toPath ? client().download(id, path("a")) : client().download(id, collected.sink());
     const std::string first = content_.substr(0, kFirst);
     EXPECT_TRUE(toPath || test::eventually([&] { return collected.text() == first; }));
     pauseAtFirst(download);
@@ -140,12 +140,11 @@ TEST_F(FileDownloadTest, BringsTheBytesOfARangeAndNoOthers) {
     server_->clearFaults();
     server_->addFault({.match = {.path = "/bytes/"}, .action = wanted.fault});
     Collected collected;
-    const auto toSink =
-        client().download(id, collected.sink(), {.range = wanted.range}).get();
-    const auto toPath = client()
-                            .download(id, path("a"),
-                                      {.ifExists = IfExists::kReplace, .range = wanted.range})
-                            .get();
+    const auto toSink = client().download(id, collected.sink(), {.range = wanted.range}).get();
+    const auto toPath =
+        client()
+            .download(id, path("a"), {.ifExists = IfExists::kReplace, .range = wanted.range})
+            .get();
     ASSERT_EQ(toSink.has_value(), wanted.bytes.has_value());
     ASSERT_EQ(toPath.has_value(), wanted.bytes.has_value());
     if (wanted.bytes) {
@@ -191,22 +190,6 @@ TEST_F(FileDownloadTest, SinkThatThrowsEndsTheTransferAndIsNotCalledAgain) {
   EXPECT_EQ(calls, 1);
 }
 
-/// A coroutine that nobody waits for.
-struct Job {
-  struct promise_type {
-    Job get_return_object() { return {}; }
-    std::suspend_never initial_suspend() noexcept { return {}; }
-    std::suspend_never final_suspend() noexcept { return {}; }
-    void return_void() {}
-    void unhandled_exception() { std::terminate(); }
-  };
-};
-
-Job notify(const Transfer<std::filesystem::path>& transfer, std::promise<void>& ended) {
-  static_cast<void>(co_await transfer);
-  ended.set_value();
-}
-
 TEST_F(FileDownloadTest, EndsOfHandleAndTransferWaitForTheSink) {
   const FileId id(storedFile(content_));
   for (const bool isDestroyed : {true, false}) {
@@ -223,7 +206,7 @@ TEST_F(FileDownloadTest, EndsOfHandleAndTransferWaitForTheSink) {
       --inside;
     };
     std::optional<Transfer<std::filesystem::path>> download(client().download(id, sink));
-    if (isDestroyed) notify(*download, hasOutcome);
+    if (isDestroyed) test::notify(*download, hasOutcome);
     entered.get_future().get();
     if (!isDestroyed) download->cancel();
     auto ended = std::async(std::launch::async, [&] {
@@ -244,8 +227,8 @@ TEST_F(FileDownloadTest, EndsOfHandleAndTransferWaitForTheSink) {
 TEST_F(FileDownloadTest, SeveralPartsOfAFileComeSideBySide) {
   const FileId id(storedFile(content_));
   FileClient files = client();
-  server_->addFault({.match = {.path = "/bytes/", .count = 1},
-                     .action = {.stallAfter = 3, .stallFor = -1ms}});
+  server_->addFault(
+      {.match = {.path = "/bytes/", .count = 1}, .action = {.stallAfter = 3, .stallFor = -1ms}});
   auto first = files.download(id, path("a"), {.range = FileRange{0, 10_B}});
   ASSERT_TRUE(test::eventually([&] { return first.progress().done == 3; }));
   EXPECT_TRUE(files.download(id, path("b"), {.range = FileRange{10, 10_B}}).get());

@@ -4,6 +4,7 @@
 #include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FileClientFixture.h"
+#include "tests/support/Notify.h"
 #include "tests/support/ScriptedServer.h"
 
 #include <gmock/gmock.h>
@@ -80,8 +81,10 @@ TEST_F(FileUploadTest, GoesOnAtTheNextChunkWhateverFailed) {
        R"({"chunkupload":false})",
        {{.path = "/bytes/", .count = 2}, {.drop = true}},
        {"1"}},
-      {"outside store", R"({"domain":"store"})", {{.listener = "store", .skip = 2, .count = 2},
-                                                  {.drop = true}}, {}},
+      {"outside store",
+       R"({"domain":"store"})",
+       {{.listener = "store", .skip = 2, .count = 2}, {.drop = true}},
+       {}},
   };
   writeFile(path("photo"), content_);
   for (const Case& wanted : cases) {
@@ -89,8 +92,7 @@ TEST_F(FileUploadTest, GoesOnAtTheNextChunkWhateverFailed) {
     server_->clearFaults();
     server_->addFault(wanted.fault);
     const Metadata metadata = {{"sandbox_template", wanted.form}};
-    const auto failed =
-        client().upload(Source::file(path("photo")), {.metadata = metadata}).get();
+    const auto failed = client().upload(Source::file(path("photo")), {.metadata = metadata}).get();
     ASSERT_FALSE(failed);
     EXPECT_THAT(failed.error().message, HasSubstr("photo"));
     ASSERT_TRUE(failed.error().place);
@@ -251,10 +253,8 @@ TEST(FileUploadStopTest, CancelFromTheFirstPlaceRemovesTheRecord) {
   for (int run = 0; run < 10; ++run) {
     HeldService service("none");
     std::promise<Transfer<FileRecord>*> handle;
-    const auto onPlace = [&, known = handle.get_future().share()](const FileId&,
-                                                                  const UploadPlace&) {
-      known.get()->cancel();
-    };
+    const auto onPlace = [&, known = handle.get_future().share()](
+                             const FileId&, const UploadPlace&) { known.get()->cancel(); };
     auto upload = clientOf(service).upload(fourChunks(), {.name = "a", .onPlace = onPlace});
     handle.set_value(&upload);
     const auto outcome = upload.get();
@@ -292,7 +292,7 @@ TEST(FileUploadStopTest, PauseKeepsThePlaceInEveryPhaseAndMakesNothingTwice) {
 
 TEST(FileUploadStopTest, EndOfTheHandleWaitsForTheReader) {
   HeldService service("none");
-  std::promise<void> entered, leave;
+  std::promise<void> entered, leave, hasOutcome;
   std::atomic<int> inside{0}, calls{0};
   const Reader reader = [&](std::span<std::byte>) {
     ++inside;
@@ -305,12 +305,15 @@ TEST(FileUploadStopTest, EndOfTheHandleWaitsForTheReader) {
   };
   std::optional<Transfer<FileRecord>> upload(
       clientOf(service).upload(Source::reader(reader), {.name = "a"}));
+  test::notify(*upload, hasOutcome);
   entered.get_future().get();
   auto ended = std::async(std::launch::async, [&] { upload.reset(); });
+  hasOutcome.get_future().get();
+  EXPECT_EQ(ended.wait_for(0s), std::future_status::timeout);
   leave.set_value();
   ended.get();
   EXPECT_EQ(inside, 0);
-  EXPECT_LE(calls, 2);
+  EXPECT_EQ(calls, 1);
   EXPECT_TRUE(service.seen().empty());
 }
 
