@@ -251,6 +251,13 @@ void FileUpload::stop(const std::shared_ptr<Cancellation>& run, bool forGood) {
       });
 }
 
+Failure FileUpload::explain(Failure failure) {
+  const MutexLock lock(mutex_);
+  const bool isTemplate = phase_ == Phase::kSending && failure.kind == Kind::kInvalidArgument;
+  if (isTemplate) failure.kind = Kind::kNotOurService;
+  return failure;
+}
+
 bool FileUpload::wasRefused(const Failure& failure) const {
   return resumedAt_ && phase_ == Phase::kSending && !hasTakenChunk_ && isOfService(failure);
 }

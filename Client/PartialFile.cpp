@@ -147,7 +147,7 @@ Result<void> PartialFile::beginPart(std::string_view contentRange,
   objectSize_ = range->total;
   const bool isNew = bytes_->size() == 0;
   total_ = bytes_->size() + last - first + 1;
-  return isNew ? bytes_->expect(*total_) : Result<void>();
+  return isNew ? noted(bytes_->expect(*total_)) : Result<void>();
 }
 
 Result<void> PartialFile::beginWhole(std::optional<std::uint64_t> expected) {
@@ -157,7 +157,7 @@ Result<void> PartialFile::beginWhole(std::optional<std::uint64_t> expected) {
     startOver();
   }
   total_ = expected;
-  return expected ? bytes_->expect(*expected) : Result<void>();
+  return expected ? noted(bytes_->expect(*expected)) : Result<void>();
 }
 
 Result<PartialFile::Count> PartialFile::write(std::uint64_t run, std::string_view bytes) {
@@ -166,7 +166,7 @@ Result<PartialFile::Count> PartialFile::write(std::uint64_t run, std::string_vie
   if (total_ && bytes_->size() + bytes.size() > *total_) {
     return fail(fmt::format("the server sent more than {} bytes", *total_));
   }
-  if (auto written = bytes_->write(bytes); !written) return written.error();
+  if (auto written = noted(bytes_->write(bytes)); !written) return written.error();
   return Count{bytes_->size(), total_.value_or(0)};
 }
 
@@ -182,7 +182,8 @@ std::optional<Failure> PartialFile::failure() const {
 
 Result<Data> PartialFile::handOut(std::uint64_t offset, std::size_t most) {
   const MutexLock lock(mutex_);
-  handedOut_ = handedOut_ || bytes_->size() > offset;
+  if (bytes_->size() <= offset) return Data();  // not there yet, or taken
+  handedOut_ = true;
   return bytes_->look(offset, most);
 }
 
@@ -192,6 +193,11 @@ Result<Data> PartialFile::take() {
     return fail(fmt::format("only {} of {} bytes came", bytes_->size(), *total_));
   }
   return bytes_->take();
+}
+
+Result<void> PartialFile::noted(Result<void> stored) {
+  if (!stored) failure_ = failureFrom(stored.error(), about_);
+  return stored;
 }
 
 ErrorPtr PartialFile::fail(const std::string& what) {

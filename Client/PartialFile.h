@@ -71,6 +71,8 @@ class PartialFile : public std::enable_shared_from_this<PartialFile> {
       VARO_REQUIRES(mutex_);
   void startOver() VARO_REQUIRES(mutex_);
   [[nodiscard]] platform::ErrorPtr fail(const std::string& what) VARO_REQUIRES(mutex_);
+  /// Notes why bytes could not be stored: of that the transport's error keeps the text alone.
+  [[nodiscard]] platform::Result<void> noted(platform::Result<void> stored) VARO_REQUIRES(mutex_);
   /// Of the first byte that is missing, in the whole object.
   [[nodiscard]] std::uint64_t position() const VARO_REQUIRES(mutex_);
   /// Of the last byte that is wanted; none: of the object's last.

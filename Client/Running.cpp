@@ -32,8 +32,12 @@ RunningBase::RunningBase(const platform::Clock& clock, platform::Sleeper& sleepe
     : clock_(clock), sleeper_(sleeper), callbacks_("transfer") {}
 
 void RunningBase::setOnProgress(std::function<void(const Progress&)> callback) {
+  std::shared_ptr<const std::function<void(const Progress&)>> shared;
+  if (callback != nullptr) {
+    shared = std::make_shared<const std::function<void(const Progress&)>>(std::move(callback));
+  }
   const MutexLock lock(mutex_);
-  onProgress_.swap(callback);
+  onProgress_.swap(shared);
 }
 
 void RunningBase::cancelWith(const std::stop_token& token) {
@@ -158,14 +162,14 @@ void RunningBase::measureRateLocked(steady_clock::time_point now) {
 }
 
 void RunningBase::showProgress() {
-  std::function<void(const Progress&)> callback;
+  std::shared_ptr<const std::function<void(const Progress&)>> callback;
   Progress progress;
   {
     const MutexLock lock(mutex_);
     callback = onProgress_;
     progress = progress_;
   }
-  if (callback != nullptr) callback(progress);
+  if (callback != nullptr) (*callback)(progress);
 }
 
 void RunningBase::showLastProgress() {

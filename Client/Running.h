@@ -109,7 +109,8 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   platform::SerialQueue callbacks_;
   mutable platform::ConditionVariable changed_;
   Progress progress_ VARO_GUARDED_BY(mutex_);
-  std::function<void(const Progress&)> onProgress_ VARO_GUARDED_BY(mutex_);
+  /// One function for all calls, which may have a state of its own; null for none.
+  std::shared_ptr<const std::function<void(const Progress&)>> onProgress_ VARO_GUARDED_BY(mutex_);
   /// When the progress was shown last, and where the rate is measured from.
   std::chrono::steady_clock::time_point shown_ VARO_GUARDED_BY(mutex_);
   std::chrono::steady_clock::time_point begun_ VARO_GUARDED_BY(mutex_);

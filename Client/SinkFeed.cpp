@@ -71,7 +71,7 @@ bool SinkFeed::handOver() {
   if (isOver()) return false;
   const auto piece = file_->handOut(handedOver_, kPiece);
   if (!piece) {
-    fail(piece.error()->localizedDescription());
+    fail(failureFrom(piece.error(), about_));
     return false;
   }
   hasAll_ = piece->empty();
@@ -81,11 +81,11 @@ bool SinkFeed::handOver() {
       sink_(std::as_bytes(std::span(bytes)));
       return {};
     });
-    if (!read) fail(read.error()->localizedDescription());
+    if (!read) fail(failureFrom(read.error(), about_));
   } catch (const std::exception& thrown) {
-    fail(fmt::format("the sink threw: {}", thrown.what()));
+    failWith(fmt::format("the sink threw: {}", thrown.what()));
   } catch (...) {  // an application's code may throw anything
-    fail("the sink threw");
+    failWith("the sink threw");
   }
   handedOver_ += piece->size();
   return true;
@@ -101,10 +101,14 @@ std::optional<Failure> SinkFeed::failure() const {
   return failure_;
 }
 
-void SinkFeed::fail(const std::string& what) {
+void SinkFeed::failWith(const std::string& what) {
+  fail(failureOf(Kind::kLocalFile, fmt::format("{}: {}", about_, what)));
+}
+
+void SinkFeed::fail(Failure failure) {
   {
     const MutexLock lock(mutex_);
-    failure_ = failureOf(Kind::kLocalFile, fmt::format("{}: {}", about_, what));
+    failure_ = std::move(failure);
   }
   handle_->cancel();  // what is still to come is of no use
 }

@@ -39,7 +39,8 @@ class SinkFeed : public std::enable_shared_from_this<SinkFeed> {
   [[nodiscard]] bool step();
   [[nodiscard]] bool handOver();
   [[nodiscard]] bool isOver() const;
-  void fail(const std::string& what);
+  void fail(Failure failure);
+  void failWith(const std::string& what);
 
   const std::string about_;
   const Sink sink_;

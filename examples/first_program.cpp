@@ -1,28 +1,29 @@
-#include "Binary/Binary/BinaryLogger.h"
-#include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
-
-#include <future>
 #include <iostream>
+#include <thread>
+#include <varo/client.h>
 
-using varo::binary::BinaryFileStorageInterface;
-using varo::platform::Dictionary;
-using varo::platform::Value;
-
-// Uploads a file, then lists what the service has under its name:  first_program URL FILE
+// Uploads a photo, and gives it up when Enter is pressed:  first_program URL FILE
 int main(int count, char** words) {
   if (count != 3) return 2;
-  varo::binary::BinaryLogger::sharedInstance().setLogLevel(varo::platform::LogLevel::kError);
-  static std::promise<Value> done;  // blocks run on threads that live as long as the process
-  const auto end = [](const Value& value) { done.set_value(value); };
-  const auto show = [](const Value& progress) { std::cout << progress.description() << '\n'; };
-  const auto list = [url = words[1], end](const Value&) {
-    BinaryFileStorageInterface::getFilesWithUrl(url, "file_name eq 'hello.txt'", Dictionary(), end,
-                                                end, Dictionary());
-  };
-  const Dictionary upload{{"headers", Dictionary()},
-                          {"metadata", Dictionary{{"file_name", "hello.txt"}}},
-                          {"file", Dictionary{{"filePath", words[2]}}}};
-  BinaryFileStorageInterface::uploadBinaryWithUrl(words[1], "UploadInputTypeLocalFilePath", upload,
-                                                  list, end, show, Dictionary());
-  std::cout << done.get_future().get().description() << '\n';
+  std::stop_source stop;
+  std::thread([stop]() mutable {
+    if (std::cin.get() == '\n') stop.request_stop();
+  }).detach();
+  const auto files = varo::FileClient::create({.url = words[1]});
+  varo::UploadOptions options{.metadata = {{"kind", "photo"}}};
+  for (int attempt = 1; files; ++attempt) {
+    const auto photo = files->upload(varo::Source::file(words[2]), options)
+                           .onProgress([](const varo::Progress& progress) {
+                             std::cout << progress.done << " of " << progress.total << " bytes\n";
+                           })
+                           .cancelWith(stop.get_token())
+                           .get();
+    std::cout << (photo ? "Uploaded as " + photo->id.text() : photo.error().message) << '\n';
+    if (photo || !photo.error().isWorthRetrying() || attempt == 3) return photo ? 0 : 1;
+    // At the chunk that did not come through, where there is a record already.
+    options.resume = photo.error().place.value_or(varo::UploadPlace());
+    std::this_thread::sleep_for(photo.error().retryAfter.value_or(std::chrono::seconds(1)));
+  }
+  std::cout << files.error().message << '\n';
+  return 2;
 }

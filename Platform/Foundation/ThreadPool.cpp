@@ -40,7 +40,12 @@ void runReporting(const Callable& callable) noexcept {
 }
 
 struct JobWork final : ThreadPool::Work {
-  void run() override { job(); }
+  void run() override {
+    // Destroyed here, not by whoever posted it and may let go last: a thread that the job's
+    // captures own cannot be joined by itself.
+    const ThreadPool::Job once = std::move(job);
+    once();
+  }
   ThreadPool::Job job;
 };
 

@@ -105,12 +105,21 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       limits_(request.limits),
       connectTimeout_(request.connectTimeout),
       stallTimeout_(request.stallTimeout),
-      receiver_(std::move(request.receiver)),
-      onSent_(std::move(request.onSent)),
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
-      completion_(std::move(completion)),
-      url_(std::move(url)) {}
+      url_(std::move(url)) {
+  auto told =
+      std::make_shared<const Told>(Told{std::move(request.receiver), std::move(request.onSent)});
+  told_ = told.get();
+  completion_ = keeping(std::move(told), std::move(completion));
+}
+
+HttpCompletion CurlTransfer::keeping(std::shared_ptr<const Told> told, HttpCompletion completion) {
+  return [told = std::move(told), completion = std::move(completion)](
+             std::optional<HttpResponse> response, ErrorPtr error) {
+    completion(std::move(response), std::move(error));
+  };
+}
 
 ErrorPtr CurlTransfer::prepare(CURL* easy, const CurlCommon& common, std::size_t bufferSize) {
   ErrorPtr thrown;
@@ -268,11 +277,11 @@ bool CurlTransfer::acceptHead() {
   discardsBody_ = head_.isRedirect();
   if (discardsBody_ || !canHaveEntity()) return true;
   if (*announced > limits_.forStatus(head_.status())) return failTooLarge();
-  receives_ = receiver_ != nullptr && head_.status() / 100 == 2;
+  receives_ = told_->receiver != nullptr && head_.status() / 100 == 2;
   if (receives_) {
     const bool isSaid = head_.find("Content-Length").has_value();
-    return stored(receiver_->begin(head_.status(), head_.headers(),
-                                   isSaid ? std::optional(*announced) : std::nullopt));
+    return stored(told_->receiver->begin(head_.status(), head_.headers(),
+                                         isSaid ? std::optional(*announced) : std::nullopt));
   }
   return *announced == 0U || stored(sink_->expect(*announced));
 }
@@ -297,7 +306,7 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
   }
   received_ += bytes.size();
   if (received_ > limits_.forStatus(head_.status())) return failTooLarge();
-  return stored(receives_ ? receiver_->write(bytes) : sink_->write(bytes));
+  return stored(receives_ ? told_->receiver->write(bytes) : sink_->write(bytes));
 }
 
 bool CurlTransfer::failTooLarge() {
@@ -351,7 +360,7 @@ std::size_t CurlTransfer::onRead(char* buffer, std::size_t size, std::size_t cou
 }
 
 void CurlTransfer::tellSent() const {
-  if (onSent_ != nullptr) onSent_(body_->position());
+  if (told_->onSent != nullptr) told_->onSent(body_->position());
 }
 
 /// libcurl goes back to the start where it sends a request again.

@@ -79,13 +79,24 @@ class CurlTransfer {
   [[nodiscard]] End takeEnd() { return std::move(end_); }
 
   /// The completion, at the first call; null from then on.
-  [[nodiscard]] HttpCompletion takeCompletion() { return std::exchange(completion_, nullptr); }
+  /// With it goes what the request has beside it: destroying that may end the transport, which the
+  /// I/O thread must not do.
+  [[nodiscard]] HttpCompletion takeCompletion() {
+    told_ = nullptr;
+    return std::exchange(completion_, nullptr);
+  }
   [[nodiscard]] bool isCompleted() const noexcept { return completion_ == nullptr; }
 
   /// For errors.
   [[nodiscard]] const std::string& safeUrl() const noexcept { return url_.safeText(); }
 
  private:
+  /// Who is told while it runs; either may be null.
+  struct Told {
+    std::shared_ptr<BodyReceiver> receiver;
+    std::function<void(std::uint64_t)> onSent;
+  };
+
   // Called by libcurl, during `curl_multi_perform`; `self` is the transfer.
   static int onConnected(void* self, char* remoteIp, char* localIp, int remotePort, int localPort);
   static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
@@ -111,6 +122,8 @@ class CurlTransfer {
   [[nodiscard]] CURLSH* shareFor(const CurlCommon& common) const;
   [[nodiscard]] std::optional<HttpResponse> makeResponse();
   void failBodyNotStored(const Error& cause);
+  [[nodiscard]] static HttpCompletion keeping(std::shared_ptr<const Told> told,
+                                              HttpCompletion completion);
   [[nodiscard]] bool stored(const Result<void>& done);
   void tellSent() const;
 
@@ -119,10 +132,9 @@ class CurlTransfer {
   const ResponseLimits limits_;
   const std::optional<std::chrono::milliseconds> connectTimeout_;  // as the request has them
   const std::optional<std::chrono::milliseconds> stallTimeout_;
-  const std::shared_ptr<BodyReceiver> receiver_;
-  const std::function<void(std::uint64_t)> onSent_;
   std::vector<HttpHeader> headers_;  // at most one of them a Host, with a value
   std::optional<RequestBodyReader> body_;
+  const Told* told_;  // owned by the completion
   HttpCompletion completion_;
   End end_;
   std::atomic<bool> cancelled_{false};

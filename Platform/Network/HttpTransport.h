@@ -153,8 +153,10 @@ class HttpTransfer {
 /// - `cancel` and `shutdown` do not throw. What a completion throws goes no further.
 ///
 /// Lifetimes:
-/// - The request's body is held until the transfer has ended, the completion until it has been
-///   called; then they are destroyed. What `send` returned need not be kept.
+/// - The request's body is held until the transfer has ended, the completion, and with it the
+///   receiver and `onSent`, until it has been called; then they are destroyed, the latter three not
+///   on the thread that moves bytes: that may end the transport. What `send` returned need not be
+///   kept.
 /// - The response belongs to whoever gets it, and outlives the transport.
 ///
 /// Responses and errors:

@@ -2,7 +2,8 @@
 """Looks at every document (*.md): each relative link leads to a file and, behind "#", to a heading of it, and
 each name that looks like a path of this project is one. Such names are those that begin with a folder of the
 project, and names of sources and documents between backticks (`Name.h`), wherever the file lies. A "*" stands
-for any text. What is built has no file here: paths below build/ are not looked at."""
+for any text. What is built has no file here: paths below build/ are not looked at. And README shows its
+first program as examples/ has it, word for word."""
 
 import fnmatch
 import os
@@ -102,6 +103,8 @@ def main():
     project = Project()
     documents = sorted(path for path in project.files if path.endswith(".md"))
     faults = [fault for document in documents for fault in faults_of(project, document)]
+    if "\n".join(read("examples/first_program.cpp")) not in "\n".join(read("README.md")):
+        faults.append("README.md: its first program is not examples/first_program.cpp")
     print(*faults, f"{len(documents)} documents, {len(faults)} wrong links and paths", sep="\n")
     return 1 if faults else 0
 

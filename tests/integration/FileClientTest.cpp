@@ -1,8 +1,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "tests/support/Await.h"
-#include "tests/support/Files.h"
+#include "tests/support/FileClientFixture.h"
 #include "tests/support/RecordingLog.h"
-#include "tests/support/SandboxFixture.h"
 #include "varo/client.h"
 
 #include <gmock/gmock.h>
@@ -25,24 +24,11 @@ namespace {
 using namespace std::chrono_literals;
 using sandbox::FaultRule;
 using test::contentOf;
+using test::textOf;
 using test::writeFile;
 using testing::HasSubstr;
 
-std::string textOf(std::span<const std::byte> bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-class FileClientTest : public sandbox::SandboxTest {
- protected:
-  FileClient client(std::string token = {}) {
-    Options options{.url = server_->url() + "/"};
-    if (!token.empty()) options.credentials = [token] { return Credentials{token}; };
-    options.chunkSize = 64_KiB;
-    return FileClient::create(options).value();
-  }
-
-  [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }
-};
+using FileClientTest = test::FileClientFixture;
 
 TEST_F(FileClientTest, UploadsListsDownloadsUpdatesAndRemoves) {
   FileClient files = client();
@@ -162,44 +148,6 @@ TEST_F(FileClientTest, NamesTheOptionThatIsWrong) {
   EXPECT_EQ(files.removeWhere(field("a b") == 1).get().error().kind, Kind::kInvalidArgument);
   EXPECT_EQ(files.remove(FileId("a' or 'b")).get().error().kind, Kind::kInvalidArgument);
   EXPECT_EQ(files.upload(Source::text("x")).get().error().kind, Kind::kInvalidArgument);
-}
-
-TEST_F(FileClientTest, TellsWhatKindOfFailureItWas) {
-  struct Case {
-    std::string name;
-    sandbox::FaultAction action;
-    Kind kind;
-    bool isWorthRetrying;
-  };
-  const std::vector<Case> cases = {
-      {"401", {.status = 401}, Kind::kUnauthorized, false},
-      {"404", {.status = 404}, Kind::kNotFound, false},
-      {"409", {.status = 409}, Kind::kConflict, false},
-      {"429", {.status = 429, .headers = {{"Retry-After", "7"}}}, Kind::kThrottled, true},
-      {"503", {.status = 503}, Kind::kServer, true},
-      {"400", {.status = 400}, Kind::kServer, false},
-      {"opstatus", {.opstatus = 17}, Kind::kServer, false},
-      {"page", {.body = "<html>", .contentType = "text/html"}, Kind::kNotOurService, false},
-      {"cut", {.cutAfter = 5}, Kind::kNoConnection, true},
-      {"drop", {.drop = true}, Kind::kNoConnection, true},
-      {"redirect", {.location = "ftp://elsewhere"}, Kind::kNotOurService, false},
-  };
-  FileClient files = client();
-  for (const Case& wanted : cases) {
-    server_->clearFaults();
-    server_->addFault({.action = wanted.action});
-    const auto outcome = files.list().get();
-    ASSERT_FALSE(outcome) << wanted.name;
-    EXPECT_EQ(nameOf(outcome.error().kind), nameOf(wanted.kind)) << outcome.error().message;
-    EXPECT_EQ(outcome.error().isWorthRetrying(), wanted.isWorthRetrying) << wanted.name;
-    EXPECT_THAT(outcome.error().message, HasSubstr(server_->url())) << wanted.name;
-    EXPECT_EQ(outcome.error().retryAfter.has_value(), wanted.name == "429") << wanted.name;
-    EXPECT_EQ(outcome.error().serviceStatus == 17, wanted.name == "opstatus") << wanted.name;
-    EXPECT_EQ(outcome.error().responseExcerpt == "<html>", wanted.name == "page") << wanted.name;
-  }
-  server_->clearFaults();
-  server_->stop();
-  EXPECT_EQ(files.list().get().error().kind, Kind::kNoConnection);
 }
 
 TEST_F(FileClientTest, ClientsOfOneProcessHaveSettingsOfTheirOwn) {

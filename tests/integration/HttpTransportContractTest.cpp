@@ -1,6 +1,7 @@
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Runtime.h"
 #include "tests/support/Await.h"
+#include "tests/support/CollectingReceiver.h"
 #include "tests/support/FakeHttpTransport.h"
 #include "tests/support/Files.h"
 #include "tests/support/TransportFixture.h"
@@ -159,6 +160,28 @@ TEST_P(HttpTransportContractTest, AnswersAreResponsesWhateverTheirStatus) {
       }
       EXPECT_EQ(named, "X-A=one;x-b=two;X-A=three;");
     }
+  }
+}
+
+TEST_P(HttpTransportContractTest, BodiesOfSuccessesGoToTheReceiverOrIntoTheResponse) {
+  for (std::size_t i = 0; i < std::size(kAnswers); ++i) {
+    SCOPED_TRACE(i);
+    const auto receiver = std::make_shared<CollectingReceiver>();
+    HttpRequest asked = request("/answer/" + std::to_string(i));
+    asked.receiver = receiver;
+    const Outcome outcome = run(std::move(asked));
+    const int calls = receiver->calls;
+    const auto& [status, body] = kAnswers[i];
+    ASSERT_TRUE(outcome.response) << outcome.text();
+    if (outcome.response->bodyWasReceived) {
+      EXPECT_EQ(receiver->begun, std::to_string(status) + " " + std::to_string(body->size()) + ";");
+      EXPECT_EQ(receiver->bytes, body);
+      EXPECT_EQ(outcome.body(), "");
+    } else {
+      EXPECT_EQ(calls, 0);
+      EXPECT_EQ(outcome.body(), body);
+    }
+    EXPECT_TRUE(status / 100 == 2 || !outcome.response->bodyWasReceived);
   }
 }
 

@@ -1,6 +1,7 @@
 #include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/HttpTransportError.h"
+#include "tests/support/CollectingReceiver.h"
 #include "tests/support/OfflineFixture.h"
 
 #include <atomic>
@@ -65,6 +66,35 @@ TEST_F(NetworkUtilityTest, ReportsStatusAndMergedHeadersWithTheBody) {
   EXPECT_EQ(requests[0].header("N"), "1");
   EXPECT_EQ(requests[0].body, "body");
   EXPECT_EQ(requests[0].spoolDirectory, "/store");
+}
+
+TEST_F(NetworkUtilityTest, HandsBodiesOfSuccessesOnWhereTheTransportKnowsNoReceivers) {
+  struct Case {
+    int status;
+    std::optional<std::string> body;
+    std::string begun, received;
+    bool refuses = false;
+  };
+  const std::vector<Case> cases = {{200, "body", "200 4;", "body"},
+                                   {206, "", "206 0;", ""},
+                                   {204, std::nullopt, "", ""},
+                                   {404, "body", "", ""},
+                                   {200, "body", "200 4;", "", true}};
+  for (const Case& wanted : cases) {
+    SCOPED_TRACE(wanted.status);
+    report_ = {};
+    const auto receiver = std::make_shared<CollectingReceiver>();
+    receiver->refuses = wanted.refuses;
+    transport_->answer(answerWith(wanted.status, wanted.body));
+    VRONetworkUtility::GET("http://h/p", {}, {}, {{kBodyReceiver, receiver}}, callback());
+    const Report report = wait();
+    EXPECT_EQ(receiver->begun, wanted.begun);
+    EXPECT_EQ(receiver->bytes, wanted.received);
+    ASSERT_EQ(report.error != nullptr, wanted.refuses);
+    const bool isLeft = wanted.status == 404;
+    EXPECT_EQ(isLeft ? report.data->readAll(9).value() : "body", "body");
+    EXPECT_EQ(wanted.refuses ? report.error->code() : 1008, 1008);
+  }
 }
 
 TEST_F(NetworkUtilityTest, ReportsWhatCannotBeEncodedOnThePoolAndSendsNothing) {

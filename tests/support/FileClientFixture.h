@@ -1,0 +1,30 @@
+#pragma once
+
+#include "tests/support/Files.h"
+#include "tests/support/SandboxFixture.h"
+#include "varo/client.h"
+
+#include <span>
+#include <string>
+#include <utility>
+
+namespace varo::test {
+
+inline std::string textOf(std::span<const std::byte> bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+/// A typed client of a sandbox.
+class FileClientFixture : public sandbox::SandboxTest {
+ protected:
+  FileClient client(std::string token = {}) {
+    Options options{.url = server_->url() + "/"};
+    if (!token.empty()) options.credentials = [token] { return Credentials{token}; };
+    options.chunkSize = 64_KiB;
+    return FileClient::create(options).value();
+  }
+
+  [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }
+};
+
+}  // namespace varo::test
