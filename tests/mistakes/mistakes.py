@@ -37,10 +37,11 @@ def rows():
     """(mistake, wrong code, texts, right code) of each."""
     with open(PAGE, encoding="utf-8") as page:
         table = page.read().split("## What the compiler finds")[1].split("\n## ")[0]
-    for line in table.splitlines():
+    lines = [line for line in table.splitlines() if line.startswith("|")]
+    for line in lines[2:]:  # behind the titles and the rule below them
         cells = [cell.strip().replace("\\|", "|") for cell in re.split(r"(?<!\\)\|", line)[1:-1]]
-        if len(cells) == 4 and cells[1].startswith("`"):
-            yield cells[0], cells[1].strip("`"), re.findall("`([^`]+)`", cells[2]), cells[3].strip("`")
+        mistake, wrong, texts, right = cells
+        yield mistake, wrong.strip("`"), re.findall("`([^`]+)`", texts), right.strip("`")
 
 
 def compile_all(compiler, includes, codes):
