@@ -13,7 +13,9 @@ import sys
 
 PAGE = os.path.join(os.path.dirname(__file__), "../../docs/guide/mistakes.md")
 PRELUDE = """
+#include <varo/blobs.h>
 #include <varo/client.h>
+#include <varo/objects.h>
 
 #include <cstddef>
 #include <string>
@@ -26,7 +28,8 @@ using namespace std::chrono_literals;
 FUNCTION = """
 #line 1 "row{number}"
 void row{number}(FileClient& files, Options& options, Transfer<FileRecord>& upload, Metadata& metadata,
-                 const std::vector<std::byte>& bytes, std::vector<FileRecord>& records) {{
+                 const std::vector<std::byte>& bytes, std::vector<FileRecord>& records, BlobStore& blobs,
+                 ObjectStore& objects) {{
   {code}
 }}
 """
