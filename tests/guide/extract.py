@@ -5,6 +5,7 @@ All its blocks of C++ are one program, in their order, inside the function that 
 use). A page with `int main` in it has that program alone. What a reader does not see stands in comments of the page:
   <!-- at namespace scope -->   the block that follows is not inside the function
   <!-- check: EXPRESSION -->    has to be true at this place
+  <!-- declare: STATEMENT -->   what a reader has of their own, such as an address
 A block of text is what the blocks before it have printed."""
 
 import re
@@ -34,6 +35,8 @@ def program(name, page):
             isOutside = False
         elif kind == "text":
             inside.append(f'{place}guide.printed(R"({text})");\n')
+        elif text.startswith("declare: "):
+            inside.append(place + text[9:])
         elif text == "at namespace scope":
             isOutside = True
         elif text.startswith("check: "):

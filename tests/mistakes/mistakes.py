@@ -13,7 +13,9 @@ import sys
 
 PAGE = os.path.join(os.path.dirname(__file__), "../../docs/guide/mistakes.md")
 PRELUDE = """
+#include <varo/blobs.h>
 #include <varo/client.h>
+#include <varo/objects.h>
 
 #include <cstddef>
 #include <string>
@@ -26,7 +28,8 @@ using namespace std::chrono_literals;
 FUNCTION = """
 #line 1 "row{number}"
 void row{number}(FileClient& files, Options& options, Transfer<FileRecord>& upload, Metadata& metadata,
-                 const std::vector<std::byte>& bytes, std::vector<FileRecord>& records) {{
+                 const std::vector<std::byte>& bytes, std::vector<FileRecord>& records, BlobStore& blobs,
+                 ObjectStore& objects) {{
   {code}
 }}
 """
@@ -37,10 +40,11 @@ def rows():
     """(mistake, wrong code, texts, right code) of each."""
     with open(PAGE, encoding="utf-8") as page:
         table = page.read().split("## What the compiler finds")[1].split("\n## ")[0]
-    for line in table.splitlines():
+    lines = [line for line in table.splitlines() if line.startswith("|")]
+    for line in lines[2:]:  # behind the titles and the rule below them
         cells = [cell.strip().replace("\\|", "|") for cell in re.split(r"(?<!\\)\|", line)[1:-1]]
-        if len(cells) == 4 and cells[1].startswith("`"):
-            yield cells[0], cells[1].strip("`"), re.findall("`([^`]+)`", cells[2]), cells[3].strip("`")
+        mistake, wrong, texts, right = cells
+        yield mistake, wrong.strip("`"), re.findall("`([^`]+)`", texts), right.strip("`")
 
 
 def compile_all(compiler, includes, codes):
