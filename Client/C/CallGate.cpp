@@ -1,0 +1,26 @@
+#include "Client/C/CallGate.h"
+
+namespace varo::capi {
+
+using platform::MutexLock;
+
+bool CallGate::enter() noexcept {
+  const MutexLock lock(mutex_);
+  if (closed_) return false;
+  calling_ = std::this_thread::get_id();
+  return true;
+}
+
+void CallGate::leave() noexcept {
+  const MutexLock lock(mutex_);
+  calling_.reset();
+  changed_.notifyAll();
+}
+
+void CallGate::close() noexcept {
+  const MutexLock lock(mutex_);
+  closed_ = true;
+  while (calling_ && *calling_ != std::this_thread::get_id()) changed_.wait(mutex_);
+}
+
+}  // namespace varo::capi
