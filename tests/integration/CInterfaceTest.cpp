@@ -60,12 +60,10 @@ class CInterfaceTest : public sandbox::SandboxTest {
     return {code, message};
   }
 
-  /// An upload whose bytes the server takes for ever.
-  varo_transfer* heldUpload() {
+  /// Has the server take the second chunk of an upload for ever.
+  void holdSecondChunk() {
     server_->addFault(
-        {.match = {.path = "/bytes/"}, .action = {.stallAfter = 1, .stallFor = -1ms}});
-    const std::string content(100'000, 'x');
-    return varo_files_upload_bytes(files_, content.data(), content.size(), &named_);
+        {.match = {.path = "/bytes/", .skip = 1}, .action = {.stallAfter = 1, .stallFor = -1ms}});
   }
 
   std::string url_;
