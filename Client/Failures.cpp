@@ -4,6 +4,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ToldFailure.h"
+#include "Platform/Database/DatabaseError.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/TransportFailure.h"
@@ -145,7 +146,18 @@ Kind kindOfStatus(std::int64_t status) {
 }
 
 Kind kindOfErrno(std::int64_t number) {
+  if (number == EBUSY) return Kind::kConflict;    // another download has the file
+  if (number == ESTALE) return Kind::kIntegrity;  // somebody else has changed it
   return number == ENOSPC || number == EDQUOT ? Kind::kDiskFull : Kind::kLocalFile;
+}
+
+/// Of the database's own errors; none for those of others.
+std::optional<Kind> kindOfDatabase(std::string_view domain, std::int64_t code) {
+  constexpr std::int64_t kPrimaryCode = 0xff;  // an extended code has more above
+  constexpr std::int64_t kFull = 13;
+  if (domain == platform::kDatabaseErrorDomain) return Kind::kInvalidArgument;
+  if (domain != platform::kSqliteErrorDomain) return std::nullopt;
+  return (code & kPrimaryCode) == kFull ? Kind::kDiskFull : Kind::kDatabase;
 }
 
 /// Codes that mean one thing in whatever domain they come. Those of requests and of the transport
@@ -194,6 +206,11 @@ Kind kindOf(const ToldFailure& told, const Failure& failure) {
     return kindOfErrno(told.cause->code());
   }
   if (told.domain == platform::kPosixErrorDomain) return kindOfErrno(told.code);
+  if (const auto kind = told.cause != nullptr
+                            ? kindOfDatabase(told.cause->domain(), told.cause->code())
+                            : kindOfDatabase(told.domain, told.code)) {
+    return *kind;
+  }
   if (transport) return kindOf(*transport);
   if (failure.httpStatus && *failure.httpStatus >= 400) return kindOfStatus(*failure.httpStatus);
   if (failure.serviceStatus && *failure.serviceStatus != 0) return Kind::kServer;

@@ -19,16 +19,6 @@ namespace {
 
 constexpr std::string_view kFileSize = "file_size";
 
-std::optional<Scalar> scalarFrom(const Value& value) {
-  if (const bool* flag = value.boolean()) return *flag;
-  if (const std::int64_t* number = value.integer()) return *number;
-  if (const double* number = value.real()) return *number;
-  if (const std::string* text = value.text()) return *text;
-  // All its digits, which no number keeps.
-  if (const std::string* digits = value.largeInteger()) return *digits;
-  return std::nullopt;
-}
-
 Value valueFrom(const Scalar& scalar) {
   return std::visit([](const auto& value) { return Value(value); }, scalar);
 }
@@ -53,6 +43,16 @@ std::optional<Bytes> sizeFrom(const Value& value) {
 }
 
 }  // namespace
+
+std::optional<Scalar> scalarFrom(const Value& value) {
+  if (const bool* flag = value.boolean()) return *flag;
+  if (const std::int64_t* number = value.integer()) return *number;
+  if (const double* number = value.real()) return *number;
+  if (const std::string* text = value.text()) return *text;
+  // All its digits, which no number keeps.
+  if (const std::string* digits = value.largeInteger()) return *digits;
+  return std::nullopt;
+}
 
 FileRecord recordFrom(const Dictionary& record) {
   FileRecord result;

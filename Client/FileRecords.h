@@ -9,6 +9,9 @@
 
 namespace varo::detail {
 
+/// None for what is no scalar: bytes, arrays, dictionaries, nothing.
+[[nodiscard]] std::optional<Scalar> scalarFrom(const platform::Value& value);
+
 /// A record of the service. What is no scalar in it is left out.
 [[nodiscard]] FileRecord recordFrom(const platform::Dictionary& record);
 

@@ -1,6 +1,7 @@
 #include "varo/transfer.h"
 
 #include "Client/Running.h"
+#include "varo/blobs.h"
 #include "varo/files.h"
 
 #include <filesystem>
@@ -121,5 +122,6 @@ template class Transfer<FileRecord>;
 template class Transfer<std::vector<FileRecord>>;
 template class Transfer<std::filesystem::path>;
 template class Transfer<std::uint64_t>;
+template class Transfer<std::vector<BlobState>>;
 
 }  // namespace varo

@@ -1,48 +1,23 @@
-#include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
-#include "Binary/Binary/BinaryLogger.h"
-#include "Platform/Foundation/UserDirectories.h"
-
-#include <future>
 #include <iostream>
+#include <varo/client.h>
 
-using varo::binary::BinaryDataManager;
-using varo::platform::Dictionary;
-using varo::platform::ErrorPtr;
-using varo::platform::UserDirectories;
-using varo::platform::Value;
-
-// Brings the photo of an employee into a file:  offline_blobs BLOB_URL HOME ID
-// To have a service, and a database below HOME that names its photos:
-//   varobinary sandbox --example-db HOME/Library/WEBSQLDIRECTORY/staff.db
+// Fetches the photos of all employees in an application's database, and says what became of each:
+//   offline_blobs BLOB_URL DATABASE DIRECTORY
+// To have a service and a database that names its photos:
+//   varobinary sandbox --example-db staff.db
 int main(int count, char** words) {
   if (count != 4) return 2;
-  varo::binary::BinaryLogger::sharedInstance().setLogLevel(varo::platform::LogLevel::kFatal);
-  UserDirectories::install(UserDirectories::below(words[2]));  // default: the user's own
-  static std::promise<int> done;  // blocks run on threads that live as long as the process
-
-  // Called at the end, once: with an error, or with where the file is.
-  const auto ended = [](const std::optional<std::string>& blobId, const ErrorPtr& error,
-                        const std::optional<Dictionary>& result) {
-    if (error != nullptr) {
-      const Value details = error->userInfo();
-      std::cerr << error->domain() << ' ' << error->code() << ": " << details.description() << '\n';
-    } else {
-      std::cout << "blob " << *blobId << " is in " << (*result)["FilePath"].textValue() << '\n';
-    }
-    done.set_value(error != nullptr ? 1 : 0);
+  const auto store =
+      varo::BlobStore::open(words[2], words[3], {.options = {.url = words[1]}, .scope = "HR"});
+  const auto fetchAll = [&](std::vector<varo::BlobRef>&& photos) {
+    return store->fetchAll(std::move(photos)).get();
   };
-  // A download is made, and can then be started, paused and resumed by the id of its blob.
-  const auto created = [ended](const ErrorPtr& error, const std::optional<std::string>& blobId) {
-    if (error != nullptr)
-      return ended(blobId, error, std::nullopt);  // no such record, or all there
-    BinaryDataManager::sharedInstance()->startDownload(blobId, ended);
-  };
-  BinaryDataManager::sharedInstance()->createDownloadTaskForDb(
-      "staff.db", "employees", "photo", Dictionary{{"id", words[3]}},
-      Dictionary{{"URL", words[1]},
-                 {"ScopeName", "HR"},
-                 {"ObjectName", "employees"},
-                 {"ChunkSize", 1 << 20}},
-      created);
-  return done.get_future().get();
+  const auto states = !store ? varo::Outcome<std::vector<varo::BlobState>>(store.error())
+                             : store->blobsOf({"employees", "photo", {"id"}}).and_then(fetchAll);
+  if (!states) std::cerr << states.error().message << '\n';
+  if (!states) return 1;
+  for (const varo::BlobState& state : *states) {
+    std::cout << state.id << ' ' << varo::nameOf(state.status) << ": "
+              << (state.hasFile() ? state.path->string() : state.reason) << '\n';
+  }
 }

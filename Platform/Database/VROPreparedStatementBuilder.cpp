@@ -30,6 +30,12 @@ void appendQuoted(std::string& sql, std::string_view name) {
   sql += '"';
 }
 
+ErrorPtr mistakeIn(const std::string& column) {
+  if (!column.empty() && column.find('\0') == std::string::npos) return nullptr;
+  return makeDatabaseError(DatabaseError::kInvalidColumnName,
+                           "A column's name is empty or has a NUL in it");
+}
+
 /// The value as it will be bound: bytes of a file are read, what has no SQL form is an error.
 Result<Value> bindable(const DictionaryEntry& entry) {
   const Value& value = entry.value;
@@ -69,10 +75,7 @@ class StatementText {
   Result<void> addPairs(const Pairs& pairs, std::string_view before, std::string_view after,
                         std::string_view separator) {
     for (const DictionaryEntry& entry : pairs) {
-      if (entry.key.empty() || entry.key.find('\0') != std::string::npos) {
-        return makeDatabaseError(DatabaseError::kInvalidColumnName,
-                                 "A column's name is empty or has a NUL in it");
-      }
+      if (const ErrorPtr error = mistakeIn(entry.key)) return error;
       Result<Value> value = bindable(entry);
       if (!value) return value.error();
       values_.push_back(std::move(value).value());
@@ -141,6 +144,22 @@ Result<VROPreparedStatement> statementWithConditions(std::string_view start,
   return std::move(text).take();
 }
 
+Result<VROPreparedStatement> selectStatement(const std::string& table,
+                                             const std::vector<std::string>& columns,
+                                             const Pairs& conditions) {
+  std::string start = "SELECT ";
+  for (const std::string& column : columns) {
+    if (const ErrorPtr error = mistakeIn(column)) return error;
+    if (&column != columns.data()) start += ", ";
+    // With its table, as in a condition: a column that does not exist is an error, no text.
+    appendQuoted(start, table);
+    start += '.';
+    appendQuoted(start, column);
+  }
+  start += columns.empty() ? "* FROM " : " FROM ";
+  return statementWithConditions(start, table, conditions);
+}
+
 }  // namespace
 
 VROPreparedStatementBuilder::VROPreparedStatementBuilder(std::string tableName,
@@ -149,6 +168,12 @@ VROPreparedStatementBuilder::VROPreparedStatementBuilder(std::string tableName,
 
 VROPreparedStatementBuilder& VROPreparedStatementBuilder::addInsertValuesMap(Pairs pairs) {
   append(insertValues_, std::move(pairs));
+  return *this;
+}
+
+VROPreparedStatementBuilder& VROPreparedStatementBuilder::addSelectColumns(
+    const std::vector<std::string>& names) {
+  selectColumns_.insert(selectColumns_.end(), names.begin(), names.end());
   return *this;
 }
 
@@ -172,6 +197,7 @@ std::optional<VROPreparedStatement> VROPreparedStatementBuilder::build(ErrorPtr*
 Result<VROPreparedStatement> VROPreparedStatementBuilder::makeStatement() const {
   using enum StatementBuilderType;
   if ((type_ != kInsert && !insertValues_.empty()) ||
+      (type_ != kSelect && !selectColumns_.empty()) ||
       (type_ != kUpdate && !updateColumns_.empty()) || (type_ == kInsert && !conditions_.empty())) {
     return makeDatabaseError(DatabaseError::kMapNotExpected,
                              "A statement has columns or conditions that its type does not take");
@@ -184,7 +210,7 @@ Result<VROPreparedStatement> VROPreparedStatementBuilder::makeStatement() const 
     case kInsert:
       return insertStatement(tableName_, insertValues_);
     case kSelect:
-      return statementWithConditions("SELECT * FROM ", tableName_, conditions_);
+      return selectStatement(tableName_, selectColumns_, conditions_);
     case kUpdate:
       return updateStatement(tableName_, updateColumns_, conditions_);
     case kDelete:

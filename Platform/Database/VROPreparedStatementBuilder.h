@@ -27,6 +27,8 @@ class VROPreparedStatementBuilder {
 
   /// The row of an insert. None at all insert the columns' defaults.
   VROPreparedStatementBuilder& addInsertValuesMap(Pairs pairs);
+  /// What a select reads, in this order; all columns where none is named.
+  VROPreparedStatementBuilder& addSelectColumns(const std::vector<std::string>& names);
   /// What an update sets.
   VROPreparedStatementBuilder& addUpdateColumnsMap(Pairs pairs);
   /// Equality tests, joined by AND. As everywhere in SQL, nothing equals NULL: such a condition
@@ -44,6 +46,7 @@ class VROPreparedStatementBuilder {
 
   const std::string tableName_;
   const StatementBuilderType type_;
+  std::vector<std::string> selectColumns_;
   Pairs insertValues_;
   Pairs updateColumns_;
   Pairs conditions_;

@@ -1,6 +1,7 @@
 #pragma once
 
 /// The whole client.
+#include "varo/blobs.h"
 #include "varo/files.h"
 #include "varo/runtime.h"
 #include "varo/version.h"

@@ -56,7 +56,7 @@ MAY = {
     "Cli/": ("Binary/", "Sandbox/", "Platform/"),
     **floors("Cli/", ("Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
              ("Binary/", "Sandbox/", "Platform/")),
-    "examples/": ("Binary/", "Platform/"),
+    "examples/": ("include/varo/", "Binary/", "Platform/"),
     "bench/": ("Binary/", "Platform/", "tests/support/"),
     "tests/": ("Cli/", "Client/", "include/varo/", "Binary/", "Sandbox/", "Platform/"),
 }

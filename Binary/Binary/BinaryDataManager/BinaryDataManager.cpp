@@ -178,7 +178,7 @@ void BinaryDataManager::Insides::create(const BlobColumn& column, const Dictiona
   };
   logger().logTrace(texts::kCreating);
   if (const ErrorPtr error = shutDownError()) return answer(error, std::nullopt);
-  const BlobStoreTable table(column.databaseName, settings->policy);
+  const BlobStoreTable table(column.databaseName, *settings);
   const auto blobId = table.obtainBlobId(column.tableName, column.columnName, column.primaryKeys,
                                          downloadConfig[kResponseType]);
   if (!blobId) {
@@ -212,7 +212,7 @@ void BinaryDataManager::Insides::createDownloadTask(const std::string& blobId,
                                                     const Dictionary& additionalConfig,
                                                     const Dictionary& andPrimaryKeys) {
   DownloadPtr download = BlobDownload::create(
-      downloadInput(downloadConfig, additionalConfig, andPrimaryKeys), settings, places);
+      downloadInput(downloadConfig, additionalConfig, andPrimaryKeys, *settings), settings, places);
   {
     const MutexLock lock(mutex);
     // Swapped out, so that the former download is not destroyed under the lock.
@@ -311,10 +311,11 @@ void BinaryDataManager::deleteBinaryObjectForPrimaryKeys(
   insides_->dataDeletionQueue.async(
       [column = BlobColumn{db, tableName, columnName, primaryKeys},
        removeNow = options[keys::kShouldDeleteBeforeSyncSession].boolValue(),
-       policy = OperationSettings::take(options)->policy, block = std::move(completionBlock)] {
+       settings = OperationSettings::take(options), block = std::move(completionBlock)] {
         BlobDeletion done;
         const ErrorPtr thrown = caught(kDeleteBinaryErrorDomain, kCodeSQLiteExecuteFailed, [&] {
-          done = BlobFiles::recordDeletion(column, removeNow, policy);
+          done = BlobFiles::recordDeletion(BlobStoreTable(column.databaseName, *settings), column,
+                                           removeNow, settings->policy);
         });
         if (thrown != nullptr) done.error = thrown;
         if (!block) return;

@@ -28,6 +28,10 @@ namespace texts = log_texts::blob_download;
 constexpr std::string_view kStateNames[] = {"created", "waiting", "running", "pausing", "paused",
                                             "ended",   "failed",  "stopped", "cleared"};
 
+ErrorPtr stoppedError() {
+  return downloadError(kCodeInvalidStateForBinaryOperation, kDownloadStopped);
+}
+
 Dictionary thrown(std::string_view what) {
   return {{std::string(platform::kErrorMessageKey), what}};
 }
@@ -49,7 +53,7 @@ BlobDownload::BlobDownload(Badge /*badge*/, const Dictionary& input,
                            OperationSettings::Ptr settings, DownloadPlaces& places)
     : blobId_(input[kBlobId].textValue()),
       settings_(std::move(settings)),
-      rows_(input[kDBName].textValue(), blobId_, settings_->isSafe()),
+      rows_(input[kDBName].textValue(), blobId_, settings_),
       places_(places),
       steps_(std::make_shared<StepQueue>("download " + blobId_)) {}
 
@@ -196,8 +200,18 @@ void BlobDownload::stop() {
   steps_->run([this]() -> Effects {
     const bool waits = state_ == State::kWaiting && settings_->isSafe();
     if (!runs() && !waits) return {};
-    return end(State::kStopped,
-               downloadError(kCodeInvalidStateForBinaryOperation, kDownloadStopped));
+    return end(State::kStopped, stoppedError());
+  });
+}
+
+void BlobDownload::halt() {
+  steps_->run([this]() -> Effects {
+    if (state_ == State::kWaiting) return end(State::kStopped, stoppedError());
+    if (!runs()) return {};
+    Effects effects{[task = task_] { task->pauseDownload(); }};
+    isHalted_ = true;
+    moveTo(State::kPausing);
+    return effects;
   });
 }
 
@@ -308,7 +322,9 @@ void BlobDownload::run(Run run) {
 }
 
 FileClaim::Lease BlobDownload::claimFile() {
-  const std::string path = DownloadPath::ofBlob(blobId_);
+  const auto& places = settings_->blobPlaces;
+  const std::string path =
+      places ? DownloadPath::ofBlobIn(places->files, blobId_) : DownloadPath::ofBlob(blobId_);
   FileClaim::Attempt attempt;
   if (path.empty()) attempt.error = Error::fromErrno(EINVAL, "Creating", blobId_);
   // Inside of a step, so that what tells of the free file finds this download waiting for it.
@@ -319,6 +335,7 @@ FileClaim::Lease BlobDownload::claimFile() {
     });
     claim_ = attempt.claim;
     if (attempt.claim != nullptr || attempt.error != nullptr) return {};
+    if (isHalted_) return end(State::kStopped, stoppedError());
     const auto waiting = std::make_shared<WaitingBlocks>();
     Effects effects{calling(waiting, nullptr, std::nullopt,
                             downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted)),
@@ -469,6 +486,7 @@ Effects BlobDownload::rest(State state, const ErrorPtr& error, const Result& res
   const bool isPaused = state == State::kPaused;
   const ErrorPtr pauseError =
       isPaused ? nullptr : downloadError(kCodeInvalidStateForBinaryOperation, kTaskNotStarted);
+  const bool isHalt = isPaused && isHalted_;
   // All are taken before one is called: what that does may store another, for a later outcome.
   const auto waiting = std::make_shared<WaitingBlocks>();
   // The file first: from inside a block the next download of it may start, here or elsewhere.
@@ -477,14 +495,14 @@ Effects BlobDownload::rest(State state, const ErrorPtr& error, const Result& res
                     task->releaseFile(nullptr);
                     self->places_.leave(self);
                   },
-                  calling(waiting, error, result, pauseError)};
+                  calling(waiting, isHalt ? stoppedError() : error, result, pauseError)};
   if (state == State::kEnded || settings_->isSafe()) {
     effects.push_back([&places = places_] { places.startNextScheduledTask(); });
   }
   moveTo(state);
   claim_.reset();
   untilRest_.reset();
-  if (!isPaused) waiting->takeStartAndResume(*task_);
+  if (!isPaused || isHalt) waiting->takeStartAndResume(*task_);
   if (isPaused || settings_->isSafe()) waiting->takePause(*task_);
   return effects;
 }

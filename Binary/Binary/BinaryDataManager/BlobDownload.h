@@ -51,6 +51,10 @@ class BlobDownload final : public platform::TaskListener,
   void resume(DownloadBlock completion);
   /// Ends the run that is under way. A later start, resume or pause continues from there.
   void stop();
+  /// For a download that will not be started again: pauses what runs, and stops what waits. The
+  /// block of the start hears of it as of a `stop`, after the row says so. Nothing where the
+  /// download is over before.
+  void halt();
   /// Ends it for good and forgets its blocks.
   void clear();
 
@@ -136,6 +140,7 @@ class BlobDownload final : public platform::TaskListener,
 
   // Owned by `steps_`.
   State state_ = State::kCreated;
+  bool isHalted_ = false;
   std::shared_ptr<DownloadTask> task_;       // carries the blocks that wait
   FileClaim::Lease claim_;                   // while it runs
   std::shared_ptr<BlobDownload> untilRest_;  // itself while it runs, also when it was replaced

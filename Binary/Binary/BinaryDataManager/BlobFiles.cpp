@@ -51,11 +51,12 @@ ErrorPtr databaseError(std::string_view message, const ErrorPtr& cause) {
 /// Of a record that is linked to no blob: makes a row that says nothing but that it is deleted.
 BlobDeletion deleteUnlinked(const BlobStoreTable& table, const BlobColumn& column) {
   logger().logDebug(texts::kNeverDownloaded);
-  const std::int64_t id = table.insertDeletion(column.tableName, column.columnName);
+  ErrorPtr refused;
+  const std::int64_t id = table.insertDeletion(column.tableName, column.columnName, &refused);
   BlobDeletion deletion;
   if (table.isFailedInsert(id)) {
     logger().logError(kErrorInsertingRow);
-    deletion.error = databaseError(kErrorInsertingRow, nullptr);
+    deletion.error = databaseError(kErrorInsertingRow, refused);
     return deletion;
   }
   logger().logInfo(log_texts::kRowCreated);
@@ -169,7 +170,11 @@ Result<std::string> BlobFiles::filePath(const BlobColumn& column, TransferPolicy
 
 BlobDeletion BlobFiles::recordDeletion(const BlobColumn& column, bool removeNow,
                                        TransferPolicy policy) {
-  const BlobStoreTable table(column.databaseName, policy);
+  return recordDeletion(BlobStoreTable(column.databaseName, policy), column, removeNow, policy);
+}
+
+BlobDeletion BlobFiles::recordDeletion(const BlobStoreTable& table, const BlobColumn& column,
+                                       bool removeNow, TransferPolicy policy) {
   const auto record = table.record(column.tableName, column.primaryKeys);
   if (!record) {
     logger().logError(kRowWithPrimaryKeyNotExists);

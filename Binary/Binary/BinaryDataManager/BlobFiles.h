@@ -11,6 +11,8 @@
 
 namespace varo::binary {
 
+class BlobStoreTable;
+
 /// The record's binary column that an operation is about.
 struct BlobColumn {
   std::string databaseName;
@@ -52,6 +54,10 @@ class BlobFiles {
   /// database refused; under `TransferPolicy::kSafe` 5001 for a file that was to be removed and is
   /// still there. The cause is under `platform::kUnderlyingError`.
   [[nodiscard]] static BlobDeletion recordDeletion(const BlobColumn& column, bool removeNow,
+                                                   TransferPolicy policy);
+  /// The same in this table, whatever database the column names.
+  [[nodiscard]] static BlobDeletion recordDeletion(const BlobStoreTable& table,
+                                                   const BlobColumn& column, bool removeNow,
                                                    TransferPolicy policy);
 
   /// Deletes the regular file at this absolute path. Succeeds if there is none afterwards. Symbolic

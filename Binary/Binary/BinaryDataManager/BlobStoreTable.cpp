@@ -30,6 +30,8 @@ Dictionary blobs::completeFile(const Value& path, const Value& size) {
   return {{kLocalPath, path}, {kState, kFileAvailable}, {kSize, size}};
 }
 
+Dictionary blobs::lostFile() { return {{kState, kDownloadNotStarted}, {kLocalPath, ""}}; }
+
 Dictionary blobs::fileAt(const Value& path) { return {{kLocalPath, path}}; }
 
 Dictionary blobs::deletion() { return {{kState, kDeleteAccepted}}; }
@@ -45,6 +47,10 @@ Dictionary blobs::noDeletion(const Value& former) {
 BlobStoreTable::BlobStoreTable(const std::string& databaseName, TransferPolicy policy)
     : path_(getDBPath(databaseName)), policy_(policy) {}
 
+BlobStoreTable::BlobStoreTable(const std::string& databaseName, const OperationSettings& settings)
+    : path_(settings.blobPlaces ? settings.blobPlaces->database : getDBPath(databaseName)),
+      policy_(settings.policy) {}
+
 std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
   std::string path = SQLiteUtil::pathOfDatabase(databaseName);
   logger().logDebug(texts::kDatabasePath, path);
@@ -56,17 +62,26 @@ bool BlobStoreTable::isFailedInsert(std::int64_t id) const {
 }
 
 std::optional<Dictionary> BlobStoreTable::firstRow(const std::string& tableName,
-                                                   const Dictionary& where) const {
-  const auto rows = SQLiteUtil::queryDataForDatabase(path_, tableName, where);
+                                                   const Dictionary& where,
+                                                   ErrorPtr* unreadable) const {
+  const auto rows = SQLiteUtil::queryRows(path_, tableName, where);
+  if (!rows && unreadable != nullptr) *unreadable = rows.error();
   if (!rows || rows->empty()) return std::nullopt;
   return (*rows)[0].dictionaryValue();
 }
 
 std::optional<Dictionary> BlobStoreTable::record(const std::string& tableName,
-                                                 const Dictionary& primaryKeys) const {
+                                                 const Dictionary& primaryKeys,
+                                                 ErrorPtr* unreadable) const {
   // Without a condition the query would give the first record that there is.
   if (primaryKeys.empty()) return std::nullopt;
-  return firstRow(tableName, primaryKeys);
+  return firstRow(tableName, primaryKeys, unreadable);
+}
+
+Result<platform::Array> BlobStoreTable::records(const std::string& tableName,
+                                                const std::vector<std::string>& columns,
+                                                const Dictionary& where) const {
+  return SQLiteUtil::queryRows(path_, tableName, where, columns);
 }
 
 std::string BlobStoreTable::linkColumn(const std::string& columnName) {
@@ -98,8 +113,9 @@ Result<void> BlobStoreTable::setLink(const std::string& tableName, const std::st
 std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& tableName,
                                                         const std::string& columnName,
                                                         const Dictionary& primaryKeys,
-                                                        const Value& responseType) const {
-  const auto parent = record(tableName, primaryKeys);
+                                                        const Value& responseType,
+                                                        ErrorPtr* unreadable) const {
+  const auto parent = record(tableName, primaryKeys, unreadable);
   if (!parent) {
     logger().logError(texts::kNoRecord);
     return std::nullopt;
@@ -114,7 +130,8 @@ std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& table
                                   {blobs::kType, responseType},
                                   {blobs::kState, kDownloadNotStarted},
                                   {blobs::kStatus, kNewRowStatus},
-                                  {blobs::kRetry, kNewRowRetries}});
+                                  {blobs::kRetry, kNewRowRetries}},
+                                 unreadable);
   if (isFailedInsert(id)) {
     logger().logError(texts::kRowNotCreated, primaryKeys);
     return std::nullopt;
@@ -132,19 +149,21 @@ std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& table
   return blobId;
 }
 
-std::optional<Dictionary> BlobStoreTable::row(const std::string& blobId) const {
-  return firstRow(kVaroSyncBlobStoreMangager, {{blobs::kId, blobId}});
+std::optional<Dictionary> BlobStoreTable::row(const std::string& blobId,
+                                              ErrorPtr* unreadable) const {
+  return firstRow(kVaroSyncBlobStoreMangager, {{blobs::kId, blobId}}, unreadable);
 }
 
 std::int64_t BlobStoreTable::insertDeletion(const std::string& tableName,
-                                            const std::string& columnName) const {
+                                            const std::string& columnName, ErrorPtr* error) const {
   return insert({{blobs::kState, kDeleteAccepted},
                  {blobs::kColumnName, columnName},
-                 {blobs::kTableName, tableName}});
+                 {blobs::kTableName, tableName}},
+                error);
 }
 
-std::int64_t BlobStoreTable::insert(const Dictionary& values) const {
-  return SQLiteUtil::insertStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values);
+std::int64_t BlobStoreTable::insert(const Dictionary& values, ErrorPtr* error) const {
+  return SQLiteUtil::insertStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values, error);
 }
 
 Result<void> BlobStoreTable::update(const std::string& blobId, const Dictionary& values) const {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 
@@ -8,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varo::binary {
 
@@ -78,6 +81,8 @@ inline constexpr char kNull[] = "NULL";
 [[nodiscard]] platform::Dictionary downloadState(std::int32_t state, const platform::Value& path);
 [[nodiscard]] platform::Dictionary completeFile(const platform::Value& path,
                                                 const platform::Value& size);
+/// Of a complete file that has vanished since: the next download begins anew.
+[[nodiscard]] platform::Dictionary lostFile();
 /// The file of a download that is still running.
 [[nodiscard]] platform::Dictionary fileAt(const platform::Value& path);
 [[nodiscard]] platform::Dictionary deletion();
@@ -100,6 +105,8 @@ class BlobStoreTable {
  public:
   /// The database of this name; see `SQLiteUtil::pathOfDatabase`.
   BlobStoreTable(const std::string& databaseName, TransferPolicy policy);
+  /// The database that the settings name, or else this one.
+  BlobStoreTable(const std::string& databaseName, const OperationSettings& settings);
 
   /// The path that `SQLiteUtil::pathOfDatabase` gives, logged in this class's own words.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
@@ -107,10 +114,18 @@ class BlobStoreTable {
   /// `TransferPolicy::kCompatible`, a database that could not be opened gives the blob id 0.
   [[nodiscard]] bool isFailedInsert(std::int64_t id) const;
 
+  // `unreadable`, which may be null, is set where there is no answer since the database has failed.
+
   /// The record with these primary keys, the first of several; none when there is none, it cannot
   /// be read, or no key is given.
   [[nodiscard]] std::optional<platform::Dictionary> record(
-      const std::string& tableName, const platform::Dictionary& primaryKeys) const;
+      const std::string& tableName, const platform::Dictionary& primaryKeys,
+      platform::ErrorPtr* unreadable = nullptr) const;
+  /// These columns of the rows of a table; all columns where none is named, all rows without a
+  /// condition.
+  [[nodiscard]] platform::Result<platform::Array> records(
+      const std::string& tableName, const std::vector<std::string>& columns,
+      const platform::Dictionary& where = {}) const;
   /// The name of the record's column that refers to the blob of this binary column.
   [[nodiscard]] static std::string linkColumn(const std::string& columnName);
   /// What stands in the record's link column: a blob id or "NULL"; none where there is no such
@@ -126,16 +141,18 @@ class BlobStoreTable {
   /// The blob id of the record's binary column, for a download. A record that is linked to no blob
   /// yet gets a row, of the `responseType`, and its link. None, after a log entry, where there is
   /// no such record or no row could be made.
-  [[nodiscard]] std::optional<std::string> obtainBlobId(const std::string& tableName,
-                                                        const std::string& columnName,
-                                                        const platform::Dictionary& primaryKeys,
-                                                        const platform::Value& responseType) const;
+  [[nodiscard]] std::optional<std::string> obtainBlobId(
+      const std::string& tableName, const std::string& columnName,
+      const platform::Dictionary& primaryKeys, const platform::Value& responseType,
+      platform::ErrorPtr* unreadable = nullptr) const;
 
   /// The row of this blob.
-  [[nodiscard]] std::optional<platform::Dictionary> row(const std::string& blobId) const;
+  [[nodiscard]] std::optional<platform::Dictionary> row(
+      const std::string& blobId, platform::ErrorPtr* unreadable = nullptr) const;
   /// Inserts a row that says nothing but that the column's blob is deleted; see `isFailedInsert`.
   [[nodiscard]] std::int64_t insertDeletion(const std::string& tableName,
-                                            const std::string& columnName) const;
+                                            const std::string& columnName,
+                                            platform::ErrorPtr* error = nullptr) const;
   /// Changes the row of this blob.
   [[nodiscard]] platform::Result<void> update(const std::string& blobId,
                                               const platform::Dictionary& values) const;
@@ -151,9 +168,11 @@ class BlobStoreTable {
 
  private:
   /// See `SQLiteUtil::insertStatementForDatabase`.
-  [[nodiscard]] std::int64_t insert(const platform::Dictionary& values) const;
+  [[nodiscard]] std::int64_t insert(const platform::Dictionary& values,
+                                    platform::ErrorPtr* error) const;
   [[nodiscard]] std::optional<platform::Dictionary> firstRow(
-      const std::string& tableName, const platform::Dictionary& where) const;
+      const std::string& tableName, const platform::Dictionary& where,
+      platform::ErrorPtr* unreadable = nullptr) const;
 
   /// Whether what `changed` tells of concerned a row, which is there.
   [[nodiscard]] platform::Result<void> checkRow(const platform::Result<std::int64_t>& changed,

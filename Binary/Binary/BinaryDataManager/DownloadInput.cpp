@@ -4,7 +4,6 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/SourceNames.h"
-#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
@@ -45,7 +44,7 @@ Value loggable(const platform::DictionaryEntry& entry) {
 }  // namespace
 
 Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
-                         const Dictionary& primaryKeys) {
+                         const Dictionary& primaryKeys, const OperationSettings& settings) {
   warnOfUnknownKeys("the configuration", config, kConfigurationKeys);
   Dictionary input;
   for (const platform::DictionaryEntry& entry : config) {
@@ -58,7 +57,8 @@ Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
   input.addEntries(additional);
   input.set(kPrimaryKeys, primaryKeys);
   input.set(keys::kDisableIntegrityCheck, true);
-  input.set(platform::kSpoolDirectory, DownloadPath::folderOfBlobs());
+  input.set(platform::kSpoolDirectory,
+            settings.blobPlaces ? settings.blobPlaces->files : DownloadPath::folderOfBlobs());
   Dictionary headers = config[kDownloadHeaders].dictionaryValue();
   if (config.contains(kVaroAuthorization)) {
     BinaryNetworkUtils::setHeader(headers, kVaroAuthorization, config[kVaroAuthorization]);

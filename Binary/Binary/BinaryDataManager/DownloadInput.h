@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Value.h"
 
 namespace varo::binary {
@@ -9,9 +10,10 @@ namespace varo::binary {
 ///   header;
 /// - the entries of `additional`, which win over those of `config`;
 /// - entries of the library's own, which win over both: no configuration turns the download into a
-///   stream or an online download.
+///   stream or an online download. Where the file will be is a setting.
 [[nodiscard]] platform::Dictionary downloadInput(const platform::Dictionary& config,
                                                  const platform::Dictionary& additional,
-                                                 const platform::Dictionary& primaryKeys);
+                                                 const platform::Dictionary& primaryKeys,
+                                                 const OperationSettings& settings);
 
 }  // namespace varo::binary

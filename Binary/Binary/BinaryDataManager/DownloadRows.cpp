@@ -7,6 +7,7 @@
 #include "Binary/Binary/DownloadTask/FileClaim.h"
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/Binary/SourceNames.h"
+#include "Binary/Binary/Utils/BlockCall.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <memory>
@@ -29,10 +30,11 @@ ErrorPtr fileError(std::int32_t code, std::string_view message) {
 
 }  // namespace
 
-DownloadRows::DownloadRows(const std::string& databaseName, std::string blobId, bool isSafe)
-    : table_(databaseName, isSafe ? TransferPolicy::kSafe : TransferPolicy::kCompatible),
-      blobId_(std::move(blobId)),
-      isSafe_(isSafe) {}
+DownloadRows::DownloadRows(const std::string& databaseName, std::string blobId,
+                           OperationSettings::Ptr settings)
+    : settings_(std::move(settings)),
+      table_(databaseName, *settings_),
+      blobId_(std::move(blobId)) {}
 
 std::optional<Dictionary> DownloadRows::checkIfFileAvailable(ErrorPtr* withError) const {
   logger().logTrace(texts::kCheckingFile);
@@ -87,15 +89,18 @@ DownloadRows::Beginning DownloadRows::beginningIn(const FileClaim& claim, bool i
     return isNew ? Beginning() : Beginning{size, true};
   }
   // Nothing would show that the object is still the same.
-  if (isNewRun && isSafe_ && !(object && object->isComparable())) return {};
+  if (isNewRun && settings_->isSafe() && !(object && object->isComparable())) return {};
   const bool isNamed = localPathIn(row) == claim.path();
   // The process may have died before the row had a path; the folder may have been moved.
-  const bool isKnown = isSafe_ && !noted.empty();
+  const bool isKnown = settings_->isSafe() && !noted.empty();
   return isNamed || isKnown ? Beginning{size, false} : Beginning();
 }
 
 Result<void> DownloadRows::update(const Dictionary& values) const {
-  return isSafe_ ? table_.updateUnlessDeleted(blobId_, values) : table_.update(blobId_, values);
+  auto updated = settings_->isSafe() ? table_.updateUnlessDeleted(blobId_, values)
+                                     : table_.update(blobId_, values);
+  if (updated && settings_->onBlobState) callBlock([&] { settings_->onBlobState(blobId_); });
+  return updated;
 }
 
 Result<void> DownloadRows::updateDB(const Dictionary& output) const {

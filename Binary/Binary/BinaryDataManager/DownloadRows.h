@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
@@ -18,7 +19,8 @@ class FileClaim;
 /// where it has none. Every call reads or writes the database. Thread-safe.
 class DownloadRows {
  public:
-  DownloadRows(const std::string& databaseName, std::string blobId, bool isSafe);
+  DownloadRows(const std::string& databaseName, std::string blobId,
+               OperationSettings::Ptr settings);
 
   /// {"FilePath", "state"} where the file is there already, as the row says; else none, with
   /// `withError` set: code 5 for no row, 4 for another state.
@@ -50,9 +52,9 @@ class DownloadRows {
  private:
   [[nodiscard]] platform::Result<void> update(const platform::Dictionary& values) const;
 
+  const OperationSettings::Ptr settings_;
   const BlobStoreTable table_;
   const std::string blobId_;
-  const bool isSafe_;
 };
 
 }  // namespace varo::binary

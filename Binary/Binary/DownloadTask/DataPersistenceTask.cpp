@@ -43,7 +43,8 @@ SerialQueue& chunkQueue() {
 Dictionary fileFailure(std::string_view message, const ErrorPtr& cause, const std::string& path) {
   return {{std::string(platform::kErrorMessageKey), message},
           {std::string(platform::kLocalizedDescriptionKey), cause->localizedDescription()},
-          {kPath, path}};
+          {kPath, path},
+          {std::string(platform::kUnderlyingError), cause}};
 }
 
 Value number(TaskState state) { return static_cast<std::int64_t>(state); }

@@ -46,10 +46,13 @@ std::string DownloadPath::folderOfBlobs() { return getDirectoryPath(kOfflineFold
 std::string DownloadPath::folderOfOnlineDownloads() { return getDirectoryPath(kOnlineFolder); }
 
 std::string DownloadPath::ofBlob(const std::string& blobId) {
-  const std::string directory = folderOfBlobs();
+  return ofBlobIn(folderOfBlobs(), blobId);
+}
+
+std::string DownloadPath::ofBlobIn(const std::string& folder, const std::string& blobId) {
   // A blob id is what a server or a database says.
-  if (!platform::staysInDirectory(directory, blobId)) return {};
-  return directory + "/" + blobId;
+  if (!platform::staysInDirectory(folder, blobId)) return {};
+  return folder + "/" + blobId;
 }
 
 std::string DownloadPath::ofOnlineDownload(const std::string& id) {

@@ -8,7 +8,9 @@
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/TransportFailure.h"
 
@@ -353,8 +355,9 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
                                            .maxBase64 = order.settings->limits.base64});
   // Judged by what was known when the range was asked for, which only the next range may change.
   const RangeVerdict verdict = judge(request.question, answer.said);
-  const ErrorPtr failure =
-      verdict.kind == RangeVerdict::Kind::kError ? causeOf(request, verdict, answer) : nullptr;
+  const ErrorPtr failure = verdict.kind == RangeVerdict::Kind::kError
+                               ? causeOf(request, verdict, answer, response->allHeaderFields())
+                               : nullptr;
   enterFromAnswer([this, request, verdict, failure, body = answer.body] {
     if (isCurrent(request)) return checkForErrors(verdict, body, failure);
     logger().logDebug(texts::kTaskInterrupted);  // whoever goes on asks for this range anew
@@ -364,14 +367,18 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
 
 /// The required text says little; why a store refuses a request stands in its response.
 ErrorPtr NetworkTask::causeOf(const Request& request, const RangeVerdict& verdict,
-                              const NetworkAnswer& answer) const {
+                              const NetworkAnswer& answer, const Dictionary& headers) const {
   Dictionary userInfo;
   if (verdict.message) {
     userInfo.set(std::string(platform::kErrorMessageKey), *verdict.message);
   }
   const int status = answer.said.status;
   const bool isRefusal = status < 200 || status > 299;
-  if (isRefusal && request.question.isSafe) CommonUtils::addAnswer(userInfo, status, answer.body);
+  if (isRefusal && request.question.isSafe) {
+    CommonUtils::addAnswer(userInfo, status, answer.body);
+    userInfo.set(kResponseHeaders,
+                 BinaryNetworkUtils::withoutSecrets(headers, request.order->_headers));
+  }
   return cause(verdict.code, std::move(userInfo));
 }
 

@@ -127,7 +127,8 @@ class NetworkTask final : public platform::VSTask {
                               const platform::Dictionary& responseInfo,
                               const platform::ErrorPtr& error);
   [[nodiscard]] platform::ErrorPtr causeOf(const Request& request, const RangeVerdict& verdict,
-                                           const NetworkAnswer& answer) const;
+                                           const NetworkAnswer& answer,
+                                           const platform::Dictionary& headers) const;
   void failLater(const Request& request, std::string_view what);
 
   // Parts of steps: on the queue.

@@ -144,20 +144,23 @@ bool SQLiteUtil::checkAndInitializeDatabaseWithDBPath(const std::string& dbPath)
 
 std::int64_t SQLiteUtil::insertStatementForDatabase(const std::string& dbPath,
                                                     const std::string& ForTable,
-                                                    const Dictionary& withValues) {
+                                                    const Dictionary& withValues, ErrorPtr* error) {
+  ErrorPtr ignored;
+  ErrorPtr& failure = error != nullptr ? *error : ignored;
   logger().logTrace(texts::kInserting, dbPath, ForTable, withValues);
   const auto database = openShared(dbPath);
+  failure = database.error();
   if (!database) return kNotPrepared;
   const Result<VROPreparedStatement> statement =
       makeStatement(ForTable, StatementBuilderType::kInsert, kInsertMessages,
                     [&](VROPreparedStatementBuilder& builder) {
                       builder.addInsertValuesMap(orderedPairs(withValues));
                     });
+  failure = statement.error();
   if (!statement) return kNotPrepared;
-  ErrorPtr error;
-  const std::int64_t id = (*database)->executeSingleInsertStatement(*statement, &error);
-  if (error != nullptr) {
-    logger().logError(kInsertMessages.executeError, error);
+  const std::int64_t id = (*database)->executeSingleInsertStatement(*statement, &failure);
+  if (failure != nullptr) {
+    logger().logError(kInsertMessages.executeError, failure);
     return kInsertFailed;
   }
   logger().logDebug(kInsertMessages.success, id);
@@ -167,23 +170,31 @@ std::int64_t SQLiteUtil::insertStatementForDatabase(const std::string& dbPath,
 std::optional<Array> SQLiteUtil::queryDataForDatabase(const std::string& dbPath,
                                                       const std::string& ForTable,
                                                       const Dictionary& withWhereClause) {
-  logger().logTrace(texts::kQuerying, dbPath, ForTable, withWhereClause);
+  auto rows = queryRows(dbPath, ForTable, withWhereClause);
+  if (!rows) return std::nullopt;
+  return std::move(rows).value();
+}
+
+Result<Array> SQLiteUtil::queryRows(const std::string& dbPath, const std::string& forTable,
+                                    const Dictionary& withWhereClause,
+                                    const std::vector<std::string>& columns) {
+  logger().logTrace(texts::kQuerying, dbPath, forTable, withWhereClause);
   const auto database = openShared(dbPath);
-  if (!database) return std::nullopt;
-  const Result<VROPreparedStatement> statement =
-      makeStatement(ForTable, StatementBuilderType::kSelect, kQueryMessages,
-                    [&](VROPreparedStatementBuilder& builder) {
-                      builder.addWhereConditionMap(orderedPairs(withWhereClause));
-                    });
-  if (!statement) return std::nullopt;
+  if (!database) return database.error();
+  const Result<VROPreparedStatement> statement = makeStatement(
+      forTable, StatementBuilderType::kSelect, kQueryMessages,
+      [&](VROPreparedStatementBuilder& builder) {
+        builder.addSelectColumns(columns).addWhereConditionMap(orderedPairs(withWhereClause));
+      });
+  if (!statement) return statement.error();
   ErrorPtr error;
   std::optional<Array> rows = (*database)->executeSelectPreparedStatement(*statement, &error);
   if (!rows) {
     logger().logError(kQueryMessages.executeError, error);
-  } else {
-    logger().logDebug(kQueryMessages.success);
+    return error;
   }
-  return rows;
+  logger().logDebug(kQueryMessages.success);
+  return *std::move(rows);
 }
 
 bool SQLiteUtil::updateStatementForDatabase(const std::string& dbPath, const std::string& forTable,

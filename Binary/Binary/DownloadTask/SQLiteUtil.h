@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
@@ -8,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace varo::platform {
 class VRODatabaseAPI;
@@ -35,16 +37,22 @@ class SQLiteUtil {
   static bool checkAndInitializeDatabaseWithDBPath(const std::string& dbPath);
 
   /// Inserts a row and returns its id; 0 when the database could not be opened or the statement not
-  /// be built, -1 when it failed.
+  /// be built, -1 when it failed; `error`, which may be null, is set then.
   static std::int64_t insertStatementForDatabase(const std::string& dbPath,
                                                  const std::string& ForTable,
-                                                 const platform::Dictionary& withValues);
+                                                 const platform::Dictionary& withValues,
+                                                 platform::ErrorPtr* error = nullptr);
 
   /// The rows that match, each a `Dictionary` column -> value, SQL NULL as the text "NULL"; none
   /// when they could not be read.
   [[nodiscard]] static std::optional<platform::Array> queryDataForDatabase(
       const std::string& dbPath, const std::string& ForTable,
       const platform::Dictionary& withWhereClause);
+  /// The same with why they could not be read, and of these columns only; of all where none is
+  /// named. Errors: as `updateRows`.
+  [[nodiscard]] static platform::Result<platform::Array> queryRows(
+      const std::string& dbPath, const std::string& forTable,
+      const platform::Dictionary& withWhereClause, const std::vector<std::string>& columns = {});
 
   /// True also when no row matched.
   static bool updateStatementForDatabase(const std::string& dbPath, const std::string& forTable,

@@ -35,6 +35,8 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
   cancellable->limits = settings->limits;
   cancellable->destination = settings->destination;
   cancellable->onRecordMade = settings->onRecordMade;
+  cancellable->blobPlaces = settings->blobPlaces;
+  cancellable->onBlobState = settings->onBlobState;
   cancellable->cancellation = cancellation->token();
   return cancellable;
 }

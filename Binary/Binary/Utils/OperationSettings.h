@@ -71,6 +71,19 @@ class OperationSettings final : public platform::RequestSettings {
   /// pool, before its bytes are sent. Whoever gives the upload up afterwards can delete it by that.
   std::function<void(const std::string& fileId)> onRecordMade;
 
+  /// Where the blobs of an offline database are, instead of where its name leads to. For a deletion
+  /// or a `BlobDownload`; `BinaryDataManager` starts and pauses downloads by blob id alone, so it
+  /// can serve downloads of one database only.
+  struct BlobPlaces {
+    /// Absolute paths. The directory is that of one database alone: files are named after blob ids.
+    std::string database;
+    std::string files;
+  };
+  std::optional<BlobPlaces> blobPlaces;
+
+  /// Called when a download has changed the state in its blob's row, on the thread that did.
+  std::function<void(const std::string& blobId)> onBlobState;
+
   [[nodiscard]] bool isSafe() const noexcept { return policy == TransferPolicy::kSafe; }
 
   using Ptr = std::shared_ptr<const OperationSettings>;

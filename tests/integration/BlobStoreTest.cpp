@@ -1,0 +1,502 @@
+#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
+#include "Platform/Foundation/File.h"
+#include "Sandbox/Blobs/GeneratedBytes.h"
+#include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/OwnProcess.h"
+#include "tests/support/SandboxFixture.h"
+#include "varo/client.h"
+
+#include <SQLiteCpp/Database.h>
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <filesystem>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace varo {
+namespace {
+
+using namespace std::chrono_literals;
+using sandbox::BlobObject;
+using test::contentOf;
+using test::eventually;
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+constexpr std::uint64_t kRange = 4096;
+/// Three ranges.
+constexpr std::uint64_t kSize = 10'000;
+
+class BlobStoreTest : public sandbox::SandboxTest {
+ protected:
+  [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }
+  [[nodiscard]] std::string database(const std::string& name) const { return path(name + ".db"); }
+
+  /// A database with so many records without a blob, and a directory for its files; the service has
+  /// the blobs under the scope of the same name.
+  void makeDatabase(const std::string& name, int count = 1, std::uint64_t size = kSize) const {
+    SQLite::Database database(this->database(name), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+    database.exec(std::string("CREATE TABLE album (pk INTEGER PRIMARY KEY, blobref_photo TEXT);") +
+                  binary::blobs::kCreateTable);
+    database.exec("BEGIN");
+    for (int pk = 1; pk <= count; ++pk) {
+      database.exec("INSERT INTO album VALUES (" + std::to_string(pk) + ", NULL)");
+      const auto error = server_->putBlob({name, "album", {{"pk", std::to_string(pk)}}},
+                                          BlobObject{{{size, seed(name, pk)}}});
+      EXPECT_FALSE(error) << error->message;
+    }
+    database.exec("COMMIT");
+    fs::create_directory(path(name));
+  }
+  void sql(const std::string& name, const std::string& statements) const {
+    SQLite::Database(database(name), SQLite::OPEN_READWRITE, 5000).exec(statements);
+  }
+  static std::uint64_t seed(const std::string& name, int pk) {
+    return 1000 * std::hash<std::string>()(name) + static_cast<std::uint64_t>(pk);
+  }
+  static std::string photo(const std::string& name, int pk, std::uint64_t size = kSize) {
+    std::string bytes(size, '\0');
+    EXPECT_EQ(sandbox::GeneratedBytes(seed(name, pk), size).readAt(0, bytes),
+              static_cast<std::int64_t>(size));
+    return bytes;
+  }
+
+  [[nodiscard]] BlobService service(const std::string& name) const {
+    return {.options = {.url = server_->blobUrl(), .parallel = 2},
+            .scope = name,
+            .rangeSize = Bytes(kRange)};
+  }
+  [[nodiscard]] BlobStore open(const std::string& name) const {
+    return BlobStore::open(database(name), path(name), service(name)).value();
+  }
+  static BlobRef blob(int pk) {
+    return {.table = "album", .column = "photo", .keys = {{"pk", pk}}};
+  }
+
+  /// Of each blob, the second range does not come: the first `count` times, or always.
+  void holdSecondRange(std::optional<std::uint64_t> count = {}) {
+    server_->addFault({.match = {.path = "/binary", .skip = 1, .count = count, .perTarget = true},
+                       .action = {.stallAfter = 0, .stallFor = -1ms}});
+  }
+  [[nodiscard]] bool awaitRequests(std::uint64_t count) const {
+    return eventually([&] { return server_->serviceStats().requests >= count; });
+  }
+  /// Where the ranges began that were asked for, in their order.
+  [[nodiscard]] std::vector<std::string> ranges() const {
+    std::vector<std::string> all;
+    for (const auto& request : server_->requests()) all.push_back(*request.header("Range"));
+    return all;
+  }
+};
+
+TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
+  makeDatabase("a");
+  std::atomic<int> asked = 0;
+  BlobService wanted = service("a");
+  wanted.options.credentials = [&] { return Credentials{"token " + std::to_string(++asked)}; };
+  const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
+  std::mutex mutex;
+  std::vector<BlobStatus> seen;
+  const BlobWatch watch = store.watch([&](const BlobState& state) {
+    const std::lock_guard lock(mutex);
+    seen.push_back(state.status);
+    EXPECT_EQ(state.ref.table, "album");
+    EXPECT_FALSE(state.reason.empty());
+  });
+  EXPECT_EQ(store.state(blob(1))->status, BlobStatus::kNotFetched);
+  EXPECT_EQ(store.path(blob(1)).error().kind, Kind::kNotFound);
+
+  holdSecondRange(1);
+  std::uint64_t last = 0;
+  auto fetch = store.fetch(blob(1));
+  fetch.onProgress([&](const Progress& progress) {
+    EXPECT_GE(progress.done, last);
+    EXPECT_EQ(progress.total, kSize);
+    last = progress.done;
+  });
+  ASSERT_TRUE(awaitRequests(2));
+  fetch.pause();
+  ASSERT_TRUE(eventually([&] { return fetch.state() == State::kPaused; }));
+  EXPECT_EQ(fs::file_size(path("a/1")), kRange);
+  EXPECT_EQ(store.state(blob(1))->status, BlobStatus::kPaused);
+  fetch.resume();
+  const auto file = fetch.get();
+  ASSERT_TRUE(file) << file.error().message;
+  EXPECT_EQ(contentOf(*file), photo("a", 1));
+  ASSERT_TRUE(eventually([&] { return last == kSize; }));
+  EXPECT_THAT(ranges(),
+              ElementsAre("bytes=0-4095", "bytes=4096-8191", "bytes=4096-8191", "bytes=8192-9999"));
+  ASSERT_TRUE(eventually([&] {
+    const std::lock_guard lock(mutex);
+    return seen.size() == 5;
+  }));
+  EXPECT_THAT(seen, ElementsAre(BlobStatus::kNotFetched, BlobStatus::kFetching, BlobStatus::kPaused,
+                                BlobStatus::kFetching, BlobStatus::kAvailable));
+
+  server_->clearStats();
+  EXPECT_EQ(store.fetch(blob(1)).get().value(), *file);
+  EXPECT_EQ(store.path(blob(1)).value(), *file);
+  EXPECT_EQ(server_->serviceStats().requests, 0U);
+  EXPECT_EQ(store.states()->front().size, Bytes(kSize));
+  fs::remove(*file);
+  EXPECT_EQ(store.path(blob(1)).error().kind, Kind::kNotFound);
+  EXPECT_EQ(contentOf(store.fetch(blob(1)).get().value()), photo("a", 1)) << "fetched anew";
+}
+
+TEST_F(BlobStoreTest, FetchesManyAndTellsOfEachWhatBecameOfIt) {
+  constexpr int kCount = 200;
+  makeDatabase("a", kCount, 1000);
+  sql("a", "UPDATE album SET blobref_photo = '77' WHERE pk = 3");
+  const BlobStore store = open("a");
+  std::vector<BlobRef> blobs =
+      store.blobsOf({.table = "album", .column = "photo", .keyColumns = {"pk"}}).value();
+  ASSERT_EQ(blobs.size(), kCount);
+  EXPECT_EQ(blobs.front(), blob(1));
+  blobs.push_back(blob(1));
+  blobs.push_back(blob(kCount + 1));
+  server_->addFault({.match = {.query = "pk=7&"}, .action = {.status = 403, .body = "no"}});
+  std::uint64_t last = 0;
+  const auto states = store.fetchAll(blobs)
+                          .onProgress([&](const Progress& progress) {
+                            EXPECT_GE(progress.done, last);
+                            last = progress.done;
+                          })
+                          .get();
+  ASSERT_TRUE(states) << states.error().message;
+  ASSERT_EQ(states->size(), blobs.size());
+  std::map<Kind, int> failures;
+  std::set<fs::path> files;
+  for (std::size_t i = 0; i < blobs.size(); ++i) {
+    const BlobState& state = (*states)[i];
+    EXPECT_EQ(state.ref, blobs[i]);
+    EXPECT_NE(state.hasFile(), state.failure.has_value()) << state.reason;
+    if (state.failure) {
+      ++failures[state.failure->kind];
+      EXPECT_THAT(state.reason, HasSubstr("photo of album (pk = "));
+    } else {
+      files.insert(*state.path);
+      EXPECT_EQ(contentOf(*state.path),
+                photo("a", i == kCount ? 1 : static_cast<int>(i) + 1, 1000));
+    }
+  }
+  // No row of the blob; refused by the service; no record.
+  EXPECT_EQ(failures, (std::map<Kind, int>{
+                          {Kind::kDatabase, 1}, {Kind::kUnauthorized, 1}, {Kind::kNotFound, 1}}));
+  EXPECT_EQ(files.size(), kCount - 2);
+  EXPECT_EQ(server_->serviceStats().requests, kCount - 1)
+      << "each once, but for the one without row";
+  ASSERT_TRUE(eventually([&] { return last == 1000 * (kCount - 2); }));
+  EXPECT_EQ(store.states()->size(), kCount - 1);
+  EXPECT_TRUE(store.fetchAll({}).get()->empty());
+}
+
+TEST_F(BlobStoreTest, PauseOfManyReachesThoseThatRunAndThoseThatWait) {
+  constexpr int kCount = 6;
+  makeDatabase("a", kCount);
+  const BlobStore store = open("a");
+  std::vector<BlobRef> blobs;
+  for (int pk = 1; pk <= kCount; ++pk) blobs.push_back(blob(pk));
+  holdSecondRange();
+  auto all = store.fetchAll(blobs);
+  ASSERT_TRUE(awaitRequests(4));  // two places, two ranges each
+  all.pause();
+  ASSERT_TRUE(eventually([&] { return all.state() == State::kPaused; }));
+  for (const BlobState& state : *store.states()) EXPECT_EQ(state.status, BlobStatus::kPaused);
+  server_->clearFaults();
+  // Another fetch gets a place meanwhile.
+  EXPECT_TRUE(store.fetch(blob(kCount)).get());
+  EXPECT_EQ(server_->serviceStats().requests, 4U + 3U);
+  all.resume();
+  const auto states = all.get();
+  ASSERT_TRUE(states) << states.error().message;
+  for (const BlobState& state : *states) EXPECT_TRUE(state.hasFile()) << state.reason;
+  EXPECT_EQ(server_->serviceStats().requests, 4U + 3U + 2U * 2U + 3U * 3U)
+      << "the two go on at their second range";
+  EXPECT_EQ(all.progress().done, kCount * kSize);
+}
+
+TEST_F(BlobStoreTest, CancelFromInsideACallbackKeepsWhatIsThere) {
+  makeDatabase("a", 5);
+  const BlobStore store = open("a");
+  holdSecondRange(1);
+  const auto cancelled = [](auto transfer) {
+    std::promise<void> ready;
+    transfer.onProgress([&, go = ready.get_future().share()](const Progress&) {
+      go.wait();
+      transfer.cancel();
+    });
+    ready.set_value();
+    return transfer.get();
+  };
+  const auto one = cancelled(store.fetch(blob(1)));
+  EXPECT_EQ(one.error().kind, Kind::kCancelled);
+  EXPECT_THAT(one.error().message, HasSubstr("photo of album (pk = 1)"));
+  EXPECT_EQ(store.state(blob(1))->status, BlobStatus::kPaused);
+  EXPECT_EQ(fs::file_size(path("a/1")), kRange);
+  const auto many = cancelled(store.fetchAll({blob(2), blob(3), blob(4), blob(5)}));
+  EXPECT_EQ(many.error().kind, Kind::kCancelled);
+  EXPECT_EQ(store.state(blob(5))->status, BlobStatus::kNotFetched) << "it waited";
+
+  server_->clearFaults();
+  server_->clearStats();
+  EXPECT_EQ(contentOf(store.fetch(blob(1)).get().value()), photo("a", 1));
+  EXPECT_EQ(ranges().front(), "bytes=4096-8191");
+  {
+    holdSecondRange();
+    const auto dropped = store.fetchAll({blob(2), blob(5)});
+    ASSERT_TRUE(awaitRequests(3));
+  }
+  server_->clearFaults();
+  EXPECT_TRUE(store.fetch(blob(5)).get()) << "a handle that goes away lets go of the file";
+}
+
+TEST_F(BlobStoreTest, TwoFetchesOfOneBlobBothComeToTheirOutcome) {
+  makeDatabase("a");
+  const BlobStore store = open("a");
+  holdSecondRange(1);
+  auto first = store.fetch(blob(1));
+  ASSERT_TRUE(awaitRequests(2));
+  auto second = store.fetch(blob(1));
+  auto third = open("a").fetch(blob(1));
+  auto fourth = open("a").fetch(blob(1));
+  // These wait for the file: they run, and have sent nothing.
+  ASSERT_TRUE(eventually([&] { return third.state() == State::kRunning; }));
+  third.cancel();
+  EXPECT_EQ(third.get().error().kind, Kind::kCancelled);
+  fourth.pause();
+  ASSERT_TRUE(eventually([&] { return fourth.state() == State::kPaused; }));
+  EXPECT_EQ(server_->serviceStats().requests, 2U);
+  first.pause();
+  const auto file = second.get();
+  ASSERT_TRUE(file) << file.error().message;
+  EXPECT_EQ(contentOf(*file), photo("a", 1));
+  first.resume();
+  fourth.resume();
+  EXPECT_EQ(first.get().value(), *file);
+  EXPECT_EQ(fourth.get().value(), *file);
+  EXPECT_EQ(server_->serviceStats().requests, 4U);
+}
+
+TEST_F(BlobStoreTest, StoresOnTwoDatabasesDoNotMeet) {
+  sandbox::SandboxOptions strict;
+  strict.requiredToken = "right";
+  restart(strict);
+  makeDatabase("a");
+  makeDatabase("b");
+  const auto openAs = [&](const std::string& name, const std::string& token) {
+    BlobService wanted = service(name);
+    wanted.options.credentials = [token] { return Credentials{token}; };
+    return BlobStore::open(database(name), path(name), wanted).value();
+  };
+  const BlobStore a = openAs("a", "right");
+  const BlobStore b = openAs("b", "right");
+  auto one = a.fetch(blob(1));
+  auto other = b.fetch(blob(1));
+  EXPECT_EQ(contentOf(one.get().value()), photo("a", 1));
+  EXPECT_EQ(contentOf(other.get().value()), photo("b", 1));
+  EXPECT_EQ(a.state(blob(1))->id, b.state(blob(1))->id);
+  sql("b", "UPDATE varosyncBLOBSTOREMANAGER SET state = 103");
+  fs::remove(path("b/1"));
+  EXPECT_EQ(openAs("b", "wrong").fetch(blob(1)).get().error().kind, Kind::kUnauthorized);
+  EXPECT_TRUE(openAs("b", "right").fetch(blob(1)).get());
+
+  const auto crossed = BlobStore::open(database("a"), path("b"), service("a"));
+  EXPECT_EQ(crossed.error().kind, Kind::kConflict);
+}
+
+TEST_F(BlobStoreTest, OpenNamesWhatIsWrong) {
+  makeDatabase("a");
+  std::ofstream(path("text.db")) << "this is no database, but a text that goes on for a while";
+  SQLite::Database(path("empty.db"), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+      .exec("CREATE TABLE varosyncBLOBSTOREMANAGER (id INTEGER PRIMARY KEY)");
+  struct Case {
+    std::string database, files;
+    std::function<void(BlobService&)> spoil;
+    Kind kind;
+    std::string words;
+  };
+  const auto none = [](BlobService&) {};
+  const std::vector<Case> cases = {
+      {"none.db", "a", none, Kind::kDatabase, "none.db"},
+      {"text.db", "a", none, Kind::kDatabase, "text.db"},
+      {"empty.db", "a", none, Kind::kDatabase, "localPath"},
+      {"a.db", "none", none, Kind::kLocalFile, "none"},
+      {"a.db", "a.db", none, Kind::kLocalFile, "a.db"},
+      {"a.db", "a", [](auto& s) { s.rangeSize = 0_B; }, Kind::kInvalidArgument, "rangeSize"},
+      {"a.db", "a", [](auto& s) { s.scope = ""; }, Kind::kInvalidArgument, "scope"},
+      {"a.db", "a", [](auto& s) { s.options.url = "a"; }, Kind::kInvalidArgument, "Options::url"},
+  };
+  for (const Case& wanted : cases) {
+    BlobService spoilt = service("a");
+    wanted.spoil(spoilt);
+    const auto refused = BlobStore::open(path(wanted.database), path(wanted.files), spoilt);
+    ASSERT_FALSE(refused) << wanted.words;
+    EXPECT_EQ(nameOf(refused.error().kind), nameOf(wanted.kind)) << refused.error().message;
+    EXPECT_THAT(refused.error().message, HasSubstr(wanted.words));
+  }
+}
+
+TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
+  makeDatabase("a", 2);
+  const BlobStore store = open("a");
+  std::shared_ptr<platform::File> busy;
+  struct Case {
+    std::string name;
+    BlobRef blob;
+    sandbox::FaultAction action;
+    Kind kind;
+  };
+  BlobRef noTable = blob(1);
+  noTable.table = "albums";
+  BlobRef noColumn = blob(1);
+  noColumn.column = "foto";
+  const std::vector<Case> cases = {
+      {"no record", blob(9), {}, Kind::kNotFound},
+      {"no table", noTable, {}, Kind::kDatabase},
+      {"no column", noColumn, {}, Kind::kInvalidArgument},
+      {"no keys", {.table = "album", .column = "photo", .keys = {}}, {}, Kind::kInvalidArgument},
+      {"404", blob(1), {.status = 404}, Kind::kNotFound},
+      {"409", blob(1), {.status = 409}, Kind::kConflict},
+      {"429", blob(1), {.status = 429, .headers = {{"Retry-After", "7"}}}, Kind::kThrottled},
+      {"503", blob(1), {.status = 503}, Kind::kServer},
+      {"other range", blob(1), {.shiftRange = 7}, Kind::kIntegrity},
+      {"dropped", blob(1), {.drop = true}, Kind::kNoConnection},
+      {"file in use", blob(1), {.status = 200}, Kind::kConflict},
+      {"no file", blob(1), {}, Kind::kLocalFile},
+      {"no row", blob(1), {}, Kind::kDatabase},
+      {"full", blob(2), {}, Kind::kDiskFull},
+  };
+  for (const Case& wanted : cases) {
+    server_->clearFaults();
+    server_->addFault({.match = {.path = "/binary"}, .action = wanted.action});
+    if (wanted.name == "file in use") {
+      busy = platform::File::createNew(path("a/.1.partial")).value();
+      ASSERT_TRUE(busy->lock());
+    } else if (wanted.name == "no file") {
+      busy.reset();
+      fs::remove(path("a/.1.partial"));
+      fs::create_directory(path("a/1"));
+    } else if (wanted.name == "no row") {
+      fs::remove(path("a/1"));
+      sql("a",
+          "CREATE TRIGGER full BEFORE UPDATE ON varosyncBLOBSTOREMANAGER WHEN NEW.state = 50 "
+          "BEGIN SELECT RAISE(FAIL, 'no'); END");
+    } else if (wanted.name == "full") {
+      // What a full disk is told by: there is no id left for a new row.
+      sql("a", "INSERT INTO varosyncBLOBSTOREMANAGER (id) VALUES (9223372036854775807)");
+    }
+    const auto outcome = store.fetch(wanted.blob).get();
+    ASSERT_FALSE(outcome) << wanted.name;
+    EXPECT_EQ(nameOf(outcome.error().kind), nameOf(wanted.kind))
+        << wanted.name << ": " << outcome.error().message;
+    EXPECT_EQ(outcome.error().retryAfter.has_value(), wanted.name == "429");
+    EXPECT_THAT(outcome.error().message,
+                HasSubstr(wanted.blob.column + " of " + wanted.blob.table + " ("));
+  }
+  fs::remove(database("a"));
+  EXPECT_EQ(store.states().error().kind, Kind::kDatabase);
+  EXPECT_EQ(store.state(blob(1)).error().kind, Kind::kDatabase);
+  EXPECT_EQ(store.fetch(blob(1)).get().error().kind, Kind::kDatabase);
+}
+
+TEST_F(BlobStoreTest, RemovesForTheSyncEngine) {
+  makeDatabase("a", 3);
+  const BlobStore store = open("a");
+  const auto kept = store.fetch(blob(1)).get().value();
+  EXPECT_EQ(store.remove(blob(1))->status, BlobStatus::kDeletionWaits);
+  EXPECT_TRUE(fs::exists(kept));
+  EXPECT_EQ(store.fetch(blob(1)).get().error().kind, Kind::kConflict);
+
+  holdSecondRange();
+  auto fetch = store.fetch(blob(2));
+  ASSERT_TRUE(awaitRequests(3 + 2));
+  ASSERT_TRUE(eventually([&] { return store.state(blob(2))->path.has_value(); }));
+  EXPECT_EQ(store.remove(blob(2), FileRemoval::kNow).error().kind, Kind::kConflict);
+  fetch.cancel();
+  EXPECT_FALSE(fetch.get());
+  const auto removed = store.remove(blob(2), FileRemoval::kNow);
+  ASSERT_TRUE(removed) << removed.error().message;
+  EXPECT_EQ(removed->path, std::nullopt);
+  EXPECT_EQ(store.remove(blob(3), FileRemoval::kNow)->status, BlobStatus::kDeletionWaits);
+  std::set<std::string> left;
+  for (const auto& entry : fs::directory_iterator(path("a"))) left.insert(entry.path().filename());
+  EXPECT_EQ(left, std::set<std::string>{"1"}) << "neither partial file nor what is known of it";
+}
+
+TEST_F(BlobStoreTest, WatchEndsWithItsDestructorAlsoInsideItsCallback) {
+  makeDatabase("a", 2);
+  const BlobStore store = open("a");
+  std::atomic<int> calls = 0;
+  std::optional<BlobWatch> ended;
+  std::promise<void> isSet;
+  std::promise<void> hasEnded;
+  ended = store.watch([&, set = isSet.get_future().share()](const BlobState&) {
+    set.wait();
+    ++calls;
+    ended.reset();
+    hasEnded.set_value();
+  });
+  std::promise<void> entered;
+  std::promise<void> leave;
+  std::atomic<int> inside = 0;
+  BlobWatch held = store.watch([&, isFirst = true](const BlobState&) mutable {
+    ++inside;
+    ++calls;
+    if (std::exchange(isFirst, false)) {
+      entered.set_value();
+      leave.get_future().wait();
+    }
+    --inside;
+  });
+  isSet.set_value();
+  EXPECT_TRUE(store.fetch(blob(1)).get()) << "no callback holds a fetch up";
+  hasEnded.get_future().wait();
+  entered.get_future().wait();
+  std::thread closing([&] {
+    held = BlobWatch();
+    EXPECT_EQ(inside, 0);
+  });
+  leave.set_value();
+  closing.join();
+  const int before = calls;
+  EXPECT_TRUE(store.fetch(blob(2)).get());
+  EXPECT_EQ(calls, before);
+}
+
+TEST_F(BlobStoreTest, ShutdownEndsEveryFetch) {
+  makeDatabase("a", 6);
+  test::inOwnProcess([&] {
+    const BlobStore store = open("a");
+    holdSecondRange();
+    const auto all = store.fetchAll({blob(1), blob(2), blob(3), blob(4)});
+    test::require(awaitRequests(4), "two run, two wait");
+    const auto one = store.fetch(blob(5));
+    test::require(shutDown(), "nothing holds it up");
+    test::require(all.get().error().kind == Kind::kShutDown, "what ran and waited is told");
+    test::require(one.get().error().kind == Kind::kShutDown, "so is what only waited");
+    test::require(store.fetch(blob(6)).get().error().kind == Kind::kShutDown, "and what follows");
+  });
+}
+
+TEST_F(BlobStoreTest, ExampleFetchesAllPhotosAndSaysWhatBecameOfEach) {
+  const auto error = server_->makeExampleDatabase(path("staff.db"));
+  ASSERT_FALSE(error) << error->message;
+  fs::create_directory(path("photos"));
+  test::ChildProcess example({.program = VARO_OFFLINE_BLOBS,
+                              .arguments = {server_->blobUrl(), path("staff.db"), path("photos")},
+                              .environment = {},
+                              .directory = directory_});
+  EXPECT_EQ(example.wait(), 0) << example.errors();
+  EXPECT_THAT(example.output(), HasSubstr(" available: " + path("photos/")));
+  EXPECT_THAT(example.output(), HasSubstr("photo of employees (id = 7)"));
+}
+
+}  // namespace
+}  // namespace varo
