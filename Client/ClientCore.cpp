@@ -101,13 +101,16 @@ ClientCore::ClientCore(Options options)
       places_(std::make_shared<Places>(static_cast<std::size_t>(options_.parallel))),
       transport_(makeClientTransport(configurationOf(options_))) {}
 
+Outcome<Credentials> ClientCore::credentials() const {
+  return options_.credentials != nullptr ? ask(options_.credentials) : Credentials();
+}
+
 Outcome<Dictionary> ClientCore::headers() const {
   Dictionary headers;
   for (const auto& [name, value] : options_.headers) headers.set(name, value);
-  if (options_.credentials == nullptr) return headers;
-  Outcome<Credentials> credentials = ask(options_.credentials);
-  if (!credentials) return std::move(credentials).error();
-  if (!credentials->token.empty()) headers.set(binary::kVaroAuthorization, credentials->token);
+  Outcome<Credentials> shown = credentials();
+  if (!shown) return std::move(shown).error();
+  if (!shown->token.empty()) headers.set(binary::kVaroAuthorization, shown->token);
   return headers;
 }
 

@@ -25,6 +25,8 @@ class ClientCore {
   [[nodiscard]] const Options& options() const noexcept { return options_; }
   [[nodiscard]] const std::shared_ptr<Places>& places() const noexcept { return places_; }
 
+  /// Asks for the credentials; empty ones where there is nobody to ask.
+  [[nodiscard]] Outcome<Credentials> credentials() const;
   /// The headers of the requests of one operation; asks for the credentials.
   [[nodiscard]] Outcome<platform::Dictionary> headers() const;
   /// A copy of the settings of every operation, to be completed.

@@ -192,6 +192,20 @@ void RunningBase::inTurn(Turn turn) noexcept {
   callbacks_.async([self = shared_from_this(), turn] { self->take(turn); });
 }
 
+bool RunningBase::move(const std::function<void()>& work) {
+  {
+    const MutexLock lock(mutex_);
+    while (moving_) changed_.wait(mutex_);
+    if (closed_ || state_ == State::kDone) return false;
+    moving_ = std::this_thread::get_id();
+  }
+  platform::ThreadPool::runHere(work);
+  const MutexLock lock(mutex_);
+  moving_.reset();
+  changed_.notifyAll();
+  return true;
+}
+
 void RunningBase::take(Turn turn) noexcept {
   {
     const MutexLock lock(mutex_);
@@ -223,6 +237,7 @@ void RunningBase::close() noexcept {
 void RunningBase::waitForTurn() noexcept {
   const MutexLock lock(mutex_);
   while (calling_ && *calling_ != std::this_thread::get_id()) changed_.wait(mutex_);
+  while (moving_ && *moving_ != std::this_thread::get_id()) changed_.wait(mutex_);
 }
 
 }  // namespace varo::detail

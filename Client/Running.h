@@ -62,6 +62,10 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   void enter(State state);
   /// Bytes; a number that is smaller than the last one counts as that one. `total` 0: not known.
   void reached(std::uint64_t done, std::uint64_t total);
+  /// Calls `work`, which calls a `Sink` or `Reader`, on this thread, one at a time. The handle's
+  /// end waits for it. False, without a call, when the handle or the outcome came to its end. These
+  /// calls have no turn among the callbacks: one of those may wait for the transfer.
+  [[nodiscard]] bool move(const std::function<void()>& work);
 
  protected:
   /// Moves to the end; gives what it was driven by, to be destroyed without the lock.
@@ -109,6 +113,8 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   bool closed_ VARO_GUARDED_BY(mutex_) = false;
   /// The thread that a callback runs on.
   std::optional<std::thread::id> calling_ VARO_GUARDED_BY(mutex_);
+  /// The thread that is inside `move`.
+  std::optional<std::thread::id> moving_ VARO_GUARDED_BY(mutex_);
   std::vector<std::coroutine_handle<>> waiting_ VARO_GUARDED_BY(mutex_);
   std::shared_ptr<Control> control_ VARO_GUARDED_BY(mutex_);
   std::unique_ptr<std::stop_callback<std::function<void()>>> stop_ VARO_GUARDED_BY(mutex_);

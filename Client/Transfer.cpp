@@ -3,6 +3,7 @@
 #include "Client/Running.h"
 #include "varo/blobs.h"
 #include "varo/files.h"
+#include "varo/objects.h"
 
 #include <filesystem>
 #include <utility>
@@ -123,5 +124,8 @@ template class Transfer<std::vector<FileRecord>>;
 template class Transfer<std::filesystem::path>;
 template class Transfer<std::uint64_t>;
 template class Transfer<std::vector<BlobState>>;
+template class Transfer<ObjectInfo>;
+template class Transfer<std::vector<ObjectInfo>>;
+template class Transfer<ObjectKey>;
 
 }  // namespace varo

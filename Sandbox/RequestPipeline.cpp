@@ -30,8 +30,12 @@ class CountingBody final : public RequestBody {
 
 }  // namespace
 
-RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken, Shared shared)
-    : listener_(std::move(listener)), requiredToken_(std::move(requiredToken)), shared_(shared) {}
+RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken, Shared shared,
+                                 Stamp stamp)
+    : listener_(std::move(listener)),
+      requiredToken_(std::move(requiredToken)),
+      shared_(shared),
+      stamp_(std::move(stamp)) {}
 
 HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) const {
   // Before anything else: a rule that hits every request could not be removed again.
@@ -54,6 +58,8 @@ HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) co
     // asks for that.
     response = errorResponse(kInternal, exception.what(), 500);
   }
+  // Before the fault, which may take a header away.
+  if (stamp_) stamp_(response);
   if (fault) spoil(response, *fault);
   // As it came, and not as a fault bent it: tests ask what the client sent.
   shared_.log.record(listener_, request, counted.count(), response.status);

@@ -5,6 +5,7 @@
 #include "Sandbox/Http/Router.h"
 #include "Sandbox/Http/StopSignal.h"
 
+#include <functional>
 #include <string>
 
 namespace varo::sandbox {
@@ -19,8 +20,12 @@ class RequestPipeline {
     StopSignal& stopSignal;
   };
 
-  /// An empty `requiredToken` switches the check off.
-  RequestPipeline(std::string listener, std::string requiredToken, Shared shared);
+  /// Adds what all responses of a listener have. Any thread.
+  using Stamp = std::function<void(HttpResponse&)>;
+
+  /// An empty `requiredToken` switches the check off, an absent `stamp` adds nothing.
+  RequestPipeline(std::string listener, std::string requiredToken, Shared shared,
+                  Stamp stamp = nullptr);
 
   /// To be filled before the first request.
   [[nodiscard]] Router& router() { return router_; }
@@ -32,6 +37,7 @@ class RequestPipeline {
   const std::string listener_;
   const std::string requiredToken_;
   const Shared shared_;
+  const Stamp stamp_;
   Router router_;
 };
 

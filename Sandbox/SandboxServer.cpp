@@ -21,6 +21,7 @@
 #include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/DiskStore.h"
 #include "Sandbox/Storage/RecordDatabase.h"
+#include "Sandbox/Storage/UploadDatabase.h"
 
 #include <fmt/format.h>
 
@@ -74,6 +75,8 @@ struct SandboxServer::Running {
         plainBytes(madeDirectory(options.dataDirectory + "/objects"), "objects", records),
         blobBytes(madeDirectory(options.dataDirectory + "/blobs"), "blobs", records),
         signedBytes(madeDirectory(options.dataDirectory + "/store"), "store", records),
+        partBytes(madeDirectory(options.dataDirectory + "/parts"), "parts", records),
+        uploads(options.dataDirectory + "/uploads.sqlite"),
         blobs(records, blobBytes),
         recordService({records, serviceBytes, plainBytes}, options.defaultTemplate,
                       // Asked with each request: the port is known once the store listens.
@@ -87,12 +90,13 @@ struct SandboxServer::Running {
                                                       origin(address, store.port())};
                       }),
         plainStore(plainBytes),
-        signedStore(signedBytes, options.objectStore),
+        signedStore({signedBytes, partBytes, uploads}, options.objectStore),
         controlService(shared.faults, shared.log, shared.defaultDelete),
         blobControl(blobs),
         servicePipeline(std::string(kServiceListener), options.requiredToken,
                         {shared.faults, shared.log, stopSignal}),
-        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal}),
+        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal},
+                      [this](HttpResponse& response) { signedStore.stamp(response); }),
         store(options.http, stopSignal,
               [this](HttpRequest& request, RequestBody& body) {
                 return storePipeline.handle(request, body);
@@ -118,6 +122,8 @@ struct SandboxServer::Running {
   DiskStore plainBytes;
   DiskStore blobBytes;
   DiskStore signedBytes;
+  DiskStore partBytes;
+  UploadDatabase uploads;
   BlobCatalog blobs;
   RecordService recordService;
   ContentService contentService;

@@ -17,20 +17,6 @@
 namespace varo::platform {
 namespace {
 
-const char* nameOf(HttpMethod method) noexcept {
-  switch (method) {
-    case HttpMethod::kGet:
-      return "GET";
-    case HttpMethod::kPost:
-      return "POST";
-    case HttpMethod::kPut:
-      return "PUT";
-    case HttpMethod::kDelete:
-      return "DELETE";
-  }
-  return "GET";
-}
-
 /// POST and PUT always have a body, if one of zero bytes.
 std::optional<RequestBodyReader> readerFor(HttpRequest& request) {
   if (request.body) return RequestBodyReader(*std::move(request.body));
@@ -168,6 +154,7 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   options.set(CURLOPT_HEADERDATA, this);
   options.set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
   options.set(CURLOPT_WRITEDATA, this);
+  if (method_ == HttpMethod::kHead) options.set(CURLOPT_NOBODY, 1L);
   if (body_) setBody(options, bufferSize);
   // After the body, which makes a PUT of every request.
   options.set(CURLOPT_CUSTOMREQUEST, nameOf(method_));
@@ -275,7 +262,7 @@ bool CurlTransfer::acceptHead() {
     return false;
   }
   discardsBody_ = head_.isRedirect();
-  if (discardsBody_ || !head_.canHaveEntity() || *announced == 0U) return true;
+  if (discardsBody_ || !canHaveEntity() || *announced == 0U) return true;
   if (*announced > limits_.forStatus(head_.status())) return failTooLarge();
   if (auto ready = sink_->expect(*announced); !ready) {
     failBodyNotStored(*ready.error());
@@ -416,7 +403,7 @@ ErrorPtr CurlTransfer::followRedirect(const std::string& location) {
 std::optional<HttpResponse> CurlTransfer::makeResponse() {
   HttpResponse response;
   response.status = head_.status();
-  if (sink_->size() > 0 || head_.canHaveEntity()) {
+  if (sink_->size() > 0 || canHaveEntity()) {
     auto body = sink_->take();
     if (!body) {
       failBodyNotStored(*body.error());

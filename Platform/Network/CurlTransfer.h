@@ -97,6 +97,9 @@ class CurlTransfer {
   void setBody(CurlOptions& options, std::size_t bufferSize);
   [[nodiscard]] bool takeHeaderLine(std::string_view line);
   [[nodiscard]] bool acceptHead();
+  [[nodiscard]] bool canHaveEntity() const noexcept {
+    return method_ != HttpMethod::kHead && head_.canHaveEntity();
+  }
   [[nodiscard]] bool takeBody(std::string_view bytes);
   [[nodiscard]] bool failTooLarge();
   [[nodiscard]] bool isCancelled();

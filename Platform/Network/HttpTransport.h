@@ -14,7 +14,24 @@
 
 namespace varo::platform {
 
-enum class HttpMethod : std::uint8_t { kGet, kPost, kPut, kDelete };
+enum class HttpMethod : std::uint8_t { kGet, kHead, kPost, kPut, kDelete };
+
+/// As it stands in a request.
+[[nodiscard]] constexpr const char* nameOf(HttpMethod method) noexcept {
+  switch (method) {
+    case HttpMethod::kGet:
+      break;
+    case HttpMethod::kHead:
+      return "HEAD";
+    case HttpMethod::kPost:
+      return "POST";
+    case HttpMethod::kPut:
+      return "PUT";
+    case HttpMethod::kDelete:
+      return "DELETE";
+  }
+  return "GET";
+}
 
 struct HttpHeader {
   std::string name;
@@ -62,7 +79,8 @@ struct HttpResponse {
   /// In the order received; of the last response where there were redirects.
   std::vector<HttpHeader> headers;
   /// Present, with zero bytes where the entity is empty, whatever the version of HTTP and the
-  /// framing. None only where the status allows no entity: 204, 205, 304.
+  /// framing. None only where there can be no entity: 204, 205, 304, and after a HEAD, whose
+  /// Content-Length says what a GET would get.
   std::optional<Data> body;
 };
 

@@ -4,6 +4,7 @@
 #include "Platform/Foundation/Text.h"
 #include "Sandbox/Online/Digest.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -113,6 +114,11 @@ std::optional<Time> parseHttpDate(std::string_view text) {
   return parseTimestamp(fmt::format("{}{:02}{}T{}{}{}Z", text.substr(12, 4), month / 3 + 1,
                                     text.substr(5, 2), text.substr(17, 2), text.substr(20, 2),
                                     text.substr(23, 2)));
+}
+
+std::string httpDateOf(Time time) {
+  // In English whatever the locale: the formatter uses the classic one.
+  return fmt::format("{:%a, %d %b %Y %H:%M:%S} GMT", fmt::gmtime(time.time_since_epoch().count()));
 }
 
 std::optional<Time> parseTimestamp(std::string_view text) {

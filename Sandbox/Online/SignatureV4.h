@@ -51,5 +51,6 @@ using Time = std::chrono::sys_seconds;
 
 /// "Fri, 24 May 2013 00:00:00 GMT" (RFC 9110, 5.6.7, the form that is not obsolete)
 [[nodiscard]] std::optional<Time> parseHttpDate(std::string_view text);
+[[nodiscard]] std::string httpDateOf(Time time);
 
 }  // namespace varo::sandbox::sigv4

@@ -1,12 +1,13 @@
 #include "Sandbox/Online/SignedStore.h"
 
+#include "Platform/Foundation/Text.h"
 #include "Sandbox/Online/CheckedBody.h"
 #include "Sandbox/Online/ObjectUpload.h"
-#include "Sandbox/ServiceProtocol.h"
+#include "Sandbox/Storage/RandomName.h"
 
 #include <algorithm>
-#include <optional>
-#include <string>
+#include <chrono>
+#include <iterator>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -16,33 +17,8 @@ namespace {
 
 constexpr std::size_t kMaxKeyBytes = 1024;
 
-const std::string& keyOf(const HttpRequest& request) { return request.pathArguments.front(); }
-
-/// Operations on anything but one whole object have a query or a header of their own. Whoever asks
-/// for one must not get another instead.
-std::optional<StoreError> unservedOperation(const HttpRequest& request) {
-  const bool hasOperation =
-      std::any_of(request.parameters.begin(), request.parameters.end(), [](const auto& parameter) {
-        return !startsIgnoringCase(parameter.first, "x-amz-") && parameter.first != "x-id";
-      });
-  if (hasOperation || keyOf(request).empty() || request.header("x-amz-copy-source") != nullptr) {
-    return StoreError{501, "NotImplemented", "Only whole objects are served."};
-  }
-  if (keyOf(request).size() > kMaxKeyBytes) {
-    return StoreError{400, "KeyTooLongError", "A key has 1024 bytes at most."};
-  }
-  return std::nullopt;
-}
-
 StoreError noSuchKey(const HttpRequest& request) {
   return {404, "NoSuchKey", "There is no object under this key.", {{"Key", keyOf(request)}}};
-}
-
-StoreError errorOf(const WriteProblem& problem) {
-  if (problem.opstatus == kInternal) return {500, "InternalError", problem.reason};
-  if (problem.opstatus == kWrongState) return {409, "OperationAborted", problem.reason};
-  const bool isForm = problem.opstatus == kWrongUploadMode;
-  return {400, isForm ? "MalformedPOSTRequest" : "IncompleteBody", problem.reason};
 }
 
 HttpResponse brokenBodyResponse(const HttpRequest& request) {
@@ -59,66 +35,128 @@ HttpResponse wrongDigestResponse(const HttpRequest& request, const std::string& 
                      request);
 }
 
-}  // namespace
-
-SignedStore::SignedStore(DiskStore& objects, const SignedStoreOptions& options)
-    : objects_(objects), clockOffset_(options.clockOffset), verifier_(options) {}
-
-void SignedStore::registerRoutes(Router& router) {
-  const auto add = [this, &router](std::string_view method, Action action) {
-    router.add(method, "/**", [this, action](const HttpRequest& request, RequestBody& body) {
-      return serve(request, body, action);
-    });
-  };
-  add("PUT", &SignedStore::write);
-  add("POST", &SignedStore::write);
-  add("GET", &SignedStore::read);
-  add("DELETE", &SignedStore::remove);
+/// Whether an "If-Match" names `entityTag` (RFC 9110, 13.1.1).
+bool holds(std::string_view condition, std::string_view entityTag) {
+  while (!condition.empty()) {
+    const std::string_view one = condition.substr(0, condition.find(','));
+    const std::string_view tag = platform::trimmed(one);
+    if (tag == "*" || tag == entityTag) return true;
+    condition.remove_prefix(std::min(condition.size(), one.size() + 1));
+  }
+  return false;
 }
 
-HttpResponse SignedStore::serve(const HttpRequest& request, RequestBody& body, Action action) {
+}  // namespace
+
+SignedStore::SignedStore(ObjectStores stores, const SignedStoreOptions& options)
+    : objects_(stores.objects),
+      options_(options),
+      verifier_(options),
+      listing_(stores.objects),
+      uploads_(stores, options.leastPartBytes),
+      operations_(allOperations()) {}
+
+std::vector<StoreOperation> SignedStore::allOperations() {
+  std::vector<StoreOperation> all = uploads_.operations();
+  all.push_back(listing_.operation());
+  const auto writer = [this](const auto& request, auto& body) { return write(request, body); };
+  all.push_back({.method = "PUT", .takesBody = true, .run = writer});
+  all.push_back({.method = "POST", .takesBody = true, .run = writer});
+  all.push_back(
+      {.method = "GET", .run = [this](const auto& request, auto&) { return read(request); }});
+  all.push_back(
+      {.method = "DELETE", .run = [this](const auto& request, auto&) { return remove(request); }});
+  return all;
+}
+
+void SignedStore::registerRoutes(Router& router) {
+  for (const std::string_view method : {"PUT", "POST", "GET", "DELETE"}) {
+    router.add(method, "/**", [this](const HttpRequest& request, RequestBody& body) {
+      return serve(request, body);
+    });
+  }
+}
+
+void SignedStore::stamp(HttpResponse& response) const {
+  // A refusal has its id already, since the body names it, too.
+  if (findField(response.headers, kRequestIdHeader) == nullptr) {
+    response.headers.emplace_back(kRequestIdHeader, randomName());
+  }
+  response.headers.emplace_back("Date", sigv4::httpDateOf(now()));
+}
+
+HttpResponse SignedStore::serve(const HttpRequest& request, RequestBody& body) {
   const auto verdict = verifier_.verify(request, now());
   if (const auto* problem = std::get_if<StoreError>(&verdict)) {
     return xmlResponse(*problem, request);
   }
   // After the signature: whoever may not ask learns nothing of what is served.
-  if (const auto problem = unservedOperation(request)) return xmlResponse(*problem, request);
+  const auto found =
+      std::find_if(operations_.begin(), operations_.end(),
+                   [&request](const auto& one) { return one.isAskedForBy(request); });
+  const StoreOperation* operation = found == operations_.end() ? nullptr : &*found;
+  if (const auto problem = refusalOf(request, operation)) return xmlResponse(*problem, request);
   CheckedBody checked(body, std::get<SignatureVerifier::PayloadHash>(verdict));
   // The digest covers a body that nobody needs, too.
-  const bool takesBody = action == &SignedStore::write;
-  const auto end = takesBody ? RequestBody::End::kComplete
-                             : checked.readInto([](std::string_view) { return true; });
-  HttpResponse response = end == RequestBody::End::kComplete ? (this->*action)(request, checked)
+  const auto end = operation->takesBody ? RequestBody::End::kComplete
+                                        : checked.readInto([](std::string_view) { return true; });
+  HttpResponse response = end == RequestBody::End::kComplete ? operation->run(request, checked)
                                                              : brokenBodyResponse(request);
-  // Whatever the action made of the broken body, this is why it was broken.
+  // Whatever the operation made of the broken body, this is why it was broken.
   if (checked.wrongDigest()) return wrongDigestResponse(request, *checked.wrongDigest());
   return response;
+}
+
+std::optional<StoreError> SignedStore::refusalOf(const HttpRequest& request,
+                                                 const StoreOperation* operation) const {
+  const bool isServed =
+      operation != nullptr && request.header("x-amz-copy-source") == nullptr &&
+      (operation->target == StoreOperation::Target::kBucket || !keyOf(request).empty());
+  if (!isServed) return StoreError{501, "NotImplemented", "The store has no such operation."};
+  if (keyOf(request).size() > kMaxKeyBytes) {
+    return StoreError{400, "KeyTooLongError", "A key has 1024 bytes at most."};
+  }
+  const std::string bucket = keyOf(request).substr(0, keyOf(request).find('/'));
+  const auto& buckets = options_.buckets;
+  if (buckets.empty() || std::find(buckets.begin(), buckets.end(), bucket) != buckets.end()) {
+    return std::nullopt;
+  }
+  return StoreError{404, "NoSuchBucket", "There is no such bucket.", {{"BucketName", bucket}}};
 }
 
 HttpResponse SignedStore::write(const HttpRequest& request, RequestBody& body) {
   const auto received = receiveObject(request, body, objects_, keyOf(request));
   if (const auto* problem = std::get_if<WriteProblem>(&received)) {
-    return xmlResponse(errorOf(*problem), request);
+    return xmlResponse(storeErrorOf(*problem), request);
   }
   HttpResponse response;
   response.headers.emplace_back("ETag", std::get<ReceivedObject>(received).state.entityTag);
   return response;
 }
 
-HttpResponse SignedStore::read(const HttpRequest& request, RequestBody&) {
+HttpResponse SignedStore::read(const HttpRequest& request) const {
   const auto stored = objects_.open(keyOf(request));
   if (!stored) return xmlResponse(noSuchKey(request), request);
+  const std::string* condition = request.header("If-Match");
+  if (condition != nullptr && !holds(*condition, stored->state.entityTag)) {
+    return xmlResponse({412,
+                        "PreconditionFailed",
+                        "The object is another one than If-Match names.",
+                        {{"Condition", "If-Match"}}},
+                       request);
+  }
   HttpResponse response =
       rangeResponse(request, {stored->bytes, stored->state.size, stored->state.entityTag});
+  response.headers.emplace_back("Last-Modified", sigv4::httpDateOf(stored->state.modified));
   // The headers stay: "Content-Range" tells the size that the client got wrong.
   if (response.status != 416) return response;
   HttpResponse refusal =
       xmlResponse({416, "InvalidRange", "The object has no such bytes."}, request);
-  refusal.headers = std::move(response.headers);
+  std::move(response.headers.begin(), response.headers.end(), std::back_inserter(refusal.headers));
   return refusal;
 }
 
-HttpResponse SignedStore::remove(const HttpRequest& request, RequestBody&) {
+HttpResponse SignedStore::remove(const HttpRequest& request) {
   // Such stores respond with 204 whether there was an object or not, so that a delete can be
   // repeated.
   objects_.discard(keyOf(request));
@@ -128,7 +166,8 @@ HttpResponse SignedStore::remove(const HttpRequest& request, RequestBody&) {
 }
 
 sigv4::Time SignedStore::now() const {
-  return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) + clockOffset_;
+  return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) +
+         options_.clockOffset;
 }
 
 }  // namespace varo::sandbox

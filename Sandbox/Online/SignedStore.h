@@ -1,36 +1,50 @@
 #pragma once
 
 #include "Sandbox/Http/Router.h"
+#include "Sandbox/Online/MultipartUploads.h"
+#include "Sandbox/Online/ObjectListing.h"
 #include "Sandbox/Online/SignatureVerifier.h"
 #include "Sandbox/Online/SignedStoreOptions.h"
+#include "Sandbox/Online/StoreOperation.h"
 #include "Sandbox/Storage/DiskStore.h"
 
-#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace varo::sandbox {
 
 /// An object store in the manner of S3: PUT, POST (a form), GET, HEAD and DELETE of /{key}, where
-/// the key is the whole decoded path. Requests are signed; refusals are XML. Thread-safe.
-/// Exceptions of the record database pass through.
+/// the key is the whole decoded path, uploads in parts, and lists of
+/// buckets. Requests are signed; refusals are XML.
+/// Thread-safe. Exceptions of the record database pass through.
 class SignedStore {
  public:
-  SignedStore(DiskStore& objects, const SignedStoreOptions& options);
+  SignedStore(ObjectStores stores, const SignedStoreOptions& options);
 
   /// Takes all paths that no route before it took.
   void registerRoutes(Router& router);
 
+  /// Adds what every response of such a store has: the request's id and the time by its clock.
+  void stamp(HttpResponse& response) const;
+
  private:
-  using Action = HttpResponse (SignedStore::*)(const HttpRequest& request, RequestBody& body);
-  /// Runs `action` for a request that may.
-  [[nodiscard]] HttpResponse serve(const HttpRequest& request, RequestBody& body, Action action);
+  [[nodiscard]] std::vector<StoreOperation> allOperations();
+  /// Runs what the request asks for, if it may.
+  [[nodiscard]] HttpResponse serve(const HttpRequest& request, RequestBody& body);
+  [[nodiscard]] std::optional<StoreError> refusalOf(const HttpRequest& request,
+                                                    const StoreOperation* operation) const;
   [[nodiscard]] HttpResponse write(const HttpRequest& request, RequestBody& body);
-  [[nodiscard]] HttpResponse read(const HttpRequest& request, RequestBody& body);
-  [[nodiscard]] HttpResponse remove(const HttpRequest& request, RequestBody& body);
+  [[nodiscard]] HttpResponse read(const HttpRequest& request) const;
+  [[nodiscard]] HttpResponse remove(const HttpRequest& request);
   [[nodiscard]] sigv4::Time now() const;
 
   DiskStore& objects_;
-  const std::chrono::seconds clockOffset_;
+  const SignedStoreOptions options_;
   const SignatureVerifier verifier_;
+  const ObjectListing listing_;
+  MultipartUploads uploads_;
+  const std::vector<StoreOperation> operations_;
 };
 
 }  // namespace varo::sandbox

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace varo::sandbox {
 
@@ -20,6 +22,11 @@ struct SignedStoreOptions {
   bool requiresSignature = true;
   /// Whether a signature may leave the body out ("UNSIGNED-PAYLOAD" in place of its digest).
   bool allowsUnsignedPayload = true;
+  /// The buckets that there are: requests to others are refused. Empty: any first part of a path.
+  std::vector<std::string> buckets{};
+  /// Bytes that all parts but the last of an upload in parts have at least. Tests with small ones
+  /// lower it.
+  std::uint64_t leastPartBytes = std::uint64_t{5} << 20;
   /// How far the store's clock is ahead of this machine's; negative: behind.
   std::chrono::seconds clockOffset{0};
 };

@@ -1,47 +1,31 @@
 #include "Sandbox/Online/StoreError.h"
 
 #include "Sandbox/Online/SignatureV4.h"
+#include "Sandbox/Online/StoreXml.h"
+#include "Sandbox/ServiceProtocol.h"
 #include "Sandbox/Storage/RandomName.h"
 
 #include <fmt/format.h>
 
-#include <string_view>
-
 namespace varo::sandbox {
-namespace {
 
-/// As an element's text. What XML has no form for, or what may be no UTF-8, becomes "?".
-std::string xmlText(std::string_view text) {
-  std::string result;
-  for (const char c : text) {
-    const bool isText = (c >= ' ' && c < 0x7F) || c == '\n' || c == '\t';
-    if (c == '<') {
-      result += "&lt;";
-    } else if (c == '>') {
-      result += "&gt;";
-    } else if (c == '&') {
-      result += "&amp;";
-    } else {
-      result += isText ? c : '?';
-    }
-  }
-  return result;
+StoreError storeErrorOf(const WriteProblem& problem) {
+  if (problem.opstatus == kInternal) return {500, "InternalError", problem.reason};
+  if (problem.opstatus == kWrongState) return {409, "OperationAborted", problem.reason};
+  const bool isForm = problem.opstatus == kWrongUploadMode;
+  return {400, isForm ? "MalformedPOSTRequest" : "IncompleteBody", problem.reason};
 }
-
-std::string element(std::string_view name, std::string_view text) {
-  return fmt::format("<{0}>{1}</{0}>", name, xmlText(text));
-}
-
-}  // namespace
 
 HttpResponse xmlResponse(const StoreError& error, const HttpRequest& request) {
-  std::string elements = element("Code", error.code) + element("Message", error.message);
-  for (const auto& [name, text] : error.details) elements += element(name, text);
-  elements += element("Resource", sigv4::uriEncoded(request.path, sigv4::Slash::kKept));
-  elements += element("RequestId", randomName());
+  std::string elements = xmlElement("Code", error.code) + xmlElement("Message", error.message);
+  for (const auto& [name, text] : error.details) elements += xmlElement(name, text);
+  elements += xmlElement("Resource", sigv4::uriEncoded(request.path, sigv4::Slash::kKept));
+  const std::string requestId = randomName();
+  elements += xmlElement("RequestId", requestId);
   HttpResponse response;
   response.status = error.status;
   response.contentType = "application/xml";
+  response.headers.emplace_back(kRequestIdHeader, requestId);
   response.text =
       fmt::format("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<Error>{}</Error>", elements);
   return response;

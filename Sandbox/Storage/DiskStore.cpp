@@ -55,6 +55,11 @@ std::optional<DiskStore::Stored> DiskStore::open(std::string_view key) const {
   return std::nullopt;
 }
 
+std::vector<KeyedBytes> DiskStore::list(std::string_view prefix, std::string_view from,
+                                        std::size_t limit) const {
+  return records_.listStored(area_, prefix, from, limit);
+}
+
 DiskStore::WriterOrProblem DiskStore::writeWhole(const std::string& key) {
   // Before the record is read: from here on nobody else changes it.
   Lease lease = acquire(key);
@@ -88,7 +93,7 @@ DiskStore::WriterOrProblem DiskStore::writeChunk(const std::string& key, std::ui
   StoredBytes next = previous;
   // A new file, so that the content before stays whole until this one is. Later chunks go into the
   // file that is there, behind what its record counts.
-  if (sequence == 1) next = {randomName(), 0, 0, 0, ""};
+  if (sequence == 1) next = {.fileName = randomName()};
   const std::string path = pathOf(next.fileName);
   auto file = sequence == 1 ? File::createNew(path) : File::openForWriting(path);
   return std::make_unique<DiskWriter>(*this, std::move(lease), key, sequence, previous,

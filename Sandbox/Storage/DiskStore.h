@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 namespace varo::sandbox {
 
@@ -43,6 +44,10 @@ class DiskStore {
 
   [[nodiscard]] std::optional<StoredBytes> state(std::string_view key) const;
   [[nodiscard]] std::optional<Stored> open(std::string_view key) const;
+  /// Up to `limit` of those whose keys begin with `prefix` and are not less than `from`, in the
+  /// order of their bytes.
+  [[nodiscard]] std::vector<KeyedBytes> list(std::string_view prefix, std::string_view from,
+                                             std::size_t limit) const;
 
   /// Begins to replace what is under `key`.
   [[nodiscard]] WriterOrProblem writeWhole(const std::string& key);

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <span>
 #include <unistd.h>
 #include <utility>
@@ -109,6 +110,7 @@ std::optional<WriteProblem> DiskWriter::finish() {
   if (!isLaterChunk()) next_.chunkLength = written_;
   // New with every write, so that a client notices that the bytes are others, whatever they are.
   next_.entityTag = "\"" + randomName() + "\"";
+  next_.modified = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
   // A repeated chunk may be shorter than what it replaces.
   if (!file_->setSize(next_.size)) {
     return WriteProblem{kInternal, "the bytes cannot be written"};

@@ -1,14 +1,14 @@
 #include "Sandbox/Storage/RecordDatabase.h"
 
+#include "Sandbox/Storage/KeyOrder.h"
+#include "Sandbox/Storage/SqlValues.h"
+
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
 #include <SQLiteCpp/Transaction.h>
 
 namespace varo::sandbox {
 namespace {
-
-// For whoever looks into the file with another tool; the sandbox itself has one connection.
-constexpr int kBusyTimeoutMs = 5000;
 
 // Losing the last moments in a power cut is fine for a sandbox, a damaged file is not.
 constexpr const char* kSchema = R"(
@@ -38,28 +38,42 @@ CREATE TABLE IF NOT EXISTS blobs (
   chunk_length INTEGER NOT NULL,
   chunks INTEGER NOT NULL,
   entity_tag TEXT NOT NULL,
+  modified INTEGER NOT NULL DEFAULT 0,
   PRIMARY KEY (area, key)) WITHOUT ROWID;
 CREATE TABLE IF NOT EXISTS objects (
   name TEXT PRIMARY KEY,
   definition TEXT NOT NULL) WITHOUT ROWID;
 )";
 
+constexpr std::string_view kStoredColumns =
+    "file_name, size, chunk_length, chunks, entity_tag, modified";
 constexpr std::string_view kFileColumns =
     "id, metadata, kind, committed, size, entity_tag, created, revision";
-
-std::int64_t toSql(std::uint64_t number) { return static_cast<std::int64_t>(number); }
-std::uint64_t fromSql(std::int64_t number) { return static_cast<std::uint64_t>(number); }
-
-// A text may hold zero bytes, which the binding of C strings would cut at.
-void bindText(SQLite::Statement& statement, int index, std::string_view text) {
-  statement.bind(index, std::string(text));
-}
 
 FileRecord readFile(SQLite::Statement& row) {
   return {row.getColumn(0).getString(),         row.getColumn(1).getString(),
           row.getColumn(2).getString(),         row.getColumn(3).getInt() != 0,
           fromSql(row.getColumn(4).getInt64()), row.getColumn(5).getString(),
           row.getColumn(6).getString(),         row.getColumn(7).getInt64()};
+}
+
+/// From column `first` on.
+StoredBytes readStored(SQLite::Statement& row, int first) {
+  return {.fileName = row.getColumn(first).getString(),
+          .size = fromSql(row.getColumn(first + 1).getInt64()),
+          .chunkLength = fromSql(row.getColumn(first + 2).getInt64()),
+          .chunks = fromSql(row.getColumn(first + 3).getInt64()),
+          .entityTag = row.getColumn(first + 4).getString(),
+          .modified =
+              std::chrono::sys_seconds(std::chrono::seconds(row.getColumn(first + 5).getInt64()))};
+}
+
+/// Directories that an older sandbox made are served on.
+void addMissingColumns(SQLite::Database& database) {
+  const bool isCurrent =
+      database.execAndGet("SELECT COUNT(*) FROM pragma_table_info('blobs') WHERE name = 'modified'")
+          .getInt() == 1;
+  if (!isCurrent) database.exec("ALTER TABLE blobs ADD COLUMN modified INTEGER NOT NULL DEFAULT 0");
 }
 
 }  // namespace
@@ -70,6 +84,7 @@ RecordDatabase::RecordDatabase(const std::string& path)
     : database_(std::make_unique<SQLite::Database>(
           path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyTimeoutMs)) {
   database_->exec(kSchema);
+  addMissingColumns(*database_);
 }
 
 RecordDatabase::~RecordDatabase() = default;
@@ -172,16 +187,35 @@ std::vector<FileRecord> RecordDatabase::list(const Properties& wanted, Scope sco
 std::optional<StoredBytes> RecordDatabase::findStored(std::string_view area,
                                                       std::string_view key) const {
   const platform::MutexLock lock(mutex_);
-  SQLite::Statement statement(*database_,
-                              "SELECT file_name, size, chunk_length, chunks, entity_tag "
-                              "FROM blobs WHERE area = ? AND key = ?");
+  SQLite::Statement statement(*database_, "SELECT " + std::string(kStoredColumns) +
+                                              " FROM blobs WHERE area = ? AND key = ?");
   bindText(statement, 1, area);
   bindText(statement, 2, key);
   if (!statement.executeStep()) return std::nullopt;
-  return StoredBytes{statement.getColumn(0).getString(), fromSql(statement.getColumn(1).getInt64()),
-                     fromSql(statement.getColumn(2).getInt64()),
-                     fromSql(statement.getColumn(3).getInt64()),
-                     statement.getColumn(4).getString()};
+  return readStored(statement, 0);
+}
+
+std::vector<KeyedBytes> RecordDatabase::listStored(std::string_view area, std::string_view prefix,
+                                                   std::string_view from, std::size_t limit) const {
+  const auto end = firstBehindPrefix(prefix);
+  std::string sql = "SELECT key, " + std::string(kStoredColumns) +
+                    " FROM blobs WHERE area = ?1 AND key >= ?2 AND key >= ?3 ";
+  // The comparison of texts is one of bytes, whatever they are.
+  if (end) sql += "AND key < ?5 ";
+  sql += "ORDER BY key LIMIT ?4";
+
+  const platform::MutexLock lock(mutex_);
+  SQLite::Statement statement(*database_, sql);
+  bindText(statement, 1, area);
+  bindText(statement, 2, prefix);
+  bindText(statement, 3, from);
+  statement.bind(4, toSql(limit));
+  if (end) bindText(statement, 5, *end);
+  std::vector<KeyedBytes> list;
+  while (statement.executeStep()) {
+    list.push_back({statement.getColumn(0).getString(), readStored(statement, 1)});
+  }
+  return list;
 }
 
 void RecordDatabase::putStored(std::string_view area, std::string_view key,
@@ -189,7 +223,8 @@ void RecordDatabase::putStored(std::string_view area, std::string_view key,
   const platform::MutexLock lock(mutex_);
   SQLite::Statement statement(*database_,
                               "INSERT OR REPLACE INTO blobs (area, key, file_name, size, "
-                              "chunk_length, chunks, entity_tag) VALUES (?, ?, ?, ?, ?, ?, ?)");
+                              "chunk_length, chunks, entity_tag, modified) "
+                              "VALUES (?, ?, ?, ?, ?, ?, ?, ?)");
   bindText(statement, 1, area);
   bindText(statement, 2, key);
   bindText(statement, 3, state.fileName);
@@ -197,6 +232,7 @@ void RecordDatabase::putStored(std::string_view area, std::string_view key,
   statement.bind(5, toSql(state.chunkLength));
   statement.bind(6, toSql(state.chunks));
   bindText(statement, 7, state.entityTag);
+  statement.bind(8, toSql(state.modified));
   statement.exec();
 }
 

@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Mutex.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -35,6 +36,13 @@ struct StoredBytes {
   std::uint64_t chunkLength = 0;  ///< Of the first chunk.
   std::uint64_t chunks = 0;
   std::string entityTag;
+  std::chrono::sys_seconds modified{};  ///< 1970 for what an older sandbox has stored.
+};
+
+/// What is stored, with its key.
+struct KeyedBytes {
+  std::string key;
+  StoredBytes state;
 };
 
 /// Records of files and of stored bytes, in one SQLite file. Thread-safe. The functions throw
@@ -63,6 +71,10 @@ class RecordDatabase {
                                                       std::string_view key) const;
   void putStored(std::string_view area, std::string_view key, const StoredBytes& state);
   void removeStored(std::string_view area, std::string_view key);
+  /// Up to `limit` of those whose keys begin with `prefix` and are not less than `from`, in the
+  /// order of their bytes.
+  [[nodiscard]] std::vector<KeyedBytes> listStored(std::string_view area, std::string_view prefix,
+                                                   std::string_view from, std::size_t limit) const;
 
   /// What was put under an object's name: a JSON object.
   [[nodiscard]] std::optional<std::string> findObject(std::string_view name) const;

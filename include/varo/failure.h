@@ -60,6 +60,8 @@ struct Failure {
   std::string requestId = {};
   /// The record that a failed upload has made: to resume it, or to remove it.
   std::optional<FileId> begun = {};
+  /// The upload in parts that a failed `ObjectStore::put` has left behind, to be resumed.
+  std::optional<UploadId> upload = {};
   Cause cause = {};
 
   /// Whether the same call may succeed later, and repeating it does no harm. False for what the

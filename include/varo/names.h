@@ -34,5 +34,7 @@ using BlobId = Name<struct BlobIdTag>;
 /// An object of a store, as people write it: "photos/Ann 1.jpg". It is percent-encoded where an
 /// address or a signature needs that.
 using ObjectKey = Name<struct ObjectKeyTag>;
+/// An upload of an object in parts that a store has begun and not ended.
+using UploadId = Name<struct UploadIdTag>;
 
 }  // namespace varo

@@ -18,6 +18,11 @@ struct Credentials {
   /// The service's token, sent as the header "X-Pelmar-Authorization" to the service's own servers
   /// only. Empty for none.
   std::string token = {};
+  /// What the requests to an object store are signed with; never logged. Empty for none.
+  std::string accessKey = {};
+  std::string secretKey = {};
+  /// Of keys that are good for a while; goes with each request that is signed.
+  std::string sessionToken = {};
 };
 
 /// How connections are secured. Certificates are always verified.
@@ -30,8 +35,9 @@ enum class LogLevel : std::uint8_t { kTrace, kDebug, kInfo, kWarning, kError, kF
 
 /// The settings of one client. Clients with other settings can live side by side.
 struct Options {
-  /// Where the service is: http or https, with or without a slash at its end.
-  std::string url;
+  /// Where the service is: http or https, with or without a slash at its end. Of an `ObjectStore`
+  /// it stays empty.
+  std::string url = {};
   /// Asked before each operation, on the thread that starts it. Empty: nothing is shown.
   std::function<Outcome<Credentials>()> credentials = {};
   /// Further headers of each request to the service.

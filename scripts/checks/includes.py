@@ -74,6 +74,7 @@ MUST_NOT = {
 # Headers of a library -> the files that may include them. Tests, benchmarks and examples may include any.
 LIBRARIES = {
     "curl/": ("Platform/Network/Curl*",),
+    "expat.h": ("Platform/Foundation/Xml.cpp", "Sandbox/Online/*.cpp"),
     "sqlite3.h": ("Platform/Database/*.cpp",),
     "spdlog/": ("Platform/Logging/*.cpp",),
     "openssl/": ("Platform/Crypto/*.cpp", "Platform/Network/Curl*.cpp", "Sandbox/*"),

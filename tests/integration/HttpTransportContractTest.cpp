@@ -68,6 +68,10 @@ class CurlPeer final : public Peer {
     const auto& [status, body] = kAnswers[answerAt(target)];
     std::string headers;
     for (const auto& [name, value] : kHeaders) headers += fmt::format("{}: {}\r\n", name, value);
+    if (body && request.head.starts_with("HEAD ")) {
+      return WireReply().send(fmt::format("HTTP/1.1 {} Head\r\nContent-Length: {}\r\n{}\r\n",
+                                          status, body->size(), headers));
+    }
     if (body) return reply(status, *body, headers);
     return WireReply().send(fmt::format("HTTP/1.1 {} Empty\r\n{}\r\n", status, headers));
   }
@@ -139,18 +143,22 @@ class HttpTransportContractTest : public testing::TestWithParam<std::unique_ptr<
 };
 
 TEST_P(HttpTransportContractTest, AnswersAreResponsesWhateverTheirStatus) {
-  for (std::size_t i = 0; i < std::size(kAnswers); ++i) {
-    SCOPED_TRACE(i);
-    const Outcome outcome = get("/answer/" + std::to_string(i));
-    ASSERT_TRUE(outcome.response) << outcome.text();
-    EXPECT_EQ(outcome.status(), kAnswers[i].status);
-    EXPECT_EQ(outcome.body(), kAnswers[i].body);
-    EXPECT_TRUE(outcome.onPool);
-    std::string named;
-    for (const auto& [name, value] : outcome.response->headers) {
-      if (name != "Content-Length") named += name + "=" + value + ";";
+  for (const HttpMethod method : {HttpMethod::kGet, HttpMethod::kHead}) {
+    for (std::size_t i = 0; i < std::size(kAnswers); ++i) {
+      SCOPED_TRACE(fmt::format("{} of method {}", i, static_cast<int>(method)));
+      HttpRequest asked = request("/answer/" + std::to_string(i));
+      asked.method = method;
+      const Outcome outcome = run(std::move(asked));
+      ASSERT_TRUE(outcome.response) << outcome.text();
+      EXPECT_EQ(outcome.status(), kAnswers[i].status);
+      EXPECT_EQ(outcome.body(), method == HttpMethod::kHead ? std::nullopt : kAnswers[i].body);
+      EXPECT_TRUE(outcome.onPool);
+      std::string named;
+      for (const auto& [name, value] : outcome.response->headers) {
+        if (name != "Content-Length") named += name + "=" + value + ";";
+      }
+      EXPECT_EQ(named, "X-A=one;x-b=two;X-A=three;");
     }
-    EXPECT_EQ(named, "X-A=one;x-b=two;X-A=three;");
   }
 }
 

@@ -25,16 +25,14 @@ class DatedAuth(S3SigV4Auth):
 
 
 def sign(case):
-    headers = {"Host": case["Host"]}
-    if case["isUpload"]:
-        headers["Content-Type"] = "binary/octet-stream"
+    headers = {"Host": case["Host"], **case["headers"]}
     request = AWSRequest(case["method"], f"https://{case['Host']}/{case['objectName']}", headers,
-                         bytes.fromhex(case["payload"]))
-    credentials = Credentials(case["accessKeyID"], case["secretAccessKey"])
+                         bytes.fromhex(case["payload"]), case["query"])
+    credentials = Credentials(case["accessKeyID"], case["secretAccessKey"], case["sessionToken"] or None)
     DatedAuth(case["time"], credentials, case["serviceName"], case["regionName"]).add_auth(request)
-    signed = dict(request.headers.items())
+    signed = {name.lower(): value for name, value in request.headers.items()}
     # The same list either way; the blanks after its commas are a matter of taste.
-    signed["Authorization"] = signed["Authorization"].replace(", ", ",")
+    signed["authorization"] = signed["authorization"].replace(", ", ",")
     return signed
 
 

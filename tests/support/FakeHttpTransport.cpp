@@ -190,6 +190,7 @@ std::shared_ptr<platform::HttpTransfer> FakeHttpTransport::send(HttpRequest requ
     }
   }
   if (handler) end = handler(record);
+  if (request.method == HttpMethod::kHead && end.response) end.response->body.reset();
   if (end.end == ScriptedEnd::kThrows) throw std::runtime_error("scripted");
 
   auto transfer = std::make_shared<Transfer>(weak_from_this(), std::move(record.url),

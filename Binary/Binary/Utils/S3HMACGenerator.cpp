@@ -3,6 +3,7 @@
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/S3SigningConstants.h"
 #include "Binary/Binary/Utils/SigningKeyCache.h"
+#include "Binary/Binary/Utils/SigningTime.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Platform/Foundation/PercentCoding.h"
@@ -10,7 +11,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 #include <vector>
 
@@ -43,19 +43,6 @@ std::vector<const DictionaryEntry*> sortedByKey(const Dictionary& dictionary) {
   std::sort(entries.begin(), entries.end(),
             [](const auto* left, const auto* right) { return left->key < right->key; });
   return entries;
-}
-
-std::string dateText(std::chrono::system_clock::time_point time) {
-  const std::chrono::year_month_day date(std::chrono::floor<std::chrono::days>(time));
-  return fmt::format("{:04}{:02}{:02}", static_cast<int>(date.year()),
-                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
-}
-
-std::string timeText(std::chrono::system_clock::time_point time) {
-  const auto day = std::chrono::floor<std::chrono::days>(time);
-  const std::chrono::hh_mm_ss clock(std::chrono::floor<std::chrono::seconds>(time - day));
-  return fmt::format("{}T{:02}{:02}{:02}Z", dateText(time), clock.hours().count(),
-                     clock.minutes().count(), clock.seconds().count());
 }
 
 Result<std::string> payloadHash(const std::optional<Data>& payload) {
@@ -242,9 +229,9 @@ Result<std::string> S3HMACGenerator::getAuthorizationHeader() {
   return buildAuthorizationString(*signature);
 }
 
-std::string S3HMACGenerator::getTimeStamp() const { return timeText(clock_.now()); }
+std::string S3HMACGenerator::getTimeStamp() const { return signing::timeText(clock_.now()); }
 
-std::string S3HMACGenerator::getDate() const { return dateText(clock_.now()); }
+std::string S3HMACGenerator::getDate() const { return signing::dateText(clock_.now()); }
 
 Result<std::string> S3HMACGenerator::generateHashAndConvertIntoHexString(const Data& bytes) {
   const auto hash = Sha256::of(bytes);

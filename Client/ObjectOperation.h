@@ -1,0 +1,119 @@
+#pragma once
+
+#include "Client/Failures.h"
+#include "Client/ObjectPlace.h"
+#include "Client/ObjectRun.h"
+#include "Client/Operation.h"
+#include "Client/Running.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/Value.h"
+#include "varo/outcome.h"
+
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace varo::detail {
+
+/// What one operation on objects does. It runs once, and again after each pause: what a run has
+/// reached stays for the next one. Runs do not overlap.
+template <typename T>
+class ObjectWork : public std::enable_shared_from_this<ObjectWork<T>> {
+ public:
+  using End = std::function<void(Outcome<T>)>;
+
+  ObjectWork() = default;
+  ObjectWork(const ObjectWork&) = delete;
+  ObjectWork& operator=(const ObjectWork&) = delete;
+  virtual ~ObjectWork() = default;
+
+  /// Calls `end` once, from any thread, here too.
+  virtual void run(const ObjectRunPtr& run, End end) = 0;
+  /// After the last run, or where there was none: removes what must not stay, and calls `done` once
+  /// with the whole failure.
+  virtual void giveUp(Failure failure, std::function<void(Failure)> done) {
+    done(std::move(failure));
+  }
+  /// Whether a run may be stopped and begun anew without harm.
+  [[nodiscard]] virtual bool canPause() const { return true; }
+
+ protected:
+  /// This, for what runs later.
+  template <typename Derived>
+  [[nodiscard]] std::shared_ptr<Derived> self() {
+    return std::static_pointer_cast<Derived>(this->shared_from_this());
+  }
+};
+
+/// A work, on behalf of a handle.
+template <typename T>
+class ObjectOperation final : public Operation {
+ public:
+  ObjectOperation(std::shared_ptr<const ObjectPlace> place, std::shared_ptr<ObjectWork<T>> work,
+                  std::shared_ptr<Running<T>> running)
+      : Operation(place->core()->places()),
+        place_(std::move(place)),
+        work_(std::move(work)),
+        running_(std::move(running)) {}
+
+  /// Starts the work, and gives what its handle needs.
+  [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<const ObjectPlace> place,
+                                                         std::shared_ptr<ObjectWork<T>> work) {
+    auto running = std::make_shared<Running<T>>();
+    const auto operation =
+        std::make_shared<ObjectOperation>(std::move(place), std::move(work), running);
+    running->drivenBy(operation);
+    operation->Operation::begin();
+    return running;
+  }
+
+ private:
+  void launch(std::uint64_t run,
+              const std::shared_ptr<platform::Cancellation>& cancellation) override {
+    const auto self = std::static_pointer_cast<ObjectOperation>(this->shared_from_this());
+    auto begun = ObjectRun::begin(place_, cancellation->token(), running_,
+                                  [self, run](Failure why) { self->failed(run, std::move(why)); });
+    if (!begun) return failed(run, std::move(begun).error());
+    work_->run(*begun, [self, run](Outcome<T> outcome) { self->ended(run, std::move(outcome)); });
+  }
+
+  void ended(std::uint64_t run, Outcome<T> outcome) {
+    if (!outcome) return failed(run, std::move(outcome).error());
+    {
+      const platform::MutexLock lock(mutex_);
+      result_ = *std::move(outcome);
+    }
+    succeeded(run, platform::Value());
+  }
+
+  [[nodiscard]] bool canPause() const override { return work_->canPause(); }
+  void finish(const platform::Value& /*result*/) override {
+    std::optional<T> result;
+    {
+      const platform::MutexLock lock(mutex_);
+      result.swap(result_);
+    }
+    running_->end(*std::move(result));
+  }
+  void finish(Failure failure) override {
+    const auto running = running_;
+    try {
+      work_->giveUp(failure, [running](Failure whole) { running->end(std::move(whole)); });
+    } catch (const std::exception&) {
+      running->end(std::move(failure));  // nothing could be removed; that it failed is known
+    }
+  }
+  [[nodiscard]] RunningBase& running() override { return *running_; }
+
+  const std::shared_ptr<const ObjectPlace> place_;
+  const std::shared_ptr<ObjectWork<T>> work_;
+  const std::shared_ptr<Running<T>> running_;
+
+  platform::Mutex mutex_;
+  /// Of the run that has succeeded, until it is told.
+  std::optional<T> result_ VARO_GUARDED_BY(mutex_);
+};
+
+}  // namespace varo::detail

@@ -1,0 +1,242 @@
+#include "Client/ObjectPut.h"
+
+#include "Client/ObjectAnswers.h"
+#include "Client/ObjectSteps.h"
+#include "Client/ObjectUpload.h"
+#include "Client/SourceData.h"
+#include "Platform/Foundation/Runtime.h"
+#include "Platform/Network/HeaderRules.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+namespace varo::detail {
+
+using platform::HttpMethod;
+using platform::HttpResponse;
+using platform::MutexLock;
+
+namespace {
+
+/// Parts of one object that are sent at once: enough to hide the wait for each answer.
+constexpr std::size_t kPartsAtOnce = 4;
+
+Outcome<void> checkedContentType(const std::string& contentType) {
+  if (auto good = platform::checkHeader("Content-Type", contentType); !good) {
+    return failureOf(Kind::kInvalidArgument, "PutOptions::contentType has control characters");
+  }
+  return {};
+}
+
+}  // namespace
+
+ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source,
+                     PutOptions options)
+    : place_(std::move(place)),
+      key_(std::move(key)),
+      options_(std::move(options)),
+      source_(std::move(source)) {}
+
+void ObjectPut::run(const ObjectRunPtr& run, End end) {
+  if (auto ready = prepare(run->running()); !ready) return end(std::move(ready).error());
+  if (isOneRequest()) return sendWhole(run, end);
+  bool isBegun = false;
+  bool asksForParts = false;
+  {
+    const MutexLock lock(mutex_);
+    isBegun = upload_.has_value();
+    asksForParts = asksForParts_;
+  }
+  if (!isBegun) return beginUpload(run, end);
+  if (asksForParts) return findParts(run, end);
+  sendParts(run, end);
+}
+
+Outcome<void> ObjectPut::prepare(RunningBase& running) {
+  if (data_) return {};
+  if (auto good = checked(key_); !good) return good;
+  if (auto good = checkedContentType(options_.contentType); !good) return good;
+  if (auto good = PartPlan::ofUpload(0, options_.partSize); !good) return std::move(good).error();
+  std::optional<Outcome<platform::Data>> opened;
+  // It may be a function of the application.
+  if (!running.move([&] { opened.emplace(dataFrom(*std::exchange(source_, std::nullopt))); }) ||
+      !opened) {
+    return cancelledObject(about());
+  }
+  if (!*opened) return std::move(*opened).error();
+  auto plan = PartPlan::ofUpload((*opened)->size(), options_.partSize);
+  if (!plan) return std::move(plan).error();
+  plan_ = *plan;
+  const MutexLock lock(mutex_);
+  entityTags_.resize(isOneRequest() ? 0 : plan_.count());
+  if (!options_.resume.empty()) {
+    upload_ = options_.resume;
+    asksForParts_ = true;
+  }
+  data_ = **std::move(opened);
+  return {};
+}
+
+bool ObjectPut::isOneRequest() const {
+  return plan_.size <= options_.partSize.count && options_.resume.empty();
+}
+
+ObjectInfo ObjectPut::whole(ObjectInfo info) const {
+  info.size = Bytes(plan_.size);
+  info.contentType = options_.contentType;
+  return info;
+}
+
+void ObjectPut::sendWhole(const ObjectRunPtr& run, const End& end) {
+  run->running().reached(0, plan_.size);
+  run->send({.method = HttpMethod::kPut,
+             .key = key_,
+             .headers = {{"Content-Type", options_.contentType}},
+             .body = *data_,
+             .limits = {kLongestAnswer, kLongestAnswer, kLongestAnswer},
+             .about = about()},
+            run->cancellation(),
+            [work = self<ObjectPut>(), run, end](const Outcome<HttpResponse>& answer) {
+              if (!answer) return end(answer.error());
+              if (!headerOf(*answer, "ETag")) {
+                return end(notAStore(*answer, work->about(), "it has no ETag"));
+              }
+              run->running().reached(work->plan_.size, work->plan_.size);
+              ObjectInfo info{.key = work->key_};
+              info.entityTag = unquoted(*headerOf(*answer, "ETag"));
+              end(work->whole(std::move(info)));
+            });
+}
+
+void ObjectPut::beginUpload(const ObjectRunPtr& run, const End& end) {
+  if (run->cancellation().stop_requested()) return end(cancelledObject(about()));
+  upload::create(*run, key_, options_.contentType,
+                 [work = self<ObjectPut>(), run, end](Outcome<UploadId> made) {
+                   if (!made) return end(std::move(made).error());
+                   {
+                     const MutexLock lock(work->mutex_);
+                     work->upload_ = *made;
+                   }
+                   if (work->options_.onBegun != nullptr) {
+                     static_cast<void>(run->running().move([&] { work->options_.onBegun(*made); }));
+                   }
+                   work->sendParts(run, end);
+                 });
+}
+
+void ObjectPut::findParts(const ObjectRunPtr& run, const End& end) {
+  upload::listParts(
+      run, {key_, options_.resume},
+      [work = self<ObjectPut>(), run, end](Outcome<std::vector<upload::StoredPart>> found) {
+        if (!found) return end(std::move(found).error());
+        {
+          const MutexLock lock(work->mutex_);
+          work->asksForParts_ = false;
+        }
+        for (upload::StoredPart& part : *found) {
+          // Those of another size come from another plan, and are sent again.
+          if (part.index >= work->plan_.count()) continue;
+          if (part.size != work->plan_.length(part.index)) continue;
+          work->took(run->running(), part.index, std::move(part.entityTag));
+        }
+        work->sendParts(run, end);
+      });
+}
+
+void ObjectPut::took(RunningBase& running, std::size_t index, std::string entityTag) {
+  std::uint64_t taken = 0;
+  {
+    const MutexLock lock(mutex_);
+    if (entityTags_[index].empty()) taken_ += plan_.length(index);
+    entityTags_[index] = std::move(entityTag);
+    taken = taken_;
+  }
+  running.reached(taken, plan_.size);
+}
+
+void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
+  std::vector<std::size_t> missing;
+  std::uint64_t taken = 0;
+  {
+    const MutexLock lock(mutex_);
+    for (std::size_t i = 0; i < entityTags_.size(); ++i) {
+      if (entityTags_[i].empty()) missing.push_back(i);
+    }
+    taken = taken_;
+  }
+  run->running().reached(taken, plan_.size);
+  const auto work = self<ObjectPut>();
+  ObjectSteps::run(
+      std::move(missing), kPartsAtOnce, run->cancellation(),
+      [work, run](std::size_t index, const std::stop_token& stop, ObjectSteps::Done done) {
+        work->sendPart(run, index, stop, std::move(done));
+      },
+      [work, run, end](Outcome<void> sent) {
+        if (!sent) return end(std::move(sent).error());
+        work->complete(run, end);
+      });
+}
+
+void ObjectPut::sendPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
+                         std::function<void(Outcome<void>)> done) {
+  upload::sendPart(*run, {key_, *begun()}, index,
+                   data_->slice(plan_.first(index), plan_.length(index)), stop,
+                   [work = self<ObjectPut>(), run, index,
+                    done = std::move(done)](Outcome<std::string> entityTag) {
+                     if (!entityTag) return done(std::move(entityTag).error());
+                     work->took(run->running(), index, *std::move(entityTag));
+                     done({});
+                   });
+}
+
+void ObjectPut::complete(const ObjectRunPtr& run, const End& end) {
+  if (run->cancellation().stop_requested()) return end(cancelledObject(about()));
+  std::vector<std::string> entityTags;
+  {
+    const MutexLock lock(mutex_);
+    entityTags = entityTags_;
+  }
+  upload::complete(*run, {key_, *begun()}, entityTags,
+                   [work = self<ObjectPut>(), end](Outcome<ObjectInfo> made) {
+                     if (!made) return end(std::move(made).error());
+                     {
+                       const MutexLock lock(work->mutex_);
+                       work->upload_.reset();
+                     }
+                     end(work->whole(*std::move(made)));
+                   });
+}
+
+std::optional<UploadId> ObjectPut::begun() const {
+  const MutexLock lock(mutex_);
+  return upload_;
+}
+
+void ObjectPut::giveUp(Failure failure, std::function<void(Failure)> done) {
+  const auto id = begun();
+  if (!id || options_.keepParts) {
+    failure.upload = id;
+    return done(std::move(failure));
+  }
+  // The one that cancels must not wait for the credentials.
+  platform::Runtime::shared().pool().postOrRun(
+      [work = self<ObjectPut>(), id = *id, failure = std::move(failure), done = std::move(done)] {
+        work->abortUpload(id, failure, done);
+      });
+}
+
+void ObjectPut::abortUpload(const UploadId& id, Failure failure,
+                            const std::function<void(Failure)>& done) {
+  Failure left = failure;
+  left.upload = id;
+  const auto run =
+      ObjectRun::begin(place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); });
+  if (!run) return done(std::move(left));
+  upload::abort(**run, {key_, id},
+                [done, left, failure = std::move(failure)](const Outcome<void>& aborted) {
+                  done(aborted ? failure : left);
+                });
+}
+
+}  // namespace varo::detail

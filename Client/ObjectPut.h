@@ -1,0 +1,66 @@
+#pragma once
+
+#include "Client/ObjectOperation.h"
+#include "Client/PartPlan.h"
+#include "Platform/Foundation/Data.h"
+#include "varo/objects.h"
+#include "varo/source.h"
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace varo::detail {
+
+/// Puts an object into a store: with one request where it is small, else in parts.
+///
+/// What a run has reached stays for the next one: the source is opened once, and the store keeps
+/// the upload and its parts. Given up, it aborts the upload unless that is to be kept.
+class ObjectPut final : public ObjectWork<ObjectInfo> {
+ public:
+  ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source,
+            PutOptions options);
+
+  void run(const ObjectRunPtr& run, End end) override;
+  void giveUp(Failure failure, std::function<void(Failure)> done) override;
+
+ private:
+  /// Opens the source, at the first run.
+  [[nodiscard]] Outcome<void> prepare(RunningBase& running);
+  [[nodiscard]] bool isOneRequest() const;
+  void sendWhole(const ObjectRunPtr& run, const End& end);
+  void beginUpload(const ObjectRunPtr& run, const End& end);
+  void findParts(const ObjectRunPtr& run, const End& end);
+  void sendParts(const ObjectRunPtr& run, const End& end);
+  void sendPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
+                std::function<void(Outcome<void>)> done);
+  void complete(const ObjectRunPtr& run, const End& end);
+  void abortUpload(const UploadId& id, Failure failure, const std::function<void(Failure)>& done);
+  /// Notes that the store has a part, and shows how far it is.
+  void took(RunningBase& running, std::size_t index, std::string entityTag);
+  [[nodiscard]] ObjectInfo whole(ObjectInfo info) const;
+  [[nodiscard]] std::optional<UploadId> begun() const;
+  [[nodiscard]] std::string about() const { return aboutObject("put of", key_); }
+
+  const std::shared_ptr<const ObjectPlace> place_;
+  const ObjectKey key_;
+  const PutOptions options_;
+
+  // Set by the first run before its first request, read by whatever follows from that.
+  std::optional<Source> source_;
+  std::optional<platform::Data> data_;
+  PartPlan plan_;
+
+  mutable platform::Mutex mutex_;
+  /// Of the upload that the store has begun and not ended.
+  std::optional<UploadId> upload_ VARO_GUARDED_BY(mutex_);
+  /// Whether the parts of an upload that goes on are still to be asked for.
+  bool asksForParts_ VARO_GUARDED_BY(mutex_) = false;
+  /// With their quotes; empty for parts that the store does not have.
+  std::vector<std::string> entityTags_ VARO_GUARDED_BY(mutex_);
+  std::uint64_t taken_ VARO_GUARDED_BY(mutex_) = 0;  // bytes
+};
+
+}  // namespace varo::detail

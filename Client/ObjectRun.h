@@ -1,0 +1,81 @@
+#pragma once
+
+#include "Binary/Binary/Utils/S3RequestSigner.h"
+#include "Client/ObjectPlace.h"
+#include "Client/Running.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Network/HttpTransport.h"
+#include "varo/objects.h"
+#include "varo/outcome.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace varo::detail {
+
+/// One request to a store.
+struct ObjectRequest {
+  platform::HttpMethod method = platform::HttpMethod::kGet;
+  /// None: the bucket.
+  std::optional<ObjectKey> key = {};
+  binary::S3Request::Query query = {};
+  std::vector<platform::HttpHeader> headers = {};
+  std::optional<platform::Data> body = {};
+  platform::ResponseLimits limits = {};
+  /// See `platform::HttpRequest`.
+  std::string spoolDirectory = {};
+  /// Status that is no success, but not a failure either; 0 for none.
+  int alsoGood = 0;
+  /// What it is about, for messages.
+  std::string about = {};
+};
+
+/// One run of an operation on objects: sends its requests. Immutable, thread-safe.
+class ObjectRun {
+ public:
+  using Answer = std::function<void(Outcome<platform::HttpResponse>)>;
+
+  /// Asks for the credentials, which are those of the whole run.
+  ///
+  /// `running` is shown the progress. `fail` ends the run: it is called where what an answer was
+  /// told to has thrown, so that there is an end.
+  [[nodiscard]] static Outcome<std::shared_ptr<const ObjectRun>> begin(
+      std::shared_ptr<const ObjectPlace> place, std::stop_token cancellation,
+      std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail);
+
+  ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access,
+            std::stop_token cancellation, std::shared_ptr<RunningBase> running,
+            std::function<void(Failure)> fail);
+
+  /// Signs and sends a request. `answer` is called once, with a response of status 2xx or
+  /// `alsoGood`, or with the failure: here, or on a thread of the pool. Reads the body once before,
+  /// for its digest.
+  void send(ObjectRequest request, const std::stop_token& cancellation, Answer answer) const;
+
+  [[nodiscard]] const std::stop_token& cancellation() const noexcept { return cancellation_; }
+  [[nodiscard]] const ObjectAccess& access() const noexcept { return access_; }
+  [[nodiscard]] RunningBase& running() const noexcept { return *running_; }
+
+ private:
+  [[nodiscard]] Outcome<platform::HttpRequest> encoded(ObjectRequest request,
+                                                       const std::stop_token& cancellation) const;
+
+  const std::shared_ptr<const ObjectPlace> place_;
+  const ObjectAccess access_;
+  const std::shared_ptr<platform::HttpTransport> transport_;
+  const std::stop_token cancellation_;
+  const std::shared_ptr<RunningBase> running_;
+  const std::function<void(Failure)> fail_;
+};
+
+using ObjectRunPtr = std::shared_ptr<const ObjectRun>;
+
+/// The operation was cancelled before it had anything to cancel.
+[[nodiscard]] Failure cancelledObject(std::string_view about);
+
+}  // namespace varo::detail

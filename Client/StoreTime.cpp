@@ -1,0 +1,60 @@
+#include "Client/StoreTime.h"
+
+#include "Platform/Foundation/Text.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace varo::detail {
+namespace {
+
+/// The digits at a fixed place; -1 where there are others, or the text ends sooner.
+int digitsAt(std::string_view text, std::size_t from, std::size_t count) {
+  if (from + count > text.size()) return -1;
+  const std::string_view digits = text.substr(from, count);
+  if (digits.find_first_not_of("0123456789") != std::string_view::npos) return -1;
+  return static_cast<int>(platform::parseInteger(digits).value_or(-1));
+}
+
+struct Parts {
+  int year, month, day, hour, minute, second;
+};
+
+StoreTime timeOf(const Parts& parts) {
+  const std::chrono::year_month_day date{std::chrono::year(parts.year),
+                                         std::chrono::month(static_cast<unsigned>(parts.month)),
+                                         std::chrono::day(static_cast<unsigned>(parts.day))};
+  // A 60th second is a leap second.
+  const bool isGood = parts.year >= 0 && date.ok() && parts.hour >= 0 && parts.hour < 24 &&
+                      parts.minute >= 0 && parts.minute < 60 && parts.second >= 0 &&
+                      parts.second <= 60;
+  if (!isGood) return std::nullopt;
+  return std::chrono::sys_days(date) + std::chrono::hours(parts.hour) +
+         std::chrono::minutes(parts.minute) + std::chrono::seconds(parts.second);
+}
+
+}  // namespace
+
+StoreTime httpTime(std::string_view text) {
+  constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
+  if (text.size() != 29 || !text.ends_with(" GMT")) return std::nullopt;
+  const std::size_t month = kMonths.find(text.substr(8, 3));
+  if (month == std::string_view::npos || month % 3 != 0) return std::nullopt;
+  return timeOf({digitsAt(text, 12, 4), static_cast<int>(month / 3) + 1, digitsAt(text, 5, 2),
+                 digitsAt(text, 17, 2), digitsAt(text, 20, 2), digitsAt(text, 23, 2)});
+}
+
+StoreTime isoTime(std::string_view text) {
+  if (text.size() < 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' ||
+      text[16] != ':' || !text.ends_with('Z')) {
+    return std::nullopt;
+  }
+  const auto time = timeOf({digitsAt(text, 0, 4), digitsAt(text, 5, 2), digitsAt(text, 8, 2),
+                            digitsAt(text, 11, 2), digitsAt(text, 14, 2), digitsAt(text, 17, 2)});
+  if (!time || text[19] != '.') return text[19] == 'Z' ? time : std::nullopt;
+  const int thousandths = digitsAt(text, 20, 3);
+  return thousandths < 0 ? std::nullopt : StoreTime(*time + std::chrono::milliseconds(thousandths));
+}
+
+}  // namespace varo::detail

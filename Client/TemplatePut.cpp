@@ -1,0 +1,81 @@
+#include "Client/TemplatePut.h"
+
+#include "Binary/Binary/BinaryDataManager/OnlineBinaryUploadManager.h"
+#include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
+#include "Binary/Binary/Utils/S3SigningConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Client/SourceData.h"
+
+#include <string>
+#include <utility>
+
+namespace varo::detail {
+
+using binary::OnlineBinaryUploadManager;
+using platform::Dictionary;
+using platform::Value;
+
+TemplatePut::TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source)
+    : place_(std::move(place)), key_(std::move(key)), source_(std::move(source)) {}
+
+Outcome<Dictionary> TemplatePut::parameters(const ObjectAccess& access) const {
+  Dictionary parameters;
+  for (const auto& [name, value] : place_->templates()->parameters) parameters.set(name, value);
+  parameters.set("fileName", key_.text());
+  parameters.set(binary::signing::kObjectName, key_.text());
+  if (!access.keys) return parameters;
+  if (!access.keys->sessionToken.empty()) {
+    return failureOf(Kind::kInvalidArgument,
+                     "Credentials::sessionToken cannot be used with a TemplateService");
+  }
+  // The name is signed as it stands, and a store computes from its own encoding of it.
+  parameters.set(binary::signing::kObjectName, binary::encodedPath(key_.text()));
+  parameters.set(binary::signing::kRegionName, place_->region());
+  parameters.set(binary::signing::kAccessKeyID, access.keys->accessKey);
+  parameters.set(binary::signing::kSecretAccessKey, access.keys->secretKey);
+  return parameters;
+}
+
+void TemplatePut::run(const ObjectRunPtr& run, End end) {
+  if (auto good = checked(key_); !good) return end(std::move(good).error());
+  auto filled = parameters(run->access());
+  if (!filled) return end(std::move(filled).error());
+  const std::string about = aboutObject("put of", key_);
+  std::optional<Outcome<platform::Data>> opened;
+  if (!run->running().move([&] { opened = dataFrom(*std::exchange(source_, std::nullopt)); }) ||
+      !opened) {
+    return end(cancelledObject(about));
+  }
+  if (!*opened) return end(std::move(*opened).error());
+  const platform::Data& data = **opened;
+  if (data.empty()) {
+    return end(failureOf(Kind::kInvalidArgument, about + ": the source has no bytes"));
+  }
+  const auto settings = place_->core()->settings();
+  settings->cancellation = run->cancellation();
+  Dictionary options = optionsWith(settings);
+  Dictionary headers = run->access().headers;
+  if (!run->access().token.empty()) {
+    headers.set(binary::kVaroAuthorization, run->access().token);
+    options.set(binary::kVaroAuthorization, run->access().token);
+  }
+  run->running().reached(0, data.size());
+  const auto uploaded = [run, key = key_, size = data.size(), end](
+                            const std::string&, const std::string&, const Value&) {
+    run->running().reached(size, size);
+    end(ObjectInfo{.key = key, .size = Bytes(size)});
+  };
+  const auto failed = [about, end](const std::string&, const Value& error, const Value&) {
+    end(failureFrom(error, about));
+  };
+  OnlineBinaryUploadManager::sharedInstance()->createAndStartOnlineUploadTaskFor(
+      Dictionary{{binary::kURL, place_->templates()->templates},
+                 {binary::keys::kRawBytes, data},
+                 {binary::keys::kHeaders, headers},
+                 {binary::keys::kUploadParams, *filled}},
+      {}, {}, uploaded, failed, options);
+}
+
+}  // namespace varo::detail

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "Client/ObjectOperation.h"
+#include "varo/objects.h"
+#include "varo/source.h"
+
+#include <memory>
+#include <optional>
+
+namespace varo::detail {
+
+/// Puts an object where the template of a service says.
+class TemplatePut final : public ObjectWork<ObjectInfo> {
+ public:
+  TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source);
+
+  void run(const ObjectRunPtr& run, End end) override;
+  /// Its requests belong together, and nobody knows what a repeat would do.
+  [[nodiscard]] bool canPause() const override { return false; }
+
+ private:
+  /// What is posted for the template, and fills it.
+  [[nodiscard]] Outcome<platform::Dictionary> parameters(const ObjectAccess& access) const;
+
+  const std::shared_ptr<const ObjectPlace> place_;
+  const ObjectKey key_;
+  std::optional<Source> source_;
+};
+
+}  // namespace varo::detail
