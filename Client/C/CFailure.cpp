@@ -32,8 +32,9 @@ static_assert(codeNumber(Kind::kDatabase) == VARO_DATABASE);
 static_assert(codeNumber(Kind::kShutDown) == VARO_SHUT_DOWN);
 static_assert(codeNumber(Kind::kOther) == VARO_OTHER);
 
-const char* textOf(const std::optional<FileId>& id) {
-  return id.has_value() ? id->text().c_str() : "";
+template <typename Name>
+const char* textOf(const std::optional<Name>& name) {
+  return name.has_value() ? name->text().c_str() : "";
 }
 
 varo_failure viewOf(const Failure& failure) {
@@ -51,6 +52,7 @@ varo_failure viewOf(const Failure& failure) {
   view.response_excerpt_length = failure.responseExcerpt.size();
   view.request_id = failure.requestId.c_str();
   view.begun = textOf(failure.begun);
+  view.upload = textOf(failure.upload);
   view.cause_domain = failure.cause.domain.c_str();
   view.cause_text = failure.cause.text.c_str();
   view.cause_code = failure.cause.code;
@@ -72,7 +74,7 @@ const varo_failure& noMemoryFailure() noexcept {
     view.code = VARO_NO_MEMORY;
     view.message = "There is not enough memory";
     view.retry_after_ms = -1;
-    view.response_excerpt = view.request_id = view.begun = "";
+    view.response_excerpt = view.request_id = view.begun = view.upload = "";
     view.cause_domain = view.cause_text = "";
     return view;
   }();

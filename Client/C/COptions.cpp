@@ -65,6 +65,19 @@ varo_code varo_credentials_set_token(varo_credentials* credentials, const char* 
   });
 }
 
+varo_code varo_credentials_set_keys(varo_credentials* credentials, const char* access_key,
+                                    const char* secret_key, const char* session_token) {
+  if (credentials == nullptr || access_key == nullptr || secret_key == nullptr) {
+    return VARO_INVALID_ARGUMENT;
+  }
+  return varo::capi::guarded([&] {
+    credentials->credentials.accessKey = access_key;
+    credentials->credentials.secretKey = secret_key;
+    credentials->credentials.sessionToken = varo::capi::textFrom(session_token);
+    return VARO_OK;
+  });
+}
+
 varo_code varo_credentials_refuse(varo_credentials* credentials, const char* why) {
   if (credentials == nullptr || why == nullptr) return VARO_INVALID_ARGUMENT;
   return varo::capi::guarded([&] {

@@ -3,6 +3,7 @@
 #include "Client/C/CValues.h"
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 
 namespace varo::capi {
@@ -37,6 +38,36 @@ OwnedFile::OwnedFile(const FileRecord& from)
   metadata_count = entries.size();
 }
 
+OwnedBlob::OwnedBlob(const BlobState& from)
+    : varo_blob{},
+      state(from),
+      keys(entriesOf(state.ref.keys)),
+      named{state.ref.table.c_str(), state.ref.column.c_str(), keys.data(), keys.size()},
+      file(state.path ? std::optional(state.path->string()) : std::nullopt) {
+  size = sizeof(varo_blob);
+  ref = &named;
+  id = state.id.text().c_str();
+  status = static_cast<varo_blob_status>(state.status);
+  has_file = state.hasFile() ? 1 : 0;
+  reason = state.reason.c_str();
+  path = file ? file->c_str() : nullptr;
+  bytes = bytesOf(state.size);
+  if (state.failure) failure = &ownFailure.emplace(*state.failure);
+}
+
+OwnedObject::OwnedObject(const ObjectInfo& from) : varo_object{}, info(from) {
+  using std::chrono::milliseconds;
+  size = sizeof(varo_object);
+  key = info.key.text().c_str();
+  bytes = bytesOf(info.size);
+  entity_tag = info.entityTag.c_str();
+  modified_ms = info.modified
+                    ? std::chrono::floor<milliseconds>(*info.modified).time_since_epoch().count()
+                    : -1;
+  content_type = info.contentType.c_str();
+  is_prefix = info.isPrefix ? 1 : 0;
+}
+
 const varo_outcome& noMemoryOutcome() noexcept {
   static const varo_outcome outcome = {.failure = &noMemoryFailure()};
   return outcome;
@@ -54,6 +85,36 @@ void fill(varo_outcome& outcome, const std::filesystem::path& path) {
 
 void fill(varo_outcome& outcome, std::uint64_t number) { outcome.number = number; }
 
+void fill(varo_outcome& outcome, const BlobState& state) { outcome.blobs.emplace_back(state); }
+
+void fill(varo_outcome& outcome, const std::vector<BlobState>& states) {
+  for (const BlobState& state : states) fill(outcome, state);
+}
+
+void fill(varo_outcome& outcome, const std::vector<BlobRef>& refs) {
+  OwnedRefs& owned = outcome.refs;
+  owned.refs = refs;
+  owned.keys.reserve(refs.size());
+  owned.views.reserve(refs.size());
+  for (const BlobRef& ref : owned.refs) {
+    const auto& keys = owned.keys.emplace_back(entriesOf(ref.keys));
+    owned.views.push_back({ref.table.c_str(), ref.column.c_str(), keys.data(), keys.size()});
+  }
+}
+
+void fill(varo_outcome& outcome, const ObjectInfo& object) {
+  outcome.objects.emplace_back(object);
+  fill(outcome, object.file);
+}
+
+void fill(varo_outcome& outcome, const std::vector<ObjectInfo>& objects) {
+  for (const ObjectInfo& object : objects) outcome.objects.emplace_back(object);
+}
+
+void fill(varo_outcome& outcome, const ObjectKey& removed) {
+  outcome.objects.emplace_back(ObjectInfo{.key = removed});
+}
+
 }  // namespace varo::capi
 
 varo_code varo_outcome_code(const varo_outcome* outcome) {
@@ -65,7 +126,9 @@ const varo_failure* varo_outcome_failure(const varo_outcome* outcome) {
 }
 
 size_t varo_outcome_count(const varo_outcome* outcome) {
-  return outcome != nullptr ? outcome->files.size() : 0;
+  if (outcome == nullptr) return 0;
+  return outcome->files.size() + outcome->blobs.size() + outcome->objects.size() +
+         outcome->refs.views.size();
 }
 
 const char* varo_outcome_path(const varo_outcome* outcome) {
@@ -84,4 +147,19 @@ void varo_outcome_free(varo_outcome* outcome) {
 const varo_file* varo_outcome_file(const varo_outcome* outcome, size_t index) {
   if (outcome == nullptr || index >= outcome->files.size()) return nullptr;
   return &outcome->files[index];
+}
+
+const varo_blob* varo_outcome_blob(const varo_outcome* outcome, size_t index) {
+  if (outcome == nullptr || index >= outcome->blobs.size()) return nullptr;
+  return &outcome->blobs[index];
+}
+
+const varo_blob_ref* varo_outcome_blob_refs(const varo_outcome* outcome) {
+  if (outcome == nullptr || outcome->refs.views.empty()) return nullptr;
+  return outcome->refs.views.data();
+}
+
+const varo_object* varo_outcome_object(const varo_outcome* outcome, size_t index) {
+  if (outcome == nullptr || index >= outcome->objects.size()) return nullptr;
+  return &outcome->objects[index];
 }

@@ -6,6 +6,7 @@ using platform::MutexLock;
 
 bool CallGate::enter() noexcept {
   const MutexLock lock(mutex_);
+  while (calling_ && !closed_) changed_.wait(mutex_);
   if (closed_) return false;
   calling_ = std::this_thread::get_id();
   return true;
@@ -20,6 +21,7 @@ void CallGate::leave() noexcept {
 void CallGate::close() noexcept {
   const MutexLock lock(mutex_);
   closed_ = true;
+  changed_.notifyAll();
   while (calling_ && *calling_ != std::this_thread::get_id()) changed_.wait(mutex_);
 }
 

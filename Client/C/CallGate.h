@@ -12,7 +12,7 @@ namespace varo::capi {
 /// Thread-safe. Nothing is called with the lock held.
 class CallGate {
  public:
-  /// Whether a call may begin; then `leave` has to follow on the same thread.
+  /// Waits for its turn. Whether a call may begin; then `leave` has to follow on the same thread.
   [[nodiscard]] bool enter() noexcept;
   void leave() noexcept;
   /// When it returns no call runs, and none begins. Inside a call it does not wait for that.

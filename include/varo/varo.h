@@ -19,8 +19,10 @@
 ///   A size that was forgotten is an error. So is a setting that the library is too old to know.
 /// - Structures that the library fills are read only. They may get further members at their end.
 /// - All functions are thread-safe, but for those that end a handle: after them it is gone.
+#include "varo/c/blobs.h"
 #include "varo/c/failure.h"
 #include "varo/c/files.h"
+#include "varo/c/objects.h"
 #include "varo/c/options.h"
 #include "varo/c/outcome.h"
 #include "varo/c/runtime.h"

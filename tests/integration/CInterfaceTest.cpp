@@ -1,3 +1,4 @@
+#include "tests/support/CTransfers.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/SandboxFixture.h"
@@ -8,7 +9,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
-#include <cstring>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -23,19 +24,10 @@ namespace {
 using namespace std::chrono_literals;
 using sandbox::FaultRule;
 using test::contentOf;
+using test::endOf;
+using test::Handle;
+using test::owned;
 using testing::HasSubstr;
-
-using Handle = std::unique_ptr<varo_transfer, void (*)(varo_transfer*)>;
-
-Handle owned(varo_transfer* transfer) { return {transfer, varo_transfer_release}; }
-
-/// The code of a transfer's end, and what its failure says.
-std::pair<varo_code, std::string> endOf(varo_transfer* transfer) {
-  const Handle handle = owned(transfer);
-  const varo_code code = varo_transfer_wait(transfer, -1);
-  const varo_failure* failure = varo_outcome_failure(varo_transfer_outcome(transfer));
-  return {code, failure != nullptr ? failure->message : ""};
-}
 
 class CInterfaceTest : public sandbox::SandboxTest {
  protected:
@@ -117,18 +109,43 @@ TEST_F(CInterfaceTest, NullIsAnErrorThatNamesTheArgument) {
       {varo_files_remove(nullptr, "id"), "files is NULL"},
       {varo_files_remove(files_, nullptr), "id is NULL"},
       {varo_files_remove_where(nullptr, nullptr, 0), "files is NULL"},
+      {varo_objects_put_path(nullptr, "a", "a", nullptr), "objects is NULL"},
+      {varo_objects_get_path(nullptr, "a", "a", nullptr), "objects is NULL"},
+      {varo_objects_head(nullptr, "a"), "objects is NULL"},
+      {varo_objects_list(nullptr, nullptr), "objects is NULL"},
+      {varo_objects_remove(nullptr, "a"), "objects is NULL"},
+      {varo_blobs_fetch(nullptr, nullptr), "blobs is NULL"},
+      {varo_blobs_fetch_all(nullptr, nullptr, 0), "blobs is NULL"},
   };
   for (const auto& [transfer, words] : transfers) {
     const auto [code, message] = endOf(transfer);
     EXPECT_EQ(code, VARO_INVALID_ARGUMENT) << words;
     EXPECT_THAT(message, HasSubstr(words));
   }
+  for (varo_outcome* outcome :
+       {varo_blobs_of(nullptr, nullptr, nullptr, nullptr, 0), varo_blobs_state(nullptr, nullptr),
+        varo_blobs_states(nullptr), varo_blobs_path(nullptr, nullptr),
+        varo_blobs_remove(nullptr, nullptr, VARO_FILE_NOW)}) {
+    EXPECT_EQ(varo_outcome_code(outcome), VARO_INVALID_ARGUMENT);
+    EXPECT_STREQ(varo_outcome_failure(outcome)->message, "The argument blobs is NULL");
+    varo_outcome_free(outcome);
+  }
   varo_progress progress = {};
   varo_failure* failure = nullptr;
+  varo_files* files = nullptr;
+  varo_blobs* blobs = nullptr;
+  varo_objects* objects = nullptr;
+  varo_watch* watch = nullptr;
   const std::vector<varo_code> codes = {
-      varo_files_create(nullptr, &files_, nullptr),
+      varo_blobs_open(nullptr, "a", nullptr, &blobs, nullptr),
+      varo_blobs_open("a", "a", nullptr, &blobs, nullptr),
+      varo_blobs_watch(nullptr, nullptr, nullptr, &watch, nullptr),
+      varo_objects_create_s3(nullptr, nullptr, &objects, nullptr),
+      varo_objects_create_templates(nullptr, nullptr, &objects, nullptr),
+      varo_files_create(nullptr, &files, nullptr),
       varo_files_create(&options_, nullptr, &failure),
       varo_credentials_set_token(nullptr, "a"),
+      varo_credentials_set_keys(nullptr, "a", "b", nullptr),
       varo_credentials_refuse(nullptr, "a"),
       varo_transfer_on_progress(nullptr, nullptr, nullptr),
       varo_transfer_on_done(nullptr, nullptr, nullptr),
@@ -153,6 +170,12 @@ TEST_F(CInterfaceTest, NullIsAnErrorThatNamesTheArgument) {
   EXPECT_EQ(varo_outcome_path(nullptr), nullptr);
   EXPECT_EQ(varo_outcome_file(nullptr, 0), nullptr);
   EXPECT_EQ(varo_file_entry(nullptr, "a"), nullptr);
+  EXPECT_EQ(varo_outcome_blob(nullptr, 0), nullptr);
+  EXPECT_EQ(varo_outcome_blob_refs(nullptr), nullptr);
+  EXPECT_EQ(varo_outcome_object(nullptr, 0), nullptr);
+  varo_blobs_free(nullptr);
+  varo_objects_free(nullptr);
+  varo_watch_release(nullptr);
   varo_transfer_release(nullptr);
   varo_transfer_detach(nullptr);
   varo_outcome_free(nullptr);
@@ -384,6 +407,20 @@ TEST_F(CInterfaceTest, UserDataIsFreedWithTheLastUseOfItsClient) {
   varo_files_free(files);
   user.gone.get_future().get();  // by the last operation, if that was still about to end
   EXPECT_EQ(user.freed, 1);
+}
+
+TEST_F(CInterfaceTest, ExampleOfBlobsFetchesAllPhotosAndSaysWhatBecameOfEach) {
+  const std::string database = directory_ + "/staff.db";
+  const std::string photos = directory_ + "/photos";
+  const auto error = server_->makeExampleDatabase(database);
+  ASSERT_FALSE(error) << error->message;
+  std::filesystem::create_directory(photos);
+  test::ChildProcess program(
+      {VARO_C_BLOBS, {server_->blobUrl(), database, photos}, {}, directory_});
+  EXPECT_EQ(program.wait(), 0) << program.errors();
+  for (const std::string& words : {std::string(" is available\n"), "photo of 1: " + photos + "/"}) {
+    EXPECT_THAT(program.output(), testing::HasSubstr(words));
+  }
 }
 
 }  // namespace

@@ -65,6 +65,8 @@ typedef struct varo_failure {
   const char* request_id;
   /// The record that a failed upload has made: to resume it, or to remove it.
   const char* begun;
+  /// The upload in parts that a failed put of an object has left behind, to be resumed.
+  const char* upload;
   /// What was below: an error as that layer has it. docs/errors.md lists domains and codes.
   const char* cause_domain;
   const char* cause_text;

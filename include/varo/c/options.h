@@ -12,6 +12,10 @@ typedef struct varo_credentials varo_credentials;
 
 /// The service's token, sent to the service's own servers only.
 VARO_API varo_code varo_credentials_set_token(varo_credentials* credentials, const char* token);
+/// What the requests to an object store are signed with. `session_token` goes with keys that are
+/// good for a while; NULL for none.
+VARO_API varo_code varo_credentials_set_keys(varo_credentials* credentials, const char* access_key,
+                                             const char* secret_key, const char* session_token);
 /// Why there are none; goes into the failure's message. For a function that does not return 0.
 VARO_API varo_code varo_credentials_refuse(varo_credentials* credentials, const char* why);
 
@@ -25,7 +29,8 @@ typedef void (*varo_free_fn)(void* user);
 /// The settings of one client. Clients with other settings can live side by side.
 typedef struct varo_options {
   size_t size;
-  /// Where the service is: http or https, with or without a slash at its end.
+  /// Where the service is: http or https, with or without a slash at its end. NULL for a store of
+  /// objects.
   const char* url;
   /// Further headers of each request to the service.
   const varo_pair* headers;

@@ -1,4 +1,4 @@
-"""Files over the C interface, with ctypes: how another language binds to the library.
+"""Files and blobs over the C interface, with ctypes: how another language binds to the library.
 
     with varo.Library("libvarobinary.so").files("https://example.com", token="...") as files:
         record = files.upload("photo.jpg", {"owner": "ann"}).result()
@@ -15,64 +15,15 @@ What a binding has to take care of:
 """
 
 import ctypes
-from ctypes import CFUNCTYPE, POINTER, Structure, Union, byref, c_char_p, c_double, c_int, c_int64, c_size_t, \
-    c_uint64, c_void_p
+from ctypes import POINTER, byref, c_char_p, c_void_p
 from dataclasses import dataclass
 
-OK, CANCELLED, INVALID_ARGUMENT, PENDING = 0, 1, 2, 101
+from .c import BLOB, CREDENTIALS, DONE, FREE, FUNCTIONS, PROGRESS, READ, WRITE, BlobService, DownloadOptions, \
+    FailureView, Options, RefView, UploadOptions, entries, values
+
+OK, CANCELLED, INVALID_ARGUMENT, NOT_FOUND, PENDING = 0, 1, 2, 7, 101
 FOREVER = -1
 REPLACE = 1
-
-
-class Sized(Structure):
-    """A structure whose first member is its size."""
-
-    def __init__(self, **members):
-        super().__init__(size=ctypes.sizeof(type(self)), **members)
-
-
-class _Value(Union):
-    _fields_ = [("boolean", c_int), ("integer", c_int64), ("number", c_double), ("text", c_char_p)]
-
-
-class Entry(Structure):
-    _anonymous_ = ["value"]
-    _fields_ = [("name", c_char_p), ("type", c_int), ("value", _Value), ("text_length", c_size_t)]
-
-    def python(self):
-        if self.type == 4:
-            return ctypes.string_at(_address(self, "value"), self.text_length).decode()
-        return {1: bool(self.boolean), 2: self.integer, 3: self.number}[self.type]
-
-
-def _address(structure, pointer):
-    """Where a pointer among the members points; c_char_p would stop at the first NUL."""
-    at = ctypes.addressof(structure) + getattr(type(structure), pointer).offset
-    return c_void_p.from_address(at).value
-
-
-def entries(values):
-    """An array of entries, and how many they are."""
-    array = (Entry * max(len(values), 1))()
-    for entry, (name, value) in zip(array, values.items()):
-        entry.name = name.encode()
-        if isinstance(value, bool):
-            entry.type, entry.boolean = 1, value
-        elif isinstance(value, int):
-            entry.type, entry.integer = 2, value
-        elif isinstance(value, float):
-            entry.type, entry.number = 3, value
-        else:
-            entry.type, entry.text = 4, value.encode()
-    return array, len(values)
-
-
-class FailureView(Sized):
-    _fields_ = [("size", c_size_t), ("code", c_int), ("http_status", c_int), ("message", c_char_p),
-                ("is_worth_retrying", c_int), ("maybe_done", c_int), ("retry_after_ms", c_int64),
-                ("service_status", c_int64), ("has_service_status", c_int), ("response_excerpt", c_char_p),
-                ("response_excerpt_length", c_size_t), ("request_id", c_char_p), ("begun", c_char_p),
-                ("cause_domain", c_char_p), ("cause_text", c_char_p), ("cause_code", c_int64)]
 
 
 class Failure(Exception):
@@ -86,16 +37,6 @@ class Failure(Exception):
         self.begun = view.begun.decode() or None
 
 
-class ProgressView(Sized):
-    _fields_ = [("size", c_size_t), ("done", c_uint64), ("total", c_uint64), ("bytes_per_second", c_double),
-                ("seconds_left", c_int64), ("attempt", c_int)]
-
-
-class FileView(Sized):
-    _fields_ = [("size", c_size_t), ("id", c_char_p), ("name", c_char_p), ("bytes", c_int64),
-                ("metadata", POINTER(Entry)), ("metadata_count", c_size_t)]
-
-
 @dataclass
 class File:
     id: str
@@ -104,70 +45,23 @@ class File:
     metadata: dict
 
 
-CREDENTIALS = CFUNCTYPE(c_int, c_void_p, c_void_p)
-FREE = CFUNCTYPE(None, c_void_p)
-PROGRESS = CFUNCTYPE(None, c_void_p, POINTER(ProgressView))
-DONE = CFUNCTYPE(None, c_void_p, c_void_p)
-READ = CFUNCTYPE(c_int64, c_void_p, c_void_p, c_size_t)
-WRITE = CFUNCTYPE(c_int, c_void_p, c_void_p, c_size_t)
+@dataclass
+class BlobRef:
+    table: str
+    column: str
+    keys: dict
 
 
-class Pair(Structure):
-    _fields_ = [("name", c_char_p), ("value", c_char_p)]
-
-
-class Options(Sized):
-    _fields_ = [("size", c_size_t), ("url", c_char_p), ("headers", POINTER(Pair)), ("header_count", c_size_t),
-                ("ca_file", c_char_p), ("chunk_size", c_uint64), ("parallel", c_int),
-                ("connect_timeout_ms", c_int64), ("stall_timeout_ms", c_int64), ("credentials", CREDENTIALS),
-                ("user", c_void_p), ("free_user", FREE)]
-
-
-class UploadOptions(Sized):
-    _fields_ = [("size", c_size_t), ("name", c_char_p), ("metadata", POINTER(Entry)), ("metadata_count", c_size_t),
-                ("file_namespace", c_char_p), ("security_key", c_char_p), ("chunk_size", c_uint64)]
-
-
-class DownloadOptions(Sized):
-    _fields_ = [("size", c_size_t), ("if_exists", c_int), ("file_namespace", c_char_p),
-                ("security_key", c_char_p)]
-
-
-# Handles are c_void_p. A function that is not here cannot be called: ctypes would take its pointers for int.
-FUNCTIONS = {
-    "varo_version": [c_char_p],
-    "varo_code_name": [c_char_p, c_int],
-    "varo_shut_down": [c_int, c_int64],
-    "varo_failure_free": [None, POINTER(FailureView)],
-    "varo_credentials_set_token": [c_int, c_void_p, c_char_p],
-    "varo_files_create": [c_int, POINTER(Options), POINTER(c_void_p), POINTER(POINTER(FailureView))],
-    "varo_files_free": [None, c_void_p],
-    "varo_files_upload_path": [c_void_p, c_void_p, c_char_p, POINTER(UploadOptions)],
-    "varo_files_upload_bytes": [c_void_p, c_void_p, c_char_p, c_size_t, POINTER(UploadOptions)],
-    "varo_files_upload_reader": [c_void_p, c_void_p, READ, c_void_p, c_uint64, POINTER(UploadOptions)],
-    "varo_files_download_path": [c_void_p, c_void_p, c_char_p, c_char_p, POINTER(DownloadOptions)],
-    "varo_files_download_sink": [c_void_p, c_void_p, c_char_p, WRITE, c_void_p, POINTER(DownloadOptions)],
-    "varo_files_list": [c_void_p, c_void_p, POINTER(Entry), c_size_t],
-    "varo_files_update": [c_void_p, c_void_p, c_char_p, POINTER(Entry), c_size_t],
-    "varo_files_remove": [c_void_p, c_void_p, c_char_p],
-    "varo_files_remove_where": [c_void_p, c_void_p, POINTER(Entry), c_size_t],
-    "varo_transfer_on_progress": [c_int, c_void_p, PROGRESS, c_void_p],
-    "varo_transfer_on_done": [c_int, c_void_p, DONE, c_void_p],
-    "varo_transfer_cancel": [c_int, c_void_p],
-    "varo_transfer_pause": [c_int, c_void_p],
-    "varo_transfer_resume": [c_int, c_void_p],
-    "varo_transfer_state": [c_int, c_void_p],
-    "varo_transfer_wait": [c_int, c_void_p, c_int64],
-    "varo_transfer_outcome": [c_void_p, c_void_p],
-    "varo_transfer_release": [None, c_void_p],
-    "varo_outcome_code": [c_int, c_void_p],
-    "varo_outcome_failure": [POINTER(FailureView), c_void_p],
-    "varo_outcome_count": [c_size_t, c_void_p],
-    "varo_outcome_path": [c_char_p, c_void_p],
-    "varo_outcome_number": [c_uint64, c_void_p],
-    "varo_outcome_free": [None, c_void_p],
-    "varo_outcome_file": [POINTER(FileView), c_void_p, c_size_t],
-}
+@dataclass
+class Blob:
+    ref: BlobRef
+    id: str
+    status: str
+    has_file: bool
+    reason: str
+    path: str
+    bytes: int
+    failure: Failure
 
 
 def text(value):
@@ -190,6 +84,9 @@ class Library:
     def files(self, url, token=None, **options):
         return Files(self, url, token, options)
 
+    def blobs(self, database, files, url, scope, token=None, **options):
+        return Blobs(self, database, files, url, scope, token, options)
+
     def shut_down(self, most_ms=10_000):
         return bool(self.varo_shut_down(most_ms))
 
@@ -200,11 +97,21 @@ class Library:
 
     def file(self, outcome, index):
         view = self.varo_outcome_file(outcome, index).contents
-        metadata = {entry.name.decode(): entry.python() for entry in view.metadata[:view.metadata_count]}
-        return File(view.id.decode(), view.name.decode(), view.bytes, metadata)
+        return File(view.id.decode(), view.name.decode(), view.bytes,
+                    values(view.metadata, view.metadata_count))
 
     def files_of(self, outcome):
         return [self.file(outcome, index) for index in range(self.varo_outcome_count(outcome))]
+
+    def blob(self, view):
+        return Blob(ref_from(view.ref.contents), view.id.decode(),
+                    self.varo_blob_status_name(view.status).decode(), bool(view.has_file), view.reason.decode(),
+                    view.path and view.path.decode(), view.bytes,
+                    Failure(view.failure.contents) if view.failure else None)
+
+    def blobs_of(self, outcome):
+        return [self.blob(self.varo_outcome_blob(outcome, index).contents)
+                for index in range(self.varo_outcome_count(outcome))]
 
     def path_of(self, outcome):
         path = self.varo_outcome_path(outcome)
@@ -359,6 +266,87 @@ class Files(Client):
         library = self.library
         handle = library.varo_files_remove_where(self.handle, *entries(terms))
         return Transfer(library, handle, library.varo_outcome_number)
+
+
+def ref_from(view):
+    return BlobRef(view.table.decode(), view.column.decode(), values(view.keys, view.key_count))
+
+
+def views_of(refs):
+    array = (RefView * max(len(refs), 1))()
+    for view, ref in zip(array, refs):
+        view.table, view.column = text(ref.table), text(ref.column)
+        view.keys, view.key_count = entries(ref.keys)
+    return array
+
+
+class Watch:
+    """Has a function told of blobs that change, until it is released."""
+
+    def __init__(self, library, handle, callback):
+        self._library, self._handle, self._callback = library, handle, callback
+
+    def release(self):
+        handle, self._handle = self._handle, None
+        self._library.varo_watch_release(handle)
+
+    __del__ = release
+
+
+class Blobs(Client):
+    """The blobs of one offline database."""
+
+    def __init__(self, library, database, files, url, scope, token, options):
+        super().__init__(library, library.varo_blobs_free)
+        given = options_with(library, url, token, options)
+        service = BlobService(options=ctypes.pointer(given), scope=text(scope))
+        self.create(given, library.varo_blobs_open, text(database), text(files), service)
+
+    def of(self, table, column, keys):
+        """The blobs of all records of a table; `keys` are the columns that tell them apart."""
+        def read(outcome):
+            views = self.library.varo_outcome_blob_refs(outcome)
+            return [ref_from(views[index]) for index in range(self.library.varo_outcome_count(outcome))]
+        names = (c_char_p * len(keys))(*map(text, keys))
+        return self._answer(self.library.varo_blobs_of(self.handle, text(table), text(column), names, len(keys)), read)
+
+    def fetch(self, ref):
+        return Transfer(self.library, self.library.varo_blobs_fetch(self.handle, views_of([ref])), self.library.path_of)
+
+    def fetch_all(self, refs):
+        handle = self.library.varo_blobs_fetch_all(self.handle, views_of(refs), len(refs))
+        return Transfer(self.library, handle, self.library.blobs_of)
+
+    def state(self, ref):
+        return self._answer(self.library.varo_blobs_state(self.handle, views_of([ref])), self.library.blobs_of)[0]
+
+    def states(self):
+        return self._answer(self.library.varo_blobs_states(self.handle), self.library.blobs_of)
+
+    def path(self, ref):
+        return self._answer(self.library.varo_blobs_path(self.handle, views_of([ref])), self.library.path_of)
+
+    def remove(self, ref, now=False):
+        outcome = self.library.varo_blobs_remove(self.handle, views_of([ref]), int(now))
+        return self._answer(outcome, self.library.blobs_of)[0]
+
+    def watch(self, callback):
+        told = BLOB(lambda _, view: callback(self.library.blob(view.contents)))
+        watch, failure = c_void_p(), POINTER(FailureView)()
+        if self.library.varo_blobs_watch(self.handle, told, None, byref(watch), byref(failure)) != OK:
+            try:
+                raise Failure(failure.contents)
+            finally:
+                self.library.varo_failure_free(failure)
+        return Watch(self.library, watch, told)
+
+    def _answer(self, outcome, read):
+        try:
+            if failure := self.library.failure(outcome):
+                raise failure
+            return read(outcome)
+        finally:
+            self.library.varo_outcome_free(outcome)
 
 
 def _reader(source):
