@@ -69,7 +69,7 @@ OwnedObject::OwnedObject(const ObjectInfo& from) : varo_object{}, info(from) {
 }
 
 const varo_outcome& noMemoryOutcome() noexcept {
-  static const varo_outcome outcome = {.failure = &noMemoryFailure()};
+  static const varo_outcome outcome(noMemoryFailure());
   return outcome;
 }
 

@@ -64,6 +64,13 @@ struct OwnedRefs {
 
 /// Immutable once it was made. What does not belong to the operation is empty.
 struct varo_outcome {
+  varo_outcome() = default;
+  /// Of a failure that lives for ever.
+  explicit varo_outcome(const varo_failure& lasting) noexcept : failure(&lasting) {}
+  varo_outcome(const varo_outcome&) = delete;
+  varo_outcome& operator=(const varo_outcome&) = delete;
+  ~varo_outcome() = default;
+
   /// NULL for a success. Points to `ownFailure`, or to what lives for ever.
   const varo_failure* failure = nullptr;
   std::optional<varo::capi::OwnedFailure> ownFailure;
