@@ -7,7 +7,7 @@ if(VARO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     env "CCACHE_BASEDIR=${PROJECT_SOURCE_DIR}" CCACHE_NOHASHDIR=1
     CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${VARO_CCACHE}")
   # Without the time in it a precompiled header is the same in every clone.
-  add_compile_options("$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
+  add_compile_options("$<$<COMPILE_LANG_AND_ID:CXX,Clang>:SHELL:-Xclang -fno-pch-timestamp>")
 endif()
 
 add_library(varo_warnings INTERFACE)

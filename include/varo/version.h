@@ -2,7 +2,9 @@
 
 #include "varo/export.h"
 
+#ifdef __cplusplus
 #include <string_view>
+#endif
 
 /// The version of these headers. https://semver.org
 ///
@@ -16,9 +18,11 @@
 #define VARO_VERSION_TEXT(major, minor, patch) VARO_VERSION_TEXT_OF(major, minor, patch)
 #define VARO_VERSION_TEXT_OF(major, minor, patch) #major "." #minor "." #patch
 
+#ifdef __cplusplus
 namespace varo {
 
 /// The version of the library that the program runs with, which may be a later one.
 [[nodiscard]] VARO_API std::string_view version() noexcept;
 
 }  // namespace varo
+#endif

@@ -40,7 +40,11 @@ MAY = {
     "Platform/TaskEngine/": ("Platform/Foundation/", "Platform/Logging/"),
     "Binary/": ("Platform/",),
     "include/varo/": (),
+    # C reads these, so nothing of C++ is below them.
+    "include/varo/c/": ("include/varo/export.h", "include/varo/version.h"),
     "Client/": ("include/varo/", "Binary/", "Platform/"),
+    # On the typed client, not on what that stands on.
+    "Client/C/": ("Client/", "include/varo/", "Platform/Foundation/"),
     "Sandbox/": ("Platform/",),
     "Sandbox/Http/": SANDBOX_USES,
     "Sandbox/Storage/": SANDBOX_USES + ("Sandbox/Http/",),
@@ -58,8 +62,9 @@ MAY = {
     "tests/": ("Cli/", "Client/", "include/varo/", "Binary/", "Sandbox/", "Platform/"),
 }
 
-# Folder -> what its files must not include although the layer may.
+# Folder -> what its files must not include although the layer may; a folder may include itself.
 MUST_NOT = {
+    "Client/": ("Client/C/",),
     **{folder: MANAGERS for folder in TASKS},
     **{folder: MANAGERS + TASKS for folder in UTILS},
     CALLBACKS: MANAGERS + TASKS,
@@ -77,6 +82,7 @@ LIBRARIES = {
     "SQLiteCpp/": ("Sandbox/*",),
     "CLI/": ("Cli/*.cpp",),
 }
+C_HEADERS = ("stddef.h", "stdint.h", "string.h")
 FREE = ("tests/", "bench/", "examples/")
 
 INCLUDE = re.compile(r'\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
@@ -102,12 +108,14 @@ def refusal(path, name, files):
         if path.startswith(folder) and not name.startswith((folder, *others)):
             return f"is not for {folder}"
     for folder, others in MUST_NOT.items():
-        if path.startswith(folder) and name.startswith(others):
+        if path.startswith(folder) and name.startswith(others) and not path.startswith(others):
             return f"is not for {folder}"
     return None
 
 
 def library_refusal(path, name):
+    if path.startswith("include/varo/c/") and name in C_HEADERS:
+        return None
     # An application gets these headers alone. Those of the standard library have neither folder nor ending.
     if path.startswith("include/varo/") and ("/" in name or "." in name):
         return "is not for include/varo/, which includes the standard library and itself"
@@ -142,7 +150,7 @@ def circle(graph):
 
 
 def main():
-    listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "*.h", "*.cpp"],
+    listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard", "*.h", "*.cpp", "*.c"],
                             stdout=subprocess.PIPE, check=True, text=True).stdout.splitlines()
     files = {name for name in listed if PurePosixPath(name).parts[0] != "build"}
     faults, graph = [], {}

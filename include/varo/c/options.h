@@ -1,0 +1,60 @@
+#pragma once
+
+#include "varo/c/failure.h"
+#include "varo/c/values.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// What a client shows to its server. Filled by a `varo_credentials_fn`, and there during its call.
+typedef struct varo_credentials varo_credentials;
+
+/// The service's token, sent to the service's own servers only.
+VARO_API varo_code varo_credentials_set_token(varo_credentials* credentials, const char* token);
+/// What the requests to an object store are signed with. `session_token` goes with keys that are
+/// good for a while; NULL for none.
+VARO_API varo_code varo_credentials_set_keys(varo_credentials* credentials, const char* access_key,
+                                             const char* secret_key, const char* session_token);
+/// Why there are none; goes into the failure's message. For a function that does not return 0.
+VARO_API varo_code varo_credentials_refuse(varo_credentials* credentials, const char* why);
+
+/// Asked before each operation, on the thread that starts it, so several at once. Returns 0;
+/// anything else fails the operation with `VARO_UNAUTHORIZED`.
+typedef int (*varo_credentials_fn)(void* user, varo_credentials* credentials);
+
+/// Frees what `user` points to.
+typedef void (*varo_free_fn)(void* user);
+
+/// The settings of one client. Clients with other settings can live side by side.
+typedef struct varo_options {
+  size_t size;
+  /// Where the service is: http or https, with or without a slash at its end. NULL for a store of
+  /// objects.
+  const char* url;
+  /// Further headers of each request to the service.
+  const varo_pair* headers;
+  size_t header_count;
+  /// Certificates (PEM) to trust besides the system's. NULL for none.
+  const char* ca_file;
+  /// Bytes of an upload that are sent at once. 0: 1 MiB.
+  uint64_t chunk_size;
+  /// Transfers of this client that run at once; others wait for their turn. 0: 5.
+  int parallel;
+  /// Until a connection stands, name look-up and TLS included, in milliseconds. 0: 30 s.
+  int64_t connect_timeout_ms;
+  /// How long no byte may move before a request is given up, in milliseconds. 0: 60 s.
+  int64_t stall_timeout_ms;
+  /// NULL: nothing is shown.
+  varo_credentials_fn credentials;
+  /// Given to the functions above.
+  void* user;
+  /// Called once, on any thread, when nothing of the client uses `user` any more: the client was
+  /// freed and its last operation has ended. Where no client was made, `user` stays the caller's.
+  /// NULL: nothing is called.
+  varo_free_fn free_user;
+} varo_options;
+
+#ifdef __cplusplus
+}
+#endif
