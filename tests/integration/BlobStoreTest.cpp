@@ -31,8 +31,7 @@ using testing::HasSubstr;
 namespace fs = std::filesystem;
 
 constexpr std::uint64_t kRange = 4096;
-/// Three ranges.
-constexpr std::uint64_t kSize = 10'000;
+constexpr std::uint64_t kSize = 10'000;  // three ranges
 
 class BlobStoreTest : public sandbox::SandboxTest {
  protected:
@@ -210,8 +209,7 @@ TEST_F(BlobStoreTest, PauseOfManyReachesThoseThatRunAndThoseThatWait) {
   ASSERT_TRUE(eventually([&] { return all.state() == State::kPaused; }));
   for (const BlobState& state : *store.states()) EXPECT_EQ(state.status, BlobStatus::kPaused);
   server_->clearFaults();
-  // Another fetch gets a place meanwhile.
-  EXPECT_TRUE(store.fetch(blob(kCount)).get());
+  EXPECT_TRUE(store.fetch(blob(kCount)).get()) << "it gets a place meanwhile";
   EXPECT_EQ(server_->serviceStats().requests, 4U + 3U);
   all.resume();
   const auto states = all.get();
@@ -266,13 +264,12 @@ TEST_F(BlobStoreTest, TwoFetchesOfOneBlobBothComeToTheirOutcome) {
   auto second = store.fetch(blob(1));
   auto third = open("a").fetch(blob(1));
   auto fourth = open("a").fetch(blob(1));
-  // These wait for the file: they run, and have sent nothing.
   ASSERT_TRUE(eventually([&] { return third.state() == State::kRunning; }));
   third.cancel();
   EXPECT_EQ(third.get().error().kind, Kind::kCancelled);
   fourth.pause();
   ASSERT_TRUE(eventually([&] { return fourth.state() == State::kPaused; }));
-  EXPECT_EQ(server_->serviceStats().requests, 2U);
+  EXPECT_EQ(server_->serviceStats().requests, 2U) << "these wait for the file";
   first.pause();
   const auto file = second.get();
   ASSERT_TRUE(file) << file.error().message;
