@@ -5,14 +5,13 @@
 ///
 /// - Handles are opaque. Whoever gets one from a function with "create", "open" or a name of an
 ///   operation gives it back with the function that its declaration names.
-/// - No function gives an error by other means than its result. A NULL where something is needed is
-///   `VARO_INVALID_ARGUMENT`; want of memory is `VARO_NO_MEMORY`. No C++ exception leaves a
+/// - No function gives an error by other means than its result. A NULL where something is needed
+///   is `VARO_INVALID_ARGUMENT`; want of memory is `VARO_NO_MEMORY`. No C++ exception leaves a
 ///   function.
 /// - Texts are UTF-8 and end with NUL; paths are as the system has them. What a function is given
 ///   is copied before it returns, unless it says otherwise.
 /// - Every structure that can grow begins with its size in bytes. Set all of it to zero, which
-/// means
-///   defaults everywhere, then set the size:
+///   means defaults everywhere, then set the size:
 ///
 ///       varo_options options = {.size = sizeof options, .url = "https://example.com"};
 ///

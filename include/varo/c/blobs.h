@@ -101,12 +101,10 @@ typedef enum varo_file_removal {
 /// Looks at the database and the directory, checks the options, and makes `*blobs`; sends nothing.
 ///
 /// - `database`: the SQLite file, which the application owns. `VARO_DATABASE` where it is not
-/// there, is
-///   no database, or has no table of blobs.
+///   there, is no database, or has no table of blobs.
 /// - `files`: the directory that the blobs' files come into, named after their ids.
-/// `VARO_LOCAL_FILE`
-///   where it is not there or cannot be written, `VARO_CONFLICT` where an open store has it for
-///   another database.
+///   `VARO_LOCAL_FILE` where it is not there or cannot be written, `VARO_CONFLICT` where an open
+///   store has it for another database.
 ///
 /// On a failure `*blobs` is NULL, and `*failure`, where `failure` is not NULL, says why:
 /// `varo_failure_free`. Else `*failure` is NULL.
@@ -120,10 +118,9 @@ VARO_API void varo_blobs_free(varo_blobs* blobs);
 /// there already.
 ///
 /// - Cancelled, paused or failed: the row and the partial file stay, and a later fetch goes on
-/// there.
+///   there.
 /// - `VARO_NOT_FOUND` for no such record, or none on the service; `VARO_CONFLICT` for a blob that
-/// is to
-///   be deleted, or whose file another process is writing; `VARO_INTEGRITY` where the object
+///   is to be deleted, or whose file another process is writing; `VARO_INTEGRITY` where the object
 ///   changed under way.
 VARO_API varo_transfer* varo_blobs_fetch(const varo_blobs* blobs, const varo_blob_ref* blob);
 /// Starts to fetch `count` blobs, a few at a time. The outcome has as many blobs, in the order of
@@ -135,8 +132,8 @@ VARO_API varo_transfer* varo_blobs_fetch_all(const varo_blobs* blobs, const varo
 /// The functions below look at the database and return when they have: an outcome that belongs to
 /// the caller, `varo_outcome_free`. They never give NULL.
 
-/// The blobs of all records of a table, as the database has them now: `varo_outcome_blob_refs`. The
-/// key columns tell the records apart; at least one.
+/// The blobs of all records of a table, as the database has them now: `varo_outcome_blob_refs`.
+/// The key columns tell the records apart; at least one.
 VARO_API varo_outcome* varo_blobs_of(const varo_blobs* blobs, const char* table, const char* column,
                                      const char* const* key_columns, size_t key_column_count);
 /// What the database says of this blob now: one blob.
@@ -169,8 +166,8 @@ VARO_API void varo_watch_release(varo_watch* watch);
 
 /// One blob of an outcome; NULL where it has none at `index`.
 VARO_API const varo_blob* varo_outcome_blob(const varo_outcome* outcome, size_t index);
-/// The names of blobs of an outcome, `varo_outcome_count` of them: for `varo_blobs_fetch_all`. NULL
-/// where it has none.
+/// The names of blobs of an outcome, `varo_outcome_count` of them: for `varo_blobs_fetch_all`.
+/// NULL where it has none.
 VARO_API const varo_blob_ref* varo_outcome_blob_refs(const varo_outcome* outcome);
 /// "notFetched" for `VARO_BLOB_NOT_FETCHED`, and so on. Lives as long as the process.
 VARO_API const char* varo_blob_status_name(varo_blob_status status);

@@ -61,11 +61,10 @@ VARO_API void varo_files_free(varo_files* files);
 
 /// Creates the record, sends the bytes, commits. The outcome has one file.
 ///
-/// - `varo_failure::begun` names the record that a failure leaves behind: `varo_files_remove` gives
-/// it
-///   up.
+/// - `varo_failure::begun` names the record that a failure leaves behind: `varo_files_remove`
+///   gives it up.
 /// - Cancelled: the record is removed before the outcome is there; where that fails, `begun` names
-/// it.
+///   it.
 ///
 /// `_path`: the regular file at `path`, which must not change before the end. `_bytes`: a copy of
 /// `length` bytes. `_reader`: what `read` gives, which is first brought into a nameless temporary
@@ -78,8 +77,9 @@ VARO_API varo_transfer* varo_files_upload_reader(const varo_files* files, varo_r
                                                  void* user, uint64_t length,
                                                  const varo_upload_options* options);
 
-/// Brings a file's bytes to `path`, which has to be that of the file, not of a directory, and whose
-/// directory has to be there: the file is there complete or not at all. The outcome has its path.
+/// Brings a file's bytes to `path`, which has to be that of the file, not of a directory, and
+/// whose directory has to be there: the file is there complete or not at all. The outcome has its
+/// path.
 VARO_API varo_transfer* varo_files_download_path(const varo_files* files, const char* id,
                                                  const char* path,
                                                  const varo_download_options* options);

@@ -12,8 +12,9 @@ extern "C" {
 /// Keys are given as people write them: "photos/Ann 1.jpg". One that is empty, longer than 1024
 /// bytes, or has "." or ".." between slashes is `VARO_INVALID_ARGUMENT`.
 ///
-/// A pause stops the network; the resume goes on with the parts that are missing. What is less than
-/// a part begins anew. An upload by a template service is not stopped, only one that waits is.
+/// A pause stops the network; the resume goes on with the parts that are missing. What is less
+/// than a part begins anew. An upload by a template service is not stopped, only one that waits
+/// is.
 typedef struct varo_objects varo_objects;
 
 typedef enum varo_addressing {
@@ -32,8 +33,7 @@ typedef struct varo_s3 {
   /// As the store calls it: "eu-west-1". Part of every signature.
   const char* region;
   /// 3 to 63 letters, digits, "-", "." and "_"; for `VARO_ADDRESSING_VIRTUAL_HOST` no capitals and
-  /// no
-  /// "_".
+  /// no "_".
   const char* bucket;
   varo_addressing addressing;
 } varo_s3;
@@ -62,7 +62,8 @@ typedef struct varo_object {
   const char* key;
   /// Of the whole object. -1 where the store does not say it.
   int64_t bytes;
-  /// The store's name of this version of the object ("ETag"), without quotes. Need not be a digest.
+  /// The store's name of this version of the object ("ETag"), without quotes. Need not be a
+  /// digest.
   const char* entity_tag;
   /// Milliseconds since 1970 began; -1 where the store does not say it.
   int64_t modified_ms;
@@ -72,8 +73,8 @@ typedef struct varo_object {
   int is_prefix;
 } varo_object;
 
-/// Told the name of an upload in parts when it has begun, before a part is sent: to resume it after
-/// the process has ended. Called at most once, as a `varo_read_fn` is.
+/// Told the name of an upload in parts when it has begun, before a part is sent: to resume it
+/// after the process has ended. Called at most once, as a `varo_read_fn` is.
 typedef void (*varo_begun_fn)(void* user, const char* upload);
 
 /// How an object is put. All but `content_type` concern `varo_s3` only.
@@ -81,15 +82,15 @@ typedef struct varo_put_options {
   size_t size;
   /// NULL: "application/octet-stream".
   const char* content_type;
-  /// What is larger is sent in parts of this size, several at once ("multipart upload"). 5 MiB to 5
-  /// GiB; 0: 8 MiB.
+  /// What is larger is sent in parts of this size, several at once ("multipart upload"). 5 MiB to
+  /// 5 GiB; 0: 8 MiB.
   uint64_t part_size;
   /// What to do with the parts of an upload that fails or is cancelled. 0: they are removed. Else
   /// they are kept, and `varo_failure::upload` names the upload; the store may charge for them
   /// until it is resumed or aborted.
   int keep_parts;
-  /// Goes on with an upload of the same key whose parts were kept: those that the store has are not
-  /// sent again. Source and `part_size` have to be the same as before. NULL: a new one.
+  /// Goes on with an upload of the same key whose parts were kept: those that the store has are
+  /// not sent again. Source and `part_size` have to be the same as before. NULL: a new one.
   const char* resume;
   /// NULL for none.
   varo_begun_fn on_begun;
@@ -99,8 +100,8 @@ typedef struct varo_put_options {
 typedef struct varo_get_options {
   size_t size;
   varo_if_exists if_exists;
-  /// The first byte that is wanted, from 0, and how many. 0 for a length: to the end of the object.
-  /// Where the object ends sooner, what there is; one that begins behind the end is
+  /// The first byte that is wanted, from 0, and how many. 0 for a length: to the end of the
+  /// object. Where the object ends sooner, what there is; one that begins behind the end is
   /// `VARO_INVALID_ARGUMENT`.
   uint64_t range_first;
   uint64_t range_length;
@@ -112,15 +113,15 @@ typedef struct varo_object_list_options {
   size_t size;
   /// Only keys that begin with this. NULL: all.
   const char* prefix;
-  /// Keys that have this behind the prefix are not listed; each of their beginnings up to there is,
-  /// once. Usually "/". NULL: all keys.
+  /// Keys that have this behind the prefix are not listed; each of their beginnings up to there
+  /// is, once. Usually "/". NULL: all keys.
   const char* delimiter;
   /// 0: all there are.
   size_t most;
 } varo_object_list_options;
 
-/// Checks `where` and the options and makes `*objects`; sends nothing. The options' URL has to stay
-/// NULL: `where` says where the store is. `options` may be NULL.
+/// Checks `where` and the options and makes `*objects`; sends nothing. The options' URL has to
+/// stay NULL: `where` says where the store is. `options` may be NULL.
 ///
 /// On a failure `*objects` is NULL, and `*failure`, where `failure` is not NULL, says why:
 /// `varo_failure_free`. Else `*failure` is NULL.

@@ -7,7 +7,8 @@
 extern "C" {
 #endif
 
-/// What a client shows to its server. Filled by a `varo_credentials_fn`, and there during its call.
+/// What a client shows to its server. Filled by a `varo_credentials_fn`, and there during its
+/// call.
 typedef struct varo_credentials varo_credentials;
 
 /// The service's token, sent to the service's own servers only.

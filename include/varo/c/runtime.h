@@ -17,8 +17,8 @@ VARO_API const char* varo_version(void);
 /// and the threads are joined. Later operations fail with the same code. Called by itself when the
 /// process exits; calling it more than once is harmless. Handles still have to be given back.
 ///
-/// Waits for callbacks for at most `most_ms`. 0 where one of them still runs then, or where this is
-/// called inside one: what is left ends with it. Else 1.
+/// Waits for callbacks for at most `most_ms`. 0 where one of them still runs then, or where this
+/// is called inside one: what is left ends with it. Else 1.
 VARO_API int varo_shut_down(int64_t most_ms);
 
 #ifdef __cplusplus

@@ -11,9 +11,9 @@ extern "C" {
 /// - The functions that start one never give NULL: what is wrong, a NULL argument too, is the
 ///   failure of its outcome. It comes to exactly one outcome, whatever happens.
 /// - It is given back by `varo_transfer_release` or `varo_transfer_detach`.
-/// - Its callbacks run on threads of the library, one at a time; those that are due at its release,
-///   on the thread that releases it. They may call anything, the functions of the transfer
-///   included, and may block. No exception may leave them.
+/// - Its callbacks run on threads of the library, one at a time; those that are due at its
+///   release, on the thread that releases it. They may call anything, the functions of the
+///   transfer included, and may block. No exception may leave them.
 typedef struct varo_transfer varo_transfer;
 
 typedef enum varo_state {
@@ -81,8 +81,8 @@ VARO_API varo_code varo_transfer_on_done(varo_transfer* transfer, varo_done_fn c
 /// Gives up: the network stops at once, and the outcome is `VARO_CANCELLED`, unless it was on its
 /// way already. Returns without waiting.
 VARO_API varo_code varo_transfer_cancel(varo_transfer* transfer);
-/// Stops the network at once and keeps what was reached; `varo_transfer_resume` goes on from there.
-/// Both do nothing in other states.
+/// Stops the network at once and keeps what was reached; `varo_transfer_resume` goes on from
+/// there. Both do nothing in other states.
 VARO_API varo_code varo_transfer_pause(varo_transfer* transfer);
 VARO_API varo_code varo_transfer_resume(varo_transfer* transfer);
 
@@ -99,12 +99,12 @@ VARO_API varo_code varo_transfer_wait(const varo_transfer* transfer, int64_t tim
 /// yet.
 VARO_API const varo_outcome* varo_transfer_outcome(const varo_transfer* transfer);
 
-/// Gives the transfer back: cancels what still runs, and waits for callbacks that are being called.
-/// Afterwards none of them runs any more. Inside one of its own callbacks it does not wait for that
-/// one. NULL is fine.
+/// Gives the transfer back: cancels what still runs, and waits for callbacks that are being
+/// called. Afterwards none of them runs any more. Inside one of its own callbacks it does not wait
+/// for that one. NULL is fine.
 VARO_API void varo_transfer_release(varo_transfer* transfer);
-/// Gives the handle back and lets the operation go on to its end: its callbacks are called. NULL is
-/// fine.
+/// Gives the handle back and lets the operation go on to its end: its callbacks are called. NULL
+/// is fine.
 VARO_API void varo_transfer_detach(varo_transfer* transfer);
 
 #ifdef __cplusplus

@@ -24,8 +24,8 @@ typedef enum varo_type {
   VARO_TYPE_HAS_32_BITS = 0x7fffffff
 } varo_type;
 
-/// One entry of a file's metadata, one condition on it, or one key of a record: a name and a value.
-/// Comes in arrays, so it keeps its size for good. Easiest made by the functions below.
+/// One entry of a file's metadata, one condition on it, or one key of a record: a name and a
+/// value. Comes in arrays, so it keeps its size for good. Easiest made by the functions below.
 typedef struct varo_entry {
   const char* name;
   varo_type type;
