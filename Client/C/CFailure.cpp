@@ -56,6 +56,7 @@ varo_failure viewOf(const Failure& failure) {
   view.cause_domain = failure.cause.domain.c_str();
   view.cause_text = failure.cause.text.c_str();
   view.cause_code = failure.cause.code;
+  view.place = textOf(failure.place);
   return view;
 }
 
@@ -75,7 +76,7 @@ const varo_failure& noMemoryFailure() noexcept {
     view.message = "There is not enough memory";
     view.retry_after_ms = -1;
     view.response_excerpt = view.request_id = view.begun = view.upload = "";
-    view.cause_domain = view.cause_text = "";
+    view.cause_domain = view.cause_text = view.place = "";
     return view;
   }();
   return failure;

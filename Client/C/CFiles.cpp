@@ -33,6 +33,13 @@ Outcome<UploadOptions> uploadOptionsFrom(const varo_upload_options* from) {
   options.fileNamespace = textFrom(given->file_namespace);
   options.securityKey = textFrom(given->security_key);
   if (given->chunk_size != 0) options.chunkSize = Bytes(given->chunk_size);
+  options.resume = UploadPlace(textFrom(given->resume));
+  if (given->on_place != nullptr) {
+    options.onPlace = [tell = given->on_place, user = given->user](const FileId& record,
+                                                                   const UploadPlace& place) {
+      tell(user, record.text().c_str(), place.text().c_str());
+    };
+  }
   return options;
 }
 
@@ -45,6 +52,9 @@ Outcome<DownloadOptions> downloadOptionsFrom(const varo_download_options* from) 
   options.ifExists = *ifExists;
   options.fileNamespace = textFrom(given->file_namespace);
   options.securityKey = textFrom(given->security_key);
+  if (given->range_first == 0 && given->range_length == 0) return options;
+  options.range.emplace().first = given->range_first;
+  if (given->range_length != 0) options.range->length = Bytes(given->range_length);
   return options;
 }
 

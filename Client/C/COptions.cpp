@@ -27,6 +27,23 @@ std::function<Outcome<Credentials>()> providerOf(varo_credentials_fn ask,
   };
 }
 
+std::function<void(const LogRecord&)> logOf(varo_log_fn log, std::shared_ptr<UserData> user) {
+  if (log == nullptr) return {};
+  return [log, user = std::move(user)](const LogRecord& record) {
+    varo_log_record shown = {};
+    shown.size = sizeof shown;
+    shown.level = static_cast<varo_log_level>(static_cast<int>(record.level) + 1);
+    shown.line = record.line;
+    shown.file = record.file;
+    shown.message = record.message.c_str();
+    shown.logger = record.logger.c_str();
+    log(user->pointer(), &shown);
+  };
+}
+
+static_assert(static_cast<int>(LogLevel::kTrace) + 1 == VARO_LOG_TRACE);
+static_assert(static_cast<int>(LogLevel::kFatal) + 1 == VARO_LOG_FATAL);
+
 }  // namespace
 
 Outcome<GivenOptions> optionsFrom(const varo_options* from) {
@@ -52,6 +69,13 @@ Outcome<GivenOptions> optionsFrom(const varo_options* from) {
     options.stallTimeout = std::chrono::milliseconds(given.stall_timeout_ms);
   }
   options.credentials = providerOf(given.credentials, made.user);
+  options.log = logOf(given.log, made.user);
+  if (given.log_level < VARO_LOG_DEFAULT || given.log_level > VARO_LOG_FATAL) {
+    return invalid("varo_options::log_level is none of varo_log_level");
+  }
+  if (given.log_level != VARO_LOG_DEFAULT) {
+    options.logLevel = static_cast<LogLevel>(given.log_level - 1);
+  }
   return made;
 }
 

@@ -67,7 +67,10 @@ class CInterfaceTest : public sandbox::SandboxTest {
                                       .metadata_count = 0,
                                       .file_namespace = nullptr,
                                       .security_key = nullptr,
-                                      .chunk_size = 60'000};
+                                      .chunk_size = 60'000,
+                                      .resume = nullptr,
+                                      .on_place = nullptr,
+                                      .user = nullptr};
   const std::string twoChunks_ = std::string(100'000, 'x');
 };
 

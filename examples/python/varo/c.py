@@ -57,7 +57,7 @@ class FailureView(Sized):
                 ("service_status", c_int64), ("has_service_status", c_int), ("response_excerpt", c_char_p),
                 ("response_excerpt_length", c_size_t), ("request_id", c_char_p), ("begun", c_char_p),
                 ("upload", c_char_p),
-                ("cause_domain", c_char_p), ("cause_text", c_char_p), ("cause_code", c_int64)]
+                ("cause_domain", c_char_p), ("cause_text", c_char_p), ("cause_code", c_int64), ("place", c_char_p)]
 
 
 class ProgressView(Sized):
@@ -82,6 +82,8 @@ class BlobView(Sized):
 
 CREDENTIALS = CFUNCTYPE(c_int, c_void_p, c_void_p)
 FREE = CFUNCTYPE(None, c_void_p)
+LOG = CFUNCTYPE(None, c_void_p, c_void_p)
+PLACE = CFUNCTYPE(None, c_void_p, c_char_p, c_char_p)
 PROGRESS = CFUNCTYPE(None, c_void_p, POINTER(ProgressView))
 DONE = CFUNCTYPE(None, c_void_p, c_void_p)
 READ = CFUNCTYPE(c_int64, c_void_p, c_void_p, c_size_t)
@@ -97,7 +99,7 @@ class Options(Sized):
     _fields_ = [("size", c_size_t), ("url", c_char_p), ("headers", POINTER(Pair)), ("header_count", c_size_t),
                 ("ca_file", c_char_p), ("chunk_size", c_uint64), ("parallel", c_int),
                 ("connect_timeout_ms", c_int64), ("stall_timeout_ms", c_int64), ("credentials", CREDENTIALS),
-                ("user", c_void_p), ("free_user", FREE)]
+                ("user", c_void_p), ("free_user", FREE), ("log", LOG), ("log_level", c_int)]
 
 
 class BlobService(Sized):
@@ -108,12 +110,13 @@ class BlobService(Sized):
 
 class UploadOptions(Sized):
     _fields_ = [("size", c_size_t), ("name", c_char_p), ("metadata", POINTER(Entry)), ("metadata_count", c_size_t),
-                ("file_namespace", c_char_p), ("security_key", c_char_p), ("chunk_size", c_uint64)]
+                ("file_namespace", c_char_p), ("security_key", c_char_p), ("chunk_size", c_uint64),
+                ("resume", c_char_p), ("on_place", PLACE), ("user", c_void_p)]
 
 
 class DownloadOptions(Sized):
     _fields_ = [("size", c_size_t), ("if_exists", c_int), ("file_namespace", c_char_p),
-                ("security_key", c_char_p)]
+                ("security_key", c_char_p), ("range_first", c_uint64), ("range_length", c_uint64)]
 
 
 # Handles are c_void_p. A function that is not here cannot be called: ctypes would take its pointers for int.

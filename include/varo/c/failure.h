@@ -71,6 +71,8 @@ typedef struct varo_failure {
   const char* cause_domain;
   const char* cause_text;
   int64_t cause_code;
+  /// Where a failed upload of a file can go on: for `varo_upload_options::resume`.
+  const char* place;
 } varo_failure;
 
 /// Frees a failure that a function gave through a `varo_failure**`. NULL is fine.

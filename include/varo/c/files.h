@@ -9,8 +9,8 @@ extern "C" {
 
 /// The files of one service. Operations that are under way go on when it is freed.
 ///
-/// A pause reaches every operation that waits for its turn. Of those that run, it stops a list and
-/// a download; the others go on, since a repeat could do harm.
+/// A pause reaches every operation that waits for its turn. Of those that run, it stops a list,
+/// a download and an upload; the others go on, since a repeat could do harm.
 typedef struct varo_files varo_files;
 
 /// A file as the service describes it. Its texts are never NULL.
@@ -25,6 +25,12 @@ typedef struct varo_file {
   size_t metadata_count;
 } varo_file;
 
+/// Told where an upload could go on: first when the service has made its record, before a byte is
+/// sent, then after each chunk that the service has. Keep the last one, as you keep credentials,
+/// to go on after the process has ended. Called as a `varo_done_fn` is; both texts live during the
+/// call.
+typedef void (*varo_place_fn)(void* user, const char* record, const char* place);
+
 typedef struct varo_upload_options {
   size_t size;
   /// NULL: the last component of the source's path; a source without a path needs one.
@@ -37,6 +43,14 @@ typedef struct varo_upload_options {
   const char* security_key;
   /// 0: the client's.
   uint64_t chunk_size;
+  /// Goes on with an upload whose `varo_failure::place` or `on_place` this is, also of a process
+  /// that has ended. Source, name, metadata, namespace and key have to be those of then; the chunk
+  /// size is. A source that has changed is `VARO_INVALID_ARGUMENT`, and so is a reader. NULL: a
+  /// new upload.
+  const char* resume;
+  /// NULL for none.
+  varo_place_fn on_place;
+  void* user;
 } varo_upload_options;
 
 typedef struct varo_download_options {
@@ -45,6 +59,11 @@ typedef struct varo_download_options {
   /// The namespace that the file is in, and the key that protects it; NULL for none.
   const char* file_namespace;
   const char* security_key;
+  /// The first byte that is wanted, from 0, and how many. 0 for a length: to the end of the file.
+  /// Where the file ends sooner, what there is; one that begins behind the end is
+  /// `VARO_INVALID_ARGUMENT`.
+  uint64_t range_first;
+  uint64_t range_length;
 } varo_download_options;
 
 /// Checks the options and makes `*files`; sends nothing. `VARO_INVALID_ARGUMENT` names the option
@@ -62,7 +81,7 @@ VARO_API void varo_files_free(varo_files* files);
 /// Creates the record, sends the bytes, commits. The outcome has one file.
 ///
 /// - `varo_failure::begun` names the record that a failure leaves behind: `varo_files_remove`
-///   gives it up.
+///   gives it up, `varo_upload_options::resume` with `varo_failure::place` goes on.
 /// - Cancelled: the record is removed before the outcome is there; where that fails, `begun` names
 ///   it.
 ///

@@ -27,6 +27,34 @@ typedef int (*varo_credentials_fn)(void* user, varo_credentials* credentials);
 /// Frees what `user` points to.
 typedef void (*varo_free_fn)(void* user);
 
+typedef enum varo_log_level {
+  VARO_LOG_DEFAULT = 0,  ///< warnings and what is worse
+  VARO_LOG_TRACE = 1,
+  VARO_LOG_DEBUG = 2,
+  VARO_LOG_INFO = 3,
+  VARO_LOG_WARNING = 4,
+  VARO_LOG_ERROR = 5,
+  VARO_LOG_FATAL = 6,
+
+  VARO_LOG_LEVEL_HAS_32_BITS = 0x7fffffff
+} varo_log_level;
+
+/// One message of the library. Never holds a token, a key or a signature.
+typedef struct varo_log_record {
+  size_t size;
+  varo_log_level level;
+  /// Where in the library.
+  int line;
+  const char* file;
+  const char* message;
+  /// The part of the library: "Binary", "TaskEngine", ...
+  const char* logger;
+} varo_log_record;
+
+/// `record` is there during the call. Called on threads of the library, several at once, in the
+/// middle of their work: it has to be quick.
+typedef void (*varo_log_fn)(void* user, const varo_log_record* record);
+
 /// The settings of one client. Clients with other settings can live side by side.
 typedef struct varo_options {
   size_t size;
@@ -54,6 +82,10 @@ typedef struct varo_options {
   /// freed and its last operation has ended. Where no client was made, `user` stays the caller's.
   /// NULL: nothing is called.
   varo_free_fn free_user;
+  /// Gets what the operations of this client log, from `log_level` on. NULL: nothing is logged, as
+  /// outcomes tell all that a program needs.
+  varo_log_fn log;
+  varo_log_level log_level;
 } varo_options;
 
 #ifdef __cplusplus
