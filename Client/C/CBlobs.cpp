@@ -111,8 +111,6 @@ using varo::BlobStore;
 using varo::Outcome;
 using varo::Transfer;
 using Path = std::filesystem::path;
-using Gate = std::shared_ptr<CallGate>;
-
 varo_code varo_blobs_open(const char* database, const char* files, const varo_blob_service* service,
                           varo_blobs** blobs, varo_failure** failure) {
   return created(blobs, "blobs", failure, [&]() -> Outcome<std::unique_ptr<varo_blobs>> {
@@ -131,7 +129,7 @@ varo_code varo_blobs_open(const char* database, const char* files, const varo_bl
 void varo_blobs_free(varo_blobs* blobs) { const std::unique_ptr<varo_blobs> owned(blobs); }
 
 varo_transfer* varo_blobs_fetch(const varo_blobs* blobs, const varo_blob_ref* blob) {
-  return started<Path>([&](const Gate&) -> Outcome<Transfer<Path>> {
+  return started<Path>([&]() -> Outcome<Transfer<Path>> {
     if (blobs == nullptr) return missing("blobs");
     auto ref = refFrom(blob, "blob");
     if (!ref) return std::move(ref).error();
@@ -142,7 +140,7 @@ varo_transfer* varo_blobs_fetch(const varo_blobs* blobs, const varo_blob_ref* bl
 varo_transfer* varo_blobs_fetch_all(const varo_blobs* blobs, const varo_blob_ref* refs,
                                     size_t count) {
   using States = std::vector<BlobState>;
-  return started<States>([&](const Gate&) -> Outcome<Transfer<States>> {
+  return started<States>([&]() -> Outcome<Transfer<States>> {
     if (blobs == nullptr) return missing("blobs");
     auto all = refsFrom(refs, count);
     if (!all) return std::move(all).error();

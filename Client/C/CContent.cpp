@@ -31,13 +31,9 @@ Outcome<Source> sourceOfBytes(const void* bytes, std::size_t length) {
   return Source::bytes(std::vector<std::byte>(given.begin(), given.end()));
 }
 
-Outcome<Source> sourceOfReader(varo_read_fn read, void* user, std::uint64_t length,
-                               std::shared_ptr<CallGate> gate) {
+Outcome<Source> sourceOfReader(varo_read_fn read, void* user, std::uint64_t length) {
   if (read == nullptr) return missing("read");
-  Reader reader = [read, user, gate = std::move(gate)](
-                      std::span<std::byte> buffer) -> std::optional<std::size_t> {
-    const CallPass pass(*gate);
-    if (!pass) return std::nullopt;
+  Reader reader = [read, user](std::span<std::byte> buffer) -> std::optional<std::size_t> {
     const std::int64_t count = read(user, buffer.data(), buffer.size());
     if (count < 0) return std::nullopt;
     return static_cast<std::size_t>(count);
@@ -51,12 +47,9 @@ Outcome<Destination> destinationAt(const char* path) {
   return Destination(std::filesystem::path(path));
 }
 
-Outcome<Destination> destinationOfSink(varo_write_fn write, void* user,
-                                       std::shared_ptr<CallGate> gate) {
+Outcome<Destination> destinationOfSink(varo_write_fn write, void* user) {
   if (write == nullptr) return missing("write");
-  return Destination([write, user, gate = std::move(gate)](std::span<const std::byte> bytes) {
-    const CallPass pass(*gate);
-    if (!pass) throw std::runtime_error("the transfer was released");
+  return Destination([write, user](std::span<const std::byte> bytes) {
     // What a sink throws is how it ends the transfer.
     if (const int refused = write(user, bytes.data(), bytes.size()); refused != 0) {
       throw std::runtime_error("the function that takes the bytes returned " +

@@ -58,17 +58,15 @@ Outcome<DownloadOptions> downloadOptionsFrom(const varo_download_options* from) 
   return options;
 }
 
-using Gate = std::shared_ptr<CallGate>;
-
 /// Starts an upload of what `source` gives.
 template <typename MakeSource>
 varo_transfer* upload(const varo_files* files, const varo_upload_options* options,
                       MakeSource source) {
-  return started<FileRecord>([&](const Gate& gate) -> Outcome<Transfer<FileRecord>> {
+  return started<FileRecord>([&]() -> Outcome<Transfer<FileRecord>> {
     if (files == nullptr) return missing("files");
     auto given = uploadOptionsFrom(options);
     if (!given) return std::move(given).error();
-    Outcome<Source> from = source(gate);
+    Outcome<Source> from = source();
     if (!from) return std::move(from).error();
     return files->client.upload(*std::move(from), *std::move(given));
   });
@@ -79,12 +77,12 @@ template <typename MakeDestination>
 varo_transfer* download(const varo_files* files, const char* id,
                         const varo_download_options* options, MakeDestination destination) {
   using Path = std::filesystem::path;
-  return started<Path>([&](const Gate& gate) -> Outcome<Transfer<Path>> {
+  return started<Path>([&]() -> Outcome<Transfer<Path>> {
     if (files == nullptr) return missing("files");
     if (id == nullptr) return missing("id");
     const auto given = downloadOptionsFrom(options);
     if (!given) return given.error();
-    Outcome<Destination> to = destination(gate);
+    Outcome<Destination> to = destination();
     if (!to) return std::move(to).error();
     return files->client.download(FileId(id), *std::move(to), *given);
   });
@@ -117,35 +115,33 @@ void varo_files_free(varo_files* files) { const std::unique_ptr<varo_files> owne
 
 varo_transfer* varo_files_upload_path(const varo_files* files, const char* path,
                                       const varo_upload_options* options) {
-  return upload(files, options, [&](const Gate&) { return sourceOfPath(path); });
+  return upload(files, options, [&] { return sourceOfPath(path); });
 }
 
 varo_transfer* varo_files_upload_bytes(const varo_files* files, const void* bytes, size_t length,
                                        const varo_upload_options* options) {
-  return upload(files, options, [&](const Gate&) { return sourceOfBytes(bytes, length); });
+  return upload(files, options, [&] { return sourceOfBytes(bytes, length); });
 }
 
 varo_transfer* varo_files_upload_reader(const varo_files* files, varo_read_fn read, void* user,
                                         uint64_t length, const varo_upload_options* options) {
-  return upload(files, options,
-                [&](const Gate& gate) { return sourceOfReader(read, user, length, gate); });
+  return upload(files, options, [&] { return sourceOfReader(read, user, length); });
 }
 
 varo_transfer* varo_files_download_path(const varo_files* files, const char* id, const char* path,
                                         const varo_download_options* options) {
-  return download(files, id, options, [&](const Gate&) { return destinationAt(path); });
+  return download(files, id, options, [&] { return destinationAt(path); });
 }
 
 varo_transfer* varo_files_download_sink(const varo_files* files, const char* id,
                                         varo_write_fn write, void* user,
                                         const varo_download_options* options) {
-  return download(files, id, options,
-                  [&](const Gate& gate) { return destinationOfSink(write, user, gate); });
+  return download(files, id, options, [&] { return destinationOfSink(write, user); });
 }
 
 varo_transfer* varo_files_list(const varo_files* files, const varo_entry* terms, size_t count) {
   using Records = std::vector<FileRecord>;
-  return started<Records>([&](const Gate&) -> Outcome<Transfer<Records>> {
+  return started<Records>([&]() -> Outcome<Transfer<Records>> {
     if (files == nullptr) return missing("files");
     auto filter = filterFrom(terms, count);
     if (!filter) return std::move(filter).error();
@@ -155,7 +151,7 @@ varo_transfer* varo_files_list(const varo_files* files, const varo_entry* terms,
 
 varo_transfer* varo_files_update(const varo_files* files, const char* id,
                                  const varo_entry* metadata, size_t count) {
-  return started<FileRecord>([&](const Gate&) -> Outcome<Transfer<FileRecord>> {
+  return started<FileRecord>([&]() -> Outcome<Transfer<FileRecord>> {
     if (files == nullptr) return missing("files");
     if (id == nullptr) return missing("id");
     const auto entries = metadataFrom(metadata, count, "metadata");
@@ -165,7 +161,7 @@ varo_transfer* varo_files_update(const varo_files* files, const char* id,
 }
 
 varo_transfer* varo_files_remove(const varo_files* files, const char* id) {
-  return started<std::uint64_t>([&](const Gate&) -> Outcome<Transfer<std::uint64_t>> {
+  return started<std::uint64_t>([&]() -> Outcome<Transfer<std::uint64_t>> {
     if (files == nullptr) return missing("files");
     if (id == nullptr) return missing("id");
     return files->client.remove(FileId(id));
@@ -174,7 +170,7 @@ varo_transfer* varo_files_remove(const varo_files* files, const char* id) {
 
 varo_transfer* varo_files_remove_where(const varo_files* files, const varo_entry* terms,
                                        size_t count) {
-  return started<std::uint64_t>([&](const Gate&) -> Outcome<Transfer<std::uint64_t>> {
+  return started<std::uint64_t>([&]() -> Outcome<Transfer<std::uint64_t>> {
     if (files == nullptr) return missing("files");
     auto filter = filterFrom(terms, count);
     if (!filter) return std::move(filter).error();

@@ -19,7 +19,6 @@ namespace varo::capi {
 
 namespace {
 
-using Gate = std::shared_ptr<CallGate>;
 using Where = std::variant<TemplateService, S3>;
 
 static_assert(static_cast<int>(S3::Addressing::kPath) == VARO_ADDRESSING_PATH);
@@ -66,7 +65,7 @@ varo_code create(const GivenWhere* where, const varo_options* options, varo_obje
   });
 }
 
-Outcome<PutOptions> putOptionsFrom(const varo_put_options* from, const Gate& gate) {
+Outcome<PutOptions> putOptionsFrom(const varo_put_options* from) {
   const auto given = givenStruct(from, "varo_put_options");
   if (!given) return given.error();
   PutOptions options;
@@ -75,8 +74,8 @@ Outcome<PutOptions> putOptionsFrom(const varo_put_options* from, const Gate& gat
   options.keepParts = given->keep_parts != 0;
   options.resume = UploadId(textFrom(given->resume));
   if (given->on_begun != nullptr) {
-    options.onBegun = [tell = given->on_begun, user = given->user, gate](const UploadId& upload) {
-      if (const CallPass pass(*gate); pass) tell(user, upload.text().c_str());
+    options.onBegun = [tell = given->on_begun, user = given->user](const UploadId& upload) {
+      tell(user, upload.text().c_str());
     };
   }
   return options;
@@ -106,24 +105,24 @@ Outcome<ObjectListOptions> listOptionsFrom(const varo_object_list_options* from)
   return options;
 }
 
-/// Starts an operation on one object: `begin` gets the store, the key and the gate.
+/// Starts an operation on one object: `begin` gets the store and the key.
 template <typename T, typename Begin>
 varo_transfer* onObject(const varo_objects* objects, const char* key, Begin begin) {
-  return started<T>([&](const Gate& gate) -> Outcome<Transfer<T>> {
+  return started<T>([&]() -> Outcome<Transfer<T>> {
     if (objects == nullptr) return missing("objects");
     if (key == nullptr) return missing("key");
-    return begin(objects->store, ObjectKey(key), gate);
+    return begin(objects->store, ObjectKey(key));
   });
 }
 
 template <typename MakeSource>
 varo_transfer* put(const varo_objects* objects, const char* key, const varo_put_options* options,
                    MakeSource source) {
-  const auto begin = [&](const ObjectStore& store, ObjectKey name,
-                         const Gate& gate) -> Outcome<Transfer<ObjectInfo>> {
-    auto given = putOptionsFrom(options, gate);
+  const auto begin = [&](const ObjectStore& store,
+                         ObjectKey name) -> Outcome<Transfer<ObjectInfo>> {
+    auto given = putOptionsFrom(options);
     if (!given) return std::move(given).error();
-    Outcome<Source> from = source(gate);
+    Outcome<Source> from = source();
     if (!from) return std::move(from).error();
     return store.put(std::move(name), *std::move(from), *std::move(given));
   };
@@ -133,11 +132,11 @@ varo_transfer* put(const varo_objects* objects, const char* key, const varo_put_
 template <typename MakeDestination>
 varo_transfer* get(const varo_objects* objects, const char* key, const varo_get_options* options,
                    MakeDestination destination) {
-  const auto begin = [&](const ObjectStore& store, ObjectKey name,
-                         const Gate& gate) -> Outcome<Transfer<ObjectInfo>> {
+  const auto begin = [&](const ObjectStore& store,
+                         ObjectKey name) -> Outcome<Transfer<ObjectInfo>> {
     const auto given = getOptionsFrom(options);
     if (!given) return given.error();
-    Outcome<Destination> to = destination(gate);
+    Outcome<Destination> to = destination();
     if (!to) return std::move(to).error();
     return store.get(std::move(name), *std::move(to), *given);
   };
@@ -172,36 +171,34 @@ void varo_objects_free(varo_objects* objects) {
 
 varo_transfer* varo_objects_put_path(const varo_objects* objects, const char* key, const char* path,
                                      const varo_put_options* options) {
-  return put(objects, key, options, [&](const Gate&) { return sourceOfPath(path); });
+  return put(objects, key, options, [&] { return sourceOfPath(path); });
 }
 
 varo_transfer* varo_objects_put_bytes(const varo_objects* objects, const char* key,
                                       const void* bytes, size_t length,
                                       const varo_put_options* options) {
-  return put(objects, key, options, [&](const Gate&) { return sourceOfBytes(bytes, length); });
+  return put(objects, key, options, [&] { return sourceOfBytes(bytes, length); });
 }
 
 varo_transfer* varo_objects_put_reader(const varo_objects* objects, const char* key,
                                        varo_read_fn read, void* user, uint64_t length,
                                        const varo_put_options* options) {
-  return put(objects, key, options,
-             [&](const Gate& gate) { return sourceOfReader(read, user, length, gate); });
+  return put(objects, key, options, [&] { return sourceOfReader(read, user, length); });
 }
 
 varo_transfer* varo_objects_get_path(const varo_objects* objects, const char* key, const char* path,
                                      const varo_get_options* options) {
-  return get(objects, key, options, [&](const Gate&) { return destinationAt(path); });
+  return get(objects, key, options, [&] { return destinationAt(path); });
 }
 
 varo_transfer* varo_objects_get_sink(const varo_objects* objects, const char* key,
                                      varo_write_fn write, void* user,
                                      const varo_get_options* options) {
-  return get(objects, key, options,
-             [&](const Gate& gate) { return destinationOfSink(write, user, gate); });
+  return get(objects, key, options, [&] { return destinationOfSink(write, user); });
 }
 
 varo_transfer* varo_objects_head(const varo_objects* objects, const char* key) {
-  const auto begin = [](const ObjectStore& store, ObjectKey name, const Gate&) {
+  const auto begin = [](const ObjectStore& store, ObjectKey name) {
     return Outcome<Transfer<ObjectInfo>>(store.head(std::move(name)));
   };
   return onObject<ObjectInfo>(objects, key, begin);
@@ -210,7 +207,7 @@ varo_transfer* varo_objects_head(const varo_objects* objects, const char* key) {
 varo_transfer* varo_objects_list(const varo_objects* objects,
                                  const varo_object_list_options* options) {
   using Objects = std::vector<ObjectInfo>;
-  return started<Objects>([&](const Gate&) -> Outcome<Transfer<Objects>> {
+  return started<Objects>([&]() -> Outcome<Transfer<Objects>> {
     if (objects == nullptr) return missing("objects");
     auto given = listOptionsFrom(options);
     if (!given) return std::move(given).error();
@@ -219,7 +216,7 @@ varo_transfer* varo_objects_list(const varo_objects* objects,
 }
 
 varo_transfer* varo_objects_remove(const varo_objects* objects, const char* key) {
-  const auto begin = [](const ObjectStore& store, ObjectKey name, const Gate&) {
+  const auto begin = [](const ObjectStore& store, ObjectKey name) {
     return Outcome<Transfer<ObjectKey>>(store.remove(std::move(name)));
   };
   return onObject<ObjectKey>(objects, key, begin);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Client/C/COutcome.h"
-#include "Client/C/CallGate.h"
 #include "Client/Failures.h"
 #include "Client/Running.h"
 #include "Platform/Foundation/Mutex.h"
@@ -68,18 +67,8 @@ class KeptOutcome {
 template <typename T>
 class CTransfer final : public varo_transfer {
  public:
-  /// `gate` lets the calls of the application's reader or sink through.
-  CTransfer(Transfer<T> transfer, std::shared_ptr<CallGate> gate)
-      : gate_(std::move(gate)),
-        kept_(std::make_shared<KeptOutcome>()),
-        transfer_(std::move(transfer)) {}
-
-  ~CTransfer() override {
-    if (isDetached_) return;
-    // The callback of the end comes with this, before the reader or sink must be let go of.
-    { const Transfer<T> ended(std::move(transfer_)); }
-    gate_->close();
-  }
+  explicit CTransfer(Transfer<T> transfer)
+      : kept_(std::make_shared<KeptOutcome>()), transfer_(std::move(transfer)) {}
 
   void onProgress(varo_progress_fn callback, void* user) override {
     if (callback == nullptr) return void(transfer_.onProgress({}));
@@ -91,8 +80,7 @@ class CTransfer final : public varo_transfer {
   void onDone(varo_done_fn callback, void* user) override {
     if (callback == nullptr) return void(transfer_.onDone({}));
     // The outcome is shared with the handle, which may go in the middle of the call.
-    transfer_.onDone([callback, user, gate = gate_, kept = kept_](const Outcome<T>& outcome) {
-      gate->close();
+    transfer_.onDone([callback, user, kept = kept_](const Outcome<T>& outcome) {
       callback(user, kept->of(outcome).get());
     });
   }
@@ -107,34 +95,28 @@ class CTransfer final : public varo_transfer {
   [[nodiscard]] const varo_outcome& outcome() const override {
     return *kept_->of(transfer_.get());  // kept until the end of this
   }
-  void detach() override {
-    isDetached_ = true;
-    std::move(transfer_).detach();
-  }
+  void detach() override { std::move(transfer_).detach(); }
 
  private:
-  const std::shared_ptr<CallGate> gate_;
   const std::shared_ptr<KeptOutcome> kept_;
   Transfer<T> transfer_;
-  bool isDetached_ = false;
 };
 
 /// Stands for those that there was no memory for. Never freed.
 [[nodiscard]] varo_transfer* noMemoryTransfer() noexcept;
 
 /// The transfer that `start` gives, an `Outcome<Transfer<T>>`; else one that has failed with that
-/// or with what it throws. `start` gets the gate of its reader or sink.
+/// or with what it throws.
 template <typename T, typename Start>
 varo_transfer* started(Start&& start) noexcept {
   try {
-    auto gate = std::make_shared<CallGate>();
-    Outcome<Transfer<T>> transfer = std::forward<Start>(start)(gate);
+    Outcome<Transfer<T>> transfer = std::forward<Start>(start)();
     if (!transfer) {
       const auto running = std::make_shared<detail::Running<T>>();
       running->end(std::move(transfer).error());
       transfer = Transfer<T>(running);
     }
-    return std::make_unique<CTransfer<T>>(*std::move(transfer), std::move(gate)).release();
+    return std::make_unique<CTransfer<T>>(*std::move(transfer)).release();
   } catch (...) {  // the facade's catch-all: nothing below throws for another reason
     return noMemoryTransfer();
   }

@@ -1,3 +1,4 @@
+#include "Platform/Foundation/Mutex.h"
 #include "tests/support/CTransfers.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
@@ -7,14 +8,12 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <atomic>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -326,38 +325,6 @@ TEST_F(CInterfaceTest, CallbacksMayEndTheirOwnTransfer) {
   EXPECT_EQ(released.id, id);
 }
 
-/// A reader that stays in its call until the release of its transfer is under way.
-struct Lingering {
-  std::promise<void> entered;
-  std::promise<void> released;
-  std::atomic<bool> isInside{false};
-
-  static std::int64_t read(void* user, void* /*buffer*/, std::size_t /*length*/) {
-    auto* lingering = static_cast<Lingering*>(user);
-    lingering->isInside = true;
-    lingering->entered.set_value();
-    lingering->released.get_future().get();
-    // A release that does not wait returns now.
-    for (int time = 0; time < 10'000; ++time) std::this_thread::yield();
-    lingering->isInside = false;
-    return 0;
-  }
-  static void shown(void* user, const varo_progress* /*progress*/) {
-    static_cast<Lingering*>(user)->released.set_value();
-  }
-};
-
-TEST_F(CInterfaceTest, ReleaseWaitsForTheReader) {
-  Lingering lingering;
-  varo_transfer* upload =
-      varo_files_upload_reader(files_, Lingering::read, &lingering, VARO_UNKNOWN_LENGTH, &named_);
-  // The last progress is shown by the release itself.
-  varo_transfer_on_progress(upload, Lingering::shown, &lingering);
-  lingering.entered.get_future().get();
-  varo_transfer_release(upload);
-  EXPECT_FALSE(lingering.isInside);
-}
-
 TEST_F(CInterfaceTest, ReadersAndSinksMayRefuse) {
   const varo_read_fn stops = [](void*, void*, std::size_t) { return std::int64_t{-1}; };
   const varo_read_fn overflows = [](void*, void*, std::size_t length) {
@@ -377,6 +344,55 @@ TEST_F(CInterfaceTest, ReadersAndSinksMayRefuse) {
   odd.if_exists = static_cast<varo_if_exists>(9);
   EXPECT_EQ(endOf(varo_files_download_path(files_, id.c_str(), "a", &odd)).first,
             VARO_INVALID_ARGUMENT);
+}
+
+/// What the callbacks of one client and its upload were told.
+struct Reports {
+  platform::Mutex mutex;
+  std::string log VARO_GUARDED_BY(mutex);
+  std::string place VARO_GUARDED_BY(mutex);
+
+  static void logged(void* user, const varo_log_record* record) {
+    auto* told = static_cast<Reports*>(user);
+    const platform::MutexLock lock(told->mutex);
+    told->log += record->message;
+  }
+  static void reached(void* user, const char* /*record*/, const char* place) {
+    auto* told = static_cast<Reports*>(user);
+    const platform::MutexLock lock(told->mutex);
+    told->place = place;
+  }
+};
+
+TEST_F(CInterfaceTest, UploadGoesOnAtItsPlaceAndMessagesGoToTheLogOfTheirClient) {
+  Reports told;
+  varo_options options = options_;
+  options.user = &told;
+  options.log = Reports::logged;
+  options.log_level = VARO_LOG_TRACE;
+  varo_files* files = nullptr;
+  ASSERT_EQ(varo_files_create(&options, &files, nullptr), VARO_OK);
+  server_->addFault({.match = {.path = "/bytes/", .skip = 1}, .action = {.status = 503}});
+  varo_upload_options upload = named_;
+  upload.on_place = Reports::reached;
+  upload.user = &told;
+  const Handle failed =
+      owned(varo_files_upload_bytes(files, twoChunks_.data(), twoChunks_.size(), &upload));
+  EXPECT_EQ(varo_transfer_wait(failed.get(), -1), VARO_SERVER);
+  const std::string place = varo_outcome_failure(varo_transfer_outcome(failed.get()))->place;
+  server_->clearFaults();
+  server_->clearStats();
+  upload.resume = place.c_str();
+  upload.on_place = nullptr;
+  EXPECT_EQ(
+      endOf(varo_files_upload_bytes(files, twoChunks_.data(), twoChunks_.size(), &upload)).first,
+      VARO_OK);
+  // The second chunk and the commit.
+  EXPECT_EQ(server_->serviceStats().requests, 2U);
+  varo_files_free(files);
+  const platform::MutexLock lock(told.mutex);
+  EXPECT_EQ(told.place, place);
+  EXPECT_NE(told.log, "");
 }
 
 TEST_F(CInterfaceTest, UserDataIsFreedWithTheLastUseOfItsClient) {

@@ -19,8 +19,8 @@ struct Job {
   };
 };
 
-/// Sets `hasOutcome` when the transfer has one: while its handle is destroyed, before that waits for
-/// what is being called.
+/// Sets `hasOutcome` when the transfer has one: while its handle is destroyed, before that waits
+/// for what is being called.
 template <typename T>
 Job notify(const Transfer<T>& transfer, std::promise<void>& hasOutcome) {
   static_cast<void>(co_await transfer);
