@@ -50,9 +50,7 @@ Outcome<BlobStore> BlobStore::open(const std::filesystem::path& database,
 Transfer<std::filesystem::path> BlobStore::fetch(BlobRef blob) const {
   auto running = std::make_shared<BlobFetch::Fetching>();
   const auto operation = std::make_shared<BlobFetch>(core_, std::move(blob), running);
-  running->named(operation->about());
-  running->drivenBy(operation);
-  operation->begin();
+  operation->beginFor(*running, operation->about());
   return Transfer(std::move(running));
 }
 

@@ -107,13 +107,10 @@ class FileOperation final : public Operation {
 
   /// Starts the call, and gives what its handle needs.
   [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<ClientCore> core,
-                                                         CallPtr call) {
+                                                         const CallPtr& call) {
     auto running = std::make_shared<Running<T>>();
-    running->named(call->about());
-    const auto operation =
-        std::make_shared<FileOperation>(std::move(core), std::move(call), running);
-    running->drivenBy(operation);
-    operation->Operation::begin();
+    const auto operation = std::make_shared<FileOperation>(std::move(core), call, running);
+    operation->beginFor(*running, call->about());
     return running;
   }
 

@@ -63,14 +63,11 @@ class ObjectOperation final : public Operation {
         running_(std::move(running)) {}
 
   /// Starts the work, and gives what its handle needs.
-  [[nodiscard]] static std::shared_ptr<Running<T>> begin(std::shared_ptr<const ObjectPlace> place,
-                                                         std::shared_ptr<ObjectWork<T>> work) {
+  [[nodiscard]] static std::shared_ptr<Running<T>> begin(
+      std::shared_ptr<const ObjectPlace> place, const std::shared_ptr<ObjectWork<T>>& work) {
     auto running = std::make_shared<Running<T>>();
-    running->named(work->about());
-    const auto operation =
-        std::make_shared<ObjectOperation>(std::move(place), std::move(work), running);
-    running->drivenBy(operation);
-    operation->Operation::begin();
+    const auto operation = std::make_shared<ObjectOperation>(std::move(place), work, running);
+    operation->beginFor(*running, work->about());
     return running;
   }
 

@@ -18,6 +18,12 @@ Failure Operation::cancelled() {
   return failureOf(Kind::kCancelled, running().about() + ": The operation was cancelled.");
 }
 
+void Operation::beginFor(RunningBase& running, std::string about) {
+  running.named(std::move(about));
+  running.drivenBy(shared_from_this());
+  begin();
+}
+
 void Operation::begin() { places_->wait(shared_from_this()); }
 
 void Operation::start() noexcept {

@@ -39,6 +39,8 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   void pause() final;
   void resume() final;
 
+  /// Begins on behalf of the handle of `running`, whose failures name it by `about`. Once.
+  void beginFor(RunningBase& running, std::string about);
   /// Waits for its first place. Once.
   void begin();
   /// Called by `Places` when there is a place; gives it back at the end of the run.

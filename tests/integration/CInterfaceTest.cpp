@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <filesystem>
 #include <functional>

@@ -40,4 +40,14 @@ namespace varo::binary {
                                                  kCodeDownloadTaskFailed, std::move(errorContext));
 }
 
+/// The same of one in which something has thrown.
+[[nodiscard]] inline platform::ErrorPtr downloadThrew(std::string_view what) {
+  return downloadFailure({{std::string(platform::kErrorMessageKey), what}});
+}
+
+/// The error of a download that was stopped.
+[[nodiscard]] inline platform::ErrorPtr downloadStopped() {
+  return downloadError(kCodeInvalidStateForBinaryOperation, kDownloadStopped);
+}
+
 }  // namespace varo::binary
