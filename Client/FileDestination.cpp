@@ -8,6 +8,8 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <exception>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -84,6 +86,23 @@ Outcome<PreparedFile> prepare(fs::path path, IfExists ifExists) {
     return storeAt(path, ifExists, bytes);
   };
   return prepared;
+}
+
+Outcome<void> handTo(const Sink& sink, const Data& bytes, const std::string& about) {
+  const auto threw = [&about](std::string_view what) {
+    return failureOf(Kind::kLocalFile, fmt::format("{}: the sink threw{}", about, what));
+  };
+  try {
+    const auto read = bytes.forEachPiece([&sink](std::string_view piece) -> Result<void> {
+      sink(std::as_bytes(std::span(piece)));
+      return {};
+    });
+    return read ? Outcome<void>() : Outcome<void>(failureFrom(read.error(), about));
+  } catch (const std::exception& thrown) {
+    return threw(fmt::format(": {}", thrown.what()));
+  } catch (...) {  // an application's code may throw anything
+    return threw("");
+  }
 }
 
 }  // namespace varo::detail

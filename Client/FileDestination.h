@@ -26,4 +26,9 @@ struct PreparedFile {
 /// directory that is not there, `kInvalidArgument` for a path that names no file.
 [[nodiscard]] Outcome<PreparedFile> prepare(std::filesystem::path path, IfExists ifExists);
 
+/// Calls `sink` with the bytes, piece by piece, on this thread. `Kind::kLocalFile` for what it
+/// throws, and for bytes that cannot be read; `about` names the transfer.
+[[nodiscard]] Outcome<void> handTo(const Sink& sink, const platform::Data& bytes,
+                                   const std::string& about);
+
 }  // namespace varo::detail

@@ -7,10 +7,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <exception>
 #include <filesystem>
 #include <limits>
-#include <span>
 #include <string_view>
 #include <utility>
 #include <variant>
@@ -242,20 +240,7 @@ Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Dat
 Outcome<void> ObjectGet::handOver(RunningBase& running, const Data& bytes) {
   if (bytes.empty()) return {};
   std::optional<Outcome<void>> handed;
-  const bool isCalled = running.move([&] {
-    try {
-      auto read = bytes.forEachPiece([this](std::string_view piece) -> platform::Result<void> {
-        sink_(std::as_bytes(std::span(piece)));
-        return {};
-      });
-      handed = read ? Outcome<void>() : Outcome<void>(failureFrom(read.error(), about()));
-    } catch (const std::exception& thrown) {
-      handed =
-          failureOf(Kind::kOther, fmt::format("{}: the sink threw: {}", about(), thrown.what()));
-    } catch (...) {  // an application's code may throw anything
-      handed = failureOf(Kind::kOther, about() + ": the sink threw");
-    }
-  });
+  const bool isCalled = running.move([&] { handed = handTo(sink_, bytes, about()); });
   if (!isCalled || !handed) return cancelledObject(about());
   return *std::move(handed);
 }

@@ -1,21 +1,16 @@
 #include "Client/SinkFeed.h"
 
 #include "Client/Failures.h"
+#include "Client/FileDestination.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Runtime.h"
 
-#include <fmt/format.h>
-
 #include <cstddef>
-#include <exception>
-#include <span>
-#include <string_view>
 #include <utility>
 
 namespace varo::detail {
 
 using platform::MutexLock;
-using platform::Result;
 
 namespace {
 
@@ -76,17 +71,7 @@ bool SinkFeed::handOver() {
   }
   hasAll_ = piece->empty();
   if (hasAll_) return false;
-  try {
-    const auto read = piece->forEachPiece([this](std::string_view bytes) -> Result<void> {
-      sink_(std::as_bytes(std::span(bytes)));
-      return {};
-    });
-    if (!read) fail(failureFrom(read.error(), about_));
-  } catch (const std::exception& thrown) {
-    failWith(fmt::format("the sink threw: {}", thrown.what()));
-  } catch (...) {  // an application's code may throw anything
-    failWith("the sink threw");
-  }
+  if (auto handed = handTo(sink_, *piece, about_); !handed) fail(std::move(handed).error());
   handedOver_ += piece->size();
   return true;
 }
@@ -99,10 +84,6 @@ bool SinkFeed::isOver() const {
 std::optional<Failure> SinkFeed::failure() const {
   const MutexLock lock(mutex_);
   return failure_;
-}
-
-void SinkFeed::failWith(const std::string& what) {
-  fail(failureOf(Kind::kLocalFile, fmt::format("{}: {}", about_, what)));
 }
 
 void SinkFeed::fail(Failure failure) {

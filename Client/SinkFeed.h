@@ -40,7 +40,6 @@ class SinkFeed : public std::enable_shared_from_this<SinkFeed> {
   [[nodiscard]] bool handOver();
   [[nodiscard]] bool isOver() const;
   void fail(Failure failure);
-  void failWith(const std::string& what);
 
   const std::string about_;
   const Sink sink_;

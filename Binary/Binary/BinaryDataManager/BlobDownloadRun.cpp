@@ -1,5 +1,4 @@
 #include "Binary/Binary/BinaryDataManager/BlobDownload.h"
-
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
