@@ -135,7 +135,7 @@ bool isWholeFile(const Answer& answer) {
 
 Outcome outcomeOfDownload(const Answer& answer) {
   logger().logDebug(texts::kDownloadLog, *answer.body);
-  const bool mayBePart = answer.kind == AnswerKind::kRange;
+  const bool mayBePart = answer.kind == AnswerKind::kPart;
   if (mayBePart && answer.status() == kStatusPartialContent) {
     return {{{kResponseData, *answer.body}}, nullptr};
   }
@@ -220,7 +220,7 @@ std::optional<Outcome> outcomeOfJson(const Answer& answer) {
 /// None for a response that is passed over in silence.
 std::optional<Outcome> outcomeOf(const Answer& answer) {
   if (!answer.body) return outcomeWithoutBody(answer);
-  if (answer.kind == AnswerKind::kFile || answer.kind == AnswerKind::kRange) {
+  if (answer.kind == AnswerKind::kFile || answer.kind == AnswerKind::kPart) {
     return outcomeOfDownload(answer);
   }
   return outcomeOfJson(answer);
@@ -273,7 +273,7 @@ NetworkCallback BinaryNetworkUtils::getBinaryNetworkCompletionHandler(
     TaskCallback callback, std::string_view operationType, const OperationSettings::Ptr& settings,
     AnswerKind kind, Dictionary sent) {
   if (operationType == kOperationTypeDownload) kind = AnswerKind::kFile;
-  if (operationType == kOperationTypeRange) kind = AnswerKind::kRange;
+  if (operationType == kOperationTypeRange) kind = AnswerKind::kPart;
   if (operationType == kOperationTypeList) kind = AnswerKind::kList;
   return [callback = std::move(callback), kind,
           settings = settings != nullptr ? settings : OperationSettings::of({}),

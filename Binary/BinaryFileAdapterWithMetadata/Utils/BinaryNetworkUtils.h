@@ -34,7 +34,7 @@ enum class AnswerKind {
   /// A 200; its bytes are handed on as they are.
   kFile,
   /// The same, or a 206.
-  kRange,
+  kPart,
 };
 
 /// The one gateway to the network: issues the requests of tasks, turns raw completions into results
