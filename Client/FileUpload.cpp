@@ -331,7 +331,9 @@ void FileUpload::lookForCommitted(Failure failure,
 Outcome<FileRecord> FileUpload::read(const Dictionary& result) {
   Dictionary record = metadata_;
   record.addEntries(result[keys::kRequestContext].dictionaryValue());
-  return recordFrom(record);
+  FileRecord uploaded = recordFrom(record);
+  uploaded.size = Bytes(bytes_->size());
+  return uploaded;
 }
 
 }  // namespace varo::detail

@@ -46,6 +46,7 @@ TEST_F(FileClientTest, UploadsListsDownloadsUpdatesAndRemoves) {
   ASSERT_TRUE(uploaded) << uploaded.error().message;
   EXPECT_EQ(last, content.size());
   EXPECT_EQ(uploaded->name, "photo.jpg");
+  EXPECT_EQ(uploaded->size, Bytes(content.size()));
 
   const auto found = files.list(field("owner") == "ann's" && field("kind") == 3).get();
   ASSERT_TRUE(found) << found.error().message;
