@@ -38,8 +38,12 @@ TEST(CAllocationTest, CreationAndRefusalComeToACode) {
         isFailing = n > 0 && FailingAllocations::haveFailed();
       }
       EXPECT_EQ(files != nullptr, code == VARO_OK);
-      if (!isFailing) EXPECT_NE(code, VARO_NO_MEMORY);
-      if (failure != nullptr) EXPECT_EQ(failure->code, code);
+      if (!isFailing) {
+        EXPECT_NE(code, VARO_NO_MEMORY);
+      }
+      if (failure != nullptr) {
+        EXPECT_EQ(failure->code, code);
+      }
       haveFailed |= isFailing;
       varo_failure_free(failure);
       varo_files_free(files);
