@@ -113,12 +113,11 @@ TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
   EXPECT_EQ(store.path(blob(1)).error().kind, Kind::kNotFound);
 
   holdSecondRange(1);
-  std::uint64_t last = 0;
+  std::atomic<std::uint64_t> last = 0;
   auto fetch = store.fetch(blob(1));
   fetch.onProgress([&](const Progress& progress) {
-    EXPECT_GE(progress.done, last);
+    EXPECT_GE(progress.done, last.exchange(progress.done));
     EXPECT_EQ(progress.total, kSize);
-    last = progress.done;
   });
   ASSERT_TRUE(awaitRequests(2));
   fetch.pause();
