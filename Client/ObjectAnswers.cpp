@@ -2,11 +2,11 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Client/Failures.h"
-#include "Client/StoreTime.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Foundation/TimeText.h"
 #include "Platform/Foundation/Value.h"
 
 #include <fmt/format.h>
@@ -133,7 +133,7 @@ std::string unquoted(std::string_view entityTag) {
 ObjectInfo infoFrom(const HttpResponse& response, const ObjectKey& key) {
   ObjectInfo info{.key = key};
   info.entityTag = unquoted(headerOf(response, "ETag").value_or(""));
-  info.modified = httpTime(headerOf(response, "Last-Modified").value_or(""));
+  info.modified = platform::httpTime(headerOf(response, "Last-Modified").value_or(""));
   info.contentType = headerOf(response, "Content-Type").value_or("");
   return info;
 }

@@ -1,9 +1,9 @@
 #include "Client/ObjectList.h"
 
 #include "Client/ObjectAnswers.h"
-#include "Client/StoreTime.h"
 #include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Foundation/TimeText.h"
 
 #include <fmt/format.h>
 
@@ -99,7 +99,7 @@ Outcome<std::vector<ObjectInfo>> ObjectList::entriesIn(const xml::Element& page,
     if (!isPrefix) {
       if (const auto size = sizeIn(element.textOf("Size"))) entry.size = Bytes(*size);
       entry.entityTag = unquoted(element.textOf("ETag"));
-      entry.modified = isoTime(element.textOf("LastModified"));
+      entry.modified = platform::isoTime(element.textOf("LastModified"));
     }
     entries.push_back(std::move(entry));
   }

@@ -102,23 +102,25 @@ TransportFailure failureOf(CURLcode code) noexcept {
 
 }  // namespace
 
-ErrorPtr makeCurlError(CURLcode code, std::string_view text, const std::string& url) {
+ErrorPtr makeCurlError(CURLcode code, std::string_view text, const std::string& url, bool wasSent) {
   Dictionary userInfo{
       {std::string(kLocalizedDescriptionKey), fmt::format("{} ({})", text, url)},
       {std::string(kErrorUrlKey), url},
       {std::string(kTransportFailureKey), nameOf(failureOf(code))},
       {std::string(kErrorCurlCodeKey), static_cast<std::int64_t>(code)},
   };
+  if (!wasSent) userInfo.set(std::string(kErrorNotSentKey), true);
   return std::make_shared<Error>(std::string(kHttpTransportErrorDomain),
                                  static_cast<std::int64_t>(code), std::move(userInfo));
 }
 
-ErrorPtr describeCurlError(CURLcode code, std::string_view detail, const std::string& url) {
+ErrorPtr describeCurlError(CURLcode code, std::string_view detail, const std::string& url,
+                           bool wasSent) {
   const std::string_view summary = summaryOf(code);
   const std::string text = detail.empty() || detail == summary
                                ? std::string(summary)
                                : fmt::format("{}: {}", summary, detail);
-  return makeCurlError(code, text, url);
+  return makeCurlError(code, text, url, wasSent);
 }
 
 }  // namespace varo::platform

@@ -445,7 +445,7 @@ std::optional<HttpResponse> CurlTransfer::makeResponse() {
 ErrorPtr CurlTransfer::describe(CURLcode code) const {
   const std::string_view detail =
       code == CURLE_SSL_CACERT_BADFILE ? caFile_ : std::string_view(errorText_.data());
-  return describeCurlError(code, detail, safeUrl());
+  return describeCurlError(code, detail, safeUrl(), attempts_ > 0);
 }
 
 ErrorPtr CurlTransfer::checkStall(Clock::time_point now) {

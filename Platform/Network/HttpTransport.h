@@ -74,6 +74,12 @@ class BodyReceiver : public Object {
   [[nodiscard]] std::string description() const override { return "BodyReceiver"; }
 };
 
+/// What may happen when a request is carried out once more.
+enum class Repeat : std::uint8_t {
+  kAlways,          ///< nothing that the first did not do
+  kUnlessReceived,  ///< harm, unless the server has certainly not carried out the first
+};
+
 /// One request.
 struct HttpRequest {
   HttpMethod method = HttpMethod::kGet;
@@ -97,6 +103,9 @@ struct HttpRequest {
   /// Told how many bytes of `body` were handed to the connection; less than before where they are
   /// sent again. Called as a `BodyReceiver` is.
   std::function<void(std::uint64_t sent)> onSent = {};
+  /// Whether its sender may send it again; none: GET, HEAD and PUT always, others unless received.
+  /// Transports do not read it.
+  std::optional<Repeat> repeat = {};
 };
 
 /// The response, whatever its status.

@@ -24,6 +24,10 @@ inline constexpr std::string_view kErrorStatusKey = "httpStatusCode";
 /// Key of the user information: the file or directory, where one is to blame.
 inline constexpr std::string_view kErrorPathKey = "path";
 
+/// Key of the user information: true where no byte of the request has left; missing where some may
+/// have.
+inline constexpr std::string_view kErrorNotSentKey = "notSent";
+
 /// Failures that the transport itself finds. A retry is worth it only where a line says so.
 enum class HttpTransportError : std::int64_t {
   /// The URL is not an http(s) URL, or has characters that are never allowed.

@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Object.h"
 #include "Platform/Network/HttpTransport.h"
+#include "Platform/Network/RetryPolicy.h"
 
 #include <chrono>
 #include <cstdint>
@@ -27,6 +28,24 @@ inline constexpr char kSpoolDirectory[] = "spoolDirectory";
 /// Key of the options of a request under which the `BodyReceiver` of its response may stand.
 inline constexpr char kBodyReceiver[] = "bodyReceiver";
 
+/// Key of the options of a request under which a `RepeatValue` may stand: `HttpRequest::repeat`.
+inline constexpr char kRepeat[] = "requestRepeat";
+
+/// Gives each attempt of a request what the server lets it in by: a token, a signature.
+/// Thread-safe.
+class RequestAuthorizer : public Object {
+ public:
+  /// Called before each attempt, on the thread that sends it; may block. An error ends the request,
+  /// which is not sent then.
+  [[nodiscard]] virtual Result<void> authorize(HttpRequest& request) = 0;
+  /// A response has come. True: it is a refusal, and with what `authorize` gives now another
+  /// attempt may be let in. That is made at once, whatever the method, as nothing was carried out;
+  /// after it the request is not asked about any more. May block.
+  [[nodiscard]] virtual bool renew(const HttpResponse& response) = 0;
+
+  [[nodiscard]] std::string description() const override { return "RequestAuthorizer"; }
+};
+
 /// How a request is sent, whatever it asks for. Taken once for an operation and shared by all its
 /// requests; what is not set here is the transport's own. Immutable once shared.
 class RequestSettings : public Object {
@@ -38,10 +57,27 @@ class RequestSettings : public Object {
   std::optional<std::chrono::milliseconds> stallTimeout;
   /// Ends the request with `HttpTransportError::kCancelled` when a stop is requested.
   std::stop_token cancellation;
+  /// When a request that has failed is sent again; none: never.
+  std::optional<RetryPolicy> retry;
+  /// Of the whole operation; null for no limit.
+  std::shared_ptr<RetryBudget> retryBudget;
+  /// Told of an attempt before its wait begins: its number, from 2 on. On a thread of the pool.
+  std::function<void(int attempt, std::chrono::milliseconds wait)> onRetry;
+  /// Null: requests go as they are.
+  std::shared_ptr<RequestAuthorizer> authorizer;
   /// `HttpRequest::onSent` of every request.
   std::function<void(std::uint64_t sent)> onSent;
 
   [[nodiscard]] std::string description() const override { return "RequestSettings"; }
+};
+
+/// `Repeat` as an entry of a request's options. Immutable.
+class RepeatValue final : public Object {
+ public:
+  explicit RepeatValue(Repeat of) : repeat(of) {}
+  [[nodiscard]] std::string description() const override { return "Repeat"; }
+
+  const Repeat repeat;
 };
 
 /// `ResponseLimits` as an entry of a request's options. Immutable.

@@ -6,13 +6,13 @@
 #include "Platform/Network/CurlHttpTransport.h"
 #include "Platform/Network/GuardedSend.h"
 #include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/RequestAttempts.h"
 #include "Platform/Network/RequestEncoder.h"
 
 #include <fmt/format.h>
 
 #include <exception>
 #include <new>
-#include <stop_token>
 #include <utility>
 
 namespace varo::platform {
@@ -186,18 +186,18 @@ TransferPtr dispatch(HttpRequest request, const Dictionary& options,
     request.limits = value->limits;
   }
   const auto settings = options[kRequestSettings].objectAs<RequestSettings>();
-  std::shared_ptr<HttpTransport> transport;
-  std::stop_token cancellation;
-  if (settings != nullptr) {
-    request.connectTimeout = settings->connectTimeout;
-    request.stallTimeout = settings->stallTimeout;
-    request.onSent = settings->onSent;
-    transport = settings->transport;
-    cancellation = settings->cancellation;
-  }
-  if (transport == nullptr) transport = VRONetworkUtility::transport();
   HttpCompletion completion = completionOf(callback, request.receiver);
-  return sendGuarded(*transport, std::move(request), cancellation, std::move(completion));
+  if (settings == nullptr) {
+    return sendGuarded(*VRONetworkUtility::transport(), std::move(request), {},
+                       std::move(completion));
+  }
+  if (const auto value = options[kRepeat].objectAs<RepeatValue>()) request.repeat = value->repeat;
+  request.connectTimeout = settings->connectTimeout;
+  request.stallTimeout = settings->stallTimeout;
+  request.onSent = settings->onSent;
+  auto transport = settings->transport;
+  if (transport == nullptr) transport = VRONetworkUtility::transport();
+  return sendAttempts(transport, std::move(request), settings, std::move(completion));
 }
 
 Result<HttpRequest> encodeWithBody(HttpMethod method, const std::string& url,

@@ -59,8 +59,9 @@ using NetworkCallback = std::function<void(
 ///
 /// HTTP status codes are not errors. Errors carry the transport's domain, code and user
 /// information; a request that cannot be encoded is an error too. Of `options` the entries
-/// `kRequestSettings`, `kResponseLimits`, `kSpoolDirectory` and `kBodyReceiver` are read. Header
-/// and query values go out in their text form; those that are null are left out. Thread-safe.
+/// `kRequestSettings`, `kResponseLimits`, `kSpoolDirectory`, `kBodyReceiver` and `kRepeat` are
+/// read. Header and query values go out in their text form; those that are null are left out.
+/// Thread-safe.
 class VRONetworkUtility {
  public:
   VRONetworkUtility() = delete;

@@ -4,13 +4,11 @@
 #include <optional>
 #include <string_view>
 
-namespace varo::detail {
-
-using StoreTime = std::optional<std::chrono::system_clock::time_point>;
+namespace varo::platform {
 
 /// "Sun, 06 Nov 1994 08:49:37 GMT" (RFC 9110, section 5.6.7); none for anything else.
-[[nodiscard]] StoreTime httpTime(std::string_view text);
+[[nodiscard]] std::optional<std::chrono::system_clock::time_point> httpTime(std::string_view text);
 /// "2009-10-12T17:50:30.000Z", also without a fraction (ISO 8601, UTC); none for anything else.
-[[nodiscard]] StoreTime isoTime(std::string_view text);
+[[nodiscard]] std::optional<std::chrono::system_clock::time_point> isoTime(std::string_view text);
 
-}  // namespace varo::detail
+}  // namespace varo::platform

@@ -1,4 +1,4 @@
-#include "Client/StoreTime.h"
+#include "Platform/Foundation/TimeText.h"
 
 #include "Platform/Foundation/Text.h"
 
@@ -6,22 +6,24 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace varo::detail {
+namespace varo::platform {
 namespace {
+
+using Time = std::chrono::system_clock::time_point;
 
 /// The digits at a fixed place; -1 where there are others, or the text ends sooner.
 int digitsAt(std::string_view text, std::size_t from, std::size_t count) {
   if (from + count > text.size()) return -1;
   const std::string_view digits = text.substr(from, count);
   if (digits.find_first_not_of("0123456789") != std::string_view::npos) return -1;
-  return static_cast<int>(platform::parseInteger(digits).value_or(-1));
+  return static_cast<int>(parseInteger(digits).value_or(-1));
 }
 
 struct Parts {
   int year, month, day, hour, minute, second;
 };
 
-StoreTime timeOf(const Parts& parts) {
+std::optional<Time> timeOf(const Parts& parts) {
   const std::chrono::year_month_day date{std::chrono::year(parts.year),
                                          std::chrono::month(static_cast<unsigned>(parts.month)),
                                          std::chrono::day(static_cast<unsigned>(parts.day))};
@@ -36,7 +38,7 @@ StoreTime timeOf(const Parts& parts) {
 
 }  // namespace
 
-StoreTime httpTime(std::string_view text) {
+std::optional<Time> httpTime(std::string_view text) {
   constexpr std::string_view kMonths = "JanFebMarAprMayJunJulAugSepOctNovDec";
   if (text.size() != 29 || !text.ends_with(" GMT")) return std::nullopt;
   const std::size_t month = kMonths.find(text.substr(8, 3));
@@ -45,7 +47,7 @@ StoreTime httpTime(std::string_view text) {
                  digitsAt(text, 17, 2), digitsAt(text, 20, 2), digitsAt(text, 23, 2)});
 }
 
-StoreTime isoTime(std::string_view text) {
+std::optional<Time> isoTime(std::string_view text) {
   if (text.size() < 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' ||
       text[16] != ':' || !text.ends_with('Z')) {
     return std::nullopt;
@@ -54,7 +56,8 @@ StoreTime isoTime(std::string_view text) {
                             digitsAt(text, 11, 2), digitsAt(text, 14, 2), digitsAt(text, 17, 2)});
   if (!time || text[19] != '.') return text[19] == 'Z' ? time : std::nullopt;
   const int thousandths = digitsAt(text, 20, 3);
-  return thousandths < 0 ? std::nullopt : StoreTime(*time + std::chrono::milliseconds(thousandths));
+  if (thousandths < 0) return std::nullopt;
+  return Time(*time + std::chrono::milliseconds(thousandths));
 }
 
-}  // namespace varo::detail
+}  // namespace varo::platform
