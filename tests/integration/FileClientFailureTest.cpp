@@ -5,6 +5,7 @@
 #include "tests/support/FileClientFixture.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryDirectory.h"
 #include "tests/support/TestCertificate.h"
 
 #include <gmock/gmock.h>
@@ -193,7 +194,9 @@ TEST(FileClientShutDownTest, EverythingAfterTheShutdownSaysSo) {
     auto held = files.list();
     test::require(shutDown(20s), "the threads have ended");
     test::require(held.get().error().kind == Kind::kShutDown, "what ran says so");
-    const auto after = files.download(FileId("photo"), std::filesystem::path("/tmp/x")).get();
+    const test::TemporaryDirectory directory;
+    const auto after =
+        files.download(FileId("photo"), std::filesystem::path(directory / "photo")).get();
     test::require(after.error().kind == Kind::kShutDown, "what comes after says so");
     test::require(after.error().message.find("photo") != std::string::npos, "and names it");
     const auto none = FileClient::create({.url = silent.url("/a")});
