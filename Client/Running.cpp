@@ -1,5 +1,6 @@
 #include "Client/Running.h"
 
+#include "Client/OpenControls.h"
 #include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 
@@ -51,6 +52,7 @@ void RunningBase::cancelWith(const std::stop_token& token) {
 }
 
 void RunningBase::drivenBy(std::shared_ptr<Control> control) {
+  OpenControls::shared().add(control);
   const MutexLock lock(mutex_);
   control_.swap(control);
 }
@@ -65,7 +67,11 @@ void RunningBase::cancel() {
 }
 
 void RunningBase::pause() {
-  if (const auto driver = control()) driver->pause();
+  const auto driver = control();
+  if (driver == nullptr) return;
+  driver->pause();
+  // Nothing resumes it any more, so it could have no end.
+  if (platform::Runtime::shared().isShutDown()) driver->resume();
 }
 
 void RunningBase::resume() {
@@ -88,7 +94,8 @@ void RunningBase::wait() const {
 }
 
 bool RunningBase::waitFor(std::chrono::milliseconds most) const {
-  const auto until = steady_clock::now() + std::min<std::chrono::milliseconds>(most, kLongestWait);
+  const auto until = steady_clock::now() + std::clamp<std::chrono::milliseconds>(
+                                               most, std::chrono::milliseconds(0), kLongestWait);
   const MutexLock lock(mutex_);
   while (state_ != State::kDone) {
     if (changed_.waitUntil(mutex_, until) == std::cv_status::timeout) {
