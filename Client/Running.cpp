@@ -37,8 +37,12 @@ void RunningBase::setOnProgress(std::function<void(const Progress&)> callback) {
   if (callback != nullptr) {
     shared = std::make_shared<const std::function<void(const Progress&)>>(std::move(callback));
   }
-  const MutexLock lock(mutex_);
-  onProgress_.swap(shared);
+  {
+    const MutexLock lock(mutex_);
+    onProgress_.swap(shared);
+    if (state_ != State::kDone) return;
+  }
+  inTurn([this] { showLastProgress(); });
 }
 
 void RunningBase::cancelWith(const std::stop_token& token) {
@@ -180,17 +184,19 @@ void RunningBase::showProgress() {
 }
 
 void RunningBase::showLastProgress() {
+  std::shared_ptr<const std::function<void(const Progress&)>> callback;
+  Progress progress;
   {
     const MutexLock lock(mutex_);
-    if (!std::exchange(lastIsDue_, false)) return;
+    callback.swap(onProgress_);  // nothing comes after it
+    progress = progress_;
   }
-  showProgress();
+  if (callback != nullptr) (*callback)(progress);
 }
 
 std::shared_ptr<Control> RunningBase::endLocked() {
   state_ = State::kDone;
   progress_.left = std::chrono::seconds(0);
-  lastIsDue_ = true;
   return std::exchange(control_, nullptr);
 }
 
