@@ -73,7 +73,11 @@ void Operation::cancel() {
       ends = std::exchange(phase_, Phase::kEnded) != Phase::kEnded;
     }
   }
-  if (ends) return finish(cancelled());
+  if (ends) {
+    // Not here: it may ask the application for credentials, and whoever cancels may hold a lock.
+    const auto self = std::static_pointer_cast<Operation>(shared_from_this());
+    return places_->run([self] { self->finish(self->cancelled()); });
+  }
   if (cancellation != nullptr) stop(cancellation, true);
 }
 
