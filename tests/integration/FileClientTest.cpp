@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <coroutine>
 #include <cstring>
 #include <filesystem>
@@ -166,7 +167,24 @@ TEST_F(FileClientTest, NamesTheOptionThatIsWrong) {
   EXPECT_EQ(files.removeWhere({}).get().error().kind, Kind::kInvalidArgument);
   EXPECT_EQ(files.removeWhere(field("a b") == 1).get().error().kind, Kind::kInvalidArgument);
   EXPECT_EQ(files.remove(FileId("a' or 'b")).get().error().kind, Kind::kInvalidArgument);
-  EXPECT_EQ(files.upload(Source::text("x")).get().error().kind, Kind::kInvalidArgument);
+  EXPECT_EQ(files.update(FileId("a"), {{"b", "\xff"}}).get().error().kind, Kind::kInvalidArgument);
+  writeFile(path("empty"), "");
+  const Reader ends = [](std::span<std::byte>) { return std::optional<std::size_t>(0); };
+  const std::vector<std::pair<Source, UploadOptions>> uploads = {
+      {Source::text("x"), {}},
+      {Source::text("x"), {.name = "caf\xe9"}},
+      {Source::text("x"), {.name = "a", .metadata = {{"b", std::nan("")}}}},
+      {Source::text("x"), {.name = "a", .chunkSize = 0_B}},
+      {Source::text(""), {.name = "a"}},
+      {Source::file(path("empty")), {}},
+      {Source::reader(ends), {.name = "a"}},
+  };
+  for (const auto& [source, given] : uploads) {
+    const auto refused = files.upload(source, given).get();
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(nameOf(refused.error().kind), "invalidArgument") << refused.error().message;
+  }
+  EXPECT_EQ(server_->serviceStats().requests, 0U);
 }
 
 TEST_F(FileClientTest, ClientsOfOneProcessHaveSettingsOfTheirOwn) {
