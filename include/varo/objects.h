@@ -107,7 +107,8 @@ struct GetOptions {
   IfExists ifExists = IfExists::kFail;
   /// None: the whole object. A range that begins behind the end is `Kind::kInvalidArgument`.
   std::optional<ObjectRange> range = {};
-  /// Bytes that are asked for at once, at least 64 KiB. A pause loses at most what was asked for.
+  /// Bytes that are asked for at once, 64 KiB to 5 GiB, and a millionth of all bytes at least. A
+  /// pause loses at most what was asked for.
   Bytes partSize = 8_MiB;
 };
 

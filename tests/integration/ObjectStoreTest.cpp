@@ -155,6 +155,7 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
     std::string name;
     sandbox::FaultAction action;
     Kind kind;
+    std::uint64_t skip = 2;
   };
   const Case cases[] = {
       {"cut", {.cutAfter = 100}, Kind::kNoConnection},
@@ -164,10 +165,12 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
       {"other", {.headers = {{"ETag", "\"other\""}}}, Kind::kConflict},
       {"unsaid", {.headers = {{"Content-Range", std::nullopt}}}, Kind::kNotOurService},
       {"503", {.status = 503}, Kind::kServer},
+      {"endless", {.total = "4611686018427387904"}, Kind::kInvalidArgument, 0},
   };
   for (const Case& wanted : cases) {
     server_->clearFaults();
-    server_->addFault({.match = {.listener = "store", .skip = 2}, .action = wanted.action});
+    server_->addFault(
+        {.match = {.listener = "store", .skip = wanted.skip}, .action = wanted.action});
     const auto got = objects.get(kKey, path("to/file"), {.partSize = 64_KiB}).get();
     ASSERT_FALSE(got) << wanted.name;
     EXPECT_EQ(nameOf(got.error().kind), nameOf(wanted.kind)) << got.error().message;

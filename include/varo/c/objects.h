@@ -105,7 +105,8 @@ typedef struct varo_get_options {
   /// `VARO_INVALID_ARGUMENT`.
   uint64_t range_first;
   uint64_t range_length;
-  /// Bytes that are asked for at once, at least 64 KiB; 0: 8 MiB.
+  /// Bytes that are asked for at once, 64 KiB to 5 GiB, and a millionth of all bytes at least; 0: 8
+  /// MiB.
   uint64_t part_size;
 } varo_get_options;
 
