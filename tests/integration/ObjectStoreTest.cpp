@@ -194,6 +194,18 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
   EXPECT_EQ(mixed.error().kind, Kind::kConflict) << mixed.error().message;
 }
 
+TEST_F(ObjectStoreTest, AFileThatAppearsDuringAGetStays) {
+  const ObjectStore objects = store();
+  ASSERT_TRUE(objects.put(kKey, Source::text("bytes")).get());
+  server_->addFault({.match = {.listener = "store"}, .action = {.latency = -1ms}});
+  const auto get = objects.get(kKey, path("file"));
+  ASSERT_TRUE(eventually([this] { return server_->heldRequests() == 1; }));
+  writeFile(path("file"), "of somebody else");
+  server_->clearFaults();
+  EXPECT_EQ(nameOf(get.get().error().kind), nameOf(Kind::kConflict));
+  EXPECT_EQ(contentOf(path("file")), "of somebody else");
+}
+
 TEST_F(ObjectStoreTest, AGetGoesOnBehindItsLastWholePart) {
   const ObjectStore objects = store();
   const std::string content = sandbox::sampleBytes(300'000);
