@@ -206,6 +206,42 @@ TEST_F(ObjectStoreTest, AFileThatAppearsDuringAGetStays) {
   EXPECT_EQ(contentOf(path("file")), "of somebody else");
 }
 
+TEST_F(ObjectStoreTest, TheBucketMayBeInTheHostAndKeysMayBeTemporary) {
+  sandbox::SandboxOptions temporary;
+  temporary.objectStore.sessionToken = "to/ken+=";
+  restart(temporary);
+  const std::string port = server_->storeUrl().substr(server_->storeUrl().rfind(':'));
+  const S3 inHost{.endpoint = "http://localhost" + port,
+                  .region = "us-east-1",
+                  .bucket = "bucket-of-ann",
+                  .addressing = S3::Addressing::kVirtualHost};
+  const auto storeWith = [](const S3& place, const std::string& token) {
+    const Credentials keys{
+        .accessKey = "sandbox", .secretKey = "sandbox-secret-key", .sessionToken = token};
+    return ObjectStore::create(place, {.credentials = [keys] { return keys; }}).value();
+  };
+  const ObjectStore objects = storeWith(inHost, "to/ken+=");
+  const ObjectKey key("bucket/a b+c.txt");
+  const auto put = objects.put(key, Source::text("bytes")).get();
+  ASSERT_TRUE(put) << put.error().message;
+  ASSERT_TRUE(objects.head(key).get());
+  ASSERT_TRUE(objects.list({.prefix = "bucket/"}).get());
+  for (const auto& request : server_->requests()) {
+    EXPECT_EQ(*request.header("Host"), "bucket-of-ann.localhost" + port) << request.method;
+  }
+  // The sandbox looks at the path alone: with the bucket in the host it is the key alone.
+  std::string text;
+  EXPECT_TRUE(storeWith(where(), "to/ken+=").get(ObjectKey("a b+c.txt"), into(text)).get());
+  EXPECT_EQ(text, "bytes");
+  for (const std::string wrong : {"marker-of-a-session", ""}) {
+    const auto refused = storeWith(inHost, wrong).put(key, Source::text("x")).get();
+    ASSERT_FALSE(refused) << wrong;
+    EXPECT_EQ(nameOf(refused.error().kind), nameOf(Kind::kUnauthorized)) << wrong;
+    EXPECT_THAT(refused.error().message + refused.error().responseExcerpt,
+                Not(HasSubstr("marker-of-a-session")));
+  }
+}
+
 TEST_F(ObjectStoreTest, AGetGoesOnBehindItsLastWholePart) {
   const ObjectStore objects = store();
   const std::string content = sandbox::sampleBytes(300'000);
