@@ -127,6 +127,18 @@ TEST_F(LargeObjectTest, AnotherPutGoesOnWithThePartsThatWereKept) {
   EXPECT_EQ(late.error().kind, Kind::kNotFound) << late.error().message;
 }
 
+TEST_F(LargeObjectTest, AStoreThatJoinsThePartsMaySendBlanksUntilItIsDone) {
+  const std::string result =
+      "<CompleteMultipartUploadResult><ETag>\"joined\"</ETag></CompleteMultipartUploadResult>";
+  server_->addFault(
+      {.match = {.method = "POST", .query = "uploadId"},
+       .action = {.status = 200,
+                  .body = " \n  <?xml version=\"1.0\" encoding=\"UTF-8\"?>\n " + result}});
+  const auto made = put(store()).get();
+  ASSERT_TRUE(made) << made.error().message;
+  EXPECT_EQ(made->entityTag, "joined");
+}
+
 TEST_F(LargeObjectTest, NoticesWhatAStoreDoesNotDo) {
   struct Case {
     std::string name;
