@@ -36,7 +36,12 @@ ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, So
     : place_(std::move(place)),
       key_(std::move(key)),
       options_(std::move(options)),
-      source_(std::move(source)) {}
+      source_(std::move(source)) {
+  // From now on, so that it is ended or named even where it cannot go on.
+  if (options_.resume.empty() || !checked(key_)) return;
+  upload_ = options_.resume;
+  asksForParts_ = true;
+}
 
 void ObjectPut::run(const ObjectRunPtr& run, End end) {
   if (auto ready = prepare(*run); !ready) return end(std::move(ready).error());
@@ -55,6 +60,7 @@ void ObjectPut::run(const ObjectRunPtr& run, End end) {
 
 Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   if (data_) return {};
+  if (!source_) return cancelledObject(about());  // given up before its end
   if (auto good = checked(key_); !good) return good;
   if (auto good = checkedContentType(options_.contentType); !good) return good;
   if (auto good = PartPlan::ofUpload(0, options_.partSize); !good) return std::move(good).error();
@@ -66,10 +72,6 @@ Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   plan_ = *plan;
   const MutexLock lock(mutex_);
   entityTags_.resize(isOneRequest() ? 0 : plan_.count());
-  if (!options_.resume.empty()) {
-    upload_ = options_.resume;
-    asksForParts_ = true;
-  }
   data_ = *std::move(opened);
   return {};
 }

@@ -119,12 +119,33 @@ TEST_F(LargeObjectTest, AnotherPutGoesOnWithThePartsThatWereKept) {
   ASSERT_TRUE(kept.error().upload);
   EXPECT_TRUE(hasUpload());
   server_->clearFaults();
+  const auto unread = store()
+                          .put(kKey, Source::file(path("none")),
+                               {.keepParts = true, .resume = *kept.error().upload})
+                          .get();
+  EXPECT_EQ(unread.error().upload, kept.error().upload) << "still there, and named";
   const auto resumed = put(store(), {.resume = *kept.error().upload}).get();
   ASSERT_TRUE(resumed) << resumed.error().message;
   EXPECT_TRUE(isWhole());
   EXPECT_EQ(sent("PUT", "partNumber=1"), 1U);
   const auto late = put(store(), {.resume = *kept.error().upload}).get();
   EXPECT_EQ(late.error().kind, Kind::kNotFound) << late.error().message;
+}
+
+TEST_F(LargeObjectTest, AResumeThatCannotBeginEndsTheUpload) {
+  server_->addFault({.match = {.query = "partNumber=2"}, .action = {.status = 503}});
+  const auto kept = put(store(), {.keepParts = true}).get();
+  ASSERT_TRUE(kept.error().upload);
+  const Source none = Source::file(path("none"));
+  // Whose name is wrong has no upload, and nothing may be sent to its address.
+  const auto wrong = store().put(ObjectKey(""), none, {.resume = *kept.error().upload}).get();
+  EXPECT_EQ(wrong.error().kind, Kind::kInvalidArgument);
+  EXPECT_TRUE(hasUpload());
+  const auto unread = store().put(kKey, none, {.resume = *kept.error().upload}).get();
+  EXPECT_EQ(unread.error().kind, Kind::kLocalFile);
+  EXPECT_FALSE(unread.error().upload);
+  EXPECT_FALSE(hasUpload());
+  EXPECT_EQ(sent("DELETE"), 1U);
 }
 
 TEST_F(LargeObjectTest, AStoreThatJoinsThePartsMaySendBlanksUntilItIsDone) {
