@@ -72,6 +72,7 @@ Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   plan_ = *plan;
   const MutexLock lock(mutex_);
   entityTags_.resize(isOneRequest() ? 0 : plan_.count());
+  sent_.resize(entityTags_.size());
   data_ = *std::move(opened);
   return {};
 }
@@ -93,6 +94,8 @@ void ObjectPut::sendWhole(const ObjectRunPtr& run, const End& end) {
              .headers = {{"Content-Type", options_.contentType}},
              .body = *data_,
              .limits = {kLongestAnswer, kLongestAnswer, kLongestAnswer},
+             .onSent = [run, size = plan_.size](
+                           std::uint64_t bytes) { run->running().reached(bytes, size); },
              .about = about()},
             run->cancellation(),
             [work = self<ObjectPut>(), run, end](const Outcome<HttpResponse>& answer) {
@@ -142,15 +145,27 @@ void ObjectPut::findParts(const ObjectRunPtr& run, const End& end) {
       });
 }
 
+void ObjectPut::handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes) {
+  std::uint64_t done = 0;
+  {
+    const MutexLock lock(mutex_);
+    allSent_ = allSent_ - sent_[index] + bytes;
+    sent_[index] = bytes;
+    done = taken_ + allSent_;
+  }
+  running.reached(done, plan_.size);
+}
+
 void ObjectPut::took(RunningBase& running, std::size_t index, std::string entityTag) {
-  std::uint64_t taken = 0;
+  std::uint64_t done = 0;
   {
     const MutexLock lock(mutex_);
     if (entityTags_[index].empty()) taken_ += plan_.length(index);
     entityTags_[index] = std::move(entityTag);
-    taken = taken_;
+    allSent_ -= std::exchange(sent_[index], 0);
+    done = taken_ + allSent_;
   }
-  running.reached(taken, plan_.size);
+  running.reached(done, plan_.size);
 }
 
 void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
@@ -162,6 +177,9 @@ void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
       if (entityTags_[i].empty()) missing.push_back(i);
     }
     taken = taken_;
+    // None is on its way: what an earlier run has sent of a part is sent again.
+    sent_.assign(entityTags_.size(), 0);
+    allSent_ = 0;
   }
   run->running().reached(taken, plan_.size);
   const auto work = self<ObjectPut>();
@@ -178,14 +196,16 @@ void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
 
 void ObjectPut::sendPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
                          std::function<void(Outcome<void>)> done) {
-  upload::sendPart(*run, {key_, *begun()}, index,
-                   data_->slice(plan_.first(index), plan_.length(index)), stop,
-                   [work = self<ObjectPut>(), run, index,
-                    done = std::move(done)](Outcome<std::string> entityTag) {
-                     if (!entityTag) return done(std::move(entityTag).error());
-                     work->took(run->running(), index, *std::move(entityTag));
-                     done({});
-                   });
+  const auto work = self<ObjectPut>();
+  upload::sendPart(
+      *run, {key_, *begun()}, index,
+      {data_->slice(plan_.first(index), plan_.length(index)),
+       [work, run, index](std::uint64_t bytes) { work->handedOver(run->running(), index, bytes); }},
+      stop, [work, run, index, done = std::move(done)](Outcome<std::string> entityTag) {
+        if (!entityTag) return done(std::move(entityTag).error());
+        work->took(run->running(), index, *std::move(entityTag));
+        done({});
+      });
 }
 
 void ObjectPut::complete(const ObjectRunPtr& run, const End& end) {

@@ -77,7 +77,7 @@ typedef struct varo_object {
 /// after the process has ended. Called at most once, as a `varo_read_fn` is.
 typedef void (*varo_begun_fn)(void* user, const char* upload);
 
-/// How an object is put. All but `content_type` concern `varo_s3` only.
+/// How an object is put into a `varo_s3`. A template service takes none of it.
 typedef struct varo_put_options {
   size_t size;
   /// NULL: "application/octet-stream".
