@@ -62,7 +62,7 @@ std::uint64_t bytesIn(const HttpResponse& response) {
 }  // namespace
 
 ObjectGet::ObjectGet(ObjectKey key, Destination to, GetOptions options)
-    : key_(std::move(key)), options_(std::move(options)), to_(std::move(to)) {}
+    : key_(std::move(key)), options_(options), to_(std::move(to)) {}
 
 void ObjectGet::run(const ObjectRunPtr& run, End end) {
   if (auto ready = prepare(); !ready) return end(std::move(ready).error());

@@ -231,17 +231,16 @@ std::optional<UploadId> ObjectPut::begun() const {
   return upload_;
 }
 
-void ObjectPut::giveUp(Failure failure, std::function<void(Failure)> done) {
+void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done) {
   const auto id = begun();
   if (!id || options_.keepParts) {
     failure.upload = id;
     return done(std::move(failure));
   }
   // The one that cancels must not wait for the credentials.
-  platform::Runtime::shared().pool().postOrRun(
-      [work = self<ObjectPut>(), id = *id, failure = std::move(failure), done = std::move(done)] {
-        work->abortUpload(id, failure, done);
-      });
+  platform::Runtime::shared().pool().postOrRun([work = self<ObjectPut>(), id = *id,
+                                                failure = std::move(failure),
+                                                done] { work->abortUpload(id, failure, done); });
 }
 
 void ObjectPut::abortUpload(const UploadId& id, Failure failure,

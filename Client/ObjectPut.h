@@ -25,7 +25,7 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
 
   [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
   void run(const ObjectRunPtr& run, End end) override;
-  void giveUp(Failure failure, std::function<void(Failure)> done) override;
+  void giveUp(Failure failure, const std::function<void(Failure)>& done) override;
 
  private:
   /// Opens the source, at the first run.
