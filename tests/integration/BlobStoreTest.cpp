@@ -481,6 +481,30 @@ TEST_F(BlobStoreTest, ShutdownEndsEveryFetch) {
   });
 }
 
+TEST_F(BlobStoreTest, PauseAndResumeOfManyFromTwoThreadsLeaveNoneBehind) {
+  makeDatabase("a");
+  BlobService wanted = service("a");
+  wanted.options.parallel = 256;
+  const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
+  // They end at once, whatever the network does: none names a record.
+  std::vector<BlobRef> blobs;
+  for (int i = 0; i < 256; ++i) {
+    blobs.push_back({.table = "album", .column = std::to_string(i), .keys = {}});
+  }
+  for (int round = 0; round < 100; ++round) {
+    auto all = store.fetchAll(blobs);
+    std::atomic<bool> isPaused = false;
+    std::thread pausing([&] {
+      all.pause();
+      isPaused = true;
+    });
+    while (!isPaused) all.resume();  // one is in the middle of the pause
+    pausing.join();
+    all.resume();
+    ASSERT_TRUE(all.waitFor(20s)) << "in round " << round;
+  }
+}
+
 TEST_F(BlobStoreTest, ExampleFetchesAllPhotosAndSaysWhatBecameOfEach) {
   const auto error = server_->makeExampleDatabase(path("staff.db"));
   ASSERT_FALSE(error) << error->message;
