@@ -1,5 +1,6 @@
 #include "Client/Running.h"
 
+#include "Client/PausedHandles.h"
 #include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 
@@ -29,7 +30,7 @@ void callApplication(const std::function<void()>& work) noexcept {
 }  // namespace
 
 RunningBase::RunningBase(const platform::Clock& clock, platform::Sleeper& sleeper)
-    : clock_(clock), sleeper_(sleeper), callbacks_("transfer") {}
+    : clock_(clock), sleeper_(sleeper), paused_(PausedHandles::shared()), callbacks_("transfer") {}
 
 void RunningBase::setOnProgress(std::function<void(const Progress&)> callback) {
   std::shared_ptr<const std::function<void(const Progress&)>> shared;
@@ -64,8 +65,15 @@ void RunningBase::cancel() {
   if (const auto driver = control()) driver->cancel();
 }
 
+RunningBase::~RunningBase() { paused_.forget(*this); }
+
 void RunningBase::pause() {
-  if (const auto driver = control()) driver->pause();
+  const auto driver = control();
+  if (driver == nullptr) return;
+  paused_.note(shared_from_this());
+  driver->pause();
+  // The shutdown may have come between the two, and looked for paused ones too early.
+  if (platform::Runtime::shared().isShutDown()) driver->resume();
 }
 
 void RunningBase::resume() {

@@ -22,6 +22,8 @@
 
 namespace varo::detail {
 
+class PausedHandles;
+
 /// What a handle and the operation behind it share, whatever the outcome is: state, progress, the
 /// callbacks and their turn.
 ///
@@ -36,7 +38,7 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
                        platform::Sleeper& sleeper = platform::Sleeper::shared());
   RunningBase(const RunningBase&) = delete;
   RunningBase& operator=(const RunningBase&) = delete;
-  virtual ~RunningBase() = default;
+  virtual ~RunningBase();
 
   // For the handle.
   void setOnProgress(std::function<void(const Progress&)> callback);
@@ -106,6 +108,7 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   std::string about_ = "operation";  // constant once it is shared
   const platform::Clock& clock_;
   platform::Sleeper& sleeper_;
+  PausedHandles& paused_;
   platform::SerialQueue callbacks_;
   mutable platform::ConditionVariable changed_;
   Progress progress_ VARO_GUARDED_BY(mutex_);

@@ -467,16 +467,27 @@ TEST_F(BlobStoreTest, WatchEndsWithItsDestructorAlsoInsideItsCallback) {
 }
 
 TEST_F(BlobStoreTest, ShutdownEndsEveryFetch) {
-  makeDatabase("a", 6);
+  makeDatabase("a", 8);
   test::inOwnProcess([&] {
     const BlobStore store = open("a");
     holdSecondRange();
     const auto all = store.fetchAll({blob(1), blob(2), blob(3), blob(4)});
     test::require(awaitRequests(4), "two run, two wait");
     const auto one = store.fetch(blob(5));
+    auto paused = open("a").fetch(blob(7));
+    auto severalPaused = open("a").fetchAll({blob(8)});
+    test::require(awaitRequests(8), "these run in stores of their own");
+    const auto arePaused = [&] {
+      return paused.state() == State::kPaused && severalPaused.state() == State::kPaused;
+    };
+    paused.pause();
+    severalPaused.pause();
+    test::require(eventually(arePaused), "they have paused");
     test::require(shutDown(), "nothing holds it up");
     test::require(all.get().error().kind == Kind::kShutDown, "what ran and waited is told");
     test::require(one.get().error().kind == Kind::kShutDown, "so is what only waited");
+    test::require(paused.get().error().kind == Kind::kShutDown, "nobody could resume it");
+    test::require(severalPaused.get().error().kind == Kind::kShutDown, "nor these");
     test::require(store.fetch(blob(6)).get().error().kind == Kind::kShutDown, "and what follows");
   });
 }
