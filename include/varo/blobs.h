@@ -83,7 +83,7 @@ struct BlobState {
 
 /// How the service sends the bytes of a blob.
 enum class BlobEncoding : std::uint8_t {
-  kBytes,   ///< as they are, in ranges
+  kBytes,   ///< as they are, in ranges; what comes in Base64 is a failure
   kBase64,  ///< in Base64 within JSON, as a whole; at most 64 MiB
 };
 

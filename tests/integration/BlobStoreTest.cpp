@@ -402,6 +402,26 @@ TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
   EXPECT_EQ(store.fetch(blob(1)).get().error().kind, Kind::kDatabase);
 }
 
+TEST_F(BlobStoreTest, WhatComesInBase64IsDecodedOrRefusedButNeverTakenForTheObject) {
+  makeDatabase("a", 2);
+  const auto error =
+      server_->putBlob({"a", "album", {{"pk", "1"}}},
+                       BlobObject{{{2'000'000, 1}}, BlobObject::Mode::kBase64, {}, {}});
+  ASSERT_FALSE(error) << error->message;
+  const auto refused = open("a").fetch(blob(1)).get();
+  ASSERT_FALSE(refused);
+  EXPECT_THAT(refused.error().message, HasSubstr("came in Base64"));
+  BlobService wanted = service("a");
+  wanted.encoding = BlobEncoding::kBase64;
+  const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
+  const auto file = store.fetch(blob(1)).get();
+  ASSERT_TRUE(file) << file.error().message;
+  std::string bytes(2'000'000, '\0');
+  ASSERT_EQ(sandbox::GeneratedBytes(1, bytes.size()).readAt(0, bytes), 2'000'000);
+  EXPECT_TRUE(contentOf(*file) == bytes);
+  EXPECT_EQ(contentOf(store.fetch(blob(2)).get().value()), photo("a", 2)) << "sent as bytes";
+}
+
 TEST_F(BlobStoreTest, RemovesForTheSyncEngine) {
   makeDatabase("a", 3);
   const BlobStore store = open("a");

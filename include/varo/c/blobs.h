@@ -62,7 +62,7 @@ typedef struct varo_blob {
 
 /// How the service sends the bytes of a blob.
 typedef enum varo_blob_encoding {
-  VARO_BLOB_BYTES = 0,   ///< as they are, in ranges
+  VARO_BLOB_BYTES = 0,   ///< as they are, in ranges; what comes in Base64 is a failure
   VARO_BLOB_BASE64 = 1,  ///< in Base64 within JSON, as a whole; at most 64 MiB
 
   VARO_BLOB_ENCODING_HAS_32_BITS = 0x7fffffff
