@@ -31,8 +31,11 @@ namespace {
 /// Absolute, so that a later change of the current directory changes nothing.
 std::string absoluteText(const fs::path& path) {
   std::error_code failed;
-  fs::path whole = fs::absolute(path, failed).lexically_normal();
+  const fs::path given = fs::absolute(path, failed);
   if (failed) return path.string();
+  fs::path whole = given.lexically_normal();
+  // ".." behind a symbolic link is the parent of what it links to.
+  if (!fs::equivalent(whole, given, failed)) whole = given;
   // "files/" names the same as "files".
   if (!whole.has_filename()) whole = whole.parent_path();
   return whole.string();

@@ -422,6 +422,19 @@ TEST_F(BlobStoreTest, WhatComesInBase64IsDecodedOrRefusedButNeverTakenForTheObje
   EXPECT_EQ(contentOf(store.fetch(blob(2)).get().value()), photo("a", 2)) << "sent as bytes";
 }
 
+TEST_F(BlobStoreTest, PathsAreThoseOfTheSystemBehindALinkToo) {
+  makeDatabase("a");
+  fs::create_directories(path("far/away"));
+  fs::create_directory_symlink(path("far/away"), path("link"));
+  fs::rename(database("a"), path("far/a.db"));
+  fs::rename(path("a"), path("far/a"));
+  const auto store = BlobStore::open(path("link/../a.db"), path("link/../a"), service("a"));
+  ASSERT_TRUE(store) << store.error().message;
+  const auto file = store->fetch(blob(1)).get();
+  ASSERT_TRUE(file) << file.error().message;
+  EXPECT_EQ(contentOf(path("far/a/1")), photo("a", 1));
+}
+
 TEST_F(BlobStoreTest, RemovesForTheSyncEngine) {
   makeDatabase("a", 3);
   const BlobStore store = open("a");
