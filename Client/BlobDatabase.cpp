@@ -321,7 +321,7 @@ void BlobDatabase::add(const std::shared_ptr<BlobWatcher>& watcher) {
   watchers_.push_back(watcher);
 }
 
-/// Whoever changes a state of a blob has its file, so that they are told in their order.
+/// Of two changes that are told of at once both tell the later one, never the earlier one last.
 void BlobDatabase::changed(const std::string& id) noexcept {
   std::vector<std::weak_ptr<BlobWatcher>> watchers;
   {
@@ -331,11 +331,13 @@ void BlobDatabase::changed(const std::string& id) noexcept {
   platform::ThreadPool::runHere([&] {
     std::erase_if(watchers, [](const auto& weak) { return weak.expired(); });
     if (watchers.empty()) return;
-    const auto row = table_.row(id);
-    if (!row) return;
-    for (const auto& weak : watchers) {
-      if (const auto watcher = weak.lock()) watcher->tell(stateFrom(*row));
-    }
+    tellings_.sync([&] {
+      const auto row = table_.row(id);
+      if (!row) return;
+      for (const auto& weak : watchers) {
+        if (const auto watcher = weak.lock()) watcher->tell(stateFrom(*row));
+      }
+    });
   });
 }
 

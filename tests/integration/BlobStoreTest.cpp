@@ -1,5 +1,6 @@
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
 #include "Platform/Foundation/File.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Sandbox/Blobs/GeneratedBytes.h"
 #include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
@@ -108,6 +109,7 @@ TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
     seen.push_back(state.status);
     EXPECT_EQ(state.ref.table, "album");
     EXPECT_FALSE(state.reason.empty());
+    EXPECT_EQ(platform::JobContext::current(), nullptr) << "what it logs is not the client's";
   });
   EXPECT_EQ(store.state(blob(1))->status, BlobStatus::kNotFetched);
   EXPECT_EQ(store.path(blob(1)).error().kind, Kind::kNotFound);
