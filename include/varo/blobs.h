@@ -77,7 +77,7 @@ struct BlobState {
   /// Of this blob in a `fetchAll`; none in what the table alone says.
   std::optional<Failure> failure = {};
 
-  /// Whether the file at `path` is there to be read.
+  /// Whether, as the table has it, the file at `path` is there to be read. `BlobStore::path` looks.
   [[nodiscard]] VARO_API bool hasFile() const noexcept;
 };
 

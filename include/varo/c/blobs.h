@@ -48,7 +48,7 @@ typedef struct varo_blob {
   /// Empty for one that has no row in the table of blobs yet.
   const char* id;
   varo_blob_status status;
-  /// Whether the file at `path` is there to be read.
+  /// Whether, as the table has it, the file at `path` is there to be read. `varo_blobs_path` looks.
   int has_file;
   /// The status in words, or why it could not be fetched.
   const char* reason;
