@@ -172,13 +172,12 @@ void BlobBatch::cancel() {
 }
 
 void BlobBatch::pause() {
-  Fetches fetches;
   {
     const MutexLock lock(mutex_);
     paused_ = true;
-    fetches = fetchesLocked();
+    ++orders_;
   }
-  for (const auto& fetch : fetches) fetch->pause();
+  tellFetches();
   rested();
 }
 
@@ -192,15 +191,31 @@ void BlobBatch::rested() {
 }
 
 void BlobBatch::resume() {
-  Fetches fetches;
   {
     const MutexLock lock(mutex_);
     if (!std::exchange(paused_, false)) return;
+    ++orders_;
     running_->enter(State::kRunning);
-    fetches = fetchesLocked();
   }
-  for (const auto& fetch : fetches) fetch->resume();
+  tellFetches();
   fill();
+}
+
+/// A pause and a resume on two threads reach the fetches in any order. So whoever was overtaken
+/// tells them again, what was asked for last.
+void BlobBatch::tellFetches() {
+  std::uint64_t told = 0;
+  while (true) {
+    Fetches fetches;
+    bool pauses = false;
+    {
+      const MutexLock lock(mutex_);
+      if (std::exchange(told, orders_) == orders_) return;
+      pauses = paused_;
+      fetches = fetchesLocked();
+    }
+    for (const auto& fetch : fetches) pauses ? fetch->pause() : fetch->resume();
+  }
 }
 
 }  // namespace varo::detail

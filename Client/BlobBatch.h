@@ -51,6 +51,7 @@ class BlobBatch final : public Control, public std::enable_shared_from_this<Blob
   void ended(std::size_t index, const Outcome<std::filesystem::path>& outcome);
   [[nodiscard]] BlobState stateAfter(std::size_t index,
                                      const Outcome<std::filesystem::path>& outcome) const;
+  void tellFetches();
   /// Enters the pause when all fetches have.
   void rested();
   void endIfOver();
@@ -72,6 +73,8 @@ class BlobBatch final : public Control, public std::enable_shared_from_this<Blob
   /// Bytes of those that have an outcome.
   std::uint64_t doneBytes_ VARO_GUARDED_BY(mutex_) = 0;
   bool paused_ VARO_GUARDED_BY(mutex_) = false;
+  /// How many times `paused_` was asked to change.
+  std::uint64_t orders_ VARO_GUARDED_BY(mutex_) = 0;
   /// Why no other fetch is made: it was cancelled, or the library shut down.
   std::optional<Failure> stopped_ VARO_GUARDED_BY(mutex_);
   bool over_ VARO_GUARDED_BY(mutex_) = false;

@@ -31,8 +31,11 @@ namespace {
 /// Absolute, so that a later change of the current directory changes nothing.
 std::string absoluteText(const fs::path& path) {
   std::error_code failed;
-  fs::path whole = fs::absolute(path, failed).lexically_normal();
+  const fs::path given = fs::absolute(path, failed);
   if (failed) return path.string();
+  fs::path whole = given.lexically_normal();
+  // ".." behind a symbolic link is the parent of what it links to.
+  if (!fs::equivalent(whole, given, failed)) whole = given;
   // "files/" names the same as "files".
   if (!whole.has_filename()) whole = whole.parent_path();
   return whole.string();
@@ -318,7 +321,7 @@ void BlobDatabase::add(const std::shared_ptr<BlobWatcher>& watcher) {
   watchers_.push_back(watcher);
 }
 
-/// Whoever changes a state of a blob has its file, so that they are told in their order.
+/// Of two changes that are told of at once both tell the later one, never the earlier one last.
 void BlobDatabase::changed(const std::string& id) noexcept {
   std::vector<std::weak_ptr<BlobWatcher>> watchers;
   {
@@ -328,11 +331,13 @@ void BlobDatabase::changed(const std::string& id) noexcept {
   platform::ThreadPool::runHere([&] {
     std::erase_if(watchers, [](const auto& weak) { return weak.expired(); });
     if (watchers.empty()) return;
-    const auto row = table_.row(id);
-    if (!row) return;
-    for (const auto& weak : watchers) {
-      if (const auto watcher = weak.lock()) watcher->tell(stateFrom(*row));
-    }
+    tellings_.sync([&] {
+      const auto row = table_.row(id);
+      if (!row) return;
+      for (const auto& weak : watchers) {
+        if (const auto watcher = weak.lock()) watcher->tell(stateFrom(*row));
+      }
+    });
   });
 }
 

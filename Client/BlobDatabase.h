@@ -67,6 +67,8 @@ class BlobDatabase final : public std::enable_shared_from_this<BlobDatabase> {
   const binary::BlobStoreTable table_;
   /// A new row and its link are two statements, and so are a look at a file and what follows.
   platform::SerialQueue changes_{"blob rows"};
+  /// A look at a row and what the watchers are told of it.
+  platform::SerialQueue tellings_{"blob states"};
 
   platform::Mutex mutex_;
   std::vector<std::weak_ptr<BlobWatcher>> watchers_ VARO_GUARDED_BY(mutex_);

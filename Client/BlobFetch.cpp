@@ -10,7 +10,6 @@
 #include "Client/Failures.h"
 #include "Client/FileRecords.h"
 #include "Platform/Foundation/PercentCoding.h"
-#include "Platform/Foundation/Runtime.h"
 
 #include <fmt/format.h>
 
@@ -81,9 +80,6 @@ BlobFetch::BlobFetch(std::shared_ptr<BlobStoreCore> core, BlobRef blob,
 
 void BlobFetch::launch(std::uint64_t run,
                        const std::shared_ptr<platform::Cancellation>& cancellation) {
-  if (platform::Runtime::shared().isShutDown()) {
-    return failed(run, failureOf(Kind::kShutDown, "The library has been shut down"));
-  }
   auto prepared =
       core_->database()->prepare(blob_, responseType(core_->service().encoding), about_);
   if (!prepared) return failed(run, std::move(prepared).error());

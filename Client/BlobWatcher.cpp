@@ -1,5 +1,6 @@
 #include "Client/BlobWatcher.h"
 
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/ThreadPool.h"
 
 #include <utility>
@@ -39,7 +40,11 @@ void BlobWatcher::call(const BlobState& state) noexcept {
     if (closed_) return;
     calling_ = std::this_thread::get_id();
   }
-  platform::ThreadPool::runHere([&] { callback_(state); });
+  {
+    // An application's code works on its own account, not on that of a fetch.
+    const platform::JobContext::Scope none(nullptr);
+    platform::ThreadPool::runHere([&] { callback_(state); });
+  }
   const MutexLock lock(mutex_);
   calling_.reset();
   changed_.notifyAll();

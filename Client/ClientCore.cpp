@@ -7,6 +7,7 @@
 #include "Client/ClientTransport.h"
 #include "Client/Failures.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/HeaderRules.h"
 
@@ -39,12 +40,13 @@ std::optional<Failure> mistakeIn(const Options& options) {
     return failureOf(Kind::kInvalidArgument, "Options::" + std::move(what));
   };
   if (options.url.empty()) return wrong("url is empty");
+  const std::string url = platform::redactUrl(options.url);
   if (!binary::ServerAddress::of(options.url) ||
       !binary::ValidationUtils::isValidUrl(options.url, nullptr)) {
-    return wrong(fmt::format("url is no http or https URL: \"{}\"", options.url));
+    return wrong(fmt::format("url is no http or https URL: \"{}\"", url));
   }
   if (options.url.find_first_of("?#") != std::string::npos) {
-    return wrong(fmt::format("url has a query or a fragment: \"{}\"", options.url));
+    return wrong(fmt::format("url has a query or a fragment: \"{}\"", url));
   }
   if (options.parallel < 1 || options.parallel > kMostParallel) {
     return wrong(fmt::format("parallel is {}, not from 1 to {}", options.parallel, kMostParallel));

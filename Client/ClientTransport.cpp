@@ -54,6 +54,8 @@ std::shared_ptr<HttpTransport> makeClientTransport(
   auto transport = std::make_shared<platform::CurlHttpTransport>(
       configuration, platform::Runtime::shared().pool());
   ClientTransports::shared().add(transport);
+  // A shutdown that began meanwhile has not seen it.
+  if (platform::Runtime::shared().isShutDown()) transport->shutdown();
   return transport;
 }
 

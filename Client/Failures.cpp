@@ -147,6 +147,7 @@ Kind kindOfStatus(std::int64_t status) {
 
 Kind kindOfErrno(std::int64_t number) {
   if (number == EBUSY) return Kind::kConflict;    // another download has the file
+  if (number == EEXIST) return Kind::kConflict;   // somebody made the file meanwhile
   if (number == ESTALE) return Kind::kIntegrity;  // somebody else has changed it
   return number == ENOSPC || number == EDQUOT ? Kind::kDiskFull : Kind::kLocalFile;
 }

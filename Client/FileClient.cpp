@@ -106,9 +106,10 @@ Transfer<FileRecord> FileClient::update(FileId id, const Metadata& metadata) con
   std::string about = fmt::format("update of the file {}", id.text());
   Dictionary entries = detail::dictionaryFrom(metadata);
   entries.set(binary::keys::kFileId, id.text());
-  const auto send = [url = core_->url(), entries,
+  const auto send = [url = core_->url(), entries, about,
                      id = std::move(id)](const FileRun& run) -> Outcome<void> {
     if (auto good = detail::checked(id); !good) return good;
+    if (auto good = detail::checked(entries, about); !good) return good;
     FileStorageManager::sharedInstance().updateWithUrl(
         url, Dictionary{{binary::keys::kHeaders, run.headers}, {binary::keys::kMetadata, entries}},
         run.callback, detail::optionsWith(run.settings));

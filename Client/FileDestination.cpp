@@ -51,7 +51,11 @@ Result<std::string> storeAt(const fs::path& path, IfExists ifExists, const Data&
     return name.string();
   }
   for (int number = 1;; ++number) {
-    // Somebody else may make the file at any moment, so storing it decides, not a look before.
+    // A second attempt to store has to copy all bytes, so names that are taken cost a look alone.
+    while (ifExists == IfExists::kNumber && number <= kMostNumbers && isThere(name)) {
+      name = numbered(path, number++);
+    }
+    // Somebody else may make the file at any moment, so storing it decides, not the look before.
     const auto stored = platform::storeNewFile(name.string(), bytes, Durability::kSynced);
     if (stored) return name.string();
     if (isTaken(stored) && ifExists == IfExists::kKeep) return name.string();
@@ -78,6 +82,14 @@ Outcome<PreparedFile> prepare(fs::path path, IfExists ifExists) {
   if (isThere(path) && ifExists == IfExists::kFail) {
     return failureOf(Kind::kConflict,
                      fmt::format("\"{}\" is there already; nothing was fetched", path.string()));
+  }
+  const bool isFile = ifExists == IfExists::kKeep
+                          ? fs::is_regular_file(path, none)
+                          : platform::fileKindAt(path.string()) == platform::FileKind::kRegular;
+  if (isThere(path) && ifExists != IfExists::kNumber && !isFile) {
+    return failureOf(
+        Kind::kLocalFile,
+        fmt::format("\"{}\" is there and no file; nothing was fetched", path.string()));
   }
   PreparedFile prepared;
   if (isThere(path) && ifExists == IfExists::kKeep) prepared.kept = path;

@@ -2,6 +2,8 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Client/Failures.h"
+#include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Text.h"
 
 #include <fmt/format.h>
@@ -64,6 +66,14 @@ Outcome<void> checked(const FileId& id) {
                      fmt::format("The file id has a quote in it: {}", id.text()));
   }
   return {};
+}
+
+Outcome<void> checked(const Dictionary& metadata, const std::string& about) {
+  // Before anything is sent: the classes below report it and send the request without a body.
+  const auto form = platform::json::serialize(metadata);
+  if (form) return {};
+  return failureOf(Kind::kInvalidArgument, fmt::format("{}: the metadata: {}", about,
+                                                       form.error()->localizedDescription()));
 }
 
 FileRecord recordFrom(const Dictionary& record) {

@@ -17,6 +17,10 @@ namespace varo::detail {
 /// asked for.
 [[nodiscard]] Outcome<void> checked(const FileId& id);
 
+/// `Kind::kInvalidArgument` for metadata that has no JSON form: a number that is not finite, a text
+/// that is not UTF-8. `about` names the operation.
+[[nodiscard]] Outcome<void> checked(const platform::Dictionary& metadata, const std::string& about);
+
 /// A record of the service. What is no scalar in it is left out.
 [[nodiscard]] FileRecord recordFrom(const platform::Dictionary& record);
 

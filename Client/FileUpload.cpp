@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <system_error>
@@ -80,6 +81,7 @@ Outcome<void> FileUpload::prepare(const FileRun& run) {
   };
   if (name_.empty()) return wrong("name is empty");
   if (options_.chunkSize == Bytes(0)) return wrong("chunkSize is 0");
+  if (auto good = checked(metadata_, about_); !good) return good;
   const bool isReader = std::holds_alternative<Source::Read>(source_->content());
   if (!options_.resume.empty() && isReader) {
     return wrong("resume needs a file or bytes, which can be read again");
@@ -87,6 +89,10 @@ Outcome<void> FileUpload::prepare(const FileRun& run) {
   const auto modified = modificationOf(*source_);
   auto bytes = dataFrom(*std::move(source_), about_, *run.handle, givenUp_.get_token());
   if (!bytes) return std::move(bytes).error();
+  if (bytes->size() == 0) {
+    return failureOf(Kind::kInvalidArgument,
+                     about_ + ": the source has no bytes, and the service takes no empty file");
+  }
   auto point = pointOf(bytes->size(), modified);
   if (!point) return wrong(point.error().message);
   bytes_ = *std::move(bytes);

@@ -75,12 +75,17 @@ std::optional<Kind> kindOfCode(std::string_view code) {
   return found != kKinds.end() ? std::optional(found->second) : std::nullopt;
 }
 
+/// While a store works, it may send blanks to keep the connection, where XML begins with none.
+platform::Result<xml::Element> parse(std::string_view text) {
+  return xml::parse(platform::trimmed(text));
+}
+
 /// The "Error" that a response is; none where it is something else.
 std::optional<xml::Element> errorIn(const HttpResponse& response) {
   if (!response.body || response.body->empty()) return std::nullopt;
   const auto text = response.body->readAll(kLongestRefusal);
   if (!text) return std::nullopt;
-  auto parsed = xml::parse(*text);
+  auto parsed = parse(*text);
   if (!parsed || parsed->name != "Error") return std::nullopt;
   return std::move(parsed).value();
 }
@@ -163,7 +168,7 @@ Outcome<xml::Element> xmlIn(const HttpResponse& response, std::string_view root,
                             std::string_view about) {
   const auto text = response.body.value_or(platform::Data()).readAll(kLongestAnswer);
   if (!text) return failureFrom(text.error(), about);
-  auto parsed = xml::parse(*text);
+  auto parsed = parse(*text);
   if (!parsed) return notAStore(response, about, parsed.error()->localizedDescription());
   if (parsed->name == "Error") return refusalFrom(response, about, {});
   if (parsed->name != root) {

@@ -28,6 +28,8 @@ constexpr std::uint64_t kSmallestPart = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kLargestPart = std::uint64_t{5} << 30U;
 /// Positions beyond are in no object; sums of two stay within 64 bits.
 constexpr auto kLastByte = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+/// What is noted of each takes memory, and a store may say any size.
+constexpr std::uint64_t kMostParts = 1'000'000;
 constexpr std::uint64_t kRefusal = std::uint64_t{64} << 10U;
 constexpr int kWhole = 200;
 constexpr int kPart = 206;
@@ -60,7 +62,7 @@ std::uint64_t bytesIn(const HttpResponse& response) {
 }  // namespace
 
 ObjectGet::ObjectGet(ObjectKey key, Destination to, GetOptions options)
-    : key_(std::move(key)), options_(std::move(options)), to_(std::move(to)) {}
+    : key_(std::move(key)), options_(options), to_(std::move(to)) {}
 
 void ObjectGet::run(const ObjectRunPtr& run, End end) {
   if (auto ready = prepare(); !ready) return end(std::move(ready).error());
@@ -150,6 +152,10 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
                                    : std::numeric_limits<std::uint64_t>::max();
     plan = {std::min(most, total - first), options_.partSize.count};
     info_.size = Bytes(total);
+    if ((plan.size - 1) / plan.partSize >= kMostParts) {
+      return wrong(fmt::format("{}: {} bytes are more than {} parts of GetOptions::partSize",
+                               about(), plan.size, kMostParts));
+    }
   } else if (response.status != kWhole || options_.range) {
     return notAStore(response, about(), "it is not the part that was asked for");
   }

@@ -37,7 +37,7 @@ class ObjectWork : public std::enable_shared_from_this<ObjectWork<T>> {
   virtual void run(const ObjectRunPtr& run, End end) = 0;
   /// After the last run, or where there was none: removes what must not stay, and calls `done` once
   /// with the whole failure.
-  virtual void giveUp(Failure failure, std::function<void(Failure)> done) {
+  virtual void giveUp(Failure failure, const std::function<void(Failure)>& done) {
     done(std::move(failure));
   }
   /// Whether a run may be stopped and begun anew without harm.

@@ -36,7 +36,12 @@ ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, So
     : place_(std::move(place)),
       key_(std::move(key)),
       options_(std::move(options)),
-      source_(std::move(source)) {}
+      source_(std::move(source)) {
+  // From now on, so that it is ended or named even where it cannot go on.
+  if (options_.resume.empty() || !checked(key_)) return;
+  upload_ = options_.resume;
+  asksForParts_ = true;
+}
 
 void ObjectPut::run(const ObjectRunPtr& run, End end) {
   if (auto ready = prepare(*run); !ready) return end(std::move(ready).error());
@@ -55,6 +60,7 @@ void ObjectPut::run(const ObjectRunPtr& run, End end) {
 
 Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   if (data_) return {};
+  if (!source_) return cancelledObject(about());  // given up before its end
   if (auto good = checked(key_); !good) return good;
   if (auto good = checkedContentType(options_.contentType); !good) return good;
   if (auto good = PartPlan::ofUpload(0, options_.partSize); !good) return std::move(good).error();
@@ -66,10 +72,7 @@ Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   plan_ = *plan;
   const MutexLock lock(mutex_);
   entityTags_.resize(isOneRequest() ? 0 : plan_.count());
-  if (!options_.resume.empty()) {
-    upload_ = options_.resume;
-    asksForParts_ = true;
-  }
+  sent_.resize(entityTags_.size());
   data_ = *std::move(opened);
   return {};
 }
@@ -91,6 +94,8 @@ void ObjectPut::sendWhole(const ObjectRunPtr& run, const End& end) {
              .headers = {{"Content-Type", options_.contentType}},
              .body = *data_,
              .limits = {kLongestAnswer, kLongestAnswer, kLongestAnswer},
+             .onSent = [run, size = plan_.size](
+                           std::uint64_t bytes) { run->running().reached(bytes, size); },
              .about = about()},
             run->cancellation(),
             [work = self<ObjectPut>(), run, end](const Outcome<HttpResponse>& answer) {
@@ -140,15 +145,27 @@ void ObjectPut::findParts(const ObjectRunPtr& run, const End& end) {
       });
 }
 
+void ObjectPut::handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes) {
+  std::uint64_t done = 0;
+  {
+    const MutexLock lock(mutex_);
+    allSent_ = allSent_ - sent_[index] + bytes;
+    sent_[index] = bytes;
+    done = taken_ + allSent_;
+  }
+  running.reached(done, plan_.size);
+}
+
 void ObjectPut::took(RunningBase& running, std::size_t index, std::string entityTag) {
-  std::uint64_t taken = 0;
+  std::uint64_t done = 0;
   {
     const MutexLock lock(mutex_);
     if (entityTags_[index].empty()) taken_ += plan_.length(index);
     entityTags_[index] = std::move(entityTag);
-    taken = taken_;
+    allSent_ -= std::exchange(sent_[index], 0);
+    done = taken_ + allSent_;
   }
-  running.reached(taken, plan_.size);
+  running.reached(done, plan_.size);
 }
 
 void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
@@ -160,6 +177,9 @@ void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
       if (entityTags_[i].empty()) missing.push_back(i);
     }
     taken = taken_;
+    // None is on its way: what an earlier run has sent of a part is sent again.
+    sent_.assign(entityTags_.size(), 0);
+    allSent_ = 0;
   }
   run->running().reached(taken, plan_.size);
   const auto work = self<ObjectPut>();
@@ -176,14 +196,16 @@ void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
 
 void ObjectPut::sendPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
                          std::function<void(Outcome<void>)> done) {
-  upload::sendPart(*run, {key_, *begun()}, index,
-                   data_->slice(plan_.first(index), plan_.length(index)), stop,
-                   [work = self<ObjectPut>(), run, index,
-                    done = std::move(done)](Outcome<std::string> entityTag) {
-                     if (!entityTag) return done(std::move(entityTag).error());
-                     work->took(run->running(), index, *std::move(entityTag));
-                     done({});
-                   });
+  const auto work = self<ObjectPut>();
+  upload::sendPart(
+      *run, {key_, *begun()}, index,
+      {data_->slice(plan_.first(index), plan_.length(index)),
+       [work, run, index](std::uint64_t bytes) { work->handedOver(run->running(), index, bytes); }},
+      stop, [work, run, index, done = std::move(done)](Outcome<std::string> entityTag) {
+        if (!entityTag) return done(std::move(entityTag).error());
+        work->took(run->running(), index, *std::move(entityTag));
+        done({});
+      });
 }
 
 void ObjectPut::complete(const ObjectRunPtr& run, const End& end) {
@@ -209,17 +231,16 @@ std::optional<UploadId> ObjectPut::begun() const {
   return upload_;
 }
 
-void ObjectPut::giveUp(Failure failure, std::function<void(Failure)> done) {
+void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done) {
   const auto id = begun();
   if (!id || options_.keepParts) {
     failure.upload = id;
     return done(std::move(failure));
   }
   // The one that cancels must not wait for the credentials.
-  platform::Runtime::shared().pool().postOrRun(
-      [work = self<ObjectPut>(), id = *id, failure = std::move(failure), done = std::move(done)] {
-        work->abortUpload(id, failure, done);
-      });
+  platform::Runtime::shared().pool().postOrRun([work = self<ObjectPut>(), id = *id,
+                                                failure = std::move(failure),
+                                                done] { work->abortUpload(id, failure, done); });
 }
 
 void ObjectPut::abortUpload(const UploadId& id, Failure failure,

@@ -25,7 +25,7 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
 
   [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
   void run(const ObjectRunPtr& run, End end) override;
-  void giveUp(Failure failure, std::function<void(Failure)> done) override;
+  void giveUp(Failure failure, const std::function<void(Failure)>& done) override;
 
  private:
   /// Opens the source, at the first run.
@@ -39,6 +39,8 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
                 std::function<void(Outcome<void>)> done);
   void complete(const ObjectRunPtr& run, const End& end);
   void abortUpload(const UploadId& id, Failure failure, const std::function<void(Failure)>& done);
+  /// Notes how much of a part is on its way, and shows how far it is.
+  void handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes);
   /// Notes that the store has a part, and shows how far it is.
   void took(RunningBase& running, std::size_t index, std::string entityTag);
   [[nodiscard]] ObjectInfo whole(ObjectInfo info) const;
@@ -61,6 +63,9 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   /// With their quotes; empty for parts that the store does not have.
   std::vector<std::string> entityTags_ VARO_GUARDED_BY(mutex_);
   std::uint64_t taken_ VARO_GUARDED_BY(mutex_) = 0;  // bytes
+  /// Bytes of each part that were sent and are not taken yet, and all together.
+  std::vector<std::uint64_t> sent_ VARO_GUARDED_BY(mutex_);
+  std::uint64_t allSent_ VARO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace varo::detail

@@ -107,6 +107,7 @@ Outcome<HttpRequest> ObjectRun::encoded(ObjectRequest request,
   if (!toSign.query.empty()) encoded.url += "?" + binary::encodedQuery(toSign.query);
   encoded.limits = request.limits;
   encoded.spoolDirectory = std::move(request.spoolDirectory);
+  encoded.onSent = std::move(request.onSent);
   if (access_.keys) {
     auto digest = digestOf(request.body.value_or(Data()), cancellation);
     if (!digest) return failureFrom(digest.error(), request.about);

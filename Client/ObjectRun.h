@@ -31,6 +31,8 @@ struct ObjectRequest {
   std::string spoolDirectory = {};
   /// Status that is no success, but not a failure either; 0 for none.
   int alsoGood = 0;
+  /// See `platform::HttpRequest`.
+  std::function<void(std::uint64_t sent)> onSent = {};
   /// What it is about, for messages.
   std::string about = {};
 };

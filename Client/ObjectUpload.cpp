@@ -22,8 +22,8 @@ constexpr char kUploadIdParameter[] = "uploadId";
 /// Of what the store has chosen: it is kept for each part, and sent back.
 constexpr std::size_t kLongestTag = 1024;
 constexpr std::size_t kLongestId = 1024;
-/// What a store lists at once.
-constexpr std::size_t kMostPages = 10'000;
+/// Of one upload; a page of their list has one at least.
+constexpr std::size_t kMostParts = 10'000;
 
 /// The parts, page by page.
 class PartListing : public std::enable_shared_from_this<PartListing> {
@@ -58,7 +58,7 @@ class PartListing : public std::enable_shared_from_this<PartListing> {
     }
     const std::string next = page->textOf("NextPartNumberMarker");
     if (page->textOf("IsTruncated") != "true") return end_(std::move(parts_));
-    if (next == marker_ || ++pages_ == kMostPages) {
+    if (next == marker_ || ++pages_ == kMostParts || parts_.size() > kMostParts) {
       return end_(notAStore(*answer, about(), "its list of parts has no end"));
     }
     marker_ = next;
@@ -114,15 +114,16 @@ void create(const ObjectRun& run, const ObjectKey& key, const std::string& conte
            });
 }
 
-void sendPart(const ObjectRun& run, const Named& named, std::size_t index, const Data& bytes,
+void sendPart(const ObjectRun& run, const Named& named, std::size_t index, PartBody body,
               const std::stop_token& stop, std::function<void(Outcome<std::string>)> end) {
   const std::string about = aboutObject(fmt::format("put of part {} of", index + 1), named.key);
   run.send(
       {.method = HttpMethod::kPut,
        .key = named.key,
        .query = {{"partNumber", fmt::to_string(index + 1)}, {kUploadIdParameter, named.id.text()}},
-       .body = bytes,
+       .body = std::move(body.bytes),
        .limits = kLimits,
+       .onSent = std::move(body.onSent),
        .about = about},
       stop, [about, end = std::move(end)](const Outcome<HttpResponse>& answer) {
         if (!answer) return end(answer.error());

@@ -35,10 +35,15 @@ struct StoredPart {
 void create(const ObjectRun& run, const ObjectKey& key, const std::string& contentType,
             std::function<void(Outcome<UploadId>)> end);
 
+/// The bytes of a part, and who is told how many of them were sent: see `platform::HttpRequest`.
+struct PartBody {
+  platform::Data bytes;
+  std::function<void(std::uint64_t sent)> onSent;
+};
+
 /// The entity tag of the part, with its quotes.
-void sendPart(const ObjectRun& run, const Named& named, std::size_t index,
-              const platform::Data& bytes, const std::stop_token& stop,
-              std::function<void(Outcome<std::string>)> end);
+void sendPart(const ObjectRun& run, const Named& named, std::size_t index, PartBody body,
+              const std::stop_token& stop, std::function<void(Outcome<std::string>)> end);
 
 /// The parts that the store has.
 void listParts(const ObjectRunPtr& run, const Named& named,

@@ -3,6 +3,7 @@
 #include "Client/Failures.h"
 #include "Client/Places.h"
 #include "Client/Running.h"
+#include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Sleeper.h"
 
 #include <exception>
@@ -48,9 +49,15 @@ void Operation::start() noexcept {
     }
     // Asked for before there was anything to cancel.
     if (isStopped) return failed(run, cancelled());
+    if (platform::Runtime::shared().isShutDown()) {
+      return failed(
+          run, failureOf(Kind::kShutDown, running().about() + ": the library has been shut down"));
+    }
     launch(run, cancellation);
   } catch (const std::exception& thrown) {
-    failed(run, failureOf(Kind::kOther, thrown.what()));
+    failed(run, failureOf(Kind::kOther, running().about() + ": " + thrown.what()));
+  } catch (...) {  // what an application's function object throws when it is copied
+    failed(run, failureOf(Kind::kOther, running().about() + ": an exception"));
   }
 }
 
@@ -66,7 +73,11 @@ void Operation::cancel() {
       ends = std::exchange(phase_, Phase::kEnded) != Phase::kEnded;
     }
   }
-  if (ends) return finish(cancelled());
+  if (ends) {
+    // Not here: it may ask the application for credentials, and whoever cancels may hold a lock.
+    const auto self = std::static_pointer_cast<Operation>(shared_from_this());
+    return places_->run([self] { self->finish(self->cancelled()); });
+  }
   if (cancellation != nullptr) stop(cancellation, true);
 }
 

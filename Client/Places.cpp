@@ -3,6 +3,8 @@
 #include "Client/Operation.h"
 #include "Platform/Foundation/Runtime.h"
 
+#include <utility>
+
 namespace varo::detail {
 
 using platform::MutexLock;
@@ -15,6 +17,11 @@ void Places::wait(const std::shared_ptr<Operation>& operation) {
 void Places::giveBack(const std::shared_ptr<Operation>& operation) {
   queue_.removeOneFromRunning(operation);
   fill();
+}
+
+void Places::run(platform::ThreadPool::Job job) const noexcept {
+  const platform::JobContext::Scope scope(context_);
+  platform::Runtime::shared().pool().postOrRun(std::move(job));
 }
 
 void Places::fill() {

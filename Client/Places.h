@@ -3,6 +3,7 @@
 #include "Binary/Binary/BinaryDataManager/BoundedQueue.h"
 #include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/ThreadPool.h"
 
 #include <cstddef>
 #include <memory>
@@ -25,6 +26,8 @@ class Places {
   void wait(const std::shared_ptr<Operation>& operation);
   /// The operation does not need its place any more.
   void giveBack(const std::shared_ptr<Operation>& operation);
+  /// Has `job` run on a thread of the pool, without a place.
+  void run(platform::ThreadPool::Job job) const noexcept;
 
  private:
   void fill();

@@ -1,5 +1,6 @@
 #include "Client/Running.h"
 
+#include "Client/OpenControls.h"
 #include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 
@@ -36,8 +37,12 @@ void RunningBase::setOnProgress(std::function<void(const Progress&)> callback) {
   if (callback != nullptr) {
     shared = std::make_shared<const std::function<void(const Progress&)>>(std::move(callback));
   }
-  const MutexLock lock(mutex_);
-  onProgress_.swap(shared);
+  {
+    const MutexLock lock(mutex_);
+    onProgress_.swap(shared);
+    if (state_ != State::kDone) return;
+  }
+  inTurn([this] { showLastProgress(); });
 }
 
 void RunningBase::cancelWith(const std::stop_token& token) {
@@ -51,6 +56,7 @@ void RunningBase::cancelWith(const std::stop_token& token) {
 }
 
 void RunningBase::drivenBy(std::shared_ptr<Control> control) {
+  OpenControls::shared().add(control);
   const MutexLock lock(mutex_);
   control_.swap(control);
 }
@@ -65,7 +71,11 @@ void RunningBase::cancel() {
 }
 
 void RunningBase::pause() {
-  if (const auto driver = control()) driver->pause();
+  const auto driver = control();
+  if (driver == nullptr) return;
+  driver->pause();
+  // Nothing resumes it any more, so it could have no end.
+  if (platform::Runtime::shared().isShutDown()) driver->resume();
 }
 
 void RunningBase::resume() {
@@ -88,7 +98,8 @@ void RunningBase::wait() const {
 }
 
 bool RunningBase::waitFor(std::chrono::milliseconds most) const {
-  const auto until = steady_clock::now() + std::min<std::chrono::milliseconds>(most, kLongestWait);
+  const auto until = steady_clock::now() + std::clamp<std::chrono::milliseconds>(
+                                               most, std::chrono::milliseconds(0), kLongestWait);
   const MutexLock lock(mutex_);
   while (state_ != State::kDone) {
     if (changed_.waitUntil(mutex_, until) == std::cv_status::timeout) {
@@ -173,17 +184,19 @@ void RunningBase::showProgress() {
 }
 
 void RunningBase::showLastProgress() {
+  std::shared_ptr<const std::function<void(const Progress&)>> callback;
+  Progress progress;
   {
     const MutexLock lock(mutex_);
-    if (!std::exchange(lastIsDue_, false)) return;
+    callback.swap(onProgress_);  // nothing comes after it
+    progress = progress_;
   }
-  showProgress();
+  if (callback != nullptr) (*callback)(progress);
 }
 
 std::shared_ptr<Control> RunningBase::endLocked() {
   state_ = State::kDone;
   progress_.left = std::chrono::seconds(0);
-  lastIsDue_ = true;
   return std::exchange(control_, nullptr);
 }
 

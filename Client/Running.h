@@ -96,6 +96,7 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
  private:
   [[nodiscard]] std::shared_ptr<Control> control() const;
   void showProgress();
+  /// Calls the callback of the progress for the last time, if it was not yet. After the end.
   void showLastProgress();
   /// Has what came too early shown when it is time.
   void showLater(std::chrono::milliseconds delay);
@@ -117,8 +118,6 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   std::uint64_t doneAtBegin_ VARO_GUARDED_BY(mutex_) = 0;
   /// Whether a timer will show what came too early.
   bool laterIsDue_ VARO_GUARDED_BY(mutex_) = false;
-  /// The one at the end, which nobody was shown yet.
-  bool lastIsDue_ VARO_GUARDED_BY(mutex_) = false;
   bool closed_ VARO_GUARDED_BY(mutex_) = false;
   /// The thread that a callback runs on.
   std::optional<std::thread::id> calling_ VARO_GUARDED_BY(mutex_);

@@ -2,12 +2,20 @@
 #include "varo/runtime.h"
 #include "varo/version.h"
 
+#include <algorithm>
 #include <future>
 #include <memory>
 #include <system_error>
 #include <thread>
 
 namespace varo {
+
+namespace {
+
+/// A wait without an end would overflow the clock.
+constexpr std::chrono::hours kLongestWait{24 * 365};
+
+}  // namespace
 
 std::string_view version() noexcept { return VARO_VERSION; }
 
@@ -29,7 +37,8 @@ bool shutDown(std::chrono::milliseconds most) {
     runtime.shutdown();  // there is no thread for it
     return true;
   }
-  return joined.wait_for(most) == std::future_status::ready;
+  return joined.wait_for(std::min<std::chrono::milliseconds>(most, kLongestWait)) ==
+         std::future_status::ready;
 }
 
 }  // namespace varo

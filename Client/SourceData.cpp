@@ -3,6 +3,7 @@
 #include "Client/Failures.h"
 #include "Client/Running.h"
 #include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Runtime.h"
 
 #include <fmt/format.h>
 
@@ -68,6 +69,9 @@ class Spool {
   [[nodiscard]] Outcome<std::size_t> piece(std::span<std::byte> buffer) const {
     Outcome<std::size_t> count = failureOf(Kind::kCancelled, about_ + ": it was cancelled");
     if (stop_.stop_requested()) return count;
+    if (platform::Runtime::shared().isShutDown()) {
+      return failureOf(Kind::kShutDown, about_ + ": the library has been shut down");
+    }
     // Not called where the handle has gone.
     static_cast<void>(handle_.move([&] { count = call(buffer); }));
     return count;

@@ -7,12 +7,15 @@
 #include "varo/blobs.h"
 #include "varo/c/blobs.h"
 
+#include <memory>
 #include <span>
 #include <string>
 #include <utility>
 
 struct varo_blobs {
   varo::BlobStore store;
+  /// Also where none of the functions of the options holds it.
+  std::shared_ptr<varo::capi::UserData> user;
 };
 
 struct varo_watch {
@@ -120,7 +123,7 @@ varo_code varo_blobs_open(const char* database, const char* files, const varo_bl
     if (!given) return std::move(given).error();
     auto store = BlobStore::open(database, files, std::move(given->service));
     if (!store) return std::move(store).error();
-    auto handle = std::make_unique<varo_blobs>(varo_blobs{*store});
+    auto handle = std::make_unique<varo_blobs>(varo_blobs{*store, given->user});
     given->user->adopt();
     return handle;
   });

@@ -1,10 +1,10 @@
 #include "Client/C/CFailure.h"
 
 #include "Client/C/GivenStruct.h"
-#include "Client/C/Guarded.h"
 #include "Client/Failures.h"
 
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace varo::capi {
@@ -84,10 +84,18 @@ const varo_failure& noMemoryFailure() noexcept {
 
 varo_code give(const Failure& failure, varo_failure** to) noexcept {
   if (to == nullptr) return codeOf(failure.kind);
-  return guarded([&] {
+  try {
     *to = std::make_unique<OwnedFailure>(failure).release();
-    return codeOf(failure.kind);
-  });
+  } catch (const std::bad_alloc&) {
+    return giveNoMemory(to);
+  }
+  return codeOf(failure.kind);
+}
+
+varo_code giveNoMemory(varo_failure** to) noexcept {
+  // `varo_failure_free` leaves it alone.
+  if (to != nullptr) *to = const_cast<varo_failure*>(&noMemoryFailure());
+  return VARO_NO_MEMORY;
 }
 
 Failure invalid(std::string message) {

@@ -21,5 +21,7 @@ struct OwnedFailure final : varo_failure {
 
 /// Gives a failure to a caller that may not want it. Its code.
 varo_code give(const Failure& failure, varo_failure** to) noexcept;
+/// The same where there was no memory.
+varo_code giveNoMemory(varo_failure** to) noexcept;
 
 }  // namespace varo::capi

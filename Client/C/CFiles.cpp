@@ -9,12 +9,15 @@
 #include "varo/files.h"
 
 #include <algorithm>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <utility>
 
 struct varo_files {
   varo::FileClient client;
+  /// Also where none of the functions of the options holds it.
+  std::shared_ptr<varo::capi::UserData> user;
 };
 
 namespace varo::capi {
@@ -105,7 +108,7 @@ varo_code varo_files_create(const varo_options* options, varo_files** files,
     if (!given) return std::move(given).error();
     auto client = varo::FileClient::create(std::move(given->options));
     if (!client) return std::move(client).error();
-    auto handle = std::make_unique<varo_files>(varo_files{*client});
+    auto handle = std::make_unique<varo_files>(varo_files{*client, given->user});
     given->user->adopt();
     return handle;
   });

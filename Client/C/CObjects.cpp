@@ -8,11 +8,14 @@
 #include "varo/c/objects.h"
 #include "varo/objects.h"
 
+#include <memory>
 #include <utility>
 #include <variant>
 
 struct varo_objects {
   varo::ObjectStore store;
+  /// Also where none of the functions of the options holds it.
+  std::shared_ptr<varo::capi::UserData> user;
 };
 
 namespace varo::capi {
@@ -59,7 +62,7 @@ varo_code create(const GivenWhere* where, const varo_options* options, varo_obje
     if (!given) return std::move(given).error();
     auto store = ObjectStore::create(*std::move(place), std::move(given->options));
     if (!store) return std::move(store).error();
-    auto handle = std::make_unique<varo_objects>(varo_objects{*store});
+    auto handle = std::make_unique<varo_objects>(varo_objects{*store, given->user});
     given->user->adopt();
     return handle;
   });

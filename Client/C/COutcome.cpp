@@ -73,7 +73,9 @@ const varo_outcome& noMemoryOutcome() noexcept {
   return outcome;
 }
 
-void fill(varo_outcome& outcome, const FileRecord& record) { outcome.files.emplace_back(record); }
+void fill(varo_outcome& outcome, const FileRecord& record) {
+  outcome.files.push_back(std::make_unique<OwnedFile>(record));
+}
 
 void fill(varo_outcome& outcome, const std::vector<FileRecord>& records) {
   for (const FileRecord& record : records) fill(outcome, record);
@@ -85,7 +87,9 @@ void fill(varo_outcome& outcome, const std::filesystem::path& path) {
 
 void fill(varo_outcome& outcome, std::uint64_t number) { outcome.number = number; }
 
-void fill(varo_outcome& outcome, const BlobState& state) { outcome.blobs.emplace_back(state); }
+void fill(varo_outcome& outcome, const BlobState& state) {
+  outcome.blobs.push_back(std::make_unique<OwnedBlob>(state));
+}
 
 void fill(varo_outcome& outcome, const std::vector<BlobState>& states) {
   for (const BlobState& state : states) fill(outcome, state);
@@ -103,16 +107,18 @@ void fill(varo_outcome& outcome, const std::vector<BlobRef>& refs) {
 }
 
 void fill(varo_outcome& outcome, const ObjectInfo& object) {
-  outcome.objects.emplace_back(object);
+  outcome.objects.push_back(std::make_unique<OwnedObject>(object));
   fill(outcome, object.file);
 }
 
 void fill(varo_outcome& outcome, const std::vector<ObjectInfo>& objects) {
-  for (const ObjectInfo& object : objects) outcome.objects.emplace_back(object);
+  for (const ObjectInfo& object : objects) {
+    outcome.objects.push_back(std::make_unique<OwnedObject>(object));
+  }
 }
 
 void fill(varo_outcome& outcome, const ObjectKey& removed) {
-  outcome.objects.emplace_back(ObjectInfo{.key = removed});
+  outcome.objects.push_back(std::make_unique<OwnedObject>(ObjectInfo{.key = removed}));
 }
 
 }  // namespace varo::capi
@@ -146,12 +152,12 @@ void varo_outcome_free(varo_outcome* outcome) {
 
 const varo_file* varo_outcome_file(const varo_outcome* outcome, size_t index) {
   if (outcome == nullptr || index >= outcome->files.size()) return nullptr;
-  return &outcome->files[index];
+  return outcome->files[index].get();
 }
 
 const varo_blob* varo_outcome_blob(const varo_outcome* outcome, size_t index) {
   if (outcome == nullptr || index >= outcome->blobs.size()) return nullptr;
-  return &outcome->blobs[index];
+  return outcome->blobs[index].get();
 }
 
 const varo_blob_ref* varo_outcome_blob_refs(const varo_outcome* outcome) {
@@ -161,5 +167,5 @@ const varo_blob_ref* varo_outcome_blob_refs(const varo_outcome* outcome) {
 
 const varo_object* varo_outcome_object(const varo_outcome* outcome, size_t index) {
   if (outcome == nullptr || index >= outcome->objects.size()) return nullptr;
-  return &outcome->objects[index];
+  return outcome->objects[index].get();
 }

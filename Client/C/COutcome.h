@@ -11,7 +11,6 @@
 #include "varo/outcome.h"
 
 #include <cstdint>
-#include <deque>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -76,10 +75,10 @@ struct varo_outcome {
   std::optional<varo::capi::OwnedFailure> ownFailure;
   std::optional<std::string> path;
   std::uint64_t number = 0;
-  /// A deque, since C has their addresses.
-  std::deque<varo::capi::OwnedFile> files;
-  std::deque<varo::capi::OwnedBlob> blobs;
-  std::deque<varo::capi::OwnedObject> objects;
+  /// One by one, since C has their addresses. Empty ones need no memory, unlike a deque.
+  std::vector<std::unique_ptr<const varo::capi::OwnedFile>> files;
+  std::vector<std::unique_ptr<const varo::capi::OwnedBlob>> blobs;
+  std::vector<std::unique_ptr<const varo::capi::OwnedObject>> objects;
   varo::capi::OwnedRefs refs;
 
   [[nodiscard]] varo_code code() const noexcept {

@@ -2,12 +2,9 @@
 
 #include "Client/C/CFailure.h"
 #include "Client/C/GivenStruct.h"
-#include "Client/C/Guarded.h"
 #include "varo/outcome.h"
 
-#include <exception>
 #include <memory>
-#include <new>
 #include <utility>
 
 namespace varo::capi {
@@ -19,13 +16,15 @@ varo_code created(Handle** handle, const char* argument, varo_failure** failure,
                   Make&& make) noexcept {
   if (handle != nullptr) *handle = nullptr;
   if (failure != nullptr) *failure = nullptr;
-  return guarded([&]() -> varo_code {
+  try {
     if (handle == nullptr) return give(missing(argument), failure);
     Outcome<std::unique_ptr<Handle>> made = std::forward<Make>(make)();
     if (!made) return give(made.error(), failure);
     *handle = std::move(*made).release();
     return VARO_OK;
-  });
+  } catch (...) {  // the facade's catch-all: nothing below throws for another reason
+    return giveNoMemory(failure);
+  }
 }
 
 }  // namespace varo::capi

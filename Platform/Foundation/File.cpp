@@ -13,6 +13,7 @@
 #include <climits>
 #include <fcntl.h>
 #include <limits>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -208,12 +209,21 @@ File::File(Badge /*badge*/, int descriptor, std::string path, bool canBeNamed)
 
 File::~File() { system::closeFile(descriptor_); }
 
+std::shared_ptr<File> File::adopt(int descriptor, const std::string& path, bool canBeNamed) {
+  try {
+    return std::make_shared<File>(Badge{}, descriptor, path, canBeNamed);
+  } catch (const std::bad_alloc&) {
+    system::closeFile(descriptor);
+    throw;
+  }
+}
+
 Result<std::shared_ptr<File>> File::openRegular(const std::string& path, int flags) {
   if (hasNul(path)) return Error::fromErrno(EINVAL, "Opening", path);
   // Without O_NONBLOCK, opening a FIFO would wait for its other end.
   const int descriptor = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) return Error::fromErrno(errno, "Opening", path);
-  auto file = std::make_shared<File>(Badge{}, descriptor, path, false);
+  auto file = adopt(descriptor, path, false);
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) return Error::fromErrno(errno, "Opening", path);
   if (S_ISDIR(status.st_mode)) return Error::fromErrno(EISDIR, "Opening", path);
@@ -237,20 +247,20 @@ Result<std::shared_ptr<File>> File::createUnnamed(const std::string& directory) 
   };
   if (hasNul(directory)) return failure(EINVAL);
   const int nameless = system::openNameless(directory);
-  if (nameless >= 0) return std::make_shared<File>(Badge{}, nameless, directory, true);
+  if (nameless >= 0) return adopt(nameless, directory, true);
   // Not every file system has nameless files; a named one whose name is gone at once does as well.
   TemporaryName name(directory);
   const int descriptor = ::open(name.path().c_str(), kCreateNew, kOwnOnly);
   if (descriptor < 0) return failure(errno);
   name.own();
-  return std::make_shared<File>(Badge{}, descriptor, directory, false);
+  return adopt(descriptor, directory, false);
 }
 
 Result<std::shared_ptr<File>> File::createNew(const std::string& path) {
   if (hasNul(path)) return Error::fromErrno(EINVAL, "Creating", path);
   const int descriptor = ::open(path.c_str(), kCreateNew, kOwnOnly);
   if (descriptor < 0) return Error::fromErrno(errno, "Creating", path);
-  return std::make_shared<File>(Badge{}, descriptor, path, false);
+  return adopt(descriptor, path, false);
 }
 
 Result<std::uint64_t> File::size() const {

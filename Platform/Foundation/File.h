@@ -72,6 +72,9 @@ class File {
   File(Badge, int descriptor, std::string path, bool canBeNamed);
 
  private:
+  /// The descriptor is closed, too, where there is no memory for its owner.
+  [[nodiscard]] static std::shared_ptr<File> adopt(int descriptor, const std::string& path,
+                                                   bool canBeNamed);
   [[nodiscard]] static Result<std::shared_ptr<File>> openRegular(const std::string& path,
                                                                  int flags);
 

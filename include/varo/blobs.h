@@ -77,13 +77,13 @@ struct BlobState {
   /// Of this blob in a `fetchAll`; none in what the table alone says.
   std::optional<Failure> failure = {};
 
-  /// Whether the file at `path` is there to be read.
+  /// Whether, as the table has it, the file at `path` is there to be read. `BlobStore::path` looks.
   [[nodiscard]] VARO_API bool hasFile() const noexcept;
 };
 
 /// How the service sends the bytes of a blob.
 enum class BlobEncoding : std::uint8_t {
-  kBytes,   ///< as they are, in ranges
+  kBytes,   ///< as they are, in ranges; what comes in Base64 is a failure
   kBase64,  ///< in Base64 within JSON, as a whole; at most 64 MiB
 };
 

@@ -51,9 +51,9 @@ struct UploadOptions {
   /// To an outside store that takes chunks nobody can tell which of them it has: a new record is
   /// made there, and the old one removed.
   UploadPlace resume = {};
-  /// Told where the upload could go on: first when the service has made its record, before a byte
-  /// is sent, then after each chunk that the service has. Keep the last one to go on after the
-  /// process has ended. A callback of the handle like `onDone`.
+  /// Told where the upload could go on: first when the service has made its record, then after each
+  /// chunk that the service has. Keep the last one to go on after the process has ended. A callback
+  /// of the handle like `onDone`; the upload does not wait for it.
   std::function<void(const FileId& record, const UploadPlace& place)> onPlace = {};
 };
 
@@ -99,7 +99,8 @@ class FileClient {
   FileClient& operator=(const FileClient&) = default;
   ~FileClient() = default;
 
-  /// Creates the record, sends the bytes, commits.
+  /// Creates the record, sends the bytes, commits. The service takes no empty file: a source
+  /// without bytes is `Kind::kInvalidArgument`.
   ///
   /// - `Failure::begun` names the record that a failure leaves behind: `remove` gives it up, and
   ///   `UploadOptions::resume` with `Failure::place` goes on, which does no harm even where
@@ -122,11 +123,12 @@ class FileClient {
   /// The records of the files that match.
   VARO_API Transfer<std::vector<FileRecord>> list(Filter filter = {}) const;
 
-  /// Replaces the metadata of a file.
+  /// Replaces the metadata of a file. One that is not there is as in `remove`.
   VARO_API Transfer<FileRecord> update(FileId id, const Metadata& metadata) const;
 
-  /// Deletes a file, or gives up an upload that was begun. How many there were; a file that is not
-  /// there is `Kind::kNotFound`.
+  /// Deletes a file, or gives up an upload that was begun. How many there were. Where the service
+  /// tells a file that is not there by a status of its own, that is `Kind::kServer`, with the
+  /// `serviceStatus`.
   VARO_API Transfer<std::uint64_t> remove(FileId id) const;
 
   /// Deletes all files that match, and says how many. An empty filter is

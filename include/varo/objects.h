@@ -76,7 +76,7 @@ struct ObjectInfo {
   std::filesystem::path file = {};
 };
 
-/// How an object is put. All but `contentType` concern `S3` only.
+/// How an object is put into an `S3`. A `TemplateService` takes none of it: its template says all.
 struct PutOptions {
   std::string contentType = "application/octet-stream";
   /// What is larger is sent in parts of this size, several at once, and the store makes one object
@@ -107,7 +107,8 @@ struct GetOptions {
   IfExists ifExists = IfExists::kFail;
   /// None: the whole object. A range that begins behind the end is `Kind::kInvalidArgument`.
   std::optional<ObjectRange> range = {};
-  /// Bytes that are asked for at once, at least 64 KiB. A pause loses at most what was asked for.
+  /// Bytes that are asked for at once, 64 KiB to 5 GiB, and a millionth of all bytes at least. A
+  /// pause loses at most what was asked for.
   Bytes partSize = 8_MiB;
 };
 
@@ -148,7 +149,8 @@ class ObjectStore {
 
   /// Puts an object, in place of the one that was there. It is there complete or not at all.
   ///
-  /// - Progress counts the bytes that the store has taken.
+  /// - Progress counts the bytes that were handed to the connections; by a `TemplateService` all of
+  ///   them at the end.
   /// - Given up or failed: the outcome is there when the parts are removed. Where that failed too,
   ///   `Failure::upload` names what is left.
   VARO_API Transfer<ObjectInfo> put(ObjectKey key, Source source, PutOptions options = {}) const;

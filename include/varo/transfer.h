@@ -63,8 +63,9 @@ class [[nodiscard]] Transfer {
   VARO_API Transfer& operator=(Transfer&& other) noexcept;
   VARO_API ~Transfer();
 
-  /// Called with the progress, at most ten times a second, and once more at the end. Replaces an
-  /// earlier one. Where it must not miss the beginning, it is enough to set it at once.
+  /// Called with the progress, at most ten times a second, and once more at the end, also where
+  /// that is there already. Replaces an earlier one. Where it must not miss the beginning, it is
+  /// enough to set it at once.
   VARO_API Transfer& onProgress(std::function<void(const Progress&)> callback) &;
   /// Called once with the outcome, also where that is there already. Replaces an earlier one that
   /// was not called yet.

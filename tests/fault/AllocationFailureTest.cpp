@@ -1,3 +1,4 @@
+#include "Platform/Foundation/File.h"
 #include "Platform/Foundation/TimerQueue.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "Platform/TaskEngine/VSAbstractLoopingTask.h"
@@ -13,6 +14,7 @@
 #include <new>
 #include <stdexcept>
 #include <system_error>
+#include <unistd.h>
 
 namespace varo::platform {
 namespace {
@@ -186,6 +188,38 @@ TEST_P(AllocationFailureTest, DictionaryThatCannotGrowStaysAsItWas) {
     }
     return failed;
   });
+}
+
+/// The number that the next descriptor gets: the lowest that is free.
+int nextDescriptor() {
+  const int descriptor = ::dup(STDIN_FILENO);
+  ::close(descriptor);
+  return descriptor;
+}
+
+TEST_P(AllocationFailureTest, FilesThatHaveNoOwnerAreClosed) {
+  const std::string directory = testing::TempDir();
+  const std::function<void()> makers[] = {
+      [] { static_cast<void>(File::openForReading("/proc/self/exe")); },
+      [&] { static_cast<void>(File::createUnnamed(directory)); },
+  };
+  const int before = nextDescriptor();
+  ASSERT_GE(before, 0);
+  for (const auto& make : makers) {
+    forEachAllocation(0, [&](std::size_t n) {
+      bool failed = false;
+      {
+        const FailingAllocations failing(n, GetParam());
+        try {
+          make();
+        } catch (const std::bad_alloc&) {
+          failed = true;
+        }
+      }
+      EXPECT_EQ(nextDescriptor(), before);
+      return failed;
+    });
+  }
 }
 
 std::string nameOf(const testing::TestParamInfo<Failing>& tried) {

@@ -41,8 +41,10 @@ TEST(CAllocationTest, CreationAndRefusalComeToACode) {
       if (!isFailing) {
         EXPECT_NE(code, VARO_NO_MEMORY);
       }
+      EXPECT_EQ(failure == nullptr, code == VARO_OK) << "whoever is refused may read why";
       if (failure != nullptr) {
         EXPECT_EQ(failure->code, code);
+        EXPECT_STRNE(failure->message, "");
       }
       haveFailed |= isFailing;
       varo_failure_free(failure);
@@ -52,12 +54,14 @@ TEST(CAllocationTest, CreationAndRefusalComeToACode) {
   });
 }
 
-TEST(CAllocationTest, OutcomesOfLookUpsAreNeverNull) {
+class CAllocationOutcomeTest : public testing::TestWithParam<Failing> {};
+
+TEST_P(CAllocationOutcomeTest, OutcomesOfLookUpsAreNeverNull) {
   forEachAllocation(3, [](std::size_t n) {
     varo_outcome* outcome = nullptr;
     bool haveFailed = false;
     {
-      const FailingAllocations failing(n, Failing::kOne);
+      const FailingAllocations failing(n, GetParam());
       outcome = varo_blobs_states(nullptr);
       haveFailed = n > 0 && FailingAllocations::haveFailed();
     }
@@ -68,6 +72,10 @@ TEST(CAllocationTest, OutcomesOfLookUpsAreNeverNull) {
     return haveFailed;
   });
 }
+
+// From then on first: nothing that says so may need memory when it is used first.
+INSTANTIATE_TEST_SUITE_P(Memory, CAllocationOutcomeTest,
+                         testing::Values(Failing::kFromThen, Failing::kOne));
 
 }  // namespace
 }  // namespace varo

@@ -1,13 +1,10 @@
-#include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
-#include "Platform/Foundation/File.h"
-#include "Sandbox/Blobs/GeneratedBytes.h"
+#include "Platform/Foundation/JobContext.h"
 #include "tests/support/Await.h"
+#include "tests/support/BlobStoreFixture.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/OwnProcess.h"
-#include "tests/support/SandboxFixture.h"
 #include "varo/client.h"
 
-#include <SQLiteCpp/Database.h>
 #include <gmock/gmock.h>
 
 #include <atomic>
@@ -23,77 +20,15 @@ namespace varo {
 namespace {
 
 using namespace std::chrono_literals;
-using sandbox::BlobObject;
 using test::contentOf;
 using test::eventually;
+using test::kRange;
+using test::kSize;
 using testing::ElementsAre;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kRange = 4096;
-constexpr std::uint64_t kSize = 10'000;  // three ranges
-
-class BlobStoreTest : public sandbox::SandboxTest {
- protected:
-  [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }
-  [[nodiscard]] std::string database(const std::string& name) const { return path(name + ".db"); }
-
-  /// A database with so many records without a blob, and a directory for its files; the service has
-  /// the blobs under the scope of the same name.
-  void makeDatabase(const std::string& name, int count = 1, std::uint64_t size = kSize) const {
-    SQLite::Database database(this->database(name), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
-    database.exec(std::string("CREATE TABLE album (pk INTEGER PRIMARY KEY, blobref_photo TEXT);") +
-                  binary::blobs::kCreateTable);
-    database.exec("BEGIN");
-    for (int pk = 1; pk <= count; ++pk) {
-      database.exec("INSERT INTO album VALUES (" + std::to_string(pk) + ", NULL)");
-      const auto error = server_->putBlob({name, "album", {{"pk", std::to_string(pk)}}},
-                                          BlobObject{{{size, seed(name, pk)}}});
-      EXPECT_FALSE(error) << error->message;
-    }
-    database.exec("COMMIT");
-    fs::create_directory(path(name));
-  }
-  void sql(const std::string& name, const std::string& statements) const {
-    SQLite::Database(database(name), SQLite::OPEN_READWRITE, 5000).exec(statements);
-  }
-  static std::uint64_t seed(const std::string& name, int pk) {
-    return 1000 * std::hash<std::string>()(name) + static_cast<std::uint64_t>(pk);
-  }
-  static std::string photo(const std::string& name, int pk, std::uint64_t size = kSize) {
-    std::string bytes(size, '\0');
-    EXPECT_EQ(sandbox::GeneratedBytes(seed(name, pk), size).readAt(0, bytes),
-              static_cast<std::int64_t>(size));
-    return bytes;
-  }
-
-  [[nodiscard]] BlobService service(const std::string& name) const {
-    return {.options = {.url = server_->blobUrl(), .parallel = 2},
-            .scope = name,
-            .rangeSize = Bytes(kRange)};
-  }
-  [[nodiscard]] BlobStore open(const std::string& name) const {
-    return BlobStore::open(database(name), path(name), service(name)).value();
-  }
-  static BlobRef blob(int pk) {
-    return {.table = "album", .column = "photo", .keys = {{"pk", pk}}};
-  }
-
-  /// Of each blob, the second range does not come: the first `count` times, or always.
-  void holdSecondRange(std::optional<std::uint64_t> count = {}) {
-    server_->addFault({.match = {.path = "/binary", .skip = 1, .count = count, .perTarget = true},
-                       .action = {.stallAfter = 0, .stallFor = -1ms}});
-  }
-  [[nodiscard]] bool awaitRequests(std::uint64_t count) const {
-    return eventually([&] { return server_->serviceStats().requests >= count; });
-  }
-  /// Where the ranges began that were asked for, in their order.
-  [[nodiscard]] std::vector<std::string> ranges() const {
-    std::vector<std::string> all;
-    for (const auto& request : server_->requests()) all.push_back(*request.header("Range"));
-    return all;
-  }
-};
+using BlobStoreTest = test::BlobStoreFixture;
 
 TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
   makeDatabase("a");
@@ -108,6 +43,7 @@ TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
     seen.push_back(state.status);
     EXPECT_EQ(state.ref.table, "album");
     EXPECT_FALSE(state.reason.empty());
+    EXPECT_EQ(platform::JobContext::current(), nullptr) << "what it logs is not the client's";
   });
   EXPECT_EQ(store.state(blob(1))->status, BlobStatus::kNotFetched);
   EXPECT_EQ(store.path(blob(1)).error().kind, Kind::kNotFound);
@@ -307,101 +243,6 @@ TEST_F(BlobStoreTest, StoresOnTwoDatabasesDoNotMeet) {
   EXPECT_EQ(crossed.error().kind, Kind::kConflict);
 }
 
-TEST_F(BlobStoreTest, OpenNamesWhatIsWrong) {
-  makeDatabase("a");
-  std::ofstream(path("text.db")) << "this is no database, but a text that goes on for a while";
-  SQLite::Database(path("empty.db"), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
-      .exec("CREATE TABLE varosyncBLOBSTOREMANAGER (id INTEGER PRIMARY KEY)");
-  struct Case {
-    std::string database, files;
-    std::function<void(BlobService&)> spoil;
-    Kind kind;
-    std::string words;
-  };
-  const auto none = [](BlobService&) {};
-  const std::vector<Case> cases = {
-      {"none.db", "a", none, Kind::kDatabase, "none.db"},
-      {"text.db", "a", none, Kind::kDatabase, "text.db"},
-      {"empty.db", "a", none, Kind::kDatabase, "localPath"},
-      {"a.db", "none", none, Kind::kLocalFile, "none"},
-      {"a.db", "a.db", none, Kind::kLocalFile, "a.db"},
-      {"a.db", "a", [](auto& s) { s.rangeSize = 0_B; }, Kind::kInvalidArgument, "rangeSize"},
-      {"a.db", "a", [](auto& s) { s.scope = ""; }, Kind::kInvalidArgument, "scope"},
-      {"a.db", "a", [](auto& s) { s.options.url = "a"; }, Kind::kInvalidArgument, "Options::url"},
-  };
-  for (const Case& wanted : cases) {
-    BlobService spoilt = service("a");
-    wanted.spoil(spoilt);
-    const auto refused = BlobStore::open(path(wanted.database), path(wanted.files), spoilt);
-    ASSERT_FALSE(refused) << wanted.words;
-    EXPECT_EQ(nameOf(refused.error().kind), nameOf(wanted.kind)) << refused.error().message;
-    EXPECT_THAT(refused.error().message, HasSubstr(wanted.words));
-  }
-}
-
-TEST_F(BlobStoreTest, TellsWhatKindOfFailureItWas) {
-  makeDatabase("a", 2);
-  const BlobStore store = open("a");
-  std::shared_ptr<platform::File> busy;
-  struct Case {
-    std::string name;
-    BlobRef blob;
-    sandbox::FaultAction action;
-    Kind kind;
-  };
-  BlobRef noTable = blob(1);
-  noTable.table = "albums";
-  BlobRef noColumn = blob(1);
-  noColumn.column = "foto";
-  const std::vector<Case> cases = {
-      {"no record", blob(9), {}, Kind::kNotFound},
-      {"no table", noTable, {}, Kind::kDatabase},
-      {"no column", noColumn, {}, Kind::kInvalidArgument},
-      {"no keys", {.table = "album", .column = "photo", .keys = {}}, {}, Kind::kInvalidArgument},
-      {"404", blob(1), {.status = 404}, Kind::kNotFound},
-      {"409", blob(1), {.status = 409}, Kind::kConflict},
-      {"429", blob(1), {.status = 429, .headers = {{"Retry-After", "7"}}}, Kind::kThrottled},
-      {"503", blob(1), {.status = 503}, Kind::kServer},
-      {"other range", blob(1), {.shiftRange = 7}, Kind::kIntegrity},
-      {"dropped", blob(1), {.drop = true}, Kind::kNoConnection},
-      {"file in use", blob(1), {.status = 200}, Kind::kConflict},
-      {"no file", blob(1), {}, Kind::kLocalFile},
-      {"no row", blob(1), {}, Kind::kDatabase},
-      {"full", blob(2), {}, Kind::kDiskFull},
-  };
-  for (const Case& wanted : cases) {
-    server_->clearFaults();
-    server_->addFault({.match = {.path = "/binary"}, .action = wanted.action});
-    if (wanted.name == "file in use") {
-      busy = platform::File::createNew(path("a/.1.partial")).value();
-      ASSERT_TRUE(busy->lock());
-    } else if (wanted.name == "no file") {
-      busy.reset();
-      fs::remove(path("a/.1.partial"));
-      fs::create_directory(path("a/1"));
-    } else if (wanted.name == "no row") {
-      fs::remove(path("a/1"));
-      sql("a",
-          "CREATE TRIGGER full BEFORE UPDATE ON varosyncBLOBSTOREMANAGER WHEN NEW.state = 50 "
-          "BEGIN SELECT RAISE(FAIL, 'no'); END");
-    } else if (wanted.name == "full") {
-      // What a full disk is told by: there is no id left for a new row.
-      sql("a", "INSERT INTO varosyncBLOBSTOREMANAGER (id) VALUES (9223372036854775807)");
-    }
-    const auto outcome = store.fetch(wanted.blob).get();
-    ASSERT_FALSE(outcome) << wanted.name;
-    EXPECT_EQ(nameOf(outcome.error().kind), nameOf(wanted.kind))
-        << wanted.name << ": " << outcome.error().message;
-    EXPECT_EQ(outcome.error().retryAfter.has_value(), wanted.name == "429");
-    EXPECT_THAT(outcome.error().message,
-                HasSubstr(wanted.blob.column + " of " + wanted.blob.table + " ("));
-  }
-  fs::remove(database("a"));
-  EXPECT_EQ(store.states().error().kind, Kind::kDatabase);
-  EXPECT_EQ(store.state(blob(1)).error().kind, Kind::kDatabase);
-  EXPECT_EQ(store.fetch(blob(1)).get().error().kind, Kind::kDatabase);
-}
-
 TEST_F(BlobStoreTest, RemovesForTheSyncEngine) {
   makeDatabase("a", 3);
   const BlobStore store = open("a");
@@ -467,18 +308,53 @@ TEST_F(BlobStoreTest, WatchEndsWithItsDestructorAlsoInsideItsCallback) {
 }
 
 TEST_F(BlobStoreTest, ShutdownEndsEveryFetch) {
-  makeDatabase("a", 6);
+  makeDatabase("a", 8);
   test::inOwnProcess([&] {
     const BlobStore store = open("a");
     holdSecondRange();
     const auto all = store.fetchAll({blob(1), blob(2), blob(3), blob(4)});
     test::require(awaitRequests(4), "two run, two wait");
     const auto one = store.fetch(blob(5));
+    auto paused = open("a").fetch(blob(7));
+    auto severalPaused = open("a").fetchAll({blob(8)});
+    test::require(awaitRequests(8), "these run in stores of their own");
+    const auto arePaused = [&] {
+      return paused.state() == State::kPaused && severalPaused.state() == State::kPaused;
+    };
+    paused.pause();
+    severalPaused.pause();
+    test::require(eventually(arePaused), "they have paused");
     test::require(shutDown(), "nothing holds it up");
     test::require(all.get().error().kind == Kind::kShutDown, "what ran and waited is told");
     test::require(one.get().error().kind == Kind::kShutDown, "so is what only waited");
+    test::require(paused.get().error().kind == Kind::kShutDown, "nobody could resume it");
+    test::require(severalPaused.get().error().kind == Kind::kShutDown, "nor these");
     test::require(store.fetch(blob(6)).get().error().kind == Kind::kShutDown, "and what follows");
   });
+}
+
+TEST_F(BlobStoreTest, PauseAndResumeOfManyFromTwoThreadsLeaveNoneBehind) {
+  makeDatabase("a");
+  BlobService wanted = service("a");
+  wanted.options.parallel = 256;
+  const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
+  // They end at once, whatever the network does: none names a record.
+  std::vector<BlobRef> blobs;
+  for (int i = 0; i < 256; ++i) {
+    blobs.push_back({.table = "album", .column = std::to_string(i), .keys = {}});
+  }
+  for (int round = 0; round < 100; ++round) {
+    auto all = store.fetchAll(blobs);
+    std::atomic<bool> isPaused = false;
+    std::thread pausing([&] {
+      all.pause();
+      isPaused = true;
+    });
+    while (!isPaused) all.resume();  // one is in the middle of the pause
+    pausing.join();
+    all.resume();
+    ASSERT_TRUE(all.waitFor(20s)) << "in round " << round;
+  }
 }
 
 TEST_F(BlobStoreTest, ExampleFetchesAllPhotosAndSaysWhatBecameOfEach) {

@@ -1,4 +1,5 @@
 #include "Platform/Foundation/Mutex.h"
+#include "tests/support/Await.h"
 #include "tests/support/CTransfers.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
@@ -391,8 +392,12 @@ TEST_F(CInterfaceTest, UploadGoesOnAtItsPlaceAndMessagesGoToTheLogOfTheirClient)
   // The second chunk and the commit.
   EXPECT_EQ(server_->serviceStats().requests, 2U);
   varo_files_free(files);
+  // Told on a thread of its own, maybe after the outcome.
+  EXPECT_TRUE(test::eventually([&] {
+    const platform::MutexLock lock(told.mutex);
+    return told.place == place;
+  }));
   const platform::MutexLock lock(told.mutex);
-  EXPECT_EQ(told.place, place);
   EXPECT_NE(told.log, "");
 }
 
@@ -427,6 +432,13 @@ TEST_F(CInterfaceTest, UserDataIsFreedWithTheLastUseOfItsClient) {
   varo_files_free(files);
   user.gone.get_future().get();  // by the last operation, if that was still about to end
   EXPECT_EQ(user.freed, 1);
+
+  options_.credentials = nullptr;
+  user.gone = {};
+  ASSERT_EQ(varo_files_create(&options_, &files, nullptr), VARO_OK);
+  EXPECT_EQ(user.freed, 1) << "its client is there, although it does not use it";
+  varo_files_free(files);
+  EXPECT_EQ(user.freed, 2);
 }
 
 TEST_F(CInterfaceTest, ExampleOfBlobsFetchesAllPhotosAndSaysWhatBecameOfEach) {

@@ -1,5 +1,6 @@
 // Every kind of failure, made to happen, and what it names.
 
+#include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/FileClientFixture.h"
@@ -10,6 +11,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <future>
 #include <unistd.h>
 
 namespace varo {
@@ -17,6 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::contentOf;
+using test::eventually;
 using test::writeFile;
 using testing::HasSubstr;
 
@@ -189,11 +192,28 @@ TEST_F(FileClientFailureTest, RefusalsOfTheCallerAndTheApplicationKeepTheirNames
 TEST(FileClientShutDownTest, EverythingAfterTheShutdownSaysSo) {
   test::inOwnProcess([] {
     test::ScriptedServer silent([](const test::WireRequest&) { return test::WireReply().hold(); });
-    FileClient files = clientOf({.url = silent.url("/a")});
+    FileClient files = clientOf({.url = silent.url("/a"), .parallel = 2});
+    std::promise<void> isRead;
+    const Reader endless = [&, reads = 0](std::span<std::byte>) mutable {
+      if (++reads == 3) isRead.set_value();
+      return std::optional<std::size_t>(1);
+    };
+    auto reading = files.upload(Source::reader(endless), {.name = "tape"});
+    isRead.get_future().get();
+    auto paused = files.list();
+    test::require(eventually([&] { return paused.state() == State::kRunning; }), "it runs");
+    paused.pause();
+    test::require(eventually([&] { return paused.state() == State::kPaused; }), "it is paused");
     auto held = files.list();
-    test::require(shutDown(20s), "the threads have ended");
+    auto waiting = files.list();
+    waiting.pause();
+    test::require(shutDown(std::chrono::milliseconds::max()), "the threads have ended");
     test::require(held.get().error().kind == Kind::kShutDown, "what ran says so");
-    const auto after = files.download(FileId("photo"), std::filesystem::path("/tmp/x")).get();
+    test::require(paused.get().error().kind == Kind::kShutDown, "and what was paused");
+    test::require(waiting.get().error().kind == Kind::kShutDown, "and what was paused before");
+    test::require(reading.get().error().kind == Kind::kShutDown, "and what read on and on");
+    // A directory is in the way of this one, which does not matter any more.
+    const auto after = files.download(FileId("photo"), std::filesystem::path("/tmp")).get();
     test::require(after.error().kind == Kind::kShutDown, "what comes after says so");
     test::require(after.error().message.find("photo") != std::string::npos, "and names it");
     const auto none = FileClient::create({.url = silent.url("/a")});

@@ -14,6 +14,7 @@
 #include <future>
 #include <map>
 #include <mutex>
+#include <thread>
 
 namespace varo {
 namespace {
@@ -247,6 +248,28 @@ TEST(FileUploadStopTest, CancelLeavesNothingBehindInAnyPhase) {
       EXPECT_EQ(service.seen()[service.seen().size() - 2], held) << "nothing more was sent";
     }
   }
+}
+
+TEST(FileUploadStopTest, CancelOfAPausedOneAsksForCredentialsElsewhere) {
+  HeldService service("chunk1");
+  platform::Mutex mutex;
+  std::vector<std::thread::id> askedOn;
+  Options options{.url = service.url()};
+  options.credentials = [&]() -> Outcome<Credentials> {
+    const platform::MutexLock lock(mutex);
+    askedOn.push_back(std::this_thread::get_id());
+    return Credentials();
+  };
+  auto upload = FileClient::create(options)->upload(fourChunks(), {.name = "a"});
+  service.awaitHeld();
+  upload.pause();
+  ASSERT_TRUE(test::eventually([&] { return upload.state() == State::kPaused; }));
+  upload.cancel();
+  EXPECT_EQ(upload.get().error().begun, std::nullopt);
+  EXPECT_EQ(service.count("delete"), 1U);
+  const platform::MutexLock lock(mutex);
+  EXPECT_EQ(askedOn.size(), 2U);
+  EXPECT_THAT(askedOn, testing::Not(testing::Contains(std::this_thread::get_id())));
 }
 
 TEST(FileUploadStopTest, CancelFromTheFirstPlaceRemovesTheRecord) {

@@ -24,7 +24,7 @@ class LargeObjectTest : public ObjectStoreTest {
     writeFile(path("large"), content_);
   }
 
-  /// Three parts.
+  /// Five parts, of which four are sent at once.
   [[nodiscard]] Transfer<ObjectInfo> put(const ObjectStore& objects,
                                          PutOptions options = {}) const {
     options.partSize = 5_MiB;
@@ -43,12 +43,16 @@ class LargeObjectTest : public ObjectStoreTest {
   }
   /// All parts but the first get stuck.
   void holdUpLaterParts() {
-    for (const char* later : {"partNumber=2", "partNumber=3"}) {
-      server_->addFault({.match = {.query = later}, .action = {.latency = 10min}});
+    for (const char* later : {"partNumber=2", "partNumber=3", "partNumber=4", "partNumber=5"}) {
+      server_->addFault({.match = {.query = later}, .action = {.latency = -1ms}});
     }
   }
+  /// Returns when the client knows that the store has the first part: only then the fifth follows.
+  [[nodiscard]] bool waitsForLaterParts() const {
+    return eventually([this] { return server_->heldRequests() == 4; });
+  }
 
-  const std::string content_ = sandbox::sampleBytes((std::size_t{11} << 20U) + 3);
+  const std::string content_ = sandbox::sampleBytes((std::size_t{20} << 20U) + 3);
 };
 
 TEST_F(LargeObjectTest, GoesUpInPartsAndASmallOneAtOnce) {
@@ -62,7 +66,7 @@ TEST_F(LargeObjectTest, GoesUpInPartsAndASmallOneAtOnce) {
   EXPECT_NE(begun, "");
   EXPECT_EQ(upload.progress().done, content_.size());
   // A request is noted when it has been answered.
-  EXPECT_TRUE(eventually([&] { return sent("PUT", "partNumber") == 3; }));
+  EXPECT_TRUE(eventually([&] { return sent("PUT", "partNumber") == 5; }));
   EXPECT_EQ(*server_->requests().front().header("Content-Type"), "video/mp4");
   const auto found = objects.head(kKey).get();
   ASSERT_TRUE(found);
@@ -70,17 +74,27 @@ TEST_F(LargeObjectTest, GoesUpInPartsAndASmallOneAtOnce) {
   EXPECT_TRUE(isWhole());
   EXPECT_FALSE(hasUpload());
 
-  ASSERT_TRUE(objects.put(kKey, Source::text(content_), {.partSize = 12_MiB}).get());
+  ASSERT_TRUE(objects.put(kKey, Source::text(content_), {.partSize = 21_MiB}).get());
   EXPECT_TRUE(isWhole());
-  EXPECT_EQ(sent("PUT", "partNumber"), 3U);
+  EXPECT_EQ(sent("PUT", "partNumber"), 5U);
   EXPECT_EQ(sent("POST", "uploads"), 1U);
+}
+
+TEST_F(LargeObjectTest, ProgressCountsWhatIsOnItsWay) {
+  // The store has taken nothing of them yet.
+  server_->addFault({.match = {.method = "PUT"}, .action = {.latency = -1ms}});
+  for (const Bytes partSize : {5_MiB, 21_MiB}) {
+    const auto upload = store().put(kKey, Source::file(path("large")), {.partSize = partSize});
+    EXPECT_TRUE(eventually([&] { return upload.progress().done > 0; })) << partSize.count;
+    EXPECT_EQ(upload.progress().total, content_.size());
+  }
 }
 
 TEST_F(LargeObjectTest, ResumeSendsTheMissingPartsOnly) {
   holdUpLaterParts();
   const ObjectStore objects = store();
   auto upload = put(objects);
-  ASSERT_TRUE(eventually([&] { return upload.progress().done > 0; }));
+  ASSERT_TRUE(waitsForLaterParts());
   upload.pause();
   ASSERT_TRUE(eventually([&] { return upload.state() == State::kPaused; }));
   EXPECT_TRUE(hasUpload());
@@ -95,7 +109,7 @@ TEST_F(LargeObjectTest, ResumeSendsTheMissingPartsOnly) {
 TEST_F(LargeObjectTest, LeavesNothingWhenGivenUpUnlessItIsToBeKept) {
   holdUpLaterParts();
   auto cancelled = put(store());
-  ASSERT_TRUE(eventually([&] { return cancelled.progress().done > 0; }));
+  ASSERT_TRUE(waitsForLaterParts());
   cancelled.cancel();
   EXPECT_EQ(cancelled.get().error().kind, Kind::kCancelled);
   EXPECT_FALSE(cancelled.get().error().upload);
@@ -113,18 +127,51 @@ TEST_F(LargeObjectTest, LeavesNothingWhenGivenUpUnlessItIsToBeKept) {
 TEST_F(LargeObjectTest, AnotherPutGoesOnWithThePartsThatWereKept) {
   holdUpLaterParts();
   auto upload = put(store(), {.keepParts = true});
-  ASSERT_TRUE(eventually([&] { return upload.progress().done > 0; }));
+  ASSERT_TRUE(waitsForLaterParts());
   upload.cancel();
   const auto kept = upload.get();
   ASSERT_TRUE(kept.error().upload);
   EXPECT_TRUE(hasUpload());
   server_->clearFaults();
+  const auto unread = store()
+                          .put(kKey, Source::file(path("none")),
+                               {.keepParts = true, .resume = *kept.error().upload})
+                          .get();
+  EXPECT_EQ(unread.error().upload, kept.error().upload) << "still there, and named";
   const auto resumed = put(store(), {.resume = *kept.error().upload}).get();
   ASSERT_TRUE(resumed) << resumed.error().message;
   EXPECT_TRUE(isWhole());
   EXPECT_EQ(sent("PUT", "partNumber=1"), 1U);
   const auto late = put(store(), {.resume = *kept.error().upload}).get();
   EXPECT_EQ(late.error().kind, Kind::kNotFound) << late.error().message;
+}
+
+TEST_F(LargeObjectTest, AResumeThatCannotBeginEndsTheUpload) {
+  server_->addFault({.match = {.query = "partNumber=2"}, .action = {.status = 503}});
+  const auto kept = put(store(), {.keepParts = true}).get();
+  ASSERT_TRUE(kept.error().upload);
+  const Source none = Source::file(path("none"));
+  // Whose name is wrong has no upload, and nothing may be sent to its address.
+  const auto wrong = store().put(ObjectKey(""), none, {.resume = *kept.error().upload}).get();
+  EXPECT_EQ(wrong.error().kind, Kind::kInvalidArgument);
+  EXPECT_TRUE(hasUpload());
+  const auto unread = store().put(kKey, none, {.resume = *kept.error().upload}).get();
+  EXPECT_EQ(unread.error().kind, Kind::kLocalFile);
+  EXPECT_FALSE(unread.error().upload);
+  EXPECT_FALSE(hasUpload());
+  EXPECT_EQ(sent("DELETE"), 1U);
+}
+
+TEST_F(LargeObjectTest, AStoreThatJoinsThePartsMaySendBlanksUntilItIsDone) {
+  const std::string result =
+      "<CompleteMultipartUploadResult><ETag>\"joined\"</ETag></CompleteMultipartUploadResult>";
+  server_->addFault(
+      {.match = {.method = "POST", .query = "uploadId"},
+       .action = {.status = 200,
+                  .body = " \n  <?xml version=\"1.0\" encoding=\"UTF-8\"?>\n " + result}});
+  const auto made = put(store()).get();
+  ASSERT_TRUE(made) << made.error().message;
+  EXPECT_EQ(made->entityTag, "joined");
 }
 
 TEST_F(LargeObjectTest, NoticesWhatAStoreDoesNotDo) {
@@ -161,7 +208,7 @@ TEST_F(LargeObjectTest, NoticesWhatAStoreDoesNotDo) {
     if (wanted.leavesUpload) holdUpLaterParts();
     auto upload = put(store());
     if (wanted.leavesUpload) {
-      ASSERT_TRUE(eventually([&] { return upload.progress().done > 0; }));
+      ASSERT_TRUE(waitsForLaterParts());
       upload.cancel();
     }
     const auto outcome = upload.get();

@@ -155,6 +155,7 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
     std::string name;
     sandbox::FaultAction action;
     Kind kind;
+    std::uint64_t skip = 2;
   };
   const Case cases[] = {
       {"cut", {.cutAfter = 100}, Kind::kNoConnection},
@@ -164,10 +165,12 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
       {"other", {.headers = {{"ETag", "\"other\""}}}, Kind::kConflict},
       {"unsaid", {.headers = {{"Content-Range", std::nullopt}}}, Kind::kNotOurService},
       {"503", {.status = 503}, Kind::kServer},
+      {"endless", {.total = "4611686018427387904"}, Kind::kInvalidArgument, 0},
   };
   for (const Case& wanted : cases) {
     server_->clearFaults();
-    server_->addFault({.match = {.listener = "store", .skip = 2}, .action = wanted.action});
+    server_->addFault(
+        {.match = {.listener = "store", .skip = wanted.skip}, .action = wanted.action});
     const auto got = objects.get(kKey, path("to/file"), {.partSize = 64_KiB}).get();
     ASSERT_FALSE(got) << wanted.name;
     EXPECT_EQ(nameOf(got.error().kind), nameOf(wanted.kind)) << got.error().message;
@@ -189,6 +192,54 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
                          .get();
   ASSERT_FALSE(mixed);
   EXPECT_EQ(mixed.error().kind, Kind::kConflict) << mixed.error().message;
+}
+
+TEST_F(ObjectStoreTest, AFileThatAppearsDuringAGetStays) {
+  const ObjectStore objects = store();
+  ASSERT_TRUE(objects.put(kKey, Source::text("bytes")).get());
+  server_->addFault({.match = {.listener = "store"}, .action = {.latency = -1ms}});
+  const auto get = objects.get(kKey, path("file"));
+  ASSERT_TRUE(eventually([this] { return server_->heldRequests() == 1; }));
+  writeFile(path("file"), "of somebody else");
+  server_->clearFaults();
+  EXPECT_EQ(nameOf(get.get().error().kind), nameOf(Kind::kConflict));
+  EXPECT_EQ(contentOf(path("file")), "of somebody else");
+}
+
+TEST_F(ObjectStoreTest, TheBucketMayBeInTheHostAndKeysMayBeTemporary) {
+  sandbox::SandboxOptions temporary;
+  temporary.objectStore.sessionToken = "to/ken+=";
+  restart(temporary);
+  const std::string port = server_->storeUrl().substr(server_->storeUrl().rfind(':'));
+  const S3 inHost{.endpoint = "http://localhost" + port,
+                  .region = "us-east-1",
+                  .bucket = "bucket-of-ann",
+                  .addressing = S3::Addressing::kVirtualHost};
+  const auto storeWith = [](const S3& place, const std::string& token) {
+    const Credentials keys{
+        .accessKey = "sandbox", .secretKey = "sandbox-secret-key", .sessionToken = token};
+    return ObjectStore::create(place, {.credentials = [keys] { return keys; }}).value();
+  };
+  const ObjectStore objects = storeWith(inHost, "to/ken+=");
+  const ObjectKey key("bucket/a b+c.txt");
+  const auto put = objects.put(key, Source::text("bytes")).get();
+  ASSERT_TRUE(put) << put.error().message;
+  ASSERT_TRUE(objects.head(key).get());
+  ASSERT_TRUE(objects.list({.prefix = "bucket/"}).get());
+  for (const auto& request : server_->requests()) {
+    EXPECT_EQ(*request.header("Host"), "bucket-of-ann.localhost" + port) << request.method;
+  }
+  // The sandbox looks at the path alone: with the bucket in the host it is the key alone.
+  std::string text;
+  EXPECT_TRUE(storeWith(where(), "to/ken+=").get(ObjectKey("a b+c.txt"), into(text)).get());
+  EXPECT_EQ(text, "bytes");
+  for (const std::string wrong : {"marker-of-a-session", ""}) {
+    const auto refused = storeWith(inHost, wrong).put(key, Source::text("x")).get();
+    ASSERT_FALSE(refused) << wrong;
+    EXPECT_EQ(nameOf(refused.error().kind), nameOf(Kind::kUnauthorized)) << wrong;
+    EXPECT_THAT(refused.error().message + refused.error().responseExcerpt,
+                Not(HasSubstr("marker-of-a-session")));
+  }
 }
 
 TEST_F(ObjectStoreTest, AGetGoesOnBehindItsLastWholePart) {

@@ -50,6 +50,14 @@ class FilesTest(unittest.TestCase):
             self.files.download(record.id, pieces.append).result()
             self.assertEqual(b"".join(pieces), b"no\0end")
 
+    def test_reader_that_fails_is_no_end_of_the_bytes(self):
+        closed = io.BytesIO(b"x")
+        closed.close()
+        for source in (closed, io.StringIO("text, not bytes")):
+            with self.assertRaises(varo.Failure):
+                self.files.upload(source, name="a").result()
+        self.assertEqual(self.files.list().result(), [])
+
     def test_cancel_ends_what_the_server_holds_up(self):
         self.sandbox.fault({"match": {"path": "/bytes/"}, "action": {"stallAfter": 1, "stallMs": -1}})
         told = []

@@ -147,6 +147,20 @@ TEST_F(TransferTest, ShowsProgressAtMostTenTimesASecondAndTheLast) {
   EXPECT_EQ(shown.back(), 40U);
 }
 
+TEST_F(TransferTest, ShowsTheLastProgressToOneThatComesLate) {
+  std::vector<Count> shown;
+  {
+    auto handle = transfer();
+    std::promise<void> done;
+    handle.onDone([&](const Outcome<Count>&) { done.set_value(); });
+    running_->reached(5, 5);
+    running_->end(0U);
+    done.get_future().get();  // whoever was there for the progress was told
+    handle.onProgress([&](const Progress& progress) { shown.push_back(progress.done); });
+  }
+  EXPECT_EQ(shown, std::vector<Count>{5});
+}
+
 /// A coroutine that nobody waits for.
 struct Job {
   struct promise_type {

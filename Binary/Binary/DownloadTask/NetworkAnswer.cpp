@@ -10,6 +10,8 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <cstddef>
 #include <string_view>
 #include <utility>
 
@@ -107,6 +109,17 @@ void setChunkDataForBase64(NetworkAnswer& answer, std::uint64_t maxSize) {
   answer.body = bytes ? Data::fromBytes(*std::move(bytes)) : Data();
 }
 
+/// Whether this is the beginning of the service's JSON around an object in Base64. The whole of it
+/// may be large.
+bool beginsAsBase64(const Data& body) {
+  std::array<char, 256> buffer{};
+  const Result<std::size_t> count = body.read(0, buffer);
+  if (!count) return false;
+  std::string text(buffer.data(), *count);
+  std::erase_if(text, [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; });
+  return text.starts_with(R"({"d":{"results":")");
+}
+
 void readWholeObject(NetworkAnswer& answer, std::string_view contentType,
                      const AnswerReading& reading) {
   logger().logDebug(texts::kStatusOk);
@@ -118,6 +131,12 @@ void readWholeObject(NetworkAnswer& answer, std::string_view contentType,
       answer.said.errorMessage = parseErrorResponse(*text);
       return logger().logError(texts::kErrorString,
                                excerptOf(answer.said.errorMessage.value_or(std::string())));
+    }
+    // The other policy takes the JSON for the object.
+    if (reading.isSafe && !reading.isOnline && !reading.isBase64 && beginsAsBase64(answer.body)) {
+      answer.said.isError = true;
+      answer.said.errorMessage = "The object came in Base64, but was asked for as bytes.";
+      return;
     }
   }
   logger().logDebug(texts::kWholeFile);

@@ -13,6 +13,7 @@ struct AnswerReading {
   bool isOnline = false;        // an object's own server; else the service, which wraps in "d"
   bool isBase64 = false;        // a whole object comes as JSON around its bytes in Base64
   std::uint64_t maxBase64 = 0;  // bytes of that JSON
+  bool isSafe = false;          // by `TransferPolicy::kSafe`: such JSON is no object of bytes
 };
 
 /// A response, read.

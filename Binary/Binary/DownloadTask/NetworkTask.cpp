@@ -352,7 +352,8 @@ void NetworkTask::processNetworkResponse(const Request& request, const std::opti
   const NetworkAnswer answer = readAnswer(*response, data.value_or(Data()),
                                           {.isOnline = order.isOnline,
                                            .isBase64 = order.isBase64(),
-                                           .maxBase64 = order.settings->limits.base64});
+                                           .maxBase64 = order.settings->limits.base64,
+                                           .isSafe = order.settings->isSafe()});
   // Judged by what was known when the range was asked for, which only the next range may change.
   const RangeVerdict verdict = judge(request.question, answer.said);
   const ErrorPtr failure = verdict.kind == RangeVerdict::Kind::kError

@@ -15,6 +15,7 @@ What a binding has to take care of:
 """
 
 import ctypes
+import itertools
 from ctypes import POINTER, byref, c_char_p, c_void_p
 from dataclasses import dataclass
 
@@ -120,6 +121,7 @@ class Library:
 
 # What a client's functions refer to, until the library frees it. By the number that it is given as `user`.
 _kept = {}
+_numbers = itertools.count(1)
 
 
 @FREE
@@ -162,7 +164,7 @@ def options_with(library, url, token, options):
     if token is None:
         return given
     answer = CREDENTIALS(lambda _, credentials: library.varo_credentials_set_token(credentials, text(token)))
-    given.credentials, given.user, given.free_user = answer, max(_kept, default=0) + 1, _let_go
+    given.credentials, given.user, given.free_user = answer, next(_numbers), _let_go
     _kept[given.user] = answer
     return given
 
@@ -352,10 +354,10 @@ class Blobs(Client):
 def _reader(source):
     def read(_, buffer, length):
         try:
-            piece = source.read(length)
-        except OSError:
+            piece = bytes(source.read(length))
+        except Exception:  # none may leave: the library would take it for the end of the bytes
             return -1
-        ctypes.memmove(buffer, piece, len(piece))
+        ctypes.memmove(buffer, piece, min(len(piece), length))
         return len(piece)
     return READ(read)
 

@@ -48,7 +48,7 @@ typedef struct varo_blob {
   /// Empty for one that has no row in the table of blobs yet.
   const char* id;
   varo_blob_status status;
-  /// Whether the file at `path` is there to be read.
+  /// Whether, as the table has it, the file at `path` is there to be read. `varo_blobs_path` looks.
   int has_file;
   /// The status in words, or why it could not be fetched.
   const char* reason;
@@ -62,7 +62,7 @@ typedef struct varo_blob {
 
 /// How the service sends the bytes of a blob.
 typedef enum varo_blob_encoding {
-  VARO_BLOB_BYTES = 0,   ///< as they are, in ranges
+  VARO_BLOB_BYTES = 0,   ///< as they are, in ranges; what comes in Base64 is a failure
   VARO_BLOB_BASE64 = 1,  ///< in Base64 within JSON, as a whole; at most 64 MiB
 
   VARO_BLOB_ENCODING_HAS_32_BITS = 0x7fffffff

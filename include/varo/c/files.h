@@ -25,8 +25,8 @@ typedef struct varo_file {
   size_t metadata_count;
 } varo_file;
 
-/// Told where an upload could go on: first when the service has made its record, before a byte is
-/// sent, then after each chunk that the service has. Keep the last one, as you keep credentials,
+/// Told where an upload could go on: first when the service has made its record,
+/// then after each chunk that the service has. Keep the last one, as you keep credentials,
 /// to go on after the process has ended. Called as a `varo_done_fn` is; both texts live during the
 /// call.
 typedef void (*varo_place_fn)(void* user, const char* record, const char* place);
@@ -115,7 +115,7 @@ VARO_API varo_transfer* varo_files_list(const varo_files* files, const varo_entr
 VARO_API varo_transfer* varo_files_update(const varo_files* files, const char* id,
                                           const varo_entry* metadata, size_t count);
 /// Deletes a file, or gives up an upload that was begun. The outcome has how many there were; a
-/// file that is not there is `VARO_NOT_FOUND`.
+/// file that is not there is `VARO_SERVER` where the service tells it by a status of its own.
 VARO_API varo_transfer* varo_files_remove(const varo_files* files, const char* id);
 /// Deletes all files whose metadata has all of these values. No condition is
 /// `VARO_INVALID_ARGUMENT`: nothing is deleted because something was left out.

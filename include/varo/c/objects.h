@@ -77,7 +77,7 @@ typedef struct varo_object {
 /// after the process has ended. Called at most once, as a `varo_read_fn` is.
 typedef void (*varo_begun_fn)(void* user, const char* upload);
 
-/// How an object is put. All but `content_type` concern `varo_s3` only.
+/// How an object is put into a `varo_s3`. A template service takes none of it.
 typedef struct varo_put_options {
   size_t size;
   /// NULL: "application/octet-stream".
@@ -105,7 +105,8 @@ typedef struct varo_get_options {
   /// `VARO_INVALID_ARGUMENT`.
   uint64_t range_first;
   uint64_t range_length;
-  /// Bytes that are asked for at once, at least 64 KiB; 0: 8 MiB.
+  /// Bytes that are asked for at once, 64 KiB to 5 GiB, and a millionth of all bytes at least; 0: 8
+  /// MiB.
   uint64_t part_size;
 } varo_get_options;
 
