@@ -119,8 +119,8 @@ std::shared_ptr<BlobDownload> BlobFetch::makeDownload(const std::string& id,
 void BlobFetch::haltOn(std::uint64_t run, const std::stop_token& stop,
                        const std::shared_ptr<BlobDownload>& download) {
   auto halt = std::make_unique<Stop>(stop, [download] {
-    const auto held = download;  // what is called may destroy this function
-    held->halt();
+    // A copy, since what is called may destroy this function.
+    std::shared_ptr<BlobDownload>(download)->halt();
   });
   const MutexLock lock(stopMutex_);
   // A later run may have begun already, where this one had an end at once.

@@ -34,7 +34,8 @@ Interrupts::Interrupts() {
 
 Interrupts::~Interrupts() {
   isEnding_ = true;
-  // One of those that it waits for, to the thread alone.
+  // One of those that it waits for, to the thread alone. It is blocked, so it terminates nothing.
+  // NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread)
   ::pthread_kill(thread_.native_handle(), SIGTERM);
   thread_.join();
 }
