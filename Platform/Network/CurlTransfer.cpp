@@ -58,6 +58,7 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       limits_(request.limits),
       connectTimeout_(request.connectTimeout),
       stallTimeout_(request.stallTimeout),
+      rateLimit_(std::move(request.rateLimit)),
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       url_(std::move(url)) {
@@ -82,7 +83,8 @@ ErrorPtr CurlTransfer::prepare(CURL* easy, const CurlCommon& common, std::size_t
 
 ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t bufferSize) {
   easy_ = easy;
-  caFile_ = common.configuration.caFile;
+  common_ = &common;
+  proxy_ = common.proxies.find(url_);
   head_ = ResponseHead();
   sink_.emplace(spoolDirectory_, std::min(bufferSize, tuning::kGatherBuffer));
   receives_ = false;
@@ -91,20 +93,23 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   discarded_ = 0;
   attempts_ = 0;
   movement_.begin(Clock::now());
-  sockets_ = common.sockets;
   stallLimit_ = boundedTimeout(stallTimeout_, common.configuration.stallTimeout);
   errorText_.front() = '\0';  // what was said of a redirect is not said of its target
   if (auto error = buildHeaderList()) return error;
+  // What is in a buffer has moved already, as far as the peer can see.
+  constexpr std::size_t kLeast = std::size_t{16} * tuning::kKiB;
+  bufferSize = std::max(common.pacer->piece(rateLimit_.get(), bufferSize), kLeast);
 
   CurlOptions options(easy);
   setSecurity(options, common.configuration);
+  setProxy(options, proxy_);
   setConnection(options, boundedTimeout(connectTimeout_, common.configuration.connectTimeout),
                 url_.isHttps(), bufferSize);
   if (method_ == HttpMethod::kPost) {
     options.set(CURLOPT_MAXAGE_CONN, static_cast<long>(tuning::kLongestIdleForPost.count()));
   }
   options.set(CURLOPT_SOCKOPTFUNCTION, &CurlSockets::onOpen);
-  options.set(CURLOPT_SOCKOPTDATA, sockets_);
+  options.set(CURLOPT_SOCKOPTDATA, common.sockets);
   options.set(CURLOPT_PREREQFUNCTION, &CurlTransfer::onConnected);
   options.set(CURLOPT_PREREQDATA, this);
   CURLSH* const share = shareFor(common);
@@ -115,6 +120,8 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   // A path may be signed, dots included.
   options.set(CURLOPT_PATH_AS_IS, 1L);
   options.set(CURLOPT_HTTPHEADER, headerList_.get());
+  const std::string& userAgent = common.configuration.userAgent;
+  if (!userAgent.empty()) options.set(CURLOPT_USERAGENT, userAgent.c_str());
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
   options.set(CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
   options.set(CURLOPT_HEADERDATA, this);
@@ -186,7 +193,7 @@ int CurlTransfer::onConnected(void* self, char* /*remoteIp*/, char* /*localIp*/,
   auto& transfer = *static_cast<CurlTransfer*>(self);
   return guarded(transfer.failure_, CURL_PREREQFUNC_ABORT, [&] {
     transfer.movement_.setConnection(transfer.easy_,
-                                     transfer.sockets_->find(localPort, remotePort));
+                                     transfer.common_->sockets->find(localPort, remotePort));
     // libcurl sends a request again where a kept connection breaks before the response. The first
     // may have been carried out, and a POST creates something each time.
     const bool isAgain = transfer.attempts_++ > 0;
@@ -221,6 +228,11 @@ bool CurlTransfer::takeHeaderLine(std::string_view line) {
 }
 
 bool CurlTransfer::acceptHead() {
+  constexpr int kProxyAuthenticationRequired = 407;
+  if (proxy_ != nullptr && head_.status() == kProxyAuthenticationRequired) {
+    failure_ = makeProxyRefusal(*proxy_, safeUrl());
+    return false;
+  }
   const auto announced = head_.contentLength();
   if (!announced) {
     failure_ = makeCurlError(CURLE_WEIRD_SERVER_REPLY, announced.error()->localizedDescription(),
@@ -247,12 +259,19 @@ bool CurlTransfer::stored(const Result<void>& done) {
 std::size_t CurlTransfer::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
   const std::string_view piece(bytes, size * count);
-  return guarded(transfer.failure_, std::size_t{0},
-                 [&]() { return transfer.takeBody(piece) ? piece.size() : std::size_t{0}; });
+  return guarded(transfer.failure_, std::size_t{0}, [&]() { return transfer.takePiece(piece); });
+}
+
+std::size_t CurlTransfer::takePiece(std::string_view bytes) {
+  using enum CurlPacer::Direction;
+  if (isCancelled()) return 0;
+  CurlPacer& pacer = *common_->pacer;
+  if (!pacer.mayMove(easy_, rateLimit_.get(), kReceiving)) return CURL_WRITEFUNC_PAUSE;
+  pacer.moved(rateLimit_.get(), kReceiving, bytes.size());
+  return takeBody(bytes) ? bytes.size() : 0;
 }
 
 bool CurlTransfer::takeBody(std::string_view bytes) {
-  if (isCancelled()) return false;
   if (discardsBody_) {
     discarded_ += bytes.size();
     return discarded_ <= tuning::kMaxRedirectBody;
@@ -298,18 +317,24 @@ void CurlTransfer::failBodyNotStored(const Error& cause) {
 
 std::size_t CurlTransfer::onRead(char* buffer, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
-  return guarded(transfer.failure_, std::size_t{CURL_READFUNC_ABORT}, [&]() -> std::size_t {
-    if (transfer.isCancelled()) return CURL_READFUNC_ABORT;
-    const auto filled = transfer.body_->read({buffer, size * count});
-    if (filled) {
-      transfer.tellSent();
-      return *filled;
-    }
-    transfer.failure_ = makeTransportError(HttpTransportError::kRequestBodyUnreadable,
-                                           "The data to send could not be read", *filled.error(),
-                                           transfer.safeUrl());
-    return CURL_READFUNC_ABORT;
-  });
+  return guarded(transfer.failure_, std::size_t{CURL_READFUNC_ABORT},
+                 [&]() { return transfer.givePiece(buffer, size * count); });
+}
+
+std::size_t CurlTransfer::givePiece(char* buffer, std::size_t size) {
+  using enum CurlPacer::Direction;
+  if (isCancelled()) return CURL_READFUNC_ABORT;
+  CurlPacer& pacer = *common_->pacer;
+  if (!pacer.mayMove(easy_, rateLimit_.get(), kSending)) return CURL_READFUNC_PAUSE;
+  const auto filled = body_->read({buffer, pacer.piece(rateLimit_.get(), size)});
+  if (filled) {
+    pacer.moved(rateLimit_.get(), kSending, *filled);
+    tellSent();
+    return *filled;
+  }
+  failure_ = makeTransportError(HttpTransportError::kRequestBodyUnreadable,
+                                "The data to send could not be read", *filled.error(), safeUrl());
+  return CURL_READFUNC_ABORT;
 }
 
 void CurlTransfer::tellSent() const {
@@ -396,12 +421,21 @@ std::optional<HttpResponse> CurlTransfer::makeResponse() {
 }
 
 ErrorPtr CurlTransfer::describe(CURLcode code) const {
-  const std::string_view detail =
-      code == CURLE_SSL_CACERT_BADFILE ? caFile_ : std::string_view(errorText_.data());
-  return describeCurlError(code, detail, safeUrl(), attempts_ > 0);
+  std::string detail = errorText_.data();
+  if (const std::string file = blamedFile(code, common_->configuration); !file.empty()) {
+    const bool saysMore = code != CURLE_SSL_CACERT_BADFILE && !detail.empty();
+    detail = saysMore ? fmt::format("{} ({})", detail, file) : file;
+  }
+  const bool wasSent = attempts_ > 0;
+  return proxy_ == nullptr ? describeCurlError(code, detail, safeUrl(), wasSent)
+                           : describeProxiedError(easy_, code, detail, *proxy_, safeUrl(), wasSent);
 }
 
 ErrorPtr CurlTransfer::checkStall(Clock::time_point now) {
+  if (common_->pacer->isPaused(easy_)) {
+    movement_.excuse(now);
+    return nullptr;
+  }
   if (!movement_.hasStalled(easy_, now, stallLimit_)) return nullptr;
   return makeCurlError(
       CURLE_OPERATION_TIMEDOUT,
