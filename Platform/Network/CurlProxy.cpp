@@ -24,9 +24,8 @@ constexpr std::array<std::string_view, 6> kSchemes = {"http",    "https",  "sock
 constexpr std::size_t kLongestSocksText = 255;
 
 bool hasControls(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-  });
+  return std::any_of(text.begin(), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
 }
 
 std::string part(CURLU* handle, CURLUPart which, unsigned int flags = 0) {
