@@ -3,11 +3,9 @@
 #include "tests/support/CollectingReceiver.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/Files.h"
-#include "tests/support/RecordingLog.h"
 #include "tests/support/TestCertificate.h"
 #include "tests/support/TestProxy.h"
 #include "tests/support/TransportFixture.h"
-#include "varo/client.h"
 
 #include <gmock/gmock.h>
 
@@ -99,7 +97,6 @@ TEST_F(LineTest, SpeaksTlsWithAProxyThatIsTrusted) {
 }
 
 TEST_F(LineTest, SaysWhatTheProxyDidNotDoAndNeverThePassword) {
-  const auto logged = std::make_shared<RecordingSink>();
   TestProxy strict({.user = "ann", .password = "right"});
   TestProxy refuses({.refusal = 403});
   TestProxy open;
@@ -321,36 +318,6 @@ TEST_F(LineTest, BringsEveryByteOverALongAndNarrowLineAndSaysWhereItBreaks) {
   TestProxy broken({.relayTo = server.port(), .cutAfter = 64 * tuning::kKiB});
   EXPECT_EQ(get(slow.url("http") + "/").body(), bytes);
   EXPECT_EQ(get(broken.url("http") + "/").failure(), "cutShort");
-}
-
-// ---- clients ----
-
-TEST_F(LineTest, KeepsTheLinesOfTwoClientsApart) {
-  ScriptedServer server([](const WireRequest&) { return reply(200, "{\"records\":[]}"); });
-  TestProxy first({.user = "ann", .password = kSecret});
-  TestProxy second;
-  const std::string url = "http://service.test:" + std::to_string(server.port()) + "/a";
-  const auto listWith = [&url](const std::optional<Proxy>& proxy, const std::string& agent) {
-    return FileClient::create({.url = url, .proxy = proxy, .userAgent = agent}).value().list();
-  };
-  auto one = listWith(Proxy{.url = first.url("http"), .user = "ann", .password = kSecret}, "");
-  auto other = listWith(Proxy{.url = second.url("socks5h")}, "camera/2");
-  auto wrong = listWith(Proxy{.url = first.url("http"), .user = "ann", .password = "x"}, "");
-  auto none = listWith(std::nullopt, "");
-  EXPECT_TRUE(one.get());
-  EXPECT_TRUE(other.get());
-  const auto refused = wrong.get();
-  ASSERT_FALSE(refused);
-  EXPECT_EQ(refused.error().kind, Kind::kUnauthorized) << refused.error().message;
-  EXPECT_THAT(refused.error().message, HasSubstr(first.url("http")));
-  EXPECT_EQ(none.get().error().kind, Kind::kNoConnection);
-  EXPECT_EQ(first.asked().size(), 2U);
-  EXPECT_EQ(second.asked().size(), 1U);
-  std::vector<std::string> agents;
-  for (const WireRequest& request : server.requests()) {
-    agents.push_back(request.header("User-Agent").value_or("none"));
-  }
-  EXPECT_THAT(agents, testing::UnorderedElementsAre("varobinary/" VARO_VERSION, "camera/2"));
 }
 
 }  // namespace
