@@ -90,10 +90,10 @@ void setProxy(CurlOptions& options, const CurlProxy* proxy) {
   // it, is not for the proxy.
   options.set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   options.set(CURLOPT_HEADEROPT, long{CURLHEADER_SEPARATE});
-  if (proxy->user.empty()) return;
   // One that has to be asked first what it wants would get each request twice, a POST too.
   options.set(CURLOPT_PROXYAUTH, long{CURLAUTH_BASIC});
   options.set(CURLOPT_SOCKS5_AUTH, long{CURLAUTH_BASIC});
+  if (proxy->user.empty()) return;
   options.set(CURLOPT_PROXYUSERNAME, proxy->user.c_str());
   options.set(CURLOPT_PROXYPASSWORD, proxy->password.c_str());
 }

@@ -3,6 +3,7 @@
 #include "tests/support/CollectingReceiver.h"
 #include "tests/support/EnvironmentVariable.h"
 #include "tests/support/Files.h"
+#include "tests/support/SteppingClock.h"
 #include "tests/support/TestCertificate.h"
 #include "tests/support/TestProxy.h"
 #include "tests/support/TransportFixture.h"
@@ -11,6 +12,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -139,8 +141,8 @@ TEST_F(LineTest, SaysWhatTheProxyDidNotDoAndNeverThePassword) {
 
 TEST_F(LineTest, TakesTheEnvironmentsProxyOnlyOnRequestAndLeavesOutWhatIsToBeReachedDirectly) {
   TestProxy proxy({.user = "ann", .password = kSecret});
-  const EnvironmentVariable http("http_proxy", "ann:" + std::string(kSecret) + "@127.0.0.1:" +
-                                                   std::to_string(proxy.port()));
+  const EnvironmentVariable http(
+      "http_proxy", "ann:" + std::string(kSecret) + "@127.0.0.1:" + std::to_string(proxy.port()));
   const std::string named = "http://service.test:" + std::to_string(plain_.port()) + "/";
   EXPECT_EQ(get(named).failure(), "nameNotFound");
   EXPECT_EQ(over({.fromEnvironment = true}, named).body(), "plain");
@@ -235,12 +237,18 @@ TEST_F(LineTest, ShowsAndDemandsWhatItIsToldTo) {
        "clientCertificateUnusable", shown},
       {"no certificate", demands, [&](Configuration& c) { c.clientCertificate = "/none.pem"; },
        "clientCertificateUnusable", "/none.pem"},
-      {"pin", secure_, [&](Configuration& c) { c.pinnedKeys = {otherPin, pin}; }, ""},
+      {"pin", secure_,
+       [&](Configuration& c) {
+         c.pinnedKeys = {otherPin, pin};
+       },
+       ""},
       {"pin of another", secure_, [&](Configuration& c) { c.pinnedKeys = {otherPin}; },
        "pinMismatch", secure_.url("/")},
       {"old server", old, [](Configuration&) {}, ""},
-      {"too old a server", old, [](Configuration& c) { c.minimumTls = platform::TlsVersion::k13; }, "tls"},
-      {"new server", secure_, [](Configuration& c) { c.minimumTls = platform::TlsVersion::k13; }, ""},
+      {"too old a server", old, [](Configuration& c) { c.minimumTls = platform::TlsVersion::k13; },
+       "tls"},
+      {"new server", secure_, [](Configuration& c) { c.minimumTls = platform::TlsVersion::k13; },
+       ""},
   };
   const NetworkConfiguration before = configuration_;
   for (const auto& [name, server, change, failure, words] : cases) {
@@ -269,14 +277,13 @@ TEST_F(LineTest, NamesItselfOnlyWhereItIsToldTo) {
 
 // ---- limits ----
 
-TEST_F(LineTest, HoldsBytesBackWithoutLosingThemOrTakingThemForStalled) {
+TEST_F(LineTest, HoldsBytesBackWithoutLosingThem) {
   const std::string bytes = sampleBytes(192 * tuning::kKiB);
   ScriptedServer server([&bytes](const WireRequest& request) {
     return reply(200, request.body.empty() ? bytes : request.body);
   });
   for (const bool isOfRequest : {false, true}) {
     configuration_.bytesPerSecond = isOfRequest ? 0 : 512 * tuning::kKiB;
-    configuration_.stallTimeout = 25ms;  // less than one piece takes
     remake();
     HttpRequest request{HttpMethod::kPut, server.url("/"), {}, {{Data::fromBytes(bytes)}}, {}};
     request.receiver = std::make_shared<CollectingReceiver>();
@@ -292,9 +299,31 @@ TEST_F(LineTest, HoldsBytesBackWithoutLosingThemOrTakingThemForStalled) {
   }
 }
 
+TEST_F(LineTest, TakesNoTransferForStalledThatItHoldsBackItself) {
+  const std::string bytes = sampleBytes(32 * tuning::kKiB);
+  ScriptedServer server([&bytes](const WireRequest& request) {
+    return request.target() == "/silent" ? WireReply().hold() : reply(200, bytes);
+  });
+  SteppingClock clock(1'000);
+  remakeImpatient();
+  HttpRequest request{HttpMethod::kGet, server.url("/"), {}, {}, {}};
+  request.rateLimit = std::make_shared<RateLimit>(1, clock);
+  const auto receiver = std::make_shared<CollectingReceiver>();
+  request.receiver = receiver;
+  auto [transfer, outcome] = start(std::move(request));
+  ASSERT_TRUE(eventually([&] { return receiver->calls > 1; }));
+  // Meanwhile the time-out of another one passes.
+  EXPECT_EQ(get(server.url("/silent")).failure(), "timedOut");
+  ASSERT_TRUE(eventually([&, &ended = outcome] {
+    clock.advance(24h);
+    return ended.wait_for(1ms) == std::future_status::ready;
+  }));
+  EXPECT_EQ(outcome.get().status(), 200);
+  EXPECT_EQ(receiver->bytes, bytes);
+}
+
 TEST_F(LineTest, EndsATransferThatIsHeldBackAtOnceWhenItIsCancelled) {
-  ScriptedServer server(
-      [](const WireRequest&) { return reply(200, sampleBytes(tuning::kMiB)); });
+  ScriptedServer server([](const WireRequest&) { return reply(200, sampleBytes(tuning::kMiB)); });
   configuration_.bytesPerSecond = 1;  // the first piece is the last one of this day
   remake();
   HttpRequest request{HttpMethod::kGet, server.url("/"), {}, {}, {}};
