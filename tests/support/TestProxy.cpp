@@ -40,11 +40,11 @@ class Way : public std::enable_shared_from_this<Way> {
     constexpr std::size_t kMostOnTheWay = 64;
     isReading_ = onTheWay_.size() < kMostOnTheWay;
     if (!isReading_) return;
-    from_->async_read_some(asio::buffer(buffer_), [self = shared_from_this()](
-                                                      error_code error, std::size_t count) {
-      self->depart(error ? std::string() : std::string(self->buffer_.data(), count));
-      if (!error) self->read();
-    });
+    from_->async_read_some(
+        asio::buffer(buffer_), [self = shared_from_this()](error_code error, std::size_t count) {
+          self->depart(error ? std::string() : std::string(self->buffer_.data(), count));
+          if (!error) self->read();
+        });
   }
 
  private:
@@ -219,9 +219,8 @@ bool TestProxy::serveHttp(const SocketPtr& client) {
   const std::string head = received.substr(0, size);
   note(head);
   const std::string credentials = base64Of(rules_.user + ":" + rules_.password);
-  const bool isLetIn =
-      rules_.user.empty() ||
-      head.find("\r\nProxy-Authorization: Basic " + credentials + "\r\n") != std::string::npos;
+  const bool isLetIn = rules_.user.empty() || head.find("\r\nProxy-Authorization: Basic " +
+                                                        credentials + "\r\n") != std::string::npos;
   if (!isLetIn || rules_.refusal != 0) {
     answer(*client, isLetIn ? rules_.refusal : 407,
            "Proxy-Authenticate: Basic realm=\"test\"\r\nContent-Length: 0\r\n");

@@ -62,7 +62,10 @@ TEST(NetworkConfigurationTest, NamesTheFieldThatContradictsItself) {
   for (const auto& [proxy, field] : proxies) EXPECT_EQ(wrongInProxy(proxy), field) << proxy.url;
 
   const std::pair<std::function<void(Configuration&)>, std::string> others[] = {
-      {[](Configuration& c) { c.pinnedKeys = {kPin, kPin}; }, ""},
+      {[](Configuration& c) {
+         c.pinnedKeys = {kPin, kPin};
+       },
+       ""},
       {[](Configuration& c) { c.pinnedKeys = {kPin + std::string(";") + kPin}; }, "pinnedKeys"},
       {[](Configuration& c) { c.pinnedKeys = {"sha256//short="}; }, "pinnedKeys"},
       {[](Configuration& c) { c.pinnedKeys = {"/etc/key.pem"}; }, "pinnedKeys"},
@@ -88,7 +91,9 @@ TEST(NetworkConfigurationTest, KnowsWhichHostsAnEntryStandsFor) {
     const char* entry;
     std::vector<std::string> within, beyond;
   } cases[] = {
-      {"example.com", {"example.com", "EXAMPLE.com.", "a.b.example.com"}, {"example.org", "anexample.com", "com"}},
+      {"example.com",
+       {"example.com", "EXAMPLE.com.", "a.b.example.com"},
+       {"example.org", "anexample.com", "com"}},
       {".example.com", {"example.com", "a.example.com"}, {"anexample.com"}},
       {"*.example.com", {"a.example.com"}, {"example.org"}},
       {"*", {"a", "10.1.2.3", "[::1]"}, {}},
