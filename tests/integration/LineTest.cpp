@@ -31,10 +31,7 @@ constexpr char kToken[] = "X-Pelmar-Authorization";
 /// How servers are reached: proxies, certificates of both sides, limits.
 class LineTest : public TransportTest {
  protected:
-  LineTest() {
-    makeTestCertificate(directory_);
-    configuration_.caFile = temporary_ / "certificate.pem";
-  }
+  LineTest() { configuration_.caFile = certificate_ + "/certificate.pem"; }
 
   Outcome over(const ProxyConfiguration& proxy, const std::string& url) {
     configuration_.proxy = proxy;
@@ -46,8 +43,14 @@ class LineTest : public TransportTest {
     return temporary_ / name;
   }
 
+  static std::string certified(const std::string& directory) {
+    makeTestCertificate(directory);
+    return directory;
+  }
+
+  const std::string certificate_ = certified(directory_);
   ScriptedServer plain_{[](const WireRequest&) { return reply(200, "plain"); }};
-  ScriptedServer secure_{[](const WireRequest&) { return reply(200, "secure"); }, directory_};
+  ScriptedServer secure_{[](const WireRequest&) { return reply(200, "secure"); }, certificate_};
 };
 
 // ---- proxies ----
