@@ -9,7 +9,9 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/Network/ConfigurationRules.h"
 #include "Platform/Network/HeaderRules.h"
+#include "varo/version.h"
 
 #include <fmt/format.h>
 
@@ -32,6 +34,57 @@ constexpr std::uint64_t kMostChunk = std::uint64_t{1} << 40;
 std::string withoutSlashes(std::string url) {
   while (!url.empty() && url.back() == '/') url.pop_back();
   return url;
+}
+
+platform::NetworkConfiguration configurationOf(const Options& options) {
+  platform::NetworkConfiguration configuration;
+  configuration.connectTimeout = options.connectTimeout;
+  configuration.stallTimeout = options.stallTimeout;
+  const Tls& tls = options.tls;
+  configuration.caFile = tls.caFile.string();
+  configuration.caDirectory = tls.caDirectory.string();
+  configuration.clientCertificate = tls.clientCertificate.string();
+  configuration.clientKey = tls.clientKey.string();
+  configuration.clientKeyPassword = tls.clientKeyPassword;
+  configuration.pinnedKeys = tls.pinnedKeys;
+  if (tls.minimumVersion == TlsVersion::k13) configuration.minimumTls = platform::TlsVersion::k13;
+  if (const auto& proxy = options.proxy) {
+    configuration.proxy = platform::ProxyConfiguration{.url = proxy->url,
+                                                       .user = proxy->user,
+                                                       .password = proxy->password,
+                                                       .bypass = proxy->bypass,
+                                                       .fromEnvironment = proxy->fromEnvironment};
+  }
+  if (options.perSecond) configuration.bytesPerSecond = options.perSecond->count;
+  configuration.userAgent = options.userAgent;
+  if (configuration.userAgent.empty()) configuration.userAgent = "varobinary/" VARO_VERSION;
+  return configuration;
+}
+
+/// None, or what is wrong with how servers are reached.
+std::optional<std::string> mistakeInLine(const Options& options) {
+  if (options.perSecond && options.perSecond->count == 0) return "perSecond is 0 bytes";
+  if (const auto mistake = platform::mistakeIn(configurationOf(options))) {
+    const bool isOfTls = mistake->field != "userAgent" && mistake->field.rfind("proxy.", 0) != 0;
+    return fmt::format("{}{} {}", isOfTls ? "tls." : "", mistake->field, mistake->what);
+  }
+  const Tls& tls = options.tls;
+  const struct {
+    const char* field;
+    const std::filesystem::path& path;
+  } files[] = {{"caFile", tls.caFile},
+               {"clientCertificate", tls.clientCertificate},
+               {"clientKey", tls.clientKey}};
+  std::error_code none;
+  for (const auto& [field, path] : files) {
+    if (!path.empty() && !std::filesystem::is_regular_file(path, none)) {
+      return fmt::format("tls.{} is no file: \"{}\"", field, path.string());
+    }
+  }
+  if (!tls.caDirectory.empty() && !std::filesystem::is_directory(tls.caDirectory, none)) {
+    return fmt::format("tls.caDirectory is no directory: \"{}\"", tls.caDirectory.string());
+  }
+  return std::nullopt;
 }
 
 /// None, or what is wrong with the options.
@@ -62,10 +115,7 @@ std::optional<Failure> mistakeIn(const Options& options) {
       return wrong("headers: " + checked.error()->localizedDescription());
     }
   }
-  std::error_code none;
-  if (!options.tls.caFile.empty() && !std::filesystem::is_regular_file(options.tls.caFile, none)) {
-    return wrong(fmt::format("tls.caFile is no file: \"{}\"", options.tls.caFile.string()));
-  }
+  if (auto mistake = mistakeInLine(options)) return wrong(*std::move(mistake));
   return std::nullopt;
 }
 
@@ -78,14 +128,6 @@ Outcome<Credentials> ask(const std::function<Outcome<Credentials>()>& provider) 
   } catch (...) {  // an application's code may throw anything
     return failureOf(Kind::kUnauthorized, "Options::credentials threw");
   }
-}
-
-platform::NetworkConfiguration configurationOf(const Options& options) {
-  platform::NetworkConfiguration configuration;
-  configuration.connectTimeout = options.connectTimeout;
-  configuration.stallTimeout = options.stallTimeout;
-  configuration.caFile = options.tls.caFile.string();
-  return configuration;
 }
 
 }  // namespace

@@ -92,6 +92,7 @@ Kind kindOf(TransportFailure failure) {
   switch (failure) {
     case TransportFailure::kNameNotFound:
     case TransportFailure::kNoConnection:
+    case TransportFailure::kProxyNotReached:
     case TransportFailure::kNoAnswer:
     case TransportFailure::kSendingBroken:
     case TransportFailure::kCutShort:
@@ -101,7 +102,11 @@ Kind kindOf(TransportFailure failure) {
     case TransportFailure::kTls:
     case TransportFailure::kCertificateNotTrusted:
     case TransportFailure::kTrustFileUnusable:
+    case TransportFailure::kPinMismatch:
+    case TransportFailure::kClientCertificateUnusable:
       return Kind::kTls;
+    case TransportFailure::kProxyRefused:
+      return Kind::kUnauthorized;
     case TransportFailure::kBadAnswer:
     case TransportFailure::kTooLarge:
     case TransportFailure::kRedirectRefused:
@@ -110,6 +115,7 @@ Kind kindOf(TransportFailure failure) {
     case TransportFailure::kInvalidUrl:
     case TransportFailure::kInvalidHeader:
     case TransportFailure::kInvalidBody:
+    case TransportFailure::kInvalidConfiguration:
       return Kind::kInvalidArgument;
     case TransportFailure::kRequestBodyUnreadable:
     case TransportFailure::kResponseBodyNotStored:

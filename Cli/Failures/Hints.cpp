@@ -55,6 +55,10 @@ constexpr std::array kHints = {
     transport(TransportFailure::kNoConnection,
               "Is the service running, and are host and port right? 'varobinary sandbox' starts a "
               "local one."),
+    transport(TransportFailure::kProxyNotReached,
+              "Check the address of the proxy, and that it runs."),
+    transport(TransportFailure::kProxyRefused,
+              "Check the user and the password of the proxy, and whether it serves this address."),
     transport(TransportFailure::kCutShort, kBrokeOff),
     transport(TransportFailure::kTimedOut,
               "Nothing moved for a while. Try again, or allow more with --connect-timeout and "
@@ -67,6 +71,12 @@ constexpr std::array kHints = {
               "FILE."),
     transport(TransportFailure::kTrustFileUnusable,
               "The file given with --cacert must hold certificates in PEM form."),
+    transport(TransportFailure::kPinMismatch,
+              "The server has another key than the pinned ones: a new key of its own, or somebody "
+              "in between."),
+    transport(TransportFailure::kClientCertificateUnusable,
+              "The client certificate and its key must be in PEM form and belong together; the key "
+              "may need its password."),
     transport(TransportFailure::kInvalidUrl, "The URL must start with http:// or https://."),
     transport(TransportFailure::kInvalidHeader,
               "Check the values given with --header and --token."),

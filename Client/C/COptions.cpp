@@ -6,8 +6,11 @@
 #include "Client/Failures.h"
 
 #include <chrono>
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace varo::capi {
 
@@ -39,6 +42,49 @@ std::function<void(const LogRecord&)> logOf(varo_log_fn log, std::shared_ptr<Use
     shown.logger = record.logger.c_str();
     log(user->pointer(), &shown);
   };
+}
+
+Outcome<std::vector<std::string>> textsFrom(const char* const* texts, std::size_t count,
+                                            const char* name) {
+  std::vector<std::string> copied;
+  if (count == 0) return copied;
+  if (texts == nullptr) return invalid(std::string(name) + " is NULL, its count is not 0");
+  for (std::size_t i = 0; i < count; ++i) {
+    if (texts[i] == nullptr) return invalid(std::string(name) + " has a NULL");
+    copied.emplace_back(texts[i]);
+  }
+  return copied;
+}
+
+/// Null, or what is wrong with how servers are to be reached.
+std::optional<Failure> takeLine(const varo_options& given, Options& options) {
+  auto bypass =
+      textsFrom(given.proxy_bypass, given.proxy_bypass_count, "varo_options::proxy_bypass");
+  if (!bypass) return std::move(bypass).error();
+  auto pins = textsFrom(given.pinned_keys, given.pinned_key_count, "varo_options::pinned_keys");
+  if (!pins) return std::move(pins).error();
+  const bool hasProxy = given.proxy != nullptr || given.proxy_user != nullptr ||
+                        given.proxy_password != nullptr || !bypass->empty() ||
+                        given.proxy_from_environment != 0;
+  if (hasProxy) {
+    options.proxy = Proxy{.url = textFrom(given.proxy),
+                          .user = textFrom(given.proxy_user),
+                          .password = textFrom(given.proxy_password),
+                          .bypass = *std::move(bypass),
+                          .fromEnvironment = given.proxy_from_environment != 0};
+  }
+  options.tls.caDirectory = textFrom(given.ca_directory);
+  options.tls.clientCertificate = textFrom(given.client_certificate);
+  options.tls.clientKey = textFrom(given.client_key);
+  options.tls.clientKeyPassword = textFrom(given.client_key_password);
+  options.tls.pinnedKeys = *std::move(pins);
+  if (given.minimum_tls < VARO_TLS_DEFAULT || given.minimum_tls > VARO_TLS_1_3) {
+    return invalid("varo_options::minimum_tls is none of varo_tls_version");
+  }
+  if (given.minimum_tls == VARO_TLS_1_3) options.tls.minimumVersion = TlsVersion::k13;
+  if (given.bytes_per_second != 0) options.perSecond = Bytes(given.bytes_per_second);
+  options.userAgent = textFrom(given.user_agent);
+  return std::nullopt;
 }
 
 static_assert(static_cast<int>(LogLevel::kTrace) + 1 == VARO_LOG_TRACE);
@@ -76,6 +122,7 @@ Outcome<GivenOptions> optionsFrom(const varo_options* from) {
   if (given.log_level != VARO_LOG_DEFAULT) {
     options.logLevel = static_cast<LogLevel>(given.log_level - 1);
   }
+  if (auto mistake = takeLine(given, options)) return *std::move(mistake);
   return made;
 }
 

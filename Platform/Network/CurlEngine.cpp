@@ -2,8 +2,11 @@
 
 #include "Platform/Crypto/OpenSslLibrary.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Network/ConfigurationRules.h"
 #include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/NetworkTuning.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <csignal>
@@ -11,6 +14,7 @@
 #include <pthread.h>
 #include <system_error>
 #include <utility>
+#include <variant>
 
 namespace varo::platform {
 namespace {
@@ -78,6 +82,20 @@ CurlEasy renew(CurlEasy easy) {
   return easy;
 }
 
+CurlProxies proxiesOf(const NetworkConfiguration& configuration) {
+  auto read = CurlProxies::of(configuration.proxy);
+  auto* const proxies = std::get_if<CurlProxies>(&read);
+  return proxies != nullptr ? std::move(*proxies) : CurlProxies();
+}
+
+ErrorPtr mistakeErrorOf(const NetworkConfiguration& configuration) {
+  const auto mistake = mistakeIn(configuration);
+  if (!mistake) return nullptr;
+  return makeTransportError(
+      HttpTransportError::kInvalidConfiguration,
+      fmt::format("NetworkConfiguration::{} {}.", mistake->field, mistake->what));
+}
+
 ErrorPtr resourceError(const char* text) {
   return makeTransportError(HttpTransportError::kNoResources, text);
 }
@@ -98,8 +116,15 @@ CurlEngine::CurlEngine(const NetworkConfiguration& configuration, ThreadPool& po
       withCookies_(makeShare(true)),
       withoutCookies_(makeShare(false)),
       multi_(makeMulti()),
-      common_{withDefaults(configuration), &cookies, withCookies_.get(), withoutCookies_.get(),
-              &sockets_} {}
+      common_{.configuration = withDefaults(configuration),
+              .proxies = proxiesOf(configuration),
+              .cookies = &cookies,
+              .withCookies = withCookies_.get(),
+              .withoutCookies = withoutCookies_.get(),
+              .sockets = &sockets_,
+              .pacer = &pacer_},
+      mistake_(mistakeErrorOf(configuration)),
+      pacer_(configuration.bytesPerSecond) {}
 
 CurlEngine::~CurlEngine() { stop(); }
 
@@ -119,8 +144,8 @@ ErrorPtr CurlEngine::startLocked() {
 }
 
 void CurlEngine::submit(const TransferPtr& transfer) {
-  ErrorPtr refusal;
-  {
+  ErrorPtr refusal = mistake_;
+  if (refusal == nullptr) {
     const MutexLock lock(mutex_);
     refusal = requests_.stopping ? shutDown_ : startLocked();
     if (refusal == nullptr) requests_.incoming.push_back(transfer);
@@ -195,6 +220,7 @@ void CurlEngine::run() {
 bool CurlEngine::step() {
   if (takeRequests()) return false;
   admit();
+  resumePaused();
   // What is admitted now starts in this round; what ends in it makes room for the next.
   int running = 0;
   CURLMcode code = curl_multi_perform(multi_.get(), &running);
@@ -204,8 +230,8 @@ bool CurlEngine::step() {
   const bool canAdmit =
       !waiting_.empty() && active_.size() < common_.configuration.maxActiveTransfers;
   if (code == CURLM_OK && !canAdmit) {
-    const auto wait = active_.empty() ? tuning::kIdlePoll : stallCheckInterval();
-    code = curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(wait.count()), nullptr);
+    const auto wait = static_cast<int>(longestWait().count());
+    code = curl_multi_poll(multi_.get(), nullptr, 0, wait, nullptr);
   }
   if (code != CURLM_OK) {
     endAll(resourceError(curl_multi_strerror(code)));
@@ -274,23 +300,32 @@ void CurlEngine::collectEnded() {
     if (message->msg != CURLMSG_DONE) continue;
     // Copied: libcurl frees the message with the handle's removal.
     const CURLcode code = message->data.result;
-    const auto found = active_.find(message->easy_handle);
-    if (found == active_.end()) continue;
-    Active ended = std::move(found->second);
-    active_.erase(found);
-    // Fails only for handles that are not attached; this one is.
-    static_cast<void>(curl_multi_remove_handle(multi_.get(), ended.easy.get()));
-    const bool goesOn = ended.transfer->goesOnAfter(code);
-    ended.transfer->release();
-    keepHandle(std::move(ended.easy));
-    // A redirect goes on with a handle that is like new, so that it takes nothing of the exchange
-    // before with it, credentials above all. It keeps its place among the active ones.
-    if (goesOn) {
-      begin(std::move(ended.transfer), takeHandle());
-    } else {
-      complete(*ended.transfer, ended.transfer->takeEnd());
-    }
+    endExchange(message->easy_handle, code);
   }
+}
+
+void CurlEngine::endExchange(CURL* easy, CURLcode code) {
+  const auto found = active_.find(easy);
+  if (found == active_.end()) return;
+  Active ended = std::move(found->second);
+  active_.erase(found);
+  pacer_.forget(easy);
+  // Fails only for handles that are not attached; this one is.
+  static_cast<void>(curl_multi_remove_handle(multi_.get(), easy));
+  const bool goesOn = ended.transfer->goesOnAfter(code);
+  ended.transfer->release();
+  keepHandle(std::move(ended.easy));
+  // A redirect goes on with a handle that is like new, so that it takes nothing of the exchange
+  // before with it, credentials above all. It keeps its place among the active ones.
+  if (goesOn) {
+    begin(std::move(ended.transfer), takeHandle());
+  } else {
+    complete(*ended.transfer, ended.transfer->takeEnd());
+  }
+}
+
+void CurlEngine::resumePaused() {
+  for (const auto& [easy, code] : pacer_.resume()) endExchange(easy, code);
 }
 
 void CurlEngine::endStalled() {
@@ -329,6 +364,7 @@ void CurlEngine::endActive(CURL* easy, const ErrorPtr& error) {
   const auto found = active_.find(easy);
   Active ended = std::move(found->second);
   active_.erase(found);
+  pacer_.forget(easy);
   // It is attached, so this cannot fail. In the middle of an exchange libcurl closes the connection
   // with it (over HTTP/2, the stream).
   static_cast<void>(curl_multi_remove_handle(multi_.get(), easy));
@@ -348,6 +384,14 @@ void CurlEngine::complete(CurlTransfer& transfer, CurlTransfer::End end) {
 
 std::chrono::milliseconds CurlEngine::stallCheckInterval() const {
   return std::clamp(shortestStall_ / 4, std::chrono::milliseconds(1), tuning::kLongestPoll);
+}
+
+/// Until something has to be done without a socket that moves.
+std::chrono::milliseconds CurlEngine::longestWait() {
+  if (active_.empty()) return tuning::kIdlePoll;
+  const auto turn = pacer_.untilNext();
+  if (!turn) return stallCheckInterval();
+  return std::min(stallCheckInterval(), std::chrono::ceil<std::chrono::milliseconds>(*turn));
 }
 
 CurlEasy CurlEngine::takeHandle() {

@@ -62,6 +62,10 @@ class CurlEngine {
   void admit();
   void begin(TransferPtr transfer, CurlEasy easy);
   void collectEnded();
+  /// An exchange has come to its end with `code`; its transfer may go on with another one.
+  void endExchange(CURL* easy, CURLcode code);
+  void resumePaused();
+  [[nodiscard]] std::chrono::milliseconds longestWait();
   void endStalled();
   void endAll(const ErrorPtr& error);
   /// The same where memory is short: what cannot be completed is dropped, which its owner notices.
@@ -79,7 +83,8 @@ class CurlEngine {
   const CurlShare withCookies_;
   const CurlShare withoutCookies_;
   const CurlMulti multi_;
-  const CurlCommon common_;  // has a pointer to sockets_
+  const CurlCommon common_;  // has pointers to sockets_ and pacer_
+  const ErrorPtr mistake_;   // in the configuration: every request's end; null for none
 
   Mutex mutex_;
   Requests requests_ VARO_GUARDED_BY(mutex_);
@@ -95,6 +100,7 @@ class CurlEngine {
   std::vector<CurlEasy> idle_;
   std::vector<Job> undelivered_;  // completions that the pool refused
   CurlSockets sockets_;
+  CurlPacer pacer_;
   Clock::time_point nextStallCheck_;
   std::chrono::milliseconds shortestStall_ = tuning::kStallTimeout;  // of the active ones, or less
 };

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "Platform/Foundation/Error.h"
+#include "Platform/Network/CurlProxy.h"
+#include "Platform/Network/TransportFailure.h"
 
 #include <curl/curl.h>
 
@@ -19,5 +21,14 @@ namespace varo::platform {
 /// The same with a sentence for the code, and behind it what libcurl has to add, if anything.
 [[nodiscard]] ErrorPtr describeCurlError(CURLcode code, std::string_view detail,
                                          const std::string& url, bool wasSent = true);
+
+/// The error of an exchange over `proxy`, whose address it names. `easy` still has what libcurl
+/// says of the exchange.
+[[nodiscard]] ErrorPtr describeProxiedError(CURL* easy, CURLcode code, std::string_view detail,
+                                            const CurlProxy& proxy, const std::string& url,
+                                            bool wasSent);
+
+/// The proxy answered 407 in place of the server.
+[[nodiscard]] ErrorPtr makeProxyRefusal(const CurlProxy& proxy, const std::string& url);
 
 }  // namespace varo::platform

@@ -39,6 +39,9 @@ class CurlMovement {
   /// The connection stands, and the request goes out on it.
   void setConnection(CURL* easy, curl_socket_t socket) noexcept;
 
+  /// Nothing has to move until `now`.
+  void excuse(Clock::time_point now) noexcept { lastMove_ = now; }
+
   /// Whether no byte has moved for `stallTimeout`. While it connects libcurl's own time-out is in
   /// force, and while it waits for a stream of a busy HTTP/2 connection there is none.
   [[nodiscard]] bool hasStalled(CURL* easy, Clock::time_point now,

@@ -3,12 +3,11 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Network/CurlErrors.h"
 #include "Platform/Network/CurlOptions.h"
+#include "Platform/Network/CurlSetup.h"
 #include "Platform/Network/HeaderRules.h"
 #include "Platform/Network/HttpTransportError.h"
 
 #include <fmt/format.h>
-#include <openssl/err.h>
-#include <openssl/ssl.h>
 
 #include <algorithm>
 #include <exception>
@@ -24,52 +23,6 @@ std::optional<RequestBodyReader> readerFor(HttpRequest& request) {
     return RequestBodyReader({});
   }
   return std::nullopt;
-}
-
-/// Adds the configured certificates (the file `path`, unless it is empty) to what libcurl trusts
-/// already; its own option for a file would replace the system's. And takes back what libcurl does
-/// where the environment names a SSLKEYLOGFILE: it would write the keys of every connection there.
-CURLcode adjustTls(CURL* /*easy*/, void* context, void* path) {
-  auto* const tls = static_cast<SSL_CTX*>(context);
-  const auto* const file = static_cast<const char*>(path);
-  SSL_CTX_set_keylog_callback(tls, nullptr);
-  if (*file == '\0' || SSL_CTX_load_verify_locations(tls, file, nullptr) == 1) return CURLE_OK;
-  ERR_clear_error();
-  return CURLE_SSL_CACERT_BADFILE;
-}
-
-void setSecurity(CurlOptions& options, const NetworkConfiguration& configuration) {
-  // libcurl speaks others too, "file" among them.
-  options.set(CURLOPT_PROTOCOLS_STR, "http,https");
-  options.set(CURLOPT_SSL_VERIFYPEER, 1L);
-  options.set(CURLOPT_SSL_VERIFYHOST, 2L);
-  options.set(CURLOPT_SSLVERSION, long{CURL_SSLVERSION_TLSv1_2});
-  // Where the system's certificates are in one file, libcurl keeps them in memory, but only without
-  // a directory of the same: reading them costs 10 ms a connection.
-  if (curl_version_info(CURLVERSION_NOW)->cainfo != nullptr) options.set(CURLOPT_CAPATH, nullptr);
-  options.set(CURLOPT_SSL_CTX_FUNCTION, &adjustTls);
-  options.set(CURLOPT_SSL_CTX_DATA, configuration.caFile.c_str());
-  // An empty proxy also shuts out the one that the environment names.
-  options.set(CURLOPT_PROXY, "");
-  options.set(CURLOPT_NETRC, long{CURL_NETRC_IGNORED});
-  // Redirects are followed here, where it is known which headers carry credentials.
-  options.set(CURLOPT_FOLLOWLOCATION, 0L);
-}
-
-void setConnection(CurlOptions& options, std::chrono::milliseconds connectTimeout, bool isHttps,
-                   std::size_t bufferSize) {
-  // Signals belong to the application.
-  options.set(CURLOPT_NOSIGNAL, 1L);
-  // Ending a transfer must not wait for a name server that does not respond.
-  options.set(CURLOPT_QUICK_EXIT, 1L);
-  options.set(CURLOPT_TCP_NODELAY, 1L);
-  options.set(CURLOPT_TCP_KEEPALIVE, 1L);
-  options.set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectTimeout.count()));
-  options.set(CURLOPT_HTTP_VERSION, long{CURL_HTTP_VERSION_2TLS});
-  // Only where HTTP/2 is possible: rather a stream on a connection that is being made than another
-  // connection.
-  options.set(CURLOPT_PIPEWAIT, isHttps ? 1L : 0L);
-  options.set(CURLOPT_BUFFERSIZE, static_cast<long>(std::min(bufferSize, tuning::kReceiveBuffer)));
 }
 
 /// Runs a step of a transfer: no exception may pass through libcurl, or lose the transfer on the
@@ -105,6 +58,7 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       limits_(request.limits),
       connectTimeout_(request.connectTimeout),
       stallTimeout_(request.stallTimeout),
+      rateLimit_(std::move(request.rateLimit)),
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       url_(std::move(url)) {
@@ -129,7 +83,8 @@ ErrorPtr CurlTransfer::prepare(CURL* easy, const CurlCommon& common, std::size_t
 
 ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t bufferSize) {
   easy_ = easy;
-  caFile_ = common.configuration.caFile;
+  common_ = &common;
+  proxy_ = common.proxies.find(url_);
   head_ = ResponseHead();
   sink_.emplace(spoolDirectory_, std::min(bufferSize, tuning::kGatherBuffer));
   receives_ = false;
@@ -138,20 +93,23 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   discarded_ = 0;
   attempts_ = 0;
   movement_.begin(Clock::now());
-  sockets_ = common.sockets;
   stallLimit_ = boundedTimeout(stallTimeout_, common.configuration.stallTimeout);
   errorText_.front() = '\0';  // what was said of a redirect is not said of its target
   if (auto error = buildHeaderList()) return error;
+  // What is in a buffer has moved already, as far as the peer can see.
+  constexpr std::size_t kLeast = std::size_t{16} * tuning::kKiB;
+  bufferSize = std::max(common.pacer->piece(rateLimit_.get(), bufferSize), kLeast);
 
   CurlOptions options(easy);
   setSecurity(options, common.configuration);
+  setProxy(options, proxy_);
   setConnection(options, boundedTimeout(connectTimeout_, common.configuration.connectTimeout),
                 url_.isHttps(), bufferSize);
   if (method_ == HttpMethod::kPost) {
     options.set(CURLOPT_MAXAGE_CONN, static_cast<long>(tuning::kLongestIdleForPost.count()));
   }
   options.set(CURLOPT_SOCKOPTFUNCTION, &CurlSockets::onOpen);
-  options.set(CURLOPT_SOCKOPTDATA, sockets_);
+  options.set(CURLOPT_SOCKOPTDATA, common.sockets);
   options.set(CURLOPT_PREREQFUNCTION, &CurlTransfer::onConnected);
   options.set(CURLOPT_PREREQDATA, this);
   CURLSH* const share = shareFor(common);
@@ -162,6 +120,8 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   // A path may be signed, dots included.
   options.set(CURLOPT_PATH_AS_IS, 1L);
   options.set(CURLOPT_HTTPHEADER, headerList_.get());
+  const std::string& userAgent = common.configuration.userAgent;
+  if (!userAgent.empty()) options.set(CURLOPT_USERAGENT, userAgent.c_str());
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
   options.set(CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
   options.set(CURLOPT_HEADERDATA, this);
@@ -233,7 +193,7 @@ int CurlTransfer::onConnected(void* self, char* /*remoteIp*/, char* /*localIp*/,
   auto& transfer = *static_cast<CurlTransfer*>(self);
   return guarded(transfer.failure_, CURL_PREREQFUNC_ABORT, [&] {
     transfer.movement_.setConnection(transfer.easy_,
-                                     transfer.sockets_->find(localPort, remotePort));
+                                     transfer.common_->sockets->find(localPort, remotePort));
     // libcurl sends a request again where a kept connection breaks before the response. The first
     // may have been carried out, and a POST creates something each time.
     const bool isAgain = transfer.attempts_++ > 0;
@@ -268,6 +228,11 @@ bool CurlTransfer::takeHeaderLine(std::string_view line) {
 }
 
 bool CurlTransfer::acceptHead() {
+  constexpr int kProxyAuthenticationRequired = 407;
+  if (proxy_ != nullptr && head_.status() == kProxyAuthenticationRequired) {
+    failure_ = makeProxyRefusal(*proxy_, safeUrl());
+    return false;
+  }
   const auto announced = head_.contentLength();
   if (!announced) {
     failure_ = makeCurlError(CURLE_WEIRD_SERVER_REPLY, announced.error()->localizedDescription(),
@@ -294,12 +259,19 @@ bool CurlTransfer::stored(const Result<void>& done) {
 std::size_t CurlTransfer::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
   const std::string_view piece(bytes, size * count);
-  return guarded(transfer.failure_, std::size_t{0},
-                 [&]() { return transfer.takeBody(piece) ? piece.size() : std::size_t{0}; });
+  return guarded(transfer.failure_, std::size_t{0}, [&]() { return transfer.takePiece(piece); });
+}
+
+std::size_t CurlTransfer::takePiece(std::string_view bytes) {
+  using enum CurlPacer::Direction;
+  if (isCancelled()) return 0;
+  CurlPacer& pacer = *common_->pacer;
+  if (!pacer.mayMove(easy_, rateLimit_.get(), kReceiving)) return CURL_WRITEFUNC_PAUSE;
+  pacer.moved(rateLimit_.get(), kReceiving, bytes.size());
+  return takeBody(bytes) ? bytes.size() : 0;
 }
 
 bool CurlTransfer::takeBody(std::string_view bytes) {
-  if (isCancelled()) return false;
   if (discardsBody_) {
     discarded_ += bytes.size();
     return discarded_ <= tuning::kMaxRedirectBody;
@@ -345,18 +317,24 @@ void CurlTransfer::failBodyNotStored(const Error& cause) {
 
 std::size_t CurlTransfer::onRead(char* buffer, std::size_t size, std::size_t count, void* self) {
   auto& transfer = *static_cast<CurlTransfer*>(self);
-  return guarded(transfer.failure_, std::size_t{CURL_READFUNC_ABORT}, [&]() -> std::size_t {
-    if (transfer.isCancelled()) return CURL_READFUNC_ABORT;
-    const auto filled = transfer.body_->read({buffer, size * count});
-    if (filled) {
-      transfer.tellSent();
-      return *filled;
-    }
-    transfer.failure_ = makeTransportError(HttpTransportError::kRequestBodyUnreadable,
-                                           "The data to send could not be read", *filled.error(),
-                                           transfer.safeUrl());
-    return CURL_READFUNC_ABORT;
-  });
+  return guarded(transfer.failure_, std::size_t{CURL_READFUNC_ABORT},
+                 [&]() { return transfer.givePiece(buffer, size * count); });
+}
+
+std::size_t CurlTransfer::givePiece(char* buffer, std::size_t size) {
+  using enum CurlPacer::Direction;
+  if (isCancelled()) return CURL_READFUNC_ABORT;
+  CurlPacer& pacer = *common_->pacer;
+  if (!pacer.mayMove(easy_, rateLimit_.get(), kSending)) return CURL_READFUNC_PAUSE;
+  const auto filled = body_->read({buffer, pacer.piece(rateLimit_.get(), size)});
+  if (filled) {
+    pacer.moved(rateLimit_.get(), kSending, *filled);
+    tellSent();
+    return *filled;
+  }
+  failure_ = makeTransportError(HttpTransportError::kRequestBodyUnreadable,
+                                "The data to send could not be read", *filled.error(), safeUrl());
+  return CURL_READFUNC_ABORT;
 }
 
 void CurlTransfer::tellSent() const {
@@ -443,12 +421,21 @@ std::optional<HttpResponse> CurlTransfer::makeResponse() {
 }
 
 ErrorPtr CurlTransfer::describe(CURLcode code) const {
-  const std::string_view detail =
-      code == CURLE_SSL_CACERT_BADFILE ? caFile_ : std::string_view(errorText_.data());
-  return describeCurlError(code, detail, safeUrl(), attempts_ > 0);
+  std::string detail = errorText_.data();
+  if (const std::string file = blamedFile(code, common_->configuration); !file.empty()) {
+    const bool saysMore = code != CURLE_SSL_CACERT_BADFILE && !detail.empty();
+    detail = saysMore ? fmt::format("{} ({})", detail, file) : file;
+  }
+  const bool wasSent = attempts_ > 0;
+  return proxy_ == nullptr ? describeCurlError(code, detail, safeUrl(), wasSent)
+                           : describeProxiedError(easy_, code, detail, *proxy_, safeUrl(), wasSent);
 }
 
 ErrorPtr CurlTransfer::checkStall(Clock::time_point now) {
+  if (common_->pacer->isPaused(easy_)) {
+    movement_.excuse(now);
+    return nullptr;
+  }
   if (!movement_.hasStalled(easy_, now, stallLimit_)) return nullptr;
   return makeCurlError(
       CURLE_OPERATION_TIMEDOUT,

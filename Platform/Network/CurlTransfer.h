@@ -2,6 +2,8 @@
 
 #include "Platform/Network/CurlHandles.h"
 #include "Platform/Network/CurlMovement.h"
+#include "Platform/Network/CurlPacer.h"
+#include "Platform/Network/CurlProxy.h"
 #include "Platform/Network/CurlUrl.h"
 #include "Platform/Network/HttpCookieStore.h"
 #include "Platform/Network/HttpTransport.h"
@@ -27,11 +29,13 @@ class CurlOptions;
 /// What the transfers of one transport have in common. Constant while they run.
 struct CurlCommon {
   NetworkConfiguration configuration;
+  CurlProxies proxies;
   HttpCookieStore* cookies = nullptr;
   /// Cookies and TLS sessions, or TLS sessions alone.
   CURLSH* withCookies = nullptr;
   CURLSH* withoutCookies = nullptr;
   CurlSockets* sockets = nullptr;
+  CurlPacer* pacer = nullptr;
 };
 
 /// One request from `send` to its completion, over all its redirects. Made on any thread, then used
@@ -61,7 +65,8 @@ class CurlTransfer {
 
   /// How long no byte may move; known once it was prepared.
   [[nodiscard]] std::chrono::milliseconds stallTimeout() const noexcept { return stallLimit_; }
-  /// An error where no byte has moved for that long, else null.
+  /// An error where no byte has moved for that long, else null. While a rate limit holds it back,
+  /// none has to.
   [[nodiscard]] ErrorPtr checkStall(Clock::time_point now);
 
   /// From now on takes no byte in and gives none out, if the I/O thread is at it right now; it ends
@@ -111,6 +116,9 @@ class CurlTransfer {
   [[nodiscard]] bool canHaveEntity() const noexcept {
     return method_ != HttpMethod::kHead && head_.canHaveEntity();
   }
+  /// What libcurl is to be told: the number of the bytes, another one to fail, or to pause.
+  [[nodiscard]] std::size_t takePiece(std::string_view bytes);
+  [[nodiscard]] std::size_t givePiece(char* buffer, std::size_t size);
   [[nodiscard]] bool takeBody(std::string_view bytes);
   [[nodiscard]] bool failTooLarge();
   [[nodiscard]] bool isCancelled();
@@ -132,7 +140,8 @@ class CurlTransfer {
   const ResponseLimits limits_;
   const std::optional<std::chrono::milliseconds> connectTimeout_;  // as the request has them
   const std::optional<std::chrono::milliseconds> stallTimeout_;
-  std::vector<HttpHeader> headers_;  // at most one of them a Host, with a value
+  const std::shared_ptr<RateLimit> rateLimit_;  // may be null
+  std::vector<HttpHeader> headers_;             // at most one of them a Host, with a value
   std::optional<RequestBodyReader> body_;
   const Told* told_;  // owned by the completion
   HttpCompletion completion_;
@@ -140,7 +149,8 @@ class CurlTransfer {
   std::atomic<bool> cancelled_{false};
 
   // Of the current exchange.
-  std::string_view caFile_;  // of the transport's configuration, for errors
+  const CurlCommon* common_ = nullptr;
+  const CurlProxy* proxy_ = nullptr;  // of the transport; null: none
   CurlUrl url_;
   CURL* easy_ = nullptr;
   CurlList headerList_;
@@ -153,7 +163,6 @@ class CurlTransfer {
   std::uint64_t discarded_ = 0;
   int redirects_ = 0;
   int attempts_ = 0;  // to send it
-  CurlSockets* sockets_ = nullptr;
   CurlMovement movement_;
   std::chrono::milliseconds stallLimit_{0};
   std::array<char, CURL_ERROR_SIZE> errorText_{};

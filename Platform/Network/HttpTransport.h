@@ -17,6 +17,8 @@
 
 namespace varo::platform {
 
+class RateLimit;
+
 enum class HttpMethod : std::uint8_t { kGet, kHead, kPost, kPut, kDelete };
 
 /// As it stands in a request.
@@ -106,6 +108,9 @@ struct HttpRequest {
   /// Whether its sender may send it again; none: GET, HEAD and PUT always, others unless received.
   /// Transports do not read it.
   std::optional<Repeat> repeat = {};
+  /// How fast the bodies of this request and of others that share it may move; null: as fast as
+  /// they can. A transport that knows no limits passes it over.
+  std::shared_ptr<RateLimit> rateLimit = {};
 };
 
 /// The response, whatever its status.

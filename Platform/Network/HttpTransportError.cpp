@@ -35,6 +35,10 @@ TransportFailure failureOf(HttpTransportError code) noexcept {
       return TransportFailure::kNoResources;
     case HttpTransportError::kResponseTooLarge:
       return TransportFailure::kTooLarge;
+    case HttpTransportError::kInvalidConfiguration:
+      return TransportFailure::kInvalidConfiguration;
+    case HttpTransportError::kProxyRefused:
+      return TransportFailure::kProxyRefused;
     case HttpTransportError::kNoAnswer:
       break;  // no server's doing
   }

@@ -55,6 +55,10 @@ enum class HttpTransportError : std::int64_t {
   /// The transport, an application's own, ended a request with neither a response nor an error,
   /// gave it up without a word, or threw.
   kNoAnswer = 1013,
+  /// The transport's configuration contradicts itself, or a part of it cannot be read.
+  kInvalidConfiguration = 1014,
+  /// The proxy answered in place of the server that it does not let the request through.
+  kProxyRefused = 1015,
 };
 
 /// An error of the domain above. `url` may be empty; it must be free of secrets. `details` are

@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Object.h"
 #include "Platform/Network/HttpTransport.h"
+#include "Platform/Network/RateLimit.h"
 #include "Platform/Network/RetryPolicy.h"
 
 #include <chrono>
@@ -67,6 +68,8 @@ class RequestSettings : public Object {
   std::shared_ptr<RequestAuthorizer> authorizer;
   /// `HttpRequest::onSent` of every request.
   std::function<void(std::uint64_t sent)> onSent;
+  /// Of all requests together, beside the transport's own limit; null for none.
+  std::shared_ptr<RateLimit> rateLimit;
 
   [[nodiscard]] std::string description() const override { return "RequestSettings"; }
 };

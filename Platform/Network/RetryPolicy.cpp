@@ -35,6 +35,7 @@ bool isOfTheConnection(TransportFailure failure) {
   switch (failure) {
     case TransportFailure::kNameNotFound:
     case TransportFailure::kNoConnection:
+    case TransportFailure::kProxyNotReached:
     case TransportFailure::kTimedOut:
     case TransportFailure::kNoAnswer:
     case TransportFailure::kSendingBroken:

@@ -13,11 +13,19 @@ enum class TransportFailure {
   kNameNotFound,
   kNoConnection,
   kTimedOut,
-  /// No secure connection, other than for the two below.
+  /// The proxy was not found or not reached, or broke off.
+  kProxyNotReached,
+  /// The proxy wants other credentials, or does not serve such requests.
+  kProxyRefused,
+  /// No secure connection, other than for the four below.
   kTls,
   kCertificateNotTrusted,
-  /// The file of trusted certificates cannot be used.
+  /// The file or directory of trusted certificates cannot be used.
   kTrustFileUnusable,
+  /// The server's public key is none of the pinned ones.
+  kPinMismatch,
+  /// The client certificate or its key cannot be used.
+  kClientCertificateUnusable,
   /// The server closed the connection before it responded.
   kNoAnswer,
   /// The connection broke while the request was sent.
@@ -33,6 +41,8 @@ enum class TransportFailure {
   kInvalidUrl,
   kInvalidHeader,
   kInvalidBody,
+  /// The transport's configuration contradicts itself.
+  kInvalidConfiguration,
   kRequestBodyUnreadable,
   kResponseBodyNotStored,
   kCancelled,

@@ -195,6 +195,7 @@ TransferPtr dispatch(HttpRequest request, const Dictionary& options,
   request.connectTimeout = settings->connectTimeout;
   request.stallTimeout = settings->stallTimeout;
   request.onSent = settings->onSent;
+  request.rateLimit = settings->rateLimit;
   auto transport = settings->transport;
   if (transport == nullptr) transport = VRONetworkUtility::transport();
   return sendAttempts(transport, std::move(request), settings, std::move(completion));

@@ -18,7 +18,7 @@ enum class Kind : std::uint8_t {
   kNoConnection,     ///< the server was not found, not reached, or the connection broke
   kTimeout,          ///< no connection, or no byte, for too long
   kTls,              ///< no secure connection, or a certificate that is not trusted
-  kUnauthorized,     ///< the service wants (other) credentials: 401, 403
+  kUnauthorized,     ///< the service wants (other) credentials: 401, 403; or the proxy does: 407
   kNotFound,         ///< no such file, blob, object or address: 404, 410
   kConflict,         ///< what is there forbids it: 409, 412, a transfer of the same file that runs
   kThrottled,        ///< too many requests: 429; `retryAfter` may say how long to wait

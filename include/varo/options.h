@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace varo {
 
@@ -25,10 +26,43 @@ struct Credentials {
   std::string sessionToken = {};
 };
 
+enum class TlsVersion : std::uint8_t { k12, k13 };
+
 /// How connections are secured. Certificates are always verified.
 struct Tls {
   /// Certificates (PEM) to trust besides the system's; empty for none.
   std::filesystem::path caFile = {};
+  /// The same, as a directory with one certificate a file, named as `openssl rehash` does.
+  std::filesystem::path caDirectory = {};
+  /// Shown to servers that ask who connects (PEM), with the certificates between it and their
+  /// authority. Empty for none. Proxies do not get it.
+  std::filesystem::path clientCertificate = {};
+  /// Its private key (PEM); empty: in the same file.
+  std::filesystem::path clientKey = {};
+  /// Of the key; empty for none.
+  std::string clientKeyPassword = {};
+  /// Public keys of which every https server must have one, besides a certificate that is trusted;
+  /// that of an object store too, where the service sends the client there. Each is "sha256//" and
+  /// the Base64 of the digest of the key in DER form. Empty: any.
+  std::vector<std::string> pinnedKeys = {};
+  TlsVersion minimumVersion = TlsVersion::k12;
+};
+
+/// What the connections of a client go through.
+struct Proxy {
+  /// http, https, socks4, socks4a, socks5 or socks5h, host and port, and nothing else:
+  /// "http://proxy.example:3128". "socks4" and "socks5" have host names looked up here, all others
+  /// by the proxy.
+  std::string url = {};
+  /// What the proxy asks for. Never in a failure or a log.
+  std::string user = {};
+  std::string password = {};
+  /// Hosts that are reached without it: a name stands for itself and all below it, an IP address or
+  /// a network ("10.0.0.0/8") for what is addressed by number, "*" for everything.
+  std::vector<std::string> bypass = {};
+  /// In place of all of the above: what the environment says when the client is made, in
+  /// `http_proxy`, `https_proxy`, `all_proxy` and `no_proxy`; but for the first, in upper case too.
+  bool fromEnvironment = false;
 };
 
 enum class LogLevel : std::uint8_t { kTrace, kDebug, kInfo, kWarning, kError, kFatal };
@@ -54,13 +88,21 @@ struct Options {
   /// Further headers of each request to the service.
   std::map<std::string, std::string> headers = {};
   Tls tls = {};
+  /// None: connections are made directly, whatever the environment says.
+  std::optional<Proxy> proxy = {};
+  /// Bytes that all transfers of this client together may move in a second, in each direction.
+  /// None: as many as the line takes.
+  std::optional<Bytes> perSecond = {};
+  /// The header "User-Agent". Empty: "varobinary/" and the version of the library.
+  std::string userAgent = {};
   /// Bytes of an upload that are sent at once. 1 MiB is what services are used to.
   Bytes chunkSize = 1_MiB;
   /// Transfers of this client that run at once; others wait for their turn.
   int parallel = 5;
   /// Until a connection stands, name look-up and TLS included.
   std::chrono::milliseconds connectTimeout = std::chrono::seconds(30);
-  /// How long no byte may move before a request is given up.
+  /// How long no byte may move before a request is given up; what `perSecond` holds back does not
+  /// count.
   std::chrono::milliseconds stallTimeout = std::chrono::seconds(60);
   /// Gets what the operations of this client log, from `logLevel` on. Empty: nothing is logged, as
   /// outcomes tell all that a program needs. Called on threads of the library, several at once, in

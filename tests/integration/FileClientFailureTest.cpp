@@ -7,6 +7,7 @@
 #include "tests/support/OwnProcess.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TestCertificate.h"
+#include "tests/support/TestProxy.h"
 
 #include <gmock/gmock.h>
 
@@ -99,6 +100,36 @@ TEST_F(FileClientFailureTest, ConnectionsThatFailNameTheAddress) {
   const auto trusted =
       clientOf({.url = secure.url("/a"), .tls = {.caFile = directory_ + "/certificate.pem"}});
   EXPECT_TRUE(trusted.list().get());
+}
+
+TEST_F(FileClientFailureTest, ClientsWithDifferentProxiesStandSideBySide) {
+  test::ScriptedServer server(
+      [](const test::WireRequest&) { return test::reply(200, "{\"records\":[]}"); });
+  test::TestProxy first({.user = "ann", .password = "geheim"});
+  test::TestProxy second;
+  const std::string url = "http://service.test:" + std::to_string(server.port()) + "/a";
+  const auto listWith = [&url](const std::optional<Proxy>& proxy, const std::string& agent) {
+    return FileClient::create({.url = url, .proxy = proxy, .userAgent = agent}).value().list();
+  };
+  auto one = listWith(Proxy{.url = first.url("http"), .user = "ann", .password = "geheim"}, "");
+  auto other = listWith(Proxy{.url = second.url("socks5h")}, "camera/2");
+  auto wrong = listWith(Proxy{.url = first.url("http"), .user = "ann", .password = "wrong!"}, "");
+  auto none = listWith(std::nullopt, "");
+  EXPECT_TRUE(one.get());
+  EXPECT_TRUE(other.get());
+  const auto refused = wrong.get();
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().kind, Kind::kUnauthorized) << refused.error().message;
+  EXPECT_THAT(refused.error().message, HasSubstr(first.url("http")));
+  EXPECT_THAT(refused.error().message, testing::Not(HasSubstr("wrong!")));
+  EXPECT_EQ(none.get().error().kind, Kind::kNoConnection);
+  EXPECT_EQ(first.asked().size(), 2U);
+  EXPECT_EQ(second.asked().size(), 1U);
+  std::vector<std::string> agents;
+  for (const test::WireRequest& request : server.requests()) {
+    agents.push_back(request.header("User-Agent").value_or("none"));
+  }
+  EXPECT_THAT(agents, testing::UnorderedElementsAre("varobinary/" VARO_VERSION, "camera/2"));
 }
 
 TEST_F(FileClientFailureTest, LocalFilesAreNamed) {

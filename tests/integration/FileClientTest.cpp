@@ -151,6 +151,12 @@ TEST_F(FileClientTest, NamesTheOptionThatIsWrong) {
       {[](Options& o) { o.headers["X-A"] = "b\r\nc"; }, "Options::headers"},
       {[](Options& o) { o.stallTimeout = 0s; }, "Options::stallTimeout"},
       {[](Options& o) { o.tls.caFile = "/none"; }, "Options::tls.caFile"},
+      {[](Options& o) { o.tls.caDirectory = "/none"; }, "Options::tls.caDirectory"},
+      {[](Options& o) { o.tls.clientKey = "/none"; }, "Options::tls.clientKey"},
+      {[](Options& o) { o.tls.clientCertificate = "/none"; }, "Options::tls.clientCertificate"},
+      {[](Options& o) { o.proxy = Proxy{.url = "proxy"}; }, "Options::proxy.url"},
+      {[](Options& o) { o.perSecond = 0_B; }, "Options::perSecond"},
+      {[](Options& o) { o.userAgent = "a\nb"; }, "Options::userAgent"},
   };
   for (const auto& [spoil, words] : cases) {
     Options options{.url = "http://host"};

@@ -154,14 +154,19 @@ WireReply reply(int status, std::string_view body, std::string_view headers) {
 
 // ---- the server ----
 
-ScriptedServer::ScriptedServer(Handler handler, const std::string& certificate)
+ScriptedServer::ScriptedServer(Handler handler, const WireTls& rules)
     : handler_(std::move(handler)) {
-  if (!certificate.empty()) {
+  if (!rules.certificate.empty()) {
     const std::shared_ptr<SSL_CTX> tls(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
-    const std::string file = certificate + "/certificate.pem";
-    const std::string key = certificate + "/key.pem";
+    const std::string file = rules.certificate + "/certificate.pem";
+    const std::string key = rules.certificate + "/key.pem";
     require(SSL_CTX_use_certificate_file(tls.get(), file.c_str(), SSL_FILETYPE_PEM) == 1, "TLS");
     require(SSL_CTX_use_PrivateKey_file(tls.get(), key.c_str(), SSL_FILETYPE_PEM) == 1, "TLS key");
+    if (rules.isOld) SSL_CTX_set_max_proto_version(tls.get(), TLS1_2_VERSION);
+    if (const std::string& shown = rules.clientCertificate; !shown.empty()) {
+      require(SSL_CTX_load_verify_file(tls.get(), shown.c_str()) == 1, "client certificate");
+      SSL_CTX_set_verify(tls.get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    }
     tls_ = tls;
   }
   listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

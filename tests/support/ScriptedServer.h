@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace varo::test {
@@ -54,6 +55,16 @@ struct WireReply {
 /// A complete answer with a Content-Length. `headers` are whole lines, each with its line break.
 [[nodiscard]] WireReply reply(int status, std::string_view body, std::string_view headers = {});
 
+/// What a server that speaks TLS asks of its clients.
+struct WireTls {
+  /// The directory of its test certificate; empty: no TLS.
+  std::string certificate = {};
+  /// A file with the certificate that clients have to show; empty: none.
+  std::string clientCertificate = {};
+  /// It speaks nothing later than TLS 1.2.
+  bool isOld = false;
+};
+
 /// A raw server on the loopback that says exactly what a test scripts, well-formed or not, and
 /// keeps what it was sent. One thread a connection; the destructor ends all of them. Thread-safe.
 class ScriptedServer {
@@ -61,7 +72,9 @@ class ScriptedServer {
   using Handler = std::function<WireReply(const WireRequest&)>;
 
   /// Listens on a free port of 127.0.0.1; with the directory of a test certificate, speaks TLS.
-  explicit ScriptedServer(Handler handler, const std::string& certificate = {});
+  explicit ScriptedServer(Handler handler, const std::string& certificate = {})
+      : ScriptedServer(std::move(handler), WireTls{.certificate = certificate}) {}
+  ScriptedServer(Handler handler, const WireTls& tls);
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 
 namespace varo::test {
 
@@ -20,11 +21,15 @@ class SteppingClock final : public platform::Clock {
                                                  past_);
   }
   [[nodiscard]] std::chrono::steady_clock::time_point steadyNow() const override {
-    return std::chrono::steady_clock::time_point(std::chrono::seconds(second_.load()));
+    return std::chrono::steady_clock::time_point(std::chrono::seconds(second_.load()) +
+                                                 std::chrono::nanoseconds(advanced_.load()));
   }
+  /// Of the clock that never goes back.
+  void advance(std::chrono::nanoseconds by) { advanced_ += by.count(); }
 
  private:
   mutable std::atomic<std::int64_t> second_;
+  std::atomic<std::int64_t> advanced_{0};  // nanoseconds
   const std::int64_t step_;
   const std::chrono::milliseconds past_;
 };

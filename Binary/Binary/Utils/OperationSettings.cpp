@@ -39,6 +39,7 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
   cancellable->onBlobState = settings->onBlobState;
   cancellable->resumed = settings->resumed;
   cancellable->onSent = settings->onSent;
+  cancellable->rateLimit = settings->rateLimit;
   cancellable->cancellation = cancellation->token();
   return cancellable;
 }

@@ -51,6 +51,14 @@ typedef struct varo_log_record {
   const char* logger;
 } varo_log_record;
 
+typedef enum varo_tls_version {
+  VARO_TLS_DEFAULT = 0,  ///< 1.2
+  VARO_TLS_1_2 = 1,
+  VARO_TLS_1_3 = 2,
+
+  VARO_TLS_VERSION_HAS_32_BITS = 0x7fffffff
+} varo_tls_version;
+
 /// `record` is there during the call. Called on threads of the library, several at once, in the
 /// middle of their work: it has to be quick.
 typedef void (*varo_log_fn)(void* user, const varo_log_record* record);
@@ -86,6 +94,38 @@ typedef struct varo_options {
   /// outcomes tell all that a program needs.
   varo_log_fn log;
   varo_log_level log_level;
+
+  // The line: how servers are reached, and how fast.
+
+  /// http, https, socks4, socks4a, socks5 or socks5h, host and port: "http://proxy.example:3128".
+  /// NULL: connections are made directly.
+  const char* proxy;
+  /// What the proxy asks for; NULL for none. Never in a failure or a log.
+  const char* proxy_user;
+  const char* proxy_password;
+  /// Hosts that are reached without the proxy, each as `varo::Proxy::bypass` has it.
+  const char* const* proxy_bypass;
+  size_t proxy_bypass_count;
+  /// Not 0: the proxy and the hosts to reach without are what the environment says when the client
+  /// is made.
+  int proxy_from_environment;
+  varo_tls_version minimum_tls;
+  /// Certificates to trust besides the system's: a directory with one (PEM) a file, named as
+  /// `openssl rehash` does. NULL for none.
+  const char* ca_directory;
+  /// Shown to servers that ask who connects (PEM); the key, where it is not in the same file, and
+  /// its password. NULL for none.
+  const char* client_certificate;
+  const char* client_key;
+  const char* client_key_password;
+  /// Public keys of which every https server must have one: "sha256//" and a digest in Base64.
+  const char* const* pinned_keys;
+  size_t pinned_key_count;
+  /// Bytes that all transfers of this client together may move in a second, in each direction. 0:
+  /// as many as the line takes.
+  uint64_t bytes_per_second;
+  /// The header "User-Agent". NULL: "varobinary/" and the version of the library.
+  const char* user_agent;
 } varo_options;
 
 #ifdef __cplusplus

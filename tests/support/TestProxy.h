@@ -1,0 +1,82 @@
+#pragma once
+
+#include "Platform/Foundation/Mutex.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace varo::test {
+
+/// What a test's proxy asks for, and what the line behind it is like.
+struct ProxyRules {
+  /// Without a user everybody is let in.
+  std::string user = {};
+  std::string password = {};
+  /// Status that every http request to the proxy gets; 0: it is served.
+  int refusal = 0;
+  /// Not 0: no proxy, but the line to this port of the loopback.
+  std::uint16_t relayTo = 0;
+  /// Of each byte, on each of both ways.
+  std::chrono::milliseconds delay{0};
+  /// On each of both ways; 0 for as many as there are.
+  std::uint64_t bytesPerSecond = 0;
+  /// The connection breaks after so many bytes of the server's; 0: never.
+  std::uint64_t cutAfter = 0;
+};
+
+/// A proxy on a free port of the loopback: CONNECT and absolute addresses over http, SOCKS 4a, and
+/// SOCKS 5 with user and password; or a line between two ports. Whatever host a request names, it
+/// leads to the loopback, so that names are possible that nobody else can resolve. Thread-safe.
+class TestProxy {
+ public:
+  explicit TestProxy(ProxyRules rules = {});
+  ~TestProxy();
+  TestProxy(const TestProxy&) = delete;
+  TestProxy& operator=(const TestProxy&) = delete;
+
+  [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+  [[nodiscard]] std::string url(const std::string& scheme) const {
+    return scheme + "://127.0.0.1:" + std::to_string(port_);
+  }
+  /// What it was asked, one entry a connection: the head of an http request, or "socks5 host:port".
+  [[nodiscard]] std::vector<std::string> asked() const;
+
+ private:
+  using Tcp = boost::asio::ip::tcp;
+  using SocketPtr = std::shared_ptr<Tcp::socket>;
+  struct Session {
+    SocketPtr client;
+    std::thread thread;
+  };
+
+  void acceptNext();
+  /// These return whether the client has got to a server.
+  [[nodiscard]] bool negotiate(const SocketPtr& client);
+  [[nodiscard]] bool serveHttp(const SocketPtr& client);
+  [[nodiscard]] bool serveSocks4(const SocketPtr& client);
+  [[nodiscard]] bool serveSocks5(const SocketPtr& client);
+  void note(std::string asked);
+  /// Null where nobody listens there.
+  [[nodiscard]] SocketPtr connect(std::uint16_t port);
+  /// Moves bytes between both from now on, on the thread of `context_`; false without a server.
+  bool join(const SocketPtr& client, const SocketPtr& server);
+
+  const ProxyRules rules_;
+  boost::asio::io_context context_;
+  Tcp::acceptor acceptor_;
+  std::uint16_t port_ = 0;
+  std::list<Session> sessions_;  // of the thread, until it has ended
+  mutable platform::Mutex mutex_;
+  std::vector<std::string> asked_ VARO_GUARDED_BY(mutex_);
+  std::thread thread_;
+};
+
+}  // namespace varo::test
