@@ -6,14 +6,15 @@
 
 #include <chrono>
 #include <optional>
+#include <string_view>
 
 namespace varo::platform {
 
 /// When a request that has failed is sent again, and how long it waits before.
 ///
 /// The wait before the attempt n is drawn evenly between nothing and `firstWait` * 2^(n-2), at most
-/// `longestWait`: so those that failed together do not come back together. Where the server says how
-/// long (Retry-After), that counts instead.
+/// `longestWait`: so those that failed together do not come back together. Where the server says
+/// how long (Retry-After), that counts instead.
 struct RetryPolicy {
   /// How often a request is sent in all; 1: never again.
   int attempts = 1;
@@ -49,8 +50,12 @@ class RetryBudget {
 [[nodiscard]] bool isWorthRepeating(Repeat repeat, const HttpResponse* response,
                                     const Error* error);
 
-/// What "Retry-After" says (RFC 9110, section 10.2.3), in seconds or as a date that `now` is
-/// compared with; none where it says nothing that can be read. Never negative, at most a day.
+/// What the value of a "Retry-After" says (RFC 9110, section 10.2.3), in seconds or as a date that
+/// `now` is compared with; none where it says nothing that can be read. Never negative, at most a
+/// day.
+[[nodiscard]] std::optional<std::chrono::milliseconds> retryAfterFrom(
+    std::string_view value, std::chrono::system_clock::time_point now);
+/// The same of a response; none where it has no such header.
 [[nodiscard]] std::optional<std::chrono::milliseconds> retryAfterOf(
     const HttpResponse& response, std::chrono::system_clock::time_point now);
 
