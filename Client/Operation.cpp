@@ -157,8 +157,7 @@ void Operation::requestWaits(std::uint64_t run, int attempt) {
     const MutexLock lock(mutex_);
     if (!isUnderWay(run)) return;
     retries_.requestWaits(attempt, running().progress().done);
-    running().enter(State::kBackingOff);
-    running().tries(attempt);
+    running().backsOff(attempt);
   }
   running().show();
 }

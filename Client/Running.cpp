@@ -127,6 +127,13 @@ void RunningBase::enter(State state) {
   }
 }
 
+void RunningBase::backsOff(int attempt) {
+  const MutexLock lock(mutex_);
+  if (state_ == State::kDone) return;
+  state_ = State::kBackingOff;
+  progress_.attempt = attempt;
+}
+
 void RunningBase::tries(int attempt) {
   const MutexLock lock(mutex_);
   if (state_ != State::kDone) progress_.attempt = attempt;

@@ -64,6 +64,8 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   void drivenBy(std::shared_ptr<Control> control);
   /// No effect after the end.
   void enter(State state);
+  /// A request waits for this attempt.
+  void backsOff(int attempt);
   /// The number of the attempt.
   void tries(int attempt);
   /// Has the progress shown to the application, at once or when it is time.

@@ -60,7 +60,7 @@ struct Work {
   /// Its requests for bytes.
   FaultMatch match;
   std::function<Handle(const Retry& retry)> begin;
-  /// What has come of it; to be called once after each `begin`, without faults.
+  /// What has come of it; to be called once after each `begin`. Asks with other requests.
   std::function<std::string()> result;
   std::string expected;
 };
@@ -91,7 +91,8 @@ class RetryTest : public test::BlobStoreFixture {
 
   /// Of the only file that there is, which is removed.
   std::string takeUploaded() const {
-    const auto found = files().list(field("fileName") == "a").get().value();
+    auto found = files().list().get().value();
+    std::erase_if(found, [](const FileRecord& record) { return record.name != "a"; });
     if (found.size() != 1) return std::to_string(found.size()) + " files";
     std::string text;
     const auto got = files().download(found.front().id, into(text)).get();
@@ -173,7 +174,6 @@ class RetryTest : public test::BlobStoreFixture {
     const auto outcome = handle.get();
     ASSERT_TRUE(outcome) << outcome.error().message;
     EXPECT_EQ(handle.progress().attempt, 1);
-    server_->clearFaults();
     EXPECT_TRUE(work.result() == work.expected);
   }
   [[nodiscard]] std::size_t withStatus(int status) const {
@@ -224,6 +224,7 @@ TEST_F(RetryTest, GetsOverFailuresOfTheMoment) {
       const auto outcome = handle.get();
       EXPECT_EQ(withStatus(*wanted.action.status), wanted.count);
       expectDone(work, handle);
+      server_->clearFaults();
     }
   }
 }
@@ -231,15 +232,14 @@ TEST_F(RetryTest, GetsOverFailuresOfTheMoment) {
 TEST_F(RetryTest, GetsOverAConnectionThatBreaksAtEachTenthRequest) {
   for (const Work& work : works()) {
     SCOPED_TRACE(work.name);
-    for (int round = 0; round < 6; ++round) {
-      for (std::uint64_t tenth = 9 - static_cast<std::uint64_t>(round); tenth < 60; tenth += 10) {
-        FaultMatch match = work.match;
-        match.skip = tenth % 7;
-        match.count = 1;
-        server_->addFault({.match = match, .action = {.drop = true}});
-      }
-      expectDone(work, work.begin(kShort));
+    for (std::uint64_t before = 9; before < 100; before += 10) {
+      FaultMatch match = work.match;
+      match.skip = before;
+      match.count = 2;  // the transport itself sends a request again whose kept connection breaks
+      server_->addFault({.match = match, .action = {.drop = true}});
     }
+    for (int round = 0; round < 12; ++round) expectDone(work, work.begin(kShort));
+    server_->clearFaults();
   }
 }
 
@@ -285,11 +285,8 @@ TEST_F(RetryTest, DownloadWithoutAVersionBeginsAnewButNeverForASink) {
   std::string text;
   const auto outcome = files().download(id, into(text)).get();
   EXPECT_EQ(text, content_.substr(0, text.size()));
-  if (outcome) {  // none of its bytes was handed over when the connection broke
-    EXPECT_EQ(text.size(), content_.size());
-  } else {
-    EXPECT_EQ(outcome.error().kind, Kind::kNoConnection);
-  }
+  // It begins anew only where none of its bytes was handed over when the connection broke.
+  EXPECT_TRUE(outcome ? text == content_ : outcome.error().kind == Kind::kNoConnection);
 }
 
 TEST_F(RetryTest, PartThatIsCutIsAskedForAgainAndNoOther) {
@@ -337,7 +334,9 @@ TEST_F(RetryTest, RecordIsMadeOnceWhateverHappensToItsCreation) {
     }
     server_->clearFaults();
     EXPECT_EQ(files().list().get()->size(), wanted.failure ? 0U : 1U);
-    if (!wanted.failure) EXPECT_TRUE(takeUploaded() == content_);
+    if (!wanted.failure) {
+      EXPECT_TRUE(takeUploaded() == content_);
+    }
   }
 }
 
