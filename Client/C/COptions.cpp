@@ -42,8 +42,8 @@ std::function<void(const LogRecord&)> logOf(varo_log_fn log, std::shared_ptr<Use
 }
 
 void setRetry(const varo_options& given, Retry& retry) {
-  const auto set = [](std::int64_t given, std::chrono::milliseconds& wait) {
-    if (given != 0) wait = std::chrono::milliseconds(given);
+  const auto set = [](std::int64_t milliseconds, std::chrono::milliseconds& wait) {
+    if (milliseconds != 0) wait = std::chrono::milliseconds(milliseconds);
   };
   if (given.retry_attempts != 0) retry.attempts = given.retry_attempts;
   set(given.retry_first_wait_ms, retry.firstWait);

@@ -23,7 +23,6 @@ using sandbox::FaultMatch;
 using test::contentOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 
 constexpr std::uint64_t kFileSize = 300'000;
