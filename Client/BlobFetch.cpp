@@ -71,7 +71,7 @@ bool isHalt(const ErrorPtr& error) {
 
 BlobFetch::BlobFetch(std::shared_ptr<BlobStoreCore> core, BlobRef blob,
                      std::shared_ptr<Fetching> running, std::function<void()> rested)
-    : Operation(core->client().places()),
+    : Operation(core->client()),
       core_(std::move(core)),
       blob_(std::move(blob)),
       about_("fetch of the blob " + describe(blob_)),
@@ -88,7 +88,7 @@ void BlobFetch::launch(std::uint64_t run,
   }
   Outcome<Dictionary> headers = core_->client().headers();
   if (!headers) return failed(run, std::move(headers).error());
-  const auto download = makeDownload(prepared->id, *headers);
+  const auto download = makeDownload(run, prepared->id, *headers);
   const auto self = std::static_pointer_cast<BlobFetch>(shared_from_this());
   download->start([self, run, stop = cancellation->token()](
                       const auto& /*id*/, const ErrorPtr& error, const auto& result) {
@@ -98,10 +98,11 @@ void BlobFetch::launch(std::uint64_t run,
   haltOn(run, cancellation->token(), download);
 }
 
-std::shared_ptr<BlobDownload> BlobFetch::makeDownload(const std::string& id,
+std::shared_ptr<BlobDownload> BlobFetch::makeDownload(std::uint64_t run, const std::string& id,
                                                       const Dictionary& headers) {
   const auto settings = core_->client().settings();
   core_->database()->direct(*settings);
+  direct(run, *settings);
   Dictionary configuration = configurationOf(*core_, blob_, headers);
   configuration.set(binary::kOnChunkDownloadCompleted,
                     std::make_shared<binary::OnChunkDownloadCompleted>(

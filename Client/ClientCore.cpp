@@ -6,6 +6,7 @@
 #include "Client/ClientLog.h"
 #include "Client/ClientTransport.h"
 #include "Client/Failures.h"
+#include "Client/Retries.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
@@ -87,6 +88,26 @@ std::optional<std::string> mistakeInLine(const Options& options) {
   return std::nullopt;
 }
 
+constexpr int kMostAttempts = 100;
+/// Sums of such waits stay far within the clock.
+constexpr std::chrono::hours kMostWait{24};
+
+/// None, or what is wrong with it.
+std::optional<std::string> mistakeIn(const Retry& retry) {
+  if (retry.attempts < 1 || retry.attempts > kMostAttempts) {
+    return fmt::format("retry.attempts is {}, not from 1 to {}", retry.attempts, kMostAttempts);
+  }
+  if (retry.firstWait.count() < 0) return "retry.firstWait is negative";
+  if (retry.longestWait < retry.firstWait || retry.longestWait > kMostWait) {
+    return "retry.longestWait is not from retry.firstWait to 24 h";
+  }
+  if (retry.longestRetryAfter.count() < 0 || retry.longestRetryAfter > kMostWait) {
+    return "retry.longestRetryAfter is not from 0 to 24 h";
+  }
+  if (retry.budget.count() < 0) return "retry.budget is negative";
+  return std::nullopt;
+}
+
 /// None, or what is wrong with the options.
 std::optional<Failure> mistakeIn(const Options& options) {
   const auto wrong = [](std::string what) {
@@ -110,6 +131,7 @@ std::optional<Failure> mistakeIn(const Options& options) {
   }
   if (options.connectTimeout.count() <= 0) return wrong("connectTimeout is not positive");
   if (options.stallTimeout.count() <= 0) return wrong("stallTimeout is not positive");
+  if (auto mistake = mistakeIn(options.retry)) return wrong(*std::move(mistake));
   for (const auto& [name, value] : options.headers) {
     if (auto checked = platform::checkHeader(name, value); !checked) {
       return wrong("headers: " + checked.error()->localizedDescription());
@@ -164,6 +186,8 @@ std::shared_ptr<OperationSettings> ClientCore::settings() const {
   auto settings = std::make_shared<OperationSettings>();
   settings->policy = binary::TransferPolicy::kSafe;
   settings->transport = transport_;
+  settings->retry = policyFrom(options_.retry);
+  settings->retryBudget = std::make_shared<platform::RetryBudget>(options_.retry.budget);
   return settings;
 }
 

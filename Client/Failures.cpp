@@ -5,8 +5,10 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ToldFailure.h"
 #include "Platform/Database/DatabaseError.h"
+#include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/RetryPolicy.h"
 #include "Platform/Network/TransportFailure.h"
 
 #include <fmt/format.h>
@@ -85,8 +87,6 @@ namespace {
 
 /// Of the body of a response.
 constexpr std::size_t kExcerpt = 1024;
-/// A server that asks for more is not waited for.
-constexpr std::int64_t kLongestRetryAfter = std::int64_t{24} * 60 * 60;
 
 Kind kindOf(TransportFailure failure) {
   switch (failure) {
@@ -250,10 +250,8 @@ void addResponse(const ToldFailure& told, Failure& failure) {
   }
   failure.responseExcerpt = told.userInfo[binary::kResponseBody].textValue().substr(0, kExcerpt);
   const Dictionary headers = told.userInfo[binary::kResponseHeaders].dictionaryValue();
-  const auto wait = platform::parseInteger(header(headers, "Retry-After").value_or(""));
-  if (wait && *wait >= 0) {
-    failure.retryAfter = std::chrono::seconds(std::min(*wait, kLongestRetryAfter));
-  }
+  failure.retryAfter = platform::retryAfterFrom(header(headers, "Retry-After").value_or(""),
+                                                platform::Clock::system().now());
   failure.requestId = header(headers, "X-Pelmar-RequestId").value_or("");
 }
 

@@ -14,8 +14,8 @@
 
 namespace varo::detail {
 
-/// A download over all its runs. What has been received stays over a pause; each run looks the file
-/// up and asks for what is missing.
+/// A download over all its runs. What has been received stays over a pause and over a failure of
+/// the connection; each run looks the file up and asks for what is missing.
 class FileDownload final : public FileCall<std::filesystem::path> {
  public:
   FileDownload(std::string url, FileId id, Destination to, const DownloadOptions& options);
@@ -24,6 +24,7 @@ class FileDownload final : public FileCall<std::filesystem::path> {
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<std::filesystem::path> read(const platform::Dictionary& result) override;
   [[nodiscard]] Failure explain(Failure failure) override;
+  [[nodiscard]] bool canGoOn() const override { return file_ != nullptr && file_->canGoOn(); }
   [[nodiscard]] bool canPause() const override { return true; }
 
  private:

@@ -54,6 +54,8 @@ class FileCall {
       const Failure& /*failure*/) {
     return std::nullopt;
   }
+  /// See `Operation::canGoOn`.
+  [[nodiscard]] virtual bool canGoOn() const { return false; }
   /// Calls `done` with the outcome of a call that has failed, once; may take requests of its own.
   virtual void complete(Failure failure, const std::function<void(Outcome<T>)>& done) {
     done(std::move(failure));
@@ -100,7 +102,7 @@ class FileOperation final : public Operation {
   using CallPtr = std::shared_ptr<FileCall<T>>;
 
   FileOperation(std::shared_ptr<ClientCore> core, CallPtr call, std::shared_ptr<Running<T>> running)
-      : Operation(core->places()),
+      : Operation(*core),
         core_(std::move(core)),
         call_(std::move(call)),
         running_(std::move(running)) {}
@@ -131,6 +133,7 @@ class FileOperation final : public Operation {
     });
     const auto settings = core_->settings();
     settings->cancellation = cancellation->token();
+    direct(run, *settings);
     const FileRun sent{*std::move(headers), settings, callback, cancellation, running_};
     if (Outcome<void> refused = call_->send(sent); !refused) {
       failed(run, std::move(refused).error());
@@ -145,6 +148,7 @@ class FileOperation final : public Operation {
       const Failure& failure) override {
     return call_->runsAgainAfter(failure);
   }
+  [[nodiscard]] bool canGoOn() const override { return call_->canGoOn(); }
   void finish(const platform::Value& result) override {
     running_->end(call_->read(result.dictionaryValue()));
   }

@@ -144,6 +144,8 @@ Outcome<void> FileUpload::send(const FileRun& run) {
     const MutexLock lock(mutex_);
     phase_ = Phase::kPreparing;
     current_ = run.cancellation;
+    noMoreAttempts_ = std::make_shared<Cancellation>();
+    run.settings->noMoreAttempts = noMoreAttempts_->token();
     stopsLater_ = false;
     isStopped_ = false;
   }
@@ -236,20 +238,26 @@ void FileUpload::tellPlace(RunningBase& handle) const {
 void FileUpload::stop(const std::shared_ptr<Cancellation>& run, bool forGood) {
   // A reader is read to its end for a pause: nobody can ask it for its bytes again.
   if (forGood) givenUp_.request_stop();
+  bool cancels = true;
   bool waits = false;
+  std::shared_ptr<Cancellation> noMoreAttempts;
   {
     const MutexLock lock(mutex_);
     if (run == current_) {
-      if (phase_ == Phase::kCommitting && !forGood) return;
+      noMoreAttempts = noMoreAttempts_;
       if (phase_ == Phase::kCreating) {
-        if (std::exchange(stopsLater_, true)) return;
-        waits = true;
+        waits = !std::exchange(stopsLater_, true);
+        cancels = false;
+      } else if (phase_ == Phase::kCommitting && !forGood) {
+        cancels = false;
       } else {
         isStopped_ = true;
       }
     }
   }
-  if (!waits) return run->cancel();
+  if (cancels) return run->cancel();
+  noMoreAttempts->cancel();
+  if (!waits) return;
   platform::Sleeper::shared().wakeAfter(
       kLongestWaitForRecord,
       [weak = std::weak_ptr<Cancellation>(run)](platform::TimerQueue::Reason) {
@@ -301,6 +309,13 @@ void FileUpload::complete(Failure failure, const std::function<void(Outcome<File
   });
 }
 
+/// Of requests that the outcome waits for, and that nothing can stop: they are sent once.
+std::shared_ptr<binary::OperationSettings> FileUpload::settingsAtTheEnd() const {
+  auto settings = core_->settings();
+  settings->retry.reset();
+  return settings;
+}
+
 /// Takes away a record that nobody will commit any more.
 void FileUpload::remove(const FileId& record, const std::function<void(bool isGone)>& done) const {
   const Outcome<Dictionary> headers = core_->headers();
@@ -310,7 +325,7 @@ void FileUpload::remove(const FileId& record, const std::function<void(bool isGo
   callback->setFailureCallback([done](const platform::Value& /*why*/) { done(false); });
   FileStorageManager::sharedInstance().deleteWithUrl(core_->url(), record.text(), Dictionary{},
                                                      *headers, callback,
-                                                     optionsWith(core_->settings()));
+                                                     optionsWith(settingsAtTheEnd()));
 }
 
 /// A service takes no chunks of a file that was committed, and that is what was wanted.
@@ -331,7 +346,7 @@ void FileUpload::lookForCommitted(Failure failure,
       });
   callback->setFailureCallback([failure, done](const platform::Value& /*why*/) { done(failure); });
   FileStorageManager::sharedInstance().listFilesWithUrl(core_->url(), expression, *headers,
-                                                        callback, optionsWith(core_->settings()));
+                                                        callback, optionsWith(settingsAtTheEnd()));
 }
 
 Outcome<FileRecord> FileUpload::read(const Dictionary& result) {

@@ -25,7 +25,8 @@ namespace varo::detail {
 ///        a run that goes on ------+
 ///
 /// A stop that would leave something behind, or in doubt, waits: while the record is created, for
-/// the response that names it; a pause while it is committed, for the end. One that is given up for
+/// the response that names it; a pause while it is committed, for the end. It ends at once where
+/// that request waits to be repeated. One that is given up for
 /// good removes the record. A run that goes on begins at the first chunk that is not known to be
 /// there.
 class FileUpload final : public FileCall<FileRecord>,
@@ -58,6 +59,7 @@ class FileUpload final : public FileCall<FileRecord>,
   void handedOver(RunningBase& handle, std::uint64_t bytesOfRequest);
   void tellPlace(RunningBase& handle) const;
   [[nodiscard]] bool wasRefused(const Failure& failure) const VARO_REQUIRES(mutex_);
+  [[nodiscard]] std::shared_ptr<binary::OperationSettings> settingsAtTheEnd() const;
   void remove(const FileId& record, const std::function<void(bool isGone)>& done) const;
   void lookForCommitted(Failure failure, const std::function<void(Outcome<FileRecord>)>& done);
 
@@ -81,6 +83,8 @@ class FileUpload final : public FileCall<FileRecord>,
   /// To be stopped as soon as the record has a name.
   bool stopsLater_ VARO_GUARDED_BY(mutex_) = false;
   bool isStopped_ VARO_GUARDED_BY(mutex_) = false;
+  /// Of the run: ends the wait for another attempt, and no request.
+  std::shared_ptr<platform::Cancellation> noMoreAttempts_ VARO_GUARDED_BY(mutex_);
   /// The run went on at this byte; none where it made a record.
   std::optional<std::uint64_t> resumedAt_ VARO_GUARDED_BY(mutex_);
   bool hasTakenChunk_ VARO_GUARDED_BY(mutex_) = false;  // the service, in this run

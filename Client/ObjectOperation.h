@@ -57,7 +57,7 @@ class ObjectOperation final : public Operation {
  public:
   ObjectOperation(std::shared_ptr<const ObjectPlace> place, std::shared_ptr<ObjectWork<T>> work,
                   std::shared_ptr<Running<T>> running)
-      : Operation(place->core()->places()),
+      : Operation(*place->core()),
         place_(std::move(place)),
         work_(std::move(work)),
         running_(std::move(running)) {}
@@ -75,8 +75,10 @@ class ObjectOperation final : public Operation {
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
     const auto self = std::static_pointer_cast<ObjectOperation>(this->shared_from_this());
-    auto begun = ObjectRun::begin(place_, {cancellation->token(), givenUp_.get_token()}, running_,
-                                  [self, run](Failure why) { self->failed(run, std::move(why)); });
+    auto begun = ObjectRun::begin(
+        place_, {cancellation->token(), givenUp_.get_token()}, running_,
+        [self, run](Failure why) { self->failed(run, std::move(why)); },
+        [self, run](auto& settings) { self->direct(run, settings); });
     if (!begun) return failed(run, std::move(begun).error());
     work_->run(*begun, [self, run](Outcome<T> outcome) { self->ended(run, std::move(outcome)); });
   }

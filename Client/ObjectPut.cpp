@@ -248,7 +248,8 @@ void ObjectPut::abortUpload(const UploadId& id, Failure failure,
   Failure left = failure;
   left.upload = id;
   const auto run =
-      ObjectRun::begin(place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); });
+      ObjectRun::begin(place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); },
+                       {});  // once: who has cancelled waits for this
   if (!run) return done(std::move(left));
   upload::abort(**run, {key_, id},
                 [done, left, failure = std::move(failure)](const Outcome<void>& aborted) {

@@ -5,8 +5,8 @@
 #include "Client/ObjectAnswers.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Error.h"
-#include "Platform/Network/GuardedSend.h"
 #include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/RequestAttempts.h"
 
 #include <fmt/format.h>
 
@@ -53,22 +53,23 @@ Outcome<HttpResponse> judged(std::optional<HttpResponse> response, const platfor
 Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(std::shared_ptr<const ObjectPlace> place,
                                                            ObjectStops stops,
                                                            std::shared_ptr<RunningBase> running,
-                                                           std::function<void(Failure)> fail) {
+                                                           std::function<void(Failure)> fail,
+                                                           Direct direct) {
   auto access = place->access();
   if (!access) return std::move(access).error();
   return std::make_shared<const ObjectRun>(std::move(place), *std::move(access), std::move(stops),
-                                           std::move(running), std::move(fail));
+                                           std::move(running), std::move(fail), std::move(direct));
 }
 
 ObjectRun::ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access,
                      ObjectStops stops, std::shared_ptr<RunningBase> running,
-                     std::function<void(Failure)> fail)
+                     std::function<void(Failure)> fail, Direct direct)
     : place_(std::move(place)),
       access_(std::move(access)),
-      transport_(place_->core()->settings()->transport),
       stops_(std::move(stops)),
       running_(std::move(running)),
-      fail_(std::move(fail)) {}
+      fail_(std::move(fail)),
+      direct_(std::move(direct)) {}
 
 void ObjectRun::send(ObjectRequest request, const std::stop_token& cancellation,
                      Answer answer) const {
@@ -76,8 +77,9 @@ void ObjectRun::send(ObjectRequest request, const std::stop_token& cancellation,
   auto encodedRequest = encoded(std::move(request), cancellation);
   if (!encodedRequest) return answer(std::move(encodedRequest).error());
   const std::string secret = access_.keys ? access_.keys->sessionToken : std::string();
-  static_cast<void>(platform::sendGuarded(
-      *transport_, *std::move(encodedRequest), cancellation,
+  const auto with = settings(cancellation);
+  static_cast<void>(platform::sendAttempts(
+      with->transport, *std::move(encodedRequest), with,
       [asked = std::move(asked), secret, answer = std::move(answer), fail = fail_](
           std::optional<HttpResponse> response, const platform::ErrorPtr& error) {
         try {
@@ -86,6 +88,19 @@ void ObjectRun::send(ObjectRequest request, const std::stop_token& cancellation,
           fail(failureOf(Kind::kOther, fmt::format("{}: {}", asked.about, thrown.what())));
         }
       }));
+}
+
+std::shared_ptr<binary::OperationSettings> ObjectRun::settings(
+    const std::stop_token& cancellation) const {
+  auto settings = place_->core()->settings();
+  settings->cancellation = cancellation;
+  settings->noMoreAttempts = stops_.run;
+  if (direct_ != nullptr) {
+    direct_(*settings);
+  } else {
+    settings->retry.reset();
+  }
+  return settings;
 }
 
 Outcome<HttpRequest> ObjectRun::encoded(ObjectRequest request,

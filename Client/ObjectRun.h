@@ -47,23 +47,29 @@ struct ObjectStops {
 class ObjectRun {
  public:
   using Answer = std::function<void(Outcome<platform::HttpResponse>)>;
+  using Direct = std::function<void(platform::RequestSettings& settings)>;
 
   /// Asks for the credentials, which are those of the whole run.
   ///
   /// `running` is shown the progress. `fail` ends the run: it is called where what an answer was
-  /// told to has thrown, so that there is an end.
+  /// told to has thrown, so that there is an end. `direct` completes the settings of each request;
+  /// without one a request is sent once.
   [[nodiscard]] static Outcome<std::shared_ptr<const ObjectRun>> begin(
       std::shared_ptr<const ObjectPlace> place, ObjectStops stops,
-      std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail);
+      std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail, Direct direct);
 
   ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access, ObjectStops stops,
-            std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail);
+            std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail, Direct direct);
 
-  /// Signs and sends a request. `answer` is called once, with a response of status 2xx or
-  /// `alsoGood`, or with the failure: here, or on a thread of the pool. Reads the body once before,
-  /// for its digest.
+  /// Signs and sends a request, again where it fails for the moment and the run was not stopped;
+  /// `cancellation` stops it in the middle, too. `answer` is called once, with a response of status
+  /// 2xx or `alsoGood`, or with the failure: here, or on a thread of the pool. Reads the body once
+  /// before, for its digest.
   void send(ObjectRequest request, const std::stop_token& cancellation, Answer answer) const;
 
+  /// Those of a request of this run, which `cancellation` stops.
+  [[nodiscard]] std::shared_ptr<binary::OperationSettings> settings(
+      const std::stop_token& cancellation) const;
   [[nodiscard]] const std::stop_token& cancellation() const noexcept { return stops_.run; }
   /// Not stopped by a pause: for what cannot be begun anew, such as a reader.
   [[nodiscard]] const std::stop_token& givenUp() const noexcept { return stops_.forGood; }
@@ -76,10 +82,10 @@ class ObjectRun {
 
   const std::shared_ptr<const ObjectPlace> place_;
   const ObjectAccess access_;
-  const std::shared_ptr<platform::HttpTransport> transport_;
   const ObjectStops stops_;
   const std::shared_ptr<RunningBase> running_;
   const std::function<void(Failure)> fail_;
+  const Direct direct_;
 };
 
 using ObjectRunPtr = std::shared_ptr<const ObjectRun>;

@@ -1,10 +1,14 @@
 #include "Client/Operation.h"
 
+#include "Client/ClientCore.h"
 #include "Client/Failures.h"
 #include "Client/Places.h"
 #include "Client/Running.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Sleeper.h"
+#include "Platform/Network/RequestSettings.h"
+
+#include <fmt/format.h>
 
 #include <exception>
 #include <utility>
@@ -13,7 +17,21 @@ namespace varo::detail {
 
 using platform::MutexLock;
 
-Operation::Operation(std::shared_ptr<Places> places) : places_(std::move(places)) {}
+namespace {
+
+void addAttempts(Failure& failure, int attempts) noexcept {
+  if (attempts == 1) return;
+  try {
+    failure.message += fmt::format(" (after {} attempts)", attempts);
+  } catch (const std::exception&) {
+    // There is no memory for it; what has failed is told.
+  }
+}
+
+}  // namespace
+
+Operation::Operation(const ClientCore& core)
+    : places_(core.places()), retries_(core.options().retry), retryBudget_(retries_.budget()) {}
 
 Failure Operation::cancelled() {
   return failureOf(Kind::kCancelled, running().about() + ": The operation was cancelled.");
@@ -34,6 +52,7 @@ void Operation::start() noexcept {
     if (phase_ == Phase::kWaiting) {
       phase_ = Phase::kRunning;
       run = ++run_;
+      retries_.runBegins();
       running().enter(State::kRunning);
     }
   }
@@ -113,6 +132,63 @@ void Operation::resume() {
   begin();
 }
 
+// What requests tell of their retries.
+
+void Operation::direct(std::uint64_t run, platform::RequestSettings& settings) {
+  const auto tell = [weak = weak_from_this()](auto told) {
+    if (const auto self = weak.lock()) told(*self);
+  };
+  settings.retryBudget = retryBudget_;
+  settings.onRetry = [tell, run](int attempt, std::chrono::milliseconds /*wait*/) {
+    tell([run, attempt](Operation& self) { self.requestWaits(run, attempt); });
+  };
+  settings.onWaited = [tell, run] { tell([run](Operation& self) { self.requestHasWaited(run); }); };
+  settings.onRecovered = [tell, run] {
+    tell([run](Operation& self) { self.requestRecovered(run); });
+  };
+}
+
+bool Operation::isUnderWay(std::uint64_t run) const {
+  return run == run_ && (phase_ == Phase::kRunning || phase_ == Phase::kPausing);
+}
+
+void Operation::requestWaits(std::uint64_t run, int attempt) {
+  {
+    const MutexLock lock(mutex_);
+    if (!isUnderWay(run)) return;
+    retries_.requestWaits(attempt, running().progress().done);
+    running().backsOff(attempt);
+  }
+  running().show();
+}
+
+void Operation::requestHasWaited(std::uint64_t run) {
+  const MutexLock lock(mutex_);
+  if (!isUnderWay(run)) return;
+  retries_.requestHasWaited();
+  if (!retries_.isWaiting()) running().enter(State::kRunning);
+}
+
+void Operation::requestRecovered(std::uint64_t run) {
+  const MutexLock lock(mutex_);
+  if (isUnderWay(run)) running().tries(1);
+}
+
+// A run that has failed, and the next one.
+
+std::optional<std::chrono::milliseconds> Operation::waitAfter(std::uint64_t run,
+                                                              const Failure& failure) {
+  if (const auto wait = runsAgainAfter(failure)) return wait;
+  const bool isOfConnection = failure.kind == Kind::kNoConnection || failure.kind == Kind::kTimeout;
+  if (!isOfConnection || failure.httpStatus || !canGoOn()) return std::nullopt;
+  const MutexLock lock(mutex_);
+  if (!isUnderWay(run)) return std::nullopt;
+  const auto next = retries_.nextRun(running().progress().done);
+  if (!next) return std::nullopt;
+  running().tries(next->attempt);
+  return next->wait;
+}
+
 void Operation::backOff(std::uint64_t run, std::chrono::milliseconds wait) {
   try {
     platform::Sleeper::shared().wakeAfter(
@@ -134,7 +210,7 @@ void Operation::wake(std::uint64_t run) {
 
 Operation::RunEnd Operation::endRun(std::uint64_t run, bool wasStopped, bool again) {
   const MutexLock lock(mutex_);
-  if (run != run_ || (phase_ != Phase::kRunning && phase_ != Phase::kPausing)) return RunEnd::kLate;
+  if (!isUnderWay(run)) return RunEnd::kLate;
   const bool isPause = phase_ == Phase::kPausing && (wasStopped || again) && !cancelled_;
   const bool isAgain = again && phase_ == Phase::kRunning && !cancelled_;
   if (!isPause && !isAgain) {
@@ -157,11 +233,14 @@ void Operation::succeeded(std::uint64_t run, const platform::Value& result) noex
 
 void Operation::failed(std::uint64_t run, Failure failure) noexcept {
   const bool wasStopped = failure.kind == Kind::kCancelled;
-  const auto wait = wasStopped ? std::nullopt : runsAgainAfter(failure);
+  const auto wait = wasStopped ? std::nullopt : waitAfter(run, failure);
   const RunEnd end = endRun(run, wasStopped, wait.has_value());
   if (end == RunEnd::kLate) return;
   places_->giveBack(shared_from_this());
-  if (end == RunEnd::kEnd) return finish(std::move(failure));
+  if (end == RunEnd::kEnd) {
+    if (!wasStopped) addAttempts(failure, running().progress().attempt);
+    return finish(std::move(failure));
+  }
   if (end == RunEnd::kPauseAndResume) resume();
   if (end == RunEnd::kBackOff) backOff(run, *wait);
 }

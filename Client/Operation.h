@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Client/Control.h"
+#include "Client/Retries.h"
 #include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
@@ -12,8 +13,13 @@
 #include <optional>
 #include <string>
 
+namespace varo::platform {
+class RequestSettings;
+}  // namespace varo::platform
+
 namespace varo::detail {
 
+class ClientCore;
 class Places;
 class RunningBase;
 
@@ -26,14 +32,15 @@ class RunningBase;
 ///
 /// A pause ends the run: its request is cancelled, and what that tells is taken for the pause. A
 /// resume waits for a place again and begins another run. A run that has failed may be followed by
-/// another as well: then it is paused until a timer resumes it.
+/// another as well: then it is paused until a timer resumes it. The handle is told that it backs
+/// off then, and while a request of a run waits to be repeated.
 ///
 /// Runs are numbered, so that what an earlier one tells late changes nothing. Thread-safe. Nothing
 /// is called with the lock held but `Running::enter`, so that the handle sees the phases in their
 /// order.
 class Operation : public Control, public std::enable_shared_from_this<Operation> {
  public:
-  explicit Operation(std::shared_ptr<Places> places);
+  explicit Operation(const ClientCore& core);
 
   void cancel() final;
   void pause() final;
@@ -51,6 +58,9 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   /// number of the run, from any thread, here too.
   virtual void launch(std::uint64_t run,
                       const std::shared_ptr<platform::Cancellation>& cancellation) = 0;
+  /// To be called with the settings of each request of a run: they share the waits of the
+  /// operation, and the handle is told of them.
+  void direct(std::uint64_t run, platform::RequestSettings& settings);
   void succeeded(std::uint64_t run, const platform::Value& result) noexcept;
   void failed(std::uint64_t run, Failure failure) noexcept;
 
@@ -66,6 +76,9 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
       const Failure& /*failure*/) {
     return std::nullopt;
   }
+  /// Whether another run goes on where one was cut off by a failure of the connection. What can be
+  /// repeated as a request was, before.
+  [[nodiscard]] virtual bool canGoOn() const { return false; }
   /// The end, once: turns what was told into the outcome.
   virtual void finish(const platform::Value& result) = 0;
   virtual void finish(Failure failure) = 0;
@@ -76,6 +89,13 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
 
   enum class RunEnd { kLate, kPause, kPauseAndResume, kBackOff, kEnd };
 
+  /// What follows a run that has failed.
+  [[nodiscard]] std::optional<std::chrono::milliseconds> waitAfter(std::uint64_t run,
+                                                                   const Failure& failure);
+  void requestWaits(std::uint64_t run, int attempt);
+  void requestHasWaited(std::uint64_t run);
+  void requestRecovered(std::uint64_t run);
+  [[nodiscard]] bool isUnderWay(std::uint64_t run) const VARO_REQUIRES(mutex_);
   [[nodiscard]] Failure cancelled();
   void backOff(std::uint64_t run, std::chrono::milliseconds wait);
   void wake(std::uint64_t run);
@@ -94,6 +114,8 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   bool backsOff_ VARO_GUARDED_BY(mutex_) = false;
   bool cancelled_ VARO_GUARDED_BY(mutex_) = false;
   std::uint64_t run_ VARO_GUARDED_BY(mutex_) = 0;
+  Retries retries_ VARO_GUARDED_BY(mutex_);
+  const std::shared_ptr<platform::RetryBudget> retryBudget_;
   /// Of the run; null before it has one.
   std::shared_ptr<platform::Cancellation> cancellation_ VARO_GUARDED_BY(mutex_);
 };

@@ -170,6 +170,11 @@ Result<PartialFile::Count> PartialFile::write(std::uint64_t run, std::string_vie
   return Count{bytes_->size(), total_.value_or(0)};
 }
 
+bool PartialFile::canGoOn() const {
+  const MutexLock lock(mutex_);
+  return !handedOut_ || !entityTag_.empty();
+}
+
 bool PartialFile::isComplete() const {
   const MutexLock lock(mutex_);
   return total_ && bytes_->size() == *total_;

@@ -41,6 +41,9 @@ class PartialFile : public std::enable_shared_from_this<PartialFile> {
   };
   [[nodiscard]] Run beginRun(OnBytes onBytes);
 
+  /// Whether another run can get what is missing: nothing was handed out yet, or it can be told
+  /// that the bytes are still those of the same object.
+  [[nodiscard]] bool canGoOn() const;
   /// Whether nothing is missing.
   [[nodiscard]] bool isComplete() const;
   /// What was wrong with the bytes, where something was.

@@ -127,16 +127,37 @@ void RunningBase::enter(State state) {
   }
 }
 
+void RunningBase::backsOff(int attempt) {
+  const MutexLock lock(mutex_);
+  if (state_ == State::kDone) return;
+  state_ = State::kBackingOff;
+  progress_.attempt = attempt;
+}
+
+void RunningBase::tries(int attempt) {
+  const MutexLock lock(mutex_);
+  if (state_ != State::kDone) progress_.attempt = attempt;
+}
+
 void RunningBase::reached(std::uint64_t done, std::uint64_t total) {
-  std::chrono::nanoseconds early{0};
   {
     const MutexLock lock(mutex_);
     if (state_ == State::kDone) return;
-    const auto now = clock_.steadyNow();
+    // While one request waits, the bytes are those of others.
+    if (done > progress_.done && state_ == State::kRunning) progress_.attempt = 1;
     progress_.done = std::max(progress_.done, done);
     progress_.total = std::max(total, total == 0 ? total : progress_.done);
-    measureRateLocked(now);
-    if (onProgress_ == nullptr || laterIsDue_) return;
+    measureRateLocked(clock_.steadyNow());
+  }
+  show();
+}
+
+void RunningBase::show() {
+  std::chrono::nanoseconds early{0};
+  {
+    const MutexLock lock(mutex_);
+    if (state_ == State::kDone || onProgress_ == nullptr || laterIsDue_) return;
+    const auto now = clock_.steadyNow();
     early = kBetweenProgress - (now - shown_);
     if (early.count() > 0) {
       laterIsDue_ = true;

@@ -64,6 +64,12 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   void drivenBy(std::shared_ptr<Control> control);
   /// No effect after the end.
   void enter(State state);
+  /// A request waits for this attempt.
+  void backsOff(int attempt);
+  /// The number of the attempt.
+  void tries(int attempt);
+  /// Has the progress shown to the application, at once or when it is time.
+  void show();
   /// Bytes; a number that is smaller than the last one counts as that one. `total` 0: not known.
   void reached(std::uint64_t done, std::uint64_t total);
   /// Has `work` called as a callback, in its turn, unless the handle is gone by then.

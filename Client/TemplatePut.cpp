@@ -49,9 +49,7 @@ void TemplatePut::run(const ObjectRunPtr& run, End end) {
   if (data.empty()) {
     return end(failureOf(Kind::kInvalidArgument, about() + ": the source has no bytes"));
   }
-  const auto settings = place_->core()->settings();
-  settings->cancellation = run->cancellation();
-  Dictionary options = optionsWith(settings);
+  Dictionary options = optionsWith(run->settings(run->cancellation()));
   Dictionary headers = run->access().headers;
   if (!run->access().token.empty()) {
     headers.set(binary::kVaroAuthorization, run->access().token);

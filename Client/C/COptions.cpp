@@ -87,6 +87,17 @@ std::optional<Failure> takeLine(const varo_options& given, Options& options) {
   return std::nullopt;
 }
 
+void setRetry(const varo_options& given, Retry& retry) {
+  const auto set = [](std::int64_t milliseconds, std::chrono::milliseconds& wait) {
+    if (milliseconds != 0) wait = std::chrono::milliseconds(milliseconds);
+  };
+  if (given.retry_attempts != 0) retry.attempts = given.retry_attempts;
+  set(given.retry_first_wait_ms, retry.firstWait);
+  set(given.retry_longest_wait_ms, retry.longestWait);
+  set(given.retry_longest_retry_after_ms, retry.longestRetryAfter);
+  set(given.retry_budget_ms, retry.budget);
+}
+
 static_assert(static_cast<int>(LogLevel::kTrace) + 1 == VARO_LOG_TRACE);
 static_assert(static_cast<int>(LogLevel::kFatal) + 1 == VARO_LOG_FATAL);
 
@@ -114,6 +125,7 @@ Outcome<GivenOptions> optionsFrom(const varo_options* from) {
   if (given.stall_timeout_ms != 0) {
     options.stallTimeout = std::chrono::milliseconds(given.stall_timeout_ms);
   }
+  setRetry(given, options.retry);
   options.credentials = providerOf(given.credentials, made.user);
   options.log = logOf(given.log, made.user);
   if (given.log_level < VARO_LOG_DEFAULT || given.log_level > VARO_LOG_FATAL) {

@@ -71,6 +71,9 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
     watch_.emplace(settings_->cancellation, [weak = weak_from_this()] {
       if (const auto self = weak.lock()) self->cancel();
     });
+    watchRepeats_.emplace(settings_->noMoreAttempts, [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->stopRepeating();
+    });
     attempt();
   }
 
@@ -88,6 +91,15 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   }
 
  private:
+  void stopRepeating() {
+    {
+      const MutexLock lock(mutex_);
+      isLast_ = true;
+      if (!std::exchange(isWaiting_, false)) return;
+    }
+    endCancelled();
+  }
+
   void attempt() {
     HttpRequest request = request_;
     if (settings_->authorizer != nullptr) {
@@ -155,11 +167,12 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
 
   void waitFor(milliseconds wait) {
     ++number_;
+    waitIsTold_ = true;
     if (settings_->onRetry != nullptr) settings_->onRetry(number_, wait);
     bool waits = false;
     {
       const MutexLock lock(mutex_);
-      waits = isWaiting_ = !isCancelled_;
+      waits = isWaiting_ = !isCancelled_ && !isLast_;
     }
     if (!waits) return endCancelled();
     try {
@@ -178,6 +191,10 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
     return std::exchange(isWaiting_, false);
   }
 
+  void tellWaited() {
+    if (std::exchange(waitIsTold_, false) && settings_->onWaited != nullptr) settings_->onWaited();
+  }
+
   /// On the timers' thread, which must not be held up.
   void wake(int number, TimerQueue::Reason reason) {
     {
@@ -191,6 +208,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
     }
     Runtime::shared().pool().postOrRun([self = shared_from_this()] {
       try {
+        self->tellWaited();
         self->attempt();
       } catch (const std::exception& failure) {
         self->end(std::nullopt, noResources(failure));
@@ -211,6 +229,11 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
     const HttpCompletion completion = std::exchange(completion_, nullptr);
     request_ = {};  // a timer may keep this for a while
     watch_.reset();
+    watchRepeats_.reset();
+    tellWaited();
+    constexpr int kFirstRefusal = 400;
+    const bool isGood = response && response->status < kFirstRefusal;
+    if (number_ > 1 && isGood && settings_->onRecovered != nullptr) settings_->onRecovered();
     completion(std::move(response), std::move(error));
   }
 
@@ -237,11 +260,14 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   HttpCompletion completion_;
   int number_ = 1;  // of the attempt; changes before a wait only
   bool hasRenewed_ = false;
+  bool waitIsTold_ = false;  // and its end is not
   /// Set before the first attempt, gone with the end.
   std::optional<std::stop_callback<std::function<void()>>> watch_;
+  std::optional<std::stop_callback<std::function<void()>>> watchRepeats_;
 
   Mutex mutex_;
   bool isCancelled_ VARO_GUARDED_BY(mutex_) = false;
+  bool isLast_ VARO_GUARDED_BY(mutex_) = false;  // the attempt that is under way
   bool isWaiting_ VARO_GUARDED_BY(mutex_) = false;
   /// Changes when an attempt is sent and when it has ended.
   std::uint64_t sent_ VARO_GUARDED_BY(mutex_) = 0;

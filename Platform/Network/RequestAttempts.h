@@ -28,7 +28,8 @@ struct AttemptTools {
 ///   that has begun to receive, none is: whoever has the bytes knows where to go on.
 /// - A wait holds no thread. The cancellation of the settings, and `cancel` of what is returned,
 /// end
-///   it at once, with `HttpTransportError::kCancelled`; the shutdown with `kShutDown`.
+///   it at once, with `HttpTransportError::kCancelled`; the shutdown with `kShutDown`. So does
+///   `RequestSettings::noMoreAttempts`, which leaves an attempt alone.
 ///
 /// Returns what cancels it; never null. Throws only `std::bad_alloc`, and then nothing was sent and
 /// the completion is not called. Thread-safe.

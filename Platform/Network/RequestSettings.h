@@ -58,12 +58,20 @@ class RequestSettings : public Object {
   std::optional<std::chrono::milliseconds> stallTimeout;
   /// Ends the request with `HttpTransportError::kCancelled` when a stop is requested.
   std::stop_token cancellation;
+  /// Ends the request with `kCancelled`, too, but lets an attempt that is under way come to its
+  /// end: for what must not be given up halfway.
+  std::stop_token noMoreAttempts;
   /// When a request that has failed is sent again; none: never.
   std::optional<RetryPolicy> retry;
   /// Of the whole operation; null for no limit.
   std::shared_ptr<RetryBudget> retryBudget;
   /// Told of an attempt before its wait begins: its number, from 2 on. On a thread of the pool.
   std::function<void(int attempt, std::chrono::milliseconds wait)> onRetry;
+  /// Told once after each `onRetry`, when that wait has ended, whatever has ended it. Throws
+  /// nothing.
+  std::function<void()> onWaited;
+  /// Told when a request that was repeated has got a status below 400. Throws nothing.
+  std::function<void()> onRecovered;
   /// Null: requests go as they are.
   std::shared_ptr<RequestAuthorizer> authorizer;
   /// `HttpRequest::onSent` of every request.

@@ -80,19 +80,23 @@ bool isWorthRepeating(Repeat repeat, const HttpResponse* response, const Error* 
   return repeat == Repeat::kAlways || error->userInfo()[kErrorNotSentKey].boolValue();
 }
 
+std::optional<milliseconds> retryAfterFrom(std::string_view value,
+                                           std::chrono::system_clock::time_point now) {
+  constexpr std::int64_t kLongest = std::int64_t{24} * 60 * 60;
+  const std::string_view text = trimmed(value);
+  if (const auto seconds = parseInteger(text); seconds && *seconds >= 0) {
+    return std::chrono::seconds(std::min(*seconds, kLongest));
+  }
+  const auto date = httpTime(text);
+  if (!date) return std::nullopt;
+  const auto wait = std::chrono::ceil<milliseconds>(*date - now);
+  return std::clamp<milliseconds>(wait, milliseconds(0), std::chrono::seconds(kLongest));
+}
+
 std::optional<milliseconds> retryAfterOf(const HttpResponse& response,
                                          std::chrono::system_clock::time_point now) {
-  constexpr std::int64_t kLongest = std::int64_t{24} * 60 * 60;
   for (const HttpHeader& header : response.headers) {
-    if (!equalIgnoringCase(header.name, "Retry-After")) continue;
-    const std::string_view text = trimmed(header.value);
-    if (const auto seconds = parseInteger(text); seconds && *seconds >= 0) {
-      return std::chrono::seconds(std::min(*seconds, kLongest));
-    }
-    const auto date = httpTime(text);
-    if (!date) return std::nullopt;
-    const auto wait = std::chrono::ceil<milliseconds>(*date - now);
-    return std::clamp<milliseconds>(wait, milliseconds(0), std::chrono::seconds(kLongest));
+    if (equalIgnoringCase(header.name, "Retry-After")) return retryAfterFrom(header.value, now);
   }
   return std::nullopt;
 }

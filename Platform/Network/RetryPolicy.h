@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string_view>
 
 namespace varo::platform {
 
@@ -49,8 +50,12 @@ class RetryBudget {
 [[nodiscard]] bool isWorthRepeating(Repeat repeat, const HttpResponse* response,
                                     const Error* error);
 
-/// What "Retry-After" says (RFC 9110, section 10.2.3), in seconds or as a date that `now` is
-/// compared with; none where it says nothing that can be read. Never negative, at most a day.
+/// What the value of a "Retry-After" says (RFC 9110, section 10.2.3), in seconds or as a date that
+/// `now` is compared with; none where it says nothing that can be read. Never negative, at most a
+/// day.
+[[nodiscard]] std::optional<std::chrono::milliseconds> retryAfterFrom(
+    std::string_view value, std::chrono::system_clock::time_point now);
+/// The same of a response; none where it has no such header.
 [[nodiscard]] std::optional<std::chrono::milliseconds> retryAfterOf(
     const HttpResponse& response, std::chrono::system_clock::time_point now);
 

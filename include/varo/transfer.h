@@ -24,7 +24,7 @@ struct Progress {
   double bytesPerSecond = 0;
   /// None where total or rate are not known.
   std::optional<std::chrono::seconds> left = {};
-  /// 1 for the first.
+  /// Of the request that failed last: 1 for the first, and again once one succeeds or bytes come.
   int attempt = 1;
 };
 
@@ -32,7 +32,7 @@ enum class State : std::uint8_t {
   kWaiting,     ///< for its turn
   kRunning,     ///< requests are under way
   kPaused,      ///< by `pause`
-  kBackingOff,  ///< waits before the next attempt
+  kBackingOff,  ///< a request waits for its next attempt; others of the transfer may run
   kDone,        ///< has its outcome
 };
 

@@ -37,6 +37,7 @@ class CInterfaceTest : public sandbox::SandboxTest {
     url_ = server_->url();
     options_.size = sizeof options_;
     options_.url = url_.c_str();
+    options_.retry_attempts = 1;
     ASSERT_EQ(varo_files_create(&options_, &files_, nullptr), VARO_OK);
   }
   void TearDown() override { varo_files_free(files_); }
@@ -365,6 +366,35 @@ struct Reports {
     told->place = place;
   }
 };
+
+TEST_F(CInterfaceTest, RequestsAreRepeatedAsTheOptionsSay) {
+  struct Case {
+    int attempts;
+    std::int64_t budget;
+    varo_code listed;
+  };
+  const Case cases[] = {
+      {0, 0, VARO_OK},
+      {2, 0, VARO_OK},
+      {1, 0, VARO_SERVER},
+      {2, -1, VARO_INVALID_ARGUMENT},
+      {-1, 0, VARO_INVALID_ARGUMENT},
+  };
+  for (const Case& wanted : cases) {
+    server_->clearFaults();
+    server_->addFault({.match = {.count = 1}, .action = {.status = 503}});
+    varo_options options = options_;
+    options.retry_attempts = wanted.attempts;
+    options.retry_first_wait_ms = 1;
+    options.retry_budget_ms = wanted.budget;
+    varo_files* files = nullptr;
+    const varo_code created = varo_files_create(&options, &files, nullptr);
+    EXPECT_EQ(created == VARO_OK ? endOf(varo_files_list(files, nullptr, 0)).first : created,
+              wanted.listed)
+        << wanted.attempts;
+    varo_files_free(files);
+  }
+}
 
 TEST_F(CInterfaceTest, UploadGoesOnAtItsPlaceAndMessagesGoToTheLogOfTheirClient) {
   Reports told;

@@ -71,7 +71,10 @@ std::string creation(const std::string& method) {
          method + R"(\"}"})";
 }
 
-FileClient clientOf(Options options) { return FileClient::create(std::move(options)).value(); }
+FileClient clientOf(Options options) {
+  options.retry.attempts = 1;
+  return FileClient::create(std::move(options)).value();
+}
 
 TEST_F(FileClientFailureTest, ConnectionsThatFailNameTheAddress) {
   test::makeTestCertificate(directory_);

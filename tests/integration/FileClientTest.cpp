@@ -157,6 +157,11 @@ TEST_F(FileClientTest, NamesTheOptionThatIsWrong) {
       {[](Options& o) { o.proxy = Proxy{.url = "proxy"}; }, "Options::proxy.url"},
       {[](Options& o) { o.perSecond = 0_B; }, "Options::perSecond"},
       {[](Options& o) { o.userAgent = "a\nb"; }, "Options::userAgent"},
+      {[](Options& o) { o.retry.attempts = 0; }, "Options::retry.attempts is 0"},
+      {[](Options& o) { o.retry.firstWait = -1ms; }, "Options::retry.firstWait"},
+      {[](Options& o) { o.retry.longestWait = 1ms; }, "Options::retry.longestWait"},
+      {[](Options& o) { o.retry.longestRetryAfter = 25h; }, "Options::retry.longestRetryAfter"},
+      {[](Options& o) { o.retry.budget = -1ms; }, "Options::retry.budget"},
   };
   for (const auto& [spoil, words] : cases) {
     Options options{.url = "http://host"};

@@ -217,7 +217,8 @@ class HeldService {
 };
 
 FileClient clientOf(const HeldService& service) {
-  return FileClient::create({.url = service.url(), .chunkSize = 64_KiB}).value();
+  return FileClient::create({.url = service.url(), .chunkSize = 64_KiB, .retry = {.attempts = 1}})
+      .value();
 }
 
 const Source& fourChunks() {

@@ -331,7 +331,7 @@ TEST_F(ObjectStoreTest, TellsWhatAStoreRefuses) {
 
 TEST_F(ObjectStoreTest, UsesTheTemplatesOfAService) {
   const Credentials keys{.token = "t", .accessKey = "sandbox", .secretKey = "sandbox-secret-key"};
-  const Options options{.credentials = [keys] { return keys; }};
+  const Options options{.credentials = [keys] { return keys; }, .retry = {.attempts = 1}};
   const TemplateService cases[] = {
       {.templates = server_->templateUrl(), .store = server_->storeUrl(), .region = "us-east-1"},
       {.templates = server_->templateUrl(),

@@ -57,7 +57,9 @@ class BlobStoreFixture : public sandbox::SandboxTest {
   }
 
   [[nodiscard]] BlobService service(const std::string& name) const {
-    return {.options = {.url = server_->blobUrl(), .parallel = 2},
+    return {.options = {.url = server_->blobUrl(),
+                        .parallel = 2,
+                        .retry = {.attempts = 1}},  // tests look at the first failure
             .scope = name,
             .rangeSize = Bytes(kRange)};
   }

@@ -21,6 +21,7 @@ class FileClientFixture : public sandbox::SandboxTest {
     Options options{.url = server_->url() + "/"};
     if (!token.empty()) options.credentials = [token] { return Credentials{token}; };
     options.chunkSize = 64_KiB;
+    options.retry.attempts = 1;  // tests look at the first failure
     return FileClient::create(options).value();
   }
 

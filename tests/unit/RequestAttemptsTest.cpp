@@ -232,6 +232,53 @@ TEST_F(RequestAttemptsTest, ACancelBetweenTwoAttemptsSendsNoMore) {
   EXPECT_EQ(told.get().text(), "cancelled") << "the transfer itself";
 }
 
+TEST_F(RequestAttemptsTest, NoMoreAttemptsEndsTheWaitAndLeavesTheAttemptThatRuns) {
+  std::stop_source stop;
+  int waited = 0;
+  settings_->noMoreAttempts = stop.get_token();
+  settings_->onWaited = [&] { ++waited; };
+  transport_->answer(status(503));
+  HeldSleeper sleeper;
+  auto waiting = send(request(), sleeper);
+  sleeper.wake.get_future().wait();
+  stop.request_stop();
+  EXPECT_EQ(waiting.get().text(), "cancelled");
+  EXPECT_EQ(waited, 1);
+
+  for (const int answer : {200, 503}) {
+    std::stop_source later;
+    settings_->noMoreAttempts = later.get_token();
+    transport_->hold();
+    transport_->answer(status(answer));
+    auto told = send(request());
+    later.request_stop();
+    transport_->releaseAll();
+    EXPECT_EQ(told.get().text(), answer == 200 ? "200" : "cancelled");
+  }
+  EXPECT_THAT(sleeper_.delays, IsEmpty());
+  EXPECT_EQ(transport_->requestCount(), 3U);
+}
+
+TEST_F(RequestAttemptsTest, TellsWhenAWaitIsOverAndWhenARequestHasRecovered) {
+  std::vector<std::string> told;
+  settings_->onRetry = [&](int attempt, std::chrono::milliseconds) {
+    told.push_back(std::to_string(attempt));
+  };
+  settings_->onWaited = [&] { told.emplace_back("waited"); };
+  settings_->onRecovered = [&] { told.emplace_back("recovered"); };
+  transport_->answer(status(200));
+  EXPECT_EQ(send(request()).get().text(), "200");
+  EXPECT_THAT(told, IsEmpty());
+  for (const int last : {206, 404}) {
+    told.clear();
+    for (const int code : {503, 503, last}) transport_->answer(status(code));
+    EXPECT_EQ(send(request()).get().text(), std::to_string(last));
+    std::vector<std::string> wanted{"2", "waited", "3", "waited"};
+    if (last == 206) wanted.emplace_back("recovered");
+    EXPECT_EQ(told, wanted);
+  }
+}
+
 TEST_F(RequestAttemptsTest, TheShutdownEndsTheWait) {
   sleeper_.reason = TimerQueue::Reason::kShutDown;
   transport_->answer(status(503));

@@ -65,8 +65,11 @@ void UploadTemplateGetterTask::unpackUploadParams(const Dictionary& input) {
 }
 
 void UploadTemplateGetterTask::invokePostCall() {
-  const Dictionary options =
+  Dictionary options =
       OperationSettings::forRequest(settings_, {}, settings_->limitsOf(settings_->limits.small));
+  // It asks, and makes nothing.
+  options.set(platform::kRepeat,
+              std::make_shared<platform::RepeatValue>(platform::Repeat::kAlways));
   // The request holds the task until the response is here; a throw in between ends the task.
   VRONetworkUtility::POST(url_, {}, headers_, RequestType::kJson, uploadParams_, options,
                           [self = self<UploadTemplateGetterTask>()](const std::optional<Data>& data,

@@ -40,6 +40,13 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
   cancellable->resumed = settings->resumed;
   cancellable->onSent = settings->onSent;
   cancellable->rateLimit = settings->rateLimit;
+  cancellable->noMoreAttempts = settings->noMoreAttempts;
+  cancellable->retry = settings->retry;
+  cancellable->retryBudget = settings->retryBudget;
+  cancellable->onRetry = settings->onRetry;
+  cancellable->onWaited = settings->onWaited;
+  cancellable->onRecovered = settings->onRecovered;
+  cancellable->authorizer = settings->authorizer;
   cancellable->cancellation = cancellation->token();
   return cancellable;
 }

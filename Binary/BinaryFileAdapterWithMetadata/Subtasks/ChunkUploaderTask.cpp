@@ -180,6 +180,7 @@ ChunkUploaderTask::ChunkRequest ChunkUploaderTask::makeRequest(const Dictionary&
   request.headers = headers_;
   if (input[keys::kDomain] == Value(kMiddlewareDomain)) {
     generateQueryParamsForCurrentChunk();
+    request.repeat = platform::Repeat::kAlways;  // the service knows it by its number
   } else {
     // Another server: it gets neither the token nor what only the service understands.
     request.headers = BinaryNetworkUtils::withoutHeaders(
@@ -224,7 +225,8 @@ void ChunkUploaderTask::send(const ChunkRequest& request, const std::string& met
   if (isSafe() && !hasBytes && (method == kUploadMethodPut || method == kUploadMethodPost)) {
     return fail(unusableUploadParameter(std::string(kSendsNoBytes) + method));
   }
-  const Dictionary options = requestOptions(settings_->limits.small);
+  Dictionary options = requestOptions(settings_->limits.small);
+  options.set(platform::kRepeat, std::make_shared<platform::RepeatValue>(request.repeat));
   TaskCallback sent = completion(&ChunkUploaderTask::processNetworkResponse);
   if (method == kUploadMethodPut) {
     BinaryNetworkUtils::PUT(*url_, _queryParams, request.headers, request.type, request.rawBody,

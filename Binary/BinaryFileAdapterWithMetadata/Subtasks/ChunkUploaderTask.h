@@ -34,6 +34,8 @@ class ChunkUploaderTask final : public BinaryBaseTask {
     platform::RequestType type = platform::RequestType::kRaw;
     platform::Value rawBody;
     platform::Dictionary multipartBody;
+    /// An outside store may append what it gets.
+    platform::Repeat repeat = platform::Repeat::kUnlessReceived;
   };
 
   void initializeIVars();

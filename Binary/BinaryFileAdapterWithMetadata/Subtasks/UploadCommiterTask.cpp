@@ -79,10 +79,13 @@ void UploadCommiterTask::execute() {
     logger().logError(texts::kMetadataNotJson, error);
     reportFailure(error);
   }
+  Dictionary options = requestOptions(settings_->limits.small);
+  // A PUT that stands for a PATCH: a second commit finds a file that is committed already.
+  options.set(platform::kRepeat,
+              std::make_shared<platform::RepeatValue>(platform::Repeat::kUnlessReceived));
   // A commit that has failed to become JSON still goes out, with no body: the service counts on it.
   BinaryNetworkUtils::PUT(*url_, {}, headers_, RequestType::kJson, body ? Value(*body) : Value(),
-                          requestOptions(settings_->limits.small),
-                          completion(&UploadCommiterTask::processResponse));
+                          options, completion(&UploadCommiterTask::processResponse));
 }
 
 void UploadCommiterTask::processResponse(const Dictionary& response, const NetworkErrorPtr& error) {

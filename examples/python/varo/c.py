@@ -99,7 +99,9 @@ class Options(Sized):
     _fields_ = [("size", c_size_t), ("url", c_char_p), ("headers", POINTER(Pair)), ("header_count", c_size_t),
                 ("ca_file", c_char_p), ("chunk_size", c_uint64), ("parallel", c_int),
                 ("connect_timeout_ms", c_int64), ("stall_timeout_ms", c_int64), ("credentials", CREDENTIALS),
-                ("user", c_void_p), ("free_user", FREE), ("log", LOG), ("log_level", c_int)]
+                ("user", c_void_p), ("free_user", FREE), ("log", LOG), ("log_level", c_int),
+                ("retry_attempts", c_int), ("retry_first_wait_ms", c_int64), ("retry_longest_wait_ms", c_int64),
+                ("retry_longest_retry_after_ms", c_int64), ("retry_budget_ms", c_int64)]
 
 
 class BlobService(Sized):

@@ -94,6 +94,17 @@ typedef struct varo_options {
   /// outcomes tell all that a program needs.
   varo_log_fn log;
   varo_log_level log_level;
+  /// How often a request is sent that fails for the moment, where a repeat does no harm. 0: 5; 1:
+  /// never again.
+  int retry_attempts;
+  /// The wait before the second attempt is drawn between nothing and this; it doubles with each
+  /// further one, up to the longest. In milliseconds. 0: 500 ms, and 30 s.
+  int64_t retry_first_wait_ms;
+  int64_t retry_longest_wait_ms;
+  /// A server that wants to be left alone for longer is not asked again. In milliseconds. 0: 1 min.
+  int64_t retry_longest_retry_after_ms;
+  /// All waits of one operation together, in milliseconds. 0: 5 min.
+  int64_t retry_budget_ms;
 
   // The line: how servers are reached, and how fast.
 

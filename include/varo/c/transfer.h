@@ -20,7 +20,7 @@ typedef enum varo_state {
   VARO_WAITING = 0,      ///< for its turn
   VARO_RUNNING = 1,      ///< requests are under way
   VARO_PAUSED = 2,       ///< by `varo_transfer_pause`
-  VARO_BACKING_OFF = 3,  ///< waits before the next attempt
+  VARO_BACKING_OFF = 3,  ///< a request waits for its next attempt; others of it may run
   VARO_DONE = 4,         ///< has its outcome
 
   VARO_STATE_HAS_32_BITS = 0x7fffffff
@@ -37,7 +37,7 @@ typedef struct varo_progress {
   double bytes_per_second;
   /// -1 where total or rate are not known.
   int64_t seconds_left;
-  /// 1 for the first.
+  /// Of the request that failed last: 1 for the first, and again once one succeeds or bytes come.
   int attempt;
 } varo_progress;
 
