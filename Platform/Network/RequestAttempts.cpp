@@ -94,6 +94,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
       if (auto allowed = settings_->authorizer->authorize(request); !allowed) {
         return endOnPool(allowed.error());
       }
+      shown_ = request.headers;
     }
     std::uint64_t sent = 0;
     {
@@ -134,7 +135,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
 
   [[nodiscard]] bool isRenewedAfter(const HttpResponse& response) {
     if (settings_->authorizer == nullptr || hasRenewed_ || isCancelled()) return false;
-    return hasRenewed_ = settings_->authorizer->renew(response);
+    return hasRenewed_ = settings_->authorizer->renew(shown_, response);
   }
 
   /// None: that was the last attempt.
@@ -210,6 +211,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   void end(std::optional<HttpResponse> response, ErrorPtr error) {
     const HttpCompletion completion = std::exchange(completion_, nullptr);
     request_ = {};  // a timer may keep this for a while
+    shown_.clear();
     watch_.reset();
     completion(std::move(response), std::move(error));
   }
@@ -217,9 +219,8 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   /// For callers that may hold a lock which the completion takes.
   void endOnPool(ErrorPtr error) {
     const JobContext::Scope scope(context_);
-    Runtime::shared().pool().postOrRun([self = shared_from_this(), error = std::move(error)] {
-      self->end(std::nullopt, error);
-    });
+    Runtime::shared().pool().postOrRun(
+        [self = shared_from_this(), error = std::move(error)] { self->end(std::nullopt, error); });
   }
   void endCancelled() {
     endOnPool(makeTransportError(HttpTransportError::kCancelled, "The transfer was cancelled."));
@@ -238,6 +239,8 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   HttpCompletion completion_;
   int number_ = 1;  // of the attempt; changes before a wait only
   bool hasRenewed_ = false;
+  /// Of the attempt, where there is an authorizer.
+  std::vector<HttpHeader> shown_;
   /// Set before the first attempt, gone with the end.
   std::optional<std::stop_callback<std::function<void()>>> watch_;
 

@@ -68,8 +68,9 @@ class CountingAuthorizer final : public RequestAuthorizer {
     request.headers.push_back({"Token", std::to_string(current)});
     return {};
   }
-  bool renew(const HttpResponse& refusal) override {
+  bool renew(const std::vector<HttpHeader>& shown, const HttpResponse& refusal) override {
     if (refusal.status != 401) return false;
+    EXPECT_EQ(shown.back().value, std::to_string(current)) << "what was refused";
     ++current;
     return true;
   }
@@ -91,12 +92,11 @@ class RequestAttemptsTest : public testing::Test {
   std::future<Told> send(HttpRequest made) { return send(std::move(made), sleeper_); }
   std::future<Told> send(HttpRequest made, Sleeper& sleeper) {
     auto told = std::make_shared<std::promise<Told>>();
-    transfer_ = sendAttempts(
-        transport_, std::move(made), settings_,
-        [told](std::optional<HttpResponse> response, ErrorPtr error) {
-          told->set_value({std::move(response), std::move(error)});
-        },
-        {clock_, sleeper, random_});
+    transfer_ = sendAttempts(transport_, std::move(made), settings_,
+                             [told](std::optional<HttpResponse> response, ErrorPtr error) {
+                               told->set_value({std::move(response), std::move(error)});
+                             },
+                             {clock_, sleeper, random_});
     return told->get_future();
   }
 
