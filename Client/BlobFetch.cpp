@@ -86,9 +86,10 @@ void BlobFetch::launch(std::uint64_t run,
   if (prepared->file) {
     return succeeded(run, Dictionary{{binary::kFilePath, prepared->file->string()}});
   }
-  Outcome<Dictionary> headers = core_->client().headers();
+  const auto settings = core_->client().settings();
+  Outcome<Dictionary> headers = core_->client().headers(*settings);
   if (!headers) return failed(run, std::move(headers).error());
-  const auto download = makeDownload(prepared->id, *headers);
+  const auto download = makeDownload(prepared->id, *headers, settings);
   const auto self = std::static_pointer_cast<BlobFetch>(shared_from_this());
   download->start([self, run, stop = cancellation->token()](
                       const auto& /*id*/, const ErrorPtr& error, const auto& result) {
@@ -98,9 +99,9 @@ void BlobFetch::launch(std::uint64_t run,
   haltOn(run, cancellation->token(), download);
 }
 
-std::shared_ptr<BlobDownload> BlobFetch::makeDownload(const std::string& id,
-                                                      const Dictionary& headers) {
-  const auto settings = core_->client().settings();
+std::shared_ptr<BlobDownload> BlobFetch::makeDownload(
+    const std::string& id, const Dictionary& headers,
+    const std::shared_ptr<binary::OperationSettings>& settings) {
   core_->database()->direct(*settings);
   Dictionary configuration = configurationOf(*core_, blob_, headers);
   configuration.set(binary::kOnChunkDownloadCompleted,
