@@ -53,23 +53,21 @@ Outcome<CredentialsPtr> CredentialsCache::get() { return getAfter(nullptr); }
 Outcome<CredentialsPtr> CredentialsCache::getAfter(const CredentialsPtr& refused) {
   if (provider_ == nullptr) return std::make_shared<const Credentials>();
   const Time now = clock_.now();
-  {
-    const MutexLock lock(mutex_);
-    if (kept_ == refused || now >= keptUntil_) kept_ = nullptr;
-    if (kept_ != nullptr) return kept_;
-  }
-  return ask();
-}
-
-Outcome<CredentialsPtr> CredentialsCache::ask() {
   std::promise<Answer> told;
   std::shared_future<Answer> ofAnother;
   {
+    // To look and to decide who asks is one step, or one would ask again who has just missed an
+    // answer.
     const MutexLock lock(mutex_);
+    if (kept_ == refused || now >= keptUntil_) kept_ = nullptr;
+    if (kept_ != nullptr) return kept_;
     ofAnother = asking_;
     if (!ofAnother.valid()) asking_ = told.get_future().share();
   }
-  if (ofAnother.valid()) return ofAnother.get();
+  return ofAnother.valid() ? ofAnother.get() : ask(told);
+}
+
+Outcome<CredentialsPtr> CredentialsCache::ask(std::promise<Answer>& told) {
   try {
     Answer answer = answerOf(provider_);
     // Before the others hear of it: whoever comes later finds it kept.

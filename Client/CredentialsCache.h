@@ -36,7 +36,7 @@ class CredentialsCache {
  private:
   using Answer = Outcome<CredentialsPtr>;
 
-  [[nodiscard]] Answer ask();
+  [[nodiscard]] Answer ask(std::promise<Answer>& told);
   void keep(const CredentialsPtr& given);
 
   const Provider provider_;

@@ -6,23 +6,23 @@
 
 #include <fmt/format.h>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <fcntl.h>
 #include <optional>
+#include <poll.h>
+#include <spawn.h>
 #include <string_view>
+#include <sys/wait.h>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 
-extern char** environ;  // POSIX has it in no header
+// POSIX has it in no header, some systems do.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace varo::detail {
 
@@ -66,8 +66,8 @@ class SpawnSettings {
     ::sigaddset(&signals, SIGPIPE);
     keep(::posix_spawnattr_setsigdefault(&attributes_, &signals));
     keep(::posix_spawnattr_setpgroup(&attributes_, 0));
-    keep(::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
-                                                      POSIX_SPAWN_SETSIGDEF));
+    keep(::posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
   }
   ~SpawnSettings() {
     ::posix_spawnattr_destroy(&attributes_);

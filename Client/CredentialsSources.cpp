@@ -11,12 +11,11 @@
 
 #include <fmt/format.h>
 
-#include <sys/stat.h>
-
 #include <cstdlib>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <sys/stat.h>
 #include <utility>
 
 namespace varo {
@@ -61,16 +60,15 @@ Outcome<Credentials> fromJson(std::string_view text, std::string_view source) {
   const Dictionary entries = parsed->dictionaryValue();
   Credentials credentials;
   std::string expires;
-  for (const auto& [name, text] : {std::pair("token", &credentials.token),
-                                   std::pair("accessKey", &credentials.accessKey),
-                                   std::pair("secretKey", &credentials.secretKey),
-                                   std::pair("sessionToken", &credentials.sessionToken),
-                                   std::pair("expires", &expires)}) {
+  for (const auto& [name, target] :
+       {std::pair("token", &credentials.token), std::pair("accessKey", &credentials.accessKey),
+        std::pair("secretKey", &credentials.secretKey),
+        std::pair("sessionToken", &credentials.sessionToken), std::pair("expires", &expires)}) {
     const platform::Value& value = entries[name];
     if (value.isMissing() || value.isNull()) continue;
     const std::string* given = value.text();
     if (given == nullptr) return unusable(source, fmt::format("\"{}\" is no text", name));
-    *text = *given;
+    *target = *given;
   }
   if (auto good = setExpires(credentials, expires, source, "expires"); !good) {
     return std::move(good).error();

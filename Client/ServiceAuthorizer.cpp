@@ -36,8 +36,8 @@ bool names(std::string_view text, std::initializer_list<std::string_view> words)
 /// Whether a 403 is about the token's age, and not about what its owner may do: as RFC 6750
 /// (section 3.1) has it, or in words.
 bool saysExpired(const HttpResponse& response) {
-  const bool inHeader = std::any_of(
-      response.headers.begin(), response.headers.end(), [](const HttpHeader& header) {
+  const bool inHeader =
+      std::any_of(response.headers.begin(), response.headers.end(), [](const HttpHeader& header) {
         return platform::equalIgnoringCase(header.name, "WWW-Authenticate") &&
                (names(header.value, {"invalid_token"}) || names(header.value, {"expired"}));
       });
@@ -61,8 +61,8 @@ platform::Result<void> ServiceAuthorizer::authorize(HttpRequest& request) {
 bool ServiceAuthorizer::renew(const std::vector<HttpHeader>& shown, const HttpResponse& response) {
   const auto header = std::find_if(shown.begin(), shown.end(), isToken);
   if (header == shown.end()) return false;
-  const bool isRefused = response.status == kUnauthorized ||
-                         (response.status == kForbidden && saysExpired(response));
+  const bool isRefused =
+      response.status == kUnauthorized || (response.status == kForbidden && saysExpired(response));
   return isRefused && held_->renew([&refused = header->value](const Credentials& one) {
     return one.token.empty() || one.token == refused;
   });

@@ -35,8 +35,7 @@ platform::Result<void> StoreAuthorizer::authorize(HttpRequest& request) {
   shown_ = *std::move(keys);
   isTemporary_ = !shown_.sessionToken.empty() || (*given)->expires.has_value();
   signedAt_ = place_->clock().now();
-  auto headers =
-      binary::S3RequestSigner(shown_, place_->region(), place_->clock()).sign(toSign_);
+  auto headers = binary::S3RequestSigner(shown_, place_->region(), place_->clock()).sign(toSign_);
   if (!headers) return headers.error();
   request.headers = std::move(headers).value();
   return {};

@@ -5,6 +5,7 @@
 #include "varo/outcome.h"
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -12,7 +13,8 @@
 
 namespace varo {
 
-/// Functions for `Options::credentials`. They are thread-safe, and hold no secret between two calls.
+/// Functions for `Options::credentials`. They are thread-safe, and hold no secret between two
+/// calls.
 ///
 /// A file and the output of a command are the token, alone on one line, or a JSON object of texts,
 /// of which it may leave out what there is none of; other entries are skipped:
@@ -27,7 +29,7 @@ namespace varo {
 using CredentialsProvider = std::function<Outcome<Credentials>()>;
 
 /// Whose files of credentials are read.
-enum class ReadableBy {
+enum class ReadableBy : std::uint8_t {
   kOwnerAndGroup,  ///< those that all users can read or change are refused
   kAnybody,        ///< all: in a container, files of secrets are often open to all of its users
 };
@@ -53,7 +55,8 @@ credentialsFromEnvironment(CredentialsVariables names = {});
 
 /// Runs a command, and reads its standard output.
 ///
-/// - `command` is its program, looked for in PATH where it has no slash, and its arguments; there is
+/// - `command` is its program, looked for in PATH where it has no slash, and its arguments; there
+/// is
 ///   no shell. Arguments can be seen by all users of the computer: give it no secret.
 /// - It gets the environment and the standard error of this process, no input, no other open file,
 ///   and a process group of its own.

@@ -7,6 +7,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -48,6 +49,12 @@ class Rotating {
   const bool lasts_;
 };
 
+std::size_t refusedBy(const sandbox::SandboxServer& server) {
+  const auto requests = server.requests();
+  return static_cast<std::size_t>(std::count_if(
+      requests.begin(), requests.end(), [](const auto& one) { return one.status / 100 == 4; }));
+}
+
 class CredentialsTest : public test::BlobStoreFixture {
  protected:
   void SetUp() override { restart({.requiredToken = "marker 1"}); }
@@ -67,11 +74,7 @@ class CredentialsTest : public test::BlobStoreFixture {
     server_->addFault({.match = {.method = method, .path = path, .skip = skip, .count = 1},
                        .action = {.newToken = "marker 2"}});
   }
-  [[nodiscard]] std::size_t refused() const {
-    std::size_t count = 0;
-    for (const auto& request : server_->requests()) count += request.status / 100 == 4 ? 1 : 0;
-    return count;
-  }
+  [[nodiscard]] std::size_t refused() const { return refusedBy(*server_); }
   void expectNoSecret(const Failure& failure) {
     EXPECT_THAT(failure.message + failure.responseExcerpt + failure.cause.text,
                 Not(HasSubstr("marker")));
@@ -107,9 +110,8 @@ TEST_F(CredentialsTest, ATokenThatExpiresInAnUploadIsRenewedAtThatRequest) {
       ASSERT_TRUE(listed) << listed.error().message;
       std::string bytes;
       const Sink sink = [&](std::span<const std::byte> piece) { bytes += textOf(piece); };
-      const auto got = files([] { return Credentials{.token = "marker 2"}; })
-                           .download(uploaded->id, sink)
-                           .get();
+      const auto got =
+          files([] { return Credentials{.token = "marker 2"}; }).download(uploaded->id, sink).get();
       ASSERT_TRUE(got) << got.error().message;
       EXPECT_TRUE(bytes == content);
     }
@@ -136,8 +138,8 @@ TEST_F(CredentialsTest, ATokenThatExpiresInADownloadOrABlobIsRenewedAtThatRange)
   others.asked = 1;
   server_->clearFaults();
   server_->clearStats();
-  server_->addFault({.match = {.path = "/binary", .skip = 1, .count = 1},
-                     .action = {.newToken = "marker 3"}});
+  server_->addFault(
+      {.match = {.path = "/binary", .skip = 1, .count = 1}, .action = {.newToken = "marker 3"}});
   BlobService wanted = service("a");
   wanted.options.credentials = others.provider();
   const BlobStore blobs = BlobStore::open(database("a"), path("a"), wanted).value();
@@ -185,7 +187,8 @@ TEST_F(CredentialsTest, AProviderThatFailsLaterEndsTheOperationWithItsFailure) {
   std::atomic<int> asked = 0;
   const auto provider = [&asked]() -> Outcome<Credentials> {
     // What is about to expire is asked for again before the next request.
-    if (++asked < 3) return Credentials{.token = "marker 1", .expires = std::chrono::system_clock::time_point()};
+    if (++asked < 3)
+      return Credentials{.token = "marker 1", .expires = std::chrono::system_clock::time_point()};
     Failure failure;
     failure.kind = Kind::kNoConnection;
     failure.message = "the key server is away";
@@ -230,20 +233,15 @@ TEST_F(CredentialsTest, ClientsSideBySideShowTheirOwn) {
 class StoreCredentialsTest : public ObjectStoreTest {
  protected:
   void expire(const std::string& method, std::uint64_t skip) {
-    server_->addFault(
-        {.match = {.method = method, .listener = "store", .skip = skip, .count = 1},
-         .action = {.newToken = "marker 2"}});
+    server_->addFault({.match = {.method = method, .listener = "store", .skip = skip, .count = 1},
+                       .action = {.newToken = "marker 2"}});
   }
   void restartWithSession() {
     sandbox::SandboxOptions options;
     options.objectStore.sessionToken = "marker 1";
     restart(options);
   }
-  [[nodiscard]] std::size_t refused() const {
-    std::size_t count = 0;
-    for (const auto& request : server_->requests()) count += request.status / 100 == 4 ? 1 : 0;
-    return count;
-  }
+  [[nodiscard]] std::size_t refused() const { return refusedBy(*server_); }
 };
 
 TEST_F(StoreCredentialsTest, ASessionThatExpiresIsRenewedInPutGetAndHead) {
@@ -257,7 +255,8 @@ TEST_F(StoreCredentialsTest, ASessionThatExpiresIsRenewedInPutGetAndHead) {
     restartWithSession();
     expire(c.method, c.skip);
     Rotating keys(true);
-    const ObjectStore objects = ObjectStore::create(where(), {.credentials = keys.provider()}).value();
+    const ObjectStore objects =
+        ObjectStore::create(where(), {.credentials = keys.provider()}).value();
     const auto put = objects.put(kKey, Source::text(content), {.partSize = 5_MiB}).get();
     ASSERT_TRUE(put) << put.error().message;
     ASSERT_TRUE(objects.head(kKey).get());
@@ -309,9 +308,9 @@ TEST_F(StoreCredentialsTest, AClockThatIsOffIsCorrectedOnceForTheStore) {
   }
   // The store says that the time is wrong, and shows the same: nothing would change.
   restart({});
-  server_->addFault({.match = {.listener = "store"},
-                     .action = {.status = 403,
-                                .body = "<Error><Code>RequestTimeTooSkewed</Code></Error>"}});
+  server_->addFault(
+      {.match = {.listener = "store"},
+       .action = {.status = 403, .body = "<Error><Code>RequestTimeTooSkewed</Code></Error>"}});
   EXPECT_EQ(nameOf(store().put(kKey, Source::text("x")).get().error().kind),
             nameOf(Kind::kUnauthorized));
   EXPECT_EQ(server_->storeStats().requests, 1U);

@@ -2,6 +2,7 @@
 #include "Client/Failures.h"
 #include "Client/ServiceAuthorizer.h"
 #include "Platform/Foundation/JobContext.h"
+#include "tests/support/FakeHttpTransport.h"
 
 #include <gtest/gtest.h>
 
@@ -17,6 +18,7 @@ namespace varo::detail {
 namespace {
 
 using namespace std::chrono_literals;
+using test::answerWith;
 using Time = std::chrono::system_clock::time_point;
 
 class SetClock final : public platform::Clock {
@@ -43,6 +45,7 @@ class CredentialsCacheTest : public testing::Test {
     return got ? (*got)->token : got.error().message;
   }
 
+  const platform::JobContext::Scope inTheClient_{std::make_shared<const platform::JobContext>()};
   SetClock clock_;
   std::atomic<int> asked_ = 0;
 };
@@ -147,18 +150,18 @@ TEST_F(CredentialsCacheTest, ATokenGoesOnlyWhereOneWasAndIsRenewedOnlyWhereItIsT
   ASSERT_TRUE(authorizer.authorize(none));
   EXPECT_EQ(none.headers.size(), 1U);
   EXPECT_EQ(asked_, 0);
-  EXPECT_FALSE(authorizer.renew(none.headers, {.status = 401}));
+  EXPECT_FALSE(authorizer.renew(none.headers, *answerWith(401, "").response));
 
   const struct {
-    platform::HttpResponse response;
+    test::ScriptedAnswer answer;
     bool isRenewed;
   } kCases[] = {
-      {{.status = 401}, true},
-      {{.status = 403}, false},
-      {{.status = 403, .body = platform::Data::fromBytes("Not yours; no such token")}, false},
-      {{.status = 403, .body = platform::Data::fromBytes("{\"errmsg\":\"Token EXPIRED\"}")}, true},
-      {{.status = 403, .headers = {{"www-authenticate", "Bearer error=\"invalid_token\""}}}, true},
-      {{.status = 500, .body = platform::Data::fromBytes("token expired")}, false},
+      {answerWith(401, ""), true},
+      {answerWith(403, std::nullopt), false},
+      {answerWith(403, "Not yours; no such token"), false},
+      {answerWith(403, R"({"errmsg":"Token EXPIRED"})"), true},
+      {answerWith(403, "", {{"www-authenticate", "Bearer error=\"invalid_token\""}}), true},
+      {answerWith(500, "token expired"), false},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(&c - kCases);
@@ -167,7 +170,7 @@ TEST_F(CredentialsCacheTest, ATokenGoesOnlyWhereOneWasAndIsRenewedOnlyWhereItIsT
     ASSERT_TRUE(authorizer.authorize(request));
     const int asked = asked_;
     EXPECT_EQ(request.headers[0].value, std::to_string(asked));
-    EXPECT_EQ(authorizer.renew(request.headers, c.response), c.isRenewed);
+    EXPECT_EQ(authorizer.renew(request.headers, *c.answer.response), c.isRenewed);
     EXPECT_EQ(asked_ - asked, c.isRenewed ? 1 : 0);
   }
 }

@@ -6,10 +6,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <csignal>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace varo {
@@ -23,8 +22,8 @@ using testing::Not;
 /// "token access secret session seconds", or what is wrong.
 std::string shown(const Outcome<Credentials>& got) {
   if (!got) return got.error().message;
-  std::string all = got->token + " " + got->accessKey + " " + got->secretKey + " " +
-                    got->sessionToken + " ";
+  std::string all =
+      got->token + " " + got->accessKey + " " + got->secretKey + " " + got->sessionToken + " ";
   if (!got->expires) return all + "-";
   return all + std::to_string(std::chrono::system_clock::to_time_t(*got->expires));
 }
@@ -70,7 +69,7 @@ TEST_F(CredentialsSourcesTest, ReadsAFileAnewEachTimeAndShowsNothingOfIt) {
 }
 
 TEST_F(CredentialsSourcesTest, RefusesAFileThatAllUsersCanReadUnlessToldOtherwise) {
-  for (const ::mode_t mode : {0600, 0640, 0644, 0602}) {
+  for (const ::mode_t mode : {0600U, 0640U, 0644U, 0602U}) {
     const std::string path = write("t", mode);
     EXPECT_EQ(credentialsFromFile(path)().has_value(), (mode & 06U) == 0) << mode;
     EXPECT_TRUE(credentialsFromFile(path, ReadableBy::kAnybody)()) << mode;
