@@ -21,8 +21,8 @@
 #include <unistd.h>
 #include <utility>
 
-// POSIX has it in no header, some systems do.
-extern char** environ;  // NOLINT(readability-redundant-declaration)
+// POSIX has it in no header.
+extern char** environ;
 
 namespace varo::detail {
 
