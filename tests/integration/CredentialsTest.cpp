@@ -25,6 +25,7 @@ using test::contentOf;
 
 using testing::HasSubstr;
 using testing::Not;
+using testing::Pair;
 
 /// Gives "marker 1", "marker 2", ... as the token and as the session token of the sandbox's keys.
 class Rotating {
@@ -226,8 +227,7 @@ TEST_F(CredentialsTest, ClientsSideBySideShowTheirOwn) {
     const std::string* token = request.header("X-Pelmar-Authorization");
     ++shown[token != nullptr ? *token : "none"];
   }
-  EXPECT_THAT(shown, testing::ElementsAre(std::pair("none", 5), std::pair("one", 5),
-                                          std::pair("other", 5)));
+  EXPECT_THAT(shown, testing::ElementsAre(Pair("none", 5), Pair("one", 5), Pair("other", 5)));
 }
 
 class StoreCredentialsTest : public ObjectStoreTest {
