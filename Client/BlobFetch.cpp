@@ -86,9 +86,11 @@ void BlobFetch::launch(std::uint64_t run,
   if (prepared->file) {
     return succeeded(run, Dictionary{{binary::kFilePath, prepared->file->string()}});
   }
-  Outcome<Dictionary> headers = core_->client().headers();
+  const auto settings = core_->client().settings();
+  Outcome<Dictionary> headers = core_->client().headers(*settings);
   if (!headers) return failed(run, std::move(headers).error());
-  const auto download = makeDownload(run, prepared->id, *headers);
+  direct(run, *settings);
+  const auto download = makeDownload(prepared->id, *headers, settings);
   const auto self = std::static_pointer_cast<BlobFetch>(shared_from_this());
   download->start([self, run, stop = cancellation->token()](
                       const auto& /*id*/, const ErrorPtr& error, const auto& result) {
@@ -98,11 +100,10 @@ void BlobFetch::launch(std::uint64_t run,
   haltOn(run, cancellation->token(), download);
 }
 
-std::shared_ptr<BlobDownload> BlobFetch::makeDownload(std::uint64_t run, const std::string& id,
-                                                      const Dictionary& headers) {
-  const auto settings = core_->client().settings();
+std::shared_ptr<BlobDownload> BlobFetch::makeDownload(
+    const std::string& id, const Dictionary& headers,
+    const std::shared_ptr<binary::OperationSettings>& settings) {
   core_->database()->direct(*settings);
-  direct(run, *settings);
   Dictionary configuration = configurationOf(*core_, blob_, headers);
   configuration.set(binary::kOnChunkDownloadCompleted,
                     std::make_shared<binary::OnChunkDownloadCompleted>(

@@ -41,7 +41,8 @@ class BlobFetch final : public Operation {
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override;
   [[nodiscard]] std::shared_ptr<binary::BlobDownload> makeDownload(
-      std::uint64_t run, const std::string& id, const platform::Dictionary& headers);
+      const std::string& id, const platform::Dictionary& headers,
+      const std::shared_ptr<binary::OperationSettings>& settings);
   void told(std::uint64_t run, const std::stop_token& stop, const platform::ErrorPtr& error,
             const std::optional<platform::Dictionary>& result);
   [[nodiscard]] Failure failureIn(const platform::ErrorPtr& error) const;

@@ -7,6 +7,7 @@
 #include "Client/ClientTransport.h"
 #include "Client/Failures.h"
 #include "Client/Retries.h"
+#include "Client/ServiceAuthorizer.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
@@ -16,7 +17,6 @@
 
 #include <fmt/format.h>
 
-#include <exception>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -141,17 +141,6 @@ std::optional<Failure> mistakeIn(const Options& options) {
   return std::nullopt;
 }
 
-Outcome<Credentials> ask(const std::function<Outcome<Credentials>()>& provider) {
-  try {
-    return provider();
-  } catch (const std::exception& thrown) {
-    return failureOf(Kind::kUnauthorized,
-                     fmt::format("Options::credentials threw: {}", thrown.what()));
-  } catch (...) {  // an application's code may throw anything
-    return failureOf(Kind::kUnauthorized, "Options::credentials threw");
-  }
-}
-
 }  // namespace
 
 Outcome<std::shared_ptr<ClientCore>> ClientCore::create(Options options) {
@@ -165,20 +154,24 @@ Outcome<std::shared_ptr<ClientCore>> ClientCore::create(Options options) {
 ClientCore::ClientCore(Options options)
     : options_(std::move(options)),
       url_(withoutSlashes(options_.url)),
+      credentials_(std::make_shared<CredentialsCache>(options_.credentials)),
       places_(std::make_shared<Places>(static_cast<std::size_t>(options_.parallel),
                                        logContextOf(options_))),
       transport_(makeClientTransport(configurationOf(options_))) {}
 
-Outcome<Credentials> ClientCore::credentials() const {
-  return options_.credentials != nullptr ? ask(options_.credentials) : Credentials();
+std::shared_ptr<HeldCredentials> ClientCore::holdCredentials() const {
+  return std::make_shared<HeldCredentials>(credentials_);
 }
 
-Outcome<Dictionary> ClientCore::headers() const {
+Outcome<Dictionary> ClientCore::headers(platform::RequestSettings& settings) const {
   Dictionary headers;
   for (const auto& [name, value] : options_.headers) headers.set(name, value);
-  Outcome<Credentials> shown = credentials();
-  if (!shown) return std::move(shown).error();
-  if (!shown->token.empty()) headers.set(binary::kVaroAuthorization, shown->token);
+  const auto held = holdCredentials();
+  const auto shown = held->current();
+  if (!shown) return shown.error();
+  if ((*shown)->token.empty()) return headers;
+  headers.set(binary::kVaroAuthorization, (*shown)->token);
+  settings.authorizer = std::make_shared<ServiceAuthorizer>(held);
   return headers;
 }
 

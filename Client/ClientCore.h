@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/Utils/OperationSettings.h"
+#include "Client/CredentialsCache.h"
 #include "Client/Places.h"
 #include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Value.h"
@@ -13,7 +14,7 @@
 namespace varo::detail {
 
 /// What the copies of one client share, whatever it is a client of: its options, connections and
-/// places. Immutable, but for the places; thread-safe.
+/// credentials and places. Immutable, but for the latter two; thread-safe.
 class ClientCore {
  public:
   /// The first option that is wrong, by its name.
@@ -25,10 +26,11 @@ class ClientCore {
   [[nodiscard]] const Options& options() const noexcept { return options_; }
   [[nodiscard]] const std::shared_ptr<Places>& places() const noexcept { return places_; }
 
-  /// Asks for the credentials; empty ones where there is nobody to ask.
-  [[nodiscard]] Outcome<Credentials> credentials() const;
-  /// The headers of the requests of one operation; asks for the credentials.
-  [[nodiscard]] Outcome<platform::Dictionary> headers() const;
+  /// The credentials of one operation; nobody is asked yet. Empty ones where there is nobody.
+  [[nodiscard]] std::shared_ptr<HeldCredentials> holdCredentials() const;
+  /// The headers of the requests of one operation; asks for the credentials. `settings`, which are
+  /// the operation's, renew them.
+  [[nodiscard]] Outcome<platform::Dictionary> headers(platform::RequestSettings& settings) const;
   /// A copy of the settings of every operation, to be completed.
   [[nodiscard]] std::shared_ptr<binary::OperationSettings> settings() const;
 
@@ -36,6 +38,7 @@ class ClientCore {
   const Options options_;
   /// Without a slash at its end.
   const std::string url_;
+  const std::shared_ptr<CredentialsCache> credentials_;
   const std::shared_ptr<Places> places_;
   const std::shared_ptr<platform::HttpTransport> transport_;
 };

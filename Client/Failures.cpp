@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -85,6 +86,8 @@ using platform::Value;
 
 namespace {
 
+/// Of errors that are failures of the client's own; their code is the kind.
+constexpr std::string_view kClientDomain = "VaroClient";
 /// Of the body of a response.
 constexpr std::size_t kExcerpt = 1024;
 
@@ -204,7 +207,17 @@ bool isShutDown(const ToldFailure& told) {
          told.text.find(binary::kLibraryShutDown) != std::string::npos;
 }
 
+/// Of an error that is one of ours.
+std::optional<Kind> kindOfOurs(std::string_view domain, std::int64_t code) {
+  if (domain != kClientDomain) return std::nullopt;
+  return static_cast<Kind>(code);
+}
+
 Kind kindOf(const ToldFailure& told, const Failure& failure) {
+  if (const auto ours = told.cause != nullptr ? kindOfOurs(told.cause->domain(), told.cause->code())
+                                              : kindOfOurs(told.domain, told.code)) {
+    return *ours;
+  }
   if (isShutDown(told)) return Kind::kShutDown;
   auto transport = platform::transportFailureIn(told.userInfo);
   if (!transport && told.cause != nullptr) transport = platform::transportFailureOf(*told.cause);
@@ -268,6 +281,12 @@ Failure failureFrom(const Value& value, std::string_view about) {
                                                 told.cause->localizedDescription()}
                                         : Cause{told.domain, told.code, told.text};
   return failure;
+}
+
+platform::ErrorPtr errorOf(const Failure& failure) {
+  return std::make_shared<const platform::Error>(
+      std::string(kClientDomain), static_cast<std::int64_t>(failure.kind),
+      Dictionary{{std::string(platform::kLocalizedDescriptionKey), failure.message}});
 }
 
 Failure failureOf(Kind kind, std::string message) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
 #include "varo/failure.h"
 
@@ -11,6 +12,9 @@ namespace varo::detail {
 /// A failure as an operation of the library tells it: an error, or what a failure block gets.
 /// `about` begins the sentence and names the file, key or address: 'upload of "photo.jpg"'.
 [[nodiscard]] Failure failureFrom(const platform::Value& told, std::string_view about);
+
+/// `failure` on its way through the layers below: `failureFrom` gives it its kind and message back.
+[[nodiscard]] platform::ErrorPtr errorOf(const Failure& failure);
 
 /// A failure that the client found itself.
 [[nodiscard]] Failure failureOf(Kind kind, std::string message);

@@ -119,7 +119,8 @@ class FileOperation final : public Operation {
  private:
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
-    Outcome<platform::Dictionary> headers = core_->headers();
+    const auto settings = core_->settings();
+    Outcome<platform::Dictionary> headers = core_->headers(*settings);
     if (!headers) return failed(run, std::move(headers).error());
     const auto self = std::static_pointer_cast<FileOperation>(shared_from_this());
     const auto callback = std::make_shared<binary::BinaryCallback>();
@@ -131,7 +132,6 @@ class FileOperation final : public Operation {
     callback->setProgressCallback([self](const platform::Value& report) {
       self->call_->progress(*self->running_, report.dictionaryValue());
     });
-    const auto settings = core_->settings();
     settings->cancellation = cancellation->token();
     direct(run, *settings);
     const FileRun sent{*std::move(headers), settings, callback, cancellation, running_};

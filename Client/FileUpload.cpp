@@ -318,20 +318,21 @@ std::shared_ptr<binary::OperationSettings> FileUpload::settingsAtTheEnd() const 
 
 /// Takes away a record that nobody will commit any more.
 void FileUpload::remove(const FileId& record, const std::function<void(bool isGone)>& done) const {
-  const Outcome<Dictionary> headers = core_->headers();
+  const auto settings = settingsAtTheEnd();
+  const Outcome<Dictionary> headers = core_->headers(*settings);
   if (!headers) return done(false);
   const auto callback = std::make_shared<binary::BinaryCallback>();
   callback->setSuccessCallback([done](const platform::Value& /*result*/) { done(true); });
   callback->setFailureCallback([done](const platform::Value& /*why*/) { done(false); });
   FileStorageManager::sharedInstance().deleteWithUrl(core_->url(), record.text(), Dictionary{},
-                                                     *headers, callback,
-                                                     optionsWith(settingsAtTheEnd()));
+                                                     *headers, callback, optionsWith(settings));
 }
 
 /// A service takes no chunks of a file that was committed, and that is what was wanted.
 void FileUpload::lookForCommitted(Failure failure,
                                   const std::function<void(Outcome<FileRecord>)>& done) {
-  const Outcome<Dictionary> headers = core_->headers();
+  const auto settings = settingsAtTheEnd();
+  const Outcome<Dictionary> headers = core_->headers(*settings);
   if (!headers) return done(std::move(failure));
   const std::string expression =
       expressionFrom(field(keys::kFileId) == Scalar(failure.begun->text()));
@@ -346,7 +347,7 @@ void FileUpload::lookForCommitted(Failure failure,
       });
   callback->setFailureCallback([failure, done](const platform::Value& /*why*/) { done(failure); });
   FileStorageManager::sharedInstance().listFilesWithUrl(core_->url(), expression, *headers,
-                                                        callback, optionsWith(settingsAtTheEnd()));
+                                                        callback, optionsWith(settings));
 }
 
 Outcome<FileRecord> FileUpload::read(const Dictionary& result) {

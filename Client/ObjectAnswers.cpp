@@ -143,6 +143,11 @@ ObjectInfo infoFrom(const HttpResponse& response, const ObjectKey& key) {
   return info;
 }
 
+std::string codeIn(const HttpResponse& response) {
+  const auto error = errorIn(response);
+  return error ? error->textOf("Code") : std::string();
+}
+
 Failure refusalFrom(const HttpResponse& response, std::string_view about, std::string_view secret) {
   Failure failure = failureAt(response, about, secret);
   const auto error = errorIn(response);

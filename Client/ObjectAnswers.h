@@ -23,6 +23,9 @@ namespace varo::detail {
 /// What the headers say; its size, which has another meaning in each response, is not among it.
 [[nodiscard]] ObjectInfo infoFrom(const platform::HttpResponse& response, const ObjectKey& key);
 
+/// The "Code" of the XML of a refusal; empty where it has none.
+[[nodiscard]] std::string codeIn(const platform::HttpResponse& response);
+
 /// The refusal that a response is, by the "Code" of its XML if it has one, else by its status.
 /// `about` begins the message. `secret`, if it is not empty, stands nowhere in the failure.
 [[nodiscard]] Failure refusalFrom(const platform::HttpResponse& response, std::string_view about,

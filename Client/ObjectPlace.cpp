@@ -153,22 +153,29 @@ const std::string& ObjectPlace::region() const noexcept {
   return store != nullptr ? store->region : templates()->region;
 }
 
-Outcome<ObjectAccess> ObjectPlace::access() const {
-  auto shown = core_->credentials();
-  if (!shown) return std::move(shown).error();
-  ObjectAccess access;
-  access.token = std::move(shown->token);
-  for (const auto& [name, value] : core_->options().headers) access.headers.set(name, value);
-  if (core_->options().credentials == nullptr || region().empty()) return access;
+bool ObjectPlace::signs() const noexcept {
+  return core_->options().credentials != nullptr && !region().empty();
+}
+
+Outcome<binary::S3Keys> ObjectPlace::keysIn(const Credentials& shown) {
   for (const auto& [name, key] : {std::pair("accessKey", &Credentials::accessKey),
                                   std::pair("secretKey", &Credentials::secretKey)}) {
-    if (((*shown).*key).empty()) {
+    if ((shown.*key).empty()) {
       return failureOf(Kind::kUnauthorized,
                        fmt::format("Options::credentials gave no Credentials::{}", name));
     }
   }
-  access.keys = {std::move(shown->accessKey), std::move(shown->secretKey),
-                 std::move(shown->sessionToken)};
+  return binary::S3Keys{shown.accessKey, shown.secretKey, shown.sessionToken};
+}
+
+Outcome<ObjectAccess> ObjectPlace::access(const Credentials& shown) const {
+  ObjectAccess access;
+  access.token = shown.token;
+  for (const auto& [name, value] : core_->options().headers) access.headers.set(name, value);
+  if (!signs()) return access;
+  auto keys = keysIn(shown);
+  if (!keys) return std::move(keys).error();
+  access.keys = *std::move(keys);
   return access;
 }
 

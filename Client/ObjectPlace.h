@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/Utils/S3RequestSigner.h"
 #include "Client/ClientCore.h"
+#include "Client/StoreClock.h"
 #include "varo/objects.h"
 
 #include <memory>
@@ -12,7 +13,7 @@
 
 namespace varo::detail {
 
-/// What the requests of one operation are sent with.
+/// What the requests of one operation begin with.
 struct ObjectAccess {
   /// None: they are not signed.
   std::optional<binary::S3Keys> keys;
@@ -23,7 +24,7 @@ struct ObjectAccess {
 };
 
 /// What the copies of one `ObjectStore` share: where the objects are, and how requests are signed.
-/// Immutable, thread-safe.
+/// Immutable, but for the clock; thread-safe.
 class ObjectPlace {
  public:
   using Where = std::variant<TemplateService, S3>;
@@ -53,13 +54,19 @@ class ObjectPlace {
   /// Objects are below it; itself it is the bucket.
   [[nodiscard]] const Address& address() const noexcept { return address_; }
 
-  /// Asks for the credentials. `Kind::kUnauthorized` where a key is missing.
-  [[nodiscard]] Outcome<ObjectAccess> access() const;
+  /// Whether requests are signed.
+  [[nodiscard]] bool signs() const noexcept;
+  /// `Kind::kUnauthorized` where one is missing.
+  [[nodiscard]] static Outcome<binary::S3Keys> keysIn(const Credentials& shown);
+  [[nodiscard]] Outcome<ObjectAccess> access(const Credentials& shown) const;
+  /// What signatures are dated by.
+  [[nodiscard]] StoreClock& clock() const noexcept { return *clock_; }
 
  private:
   const Where where_;
   const Address address_;
   const std::shared_ptr<ClientCore> core_;
+  const std::unique_ptr<StoreClock> clock_ = std::make_unique<StoreClock>();
 };
 
 /// None, or why the key cannot be used.

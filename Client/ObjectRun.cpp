@@ -3,6 +3,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Client/Failures.h"
 #include "Client/ObjectAnswers.h"
+#include "Client/ServiceAuthorizer.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Network/HttpTransportError.h"
@@ -55,16 +56,22 @@ Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(std::shared_ptr<const
                                                            std::shared_ptr<RunningBase> running,
                                                            std::function<void(Failure)> fail,
                                                            Direct direct) {
-  auto access = place->access();
+  auto credentials = place->core()->holdCredentials();
+  const auto shown = credentials->current();
+  if (!shown) return shown.error();
+  auto access = place->access(**shown);
   if (!access) return std::move(access).error();
-  return std::make_shared<const ObjectRun>(std::move(place), *std::move(access), std::move(stops),
-                                           std::move(running), std::move(fail), std::move(direct));
+  return std::make_shared<const ObjectRun>(std::move(place), std::move(credentials),
+                                           *std::move(access), std::move(stops), std::move(running),
+                                           std::move(fail), std::move(direct));
 }
 
-ObjectRun::ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access,
+ObjectRun::ObjectRun(std::shared_ptr<const ObjectPlace> place,
+                     std::shared_ptr<HeldCredentials> credentials, ObjectAccess access,
                      ObjectStops stops, std::shared_ptr<RunningBase> running,
                      std::function<void(Failure)> fail, Direct direct)
     : place_(std::move(place)),
+      credentials_(std::move(credentials)),
       access_(std::move(access)),
       stops_(std::move(stops)),
       running_(std::move(running)),
@@ -74,15 +81,17 @@ ObjectRun::ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess acce
 void ObjectRun::send(ObjectRequest request, const std::stop_token& cancellation,
                      Answer answer) const {
   ObjectRequest asked{.alsoGood = request.alsoGood, .about = request.about};
-  auto encodedRequest = encoded(std::move(request), cancellation);
-  if (!encodedRequest) return answer(std::move(encodedRequest).error());
-  const std::string secret = access_.keys ? access_.keys->sessionToken : std::string();
+  auto ready = encoded(std::move(request), cancellation);
+  if (!ready) return answer(std::move(ready).error());
   const auto with = settings(cancellation);
+  with->authorizer = ready->signer;
+  if (ready->signer == nullptr) with->authorizer = serviceAuthorizer();
   static_cast<void>(platform::sendAttempts(
-      with->transport, *std::move(encodedRequest), with,
-      [asked = std::move(asked), secret, answer = std::move(answer), fail = fail_](
+      with->transport, std::move(ready->request), with,
+      [asked = std::move(asked), signer = ready->signer, answer = std::move(answer), fail = fail_](
           std::optional<HttpResponse> response, const platform::ErrorPtr& error) {
         try {
+          const std::string secret = signer != nullptr ? signer->sessionToken() : std::string();
           answer(judged(std::move(response), error, asked, secret));
         } catch (const std::exception& thrown) {
           fail(failureOf(Kind::kOther, fmt::format("{}: {}", asked.about, thrown.what())));
@@ -103,8 +112,12 @@ std::shared_ptr<binary::OperationSettings> ObjectRun::settings(
   return settings;
 }
 
-Outcome<HttpRequest> ObjectRun::encoded(ObjectRequest request,
-                                        const std::stop_token& cancellation) const {
+std::shared_ptr<platform::RequestAuthorizer> ObjectRun::serviceAuthorizer() const {
+  return access_.token.empty() ? nullptr : std::make_shared<ServiceAuthorizer>(credentials_);
+}
+
+Outcome<ObjectRun::Encoded> ObjectRun::encoded(ObjectRequest request,
+                                               const std::stop_token& cancellation) const {
   const ObjectPlace::Address& address = place_->address();
   binary::S3Request toSign{.method = nameOf(request.method),
                            .host = address.host,
@@ -123,13 +136,13 @@ Outcome<HttpRequest> ObjectRun::encoded(ObjectRequest request,
   encoded.limits = request.limits;
   encoded.spoolDirectory = std::move(request.spoolDirectory);
   encoded.onSent = std::move(request.onSent);
+  std::shared_ptr<StoreAuthorizer> signer;
   if (access_.keys) {
+    // Once, and not for each attempt.
     auto digest = digestOf(request.body.value_or(Data()), cancellation);
     if (!digest) return failureFrom(digest.error(), request.about);
     toSign.payloadHash = std::move(digest).value();
-    auto headers = binary::S3RequestSigner(*access_.keys, place_->region()).sign(toSign);
-    if (!headers) return failureFrom(headers.error(), request.about);
-    encoded.headers = std::move(headers).value();
+    signer = std::make_shared<StoreAuthorizer>(place_, credentials_, std::move(toSign));
   } else {
     encoded.headers = std::move(toSign.headers);
     // The service's own store.
@@ -138,7 +151,7 @@ Outcome<HttpRequest> ObjectRun::encoded(ObjectRequest request,
     }
   }
   if (request.body) encoded.body = {*std::move(request.body)};
-  return encoded;
+  return Encoded{std::move(encoded), std::move(signer)};
 }
 
 Failure cancelledObject(std::string_view about) {

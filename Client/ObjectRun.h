@@ -1,8 +1,10 @@
 #pragma once
 
 #include "Binary/Binary/Utils/S3RequestSigner.h"
+#include "Client/CredentialsCache.h"
 #include "Client/ObjectPlace.h"
 #include "Client/Running.h"
+#include "Client/StoreAuthorizer.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Network/HttpTransport.h"
 #include "varo/objects.h"
@@ -43,13 +45,14 @@ struct ObjectStops {
   std::stop_token forGood;
 };
 
-/// One run of an operation on objects: sends its requests. Immutable, thread-safe.
+/// One run of an operation on objects: sends its requests. Immutable, but for its credentials;
+/// thread-safe.
 class ObjectRun {
  public:
   using Answer = std::function<void(Outcome<platform::HttpResponse>)>;
   using Direct = std::function<void(platform::RequestSettings& settings)>;
 
-  /// Asks for the credentials, which are those of the whole run.
+  /// Asks for the credentials, which are those of the whole run unless they expire.
   ///
   /// `running` is shown the progress. `fail` ends the run: it is called where what an answer was
   /// told to has thrown, so that there is an end. `direct` completes the settings of each request;
@@ -58,8 +61,9 @@ class ObjectRun {
       std::shared_ptr<const ObjectPlace> place, ObjectStops stops,
       std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail, Direct direct);
 
-  ObjectRun(std::shared_ptr<const ObjectPlace> place, ObjectAccess access, ObjectStops stops,
-            std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail, Direct direct);
+  ObjectRun(std::shared_ptr<const ObjectPlace> place, std::shared_ptr<HeldCredentials> credentials,
+            ObjectAccess access, ObjectStops stops, std::shared_ptr<RunningBase> running,
+            std::function<void(Failure)> fail, Direct direct);
 
   /// Signs and sends a request, again where it fails for the moment and the run was not stopped;
   /// `cancellation` stops it in the middle, too. `answer` is called once, with a response of status
@@ -74,13 +78,23 @@ class ObjectRun {
   /// Not stopped by a pause: for what cannot be begun anew, such as a reader.
   [[nodiscard]] const std::stop_token& givenUp() const noexcept { return stops_.forGood; }
   [[nodiscard]] const ObjectAccess& access() const noexcept { return access_; }
+  /// For requests to the service.
+  [[nodiscard]] std::shared_ptr<platform::RequestAuthorizer> serviceAuthorizer() const;
   [[nodiscard]] RunningBase& running() const noexcept { return *running_; }
 
  private:
-  [[nodiscard]] Outcome<platform::HttpRequest> encoded(ObjectRequest request,
-                                                       const std::stop_token& cancellation) const;
+  struct Encoded {
+    platform::HttpRequest request;
+    /// Null for a request that is not signed.
+    std::shared_ptr<StoreAuthorizer> signer;
+  };
+
+  [[nodiscard]] Outcome<Encoded> encoded(ObjectRequest request,
+                                         const std::stop_token& cancellation) const;
 
   const std::shared_ptr<const ObjectPlace> place_;
+  const std::shared_ptr<HeldCredentials> credentials_;
+  /// Made of the first ones.
   const ObjectAccess access_;
   const ObjectStops stops_;
   const std::shared_ptr<RunningBase> running_;

@@ -52,6 +52,7 @@ void TemplatePut::run(const ObjectRunPtr& run, End end) {
   Dictionary options = optionsWith(run->settings(run->cancellation()));
   Dictionary headers = run->access().headers;
   if (!run->access().token.empty()) {
+    settings->authorizer = run->serviceAuthorizer();
     headers.set(binary::kVaroAuthorization, run->access().token);
     options.set(binary::kVaroAuthorization, run->access().token);
   }

@@ -30,12 +30,8 @@ class CountingBody final : public RequestBody {
 
 }  // namespace
 
-RequestPipeline::RequestPipeline(std::string listener, std::string requiredToken, Shared shared,
-                                 Stamp stamp)
-    : listener_(std::move(listener)),
-      requiredToken_(std::move(requiredToken)),
-      shared_(shared),
-      stamp_(std::move(stamp)) {}
+RequestPipeline::RequestPipeline(std::string listener, Token token, Shared shared, Stamp stamp)
+    : listener_(std::move(listener)), token_(token), shared_(shared), stamp_(std::move(stamp)) {}
 
 HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) const {
   // Before anything else: a rule that hits every request could not be removed again.
@@ -46,6 +42,7 @@ HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) co
   const FaultAction* fault = hit ? &hit->action : nullptr;
   // No wait holds up the end of a test: a stop ends them all.
   if (fault) shared_.faults.wait(*hit, fault->latency, shared_.stopSignal);
+  if (fault && fault->newToken) token_.wanted.replace(*fault->newToken);
   if (fault && fault->cutRequestAfter) body.cutAfter(*fault->cutRequestAfter);
   CountingBody counted(body);
   auto replacement = fault ? replacementFor(*fault) : std::nullopt;
@@ -70,9 +67,13 @@ HttpResponse RequestPipeline::handle(HttpRequest& request, RequestBody& body) co
 }
 
 HttpResponse RequestPipeline::authorizedResponse(HttpRequest& request, RequestBody& body) const {
-  if (!requiredToken_.empty()) {
+  if (token_.isCheckedHere) {
     const std::string* token = request.header(kTokenHeader);
-    if (token == nullptr || *token != requiredToken_) {
+    const auto verdict = token_.wanted.judge(token != nullptr ? *token : "");
+    if (verdict == WantedToken::Verdict::kExpired) {
+      return errorResponse(kUnauthorized, "the token has expired", 401);
+    }
+    if (verdict == WantedToken::Verdict::kWrong) {
       return errorResponse(kUnauthorized, "the token is missing or wrong", 401);
     }
   }

@@ -4,6 +4,7 @@
 #include "Sandbox/Faults/FaultInjector.h"
 #include "Sandbox/Http/Router.h"
 #include "Sandbox/Http/StopSignal.h"
+#include "Sandbox/Http/WantedToken.h"
 
 #include <functional>
 #include <string>
@@ -20,12 +21,18 @@ class RequestPipeline {
     StopSignal& stopSignal;
   };
 
+  struct Token {
+    /// A fault may replace it.
+    WantedToken& wanted;
+    /// Or else where requests are served.
+    bool isCheckedHere;
+  };
+
   /// Adds what all responses of a listener have. Any thread.
   using Stamp = std::function<void(HttpResponse&)>;
 
-  /// An empty `requiredToken` switches the check off, an absent `stamp` adds nothing.
-  RequestPipeline(std::string listener, std::string requiredToken, Shared shared,
-                  Stamp stamp = nullptr);
+  /// An absent `stamp` adds nothing.
+  RequestPipeline(std::string listener, Token token, Shared shared, Stamp stamp = nullptr);
 
   /// To be filled before the first request.
   [[nodiscard]] Router& router() { return router_; }
@@ -35,7 +42,7 @@ class RequestPipeline {
   [[nodiscard]] HttpResponse authorizedResponse(HttpRequest& request, RequestBody& body) const;
 
   const std::string listener_;
-  const std::string requiredToken_;
+  const Token token_;
   const Shared shared_;
   const Stamp stamp_;
   Router router_;

@@ -94,9 +94,11 @@ struct SandboxServer::Running {
         signedStore({signedBytes, partBytes, uploads}, options.objectStore),
         controlService(shared.faults, shared.log, shared.defaultDelete),
         blobControl(blobs),
-        servicePipeline(std::string(kServiceListener), options.requiredToken,
+        serviceToken(options.requiredToken),
+        servicePipeline(std::string(kServiceListener), {serviceToken, true},
                         {shared.faults, shared.log, stopSignal}),
-        storePipeline(std::string(kStoreListener), "", {shared.faults, shared.log, stopSignal},
+        storePipeline(std::string(kStoreListener), {signedStore.sessionToken(), false},
+                      {shared.faults, shared.log, stopSignal},
                       [this](HttpResponse& response) { signedStore.stamp(response); }),
         store(options.http, stopSignal,
               [this](HttpRequest& request, RequestBody& body) {
@@ -144,6 +146,7 @@ struct SandboxServer::Running {
   SignedStore signedStore;
   ControlService controlService;
   BlobControl blobControl;
+  WantedToken serviceToken;
   RequestPipeline servicePipeline;
   RequestPipeline storePipeline;
   HttpListener store;

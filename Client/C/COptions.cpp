@@ -161,6 +161,18 @@ varo_code varo_credentials_set_keys(varo_credentials* credentials, const char* a
   });
 }
 
+varo_code varo_credentials_set_expires(varo_credentials* credentials, int64_t unix_ms) {
+  using Time = std::chrono::system_clock::time_point;
+  constexpr auto kMost =
+      std::chrono::floor<std::chrono::milliseconds>(Time::max().time_since_epoch());
+  if (credentials == nullptr || unix_ms < 0 || unix_ms > kMost.count())
+    return VARO_INVALID_ARGUMENT;
+  return varo::capi::guarded([&] {
+    credentials->credentials.expires = Time(std::chrono::milliseconds(unix_ms));
+    return VARO_OK;
+  });
+}
+
 varo_code varo_credentials_refuse(varo_credentials* credentials, const char* why) {
   if (credentials == nullptr || why == nullptr) return VARO_INVALID_ARGUMENT;
   return varo::capi::guarded([&] {

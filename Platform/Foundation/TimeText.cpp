@@ -2,7 +2,7 @@
 
 #include "Platform/Foundation/Text.h"
 
-#include <array>
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -36,6 +36,29 @@ std::optional<Time> timeOf(const Parts& parts) {
          std::chrono::minutes(parts.minute) + std::chrono::seconds(parts.second);
 }
 
+/// What has to be added to the time before: "Z", ".123Z", "+02:00", ".5-01:30".
+std::optional<std::chrono::milliseconds> fractionAndOffset(std::string_view text) {
+  std::chrono::milliseconds sum{0};
+  if (text.starts_with('.')) {
+    text.remove_prefix(1);
+    const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    if (digits == 0) return std::nullopt;
+    int weight = 100;  // of the first digit, in milliseconds
+    for (const char digit : text.substr(0, digits)) {
+      sum += std::chrono::milliseconds((digit - '0') * weight);
+      weight /= 10;
+    }
+    text.remove_prefix(digits);
+  }
+  if (text == "Z" || text == "z") return sum;
+  if (text.size() != 6 || (text[0] != '+' && text[0] != '-') || text[3] != ':') return std::nullopt;
+  const int hours = digitsAt(text, 1, 2);
+  const int minutes = digitsAt(text, 4, 2);
+  if (hours < 0 || hours > 23 || minutes < 0 || minutes > 59) return std::nullopt;
+  const auto offset = std::chrono::hours(hours) + std::chrono::minutes(minutes);
+  return text[0] == '+' ? sum - offset : sum + offset;
+}
+
 }  // namespace
 
 std::optional<Time> httpTime(std::string_view text) {
@@ -48,16 +71,16 @@ std::optional<Time> httpTime(std::string_view text) {
 }
 
 std::optional<Time> isoTime(std::string_view text) {
-  if (text.size() < 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' ||
-      text[16] != ':' || !text.ends_with('Z')) {
+  constexpr std::size_t kSeconds = 19;
+  if (text.size() <= kSeconds || text[4] != '-' || text[7] != '-' ||
+      (text[10] != 'T' && text[10] != 't') || text[13] != ':' || text[16] != ':') {
     return std::nullopt;
   }
   const auto time = timeOf({digitsAt(text, 0, 4), digitsAt(text, 5, 2), digitsAt(text, 8, 2),
                             digitsAt(text, 11, 2), digitsAt(text, 14, 2), digitsAt(text, 17, 2)});
-  if (!time || text[19] != '.') return text[19] == 'Z' ? time : std::nullopt;
-  const int thousandths = digitsAt(text, 20, 3);
-  if (thousandths < 0) return std::nullopt;
-  return Time(*time + std::chrono::milliseconds(thousandths));
+  const auto rest = fractionAndOffset(text.substr(kSeconds));
+  if (!time || !rest) return std::nullopt;
+  return *time + *rest;
 }
 
 }  // namespace varo::platform

@@ -106,6 +106,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
       if (auto allowed = settings_->authorizer->authorize(request); !allowed) {
         return endOnPool(allowed.error());
       }
+      shown_ = request.headers;
     }
     std::uint64_t sent = 0;
     {
@@ -146,7 +147,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
 
   [[nodiscard]] bool isRenewedAfter(const HttpResponse& response) {
     if (settings_->authorizer == nullptr || hasRenewed_ || isCancelled()) return false;
-    return hasRenewed_ = settings_->authorizer->renew(response);
+    return hasRenewed_ = settings_->authorizer->renew(shown_, response);
   }
 
   /// None: that was the last attempt.
@@ -228,6 +229,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   void end(std::optional<HttpResponse> response, ErrorPtr error) {
     const HttpCompletion completion = std::exchange(completion_, nullptr);
     request_ = {};  // a timer may keep this for a while
+    shown_.clear();
     watch_.reset();
     watchRepeats_.reset();
     tellWaited();
@@ -261,6 +263,8 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   int number_ = 1;  // of the attempt; changes before a wait only
   bool hasRenewed_ = false;
   bool waitIsTold_ = false;  // and its end is not
+  /// Of the attempt, where there is an authorizer.
+  std::vector<HttpHeader> shown_;
   /// Set before the first attempt, gone with the end.
   std::optional<std::stop_callback<std::function<void()>>> watch_;
   std::optional<std::stop_callback<std::function<void()>>> watchRepeats_;

@@ -12,6 +12,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <vector>
 
 namespace varo::platform {
 
@@ -39,10 +40,12 @@ class RequestAuthorizer : public Object {
   /// Called before each attempt, on the thread that sends it; may block. An error ends the request,
   /// which is not sent then.
   [[nodiscard]] virtual Result<void> authorize(HttpRequest& request) = 0;
-  /// A response has come. True: it is a refusal, and with what `authorize` gives now another
-  /// attempt may be let in. That is made at once, whatever the method, as nothing was carried out;
-  /// after it the request is not asked about any more. May block.
-  [[nodiscard]] virtual bool renew(const HttpResponse& response) = 0;
+  /// A response has come to a request with the headers `shown`, as `authorize` left them. True: it
+  /// is a refusal, and with what `authorize` gives now another attempt may be let in. That is made
+  /// at once, whatever the method, as nothing was carried out; after it the request is not asked
+  /// about any more. May block.
+  [[nodiscard]] virtual bool renew(const std::vector<HttpHeader>& shown,
+                                   const HttpResponse& response) = 0;
 
   [[nodiscard]] std::string description() const override { return "RequestAuthorizer"; }
 };

@@ -107,6 +107,7 @@ bool readRangeEntry(std::string_view key, const json::value& value, FaultAction&
 bool readActionEntry(std::string_view key, const json::value& value, FaultAction& action) {
   if (key == "latencyMs") return readMilliseconds(value, -1, action.latency);
   if (key == "delayMs") return readMilliseconds(value, -1, action.delay);
+  if (key == "newToken") return readText(value, action.newToken.emplace());
   if (key == "cutRequestAfter") return readCount(value, action.cutRequestAfter);
   if (key == "headers") return readHeaders(value, action);
   if (key == "total") return readTotal(value, action.total);

@@ -34,6 +34,9 @@ struct FaultAction {
   /// Negative: the request is held until the rules are removed or the server stops.
   std::chrono::milliseconds latency{0};
   std::chrono::milliseconds delay{0};  ///< Negative: as `latency`.
+  /// What the token must be from this request on, of the store the session token: the one before
+  /// has expired.
+  std::optional<std::string> newToken{};
   /// Bytes of the request's body after which the connection is closed, without a response. The
   /// service sees a body that broke off.
   std::optional<std::uint64_t> cutRequestAfter{};

@@ -41,7 +41,8 @@ std::optional<StoreError> checkSignedHeaders(const HttpRequest& request,
 
 }  // namespace
 
-SignatureVerifier::SignatureVerifier(SignedStoreOptions options) : options_(std::move(options)) {}
+SignatureVerifier::SignatureVerifier(SignedStoreOptions options, const WantedToken& sessionToken)
+    : options_(std::move(options)), sessionToken_(sessionToken) {}
 
 std::variant<SignatureVerifier::PayloadHash, StoreError> SignatureVerifier::verify(
     const HttpRequest& request, sigv4::Time now) const {
@@ -82,7 +83,7 @@ SignatureVerifier::Problem SignatureVerifier::checkScope(const SignatureClaim& c
 
 SignatureVerifier::Problem SignatureVerifier::checkToken(const HttpRequest& request,
                                                          const SignatureClaim& claim) const {
-  if (options_.sessionToken.empty()) return std::nullopt;
+  if (sessionToken_.isEmpty()) return std::nullopt;
   // In either place the signature covers it: the whole query, and all headers of this kind.
   const std::string* token = claim.lifetime ? request.parameter(sigv4::kTokenParameter)
                                             : request.header(sigv4::kTokenParameter);
@@ -92,7 +93,11 @@ SignatureVerifier::Problem SignatureVerifier::checkToken(const HttpRequest& requ
                       "The access key is a temporary one and needs its session token.",
                       {{"AWSAccessKeyId", claim.accessKey}}};
   }
-  if (equalInConstantTime(*token, options_.sessionToken)) return std::nullopt;
+  const auto verdict = sessionToken_.judge(*token);
+  if (verdict == WantedToken::Verdict::kGood) return std::nullopt;
+  if (verdict == WantedToken::Verdict::kExpired) {
+    return StoreError{400, "ExpiredToken", "The session token has expired."};
+  }
   return StoreError{400, "InvalidToken", "The session token is not the access key's."};
 }
 

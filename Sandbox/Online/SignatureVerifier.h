@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Sandbox/Http/WantedToken.h"
 #include "Sandbox/Online/SignatureClaim.h"
 #include "Sandbox/Online/SignedStoreOptions.h"
 
@@ -16,7 +17,8 @@ class SignatureVerifier {
   /// The SHA-256 that the body must turn out to have, in hexadecimal; absent: any body will do.
   using PayloadHash = std::optional<std::string>;
 
-  explicit SignatureVerifier(SignedStoreOptions options);
+  /// `sessionToken` takes the place of the options' own, and lives as long as this.
+  SignatureVerifier(SignedStoreOptions options, const WantedToken& sessionToken);
 
   /// `now` is the store's clock.
   [[nodiscard]] std::variant<PayloadHash, StoreError> verify(const HttpRequest& request,
@@ -32,6 +34,7 @@ class SignatureVerifier {
                                        const SignatureClaim& claim) const;
 
   const SignedStoreOptions options_;
+  const WantedToken& sessionToken_;
 };
 
 }  // namespace varo::sandbox

@@ -51,7 +51,8 @@ bool holds(std::string_view condition, std::string_view entityTag) {
 SignedStore::SignedStore(ObjectStores stores, const SignedStoreOptions& options)
     : objects_(stores.objects),
       options_(options),
-      verifier_(options),
+      sessionToken_(options.sessionToken),
+      verifier_(options, sessionToken_),
       listing_(stores.objects),
       uploads_(stores, options.leastPartBytes),
       operations_(allOperations()) {}

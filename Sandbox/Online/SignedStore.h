@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Sandbox/Http/Router.h"
+#include "Sandbox/Http/WantedToken.h"
 #include "Sandbox/Online/MultipartUploads.h"
 #include "Sandbox/Online/ObjectListing.h"
 #include "Sandbox/Online/SignatureVerifier.h"
@@ -25,6 +26,9 @@ class SignedStore {
   /// Takes all paths that no route before it took.
   void registerRoutes(Router& router);
 
+  /// What requests must show besides the signature.
+  [[nodiscard]] WantedToken& sessionToken() noexcept { return sessionToken_; }
+
   /// Adds what every response of such a store has: the request's id and the time by its clock.
   void stamp(HttpResponse& response) const;
 
@@ -41,6 +45,7 @@ class SignedStore {
 
   DiskStore& objects_;
   const SignedStoreOptions options_;
+  WantedToken sessionToken_;
   const SignatureVerifier verifier_;
   const ObjectListing listing_;
   MultipartUploads uploads_;

@@ -6,6 +6,7 @@
 
 /// The whole client.
 #include "varo/blobs.h"
+#include "varo/credentials.h"
 #include "varo/files.h"
 #include "varo/objects.h"
 #include "varo/runtime.h"

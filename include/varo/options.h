@@ -14,7 +14,8 @@
 
 namespace varo {
 
-/// What a client shows to its server.
+/// What a client shows to its server. `<varo/credentials.h>` reads them from a file, the
+/// environment or a command.
 struct Credentials {
   /// The service's token, sent as the header "X-Pelmar-Authorization" to the service's own servers
   /// only. Empty for none.
@@ -24,6 +25,10 @@ struct Credentials {
   std::string secretKey = {};
   /// Of keys that are good for a while; goes with each request that is signed.
   std::string sessionToken = {};
+  /// When they expire, by this computer's clock. With it they are kept for all operations of the
+  /// client until shortly before: a tenth of the time that is left when they are given, at most a
+  /// minute. None: they serve one operation, and the next one asks again.
+  std::optional<std::chrono::system_clock::time_point> expires = {};
 };
 
 enum class TlsVersion : std::uint8_t { k12, k13 };
@@ -108,7 +113,13 @@ struct Options {
   /// Where the service is: http or https, with or without a slash at its end. Of an `ObjectStore`
   /// it stays empty.
   std::string url = {};
-  /// Asked before each operation, on the thread that starts it. Empty: nothing is shown.
+  /// Asked for credentials when an operation begins, and by credentials that say when they expire
+  /// before any request that comes later than that; and once more where a server says that those it
+  /// was shown are not good any more: then the request is repeated, if there are others now.
+  ///
+  /// Called on threads of the library, by one at a time; others wait for the same answer, so it
+  /// must not wait for an operation of the same client. What it throws is a
+  /// `Kind::kUnauthorized`. Empty: nothing is shown.
   std::function<Outcome<Credentials>()> credentials = {};
   /// Further headers of each request to the service.
   std::map<std::string, std::string> headers = {};

@@ -68,8 +68,9 @@ class CountingAuthorizer final : public RequestAuthorizer {
     request.headers.push_back({"Token", std::to_string(current)});
     return {};
   }
-  bool renew(const HttpResponse& refusal) override {
+  bool renew(const std::vector<HttpHeader>& shown, const HttpResponse& refusal) override {
     if (refusal.status != 401) return false;
+    EXPECT_EQ(shown.back().value, std::to_string(current)) << "what was refused";
     ++current;
     return true;
   }

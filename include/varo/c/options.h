@@ -17,10 +17,15 @@ VARO_API varo_code varo_credentials_set_token(varo_credentials* credentials, con
 /// good for a while; NULL for none.
 VARO_API varo_code varo_credentials_set_keys(varo_credentials* credentials, const char* access_key,
                                              const char* secret_key, const char* session_token);
+/// When they expire, in milliseconds since 1970-01-01 UTC. With it they are kept for all operations
+/// of the client until shortly before; without, they serve one operation.
+VARO_API varo_code varo_credentials_set_expires(varo_credentials* credentials, int64_t unix_ms);
 /// Why there are none; goes into the failure's message. For a function that does not return 0.
 VARO_API varo_code varo_credentials_refuse(varo_credentials* credentials, const char* why);
 
-/// Asked before each operation, on the thread that starts it, so several at once. Returns 0;
+/// Asked when an operation begins, before a request that comes after the credentials have expired,
+/// and once more where a server turns them away. On threads of the library, one at a time: others
+/// wait for the same answer, so it must not wait for an operation of the same client. Returns 0;
 /// anything else fails the operation with `VARO_UNAUTHORIZED`.
 typedef int (*varo_credentials_fn)(void* user, varo_credentials* credentials);
 
