@@ -24,6 +24,7 @@ URL is the base URL of the object service, without "/objects/File".
 
 Global options, before or after the command:
   --json                  print one JSON object a line on standard output, for scripts
+  --quiet                 neither progress nor notes on standard error
   --home DIR              use DIR/Documents, DIR/Downloads and DIR/Library
                           (default: the directories of the desktop, such as ~/Downloads)
   --header 'NAME: VALUE'  send a request header; may be repeated
@@ -37,11 +38,15 @@ Global options, before or after the command:
   --cacert FILE           trust the certificates (PEM) in FILE as well
   --connect-timeout S     seconds until a connection stands (default 30)
   --stall-timeout S       seconds without a byte moving (default 60)
+  --parallel N            transfers at once, where a command has several (default 5)
   --log-level L           trace, debug, info, warning (default), error, fatal or off; on
-                          standard error. Without this option and --json, lines that the
-                          command says in its own words anyway are left out
+                          standard error. Without this option, lines that the command says
+                          in its own words anyway are left out
   -h, --help              show this help, or a command's
-  --version               show the version
+  -V, --version           show the version
+
+Sizes are bytes, or end in K, M or G (powers of 1024). '--' ends the options: what stands
+behind it is an argument, also where it begins with a dash.
 
 Environment:
   VARO_TOKEN              the authorization token, where no option gives one

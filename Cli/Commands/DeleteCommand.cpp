@@ -2,6 +2,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/OptionValues.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Value.h"
@@ -55,7 +56,7 @@ std::string describeFilesWhere(const Dictionary& where) {
 }
 
 void declare(CommandArguments& arguments, DeleteOptions& options) {
-  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.parsed("URL", options.url, parseBaseUrl, Presence::kRequired);
   arguments.text("FILE_ID", options.fileId);
   arguments.pairs("--where", options.where);
   arguments.check([&options] {
@@ -71,23 +72,25 @@ void declare(CommandArguments& arguments, DeleteOptions& options) {
 
 int run(Session& session, const DeleteOptions& options) {
   const GlobalOptions& global = session.options();
-  return session.perform(
-      "Deleting" + (options.fileId ? " " + *options.fileId : ""),
-      [&](const Session::Blocks& blocks) {
-        if (options.fileId) {
-          BinaryFileStorageInterface::deleteWithUrl(options.url, options.fileId, {}, global.headers,
-                                                    blocks.onSuccess, blocks.onFailure,
-                                                    global.options);
-        } else {
-          BinaryFileStorageInterface::deleteByCriteria(options.url, options.where, global.headers,
-                                                       blocks.onSuccess, blocks.onFailure,
-                                                       global.options);
-        }
-      },
-      [&](const Dictionary&) {
-        return options.fileId ? fmt::format("Deleted {}\n", printable(*options.fileId))
-                              : describeFilesWhere(options.where);
-      });
+  return session.perform("Deleting" + (options.fileId ? " " + *options.fileId : ""),
+                         [&](const Session::Blocks& blocks) {
+                           if (options.fileId) {
+                             BinaryFileStorageInterface::deleteWithUrl(
+                                 options.url, options.fileId, {}, global.headers, blocks.onSuccess,
+                                 blocks.onFailure, global.options);
+                           } else {
+                             BinaryFileStorageInterface::deleteByCriteria(
+                                 options.url, options.where, global.headers, blocks.onSuccess,
+                                 blocks.onFailure, global.options);
+                           }
+                         },
+                         {.success =
+                              [&](const Dictionary&) {
+                                return options.fileId
+                                           ? fmt::format("Deleted {}\n", printable(*options.fileId))
+                                           : describeFilesWhere(options.where);
+                              },
+                          .about = {options.fileId.value_or(""), options.url}});
 }
 
 }  // namespace

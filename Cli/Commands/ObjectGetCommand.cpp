@@ -5,13 +5,16 @@
 #include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Arguments/GlobalOptions.h"
 #include "Cli/Arguments/OptionValues.h"
+#include "Cli/Arguments/OutputArguments.h"
 #include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Failures/ClientFailure.h"
 #include "Cli/Failures/ObjectFailure.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Run/StagedDownload.h"
 #include "Cli/Run/StandardOutput.h"
 #include "Cli/Terminal/ByteFormat.h"
 #include "Cli/Terminal/TerminalText.h"
+#include "Client/FileDestination.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
@@ -21,6 +24,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -39,7 +43,7 @@ constexpr std::string_view kHelp =
     R"(Bring an object into a file, or to standard output.
 
 Usage: varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
-           [--stream]
+           [-o FILE] [--if-exists fail|replace|keep|number]
 
   --config FILE           JSON object with the configuration of the download, as the library
                           takes it: "endpointUrl" (or "domain" and "relativepath"),
@@ -50,10 +54,14 @@ Usage: varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options 
                           the configuration; "fileId" also names the download
   --options FILE          JSON object with the options dictionary. --option and the token
                           win over it
-  --stream                write the bytes to standard output as they arrive, and nothing
-                          else there. Excludes --json
+  -o, --output FILE       store it as FILE, or write the bytes to standard output with '-',
+                          as they arrive and nothing else there (excludes --json); the
+                          directory of FILE must be there
+  --stream                the same as -o -
+  --if-exists WHAT        where the file is there already: fail (default with -o), replace
+                          it, keep it and fetch nothing, or number the new one: "a (1).jpg"
 
-The file is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
+Without -o the file is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
 as %2F. It appears complete or not at all.
 A key on the command line shows in the list of processes: keep keys in the configuration.
 Blanks and the like in the name of a signed object are percent-encoded: a%20b.
@@ -76,6 +84,10 @@ struct ObjectGetOptions {
   platform::Dictionary options;
   /// Write the bytes to standard output instead of a file.
   bool stream = false;
+  /// A file, or `kStandardOutput`, which is `stream`; none: in the documents directory.
+  std::optional<std::string> output;
+  /// None: `kFail` for `output`, else `kReplace`.
+  std::optional<IfExists> ifExists;
 };
 
 constexpr char kFileId[] = "fileId";
@@ -124,22 +136,48 @@ std::string describe(const Dictionary& result) {
   return fmt::format("Downloaded {} ({})\n", printable(path), formatBytes(sizeOf(path)));
 }
 
+/// Runs the download into `staged`; the outcome names its file there.
+Outcome downloadInto(Session& session, const ObjectGetOptions& options) {
+  const Outcome outcome =
+      session.await([&](const Session::Blocks& blocks) { download(session, options, blocks, {}); },
+                    {}, Session::Ending::kIsTold);
+  // What an interrupt left under way would go on in the directory that goes then.
+  if (outcome.kind != Outcome::Kind::kSuccess) platform::Runtime::shared().shutdown();
+  return outcome;
+}
+
+Outcome published(Dictionary result, const platform::Result<std::string>& path) {
+  if (!path) return failed(path.error());
+  result.set(binary::kFilePath, *path);
+  return {Outcome::Kind::kSuccess, std::move(result)};
+}
+
+/// Into the documents directory.
 Outcome getFile(Session& session, const ObjectGetOptions& options) {
   const auto staged = StagedDownload::begin();
   if (!staged) return failed(staged.error());
-  Outcome outcome =
-      session.await([&](const Session::Blocks& blocks) { download(session, options, blocks, {}); },
-                    {}, Session::Ending::kIsTold);
-  if (outcome.kind != Outcome::Kind::kSuccess) {
-    // What an interrupt left under way would go on in the directory that goes now.
-    platform::Runtime::shared().shutdown();
-    return outcome;
+  const Outcome outcome = downloadInto(session, options);
+  if (outcome.kind != Outcome::Kind::kSuccess) return outcome;
+  const Dictionary result = outcome.value.dictionaryValue();
+  return published(result, (*staged)->publish(result[binary::kFilePath].textValue()));
+}
+
+/// Into the file that -o names.
+Outcome getFileTo(Session& session, const ObjectGetOptions& options, const std::string& target) {
+  const auto place = detail::prepare(target, options.ifExists.value_or(IfExists::kFail));
+  if (!place) return failed(errorOf(place.error()));
+  if (place->kept) {
+    return {Outcome::Kind::kSuccess, Dictionary{{"id", options.params[kFileId]},
+                                                {binary::kFilePath, place->kept->string()}}};
   }
-  Dictionary result = outcome.value.dictionaryValue();
-  const auto path = (*staged)->publish(result[binary::kFilePath].textValue());
-  if (!path) return failed(path.error());
-  result.set(binary::kFilePath, *path);
-  return {Outcome::Kind::kSuccess, result};
+  const auto staged = StagedDownload::beginIn(place->directory);
+  if (!staged) return failed(staged.error());
+  const Outcome outcome = downloadInto(session, options);
+  if (outcome.kind != Outcome::Kind::kSuccess) return outcome;
+  const Dictionary result = outcome.value.dictionaryValue();
+  const auto bytes = (*staged)->content(result[binary::kFilePath].textValue());
+  if (!bytes) return failed(bytes.error());
+  return published(result, place->store(*bytes));
 }
 
 /// Writes the chunks to standard output until a write fails, which ends the operation.
@@ -200,7 +238,8 @@ int stream(Session& session, const ObjectGetOptions& options) {
         fmt::format("Wrote {} to standard output", formatBytes(streamer->bytes())));
   }
   const auto nothing = [](const Dictionary&) { return std::string(); };
-  return session.finish(outcome, {.success = nothing, .failure = describeObjectFailure});
+  return session.finish(
+      outcome, {.success = nothing, .failure = describeObjectFailure, .about = {nameOf(options)}});
 }
 
 void declare(CommandArguments& arguments, ObjectGetOptions& options) {
@@ -208,9 +247,18 @@ void declare(CommandArguments& arguments, ObjectGetOptions& options) {
   arguments.pairs("--param", options.params, {.severalAtOnce = false});
   arguments.parsed("--options", options.options, readJsonFile);
   arguments.flag("--stream", options.stream);
+  declareOutput(arguments, options.output, options.ifExists);
   arguments.check([&global = arguments.global(), &options] {
     if (options.stream && global.json) {
       CommandArguments::reject("object get", "--stream and --json exclude each other");
+    }
+    checkOutput(global, "object get", options.output, options.ifExists);
+    if (options.stream && options.output.value_or(kStandardOutput.data()) != kStandardOutput) {
+      CommandArguments::reject("object get", "--stream and -o exclude each other");
+    }
+    options.stream = options.stream || options.output == kStandardOutput;
+    if (options.ifExists && !options.output) {
+      CommandArguments::reject("object get", "--if-exists needs -o");
     }
   });
 }
@@ -218,8 +266,10 @@ void declare(CommandArguments& arguments, ObjectGetOptions& options) {
 int run(Session& session, const ObjectGetOptions& options) {
   session.output().begin(nameOf(options));
   if (options.stream) return stream(session, options);
-  return session.finish(getFile(session, options),
-                        {.success = describe, .failure = describeObjectFailure});
+  const Outcome outcome =
+      options.output ? getFileTo(session, options, *options.output) : getFile(session, options);
+  return session.finish(
+      outcome, {.success = describe, .failure = describeObjectFailure, .about = {nameOf(options)}});
 }
 
 }  // namespace

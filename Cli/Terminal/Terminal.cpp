@@ -18,6 +18,11 @@ int descriptorOf(Stream stream) {
 
 bool isTerminal(Stream stream) { return ::isatty(descriptorOf(stream)) == 1; }
 
+bool canReplaceLines(Stream stream) {
+  const char* kind = std::getenv("TERM");
+  return kind != nullptr && std::string_view(kind) != "dumb" && isTerminal(stream);
+}
+
 std::optional<std::size_t> width(Stream stream) {
   winsize size{};
   if (::ioctl(descriptorOf(stream), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) {
@@ -28,11 +33,9 @@ std::optional<std::size_t> width(Stream stream) {
 
 bool mayColour(Stream stream) {
   const char* refused = std::getenv("NO_COLOR");
-  const char* kind = std::getenv("TERM");
   // The convention of no-color.org: set and not empty, whatever its value.
   if (refused != nullptr && *refused != '\0') return false;
-  if (kind == nullptr || std::string_view(kind) == "dumb") return false;
-  return isTerminal(stream);
+  return canReplaceLines(stream);
 }
 
 void occupyClosedStreams() {

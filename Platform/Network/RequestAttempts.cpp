@@ -217,9 +217,8 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   /// For callers that may hold a lock which the completion takes.
   void endOnPool(ErrorPtr error) {
     const JobContext::Scope scope(context_);
-    Runtime::shared().pool().postOrRun([self = shared_from_this(), error = std::move(error)] {
-      self->end(std::nullopt, error);
-    });
+    Runtime::shared().pool().postOrRun(
+        [self = shared_from_this(), error = std::move(error)] { self->end(std::nullopt, error); });
   }
   void endCancelled() {
     endOnPool(makeTransportError(HttpTransportError::kCancelled, "The transfer was cancelled."));

@@ -24,9 +24,10 @@ struct AttemptTools {
 /// - One that is refused is repeated at once, and once, where the authorizer has something else to
 ///   show.
 /// - One that has failed is repeated after a wait, where the policy allows it, the budget has that
-///   much left, and a repeat does no harm: see `isWorthRepeating`. Of a request with a receiver that
-///   has begun to receive, none is: whoever has the bytes knows where to go on.
-/// - A wait holds no thread. The cancellation of the settings, and `cancel` of what is returned, end
+///   much left, and a repeat does no harm: see `isWorthRepeating`. Of a request with a receiver
+///   that has begun to receive, none is: whoever has the bytes knows where to go on.
+/// - A wait holds no thread. The cancellation of the settings, and `cancel` of what is returned,
+/// end
 ///   it at once, with `HttpTransportError::kCancelled`; the shutdown with `kShutDown`.
 ///
 /// Returns what cancels it; never null. Throws only `std::bad_alloc`, and then nothing was sent and

@@ -12,8 +12,8 @@ namespace varo::platform {
 /// When a request that has failed is sent again, and how long it waits before.
 ///
 /// The wait before the attempt n is drawn evenly between nothing and `firstWait` * 2^(n-2), at most
-/// `longestWait`: so those that failed together do not come back together. Where the server says how
-/// long (Retry-After), that counts instead.
+/// `longestWait`: so those that failed together do not come back together. Where the server says
+/// how long (Retry-After), that counts instead.
 struct RetryPolicy {
   /// How often a request is sent in all; 1: never again.
   int attempts = 1;

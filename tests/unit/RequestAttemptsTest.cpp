@@ -91,12 +91,11 @@ class RequestAttemptsTest : public testing::Test {
   std::future<Told> send(HttpRequest made) { return send(std::move(made), sleeper_); }
   std::future<Told> send(HttpRequest made, Sleeper& sleeper) {
     auto told = std::make_shared<std::promise<Told>>();
-    transfer_ = sendAttempts(
-        transport_, std::move(made), settings_,
-        [told](std::optional<HttpResponse> response, ErrorPtr error) {
-          told->set_value({std::move(response), std::move(error)});
-        },
-        {clock_, sleeper, random_});
+    transfer_ = sendAttempts(transport_, std::move(made), settings_,
+                             [told](std::optional<HttpResponse> response, ErrorPtr error) {
+                               told->set_value({std::move(response), std::move(error)});
+                             },
+                             {clock_, sleeper, random_});
     return told->get_future();
   }
 
