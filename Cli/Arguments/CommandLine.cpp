@@ -89,6 +89,8 @@ void Parser::defineGlobal() {
   CommandArguments arguments(app_, global_);
   arguments.flag("--json", global_.json);
   arguments.flag("--quiet", global_.quiet);
+  arguments.flag("--yes", global_.yes);
+  arguments.flag("--dry-run", global_.dryRun);
   arguments.text("--home", global_.home);
   arguments.list("--header", [this](const std::vector<std::string>& headers) -> ErrorPtr {
     for (const std::string& header : headers) {
@@ -131,6 +133,9 @@ void Parser::define(const Command& command) {
   const auto& lists = arguments.pairLists();
   pairLists_.insert(pairLists_.end(), lists.begin(), lists.end());
   app->final_callback([this, &command, run, check = arguments.givenCheck()] {
+    if (global_.dryRun && !command.hasDryRun) {
+      CommandArguments::reject(std::string(command.name), "there is no --dry-run of this command");
+    }
     if (check) check();
     command_ = &command;
     run_ = run;

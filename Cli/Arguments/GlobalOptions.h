@@ -17,6 +17,10 @@ struct GlobalOptions {
   bool json = false;
   /// No progress and no notes on standard error.
   bool quiet = false;
+  /// Ask nothing, and take every question for answered with yes.
+  bool yes = false;
+  /// Say what would be removed, and remove nothing. Only for commands that know it.
+  bool dryRun = false;
   /// Directory of the documents, downloads and library directories; empty: the user's own.
   std::string home;
   /// Request headers, the token's among them.

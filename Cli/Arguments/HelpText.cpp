@@ -25,6 +25,8 @@ URL is the base URL of the object service, without "/objects/File".
 Global options, before or after the command:
   --json                  print one JSON object a line on standard output, for scripts
   --quiet                 neither progress nor notes on standard error
+  --yes                   ask nothing
+  --dry-run               of 'delete': list what would be deleted, and delete nothing
   --home DIR              use DIR/Documents, DIR/Downloads and DIR/Library
                           (default: the directories of the desktop, such as ~/Downloads)
   --header 'NAME: VALUE'  send a request header; may be repeated

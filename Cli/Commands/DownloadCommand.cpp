@@ -18,12 +18,13 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <sys/stat.h>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace varo::cli {
@@ -77,6 +78,8 @@ struct DownloadOptions {
 /// The file system's clock runs in ticks of at most this.
 constexpr std::chrono::milliseconds kClockTick{10};
 
+constexpr char kKept[] = "kept";
+
 Dictionary parametersOf(const Session& session, const DownloadOptions& options) {
   Dictionary metadata{{binary::keys::kFileId, options.fileId}};
   if (options.nameSpace) metadata.set(binary::keys::kFileNamespace, *options.nameSpace);
@@ -91,8 +94,7 @@ SystemClock::time_point timeOf(const timespec& time) {
 
 /// Where the file is and how large. A file that nothing has happened to since `start` was there
 /// already, and nothing was fetched.
-std::string describe(const Dictionary& result, SystemClock::time_point start,
-                     std::string_view again) {
+std::string describe(const Dictionary& result, SystemClock::time_point start) {
   const std::string path = result[binary::keys::kFilePath].textValue();
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0) return fmt::format("Downloaded {}\n", printable(path));
@@ -100,8 +102,8 @@ std::string describe(const Dictionary& result, SystemClock::time_point start,
   if (timeOf(status.st_ctim) + kClockTick < start) {
     return fmt::format(
         "{} ({}) was there already, nothing was fetched.\n"
-        "To fetch it again: {}\n",
-        printable(path), size, again);
+        "To fetch it again: --option forceDownload=true\n",
+        printable(path), size);
   }
   return fmt::format("Downloaded {} ({})\n", printable(path), size);
 }
@@ -145,7 +147,7 @@ Outcome lookUpPlace(Session& session, const FileClient& client, const DownloadOp
     filter = filter && field(binary::keys::kSecurityKey) == *options.securityKey;
   }
   const Outcome found = awaitTransfer<std::vector<FileRecord>>(
-      session, options.fileId, [&] { return client.list(filter); },
+      session, {}, [&] { return client.list(filter); },
       [](const std::vector<FileRecord>& records) {
         return platform::Value(records.empty() ? "" : records.front().name);
       });
@@ -171,13 +173,29 @@ Outcome lookUpPlace(Session& session, const FileClient& client, const DownloadOp
 
 Outcome fetchTo(Session& session, const FileClient& client, const DownloadOptions& options,
                 const Destination& to) {
+  const auto* path = std::get_if<std::filesystem::path>(&to);
+  // The client does not say whether it has kept the file.
+  const bool isKept = path != nullptr && options.ifExists == IfExists::kKeep &&
+                      platform::fileKindAt(path->string()) != platform::FileKind::kNothing;
   return awaitTransfer<std::filesystem::path>(
       session, options.fileId,
       [&] { return client.download(FileId(options.fileId), to, clientOptionsOf(options)); },
-      [&](const std::filesystem::path& path) {
+      [&](const std::filesystem::path& made) {
         return Dictionary{{binary::keys::kFileId, options.fileId},
-                          {binary::keys::kFilePath, path.string()}};
+                          {binary::keys::kFilePath, made.string()},
+                          {kKept, isKept}};
       });
+}
+
+std::string describeFetched(const Dictionary& result) {
+  const std::string path = result[binary::keys::kFilePath].textValue();
+  std::error_code unknown;
+  const std::uintmax_t size = std::filesystem::file_size(path, unknown);
+  const std::string file =
+      printable(path) + (unknown ? std::string() : fmt::format(" ({})", formatBytes(size)));
+  if (!result[kKept].boolValue()) return fmt::format("Downloaded {}\n", file);
+  return fmt::format(
+      "{} was there already, nothing was fetched.\nTo fetch it again: --if-exists replace\n", file);
 }
 
 /// The download with -o or --if-exists, which the typed client does.
@@ -210,29 +228,26 @@ int run(Session& session, const DownloadOptions& options) {
   if (options.output || options.ifExists) {
     session.output().begin("Downloading " + options.fileId);
     const bool isStream = options.output == kStandardOutput;
-    return session.finish(fetch(session, options),
-                          {.success =
-                               [&](const Dictionary& result) {
-                                 return isStream ? std::string()
-                                                 : describe(result, start, "--if-exists replace");
-                               },
-                           .failure = describeFetchFailure,
-                           .about = about});
+    return session.finish(fetch(session, options), {.success =
+                                                        [&](const Dictionary& result) {
+                                                          return isStream ? std::string()
+                                                                          : describeFetched(result);
+                                                        },
+                                                    .failure = describeFetchFailure,
+                                                    .about = about});
   }
   if (const auto directory = downloadsDirectory(); !directory) {
     return session.finish(failed(directory.error()));
   }
-  return session.perform("Downloading " + options.fileId,
-                         [&](const Session::Blocks& blocks) {
-                           BinaryFileStorageInterface::downloadWithURL(
-                               options.url, parametersOf(session, options), blocks.onSuccess,
-                               blocks.onFailure, blocks.onProgress, session.options().options);
-                         },
-                         {.success =
-                              [&](const Dictionary& result) {
-                                return describe(result, start, "--option forceDownload=true");
-                              },
-                          .about = about});
+  return session.perform(
+      "Downloading " + options.fileId,
+      [&](const Session::Blocks& blocks) {
+        BinaryFileStorageInterface::downloadWithURL(options.url, parametersOf(session, options),
+                                                    blocks.onSuccess, blocks.onFailure,
+                                                    blocks.onProgress, session.options().options);
+      },
+      {.success = [&](const Dictionary& result) { return describe(result, start); },
+       .about = about});
 }
 
 }  // namespace

@@ -161,7 +161,7 @@ int run(Session& session, const UploadOptions& options) {
       nameOf(options), start,
       {.success = [&](const Dictionary& result) { return describe(options, result); },
        .failure = describeUploadFailure,
-       .about = {nameOf(options), options.url}});
+       .about = {options.file == kStandardInput ? "standard input" : options.file, options.url}});
 }
 
 }  // namespace

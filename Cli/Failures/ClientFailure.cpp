@@ -20,8 +20,8 @@ constexpr char kRetryable[] = "retryable";
 constexpr char kRetryAfter[] = "retryAfter";
 
 FailureFacts factsOf(const Failure& failure) {
-  FailureFacts facts{std::string(nameOf(failure.kind)), failure.httpStatus,
-                     failure.isWorthRetrying(), {}};
+  FailureFacts facts{
+      std::string(nameOf(failure.kind)), failure.httpStatus, failure.isWorthRetrying(), {}};
   if (failure.retryAfter) {
     facts.retryAfter = std::chrono::ceil<std::chrono::seconds>(*failure.retryAfter);
   }
@@ -32,6 +32,7 @@ FailureFacts factsOf(const Failure& failure) {
 Kind kindOfOwn(std::int64_t code) {
   switch (code) {
     case kCodeInterrupted:
+    case kCodeNotConfirmed:
       return Kind::kCancelled;
     case kCodeSilent:
       return Kind::kNotOurService;
@@ -56,8 +57,10 @@ ErrorPtr errorOf(const Failure& failure) {
   if (!failure.requestId.empty()) details.set("requestId", failure.requestId);
   if (failure.begun) details.set("begun", failure.begun->text());
   if (failure.upload) details.set("upload", failure.upload->text());
-  return std::make_shared<const platform::Error>(failure.cause.domain, failure.cause.code,
-                                                 std::move(details));
+  // What the client has found itself has no cause below.
+  const std::string domain =
+      failure.cause.domain.empty() ? std::string(kClientErrorDomain) : failure.cause.domain;
+  return std::make_shared<const platform::Error>(domain, failure.cause.code, std::move(details));
 }
 
 FailureFacts factsOf(const Value& failure) {

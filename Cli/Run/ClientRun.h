@@ -24,8 +24,8 @@ template <typename T, typename Read>
 }
 
 /// Runs a transfer of the typed client to its outcome; `read` makes the result of what it gives.
-/// Its progress is told as chunks of `id`. An interrupt cancels it, and what it has to clean up is
-/// waited for a while.
+/// Its progress is told as chunks of `id`, of one without an id not at all. An interrupt cancels
+/// it, and what it has to clean up is waited for a while.
 template <typename T, typename Read>
 [[nodiscard]] Outcome awaitTransfer(Session& session, const std::string& id,
                                     const std::function<Transfer<T>()>& start, const Read& read) {
@@ -35,6 +35,7 @@ template <typename T, typename Read>
       [&](const Session::Blocks& blocks) {
         transfer.emplace(start());
         transfer->onProgress([&output = session.output(), id](const Progress& progress) {
+          if (id.empty()) return;
           output.chunk(id, static_cast<std::int64_t>(progress.done),
                        static_cast<std::int64_t>(progress.total));
         });

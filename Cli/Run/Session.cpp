@@ -42,7 +42,8 @@ Outcome silence() {
 FailureText naming(const std::vector<std::string>& about, FailureText text) {
   std::string missing;
   for (const std::string& name : about) {
-    const std::string shown = platform::redactUrl(name);
+    const bool isUrl = name.find("://") != std::string::npos;
+    const std::string shown = isUrl ? platform::redactUrl(name) : name;
     if (shown.empty() || text.message.find(shown) != std::string::npos) continue;
     missing.append(missing.empty() ? "" : ", ").append(shown);
   }

@@ -11,7 +11,15 @@ namespace varo::cli::terminal {
 namespace {
 
 int descriptorOf(Stream stream) {
-  return stream == Stream::kOutput ? STDOUT_FILENO : STDERR_FILENO;
+  switch (stream) {
+    case Stream::kInput:
+      return STDIN_FILENO;
+    case Stream::kOutput:
+      return STDOUT_FILENO;
+    case Stream::kError:
+      break;
+  }
+  return STDERR_FILENO;
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace varo::cli {
 /// since a terminal may be resized.
 namespace terminal {
 
-enum class Stream { kOutput, kError };
+enum class Stream { kInput, kOutput, kError };
 
 [[nodiscard]] bool isTerminal(Stream stream);
 

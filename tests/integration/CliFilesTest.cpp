@@ -14,11 +14,11 @@ class CliFilesTest : public CliFixture {
  protected:
   /// Uploads `content` as "f.txt"; its id.
   std::string uploaded(const std::string& content) {
-    writeFile(makeFile("f.txt", 1), content);
-    const Run up = run({"--json", "upload", url(), path("f.txt")});
+    const std::string file = makeFile("f.txt", 1);
+    writeFile(file, content);
+    const Run up = run({"--json", "upload", url(), file});
     return eventsEndingIn("success", up).back()["result"].dictionaryValue()["file_id"].textValue();
   }
-  [[nodiscard]] std::string path(const std::string& name) const { return home() + "/../" + name; }
 };
 
 TEST_F(CliFilesTest, DownloadGoesWhereItIsAskedToAndReplacesWhatItMay) {
@@ -81,8 +81,9 @@ TEST_F(CliFilesTest, FailureSaysWhatAProgramDecidesByInOneShapeAndNothingBesides
   for (const Case& c : cases) {
     sandbox().clearFaults();
     if (c.status != 0) {
-      sandbox().addFault({{.path = "/objects/File"},
-                          {.status = static_cast<int>(c.status), .headers = {{"Retry-After", "7"}}}});
+      sandbox().addFault(
+          {{.path = "/objects/File"},
+           {.status = static_cast<int>(c.status), .headers = {{"Retry-After", "7"}}}});
     }
     Words words = c.words;
     words.insert(words.begin(), "--json");
@@ -95,6 +96,35 @@ TEST_F(CliFilesTest, FailureSaysWhatAProgramDecidesByInOneShapeAndNothingBesides
     EXPECT_EQ(failure["retryAfter"].integerValue(), c.status == 0 ? 0 : 7);
     EXPECT_EQ(result.errors, "");
   }
+}
+
+TEST_F(CliFilesTest, DeleteSaysWhatItWouldDeleteAndAsksOnATerminalOnly) {
+  const std::string id = uploaded("content");
+  const Words where = {"delete", url(), "--where", "file_name=f.txt"};
+  const auto isThere = [&] { return run({"list", url()}).output.find(id) != std::string::npos; };
+  for (const Words& words : {where, Words{"delete", url(), id}}) {
+    Words dry = words;
+    dry.emplace_back("--dry-run");
+    const Run people = run(dry);
+    EXPECT_THAT(people.output, testing::AllOf(HasSubstr(id), HasSubstr("1 file would be deleted")));
+    dry.emplace_back("--json");
+    const Dictionary result =
+        eventsEndingIn("success", run(dry)).back()["result"].dictionaryValue();
+    EXPECT_EQ((*result["records"].array())[0].dictionaryValue()["file_id"], Value(id));
+    EXPECT_TRUE(isThere());
+  }
+  // `script` runs it on a terminal of its own.
+  const std::string onTerminal =
+      "P=\"$0\"; for W; do P=\"$P '$W'\"; done; script -qec \"$P\" /dev/null";
+  const Run no = runInShell("echo n | { " + onTerminal + "; }", where);
+  EXPECT_THAT(no.output, testing::AllOf(HasSubstr("1 file will be deleted. Type y"),
+                                        HasSubstr("nothing was deleted")));
+  EXPECT_EQ(no.status, 1);
+  EXPECT_TRUE(isThere());
+  EXPECT_EQ(runInShell("echo y | { " + onTerminal + "; }", where).status, 0);
+  EXPECT_FALSE(isThere());
+  (void)uploaded("content");
+  EXPECT_EQ(run(where).status, 0);
 }
 
 }  // namespace

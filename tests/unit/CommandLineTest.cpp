@@ -178,6 +178,7 @@ TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
       {{"demo", "--header", "A: b\r\nC: d"}, "control characters"},
       {{"demo", "--token", "t", "--token-file", "f"}, "--token"},
       {{"demo", "--stall-timeout", "nan"}, "not a number of seconds"},
+      {{"upload", "http://h", "f", "--dry-run"}, "there is no --dry-run of this command"},
       {{"demo", "--parallel", "0"}, "not a number from 1 to 64"},
       {{"download", "http://h", "f", "--if-exists", "ask"}, "not one of fail, replace, keep"},
       {{"download", "http://h", "f", "-o", "-", "--json"}, "exclude each other"},
