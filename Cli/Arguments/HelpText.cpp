@@ -52,7 +52,8 @@ behind it is an argument, also where it begins with a dash.
 
 Environment:
   VARO_TOKEN              the authorization token, where no option gives one
-  VARO_SECRET_KEY         the secret of the sandbox's object store, likewise
+  VARO_ENDPOINT, VARO_REGION, VARO_ACCESS_KEY, VARO_SECRET_KEY, VARO_SESSION_TOKEN
+                          an object store and its keys, likewise
   NO_COLOR                set to anything: no colours
 
 Exit status: 0 success, 1 the operation failed, 2 wrong usage, 130 interrupted.

@@ -7,6 +7,7 @@
 #include "Cli/Arguments/OptionValues.h"
 #include "Cli/Arguments/OutputArguments.h"
 #include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Commands/StoreRequest.h"
 #include "Cli/Failures/ClientFailure.h"
 #include "Cli/Failures/ObjectFailure.h"
 #include "Cli/Run/Session.h"
@@ -42,15 +43,18 @@ namespace {
 constexpr std::string_view kHelp =
     R"(Bring an object into a file, or to standard output.
 
-Usage: varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
+Usage: varobinary [GLOBAL] object get s3://BUCKET/KEY [--endpoint URL] [--region R]
+           [--access-key K] [--secret-key-file FILE]
+           [-o FILE] [--if-exists fail|replace|keep|number]
+       varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
            [-o FILE] [--if-exists fail|replace|keep|number]
 
-  --config FILE           JSON object with the configuration of the download, as the library
+{}  --config FILE           without ADDRESS: JSON object with the configuration of the download, as the library
                           takes it: "endpointUrl" (or "domain" and "relativepath"),
                           "headers", "queryParams", "ChunkSize" (bytes of a request), and for
                           a store "Auth", "AuthParameters", "method" and "Host".
                           --header wins over "headers"
-  --param K=V             file parameter; may be repeated. They fill the placeholders ${K} of
+  --param K=V             file parameter; may be repeated. They fill the placeholders ${{K}} of
                           the configuration; "fileId" also names the download
   --options FILE          JSON object with the options dictionary. --option and the token
                           win over it
@@ -61,23 +65,26 @@ Usage: varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options 
   --if-exists WHAT        where the file is there already: fail (default with -o), replace
                           it, keep it and fetch nothing, or number the new one: "a (1).jpg"
 
-Without -o the file is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
+Without -o the file has the last part of KEY as its name in the downloads directory, or, of
+--config, is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
 as %2F. It appears complete or not at all.
 A key on the command line shows in the list of processes: keep keys in the configuration.
 Blanks and the like in the name of a signed object are percent-encoded: a%20b.
 
 Examples, in a shell where 'varobinary sandbox --store-port 8081' runs in another:
-  echo '{"endpointUrl":"http://127.0.0.1:8081/${fileId}","Host":"127.0.0.1:8081",
-         "method":"GET","Auth":"HMACDigest","AuthParameters":{"objectName":"${fileId}",
+  echo '{{"endpointUrl":"http://127.0.0.1:8081/${{fileId}}","Host":"127.0.0.1:8081",
+         "method":"GET","Auth":"HMACDigest","AuthParameters":{{"objectName":"${{fileId}}",
          "serviceName":"s3","regionName":"us-east-1","accessKeyID":"sandbox",
-         "secretAccessKey":"sandbox-secret-key"}}' > get.json
+         "secretAccessKey":"sandbox-secret-key"}}}}' > get.json
   varobinary object get --config get.json --param fileId=photos/ann.jpg
   varobinary object get --config get.json --param fileId=backup.tar.gz --stream | tar tz
 )";
 
 struct ObjectGetOptions {
+  /// A store that is addressed directly, in place of the configuration.
+  StoreArguments store;
   /// The configuration as the library takes it.
-  platform::Dictionary config;
+  std::optional<platform::Dictionary> config;
   /// The file parameters.
   platform::Dictionary params;
   /// The options dictionary, before the entries of the command line.
@@ -104,7 +111,7 @@ void download(Session& session, const ObjectGetOptions& options, const Session::
               binary::OnStreamDownloadCompleted::Function onStream) {
   Output& output = session.output();
   OnlineBinaryDataManager::sharedInstance()->createAndStartOnlineDownloadTaskFor(
-      options.params, options.stream, objectConfiguration(session.options(), options.config),
+      options.params, options.stream, objectConfiguration(session.options(), *options.config),
       [&output](const std::string& id, const Value&) { output.started(id); },
       [&output](const std::string& id, std::int64_t written, std::int64_t total, const Value&) {
         output.started(id);
@@ -243,7 +250,8 @@ int stream(Session& session, const ObjectGetOptions& options) {
 }
 
 void declare(CommandArguments& arguments, ObjectGetOptions& options) {
-  arguments.parsed("--config", options.config, readJsonFile, Presence::kRequired);
+  declareStore(arguments, options.store, Presence::kOptional);
+  arguments.parsed("--config", options.config, readJsonFile);
   arguments.pairs("--param", options.params, {.severalAtOnce = false});
   arguments.parsed("--options", options.options, readJsonFile);
   arguments.flag("--stream", options.stream);
@@ -257,6 +265,12 @@ void declare(CommandArguments& arguments, ObjectGetOptions& options) {
       CommandArguments::reject("object get", "--stream and -o exclude each other");
     }
     options.stream = options.stream || options.output == kStandardOutput;
+    if (options.store.isGiven() == options.config.has_value()) {
+      CommandArguments::reject("object get", "either s3://BUCKET/KEY or --config is required");
+    }
+    if (options.store.isGiven()) {
+      return completeStore("object get", options.store, NeedsKey::kYes);
+    }
     if (options.ifExists && !options.output) {
       CommandArguments::reject("object get", "--if-exists needs -o");
     }
@@ -264,6 +278,11 @@ void declare(CommandArguments& arguments, ObjectGetOptions& options) {
 }
 
 int run(Session& session, const ObjectGetOptions& options) {
+  if (options.store.isGiven()) {
+    const std::optional<std::string> standardOutput(kStandardOutput);
+    return getFromStore(session, options.store, options.stream ? standardOutput : options.output,
+                        options.ifExists);
+  }
   session.output().begin(nameOf(options));
   if (options.stream) return stream(session, options);
   const Outcome outcome =
@@ -279,7 +298,7 @@ Command makeObjectGetCommand() {
   return {.name = "object get",
           .arguments = {},
           .summary = "bring an object into a file, or to standard output",
-          .help = std::string(kHelp),
+          .help = fmt::format(kHelp, kStoreHelp),
           .define = definition(declare, run)};
 }
 
