@@ -68,7 +68,6 @@ TEST_F(CliFilesTest, FailureSaysWhatAProgramDecidesByInOneShapeAndNothingBesides
     bool isRetryable;
     std::int64_t status;
   };
-  const std::string id = uploaded("content");
   const std::string nowhere = "http://127.0.0.1:1/services";
   const Case cases[] = {
       {{"list", nowhere}, "noConnection", nowhere, true, 0},
