@@ -100,7 +100,7 @@ Outcome find(Session& session, const DeleteOptions& options) {
   const auto client = FileClient::create(clientOptions(session.options(), options.url));
   if (!client) return {Outcome::Kind::kFailure, errorOf(client.error())};
   return awaitTransfer<std::vector<FileRecord>>(
-      session, {}, [&] { return client->list(filterOf(options)); }, resultOf);
+      session, {}, [&] { return client->list(filterOf(options)); }, &resultOf);
 }
 
 std::string countOf(const Dictionary& found) {
@@ -163,6 +163,12 @@ void declare(CommandArguments& arguments, DeleteOptions& options) {
 
 int run(Session& session, const DeleteOptions& options) {
   const GlobalOptions& global = session.options();
+  const std::vector<std::string> about{options.fileId.value_or(""), options.url};
+  if (global.dryRun) {
+    session.output().begin("Looking");
+    return session.finish(find(session, options), {.success = describeFound, .about = about});
+  }
+  if (const auto end = askFirst(session, options)) return session.finish(*end, {.about = about});
   return session.perform("Deleting" + (options.fileId ? " " + *options.fileId : ""),
                          [&](const Session::Blocks& blocks) {
                            if (options.fileId) {

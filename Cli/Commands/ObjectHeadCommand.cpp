@@ -48,7 +48,7 @@ int run(Session& session, const StoreArguments& store) {
   if (!opened) return session.finish({Outcome::Kind::kFailure, errorOf(opened.error())});
   return session.finish(
       awaitTransfer<ObjectInfo>(
-          session, {}, [&] { return opened->head(ObjectKey(store.address.key)); }, resultOf),
+          session, {}, [&] { return opened->head(ObjectKey(store.address.key)); }, &resultOf),
       {.success = describe,
        .failure = describeStoreFailure,
        .about = {store.address.text(), store.endpoint}});

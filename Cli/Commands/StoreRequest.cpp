@@ -58,7 +58,7 @@ Outcome fetch(Session& session, const StoreArguments& from, const Destination& t
   if (!store) return failed(errorOf(store.error()));
   return awaitTransfer<ObjectInfo>(
       session, from.address.key,
-      [&] { return store->get(ObjectKey(from.address.key), to, options); }, resultOf);
+      [&] { return store->get(ObjectKey(from.address.key), to, options); }, &resultOf);
 }
 
 Outcome fetchToFile(Session& session, const StoreArguments& from, std::string path,
@@ -157,7 +157,7 @@ int putToStore(Session& session, StoreArguments store, const StorePut& put) {
   const Outcome outcome = awaitTransfer<ObjectInfo>(
       session, store.address.key,
       [&] { return opened->put(ObjectKey(store.address.key), Source::file(path), options); },
-      resultOf);
+      &resultOf);
   return session.finish(outcome, {.success =
                                       [&](const Dictionary& result) {
                                         return fmt::format(
