@@ -19,7 +19,6 @@ void declareOutput(CommandArguments& arguments, std::optional<std::string>& outp
 /// Refuses bytes on standard output beside events, and `--if-exists` where no file is made. To be
 /// called when the arguments have their values.
 void checkOutput(const GlobalOptions& global, const std::string& command,
-                 const std::optional<std::string>& output,
-                 const std::optional<IfExists>& ifExists);
+                 const std::optional<std::string>& output, const std::optional<IfExists>& ifExists);
 
 }  // namespace varo::cli
