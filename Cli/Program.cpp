@@ -34,20 +34,20 @@ std::size_t messageWidth() {
 
 std::shared_ptr<Output> makeOutput(const GlobalOptions& options, Console& console) {
   if (options.json) return std::make_shared<JsonOutput>(std::cout);
-  return std::make_shared<HumanOutput>(std::cout, console, messageWidth);
+  const auto asides = options.quiet ? HumanOutput::Asides::kNone : HumanOutput::Asides::kShown;
+  return std::make_shared<HumanOutput>(std::cout, console, messageWidth, asides);
 }
 
 std::shared_ptr<platform::LogSink> makeLogSink(const Invocation& invocation, Console& console,
                                                const std::shared_ptr<Output>& output) {
-  const bool wanted = invocation.global.json || invocation.global.logLevel;
   using Lines = ConsoleLogSink::OperationLines;
-  const auto lines =
-      std::make_shared<ConsoleLogSink>(console, wanted ? Lines::kShown : Lines::kOnlyFatal);
+  const auto lines = std::make_shared<ConsoleLogSink>(
+      console, invocation.global.logLevel ? Lines::kShown : Lines::kOnlyFatal);
   return std::make_shared<WaitNotices>(lines, invocation.leastLogLevel, output);
 }
 
 int runCommand(const Invocation& invocation, Interrupts& interrupts) {
-  Console console(std::cerr, {terminal::isTerminal(terminal::Stream::kError),
+  Console console(std::cerr, {terminal::canReplaceLines(terminal::Stream::kError),
                               terminal::mayColour(terminal::Stream::kError)});
   const auto output = makeOutput(invocation.global, console);
   std::optional<Session> session;

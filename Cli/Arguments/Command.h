@@ -28,6 +28,9 @@ struct Command {
   std::string help;
   /// Declares the arguments, and returns what runs with their values once they have been read.
   std::function<CommandRun(CommandArguments&)> define;
+  /// Whether it knows `--dry-run`; for others that is wrong usage, as they would do it all the
+  /// same.
+  bool hasDryRun = false;
   /// The least level of log lines that are shown where no option names one.
   platform::LogLevel leastLogLevel = platform::LogLevel::kWarning;
 };

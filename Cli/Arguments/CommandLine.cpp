@@ -33,6 +33,8 @@ class Parser {
   void define(const Command& command);
 
   void addToken(const std::string& tokenVariable);
+  /// The words that are neither an option nor an argument of the command.
+  [[nodiscard]] std::vector<std::string> leftOver() const;
   [[nodiscard]] std::optional<std::string> complaintAboutRest() const;
   [[nodiscard]] std::string explain(const CLI::ParseError& error) const;
   /// The command that was named, or the group that it would be in, such as "blob"; null for none.
@@ -72,7 +74,7 @@ Parser::Parser(const CommandSet& commands) : app_("", "varobinary") {
   // What is left over is ours to explain: a mistyped command deserves a suggestion.
   app_.allow_extras();
   app_.require_subcommand(0, 1);
-  app_.set_version_flag("--version", versionText());
+  app_.set_version_flag("-V,--version", versionText());
   app_.formatter_fn([&commands](const CLI::App* app, const std::string&, CLI::AppFormatMode) {
     return helpText(commands, commandName(app));
   });
@@ -86,6 +88,9 @@ Parser::Parser(const CommandSet& commands) : app_("", "varobinary") {
 void Parser::defineGlobal() {
   CommandArguments arguments(app_, global_);
   arguments.flag("--json", global_.json);
+  arguments.flag("--quiet", global_.quiet);
+  arguments.flag("--yes", global_.yes);
+  arguments.flag("--dry-run", global_.dryRun);
   arguments.text("--home", global_.home);
   arguments.list("--header", [this](const std::vector<std::string>& headers) -> ErrorPtr {
     for (const std::string& header : headers) {
@@ -110,6 +115,7 @@ void Parser::defineGlobal() {
   arguments.text("--cacert", global_.caFile);
   arguments.parsed("--connect-timeout", global_.connectTimeout, parseSeconds);
   arguments.parsed("--stall-timeout", global_.stallTimeout, parseSeconds);
+  arguments.parsed("--parallel", global_.parallel, parseParallel);
   arguments.parsed("--log-level", global_.logLevel, parseLogLevel);
   arguments.choices("--log-level",
                     {platform::kLogLevelNames.begin(), platform::kLogLevelNames.end()});
@@ -127,6 +133,9 @@ void Parser::define(const Command& command) {
   const auto& lists = arguments.pairLists();
   pairLists_.insert(pairLists_.end(), lists.begin(), lists.end());
   app->final_callback([this, &command, run, check = arguments.givenCheck()] {
+    if (global_.dryRun && !command.hasDryRun) {
+      CommandArguments::reject(std::string(command.name), "there is no --dry-run of this command");
+    }
     if (check) check();
     command_ = &command;
     run_ = run;
@@ -151,11 +160,19 @@ const CLI::App* Parser::chosen() const {
   return command == &app_ ? nullptr : command;
 }
 
+std::vector<std::string> Parser::leftOver() const {
+  std::vector<std::string> rest = app_.remaining(true);
+  // CLI11 counts the mark that ends the options among what it could not place.
+  const auto mark = std::find(rest.begin(), rest.end(), kEndOfOptions);
+  if (mark != rest.end()) rest.erase(mark);
+  return rest;
+}
+
 std::optional<std::string> Parser::complaintAboutRest() const {
   const CLI::App* command = chosen();
   const CLI::App* group = command == nullptr ? &app_ : command;
   const std::string name = commandName(group);
-  const std::vector<std::string> rest = app_.remaining(true);
+  const std::vector<std::string> rest = leftOver();
   if (rest.empty()) {
     if (!isGroup(group)) return std::nullopt;
     return fmt::format("no {}command given", name.empty() ? "" : name + " ");
@@ -185,7 +202,7 @@ std::string Parser::explain(const CLI::ParseError& error) const {
   // An unknown option or command may be the cause of what was found missing after it.
   const auto complaint = complaintAboutRest();
   const bool isComplete = chosen() != nullptr && !isGroup(chosen());
-  if (complaint && (!app_.remaining(true).empty() || !isComplete)) return *complaint;
+  if (complaint && (!leftOver().empty() || !isComplete)) return *complaint;
   return error.what();
 }
 

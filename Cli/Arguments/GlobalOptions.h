@@ -15,6 +15,12 @@ struct GlobalOptions {
   /// What the user typed to start the program, for lines that can be copied.
   std::string program = "varobinary";
   bool json = false;
+  /// No progress and no notes on standard error.
+  bool quiet = false;
+  /// Ask nothing, and take every question for answered with yes.
+  bool yes = false;
+  /// Say what would be removed, and remove nothing. Only for commands that know it.
+  bool dryRun = false;
   /// Directory of the documents, downloads and library directories; empty: the user's own.
   std::string home;
   /// Request headers, the token's among them.
@@ -30,6 +36,8 @@ struct GlobalOptions {
   /// None: the library's defaults.
   std::optional<std::chrono::milliseconds> connectTimeout;
   std::optional<std::chrono::milliseconds> stallTimeout;
+  /// Transfers at once where a command has several.
+  int parallel = 5;
   /// None: the default, warning.
   std::optional<platform::LogLevel> logLevel;
 };

@@ -24,6 +24,9 @@ URL is the base URL of the object service, without "/objects/File".
 
 Global options, before or after the command:
   --json                  print one JSON object a line on standard output, for scripts
+  --quiet                 neither progress nor notes on standard error
+  --yes                   ask nothing
+  --dry-run               of 'delete': list what would be deleted, and delete nothing
   --home DIR              use DIR/Documents, DIR/Downloads and DIR/Library
                           (default: the directories of the desktop, such as ~/Downloads)
   --header 'NAME: VALUE'  send a request header; may be repeated
@@ -37,15 +40,20 @@ Global options, before or after the command:
   --cacert FILE           trust the certificates (PEM) in FILE as well
   --connect-timeout S     seconds until a connection stands (default 30)
   --stall-timeout S       seconds without a byte moving (default 60)
+  --parallel N            transfers at once, where a command has several (default 5)
   --log-level L           trace, debug, info, warning (default), error, fatal or off; on
-                          standard error. Without this option and --json, lines that the
-                          command says in its own words anyway are left out
+                          standard error. Without this option, lines that the command says
+                          in its own words anyway are left out
   -h, --help              show this help, or a command's
-  --version               show the version
+  -V, --version           show the version
+
+Sizes are bytes, or end in K, M or G (powers of 1024). '--' ends the options: what stands
+behind it is an argument, also where it begins with a dash.
 
 Environment:
   VARO_TOKEN              the authorization token, where no option gives one
-  VARO_SECRET_KEY         the secret of the sandbox's object store, likewise
+  VARO_ENDPOINT, VARO_REGION, VARO_ACCESS_KEY, VARO_SECRET_KEY, VARO_SESSION_TOKEN
+                          an object store and its keys, likewise
   NO_COLOR                set to anything: no colours
 
 Exit status: 0 success, 1 the operation failed, 2 wrong usage, 130 interrupted.

@@ -27,6 +27,7 @@ namespace {
 
 /// A day; more is a slip of the pen.
 constexpr double kLongestTimeout = 86'400;
+constexpr int kMostParallel = 64;
 /// Far more than any configuration; keeps a wrong file from being read whole.
 constexpr std::size_t kLargestJson = std::size_t{4} * 1024 * 1024;
 
@@ -84,6 +85,24 @@ Result<std::string> parseStoreUrl(const std::string& text) {
   return usageError(fmt::format("'{}' is not scheme, host and port of a store", text));
 }
 
+Result<std::string> parseBaseUrl(const std::string& text) {
+  // Whether the rest is a URL is for the library to say: its failure has a code.
+  return text.substr(0, text.find_last_not_of('/') + 1);
+}
+
+Result<int> parseParallel(const std::string& text) {
+  const auto number = platform::parseInteger(text);
+  if (number && *number >= 1 && *number <= kMostParallel) return static_cast<int>(*number);
+  return usageError(fmt::format("'{}' is not a number from 1 to {}", text, kMostParallel));
+}
+
+Result<IfExists> parseIfExists(const std::string& text) {
+  const auto* name = std::find(kIfExistsNames.begin(), kIfExistsNames.end(), text);
+  // In the order of the enumeration.
+  if (name != kIfExistsNames.end()) return static_cast<IfExists>(name - kIfExistsNames.begin());
+  return usageError(fmt::format("'{}' is not one of {}", text, fmt::join(kIfExistsNames, ", ")));
+}
+
 Result<std::int64_t> parseChunkSize(const std::string& text) {
   if (const auto size = parseByteCount(text)) return *size;
   return usageError(fmt::format("'{}' is not a positive size", text));
@@ -123,6 +142,10 @@ std::vector<std::string> withListsSpelledOut(const std::vector<std::string>& wor
   std::vector<std::string> result;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string& word = words[i];
+    if (word == kEndOfOptions) {
+      result.insert(result.end(), words.begin() + static_cast<std::ptrdiff_t>(i), words.end());
+      break;
+    }
     result.push_back(word);
     const std::string name = word.substr(0, word.find('='));
     if (std::find(lists.begin(), lists.end(), name) == lists.end()) continue;

@@ -4,7 +4,9 @@
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/LogSink.h"
+#include "varo/source.h"
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <span>
@@ -23,8 +25,20 @@ namespace varo::cli {
 [[nodiscard]] platform::Result<binary::TransferPolicy> parsePolicy(const std::string& text);
 /// Scheme (http or https), host and port of a store; a slash at the end is dropped.
 [[nodiscard]] platform::Result<std::string> parseStoreUrl(const std::string& text);
+/// The base URL of a service; slashes at its end are dropped.
+[[nodiscard]] platform::Result<std::string> parseBaseUrl(const std::string& text);
+/// How many transfers may run at once.
+[[nodiscard]] platform::Result<int> parseParallel(const std::string& text);
+/// fail, replace, keep or number.
+[[nodiscard]] platform::Result<IfExists> parseIfExists(const std::string& text);
+/// What `parseIfExists` takes.
+inline constexpr std::array<std::string_view, 4> kIfExistsNames{"fail", "replace", "keep",
+                                                                "number"};
 /// Bytes; see `parseByteCount`.
 [[nodiscard]] platform::Result<std::int64_t> parseChunkSize(const std::string& text);
+
+/// What ends the options: words behind it are arguments, whatever they begin with.
+inline constexpr std::string_view kEndOfOptions = "--";
 
 /// The JSON object in the file at `path`, which may be a pipe, of a few MiB at most.
 [[nodiscard]] platform::Result<platform::Dictionary> readJsonFile(const std::string& path);

@@ -1,6 +1,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/OptionValues.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Terminal/TerminalText.h"
 
@@ -36,7 +37,7 @@ struct AbortOptions {
 };
 
 void declare(CommandArguments& arguments, AbortOptions& options) {
-  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.parsed("URL", options.url, parseBaseUrl, Presence::kRequired);
   arguments.text("FILE_ID", options.fileId, Presence::kRequired);
 }
 
@@ -49,9 +50,11 @@ int run(Session& session, const AbortOptions& options) {
                                                  blocks.onSuccess, blocks.onFailure,
                                                  global.options);
       },
-      [&](const Dictionary&) {
-        return fmt::format("Gave up the upload of {}\n", printable(options.fileId));
-      });
+      {.success =
+           [&](const Dictionary&) {
+             return fmt::format("Gave up the upload of {}\n", printable(options.fileId));
+           },
+       .about = {options.fileId, options.url}});
 }
 
 }  // namespace

@@ -80,7 +80,8 @@ int run(Session& session, const BlobDeleteOptions& options) {
   return session.finish(
       session.await(start),
       {.success = [&](const Dictionary& result) { return describe(record, result); },
-       .failure = [&](const Value& failure) { return describeBlobFailure(record, failure); }});
+       .failure = [&](const Value& failure) { return describeBlobFailure(record, failure); },
+       .about = {record.name()}});
 }
 
 }  // namespace

@@ -238,9 +238,10 @@ int run(Session& session, const BlobDownloadOptions& options) {
       [&] { return download->pause(); });
   return session.finish(
       outcome,
-      {.success = describeDownload, .paused = describePause, .failure = [&](const Value& failure) {
-         return describeBlobFailure(record, failure);
-       }});
+      {.success = describeDownload,
+       .paused = describePause,
+       .failure = [&](const Value& failure) { return describeBlobFailure(record, failure); },
+       .about = {record.name()}});
 }
 
 }  // namespace

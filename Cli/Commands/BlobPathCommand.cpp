@@ -60,12 +60,13 @@ int run(Session& session, const BlobPathOptions& options) {
   if (outcome.kind == Outcome::Kind::kSuccess &&
       platform::fileKindAt(pathIn(outcome.value.dictionaryValue())) ==
           platform::FileKind::kNothing) {
-    session.output().note("warning: the file is not there any more");
+    session.output().warning("the file is not there any more");
   }
   return session.finish(
       outcome,
       {.success = [](const Dictionary& result) { return printable(pathIn(result)) + "\n"; },
-       .failure = [&](const Value& failure) { return describeBlobFailure(record, failure); }});
+       .failure = [&](const Value& failure) { return describeBlobFailure(record, failure); },
+       .about = {record.name()}});
 }
 
 }  // namespace

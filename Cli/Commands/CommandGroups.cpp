@@ -32,7 +32,8 @@ constexpr CommandGroup kObject{
         R"(Single objects, straight from and to an object store or a service, without records
 or a database. What is signed is signed with AWS Signature Version 4.
 
-Usage: varobinary [GLOBAL] object COMMAND --config FILE ...
+Usage: varobinary [GLOBAL] object COMMAND s3://BUCKET/KEY ...
+       varobinary [GLOBAL] object get|put --config FILE ...
 
 Commands:
 )",

@@ -2,6 +2,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/OptionValues.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Terminal/ByteFormat.h"
 #include "Cli/Terminal/Table.h"
@@ -164,7 +165,7 @@ std::string describeFiles(const Dictionary& result, std::optional<std::size_t> w
 }
 
 void declare(CommandArguments& arguments, ListOptions& options) {
-  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.parsed("URL", options.url, parseBaseUrl, Presence::kRequired);
   arguments.text("--criteria", options.criteria);
 }
 
@@ -178,9 +179,11 @@ int run(Session& session, const ListOptions& options) {
                                                     session.options().headers, blocks.onSuccess,
                                                     blocks.onFailure, session.options().options);
       },
-      [](const Dictionary& result) {
-        return describeFiles(result, terminal::width(terminal::Stream::kOutput));
-      });
+      {.success =
+           [](const Dictionary& result) {
+             return describeFiles(result, terminal::width(terminal::Stream::kOutput));
+           },
+       .about = {options.url}});
 }
 
 }  // namespace

@@ -5,13 +5,17 @@
 #include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Arguments/GlobalOptions.h"
 #include "Cli/Arguments/OptionValues.h"
+#include "Cli/Arguments/OutputArguments.h"
 #include "Cli/Commands/ObjectRequest.h"
+#include "Cli/Commands/StoreRequest.h"
+#include "Cli/Failures/ClientFailure.h"
 #include "Cli/Failures/ObjectFailure.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Run/StagedDownload.h"
 #include "Cli/Run/StandardOutput.h"
 #include "Cli/Terminal/ByteFormat.h"
 #include "Cli/Terminal/TerminalText.h"
+#include "Client/FileDestination.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/Runtime.h"
@@ -21,6 +25,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -38,44 +43,58 @@ namespace {
 constexpr std::string_view kHelp =
     R"(Bring an object into a file, or to standard output.
 
-Usage: varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
-           [--stream]
+Usage: varobinary [GLOBAL] object get s3://BUCKET/KEY [--endpoint URL] [--region R]
+           [--access-key K] [--secret-key-file FILE]
+           [-o FILE] [--if-exists fail|replace|keep|number]
+       varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
+           [-o FILE] [--if-exists fail|replace|keep|number]
 
-  --config FILE           JSON object with the configuration of the download, as the library
+{}  --config FILE           without ADDRESS: JSON object with the configuration of the download, as the library
                           takes it: "endpointUrl" (or "domain" and "relativepath"),
                           "headers", "queryParams", "ChunkSize" (bytes of a request), and for
                           a store "Auth", "AuthParameters", "method" and "Host".
                           --header wins over "headers"
-  --param K=V             file parameter; may be repeated. They fill the placeholders ${K} of
+  --param K=V             file parameter; may be repeated. They fill the placeholders ${{K}} of
                           the configuration; "fileId" also names the download
   --options FILE          JSON object with the options dictionary. --option and the token
                           win over it
-  --stream                write the bytes to standard output as they arrive, and nothing
-                          else there. Excludes --json
+  -o, --output FILE       store it as FILE, or write the bytes to standard output with '-',
+                          as they arrive and nothing else there (excludes --json); the
+                          directory of FILE must be there
+  --stream                the same as -o -
+  --if-exists WHAT        where the file is there already: fail (default with -o), replace
+                          it, keep it and fetch nothing, or number the new one: "a (1).jpg"
 
-The file is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
+Without -o the file has the last part of KEY as its name in the downloads directory, or, of
+--config, is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
 as %2F. It appears complete or not at all.
 A key on the command line shows in the list of processes: keep keys in the configuration.
 Blanks and the like in the name of a signed object are percent-encoded: a%20b.
 
 Examples, in a shell where 'varobinary sandbox --store-port 8081' runs in another:
-  echo '{"endpointUrl":"http://127.0.0.1:8081/${fileId}","Host":"127.0.0.1:8081",
-         "method":"GET","Auth":"HMACDigest","AuthParameters":{"objectName":"${fileId}",
+  echo '{{"endpointUrl":"http://127.0.0.1:8081/${{fileId}}","Host":"127.0.0.1:8081",
+         "method":"GET","Auth":"HMACDigest","AuthParameters":{{"objectName":"${{fileId}}",
          "serviceName":"s3","regionName":"us-east-1","accessKeyID":"sandbox",
-         "secretAccessKey":"sandbox-secret-key"}}' > get.json
+         "secretAccessKey":"sandbox-secret-key"}}}}' > get.json
   varobinary object get --config get.json --param fileId=photos/ann.jpg
   varobinary object get --config get.json --param fileId=backup.tar.gz --stream | tar tz
 )";
 
 struct ObjectGetOptions {
+  /// A store that is addressed directly, in place of the configuration.
+  StoreArguments store;
   /// The configuration as the library takes it.
-  platform::Dictionary config;
+  std::optional<platform::Dictionary> config;
   /// The file parameters.
   platform::Dictionary params;
   /// The options dictionary, before the entries of the command line.
   platform::Dictionary options;
   /// Write the bytes to standard output instead of a file.
   bool stream = false;
+  /// A file, or `kStandardOutput`, which is `stream`; none: in the documents directory.
+  std::optional<std::string> output;
+  /// None: `kFail` for `output`, else `kReplace`.
+  std::optional<IfExists> ifExists;
 };
 
 constexpr char kFileId[] = "fileId";
@@ -92,7 +111,7 @@ void download(Session& session, const ObjectGetOptions& options, const Session::
               binary::OnStreamDownloadCompleted::Function onStream) {
   Output& output = session.output();
   OnlineBinaryDataManager::sharedInstance()->createAndStartOnlineDownloadTaskFor(
-      options.params, options.stream, objectConfiguration(session.options(), options.config),
+      options.params, options.stream, objectConfiguration(session.options(), *options.config),
       [&output](const std::string& id, const Value&) { output.started(id); },
       [&output](const std::string& id, std::int64_t written, std::int64_t total, const Value&) {
         output.started(id);
@@ -124,22 +143,48 @@ std::string describe(const Dictionary& result) {
   return fmt::format("Downloaded {} ({})\n", printable(path), formatBytes(sizeOf(path)));
 }
 
+/// Runs the download into `staged`; the outcome names its file there.
+Outcome downloadInto(Session& session, const ObjectGetOptions& options) {
+  const Outcome outcome =
+      session.await([&](const Session::Blocks& blocks) { download(session, options, blocks, {}); },
+                    {}, Session::Ending::kIsTold);
+  // What an interrupt left under way would go on in the directory that goes then.
+  if (outcome.kind != Outcome::Kind::kSuccess) platform::Runtime::shared().shutdown();
+  return outcome;
+}
+
+Outcome published(Dictionary result, const platform::Result<std::string>& path) {
+  if (!path) return failed(path.error());
+  result.set(binary::kFilePath, *path);
+  return {Outcome::Kind::kSuccess, std::move(result)};
+}
+
+/// Into the documents directory.
 Outcome getFile(Session& session, const ObjectGetOptions& options) {
   const auto staged = StagedDownload::begin();
   if (!staged) return failed(staged.error());
-  Outcome outcome =
-      session.await([&](const Session::Blocks& blocks) { download(session, options, blocks, {}); },
-                    {}, Session::Ending::kIsTold);
-  if (outcome.kind != Outcome::Kind::kSuccess) {
-    // What an interrupt left under way would go on in the directory that goes now.
-    platform::Runtime::shared().shutdown();
-    return outcome;
+  const Outcome outcome = downloadInto(session, options);
+  if (outcome.kind != Outcome::Kind::kSuccess) return outcome;
+  const Dictionary result = outcome.value.dictionaryValue();
+  return published(result, (*staged)->publish(result[binary::kFilePath].textValue()));
+}
+
+/// Into the file that -o names.
+Outcome getFileTo(Session& session, const ObjectGetOptions& options, const std::string& target) {
+  const auto place = detail::prepare(target, options.ifExists.value_or(IfExists::kFail));
+  if (!place) return failed(errorOf(place.error()));
+  if (place->kept) {
+    return {Outcome::Kind::kSuccess, Dictionary{{"id", options.params[kFileId]},
+                                                {binary::kFilePath, place->kept->string()}}};
   }
-  Dictionary result = outcome.value.dictionaryValue();
-  const auto path = (*staged)->publish(result[binary::kFilePath].textValue());
-  if (!path) return failed(path.error());
-  result.set(binary::kFilePath, *path);
-  return {Outcome::Kind::kSuccess, result};
+  const auto staged = StagedDownload::beginIn(place->directory);
+  if (!staged) return failed(staged.error());
+  const Outcome outcome = downloadInto(session, options);
+  if (outcome.kind != Outcome::Kind::kSuccess) return outcome;
+  const Dictionary result = outcome.value.dictionaryValue();
+  const auto bytes = (*staged)->content(result[binary::kFilePath].textValue());
+  if (!bytes) return failed(bytes.error());
+  return published(result, place->store(*bytes));
 }
 
 /// Writes the chunks to standard output until a write fails, which ends the operation.
@@ -200,26 +245,50 @@ int stream(Session& session, const ObjectGetOptions& options) {
         fmt::format("Wrote {} to standard output", formatBytes(streamer->bytes())));
   }
   const auto nothing = [](const Dictionary&) { return std::string(); };
-  return session.finish(outcome, {.success = nothing, .failure = describeObjectFailure});
+  return session.finish(
+      outcome, {.success = nothing, .failure = describeObjectFailure, .about = {nameOf(options)}});
 }
 
 void declare(CommandArguments& arguments, ObjectGetOptions& options) {
-  arguments.parsed("--config", options.config, readJsonFile, Presence::kRequired);
+  declareStore(arguments, options.store, Presence::kOptional);
+  arguments.parsed("--config", options.config, readJsonFile);
   arguments.pairs("--param", options.params, {.severalAtOnce = false});
   arguments.parsed("--options", options.options, readJsonFile);
   arguments.flag("--stream", options.stream);
+  declareOutput(arguments, options.output, options.ifExists);
   arguments.check([&global = arguments.global(), &options] {
     if (options.stream && global.json) {
       CommandArguments::reject("object get", "--stream and --json exclude each other");
+    }
+    checkOutput(global, "object get", options.output, options.ifExists);
+    if (options.stream && options.output.value_or(kStandardOutput.data()) != kStandardOutput) {
+      CommandArguments::reject("object get", "--stream and -o exclude each other");
+    }
+    options.stream = options.stream || options.output == kStandardOutput;
+    if (options.store.isGiven() == options.config.has_value()) {
+      CommandArguments::reject("object get", "either s3://BUCKET/KEY or --config is required");
+    }
+    if (options.store.isGiven()) {
+      return completeStore("object get", options.store, NeedsKey::kYes);
+    }
+    if (options.ifExists && !options.output) {
+      CommandArguments::reject("object get", "--if-exists needs -o");
     }
   });
 }
 
 int run(Session& session, const ObjectGetOptions& options) {
+  if (options.store.isGiven()) {
+    const std::optional<std::string> standardOutput(kStandardOutput);
+    return getFromStore(session, options.store, options.stream ? standardOutput : options.output,
+                        options.ifExists);
+  }
   session.output().begin(nameOf(options));
   if (options.stream) return stream(session, options);
-  return session.finish(getFile(session, options),
-                        {.success = describe, .failure = describeObjectFailure});
+  const Outcome outcome =
+      options.output ? getFileTo(session, options, *options.output) : getFile(session, options);
+  return session.finish(
+      outcome, {.success = describe, .failure = describeObjectFailure, .about = {nameOf(options)}});
 }
 
 }  // namespace
@@ -229,7 +298,7 @@ Command makeObjectGetCommand() {
   return {.name = "object get",
           .arguments = {},
           .summary = "bring an object into a file, or to standard output",
-          .help = std::string(kHelp),
+          .help = fmt::format(kHelp, kStoreHelp),
           .define = definition(declare, run)};
 }
 

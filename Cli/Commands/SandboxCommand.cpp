@@ -209,8 +209,8 @@ int run(Session& session, const SandboxCommandOptions& options) {
                          [&] { return fmt::format("Sandbox ready at {}\n", server.url()); });
   session.output().note(instructions(server, options, session.options().program));
   if (server.isReachableFromOutside()) {
-    session.output().note(
-        "warning: other machines can reach this sandbox. It is for trying things out, not for "
+    session.output().warning(
+        "other machines can reach this sandbox. It is for trying things out, not for "
         "serving others.");
   }
   session.waitForInterrupt();

@@ -2,6 +2,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/OptionValues.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Value.h"
@@ -45,7 +46,7 @@ std::string describe(const UpdateOptions& options) {
 }
 
 void declare(CommandArguments& arguments, UpdateOptions& options) {
-  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.parsed("URL", options.url, parseBaseUrl, Presence::kRequired);
   arguments.text("FILE_ID", options.fileId, Presence::kRequired);
   arguments.pairs("--meta", options.meta, {.keysAreUnique = false});
 }
@@ -55,13 +56,14 @@ int run(Session& session, const UpdateOptions& options) {
   metadata.set(binary::keys::kFileId, options.fileId);
   const Dictionary parameters{{binary::keys::kHeaders, session.options().headers},
                               {binary::keys::kMetadata, metadata}};
-  return session.perform(
-      "Updating " + options.fileId,
-      [&](const Session::Blocks& blocks) {
-        BinaryFileStorageInterface::updateWithUrl(options.url, parameters, blocks.onSuccess,
-                                                  blocks.onFailure, session.options().options);
-      },
-      [&](const Dictionary&) { return describe(options); });
+  return session.perform("Updating " + options.fileId,
+                         [&](const Session::Blocks& blocks) {
+                           BinaryFileStorageInterface::updateWithUrl(
+                               options.url, parameters, blocks.onSuccess, blocks.onFailure,
+                               session.options().options);
+                         },
+                         {.success = [&](const Dictionary&) { return describe(options); },
+                          .about = {options.fileId, options.url}});
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Utils/ToldFailure.h"
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
 #include "Cli/Arguments/OptionValues.h"
@@ -8,6 +9,7 @@
 #include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Value.h"
+#include "Platform/Network/TransportFailure.h"
 
 #include <fmt/format.h>
 
@@ -93,6 +95,17 @@ Result<Dictionary> contentOf(const std::string& path, bool raw) {
   return Dictionary{{binary::keys::kRawBytes, *bytes}};
 }
 
+/// The library does not say whether a commit whose response was lost was carried out, so only a
+/// failure with a response, or before a connection stood, does no harm when it is repeated.
+FailureText describeUploadFailure(const platform::Value& failure) {
+  FailureText text = describeFailure(failure);
+  const auto transport = platform::transportFailureIn(binary::readFailure(failure).userInfo);
+  const bool sentNothing = transport == platform::TransportFailure::kNameNotFound ||
+                           transport == platform::TransportFailure::kNoConnection;
+  text.facts.isRetryable = text.facts.isRetryable && (text.facts.httpStatus || sentNothing);
+  return text;
+}
+
 Outcome failed(platform::ErrorPtr error) { return {Outcome::Kind::kFailure, std::move(error)}; }
 
 std::string describe(const UploadOptions& options, const Dictionary& result) {
@@ -106,7 +119,7 @@ std::string describe(const UploadOptions& options, const Dictionary& result) {
 }
 
 void declare(CommandArguments& arguments, UploadOptions& options) {
-  arguments.text("URL", options.url, Presence::kRequired);
+  arguments.parsed("URL", options.url, parseBaseUrl, Presence::kRequired);
   arguments.text("FILE", options.file, Presence::kRequired);
   arguments.text("--name", options.name);
   arguments.text("--namespace", options.nameSpace);
@@ -144,8 +157,11 @@ int run(Session& session, const UploadOptions& options) {
                                                     blocks.onSuccess, onFailure, blocks.onProgress,
                                                     session.options().options);
   };
-  return session.perform(nameOf(options), start,
-                         [&](const Dictionary& result) { return describe(options, result); });
+  return session.perform(
+      nameOf(options), start,
+      {.success = [&](const Dictionary& result) { return describe(options, result); },
+       .failure = describeUploadFailure,
+       .about = {options.file == kStandardInput ? "standard input" : options.file, options.url}});
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ToldFailure.h"
+#include "Cli/Failures/ClientFailure.h"
 #include "Cli/Terminal/TerminalText.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
@@ -76,9 +77,10 @@ FailureText describeFailure(const Value& failure) {
 FailureText describeFailureOf(Topic topic, const Value& failure) {
   const binary::ToldFailure told = binary::readFailure(failure);
   const std::string message = told.text.empty() ? "the operation failed" : told.text;
-  FailureText text{told.domain, told.code, message, {}};
+  FailureText text{told.domain, told.code, message, {}, factsOf(failure)};
   addHint(topic, told.userInfo, text);
   if (told.cause != nullptr) addHintOfCause(topic, *told.cause, text);
+  if (text.hint.empty()) text.hint = hintForKind(topic, text.facts.kind);
   return text;
 }
 

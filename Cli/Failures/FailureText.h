@@ -3,10 +3,24 @@
 #include "Cli/Failures/Hints.h"
 #include "Platform/Foundation/Value.h"
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace varo::cli {
+
+/// What a program decides by.
+struct FailureFacts {
+  /// As `nameOf(Kind)`: "notFound".
+  std::string kind;
+  /// Of the response, where there was one.
+  std::optional<int> httpStatus = {};
+  /// Whether the same command may succeed later, and a repeat does no harm.
+  bool isRetryable = false;
+  /// How long the server wants to be left alone.
+  std::optional<std::chrono::seconds> retryAfter = {};
+};
 
 /// A failure as people read it.
 struct FailureText {
@@ -16,6 +30,7 @@ struct FailureText {
   std::string message;
   /// What to do next; empty where nothing useful can be said.
   std::string hint;
+  FailureFacts facts;
 };
 
 /// Reads a failure block's value in each of the shapes that the library delivers: the dictionary of

@@ -1,6 +1,7 @@
 #include "Cli/Failures/Hints.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "varo/failure.h"
 
 #include <algorithm>
 #include <array>
@@ -130,6 +131,35 @@ constexpr std::array kHints = {
     object(binary::kFormUploaderErrorDomain, binary::kCodeUploadIOFailure, kCheckFile),
 };
 
+struct KindHint {
+  std::optional<Topic> topic;
+  Kind kind;
+  std::string_view text;
+};
+
+constexpr std::array kKindHints = {
+    KindHint{Topic::kFile, Kind::kNotOurService,
+             "Is this the base URL of an object service? Something else has answered, such as a "
+             "web page or another service."},
+    KindHint{std::nullopt, Kind::kNotOurService,
+             "Something else than the service has answered, such as a web page: check the "
+             "address."},
+    KindHint{std::nullopt, Kind::kNoConnection,
+             "Is the service running, and are host and port right? 'varobinary sandbox' starts a "
+             "local one."},
+    KindHint{std::nullopt, Kind::kTimeout,
+             "Nothing moved for a while. Try again, or allow more with --connect-timeout and "
+             "--stall-timeout."},
+    KindHint{std::nullopt, Kind::kTls,
+             "No secure connection could be made. Trust your own authority with --cacert FILE."},
+    KindHint{Topic::kFile, Kind::kUnauthorized,
+             "Give a valid token with --token-file FILE or in VARO_TOKEN, and --security-key K for "
+             "a file that has one."},
+    KindHint{std::nullopt, Kind::kThrottled, "The service asks to be left alone for a while."},
+    KindHint{std::nullopt, Kind::kIntegrity, "What came is not whole. Run the command again."},
+    KindHint{std::nullopt, Kind::kDiskFull, "Make room on the disk, or choose another one."},
+};
+
 }  // namespace
 
 std::string_view hintFor(Topic topic, std::string_view domain, std::int64_t code) {
@@ -137,6 +167,13 @@ std::string_view hintFor(Topic topic, std::string_view domain, std::int64_t code
     return h.domain == domain && h.code == code && h.topic.value_or(topic) == topic;
   });
   return hint == kHints.end() ? std::string_view() : hint->text;
+}
+
+std::string_view hintForKind(Topic topic, std::string_view kind) {
+  const auto* hint = std::find_if(kKindHints.begin(), kKindHints.end(), [&](const KindHint& h) {
+    return nameOf(h.kind) == kind && h.topic.value_or(topic) == topic;
+  });
+  return hint == kKindHints.end() ? std::string_view() : hint->text;
 }
 
 std::string_view hintFor(Topic topic, TransportFailure failure) {

@@ -16,4 +16,7 @@ enum class Topic { kFile, kBlob, kObject };
 /// What to do after a request that got no response.
 [[nodiscard]] std::string_view hintFor(Topic topic, platform::TransportFailure failure);
 
+/// What to do about a kind of failure, by its name, where nothing better is known.
+[[nodiscard]] std::string_view hintForKind(Topic topic, std::string_view kind);
+
 }  // namespace varo::cli

@@ -28,10 +28,11 @@ std::uint64_t countIn(const Dictionary& data, const char* key) {
 }  // namespace
 
 HumanOutput::HumanOutput(std::ostream& results, Console& console,
-                         std::function<std::size_t()> width)
-    : results_(results), console_(console), width_(std::move(width)) {}
+                         std::function<std::size_t()> width, Asides asides)
+    : results_(results), console_(console), width_(std::move(width)), asides_(asides) {}
 
 void HumanOutput::writeBegin(const std::string& activity) {
+  if (asides_ == Asides::kNone) return;  // what comes later shows nothing without a bar
   bar_.emplace(activity, ProgressBar::Clock::now());
 }
 
@@ -76,7 +77,13 @@ void HumanOutput::writeEvent(const std::string&, const Dictionary&, const HumanT
   results_ << text() << std::flush;
 }
 
-void HumanOutput::writeNote(const std::string& text) { console_.print(text); }
+void HumanOutput::writeNote(const std::string& text) {
+  if (asides_ == Asides::kShown) console_.print(text);
+}
+
+void HumanOutput::writeWarning(const std::string& text) {
+  console_.print(text, "warning: ", Console::Style::kWarning);
+}
 
 void HumanOutput::writeSuccess(const Value&, const HumanText& text) {
   console_.setProgressLine({});

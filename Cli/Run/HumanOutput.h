@@ -15,9 +15,13 @@ namespace varo::cli {
 /// Results on standard output; messages, and on a terminal a progress line, on standard error.
 class HumanOutput final : public Output {
  public:
+  /// Progress and notes.
+  enum class Asides { kShown, kNone };
+
   /// `results` and `console` outlive this object. `width` tells the columns of the terminal that
   /// the progress line is on, each time anew.
-  HumanOutput(std::ostream& results, Console& console, std::function<std::size_t()> width);
+  HumanOutput(std::ostream& results, Console& console, std::function<std::size_t()> width,
+              Asides asides = Asides::kShown);
 
  private:
   void writeBegin(const std::string& activity) override;
@@ -29,6 +33,7 @@ class HumanOutput final : public Output {
   void writeEvent(const std::string& name, const platform::Dictionary& details,
                   const HumanText& text) override;
   void writeNote(const std::string& text) override;
+  void writeWarning(const std::string& text) override;
   void writeSuccess(const platform::Value& result, const HumanText& text) override;
   void writeFailure(const platform::Value& error, const Explain& explain) override;
   void writePaused(const platform::Dictionary& state, const HumanText& text) override;
@@ -40,6 +45,7 @@ class HumanOutput final : public Output {
   std::ostream& results_;
   Console& console_;
   const std::function<std::size_t()> width_;
+  const Asides asides_;
 
   // Called one at a time by the base class, whose lock guards these.
   std::optional<ProgressBar> bar_;

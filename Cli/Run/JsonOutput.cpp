@@ -15,7 +15,8 @@ namespace {
 constexpr std::string_view kFixedFailure =
     R"({"event":"failure","error":{"domain":"CommandLine","code":3,"userInfo":)"
     R"({"NSLocalizedDescription":"the command was broken off: there was no memory left, or )"
-    R"(something unexpected happened"}}})"
+    R"(something unexpected happened"}},"kind":"other","message":"the command was broken off: there )"
+    R"(was no memory left, or something unexpected happened","retryable":false})"
     "\n";
 
 }  // namespace
@@ -47,8 +48,15 @@ void JsonOutput::writeSuccess(const Value& result, const HumanText&) {
   writeLine("success", {{"result", jsonForm(result)}});
 }
 
-void JsonOutput::writeFailure(const Value& error, const Explain&) {
-  writeLine("failure", {{"error", jsonForm(error)}});
+void JsonOutput::writeFailure(const Value& error, const Explain& explain) {
+  const FailureText text = explain(error);
+  Dictionary details{{"error", jsonForm(error)},
+                     {"kind", text.facts.kind},
+                     {"message", text.message},
+                     {"retryable", text.facts.isRetryable}};
+  if (text.facts.httpStatus) details.set("httpStatus", *text.facts.httpStatus);
+  if (text.facts.retryAfter) details.set("retryAfter", text.facts.retryAfter->count());
+  writeLine("failure", details);
 }
 
 void JsonOutput::writePaused(const Dictionary& state, const HumanText&) {

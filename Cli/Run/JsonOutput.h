@@ -25,8 +25,9 @@ class JsonOutput final : public Output {
   void writeEvent(const std::string& name, const platform::Dictionary& details,
                   const HumanText& text) override;
   void writeNote(const std::string&) override {}
+  void writeWarning(const std::string&) override {}
   void writeSuccess(const platform::Value& result, const HumanText& text) override;
-  void writeFailure(const platform::Value& error, const Explain&) override;
+  void writeFailure(const platform::Value& error, const Explain& explain) override;
   void writePaused(const platform::Dictionary& state, const HumanText&) override;
   void writeFixedFailure() override { writeFixedFailure(stream_); }
   [[nodiscard]] bool streamsAreGood() const override { return stream_.good(); }

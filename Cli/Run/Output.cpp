@@ -47,6 +47,11 @@ void Output::note(const std::string& text) {
   if (!finished_) writeNote(text);
 }
 
+void Output::warning(const std::string& text) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeWarning(text);
+}
+
 bool Output::success(const Value& result, const HumanText& text) {
   return finish([&] { writeSuccess(result, text); });
 }

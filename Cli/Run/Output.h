@@ -41,6 +41,8 @@ class Output {
   void event(const std::string& name, const platform::Dictionary& details, const HumanText& text);
   /// A remark for people; printable text.
   void note(const std::string& text);
+  /// The same about what may go wrong, which --quiet does not leave out.
+  void warning(const std::string& text);
 
   /// The outcome: what the success or the failure block received, or the "id" and the "result" of a
   /// pause. False when there was an outcome already. Also false when memory ran out or an exception
@@ -69,6 +71,7 @@ class Output {
   virtual void writeEvent(const std::string& name, const platform::Dictionary& details,
                           const HumanText& text) = 0;
   virtual void writeNote(const std::string& text) = 0;
+  virtual void writeWarning(const std::string& text) = 0;
   virtual void writeSuccess(const platform::Value& result, const HumanText& text) = 0;
   virtual void writeFailure(const platform::Value& error, const Explain& explain) = 0;
   virtual void writePaused(const platform::Dictionary& state, const HumanText& text) = 0;

@@ -5,8 +5,11 @@
 #include "Cli/Failures/CommandErrors.h"
 #include "Cli/Run/TransferWatch.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Redaction.h"
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Network/VRONetworkUtility.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
@@ -17,6 +20,7 @@ namespace varo::cli {
 
 using platform::Dictionary;
 using platform::LogLevel;
+using platform::Value;
 using platform::VRONetworkUtility;
 using namespace std::chrono_literals;
 
@@ -32,6 +36,21 @@ Outcome silence() {
       platform::Error::make(kCommandLineErrorDomain, kCodeSilent,
                             "the operation ended without saying how: the response of the service "
                             "was not complete. With --policy safe this is a proper error")};
+}
+
+/// `text` with what of `about` its message does not name.
+FailureText naming(const std::vector<std::string>& about, FailureText text) {
+  std::string missing;
+  for (const std::string& name : about) {
+    const bool isUrl = name.find("://") != std::string::npos;
+    const std::string shown = isUrl ? platform::redactUrl(name) : name;
+    if (shown.empty() || text.message.find(shown) != std::string::npos) continue;
+    missing.append(missing.empty() ? "" : ", ").append(shown);
+  }
+  if (missing.empty()) return text;
+  if (text.message.ends_with('.')) text.message.pop_back();
+  text.message += fmt::format(" ({})", missing);
+  return text;
 }
 
 /// Without "." and ".." and a slash at the end: people read the paths below it.
@@ -104,9 +123,9 @@ void Session::waitForInterrupt() {
   (void)nothing->wait([] { return std::nullopt; });
 }
 
-int Session::perform(const std::string& activity, const Start& start, const Describe& describe) {
+int Session::perform(const std::string& activity, const Start& start, const Wording& wording) {
   output_->begin(activity);
-  return finish(await(start), {.success = describe});
+  return finish(await(start), wording);
 }
 
 int Session::finish(const Outcome& outcome, const Wording& wording) {
@@ -128,7 +147,9 @@ int Session::finish(const Outcome& outcome, const Wording& wording) {
     case Outcome::Kind::kSilent:
       break;
   }
-  output_->failure(outcome.value, wording.failure);
+  output_->failure(outcome.value, [&](const Value& failure) {
+    return naming(wording.about, wording.failure(failure));
+  });
   return kExitFailure;
 }
 

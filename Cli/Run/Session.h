@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace varo::cli {
 
@@ -25,6 +26,9 @@ struct Wording {
   Describe success{};
   Describe paused{};
   Explain failure = describeFailure;
+  /// What the operation was about: files, keys, addresses. Those that the message of a failure does
+  /// not name stand behind it.
+  std::vector<std::string> about = {};
 };
 
 /// What every command works with: the library set up as the global options say, the output, and a
@@ -76,10 +80,9 @@ class Session {
   /// Returns after SIGINT or SIGTERM.
   void waitForInterrupt();
 
-  /// Runs an operation, writes its outcome, for people in the words of `describe`, and returns the
-  /// exit status.
+  /// Runs an operation, writes its outcome, for people in these words, and returns the exit status.
   [[nodiscard]] int perform(const std::string& activity, const Start& start,
-                            const Describe& describe);
+                            const Wording& wording);
 
   /// Writes an outcome and returns the exit status that goes with it.
   [[nodiscard]] int finish(const Outcome& outcome, const Wording& wording = {});

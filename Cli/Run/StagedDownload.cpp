@@ -27,21 +27,30 @@ bool isAlone(const fs::path& file) {
   return !failed && std::distance(begin(files), end(files)) == 1;
 }
 
+/// Under the compatible policy an object can end up in several files, each with a part of its
+/// bytes.
+platform::ErrorPtr spread() {
+  return Error::make(kCommandLineErrorDomain, kCodeSeveralFiles,
+                     "the object was spread over several files; use --policy safe");
+}
+
 }  // namespace
 
 Result<std::unique_ptr<StagedDownload>> StagedDownload::begin() {
-  std::shared_ptr<const UserDirectories> real = UserDirectories::current();
+  const std::string documents = UserDirectories::current()->documents();
   std::error_code failed;
-  fs::create_directories(real->documents(), failed);
-  if (failed) {
-    return Error::fromErrno(failed.value(), "cannot make the directory", real->documents());
-  }
+  fs::create_directories(documents, failed);
+  if (failed) return Error::fromErrno(failed.value(), "cannot make the directory", documents);
   // In the documents directory itself: the move at the end is then a rename on one file system,
   // which nobody can see half done.
-  Result<TemporaryDirectory> directory = TemporaryDirectory::makeIn(real->documents());
+  return beginIn(documents);
+}
+
+Result<std::unique_ptr<StagedDownload>> StagedDownload::beginIn(const std::string& parent) {
+  Result<TemporaryDirectory> directory = TemporaryDirectory::makeIn(parent);
   if (!directory) return directory.error();
   return std::unique_ptr<StagedDownload>(
-      new StagedDownload(std::move(real), std::move(directory).value()));
+      new StagedDownload(UserDirectories::current(), std::move(directory).value()));
 }
 
 StagedDownload::StagedDownload(std::shared_ptr<const UserDirectories> real,
@@ -52,13 +61,13 @@ StagedDownload::StagedDownload(std::shared_ptr<const UserDirectories> real,
 
 StagedDownload::~StagedDownload() { UserDirectories::install(real_); }
 
+Result<platform::Data> StagedDownload::content(const std::string& path) const {
+  if (!isAlone(path)) return spread();
+  return platform::Data::fromFile(path);
+}
+
 Result<std::string> StagedDownload::publish(const std::string& path) const {
-  // Under the compatible policy an object can end up in several files,
-  // each with a part of its bytes.
-  if (!isAlone(path)) {
-    return Error::make(kCommandLineErrorDomain, kCodeSeveralFiles,
-                       "the object was spread over several files; use --policy safe");
-  }
+  if (!isAlone(path)) return spread();
   const std::string documents = UserDirectories::current()->documents();
   // The same place below the real directory as the file has below the hidden one.
   const fs::path target = real_->documents() / fs::path(path).lexically_relative(documents);

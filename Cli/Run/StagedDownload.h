@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Cli/Run/TemporaryDirectory.h"
+#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Result.h"
 
 #include <memory>
@@ -19,8 +20,12 @@ namespace varo::cli {
 /// - One at a time, on the main thread.
 class StagedDownload {
  public:
-  /// Errors: domain "POSIX".
+  /// In the documents directory, which is made where it is missing. Errors: domain "POSIX"; so of
+  /// the next one.
   [[nodiscard]] static platform::Result<std::unique_ptr<StagedDownload>> begin();
+  /// In `parent`, to bring the file to a place beside it.
+  [[nodiscard]] static platform::Result<std::unique_ptr<StagedDownload>> beginIn(
+      const std::string& parent);
   ~StagedDownload();
   StagedDownload(const StagedDownload&) = delete;
   StagedDownload& operator=(const StagedDownload&) = delete;
@@ -29,6 +34,9 @@ class StagedDownload {
   /// domain "CommandLine" for one that the library has spread over several files, as it may with
   /// the compatible policy.
   [[nodiscard]] platform::Result<std::string> publish(const std::string& path) const;
+  /// The bytes of the complete file at `path`, to be stored elsewhere while this object lives.
+  /// Errors as above.
+  [[nodiscard]] platform::Result<platform::Data> content(const std::string& path) const;
 
  private:
   StagedDownload(std::shared_ptr<const platform::UserDirectories> real,

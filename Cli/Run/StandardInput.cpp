@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <memory>
 #include <poll.h>
+#include <span>
 #include <string_view>
 #include <system_error>
 #include <unistd.h>
@@ -32,7 +33,7 @@ constexpr std::string_view kWhat = "cannot copy standard input to";
 constexpr std::string_view kNoDirectory = "cannot find the directory for temporary files";
 
 /// Bytes read into `buffer`, 0 at the end, or `errno` as a negative number.
-ssize_t readSome(int descriptor, const Interrupts& interrupts, std::array<char, kPiece>& buffer) {
+ssize_t readSome(int descriptor, const Interrupts& interrupts, std::span<char> buffer) {
   while (true) {
     if (interrupts.raised()) return -ECANCELED;
     // A read alone would wait until somebody types, and no interrupt would end it.
@@ -66,6 +67,18 @@ Result<void> storeWhole(const std::shared_ptr<File>& file, const std::string& pa
 }
 
 }  // namespace
+
+std::string readLine(int descriptor, const Interrupts& interrupts) {
+  constexpr std::size_t kLongest = 1024;
+  std::string line;
+  char next = 0;
+  // One at a time: what stands behind the line is not ours.
+  while (line.size() < kLongest && readSome(descriptor, interrupts, {&next, 1}) == 1) {
+    if (next == '\n') break;
+    line += next;
+  }
+  return line;
+}
 
 Result<InputCopy> InputCopy::make(int descriptor, const Interrupts& interrupts) {
   std::error_code failed;

@@ -10,6 +10,10 @@ namespace varo::cli {
 
 class Interrupts;
 
+/// The next line of `descriptor`, without its end; cut at 1 KiB, and shorter at the end of the
+/// input and after an interrupt.
+[[nodiscard]] std::string readLine(int descriptor, const Interrupts& interrupts);
+
 /// A copy of an input that can be read only once: an upload needs to know the size and to read at
 /// any place. The file has no name, so that nothing is left behind, however the process ends. Where
 /// the system has no path to such a file, it gets a name when it is complete, and a process that is

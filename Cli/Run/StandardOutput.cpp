@@ -55,12 +55,14 @@ int writePiece(int descriptor, std::string_view piece, std::size_t limit,
 }  // namespace
 
 Result<void> writeBytes(int descriptor, const platform::Data& data, const Interrupts& interrupts) {
-  const std::size_t limit = largestWrite(descriptor);
-  return data.forEachPiece([&](std::string_view piece) -> Result<void> {
-    const int failed = writePiece(descriptor, piece, limit, interrupts);
-    if (failed != 0) return Error::fromErrno(failed, kWhat, kWhere);
-    return {};
-  });
+  return data.forEachPiece(
+      [&](std::string_view piece) { return writeBytes(descriptor, piece, interrupts); });
+}
+
+Result<void> writeBytes(int descriptor, std::string_view bytes, const Interrupts& interrupts) {
+  const int failed = writePiece(descriptor, bytes, largestWrite(descriptor), interrupts);
+  if (failed != 0) return Error::fromErrno(failed, kWhat, kWhere);
+  return {};
 }
 
 }  // namespace varo::cli

@@ -2,6 +2,8 @@
 
 #include "Platform/Foundation/Result.h"
 
+#include <string_view>
+
 namespace varo::platform {
 class Data;
 }
@@ -14,6 +16,8 @@ class Interrupts;
 /// not past an interrupt. Errors: domain "POSIX"; ECANCELED after an interrupt, EPIPE where nobody
 /// reads any more.
 [[nodiscard]] platform::Result<void> writeBytes(int descriptor, const platform::Data& data,
+                                                const Interrupts& interrupts);
+[[nodiscard]] platform::Result<void> writeBytes(int descriptor, std::string_view bytes,
                                                 const Interrupts& interrupts);
 
 }  // namespace varo::cli

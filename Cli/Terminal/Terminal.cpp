@@ -11,12 +11,25 @@ namespace varo::cli::terminal {
 namespace {
 
 int descriptorOf(Stream stream) {
-  return stream == Stream::kOutput ? STDOUT_FILENO : STDERR_FILENO;
+  switch (stream) {
+    case Stream::kInput:
+      return STDIN_FILENO;
+    case Stream::kOutput:
+      return STDOUT_FILENO;
+    case Stream::kError:
+      break;
+  }
+  return STDERR_FILENO;
 }
 
 }  // namespace
 
 bool isTerminal(Stream stream) { return ::isatty(descriptorOf(stream)) == 1; }
+
+bool canReplaceLines(Stream stream) {
+  const char* kind = std::getenv("TERM");
+  return kind != nullptr && std::string_view(kind) != "dumb" && isTerminal(stream);
+}
 
 std::optional<std::size_t> width(Stream stream) {
   winsize size{};
@@ -28,11 +41,9 @@ std::optional<std::size_t> width(Stream stream) {
 
 bool mayColour(Stream stream) {
   const char* refused = std::getenv("NO_COLOR");
-  const char* kind = std::getenv("TERM");
   // The convention of no-color.org: set and not empty, whatever its value.
   if (refused != nullptr && *refused != '\0') return false;
-  if (kind == nullptr || std::string_view(kind) == "dumb") return false;
-  return isTerminal(stream);
+  return canReplaceLines(stream);
 }
 
 void occupyClosedStreams() {

@@ -9,9 +9,12 @@ namespace varo::cli {
 /// since a terminal may be resized.
 namespace terminal {
 
-enum class Stream { kOutput, kError };
+enum class Stream { kInput, kOutput, kError };
 
 [[nodiscard]] bool isTerminal(Stream stream);
+
+/// A terminal on which lines can be replaced in place: not one whose TERM is "dumb".
+[[nodiscard]] bool canReplaceLines(Stream stream);
 
 /// Columns, when the stream is a terminal that tells.
 [[nodiscard]] std::optional<std::size_t> width(Stream stream);

@@ -134,7 +134,7 @@ TEST(FailureText, CodeOfAnotherDomainNeverGetsItsHint) {
   EXPECT_EQ(hintOf("DownloadTaskErrorDomain", 5004), "");
   EXPECT_EQ(hintOf("DownloadTaskErrorDomain", 5), "");  // a row; 5 and 6 are a host name elsewhere
   EXPECT_EQ(hintOf("HttpTransport", 1), "");            // a number of the library's, no kind
-  EXPECT_EQ(hintOf("UploadError", 6003), "");
+  EXPECT_EQ(hintOf("UploadError", 6), "");
   EXPECT_EQ(hintFor(Topic::kBlob, "DownloadError", 5004), "");
 }
 
@@ -155,7 +155,11 @@ TEST(LastEvent, IsToldOnceWhateverFails) {
   const Value untellable = std::make_shared<Untellable>();
   const auto nothing = [] { return std::string(); };
   const std::string fixed =
-      eventLine("failure", {{"error", jsonForm(unexpectedFailure())}}) + "\n1";
+      eventLine("failure", {{"error", jsonForm(unexpectedFailure())},
+                            {"kind", "other"},
+                            {"message", unexpectedFailure().error()->localizedDescription()},
+                            {"retryable", false}}) +
+      "\n1";
   const auto isOver = [](bool told) { return told ? 0 : 1; };
   const std::function<int(Output&)> commands[] = {
       [&](Output& output) { return isOver(output.success(untellable, nothing)); },
@@ -169,7 +173,8 @@ TEST(LastEvent, IsToldOnceWhateverFails) {
   for (const auto& command : commands) EXPECT_EQ(lastEvents(command), fixed);
 
   const std::string told = lastEvents([](Output&) -> int { throw std::runtime_error("odd"); });
-  EXPECT_NE(told.find(R"("NSLocalizedDescription":"odd"}}})"
+  EXPECT_NE(told.find(R"("NSLocalizedDescription":"odd"}},"kind":"other","message":"odd",)"
+                      R"("retryable":false})"
                       "\n1"),
             std::string::npos)
       << told;

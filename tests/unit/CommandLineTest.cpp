@@ -69,6 +69,36 @@ TEST(CommandLine, ArgumentsBecomeTypedValues) {
   EXPECT_TRUE(raw);
 }
 
+TEST(CommandLine, BehindTheMarkThatEndsTheOptionsAllWordsAreArguments) {
+  std::string url, file;
+  Dictionary meta;
+  bool raw = false;
+  Command command;
+  command.name = "send";
+  command.define = [&](CommandArguments& arguments) -> CommandRun {
+    arguments.parsed("URL", url, parseBaseUrl, Presence::kRequired);
+    arguments.text("FILE", file, Presence::kRequired);
+    arguments.pairs("--meta", meta);
+    arguments.flag("--raw", raw);
+    return [](Session&) { return 0; };
+  };
+  const std::pair<Words, std::string> cases[] = {
+      {{"send", "http://h/s//", "--", "--raw"}, "--raw"},
+      {{"send", "--", "http://h/s", "-f"}, "-f"},
+      {{"send", "http://h/s", "--meta", "a=1", "--", "b=2"}, "b=2"},
+      {{"send", "http://h/s", "f", "--"}, "f"},
+      {{"send", "http://h/s", "f", "--", "g"}, ""},
+  };
+  for (const auto& [words, expected] : cases) {
+    const Parsed parsed = parse(words, "", {{}, {command}});
+    EXPECT_EQ(parsed.line.invocation.has_value(), !expected.empty()) << parsed.messages;
+    if (!parsed.line.invocation) continue;
+    EXPECT_EQ(url, "http://h/s");
+    EXPECT_EQ(file, expected);
+    EXPECT_FALSE(raw);
+  }
+}
+
 TEST(CommandLine, ConfigurationsThatDoNotServeAreRefused) {
   const test::TemporaryDirectory directory;
   const std::string path = directory.path() + "/config";
@@ -80,6 +110,9 @@ TEST(CommandLine, ConfigurationsThatDoNotServeAreRefused) {
       {{"blob", "download"}, "{", "is not JSON"},
       {{"blob", "download"}, R"({"Streaming":true})", "leaves no file"},
       {{"object", "get", "--stream", "--json"}, "{}", "exclude each other"},
+      {{"object", "get", "-o", "-", "--json"}, "{}", "exclude each other"},
+      {{"object", "get", "-o", "-", "--if-exists", "keep"}, "{}", "exclude each other"},
+      {{"object", "get", "-o", "f", "--stream"}, "{}", "exclude each other"},
       {{"object", "get", "--param", "b=c=d", "--param", "b=twice"}, "{}", "given twice"},
   };
   for (const auto& c : cases) {
@@ -145,9 +178,19 @@ TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
       {{"demo", "--header", "A: b\r\nC: d"}, "control characters"},
       {{"demo", "--token", "t", "--token-file", "f"}, "--token"},
       {{"demo", "--stall-timeout", "nan"}, "not a number of seconds"},
+      {{"upload", "http://h", "f", "--dry-run"}, "there is no --dry-run of this command"},
+      {{"demo", "--parallel", "0"}, "not a number from 1 to 64"},
+      {{"download", "http://h", "f", "--if-exists", "ask"}, "not one of fail, replace, keep"},
+      {{"download", "http://h", "f", "-o", "-", "--json"}, "exclude each other"},
       {{"sandbox", "--port", "65536"}, "not a port"},
       {{"sandbox", "--object-store", "http://h/bucket"}, "not scheme, host and port"},
       {{"object", "get"}, "--config"},
+      {{"object", "get", "s3://b/k", "--endpoint", "http://h/path"}, "not scheme, host and port"},
+      {{"object", "get", "s3://b/"}, "s3://b/ has no key"},
+      {{"object", "get", "s3://"}, "not of the form s3://BUCKET/KEY"},
+      {{"object", "head", "http://b/k"}, "not of the form s3://BUCKET/KEY"},
+      {{"object", "put", "s3://b/k"}, "--file is required"},
+      {{"object", "delete", "s3://b/k", "--endpoint", "http://h", "--access-key", "a"}, "secret"},
       {{"object", "put", "--config", "/nowhere.json"}, "cannot read /nowhere.json"},
       {{"blob", "donwload"}, "there is no command 'blob donwload'; did you mean 'blob download'?"},
       {{"blob", "path", "--db", "d", "--table", "t", "--column", "c"}, "at least one pair"},
