@@ -27,8 +27,7 @@ struct AttemptTools {
 ///   much left, and a repeat does no harm: see `isWorthRepeating`. Of a request with a receiver
 ///   that has begun to receive, none is: whoever has the bytes knows where to go on.
 /// - A wait holds no thread. The cancellation of the settings, and `cancel` of what is returned,
-/// end
-///   it at once, with `HttpTransportError::kCancelled`; the shutdown with `kShutDown`. So does
+///   end it at once, with `HttpTransportError::kCancelled`; the shutdown with `kShutDown`. So does
 ///   `RequestSettings::noMoreAttempts`, which leaves an attempt alone.
 ///
 /// Returns what cancels it; never null. Throws only `std::bad_alloc`, and then nothing was sent and
