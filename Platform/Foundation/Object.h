@@ -10,12 +10,15 @@ namespace varo::platform {
 class Object {
  public:
   Object() = default;
-  Object(const Object&) = delete;
   Object& operator=(const Object&) = delete;
   virtual ~Object() = default;
 
   /// A short text for logs. Never contains secrets or bulk data.
   [[nodiscard]] virtual std::string description() const = 0;
+
+ protected:
+  /// For a class whose objects may be copied: never as an `Object`.
+  Object(const Object&) = default;
 };
 
 using ObjectPtr = std::shared_ptr<Object>;

@@ -27,26 +27,7 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
   const auto cancellation = options[kCancellation].objectAs<platform::Cancellation>();
   if (cancellation == nullptr) return settings;
   // A copy: other operations may share the settings, while the cancellation is of this one alone.
-  auto cancellable = std::make_shared<OperationSettings>();
-  cancellable->transport = settings->transport;
-  cancellable->connectTimeout = settings->connectTimeout;
-  cancellable->stallTimeout = settings->stallTimeout;
-  cancellable->policy = settings->policy;
-  cancellable->limits = settings->limits;
-  cancellable->destination = settings->destination;
-  cancellable->onRecordMade = settings->onRecordMade;
-  cancellable->blobPlaces = settings->blobPlaces;
-  cancellable->onBlobState = settings->onBlobState;
-  cancellable->resumed = settings->resumed;
-  cancellable->onSent = settings->onSent;
-  cancellable->rateLimit = settings->rateLimit;
-  cancellable->noMoreAttempts = settings->noMoreAttempts;
-  cancellable->retry = settings->retry;
-  cancellable->retryBudget = settings->retryBudget;
-  cancellable->onRetry = settings->onRetry;
-  cancellable->onWaited = settings->onWaited;
-  cancellable->onRecovered = settings->onRecovered;
-  cancellable->authorizer = settings->authorizer;
+  auto cancellable = std::make_shared<OperationSettings>(*settings);
   cancellable->cancellation = cancellation->token();
   return cancellable;
 }
