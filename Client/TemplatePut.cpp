@@ -49,7 +49,8 @@ void TemplatePut::run(const ObjectRunPtr& run, End end) {
   if (data.empty()) {
     return end(failureOf(Kind::kInvalidArgument, about() + ": the source has no bytes"));
   }
-  Dictionary options = optionsWith(run->settings(run->cancellation()));
+  const auto settings = run->settings(run->cancellation());
+  Dictionary options = optionsWith(settings);
   Dictionary headers = run->access().headers;
   if (!run->access().token.empty()) {
     settings->authorizer = run->serviceAuthorizer();
