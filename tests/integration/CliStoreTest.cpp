@@ -16,7 +16,7 @@ class CliStoreTest : public CliFixture {
  protected:
   /// Runs `object COMMAND` with the store's keys in the environment.
   [[nodiscard]] Run object(Words words, const std::string& input = {},
-                           const std::string& secret = "sandbox-secret-key") const {
+                           const std::string& secret = "sandbox-secret-key") {
     words.insert(words.begin(), "object");
     ChildProcess::Settings settings = settingsFor(words);
     settings.environment.insert(settings.environment.end(),
