@@ -88,6 +88,8 @@ namespace {
 
 /// Of errors that are failures of the client's own; their code is the kind.
 constexpr std::string_view kClientDomain = "VaroClient";
+/// Key of their user information, which stays through every wrapping: the kind, a number.
+constexpr std::string_view kClientKind = "clientKind";
 /// Of the body of a response.
 constexpr std::size_t kExcerpt = 1024;
 
@@ -208,15 +210,17 @@ bool isShutDown(const ToldFailure& told) {
 }
 
 /// Of an error that is one of ours.
-std::optional<Kind> kindOfOurs(std::string_view domain, std::int64_t code) {
-  if (domain != kClientDomain) return std::nullopt;
-  return static_cast<Kind>(code);
+std::optional<Kind> kindOfOurs(const Dictionary& userInfo) {
+  const std::int64_t kind = userInfo[kClientKind].integerValue();
+  const bool isOne = userInfo.contains(kClientKind) && kind >= 0 &&
+                     kind <= static_cast<std::int64_t>(Kind::kOther);
+  return isOne ? std::optional(static_cast<Kind>(kind)) : std::nullopt;
 }
 
 Kind kindOf(const ToldFailure& told, const Failure& failure) {
-  if (const auto ours = told.cause != nullptr ? kindOfOurs(told.cause->domain(), told.cause->code())
-                                              : kindOfOurs(told.domain, told.code)) {
-    return *ours;
+  if (const auto ours = kindOfOurs(told.userInfo)) return *ours;
+  if (told.cause != nullptr) {
+    if (const auto ours = kindOfOurs(told.cause->userInfo())) return *ours;
   }
   if (isShutDown(told)) return Kind::kShutDown;
   auto transport = platform::transportFailureIn(told.userInfo);
@@ -286,7 +290,8 @@ Failure failureFrom(const Value& value, std::string_view about) {
 platform::ErrorPtr errorOf(const Failure& failure) {
   return std::make_shared<const platform::Error>(
       std::string(kClientDomain), static_cast<std::int64_t>(failure.kind),
-      Dictionary{{std::string(platform::kLocalizedDescriptionKey), failure.message}});
+      Dictionary{{std::string(platform::kLocalizedDescriptionKey), failure.message},
+                 {std::string(kClientKind), static_cast<std::int64_t>(failure.kind)}});
 }
 
 Failure failureOf(Kind kind, std::string message) {

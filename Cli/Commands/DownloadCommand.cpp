@@ -45,7 +45,6 @@ Usage: varobinary [GLOBAL] download URL FILE_ID [--namespace NS] [--security-key
   FILE_ID                 id of the file, as 'list' and 'upload' print it
   --namespace NS          namespace of the file
   --security-key K        key that protects the file
-
   -o, --output FILE       store it as FILE, or write it to standard output with '-'
                           (excludes --json); the directory of FILE must be there
   --if-exists WHAT        where the file is there already: fail (default with -o), replace

@@ -58,9 +58,10 @@ ErrorPtr errorOf(const Failure& failure) {
   if (failure.begun) details.set("begun", failure.begun->text());
   if (failure.upload) details.set("upload", failure.upload->text());
   // What the client has found itself has no cause below.
-  const std::string domain =
-      failure.cause.domain.empty() ? std::string(kClientErrorDomain) : failure.cause.domain;
-  return std::make_shared<const platform::Error>(domain, failure.cause.code, std::move(details));
+  const bool isOwn = failure.cause.domain.empty();
+  return std::make_shared<const platform::Error>(
+      isOwn ? std::string(kClientErrorDomain) : failure.cause.domain,
+      isOwn ? kCodeFoundByClient : failure.cause.code, std::move(details));
 }
 
 FailureFacts factsOf(const Value& failure) {

@@ -17,12 +17,12 @@ inline constexpr std::int64_t kCodeUnexpected = 3;
 inline constexpr std::int64_t kCodeExceptionThrown = 4;
 /// The object was spread over several files, as it may be under the compatible policy.
 inline constexpr std::int64_t kCodeSeveralFiles = 5;
-
 /// Whoever was asked did not want it.
 inline constexpr std::int64_t kCodeNotConfirmed = 6;
 
-/// What the typed client has found itself, with the code 0; "kind" tells what it was.
 inline constexpr std::string_view kClientErrorDomain = "Client";
+/// What the typed client has found itself; "kind" tells what it was.
+inline constexpr std::int64_t kCodeFoundByClient = 0;
 
 inline constexpr std::string_view kSandboxErrorDomain = "Sandbox";
 /// The sandbox could not start, or its example database could not be made.

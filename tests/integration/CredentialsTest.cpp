@@ -292,16 +292,17 @@ TEST_F(StoreCredentialsTest, AClockThatIsOffIsCorrectedOnceForTheStore) {
       options.objectStore.clockOffset = offset;
       restart(options);
       server_->clearStats();
+      const ObjectKey key(std::to_string(offset.count()) + (beginsWithHead ? " head" : " put"));
       const ObjectStore objects = store();
       if (beginsWithHead) {
-        EXPECT_EQ(nameOf(objects.head(kKey).get().error().kind), nameOf(Kind::kNotFound));
+        EXPECT_EQ(nameOf(objects.head(key).get().error().kind), nameOf(Kind::kNotFound));
         EXPECT_EQ(server_->storeStats().requests, 2U);
         server_->clearStats();
       }
-      const auto put = objects.put(kKey, Source::text("bytes")).get();
+      const auto put = objects.put(key, Source::text("bytes")).get();
       ASSERT_TRUE(put) << put.error().message;
       std::string text;
-      ASSERT_TRUE(objects.get(kKey, into(text)).get());
+      ASSERT_TRUE(objects.get(key, into(text)).get());
       EXPECT_EQ(text, "bytes");
       EXPECT_EQ(refused(), beginsWithHead ? 0U : 1U);
     }

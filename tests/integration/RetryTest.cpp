@@ -85,13 +85,13 @@ class RetryTest : public test::BlobStoreFixture {
     return BlobStore::open(database(name), path(name), wanted).value();
   }
   [[nodiscard]] Transfer<FileRecord> upload(const Retry& retry = kShort) const {
-    return files(retry).upload(Source::text(content_), {.name = "a"});
+    return files(retry).upload(Source::text(content_), {.name = "uploaded"});
   }
 
   /// Of the only file that there is, which is removed.
   std::string takeUploaded() const {
     auto found = files().list().get().value();
-    std::erase_if(found, [](const FileRecord& record) { return record.name != "a"; });
+    std::erase_if(found, [](const FileRecord& record) { return record.name != "uploaded"; });
     if (found.size() != 1) return std::to_string(found.size()) + " files";
     std::string text;
     const auto got = files().download(found.front().id, into(text)).get();
@@ -189,7 +189,7 @@ class RetryTest : public test::BlobStoreFixture {
   [[nodiscard]] std::vector<std::string> rangesOfFiles() const {
     std::vector<std::string> all;
     for (const auto& request : server_->requests()) {
-      if (request.path.find("/bytes/") == std::string::npos) continue;
+      if (request.method != "GET" || request.path.find("/bytes/") == std::string::npos) continue;
       const std::string* range = request.header("Range");
       all.push_back(range != nullptr ? *range : "");
     }
