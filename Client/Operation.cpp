@@ -126,7 +126,11 @@ void Operation::resume() {
     if (phase_ == Phase::kPausing) resumes_ = true;
     if (phase_ != Phase::kPaused) return;
     phase_ = Phase::kWaiting;
-    backsOff_ = false;
+    if (!std::exchange(backsOff_, false)) {
+      // Somebody wants it, so it is tried as at the beginning.
+      retries_.startOver();
+      running().tries(1);
+    }
     running().enter(State::kWaiting);
   }
   begin();

@@ -28,6 +28,8 @@ class Retries {
   }
 
   void runBegins() noexcept { waiting_ = 0; }
+  /// The attempts count from 1 again; what the budget has given is not given back.
+  void startOver() noexcept { attempt_ = 1; }
   /// A request waits for this attempt; so many bytes of the transfer are done.
   void requestWaits(int attempt, std::uint64_t done) noexcept;
   void requestHasWaited() noexcept;

@@ -329,7 +329,7 @@ TEST_F(RetryTest, RecordIsMadeOnceWhateverHappensToItsCreation) {
     ASSERT_EQ(!outcome, wanted.failure.has_value());
     if (wanted.failure) {
       EXPECT_EQ(outcome.error().kind, *wanted.failure);
-      EXPECT_THAT(outcome.error().message, HasSubstr("\"a\""));
+      EXPECT_THAT(outcome.error().message, HasSubstr("\"uploaded\""));
     }
     server_->clearFaults();
     EXPECT_EQ(files().list().get()->size(), wanted.failure ? 0U : 1U);
