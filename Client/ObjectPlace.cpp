@@ -149,8 +149,7 @@ ObjectPlace::ObjectPlace(Where where, Address address, std::shared_ptr<ClientCor
     : where_(std::move(where)), address_(std::move(address)), core_(std::move(core)) {}
 
 const std::string& ObjectPlace::region() const noexcept {
-  const auto* store = std::get_if<S3>(&where_);
-  return store != nullptr ? store->region : templates()->region;
+  return std::visit([](const auto& where) -> const std::string& { return where.region; }, where_);
 }
 
 bool ObjectPlace::signs() const noexcept {

@@ -128,17 +128,20 @@ void ObjectPut::beginUpload(const ObjectRunPtr& run, const End& end) {
 
 void ObjectPut::findParts(const ObjectRunPtr& run, const End& end) {
   upload::listParts(
-      run, {key_, options_.resume},
+      run, {key_, *begun()},
       [work = self<ObjectPut>(), run, end](Outcome<std::vector<upload::StoredPart>> found) {
         if (!found) return end(std::move(found).error());
+        std::vector<std::string> noted;
         {
           const MutexLock lock(work->mutex_);
           work->asksForParts_ = false;
+          noted.swap(work->noted_);
         }
         for (upload::StoredPart& part : *found) {
           // Those of another size come from another plan, and are sent again.
           if (part.index >= work->plan_.count()) continue;
           if (part.size != work->plan_.length(part.index)) continue;
+          if (!noted.empty() && part.entityTag != noted[part.index]) continue;
           work->took(run->running(), part.index, std::move(part.entityTag));
         }
         work->sendParts(run, end);
@@ -216,7 +219,10 @@ void ObjectPut::complete(const ObjectRunPtr& run, const End& end) {
     entityTags = entityTags_;
   }
   upload::complete(*run, {key_, *begun()}, entityTags,
-                   [work = self<ObjectPut>(), end](Outcome<ObjectInfo> made) {
+                   [work = self<ObjectPut>(), run, end](Outcome<ObjectInfo> made) {
+                     if (!made && work->asksAgainAfter(made.error())) {
+                       return work->findParts(run, end);
+                     }
                      if (!made) return end(std::move(made).error());
                      {
                        const MutexLock lock(work->mutex_);
@@ -224,6 +230,17 @@ void ObjectPut::complete(const ObjectRunPtr& run, const End& end) {
                      }
                      end(work->whole(*std::move(made)));
                    });
+}
+
+/// A part that an earlier run had on its way may come so late that it takes the place of the one
+/// that was sent after it. Whatever has another tag than was noted is sent once more.
+bool ObjectPut::asksAgainAfter(const Failure& failure) {
+  const MutexLock lock(mutex_);
+  if (failure.kind != Kind::kIntegrity || std::exchange(hasAskedAgain_, true)) return false;
+  asksForParts_ = true;
+  noted_ = std::exchange(entityTags_, std::vector<std::string>(entityTags_.size()));
+  taken_ = 0;
+  return true;
 }
 
 std::optional<UploadId> ObjectPut::begun() const {

@@ -38,6 +38,8 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   void sendPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
                 std::function<void(Outcome<void>)> done);
   void complete(const ObjectRunPtr& run, const End& end);
+  /// Whether the store has parts other than those that were noted; true once.
+  [[nodiscard]] bool asksAgainAfter(const Failure& failure);
   void abortUpload(const UploadId& id, Failure failure, const std::function<void(Failure)>& done);
   /// Notes how much of a part is on its way, and shows how far it is.
   void handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes);
@@ -60,6 +62,9 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   std::optional<UploadId> upload_ VARO_GUARDED_BY(mutex_);
   /// Whether the parts of an upload that goes on are still to be asked for.
   bool asksForParts_ VARO_GUARDED_BY(mutex_) = false;
+  bool hasAskedAgain_ VARO_GUARDED_BY(mutex_) = false;
+  /// The tags before that; empty at other times.
+  std::vector<std::string> noted_ VARO_GUARDED_BY(mutex_);
   /// With their quotes; empty for parts that the store does not have.
   std::vector<std::string> entityTags_ VARO_GUARDED_BY(mutex_);
   std::uint64_t taken_ VARO_GUARDED_BY(mutex_) = 0;  // bytes

@@ -22,6 +22,7 @@ class Name {
   [[nodiscard]] bool empty() const noexcept { return text_.empty(); }
 
   friend bool operator==(const Name&, const Name&) = default;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 sees a 0 in it
   friend auto operator<=>(const Name&, const Name&) = default;
   friend std::ostream& operator<<(std::ostream& out, const Name& name) { return out << name.text_; }
 

@@ -106,6 +106,17 @@ TEST_F(LargeObjectTest, ResumeSendsTheMissingPartsOnly) {
   EXPECT_EQ(sent("PUT", "partNumber=1"), 1U);
 }
 
+TEST_F(LargeObjectTest, SendsPartsOnceMoreOfWhichTheStoreHasOthers) {
+  // As where an earlier one of the same number comes late and takes its place.
+  server_->addFault({.match = {.query = "partNumber=2", .count = 1},
+                     .action = {.headers = {{"ETag", "\"of another\""}}}});
+  const auto made = put(store()).get();
+  ASSERT_TRUE(made) << made.error().message;
+  EXPECT_TRUE(isWhole());
+  EXPECT_EQ(sent("PUT", "partNumber=2"), 2U);
+  EXPECT_EQ(sent("PUT", "partNumber"), 6U) << "no other is sent again";
+}
+
 TEST_F(LargeObjectTest, LeavesNothingWhenGivenUpUnlessItIsToBeKept) {
   holdUpLaterParts();
   auto cancelled = put(store());

@@ -257,7 +257,9 @@ TEST_F(ObjectStoreTest, AGetGoesOnBehindItsLastWholePart) {
     const Destination to = isFile ? Destination(path("copy")) : Destination(into(text));
     auto got = objects.get(kKey, to, {.partSize = 64_KiB});
     ASSERT_TRUE(eventually([&] { return server_->storeStats().requests >= 3; }));
-    ASSERT_TRUE(eventually([&] { return got.progress().done >= 131'072; }));
+    // Those for a file come in any order: the second one may be the last, short part.
+    const std::uint64_t wholeParts = isFile ? 65'536 + 37'856 : 131'072;
+    ASSERT_TRUE(eventually([&] { return got.progress().done >= wholeParts; }));
     got.pause();
     ASSERT_TRUE(eventually([&] { return got.state() == State::kPaused; }));
     server_->clearFaults();
@@ -265,7 +267,6 @@ TEST_F(ObjectStoreTest, AGetGoesOnBehindItsLastWholePart) {
     const auto whole = got.get();
     ASSERT_TRUE(whole) << whole.error().message;
     EXPECT_EQ(askedFor("bytes=0-65535"), 1U);
-    // Those for a file come in any order.
     if (!isFile) {
       EXPECT_EQ(askedFor("bytes=65536-131071"), 1U);
     }
