@@ -4,7 +4,6 @@
 #include "Client/ObjectSteps.h"
 #include "Client/ObjectUpload.h"
 #include "Client/SourceData.h"
-#include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/HeaderRules.h"
 
 #include <fmt/format.h>
@@ -254,21 +253,13 @@ void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done
     failure.upload = id;
     return done(std::move(failure));
   }
-  // The one that cancels must not wait for the credentials.
-  platform::Runtime::shared().pool().postOrRun([work = self<ObjectPut>(), id = *id,
-                                                failure = std::move(failure),
-                                                done] { work->abortUpload(id, failure, done); });
-}
-
-void ObjectPut::abortUpload(const UploadId& id, Failure failure,
-                            const std::function<void(Failure)>& done) {
   Failure left = failure;
   left.upload = id;
   const auto run =
       ObjectRun::begin(place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); },
                        {});  // once: who has cancelled waits for this
   if (!run) return done(std::move(left));
-  upload::abort(**run, {key_, id},
+  upload::abort(**run, {key_, *id},
                 [done, left, failure = std::move(failure)](const Outcome<void>& aborted) {
                   done(aborted ? failure : left);
                 });

@@ -40,7 +40,6 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   void complete(const ObjectRunPtr& run, const End& end);
   /// Whether the store has parts other than those that were noted; true once.
   [[nodiscard]] bool asksAgainAfter(const Failure& failure);
-  void abortUpload(const UploadId& id, Failure failure, const std::function<void(Failure)>& done);
   /// Notes how much of a part is on its way, and shows how far it is.
   void handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes);
   /// Notes that the store has a part, and shows how far it is.

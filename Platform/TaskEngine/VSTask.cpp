@@ -42,9 +42,9 @@ VSTask::VSTask(std::string name)
   liveTasks.fetch_add(1, std::memory_order_relaxed);
 }
 
-VSTask::~VSTask() { liveTasks.fetch_sub(1, std::memory_order_relaxed); }
+VSTask::~VSTask() { liveTasks.fetch_sub(1, std::memory_order_release); }
 
-std::size_t VSTask::liveCount() noexcept { return liveTasks.load(std::memory_order_relaxed); }
+std::size_t VSTask::liveCount() noexcept { return liveTasks.load(std::memory_order_acquire); }
 
 std::string VSTask::description() const {
   return name_.empty() ? fmt::format("task {}", id_) : fmt::format("task {} ({})", id_, name_);
