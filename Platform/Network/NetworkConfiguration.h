@@ -17,14 +17,14 @@ struct ProxyConfiguration {
   /// http, https, socks4, socks4a, socks5 or socks5h, host and port, and nothing else:
   /// "http://proxy.example:3128". "socks4" and "socks5" have host names looked up here, all others
   /// by the proxy. Without a port: 443 for https, else 1080.
-  std::string url;
+  std::string url = {};
   /// What the proxy asks for: of http and https as "Basic" (RFC 7617), of socks5 as RFC 1929 has
   /// it; socks4 knows a user alone. Never in an error or a log.
-  std::string user;
-  std::string password;
+  std::string user = {};
+  std::string password = {};
   /// Hosts that are reached without it: a name stands for itself and all below it, an IP address or
   /// a network ("10.0.0.0/8") for what is addressed by number, "*" for everything.
-  std::vector<std::string> bypass;
+  std::vector<std::string> bypass = {};
   /// In place of all of the above: what the environment of the process says when the transport is
   /// made, in `http_proxy` (lower case alone: a server sets the other for its scripts from what a
   /// client sends), `https_proxy`, `all_proxy`, `no_proxy`, and the latter three in upper case.
