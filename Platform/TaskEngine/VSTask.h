@@ -102,7 +102,7 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
 
   [[nodiscard]] std::string description() const override;
 
-  /// How many tasks exist in the process, for leak checks. Who sees that a task is gone also sees all
+  /// How many tasks exist in the process, for leak checks. Who sees that one is gone also sees all
   /// that it did, and may free what it used.
   [[nodiscard]] static std::size_t liveCount() noexcept;
 
