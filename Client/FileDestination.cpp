@@ -20,6 +20,7 @@ namespace varo::detail {
 using platform::Data;
 using platform::Durability;
 using platform::Error;
+using platform::File;
 using platform::Result;
 namespace fs = std::filesystem;
 
@@ -42,12 +43,32 @@ bool isTaken(const Result<void>& stored) {
          stored.error()->code() == EEXIST;
 }
 
-Result<std::string> storeAt(const fs::path& path, IfExists ifExists, const Data& bytes) {
+/// How a file gets a name: in place of what is there, or only where nothing is.
+struct Naming {
+  std::function<Result<void>(const std::string& name)> replace;
+  std::function<Result<void>(const std::string& name)> make;
+};
+
+Naming namingOf(const Data& bytes) {
+  const auto with = [&bytes](auto store) {
+    return [&bytes, store](const std::string& name) {
+      return store(name, bytes, Durability::kSynced);
+    };
+  };
+  return {with(platform::storeFile), with(platform::storeNewFile)};
+}
+
+Naming namingOf(const File& file) {
+  const auto with = [&file](auto move) {
+    return [&file, move](const std::string& name) { return move(file, name, Durability::kSynced); };
+  };
+  return {with(platform::moveFile), with(platform::moveNewFile)};
+}
+
+Result<std::string> storeAt(const fs::path& path, IfExists ifExists, const Naming& naming) {
   fs::path name = path;
   if (ifExists == IfExists::kReplace) {
-    if (auto stored = platform::storeFile(name.string(), bytes, Durability::kSynced); !stored) {
-      return stored.error();
-    }
+    if (auto stored = naming.replace(name.string()); !stored) return stored.error();
     return name.string();
   }
   for (int number = 1;; ++number) {
@@ -56,7 +77,7 @@ Result<std::string> storeAt(const fs::path& path, IfExists ifExists, const Data&
       name = numbered(path, number++);
     }
     // Somebody else may make the file at any moment, so storing it decides, not the look before.
-    const auto stored = platform::storeNewFile(name.string(), bytes, Durability::kSynced);
+    const auto stored = naming.make(name.string());
     if (stored) return name.string();
     if (isTaken(stored) && ifExists == IfExists::kKeep) return name.string();
     if (!isTaken(stored) || ifExists == IfExists::kFail || number > kMostNumbers) {
@@ -94,9 +115,13 @@ Outcome<PreparedFile> prepare(fs::path path, IfExists ifExists) {
   PreparedFile prepared;
   if (isThere(path) && ifExists == IfExists::kKeep) prepared.kept = path;
   prepared.directory = directory.string();
-  prepared.store = [path = std::move(path), ifExists](const Data& bytes) {
-    return storeAt(path, ifExists, bytes);
+  prepared.store = [path, ifExists](const Data& bytes) {
+    return storeAt(path, ifExists, namingOf(bytes));
   };
+  prepared.move = [path, ifExists](const File& file) {
+    return storeAt(path, ifExists, namingOf(file));
+  };
+  prepared.path = std::move(path);
   return prepared;
 }
 

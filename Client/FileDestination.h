@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Result.h"
 #include "varo/outcome.h"
 #include "varo/source.h"
@@ -14,10 +15,14 @@ namespace varo::detail {
 
 /// The file that a download is stored in, from its path and `IfExists`.
 struct PreparedFile {
+  /// As it was given; the file may get another name, see `IfExists::kNumber`.
+  std::filesystem::path path;
   /// Where bytes that are received here get the file's name without a copy.
   std::string directory;
   /// Stores the bytes, and gives the path that they have.
   std::function<platform::Result<std::string>(const platform::Data& bytes)> store;
+  /// The same with a file that stands in the directory under another name, and has that no more.
+  std::function<platform::Result<std::string>(const platform::File& file)> move;
   /// Set where there is nothing to fetch: the file is there and is kept.
   std::optional<std::filesystem::path> kept;
 };

@@ -2,11 +2,13 @@
 
 #include "Binary/Binary/Utils/ContentRange.h"
 #include "Client/ObjectAnswers.h"
-#include "Client/ObjectSteps.h"
+#include "Platform/Crypto/Sha256.h"
+#include "Platform/Foundation/Clock.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <limits>
 #include <string_view>
@@ -22,14 +24,10 @@ using platform::MutexLock;
 
 namespace {
 
-/// Parts of one object that are asked for at once: enough to hide the wait for each answer.
-constexpr std::size_t kPartsAtOnce = 4;
 constexpr std::uint64_t kSmallestPart = std::uint64_t{64} << 10U;
 constexpr std::uint64_t kLargestPart = std::uint64_t{5} << 30U;
 /// Positions beyond are in no object; sums of two stay within 64 bits.
 constexpr auto kLastByte = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-/// What is noted of each takes memory, and a store may say any size.
-constexpr std::uint64_t kMostParts = 1'000'000;
 constexpr std::uint64_t kRefusal = std::uint64_t{64} << 10U;
 constexpr int kWhole = 200;
 constexpr int kPart = 206;
@@ -42,6 +40,7 @@ Outcome<void> checkedOptions(const GetOptions& options) {
   if (part < kSmallestPart || part > kLargestPart) {
     return wrong(fmt::format("GetOptions::partSize is {} bytes, not from 64 KiB to 5 GiB", part));
   }
+  if (auto good = checkedPartsAtOnce(options.partsAtOnce, "GetOptions"); !good) return good;
   if (!options.range) return {};
   if (options.range->length == Bytes(0)) return wrong("GetOptions::range has no bytes");
   if (options.range->first > kLastByte) return wrong("GetOptions::range begins behind any object");
@@ -55,21 +54,24 @@ std::optional<ContentRange> rangeIn(const HttpResponse& response) {
   return range && range->span && range->total ? range : std::nullopt;
 }
 
+std::chrono::steady_clock::time_point now() { return platform::Clock::system().steadyNow(); }
+
 std::uint64_t bytesIn(const HttpResponse& response) {
   return response.body ? response.body->size() : 0;
 }
 
 }  // namespace
 
-ObjectGet::ObjectGet(ObjectKey key, Destination to, GetOptions options)
-    : key_(std::move(key)), options_(options), to_(std::move(to)) {}
+ObjectGet::ObjectGet(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Destination to,
+                     GetOptions options)
+    : place_(std::move(place)), key_(std::move(key)), options_(options), to_(std::move(to)) {}
 
 void ObjectGet::run(const ObjectRunPtr& run, End end) {
   if (auto ready = prepare(); !ready) return end(std::move(ready).error());
   if (prepared_ && prepared_->kept) {
     return end(ObjectInfo{.key = key_, .file = *prepared_->kept});
   }
-  if (plan_) return askOthers(run, end);
+  if (plan_) return askOthers(run, newControl(), end);
   askFirst(run, end);
 }
 
@@ -78,15 +80,66 @@ Outcome<void> ObjectGet::prepare() {
   if (auto good = checked(key_); !good) return good;
   if (auto good = checkedOptions(options_); !good) return good;
   Destination to = *std::exchange(to_, std::nullopt);
-  if (auto* path = std::get_if<std::filesystem::path>(&to)) {
-    auto prepared = detail::prepare(std::move(*path), options_.ifExists);
-    if (!prepared) return std::move(prepared).error();
-    prepared_ = *std::move(prepared);
-    return {};
-  }
-  sink_ = std::get<Sink>(std::move(to));
-  if (sink_ != nullptr) return {};
-  return failureOf(Kind::kInvalidArgument, about() + ": the destination is an empty function");
+  if (auto* path = std::get_if<std::filesystem::path>(&to)) return prepareFile(std::move(*path));
+  if (options_.keepParts) return wrong(about() + ": GetOptions::keepParts is for files alone");
+  Sink sink = std::get<Sink>(std::move(to));
+  if (sink == nullptr) return wrong(about() + ": the destination is an empty function");
+  sink_ = std::make_unique<OrderedSink>(std::move(sink), about());
+  return {};
+}
+
+Outcome<void> ObjectGet::prepareFile(std::filesystem::path path) {
+  auto prepared = detail::prepare(std::move(path), options_.ifExists);
+  if (!prepared) return std::move(prepared).error();
+  prepared_ = *std::move(prepared);
+  if (!options_.keepParts || prepared_->kept) return {};
+  const ObjectPlace::Address& address = place_->address();
+  const auto object =
+      platform::Sha256::of(fmt::format("{}{}/{}", address.origin, address.path, key_.text()));
+  if (!object) return failureFrom(object.error(), about());
+  object_ = object->hex();
+  auto parts = PartsFile::beside(prepared_->path, object_, about());
+  if (!parts) return std::move(parts).error();
+  setParts(*std::move(parts));
+  return {};
+}
+
+std::shared_ptr<PartsFile> ObjectGet::parts() const {
+  const MutexLock lock(mutex_);
+  return parts_;
+}
+
+std::shared_ptr<PartsFile> ObjectGet::setParts(std::shared_ptr<PartsFile> parts) {
+  const MutexLock lock(mutex_);
+  return std::exchange(parts_, std::move(parts));
+}
+
+void ObjectGet::giveUp(Failure failure, const std::function<void(Failure)>& done) {
+  keepParts();
+  setParts(nullptr).reset();
+  done(std::move(failure));
+}
+
+void ObjectGet::keepParts() const {
+  // Where it fails, the next get has less to go on with; why this one has ended is told.
+  if (const auto file = parts()) static_cast<void>(file->record());
+}
+
+std::optional<PartsRecord> ObjectGet::found() const {
+  const auto file = parts();
+  if (file == nullptr || !file->found()) return std::nullopt;
+  const PartsRecord& record = *file->found();
+  const std::uint64_t most = options_.range && options_.range->length
+                                 ? options_.range->length->count
+                                 : std::numeric_limits<std::uint64_t>::max();
+  const bool isOfThis = record.plan.partSize == options_.partSize.count &&
+                        record.first == begin() &&
+                        record.plan.size == std::min(most, record.objectSize - record.first);
+  return isOfThis ? std::optional(record) : std::nullopt;
+}
+
+ObjectGet::Control ObjectGet::newControl() const {
+  return Control(static_cast<std::size_t>(options_.partsAtOnce));
 }
 
 ObjectRequest ObjectGet::request(std::uint64_t first, std::uint64_t length) const {
@@ -99,23 +152,26 @@ ObjectRequest ObjectGet::request(std::uint64_t first, std::uint64_t length) cons
 }
 
 void ObjectGet::askFirst(const ObjectRunPtr& run, const End& end) {
+  const auto left = found();
   const ObjectRange range = options_.range.value_or(ObjectRange{});
+  const std::size_t index = left ? left->firstMissing() : 0;
   const std::uint64_t length =
-      std::min(options_.partSize.count, range.length.value_or(options_.partSize).count);
-  ObjectRequest first = request(range.first, length);
+      left ? left->plan.length(index)
+           : std::min(options_.partSize.count, range.length.value_or(options_.partSize).count);
+  ObjectRequest first = request(range.first + index * options_.partSize.count, length);
   // A store without ranges sends all there is.
   if (!options_.range) first.limits.success = platform::ResponseLimits::kUnlimited;
   first.alsoGood = kNoSuchRange;
-  run->send(std::move(first), run->cancellation(),
-            [work = self<ObjectGet>(), run, end](const Outcome<HttpResponse>& answer) {
-              if (!answer) return end(answer.error());
-              if (answer->status != kNoSuchRange) return work->takeFirst(run, *answer, end);
-              // No byte is in a range of an object without bytes.
-              if (!work->options_.range) return work->askWhole(run, end);
-              Failure failure = refusalFrom(*answer, work->about(), {});
-              failure.kind = Kind::kInvalidArgument;
-              end(std::move(failure));
-            });
+  Control control = newControl();
+  const auto flight = control.begin(now());
+  run->send(
+      std::move(first), run->cancellation(),
+      [work = self<ObjectGet>(), run, control, flight, end](const Outcome<HttpResponse>& answer) {
+        if (!answer) return end(answer.error());
+        Control measured = control;
+        measured.succeeded(*flight, now(), bytesIn(*answer));
+        work->takeFirst(run, *answer, measured, end);
+      });
 }
 
 void ObjectGet::askWhole(const ObjectRunPtr& run, const End& end) {
@@ -126,15 +182,51 @@ void ObjectGet::askWhole(const ObjectRunPtr& run, const End& end) {
             run->cancellation(),
             [work = self<ObjectGet>(), run, end](const Outcome<HttpResponse>& answer) {
               if (!answer) return end(answer.error());
-              work->takeFirst(run, *answer, end);
+              work->takeFirst(run, *answer, work->newControl(), end);
             });
 }
 
-void ObjectGet::takeFirst(const ObjectRunPtr& run, const HttpResponse& response, const End& end) {
-  auto planned = planFrom(response);
-  if (planned) planned = take(run->running(), 0, response.body.value_or(Data()));
-  if (!planned) return end(std::move(planned).error());
-  askOthers(run, end);
+void ObjectGet::takeFirst(const ObjectRunPtr& run, const HttpResponse& response, Control control,
+                          const End& end) {
+  std::size_t index = 0;
+  if (const auto left = found()) {
+    index = left->firstMissing();
+    if (!goesOnWith(*left, response)) {
+      // The object was replaced since: the first part tells what it is now.
+      parts()->forgetFound();
+      return askFirst(run, end);
+    }
+  } else if (response.status == kNoSuchRange) {
+    // No byte is in a range of an object without bytes.
+    if (!options_.range) return askWhole(run, end);
+    Failure failure = refusalFrom(response, about(), {});
+    failure.kind = Kind::kInvalidArgument;
+    return end(std::move(failure));
+  } else if (auto planned = planFrom(response); !planned) {
+    return end(std::move(planned).error());
+  }
+  auto taken = take(run->running(), index, response.body.value_or(Data()), run->cancellation());
+  if (!taken) return end(std::move(taken).error());
+  askOthers(run, control, end);
+}
+
+bool ObjectGet::goesOnWith(const PartsRecord& found, const HttpResponse& response) {
+  plan_ = found.plan;
+  entityTag_ = found.entityTag;
+  info_ = infoFrom(response, key_);
+  info_.size = Bytes(found.objectSize);
+  const std::size_t index = found.firstMissing();
+  if (!checkPart(response, index)) {
+    plan_.reset();
+    return false;
+  }
+  parts()->goOn();
+  const MutexLock lock(mutex_);
+  isThere_ = found.isThere;
+  // It has come again where nothing but the name was missing.
+  isThere_[index] = false;
+  got_ = found.bytesThere() - (found.isThere[index] ? plan_->length(index) : 0);
+  return true;
 }
 
 Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
@@ -144,7 +236,7 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
   if (response.status == kPart) {
     const auto range = rangeIn(response);
     if (!range) return notAStore(response, about(), "it does not say what part it is");
-    const std::uint64_t first = options_.range ? options_.range->first : 0;
+    const std::uint64_t first = begin();
     const auto total = static_cast<std::uint64_t>(*range->total);
     if (first >= total) return notAStore(response, about(), "it is another part");
     const std::uint64_t most = options_.range && options_.range->length
@@ -152,9 +244,9 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
                                    : std::numeric_limits<std::uint64_t>::max();
     plan = {std::min(most, total - first), options_.partSize.count};
     info_.size = Bytes(total);
-    if ((plan.size - 1) / plan.partSize >= kMostParts) {
+    if ((plan.size - 1) / plan.partSize >= PartsRecord::kMostParts) {
       return wrong(fmt::format("{}: {} bytes are more than {} parts of GetOptions::partSize",
-                               about(), plan.size, kMostParts));
+                               about(), plan.size, PartsRecord::kMostParts));
     }
   } else if (response.status != kWhole || options_.range) {
     return notAStore(response, about(), "it is not the part that was asked for");
@@ -166,8 +258,28 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
     isThere_.assign(plan.count(), false);
   }
   auto good = response.status == kPart ? checkPart(response, 0) : Outcome<void>();
+  if (good) good = beginFile();
   if (!good) plan_.reset();
   return good;
+}
+
+Outcome<void> ObjectGet::beginFile() {
+  auto file = parts();
+  if (!prepared_ || (file == nullptr && plan_->count() == 1)) return {};
+  if (file == nullptr) {
+    auto made = PartsFile::nameless(directory());
+    if (!made) return failureFrom(made.error(), about());
+    file = std::move(made).value();
+    setParts(file);
+  }
+  PartsRecord record{.object = object_,
+                     .entityTag = entityTag_,
+                     .objectSize = info_.size->count,
+                     .first = begin(),
+                     .plan = *plan_,
+                     .isThere = std::vector<bool>(plan_->count())};
+  const auto begun = file->begin(std::move(record));
+  return begun ? Outcome<void>() : Outcome<void>(failureFrom(begun.error(), about()));
 }
 
 Outcome<void> ObjectGet::checkPart(const HttpResponse& response, std::size_t index) const {
@@ -180,7 +292,7 @@ Outcome<void> ObjectGet::checkPart(const HttpResponse& response, std::size_t ind
     return failureOf(Kind::kConflict,
                      fmt::format("{}: the object was replaced meanwhile", about()));
   }
-  const std::uint64_t first = (options_.range ? options_.range->first : 0) + plan_->first(index);
+  const std::uint64_t first = begin() + plan_->first(index);
   const std::uint64_t length = plan_->length(index);
   if (static_cast<std::uint64_t>(range->span->first) != first ||
       static_cast<std::uint64_t>(range->span->last) != first + length - 1 ||
@@ -193,7 +305,7 @@ Outcome<void> ObjectGet::checkPart(const HttpResponse& response, std::size_t ind
   return {};
 }
 
-void ObjectGet::askOthers(const ObjectRunPtr& run, const End& end) {
+void ObjectGet::askOthers(const ObjectRunPtr& run, Control control, const End& end) {
   std::vector<std::size_t> missing;
   {
     const MutexLock lock(mutex_);
@@ -201,36 +313,40 @@ void ObjectGet::askOthers(const ObjectRunPtr& run, const End& end) {
       if (!isThere_[i]) missing.push_back(i);
     }
   }
+  ObjectSteps::Pace pace{.control = control};
+  // Parts that come too early for a sink wait for the one before them.
+  if (sink_ != nullptr) pace.window = static_cast<std::size_t>(options_.partsAtOnce);
   const auto work = self<ObjectGet>();
   ObjectSteps::run(
-      std::move(missing), prepared_ ? kPartsAtOnce : 1, run->cancellation(),
-      [work, run](std::size_t index, const std::stop_token& stop, Done done) {
-        work->askPart(run, index, stop, std::move(done));
-      },
+      std::move(missing), pace, run->cancellation(),
+      [work, run](const ObjectSteps::Step& step) { work->askPart(run, step); },
       [work, run, end](Outcome<void> got) {
-        if (!got) return end(std::move(got).error());
-        work->finish(run, end);
+        if (got) return work->finish(run, end);
+        work->keepParts();  // the process may end during a pause
+        end(std::move(got).error());
       });
 }
 
-void ObjectGet::askPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
-                        Done done) {
-  const std::uint64_t begin = options_.range ? options_.range->first : 0;
-  ObjectRequest part = request(begin + plan_->first(index), plan_->length(index));
+void ObjectGet::askPart(const ObjectRunPtr& run, const ObjectSteps::Step& step) {
+  const std::size_t index = step.index;
+  ObjectRequest part = request(begin() + plan_->first(index), plan_->length(index));
+  part.onRetry = step.onRetry;
   // A weak tag would match nothing.
   if (entityTag_.starts_with('"')) part.headers.push_back({"If-Match", entityTag_});
-  run->send(std::move(part), stop,
-            [work = self<ObjectGet>(), run, index,
-             done = std::move(done)](const Outcome<HttpResponse>& answer) {
-              if (!answer) return done(answer.error());
-              auto good = work->checkPart(*answer, index);
-              if (good) good = work->take(run->running(), index, answer->body.value_or(Data()));
-              done(std::move(good));
+  run->send(std::move(part), step.stop,
+            [work = self<ObjectGet>(), run, step](const Outcome<HttpResponse>& answer) {
+              if (!answer) return step.done(answer.error());
+              const Data bytes = answer->body.value_or(Data());
+              auto good = work->checkPart(*answer, step.index);
+              if (good) good = work->take(run->running(), step.index, bytes, step.stop);
+              if (!good) return step.done(std::move(good).error());
+              step.done(bytes.size());
             });
 }
 
-Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Data& bytes) {
-  auto stored = prepared_ ? store(index, bytes) : handOver(running, bytes);
+Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Data& bytes,
+                              const std::stop_token& stop) {
+  auto stored = sink_ != nullptr ? sink_->take(index, bytes, running, stop) : store(index, bytes);
   if (!stored) return stored;
   std::uint64_t got = 0;
   {
@@ -243,44 +359,48 @@ Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Dat
   return {};
 }
 
-Outcome<void> ObjectGet::handOver(RunningBase& running, const Data& bytes) {
-  if (bytes.empty()) return {};
-  std::optional<Outcome<void>> handed;
-  const bool isCalled = running.move([&] { handed = handTo(sink_, bytes, about()); });
-  if (!isCalled || !handed) return cancelledObject(about());
-  return *std::move(handed);
-}
-
 Outcome<void> ObjectGet::store(std::size_t index, const Data& bytes) {
   if (plan_->count() == 1) {
     onlyPart_ = bytes;
     return {};
   }
-  // The first part comes alone.
-  if (file_ == nullptr) {
-    auto made = platform::File::createUnnamed(directory());
-    if (!made) return failureFrom(made.error(), about());
-    file_ = std::move(made).value();
-  }
-  std::uint64_t at = plan_->first(index);
-  const auto written = bytes.forEachPiece([&](std::string_view piece) {
-    auto done = file_->writeAt(at, piece);
-    at += piece.size();
-    return done;
-  });
+  const auto file = parts();
+  if (file == nullptr) return cancelledObject(about());  // given up before its end
+  const auto written = file->write(index, bytes);
   return written ? Outcome<void>() : Outcome<void>(failureFrom(written.error(), about()));
 }
 
 void ObjectGet::finish(const ObjectRunPtr& run, const End& end) {
+  // Those that came during a pause.
+  if (sink_ != nullptr) {
+    if (auto handed = sink_->handOver(run->running(), run->cancellation()); !handed) {
+      return end(std::move(handed).error());
+    }
+  }
+  if (run->cancellation().stop_requested() && (prepared_ || !sink_->isEmpty())) {
+    return end(cancelledObject(about()));
+  }
   ObjectInfo info = info_;
   if (prepared_) {
-    if (run->cancellation().stop_requested()) return end(cancelledObject(about()));
-    const Data whole = onlyPart_ ? *onlyPart_ : Data::fromFileRegion(file_, 0, plan_->size);
-    auto stored = prepared_->store(whole);
-    if (!stored) return end(failureFrom(stored.error(), about()));
-    info.file = std::move(stored).value();
+    auto stored = nameFile();
+    if (!stored) return end(std::move(stored).error());
+    info.file = *std::move(stored);
   }
   end(std::move(info));
+}
+
+Outcome<std::filesystem::path> ObjectGet::nameFile() {
+  const auto file = parts();
+  const auto store = [&] {
+    if (onlyPart_) return prepared_->store(*onlyPart_);
+    if (options_.keepParts) return prepared_->move(*file->file());
+    return prepared_->store(Data::fromFileRegion(file->file(), 0, plan_->size));
+  };
+  auto stored = store();
+  if (!stored) return failureFrom(stored.error(), about());
+  if (file != nullptr) file->remove();
+  setParts(nullptr).reset();
+  return std::filesystem::path(std::move(stored).value());
 }
 
 }  // namespace varo::detail

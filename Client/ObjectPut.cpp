@@ -18,9 +18,6 @@ using platform::MutexLock;
 
 namespace {
 
-/// Parts of one object that are sent at once: enough to hide the wait for each answer.
-constexpr std::size_t kPartsAtOnce = 4;
-
 Outcome<void> checkedContentType(const std::string& contentType) {
   if (auto good = platform::checkHeader("Content-Type", contentType); !good) {
     return failureOf(Kind::kInvalidArgument, "PutOptions::contentType has control characters");
@@ -63,6 +60,7 @@ Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   if (auto good = checked(key_); !good) return good;
   if (auto good = checkedContentType(options_.contentType); !good) return good;
   if (auto good = PartPlan::ofUpload(0, options_.partSize); !good) return std::move(good).error();
+  if (auto good = checkedPartsAtOnce(options_.partsAtOnce, "PutOptions"); !good) return good;
   auto opened =
       dataFrom(*std::exchange(source_, std::nullopt), about(), run.running(), run.givenUp());
   if (!opened) return std::move(opened).error();
@@ -151,6 +149,8 @@ void ObjectPut::handedOver(RunningBase& running, std::size_t index, std::uint64_
   std::uint64_t done = 0;
   {
     const MutexLock lock(mutex_);
+    // Told late, by a request of an earlier run.
+    if (!entityTags_[index].empty()) return;
     allSent_ = allSent_ - sent_[index] + bytes;
     sent_[index] = bytes;
     done = taken_ + allSent_;
@@ -186,27 +186,29 @@ void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
   run->running().reached(taken, plan_.size);
   const auto work = self<ObjectPut>();
   ObjectSteps::run(
-      std::move(missing), kPartsAtOnce, run->cancellation(),
-      [work, run](std::size_t index, const std::stop_token& stop, ObjectSteps::Done done) {
-        work->sendPart(run, index, stop, std::move(done));
-      },
+      std::move(missing),
+      {.control = platform::ParallelismControl(static_cast<std::size_t>(options_.partsAtOnce))},
+      run->cancellation(),
+      [work, run](const ObjectSteps::Step& step) { work->sendPart(run, step); },
       [work, run, end](Outcome<void> sent) {
         if (!sent) return end(std::move(sent).error());
         work->complete(run, end);
       });
 }
 
-void ObjectPut::sendPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
-                         std::function<void(Outcome<void>)> done) {
+void ObjectPut::sendPart(const ObjectRunPtr& run, const ObjectSteps::Step& step) {
   const auto work = self<ObjectPut>();
+  const std::size_t index = step.index;
   upload::sendPart(
       *run, {key_, *begun()}, index,
-      {data_->slice(plan_.first(index), plan_.length(index)),
-       [work, run, index](std::uint64_t bytes) { work->handedOver(run->running(), index, bytes); }},
-      stop, [work, run, index, done = std::move(done)](Outcome<std::string> entityTag) {
-        if (!entityTag) return done(std::move(entityTag).error());
-        work->took(run->running(), index, *std::move(entityTag));
-        done({});
+      {.bytes = data_->slice(plan_.first(index), plan_.length(index)),
+       .onSent = [work, run,
+                  index](std::uint64_t bytes) { work->handedOver(run->running(), index, bytes); },
+       .onRetry = step.onRetry},
+      step.stop, [work, run, step](Outcome<std::string> entityTag) {
+        if (!entityTag) return step.done(std::move(entityTag).error());
+        work->took(run->running(), step.index, *std::move(entityTag));
+        step.done(work->plan_.length(step.index));
       });
 }
 

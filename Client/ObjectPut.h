@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Client/ObjectOperation.h"
+#include "Client/ObjectSteps.h"
 #include "Client/PartPlan.h"
 #include "Platform/Foundation/Data.h"
 #include "varo/objects.h"
@@ -35,8 +36,7 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   void beginUpload(const ObjectRunPtr& run, const End& end);
   void findParts(const ObjectRunPtr& run, const End& end);
   void sendParts(const ObjectRunPtr& run, const End& end);
-  void sendPart(const ObjectRunPtr& run, std::size_t index, const std::stop_token& stop,
-                std::function<void(Outcome<void>)> done);
+  void sendPart(const ObjectRunPtr& run, const ObjectSteps::Step& step);
   void complete(const ObjectRunPtr& run, const End& end);
   /// Whether the store has parts other than those that were noted; true once.
   [[nodiscard]] bool asksAgainAfter(const Failure& failure);

@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <exception>
 #include <utility>
 
@@ -81,9 +82,16 @@ ObjectRun::ObjectRun(std::shared_ptr<const ObjectPlace> place,
 void ObjectRun::send(ObjectRequest request, const std::stop_token& cancellation,
                      Answer answer) const {
   ObjectRequest asked{.alsoGood = request.alsoGood, .about = request.about};
+  const auto with = settings(cancellation);
+  if (request.onRetry != nullptr) {
+    with->onRetry = [first = std::move(request.onRetry), then = std::move(with->onRetry)](
+                        int attempt, std::chrono::milliseconds wait) {
+      first();
+      if (then != nullptr) then(attempt, wait);
+    };
+  }
   auto ready = encoded(std::move(request), cancellation);
   if (!ready) return answer(std::move(ready).error());
-  const auto with = settings(cancellation);
   with->authorizer = ready->signer;
   if (ready->signer == nullptr) with->authorizer = serviceAuthorizer();
   static_cast<void>(platform::sendAttempts(

@@ -35,6 +35,8 @@ struct ObjectRequest {
   int alsoGood = 0;
   /// See `platform::HttpRequest`.
   std::function<void(std::uint64_t sent)> onSent = {};
+  /// Told each time that it has failed and will be sent again.
+  std::function<void()> onRetry = {};
   /// What it is about, for messages.
   std::string about = {};
 };

@@ -1,9 +1,9 @@
 #include "Client/ObjectSteps.h"
 
 #include "Client/Failures.h"
+#include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Runtime.h"
 
-#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -11,25 +11,27 @@ namespace varo::detail {
 
 using platform::MutexLock;
 
-void ObjectSteps::run(std::vector<std::size_t> indices, std::size_t atOnce,
-                      const std::stop_token& cancellation, Step step, Done end) {
+namespace {
+
+std::chrono::steady_clock::time_point now() { return platform::Clock::system().steadyNow(); }
+
+}  // namespace
+
+void ObjectSteps::run(std::vector<std::size_t> indices, Pace pace,
+                      const std::stop_token& cancellation, Work work, End end) {
   if (indices.empty()) return end({});
-  const std::size_t count = std::min(atOnce, indices.size());
   const auto steps =
-      std::make_shared<ObjectSteps>(std::move(indices), std::move(step), std::move(end));
+      std::make_shared<ObjectSteps>(std::move(indices), pace, std::move(work), std::move(end));
   steps->watch(cancellation);
-  {
-    // All of them first: one that ends at once must not be taken for the last.
-    const MutexLock lock(steps->mutex_);
-    steps->running_ = count;
-  }
-  for (std::size_t i = 0; i < count; ++i) {
-    platform::Runtime::shared().pool().postOrRun([steps] { steps->startNext(); });
-  }
+  steps->startNext();
 }
 
-ObjectSteps::ObjectSteps(std::vector<std::size_t> indices, Step step, Done end)
-    : indices_(std::move(indices)), step_(std::move(step)), end_(std::move(end)) {}
+ObjectSteps::ObjectSteps(std::vector<std::size_t> indices, Pace pace, Work work, End end)
+    : indices_(std::move(indices)),
+      window_(pace.window),
+      work_(std::move(work)),
+      end_(std::move(end)),
+      control_(pace.control) {}
 
 void ObjectSteps::watch(const std::stop_token& cancellation) {
   // Not this: the last owner of the steps could then go inside the call.
@@ -37,35 +39,65 @@ void ObjectSteps::watch(const std::stop_token& cancellation) {
 }
 
 void ObjectSteps::startNext() {
-  std::optional<std::size_t> index;
-  {
-    const MutexLock lock(mutex_);
-    if (!failure_ && next_ < indices_.size()) index = indices_[next_++];
-  }
-  if (!index) return ended({});
-  try {
-    step_(*index, stop_->token(), [self = shared_from_this()](Outcome<void> outcome) {
-      if (!outcome) return self->ended(std::move(outcome));
-      self->startNext();
-    });
-  } catch (const std::exception& thrown) {
-    ended(failureOf(Kind::kOther, thrown.what()));
+  while (const auto index = takeNext()) {
+    platform::Runtime::shared().pool().postOrRun(
+        [self = shared_from_this(), index = *index] { self->perform(index); });
   }
 }
 
-void ObjectSteps::ended(Outcome<void> outcome) {
-  const bool hasFailed = !outcome;
+std::optional<std::size_t> ObjectSteps::takeNext() {
+  const MutexLock lock(mutex_);
+  if (failure_ || next_ == indices_.size()) return std::nullopt;
+  const std::size_t index = indices_[next_];
+  if (!running_.empty() && index - running_.begin()->first >= window_) return std::nullopt;
+  const auto flight = control_.begin(now());
+  if (!flight) return std::nullopt;
+  ++next_;
+  running_.emplace(index, *flight);
+  return index;
+}
+
+void ObjectSteps::perform(std::size_t index) {
+  const auto self = shared_from_this();
+  try {
+    work_({.index = index,
+           .stop = stop_->token(),
+           .onRetry = [self, index] { self->retried(index); },
+           .done = [self, index](
+                       Outcome<std::uint64_t> moved) { self->ended(index, std::move(moved)); }});
+  } catch (const std::exception& thrown) {
+    ended(index, failureOf(Kind::kOther, thrown.what()));
+  }
+}
+
+void ObjectSteps::retried(std::size_t index) {
+  const MutexLock lock(mutex_);
+  const auto flight = running_.find(index);
+  if (flight != running_.end()) control_.hadTrouble(flight->second);
+}
+
+void ObjectSteps::ended(std::size_t index, Outcome<std::uint64_t> moved) {
+  const bool hasFailed = !moved;
   bool isLast = false;
   std::optional<Failure> failure;
   {
     const MutexLock lock(mutex_);
+    const auto flight = running_.find(index);
+    if (flight == running_.end()) return;  // it has thrown after it was done
+    if (hasFailed) {
+      control_.failed(flight->second);
+    } else {
+      control_.succeeded(flight->second, now(), *moved);
+    }
+    running_.erase(flight);
     // Later ones fail because the first has stopped them.
-    if (hasFailed && !failure_) failure_ = std::move(outcome).error();
-    isLast = --running_ == 0;
+    if (hasFailed && !failure_) failure_ = std::move(moved).error();
+    isLast = running_.empty() && (failure_ || next_ == indices_.size());
     if (isLast) failure = failure_;
   }
   if (isLast) return failure ? end_(*std::move(failure)) : end_({});
   if (hasFailed) stop_->cancel();
+  startNext();
 }
 
 }  // namespace varo::detail

@@ -101,7 +101,7 @@ Transfer<ObjectInfo> ObjectStore::put(ObjectKey key, Source source, PutOptions o
 
 Transfer<ObjectInfo> ObjectStore::get(ObjectKey key, Destination to, GetOptions options) const {
   return begin<ObjectInfo>(
-      place_, std::make_shared<detail::ObjectGet>(std::move(key), std::move(to), options));
+      place_, std::make_shared<detail::ObjectGet>(place_, std::move(key), std::move(to), options));
 }
 
 Transfer<ObjectInfo> ObjectStore::head(ObjectKey key) const {

@@ -124,6 +124,7 @@ void sendPart(const ObjectRun& run, const Named& named, std::size_t index, PartB
        .body = std::move(body.bytes),
        .limits = kLimits,
        .onSent = std::move(body.onSent),
+       .onRetry = std::move(body.onRetry),
        .about = about},
       stop, [about, end = std::move(end)](const Outcome<HttpResponse>& answer) {
         if (!answer) return end(answer.error());

@@ -35,10 +35,11 @@ struct StoredPart {
 void create(const ObjectRun& run, const ObjectKey& key, const std::string& contentType,
             std::function<void(Outcome<UploadId>)> end);
 
-/// The bytes of a part, and who is told how many of them were sent: see `platform::HttpRequest`.
+/// The bytes of a part, and who is told of their way: see `ObjectRequest`.
 struct PartBody {
   platform::Data bytes;
   std::function<void(std::uint64_t sent)> onSent;
+  std::function<void()> onRetry;
 };
 
 /// The entity tag of the part, with its quotes.

@@ -13,6 +13,7 @@ namespace {
 constexpr std::uint64_t kSmallestPart = std::uint64_t{5} << 20U;
 constexpr std::uint64_t kLargestPart = std::uint64_t{5} << 30U;
 constexpr std::uint64_t kMostParts = 10'000;
+constexpr int kMostPartsAtOnce = 64;
 /// Parts that had to grow are a whole number of these.
 constexpr std::uint64_t kStep = std::uint64_t{1} << 20U;
 
@@ -31,6 +32,12 @@ Outcome<PartPlan> PartPlan::ofUpload(std::uint64_t size, Bytes wished) {
                      fmt::format("The source has {} bytes, more than 10,000 parts of 5 GiB", size));
   }
   return PartPlan{size, partSize};
+}
+
+Outcome<void> checkedPartsAtOnce(int partsAtOnce, std::string_view options) {
+  if (partsAtOnce >= 1 && partsAtOnce <= kMostPartsAtOnce) return {};
+  return failureOf(Kind::kInvalidArgument, fmt::format("{}::partsAtOnce is {}, not from 1 to {}",
+                                                       options, partsAtOnce, kMostPartsAtOnce));
 }
 
 }  // namespace varo::detail

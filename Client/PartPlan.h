@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace varo::detail {
 
@@ -28,5 +29,9 @@ struct PartPlan {
   /// for more bytes than they take.
   [[nodiscard]] static Outcome<PartPlan> ofUpload(std::uint64_t size, Bytes wished);
 };
+
+/// Parts of one object under way, at most: `Kind::kInvalidArgument` for others than 1 to 64, in
+/// which the field of `options` is named.
+[[nodiscard]] Outcome<void> checkedPartsAtOnce(int partsAtOnce, std::string_view options);
 
 }  // namespace varo::detail

@@ -76,6 +76,7 @@ Outcome<PutOptions> putOptionsFrom(const varo_put_options* from) {
   if (given->part_size != 0) options.partSize = Bytes(given->part_size);
   options.keepParts = given->keep_parts != 0;
   options.resume = UploadId(textFrom(given->resume));
+  if (given->parts_at_once != 0) options.partsAtOnce = given->parts_at_once;
   if (given->on_begun != nullptr) {
     options.onBegun = [tell = given->on_begun, user = given->user](const UploadId& upload) {
       tell(user, upload.text().c_str());
@@ -92,6 +93,8 @@ Outcome<GetOptions> getOptionsFrom(const varo_get_options* from) {
   GetOptions options;
   options.ifExists = *ifExists;
   if (given->part_size != 0) options.partSize = Bytes(given->part_size);
+  if (given->parts_at_once != 0) options.partsAtOnce = given->parts_at_once;
+  options.keepParts = given->keep_parts != 0;
   if (given->range_first == 0 && given->range_length == 0) return options;
   options.range.emplace().first = given->range_first;
   if (given->range_length != 0) options.range->length = Bytes(given->range_length);

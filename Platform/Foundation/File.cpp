@@ -154,24 +154,59 @@ bool isAccepted(const File& file) noexcept {
 
 enum class Naming { kReplaces, kIsNew };
 
-/// Stores `data` under a temporary name, with `mode`, then under `path`.
-Result<void> store(const std::string& path, const Data& data, Durability durability, mode_t mode,
-                   Naming naming) {
+/// The mode that `path` gives to what is stored there: that of the file that is replaced, or of a
+/// new one. An error where something else than a file is there.
+Result<mode_t> modeFor(const std::string& path, Naming naming) {
   const auto failure = [&path](int number) { return Error::fromErrno(number, "Storing", path); };
+  if (hasNul(path)) return failure(EINVAL);
+  if (naming == Naming::kIsNew) return defaultModeIn(directoryOf(path));
+  struct stat existing {};
+  if (::lstat(path.c_str(), &existing) != 0) {
+    if (errno != ENOENT) return failure(errno);
+    return defaultModeIn(directoryOf(path));
+  }
+  if (!S_ISREG(existing.st_mode)) return failure(S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
+  // Without the bits that would run the new content as another user.
+  return existing.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+}
+
+/// Gives `file`, which has the name `temporary` too, the name `path`.
+Result<void> nameFile(const File& file, const std::string& temporary, const std::string& path,
+                      Durability durability, mode_t mode, Naming naming) {
+  const auto failure = [&path](int number) { return Error::fromErrno(number, "Storing", path); };
+  if (::fchmod(file.descriptor(), mode) != 0) return failure(errno);
+  if (!isAccepted(file)) return failure(errno);
+  const bool isSynced = durability == Durability::kSynced;
+  if (isSynced && system::flush(file.descriptor()) != 0) return failure(errno);
+  // A link fails where the name is there, a rename replaces what it names.
+  const int named = naming == Naming::kIsNew ? ::link(temporary.c_str(), path.c_str())
+                                             : ::rename(temporary.c_str(), path.c_str());
+  if (named != 0) return failure(errno);
+  if (isSynced) return syncDirectory(directoryOf(path));
+  return {};
+}
+
+/// Stores `data` under a temporary name, then under `path`.
+Result<void> store(const std::string& path, const Data& data, Durability durability,
+                   Naming naming) {
+  const auto mode = modeFor(path, naming);
+  if (!mode) return mode.error();
   const std::string directory = directoryOf(path);
   TemporaryName name(directory);
   const auto stored = place(data, directory, name);
   if (!stored) return stored.error();
-  if (::fchmod((*stored)->descriptor(), mode) != 0) return failure(errno);
-  if (!isAccepted(**stored)) return failure(errno);
-  const bool isSynced = durability == Durability::kSynced;
-  if (isSynced && system::flush((*stored)->descriptor()) != 0) return failure(errno);
-  // A link fails where the name is there, a rename replaces what it names.
-  const int named = naming == Naming::kIsNew ? ::link(name.path().c_str(), path.c_str())
-                                             : ::rename(name.path().c_str(), path.c_str());
-  if (named != 0) return failure(errno);
-  if (isSynced) return syncDirectory(directory);
-  return {};
+  return nameFile(**stored, name.path(), path, durability, *mode, naming);
+}
+
+Result<void> moveTo(const File& file, const std::string& path, Durability durability,
+                    Naming naming) {
+  // Whatever else has its name by now is not ours to move.
+  if (!file.isAt(file.path())) return Error::fromErrno(ENOENT, "Storing", file.path());
+  const auto mode = modeFor(path, naming);
+  if (!mode) return mode.error();
+  auto moved = nameFile(file, file.path(), path, durability, *mode, naming);
+  if (moved && naming == Naming::kIsNew) ::unlink(file.path().c_str());
+  return moved;
 }
 
 bool isPlainRelativePath(std::string_view name) noexcept {
@@ -325,23 +360,19 @@ bool File::isAt(const std::string& path) const noexcept {
 }
 
 Result<void> storeFile(const std::string& path, const Data& data, Durability durability) {
-  const auto failure = [&path](int number) { return Error::fromErrno(number, "Storing", path); };
-  if (hasNul(path)) return failure(EINVAL);
-  struct stat existing {};
-  const bool replaces = ::lstat(path.c_str(), &existing) == 0;
-  if (!replaces && errno != ENOENT) return failure(errno);
-  if (replaces && !S_ISREG(existing.st_mode)) {
-    return failure(S_ISDIR(existing.st_mode) ? EISDIR : EEXIST);
-  }
-  // Without the bits that would run the new content as another user.
-  const mode_t mode = replaces ? existing.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO)
-                               : defaultModeIn(directoryOf(path));
-  return store(path, data, durability, mode, Naming::kReplaces);
+  return store(path, data, durability, Naming::kReplaces);
 }
 
 Result<void> storeNewFile(const std::string& path, const Data& data, Durability durability) {
-  if (hasNul(path)) return Error::fromErrno(EINVAL, "Storing", path);
-  return store(path, data, durability, defaultModeIn(directoryOf(path)), Naming::kIsNew);
+  return store(path, data, durability, Naming::kIsNew);
+}
+
+Result<void> moveFile(const File& file, const std::string& path, Durability durability) {
+  return moveTo(file, path, durability, Naming::kReplaces);
+}
+
+Result<void> moveNewFile(const File& file, const std::string& path, Durability durability) {
+  return moveTo(file, path, durability, Naming::kIsNew);
 }
 
 bool staysInDirectory(const std::string& directory, std::string_view name) {

@@ -103,6 +103,14 @@ enum class Durability {
 [[nodiscard]] Result<void> storeNewFile(const std::string& path, const Data& data,
                                         Durability durability = Durability::kNone);
 
+/// The same with a file of the caller's own, which stands at `file.path()`, in the same file
+/// system: it gets the name `path` and loses its own. Nothing is copied. Where it fails, the file
+/// keeps its name; of the two it may have both, where the process dies in between.
+[[nodiscard]] Result<void> moveFile(const File& file, const std::string& path,
+                                    Durability durability = Durability::kNone);
+[[nodiscard]] Result<void> moveNewFile(const File& file, const std::string& path,
+                                       Durability durability = Durability::kNone);
+
 /// What stands under a path, without following a symbolic link there.
 enum class FileKind { kNothing, kRegular, kDirectory, kOther };
 [[nodiscard]] FileKind fileKindAt(const std::string& path) noexcept;

@@ -79,9 +79,9 @@ struct ObjectInfo {
 /// How an object is put into an `S3`. A `TemplateService` takes none of it: its template says all.
 struct PutOptions {
   std::string contentType = "application/octet-stream";
-  /// What is larger is sent in parts of this size, several at once, and the store makes one object
-  /// of them ("multipart upload"). 5 MiB to 5 GiB. Parts of very large objects are larger, since
-  /// there are 10,000 at most.
+  /// What is larger is sent in parts of this size, and the store makes one object of them
+  /// ("multipart upload"). 5 MiB to 5 GiB. Parts of very large objects are larger, since there are
+  /// 10,000 at most.
   Bytes partSize = 8_MiB;
   /// What to do with the parts of an upload that fails or is cancelled. By default they are
   /// removed. If they are kept, `Failure::upload` names the upload, and the store may charge for
@@ -93,6 +93,10 @@ struct PutOptions {
   /// Told the name of an upload in parts when it has begun, before a part is sent: for a `resume`
   /// after the process has ended. Called at most once, on a thread of the library.
   std::function<void(const UploadId&)> onBegun = {};
+  /// Parts that are sent side by side at most, 1 to 64. It begins with one and adds one while that
+  /// makes the whole faster; after a failure there are half as many. 1: never side by side. They
+  /// are read from the source while they are sent; none is held in memory.
+  int partsAtOnce = 8;
 };
 
 /// A run of an object's bytes.
@@ -108,8 +112,24 @@ struct GetOptions {
   /// None: the whole object. A range that begins behind the end is `Kind::kInvalidArgument`.
   std::optional<ObjectRange> range = {};
   /// Bytes that are asked for at once, 64 KiB to 5 GiB, and a millionth of all bytes at least. A
-  /// pause loses at most what was asked for.
+  /// pause loses at most the parts that are under way.
   Bytes partSize = 8_MiB;
+  /// Parts that are asked for side by side at most, as `PutOptions::partsAtOnce`.
+  ///
+  /// A part of more than 1 MiB comes into a nameless file, a smaller one into memory; so what is
+  /// under way takes `partsAtOnce` times `partSize` of the disk, or of memory. A `Sink` gets the
+  /// parts in their order: those that wait for one before them are counted, too.
+  int partsAtOnce = 8;
+  /// For a file: what has come of a get that does not end well, because it fails, is cancelled or
+  /// its process is killed, stays, and the next get with `keepParts` of the same object into the
+  /// same path goes on with the parts that are missing. It begins anew where the object was
+  /// replaced, the store names no strong "ETag", or `range` or `partSize` is another one.
+  ///
+  /// Until then two hidden files are beside that of the destination, ".NAME.varo-part" with the
+  /// bytes and ".NAME.varo-record"; a get that ends well removes them. Remove both to give it up.
+  /// What came in the last second, or of the last 8 MiB, may have to come again. A second get into
+  /// the same path meanwhile, of this or another process, is `Kind::kConflict`.
+  bool keepParts = false;
 };
 
 struct ObjectListOptions {
@@ -160,8 +180,9 @@ class ObjectStore {
   ///
   /// - All bytes are of one version of the object: `Kind::kConflict` where it is replaced
   /// meanwhile.
-  /// - Progress counts whole parts. Those for a path come side by side, those for a `Sink` one
-  ///   after another; it is never called with the same byte twice.
+  /// - Progress counts whole parts, those that an earlier get has left too. A `Sink` is never
+  /// called
+  ///   with the same byte twice.
   VARO_API Transfer<ObjectInfo> get(ObjectKey key, Destination to, GetOptions options = {}) const;
 
   /// Asks for what the store knows about an object. `S3` only.

@@ -76,6 +76,30 @@ TEST_F(StoreFileTest, ReplacedFileKeepsItsPermissionsButNotItsPrivileges) {
   }
 }
 
+TEST_F(StoreFileTest, AFileThatIsMovedHasOneName) {
+  for (const auto move : {moveFile, moveNewFile}) {
+    const bool replaces = move == moveFile;
+    const auto file = File::createNew(directory_ / "part").value();
+    ASSERT_TRUE(file->writeAt(0, "new").ok());
+    writeFile(path_, "old");
+    ASSERT_EQ(::chmod(path_.c_str(), 0640), 0);
+    EXPECT_EQ(move(*file, path_, Durability::kSynced).ok(), replaces);
+    if (!replaces) {
+      EXPECT_THAT(directory_.names(), ElementsAre("file", "part"));
+      EXPECT_EQ(contentOf(path_), "old");
+      ASSERT_EQ(::unlink(path_.c_str()), 0);
+      ASSERT_TRUE(move(*file, path_, Durability::kNone).ok());
+    }
+    EXPECT_EQ(contentOf(path_), "new");
+    EXPECT_EQ(modeOf(path_) == 0640, replaces);
+    EXPECT_THAT(directory_.names(), ElementsAre("file"));
+    writeFile(directory_ / "part", "of somebody");
+    EXPECT_FALSE(move(*file, path_, Durability::kNone).ok());
+    EXPECT_EQ(contentOf(directory_ / "part"), "of somebody");
+    ASSERT_EQ(::unlink(path_.c_str()) + ::unlink((directory_ / "part").c_str()), 0);
+  }
+}
+
 TEST_F(StoreFileTest, FailedWriteLeavesTheOldFileAndNoTemporary) {
   const std::string big = sampleBytes(300000);
   const TemporaryDirectory elsewhere;

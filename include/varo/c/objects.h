@@ -82,8 +82,7 @@ typedef struct varo_put_options {
   size_t size;
   /// NULL: "application/octet-stream".
   const char* content_type;
-  /// What is larger is sent in parts of this size, several at once ("multipart upload"). 5 MiB to
-  /// 5 GiB; 0: 8 MiB.
+  /// What is larger is sent in parts of this size ("multipart upload"). 5 MiB to 5 GiB; 0: 8 MiB.
   uint64_t part_size;
   /// What to do with the parts of an upload that fails or is cancelled. 0: they are removed. Else
   /// they are kept, and `varo_failure::upload` names the upload; the store may charge for them
@@ -95,6 +94,9 @@ typedef struct varo_put_options {
   /// NULL for none.
   varo_begun_fn on_begun;
   void* user;
+  /// Parts that are sent side by side at most, 1 to 64; 0: 8. It begins with one and adds one while
+  /// that makes the whole faster; after a failure there are half as many. 1: never side by side.
+  int parts_at_once;
 } varo_put_options;
 
 typedef struct varo_get_options {
@@ -108,6 +110,15 @@ typedef struct varo_get_options {
   /// Bytes that are asked for at once, 64 KiB to 5 GiB, and a millionth of all bytes at least; 0: 8
   /// MiB.
   uint64_t part_size;
+  /// Parts that are asked for side by side at most, as those of `varo_put_options`. What is under
+  /// way takes so many times `part_size` of the disk, or of memory for parts of up to 1 MiB.
+  int parts_at_once;
+  /// For a path. Not 0: what has come of a get that fails, is cancelled or whose process is killed
+  /// stays, and the next such get of the same object into the same path goes on with it, as long as
+  /// the object is the same and `part_size` and range are. Until then the hidden files
+  /// ".NAME.varo-part" and ".NAME.varo-record" are beside it. `VARO_CONFLICT` while another get
+  /// into the same path is under way.
+  int keep_parts;
 } varo_get_options;
 
 typedef struct varo_object_list_options {
