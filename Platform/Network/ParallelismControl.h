@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace varo::platform {
+
+/// How many requests for the parts of one object are worth having in flight.
+///
+/// It begins with one, and allows one more while that makes the whole faster: the one that was
+/// added has to bring at least a third of what the others bring on average. Where it does not, it
+/// is taken back, and tried again after a while, which grows with every vain attempt. After a
+/// failure half as many are allowed, as a server in trouble is not to be pressed.
+///
+/// Pure: the time is an argument. Not thread-safe: its owner's lock guards it.
+class ParallelismControl {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  /// A request in flight.
+  struct Flight {
+    TimePoint begun;
+    std::uint64_t level = 0;
+  };
+
+  /// Never more than `most` at once; 0 counts as 1.
+  explicit ParallelismControl(std::size_t most) noexcept;
+
+  /// Counts a request as in flight; none where there are as many as are worth it.
+  [[nodiscard]] std::optional<Flight> begin(TimePoint now) noexcept;
+  /// It has moved `bytes`, and is in flight no more.
+  void succeeded(const Flight& flight, TimePoint now, std::uint64_t bytes) noexcept;
+  /// It has come to nothing, and is in flight no more.
+  void failed(const Flight& flight) noexcept;
+  /// An attempt has failed, and another one follows: it stays in flight. Its time measures nothing
+  /// any more.
+  void hadTrouble(Flight& flight) noexcept;
+
+  /// So many may be in flight now, from 1 on.
+  [[nodiscard]] std::size_t allowed() const noexcept { return allowed_; }
+  [[nodiscard]] std::size_t inFlight() const noexcept { return inFlight_; }
+
+ private:
+  /// Allows so many from now on, and measures anew, with `samples` requests.
+  void enter(std::size_t allowed, std::size_t samples) noexcept;
+  void decide() noexcept;
+  /// Of all requests in flight together, in bytes a nanosecond.
+  [[nodiscard]] double rate() const noexcept;
+
+  const std::size_t most_;
+  std::size_t allowed_ = 1;
+  std::size_t inFlight_ = 0;
+  /// Changes with `allowed_`: what was begun before measures nothing.
+  std::uint64_t level_ = 1;
+  /// From when on failures count: where a line breaks all fail together, and that is one reason to
+  /// step back.
+  std::uint64_t firstThatCounts_ = 1;
+  /// Of one less; none where that was not measured just before.
+  std::optional<double> rateBefore_;
+  /// Requests to measure before the next decision, and what they have taken so far.
+  std::size_t missing_ = 1;
+  double bytes_ = 0;
+  double nanoseconds_ = 0;
+  /// Requests until one more is tried after it was in vain.
+  std::size_t patience_;
+};
+
+}  // namespace varo::platform
