@@ -87,6 +87,7 @@ void BlobFetch::launch(std::uint64_t run,
     return succeeded(run, Dictionary{{binary::kFilePath, prepared->file->string()}});
   }
   const auto settings = core_->client().settings();
+  settings->parallelRanges = static_cast<std::size_t>(core_->service().parallelRanges);
   Outcome<Dictionary> headers = core_->client().headers(*settings);
   if (!headers) return failed(run, std::move(headers).error());
   direct(run, *settings);

@@ -20,6 +20,7 @@ using detail::failureOf;
 namespace {
 
 constexpr std::uint64_t kMostRange = std::uint64_t{1} << 40;
+constexpr int kMostParallelRanges = 64;
 
 Outcome<void> check(const BlobService& service) {
   const auto wrong = [](const std::string& what) {
@@ -29,6 +30,10 @@ Outcome<void> check(const BlobService& service) {
   if (service.rangeSize.count == 0 || service.rangeSize.count > kMostRange) {
     return wrong(
         fmt::format("rangeSize is {} bytes, not from 1 to 1 TiB", service.rangeSize.count));
+  }
+  if (service.parallelRanges < 1 || service.parallelRanges > kMostParallelRanges) {
+    return wrong(fmt::format("parallelRanges is {}, not from 1 to {}", service.parallelRanges,
+                             kMostParallelRanges));
   }
   if (service.parameters.contains("")) return wrong("parameters has one without a name");
   return {};

@@ -17,6 +17,7 @@
 #include "Platform/Foundation/UserDirectories.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/VaroNativeFacade.h"
+#include "bench/EndListener.h"
 #include "bench/Ends.h"
 #include "bench/NumberIn.h"
 #include "bench/SqliteClock.h"
@@ -33,6 +34,7 @@
 
 namespace {
 
+using varo::bench::EndListener;
 using varo::bench::Ends;
 using varo::bench::numberIn;
 using varo::binary::BinaryDataManager;
@@ -40,9 +42,7 @@ using varo::binary::DownloadTask;
 using varo::platform::Dictionary;
 using varo::platform::ErrorPtr;
 using varo::platform::LogLevel;
-using varo::platform::TaskState;
 using varo::platform::VaroNativeFacade;
-using varo::platform::VSTask;
 
 constexpr char kDatabase[] = "sync.db";
 constexpr char kTable[] = "records";
@@ -64,19 +64,6 @@ void downloadManaged(const Dictionary& config, std::int64_t count, Ends& ends) {
         });
   }
 }
-
-class EndListener final : public varo::platform::TaskListener {
- public:
-  explicit EndListener(Ends& ends) : ends_(ends) {}
-  void task(const std::shared_ptr<VSTask>& task, TaskState /*from*/, TaskState to,
-            const Dictionary& /*context*/) override {
-    if (to == TaskState::Ended) ends_.succeeded();
-    if (to == TaskState::Errored) ends_.failed(task->errorContext());
-  }
-
- private:
-  Ends& ends_;
-};
 
 /// Tasks and listener, which nobody else holds.
 struct BareDownloads {

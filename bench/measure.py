@@ -26,6 +26,7 @@ from cancel import measure_cancel
 from harness import LARGE, MIB, Bench, Table, column
 from objects import measure_objects
 from online import measure_queue, measure_sign
+from ranges import measure_ranges
 from servers import DiscardServer, Nginx
 
 SMALL = 64 * MIB
@@ -273,6 +274,7 @@ PARTS = {
     "blobs": measure_blobs,
     "many-blobs": measure_many_blobs,
     "objects": measure_objects,
+    "ranges": measure_ranges,
     "cancel": measure_cancel,
 }
 

@@ -67,6 +67,7 @@ Outcome<GivenService> serviceFrom(const varo_blob_service* from) {
   service.clientId = textFrom(given->client_id);
   service.syncSessionId = textFrom(given->sync_session_id);
   service.parameters = *std::move(parameters);
+  if (given->parallel_ranges != 0) service.parallelRanges = given->parallel_ranges;
   return made;
 }
 

@@ -96,7 +96,8 @@ struct BlobService {
   std::string scope;
   /// The object that the records are on the service. Empty: the name of their table.
   std::string object = {};
-  /// Bytes that one request asks for. A pause or a broken connection loses at most as many.
+  /// Bytes that one request asks for. A pause or a broken connection loses at most as many of each
+  /// request that is under way.
   Bytes rangeSize = 1_MiB;
   BlobEncoding encoding = BlobEncoding::kBytes;
   /// Name the device and the sync session to the service; empty for none.
@@ -104,6 +105,10 @@ struct BlobService {
   std::string syncSessionId = {};
   /// Further parameters of each request's address.
   std::map<std::string, std::string> parameters = {};
+  /// Requests for one blob that are under way at once, from 1 to 64: as many of them as make it
+  /// faster, beginning with one. Those that come early wait for the bytes in front of them, in
+  /// memory up to 1 MiB each, so a blob needs a few times `rangeSize` for each.
+  int parallelRanges = 4;
 };
 
 /// When `BlobStore::remove` removes the file.

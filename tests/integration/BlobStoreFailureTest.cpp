@@ -40,6 +40,7 @@ TEST_F(BlobStoreFailureTest, OpenNamesWhatIsWrong) {
       {"a.db", "none", none, Kind::kLocalFile, "none"},
       {"a.db", "a.db", none, Kind::kLocalFile, "a.db"},
       {"a.db", "a", [](auto& s) { s.rangeSize = 0_B; }, Kind::kInvalidArgument, "rangeSize"},
+      {"a.db", "a", [](auto& s) { s.parallelRanges = 65; }, Kind::kInvalidArgument, "from 1 to 64"},
       {"a.db", "a", [](auto& s) { s.scope = ""; }, Kind::kInvalidArgument, "scope"},
       {"a.db", "a", [](auto& s) { s.options.url = "a"; }, Kind::kInvalidArgument, "Options::url"},
   };

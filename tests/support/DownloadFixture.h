@@ -42,8 +42,10 @@ class DownloadFixture : public OfflineFixture {
     dictionary.addEntries(more);
     return dictionary;
   }
-  static std::shared_ptr<binary::DownloadTask> makeTask(const platform::Dictionary& more = {}) {
-    auto task = binary::DownloadTask::create("7");
+  static std::shared_ptr<binary::DownloadTask> makeTask(
+      const platform::Dictionary& more = {},
+      const platform::Clock& clock = platform::Clock::system()) {
+    auto task = binary::DownloadTask::create("7", nullptr, clock);
     task->setInputContext(input(more));
     return task;
   }

@@ -118,15 +118,16 @@ void FakeHttpTransport::hold() {
   holding_ = true;
 }
 
-bool FakeHttpTransport::release() {
-  TransferPtr oldest;
+bool FakeHttpTransport::release(std::size_t older) {
+  TransferPtr released;
   {
     const MutexLock lock(mutex_);
-    if (held_.empty()) return false;
-    oldest = std::move(held_.front());
-    held_.pop_front();
+    if (held_.size() <= older) return false;
+    const auto which = held_.begin() + static_cast<std::ptrdiff_t>(older);
+    released = std::move(*which);
+    held_.erase(which);
   }
-  oldest->complete();
+  released->complete();
   return true;
 }
 

@@ -93,8 +93,9 @@ class FakeHttpTransport final : public platform::HttpTransport,
 
   /// Keeps completions back from now on.
   void hold();
-  /// Completes the oldest request that is kept back, on this thread. False when there is none.
-  bool release();
+  /// Completes the oldest request that is kept back, or the one after `older` others, on this
+  /// thread. False when there is none.
+  bool release(std::size_t older = 0);
   /// Completes all that are kept back and keeps back no more.
   void releaseAll();
 

@@ -30,10 +30,11 @@ constexpr std::string_view kRunNames[] = {"idle", "running", "pausing", "resting
 }  // namespace
 
 std::shared_ptr<DownloadTask> DownloadTask::create(std::string name,
-                                                   std::shared_ptr<StepQueue> steps) {
+                                                   std::shared_ptr<StepQueue> steps,
+                                                   const platform::Clock& clock) {
   const bool ownsSteps = steps == nullptr;
   if (ownsSteps) steps = std::make_shared<StepQueue>(name);
-  auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name), steps);
+  auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name), steps, clock);
   task->createAndAddSubtasks();
   if (ownsSteps) {
     // Weak: the task owns the queue, which must not own the task.
@@ -44,10 +45,11 @@ std::shared_ptr<DownloadTask> DownloadTask::create(std::string name,
   return task;
 }
 
-DownloadTask::DownloadTask(Badge /*badge*/, std::string name, std::shared_ptr<StepQueue> steps)
+DownloadTask::DownloadTask(Badge /*badge*/, std::string name, std::shared_ptr<StepQueue> steps,
+                           const platform::Clock& clock)
     : VSTask(std::move(name)),
       steps_(std::move(steps)),
-      _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask), steps_)),
+      _networkTask(std::make_shared<NetworkTask>(std::string(kNetworkTask), steps_, clock)),
       _dataPersistenceTask(std::make_shared<DataPersistenceTask>(std::string(kPersistenceTask))) {}
 
 // Also of a download that was dropped half-way: the lock would keep all others from the file.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTask.h"
@@ -43,19 +44,20 @@ class StepQueue;
 class DownloadTask final : public platform::VSTask {
  public:
   /// A task of this name (the blob id) with its two subtasks. `steps` owns its state; who watches
-  /// the task may share it. Null: the task makes its own.
+  /// the task may share it. Null: the task makes its own. `clock` is the network task's.
   [[nodiscard]] static std::shared_ptr<DownloadTask> create(
-      std::string name, std::shared_ptr<StepQueue> steps = nullptr);
+      std::string name, std::shared_ptr<StepQueue> steps = nullptr,
+      const platform::Clock& clock = platform::Clock::system());
   ~DownloadTask() override;
 
   void execute() override;
 
-  /// Ends the request that is under way. The task is Paused when all that was received before is in
-  /// the file. Does nothing to a task at rest.
+  /// Ends the requests that are under way. The task is Paused when all that was received before is
+  /// in the file. Does nothing to a task at rest.
   void pauseDownload();
   /// Resumes a paused download at the input's "TotalBytesDownloaded".
   void resumeDownload();
-  /// Ends the request that is under way, writes no further byte and releases the file. Final.
+  /// Ends the requests that are under way, writes no further byte and releases the file. Final.
   void stop();
   /// Lets other downloads write the file. Called by the owner of a task at rest, after it has noted
   /// how the task ended. `lease`, which may be null, is dropped when nothing writes the file any
@@ -80,7 +82,8 @@ class DownloadTask final : public platform::VSTask {
   struct Badge {};
 
  public:
-  DownloadTask(Badge badge, std::string name, std::shared_ptr<StepQueue> steps);
+  DownloadTask(Badge badge, std::string name, std::shared_ptr<StepQueue> steps,
+               const platform::Clock& clock);
 
  private:
   /// Where a run stands. Idle -> running, or pausing when the pause comes before the subtasks run;

@@ -12,7 +12,6 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Runtime.h"
-#include "Platform/Network/TransportFailure.h"
 
 #include <algorithm>
 #include <array>
@@ -39,27 +38,26 @@ constexpr std::string_view kUnknown = "An unknown exception";
 /// In the output context, for `isOfLatestRun`.
 constexpr char kRunNumber[] = "RunNumber";
 
-bool isTooLarge(const Error& error) {
-  return platform::transportFailureOf(error) == platform::TransportFailure::kTooLarge;
-}
-
 }  // namespace
 
 struct NetworkTask::Run {
+  Run(RangeOrder::Ptr of, const platform::Clock& clock)
+      : order(std::move(of)), window(order->settings->parallelRanges, clock) {}
+
   RangeOrder::Ptr order;
   RangeKnowledge known;
-  std::int64_t _totalBytesDownloaded = 0;  // the next range starts here
+  std::int64_t _totalBytesDownloaded = 0;  // the next range to publish starts here
   bool isFirstOfResumed = false;           // see `RangeQuestion`
   bool hasStartedOver = false;
-  std::int64_t requests = 0;
-  VRONetworkUtility::TransferPtr transfer;  // of the range in flight
-  Buffer waiting;                           // published and not taken
+  RangeWindow window;
+  Buffer waiting;  // published and not taken
 };
 
-NetworkTask::NetworkTask(std::string name, std::shared_ptr<StepQueue> steps)
+NetworkTask::NetworkTask(std::string name, std::shared_ptr<StepQueue> steps,
+                         const platform::Clock& clock)
     : VSTask(std::move(name)),
-      steps_(steps != nullptr ? std::move(steps)
-                              : std::make_shared<StepQueue>("networkTaskQueue")) {}
+      steps_(steps != nullptr ? std::move(steps) : std::make_shared<StepQueue>("networkTaskQueue")),
+      clock_(clock) {}
 
 NetworkTask::~NetworkTask() = default;
 
@@ -91,21 +89,18 @@ void NetworkTask::begin(bool isResumed) {
   const Result<RangeOrder::Ptr> order = RangeOrder::unpackInputContext(inputContext());
   enter([&] {
     if (order) return beginRun(*order, isResumed);
-    return fail(cause(order.error()->code(), order.error()->userInfo()));
+    fail(cause(order.error()->code(), order.error()->userInfo()));
   });
 }
 
 void NetworkTask::pauseDownload() {
   logger().logDebug(texts::kPausing, inputContext()[kBlobId]);
   enter([this] {
-    Effects effects;
     if (goesOn()) {
-      // The transfer goes out as an effect: a cancel may call back, which no step may wait for.
-      effects.cancel = std::exchange(run_->transfer, nullptr);
+      cancel(run_->window.giveUp());
       changeTo(RunState::kPaused);
     }
     setState(TaskState::Paused);
-    return effects;
   });
 }
 
@@ -116,26 +111,24 @@ void NetworkTask::resumeDownload() {
 
 void NetworkTask::stop() {
   enter([this] {
-    Effects effects;
-    if (run_ != nullptr) effects.cancel = run_->transfer;
+    if (run_ != nullptr) cancel(run_->window.giveUp());
     run_.reset();
     changeTo(RunState::kStopped);
     setState(TaskState::Stopped);
-    return effects;
   });
   logger().logDebug(texts::kStopped);
 }
 
 bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
   bool isTaken = false;
-  const Effects effects = make([&]() -> Effects {
+  const Effects effects = make([&] {
     // Compared by identity, so a chunk of an earlier run is never taken for one of this run.
     isTaken = run_ != nullptr && run_->waiting.first() == chunk.get();
-    if (!isTaken) return {};
+    if (!isTaken) return;
     // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
     (void)run_->waiting.removeChunkFromBuffer();
     if (_outputContext.get(kDataChunk).object() == chunk) _outputContext.remove(kDataChunk);
-    return runState_ == RunState::kWaitsForRoom ? downloadChunk() : Effects{};
+    if (goesOn()) downloadChunk();
   });
   performLater(effects);  // whoever takes chunks has bytes to write
   return isTaken;
@@ -157,7 +150,8 @@ bool NetworkTask::isOfLatestRun(const Dictionary& outputContext) const {
 NetworkTask::Effects NetworkTask::make(const Step& step) {
   Effects effects;
   steps_->run([&]() -> StepQueue::Effects {
-    effects = guardedStep(step);
+    guardedStep(step);
+    effects = std::exchange(due_, {});
     return {};
   });
   return effects;
@@ -170,7 +164,7 @@ void NetworkTask::enterFromAnswer(const Step& step) {
 }
 
 void NetworkTask::performLater(const Effects& effects) {
-  if (effects.cancel == nullptr && !effects.send) return;
+  if (effects.cancel.empty() && effects.send.empty()) return;
   try {
     Runtime::shared().pool().postOrRun(
         [self = self<NetworkTask>(), effects] { self->perform(effects); });
@@ -179,61 +173,66 @@ void NetworkTask::performLater(const Effects& effects) {
   }
 }
 
-NetworkTask::Effects NetworkTask::guardedStep(const Step& step) {
+void NetworkTask::guardedStep(const Step& step) {
   try {
-    return step();
+    step();
   } catch (const std::exception& exception) {
-    return fail(cause(kCodeDownloadFault, exception.what()));
+    fail(cause(kCodeDownloadFault, exception.what()));
   } catch (...) {
-    return fail(cause(kCodeDownloadFault, kUnknown));
+    fail(cause(kCodeDownloadFault, kUnknown));
   }
 }
 
 void NetworkTask::perform(const Effects& effects) {
   // Before the next request is sent: two at once would share the bandwidth for bytes nobody wants.
-  if (effects.cancel != nullptr) effects.cancel->cancel();
-  if (!effects.send) return;
-  try {
-    send(*effects.send);
-  } catch (const std::exception& exception) {
-    failLater(*effects.send, exception.what());
-  } catch (...) {
-    failLater(*effects.send, kUnknown);
+  for (const auto& transfer : effects.cancel) transfer->cancel();
+  for (const Request& request : effects.send) {
+    try {
+      send(request);
+    } catch (const std::exception& exception) {
+      failLater(request, exception.what());
+    } catch (...) {
+      failLater(request, kUnknown);
+    }
   }
 }
 
 void NetworkTask::failLater(const Request& request, std::string_view what) {
-  enterFromAnswer([this, request, error = cause(kCodeDownloadFault, what)] {
-    // A pause may have come meanwhile, to which this request no longer matters.
-    return isCurrent(request) ? fail(error) : Effects{};
+  failLater(request, cause(kCodeDownloadFault, what));
+}
+
+void NetworkTask::failLater(const Request& request, const ErrorPtr& failure) {
+  enterFromAnswer([this, request, failure] {
+    arrived(request, {.failure = failure, .transportError = nullptr});
   });
 }
 
 void NetworkTask::changeTo(RunState state) {
-  constexpr std::array<std::string_view, 7> kNames{
-      "not begun", "asking", "waiting for room", "paused", "ended", "failed", "stopped"};
+  constexpr std::array<std::string_view, 6> kNames{"not begun", "going on", "paused",
+                                                   "ended",     "failed",   "stopped"};
   // A run begins, fails and is stopped in any state; the others are of one that goes on.
-  assert(state == RunState::kAsking || state == RunState::kFailed || state == RunState::kStopped ||
+  assert(state == RunState::kGoesOn || state == RunState::kFailed || state == RunState::kStopped ||
          goesOn());
   logger().logTrace(texts::kRunStateChange, runs_, kNames.at(static_cast<std::size_t>(runState_)),
                     kNames.at(static_cast<std::size_t>(state)));
   runState_ = state;
 }
 
-bool NetworkTask::goesOn() const noexcept {
-  return runState_ == RunState::kAsking || runState_ == RunState::kWaitsForRoom;
+RangeWindow::Range* NetworkTask::inFlight(const Request& request) const {
+  if (!goesOn() || request.run != runs_) return nullptr;
+  return run_->window.find(request.number);
 }
 
-bool NetworkTask::isCurrent(const Request& request) const {
-  return runState_ == RunState::kAsking && request.run == runs_ && request.number == run_->requests;
+/// As effects: a cancel may call back, which no step may wait for.
+void NetworkTask::cancel(const RangeWindow::Transfers& transfers) {
+  due_.cancel.insert(due_.cancel.end(), transfers.begin(), transfers.end());
 }
 
 // Asking.
 
-NetworkTask::Effects NetworkTask::beginRun(const RangeOrder::Ptr& order, bool isResumed) {
-  if (state() != TaskState::Started) return {};
-  auto run = std::make_unique<Run>();
-  run->order = order;
+void NetworkTask::beginRun(const RangeOrder::Ptr& order, bool isResumed) {
+  if (state() != TaskState::Started) return;
+  auto run = std::make_unique<Run>(order, clock_);
   run->_totalBytesDownloaded = order->offset.value_or(isResumed ? _totalBytesDownloaded : 0);
   // There is nothing to compare with where everything is fetched anew.
   const bool hasBytes = run->_totalBytesDownloaded > 0;
@@ -250,48 +249,47 @@ NetworkTask::Effects NetworkTask::beginRun(const RangeOrder::Ptr& order, bool is
 
   known_ = run->known;
   _totalBytesDownloaded = run->_totalBytesDownloaded;
-  const std::unique_ptr<Run> replaced = std::exchange(run_, std::move(run));
+  if (run_ != nullptr) cancel(run_->window.giveUp());
+  run_ = std::move(run);
   // From here on responses of earlier runs are told by their number, and change nothing.
   ++runs_;
   _outputContext.set(kRunNumber, runs_);
-  Effects effects = downloadChunk();
-  if (replaced != nullptr) effects.cancel = replaced->transfer;
-  return effects;
+  changeTo(RunState::kGoesOn);
+  downloadChunk();
 }
 
-NetworkTask::Effects NetworkTask::downloadChunk() {
-  changeTo(RunState::kAsking);
-  const std::int64_t total = run_->known._totalFileSize;
-  // A resumed download may have all the bytes; there is no range left to ask for.
-  if (total != 0 && run_->_totalBytesDownloaded == total) return end();
-  // More bytes than that are not the object's.
-  if (total != 0 && run_->_totalBytesDownloaded > total) {
-    if (run_->order->isStreamed) {
+void NetworkTask::downloadChunk() {
+  while (run_->window.hasRoom(run_->waiting.count())) {
+    const std::int64_t total = run_->known._totalFileSize;
+    const std::int64_t offset = run_->window.end().value_or(run_->_totalBytesDownloaded);
+    if (total != 0 && offset >= total) {
+      if (!run_->window.isEmpty()) return;
+      // A resumed download may have all the bytes; there is no range left to ask for.
+      if (offset == total) return end();
+      // More bytes than that are not the object's.
+      if (!run_->order->isStreamed) return startOver();
       return fail(cause(kCodeIntegrityCheckFailed, kIntegrityCheckFailed));
     }
-    return startOver();
+    const RangeWindow::Range& range = run_->window.ask({.known = run_->known,
+                                                        .offset = offset,
+                                                        .chunkSize = run_->order->_chunkSize,
+                                                        .isSafe = run_->order->settings->isSafe(),
+                                                        .isStreamed = run_->order->isStreamed,
+                                                        .isFirstOfResumed = run_->isFirstOfResumed,
+                                                        .hasStartedOver = run_->hasStartedOver});
+    due_.send.push_back({runs_, range.number, run_->order, range.question});
   }
-  RangeQuestion question{.known = run_->known,
-                         .offset = run_->_totalBytesDownloaded,
-                         .chunkSize = run_->order->_chunkSize,
-                         .isSafe = run_->order->settings->isSafe(),
-                         .isStreamed = run_->order->isStreamed,
-                         .isFirstOfResumed = run_->isFirstOfResumed,
-                         .hasStartedOver = run_->hasStartedOver};
-  // The former range has arrived. A cancel of its transfer would do nothing.
-  run_->transfer = nullptr;
-  return {.cancel = nullptr,
-          .send = Request{runs_, ++run_->requests, run_->order, std::move(question)}};
 }
 
 /// What was published stays known until its place is taken: a pause may come before that.
-NetworkTask::Effects NetworkTask::startOver() {
+void NetworkTask::startOver() {
   logger().logInfo(texts::kStartsOver);
+  cancel(run_->window.giveUp());
   run_->known = {};
   run_->_totalBytesDownloaded = 0;
   run_->isFirstOfResumed = false;
   run_->hasStartedOver = true;
-  return downloadChunk();
+  downloadChunk();
 }
 
 void NetworkTask::send(const Request& request) {
@@ -302,9 +300,7 @@ void NetworkTask::send(const Request& request) {
     const Dictionary userInfo{
         {std::string(platform::kErrorMessageKey), error.localizedDescription()},
         {std::string(platform::kUnderlyingError), headers.error()}};
-    return enterFromAnswer([this, request, failure = cause(error.code(), userInfo)] {
-      return isCurrent(request) ? fail(failure) : Effects{};
-    });
+    return failLater(request, cause(error.code(), userInfo));
   }
   auto transfer = VRONetworkUtility::GET(
       order._url, order.queryParams, *headers, order.optionsFor(request.question),
@@ -319,11 +315,11 @@ void NetworkTask::send(const Request& request) {
           self->failLater(request, kUnknown);
         }
       });
-  // A pause may have come first.
-  enterFromAnswer([this, request, transfer = std::move(transfer)]() -> Effects {
-    if (!isCurrent(request)) return {.cancel = transfer, .send = {}};
-    run_->transfer = transfer;
-    return {};
+  // A pause may have come first, and so may the response.
+  enterFromAnswer([this, request, transfer = std::move(transfer)] {
+    RangeWindow::Range* const range = inFlight(request);
+    if (range == nullptr) return cancel({transfer});
+    if (!range->arrival) range->transfer = transfer;
   });
 }
 
@@ -332,63 +328,87 @@ void NetworkTask::send(const Request& request) {
 /// Reading a response may take a while, so it is not done on the queue.
 void NetworkTask::processNetworkResponse(const Request& request, const std::optional<Data>& data,
                                          const Dictionary& responseInfo, const ErrorPtr& error) {
-  const RangeOrder& order = *request.order;
+  enterFromAnswer(
+      [this, request, arrival = readArrival(*request.order, data, responseInfo, error)] {
+        arrived(request, arrival);
+      });
+}
+
+RangeArrival NetworkTask::readArrival(const RangeOrder& order, const std::optional<Data>& data,
+                                      const Dictionary& responseInfo, const ErrorPtr& error) const {
+  RangeArrival arrival;
   if (error != nullptr) {
-    // The known size refused a whole object of another size that came in place of the range.
-    const bool startsOver = isTooLarge(*error) && request.question.known.object.total != 0 &&
-                            request.question.mayStartOver();
-    const ErrorPtr failure = CommonUtils::validateResponseforTask(ID(), kRangeRequestErrorDomain,
-                                                                  responseInfo, data, error);
-    return enterFromAnswer([this, request, startsOver, error, failure] {
-      if (!isCurrent(request)) return Effects{};  // it was cancelled
-      logger().logError(texts::kRequestFailed, error->description());
-      logger().logError(texts::kClientSide);
-      return startsOver ? startOver() : fail(failure);
-    });
+    arrival.transportError = error;
+    arrival.failure = CommonUtils::validateResponseforTask(ID(), kRangeRequestErrorDomain,
+                                                           responseInfo, data, error);
+    return arrival;
   }
   auto response = responseInfo[platform::kHttpResponse].objectAs<HttpResponseInfo>();
   if (response == nullptr) response = std::make_shared<HttpResponseInfo>(0, Dictionary());
   GlobalHeaders::shared().noteAnswer(order._url, *response);
-  const NetworkAnswer answer = readAnswer(*response, data.value_or(Data()),
-                                          {.isOnline = order.isOnline,
-                                           .isBase64 = order.isBase64(),
-                                           .maxBase64 = order.settings->limits.base64,
-                                           .isSafe = order.settings->isSafe()});
-  // Judged by what was known when the range was asked for, which only the next range may change.
-  const RangeVerdict verdict = judge(request.question, answer.said);
-  const ErrorPtr failure = verdict.kind == RangeVerdict::Kind::kError
-                               ? causeOf(request, verdict, answer, response->allHeaderFields())
-                               : nullptr;
-  enterFromAnswer([this, request, verdict, failure, body = answer.body] {
-    if (isCurrent(request)) return checkForErrors(verdict, body, failure);
-    logger().logDebug(texts::kTaskInterrupted);  // whoever goes on asks for this range anew
-    return Effects{};
-  });
+  arrival.answer = readAnswer(*response, data.value_or(Data()),
+                              {.isOnline = order.isOnline,
+                               .isBase64 = order.isBase64(),
+                               .maxBase64 = order.settings->limits.base64,
+                               .isSafe = order.settings->isSafe()});
+  const int status = arrival.answer.said.status;
+  const bool isRefusal = status < 200 || status > 299;
+  if (isRefusal && order.settings->isSafe()) {
+    CommonUtils::addAnswer(arrival.refusal, status, arrival.answer.body);
+    arrival.refusal.set(kResponseHeaders, BinaryNetworkUtils::withoutSecrets(
+                                              response->allHeaderFields(), order._headers));
+  }
+  return arrival;
 }
 
-/// The required text says little; why a store refuses a request stands in its response.
-ErrorPtr NetworkTask::causeOf(const Request& request, const RangeVerdict& verdict,
-                              const NetworkAnswer& answer, const Dictionary& headers) const {
-  Dictionary userInfo;
-  if (verdict.message) {
-    userInfo.set(std::string(platform::kErrorMessageKey), *verdict.message);
+void NetworkTask::arrived(const Request& request, RangeArrival arrival) {
+  RangeWindow::Range* const range = inFlight(request);
+  if (range == nullptr) {
+    // Whoever goes on asks for this range anew.
+    if (arrival.failure == nullptr) logger().logDebug(texts::kTaskInterrupted);
+    return;
   }
-  const int status = answer.said.status;
-  const bool isRefusal = status < 200 || status > 299;
-  if (isRefusal && request.question.isSafe) {
-    CommonUtils::addAnswer(userInfo, status, answer.body);
-    userInfo.set(kResponseHeaders,
-                 BinaryNetworkUtils::withoutSecrets(headers, request.order->_headers));
+  cancel(run_->window.arrived(*range, std::move(arrival)));
+  while (goesOn()) {
+    std::optional<RangeWindow::Range> next = run_->window.takeArrived();
+    if (!next) break;
+    takeUp(*std::move(next));
   }
-  return cause(verdict.code, std::move(userInfo));
+  // Also where the range that is next is still to come: another one has left the line.
+  if (goesOn()) downloadChunk();
+}
+
+void NetworkTask::takeUp(RangeWindow::Range range) {
+  const RangeArrival& arrival = *range.arrival;
+  // What the ranges before it have told since it was asked for counts, too.
+  range.question.known = run_->known;
+  if (arrival.failure == nullptr) return checkForErrors(range);
+  // It might be too large only because it was asked for ahead: it is asked for alone.
+  if (arrival.isTooLarge() && range.question.isAhead) return;
+  if (arrival.transportError != nullptr) {
+    logger().logError(texts::kRequestFailed, arrival.transportError->description());
+    logger().logError(texts::kClientSide);
+  }
+  // The known size refused a whole object of another size that came in place of the range.
+  const bool startsOver =
+      arrival.isTooLarge() && run_->known.object.total != 0 && range.question.mayStartOver();
+  startsOver ? startOver() : fail(arrival.failure);
 }
 
 // Publishing.
 
-NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, const Data& body,
-                                                 const ErrorPtr& failure) {
+void NetworkTask::checkForErrors(const RangeWindow::Range& range) {
   using Kind = RangeVerdict::Kind;
+  const NetworkAnswer& answer = range.arrival->answer;
+  const RangeVerdict verdict = judge(range.question, answer.said);
   if (verdict.kind == Kind::kError) {
+    Dictionary userInfo;
+    if (verdict.message) {
+      userInfo.set(std::string(platform::kErrorMessageKey), *verdict.message);
+    }
+    // The required text says little; why a store refuses a request stands in its response.
+    userInfo.addEntries(range.arrival->refusal);
+    const ErrorPtr failure = cause(verdict.code, std::move(userInfo));
     logger().logError(texts::kInErrorCondition, failure);
     return fail(failure);
   }
@@ -403,7 +423,7 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
   switch (verdict.kind) {
     case Kind::kWhole:
       logger().logDebug(run_->order->isBase64() ? texts::kBase64Ends : texts::kWholeFileEnds);
-      setChunkDataForBinary(body, 0);
+      setChunkDataForBinary(answer.body, 0);
       return end();
     case Kind::kAllThere:
       return end();
@@ -411,16 +431,17 @@ NetworkTask::Effects NetworkTask::checkForErrors(const RangeVerdict& verdict, co
       setChunk(std::make_shared<Chunk>());
       break;
     default:
-      setChunkDataForBinary(body, run_->_totalBytesDownloaded);
+      setChunkDataForBinary(answer.body, run_->_totalBytesDownloaded);
   }
   if (verdict.kind == Kind::kEnd || verdict.isComplete) {
     logger().logInfo(texts::kCompleted);
     return end();
   }
   logger().logDebug(run_->known._isAsteriskRecieved ? texts::kUnknownSizeGoesOn : texts::kGoesOn);
-  if (run_->waiting.count() < kMaxWaitingChunks) return downloadChunk();
-  changeTo(RunState::kWaitsForRoom);
-  return {};
+  const bool isFull = answer.said.size == range.question.length();
+  // What was asked for behind a shorter range does not begin where that has ended.
+  if (!isFull) cancel(run_->window.giveUp());
+  run_->window.setOpen(isFull && run_->known._totalFileSize != 0);
 }
 
 void NetworkTask::setChunkDataForBinary(const Data& data, std::int64_t offset) {
@@ -445,24 +466,22 @@ void NetworkTask::setChunk(const std::shared_ptr<Chunk>& chunk) {
   raiseContextChangeEvent();
 }
 
-NetworkTask::Effects NetworkTask::end() {
+void NetworkTask::end() {
+  cancel(run_->window.giveUp());
   changeTo(RunState::kEnded);
   _outputContext.set(kTotalFileSize, run_->known._totalFileSize);
   setState(TaskState::Ended);
-  return {};
 }
 
 void NetworkTask::setChunkForError() { _outputContext.set(kDataChunk, std::make_shared<Chunk>()); }
 
-NetworkTask::Effects NetworkTask::fail(const ErrorPtr& error) {
-  Effects effects;
-  if (run_ != nullptr) effects.cancel = std::exchange(run_->transfer, nullptr);
+void NetworkTask::fail(const ErrorPtr& error) {
+  if (run_ != nullptr) cancel(run_->window.giveUp());
   changeTo(RunState::kFailed);
   setChunkForError();
   // Before the error is raised, since whoever hears of that reads the context.
   _errorContext.set(kNetworkError, error->userInfo());
   raiseError(error);
-  return effects;
 }
 
 }  // namespace varo::binary

@@ -4,25 +4,28 @@
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/RangeOrder.h"
 #include "Binary/Binary/DownloadTask/RangeVerdict.h"
+#include "Binary/Binary/DownloadTask/RangeWindow.h"
+#include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varo::binary {
 
 class StepQueue;
 
-/// Fetches one object in byte ranges, one GET at a time, and publishes each range as a `Chunk`.
+/// Fetches one object in byte ranges, a GET each, and publishes them in order, each as a `Chunk`.
+/// One GET at a time, or as many as pay, up to `OperationSettings::parallelRanges`.
 ///
 /// To publish is to raise a context change with this output context:
 /// - "DataChunk": the chunk. One at offset 0 that is not the first makes all earlier ones void.
@@ -30,9 +33,9 @@ class StepQueue;
 /// - "Validator": the text of an `ObjectValidator`, if the server gives one.
 /// - "isAsteriskRecieved": if the server does not state the size.
 ///
-/// A listener gets each chunk from the notification and calls `takeChunk`. While
-/// `kMaxWaitingChunks` have not been taken, no further range is requested: the network must not
-/// deliver faster than the disk writes.
+/// A listener gets each chunk from the notification and calls `takeChunk`. While too many have not
+/// been taken (`RangeWindow::hasRoom`), no further range is requested: the network must not deliver
+/// faster than the disk writes.
 ///
 /// Input; all but "URL" and the names of the record are optional:
 /// - "URL": that of the object with "OnlineDownloadTask"; else that of the service, where
@@ -50,20 +53,21 @@ class StepQueue;
 /// are under `kUnderlyingError`. The error's user information is in the error context under
 /// "NetworkError". What is thrown while a response is handled becomes such an error too.
 ///
-/// `downloadChunk` requests a range, `judge` (RangeVerdict.h) decides about the response, and
-/// `checkForErrors` publishes. All state belongs to one step queue: a step decides and returns
-/// effects (a request, a cancel), which follow after the step has left the queue.
+/// `downloadChunk` requests ranges, `judge` (RangeVerdict.h) decides about each response when those
+/// of all bytes before are published, and `checkForErrors` publishes. All state belongs to one step
+/// queue: what a step decides on (requests, cancels) follows after it has left the queue.
 class NetworkTask final : public platform::VSTask {
  public:
-  static constexpr std::size_t kMaxWaitingChunks = 4;
-
-  /// `steps` owns the task's state; a queue of its own where it is null.
-  explicit NetworkTask(std::string name, std::shared_ptr<StepQueue> steps = nullptr);
+  /// `steps` owns the task's state; a queue of its own where it is null. `clock`, which measures
+  /// what more ranges bring, outlives the task.
+  explicit NetworkTask(std::string name, std::shared_ptr<StepQueue> steps = nullptr,
+                       const platform::Clock& clock = platform::Clock::system());
   ~NetworkTask() override;
 
   void execute() override;
 
-  /// Requests no further range and cancels the one that is in flight; a resume requests it again.
+  /// Requests no further range and cancels those in flight. A resume requests them again, and those
+  /// that came early.
   void pauseDownload();
   /// Resumes at the input's "TotalBytesDownloaded" or, without that, where it was paused. The task
   /// must be Started.
@@ -81,8 +85,7 @@ class NetworkTask final : public platform::VSTask {
  private:
   enum class RunState : std::uint8_t {
     kNotBegun,
-    kAsking,        // a range is in flight
-    kWaitsForRoom,  // until a chunk is taken
+    kGoesOn,  // ranges are in flight, or wait until a chunk is taken
     kPaused,
     kEnded,
     kFailed,
@@ -99,10 +102,10 @@ class NetworkTask final : public platform::VSTask {
   };
   /// What follows when a step has left the queue, in this order.
   struct Effects {
-    platform::VRONetworkUtility::TransferPtr cancel;  // null for none
-    std::optional<Request> send;
+    RangeWindow::Transfers cancel;
+    std::vector<Request> send;
   };
-  using Step = std::function<Effects()>;
+  using Step = std::function<void()>;
 
   [[nodiscard]] bool isTaskInterrupted() const;
   void begin(bool isResumed);
@@ -126,29 +129,37 @@ class NetworkTask final : public platform::VSTask {
   void processNetworkResponse(const Request& request, const std::optional<platform::Data>& data,
                               const platform::Dictionary& responseInfo,
                               const platform::ErrorPtr& error);
-  [[nodiscard]] platform::ErrorPtr causeOf(const Request& request, const RangeVerdict& verdict,
-                                           const NetworkAnswer& answer,
-                                           const platform::Dictionary& headers) const;
+  [[nodiscard]] RangeArrival readArrival(const RangeOrder& order,
+                                         const std::optional<platform::Data>& data,
+                                         const platform::Dictionary& responseInfo,
+                                         const platform::ErrorPtr& error) const;
   void failLater(const Request& request, std::string_view what);
+  void failLater(const Request& request, const platform::ErrorPtr& failure);
 
   // Parts of steps: on the queue.
-  [[nodiscard]] Effects guardedStep(const Step& step);
-  [[nodiscard]] Effects beginRun(const RangeOrder::Ptr& order, bool isResumed);
-  [[nodiscard]] Effects downloadChunk();
-  [[nodiscard]] Effects startOver();
-  [[nodiscard]] Effects checkForErrors(const RangeVerdict& verdict, const platform::Data& body,
-                                       const platform::ErrorPtr& failure);
+  void guardedStep(const Step& step);
+  void beginRun(const RangeOrder::Ptr& order, bool isResumed);
+  void downloadChunk();
+  void startOver();
+  void arrived(const Request& request, RangeArrival arrival);
+  /// The range that is next has arrived.
+  void takeUp(RangeWindow::Range range);
+  void checkForErrors(const RangeWindow::Range& range);
   void setChunkDataForBinary(const platform::Data& data, std::int64_t offset);
   void setChunk(const std::shared_ptr<Chunk>& chunk);
-  [[nodiscard]] Effects end();
-  [[nodiscard]] Effects fail(const platform::ErrorPtr& error);
+  void end();
+  void fail(const platform::ErrorPtr& error);
   /// In place of what a failed response did not bring: a chunk without bytes.
   void setChunkForError();
-  [[nodiscard]] bool isCurrent(const Request& request) const;
-  [[nodiscard]] bool goesOn() const noexcept;
+  void cancel(const RangeWindow::Transfers& transfers);
+  /// The range that this request is for; null if nobody waits for it any more.
+  [[nodiscard]] RangeWindow::Range* inFlight(const Request& request) const;
+  [[nodiscard]] bool goesOn() const noexcept { return runState_ == RunState::kGoesOn; }
   void changeTo(RunState state);
 
   const std::shared_ptr<StepQueue> steps_;
+
+  const platform::Clock& clock_;
 
   // Owned by `steps_`.
   RunState runState_ = RunState::kNotBegun;
@@ -158,6 +169,8 @@ class NetworkTask final : public platform::VSTask {
   /// As told by the chunks that were published: what a resumed run begins with.
   RangeKnowledge known_;
   std::int64_t _totalBytesDownloaded = 0;
+  /// Of the step that runs, so far.
+  Effects due_;
 };
 
 }  // namespace varo::binary

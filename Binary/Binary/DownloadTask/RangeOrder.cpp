@@ -188,6 +188,9 @@ Dictionary RangeOrder::optionsFor(const RangeQuestion& question) const {
   // one.
   if (total != 0) whole = std::max(total, limits.errorPage);
   if (isBase64()) whole = limits.base64;
+  // Each range of a server that sends whole objects would bring one. Where the first comes, it is
+  // asked for again, alone.
+  if (question.isAhead) whole = limits.errorPage;
   return OperationSettings::forRequest(settings, std::move(options),
                                        {.success = whole,
                                         .partial = static_cast<std::uint64_t>(question.length()),

@@ -37,6 +37,8 @@ struct RangeQuestion {
   /// `known.object`.
   bool isFirstOfResumed = false;
   bool hasStartedOver = false;  // in this run
+  /// Asked for before the range in front of it has arrived.
+  bool isAhead = false;
 
   /// The position of the range's last byte, which the size of the object limits where it is known.
   [[nodiscard]] std::int64_t last() const noexcept;

@@ -7,6 +7,7 @@
 #include "Platform/Foundation/Value.h"
 #include "Platform/Network/RequestSettings.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -57,6 +58,12 @@ class OperationSettings final : public platform::RequestSettings {
 
   TransferPolicy policy;
   AnswerLimits limits;
+
+  /// How many ranges of one object a blob's or an online download may have in flight; it has as
+  /// many as make it faster. 1: each is asked for when the one before it is there. With more,
+  /// ranges that come early wait for their turn: a few times as many are in memory, or on the disk
+  /// where they are larger than 1 MiB.
+  std::size_t parallelRanges = 1;
 
   /// Where a downloaded file goes instead of into the downloads directory under the record's name.
   struct Destination {

@@ -23,7 +23,8 @@ class RequestSigner final : public platform::Object {
  public:
   using Sign = std::function<platform::Result<platform::Dictionary>()>;
 
-  /// `sign` is not empty.
+  /// `sign` is not empty. Where ranges are fetched in parallel, several threads may call it at
+  /// once.
   explicit RequestSigner(Sign sign) : sign_(std::move(sign)) {}
 
   /// Signs downloads as `S3HMACGenerator` does, with the template's "AuthParameters", "method" and

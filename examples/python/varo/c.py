@@ -107,7 +107,8 @@ class Options(Sized):
 class BlobService(Sized):
     _fields_ = [("size", c_size_t), ("options", POINTER(Options)), ("scope", c_char_p), ("object", c_char_p),
                 ("range_size", c_uint64), ("encoding", c_int), ("client_id", c_char_p),
-                ("sync_session_id", c_char_p), ("parameters", POINTER(Pair)), ("parameter_count", c_size_t)]
+                ("sync_session_id", c_char_p), ("parameters", POINTER(Pair)), ("parameter_count", c_size_t),
+                ("parallel_ranges", c_int)]
 
 
 class UploadOptions(Sized):

@@ -77,8 +77,8 @@ typedef struct varo_blob_service {
   const char* scope;
   /// The object that the records are on the service. NULL: the name of their table.
   const char* object;
-  /// Bytes that one request asks for. A pause or a broken connection loses at most as many. 0: 1
-  /// MiB.
+  /// Bytes that one request asks for. A pause or a broken connection loses at most as many of each
+  /// request that is under way. 0: 1 MiB.
   uint64_t range_size;
   varo_blob_encoding encoding;
   /// Name the device and the sync session to the service; NULL for none.
@@ -87,6 +87,9 @@ typedef struct varo_blob_service {
   /// Further parameters of each request's address.
   const varo_pair* parameters;
   size_t parameter_count;
+  /// Requests for one blob that are under way at once, at most 64; as many of them as make it
+  /// faster. 0: 4.
+  int parallel_ranges;
 } varo_blob_service;
 
 /// When `varo_blobs_remove` removes the file.
