@@ -58,8 +58,7 @@ std::shared_ptr<BlobFetch> BlobBatch::makeNextLocked() {
       std::make_shared<BlobFetch>(core_, blobs_[index], running, [weak = weak_from_this()] {
         if (const auto self = weak.lock()) self->rested();
       });
-  running->named(operation->about());
-  running->drivenBy(operation);
+  operation->serve(*running, operation->about());
   // These keep this object until the fetch has its outcome, whoever gives it up.
   running->setOnProgress([self = shared_from_this(), index](const Progress& progress) {
     self->reached(index, progress);

@@ -4,15 +4,18 @@
 #include "Binary/Binary/BinaryDataManager/DownloadInput.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Client/BlobStates.h"
 #include "Client/Failures.h"
 #include "Client/FileRecords.h"
+#include "Client/MemoryNeeds.h"
 #include "Platform/Foundation/PercentCoding.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <limits>
 #include <string_view>
 #include <system_error>
@@ -62,6 +65,18 @@ Dictionary configurationOf(const BlobStoreCore& core, const BlobRef& blob,
   return configuration;
 }
 
+/// Ranges that have come and are not written yet, and the one that is under way. In Base64 an
+/// object comes as a whole: its JSON, the text in it, and its bytes.
+std::uint64_t memoryOf(const BlobService& service) {
+  constexpr std::uint64_t kRanges = binary::NetworkTask::kMaxWaitingChunks;
+  if (service.encoding == BlobEncoding::kBase64) {
+    return memory::kRequest + 3 * binary::AnswerLimits().base64;
+  }
+  return memory::getting(service.rangeSize.count) +
+         kRanges *
+             std::min<std::uint64_t>(service.rangeSize.count, platform::tuning::kSpoolThreshold);
+}
+
 bool isHalt(const ErrorPtr& error) {
   return error->code() == binary::kCodeInvalidStateForBinaryOperation &&
          error->localizedDescription() == binary::kDownloadStopped;
@@ -71,7 +86,7 @@ bool isHalt(const ErrorPtr& error) {
 
 BlobFetch::BlobFetch(std::shared_ptr<BlobStoreCore> core, BlobRef blob,
                      std::shared_ptr<Fetching> running, std::function<void()> rested)
-    : Operation(core->client()),
+    : Operation(core->client(), OperationKind::kBlobFetch, memoryOf(core->service())),
       core_(std::move(core)),
       blob_(std::move(blob)),
       about_("fetch of the blob " + describe(blob_)),

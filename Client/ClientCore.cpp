@@ -88,6 +88,11 @@ std::optional<std::string> mistakeInLine(const Options& options) {
   return std::nullopt;
 }
 
+std::shared_ptr<const Observers> observersIn(const Options& options) {
+  if (options.onRequest == nullptr && options.onOperation == nullptr) return nullptr;
+  return std::make_shared<const Observers>(Observers{options.onRequest, options.onOperation});
+}
+
 constexpr int kMostAttempts = 100;
 /// Sums of such waits stay far within the clock.
 constexpr std::chrono::hours kMostWait{24};
@@ -129,6 +134,7 @@ std::optional<Failure> mistakeIn(const Options& options) {
     return wrong(
         fmt::format("chunkSize is {} bytes, not from 1 to 1 TiB", options.chunkSize.count));
   }
+  if (options.memory && options.memory->count == 0) return wrong("memory is 0 bytes");
   if (options.connectTimeout.count() <= 0) return wrong("connectTimeout is not positive");
   if (options.stallTimeout.count() <= 0) return wrong("stallTimeout is not positive");
   if (auto mistake = mistakeIn(options.retry)) return wrong(*std::move(mistake));
@@ -155,9 +161,16 @@ ClientCore::ClientCore(Options options)
     : options_(std::move(options)),
       url_(withoutSlashes(options_.url)),
       credentials_(std::make_shared<CredentialsCache>(options_.credentials)),
-      places_(std::make_shared<Places>(static_cast<std::size_t>(options_.parallel),
-                                       logContextOf(options_))),
+      observers_(observersIn(options_)),
+      places_(std::make_shared<Places>(
+          static_cast<std::size_t>(options_.parallel),
+          options_.memory ? options_.memory->count : platform::MemoryBudget::kUnlimited,
+          logContextOf(options_))),
       transport_(makeClientTransport(configurationOf(options_))) {}
+
+std::shared_ptr<OperationWatch> ClientCore::watch(OperationKind kind) const {
+  return observers_ == nullptr ? nullptr : std::make_shared<OperationWatch>(observers_, kind);
+}
 
 std::shared_ptr<HeldCredentials> ClientCore::holdCredentials() const {
   return std::make_shared<HeldCredentials>(credentials_);
@@ -179,6 +192,7 @@ std::shared_ptr<OperationSettings> ClientCore::settings() const {
   auto settings = std::make_shared<OperationSettings>();
   settings->policy = binary::TransferPolicy::kSafe;
   settings->transport = transport_;
+  settings->observer = nullptr;  // those of the operation, not that of the process
   settings->retry = policyFrom(options_.retry);
   settings->retryBudget = std::make_shared<platform::RetryBudget>(options_.retry.budget);
   return settings;

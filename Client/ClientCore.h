@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Client/CredentialsCache.h"
+#include "Client/OperationWatch.h"
 #include "Client/Places.h"
 #include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Value.h"
@@ -26,6 +27,8 @@ class ClientCore {
   [[nodiscard]] const Options& options() const noexcept { return options_; }
   [[nodiscard]] const std::shared_ptr<Places>& places() const noexcept { return places_; }
 
+  /// Who is told of an operation of this kind that begins now; null where nobody wants to hear.
+  [[nodiscard]] std::shared_ptr<OperationWatch> watch(OperationKind kind) const;
   /// The credentials of one operation; nobody is asked yet. Empty ones where there is nobody.
   [[nodiscard]] std::shared_ptr<HeldCredentials> holdCredentials() const;
   /// The headers of the requests of one operation; asks for the credentials. `settings`, which are
@@ -39,6 +42,7 @@ class ClientCore {
   /// Without a slash at its end.
   const std::string url_;
   const std::shared_ptr<CredentialsCache> credentials_;
+  const std::shared_ptr<const Observers> observers_;  // null: nobody observes
   const std::shared_ptr<Places> places_;
   const std::shared_ptr<platform::HttpTransport> transport_;
 };

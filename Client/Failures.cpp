@@ -294,6 +294,12 @@ platform::ErrorPtr errorOf(const Failure& failure) {
                  {std::string(kClientKind), static_cast<std::int64_t>(failure.kind)}});
 }
 
+std::optional<Kind> kindOfEnd(std::optional<int> status, const platform::ErrorPtr& error) {
+  if (error != nullptr) return failureFrom(error, {}).kind;
+  if (!status) return Kind::kOther;
+  return *status >= 400 ? std::optional(kindOfStatus(*status)) : std::nullopt;
+}
+
 Failure failureOf(Kind kind, std::string message) {
   Failure failure;
   failure.kind = kind;

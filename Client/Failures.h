@@ -4,6 +4,7 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/failure.h"
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,11 @@ namespace varo::detail {
 
 /// `failure` on its way through the layers below: `failureFrom` gives it its kind and message back.
 [[nodiscard]] platform::ErrorPtr errorOf(const Failure& failure);
+
+/// Of a request that ended with the status of a response, or an error: what kind of failure that
+/// is, none below 400. One that has neither was never sent.
+[[nodiscard]] std::optional<Kind> kindOfEnd(std::optional<int> status,
+                                            const platform::ErrorPtr& error);
 
 /// A failure that the client found itself.
 [[nodiscard]] Failure failureOf(Kind kind, std::string message);

@@ -62,10 +62,10 @@ Transfer<T> begin(const std::shared_ptr<detail::ClientCore>& core,
 }
 
 template <typename T>
-Transfer<T> request(const std::shared_ptr<detail::ClientCore>& core, std::string about,
-                    typename OneRequest<T>::Send send, typename OneRequest<T>::Read read,
-                    bool canPause = false) {
-  return begin<T>(core, std::make_shared<OneRequest<T>>(std::move(about), std::move(send),
+Transfer<T> request(const std::shared_ptr<detail::ClientCore>& core, OperationKind kind,
+                    std::string about, typename OneRequest<T>::Send send,
+                    typename OneRequest<T>::Read read, bool canPause = false) {
+  return begin<T>(core, std::make_shared<OneRequest<T>>(kind, std::move(about), std::move(send),
                                                         std::move(read), canPause));
 }
 
@@ -87,7 +87,8 @@ Transfer<std::vector<FileRecord>> FileClient::list(Filter filter) const {
                                                           detail::optionsWith(run.settings));
     return {};
   };
-  return request<std::vector<FileRecord>>(core_, std::move(about), send, recordsIn, true);
+  return request<std::vector<FileRecord>>(core_, OperationKind::kFileList, std::move(about), send,
+                                          recordsIn, true);
 }
 
 Transfer<FileRecord> FileClient::upload(Source source, UploadOptions options) const {
@@ -118,7 +119,7 @@ Transfer<FileRecord> FileClient::update(FileId id, const Metadata& metadata) con
   const auto read = [entries](const Dictionary& /*result*/) -> Outcome<FileRecord> {
     return detail::recordFrom(entries);
   };
-  return request<FileRecord>(core_, std::move(about), send, read);
+  return request<FileRecord>(core_, OperationKind::kFileUpdate, std::move(about), send, read);
 }
 
 Transfer<std::uint64_t> FileClient::remove(FileId id) const {
@@ -129,7 +130,8 @@ Transfer<std::uint64_t> FileClient::remove(FileId id) const {
         url, id.text(), Dictionary{}, run.headers, run.callback, detail::optionsWith(run.settings));
     return {};
   };
-  return request<std::uint64_t>(core_, std::move(about), send, deletedIn);
+  return request<std::uint64_t>(core_, OperationKind::kFileRemove, std::move(about), send,
+                                deletedIn);
 }
 
 Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) const {
@@ -150,7 +152,8 @@ Transfer<std::uint64_t> FileClient::removeWhere(Filter filter) const {
                                                           detail::optionsWith(run.settings));
     return {};
   };
-  return request<std::uint64_t>(core_, std::move(about), send, deletedIn);
+  return request<std::uint64_t>(core_, OperationKind::kFileRemoveWhere, std::move(about), send,
+                                deletedIn);
 }
 
 }  // namespace varo

@@ -21,6 +21,10 @@ class FileDownload final : public FileCall<std::filesystem::path> {
   FileDownload(std::string url, FileId id, Destination to, const DownloadOptions& options);
 
   [[nodiscard]] const std::string& about() const override { return about_; }
+  [[nodiscard]] OperationKind kind() const override { return OperationKind::kFileDownload; }
+  /// Its look-up is parsed in memory; the bytes go to a file as they come, and from there to a
+  /// sink.
+  [[nodiscard]] std::uint64_t memory() const override { return memory::kRequest + memory::kPiece; }
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<std::filesystem::path> read(const platform::Dictionary& result) override;
   [[nodiscard]] Failure explain(Failure failure) override;

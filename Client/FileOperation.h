@@ -3,10 +3,13 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 #include "Client/ClientCore.h"
 #include "Client/Failures.h"
+#include "Client/MemoryNeeds.h"
+#include "Client/Observed.h"
 #include "Client/Operation.h"
 #include "Client/Running.h"
 #include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Value.h"
+#include "varo/events.h"
 #include "varo/outcome.h"
 
 #include <chrono>
@@ -32,7 +35,7 @@ struct FileRun {
 /// What one operation of a `FileClient` does, over all its runs. Its functions are called on
 /// threads of the pool, one run after the other, but for `stop`.
 template <typename T>
-class FileCall {
+class FileCall : public Observed {
  public:
   FileCall() = default;
   FileCall(const FileCall&) = delete;
@@ -41,6 +44,9 @@ class FileCall {
 
   /// What the call is about, for messages: 'upload of "photo.jpg"'.
   [[nodiscard]] virtual const std::string& about() const = 0;
+  [[nodiscard]] virtual OperationKind kind() const = 0;
+  /// Bytes that a run needs at most.
+  [[nodiscard]] virtual std::uint64_t memory() const { return memory::kRequest; }
   /// Sends the requests of a run. A failure says that nothing was sent.
   [[nodiscard]] virtual Outcome<void> send(const FileRun& run) = 0;
   /// The outcome of what the service answered.
@@ -75,13 +81,15 @@ class OneRequest final : public FileCall<T> {
   using Send = std::function<Outcome<void>(const FileRun& run)>;
   using Read = std::function<Outcome<T>(const platform::Dictionary& result)>;
 
-  OneRequest(std::string about, Send send, Read read, bool canPause = false)
-      : about_(std::move(about)),
+  OneRequest(OperationKind kind, std::string about, Send send, Read read, bool canPause = false)
+      : kind_(kind),
+        about_(std::move(about)),
         send_(std::move(send)),
         read_(std::move(read)),
         canPause_(canPause) {}
 
   [[nodiscard]] const std::string& about() const override { return about_; }
+  [[nodiscard]] OperationKind kind() const override { return kind_; }
   [[nodiscard]] Outcome<void> send(const FileRun& run) override { return send_(run); }
   [[nodiscard]] Outcome<T> read(const platform::Dictionary& result) override {
     return read_(result);
@@ -89,6 +97,7 @@ class OneRequest final : public FileCall<T> {
   [[nodiscard]] bool canPause() const override { return canPause_; }
 
  private:
+  const OperationKind kind_;
   const std::string about_;
   const Send send_;
   const Read read_;
@@ -102,7 +111,7 @@ class FileOperation final : public Operation {
   using CallPtr = std::shared_ptr<FileCall<T>>;
 
   FileOperation(std::shared_ptr<ClientCore> core, CallPtr call, std::shared_ptr<Running<T>> running)
-      : Operation(*core),
+      : Operation(*core, call->kind(), call->memory()),
         core_(std::move(core)),
         call_(std::move(call)),
         running_(std::move(running)) {}
@@ -112,6 +121,7 @@ class FileOperation final : public Operation {
                                                          const CallPtr& call) {
     auto running = std::make_shared<Running<T>>();
     const auto operation = std::make_shared<FileOperation>(std::move(core), call, running);
+    call->observedBy(operation->observer());
     operation->beginFor(*running, call->about());
     return running;
   }

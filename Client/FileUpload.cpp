@@ -265,6 +265,11 @@ void FileUpload::stop(const std::shared_ptr<Cancellation>& run, bool forGood) {
       });
 }
 
+/// Its requests follow each other.
+std::uint64_t FileUpload::memory() const {
+  return memory::sending(core_->options().chunkSize.count);
+}
+
 Failure FileUpload::explain(Failure failure) {
   const MutexLock lock(mutex_);
   const bool isTemplate = phase_ == Phase::kSending && failure.kind == Kind::kInvalidArgument;
@@ -313,6 +318,7 @@ void FileUpload::complete(Failure failure, const std::function<void(Outcome<File
 std::shared_ptr<binary::OperationSettings> FileUpload::settingsAtTheEnd() const {
   auto settings = core_->settings();
   settings->retry.reset();
+  settings->observer = observer();
   return settings;
 }
 

@@ -35,6 +35,8 @@ class FileUpload final : public FileCall<FileRecord>,
   FileUpload(std::shared_ptr<ClientCore> core, Source source, UploadOptions options);
 
   [[nodiscard]] const std::string& about() const override { return about_; }
+  [[nodiscard]] OperationKind kind() const override { return OperationKind::kFileUpload; }
+  [[nodiscard]] std::uint64_t memory() const override;
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<FileRecord> read(const platform::Dictionary& result) override;
   void progress(RunningBase& handle, const platform::Dictionary& report) override;

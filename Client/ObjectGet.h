@@ -35,6 +35,8 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
             GetOptions options);
 
   [[nodiscard]] std::string about() const override { return aboutObject("get of", key_); }
+  [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectGet; }
+  [[nodiscard]] std::uint64_t memory() const override;
   void run(const ObjectRunPtr& run, End end) override;
   void giveUp(Failure failure, const std::function<void(Failure)>& done) override;
 

@@ -16,6 +16,7 @@ class ObjectList final : public ObjectWork<std::vector<ObjectInfo>> {
   explicit ObjectList(ObjectListOptions options);
 
   [[nodiscard]] std::string about() const override;
+  [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectList; }
   void run(const ObjectRunPtr& run, End end) override;
 
  private:

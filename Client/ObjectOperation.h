@@ -1,14 +1,18 @@
 #pragma once
 
 #include "Client/Failures.h"
+#include "Client/MemoryNeeds.h"
 #include "Client/ObjectPlace.h"
 #include "Client/ObjectRun.h"
+#include "Client/Observed.h"
 #include "Client/Operation.h"
 #include "Client/Running.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
+#include "varo/events.h"
 #include "varo/outcome.h"
 
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -22,7 +26,7 @@ namespace varo::detail {
 /// What one operation on objects does. It runs once, and again after each pause: what a run has
 /// reached stays for the next one. Runs do not overlap.
 template <typename T>
-class ObjectWork : public std::enable_shared_from_this<ObjectWork<T>> {
+class ObjectWork : public Observed, public std::enable_shared_from_this<ObjectWork<T>> {
  public:
   using End = std::function<void(Outcome<T>)>;
 
@@ -33,6 +37,9 @@ class ObjectWork : public std::enable_shared_from_this<ObjectWork<T>> {
 
   /// What it is about, for messages: 'put of "photos/1.jpg"'.
   [[nodiscard]] virtual std::string about() const = 0;
+  [[nodiscard]] virtual OperationKind kind() const = 0;
+  /// Bytes that a run needs at most.
+  [[nodiscard]] virtual std::uint64_t memory() const { return memory::kRequest; }
   /// Calls `end` once, from any thread, here too.
   virtual void run(const ObjectRunPtr& run, End end) = 0;
   /// After the last run, or where there was none: removes what must not stay, and calls `done` once
@@ -57,7 +64,7 @@ class ObjectOperation final : public Operation {
  public:
   ObjectOperation(std::shared_ptr<const ObjectPlace> place, std::shared_ptr<ObjectWork<T>> work,
                   std::shared_ptr<Running<T>> running)
-      : Operation(*place->core()),
+      : Operation(*place->core(), work->kind(), work->memory()),
         place_(std::move(place)),
         work_(std::move(work)),
         running_(std::move(running)) {}
@@ -67,6 +74,7 @@ class ObjectOperation final : public Operation {
       std::shared_ptr<const ObjectPlace> place, const std::shared_ptr<ObjectWork<T>>& work) {
     auto running = std::make_shared<Running<T>>();
     const auto operation = std::make_shared<ObjectOperation>(std::move(place), work, running);
+    work->observedBy(operation->observer());
     operation->beginFor(*running, work->about());
     return running;
   }

@@ -39,6 +39,11 @@ ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, So
   asksForParts_ = true;
 }
 
+/// How much there is to put is not known before the source is open.
+std::uint64_t ObjectPut::memory() const {
+  return kPartsAtOnce * memory::sending(options_.partSize.count);
+}
+
 void ObjectPut::run(const ObjectRunPtr& run, End end) {
   if (auto ready = prepare(*run); !ready) return end(std::move(ready).error());
   if (isOneRequest()) return sendWhole(run, end);
@@ -257,9 +262,12 @@ void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done
   }
   Failure left = failure;
   left.upload = id;
-  const auto run =
-      ObjectRun::begin(place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); },
-                       {});  // once: who has cancelled waits for this
+  const auto run = ObjectRun::begin(
+      place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); },
+      [observer = observer()](platform::RequestSettings& settings) {
+        settings.retry.reset();  // who has cancelled waits for this
+        settings.observer = observer;
+      });
   if (!run) return done(std::move(left));
   upload::abort(**run, {key_, *id},
                 [done, left, failure = std::move(failure)](const Outcome<void>& aborted) {

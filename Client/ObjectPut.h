@@ -25,6 +25,8 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
             PutOptions options);
 
   [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
+  [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectPut; }
+  [[nodiscard]] std::uint64_t memory() const override;
   void run(const ObjectRunPtr& run, End end) override;
   void giveUp(Failure failure, const std::function<void(Failure)>& done) override;
 

@@ -112,11 +112,7 @@ std::shared_ptr<binary::OperationSettings> ObjectRun::settings(
   auto settings = place_->core()->settings();
   settings->cancellation = cancellation;
   settings->noMoreAttempts = stops_.run;
-  if (direct_ != nullptr) {
-    direct_(*settings);
-  } else {
-    settings->retry.reset();
-  }
+  direct_(*settings);
   return settings;
 }
 

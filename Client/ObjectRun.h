@@ -57,8 +57,7 @@ class ObjectRun {
   /// Asks for the credentials, which are those of the whole run unless they expire.
   ///
   /// `running` is shown the progress. `fail` ends the run: it is called where what an answer was
-  /// told to has thrown, so that there is an end. `direct` completes the settings of each request;
-  /// without one a request is sent once.
+  /// told to has thrown, so that there is an end. `direct` completes the settings of each request.
   [[nodiscard]] static Outcome<std::shared_ptr<const ObjectRun>> begin(
       std::shared_ptr<const ObjectPlace> place, ObjectStops stops,
       std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail, Direct direct);

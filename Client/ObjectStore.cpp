@@ -30,10 +30,11 @@ class OneRequest final : public ObjectWork<T> {
  public:
   using Read = std::function<Outcome<T>(const HttpResponse& response)>;
 
-  OneRequest(detail::ObjectRequest request, Read read)
-      : request_(std::move(request)), read_(std::move(read)) {}
+  OneRequest(OperationKind kind, detail::ObjectRequest request, Read read)
+      : kind_(kind), request_(std::move(request)), read_(std::move(read)) {}
 
   [[nodiscard]] std::string about() const override { return request_.about; }
+  [[nodiscard]] OperationKind kind() const override { return kind_; }
 
   void run(const ObjectRunPtr& run, typename ObjectWork<T>::End end) override {
     if (request_.key) {
@@ -47,6 +48,7 @@ class OneRequest final : public ObjectWork<T> {
   }
 
  private:
+  const OperationKind kind_;
   const detail::ObjectRequest request_;
   const Read read_;
 };
@@ -55,9 +57,10 @@ class OneRequest final : public ObjectWork<T> {
 template <typename T>
 class Unserved final : public ObjectWork<T> {
  public:
-  explicit Unserved(std::string what) : what_(std::move(what)) {}
+  Unserved(OperationKind kind, std::string what) : kind_(kind), what_(std::move(what)) {}
 
   [[nodiscard]] std::string about() const override { return what_; }
+  [[nodiscard]] OperationKind kind() const override { return kind_; }
 
   void run(const ObjectRunPtr& /*run*/, typename ObjectWork<T>::End end) override {
     end(detail::failureOf(Kind::kInvalidArgument,
@@ -65,6 +68,7 @@ class Unserved final : public ObjectWork<T> {
   }
 
  private:
+  const OperationKind kind_;
   const std::string what_;
 };
 
@@ -77,7 +81,7 @@ Transfer<T> begin(const std::shared_ptr<const detail::ObjectPlace>& place,
 template <typename T>
 Transfer<T> beginOfStore(const std::shared_ptr<const detail::ObjectPlace>& place,
                          const std::string& about, std::shared_ptr<ObjectWork<T>> work) {
-  if (place->templates() != nullptr) work = std::make_shared<Unserved<T>>(about);
+  if (place->templates() != nullptr) work = std::make_shared<Unserved<T>>(work->kind(), about);
   return begin<T>(place, std::move(work));
 }
 
@@ -114,7 +118,8 @@ Transfer<ObjectInfo> ObjectStore::head(ObjectKey key) const {
   };
   return beginOfStore<ObjectInfo>(
       place_, about,
-      std::make_shared<OneRequest<ObjectInfo>>(detail::ObjectRequest{.method = HttpMethod::kHead,
+      std::make_shared<OneRequest<ObjectInfo>>(OperationKind::kObjectHead,
+                                               detail::ObjectRequest{.method = HttpMethod::kHead,
                                                                      .key = std::move(key),
                                                                      .limits = kLimits,
                                                                      .about = about},
@@ -131,7 +136,8 @@ Transfer<ObjectKey> ObjectStore::remove(ObjectKey key) const {
   const auto read = [key](const HttpResponse& /*response*/) -> Outcome<ObjectKey> { return key; };
   return beginOfStore<ObjectKey>(
       place_, about,
-      std::make_shared<OneRequest<ObjectKey>>(detail::ObjectRequest{.method = HttpMethod::kDelete,
+      std::make_shared<OneRequest<ObjectKey>>(OperationKind::kObjectRemove,
+                                              detail::ObjectRequest{.method = HttpMethod::kDelete,
                                                                     .key = std::move(key),
                                                                     .limits = kLimits,
                                                                     .about = about},

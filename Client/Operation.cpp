@@ -2,6 +2,7 @@
 
 #include "Client/ClientCore.h"
 #include "Client/Failures.h"
+#include "Client/OperationWatch.h"
 #include "Client/Places.h"
 #include "Client/Running.h"
 #include "Platform/Foundation/Runtime.h"
@@ -30,20 +31,52 @@ void addAttempts(Failure& failure, int attempts) noexcept {
 
 }  // namespace
 
-Operation::Operation(const ClientCore& core)
-    : places_(core.places()), retries_(core.options().retry), retryBudget_(retries_.budget()) {}
+Operation::Operation(const ClientCore& core, OperationKind kind, std::uint64_t memory)
+    : places_(core.places()),
+      memory_(memory),
+      watch_(core.watch(kind)),
+      retries_(core.options().retry),
+      retryBudget_(retries_.budget()) {}
+
+std::shared_ptr<platform::RequestObserver> Operation::observer() const { return watch_; }
 
 Failure Operation::cancelled() {
   return failureOf(Kind::kCancelled, running().about() + ": The operation was cancelled.");
 }
 
-void Operation::beginFor(RunningBase& running, std::string about) {
+void Operation::serve(RunningBase& running, std::string about) {
   running.named(std::move(about));
+  running.watchedBy(watch_);
   running.drivenBy(shared_from_this());
+}
+
+void Operation::beginFor(RunningBase& running, std::string about) {
+  serve(running, std::move(about));
   begin();
 }
 
-void Operation::begin() { places_->wait(shared_from_this()); }
+void Operation::begin() {
+  if (memory_ <= places_->memory().limit()) return places_->wait(shared_from_this());
+  {
+    const MutexLock lock(mutex_);
+    if (std::exchange(phase_, Phase::kEnded) == Phase::kEnded) return;
+  }
+  endWaiting(failureOf(Kind::kInvalidArgument,
+                       fmt::format("{}: it needs up to {} bytes of memory, more than the {} of "
+                                   "Options::memory",
+                                   running().about(), memory_, places_->memory().limit())));
+}
+
+/// Not here: it may ask the application for credentials, and whoever calls may hold a lock.
+void Operation::endWaiting(Failure failure) {
+  const auto self = std::static_pointer_cast<Operation>(shared_from_this());
+  places_->run([self, failure = std::move(failure)] { self->finish(failure); });
+}
+
+bool Operation::isWaiting() {
+  const MutexLock lock(mutex_);
+  return phase_ == Phase::kWaiting;
+}
 
 void Operation::start() noexcept {
   std::uint64_t run = 0;
@@ -93,20 +126,21 @@ void Operation::cancel() {
     }
   }
   if (ends) {
-    // Not here: it may ask the application for credentials, and whoever cancels may hold a lock.
-    const auto self = std::static_pointer_cast<Operation>(shared_from_this());
-    return places_->run([self] { self->finish(self->cancelled()); });
+    places_->leave(shared_from_this());
+    return endWaiting(cancelled());
   }
   if (cancellation != nullptr) stop(cancellation, true);
 }
 
 void Operation::pause() {
   std::shared_ptr<platform::Cancellation> cancellation;
+  bool hasWaited = false;
   {
     const MutexLock lock(mutex_);
     resumes_ = false;
     if (phase_ == Phase::kWaiting) {
       phase_ = Phase::kPaused;
+      hasWaited = true;
       running().enter(State::kPaused);
     } else if (phase_ == Phase::kRunning && canPause()) {
       phase_ = Phase::kPausing;
@@ -116,6 +150,7 @@ void Operation::pause() {
       return;
     }
   }
+  if (hasWaited) places_->leave(shared_from_this());
   if (cancellation != nullptr) stop(cancellation, false);
 }
 
@@ -142,6 +177,7 @@ void Operation::direct(std::uint64_t run, platform::RequestSettings& settings) {
   const auto tell = [weak = weak_from_this()](auto told) {
     if (const auto self = weak.lock()) told(*self);
   };
+  settings.observer = watch_;
   settings.retryBudget = retryBudget_;
   settings.onRetry = [tell, run](int attempt, std::chrono::milliseconds /*wait*/) {
     tell([run, attempt](Operation& self) { self.requestWaits(run, attempt); });

@@ -5,6 +5,7 @@
 #include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
+#include "varo/events.h"
 #include "varo/failure.h"
 
 #include <chrono>
@@ -14,12 +15,14 @@
 #include <string>
 
 namespace varo::platform {
+class RequestObserver;
 class RequestSettings;
 }  // namespace varo::platform
 
 namespace varo::detail {
 
 class ClientCore;
+class OperationWatch;
 class Places;
 class RunningBase;
 
@@ -31,7 +34,8 @@ class RunningBase;
 ///     resume  \--------> [pausing] --its request has stopped--> [paused]
 ///
 /// A pause ends the run: its request is cancelled, and what that tells is taken for the pause. A
-/// resume waits for a place again and begins another run. A run that has failed may be followed by
+/// resume waits for a place again and begins another run. A place comes with the memory that a run
+/// needs at most. A run that has failed may be followed by
 /// another as well: then it is paused until a timer resumes it. The handle is told that it backs
 /// off then, and while a request of a run waits to be repeated.
 ///
@@ -40,18 +44,27 @@ class RunningBase;
 /// order.
 class Operation : public Control, public std::enable_shared_from_this<Operation> {
  public:
-  explicit Operation(const ClientCore& core);
+  /// `memory`: how many bytes each of its runs needs at most.
+  Operation(const ClientCore& core, OperationKind kind, std::uint64_t memory);
 
   void cancel() final;
   void pause() final;
   void resume() final;
 
-  /// Begins on behalf of the handle of `running`, whose failures name it by `about`. Once.
+  /// Works for the handle of `running`, whose failures name it by `about`. Once, before it begins.
+  void serve(RunningBase& running, std::string about);
+  /// The same, and begins.
   void beginFor(RunningBase& running, std::string about);
   /// Waits for its first place. Once.
   void begin();
   /// Called by `Places` when there is a place; gives it back at the end of the run.
   void start() noexcept;
+
+  [[nodiscard]] std::uint64_t memory() const noexcept { return memory_; }
+  /// Whether it has use for a place.
+  [[nodiscard]] bool isWaiting();
+  /// Who is told of its requests; null for nobody.
+  [[nodiscard]] std::shared_ptr<platform::RequestObserver> observer() const;
 
  protected:
   /// The request of this run. Exactly one of the two below has to be called in the end, with the
@@ -97,6 +110,7 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   void requestRecovered(std::uint64_t run);
   [[nodiscard]] bool isUnderWay(std::uint64_t run) const VARO_REQUIRES(mutex_);
   [[nodiscard]] Failure cancelled();
+  void endWaiting(Failure failure);
   void backOff(std::uint64_t run, std::chrono::milliseconds wait);
   void wake(std::uint64_t run);
 
@@ -105,6 +119,8 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   [[nodiscard]] RunEnd endRun(std::uint64_t run, bool wasStopped, bool again);
 
   const std::shared_ptr<Places> places_;
+  const std::uint64_t memory_;
+  const std::shared_ptr<OperationWatch> watch_;  // null: nobody watches
 
   platform::Mutex mutex_;
   Phase phase_ VARO_GUARDED_BY(mutex_) = Phase::kWaiting;

@@ -14,9 +14,27 @@ void Places::wait(const std::shared_ptr<Operation>& operation) {
   fill();
 }
 
-void Places::giveBack(const std::shared_ptr<Operation>& operation) {
-  queue_.removeOneFromRunning(operation);
+void Places::leave(const std::shared_ptr<Operation>& operation) {
+  queue_.leaveWaiting(operation);
+  // Resumed meanwhile, by somebody who found it still in the queue.
+  if (operation->isWaiting()) queue_.schedule(operation);
   fill();
+}
+
+void Places::giveBack(const std::shared_ptr<Operation>& operation) {
+  if (queue_.removeOneFromRunning(operation)) memory_.giveBack(operation->memory());
+  fill();
+}
+
+/// Only one thread at a time is here, so the first one stays the first unless it leaves.
+std::shared_ptr<Operation> Places::takeNext() {
+  while (queue_.hasPlace()) {
+    const auto first = queue_.firstWaiting();
+    if (first == nullptr || !memory_.take(first->memory())) return nullptr;
+    if (queue_.takeToStart(first)) return first;
+    memory_.giveBack(first->memory());
+  }
+  return nullptr;
 }
 
 void Places::run(platform::ThreadPool::Job job) const noexcept {
@@ -41,7 +59,7 @@ void Places::fill() {
       }
       again_ = false;
     }
-    while (const auto next = queue_.takeFirstToStart()) {
+    while (const auto next = takeNext()) {
       platform::Runtime::shared().pool().postOrRun([next] { next->start(); });
     }
   }

@@ -1,6 +1,7 @@
 #include "Client/Running.h"
 
 #include "Client/OpenControls.h"
+#include "Client/OperationWatch.h"
 #include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 
@@ -219,6 +220,10 @@ std::shared_ptr<Control> RunningBase::endLocked() {
   state_ = State::kDone;
   progress_.left = std::chrono::seconds(0);
   return std::exchange(control_, nullptr);
+}
+
+void RunningBase::tellWatch(const std::optional<Kind>& failure) const noexcept {
+  if (watch_ != nullptr) watch_->end(failure, progress().done);
 }
 
 void RunningBase::ended() {

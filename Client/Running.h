@@ -22,6 +22,8 @@
 
 namespace varo::detail {
 
+class OperationWatch;
+
 /// What a handle and the operation behind it share, whatever the outcome is: state, progress, the
 /// callbacks and their turn.
 ///
@@ -60,6 +62,8 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   /// What it is, for failures: 'upload of "photo.jpg"'. Before anybody else knows this.
   void named(std::string about) { about_ = std::move(about); }
   [[nodiscard]] const std::string& about() const noexcept { return about_; }
+  /// Who is told of its end; null for nobody. Before anybody else knows this.
+  void watchedBy(std::shared_ptr<OperationWatch> watch) { watch_ = std::move(watch); }
   /// Who can stop it, until its end. At most once, before anybody else knows this.
   void drivenBy(std::shared_ptr<Control> control);
   /// No effect after the end.
@@ -92,6 +96,9 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   }
   /// The outcome of an operation whose handle went away.
   virtual void abandon() = 0;
+  /// Has the end told to who watches the operation, with its failure. Before anybody else hears of
+  /// it.
+  void tellWatch(const std::optional<Kind>& failure) const noexcept;
   /// Calls the callback of the end, once, if there is one and it was not called yet.
   virtual void callOnDone() = 0;
 
@@ -110,7 +117,9 @@ class RunningBase : public std::enable_shared_from_this<RunningBase> {
   void measureRateLocked(std::chrono::steady_clock::time_point now) VARO_REQUIRES(mutex_);
   void waitForTurn() noexcept;
 
-  std::string about_ = "operation";  // constant once it is shared
+  // Constant once it is shared.
+  std::string about_ = "operation";
+  std::shared_ptr<OperationWatch> watch_;
   const platform::Clock& clock_;
   platform::Sleeper& sleeper_;
   platform::SerialQueue callbacks_;
@@ -151,6 +160,7 @@ class Running final : public RunningBase {
 
   /// The end of the operation; only the first counts.
   void end(Outcome<T> outcome) {
+    tellWatch(outcome ? std::nullopt : std::optional(outcome.error().kind));
     if (settle(std::move(outcome))) tellEnd();
   }
 

@@ -4,6 +4,8 @@
 #include "varo/objects.h"
 #include "varo/source.h"
 
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 
@@ -15,6 +17,11 @@ class TemplatePut final : public ObjectWork<ObjectInfo> {
   TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source);
 
   [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
+  [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectPut; }
+  /// The body may be of any size, and its requests follow each other.
+  [[nodiscard]] std::uint64_t memory() const override {
+    return memory::sending(std::numeric_limits<std::uint64_t>::max());
+  }
   void run(const ObjectRunPtr& run, End end) override;
   /// Its requests belong together, and nobody knows what a repeat would do.
   [[nodiscard]] bool canPause() const override { return false; }

@@ -1,5 +1,6 @@
 #include "Client/C/COptions.h"
 
+#include "Client/C/CFailure.h"
 #include "Client/C/CValues.h"
 #include "Client/C/GivenStruct.h"
 #include "Client/C/Guarded.h"
@@ -43,6 +44,66 @@ std::function<void(const LogRecord&)> logOf(varo_log_fn log, std::shared_ptr<Use
     log(user->pointer(), &shown);
   };
 }
+
+std::int64_t unixTime(std::chrono::system_clock::time_point time) {
+  return std::chrono::floor<std::chrono::microseconds>(time.time_since_epoch()).count();
+}
+
+std::int64_t orUnknown(const std::optional<std::chrono::microseconds>& time) {
+  return time ? static_cast<std::int64_t>(time->count()) : -1;
+}
+
+varo_code orOk(const std::optional<Kind>& kind) { return kind ? codeOf(*kind) : VARO_OK; }
+
+/// Refers to the texts of `event`.
+varo_request_event cEventOf(const RequestEvent& event) {
+  varo_request_event shown = {};
+  shown.size = sizeof shown;
+  shown.operation = event.operation;
+  shown.kind = static_cast<varo_operation_kind>(event.kind);
+  shown.attempt = event.attempt;
+  shown.http_status = event.status.value_or(0);
+  shown.error = orOk(event.error);
+  shown.method = event.method.c_str();
+  shown.url = event.url.c_str();
+  shown.bytes_sent = event.sent.count;
+  shown.bytes_received = event.received.count;
+  shown.begun_us = unixTime(event.begun);
+  shown.queue_us = orUnknown(event.queue);
+  shown.connect_us = orUnknown(event.connect);
+  shown.first_byte_us = orUnknown(event.firstByte);
+  shown.total_us = event.total.count();
+  return shown;
+}
+
+varo_operation_event cOperationOf(const OperationEvent& event) {
+  varo_operation_event shown = {};
+  shown.size = sizeof shown;
+  shown.id = event.id;
+  shown.kind = static_cast<varo_operation_kind>(event.kind);
+  shown.outcome = orOk(event.failure);
+  shown.attempts = event.attempts;
+  shown.bytes_done = event.done.count;
+  shown.bytes_sent = event.sent.count;
+  shown.bytes_received = event.received.count;
+  shown.begun_us = unixTime(event.begun);
+  shown.duration_us = event.duration.count();
+  return shown;
+}
+
+template <typename Event, typename Shown>
+std::function<void(const Event&)> observerOf(void (*tell)(void*, const Shown*),
+                                             std::shared_ptr<UserData> user,
+                                             Shown (*show)(const Event&)) {
+  if (tell == nullptr) return {};
+  return [tell, user = std::move(user), show](const Event& event) {
+    const Shown shown = show(event);
+    tell(user->pointer(), &shown);
+  };
+}
+
+static_assert(static_cast<int>(OperationKind::kFileList) == VARO_FILE_LIST);
+static_assert(static_cast<int>(OperationKind::kObjectRemove) == VARO_OBJECT_REMOVE);
 
 Outcome<std::vector<std::string>> textsFrom(const char* const* texts, std::size_t count,
                                             const char* name) {
@@ -135,6 +196,9 @@ Outcome<GivenOptions> optionsFrom(const varo_options* from) {
     options.logLevel = static_cast<LogLevel>(given.log_level - 1);
   }
   if (auto mistake = takeLine(given, options)) return *std::move(mistake);
+  options.onRequest = observerOf(given.on_request, made.user, cEventOf);
+  options.onOperation = observerOf(given.on_operation, made.user, cOperationOf);
+  if (given.memory != 0) options.memory = Bytes(given.memory);
   return made;
 }
 
@@ -179,4 +243,9 @@ varo_code varo_credentials_refuse(varo_credentials* credentials, const char* why
     credentials->refusal = why;
     return VARO_OK;
   });
+}
+
+const char* varo_operation_kind_name(varo_operation_kind kind) {
+  if (kind < VARO_FILE_LIST || kind > VARO_OBJECT_REMOVE) return "other";
+  return varo::nameOf(static_cast<varo::OperationKind>(kind)).data();  // of a literal, so it ends
 }

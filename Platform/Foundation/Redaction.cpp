@@ -367,4 +367,21 @@ std::string redactUrl(std::string_view url) {
   return redactSecrets(result.substr(0, result.find('#')));
 }
 
+std::string urlWithoutValues(std::string_view url) {
+  const std::size_t query = url.find_first_of("?#");
+  std::string result = redactUrl(url.substr(0, query));
+  if (query == std::string_view::npos || url[query] == '#') return result;
+  std::string_view left = url.substr(query + 1);
+  left = left.substr(0, left.find('#'));
+  for (char separator = '?'; !left.empty();) {
+    const std::string_view parameter = left.substr(0, left.find('&'));
+    left.remove_prefix(std::min(parameter.size() + 1, left.size()));
+    const std::size_t name = parameter.find('=');
+    if (name == std::string_view::npos) continue;
+    result += std::exchange(separator, '&');
+    result += parameter.substr(0, name + 1);
+  }
+  return result;
+}
+
 }  // namespace varo::platform

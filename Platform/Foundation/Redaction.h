@@ -40,4 +40,8 @@ enum class SearchTexts { kNo, kYes };
 /// `redactSecrets` leaves it. Need not be valid.
 [[nodiscard]] std::string redactUrl(std::string_view url);
 
+/// The same, and of its query only the names: "https://a/b?partNumber=&uploadId=". What stands
+/// there without a name goes as well.
+[[nodiscard]] std::string urlWithoutValues(std::string_view url);
+
 }  // namespace varo::platform

@@ -62,9 +62,10 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       url_(std::move(url)) {
-  auto told =
-      std::make_shared<const Told>(Told{std::move(request.receiver), std::move(request.onSent)});
+  auto told = std::make_shared<const Told>(
+      Told{std::move(request.receiver), std::move(request.onSent), std::move(request.meter)});
   told_ = told.get();
+  if (told_->meter != nullptr) made_ = Clock::now();
   completion_ = keeping(std::move(told), std::move(completion));
 }
 
@@ -92,7 +93,8 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   discardsBody_ = false;
   discarded_ = 0;
   attempts_ = 0;
-  movement_.begin(Clock::now());
+  begun_ = Clock::now();
+  movement_.begin(begun_);
   stallLimit_ = boundedTimeout(stallTimeout_, common.configuration.stallTimeout);
   errorText_.front() = '\0';  // what was said of a redirect is not said of its target
   if (auto error = buildHeaderList()) return error;
@@ -148,9 +150,37 @@ void CurlTransfer::setBody(CurlOptions& options, std::size_t bufferSize) {
 }
 
 void CurlTransfer::release() noexcept {
+  if (told_->meter != nullptr) measureExchange();
   easy_ = nullptr;
   headerList_.reset();
   sink_.reset();
+}
+
+/// What libcurl does not know stays as it is.
+void CurlTransfer::measureExchange() noexcept {
+  using std::chrono::duration_cast;
+  using std::chrono::microseconds;
+  const auto number = [this](CURLINFO which) {
+    curl_off_t value = 0;
+    const bool isKnown = curl_easy_getinfo(easy_, which, &value) == CURLE_OK && value > 0;
+    return isKnown ? std::optional(value) : std::nullopt;
+  };
+  const auto before = duration_cast<microseconds>(begun_ - made_);
+  if (!measure_.queue) measure_.queue = before;
+  long connections = 0;
+  if (curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connections) == CURLE_OK &&
+      connections > 0) {
+    const auto tls = number(CURLINFO_APPCONNECT_TIME_T);
+    if (const auto took = tls ? tls : number(CURLINFO_CONNECT_TIME_T)) {
+      measure_.connect = measure_.connect.value_or(microseconds(0)) + microseconds(*took);
+    }
+  }
+  if (const auto first = number(CURLINFO_STARTTRANSFER_TIME_T); first && head_.status() != 0) {
+    measure_.firstByte = before + microseconds(*first);
+  }
+  measure_.sent += static_cast<std::uint64_t>(number(CURLINFO_SIZE_UPLOAD_T).value_or(0));
+  measure_.received += received_ + discarded_;
+  told_->meter->set(measure_);
 }
 
 /// libcurl looks cookies up by the Host header. Cookies of a server that is only named there are

@@ -9,6 +9,7 @@
 #include "Platform/Network/HttpTransport.h"
 #include "Platform/Network/NetworkConfiguration.h"
 #include "Platform/Network/RequestBodyReader.h"
+#include "Platform/Network/RequestObserver.h"
 #include "Platform/Network/ResponseHead.h"
 #include "Platform/Network/ResponseSink.h"
 
@@ -96,10 +97,11 @@ class CurlTransfer {
   [[nodiscard]] const std::string& safeUrl() const noexcept { return url_.safeText(); }
 
  private:
-  /// Who is told while it runs; either may be null.
+  /// Who is told while it runs; each may be null.
   struct Told {
     std::shared_ptr<BodyReceiver> receiver;
     std::function<void(std::uint64_t)> onSent;
+    std::shared_ptr<RequestMeter> meter;
   };
 
   // Called by libcurl, during `curl_multi_perform`; `self` is the transfer.
@@ -134,6 +136,7 @@ class CurlTransfer {
                                               HttpCompletion completion);
   [[nodiscard]] bool stored(const Result<void>& done);
   void tellSent() const;
+  void measureExchange() noexcept;
 
   const HttpMethod method_;
   const std::string spoolDirectory_;
@@ -143,7 +146,9 @@ class CurlTransfer {
   const std::shared_ptr<RateLimit> rateLimit_;  // may be null
   std::vector<HttpHeader> headers_;             // at most one of them a Host, with a value
   std::optional<RequestBodyReader> body_;
-  const Told* told_;  // owned by the completion
+  const Told* told_;        // owned by the completion
+  RequestMeasure measure_;  // of the exchanges so far, where there is a meter
+  Clock::time_point made_;  // the same
   HttpCompletion completion_;
   End end_;
   std::atomic<bool> cancelled_{false};
@@ -163,6 +168,7 @@ class CurlTransfer {
   std::uint64_t discarded_ = 0;
   int redirects_ = 0;
   int attempts_ = 0;  // to send it
+  Clock::time_point begun_;
   CurlMovement movement_;
   std::chrono::milliseconds stallLimit_{0};
   std::array<char, CURL_ERROR_SIZE> errorText_{};

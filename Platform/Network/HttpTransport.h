@@ -18,6 +18,7 @@
 namespace varo::platform {
 
 class RateLimit;
+class RequestMeter;
 
 enum class HttpMethod : std::uint8_t { kGet, kHead, kPost, kPut, kDelete };
 
@@ -111,6 +112,9 @@ struct HttpRequest {
   /// How fast the bodies of this request and of others that share it may move; null: as fast as
   /// they can. A transport that knows no limits passes it over.
   std::shared_ptr<RateLimit> rateLimit = {};
+  /// Gets what the transport has measured, before the completion is called; null: nobody asks. A
+  /// transport that measures nothing leaves it alone.
+  std::shared_ptr<RequestMeter> meter = {};
 };
 
 /// The response, whatever its status.

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/GuardedSend.h"
 #include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/RequestObserver.h"
 
 #include <atomic>
 #include <chrono>
@@ -114,11 +115,17 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
       if (!isCancelled_) sent = ++sent_;
     }
     if (sent == 0) return endCancelled();
-    const auto transfer = sendGuarded(
-        *transport_, std::move(request), {},
-        [self = shared_from_this()](std::optional<HttpResponse> response, ErrorPtr error) {
-          self->goOn(std::move(response), std::move(error));
-        });
+    std::shared_ptr<ObservedRequest> observed;  // destroyed unsent, it tells of it
+    if (settings_->observer != nullptr) {
+      observed = std::make_shared<ObservedRequest>(settings_->observer, request, ++timesSent_);
+    }
+    const auto transfer = sendGuarded(*transport_, std::move(request), {},
+                                      [self = shared_from_this(), observed = std::move(observed)](
+                                          std::optional<HttpResponse> response, ErrorPtr error) {
+                                        if (observed != nullptr)
+                                          observed->end(response ? &*response : nullptr, error);
+                                        self->goOn(std::move(response), std::move(error));
+                                      });
     {
       const MutexLock lock(mutex_);
       if (sent != sent_) return;  // it has ended, and another one may run by now
@@ -260,7 +267,8 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   // Of the chain.
   HttpRequest request_;
   HttpCompletion completion_;
-  int number_ = 1;  // of the attempt; changes before a wait only
+  int number_ = 1;     // of the attempt; changes before a wait only
+  int timesSent_ = 0;  // where somebody observes; a renewal counts as well
   bool hasRenewed_ = false;
   bool waitIsTold_ = false;  // and its end is not
   /// Of the attempt, where there is an authorizer.

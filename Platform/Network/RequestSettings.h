@@ -3,6 +3,7 @@
 #include "Platform/Foundation/Object.h"
 #include "Platform/Network/HttpTransport.h"
 #include "Platform/Network/RateLimit.h"
+#include "Platform/Network/RequestObserver.h"
 #include "Platform/Network/RetryPolicy.h"
 
 #include <chrono>
@@ -77,6 +78,8 @@ class RequestSettings : public Object {
   std::function<void()> onRecovered;
   /// Null: requests go as they are.
   std::shared_ptr<RequestAuthorizer> authorizer;
+  /// Told of each attempt; null: nobody is, and nothing is measured.
+  std::shared_ptr<RequestObserver> observer;
   /// `HttpRequest::onSent` of every request.
   std::function<void(std::uint64_t sent)> onSent;
   /// Of all requests together, beside the transport's own limit; null for none.

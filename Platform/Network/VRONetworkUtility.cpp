@@ -8,6 +8,7 @@
 #include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/RequestAttempts.h"
 #include "Platform/Network/RequestEncoder.h"
+#include "Platform/Network/RequestObserver.h"
 
 #include <fmt/format.h>
 
@@ -20,7 +21,7 @@ namespace {
 
 using TransferPtr = VRONetworkUtility::TransferPtr;
 
-/// The transports of the process.
+/// The transports of the process, and its observer.
 class Transports {
  public:
   static Transports& shared() {
@@ -44,6 +45,17 @@ class Transports {
   std::shared_ptr<HttpTransport> install(std::shared_ptr<HttpTransport> transport) {
     const MutexLock lock(mutex_);
     return std::exchange(installed_, std::move(transport));
+  }
+
+  std::shared_ptr<RequestObserver> observer() {
+    const MutexLock lock(mutex_);
+    return observer_;
+  }
+
+  /// As `install`.
+  std::shared_ptr<RequestObserver> observeBy(std::shared_ptr<RequestObserver> observer) {
+    const MutexLock lock(mutex_);
+    return std::exchange(observer_, std::move(observer));
   }
 
   bool configure(const NetworkConfiguration& configuration) {
@@ -83,6 +95,7 @@ class Transports {
   NetworkConfiguration configuration_ VARO_GUARDED_BY(mutex_);
   std::shared_ptr<HttpTransport> default_ VARO_GUARDED_BY(mutex_);
   std::shared_ptr<HttpTransport> installed_ VARO_GUARDED_BY(mutex_);
+  std::shared_ptr<RequestObserver> observer_ VARO_GUARDED_BY(mutex_);
   bool registered_ VARO_GUARDED_BY(mutex_) = false;
   bool shutDown_ VARO_GUARDED_BY(mutex_) = false;
 };
@@ -281,6 +294,14 @@ std::shared_ptr<HttpTransport> VRONetworkUtility::transport() {
 
 void VRONetworkUtility::setTransport(std::shared_ptr<HttpTransport> transport) {
   const auto before = Transports::shared().install(std::move(transport));
+}
+
+std::shared_ptr<RequestObserver> VRONetworkUtility::observer() {
+  return Transports::shared().observer();
+}
+
+void VRONetworkUtility::setObserver(std::shared_ptr<RequestObserver> observer) {
+  const auto before = Transports::shared().observeBy(std::move(observer));
 }
 
 bool VRONetworkUtility::configure(const NetworkConfiguration& configuration) {

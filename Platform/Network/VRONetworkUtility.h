@@ -91,6 +91,11 @@ class VRONetworkUtility {
   /// Puts another transport in force for requests from now on; null restores the default.
   static void setTransport(std::shared_ptr<HttpTransport> transport);
 
+  /// Who is told of the requests of operations that begin from now on without settings of their
+  /// own; null, as at first: nobody.
+  [[nodiscard]] static std::shared_ptr<RequestObserver> observer();
+  static void setObserver(std::shared_ptr<RequestObserver> observer);
+
   /// Configures the default transport. Call before the first request: false, and nothing changes,
   /// once the default transport exists.
   [[nodiscard]] static bool configure(const NetworkConfiguration& configuration);

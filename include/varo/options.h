@@ -1,5 +1,6 @@
 #pragma once
 
+#include "varo/events.h"
 #include "varo/outcome.h"
 #include "varo/units.h"
 
@@ -135,6 +136,13 @@ struct Options {
   Bytes chunkSize = 1_MiB;
   /// Transfers of this client that run at once; others wait for their turn.
   int parallel = 5;
+  /// Memory that the transfers of this client may need together. Each reserves what it needs at
+  /// most before it begins, one to some MiB for each of its requests that run at once, and gives it
+  /// back at its end; others wait for their turn, in the order in which they came. One that alone
+  /// needs more is a `Kind::kInvalidArgument` that says how much. Not counted is what belongs to
+  /// the application: the bytes of a `Source::bytes`, the records of a list. None: as much as
+  /// `parallel` transfers need, with the defaults that is below 64 MiB.
+  std::optional<Bytes> memory = {};
   /// Until a connection stands, name look-up and TLS included.
   std::chrono::milliseconds connectTimeout = std::chrono::seconds(30);
   /// How long no byte may move before a request is given up; what `perSecond` holds back does not
@@ -146,6 +154,17 @@ struct Options {
   /// the middle of their work: it has to be quick. What it throws goes no further.
   std::function<void(const LogRecord&)> log = {};
   LogLevel logLevel = LogLevel::kWarning;
+  /// Told of each request that has ended, and of each operation, for metrics and traces. Empty:
+  /// nothing is measured.
+  ///
+  /// - Called on threads of the library with no lock held, several at once; the events of one
+  ///   operation one after the other, that of the operation last. They are told before the outcome
+  ///   is, unless a request is still being cancelled then.
+  /// - In the middle of the work: they have to be quick, and must not wait for a transfer. What
+  ///   they throw goes no further.
+  /// - An attempt that is never sent, as its operation is cancelled before, has no event.
+  std::function<void(const RequestEvent&)> onRequest = {};
+  std::function<void(const OperationEvent&)> onOperation = {};
 };
 
 }  // namespace varo

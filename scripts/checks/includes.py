@@ -27,8 +27,9 @@ def floors(layer, names, others):
 
 # Folder -> what its files may include besides the folder itself. All rules count that fit a file, so a folder
 # can only narrow what its parent says.
-# Of the typed client what tells of failures and stores files: the commands on the classes below it say and do the same.
-CLI_USES = ("include/varo/", "Client/Failures.h", "Client/FileDestination.h", "Binary/", "Sandbox/", "Platform/")
+# Of the typed client what tells of failures and requests and stores files: the commands on the classes below it say and
+# do the same.
+CLI_USES = ("include/varo/", "Client/Failures.h", "Client/FileDestination.h", "Client/OperationWatch.h", "Binary/", "Sandbox/", "Platform/")
 
 MAY = {
     "Platform/": (),

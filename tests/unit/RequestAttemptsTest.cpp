@@ -8,6 +8,7 @@
 #include "tests/support/ScriptedBackOff.h"
 #include "tests/support/SteppingClock.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -300,6 +301,70 @@ TEST_F(RequestAttemptsTest, EachAttemptIsAuthorizedAndARefusalRenewsOnce) {
   authorizer->refuses = true;
   EXPECT_EQ(send(request()).get().error->localizedDescription(), "there are no credentials");
   EXPECT_EQ(transport_->requestCount(), 4U);
+}
+
+/// Notes what it is told, and what began without an end.
+class NotingObserver final : public RequestObserver {
+ public:
+  void requestBegins() noexcept override { ++underWay; }
+  void requestEnded(const RequestReport& report) noexcept override {
+    --underWay;
+    const std::string end = report.status ? std::to_string(*report.status)
+                            : report.error
+                                ? report.error->userInfo()[kTransportFailureKey].textValue()
+                                : "unsent";
+    told.push_back(
+        fmt::format("{} {} {} {}", report.attempt, nameOf(report.method), report.url, end));
+    received = report.measure.received;
+  }
+  int underWay = 0;
+  std::vector<std::string> told;
+  std::uint64_t received = 0;
+};
+
+TEST_F(RequestAttemptsTest, EachAttemptIsReportedOnceBeforeItsEndIsTold) {
+  const auto observer = std::make_shared<NotingObserver>();
+  settings_->observer = observer;
+  const auto authorizer = std::make_shared<CountingAuthorizer>();
+  settings_->authorizer = authorizer;
+  const struct {
+    std::vector<ScriptedAnswer> answers;
+    std::vector<std::string> told;
+  } cases[] = {
+      {{answerWith(200, "12345")}, {"200"}},
+      {{status(503), failure(TransportFailure::kTimedOut), status(200)},
+       {"503", "timedOut", "200"}},
+      {{status(401), status(404)}, {"401", "404"}},
+      {{failure(TransportFailure::kTls)}, {"tls"}},
+      {{test::throwFromSend()}, {"other"}},
+  };
+  for (const auto& [answers, told] : cases) {
+    observer->told.clear();
+    for (const ScriptedAnswer& answer : answers) transport_->answer(answer);
+    HttpRequest made = request();
+    made.url = "http://ann:pass@a/b?part=7&sig=s3cret&s3cret#s3cret";
+    static_cast<void>(send(made).get());
+    std::vector<std::string> wanted;
+    for (const std::string& end : told) {
+      wanted.push_back(fmt::format("{} GET http://a/b?part=&sig= {}", wanted.size() + 1, end));
+    }
+    EXPECT_EQ(observer->told, wanted);
+    EXPECT_EQ(observer->underWay, 0);
+    if (answers.size() == 1 && answers.front().response) EXPECT_EQ(observer->received, 5U);
+  }
+  observer->told.clear();
+  authorizer->refuses = true;
+  static_cast<void>(send(request()).get());
+  EXPECT_THAT(observer->told, IsEmpty()) << "nothing was sent";
+  authorizer->refuses = false;
+  HeldSleeper held;
+  transport_->answer(status(503));
+  auto waiting = send(request(), held);
+  auto wake = held.wake.get_future().get();
+  transfer_->cancel();
+  EXPECT_EQ(waiting.get().text(), "cancelled");
+  EXPECT_EQ(observer->told, std::vector<std::string>{"1 GET http://a/b 503"});
+  wake(TimerQueue::Reason::kDue);
 }
 
 /// Hands the first bytes of a body to the receiver, then breaks.

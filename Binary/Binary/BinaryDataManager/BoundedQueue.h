@@ -78,6 +78,11 @@ class BoundedQueue {
     running_.erase(found);
     return true;
   }
+  /// Removes the item from those that wait. True if it did.
+  bool leaveWaiting(const ItemPtr& item) {
+    const platform::MutexLock lock(mutex_);
+    return leaveWaitingLocked(item);
+  }
   /// Takes all that wait out of the queue, oldest first.
   [[nodiscard]] std::vector<ItemPtr> takeAllWaiting() {
     std::list<ItemPtr> taken;

@@ -20,6 +20,7 @@ std::shared_ptr<OperationSettings> given(const Dictionary& context) {
 
 OperationSettings::OperationSettings() : policy(transferPolicy()) {
   transport = platform::VRONetworkUtility::transport();
+  observer = platform::VRONetworkUtility::observer();
 }
 
 OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {

@@ -53,7 +53,8 @@ struct AnswerLimits {
 /// - The object is immutable once an operation has it, and may serve several operations.
 class OperationSettings final : public platform::RequestSettings {
  public:
-  /// The process's defaults of this moment: `transferPolicy()` and the transport in force.
+  /// The process's defaults of this moment: `transferPolicy()`, the transport in force and who
+  /// observes the requests.
   OperationSettings();
 
   TransferPolicy policy;

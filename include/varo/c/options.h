@@ -68,6 +68,84 @@ typedef enum varo_tls_version {
 /// middle of their work: it has to be quick.
 typedef void (*varo_log_fn)(void* user, const varo_log_record* record);
 
+/// What an operation does, by the function that began it. Later versions may have further ones.
+typedef enum varo_operation_kind {
+  VARO_FILE_LIST = 0,
+  VARO_FILE_UPLOAD = 1,
+  VARO_FILE_DOWNLOAD = 2,
+  VARO_FILE_UPDATE = 3,
+  VARO_FILE_REMOVE = 4,
+  VARO_FILE_REMOVE_WHERE = 5,
+  VARO_BLOB_FETCH = 6,
+  VARO_OBJECT_PUT = 7,
+  VARO_OBJECT_GET = 8,
+  VARO_OBJECT_HEAD = 9,
+  VARO_OBJECT_LIST = 10,
+  VARO_OBJECT_REMOVE = 11,
+
+  VARO_OPERATION_KIND_HAS_32_BITS = 0x7fffffff
+} varo_operation_kind;
+
+/// "fileList", "fileUpload" and so on; "other" for a number that is none of them. Lives as long as
+/// the process.
+VARO_API const char* varo_operation_kind_name(varo_operation_kind kind);
+
+/// One request that has ended: each time that it goes to the server is one. Never holds a header, a
+/// token or a signature. Times are in microseconds, -1 where they are not known.
+typedef struct varo_request_event {
+  size_t size;
+  /// `varo_operation_event::id` of the operation that sent it.
+  uint64_t operation;
+  varo_operation_kind kind;
+  /// 1, and one more each time that the same request is sent again.
+  int attempt;
+  /// Of the response; 0 where there was none.
+  int http_status;
+  /// Why there was no response, or what a status from 400 on says; `VARO_OK` for all others.
+  varo_code error;
+  /// "GET", "PUT", ...
+  const char* method;
+  /// Without user, password and fragment, and of its query the names alone.
+  const char* url;
+  /// Bytes of bodies, as they went over the line.
+  uint64_t bytes_sent;
+  uint64_t bytes_received;
+  /// When it was sent, in microseconds since 1970-01-01 UTC.
+  int64_t begun_us;
+  /// How long it waited for one of the connections.
+  int64_t queue_us;
+  /// How long it took to connect; -1 where a kept connection served.
+  int64_t connect_us;
+  /// From the beginning to the first byte of the response, and to the end.
+  int64_t first_byte_us;
+  int64_t total_us;
+} varo_request_event;
+
+/// One operation that has ended.
+typedef struct varo_operation_event {
+  size_t size;
+  /// Unique in the process; never 0.
+  uint64_t id;
+  varo_operation_kind kind;
+  /// `VARO_OK`, or what kind of failure it was.
+  varo_code outcome;
+  /// Requests that it sent: as many as there were events of them.
+  uint64_t attempts;
+  /// Bytes of the transfer that were done, and sums over its requests.
+  uint64_t bytes_done;
+  uint64_t bytes_sent;
+  uint64_t bytes_received;
+  /// When it was asked for, in microseconds since 1970-01-01 UTC, and how long it took.
+  int64_t begun_us;
+  int64_t duration_us;
+} varo_operation_event;
+
+/// The event is there during the call. Called on threads of the library with no lock held, several
+/// at once; the events of one operation one after the other, that of the operation last. In the
+/// middle of the work: they have to be quick, and must not wait for a transfer.
+typedef void (*varo_request_fn)(void* user, const varo_request_event* event);
+typedef void (*varo_operation_fn)(void* user, const varo_operation_event* event);
+
 /// The settings of one client. Clients with other settings can live side by side.
 typedef struct varo_options {
   size_t size;
@@ -142,6 +220,16 @@ typedef struct varo_options {
   uint64_t bytes_per_second;
   /// The header "User-Agent". NULL: "varobinary/" and the version of the library.
   const char* user_agent;
+
+  // What operators see.
+
+  /// Told of each request that has ended, and of each operation. NULL: nothing is measured.
+  varo_request_fn on_request;
+  varo_operation_fn on_operation;
+  /// Bytes of memory that the transfers of this client may need together: each reserves what it
+  /// needs at most, and waits for its turn until there is as much. One that alone needs more is a
+  /// `VARO_INVALID_ARGUMENT`. 0: as much as `parallel` transfers need.
+  uint64_t memory;
 } varo_options;
 
 #ifdef __cplusplus
