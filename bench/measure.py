@@ -26,6 +26,7 @@ from cancel import measure_cancel
 from harness import LARGE, MIB, Bench, Table, column
 from objects import measure_objects
 from online import measure_queue, measure_sign
+from rate import measure_rate
 from servers import DiscardServer, Nginx
 
 SMALL = 64 * MIB
@@ -274,6 +275,7 @@ PARTS = {
     "many-blobs": measure_many_blobs,
     "objects": measure_objects,
     "cancel": measure_cancel,
+    "rate": measure_rate,
 }
 
 
