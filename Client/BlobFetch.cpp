@@ -87,7 +87,7 @@ void BlobFetch::launch(std::uint64_t run,
     return succeeded(run, Dictionary{{binary::kFilePath, prepared->file->string()}});
   }
   const auto settings = core_->client().settings();
-  Outcome<Dictionary> headers = core_->client().headers(*settings);
+  Outcome<Dictionary> headers = core_->client().headers(*settings, cancellation->token());
   if (!headers) return failed(run, std::move(headers).error());
   direct(run, *settings);
   const auto download = makeDownload(prepared->id, *headers, settings);

@@ -1,6 +1,7 @@
 #include "Client/Operation.h"
 
 #include "Client/ClientCore.h"
+#include "Client/CredentialsCache.h"
 #include "Client/Failures.h"
 #include "Client/Places.h"
 #include "Client/Running.h"
@@ -31,7 +32,10 @@ void addAttempts(Failure& failure, int attempts) noexcept {
 }  // namespace
 
 Operation::Operation(const ClientCore& core)
-    : places_(core.places()), retries_(core.options().retry), retryBudget_(retries_.budget()) {}
+    : places_(core.places()),
+      credentials_(core.credentials()),
+      retries_(core.options().retry),
+      retryBudget_(retries_.budget()) {}
 
 Failure Operation::cancelled() {
   return failureOf(Kind::kCancelled, running().about() + ": The operation was cancelled.");
@@ -43,7 +47,18 @@ void Operation::beginFor(RunningBase& running, std::string about) {
   begin();
 }
 
-void Operation::begin() { places_->wait(shared_from_this()); }
+void Operation::begin() {
+  if (!credentials_->isAskedHere()) return places_->wait(shared_from_this());
+  {
+    const MutexLock lock(mutex_);
+    if (std::exchange(phase_, Phase::kEnded) == Phase::kEnded) return;  // given up already
+  }
+  places_->run([self = std::static_pointer_cast<Operation>(shared_from_this())] {
+    self->finish(failureOf(
+        Kind::kInvalidArgument,
+        self->running().about() + ": Options::credentials of the same client has begun it"));
+  });
+}
 
 void Operation::start() noexcept {
   std::uint64_t run = 0;
@@ -120,20 +135,24 @@ void Operation::pause() {
 }
 
 void Operation::resume() {
-  {
-    const MutexLock lock(mutex_);
-    // What it runs on is about to stop: it begins again then.
-    if (phase_ == Phase::kPausing) resumes_ = true;
-    if (phase_ != Phase::kPaused) return;
-    phase_ = Phase::kWaiting;
-    if (!std::exchange(backsOff_, false)) {
-      // Somebody wants it, so it is tried as at the beginning.
-      retries_.startOver();
-      running().tries(1);
-    }
-    running().enter(State::kWaiting);
+  if (leavesPause(std::nullopt)) places_->wait(shared_from_this());
+}
+
+bool Operation::leavesPause(std::optional<std::uint64_t> woken) {
+  const MutexLock lock(mutex_);
+  // Paused, resumed or given up before the timer came.
+  if (woken && (*woken != run_ || !backsOff_)) return false;
+  // What it runs on is about to stop: it begins again then.
+  if (phase_ == Phase::kPausing) resumes_ = true;
+  if (phase_ != Phase::kPaused) return false;
+  phase_ = Phase::kWaiting;
+  if (!std::exchange(backsOff_, false)) {
+    // Somebody wants it, so it is tried as at the beginning.
+    retries_.startOver();
+    running().tries(1);
   }
-  begin();
+  running().enter(State::kWaiting);
+  return true;
 }
 
 // What requests tell of their retries.
@@ -205,11 +224,7 @@ void Operation::backOff(std::uint64_t run, std::chrono::milliseconds wait) {
 }
 
 void Operation::wake(std::uint64_t run) {
-  {
-    const MutexLock lock(mutex_);
-    if (run != run_ || !backsOff_) return;  // paused, resumed or given up meanwhile
-  }
-  resume();
+  if (leavesPause(run)) places_->wait(shared_from_this());
 }
 
 Operation::RunEnd Operation::endRun(std::uint64_t run, bool wasStopped, bool again) {

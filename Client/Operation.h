@@ -20,6 +20,7 @@ class RequestSettings;
 namespace varo::detail {
 
 class ClientCore;
+class CredentialsCache;
 class Places;
 class RunningBase;
 
@@ -48,7 +49,8 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
 
   /// Begins on behalf of the handle of `running`, whose failures name it by `about`. Once.
   void beginFor(RunningBase& running, std::string about);
-  /// Waits for its first place. Once.
+  /// Waits for its first place. Once. Ends at once where the client asks for its credentials on
+  /// this thread: the operation would wait for them, and they perhaps for it.
   void begin();
   /// Called by `Places` when there is a place; gives it back at the end of the run.
   void start() noexcept;
@@ -99,12 +101,16 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   [[nodiscard]] Failure cancelled();
   void backOff(std::uint64_t run, std::chrono::milliseconds wait);
   void wake(std::uint64_t run);
+  /// From a pause into the queue, on somebody's behalf or on that of the timer of the run `woken`.
+  /// False: that was not to be.
+  [[nodiscard]] bool leavesPause(std::optional<std::uint64_t> woken);
 
   /// What it means that this run has ended; `wasStopped`: by its cancellation; `again`: another one
   /// follows.
   [[nodiscard]] RunEnd endRun(std::uint64_t run, bool wasStopped, bool again);
 
   const std::shared_ptr<Places> places_;
+  const std::shared_ptr<CredentialsCache> credentials_;
 
   platform::Mutex mutex_;
   Phase phase_ VARO_GUARDED_BY(mutex_) = Phase::kWaiting;
