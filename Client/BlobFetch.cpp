@@ -4,7 +4,7 @@
 #include "Binary/Binary/BinaryDataManager/DownloadInput.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
-#include "Binary/Binary/DownloadTask/NetworkTask.h"
+#include "Binary/Binary/DownloadTask/RangeWindow.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Client/BlobStates.h"
@@ -65,16 +65,16 @@ Dictionary configurationOf(const BlobStoreCore& core, const BlobRef& blob,
   return configuration;
 }
 
-/// Ranges that have come and are not written yet, and the one that is under way. In Base64 an
-/// object comes as a whole: its JSON, the text in it, and its bytes.
+/// Ranges that are under way, and those that have come and are not written yet. In Base64 an object
+/// comes as a whole: its JSON, the text in it, and its bytes.
 std::uint64_t memoryOf(const BlobService& service) {
-  constexpr std::uint64_t kRanges = binary::NetworkTask::kMaxWaitingChunks;
   if (service.encoding == BlobEncoding::kBase64) {
     return memory::kRequest + 3 * binary::AnswerLimits().base64;
   }
-  return memory::getting(service.rangeSize.count) +
-         kRanges *
-             std::min<std::uint64_t>(service.rangeSize.count, platform::tuning::kSpoolThreshold);
+  const std::uint64_t bytes =
+      std::min<std::uint64_t>(service.rangeSize.count, platform::tuning::kSpoolThreshold);
+  return memory::sideBySide(service.parallelRanges, memory::getting(service.rangeSize.count)) +
+         binary::RangeWindow::kMaxWaitingChunks * bytes;
 }
 
 bool isHalt(const ErrorPtr& error) {
@@ -103,7 +103,7 @@ void BlobFetch::launch(std::uint64_t run,
   }
   const auto settings = core_->client().settings();
   settings->parallelRanges = static_cast<std::size_t>(core_->service().parallelRanges);
-  Outcome<Dictionary> headers = core_->client().headers(*settings);
+  Outcome<Dictionary> headers = core_->client().headers(*settings, cancellation->token());
   if (!headers) return failed(run, std::move(headers).error());
   direct(run, *settings);
   const auto download = makeDownload(prepared->id, *headers, settings);

@@ -172,14 +172,15 @@ std::shared_ptr<OperationWatch> ClientCore::watch(OperationKind kind) const {
   return observers_ == nullptr ? nullptr : std::make_shared<OperationWatch>(observers_, kind);
 }
 
-std::shared_ptr<HeldCredentials> ClientCore::holdCredentials() const {
-  return std::make_shared<HeldCredentials>(credentials_);
+std::shared_ptr<HeldCredentials> ClientCore::holdCredentials(std::stop_token stop) const {
+  return std::make_shared<HeldCredentials>(credentials_, std::move(stop));
 }
 
-Outcome<Dictionary> ClientCore::headers(platform::RequestSettings& settings) const {
+Outcome<Dictionary> ClientCore::headers(platform::RequestSettings& settings,
+                                        const std::stop_token& stop) const {
   Dictionary headers;
   for (const auto& [name, value] : options_.headers) headers.set(name, value);
-  const auto held = holdCredentials();
+  const auto held = holdCredentials(stop);
   const auto shown = held->current();
   if (!shown) return shown.error();
   if ((*shown)->token.empty()) return headers;

@@ -10,6 +10,7 @@
 #include "varo/outcome.h"
 
 #include <memory>
+#include <stop_token>
 #include <string>
 
 namespace varo::detail {
@@ -27,13 +28,19 @@ class ClientCore {
   [[nodiscard]] const Options& options() const noexcept { return options_; }
   [[nodiscard]] const std::shared_ptr<Places>& places() const noexcept { return places_; }
 
+  [[nodiscard]] const std::shared_ptr<CredentialsCache>& credentials() const noexcept {
+    return credentials_;
+  }
+
   /// Who is told of an operation of this kind that begins now; null where nobody wants to hear.
   [[nodiscard]] std::shared_ptr<OperationWatch> watch(OperationKind kind) const;
   /// The credentials of one operation; nobody is asked yet. Empty ones where there is nobody.
-  [[nodiscard]] std::shared_ptr<HeldCredentials> holdCredentials() const;
-  /// The headers of the requests of one operation; asks for the credentials. `settings`, which are
-  /// the operation's, renew them.
-  [[nodiscard]] Outcome<platform::Dictionary> headers(platform::RequestSettings& settings) const;
+  /// `stop` ends the waits for them.
+  [[nodiscard]] std::shared_ptr<HeldCredentials> holdCredentials(std::stop_token stop) const;
+  /// The headers of the requests of one operation; asks for the credentials, as long as there is no
+  /// `stop`. `settings`, which are the operation's, renew them.
+  [[nodiscard]] Outcome<platform::Dictionary> headers(platform::RequestSettings& settings,
+                                                      const std::stop_token& stop) const;
   /// A copy of the settings of every operation, to be completed.
   [[nodiscard]] std::shared_ptr<binary::OperationSettings> settings() const;
 

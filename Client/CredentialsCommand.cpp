@@ -3,6 +3,7 @@
 #include "Client/CredentialsSources.h"
 #include "Client/Failures.h"
 #include "Platform/Foundation/Mutex.h"
+#include "Platform/System/SpawnDescriptors.h"
 
 #include <fmt/format.h>
 
@@ -51,8 +52,9 @@ class Descriptor {
   int descriptor_;
 };
 
-/// How to start a child: no input, our end of a pipe as its output, a process group of its own, and
-/// no signal blocked or ignored that we have no use for.
+/// How to start a child: no input, our end of a pipe as its output, no other open file but the
+/// standard error, a process group of its own, and no signal blocked or ignored that we have no use
+/// for.
 class SpawnSettings {
  public:
   explicit SpawnSettings(int output) {
@@ -60,6 +62,8 @@ class SpawnSettings {
     ::posix_spawnattr_init(&attributes_);
     keep(::posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
     keep(::posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO));
+    // The application's files, of which not all are marked to be closed.
+    keep(platform::system::closeFrom(actions_, STDERR_FILENO + 1));
     sigset_t signals;
     ::sigemptyset(&signals);
     keep(::posix_spawnattr_setsigmask(&attributes_, &signals));
@@ -170,7 +174,7 @@ std::string textOf(int error) { return std::generic_category().message(error); }
 Outcome<std::string> outputOf(const std::vector<std::string>& command, milliseconds timeout) {
   // No child may get another one's pipe, whose end would not be seen then until that one ends, too.
   static auto& spawning = *new platform::Mutex();
-  const auto deadline = Steady::now() + std::min(timeout, kLongestTimeout);
+  const auto deadline = Steady::now() + std::clamp(timeout, milliseconds(0), kLongestTimeout);
   std::array<int, 2> ends{-1, -1};
   ::pid_t id = -1;
   {

@@ -130,7 +130,7 @@ class FileOperation final : public Operation {
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
     const auto settings = core_->settings();
-    Outcome<platform::Dictionary> headers = core_->headers(*settings);
+    Outcome<platform::Dictionary> headers = core_->headers(*settings, cancellation->token());
     if (!headers) return failed(run, std::move(headers).error());
     const auto self = std::static_pointer_cast<FileOperation>(shared_from_this());
     const auto callback = std::make_shared<binary::BinaryCallback>();

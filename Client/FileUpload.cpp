@@ -325,7 +325,7 @@ std::shared_ptr<binary::OperationSettings> FileUpload::settingsAtTheEnd() const 
 /// Takes away a record that nobody will commit any more.
 void FileUpload::remove(const FileId& record, const std::function<void(bool isGone)>& done) const {
   const auto settings = settingsAtTheEnd();
-  const Outcome<Dictionary> headers = core_->headers(*settings);
+  const Outcome<Dictionary> headers = core_->headers(*settings, {});
   if (!headers) return done(false);
   const auto callback = std::make_shared<binary::BinaryCallback>();
   callback->setSuccessCallback([done](const platform::Value& /*result*/) { done(true); });
@@ -338,7 +338,7 @@ void FileUpload::remove(const FileId& record, const std::function<void(bool isGo
 void FileUpload::lookForCommitted(Failure failure,
                                   const std::function<void(Outcome<FileRecord>)>& done) {
   const auto settings = settingsAtTheEnd();
-  const Outcome<Dictionary> headers = core_->headers(*settings);
+  const Outcome<Dictionary> headers = core_->headers(*settings, {});
   if (!headers) return done(std::move(failure));
   const std::string expression =
       expressionFrom(field(keys::kFileId) == Scalar(failure.begun->text()));

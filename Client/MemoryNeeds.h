@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Client/PartPlan.h"
 #include "Platform/Network/NetworkTuning.h"
 
 #include <algorithm>
@@ -33,6 +34,11 @@ inline constexpr std::uint64_t kRequest = kConnection + kResponse;
 [[nodiscard]] constexpr std::uint64_t getting(std::uint64_t bytes) noexcept {
   return kRequest - tuning::kSpoolThreshold + kPiece +
          std::min<std::uint64_t>(bytes, tuning::kSpoolThreshold);
+}
+
+/// As many as may be under way at once, by an option that nobody has checked yet.
+[[nodiscard]] constexpr std::uint64_t sideBySide(int atOnce, std::uint64_t each) noexcept {
+  return static_cast<std::uint64_t>(std::clamp(atOnce, 1, kMostPartsAtOnce)) * each;
 }
 
 }  // namespace varo::detail::memory

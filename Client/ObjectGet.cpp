@@ -66,10 +66,8 @@ ObjectGet::ObjectGet(std::shared_ptr<const ObjectPlace> place, ObjectKey key, De
                      GetOptions options)
     : place_(std::move(place)), key_(std::move(key)), options_(options), to_(std::move(to)) {}
 
-/// Asked before the first run. Parts for a sink come one after another.
 std::uint64_t ObjectGet::memory() const {
-  const bool hasSink = to_ && std::holds_alternative<Sink>(*to_);
-  return (hasSink ? 1 : kPartsAtOnce) * memory::getting(options_.partSize.count);
+  return memory::sideBySide(options_.partsAtOnce, memory::getting(options_.partSize.count));
 }
 
 void ObjectGet::run(const ObjectRunPtr& run, End end) {

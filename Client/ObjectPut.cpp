@@ -41,7 +41,7 @@ ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, So
 
 /// How much there is to put is not known before the source is open.
 std::uint64_t ObjectPut::memory() const {
-  return kPartsAtOnce * memory::sending(options_.partSize.count);
+  return memory::sideBySide(options_.partsAtOnce, memory::sending(options_.partSize.count));
 }
 
 void ObjectPut::run(const ObjectRunPtr& run, End end) {

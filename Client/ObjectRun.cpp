@@ -57,7 +57,7 @@ Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(std::shared_ptr<const
                                                            std::shared_ptr<RunningBase> running,
                                                            std::function<void(Failure)> fail,
                                                            Direct direct) {
-  auto credentials = place->core()->holdCredentials();
+  auto credentials = place->core()->holdCredentials(stops.run);
   const auto shown = credentials->current();
   if (!shown) return shown.error();
   auto access = place->access(**shown);

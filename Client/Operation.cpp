@@ -1,6 +1,7 @@
 #include "Client/Operation.h"
 
 #include "Client/ClientCore.h"
+#include "Client/CredentialsCache.h"
 #include "Client/Failures.h"
 #include "Client/OperationWatch.h"
 #include "Client/Places.h"
@@ -33,6 +34,7 @@ void addAttempts(Failure& failure, int attempts) noexcept {
 
 Operation::Operation(const ClientCore& core, OperationKind kind, std::uint64_t memory)
     : places_(core.places()),
+      credentials_(core.credentials()),
       memory_(memory),
       watch_(core.watch(kind)),
       retries_(core.options().retry),
@@ -56,15 +58,26 @@ void Operation::beginFor(RunningBase& running, std::string about) {
 }
 
 void Operation::begin() {
-  if (memory_ <= places_->memory().limit()) return places_->wait(shared_from_this());
+  auto refusal = whyNever();
+  if (!refusal) return places_->wait(shared_from_this());
   {
     const MutexLock lock(mutex_);
-    if (std::exchange(phase_, Phase::kEnded) == Phase::kEnded) return;
+    if (std::exchange(phase_, Phase::kEnded) == Phase::kEnded) return;  // given up already
   }
-  endWaiting(failureOf(Kind::kInvalidArgument,
-                       fmt::format("{}: it needs up to {} bytes of memory, more than the {} of "
-                                   "Options::memory",
-                                   running().about(), memory_, places_->memory().limit())));
+  endWaiting(*std::move(refusal));
+}
+
+std::optional<Failure> Operation::whyNever() {
+  if (credentials_->isAskedHere()) {
+    return failureOf(Kind::kInvalidArgument,
+                     running().about() + ": Options::credentials of the same client has begun it");
+  }
+  const std::uint64_t limit = places_->memory().limit();
+  if (memory_ <= limit) return std::nullopt;
+  return failureOf(Kind::kInvalidArgument,
+                   fmt::format("{}: it needs up to {} bytes of memory, more than the {} of "
+                               "Options::memory",
+                               running().about(), memory_, limit));
 }
 
 /// Not here: it may ask the application for credentials, and whoever calls may hold a lock.
@@ -155,20 +168,24 @@ void Operation::pause() {
 }
 
 void Operation::resume() {
-  {
-    const MutexLock lock(mutex_);
-    // What it runs on is about to stop: it begins again then.
-    if (phase_ == Phase::kPausing) resumes_ = true;
-    if (phase_ != Phase::kPaused) return;
-    phase_ = Phase::kWaiting;
-    if (!std::exchange(backsOff_, false)) {
-      // Somebody wants it, so it is tried as at the beginning.
-      retries_.startOver();
-      running().tries(1);
-    }
-    running().enter(State::kWaiting);
+  if (leavesPause(std::nullopt)) places_->wait(shared_from_this());
+}
+
+bool Operation::leavesPause(std::optional<std::uint64_t> woken) {
+  const MutexLock lock(mutex_);
+  // Paused, resumed or given up before the timer came.
+  if (woken && (*woken != run_ || !backsOff_)) return false;
+  // What it runs on is about to stop: it begins again then.
+  if (phase_ == Phase::kPausing) resumes_ = true;
+  if (phase_ != Phase::kPaused) return false;
+  phase_ = Phase::kWaiting;
+  if (!std::exchange(backsOff_, false)) {
+    // Somebody wants it, so it is tried as at the beginning.
+    retries_.startOver();
+    running().tries(1);
   }
-  begin();
+  running().enter(State::kWaiting);
+  return true;
 }
 
 // What requests tell of their retries.
@@ -241,11 +258,7 @@ void Operation::backOff(std::uint64_t run, std::chrono::milliseconds wait) {
 }
 
 void Operation::wake(std::uint64_t run) {
-  {
-    const MutexLock lock(mutex_);
-    if (run != run_ || !backsOff_) return;  // paused, resumed or given up meanwhile
-  }
-  resume();
+  if (leavesPause(run)) places_->wait(shared_from_this());
 }
 
 Operation::RunEnd Operation::endRun(std::uint64_t run, bool wasStopped, bool again) {

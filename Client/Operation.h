@@ -22,6 +22,7 @@ class RequestSettings;
 namespace varo::detail {
 
 class ClientCore;
+class CredentialsCache;
 class OperationWatch;
 class Places;
 class RunningBase;
@@ -55,7 +56,8 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   void serve(RunningBase& running, std::string about);
   /// The same, and begins.
   void beginFor(RunningBase& running, std::string about);
-  /// Waits for its first place. Once.
+  /// Waits for its first place. Once. Ends at once where the client asks for its credentials on
+  /// this thread: the operation would wait for them, and they perhaps for it.
   void begin();
   /// Called by `Places` when there is a place; gives it back at the end of the run.
   void start() noexcept;
@@ -110,15 +112,21 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   void requestRecovered(std::uint64_t run);
   [[nodiscard]] bool isUnderWay(std::uint64_t run) const VARO_REQUIRES(mutex_);
   [[nodiscard]] Failure cancelled();
+  /// Why it can never begin; none where it can.
+  [[nodiscard]] std::optional<Failure> whyNever();
   void endWaiting(Failure failure);
   void backOff(std::uint64_t run, std::chrono::milliseconds wait);
   void wake(std::uint64_t run);
+  /// From a pause into the queue, on somebody's behalf or on that of the timer of the run `woken`.
+  /// False: that was not to be.
+  [[nodiscard]] bool leavesPause(std::optional<std::uint64_t> woken);
 
   /// What it means that this run has ended; `wasStopped`: by its cancellation; `again`: another one
   /// follows.
   [[nodiscard]] RunEnd endRun(std::uint64_t run, bool wasStopped, bool again);
 
   const std::shared_ptr<Places> places_;
+  const std::shared_ptr<CredentialsCache> credentials_;
   const std::uint64_t memory_;
   const std::shared_ptr<OperationWatch> watch_;  // null: nobody watches
 

@@ -13,7 +13,6 @@ namespace {
 constexpr std::uint64_t kSmallestPart = std::uint64_t{5} << 20U;
 constexpr std::uint64_t kLargestPart = std::uint64_t{5} << 30U;
 constexpr std::uint64_t kMostParts = 10'000;
-constexpr int kMostPartsAtOnce = 64;
 /// Parts that had to grow are a whole number of these.
 constexpr std::uint64_t kStep = std::uint64_t{1} << 20U;
 

@@ -30,6 +30,8 @@ struct PartPlan {
   [[nodiscard]] static Outcome<PartPlan> ofUpload(std::uint64_t size, Bytes wished);
 };
 
+inline constexpr int kMostPartsAtOnce = 64;
+
 /// Parts of one object under way, at most: `Kind::kInvalidArgument` for others than 1 to 64, in
 /// which the field of `options` is named.
 [[nodiscard]] Outcome<void> checkedPartsAtOnce(int partsAtOnce, std::string_view options);

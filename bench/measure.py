@@ -27,6 +27,7 @@ from harness import LARGE, MIB, Bench, Table, column
 from objects import measure_objects
 from online import measure_queue, measure_sign
 from ranges import measure_ranges
+from rate import measure_rate
 from servers import DiscardServer, Nginx
 
 SMALL = 64 * MIB
@@ -276,6 +277,7 @@ PARTS = {
     "objects": measure_objects,
     "ranges": measure_ranges,
     "cancel": measure_cancel,
+    "rate": measure_rate,
 }
 
 

@@ -10,6 +10,7 @@ check_cxx_symbol_exists(fdatasync unistd.h VARO_HAS_FDATASYNC)
 check_cxx_symbol_exists(sync_file_range fcntl.h VARO_HAS_SYNC_FILE_RANGE)
 check_cxx_symbol_exists(flock sys/file.h VARO_HAS_FLOCK)
 check_cxx_symbol_exists(arc4random_buf stdlib.h VARO_HAS_ARC4RANDOM)
+check_cxx_symbol_exists(posix_spawn_file_actions_addclosefrom_np spawn.h VARO_HAS_SPAWN_CLOSE_FROM)
 check_cxx_source_compiles("
   #include <linux/tcp.h>
   int main() { return tcp_info{}.tcpi_bytes_received + tcp_info{}.tcpi_bytes_acked == 0 ? 0 : 1; }"
@@ -32,6 +33,7 @@ endfunction()
 set(VARO_SYSTEM_SOURCES System/FileCalls.cpp System/SingleThread.cpp)
 varo_system_source(VARO_HAS_FLOCK FileLockFlock.cpp FileLockPosix.cpp)
 varo_system_source(VARO_HAS_ARC4RANDOM RandomBytesArc4.cpp RandomBytesPosix.cpp)
+varo_system_source(VARO_HAS_SPAWN_CLOSE_FROM SpawnDescriptorsGlibc.cpp SpawnDescriptorsPosix.cpp)
 varo_system_source(VARO_HAS_TCP_COUNTERS TcpCountersLinux.cpp TcpCountersPosix.cpp)
 
 # Those that FileCalls.cpp asks for.

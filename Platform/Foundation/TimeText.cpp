@@ -11,6 +11,11 @@ namespace {
 
 using Time = std::chrono::system_clock::time_point;
 
+// A count of nanoseconds ends in 2262, and the difference of two times has to fit as well. "9999"
+// is what many write for "never".
+constexpr std::chrono::sys_days kEarliest = std::chrono::year(1800) / 1 / 1;
+constexpr std::chrono::sys_days kLatest = std::chrono::year(2200) / 1 / 1;
+
 /// The digits at a fixed place; -1 where there are others, or the text ends sooner.
 int digitsAt(std::string_view text, std::size_t from, std::size_t count) {
   if (from + count > text.size()) return -1;
@@ -32,8 +37,10 @@ std::optional<Time> timeOf(const Parts& parts) {
                       parts.minute >= 0 && parts.minute < 60 && parts.second >= 0 &&
                       parts.second <= 60;
   if (!isGood) return std::nullopt;
-  return std::chrono::sys_days(date) + std::chrono::hours(parts.hour) +
-         std::chrono::minutes(parts.minute) + std::chrono::seconds(parts.second);
+  const std::chrono::sys_seconds time =
+      std::chrono::sys_days(date) + std::chrono::hours(parts.hour) +
+      std::chrono::minutes(parts.minute) + std::chrono::seconds(parts.second);
+  return std::clamp<std::chrono::sys_seconds>(time, kEarliest, kLatest);
 }
 
 /// What has to be added to the time before: "Z", ".123Z", "+02:00", ".5-01:30".

@@ -41,18 +41,29 @@ std::size_t CurlPacer::piece(const RateLimit* own, std::size_t most) const noexc
   return static_cast<std::size_t>(size);
 }
 
+bool CurlPacer::hasSender(const std::vector<const RateLimit*>& sending,
+                          const RateLimit* own) const {
+  if (common_) return !sending.empty();
+  return std::find(sending.begin(), sending.end(), own) != sending.end();
+}
+
 std::vector<std::pair<CURL*, CURLcode>> CurlPacer::resume() {
   std::vector<std::pair<CURL*, CURLcode>> failed;
   if (paused_.empty()) return failed;
   std::deque<Paused> round;
   round.swap(paused_);
   std::deque<Paused> stillPaused;
+  std::vector<const RateLimit*> sending;  // those of the exchanges that go on with sending
   for (const Paused& paused : round) {
-    if (wait(paused.own, paused.direction).count() > 0) {
+    const bool isTaken = paused.direction == Direction::kSending && hasSender(sending, paused.own);
+    if (isTaken || wait(paused.own, paused.direction).count() > 0) {
       stillPaused.push_back(paused);
       continue;
     }
     // libcurl hands out what it has kept before it returns, so this one may be paused again here.
+    // For what it sends it asks later, and always in the same order: one at a time, or the first
+    // would have every turn.
+    if (paused.direction == Direction::kSending) sending.push_back(paused.own);
     const CURLcode code = curl_easy_pause(paused.easy, CURLPAUSE_CONT);
     if (code != CURLE_OK) failed.emplace_back(paused.easy, code);
   }

@@ -49,6 +49,9 @@ class CurlPacer {
     Direction direction;
   };
   [[nodiscard]] TokenBucket::Duration wait(RateLimit* own, Direction direction);
+  /// Whether one of those that send, by their own limits, shares a limit with this one.
+  [[nodiscard]] bool hasSender(const std::vector<const RateLimit*>& sending,
+                               const RateLimit* own) const;
 
   std::optional<RateLimit> common_;
   std::deque<Paused> paused_;  // each exchange at most once

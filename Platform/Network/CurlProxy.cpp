@@ -62,10 +62,15 @@ ReadProxy readAddress(const std::string& text) {
   if (host.empty()) return {{}, "names no host"};
   std::string port = part(handle.get(), CURLUPART_PORT);
   if (port.empty()) port = scheme == "https" ? "443" : "1080";
-  return {{fmt::format("{}://{}:{}", scheme, host, port),
-           part(handle.get(), CURLUPART_USER, CURLU_URLDECODE),
-           part(handle.get(), CURLUPART_PASSWORD, CURLU_URLDECODE)},
-          {}};
+  CurlProxy proxy{fmt::format("{}://{}:{}", scheme, host, port), {}, {}};
+  for (const auto& [which, target] :
+       {std::pair(CURLUPART_USER, &proxy.user), std::pair(CURLUPART_PASSWORD, &proxy.password)}) {
+    *target = part(handle.get(), which, CURLU_URLDECODE);
+    // libcurl decodes nothing that becomes a control character.
+    const bool isLost = target->empty() && !part(handle.get(), which).empty();
+    if (isLost) return {{}, "has a user or a password with control characters"};
+  }
+  return {std::move(proxy), {}};
 }
 
 /// The field that is wrong, and why; none: the credentials fit the proxy.
@@ -115,7 +120,7 @@ Address addressOf(std::string_view text) {
 }
 
 bool haveSamePrefix(const Address& left, const Address& right, std::size_t bits) {
-  if (left.size != right.size || bits > left.size * 8) return false;
+  if (left.size != right.size) return false;
   const std::size_t whole = bits / 8;
   if (!std::equal(left.bytes.begin(), left.bytes.begin() + static_cast<std::ptrdiff_t>(whole),
                   right.bytes.begin())) {
@@ -123,6 +128,25 @@ bool haveSamePrefix(const Address& left, const Address& right, std::size_t bits)
   }
   const std::size_t rest = bits % 8;
   return rest == 0 || ((left.bytes.at(whole) ^ right.bytes.at(whole)) >> (8 - rest)) == 0;
+}
+
+/// How many leading bits of an address an entry such as "10.0.0.0/8" fixes, all of them where it
+/// has no slash; none where that is no number of bits of an address.
+std::optional<std::size_t> prefixLength(std::string_view entry, const Address& address) {
+  const std::size_t all = address.size * 8;
+  const std::size_t slash = entry.find('/');
+  if (slash == std::string_view::npos) return all;
+  const auto bits = parseInteger(entry.substr(slash + 1));
+  if (!bits || *bits < 0 || static_cast<std::uint64_t>(*bits) > all) return std::nullopt;
+  return static_cast<std::size_t>(*bits);
+}
+
+Address addressIn(std::string_view entry) { return addressOf(entry.substr(0, entry.find('/'))); }
+
+bool isNoNetwork(std::string_view entry) {
+  if (entry.find('/') == std::string_view::npos) return false;
+  const Address address = addressIn(entry);
+  return address.size == 0 || !prefixLength(entry, address);
 }
 
 std::string_view withoutEndingDot(std::string_view name) {
@@ -134,10 +158,12 @@ std::optional<ConfigurationMistake> mistakeInBypass(const std::vector<std::strin
   for (const std::string& entry : bypass) {
     const std::string_view text = trimmed(entry);
     const auto colons = std::count(text.begin(), text.end(), ':');
+    const bool hasPort = colons == 1 || text.find("]:") != std::string_view::npos;
     const char* what = nullptr;
     if (text.empty()) what = "an empty entry";
     if (text.find_first_of(", ;@") != std::string_view::npos) what = "an entry with several hosts";
-    if (colons == 1) what = "a port; it is hosts that are reached without the proxy";
+    if (isNoNetwork(text)) what = "an entry with a slash that is no network such as 10.0.0.0/8";
+    if (hasPort) what = "a port; it is hosts that are reached without the proxy";
     if (hasControls(entry)) what = "control characters";
     if (what != nullptr) return ConfigurationMistake{"proxy.bypass", fmt::format("has {}", what)};
   }
@@ -194,15 +220,9 @@ bool isHostWithin(std::string_view host, std::string_view entry) {
   entry = trimmed(entry);
   if (entry == "*") return true;
   host = withoutEndingDot(host);
-  const std::size_t slash = std::min(entry.find('/'), entry.size());
   if (const Address address = addressOf(host); address.size > 0) {
-    std::size_t bits = address.size * 8;
-    if (slash < entry.size()) {
-      const auto given = parseInteger(entry.substr(slash + 1));
-      if (!given || *given < 0) return false;
-      bits = static_cast<std::size_t>(*given);
-    }
-    return haveSamePrefix(address, addressOf(entry.substr(0, slash)), bits);
+    const auto bits = prefixLength(entry, address);
+    return bits && haveSamePrefix(address, addressIn(entry), *bits);
   }
   if (entry.substr(0, 2) == "*.") entry.remove_prefix(2);
   if (!entry.empty() && entry.front() == '.') entry.remove_prefix(1);

@@ -63,6 +63,10 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
         repeat_(repeatOf(request)),
         request_(std::move(request)),
         completion_(std::move(completion)) {
+    if (!request_.connectTimeout) request_.connectTimeout = settings_->connectTimeout;
+    if (!request_.stallTimeout) request_.stallTimeout = settings_->stallTimeout;
+    if (request_.rateLimit == nullptr) request_.rateLimit = settings_->rateLimit;
+    if (request_.onSent == nullptr) request_.onSent = settings_->onSent;
     if (request_.receiver == nullptr) return;
     receiver_ = std::make_shared<WatchedReceiver>(std::move(request_.receiver));
     request_.receiver = receiver_;
@@ -135,6 +139,8 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
     transfer->cancel();
   }
 
+  /// Nobody looks for a cancellation here: what would be repeated ends as cancelled, and not with a
+  /// failure that a pause would be taken for.
   void goOn(std::optional<HttpResponse> response, ErrorPtr error) {
     {
       const MutexLock lock(mutex_);
@@ -153,7 +159,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   }
 
   [[nodiscard]] bool isRenewedAfter(const HttpResponse& response) {
-    if (settings_->authorizer == nullptr || hasRenewed_ || isCancelled()) return false;
+    if (settings_->authorizer == nullptr || hasRenewed_) return false;
     return hasRenewed_ = settings_->authorizer->renew(shown_, response);
   }
 
@@ -161,7 +167,7 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
   [[nodiscard]] std::optional<milliseconds> waitAfter(const HttpResponse* response,
                                                       const Error* error) {
     const auto& policy = settings_->retry;
-    if (!policy || number_ >= policy->attempts || isCancelled()) return std::nullopt;
+    if (!policy || number_ >= policy->attempts) return std::nullopt;
     if (receiver_ != nullptr && receiver_->hasBegun()) return std::nullopt;
     if (!isWorthRepeating(repeat_, response, error)) return std::nullopt;
     std::optional<milliseconds> wait;
@@ -226,11 +232,6 @@ class Attempts final : public HttpTransfer, public std::enable_shared_from_this<
 
   [[nodiscard]] static ErrorPtr noResources(const std::exception& failure) {
     return makeTransportError(HttpTransportError::kNoResources, failure.what());
-  }
-
-  [[nodiscard]] bool isCancelled() {
-    const MutexLock lock(mutex_);
-    return isCancelled_;
   }
 
   void end(std::optional<HttpResponse> response, ErrorPtr error) {

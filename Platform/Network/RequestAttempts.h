@@ -20,7 +20,9 @@ struct AttemptTools {
 /// Sends a request with `settings`, again where those say so, and calls `completion` once with what
 /// the last attempt came to.
 ///
-/// - Each attempt goes to `transport`, through `sendGuarded`.
+/// - Each attempt goes to `transport`, through `sendGuarded`, with the time-outs, the rate limit
+/// and
+///   the `onSent` of the settings where the request has none of its own.
 /// - One that is refused is repeated at once, and once, where the authorizer has something else to
 ///   show.
 /// - One that has failed is repeated after a wait, where the policy allows it, the budget has that

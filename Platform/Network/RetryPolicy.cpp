@@ -49,9 +49,11 @@ bool isOfTheConnection(TransportFailure failure) {
 }  // namespace
 
 milliseconds RetryPolicy::waitBefore(int attempt, Random& random) const {
-  milliseconds most = firstWait;
-  for (int i = 2; i < attempt && most < longestWait; ++i) most *= 2;
-  most = std::clamp(most, milliseconds(0), std::max(longestWait, milliseconds(0)));
+  const milliseconds ceiling = std::max(longestWait, milliseconds(0));
+  milliseconds most = std::clamp(firstWait, milliseconds(0), ceiling);
+  // Halved before it is doubled: no product leaves the range of the type.
+  for (int i = 2; i < attempt && most < ceiling; ++i)
+    most = most > ceiling / 2 ? ceiling : most * 2;
   return milliseconds(random.integer(0, most.count()));
 }
 

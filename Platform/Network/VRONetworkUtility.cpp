@@ -205,10 +205,6 @@ TransferPtr dispatch(HttpRequest request, const Dictionary& options,
                        std::move(completion));
   }
   if (const auto value = options[kRepeat].objectAs<RepeatValue>()) request.repeat = value->repeat;
-  request.connectTimeout = settings->connectTimeout;
-  request.stallTimeout = settings->stallTimeout;
-  request.onSent = settings->onSent;
-  request.rateLimit = settings->rateLimit;
   auto transport = settings->transport;
   if (transport == nullptr) transport = VRONetworkUtility::transport();
   return sendAttempts(transport, std::move(request), settings, std::move(completion));

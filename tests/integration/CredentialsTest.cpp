@@ -202,6 +202,18 @@ TEST_F(CredentialsTest, AProviderThatFailsLaterEndsTheOperationWithItsFailure) {
   EXPECT_THAT(uploaded.error().message, HasSubstr("the key server is away"));
 }
 
+TEST_F(CredentialsTest, AnOperationThatTheProviderBeginsWithItsOwnClientFailsAtOnce) {
+  std::optional<FileClient> client;
+  std::string inner;
+  client = files([&]() -> Outcome<Credentials> {
+    const auto listed = client->list().get();
+    if (!listed) inner = listed.error().message;
+    return Credentials{.token = "marker 1"};
+  });
+  EXPECT_TRUE(client->list().get());
+  EXPECT_THAT(inner, HasSubstr("Options::credentials of the same client has begun it"));
+}
+
 TEST_F(CredentialsTest, FiftyOperationsAtOnceAskOnce) {
   Rotating tokens(true);
   const FileClient client = files(tokens.provider());

@@ -10,6 +10,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <future>
@@ -303,6 +306,31 @@ TEST_F(LineTest, HoldsBytesBackWithoutLosingThem) {
     EXPECT_EQ(receiver->bytes, bytes);
     // Both ways take their time one after the other; what a pause has saved up may go at once.
     EXPECT_GT(std::chrono::steady_clock::now() - begin, 2 * (375ms - TokenBucket::kSaved));
+  }
+}
+
+TEST_F(LineTest, LetsThoseThatSendUnderOneLimitTakeTurns) {
+  constexpr std::uint64_t kRate = 512 * tuning::kKiB;
+  constexpr std::uint64_t kSize = 128 * tuning::kKiB;
+  for (const bool isOfRequest : {false, true}) {
+    configuration_.bytesPerSecond = isOfRequest ? 0 : kRate;
+    remake();
+    const auto limit = isOfRequest ? std::make_shared<RateLimit>(kRate) : nullptr;
+    std::array<std::atomic<std::uint64_t>, 4> sent{};
+    std::promise<std::uint64_t> fewest;  // when the first has ended
+    std::atomic<int> ended = 0;
+    for (auto& one : sent) {
+      HttpRequest request{
+          HttpMethod::kPut, plain_.url("/"), {}, {{Data::fromBytes(sampleBytes(kSize))}}, {}};
+      request.rateLimit = limit;
+      request.onSent = [&one](std::uint64_t bytes) { one = bytes; };
+      transport_->send(std::move(request), [&](const auto& response, const auto& /*error*/) {
+        EXPECT_TRUE(response);
+        if (ended++ == 0) fewest.set_value(*std::min_element(sent.begin(), sent.end()));
+      });
+    }
+    EXPECT_GE(fewest.get_future().get(), kSize / 2);
+    ASSERT_TRUE(eventually([&] { return ended == 4; }));
   }
 }
 

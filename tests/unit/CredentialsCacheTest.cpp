@@ -10,6 +10,7 @@
 #include <chrono>
 #include <future>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -129,17 +130,61 @@ TEST_F(CredentialsCacheTest, AFailureIsNotKept) {
       [] { return Credentials{.token = "good"}; },
   };
   std::size_t next = 0;
-  CredentialsCache failing([&] { return answers[next++](); });
-  const auto first = failing.get();
+  const auto failing = std::make_shared<CredentialsCache>([&] { return answers[next++](); });
+  const auto first = failing->get();
   EXPECT_EQ(tokenOf(first), "Options::credentials threw: locked");
   EXPECT_EQ(first.error().kind, Kind::kUnauthorized);
-  EXPECT_EQ(tokenOf(failing.get()), "Options::credentials threw");
-  const auto third = failing.get();
+  EXPECT_EQ(tokenOf(failing->get()), "Options::credentials threw");
+  const auto third = failing->get();
   EXPECT_EQ(third.error().kind, Kind::kNoConnection);
   const Failure passed = failureFrom(errorOf(third.error()), "put");
   EXPECT_EQ(passed.kind, Kind::kNoConnection);
   EXPECT_EQ(passed.message, "put: no key server");
-  EXPECT_EQ(tokenOf(failing.get()), "good");
+  EXPECT_EQ(tokenOf(failing->get()), "good");
+}
+
+TEST_F(CredentialsCacheTest, NobodyWaitsForEverForAProviderThatDoesNotAnswer) {
+  std::promise<void> isAsked;
+  std::promise<void> goOn;
+  std::stop_source stop;
+  std::weak_ptr<CredentialsCache> self;
+  const auto silent = std::make_shared<CredentialsCache>(
+      [&] {
+        EXPECT_TRUE(self.lock()->isAskedHere());
+        isAsked.set_value();
+        goOn.get_future().wait();
+        return Credentials{.token = "late", .expires = clock_.now() + 1h};
+      },
+      clock_, 0ms);
+  self = silent;
+  EXPECT_EQ(silent->get().error().kind, Kind::kTimeout);
+  isAsked.get_future().wait();
+  EXPECT_FALSE(silent->isAskedHere());
+  stop.request_stop();
+  EXPECT_EQ(silent->get(stop.get_token()).error().kind, Kind::kCancelled);
+  HeldCredentials held(silent, stop.get_token());
+  EXPECT_TRUE(held.renew([](const Credentials&) { return true; }))
+      << "the stop decides, no refusal";
+  goOn.set_value();
+  while (!silent->get()) std::this_thread::yield();
+  EXPECT_EQ(tokenOf(silent->get(stop.get_token())), "late") << "what is kept";
+}
+
+TEST_F(CredentialsCacheTest, AStopEndsTheWaitForAProvider) {
+  std::promise<void> isAsked;
+  std::promise<void> goOn;
+  const auto silent = std::make_shared<CredentialsCache>([&] {
+    isAsked.set_value();
+    goOn.get_future().wait();
+    return Credentials{};
+  });
+  std::stop_source stop;
+  auto got = std::async(std::launch::async, [&] { return silent->get(stop.get_token()); });
+  isAsked.get_future().wait();
+  stop.request_stop();
+  EXPECT_EQ(got.get().error().kind, Kind::kCancelled);
+  goOn.set_value();
+  static_cast<void>(silent->get());  // the provider has ended
 }
 
 TEST_F(CredentialsCacheTest, ATokenGoesOnlyWhereOneWasAndIsRenewedOnlyWhereItIsToBlame) {

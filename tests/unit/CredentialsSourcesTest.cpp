@@ -3,12 +3,14 @@
 #include "tests/support/TemporaryDirectory.h"
 #include "varo/credentials.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace varo {
@@ -50,6 +52,8 @@ TEST_F(CredentialsSourcesTest, ReadsAFileAnewEachTimeAndShowsNothingOfIt) {
       {R"({"accessKey":"a","secretKey":"s","sessionToken":"x","token":null,)"
        R"("expires":"1994-11-06T09:49:37.5+01:00"})",
        " a s x 784111777"},
+      {R"({"token":"t","expires":"9999-12-31T23:59:59Z"})", "t    7258118400"},
+      {R"({"token":"t","expires":"0001-01-01T00:00:00Z"})", "t    -5364662400"},
       {R"({"token":"marker","expires":"tomorrow"})", "\"expires\" is no time"},
       {R"({"token":["marker"]})", "\"token\" is no text"},
       {R"({"accessKey":"marker"})", "there is only one"},
@@ -114,6 +118,13 @@ TEST_F(CredentialsSourcesTest, RunsACommandWithoutAShellAndKillsWhatDoesNotEnd) 
     EXPECT_THAT(shown(got), HasSubstr(c.expected));
     EXPECT_THAT(shown(got), Not(HasSubstr("marker")));
   }
+  // Files that this program has open are none of the command's.
+  const int open = ::dup(STDIN_FILENO);
+  ASSERT_GE(open, 0);
+  const std::string looks =
+      fmt::format("test -e /dev/fd/0 && ! test -e /dev/fd/{} && echo t", open);
+  EXPECT_EQ(shown(credentialsFromCommand({"sh", "-c", looks})()), "t    -");
+  ::close(open);
   // A program that waits for no children loses their statuses, not their output.
   const auto before = std::signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(shown(credentialsFromCommand({"echo", "t"})()), "t    -");

@@ -1,3 +1,4 @@
+#include "Platform/Foundation/Cancellation.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/RequestAttempts.h"
@@ -70,6 +71,7 @@ class CountingAuthorizer final : public RequestAuthorizer {
     return {};
   }
   bool renew(const std::vector<HttpHeader>& shown, const HttpResponse& refusal) override {
+    if (onRenew) onRenew();
     if (refusal.status != 401) return false;
     EXPECT_EQ(shown.back().value, std::to_string(current)) << "what was refused";
     ++current;
@@ -78,6 +80,7 @@ class CountingAuthorizer final : public RequestAuthorizer {
   int current = 1;
   bool refuses = false;
   std::function<void()> onAuthorize;
+  std::function<void()> onRenew;
 };
 
 class RequestAttemptsTest : public testing::Test {
@@ -171,11 +174,22 @@ TEST_F(RequestAttemptsTest, WaitsLongerEachTimeUnlessTheServerSaysHowLong) {
   EXPECT_THAT(sleeper_.delays, ElementsAre(400, 800, 1000, 120'000, 10'000));
   EXPECT_THAT(heard, ElementsAre("2:400", "3:800", "4:1000", "5:120000", "6:10000"));
 
-  for (const char* tooLong : {"301", "99999999999", "Sun, 06 Nov 1994 08:59:47 GMT"}) {
+  for (const char* tooLong :
+       {"301", "99999999999", "Sun, 06 Nov 1994 08:59:47 GMT", "Fri, 31 Dec 9999 23:59:59 GMT"}) {
     transport_->answer(status(503, {{"Retry-After", tooLong}}));
     EXPECT_EQ(send(request()).get().text(), "503") << tooLong;
   }
   EXPECT_EQ(sleeper_.delays.size(), 5U) << "none of them was waited for";
+  transport_->answer(status(503, {{"Retry-After", "Mon, 01 Jan 0001 00:00:00 GMT"}}));
+  transport_->answer(status(200));
+  EXPECT_EQ(send(request()).get().text(), "200");
+  EXPECT_EQ(sleeper_.delays.back(), 0) << "it is over";
+
+  constexpr auto kMost = std::chrono::milliseconds::max();
+  EXPECT_EQ(
+      RetryPolicy({.firstWait = kMost / 2 + 1ms, .longestWait = kMost}).waitBefore(9, random_),
+      kMost);
+  EXPECT_EQ(RetryPolicy({.firstWait = -1ms}).waitBefore(99, random_), 0ms);
 }
 
 TEST_F(RequestAttemptsTest, TheBudgetIsThatOfAllRequests) {
@@ -232,6 +246,19 @@ TEST_F(RequestAttemptsTest, ACancelBetweenTwoAttemptsSendsNoMore) {
   auto told = send(request());
   atLast.request_stop();
   EXPECT_EQ(told.get().text(), "cancelled") << "the transfer itself";
+}
+
+TEST_F(RequestAttemptsTest, ACancelThatMeetsAResponseIsTheEndOfWhatWouldBeRepeated) {
+  const auto authorizer = std::make_shared<CountingAuthorizer>();
+  settings_->authorizer = authorizer;
+  for (const int code : {503, 404}) {
+    Cancellation cancellation;
+    settings_->cancellation = cancellation.token();
+    authorizer->onRenew = [&] { cancellation.cancel(); };  // the response is there
+    transport_->answer(status(code));
+    EXPECT_EQ(send(request()).get().text(), code == 503 ? "cancelled" : "404");
+  }
+  EXPECT_EQ(transport_->requestCount(), 2U);
 }
 
 TEST_F(RequestAttemptsTest, NoMoreAttemptsEndsTheWaitAndLeavesTheAttemptThatRuns) {
@@ -372,6 +399,9 @@ class BreakingTransport final : public HttpTransport {
  public:
   std::shared_ptr<HttpTransfer> send(HttpRequest request, HttpCompletion completion) override {
     ++sent;
+    EXPECT_EQ(request.stallTimeout, 7s) << "of the settings";
+    EXPECT_EQ(request.connectTimeout, 2s) << "of the request";
+    EXPECT_NE(request.rateLimit, nullptr);
     EXPECT_TRUE(request.receiver->begin(200, {}, 10));
     EXPECT_TRUE(request.receiver->write("12345"));
     completion(std::nullopt, failure(TransportFailure::kCutShort).error);
@@ -389,6 +419,10 @@ TEST_F(RequestAttemptsTest, WhatAReceiverHasBegunToTakeIsNotSentAgain) {
   transport_->answer(status(204));
   EXPECT_EQ(send(made).get().text(), "204") << "an error's body is not the receiver's";
 
+  settings_->connectTimeout = 5s;
+  settings_->stallTimeout = 7s;
+  settings_->rateLimit = std::make_shared<RateLimit>(1'000);
+  made.connectTimeout = 2s;
   BreakingTransport breaking;
   std::promise<ErrorPtr> told;
   static_cast<void>(sendAttempts(
