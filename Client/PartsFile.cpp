@@ -73,7 +73,7 @@ Result<std::shared_ptr<PartsFile>> PartsFile::nameless(const std::string& direct
 }
 
 Outcome<std::shared_ptr<PartsFile>> PartsFile::beside(const fs::path& destination,
-                                                      std::string object,
+                                                      const std::string& object,
                                                       const std::string& about) {
   std::string path = besideOf(destination, ".varo-part");
   auto opened = openLocked(path);
@@ -151,7 +151,7 @@ Result<void> PartsFile::write(std::size_t index, const Data& bytes) {
     at = record_.plan.first(index);
   }
   const std::uint64_t begin = at;
-  const auto written = bytes.forEachPiece([&](std::string_view piece) {
+  auto written = bytes.forEachPiece([&](std::string_view piece) {
     auto done = file_->writeAt(at, piece);
     at += piece.size();
     return done;

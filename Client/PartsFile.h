@@ -33,7 +33,8 @@ class PartsFile {
   /// Beside `destination`. `object` is the digest of the object's address. `Kind::kConflict` while
   /// another get, of any process, fills the file.
   [[nodiscard]] static Outcome<std::shared_ptr<PartsFile>> beside(
-      const std::filesystem::path& destination, std::string object, const std::string& about);
+      const std::filesystem::path& destination, const std::string& object,
+      const std::string& about);
   /// A file that nothing was recorded of goes.
   ~PartsFile();
   PartsFile(const PartsFile&) = delete;

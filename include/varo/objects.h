@@ -94,8 +94,8 @@ struct PutOptions {
   /// after the process has ended. Called at most once, on a thread of the library.
   std::function<void(const UploadId&)> onBegun = {};
   /// Parts that are sent side by side at most, 1 to 64. It begins with one and adds one while that
-  /// makes the whole faster; after a failure there are half as many. 1: never side by side. They
-  /// are read from the source while they are sent; none is held in memory.
+  /// makes the whole faster; after a failure there are half as many. 1: never side by side. Bytes
+  /// are read while they are sent, so each takes 1 MiB of memory at most.
   int partsAtOnce = 8;
 };
 

@@ -79,6 +79,9 @@ TEST_F(CObjectsTest, PutsLooksUpListsGetsARangeAndRemoves) {
   EXPECT_EQ(endOf(varo_objects_get_sink(objects_, "photos/Ann 1.jpg", take, &bytes, &range)).first,
             VARO_OK);
   EXPECT_EQ(bytes, "3456");
+  range.keep_parts = 1;  // for files alone
+  EXPECT_EQ(endOf(varo_objects_get_sink(objects_, "photos/Ann 1.jpg", take, &bytes, &range)).first,
+            VARO_INVALID_ARGUMENT);
   const std::string path = directory_ + "/ann.jpg";
   const Handle get =
       owned(varo_objects_get_path(objects_, "photos/Ann 1.jpg", path.c_str(), nullptr));
@@ -114,6 +117,8 @@ TEST_F(CObjectsTest, UploadInPartsTellsItsNameAndIsNamedByItsFailure) {
   options.resume = failure->upload;
   const Handle resumed = put();
   EXPECT_EQ(varo_transfer_wait(resumed.get(), -1), VARO_OK);
+  options.parts_at_once = 65;
+  EXPECT_EQ(varo_transfer_wait(put().get(), -1), VARO_INVALID_ARGUMENT);
 }
 
 }  // namespace

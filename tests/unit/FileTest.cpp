@@ -77,27 +77,22 @@ TEST_F(StoreFileTest, ReplacedFileKeepsItsPermissionsButNotItsPrivileges) {
 }
 
 TEST_F(StoreFileTest, AFileThatIsMovedHasOneName) {
-  for (const auto move : {moveFile, moveNewFile}) {
-    const bool replaces = move == moveFile;
-    const auto file = File::createNew(directory_ / "part").value();
-    ASSERT_TRUE(file->writeAt(0, "new").ok());
-    writeFile(path_, "old");
-    ASSERT_EQ(::chmod(path_.c_str(), 0640), 0);
-    EXPECT_EQ(move(*file, path_, Durability::kSynced).ok(), replaces);
-    if (!replaces) {
-      EXPECT_THAT(directory_.names(), ElementsAre("file", "part"));
-      EXPECT_EQ(contentOf(path_), "old");
-      ASSERT_EQ(::unlink(path_.c_str()), 0);
-      ASSERT_TRUE(move(*file, path_, Durability::kNone).ok());
-    }
-    EXPECT_EQ(contentOf(path_), "new");
-    EXPECT_EQ(modeOf(path_) == 0640, replaces);
-    EXPECT_THAT(directory_.names(), ElementsAre("file"));
-    writeFile(directory_ / "part", "of somebody");
-    EXPECT_FALSE(move(*file, path_, Durability::kNone).ok());
-    EXPECT_EQ(contentOf(directory_ / "part"), "of somebody");
-    ASSERT_EQ(::unlink(path_.c_str()) + ::unlink((directory_ / "part").c_str()), 0);
-  }
+  const auto file = File::createNew(directory_ / "part").value();
+  ASSERT_TRUE(file->writeAt(0, "new").ok());
+  writeFile(path_, "old");
+  ASSERT_EQ(::chmod(path_.c_str(), 0640), 0);
+  EXPECT_EQ(moveNewFile(*file, path_).error()->code(), EEXIST);
+  EXPECT_THAT(directory_.names(), ElementsAre("file", "part"));
+  ASSERT_TRUE(moveFile(*file, path_, Durability::kSynced).ok());
+  EXPECT_EQ(contentOf(path_), "new");
+  EXPECT_EQ(modeOf(path_), 0640U);
+  EXPECT_THAT(directory_.names(), ElementsAre("file"));
+  writeFile(directory_ / "part", "of somebody");
+  EXPECT_FALSE(moveFile(*file, path_).ok());
+  EXPECT_EQ(contentOf(directory_ / "part"), "of somebody");
+  const auto second = File::openForWriting(directory_ / "part").value();
+  ASSERT_TRUE(moveNewFile(*second, directory_ / "second").ok());
+  EXPECT_THAT(directory_.names(), ElementsAre("file", "second"));
 }
 
 TEST_F(StoreFileTest, FailedWriteLeavesTheOldFileAndNoTemporary) {

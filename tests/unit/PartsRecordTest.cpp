@@ -24,20 +24,13 @@ std::string sealed(const std::string& line) {
 }
 
 TEST(PartsRecordTest, SaysWhatWasNoted) {
-  for (const bool isThere : {false, true}) {
-    PartsRecord record = sample();
-    if (isThere) record.isThere.assign(9, true);
-    const auto read = PartsRecord::parse(record.text());
-    ASSERT_TRUE(read);
-    EXPECT_EQ(read->entityTag, record.entityTag);
-    EXPECT_EQ(read->objectSize, 1'000U);
-    EXPECT_EQ(read->first, 100U);
-    EXPECT_EQ(read->isThere, record.isThere);
-    EXPECT_EQ(read->firstMissing(), isThere ? 8U : 2U);
-    EXPECT_EQ(read->end(), 850U);
-    EXPECT_EQ(read->bytesThere(), isThere ? 850U : 550U);
-    EXPECT_EQ(read->text(), record.text());
-  }
+  const auto read = PartsRecord::parse(sample().text());
+  ASSERT_TRUE(read);
+  EXPECT_EQ(read->text(), sample().text());
+  EXPECT_EQ(read->isThere, sample().isThere);
+  EXPECT_EQ(read->firstMissing(), 2U);
+  EXPECT_EQ(read->end(), 850U);
+  EXPECT_EQ(read->bytesThere(), 550U);
   PartsRecord unsure = sample();
   unsure.entityTag = "W/\"weak\"";
   EXPECT_EQ(unsure.text(), "");
