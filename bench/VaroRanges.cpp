@@ -2,9 +2,9 @@
 //
 //   varo_ranges PORT OBJECT RANGE_BYTES PARALLEL DELAY_MS HOME
 //
-// Brings /blobs/OBJECT of the server at the port of 127.0.0.1 into HOME/Documents/blobs/1, through a
-// relay that delays each byte so long on each way, with at most PARALLEL ranges in flight. Prints,
-// as JSON, the seconds that it takes.
+// Brings /blobs/OBJECT of the server at the port of 127.0.0.1 into HOME/Documents/blobs/1, through
+// a relay that delays each byte so long on each way, with at most PARALLEL ranges in flight.
+// Prints, as JSON, the seconds that it takes.
 
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadTask.h"
@@ -55,8 +55,8 @@ int main(int argc, char** argv) {
 
   bool done = false;
   {
-    const varo::test::TestProxy line({.relayTo = static_cast<std::uint16_t>(port),
-                                      .delay = std::chrono::milliseconds(delay)});
+    const varo::test::TestProxy line(
+        {.relayTo = static_cast<std::uint16_t>(port), .delay = std::chrono::milliseconds(delay)});
     Ends ends(1);
     const auto listener = std::make_shared<EndListener>(ends);
     const auto task = DownloadTask::create("1");

@@ -67,7 +67,7 @@ class RangeWindowTest : public DownloadFixture {
 
   /// Stands still, so that one more range is always worth it. Outlives all tasks.
   static inline const SteppingClock clock_{0};
-  std::size_t asked_ = 0;         // before the task was made
+  std::size_t asked_ = 0;  // before the task was made
 };
 
 TEST_F(RangeWindowTest, RangesThatArriveInAnyOrderAreWrittenInTheirs) {
@@ -139,17 +139,16 @@ TEST_F(RangeWindowTest, WhatIsNoGoodRangeEndsAsIfItHadBeenAskedForAlone) {
     return [answer](const RecordedRequest&, const Range&) { return answer; };
   };
   const auto of = [](const RangedObject& object) -> Odd {
-    return [object](const RecordedRequest& request, const Range&) {
-      return object.answer(request);
-    };
+    return
+        [object](const RecordedRequest& request, const Range&) { return object.answer(request); };
   };
   const auto saying = [bytes = object_.bytes](std::int64_t most, const std::string& total) -> Odd {
     return [=](const RecordedRequest&, const Range& range) {
       const std::int64_t size = std::min(most, range.second - range.first + 1);
-      return answerWith(206, bytes.substr(static_cast<std::size_t>(range.first),
-                                          static_cast<std::size_t>(size)),
-                        {{"Content-Range", fmt::format("bytes {}-{}/{}", range.first,
-                                                       range.first + size - 1, total)}});
+      return answerWith(
+          206, bytes.substr(static_cast<std::size_t>(range.first), static_cast<std::size_t>(size)),
+          {{"Content-Range",
+            fmt::format("bytes {}-{}/{}", range.first, range.first + size - 1, total)}});
     };
   };
   RangedObject changed{.bytes = std::string(4500, 'x'), .tag = "\"2\""};
@@ -172,9 +171,8 @@ TEST_F(RangeWindowTest, WhatIsNoGoodRangeEndsAsIfItHadBeenAskedForAlone) {
       {"whole", always(answerWith(200, object_.bytes, {{"ETag", object_.tag}}))},
       {"another whole", always(answerWith(200, changed.bytes, {{"ETag", changed.tag}}))},
       {"a longer whole", always(answerWith(200, std::string(20'000, 'x')))},
-      {"an error",
-       always(answerWith(200, R"({"d":{"error":true,"msg":"gone"}})",
-                         {{"Content-Type", "application/json"}}))}};
+      {"an error", always(answerWith(200, R"({"d":{"error":true,"msg":"gone"}})",
+                                     {{"Content-Type", "application/json"}}))}};
   for (const auto& [name, odd] : kinds) {
     for (const std::int64_t at : {0, 1000, 4000}) {
       for (const TransferPolicy policy : {kCompatible, kSafe}) {

@@ -39,8 +39,8 @@ struct RangeArrival {
 /// judged, when its turn comes, as if it had been asked for alone. Not thread-safe.
 class RangeWindow {
  public:
-  /// Ranges that may have arrived and not be written yet where one is asked for at a time; each that
-  /// may be asked ahead adds one.
+  /// Ranges that may have arrived and not be written yet where one is asked for at a time; each
+  /// that may be asked ahead adds one.
   static constexpr std::size_t kMaxWaitingChunks = 4;
 
   struct Range {
