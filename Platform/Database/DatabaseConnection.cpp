@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <exception>
 #include <limits>
 #include <sys/stat.h>
 #include <utility>
@@ -70,27 +72,47 @@ DatabaseConnection::DatabaseConnection(std::string path) : path_(std::move(path)
 DatabaseConnection::~DatabaseConnection() = default;
 
 Result<void> DatabaseConnection::open() {
+  if (const Result<FileIdentity> file = identityOf(path_)) {
+    const MutexLock lock(briefMutex_);
+    lastUse_ = Clock::now();
+    if (identity_ == *file) return {};
+  }
   const MutexLock lock(mutex_);
-  lastUse_ = Clock::now();
   return openLocked();
 }
 
-Result<StatementOutcome> DatabaseConnection::execute(const VROPreparedStatement& statement,
-                                                     std::chrono::milliseconds busyTimeout) {
+Result<StatementOutcome> DatabaseConnection::read(const VROPreparedStatement& statement,
+                                                  std::chrono::milliseconds busyTimeout) {
   const MutexLock lock(mutex_);
-  lastUse_ = Clock::now();
-  if (database_ == nullptr) {
-    if (const Result<void> opened = openLocked(); !opened) return opened.error();
+  return executeAloneLocked(statement, busyTimeout);
+}
+
+Result<StatementOutcome> DatabaseConnection::write(const VROPreparedStatement& statement,
+                                                   std::chrono::milliseconds busyTimeout) {
+  Write own{statement, busyTimeout, {}};
+  {
+    const MutexLock lock(briefMutex_);
+    writes_.push_back(&own);
   }
-  (void)sqlite3_busy_timeout(database_.get(), static_cast<int>(busyTimeout.count()));
-  Result<StatementOutcome> outcome = executeLocked(statement);
-  if (!outcome && !survives(outcome.error()->code())) closeLocked();
-  return outcome;
+  const MutexLock lock(mutex_);
+  // Whoever had the turn before may have done it, too.
+  if (!own.outcome) writeWaitingLocked();
+  if (!own.outcome) own.outcome = executeAloneLocked(statement, busyTimeout);
+  return *std::move(own.outcome);
+}
+
+std::size_t DatabaseConnection::waitingWrites() const {
+  const MutexLock lock(briefMutex_);
+  return writes_.size();
 }
 
 bool DatabaseConnection::closeIfUnusedSince(Clock::time_point time) {
   const MutexLock lock(mutex_);
-  if (lastUse_ <= time) closeLocked();
+  const bool isUnused = [&] {
+    const MutexLock brief(briefMutex_);
+    return lastUse_ <= time;
+  }();
+  if (isUnused) closeLocked();
   return database_ == nullptr;
 }
 
@@ -111,12 +133,16 @@ Result<void> DatabaseConnection::openLocked() {
       closeLocked();
       return file.error();
     }
-    if (database_ != nullptr && *file == identity_) return {};
+    {
+      const MutexLock lock(briefMutex_);
+      if (identity_ == *file) return {};
+    }
     closeLocked();
     if (Result<void> opened = openFileLocked(); !opened) {
       closeLocked();
       return opened;
     }
+    const MutexLock lock(briefMutex_);
     identity_ = *file;
   }
   closeLocked();
@@ -142,6 +168,10 @@ Result<void> DatabaseConnection::openFileLocked() {
 }
 
 void DatabaseConnection::closeLocked() noexcept {
+  {
+    const MutexLock lock(briefMutex_);
+    identity_.reset();
+  }
   prepared_.clear();
   database_.reset();
 }
@@ -164,6 +194,81 @@ Result<sqlite3_stmt*> DatabaseConnection::prepareLocked(const std::string& sql) 
   Prepared prepared{sql, std::move(owned)};
   prepared_.insert(prepared_.begin(), std::move(prepared));
   return statement;
+}
+
+Result<StatementOutcome> DatabaseConnection::executeAloneLocked(
+    const VROPreparedStatement& statement, std::chrono::milliseconds busyTimeout) {
+  {
+    const MutexLock lock(briefMutex_);
+    lastUse_ = Clock::now();
+  }
+  if (database_ == nullptr) {
+    if (const Result<void> opened = openLocked(); !opened) return opened.error();
+  }
+  (void)sqlite3_busy_timeout(database_.get(), static_cast<int>(busyTimeout.count()));
+  Result<StatementOutcome> outcome = executeLocked(statement);
+  if (!outcome && !survives(outcome.error()->code())) closeLocked();
+  return outcome;
+}
+
+void DatabaseConnection::writeWaitingLocked() noexcept {
+  std::vector<Write*> writes;
+  {
+    const MutexLock lock(briefMutex_);
+    writes.swap(writes_);
+    lastUse_ = Clock::now();
+  }
+  // None where all were taken by one who could not execute them together.
+  if (writes.empty() || database_ == nullptr) return;
+  // Those that wait differently long for locks go alone.
+  std::erase_if(writes, [timeout = writes.front()->busyTimeout](const Write* write) {
+    return write->busyTimeout != timeout;
+  });
+  if (writes.size() < 2) return;
+  try {
+    writeTogetherLocked(writes);
+  } catch (const std::exception&) {
+    // No memory: each of them tries with less.
+  }
+  rollBackLocked();
+}
+
+void DatabaseConnection::writeTogetherLocked(const std::vector<Write*>& writes) {
+  std::vector<Result<StatementOutcome>> outcomes;
+  outcomes.reserve(writes.size());
+  // Only a lock is the same for each of them, and would have all wait, one after the other.
+  const auto failAll = [&](const ErrorPtr& error) {
+    if ((error->code() & 0xff) != SQLITE_BUSY) return;
+    for (Write* const write : writes) write->outcome = error;
+  };
+  (void)sqlite3_busy_timeout(database_.get(),
+                             static_cast<int>(writes.front()->busyTimeout.count()));
+  if (const auto begun = runLocked("BEGIN IMMEDIATE"); !begun) return failAll(begun.error());
+  for (const Write* const write : writes) {
+    outcomes.push_back(executeLocked(write->statement));
+    // A statement that fails takes back its own changes, but some failures and some of the
+    // application's triggers take back the others', too.
+    if (sqlite3_get_autocommit(database_.get()) != 0) return;
+    if (!outcomes.back() && !survives(outcomes.back().error()->code())) return;
+  }
+  if (const auto committed = runLocked("COMMIT"); !committed) return failAll(committed.error());
+  // Nothing from here on may fail, or what is committed would be executed again.
+  for (std::size_t i = 0; i < writes.size(); ++i) writes[i]->outcome = std::move(outcomes[i]);
+}
+
+Result<void> DatabaseConnection::runLocked(const char* sql) {
+  const int code = sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr);
+  if (code != SQLITE_OK) return errorLocked(code);
+  return {};
+}
+
+/// What is left of a transaction that was not committed.
+void DatabaseConnection::rollBackLocked() noexcept {
+  if (sqlite3_get_autocommit(database_.get()) != 0) return;
+  // Without an error to make: there may be no memory for it.
+  (void)sqlite3_exec(database_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+  // With the connection goes whatever is still open.
+  if (sqlite3_get_autocommit(database_.get()) == 0) closeLocked();
 }
 
 Result<StatementOutcome> DatabaseConnection::executeLocked(const VROPreparedStatement& statement) {

@@ -6,8 +6,10 @@
 #include "Platform/Foundation/Result.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -31,6 +33,9 @@ struct StatementOutcome {
 /// A connection to the database under one path, open only while it is used, with its prepared
 /// statements. Thread-safe: one statement at a time.
 ///
+/// A commit waits for the disk, which takes far longer than the statement. So writes of several
+/// threads that come meanwhile share the next one.
+///
 /// Never opens, reads or closes the file itself: closing any descriptor of a file drops the locks
 /// that the process holds on it, SQLite's among them.
 class DatabaseConnection {
@@ -46,10 +51,17 @@ class DatabaseConnection {
   /// there is none or no regular file, else "SQLite". A file that is locked is no error yet.
   [[nodiscard]] Result<void> open();
 
-  /// Waits up to `busyTimeout` for locks of other connections. Errors: domain "SQLite", and those
-  /// of `open`.
-  [[nodiscard]] Result<StatementOutcome> execute(const VROPreparedStatement& statement,
-                                                 std::chrono::milliseconds busyTimeout);
+  /// Executes what changes nothing. Waits up to `busyTimeout` for locks of other connections.
+  /// Errors: domain "SQLite", and those of `open`.
+  [[nodiscard]] Result<StatementOutcome> read(const VROPreparedStatement& statement,
+                                              std::chrono::milliseconds busyTimeout);
+  /// The same for an insert, update or delete; returns when it is on the disk. One that fails does
+  /// so alone, unless the database stays locked for all that share its commit.
+  [[nodiscard]] Result<StatementOutcome> write(const VROPreparedStatement& statement,
+                                               std::chrono::milliseconds busyTimeout);
+
+  /// Writes that will share the next commit, as it stands now.
+  [[nodiscard]] std::size_t waitingWrites() const;
 
   /// Closes what has not been used since then. Whether nothing is open now.
   bool closeIfUnusedSince(Clock::time_point time);
@@ -71,13 +83,31 @@ class DatabaseConnection {
     friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
   };
 
+  /// What a thread waits for, on whose stack it is.
+  struct Write {
+    const VROPreparedStatement& statement;
+    const std::chrono::milliseconds busyTimeout;
+    /// Once it is committed, or has failed; used under `mutex_`.
+    std::optional<Result<StatementOutcome>> outcome;
+  };
+
   static Result<FileIdentity> identityOf(const std::string& path);
   Result<void> openLocked() VARO_REQUIRES(mutex_);
   Result<void> openFileLocked() VARO_REQUIRES(mutex_);
   void closeLocked() noexcept VARO_REQUIRES(mutex_);
   Result<sqlite3_stmt*> prepareLocked(const std::string& sql) VARO_REQUIRES(mutex_);
+  Result<StatementOutcome> executeAloneLocked(const VROPreparedStatement& statement,
+                                              std::chrono::milliseconds busyTimeout)
+      VARO_REQUIRES(mutex_);
   Result<StatementOutcome> executeLocked(const VROPreparedStatement& statement)
       VARO_REQUIRES(mutex_);
+  /// Gives those that wait an outcome, in one transaction. What it leaves without one has changed
+  /// nothing, and has to be executed alone.
+  void writeWaitingLocked() noexcept VARO_REQUIRES(mutex_);
+  void writeTogetherLocked(const std::vector<Write*>& writes) VARO_REQUIRES(mutex_);
+  /// A statement without values and rows.
+  Result<void> runLocked(const char* sql) VARO_REQUIRES(mutex_);
+  void rollBackLocked() noexcept VARO_REQUIRES(mutex_);
   /// The error that SQLite has just returned.
   [[nodiscard]] ErrorPtr errorLocked(int code) const VARO_REQUIRES(mutex_);
 
@@ -87,9 +117,15 @@ class DatabaseConnection {
   std::unique_ptr<sqlite3, Close> database_ VARO_GUARDED_BY(mutex_);
   /// The last used first. After the database, so that they go before it does.
   std::vector<Prepared> prepared_ VARO_GUARDED_BY(mutex_);
-  /// Of the open file.
-  FileIdentity identity_ VARO_GUARDED_BY(mutex_);
-  Clock::time_point lastUse_ VARO_GUARDED_BY(mutex_);
+
+  /// Held for moments, inside of `mutex_` too: who looks whether the file is still the same, and
+  /// who lines up a write, does not wait for a commit.
+  mutable Mutex briefMutex_;
+  /// Of the open file; none while none is open.
+  std::optional<FileIdentity> identity_ VARO_GUARDED_BY(briefMutex_);
+  Clock::time_point lastUse_ VARO_GUARDED_BY(briefMutex_);
+  /// Those that nobody has begun with, in the order in which they came.
+  std::vector<Write*> writes_ VARO_GUARDED_BY(briefMutex_);
 };
 
 }  // namespace varo::platform

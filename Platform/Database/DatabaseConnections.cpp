@@ -22,10 +22,18 @@ Result<void> DatabaseConnections::open(const std::string& path) {
   return opened;
 }
 
-Result<StatementOutcome> DatabaseConnections::execute(const std::string& path,
-                                                      const VROPreparedStatement& statement,
-                                                      std::chrono::milliseconds busyTimeout) {
-  Result<StatementOutcome> outcome = connectionOf(path)->execute(statement, busyTimeout);
+Result<StatementOutcome> DatabaseConnections::read(const std::string& path,
+                                                   const VROPreparedStatement& statement,
+                                                   std::chrono::milliseconds busyTimeout) {
+  Result<StatementOutcome> outcome = connectionOf(path)->read(statement, busyTimeout);
+  closeLater();
+  return outcome;
+}
+
+Result<StatementOutcome> DatabaseConnections::write(const std::string& path,
+                                                    const VROPreparedStatement& statement,
+                                                    std::chrono::milliseconds busyTimeout) {
+  Result<StatementOutcome> outcome = connectionOf(path)->write(statement, busyTimeout);
   closeLater();
   return outcome;
 }

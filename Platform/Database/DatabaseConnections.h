@@ -17,11 +17,14 @@ class DatabaseConnections {
   /// Made at the first call and never destroyed.
   [[nodiscard]] static DatabaseConnections& shared();
 
-  /// `DatabaseConnection::open` and `execute` on the connection of this path.
+  /// `DatabaseConnection::open`, `read` and `write` on the connection of this path.
   [[nodiscard]] Result<void> open(const std::string& path);
-  [[nodiscard]] Result<StatementOutcome> execute(const std::string& path,
-                                                 const VROPreparedStatement& statement,
-                                                 std::chrono::milliseconds busyTimeout);
+  [[nodiscard]] Result<StatementOutcome> read(const std::string& path,
+                                              const VROPreparedStatement& statement,
+                                              std::chrono::milliseconds busyTimeout);
+  [[nodiscard]] Result<StatementOutcome> write(const std::string& path,
+                                               const VROPreparedStatement& statement,
+                                               std::chrono::milliseconds busyTimeout);
 
  private:
   struct Entry {

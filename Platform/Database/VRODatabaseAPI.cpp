@@ -52,27 +52,27 @@ std::shared_ptr<VRODatabaseAPI> VRODatabaseAPI::initWithPath(const std::string& 
 std::int64_t VRODatabaseAPI::executeSingleInsertStatement(const VROPreparedStatement& statement,
                                                           ErrorPtr* error) const {
   const Result<StatementOutcome> outcome =
-      DatabaseConnections::shared().execute(path_, statement, busyTimeout_);
+      DatabaseConnections::shared().write(path_, statement, busyTimeout_);
   return succeeded(outcome, error) ? outcome->insertedRow : -1;
 }
 
 std::optional<Array> VRODatabaseAPI::executeSelectPreparedStatement(
     const VROPreparedStatement& statement, ErrorPtr* error) const {
   const Result<StatementOutcome> outcome =
-      DatabaseConnections::shared().execute(path_, statement, busyTimeout_);
+      DatabaseConnections::shared().read(path_, statement, busyTimeout_);
   if (!succeeded(outcome, error)) return std::nullopt;
   return outcome->rows;
 }
 
 bool VRODatabaseAPI::executePreparedStatement(const VROPreparedStatement& statement,
                                               ErrorPtr* error) const {
-  return succeeded(DatabaseConnections::shared().execute(path_, statement, busyTimeout_), error);
+  return succeeded(DatabaseConnections::shared().write(path_, statement, busyTimeout_), error);
 }
 
 Result<std::int64_t> VRODatabaseAPI::executeAndCountChanges(
     const VROPreparedStatement& statement) const {
   const Result<StatementOutcome> outcome =
-      DatabaseConnections::shared().execute(path_, statement, busyTimeout_);
+      DatabaseConnections::shared().write(path_, statement, busyTimeout_);
   if (!outcome) return outcome.error();
   return outcome->changedRows;
 }

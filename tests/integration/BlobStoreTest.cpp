@@ -225,6 +225,7 @@ TEST_F(BlobStoreTest, StoresOnTwoDatabasesDoNotMeet) {
   const auto openAs = [&](const std::string& name, const std::string& token) {
     BlobService wanted = service(name);
     wanted.options.credentials = [token] { return Credentials{token}; };
+    wanted.parallelRanges = 4;
     return BlobStore::open(database(name), path(name), wanted).value();
   };
   const BlobStore a = openAs("a", "right");
@@ -310,7 +311,9 @@ TEST_F(BlobStoreTest, WatchEndsWithItsDestructorAlsoInsideItsCallback) {
 TEST_F(BlobStoreTest, ShutdownEndsEveryFetch) {
   makeDatabase("a", 8);
   test::inOwnProcess([&] {
-    const BlobStore store = open("a");
+    BlobService wanted = service("a");
+    wanted.parallelRanges = 4;
+    const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
     holdSecondRange();
     const auto all = store.fetchAll({blob(1), blob(2), blob(3), blob(4)});
     test::require(awaitRequests(4), "two run, two wait");

@@ -61,7 +61,8 @@ class BlobStoreFixture : public sandbox::SandboxTest {
                         .parallel = 2,
                         .retry = {.attempts = 1}},  // tests look at the first failure
             .scope = name,
-            .rangeSize = Bytes(kRange)};
+            .rangeSize = Bytes(kRange),
+            .parallelRanges = 1};  // and count the requests
   }
   [[nodiscard]] BlobStore open(const std::string& name) const {
     return BlobStore::open(database(name), path(name), service(name)).value();

@@ -1,18 +1,25 @@
 #include "Binary/Binary/DownloadTask/SQLiteUtil.h"
+#include "Platform/Database/DatabaseConnection.h"
 #include "Platform/Database/DatabaseError.h"
 #include "Platform/Database/VRODatabaseAPI.h"
 #include "Platform/Database/VROPreparedStatementBuilderFactory.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/UserDirectories.h"
+#include "tests/support/Await.h"
 #include "tests/support/Files.h"
 #include "tests/support/RecordingLog.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+#include <fmt/ranges.h>
+#include <sqlite3.h>
 
+#include <array>
 #include <cmath>
 #include <fstream>
+#include <future>
 
 namespace varo::binary {
 namespace {
@@ -229,6 +236,82 @@ TEST_F(DatabaseTest, WriteThatFailsSaysWhyAndOneThatChangesNothingSaysThat) {
       EXPECT_EQ(changedRows.error()->code(), each.code);
       EXPECT_THAT(changedRows.error()->localizedDescription(), testing::HasSubstr(each.text));
     }
+  }
+}
+
+/// What a statement that calls the SQL function gate() waits for, in connections opened meanwhile.
+struct Gate {
+  Gate() {
+    current = this;
+    sqlite3_auto_extension(reinterpret_cast<void (*)()>(&addTo));
+  }
+  ~Gate() { sqlite3_cancel_auto_extension(reinterpret_cast<void (*)()>(&addTo)); }
+  static int addTo(sqlite3* database, char**, const void*) {
+    return sqlite3_create_function(database, "gate", 0, SQLITE_UTF8 | SQLITE_INNOCUOUS, nullptr,
+                                   &pass, nullptr, nullptr);
+  }
+  static void pass(sqlite3_context*, int, sqlite3_value**) {
+    current->entered.set_value();
+    current->opened.get_future().wait();
+  }
+  static inline Gate* current = nullptr;
+  std::promise<void> entered, opened;
+};
+
+TEST_F(DatabaseTest, WritesThatWaitForTheDiskShareACommitAndFailAlone) {
+  const std::string schema = std::string(kRecords) +
+                             ";CREATE TRIGGER g BEFORE INSERT ON records WHEN new.a = 0 BEGIN"
+                             " SELECT gate(); END;";
+  const std::string second =
+      "CREATE TRIGGER t BEFORE INSERT ON records WHEN new.a = 2 BEGIN SELECT ";
+  const struct {
+    const char* name;
+    std::string sql;
+    bool isRead;  // by the application meanwhile, so that nothing can be committed
+    std::string outcomes, rows;
+    int commits;
+  } cases[] = {
+      {"all well", "", false, "0 0 0 0", "0123", 2},
+      {"one fails", second + "RAISE(ABORT, 'no'); END", false, "0 0 1811 0", "013", 2},
+      {"one rolls back", second + "RAISE(ROLLBACK, 'no'); END", false, "0 0 1811 0", "013", 3},
+      {"locked", "", true, "5 5 5 5", "", 0},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.name);
+    const std::string path = create(std::string(each.name) + ".db", schema + each.sql);
+    // A number that each commit counts up (https://www.sqlite.org/fileformat.html, 1.3.7).
+    const auto commits = [&] { return static_cast<int>(contentOf(path).at(27)); };
+    const int before = commits();
+    SQLite::Database application(path);
+    SQLite::Statement reading(application, "SELECT * FROM sqlite_master");
+    ASSERT_TRUE(!each.isRead || reading.executeStep());
+
+    Gate gate;
+    DatabaseConnection connection(path);
+    std::array<std::int64_t, 4> outcomes{};
+    std::vector<std::thread> threads;
+    for (std::int64_t a = 0; a < 4; ++a) {
+      threads.emplace_back([&connection, &outcomes, a] {
+        const auto insert = VROPreparedStatementBuilder("records", StatementBuilderType::kInsert)
+                                .addInsertValuesMap({{"a", a}})
+                                .build(nullptr);
+        const auto outcome = connection.write(*insert, std::chrono::milliseconds(1));
+        outcomes.at(static_cast<std::size_t>(a)) = outcome ? 0 : outcome.error()->code();
+      });
+      // The first one is in the middle of its statement when the others line up.
+      if (a == 0) gate.entered.get_future().wait();
+      ASSERT_TRUE(
+          eventually([&] { return connection.waitingWrites() == static_cast<std::size_t>(a); }));
+    }
+    gate.opened.set_value();
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(fmt::format("{}", fmt::join(outcomes, " ")), each.outcomes);
+    reading.reset();
+    EXPECT_EQ(
+        read(path,
+             "SELECT ifnull(group_concat(a, ''), '') FROM (SELECT a FROM records ORDER BY a)"),
+        each.rows);
+    EXPECT_EQ(commits() - before, each.commits);
   }
 }
 
