@@ -7,12 +7,14 @@
 #include "Cli/Run/JsonOutput.h"
 #include "Cli/Run/LastEvent.h"
 #include "Cli/Run/Session.h"
+#include "Cli/Run/TraceFile.h"
 #include "Cli/Run/WaitNotices.h"
 #include "Cli/Terminal/Console.h"
 #include "Cli/Terminal/ConsoleLogSink.h"
 #include "Cli/Terminal/Terminal.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Logging/VaroNativeFacade.h"
+#include "Platform/Network/VRONetworkUtility.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -51,8 +53,18 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
                               terminal::mayColour(terminal::Stream::kError)});
   const auto output = makeOutput(invocation.global, console);
   std::optional<Session> session;
+  std::shared_ptr<TraceFile> trace;
   int status = runToItsLastEvent(*output, [&] {
     platform::VaroNativeFacade::setSink(makeLogSink(invocation, console, output));
+    if (const std::string& path = invocation.global.traceFile; !path.empty()) {
+      auto opened = TraceFile::open(path, invocation.command);
+      if (!opened) {
+        output->failure(opened.error());
+        return kExitFailure;
+      }
+      trace = std::move(opened).value();
+      platform::VRONetworkUtility::setObserver(trace);
+    }
     session.emplace(invocation.global, output, interrupts);
     return invocation.run(*session);
   });
@@ -60,6 +72,10 @@ int runCommand(const Invocation& invocation, Interrupts& interrupts) {
   platform::Runtime::shared().shutdown();
   if (!output->allWritten()) {
     console.print("standard output could not be written", "error: ", Console::Style::kError);
+    status = status == 0 ? kExitFailure : status;
+  }
+  if (trace != nullptr && !trace->finish(status)) {
+    console.print("the file of --trace could not be written", "error: ", Console::Style::kError);
     status = status == 0 ? kExitFailure : status;
   }
   // After the shutdown: what was still running has used the session's transport.

@@ -29,7 +29,7 @@ void Places::giveBack(const std::shared_ptr<Operation>& operation) {
 /// Only one thread at a time is here, so the first one stays the first unless it leaves.
 std::shared_ptr<Operation> Places::takeNext() {
   while (queue_.hasPlace()) {
-    const auto first = queue_.firstWaiting();
+    auto first = queue_.firstWaiting();
     if (first == nullptr || !memory_.take(first->memory())) return nullptr;
     if (queue_.takeToStart(first)) return first;
     memory_.giveBack(first->memory());

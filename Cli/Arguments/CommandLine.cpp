@@ -116,6 +116,7 @@ void Parser::defineGlobal() {
   arguments.parsed("--connect-timeout", global_.connectTimeout, parseSeconds);
   arguments.parsed("--stall-timeout", global_.stallTimeout, parseSeconds);
   arguments.parsed("--parallel", global_.parallel, parseParallel);
+  arguments.text("--trace", global_.traceFile);
   arguments.parsed("--log-level", global_.logLevel, parseLogLevel);
   arguments.choices("--log-level",
                     {platform::kLogLevelNames.begin(), platform::kLogLevelNames.end()});
@@ -245,7 +246,7 @@ ParsedCommandLine Parser::parse(std::vector<std::string> arguments,
     return {std::nullopt, usage(explain(error), messages)};
   }
   const platform::LogLevel least = global_.logLevel.value_or(command_->leastLogLevel);
-  return {Invocation{std::move(global_), std::move(run_), least}, 0};
+  return {Invocation{std::move(global_), std::string(command_->name), std::move(run_), least}, 0};
 }
 
 }  // namespace

@@ -17,6 +17,8 @@ inline constexpr int kExitUsage = 2;
 /// What was asked for.
 struct Invocation {
   GlobalOptions global;
+  /// As in `Command`.
+  std::string command;
   CommandRun run;
   /// The least level of log lines that are shown.
   platform::LogLevel leastLogLevel = platform::LogLevel::kWarning;

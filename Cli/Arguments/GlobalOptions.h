@@ -38,6 +38,8 @@ struct GlobalOptions {
   std::optional<std::chrono::milliseconds> stallTimeout;
   /// Transfers at once where a command has several.
   int parallel = 5;
+  /// Where the spans of the requests go; empty: nowhere.
+  std::string traceFile;
   /// None: the default, warning.
   std::optional<platform::LogLevel> logLevel;
 };

@@ -41,6 +41,7 @@ Global options, before or after the command:
   --connect-timeout S     seconds until a connection stands (default 30)
   --stall-timeout S       seconds without a byte moving (default 60)
   --parallel N            transfers at once, where a command has several (default 5)
+  --trace FILE            write each request as a span, one JSON object a line, into FILE
   --log-level L           trace, debug, info, warning (default), error, fatal or off; on
                           standard error. Without this option, lines that the command says
                           in its own words anyway are left out

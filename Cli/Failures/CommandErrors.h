@@ -19,6 +19,8 @@ inline constexpr std::int64_t kCodeExceptionThrown = 4;
 inline constexpr std::int64_t kCodeSeveralFiles = 5;
 /// Whoever was asked did not want it.
 inline constexpr std::int64_t kCodeNotConfirmed = 6;
+/// The file of `--trace` cannot be made.
+inline constexpr std::int64_t kCodeTraceNotOpened = 7;
 
 inline constexpr std::string_view kClientErrorDomain = "Client";
 /// What the typed client has found itself; "kind" tells what it was.

@@ -1,6 +1,7 @@
 #include "Cli/Run/ClientRun.h"
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
+#include "Cli/Run/TraceFile.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Logging/VaroNativeFacade.h"
 
@@ -45,6 +46,9 @@ Options clientOptions(const GlobalOptions& global, std::string url) {
   if (global.logLevel && *global.logLevel != platform::LogLevel::kOff) {
     options.log = passOn;
     options.logLevel = static_cast<varo::LogLevel>(*global.logLevel);
+  }
+  if (auto trace = TraceFile::ofProcess()) {
+    options.onRequest = [trace](const RequestEvent& event) { trace->add(event); };
   }
   return options;
 }

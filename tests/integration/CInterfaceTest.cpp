@@ -367,18 +367,21 @@ struct Reports {
   }
 };
 
-TEST_F(CInterfaceTest, RequestsAreRepeatedAsTheOptionsSay) {
+TEST_F(CInterfaceTest, RequestsAreRepeatedAsTheOptionsSayAndTold) {
   struct Case {
     int attempts;
     std::int64_t budget;
     varo_code listed;
+    std::string told;
+    std::uint64_t memory = 0;
   };
   const Case cases[] = {
-      {0, 0, VARO_OK},
-      {2, 0, VARO_OK},
-      {1, 0, VARO_SERVER},
-      {2, -1, VARO_INVALID_ARGUMENT},
-      {-1, 0, VARO_INVALID_ARGUMENT},
+      {0, 0, VARO_OK, "1 503, 2 200, fileList 0"},
+      {2, 0, VARO_OK, "1 503, 2 200, fileList 0"},
+      {1, 0, VARO_SERVER, "1 503, fileList 10"},
+      {2, -1, VARO_INVALID_ARGUMENT, ""},
+      {-1, 0, VARO_INVALID_ARGUMENT, ""},
+      {1, 0, VARO_INVALID_ARGUMENT, "fileList 2", 1024},
   };
   for (const Case& wanted : cases) {
     server_->clearFaults();
@@ -387,11 +390,27 @@ TEST_F(CInterfaceTest, RequestsAreRepeatedAsTheOptionsSay) {
     options.retry_attempts = wanted.attempts;
     options.retry_first_wait_ms = 1;
     options.retry_budget_ms = wanted.budget;
+    options.memory = wanted.memory;
+    std::string told;
+    options.user = &told;
+    options.on_request = [](void* user, const varo_request_event* event) {
+      EXPECT_EQ(event->error, event->http_status == 503 ? VARO_SERVER : VARO_OK);
+      EXPECT_EQ(std::string(event->method), "GET");
+      EXPECT_GE(event->total_us, event->first_byte_us);
+      EXPECT_GT(event->begun_us, 0);
+      *static_cast<std::string*>(user) +=
+          std::to_string(event->attempt) + " " + std::to_string(event->http_status) + ", ";
+    };
+    options.on_operation = [](void* user, const varo_operation_event* event) {
+      *static_cast<std::string*>(user) +=
+          varo_operation_kind_name(event->kind) + (" " + std::to_string(event->outcome));
+    };
     varo_files* files = nullptr;
     const varo_code created = varo_files_create(&options, &files, nullptr);
     EXPECT_EQ(created == VARO_OK ? endOf(varo_files_list(files, nullptr, 0)).first : created,
               wanted.listed)
         << wanted.attempts;
+    EXPECT_EQ(told, wanted.told);
     varo_files_free(files);
   }
 }

@@ -30,6 +30,48 @@ TEST_F(CliTest, StandardInputGoesUpLikeAFileWithProgressAndATokenThatIsNotPrinte
   EXPECT_TRUE(contentOf(home() + "/Downloads/in.bin") == *settings.input);
 }
 
+TEST_F(CliTest, TraceHasEachRequestAndTheCommandAndNoSecret) {
+  const std::string file = home() + "-trace";
+  const struct {
+    Words words;
+    std::vector<std::string> names;
+  } cases[] = {
+      {{"upload", url(), makeFile("f", 10)}, {"POST", "PUT", "PUT", "varobinary upload"}},
+      {{"list", url()}, {"GET", "varobinary list"}},
+      {{"delete", url(), "--where", "file_name=f", "--dry-run"}, {"GET", "varobinary delete"}},
+      {{"download", url(), "none"}, {"GET", "varobinary download"}},
+  };
+  for (const auto& [words, names] : cases) {
+    Words all{"--trace", file, "--token", "s3cret"};
+    all.insert(all.end(), words.begin(), words.end());
+    const Run traced = run(all);
+    EXPECT_EQ((std::filesystem::status(file).permissions() & std::filesystem::perms::all),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_EQ(contentOf(file).find("s3cret"), std::string::npos);
+    std::istringstream lines(contentOf(file));
+    std::vector<std::string> found;
+    for (std::string line; std::getline(lines, line);) {
+      const Dictionary span = json::parse(line)->dictionaryValue();
+      found.push_back(span["name"].textValue());
+      const bool isCommand = found.back().starts_with("varobinary");
+      EXPECT_EQ(span["parentSpanId"].textValue(), isCommand ? "" : "0000000000000001") << line;
+      EXPECT_GE(span["endTimeUnixNano"].integerValue(), span["startTimeUnixNano"].integerValue());
+      if (isCommand) {
+        const Dictionary attributes = span["attributes"].dictionaryValue();
+        EXPECT_EQ(attributes["process.exit.code"].integerValue(), traced.status) << traced.errors;
+      }
+    }
+    EXPECT_EQ(found, names);
+  }
+  const auto before = sandbox().serviceStats().requests;
+  const Run refused = run({"--json", "--trace", home() + "/none/trace", "list", url()});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(eventsEndingIn("failure", refused).back()["message"].textValue().find("/none/trace"),
+            std::string::npos)
+      << refused.output;
+  EXPECT_EQ(sandbox().serviceStats().requests, before);
+}
+
 TEST_F(CliTest, PeopleReadTheIdOfAnUploadAndAboutTheAttemptsOfAnAcceptedDelete) {
   sandbox().setDeletes({.mode = sandbox::DeleteKind::Mode::kAccepted, .polls = 1});
   const std::string begin = "Uploaded f as ";
