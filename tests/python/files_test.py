@@ -77,6 +77,12 @@ class FilesTest(unittest.TestCase):
         cases = [
             (lambda: self.library.files("ftp://host"), "Options::url"),
             (lambda: self.library.files("http://host", parallel=-1), "Options::parallel"),
+            (lambda: self.library.files("http://host", proxy="http://proxy", proxy_bypass=["a", "b:80"]),
+             "Options::proxy.bypass"),
+            (lambda: self.library.files("http://host", pinned_keys=["sha256//short="]), "Options::tls.pinnedKeys"),
+            (lambda: self.library.files("http://host", user_agent="a\nb"), "Options::userAgent"),
+            (lambda: self.library.files(self.sandbox.ready["url"], token=lambda: 1 / 0).list().result(),
+             "division by zero"),
             (lambda: self.files.upload(b"x").result(), "UploadOptions::name"),
             (lambda: self.files.remove_where({}).result(), "filter is empty"),
         ]
