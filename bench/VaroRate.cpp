@@ -5,9 +5,9 @@
 // Runs so many transfers at once that none ends before, and ends them after SECONDS. Prints the
 // bytes that each has moved by then, in one line.
 
+#include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/CurlHttpTransport.h"
 #include "Platform/Network/HttpCookieStore.h"
-#include "Platform/Foundation/Runtime.h"
 #include "bench/NumberIn.h"
 
 #include <fmt/format.h>
@@ -41,8 +41,8 @@ class Counter final : public platform::BodyReceiver {
 
 platform::HttpRequest request(bool isUpload, const std::string& url,
                               const std::shared_ptr<Counter>& counter, std::uint64_t bytes) {
-  platform::HttpRequest made{isUpload ? platform::HttpMethod::kPut : platform::HttpMethod::kGet,
-                             url, {}, {}, {}};
+  platform::HttpRequest made{
+      isUpload ? platform::HttpMethod::kPut : platform::HttpMethod::kGet, url, {}, {}, {}};
   made.receiver = counter;
   if (!isUpload) return made;
   // The same bytes again and again: the pieces share them.
