@@ -87,7 +87,9 @@ TEST_F(LineTest, ReachesServersThroughEachKindOfProxy) {
     ASSERT_EQ(proxy.asked().size(), 1U);
     EXPECT_THAT(proxy.asked()[0], testing::StartsWith(asked));
     // What is for the server is not for the one that only makes the tunnel.
-    if (asked.starts_with("CONNECT")) EXPECT_THAT(proxy.asked()[0], Not(HasSubstr(kToken)));
+    if (asked.starts_with("CONNECT")) {
+      EXPECT_THAT(proxy.asked()[0], Not(HasSubstr(kToken)));
+    }
     const WireRequest seen = (body == "plain" ? plain_ : secure_).requests().back();
     EXPECT_EQ(seen.header(kToken), kSecret);
     EXPECT_FALSE(seen.header("Proxy-Authorization"));
@@ -136,7 +138,9 @@ TEST_F(LineTest, SaysWhatTheProxyDidNotDoAndNeverThePassword) {
     const Outcome outcome =
         over({.url = proxy, .user = user, .password = hasUser ? kSecret : ""}, url);
     ASSERT_NE(outcome.error, nullptr);
-    if (!failure.empty()) EXPECT_EQ(outcome.failure(), failure) << outcome.text();
+    if (!failure.empty()) {
+      EXPECT_EQ(outcome.failure(), failure) << outcome.text();
+    }
     EXPECT_THAT(outcome.text(), HasSubstr(proxy));
     EXPECT_THAT(outcome.text(), Not(HasSubstr(kSecret)));
     if (outcome.errorCode() < 1000) {
