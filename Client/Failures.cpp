@@ -8,6 +8,7 @@
 #include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
+#include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/RetryPolicy.h"
 #include "Platform/Network/TransportFailure.h"
 
@@ -217,6 +218,12 @@ std::optional<Kind> kindOfOurs(const Dictionary& userInfo) {
   return isOne ? std::optional(static_cast<Kind>(kind)) : std::nullopt;
 }
 
+/// Of a transport that could not read or write a file; none: it was not that.
+std::optional<Kind> kindOfFile(const Dictionary& userInfo) {
+  if (!userInfo.contains(platform::kErrorSystemCodeKey)) return std::nullopt;
+  return kindOfErrno(userInfo[platform::kErrorSystemCodeKey].integerValue());
+}
+
 Kind kindOf(const ToldFailure& told, const Failure& failure) {
   if (const auto ours = kindOfOurs(told.userInfo)) return *ours;
   if (told.cause != nullptr) {
@@ -235,7 +242,10 @@ Kind kindOf(const ToldFailure& told, const Failure& failure) {
                             : kindOfDatabase(told.domain, told.code)) {
     return *kind;
   }
-  if (transport) return kindOf(*transport);
+  if (transport) {
+    const auto& of = told.cause != nullptr ? told.cause->userInfo() : told.userInfo;
+    return kindOfFile(of).value_or(kindOf(*transport));
+  }
   if (failure.httpStatus && *failure.httpStatus >= 400) return kindOfStatus(*failure.httpStatus);
   if (failure.serviceStatus && *failure.serviceStatus != 0) return Kind::kServer;
   if (told.domain == binary::kRetriesExceededErrorDomain) return Kind::kTimeout;

@@ -104,9 +104,11 @@ Outcome<Data> dataFrom(Source source, const std::string& about, RunningBase& han
                        const std::stop_token& stop) {
   Source::Content content = std::move(source).content();
   if (const auto* path = std::get_if<std::filesystem::path>(&content)) {
-    auto data = Data::fromFile(path->string());
-    if (!data) return failureFrom(data.error(), about);
-    return std::move(data).value();
+    auto file = File::openUnchanging(path->string());
+    if (!file) return failureFrom(file.error(), about);
+    const auto size = (*file)->size();
+    if (!size) return failureFrom(size.error(), about);
+    return Data::fromFileRegion(std::move(file).value(), 0, *size);
   }
   if (const auto* read = std::get_if<Source::Read>(&content)) {
     return Spool(*read, about, handle, stop).read();

@@ -6,8 +6,11 @@
 #include "Client/C/Guarded.h"
 #include "Client/Failures.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -152,12 +155,20 @@ void setRetry(const varo_options& given, Retry& retry) {
   const auto set = [](std::int64_t milliseconds, std::chrono::milliseconds& wait) {
     if (milliseconds != 0) wait = std::chrono::milliseconds(milliseconds);
   };
-  if (given.retry_attempts != 0) retry.attempts = given.retry_attempts;
+  if (given.retry_attempts != 0) {
+    using Limits = std::numeric_limits<int>;
+    retry.attempts = static_cast<int>(
+        std::clamp<std::int64_t>(given.retry_attempts, Limits::min(), Limits::max()));
+  }
   set(given.retry_first_wait_ms, retry.firstWait);
   set(given.retry_longest_wait_ms, retry.longestWait);
   set(given.retry_longest_retry_after_ms, retry.longestRetryAfter);
   set(given.retry_budget_ms, retry.budget);
 }
+
+// Where the first version of the structure ended: a smaller member would lie in its padding, of
+// which nobody knows what it holds.
+static_assert(offsetof(varo_options, retry_attempts) % alignof(varo_options) == 0);
 
 static_assert(static_cast<int>(LogLevel::kTrace) + 1 == VARO_LOG_TRACE);
 static_assert(static_cast<int>(LogLevel::kFatal) + 1 == VARO_LOG_FATAL);

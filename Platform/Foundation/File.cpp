@@ -272,6 +272,20 @@ Result<std::shared_ptr<const File>> File::openForReading(const std::string& path
   return std::shared_ptr<const File>(std::move(file).value());
 }
 
+Result<std::shared_ptr<const File>> File::openUnchanging(const std::string& path) {
+  auto file = openRegular(path, O_RDONLY);
+  if (!file) return file.error();
+  (*file)->expected_ = (*file)->stamp();
+  if (!(*file)->expected_) return Error::fromErrno(errno, "Opening", path);
+  return std::shared_ptr<const File>(std::move(file).value());
+}
+
+std::optional<File::Stamp> File::stamp() const noexcept {
+  struct stat status {};
+  if (::fstat(descriptor_, &status) != 0) return std::nullopt;
+  return Stamp{status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
 Result<std::shared_ptr<File>> File::openForWriting(const std::string& path) {
   return openRegular(path, O_RDWR | O_NOFOLLOW);
 }
@@ -313,6 +327,14 @@ Result<std::size_t> File::readAt(std::uint64_t offset, std::span<char> buffer) c
     if (count < 0) return Error::fromErrno(errno, "Reading", path_);
     if (count == 0) break;
     done += static_cast<std::size_t>(count);
+  }
+  // After the read: what changes later is not in these bytes.
+  if (expected_ && stamp() != expected_) {
+    return std::make_shared<const Error>(
+        std::string(kPosixErrorDomain), ESTALE,
+        Dictionary{{std::string(kLocalizedDescriptionKey),
+                    fmt::format("The file {} has changed since it was opened", path_)},
+                   {"path", path_}});
   }
   return done;
 }

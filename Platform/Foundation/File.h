@@ -21,6 +21,10 @@ class File {
   /// another special file EINVAL (opening it never blocks).
   [[nodiscard]] static Result<std::shared_ptr<const File>> openForReading(const std::string& path);
 
+  /// The same for what has to stay as it is while it is read: once the file's size or time of
+  /// modification is another than now, `readAt` fails with ESTALE.
+  [[nodiscard]] static Result<std::shared_ptr<const File>> openUnchanging(const std::string& path);
+
   /// A new file in `directory` that has no name: it is gone with its last owner unless `storeFile`
   /// gives it one. Mode 0600 less the process's umask.
   [[nodiscard]] static Result<std::shared_ptr<File>> createUnnamed(const std::string& directory);
@@ -38,7 +42,8 @@ class File {
   File& operator=(const File&) = delete;
 
   [[nodiscard]] Result<std::uint64_t> size() const;
-  /// Reads until `buffer` is full or the file ends; returns the number of bytes.
+  /// Reads until `buffer` is full or the file ends; returns the number of bytes. Errors: ESTALE,
+  /// see `openUnchanging`.
   [[nodiscard]] Result<std::size_t> readAt(std::uint64_t offset, std::span<char> buffer) const;
   /// Writes all of `bytes`.
   [[nodiscard]] Result<void> writeAt(std::uint64_t offset, std::string_view bytes);
@@ -67,6 +72,11 @@ class File {
 
  private:
   struct Badge {};
+  /// What shows that a file was changed.
+  struct Stamp {
+    std::int64_t size, seconds, nanoseconds;
+    bool operator==(const Stamp&) const = default;
+  };
 
  public:
   File(Badge, int descriptor, std::string path, bool canBeNamed);
@@ -78,9 +88,14 @@ class File {
   [[nodiscard]] static Result<std::shared_ptr<File>> openRegular(const std::string& path,
                                                                  int flags);
 
+  /// Of now; none where it cannot be told.
+  [[nodiscard]] std::optional<Stamp> stamp() const noexcept;
+
   const int descriptor_;
   const std::string path_;
   const bool canBeNamed_;
+  /// That it has to keep; none: any. Set before the file is shared.
+  std::optional<Stamp> expected_;
 };
 
 /// Whether storing waits for the disk.

@@ -69,6 +69,9 @@ ErrorPtr makeTransportError(HttpTransportError code, std::string_view what, cons
   const std::string text = fmt::format("{}: {}", what, cause.localizedDescription());
   Dictionary userInfo{{std::string(kLocalizedDescriptionKey), withUrl(text, url)}};
   userInfo.set(std::string(kErrorPathKey), cause.userInfo()[kErrorPathKey]);
+  if (cause.domain() == kPosixErrorDomain) {
+    userInfo.set(std::string(kErrorSystemCodeKey), cause.code());
+  }
   return make(code, std::move(userInfo), url);
 }
 

@@ -24,6 +24,9 @@ inline constexpr std::string_view kErrorStatusKey = "httpStatusCode";
 /// Key of the user information: the file or directory, where one is to blame.
 inline constexpr std::string_view kErrorPathKey = "path";
 
+/// Key of the user information: the errno of what failed at a file, where it is known.
+inline constexpr std::string_view kErrorSystemCodeKey = "systemCode";
+
 /// Key of the user information: true where no byte of the request has left; missing where some may
 /// have.
 inline constexpr std::string_view kErrorNotSentKey = "notSent";

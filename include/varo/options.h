@@ -118,9 +118,9 @@ struct Options {
   /// before any request that comes later than that; and once more where a server says that those it
   /// was shown are not good any more: then the request is repeated, if there are others now.
   ///
-  /// Called on threads of the library, by one at a time; others wait for the same answer, so it
-  /// must not wait for an operation of the same client. What it throws is a
-  /// `Kind::kUnauthorized`. Empty: nothing is shown.
+  /// Called on threads of the library, once at a time; others wait for the same answer, 5 minutes
+  /// at most. An operation of the same client that is begun in it is a `Kind::kInvalidArgument`.
+  /// What it throws is a `Kind::kUnauthorized`. Empty: nothing is shown.
   std::function<Outcome<Credentials>()> credentials = {};
   /// Further headers of each request to the service.
   std::map<std::string, std::string> headers = {};

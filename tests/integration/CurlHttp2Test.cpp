@@ -1,5 +1,6 @@
 #include "Platform/Foundation/Json.h"
 #include "Platform/Network/NetworkTuning.h"
+#include "Platform/Network/RequestAttempts.h"
 #include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TestCertificate.h"
@@ -102,6 +103,21 @@ TEST_F(CurlHttp2Test, SendsAPostOnceWhereTheStreamIsRefused) {
   EXPECT_EQ(run({HttpMethod::kPost, base_ + "/refuse", {}, {}, {}}).errorCode(), 52);
   EXPECT_EQ(state("refused"), 1);
   EXPECT_EQ(get(base_ + "/refuse").body(), "again");
+}
+
+TEST_F(CurlHttp2Test, RepeatsARequestWhoseStreamBreaks) {
+  const auto settings = std::make_shared<RequestSettings>();
+  settings->retry = RetryPolicy{.attempts = 2, .firstWait = std::chrono::milliseconds(1)};
+  const std::shared_ptr<HttpTransport> transport(std::shared_ptr<void>(), transport_.get());
+  std::promise<Outcome> told;
+  static_cast<void>(sendAttempts(transport, {HttpMethod::kGet, base_ + "/broken", {}, {}, {}},
+                                 settings,
+                                 [&](std::optional<HttpResponse> response, ErrorPtr error) {
+                                   told.set_value({std::move(response), std::move(error)});
+                                 }));
+  const Outcome outcome = told.get_future().get();
+  EXPECT_EQ(outcome.body(), "again") << outcome.text();
+  EXPECT_EQ(state("broken"), 2);
 }
 
 }  // namespace

@@ -152,7 +152,7 @@ TEST_F(FileClientFailureTest, LocalFilesAreNamed) {
   });
   const auto shrunk =
       clientOf({.url = service.url("/services/a")}).upload(Source::file(path("large"))).get();
-  EXPECT_EQ(shrunk.error().kind, Kind::kLocalFile) << shrunk.error().message;
+  EXPECT_EQ(shrunk.error().kind, Kind::kIntegrity) << shrunk.error().message;
   EXPECT_THAT(shrunk.error().message, HasSubstr("large"));
   EXPECT_TRUE(shrunk.error().begun);
 

@@ -107,6 +107,25 @@ TEST_F(FileUploadTest, GoesOnAtTheNextChunkWhateverFailed) {
   }
 }
 
+TEST_F(FileUploadTest, AFileThatChangesUnderWayIsNeverHalfOldAndHalfNew) {
+  writeFile(path("photo"), content_);
+  server_->addFault(
+      {.match = {.path = "/bytes/", .skip = 1, .count = 1}, .action = {.latency = -1ms}});
+  const auto upload = client().upload(Source::file(path("photo")));
+  ASSERT_TRUE(test::eventually([this] { return server_->heldRequests() == 1; }));
+  const auto time = std::filesystem::last_write_time(path("photo"));
+  writeFile(path("photo"), sandbox::sampleBytes(kSize));
+  std::filesystem::last_write_time(path("photo"), time + 1h);
+  server_->clearFaults();
+  const auto failed = upload.get();
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(nameOf(failed.error().kind), nameOf(Kind::kIntegrity));
+  EXPECT_THAT(failed.error().message, HasSubstr("photo has changed since it was opened"));
+  const auto resumed = goOn(failed.error().place->text());
+  ASSERT_FALSE(resumed);
+  EXPECT_THAT(resumed.error().message, HasSubstr("the source has changed since then"));
+}
+
 TEST_F(FileUploadTest, OldPlaceSendsAllChunksAnewAndLostRecordIsAFailure) {
   writeFile(path("photo"), content_);
   std::mutex mutex;

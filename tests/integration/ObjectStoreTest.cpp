@@ -206,6 +206,21 @@ TEST_F(ObjectStoreTest, AFileThatAppearsDuringAGetStays) {
   EXPECT_EQ(contentOf(path("file")), "of somebody else");
 }
 
+TEST_F(ObjectStoreTest, AFileThatChangesDuringAPutInPartsFailsIt) {
+  writeFile(path("file"), sandbox::sampleBytes(11'000'000));
+  server_->addFault(
+      {.match = {.method = "POST", .listener = "store", .count = 1}, .action = {.latency = -1ms}});
+  const auto put = store().put(kKey, Source::file(path("file")), {.partSize = 5_MiB});
+  ASSERT_TRUE(eventually([this] { return server_->heldRequests() == 1; }));
+  std::filesystem::last_write_time(path("file"),
+                                   std::filesystem::last_write_time(path("file")) + 1h);
+  server_->clearFaults();
+  const auto failed = put.get();
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(nameOf(failed.error().kind), nameOf(Kind::kIntegrity));
+  EXPECT_THAT(failed.error().message, HasSubstr("has changed since it was opened"));
+}
+
 TEST_F(ObjectStoreTest, TheBucketMayBeInTheHostAndKeysMayBeTemporary) {
   sandbox::SandboxOptions temporary;
   temporary.objectStore.sessionToken = "to/ken+=";

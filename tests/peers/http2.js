@@ -11,7 +11,9 @@
 //   /slow          64 MiB announced, a piece of 16 KiB at once and one each time that somebody asks for /more
 //   /wait          answers once somebody asks for /go
 //   /refuse        the stream is reset, once; then "again"
-//   /state         {"sent": bytes given out by /slow, "sessions": open, "refused": times asked for /refuse}
+//   /broken        two bytes of five, then the stream is reset, once; then "again"
+//   /state         {"sent": bytes given out by /slow, "sessions": open, "refused": times asked for /refuse,
+//                  "broken": the same of /broken}
 
 const http2 = require('http2');
 const fs = require('fs');
@@ -20,7 +22,7 @@ const [certificate, key] = process.argv.slice(2);
 const piece = Buffer.alloc(16 * 1024, 'x');
 const waiting = [];
 const slow = new Set();
-const state = { sent: 0, sessions: 0, refused: 0 };
+const state = { sent: 0, sessions: 0, refused: 0, broken: 0 };
 
 function sendPiece(stream) {
   stream.write(piece);
@@ -47,6 +49,11 @@ function answer(stream, headers) {
       state.refused += 1;
       if (state.refused === 1) return stream.close(http2.constants.NGHTTP2_REFUSED_STREAM);
       return stream.end('again');
+    case 'broken':
+      state.broken += 1;
+      stream.respond({ ':status': 200, 'content-length': 5 });
+      if (state.broken > 1) return stream.end('again');
+      return stream.write('ag', () => stream.close(http2.constants.NGHTTP2_INTERNAL_ERROR));
     case 'go':
       for (const other of waiting.splice(0)) other.end('late');
       return stream.respond({ ':status': 200 }, { endStream: true });

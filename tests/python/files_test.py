@@ -3,6 +3,7 @@
 import io
 import sys
 import threading
+import time
 import unittest
 
 from sandbox import LIBRARY, Sandbox, varo
@@ -77,6 +78,10 @@ class FilesTest(unittest.TestCase):
         cases = [
             (lambda: self.library.files("ftp://host"), "Options::url"),
             (lambda: self.library.files("http://host", parallel=-1), "Options::parallel"),
+            (lambda: self.library.files("http://host", proxy="http://proxy", proxy_bypass=["a", "b:80"]),
+             "Options::proxy.bypass"),
+            (lambda: self.library.files("http://host", pinned_keys=["sha256//short="]), "Options::tls.pinnedKeys"),
+            (lambda: self.library.files("http://host", user_agent="a\nb"), "Options::userAgent"),
             (lambda: self.files.upload(b"x").result(), "UploadOptions::name"),
             (lambda: self.files.remove_where({}).result(), "filter is empty"),
         ]
@@ -85,6 +90,14 @@ class FilesTest(unittest.TestCase):
                 call()
             self.assertEqual(raised.exception.code, varo.INVALID_ARGUMENT)
             self.assertIn(words, str(raised.exception))
+
+    def test_token_may_come_from_a_function(self):
+        url = self.sandbox.ready["url"]
+        with self.library.files(url, token=lambda: ("sesame", time.time() + 3600)) as files:
+            self.assertEqual(files.list().result(), [])
+        with self.library.files(url, token=lambda: 1 / 0) as files, self.assertRaises(varo.Failure) as raised:
+            files.list().result()
+        self.assertIn("division by zero", str(raised.exception))
 
 
 if __name__ == "__main__":

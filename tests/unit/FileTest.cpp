@@ -4,7 +4,10 @@
 #include "tests/support/TemporaryDirectory.h"
 
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
+#include <filesystem>
+#include <functional>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -249,6 +252,30 @@ TEST(PathTest, NameThroughALinkLeavesTheDirectory) {
   EXPECT_TRUE(staysInDirectory(directory.path(), "missing/file"));
   EXPECT_FALSE(staysInDirectory(directory.path(), "folder/link/file"));
   EXPECT_FALSE(staysInDirectory(directory.path(), "../file"));
+}
+
+TEST(FileTest, AFileThatHasToStayAsItIsIsReadNoMoreOnceItHasChanged) {
+  const TemporaryDirectory directory;
+  const std::string path = directory / "file";
+  const std::function<void()> changes[] = {
+      [&path] {
+        const auto time = std::filesystem::last_write_time(path);
+        std::filesystem::last_write_time(path, time + std::chrono::hours(1));
+      },
+      [&path] { EXPECT_EQ(::truncate(path.c_str(), 600), 0); },
+      [&path] { EXPECT_EQ(::truncate(path.c_str(), 2000), 0); },
+  };
+  std::string bytes(500, '\0');
+  for (const auto& change : changes) {
+    writeFile(path, sampleBytes(1000));
+    const auto file = File::openUnchanging(path).value();
+    EXPECT_EQ(file->readAt(0, bytes).value(), 500U);
+    change();
+    EXPECT_EQ(file->readAt(0, bytes).error()->code(), ESTALE);
+  }
+  const auto replaced = File::openUnchanging(path).value();
+  ASSERT_EQ(::unlink(path.c_str()), 0);
+  EXPECT_EQ(replaced->readAt(0, bytes).value(), 500U) << "its bytes are the same";
 }
 
 TEST(DataTest, ReadsAndSlicesAlikeFromMemoryAndFile) {

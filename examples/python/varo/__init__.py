@@ -18,6 +18,7 @@ import ctypes
 import itertools
 from ctypes import POINTER, byref, c_char_p, c_void_p
 from dataclasses import dataclass
+from pathlib import PurePath
 
 from .c import BLOB, CREDENTIALS, DONE, FREE, FUNCTIONS, PROGRESS, READ, WRITE, BlobService, DownloadOptions, \
     FailureView, Options, RefView, UploadOptions, entries, values
@@ -158,12 +159,42 @@ class Client:
     __del__ = close
 
 
+# Options that are lists of texts, and where their lengths stand.
+_LISTS = {"proxy_bypass": "proxy_bypass_count", "pinned_keys": "pinned_key_count"}
+
+
+def set_option(given, name, value):
+    """Sets a member of varo_options from a text, a path, a list of texts or a number."""
+    if name in _LISTS:
+        setattr(given, _LISTS[name], len(value))
+        value = (c_char_p * len(value))(*map(text, value))
+    elif isinstance(value, (str, PurePath)):
+        value = text(value)
+    setattr(given, name, value)
+
+
+def tell_credentials(library, token, credentials):
+    """Answers a varo_credentials_fn. No exception may leave it: ctypes would take that for a success."""
+    try:
+        shown = token() if callable(token) else token
+        shown, expires = shown if isinstance(shown, tuple) else (shown, None)
+        if expires is not None:
+            library.varo_credentials_set_expires(credentials, int(expires * 1000))
+        return library.varo_credentials_set_token(credentials, text(shown))
+    except Exception as reason:  # pylint: disable=broad-except
+        library.varo_credentials_refuse(credentials, text(reason))
+        return INVALID_ARGUMENT
+
+
 def options_with(library, url, token, options):
-    """The options of a client."""
-    given = Options(url=text(url), **options)
+    """The options of a client. `token` is a text, or a function that gives one, or one and the time in seconds since
+    1970 when it expires."""
+    given = Options(url=text(url))
+    for name, value in options.items():
+        set_option(given, name, value)
     if token is None:
         return given
-    answer = CREDENTIALS(lambda _, credentials: library.varo_credentials_set_token(credentials, text(token)))
+    answer = CREDENTIALS(lambda _, credentials: tell_credentials(library, token, credentials))
     given.credentials, given.user, given.free_user = answer, next(_numbers), _let_go
     _kept[given.user] = answer
     return given

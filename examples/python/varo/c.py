@@ -100,8 +100,14 @@ class Options(Sized):
                 ("ca_file", c_char_p), ("chunk_size", c_uint64), ("parallel", c_int),
                 ("connect_timeout_ms", c_int64), ("stall_timeout_ms", c_int64), ("credentials", CREDENTIALS),
                 ("user", c_void_p), ("free_user", FREE), ("log", LOG), ("log_level", c_int),
-                ("retry_attempts", c_int), ("retry_first_wait_ms", c_int64), ("retry_longest_wait_ms", c_int64),
-                ("retry_longest_retry_after_ms", c_int64), ("retry_budget_ms", c_int64)]
+                ("retry_attempts", c_int64), ("retry_first_wait_ms", c_int64), ("retry_longest_wait_ms", c_int64),
+                ("retry_longest_retry_after_ms", c_int64), ("retry_budget_ms", c_int64),
+                ("proxy", c_char_p), ("proxy_user", c_char_p), ("proxy_password", c_char_p),
+                ("proxy_bypass", POINTER(c_char_p)), ("proxy_bypass_count", c_size_t),
+                ("proxy_from_environment", c_int), ("minimum_tls", c_int), ("ca_directory", c_char_p),
+                ("client_certificate", c_char_p), ("client_key", c_char_p), ("client_key_password", c_char_p),
+                ("pinned_keys", POINTER(c_char_p)), ("pinned_key_count", c_size_t), ("bytes_per_second", c_uint64),
+                ("user_agent", c_char_p)]
 
 
 class BlobService(Sized):
@@ -129,6 +135,8 @@ FUNCTIONS = {
     "varo_shut_down": [c_int, c_int64],
     "varo_failure_free": [None, POINTER(FailureView)],
     "varo_credentials_set_token": [c_int, c_void_p, c_char_p],
+    "varo_credentials_set_expires": [c_int, c_void_p, c_int64],
+    "varo_credentials_refuse": [c_int, c_void_p, c_char_p],
     "varo_files_create": [c_int, POINTER(Options), POINTER(c_void_p), POINTER(POINTER(FailureView))],
     "varo_files_free": [None, c_void_p],
     "varo_files_upload_path": [c_void_p, c_void_p, c_char_p, POINTER(UploadOptions)],

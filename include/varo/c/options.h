@@ -25,8 +25,8 @@ VARO_API varo_code varo_credentials_refuse(varo_credentials* credentials, const 
 
 /// Asked when an operation begins, before a request that comes after the credentials have expired,
 /// and once more where a server turns them away. On threads of the library, one at a time: others
-/// wait for the same answer, so it must not wait for an operation of the same client. Returns 0;
-/// anything else fails the operation with `VARO_UNAUTHORIZED`.
+/// wait for the same answer, and an operation of the same client that is begun in it fails. Returns
+/// 0; anything else fails the operation with `VARO_UNAUTHORIZED`.
 typedef int (*varo_credentials_fn)(void* user, varo_credentials* credentials);
 
 /// Frees what `user` points to.
@@ -179,7 +179,7 @@ typedef struct varo_options {
   varo_log_level log_level;
   /// How often a request is sent that fails for the moment, where a repeat does no harm. 0: 5; 1:
   /// never again.
-  int retry_attempts;
+  int64_t retry_attempts;
   /// The wait before the second attempt is drawn between nothing and this; it doubles with each
   /// further one, up to the longest. In milliseconds. 0: 500 ms, and 30 s.
   int64_t retry_first_wait_ms;
