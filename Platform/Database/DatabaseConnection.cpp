@@ -246,10 +246,9 @@ void DatabaseConnection::writeTogetherLocked(const std::vector<Write*>& writes) 
   if (const auto begun = runLocked("BEGIN IMMEDIATE"); !begun) return failAll(begun.error());
   for (const Write* const write : writes) {
     outcomes.push_back(executeLocked(write->statement));
-    // A statement that fails takes back its own changes, but some failures and some of the
-    // application's triggers take back the others', too.
-    if (sqlite3_get_autocommit(database_.get()) != 0) return;
-    if (!outcomes.back() && !survives(outcomes.back().error()->code())) return;
+    // It may fail only because it is not alone (VACUUM), and some failures and some of the
+    // application's triggers take back the others' changes, too.
+    if (!outcomes.back() || sqlite3_get_autocommit(database_.get()) != 0) return;
   }
   if (const auto committed = runLocked("COMMIT"); !committed) return failAll(committed.error());
   // Nothing from here on may fail, or what is committed would be executed again.
