@@ -28,7 +28,8 @@ def floors(layer, names, others):
 # Folder -> what its files may include besides the folder itself. All rules count that fit a file, so a folder
 # can only narrow what its parent says.
 # Of the typed client what tells of failures and stores files: the commands on the classes below it say and do the same.
-CLI_USES = ("include/varo/", "Client/Failures.h", "Client/FileDestination.h", "Binary/", "Sandbox/", "Platform/")
+CLI_USES = ("include/varo/", "Client/BlobStates.h", "Client/Failures.h", "Client/FileDestination.h",
+            "Client/FileRecords.h", "Binary/", "Sandbox/", "Platform/")
 
 MAY = {
     "Platform/": (),
