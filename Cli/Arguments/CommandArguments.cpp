@@ -36,6 +36,10 @@ void CommandArguments::text(const std::string& name, std::optional<std::string>&
                                         [&target](const std::string& value) { target = value; });
 }
 
+void CommandArguments::words(const std::string& name, std::vector<std::string>& target) {
+  app_.add_option(name, target)->required();
+}
+
 void CommandArguments::flag(const std::string& name, bool& target) { app_.add_flag(name, target); }
 
 void CommandArguments::taken(const std::string& name,

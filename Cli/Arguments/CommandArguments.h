@@ -38,6 +38,8 @@ class CommandArguments {
 
   void text(const std::string& name, std::string& target, Presence presence = Presence::kOptional);
   void text(const std::string& name, std::optional<std::string>& target);
+  /// An argument with a place that may be given several times; at least once.
+  void words(const std::string& name, std::vector<std::string>& target);
   void flag(const std::string& name, bool& target);
   /// A value that `parse` makes of the text, or refuses with a `Result`'s error.
   template <typename Target, typename Parse>

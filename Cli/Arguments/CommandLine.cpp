@@ -3,6 +3,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Cli/Arguments/Arguments.h"
 #include "Cli/Arguments/CommandArguments.h"
+#include "Cli/Arguments/ConnectionArguments.h"
 #include "Cli/Arguments/HelpText.h"
 #include "Cli/Arguments/OptionValues.h"
 #include "Cli/Arguments/Suggestion.h"
@@ -112,9 +113,7 @@ void Parser::defineGlobal() {
   arguments.exclude("--token-file", "--token");
   arguments.parsed("--policy", global_.policy, parsePolicy);
   arguments.choices("--policy", {"safe", "compatible"});
-  arguments.text("--cacert", global_.caFile);
-  arguments.parsed("--connect-timeout", global_.connectTimeout, parseSeconds);
-  arguments.parsed("--stall-timeout", global_.stallTimeout, parseSeconds);
+  declareConnection(arguments, global_.connection);
   arguments.parsed("--parallel", global_.parallel, parseParallel);
   arguments.text("--trace", global_.traceFile);
   arguments.parsed("--log-level", global_.logLevel, parseLogLevel);
@@ -240,6 +239,7 @@ ParsedCommandLine Parser::parse(std::vector<std::string> arguments,
     if (const auto complaint = complaintAboutRest())
       return {std::nullopt, usage(*complaint, messages)};
     addToken(tokenVariable);
+    completeConnection(global_.connection);
   } catch (const CLI::Success& help) {
     return {std::nullopt, app_.exit(help, results, messages)};
   } catch (const CLI::ParseError& error) {

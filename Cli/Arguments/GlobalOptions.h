@@ -1,10 +1,10 @@
 #pragma once
 
 #include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Cli/Arguments/ConnectionArguments.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/Logging/LogSink.h"
 
-#include <chrono>
 #include <optional>
 #include <string>
 
@@ -31,11 +31,7 @@ struct GlobalOptions {
   /// The options dictionary of an operation.
   platform::Dictionary options;
   binary::TransferPolicy policy = binary::TransferPolicy::kSafe;
-  /// PEM file of certificates to trust; empty: the system's only.
-  std::string caFile;
-  /// None: the library's defaults.
-  std::optional<std::chrono::milliseconds> connectTimeout;
-  std::optional<std::chrono::milliseconds> stallTimeout;
+  Connection connection;
   /// Transfers at once where a command has several.
   int parallel = 5;
   /// Where the spans of the requests go; empty: nowhere.

@@ -37,9 +37,30 @@ Global options, before or after the command:
                           true, false and whole numbers are typed, the rest is text
   --policy P              safe: whatever could lose data is an error (default)
                           compatible: behave as existing back ends and clients expect
-  --cacert FILE           trust the certificates (PEM) in FILE as well
   --connect-timeout S     seconds until a connection stands (default 30)
   --stall-timeout S       seconds without a byte moving (default 60)
+  --retry N               send what fails for the moment up to N times more, where that does no
+                          harm (default 3, with --policy compatible 0)
+  --retry-max-time S      seconds that an operation waits for that altogether (default 300),
+                          and that a service may ask it to wait (default 60)
+  --limit-rate RATE       bytes in a second at most, such as 200K
+  --proxy URL             go through the proxy [http|https|socks5|...://][USER[:PASSWORD]@]HOST.
+                          Others can see a password here in the list of processes: prefer
+                          the next option or VARO_PROXY_PASSWORD
+  --proxy-password-file FILE
+                          take the password of USER from the first line of FILE
+  --proxy-env             go through the proxies that http_proxy, https_proxy, all_proxy and
+                          no_proxy name
+  --cacert FILE           trust the certificates (PEM) in FILE as well
+  --cert FILE             show this certificate (PEM) to services that ask who connects
+  --cert-key, --key FILE  its private key (PEM), where it is not in the same file. Behind a
+                          'blob' command --key is of the record: put this one before it
+  --key-password-file FILE
+                          take the password of that key from the first line of FILE (or from
+                          VARO_KEY_PASSWORD)
+  --pinned-key SHA256     accept only https servers with this public key, the Base64 of its
+                          digest; may be repeated
+  --user-agent TEXT       the header "User-Agent"
   --parallel N            transfers at once, where a command has several (default 5)
   --trace FILE            write each request as a span, one JSON object a line, into FILE
   --log-level L           trace, debug, info, warning (default), error, fatal or off; on
@@ -55,6 +76,8 @@ Environment:
   VARO_TOKEN              the authorization token, where no option gives one
   VARO_ENDPOINT, VARO_REGION, VARO_ACCESS_KEY, VARO_SECRET_KEY, VARO_SESSION_TOKEN
                           an object store and its keys, likewise
+  VARO_PROXY_PASSWORD, VARO_KEY_PASSWORD
+                          passwords of the proxy and of the key, likewise
   NO_COLOR                set to anything: no colours
 
 Exit status: 0 success, 1 the operation failed, 2 wrong usage, 130 interrupted.

@@ -28,6 +28,8 @@ namespace {
 /// A day; more is a slip of the pen.
 constexpr double kLongestTimeout = 86'400;
 constexpr int kMostParallel = 64;
+/// With the first attempt a hundred, which is the library's limit.
+constexpr int kMostRetries = 99;
 /// Far more than any configuration; keeps a wrong file from being read whole.
 constexpr std::size_t kLargestJson = std::size_t{4} * 1024 * 1024;
 
@@ -96,6 +98,12 @@ Result<int> parseParallel(const std::string& text) {
   return usageError(fmt::format("'{}' is not a number from 1 to {}", text, kMostParallel));
 }
 
+Result<int> parseRetries(const std::string& text) {
+  const auto number = platform::parseInteger(text);
+  if (number && *number >= 0 && *number <= kMostRetries) return static_cast<int>(*number);
+  return usageError(fmt::format("'{}' is not a number from 0 to {}", text, kMostRetries));
+}
+
 Result<IfExists> parseIfExists(const std::string& text) {
   const auto* name = std::find(kIfExistsNames.begin(), kIfExistsNames.end(), text);
   // In the order of the enumeration.
@@ -106,6 +114,13 @@ Result<IfExists> parseIfExists(const std::string& text) {
 Result<std::int64_t> parseChunkSize(const std::string& text) {
   if (const auto size = parseByteCount(text)) return *size;
   return usageError(fmt::format("'{}' is not a positive size", text));
+}
+
+Result<std::int64_t> parsePartSize(const std::string& text) {
+  constexpr std::int64_t kMiB = std::int64_t{1} << 20;
+  const auto size = parseByteCount(text);
+  if (size && *size >= 5 * kMiB && *size <= 5 * 1024 * kMiB) return *size;
+  return usageError(fmt::format("'{}' is not a size from 5M to 5G", text));
 }
 
 Result<Dictionary> readJsonFile(const std::string& path) {

@@ -29,6 +29,8 @@ namespace varo::cli {
 [[nodiscard]] platform::Result<std::string> parseBaseUrl(const std::string& text);
 /// How many transfers may run at once.
 [[nodiscard]] platform::Result<int> parseParallel(const std::string& text);
+/// How often a request is repeated; 0 for never.
+[[nodiscard]] platform::Result<int> parseRetries(const std::string& text);
 /// fail, replace, keep or number.
 [[nodiscard]] platform::Result<IfExists> parseIfExists(const std::string& text);
 /// What `parseIfExists` takes.
@@ -36,6 +38,8 @@ inline constexpr std::array<std::string_view, 4> kIfExistsNames{"fail", "replace
                                                                 "number"};
 /// Bytes; see `parseByteCount`.
 [[nodiscard]] platform::Result<std::int64_t> parseChunkSize(const std::string& text);
+/// The size of a part of an upload to a store, 5 MiB to 5 GiB.
+[[nodiscard]] platform::Result<std::int64_t> parsePartSize(const std::string& text);
 
 /// What ends the options: words behind it are arguments, whatever they begin with.
 inline constexpr std::string_view kEndOfOptions = "--";

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <string_view>
 
@@ -16,6 +18,15 @@ namespace {
 
 constexpr std::string_view kScheme = "s3://";
 constexpr std::string_view kUsualRegion = "us-east-1";
+
+/// As stores have it; `S3::bucket`.
+constexpr std::size_t kShortestBucket = 3;
+constexpr std::size_t kLongestBucket = 63;
+
+bool isOfBucket(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+         c == '.' || c == '_';
+}
 
 void complete(std::string& value, const char* variable) {
   const char* given = std::getenv(variable);
@@ -32,11 +43,20 @@ Result<StoreAddress> parseStoreAddress(const std::string& text) {
   if (bucket.empty()) {
     return usageError(fmt::format("'{}' is not of the form s3://BUCKET/KEY", text));
   }
+  if (bucket.size() < kShortestBucket || bucket.size() > kLongestBucket ||
+      !std::all_of(bucket.begin(), bucket.end(), isOfBucket)) {
+    return usageError(fmt::format(
+        "'{}' is no name of a bucket: 3 to 63 letters, digits, '-', '.' and '_'", bucket));
+  }
   return StoreAddress{bucket, slash == std::string::npos ? "" : rest.substr(slash + 1)};
 }
 
 void declareStore(CommandArguments& arguments, StoreArguments& store, Presence presence) {
   arguments.parsed("ADDRESS", store.address, parseStoreAddress, presence);
+  declareStoreOptions(arguments, store);
+}
+
+void declareStoreOptions(CommandArguments& arguments, StoreArguments& store) {
   arguments.parsed("--endpoint", store.endpoint, parseStoreUrl);
   arguments.text("--region", store.region);
   arguments.text("--access-key", store.accessKey);

@@ -38,6 +38,9 @@ enum class NeedsKey { kNo, kYes };
 void declareStore(CommandArguments& arguments, StoreArguments& store,
                   Presence presence = Presence::kRequired);
 
+/// The same without the argument.
+void declareStoreOptions(CommandArguments& arguments, StoreArguments& store);
+
 /// Takes from the environment what no option gives, and refuses what is missing then. To be called
 /// when the arguments have their values.
 void completeStore(const std::string& command, StoreArguments& store, NeedsKey needsKey);

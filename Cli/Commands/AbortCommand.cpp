@@ -48,7 +48,7 @@ int run(Session& session, const AbortOptions& options) {
       [&](const Session::Blocks& blocks) {
         BinaryFileStorageInterface::abortWithUrl(options.url, options.fileId, {}, global.headers,
                                                  blocks.onSuccess, blocks.onFailure,
-                                                 global.options);
+                                                 session.operationOptions());
       },
       {.success =
            [&](const Dictionary&) {

@@ -1,5 +1,6 @@
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Cli/Arguments/Arguments.h"
@@ -89,6 +90,7 @@ Dictionary configOf(Session& session, const BlobDownloadOptions& options) {
     config.set(binary::kVaroAuthorization, header.value);
   }
   config.set(binary::kDownloadHeaders, headers);
+  config.set(binary::kOperationSettings, binary::OperationSettings::value(session.settings()));
   Output& output = session.output();
   config.set(binary::kOnChunkDownloadCompleted,
              std::make_shared<binary::OnChunkDownloadCompleted>(

@@ -174,11 +174,11 @@ int run(Session& session, const DeleteOptions& options) {
                            if (options.fileId) {
                              BinaryFileStorageInterface::deleteWithUrl(
                                  options.url, options.fileId, {}, global.headers, blocks.onSuccess,
-                                 blocks.onFailure, global.options);
+                                 blocks.onFailure, session.operationOptions());
                            } else {
                              BinaryFileStorageInterface::deleteByCriteria(
                                  options.url, options.where, global.headers, blocks.onSuccess,
-                                 blocks.onFailure, global.options);
+                                 blocks.onFailure, session.operationOptions());
                            }
                          },
                          {.success =

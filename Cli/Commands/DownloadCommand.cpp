@@ -1,3 +1,4 @@
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
@@ -7,6 +8,7 @@
 #include "Cli/Arguments/OutputArguments.h"
 #include "Cli/Run/ClientRun.h"
 #include "Cli/Run/OutputSink.h"
+#include "Cli/Run/ReceiveMeter.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Terminal/ByteFormat.h"
 #include "Cli/Terminal/TerminalText.h"
@@ -20,6 +22,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -238,15 +241,25 @@ int run(Session& session, const DownloadOptions& options) {
   if (const auto directory = downloadsDirectory(); !directory) {
     return session.finish(failed(directory.error()));
   }
+  const auto settings = session.settings();
+  // The library reports no bytes of a file on its way.
+  const auto count = std::make_shared<ByteCount>();
+  settings->transport = std::make_shared<ReceiveMeter>(settings->transport, count);
   return session.perform(
       "Downloading " + options.fileId,
       [&](const Session::Blocks& blocks) {
-        BinaryFileStorageInterface::downloadWithURL(options.url, parametersOf(session, options),
-                                                    blocks.onSuccess, blocks.onFailure,
-                                                    blocks.onProgress, session.options().options);
+        BinaryFileStorageInterface::downloadWithURL(
+            options.url, parametersOf(session, options), blocks.onSuccess, blocks.onFailure,
+            blocks.onProgress, session.operationOptions(settings));
       },
       {.success = [&](const Dictionary& result) { return describe(result, start); },
-       .about = about});
+       .about = about},
+      [&, told = std::uint64_t{0}]() mutable {
+        const std::uint64_t done = count->done;
+        if (std::exchange(told, done) == done) return;
+        session.output().chunk(options.fileId, static_cast<std::int64_t>(done),
+                               static_cast<std::int64_t>(count->total));
+      });
 }
 
 }  // namespace

@@ -177,7 +177,7 @@ int run(Session& session, const ListOptions& options) {
       [&](const Session::Blocks& blocks) {
         BinaryFileStorageInterface::getFilesWithUrl(options.url, criteria,
                                                     session.options().headers, blocks.onSuccess,
-                                                    blocks.onFailure, session.options().options);
+                                                    blocks.onFailure, session.operationOptions());
       },
       {.success =
            [](const Dictionary& result) {

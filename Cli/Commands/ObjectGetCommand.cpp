@@ -129,7 +129,7 @@ void download(Session& session, const ObjectGetOptions& options, const Session::
       blocks.guarded([blocks](const std::string&, const ErrorPtr& error, const Value&) {
         blocks.onFailure(error);
       }),
-      objectOptions(session.options(), options.options));
+      objectOptions(session, options.options, session.settings()));
 }
 
 std::uint64_t sizeOf(const std::string& path) {

@@ -1,6 +1,7 @@
 #include "Binary/Binary/BinaryDataManager/OnlineBinaryUploadManager.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/UploadTask/UploadKeys.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Cli/Arguments/Command.h"
 #include "Cli/Arguments/CommandArguments.h"
@@ -8,6 +9,7 @@
 #include "Cli/Commands/ObjectRequest.h"
 #include "Cli/Commands/StoreRequest.h"
 #include "Cli/Failures/ObjectFailure.h"
+#include "Cli/Run/ReceiveMeter.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Run/StandardInput.h"
 #include "Cli/Terminal/ByteFormat.h"
@@ -19,6 +21,7 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -104,7 +107,7 @@ std::string describe(const std::string& path, const Dictionary& result) {
 void declare(CommandArguments& arguments, ObjectPutOptions& options) {
   declareStore(arguments, options.store, Presence::kOptional);
   arguments.text("--content-type", options.contentType);
-  arguments.parsed("--part-size", options.partSize, parseChunkSize);
+  arguments.parsed("--part-size", options.partSize, parsePartSize);
   arguments.parsed("--config", options.config, readJsonFile);
   arguments.text("--file", options.file);
   arguments.parsed("--options", options.options, readJsonFile);
@@ -136,6 +139,15 @@ int run(Session& session, const ObjectPutOptions& options) {
   Output& output = session.output();
   output.begin(path.empty() ? "object"
                             : printable(std::filesystem::path(path).filename().string()));
+  const auto settings = session.settings();
+  const auto count = std::make_shared<ByteCount>();
+  std::error_code unknown;
+  const std::uintmax_t size =
+      std::filesystem::file_size(config[binary::kFilePath].textValue(), unknown);
+  if (!unknown) count->total = size;
+  // Of each request; that for the template is small.
+  settings->onSent = [count](std::uint64_t sent) { count->done = sent; };
+  const auto tick = [&] { output.moved(count->done, count->total); };
   const auto start = [&](const Session::Blocks& blocks) {
     OnlineBinaryUploadManager::sharedInstance()->createAndStartOnlineUploadTaskFor(
         config, [&output](const std::string& id, const Value&) { output.started(id); }, {},
@@ -151,10 +163,10 @@ int run(Session& session, const ObjectPutOptions& options) {
         blocks.guarded([blocks, copy](const std::string&, const Value& error, const Value&) {
           blocks.onFailure(error);
         }),
-        objectOptions(session.options(), options.options));
+        objectOptions(session, options.options, settings));
   };
   return session.finish(
-      session.await(start, {}, Session::Ending::kIsTold),
+      session.await(start, {}, Session::Ending::kIsTold, tick),
       {.success = [&](const Dictionary& result) { return describe(path, result); },
        .failure = describeObjectFailure,
        .about = {path, config["URL"].textValue()}});

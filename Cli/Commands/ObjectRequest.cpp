@@ -4,6 +4,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Cli/Arguments/Arguments.h"
 #include "Cli/Arguments/GlobalOptions.h"
+#include "Cli/Run/Session.h"
 #include "Platform/Foundation/Text.h"
 
 namespace varo::cli {
@@ -25,8 +26,10 @@ Dictionary objectConfiguration(const GlobalOptions& global, Dictionary config) {
   return config;
 }
 
-Dictionary objectOptions(const GlobalOptions& global, Dictionary fromFile) {
-  fromFile.addEntries(global.options);
+Dictionary objectOptions(const Session& session, Dictionary fromFile,
+                         const std::shared_ptr<binary::OperationSettings>& settings) {
+  const GlobalOptions& global = session.options();
+  fromFile.addEntries(session.operationOptions(settings));
   if (global.token) fromFile.set(binary::kVaroAuthorization, *global.token);
   return fromFile;
 }

@@ -105,6 +105,7 @@ Dictionary resultOf(const ObjectInfo& info) {
 
 FailureText describeStoreFailure(const Value& failure) {
   FailureText text = describeFailureOf(Topic::kObject, failure);
+  if (isAboutProxy(text)) return text;
   if (text.facts.kind == nameOf(Kind::kUnauthorized)) {
     text.hint =
         "Check --access-key, its secret (--secret-key-file, VARO_SECRET_KEY) and --region, and the "
@@ -138,6 +139,7 @@ int getFromStore(Session& session, const StoreArguments& store,
 int putToStore(Session& session, StoreArguments store, const StorePut& put) {
   std::optional<InputCopy> copy;
   std::string path = put.file;
+  const std::string name = put.file == kStandardInput ? "standard input" : put.file;
   if (put.file == kStandardInput) {
     auto made = InputCopy::make(STDIN_FILENO, session.interrupts());
     if (session.interrupts().raised()) return session.finish({Outcome::Kind::kInterrupted, {}});
@@ -165,7 +167,7 @@ int putToStore(Session& session, StoreArguments store, const StorePut& put) {
                                             printable(store.address.text()), sizeIn(result));
                                       },
                                   .failure = describeStoreFailure,
-                                  .about = {put.file, store.address.text(), store.endpoint}});
+                                  .about = {name, store.address.text(), store.endpoint}});
 }
 
 }  // namespace varo::cli

@@ -60,7 +60,7 @@ int run(Session& session, const UpdateOptions& options) {
                          [&](const Session::Blocks& blocks) {
                            BinaryFileStorageInterface::updateWithUrl(
                                options.url, parameters, blocks.onSuccess, blocks.onFailure,
-                               session.options().options);
+                               session.operationOptions());
                          },
                          {.success = [&](const Dictionary&) { return describe(options); },
                           .about = {options.fileId, options.url}});

@@ -46,9 +46,14 @@ std::optional<Gap> findGap(const BlobRecord& record) {
   }
   const auto rows = SQLiteUtil::queryDataForDatabase(path, record.table, record.keys);
   if (!rows) {
-    return Gap{fmt::format("the table '{}' of {} cannot be read", record.table, path),
-               "Check --table and the names in --key; --log-level error shows what is wrong."};
+    return Gap{
+        fmt::format("the table '{}' of {} cannot be read", record.table, path),
+        record.keys.empty()
+            ? "Check --table; --log-level error shows what is wrong."
+            : "Check --table and the names in --key; --log-level error shows what is wrong."};
   }
+  // A whole table may be empty.
+  if (rows->empty() && record.keys.empty()) return std::nullopt;
   if (rows->empty()) {
     return Gap{
         fmt::format("no record in the table '{}' of {} has {}", record.table, path, record.pairs()),
@@ -116,7 +121,7 @@ FailureText describeBlobFailure(const BlobRecord& record, const Value& failure) 
   if (error == nullptr) return text;
   if (error->domain() == binary::kDownloadTaskError) {
     addDownloadFailure(error->userInfo(), text);
-  } else if (isNotFound(*error)) {
+  } else if (isNotFound(*error) || record.keys.empty()) {
     if (auto gap = findGap(record)) {
       text.message = std::move(gap->message);
       text.hint = std::move(gap->hint);

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <memory>
+#include <utility>
 
 namespace varo::cli {
 
@@ -64,9 +65,18 @@ ErrorPtr errorOf(const Failure& failure) {
       isOwn ? kCodeFoundByClient : failure.cause.code, std::move(details));
 }
 
+ErrorPtr commandError(std::int64_t code, std::string message, std::string kind, bool isRetryable) {
+  return std::make_shared<const platform::Error>(
+      std::string(kCommandLineErrorDomain), code,
+      Dictionary{{std::string(platform::kLocalizedDescriptionKey), std::move(message)},
+                 {kKind, std::move(kind)},
+                 {kRetryable, isRetryable}});
+}
+
 FailureFacts factsOf(const Value& failure) {
   const ErrorPtr error = failure.error();
-  if (error != nullptr && error->domain() == kCommandLineErrorDomain) {
+  const bool isOwn = error != nullptr && error->domain() == kCommandLineErrorDomain;
+  if (isOwn && !error->userInfo().contains(kKind)) {
     return factsOf(detail::failureOf(kindOfOwn(error->code()), {}));
   }
   if (error == nullptr || !error->userInfo().contains(kKind)) {

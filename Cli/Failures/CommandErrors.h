@@ -19,8 +19,15 @@ inline constexpr std::int64_t kCodeExceptionThrown = 4;
 inline constexpr std::int64_t kCodeSeveralFiles = 5;
 /// Whoever was asked did not want it.
 inline constexpr std::int64_t kCodeNotConfirmed = 6;
+
+/// Of several things some could not be moved; each was told.
+inline constexpr std::int64_t kCodeSomeFailed = 7;
+/// A check of `doctor` has found something wrong.
+inline constexpr std::int64_t kCodeCheckFailed = 8;
+/// A file has a name that the service cannot note.
+inline constexpr std::int64_t kCodeUnusableName = 9;
 /// The file of `--trace` cannot be made.
-inline constexpr std::int64_t kCodeTraceNotOpened = 7;
+inline constexpr std::int64_t kCodeTraceNotOpened = 10;
 
 inline constexpr std::string_view kClientErrorDomain = "Client";
 /// What the typed client has found itself; "kind" tells what it was.

@@ -9,6 +9,7 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Network/TransportFailure.h"
+#include "varo/failure.h"
 
 #include <fmt/format.h>
 
@@ -80,8 +81,20 @@ FailureText describeFailureOf(Topic topic, const Value& failure) {
   FailureText text{told.domain, told.code, message, {}, factsOf(failure)};
   addHint(topic, told.userInfo, text);
   if (told.cause != nullptr) addHintOfCause(topic, *told.cause, text);
+  if (isAboutProxy(text)) {
+    text.hint = hintFor(topic, text.facts.kind == nameOf(Kind::kUnauthorized)
+                                   ? platform::TransportFailure::kProxyRefused
+                                   : platform::TransportFailure::kProxyNotReached);
+  }
   if (text.hint.empty()) text.hint = hintForKind(topic, text.facts.kind);
   return text;
+}
+
+bool isAboutProxy(const FailureText& text) {
+  const auto says = [&](std::string_view words) {
+    return text.message.find(words) != std::string::npos;
+  };
+  return says("The proxy ") && !says("could not reach the server");
 }
 
 }  // namespace varo::cli

@@ -41,4 +41,7 @@ struct FailureText {
 /// The same with the hint for `topic`.
 [[nodiscard]] FailureText describeFailureOf(Topic topic, const platform::Value& failure);
 
+/// Whether the proxy was what failed, which no kind of failure says: only the library's words do.
+[[nodiscard]] bool isAboutProxy(const FailureText& text);
+
 }  // namespace varo::cli

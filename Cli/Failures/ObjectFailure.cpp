@@ -39,7 +39,12 @@ struct StoreHint {
 
 constexpr std::array kStoreHints = {
     StoreHint{"SignatureDoesNotMatch",
-              "Check \"secretAccessKey\", \"regionName\", \"Host\" and \"objectName\"."},
+              "Check \"secretAccessKey\", \"regionName\", \"Host\" and \"objectName\", in which "
+              "blanks, '%' "
+              "and what is not ASCII have to be percent-encoded."},
+    StoreHint{"NoSuchKey",
+              "There is no such object. Blanks, '%' and what is not ASCII have to be "
+              "percent-encoded in its name."},
     StoreHint{"InvalidAccessKeyId", "Check \"accessKeyID\"."},
     StoreHint{"RequestTimeTooSkewed", "Set the clock of this machine."},
     StoreHint{"AuthorizationHeaderMalformed", "Check \"regionName\" and \"serviceName\"."},

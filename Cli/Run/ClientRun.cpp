@@ -2,8 +2,11 @@
 
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Cli/Run/TraceFile.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Text.h"
 #include "Platform/Logging/VaroNativeFacade.h"
+
+#include <fmt/format.h>
 
 #include <cstddef>
 #include <string_view>
@@ -19,6 +22,8 @@ void passOn(const LogRecord& record) {
   using Write = void (Log::*)(std::string_view, platform::LogLocation) const;
   static constexpr Write kWrites[] = {&Log::logTrace,   &Log::logDebug, &Log::logInfo,
                                       &Log::logWarning, &Log::logError, &Log::logFatal};
+  // Within the client's work this would come back here, and so without an end.
+  const platform::JobContext::Scope outside(nullptr);
   const Log log(record.logger, {});
   (log.*kWrites[static_cast<std::size_t>(record.level)])(record.message,
                                                          {record.file, record.line});
@@ -39,10 +44,26 @@ Options clientOptions(const GlobalOptions& global, std::string url) {
       return Credentials{.token = token};
     };
   }
-  options.tls.caFile = global.caFile;
+  const Connection& connection = global.connection;
+  options.tls.caFile = connection.caFile;
+  options.tls.clientCertificate = connection.certificate;
+  options.tls.clientKey = connection.key;
+  options.tls.clientKeyPassword = connection.keyPassword;
+  options.tls.pinnedKeys = connection.pinnedKeys;
+  if (const auto& proxy = connection.proxy) {
+    options.proxy = Proxy{.url = proxy->url,
+                          .user = proxy->user,
+                          .password = proxy->password,
+                          .fromEnvironment = proxy->fromEnvironment};
+  }
+  if (connection.limitRate) {
+    options.perSecond = Bytes(static_cast<std::uint64_t>(*connection.limitRate));
+  }
+  options.userAgent = connection.userAgent;
+  options.retry = retryOf(global);
   options.parallel = global.parallel;
-  if (global.connectTimeout) options.connectTimeout = *global.connectTimeout;
-  if (global.stallTimeout) options.stallTimeout = *global.stallTimeout;
+  if (connection.connectTimeout) options.connectTimeout = *connection.connectTimeout;
+  if (connection.stallTimeout) options.stallTimeout = *connection.stallTimeout;
   if (global.logLevel && *global.logLevel != platform::LogLevel::kOff) {
     options.log = passOn;
     options.logLevel = static_cast<varo::LogLevel>(*global.logLevel);
@@ -51,6 +72,11 @@ Options clientOptions(const GlobalOptions& global, std::string url) {
     options.onRequest = [trace](const RequestEvent& event) { trace->add(event); };
   }
   return options;
+}
+
+void tellOfAttempt(Session& session, int attempt) {
+  session.output().note(
+      fmt::format("Waiting for attempt {} of {}", attempt, retryOf(session.options()).attempts));
 }
 
 }  // namespace varo::cli

@@ -9,12 +9,16 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace varo::cli {
 
 /// The options of a client of the service at `url`, as the global options say. Without an access
 /// key.
 [[nodiscard]] Options clientOptions(const GlobalOptions& global, std::string url);
+
+/// Tells people that a request waits to be sent for the time of this number.
+void tellOfAttempt(Session& session, int attempt);
 
 /// What became of a function of the client that answers at once.
 template <typename T, typename Read>
@@ -35,7 +39,8 @@ template <typename T, typename Read>
       [&](const Session::Blocks& blocks) {
         transfer.emplace(start());
         transfer->onProgress([&output = session.output(), id](const Progress& progress) {
-          if (id.empty()) return;
+          // Nothing is said of what has not begun.
+          if (id.empty() || (progress.done == 0 && progress.total == 0)) return;
           output.chunk(id, static_cast<std::int64_t>(progress.done),
                        static_cast<std::int64_t>(progress.total));
         });
@@ -46,7 +51,13 @@ template <typename T, typename Read>
           tell(made.value);
         }));
       },
-      {}, Session::Ending::kIsTold);
+      {}, Session::Ending::kIsTold,
+      [&, told = 0]() mutable {
+        // A wait begins and ends on threads of the library; people hear of one that lasts.
+        if (!transfer || transfer->state() != State::kBackingOff) return;
+        const int next = transfer->progress().attempt;
+        if (std::exchange(told, next) != next) tellOfAttempt(session, next);
+      });
   if (transfer) {
     transfer->cancel();
     (void)transfer->waitFor(kLongestCleaning);

@@ -48,19 +48,48 @@ void HumanOutput::writeProgress(const Value& progress) {
 
 void HumanOutput::writeChunk(const std::string&, std::int64_t bytesWritten,
                              std::int64_t totalSize) {
-  if (!bar_) return;
-  const auto now = ProgressBar::Clock::now();
   const auto count = [](std::int64_t number) {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(0, number));
   };
-  const std::uint64_t done = count(bytesWritten);
-  const std::uint64_t total = count(totalSize);
+  writeMoved(count(bytesWritten), count(totalSize));
+}
+
+void HumanOutput::writeMoved(std::uint64_t done, std::uint64_t total) {
+  if (!bar_) return;
+  const auto now = ProgressBar::Clock::now();
   bar_->resume(done, total == 0 ? std::nullopt : std::optional(total), now);
   showBar(now, total > 0 && done >= total);
 }
 
+void HumanOutput::writeBeginItems(std::size_t count, std::optional<std::uint64_t> bytes) {
+  bar_.reset();
+  if (asides_ == Asides::kShown) items_.emplace(count, bytes, ProgressBar::Clock::now());
+}
+
+void HumanOutput::writeItemProgress(const Item& item, std::uint64_t done, std::uint64_t total) {
+  if (!items_) return;
+  const auto now = ProgressBar::Clock::now();
+  items_->update(item.number, item.name, done, total == 0 ? std::nullopt : std::optional(total),
+                 now);
+  showBar(now, false);
+}
+
+void HumanOutput::writeItemSucceeded(const Item& item, const Value&, const HumanText& text) {
+  const std::string line = text();
+  if (items_) {
+    items_->end(item.number, TransferList::End::kSucceeded, ProgressBar::Clock::now());
+  }
+  if (line.empty()) return;
+  console_.aside([&] { results_ << line << std::flush; });
+}
+
+void HumanOutput::writeItemFailed(const Item& item, const Value& error, const Explain& explain) {
+  if (items_) items_->end(item.number, TransferList::End::kFailed, ProgressBar::Clock::now());
+  printFailure(explain(error));
+}
+
 void HumanOutput::writeTick() {
-  if (bar_) showBar(ProgressBar::Clock::now(), false);
+  if (bar_ || items_) showBar(ProgressBar::Clock::now(), false);
 }
 
 void HumanOutput::showBar(ProgressBar::Clock::time_point now, bool isLast) {
@@ -68,12 +97,13 @@ void HumanOutput::showBar(ProgressBar::Clock::time_point now, bool isLast) {
   if (!console_.isTerminal() || (!isLast && now - lastShown_ < kRedrawInterval)) return;
   lastShown_ = now;
   const std::size_t width = width_();
-  console_.setProgressLine(bar_->line(width - std::min(width, kRightMargin), now));
+  const std::size_t columns = width - std::min(width, kRightMargin);
+  console_.setProgressLine(items_ ? items_->text(columns, now) : bar_->line(columns, now));
 }
 
 void HumanOutput::writeEvent(const std::string&, const Dictionary&, const HumanText& text) {
   bar_.reset();
-  console_.setProgressLine({});
+  takeProgressAway();
   results_ << text() << std::flush;
 }
 
@@ -86,27 +116,32 @@ void HumanOutput::writeWarning(const std::string& text) {
 }
 
 void HumanOutput::writeSuccess(const Value&, const HumanText& text) {
-  console_.setProgressLine({});
+  takeProgressAway();
   results_ << text() << std::flush;
 }
 
 void HumanOutput::writePaused(const Dictionary&, const HumanText& text) {
-  console_.setProgressLine({});
+  takeProgressAway();
   console_.print(text(), "paused: ", Console::Style::kWarning);
 }
 
 void HumanOutput::writeFixedFailure() {
-  console_.setProgressLine({});
+  takeProgressAway();
   console_.print(
       "the command was broken off: there was no memory left, or something unexpected happened",
       "error: ", Console::Style::kError);
 }
 
 void HumanOutput::writeFailure(const Value& error, const Explain& explain) {
-  console_.setProgressLine({});
-  const FailureText failure = explain(error);
+  takeProgressAway();
+  printFailure(explain(error));
+}
+
+void HumanOutput::printFailure(const FailureText& failure) {
   console_.print(printable(failure.message), "error: ", Console::Style::kError);
   if (!failure.hint.empty()) console_.print(failure.hint, "hint: ", Console::Style::kFaint);
 }
+
+void HumanOutput::takeProgressAway() { console_.setProgressLine({}); }
 
 }  // namespace varo::cli

@@ -3,6 +3,7 @@
 #include "Cli/Run/Output.h"
 #include "Cli/Terminal/Console.h"
 #include "Cli/Terminal/ProgressBar.h"
+#include "Cli/Terminal/TransferList.h"
 
 #include <functional>
 #include <memory>
@@ -29,6 +30,13 @@ class HumanOutput final : public Output {
   void writeStarted(const std::string&) override {}
   void writeChunk(const std::string& id, std::int64_t bytesWritten,
                   std::int64_t totalSize) override;
+  void writeMoved(std::uint64_t done, std::uint64_t total) override;
+  void writeBeginItems(std::size_t count, std::optional<std::uint64_t> bytes) override;
+  void writeItemProgress(const Item& item, std::uint64_t done, std::uint64_t total) override;
+  void writeItemSucceeded(const Item& item, const platform::Value& result,
+                          const HumanText& text) override;
+  void writeItemFailed(const Item& item, const platform::Value& error,
+                       const Explain& explain) override;
   void writeTick() override;
   void writeEvent(const std::string& name, const platform::Dictionary& details,
                   const HumanText& text) override;
@@ -40,6 +48,8 @@ class HumanOutput final : public Output {
   void writeFixedFailure() override;
   [[nodiscard]] bool streamsAreGood() const override { return results_.good(); }
 
+  void printFailure(const FailureText& failure);
+  void takeProgressAway();
   void showBar(ProgressBar::Clock::time_point now, bool isLast);
 
   std::ostream& results_;
@@ -49,6 +59,7 @@ class HumanOutput final : public Output {
 
   // Called one at a time by the base class, whose lock guards these.
   std::optional<ProgressBar> bar_;
+  std::optional<TransferList> items_;  // instead of the bar
   ProgressBar::Clock::time_point lastShown_{};
 };
 

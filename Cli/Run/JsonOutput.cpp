@@ -19,6 +19,18 @@ constexpr std::string_view kFixedFailure =
     R"(was no memory left, or something unexpected happened","retryable":false})"
     "\n";
 
+/// What failures of commands and of items have beside the event's name.
+Dictionary failureDetails(const Value& error, const Explain& explain) {
+  const FailureText text = explain(error);
+  Dictionary details{{"error", jsonForm(error)},
+                     {"kind", text.facts.kind},
+                     {"message", text.message},
+                     {"retryable", text.facts.isRetryable}};
+  if (text.facts.httpStatus) details.set("httpStatus", *text.facts.httpStatus);
+  if (text.facts.retryAfter) details.set("retryAfter", text.facts.retryAfter->count());
+  return details;
+}
+
 }  // namespace
 
 void JsonOutput::writeFixedFailure(std::ostream& stream) { stream << kFixedFailure << std::flush; }
@@ -49,14 +61,26 @@ void JsonOutput::writeSuccess(const Value& result, const HumanText&) {
 }
 
 void JsonOutput::writeFailure(const Value& error, const Explain& explain) {
-  const FailureText text = explain(error);
-  Dictionary details{{"error", jsonForm(error)},
-                     {"kind", text.facts.kind},
-                     {"message", text.message},
-                     {"retryable", text.facts.isRetryable}};
-  if (text.facts.httpStatus) details.set("httpStatus", *text.facts.httpStatus);
-  if (text.facts.retryAfter) details.set("retryAfter", text.facts.retryAfter->count());
-  writeLine("failure", details);
+  writeLine("failure", failureDetails(error, explain));
+}
+
+void JsonOutput::writeItemProgress(const Item& item, std::uint64_t done, std::uint64_t total) {
+  Dictionary details = item.identity;
+  details.set("bytes", static_cast<std::int64_t>(done));
+  details.set("totalSize", static_cast<std::int64_t>(total));
+  writeLine("itemProgress", details);
+}
+
+void JsonOutput::writeItemSucceeded(const Item& item, const Value& result, const HumanText&) {
+  Dictionary details = item.identity;
+  details.set("result", jsonForm(result));
+  writeLine("itemSuccess", details);
+}
+
+void JsonOutput::writeItemFailed(const Item& item, const Value& error, const Explain& explain) {
+  Dictionary details = item.identity;
+  details.addEntries(failureDetails(error, explain));
+  writeLine("itemFailure", details);
 }
 
 void JsonOutput::writePaused(const Dictionary& state, const HumanText&) {

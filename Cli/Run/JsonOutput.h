@@ -21,6 +21,13 @@ class JsonOutput final : public Output {
   void writeStarted(const std::string& id) override;
   void writeChunk(const std::string& id, std::int64_t bytesWritten,
                   std::int64_t totalSize) override;
+  void writeMoved(std::uint64_t, std::uint64_t) override {}
+  void writeBeginItems(std::size_t, std::optional<std::uint64_t>) override {}
+  void writeItemProgress(const Item& item, std::uint64_t done, std::uint64_t total) override;
+  void writeItemSucceeded(const Item& item, const platform::Value& result,
+                          const HumanText& text) override;
+  void writeItemFailed(const Item& item, const platform::Value& error,
+                       const Explain& explain) override;
   void writeTick() override {}
   void writeEvent(const std::string& name, const platform::Dictionary& details,
                   const HumanText& text) override;

@@ -31,6 +31,31 @@ void Output::chunk(const std::string& id, std::int64_t bytesWritten, std::int64_
   if (!finished_) writeChunk(id, bytesWritten, totalSize);
 }
 
+void Output::moved(std::uint64_t done, std::uint64_t total) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeMoved(done, total);
+}
+
+void Output::beginItems(std::size_t count, std::optional<std::uint64_t> bytes) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeBeginItems(count, bytes);
+}
+
+void Output::itemProgress(const Item& item, std::uint64_t done, std::uint64_t total) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeItemProgress(item, done, total);
+}
+
+void Output::itemSucceeded(const Item& item, const Value& result, const HumanText& text) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeItemSucceeded(item, result, text);
+}
+
+void Output::itemFailed(const Item& item, const Value& error, const Explain& explain) {
+  MutexLock lock(mutex_);
+  if (!finished_) writeItemFailed(item, platform::withoutSecrets(error), explain);
+}
+
 void Output::tick() {
   MutexLock lock(mutex_);
   if (!finished_) writeTick();

@@ -1,12 +1,15 @@
 #pragma once
 
 #include "Cli/Failures/FailureText.h"
+#include "Cli/Run/Item.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Value.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace varo::cli {
@@ -35,6 +38,15 @@ class Output {
   /// Bytes of a blob or object were stored: how many are in its file, and of how many (0 while
   /// unknown).
   void chunk(const std::string& id, std::int64_t bytesWritten, std::int64_t totalSize);
+  /// The same for people alone.
+  void moved(std::uint64_t done, std::uint64_t total);
+  /// So many things are moved side by side from now on, of so many bytes where that is known.
+  void beginItems(std::size_t count, std::optional<std::uint64_t> bytes);
+  /// How far one of them is, in bytes; 0 while the total is unknown.
+  void itemProgress(const Item& item, std::uint64_t done, std::uint64_t total);
+  /// The outcome of one of them, which is none of the command. Secrets in a failure are replaced.
+  void itemSucceeded(const Item& item, const platform::Value& result, const HumanText& text);
+  void itemFailed(const Item& item, const platform::Value& error, const Explain& explain);
   /// Time passed: keeps a progress display alive.
   void tick();
   /// An event of its own, like "ready", that is not an outcome.
@@ -67,6 +79,13 @@ class Output {
   virtual void writeStarted(const std::string& id) = 0;
   virtual void writeChunk(const std::string& id, std::int64_t bytesWritten,
                           std::int64_t totalSize) = 0;
+  virtual void writeMoved(std::uint64_t done, std::uint64_t total) = 0;
+  virtual void writeBeginItems(std::size_t count, std::optional<std::uint64_t> bytes) = 0;
+  virtual void writeItemProgress(const Item& item, std::uint64_t done, std::uint64_t total) = 0;
+  virtual void writeItemSucceeded(const Item& item, const platform::Value& result,
+                                  const HumanText& text) = 0;
+  virtual void writeItemFailed(const Item& item, const platform::Value& error,
+                               const Explain& explain) = 0;
   virtual void writeTick() = 0;
   virtual void writeEvent(const std::string& name, const platform::Dictionary& details,
                           const HumanText& text) = 0;

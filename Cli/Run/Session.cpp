@@ -1,6 +1,7 @@
 #include "Cli/Run/Session.h"
 
 #include "Binary/Binary/BinaryLogger.h"
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/PollingSchedule.h"
 #include "Cli/Failures/CommandErrors.h"
 #include "Cli/Run/TransferWatch.h"
@@ -18,6 +19,7 @@
 
 namespace varo::cli {
 
+using binary::OperationSettings;
 using platform::Dictionary;
 using platform::LogLevel;
 using platform::Value;
@@ -64,6 +66,19 @@ std::string absolute(const std::string& directory) {
 
 }  // namespace
 
+Retry retryOf(const GlobalOptions& global) {
+  constexpr int kUsualRetries = 3;
+  const Connection& connection = global.connection;
+  const bool isSafe = global.policy == binary::TransferPolicy::kSafe;
+  Retry retry;
+  retry.attempts = connection.retries.value_or(isSafe ? kUsualRetries : 0) + 1;
+  if (connection.retryMaxTime) {
+    retry.budget = *connection.retryMaxTime;
+    retry.longestRetryAfter = *connection.retryMaxTime;
+  }
+  return retry;
+}
+
 Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrupts& interrupts)
     : options_(std::move(options)), output_(std::move(output)), interrupts_(interrupts) {
   // At least from where the library says how it goes on with what takes a while; the sink decides
@@ -74,12 +89,8 @@ Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrup
   if (!options_.home.empty()) {
     platform::UserDirectories::install(platform::UserDirectories::below(absolute(options_.home)));
   }
-  platform::NetworkConfiguration network;
-  if (options_.connectTimeout) network.connectTimeout = *options_.connectTimeout;
-  if (options_.stallTimeout) network.stallTimeout = *options_.stallTimeout;
-  network.caFile = options_.caFile;
   // Cannot be refused: nothing was sent yet.
-  (void)VRONetworkUtility::configure(network);
+  (void)VRONetworkUtility::configure(networkConfiguration(options_.connection));
   // Only there may an operation end without a word; the safe policy has an error for each case.
   if (options_.policy == binary::TransferPolicy::kCompatible) {
     watch_ = std::make_shared<TransferWatch>(VRONetworkUtility::transport());
@@ -89,12 +100,42 @@ Session::Session(GlobalOptions options, std::shared_ptr<Output> output, Interrup
 
 Session::~Session() = default;
 
+std::shared_ptr<OperationSettings> Session::settings() const {
+  const auto settings = std::make_shared<OperationSettings>();
+  const Retry retry = retryOf(options_);
+  if (retry.attempts == 1) return settings;
+  settings->retry = {.attempts = retry.attempts,
+                     .firstWait = retry.firstWait,
+                     .longestWait = retry.longestWait,
+                     .longestRetryAfter = retry.longestRetryAfter};
+  settings->retryBudget = std::make_shared<platform::RetryBudget>(retry.budget);
+  settings->onRetry = [output = output_, watch = watch_, attempts = retry.attempts](
+                          int attempt, std::chrono::milliseconds wait) {
+    // A wait is no silence.
+    if (watch != nullptr) watch->hold();
+    output->note(fmt::format("Waiting {:.1f} s for attempt {} of {}",
+                             std::chrono::duration<double>(wait).count(), attempt, attempts));
+  };
+  settings->onWaited = [watch = watch_] {
+    if (watch != nullptr) watch->release();
+  };
+  return settings;
+}
+
+Dictionary Session::operationOptions() const { return operationOptions(settings()); }
+
+Dictionary Session::operationOptions(const std::shared_ptr<OperationSettings>& settings) const {
+  Dictionary options = options_.options;
+  options.set(binary::kOperationSettings, OperationSettings::value(settings));
+  return options;
+}
+
 std::optional<Outcome> Session::checkForSilence() const {
   const bool silent = watch_ != nullptr && watch_->idleTime() > kSilenceLimit;
   return silent ? std::optional(silence()) : std::nullopt;
 }
 
-Outcome Session::await(const Start& start, const Pause& pause, Ending ending) {
+Outcome Session::await(const Start& start, const Pause& pause, Ending ending, const Tick& tick) {
   // An interrupt that came before must not start anything; `subscribe`
   // covers one that comes from now on.
   if (interrupts_.raised()) return {Outcome::Kind::kInterrupted, {}};
@@ -110,6 +151,7 @@ Outcome Session::await(const Start& start, const Pause& pause, Ending ending) {
   // After the subscription, so that no interrupt falls between the two.
   start(blocks);
   return operation->wait([&] {
+    if (tick) tick();
     output_->tick();
     auto outcome = pause && interrupts_.raised() ? pause() : std::nullopt;
     return outcome || ending == Ending::kIsTold ? outcome : checkForSilence();
@@ -123,9 +165,10 @@ void Session::waitForInterrupt() {
   (void)nothing->wait([] { return std::nullopt; });
 }
 
-int Session::perform(const std::string& activity, const Start& start, const Wording& wording) {
+int Session::perform(const std::string& activity, const Start& start, const Wording& wording,
+                     const Tick& tick) {
   output_->begin(activity);
-  return finish(await(start), wording);
+  return finish(await(start, {}, Ending::kMayBeSilent, tick), wording);
 }
 
 int Session::finish(const Outcome& outcome, const Wording& wording) {

@@ -4,6 +4,7 @@
 #include "Cli/Run/Interrupts.h"
 #include "Cli/Run/Operation.h"
 #include "Cli/Run/Output.h"
+#include "varo/options.h"
 
 #include <functional>
 #include <memory>
@@ -11,9 +12,17 @@
 #include <utility>
 #include <vector>
 
+namespace varo::binary {
+class OperationSettings;
+}
+
 namespace varo::cli {
 
 class TransferWatch;
+
+/// When requests are sent again, as the global options say: 3 times under the safe policy, else
+/// never.
+[[nodiscard]] Retry retryOf(const GlobalOptions& global);
 
 /// Exit status of a command whose operation failed.
 inline constexpr int kExitFailure = 1;
@@ -59,6 +68,9 @@ class Session {
   /// there is an outcome: its own, or what it makes a block receive.
   using Pause = std::function<std::optional<Outcome>()>;
 
+  /// Called several times a second on the main thread, to tell of progress that others count.
+  using Tick = std::function<void()>;
+
   /// Whether an operation may end without a word, as some do with the compatible policy.
   enum class Ending { kMayBeSilent, kIsTold };
 
@@ -69,20 +81,27 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   [[nodiscard]] const GlobalOptions& options() const noexcept { return options_; }
+  /// The settings of one operation of the library: those of the process, and when its requests are
+  /// sent again.
+  [[nodiscard]] std::shared_ptr<binary::OperationSettings> settings() const;
+  /// The options dictionary for an operation, with such settings in it, or with these.
+  [[nodiscard]] platform::Dictionary operationOptions() const;
+  [[nodiscard]] platform::Dictionary operationOptions(
+      const std::shared_ptr<binary::OperationSettings>& settings) const;
   [[nodiscard]] Output& output() noexcept { return *output_; }
   [[nodiscard]] Interrupts& interrupts() noexcept { return interrupts_; }
 
   /// Runs an operation to its outcome. Nothing of it is written but its progress. Without a `pause`
   /// an interrupt is an outcome.
   [[nodiscard]] Outcome await(const Start& start, const Pause& pause = {},
-                              Ending ending = Ending::kMayBeSilent);
+                              Ending ending = Ending::kMayBeSilent, const Tick& tick = {});
 
   /// Returns after SIGINT or SIGTERM.
   void waitForInterrupt();
 
   /// Runs an operation, writes its outcome, for people in these words, and returns the exit status.
-  [[nodiscard]] int perform(const std::string& activity, const Start& start,
-                            const Wording& wording);
+  [[nodiscard]] int perform(const std::string& activity, const Start& start, const Wording& wording,
+                            const Tick& tick = {});
 
   /// Writes an outcome and returns the exit status that goes with it.
   [[nodiscard]] int finish(const Outcome& outcome, const Wording& wording = {});

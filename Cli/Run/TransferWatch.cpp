@@ -16,6 +16,17 @@ TransferWatch::Clock::duration TransferWatch::idleTime() const {
   return state_->underWay > 0 ? Clock::duration::zero() : Clock::now() - state_->idleSince;
 }
 
+void TransferWatch::hold() noexcept {
+  MutexLock lock(state_->mutex);
+  ++state_->underWay;
+}
+
+void TransferWatch::release() noexcept {
+  MutexLock lock(state_->mutex);
+  --state_->underWay;
+  state_->idleSince = Clock::now();
+}
+
 std::shared_ptr<platform::HttpTransfer> TransferWatch::send(platform::HttpRequest request,
                                                             platform::HttpCompletion completion) {
   {

@@ -22,6 +22,10 @@ class TransferWatch final : public platform::HttpTransport {
   /// Time since the last transfer ended; zero while one is under way.
   [[nodiscard]] Clock::duration idleTime() const;
 
+  /// What lies between the two counts as a transfer that is under way.
+  void hold() noexcept;
+  void release() noexcept;
+
   std::shared_ptr<platform::HttpTransfer> send(platform::HttpRequest request,
                                                platform::HttpCompletion completion) override;
   void shutdown() override;

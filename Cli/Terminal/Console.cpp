@@ -1,5 +1,6 @@
 #include "Cli/Terminal/Console.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace varo::cli {
@@ -10,6 +11,7 @@ namespace {
 
 /// Back to the first column, and erase to the end of the line.
 constexpr std::string_view kEraseLine = "\r\x1b[K";
+constexpr std::string_view kUp = "\x1b[A";
 constexpr std::string_view kResetStyle = "\x1b[0m";
 
 std::string_view codeOf(Console::Style style) {
@@ -34,7 +36,10 @@ Console::Console(std::ostream& stream, Abilities abilities)
 Console::~Console() { setProgressLine({}); }
 
 void Console::eraseLocked() {
-  if (!progressLine_.empty()) stream_ << kEraseLine;
+  if (progressLine_.empty()) return;
+  stream_ << kEraseLine;
+  const auto more = std::count(progressLine_.begin(), progressLine_.end(), '\n');
+  for (auto i = more; i > 0; --i) stream_ << kUp << kEraseLine;
 }
 
 void Console::print(std::string_view text, std::string_view prefix, Style style) {

@@ -9,8 +9,8 @@
 
 namespace varo::cli {
 
-/// Standard error as people see it: whole lines, and at most one line at the bottom that is
-/// replaced in place (a progress display). Everything that goes to standard error goes through
+/// Standard error as people see it: whole lines, and a progress display at the bottom
+/// that is replaced in place. Everything that goes to standard error goes through
 /// here, so that log lines and the progress line do not tear each other. Thread-safe.
 class Console {
  public:
@@ -36,7 +36,8 @@ class Console {
   /// Runs `write`, which writes to the same terminal on its own, with the progress line away.
   void aside(const std::function<void()>& write);
 
-  /// Replaces the progress line; empty takes it away. Does nothing where there is no terminal.
+  /// Replaces the progress line, which may be several with newlines between them; empty takes it
+  /// away. Does nothing where there is no terminal.
   void setProgressLine(std::string line);
 
  private:

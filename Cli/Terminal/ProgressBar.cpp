@@ -41,6 +41,8 @@ ProgressBar::ProgressBar(const std::string& label, Clock::time_point now)
   samples_.push_back({now, 0});
 }
 
+void ProgressBar::rename(const std::string& label) { label_ = printable(label); }
+
 void ProgressBar::resume(std::uint64_t done, std::optional<std::uint64_t> total,
                          Clock::time_point now) {
   const bool isFirst = samples_.size() == 1 && done_ == 0;

@@ -20,6 +20,8 @@ class ProgressBar {
   /// `label` stands in front, cut where there is little room.
   ProgressBar(const std::string& label, Clock::time_point now);
 
+  void rename(const std::string& label);
+
   /// `done` of `total` bytes, if that is known. A count that goes past the total is shown as the
   /// total.
   void update(std::uint64_t done, std::optional<std::uint64_t> total, Clock::time_point now);
@@ -42,7 +44,7 @@ class ProgressBar {
   [[nodiscard]] double rate(Clock::time_point now) const;
   [[nodiscard]] std::string remaining(Clock::time_point now) const;
 
-  const std::string label_;
+  std::string label_;
   const Clock::time_point start_;
   std::uint64_t done_ = 0;
   std::optional<std::uint64_t> total_;

@@ -29,7 +29,8 @@ def floors(layer, names, others):
 # can only narrow what its parent says.
 # Of the typed client what tells of failures and requests and stores files: the commands on the classes below it say and
 # do the same.
-CLI_USES = ("include/varo/", "Client/Failures.h", "Client/FileDestination.h", "Client/OperationWatch.h", "Binary/", "Sandbox/", "Platform/")
+CLI_USES = ("include/varo/", "Client/BlobStates.h", "Client/Failures.h", "Client/FileDestination.h",
+            "Client/FileRecords.h", "Client/OperationWatch.h", "Binary/", "Sandbox/", "Platform/")
 
 MAY = {
     "Platform/": (),

@@ -142,6 +142,55 @@ TEST_F(CliDownloadTest, BlobReportsItsChunksAndItsFile) {
   eventsEndingIn("failure", run(download(2)));  // of a file that is gone
 }
 
+TEST_F(CliDownloadTest, SyncBringsAWholeColumnAndListSaysWhereItStands) {
+  // Of the rest one comes in Base64 and one cannot be read.
+  SQLite::Database(database(), SQLite::OPEN_READWRITE).exec("DELETE FROM employees WHERE id = 3");
+  const auto column = [](const std::string& command, const Words& more) {
+    return joined({"--json", "--retry", "0", "blob", command, "--db", "staff.db", "--table",
+                   "employees", "--column", "photo"},
+                  more);
+  };
+  const auto states = [&] {
+    std::string all;
+    const Dictionary result = resultOf(run(column("list", {})));
+    for (const Value& blob : *result["blobs"].array()) {
+      const Dictionary entry = blob.dictionaryValue();
+      all += entry["keys"].dictionaryValue()["id"].textValue() + entry["state"].textValue() + " ";
+    }
+    return all;
+  };
+  EXPECT_EQ(states(), "1notFetched 2notFetched 4notFetched 5notFetched 6notFetched 7notFetched ");
+
+  stall("/binary", 2);
+  ChildProcess child(settingsFor(column("sync", {"--config", config()})));
+  ASSERT_TRUE(eventually([&] { return sandbox().serviceStats().requests > 3; }));
+  interrupt(child, "failure", SIGINT);
+  sandbox().clearFaults();
+  const Run all = run(column("sync", {"--config", config()}));
+  EXPECT_EQ(all.status, 1);
+  std::size_t failed = 0;
+  for (const Dictionary& event : eventsEndingIn("failure", all)) {
+    const bool isEnd = event["event"] == Value("itemFailure");
+    failed += isEnd ? 1 : 0;
+    if (isEnd) EXPECT_GE(event["keys"].dictionaryValue()["id"].integerValue(), 6);
+  }
+  EXPECT_EQ(failed, 2U);
+  EXPECT_EQ(states(), "1available 2available 4available 5available 6failed 7failed ");
+  EXPECT_TRUE(contentOf(resultOf(run(blob("path", 2)))["FilePath"].textValue()) == photo());
+
+  SQLite::Database(database(), SQLite::OPEN_READWRITE).exec("DELETE FROM employees WHERE id > 5");
+  sandbox().clearStats();
+  const Dictionary kept = resultOf(run(column("sync", {"--config", config()})));
+  for (const Value& blob : *kept["blobs"].array()) {
+    EXPECT_EQ(blob.dictionaryValue()["kept"], Value(true));
+  }
+  EXPECT_EQ(sandbox().serviceStats().requests, 0U);
+  const Run wrong =
+      run({"blob", "list", "--db", "staff.db", "--table", "employees", "--column", "face"});
+  EXPECT_EQ(wrong.status, 1);
+  EXPECT_THAT(wrong.errors, HasSubstr("no column 'blobref_face'"));
+}
+
 TEST_F(CliDownloadTest, FileThatReachesTheShellsLimitIsAFailureThatIsTold) {
   const Run run = runInShell("ulimit -f 1000; exec \"$0\" \"$@\"", download(2));
   EXPECT_EQ(run.status, 1);

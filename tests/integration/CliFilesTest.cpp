@@ -1,6 +1,9 @@
+#include "tests/support/Await.h"
 #include "tests/support/CliFixture.h"
 
 #include <gmock/gmock.h>
+
+#include <csignal>
 
 // The built program on files of the object service: where they go, and what failures say.
 
@@ -85,7 +88,7 @@ TEST_F(CliFilesTest, FailureSaysWhatAProgramDecidesByInOneShapeAndNothingBesides
            {.status = static_cast<int>(c.status), .headers = {{"Retry-After", "7"}}}});
     }
     Words words = c.words;
-    words.insert(words.begin(), "--json");
+    words.insert(words.begin(), {"--json", "--retry", "0"});
     const Run result = run(words);
     const Dictionary failure = eventsEndingIn("failure", result).back();
     EXPECT_EQ(failure["kind"].textValue(), c.kind) << result.output;
@@ -95,6 +98,57 @@ TEST_F(CliFilesTest, FailureSaysWhatAProgramDecidesByInOneShapeAndNothingBesides
     EXPECT_EQ(failure["retryAfter"].integerValue(), c.status == 0 ? 0 : 7);
     EXPECT_EQ(result.errors, "");
   }
+}
+
+TEST_F(CliFilesTest, SeveralFilesAreUploadedSideBySideAndOneThatFailsIsNamed) {
+  const std::string a = makeFile("a.bin", 2'000'000);
+  const std::string b = makeFile("-b.bin", 10);
+  const std::string empty = makeFile("empty", 0);
+  const Words three = {"upload", url(), "--meta", "kind=test", "--", a, b, empty};
+  const Run people = run(three);
+  EXPECT_EQ(people.status, 1);
+  EXPECT_THAT(people.output, testing::AllOf(HasSubstr("Uploaded " + a + " as "),
+                                            HasSubstr("Uploaded " + b + " as ")));
+  EXPECT_THAT(people.errors, testing::AllOf(HasSubstr(empty), HasSubstr("1 of 3 files failed")));
+  Words scripted = three;
+  scripted.insert(scripted.begin(), "--json");
+  std::vector<std::string> ends;
+  for (const Dictionary& event : eventsEndingIn("failure", run(scripted))) {
+    const std::string name = event["event"].textValue();
+    EXPECT_EQ(event.contains("file"), name != "failure") << name;
+    if (name == "itemSuccess" || name == "itemFailure") {
+      ends.push_back(name + event["file"].textValue() + event["kind"].textValue());
+    }
+  }
+  EXPECT_THAT(ends, testing::UnorderedElementsAre("itemSuccess" + a, "itemSuccess" + b,
+                                                  "itemFailure" + empty + "invalidArgument"));
+  const Run both = run({"--json", "upload", url(), a, a, "--parallel", "1"});
+  EXPECT_EQ(
+      eventsEndingIn("success", both).back()["result"].dictionaryValue()["files"].array()->size(),
+      2U);
+  const Run list = run({"--json", "list", url(), "--criteria", "kind eq 'test'"});
+  const Dictionary listed = eventsEndingIn("success", list).back()["result"].dictionaryValue();
+  EXPECT_EQ(listed["records"].array()->size(), 4U);
+}
+
+TEST_F(CliFilesTest, InterruptOfSeveralUploadsLeavesNoRecord) {
+  const std::string file = makeFile("a.bin", 3'000'000);
+  ChildProcess child(settingsFor({"--json", "--limit-rate", "100K", "upload", url(), file, file}));
+  ASSERT_TRUE(eventually([&] { return child.output().find("itemProgress") != std::string::npos; }));
+  interrupt(child, "failure", SIGINT);
+  std::size_t removed = 0;
+  for (const auto& request : sandbox().requests()) removed += request.method == "DELETE" ? 1 : 0;
+  EXPECT_EQ(removed, 2U);
+}
+
+TEST_F(CliFilesTest, DownloadTellsItsBytesAndKeepsTheFileWhole) {
+  const std::string id = uploaded(std::string(2'000'000, 'x'));
+  const auto events =
+      eventsEndingIn("success", run({"--json", "--limit-rate", "2M", "download", url(), id}));
+  ASSERT_GT(events.size(), 1U);
+  EXPECT_EQ(events.front()["event"], Value("chunk"));
+  EXPECT_EQ(events.front()["totalSize"], Value(2'000'000));
+  EXPECT_EQ(contentOf(home() + "/Downloads/f.txt"), std::string(2'000'000, 'x'));
 }
 
 TEST_F(CliFilesTest, DeleteSaysWhatItWouldDeleteAndAsksOnATerminalOnly) {

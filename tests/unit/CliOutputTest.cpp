@@ -6,6 +6,7 @@
 #include "Cli/Run/LastEvent.h"
 #include "Cli/Run/Session.h"
 #include "Cli/Terminal/TerminalText.h"
+#include "Cli/Terminal/TransferList.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Value.h"
@@ -16,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <limits>
 #include <new>
@@ -214,6 +216,32 @@ TEST(LastEvent, FailureShowsNoSecret) {
     EXPECT_EQ(all.find("marker-"), std::string::npos) << all;
     EXPECT_NE(all.find(R"("Age":"1")"), std::string::npos) << all;
   }
+}
+
+TEST(TransferList, HasALineForEachThatRunsAndOneForAll) {
+  const auto start = ProgressBar::Clock::now();
+  TransferList list(3, 4000, start);
+  const auto later = start + std::chrono::seconds(1);
+  list.update(0, "a.bin", 0, 1000, start);
+  list.update(1, "b.bin", 500, 2000, start);  // resumed: 500 bytes were there before
+  list.update(0, "a.bin", 1000, 1000, later);
+  list.update(1, "b.bin", 1000, 2000, later);
+  EXPECT_EQ(list.text(60, later), "a.bin  [" + std::string(29, '=') +
+                                      "] 100%  1000 B  in 0:01\n"
+                                      "b.bin   50%  1000 B of 2.0 KiB  500 B/s  0:02 left\n"
+                                      "0 of 3   50%  2.0 KiB of 3.9 KiB  2.0 KiB/s  0:01 left");
+  list.end(0, TransferList::End::kSucceeded, later);
+  list.end(1, TransferList::End::kFailed, later);
+  EXPECT_TRUE(list.text(60, later).starts_with("2 of 3, 1 failed  ")) << list.text(60, later);
+}
+
+TEST(Console, LinesOfSeveralTransfersAreErasedTogether) {
+  std::ostringstream stream;
+  Console console(stream, {.isTerminal = true});
+  console.setProgressLine("one\ntwo");
+  stream.str({});
+  console.print("message");
+  EXPECT_EQ(stream.str(), "\r\x1b[K\x1b[A\r\x1b[Kmessage\none\ntwo");
 }
 
 TEST(Interrupts, SecondOneEndsTheProgramThatIsStillBusyWithTheFirst) {

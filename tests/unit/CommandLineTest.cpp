@@ -140,7 +140,7 @@ TEST(CommandLine, GlobalOptionsStandBeforeOrAfterTheCommand) {
     EXPECT_EQ(global.headers, (Dictionary{{"b", "two"}}));
     EXPECT_EQ(global.options, (Dictionary{{"forceDownload", true}, {"n", -7}, {"t", "007x"}}));
     EXPECT_EQ(global.policy, binary::TransferPolicy::kCompatible);
-    EXPECT_EQ(global.connectTimeout, std::chrono::milliseconds(2500));
+    EXPECT_EQ(global.connection.connectTimeout, std::chrono::milliseconds(2500));
     EXPECT_EQ(global.logLevel, platform::LogLevel::kOff);
   }
   EXPECT_EQ(globalOf({"demo"}).policy, binary::TransferPolicy::kSafe);
@@ -167,6 +167,51 @@ TEST(CommandLine, TokenComesFromOptionThenHeaderThenEnvironment) {
   EXPECT_TRUE(globalOf({"demo"}).headers.empty());
 }
 
+TEST(CommandLine, ProxyIsTakenApartAndItsPasswordIsNeverQuoted) {
+  const test::TemporaryDirectory directory;
+  const std::string file = directory.path() + "/password";
+  std::ofstream(file) << "from file\n";
+  const struct {
+    std::string proxy;
+    Words more;
+    std::string url, user, password;
+  } cases[] = {
+      {"proxy:3128", {}, "http://proxy:3128", "", ""},
+      {"socks5h://[::1]:1", {}, "socks5h://[::1]:1", "", ""},
+      {"http://ann:a%40b%25@h:1", {}, "http://h:1", "ann", "a@b%"},
+      {"ann:a@b:c@h", {}, "http://h", "ann", "a@b:c"},
+      {"https://ann@h/", {"--proxy-password-file", file}, "https://h/", "ann", "from file"},
+  };
+  for (const auto& c : cases) {
+    Words words = {"list", "http://h", "--proxy", c.proxy};
+    words.insert(words.end(), c.more.begin(), c.more.end());
+    const auto proxy = globalOf(words).connection.proxy;
+    ASSERT_TRUE(proxy);
+    EXPECT_EQ(proxy->url, c.url);
+    EXPECT_EQ(proxy->user, c.user);
+    EXPECT_EQ(proxy->password, c.password);
+  }
+  for (const std::string wrong :
+       {"http://ann:marker@h/path", "http://:marker@h", "socks4://ann:marker@h",
+        "http://ann:marker@", "x://ann:marker@h"}) {
+    const Parsed parsed = parse({"list", "http://h", "--proxy", wrong});
+    EXPECT_EQ(parsed.line.exitStatus, 2) << wrong;
+    EXPECT_EQ(parsed.messages.find("marker"), std::string::npos) << parsed.messages;
+  }
+}
+
+TEST(CommandLine, KeyOfARecordAndKeyOfACertificateKeepApart) {
+  const test::TemporaryDirectory directory;
+  const std::string pem = directory.path() + "/c.pem";
+  std::ofstream(pem) << "";
+  const GlobalOptions global =
+      globalOf({"--cert", pem, "--key", pem, "blob", "path", "--db", "d", "--table", "t",
+                "--column", "c", "--key", "id=1", "--retry", "2", "--limit-rate", "64K"});
+  EXPECT_EQ(global.connection.key, pem);
+  EXPECT_EQ(global.connection.retries, 2);
+  EXPECT_EQ(global.connection.limitRate, 64 * 1024);
+}
+
 TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
   const std::pair<Words, std::string> cases[] = {
       {{}, "no command given"},
@@ -182,15 +227,29 @@ TEST(CommandLine, WrongUsageIsExplainedWithStatusTwo) {
       {{"demo", "--parallel", "0"}, "not a number from 1 to 64"},
       {{"download", "http://h", "f", "--if-exists", "ask"}, "not one of fail, replace, keep"},
       {{"download", "http://h", "f", "-o", "-", "--json"}, "exclude each other"},
+      {{"object", "list", "s3://b"}, "'b' is no name of a bucket"},
+      {{"object", "put", "s3://bkt/k", "--file", "f", "--part-size", "1M"}, "from 5M to 5G"},
+      {{"object", "get", "s3://bkt/k", "-o", "/tmp"}, "'/tmp' is a directory"},
+      {{"upload", "http://h", "a", "b", "--name", "n"}, "is for one file"},
+      {{"upload", "http://h", "a", "-"}, "'-' is for one file alone"},
+      {{"doctor"}, "one of URL, s3://BUCKET and --config is required"},
+      {{"list", "http://h", "--retry", "-1"}, "not a number from 0 to 99"},
+      {{"list", "http://h", "--limit-rate", "0"}, "not a positive size"},
+      {{"list", "http://h", "--proxy", "ftp://h"}, "--proxy: begins with none of http://"},
+      {{"list", "http://h", "--proxy", "h", "--proxy-env"}, "--proxy"},
+      {{"list", "http://h", "--key", "/nowhere.pem"}, "there is no file '/nowhere.pem'"},
+      {{"list", "http://h", "--cert-key", "/dev/../etc/passwd"}, "needs --cert"},
+      {{"list", "http://h", "--pinned-key", "abc"}, "--pinned-key: has an entry"},
+      {{"list", "http://h", "--user-agent", "a\nb"}, "--user-agent: has control characters"},
       {{"sandbox", "--port", "65536"}, "not a port"},
       {{"sandbox", "--object-store", "http://h/bucket"}, "not scheme, host and port"},
       {{"object", "get"}, "--config"},
-      {{"object", "get", "s3://b/k", "--endpoint", "http://h/path"}, "not scheme, host and port"},
-      {{"object", "get", "s3://b/"}, "s3://b/ has no key"},
+      {{"object", "get", "s3://bkt/k", "--endpoint", "http://h/path"}, "not scheme, host and port"},
+      {{"object", "get", "s3://bkt/"}, "s3://bkt/ has no key"},
       {{"object", "get", "s3://"}, "not of the form s3://BUCKET/KEY"},
       {{"object", "head", "http://b/k"}, "not of the form s3://BUCKET/KEY"},
-      {{"object", "put", "s3://b/k"}, "--file is required"},
-      {{"object", "delete", "s3://b/k", "--endpoint", "http://h", "--access-key", "a"}, "secret"},
+      {{"object", "put", "s3://bkt/k"}, "--file is required"},
+      {{"object", "delete", "s3://bkt/k", "--endpoint", "http://h", "--access-key", "a"}, "secret"},
       {{"object", "put", "--config", "/nowhere.json"}, "cannot read /nowhere.json"},
       {{"blob", "donwload"}, "there is no command 'blob donwload'; did you mean 'blob download'?"},
       {{"blob", "path", "--db", "d", "--table", "t", "--column", "c"}, "at least one pair"},
