@@ -199,23 +199,6 @@ TEST(ObserverShutDownTest, TheShutdownIsTold) {
   });
 }
 
-TEST_F(ObserverTest, TransfersThatWaitForMemoryAllEndAndOneThatNeedsTooMuchIsRefused) {
-  Options wanted = options();
-  wanted.parallel = 8;
-  wanted.memory = 4_MiB;  // enough for one upload
-  const FileClient files = FileClient::create(events_.observed(wanted)).value();
-  std::vector<Transfer<FileRecord>> all;
-  for (int i = 0; i < 40; ++i) {
-    all.push_back(files.upload(Source::text("x"), {.name = std::to_string(i)}));
-  }
-  for (auto& one : all) ASSERT_TRUE(one.get());
-  EXPECT_EQ(events_.operations().size(), all.size());
-  wanted.memory = 1_MiB;
-  const auto refused = FileClient::create(wanted).value().upload(Source::text("x"), {}).get();
-  EXPECT_EQ(refused.error().kind, Kind::kInvalidArgument);
-  EXPECT_THAT(refused.error().message, HasSubstr("the 1048576 of Options::memory"));
-}
-
 #ifdef VARO_WATCHED_EXAMPLE
 TEST_F(ObserverTest, TheExampleWritesMetricsAndSpans) {
   test::writeFile(path("file"), "bytes");
