@@ -84,6 +84,7 @@ class SpawnSettings {
   [[nodiscard]] int spawn(const std::vector<std::string>& command, ::pid_t& child) const {
     if (error_ != 0) return error_;
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& argument : command) {
       arguments.push_back(const_cast<char*>(argument.c_str()));  // which it only reads
     }
