@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace varo::cli {
 
 using platform::Dictionary;
@@ -22,6 +24,14 @@ std::string lineOf(std::string_view step, const Value& isGood, const std::string
 }
 
 }  // namespace
+
+FailureText problem(Kind kind, std::string message, std::string hint) {
+  FailureText text;
+  text.message = std::move(message);
+  text.hint = std::move(hint);
+  text.facts.kind = nameOf(kind);
+  return text;
+}
 
 void Checkup::tell(std::string_view step, const Value& isGood, const std::string& found,
                    const std::string& advice) {

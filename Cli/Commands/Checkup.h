@@ -2,6 +2,7 @@
 
 #include "Cli/Failures/FailureText.h"
 #include "Cli/Run/Session.h"
+#include "varo/failure.h"
 
 #include <string>
 #include <string_view>
@@ -21,6 +22,9 @@ inline constexpr std::string_view kTemplate = "template";
 inline constexpr std::string_view kStore = "store";
 inline constexpr std::string_view kClock = "clock";
 }  // namespace steps
+
+/// What a check has found wrong itself, and what to do about it.
+[[nodiscard]] FailureText problem(Kind kind, std::string message, std::string hint);
 
 /// Tells of each step what was found, and what is wrong and what to do. Used on the main thread.
 class Checkup {

@@ -147,10 +147,10 @@ std::string originOf(const std::string& url) {
 std::optional<Reply> reach(Session& session, Checkup& checkup, const Probe& probe) {
   const auto server = ServerAddress::of(probe.url);
   if (!server) {
-    checkup.wrong(steps::kConfiguration,
-                  {.message = fmt::format("'{}' is no http or https URL", probe.url),
-                   .hint = "The URL must start with http:// or https://.",
-                   .facts = {.kind = std::string(nameOf(Kind::kInvalidArgument))}});
+    checkup.wrong(
+        steps::kConfiguration,
+        problem(Kind::kInvalidArgument, fmt::format("'{}' is no http or https URL", probe.url),
+                "The URL must start with http:// or https://."));
     return std::nullopt;
   }
   const Outcome outcome =
@@ -184,11 +184,11 @@ void checkClock(Checkup& checkup, const Reply& reply) {
   }
   const bool isAhead = ahead > SystemClock::duration::zero();
   checkup.wrong(steps::kClock,
-                {.message = fmt::format("this machine's clock is {} {} the server's",
-                                        formatDuration(off), isAhead ? "ahead of" : "behind"),
-                 .hint = "Set the clock of this machine: signatures and tokens are good for a "
-                         "while only.",
-                 .facts = {.kind = std::string(nameOf(Kind::kOther))}});
+                problem(Kind::kOther,
+                        fmt::format("this machine's clock is {} {} the server's",
+                                    formatDuration(off), isAhead ? "ahead of" : "behind"),
+                        "Set the clock of this machine: signatures and tokens are good for a "
+                        "while only."));
 }
 
 }  // namespace varo::cli

@@ -34,12 +34,6 @@ bool isRefusal(int status) { return status == kUnauthorized || status == kForbid
 /// Of an outcome that is none of the user's interrupt.
 bool isKind(const FailureText& failure, Kind kind) { return failure.facts.kind == nameOf(kind); }
 
-FailureText problem(Kind kind, std::string message, std::string hint) {
-  return {.message = std::move(message),
-          .hint = std::move(hint),
-          .facts = {.kind = std::string(nameOf(kind))}};
-}
-
 std::string_view tokenText(const GlobalOptions& global) {
   return global.token ? "the token was accepted" : "none was given, and none is asked for";
 }
