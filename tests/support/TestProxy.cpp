@@ -29,11 +29,13 @@ using boost::system::error_code;
 /// One way of a connection: bytes arrive when the line has brought them.
 class Way : public std::enable_shared_from_this<Way> {
  public:
-  Way(SocketPtr from, SocketPtr to, const ProxyRules& rules, std::uint64_t cutAfter)
+  Way(SocketPtr from, SocketPtr to, const ProxyRules& rules, std::uint64_t cutAfter,
+      std::mt19937& random)
       : from_(std::move(from)),
         to_(std::move(to)),
         rules_(rules),
         cutAfter_(cutAfter),
+        random_(random),
         timer_(from_->get_executor()) {}
 
   void read() {
@@ -51,18 +53,32 @@ class Way : public std::enable_shared_from_this<Way> {
   struct Piece {
     Clock::time_point due;
     std::string bytes;  // none: the end
+    bool breaks = false;
   };
 
   void depart(std::string bytes) {
+    Piece piece{{}, std::move(bytes)};
+    // The line sends one piece after the other, each at its speed.
+    free_ = std::max(free_, Clock::now());
     if (rules_.bytesPerSecond > 0) {
-      // The line sends one piece after the other, each at its speed.
-      free_ = std::max(free_, Clock::now()) +
-              std::chrono::nanoseconds(bytes.size() * 1'000'000'000 / rules_.bytesPerSecond);
-    } else {
-      free_ = Clock::now();
+      free_ += std::chrono::nanoseconds(piece.bytes.size() * 1'000'000'000 / rules_.bytesPerSecond);
     }
-    onTheWay_.push_back({free_ + rules_.delay, std::move(bytes)});
+    if (rules_.loss > 0) lose(piece);
+    piece.due = free_ + rules_.delay;
+    onTheWay_.push_back(std::move(piece));
     if (onTheWay_.size() == 1) arriveNext();
+  }
+
+  /// Draws which of its segments are lost.
+  void lose(Piece& piece) {
+    constexpr std::size_t kSegment = 1460;
+    std::bernoulli_distribution isLost(rules_.loss);
+    std::bernoulli_distribution breaks(rules_.breaks);
+    for (std::size_t at = 0; at < piece.bytes.size(); at += kSegment) {
+      if (!isLost(random_)) continue;
+      free_ += rules_.retransmission;
+      piece.breaks = piece.breaks || breaks(random_);
+    }
   }
 
   void arriveNext() {
@@ -78,7 +94,7 @@ class Way : public std::enable_shared_from_this<Way> {
       return;
     }
     arrived_ += bytes.size();
-    if (cutAfter_ > 0 && arrived_ >= cutAfter_) {
+    if (onTheWay_.front().breaks || (cutAfter_ > 0 && arrived_ >= cutAfter_)) {
       to_->set_option(asio::socket_base::linger(true, 0), ignored);  // an RST
       to_->close(ignored);
       from_->close(ignored);
@@ -97,6 +113,7 @@ class Way : public std::enable_shared_from_this<Way> {
   const SocketPtr to_;
   const ProxyRules& rules_;
   const std::uint64_t cutAfter_;
+  std::mt19937& random_;
   asio::steady_timer timer_;
   std::array<char, 16384> buffer_{};
   std::deque<Piece> onTheWay_;
@@ -142,7 +159,8 @@ void answer(Tcp::socket& socket, int status, const std::string& lines = {}) {
 TestProxy::TestProxy(ProxyRules rules)
     : rules_(std::move(rules)),
       acceptor_(context_, Tcp::endpoint(asio::ip::address_v4::loopback(), 0)),
-      port_(acceptor_.local_endpoint().port()) {
+      port_(acceptor_.local_endpoint().port()),
+      random_(rules_.seed) {
   acceptNext();
   thread_ = std::thread([this] { context_.run(); });
 }
@@ -161,6 +179,11 @@ std::vector<std::string> TestProxy::asked() const {
   return asked_;
 }
 
+void TestProxy::redirect(std::uint16_t from, std::uint16_t to) {
+  const platform::MutexLock lock(mutex_);
+  redirected_[from] = to;
+}
+
 void TestProxy::note(std::string asked) {
   const platform::MutexLock lock(mutex_);
   asked_.push_back(std::move(asked));
@@ -169,23 +192,40 @@ void TestProxy::note(std::string asked) {
 void TestProxy::acceptNext() {
   acceptor_.async_accept([this](error_code error, Tcp::socket socket) {
     if (error) return;
-    auto client = std::make_shared<Tcp::socket>(std::move(socket));
-    sessions_.push_back({client, std::thread([this, client] {
-                           bool isJoined = false;
-                           try {
-                             isJoined = negotiate(client);
-                           } catch (const boost::system::system_error&) {
-                             // The client is gone.
-                           }
-                           if (isJoined) return;
-                           error_code gone;
-                           client->shutdown(Tcp::socket::shutdown_both, gone);
-                         })});
+    forgetSessions();
+    Session& session = sessions_.emplace_back();
+    session.client = std::make_shared<Tcp::socket>(std::move(socket));
+    session.thread = std::thread([this, &session] { serve(session); });
     acceptNext();
   });
 }
 
+void TestProxy::serve(Session& session) {
+  bool isJoined = false;
+  try {
+    isJoined = negotiate(session.client);
+  } catch (const boost::system::system_error&) {
+    // The client is gone.
+  }
+  error_code gone;
+  if (!isJoined) session.client->shutdown(Tcp::socket::shutdown_both, gone);
+  session.isOver = true;
+}
+
+void TestProxy::forgetSessions() {
+  sessions_.remove_if([](Session& session) {
+    if (!session.isOver) return false;
+    session.thread.join();
+    return true;
+  });
+}
+
 SocketPtr TestProxy::connect(std::uint16_t port) {
+  {
+    const platform::MutexLock lock(mutex_);
+    const auto found = redirected_.find(port);
+    if (found != redirected_.end()) port = found->second;
+  }
   auto server = std::make_shared<Tcp::socket>(context_);
   error_code error;
   server->connect(Tcp::endpoint(asio::ip::address_v4::loopback(), port), error);
@@ -198,8 +238,8 @@ bool TestProxy::join(const SocketPtr& client, const SocketPtr& server) {
   if (server == nullptr) return false;
   client->set_option(Tcp::no_delay(true));
   asio::post(context_, [this, client, server] {
-    std::make_shared<Way>(client, server, rules_, 0)->read();
-    std::make_shared<Way>(server, client, rules_, rules_.cutAfter)->read();
+    std::make_shared<Way>(client, server, rules_, 0, random_)->read();
+    std::make_shared<Way>(server, client, rules_, rules_.cutAfter, random_)->read();
   });
   return true;
 }

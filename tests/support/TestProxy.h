@@ -5,10 +5,13 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <list>
+#include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,6 +33,13 @@ struct ProxyRules {
   std::uint64_t bytesPerSecond = 0;
   /// The connection breaks after so many bytes of the server's; 0: never.
   std::uint64_t cutAfter = 0;
+  /// Share of the segments that are lost. In userspace that is a delay: what is lost, and all that
+  /// is behind it, comes later by `retransmission`.
+  double loss = 0;
+  std::chrono::milliseconds retransmission{0};
+  /// Share of those lost that break the connection instead.
+  double breaks = 0;
+  std::uint32_t seed = 1;
 };
 
 /// A proxy on a free port of the loopback: CONNECT and absolute addresses over http, SOCKS 4a, and
@@ -46,6 +56,8 @@ class TestProxy {
   [[nodiscard]] std::string url(const std::string& scheme) const {
     return scheme + "://127.0.0.1:" + std::to_string(port_);
   }
+  /// From now on who asks for port `from` gets to port `to`.
+  void redirect(std::uint16_t from, std::uint16_t to);
   /// What it was asked, one entry a connection: the head of an http request, or "socks5 host:port".
   [[nodiscard]] std::vector<std::string> asked() const;
 
@@ -54,10 +66,14 @@ class TestProxy {
   using SocketPtr = std::shared_ptr<Tcp::socket>;
   struct Session {
     SocketPtr client;
+    std::atomic<bool> isOver = false;  // the thread ends
     std::thread thread;
   };
 
   void acceptNext();
+  void serve(Session& session);
+  /// Those whose thread ends.
+  void forgetSessions();
   /// These return whether the client has got to a server.
   [[nodiscard]] bool negotiate(const SocketPtr& client);
   [[nodiscard]] bool serveHttp(const SocketPtr& client);
@@ -74,8 +90,10 @@ class TestProxy {
   Tcp::acceptor acceptor_;
   std::uint16_t port_ = 0;
   std::list<Session> sessions_;  // of the thread, until it has ended
+  std::mt19937 random_;          // of the thread
   mutable platform::Mutex mutex_;
   std::vector<std::string> asked_ VARO_GUARDED_BY(mutex_);
+  std::map<std::uint16_t, std::uint16_t> redirected_ VARO_GUARDED_BY(mutex_);
   std::thread thread_;
 };
 

@@ -6,6 +6,7 @@
 #include "Binary/Binary/UploadTask/UploadLogTexts.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/Excerpt.h"
 #include "Platform/Foundation/Text.h"
@@ -98,9 +99,14 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
     Dictionary sent = uploadParams_.dictionaryValue();
     sent.addEntries(headers_);
     const std::string answer = platform::excerptOf(withData.value_or(Data()), sent);
+    Dictionary told;
+    if (settings_->isSafe()) {
+      told = {{std::string(kHttpStatusCode), status}, {std::string(kResponseBody), answer}};
+    }
     return raise(
         kCodeUploadUnexpectedHTTPResponseCode,
-        platform::formatMessage(kMessageAndDetail, {kUploadUnexpectedHTTPResponseCode, answer}));
+        platform::formatMessage(kMessageAndDetail, {kUploadUnexpectedHTTPResponseCode, answer}),
+        std::move(told));
   }
   if (settings_->isSafe() && withData.value_or(Data()).empty()) {
     return raise(kCodeEmptyBodyReceived, kEmptyBodyReceived);
@@ -117,8 +123,9 @@ void UploadTemplateGetterTask::processNetworkResponse(const Dictionary& response
   setState(TaskState::Ended);
 }
 
-void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message) {
-  Dictionary userInfo{{std::string(platform::kErrorMessageKey), message}};
+void UploadTemplateGetterTask::raise(std::int32_t code, std::string_view message,
+                                     Dictionary userInfo) {
+  userInfo.set(std::string(platform::kErrorMessageKey), message);
   raiseError(std::make_shared<const VSTaskError>(
       ID(), name(), std::string(kUploadTemplateErrorDomain), code, std::move(userInfo)));
 }

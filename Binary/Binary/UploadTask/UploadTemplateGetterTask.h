@@ -44,7 +44,7 @@ class UploadTemplateGetterTask final : public platform::VSTask {
   void invokePostCall();
   void processAnswer(const std::optional<platform::Data>& data,
                      const platform::Dictionary& response, const platform::ErrorPtr& error);
-  void raise(std::int32_t code, std::string_view message);
+  void raise(std::int32_t code, std::string_view message, platform::Dictionary userInfo = {});
 
   // Owned by the run of the task.
   OperationSettings::Ptr settings_ = OperationSettings::of({});

@@ -13,11 +13,12 @@ using platform::Value;
 
 namespace {
 
-/// The first of the errors that `context` is about; null where it is about none.
-ErrorPtr firstIn(const Dictionary& context) {
-  const Value& errors = context[platform::kTaskErrors];
+/// The first of a list of errors; null for anything else.
+ErrorPtr firstOf(const Value& errors) {
   return errors.isArray() ? (*errors.array())[0].error() : nullptr;
 }
+/// The first of the errors that `context` is about; null where it is about none.
+ErrorPtr firstIn(const Dictionary& context) { return firstOf(context[platform::kTaskErrors]); }
 
 /// Shares the ownership of the whole chain. Null for an error that wraps none.
 ErrorPtr causeOf(const ErrorPtr& error) {
@@ -50,6 +51,8 @@ ToldFailure fromDictionary(const Dictionary& failure) {
 
 ToldFailure readFailure(const Value& failure) {
   if (const ErrorPtr error = failure.error()) return fromError(error);
+  // What an online upload tells: all that its task has raised.
+  if (const ErrorPtr first = firstOf(failure)) return fromError(first);
   const Dictionary dictionary = failure.dictionaryValue();
   const Value& inner = dictionary[keys::kError];
   if (const ErrorPtr error = inner.error()) return fromError(error);
