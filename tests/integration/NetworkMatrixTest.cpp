@@ -132,7 +132,7 @@ std::vector<Row> rows() {
        .action = {.stallAfter = 5, .stallFor = -1ms},
        .skip = 1,
        .stallTimeout = 1s},
-      {.name = "StallBeforeTheAnswer", .action = {.latency = -1ms}, .skip = 2, .stallTimeout = 1s},
+      {.name = "StallBeforeTheAnswer", .action = {.delay = -1ms}, .skip = 2, .stallTimeout = 1s},
       {.name = "TokenExpiresAtChunk3", .action = {.newToken = "next"}, .skip = 2},
       {.name = "SignatureExpires",
        .action = {.status = 403,

@@ -17,6 +17,7 @@
 #include <array>
 #include <cassert>
 #include <exception>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -223,9 +224,11 @@ RangeWindow::Range* NetworkTask::inFlight(const Request& request) const {
   return run_->window.find(request.number);
 }
 
-/// As effects: a cancel may call back, which no step may wait for.
+/// As effects: a cancel may call back, which no step may wait for. A request that could not be sent
+/// has no transfer.
 void NetworkTask::cancel(const RangeWindow::Transfers& transfers) {
-  due_.cancel.insert(due_.cancel.end(), transfers.begin(), transfers.end());
+  std::copy_if(transfers.begin(), transfers.end(), std::back_inserter(due_.cancel),
+               [](const auto& transfer) { return transfer != nullptr; });
 }
 
 // Asking.
