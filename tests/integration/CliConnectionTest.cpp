@@ -1,4 +1,7 @@
 #include "tests/support/CliFixture.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "tests/support/TestCertificate.h"
 #include "tests/support/TestProxy.h"
 
 #include <gmock/gmock.h>
@@ -115,6 +118,10 @@ TEST_F(CliConnectionTest, DoctorSaysAtWhichStepSomethingIsWrongAndStopsThere) {
     return more;
   };
   TestProxy strict({.user = "ann", .password = "right"});
+  const TemporaryDirectory certificate;
+  makeTestCertificate(certificate.path());
+  const ScriptedServer untrusted([](const WireRequest&) { return reply(200, ""); },
+                                 certificate.path());
   const std::string templates = config(R"({"URL":")" + sandbox().templateUrl() +
                                        R"(","uploadParams":{"objectName":"bucket/k"}})");
   const struct {
@@ -134,7 +141,7 @@ TEST_F(CliConnectionTest, DoctorSaysAtWhichStepSomethingIsWrongAndStopsThere) {
       {{"http://no-such-host.invalid/x"}, {{"name", false}}},
       {{"http://127.0.0.1:1/x"}, {{"name", true}, {"connection", false}}},
       {{url(), "--proxy", strict.url("http")}, {{"connection", false}}},
-      {{"https" + url().substr(4)}, with({{"tls", false}})},
+      {{untrusted.url("/x")}, with({{"tls", false}})},
       {{store}, with({{"service", false}, {"clock", true}})},
   };
   for (const auto& c : cases) {
