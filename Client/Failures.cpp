@@ -297,6 +297,16 @@ Failure failureFrom(const Value& value, std::string_view about) {
   return failure;
 }
 
+bool mayHaveArrived(const Value& value) {
+  const ToldFailure told = binary::readFailure(value);
+  const bool isOfTransport = told.cause != nullptr && platform::transportFailureOf(*told.cause);
+  const Dictionary info = isOfTransport ? told.cause->userInfo() : told.userInfo;
+  const auto failure = platform::transportFailureIn(info);
+  if (!failure || info[platform::kErrorNotSentKey].boolValue()) return false;
+  const Kind kind = kindOf(*failure);
+  return kind == Kind::kNoConnection || kind == Kind::kTimeout;
+}
+
 platform::ErrorPtr errorOf(const Failure& failure) {
   return std::make_shared<const platform::Error>(
       std::string(kClientDomain), static_cast<std::int64_t>(failure.kind),

@@ -14,6 +14,9 @@ namespace varo::detail {
 /// `about` begins the sentence and names the file, key or address: 'upload of "photo.jpg"'.
 [[nodiscard]] Failure failureFrom(const platform::Value& told, std::string_view about);
 
+/// Whether no response came to a request that the server may have carried out.
+[[nodiscard]] bool mayHaveArrived(const platform::Value& told);
+
 /// `failure` on its way through the layers below: `failureFrom` gives it its kind and message back.
 [[nodiscard]] platform::ErrorPtr errorOf(const Failure& failure);
 

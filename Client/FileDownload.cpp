@@ -107,7 +107,7 @@ Outcome<std::filesystem::path> FileDownload::read(const Dictionary& result) {
   return std::filesystem::path(result[keys::kFilePath].textValue());
 }
 
-Failure FileDownload::explain(Failure failure) {
+Failure FileDownload::explain(Failure failure, const platform::Value& /*told*/) {
   if (feed_ != nullptr) {
     feed_->end();
     if (auto thrown = feed_->failure()) return *std::move(thrown);

@@ -27,7 +27,7 @@ class FileDownload final : public FileCall<std::filesystem::path> {
   [[nodiscard]] std::uint64_t memory() const override { return memory::kRequest + memory::kPiece; }
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<std::filesystem::path> read(const platform::Dictionary& result) override;
-  [[nodiscard]] Failure explain(Failure failure) override;
+  [[nodiscard]] Failure explain(Failure failure, const platform::Value& told) override;
   [[nodiscard]] bool canGoOn() const override { return file_ != nullptr && file_->canGoOn(); }
   [[nodiscard]] bool canPause() const override { return true; }
 

@@ -53,8 +53,11 @@ class FileCall : public Observed {
   [[nodiscard]] virtual Outcome<T> read(const platform::Dictionary& result) = 0;
   /// Of a progress report of the classes below.
   virtual void progress(RunningBase& /*handle*/, const platform::Dictionary& /*report*/) {}
-  /// The failure of a run, as the call itself knows it better. May wait.
-  [[nodiscard]] virtual Failure explain(Failure failure) { return failure; }
+  /// The failure of a run, as the call itself knows it better; `told` is where it comes from. May
+  /// wait.
+  [[nodiscard]] virtual Failure explain(Failure failure, const platform::Value& /*told*/) {
+    return failure;
+  }
   /// How long after this failure another run follows; none: it was the last.
   [[nodiscard]] virtual std::optional<std::chrono::milliseconds> runsAgainAfter(
       const Failure& /*failure*/) {
@@ -137,7 +140,7 @@ class FileOperation final : public Operation {
     callback->setSuccessCallback(
         [self, run](const platform::Value& result) { self->succeeded(run, result); });
     callback->setFailureCallback([self, run](const platform::Value& failure) {
-      self->failed(run, self->call_->explain(failureFrom(failure, self->call_->about())));
+      self->failed(run, self->call_->explain(failureFrom(failure, self->call_->about()), failure));
     });
     callback->setProgressCallback([self](const platform::Value& report) {
       self->call_->progress(*self->running_, report.dictionaryValue());

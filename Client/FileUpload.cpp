@@ -270,8 +270,10 @@ std::uint64_t FileUpload::memory() const {
   return memory::sending(core_->options().chunkSize.count);
 }
 
-Failure FileUpload::explain(Failure failure) {
+Failure FileUpload::explain(Failure failure, const platform::Value& told) {
   const MutexLock lock(mutex_);
+  failure.maybeDone =
+      (phase_ == Phase::kCreating || phase_ == Phase::kCommitting) && mayHaveArrived(told);
   const bool isTemplate = phase_ == Phase::kSending && failure.kind == Kind::kInvalidArgument;
   if (isTemplate) failure.kind = Kind::kNotOurService;
   return failure;
@@ -295,10 +297,6 @@ void FileUpload::complete(Failure failure, const std::function<void(Outcome<File
     const MutexLock lock(mutex_);
     failure.begun = point_.record();
     if (failure.begun) failure.place = point_.place();
-    // Its response was lost.
-    failure.maybeDone = phase_ == Phase::kCommitting && !failure.httpStatus &&
-                        !failure.serviceStatus &&
-                        (failure.kind == Kind::kNoConnection || failure.kind == Kind::kTimeout);
     mayBeCommitted = wasRefused(failure);
   }
   if (mayBeCommitted) return lookForCommitted(std::move(failure), done);

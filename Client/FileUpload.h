@@ -40,8 +40,9 @@ class FileUpload final : public FileCall<FileRecord>,
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<FileRecord> read(const platform::Dictionary& result) override;
   void progress(RunningBase& handle, const platform::Dictionary& report) override;
-  /// What an upload template says wrong is no mistake of the caller's.
-  [[nodiscard]] Failure explain(Failure failure) override;
+  /// What an upload template says wrong is no mistake of the caller's. What makes or commits the
+  /// record may have been carried out.
+  [[nodiscard]] Failure explain(Failure failure, const platform::Value& told) override;
   /// A service may still be busy with the request that was given up, or have other chunks than the
   /// place says: the same chunk twice more, then all of them.
   [[nodiscard]] std::optional<std::chrono::milliseconds> runsAgainAfter(

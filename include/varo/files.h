@@ -104,7 +104,8 @@ class FileClient {
   ///
   /// - `Failure::begun` names the record that a failure leaves behind: `remove` gives it up, and
   ///   `UploadOptions::resume` with `Failure::place` goes on, which does no harm even where
-  ///   `isWorthRetrying` is false because nobody knows whether the commit was carried out.
+  ///   `isWorthRetrying` is false because nobody knows whether the commit was carried out. It is
+  ///   false as well where nobody knows whether the record was made, which then has no name.
   /// - Cancelled: the record is removed before the outcome is there; where that fails, `begun`
   ///   names it. Where the handle is destroyed, the removal goes on without it. A creation that is
   ///   under way is waited for, for 5 s at most, since only its response names the record.

@@ -330,6 +330,7 @@ TEST_F(RetryTest, RecordIsMadeOnceWhateverHappensToItsCreation) {
     if (wanted.failure) {
       EXPECT_EQ(outcome.error().kind, *wanted.failure);
       EXPECT_THAT(outcome.error().message, HasSubstr("\"uploaded\""));
+      EXPECT_EQ(outcome.error().isWorthRetrying(), !wanted.action.drop);
     }
     server_->clearFaults();
     EXPECT_EQ(files().list().get()->size(), wanted.failure ? 0U : 1U);
