@@ -119,7 +119,7 @@ Result<std::int64_t> parseChunkSize(const std::string& text) {
 Result<std::int64_t> parsePartSize(const std::string& text) {
   constexpr std::int64_t kMiB = std::int64_t{1} << 20;
   const auto size = parseByteCount(text);
-  if (size && *size >= 5 * kMiB && *size <= 5 * 1024 * kMiB) return *size;
+  if (size && *size >= 5 * kMiB && *size <= std::int64_t{5} * 1024 * kMiB) return *size;
   return usageError(fmt::format("'{}' is not a size from 5M to 5G", text));
 }
 
