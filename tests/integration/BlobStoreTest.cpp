@@ -333,6 +333,7 @@ TEST_F(BlobStoreTest, ShutdownEndsEveryFetch) {
     test::require(paused.get().error().kind == Kind::kShutDown, "nobody could resume it");
     test::require(severalPaused.get().error().kind == Kind::kShutDown, "nor these");
     test::require(store.fetch(blob(6)).get().error().kind == Kind::kShutDown, "and what follows");
+    server_->stop();  // with its threads, which nothing joins in a process that ends here
   });
 }
 
