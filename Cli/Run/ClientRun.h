@@ -35,7 +35,7 @@ template <typename T, typename Read>
                                     const std::function<Transfer<T>()>& start, const Read& read) {
   constexpr std::chrono::seconds kLongestCleaning{5};
   std::optional<Transfer<T>> transfer;
-  const Outcome outcome = session.await(
+  Outcome outcome = session.await(
       [&](const Session::Blocks& blocks) {
         transfer.emplace(start());
         transfer->onProgress([&output = session.output(), id](const Progress& progress) {
