@@ -148,7 +148,7 @@ Outcome lookUpPlace(Session& session, const FileClient& client, const DownloadOp
   if (options.securityKey) {
     filter = filter && field(binary::keys::kSecurityKey) == *options.securityKey;
   }
-  const Outcome found = awaitTransfer<std::vector<FileRecord>>(
+  Outcome found = awaitTransfer<std::vector<FileRecord>>(
       session, {}, [&] { return client.list(filter); },
       [](const std::vector<FileRecord>& records) {
         return platform::Value(records.empty() ? "" : records.front().name);
@@ -211,7 +211,7 @@ Outcome fetch(Session& session, const DownloadOptions& options) {
   if (options.output) {
     return fetchTo(session, *client, options, std::filesystem::path(*options.output));
   }
-  const Outcome place = lookUpPlace(session, *client, options);
+  Outcome place = lookUpPlace(session, *client, options);
   if (place.kind != Outcome::Kind::kSuccess) return place;
   return fetchTo(session, *client, options, std::filesystem::path(place.value.textValue()));
 }
