@@ -10,12 +10,11 @@ using std::chrono::steady_clock;
 
 ObservedRequest::ObservedRequest(std::shared_ptr<RequestObserver> observer, HttpRequest& request,
                                  int attempt)
-    : observer_(std::move(observer)),
-      report_{.method = request.method,
-              .url = urlWithoutValues(request.url),
-              .attempt = attempt,
-              .begun = std::chrono::system_clock::now()},
-      since_(steady_clock::now()) {
+    : observer_(std::move(observer)), since_(steady_clock::now()) {
+  report_.method = request.method;
+  report_.url = urlWithoutValues(request.url);
+  report_.attempt = attempt;
+  report_.begun = std::chrono::system_clock::now();
   request.meter = meter_;
   observer_->requestBegins();  // last: from here on there is an end
 }
