@@ -37,8 +37,8 @@ class CInterfaceFixture : public sandbox::SandboxTest {
 
   /// Has the server take the second chunk of an upload for ever.
   void holdSecondChunk() {
-    server_->addFault(
-        {.match = {.path = "/bytes/", .skip = 1}, .action = {.stallAfter = 1, .stallFor = std::chrono::milliseconds(-1)}});
+    server_->addFault({.match = {.path = "/bytes/", .skip = 1},
+                       .action = {.stallAfter = 1, .stallFor = std::chrono::milliseconds(-1)}});
   }
 
   std::string url_;
