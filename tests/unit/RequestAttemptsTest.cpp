@@ -377,7 +377,9 @@ TEST_F(RequestAttemptsTest, EachAttemptIsReportedOnceBeforeItsEndIsTold) {
     }
     EXPECT_EQ(observer->told, wanted);
     EXPECT_EQ(observer->underWay, 0);
-    if (answers.size() == 1 && answers.front().response) EXPECT_EQ(observer->received, 5U);
+    if (answers.size() == 1 && answers.front().response) {
+      EXPECT_EQ(observer->received, 5U);
+    }
   }
   observer->told.clear();
   authorizer->refuses = true;
