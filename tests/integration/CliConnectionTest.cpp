@@ -92,7 +92,9 @@ TEST_F(CliConnectionTest, EachKindOfCommandGoesThroughTheProxyAndNoMessageHasIts
       const Run result = run(settings);
       EXPECT_EQ(result.status, isRight ? 0 : 1) << result.errors;
       EXPECT_THAT(result.output + result.errors, Not(HasSubstr("marker")));
-      if (!isRight) EXPECT_THAT(result.errors, HasSubstr("hint: Check the user and the password"));
+      if (!isRight) {
+        EXPECT_THAT(result.errors, HasSubstr("hint: Check the user and the password"));
+      }
     }
     EXPECT_GT(proxy.asked().size(), asked);
     asked = proxy.asked().size();

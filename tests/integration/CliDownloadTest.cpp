@@ -172,7 +172,9 @@ TEST_F(CliDownloadTest, SyncBringsAWholeColumnAndListSaysWhereItStands) {
   for (const Dictionary& event : eventsEndingIn("failure", all)) {
     const bool isEnd = event["event"] == Value("itemFailure");
     failed += isEnd ? 1 : 0;
-    if (isEnd) EXPECT_GE(event["keys"].dictionaryValue()["id"].integerValue(), 6);
+    if (isEnd) {
+      EXPECT_GE(event["keys"].dictionaryValue()["id"].integerValue(), 6);
+    }
   }
   EXPECT_EQ(failed, 2U);
   EXPECT_EQ(states(), "1available 2available 4available 5available 6failed 7failed ");
