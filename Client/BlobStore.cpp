@@ -3,6 +3,7 @@
 #include "Client/BlobStates.h"
 #include "Client/BlobWatcher.h"
 #include "Client/Failures.h"
+#include "Client/PartPlan.h"
 #include "varo/blobs.h"
 
 #include <fmt/format.h>
@@ -20,7 +21,6 @@ using detail::failureOf;
 namespace {
 
 constexpr std::uint64_t kMostRange = std::uint64_t{1} << 40;
-constexpr int kMostParallelRanges = 64;
 
 Outcome<void> check(const BlobService& service) {
   const auto wrong = [](const std::string& what) {
@@ -31,9 +31,9 @@ Outcome<void> check(const BlobService& service) {
     return wrong(
         fmt::format("rangeSize is {} bytes, not from 1 to 1 TiB", service.rangeSize.count));
   }
-  if (service.parallelRanges < 1 || service.parallelRanges > kMostParallelRanges) {
-    return wrong(fmt::format("parallelRanges is {}, not from 1 to {}", service.parallelRanges,
-                             kMostParallelRanges));
+  if (auto good = detail::checkedSideBySide(service.parallelRanges, "BlobService::parallelRanges");
+      !good) {
+    return good;
   }
   if (service.parameters.contains("")) return wrong("parameters has one without a name");
   return {};

@@ -224,14 +224,19 @@ std::optional<Kind> kindOfFile(const Dictionary& userInfo) {
   return kindOfErrno(userInfo[platform::kErrorSystemCodeKey].integerValue());
 }
 
+/// What the transport says of a request that has failed: in the error itself, or below it.
+Dictionary transportInfo(const ToldFailure& told) {
+  const bool isItself = told.cause == nullptr || platform::transportFailureIn(told.userInfo);
+  return isItself ? told.userInfo : told.cause->userInfo();
+}
+
 Kind kindOf(const ToldFailure& told, const Failure& failure) {
   if (const auto ours = kindOfOurs(told.userInfo)) return *ours;
   if (told.cause != nullptr) {
     if (const auto ours = kindOfOurs(told.cause->userInfo())) return *ours;
   }
   if (isShutDown(told)) return Kind::kShutDown;
-  auto transport = platform::transportFailureIn(told.userInfo);
-  if (!transport && told.cause != nullptr) transport = platform::transportFailureOf(*told.cause);
+  const auto transport = platform::transportFailureIn(transportInfo(told));
   // A full disk is told by the cause below.
   if (told.cause != nullptr && told.cause->domain() == platform::kPosixErrorDomain) {
     return kindOfErrno(told.cause->code());
@@ -298,9 +303,7 @@ Failure failureFrom(const Value& value, std::string_view about) {
 }
 
 bool mayHaveArrived(const Value& value) {
-  const ToldFailure told = binary::readFailure(value);
-  const bool isOfTransport = told.cause != nullptr && platform::transportFailureOf(*told.cause);
-  const Dictionary info = isOfTransport ? told.cause->userInfo() : told.userInfo;
+  const Dictionary info = transportInfo(binary::readFailure(value));
   const auto failure = platform::transportFailureIn(info);
   if (!failure || info[platform::kErrorNotSentKey].boolValue()) return false;
   const Kind kind = kindOf(*failure);

@@ -38,7 +38,7 @@ inline constexpr std::uint64_t kRequest = kConnection + kResponse;
 
 /// As many as may be under way at once, by an option that nobody has checked yet.
 [[nodiscard]] constexpr std::uint64_t sideBySide(int atOnce, std::uint64_t each) noexcept {
-  return static_cast<std::uint64_t>(std::clamp(atOnce, 1, kMostPartsAtOnce)) * each;
+  return static_cast<std::uint64_t>(std::clamp(atOnce, 1, kMostSideBySide)) * each;
 }
 
 }  // namespace varo::detail::memory

@@ -40,7 +40,9 @@ Outcome<void> checkedOptions(const GetOptions& options) {
   if (part < kSmallestPart || part > kLargestPart) {
     return wrong(fmt::format("GetOptions::partSize is {} bytes, not from 64 KiB to 5 GiB", part));
   }
-  if (auto good = checkedPartsAtOnce(options.partsAtOnce, "GetOptions"); !good) return good;
+  if (auto good = checkedSideBySide(options.partsAtOnce, "GetOptions::partsAtOnce"); !good) {
+    return good;
+  }
   if (!options.range) return {};
   if (options.range->length == Bytes(0)) return wrong("GetOptions::range has no bytes");
   if (options.range->first > kLastByte) return wrong("GetOptions::range begins behind any object");

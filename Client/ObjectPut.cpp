@@ -65,7 +65,9 @@ Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   if (auto good = checked(key_); !good) return good;
   if (auto good = checkedContentType(options_.contentType); !good) return good;
   if (auto good = PartPlan::ofUpload(0, options_.partSize); !good) return std::move(good).error();
-  if (auto good = checkedPartsAtOnce(options_.partsAtOnce, "PutOptions"); !good) return good;
+  if (auto good = checkedSideBySide(options_.partsAtOnce, "PutOptions::partsAtOnce"); !good) {
+    return good;
+  }
   auto opened =
       dataFrom(*std::exchange(source_, std::nullopt), about(), run.running(), run.givenUp());
   if (!opened) return std::move(opened).error();

@@ -33,10 +33,10 @@ Outcome<PartPlan> PartPlan::ofUpload(std::uint64_t size, Bytes wished) {
   return PartPlan{size, partSize};
 }
 
-Outcome<void> checkedPartsAtOnce(int partsAtOnce, std::string_view options) {
-  if (partsAtOnce >= 1 && partsAtOnce <= kMostPartsAtOnce) return {};
-  return failureOf(Kind::kInvalidArgument, fmt::format("{}::partsAtOnce is {}, not from 1 to {}",
-                                                       options, partsAtOnce, kMostPartsAtOnce));
+Outcome<void> checkedSideBySide(int most, std::string_view option) {
+  if (most >= 1 && most <= kMostSideBySide) return {};
+  return failureOf(Kind::kInvalidArgument,
+                   fmt::format("{} is {}, not from 1 to {}", option, most, kMostSideBySide));
 }
 
 }  // namespace varo::detail

@@ -30,10 +30,10 @@ struct PartPlan {
   [[nodiscard]] static Outcome<PartPlan> ofUpload(std::uint64_t size, Bytes wished);
 };
 
-inline constexpr int kMostPartsAtOnce = 64;
+inline constexpr int kMostSideBySide = 64;
 
-/// Parts of one object under way, at most: `Kind::kInvalidArgument` for others than 1 to 64, in
-/// which the field of `options` is named.
-[[nodiscard]] Outcome<void> checkedPartsAtOnce(int partsAtOnce, std::string_view options);
+/// Parts or ranges of one object under way, at most: `Kind::kInvalidArgument`, which names the
+/// option, for others than 1 to 64.
+[[nodiscard]] Outcome<void> checkedSideBySide(int most, std::string_view option);
 
 }  // namespace varo::detail
