@@ -30,14 +30,18 @@ Result<Dictionary> readBlobServiceConfig(const std::string& path) {
   return config;
 }
 
-BlobService blobService(const GlobalOptions& global, const Dictionary& config) {
-  GlobalOptions merged = global;
+Dictionary blobHeaders(const GlobalOptions& global, const Dictionary& config) {
   Dictionary headers = config[binary::kDownloadHeaders].dictionaryValue();
   for (const DictionaryEntry& header : global.headers) {
     setHeader(headers, header.key, header.value.textValue());
   }
-  merged.headers = headers;
-  if (!merged.token && !hasHeader(headers, binary::kVaroAuthorization)) {
+  return headers;
+}
+
+BlobService blobService(const GlobalOptions& global, const Dictionary& config) {
+  GlobalOptions merged = global;
+  merged.headers = blobHeaders(global, config);
+  if (!merged.token && !hasHeader(merged.headers, binary::kVaroAuthorization)) {
     const std::string token = config[binary::kVaroAuthorization].textValue();
     if (!token.empty()) merged.token = token;
   }

@@ -17,4 +17,8 @@ namespace varo::cli {
 [[nodiscard]] BlobService blobService(const GlobalOptions& global,
                                       const platform::Dictionary& config);
 
+/// The headers of blob requests: those of the configuration, and those of the options, which win.
+[[nodiscard]] platform::Dictionary blobHeaders(const GlobalOptions& global,
+                                               const platform::Dictionary& config);
+
 }  // namespace varo::cli

@@ -135,7 +135,7 @@ int sync(Session& session, const BlobTable& table, const BlobStore& store,
   const BatchEnd end = runSideBySide(session, batch);
   return session.finish(outcomeOf(end, kBlobs, blobs.size(), kBlobs, true),
                         {.success = [&](const Dictionary&) { return describe(end); },
-                         .failure = describeBatchFailure,
+                         .failure = describeWithoutHint,
                          .about = {table.name()}});
 }
 

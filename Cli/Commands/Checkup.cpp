@@ -64,11 +64,7 @@ int Checkup::finish() {
   const std::string message = fmt::format("something is wrong with: {}", fmt::join(wrong_, ", "));
   return session_.finish(
       {Outcome::Kind::kFailure, commandError(kCodeCheckFailed, message, kind_, isRetryable_)},
-      {.failure = [](const Value& failure) {
-        FailureText text = describeFailure(failure);
-        text.hint.clear();  // each step has told its own
-        return text;
-      }});
+      {.failure = describeWithoutHint});
 }
 
 }  // namespace varo::cli

@@ -3,7 +3,7 @@
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
-#include "Cli/Arguments/Arguments.h"
+#include "Cli/Commands/BlobServiceConfig.h"
 #include "Cli/Commands/ObjectRequest.h"
 #include "Cli/Commands/Probe.h"
 #include "Cli/Commands/StoreRequest.h"
@@ -113,11 +113,8 @@ void checkStore(Session& session, Checkup& checkup, const StoreArguments& store)
 }
 
 void checkBlobService(Session& session, Checkup& checkup, const Dictionary& config) {
-  Dictionary headers = config[binary::kDownloadHeaders].dictionaryValue();
-  for (const platform::DictionaryEntry& header : session.options().headers) {
-    setHeader(headers, header.key, header.value.textValue());
-  }
-  const auto reply = reach(session, checkup, {config[binary::kURL].textValue(), headers});
+  const auto reply = reach(
+      session, checkup, {config[binary::kURL].textValue(), blobHeaders(session.options(), config)});
   if (!reply) return;
   checkup.notTried(
       steps::kService,

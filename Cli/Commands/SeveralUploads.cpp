@@ -80,7 +80,7 @@ int uploadSeveral(Session& session, const std::string& url, const std::vector<st
                                return fmt::format("{} files, {}\n", files.size(),
                                                   formatBytes(*batch.bytes));
                              },
-                         .failure = describeBatchFailure});
+                         .failure = describeWithoutHint});
 }
 
 }  // namespace varo::cli

@@ -75,6 +75,12 @@ FailureText describeFailure(const Value& failure) {
   return describeFailureOf(Topic::kFile, failure);
 }
 
+FailureText describeWithoutHint(const Value& failure) {
+  FailureText text = describeFailure(failure);
+  text.hint.clear();
+  return text;
+}
+
 FailureText describeFailureOf(Topic topic, const Value& failure) {
   const binary::ToldFailure told = binary::readFailure(failure);
   const std::string message = told.text.empty() ? "the operation failed" : told.text;

@@ -38,6 +38,8 @@ struct FailureText {
 /// "error", or an error itself. The hint is the one for operations on files.
 [[nodiscard]] FailureText describeFailure(const platform::Value& failure);
 
+/// The same without a hint, for a command whose items or steps have each had their own.
+[[nodiscard]] FailureText describeWithoutHint(const platform::Value& failure);
 /// The same with the hint for `topic`.
 [[nodiscard]] FailureText describeFailureOf(Topic topic, const platform::Value& failure);
 

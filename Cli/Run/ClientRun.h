@@ -27,13 +27,15 @@ template <typename T, typename Read>
   return {Outcome::Kind::kSuccess, read(*given)};
 }
 
+/// For what cancelled transfers have to clean up, all of a command together.
+inline constexpr std::chrono::seconds kLongestCleaning{5};
+
 /// Runs a transfer of the typed client to its outcome; `read` makes the result of what it gives.
 /// Its progress is told as chunks of `id`, of one without an id not at all. An interrupt cancels
 /// it, and what it has to clean up is waited for a while.
 template <typename T, typename Read>
 [[nodiscard]] Outcome awaitTransfer(Session& session, const std::string& id,
                                     const std::function<Transfer<T>()>& start, const Read& read) {
-  constexpr std::chrono::seconds kLongestCleaning{5};
   std::optional<Transfer<T>> transfer;
   Outcome outcome = session.await(
       [&](const Session::Blocks& blocks) {

@@ -18,8 +18,6 @@ namespace {
 
 /// How soon an interrupt is noticed, and how often a progress display is drawn anew.
 constexpr std::chrono::milliseconds kTickInterval{100};
-/// For what cancelled transfers have to clean up, all together.
-constexpr std::chrono::seconds kLongestCleaning{5};
 
 /// Wakes the main thread.
 class Bell {
@@ -166,12 +164,6 @@ Outcome outcomeOf(const BatchEnd& end, std::string_view key, std::size_t count,
   platform::Array results;
   for (const Dictionary& result : end.results) results.append(result);
   return {Outcome::Kind::kSuccess, Dictionary{{std::string(key), results}}};
-}
-
-FailureText describeBatchFailure(const platform::Value& failure) {
-  FailureText text = describeFailure(failure);
-  text.hint.clear();
-  return text;
 }
 
 }  // namespace varo::cli

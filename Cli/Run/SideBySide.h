@@ -90,7 +90,5 @@ struct BatchEnd {
 /// The outcome of a command whose items have ended so. `what` were to be moved: "files".
 [[nodiscard]] Outcome outcomeOf(const BatchEnd& end, std::string_view key, std::size_t count,
                                 std::string_view what, bool repeatIsHarmless);
-/// The failure of such a command, without a hint: each of its items has had its own.
-[[nodiscard]] FailureText describeBatchFailure(const platform::Value& failure);
 
 }  // namespace varo::cli
