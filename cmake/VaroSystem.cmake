@@ -30,7 +30,7 @@ function(varo_system_source feature fast portable)
   set(VARO_SYSTEM_SOURCES ${VARO_SYSTEM_SOURCES} PARENT_SCOPE)
 endfunction()
 
-set(VARO_SYSTEM_SOURCES System/FileCalls.cpp System/SingleThread.cpp)
+set(VARO_SYSTEM_SOURCES System/FileCalls.cpp System/OpenFileLimit.cpp System/SingleThread.cpp)
 varo_system_source(VARO_HAS_FLOCK FileLockFlock.cpp FileLockPosix.cpp)
 varo_system_source(VARO_HAS_ARC4RANDOM RandomBytesArc4.cpp RandomBytesPosix.cpp)
 varo_system_source(VARO_HAS_SPAWN_CLOSE_FROM SpawnDescriptorsGlibc.cpp SpawnDescriptorsPosix.cpp)

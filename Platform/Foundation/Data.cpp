@@ -40,9 +40,13 @@ Data& Data::operator=(Data&& other) noexcept {
 }
 
 Data Data::fromBytes(std::string bytes) {
+  return sharing(std::make_shared<const std::string>(std::move(bytes)));
+}
+
+Data Data::sharing(std::shared_ptr<const std::string> bytes) {
   Data data;
-  data.length_ = bytes.size();
-  data.bytes_ = std::make_shared<const std::string>(std::move(bytes));
+  data.length_ = bytes->size();
+  data.bytes_ = std::move(bytes);
   return data;
 }
 

@@ -36,6 +36,8 @@ class Data {
 
   /// Takes over `bytes`.
   [[nodiscard]] static Data fromBytes(std::string bytes);
+  /// The bytes of a string that nobody changes any more.
+  [[nodiscard]] static Data sharing(std::shared_ptr<const std::string> bytes);
   [[nodiscard]] static Data copyOf(std::span<const std::byte> bytes);
 
   /// The whole of the regular file at `path`, as large as it is now. Nothing is loaded.

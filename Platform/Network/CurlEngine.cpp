@@ -5,6 +5,7 @@
 #include "Platform/Network/ConfigurationRules.h"
 #include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/NetworkTuning.h"
+#include "Platform/System/OpenFileLimit.h"
 
 #include <fmt/format.h>
 
@@ -32,7 +33,7 @@ CurlMulti makeMulti() {
   CurlMulti multi(curl_multi_init());
   if (multi == nullptr) return nullptr;
   // Every connection of the active transfers may be kept.
-  const auto most = static_cast<long>(tuning::kMaxActiveTransfers);
+  const auto most = static_cast<long>(system::shareOfOpenFiles(tuning::kMaxActiveTransfers));
   if (curl_multi_setopt(multi.get(), CURLMOPT_MAXCONNECTS, most) != CURLM_OK) return nullptr;
   // An HTTP/2 connection takes as many streams as its server allows.
   if (curl_multi_setopt(multi.get(), CURLMOPT_MAX_CONCURRENT_STREAMS, most) != CURLM_OK) {
@@ -58,8 +59,8 @@ NetworkConfiguration withDefaults(NetworkConfiguration configuration) {
   configuration.connectTimeout =
       boundedTimeout(configuration.connectTimeout, tuning::kConnectTimeout);
   configuration.stallTimeout = boundedTimeout(configuration.stallTimeout, tuning::kStallTimeout);
-  configuration.maxActiveTransfers =
-      std::clamp<std::size_t>(configuration.maxActiveTransfers, 1, tuning::kMaxActiveTransfers);
+  configuration.maxActiveTransfers = std::clamp<std::size_t>(
+      configuration.maxActiveTransfers, 1, system::shareOfOpenFiles(tuning::kMaxActiveTransfers));
   return configuration;
 }
 
@@ -122,7 +123,8 @@ CurlEngine::CurlEngine(const NetworkConfiguration& configuration, ThreadPool& po
               .withCookies = withCookies_.get(),
               .withoutCookies = withoutCookies_.get(),
               .sockets = &sockets_,
-              .pacer = &pacer_},
+              .pacer = &pacer_,
+              .buffers = BufferPool::create(tuning::kSpoolThreshold, tuning::kMaxIdleBuffers)},
       mistake_(mistakeErrorOf(configuration)),
       pacer_(configuration.bytesPerSecond) {}
 
@@ -374,6 +376,7 @@ void CurlEngine::endActive(CURL* easy, const ErrorPtr& error) {
 }
 
 void CurlEngine::complete(CurlTransfer& transfer, CurlTransfer::End end) {
+  lastEnd_ = Clock::now();
   HttpCompletion completion = transfer.takeCompletion();
   if (completion == nullptr) return;
   Job job = completionJob(std::move(completion), std::move(end));
@@ -388,10 +391,19 @@ std::chrono::milliseconds CurlEngine::stallCheckInterval() const {
 
 /// Until something has to be done without a socket that moves.
 std::chrono::milliseconds CurlEngine::longestWait() {
-  if (active_.empty()) return tuning::kIdlePoll;
+  if (active_.empty()) return longestIdleWait();
   const auto turn = pacer_.untilNext();
   if (!turn) return stallCheckInterval();
   return std::min(stallCheckInterval(), std::chrono::ceil<std::chrono::milliseconds>(*turn));
+}
+
+std::chrono::milliseconds CurlEngine::longestIdleWait() {
+  const auto idle = Clock::now() - lastEnd_;
+  if (idle < tuning::kIdleBufferTime) {
+    return std::chrono::ceil<std::chrono::milliseconds>(tuning::kIdleBufferTime - idle);
+  }
+  common_.buffers->dropIdle();
+  return tuning::kIdlePoll;
 }
 
 CurlEasy CurlEngine::takeHandle() {

@@ -66,6 +66,7 @@ class CurlEngine {
   void endExchange(CURL* easy, CURLcode code);
   void resumePaused();
   [[nodiscard]] std::chrono::milliseconds longestWait();
+  [[nodiscard]] std::chrono::milliseconds longestIdleWait();
   void endStalled();
   void endAll(const ErrorPtr& error);
   /// The same where memory is short: what cannot be completed is dropped, which its owner notices.
@@ -102,6 +103,7 @@ class CurlEngine {
   CurlSockets sockets_;
   CurlPacer pacer_;
   Clock::time_point nextStallCheck_;
+  Clock::time_point lastEnd_;
   std::chrono::milliseconds shortestStall_ = tuning::kStallTimeout;  // of the active ones, or less
 };
 

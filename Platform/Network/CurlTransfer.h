@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/BufferPool.h"
 #include "Platform/Network/CurlHandles.h"
 #include "Platform/Network/CurlMovement.h"
 #include "Platform/Network/CurlPacer.h"
@@ -37,6 +38,8 @@ struct CurlCommon {
   CURLSH* withoutCookies = nullptr;
   CurlSockets* sockets = nullptr;
   CurlPacer* pacer = nullptr;
+  /// For response bodies that stay in memory.
+  std::shared_ptr<BufferPool> buffers = nullptr;
 };
 
 /// One request from `send` to its completion, over all its redirects. Made on any thread, then used

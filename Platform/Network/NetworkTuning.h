@@ -31,7 +31,8 @@ inline constexpr std::chrono::seconds kLongestIdleForPost{3};
 // Counts.
 
 /// Transfers handed to libcurl at once; later ones wait in a queue of our own, where no time-out
-/// runs. Each needs a socket and may need a spool file, and processes have 1024 descriptors.
+/// runs. Each needs a socket and may need a spool file; where the process may have fewer than 1,024
+/// descriptors, a quarter of them.
 inline constexpr std::size_t kMaxActiveTransfers = 256;
 /// Easy handles kept for reuse. A fresh one costs about a quarter of a small transfer, a kept one
 /// its upload buffer.
@@ -54,7 +55,7 @@ inline constexpr std::size_t kMaxHeaderLines = 2'000;
 
 /// What libcurl reads from a socket at once; its largest. Fewer system calls than its default of
 /// 16 KiB.
-inline constexpr std::size_t kReceiveBuffer = 512 * kKiB;
+inline constexpr std::size_t kReceiveBuffer = 128 * kKiB;
 /// What is read from a request body at once: a chunk of the usual size in one read. Measured on
 /// chunked uploads: a fifth less CPU than with libcurl's default of 64 KiB.
 inline constexpr std::size_t kUploadBuffer = 1 * kMiB;
@@ -69,5 +70,10 @@ inline constexpr std::size_t kSmallestBuffer = 64 * kKiB;
 
 /// Response bodies up to this size stay in memory, larger ones go to a file.
 inline constexpr std::uint64_t kSpoolThreshold = 1 * kMiB;
+/// Buffers of that size kept for the next responses while nobody has them: as many as five
+/// downloads have between the connection and the disk at the worst moment.
+inline constexpr std::size_t kMaxIdleBuffers = 32;
+/// How long they are kept after the last transfer.
+inline constexpr std::chrono::milliseconds kIdleBufferTime{1'000};
 
 }  // namespace varo::platform::tuning

@@ -39,13 +39,19 @@ Result<std::shared_ptr<File>> createSpoolFile(const std::string& directory) {
 
 }  // namespace
 
-ResponseSink::ResponseSink(std::string spoolDirectory, std::size_t gatherSize)
-    : spoolDirectory_(std::move(spoolDirectory)), gatherSize_(gatherSize) {}
+ResponseSink::ResponseSink(std::string spoolDirectory, std::size_t gatherSize,
+                           std::shared_ptr<BufferPool> buffers)
+    : spoolDirectory_(std::move(spoolDirectory)),
+      gatherSize_(gatherSize),
+      buffers_(std::move(buffers)),
+      buffer_(std::make_shared<std::string>()) {}
 
 Result<void> ResponseSink::expect(std::uint64_t size) {
   if (size > tuning::kSpoolThreshold) return startSpooling();
+  const bool fillsMost = buffers_ != nullptr && size > buffers_->size() / 2;
+  if (fillsMost && buffer_->empty()) buffer_ = buffers_->lend();
   // At once: growing with the bytes would copy them again and again.
-  buffer_.reserve(static_cast<std::size_t>(size));
+  buffer_->reserve(static_cast<std::size_t>(size));
   return {};
 }
 
@@ -53,26 +59,26 @@ Result<void> ResponseSink::startSpooling() {
   auto file = createSpoolFile(spoolDirectory_);
   if (!file) return file.error();
   file_ = std::move(file).value();
-  if (!buffer_.empty()) {
+  if (!buffer_->empty()) {
     if (auto written = flush(); !written) return written;
   }
   // From here on the buffer only gathers, which needs less than it held.
-  buffer_.shrink_to_fit();
-  buffer_.reserve(gatherSize_);
+  buffer_ = std::make_shared<std::string>();
+  buffer_->reserve(gatherSize_);
   return {};
 }
 
 Result<void> ResponseSink::flush() {
-  if (auto written = file_->writeAt(spooled_, buffer_); !written) return written;
-  spooled_ += buffer_.size();
-  buffer_.clear();
+  if (auto written = file_->writeAt(spooled_, *buffer_); !written) return written;
+  spooled_ += buffer_->size();
+  buffer_->clear();
   return {};
 }
 
 Result<void> ResponseSink::write(std::string_view bytes) {
   if (file_ == nullptr) {
-    if (buffer_.size() + bytes.size() <= tuning::kSpoolThreshold) {
-      buffer_.append(bytes);
+    if (buffer_->size() + bytes.size() <= tuning::kSpoolThreshold) {
+      buffer_->append(bytes);
       return {};
     }
     if (auto started = startSpooling(); !started) return started;
@@ -80,10 +86,10 @@ Result<void> ResponseSink::write(std::string_view bytes) {
   // Pieces are cut so that every write covers whole pages: a page written in two parts is copied
   // and locked twice.
   while (!bytes.empty()) {
-    const std::size_t room = std::min(gatherSize_ - buffer_.size(), bytes.size());
-    buffer_.append(bytes.substr(0, room));
+    const std::size_t room = std::min(gatherSize_ - buffer_->size(), bytes.size());
+    buffer_->append(bytes.substr(0, room));
     bytes.remove_prefix(room);
-    if (buffer_.size() == gatherSize_) {
+    if (buffer_->size() == gatherSize_) {
       if (auto written = flush(); !written) return written;
     }
   }
@@ -94,7 +100,7 @@ Result<Data> ResponseSink::look(std::uint64_t offset, std::size_t most) {
   const std::uint64_t length = std::min<std::uint64_t>(size() - offset, most);
   if (file_ == nullptr) {
     return Data::fromBytes(
-        buffer_.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length)));
+        buffer_->substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length)));
   }
   if (offset + length > spooled_) {
     if (auto written = flush(); !written) return written.error();
@@ -103,7 +109,9 @@ Result<Data> ResponseSink::look(std::uint64_t offset, std::size_t most) {
 }
 
 Result<Data> ResponseSink::take() {
-  if (file_ == nullptr) return Data::fromBytes(std::exchange(buffer_, {}));
+  if (file_ == nullptr) {
+    return Data::sharing(std::exchange(buffer_, std::make_shared<std::string>()));
+  }
   if (auto written = flush(); !written) return written.error();
   Data body = Data::fromFileRegion(std::exchange(file_, nullptr), 0, std::exchange(spooled_, 0));
   return body;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/BufferPool.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Result.h"
 
@@ -17,8 +18,10 @@ class ResponseSink {
  public:
   /// Files are made in `spoolDirectory`, or in the directory for temporary files where that is
   /// empty or none can be created in it. `gatherSize`, in bytes, is how much is collected for one
-  /// write.
-  ResponseSink(std::string spoolDirectory, std::size_t gatherSize);
+  /// write. A body of more than half a buffer of
+  /// `buffers` is collected in one of these; null: in memory of its own.
+  ResponseSink(std::string spoolDirectory, std::size_t gatherSize,
+               std::shared_ptr<BufferPool> buffers = nullptr);
 
   /// What the server says will come; a large body goes to a file from its first byte.
   [[nodiscard]] Result<void> expect(std::uint64_t size);
@@ -28,7 +31,7 @@ class ResponseSink {
   [[nodiscard]] Result<void> write(std::string_view bytes);
 
   /// Bytes taken so far.
-  [[nodiscard]] std::uint64_t size() const noexcept { return spooled_ + buffer_.size(); }
+  [[nodiscard]] std::uint64_t size() const noexcept { return spooled_ + buffer_->size(); }
 
   /// Up to `most` of the bytes taken so far, from `offset` on, which is not behind them. More may
   /// be taken while they are read. Errors as `write`.
@@ -43,7 +46,9 @@ class ResponseSink {
 
   const std::string spoolDirectory_;
   const std::size_t gatherSize_;
-  std::string buffer_;  // all of a small body, or what comes behind the bytes in the file
+  const std::shared_ptr<BufferPool> buffers_;
+  /// All of a small body, or what comes behind the bytes in the file. Never null.
+  std::shared_ptr<std::string> buffer_;
   std::shared_ptr<File> file_;
   std::uint64_t spooled_ = 0;  // bytes in the file
 };
