@@ -6,6 +6,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
+#include "Binary/BinaryFileAdapterWithMetadata/Manager/UploadAdmission.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryDeleteTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileUploaderTask.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryListTask.h"
@@ -16,9 +17,12 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/KnownKeys.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/ValidationUtils.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/Network/NetworkTuning.h"
+#include "Platform/System/OpenFileLimit.h"
 #include "Platform/TaskEngine/EngineErrors.h"
 
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <new>
 #include <utility>
@@ -27,6 +31,10 @@ namespace varo::binary {
 namespace {
 
 namespace texts = log_texts::file_storage_manager;
+
+/// Uploads that run at once, where the process may have as many files open: as many as libcurl is
+/// given transfers.
+constexpr std::size_t kMostUploadsAtOnce = platform::tuning::kMaxActiveTransfers;
 
 /// Of the options, for all operations.
 constexpr std::array<std::string_view, 6> kKnownOptions = {
@@ -85,8 +93,12 @@ FileStorageManager& FileStorageManager::sharedInstance() {
   return *instance;
 }
 
-FileStorageManager::FileStorageManager(Badge /*badge*/) : _classTag(kFileManagerErrorDomain) {
+FileStorageManager::FileStorageManager(Badge /*badge*/)
+    : _classTag(kFileManagerErrorDomain),
+      uploads_(std::make_shared<UploadAdmission>(
+          platform::system::shareOfOpenFiles(kMostUploadsAtOnce))) {
   static_cast<void>(outOfMemoryFailure());
+  platform::Runtime::shared().onShutdown([uploads = uploads_] { uploads->shutDown(); });
 }
 
 std::string FileStorageManager::functionTag() const {
@@ -186,14 +198,27 @@ void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInput
   }
   logger().logDebug(texts::kUploadParamsValid);
 
-  const auto upload = std::make_shared<BinaryFileUploaderTask>();
-  upload->setInputContext(
-      {{keys::kUrl, url},
-       {keys::kUploadParams, ValidationUtils::fixChunkSizeIfNeeded(uploadParams)},
-       {keys::kCallback, callback},
-       {keys::kOptions, passedOn(options)},
-       {kOperationSettings, OperationSettings::value(settings)}});
-  start(upload);
+  Dictionary input{{keys::kUrl, url},
+                   {keys::kUploadParams, ValidationUtils::fixChunkSizeIfNeeded(uploadParams)},
+                   {keys::kCallback, callback},
+                   {keys::kOptions, passedOn(options)},
+                   {kOperationSettings, OperationSettings::value(settings)}};
+  uploads_->enter([this, input = std::move(input)](
+                      UploadAdmission::Place place) { startUpload(input, std::move(place)); },
+                  settings->cancellation);
+}
+
+void FileStorageManager::startUpload(const Dictionary& input, std::shared_ptr<void> place) {
+  try {
+    const auto upload = std::make_shared<BinaryFileUploaderTask>(std::move(place));
+    upload->setInputContext(input);
+    start(upload);
+  } catch (const std::bad_alloc&) {
+    // Perhaps on no caller's thread, so that nobody else would tell.
+    const auto callback = input[keys::kCallback].objectAs<BinaryCallback>();
+    if (callback != nullptr)
+      callback->executeWithCallback(CallbackType::kFailure, outOfMemoryFailure());
+  }
 }
 
 void FileStorageManager::downloadWithURL(const std::string& url,

@@ -14,6 +14,8 @@
 
 namespace varo::binary {
 
+class UploadAdmission;
+
 /// The dispatcher behind the facade. For each operation it
 /// - checks the arguments; a failed check is reported to the callback at once, and no task is made;
 /// - builds the input context of the operation's task and starts the task;
@@ -38,7 +40,8 @@ class FileStorageManager final : public platform::VSTask {
                         const std::shared_ptr<BinaryCallback>& callback,
                         const std::optional<platform::Dictionary>& options);
   /// `uploadParams` get a positive "chunkSize", of their own or `kDefaultChunkSize`; the input type
-  /// only decides what of them is checked.
+  /// only decides what of them is checked. So many run at once as the process may have open files
+  /// for, 256 at most; the others wait for their turn.
   void uploadBinaryWithUrl(const std::string& url, UploadInputType inputType,
                            const std::optional<platform::Dictionary>& uploadParams,
                            const std::shared_ptr<BinaryCallback>& callback,
@@ -97,6 +100,8 @@ class FileStorageManager final : public platform::VSTask {
   /// Notes which operation is entered. False, after a report, where it cannot go on.
   [[nodiscard]] bool enterWithUrl(std::string_view functionTag, const std::string& url,
                                   const std::shared_ptr<BinaryCallback>& callback);
+  /// Starts an upload that has been admitted; `place` goes with it.
+  void startUpload(const platform::Dictionary& input, std::shared_ptr<void> place);
   /// Starts the task of an operation, which is told of its end whatever happens.
   void start(const std::shared_ptr<VSTask>& operation);
   [[nodiscard]] std::string functionTag() const;
@@ -128,6 +133,7 @@ class FileStorageManager final : public platform::VSTask {
   [[nodiscard]] static platform::Dictionary trimOutputContextFor(const VSTask& download);
 
   const std::string _classTag;
+  const std::shared_ptr<UploadAdmission> uploads_;  // never null
 
   mutable platform::Mutex mutex_;
   /// The operation that was entered last, by whatever thread; also named by lines that are logged

@@ -5,10 +5,14 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Subtasks/UploadCommiterTask.h"
 
 #include <memory>
+#include <utility>
 
 namespace varo::binary {
 
-BinaryFileUploaderTask::BinaryFileUploaderTask() { setupSubtasks(); }
+BinaryFileUploaderTask::BinaryFileUploaderTask(std::shared_ptr<void> place)
+    : place_(std::move(place)) {
+  setupSubtasks();
+}
 
 void BinaryFileUploaderTask::setupSubtasks() {
   const auto metadataCreator = std::make_shared<FileMetadataCreatorTask>();
