@@ -2,11 +2,11 @@
 #include "Binary/Binary/BinaryDataManager/BlobErrors.h"
 #include "Binary/Binary/BinaryDataManager/DownloadPlaces.h"
 #include "Binary/Binary/BinaryDataManager/ManagerLogTexts.h"
-#include "Binary/Binary/DownloadTask/DataPersistenceTask.h"
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
 #include "Binary/Binary/DownloadTask/FileClaim.h"
+#include "Binary/Binary/DownloadTask/FileFailure.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
@@ -63,7 +63,7 @@ FileClaim::Lease BlobDownload::claimFile() {
   if (attempt.error != nullptr) {
     // The row of a file that another process has is that process's.
     if (!FileClaim::isBusy(*attempt.error)) rows_.updateState(kDownloadErrored, {});
-    fail(nullptr, {{kPersistenceError, DataPersistenceTask::creationFailure(attempt.error, path)}});
+    fail(nullptr, {{kPersistenceError, creationFailure(attempt.error, path)}});
   }
   return attempt.claim;
 }
@@ -109,8 +109,7 @@ void BlobDownload::endWithWholeFile(const FileClaim::Lease& claim, std::int64_t 
   const auto synced = file ? (*file)->sync() : platform::Result<void>(file.error());
   if (!synced) {
     rows_.updateState(kDownloadErrored, {});
-    return fail(claim, {{kPersistenceError,
-                         DataPersistenceTask::creationFailure(synced.error(), claim->path())}});
+    return fail(claim, {{kPersistenceError, creationFailure(synced.error(), claim->path())}});
   }
   taskEnded(claim, {{kBlobId, blobId_}, {kFilePath, claim->path()}, {kTotalFileSize, size}});
 }

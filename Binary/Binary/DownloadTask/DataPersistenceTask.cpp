@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
 #include "Binary/Binary/DownloadTask/DownloadPath.h"
+#include "Binary/Binary/DownloadTask/FileFailure.h"
 #include "Binary/Binary/DownloadTask/NetworkTask.h"
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/BlockCall.h"
@@ -9,12 +10,11 @@
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Platform/Foundation/File.h"
+#include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/WorkQueue.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 namespace varo::binary {
@@ -26,25 +26,15 @@ namespace {
 namespace texts = log_texts::data_persistence_task;
 
 constexpr std::string_view kChunkQueue = "chunkQueue";
-constexpr char kPath[] = "path";
 
 constexpr std::string_view kInputErrorName = "dataPersistanceTask";
 constexpr std::string_view kFileErrorName = "persistenceTask";
 constexpr std::string_view kInvalidInput = "Invalid inputs provided to the dataPersistance task.";
-constexpr std::string_view kFileNotThere = "FileDoesn't exist at path.";
 
 /// One for all downloads: their chunks are written one at a time.
 SerialQueue& chunkQueue() {
   static auto& queue = *new SerialQueue(std::string(kChunkQueue));  // used until the very end
   return queue;
-}
-
-/// The user information of an error of the file system.
-Dictionary fileFailure(std::string_view message, const ErrorPtr& cause, const std::string& path) {
-  return {{std::string(platform::kErrorMessageKey), message},
-          {std::string(platform::kLocalizedDescriptionKey), cause->localizedDescription()},
-          {kPath, path},
-          {std::string(platform::kUnderlyingError), cause}};
 }
 
 Value number(TaskState state) { return static_cast<std::int64_t>(state); }
@@ -83,7 +73,7 @@ void DataPersistenceTask::beginRun() {
   _totalFileSize = _totalSizeWritten = _totalBytesReceived = 0;
   // What an earlier download has handed out is not handed out again.
   streamPosition_ = std::max<std::int64_t>(input[kTotalBytesDownloaded].integerValue(), 0);
-  _fileHandle.release();
+  release();
   _fileHandle.setClaim(input[kFileClaim].objectAs<FileClaim>());
   checkForStreamingAndCallbacks();
 }
@@ -115,7 +105,7 @@ void DataPersistenceTask::resumeDownload(Dictionary input) {
 void DataPersistenceTask::releaseFile(std::shared_ptr<FileClaim> lease) {
   chunkQueue().async([self = self<DataPersistenceTask>(), lease = std::move(lease)] {
     self->phase_ = Phase::kReleased;
-    self->_fileHandle.release();
+    self->release();
   });
 }
 
@@ -348,21 +338,13 @@ void DataPersistenceTask::updateTotalSizeWritten(std::uint64_t size) {
   });
 }
 
-Dictionary DataPersistenceTask::creationFailure(const ErrorPtr& cause, const std::string& path) {
-  // A folder that is missing could not be made, and why tells more.
-  std::error_code reason;
-  const std::string folder = std::filesystem::path(path).parent_path().string();
-  if (cause->code() == ENOENT) std::filesystem::create_directories(folder, reason);
-  return fileFailure(kFileNotThere,
-                     reason ? Error::fromErrno(reason.value(), "Creating", folder) : cause, path);
-}
-
 void DataPersistenceTask::failWithFile(std::string_view message, const ErrorPtr& cause,
                                        const std::string& path) {
   fail(fileFailure(message, cause, path));
 }
 
 void DataPersistenceTask::fail(const Dictionary& userInfo) {
+  endsDue_ = 0;
   releaseUnclaimedFile();
   takeEndBack();
   _errorContext.set(kPersistenceError, userInfo);
@@ -372,6 +354,7 @@ void DataPersistenceTask::fail(const Dictionary& userInfo) {
 }
 
 void DataPersistenceTask::failWithEmptyBody() {
+  endsDue_ = 0;
   takeEndBack();
   raiseError(CommonUtils::getErrorForTask(ID(), kEmptyObjectErrorDomain, kCodeEmptyBodyReceived,
                                           kEmptyBodyReceived, std::nullopt));
@@ -428,20 +411,62 @@ bool DataPersistenceTask::hasEarlierBytes() {
          DownloadFile::sizeAt(getFilePath()) == static_cast<std::uint64_t>(offset);
 }
 
+void DataPersistenceTask::release() {
+  ++runs_;
+  isSyncing_ = false;
+  endsDue_ = 0;
+  _fileHandle.release();
+}
+
 void DataPersistenceTask::end() {
+  ++endsDue_;
+  if (!isSyncing_) syncThenEnd();
+}
+
+void DataPersistenceTask::syncThenEnd() {
   const bool isComplete = phase_ == Phase::kNetworkEnded || phase_ == Phase::kReceiving;
   const bool mustBeOnDisk = _fileHandle.isOpen() || (isComplete && hasStablePath());
-  if (!_streaming && mustBeOnDisk) {
-    const std::string path = getFilePath();
-    if (const auto synced = _fileHandle.sync(path); !synced) {
-      logger().logError(texts::kFileFailed, synced.error());
-      return failWithFile(synced.error()->localizedDescription(), synced.error(), path);
+  if (_streaming || !mustBeOnDisk) return tellEnds();
+  const auto unsynced = _fileHandle.unsynced(getFilePath());
+  if (!unsynced) return failToSync(unsynced.error());
+  if (unsynced->file == nullptr) return tellEnds();
+  isSyncing_ = true;
+  platform::Runtime::shared().pool().postOrRun(
+      [self = self<DataPersistenceTask>(), run = runs_, file = *unsynced] {
+        self->guarded([&] {
+          chunkQueue().async([self, run, file, done = file.file->sync()] {
+            self->guarded([&] { self->synced(run, file, done); });
+          });
+        });
+      });
+}
+
+void DataPersistenceTask::synced(std::uint64_t run, const DownloadFile::Unsynced& file,
+                                 const platform::Result<void>& done) {
+  if (run != runs_) return;
+  isSyncing_ = false;
+  // Stopped, or failed in another way, meanwhile.
+  if (endsDue_ == 0 || !isWriting()) return;
+  if (!done) return failToSync(done.error());
+  _fileHandle.noteSynced(file);
+  syncThenEnd();  // of what was written meanwhile
+}
+
+void DataPersistenceTask::failToSync(const ErrorPtr& cause) {
+  logger().logError(texts::kFileFailed, cause);
+  failWithFile(cause->localizedDescription(), cause, getFilePath());
+}
+
+void DataPersistenceTask::tellEnds() {
+  for (int due = std::exchange(endsDue_, 0); due > 0; --due) {
+    setOutputContext();
+    // A second end: the first came before the network task's, when nobody could act on it.
+    if (state() == TaskState::Ended) {
+      raiseContextChangeEvent();
+    } else {
+      setState(TaskState::Ended);
     }
   }
-  setOutputContext();
-  // A second end: the first came before the network task's, when nobody could act on it.
-  if (state() == TaskState::Ended) return raiseContextChangeEvent();
-  setState(TaskState::Ended);
 }
 
 void DataPersistenceTask::setOutputContext() {

@@ -4,6 +4,7 @@
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
 #include "Platform/TaskEngine/VSTask.h"
 
@@ -55,10 +56,6 @@ class DataPersistenceTask final : public platform::VSTask {
   /// goes, too, which may be null. For a task at rest.
   void releaseFile(std::shared_ptr<FileClaim> lease);
 
-  /// What stands in the error context for a file that cannot be created.
-  [[nodiscard]] static platform::Dictionary creationFailure(const platform::ErrorPtr& cause,
-                                                            const std::string& path);
-
   /// Hears of the network task.
   void task(const std::shared_ptr<platform::VSTask>& task, platform::TaskState from,
             platform::TaskState to, const platform::Dictionary& context) override;
@@ -103,7 +100,15 @@ class DataPersistenceTask final : public platform::VSTask {
   void checkIfTaskCompleted(bool isReceivedChunkNil);
   void checkIfTaskOfUnknownSizeCompleted(bool isReceivedChunkNil);
   [[nodiscard]] bool hasEarlierBytes();
+  /// Ends once the file is on the disk. It is synchronised outside of the queue, so that the files
+  /// of several downloads are at the same time.
   void end();
+  void syncThenEnd();
+  void synced(std::uint64_t run, const DownloadFile::Unsynced& file,
+              const platform::Result<void>& done);
+  void failToSync(const platform::ErrorPtr& cause);
+  void tellEnds();
+  void release();
   void setOutputContext();
   void failWithFile(std::string_view message, const platform::ErrorPtr& cause,
                     const std::string& path);
@@ -122,6 +127,9 @@ class DataPersistenceTask final : public platform::VSTask {
   std::int64_t _totalBytesReceived = 0;  // of all chunks
   std::int64_t streamPosition_ = 0;      // of the next byte for the block
   DownloadFile _fileHandle;
+  std::uint64_t runs_ = 0;  // also counts releases: a synchronisation of before ends nothing
+  bool isSyncing_ = false;
+  int endsDue_ = 0;       // ends that wait for it
   std::string filePath_;  // where it is computed once
   std::shared_ptr<OnChunkDownloadCompleted> _onChunkDownloadCompletedCompletionBlock;
   std::shared_ptr<OnStreamDownloadCompleted> _onStreamDownloadCompletedCompletionBlock;

@@ -52,7 +52,7 @@ Result<void> DownloadFile::open(const std::string& path) {
 Result<std::uint64_t> DownloadFile::write(const std::string& path, std::uint64_t offset,
                                           const Data& bytes, Gaps gaps) {
   if (const auto opened = open(path); !opened) return opened.error();
-  isSynced_ = false;
+  ++writes_;
   const auto size = _fileHandle->size();
   if (!size) return size.error();
   if (*size < offset && gaps == Gaps::kRefused) {
@@ -87,12 +87,14 @@ Result<void> DownloadFile::append(std::uint64_t offset, const Data& bytes) {
   return written;
 }
 
-Result<void> DownloadFile::sync(const std::string& path) {
-  if (auto opened = open(isOpen() ? _fileHandle->path() : path); !opened) return opened;
-  if (isSynced_) return {};
-  auto synced = _fileHandle->sync();
-  isSynced_ = synced.ok();
-  return synced;
+Result<DownloadFile::Unsynced> DownloadFile::unsynced(const std::string& path) {
+  if (auto opened = open(isOpen() ? _fileHandle->path() : path); !opened) return opened.error();
+  if (syncedWrites_ == writes_) return Unsynced();
+  return Unsynced{_fileHandle, writes_};
+}
+
+void DownloadFile::noteSynced(const Unsynced& synced) noexcept {
+  if (synced.file == _fileHandle) syncedWrites_ = synced.writes;
 }
 
 Result<void> DownloadFile::empty(const std::string& path) {
@@ -113,7 +115,8 @@ void DownloadFile::release() {
 
 void DownloadFile::close() {
   _fileHandle.reset();
-  isSynced_ = false;
+  writes_ = 0;
+  syncedWrites_.reset();
   unsent_ = 0;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -39,8 +40,15 @@ class DownloadFile {
                                                       const platform::Data& bytes, Gaps gaps);
   /// Whether a file is open and locked.
   [[nodiscard]] bool isOpen() const noexcept { return _fileHandle != nullptr; }
-  /// Waits until all bytes are on the disk: those of the open file, else of the one at `path`.
-  [[nodiscard]] platform::Result<void> sync(const std::string& path);
+  /// What has to be synchronised so that all bytes are on the disk: the open file, else the one at
+  /// `path`, which is opened; null where they are there. May be used on another thread.
+  struct Unsynced {
+    std::shared_ptr<platform::File> file;
+    std::uint64_t writes = 0;  // that came before
+  };
+  [[nodiscard]] platform::Result<Unsynced> unsynced(const std::string& path);
+  /// That file is synchronised now; what was written since then is not.
+  void noteSynced(const Unsynced& synced) noexcept;
   /// Empties the file: its bytes are not those of the object any more.
   [[nodiscard]] platform::Result<void> empty(const std::string& path);
   /// Bytes in the file; 0 where there is none.
@@ -58,7 +66,9 @@ class DownloadFile {
 
   std::shared_ptr<FileClaim> claim_;
   std::shared_ptr<platform::File> _fileHandle;
-  bool isSynced_ = false;     // nothing was written since the last `sync`
+  // Of the open file.
+  std::uint64_t writes_ = 0;
+  std::optional<std::uint64_t> syncedWrites_;  // how many of them are on the disk; none: unknown
   std::uint64_t unsent_ = 0;  // position up to which the system was asked to write to the disk
 };
 
