@@ -11,6 +11,7 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/events.h"
 #include "varo/outcome.h"
+#include "varo/units.h"
 
 #include <chrono>
 #include <cstdint>
@@ -47,6 +48,8 @@ class FileCall : public Observed {
   [[nodiscard]] virtual OperationKind kind() const = 0;
   /// Bytes that a run needs at most.
   [[nodiscard]] virtual std::uint64_t memory() const { return memory::kRequest; }
+  /// See `Operation`.
+  [[nodiscard]] virtual std::optional<Bytes> perSecond() const { return std::nullopt; }
   /// Sends the requests of a run. A failure says that nothing was sent.
   [[nodiscard]] virtual Outcome<void> send(const FileRun& run) = 0;
   /// The outcome of what the service answered.
@@ -114,7 +117,7 @@ class FileOperation final : public Operation {
   using CallPtr = std::shared_ptr<FileCall<T>>;
 
   FileOperation(std::shared_ptr<ClientCore> core, CallPtr call, std::shared_ptr<Running<T>> running)
-      : Operation(*core, call->kind(), call->memory()),
+      : Operation(*core, call->kind(), call->memory(), call->perSecond()),
         core_(std::move(core)),
         call_(std::move(call)),
         running_(std::move(running)) {}

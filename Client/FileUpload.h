@@ -37,6 +37,7 @@ class FileUpload final : public FileCall<FileRecord>,
   [[nodiscard]] const std::string& about() const override { return about_; }
   [[nodiscard]] OperationKind kind() const override { return OperationKind::kFileUpload; }
   [[nodiscard]] std::uint64_t memory() const override;
+  [[nodiscard]] std::optional<Bytes> perSecond() const override { return options_.perSecond; }
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<FileRecord> read(const platform::Dictionary& result) override;
   void progress(RunningBase& handle, const platform::Dictionary& report) override;

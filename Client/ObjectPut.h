@@ -27,6 +27,7 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
   [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectPut; }
   [[nodiscard]] std::uint64_t memory() const override;
+  [[nodiscard]] std::optional<Bytes> perSecond() const override { return options_.perSecond; }
   void run(const ObjectRunPtr& run, End end) override;
   void giveUp(Failure failure, const std::function<void(Failure)>& done) override;
 

@@ -76,7 +76,8 @@ struct ObjectInfo {
   std::filesystem::path file = {};
 };
 
-/// How an object is put into an `S3`. A `TemplateService` takes none of it: its template says all.
+/// How an object is put into an `S3`. A `TemplateService` takes `perSecond` alone: its template
+/// says all else.
 struct PutOptions {
   std::string contentType = "application/octet-stream";
   /// What is larger is sent in parts of this size, and the store makes one object of them
@@ -97,6 +98,10 @@ struct PutOptions {
   /// makes the whole faster; after a failure there are half as many. 1: never side by side. Bytes
   /// are read while they are sent, so each takes 1 MiB of memory at most.
   int partsAtOnce = 8;
+  /// Bytes that this transfer, all its parts together, may move in a second, in each direction, at
+  /// least 1. It shares `Options::perSecond` with the others, too: the slower limit wins. None:
+  /// that one alone.
+  std::optional<Bytes> perSecond = {};
 };
 
 /// A run of an object's bytes.
@@ -130,6 +135,8 @@ struct GetOptions {
   /// What came in the last second, or of the last 8 MiB, may have to come again. A second get into
   /// the same path meanwhile, of this or another process, is `Kind::kConflict`.
   bool keepParts = false;
+  /// As `PutOptions::perSecond`.
+  std::optional<Bytes> perSecond = {};
 };
 
 struct ObjectListOptions {

@@ -128,7 +128,8 @@ struct Options {
   /// None: connections are made directly, whatever the environment says.
   std::optional<Proxy> proxy = {};
   /// Bytes that all transfers of this client together may move in a second, in each direction.
-  /// None: as many as the line takes.
+  /// None: as many as the line takes. One transfer may have a limit of its own below that:
+  /// `UploadOptions::perSecond` and so on.
   std::optional<Bytes> perSecond = {};
   /// The header "User-Agent". Empty: "varobinary/" and the version of the library.
   std::string userAgent = {};
