@@ -1,13 +1,16 @@
 #include "Client/ObjectPut.h"
 
+#include "Client/Failures.h"
 #include "Client/ObjectAnswers.h"
 #include "Client/ObjectSteps.h"
-#include "Client/ObjectUpload.h"
 #include "Client/SourceData.h"
+#include "Platform/Crypto/Md5.h"
+#include "Platform/Foundation/Text.h"
 #include "Platform/Network/HeaderRules.h"
 
 #include <fmt/format.h>
 
+#include <string_view>
 #include <utility>
 
 namespace varo::detail {
@@ -135,21 +138,47 @@ void ObjectPut::findParts(const ObjectRunPtr& run, const End& end) {
       run, {key_, *begun()},
       [work = self<ObjectPut>(), run, end](Outcome<std::vector<upload::StoredPart>> found) {
         if (!found) return end(std::move(found).error());
-        std::vector<std::string> noted;
-        {
-          const MutexLock lock(work->mutex_);
-          work->asksForParts_ = false;
-          noted.swap(work->noted_);
-        }
-        for (upload::StoredPart& part : *found) {
-          // Those of another size come from another plan, and are sent again.
-          if (part.index >= work->plan_.count()) continue;
-          if (part.size != work->plan_.length(part.index)) continue;
-          if (!noted.empty() && part.entityTag != noted[part.index]) continue;
-          work->took(run->running(), part.index, std::move(part.entityTag));
+        if (auto taken = work->takeParts(*run, *std::move(found)); !taken) {
+          return end(std::move(taken).error());
         }
         work->sendParts(run, end);
       });
+}
+
+Outcome<void> ObjectPut::takeParts(const ObjectRun& run, std::vector<upload::StoredPart> found) {
+  std::vector<std::string> noted;
+  {
+    const MutexLock lock(mutex_);
+    noted = noted_;
+  }
+  for (upload::StoredPart& part : found) {
+    // Those of another size come from another plan, and are sent again.
+    if (part.index >= plan_.count() || part.size != plan_.length(part.index)) continue;
+    if (!noted.empty() && part.entityTag != noted[part.index]) continue;
+    if (noted.empty()) {
+      const auto isOurs = isOfTheseBytes(part, run.cancellation());
+      if (!isOurs) return isOurs.error();
+      if (!*isOurs) continue;
+    }
+    took(run.running(), part.index, std::move(part.entityTag));
+  }
+  const MutexLock lock(mutex_);
+  asksForParts_ = false;
+  noted_.clear();
+  return {};
+}
+
+/// A part that somebody else has sent, perhaps another process: the source may have changed since,
+/// and nothing but the digest of its bytes tells. Many stores name a part by its MD5; a tag that is
+/// made otherwise equals none.
+Outcome<bool> ObjectPut::isOfTheseBytes(const upload::StoredPart& part,
+                                        const std::stop_token& stop) const {
+  platform::Md5 hash;
+  const auto read = readPieces(data_->slice(plan_.first(part.index), plan_.length(part.index)),
+                               stop, [&hash](std::string_view piece) { hash.update(piece); });
+  if (!read) return failureFrom(read.error(), about());
+  const auto digest = hash.hex();
+  return digest && platform::equalIgnoringCase(unquoted(part.entityTag), *digest);
 }
 
 void ObjectPut::handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes) {

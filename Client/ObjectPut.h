@@ -2,6 +2,7 @@
 
 #include "Client/ObjectOperation.h"
 #include "Client/ObjectSteps.h"
+#include "Client/ObjectUpload.h"
 #include "Client/PartPlan.h"
 #include "Platform/Foundation/Data.h"
 #include "varo/objects.h"
@@ -10,6 +11,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -38,6 +40,11 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   void sendWhole(const ObjectRunPtr& run, const End& end);
   void beginUpload(const ObjectRunPtr& run, const End& end);
   void findParts(const ObjectRunPtr& run, const End& end);
+  /// Takes those of the parts that the store has which are of these bytes, for certain.
+  [[nodiscard]] Outcome<void> takeParts(const ObjectRun& run,
+                                        std::vector<upload::StoredPart> found);
+  [[nodiscard]] Outcome<bool> isOfTheseBytes(const upload::StoredPart& part,
+                                             const std::stop_token& stop) const;
   void sendParts(const ObjectRunPtr& run, const End& end);
   void sendPart(const ObjectRunPtr& run, const ObjectSteps::Step& step);
   void complete(const ObjectRunPtr& run, const End& end);

@@ -88,8 +88,12 @@ struct PutOptions {
   /// removed. If they are kept, `Failure::upload` names the upload, and the store may charge for
   /// them until it is resumed or aborted.
   bool keepParts = false;
-  /// Goes on with an upload of the same key whose parts were kept: those that the store has are not
-  /// sent again. Source and `partSize` have to be the same as before. Empty: a new one.
+  /// Goes on with an upload of the same key whose parts were kept. Those that the store has are not
+  /// sent again where they are certainly of the source's bytes: their size, and their "ETag" is the
+  /// MD5 of those bytes, for which the source is read once up to the last part that the store has.
+  /// All others are sent anew: where the source or `partSize` has changed, and in a store that
+  /// makes its tags otherwise, as with keys of its own for encryption. So no object is made of two
+  /// versions of a source. Empty: a new one.
   UploadId resume = {};
   /// Told the name of an upload in parts when it has begun, before a part is sent: for a `resume`
   /// after the process has ended. Called at most once, on a thread of the library.

@@ -157,6 +157,23 @@ TEST_F(LargeObjectTest, AnotherPutGoesOnWithThePartsThatWereKept) {
   EXPECT_EQ(late.error().kind, Kind::kNotFound) << late.error().message;
 }
 
+TEST_F(LargeObjectTest, AResumeUsesNoPartOfAnotherVersionOfTheSource) {
+  server_->addFault({.match = {.query = "partNumber=3"}, .action = {.status = 503}});
+  const auto kept = put(store(), {.keepParts = true, .partsAtOnce = 1}).get();
+  ASSERT_TRUE(kept.error().upload);
+  server_->clearFaults();
+  std::string changed = content_;
+  ++changed[0];  // in the first of two parts that the store has
+  writeFile(path("large"), changed);
+  const auto resumed = put(store(), {.resume = *kept.error().upload}).get();
+  ASSERT_TRUE(resumed) << resumed.error().message;
+  std::string text;
+  ASSERT_TRUE(store().get(kKey, into(text)).get());
+  EXPECT_TRUE(text == changed);
+  EXPECT_EQ(sent("PUT", "partNumber=1"), 2U);
+  EXPECT_EQ(sent("PUT", "partNumber=2"), 1U);
+}
+
 TEST_F(LargeObjectTest, AResumeThatCannotBeginEndsTheUpload) {
   server_->addFault({.match = {.query = "partNumber=2"}, .action = {.status = 503}});
   const auto kept = put(store(), {.keepParts = true}).get();

@@ -89,7 +89,8 @@ typedef struct varo_put_options {
   /// until it is resumed or aborted.
   int keep_parts;
   /// Goes on with an upload of the same key whose parts were kept: those that the store has are
-  /// not sent again. Source and `part_size` have to be the same as before. NULL: a new one.
+  /// not sent again where their size and MD5 (as the store's "ETag") are those of the source's
+  /// bytes, which are read once for that. All others are sent anew. NULL: a new one.
   const char* resume;
   /// NULL for none.
   varo_begun_fn on_begun;
