@@ -25,6 +25,8 @@ namespace varo::detail {
 
 /// What one run of a call sends with, and the handle that it is for.
 struct FileRun {
+  std::shared_ptr<HeldCredentials> credentials;
+  /// With what is shown of them.
   platform::Dictionary headers;
   std::shared_ptr<binary::OperationSettings> settings;
   /// Hears of the end.
@@ -136,7 +138,8 @@ class FileOperation final : public Operation {
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
     const auto settings = core_->settings();
-    Outcome<platform::Dictionary> headers = core_->headers(*settings, cancellation->token());
+    const auto credentials = core_->holdCredentials(cancellation->token());
+    Outcome<platform::Dictionary> headers = core_->headers(*settings, credentials);
     if (!headers) return failed(run, std::move(headers).error());
     const auto self = std::static_pointer_cast<FileOperation>(shared_from_this());
     const auto callback = std::make_shared<binary::BinaryCallback>();
@@ -150,7 +153,8 @@ class FileOperation final : public Operation {
     });
     settings->cancellation = cancellation->token();
     direct(run, *settings);
-    const FileRun sent{*std::move(headers), settings, callback, cancellation, running_};
+    const FileRun sent{credentials, *std::move(headers), settings,
+                       callback,    cancellation,        running_};
     if (Outcome<void> refused = call_->send(sent); !refused) {
       failed(run, std::move(refused).error());
     }

@@ -87,7 +87,8 @@ class ObjectOperation final : public Operation {
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
     const auto self = std::static_pointer_cast<ObjectOperation>(this->shared_from_this());
     auto begun = ObjectRun::begin(
-        place_, {cancellation->token(), givenUp_.get_token()}, running_,
+        place_, place_->core()->holdCredentials(cancellation->token()),
+        {cancellation->token(), givenUp_.get_token()}, running_,
         [self, run](Failure why) { self->failed(run, std::move(why)); },
         [self, run](auto& settings) { self->direct(run, settings); });
     if (!begun) return failed(run, std::move(begun).error());

@@ -35,7 +35,8 @@ ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, So
     : place_(std::move(place)),
       key_(std::move(key)),
       options_(std::move(options)),
-      source_(std::move(source)) {
+      source_(std::move(source)),
+      credentials_(place_->core()->holdCredentials({})) {
   // From now on, so that it is ended or named even where it cannot go on.
   if (options_.resume.empty() || !checked(key_)) return;
   upload_ = options_.resume;
@@ -48,6 +49,10 @@ std::uint64_t ObjectPut::memory() const {
 }
 
 void ObjectPut::run(const ObjectRunPtr& run, End end) {
+  {
+    const MutexLock lock(mutex_);
+    credentials_ = run->credentials();
+  }
   if (auto ready = prepare(*run); !ready) return end(std::move(ready).error());
   if (isOneRequest()) return sendWhole(run, end);
   bool isBegun = false;
@@ -286,7 +291,13 @@ std::optional<UploadId> ObjectPut::begun() const {
 }
 
 void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done) {
-  const auto id = begun();
+  std::optional<UploadId> id;
+  std::shared_ptr<HeldCredentials> credentials;
+  {
+    const MutexLock lock(mutex_);
+    id = upload_;
+    credentials = credentials_;
+  }
   if (!id || options_.keepParts) {
     failure.upload = id;
     return done(std::move(failure));
@@ -294,7 +305,8 @@ void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done
   Failure left = failure;
   left.upload = id;
   const auto run = ObjectRun::begin(
-      place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); },
+      place_, credentials->atTheEnd(), {}, nullptr,
+      [done, left](const Failure& /*why*/) { done(left); },
       [observer = observer()](platform::RequestSettings& settings) {
         settings.retry.reset();  // who has cancelled waits for this
         settings.observer = observer;

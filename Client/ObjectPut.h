@@ -67,6 +67,8 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   PartPlan plan_;
 
   mutable platform::Mutex mutex_;
+  /// Of the last run; before it, nobody was asked for them.
+  std::shared_ptr<HeldCredentials> credentials_ VARO_GUARDED_BY(mutex_);
   /// Of the upload that the store has begun and not ended.
   std::optional<UploadId> upload_ VARO_GUARDED_BY(mutex_);
   /// Whether the parts of an upload that goes on are still to be asked for.

@@ -44,12 +44,10 @@ Outcome<HttpResponse> judged(std::optional<HttpResponse> response, const platfor
 
 }  // namespace
 
-Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(std::shared_ptr<const ObjectPlace> place,
-                                                           ObjectStops stops,
-                                                           std::shared_ptr<RunningBase> running,
-                                                           std::function<void(Failure)> fail,
-                                                           Direct direct) {
-  auto credentials = place->core()->holdCredentials(stops.run);
+Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(
+    std::shared_ptr<const ObjectPlace> place, std::shared_ptr<HeldCredentials> credentials,
+    ObjectStops stops, std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail,
+    Direct direct) {
   const auto shown = credentials->current();
   if (!shown) return shown.error();
   auto access = place->access(**shown);
