@@ -28,7 +28,7 @@ TEST_F(OwnRateTest, HoldsBackItsTransferAndNoOther) {
     auto slow = begin(1_B);  // its first piece is the last one of this day
     const auto other = begin(std::nullopt).get();
     ASSERT_TRUE(other) << other.error().message;
-    EXPECT_EQ(slow.waitFor(0ms), std::nullopt);
+    ASSERT_FALSE(slow.waitFor(0ms));
     slow.cancel();
     EXPECT_EQ(slow.get().error().kind, Kind::kCancelled);
     const auto none = begin(0_B).get();
@@ -46,7 +46,8 @@ TEST_F(OwnRateTest, HoldsBackItsTransferAndNoOther) {
   });
   check("get", [&](Rate rate) { return objects.get(kKey, nowhere, {.perSecond = rate}); });
   check("put by a template", [&](Rate rate) {
-    return templates.put(ObjectKey(rate ? "slow" : "b"), Source::text(content), {.perSecond = rate});
+    return templates.put(ObjectKey(rate ? "slow" : "b"), Source::text(content),
+                         {.perSecond = rate});
   });
 }
 
