@@ -103,7 +103,9 @@ void BlobFetch::launch(std::uint64_t run,
   }
   const auto settings = core_->client().settings();
   settings->parallelRanges = static_cast<std::size_t>(core_->service().parallelRanges);
-  Outcome<Dictionary> headers = core_->client().headers(*settings, cancellation->token());
+  const ClientCore& client = core_->client();
+  Outcome<Dictionary> headers =
+      client.headers(*settings, client.holdCredentials(cancellation->token()));
   if (!headers) return failed(run, std::move(headers).error());
   direct(run, *settings);
   const auto download = makeDownload(prepared->id, *headers, settings);

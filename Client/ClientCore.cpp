@@ -177,10 +177,9 @@ std::shared_ptr<HeldCredentials> ClientCore::holdCredentials(std::stop_token sto
 }
 
 Outcome<Dictionary> ClientCore::headers(platform::RequestSettings& settings,
-                                        const std::stop_token& stop) const {
+                                        const std::shared_ptr<HeldCredentials>& held) const {
   Dictionary headers;
   for (const auto& [name, value] : options_.headers) headers.set(name, value);
-  const auto held = holdCredentials(stop);
   const auto shown = held->current();
   if (!shown) return shown.error();
   if ((*shown)->token.empty()) return headers;

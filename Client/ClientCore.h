@@ -37,10 +37,10 @@ class ClientCore {
   /// The credentials of one operation; nobody is asked yet. Empty ones where there is nobody.
   /// `stop` ends the waits for them.
   [[nodiscard]] std::shared_ptr<HeldCredentials> holdCredentials(std::stop_token stop) const;
-  /// The headers of the requests of one operation; asks for the credentials, as long as there is no
-  /// `stop`. `settings`, which are the operation's, renew them.
-  [[nodiscard]] Outcome<platform::Dictionary> headers(platform::RequestSettings& settings,
-                                                      const std::stop_token& stop) const;
+  /// The headers of the requests of one operation; asks for the credentials. `settings`, which are
+  /// the operation's, renew them.
+  [[nodiscard]] Outcome<platform::Dictionary> headers(
+      platform::RequestSettings& settings, const std::shared_ptr<HeldCredentials>& held) const;
   /// A copy of the settings of every operation, to be completed.
   [[nodiscard]] std::shared_ptr<binary::OperationSettings> settings() const;
 

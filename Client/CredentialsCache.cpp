@@ -86,16 +86,17 @@ class CredentialsCache::Asking {
   std::optional<Outcome<CredentialsPtr>> answer_ VARO_GUARDED_BY(mutex_);
 };
 
-CredentialsCache::CredentialsCache(Provider provider, const platform::Clock& clock,
-                                   std::chrono::milliseconds longestWait)
-    : provider_(std::move(provider)), clock_(clock), longestWait_(longestWait) {}
+CredentialsCache::CredentialsCache(Provider provider, const platform::Clock& clock)
+    : provider_(std::move(provider)), clock_(clock) {}
 
-Outcome<CredentialsPtr> CredentialsCache::get(const std::stop_token& stop) {
-  return getAfter(nullptr, stop);
+Outcome<CredentialsPtr> CredentialsCache::get(const std::stop_token& stop,
+                                              std::chrono::milliseconds longestWait) {
+  return getAfter(nullptr, stop, longestWait);
 }
 
 Outcome<CredentialsPtr> CredentialsCache::getAfter(const CredentialsPtr& refused,
-                                                   const std::stop_token& stop) {
+                                                   const std::stop_token& stop,
+                                                   std::chrono::milliseconds longestWait) {
   if (provider_ == nullptr) return std::make_shared<const Credentials>();
   const Time now = clock_.now();
   std::shared_ptr<Asking> asking;
@@ -116,7 +117,7 @@ Outcome<CredentialsPtr> CredentialsCache::getAfter(const CredentialsPtr& refused
   }
   if (job != nullptr) platform::Runtime::shared().pool().postOrRun(std::move(job));
   if (asking == nullptr) asking = std::make_shared<Asking>();  // to tell of the stop
-  return asking->wait(stop, longestWait_);
+  return asking->wait(stop, longestWait);
 }
 
 void CredentialsCache::ask(Asking& asking) noexcept {
@@ -149,7 +150,7 @@ Outcome<CredentialsPtr> HeldCredentials::current() {
     const MutexLock lock(mutex_);
     if (held_ != nullptr && !held_->expires) return held_;
   }
-  auto given = cache_->get(stop_);
+  auto given = cache_->get(stop_, longestWait_);
   if (!given) return given;
   const MutexLock lock(mutex_);
   return held_ = *std::move(given);
@@ -162,12 +163,24 @@ bool HeldCredentials::renew(const std::function<bool(const Credentials&)>& wasRe
     held = held_;
   }
   if (held != nullptr && !wasRefused(*held)) return true;
-  auto given = cache_->getAfter(held, stop_);
+  auto given = cache_->getAfter(held, stop_, longestWait_);
   if (!given) return given.error().kind == Kind::kCancelled;
   if (wasRefused(**given)) return false;
   const MutexLock lock(mutex_);
   held_ = *std::move(given);
   return true;
+}
+
+std::shared_ptr<HeldCredentials> HeldCredentials::atTheEnd(std::chrono::milliseconds longestWait) {
+  auto same = std::make_shared<HeldCredentials>(cache_, std::stop_token(), longestWait);
+  CredentialsPtr held;
+  {
+    const MutexLock lock(mutex_);
+    held = held_;
+  }
+  const MutexLock lock(same->mutex_);
+  same->held_ = std::move(held);
+  return same;
 }
 
 }  // namespace varo::detail

@@ -29,18 +29,18 @@ class CredentialsCache : public std::enable_shared_from_this<CredentialsCache> {
   /// Somebody may have to type a password meanwhile.
   static constexpr std::chrono::minutes kLongestWait{5};
 
-  /// Of an empty provider all credentials are empty. `clock` lives as long as this; `longestWait`
-  /// is how long an answer is waited for.
+  /// Of an empty provider all credentials are empty. `clock` lives as long as this.
   explicit CredentialsCache(Provider provider,
-                            const platform::Clock& clock = platform::Clock::system(),
-                            std::chrono::milliseconds longestWait = kLongestWait);
+                            const platform::Clock& clock = platform::Clock::system());
 
   /// Those that are kept, else what the provider says. `Kind::kCancelled` where a stop comes first,
-  /// `kTimeout` where it says nothing.
-  [[nodiscard]] Outcome<CredentialsPtr> get(const std::stop_token& stop = {});
+  /// `kTimeout` where it says nothing for so long.
+  [[nodiscard]] Outcome<CredentialsPtr> get(const std::stop_token& stop = {},
+                                            std::chrono::milliseconds longestWait = kLongestWait);
   /// The same after a server has turned `refused` away: they are kept no longer.
-  [[nodiscard]] Outcome<CredentialsPtr> getAfter(const CredentialsPtr& refused,
-                                                 const std::stop_token& stop = {});
+  [[nodiscard]] Outcome<CredentialsPtr> getAfter(
+      const CredentialsPtr& refused, const std::stop_token& stop = {},
+      std::chrono::milliseconds longestWait = kLongestWait);
 
   /// Whether it is the provider that calls: what it began with the same client would wait for it,
   /// and it perhaps for that.
@@ -54,7 +54,6 @@ class CredentialsCache : public std::enable_shared_from_this<CredentialsCache> {
 
   const Provider provider_;
   const platform::Clock& clock_;
-  const std::chrono::milliseconds longestWait_;
 
   platform::Mutex mutex_;
   /// Null for none.
@@ -68,9 +67,13 @@ class CredentialsCache : public std::enable_shared_from_this<CredentialsCache> {
 /// serve all of them. Thread-safe.
 class HeldCredentials {
  public:
-  /// `stop` ends the waits for the provider.
-  explicit HeldCredentials(std::shared_ptr<CredentialsCache> cache, std::stop_token stop = {})
-      : cache_(std::move(cache)), stop_(std::move(stop)) {}
+  /// How long requests at the end of an operation wait for the provider: so does its outcome.
+  static constexpr std::chrono::seconds kLongestWaitAtTheEnd{5};
+
+  /// `stop` ends the waits for the provider, and so does `longestWait`, each of them.
+  explicit HeldCredentials(std::shared_ptr<CredentialsCache> cache, std::stop_token stop = {},
+                           std::chrono::milliseconds longestWait = CredentialsCache::kLongestWait)
+      : cache_(std::move(cache)), stop_(std::move(stop)), longestWait_(longestWait) {}
 
   /// For the next request.
   [[nodiscard]] Outcome<CredentialsPtr> current();
@@ -79,9 +82,15 @@ class HeldCredentials {
   /// the next attempt is to notice: the refusal is not what has ended it.
   [[nodiscard]] bool renew(const std::function<bool(const Credentials&)>& wasRefused);
 
+  /// The same ones for requests after a stop that clean up. The provider is not asked where it need
+  /// not be: it may be why the operation was given up.
+  [[nodiscard]] std::shared_ptr<HeldCredentials> atTheEnd(
+      std::chrono::milliseconds longestWait = kLongestWaitAtTheEnd);
+
  private:
   const std::shared_ptr<CredentialsCache> cache_;
   const std::stop_token stop_;
+  const std::chrono::milliseconds longestWait_;
 
   platform::Mutex mutex_;
   /// Null before there was a request.

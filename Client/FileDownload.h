@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace varo::detail {
@@ -25,6 +26,7 @@ class FileDownload final : public FileCall<std::filesystem::path> {
   /// Its look-up is parsed in memory; the bytes go to a file as they come, and from there to a
   /// sink.
   [[nodiscard]] std::uint64_t memory() const override { return memory::kRequest + memory::kPiece; }
+  [[nodiscard]] std::optional<Bytes> perSecond() const override { return options_.perSecond; }
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<std::filesystem::path> read(const platform::Dictionary& result) override;
   [[nodiscard]] Failure explain(Failure failure, const platform::Value& told) override;

@@ -11,6 +11,7 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/events.h"
 #include "varo/outcome.h"
+#include "varo/units.h"
 
 #include <chrono>
 #include <cstdint>
@@ -24,6 +25,8 @@ namespace varo::detail {
 
 /// What one run of a call sends with, and the handle that it is for.
 struct FileRun {
+  std::shared_ptr<HeldCredentials> credentials;
+  /// With what is shown of them.
   platform::Dictionary headers;
   std::shared_ptr<binary::OperationSettings> settings;
   /// Hears of the end.
@@ -47,6 +50,8 @@ class FileCall : public Observed {
   [[nodiscard]] virtual OperationKind kind() const = 0;
   /// Bytes that a run needs at most.
   [[nodiscard]] virtual std::uint64_t memory() const { return memory::kRequest; }
+  /// See `Operation`.
+  [[nodiscard]] virtual std::optional<Bytes> perSecond() const { return std::nullopt; }
   /// Sends the requests of a run. A failure says that nothing was sent.
   [[nodiscard]] virtual Outcome<void> send(const FileRun& run) = 0;
   /// The outcome of what the service answered.
@@ -114,7 +119,7 @@ class FileOperation final : public Operation {
   using CallPtr = std::shared_ptr<FileCall<T>>;
 
   FileOperation(std::shared_ptr<ClientCore> core, CallPtr call, std::shared_ptr<Running<T>> running)
-      : Operation(*core, call->kind(), call->memory()),
+      : Operation(*core, call->kind(), call->memory(), call->perSecond()),
         core_(std::move(core)),
         call_(std::move(call)),
         running_(std::move(running)) {}
@@ -133,7 +138,8 @@ class FileOperation final : public Operation {
   void launch(std::uint64_t run,
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
     const auto settings = core_->settings();
-    Outcome<platform::Dictionary> headers = core_->headers(*settings, cancellation->token());
+    const auto credentials = core_->holdCredentials(cancellation->token());
+    Outcome<platform::Dictionary> headers = core_->headers(*settings, credentials);
     if (!headers) return failed(run, std::move(headers).error());
     const auto self = std::static_pointer_cast<FileOperation>(shared_from_this());
     const auto callback = std::make_shared<binary::BinaryCallback>();
@@ -147,7 +153,8 @@ class FileOperation final : public Operation {
     });
     settings->cancellation = cancellation->token();
     direct(run, *settings);
-    const FileRun sent{*std::move(headers), settings, callback, cancellation, running_};
+    const FileRun sent{credentials, *std::move(headers), settings,
+                       callback,    cancellation,        running_};
     if (Outcome<void> refused = call_->send(sent); !refused) {
       failed(run, std::move(refused).error());
     }

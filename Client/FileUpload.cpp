@@ -144,6 +144,7 @@ Outcome<void> FileUpload::send(const FileRun& run) {
     const MutexLock lock(mutex_);
     phase_ = Phase::kPreparing;
     current_ = run.cancellation;
+    credentials_ = run.credentials;
     noMoreAttempts_ = std::make_shared<Cancellation>();
     run.settings->noMoreAttempts = noMoreAttempts_->token();
     stopsLater_ = false;
@@ -320,10 +321,19 @@ std::shared_ptr<binary::OperationSettings> FileUpload::settingsAtTheEnd() const 
   return settings;
 }
 
+Outcome<Dictionary> FileUpload::headersAtTheEnd(binary::OperationSettings& settings) const {
+  std::shared_ptr<HeldCredentials> held;
+  {
+    const MutexLock lock(mutex_);
+    held = credentials_;
+  }
+  return core_->headers(settings, held->atTheEnd());
+}
+
 /// Takes away a record that nobody will commit any more.
 void FileUpload::remove(const FileId& record, const std::function<void(bool isGone)>& done) const {
   const auto settings = settingsAtTheEnd();
-  const Outcome<Dictionary> headers = core_->headers(*settings, {});
+  const Outcome<Dictionary> headers = headersAtTheEnd(*settings);
   if (!headers) return done(false);
   const auto callback = std::make_shared<binary::BinaryCallback>();
   callback->setSuccessCallback([done](const platform::Value& /*result*/) { done(true); });
@@ -336,7 +346,7 @@ void FileUpload::remove(const FileId& record, const std::function<void(bool isGo
 void FileUpload::lookForCommitted(Failure failure,
                                   const std::function<void(Outcome<FileRecord>)>& done) {
   const auto settings = settingsAtTheEnd();
-  const Outcome<Dictionary> headers = core_->headers(*settings, {});
+  const Outcome<Dictionary> headers = headersAtTheEnd(*settings);
   if (!headers) return done(std::move(failure));
   const std::string expression =
       expressionFrom(field(keys::kFileId) == Scalar(failure.begun->text()));

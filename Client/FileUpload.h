@@ -37,6 +37,7 @@ class FileUpload final : public FileCall<FileRecord>,
   [[nodiscard]] const std::string& about() const override { return about_; }
   [[nodiscard]] OperationKind kind() const override { return OperationKind::kFileUpload; }
   [[nodiscard]] std::uint64_t memory() const override;
+  [[nodiscard]] std::optional<Bytes> perSecond() const override { return options_.perSecond; }
   [[nodiscard]] Outcome<void> send(const FileRun& run) override;
   [[nodiscard]] Outcome<FileRecord> read(const platform::Dictionary& result) override;
   void progress(RunningBase& handle, const platform::Dictionary& report) override;
@@ -63,6 +64,8 @@ class FileUpload final : public FileCall<FileRecord>,
   void tellPlace(RunningBase& handle) const;
   [[nodiscard]] bool wasRefused(const Failure& failure) const VARO_REQUIRES(mutex_);
   [[nodiscard]] std::shared_ptr<binary::OperationSettings> settingsAtTheEnd() const;
+  [[nodiscard]] Outcome<platform::Dictionary> headersAtTheEnd(
+      binary::OperationSettings& settings) const;
   void remove(const FileId& record, const std::function<void(bool isGone)>& done) const;
   void lookForCommitted(Failure failure, const std::function<void(Outcome<FileRecord>)>& done);
 
@@ -83,6 +86,7 @@ class FileUpload final : public FileCall<FileRecord>,
   UploadPoint point_ VARO_GUARDED_BY(mutex_);
   /// Of the run.
   std::shared_ptr<platform::Cancellation> current_ VARO_GUARDED_BY(mutex_);
+  std::shared_ptr<HeldCredentials> credentials_ VARO_GUARDED_BY(mutex_);
   /// To be stopped as soon as the record has a name.
   bool stopsLater_ VARO_GUARDED_BY(mutex_) = false;
   bool isStopped_ VARO_GUARDED_BY(mutex_) = false;

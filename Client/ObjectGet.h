@@ -37,6 +37,7 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
   [[nodiscard]] std::string about() const override { return aboutObject("get of", key_); }
   [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectGet; }
   [[nodiscard]] std::uint64_t memory() const override;
+  [[nodiscard]] std::optional<Bytes> perSecond() const override { return options_.perSecond; }
   void run(const ObjectRunPtr& run, End end) override;
   void giveUp(Failure failure, const std::function<void(Failure)>& done) override;
 

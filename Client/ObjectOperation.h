@@ -11,6 +11,7 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/events.h"
 #include "varo/outcome.h"
+#include "varo/units.h"
 
 #include <cstdint>
 #include <exception>
@@ -40,6 +41,8 @@ class ObjectWork : public Observed, public std::enable_shared_from_this<ObjectWo
   [[nodiscard]] virtual OperationKind kind() const = 0;
   /// Bytes that a run needs at most.
   [[nodiscard]] virtual std::uint64_t memory() const { return memory::kRequest; }
+  /// See `Operation`.
+  [[nodiscard]] virtual std::optional<Bytes> perSecond() const { return std::nullopt; }
   /// Calls `end` once, from any thread, here too.
   virtual void run(const ObjectRunPtr& run, End end) = 0;
   /// After the last run, or where there was none: removes what must not stay, and calls `done` once
@@ -64,7 +67,7 @@ class ObjectOperation final : public Operation {
  public:
   ObjectOperation(std::shared_ptr<const ObjectPlace> place, std::shared_ptr<ObjectWork<T>> work,
                   std::shared_ptr<Running<T>> running)
-      : Operation(*place->core(), work->kind(), work->memory()),
+      : Operation(*place->core(), work->kind(), work->memory(), work->perSecond()),
         place_(std::move(place)),
         work_(std::move(work)),
         running_(std::move(running)) {}
@@ -84,7 +87,8 @@ class ObjectOperation final : public Operation {
               const std::shared_ptr<platform::Cancellation>& cancellation) override {
     const auto self = std::static_pointer_cast<ObjectOperation>(this->shared_from_this());
     auto begun = ObjectRun::begin(
-        place_, {cancellation->token(), givenUp_.get_token()}, running_,
+        place_, place_->core()->holdCredentials(cancellation->token()),
+        {cancellation->token(), givenUp_.get_token()}, running_,
         [self, run](Failure why) { self->failed(run, std::move(why)); },
         [self, run](auto& settings) { self->direct(run, settings); });
     if (!begun) return failed(run, std::move(begun).error());

@@ -1,13 +1,16 @@
 #include "Client/ObjectPut.h"
 
+#include "Client/Failures.h"
 #include "Client/ObjectAnswers.h"
 #include "Client/ObjectSteps.h"
-#include "Client/ObjectUpload.h"
 #include "Client/SourceData.h"
+#include "Platform/Crypto/Md5.h"
+#include "Platform/Foundation/Text.h"
 #include "Platform/Network/HeaderRules.h"
 
 #include <fmt/format.h>
 
+#include <string_view>
 #include <utility>
 
 namespace varo::detail {
@@ -32,7 +35,8 @@ ObjectPut::ObjectPut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, So
     : place_(std::move(place)),
       key_(std::move(key)),
       options_(std::move(options)),
-      source_(std::move(source)) {
+      source_(std::move(source)),
+      credentials_(place_->core()->holdCredentials({})) {
   // From now on, so that it is ended or named even where it cannot go on.
   if (options_.resume.empty() || !checked(key_)) return;
   upload_ = options_.resume;
@@ -45,6 +49,10 @@ std::uint64_t ObjectPut::memory() const {
 }
 
 void ObjectPut::run(const ObjectRunPtr& run, End end) {
+  {
+    const MutexLock lock(mutex_);
+    credentials_ = run->credentials();
+  }
   if (auto ready = prepare(*run); !ready) return end(std::move(ready).error());
   if (isOneRequest()) return sendWhole(run, end);
   bool isBegun = false;
@@ -135,21 +143,47 @@ void ObjectPut::findParts(const ObjectRunPtr& run, const End& end) {
       run, {key_, *begun()},
       [work = self<ObjectPut>(), run, end](Outcome<std::vector<upload::StoredPart>> found) {
         if (!found) return end(std::move(found).error());
-        std::vector<std::string> noted;
-        {
-          const MutexLock lock(work->mutex_);
-          work->asksForParts_ = false;
-          noted.swap(work->noted_);
-        }
-        for (upload::StoredPart& part : *found) {
-          // Those of another size come from another plan, and are sent again.
-          if (part.index >= work->plan_.count()) continue;
-          if (part.size != work->plan_.length(part.index)) continue;
-          if (!noted.empty() && part.entityTag != noted[part.index]) continue;
-          work->took(run->running(), part.index, std::move(part.entityTag));
+        if (auto taken = work->takeParts(*run, *std::move(found)); !taken) {
+          return end(std::move(taken).error());
         }
         work->sendParts(run, end);
       });
+}
+
+Outcome<void> ObjectPut::takeParts(const ObjectRun& run, std::vector<upload::StoredPart> found) {
+  std::vector<std::string> noted;
+  {
+    const MutexLock lock(mutex_);
+    noted = noted_;
+  }
+  for (upload::StoredPart& part : found) {
+    // Those of another size come from another plan, and are sent again.
+    if (part.index >= plan_.count() || part.size != plan_.length(part.index)) continue;
+    if (!noted.empty() && part.entityTag != noted[part.index]) continue;
+    if (noted.empty()) {
+      const auto isOurs = isOfTheseBytes(part, run.cancellation());
+      if (!isOurs) return isOurs.error();
+      if (!*isOurs) continue;
+    }
+    took(run.running(), part.index, std::move(part.entityTag));
+  }
+  const MutexLock lock(mutex_);
+  asksForParts_ = false;
+  noted_.clear();
+  return {};
+}
+
+/// A part that somebody else has sent, perhaps another process: the source may have changed since,
+/// and nothing but the digest of its bytes tells. Many stores name a part by its MD5; a tag that is
+/// made otherwise equals none.
+Outcome<bool> ObjectPut::isOfTheseBytes(const upload::StoredPart& part,
+                                        const std::stop_token& stop) const {
+  platform::Md5 hash;
+  const auto read = readPieces(data_->slice(plan_.first(part.index), plan_.length(part.index)),
+                               stop, [&hash](std::string_view piece) { hash.update(piece); });
+  if (!read) return failureFrom(read.error(), about());
+  const auto digest = hash.hex();
+  return digest && platform::equalIgnoringCase(unquoted(part.entityTag), *digest);
 }
 
 void ObjectPut::handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes) {
@@ -257,7 +291,13 @@ std::optional<UploadId> ObjectPut::begun() const {
 }
 
 void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done) {
-  const auto id = begun();
+  std::optional<UploadId> id;
+  std::shared_ptr<HeldCredentials> credentials;
+  {
+    const MutexLock lock(mutex_);
+    id = upload_;
+    credentials = credentials_;
+  }
   if (!id || options_.keepParts) {
     failure.upload = id;
     return done(std::move(failure));
@@ -265,7 +305,8 @@ void ObjectPut::giveUp(Failure failure, const std::function<void(Failure)>& done
   Failure left = failure;
   left.upload = id;
   const auto run = ObjectRun::begin(
-      place_, {}, nullptr, [done, left](const Failure& /*why*/) { done(left); },
+      place_, credentials->atTheEnd(), {}, nullptr,
+      [done, left](const Failure& /*why*/) { done(left); },
       [observer = observer()](platform::RequestSettings& settings) {
         settings.retry.reset();  // who has cancelled waits for this
         settings.observer = observer;

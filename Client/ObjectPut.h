@@ -2,6 +2,7 @@
 
 #include "Client/ObjectOperation.h"
 #include "Client/ObjectSteps.h"
+#include "Client/ObjectUpload.h"
 #include "Client/PartPlan.h"
 #include "Platform/Foundation/Data.h"
 #include "varo/objects.h"
@@ -10,6 +11,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,7 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
   [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectPut; }
   [[nodiscard]] std::uint64_t memory() const override;
+  [[nodiscard]] std::optional<Bytes> perSecond() const override { return options_.perSecond; }
   void run(const ObjectRunPtr& run, End end) override;
   void giveUp(Failure failure, const std::function<void(Failure)>& done) override;
 
@@ -37,6 +40,11 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   void sendWhole(const ObjectRunPtr& run, const End& end);
   void beginUpload(const ObjectRunPtr& run, const End& end);
   void findParts(const ObjectRunPtr& run, const End& end);
+  /// Takes those of the parts that the store has which are of these bytes, for certain.
+  [[nodiscard]] Outcome<void> takeParts(const ObjectRun& run,
+                                        std::vector<upload::StoredPart> found);
+  [[nodiscard]] Outcome<bool> isOfTheseBytes(const upload::StoredPart& part,
+                                             const std::stop_token& stop) const;
   void sendParts(const ObjectRunPtr& run, const End& end);
   void sendPart(const ObjectRunPtr& run, const ObjectSteps::Step& step);
   void complete(const ObjectRunPtr& run, const End& end);
@@ -59,6 +67,8 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   PartPlan plan_;
 
   mutable platform::Mutex mutex_;
+  /// Of the last run; before it, nobody was asked for them.
+  std::shared_ptr<HeldCredentials> credentials_ VARO_GUARDED_BY(mutex_);
   /// Of the upload that the store has begun and not ended.
   std::optional<UploadId> upload_ VARO_GUARDED_BY(mutex_);
   /// Whether the parts of an upload that goes on are still to be asked for.

@@ -4,9 +4,8 @@
 #include "Client/Failures.h"
 #include "Client/ObjectAnswers.h"
 #include "Client/ServiceAuthorizer.h"
+#include "Client/SourceData.h"
 #include "Platform/Crypto/Sha256.h"
-#include "Platform/Foundation/Error.h"
-#include "Platform/Network/HttpTransportError.h"
 #include "Platform/Network/RequestAttempts.h"
 
 #include <fmt/format.h>
@@ -24,17 +23,10 @@ using platform::HttpResponse;
 
 namespace {
 
-/// Can be given up between two pieces: a part may have gigabytes.
 platform::Result<std::string> digestOf(const Data& body, const std::stop_token& cancellation) {
   platform::Sha256 hash;
-  auto read = body.forEachPiece([&](std::string_view piece) -> platform::Result<void> {
-    if (cancellation.stop_requested()) {
-      return platform::makeTransportError(platform::HttpTransportError::kCancelled,
-                                          "The transfer was cancelled.");
-    }
-    hash.update(piece);
-    return {};
-  });
+  const auto read =
+      readPieces(body, cancellation, [&hash](std::string_view piece) { hash.update(piece); });
   if (!read) return read.error();
   const auto digest = hash.finish();
   if (!digest) return digest.error();
@@ -52,12 +44,10 @@ Outcome<HttpResponse> judged(std::optional<HttpResponse> response, const platfor
 
 }  // namespace
 
-Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(std::shared_ptr<const ObjectPlace> place,
-                                                           ObjectStops stops,
-                                                           std::shared_ptr<RunningBase> running,
-                                                           std::function<void(Failure)> fail,
-                                                           Direct direct) {
-  auto credentials = place->core()->holdCredentials(stops.run);
+Outcome<std::shared_ptr<const ObjectRun>> ObjectRun::begin(
+    std::shared_ptr<const ObjectPlace> place, std::shared_ptr<HeldCredentials> credentials,
+    ObjectStops stops, std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail,
+    Direct direct) {
   const auto shown = credentials->current();
   if (!shown) return shown.error();
   auto access = place->access(**shown);

@@ -54,13 +54,14 @@ class ObjectRun {
   using Answer = std::function<void(Outcome<platform::HttpResponse>)>;
   using Direct = std::function<void(platform::RequestSettings& settings)>;
 
-  /// Asks for the credentials, which are those of the whole run unless they expire.
+  /// Asks for the first of the `credentials`, which are those of the whole run unless they expire.
   ///
   /// `running` is shown the progress. `fail` ends the run: it is called where what an answer was
   /// told to has thrown, so that there is an end. `direct` completes the settings of each request.
   [[nodiscard]] static Outcome<std::shared_ptr<const ObjectRun>> begin(
-      std::shared_ptr<const ObjectPlace> place, ObjectStops stops,
-      std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail, Direct direct);
+      std::shared_ptr<const ObjectPlace> place, std::shared_ptr<HeldCredentials> credentials,
+      ObjectStops stops, std::shared_ptr<RunningBase> running, std::function<void(Failure)> fail,
+      Direct direct);
 
   ObjectRun(std::shared_ptr<const ObjectPlace> place, std::shared_ptr<HeldCredentials> credentials,
             ObjectAccess access, ObjectStops stops, std::shared_ptr<RunningBase> running,
@@ -79,6 +80,9 @@ class ObjectRun {
   /// Not stopped by a pause: for what cannot be begun anew, such as a reader.
   [[nodiscard]] const std::stop_token& givenUp() const noexcept { return stops_.forGood; }
   [[nodiscard]] const ObjectAccess& access() const noexcept { return access_; }
+  [[nodiscard]] const std::shared_ptr<HeldCredentials>& credentials() const noexcept {
+    return credentials_;
+  }
   /// For requests to the service.
   [[nodiscard]] std::shared_ptr<platform::RequestAuthorizer> serviceAuthorizer() const;
   [[nodiscard]] RunningBase& running() const noexcept { return *running_; }

@@ -95,7 +95,8 @@ Outcome<ObjectStore> ObjectStore::create(std::variant<TemplateService, S3> where
 Transfer<ObjectInfo> ObjectStore::put(ObjectKey key, Source source, PutOptions options) const {
   std::shared_ptr<ObjectWork<ObjectInfo>> work;
   if (place_->templates() != nullptr) {
-    work = std::make_shared<detail::TemplatePut>(place_, std::move(key), std::move(source));
+    work = std::make_shared<detail::TemplatePut>(place_, std::move(key), std::move(source),
+                                                 options.perSecond);
   } else {
     work = std::make_shared<detail::ObjectPut>(place_, std::move(key), std::move(source),
                                                std::move(options));

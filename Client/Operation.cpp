@@ -8,6 +8,7 @@
 #include "Client/Running.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/Sleeper.h"
+#include "Platform/Network/RateLimit.h"
 #include "Platform/Network/RequestSettings.h"
 
 #include <fmt/format.h>
@@ -32,10 +33,13 @@ void addAttempts(Failure& failure, int attempts) noexcept {
 
 }  // namespace
 
-Operation::Operation(const ClientCore& core, OperationKind kind, std::uint64_t memory)
+Operation::Operation(const ClientCore& core, OperationKind kind, std::uint64_t memory,
+                     std::optional<Bytes> perSecond)
     : places_(core.places()),
       credentials_(core.credentials()),
       memory_(memory),
+      perSecond_(perSecond),
+      rateLimit_(perSecond ? std::make_shared<platform::RateLimit>(perSecond->count) : nullptr),
       watch_(core.watch(kind)),
       retries_(core.options().retry),
       retryBudget_(retries_.budget()) {}
@@ -71,6 +75,10 @@ std::optional<Failure> Operation::whyNever() {
   if (credentials_->isAskedHere()) {
     return failureOf(Kind::kInvalidArgument,
                      running().about() + ": Options::credentials of the same client has begun it");
+  }
+  if (perSecond_ == Bytes(0)) {
+    return failureOf(Kind::kInvalidArgument,
+                     running().about() + ": perSecond in its options is 0 bytes");
   }
   const std::uint64_t limit = places_->memory().limit();
   if (memory_ <= limit) return std::nullopt;
@@ -196,6 +204,7 @@ void Operation::direct(std::uint64_t run, platform::RequestSettings& settings) {
   };
   settings.observer = watch_;
   settings.retryBudget = retryBudget_;
+  settings.rateLimit = rateLimit_;
   settings.onRetry = [tell, run](int attempt, std::chrono::milliseconds /*wait*/) {
     tell([run, attempt](Operation& self) { self.requestWaits(run, attempt); });
   };

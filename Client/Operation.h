@@ -7,6 +7,7 @@
 #include "Platform/Foundation/Value.h"
 #include "varo/events.h"
 #include "varo/failure.h"
+#include "varo/units.h"
 
 #include <chrono>
 #include <cstdint>
@@ -15,6 +16,7 @@
 #include <string>
 
 namespace varo::platform {
+class RateLimit;
 class RequestObserver;
 class RequestSettings;
 }  // namespace varo::platform
@@ -45,8 +47,10 @@ class RunningBase;
 /// order.
 class Operation : public Control, public std::enable_shared_from_this<Operation> {
  public:
-  /// `memory`: how many bytes each of its runs needs at most.
-  Operation(const ClientCore& core, OperationKind kind, std::uint64_t memory);
+  /// `memory`: how many bytes each of its runs needs at most. `perSecond`: how many all its
+  /// requests together may move in a second; none for no limit of its own.
+  Operation(const ClientCore& core, OperationKind kind, std::uint64_t memory,
+            std::optional<Bytes> perSecond = {});
 
   void cancel() final;
   void pause() final;
@@ -74,7 +78,7 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   virtual void launch(std::uint64_t run,
                       const std::shared_ptr<platform::Cancellation>& cancellation) = 0;
   /// To be called with the settings of each request of a run: they share the waits of the
-  /// operation, and the handle is told of them.
+  /// operation, of which the handle is told, and its rate limit.
   void direct(std::uint64_t run, platform::RequestSettings& settings);
   void succeeded(std::uint64_t run, const platform::Value& result) noexcept;
   void failed(std::uint64_t run, Failure failure) noexcept;
@@ -128,6 +132,9 @@ class Operation : public Control, public std::enable_shared_from_this<Operation>
   const std::shared_ptr<Places> places_;
   const std::shared_ptr<CredentialsCache> credentials_;
   const std::uint64_t memory_;
+  const std::optional<Bytes> perSecond_;
+  /// Of all runs; null for none.
+  const std::shared_ptr<platform::RateLimit> rateLimit_;
   const std::shared_ptr<OperationWatch> watch_;  // null: nobody watches
 
   platform::Mutex mutex_;

@@ -4,6 +4,7 @@
 #include "Client/Running.h"
 #include "Platform/Foundation/File.h"
 #include "Platform/Foundation/Runtime.h"
+#include "Platform/Network/HttpTransportError.h"
 
 #include <fmt/format.h>
 
@@ -114,6 +115,18 @@ Outcome<Data> dataFrom(Source source, const std::string& about, RunningBase& han
     return Spool(*read, about, handle, stop).read();
   }
   return Data::copyOf(std::get<std::vector<std::byte>>(content));
+}
+
+platform::Result<void> readPieces(const Data& data, const std::stop_token& stop,
+                                  const std::function<void(std::string_view piece)>& take) {
+  return data.forEachPiece([&](std::string_view piece) -> platform::Result<void> {
+    if (stop.stop_requested()) {
+      return platform::makeTransportError(platform::HttpTransportError::kCancelled,
+                                          "The transfer was cancelled.");
+    }
+    take(piece);
+    return {};
+  });
 }
 
 }  // namespace varo::detail

@@ -1,11 +1,14 @@
 #pragma once
 
 #include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Result.h"
 #include "varo/outcome.h"
 #include "varo/source.h"
 
+#include <functional>
 #include <stop_token>
 #include <string>
+#include <string_view>
 
 namespace varo::detail {
 
@@ -18,5 +21,11 @@ class RunningBase;
 /// byte can be read any more, which is `kIntegrity`.
 [[nodiscard]] Outcome<platform::Data> dataFrom(Source source, const std::string& about,
                                                RunningBase& handle, const std::stop_token& stop);
+
+/// Reads all of `data`, of which a part may have gigabytes. A stop between two pieces is
+/// `HttpTransportError::kCancelled`.
+[[nodiscard]] platform::Result<void> readPieces(
+    const platform::Data& data, const std::stop_token& stop,
+    const std::function<void(std::string_view piece)>& take);
 
 }  // namespace varo::detail

@@ -17,8 +17,12 @@ using binary::OnlineBinaryUploadManager;
 using platform::Dictionary;
 using platform::Value;
 
-TemplatePut::TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source)
-    : place_(std::move(place)), key_(std::move(key)), source_(std::move(source)) {}
+TemplatePut::TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source,
+                         std::optional<Bytes> perSecond)
+    : place_(std::move(place)),
+      key_(std::move(key)),
+      perSecond_(perSecond),
+      source_(std::move(source)) {}
 
 Outcome<Dictionary> TemplatePut::parameters(const ObjectAccess& access) const {
   Dictionary parameters;

@@ -3,6 +3,7 @@
 #include "Client/ObjectOperation.h"
 #include "varo/objects.h"
 #include "varo/source.h"
+#include "varo/units.h"
 
 #include <cstdint>
 #include <limits>
@@ -14,7 +15,8 @@ namespace varo::detail {
 /// Puts an object where the template of a service says.
 class TemplatePut final : public ObjectWork<ObjectInfo> {
  public:
-  TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source);
+  TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source,
+              std::optional<Bytes> perSecond);
 
   [[nodiscard]] std::string about() const override { return aboutObject("put of", key_); }
   [[nodiscard]] OperationKind kind() const override { return OperationKind::kObjectPut; }
@@ -22,6 +24,7 @@ class TemplatePut final : public ObjectWork<ObjectInfo> {
   [[nodiscard]] std::uint64_t memory() const override {
     return memory::sending(std::numeric_limits<std::uint64_t>::max());
   }
+  [[nodiscard]] std::optional<Bytes> perSecond() const override { return perSecond_; }
   void run(const ObjectRunPtr& run, End end) override;
   /// Its requests belong together, and nobody knows what a repeat would do.
   [[nodiscard]] bool canPause() const override { return false; }
@@ -32,6 +35,7 @@ class TemplatePut final : public ObjectWork<ObjectInfo> {
 
   const std::shared_ptr<const ObjectPlace> place_;
   const ObjectKey key_;
+  const std::optional<Bytes> perSecond_;
   std::optional<Source> source_;
 };
 

@@ -31,6 +31,7 @@ Outcome<UploadOptions> uploadOptionsFrom(const varo_upload_options* from) {
       metadataFrom(given->metadata, given->metadata_count, "varo_upload_options::metadata");
   if (!metadata) return std::move(metadata).error();
   UploadOptions options;
+  if (given->bytes_per_second != 0) options.perSecond = Bytes(given->bytes_per_second);
   options.name = textFrom(given->name);
   options.metadata = *std::move(metadata);
   options.fileNamespace = textFrom(given->file_namespace);
@@ -52,6 +53,7 @@ Outcome<DownloadOptions> downloadOptionsFrom(const varo_download_options* from) 
   const auto ifExists = ifExistsFrom(given->if_exists);
   if (!ifExists) return ifExists.error();
   DownloadOptions options;
+  if (given->bytes_per_second != 0) options.perSecond = Bytes(given->bytes_per_second);
   options.ifExists = *ifExists;
   options.fileNamespace = textFrom(given->file_namespace);
   options.securityKey = textFrom(given->security_key);

@@ -72,6 +72,7 @@ Outcome<PutOptions> putOptionsFrom(const varo_put_options* from) {
   const auto given = givenStruct(from, "varo_put_options");
   if (!given) return given.error();
   PutOptions options;
+  if (given->bytes_per_second != 0) options.perSecond = Bytes(given->bytes_per_second);
   if (given->content_type != nullptr) options.contentType = given->content_type;
   if (given->part_size != 0) options.partSize = Bytes(given->part_size);
   options.keepParts = given->keep_parts != 0;
@@ -91,6 +92,7 @@ Outcome<GetOptions> getOptionsFrom(const varo_get_options* from) {
   const auto ifExists = ifExistsFrom(given->if_exists);
   if (!ifExists) return ifExists.error();
   GetOptions options;
+  if (given->bytes_per_second != 0) options.perSecond = Bytes(given->bytes_per_second);
   options.ifExists = *ifExists;
   if (given->part_size != 0) options.partSize = Bytes(given->part_size);
   if (given->parts_at_once != 0) options.partsAtOnce = given->parts_at_once;

@@ -1,27 +1,11 @@
 #include "Platform/Crypto/Sha256.h"
 
+#include "Platform/Crypto/OpenSslDigest.h"
 #include "Platform/Crypto/OpenSslError.h"
-#include "Platform/Crypto/OpenSslLibrary.h"
 
 #include <openssl/crypto.h>
-#include <openssl/evp.h>
-
-#include <utility>
 
 namespace varo::platform {
-namespace {
-
-/// Fetched once, since that is a search among the library's providers; never freed, so that it can
-/// be used until the last thread ends. Null where no provider has it.
-EVP_MD* algorithm() noexcept {
-  static EVP_MD* const fetched = [] {
-    initializeOpenSsl();
-    return ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
-  }();
-  return fetched;
-}
-
-}  // namespace
 
 std::string hexEncode(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
@@ -46,28 +30,9 @@ bool operator==(const Sha256Digest& left, const Sha256Digest& right) noexcept {
   return ::CRYPTO_memcmp(left.bytes_.data(), right.bytes_.data(), Sha256Digest::kSize) == 0;
 }
 
-class Sha256::Context {
+class Sha256::Context : public OpenSslDigest {
  public:
-  Context()
-      : ok_(context_ != nullptr &&
-            ::EVP_DigestInit_ex2(context_.get(), algorithm(), nullptr) == 1) {}
-
-  void update(std::string_view bytes) noexcept {
-    ok_ = ok_ && ::EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1;
-  }
-
-  bool finish(Sha256Digest& digest) noexcept {
-    return std::exchange(ok_, false) &&
-           ::EVP_DigestFinal_ex(context_.get(), digest.buffer(), nullptr) == 1;
-  }
-
- private:
-  struct Deleter {
-    void operator()(EVP_MD_CTX* context) const noexcept { ::EVP_MD_CTX_free(context); }
-  };
-  const std::unique_ptr<EVP_MD_CTX, Deleter> context_{algorithm() != nullptr ? ::EVP_MD_CTX_new()
-                                                                             : nullptr};
-  bool ok_;
+  Context() : OpenSslDigest(Algorithm::kSha256) {}
 };
 
 Sha256::Sha256() : context_(std::make_unique<Context>()) {}
@@ -77,7 +42,7 @@ void Sha256::update(std::string_view bytes) noexcept { context_->update(bytes); 
 
 Result<Sha256Digest> Sha256::finish() {
   Sha256Digest digest;
-  if (!context_->finish(digest)) return takeOpenSslError("SHA-256");
+  if (!context_->finish(digest.buffer())) return takeOpenSslError("SHA-256");
   return digest;
 }
 

@@ -41,9 +41,9 @@ std::string hexText(std::string_view bytes) {
   return text;
 }
 
-Digest::Digest() : context_(std::make_unique<Context>()) {
-  expect(context_->handle &&
-         ::EVP_DigestInit_ex(context_->handle.get(), ::EVP_sha256(), nullptr) == 1);
+Digest::Digest(Kind kind) : context_(std::make_unique<Context>()) {
+  const EVP_MD* const algorithm = kind == Kind::kMd5 ? ::EVP_md5() : ::EVP_sha256();
+  expect(context_->handle && ::EVP_DigestInit_ex(context_->handle.get(), algorithm, nullptr) == 1);
 }
 
 Digest::~Digest() = default;
@@ -54,8 +54,9 @@ void Digest::update(std::string_view bytes) {
 
 std::string Digest::hex() {
   DigestBuffer buffer{};
-  expect(::EVP_DigestFinal_ex(context_->handle.get(), buffer.data(), nullptr) == 1);
-  return hexText(textOf(buffer));
+  unsigned int size = 0;
+  expect(::EVP_DigestFinal_ex(context_->handle.get(), buffer.data(), &size) == 1);
+  return hexText(textOf(buffer).substr(0, size));
 }
 
 std::string Digest::hexOf(std::string_view bytes) {

@@ -9,11 +9,13 @@ namespace varo::sandbox {
 /// `bytes` in lower-case hexadecimal.
 [[nodiscard]] std::string hexText(std::string_view bytes);
 
-/// SHA-256 of bytes that come piece by piece. Throws `std::runtime_error` when the cryptographic
+/// The digest of bytes that come piece by piece. Throws `std::runtime_error` when the cryptographic
 /// library fails, which no input causes. Used by one thread.
 class Digest {
  public:
-  Digest();
+  enum class Kind { kSha256, kMd5 };
+
+  explicit Digest(Kind kind = Kind::kSha256);
   ~Digest();
   Digest(const Digest&) = delete;
   Digest& operator=(const Digest&) = delete;
@@ -22,6 +24,7 @@ class Digest {
   /// The digest in hexadecimal. Once, after the last `update`.
   [[nodiscard]] std::string hex();
 
+  /// Of SHA-256.
   [[nodiscard]] static std::string hexOf(std::string_view bytes);
 
  private:

@@ -1,6 +1,7 @@
 #include "Sandbox/Online/MultipartUploads.h"
 
 #include "Sandbox/Online/CompletionList.h"
+#include "Sandbox/Online/Digest.h"
 #include "Sandbox/Online/ListingQuery.h"
 #include "Sandbox/Online/SignatureV4.h"
 #include "Sandbox/Online/StoreXml.h"
@@ -125,15 +126,21 @@ HttpResponse MultipartUploads::takePart(const HttpRequest& request, RequestBody&
     return xmlResponse(storeErrorOf(*problem), request);
   }
   DiskWriter& writer = *std::get<std::unique_ptr<DiskWriter>>(begun);
-  const auto end = body.readInto([&writer](std::string_view piece) { return writer.write(piece); });
+  Digest digest(Digest::Kind::kMd5);
+  const auto end = body.readInto([&](std::string_view piece) {
+    digest.update(piece);
+    return writer.write(piece);
+  });
   auto problem = problemOf(end);
   if (!problem) problem = writer.finish();
   if (problem) return xmlResponse(storeErrorOf(*problem), request);
   const StoredBytes& state = writer.state();
+  // As many stores name a part, so that a client can tell whether it is of the bytes that it has.
+  const std::string entityTag = "\"" + digest.hex() + "\"";
   const auto replaced = stores_.uploads.putPart(uploadIdOf(request), {.number = number,
                                                                       .bytes = bytes,
                                                                       .size = state.size,
-                                                                      .entityTag = state.entityTag,
+                                                                      .entityTag = entityTag,
                                                                       .modified = state.modified});
   if (!replaced) {
     // Discarded once the writer has let go of them.
@@ -142,7 +149,7 @@ HttpResponse MultipartUploads::takePart(const HttpRequest& request, RequestBody&
   }
   if (replaced->bytes) stores_.parts.discard(*replaced->bytes);
   HttpResponse response;
-  response.headers.emplace_back("ETag", state.entityTag);
+  response.headers.emplace_back("ETag", entityTag);
   return response;
 }
 

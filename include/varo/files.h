@@ -55,6 +55,9 @@ struct UploadOptions {
   /// chunk that the service has. Keep the last one to go on after the process has ended. A callback
   /// of the handle like `onDone`; the upload does not wait for it.
   std::function<void(const FileId& record, const UploadPlace& place)> onPlace = {};
+  /// Bytes that this transfer may move in a second, in each direction, at least 1. It shares
+  /// `Options::perSecond` with the others, too: the slower limit wins. None: that one alone.
+  std::optional<Bytes> perSecond = {};
 };
 
 /// A run of a file's bytes.
@@ -73,6 +76,8 @@ struct DownloadOptions {
   /// The namespace that the file is in, and the key that protects it; empty for none.
   std::string fileNamespace = {};
   std::string securityKey = {};
+  /// As `UploadOptions::perSecond`.
+  std::optional<Bytes> perSecond = {};
 };
 
 /// The files of one service.

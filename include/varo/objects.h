@@ -76,7 +76,8 @@ struct ObjectInfo {
   std::filesystem::path file = {};
 };
 
-/// How an object is put into an `S3`. A `TemplateService` takes none of it: its template says all.
+/// How an object is put into an `S3`. A `TemplateService` takes `perSecond` alone: its template
+/// says all else.
 struct PutOptions {
   std::string contentType = "application/octet-stream";
   /// What is larger is sent in parts of this size, and the store makes one object of them
@@ -87,8 +88,12 @@ struct PutOptions {
   /// removed. If they are kept, `Failure::upload` names the upload, and the store may charge for
   /// them until it is resumed or aborted.
   bool keepParts = false;
-  /// Goes on with an upload of the same key whose parts were kept: those that the store has are not
-  /// sent again. Source and `partSize` have to be the same as before. Empty: a new one.
+  /// Goes on with an upload of the same key whose parts were kept. Those that the store has are not
+  /// sent again where they are certainly of the source's bytes: their size, and their "ETag" is the
+  /// MD5 of those bytes, for which the source is read once up to the last part that the store has.
+  /// All others are sent anew: where the source or `partSize` has changed, and in a store that
+  /// makes its tags otherwise, as with keys of its own for encryption. So no object is made of two
+  /// versions of a source. Empty: a new one.
   UploadId resume = {};
   /// Told the name of an upload in parts when it has begun, before a part is sent: for a `resume`
   /// after the process has ended. Called at most once, on a thread of the library.
@@ -97,6 +102,10 @@ struct PutOptions {
   /// makes the whole faster; after a failure there are half as many. 1: never side by side. Bytes
   /// are read while they are sent, so each takes 1 MiB of memory at most.
   int partsAtOnce = 8;
+  /// Bytes that this transfer, all its parts together, may move in a second, in each direction, at
+  /// least 1. It shares `Options::perSecond` with the others, too: the slower limit wins. None:
+  /// that one alone.
+  std::optional<Bytes> perSecond = {};
 };
 
 /// A run of an object's bytes.
@@ -130,6 +139,8 @@ struct GetOptions {
   /// What came in the last second, or of the last 8 MiB, may have to come again. A second get into
   /// the same path meanwhile, of this or another process, is `Kind::kConflict`.
   bool keepParts = false;
+  /// As `PutOptions::perSecond`.
+  std::optional<Bytes> perSecond = {};
 };
 
 struct ObjectListOptions {

@@ -119,8 +119,9 @@ struct Options {
   /// was shown are not good any more: then the request is repeated, if there are others now.
   ///
   /// Called on threads of the library, once at a time; others wait for the same answer, 5 minutes
-  /// at most. An operation of the same client that is begun in it is a `Kind::kInvalidArgument`.
-  /// What it throws is a `Kind::kUnauthorized`. Empty: nothing is shown.
+  /// at most, and 5 s where a transfer that was given up has to clean up before its outcome. An
+  /// operation of the same client that is begun in it is a `Kind::kInvalidArgument`. What it throws
+  /// is a `Kind::kUnauthorized`. Empty: nothing is shown.
   std::function<Outcome<Credentials>()> credentials = {};
   /// Further headers of each request to the service.
   std::map<std::string, std::string> headers = {};
@@ -128,7 +129,8 @@ struct Options {
   /// None: connections are made directly, whatever the environment says.
   std::optional<Proxy> proxy = {};
   /// Bytes that all transfers of this client together may move in a second, in each direction.
-  /// None: as many as the line takes.
+  /// None: as many as the line takes. One transfer may have a limit of its own below that:
+  /// `UploadOptions::perSecond` and so on.
   std::optional<Bytes> perSecond = {};
   /// The header "User-Agent". Empty: "varobinary/" and the version of the library.
   std::string userAgent = {};

@@ -3,6 +3,7 @@
 #include "tests/support/BlobStoreFixture.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/OwnProcess.h"
+#include "tests/support/TestProxy.h"
 #include "varo/client.h"
 
 #include <gmock/gmock.h>
@@ -129,6 +130,25 @@ TEST_F(BlobStoreTest, FetchesManyAndTellsOfEachWhatBecameOfIt) {
   ASSERT_TRUE(eventually([&] { return last == 1000 * (kCount - 2); }));
   EXPECT_EQ(store.states()->size(), kCount - 1);
   EXPECT_TRUE(store.fetchAll({}).get()->empty());
+}
+
+TEST_F(BlobStoreTest, SmallBlobsShareAsManyConnectionsAsRunSideBySide) {
+  constexpr int kBlobs = 50;
+  makeDatabase("a", kBlobs, 1000);
+  const test::TestProxy proxy;
+  BlobService wanted = service("a");
+  wanted.options.proxy = Proxy{.url = proxy.url("socks5")};
+  wanted.options.parallel = 4;
+  wanted.parallelRanges = 4;
+  const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
+  std::vector<BlobRef> blobs;
+  for (int pk = 1; pk <= kBlobs; ++pk) blobs.push_back(blob(pk));
+  const auto states = store.fetchAll(blobs).get();
+  ASSERT_TRUE(states) << states.error().message;
+  for (const BlobState& state : *states) EXPECT_EQ(state.status, BlobStatus::kAvailable);
+  EXPECT_EQ(server_->serviceStats().requests, static_cast<std::uint64_t>(kBlobs));
+  const std::size_t connections = proxy.asked().size();
+  EXPECT_TRUE(connections >= 1 && connections <= 4) << connections;
 }
 
 TEST_F(BlobStoreTest, PauseOfManyReachesThoseThatRunAndThoseThatWait) {

@@ -1,6 +1,7 @@
 // Uploads of the typed client that are stopped, fail or go on, in every phase.
 
 #include "Platform/Foundation/Mutex.h"
+#include "tests/support/AnswersOnce.h"
 #include "tests/support/Await.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FileClientFixture.h"
@@ -278,7 +279,7 @@ TEST(FileUploadStopTest, CancelOfAPausedOneAsksForCredentialsElsewhere) {
   options.credentials = [&]() -> Outcome<Credentials> {
     const platform::MutexLock lock(mutex);
     askedOn.push_back(std::this_thread::get_id());
-    return Credentials();
+    return Credentials{.expires = std::chrono::system_clock::time_point()};
   };
   auto upload = FileClient::create(options)->upload(fourChunks(), {.name = "a"});
   service.awaitHeld();
@@ -290,6 +291,20 @@ TEST(FileUploadStopTest, CancelOfAPausedOneAsksForCredentialsElsewhere) {
   const platform::MutexLock lock(mutex);
   EXPECT_EQ(askedOn.size(), 2U);
   EXPECT_THAT(askedOn, testing::Not(testing::Contains(std::this_thread::get_id())));
+}
+
+TEST(FileUploadStopTest, CancelCleansUpWithoutAProviderThatKeepsSilent) {
+  for (const bool isPausedFirst : {false, true}) {
+    HeldService service("chunk1");
+    test::AnswersOnce once;
+    const auto files = FileClient::create({.url = service.url(), .credentials = once.provider()});
+    auto upload = files->upload(fourChunks(), {.name = "a"});
+    service.awaitHeld();
+    if (isPausedFirst) upload.pause();
+    upload.cancel();
+    EXPECT_EQ(upload.get().error().begun, std::nullopt);
+    EXPECT_EQ(service.count("delete"), 1U);
+  }
 }
 
 TEST(FileUploadStopTest, CancelFromTheFirstPlaceRemovesTheRecord) {

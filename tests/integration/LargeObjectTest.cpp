@@ -1,3 +1,4 @@
+#include "tests/support/AnswersOnce.h"
 #include "tests/support/Await.h"
 #include "tests/support/Files.h"
 #include "tests/support/ObjectStoreFixture.h"
@@ -119,7 +120,9 @@ TEST_F(LargeObjectTest, SendsPartsOnceMoreOfWhichTheStoreHasOthers) {
 
 TEST_F(LargeObjectTest, LeavesNothingWhenGivenUpUnlessItIsToBeKept) {
   holdUpLaterParts();
-  auto cancelled = put(store());
+  // The end needs no further answer.
+  test::AnswersOnce once({.accessKey = "sandbox", .secretKey = "sandbox-secret-key"});
+  auto cancelled = put(ObjectStore::create(where(), {.credentials = once.provider()}).value());
   ASSERT_TRUE(waitsForLaterParts());
   cancelled.cancel();
   EXPECT_EQ(cancelled.get().error().kind, Kind::kCancelled);
@@ -155,6 +158,23 @@ TEST_F(LargeObjectTest, AnotherPutGoesOnWithThePartsThatWereKept) {
   EXPECT_EQ(sent("PUT", "partNumber=1"), 1U);
   const auto late = put(store(), {.resume = *kept.error().upload}).get();
   EXPECT_EQ(late.error().kind, Kind::kNotFound) << late.error().message;
+}
+
+TEST_F(LargeObjectTest, AResumeUsesNoPartOfAnotherVersionOfTheSource) {
+  server_->addFault({.match = {.query = "partNumber=3"}, .action = {.status = 503}});
+  const auto kept = put(store(), {.keepParts = true, .partsAtOnce = 1}).get();
+  ASSERT_TRUE(kept.error().upload);
+  server_->clearFaults();
+  std::string changed = content_;
+  ++changed[0];  // in the first of two parts that the store has
+  writeFile(path("large"), changed);
+  const auto resumed = put(store(), {.resume = *kept.error().upload}).get();
+  ASSERT_TRUE(resumed) << resumed.error().message;
+  std::string text;
+  ASSERT_TRUE(store().get(kKey, into(text)).get());
+  EXPECT_TRUE(text == changed);
+  EXPECT_EQ(sent("PUT", "partNumber=1"), 2U);
+  EXPECT_EQ(sent("PUT", "partNumber=2"), 1U);
 }
 
 TEST_F(LargeObjectTest, AResumeThatCannotBeginEndsTheUpload) {

@@ -53,7 +53,8 @@ class CInterfaceFixture : public sandbox::SandboxTest {
                                       .chunk_size = 60'000,
                                       .resume = nullptr,
                                       .on_place = nullptr,
-                                      .user = nullptr};
+                                      .user = nullptr,
+                                      .bytes_per_second = 0};
   const std::string twoChunks_ = std::string(100'000, 'x');
 };
 

@@ -51,6 +51,10 @@ typedef struct varo_upload_options {
   /// NULL for none.
   varo_place_fn on_place;
   void* user;
+  /// Bytes that this transfer may move in a second, in each direction. It shares
+  /// `varo_options::bytes_per_second` with the others, too: the slower limit wins. 0: that one
+  /// alone.
+  uint64_t bytes_per_second;
 } varo_upload_options;
 
 typedef struct varo_download_options {
@@ -64,6 +68,8 @@ typedef struct varo_download_options {
   /// `VARO_INVALID_ARGUMENT`.
   uint64_t range_first;
   uint64_t range_length;
+  /// As that of `varo_upload_options`.
+  uint64_t bytes_per_second;
 } varo_download_options;
 
 /// Checks the options and makes `*files`; sends nothing. `VARO_INVALID_ARGUMENT` names the option

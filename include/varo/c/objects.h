@@ -77,7 +77,7 @@ typedef struct varo_object {
 /// after the process has ended. Called at most once, as a `varo_read_fn` is.
 typedef void (*varo_begun_fn)(void* user, const char* upload);
 
-/// How an object is put into a `varo_s3`. A template service takes none of it.
+/// How an object is put into a `varo_s3`. A template service takes `bytes_per_second` alone.
 typedef struct varo_put_options {
   size_t size;
   /// NULL: "application/octet-stream".
@@ -89,7 +89,8 @@ typedef struct varo_put_options {
   /// until it is resumed or aborted.
   int keep_parts;
   /// Goes on with an upload of the same key whose parts were kept: those that the store has are
-  /// not sent again. Source and `part_size` have to be the same as before. NULL: a new one.
+  /// not sent again where their size and MD5 (as the store's "ETag") are those of the source's
+  /// bytes, which are read once for that. All others are sent anew. NULL: a new one.
   const char* resume;
   /// NULL for none.
   varo_begun_fn on_begun;
@@ -97,6 +98,10 @@ typedef struct varo_put_options {
   /// Parts that are sent side by side at most, 1 to 64; 0: 8. It begins with one and adds one while
   /// that makes the whole faster; after a failure there are half as many. 1: never side by side.
   int parts_at_once;
+  /// Bytes that this transfer may move in a second, in each direction. It shares
+  /// `varo_options::bytes_per_second` with the others, too: the slower limit wins. 0: that one
+  /// alone.
+  uint64_t bytes_per_second;
 } varo_put_options;
 
 typedef struct varo_get_options {
@@ -119,6 +124,8 @@ typedef struct varo_get_options {
   /// ".NAME.varo-part" and ".NAME.varo-record" are beside it. `VARO_CONFLICT` while another get
   /// into the same path is under way.
   int keep_parts;
+  /// As that of `varo_put_options`.
+  uint64_t bytes_per_second;
 } varo_get_options;
 
 typedef struct varo_object_list_options {
