@@ -157,7 +157,14 @@ std::vector<Row> rows() {
        .fails = letNobodyIn},
       {.name = "Loses5Percent",
        .count = 0,
-       .line = ProxyRules{.delay = 1ms, .loss = 0.05, .retransmission = 2ms, .seed = 13}},
+       // The seed breaks a connection with the 38th and the 69th of its segments: while bytes move,
+       // and not while a record is made, which nobody repeats.
+       .line = ProxyRules{.delay = 5ms,
+                          .loss = 0.05,
+                          .retransmission = 20ms,
+                          .breaks = 0.25,
+                          .mostBreaks = 2,
+                          .seed = 33}},
       {.name = "NarrowLineWithALimit",
        .count = 0,
        .line = ProxyRules{.bytesPerSecond = 8 << 20U},
@@ -351,6 +358,9 @@ TEST_P(NetworkMatrixTest, EveryByteArrivesOrTheFailureSaysWhy) {
       fs::remove(path("copy"));
     }
     server_->clearFaults();
+  }
+  if (row_.line) {
+    EXPECT_EQ(line_->broken(), row_.line->mostBreaks);
   }
 }
 
