@@ -30,8 +30,8 @@ namespace {
 
 /// How long one who gives up waits for the response that names the record.
 constexpr std::chrono::milliseconds kLongestWaitForRecord{5000};
-/// Before a chunk is sent again that was refused when the upload went on. After the last one all
-/// chunks are.
+/// Before a chunk is sent again that was refused when it was repeated, or when the upload went on.
+/// After the last one all chunks are.
 constexpr std::array<std::chrono::milliseconds, 3> kWaitsAfterRefusal = {
     std::chrono::milliseconds(200), std::chrono::milliseconds(1000), std::chrono::milliseconds(0)};
 
@@ -123,6 +123,7 @@ void FileUpload::enterRun(const FileRun& run) {
   {
     const MutexLock lock(mutex_);
     hasTakenChunk_ = false;
+    hasRepeated_ = false;
     resumedAt_.reset();
     if (point_.record()) resumedAt_ = point_.next();
     if (!resumedAt_) {
@@ -156,6 +157,11 @@ Outcome<void> FileUpload::send(const FileRun& run) {
   enterRun(run);
   run.settings->onRecordMade = [self = shared_from_this(), handle = run.handle](
                                    const Dictionary& creation) { self->made(*handle, creation); };
+  run.settings->onRetry = [self = shared_from_this(), tell = std::move(run.settings->onRetry)](
+                              int attempt, std::chrono::milliseconds wait) {
+    self->repeats();
+    if (tell != nullptr) tell(attempt, wait);
+  };
   run.settings->onSent = [self = shared_from_this(), handle = run.handle](std::uint64_t bytes) {
     self->handedOver(*handle, bytes);
   };
@@ -181,11 +187,17 @@ void FileUpload::made(RunningBase& handle, Dictionary creation) {
     const MutexLock lock(mutex_);
     point_.creation = std::move(creation);
     phase_ = Phase::kSending;
+    hasRepeated_ = false;
     if (stopsLater_) stopped = current_;
   }
   tellPlace(handle);
   // Before the first chunk, which is not sent any more.
   if (stopped != nullptr) stopped->cancel();
+}
+
+void FileUpload::repeats() {
+  const MutexLock lock(mutex_);
+  hasRepeated_ = true;
 }
 
 void FileUpload::handedOver(RunningBase& handle, std::uint64_t bytesOfRequest) {
@@ -211,6 +223,7 @@ void FileUpload::progress(RunningBase& handle, const Dictionary& report) {
     point_.sent = std::min(sent, point_.size);
     at_ = point_.sent;
     hasTakenChunk_ = true;
+    hasRepeated_ = false;
     refusals_ = 0;
     if (data[keys::kIsLastChunk].boolValue()) {
       // A stop that was decided on before must not hit the commit halfway.
@@ -281,7 +294,8 @@ Failure FileUpload::explain(Failure failure, const platform::Value& told) {
 }
 
 bool FileUpload::wasRefused(const Failure& failure) const {
-  return resumedAt_ && phase_ == Phase::kSending && !hasTakenChunk_ && isOfService(failure);
+  const bool mayBeBusy = hasRepeated_ || (resumedAt_ && !hasTakenChunk_);
+  return mayBeBusy && phase_ == Phase::kSending && isOfService(failure);
 }
 
 std::optional<std::chrono::milliseconds> FileUpload::runsAgainAfter(const Failure& failure) {

@@ -44,8 +44,8 @@ class FileUpload final : public FileCall<FileRecord>,
   /// What an upload template says wrong is no mistake of the caller's. What makes or commits the
   /// record may have been carried out.
   [[nodiscard]] Failure explain(Failure failure, const platform::Value& told) override;
-  /// A service may still be busy with the request that was given up, or have other chunks than the
-  /// place says: the same chunk twice more, then all of them.
+  /// A service may still be busy with the request that was given up or repeated, or have other
+  /// chunks than the place says: the same chunk twice more, then all of them.
   [[nodiscard]] std::optional<std::chrono::milliseconds> runsAgainAfter(
       const Failure& failure) override;
   void complete(Failure failure, const std::function<void(Outcome<FileRecord>)>& done) override;
@@ -60,6 +60,7 @@ class FileUpload final : public FileCall<FileRecord>,
                                              std::optional<std::int64_t> modified) const;
   void enterRun(const FileRun& run);
   void made(RunningBase& handle, platform::Dictionary creation);
+  void repeats();
   void handedOver(RunningBase& handle, std::uint64_t bytesOfRequest);
   void tellPlace(RunningBase& handle) const;
   [[nodiscard]] bool wasRefused(const Failure& failure) const VARO_REQUIRES(mutex_);
@@ -95,7 +96,9 @@ class FileUpload final : public FileCall<FileRecord>,
   /// The run went on at this byte; none where it made a record.
   std::optional<std::uint64_t> resumedAt_ VARO_GUARDED_BY(mutex_);
   bool hasTakenChunk_ VARO_GUARDED_BY(mutex_) = false;  // the service, in this run
-  /// Runs that went on and whose first chunk was refused, one after the other.
+  /// The request that is under way, so that the service may still be busy with the one before.
+  bool hasRepeated_ VARO_GUARDED_BY(mutex_) = false;
+  /// Runs that ended with a chunk that was refused, one after the other.
   std::size_t refusals_ VARO_GUARDED_BY(mutex_) = 0;
   /// Where the chunk that is under way begins.
   std::uint64_t at_ VARO_GUARDED_BY(mutex_) = 0;

@@ -2,7 +2,6 @@
 
 #include "Client/Failures.h"
 #include "Client/ObjectAnswers.h"
-#include "Platform/Foundation/TimeText.h"
 
 #include <algorithm>
 #include <array>
@@ -16,8 +15,6 @@ using platform::HttpResponse;
 
 namespace {
 
-/// Of the clock: stores tolerate many minutes, and their "Date" has seconds.
-constexpr std::chrono::minutes kWorthCorrecting{1};
 constexpr std::array<std::string_view, 3> kExpired = {"ExpiredToken", "TokenRefreshRequired",
                                                       "InvalidAccessKeyId"};
 
@@ -47,21 +44,14 @@ bool StoreAuthorizer::renew(const std::vector<platform::HttpHeader>& /*shown*/,
   const std::string code = codeIn(response);
   // The refusal of a HEAD cannot say why.
   const bool isSilent = !response.body && (response.status == 400 || response.status == 403);
-  if ((isSilent || code == "RequestTimeTooSkewed") && correctClock(response)) return true;
+  const bool mayBeSkewed = isSilent || code == "RequestTimeTooSkewed";
+  if (mayBeSkewed && place_->clock().correct(response, signedAt_)) return true;
   const bool isExpired = std::find(kExpired.begin(), kExpired.end(), code) != kExpired.end();
   if (!isExpired && !(isSilent && isTemporary_)) return false;
   return held_->renew([this](const Credentials& one) {
     return one.accessKey == shown_.accessKey && one.secretKey == shown_.secretKey &&
            one.sessionToken == shown_.sessionToken;
   });
-}
-
-/// False where the difference is not why the request was refused.
-bool StoreAuthorizer::correctClock(const HttpResponse& response) const {
-  const auto store = platform::httpTime(headerOf(response, "Date").value_or(""));
-  if (!store || std::chrono::abs(*store - signedAt_) < kWorthCorrecting) return false;
-  place_->clock().set(*store);
-  return true;
 }
 
 }  // namespace varo::detail

@@ -30,8 +30,6 @@ class StoreAuthorizer final : public platform::RequestAuthorizer {
   [[nodiscard]] const std::string& sessionToken() const noexcept { return shown_.sessionToken; }
 
  private:
-  [[nodiscard]] bool correctClock(const platform::HttpResponse& response) const;
-
   const std::shared_ptr<const ObjectPlace> place_;
   const std::shared_ptr<HeldCredentials> held_;
   const binary::S3Request toSign_;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Platform/Foundation/Clock.h"
+#include "Platform/Network/HttpTransport.h"
 
 #include <atomic>
 #include <chrono>
@@ -17,9 +18,10 @@ class StoreClock final : public platform::Clock {
   [[nodiscard]] std::chrono::steady_clock::time_point steadyNow() const override {
     return platform::Clock::system().steadyNow();
   }
-  void set(std::chrono::system_clock::time_point store) noexcept {
-    difference_ = store - platform::Clock::system().now();
-  }
+  /// Takes the time from the refusal of a request that was signed at `signedAt`. False where the
+  /// difference is not why it was refused.
+  [[nodiscard]] bool correct(const platform::HttpResponse& refusal,
+                             std::chrono::system_clock::time_point signedAt);
 
  private:
   std::atomic<std::chrono::system_clock::duration> difference_{};

@@ -7,7 +7,9 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Client/SourceData.h"
+#include "Client/TemplateAuthorizer.h"
 
+#include <exception>
 #include <string>
 #include <utility>
 
@@ -49,33 +51,49 @@ void TemplatePut::run(const ObjectRunPtr& run, End end) {
   auto opened =
       dataFrom(*std::exchange(source_, std::nullopt), about(), run->running(), run->givenUp());
   if (!opened) return end(std::move(opened).error());
-  const platform::Data& data = *opened;
-  if (data.empty()) {
+  if (opened->empty()) {
     return end(failureOf(Kind::kInvalidArgument, about() + ": the source has no bytes"));
   }
+  send(run, {*std::move(filled), *std::move(opened), true}, end);
+}
+
+void TemplatePut::send(const ObjectRunPtr& run, Upload upload, const End& end) {
   const auto settings = run->settings(run->cancellation());
+  const auto authorizer = std::make_shared<TemplateAuthorizer>(place_, run->serviceAuthorizer());
+  settings->authorizer = authorizer;
+  settings->clock = std::shared_ptr<const platform::Clock>(place_, &place_->clock());
   Dictionary options = optionsWith(settings);
   Dictionary headers = run->access().headers;
   if (!run->access().token.empty()) {
-    settings->authorizer = run->serviceAuthorizer();
     headers.set(binary::kVaroAuthorization, run->access().token);
     options.set(binary::kVaroAuthorization, run->access().token);
   }
-  run->running().reached(0, data.size());
-  const auto uploaded = [run, key = key_, size = data.size(), end](
+  const Dictionary configuration{{binary::kURL, place_->templates()->templates},
+                                 {binary::keys::kRawBytes, upload.bytes},
+                                 {binary::keys::kHeaders, headers},
+                                 {binary::keys::kUploadParams, upload.parameters}};
+  run->running().reached(0, upload.bytes.size());
+  const auto started = [authorizer](const std::string&, const Value&) {
+    authorizer->templateIsThere();
+  };
+  const auto uploaded = [run, key = key_, size = upload.bytes.size(), end](
                             const std::string&, const std::string&, const Value&) {
     run->running().reached(size, size);
     end(ObjectInfo{.key = key, .size = Bytes(size)});
   };
-  const auto failed = [about = about(), end](const std::string&, const Value& error, const Value&) {
-    end(failureFrom(error, about));
+  const auto failed = [self = self<TemplatePut>(), run, authorizer, upload = std::move(upload),
+                       end](const std::string&, const Value& error, const Value&) {
+    if (upload.mayRepeat && authorizer->needsAnotherTemplate()) {
+      try {
+        return self->send(run, {upload.parameters, upload.bytes, false}, end);
+      } catch (const std::exception&) {
+        // There is no memory for another attempt: what this one has come to is told.
+      }
+    }
+    end(failureFrom(error, self->about()));
   };
   OnlineBinaryUploadManager::sharedInstance()->createAndStartOnlineUploadTaskFor(
-      Dictionary{{binary::kURL, place_->templates()->templates},
-                 {binary::keys::kRawBytes, data},
-                 {binary::keys::kHeaders, headers},
-                 {binary::keys::kUploadParams, *filled}},
-      {}, {}, uploaded, failed, options);
+      configuration, started, {}, uploaded, failed, options);
 }
 
 }  // namespace varo::detail

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "Client/ObjectOperation.h"
+#include "Platform/Foundation/Data.h"
+#include "Platform/Foundation/Value.h"
 #include "varo/objects.h"
 #include "varo/source.h"
 #include "varo/units.h"
@@ -12,7 +14,8 @@
 
 namespace varo::detail {
 
-/// Puts an object where the template of a service says.
+/// Puts an object where the template of a service says. Where the store refuses the bytes for their
+/// time, asks for another template, once: nothing was stored then.
 class TemplatePut final : public ObjectWork<ObjectInfo> {
  public:
   TemplatePut(std::shared_ptr<const ObjectPlace> place, ObjectKey key, Source source,
@@ -30,6 +33,13 @@ class TemplatePut final : public ObjectWork<ObjectInfo> {
   [[nodiscard]] bool canPause() const override { return false; }
 
  private:
+  struct Upload {
+    platform::Dictionary parameters;
+    platform::Data bytes;
+    bool mayRepeat = false;
+  };
+
+  void send(const ObjectRunPtr& run, Upload upload, const End& end);
   /// What is posted for the template, and fills it.
   [[nodiscard]] Outcome<platform::Dictionary> parameters(const ObjectAccess& access) const;
 

@@ -42,19 +42,6 @@ CurlMulti makeMulti() {
   return multi;
 }
 
-/// Only the I/O thread uses a share, so it needs no lock functions.
-CurlShare makeShare(bool cookies) {
-  if (!initialiseCurl()) return nullptr;
-  CurlShare share(curl_share_init());
-  if (share == nullptr) return nullptr;
-  const auto add = [&share](curl_lock_data what) {
-    return curl_share_setopt(share.get(), CURLSHOPT_SHARE, what) == CURLSHE_OK;
-  };
-  if (!add(CURL_LOCK_DATA_SSL_SESSION)) return nullptr;
-  if (cookies && !add(CURL_LOCK_DATA_COOKIE)) return nullptr;
-  return share;
-}
-
 NetworkConfiguration withDefaults(NetworkConfiguration configuration) {
   configuration.connectTimeout =
       boundedTimeout(configuration.connectTimeout, tuning::kConnectTimeout);
@@ -114,14 +101,11 @@ CurlEngine::CurlEngine(const NetworkConfiguration& configuration, ThreadPool& po
     : pool_(pool),
       shutDown_(makeTransportError(HttpTransportError::kShutDown, "The network is shut down.")),
       outOfMemory_(resourceError("The network has run out of memory.")),
-      withCookies_(makeShare(true)),
-      withoutCookies_(makeShare(false)),
       multi_(makeMulti()),
       common_{.configuration = withDefaults(configuration),
               .proxies = proxiesOf(configuration),
               .cookies = &cookies,
-              .withCookies = withCookies_.get(),
-              .withoutCookies = withoutCookies_.get(),
+              .shares = &shares_,
               .sockets = &sockets_,
               .pacer = &pacer_,
               .buffers = BufferPool::create(tuning::kSpoolThreshold, tuning::kMaxIdleBuffers)},
@@ -132,9 +116,7 @@ CurlEngine::~CurlEngine() { stop(); }
 
 ErrorPtr CurlEngine::startLocked() {
   if (started_) return nullptr;
-  if (multi_ == nullptr || withCookies_ == nullptr || withoutCookies_ == nullptr) {
-    return resourceError("libcurl could not be started.");
-  }
+  if (multi_ == nullptr) return resourceError("libcurl could not be started.");
   // With the first request: a process that only makes a transport has no thread, and may fork.
   try {
     thread_ = std::thread([this] { run(); });

@@ -81,10 +81,9 @@ class CurlEngine {
   ThreadPool& pool_;
   const ErrorPtr shutDown_;  // both made while there is memory
   const ErrorPtr outOfMemory_;
-  const CurlShare withCookies_;
-  const CurlShare withoutCookies_;
+  CurlShares shares_;  // of the I/O thread; outlives the connections
   const CurlMulti multi_;
-  const CurlCommon common_;  // has pointers to sockets_ and pacer_
+  const CurlCommon common_;  // has pointers to shares_, sockets_ and pacer_
   const ErrorPtr mistake_;   // in the configuration: every request's end; null for none
 
   Mutex mutex_;

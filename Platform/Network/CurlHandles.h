@@ -16,7 +16,7 @@ struct CurlMultiDeleter {
   void operator()(CURLM* handle) const noexcept { static_cast<void>(curl_multi_cleanup(handle)); }
 };
 struct CurlShareDeleter {
-  // Fails only while an easy handle uses the share; the pool of handles goes first.
+  // Fails only while an easy handle uses the share; each gives it up first.
   void operator()(CURLSH* handle) const noexcept { static_cast<void>(curl_share_cleanup(handle)); }
 };
 struct CurlListDeleter {

@@ -114,10 +114,12 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   options.set(CURLOPT_SOCKOPTDATA, common.sockets);
   options.set(CURLOPT_PREREQFUNCTION, &CurlTransfer::onConnected);
   options.set(CURLOPT_PREREQDATA, this);
-  CURLSH* const share = shareFor(common);
-  options.set(CURLOPT_SHARE, share);
+  const bool hasCookies = mayHaveCookies(common);
+  share_ = hasCookies ? common.shares->withCookies(headers_) : common.shares->withoutCookies();
+  if (share_ == nullptr) return noMemory();
+  options.set(CURLOPT_SHARE, share_.get());
   // No file: the empty name only starts the cookie engine.
-  if (share == common.withCookies) options.set(CURLOPT_COOKIEFILE, "");
+  if (hasCookies) options.set(CURLOPT_COOKIEFILE, "");
   options.set(CURLOPT_CURLU, url_.handle());
   // A path may be signed, dots included.
   options.set(CURLOPT_PATH_AS_IS, 1L);
@@ -151,7 +153,10 @@ void CurlTransfer::setBody(CurlOptions& options, std::size_t bufferSize) {
 
 void CurlTransfer::release() noexcept {
   if (told_->meter != nullptr) measureExchange();
+  // Before the share may go, and since a reset would leave it with the handle. Cannot fail.
+  static_cast<void>((curl_easy_setopt)(easy_, CURLOPT_SHARE, nullptr));
   easy_ = nullptr;
+  share_.reset();
   headerList_.reset();
   sink_.reset();
 }
@@ -191,9 +196,13 @@ bool CurlTransfer::namesAnotherHost() const {
   });
 }
 
-CURLSH* CurlTransfer::shareFor(const CurlCommon& common) const {
-  const bool accepts = common.cookies->acceptPolicy() == CookieAcceptPolicy::kAlways;
-  return accepts && !namesAnotherHost() ? common.withCookies : common.withoutCookies;
+bool CurlTransfer::mayHaveCookies(const CurlCommon& common) const {
+  if (common.cookies->acceptPolicy() != CookieAcceptPolicy::kAlways) return false;
+  // Cookies are kept by credentials, and a signature is of one request.
+  const bool isSigned = std::any_of(headers_.begin(), headers_.end(), [](const auto& header) {
+    return isSignatureHeader(header.name);
+  });
+  return !isSigned && !namesAnotherHost();
 }
 
 ErrorPtr CurlTransfer::buildHeaderList() {
@@ -214,7 +223,10 @@ ErrorPtr CurlTransfer::buildHeaderList() {
         isBlank(header.value) ? header.name + ";" : header.name + ": " + header.value;
     complete = complete && append(line);
   }
-  if (complete) return nullptr;
+  return complete ? nullptr : noMemory();
+}
+
+ErrorPtr CurlTransfer::noMemory() const {
   return makeTransportError(HttpTransportError::kNoResources, "Out of memory.", safeUrl());
 }
 

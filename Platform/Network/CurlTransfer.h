@@ -5,6 +5,7 @@
 #include "Platform/Network/CurlMovement.h"
 #include "Platform/Network/CurlPacer.h"
 #include "Platform/Network/CurlProxy.h"
+#include "Platform/Network/CurlShares.h"
 #include "Platform/Network/CurlUrl.h"
 #include "Platform/Network/HttpCookieStore.h"
 #include "Platform/Network/HttpTransport.h"
@@ -33,9 +34,7 @@ struct CurlCommon {
   NetworkConfiguration configuration;
   CurlProxies proxies;
   HttpCookieStore* cookies = nullptr;
-  /// Cookies and TLS sessions, or TLS sessions alone.
-  CURLSH* withCookies = nullptr;
-  CURLSH* withoutCookies = nullptr;
+  CurlShares* shares = nullptr;
   CurlSockets* sockets = nullptr;
   CurlPacer* pacer = nullptr;
   /// For response bodies that stay in memory.
@@ -129,10 +128,11 @@ class CurlTransfer {
   [[nodiscard]] bool isCancelled();
   [[nodiscard]] bool judge(CURLcode code);
   [[nodiscard]] ErrorPtr buildHeaderList();
+  [[nodiscard]] ErrorPtr noMemory() const;
   [[nodiscard]] ErrorPtr followRedirect(const std::string& location);
   [[nodiscard]] ErrorPtr describe(CURLcode code) const;
   [[nodiscard]] bool namesAnotherHost() const;
-  [[nodiscard]] CURLSH* shareFor(const CurlCommon& common) const;
+  [[nodiscard]] bool mayHaveCookies(const CurlCommon& common) const;
   [[nodiscard]] std::optional<HttpResponse> makeResponse();
   void failBodyNotStored(const Error& cause);
   [[nodiscard]] static HttpCompletion keeping(std::shared_ptr<const Told> told,
@@ -161,6 +161,7 @@ class CurlTransfer {
   const CurlProxy* proxy_ = nullptr;  // of the transport; null: none
   CurlUrl url_;
   CURL* easy_ = nullptr;
+  CurlShares::Ptr share_;
   CurlList headerList_;
   ResponseHead head_;
   std::optional<ResponseSink> sink_;

@@ -60,12 +60,15 @@ bool isHostHeader(std::string_view headerName) noexcept {
   return equalIgnoringCase(headerName, "host");
 }
 
+bool isSignatureHeader(std::string_view headerName) noexcept {
+  constexpr std::string_view kPrefix = "x-amz-";
+  return equalIgnoringCase(headerName.substr(0, kPrefix.size()), kPrefix);
+}
+
 bool isCredentialHeader(std::string_view headerName) noexcept {
-  // The headers of a signature: its session token is a secret, and the others are of no use to
+  // Of a signature's headers, the session token is a secret, and the others are of no use to
   // another host.
-  constexpr std::string_view kSigningPrefix = "x-amz-";
-  return isSecretKey(headerName) ||
-         equalIgnoringCase(headerName.substr(0, kSigningPrefix.size()), kSigningPrefix);
+  return isSecretKey(headerName) || isSignatureHeader(headerName);
 }
 
 }  // namespace varo::platform

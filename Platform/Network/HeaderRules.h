@@ -21,6 +21,10 @@ namespace varo::platform {
 
 [[nodiscard]] bool isHostHeader(std::string_view headerName) noexcept;
 
+/// Whether the header belongs to a signature, which each request has one of its own of. Any letter
+/// case.
+[[nodiscard]] bool isSignatureHeader(std::string_view headerName) noexcept;
+
 /// Whether the header is a credential or part of a signature, so that it must not follow a redirect
 /// to another origin. Any letter case.
 [[nodiscard]] bool isCredentialHeader(std::string_view headerName) noexcept;

@@ -14,7 +14,8 @@ enum class CookieAcceptPolicy : std::uint8_t {
 
 /// Rules the cookies that a transport keeps in memory, for as long as the transport lives and never
 /// longer. A cookie goes to the host that set it, or to the domain it names where that is not a
-/// public suffix (RFC 6265). Thread-safe.
+/// public suffix (RFC 6265), and only with the credentials that it was set for: the headers
+/// `isCredentialHeader` names. Signed requests have none. Thread-safe.
 class HttpCookieStore {
  public:
   /// The store that the default transport obeys.

@@ -37,6 +37,8 @@ inline constexpr std::size_t kMaxActiveTransfers = 256;
 /// Easy handles kept for reuse. A fresh one costs about a quarter of a small transfer, a kept one
 /// its upload buffer.
 inline constexpr std::size_t kMaxIdleHandles = 16;
+/// Sets of credentials whose cookies are kept; the one used longest ago makes room.
+inline constexpr std::size_t kMaxCookieJars = 16;
 /// Redirects followed for one request.
 inline constexpr int kMaxRedirects = 10;
 /// Body bytes of a redirect that are read, so that its connection can be kept, before they cost

@@ -45,7 +45,8 @@ struct S3 {
 
 /// A service that says of each upload where it goes ("upload template"), and the store that the
 /// objects are then got from. It can `put` and `get` only. The service decides how bytes are
-/// received: an upload is one request, of at least one byte.
+/// received: an upload is one request, of at least one byte. Where the store refuses it for its
+/// time, another template is asked for, once.
 struct TemplateService {
   /// Where templates are asked for.
   std::string templates;

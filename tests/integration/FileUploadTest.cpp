@@ -108,6 +108,22 @@ TEST_F(FileUploadTest, GoesOnAtTheNextChunkWhateverFailed) {
   }
 }
 
+TEST_F(FileUploadTest, ARepeatedChunkThatIsRefusedIsSentAgain) {
+  // As a service does that is still busy with the first request.
+  constexpr char kBusy[] = R"({"opstatus":8005,"errmsg":"another request is writing"})";
+  server_->addFault({{.path = "/bytes/", .skip = 2, .count = 1}, {.status = 503}});
+  server_->addFault({{.path = "/bytes/", .skip = 3, .count = 1}, {.status = 200, .body = kBusy}});
+  writeFile(path("photo"), content_);
+  const auto client =
+      FileClient::create({.url = server_->url(),
+                          .chunkSize = 64_KiB,
+                          .retry = {.attempts = 2, .firstWait = 1ms, .longestWait = 1ms}});
+  const auto done = client->upload(Source::file(path("photo"))).get();
+  ASSERT_TRUE(done) << done.error().message;
+  EXPECT_THAT(chunksSent(), ElementsAre("1", "2", "3", "3", "3", "4"));
+  expectTheFile(content_);
+}
+
 TEST_F(FileUploadTest, AFileThatChangesUnderWayIsNeverHalfOldAndHalfNew) {
   writeFile(path("photo"), content_);
   server_->addFault(

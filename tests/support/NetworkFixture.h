@@ -100,24 +100,18 @@ inline std::string nameOf(std::size_t number) { return "thing " + std::to_string
 /// database "blobs" in the directory. Thread-safe.
 class Application {
  public:
-  /// `options` are asked for once for each client.
+  /// `options` are asked for once for each client. `signsOnline`: the online client signs itself.
   Application(const std::string& directory, const Addresses& at,
-              const std::function<Options(Column)>& options)
+              const std::function<Options(Column)>& options, bool signsOnline = false)
       : files_(FileClient::create(withUrl(options(Column::kFile), at.service)).value()),
         blobs_(BlobStore::open(directory + "/blobs.db", directory + "/blobs",
                                {.options = withUrl(options(Column::kBlob), at.blobs),
                                 .scope = "blobs",
                                 .rangeSize = 64_KiB})
                    .value()),
-        // The service says where an upload goes: to the store, at an address that it has signed.
-        online_(
-            ObjectStore::create(
-                TemplateService{.templates = at.templates,
-                                .store = at.objects,
-                                .parameters = {{"sandbox_template",
-                                                R"({"domain": "store", "auth": "presigned"})"}}},
-                options(Column::kOnline))
-                .value()),
+        online_(ObjectStore::create(signsOnline ? signing(at) : signedByService(at),
+                                    options(Column::kOnline))
+                    .value()),
         signed_(
             ObjectStore::create(S3{.endpoint = at.store, .region = "us-east-1", .bucket = "bucket"},
                                 options(Column::kSigned))
@@ -170,6 +164,15 @@ class Application {
   }
 
  private:
+  /// The service says where an upload goes: to the store, at an address that it has signed.
+  static TemplateService signedByService(const Addresses& at) {
+    return {.templates = at.templates,
+            .store = at.objects,
+            .parameters = {{"sandbox_template", R"({"domain": "store", "auth": "presigned"})"}}};
+  }
+  static TemplateService signing(const Addresses& at) {
+    return {.templates = at.templates, .store = at.store, .region = "us-east-1"};
+  }
   static Options withUrl(Options options, const std::string& url) {
     options.url = url;
     return options;

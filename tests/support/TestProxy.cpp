@@ -30,12 +30,13 @@ using boost::system::error_code;
 class Way : public std::enable_shared_from_this<Way> {
  public:
   Way(SocketPtr from, SocketPtr to, const ProxyRules& rules, std::uint64_t cutAfter,
-      std::mt19937& random)
+      std::mt19937& random, std::atomic<int>& broken)
       : from_(std::move(from)),
         to_(std::move(to)),
         rules_(rules),
         cutAfter_(cutAfter),
         random_(random),
+        broken_(broken),
         timer_(from_->get_executor()) {}
 
   void read() {
@@ -77,7 +78,10 @@ class Way : public std::enable_shared_from_this<Way> {
     for (std::size_t at = 0; at < piece.bytes.size(); at += kSegment) {
       if (!isLost(random_)) continue;
       free_ += rules_.retransmission;
-      piece.breaks = piece.breaks || breaks(random_);
+      const bool mayBreak = rules_.mostBreaks == 0 || broken_ < rules_.mostBreaks;
+      if (!breaks(random_) || !mayBreak || piece.breaks) continue;
+      piece.breaks = true;
+      ++broken_;
     }
   }
 
@@ -114,6 +118,7 @@ class Way : public std::enable_shared_from_this<Way> {
   const ProxyRules& rules_;
   const std::uint64_t cutAfter_;
   std::mt19937& random_;
+  std::atomic<int>& broken_;
   asio::steady_timer timer_;
   std::array<char, 16384> buffer_{};
   std::deque<Piece> onTheWay_;
@@ -238,8 +243,8 @@ bool TestProxy::join(const SocketPtr& client, const SocketPtr& server) {
   if (server == nullptr) return false;
   client->set_option(Tcp::no_delay(true));
   asio::post(context_, [this, client, server] {
-    std::make_shared<Way>(client, server, rules_, 0, random_)->read();
-    std::make_shared<Way>(server, client, rules_, rules_.cutAfter, random_)->read();
+    std::make_shared<Way>(client, server, rules_, 0, random_, broken_)->read();
+    std::make_shared<Way>(server, client, rules_, rules_.cutAfter, random_, broken_)->read();
   });
   return true;
 }

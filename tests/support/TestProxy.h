@@ -39,6 +39,8 @@ struct ProxyRules {
   std::chrono::milliseconds retransmission{0};
   /// Share of those lost that break the connection instead.
   double breaks = 0;
+  /// So many connections break at most; 0: any number.
+  int mostBreaks = 0;
   std::uint32_t seed = 1;
 };
 
@@ -60,6 +62,8 @@ class TestProxy {
   void redirect(std::uint16_t from, std::uint16_t to);
   /// What it was asked, one entry a connection: the head of an http request, or "socks5 host:port".
   [[nodiscard]] std::vector<std::string> asked() const;
+  /// How many lost segments have broken their connection.
+  [[nodiscard]] int broken() const noexcept { return broken_; }
 
  private:
   using Tcp = boost::asio::ip::tcp;
@@ -91,6 +95,7 @@ class TestProxy {
   std::uint16_t port_ = 0;
   std::list<Session> sessions_;  // of the thread, until it has ended
   std::mt19937 random_;          // of the thread
+  std::atomic<int> broken_ = 0;  // which alone changes it
   mutable platform::Mutex mutex_;
   std::vector<std::string> asked_ VARO_GUARDED_BY(mutex_);
   std::map<std::uint16_t, std::uint16_t> redirected_ VARO_GUARDED_BY(mutex_);

@@ -25,8 +25,9 @@ BytesUploadHandlerTask::BytesUploadHandlerTask(std::string name, const platform:
 
 bool BytesUploadHandlerTask::prepareRequest() {
   if (redirectionTemplate_[kTemplateParamAuth] != Value(kAuthHmacDigest)) return true;
+  const auto all = settings();
   S3HMACGenerator signer(uploadParams_, redirectionTemplate_, fileData_, S3OperationType::kUpload,
-                         clock_);
+                         all->clock != nullptr ? *all->clock : clock_);
   auto signedHeaders = signer.getRequestHeaders(S3OperationType::kUpload);
   if (!signedHeaders) {
     raise(kCodeUploadFailure, kUploadFailure, signedHeaders.error());

@@ -13,7 +13,7 @@ namespace varo::binary {
 /// be read for their digest are 6006.
 class BytesUploadHandlerTask final : public UploaderTask {
  public:
-  /// `clock` dates the signature and lives as long as the task.
+  /// `clock` dates the signature where the settings have none, and lives as long as the task.
   explicit BytesUploadHandlerTask(std::string name,
                                   const platform::Clock& clock = platform::Clock::system());
 

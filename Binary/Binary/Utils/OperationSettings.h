@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/Utils/TransferPolicy.h"
+#include "Platform/Foundation/Clock.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/JsonLimits.h"
 #include "Platform/Foundation/Result.h"
@@ -103,6 +104,9 @@ class OperationSettings final : public platform::RequestSettings {
     std::string files;
   };
   std::optional<BlobPlaces> blobPlaces;
+
+  /// What the signature of an online upload is dated by; null: the manager's clock.
+  std::shared_ptr<const platform::Clock> clock;
 
   /// Called when a download has changed the state in its blob's row, on the thread that did.
   std::function<void(const std::string& blobId)> onBlobState;
