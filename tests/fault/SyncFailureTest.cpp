@@ -40,13 +40,7 @@ class SyncFailureTest : public FileAdapterFixture {
  protected:
   SyncFailureTest() {
     setTransferPolicy(TransferPolicy::kSafe);
-    transport_->setHandler([](const RecordedRequest& request) {
-      const bool isLookUp = request.url.find("/bytes") == std::string::npos;
-      return answerWith(200, isLookUp ? R"({"opstatus":0,"records":[{"file_name":"a",)"
-                                        R"("download_template":{"domain":"#middlewaredomain",)"
-                                        R"("relativepath":"/bytes","method":"get"}}]})"
-                                      : "bytes");
-    });
+    transport_->setHandler([](const auto& request) { return serviceAnswer(request); });
   }
   ~SyncFailureTest() override { isDiskFailing = false; }
 

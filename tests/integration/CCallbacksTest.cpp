@@ -1,6 +1,6 @@
-#include "Platform/Foundation/Mutex.h"
 #include "tests/support/Await.h"
 #include "tests/support/CInterfaceFixture.h"
+#include "tests/support/CallLog.h"
 #include "varo/varo.h"
 
 #include <gmock/gmock.h>
@@ -119,19 +119,13 @@ TEST_F(CCallbacksTest, ReadersAndSinksMayRefuse) {
 
 /// What the callbacks of one client and its upload were told.
 struct Reports {
-  platform::Mutex mutex;
-  std::string log VARO_GUARDED_BY(mutex);
-  std::string place VARO_GUARDED_BY(mutex);
+  test::CallLog<std::string> messages, places;
 
   static void logged(void* user, const varo_log_record* record) {
-    auto* told = static_cast<Reports*>(user);
-    const platform::MutexLock lock(told->mutex);
-    told->log += record->message;
+    static_cast<Reports*>(user)->messages.add(record->message);
   }
   static void reached(void* user, const char* /*record*/, const char* place) {
-    auto* told = static_cast<Reports*>(user);
-    const platform::MutexLock lock(told->mutex);
-    told->place = place;
+    static_cast<Reports*>(user)->places.add(place);
   }
 };
 
@@ -211,11 +205,10 @@ TEST_F(CCallbacksTest, UploadGoesOnAtItsPlaceAndMessagesGoToTheLogOfTheirClient)
   varo_files_free(files);
   // Told on a thread of its own, maybe after the outcome.
   EXPECT_TRUE(test::eventually([&] {
-    const platform::MutexLock lock(told.mutex);
-    return told.place == place;
+    const auto places = told.places.calls();
+    return !places.empty() && places.back() == place;
   }));
-  const platform::MutexLock lock(told.mutex);
-  EXPECT_NE(told.log, "");
+  EXPECT_THAT(told.messages.calls(), testing::Not(testing::IsEmpty()));
 }
 
 TEST_F(CCallbacksTest, UserDataIsFreedWithTheLastUseOfItsClient) {

@@ -23,9 +23,7 @@ class CliConnectionTest : public CliFixture {
  protected:
   /// The steps of a check and whether each was right; those that were not tried are left out.
   std::map<std::string, bool> checks(const Words& words, int status) {
-    Words scripted = {"--json", "doctor"};
-    scripted.insert(scripted.end(), words.begin(), words.end());
-    const Run result = run(scripted);
+    const Run result = run(joined({"--json", "doctor"}, words));
     EXPECT_EQ(result.status, status) << result.output << result.errors;
     std::map<std::string, bool> steps;
     for (const Dictionary& event : eventsEndingIn(status == 0 ? "success" : "failure", result)) {
@@ -58,9 +56,7 @@ TEST_F(CliConnectionTest, WhatFailsForTheMomentIsRepeatedAsOftenAsItIsAskedFor) 
     sandbox().clearStats();
     sandbox().addFault({{.path = "/objects/File", .count = 2},
                         {.status = 503, .headers = {{"Retry-After", "1"}}}});
-    Words words = {"list", url()};
-    words.insert(words.end(), c.words.begin(), c.words.end());
-    const Run result = run(words);
+    const Run result = run(joined({"list", url()}, c.words));
     EXPECT_EQ(result.status, c.status) << result.errors;
     EXPECT_EQ(sandbox().serviceStats().requests, c.requests);
     EXPECT_EQ(result.errors.find("for attempt 2 of") != std::string::npos, c.requests > 1);
@@ -81,13 +77,10 @@ TEST_F(CliConnectionTest, EachKindOfCommandGoesThroughTheProxyAndNoMessageHasIts
   std::size_t asked = 0;
   for (const Words& command : commands) {
     for (const bool isRight : {true, false}) {
-      ChildProcess::Settings settings = settingsFor(command);
-      settings.arguments.insert(
-          settings.arguments.end(),
-          {"--log-level", "trace", "--user-agent", "me/1", "--retry", "0", "--proxy",
-           "http://ann@" + address, "--proxy-password-file", file});
-      settings.environment.insert(settings.environment.end(),
-                                  {{"VARO_SECRET_KEY", "sandbox-secret-key"}});
+      ChildProcess::Settings settings = settingsFor(
+          joined(command, {"--log-level", "trace", "--user-agent", "me/1", "--retry", "0",
+                           "--proxy", "http://ann@" + address, "--proxy-password-file", file}));
+      settings.environment.emplace_back("VARO_SECRET_KEY", "sandbox-secret-key");
       writeFile(file, isRight ? kSecret : "wr0ng-marker");
       const Run result = run(settings);
       EXPECT_EQ(result.status, isRight ? 0 : 1) << result.errors;

@@ -29,14 +29,6 @@ class CliDownloadTest : public CliFixture {
                             sandbox().blobUrl() + "\"}");
   }
 
-  static Words joined(Words words, const Words& more) {
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
-  }
-  static Dictionary resultOf(const Run& run) {
-    return eventsEndingIn("success", run).back()["result"].dictionaryValue();
-  }
-
   [[nodiscard]] std::string database() const {
     return home() + "/Library/WEBSQLDIRECTORY/staff.db";
   }

@@ -19,8 +19,7 @@ class CliFilesTest : public CliFixture {
   std::string uploaded(const std::string& content) {
     const std::string file = makeFile("f.txt", 1);
     writeFile(file, content);
-    const Run up = run({"--json", "upload", url(), file});
-    return eventsEndingIn("success", up).back()["result"].dictionaryValue()["file_id"].textValue();
+    return resultOf(run({"--json", "upload", url(), file}))["file_id"].textValue();
   }
 };
 
@@ -48,10 +47,8 @@ TEST_F(CliFilesTest, DownloadGoesWhereItIsAskedToAndReplacesWhatItMay) {
       if (!isNamed && c.words.empty()) continue;  // that is the library's own way
       writeFile(here, "old");
       std::filesystem::remove(beside);
-      Words words = {"download", url() + "/", id};
-      words.insert(words.end(), c.words.begin(), c.words.end());
-      if (isNamed) words.insert(words.end(), {"-o", here});
-      const Run result = run(words);
+      const Words words = joined({"download", url() + "/", id}, c.words);
+      const Run result = run(isNamed ? joined(words, {"-o", here}) : words);
       EXPECT_EQ(result.status, c.status) << result.errors;
       EXPECT_THAT(result.output + result.errors, HasSubstr(c.says));
       EXPECT_EQ(contentOf(here), c.here);
@@ -87,10 +84,10 @@ TEST_F(CliFilesTest, FailureSaysWhatAProgramDecidesByInOneShapeAndNothingBesides
           {{.path = "/objects/File"},
            {.status = static_cast<int>(c.status), .headers = {{"Retry-After", "7"}}}});
     }
-    Words words = c.words;
-    words.insert(words.begin(), {"--json", "--retry", "0"});
-    const Run result = run(words);
+    const Run result = run(joined({"--json", "--retry", "0"}, c.words));
     const Dictionary failure = eventsEndingIn("failure", result).back();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(failure.contains("error"));
     EXPECT_EQ(failure["kind"].textValue(), c.kind) << result.output;
     EXPECT_THAT(failure["message"].textValue(), HasSubstr(c.names));
     EXPECT_EQ(failure["retryable"], Value(c.isRetryable)) << result.output;
@@ -110,10 +107,8 @@ TEST_F(CliFilesTest, SeveralFilesAreUploadedSideBySideAndOneThatFailsIsNamed) {
   EXPECT_THAT(people.output, testing::AllOf(HasSubstr("Uploaded " + a + " as "),
                                             HasSubstr("Uploaded " + b + " as ")));
   EXPECT_THAT(people.errors, testing::AllOf(HasSubstr(empty), HasSubstr("1 of 3 files failed")));
-  Words scripted = three;
-  scripted.insert(scripted.begin(), "--json");
   std::vector<std::string> ends;
-  for (const Dictionary& event : eventsEndingIn("failure", run(scripted))) {
+  for (const Dictionary& event : eventsEndingIn("failure", run(joined({"--json"}, three)))) {
     const std::string name = event["event"].textValue();
     EXPECT_EQ(event.contains("file"), name != "failure") << name;
     if (name == "itemSuccess" || name == "itemFailure") {
@@ -122,12 +117,10 @@ TEST_F(CliFilesTest, SeveralFilesAreUploadedSideBySideAndOneThatFailsIsNamed) {
   }
   EXPECT_THAT(ends, testing::UnorderedElementsAre("itemSuccess" + a, "itemSuccess" + b,
                                                   "itemFailure" + empty + "invalidArgument"));
-  const Run both = run({"--json", "upload", url(), a, a, "--parallel", "1"});
-  EXPECT_EQ(
-      eventsEndingIn("success", both).back()["result"].dictionaryValue()["files"].array()->size(),
-      2U);
-  const Run list = run({"--json", "list", url(), "--criteria", "kind eq 'test'"});
-  const Dictionary listed = eventsEndingIn("success", list).back()["result"].dictionaryValue();
+  const Dictionary both = resultOf(run({"--json", "upload", url(), a, a, "--parallel", "1"}));
+  EXPECT_EQ(both["files"].array()->size(), 2U);
+  const Dictionary listed =
+      resultOf(run({"--json", "list", url(), "--criteria", "kind eq 'test'"}));
   EXPECT_EQ(listed["records"].array()->size(), 4U);
 }
 
@@ -156,13 +149,10 @@ TEST_F(CliFilesTest, DeleteSaysWhatItWouldDeleteAndAsksOnATerminalOnly) {
   const Words where = {"delete", url(), "--where", "file_name=f.txt"};
   const auto isThere = [&] { return run({"list", url()}).output.find(id) != std::string::npos; };
   for (const Words& words : {where, Words{"delete", url(), id}}) {
-    Words dry = words;
-    dry.emplace_back("--dry-run");
+    const Words dry = joined(words, {"--dry-run"});
     const Run people = run(dry);
     EXPECT_THAT(people.output, testing::AllOf(HasSubstr(id), HasSubstr("1 file would be deleted")));
-    dry.emplace_back("--json");
-    const Dictionary result =
-        eventsEndingIn("success", run(dry)).back()["result"].dictionaryValue();
+    const Dictionary result = resultOf(run(joined(dry, {"--json"})));
     EXPECT_EQ((*result["records"].array())[0].dictionaryValue()["file_id"], Value(id));
     EXPECT_TRUE(isThere());
   }

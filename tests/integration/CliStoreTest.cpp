@@ -15,19 +15,15 @@ using testing::HasSubstr;
 class CliStoreTest : public CliFixture {
  protected:
   /// Runs `object COMMAND` with the store's keys in the environment.
-  [[nodiscard]] Run object(Words words, const std::string& input = {},
+  [[nodiscard]] Run object(const Words& words, const std::string& input = {},
                            const std::string& secret = "sandbox-secret-key") {
-    words.insert(words.begin(), "object");
-    ChildProcess::Settings settings = settingsFor(words);
+    ChildProcess::Settings settings = settingsFor(joined({"object"}, words));
     settings.environment.insert(settings.environment.end(),
                                 {{"VARO_ENDPOINT", sandbox().storeUrl() + "/"},
                                  {"VARO_ACCESS_KEY", "sandbox"},
                                  {"VARO_SECRET_KEY", secret}});
     settings.input = input;
     return run(settings);
-  }
-  static Dictionary resultOf(const Run& run) {
-    return eventsEndingIn("success", run).back()["result"].dictionaryValue();
   }
 };
 

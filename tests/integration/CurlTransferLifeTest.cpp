@@ -223,14 +223,5 @@ TEST_F(CurlTransferLifeTest, WritesNoKeysOfConnectionsWhereTheEnvironmentAsksFor
   EXPECT_EQ(contentOf(directory_ + "/keys"), "");
 }
 
-TEST_F(CurlTransferLifeTest, TakesNoProxyFromTheEnvironment) {
-  ScriptedServer server([](const WireRequest&) { return reply(200, "direct"); });
-  ScriptedServer proxy([](const WireRequest&) { return reply(200, "proxied"); });
-  const EnvironmentVariable http("http_proxy", proxy.url("/"));
-  const EnvironmentVariable all("ALL_PROXY", proxy.url("/"));
-  EXPECT_EQ(get(server.url("/")).body(), "direct");
-  EXPECT_EQ(proxy.connectionCount(), 0U);
-}
-
 }  // namespace
 }  // namespace varo::test

@@ -1,5 +1,4 @@
-#include "Platform/Foundation/Mutex.h"
-#include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
 #include "tests/support/FileClientFixture.h"
 #include "tests/support/RecordingLog.h"
 #include "varo/client.h"
@@ -7,24 +6,18 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <coroutine>
 #include <cstring>
 #include <filesystem>
-#include <future>
-#include <latch>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace varo {
 namespace {
 
 using namespace std::chrono_literals;
-using sandbox::FaultRule;
 using test::contentOf;
 using test::textOf;
 using test::writeFile;
@@ -198,29 +191,12 @@ TEST_F(FileClientTest, NamesTheOptionThatIsWrong) {
   EXPECT_EQ(server_->serviceStats().requests, 0U);
 }
 
-TEST_F(FileClientTest, ClientsOfOneProcessHaveSettingsOfTheirOwn) {
-  sandbox::SandboxOptions strict;
-  strict.requiredToken = "right";
-  restart(strict);
-  FileClient good = client("right");
-  FileClient bad = client("wrong");
-  auto first = good.list();
-  auto second = bad.list();
-  EXPECT_TRUE(first.get());
-  EXPECT_EQ(second.get().error().kind, Kind::kUnauthorized);
-  Options options{.url = server_->url()};
-  options.credentials = []() -> Outcome<Credentials> { throw std::runtime_error("no key"); };
-  EXPECT_THAT(FileClient::create(options)->list().get().error().message, HasSubstr("no key"));
-}
-
-TEST_F(FileClientTest, MessagesGoToTheLogOfTheirClientAndNowhereElse) {
+TEST_F(FileClientTest, ClientsSideBySideHaveTheirOwnLogsAndNames) {
   const test::RecordingLog process;
-  platform::Mutex mutex;
-  std::vector<std::string> messages;
-  Options options{.url = server_->url(), .logLevel = LogLevel::kTrace};
+  test::CallLog<std::string> messages;
+  Options options{.url = server_->url(), .userAgent = "camera/2", .logLevel = LogLevel::kTrace};
   options.log = [&](const LogRecord& record) {
-    const platform::MutexLock lock(mutex);
-    messages.push_back(record.message);
+    messages.add(record.message);
     throw std::runtime_error("of the application");
   };
   const FileClient logged = FileClient::create(options).value();
@@ -235,85 +211,17 @@ TEST_F(FileClientTest, MessagesGoToTheLogOfTheirClientAndNowhereElse) {
   std::vector<std::string> ofProcess;
   for (const auto& line : process->lines()) ofProcess.push_back(line.text);
   EXPECT_THAT(ofProcess, testing::IsEmpty());
-  const platform::MutexLock lock(mutex);
-  EXPECT_THAT(messages, testing::Contains(HasSubstr("No criteria is defined")));
+  EXPECT_EQ(*server_->requests().front().header("User-Agent"), "camera/2");
+  EXPECT_EQ(*server_->requests().back().header("User-Agent"), "varobinary/" VARO_VERSION);
+  EXPECT_THAT(messages.calls(), testing::Contains(HasSubstr("No criteria is defined")));
 }
 
-TEST_F(FileClientTest, CancelAndDestructionStopWhatServersHoldUp) {
+TEST_F(FileClientTest, AStopOfTheApplicationCancels) {
   server_->addFault({.action = {.stallAfter = 3, .stallFor = -1ms}});
-  FileClient files = client();
-  auto held = files.list();
-  ASSERT_TRUE(test::eventually([&] { return server_->serviceStats().requests > 0; }));
-  held.cancel();
-  EXPECT_EQ(held.get().error().kind, Kind::kCancelled);
-
-  std::optional<Kind> told;
-  {
-    const auto dropped =
-        files.list().onDone([&](const auto& outcome) { told = outcome.error().kind; });
-  }
-  EXPECT_EQ(told, Kind::kCancelled);
   std::stop_source stop;
-  auto watched = files.list().cancelWith(stop.get_token());
+  auto watched = client().list().cancelWith(stop.get_token());
   stop.request_stop();
   EXPECT_EQ(watched.get().error().kind, Kind::kCancelled);
-}
-
-TEST_F(FileClientTest, UploadThatFailsNamesItsRecordAndOneThatIsCancelledRemovesIt) {
-  FileClient files = client();
-  const Source source = Source::text(sandbox::sampleBytes(200'000));
-  server_->addFault({.match = {.path = "/bytes/", .skip = 1}, .action = {.status = 503}});
-  const auto failed = files.upload(source, {.name = "a"}).get();
-  ASSERT_FALSE(failed);
-  EXPECT_EQ(failed.error().kind, Kind::kServer);
-  ASSERT_TRUE(failed.error().begun);
-  EXPECT_EQ(files.remove(*failed.error().begun).get().value(), 1U);
-
-  server_->clearFaults();
-  server_->addFault(
-      {.match = {.path = "/bytes/", .skip = 1}, .action = {.stallAfter = 1, .stallFor = -1ms}});
-  std::promise<void> first;
-  auto upload = files.upload(source, {.name = "a"});
-  upload.onProgress([&, told = false](const Progress& progress) mutable {
-    if (progress.done > 0 && !std::exchange(told, true)) first.set_value();
-  });
-  first.get_future().get();
-  upload.cancel();
-  EXPECT_EQ(upload.get().error().kind, Kind::kCancelled);
-  EXPECT_EQ(upload.get().error().begun, std::nullopt);
-  // Of the one that failed, and of this one.
-  const auto requests = server_->requests();
-  EXPECT_EQ(std::count_if(requests.begin(), requests.end(),
-                          [](const auto& request) { return request.method == "DELETE"; }),
-            2);
-
-  server_->clearFaults();
-  server_->addFault(
-      {.match = {.method = "PUT", .path = "/objects/File"}, .action = {.drop = true}});
-  const auto unknown = files.upload(source, {.name = "a"}).get();
-  EXPECT_EQ(unknown.error().kind, Kind::kNoConnection);
-  EXPECT_FALSE(unknown.error().isWorthRetrying()) << "it may be committed";
-}
-
-TEST_F(FileClientTest, PausedDownloadGoesOnAndOthersGetItsPlace) {
-  const FileId id(storedFile("content"));
-  server_->clearStats();
-  Options options{.url = server_->url(), .parallel = 1};
-  FileClient files = FileClient::create(options).value();
-  server_->addFault(
-      {.match = {.path = "/bytes/", .count = 1}, .action = {.stallAfter = 3, .stallFor = -1ms}});
-  auto download = files.download(id, path("a"));
-  auto list = files.list();
-  // The look-up, then the bytes, which do not come.
-  ASSERT_TRUE(test::eventually([&] { return server_->serviceStats().requests == 2; }));
-  EXPECT_EQ(list.state(), State::kWaiting);
-  download.pause();
-  EXPECT_TRUE(list.get());
-  EXPECT_EQ(download.state(), State::kPaused);
-  EXPECT_FALSE(std::filesystem::exists(path("a")));
-  download.resume();
-  EXPECT_TRUE(download.get());
-  EXPECT_EQ(contentOf(path("a")), "content");
 }
 
 }  // namespace

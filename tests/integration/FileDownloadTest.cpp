@@ -224,16 +224,5 @@ TEST_F(FileDownloadTest, EndsOfHandleAndTransferWaitForTheSink) {
   }
 }
 
-TEST_F(FileDownloadTest, SeveralPartsOfAFileComeSideBySide) {
-  const FileId id(storedFile(content_));
-  FileClient files = client();
-  server_->addFault(
-      {.match = {.path = "/bytes/", .count = 1}, .action = {.stallAfter = 3, .stallFor = -1ms}});
-  auto first = files.download(id, path("a"), {.range = FileRange{0, 10_B}});
-  ASSERT_TRUE(test::eventually([&] { return first.progress().done == 3; }));
-  EXPECT_TRUE(files.download(id, path("b"), {.range = FileRange{10, 10_B}}).get());
-  EXPECT_EQ(contentOf(path("b")), content_.substr(10, 10));
-}
-
 }  // namespace
 }  // namespace varo

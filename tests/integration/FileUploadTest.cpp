@@ -411,15 +411,5 @@ TEST_F(FileUploadTest, FirstProgramGoesOnAfterAFailureAndTellsWhyItGaveUp) {
   EXPECT_THAT(hopeless.output(), HasSubstr("none"));
 }
 
-TEST_F(FileUploadTest, TellsProgressOfTheBytesOfAChunk) {
-  // One chunk, held up by the service that has read all of it.
-  server_->addFault({.match = {.path = "/bytes/"}, .action = {.stallAfter = 0, .stallFor = -1ms}});
-  Options options{.url = server_->url()};
-  auto upload = FileClient::create(options)->upload(Source::text(content_), {.name = "a"});
-  EXPECT_TRUE(test::eventually([&] { return upload.progress().done == kSize; }));
-  EXPECT_EQ(upload.progress().total, kSize);
-  EXPECT_EQ(upload.state(), State::kRunning);
-}
-
 }  // namespace
 }  // namespace varo

@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 #include <random>
 #include <sstream>

@@ -22,7 +22,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using test::eventually;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;

@@ -201,47 +201,6 @@ class RetryTest : public test::BlobStoreFixture {
   int databases_ = 0;
 };
 
-TEST_F(RetryTest, GetsOverFailuresOfTheMoment) {
-  struct Case {
-    FaultAction action;
-    std::size_t count;
-  };
-  const std::vector<Case> cases = {
-      {{.status = 503}, 3},
-      {{.status = 429, .headers = {{"Retry-After", "0"}}}, 4},
-      {{.status = 500}, 1},
-      {{.status = 408}, 1},
-  };
-  for (const Work& work : works()) {
-    for (const Case& wanted : cases) {
-      SCOPED_TRACE(work.name + " " + std::to_string(*wanted.action.status));
-      server_->clearStats();
-      FaultMatch match = work.match;
-      match.count = wanted.count;
-      server_->addFault({.match = match, .action = wanted.action});
-      const Handle handle = work.begin(kShort);
-      const auto outcome = handle.get();
-      EXPECT_EQ(withStatus(*wanted.action.status), wanted.count);
-      expectDone(work, handle);
-      server_->clearFaults();
-    }
-  }
-}
-
-TEST_F(RetryTest, GetsOverAConnectionThatBreaksAtEachTenthRequest) {
-  for (const Work& work : works()) {
-    SCOPED_TRACE(work.name);
-    for (std::uint64_t before = 9; before < 100; before += 10) {
-      FaultMatch match = work.match;
-      match.skip = before;
-      match.count = 2;  // the transport itself sends a request again whose kept connection breaks
-      server_->addFault({.match = match, .action = {.drop = true}});
-    }
-    for (int round = 0; round < 12; ++round) expectDone(work, work.begin(kShort));
-    server_->clearFaults();
-  }
-}
-
 TEST_F(RetryTest, DownloadThatIsCutGoesOnAtTheNextByteAsLongAsBytesCome) {
   const FileId id(storedFile(content_));
   // Two in all: each time that bytes came, the count begins anew.
@@ -269,23 +228,6 @@ TEST_F(RetryTest, DownloadThatGetsNowhereEndsAndSaysHowOftenItWasTried) {
   EXPECT_EQ(outcome.error().kind, Kind::kNoConnection);
   EXPECT_THAT(outcome.error().message, HasSubstr("(after 3 attempts)"));
   EXPECT_THAT(rangesOfFiles(), ElementsAre("", "", ""));
-}
-
-TEST_F(RetryTest, DownloadWithoutAVersionBeginsAnewButNeverForASink) {
-  const FileId id(storedFile(content_));
-  const FaultAction cut{.headers = {{"ETag", std::nullopt}}, .cutAfter = 100'000};
-  server_->addFault({.match = {.path = "/bytes/", .count = 1}, .action = cut});
-  EXPECT_TRUE(files().download(id, path("copy")).get());
-  EXPECT_TRUE(contentOf(path("copy")) == content_);
-  EXPECT_THAT(rangesOfFiles(), ElementsAre("", ""));
-
-  server_->clearFaults();
-  server_->addFault({.match = {.path = "/bytes/", .count = 1}, .action = cut});
-  std::string text;
-  const auto outcome = files().download(id, into(text)).get();
-  EXPECT_EQ(text, content_.substr(0, text.size()));
-  // It begins anew only where none of its bytes was handed over when the connection broke.
-  EXPECT_TRUE(outcome ? text == content_ : outcome.error().kind == Kind::kNoConnection);
 }
 
 TEST_F(RetryTest, PartThatIsCutIsAskedForAgainAndNoOther) {
@@ -349,6 +291,11 @@ TEST_F(RetryTest, CommitIsRepeatedOnlyWhereItWasTurnedAway) {
   server_->addFault({.match = commit, .action = {.status = 500}});
   EXPECT_EQ(upload().get().error().kind, Kind::kServer);
   EXPECT_EQ(withStatus(500), 1U);
+  server_->clearFaults();
+  server_->addFault({.match = commit, .action = {.drop = true}});
+  const auto unknown = upload().get();
+  EXPECT_EQ(unknown.error().kind, Kind::kNoConnection);
+  EXPECT_FALSE(unknown.error().isWorthRetrying()) << "it may be committed";
 }
 
 TEST_F(RetryTest, ServerThatAsksForMoreIsLeftAloneAndOneThatStaysBusyIsGivenUp) {

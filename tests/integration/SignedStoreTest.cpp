@@ -21,11 +21,10 @@ constexpr int kNoInterpreter = 127;  // of `env`
 class SignedStoreTest : public SandboxTest {
  protected:
   /// What the calls have returned; absent where there is no botocore.
-  std::optional<json::array> run(const json::array& calls, const std::string& sessionToken = "") {
-    json::object options{{"endpoint_url", server_->storeUrl()},
-                         {"aws_access_key_id", "sandbox"},
-                         {"aws_secret_access_key", "sandbox-secret-key"}};
-    if (!sessionToken.empty()) options["aws_session_token"] = sessionToken;
+  std::optional<json::array> run(const json::array& calls) {
+    const json::object options{{"endpoint_url", server_->storeUrl()},
+                               {"aws_access_key_id", "sandbox"},
+                               {"aws_secret_access_key", "sandbox-secret-key"}};
     // The distribution's interpreter: another one on the path may have another botocore, or none.
     test::ChildProcess botocore(
         {.program = "/usr/bin/python3",
@@ -305,16 +304,8 @@ TEST_F(UploadInPartsTest, AWrongListOfPartsIsRefusedAndTheUploadCanBeCompletedOr
   EXPECT_EQ(storedParts(), 0u);
 }
 
-TEST_F(SignedStoreTest, TemporaryKeysNeedTheirSessionToken) {
+TEST_F(SignedStoreTest, AddressesOfTemporaryKeysNeedTheirSessionToken) {
   restart({.objectStore = {.sessionToken = "to/ken+="}});
-  put("bucket/a", "x");
-  const std::pair<std::string, std::string> kCases[] = {
-      {"to/ken+=", ""}, {"token", "InvalidToken"}, {"", "InvalidAccessKeyId"}};
-  for (const auto& [token, error] : kCases) {
-    const auto answers = run({call("get_object", {{"Bucket", "bucket"}, {"Key", "a"}})}, token);
-    if (!answers) GTEST_SKIP() << "python3-botocore is not installed";
-    EXPECT_EQ(textIn((*answers)[0], "error"), error) << token;
-  }
   const auto form =
       object(httpRequest("POST", server_->templateUrl(),
                          R"({"objectName":"bucket/b","sandbox_template":{"auth":"presigned"}})"));

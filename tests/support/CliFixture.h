@@ -35,6 +35,11 @@ class CliFixture : public testing::Test {
   // A program that is gone leaves nothing in the directory for temporary files.
   void TearDown() override { EXPECT_TRUE(std::filesystem::is_empty(temporaries())); }
 
+  static Words joined(Words words, const Words& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  }
+
   [[nodiscard]] std::string home() const { return directory_.path() + "/home"; }
   [[nodiscard]] std::string temporaries() const { return directory_.path() + "/tmp"; }
   [[nodiscard]] std::string url() const { return sandbox_.url(); }
@@ -101,6 +106,10 @@ class CliFixture : public testing::Test {
     }
     EXPECT_EQ(events.back()["event"], platform::Value(outcome)) << run.output << run.errors;
     return events;
+  }
+  /// Of a run with --json that succeeded.
+  static platform::Dictionary resultOf(const Run& run) {
+    return eventsEndingIn("success", run).back()["result"].dictionaryValue();
   }
 
  private:

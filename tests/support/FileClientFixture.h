@@ -6,7 +6,6 @@
 
 #include <span>
 #include <string>
-#include <utility>
 
 namespace varo::test {
 
@@ -17,12 +16,11 @@ inline std::string textOf(std::span<const std::byte> bytes) {
 /// A typed client of a sandbox.
 class FileClientFixture : public sandbox::SandboxTest {
  protected:
-  FileClient client(std::string token = {}) {
-    Options options{.url = server_->url() + "/"};
-    if (!token.empty()) options.credentials = [token] { return Credentials{token}; };
-    options.chunkSize = 64_KiB;
-    options.retry.attempts = 1;  // tests look at the first failure
-    return FileClient::create(options).value();
+  FileClient client() {
+    return FileClient::create({.url = server_->url() + "/",
+                               .chunkSize = 64_KiB,
+                               .retry = {.attempts = 1}})  // tests look at the first failure
+        .value();
   }
 
   [[nodiscard]] std::string path(const std::string& name) const { return directory_ + "/" + name; }

@@ -8,11 +8,9 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace varo::test {
 

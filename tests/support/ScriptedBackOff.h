@@ -2,11 +2,14 @@
 
 #include "Platform/Foundation/Random.h"
 #include "Platform/Foundation/Sleeper.h"
+#include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace varo::test {
@@ -31,6 +34,20 @@ class RecordingSleeper final : public platform::Sleeper {
   }
   platform::TimerQueue::Reason reason = platform::TimerQueue::Reason::kDue;
   std::vector<std::int64_t> delays;
+};
+
+/// Keeps each wake-up until the test calls it.
+class KeepingSleeper final : public platform::Sleeper {
+ public:
+  void wakeAfter(std::chrono::milliseconds /*delay*/, platform::TimerQueue::Job wake) override {
+    wakes.add(std::move(wake));
+  }
+  /// When it has come.
+  [[nodiscard]] platform::TimerQueue::Job first() const {
+    EXPECT_TRUE(eventually([this] { return !wakes.calls().empty(); }));
+    return wakes.calls().at(0);
+  }
+  CallLog<platform::TimerQueue::Job> wakes;
 };
 
 }  // namespace varo::test

@@ -22,8 +22,6 @@
 namespace varo::test {
 namespace {
 
-using platform::MutexLock;
-
 void require(bool condition, const char* what) {
   if (!condition) throw std::runtime_error(what);
 }
@@ -197,11 +195,6 @@ std::string ScriptedServer::url(std::string_view target) const {
   return fmt::format("{}://127.0.0.1:{}{}", tls_ == nullptr ? "http" : "https", port_, target);
 }
 
-std::vector<WireRequest> ScriptedServer::requests() const {
-  const MutexLock lock(mutex_);
-  return requests_;
-}
-
 void ScriptedServer::acceptAll() {
   while (true) {
     const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -249,10 +242,7 @@ void ScriptedServer::serve(WireStream& stream) {
       received.erase(0, size);
     }
     const WireReply answer = handler_(request);
-    {
-      const MutexLock lock(mutex_);
-      requests_.push_back(std::move(request));
-    }
+    requests_.add(std::move(request));
     for (const WireReply::Step& step : answer.steps) {
       if (!step(stream)) return;
     }

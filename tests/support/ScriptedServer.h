@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Foundation/Mutex.h"
+#include "tests/support/CallLog.h"
 
 #include <atomic>
 #include <chrono>
@@ -83,7 +83,7 @@ class ScriptedServer {
   /// http(s)://127.0.0.1:port + `target`.
   [[nodiscard]] std::string url(std::string_view target) const;
 
-  [[nodiscard]] std::vector<WireRequest> requests() const;
+  [[nodiscard]] std::vector<WireRequest> requests() const { return requests_.calls(); }
   /// Connections accepted so far.
   [[nodiscard]] std::size_t connectionCount() const noexcept { return accepted_; }
   /// Of those, the ones that have ended.
@@ -107,8 +107,7 @@ class ScriptedServer {
   std::list<Connection> connections_;  // the acceptor's, until it has ended
   std::atomic<std::size_t> accepted_{0};
   std::atomic<std::size_t> ended_{0};
-  mutable platform::Mutex mutex_;
-  std::vector<WireRequest> requests_ VARO_GUARDED_BY(mutex_);
+  CallLog<WireRequest> requests_;
   std::thread acceptor_;
 };
 

@@ -17,15 +17,6 @@ using namespace platform;
 using namespace test;
 using Storage = BinaryFileStorageInterface;
 
-/// Keeps each wake until the test calls it.
-class KeepingSleeper final : public Sleeper {
- public:
-  void wakeAfter(std::chrono::milliseconds /*delay*/, TimerQueue::Job wake) override {
-    wakes.add(std::move(wake));
-  }
-  CallLog<TimerQueue::Job> wakes;
-};
-
 class CancelTest : public FileAdapterFixture {
  protected:
   /// One operation: how it starts, its number of requests, and the domain of its errors.
@@ -151,11 +142,11 @@ TEST_F(CancelTest, CancelEndsTheWaitBetweenTwoPolls) {
       {{"url", kUrl}, {"callback", callback()}, {"settings", OperationSettings::value(settings)}});
   task->start();
   task.reset();
-  ASSERT_TRUE(eventually([&] { return sleeper.wakes.calls().size() == 1; }));
+  const auto wake = sleeper.first();
   cancellation->cancel();
   expectCancelled(awaitNext(), "DeleteError");
   awaitEndOfTasks();  // although the wake is still to come
-  sleeper.wakes.calls()[0](TimerQueue::Reason::kDue);
+  wake(TimerQueue::Reason::kDue);
   EXPECT_EQ(transport_->requestCount(), 2U);
 }
 

@@ -153,19 +153,5 @@ TEST_F(BinaryDataManagerTest, OperationsThatTheStateForbidsAreRefused) {
             "start: " + domain + "5 Couldn't retrieve row respective blob id in BlobStoreManager.");
 }
 
-TEST_F(BinaryDataManagerTest, PausedDownloadGoesOnWhereItsFileEnds) {
-  const std::string id = pausedBlob("a");
-  EXPECT_EQ(rows("SELECT localPath, state FROM varosyncBLOBSTOREMANAGER"), pathOf(id) + "|104");
-  manager_->pauseDownload(id, block("pause"));
-  EXPECT_EQ(awaitNext().result, pauseResult(id));
-
-  manager_->resumeDownload(id, block("resume"));
-  const Call end = awaitNext();
-  EXPECT_EQ(end.summary(), "resume: ok");  // the start block is forgotten
-  EXPECT_EQ(stateOf(id), "50");
-  EXPECT_EQ(contentOf(pathOf(id)), object_.bytes);
-  EXPECT_THAT(ranges(), ElementsAre("bytes=0-3", "bytes=4-7", "bytes=4-7", "bytes=8-9"));
-}
-
 }  // namespace
 }  // namespace varo::binary

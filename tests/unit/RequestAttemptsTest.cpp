@@ -52,15 +52,6 @@ ScriptedAnswer status(int code, std::vector<HttpHeader> headers = {}) {
   return answerWith(code, "", std::move(headers));
 }
 
-/// Keeps the wake-up until it is asked for.
-class HeldSleeper final : public Sleeper {
- public:
-  void wakeAfter(std::chrono::milliseconds /*delay*/, TimerQueue::Job job) override {
-    wake.set_value(std::move(job));
-  }
-  std::promise<TimerQueue::Job> wake;
-};
-
 /// Shows a number that grows with each renewal.
 class CountingAuthorizer final : public RequestAuthorizer {
  public:
@@ -206,10 +197,10 @@ TEST_F(RequestAttemptsTest, ACancelEndsTheWaitAtOnceAndALateTimerChangesNothing)
     const auto sent = transport_->requestCount();
     std::stop_source stop;
     settings_->cancellation = stop.get_token();
-    HeldSleeper sleeper;
+    test::KeepingSleeper sleeper;
     transport_->answer(status(503));
     auto told = send(request(), sleeper);
-    const auto wake = sleeper.wake.get_future().get();
+    const auto wake = sleeper.first();
     byToken ? static_cast<void>(stop.request_stop()) : transfer_->cancel();
     EXPECT_EQ(told.get().text(), "cancelled");
     wake(TimerQueue::Reason::kDue);
@@ -267,9 +258,9 @@ TEST_F(RequestAttemptsTest, NoMoreAttemptsEndsTheWaitAndLeavesTheAttemptThatRuns
   settings_->noMoreAttempts = stop.get_token();
   settings_->onWaited = [&] { ++waited; };
   transport_->answer(status(503));
-  HeldSleeper sleeper;
+  test::KeepingSleeper sleeper;
   auto waiting = send(request(), sleeper);
-  sleeper.wake.get_future().wait();
+  static_cast<void>(sleeper.first());
   stop.request_stop();
   EXPECT_EQ(waiting.get().text(), "cancelled");
   EXPECT_EQ(waited, 1);
@@ -386,10 +377,10 @@ TEST_F(RequestAttemptsTest, EachAttemptIsReportedOnceBeforeItsEndIsTold) {
   static_cast<void>(send(request()).get());
   EXPECT_THAT(observer->told, IsEmpty()) << "nothing was sent";
   authorizer->refuses = false;
-  HeldSleeper held;
+  test::KeepingSleeper held;
   transport_->answer(status(503));
   auto waiting = send(request(), held);
-  auto wake = held.wake.get_future().get();
+  auto wake = held.first();
   transfer_->cancel();
   EXPECT_EQ(waiting.get().text(), "cancelled");
   EXPECT_EQ(observer->told, std::vector<std::string>{"1 GET http://a/b 503"});

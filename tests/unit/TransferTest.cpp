@@ -1,7 +1,8 @@
 #include "Client/Running.h"
-#include "Platform/Foundation/Clock.h"
-#include "Platform/Foundation/Sleeper.h"
 #include "tests/support/Await.h"
+#include "tests/support/Notify.h"
+#include "tests/support/ScriptedBackOff.h"
+#include "tests/support/SteppingClock.h"
 #include "varo/files.h"
 #include "varo/transfer.h"
 
@@ -10,13 +11,10 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <coroutine>
 #include <future>
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <string>
-#include <thread>
 #include <vector>
 
 namespace varo {
@@ -24,28 +22,6 @@ namespace {
 
 using Count = std::uint64_t;
 using detail::Running;
-
-/// Goes on when it is told to.
-class ManualClock final : public platform::Clock {
- public:
-  void advance(std::chrono::milliseconds by) { past_ += by.count(); }
-  [[nodiscard]] std::chrono::system_clock::time_point now() const override { return {}; }
-  [[nodiscard]] std::chrono::steady_clock::time_point steadyNow() const override {
-    return std::chrono::steady_clock::time_point(std::chrono::milliseconds(past_));
-  }
-
- private:
-  std::atomic<std::int64_t> past_{1'000'000};
-};
-
-/// Wakes when it is told to.
-class ManualSleeper final : public platform::Sleeper {
- public:
-  void wakeAfter(std::chrono::milliseconds /*delay*/, platform::TimerQueue::Job job) override {
-    wake = std::move(job);
-  }
-  platform::TimerQueue::Job wake;
-};
 
 /// Notes what it is asked for.
 class Driver final : public detail::Control {
@@ -64,8 +40,8 @@ class TransferTest : public testing::Test {
     return Transfer<Count>(running_);
   }
 
-  ManualClock clock_;
-  ManualSleeper sleeper_;
+  test::SteppingClock clock_{1'000};
+  test::KeepingSleeper sleeper_;
   const std::shared_ptr<Driver> driver_ = std::make_shared<Driver>();
   std::shared_ptr<Running<Count>> running_;
 };
@@ -137,7 +113,7 @@ TEST_F(TransferTest, ShowsProgressAtMostTenTimesASecondAndTheLast) {
   for (Count step = 1; step <= 40; ++step) {
     clock_.advance(std::chrono::milliseconds(25));
     running_->reached(step % 2 == 0 ? step : 0, 40);
-    if (step % 4 == 0) std::exchange(sleeper_.wake, nullptr)(platform::TimerQueue::Reason::kDue);
+    if (step % 4 == 0) sleeper_.wakes.calls().back()(platform::TimerQueue::Reason::kDue);
   }
   EXPECT_NEAR(handle.progress().bytesPerSecond, 40, 1);
   running_->end(0U);
@@ -161,21 +137,10 @@ TEST_F(TransferTest, ShowsTheLastProgressToOneThatComesLate) {
   EXPECT_EQ(shown, std::vector<Count>{5});
 }
 
-/// A coroutine that nobody waits for.
-struct Job {
-  struct promise_type {
-    Job get_return_object() { return {}; }
-    std::suspend_never initial_suspend() noexcept { return {}; }
-    std::suspend_never final_suspend() noexcept { return {}; }
-    void return_void() {}
-    void unhandled_exception() { std::terminate(); }
-  };
-};
-
 TEST_F(TransferTest, CanBeAwaitedBeforeAndAfterItsEnd) {
   std::promise<Count> sum;
   auto handle = transfer();
-  const auto wait = [&]() -> Job {
+  const auto wait = [&]() -> test::Job {
     const Outcome<Count> first = co_await handle;
     const Outcome<Count> second = co_await handle;
     sum.set_value(*first + *second);

@@ -4,7 +4,7 @@
 #include "Platform/Foundation/TimerQueue.h"
 #include "Platform/Foundation/WorkQueue.h"
 #include "tests/support/Await.h"
-#include "tests/support/CallLog.h"
+#include "tests/support/ScriptedBackOff.h"
 #include "tests/support/SteppingClock.h"
 
 #include <gtest/gtest.h>
@@ -96,19 +96,12 @@ TEST_F(WorkQueueTest, JobThatThrowsInSyncReachesTheCallerAndTheQueueGoesOn) {
   EXPECT_TRUE(ran);
 }
 
-/// Waits end when the test says so.
-struct HeldWaits final : Sleeper {
-  void wakeAfter(std::chrono::milliseconds /*delay*/, TimerQueue::Job wake) override {
-    waits.add(std::move(wake));
-  }
-  void end() { waits.calls().at(ended++)(TimerQueue::Reason::kDue); }
-  test::CallLog<TimerQueue::Job> waits;
-  std::size_t ended = 0;
-};
-
 TEST(ThreadPoolTest, GrowsByItsBlockedThreadsWhileAnotherStillTakesJobs) {
   for (const std::size_t maxThreads : {std::size_t{16}, std::size_t{5}}) {
-    const auto waits = std::make_shared<HeldWaits>();
+    const auto waits = std::make_shared<test::KeepingSleeper>();
+    const auto endWait = [&waits](std::size_t index) {
+      waits->wakes.calls().at(index)(TimerQueue::Reason::kDue);
+    };
     const test::SteppingClock clock(0, 1);
     std::latch allBusy(4);
     std::latch goOn(1);
@@ -141,12 +134,12 @@ TEST(ThreadPoolTest, GrowsByItsBlockedThreadsWhileAnotherStillTakesJobs) {
     (void)clock.now();  // a second passes
     goOn.count_down();
     tookNext.wait();
-    waits->end();
+    endWait(0);
     // As many work as there were before three were blocked.
     const std::size_t threads = std::min<std::size_t>(7, maxThreads);
     EXPECT_EQ(pool.threadCount(), threads);
     EXPECT_TRUE(eventually([&] { return waiting == threads - 4; }));
-    waits->end();
+    endWait(1);
     EXPECT_EQ(pool.threadCount(), threads) << "none of the new ones has been at its job for long";
     release.count_down();
   }
