@@ -93,9 +93,11 @@ First steps:
 constexpr std::size_t kOverviewIndent = 33;
 constexpr std::size_t kGroupIndent = 26;
 
-/// "  NAME    SUMMARY", the further lines of the summary below its first one.
+/// "  NAME    SUMMARY", the further lines of the summary below its first one, and that below a name
+/// that leaves no room.
 std::string entry(std::string_view name, std::string_view summary, std::size_t indent) {
   std::string text = fmt::format("  {:<{}}", name, indent - 2);
+  if (!text.ends_with("  ")) text += '\n' + std::string(indent, ' ');
   for (const char c : summary) {
     text += c;
     if (c == '\n') text.append(indent, ' ');
