@@ -61,7 +61,8 @@ Global options, before or after the command:
   --pinned-key SHA256     accept only https servers with this public key, the Base64 of its
                           digest; may be repeated
   --user-agent TEXT       the header "User-Agent"
-  --parallel N            transfers at once, where a command has several (default 5)
+  --parallel N            transfers at once where a command has several, and parts of one object
+                          of s3:// (default 5)
   --trace FILE            write each request as a span, one JSON object a line, into FILE
   --log-level L           trace, debug, info, warning (default), error, fatal or off; on
                           standard error. Without this option, lines that the command says
