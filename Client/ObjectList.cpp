@@ -37,6 +37,7 @@ std::string decoded(std::string text, bool isEncoded) {
 ObjectList::ObjectList(ObjectListOptions options) : options_(std::move(options)) {}
 
 std::string ObjectList::about() const {
+  if (options_.prefix.empty()) return "list of the objects";
   return fmt::format("list of the objects with \"{}\"", platform::sanitizeUtf8(options_.prefix));
 }
 

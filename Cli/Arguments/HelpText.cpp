@@ -61,7 +61,8 @@ Global options, before or after the command:
   --pinned-key SHA256     accept only https servers with this public key, the Base64 of its
                           digest; may be repeated
   --user-agent TEXT       the header "User-Agent"
-  --parallel N            transfers at once, where a command has several (default 5)
+  --parallel N            transfers at once where a command has several, and parts of one object
+                          of s3:// (default 5)
   --trace FILE            write each request as a span, one JSON object a line, into FILE
   --log-level L           trace, debug, info, warning (default), error, fatal or off; on
                           standard error. Without this option, lines that the command says
@@ -93,9 +94,11 @@ First steps:
 constexpr std::size_t kOverviewIndent = 33;
 constexpr std::size_t kGroupIndent = 26;
 
-/// "  NAME    SUMMARY", the further lines of the summary below its first one.
+/// "  NAME    SUMMARY", the further lines of the summary below its first one, and that below a name
+/// that leaves no room.
 std::string entry(std::string_view name, std::string_view summary, std::size_t indent) {
   std::string text = fmt::format("  {:<{}}", name, indent - 2);
+  if (!text.ends_with("  ")) text += '\n' + std::string(indent, ' ');
   for (const char c : summary) {
     text += c;
     if (c == '\n') text.append(indent, ' ');

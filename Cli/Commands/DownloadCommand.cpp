@@ -228,7 +228,7 @@ int run(Session& session, const DownloadOptions& options) {
   const SystemClock::time_point start = SystemClock::now();
   const std::vector<std::string> about{options.fileId, options.url};
   if (options.output || options.ifExists) {
-    session.output().begin("Downloading " + options.fileId);
+    session.output().begin(options.fileId);
     const bool isStream = options.output == kStandardOutput;
     return session.finish(fetch(session, options), {.success =
                                                         [&](const Dictionary& result) {
@@ -246,7 +246,7 @@ int run(Session& session, const DownloadOptions& options) {
   const auto count = std::make_shared<ByteCount>();
   settings->transport = std::make_shared<ReceiveMeter>(settings->transport, count);
   return session.perform(
-      "Downloading " + options.fileId,
+      options.fileId,
       [&](const Session::Blocks& blocks) {
         BinaryFileStorageInterface::downloadWithURL(
             options.url, parametersOf(session, options), blocks.onSuccess, blocks.onFailure,

@@ -45,7 +45,7 @@ constexpr std::string_view kHelp =
 
 Usage: varobinary [GLOBAL] object get s3://BUCKET/KEY [--endpoint URL] [--region R]
            [--access-key K] [--secret-key-file FILE]
-           [-o FILE] [--if-exists fail|replace|keep|number]
+           [-o FILE] [--if-exists fail|replace|keep|number] [--resume]
        varobinary [GLOBAL] object get --config FILE [--param K=V]... [--options FILE]
            [-o FILE] [--if-exists fail|replace|keep|number]
 
@@ -64,6 +64,9 @@ Usage: varobinary [GLOBAL] object get s3://BUCKET/KEY [--endpoint URL] [--region
   --stream                the same as -o -
   --if-exists WHAT        where the file is there already: fail (default with -o), replace
                           it, keep it and fetch nothing, or number the new one: "a (1).jpg"
+  --resume                of s3://: keep what has arrived where the command fails, is
+                          interrupted or killed, as hidden files beside FILE, and go on there
+                          when it is run again with --resume
 
 Without -o the file has the last part of KEY as its name in the downloads directory, or, of
 --config, is downloads/SECONDS_FILEID in the documents directory, with the slashes of FILEID
@@ -93,6 +96,7 @@ struct ObjectGetOptions {
   bool stream = false;
   /// A file, or `kStandardOutput`, which is `stream`; none: in the documents directory.
   std::optional<std::string> output;
+  bool resume = false;
   /// None: `kFail` for `output`, else `kReplace`.
   std::optional<IfExists> ifExists;
 };
@@ -256,6 +260,7 @@ void declare(CommandArguments& arguments, ObjectGetOptions& options) {
   arguments.parsed("--options", options.options, readJsonFile);
   arguments.flag("--stream", options.stream);
   declareOutput(arguments, options.output, options.ifExists);
+  arguments.flag("--resume", options.resume);
   arguments.check([&global = arguments.global(), &options] {
     if (options.stream && global.json) {
       CommandArguments::reject("object get", "--stream and --json exclude each other");
@@ -267,6 +272,9 @@ void declare(CommandArguments& arguments, ObjectGetOptions& options) {
     options.stream = options.stream || options.output == kStandardOutput;
     if (options.store.isGiven() == options.config.has_value()) {
       CommandArguments::reject("object get", "either s3://BUCKET/KEY or --config is required");
+    }
+    if (options.resume && (options.stream || !options.store.isGiven())) {
+      CommandArguments::reject("object get", "--resume needs s3://BUCKET/KEY and a file");
     }
     if (options.store.isGiven()) {
       return completeStore("object get", options.store, NeedsKey::kYes);
@@ -280,8 +288,10 @@ void declare(CommandArguments& arguments, ObjectGetOptions& options) {
 int run(Session& session, const ObjectGetOptions& options) {
   if (options.store.isGiven()) {
     const std::optional<std::string> standardOutput(kStandardOutput);
-    return getFromStore(session, options.store, options.stream ? standardOutput : options.output,
-                        options.ifExists);
+    return getFromStore(session, options.store,
+                        {.output = options.stream ? standardOutput : options.output,
+                         .ifExists = options.ifExists.value_or(IfExists::kFail),
+                         .resume = options.resume});
   }
   session.output().begin(nameOf(options));
   if (options.stream) return stream(session, options);

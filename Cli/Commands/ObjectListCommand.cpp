@@ -68,6 +68,14 @@ Dictionary listed(const StoreAddress& address, const std::vector<ObjectInfo>& fo
   return {{"id", address.text()}, {kObjects, objects}};
 }
 
+FailureText describeListFailure(const platform::Value& failure) {
+  FailureText text = describeStoreFailure(failure);
+  if (text.facts.kind == nameOf(Kind::kNotFound)) {
+    text.hint = "Check the name of the bucket, and that --endpoint is the address of a store.";
+  }
+  return text;
+}
+
 void declare(CommandArguments& arguments, ObjectListOptions& options) {
   declareStore(arguments, options.store);
   arguments.text("--delimiter", options.delimiter);
@@ -87,7 +95,7 @@ int run(Session& session, const ObjectListOptions& options) {
           },
           [&](const std::vector<ObjectInfo>& found) { return listed(store.address, found); }),
       {.success = describe,
-       .failure = describeStoreFailure,
+       .failure = describeListFailure,
        .about = {store.address.text(), store.endpoint}});
 }
 

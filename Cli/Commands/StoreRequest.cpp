@@ -53,7 +53,8 @@ platform::Result<std::string> placeOf(const StoreAddress& address) {
 }
 
 Outcome fetch(Session& session, const StoreArguments& from, const Destination& to,
-              const GetOptions& options) {
+              GetOptions options) {
+  options.partsAtOnce = session.options().parallel;
   const auto store = openStore(session, from);
   if (!store) return failed(errorOf(store.error()));
   return awaitTransfer<ObjectInfo>(
@@ -61,10 +62,7 @@ Outcome fetch(Session& session, const StoreArguments& from, const Destination& t
       [&] { return store->get(ObjectKey(from.address.key), to, options); }, &resultOf);
 }
 
-Outcome fetchToFile(Session& session, const StoreArguments& from, std::string path,
-                    IfExists ifExists) {
-  return fetch(session, from, fs::path(std::move(path)), {.ifExists = ifExists});
-}
+constexpr char kGoesOn[] = "What has arrived is kept: the same command goes on there.";
 
 std::string describeGet(const Dictionary& result) {
   const std::string path = printable(result[binary::kFilePath].textValue());
@@ -73,6 +71,13 @@ std::string describeGet(const Dictionary& result) {
     return fmt::format("{} was there already, nothing was fetched.\n", path);
   }
   return fmt::format("Downloaded {}{}\n", path, sizeIn(result));
+}
+
+/// Of a get that is resumed: hints of others would say that nothing was stored.
+FailureText describeKept(const Value& failure) {
+  FailureText text = describeStoreFailure(failure);
+  if (text.facts.isRetryable) text.hint = kGoesOn;
+  return text;
 }
 
 }  // namespace
@@ -118,22 +123,25 @@ FailureText describeStoreFailure(const Value& failure) {
   return text;
 }
 
-int getFromStore(Session& session, const StoreArguments& store,
-                 const std::optional<std::string>& output,
-                 const std::optional<IfExists>& ifExists) {
+int getFromStore(Session& session, const StoreArguments& store, const StoreGet& get) {
   session.output().begin(fs::path(store.address.key).filename());
   Wording wording{.success = describeGet,
                   .failure = describeStoreFailure,
                   .about = {store.address.text(), store.endpoint}};
-  if (output == kStandardOutput) {
+  if (get.output == kStandardOutput) {
     const OutputSink sink(session);
     wording.success = [](const Dictionary&) { return std::string(); };
     return session.finish(sink.concluded(fetch(session, store, sink.sink(), {})), wording);
   }
-  const platform::Result<std::string> path = output ? *output : placeOf(store.address);
+  const platform::Result<std::string> path = get.output ? *get.output : placeOf(store.address);
   if (!path) return session.finish(failed(path.error()));
-  return session.finish(fetchToFile(session, store, *path, ifExists.value_or(IfExists::kFail)),
-                        wording);
+  if (get.resume) wording.failure = describeKept;
+  const Outcome outcome =
+      fetch(session, store, fs::path(*path), {.ifExists = get.ifExists, .keepParts = get.resume});
+  if (get.resume && outcome.kind == Outcome::Kind::kInterrupted) {
+    session.output().note(kGoesOn);
+  }
+  return session.finish(outcome, wording);
 }
 
 int putToStore(Session& session, StoreArguments store, const StorePut& put) {
@@ -154,6 +162,7 @@ int putToStore(Session& session, StoreArguments store, const StorePut& put) {
   const auto opened = openStore(session, store);
   if (!opened) return session.finish(failed(errorOf(opened.error())));
   PutOptions options;
+  options.partsAtOnce = session.options().parallel;
   if (put.contentType) options.contentType = *put.contentType;
   if (put.partSize) options.partSize = Bytes(static_cast<std::uint64_t>(*put.partSize));
   const Outcome outcome = awaitTransfer<ObjectInfo>(
@@ -162,9 +171,9 @@ int putToStore(Session& session, StoreArguments store, const StorePut& put) {
       &resultOf);
   return session.finish(outcome, {.success =
                                       [&](const Dictionary& result) {
-                                        return fmt::format(
-                                            "Uploaded {} as {}{}\n", printable(put.file),
-                                            printable(store.address.text()), sizeIn(result));
+                                        return fmt::format("Uploaded {} as {}{}\n", printable(name),
+                                                           printable(store.address.text()),
+                                                           sizeIn(result));
                                       },
                                   .failure = describeStoreFailure,
                                   .about = {name, store.address.text(), store.endpoint}});

@@ -32,10 +32,16 @@ inline constexpr std::string_view kStoreHelp =
 /// How failures of operations on a store are told.
 [[nodiscard]] FailureText describeStoreFailure(const platform::Value& failure);
 
-/// Brings the object into a file or to standard output, as `-o` and `--if-exists` say.
-[[nodiscard]] int getFromStore(Session& session, const StoreArguments& store,
-                               const std::optional<std::string>& output,
-                               const std::optional<IfExists>& ifExists);
+struct StoreGet {
+  /// A path, or `kStandardOutput`; none: in the downloads directory.
+  std::optional<std::string> output;
+  IfExists ifExists = IfExists::kFail;
+  /// Goes on with what an earlier one has left, and leaves what it has.
+  bool resume = false;
+};
+
+/// Brings the object into a file or to standard output.
+[[nodiscard]] int getFromStore(Session& session, const StoreArguments& store, const StoreGet& get);
 
 struct StorePut {
   /// A path, or "-" for standard input.

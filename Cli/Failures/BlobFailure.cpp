@@ -119,20 +119,21 @@ FailureText describeBlobFailure(const BlobRecord& record, const Value& failure) 
   FailureText text = describeFailureOf(Topic::kBlob, failure);
   const platform::ErrorPtr error = failure.error();
   if (error == nullptr) return text;
+  const bool isIncomplete =
+      is(*error, binary::kDownloadTaskErrorDomain, binary::kCodeInvalidStateForBinaryOperation);
+  const bool mayLack = isNotFound(*error) || isIncomplete || record.keys.empty();
   if (error->domain() == binary::kDownloadTaskError) {
     addDownloadFailure(error->userInfo(), text);
-  } else if (isNotFound(*error) || record.keys.empty()) {
-    if (auto gap = findGap(record)) {
-      text.message = std::move(gap->message);
-      text.hint = std::move(gap->hint);
-    }
+  } else if (auto gap = mayLack ? findGap(record) : std::nullopt) {
+    text.message = std::move(gap->message);
+    text.hint = std::move(gap->hint);
   } else if (is(*error, binary::kTaskCreationErrorDomain,
                 binary::kCodeInvalidStateForDownloadTaskCreation)) {
     const std::int64_t state = record.state().value_or(0);
     text.message = fmt::format("the {} cannot be downloaded: it is {} (state {})", record.name(),
                                meaningOf(state), state);
   } else {
-    if (is(*error, binary::kDownloadTaskErrorDomain, binary::kCodeInvalidStateForBinaryOperation)) {
+    if (isIncomplete) {
       text.message = fmt::format("there is no complete file of the {}", record.name());
     }
     // The command knows more of what to do about it than its cause does.

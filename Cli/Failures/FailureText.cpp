@@ -27,7 +27,10 @@ constexpr std::string_view kTokenHint =
 
 std::string_view hintForStatus(std::int64_t status) {
   if (status == 401 || status == 403) return kTokenHint;
-  if (status == 404) return "Is this the base URL of an object service, without '/objects/File'?";
+  // What knows neither the address nor the method is mostly another server.
+  if (status == 404 || status == 405 || status == 501) {
+    return "Is this the base URL of an object service, without '/objects/File'?";
+  }
   if (status >= 500) return "The service has a problem of its own. Try again later.";
   return {};
 }

@@ -151,7 +151,8 @@ constexpr std::array kKindHints = {
              "Nothing moved for a while. Try again, or allow more with --connect-timeout and "
              "--stall-timeout."},
     KindHint{std::nullopt, Kind::kTls,
-             "No secure connection could be made. Trust your own authority with --cacert FILE."},
+             "Does the server speak https at this address? Trust your own authority with --cacert "
+             "FILE."},
     KindHint{Topic::kFile, Kind::kUnauthorized,
              "Give a valid token with --token-file FILE or in VARO_TOKEN, and --security-key K for "
              "a file that has one."},

@@ -20,6 +20,14 @@ bool takesFiles(const CommandPage& page) {
   });
 }
 
+/// What can be its first argument, where that is one of a few words.
+std::vector<std::string> placeChoices(const CommandPage& page) {
+  for (const PageOption& option : page.options) {
+    if (option.row.hasPlace) return option.row.choices;
+  }
+  return {};
+}
+
 /// The options of a page, but not the arguments with a place. "--help" counts as one of the
 /// program's, which are allowed everywhere.
 template <typename Visit>
@@ -130,8 +138,10 @@ std::string zshSpecs(const CommandPage& page) {
     if (!option.row.hasPlace) continue;
     ++place;
     // Of any other nothing is known; a spec for it would keep options from being completed there.
-    if (option.values() != Values::kFile) continue;
-    text += fmt::format("    '{}:{}:_files'\n", place, option.row.names.front());
+    const std::string& name = option.row.names.front();
+    if (option.values() == Values::kFile) text += fmt::format("    '{}:{}:_files'\n", place, name);
+    if (option.values() != Values::kChoices) continue;
+    text += fmt::format("    '{}:{}:({})'\n", place, name, fmt::join(option.row.choices, " "));
   }
   return text;
 }
@@ -196,8 +206,6 @@ std::string fishOption(const CommandPage& page, const PageOption& option) {
   return fmt::format("{} -d {}\n", line, quoted(option.shortText(), "\\'"));
 }
 
-}  // namespace
-
 std::string bashCompletion(const std::vector<CommandPage>& pages) {
   std::string options, values, words, files;
   for (const CommandPage& page : pages) {
@@ -206,6 +214,10 @@ std::string bashCompletion(const std::vector<CommandPage>& pages) {
     if (!page.words.empty()) {
       words += fmt::format("      {}) words='{}' ;;\n", quoted(page.name, ""),
                            fmt::join(page.words, " "));
+    }
+    if (const auto choices = placeChoices(page); !choices.empty()) {
+      words +=
+          fmt::format("      {}) words='{}' ;;\n", quoted(page.name, ""), fmt::join(choices, " "));
     }
     if (takesFiles(page)) files += fmt::format("      {}) files=-f ;;\n", quoted(page.name, ""));
     forOptions(page, [&](const PageOption& option) {
@@ -309,12 +321,30 @@ complete -c varobinary -f
       text += fmt::format("complete -c varobinary -n '__varobinary_at {}' -a {} -d {}\n", page.name,
                           word, quoted(behind(page, word, pages).summary, "\\'"));
     }
+    if (const auto choices = placeChoices(page); !choices.empty()) {
+      text += fmt::format("complete -c varobinary -n '__varobinary_at {}' -a '{}'\n", page.name,
+                          fmt::join(choices, " "));
+    }
     if (takesFiles(page)) {
       text += fmt::format("complete -c varobinary -n '__varobinary_at {}' -F\n", page.name);
     }
     forOptions(page, [&](const PageOption& option) { text += fishOption(page, option); });
   }
   return text;
+}
+
+}  // namespace
+
+std::string completion(Shell shell, const std::vector<CommandPage>& pages) {
+  switch (shell) {
+    case Shell::kBash:
+      return bashCompletion(pages);
+    case Shell::kZsh:
+      return zshCompletion(pages);
+    case Shell::kFish:
+      return fishCompletion(pages);
+  }
+  return {};
 }
 
 }  // namespace varo::cli

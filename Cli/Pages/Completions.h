@@ -2,16 +2,20 @@
 
 #include "Cli/Pages/CommandPage.h"
 
+#include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace varo::cli {
 
-// What the shells complete behind "varobinary": commands, options, choices, files and directories.
-// A script needs nothing but its shell.
+enum class Shell { kBash, kZsh, kFish };
 
-[[nodiscard]] std::string bashCompletion(const std::vector<CommandPage>& pages);
-[[nodiscard]] std::string zshCompletion(const std::vector<CommandPage>& pages);
-[[nodiscard]] std::string fishCompletion(const std::vector<CommandPage>& pages);
+/// In the order of the enumeration.
+inline constexpr std::array<std::string_view, 3> kShellNames{"bash", "zsh", "fish"};
+
+/// What the shell completes behind "varobinary": commands, options, choices, files and directories.
+/// The script needs nothing but its shell.
+[[nodiscard]] std::string completion(Shell shell, const std::vector<CommandPage>& pages);
 
 }  // namespace varo::cli

@@ -76,16 +76,22 @@ void HumanOutput::writeItemProgress(const Item& item, std::uint64_t done, std::u
 
 void HumanOutput::writeItemSucceeded(const Item& item, const Value&, const HumanText& text) {
   const std::string line = text();
-  if (items_) {
-    items_->end(item.number, TransferList::End::kSucceeded, ProgressBar::Clock::now());
-  }
+  endItem(item, TransferList::End::kSucceeded);
   if (line.empty()) return;
   console_.aside([&] { results_ << line << std::flush; });
 }
 
 void HumanOutput::writeItemFailed(const Item& item, const Value& error, const Explain& explain) {
-  if (items_) items_->end(item.number, TransferList::End::kFailed, ProgressBar::Clock::now());
+  endItem(item, TransferList::End::kFailed);
   printFailure(explain(error));
+}
+
+void HumanOutput::endItem(const Item& item, TransferList::End how) {
+  if (!items_) return;
+  const auto now = ProgressBar::Clock::now();
+  items_->end(item.number, how, now);
+  // Its bar goes before its last line comes.
+  showBar(now, true);
 }
 
 void HumanOutput::writeTick() {

@@ -50,6 +50,7 @@ class HumanOutput final : public Output {
 
   void printFailure(const FailureText& failure);
   void takeProgressAway();
+  void endItem(const Item& item, TransferList::End how);
   void showBar(ProgressBar::Clock::time_point now, bool isLast);
 
   std::ostream& results_;

@@ -18,6 +18,9 @@ constexpr std::chrono::seconds kRateWindow{5};
 constexpr std::size_t kMaxSamples = 256;
 
 constexpr std::size_t kLongestLabel = 28;
+/// A label up to this is not cut for a bar.
+constexpr std::size_t kWholeLabel = 20;
+constexpr std::size_t kShortestLabel = 12;
 constexpr std::size_t kShortestBar = 10;
 constexpr std::size_t kLongestBar = 40;
 
@@ -79,11 +82,11 @@ std::string ProgressBar::remaining(Clock::time_point now) const {
 }
 
 std::string ProgressBar::line(std::size_t width, Clock::time_point now) const {
-  const std::string label = cutMiddleToWidth(label_, std::min(kLongestLabel, width));
   const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(now - start_);
   if (!total_) {
     const std::string amount =
         done_ == 0 ? "" : fmt::format("{}  {}  ", formatBytes(done_), formatRate(rate(now)));
+    const std::string label = cutMiddleToWidth(label_, std::min(kLongestLabel, width));
     return cutToWidth(fmt::format("{}  {}{}", label, amount, formatDuration(passed)), width);
   }
 
@@ -98,6 +101,12 @@ std::string ProgressBar::line(std::size_t width, Clock::time_point now) const {
           : fmt::format("{:>3}%  {} of {}  {}  {} left", percent, formatBytes(done_),
                         formatBytes(*total_), formatRate(rate(now)), remaining(now));
   constexpr std::size_t kFrame = 5;  // two blanks, two brackets, one blank
+  // A long name gives way to a bar where that makes room for one.
+  const std::size_t others = tail.size() + kFrame + kShortestBar;
+  const std::size_t room = width - std::min(width, others);
+  const bool givesWay = displayWidth(label_) > kWholeLabel && room >= kShortestLabel;
+  const std::string label =
+      cutMiddleToWidth(label_, std::min({kLongestLabel, width, givesWay ? room : width}));
   const std::size_t used = displayWidth(label) + tail.size() + kFrame;
   std::string text = label + "  ";
   if (used + kShortestBar <= width) {

@@ -60,7 +60,7 @@ MAY = {
     "Sandbox/Control/": SANDBOX_USES + ("Sandbox/Http/", "Sandbox/Storage/", "Sandbox/Files/",
                                         "Sandbox/Blobs/", "Sandbox/Online/", "Sandbox/Faults/"),
     "Cli/": CLI_USES,
-    **floors("Cli/", ("Pages/", "Commands/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
+    **floors("Cli/", ("Commands/", "Pages/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
              CLI_USES),
     "examples/": ("include/varo/", "Binary/", "Platform/"),
     "bench/": ("Binary/", "Platform/", "tests/support/"),

@@ -74,6 +74,21 @@ TEST_F(CliStoreTest, WhatIsPutFromAFileOrAnInputIsListedToldGotAndRemoved) {
   EXPECT_EQ(gone["httpStatus"], Value(404));
 }
 
+TEST_F(CliStoreTest, AGetGoesOnWithWhatTheLastOneHasKept) {
+  const std::string file = makeFile("large.bin", std::size_t{17} << 20);
+  resultOf(object({"put", "s3://bucket/", "--file", file, "--json"}));
+  const Words get{
+      "get",   "s3://bucket/large.bin", "-o", home() + ".bin", "--resume", "--parallel", "1",
+      "--json"};
+  sandbox().addFault(
+      {.match = {.path = "/bucket/", .skip = 1, .count = 1}, .action = {.status = 403}});
+  eventsEndingIn("failure", object(get));
+  EXPECT_FALSE(std::filesystem::exists(home() + ".bin"));
+  const auto events = eventsEndingIn("success", object(get));
+  EXPECT_GE(events.front()["bytesWritten"].integerValue(), 8 << 20);
+  EXPECT_EQ(contentOf(home() + ".bin"), contentOf(file));
+}
+
 TEST_F(CliStoreTest, FailureNamesTheObjectAndWhatToCheckAndNoSecret) {
   const Run refused = object({"get", "s3://bucket/k"}, {}, "wr0ng-marker");
   EXPECT_EQ(refused.status, 1);

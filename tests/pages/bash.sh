@@ -21,6 +21,8 @@ expect() {
 }
 
 expect upload up
+expect fish completion f
+expect '!fish' --json f
 expect '!blob' up
 expect blob ''
 expect path blob ''

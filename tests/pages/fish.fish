@@ -18,6 +18,7 @@ end
 
 expect upload up
 expect path 'blob '
+expect fish 'completion '
 expect '!upload' 'blob '
 expect --chunk-size 'upload --ch'
 expect --json 'upload --js'

@@ -21,6 +21,7 @@ expect() {
 
 expect 'upload' 'upl'
 expect 'blob path' 'blob pa'
+expect 'completion fish' 'completion f'
 expect 'upload --chunk-size' 'upload --chu'
 expect 'upload --json' 'upload --js'
 expect '--json blob delete --before-sync' '--json blob delete --bef'

@@ -233,6 +233,10 @@ TEST(TransferList, HasALineForEachThatRunsAndOneForAll) {
   list.end(0, TransferList::End::kSucceeded, later);
   list.end(1, TransferList::End::kFailed, later);
   EXPECT_TRUE(list.text(60, later).starts_with("2 of 3, 1 failed  ")) << list.text(60, later);
+  ProgressBar named(std::string(32, 'x'), start);  // a name gives way to what is measured
+  named.update(25'000'000, 30'000'000, later);
+  const std::string line = named.line(77, later);
+  EXPECT_TRUE(line.find("==>") != std::string::npos && line.ends_with(" left")) << line;
 }
 
 TEST(Console, LinesOfSeveralTransfersAreErasedTogether) {

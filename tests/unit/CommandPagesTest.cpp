@@ -27,9 +27,9 @@ std::string replaced(std::string text, const std::string& what, const std::strin
 TEST(CommandPages, EveryOptionAndCommandIsInItsManPageAndInEveryCompletion) {
   const auto pages = commandPages(commandSet());
   ASSERT_TRUE(pages) << pages.error()->localizedDescription();
-  const std::string bash = bashCompletion(*pages);
-  const std::string zsh = zshCompletion(*pages);
-  const std::string fish = fishCompletion(*pages);
+  const std::string bash = completion(Shell::kBash, *pages);
+  const std::string zsh = completion(Shell::kZsh, *pages);
+  const std::string fish = completion(Shell::kFish, *pages);
   const std::vector<CommandRow> table = optionTable(commandSet());
   ASSERT_EQ(pages->size(), table.size());
   ASSERT_GT(table.size(), commandSet().commands.size());

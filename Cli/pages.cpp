@@ -38,9 +38,9 @@ int main(int count, char** words) try {
   for (const CommandPage& page : *pages) {
     write(directory / "man" / (manPageName(page) + ".1"), manPage(page, *pages, words[2]));
   }
-  write(directory / "completions/bash/varobinary", bashCompletion(*pages));
-  write(directory / "completions/zsh/_varobinary", zshCompletion(*pages));
-  write(directory / "completions/fish/varobinary.fish", fishCompletion(*pages));
+  write(directory / "completions/bash/varobinary", completion(Shell::kBash, *pages));
+  write(directory / "completions/zsh/_varobinary", completion(Shell::kZsh, *pages));
+  write(directory / "completions/fish/varobinary.fish", completion(Shell::kFish, *pages));
 } catch (const std::exception& error) {
   std::cerr << "varobinary_pages: " << error.what() << '\n';
   return 1;
