@@ -168,6 +168,12 @@ void ObjectGet::askFirst(const ObjectRunPtr& run, const End& end) {
   // A store without ranges sends all there is.
   if (!options_.range) first.limits.success = platform::ResponseLimits::kUnlimited;
   first.alsoGood = kNoSuchRange;
+  // What the whole is, the response will tell.
+  const std::uint64_t before = left ? left->bytesThere() : 0;
+  const std::uint64_t size = left ? left->plan.size : 0;
+  first.onReceived = [run, before, size](std::uint64_t bytes) {
+    run->running().reached(before + bytes, size);
+  };
   Control control = newControl();
   const auto flight = control.begin(now());
   run->send(
@@ -231,7 +237,10 @@ bool ObjectGet::goesOnWith(const PartsRecord& found, const HttpResponse& respons
   isThere_ = found.isThere;
   // It has come again where nothing but the name was missing.
   isThere_[index] = false;
-  got_ = found.bytesThere() - (found.isThere[index] ? plan_->length(index) : 0);
+  progress_.begin(isThere_.size());
+  for (std::size_t i = 0; i < isThere_.size(); ++i) {
+    if (isThere_[i]) progress_.whole(i, plan_->length(i));
+  }
   return true;
 }
 
@@ -263,6 +272,7 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
     const MutexLock lock(mutex_);
     isThere_.assign(plan.count(), false);
   }
+  progress_.begin(plan.count());
   auto good = response.status == kPart ? checkPart(response, 0) : Outcome<void>();
   if (good) good = beginFile();
   if (!good) plan_.reset();
@@ -337,6 +347,10 @@ void ObjectGet::askPart(const ObjectRunPtr& run, const ObjectSteps::Step& step) 
   const std::size_t index = step.index;
   ObjectRequest part = request(begin() + plan_->first(index), plan_->length(index));
   part.onRetry = step.onRetry;
+  part.onReceived = [work = self<ObjectGet>(), run, index,
+                     size = plan_->size](std::uint64_t bytes) {
+    if (const auto done = work->progress_.moved(index, bytes)) run->running().reached(*done, size);
+  };
   // A weak tag would match nothing.
   if (entityTag_.starts_with('"')) part.headers.push_back({"If-Match", entityTag_});
   run->send(std::move(part), step.stop,
@@ -354,14 +368,11 @@ Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Dat
                               const std::stop_token& stop) {
   auto stored = sink_ != nullptr ? sink_->take(index, bytes, running, stop) : store(index, bytes);
   if (!stored) return stored;
-  std::uint64_t got = 0;
   {
     const MutexLock lock(mutex_);
     isThere_[index] = true;
-    got_ += bytes.size();
-    got = got_;
   }
-  running.reached(got, plan_->size);
+  running.reached(progress_.whole(index, bytes.size()), plan_->size);
   return {};
 }
 

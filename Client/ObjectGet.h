@@ -6,6 +6,7 @@
 #include "Client/OrderedSink.h"
 #include "Client/PartPlan.h"
 #include "Client/PartsFile.h"
+#include "Client/PartsProgress.h"
 #include "Client/PartsRecord.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Network/ParallelismControl.h"
@@ -108,7 +109,8 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
   /// Null for a sink, for a file of one part that is not kept, and at the end.
   std::shared_ptr<PartsFile> parts_ VARO_GUARDED_BY(mutex_);
   std::vector<bool> isThere_ VARO_GUARDED_BY(mutex_);
-  std::uint64_t got_ VARO_GUARDED_BY(mutex_) = 0;  // bytes
+
+  PartsProgress progress_;
 };
 
 }  // namespace varo::detail

@@ -84,7 +84,7 @@ Outcome<void> ObjectPut::prepare(const ObjectRun& run) {
   plan_ = *plan;
   const MutexLock lock(mutex_);
   entityTags_.resize(isOneRequest() ? 0 : plan_.count());
-  sent_.resize(entityTags_.size());
+  progress_.begin(entityTags_.size());
   data_ = *std::move(opened);
   return {};
 }
@@ -187,44 +187,26 @@ Outcome<bool> ObjectPut::isOfTheseBytes(const upload::StoredPart& part,
 }
 
 void ObjectPut::handedOver(RunningBase& running, std::size_t index, std::uint64_t bytes) {
-  std::uint64_t done = 0;
-  {
-    const MutexLock lock(mutex_);
-    // Told late, by a request of an earlier run.
-    if (!entityTags_[index].empty()) return;
-    allSent_ = allSent_ - sent_[index] + bytes;
-    sent_[index] = bytes;
-    done = taken_ + allSent_;
-  }
-  running.reached(done, plan_.size);
+  if (const auto done = progress_.moved(index, bytes)) running.reached(*done, plan_.size);
 }
 
 void ObjectPut::took(RunningBase& running, std::size_t index, std::string entityTag) {
-  std::uint64_t done = 0;
   {
     const MutexLock lock(mutex_);
-    if (entityTags_[index].empty()) taken_ += plan_.length(index);
     entityTags_[index] = std::move(entityTag);
-    allSent_ -= std::exchange(sent_[index], 0);
-    done = taken_ + allSent_;
   }
-  running.reached(done, plan_.size);
+  running.reached(progress_.whole(index, plan_.length(index)), plan_.size);
 }
 
 void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
   std::vector<std::size_t> missing;
-  std::uint64_t taken = 0;
   {
     const MutexLock lock(mutex_);
     for (std::size_t i = 0; i < entityTags_.size(); ++i) {
       if (entityTags_[i].empty()) missing.push_back(i);
     }
-    taken = taken_;
-    // None is on its way: what an earlier run has sent of a part is sent again.
-    sent_.assign(entityTags_.size(), 0);
-    allSent_ = 0;
   }
-  run->running().reached(taken, plan_.size);
+  run->running().reached(progress_.beginRun(), plan_.size);
   const auto work = self<ObjectPut>();
   ObjectSteps::run(
       std::move(missing),
@@ -281,7 +263,7 @@ bool ObjectPut::asksAgainAfter(const Failure& failure) {
   if (failure.kind != Kind::kIntegrity || std::exchange(hasAskedAgain_, true)) return false;
   asksForParts_ = true;
   noted_ = std::exchange(entityTags_, std::vector<std::string>(entityTags_.size()));
-  taken_ = 0;
+  progress_.begin(entityTags_.size());
   return true;
 }
 

@@ -4,6 +4,7 @@
 #include "Client/ObjectSteps.h"
 #include "Client/ObjectUpload.h"
 #include "Client/PartPlan.h"
+#include "Client/PartsProgress.h"
 #include "Platform/Foundation/Data.h"
 #include "varo/objects.h"
 #include "varo/source.h"
@@ -78,10 +79,8 @@ class ObjectPut final : public ObjectWork<ObjectInfo> {
   std::vector<std::string> noted_ VARO_GUARDED_BY(mutex_);
   /// With their quotes; empty for parts that the store does not have.
   std::vector<std::string> entityTags_ VARO_GUARDED_BY(mutex_);
-  std::uint64_t taken_ VARO_GUARDED_BY(mutex_) = 0;  // bytes
-  /// Bytes of each part that were sent and are not taken yet, and all together.
-  std::vector<std::uint64_t> sent_ VARO_GUARDED_BY(mutex_);
-  std::uint64_t allSent_ VARO_GUARDED_BY(mutex_) = 0;
+
+  PartsProgress progress_;
 };
 
 }  // namespace varo::detail

@@ -130,6 +130,7 @@ Outcome<ObjectRun::Encoded> ObjectRun::encoded(ObjectRequest request,
   encoded.limits = request.limits;
   encoded.spoolDirectory = std::move(request.spoolDirectory);
   encoded.onSent = std::move(request.onSent);
+  encoded.onReceived = std::move(request.onReceived);
   std::shared_ptr<StoreAuthorizer> signer;
   if (access_.keys) {
     // Once, and not for each attempt.

@@ -35,6 +35,7 @@ struct ObjectRequest {
   int alsoGood = 0;
   /// See `platform::HttpRequest`.
   std::function<void(std::uint64_t sent)> onSent = {};
+  std::function<void(std::uint64_t received)> onReceived = {};
   /// Told each time that it has failed and will be sent again.
   std::function<void()> onRetry = {};
   /// What it is about, for messages.

@@ -62,8 +62,9 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       url_(std::move(url)) {
-  auto told = std::make_shared<const Told>(
-      Told{std::move(request.receiver), std::move(request.onSent), std::move(request.meter)});
+  auto told =
+      std::make_shared<const Told>(Told{std::move(request.receiver), std::move(request.onSent),
+                                        std::move(request.onReceived), std::move(request.meter)});
   told_ = told.get();
   if (told_->meter != nullptr) made_ = Clock::now();
   completion_ = keeping(std::move(told), std::move(completion));
@@ -320,7 +321,9 @@ bool CurlTransfer::takeBody(std::string_view bytes) {
   }
   received_ += bytes.size();
   if (received_ > limits_.forStatus(head_.status())) return failTooLarge();
-  return stored(receives_ ? told_->receiver->write(bytes) : sink_->write(bytes));
+  const bool isStored = stored(receives_ ? told_->receiver->write(bytes) : sink_->write(bytes));
+  if (isStored && told_->onReceived != nullptr) told_->onReceived(received_);
+  return isStored;
 }
 
 bool CurlTransfer::failTooLarge() {

@@ -103,6 +103,7 @@ class CurlTransfer {
   struct Told {
     std::shared_ptr<BodyReceiver> receiver;
     std::function<void(std::uint64_t)> onSent;
+    std::function<void(std::uint64_t)> onReceived;
     std::shared_ptr<RequestMeter> meter;
   };
 

@@ -106,6 +106,9 @@ struct HttpRequest {
   /// Told how many bytes of `body` were handed to the connection; less than before where they are
   /// sent again. Called as a `BodyReceiver` is.
   std::function<void(std::uint64_t sent)> onSent = {};
+  /// Told how many bytes of the response's body have come; less than before where they come again.
+  /// Called as a `BodyReceiver` is.
+  std::function<void(std::uint64_t received)> onReceived = {};
   /// Whether its sender may send it again; none: GET, HEAD and PUT always, others unless received.
   /// Transports do not read it.
   std::optional<Repeat> repeat = {};
@@ -172,9 +175,9 @@ class HttpTransfer {
 ///
 /// Lifetimes:
 /// - The request's body is held until the transfer has ended, the completion, and with it the
-///   receiver and `onSent`, until it has been called; then they are destroyed, the latter three not
-///   on the thread that moves bytes: that may end the transport. What `send` returned need not be
-///   kept.
+///   receiver, `onSent` and `onReceived`, until it has been called; then they are destroyed, all
+///   but the body not on the thread that moves bytes: that may end the transport. What `send`
+///   returned need not be kept.
 /// - The response belongs to whoever gets it, and outlives the transport.
 ///
 /// Responses and errors:

@@ -160,7 +160,7 @@ std::vector<Row> rows() {
        .count = 0,
        // The seed breaks a connection with the 38th and the 69th of its segments: while bytes move,
        // and not while a record is made, which nobody repeats.
-       .line = ProxyRules{.delay = 5ms,
+       .line = ProxyRules{.delay = 25ms,
                           .loss = 0.05,
                           .retransmission = 20ms,
                           .breaks = 0.25,

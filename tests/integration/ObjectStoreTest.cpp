@@ -246,7 +246,8 @@ TEST_F(ObjectStoreTest, AGetGoesOnBehindItsLastWholePart) {
     const Destination to = isFile ? Destination(path("copy")) : Destination(into(text));
     auto got = objects.get(kKey, to, {.partSize = 64_KiB});
     ASSERT_TRUE(eventually([&] { return server_->storeStats().requests >= 3; }));
-    ASSERT_TRUE(eventually([&] { return got.progress().done == 131'072; }));
+    // What is on its way counts.
+    ASSERT_TRUE(eventually([&] { return got.progress().done >= 131'072 + 1000; }));
     got.pause();
     ASSERT_TRUE(eventually([&] { return got.state() == State::kPaused; }));
     server_->clearFaults();
