@@ -368,6 +368,8 @@ void File::startWriteback(std::uint64_t offset, std::uint64_t length) const noex
   system::startWriteback(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length));
 }
 
+void File::unlock() const noexcept { system::unlockFile(descriptor_); }
+
 Result<void> File::lock() const {
   const int failure = system::lockFile(descriptor_);
   if (failure == EWOULDBLOCK) return Error::fromErrno(failure, "Locking", path_);

@@ -56,10 +56,12 @@ class File {
   void startWriteback(std::uint64_t offset, std::uint64_t length) const noexcept;
 
   /// Locks the file for this object, against every other one and other processes (advisory: only
-  /// those that ask are kept out); unlocked with the last owner. Errors: EWOULDBLOCK where it is
-  /// locked already. Succeeds on a file system that has no locks. Precondition: it is open for
-  /// writing.
+  /// those that ask are kept out); unlocked with `unlock` or the last owner. Errors: EWOULDBLOCK
+  /// where it is locked already. Succeeds on a file system that has no locks. Precondition: it is
+  /// open for writing.
   [[nodiscard]] Result<void> lock() const;
+  /// Gives that lock up, if this object has it.
+  void unlock() const noexcept;
   /// Whether `path` names this file still, not another one or none.
   [[nodiscard]] bool isAt(const std::string& path) const noexcept;
 

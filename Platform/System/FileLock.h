@@ -5,9 +5,13 @@
 /// of POSIX's, which belong to the process. CMake takes one of the two. Thread-safe.
 namespace varo::platform::system {
 
-/// Locks the whole file, which has to be open for writing, until `closeFile`. Never waits. Returns
+/// Locks the whole file, which has to be open for writing, until `unlockFile` or `closeFile`. Never
+/// waits. Returns
 /// 0 or the number of the error: EWOULDBLOCK where another descriptor or process has the lock.
 [[nodiscard]] int lockFile(int descriptor) noexcept;
+
+/// Gives the lock of the descriptor up, if it has it.
+void unlockFile(int descriptor) noexcept;
 
 /// Closes a descriptor, and with it its lock. Every descriptor of a file that may be locked has to
 /// be closed with this, not by the system alone.

@@ -13,6 +13,8 @@ int lockFile(int descriptor) noexcept {
   return 0;
 }
 
+void unlockFile(int descriptor) noexcept { (void)::flock(descriptor, LOCK_UN); }
+
 void closeFile(int descriptor) noexcept { ::close(descriptor); }
 
 }  // namespace varo::platform::system

@@ -2,6 +2,7 @@
 #include "Platform/Foundation/NeverDestroyed.h"
 #include "Platform/System/FileLock.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <map>
@@ -36,6 +37,20 @@ class Locks {
     locked_.erase(entry);
     // Systems differ in how they say it.
     return failure == EACCES || failure == EAGAIN ? EWOULDBLOCK : failure;
+  }
+
+  void unlock(int descriptor) noexcept {
+    const MutexLock guard(mutex_);
+    const auto entry = std::find_if(locked_.begin(), locked_.end(), [&](const auto& each) {
+      return each.second.owner == descriptor;
+    });
+    if (entry == locked_.end()) return;
+    struct flock whole {};
+    whole.l_type = F_UNLCK;
+    whole.l_whence = SEEK_SET;
+    (void)::fcntl(descriptor, F_SETLK, &whole);
+    for (const int other : entry->second.others) ::close(other);
+    locked_.erase(entry);
   }
 
   void close(int descriptor) noexcept {
@@ -86,6 +101,8 @@ int lockFile(int descriptor) noexcept {
     return ENOMEM;
   }
 }
+
+void unlockFile(int descriptor) noexcept { locks().unlock(descriptor); }
 
 void closeFile(int descriptor) noexcept { locks().close(descriptor); }
 

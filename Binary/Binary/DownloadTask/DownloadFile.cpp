@@ -93,9 +93,7 @@ Result<DownloadFile::Unsynced> DownloadFile::unsynced(const std::string& path) {
   return Unsynced{_fileHandle, writes_};
 }
 
-void DownloadFile::noteSynced(const Unsynced& synced) noexcept {
-  if (synced.file == _fileHandle) syncedWrites_ = synced.writes;
-}
+void DownloadFile::noteSynced(const Unsynced& synced) noexcept { syncedWrites_ = synced.writes; }
 
 Result<void> DownloadFile::empty(const std::string& path) {
   if (auto opened = open(path); !opened) return opened;
@@ -114,8 +112,9 @@ void DownloadFile::release() {
 }
 
 void DownloadFile::close() {
+  // Whoever still synchronises it keeps it open, and needs no lock.
+  if (_fileHandle != nullptr) _fileHandle->unlock();
   _fileHandle.reset();
-  writes_ = 0;
   syncedWrites_.reset();
   unsent_ = 0;
 }

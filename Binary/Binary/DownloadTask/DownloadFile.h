@@ -41,9 +41,10 @@ class DownloadFile {
   /// Whether a file is open and locked.
   [[nodiscard]] bool isOpen() const noexcept { return _fileHandle != nullptr; }
   /// What has to be synchronised so that all bytes are on the disk: the open file, else the one at
-  /// `path`, which is opened; null where they are there. May be used on another thread.
+  /// `path`, which is opened; null where they are there. May be used on another thread, also after
+  /// `release`.
   struct Unsynced {
-    std::shared_ptr<platform::File> file;
+    std::shared_ptr<const platform::File> file;
     std::uint64_t writes = 0;  // that came before
   };
   [[nodiscard]] platform::Result<Unsynced> unsynced(const std::string& path);
@@ -66,9 +67,9 @@ class DownloadFile {
 
   std::shared_ptr<FileClaim> claim_;
   std::shared_ptr<platform::File> _fileHandle;
-  // Of the open file.
   std::uint64_t writes_ = 0;
-  std::optional<std::uint64_t> syncedWrites_;  // how many of them are on the disk; none: unknown
+  /// How many of them are on the disk; none: nobody knows, of the file that is open now.
+  std::optional<std::uint64_t> syncedWrites_;
   std::uint64_t unsent_ = 0;  // position up to which the system was asked to write to the disk
 };
 
