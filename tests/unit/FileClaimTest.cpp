@@ -13,8 +13,11 @@
 #include "tests/support/BlobFixture.h"
 #include "tests/support/OwnProcess.h"
 
+#include <cstddef>
 #include <future>
+#include <memory>
 #include <stdexcept>
+#include <vector>
 
 namespace varo::binary {
 namespace {
@@ -135,6 +138,11 @@ class FileClaimTest : public BlobFixture {
   }
   static FileClaim::Lease claim(const std::string& path) {
     return FileClaim::acquire(path, [] {}).claim;
+  }
+  /// Kept like the manager's: a download's last effect may come after its end was told.
+  static DownloadPlaces& placesFor(std::size_t downloads) {
+    static auto& kept = *new std::vector<std::unique_ptr<DownloadPlaces>>();
+    return *kept.emplace_back(std::make_unique<DownloadPlaces>(downloads));
   }
   /// The download of blob 7, the record "a".
   static std::shared_ptr<BlobDownload> downloadAmong(DownloadPlaces& places) {
@@ -300,7 +308,7 @@ TEST_F(FileClaimTest, SecondDownloadOfABlobWaitsForTheFirstsEndAndKeepsItsBlock)
 }
 
 TEST_F(FileClaimTest, StartOfADownloadThatRunsTakesNoPlaceAndGivesNoneBack) {
-  DownloadPlaces places(2);
+  DownloadPlaces& places = placesFor(2);
   addBlob("a", 7, 101);
   const auto download = downloadAmong(places);
   transport_->hold();
@@ -319,7 +327,7 @@ TEST_F(FileClaimTest, ClearThatMeetsAStartLeavesNeitherAPlaceNorTheFileTaken) {
   addBlob("a", 7, 101);
   for (const TransferPolicy policy : kBothPolicies) {
     setTransferPolicy(policy);
-    DownloadPlaces places(1);
+    DownloadPlaces& places = placesFor(1);
     const auto download = downloadAmong(places);
     // When the run asks where its file goes.
     UserDirectories::install(std::make_shared<DocumentsAt>([&] {
@@ -392,7 +400,7 @@ TEST_F(FileClaimTest, StoppedDownloadKeepsItsFileUntilTheLastByteIsWritten) {
 TEST_F(FileClaimTest, ShutdownThatMeetsAStartEndsIt) {
   inOwnProcess([this] {
     addBlob("a", 7, 101);
-    DownloadPlaces places(1);
+    DownloadPlaces& places = placesFor(1);
     const auto download = downloadAmong(places);
     Runtime::shared().shutdown();
     download->start(block("start"));  // which had been let through before
