@@ -25,12 +25,12 @@ EVP_MD* algorithm() noexcept {
 
 std::string hexEncode(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  text.reserve(bytes.size() * 2);
+  std::string text(bytes.size() * 2, '\0');
+  char* digit = text.data();
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    text += kDigits[byte >> 4U];
-    text += kDigits[byte & 0x0FU];
+    *digit++ = kDigits[byte >> 4U];
+    *digit++ = kDigits[byte & 0x0FU];
   }
   return text;
 }
@@ -46,38 +46,21 @@ bool operator==(const Sha256Digest& left, const Sha256Digest& right) noexcept {
   return ::CRYPTO_memcmp(left.bytes_.data(), right.bytes_.data(), Sha256Digest::kSize) == 0;
 }
 
-class Sha256::Context {
- public:
-  Context()
-      : ok_(context_ != nullptr &&
-            ::EVP_DigestInit_ex2(context_.get(), algorithm(), nullptr) == 1) {}
+void Sha256::Free::operator()(evp_md_ctx_st* context) const noexcept { ::EVP_MD_CTX_free(context); }
 
-  void update(std::string_view bytes) noexcept {
-    ok_ = ok_ && ::EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1;
-  }
+Sha256::Sha256()
+    : context_(algorithm() != nullptr ? ::EVP_MD_CTX_new() : nullptr),
+      ok_(context_ != nullptr && ::EVP_DigestInit_ex2(context_.get(), algorithm(), nullptr) == 1) {}
 
-  bool finish(Sha256Digest& digest) noexcept {
-    return std::exchange(ok_, false) &&
-           ::EVP_DigestFinal_ex(context_.get(), digest.buffer(), nullptr) == 1;
-  }
-
- private:
-  struct Deleter {
-    void operator()(EVP_MD_CTX* context) const noexcept { ::EVP_MD_CTX_free(context); }
-  };
-  const std::unique_ptr<EVP_MD_CTX, Deleter> context_{algorithm() != nullptr ? ::EVP_MD_CTX_new()
-                                                                             : nullptr};
-  bool ok_;
-};
-
-Sha256::Sha256() : context_(std::make_unique<Context>()) {}
-Sha256::~Sha256() = default;
-
-void Sha256::update(std::string_view bytes) noexcept { context_->update(bytes); }
+void Sha256::update(std::string_view bytes) noexcept {
+  ok_ = ok_ && ::EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1;
+}
 
 Result<Sha256Digest> Sha256::finish() {
   Sha256Digest digest;
-  if (!context_->finish(digest)) return takeOpenSslError("SHA-256");
+  const bool done = std::exchange(ok_, false) &&
+                    ::EVP_DigestFinal_ex(context_.get(), digest.buffer(), nullptr) == 1;
+  if (!done) return takeOpenSslError("SHA-256");
   return digest;
 }
 

@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+struct evp_md_ctx_st;  // OpenSSL's EVP_MD_CTX
+
 namespace varo::platform {
 
 /// Domain of the errors of this folder: the cryptographic library could not do its work, which no
@@ -46,7 +48,6 @@ class Sha256Digest {
 class Sha256 {
  public:
   Sha256();
-  ~Sha256();
   Sha256(const Sha256&) = delete;
   Sha256& operator=(const Sha256&) = delete;
 
@@ -60,8 +61,12 @@ class Sha256 {
   [[nodiscard]] static Result<Sha256Digest> of(const Data& data);
 
  private:
-  class Context;
-  const std::unique_ptr<Context> context_;
+  struct Free {
+    void operator()(evp_md_ctx_st* context) const noexcept;
+  };
+  const std::unique_ptr<evp_md_ctx_st, Free> context_;
+  /// False after a failure, and once the digest was made.
+  bool ok_;
 };
 
 }  // namespace varo::platform
