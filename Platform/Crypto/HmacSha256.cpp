@@ -8,7 +8,7 @@
 #include <openssl/params.h>
 
 #include <array>
-#include <memory>
+#include <utility>
 
 namespace varo::platform {
 namespace {
@@ -32,11 +32,6 @@ const EVP_MAC_CTX* prepared() noexcept {
   return context;
 }
 
-struct Deleter {
-  // Wipes the key as well.
-  void operator()(EVP_MAC_CTX* context) const noexcept { ::EVP_MAC_CTX_free(context); }
-};
-
 const unsigned char* unsignedBytes(std::string_view bytes) noexcept {
   // A null key would mean "the one set before", also where its length is 0.
   return reinterpret_cast<const unsigned char*>(bytes.empty() ? "" : bytes.data());
@@ -44,18 +39,35 @@ const unsigned char* unsignedBytes(std::string_view bytes) noexcept {
 
 }  // namespace
 
-Result<Sha256Digest> HmacSha256::of(std::string_view key, std::string_view bytes) {
-  const std::unique_ptr<EVP_MAC_CTX, Deleter> context(
-      prepared() != nullptr ? ::EVP_MAC_CTX_dup(prepared()) : nullptr);
+// Wipes the key as well.
+void HmacSha256::Free::operator()(evp_mac_ctx_st* context) const noexcept {
+  ::EVP_MAC_CTX_free(context);
+}
+
+Result<HmacSha256> HmacSha256::withKey(std::string_view key) {
+  Context keyed(prepared() != nullptr ? ::EVP_MAC_CTX_dup(prepared()) : nullptr);
+  const bool done =
+      keyed != nullptr && ::EVP_MAC_init(keyed.get(), unsignedBytes(key), key.size(), nullptr) == 1;
+  if (!done) return takeOpenSslError("HMAC-SHA256");
+  return HmacSha256(std::move(keyed));
+}
+
+Result<Sha256Digest> HmacSha256::of(std::string_view bytes) const {
+  const Context context(::EVP_MAC_CTX_dup(keyed_.get()));
   Sha256Digest digest;
   std::size_t length = 0;
   const bool done =
       context != nullptr &&
-      ::EVP_MAC_init(context.get(), unsignedBytes(key), key.size(), nullptr) == 1 &&
       ::EVP_MAC_update(context.get(), unsignedBytes(bytes), bytes.size()) == 1 &&
       ::EVP_MAC_final(context.get(), digest.buffer(), &length, Sha256Digest::kSize) == 1;
   if (!done) return takeOpenSslError("HMAC-SHA256");
   return digest;
+}
+
+Result<Sha256Digest> HmacSha256::of(std::string_view key, std::string_view bytes) {
+  const Result<HmacSha256> code = withKey(key);
+  if (!code) return code.error();
+  return code->of(bytes);
 }
 
 }  // namespace varo::platform

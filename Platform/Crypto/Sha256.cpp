@@ -1,6 +1,5 @@
 #include "Platform/Crypto/Sha256.h"
 
-#include "Platform/Crypto/OpenSslDigest.h"
 #include "Platform/Crypto/OpenSslError.h"
 
 #include <openssl/crypto.h>
@@ -9,12 +8,12 @@ namespace varo::platform {
 
 std::string hexEncode(std::string_view bytes) {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  text.reserve(bytes.size() * 2);
+  std::string text(bytes.size() * 2, '\0');
+  char* digit = text.data();
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    text += kDigits[byte >> 4U];
-    text += kDigits[byte & 0x0FU];
+    *digit++ = kDigits[byte >> 4U];
+    *digit++ = kDigits[byte & 0x0FU];
   }
   return text;
 }
@@ -30,19 +29,13 @@ bool operator==(const Sha256Digest& left, const Sha256Digest& right) noexcept {
   return ::CRYPTO_memcmp(left.bytes_.data(), right.bytes_.data(), Sha256Digest::kSize) == 0;
 }
 
-class Sha256::Context : public OpenSslDigest {
- public:
-  Context() : OpenSslDigest(Algorithm::kSha256) {}
-};
+Sha256::Sha256() : digest_(OpenSslDigest::Algorithm::kSha256) {}
 
-Sha256::Sha256() : context_(std::make_unique<Context>()) {}
-Sha256::~Sha256() = default;
-
-void Sha256::update(std::string_view bytes) noexcept { context_->update(bytes); }
+void Sha256::update(std::string_view bytes) noexcept { digest_.update(bytes); }
 
 Result<Sha256Digest> Sha256::finish() {
   Sha256Digest digest;
-  if (!context_->finish(digest.buffer())) return takeOpenSslError("SHA-256");
+  if (!digest_.finish(digest.buffer())) return takeOpenSslError("SHA-256");
   return digest;
 }
 

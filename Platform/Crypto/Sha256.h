@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Platform/Crypto/OpenSslDigest.h"
 #include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Result.h"
 
 #include <array>
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -46,7 +46,6 @@ class Sha256Digest {
 class Sha256 {
  public:
   Sha256();
-  ~Sha256();
   Sha256(const Sha256&) = delete;
   Sha256& operator=(const Sha256&) = delete;
 
@@ -60,8 +59,7 @@ class Sha256 {
   [[nodiscard]] static Result<Sha256Digest> of(const Data& data);
 
  private:
-  class Context;
-  const std::unique_ptr<Context> context_;
+  OpenSslDigest digest_;
 };
 
 }  // namespace varo::platform

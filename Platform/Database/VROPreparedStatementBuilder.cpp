@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cmath>
+#include <cstddef>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -17,17 +18,22 @@ namespace {
 using Pairs = VROPreparedStatementBuilder::Pairs;
 
 void append(Pairs& to, Pairs pairs) {
-  to.insert(to.end(), std::move_iterator(pairs.begin()), std::move_iterator(pairs.end()));
+  if (to.empty()) {
+    to = std::move(pairs);
+  } else {
+    to.insert(to.end(), std::move_iterator(pairs.begin()), std::move_iterator(pairs.end()));
+  }
 }
 
 void appendQuoted(std::string& sql, std::string_view name) {
   sql += '"';
-  for (const char character : name) {
-    // Doubled within quotes, so that no name can end them: names come from the application's data.
-    if (character == '"') sql += '"';
-    sql += character;
+  // Doubled within quotes, so that no name can end them: names come from the application's data.
+  for (std::size_t quote = name.find('"'); quote != std::string_view::npos;
+       quote = name.find('"')) {
+    sql.append(name.substr(0, quote)).append("\"\"");
+    name.remove_prefix(quote + 1);
   }
-  sql += '"';
+  sql.append(name).append(1, '"');
 }
 
 ErrorPtr mistakeIn(const std::string& column) {
@@ -65,7 +71,9 @@ Result<Value> bindable(const DictionaryEntry& entry) {
 /// The text of a statement that grows together with the values of its parameters.
 class StatementText {
  public:
-  StatementText(std::string_view start, std::string_view tableName) : sql_(start) {
+  StatementText(std::string_view start, std::string_view tableName) {
+    sql_.reserve(kUsualLength);
+    sql_ += start;
     appendQuoted(sql_, tableName);
   }
 
@@ -74,6 +82,7 @@ class StatementText {
   /// For each pair `before`, then the column's name, then `after`; `separator` between two of them.
   Result<void> addPairs(const Pairs& pairs, std::string_view before, std::string_view after,
                         std::string_view separator) {
+    values_.reserve(values_.size() + pairs.size());
     for (const DictionaryEntry& entry : pairs) {
       if (const ErrorPtr error = mistakeIn(entry.key)) return error;
       Result<Value> value = bindable(entry);
@@ -90,6 +99,9 @@ class StatementText {
   [[nodiscard]] VROPreparedStatement take() && { return {std::move(sql_), std::move(values_)}; }
 
  private:
+  /// Bytes of a statement on a few columns.
+  static constexpr std::size_t kUsualLength = 192;
+
   std::string sql_;
   std::vector<Value> values_;
 };

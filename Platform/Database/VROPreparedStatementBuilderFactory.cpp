@@ -30,7 +30,7 @@ VROPreparedStatementBuilderFactory::getPreparedStatementForTableName(
   if (!isKnown(builderType)) {
     return fail(error, DatabaseError::kInvalidBuilderType, "No such type of statement");
   }
-  return VROPreparedStatementBuilder(tableName, builderType);
+  return std::optional<VROPreparedStatementBuilder>(std::in_place, tableName, builderType);
 }
 
 }  // namespace varo::platform

@@ -135,6 +135,8 @@ struct DictionaryStorage {
 
 Dictionary::Dictionary() noexcept = default;
 Dictionary::Dictionary(std::initializer_list<DictionaryEntry> entries) {
+  if (entries.size() == 0) return;
+  storage_.write().entries.reserve(entries.size());
   for (const DictionaryEntry& entry : entries) set(entry.key, entry.value);
 }
 Dictionary::Dictionary(std::vector<DictionaryEntry> entries) {

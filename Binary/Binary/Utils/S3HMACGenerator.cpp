@@ -3,12 +3,10 @@
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/S3SigningConstants.h"
 #include "Binary/Binary/Utils/SigningKeyCache.h"
-#include "Binary/Binary/Utils/SigningTime.h"
+#include "Binary/Binary/Utils/SigningTexts.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Platform/Foundation/PercentCoding.h"
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
@@ -28,11 +26,25 @@ constexpr std::string_view kFragmentCharacters = "!$&'()*+,;=:@/?";
 /// Bytes of a canonical request without the object's name, rather more.
 constexpr std::size_t kUsualRequestLength = 512;
 
+/// Bytes of the signed headers' names, at most.
+constexpr std::size_t kUsualNamesLength = 64;
+
+/// Headers of a request, at most.
+constexpr std::size_t kMostHeaders = 5;
+
 constexpr std::uint64_t kLargestByteArray = 64ULL * 1024 * 1024;
 
 /// Empty where there is no text.
 std::string textOf(const Value& value) {
   return value.isNull() ? std::string() : value.textValue();
+}
+
+void appendText(std::string& to, const Value& value) {
+  if (const std::string* text = value.text()) {
+    to += *text;
+  } else {
+    to += textOf(value);
+  }
 }
 
 std::vector<const DictionaryEntry*> sortedByKey(const Dictionary& dictionary) {
@@ -48,21 +60,6 @@ std::vector<const DictionaryEntry*> sortedByKey(const Dictionary& dictionary) {
 Result<std::string> payloadHash(const std::optional<Data>& payload) {
   if (!payload || payload->empty()) return std::string(signing::kEmptyPayloadSha256);
   return S3HMACGenerator::generateHashAndConvertIntoHexString(*payload);
-}
-
-Result<Sha256Digest> deriveSigningKey(std::string_view secret,
-                                      std::initializer_list<std::string_view> scope) {
-  const std::string first = std::string(signing::kKeyPrefix).append(secret);
-  std::string_view key = first;
-  Sha256Digest derived;
-  // Each step's result is the key of the next: a day, a region, a service.
-  for (const std::string_view text : scope) {
-    const auto code = BaseHMACGenerator::HmacSHA256(text, key, HmacAlgorithm::kSha256);
-    if (!code) return code.error();
-    derived = *code;
-    key = derived.bytes();
-  }
-  return derived;
 }
 
 }  // namespace
@@ -111,31 +108,33 @@ void S3HMACGenerator::extractParams(const Dictionary& template_) {
 std::optional<Dictionary> S3HMACGenerator::getAWSHeaders(S3OperationType operationType) const {
   const bool isUpload = operationType == S3OperationType::kUpload;
   if (!isUpload && operationType != S3OperationType::kDownload) return std::nullopt;
-  Dictionary headers;
-  if (!hostName.empty()) headers.set(signing::kSignedHost, hostName);
-  headers.set(signing::kSignedAmzDate, xAmzDate);
+  std::vector<DictionaryEntry> headers;
+  headers.reserve(kMostHeaders);
+  if (!hostName.empty()) headers.push_back({signing::kSignedHost, hostName});
+  headers.push_back({signing::kSignedAmzDate, xAmzDate});
   if (!isUpload) {
-    headers.set(signing::kSignedAmzContentSha256, signing::kEmptyPayloadSha256);
-    return headers;
+    headers.push_back({signing::kSignedAmzContentSha256, signing::kEmptyPayloadSha256});
+    return Dictionary(std::move(headers));
   }
-  headers.set(signing::kSignedContentType, signing::kUploadContentType);
+  headers.push_back({signing::kSignedContentType, signing::kUploadContentType});
   // A payload that cannot be read has no digest: then there is no canonical request either.
-  if (payloadHash_) headers.set(signing::kSignedAmzContentSha256, *payloadHash_);
-  return headers;
+  if (payloadHash_) headers.push_back({signing::kSignedAmzContentSha256, *payloadHash_});
+  return Dictionary(std::move(headers));
 }
 
 Result<Dictionary> S3HMACGenerator::getRequestHeaders(S3OperationType operationType) {
   auto authorization = getAuthorizationHeader();
   if (!authorization) return authorization.error();
-  Dictionary headers;
-  if (!hostName.empty()) headers.set(signing::kHost, hostName);
-  headers.set(signing::kAmzDate, xAmzDate);
-  headers.set(signing::kAuthorization, std::move(authorization).value());
-  headers.set(signing::kAmzContentSha256, *payloadHash_);
+  std::vector<DictionaryEntry> headers;
+  headers.reserve(kMostHeaders);
+  if (!hostName.empty()) headers.push_back({signing::kHost, hostName});
+  headers.push_back({signing::kAmzDate, xAmzDate});
+  headers.push_back({signing::kAuthorization, std::move(authorization).value()});
+  headers.push_back({signing::kAmzContentSha256, *payloadHash_});
   if (operationType == S3OperationType::kUpload) {
-    headers.set(kContentType, signing::kUploadContentType);
+    headers.push_back({kContentType, signing::kUploadContentType});
   }
-  return headers;
+  return Dictionary(std::move(headers));
 }
 
 Result<std::string> S3HMACGenerator::prepareCanonicalRequest() {
@@ -168,10 +167,11 @@ void S3HMACGenerator::appendQueryLine(std::string& request) const {
 void S3HMACGenerator::appendHeaderLines(std::string& request) {
   strSignedHeader.clear();
   if (awsHeaders) {
+    strSignedHeader.reserve(kUsualNamesLength);
     for (const DictionaryEntry* header : sortedByKey(*awsHeaders)) {
       request += header->key;
       request += ':';
-      request += textOf(header->value);
+      appendText(request, header->value);
       request += '\n';
       strSignedHeader += header->key;
       strSignedHeader += ';';
@@ -182,41 +182,36 @@ void S3HMACGenerator::appendHeaderLines(std::string& request) {
 }
 
 std::string S3HMACGenerator::scope() const {
-  return fmt::format("{}/{}/{}/{}", currentDate, regionName, serviceName,
-                     signing::kScopeTerminator);
+  return signing::scopeText(currentDate, regionName, serviceName);
 }
 
 Result<std::string> S3HMACGenerator::prepareStringToSign(std::string_view canonicalRequest) const {
   const auto hash = Sha256::of(canonicalRequest);
   if (!hash) return hash.error();
-  return fmt::format("{}\n{}\n{}\n{}", signing::kAlgorithm, xAmzDate, scope(), hash->hex());
+  return signing::stringToSign(xAmzDate, scope(), hash->hex());
 }
 
 Result<Sha256Digest> S3HMACGenerator::getSignatureKey(std::string_view secret,
                                                       std::string_view date,
                                                       std::string_view region,
                                                       std::string_view service) {
-  SigningKeyCache& kept = SigningKeyCache::shared();
-  const auto fingerprint = SigningKeyCache::fingerprint({secret, date, region, service});
-  if (!fingerprint) return fingerprint.error();
-  // The key is the same for a whole day, so most requests need not derive it.
-  if (const auto key = kept.find(*fingerprint)) return *key;
-  auto key = deriveSigningKey(secret, {date, region, service, signing::kScopeTerminator});
-  if (key) kept.add(*fingerprint, *key);
-  return key;
+  const auto key = SigningKeyCache::shared().keyOf(secret, date, region, service);
+  if (!key) return key.error();
+  return (*key)->bytes;
 }
 
 Result<std::string> S3HMACGenerator::calculateSignature(std::string_view stringToSign) const {
-  const auto key = getSignatureKey(secretAccessKey, currentDate, regionName, serviceName);
+  const auto key =
+      SigningKeyCache::shared().keyOf(secretAccessKey, currentDate, regionName, serviceName);
   if (!key) return key.error();
-  const auto signature = HmacSHA256(stringToSign, key->bytes(), HmacAlgorithm::kSha256);
+  const auto signature = (*key)->hmac.of(stringToSign);
   if (!signature) return signature.error();
   return signature->hex();
 }
 
 std::string S3HMACGenerator::buildAuthorizationString(std::string_view signature) const {
-  return fmt::format("{} Credential={}/{},SignedHeaders={},Signature={}", signing::kAlgorithm,
-                     accessKeyID, scope(), strSignedHeader, signature);
+  return signing::joined({signing::kAlgorithm, " Credential=", accessKeyID, "/", scope(),
+                          ",SignedHeaders=", strSignedHeader, ",Signature=", signature});
 }
 
 Result<std::string> S3HMACGenerator::getAuthorizationHeader() {

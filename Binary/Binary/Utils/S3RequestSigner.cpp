@@ -1,17 +1,14 @@
 #include "Binary/Binary/Utils/S3RequestSigner.h"
 
-#include "Binary/Binary/Utils/S3HMACGenerator.h"
 #include "Binary/Binary/Utils/S3SigningConstants.h"
-#include "Binary/Binary/Utils/SigningTime.h"
-#include "Platform/Crypto/HmacSha256.h"
+#include "Binary/Binary/Utils/SigningKeyCache.h"
+#include "Binary/Binary/Utils/SigningTexts.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/PercentCoding.h"
 #include "Platform/Foundation/Text.h"
 
-#include <fmt/format.h>
-
-#include <map>
-#include <set>
+#include <algorithm>
+#include <cstddef>
 
 namespace varo::binary {
 
@@ -22,23 +19,38 @@ namespace {
 
 constexpr std::string_view kService = "s3";
 constexpr char kSecurityToken[] = "X-Amz-Security-Token";
+/// Host, time, digest, token and signature.
+constexpr std::size_t kMostHeadersOfSignature = 5;
+/// Bytes of the signed headers, rather more.
+constexpr std::size_t kUsualLinesLength = 384;
+
+using Pair = std::pair<std::string, std::string>;
 
 /// Without the blanks around it, and with each run of blanks inside as one.
 std::string canonicalValue(std::string_view value) {
   std::string result;
+  result.reserve(value.size());
   for (const char c : platform::trimmed(value)) {
     if (c != ' ' || result.back() != ' ') result += c;
   }
   return result;
 }
 
-/// Values by the lower-case names, as the signature has them; those of one name joined.
-std::map<std::string, std::string> canonicalHeaders(const std::vector<HttpHeader>& headers) {
-  std::map<std::string, std::string> canonical;
+/// Values by the lower-case names, in their order, as the signature has them; those of one name
+/// joined.
+std::vector<Pair> canonicalHeaders(const std::vector<HttpHeader>& headers) {
+  std::vector<Pair> canonical;
+  canonical.reserve(headers.size());
   for (const HttpHeader& header : headers) {
-    std::string value = canonicalValue(header.value);
-    const auto [place, isNew] = canonical.emplace(platform::lowerCase(header.name), value);
-    if (!isNew) place->second += "," + value;
+    std::string name = platform::lowerCase(header.name);
+    const auto place =
+        std::lower_bound(canonical.begin(), canonical.end(), name,
+                         [](const Pair& each, const std::string& key) { return each.first < key; });
+    if (place != canonical.end() && place->first == name) {
+      place->second.append(1, ',').append(canonicalValue(header.value));
+    } else {
+      canonical.emplace(place, std::move(name), canonicalValue(header.value));
+    }
   }
   return canonical;
 }
@@ -48,14 +60,17 @@ std::map<std::string, std::string> canonicalHeaders(const std::vector<HttpHeader
 std::string encodedPath(std::string_view path) { return platform::percentEncode(path, "/"); }
 
 std::string encodedQuery(const S3Request::Query& query) {
-  // Ordered after the encoding: "%" sorts elsewhere than the character that it stands for.
-  std::multiset<std::pair<std::string, std::string>> encoded;
+  std::vector<Pair> encoded;
+  encoded.reserve(query.size());
   for (const auto& [name, value] : query) {
-    encoded.emplace(platform::percentEncode(name), platform::percentEncode(value));
+    encoded.emplace_back(platform::percentEncode(name), platform::percentEncode(value));
   }
+  // Ordered after the encoding: "%" sorts elsewhere than the character that it stands for.
+  std::sort(encoded.begin(), encoded.end());
   std::string text;
   for (const auto& [name, value] : encoded) {
-    text += fmt::format("{}{}={}", text.empty() ? "" : "&", name, value);
+    if (!text.empty()) text += '&';
+    text.append(name).append(1, '=').append(value);
   }
   return text;
 }
@@ -65,35 +80,37 @@ S3RequestSigner::S3RequestSigner(S3Keys keys, std::string region, const platform
 
 Result<std::vector<HttpHeader>> S3RequestSigner::sign(const S3Request& request) const {
   const auto now = clock_.now();
-  std::vector<HttpHeader> headers = request.headers;
+  const std::string time = signing::timeText(now);
+  std::vector<HttpHeader> headers;
+  headers.reserve(request.headers.size() + kMostHeadersOfSignature);
+  headers = request.headers;
   headers.push_back({signing::kHost, request.host});
-  headers.push_back({signing::kAmzDate, signing::timeText(now)});
+  headers.push_back({signing::kAmzDate, time});
   headers.push_back({signing::kAmzContentSha256, request.payloadHash});
   if (!keys_.sessionToken.empty()) headers.push_back({kSecurityToken, keys_.sessionToken});
 
   std::string lines;
   std::string names;
+  lines.reserve(kUsualLinesLength);
   for (const auto& [name, value] : canonicalHeaders(headers)) {
-    lines += fmt::format("{}:{}\n", name, value);
-    names += fmt::format("{}{}", names.empty() ? "" : ";", name);
+    lines.append(name).append(1, ':').append(value).append(1, '\n');
+    if (!names.empty()) names += ';';
+    names += name;
   }
-  const auto hash = platform::Sha256::of(
-      fmt::format("{}\n{}\n{}\n{}\n{}\n{}", request.method, encodedPath(request.path),
-                  encodedQuery(request.query), lines, names, request.payloadHash));
+  const auto hash = platform::Sha256::of(signing::joined(
+      {request.method, "\n", encodedPath(request.path), "\n", encodedQuery(request.query), "\n",
+       lines, "\n", names, "\n", request.payloadHash}));
   if (!hash) return hash.error();
   const std::string day = signing::dateText(now);
-  const std::string scope =
-      fmt::format("{}/{}/{}/{}", day, region_, kService, signing::kScopeTerminator);
-  const auto key = S3HMACGenerator::getSignatureKey(keys_.secretKey, day, region_, kService);
+  const std::string scope = signing::scopeText(day, region_, kService);
+  const auto key = SigningKeyCache::shared().keyOf(keys_.secretKey, day, region_, kService);
   if (!key) return key.error();
-  const auto signature = platform::HmacSha256::of(
-      key->bytes(), fmt::format("{}\n{}\n{}\n{}", signing::kAlgorithm, signing::timeText(now),
-                                scope, hash->hex()));
+  const auto signature = (*key)->hmac.of(signing::stringToSign(time, scope, hash->hex()));
   if (!signature) return signature.error();
   headers.push_back(
       {signing::kAuthorization,
-       fmt::format("{} Credential={}/{}, SignedHeaders={}, Signature={}", signing::kAlgorithm,
-                   keys_.accessKey, scope, names, signature->hex())});
+       signing::joined({signing::kAlgorithm, " Credential=", keys_.accessKey, "/", scope,
+                        ", SignedHeaders=", names, ", Signature=", signature->hex()})});
   return headers;
 }
 

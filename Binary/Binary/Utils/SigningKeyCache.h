@@ -1,16 +1,24 @@
 #pragma once
 
+#include "Platform/Crypto/HmacSha256.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Result.h"
 
 #include <cstddef>
-#include <initializer_list>
-#include <optional>
+#include <memory>
 #include <string_view>
 #include <vector>
 
 namespace varo::binary {
+
+/// What the requests of a day to one service are signed with. Immutable, thread-safe; wiped when
+/// the last owner drops it.
+struct SigningKey {
+  platform::Sha256Digest bytes;
+  /// The codes under this key.
+  platform::HmacSha256 hmac;
+};
 
 /// Keeps the signing keys of the last few scopes (secret, date, region, service), since deriving
 /// one costs four keyed codes and the same one signs a whole day's requests.
@@ -22,23 +30,23 @@ class SigningKeyCache {
   /// How many keys are kept; a new one takes the place of the oldest.
   static constexpr std::size_t kCapacity = 16;
 
+  using Key = std::shared_ptr<const SigningKey>;
+
   /// The process's cache, never destroyed.
   [[nodiscard]] static SigningKeyCache& shared();
 
-  /// What stands for the texts of a scope, in this order. Texts that are cut differently ("ab", "c"
-  /// and "a", "bc") make different ones.
-  [[nodiscard]] static platform::Result<platform::Sha256Digest> fingerprint(
-      std::initializer_list<std::string_view> scope);
-
-  [[nodiscard]] std::optional<platform::Sha256Digest> find(
-      const platform::Sha256Digest& fingerprint) const;
-  void add(const platform::Sha256Digest& fingerprint, const platform::Sha256Digest& key);
+  /// The key of this scope, from those kept or derived now. `date` is "yyyyMMdd".
+  [[nodiscard]] platform::Result<Key> keyOf(std::string_view secret, std::string_view date,
+                                            std::string_view region, std::string_view service);
 
  private:
   struct Entry {
     platform::Sha256Digest fingerprint;
-    platform::Sha256Digest key;
+    Key key;
   };
+
+  [[nodiscard]] Key find(const platform::Sha256Digest& fingerprint) const;
+  void add(Entry entry);
 
   mutable platform::Mutex mutex_;
   std::vector<Entry> entries_ VARO_GUARDED_BY(mutex_);
