@@ -121,15 +121,9 @@ def measure(blobs, sides):
         return blobs.bench.interleave(runs)
 
 
-def add_peak(table, figure, measurements, most):
-    worst = max(column(measurements, "peak_kib")) / 1024
-    table.add(f"{figure}, peak memory", f"{worst:.1f} MiB", "", "", f"at most {most} MiB",
-              worst <= most)
-
-
 def add_share(table, figure, measurements):
     share = statistics.median(used["sqlite"] / used["seconds"] for used in measurements)
-    table.add(f"{figure}, share of the time in SQLite", f"{100 * share:.1f} %", "", "")
+    table.add(f"{figure}, share of the time in SQLite", f"{100 * share:.1f} %")
 
 
 def measure_blob(bench, table):
@@ -147,12 +141,9 @@ def measure_blob(bench, table):
             ("beside the bare loop", "bare", 1.15, 1.30),
             ("beside the bare loop with writes of 32 KiB", "small", None, None),
             ("beside the task without the table", "task", 1.05, None)):
-        table.compare(f"{figure} {name}, time", column(used["ours"], "wall"),
-                      column(used[other], "wall"), "s", at_most=most_time)
-        table.compare(f"{figure} {name}, CPU", column(used["ours"], "cpu"),
-                      column(used[other], "cpu"), "s", at_most=most_cpu)
+        table.compare_runs(f"{figure} {name}", used["ours"], used[other], most_time, most_cpu)
     add_share(table, figure, used["timed"])
-    add_peak(table, figure, used["ours"], 32)
+    table.add_peak(figure, used["ours"], 32)
 
 
 def measure_blobs(bench, table):
@@ -166,11 +157,8 @@ def measure_blobs(bench, table):
     figure = f"{AT_ONCE} blobs of 200 MiB at once"
     for name, other, most_time in (("beside the bare loop", "bare", 1.25),
                                    ("beside the bare loop with writes of 32 KiB", "small", None)):
-        table.compare(f"{figure} {name}, time", column(used["ours"], "wall"),
-                      column(used[other], "wall"), "s", at_most=most_time)
-        table.compare(f"{figure} {name}, CPU", column(used["ours"], "cpu"),
-                      column(used[other], "cpu"), "s")
-    add_peak(table, figure, used["ours"], 48)
+        table.compare_runs(f"{figure} {name}", used["ours"], used[other], most_time)
+    table.add_peak(figure, used["ours"], 48)
 
 
 def measure_many_blobs(bench, table):
@@ -190,5 +178,5 @@ def measure_many_blobs(bench, table):
     for mode, name in modes.items():
         figure = f"{many:,} blobs of 1 KiB, {name}"
         rate = many / statistics.median(column(used[mode], "seconds"))
-        table.add(f"{figure}, blobs a second", f"{rate:.4g} /s", "", "")
+        table.add(f"{figure}, blobs a second", f"{rate:.4g} /s")
         add_share(table, figure, used[mode])

@@ -20,7 +20,7 @@ class Table:
         self.missed = 0
         self.short = short
 
-    def add(self, figure, ours, theirs, ratio, goal="", met=None):
+    def add(self, figure, ours, theirs="", ratio="", goal="", met=None):
         if self.short and goal != "all":  # that everything was done is no matter of time
             goal, met = "", None
         verdict = {None: "", True: "met", False: "MISSED"}[met]
@@ -28,15 +28,38 @@ class Table:
         self.rows.append((figure, ours, theirs, ratio, goal, verdict))
 
     def compare(self, figure, ours, theirs, unit, at_most=None, at_least=None):
-        """Ratio of the medians of two lists of measurements."""
-        mine, other = statistics.median(ours), statistics.median(theirs)
-        ratio = mine / other
-        goal, met = "", None
+        """The median of the ratios of ours to theirs, round by round, with the quartiles of these
+        ratios. Two lists in the order of the rounds; `theirs` is empty where it is not installed,
+        which misses a goal."""
+        goal, holds = "", None
         if at_most is not None:
-            goal, met = f"at most {at_most:.2f}", ratio <= at_most
+            goal, holds = f"at most {at_most:.2f}", lambda ratio: ratio <= at_most
         if at_least is not None:
-            goal, met = f"at least {at_least:.2f}", ratio >= at_least
-        self.add(figure, f"{mine:.4g} {unit}", f"{other:.4g} {unit}", f"{ratio:.2f}", goal, met)
+            goal, holds = f"at least {at_least:.2f}", lambda ratio: ratio >= at_least
+        mine = f"{statistics.median(ours):.4g} {unit}"
+        if not theirs:
+            self.add(figure, mine, "not installed", "", goal, None if holds is None else False)
+            return
+        ratios = [one / other for one, other in zip(ours, theirs, strict=True)]
+        ratio, text = statistics.median(ratios), f"{statistics.median(ratios):.2f}"
+        if len(ratios) > 1:
+            low, _, high = statistics.quantiles(ratios, n=4, method="inclusive")
+            text += f" ({low:.2f} to {high:.2f})"
+        self.add(figure, mine, f"{statistics.median(theirs):.4g} {unit}", text, goal,
+                 None if holds is None else holds(ratio))
+
+    def compare_runs(self, figure, ours, theirs, most_time=None, most_cpu=None):
+        """Time and CPU of two lists of what `Bench.run` gives."""
+        self.compare(f"{figure}, time", column(ours, "wall"), column(theirs, "wall"), "s",
+                     at_most=most_time)
+        self.compare(f"{figure}, CPU", column(ours, "cpu"), column(theirs, "cpu"), "s",
+                     at_most=most_cpu)
+
+    def add_peak(self, figure, measurements, most):
+        """The largest peak of all rounds."""
+        worst = max(column(measurements, "peak_kib")) / 1024
+        self.add(f"{figure}, peak memory", f"{worst:.1f} MiB", goal=f"at most {most} MiB",
+                 met=worst <= most)
 
     def print(self):
         head = ("figure", "ours", "beside", "ratio", "goal", "")

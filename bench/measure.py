@@ -2,8 +2,8 @@
 """Measures the library beside curl, beside a small libcurl program and beside bare hand-overs and
 parses, and prints one table. docs/benchmarks.md says what each figure answers.
 
-A comparison runs its programs in turn, a process each, for an odd number of rounds, and divides the
-medians. Every transfer is checked: what the server received, how large the stored file is, and once
+A comparison runs its programs in turn, a process each, for an odd number of rounds, and takes the
+median of the rounds' ratios. Every transfer is checked: what the server received, how large the stored file is, and once
 that its bytes are the same.
 """
 
@@ -39,13 +39,10 @@ MANY_SIZE = 64 * 1024
 MANY_LIMIT = 60  # seconds after which uploads that have not ended never will
 
 
-def add_peaks(table, direction, large, small):
-    worst = max(column(large, "peak_kib")) / 1024
-    table.add(f"{direction} 1 GiB, peak memory", f"{worst:.1f} MiB", "", "", "at most 32 MiB",
-              worst <= 32)
-    mine, other = (statistics.median(column(list_, "peak_kib")) / 1024 for list_ in (large, small))
-    table.add(f"{direction} 1 GiB beside 64 MiB, peak memory", f"{mine:.1f} MiB",
-              f"{other:.1f} MiB", f"{mine / other:.2f}", "at most 1.10", mine / other <= 1.10)
+def add_peaks(table, figure, large, small):
+    table.add_peak(figure, large, 32)
+    mine, other = ([peak / 1024 for peak in column(runs, "peak_kib")] for runs in (large, small))
+    table.compare(f"{figure} beside 64 MiB, peak memory", mine, other, "MiB", at_most=1.10)
 
 
 def measure_download(bench, table):
@@ -84,19 +81,15 @@ def measure_download(bench, table):
             if not filecmp.cmp(bench.file(size_large),
                                os.path.join(bench.downloads, f"{size_large}.bin"), shallow=False):
                 raise RuntimeError(f"{command.__name__} stored other bytes")
-        large = bench.interleave({
+        used = bench.interleave({
             "ours": lambda: fetch(size_large, ours),
             "curl": lambda: fetch(size_large, curl),
             "bare": lambda: fetch(size_large, bare),
+            "small": lambda: fetch(size_small, ours),
         })
-        small = bench.interleave({"ours": lambda: fetch(size_small, ours)})
-    for other, most_time, most_cpu in (("curl", 1.00, 0.85), ("bare", None, None)):
-        name = {"curl": "curl", "bare": "the bare program"}[other]
-        table.compare(f"download 1 GiB beside {name}, time", column(large["ours"], "wall"),
-                      column(large[other], "wall"), "s", at_most=most_time)
-        table.compare(f"download 1 GiB beside {name}, CPU", column(large["ours"], "cpu"),
-                      column(large[other], "cpu"), "s", at_most=most_cpu)
-    add_peaks(table, "download", large["ours"], small["ours"])
+    table.compare_runs("download 1 GiB beside curl", used["ours"], used["curl"], 1.00, 0.85)
+    table.compare_runs("download 1 GiB beside the bare program", used["ours"], used["bare"])
+    add_peaks(table, "download 1 GiB", used["ours"], used["small"])
 
 
 def expected(files, size):
@@ -129,19 +122,15 @@ def measure_upload(bench, table):
             return used
 
         bench.file(size_large)
-        large = bench.interleave({
+        used = bench.interleave({
             "ours": lambda: send("varo_transfer", size_large),
             "bare": lambda: send("bare_transfer", size_large),
             "curl": curl,
+            "small": lambda: send("varo_transfer", size_small),
         })
-        small = bench.interleave({"ours": lambda: send("varo_transfer", size_small)})
-    table.compare("upload 1 GiB beside the bare program, time", column(large["ours"], "wall"),
-                  column(large["bare"], "wall"), "s", at_most=1.20)
-    table.compare("upload 1 GiB beside the bare program, CPU", column(large["ours"], "cpu"),
-                  column(large["bare"], "cpu"), "s", at_most=1.25)
-    table.compare("upload 1 GiB beside one PUT of curl, time", column(large["ours"], "wall"),
-                  column(large["curl"], "wall"), "s")
-    add_peaks(table, "upload", large["ours"], small["ours"])
+    table.compare_runs("upload 1 GiB beside the bare program", used["ours"], used["bare"], 1.20, 1.25)
+    table.compare_runs("upload 1 GiB beside one PUT of curl", used["ours"], used["curl"])
+    add_peaks(table, "upload 1 GiB", used["ours"], used["small"])
 
 
 def threads_of(pid):
@@ -172,11 +161,11 @@ def measure_many(bench, table):
             seconds.append(time.monotonic() - start)
             complete += server.received() == expected(MANY, MANY_SIZE) and process.returncode == 0
     figure = f"{MANY} uploads of 64 KiB at once"
-    table.add(f"{figure}, rounds in which all ended well", f"{complete} of {bench.rounds}", "", "",
-              "all", complete == bench.rounds)
-    table.add(f"{figure}, time", f"{statistics.median(seconds):.4g} s", "", "")
-    table.add(f"{figure}, threads with main ({len(threads)} samples)", str(max(threads)), "", "",
-              "at most 10", max(threads) <= 10)
+    table.add(f"{figure}, rounds in which all ended well", f"{complete} of {bench.rounds}",
+              goal="all", met=complete == bench.rounds)
+    table.add(f"{figure}, time", f"{statistics.median(seconds):.4g} s")
+    table.add(f"{figure}, threads with main ({len(threads)} samples)", str(max(threads)),
+              goal="at most 10", met=max(threads) <= 10)
 
 
 def measure_engine(bench, table):
@@ -234,12 +223,12 @@ def measure_delete(bench, table):
         table.compare(f"{figure} beside alone, {name}", column(among, key), column(alone, key), "us",
                       at_most=most)
     threads = max(column(among, "threads"))
-    table.add(f"{figure}, threads with main", str(threads), "", "", "at most 10", threads <= 10)
+    table.add(f"{figure}, threads with main", str(threads), goal="at most 10", met=threads <= 10)
     memory = statistics.median(column(among, "sleeping_kib")) / sleeping
-    table.add("memory of a delete in back-off", f"{memory:.1f} KiB", "", "")
+    table.add("memory of a delete in back-off", f"{memory:.1f} KiB")
     slowest = max(column(among, "shutdown_ms"))
-    table.add(f"shutdown with {sleeping:,} deletes in back-off, slowest", f"{slowest:.3g} ms", "", "",
-              "at most 250 ms", slowest <= 250)
+    table.add(f"shutdown with {sleeping:,} deletes in back-off, slowest", f"{slowest:.3g} ms",
+              goal="at most 250 ms", met=slowest <= 250)
 
 
 def measure_state(bench, table):

@@ -47,10 +47,10 @@ def measure_sign(bench, table):
         out.truncate(size)  # holes: the digest takes as long, the disk nothing
     used = bench.run(program, "file", path, digest.hexdigest())
     os.remove(path)
-    table.add("upload of 4 GiB signed, rate", f"{size / MIB / used['wall']:.0f} MiB/s", "", "")
+    table.add("upload of 4 GiB signed, rate", f"{size / MIB / used['wall']:.0f} MiB/s")
     peak = used["peak_kib"] / 1024
-    table.add("upload of 4 GiB signed, peak memory", f"{peak:.1f} MiB", "", "", "at most 16 MiB",
-              peak <= 16)
+    table.add("upload of 4 GiB signed, peak memory", f"{peak:.1f} MiB", goal="at most 16 MiB",
+              met=peak <= 16)
 
 
 def measure_queue(bench, table):
@@ -68,10 +68,10 @@ def measure_queue(bench, table):
         "direct": lambda: run("direct", tasks),
     })
     rate = statistics.median(column(runs["operations"], "rate"))
-    table.add("task queue under 8 threads, operations", f"{rate:.3g} /s", "", "")
+    table.add("task queue under 8 threads, operations", f"{rate:.3g} /s")
     table.compare("tasks through the queue beside started at once",
                   column(runs["through"], "rate"), column(runs["direct"], "rate"), "/s")
     fewest = min(min(used["runs"], used["ended"]) for used in runs["through"])
     most = max(max(used["runs"], used["ended"]) for used in runs["through"])
     table.add(f"{tasks:,} tasks through the queue, run and ended once in every round",
-              f"{fewest:,}", "", "", "all", fewest == most == tasks)
+              f"{fewest:,}", goal="all", met=fewest == most == tasks)

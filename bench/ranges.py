@@ -41,7 +41,7 @@ def measure_ranges(bench, table):
         used = bench.interleave({n: functools.partial(fetch, n) for n in AT_ONCE})
     alone = column(used[1], "seconds")
     figure = f"64 MiB over {DELAY_MS} ms each way"
-    table.add(f"{figure}, one range at a time", f"{statistics.median(alone):.4g} s", "", "")
+    table.add(f"{figure}, one range at a time", f"{statistics.median(alone):.4g} s")
     for parallel in AT_ONCE[1:]:
         table.compare(f"{figure}, up to {parallel} ranges beside one", column(used[parallel], "seconds"),
                       alone, "s", at_most=0.5)
