@@ -81,7 +81,16 @@ class Bench:
         self.home = os.path.join(directory, "home")
         self.downloads = os.path.join(self.home, "Downloads")
         os.makedirs(self.files)
+        self.absent = set()
         self.empty_home()
+
+    def installed(self, name, run, path=None):
+        """`run`, or None where there is no program `name`, or nothing at `path`; that is said behind
+        the table."""
+        if os.path.exists(path) if path else shutil.which(name):
+            return run
+        self.absent.add(name)
+        return None
 
     def size(self, full, short):
         """How much of something this run takes."""
@@ -117,10 +126,11 @@ class Bench:
 
     def interleave(self, runs, rounds=None):
         """Runs each of `runs` (name -> function) once a round, first once to warm up, but in a short
-        run. The order changes from round to round, so that none always follows the same."""
-        names = list(runs)
+        run. The order changes from round to round, so that none always follows the same. What is
+        None is not run, and has no measurements."""
+        names = [name for name, run in runs.items() if run]
         order = random.Random(1)
-        measured = {name: [] for name in names}
+        measured = {name: [] for name in runs}
         warm_up = 0 if self.short else 1
         for number in range(self.size(rounds or self.rounds, 1) + warm_up):
             order.shuffle(names)

@@ -33,6 +33,8 @@ http {{
     location /bucket/ {{ dav_methods PUT; create_full_put_path on; }}
     # The object of every record of a table is the file of the table's name.
     location ~ ^/blobs/([^/]+)/binary$ {{ alias {root}/$1; }}
+    # For who names what it stores by the end of the address.
+    location ~ ^/copies/([^/]+)/[0-9]+$ {{ alias {root}/$1; }}
   }}
 }}
 """
