@@ -18,6 +18,7 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <charconv>
 #include <chrono>
@@ -26,7 +27,6 @@
 #include <future>
 #include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>

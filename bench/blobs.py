@@ -81,21 +81,23 @@ class Blobs:
             if os.path.getsize(path) != self.size:
                 raise RuntimeError(f"{path} has {os.path.getsize(path)} bytes")
 
-    def ours(self, mode, url):
+    def command(self, mode, url, parallel):
+        return [self.bench.program("varo_blobs"), mode, url, self.object, str(RANGE), str(parallel),
+                str(self.count), self.bench.home]
+
+    def ours(self, mode, url, parallel=1):
         self.make_database()
-        used = self.run(self.bench.program("varo_blobs"), mode, url, self.object, str(RANGE),
-                        str(self.count), self.bench.home)
+        used = self.run(*self.command(mode, url, parallel))
         if mode == "managed":
             self.check_database()
         return used
 
-    def timed(self, url):
+    def timed(self, url, parallel=1):
         """The seconds of `ours` from the first create to the last end, and those in SQLite."""
         self.make_database()
         self.clear()
-        done = subprocess.run([self.bench.program("varo_blobs"), "timed", url, self.object,
-                               str(RANGE), str(self.count), self.bench.home],
-                              stdout=subprocess.PIPE, check=True, text=True)
+        done = subprocess.run(self.command("timed", url, parallel), stdout=subprocess.PIPE, check=True,
+                              text=True)
         self.check_files()
         self.check_database()
         return json.loads(done.stdout)
@@ -109,6 +111,13 @@ class Blobs:
         address = f"{url}/blobs/{self.object}/binary"
         return self.run("curl", "-sf", *options,
                         *(word for path in self.files() for word in ("-o", path, address)))
+
+    def aria2(self, url):
+        """Five connections, with no space taken in advance."""
+        (path,) = self.files()
+        return self.run("aria2c", "-q", "--no-conf", "-x5", "-k1M", "--file-allocation=none",
+                        "-d", self.directory, "-o", os.path.basename(path),
+                        f"{url}/blobs/{self.object}/binary")
 
     def curl_synced(self, url):
         (path,) = self.files()
@@ -132,9 +141,7 @@ class Blobs:
 
 def measure(blobs, sides):
     """Rounds of all sides, after each has been found to store the right bytes."""
-    with contextlib.ExitStack() as stack:
-        nginx = Nginx(blobs.bench.files, blobs.bench.directory)
-        stack.callback(nginx.stop)
+    with Nginx(blobs.bench.files, blobs.bench.directory) as nginx:
         runs = {name: side and functools.partial(side, nginx.url) for name, side in sides.items()}
         for name, run in runs.items():
             if run:
@@ -196,10 +203,7 @@ def measure_many_blobs(bench, table):
     first create to the last end, and how much of that time is SQLite's."""
     modes = {"delete": "rollback journal", "wal": "WAL"}
     many = bench.size(MANY, 20)
-    with contextlib.ExitStack() as stack:
-        nginx = Nginx(bench.files, bench.directory)
-        stack.callback(nginx.stop)
-
+    with Nginx(bench.files, bench.directory) as nginx:
         def run(journal):
             return Blobs(bench, SMALL, many, journal).timed(nginx.url)
 

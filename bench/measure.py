@@ -24,9 +24,9 @@ import time
 from blobs import measure_blob, measure_blobs, measure_many_blobs
 from cancel import measure_cancel
 from harness import LARGE, MIB, Bench, Table, column
+from line import measure_line, measure_ranges
 from objects import measure_objects
 from online import measure_queue, measure_sign
-from ranges import measure_ranges
 from rate import measure_rate
 from servers import DiscardServer, Nginx
 
@@ -49,12 +49,8 @@ def add_peaks(table, figure, large, small):
 def measure_download(bench, table):
     """One GET of 256 MiB from nginx, stored in a file that did not exist before."""
     size_large, size_small = bench.size(DOWNLOAD, 2 * MIB), bench.size(SMALL, MIB)
-    with contextlib.ExitStack() as stack:
-        nginx = Nginx(bench.files, bench.directory)
-        stack.callback(nginx.stop)
-        server = DiscardServer(bench.program("discard_server"), nginx.url)
-        stack.callback(server.stop)
-
+    with Nginx(bench.files, bench.directory) as nginx, \
+            DiscardServer(bench.program("discard_server"), nginx.url) as server:
         def fetch(size, command):
             name = os.path.basename(bench.file(size))
             stored = os.path.join(bench.downloads, name)
@@ -103,9 +99,7 @@ def expected(files, size):
 def measure_upload(bench, table):
     """1 GiB in chunks of 1 MiB to a server that discards."""
     size_large, size_small = bench.size(LARGE, 2 * MIB), bench.size(SMALL, MIB)
-    with contextlib.ExitStack() as stack:
-        server = DiscardServer(bench.program("discard_server"), "http://127.0.0.1")
-        stack.callback(server.stop)
+    with DiscardServer(bench.program("discard_server"), "http://127.0.0.1") as server:
         service = server.service("sink")
 
         def send(program, size):
@@ -147,9 +141,7 @@ def threads_of(pid):
 def measure_many(bench, table):
     """200 uploads of 64 KiB started at once, and how many threads the process has meanwhile."""
     complete, threads, seconds = 0, [], []
-    with contextlib.ExitStack() as stack:
-        server = DiscardServer(bench.program("discard_server"), "http://127.0.0.1")
-        stack.callback(server.stop)
+    with DiscardServer(bench.program("discard_server"), "http://127.0.0.1") as server:
         command = [bench.program("varo_transfer"), "upload-many", server.service("sink"),
                    bench.file(MANY_SIZE), str(CHUNK), str(MANY)]
         for _ in range(bench.rounds):
@@ -270,6 +262,7 @@ PARTS = {
     "many-blobs": measure_many_blobs,
     "objects": measure_objects,
     "ranges": measure_ranges,
+    "line": measure_line,
     "cancel": measure_cancel,
     "rate": measure_rate,
 }

@@ -58,9 +58,9 @@ class Store:
                 os.remove(self.path)
         return self.bench.run(*command)
 
-    def our_download(self):
+    def our_download(self, parallel=1):
         return self.download(self.bench.program("varo_objects"), "download", self.authority, OBJECT,
-                             str(RANGE), self.bench.home)
+                             str(RANGE), str(parallel), self.bench.home)
 
     def curl_download(self):
         return self.download("curl", "-sf", "-o", os.path.join(self.stored, "curl"), *SIGNING,
@@ -126,12 +126,7 @@ def measure_objects(bench, table):
     """One object to and from the sandbox's store, then nginx."""
     size = bench.size(SIZE, 2 * MIB)
     varobinary = os.path.join(bench.programs, "..", "Cli", "varobinary")
-    with contextlib.ExitStack() as stack:
-        data = os.path.join(bench.directory, "sandbox")
-        sandbox = Sandbox(varobinary, data)
-        stack.callback(sandbox.stop)
-        stack.callback(bench.empty_home)
-
+    with Sandbox(varobinary, os.path.join(bench.directory, "sandbox")) as sandbox:
         def object_size():
             # The service gives the store's objects to everybody.
             request = urllib.request.Request(f"{sandbox.origin}/services/online/objects/{OBJECT}",
@@ -142,17 +137,14 @@ def measure_objects(bench, table):
         measured = measure_store(
             Store(bench, size, sandbox.store_authority, sandbox.template_url), object_size)
         add(table, "sandbox's store", measured, None, None)
-    with contextlib.ExitStack() as stack:
-        root = os.path.join(bench.directory, "nginx-store")
-        path = os.path.join(root, OBJECT)
-        os.makedirs(root)
-        nginx = Nginx(root, bench.directory)
-        stack.callback(nginx.stop)
+    root = os.path.join(bench.directory, "nginx-store")
+    path = os.path.join(root, OBJECT)
+    os.makedirs(root)
+    # The sandbox only hands out the templates.
+    with Nginx(root, bench.directory) as nginx, \
+            Sandbox(varobinary, os.path.join(bench.directory, "templates"),
+                    "--object-store", nginx.url, "--access-key", "sandbox") as sandbox:
         authority = nginx.url.removeprefix("http://")
-        # It only hands out the templates.
-        sandbox = Sandbox(varobinary, os.path.join(bench.directory, "templates"),
-                          "--object-store", nginx.url, "--access-key", "sandbox")
-        stack.callback(sandbox.stop)
         measured = measure_store(
             Store(bench, size, authority, sandbox.template_url, path),
             lambda: os.path.getsize(path))
