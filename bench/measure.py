@@ -19,10 +19,10 @@ import statistics
 import subprocess
 import sys
 import tempfile
-import time
 
 from blobs import measure_blob, measure_blobs, measure_many_blobs
 from cancel import measure_cancel
+from growth import CHUNK, expected, measure_growth
 from harness import LARGE, MIB, Bench, Table, column
 from line import measure_line, measure_ranges
 from objects import measure_objects
@@ -32,12 +32,8 @@ from servers import DiscardServer, Nginx
 
 DOWNLOAD = 256 * MIB
 SMALL = 64 * MIB
-CHUNK = MIB
 LIST_RECORDS = 100_000
 SLEEPING = 1000
-MANY = 200
-MANY_SIZE = 64 * 1024
-MANY_LIMIT = 60  # seconds after which uploads that have not ended never will
 
 
 def add_peaks(table, figure, large, small):
@@ -90,12 +86,6 @@ def measure_download(bench, table):
     add_peaks(table, figure, used["ours"], used["small"])
 
 
-def expected(files, size):
-    """What the server counts of complete uploads."""
-    chunks = -(-size // CHUNK)
-    return {"creations": files, "chunks": files * chunks, "bytes": files * size, "commits": files}
-
-
 def measure_upload(bench, table):
     """1 GiB in chunks of 1 MiB to a server that discards."""
     size_large, size_small = bench.size(LARGE, 2 * MIB), bench.size(SMALL, MIB)
@@ -128,39 +118,6 @@ def measure_upload(bench, table):
     table.compare_runs(f"{figure} beside the bare program", used["ours"], used["bare"], 1.05, 1.25)
     table.compare_runs(f"{figure} beside one PUT of curl", used["ours"], used["curl"], 1.05)
     add_peaks(table, figure, used["ours"], used["small"])
-
-
-def threads_of(pid):
-    with open(f"/proc/{pid}/status", encoding="ascii") as status:
-        for line in status:
-            if line.startswith("Threads:"):
-                return int(line.split()[1])
-    return 0
-
-
-def measure_many(bench, table):
-    """200 uploads of 64 KiB started at once, and how many threads the process has meanwhile."""
-    complete, threads, seconds = 0, [], []
-    with DiscardServer(bench.program("discard_server"), "http://127.0.0.1") as server:
-        command = [bench.program("varo_transfer"), "upload-many", server.service("sink"),
-                   bench.file(MANY_SIZE), str(CHUNK), str(MANY)]
-        for _ in range(bench.rounds):
-            start = time.monotonic()
-            process = subprocess.Popen(command)
-            while process.poll() is None and time.monotonic() < start + MANY_LIMIT:
-                with contextlib.suppress(ProcessLookupError, FileNotFoundError):
-                    threads.append(threads_of(process.pid))
-                time.sleep(0.0005)
-            process.kill()
-            process.wait()
-            seconds.append(time.monotonic() - start)
-            complete += server.received() == expected(MANY, MANY_SIZE) and process.returncode == 0
-    figure = f"{MANY} uploads of 64 KiB at once"
-    table.add(f"{figure}, rounds in which all ended well", f"{complete} of {bench.rounds}",
-              goal="all", met=complete == bench.rounds)
-    table.add(f"{figure}, time", f"{statistics.median(seconds):.4g} s")
-    table.add(f"{figure}, threads with main ({len(threads)} samples)", str(max(threads)),
-              goal="at most 10", met=max(threads) <= 10)
 
 
 def measure_engine(bench, table):
@@ -254,7 +211,7 @@ PARTS = {
     "state": measure_state,
     "sign": measure_sign,
     "queue": measure_queue,
-    "many": measure_many,
+    "growth": measure_growth,
     "upload": measure_upload,
     "download": measure_download,
     "blob": measure_blob,
