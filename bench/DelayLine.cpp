@@ -230,8 +230,7 @@ int main(int argc, char** argv) {
   const std::int64_t rate = number(3);
   const std::int64_t window = number(4);
   if (port < 1 || port > 65'535 || delay < 0 || rate < 0 || window < 0) {
-    fmt::print(stderr,
-               "usage: delay_line SERVER_PORT DELAY_MS BYTES_PER_SECOND WINDOW_BYTES\n");
+    fmt::print(stderr, "usage: delay_line SERVER_PORT DELAY_MS BYTES_PER_SECOND WINDOW_BYTES\n");
     return 2;
   }
   try {

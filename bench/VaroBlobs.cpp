@@ -7,8 +7,9 @@
 // each with up to PARALLEL ranges under way:
 // `managed` for the records 1 to COUNT of the table "records" in HOME's database "sync.db" through
 // the manager, `timed` likewise, `task` with bare download tasks, which know no database. `timed`
-// prints, as JSON, the seconds from the first create to the last end, and how many of them a thread
-// was in SQLite. `schema` prints the statement that makes the table of blobs.
+// prints, as JSON, the seconds from the first create to the last end, how many of them a thread was
+// in SQLite, and how often the process has waited for the disk. `schema` prints the statement that
+// makes the table of blobs.
 
 #include "Binary/Binary/BinaryDataManager/BinaryDataManager.h"
 #include "Binary/Binary/BinaryDataManager/BlobStoreTable.h"
@@ -23,6 +24,7 @@
 #include "bench/Ends.h"
 #include "bench/NumberIn.h"
 #include "bench/SqliteClock.h"
+#include "bench/SyncCount.h"
 
 #include <fmt/format.h>
 
@@ -130,8 +132,8 @@ int main(int argc, char** argv) {
   const bool done = ends.await();
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
   if (command == "timed") {
-    fmt::print(R"({{"seconds":{},"sqlite":{}}})", took.count(),
-               varo::bench::timeInSqlite().count());
+    fmt::print(R"({{"seconds":{},"sqlite":{},"syncs":{}}})", took.count(),
+               varo::bench::timeInSqlite().count(), varo::bench::syncCount());
   }
   varo::platform::Runtime::shared().shutdown();
   return done ? 0 : 1;

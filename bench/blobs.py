@@ -19,6 +19,7 @@ AT_ONCE = 5
 SIZE_AT_ONCE = 200 * MIB
 MANY = 10_000
 SMALL = 1024
+SYNCS_EACH = 6  # of a blob, in the rollback journal
 MANY_ROUNDS = 3  # of half a minute each; nothing is divided by anything else
 # Linux keeps memory for the file cache at hand in pieces of up to this.
 SMALL_WRITE = 32 * 1024
@@ -200,7 +201,8 @@ def measure_blobs(bench, table):
 
 def measure_many_blobs(bench, table):
     """Many small blobs, all created at once, started as they are created: blobs a second from the
-    first create to the last end, and how much of that time is SQLite's."""
+    first create to the last end, how often each waits for the disk, and how much of the time is
+    SQLite's."""
     modes = {"delete": "rollback journal", "wal": "WAL"}
     many = bench.size(MANY, 20)
     with Nginx(bench.files, bench.directory) as nginx:
@@ -213,4 +215,7 @@ def measure_many_blobs(bench, table):
         figure = f"{many:,} blobs of 1 KiB, {name}"
         rate = many / statistics.median(column(used[mode], "seconds"))
         table.add(f"{figure}, blobs a second", f"{rate:.4g} /s")
+        syncs = statistics.median(column(used[mode], "syncs")) / many
+        goal = (f"at most {SYNCS_EACH}", syncs <= SYNCS_EACH) if mode == "delete" else ("", None)
+        table.add(f"{figure}, fdatasync each", f"{syncs:.2f}", "", "", *goal)
         add_share(table, figure, used[mode])

@@ -74,6 +74,7 @@ class Bench:
 
     def __init__(self, programs, directory, rounds, short):
         self.programs = programs
+        self.varobinary = os.path.join(programs, "..", "Cli", "varobinary")
         self.rounds = 1 if short else rounds
         self.short = short
         self.directory = directory

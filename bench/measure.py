@@ -204,7 +204,24 @@ def measure_state(bench, table):
                       at_least=least)
 
 
+def measure_start(bench, table):
+    """`varobinary list` beside curl, of one record: next to nothing but their start."""
+    with DiscardServer(bench.program("discard_server"), "http://127.0.0.1") as server:
+        service = server.service("file")
+        repeat = f"for i in $(seq {bench.size(20, 1)}); do \"$@\" >/dev/null || exit; done"
+
+        def run(*command):
+            return bench.run("sh", "-c", repeat, "sh", *command)
+
+        used = bench.interleave({
+            "ours": lambda: run(bench.varobinary, "list", service),
+            "curl": lambda: run("curl", "-sf", f"{service}/objects/File")})
+    table.compare_runs("varobinary list of one record beside curl, 20 times", used["ours"],
+                       used["curl"], most_time=1.2)
+
+
 PARTS = {
+    "start": measure_start,
     "engine": measure_engine,
     "list": measure_list,
     "delete": measure_delete,

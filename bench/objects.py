@@ -125,8 +125,7 @@ def add(table, name, measured, most_curl, most_bare):
 def measure_objects(bench, table):
     """One object to and from the sandbox's store, then nginx."""
     size = bench.size(SIZE, 2 * MIB)
-    varobinary = os.path.join(bench.programs, "..", "Cli", "varobinary")
-    with Sandbox(varobinary, os.path.join(bench.directory, "sandbox")) as sandbox:
+    with Sandbox(bench.varobinary, os.path.join(bench.directory, "sandbox")) as sandbox:
         def object_size():
             # The service gives the store's objects to everybody.
             request = urllib.request.Request(f"{sandbox.origin}/services/online/objects/{OBJECT}",
@@ -142,7 +141,7 @@ def measure_objects(bench, table):
     os.makedirs(root)
     # The sandbox only hands out the templates.
     with Nginx(root, bench.directory) as nginx, \
-            Sandbox(varobinary, os.path.join(bench.directory, "templates"),
+            Sandbox(bench.varobinary, os.path.join(bench.directory, "templates"),
                     "--object-store", nginx.url, "--access-key", "sandbox") as sandbox:
         authority = nginx.url.removeprefix("http://")
         measured = measure_store(
