@@ -1,10 +1,12 @@
 // Question: how fast does a list answer of many records get from its bytes to the application's
-// success block, beside the JSON library's bare parse of the same bytes? Each run is one process
-// and parses once, so that the allocator starts cold as it does in an application.
+// success block, beside bare parses of the same bytes into the trees of two JSON libraries? Each
+// run is one process and parses once, so that the allocator starts cold as it does in an
+// application.
 //
-//   varo_list_answer_bench write FILE RECORDS   writes the answer
-//   varo_list_answer_bench ours  FILE           prints the seconds from bytes to success block
-//   varo_list_answer_bench bare  FILE           prints the seconds of the bare parse
+//   varo_list_answer_bench write    FILE RECORDS   writes the answer
+//   varo_list_answer_bench ours     FILE           prints the seconds from bytes to success block
+//   varo_list_answer_bench boost    FILE           prints the seconds of Boost.JSON's parse
+//   varo_list_answer_bench nlohmann FILE           prints the seconds of nlohmann's parse
 
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
 #include "Platform/Foundation/Runtime.h"
@@ -16,6 +18,7 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <charconv>
 #include <chrono>
@@ -89,11 +92,21 @@ std::optional<Clock::duration> parseOurs(std::string bytes) {
   return taken.get_future().get();
 }
 
-std::optional<Clock::duration> parseBare(const std::string& bytes) {
+/// The time of `parse`, which gives the tree.
+template <typename Parse>
+std::optional<Clock::duration> timed(const std::string& bytes, Parse parse) {
   const auto start = Clock::now();
-  const boost::json::value answer = boost::json::parse(bytes);
+  const auto answer = parse(bytes);
   const auto end = Clock::now();
   return answer.is_object() ? std::optional(end - start) : std::nullopt;
+}
+
+std::optional<Clock::duration> run(std::string_view mode, std::string bytes) {
+  if (mode == "ours") return parseOurs(std::move(bytes));
+  if (mode == "boost") {
+    return timed(bytes, [](const std::string& text) { return boost::json::parse(text); });
+  }
+  return timed(bytes, [](const std::string& text) { return nlohmann::json::parse(text); });
 }
 
 }  // namespace
@@ -101,14 +114,13 @@ std::optional<Clock::duration> parseBare(const std::string& bytes) {
 int main(int argc, char** argv) {
   const std::string_view mode = argc > 2 ? argv[1] : "";
   if (mode == "write" && argc == 4) return write(argv[2], argv[3]);
-  if (argc != 3 || (mode != "ours" && mode != "bare")) {
+  if (argc != 3 || (mode != "ours" && mode != "boost" && mode != "nlohmann")) {
     fmt::print(stderr,
                "usage: varo_list_answer_bench write FILE RECORDS\n"
-               "       varo_list_answer_bench ours|bare FILE\n");
+               "       varo_list_answer_bench ours|boost|nlohmann FILE\n");
     return 2;
   }
-  const auto took =
-      mode == "ours" ? parseOurs(contentsOf(argv[2])) : parseBare(contentsOf(argv[2]));
+  const auto took = run(mode, contentsOf(argv[2]));
   if (!took) {
     fmt::print(stderr, "varo_list_answer_bench: the answer did not arrive\n");
     return 1;

@@ -64,5 +64,5 @@ def measure_cancel(bench, table):
                                       stdout=subprocess.PIPE, check=True, text=True)
                 most = max(most, server.sent_after(int(done.stdout)))
         table.add(f"sent after a pause or stop, server at {name}, most of {2 * bench.rounds}",
-                  f"{most / 1024:.0f} KiB", "", "", f"at most {SENT_LATER // 1024} KiB",
-                  most <= SENT_LATER)
+                  f"{most / 1024:.0f} KiB", goal=f"at most {SENT_LATER // 1024} KiB",
+                  met=most <= SENT_LATER)

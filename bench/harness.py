@@ -20,7 +20,7 @@ class Table:
         self.missed = 0
         self.short = short
 
-    def add(self, figure, ours, theirs, ratio, goal="", met=None):
+    def add(self, figure, ours, theirs="", ratio="", goal="", met=None):
         if self.short and goal != "all":  # that everything was done is no matter of time
             goal, met = "", None
         verdict = {None: "", True: "met", False: "MISSED"}[met]
@@ -28,15 +28,38 @@ class Table:
         self.rows.append((figure, ours, theirs, ratio, goal, verdict))
 
     def compare(self, figure, ours, theirs, unit, at_most=None, at_least=None):
-        """Ratio of the medians of two lists of measurements."""
-        mine, other = statistics.median(ours), statistics.median(theirs)
-        ratio = mine / other
-        goal, met = "", None
+        """The median of the ratios of ours to theirs, round by round, with the quartiles of these
+        ratios. Two lists in the order of the rounds; `theirs` is empty where it is not installed,
+        which misses a goal."""
+        goal, holds = "", None
         if at_most is not None:
-            goal, met = f"at most {at_most:.2f}", ratio <= at_most
+            goal, holds = f"at most {at_most:.2f}", lambda ratio: ratio <= at_most
         if at_least is not None:
-            goal, met = f"at least {at_least:.2f}", ratio >= at_least
-        self.add(figure, f"{mine:.4g} {unit}", f"{other:.4g} {unit}", f"{ratio:.2f}", goal, met)
+            goal, holds = f"at least {at_least:.2f}", lambda ratio: ratio >= at_least
+        mine = f"{statistics.median(ours):.4g} {unit}"
+        if not theirs:
+            self.add(figure, mine, "not installed", "", goal, None if holds is None else False)
+            return
+        ratios = [one / other for one, other in zip(ours, theirs, strict=True)]
+        ratio, text = statistics.median(ratios), f"{statistics.median(ratios):.2f}"
+        if len(ratios) > 1:
+            low, _, high = statistics.quantiles(ratios, n=4, method="inclusive")
+            text += f" ({low:.2f} to {high:.2f})"
+        self.add(figure, mine, f"{statistics.median(theirs):.4g} {unit}", text, goal,
+                 None if holds is None else holds(ratio))
+
+    def compare_runs(self, figure, ours, theirs, most_time=None, most_cpu=None):
+        """Time and CPU of two lists of what `Bench.run` gives."""
+        self.compare(f"{figure}, time", column(ours, "wall"), column(theirs, "wall"), "s",
+                     at_most=most_time)
+        self.compare(f"{figure}, CPU", column(ours, "cpu"), column(theirs, "cpu"), "s",
+                     at_most=most_cpu)
+
+    def add_peak(self, figure, measurements, most):
+        """The largest peak of all rounds."""
+        worst = max(column(measurements, "peak_kib")) / 1024
+        self.add(f"{figure}, peak memory", f"{worst:.1f} MiB", goal=f"at most {most} MiB",
+                 met=worst <= most)
 
     def print(self):
         head = ("figure", "ours", "beside", "ratio", "goal", "")
@@ -51,6 +74,7 @@ class Bench:
 
     def __init__(self, programs, directory, rounds, short):
         self.programs = programs
+        self.varobinary = os.path.join(programs, "..", "Cli", "varobinary")
         self.rounds = 1 if short else rounds
         self.short = short
         self.directory = directory
@@ -58,7 +82,16 @@ class Bench:
         self.home = os.path.join(directory, "home")
         self.downloads = os.path.join(self.home, "Downloads")
         os.makedirs(self.files)
+        self.absent = set()
         self.empty_home()
+
+    def installed(self, name, run, path=None):
+        """`run`, or None where there is no program `name`, or nothing at `path`; that is said behind
+        the table."""
+        if os.path.exists(path) if path else shutil.which(name):
+            return run
+        self.absent.add(name)
+        return None
 
     def size(self, full, short):
         """How much of something this run takes."""
@@ -94,10 +127,11 @@ class Bench:
 
     def interleave(self, runs, rounds=None):
         """Runs each of `runs` (name -> function) once a round, first once to warm up, but in a short
-        run. The order changes from round to round, so that none always follows the same."""
-        names = list(runs)
+        run. The order changes from round to round, so that none always follows the same. What is
+        None is not run, and has no measurements."""
+        names = [name for name, run in runs.items() if run]
         order = random.Random(1)
-        measured = {name: [] for name in names}
+        measured = {name: [] for name in runs}
         warm_up = 0 if self.short else 1
         for number in range(self.size(rounds or self.rounds, 1) + warm_up):
             order.shuffle(names)

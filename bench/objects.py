@@ -5,12 +5,12 @@ import contextlib
 import filecmp
 import functools
 import os
-import statistics
 import urllib.request
 
-from harness import LARGE, MIB, column
+from harness import MIB
 from servers import Nginx, Sandbox
 
+SIZE = 256 * MIB
 RANGE = MIB
 OBJECT = "bucket/object"
 # Of the sandbox, unless it is told otherwise.
@@ -58,13 +58,18 @@ class Store:
                 os.remove(self.path)
         return self.bench.run(*command)
 
-    def our_download(self):
+    def our_download(self, parallel=1):
         return self.download(self.bench.program("varo_objects"), "download", self.authority, OBJECT,
-                             str(RANGE), self.bench.home)
+                             str(RANGE), str(parallel), self.bench.home)
 
     def curl_download(self):
         return self.download("curl", "-sf", "-o", os.path.join(self.stored, "curl"), *SIGNING,
                              "-H", f"x-amz-content-sha256: {EMPTY_DIGEST}", self.url)
+
+    def bare_download(self):
+        """The same ranges with libcurl alone, which signs nothing."""
+        return self.download(self.bench.program("bare_ranges"), self.url, str(RANGE), str(RANGE),
+                             os.path.join(self.stored, "bare"))
 
     def download(self, *command):
         self.clear()
@@ -97,34 +102,30 @@ def measure_store(store, object_size):
     uploads = store.bench.interleave({
         "ours": functools.partial(upload, store.our_upload),
         "curl": functools.partial(upload, store.curl_upload)})
-    downloads = store.bench.interleave({"ours": store.our_download, "curl": store.curl_download})
+    downloads = store.bench.interleave({
+        "ours": store.our_download,
+        "curl": store.curl_download,
+        # Only nginx serves what is not signed.
+        "bare": store.bare_download if store.path else None})
     return {"upload": uploads, "download": downloads}
 
 
-def add(table, name, size, measured):
-    length = "1 GiB" if size == LARGE else f"{size // MIB} MiB"
+def add(table, name, measured, most_curl, most_bare):
+    """`most_curl` and `most_bare` are goals of the download's time."""
     for direction, used in measured.items():
-        figure = f"signed {direction} of {length}, {name}"
-        rates = {side: [size / 1e6 / wall for wall in column(list_, "wall")]
-                 for side, list_ in used.items()}
-        table.compare(f"{figure}, rate", rates["ours"], rates["curl"], "MB/s")
-        table.compare(f"{figure}, CPU", column(used["ours"], "cpu"), column(used["curl"], "cpu"), "s")
-        worst = max(column(used["ours"], "peak_kib")) / 1024
-        other = statistics.median(column(used["curl"], "peak_kib")) / 1024
-        table.add(f"{figure}, peak memory", f"{worst:.1f} MiB", f"{other:.1f} MiB",
-                  f"{worst / other:.2f}", "at most 32 MiB", worst <= 32)
+        figure = f"signed {direction} of 256 MiB, {name}"
+        is_download = direction == "download"
+        table.compare_runs(f"{figure}, beside curl", used["ours"], used["curl"],
+                           most_curl if is_download else None)
+        if used.get("bare"):
+            table.compare_runs(f"{figure}, beside the bare loop", used["ours"], used["bare"], most_bare)
+        table.add_peak(figure, used["ours"], 32)
 
 
 def measure_objects(bench, table):
     """One object to and from the sandbox's store, then nginx."""
-    size = bench.size(LARGE, 2 * MIB)
-    varobinary = os.path.join(bench.programs, "..", "Cli", "varobinary")
-    with contextlib.ExitStack() as stack:
-        data = os.path.join(bench.directory, "sandbox")
-        sandbox = Sandbox(varobinary, data)
-        stack.callback(sandbox.stop)
-        stack.callback(bench.empty_home)
-
+    size = bench.size(SIZE, 2 * MIB)
+    with Sandbox(bench.varobinary, os.path.join(bench.directory, "sandbox")) as sandbox:
         def object_size():
             # The service gives the store's objects to everybody.
             request = urllib.request.Request(f"{sandbox.origin}/services/online/objects/{OBJECT}",
@@ -134,19 +135,16 @@ def measure_objects(bench, table):
 
         measured = measure_store(
             Store(bench, size, sandbox.store_authority, sandbox.template_url), object_size)
-        add(table, "sandbox's store", size, measured)
-    with contextlib.ExitStack() as stack:
-        root = os.path.join(bench.directory, "nginx-store")
-        path = os.path.join(root, OBJECT)
-        os.makedirs(root)
-        nginx = Nginx(root, bench.directory)
-        stack.callback(nginx.stop)
+        add(table, "sandbox's store", measured, None, None)
+    root = os.path.join(bench.directory, "nginx-store")
+    path = os.path.join(root, OBJECT)
+    os.makedirs(root)
+    # The sandbox only hands out the templates.
+    with Nginx(root, bench.directory) as nginx, \
+            Sandbox(bench.varobinary, os.path.join(bench.directory, "templates"),
+                    "--object-store", nginx.url, "--access-key", "sandbox") as sandbox:
         authority = nginx.url.removeprefix("http://")
-        # It only hands out the templates.
-        sandbox = Sandbox(varobinary, os.path.join(bench.directory, "templates"),
-                          "--object-store", nginx.url, "--access-key", "sandbox")
-        stack.callback(sandbox.stop)
         measured = measure_store(
             Store(bench, size, authority, sandbox.template_url, path),
             lambda: os.path.getsize(path))
-        add(table, "nginx", size, measured)
+        add(table, "nginx", measured, 0.80, 1.10)
