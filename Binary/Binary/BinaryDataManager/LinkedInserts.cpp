@@ -36,31 +36,26 @@ std::optional<VROPreparedStatement> makeStatement(const std::string& table,
 
 std::optional<StatementGroup> makeGroup(const LinkedInsert& insert) {
   const auto pairs = VROCommonUtility::convertToOrderedKeyValuePairs;
-  auto select = makeStatement(insert.linkedTable, StatementBuilderType::kSelect,
-                              [&](VROPreparedStatementBuilder& builder) {
-                                builder.addSelectColumns({insert.linkColumn})
-                                    .addWhereConditionMap(pairs(insert.where));
-                              });
+  auto select = makeStatement(
+      insert.linkedTable, StatementBuilderType::kSelect, [&](VROPreparedStatementBuilder& builder) {
+        builder.addSelectColumns({insert.linkColumn}).addWhereConditionMap(pairs(insert.where));
+      });
   auto row = makeStatement(insert.table, StatementBuilderType::kInsert,
                            [&](VROPreparedStatementBuilder& builder) {
                              builder.addInsertValuesMap(pairs(insert.values));
                            });
-  auto link =
-      makeStatement(insert.linkedTable, StatementBuilderType::kUpdate,
-                    [&](VROPreparedStatementBuilder& builder) {
-                      builder
-                          .addUpdateColumnsMap(
-                              {{insert.linkColumn, Value(std::make_shared<InsertedRowId>())}})
-                          .addWhereConditionMap(pairs(insert.where));
-                    });
+  auto link = makeStatement(
+      insert.linkedTable, StatementBuilderType::kUpdate, [&](VROPreparedStatementBuilder& builder) {
+        builder.addUpdateColumnsMap({{insert.linkColumn, Value(std::make_shared<InsertedRowId>())}})
+            .addWhereConditionMap(pairs(insert.where));
+      });
   if (!select || !row || !link) return std::nullopt;
   std::vector<VROPreparedStatement> statements;
   statements.reserve(2);
   statements.push_back(*std::move(row));
   statements.push_back(*std::move(link));
-  return StatementGroup{*std::move(select),
-                        {{insert.linkColumn, platform::kSqlNullText}},
-                        std::move(statements)};
+  return StatementGroup{
+      *std::move(select), {{insert.linkColumn, platform::kSqlNullText}}, std::move(statements)};
 }
 
 LinkedRow linkedRow(const GroupOutcome& outcome) {
