@@ -243,7 +243,8 @@ Outcome<BlobDatabase::Prepared> BlobDatabase::prepareInTurn(const BlobRef& blob,
   if (!found) return std::move(found).error();
   if (found->row) return prepareLinked(blob, *found, about, hasChanged);
   ErrorPtr refused;
-  auto id = table_.obtainBlobId(blob.table, blob.column, dictionaryFrom(blob.keys), type, &refused);
+  auto id =
+      table_.obtainBlobId({blob.table, blob.column, dictionaryFrom(blob.keys), type}, {}, &refused);
   if (refused != nullptr) return databaseFailure(refused, about);
   if (!id) return noSuchRecord(about);
   hasChanged = true;

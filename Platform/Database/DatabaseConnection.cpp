@@ -89,7 +89,7 @@ Result<StatementOutcome> DatabaseConnection::read(const VROPreparedStatement& st
 
 Result<StatementOutcome> DatabaseConnection::write(const VROPreparedStatement& statement,
                                                    std::chrono::milliseconds busyTimeout) {
-  Write own{statement, busyTimeout, {}};
+  Write own{{&statement, 1}, nullptr, busyTimeout, {}};
   {
     const MutexLock lock(briefMutex_);
     writes_.push_back(&own);
@@ -97,8 +97,36 @@ Result<StatementOutcome> DatabaseConnection::write(const VROPreparedStatement& s
   const MutexLock lock(mutex_);
   // Whoever had the turn before may have done it, too.
   if (!own.outcome) writeWaitingLocked();
-  if (!own.outcome) own.outcome = executeAloneLocked(statement, busyTimeout);
-  return *std::move(own.outcome);
+  if (!own.outcome) return executeAloneLocked(statement, busyTimeout);
+  if (!*own.outcome) return own.outcome->error();
+  return std::move(own.outcome->value().front());
+}
+
+std::vector<GroupOutcome> DatabaseConnection::writeGroups(const std::vector<StatementGroup>& groups,
+                                                          std::chrono::milliseconds busyTimeout) {
+  // All memory first: once something is committed, nothing may keep the caller from hearing of it.
+  std::vector<GroupOutcome> outcomes(groups.size(), std::vector<StatementOutcome>());
+  std::vector<Write> own;
+  own.reserve(groups.size());
+  for (const StatementGroup& group : groups) {
+    own.push_back({group.statements, &group, busyTimeout, {}});
+  }
+  std::vector<Write*> lined;
+  lined.reserve(own.size());
+  for (Write& write : own) lined.push_back(&write);
+  {
+    const MutexLock lock(briefMutex_);
+    writes_.insert(writes_.end(), lined.begin(), lined.end());
+  }
+  const MutexLock lock(mutex_);
+  // Whoever had the turn before may have done them, too.
+  if (!own.empty() && !own.front().outcome) writeWaitingLocked();
+  for (std::size_t i = 0; i < own.size(); ++i) {
+    // What has failed may have closed the database.
+    if (!own[i].outcome && database_ != nullptr) writeTogetherLocked({&lined[i], 1});
+    if (own[i].outcome) outcomes[i] = *std::move(own[i].outcome);
+  }
+  return outcomes;
 }
 
 std::size_t DatabaseConnection::waitingWrites() const {
@@ -224,17 +252,20 @@ void DatabaseConnection::writeWaitingLocked() noexcept {
   std::erase_if(writes, [timeout = writes.front()->busyTimeout](const Write* write) {
     return write->busyTimeout != timeout;
   });
-  if (writes.size() < 2) return;
+  if (writes.size() >= 2) writeTogetherLocked(writes);
+}
+
+void DatabaseConnection::writeTogetherLocked(std::span<Write* const> writes) noexcept {
   try {
-    writeTogetherLocked(writes);
+    transactLocked(writes);
   } catch (const std::exception&) {
     // No memory: each of them tries with less.
   }
   rollBackLocked();
 }
 
-void DatabaseConnection::writeTogetherLocked(const std::vector<Write*>& writes) {
-  std::vector<Result<StatementOutcome>> outcomes;
+void DatabaseConnection::transactLocked(std::span<Write* const> writes) {
+  std::vector<GroupOutcome> outcomes;
   outcomes.reserve(writes.size());
   // Only a lock is the same for each of them, and would have all wait, one after the other.
   const auto failAll = [&](const ErrorPtr& error) {
@@ -245,7 +276,7 @@ void DatabaseConnection::writeTogetherLocked(const std::vector<Write*>& writes) 
                              static_cast<int>(writes.front()->busyTimeout.count()));
   if (const auto begun = runLocked("BEGIN IMMEDIATE"); !begun) return failAll(begun.error());
   for (const Write* const write : writes) {
-    outcomes.push_back(executeLocked(write->statement));
+    outcomes.push_back(executeLocked(*write));
     // It may fail only because it is not alone (VACUUM), and some failures and some of the
     // application's triggers take back the others' changes, too.
     if (!outcomes.back() || sqlite3_get_autocommit(database_.get()) != 0) return;
@@ -270,13 +301,33 @@ void DatabaseConnection::rollBackLocked() noexcept {
   if (sqlite3_get_autocommit(database_.get()) == 0) closeLocked();
 }
 
-Result<StatementOutcome> DatabaseConnection::executeLocked(const VROPreparedStatement& statement) {
+Result<std::vector<StatementOutcome>> DatabaseConnection::executeLocked(const Write& write) {
+  std::vector<StatementOutcome> outcomes;
+  if (write.group != nullptr) {
+    const auto found = executeLocked(write.group->condition);
+    if (!found) return found.error();
+    const bool holds = !found->rows.empty() && found->rows[0] == Value(write.group->firstRow);
+    if (!holds) return outcomes;
+  }
+  outcomes.reserve(write.statements.size());
+  std::int64_t insertedRow = 0;
+  for (const VROPreparedStatement& statement : write.statements) {
+    Result<StatementOutcome> outcome = executeLocked(statement, insertedRow);
+    if (!outcome) return outcome.error();
+    // What inserts nothing has left 0.
+    if (outcome->insertedRow != 0) insertedRow = outcome->insertedRow;
+    outcomes.push_back(std::move(outcome).value());
+  }
+  return outcomes;
+}
+
+Result<StatementOutcome> DatabaseConnection::executeLocked(const VROPreparedStatement& statement,
+                                                           std::int64_t insertedRow) {
   const Result<sqlite3_stmt*> prepared = prepareLocked(statement.sql());
   if (!prepared) return prepared.error();
   const ResetAtEnd resetAtEnd(*prepared);
-  if (const int code = bindValues(*prepared, statement.values()); code != SQLITE_OK) {
-    return errorLocked(code);
-  }
+  const int bound = bindValues(*prepared, statement.values(), insertedRow);
+  if (bound != SQLITE_OK) return errorLocked(bound);
   // An insert that makes no row id would leave that of an earlier one.
   sqlite3_set_last_insert_rowid(database_.get(), 0);
   StatementOutcome outcome;

@@ -1,7 +1,8 @@
 #pragma once
 
+#include "Platform/Database/StatementGroup.h"
+#include "Platform/Database/StatementOutcome.h"
 #include "Platform/Database/VROPreparedStatement.h"
-#include "Platform/Foundation/Array.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Result.h"
 
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -18,17 +20,6 @@ struct sqlite3;
 struct sqlite3_stmt;
 
 namespace varo::platform {
-
-/// What a statement has left behind.
-struct StatementOutcome {
-  /// A select's rows, a `Dictionary` each.
-  Array rows;
-  /// An insert's row id; 0 where it has none (a table without row ids, a view).
-  std::int64_t insertedRow = 0;
-  /// Rows that an insert, update or delete has changed, also to what they were; those that a view's
-  /// trigger changes in other tables do not count.
-  std::int64_t changedRows = 0;
-};
 
 /// A connection to the database under one path, open only while it is used, with its prepared
 /// statements. Thread-safe: one statement at a time.
@@ -60,7 +51,13 @@ class DatabaseConnection {
   [[nodiscard]] Result<StatementOutcome> write(const VROPreparedStatement& statement,
                                                std::chrono::milliseconds busyTimeout);
 
-  /// Writes that will share the next commit, as it stands now.
+  /// The outcome of each group, in their order; returns when they are on the disk. They share a
+  /// commit, with each other and with the writes of other threads, unless one of them fails: then
+  /// each has its own. What cannot be executed is left out.
+  [[nodiscard]] std::vector<GroupOutcome> writeGroups(const std::vector<StatementGroup>& groups,
+                                                      std::chrono::milliseconds busyTimeout);
+
+  /// Writes that will share the next commit, as it stands now; a group counts as one.
   [[nodiscard]] std::size_t waitingWrites() const;
 
   /// Closes what has not been used since then. Whether nothing is open now.
@@ -83,12 +80,14 @@ class DatabaseConnection {
     friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
   };
 
-  /// What a thread waits for, on whose stack it is.
+  /// What a thread waits for, which owns it.
   struct Write {
-    const VROPreparedStatement& statement;
-    const std::chrono::milliseconds busyTimeout;
+    std::span<const VROPreparedStatement> statements;
+    /// Null for a statement that is in none.
+    const StatementGroup* group;
+    std::chrono::milliseconds busyTimeout;
     /// Once it is committed, or has failed; used under `mutex_`.
-    std::optional<Result<StatementOutcome>> outcome;
+    std::optional<GroupOutcome> outcome;
   };
 
   static Result<FileIdentity> identityOf(const std::string& path);
@@ -99,12 +98,16 @@ class DatabaseConnection {
   Result<StatementOutcome> executeAloneLocked(const VROPreparedStatement& statement,
                                               std::chrono::milliseconds busyTimeout)
       VARO_REQUIRES(mutex_);
-  Result<StatementOutcome> executeLocked(const VROPreparedStatement& statement)
-      VARO_REQUIRES(mutex_);
+  /// `insertedRow` is what `InsertedRowId` stands for; 0 for none.
+  Result<StatementOutcome> executeLocked(const VROPreparedStatement& statement,
+                                         std::int64_t insertedRow = 0) VARO_REQUIRES(mutex_);
+  Result<std::vector<StatementOutcome>> executeLocked(const Write& write) VARO_REQUIRES(mutex_);
   /// Gives those that wait an outcome, in one transaction. What it leaves without one has changed
   /// nothing, and has to be executed alone.
   void writeWaitingLocked() noexcept VARO_REQUIRES(mutex_);
-  void writeTogetherLocked(const std::vector<Write*>& writes) VARO_REQUIRES(mutex_);
+  /// The same for these, which are at least one.
+  void writeTogetherLocked(std::span<Write* const> writes) noexcept VARO_REQUIRES(mutex_);
+  void transactLocked(std::span<Write* const> writes) VARO_REQUIRES(mutex_);
   /// A statement without values and rows.
   Result<void> runLocked(const char* sql) VARO_REQUIRES(mutex_);
   void rollBackLocked() noexcept VARO_REQUIRES(mutex_);

@@ -38,6 +38,14 @@ Result<StatementOutcome> DatabaseConnections::write(const std::string& path,
   return outcome;
 }
 
+std::vector<GroupOutcome> DatabaseConnections::writeGroups(
+    const std::string& path, const std::vector<StatementGroup>& groups,
+    std::chrono::milliseconds busyTimeout) {
+  std::vector<GroupOutcome> outcomes = connectionOf(path)->writeGroups(groups, busyTimeout);
+  closeLater();
+  return outcomes;
+}
+
 std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std::string& path) {
   Entry dropped;  // closed after the lock is gone, unless another thread is still using it
   const MutexLock lock(mutex_);

@@ -17,7 +17,7 @@ class DatabaseConnections {
   /// Made at the first call and never destroyed.
   [[nodiscard]] static DatabaseConnections& shared();
 
-  /// `DatabaseConnection::open`, `read` and `write` on the connection of this path.
+  /// `DatabaseConnection::open`, `read`, `write` and `writeGroups` on the connection of this path.
   [[nodiscard]] Result<void> open(const std::string& path);
   [[nodiscard]] Result<StatementOutcome> read(const std::string& path,
                                               const VROPreparedStatement& statement,
@@ -25,6 +25,9 @@ class DatabaseConnections {
   [[nodiscard]] Result<StatementOutcome> write(const std::string& path,
                                                const VROPreparedStatement& statement,
                                                std::chrono::milliseconds busyTimeout);
+  [[nodiscard]] std::vector<GroupOutcome> writeGroups(const std::string& path,
+                                                      const std::vector<StatementGroup>& groups,
+                                                      std::chrono::milliseconds busyTimeout);
 
  private:
   struct Entry {

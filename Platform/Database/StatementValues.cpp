@@ -1,5 +1,6 @@
 #include "Platform/Database/StatementValues.h"
 
+#include "Platform/Database/StatementGroup.h"
 #include "Platform/Database/VRODatabaseAPI.h"
 
 #include <sqlite3.h>
@@ -13,7 +14,7 @@
 namespace varo::platform {
 namespace {
 
-int bindValue(sqlite3_stmt* statement, int index, const Value& value) {
+int bindValue(sqlite3_stmt* statement, int index, const Value& value, std::int64_t insertedRow) {
   if (const bool* flag = value.boolean()) return sqlite3_bind_int(statement, index, *flag ? 1 : 0);
   if (const std::int64_t* number = value.integer()) {
     return sqlite3_bind_int64(statement, index, *number);
@@ -31,6 +32,11 @@ int bindValue(sqlite3_stmt* statement, int index, const Value& value) {
     return sqlite3_bind_blob64(statement, index, bytes->data(), bytes->size(), SQLITE_STATIC);
   }
   if (value.isMissing() || value.isNull()) return sqlite3_bind_null(statement, index);
+  if (insertedRow > 0 && value.objectAs<InsertedRowId>() != nullptr) {
+    const std::string text = std::to_string(insertedRow);
+    return sqlite3_bind_text64(statement, index, text.data(), text.size(), SQLITE_TRANSIENT,
+                               SQLITE_UTF8);
+  }
   return SQLITE_MISMATCH;
 }
 
@@ -59,10 +65,12 @@ std::optional<Value> readColumn(sqlite3_stmt* statement, int column) {
 
 }  // namespace
 
-int bindValues(sqlite3_stmt* statement, const std::vector<Value>& values) {
+int bindValues(sqlite3_stmt* statement, const std::vector<Value>& values,
+               std::int64_t insertedRow) {
   int index = 0;
   for (const Value& value : values) {
-    if (const int code = bindValue(statement, ++index, value); code != SQLITE_OK) return code;
+    const int code = bindValue(statement, ++index, value, insertedRow);
+    if (code != SQLITE_OK) return code;
   }
   return SQLITE_OK;
 }

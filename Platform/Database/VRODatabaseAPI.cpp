@@ -77,4 +77,9 @@ Result<std::int64_t> VRODatabaseAPI::executeAndCountChanges(
   return outcome->changedRows;
 }
 
+std::vector<GroupOutcome> VRODatabaseAPI::executeGroups(
+    const std::vector<StatementGroup>& groups) const {
+  return DatabaseConnections::shared().writeGroups(path_, groups, busyTimeout_);
+}
+
 }  // namespace varo::platform

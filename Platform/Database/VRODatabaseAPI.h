@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Database/StatementGroup.h"
 #include "Platform/Database/VROPreparedStatement.h"
 #include "Platform/Foundation/Result.h"
 #include "Platform/Foundation/Value.h"
@@ -10,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace varo::platform {
 
@@ -20,7 +22,8 @@ inline constexpr std::string_view kSqlNullText = "NULL";
 /// integer from 0 to 3,600,000. 5,000 by default.
 inline constexpr std::string_view kBusyTimeoutOption = "busyTimeoutMs";
 
-/// An SQLite database that the application owns: statements on it, each committed by itself.
+/// An SQLite database that the application owns: statements on it, each committed by itself or with
+/// its group.
 ///
 /// The database is used as it is: it must exist, its schema and journal mode stay, and SQLite's
 /// settings of a connection are its defaults (synchronous is FULL).
@@ -54,6 +57,10 @@ class VRODatabaseAPI {
   /// whose trigger changes those of other tables.
   [[nodiscard]] Result<std::int64_t> executeAndCountChanges(
       const VROPreparedStatement& statement) const;
+  /// The outcome of each group, in their order. They share a commit where they can; one that cannot
+  /// be executed keeps no other from it.
+  [[nodiscard]] std::vector<GroupOutcome> executeGroups(
+      const std::vector<StatementGroup>& groups) const;
 
  private:
   struct Badge {};

@@ -12,8 +12,8 @@ namespace varo::platform {
 /// `VROPreparedStatementBuilder`; belongs to no database. Immutable, so thread-safe.
 class VROPreparedStatement {
  public:
-  /// `values` are missing, null, booleans, numbers, texts, or bytes in memory; others fail when the
-  /// statement is executed.
+  /// `values` are missing, null, booleans, numbers, texts, bytes in memory, or in a
+  /// `StatementGroup` an `InsertedRowId`; others fail when the statement is executed.
   VROPreparedStatement(std::string sql, std::vector<Value> values)
       : sql_(std::move(sql)), values_(std::move(values)) {}
 

@@ -2,6 +2,7 @@
 
 #include "Platform/Database/DatabaseError.h"
 #include "Platform/Database/DatabaseTuning.h"
+#include "Platform/Database/StatementGroup.h"
 #include "Platform/Foundation/Error.h"
 
 #include <fmt/format.h>
@@ -61,7 +62,8 @@ Result<Value> bindable(const DictionaryEntry& entry) {
   if (const std::string* digits = value.largeInteger()) return Value(*digits);
   const double* number = value.real();
   const bool isNumber = value.isInteger() || (number != nullptr && !std::isnan(*number));
-  if (value.isMissing() || value.isNull() || value.isBool() || isNumber || value.isText()) {
+  if (value.isMissing() || value.isNull() || value.isBool() || isNumber || value.isText() ||
+      value.objectAs<InsertedRowId>() != nullptr) {
     return value;
   }
   return makeDatabaseError(DatabaseError::kInvalidValue,

@@ -60,6 +60,47 @@ TEST_F(DownloadSchedulingTest, SixthDownloadWaitsForASuccessAndUnderTheSafePolic
   }
 }
 
+TEST_F(DownloadSchedulingTest, CreationsThatWaitShareACommitAndFailAlone) {
+  const std::string refuse =
+      "CREATE TRIGGER t BEFORE UPDATE ON album WHEN new.pk = 'b' BEGIN "
+      "SELECT RAISE(ABORT, 'no'); END";
+  const struct {
+    std::string sql, ids, links;
+    int commits;
+  } cases[] = {
+      {"", "1 2 3 2 4", "1 2 3 4", 2},
+      // The first, two with their links, and the row whose link is refused.
+      {refuse, "1 2 4 2 3", "1 2 NULL 3", 4},
+  };
+  for (const auto& each : cases) {
+    makeDatabase();
+    for (const char* pk : {"0", "a", "b", "c"}) addRecord(pk);
+    sql(each.sql);
+    // A number that each commit counts up (https://www.sqlite.org/fileformat.html, 1.3.7).
+    const auto commits = [&] { return static_cast<int>(contentOf(databasePath()).at(27)); };
+    const int before = commits();
+    std::promise<void> entered, goOn;
+    const auto waits = [&, log = created()](const auto& error, const auto& id) {
+      log(error, id);
+      entered.set_value();
+      goOn.get_future().wait();
+    };
+    const auto ask = [this](const char* pk, const BlobCreationBlock& block) {
+      manager_->createDownloadTaskForDb(kDatabase, kTable, kColumn, {{"pk", pk}}, config(), block);
+    };
+    ask("0", waits);
+    entered.get_future().wait();
+    for (const char* pk : {"a", "b", "a", "c"}) ask(pk, created());
+    goOn.set_value();
+    std::string ids;
+    for (const Call& call : awaitCalls(5)) ids += call.blobId.value_or("none") + " ";
+    EXPECT_EQ(ids, each.ids + " ");
+    EXPECT_EQ(rows("SELECT group_concat(blobref_photo, ' ') FROM album"), each.links);
+    EXPECT_EQ(commits() - before, each.commits);
+    manager_->clearBinaryDataManagerState();
+  }
+}
+
 TEST_F(DownloadSchedulingTest, PauseThatComesTooLateIsAnsweredUnderTheSafePolicy) {
   for (const TransferPolicy policy : kBothPolicies) {
     for (const bool fails : {false, true}) {

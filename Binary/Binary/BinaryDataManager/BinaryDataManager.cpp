@@ -13,10 +13,15 @@
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Foundation/WorkQueue.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <exception>
+#include <iterator>
+#include <list>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -30,6 +35,9 @@ namespace texts = log_texts::binary_data_manager;
 constexpr std::string_view kManagerQueue = "dataManagerQueue";
 constexpr std::string_view kFilePathQueue = "dataFilePathQueue";
 constexpr std::string_view kDeletionQueue = "dataDeletionQueue";
+/// Creations whose rows are made in one transaction. Their commit costs little more than that of
+/// one, while others wait for the database, and for the first answer, a few milliseconds longer.
+constexpr std::size_t kMaxRowsTogether = 100;
 
 using DownloadPtr = std::shared_ptr<BlobDownload>;
 /// By their blob ids.
@@ -105,12 +113,39 @@ void clearFinishedQueue() {
   logger().logDebug(texts::kAfterFinished, 0);
 }
 
+/// What `createDownloadTaskForDb` was called with.
+struct Creation {
+  std::string databaseName;
+  WantedBlob blob;
+  Dictionary downloadConfig;
+  /// Taken with the call, and not on the queue: a policy that is set after it is for later
+  /// downloads.
+  OperationSettings::Ptr settings;
+  BlobCreationBlock completion;
+  /// That of the call.
+  platform::JobContext::Ptr context = platform::JobContext::current();
+  /// The row that was made for it together with those of others.
+  LinkedRow ahead = {};
+};
+
+/// Makes the rows that several creations need, as far as they can be made together.
+void makeRowsAhead(std::list<Creation>& creations, const std::string& databasePath) {
+  std::vector<WantedBlob> wanted;
+  wanted.reserve(creations.size());
+  for (const Creation& creation : creations) wanted.push_back(creation.blob);
+  auto row = BlobStoreTable::makeRows(databasePath, wanted);
+  auto made = row.begin();
+  for (Creation& creation : creations) creation.ahead = std::move(*made++);
+}
+
 }  // namespace
 
 /// Thread-safe.
 struct BinaryDataManager::Insides {
-  void create(const BlobColumn& column, const Dictionary& downloadConfig,
-              const OperationSettings::Ptr& settings, const BlobCreationBlock& completion);
+  /// Carries out the creation that has waited for longest.
+  void createNext();
+  void prepareCreations();
+  void create(const Creation& creation);
   void createDownloadTask(const std::string& blobId, const OperationSettings::Ptr& settings,
                           const Dictionary& downloadConfig, const Dictionary& additionalConfig,
                           const Dictionary& andPrimaryKeys);
@@ -119,7 +154,12 @@ struct BinaryDataManager::Insides {
 
   DownloadPlaces places{MAX_PARALLEL_JOBS};
 
+  /// Owned by `dataManagerQueue`: of `waiting`, those whose rows were made together.
+  std::list<Creation> prepared;
+
   mutable platform::Mutex mutex;
+  /// Creations in the order of their calls; there is a job of `dataManagerQueue` for each.
+  std::list<Creation> waiting VARO_GUARDED_BY(mutex);
   /// No download is called or destroyed under the lock: it would call back.
   Downloads tasks VARO_GUARDED_BY(mutex);
   /// Downloads that still run although a newer one of the same blob has taken their place.
@@ -157,32 +197,71 @@ void BinaryDataManager::createDownloadTaskForDb(const std::string& databaseName,
                                                 const Dictionary& primaryKeyTable,
                                                 const Dictionary& downloadConfig,
                                                 BlobCreationBlock completion) {
-  insides_->dataManagerQueue.async(
-      [self = shared_from_this(),
-       column = BlobColumn{databaseName, tableName, columnName, primaryKeyTable}, downloadConfig,
-       // Taken now, and not on the queue: a policy that is set after this call is for later
-       // downloads.
-       settings = OperationSettings::take(downloadConfig), completion = std::move(completion)] {
-        const ErrorPtr thrown = caught(kDownloadTaskError, kCodeDownloadTaskFailed, [&] {
-          self->insides_->create(column, downloadConfig, settings, completion);
-        });
-        if (thrown != nullptr && completion) callBlock([&] { completion(thrown, std::nullopt); });
-      });
+  // A list, so that what is in it is moved on without memory.
+  std::list<Creation> creation;
+  creation.push_back({databaseName,
+                      {tableName, columnName, primaryKeyTable, downloadConfig[kResponseType]},
+                      downloadConfig,
+                      OperationSettings::take(downloadConfig),
+                      std::move(completion)});
+  {
+    const MutexLock lock(insides_->mutex);
+    insides_->waiting.splice(insides_->waiting.end(), creation);
+  }
+  insides_->dataManagerQueue.async([self = shared_from_this()] { self->insides_->createNext(); });
 }
 
-void BinaryDataManager::Insides::create(const BlobColumn& column, const Dictionary& downloadConfig,
-                                        const OperationSettings::Ptr& settings,
-                                        const BlobCreationBlock& completion) {
-  const auto answer = [&completion](const ErrorPtr& error, const std::optional<std::string>& id) {
-    if (completion) callBlock([&] { completion(error, id); });
+void BinaryDataManager::Insides::createNext() {
+  if (prepared.empty()) prepareCreations();
+  std::list<Creation> next;
+  next.splice(next.end(), prepared, prepared.begin());
+  const Creation& creation = next.front();
+  const platform::JobContext::Scope scope(creation.context);
+  const ErrorPtr thrown =
+      caught(kDownloadTaskError, kCodeDownloadTaskFailed, [&] { create(creation); });
+  if (thrown == nullptr || !creation.completion) return;
+  callBlock([&] { creation.completion(thrown, std::nullopt); });
+}
+
+/// A commit waits for the disk, so those that wait in turn share one.
+void BinaryDataManager::Insides::prepareCreations() {
+  {
+    const MutexLock lock(mutex);
+    const auto count = std::min(waiting.size(), kMaxRowsTogether);
+    const auto end = std::next(waiting.begin(), static_cast<std::ptrdiff_t>(count));
+    prepared.splice(prepared.end(), waiting, waiting.begin(), end);
+  }
+  if (prepared.size() < 2 || platform::Runtime::shared().isShutDown()) return;
+  try {
+    const auto path = [](const Creation& creation) {
+      return BlobStoreTable::pathOf(creation.databaseName, *creation.settings);
+    };
+    const std::string databasePath = path(prepared.front());
+    const auto other = std::find_if(prepared.begin(), prepared.end(), [&](const auto& creation) {
+      return path(creation) != databasePath;
+    });
+    {
+      // Another database's are for the next time.
+      const MutexLock lock(mutex);
+      waiting.splice(waiting.begin(), prepared, other, prepared.end());
+    }
+    makeRowsAhead(prepared, databasePath);
+  } catch (const std::exception&) {
+    // No memory: each makes its own row.
+  }
+}
+
+void BinaryDataManager::Insides::create(const Creation& creation) {
+  const auto answer = [&creation](const ErrorPtr& error, const std::optional<std::string>& id) {
+    if (creation.completion) callBlock([&] { creation.completion(error, id); });
   };
   logger().logTrace(texts::kCreating);
   if (const ErrorPtr error = shutDownError()) return answer(error, std::nullopt);
-  const BlobStoreTable table(column.databaseName, *settings);
-  const auto blobId = table.obtainBlobId(column.tableName, column.columnName, column.primaryKeys,
-                                         downloadConfig[kResponseType]);
+  const Dictionary& primaryKeys = creation.blob.primaryKeys;
+  const BlobStoreTable table(creation.databaseName, *creation.settings);
+  const auto blobId = table.obtainBlobId(creation.blob, creation.ahead);
   if (!blobId) {
-    if (completion) logger().logError(texts::kNoRecordFor, column.primaryKeys);
+    if (creation.completion) logger().logError(texts::kNoRecordFor, primaryKeys);
     return answer(downloadError(kCodeBinaryRecordDoesNotExist, kBinaryRecordNotExists),
                   std::nullopt);
   }
@@ -190,19 +269,18 @@ void BinaryDataManager::Insides::create(const BlobColumn& column, const Dictiona
   const std::int64_t state = row[blobs::kState].integerValue();
   if (state != 0 && (places.isTaskInProgress(*blobId) || isTaken(state))) {
     logger().logError(texts::kAlreadyStarted);
-    return answer(
-        std::make_shared<const platform::Error>(std::string(kTaskCreationErrorDomain),
-                                                kCodeInvalidStateForDownloadTaskCreation,
-                                                Dictionary{{kPrimaryKeys, column.primaryKeys}}),
-        blobId);
+    return answer(std::make_shared<const platform::Error>(std::string(kTaskCreationErrorDomain),
+                                                          kCodeInvalidStateForDownloadTaskCreation,
+                                                          Dictionary{{kPrimaryKeys, primaryKeys}}),
+                  blobId);
   }
   const auto bytes = BlobFiles::bytesOnDisk(row);
   if (bytes) logger().logDebug(texts::kFileExists, *bytes);
-  createDownloadTask(*blobId, settings, downloadConfig,
+  createDownloadTask(*blobId, creation.settings, creation.downloadConfig,
                      {{kTotalBytesDownloaded, bytes.value_or(0)},
                       {kBlobId, *blobId},
-                      {kDBName, column.databaseName}},
-                     column.primaryKeys);
+                      {kDBName, creation.databaseName}},
+                     primaryKeys);
   answer(nullptr, blobId);
 }
 

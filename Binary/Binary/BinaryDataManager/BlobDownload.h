@@ -121,7 +121,7 @@ class BlobDownload final : public platform::TaskListener,
   /// Null if the run is over, or has to wait for the file.
   [[nodiscard]] FileClaim::Lease claimFile();
   void claimIsFree();
-  void launch(Run run, const FileClaim::Lease& claim);
+  void launch(Run run, const FileClaim::Lease& claim, const platform::Dictionary& row);
   void endWithWholeFile(const FileClaim::Lease& claim, std::int64_t size);
   void taskChanged(const platform::VSTask& task, const FileClaim::Lease& claim,
                    platform::TaskState to, const platform::Dictionary& output);

@@ -26,12 +26,13 @@ void BlobDownload::run(Run run) {
   const FileClaim::Lease claim = claimFile();
   if (claim == nullptr) return;
   ErrorPtr notAvailable;
+  Dictionary row;
   // Only who has the file knows that nobody is about to complete it.
-  if (const auto available = rows_.checkIfFileAvailable(&notAvailable)) {
+  if (const auto available = rows_.checkIfFileAvailable(&notAvailable, &row)) {
     claim->finish();
     return comeToRest(claim, State::kEnded, nullptr, available);
   }
-  launch(run, claim);
+  launch(run, claim, row);
 }
 
 FileClaim::Lease BlobDownload::claimFile() {
@@ -72,10 +73,10 @@ void BlobDownload::claimIsFree() {
   steps_->run([this]() -> Effects { return state_ == State::kWaiting ? schedule() : Effects(); });
 }
 
-void BlobDownload::launch(Run run, const FileClaim::Lease& claim) {
+void BlobDownload::launch(Run run, const FileClaim::Lease& claim, const Dictionary& row) {
   Dictionary input = task_->inputContext();
   if (run == Run::kResumes) input = rows_.withMetaData(std::move(input));
-  const auto [bytes, isWhole] = rows_.beginningIn(*claim, run == Run::kStarts);
+  const auto [bytes, isWhole] = rows_.beginningIn(*claim, row, run == Run::kStarts);
   if (isWhole) return endWithWholeFile(claim, bytes);
   // What is in it is of nothing that is known, and a row may come to name the file.
   if (bytes == 0 && DownloadFile::sizeAt(claim->path()) > 0) {

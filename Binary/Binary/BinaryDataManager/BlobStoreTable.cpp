@@ -20,6 +20,20 @@ constexpr std::int64_t kDatabaseNotOpened = 0;
 constexpr std::int64_t kNewRowStatus = 0;
 constexpr std::int64_t kNewRowRetries = 3;
 
+LinkedInsert newRow(const WantedBlob& blob) {
+  return {kVaroSyncBlobStoreMangager,
+          {{blobs::kLocalPath, ""},
+           {blobs::kTableName, blob.tableName},
+           {blobs::kColumnName, blob.columnName},
+           {blobs::kType, blob.responseType},
+           {blobs::kState, kDownloadNotStarted},
+           {blobs::kStatus, kNewRowStatus},
+           {blobs::kRetry, kNewRowRetries}},
+          blob.tableName,
+          BlobStoreTable::linkColumn(blob.columnName),
+          blob.primaryKeys};
+}
+
 }  // namespace
 
 Dictionary blobs::downloadState(std::int32_t state, const Value& path) {
@@ -50,6 +64,12 @@ BlobStoreTable::BlobStoreTable(const std::string& databaseName, TransferPolicy p
 BlobStoreTable::BlobStoreTable(const std::string& databaseName, const OperationSettings& settings)
     : path_(settings.blobPlaces ? settings.blobPlaces->database : getDBPath(databaseName)),
       policy_(settings.policy) {}
+
+std::string BlobStoreTable::pathOf(const std::string& databaseName,
+                                   const OperationSettings& settings) {
+  return settings.blobPlaces ? settings.blobPlaces->database
+                             : SQLiteUtil::pathOfDatabase(databaseName);
+}
 
 std::string BlobStoreTable::getDBPath(const std::string& databaseName) {
   std::string path = SQLiteUtil::pathOfDatabase(databaseName);
@@ -110,43 +130,51 @@ Result<void> BlobStoreTable::setLink(const std::string& tableName, const std::st
   return checkRow(changed, tableName, primaryKeys);
 }
 
-std::optional<std::string> BlobStoreTable::obtainBlobId(const std::string& tableName,
-                                                        const std::string& columnName,
-                                                        const Dictionary& primaryKeys,
-                                                        const Value& responseType,
+std::optional<std::string> BlobStoreTable::obtainBlobId(const WantedBlob& blob,
+                                                        const LinkedRow& ahead,
                                                         ErrorPtr* unreadable) const {
-  const auto parent = record(tableName, primaryKeys, unreadable);
-  if (!parent) {
-    logger().logError(texts::kNoRecord);
-    return std::nullopt;
+  if (ahead.id) {
+    SQLiteUtil::logQuery(path_, blob.tableName, blob.primaryKeys);
+  } else {
+    const auto parent = record(blob.tableName, blob.primaryKeys, unreadable);
+    if (!parent) {
+      logger().logError(texts::kNoRecord);
+      return std::nullopt;
+    }
+    auto link = linkIn(*parent, blob.columnName);
+    if (link != blobs::kNull) return link;
   }
-  auto link = linkIn(*parent, columnName);
-  if (link != blobs::kNull) return link;
 
   logger().logTrace(texts::kNoBlobYet);
-  const std::int64_t id = insert({{blobs::kLocalPath, ""},
-                                  {blobs::kTableName, tableName},
-                                  {blobs::kColumnName, columnName},
-                                  {blobs::kType, responseType},
-                                  {blobs::kState, kDownloadNotStarted},
-                                  {blobs::kStatus, kNewRowStatus},
-                                  {blobs::kRetry, kNewRowRetries}},
-                                 unreadable);
+  const LinkedInsert row = newRow(blob);
+  const LinkedRow made = ahead.id ? ahead : insertLinked(path_, {row}).front();
+  // What cannot be done together is done one by one, each as far as it goes.
+  const std::int64_t id =
+      made.id ? noteInsert(row.values, *made.id, unreadable) : insert(row.values, unreadable);
   if (isFailedInsert(id)) {
-    logger().logError(texts::kRowNotCreated, primaryKeys);
+    logger().logError(texts::kRowNotCreated, blob.primaryKeys);
     return std::nullopt;
   }
   logger().logInfo(log_texts::kRowCreated);
   logger().logDebug(log_texts::kInsertedBlobId, id);
   // Without its link the blob can still be downloaded: the record gets another one next time.
-  if (setLink(tableName, columnName, primaryKeys, id)) {
+  if (made.id ? noteLink(blob, id, made.changedRows)
+              : setLink(blob.tableName, blob.columnName, blob.primaryKeys, id)) {
     logger().logDebug(texts::kLinked, id);
   } else {
-    logger().logWarning(texts::kNotLinked, tableName);
+    logger().logWarning(texts::kNotLinked, blob.tableName);
   }
   std::string blobId = std::to_string(id);
-  logger().logDebug(texts::kBlobIdObtained, blobId, primaryKeys);
+  logger().logDebug(texts::kBlobIdObtained, blobId, blob.primaryKeys);
   return blobId;
+}
+
+std::vector<LinkedRow> BlobStoreTable::makeRows(const std::string& databasePath,
+                                                const std::vector<WantedBlob>& blobs) {
+  std::vector<LinkedInsert> rows;
+  rows.reserve(blobs.size());
+  for (const WantedBlob& blob : blobs) rows.push_back(newRow(blob));
+  return insertLinked(databasePath, rows);
 }
 
 std::optional<Dictionary> BlobStoreTable::row(const std::string& blobId,
@@ -164,6 +192,21 @@ std::int64_t BlobStoreTable::insertDeletion(const std::string& tableName,
 
 std::int64_t BlobStoreTable::insert(const Dictionary& values, ErrorPtr* error) const {
   return SQLiteUtil::insertStatementForDatabase(path_, kVaroSyncBlobStoreMangager, values, error);
+}
+
+std::int64_t BlobStoreTable::noteInsert(const Dictionary& values, const Result<std::int64_t>& id,
+                                        ErrorPtr* error) const {
+  SQLiteUtil::logInsert(path_, kVaroSyncBlobStoreMangager, values, id);
+  if (id) return *id;
+  if (error != nullptr) *error = id.error();
+  return kInsertFailed;
+}
+
+Result<void> BlobStoreTable::noteLink(const WantedBlob& blob, std::int64_t blobId,
+                                      std::int64_t changedRows) const {
+  SQLiteUtil::logUpdate(path_, blob.tableName,
+                        {{linkColumn(blob.columnName), std::to_string(blobId)}}, blob.primaryKeys);
+  return checkRow(changedRows, blob.tableName, blob.primaryKeys);
 }
 
 Result<void> BlobStoreTable::update(const std::string& blobId, const Dictionary& values) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Binary/Binary/BinaryDataManager/LinkedInserts.h"
 #include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/Binary/Utils/TransferPolicy.h"
 #include "Platform/Foundation/Array.h"
@@ -93,20 +94,32 @@ inline constexpr char kNull[] = "NULL";
 
 }  // namespace blobs
 
+/// The record's binary column whose blob id is asked for, for a download.
+struct WantedBlob {
+  std::string tableName;
+  std::string columnName;
+  platform::Dictionary primaryKeys;
+  /// Of a new row.
+  platform::Value responseType;
+};
+
 /// The rows of blobs in one database, and the records that refer to them. A record does so through
 /// its link column ("blobref_" and the name of the binary column), which holds the blob id in
 /// decimal, or "NULL" for none.
 ///
 /// Nothing is kept in memory, and every call is one statement after the other, each committed by
-/// itself. Failures are logged by `SQLiteUtil`; those of a change are also returned: the errors of
-/// `SQLiteUtil::updateRows`, and of domain "DownloadTaskErrorDomain" 5, for a row that is not
-/// there. Thread-safe.
+/// itself but for those of a new row and its link. Failures are logged by `SQLiteUtil`; those of a
+/// change are also returned: the errors of `SQLiteUtil::updateRows`, and of domain
+/// "DownloadTaskErrorDomain" 5, for a row that is not there. Thread-safe.
 class BlobStoreTable {
  public:
   /// The database of this name; see `SQLiteUtil::pathOfDatabase`.
   BlobStoreTable(const std::string& databaseName, TransferPolicy policy);
   /// The database that the settings name, or else this one.
   BlobStoreTable(const std::string& databaseName, const OperationSettings& settings);
+  /// Its path, which is not logged.
+  [[nodiscard]] static std::string pathOf(const std::string& databaseName,
+                                          const OperationSettings& settings);
 
   /// The path that `SQLiteUtil::pathOfDatabase` gives, logged in this class's own words.
   [[nodiscard]] static std::string getDBPath(const std::string& databaseName);
@@ -138,13 +151,17 @@ class BlobStoreTable {
                                                const platform::Dictionary& primaryKeys,
                                                std::int64_t blobId) const;
 
-  /// The blob id of the record's binary column, for a download. A record that is linked to no blob
-  /// yet gets a row, of the `responseType`, and its link. None, after a log entry, where there is
-  /// no such record or no row could be made.
+  /// The blob id of the record's binary column. A record that is linked to no blob yet gets a row
+  /// and its link, in one transaction; where that cannot be, the row alone. None, after a log
+  /// entry, where there is no such record or no row could be made. `ahead` is what `makeRows` has
+  /// made.
   [[nodiscard]] std::optional<std::string> obtainBlobId(
-      const std::string& tableName, const std::string& columnName,
-      const platform::Dictionary& primaryKeys, const platform::Value& responseType,
+      const WantedBlob& blob, const LinkedRow& ahead = {},
       platform::ErrorPtr* unreadable = nullptr) const;
+  /// Makes the rows and links that several calls of `obtainBlobId` would make, in one transaction,
+  /// for these to go on with. See `insertLinked`.
+  [[nodiscard]] static std::vector<LinkedRow> makeRows(const std::string& databasePath,
+                                                       const std::vector<WantedBlob>& blobs);
 
   /// The row of this blob.
   [[nodiscard]] std::optional<platform::Dictionary> row(
@@ -173,6 +190,12 @@ class BlobStoreTable {
   [[nodiscard]] std::optional<platform::Dictionary> firstRow(
       const std::string& tableName, const platform::Dictionary& where,
       platform::ErrorPtr* unreadable = nullptr) const;
+  // `insert` and `setLink` of what `insertLinked` has done.
+  [[nodiscard]] std::int64_t noteInsert(const platform::Dictionary& values,
+                                        const platform::Result<std::int64_t>& id,
+                                        platform::ErrorPtr* error) const;
+  [[nodiscard]] platform::Result<void> noteLink(const WantedBlob& blob, std::int64_t blobId,
+                                                std::int64_t changedRows) const;
 
   /// Whether what `changed` tells of concerned a row, which is there.
   [[nodiscard]] platform::Result<void> checkRow(const platform::Result<std::int64_t>& changed,

@@ -36,9 +36,11 @@ DownloadRows::DownloadRows(const std::string& databaseName, std::string blobId,
       table_(databaseName, *settings_),
       blobId_(std::move(blobId)) {}
 
-std::optional<Dictionary> DownloadRows::checkIfFileAvailable(ErrorPtr* withError) const {
+std::optional<Dictionary> DownloadRows::checkIfFileAvailable(ErrorPtr* withError,
+                                                             Dictionary* readRow) const {
   logger().logTrace(texts::kCheckingFile);
   const auto row = table_.row(blobId_);
+  if (readRow != nullptr) *readRow = row.value_or(Dictionary());
   if (!row) {
     logger().logDebug(texts::kEndedWithoutRow);
     *withError = fileError(kCodeBlobRowNotFound, kRowBlobId);
@@ -77,12 +79,12 @@ Dictionary DownloadRows::withMetaData(Dictionary input) const {
   return input;
 }
 
-DownloadRows::Beginning DownloadRows::beginningIn(const FileClaim& claim, bool isNewRun) const {
+DownloadRows::Beginning DownloadRows::beginningIn(const FileClaim& claim, const Dictionary& row,
+                                                  bool isNewRun) const {
   const std::string noted = claim.validator();
   const auto object = ObjectValidator::parse(noted);
   if (claim.isBroken() || (!noted.empty() && !object)) return {};
   const auto size = static_cast<std::int64_t>(DownloadFile::sizeAt(claim.path()));
-  const Dictionary row = table_.row(blobId_).value_or(Dictionary());
   if (size > 0 && object && object->total == size) {
     // No download has begun for a new row: the file is of what the row was about before.
     const bool isNew = row[blobs::kState].integerValue() == kDownloadNotStarted;

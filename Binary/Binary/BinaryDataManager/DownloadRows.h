@@ -23,9 +23,10 @@ class DownloadRows {
                OperationSettings::Ptr settings);
 
   /// {"FilePath", "state"} where the file is there already, as the row says; else none, with
-  /// `withError` set: code 5 for no row, 4 for another state.
+  /// `withError` set: code 5 for no row, 4 for another state. `readRow`, which may be null, is set
+  /// to the row, empty for none.
   [[nodiscard]] std::optional<platform::Dictionary> checkIfFileAvailable(
-      platform::ErrorPtr* withError) const;
+      platform::ErrorPtr* withError, platform::Dictionary* readRow = nullptr) const;
   /// The input to resume a paused download at the end of its file: `input` with
   /// "TotalBytesDownloaded".
   [[nodiscard]] platform::Dictionary withMetaData(platform::Dictionary input) const;
@@ -39,7 +40,9 @@ class DownloadRows {
     /// It is all of it: its row could not be written.
     bool isWhole = false;
   };
-  [[nodiscard]] Beginning beginningIn(const FileClaim& claim, bool isNewRun) const;
+  /// `row` is what it said after the claim; empty for no row.
+  [[nodiscard]] Beginning beginningIn(const FileClaim& claim, const platform::Dictionary& row,
+                                      bool isNewRun) const;
 
   /// Notes that the file is complete, with what `output` says of it. Errors: those of
   /// `BlobStoreTable::update`. A failure is logged, here and below.

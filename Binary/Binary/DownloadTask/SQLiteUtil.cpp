@@ -232,4 +232,27 @@ bool SQLiteUtil::deleteStatementForDatabase(const std::string& dbPath, const std
   return statement && execute(**database, *statement, kDeleteMessages);
 }
 
+void SQLiteUtil::logQuery(const std::string& dbPath, const std::string& forTable,
+                          const Dictionary& withWhereClause) {
+  logger().logTrace(texts::kQuerying, dbPath, forTable, withWhereClause);
+  logger().logDebug(kQueryMessages.success);
+}
+
+void SQLiteUtil::logInsert(const std::string& dbPath, const std::string& forTable,
+                           const Dictionary& withValues, const Result<std::int64_t>& id) {
+  logger().logTrace(texts::kInserting, dbPath, forTable, withValues);
+  if (id) {
+    logger().logDebug(kInsertMessages.success, *id);
+  } else {
+    logger().logError(kInsertMessages.executeError, id.error());
+  }
+}
+
+void SQLiteUtil::logUpdate(const std::string& dbPath, const std::string& forTable,
+                           const Dictionary& withColumnsToBeUpdated,
+                           const Dictionary& withWhereClause) {
+  logger().logTrace(texts::kUpdating, dbPath, forTable, withColumnsToBeUpdated, withWhereClause);
+  logger().logDebug(kUpdateMessages.success);
+}
+
 }  // namespace varo::binary

@@ -67,6 +67,18 @@ class SQLiteUtil {
       const platform::Dictionary& withWhereClause);
   static bool deleteStatementForDatabase(const std::string& dbPath, const std::string& forTable,
                                          const platform::Dictionary& withWhereClause);
+
+  // What these operations log, of statements that were executed in one transaction with others.
+
+  /// Of a query that has succeeded; likewise of an update.
+  static void logQuery(const std::string& dbPath, const std::string& forTable,
+                       const platform::Dictionary& withWhereClause);
+  static void logInsert(const std::string& dbPath, const std::string& forTable,
+                        const platform::Dictionary& withValues,
+                        const platform::Result<std::int64_t>& id);
+  static void logUpdate(const std::string& dbPath, const std::string& forTable,
+                        const platform::Dictionary& withColumnsToBeUpdated,
+                        const platform::Dictionary& withWhereClause);
 };
 
 }  // namespace varo::binary
