@@ -149,7 +149,7 @@ std::string describe(const Dictionary& result) {
 
 /// Runs the download into `staged`; the outcome names its file there.
 Outcome downloadInto(Session& session, const ObjectGetOptions& options) {
-  const Outcome outcome =
+  Outcome outcome =
       session.await([&](const Session::Blocks& blocks) { download(session, options, blocks, {}); },
                     {}, Session::Ending::kIsTold);
   // What an interrupt left under way would go on in the directory that goes then.
@@ -167,7 +167,7 @@ Outcome published(Dictionary result, const platform::Result<std::string>& path) 
 Outcome getFile(Session& session, const ObjectGetOptions& options) {
   const auto staged = StagedDownload::begin();
   if (!staged) return failed(staged.error());
-  const Outcome outcome = downloadInto(session, options);
+  Outcome outcome = downloadInto(session, options);
   if (outcome.kind != Outcome::Kind::kSuccess) return outcome;
   const Dictionary result = outcome.value.dictionaryValue();
   return published(result, (*staged)->publish(result[binary::kFilePath].textValue()));
@@ -183,7 +183,7 @@ Outcome getFileTo(Session& session, const ObjectGetOptions& options, const std::
   }
   const auto staged = StagedDownload::beginIn(place->directory);
   if (!staged) return failed(staged.error());
-  const Outcome outcome = downloadInto(session, options);
+  Outcome outcome = downloadInto(session, options);
   if (outcome.kind != Outcome::Kind::kSuccess) return outcome;
   const Dictionary result = outcome.value.dictionaryValue();
   const auto bytes = (*staged)->content(result[binary::kFilePath].textValue());
