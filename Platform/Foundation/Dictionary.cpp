@@ -134,11 +134,8 @@ struct DictionaryStorage {
 };
 
 Dictionary::Dictionary() noexcept = default;
-Dictionary::Dictionary(std::initializer_list<DictionaryEntry> entries) {
-  if (entries.size() == 0) return;
-  storage_.write().entries.reserve(entries.size());
-  for (const DictionaryEntry& entry : entries) set(entry.key, entry.value);
-}
+Dictionary::Dictionary(std::initializer_list<DictionaryEntry> entries)
+    : Dictionary(std::vector<DictionaryEntry>(entries)) {}
 Dictionary::Dictionary(std::vector<DictionaryEntry> entries) {
   if (entries.empty()) return;
   if (entries.size() <= kLinearSearchLimit && areDistinctAndPresent(entries)) {

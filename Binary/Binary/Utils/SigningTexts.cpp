@@ -4,12 +4,16 @@
 
 #include <fmt/compile.h>
 
+#include <array>
 #include <cstddef>
 
 namespace varo::binary::signing {
 namespace {
 
 using Time = std::chrono::system_clock::time_point;
+
+/// Longer than a time, whatever its year.
+using Buffer = std::array<char, 32>;
 
 std::chrono::year_month_day dateOf(Time time) {
   return std::chrono::floor<std::chrono::days>(time);
@@ -19,17 +23,23 @@ std::chrono::year_month_day dateOf(Time time) {
 
 std::string dateText(Time time) {
   const std::chrono::year_month_day date = dateOf(time);
-  return fmt::format(FMT_COMPILE("{:04}{:02}{:02}"), static_cast<int>(date.year()),
+  Buffer text;
+  char* const end =
+      fmt::format_to(text.data(), FMT_COMPILE("{:04}{:02}{:02}"), static_cast<int>(date.year()),
                      static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()));
+  return {text.data(), end};
 }
 
 std::string timeText(Time time) {
   const std::chrono::year_month_day date = dateOf(time);
   const std::chrono::hh_mm_ss clock(
       std::chrono::floor<std::chrono::seconds>(time - std::chrono::floor<std::chrono::days>(time)));
-  return fmt::format(FMT_COMPILE("{:04}{:02}{:02}T{:02}{:02}{:02}Z"), static_cast<int>(date.year()),
-                     static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                     clock.hours().count(), clock.minutes().count(), clock.seconds().count());
+  Buffer text;
+  char* const end = fmt::format_to(
+      text.data(), FMT_COMPILE("{:04}{:02}{:02}T{:02}{:02}{:02}Z"), static_cast<int>(date.year()),
+      static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), clock.hours().count(),
+      clock.minutes().count(), clock.seconds().count());
+  return {text.data(), end};
 }
 
 std::string scopeText(std::string_view date, std::string_view region, std::string_view service) {
