@@ -11,6 +11,7 @@ from harness import MIB
 from servers import Nginx, Sandbox
 
 SIZE = 256 * MIB
+BOTO3 = "/usr/lib/python3/dist-packages/boto3"
 RANGE = MIB
 OBJECT = "bucket/object"
 # Of the sandbox, unless it is told otherwise.
@@ -71,6 +72,18 @@ class Store:
         return self.download(self.bench.program("bare_ranges"), self.url, str(RANGE), str(RANGE),
                              os.path.join(self.stored, "bare"))
 
+    def boto3(self, direction, path):
+        # The distribution's interpreter: another one on the path may not have it.
+        script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "boto3_object.py")
+        return ["/usr/bin/python3", "-I", "-B", script, direction, f"http://{self.authority}",
+                *OBJECT.split("/"), path]
+
+    def boto3_upload(self):
+        return self.upload(*self.boto3("upload", self.source))
+
+    def boto3_download(self):
+        return self.download(*self.boto3("download", os.path.join(self.stored, "boto3")))
+
     def download(self, *command):
         self.clear()
         used = self.bench.run(*command)
@@ -86,8 +99,11 @@ class Store:
 
 
 def measure_store(store, object_size):
-    """Rounds of all four, after each program's upload has been downloaded by the other."""
-    for up, down in ((store.our_upload, store.curl_download), (store.curl_upload, store.our_download)):
+    """Rounds of all, after each program's upload has been downloaded by another."""
+    # Only nginx serves what is not signed, and it knows no uploads in parts.
+    boto3 = store.path is None and store.bench.installed("boto3", True, BOTO3)
+    pairs = [(store.our_upload, store.curl_download), (store.curl_upload, store.our_download)]
+    for up, down in pairs + [(store.boto3_upload, store.boto3_download)] * bool(boto3):
         up()
         down()
         store.check_bytes(f"{up.__name__} or {down.__name__}")
@@ -101,11 +117,12 @@ def measure_store(store, object_size):
     # Uploads first: downloads leave the object where it is.
     uploads = store.bench.interleave({
         "ours": functools.partial(upload, store.our_upload),
-        "curl": functools.partial(upload, store.curl_upload)})
+        "curl": functools.partial(upload, store.curl_upload),
+        "boto3": functools.partial(upload, store.boto3_upload) if boto3 else None})
     downloads = store.bench.interleave({
         "ours": store.our_download,
         "curl": store.curl_download,
-        # Only nginx serves what is not signed.
+        "boto3": store.boto3_download if boto3 else None,
         "bare": store.bare_download if store.path else None})
     return {"upload": uploads, "download": downloads}
 
@@ -117,8 +134,9 @@ def add(table, name, measured, most_curl, most_bare):
         is_download = direction == "download"
         table.compare_runs(f"{figure}, beside curl", used["ours"], used["curl"],
                            most_curl if is_download else None)
-        if used.get("bare"):
-            table.compare_runs(f"{figure}, beside the bare loop", used["ours"], used["bare"], most_bare)
+        for other, beside, most in (("boto3", "boto3", None), ("bare", "the bare loop", most_bare)):
+            if used.get(other):
+                table.compare_runs(f"{figure}, beside {beside}", used["ours"], used[other], most)
         table.add_peak(figure, used["ours"], 32)
 
 
