@@ -1,6 +1,8 @@
 #include "Binary/BinaryFileAdapterWithMetadata/FileAdapterInterface/BinaryFileStorageInterface.h"
+#include "Platform/Foundation/Json.h"
 #include "Platform/Foundation/Value.h"
-#include "Sandbox/SandboxServer.h"
+#include "tests/support/Await.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -21,13 +23,17 @@ using test::require;
 TEST(ManyUploadsTest, MoreThanTheProcessMayHaveOpenFilesForAllEndWell) {
   inOwnProcess([] {
     const test::TemporaryDirectory directory;
-    sandbox::SandboxOptions options;
-    options.dataDirectory = directory.path();
-    sandbox::SandboxServer server(options);
-    require(!server.start(), "the service runs");
+    // In a process of its own, whose descriptors do not count.
+    test::ChildProcess server({.program = VARO_PROGRAM,
+                               .arguments = {"--json", "sandbox"},
+                               .environment = {},
+                               .directory = directory.path()});
+    require(test::eventually([&] { return server.output().ends_with('\n'); }), "it is ready");
+    const auto ready = platform::json::parse(server.output());
+    require(ready.ok(), "it says where it is");
+    const std::string url = ready->dictionaryValue()["url"].textValue();
     const std::string file = directory.path() + "/small";
     test::writeFile(file, std::string(4096, 'x'));
-    // The server's side of the connections is in this process, too.
     const rlimit few{128, 128};
     require(setrlimit(RLIMIT_NOFILE, &few) == 0, "the limit is set");
 
@@ -42,7 +48,7 @@ TEST(ManyUploadsTest, MoreThanTheProcessMayHaveOpenFilesForAllEndWell) {
         };
       };
       BinaryFileStorageInterface::uploadBinaryWithUrl(
-          server.url(), "UploadInputTypeLocalFilePath",
+          url, "UploadInputTypeLocalFilePath",
           Dictionary{{"headers", Dictionary{}},
                      {"metadata", Dictionary{{"file_name", "small"}}},
                      {"file", Dictionary{{"filePath", file}}}},
