@@ -233,13 +233,10 @@ bool ObjectGet::goesOnWith(const PartsRecord& found, const HttpResponse& respons
     return false;
   }
   parts()->goOn();
-  const MutexLock lock(mutex_);
-  isThere_ = found.isThere;
-  // It has come again where nothing but the name was missing.
-  isThere_[index] = false;
-  progress_.begin(isThere_.size());
-  for (std::size_t i = 0; i < isThere_.size(); ++i) {
-    if (isThere_[i]) progress_.whole(i, plan_->length(i));
+  progress_.begin(plan_->count());
+  for (std::size_t i = 0; i < plan_->count(); ++i) {
+    // The one that has come again counts when it is stored.
+    if (i != index && found.isThere[i]) progress_.whole(i, plan_->length(i));
   }
   return true;
 }
@@ -268,10 +265,6 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
   }
   entityTag_ = headerOf(response, "ETag").value_or("");
   plan_ = plan;
-  {
-    const MutexLock lock(mutex_);
-    isThere_.assign(plan.count(), false);
-  }
   progress_.begin(plan.count());
   auto good = response.status == kPart ? checkPart(response, 0) : Outcome<void>();
   if (good) good = beginFile();
@@ -322,19 +315,12 @@ Outcome<void> ObjectGet::checkPart(const HttpResponse& response, std::size_t ind
 }
 
 void ObjectGet::askOthers(const ObjectRunPtr& run, Control control, const End& end) {
-  std::vector<std::size_t> missing;
-  {
-    const MutexLock lock(mutex_);
-    for (std::size_t i = 0; i < isThere_.size(); ++i) {
-      if (!isThere_[i]) missing.push_back(i);
-    }
-  }
   ObjectSteps::Pace pace{.control = control};
   // Parts that come too early for a sink wait for the one before them.
   if (sink_ != nullptr) pace.window = static_cast<std::size_t>(options_.partsAtOnce);
   const auto work = self<ObjectGet>();
   ObjectSteps::run(
-      std::move(missing), pace, run->cancellation(),
+      progress_.missing(), pace, run->cancellation(),
       [work, run](const ObjectSteps::Step& step) { work->askPart(run, step); },
       [work, run, end](Outcome<void> got) {
         if (got) return work->finish(run, end);
@@ -368,10 +354,6 @@ Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Dat
                               const std::stop_token& stop) {
   auto stored = sink_ != nullptr ? sink_->take(index, bytes, running, stop) : store(index, bytes);
   if (!stored) return stored;
-  {
-    const MutexLock lock(mutex_);
-    isThere_[index] = true;
-  }
   running.reached(progress_.whole(index, bytes.size()), plan_->size);
   return {};
 }

@@ -108,7 +108,6 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
   mutable platform::Mutex mutex_;
   /// Null for a sink, for a file of one part that is not kept, and at the end.
   std::shared_ptr<PartsFile> parts_ VARO_GUARDED_BY(mutex_);
-  std::vector<bool> isThere_ VARO_GUARDED_BY(mutex_);
 
   PartsProgress progress_;
 };

@@ -199,17 +199,10 @@ void ObjectPut::took(RunningBase& running, std::size_t index, std::string entity
 }
 
 void ObjectPut::sendParts(const ObjectRunPtr& run, const End& end) {
-  std::vector<std::size_t> missing;
-  {
-    const MutexLock lock(mutex_);
-    for (std::size_t i = 0; i < entityTags_.size(); ++i) {
-      if (entityTags_[i].empty()) missing.push_back(i);
-    }
-  }
   run->running().reached(progress_.beginRun(), plan_.size);
   const auto work = self<ObjectPut>();
   ObjectSteps::run(
-      std::move(missing),
+      progress_.missing(),
       {.control = platform::ParallelismControl(static_cast<std::size_t>(options_.partsAtOnce))},
       run->cancellation(),
       [work, run](const ObjectSteps::Step& step) { work->sendPart(run, step); },

@@ -43,6 +43,15 @@ class PartsProgress {
     parts_[index].isWhole = true;
     return done_;
   }
+  /// Those that are not whole, in their order.
+  [[nodiscard]] std::vector<std::size_t> missing() const {
+    const platform::MutexLock lock(mutex_);
+    std::vector<std::size_t> missing;
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+      if (!parts_[i].isWhole) missing.push_back(i);
+    }
+    return missing;
+  }
 
  private:
   struct Part {
@@ -55,7 +64,7 @@ class PartsProgress {
     part.moved = bytes;
   }
 
-  platform::Mutex mutex_;
+  mutable platform::Mutex mutex_;
   std::vector<Part> parts_ VARO_GUARDED_BY(mutex_);
   std::uint64_t done_ VARO_GUARDED_BY(mutex_) = 0;  // bytes of all parts
 };
