@@ -96,7 +96,7 @@ class CurlTransfer {
   [[nodiscard]] bool isCompleted() const noexcept { return completion_ == nullptr; }
 
   /// For errors.
-  [[nodiscard]] const std::string& safeUrl() const noexcept { return url_.safeText(); }
+  [[nodiscard]] std::string safeUrl() const { return url_.safeText(); }
 
  private:
   /// Who is told while it runs; each may be null.

@@ -49,9 +49,17 @@ ErrorPtr setUrl(CURLU* handle, const std::string& url) {
   return nullptr;
 }
 
-/// The URL as errors and logs may show it. Works on a copy: the parts that go are set to nothing.
-std::string withoutSecrets(CURLU* handle) {
-  const CurlUrlHandle copy(curl_url_dup(handle));
+}  // namespace
+
+CurlUrl::CurlUrl(CurlUrlHandle handle)
+    : handle_(std::move(handle)),
+      scheme_(lowerCase(part(handle_.get(), CURLUPART_SCHEME))),
+      host_(lowerCase(part(handle_.get(), CURLUPART_HOST))),
+      port_(part(handle_.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT)) {}
+
+std::string CurlUrl::safeText() const {
+  // The parts that go are set to nothing, in a copy.
+  const CurlUrlHandle copy(curl_url_dup(handle_.get()));
   if (copy == nullptr) return {};
   for (const CURLUPart secret :
        {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS, CURLUPART_FRAGMENT}) {
@@ -59,15 +67,6 @@ std::string withoutSecrets(CURLU* handle) {
   }
   return redactUrl(part(copy.get(), CURLUPART_URL));
 }
-
-}  // namespace
-
-CurlUrl::CurlUrl(CurlUrlHandle handle)
-    : handle_(std::move(handle)),
-      scheme_(lowerCase(part(handle_.get(), CURLUPART_SCHEME))),
-      host_(lowerCase(part(handle_.get(), CURLUPART_HOST))),
-      port_(part(handle_.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT)),
-      safeText_(withoutSecrets(handle_.get())) {}
 
 bool CurlUrl::isNamedBy(std::string_view hostHeader) const noexcept {
   const std::string_view rest = hostHeader.substr(std::min(host_.size(), hostHeader.size()));

@@ -34,7 +34,8 @@ class CurlUrl {
   }
 
   /// For errors and logs: without user name, password and fragment, secrets in the query redacted.
-  [[nodiscard]] const std::string& safeText() const noexcept { return safeText_; }
+  /// Made anew at each call: hardly any transfer comes to need it.
+  [[nodiscard]] std::string safeText() const;
 
  private:
   explicit CurlUrl(CurlUrlHandle handle);
@@ -44,7 +45,6 @@ class CurlUrl {
   std::string scheme_;
   std::string host_;
   std::string port_;
-  std::string safeText_;
 };
 
 }  // namespace varo::platform
