@@ -16,7 +16,7 @@ namespace tuning = platform::tuning;
 /// A response: what stays of it in memory before the rest goes to a file, its head, and what is
 /// gathered for that file.
 inline constexpr std::uint64_t kResponse =
-    tuning::kSpoolThreshold + tuning::kMaxHeaderBytes + tuning::kGatherBuffer;
+    tuning::kSpoolThreshold + tuning::kMaxHeaderBytes + tuning::kWriteSize;
 /// A connection: what libcurl reads at once, and about as much as TLS and the handle take.
 inline constexpr std::uint64_t kConnection = tuning::kReceiveBuffer + std::uint64_t{128} * 1024;
 /// A piece of a file that is copied, hashed, or handed to a `Sink`.

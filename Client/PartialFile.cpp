@@ -76,7 +76,7 @@ PartialFile::PartialFile(std::string about, const std::string& directory,
 }
 
 void PartialFile::startOver() {
-  bytes_.emplace(directory_, platform::tuning::kGatherBuffer);
+  bytes_.emplace(directory_, platform::tuning::kWriteSize);
   total_.reset();
   objectSize_.reset();
   entityTag_.clear();

@@ -21,7 +21,7 @@ namespace {
 class CountedBody final : public platform::BodyReceiver {
  public:
   CountedBody(const std::string& spoolDirectory, std::shared_ptr<ByteCount> count)
-      : sink_(spoolDirectory, platform::tuning::kGatherBuffer), count_(std::move(count)) {}
+      : sink_(spoolDirectory, platform::tuning::kWriteSize), count_(std::move(count)) {}
 
   Result<void> begin(int /*status*/, const std::vector<HttpHeader>& /*headers*/,
                      std::optional<std::uint64_t> expected) override {

@@ -54,7 +54,7 @@ NetworkConfiguration withDefaults(NetworkConfiguration configuration) {
 /// What each buffer of one more transfer may take while `active` run.
 std::size_t bufferSizeFor(std::size_t active) {
   constexpr std::size_t kLargest =
-      std::max({tuning::kReceiveBuffer, tuning::kUploadBuffer, tuning::kGatherBuffer});
+      std::max({tuning::kReceiveBuffer, tuning::kUploadBuffer, tuning::kWriteSize});
   return std::clamp(tuning::kBufferBudget / (active + 1), tuning::kSmallestBuffer, kLargest);
 }
 

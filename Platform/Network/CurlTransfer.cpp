@@ -88,7 +88,7 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   common_ = &common;
   proxy_ = common.proxies.find(url_);
   head_ = ResponseHead();
-  sink_.emplace(spoolDirectory_, std::min(bufferSize, tuning::kGatherBuffer), common.buffers);
+  sink_.emplace(spoolDirectory_, std::min(bufferSize, tuning::kWriteSize), common.buffers);
   receives_ = false;
   received_ = 0;
   discardsBody_ = false;

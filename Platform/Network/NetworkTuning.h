@@ -56,19 +56,16 @@ inline constexpr std::size_t kMaxHeaderLines = 2'000;
 // near `kBufferBudget`.
 
 /// What libcurl reads from a socket at once. Fewer system calls than its default of 16 KiB; not
-/// more, since it allocates the buffer for each request, and the C library gives larger blocks back
-/// to the system, a page fault for each 4 KiB the next time.
-inline constexpr std::size_t kReceiveBuffer = 128 * kKiB;
+/// more, since what was read has to be in the processor's cache still when it is written.
+inline constexpr std::size_t kReceiveBuffer = 64 * kKiB;
 /// What is read from a request body at once: a chunk of the usual size in one read. Measured on
 /// chunked uploads: a fifth less CPU than with libcurl's default of 64 KiB.
 inline constexpr std::size_t kUploadBuffer = 1 * kMiB;
-/// Bytes gathered for one write to a spool file: libcurl hands out at most 16 KiB at a time. The
-/// file cache takes memory in pieces of the size of the writes, and Linux keeps pieces of up to 32
-/// KiB at hand for each CPU. In a virtual machine whose other free memory goes back to the host,
-/// writes of 64 KiB doubled the CPU time of a download, writes of 512 KiB tripled it.
-inline constexpr std::size_t kGatherBuffer = 32 * kKiB;
+/// Bytes of one write to a file; of a response, gathered before: libcurl hands out at most 16 KiB
+/// at a time. The file cache takes memory in pieces of the size of the writes.
+inline constexpr std::size_t kWriteSize = 128 * kKiB;
 inline constexpr std::size_t kBufferBudget = 16 * kMiB;
-/// The least of the first two.
+/// The least of each.
 inline constexpr std::size_t kSmallestBuffer = 64 * kKiB;
 
 /// Response bodies up to this size stay in memory, larger ones go to a file.

@@ -1,6 +1,7 @@
 #include "Binary/Binary/DownloadTask/DownloadFile.h"
 
 #include "Binary/Binary/SourceNames.h"
+#include "Platform/Network/NetworkTuning.h"
 
 #include <cerrno>
 #include <string_view>
@@ -12,10 +13,6 @@ using platform::File;
 
 namespace {
 
-/// Bytes of one write. Linux keeps memory for the file cache at hand in pieces of up to 32 KiB;
-/// larger writes cost two to three times the CPU in a virtual machine whose free memory goes back
-/// to the host.
-constexpr std::size_t kWriteSize = std::size_t{32} * 1024;
 /// Bytes after which the system is asked to begin writing to the disk, so that `sync` at the end
 /// does not wait for the whole file.
 constexpr std::uint64_t kWritebackSize = std::uint64_t{8} * 1024 * 1024;
@@ -73,7 +70,7 @@ Result<void> DownloadFile::append(std::uint64_t offset, const Data& bytes) {
   if (offset < unsent_) unsent_ = offset;
   auto written = bytes.forEachPiece([this, &offset](std::string_view piece) -> Result<void> {
     while (!piece.empty()) {
-      const std::string_view part = piece.substr(0, kWriteSize);
+      const std::string_view part = piece.substr(0, platform::tuning::kWriteSize);
       if (auto done = _fileHandle->writeAt(offset, part); !done) return done;
       offset += part.size();
       piece.remove_prefix(part.size());
