@@ -11,6 +11,9 @@ constexpr double kWorthwhileShare = 1.0 / 3;
 /// After each change two requests begin together, of which one opens a connection: so the cost of
 /// that is in every measure alike.
 constexpr std::size_t kSamples = 2;
+/// So many times as many are tried at once, until that was in vain for the first time. On a line
+/// whose answers come late, one more at a time would take longer than most transfers do.
+constexpr std::size_t kLeap = 4;
 constexpr std::size_t kFirstPatience = 8;
 constexpr std::size_t kLongestPatience = 128;
 /// Of what measures nothing.
@@ -45,6 +48,7 @@ void ParallelismControl::failed(const Flight& flight) noexcept {
 
 void ParallelismControl::hadTrouble(Flight& flight) noexcept {
   if (flight.level >= firstThatCounts_) {
+    leaps_ = false;
     enter(std::max<std::size_t>(allowed_ / 2, 1), patience_);
     firstThatCounts_ = level_;
   }
@@ -54,16 +58,20 @@ void ParallelismControl::hadTrouble(Flight& flight) noexcept {
 void ParallelismControl::decide() noexcept {
   const double now = rate();
   if (rateBefore_) {
-    const auto others = static_cast<double>(allowed_ - 1);
-    if (now < *rateBefore_ * (1 + kWorthwhileShare / others)) {
+    const auto others = static_cast<double>(allowedBefore_);
+    const auto added = static_cast<double>(allowed_) - others;
+    if (now < *rateBefore_ * (1 + kWorthwhileShare * added / others)) {
       const std::size_t wait = patience_;
-      patience_ = std::min(patience_ * 2, kLongestPatience);
-      return enter(allowed_ - 1, wait);
+      // A leap too far says nothing of one more.
+      if (!leaps_) patience_ = std::min(patience_ * 2, kLongestPatience);
+      leaps_ = false;
+      return enter(allowedBefore_, wait);
     }
     patience_ = kFirstPatience;
   }
   if (allowed_ == most_) return enter(allowed_, kLongestPatience);
-  enter(allowed_ + 1, kSamples);
+  allowedBefore_ = allowed_;
+  enter(std::min(leaps_ ? allowed_ * kLeap : allowed_ + 1, most_), kSamples);
   rateBefore_ = now;
 }
 

@@ -9,10 +9,11 @@ namespace varo::platform {
 
 /// How many requests for the parts of one object are worth having in flight.
 ///
-/// It begins with one, and allows one more while that makes the whole faster: the one that was
-/// added has to bring at least a third of what the others bring on average. Where it does not, it
-/// is taken back, and tried again after a while, which grows with every vain attempt. After a
-/// failure half as many are allowed, as a server in trouble is not to be pressed.
+/// It begins with one, and allows more while that makes the whole faster: each that was added has to
+/// bring at least a third of what the others bring on average. First it allows four times as many
+/// at once; from the first time that this was in vain, or that a request failed, one more. What was
+/// in vain is taken back, and one more is tried after a while, which grows with every vain attempt.
+/// After a failure half as many are allowed, as a server in trouble is not to be pressed.
 ///
 /// Pure: the time is an argument. Not thread-safe: its owner's lock guards it.
 class ParallelismControl {
@@ -57,8 +58,11 @@ class ParallelismControl {
   /// From when on failures count: where a line breaks all fail together, and that is one reason to
   /// step back.
   std::uint64_t firstThatCounts_ = 1;
-  /// Of one less; none where that was not measured just before.
+  /// Of `allowedBefore_`; none where that was not measured just before.
   std::optional<double> rateBefore_;
+  std::size_t allowedBefore_ = 1;
+  /// Whether four times as many are tried, not one more.
+  bool leaps_ = true;
   /// Requests to measure before the next decision, and what they have taken so far.
   std::size_t missing_ = 1;
   double bytes_ = 0;

@@ -63,8 +63,9 @@ TEST(ParallelismControlTest, GoesAsFarAsItPays) {
       {{"each connection is slow", 10'000, kNoLimit, 0}, 8, 8, 8},
       {{"each answer comes late", 100'000, kNoLimit, 200}, 8, 8, 8},
       {{"a higher limit", 10'000, kNoLimit, 50}, 24, 24, 24},
-      {{"one fills the line", kNoLimit, 10'000, 0}, 8, 1, 1},
-      {{"four fill the line", 10'000, 40'000, 0}, 8, 4, 5},
+      {{"one fills the line", kNoLimit, 10'000, 0}, 8, 1, 4},
+      {{"four fill the line", 10'000, 40'000, 0}, 24, 4, 16},
+      {{"a few fill the line", 10'000, 60'000, 0}, 8, 5, 8},
       {{"one alone", 10'000, kNoLimit, 200}, 1, 1, 1},
       {{"no limit is none at once", 10'000, kNoLimit, 0}, 0, 1, 1},
   };
@@ -73,14 +74,15 @@ TEST(ParallelismControlTest, GoesAsFarAsItPays) {
     ParallelismControl control(limit);
     const std::size_t atOnce = moved(control, line, 800).most;
     EXPECT_GE(control.allowed(), least);
-    EXPECT_LE(atOnce, std::min(most + 1, std::max<std::size_t>(limit, 1)));  // it tries one more
+    EXPECT_LE(atOnce, most);  // it has to try more than it keeps
+    if (most < limit) EXPECT_LE(control.allowed(), least + 1);
   }
 }
 
 TEST(ParallelismControlTest, FewPartsAreEnoughToProfit) {
   ParallelismControl control(8);
   const Outcome outcome = moved(control, {"each answer comes late", 100'000, 1e9, 90}, 36);
-  EXPECT_LT(outcome.milliseconds, 36 * 100 / 3.0);
+  EXPECT_LT(outcome.milliseconds, 36 * 100 / 5.0);
 }
 
 TEST(ParallelismControlTest, FailuresThatComeTogetherHalveItOnce) {
