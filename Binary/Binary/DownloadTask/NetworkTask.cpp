@@ -161,7 +161,7 @@ NetworkTask::Effects NetworkTask::make(const Step& step) {
 void NetworkTask::enter(const Step& step) { perform(make(step)); }
 
 void NetworkTask::enterFromAnswer(const Step& step) {
-  guarded([&] { performLater(make(step)); });
+  guarded([&] { perform(make(step)); });
 }
 
 void NetworkTask::performLater(const Effects& effects) {

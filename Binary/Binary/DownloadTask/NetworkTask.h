@@ -114,8 +114,8 @@ class NetworkTask final : public platform::VSTask {
   [[nodiscard]] platform::ErrorPtr cause(std::int64_t code, std::string_view message) const;
 
   // Run a step when its turn comes, and then its effects. What either throws ends the run with an
-  // error. The second one leaves the effects to the pool: a transport that completes from inside
-  // `send` makes no recursion of a row of ranges.
+  // error. The second one is for responses, which nobody waits for: it throws nothing. It is no
+  // recursion over a row of ranges, since what a transport ends from inside `send` goes to the pool.
   void enter(const Step& step);
   void enterFromAnswer(const Step& step);
   /// The step alone.
