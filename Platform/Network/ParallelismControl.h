@@ -9,11 +9,11 @@ namespace varo::platform {
 
 /// How many requests for the parts of one object are worth having in flight.
 ///
-/// It begins with one, and allows more while that makes the whole faster: each that was added has to
-/// bring at least a third of what the others bring on average. First it allows four times as many
-/// at once; from the first time that this was in vain, or that a request failed, one more. What was
-/// in vain is taken back, and one more is tried after a while, which grows with every vain attempt.
-/// After a failure half as many are allowed, as a server in trouble is not to be pressed.
+/// It begins with one, and allows more while that makes the whole faster: each that was added has
+/// to bring at least a third of what the others bring on average. First it allows four times as
+/// many at once; from the first time that this was in vain, or that a request failed, one more.
+/// What was in vain is taken back, and one more is tried after a while, which grows with every vain
+/// attempt. After a failure half as many are allowed, as a server in trouble is not to be pressed.
 ///
 /// Pure: the time is an argument. Not thread-safe: its owner's lock guards it.
 class ParallelismControl {

@@ -3,14 +3,11 @@
 #include "Binary/Binary/DownloadTask/Buffer.h"
 #include "Binary/Binary/DownloadTask/DownloadKeys.h"
 #include "Binary/Binary/DownloadTask/DownloadLogTexts.h"
-#include "Binary/Binary/DownloadTask/GlobalHeaders.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/StepQueue.h"
 #include "Binary/Binary/SourceNames.h"
-#include "Binary/Binary/Utils/CommonUtils.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
-#include "Binary/BinaryFileAdapterWithMetadata/Utils/BinaryNetworkUtils.h"
 #include "Platform/Foundation/Runtime.h"
 
 #include <algorithm>
@@ -23,7 +20,6 @@
 
 namespace varo::binary {
 
-using platform::HttpResponseInfo;
 using platform::Runtime;
 using platform::VRONetworkUtility;
 
@@ -129,6 +125,8 @@ bool NetworkTask::takeChunk(const std::shared_ptr<Chunk>& chunk) {
     // The caller holds it too, so that it is not destroyed here. An ended task keeps no bytes.
     (void)run_->waiting.removeChunkFromBuffer();
     if (_outputContext.get(kDataChunk).object() == chunk) _outputContext.remove(kDataChunk);
+    // Before it asks for the next one: others that wait for a place have their turn.
+    places_.keep(chunksInMemory(), due_.freed);
     if (goesOn()) downloadChunk();
   });
   performLater(effects);  // whoever takes chunks has bytes to write
@@ -152,6 +150,7 @@ NetworkTask::Effects NetworkTask::make(const Step& step) {
   Effects effects;
   steps_->run([&]() -> StepQueue::Effects {
     guardedStep(step);
+    places_.keep(chunksInMemory(), due_.freed);
     effects = std::exchange(due_, {});
     return {};
   });
@@ -262,7 +261,7 @@ void NetworkTask::beginRun(const RangeOrder::Ptr& order, bool isResumed) {
 }
 
 void NetworkTask::downloadChunk() {
-  while (run_->window.hasRoom(run_->waiting.count())) {
+  while (run_->window.hasRoom(run_->waiting.count()) && hasPlaceForOneMore()) {
     const std::int64_t total = run_->known._totalFileSize;
     const std::int64_t offset = run_->window.end().value_or(run_->_totalBytesDownloaded);
     if (total != 0 && offset >= total) {
@@ -282,6 +281,23 @@ void NetworkTask::downloadChunk() {
                                                         .hasStartedOver = run_->hasStartedOver});
     due_.send.push_back({runs_, range.number, run_->order, range.question});
   }
+}
+
+bool NetworkTask::hasPlaceForOneMore() {
+  const std::weak_ptr<NetworkTask> weak = self<NetworkTask>();
+  return places_.cover(chunksInMemory() + 1, run_->window.mostChunks(),
+                       [weak](const ChunkBudget::Place& place) {
+                         const auto task = weak.lock();
+                         if (task == nullptr) return;
+                         task->enterFromAnswer([&] {
+                           task->places_.add(place);
+                           if (task->goesOn()) task->downloadChunk();
+                         });
+                       });
+}
+
+std::size_t NetworkTask::chunksInMemory() const {
+  return run_ == nullptr ? 0 : run_->window.count() + run_->waiting.count();
 }
 
 /// What was published stays known until its place is taken: a pause may come before that.
@@ -332,36 +348,9 @@ void NetworkTask::send(const Request& request) {
 void NetworkTask::processNetworkResponse(const Request& request, const std::optional<Data>& data,
                                          const Dictionary& responseInfo, const ErrorPtr& error) {
   enterFromAnswer(
-      [this, request, arrival = readArrival(*request.order, data, responseInfo, error)] {
+      [this, request, arrival = readArrival(ID(), *request.order, data, responseInfo, error)] {
         arrived(request, arrival);
       });
-}
-
-RangeArrival NetworkTask::readArrival(const RangeOrder& order, const std::optional<Data>& data,
-                                      const Dictionary& responseInfo, const ErrorPtr& error) const {
-  RangeArrival arrival;
-  if (error != nullptr) {
-    arrival.transportError = error;
-    arrival.failure = CommonUtils::validateResponseforTask(ID(), kRangeRequestErrorDomain,
-                                                           responseInfo, data, error);
-    return arrival;
-  }
-  auto response = responseInfo[platform::kHttpResponse].objectAs<HttpResponseInfo>();
-  if (response == nullptr) response = std::make_shared<HttpResponseInfo>(0, Dictionary());
-  GlobalHeaders::shared().noteAnswer(order._url, *response);
-  arrival.answer = readAnswer(*response, data.value_or(Data()),
-                              {.isOnline = order.isOnline,
-                               .isBase64 = order.isBase64(),
-                               .maxBase64 = order.settings->limits.base64,
-                               .isSafe = order.settings->isSafe()});
-  const int status = arrival.answer.said.status;
-  const bool isRefusal = status < 200 || status > 299;
-  if (isRefusal && order.settings->isSafe()) {
-    CommonUtils::addAnswer(arrival.refusal, status, arrival.answer.body);
-    arrival.refusal.set(kResponseHeaders, BinaryNetworkUtils::withoutSecrets(
-                                              response->allHeaderFields(), order._headers));
-  }
-  return arrival;
 }
 
 void NetworkTask::arrived(const Request& request, RangeArrival arrival) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Binary/Binary/DownloadTask/Chunk.h"
+#include "Binary/Binary/DownloadTask/ChunkBudget.h"
 #include "Binary/Binary/DownloadTask/NetworkAnswer.h"
 #include "Binary/Binary/DownloadTask/RangeOrder.h"
 #include "Binary/Binary/DownloadTask/RangeVerdict.h"
@@ -12,8 +13,10 @@
 #include "Platform/Network/VRONetworkUtility.h"
 #include "Platform/TaskEngine/VSTask.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,8 +37,8 @@ class StepQueue;
 /// - "isAsteriskRecieved": if the server does not state the size.
 ///
 /// A listener gets each chunk from the notification and calls `takeChunk`. While too many have not
-/// been taken (`RangeWindow::hasRoom`), no further range is requested: the network must not deliver
-/// faster than the disk writes.
+/// been taken (`RangeWindow::hasRoom`), or other downloads use the memory (`ChunkBudget`), no
+/// further range is requested: the network must not deliver faster than the disk writes.
 ///
 /// Input; all but "URL" and the names of the record are optional:
 /// - "URL": that of the object with "OnlineDownloadTask"; else that of the service, where
@@ -104,6 +107,8 @@ class NetworkTask final : public platform::VSTask {
   struct Effects {
     RangeWindow::Transfers cancel;
     std::vector<Request> send;
+    /// Given back when these go.
+    std::list<ChunkBudget::Place> freed;
   };
   using Step = std::function<void()>;
 
@@ -115,7 +120,8 @@ class NetworkTask final : public platform::VSTask {
 
   // Run a step when its turn comes, and then its effects. What either throws ends the run with an
   // error. The second one is for responses, which nobody waits for: it throws nothing. It is no
-  // recursion over a row of ranges, since what a transport ends from inside `send` goes to the pool.
+  // recursion over a row of ranges, since what a transport ends from inside `send` goes to the
+  // pool.
   void enter(const Step& step);
   void enterFromAnswer(const Step& step);
   /// The step alone.
@@ -129,10 +135,6 @@ class NetworkTask final : public platform::VSTask {
   void processNetworkResponse(const Request& request, const std::optional<platform::Data>& data,
                               const platform::Dictionary& responseInfo,
                               const platform::ErrorPtr& error);
-  [[nodiscard]] RangeArrival readArrival(const RangeOrder& order,
-                                         const std::optional<platform::Data>& data,
-                                         const platform::Dictionary& responseInfo,
-                                         const platform::ErrorPtr& error) const;
   void failLater(const Request& request, std::string_view what);
   void failLater(const Request& request, const platform::ErrorPtr& failure);
 
@@ -140,6 +142,10 @@ class NetworkTask final : public platform::VSTask {
   void guardedStep(const Step& step);
   void beginRun(const RangeOrder::Ptr& order, bool isResumed);
   void downloadChunk();
+  /// Whether one chunk more may be in memory; else asks for its place, and goes on later.
+  [[nodiscard]] bool hasPlaceForOneMore();
+  /// Chunks that are asked for, early, or not taken yet.
+  [[nodiscard]] std::size_t chunksInMemory() const;
   void startOver();
   void arrived(const Request& request, RangeArrival arrival);
   /// The range that is next has arrived.
@@ -169,6 +175,7 @@ class NetworkTask final : public platform::VSTask {
   /// As told by the chunks that were published: what a resumed run begins with.
   RangeKnowledge known_;
   std::int64_t _totalBytesDownloaded = 0;
+  ChunkPlaces places_;
   /// Of the step that runs, so far.
   Effects due_;
 };

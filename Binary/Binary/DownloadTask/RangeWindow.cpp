@@ -1,27 +1,10 @@
 #include "Binary/Binary/DownloadTask/RangeWindow.h"
 
-#include "Platform/Network/TransportFailure.h"
-
 #include <algorithm>
 #include <iterator>
 #include <utility>
 
 namespace varo::binary {
-
-namespace {
-
-constexpr int kPartialContent = 206;
-
-}  // namespace
-
-bool RangeArrival::isRange() const noexcept {
-  return failure == nullptr && answer.said.status == kPartialContent;
-}
-
-bool RangeArrival::isTooLarge() const {
-  return transportError != nullptr &&
-         platform::transportFailureOf(*transportError) == platform::TransportFailure::kTooLarge;
-}
 
 RangeWindow::RangeWindow(std::size_t most, const platform::Clock& clock)
     : most_(std::max<std::size_t>(most, 1)), clock_(clock), control_(most_) {}
@@ -32,7 +15,7 @@ std::optional<std::int64_t> RangeWindow::end() const noexcept {
 }
 
 bool RangeWindow::hasRoom(std::size_t unwritten) const noexcept {
-  if (ranges_.size() + unwritten >= kMaxWaitingChunks + most_ - 1) return false;
+  if (ranges_.size() + unwritten >= mostChunks()) return false;
   return ranges_.empty() || (isOpen_ && control_.inFlight() < control_.allowed());
 }
 

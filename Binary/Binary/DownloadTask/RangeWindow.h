@@ -1,10 +1,8 @@
 #pragma once
 
-#include "Binary/Binary/DownloadTask/NetworkAnswer.h"
+#include "Binary/Binary/DownloadTask/RangeArrival.h"
 #include "Binary/Binary/DownloadTask/RangeVerdict.h"
 #include "Platform/Foundation/Clock.h"
-#include "Platform/Foundation/Error.h"
-#include "Platform/Foundation/Value.h"
 #include "Platform/Network/ParallelismControl.h"
 #include "Platform/Network/VRONetworkUtility.h"
 
@@ -15,20 +13,6 @@
 #include <vector>
 
 namespace varo::binary {
-
-/// What has become of the request for a range.
-struct RangeArrival {
-  platform::ErrorPtr failure;         // of the task; null where there is a response
-  platform::ErrorPtr transportError;  // what it comes from; null where that is no transport
-  NetworkAnswer answer = {};
-  /// Of a response that is no success: what an error says of it beside its message.
-  platform::Dictionary refusal = {};
-
-  /// Whether it is a range, as far as its status says.
-  [[nodiscard]] bool isRange() const noexcept;
-  /// Whether the response was longer than it might be.
-  [[nodiscard]] bool isTooLarge() const;
-};
 
 /// The ranges of one run that are asked for and not published yet, in the order of their bytes and
 /// without a gap. They arrive in any order, and are taken in that of their bytes: those that come
@@ -56,6 +40,9 @@ class RangeWindow {
   RangeWindow(std::size_t most, const platform::Clock& clock);
 
   [[nodiscard]] bool isEmpty() const noexcept { return ranges_.empty(); }
+  [[nodiscard]] std::size_t count() const noexcept { return ranges_.size(); }
+  /// Ranges that may be here or not written yet.
+  [[nodiscard]] std::size_t mostChunks() const noexcept { return kMaxWaitingChunks + most_ - 1; }
   /// The position behind the last range; none where there is none.
   [[nodiscard]] std::optional<std::int64_t> end() const noexcept;
   /// Whether another one may be asked for, while so many that were taken are not written.
