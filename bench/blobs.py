@@ -14,6 +14,7 @@ from harness import MIB, column
 from servers import Nginx
 
 RANGE = MIB
+PARALLEL = 4  # ranges of a blob under way, as many as applications have without asking
 SIZE = 256 * MIB
 AT_ONCE = 5
 SIZE_AT_ONCE = 200 * MIB
@@ -86,14 +87,14 @@ class Blobs:
         return [self.bench.program("varo_blobs"), mode, url, self.object, str(RANGE), str(parallel),
                 str(self.count), self.bench.home]
 
-    def ours(self, mode, url, parallel=1):
+    def ours(self, mode, url, parallel=PARALLEL):
         self.make_database()
         used = self.run(*self.command(mode, url, parallel))
         if mode == "managed":
             self.check_database()
         return used
 
-    def timed(self, url, parallel=1):
+    def timed(self, url, parallel=PARALLEL):
         """The seconds of `ours` from the first create to the last end, and those in SQLite."""
         self.make_database()
         self.clear()

@@ -57,7 +57,7 @@ def measure_downloads(bench, table, figure, size, window, most_curl, most_aria2)
         store = Store(bench, size, line.authority, None)
         runs = {
             "blob": functools.partial(blobs.ours, "managed", line.url, PARALLEL),
-            "object": functools.partial(store.our_download, PARALLEL),
+            "object": store.our_download,
             "curl": functools.partial(blobs.curl, line.url),
             "aria2c": bench.installed("aria2c", functools.partial(blobs.aria2, line.url)),
         }

@@ -46,8 +46,7 @@ class Store:
             os.remove(path)
 
     def our_upload(self):
-        return self.upload(self.bench.program("varo_objects"), "upload", self.template_url,
-                              self.source, OBJECT)
+        return self.upload(self.bench.program("varo_put"), self.template_url, self.source, OBJECT)
 
     def curl_upload(self):
         return self.upload("sh", "-c", UPLOAD_WITH_DIGEST, "sh", self.source, self.url, *SIGNING)
@@ -59,9 +58,9 @@ class Store:
                 os.remove(self.path)
         return self.bench.run(*command)
 
-    def our_download(self, parallel=1):
-        return self.download(self.bench.program("varo_objects"), "download", self.authority, OBJECT,
-                             str(RANGE), str(parallel), self.bench.home)
+    def our_download(self):
+        return self.download(self.bench.program("varo_get"), f"http://{self.authority}",
+                             *OBJECT.split("/"), os.path.join(self.stored, "ours"))
 
     def curl_download(self):
         return self.download("curl", "-sf", "-o", os.path.join(self.stored, "curl"), *SIGNING,
