@@ -25,7 +25,7 @@ class LargeObjectTest : public ObjectStoreTest {
     writeFile(path("large"), content_);
   }
 
-  /// Five parts: the first alone, then two at once.
+  /// Five parts: the first alone, then the others at once.
   [[nodiscard]] Transfer<ObjectInfo> put(const ObjectStore& objects,
                                          PutOptions options = {}) const {
     options.partSize = 5_MiB;
@@ -50,7 +50,7 @@ class LargeObjectTest : public ObjectStoreTest {
   }
   /// Returns when the client knows that the store has the first part: only then others follow.
   [[nodiscard]] bool waitsForLaterParts() const {
-    return eventually([this] { return server_->heldRequests() == 2; });
+    return eventually([this] { return server_->heldRequests() == 4; });
   }
 
   const std::string content_ = sandbox::sampleBytes((std::size_t{20} << 20U) + 3);

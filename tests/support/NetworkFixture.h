@@ -102,12 +102,14 @@ class Application {
  public:
   /// `options` are asked for once for each client. `signsOnline`: the online client signs itself.
   Application(const std::string& directory, const Addresses& at,
-              const std::function<Options(Column)>& options, bool signsOnline = false)
+              const std::function<Options(Column)>& options, bool signsOnline = false,
+              int parallelRanges = 4)
       : files_(FileClient::create(withUrl(options(Column::kFile), at.service)).value()),
         blobs_(BlobStore::open(directory + "/blobs.db", directory + "/blobs",
                                {.options = withUrl(options(Column::kBlob), at.blobs),
                                 .scope = "blobs",
-                                .rangeSize = 64_KiB})
+                                .rangeSize = 64_KiB,
+                                .parallelRanges = parallelRanges})
                    .value()),
         online_(ObjectStore::create(signsOnline ? signing(at) : signedByService(at),
                                     options(Column::kOnline))

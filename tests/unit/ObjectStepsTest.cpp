@@ -62,17 +62,19 @@ TEST_F(ObjectStepsTest, TheFirstFailureStopsTheOthersAndIsTheOutcome) {
   start(8, 9);
   ASSERT_TRUE(hasBegun(0));
   end(0);
-  ASSERT_TRUE(hasBegun(1) && hasBegun(2));
+  ASSERT_TRUE(hasBegun(1) && hasBegun(2) && hasBegun(3) && hasBegun(4));
   step(1).onRetry();
   EXPECT_FALSE(step(2).stop.stop_requested());
   step(1).done(failureOf(Kind::kServer, "first"));
   EXPECT_TRUE(step(2).stop.stop_requested());
-  EXPECT_TRUE(outcomes_.calls().empty()) << "2 runs still";
-  step(2).done(failureOf(Kind::kCancelled, "second"));
+  EXPECT_TRUE(outcomes_.calls().empty()) << "others run still";
+  for (const std::size_t other : {2U, 3U, 4U}) {
+    step(other).done(failureOf(Kind::kCancelled, "second"));
+  }
   step(2).onRetry();
   ASSERT_EQ(outcomes_.calls().size(), 1U);
   EXPECT_EQ(outcomes_.calls()[0].error().message, "first");
-  EXPECT_EQ(begun_.calls().size(), 3U) << "no other has begun";
+  EXPECT_EQ(begun_.calls().size(), 5U) << "no other has begun";
 }
 
 }  // namespace

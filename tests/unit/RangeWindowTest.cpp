@@ -57,7 +57,7 @@ class RangeWindowTest : public DownloadFixture {
   /// Starts a download of which `kMost` ranges are in flight, and those before them written.
   void startWithAll(const std::shared_ptr<DownloadTask>& task) const {
     task->start();
-    for (const std::size_t held : {1U, 2U, 2U, 3U, 3U, 3U}) {
+    for (const std::size_t held : {std::size_t{1}, kMost, kMost, kMost, kMost, kMost}) {
       awaitHeld(held);
       transport_->release();
     }
