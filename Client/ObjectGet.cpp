@@ -228,7 +228,7 @@ bool ObjectGet::goesOnWith(const PartsRecord& found, const HttpResponse& respons
   info_ = infoFrom(response, key_);
   info_.size = Bytes(found.objectSize);
   const std::size_t index = found.firstMissing();
-  if (!checkPart(response, index)) {
+  if (!checkPart(response, bytesIn(response), index)) {
     plan_.reset();
     return false;
   }
@@ -266,7 +266,8 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
   entityTag_ = headerOf(response, "ETag").value_or("");
   plan_ = plan;
   progress_.begin(plan.count());
-  auto good = response.status == kPart ? checkPart(response, 0) : Outcome<void>();
+  auto good =
+      response.status == kPart ? checkPart(response, bytesIn(response), 0) : Outcome<void>();
   if (good) good = beginFile();
   if (!good) plan_.reset();
   return good;
@@ -291,12 +292,13 @@ Outcome<void> ObjectGet::beginFile() {
   return begun ? Outcome<void>() : Outcome<void>(failureFrom(begun.error(), about()));
 }
 
-Outcome<void> ObjectGet::checkPart(const HttpResponse& response, std::size_t index) const {
-  const auto range = rangeIn(response);
-  if (response.status != kPart || !range) {
-    return notAStore(response, about(), "it is not the part that was asked for");
+Outcome<void> ObjectGet::checkPart(const HttpResponse& head, std::uint64_t bytes,
+                                   std::size_t index) const {
+  const auto range = rangeIn(head);
+  if (head.status != kPart || !range) {
+    return notAStore(head, about(), "it is not the part that was asked for");
   }
-  if (headerOf(response, "ETag").value_or("") != entityTag_ ||
+  if (headerOf(head, "ETag").value_or("") != entityTag_ ||
       static_cast<std::uint64_t>(*range->total) != info_.size->count) {
     return failureOf(Kind::kConflict,
                      fmt::format("{}: the object was replaced meanwhile", about()));
@@ -304,8 +306,7 @@ Outcome<void> ObjectGet::checkPart(const HttpResponse& response, std::size_t ind
   const std::uint64_t first = begin() + plan_->first(index);
   const std::uint64_t length = plan_->length(index);
   if (static_cast<std::uint64_t>(range->span->first) != first ||
-      static_cast<std::uint64_t>(range->span->last) != first + length - 1 ||
-      bytesIn(response) != length) {
+      static_cast<std::uint64_t>(range->span->last) != first + length - 1 || bytes != length) {
     return failureOf(Kind::kIntegrity,
                      fmt::format("{}: the store sent other bytes than the {} from {} that were "
                                  "asked for",
@@ -339,15 +340,46 @@ void ObjectGet::askPart(const ObjectRunPtr& run, const ObjectSteps::Step& step) 
   };
   // A weak tag would match nothing.
   if (entityTag_.starts_with('"')) part.headers.push_back({"If-Match", entityTag_});
+  const auto receiver = receiverOf(index);
+  part.receiver = receiver;
   run->send(std::move(part), step.stop,
-            [work = self<ObjectGet>(), run, step](const Outcome<HttpResponse>& answer) {
-              if (!answer) return step.done(answer.error());
-              const Data bytes = answer->body.value_or(Data());
-              auto good = work->checkPart(*answer, step.index);
-              if (good) good = work->take(run->running(), step.index, bytes, step.stop);
-              if (!good) return step.done(std::move(good).error());
-              step.done(bytes.size());
+            [work = self<ObjectGet>(), run, step, receiver](const Outcome<HttpResponse>& answer) {
+              if (answer) {
+                return step.done(work->takePart(run, step, *answer, receiver.get()));
+              }
+              if (receiver != nullptr) static_cast<void>(receiver->finish());
+              step.done(answer.error());
             });
+}
+
+std::shared_ptr<PartReceiver> ObjectGet::receiverOf(std::size_t index) {
+  const auto file = parts();
+  if (file == nullptr) return nullptr;
+  return std::make_shared<PartReceiver>(
+      file->file(), plan_->first(index), plan_->length(index),
+      [work = self<ObjectGet>(), index](const HttpResponse& head) {
+        return work->checkPart(head, work->plan_->length(index), index).has_value();
+      });
+}
+
+Outcome<std::uint64_t> ObjectGet::takePart(const ObjectRunPtr& run, const ObjectSteps::Step& step,
+                                           const HttpResponse& response, PartReceiver* receiver) {
+  if (receiver == nullptr) {
+    auto good = checkPart(response, bytesIn(response), step.index);
+    const Data bytes = response.body.value_or(Data());
+    if (good) good = take(run->running(), step.index, bytes, step.stop);
+    return good ? Outcome<std::uint64_t>(bytes.size()) : std::move(good).error();
+  }
+  const auto bytes = receiver->finish();
+  if (!bytes) return failureFrom(bytes.error(), about());
+  if (auto good = checkPart(response, *bytes, step.index); !good) return std::move(good).error();
+  const auto file = parts();
+  if (file == nullptr) return cancelledObject(about());  // given up before its end
+  if (const auto stored = file->written(step.index); !stored) {
+    return failureFrom(stored.error(), about());
+  }
+  run->running().reached(progress_.whole(step.index, *bytes), plan_->size);
+  return *bytes;
 }
 
 Outcome<void> ObjectGet::take(RunningBase& running, std::size_t index, const Data& bytes,

@@ -5,6 +5,7 @@
 #include "Client/ObjectSteps.h"
 #include "Client/OrderedSink.h"
 #include "Client/PartPlan.h"
+#include "Client/PartReceiver.h"
 #include "Client/PartsFile.h"
 #include "Client/PartsProgress.h"
 #include "Client/PartsRecord.h"
@@ -70,9 +71,16 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
   [[nodiscard]] bool goesOnWith(const PartsRecord& found, const platform::HttpResponse& response);
   void askOthers(const ObjectRunPtr& run, Control control, const End& end);
   void askPart(const ObjectRunPtr& run, const ObjectSteps::Step& step);
-  /// None, or why this is not the part.
-  [[nodiscard]] Outcome<void> checkPart(const platform::HttpResponse& response,
+  /// Null where the bytes have to wait for those before them.
+  [[nodiscard]] std::shared_ptr<PartReceiver> receiverOf(std::size_t index);
+  /// None, or why a response with this head and so many bytes is not the part.
+  [[nodiscard]] Outcome<void> checkPart(const platform::HttpResponse& head, std::uint64_t bytes,
                                         std::size_t index) const;
+  /// What has come of a part is there, or it failed. Returns its bytes.
+  [[nodiscard]] Outcome<std::uint64_t> takePart(const ObjectRunPtr& run,
+                                                const ObjectSteps::Step& step,
+                                                const platform::HttpResponse& response,
+                                                PartReceiver* receiver);
   /// Stores the part, or hands it to the sink.
   [[nodiscard]] Outcome<void> take(RunningBase& running, std::size_t index,
                                    const platform::Data& bytes, const std::stop_token& stop);

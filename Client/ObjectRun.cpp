@@ -129,6 +129,7 @@ Outcome<ObjectRun::Encoded> ObjectRun::encoded(ObjectRequest request,
   if (!toSign.query.empty()) encoded.url += "?" + binary::encodedQuery(toSign.query);
   encoded.limits = request.limits;
   encoded.spoolDirectory = std::move(request.spoolDirectory);
+  encoded.receiver = std::move(request.receiver);
   encoded.onSent = std::move(request.onSent);
   encoded.onReceived = std::move(request.onReceived);
   std::shared_ptr<StoreAuthorizer> signer;

@@ -31,6 +31,7 @@ struct ObjectRequest {
   platform::ResponseLimits limits = {};
   /// See `platform::HttpRequest`.
   std::string spoolDirectory = {};
+  std::shared_ptr<platform::BodyReceiver> receiver = {};
   /// Status that is no success, but not a failure either; 0 for none.
   int alsoGood = 0;
   /// See `platform::HttpRequest`.

@@ -104,6 +104,7 @@ PartsFile::~PartsFile() {
     if (!isBegun_) isOfNoUse = file_->size() && *file_->size() == 0;
   }
   if (isOfNoUse) remove();
+  if (!path_.empty()) file_->unlock();
 }
 
 std::optional<PartsRecord> PartsFile::readRecord(const std::string& object) const {
@@ -150,23 +151,27 @@ Result<void> PartsFile::write(std::size_t index, const Data& bytes) {
     const MutexLock lock(mutex_);
     at = record_.plan.first(index);
   }
-  const std::uint64_t begin = at;
-  auto written = bytes.forEachPiece([&](std::string_view piece) {
-    auto done = file_->writeAt(at, piece);
+  auto done = bytes.forEachPiece([&](std::string_view piece) {
+    auto one = file_->writeAt(at, piece);
     at += piece.size();
-    return done;
+    return one;
   });
-  if (!written) return written;
+  return done ? written(index) : done;
+}
+
+Result<void> PartsFile::written(std::size_t index) {
+  PartPlan plan;
   bool isDue = false;
   {
     const MutexLock lock(mutex_);
+    plan = record_.plan;
     record_.isThere[index] = true;
-    unrecorded_ += bytes.size();
-    isDue = isTime();
+    unrecorded_ += plan.length(index);
+    isDue = !path_.empty() && isTime();
   }
-  if (path_.empty()) return {};
   if (isDue) return record();
-  file_->startWriteback(begin, bytes.size());
+  // So that nobody waits for all of it at the end.
+  file_->startWriteback(plan.first(index), plan.length(index));
   return {};
 }
 

@@ -35,7 +35,7 @@ class PartsFile {
   [[nodiscard]] static Outcome<std::shared_ptr<PartsFile>> beside(
       const std::filesystem::path& destination, const std::string& object,
       const std::string& about);
-  /// A file that nothing was recorded of goes.
+  /// A file that nothing was recorded of goes. Unlocks it, whoever reads it still.
   ~PartsFile();
   PartsFile(const PartsFile&) = delete;
   PartsFile& operator=(const PartsFile&) = delete;
@@ -49,8 +49,10 @@ class PartsFile {
   /// Begins anew, without a part.
   [[nodiscard]] platform::Result<void> begin(PartsRecord of);
 
-  /// Stores a part, and records it where it is time for that.
+  /// Stores a part.
   [[nodiscard]] platform::Result<void> write(std::size_t index, const platform::Data& bytes);
+  /// The bytes of a part are at their place in `file`: records that where it is time for it.
+  [[nodiscard]] platform::Result<void> written(std::size_t index);
   /// Records all parts that are there.
   [[nodiscard]] platform::Result<void> record();
 

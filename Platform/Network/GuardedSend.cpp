@@ -1,5 +1,6 @@
 #include "Platform/Network/GuardedSend.h"
 
+#include "Platform/Foundation/Data.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Mutex.h"
@@ -10,6 +11,7 @@
 #include <exception>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -153,11 +155,44 @@ class GuardedTransfer final : public HttpTransfer {
   std::shared_ptr<HttpTransfer> transfer_ VARO_GUARDED_BY(mutex_);
 };
 
+/// Has the receiver take a body that came with the response, from a transport that knows no
+/// receivers. An error takes the place of the response.
+void handOver(BodyReceiver& receiver, std::optional<HttpResponse>& response, ErrorPtr& error) {
+  if (!response || response->bodyWasReceived || !response->body || response->status / 100 != 2) {
+    return;
+  }
+  const Data body = std::exchange(*response->body, Data());
+  Result<void> taken = receiver.begin(response->status, response->headers, body.size());
+  if (taken) {
+    taken = body.forEachPiece([&](std::string_view piece) { return receiver.write(piece); });
+  }
+  if (taken) return;
+  response.reset();
+  error = makeTransportError(HttpTransportError::kResponseBodyNotStored,
+                             "The response could not be stored", *taken.error(), {});
+}
+
+HttpCompletion handingOver(std::shared_ptr<BodyReceiver> receiver, HttpCompletion completion) {
+  return [receiver = std::move(receiver), completion = std::move(completion)](
+             std::optional<HttpResponse> response, ErrorPtr error) {
+    try {
+      handOver(*receiver, response, error);
+    } catch (const std::exception& failure) {
+      response.reset();
+      error = makeTransportError(HttpTransportError::kNoResources, failure.what());
+    }
+    completion(std::move(response), std::move(error));
+  };
+}
+
 }  // namespace
 
 std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport, HttpRequest request,
                                           const std::stop_token& cancellation,
                                           HttpCompletion completion) {
+  if (request.receiver != nullptr) {
+    completion = handingOver(request.receiver, std::move(completion));
+  }
   const auto ending = std::make_shared<Ending>(std::move(completion));
   auto transfer = std::make_shared<GuardedTransfer>(ending);
   if (cancellation.stop_requested()) {

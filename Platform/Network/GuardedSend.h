@@ -14,6 +14,8 @@ namespace varo::platform {
 ///   destroyed without having been called are `HttpTransportError::kNoAnswer`. Where a transport
 ///   says both, the error counts.
 /// - All calls of the completion but the first are ignored.
+/// - The body of a 2xx that came with the response, since the transport knows no receivers, goes to
+///   the request's receiver before the completion is called.
 /// - Once a stop is requested of `cancellation`, the transfer is cancelled; after that nothing is
 ///   sent. Where the transport offers nothing to cancel, or its `cancel` throws, the request ends
 ///   with `HttpTransportError::kCancelled` and a later response is ignored.

@@ -67,12 +67,15 @@ struct ResponseLimits {
 /// it as its cause; what a function throws, with `kNoResources`.
 class BodyReceiver : public Object {
  public:
-  /// The head of a response with a status of 2xx that can have a body. At most once, before its
+  /// The head of a response with a status of 2xx that can have a body. Once for a body, before its
   /// first byte. `expected`: bytes that will come; none where the server does not say.
   [[nodiscard]] virtual Result<void> begin(int status, const std::vector<HttpHeader>& headers,
                                            std::optional<std::uint64_t> expected) = 0;
   /// The next bytes of the body, in order and without a gap.
   [[nodiscard]] virtual Result<void> write(std::string_view bytes) = 0;
+  /// Whether it can take the body of another attempt after it was given bytes of this one: then
+  /// `begin` is called again, once for each attempt.
+  [[nodiscard]] virtual bool mayBeginAgain() const noexcept { return false; }
 
   [[nodiscard]] std::string description() const override { return "BodyReceiver"; }
 };

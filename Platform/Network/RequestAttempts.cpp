@@ -24,7 +24,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// Notes whether the receiver behind it was given anything.
+/// Notes whether the receiver behind it was given anything that it cannot be given again.
 class WatchedReceiver final : public BodyReceiver {
  public:
   explicit WatchedReceiver(std::shared_ptr<BodyReceiver> receiver)
@@ -34,7 +34,7 @@ class WatchedReceiver final : public BodyReceiver {
 
   [[nodiscard]] Result<void> begin(int status, const std::vector<HttpHeader>& headers,
                                    std::optional<std::uint64_t> expected) override {
-    hasBegun_ = true;
+    hasBegun_ = !receiver_->mayBeginAgain();
     return receiver_->begin(status, headers, expected);
   }
   [[nodiscard]] Result<void> write(std::string_view bytes) override {

@@ -46,7 +46,16 @@ ResponseSink::ResponseSink(std::string spoolDirectory, std::size_t gatherSize,
       buffers_(std::move(buffers)),
       buffer_(std::make_shared<std::string>()) {}
 
+ResponseSink::ResponseSink(std::shared_ptr<File> file, std::uint64_t begin, std::size_t gatherSize)
+    : gatherSize_(gatherSize),
+      buffer_(std::make_shared<std::string>()),
+      file_(std::move(file)),
+      begin_(begin) {
+  buffer_->reserve(gatherSize_);
+}
+
 Result<void> ResponseSink::expect(std::uint64_t size) {
+  if (file_ != nullptr) return {};
   if (size > tuning::kSpoolThreshold) return startSpooling();
   const bool fillsMost = buffers_ != nullptr && size > buffers_->size() / 2;
   if (fillsMost && buffer_->empty()) buffer_ = buffers_->lend();
@@ -69,7 +78,7 @@ Result<void> ResponseSink::startSpooling() {
 }
 
 Result<void> ResponseSink::flush() {
-  if (auto written = file_->writeAt(spooled_, *buffer_); !written) return written;
+  if (auto written = file_->writeAt(begin_ + spooled_, *buffer_); !written) return written;
   spooled_ += buffer_->size();
   buffer_->clear();
   return {};
@@ -105,7 +114,7 @@ Result<Data> ResponseSink::look(std::uint64_t offset, std::size_t most) {
   if (offset + length > spooled_) {
     if (auto written = flush(); !written) return written.error();
   }
-  return Data::fromFileRegion(file_, offset, length);
+  return Data::fromFileRegion(file_, begin_ + offset, length);
 }
 
 Result<Data> ResponseSink::take() {
@@ -113,7 +122,8 @@ Result<Data> ResponseSink::take() {
     return Data::sharing(std::exchange(buffer_, std::make_shared<std::string>()));
   }
   if (auto written = flush(); !written) return written.error();
-  Data body = Data::fromFileRegion(std::exchange(file_, nullptr), 0, std::exchange(spooled_, 0));
+  Data body =
+      Data::fromFileRegion(std::exchange(file_, nullptr), begin_, std::exchange(spooled_, 0));
   return body;
 }
 

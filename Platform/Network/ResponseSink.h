@@ -23,6 +23,9 @@ class ResponseSink {
   ResponseSink(std::string spoolDirectory, std::size_t gatherSize,
                std::shared_ptr<BufferPool> buffers = nullptr);
 
+  /// One whose body goes into `file` from its position `begin` on, with the first byte.
+  ResponseSink(std::shared_ptr<File> file, std::uint64_t begin, std::size_t gatherSize);
+
   /// What the server says will come; a large body goes to a file from its first byte.
   [[nodiscard]] Result<void> expect(std::uint64_t size);
 
@@ -37,7 +40,8 @@ class ResponseSink {
   /// be taken while they are read. Errors as `write`.
   [[nodiscard]] Result<Data> look(std::uint64_t offset, std::size_t most);
 
-  /// Hands over the body and is empty again. Errors as `write`.
+  /// Hands over the body and is empty again; with a file of the caller's it takes nothing more.
+  /// Errors as `write`.
   [[nodiscard]] Result<Data> take();
 
  private:
@@ -50,7 +54,8 @@ class ResponseSink {
   /// All of a small body, or what comes behind the bytes in the file. Never null.
   std::shared_ptr<std::string> buffer_;
   std::shared_ptr<File> file_;
-  std::uint64_t spooled_ = 0;  // bytes in the file
+  const std::uint64_t begin_ = 0;  // position of the body in the file
+  std::uint64_t spooled_ = 0;      // bytes in the file
 };
 
 }  // namespace varo::platform

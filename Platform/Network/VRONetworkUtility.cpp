@@ -158,37 +158,6 @@ void refuse(const NetworkCallback& callback, const ErrorPtr& error) {
   Runtime::shared().pool().postOrRun([callback, error] { report(callback, std::nullopt, error); });
 }
 
-/// Has the receiver take a body that came with the response, from a transport that knows no
-/// receivers. An error takes the place of the response.
-void handOver(BodyReceiver& receiver, std::optional<HttpResponse>& response, ErrorPtr& error) {
-  if (!response || response->bodyWasReceived || !response->body || response->status / 100 != 2) {
-    return;
-  }
-  const Data body = std::exchange(*response->body, Data());
-  Result<void> taken = receiver.begin(response->status, response->headers, body.size());
-  if (taken) {
-    taken = body.forEachPiece([&](std::string_view piece) { return receiver.write(piece); });
-  }
-  if (taken) return;
-  response.reset();
-  error = makeTransportError(HttpTransportError::kResponseBodyNotStored,
-                             "The response could not be stored", *taken.error(), {});
-}
-
-/// The completion of a request, which may have a receiver.
-HttpCompletion completionOf(const NetworkCallback& callback,
-                            const std::shared_ptr<BodyReceiver>& receiver) {
-  return [callback, receiver](std::optional<HttpResponse> response, ErrorPtr error) {
-    try {
-      if (receiver != nullptr) handOver(*receiver, response, error);
-    } catch (const std::exception& failure) {
-      response.reset();
-      error = makeTransportError(HttpTransportError::kNoResources, failure.what());
-    }
-    report(callback, response, error);
-  };
-}
-
 TransferPtr dispatch(HttpRequest request, const Dictionary& options,
                      const NetworkCallback& callback) {
   request.receiver = options[kBodyReceiver].objectAs<BodyReceiver>();
@@ -199,7 +168,10 @@ TransferPtr dispatch(HttpRequest request, const Dictionary& options,
     request.limits = value->limits;
   }
   const auto settings = options[kRequestSettings].objectAs<RequestSettings>();
-  HttpCompletion completion = completionOf(callback, request.receiver);
+  HttpCompletion completion = [callback](const std::optional<HttpResponse>& response,
+                                         const ErrorPtr& error) {
+    report(callback, response, error);
+  };
   if (settings == nullptr) {
     return sendGuarded(*VRONetworkUtility::transport(), std::move(request), {},
                        std::move(completion));

@@ -126,9 +126,9 @@ struct GetOptions {
   Bytes partSize = 8_MiB;
   /// Parts that are asked for side by side at most, as `PutOptions::partsAtOnce`.
   ///
-  /// A part of more than 1 MiB comes into a nameless file, a smaller one into memory; so what is
-  /// under way takes `partsAtOnce` times `partSize` of the disk, or of memory. A `Sink` gets the
-  /// parts in their order: those that wait for one before them are counted, too.
+  /// The parts of a file go to their places while they come. A `Sink` gets them in their order:
+  /// what is under way, and waits for a part before it, takes `partsAtOnce` times `partSize` of the
+  /// disk, or of memory where a part has at most 1 MiB.
   int partsAtOnce = 8;
   /// For a file: what has come of a get that does not end well, because it fails, is cancelled or
   /// its process is killed, stays, and the next get with `keepParts` of the same object into the
@@ -190,11 +190,9 @@ class ObjectStore {
   /// Brings an object's bytes to `to`; a path has to be that of the file, not of a directory, and
   /// its directory has to be there.
   ///
-  /// - All bytes are of one version of the object: `Kind::kConflict` where it is replaced
-  /// meanwhile.
-  /// - Progress counts whole parts, those that an earlier get has left too. A `Sink` is never
-  /// called
-  ///   with the same byte twice.
+  /// - All bytes are of one version of the object; `Kind::kConflict` where it is replaced.
+  /// - Progress counts what has come, and the parts that an earlier get has left. A `Sink` is
+  ///   never called with the same byte twice.
   VARO_API Transfer<ObjectInfo> get(ObjectKey key, Destination to, GetOptions options = {}) const;
 
   /// Asks for what the store knows about an object. `S3` only.

@@ -31,7 +31,7 @@ bool RangeArrival::isTooLarge() const {
          platform::transportFailureOf(*transportError) == platform::TransportFailure::kTooLarge;
 }
 
-RangeArrival readArrival(const std::string& taskId, const RangeOrder& order,
+RangeArrival readArrival(std::int64_t taskId, const RangeOrder& order,
                          const std::optional<Data>& data, const Dictionary& responseInfo,
                          const ErrorPtr& error) {
   RangeArrival arrival;

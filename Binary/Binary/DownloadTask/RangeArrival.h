@@ -6,8 +6,8 @@
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Value.h"
 
+#include <cstdint>
 #include <optional>
-#include <string>
 
 namespace varo::binary {
 
@@ -27,7 +27,7 @@ struct RangeArrival {
 
 /// Reads what the transport has told of a request for a range, for the task of this id. May take a
 /// while.
-[[nodiscard]] RangeArrival readArrival(const std::string& taskId, const RangeOrder& order,
+[[nodiscard]] RangeArrival readArrival(std::int64_t taskId, const RangeOrder& order,
                                        const std::optional<platform::Data>& data,
                                        const platform::Dictionary& responseInfo,
                                        const platform::ErrorPtr& error);
