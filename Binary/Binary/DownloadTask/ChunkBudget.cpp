@@ -31,6 +31,14 @@ ChunkBudget& ChunkBudget::shared() {
 
 bool ChunkBudget::hasRoom(std::size_t most) const { return taken_ < std::max(chunks_, most); }
 
+ChunkBudget::Place ChunkBudget::takeFirst() {
+  auto token = std::make_shared<Token>(*this);
+  const MutexLock lock(mutex_);
+  ++taken_;
+  token->isTaken = true;
+  return token;
+}
+
 ChunkBudget::Place ChunkBudget::ask(std::size_t most, Taker taker) {
   auto token = std::make_shared<Token>(*this);
   auto job = [token, taker = std::move(taker)] { taker(token); };
@@ -60,7 +68,11 @@ void ChunkBudget::giveBack() noexcept {
 }
 
 bool ChunkPlaces::cover(std::size_t chunks, std::size_t most, const ChunkBudget::Taker& taker) {
-  if (places_.size() + 1 >= chunks) return true;
+  if (places_.size() >= chunks) return true;
+  if (places_.empty()) {
+    places_.push_back(ChunkBudget::shared().takeFirst());
+    return true;
+  }
   if (isWaiting_) return false;
   auto place = ChunkBudget::shared().ask(most, taker);
   isWaiting_ = place == nullptr;
@@ -74,7 +86,7 @@ void ChunkPlaces::add(const ChunkBudget::Place& place) {
 }
 
 void ChunkPlaces::keep(std::size_t chunks, std::list<ChunkBudget::Place>& freed) noexcept {
-  while (places_.size() + 1 > std::max<std::size_t>(chunks, 1)) {
+  while (places_.size() > chunks) {
     freed.splice(freed.end(), places_, std::prev(places_.end()));
   }
 }

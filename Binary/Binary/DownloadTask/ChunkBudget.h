@@ -13,23 +13,24 @@ namespace varo::binary {
 /// The chunks that the downloads of this process have between the request and the file, together.
 ///
 /// Each of them is in memory, so that many downloads at once would otherwise take many times what
-/// one takes. The first chunk of each download is not counted: whatever the others have, each goes
-/// on. Thread-safe.
+/// one takes. Whatever the others have, each may have one, so that it goes on. Thread-safe.
 class ChunkBudget {
  public:
   /// The room for one chunk, given back by the last copy to go. Not in a step: it calls the pool.
   using Place = std::shared_ptr<const void>;
   using Taker = std::function<void(const Place&)>;
 
-  /// Enough for one download with four ranges under way, and for five to go on side by side.
+  /// Enough for one download with four ranges under way.
   static constexpr std::size_t kChunks = 8;
 
   explicit ChunkBudget(std::size_t chunks = kChunks) : chunks_(chunks) {}
   /// The one of this process.
   [[nodiscard]] static ChunkBudget& shared();
 
-  /// A place, or null where there is none now, or others wait for one: then `taker` gets one, on a
-  /// thread of the pool, when its turn comes. For a download that could use `most` alone, the
+  /// A place for the first chunk of a download: there always is one.
+  [[nodiscard]] Place takeFirst();
+  /// Another place, or null where there is none now, or others wait for one: then `taker` gets one,
+  /// on a thread of the pool, when its turn comes. For a download that could use `most` alone, the
   /// budget is at least that. The budget outlives its places.
   [[nodiscard]] Place ask(std::size_t most, Taker taker);
 
