@@ -83,6 +83,14 @@ int __wrap_sqlite3_step(sqlite3_stmt* statement) {
   return __real_sqlite3_step(statement);
 }
 
+int __real_sqlite3_exec(sqlite3* database, const char* sql, sqlite3_callback row, void* argument,
+                        char** error);
+int __wrap_sqlite3_exec(sqlite3* database, const char* sql, sqlite3_callback row, void* argument,
+                        char** error) {
+  const Call call;
+  return __real_sqlite3_exec(database, sql, row, argument, error);
+}
+
 int __real_sqlite3_reset(sqlite3_stmt* statement);
 int __wrap_sqlite3_reset(sqlite3_stmt* statement) {
   const Call call;

@@ -4,8 +4,8 @@
 
 namespace varo::bench {
 
-/// How often this process has called fdatasync, SQLite's calls among them. A program that asks for
-/// it has an fdatasync of its own, which counts. Thread-safe.
+/// How often this process has called fdatasync or fsync, SQLite's calls among them. A program that
+/// asks for it has both functions of its own, which count. Thread-safe.
 [[nodiscard]] std::int64_t syncCount() noexcept;
 
 }  // namespace varo::bench

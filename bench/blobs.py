@@ -218,5 +218,5 @@ def measure_many_blobs(bench, table):
         table.add(f"{figure}, blobs a second", f"{rate:.4g} /s")
         syncs = statistics.median(column(used[mode], "syncs")) / many
         goal = (f"at most {SYNCS_EACH}", syncs <= SYNCS_EACH) if mode == "delete" else ("", None)
-        table.add(f"{figure}, fdatasync each", f"{syncs:.2f}", "", "", *goal)
+        table.add(f"{figure}, waits for the disk each", f"{syncs:.2f}", "", "", *goal)
         add_share(table, figure, used[mode])

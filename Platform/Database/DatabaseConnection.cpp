@@ -4,6 +4,7 @@
 #include "Platform/Database/DatabaseTuning.h"
 #include "Platform/Database/StatementValues.h"
 #include "Platform/Foundation/Error.h"
+#include "Platform/Foundation/ThreadPool.h"
 
 #include <sqlite3.h>
 
@@ -67,7 +68,16 @@ void DatabaseConnection::Finalize::operator()(sqlite3_stmt* statement) const noe
   (void)sqlite3_finalize(statement);  // repeats the error of the last step
 }
 
-DatabaseConnection::DatabaseConnection(std::string path) : path_(std::move(path)) {}
+DatabaseConnection::LateWrites::~LateWrites() {
+  for (const LateWrite& each : writes) {
+    const JobContext::Scope scope(each.context);
+    ThreadPool::runHere([&each] { each.told(each.outcome); });
+  }
+}
+
+DatabaseConnection::DatabaseConnection(std::string path)
+    : path_(std::move(path)),
+      noMemory_(makeSqliteError(SQLITE_NOMEM, sqlite3_errstr(SQLITE_NOMEM), path_)) {}
 
 DatabaseConnection::~DatabaseConnection() = default;
 
@@ -94,12 +104,41 @@ Result<StatementOutcome> DatabaseConnection::write(const VROPreparedStatement& s
     const MutexLock lock(briefMutex_);
     writes_.push_back(&own);
   }
+  LateWrites late;
   const MutexLock lock(mutex_);
   // Whoever had the turn before may have done it, too.
-  if (!own.outcome) writeWaitingLocked();
+  if (!own.outcome) writeWaitingLocked(late);
   if (!own.outcome) return executeAloneLocked(statement, busyTimeout);
   if (!*own.outcome) return own.outcome->error();
   return std::move(own.outcome->value().front());
+}
+
+bool DatabaseConnection::writeLater(VROPreparedStatement statement,
+                                    std::chrono::milliseconds busyTimeout, Told told) {
+  // In the list before it is lined up, so that it stays where it is.
+  std::list<LateWrite> own;
+  own.push_back({std::move(statement),
+                 std::move(told),
+                 JobContext::current(),
+                 Clock::now(),
+                 {{}, nullptr, busyTimeout, {}},
+                 noMemory_});
+  LateWrite& late = own.front();
+  late.write.statements = {&late.statement, 1};
+  const MutexLock lock(briefMutex_);
+  writes_.push_back(&late.write);
+  late_.splice(late_.end(), own);
+  return late_.size() == 1;
+}
+
+void DatabaseConnection::flush(Clock::time_point time) {
+  {
+    const MutexLock lock(briefMutex_);
+    if (late_.empty() || late_.front().since > time) return;
+  }
+  LateWrites late;
+  const MutexLock lock(mutex_);
+  writeWaitingLocked(late);
 }
 
 std::vector<GroupOutcome> DatabaseConnection::writeGroups(const std::vector<StatementGroup>& groups,
@@ -118,9 +157,10 @@ std::vector<GroupOutcome> DatabaseConnection::writeGroups(const std::vector<Stat
     const MutexLock lock(briefMutex_);
     writes_.insert(writes_.end(), lined.begin(), lined.end());
   }
+  LateWrites late;
   const MutexLock lock(mutex_);
   // Whoever had the turn before may have done them, too.
-  if (!own.empty() && !own.front().outcome) writeWaitingLocked();
+  if (!own.empty() && !own.front().outcome) writeWaitingLocked(late);
   for (std::size_t i = 0; i < own.size(); ++i) {
     // What has failed may have closed the database.
     if (!own[i].outcome && database_ != nullptr) writeTogetherLocked({&lined[i], 1});
@@ -239,20 +279,39 @@ Result<StatementOutcome> DatabaseConnection::executeAloneLocked(
   return outcome;
 }
 
-void DatabaseConnection::writeWaitingLocked() noexcept {
+void DatabaseConnection::writeWaitingLocked(LateWrites& late) noexcept {
   std::vector<Write*> writes;
   {
     const MutexLock lock(briefMutex_);
     writes.swap(writes_);
+    late.writes.splice(late.writes.end(), late_);
     lastUse_ = Clock::now();
   }
   // None where all were taken by one who could not execute them together.
-  if (writes.empty() || database_ == nullptr) return;
-  // Those that wait differently long for locks go alone.
-  std::erase_if(writes, [timeout = writes.front()->busyTimeout](const Write* write) {
-    return write->busyTimeout != timeout;
-  });
-  if (writes.size() >= 2) writeTogetherLocked(writes);
+  if (writes.size() >= 2 && database_ != nullptr) {
+    // Those that wait differently long for locks go alone.
+    std::erase_if(writes, [timeout = writes.front()->busyTimeout](const Write* write) {
+      return write->busyTimeout != timeout;
+    });
+    if (writes.size() >= 2) writeTogetherLocked(writes);
+  }
+  // Before anybody else has a turn: what was asked for later is executed later.
+  for (LateWrite& each : late.writes) finishLocked(each);
+}
+
+void DatabaseConnection::finishLocked(LateWrite& late) noexcept {
+  std::optional<GroupOutcome>& outcome = late.write.outcome;
+  try {
+    if (!outcome) {
+      late.outcome = executeAloneLocked(late.statement, late.write.busyTimeout);
+    } else if (*outcome) {
+      late.outcome = std::move(outcome->value().front());
+    } else {
+      late.outcome = outcome->error();
+    }
+  } catch (const std::exception&) {
+    // It stays that there is no memory.
+  }
 }
 
 void DatabaseConnection::writeTogetherLocked(std::span<Write* const> writes) noexcept {

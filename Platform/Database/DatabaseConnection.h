@@ -3,12 +3,15 @@
 #include "Platform/Database/StatementGroup.h"
 #include "Platform/Database/StatementOutcome.h"
 #include "Platform/Database/VROPreparedStatement.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Result.h"
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <span>
@@ -57,6 +60,17 @@ class DatabaseConnection {
   [[nodiscard]] std::vector<GroupOutcome> writeGroups(const std::vector<StatementGroup>& groups,
                                                       std::chrono::milliseconds busyTimeout);
 
+  /// Hears of a write that nobody has waited for; called once, with no lock held, in the
+  /// `JobContext` of the call.
+  using Told = std::function<void(const Result<StatementOutcome>&)>;
+  /// Lines up an insert, update or delete, and returns at once. The next commit takes it along,
+  /// before whatever is asked for after this call. True where no other one waits like this: then
+  /// somebody has to `flush` in a while.
+  [[nodiscard]] bool writeLater(VROPreparedStatement statement,
+                                std::chrono::milliseconds busyTimeout, Told told);
+  /// Commits them, where the first of those that wait has done so since then.
+  void flush(Clock::time_point time);
+
   /// Writes that will share the next commit, as it stands now; a group counts as one.
   [[nodiscard]] std::size_t waitingWrites() const;
 
@@ -90,6 +104,24 @@ class DatabaseConnection {
     std::optional<GroupOutcome> outcome;
   };
 
+  /// One that nobody waits for.
+  struct LateWrite {
+    VROPreparedStatement statement;
+    Told told;
+    JobContext::Ptr context;
+    Clock::time_point since;
+    Write write;
+    Result<StatementOutcome> outcome;
+  };
+  /// Tells of them when it goes: after the lock, which is taken after it.
+  struct LateWrites {
+    LateWrites() = default;
+    ~LateWrites();
+    LateWrites(const LateWrites&) = delete;
+    LateWrites& operator=(const LateWrites&) = delete;
+    std::list<LateWrite> writes;
+  };
+
   static Result<FileIdentity> identityOf(const std::string& path);
   Result<void> openLocked() VARO_REQUIRES(mutex_);
   Result<void> openFileLocked() VARO_REQUIRES(mutex_);
@@ -103,8 +135,10 @@ class DatabaseConnection {
                                          std::int64_t insertedRow = 0) VARO_REQUIRES(mutex_);
   Result<std::vector<StatementOutcome>> executeLocked(const Write& write) VARO_REQUIRES(mutex_);
   /// Gives those that wait an outcome, in one transaction. What it leaves without one has changed
-  /// nothing, and has to be executed alone.
-  void writeWaitingLocked() noexcept VARO_REQUIRES(mutex_);
+  /// nothing, and has to be executed alone. `late` gets those that nobody
+  /// waits for, all with an outcome.
+  void writeWaitingLocked(LateWrites& late) noexcept VARO_REQUIRES(mutex_);
+  void finishLocked(LateWrite& late) noexcept VARO_REQUIRES(mutex_);
   /// The same for these, which are at least one.
   void writeTogetherLocked(std::span<Write* const> writes) noexcept VARO_REQUIRES(mutex_);
   void transactLocked(std::span<Write* const> writes) VARO_REQUIRES(mutex_);
@@ -115,6 +149,8 @@ class DatabaseConnection {
   [[nodiscard]] ErrorPtr errorLocked(int code) const VARO_REQUIRES(mutex_);
 
   const std::string path_;
+  /// Made in time: of a write that there was no memory for, and nobody to throw that at.
+  const ErrorPtr noMemory_;
 
   Mutex mutex_;
   std::unique_ptr<sqlite3, Close> database_ VARO_GUARDED_BY(mutex_);
@@ -129,6 +165,8 @@ class DatabaseConnection {
   Clock::time_point lastUse_ VARO_GUARDED_BY(briefMutex_);
   /// Those that nobody has begun with, in the order in which they came.
   std::vector<Write*> writes_ VARO_GUARDED_BY(briefMutex_);
+  /// Those of `writes_` that nobody waits for. Whoever takes them from there takes them from here.
+  std::list<LateWrite> late_ VARO_GUARDED_BY(briefMutex_);
 };
 
 }  // namespace varo::platform

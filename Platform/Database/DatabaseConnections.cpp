@@ -38,6 +38,16 @@ Result<StatementOutcome> DatabaseConnections::write(const std::string& path,
   return outcome;
 }
 
+void DatabaseConnections::writeLater(const std::string& path, VROPreparedStatement statement,
+                                     std::chrono::milliseconds busyTimeout,
+                                     DatabaseConnection::Told told) {
+  const std::shared_ptr<DatabaseConnection> connection = connectionOf(path);
+  if (connection->writeLater(std::move(statement), busyTimeout, std::move(told))) {
+    flushLater(connection);
+  }
+  closeLater();
+}
+
 std::vector<GroupOutcome> DatabaseConnections::writeGroups(
     const std::string& path, const std::vector<StatementGroup>& groups,
     std::chrono::milliseconds busyTimeout) {
@@ -56,13 +66,35 @@ std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std:
     std::rotate(entries_.begin(), found, std::next(found));
     return entries_.front().connection;
   }
-  if (entries_.size() == tuning::kMaxConnections) {
-    dropped = std::move(entries_.back());
-    entries_.pop_back();
+  // Not one that is in use, be it by a timer: what waits in it must come before what the next
+  // connection to its database writes.
+  const auto unused = std::find_if(entries_.rbegin(), entries_.rend(), [](const Entry& entry) {
+    return entry.connection.use_count() == 1;
+  });
+  if (entries_.size() >= tuning::kMaxConnections && unused != entries_.rend()) {
+    dropped = std::move(*unused);
+    entries_.erase(std::prev(unused.base()));
   }
   auto connection = std::make_shared<DatabaseConnection>(path);
   entries_.insert(entries_.begin(), Entry{path, connection});
   return connection;
+}
+
+void DatabaseConnections::flushLater(const std::shared_ptr<DatabaseConnection>& connection) {
+  const auto flush = [this, connection](TimerQueue::Reason reason) {
+    Runtime::shared().pool().postOrRun([this, connection, reason] {
+      connection->flush(reason == TimerQueue::Reason::kShutDown
+                            ? DatabaseConnection::Clock::time_point::max()
+                            : DatabaseConnection::Clock::now() - tuning::kPatience);
+      closeLater();
+    });
+  };
+  try {
+    Runtime::shared().timers().after(tuning::kPatience, flush);
+  } catch (const std::exception&) {
+    // No thread or no memory to be had, and maybe no other write that comes.
+    connection->flush(DatabaseConnection::Clock::time_point::max());
+  }
 }
 
 void DatabaseConnections::closeLater() {

@@ -25,6 +25,9 @@ class DatabaseConnections {
   [[nodiscard]] Result<StatementOutcome> write(const std::string& path,
                                                const VROPreparedStatement& statement,
                                                std::chrono::milliseconds busyTimeout);
+  /// `DatabaseConnection::writeLater`, with a commit of its own after `tuning::kPatience`.
+  void writeLater(const std::string& path, VROPreparedStatement statement,
+                  std::chrono::milliseconds busyTimeout, DatabaseConnection::Told told);
   [[nodiscard]] std::vector<GroupOutcome> writeGroups(const std::string& path,
                                                       const std::vector<StatementGroup>& groups,
                                                       std::chrono::milliseconds busyTimeout);
@@ -37,6 +40,7 @@ class DatabaseConnections {
 
   DatabaseConnections() = default;
   [[nodiscard]] std::shared_ptr<DatabaseConnection> connectionOf(const std::string& path);
+  void flushLater(const std::shared_ptr<DatabaseConnection>& connection);
   void closeLater();
   void closeUnusedSince(DatabaseConnection::Clock::time_point time);
 

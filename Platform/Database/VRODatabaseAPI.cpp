@@ -29,6 +29,11 @@ bool succeeded(const Result<T>& result, ErrorPtr* error) {
   return result.ok();
 }
 
+Result<std::int64_t> changedRowsOf(const Result<StatementOutcome>& outcome) {
+  if (!outcome) return outcome.error();
+  return outcome->changedRows;
+}
+
 }  // namespace
 
 VRODatabaseAPI::VRODatabaseAPI(Badge, std::string path, std::chrono::milliseconds busyTimeout)
@@ -71,10 +76,17 @@ bool VRODatabaseAPI::executePreparedStatement(const VROPreparedStatement& statem
 
 Result<std::int64_t> VRODatabaseAPI::executeAndCountChanges(
     const VROPreparedStatement& statement) const {
-  const Result<StatementOutcome> outcome =
-      DatabaseConnections::shared().write(path_, statement, busyTimeout_);
-  if (!outcome) return outcome.error();
-  return outcome->changedRows;
+  return changedRowsOf(DatabaseConnections::shared().write(path_, statement, busyTimeout_));
+}
+
+void VRODatabaseAPI::executeLater(
+    VROPreparedStatement statement,
+    std::function<void(const Result<std::int64_t>& changedRows)> told) const {
+  DatabaseConnections::shared().writeLater(
+      path_, std::move(statement), busyTimeout_,
+      [told = std::move(told)](const Result<StatementOutcome>& outcome) {
+        told(changedRowsOf(outcome));
+      });
 }
 
 std::vector<GroupOutcome> VRODatabaseAPI::executeGroups(

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -57,6 +58,11 @@ class VRODatabaseAPI {
   /// whose trigger changes those of other tables.
   [[nodiscard]] Result<std::int64_t> executeAndCountChanges(
       const VROPreparedStatement& statement) const;
+  /// The same for what nobody waits for: returns at once, and the next commit of this process takes
+  /// it along, within a moment. Until then a read does not show it; what is written after it comes
+  /// after it. `told` is called once, on some thread, without a lock.
+  void executeLater(VROPreparedStatement statement,
+                    std::function<void(const Result<std::int64_t>& changedRows)> told) const;
   /// The outcome of each group, in their order. They share a commit where they can; one that cannot
   /// be executed keeps no other from it.
   [[nodiscard]] std::vector<GroupOutcome> executeGroups(

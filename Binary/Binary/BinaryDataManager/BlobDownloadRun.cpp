@@ -153,7 +153,7 @@ void BlobDownload::taskChanged(const VSTask& task, const FileClaim::Lease& claim
                                const Dictionary& output) {
   switch (to) {
     case TaskState::Started:
-      return rows_.updateState(kDownloadStarted, output);
+      return rows_.noteStart(claim);
     case TaskState::Ended:
       return taskEnded(claim, output);
     // The row is written before the claim goes and the blocks are called: whoever comes next reads

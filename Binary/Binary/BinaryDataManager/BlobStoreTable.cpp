@@ -7,6 +7,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 
 #include <string_view>
+#include <utility>
 
 namespace varo::binary {
 
@@ -213,6 +214,16 @@ Result<void> BlobStoreTable::update(const std::string& blobId, const Dictionary&
   const Dictionary where{{blobs::kId, blobId}};
   const auto changed = SQLiteUtil::updateRows(path_, kVaroSyncBlobStoreMangager, values, where);
   return checkRow(changed, kVaroSyncBlobStoreMangager, where);
+}
+
+void BlobStoreTable::updateLater(const std::string& blobId, const Dictionary& values,
+                                 std::function<void(const Result<void>& updated)> told) const {
+  const Dictionary where{{blobs::kId, blobId}};
+  SQLiteUtil::updateRowsLater(
+      path_, kVaroSyncBlobStoreMangager, values, where,
+      [table = *this, where, told = std::move(told)](const Result<std::int64_t>& changed) {
+        told(table.checkRow(changed, kVaroSyncBlobStoreMangager, where));
+      });
 }
 
 Result<void> BlobStoreTable::updateInState(const std::string& blobId, const Value& state,

@@ -8,6 +8,7 @@
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -173,8 +174,12 @@ class BlobStoreTable {
   /// Changes the row of this blob.
   [[nodiscard]] platform::Result<void> update(const std::string& blobId,
                                               const platform::Dictionary& values) const;
-  /// The same while the row is in this state. In another state it changes nothing, which is a
-  /// success too.
+  /// The same for what nobody waits for: see `VRODatabaseAPI::executeLater`. `told` is called once,
+  /// also by this call.
+  void updateLater(const std::string& blobId, const platform::Dictionary& values,
+                   std::function<void(const platform::Result<void>& updated)> told) const;
+  /// Changes the row of this blob while it is in this state. In another state it changes nothing,
+  /// which is a success too.
   [[nodiscard]] platform::Result<void> updateInState(const std::string& blobId,
                                                      const platform::Value& state,
                                                      const platform::Dictionary& values) const;

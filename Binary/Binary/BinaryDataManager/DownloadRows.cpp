@@ -28,6 +28,14 @@ ErrorPtr fileError(std::int32_t code, std::string_view message) {
                                                  Dictionary{{kErrorMessage, message}});
 }
 
+void logState(std::int32_t state, const std::string& blobId, bool isUpdated) {
+  if (isUpdated) {
+    logger().logDebug(texts::kStateUpdated, state, blobId);
+  } else {
+    logger().logError(texts::kStateNotUpdated, state, blobId);
+  }
+}
+
 }  // namespace
 
 DownloadRows::DownloadRows(const std::string& databaseName, std::string blobId,
@@ -116,11 +124,16 @@ Result<void> DownloadRows::updateDB(const Dictionary& output) const {
 }
 
 void DownloadRows::updateState(std::int32_t withState, const Dictionary& output) const {
-  if (update(blobs::downloadState(withState, output[kFilePath]))) {
-    logger().logDebug(texts::kStateUpdated, withState, blobId_);
-  } else {
-    logger().logError(texts::kStateNotUpdated, withState, blobId_);
-  }
+  logState(withState, blobId_, update(blobs::downloadState(withState, output[kFilePath])).ok());
+}
+
+void DownloadRows::noteStart(const FileClaim::Lease& claim) const {
+  if (settings_->isSafe() || settings_->onBlobState) return updateState(kDownloadStarted, {});
+  // Nobody else may have the file, and write its row, before this is written.
+  table_.updateLater(blobId_, blobs::downloadState(kDownloadStarted, {}),
+                     [claim, blobId = blobId_](const Result<void>& updated) {
+                       logState(kDownloadStarted, blobId, updated.ok());
+                     });
 }
 
 void DownloadRows::noteFile(const Dictionary& output) const {

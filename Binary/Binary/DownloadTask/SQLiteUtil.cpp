@@ -106,16 +106,29 @@ std::vector<platform::DictionaryEntry> orderedPairs(const Dictionary& dictionary
   return VROCommonUtility::convertToOrderedKeyValuePairs(dictionary);
 }
 
-/// Executes what returns no rows: how many it has changed.
-Result<std::int64_t> execute(const VRODatabaseAPI& database, const VROPreparedStatement& statement,
-                             const Messages& messages) {
-  Result<std::int64_t> changed = database.executeAndCountChanges(statement);
+void logChange(const Result<std::int64_t>& changed, const Messages& messages) {
   if (changed) {
     logger().logDebug(messages.success);
   } else {
     logger().logError(messages.executeError, changed.error());
   }
+}
+
+/// Executes what returns no rows: how many it has changed.
+Result<std::int64_t> execute(const VRODatabaseAPI& database, const VROPreparedStatement& statement,
+                             const Messages& messages) {
+  Result<std::int64_t> changed = database.executeAndCountChanges(statement);
+  logChange(changed, messages);
   return changed;
+}
+
+Result<VROPreparedStatement> makeUpdate(const std::string& table, const Dictionary& columns,
+                                        const Dictionary& where) {
+  return makeStatement(table, StatementBuilderType::kUpdate, kUpdateMessages,
+                       [&](VROPreparedStatementBuilder& builder) {
+                         builder.addUpdateColumnsMap(orderedPairs(columns))
+                             .addWhereConditionMap(orderedPairs(where));
+                       });
 }
 
 }  // namespace
@@ -209,14 +222,25 @@ Result<std::int64_t> SQLiteUtil::updateRows(const std::string& dbPath, const std
   logger().logTrace(texts::kUpdating, dbPath, forTable, withColumnsToBeUpdated, withWhereClause);
   const auto database = openShared(dbPath);
   if (!database) return database.error();
-  const Result<VROPreparedStatement> statement =
-      makeStatement(forTable, StatementBuilderType::kUpdate, kUpdateMessages,
-                    [&](VROPreparedStatementBuilder& builder) {
-                      builder.addUpdateColumnsMap(orderedPairs(withColumnsToBeUpdated))
-                          .addWhereConditionMap(orderedPairs(withWhereClause));
-                    });
+  const auto statement = makeUpdate(forTable, withColumnsToBeUpdated, withWhereClause);
   if (!statement) return statement.error();
   return execute(**database, *statement, kUpdateMessages);
+}
+
+void SQLiteUtil::updateRowsLater(
+    const std::string& dbPath, const std::string& forTable,
+    const Dictionary& withColumnsToBeUpdated, const Dictionary& withWhereClause,
+    std::function<void(const Result<std::int64_t>& changedRows)> told) {
+  logger().logTrace(texts::kUpdating, dbPath, forTable, withColumnsToBeUpdated, withWhereClause);
+  const auto database = openShared(dbPath);
+  if (!database) return told(database.error());
+  auto statement = makeUpdate(forTable, withColumnsToBeUpdated, withWhereClause);
+  if (!statement) return told(statement.error());
+  (*database)->executeLater(std::move(statement).value(),
+                            [told = std::move(told)](const Result<std::int64_t>& changed) {
+                              logChange(changed, kUpdateMessages);
+                              told(changed);
+                            });
 }
 
 bool SQLiteUtil::deleteStatementForDatabase(const std::string& dbPath, const std::string& forTable,

@@ -6,6 +6,7 @@
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -65,6 +66,13 @@ class SQLiteUtil {
       const std::string& dbPath, const std::string& forTable,
       const platform::Dictionary& withColumnsToBeUpdated,
       const platform::Dictionary& withWhereClause);
+  /// The same for what nobody waits for: see `VRODatabaseAPI::executeLater`. `told` is called once,
+  /// also by this call.
+  static void updateRowsLater(
+      const std::string& dbPath, const std::string& forTable,
+      const platform::Dictionary& withColumnsToBeUpdated,
+      const platform::Dictionary& withWhereClause,
+      std::function<void(const platform::Result<std::int64_t>& changedRows)> told);
   static bool deleteStatementForDatabase(const std::string& dbPath, const std::string& forTable,
                                          const platform::Dictionary& withWhereClause);
 
