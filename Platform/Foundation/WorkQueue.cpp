@@ -14,7 +14,7 @@ namespace varo::platform {
 class SerialQueue::State final : public std::enable_shared_from_this<State>,
                                  public ThreadPool::Work {
  public:
-  State(std::string label, ThreadPool& pool) : label_(std::move(label)), pool_(pool) {}
+  State(const char* label, ThreadPool& pool) : label_(label), pool_(pool) {}
 
   void async(Job job) noexcept {
     std::shared_ptr<Entry> entry;
@@ -166,7 +166,7 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
     turn->changed.notifyOne();
   }
 
-  const std::string label_;  // for whoever looks at it in a debugger
+  [[maybe_unused]] const char* const label_;
   ThreadPool& pool_;
 
   mutable Mutex mutex_;
@@ -176,11 +176,10 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
   std::thread::id runner_ VARO_GUARDED_BY(mutex_);
 };
 
-SerialQueue::SerialQueue(std::string label)
-    : SerialQueue(std::move(label), Runtime::shared().pool()) {}
+SerialQueue::SerialQueue(const char* label) : SerialQueue(label, Runtime::shared().pool()) {}
 
-SerialQueue::SerialQueue(std::string label, ThreadPool& pool)
-    : state_(std::make_shared<State>(std::move(label), pool)) {}
+SerialQueue::SerialQueue(const char* label, ThreadPool& pool)
+    : state_(std::make_shared<State>(label, pool)) {}
 
 void SerialQueue::async(Job job) noexcept { state_->async(std::move(job)); }
 
@@ -191,11 +190,11 @@ void SerialQueue::sync(const Job& job) {
 
 bool SerialQueue::runsInThisThread() const noexcept { return state_->runsInThisThread(); }
 
-ConcurrentQueue::ConcurrentQueue(std::string label)
-    : ConcurrentQueue(std::move(label), Runtime::shared().pool()) {}
+ConcurrentQueue::ConcurrentQueue(const char* label)
+    : ConcurrentQueue(label, Runtime::shared().pool()) {}
 
-ConcurrentQueue::ConcurrentQueue(std::string label, ThreadPool& pool)
-    : label_(std::move(label)), pool_(pool) {}
+ConcurrentQueue::ConcurrentQueue(const char* label, ThreadPool& pool)
+    : label_(label), pool_(pool) {}
 
 void ConcurrentQueue::async(Job job) noexcept { pool_.postOrRun(std::move(job)); }
 

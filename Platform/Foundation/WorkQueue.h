@@ -5,7 +5,6 @@
 #include <functional>
 #include <memory>
 #include <new>
-#include <string>
 #include <utility>
 
 namespace varo::platform {
@@ -21,8 +20,9 @@ class SerialQueue {
  public:
   using Job = std::function<void()>;
 
-  explicit SerialQueue(std::string label);
-  SerialQueue(std::string label, ThreadPool& pool);
+  /// `label` is for whoever looks at the queue in a debugger, and has to outlive it.
+  explicit SerialQueue(const char* label);
+  SerialQueue(const char* label, ThreadPool& pool);
 
   /// Submits a job and returns at once.
   void async(Job job) noexcept;
@@ -59,13 +59,14 @@ class ConcurrentQueue {
  public:
   using Job = std::function<void()>;
 
-  explicit ConcurrentQueue(std::string label);
-  ConcurrentQueue(std::string label, ThreadPool& pool);
+  /// `label` as for `SerialQueue`.
+  explicit ConcurrentQueue(const char* label);
+  ConcurrentQueue(const char* label, ThreadPool& pool);
 
   void async(Job job) noexcept;
 
  private:
-  const std::string label_;  // for whoever looks at it in a debugger
+  [[maybe_unused]] const char* const label_;
   ThreadPool& pool_;
 };
 

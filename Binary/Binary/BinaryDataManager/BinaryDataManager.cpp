@@ -32,9 +32,9 @@ namespace {
 
 namespace texts = log_texts::binary_data_manager;
 
-constexpr std::string_view kManagerQueue = "dataManagerQueue";
-constexpr std::string_view kFilePathQueue = "dataFilePathQueue";
-constexpr std::string_view kDeletionQueue = "dataDeletionQueue";
+constexpr char kManagerQueue[] = "dataManagerQueue";
+constexpr char kFilePathQueue[] = "dataFilePathQueue";
+constexpr char kDeletionQueue[] = "dataDeletionQueue";
 /// Creations whose rows are made in one transaction. Their commit costs little more than that of
 /// one, while others wait for the database, and for the first answer, a few milliseconds longer.
 constexpr std::size_t kMaxRowsTogether = 100;
@@ -166,9 +166,9 @@ struct BinaryDataManager::Insides {
   std::vector<std::weak_ptr<BlobDownload>> replaced VARO_GUARDED_BY(mutex);
 
   // One operation of a kind at a time. Last, so that they end before what their jobs use.
-  platform::SerialQueue dataManagerQueue{std::string(kManagerQueue)};
-  platform::SerialQueue dataFilePathQueue{std::string(kFilePathQueue)};
-  platform::SerialQueue dataDeletionQueue{std::string(kDeletionQueue)};
+  platform::SerialQueue dataManagerQueue{kManagerQueue};
+  platform::SerialQueue dataFilePathQueue{kFilePathQueue};
+  platform::SerialQueue dataDeletionQueue{kDeletionQueue};
 };
 
 const std::shared_ptr<BinaryDataManager>& BinaryDataManager::sharedInstance() {

@@ -43,7 +43,7 @@ BlobDownload::BlobDownload(Badge /*badge*/, const Dictionary& input,
       settings_(std::move(settings)),
       rows_(input[kDBName].textValue(), blobId_, settings_),
       places_(places),
-      steps_(std::make_shared<StepQueue>("download " + blobId_)) {}
+      steps_(std::make_shared<StepQueue>("blobDownloadQueue")) {}
 
 std::shared_ptr<DownloadTask> BlobDownload::makeTask(Dictionary input) {
   input.set(kOperationSettings, OperationSettings::value(settings_));

@@ -27,7 +27,7 @@ namespace {
 
 namespace texts = log_texts::online_binary_data_manager;
 
-constexpr std::string_view kQueue = "onlineDownloadQueue";
+constexpr char kQueue[] = "onlineDownloadQueue";
 
 /// The error of a download that the engine would refuse without telling anybody; else null.
 ErrorPtr shutDownError() {
@@ -85,7 +85,7 @@ OnlineBinaryDataManager::OnlineBinaryDataManager(const Clock& clock) : clock_(cl
 }
 
 SerialQueue& OnlineBinaryDataManager::onlineDownloadQueue() {
-  static auto& queue = *new SerialQueue(std::string(kQueue));
+  static auto& queue = *new SerialQueue(kQueue);
   return queue;
 }
 

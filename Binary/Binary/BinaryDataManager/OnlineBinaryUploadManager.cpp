@@ -44,7 +44,7 @@ namespace {
 
 namespace texts = log_texts::online_binary_upload_manager;
 
-constexpr std::string_view kUploadQueue = "onlineUploadQueue";
+constexpr char kUploadQueue[] = "onlineUploadQueue";
 /// Bytes that an error shows of a template's entry.
 constexpr std::size_t kLongestEntry = 64;
 constexpr std::string_view kNoBytesSent =
@@ -179,7 +179,7 @@ const std::shared_ptr<OnlineBinaryUploadManager>& OnlineBinaryUploadManager::sha
 OnlineBinaryUploadManager::OnlineBinaryUploadManager(const Clock& clock) : clock_(clock) {}
 
 SerialQueue& OnlineBinaryUploadManager::onlineUploadQueue() {
-  static auto& queue = *new SerialQueue(std::string(kUploadQueue));
+  static auto& queue = *new SerialQueue(kUploadQueue);
   return queue;
 }
 

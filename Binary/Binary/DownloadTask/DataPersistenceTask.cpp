@@ -25,7 +25,7 @@ namespace {
 
 namespace texts = log_texts::data_persistence_task;
 
-constexpr std::string_view kChunkQueue = "chunkQueue";
+constexpr char kChunkQueue[] = "chunkQueue";
 
 constexpr std::string_view kInputErrorName = "dataPersistanceTask";
 constexpr std::string_view kFileErrorName = "persistenceTask";
@@ -33,7 +33,7 @@ constexpr std::string_view kInvalidInput = "Invalid inputs provided to the dataP
 
 /// One for all downloads: their chunks are written one at a time.
 SerialQueue& chunkQueue() {
-  static auto& queue = *new SerialQueue(std::string(kChunkQueue));  // used until the very end
+  static auto& queue = *new SerialQueue(kChunkQueue);  // used until the very end
   return queue;
 }
 

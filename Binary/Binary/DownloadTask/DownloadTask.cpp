@@ -33,7 +33,7 @@ std::shared_ptr<DownloadTask> DownloadTask::create(std::string name,
                                                    std::shared_ptr<StepQueue> steps,
                                                    const platform::Clock& clock) {
   const bool ownsSteps = steps == nullptr;
-  if (ownsSteps) steps = std::make_shared<StepQueue>(name);
+  if (ownsSteps) steps = std::make_shared<StepQueue>("downloadTaskQueue");
   auto task = std::make_shared<DownloadTask>(Badge{}, std::move(name), steps, clock);
   task->createAndAddSubtasks();
   if (ownsSteps) {

@@ -10,7 +10,7 @@
 
 namespace varo::binary {
 
-StepQueue::StepQueue(std::string label) : queue_(std::move(label)) {}
+StepQueue::StepQueue(const char* label) : queue_(label) {}
 
 void StepQueue::run(const std::function<Effects()>& step) {
   // Made before the step, so that nothing can fail between a state and what follows from it.

@@ -7,7 +7,6 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
@@ -29,7 +28,8 @@ class StepQueue {
   using Effect = std::function<void()>;
   using Effects = std::vector<Effect>;
 
-  explicit StepQueue(std::string label);
+  /// `label` as for `platform::SerialQueue`.
+  explicit StepQueue(const char* label);
 
   /// Runs a step on the calling thread when its turn comes, then the effects that are due.
   /// - If another thread runs effects already, it runs these too.

@@ -2,6 +2,8 @@
 
 #include "Binary/Binary/SourceNames.h"
 #include "Platform/Foundation/Cancellation.h"
+#include "Platform/Foundation/Mutex.h"
+#include "Platform/Foundation/NeverDestroyed.h"
 #include "Platform/Network/VRONetworkUtility.h"
 
 #include <utility>
@@ -15,6 +17,35 @@ namespace {
 std::shared_ptr<OperationSettings> given(const Dictionary& context) {
   return context[kOperationSettings].objectAs<OperationSettings>();
 }
+
+/// The process's defaults, shared by the operations that start while they stay the same: thousands
+/// may wait for their turn.
+class Defaults {
+ public:
+  OperationSettings::Ptr now() {
+    const TransferPolicy policy = transferPolicy();
+    const auto transport = platform::VRONetworkUtility::transport();
+    const auto observer = platform::VRONetworkUtility::observer();
+    OperationSettings::Ptr settings = last();
+    if (settings == nullptr || settings->policy != policy || settings->transport != transport ||
+        settings->observer != observer) {
+      settings = std::make_shared<OperationSettings>();
+      const platform::MutexLock lock(mutex_);
+      last_ = settings;
+    }
+    return settings;
+  }
+
+ private:
+  OperationSettings::Ptr last() {
+    const platform::MutexLock lock(mutex_);
+    return last_.lock();
+  }
+
+  platform::Mutex mutex_;
+  /// Weak: a transport that has been replaced lives no longer than the operations that use it.
+  std::weak_ptr<const OperationSettings> last_ VARO_GUARDED_BY(mutex_);
+};
 
 }  // namespace
 
@@ -35,7 +66,8 @@ OperationSettings::Ptr OperationSettings::take(const Dictionary& options) {
 
 OperationSettings::Ptr OperationSettings::of(const Dictionary& inputContext) {
   if (auto settings = given(inputContext)) return settings;
-  return std::make_shared<OperationSettings>();
+  static platform::NeverDestroyed<Defaults> defaults;
+  return defaults.get().now();
 }
 
 platform::Value OperationSettings::value(const Ptr& settings) {

@@ -13,29 +13,24 @@ namespace {
 
 namespace texts = log_texts::binary_callback;
 
-constexpr std::string_view kCallbackQueue = "BinaryCallbackExecutionQueue";
-constexpr std::string_view kProgressQueue = "BinaryProgressCallbackExecutionQueue";
-
-std::shared_ptr<const BinaryBlock> shared(BinaryBlock block) {
-  return block ? std::make_shared<const BinaryBlock>(std::move(block)) : nullptr;
-}
+constexpr char kCallbackQueue[] = "BinaryCallbackExecutionQueue";
+constexpr char kProgressQueue[] = "BinaryProgressCallbackExecutionQueue";
 
 }  // namespace
 
 BinaryCallback::BinaryCallback()
-    : _binaryCallbackExecutionQueue(std::string(kCallbackQueue)),
-      _binaryProgressCallbackExecutionQueue(std::string(kProgressQueue)) {}
+    : blocks_(std::make_shared<Blocks>()), _binaryCallbackExecutionQueue(kCallbackQueue) {}
 
 void BinaryCallback::setSuccessCallback(BinaryBlock successCallback) {
-  _successCallback = shared(std::move(successCallback));
+  blocks_->success = std::move(successCallback);
 }
 
 void BinaryCallback::setFailureCallback(BinaryBlock failureCallback) {
-  _failureCallback = shared(std::move(failureCallback));
+  blocks_->failure = std::move(failureCallback);
 }
 
 void BinaryCallback::setProgressCallback(BinaryBlock progressCallback) {
-  _progressCallback = shared(std::move(progressCallback));
+  blocks_->progress = std::move(progressCallback);
 }
 
 void BinaryCallback::setWhenEnded(std::function<void()> whenEnded) {
@@ -63,32 +58,34 @@ void BinaryCallback::executeWithCallback(CallbackType callbackType, const Value&
 
 void BinaryCallback::executeSuccessWithResult(const Value& result) {
   noteEnd();
-  if (_successCallback == nullptr) return logger().logWarning(texts::kSuccessNotDefined);
+  if (!blocks_->success) return logger().logWarning(texts::kSuccessNotDefined);
   if (result.isMissing()) logger().logWarning(texts::kNoResult);
-  submit(_successCallback, result);
+  submit(blocks_->success, result);
 }
 
 void BinaryCallback::executeFailureWithError(const Value& error) {
   noteEnd();
-  if (_failureCallback == nullptr) return logger().logWarning(texts::kFailureNotDefined);
+  if (!blocks_->failure) return logger().logWarning(texts::kFailureNotDefined);
   if (error.isMissing()) logger().logWarning(texts::kNoError);
-  submit(_failureCallback, error);
+  submit(blocks_->failure, error);
 }
 
 void BinaryCallback::executeProgressWithCurrentStatus(const Value& status) {
-  if (_progressCallback == nullptr) return logger().logWarning(texts::kProgressNotDefined);
+  if (!blocks_->progress) return logger().logWarning(texts::kProgressNotDefined);
   if (status.isMissing()) return logger().logWarning(texts::kNoProgress);
+  std::call_once(hasProgressQueue_,
+                 [this] { _binaryProgressCallbackExecutionQueue.emplace(kProgressQueue); });
   // The caller waits, so that a slow block slows its own transfer and no reports pile up.
-  _binaryProgressCallbackExecutionQueue.sync([&]() { run(*_progressCallback, status); });
+  _binaryProgressCallbackExecutionQueue->sync([&]() { run(blocks_->progress, status); });
 }
 
 std::string BinaryCallback::description() const { return "BinaryCallback"; }
 
-void BinaryCallback::submit(const SharedBlock& block, const Value& value) {
+void BinaryCallback::submit(const BinaryBlock& block, const Value& value) {
   try {
-    _binaryCallbackExecutionQueue.async([block, value]() { run(*block, value); });
+    _binaryCallbackExecutionQueue.async([blocks = blocks_, &block, value]() { run(block, value); });
   } catch (const std::bad_alloc&) {
-    run(*block, value);  // an end that is not told is worse than one that is told here
+    run(block, value);  // an end that is not told is worse than one that is told here
   }
 }
 

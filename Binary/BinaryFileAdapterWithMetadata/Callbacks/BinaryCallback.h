@@ -8,6 +8,8 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 
 namespace varo::binary {
@@ -57,20 +59,26 @@ class BinaryCallback final : public platform::Object {
   [[nodiscard]] std::string description() const override;
 
  private:
-  /// Every report runs the one block that was set, not a copy with a state of its own.
-  using SharedBlock = std::shared_ptr<const BinaryBlock>;
+  /// Shared, so that every report runs the one block that was set, not a copy with a state of its
+  /// own.
+  struct Blocks {
+    BinaryBlock success;
+    BinaryBlock failure;
+    BinaryBlock progress;
+  };
 
-  void submit(const SharedBlock& block, const platform::Value& value);
+  /// `block` is one of `blocks_`.
+  void submit(const BinaryBlock& block, const platform::Value& value);
   static void run(const BinaryBlock& block, const platform::Value& value);
 
-  // Constant once the holder is shared; null for no block.
-  SharedBlock _successCallback;
-  SharedBlock _failureCallback;
-  SharedBlock _progressCallback;
+  // Constant once the holder is shared.
+  const std::shared_ptr<Blocks> blocks_;
   std::function<void()> whenEnded_;
   std::atomic<bool> endNoted_{false};
   platform::ConcurrentQueue _binaryCallbackExecutionQueue;
-  platform::SerialQueue _binaryProgressCallbackExecutionQueue;
+  /// Made, under `hasProgressQueue_`, with the first report: an upload that waits has none to make.
+  std::optional<platform::SerialQueue> _binaryProgressCallbackExecutionQueue;
+  std::once_flag hasProgressQueue_;
 };
 
 }  // namespace varo::binary

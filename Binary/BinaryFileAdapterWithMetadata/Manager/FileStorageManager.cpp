@@ -2,7 +2,6 @@
 
 #include "Binary/Binary/SourceNames.h"
 #include "Binary/Binary/Utils/CommonUtils.h"
-#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryNetworkConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/ErrorConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/LogTexts.h"
@@ -198,26 +197,26 @@ void FileStorageManager::uploadBinaryWithUrl(const std::string& url, UploadInput
   }
   logger().logDebug(texts::kUploadParamsValid);
 
-  Dictionary input{{keys::kUrl, url},
-                   {keys::kUploadParams, ValidationUtils::fixChunkSizeIfNeeded(uploadParams)},
-                   {keys::kCallback, callback},
-                   {keys::kOptions, passedOn(options)},
-                   {kOperationSettings, OperationSettings::value(settings)}};
-  uploads_->enter([this, input = std::move(input)](
-                      UploadAdmission::Place place) { startUpload(input, std::move(place)); },
+  // What waits is what this was called with; all that follows from it is made when it begins.
+  uploads_->enter([this, asked = Upload{url, *uploadParams, callback, options, settings}](
+                      UploadAdmission::Place place) { startUpload(asked, std::move(place)); },
                   settings->cancellation);
 }
 
-void FileStorageManager::startUpload(const Dictionary& input, std::shared_ptr<void> place) {
+void FileStorageManager::startUpload(const Upload& asked, std::shared_ptr<void> place) {
   try {
     const auto upload = std::make_shared<BinaryFileUploaderTask>(std::move(place));
-    upload->setInputContext(input);
+    upload->setInputContext(
+        {{keys::kUrl, asked.url},
+         {keys::kUploadParams, ValidationUtils::fixChunkSizeIfNeeded(asked.params)},
+         {keys::kCallback, asked.callback},
+         {keys::kOptions, passedOn(asked.options)},
+         {kOperationSettings, OperationSettings::value(asked.settings)}});
     start(upload);
   } catch (const std::bad_alloc&) {
     // Perhaps on no caller's thread, so that nobody else would tell.
-    const auto callback = input[keys::kCallback].objectAs<BinaryCallback>();
-    if (callback != nullptr)
-      callback->executeWithCallback(CallbackType::kFailure, outOfMemoryFailure());
+    if (asked.callback != nullptr)
+      asked.callback->executeWithCallback(CallbackType::kFailure, outOfMemoryFailure());
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Binary/Binary/Utils/OperationSettings.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Callbacks/BinaryCallback.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Constants/BinaryConstants.h"
 #include "Binary/BinaryFileAdapterWithMetadata/Tasks/BinaryFileDownloaderTask.h"
@@ -100,8 +101,16 @@ class FileStorageManager final : public platform::VSTask {
   /// Notes which operation is entered. False, after a report, where it cannot go on.
   [[nodiscard]] bool enterWithUrl(std::string_view functionTag, const std::string& url,
                                   const std::shared_ptr<BinaryCallback>& callback);
-  /// Starts an upload that has been admitted; `place` goes with it.
-  void startUpload(const platform::Dictionary& input, std::shared_ptr<void> place);
+  /// What an upload was called with, and its settings: thousands of them may wait.
+  struct Upload {
+    std::string url;
+    platform::Dictionary params;
+    std::shared_ptr<BinaryCallback> callback;
+    std::optional<platform::Dictionary> options;
+    OperationSettings::Ptr settings;
+  };
+  /// Starts one that has been admitted; `place` goes with it.
+  void startUpload(const Upload& asked, std::shared_ptr<void> place);
   /// Starts the task of an operation, which is told of its end whatever happens.
   void start(const std::shared_ptr<VSTask>& operation);
   [[nodiscard]] std::string functionTag() const;

@@ -24,7 +24,8 @@ class UploadAdmission::Upload : public platform::ThreadPool::Work,
 
   void givePlace() noexcept { hasPlace_ = true; }
   void leavesWhen(const std::stop_token& cancelled, std::uint64_t ticket) {
-    onCancel_.emplace(cancelled, [this, ticket] { admission_.leave(ticket); });
+    if (!cancelled.stop_possible()) return;
+    onCancel_ = std::make_unique<OnCancel>(cancelled, Leaving{admission_, ticket});
   }
   void run() override {
     const JobContext::Scope scope(context_);
@@ -35,11 +36,18 @@ class UploadAdmission::Upload : public platform::ThreadPool::Work,
   }
 
  private:
+  struct Leaving {
+    void operator()() const { admission.leave(ticket); }
+    UploadAdmission& admission;
+    std::uint64_t ticket;
+  };
+  using OnCancel = std::stop_callback<Leaving>;
+
   UploadAdmission& admission_;
   const JobContext::Ptr context_ = JobContext::current();
   Start start_;
-  std::optional<std::stop_callback<std::function<void()>>> onCancel_;
-  bool hasPlace_ = false;  // set before it runs
+  std::unique_ptr<OnCancel> onCancel_;  // apart, since most cannot be cancelled
+  bool hasPlace_ = false;               // set before it runs
 };
 
 void UploadAdmission::enter(Start start, const std::stop_token& cancelled) {
