@@ -100,14 +100,13 @@ ErrorPtr CurlTransfer::setUp(CURL* easy, const CurlCommon& common, std::size_t b
   errorText_.front() = '\0';  // what was said of a redirect is not said of its target
   if (auto error = buildHeaderList()) return error;
   // What is in a buffer has moved already, as far as the peer can see.
-  constexpr std::size_t kLeast = std::size_t{16} * tuning::kKiB;
-  bufferSize = std::max(common.pacer->piece(rateLimit_.get(), bufferSize), kLeast);
+  bufferSize = std::max(common.pacer->piece(rateLimit_.get(), bufferSize), tuning::kShortBuffer);
 
   CurlOptions options(easy);
   setSecurity(options, common.configuration);
   setProxy(options, proxy_);
   setConnection(options, boundedTimeout(connectTimeout_, common.configuration.connectTimeout),
-                url_.isHttps(), bufferSize);
+                url_.isHttps(), body_ ? tuning::kShortBuffer : bufferSize);
   if (method_ == HttpMethod::kPost) {
     options.set(CURLOPT_MAXAGE_CONN, static_cast<long>(tuning::kLongestIdleForPost.count()));
   }
@@ -144,8 +143,10 @@ void CurlTransfer::setBody(CurlOptions& options, std::size_t bufferSize) {
   static_cast<void>(body_->seek(0));  // the start is always there
   options.set(CURLOPT_UPLOAD, 1L);
   options.set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(body_->size()));
-  options.set(CURLOPT_UPLOAD_BUFFERSIZE,
-              static_cast<long>(std::min(bufferSize, tuning::kUploadBuffer)));
+  const std::uint64_t needed = std::max<std::uint64_t>(body_->size(), tuning::kShortBuffer);
+  options.set(
+      CURLOPT_UPLOAD_BUFFERSIZE,
+      static_cast<long>(std::min<std::uint64_t>({bufferSize, tuning::kUploadBuffer, needed})));
   options.set(CURLOPT_READFUNCTION, &CurlTransfer::onRead);
   options.set(CURLOPT_READDATA, this);
   options.set(CURLOPT_SEEKFUNCTION, &CurlTransfer::onSeek);

@@ -70,6 +70,9 @@ inline constexpr std::size_t kGatherBuffer = 32 * kKiB;
 inline constexpr std::size_t kBufferBudget = 16 * kMiB;
 /// The least of the first two.
 inline constexpr std::size_t kSmallestBuffer = 64 * kKiB;
+/// Instead of them for what is short: a body that has no more, and the response to a request with a
+/// body. The least that libcurl takes for the first.
+inline constexpr std::size_t kShortBuffer = 16 * kKiB;
 
 /// Response bodies up to this size stay in memory, larger ones go to a file.
 inline constexpr std::uint64_t kSpoolThreshold = 1 * kMiB;
