@@ -166,7 +166,7 @@ class SerialQueue::State final : public std::enable_shared_from_this<State>,
     turn->changed.notifyOne();
   }
 
-  const char* const label_;
+  [[maybe_unused]] const char* const label_;
   ThreadPool& pool_;
 
   mutable Mutex mutex_;

@@ -66,7 +66,7 @@ class ConcurrentQueue {
   void async(Job job) noexcept;
 
  private:
-  const char* const label_;
+  [[maybe_unused]] const char* const label_;
   ThreadPool& pool_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "tests/support/Await.h"
 #include "tests/support/NetworkFixture.h"
+#include "tests/support/ResourceUse.h"
 
 #include <gmock/gmock.h>
 
@@ -17,9 +18,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 
 namespace varo {
 namespace {
@@ -31,6 +29,7 @@ using test::Application;
 using test::Column;
 using test::contentOf;
 using test::eventually;
+using test::ResourceUse;
 
 std::size_t numberIn(const char* variable, std::size_t otherwise) {
   const char* text = std::getenv(variable);
@@ -65,31 +64,6 @@ std::vector<FaultAction> faults() {
           {.newToken = "next"}};
 }
 
-/// Resources of this process.
-struct Use {
-  std::size_t descriptors = countIn("/proc/self/fd");
-  std::size_t threads = countIn("/proc/self/task");
-  /// Bytes that are allocated; 0 where nobody counts them.
-  std::size_t memory = allocated();
-
-  static std::size_t countIn(const char* directory) {
-    const fs::directory_iterator all(directory);
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-  }
-  static std::size_t allocated() {
-#ifdef __GLIBC__
-    const struct mallinfo2 info = ::mallinfo2();  // of a sanitizer's allocator: nothing
-    return info.uordblks + info.hblkhd;
-#else
-    return 0;
-#endif
-  }
-  friend std::ostream& operator<<(std::ostream& out, const Use& use) {
-    return out << use.descriptors << " descriptors, " << use.threads << " threads, "
-               << use.memory / 1024 << " KiB";
-  }
-};
-
 /// Things that a process that is killed may get to.
 constexpr std::size_t kOfChild = 200;
 
@@ -113,7 +87,7 @@ class NetworkStormTest : public test::NetworkFixture {
 
   /// Does the operations of these numbers, eight at once, over a line of their own; meanwhile
   /// processes that do the same are killed.
-  Use storm(std::size_t first, std::size_t end, std::size_t children) {
+  ResourceUse storm(std::size_t first, std::size_t end, std::size_t children) {
     line_.emplace(test::ProxyRules{.user = "ann",
                                    .password = "right",
                                    .bytesPerSecond = 8 << 20U,
@@ -280,12 +254,12 @@ TEST_F(NetworkStormTest, EveryOperationEndsOnceAndNothingIsLost) {
   makeDatabase("blobs", blobOf(told_.size()), kBlobBytes);
   // Nine threads and another process write: whoever reads does not wait for them.
   sql("blobs", "PRAGMA journal_mode = WAL");
-  const Use early = storm(0, kOperations / 10, 0);
-  const Use late = storm(kOperations / 10, kOperations, kChildren);
+  const ResourceUse early = storm(0, kOperations / 10, 0);
+  const ResourceUse late = storm(kOperations / 10, kOperations, kChildren);
   std::cout << good_ << " good, " << bad_ << " failed\n" << early << '\n' << late << std::endl;
   EXPECT_GT(good_, bad_);
-  EXPECT_TRUE(eventually([&] { return Use().descriptors <= early.descriptors; }));
-  EXPECT_TRUE(eventually([&] { return Use().threads <= early.threads; }));
+  EXPECT_TRUE(eventually([&] { return ResourceUse().descriptors <= early.descriptors; }));
+  EXPECT_TRUE(eventually([&] { return ResourceUse().threads <= early.threads; }));
   // However many there were: what SQLite keeps of its pages, and a token and a request each that
   // the sandbox remembers. An operation that stayed would be 1 KiB at least, 9 MiB in a full storm.
   EXPECT_LE(late.memory, early.memory + (std::size_t{4} << 20U));
