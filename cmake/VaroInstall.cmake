@@ -32,6 +32,7 @@ endforeach()
 # What the archives are linked with is what they were built with: the same list, read once more.
 file(STRINGS "${PROJECT_SOURCE_DIR}/cmake/VaroDependencies.cmake" VARO_FIND_DEPENDENCIES
   REGEX "^find_package\\(")
+list(FILTER VARO_FIND_DEPENDENCIES EXCLUDE REGEX "spdlog")  # compiled into them
 list(TRANSFORM VARO_FIND_DEPENDENCIES REPLACE "^find_package\\(" "find_dependency(")
 list(TRANSFORM VARO_FIND_DEPENDENCIES REPLACE " REQUIRED" "")
 list(JOIN VARO_FIND_DEPENDENCIES "\n  " VARO_FIND_DEPENDENCIES)

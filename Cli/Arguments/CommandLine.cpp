@@ -24,14 +24,15 @@ namespace {
 /// The command line's definition, and what parsing it has filled in so far.
 class Parser {
  public:
-  explicit Parser(const CommandSet& commands);
+  /// Knows the arguments of the commands that are among `words`; those of all without them.
+  Parser(const CommandSet& commands, const std::vector<std::string>* words);
   ParsedCommandLine parse(std::vector<std::string> arguments, const std::string& tokenVariable,
                           std::ostream& results, std::ostream& messages);
   [[nodiscard]] std::vector<CommandRow> table() const;
 
  private:
   void defineGlobal();
-  void define(const Command& command);
+  void define(const Command& command, const std::vector<std::string>* words);
 
   void addToken(const std::string& tokenVariable);
   /// The words that are neither an option nor an argument of the command.
@@ -71,7 +72,8 @@ OptionRow rowOf(const CLI::Option& option) {
 
 bool isGroup(const CLI::App* command) { return !command->get_subcommands({}).empty(); }
 
-Parser::Parser(const CommandSet& commands) : app_("", "varobinary") {
+Parser::Parser(const CommandSet& commands, const std::vector<std::string>* words)
+    : app_("", "varobinary") {
   // What is left over is ours to explain: a mistyped command deserves a suggestion.
   app_.allow_extras();
   app_.require_subcommand(0, 1);
@@ -83,7 +85,7 @@ Parser::Parser(const CommandSet& commands) : app_("", "varobinary") {
   for (const CommandGroup& group : commands.groups) {
     app_.add_subcommand(std::string(group.name))->fallthrough()->require_subcommand(0, 1);
   }
-  for (const Command& command : commands.commands) define(command);
+  for (const Command& command : commands.commands) define(command, words);
 }
 
 void Parser::defineGlobal() {
@@ -121,13 +123,17 @@ void Parser::defineGlobal() {
                     {platform::kLogLevelNames.begin(), platform::kLogLevelNames.end()});
 }
 
-void Parser::define(const Command& command) {
+void Parser::define(const Command& command, const std::vector<std::string>* words) {
   const std::string name(command.name);
   const std::size_t blank = name.find(' ');
   const bool isGrouped = blank != std::string::npos;
   CLI::App* parent = isGrouped ? app_.get_subcommand(name.substr(0, blank)) : &app_;
-  CLI::App* app = parent->add_subcommand(isGrouped ? name.substr(blank + 1) : name);
+  const std::string word = isGrouped ? name.substr(blank + 1) : name;
+  CLI::App* app = parent->add_subcommand(word);
   app->fallthrough();
+  // A command that is not among the words is not the one that was given. Declaring the arguments of
+  // all was 7 % of what a list of one record executes.
+  if (words != nullptr && std::find(words->begin(), words->end(), word) == words->end()) return;
   CommandArguments arguments(*app, global_);
   const CommandRun run = command.define(arguments);
   const auto& lists = arguments.pairLists();
@@ -251,7 +257,9 @@ ParsedCommandLine Parser::parse(std::vector<std::string> arguments,
 
 }  // namespace
 
-std::vector<CommandRow> optionTable(const CommandSet& commands) { return Parser(commands).table(); }
+std::vector<CommandRow> optionTable(const CommandSet& commands) {
+  return Parser(commands, nullptr).table();
+}
 
 ParsedCommandLine parseCommandLine(const CommandSet& commands,
                                    const std::vector<std::string>& arguments,
@@ -263,7 +271,7 @@ ParsedCommandLine parseCommandLine(const CommandSet& commands,
     words.erase(words.begin());
     words.emplace_back("--help");
   }
-  return Parser(commands).parse(std::move(words), tokenVariable, results, messages);
+  return Parser(commands, &words).parse(words, tokenVariable, results, messages);
 }
 
 }  // namespace varo::cli

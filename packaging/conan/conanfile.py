@@ -40,7 +40,7 @@ class VaroBinaryRecipe(ConanFile):
         self.requires("fmt/[>=9 <10]")
         self.requires("libcurl/[>=7.88 <9]")
         self.requires("openssl/[>=3.0 <4]")
-        self.requires("spdlog/[>=1.10 <2]")
+        self.requires("spdlog/[>=1.10 <2]", visible=False)  # compiled in
         self.requires("sqlite3/[>=3.40 <4]")
 
     def layout(self):
