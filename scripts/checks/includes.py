@@ -63,7 +63,7 @@ MAY = {
     **floors("Cli/", ("Commands/", "Pages/", "Demo/", "Run/", "Failures/", "Arguments/", "Terminal/"),
              CLI_USES),
     "examples/": ("include/varo/", "Binary/", "Platform/"),
-    "bench/": ("Binary/", "Platform/", "tests/support/"),
+    "bench/": ("include/varo/", "Binary/", "Platform/", "tests/support/"),
     "tests/": ("Cli/", "Client/", "include/varo/", "Binary/", "Sandbox/", "Platform/"),
 }
 
