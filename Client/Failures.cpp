@@ -263,7 +263,7 @@ Kind kindOf(const ToldFailure& told, const Failure& failure) {
 }
 
 std::optional<std::string> header(const Dictionary& headers, std::string_view name) {
-  for (const platform::DictionaryEntry& entry : headers) {
+  for (const auto& entry : headers) {
     if (platform::equalIgnoringCase(entry.key, name)) return entry.value.textValue();
   }
   return std::nullopt;

@@ -81,7 +81,7 @@ FileRecord recordFrom(const Dictionary& record) {
   result.id = FileId(record[binary::keys::kFileId].textValue());
   result.name = record[binary::keys::kFileName].textValue();
   result.size = sizeFrom(record[kFileSize]);
-  for (const platform::DictionaryEntry& entry : record) {
+  for (const auto& entry : record) {
     if (auto scalar = scalarFrom(entry.value))
       result.metadata.emplace(entry.key, *std::move(scalar));
   }

@@ -120,7 +120,7 @@ Outcome<ObjectRun::Encoded> ObjectRun::encoded(ObjectRequest request,
                            .headers = std::move(request.headers)};
   if (request.key) toSign.path += "/" + request.key->text();
   if (toSign.path.empty()) toSign.path = "/";
-  for (const platform::DictionaryEntry& header : access_.headers) {
+  for (const auto& header : access_.headers) {
     toSign.headers.push_back({header.key, header.value.textValue()});
   }
   HttpRequest encoded;

@@ -44,7 +44,7 @@ Value typed(const std::string& text) {
 }
 
 std::optional<std::string> existingHeader(const Dictionary& headers, std::string_view name) {
-  for (const platform::DictionaryEntry& entry : headers) {
+  for (const auto& entry : headers) {
     if (platform::equalIgnoringCase(entry.key, name)) return entry.key;
   }
   return std::nullopt;

@@ -26,7 +26,7 @@ std::string BlobRecord::name() const {
 
 std::string BlobRecord::pairs() const {
   std::string text;
-  for (const platform::DictionaryEntry& entry : keys) {
+  for (const auto& entry : keys) {
     text += fmt::format("{}{}={}", text.empty() ? "" : " ", entry.key, entry.value.textValue());
   }
   return text;

@@ -91,7 +91,7 @@ Dictionary keysOf(const BlobRef& blob) { return detail::dictionaryFrom(blob.keys
 
 std::string pairsOf(const BlobRef& blob) {
   std::string text;
-  for (const platform::DictionaryEntry& entry : keysOf(blob)) {
+  for (const auto& entry : keysOf(blob)) {
     text += fmt::format("{}{}={}", text.empty() ? "" : " ", entry.key, entry.value.textValue());
   }
   return printable(text);

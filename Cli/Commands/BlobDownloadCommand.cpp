@@ -82,7 +82,7 @@ constexpr std::chrono::seconds kPauseLimit{5};
 Dictionary configOf(Session& session, const BlobDownloadOptions& options) {
   Dictionary config = options.config;
   Dictionary headers = config[binary::kDownloadHeaders].dictionaryValue();
-  for (const platform::DictionaryEntry& header : session.options().headers) {
+  for (const auto& header : session.options().headers) {
     // Sets and does not add: the same header twice, in two spellings, would be sent twice.
     setHeader(headers, header.key, header.value.textValue());
     if (!platform::equalIgnoringCase(header.key, binary::kVaroAuthorization)) continue;

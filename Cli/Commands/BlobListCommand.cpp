@@ -67,7 +67,7 @@ std::string describe(const Dictionary& result) {
   for (const Value& blob : *blobs) {
     const Dictionary entry = blob.dictionaryValue();
     std::string keys;
-    for (const platform::DictionaryEntry& key : entry[kKeys].dictionaryValue()) {
+    for (const auto& key : entry[kKeys].dictionaryValue()) {
       keys += fmt::format("{}{}={}", keys.empty() ? "" : " ", key.key, key.value.textValue());
     }
     const auto size = static_cast<std::uint64_t>(entry[kSize].integerValue());

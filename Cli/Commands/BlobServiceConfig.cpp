@@ -16,7 +16,6 @@
 namespace varo::cli {
 
 using platform::Dictionary;
-using platform::DictionaryEntry;
 using platform::Result;
 
 Result<Dictionary> readBlobServiceConfig(const std::string& path) {
@@ -32,7 +31,7 @@ Result<Dictionary> readBlobServiceConfig(const std::string& path) {
 
 Dictionary blobHeaders(const GlobalOptions& global, const Dictionary& config) {
   Dictionary headers = config[binary::kDownloadHeaders].dictionaryValue();
-  for (const DictionaryEntry& header : global.headers) {
+  for (const auto& header : global.headers) {
     setHeader(headers, header.key, header.value.textValue());
   }
   return headers;
@@ -58,7 +57,7 @@ BlobService blobService(const GlobalOptions& global, const Dictionary& config) {
   }
   service.clientId = config[binary::kClientID].textValue();
   service.syncSessionId = config[binary::kSessionID].textValue();
-  for (const DictionaryEntry& entry : config[binary::keys::kQueryParams].dictionaryValue()) {
+  for (const auto& entry : config[binary::keys::kQueryParams].dictionaryValue()) {
     service.parameters.emplace(entry.key, entry.value.textValue());
   }
   return service;

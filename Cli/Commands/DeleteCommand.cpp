@@ -66,7 +66,7 @@ struct DeleteOptions {
 
 std::string describeFilesWhere(const Dictionary& where) {
   std::string text = "Deleted the files with\n";
-  for (const platform::DictionaryEntry& entry : where) {
+  for (const auto& entry : where) {
     text += fmt::format("  {} = {}\n", printable(entry.key), printable(entry.value.textValue()));
   }
   return text;
@@ -75,7 +75,7 @@ std::string describeFilesWhere(const Dictionary& where) {
 Filter filterOf(const DeleteOptions& options) {
   if (options.fileId) return field(binary::keys::kFileId) == *options.fileId;
   Filter filter;
-  for (const platform::DictionaryEntry& entry : options.where) {
+  for (const auto& entry : options.where) {
     filter = filter && field(entry.key) == entry.value.textValue();
   }
   return filter;

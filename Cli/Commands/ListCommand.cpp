@@ -23,7 +23,6 @@ namespace varo::cli {
 
 using binary::BinaryFileStorageInterface;
 using platform::Dictionary;
-using platform::DictionaryEntry;
 using platform::Value;
 
 namespace {
@@ -80,7 +79,7 @@ std::vector<std::string> columnKeys(const std::vector<Dictionary>& records) {
   std::set<std::string, std::less<>> present;
   std::vector<std::string> others;
   for (const Dictionary& record : records) {
-    for (const DictionaryEntry& entry : record) {
+    for (const auto& entry : record) {
       if (!isSimple(entry.value) || holds(kNotShown, entry.key)) continue;
       const bool isNew = present.insert(entry.key).second;
       if (isNew && !holds(kFirstColumns, entry.key)) others.push_back(entry.key);

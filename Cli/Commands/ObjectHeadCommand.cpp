@@ -31,7 +31,7 @@ Examples, in a shell where 'varobinary sandbox --store-port 8081' runs in anothe
 
 std::string describe(const Dictionary& result) {
   std::string text;
-  for (const platform::DictionaryEntry& entry : result) {
+  for (const auto& entry : result) {
     if (entry.key == "id") continue;
     text += fmt::format("{:<13}{}\n", entry.key, printable(entry.value.textValue()));
   }

@@ -10,7 +10,6 @@
 namespace varo::cli {
 
 using platform::Dictionary;
-using platform::DictionaryEntry;
 using platform::Value;
 
 Dictionary objectConfiguration(const GlobalOptions& global, Dictionary config) {
@@ -18,7 +17,7 @@ Dictionary objectConfiguration(const GlobalOptions& global, Dictionary config) {
   // The library says what is wrong with headers of another kind.
   if (given.isPresent() && !given.isDictionary()) return config;
   Dictionary headers = given.dictionaryValue();
-  for (const DictionaryEntry& header : global.headers) {
+  for (const auto& header : global.headers) {
     const bool isToken = platform::equalIgnoringCase(header.key, binary::kVaroAuthorization);
     if (!isToken || !global.token) setHeader(headers, header.key, header.value.textValue());
   }

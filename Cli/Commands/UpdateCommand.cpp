@@ -39,7 +39,7 @@ struct UpdateOptions {
 
 std::string describe(const UpdateOptions& options) {
   std::string text = fmt::format("Updated {}\n", printable(options.fileId));
-  for (const platform::DictionaryEntry& entry : options.meta) {
+  for (const auto& entry : options.meta) {
     text += fmt::format("  {} = {}\n", printable(entry.key), printable(entry.value.textValue()));
   }
   return text;

@@ -154,7 +154,7 @@ void declare(CommandArguments& arguments, UploadOptions& options) {
 
 int runSeveral(Session& session, const UploadOptions& options) {
   varo::UploadOptions each;
-  for (const platform::DictionaryEntry& entry : options.meta) {
+  for (const auto& entry : options.meta) {
     each.metadata.emplace(entry.key, entry.value.textValue());
   }
   each.fileNamespace = options.nameSpace.value_or("");

@@ -34,7 +34,7 @@ void passOn(const LogRecord& record) {
 Options clientOptions(const GlobalOptions& global, std::string url) {
   Options options;
   options.url = std::move(url);
-  for (const platform::DictionaryEntry& header : global.headers) {
+  for (const auto& header : global.headers) {
     const bool isToken =
         platform::equalIgnoringCase(header.key, binary::kVaroAuthorization) && global.token;
     if (!isToken) options.headers[header.key] = header.value.textValue();

@@ -11,7 +11,6 @@ namespace varo::cli {
 
 using platform::Array;
 using platform::Dictionary;
-using platform::DictionaryEntry;
 using platform::ErrorPtr;
 using platform::Value;
 
@@ -24,7 +23,7 @@ Value form(const Value& value, std::size_t depth);
 
 Dictionary formOfEntries(const Dictionary& dictionary, std::size_t depth) {
   Dictionary result;
-  for (const DictionaryEntry& entry : dictionary) {
+  for (const auto& entry : dictionary) {
     result.set(platform::sanitizeUtf8(entry.key), form(entry.value, depth));
   }
   return result;

@@ -391,9 +391,10 @@ Result<StatementOutcome> DatabaseConnection::executeLocked(const VROPreparedStat
   sqlite3_set_last_insert_rowid(database_.get(), 0);
   StatementOutcome outcome;
   std::vector<Value> rows;
+  DictionaryBuilder builder;
   int code = sqlite3_step(*prepared);
   for (; code == SQLITE_ROW; code = sqlite3_step(*prepared)) {
-    std::optional<Dictionary> row = readRow(*prepared);
+    std::optional<Dictionary> row = readRow(*prepared, builder);
     if (!row) return errorLocked(SQLITE_NOMEM);
     rows.push_back(*std::move(row));
   }

@@ -75,18 +75,17 @@ int bindValues(sqlite3_stmt* statement, const std::vector<Value>& values,
   return SQLITE_OK;
 }
 
-std::optional<Dictionary> readRow(sqlite3_stmt* statement) {
+std::optional<Dictionary> readRow(sqlite3_stmt* statement, DictionaryBuilder& rows) {
   // Counted anew for each row: the statement may have been prepared before a column was added.
   const int columns = sqlite3_column_count(statement);
-  std::vector<DictionaryEntry> entries;
-  entries.reserve(static_cast<std::size_t>(columns));
   for (int column = 0; column < columns; ++column) {
     const char* name = sqlite3_column_name(statement, column);
     std::optional<Value> value = readColumn(statement, column);
     if (name == nullptr || !value) return std::nullopt;
-    entries.push_back({name, *std::move(value)});
+    rows.key(name);
+    rows.value(*std::move(value));
   }
-  return Dictionary(std::move(entries));
+  return rows.take();
 }
 
 }  // namespace varo::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Platform/Foundation/DictionaryBuilder.h"
 #include "Platform/Foundation/Value.h"
 
 #include <cstdint>
@@ -16,7 +17,8 @@ namespace varo::platform {
 [[nodiscard]] int bindValues(sqlite3_stmt* statement, const std::vector<Value>& values,
                              std::int64_t insertedRow);
 
-/// The row at which the statement stands; none when there is no memory for it.
-[[nodiscard]] std::optional<Dictionary> readRow(sqlite3_stmt* statement);
+/// The row at which the statement stands, made with `rows` as those before it; none when there is
+/// no memory for it.
+[[nodiscard]] std::optional<Dictionary> readRow(sqlite3_stmt* statement, DictionaryBuilder& rows);
 
 }  // namespace varo::platform

@@ -1,5 +1,6 @@
 #include "Platform/Foundation/Json.h"
 
+#include "Platform/Foundation/DictionaryBuilder.h"
 #include "Platform/Foundation/Error.h"
 #include "Platform/Foundation/Text.h"
 
@@ -39,14 +40,11 @@ class ValueBuilder {
   bool on_document_end(error_code& /*error*/) { return true; }
 
   bool on_object_begin(error_code& /*error*/) {
-    Frame& frame = push(true);
-    frame.entries.reserve(std::min(frame.lastEntries, kMaxReserved));
+    push(true);
     return true;
   }
   bool on_object_end(std::size_t /*size*/, error_code& error) {
-    Frame& frame = frames_[--depth_];
-    frame.lastEntries = frame.entries.size();
-    return add(Dictionary(std::exchange(frame.entries, {})), error);
+    return add(frames_[--depth_].entries.take(), error);
   }
   bool on_array_begin(error_code& /*error*/) {
     Frame& frame = push(false);
@@ -64,7 +62,12 @@ class ValueBuilder {
     return true;
   }
   bool on_key(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
-    frames_[depth_ - 1].entries.push_back({takeText(part), Value()});
+    DictionaryBuilder& entries = frames_[depth_ - 1].entries;
+    if (text_.empty()) {
+      entries.key(part);
+    } else {
+      entries.key(takeText(part));
+    }
     return true;
   }
   bool on_string_part(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
@@ -106,15 +109,14 @@ class ValueBuilder {
   bool on_comment(std::string_view /*part*/, error_code& /*error*/) { return true; }
 
  private:
-  /// More is not reserved for a container on the word of its sibling.
+  /// More is not reserved for an array on the word of its sibling.
   static constexpr std::size_t kMaxReserved = 64;
   struct Frame {
     bool isObject = false;
-    std::vector<DictionaryEntry> entries;
+    DictionaryBuilder entries;
     std::vector<Value> elements;
-    /// Sizes of the last containers that ended at this level: siblings are mostly alike, so that
-    /// the next one needs one allocation.
-    std::size_t lastEntries = 0;
+    /// Of the last array that ended at this level: siblings are mostly alike, so that the next one
+    /// needs one allocation.
     std::size_t lastElements = 0;
   };
 
@@ -139,7 +141,7 @@ class ValueBuilder {
     }
     Frame& frame = frames_[depth_ - 1];
     if (frame.isObject) {
-      frame.entries.back().value = Value(std::forward<T>(value));
+      frame.entries.value(std::forward<T>(value));
     } else {
       frame.elements.emplace_back(std::forward<T>(value));
     }
@@ -255,7 +257,7 @@ class Serializer {
   ErrorPtr append(const Dictionary& dictionary, std::size_t depth) {
     if (depth > kMaxDepth) return tooDeep(dictionary);
     char separator = '{';
-    for (const DictionaryEntry& entry : dictionary) {
+    for (const auto& entry : dictionary) {
       out_ += std::exchange(separator, ',');
       if (auto failure = append(entry.key)) return failure;
       out_ += ':';

@@ -244,7 +244,7 @@ std::size_t userInfoLength(std::string_view text) {
 /// The texts under secret keys anywhere in `value`.
 void collectSecrets(const Value& value, bool isSecret, std::vector<std::string>& secrets) {
   if (const Dictionary* entries = value.dictionary()) {
-    for (const DictionaryEntry& entry : *entries) {
+    for (const auto& entry : *entries) {
       collectSecrets(entry.value, isSecret || isSecretKey(entry.key), secrets);
     }
   } else if (const Array* elements = value.array()) {
@@ -265,7 +265,7 @@ Value cleaned(const Value& value, SearchTexts texts, std::size_t depth);
 
 Dictionary cleaned(const Dictionary& entries, SearchTexts texts, std::size_t depth) {
   Dictionary result;
-  for (const DictionaryEntry& entry : entries) {
+  for (const auto& entry : entries) {
     const bool isSecret = isSecretKey(entry.key);
     result.set(entry.key, isSecret ? Value(kRedacted) : cleaned(entry.value, texts, depth));
   }

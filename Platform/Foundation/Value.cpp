@@ -77,7 +77,7 @@ class Describer {
   void add(const Dictionary& dictionary, int depth) {
     out_ += '{';
     bool first = true;
-    for (const DictionaryEntry& entry : dictionary) {
+    for (const auto& entry : dictionary) {
       if (out_.size() > limit_) break;
       if (!std::exchange(first, false)) out_ += ", ";
       out_ += entry.key;

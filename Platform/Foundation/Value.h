@@ -153,10 +153,17 @@ class Value {
       value_;
 };
 
-/// One entry of a `Dictionary`.
+/// One entry of a `Dictionary`, by itself.
 struct DictionaryEntry {
   std::string key;
   Value value;
 };
+
+inline Dictionary::Entry::operator DictionaryEntry() const { return {key, value}; }
+
+inline Dictionary::Entry Dictionary::const_iterator::operator[](
+    difference_type distance) const noexcept {
+  return {keys_[position_ + distance], values_[position_ + distance]};
+}
 
 }  // namespace varo::platform

@@ -38,7 +38,7 @@ Result<Part> readPart(const Value& description) {
   Part part;
   bool hasContent = false;
   for (const Value& item : *entries) {
-    for (const DictionaryEntry& entry : item.dictionaryValue()) {
+    for (const auto& entry : item.dictionaryValue()) {
       if (entry.key == kPartContent) {
         auto content = contentOf(entry.value);
         if (!content) return invalid("A multipart part's content is neither bytes nor text.");

@@ -71,7 +71,7 @@ HttpRequest encodeRequest(HttpMethod method, const std::string& url, const Dicti
   HttpRequest request;
   request.method = method;
   request.url = appendQuery(url, queryParams);
-  for (const DictionaryEntry& header : headers) {
+  for (const auto& header : headers) {
     if (!header.value.isNull()) request.headers.push_back({header.key, header.value.textValue()});
   }
   return request;

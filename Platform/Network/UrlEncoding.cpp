@@ -28,7 +28,7 @@ std::string appendQuery(const std::string& url, const Dictionary& parameters) {
   const bool hasQuery = result.find('?') != std::string::npos;
   const bool isOpen = hasQuery && (result.back() == '?' || result.back() == '&');
   std::string_view separator = isOpen ? "" : hasQuery ? "&" : "?";
-  for (const DictionaryEntry& parameter : parameters) {
+  for (const auto& parameter : parameters) {
     if (parameter.value.isNull()) continue;
     result += separator;
     // The services' "$filter" goes out as it is spelt.

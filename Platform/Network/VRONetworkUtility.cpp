@@ -118,7 +118,7 @@ Dictionary responseInfoOf(const HttpResponse& response) {
     // A peer may send any bytes; values are text.
     std::string name = sanitizeUtf8(header.name);
     std::string value = sanitizeUtf8(header.value);
-    for (const DictionaryEntry& known : fields) {
+    for (const auto& known : fields) {
       // Lines of one name are one list (RFC 9110, 5.3).
       if (equalIgnoringCase(known.key, name)) {
         value = fmt::format("{}, {}", known.value.textValue(), value);
@@ -208,7 +208,7 @@ TransferPtr send(const Encode& encode, const Dictionary& options, const NetworkC
 }  // namespace
 
 std::optional<std::string> HttpResponseInfo::headerField(std::string_view name) const {
-  for (const DictionaryEntry& field : headerFields_) {
+  for (const auto& field : headerFields_) {
     if (equalIgnoringCase(field.key, name)) return field.value.textValue();
   }
   return std::nullopt;

@@ -78,7 +78,7 @@ Case makeCase(RandomInput& random) {
   const auto headers = signer.getRequestHeaders(type);
   EXPECT_TRUE(headers.ok());
   Dictionary ours;  // with names as the script gives them
-  for (const DictionaryEntry& header : *headers) {
+  for (const auto& header : *headers) {
     ours.set(platform::lowerCase(header.key), header.value.textValue());
   }
   return {input, ours};

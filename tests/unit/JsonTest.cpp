@@ -147,6 +147,17 @@ TEST(JsonTest, WritesCompactlyAndReadsBackTheSame) {
             nested(json::kMaxDepth));
 }
 
+TEST(JsonTest, RecordsAreTheirOwnWhateverTheirNeighboursHave) {
+  const std::string records = R"({"a":1,"b":2},{"a":3,"b":4},{"a":5},{"a":6,"b":7,"c":8},{},)"
+                              R"({"b":9,"a":10},{"b":11,"a":12})";
+  const Value all = json::parse("[" + records + R"(,{"b":0,"a":1,"b":2}])").value();
+  Dictionary changed = (*all.array())[1].dictionaryValue();
+  changed.set("new", 5);
+  EXPECT_TRUE(changed.remove("a"));
+  EXPECT_EQ(json::serialize(changed).value(), R"({"b":4,"new":5})");
+  EXPECT_EQ(json::serialize(all).value(), "[" + records + R"(,{"b":2,"a":1}])");
+}
+
 TEST(JsonTest, RefusesToWriteWhatHasNoJsonForm) {
   const Value tooDeep = Array{json::parse(nested(json::kMaxDepth)).value()};
   const Value cases[] = {

@@ -35,7 +35,7 @@ constexpr std::array<std::string_view, 14> kConfigurationKeys = {kURL,
                                                                  kCancellation};
 
 /// What may be logged of a configuration's entry.
-Value loggable(const platform::DictionaryEntry& entry) {
+Value loggable(const Dictionary::Entry& entry) {
   if (platform::isSecretKey(entry.key)) return platform::kRedacted;
   const std::string* text = entry.value.text();
   return text != nullptr ? Value(platform::redactSecrets(*text)) : entry.value;
@@ -47,7 +47,7 @@ Dictionary downloadInput(const Dictionary& config, const Dictionary& additional,
                          const Dictionary& primaryKeys, const OperationSettings& settings) {
   warnOfUnknownKeys("the configuration", config, kConfigurationKeys);
   Dictionary input;
-  for (const platform::DictionaryEntry& entry : config) {
+  for (const auto& entry : config) {
     logger().logDebug(texts::kConfigEntry, entry.key, loggable(entry));
     input.set(entry.key, entry.value);
   }

@@ -48,7 +48,7 @@ std::string inPair(const std::string& text, bool isSafe) {
 /// "key=value" for each, with an ampersand between.
 std::string joinedPairs(const Dictionary& pairs, bool isSafe) {
   std::string joined;
-  for (const DictionaryEntry& pair : pairs) {
+  for (const auto& pair : pairs) {
     if (!joined.empty()) joined += '&';
     joined += inPair(pair.key, isSafe) + "=" + inPair(pair.value.textValue(), isSafe);
   }
@@ -68,7 +68,7 @@ std::optional<std::string> givenText(const Value& value) {
 
 /// Puts them in the place of those of the same name.
 void setHeaders(Dictionary& headers, const Dictionary& more) {
-  for (const DictionaryEntry& header : more) {
+  for (const auto& header : more) {
     BinaryNetworkUtils::setHeader(headers, header.key, header.value.textValue());
   }
 }

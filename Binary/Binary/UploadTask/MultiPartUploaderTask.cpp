@@ -55,7 +55,7 @@ Array MultiPartUploaderTask::addDataPartWithDictionary(std::string_view name,
 void MultiPartUploaderTask::uploadFile() {
   Array parts;
   Array fileParts;
-  for (const DictionaryEntry& entry : requestBody_) {
+  for (const auto& entry : requestBody_) {
     if (const std::string* text = entry.value.text()) {
       if (platform::equalIgnoringCase(*text, upload::kFileContent)) continue;
       fileParts.append(addFilePart(entry.key, kFileNameInForm, fileData_));

@@ -143,7 +143,7 @@ bool UploaderTask::mayHaveToken(const Dictionary& input,
 void UploaderTask::logTemplate(const TemplateUtil& text,
                                const std::optional<Dictionary>& options) const {
   Dictionary params;
-  for (const DictionaryEntry& entry : uploadParams_) {
+  for (const auto& entry : uploadParams_) {
     params.set(entry.key,
                platform::isSecretKey(entry.key) ? Value(platform::kRedacted) : entry.value);
   }

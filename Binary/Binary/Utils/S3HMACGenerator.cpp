@@ -29,9 +29,6 @@ constexpr std::size_t kUsualRequestLength = 512;
 /// Bytes of the signed headers' names, at most.
 constexpr std::size_t kUsualNamesLength = 64;
 
-/// Headers of a request, at most.
-constexpr std::size_t kMostHeaders = 5;
-
 constexpr std::uint64_t kLargestByteArray = 64ULL * 1024 * 1024;
 
 /// Empty where there is no text.
@@ -47,13 +44,14 @@ void appendText(std::string& to, const Value& value) {
   }
 }
 
-std::vector<const DictionaryEntry*> sortedByKey(const Dictionary& dictionary) {
-  std::vector<const DictionaryEntry*> entries;
+std::vector<Dictionary::const_iterator> sortedByKey(const Dictionary& dictionary) {
+  std::vector<Dictionary::const_iterator> entries;
   entries.reserve(dictionary.size());
-  for (const DictionaryEntry& entry : dictionary) entries.push_back(&entry);
+  const auto end = dictionary.end();
+  for (auto entry = dictionary.begin(); entry != end; ++entry) entries.push_back(entry);
   // The signature covers names in this order, whatever order they are sent in.
   std::sort(entries.begin(), entries.end(),
-            [](const auto* left, const auto* right) { return left->key < right->key; });
+            [](const auto& left, const auto& right) { return left->key < right->key; });
   return entries;
 }
 
@@ -108,33 +106,31 @@ void S3HMACGenerator::extractParams(const Dictionary& template_) {
 std::optional<Dictionary> S3HMACGenerator::getAWSHeaders(S3OperationType operationType) const {
   const bool isUpload = operationType == S3OperationType::kUpload;
   if (!isUpload && operationType != S3OperationType::kDownload) return std::nullopt;
-  std::vector<DictionaryEntry> headers;
-  headers.reserve(kMostHeaders);
-  if (!hostName.empty()) headers.push_back({signing::kSignedHost, hostName});
-  headers.push_back({signing::kSignedAmzDate, xAmzDate});
+  Dictionary headers;
+  if (!hostName.empty()) headers.set(signing::kSignedHost, hostName);
+  headers.set(signing::kSignedAmzDate, xAmzDate);
   if (!isUpload) {
-    headers.push_back({signing::kSignedAmzContentSha256, signing::kEmptyPayloadSha256});
-    return Dictionary(std::move(headers));
+    headers.set(signing::kSignedAmzContentSha256, signing::kEmptyPayloadSha256);
+    return headers;
   }
-  headers.push_back({signing::kSignedContentType, signing::kUploadContentType});
+  headers.set(signing::kSignedContentType, signing::kUploadContentType);
   // A payload that cannot be read has no digest: then there is no canonical request either.
-  if (payloadHash_) headers.push_back({signing::kSignedAmzContentSha256, *payloadHash_});
-  return Dictionary(std::move(headers));
+  if (payloadHash_) headers.set(signing::kSignedAmzContentSha256, *payloadHash_);
+  return headers;
 }
 
 Result<Dictionary> S3HMACGenerator::getRequestHeaders(S3OperationType operationType) {
   auto authorization = getAuthorizationHeader();
   if (!authorization) return authorization.error();
-  std::vector<DictionaryEntry> headers;
-  headers.reserve(kMostHeaders);
-  if (!hostName.empty()) headers.push_back({signing::kHost, hostName});
-  headers.push_back({signing::kAmzDate, xAmzDate});
-  headers.push_back({signing::kAuthorization, std::move(authorization).value()});
-  headers.push_back({signing::kAmzContentSha256, *payloadHash_});
+  Dictionary headers;
+  if (!hostName.empty()) headers.set(signing::kHost, hostName);
+  headers.set(signing::kAmzDate, xAmzDate);
+  headers.set(signing::kAuthorization, std::move(authorization).value());
+  headers.set(signing::kAmzContentSha256, *payloadHash_);
   if (operationType == S3OperationType::kUpload) {
-    headers.push_back({kContentType, signing::kUploadContentType});
+    headers.set(kContentType, signing::kUploadContentType);
   }
-  return Dictionary(std::move(headers));
+  return headers;
 }
 
 Result<std::string> S3HMACGenerator::prepareCanonicalRequest() {
@@ -154,7 +150,7 @@ Result<std::string> S3HMACGenerator::prepareCanonicalRequest() {
 /// Keeps the "&" after the last parameter: the form that this library signs.
 void S3HMACGenerator::appendQueryLine(std::string& request) const {
   if (queryParameters) {
-    for (const DictionaryEntry* parameter : sortedByKey(*queryParameters)) {
+    for (const auto& parameter : sortedByKey(*queryParameters)) {
       request += parameter->key;
       request += '=';
       request += platform::percentEncode(textOf(parameter->value), kFragmentCharacters);
@@ -168,7 +164,7 @@ void S3HMACGenerator::appendHeaderLines(std::string& request) {
   strSignedHeader.clear();
   if (awsHeaders) {
     strSignedHeader.reserve(kUsualNamesLength);
-    for (const DictionaryEntry* header : sortedByKey(*awsHeaders)) {
+    for (const auto& header : sortedByKey(*awsHeaders)) {
       request += header->key;
       request += ':';
       appendText(request, header->value);

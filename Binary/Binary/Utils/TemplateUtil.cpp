@@ -93,7 +93,7 @@ std::optional<std::string> TemplateUtil::populateJSONTemplate(const Dictionary& 
 
 std::string TemplateUtil::tryPopulateJSONTemplate(const Dictionary& values) const {
   std::string result;
-  for (const DictionaryEntry& entry : values) {
+  for (const auto& entry : values) {
     const std::string placeholder = fmt::format("{}{}{}", kTemplateStart, entry.key, kTemplateEnd);
     if (text_.find(placeholder) == std::string::npos) continue;
     result = replaceAll(result.empty() ? text_ : result, placeholder, entry.value.textValue());
@@ -103,7 +103,7 @@ std::string TemplateUtil::tryPopulateJSONTemplate(const Dictionary& values) cons
 
 Dictionary TemplateUtil::escapedForJson(const Dictionary& values) {
   Dictionary escaped;
-  for (const DictionaryEntry& entry : values) {
+  for (const auto& entry : values) {
     const std::string text = entry.value.textValue();
     const auto quoted = platform::json::serialize(text);
     escaped.set(entry.key, quoted ? quoted->substr(1, quoted->size() - 2) : text);

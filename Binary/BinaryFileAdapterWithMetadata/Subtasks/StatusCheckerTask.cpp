@@ -26,7 +26,7 @@ void StatusCheckerTask::unpackInputContext() {
   const Dictionary input = takeInput();
   _pollingUrl = input[keys::kPollingUrl].textValue();
   _headers.set(kIgnoreMapperResponseFiltering, kTrue);
-  for (const DictionaryEntry& header : input[keys::kHeaders].dictionaryValue()) {
+  for (const auto& header : input[keys::kHeaders].dictionaryValue()) {
     BinaryNetworkUtils::setHeader(_headers, header.key, header.value);
   }
   _queryParams = input[keys::kQueryParams].dictionaryValue();
@@ -66,7 +66,7 @@ void StatusCheckerTask::processResponse(const Dictionary& response, const Networ
 
 bool StatusCheckerTask::isFinished(const Dictionary& response) const {
   return std::all_of(_pollingSuccessIndicators.begin(), _pollingSuccessIndicators.end(),
-                     [&response](const DictionaryEntry& indicator) {
+                     [&response](const Dictionary::Entry& indicator) {
                        return response[indicator.key] == indicator.value;
                      });
 }

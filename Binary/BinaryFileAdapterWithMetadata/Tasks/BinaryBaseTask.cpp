@@ -13,7 +13,7 @@ BinaryBaseTask::BinaryBaseTask(ErrorPtr* /*error*/) {}
 void BinaryBaseTask::unpackFileRequest(const Dictionary& input) {
   url_ = input[keys::kUrl].textValue().append(kObjectsFileSuffix);
   headers_ = Dictionary{{kContentType, kContentTypeJson}};
-  for (const DictionaryEntry& header : input[keys::kHeaders].dictionaryValue()) {
+  for (const auto& header : input[keys::kHeaders].dictionaryValue()) {
     BinaryNetworkUtils::setHeader(headers_, header.key, header.value);
   }
   options_ = optionalDictionary(input[keys::kOptions]);
@@ -41,7 +41,7 @@ Dictionary BinaryBaseTask::headersForStore(std::string_view serviceUrl) const {
     return headers;
   }
   Dictionary others;
-  for (const DictionaryEntry& header : headers) {
+  for (const auto& header : headers) {
     if (!platform::isSecretKey(header.key)) others.set(header.key, header.value);
   }
   return others;

@@ -60,7 +60,7 @@ void BinaryDeleteTask::unpackInputContext() {
   const Dictionary input = takeInput();
   url_ = input[keys::kUrl].textValue().append(kObjectsFileSuffix);
   headers_ = Dictionary{{kIgnoreMapperResponseFiltering, kTrue}};
-  for (const DictionaryEntry& header : input[keys::kHeaders].dictionaryValue()) {
+  for (const auto& header : input[keys::kHeaders].dictionaryValue()) {
     BinaryNetworkUtils::setHeader(headers_, header.key, header.value);
   }
   BinaryNetworkUtils::setHeader(headers_, kContentType, kContentTypeJson);

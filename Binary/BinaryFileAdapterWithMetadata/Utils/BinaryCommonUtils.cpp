@@ -8,7 +8,7 @@ std::string BinaryCommonUtils::generateFilterStringWithMetadata(
     const std::optional<platform::Dictionary>& metadata) {
   std::string filter;
   if (!metadata) return filter;
-  for (const platform::DictionaryEntry& entry : *metadata) {
+  for (const auto& entry : *metadata) {
     if (!filter.empty()) filter += " and ";
     filter += fmt::format("{} eq '{}'", entry.key, entry.value.textValue());
   }

@@ -367,7 +367,7 @@ std::string BinaryNetworkUtils::appendQueryOfUrl(std::string url, const Dictiona
   // All that may stand in a query but "&", "=" and "#"; a stray "%" is the transport's to encode.
   constexpr std::string_view kKept = "%!$'()*+,;:@/?";
   char separator = url.find('?') == std::string::npos ? '?' : '&';
-  for (const DictionaryEntry& parameter : queryParams) {
+  for (const auto& parameter : queryParams) {
     if (parameter.value.isNull()) continue;
     url += separator;
     url += platform::percentEncode(parameter.key, kKept);
@@ -393,7 +393,7 @@ void BinaryNetworkUtils::setHeader(Dictionary& headers, std::string_view name, c
 Dictionary BinaryNetworkUtils::withoutHeaders(const Dictionary& headers,
                                               std::initializer_list<std::string_view> names) {
   Dictionary result;
-  for (const DictionaryEntry& header : headers) {
+  for (const auto& header : headers) {
     const bool named = std::any_of(names.begin(), names.end(), [&](std::string_view name) {
       return platform::equalIgnoringCase(header.key, name);
     });
@@ -411,7 +411,7 @@ Value BinaryNetworkUtils::withoutSecrets(const Value& value, const Dictionary& s
   }
   if (!value.isDictionary()) return value;
   Dictionary result;
-  for (const DictionaryEntry& entry : value.dictionaryValue()) {
+  for (const auto& entry : value.dictionaryValue()) {
     result.set(entry.key, platform::isSecretKey(entry.key) ? Value(platform::kRedacted)
                                                            : withoutSecrets(entry.value, sent));
   }

@@ -57,7 +57,7 @@ std::string_view nearestKnownKey(std::string_view key, std::span<const std::stri
 
 void warnOfUnknownKeys(std::string_view where, const platform::Dictionary& given,
                        std::span<const std::string_view> known) {
-  for (const platform::DictionaryEntry& entry : given) {
+  for (const auto& entry : given) {
     if (std::find(known.begin(), known.end(), entry.key) != known.end()) continue;
     const std::string_view shown = platform::utf8Prefix(entry.key, kLongestKey);
     const std::string_view nearest = nearestKnownKey(entry.key, known);
