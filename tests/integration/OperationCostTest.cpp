@@ -101,14 +101,14 @@ TEST(OperationCostTest, OneMoreHoldsNoMoreThanTheTableHas) {
     void (*begin)(Scene&);
   };
   static const Kind kKinds[] = {
-      {"list", 2, 99, 192, 1, [](auto& s) { s.files.list().detach(); }},
+      {"list", 2, 99, 112, 1, [](auto& s) { s.files.list().detach(); }},
       {"upload", 2, 99, 64, 1, [](auto& s) { s.upload(); }},
       {"upload that waits", 32, 32, 2, 0, [](auto& s) { s.upload(); }},
-      {"download", 2, 99, 192, 1, [](auto& s) { s.files.download(s.id, s.file + "2").detach(); }},
-      {"blob", 2, 99, 192, 2, [](auto& s) { s.fetch(99); }},
+      {"download", 2, 99, 112, 1, [](auto& s) { s.files.download(s.id, s.file + "2").detach(); }},
+      {"blob", 2, 99, 128, 2, [](auto& s) { s.fetch(99); }},
       {"blob that waits", 1, 1, 3, 0, [](auto& s) { s.fetch(1); }},
       {"put", 2, 99, 1280, 2, [](auto& s) { s.objects.put(s.key, s.source()).detach(); }},
-      {"get", 2, 99, 192, 1, [](auto& s) { s.objects.get(s.key, s.file + "2").detach(); }},
+      {"get", 2, 99, 112, 1, [](auto& s) { s.objects.get(s.key, s.file + "2").detach(); }},
       {"delete in back-off", 2, 99, 12, 0, [](auto& s) { s.remove(); }}};
   for (const Kind& kind : kKinds) {
     test::inOwnProcess([&kind] {
