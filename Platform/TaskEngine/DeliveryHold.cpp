@@ -19,14 +19,18 @@ LinkedQueue<ThreadPool::Work>& heldBack() noexcept {
 
 }  // namespace
 
-DeliveryHold::DeliveryHold() noexcept { ++holds; }
+DeliveryHold::DeliveryHold(Then then) noexcept : then_(then) { ++holds; }
 
 DeliveryHold::~DeliveryHold() {
   // Holds may stand within each other; the outermost one delivers.
   if (--holds != 0) return;
   // What a listener causes here is no longer held back, so this comes to an end.
   while (auto delivery = heldBack().pop()) {
-    Runtime::shared().pool().postOrRun(std::move(delivery));
+    if (then_ == Then::kHere) {
+      delivery->run();
+    } else {
+      Runtime::shared().pool().postOrRun(std::move(delivery));
+    }
   }
 }
 

@@ -1,3 +1,4 @@
+#include "Platform/TaskEngine/DeliveryHold.h"
 #include "Platform/TaskEngine/VSAbstractLoopingTask.h"
 #include "Platform/TaskEngine/VSTask.h"
 #include "Platform/TaskEngine/VSTaskError.h"
@@ -306,6 +307,21 @@ TEST_F(TaskEngineTest, ListenersHearOnceOfWhatComesAfterTheirSubscription) {
   task->setState(Ended);
   ASSERT_TRUE(eventually([&] { return !last->states().empty(); }));
   EXPECT_THAT(first->other->states(), ElementsAre(Ended)) << "not of the start, which came before";
+}
+
+TEST_F(TaskEngineTest, OutermostHoldDeliversOnItsOwnThreadWhereItSaysSo) {
+  const auto task = leaf([](FunctionTask&) {});
+  const auto recorder = std::make_shared<Recorder>();
+  task->subscribeForTaskUpdates(recorder);
+  {
+    const DeliveryHold outer(DeliveryHold::Then::kHere);
+    {
+      const DeliveryHold inner;
+      task->setState(Started);
+    }
+    EXPECT_THAT(recorder->states(), ElementsAre());
+  }
+  EXPECT_THAT(recorder->states(), ElementsAre(Started));
 }
 
 TEST_F(TaskEngineTest, PausedCompositeStillRunsWhatBecomesFree) {

@@ -8,6 +8,7 @@
 #include "Binary/BinaryFileAdapterWithMetadata/Utils/UploadErrors.h"
 #include "Platform/Foundation/Base64.h"
 #include "Platform/Network/FormData.h"
+#include "Platform/TaskEngine/DeliveryHold.h"
 
 #include <algorithm>
 #include <array>
@@ -261,6 +262,8 @@ void ChunkUploaderTask::processNetworkResponse(const Dictionary& response,
   reportProgress();
   // Closes the file, which would stay open as long as the task is kept.
   if (_isLastChunk) content_ = Data();
+  // The loop asks for the next chunk on this thread.
+  const platform::DeliveryHold hold(platform::DeliveryHold::Then::kHere);
   setState(TaskState::Ended);
 }
 
