@@ -29,12 +29,11 @@ using boost::system::error_code;
 /// One way of a connection: bytes arrive when the line has brought them.
 class Way : public std::enable_shared_from_this<Way> {
  public:
-  Way(SocketPtr from, SocketPtr to, const ProxyRules& rules, std::uint64_t cutAfter,
-      std::mt19937& random, std::atomic<int>& broken)
+  Way(SocketPtr from, SocketPtr to, const ProxyRules& rules, std::mt19937& random,
+      std::atomic<int>& broken)
       : from_(std::move(from)),
         to_(std::move(to)),
         rules_(rules),
-        cutAfter_(cutAfter),
         random_(random),
         broken_(broken),
         timer_(from_->get_executor()) {}
@@ -97,8 +96,7 @@ class Way : public std::enable_shared_from_this<Way> {
       to_->shutdown(Tcp::socket::shutdown_send, ignored);
       return;
     }
-    arrived_ += bytes.size();
-    if (onTheWay_.front().breaks || (cutAfter_ > 0 && arrived_ >= cutAfter_)) {
+    if (onTheWay_.front().breaks) {
       to_->set_option(asio::socket_base::linger(true, 0), ignored);  // an RST
       to_->close(ignored);
       from_->close(ignored);
@@ -116,14 +114,12 @@ class Way : public std::enable_shared_from_this<Way> {
   const SocketPtr from_;
   const SocketPtr to_;
   const ProxyRules& rules_;
-  const std::uint64_t cutAfter_;
   std::mt19937& random_;
   std::atomic<int>& broken_;
   asio::steady_timer timer_;
   std::array<char, 16384> buffer_{};
   std::deque<Piece> onTheWay_;
   Clock::time_point free_;
-  std::uint64_t arrived_ = 0;
   bool isReading_ = false;
 };
 
@@ -243,14 +239,13 @@ bool TestProxy::join(const SocketPtr& client, const SocketPtr& server) {
   if (server == nullptr) return false;
   client->set_option(Tcp::no_delay(true));
   asio::post(context_, [this, client, server] {
-    std::make_shared<Way>(client, server, rules_, 0, random_, broken_)->read();
-    std::make_shared<Way>(server, client, rules_, rules_.cutAfter, random_, broken_)->read();
+    std::make_shared<Way>(client, server, rules_, random_, broken_)->read();
+    std::make_shared<Way>(server, client, rules_, random_, broken_)->read();
   });
   return true;
 }
 
 bool TestProxy::negotiate(const SocketPtr& client) {
-  if (rules_.relayTo != 0) return join(client, connect(rules_.relayTo));
   char first = 0;
   client->receive(asio::buffer(&first, 1), Tcp::socket::message_peek);
   if (first == 4) return serveSocks4(client);

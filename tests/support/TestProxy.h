@@ -25,14 +25,10 @@ struct ProxyRules {
   std::string password = {};
   /// Status that every http request to the proxy gets; 0: it is served.
   int refusal = 0;
-  /// Not 0: no proxy, but the line to this port of the loopback.
-  std::uint16_t relayTo = 0;
   /// Of each byte, on each of both ways.
   std::chrono::milliseconds delay{0};
   /// On each of both ways; 0 for as many as there are.
   std::uint64_t bytesPerSecond = 0;
-  /// The connection breaks after so many bytes of the server's; 0: never.
-  std::uint64_t cutAfter = 0;
   /// Share of the segments that are lost. In userspace that is a delay: what is lost, and all that
   /// is behind it, comes later by `retransmission`.
   double loss = 0;
@@ -45,8 +41,8 @@ struct ProxyRules {
 };
 
 /// A proxy on a free port of the loopback: CONNECT and absolute addresses over http, SOCKS 4a, and
-/// SOCKS 5 with user and password; or a line between two ports. Whatever host a request names, it
-/// leads to the loopback, so that names are possible that nobody else can resolve. Thread-safe.
+/// SOCKS 5 with user and password. Whatever host a request names, it leads to the loopback, so that
+/// names are possible that nobody else can resolve. Thread-safe.
 class TestProxy {
  public:
   explicit TestProxy(ProxyRules rules = {});
