@@ -1,6 +1,7 @@
 #include "Platform/Foundation/JobContext.h"
 #include "tests/support/Await.h"
 #include "tests/support/BlobStoreFixture.h"
+#include "tests/support/CallLog.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/OwnProcess.h"
 #include "tests/support/TestProxy.h"
@@ -11,7 +12,6 @@
 #include <atomic>
 #include <filesystem>
 #include <future>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -37,11 +37,9 @@ TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
   BlobService wanted = service("a");
   wanted.options.credentials = [&] { return Credentials{"token " + std::to_string(++asked)}; };
   const BlobStore store = BlobStore::open(database("a"), path("a"), wanted).value();
-  std::mutex mutex;
-  std::vector<BlobStatus> seen;
+  test::CallLog<BlobStatus> seen;
   const BlobWatch watch = store.watch([&](const BlobState& state) {
-    const std::lock_guard lock(mutex);
-    seen.push_back(state.status);
+    seen.add(state.status);
     EXPECT_EQ(state.ref.table, "album");
     EXPECT_FALSE(state.reason.empty());
     EXPECT_EQ(platform::JobContext::current(), nullptr) << "what it logs is not the client's";
@@ -68,12 +66,10 @@ TEST_F(BlobStoreTest, FetchesIntoTheFileAndTellsEveryChange) {
   ASSERT_TRUE(eventually([&] { return last == kSize; }));
   EXPECT_THAT(ranges(),
               ElementsAre("bytes=0-4095", "bytes=4096-8191", "bytes=4096-8191", "bytes=8192-9999"));
-  ASSERT_TRUE(eventually([&] {
-    const std::lock_guard lock(mutex);
-    return seen.size() == 5;
-  }));
-  EXPECT_THAT(seen, ElementsAre(BlobStatus::kNotFetched, BlobStatus::kFetching, BlobStatus::kPaused,
-                                BlobStatus::kFetching, BlobStatus::kAvailable));
+  ASSERT_TRUE(eventually([&] { return seen.calls().size() == 5; }));
+  EXPECT_THAT(seen.calls(),
+              ElementsAre(BlobStatus::kNotFetched, BlobStatus::kFetching, BlobStatus::kPaused,
+                          BlobStatus::kFetching, BlobStatus::kAvailable));
 
   server_->clearStats();
   EXPECT_EQ(store.fetch(blob(1)).get().value(), *file);

@@ -1,8 +1,8 @@
 // Uploads of the typed client that are stopped, fail or go on, in every phase.
 
-#include "Platform/Foundation/Mutex.h"
 #include "tests/support/AnswersOnce.h"
 #include "tests/support/Await.h"
+#include "tests/support/CallLog.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FileClientFixture.h"
 #include "tests/support/Notify.h"
@@ -14,7 +14,6 @@
 #include <atomic>
 #include <future>
 #include <map>
-#include <mutex>
 #include <thread>
 
 namespace varo {
@@ -145,20 +144,17 @@ TEST_F(FileUploadTest, AFileThatChangesUnderWayIsNeverHalfOldAndHalfNew) {
 
 TEST_F(FileUploadTest, OldPlaceSendsAllChunksAnewAndLostRecordIsAFailure) {
   writeFile(path("photo"), content_);
-  std::mutex mutex;
-  std::vector<std::pair<FileId, UploadPlace>> places;
+  test::CallLog<std::pair<FileId, UploadPlace>> told;
   server_->addFault({.match = {.path = "/bytes/", .skip = 3}, .action = {.status = 503}});
   auto upload = client().upload(Source::file(path("photo")),
                                 {.onPlace = [&](const FileId& record, const UploadPlace& place) {
-                                  const std::lock_guard lock(mutex);
-                                  places.emplace_back(record, place);
+                                  told.add({record, place});
                                 }});
   ASSERT_FALSE(upload.get());
   server_->clearFaults();
-  ASSERT_TRUE(test::eventually([&] {
-    const std::lock_guard lock(mutex);
-    return places.size() == 4;  // the record, three chunks
-  }));
+  // The record, three chunks.
+  ASSERT_TRUE(test::eventually([&] { return told.calls().size() == 4; }));
+  const auto places = told.calls();
   EXPECT_EQ(places.front().first, *upload.get().error().begun);
   server_->clearStats();
   const auto done = goOn(places.at(1).second.text());
@@ -208,10 +204,7 @@ class HeldService {
     if (!std::exchange(isReleased_, true)) release_.set_value();
   }
   /// What came, in order: "create", "chunk1" and so on, "commit", "delete".
-  [[nodiscard]] std::vector<std::string> seen() const {
-    const platform::MutexLock lock(mutex_);
-    return seen_;
-  }
+  [[nodiscard]] std::vector<std::string> seen() const { return seen_.calls(); }
   [[nodiscard]] std::size_t count(const std::string& what) const {
     const auto all = seen();
     return static_cast<std::size_t>(std::count(all.begin(), all.end(), what));
@@ -228,10 +221,7 @@ class HeldService {
 
   test::WireReply answer(const test::WireRequest& request) {
     const std::string name = nameOf(request);
-    {
-      const platform::MutexLock lock(mutex_);
-      seen_.push_back(name);
-    }
+    seen_.add(name);
     if (name == held_ && !wasHeld_.exchange(true)) {
       arrived_.set_value();
       released_.wait();
@@ -247,8 +237,7 @@ class HeldService {
   const std::shared_future<void> released_{release_.get_future()};
   std::atomic<bool> wasHeld_{false};
   bool isReleased_ = false;
-  mutable platform::Mutex mutex_;
-  std::vector<std::string> seen_ VARO_GUARDED_BY(mutex_);
+  test::CallLog<std::string> seen_;
   test::ScriptedServer server_{[this](const auto& request) { return answer(request); }};
 };
 
@@ -289,12 +278,10 @@ TEST(FileUploadStopTest, CancelLeavesNothingBehindInAnyPhase) {
 
 TEST(FileUploadStopTest, CancelOfAPausedOneAsksForCredentialsElsewhere) {
   HeldService service("chunk1");
-  platform::Mutex mutex;
-  std::vector<std::thread::id> askedOn;
+  test::CallLog<std::thread::id> askedOn;
   Options options{.url = service.url()};
   options.credentials = [&]() -> Outcome<Credentials> {
-    const platform::MutexLock lock(mutex);
-    askedOn.push_back(std::this_thread::get_id());
+    askedOn.add(std::this_thread::get_id());
     return Credentials{.expires = std::chrono::system_clock::time_point()};
   };
   auto upload = FileClient::create(options)->upload(fourChunks(), {.name = "a"});
@@ -304,9 +291,8 @@ TEST(FileUploadStopTest, CancelOfAPausedOneAsksForCredentialsElsewhere) {
   upload.cancel();
   EXPECT_EQ(upload.get().error().begun, std::nullopt);
   EXPECT_EQ(service.count("delete"), 1U);
-  const platform::MutexLock lock(mutex);
-  EXPECT_EQ(askedOn.size(), 2U);
-  EXPECT_THAT(askedOn, testing::Not(testing::Contains(std::this_thread::get_id())));
+  EXPECT_EQ(askedOn.calls().size(), 2U);
+  EXPECT_THAT(askedOn.calls(), testing::Not(testing::Contains(std::this_thread::get_id())));
 }
 
 TEST(FileUploadStopTest, CancelCleansUpWithoutAProviderThatKeepsSilent) {
