@@ -356,7 +356,7 @@ std::shared_ptr<PartReceiver> ObjectGet::receiverOf(std::size_t index) {
   const auto file = parts();
   if (file == nullptr) return nullptr;
   return std::make_shared<PartReceiver>(
-      file->file(), plan_->first(index), plan_->length(index),
+      file, plan_->first(index), plan_->length(index),
       [work = self<ObjectGet>(), index](const HttpResponse& head) {
         return work->checkPart(head, work->plan_->length(index), index).has_value();
       });

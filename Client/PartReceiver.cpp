@@ -11,9 +11,9 @@ using platform::HttpHeader;
 using platform::MutexLock;
 using platform::Result;
 
-PartReceiver::PartReceiver(std::shared_ptr<platform::File> file, std::uint64_t first,
+PartReceiver::PartReceiver(std::weak_ptr<PartsFile> parts, std::uint64_t first,
                            std::uint64_t length, IsPart isPart)
-    : file_(std::move(file)), first_(first), length_(length), isPart_(std::move(isPart)) {}
+    : parts_(std::move(parts)), first_(first), length_(length), isPart_(std::move(isPart)) {}
 
 Result<void> PartReceiver::begin(int status, const std::vector<HttpHeader>& headers,
                                  std::optional<std::uint64_t> /*expected*/) {
@@ -21,23 +21,31 @@ Result<void> PartReceiver::begin(int status, const std::vector<HttpHeader>& head
   head.status = status;
   head.headers = headers;
   const bool isPart = isPart_(head);
+  const auto parts = parts_.lock();
   const MutexLock lock(mutex_);
   received_ = 0;
   sink_.reset();
-  if (isPart && !isOver_) sink_.emplace(file_, first_, platform::tuning::kWriteSize);
+  if (isPart && parts != nullptr && !isOver_) {
+    sink_.emplace(parts->file(), first_, platform::tuning::kWriteSize);
+  }
   return {};
 }
 
 Result<void> PartReceiver::write(std::string_view bytes) {
+  const auto parts = parts_.lock();
   const MutexLock lock(mutex_);
+  if (parts == nullptr) sink_.reset();
+  if (!sink_) return {};
   const std::uint64_t room = length_ - std::min(received_, length_);
   received_ += bytes.size();
-  return sink_ ? sink_->write(bytes.substr(0, static_cast<std::size_t>(room))) : Result<void>();
+  return sink_->write(bytes.substr(0, static_cast<std::size_t>(room)));
 }
 
 Result<std::uint64_t> PartReceiver::finish() {
+  const auto parts = parts_.lock();
   const MutexLock lock(mutex_);
   isOver_ = true;
+  if (parts == nullptr) sink_.reset();
   if (sink_) {
     const auto flushed = sink_->take();
     sink_.reset();

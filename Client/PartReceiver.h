@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Foundation/File.h"
+#include "Client/PartsFile.h"
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Network/HttpTransport.h"
 #include "Platform/Network/ResponseSink.h"
@@ -18,15 +18,15 @@ namespace varo::detail {
 /// and none of them waits in memory.
 ///
 /// What the head of the response shows to be something else is dropped. So are bytes behind the
-/// part's end, and whatever a transport hands over after the request has ended: none of them may
-/// reach another part. Thread-safe.
+/// part's end, whatever a transport hands over after the request has ended, and everything once the
+/// get has let the file go: none of them may reach another part, or another get's. Thread-safe.
 class PartReceiver final : public platform::BodyReceiver {
  public:
   /// Whether this response is the part.
   using IsPart = std::function<bool(const platform::HttpResponse& head)>;
 
-  /// `first` and `length` are the part's place, in bytes.
-  PartReceiver(std::shared_ptr<platform::File> file, std::uint64_t first, std::uint64_t length,
+  /// `first` and `length` are the part's place in the file of `parts`, in bytes.
+  PartReceiver(std::weak_ptr<PartsFile> parts, std::uint64_t first, std::uint64_t length,
                IsPart isPart);
 
   [[nodiscard]] platform::Result<void> begin(int status,
@@ -36,18 +36,20 @@ class PartReceiver final : public platform::BodyReceiver {
   /// A later attempt writes over what an earlier one has brought.
   [[nodiscard]] bool mayBeginAgain() const noexcept override { return true; }
 
-  /// The request has ended. Returns how many bytes its body had; those of the part are in the file.
+  /// The request has ended. Returns how many bytes it has brought of what was taken for the part;
+  /// up to its length they are in the file.
   [[nodiscard]] platform::Result<std::uint64_t> finish();
 
  private:
-  const std::shared_ptr<platform::File> file_;
+  /// Held while it is written: it stays locked as long as that takes.
+  const std::weak_ptr<PartsFile> parts_;
   const std::uint64_t first_;
   const std::uint64_t length_;
   const IsPart isPart_;
 
   platform::Mutex mutex_;
   bool isOver_ VARO_GUARDED_BY(mutex_) = false;
-  std::uint64_t received_ VARO_GUARDED_BY(mutex_) = 0;  // of the latest attempt, dropped ones too
+  std::uint64_t received_ VARO_GUARDED_BY(mutex_) = 0;  // of the latest attempt, those behind too
   /// None while nothing is wanted.
   std::optional<platform::ResponseSink> sink_ VARO_GUARDED_BY(mutex_);
 };

@@ -35,7 +35,7 @@ class PartsFile {
   [[nodiscard]] static Outcome<std::shared_ptr<PartsFile>> beside(
       const std::filesystem::path& destination, const std::string& object,
       const std::string& about);
-  /// A file that nothing was recorded of goes. Unlocks it, whoever reads it still.
+  /// A file that nothing was recorded of goes. Unlocks it, whoever still has it open.
   ~PartsFile();
   PartsFile(const PartsFile&) = delete;
   PartsFile& operator=(const PartsFile&) = delete;

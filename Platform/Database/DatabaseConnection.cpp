@@ -288,11 +288,13 @@ void DatabaseConnection::writeWaitingLocked(LateWrites& late) noexcept {
     lastUse_ = Clock::now();
   }
   // None where all were taken by one who could not execute them together.
-  if (writes.size() >= 2 && database_ != nullptr) {
-    // Those that wait differently long for locks go alone.
-    std::erase_if(writes, [timeout = writes.front()->busyTimeout](const Write* write) {
-      return write->busyTimeout != timeout;
-    });
+  if (writes.size() >= 2) {
+    // From the first that waits differently long for locks they go alone, to stay in their order.
+    writes.erase(std::find_if(writes.begin(), writes.end(),
+                              [timeout = writes.front()->busyTimeout](const Write* write) {
+                                return write->busyTimeout != timeout;
+                              }),
+                 writes.end());
     if (writes.size() >= 2) writeTogetherLocked(writes);
   }
   // Before anybody else has a turn: what was asked for later is executed later.
@@ -316,11 +318,12 @@ void DatabaseConnection::finishLocked(LateWrite& late) noexcept {
 
 void DatabaseConnection::writeTogetherLocked(std::span<Write* const> writes) noexcept {
   try {
-    transactLocked(writes);
+    // Where it cannot be opened each of them says so itself.
+    if (database_ != nullptr || openLocked()) transactLocked(writes);
   } catch (const std::exception&) {
     // No memory: each of them tries with less.
   }
-  rollBackLocked();
+  if (database_ != nullptr) rollBackLocked();
 }
 
 void DatabaseConnection::transactLocked(std::span<Write* const> writes) {

@@ -5,10 +5,43 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <iterator>
 #include <utility>
 
 namespace varo::platform {
+namespace {
+
+/// What a timer has the pool do. Made before the timer starts: when it is due there may be no
+/// memory, and nobody would try again.
+class TimedWork final : public ThreadPool::Work {
+ public:
+  using Do = std::function<void(TimerQueue::Reason)>;
+  explicit TimedWork(Do work) : work_(std::move(work)) {}
+
+  void setReason(TimerQueue::Reason reason) noexcept { reason_ = reason; }
+  void run() override {
+    const Do once = std::move(work_);  // what it holds is not for the timer's thread to let go
+    once(reason_);
+  }
+
+ private:
+  Do work_;
+  /// Written before the pool gets this, which reads it.
+  TimerQueue::Reason reason_ = TimerQueue::Reason::kDue;
+};
+
+/// Throws as `TimerQueue::after`. What the pool does may write to the disk, which a timer must not
+/// wait for.
+void onPoolAfter(std::chrono::milliseconds delay, TimedWork::Do work) {
+  const auto timed = std::make_shared<TimedWork>(std::move(work));
+  Runtime::shared().timers().after(delay, [timed](TimerQueue::Reason reason) {
+    timed->setReason(reason);
+    Runtime::shared().pool().postOrRun(std::shared_ptr<ThreadPool::Work>(timed));
+  });
+}
+
+}  // namespace
 
 DatabaseConnections& DatabaseConnections::shared() {
   // Never destroyed: the runtime's threads may use it until they are joined at exit.
@@ -57,7 +90,7 @@ std::vector<GroupOutcome> DatabaseConnections::writeGroups(
 }
 
 std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std::string& path) {
-  Entry dropped;  // closed after the lock is gone, unless another thread is still using it
+  std::vector<Entry> dropped;  // closed after the lock is gone
   const MutexLock lock(mutex_);
   const auto found = std::find_if(entries_.begin(), entries_.end(),
                                   [&](const Entry& entry) { return entry.path == path; });
@@ -68,11 +101,12 @@ std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std:
   }
   // Not one that is in use, be it by a timer: what waits in it must come before what the next
   // connection to its database writes.
-  const auto unused = std::find_if(entries_.rbegin(), entries_.rend(), [](const Entry& entry) {
-    return entry.connection.use_count() == 1;
-  });
-  if (entries_.size() >= tuning::kMaxConnections && unused != entries_.rend()) {
-    dropped = std::move(*unused);
+  while (entries_.size() >= tuning::kMaxConnections) {
+    const auto unused = std::find_if(entries_.rbegin(), entries_.rend(), [](const Entry& entry) {
+      return entry.connection.use_count() == 1;
+    });
+    if (unused == entries_.rend()) break;
+    dropped.push_back(*unused);
     entries_.erase(std::prev(unused.base()));
   }
   auto connection = std::make_shared<DatabaseConnection>(path);
@@ -81,16 +115,13 @@ std::shared_ptr<DatabaseConnection> DatabaseConnections::connectionOf(const std:
 }
 
 void DatabaseConnections::flushLater(const std::shared_ptr<DatabaseConnection>& connection) {
-  const auto flush = [this, connection](TimerQueue::Reason reason) {
-    Runtime::shared().pool().postOrRun([this, connection, reason] {
+  try {
+    onPoolAfter(tuning::kPatience, [this, connection](TimerQueue::Reason reason) {
       connection->flush(reason == TimerQueue::Reason::kShutDown
                             ? DatabaseConnection::Clock::time_point::max()
                             : DatabaseConnection::Clock::now() - tuning::kPatience);
       closeLater();
     });
-  };
-  try {
-    Runtime::shared().timers().after(tuning::kPatience, flush);
   } catch (const std::exception&) {
     // No thread or no memory to be had, and maybe no other write that comes.
     connection->flush(DatabaseConnection::Clock::time_point::max());
@@ -103,16 +134,12 @@ void DatabaseConnections::closeLater() {
     // One timer for all connections; it starts the next one while any is open.
     if (std::exchange(timerRuns_, true)) return;
   }
-  const auto close = [this](TimerQueue::Reason reason) {
-    // Closing may write to the disk, which a timer must not wait for.
-    Runtime::shared().pool().postOrRun([this, reason] {
+  try {
+    onPoolAfter(tuning::kIdleConnection, [this](TimerQueue::Reason reason) {
       closeUnusedSince(reason == TimerQueue::Reason::kShutDown
                            ? DatabaseConnection::Clock::time_point::max()
                            : DatabaseConnection::Clock::now() - tuning::kIdleConnection);
     });
-  };
-  try {
-    Runtime::shared().timers().after(tuning::kIdleConnection, close);
   } catch (const std::exception&) {
     // No thread or no memory to be had, which is no fault of the statement: the connections stay
     // open until the next statement's timer.

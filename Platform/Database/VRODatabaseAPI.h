@@ -60,7 +60,8 @@ class VRODatabaseAPI {
       const VROPreparedStatement& statement) const;
   /// The same for what nobody waits for: returns at once, and the next commit of this process takes
   /// it along, within a moment. Until then a read does not show it; what is written after it comes
-  /// after it. `told` is called once, on some thread, without a lock.
+  /// after it. `told` is called once, on some thread, without a lock. After the runtime's shutdown,
+  /// or where there is no timer to be had, this call commits it and calls `told` itself.
   void executeLater(VROPreparedStatement statement,
                     std::function<void(const Result<std::int64_t>& changedRows)> told) const;
   /// The outcome of each group, in their order. They share a commit where they can; one that cannot

@@ -28,8 +28,9 @@ struct DictionaryEntry;
 /// Not thread-safe as one instance; copies may be used on different threads.
 class Dictionary {
  public:
-  /// An entry where it stands, as iteration shows it: for `const auto& entry`. It becomes a
-  /// `DictionaryEntry`, which is a copy, where one is named. Valid as long as the iterator.
+  /// An entry where it stands, as iteration shows it: for `const auto& entry`. A copy of it refers
+  /// to the same entry. It becomes a `DictionaryEntry`, which has key and value of its own, where
+  /// one is named. Valid as long as the iterator.
   struct Entry {
     const std::string& key;
     const Value& value;
@@ -87,7 +88,7 @@ class Dictionary::const_iterator {
   using value_type = Entry;
   using reference = Entry;
   using difference_type = std::ptrdiff_t;
-  struct pointer {
+  struct pointer {  // NOLINT(readability-identifier-naming): the standard's name
     Entry entry;
     const Entry* operator->() const noexcept { return &entry; }
   };

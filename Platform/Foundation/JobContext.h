@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -21,6 +22,8 @@ class JobContext {
 
   /// That of this thread; null for none.
   [[nodiscard]] static const Ptr& current() noexcept { return slot(); }
+  /// `job`, to run in that of this thread, whoever posts it.
+  [[nodiscard]] static std::function<void()> keeping(std::function<void()> job);
 
   /// Has this thread work in another context, or none, until the end of the scope.
   class Scope {

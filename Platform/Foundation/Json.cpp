@@ -159,7 +159,7 @@ class ValueBuilder {
   bool hasTooMany_ = false;
   Value root_;
   std::vector<Frame> frames_;
-  std::size_t depth_ = 0;  // open containers; deeper frames are kept for their sizes
+  std::size_t depth_ = 0;  // open containers; deeper frames are kept for siblings
   std::string text_;       // parts of a key, text or number that has not ended
 };
 

@@ -20,9 +20,6 @@ class KeyTable {
  public:
   [[nodiscard]] std::size_t size() const noexcept { return keys_.size(); }
   [[nodiscard]] const std::string* data() const noexcept { return keys_.data(); }
-  [[nodiscard]] bool sharesWith(const KeyTable& other) const noexcept {
-    return keys_.sharesWith(other.keys_);
-  }
   /// Linear in a small table, constant on average in a large one, whoever chooses the keys.
   [[nodiscard]] std::optional<std::size_t> find(std::string_view key) const noexcept {
     const std::string* const keys = data();
@@ -33,7 +30,8 @@ class KeyTable {
     }
     return std::nullopt;
   }
-  /// A table of the first `count` keys, with room for as many as here.
+  /// A table of the first `count` keys. It has room for as many as there are here, if these are
+  /// few.
   [[nodiscard]] KeyTable firstKeys(std::size_t count) const;
 
   /// Each of these throws with nothing changed.

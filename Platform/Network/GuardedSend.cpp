@@ -6,6 +6,7 @@
 #include "Platform/Foundation/Mutex.h"
 #include "Platform/Foundation/Runtime.h"
 #include "Platform/Network/HttpTransportError.h"
+#include "Platform/Network/RequestObserver.h"
 
 #include <atomic>
 #include <exception>
@@ -157,11 +158,14 @@ class GuardedTransfer final : public HttpTransfer {
 
 /// Has the receiver take a body that came with the response, from a transport that knows no
 /// receivers. An error takes the place of the response.
-void handOver(BodyReceiver& receiver, std::optional<HttpResponse>& response, ErrorPtr& error) {
+void handOver(BodyReceiver& receiver, RequestMeter* meter, std::optional<HttpResponse>& response,
+              ErrorPtr& error) {
   if (!response || response->bodyWasReceived || !response->body || response->status / 100 != 2) {
     return;
   }
   const Data body = std::exchange(*response->body, Data());
+  // Nobody can tell from the response any more.
+  if (meter != nullptr && !meter->measure()) meter->set({.received = body.size()});
   Result<void> taken = receiver.begin(response->status, response->headers, body.size());
   if (taken) {
     taken = body.forEachPiece([&](std::string_view piece) { return receiver.write(piece); });
@@ -172,11 +176,11 @@ void handOver(BodyReceiver& receiver, std::optional<HttpResponse>& response, Err
                              "The response could not be stored", *taken.error(), {});
 }
 
-HttpCompletion handingOver(std::shared_ptr<BodyReceiver> receiver, HttpCompletion completion) {
-  return [receiver = std::move(receiver), completion = std::move(completion)](
+HttpCompletion handingOver(const HttpRequest& request, HttpCompletion completion) {
+  return [receiver = request.receiver, meter = request.meter, completion = std::move(completion)](
              std::optional<HttpResponse> response, ErrorPtr error) {
     try {
-      handOver(*receiver, response, error);
+      handOver(*receiver, meter.get(), response, error);
     } catch (const std::exception& failure) {
       response.reset();
       error = makeTransportError(HttpTransportError::kNoResources, failure.what());
@@ -190,9 +194,7 @@ HttpCompletion handingOver(std::shared_ptr<BodyReceiver> receiver, HttpCompletio
 std::shared_ptr<HttpTransfer> sendGuarded(HttpTransport& transport, HttpRequest request,
                                           const std::stop_token& cancellation,
                                           HttpCompletion completion) {
-  if (request.receiver != nullptr) {
-    completion = handingOver(request.receiver, std::move(completion));
-  }
+  if (request.receiver != nullptr) completion = handingOver(request, std::move(completion));
   const auto ending = std::make_shared<Ending>(std::move(completion));
   auto transfer = std::make_shared<GuardedTransfer>(ending);
   if (cancellation.stop_requested()) {

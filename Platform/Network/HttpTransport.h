@@ -133,7 +133,7 @@ struct HttpResponse {
   /// Content-Length says what a GET would get.
   std::optional<Data> body;
   /// Whether the receiver of the request has got the bytes; then `body` has none. A transport that
-  /// knows no receivers leaves it false, and `VRONetworkUtility` hands the body on.
+  /// knows no receivers leaves it false, and `sendGuarded` hands the body on.
   bool bodyWasReceived = false;
 };
 

@@ -53,7 +53,7 @@ inline constexpr std::size_t kMaxHeaderBytes = 256 * kKiB;
 inline constexpr std::size_t kMaxHeaderLines = 2'000;
 
 // Buffers. All are per transfer; with many transfers at once they shrink, so that their sum stays
-// near `kBufferBudget`.
+// near `kBufferBudget`. Only a part of an object that goes to its place has `kWriteSize` always.
 
 /// What libcurl reads from a socket at once. Fewer system calls than its default of 16 KiB; not
 /// more, since what was read has to be in the processor's cache still when it is written.

@@ -8,8 +8,8 @@ namespace {
 /// What an added request has to bring, of the average of the others. On a line that is full it
 /// brings nothing, on one that waits as much as they do; between both it may be a chance.
 constexpr double kWorthwhileShare = 1.0 / 3;
-/// After each change two requests begin together, of which one opens a connection: so the cost of
-/// that is in every measure alike.
+/// Where one more is allowed, two requests begin together, of which one opens a connection: so the
+/// cost of that is in every measure alike. After a leap several open one, which counts against it.
 constexpr std::size_t kSamples = 2;
 /// So many times as many are tried at once, until that was in vain for the first time. On a line
 /// whose answers come late, one more at a time would take longer than most transfers do.

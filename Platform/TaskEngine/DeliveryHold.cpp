@@ -27,7 +27,7 @@ DeliveryHold::~DeliveryHold() {
   // What a listener causes here is no longer held back, so this comes to an end.
   while (auto delivery = heldBack().pop()) {
     if (then_ == Then::kHere) {
-      delivery->run();
+      delivery->run();  // throws nothing: a task's listeners are guarded
     } else {
       Runtime::shared().pool().postOrRun(std::move(delivery));
     }

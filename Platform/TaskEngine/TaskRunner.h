@@ -13,7 +13,8 @@ class VSTask;
 /// - Lifetimes: a running task holds its runner, and a runner holds its subtasks only while they
 ///   rest. So a tree has no circle: it lives as long as what its running tasks wait for, and is
 ///   freed when that is dropped.
-/// - The end of a run is delivered later and on another thread. Its number tells whether the task
+/// - The end of a run is delivered later, mostly on another thread. Its number tells whether the
+/// task
 ///   has been started anew meanwhile: the late report of one run is not taken for the next's.
 ///
 /// Not thread-safe: the mutex of the task that is run guards it. Whatever it hands over may be a

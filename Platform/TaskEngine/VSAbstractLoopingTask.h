@@ -18,8 +18,9 @@ namespace varo::platform {
 /// 4. If so, `transformInputContextForNextIteration` updates the loop's input.
 ///
 /// Threads: 3, 4 and the next 1 run on the engine thread that delivered the end of the subtask, so
-/// an iteration costs one hand-over between threads. A step that wants to wait asks for it with
-/// `sleepBeforeNextIteration`. One that blocks nevertheless holds up nobody else: the pool grows.
+/// an iteration costs one hand-over between threads, or none (`DeliveryHold`). A step that wants to
+/// wait asks for it with `sleepBeforeNextIteration`. One that blocks nevertheless holds up nobody
+/// else: the pool grows.
 ///
 /// A loop ends as
 /// - Ended when no other iteration should follow;

@@ -153,7 +153,8 @@ class VSTask : public Object, public TaskListener, public std::enable_shared_fro
   Context _errorContext;
 
  private:
-  /// Delivers what waits. In the pool once at a time, since one delivery is under way at a time.
+  /// Delivers what waits. In the pool or held back once at a time, since one delivery is under way
+  /// at a time.
   class Delivery final : public ThreadPool::Work {
    public:
     explicit Delivery(VSTask& task) : task_(task) {}

@@ -1,4 +1,7 @@
 #include "Binary/Binary/DownloadTask/ChunkBudget.h"
+#include "Platform/Foundation/JobContext.h"
+#include "Platform/Foundation/Runtime.h"
+#include "tests/support/OwnProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -24,6 +27,37 @@ TEST(ChunkBudgetTest, APlaceGoesToWhoeverWaitsLongestAndCanUseIt) {
   second.reset();
   EXPECT_NE(got.get_future().get(), nullptr) << "the one before it had no use for it";
   EXPECT_EQ(calls, 1);
+}
+
+TEST(ChunkBudgetTest, WhoeverWaitedGoesOnInTheContextThatItWaitedIn) {
+  static ChunkBudget budget(1);
+  const auto context = std::make_shared<platform::JobContext>();
+  ChunkBudget::Place first = budget.takeFirst();
+  std::promise<platform::JobContext::Ptr> ran;
+  {
+    const platform::JobContext::Scope scope(context);
+    ASSERT_EQ(
+        budget.ask(1,
+                   [&](const auto& /*place*/) { ran.set_value(platform::JobContext::current()); }),
+        nullptr);
+  }
+  first.reset();
+  EXPECT_EQ(ran.get_future().get(), context);
+}
+
+TEST(ChunkBudgetTest, AnyNumberIsHandedOutAfterTheShutdown) {
+  test::inOwnProcess([] {
+    platform::Runtime::shared().shutdown();
+    constexpr int kMany = 200'000;  // a call within a call for each would use up the stack
+    static ChunkBudget budget(1);
+    int calls = 0;
+    ChunkBudget::Place first = budget.takeFirst();
+    for (int i = 0; i < kMany; ++i) {
+      test::require(budget.ask(1, [&](const auto& /*place*/) { ++calls; }) == nullptr, "it waits");
+    }
+    first.reset();
+    test::require(calls == kMany, "each has had its place");
+  });
 }
 
 }  // namespace

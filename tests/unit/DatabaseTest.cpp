@@ -323,6 +323,23 @@ TEST_F(DatabaseTest, WritesThatWaitForTheDiskShareACommitAndFailAlone) {
   }
 }
 
+TEST_F(DatabaseTest, LateWriteIsCommittedWhereNoOtherWriteComes) {
+  const std::string path = create("app.db");
+  const auto database = VRODatabaseAPI::initWithPath(path, {}, nullptr);
+  ASSERT_NE(database, nullptr);
+  for (const std::int64_t a : {1, 2}) {
+    const auto insert = VROPreparedStatementBuilder("records", StatementBuilderType::kInsert)
+                            .addInsertValuesMap({{"a", a}})
+                            .build(nullptr);
+    auto told = std::make_shared<std::promise<std::int64_t>>();
+    auto rows = told->get_future();
+    database->executeLater(
+        *insert, [told](const auto& changed) { told->set_value(changed.ok() ? *changed : -1); });
+    EXPECT_EQ(rows.get(), 1);
+    EXPECT_EQ(read(path, "SELECT count(*) FROM records"), std::to_string(a));
+  }
+}
+
 TEST_F(DatabaseTest, LockOfAnotherConnectionIsAnErrorOnlyAfterTheTimeout) {
   const std::string path = create("app.db");
   const auto insert = VROPreparedStatementBuilder("records", StatementBuilderType::kInsert);

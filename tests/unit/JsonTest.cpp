@@ -158,6 +158,33 @@ TEST(JsonTest, RecordsAreTheirOwnWhateverTheirNeighboursHave) {
   EXPECT_EQ(json::serialize(all).value(), "[" + records + R"(,{"b":2,"a":1}])");
 }
 
+TEST(JsonTest, LargeRecordsAreTheirOwnToo) {
+  // So many keys are found by their hash.
+  const auto record = [](int count, const std::string& last) {
+    std::string text = "{";
+    for (int i = 0; i < count; ++i)
+      text += "\"k" + std::to_string(i) + "\":" + std::to_string(i) + ",";
+    return text + last + "}";
+  };
+  const std::string records = record(40, R"("z":1)") + "," + record(40, R"("z":2)") + "," +
+                              record(30, R"("y":3)") + "," + record(39, R"("k39":4)") + "," +
+                              record(40, R"("z":5)");
+  const Value all = json::parse("[" + records + "," + record(40, R"("k3":-3,"z":6)") + "]").value();
+  const Array& parsed = *all.array();
+  for (const Value& each : parsed) {
+    const Dictionary entries = each.dictionaryValue();
+    for (const auto& entry : entries) EXPECT_EQ(entries.find(entry.key), &entry.value) << entry.key;
+  }
+  EXPECT_EQ(parsed[5].dictionaryValue()["k3"], Value(-3));
+  Dictionary changed = parsed[1].dictionaryValue();
+  EXPECT_TRUE(changed.remove("k0"));
+  changed.set("new", 7);
+  EXPECT_EQ(changed["z"], Value(2));
+  EXPECT_EQ(changed["new"], Value(7));
+  EXPECT_FALSE(changed.contains("k0"));
+  EXPECT_TRUE(json::serialize(all).value().starts_with("[" + records));
+}
+
 TEST(JsonTest, RefusesToWriteWhatHasNoJsonForm) {
   const Value tooDeep = Array{json::parse(nested(json::kMaxDepth)).value()};
   const Value cases[] = {

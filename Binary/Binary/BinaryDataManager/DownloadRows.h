@@ -50,9 +50,10 @@ class DownloadRows {
   [[nodiscard]] platform::Result<void> updateDB(const platform::Dictionary& output) const;
   /// Notes a state, and, unless that is `kDownloadStarted`, the file's path where it is known.
   void updateState(std::int32_t withState, const platform::Dictionary& output) const;
-  /// Notes `kDownloadStarted`. Where nobody is told of states, and none is read before the next is
-  /// written, this waits for the next commit, `claim` with it; what is noted later comes after it.
-  /// A process that dies before leaves the row as if it had died a moment earlier.
+  /// Notes `kDownloadStarted`. Under the compatible policy, where none is read before the next is
+  /// written, and where nobody is told of states, this waits for the next commit, `claim` with it;
+  /// what is noted later comes after it. A process that dies before leaves the row as it was: a
+  /// later run fetches the file anew.
   void noteStart(const std::shared_ptr<FileClaim>& claim) const;
   /// Notes where the file of a running download is, so that it can be resumed if the process dies.
   void noteFile(const platform::Dictionary& output) const;

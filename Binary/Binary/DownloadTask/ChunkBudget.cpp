@@ -1,6 +1,7 @@
 #include "Binary/Binary/DownloadTask/ChunkBudget.h"
 
 #include "Binary/Binary/SourceNames.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 
 namespace varo::binary {
 
+using platform::JobContext;
 using platform::Runtime;
 
 /// Its last owner sees what was written under the lock: he has got the token from whoever did.
@@ -41,7 +43,8 @@ ChunkBudget::Place ChunkBudget::takeFirst() {
 
 ChunkBudget::Place ChunkBudget::ask(std::size_t most, Taker taker) {
   auto token = std::make_shared<Token>(*this);
-  auto job = [token, taker = std::move(taker)] { taker(token); };
+  // Whoever gives the place back may belong to another operation.
+  auto job = JobContext::keeping([token, taker = std::move(taker)] { taker(token); });
   const MutexLock lock(mutex_);
   // Whoever has waited longer is first, also where this one could do with a larger budget.
   if (!waiting_.empty() || !hasRoom(most)) {
@@ -54,17 +57,25 @@ ChunkBudget::Place ChunkBudget::ask(std::size_t most, Taker taker) {
 }
 
 void ChunkBudget::giveBack() noexcept {
-  std::function<void()> job;
   {
     const MutexLock lock(mutex_);
     --taken_;
-    if (waiting_.empty() || !hasRoom(waiting_.front().most)) return;
-    ++taken_;
-    waiting_.front().token->isTaken = true;
-    job = std::move(waiting_.front().job);
-    waiting_.pop_front();
+    if (std::exchange(isHandingOut_, true)) return;
   }
-  Runtime::shared().pool().postOrRun(std::move(job));
+  while (auto job = nextInTurn()) Runtime::shared().pool().postOrRun(std::move(job));
+}
+
+std::function<void()> ChunkBudget::nextInTurn() noexcept {
+  const MutexLock lock(mutex_);
+  if (waiting_.empty() || !hasRoom(waiting_.front().most)) {
+    isHandingOut_ = false;
+    return nullptr;
+  }
+  ++taken_;
+  waiting_.front().token->isTaken = true;
+  auto job = std::move(waiting_.front().job);
+  waiting_.pop_front();
+  return job;
 }
 
 bool ChunkPlaces::cover(std::size_t chunks, std::size_t most, const ChunkBudget::Taker& taker) {

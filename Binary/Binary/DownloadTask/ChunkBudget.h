@@ -13,7 +13,8 @@ namespace varo::binary {
 /// The chunks that the downloads of this process have between the request and the file, together.
 ///
 /// Each of them is in memory, so that many downloads at once would otherwise take many times what
-/// one takes. Whatever the others have, each may have one, so that it goes on. Thread-safe.
+/// one takes. Whatever the others have, each may have one, so that it goes on; and where one could
+/// use more than the budget, alone, it may. Thread-safe.
 class ChunkBudget {
  public:
   /// The room for one chunk, given back by the last copy to go. Not in a step: it calls the pool.
@@ -30,8 +31,8 @@ class ChunkBudget {
   /// A place for the first chunk of a download: there always is one.
   [[nodiscard]] Place takeFirst();
   /// Another place, or null where there is none now, or others wait for one: then `taker` gets one,
-  /// on a thread of the pool, when its turn comes. For a download that could use `most` alone, the
-  /// budget is at least that. The budget outlives its places.
+  /// on a thread of the pool and in the caller's `JobContext`, when its turn comes. For a download
+  /// that could use `most` alone, the budget is at least that. The budget outlives its places.
   [[nodiscard]] Place ask(std::size_t most, Taker taker);
 
  private:
@@ -44,11 +45,16 @@ class ChunkBudget {
 
   [[nodiscard]] bool hasRoom(std::size_t most) const VARO_REQUIRES(mutex_);
   void giveBack() noexcept;
+  /// What hands a place to who is next; null where nobody waits, or there is none.
+  [[nodiscard]] std::function<void()> nextInTurn() noexcept;
 
   const std::size_t chunks_;
   platform::Mutex mutex_;
   std::size_t taken_ VARO_GUARDED_BY(mutex_) = 0;
   std::deque<Waiting> waiting_ VARO_GUARDED_BY(mutex_);
+  /// One thread at a time hands places out: once the pool is shut down they are given back inside
+  /// that, and a call within a call for each that waits would use up the stack.
+  bool isHandingOut_ VARO_GUARDED_BY(mutex_) = false;
 };
 
 /// What one download has of the budget. Not thread-safe.

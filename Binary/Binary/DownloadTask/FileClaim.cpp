@@ -2,6 +2,7 @@
 
 #include "Binary/Binary/DownloadTask/ObjectValidator.h"
 #include "Binary/Binary/SourceNames.h"
+#include "Platform/Foundation/JobContext.h"
 #include "Platform/Foundation/Runtime.h"
 
 #include <array>
@@ -38,7 +39,8 @@ class Claims {
   [[nodiscard]] bool enter(const std::string& path, std::function<void()> onFree) {
     const MutexLock lock(mutex_);
     const auto [claim, isNew] = waiting_.try_emplace(path);
-    if (!isNew) claim->second.push_back(std::move(onFree));
+    // Whoever leaves may belong to another operation.
+    if (!isNew) claim->second.push_back(platform::JobContext::keeping(std::move(onFree)));
     return isNew;
   }
 

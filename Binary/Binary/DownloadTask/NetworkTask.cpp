@@ -190,18 +190,18 @@ void NetworkTask::perform(const Effects& effects) {
     try {
       send(request);
     } catch (const std::exception& exception) {
-      failLater(request, exception.what());
+      failRequest(request, exception.what());
     } catch (...) {
-      failLater(request, kUnknown);
+      failRequest(request, kUnknown);
     }
   }
 }
 
-void NetworkTask::failLater(const Request& request, std::string_view what) {
-  failLater(request, cause(kCodeDownloadFault, what));
+void NetworkTask::failRequest(const Request& request, std::string_view what) {
+  failRequest(request, cause(kCodeDownloadFault, what));
 }
 
-void NetworkTask::failLater(const Request& request, const ErrorPtr& failure) {
+void NetworkTask::failRequest(const Request& request, const ErrorPtr& failure) {
   enterFromAnswer([this, request, failure] {
     arrived(request, {.failure = failure, .transportError = nullptr});
   });
@@ -261,7 +261,7 @@ void NetworkTask::beginRun(const RangeOrder::Ptr& order, bool isResumed) {
 }
 
 void NetworkTask::downloadChunk() {
-  while (run_->window.hasRoom(run_->waiting.count()) && hasPlaceForOneMore()) {
+  while (run_->window.hasRoom(run_->waiting.count())) {
     const std::int64_t total = run_->known._totalFileSize;
     const std::int64_t offset = run_->window.end().value_or(run_->_totalBytesDownloaded);
     if (total != 0 && offset >= total) {
@@ -272,6 +272,7 @@ void NetworkTask::downloadChunk() {
       if (!run_->order->isStreamed) return startOver();
       return fail(cause(kCodeIntegrityCheckFailed, kIntegrityCheckFailed));
     }
+    if (!hasPlaceForOneMore()) return;
     const RangeWindow::Range& range = run_->window.ask({.known = run_->known,
                                                         .offset = offset,
                                                         .chunkSize = run_->order->_chunkSize,
@@ -319,7 +320,7 @@ void NetworkTask::send(const Request& request) {
     const Dictionary userInfo{
         {std::string(platform::kErrorMessageKey), error.localizedDescription()},
         {std::string(platform::kUnderlyingError), headers.error()}};
-    return failLater(request, cause(error.code(), userInfo));
+    return failRequest(request, cause(error.code(), userInfo));
   }
   auto transfer = VRONetworkUtility::GET(
       order._url, order.queryParams, *headers, order.optionsFor(request.question),
@@ -329,9 +330,9 @@ void NetworkTask::send(const Request& request) {
         try {
           self->processNetworkResponse(request, data, responseInfo, error);
         } catch (const std::exception& exception) {
-          self->failLater(request, exception.what());
+          self->failRequest(request, exception.what());
         } catch (...) {
-          self->failLater(request, kUnknown);
+          self->failRequest(request, kUnknown);
         }
       });
   // A pause may have come first, and so may the response.

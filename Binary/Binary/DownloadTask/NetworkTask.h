@@ -135,8 +135,8 @@ class NetworkTask final : public platform::VSTask {
   void processNetworkResponse(const Request& request, const std::optional<platform::Data>& data,
                               const platform::Dictionary& responseInfo,
                               const platform::ErrorPtr& error);
-  void failLater(const Request& request, std::string_view what);
-  void failLater(const Request& request, const platform::ErrorPtr& failure);
+  void failRequest(const Request& request, std::string_view what);
+  void failRequest(const Request& request, const platform::ErrorPtr& failure);
 
   // Parts of steps: on the queue.
   void guardedStep(const Step& step);

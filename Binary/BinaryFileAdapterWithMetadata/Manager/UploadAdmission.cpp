@@ -2,6 +2,7 @@
 
 #include "Platform/Foundation/Runtime.h"
 
+#include <memory>
 #include <utility>
 
 namespace varo::binary {
