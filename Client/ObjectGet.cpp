@@ -4,11 +4,14 @@
 #include "Client/ObjectAnswers.h"
 #include "Platform/Crypto/Sha256.h"
 #include "Platform/Foundation/Clock.h"
+#include "Platform/Foundation/JobContext.h"
+#include "Platform/Foundation/Runtime.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <filesystem>
 #include <limits>
 #include <string_view>
@@ -20,6 +23,7 @@ namespace varo::detail {
 using binary::ContentRange;
 using platform::Data;
 using platform::HttpResponse;
+using platform::JobContext;
 using platform::MutexLock;
 
 namespace {
@@ -77,7 +81,7 @@ void ObjectGet::run(const ObjectRunPtr& run, End end) {
   if (prepared_ && prepared_->kept) {
     return end(ObjectInfo{.key = key_, .file = *prepared_->kept});
   }
-  if (plan_) return askOthers(run, newControl(), end);
+  if (plan_) return askOthers(run, {.control = newControl()}, nullptr, end);
   askFirst(run, end);
 }
 
@@ -168,22 +172,66 @@ void ObjectGet::askFirst(const ObjectRunPtr& run, const End& end) {
   // A store without ranges sends all there is.
   if (!options_.range) first.limits.success = platform::ResponseLimits::kUnlimited;
   first.alsoGood = kNoSuchRange;
-  // What the whole is, the response will tell.
+  // What the whole is, the head of the response will tell.
   const std::uint64_t before = left ? left->bytesThere() : 0;
   const std::uint64_t size = left ? left->plan.size : 0;
-  first.onReceived = [run, before, size](std::uint64_t bytes) {
-    run->running().reached(before + bytes, size);
+  const auto work = self<ObjectGet>();
+  first.onReceived = [work, run, index, before, size](std::uint64_t bytes) {
+    const auto done = work->progress_.moved(index, bytes);
+    run->running().reached(done.value_or(before + bytes), done ? work->plan_->size : size);
   };
   Control control = newControl();
   const auto flight = control.begin(now());
-  run->send(
-      std::move(first), run->cancellation(),
-      [work = self<ObjectGet>(), run, control, flight, end](const Outcome<HttpResponse>& answer) {
+  const auto part = std::make_shared<FirstPart>(
+      [work, run, control, flight, end](const Outcome<HttpResponse>& answer) {
         if (!answer) return end(answer.error());
         Control measured = control;
         measured.succeeded(*flight, now(), bytesIn(*answer));
         work->takeFirst(run, *answer, measured, end);
-      });
+      },
+      run->cancellation());
+  // Of a shorter one there is no other part.
+  if (!left && length == options_.partSize.count) {
+    first.onHead = headTaker(run, part, {.control = control, .begun = flight}, end);
+    first.onRetry = [part] { part->stayAlone(); };
+  }
+  run->send(std::move(first), part->token(),
+            [part](const Outcome<HttpResponse>& answer) { part->answered(answer); });
+}
+
+ObjectGet::HeadTaker ObjectGet::headTaker(const ObjectRunPtr& run, const FirstPartPtr& first,
+                                          const ObjectSteps::Pace& pace, const End& end) {
+  return [work = self<ObjectGet>(), run, first, pace, end, context = JobContext::current()](
+             int status, const std::vector<platform::HttpHeader>& headers) {
+    ObjectSteps::Pace answered = pace;
+    answered.control.answered(*answered.begun, now());
+    if (status != kPart || answered.control.allowed() == 1) return;
+    HttpResponse head;
+    head.status = status;
+    head.headers = headers;
+    const JobContext::Scope scope(context);
+    // Who calls this moves bytes, and making a file may take a while.
+    platform::Runtime::shared().pool().postOrRun([work, run, first, head, answered, end] {
+      work->askBeside(run, first, head, answered, end);
+    });
+  };
+}
+
+void ObjectGet::askBeside(const ObjectRunPtr& run, const FirstPartPtr& first,
+                          const HttpResponse& head, const ObjectSteps::Pace& pace, const End& end) {
+  const auto range = rangeIn(head);
+  const bool isOne =
+      !range || static_cast<std::uint64_t>(*range->total) - begin() <= options_.partSize.count;
+  if (isOne || !first->claim()) return;
+  try {
+    const auto bytes = static_cast<std::uint64_t>(range->span->last - range->span->first) + 1;
+    // Where its head is not good enough, the whole answer tells why.
+    if (!planFrom(head, bytes)) return first->takeAlone();
+    askOthers(run, pace, first, end);
+  } catch (const std::exception& thrown) {
+    first->takeIn(
+        {}, [end, failure = failureOf(Kind::kOther, thrown.what())](const auto&) { end(failure); });
+  }
 }
 
 void ObjectGet::askWhole(const ObjectRunPtr& run, const End& end) {
@@ -214,12 +262,12 @@ void ObjectGet::takeFirst(const ObjectRunPtr& run, const HttpResponse& response,
     Failure failure = refusalFrom(response, about(), {});
     failure.kind = Kind::kInvalidArgument;
     return end(std::move(failure));
-  } else if (auto planned = planFrom(response); !planned) {
+  } else if (auto planned = planFrom(response, bytesIn(response)); !planned) {
     return end(std::move(planned).error());
   }
   auto taken = take(run->running(), index, response.body.value_or(Data()), run->cancellation());
   if (!taken) return end(std::move(taken).error());
-  askOthers(run, control, end);
+  askOthers(run, {.control = control}, nullptr, end);
 }
 
 bool ObjectGet::goesOnWith(const PartsRecord& found, const HttpResponse& response) {
@@ -241,10 +289,10 @@ bool ObjectGet::goesOnWith(const PartsRecord& found, const HttpResponse& respons
   return true;
 }
 
-Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
-  PartPlan plan{bytesIn(response), std::max<std::uint64_t>(bytesIn(response), 1)};
+Outcome<void> ObjectGet::planFrom(const HttpResponse& response, std::uint64_t bytes) {
+  PartPlan plan{bytes, std::max<std::uint64_t>(bytes, 1)};
   info_ = infoFrom(response, key_);
-  info_.size = Bytes(bytesIn(response));
+  info_.size = Bytes(bytes);
   if (response.status == kPart) {
     const auto range = rangeIn(response);
     if (!range) return notAStore(response, about(), "it does not say what part it is");
@@ -265,11 +313,14 @@ Outcome<void> ObjectGet::planFrom(const HttpResponse& response) {
   }
   entityTag_ = headerOf(response, "ETag").value_or("");
   plan_ = plan;
-  progress_.begin(plan.count());
-  auto good =
-      response.status == kPart ? checkPart(response, bytesIn(response), 0) : Outcome<void>();
+  auto good = response.status == kPart ? checkPart(response, bytes, 0) : Outcome<void>();
   if (good) good = beginFile();
-  if (!good) plan_.reset();
+  if (!good) {
+    plan_.reset();
+    return good;
+  }
+  // Last, as whoever counts the bytes of the first part reads the plan when this has begun.
+  progress_.begin(plan.count());
   return good;
 }
 
@@ -315,14 +366,20 @@ Outcome<void> ObjectGet::checkPart(const HttpResponse& head, std::uint64_t bytes
   return {};
 }
 
-void ObjectGet::askOthers(const ObjectRunPtr& run, Control control, const End& end) {
-  ObjectSteps::Pace pace{.control = control};
+void ObjectGet::askOthers(const ObjectRunPtr& run, ObjectSteps::Pace pace,
+                          const FirstPartPtr& first, const End& end) {
   // Parts that come too early for a sink wait for the one before them.
   if (sink_ != nullptr) pace.window = static_cast<std::size_t>(options_.partsAtOnce);
   const auto work = self<ObjectGet>();
   ObjectSteps::run(
       progress_.missing(), pace, run->cancellation(),
-      [work, run](const ObjectSteps::Step& step) { work->askPart(run, step); },
+      [work, run, first](const ObjectSteps::Step& step) {
+        if (first == nullptr || step.index != 0) return work->askPart(run, step);
+        first->takeIn(step.stop, [work, run, step](const Outcome<HttpResponse>& answer) {
+          if (!answer) return step.done(answer.error());
+          step.done(work->takePart(run, step, *answer, nullptr));
+        });
+      },
       [work, run, end](Outcome<void> got) {
         if (got) return work->finish(run, end);
         work->keepParts();  // the process may end during a pause

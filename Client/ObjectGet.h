@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Client/FileDestination.h"
+#include "Client/FirstPart.h"
 #include "Client/ObjectOperation.h"
 #include "Client/ObjectSteps.h"
 #include "Client/OrderedSink.h"
@@ -26,7 +27,8 @@
 namespace varo::detail {
 
 /// Gets an object, part by part: the first tells its size and version, the others have to be of the
-/// same version, and come side by side as far as that pays.
+/// same version, and come side by side as far as that pays. They begin when the first is there; or
+/// where its head was long in coming, beside it.
 ///
 /// Parts for a file go to their places in one file that gets its name at the end. Parts for a sink
 /// wait for those before them. What a run has got stays for the next one; what a kept file has got,
@@ -45,6 +47,8 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
 
  private:
   using Control = platform::ParallelismControl;
+  using FirstPartPtr = std::shared_ptr<FirstPart>;
+  using HeadTaker = std::function<void(int, const std::vector<platform::HttpHeader>&)>;
 
   /// Looks at the arguments and at the destination, at the first run.
   [[nodiscard]] Outcome<void> prepare();
@@ -62,14 +66,22 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
   void askWhole(const ObjectRunPtr& run, const End& end);
   void takeFirst(const ObjectRunPtr& run, const platform::HttpResponse& response, Control control,
                  const End& end);
-  /// What the first answer says: the size, the version, the parts.
-  [[nodiscard]] Outcome<void> planFrom(const platform::HttpResponse& response);
+  /// Takes the head of the first part: where that is late, has `askBeside` called.
+  [[nodiscard]] HeadTaker headTaker(const ObjectRunPtr& run, const FirstPartPtr& first,
+                                    const ObjectSteps::Pace& pace, const End& end);
+  /// The head of the first part has come: asks for the others beside it, if there are any.
+  void askBeside(const ObjectRunPtr& run, const FirstPartPtr& first,
+                 const platform::HttpResponse& head, const ObjectSteps::Pace& pace, const End& end);
+  /// What the first answer says: the size, the version, the parts. `bytes` come with it.
+  [[nodiscard]] Outcome<void> planFrom(const platform::HttpResponse& response, std::uint64_t bytes);
   /// Makes the file for parts, where one is needed, or empties that of an earlier get.
   [[nodiscard]] Outcome<void> beginFile();
   /// Takes the plan of an earlier get over; false where the answer to its first part that is
   /// missing is not of the same version.
   [[nodiscard]] bool goesOnWith(const PartsRecord& found, const platform::HttpResponse& response);
-  void askOthers(const ObjectRunPtr& run, Control control, const End& end);
+  /// `first`: null, or the part that is on its way.
+  void askOthers(const ObjectRunPtr& run, ObjectSteps::Pace pace, const FirstPartPtr& first,
+                 const End& end);
   void askPart(const ObjectRunPtr& run, const ObjectSteps::Step& step);
   /// Null where the bytes have to wait for those before them.
   [[nodiscard]] std::shared_ptr<PartReceiver> receiverOf(std::size_t index);
@@ -105,7 +117,7 @@ class ObjectGet final : public ObjectWork<ObjectInfo> {
   /// Digest of the object's address, for parts that are kept.
   std::string object_;
 
-  // Set with the answer to the first request, before the second.
+  // Set with the answer to the first request or its head, before the second.
   std::optional<PartPlan> plan_;
   ObjectInfo info_;
   /// With its quotes; empty where the store names no version.

@@ -132,6 +132,7 @@ Outcome<ObjectRun::Encoded> ObjectRun::encoded(ObjectRequest request,
   encoded.receiver = std::move(request.receiver);
   encoded.onSent = std::move(request.onSent);
   encoded.onReceived = std::move(request.onReceived);
+  encoded.onHead = std::move(request.onHead);
   std::shared_ptr<StoreAuthorizer> signer;
   if (access_.keys) {
     // Once, and not for each attempt.

@@ -37,6 +37,7 @@ struct ObjectRequest {
   /// See `platform::HttpRequest`.
   std::function<void(std::uint64_t sent)> onSent = {};
   std::function<void(std::uint64_t received)> onReceived = {};
+  std::function<void(int status, const std::vector<platform::HttpHeader>& headers)> onHead = {};
   /// Told each time that it has failed and will be sent again.
   std::function<void()> onRetry = {};
   /// What it is about, for messages.

@@ -31,7 +31,8 @@ ObjectSteps::ObjectSteps(std::vector<std::size_t> indices, Pace pace, Work work,
       window_(pace.window),
       work_(std::move(work)),
       end_(std::move(end)),
-      control_(pace.control) {}
+      control_(pace.control),
+      begun_(pace.begun) {}
 
 void ObjectSteps::watch(const std::stop_token& cancellation) {
   // Not this: the last owner of the steps could then go inside the call.
@@ -50,7 +51,7 @@ std::optional<std::size_t> ObjectSteps::takeNext() {
   if (failure_ || next_ == indices_.size()) return std::nullopt;
   const std::size_t index = indices_[next_];
   if (!running_.empty() && index - running_.begin()->first >= window_) return std::nullopt;
-  const auto flight = control_.begin(now());
+  const auto flight = begun_ ? std::exchange(begun_, std::nullopt) : control_.begin(now());
   if (!flight) return std::nullopt;
   ++next_;
   running_.emplace(index, *flight);

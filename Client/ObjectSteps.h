@@ -38,6 +38,8 @@ class ObjectSteps : public std::enable_shared_from_this<ObjectSteps> {
     /// A step begins so close behind the earliest that is not done, and not farther: what waits
     /// for that one is bounded.
     std::size_t window = std::numeric_limits<std::size_t>::max();
+    /// Of the first step, where that has begun before the steps.
+    std::optional<platform::ParallelismControl::Flight> begun = {};
   };
 
   /// Starts the steps on threads of the pool, in ascending order. `end` is called once, when none
@@ -67,6 +69,7 @@ class ObjectSteps : public std::enable_shared_from_this<ObjectSteps> {
 
   platform::Mutex mutex_;
   platform::ParallelismControl control_ VARO_GUARDED_BY(mutex_);
+  std::optional<platform::ParallelismControl::Flight> begun_ VARO_GUARDED_BY(mutex_);
   std::size_t next_ VARO_GUARDED_BY(mutex_) = 0;
   /// Those that run, by their index.
   std::map<std::size_t, platform::ParallelismControl::Flight> running_ VARO_GUARDED_BY(mutex_);

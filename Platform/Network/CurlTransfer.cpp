@@ -62,9 +62,9 @@ CurlTransfer::CurlTransfer(HttpRequest request, CurlUrl url, HttpCompletion comp
       headers_(withOneHost(std::move(request.headers))),
       body_(readerFor(request)),
       url_(std::move(url)) {
-  auto told =
-      std::make_shared<const Told>(Told{std::move(request.receiver), std::move(request.onSent),
-                                        std::move(request.onReceived), std::move(request.meter)});
+  auto told = std::make_shared<const Told>(
+      Told{std::move(request.receiver), std::move(request.onSent), std::move(request.onReceived),
+           std::move(request.onHead), std::move(request.meter)});
   told_ = told.get();
   if (told_->meter != nullptr) made_ = Clock::now();
   completion_ = keeping(std::move(told), std::move(completion));
@@ -286,7 +286,9 @@ bool CurlTransfer::acceptHead() {
   discardsBody_ = head_.isRedirect();
   if (discardsBody_ || !canHaveEntity()) return true;
   if (*announced > limits_.forStatus(head_.status())) return failTooLarge();
-  receives_ = told_->receiver != nullptr && head_.status() / 100 == 2;
+  const bool isGood = head_.status() / 100 == 2;
+  if (isGood && told_->onHead != nullptr) told_->onHead(head_.status(), head_.headers());
+  receives_ = told_->receiver != nullptr && isGood;
   if (receives_) {
     const bool isSaid = head_.find("Content-Length").has_value();
     return stored(told_->receiver->begin(head_.status(), head_.headers(),

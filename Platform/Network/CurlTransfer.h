@@ -104,6 +104,7 @@ class CurlTransfer {
     std::shared_ptr<BodyReceiver> receiver;
     std::function<void(std::uint64_t)> onSent;
     std::function<void(std::uint64_t)> onReceived;
+    std::function<void(int, const std::vector<HttpHeader>&)> onHead;
     std::shared_ptr<RequestMeter> meter;
   };
 

@@ -112,6 +112,9 @@ struct HttpRequest {
   /// Told how many bytes of the response's body have come; less than before where they come again.
   /// Called as a `BodyReceiver` is.
   std::function<void(std::uint64_t received)> onReceived = {};
+  /// Told the head of a response with a status of 2xx that can have a body, before that comes;
+  /// again where it is sent again. Called as a `BodyReceiver` is. A transport may leave it out.
+  std::function<void(int status, const std::vector<HttpHeader>& headers)> onHead = {};
   /// Whether its sender may send it again; none: GET, HEAD and PUT always, others unless received.
   /// Transports do not read it.
   std::optional<Repeat> repeat = {};
@@ -178,9 +181,9 @@ class HttpTransfer {
 ///
 /// Lifetimes:
 /// - The request's body is held until the transfer has ended, the completion, and with it the
-///   receiver, `onSent` and `onReceived`, until it has been called; then they are destroyed, all
-///   but the body not on the thread that moves bytes: that may end the transport. What `send`
-///   returned need not be kept.
+///   receiver, `onSent`, `onReceived` and `onHead`, until it has been called; then they are
+///   destroyed, all but the body not on the thread that moves bytes: that may end the transport.
+///   What `send` returned need not be kept.
 /// - The response belongs to whoever gets it, and outlives the transport.
 ///
 /// Responses and errors:

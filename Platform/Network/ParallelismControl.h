@@ -10,10 +10,11 @@ namespace varo::platform {
 /// How many requests for the parts of one object are worth having in flight.
 ///
 /// It begins with one, and allows more while that makes the whole faster: each that was added has
-/// to bring at least a third of what the others bring on average. First it allows four times as
-/// many at once; from the first time that this was in vain, or that a request failed, one more.
-/// What was in vain is taken back, and one more is tried after a while, which grows with every vain
-/// attempt. After a failure half as many are allowed, as a server in trouble is not to be pressed.
+/// to bring at least half of what the others bring on average. First it allows eight times as many
+/// at once; where that is in vain, half as many of those; from then on, or when a request failed,
+/// one more. What was in vain is taken back, and one more is tried after a while, which grows with
+/// every vain attempt. After a failure half as many are allowed, as a server in trouble is not to
+/// be pressed.
 ///
 /// Pure: the time is an argument. Not thread-safe: its owner's lock guards it.
 class ParallelismControl {
@@ -31,6 +32,9 @@ class ParallelismControl {
 
   /// Counts a request as in flight; none where there are as many as are worth it.
   [[nodiscard]] std::optional<Flight> begin(TimePoint now) noexcept;
+  /// The head of its response has come. Where the first one is late, eight are allowed at once:
+  /// while one waits for its answer, the bytes of others can come.
+  void answered(const Flight& flight, TimePoint now) noexcept;
   /// It has moved `bytes`, and is in flight no more.
   void succeeded(const Flight& flight, TimePoint now, std::uint64_t bytes) noexcept;
   /// It has come to nothing, and is in flight no more.
@@ -47,6 +51,8 @@ class ParallelismControl {
   /// Allows so many from now on, and measures anew, with `samples` requests.
   void enter(std::size_t allowed, std::size_t samples) noexcept;
   void decide() noexcept;
+  /// Allows half of those that were added in vain, and compares these with what was before.
+  void tryAgain(double rateBefore) noexcept;
   /// Of all requests in flight together, in bytes a nanosecond.
   [[nodiscard]] double rate() const noexcept;
 
@@ -61,7 +67,7 @@ class ParallelismControl {
   /// Of `allowedBefore_`; none where that was not measured just before.
   std::optional<double> rateBefore_;
   std::size_t allowedBefore_ = 1;
-  /// Whether four times as many are tried, not one more.
+  /// Whether eight times as many are tried, not one more.
   bool leaps_ = true;
   /// Requests to measure before the next decision, and what they have taken so far.
   std::size_t missing_ = 1;

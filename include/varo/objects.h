@@ -99,9 +99,9 @@ struct PutOptions {
   /// Told the name of an upload in parts when it has begun, before a part is sent: for a `resume`
   /// after the process has ended. Called at most once, on a thread of the library.
   std::function<void(const UploadId&)> onBegun = {};
-  /// Parts that are sent side by side at most, 1 to 64. It begins with one and adds one while that
-  /// makes the whole faster; after a failure there are half as many. 1: never side by side. Bytes
-  /// are read while they are sent, so each takes 1 MiB of memory at most.
+  /// Parts that are sent side by side at most, 1 to 64. It begins with one and adds others while
+  /// that makes the whole faster; after a failure there are half as many. 1: never side by side.
+  /// Bytes are read while they are sent, so each takes 1 MiB of memory at most.
   int partsAtOnce = 8;
   /// Bytes that this transfer, all its parts together, may move in a second, in each direction, at
   /// least 1. It shares `Options::perSecond` with the others, too: the slower limit wins. None:
@@ -124,7 +124,8 @@ struct GetOptions {
   /// Bytes that are asked for at once, 64 KiB to 5 GiB, and a millionth of all bytes at least. A
   /// pause loses at most the parts that are under way.
   Bytes partSize = 8_MiB;
-  /// Parts that are asked for side by side at most, as `PutOptions::partsAtOnce`.
+  /// Parts that are asked for side by side at most, as `PutOptions::partsAtOnce`. Where the first
+  /// answer is late, eight are asked for without a trial: the way is long.
   ///
   /// The parts of a file go to their places while they come. A `Sink` gets them in their order:
   /// what is under way, and waits for a part before it, takes `partsAtOnce` times `partSize` of the

@@ -155,6 +155,10 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
       {"unsaid", {.headers = {{"Content-Range", std::nullopt}}}, Kind::kNotOurService},
       {"503", {.status = 503}, Kind::kServer},
       {"endless", {.total = "4611686018427387904"}, Kind::kInvalidArgument, 0},
+      {"late and endless",
+       {.latency = 20ms, .total = "4611686018427387904"},
+       Kind::kInvalidArgument,
+       0},
   };
   for (const Case& wanted : cases) {
     server_->clearFaults();
@@ -177,7 +181,7 @@ TEST_F(ObjectStoreTest, LeavesNothingOfAGetThatFails) {
                                   ASSERT_TRUE(objects.put(kKey, Source::text(content)).get());
                                 }
                               },
-                              {.partSize = 64_KiB})
+                              {.partSize = 64_KiB, .partsAtOnce = 1})
                          .get();
   ASSERT_FALSE(mixed);
   EXPECT_EQ(mixed.error().kind, Kind::kConflict) << mixed.error().message;
@@ -259,6 +263,39 @@ TEST_F(ObjectStoreTest, AGetGoesOnBehindItsLastWholePart) {
     EXPECT_EQ(askedFor("bytes=131072-196607"), 2U);
     EXPECT_TRUE((isFile ? contentOf(path("copy")) : text) == content);
   }
+}
+
+TEST_F(ObjectStoreTest, OtherPartsComeBesideAFirstOneWhoseHeadIsLate) {
+  const ObjectStore objects = store();
+  const std::string content = sandbox::sampleBytes(300'000);
+  ASSERT_TRUE(objects.put(kKey, Source::text(content)).get());
+  const sandbox::FaultRule lateAndStuck{{.listener = "store", .count = 1},
+                                        {.latency = 20ms, .stallAfter = 1000, .stallFor = -1ms}};
+  for (const bool isFile : {false, true}) {
+    SCOPED_TRACE(isFile);
+    server_->clearStats();
+    server_->addFault(lateAndStuck);
+    std::string text;
+    const Destination to = isFile ? Destination(path("copy")) : Destination(into(text));
+    auto got = objects.get(kKey, to, {.partSize = 64_KiB});
+    // All but the first, which may have begun before there were others to count with it.
+    ASSERT_TRUE(eventually([&] { return got.progress().done >= 300'000 - 65'536; }));
+    got.pause();
+    ASSERT_TRUE(eventually([&] { return got.state() == State::kPaused; }));
+    got.resume();
+    const auto whole = got.get();
+    ASSERT_TRUE(whole) << whole.error().message;
+    EXPECT_EQ(askedFor("bytes=0-65535"), 2U);
+    EXPECT_EQ(server_->storeStats().requests, 6U);
+    EXPECT_TRUE((isFile ? contentOf(path("copy")) : text) == content);
+    server_->clearFaults();
+  }
+  // The failure of another does not wait for it.
+  server_->addFault(lateAndStuck);
+  server_->addFault({{.listener = "store", .skip = 1}, {.status = 403}});
+  const auto got = objects.get(kKey, path("none"), {.partSize = 64_KiB}).get();
+  ASSERT_FALSE(got);
+  EXPECT_EQ(nameOf(got.error().kind), nameOf(Kind::kUnauthorized)) << got.error().message;
 }
 
 TEST_F(ObjectStoreTest, TellsWhatAStoreRefuses) {

@@ -59,7 +59,7 @@ TEST_F(ObjectStepsTest, OneThatGetsStuckHoldsUpOnlyWhatIsFarBehindIt) {
 }
 
 TEST_F(ObjectStepsTest, TheFirstFailureStopsTheOthersAndIsTheOutcome) {
-  start(8, 9);
+  start(4, 9);
   ASSERT_TRUE(hasBegun(0));
   end(0);
   ASSERT_TRUE(hasBegun(1) && hasBegun(2) && hasBegun(3) && hasBegun(4));

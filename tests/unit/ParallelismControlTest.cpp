@@ -63,7 +63,7 @@ TEST(ParallelismControlTest, GoesAsFarAsItPays) {
       {{"each connection is slow", 10'000, kNoLimit, 0}, 8, 8, 8},
       {{"each answer comes late", 100'000, kNoLimit, 200}, 8, 8, 8},
       {{"a higher limit", 10'000, kNoLimit, 50}, 24, 24, 24},
-      {{"one fills the line", kNoLimit, 10'000, 0}, 8, 1, 4},
+      {{"one fills the line", kNoLimit, 10'000, 0}, 8, 1, 8},
       {{"four fill the line", 10'000, 40'000, 0}, 24, 4, 16},
       {{"a few fill the line", 10'000, 60'000, 0}, 8, 5, 8},
       {{"one alone", 10'000, kNoLimit, 200}, 1, 1, 1},
@@ -84,6 +84,22 @@ TEST(ParallelismControlTest, FewPartsAreEnoughToProfit) {
   ParallelismControl control(8);
   const Outcome outcome = moved(control, {"each answer comes late", 100'000, 1e9, 90}, 36);
   EXPECT_LT(outcome.milliseconds, 36 * 100 / 5.0);
+}
+
+TEST(ParallelismControlTest, ALateAnswerToTheFirstAllowsEightAtOnce) {
+  const auto allowedAfter = [](std::chrono::milliseconds wait, std::size_t most) {
+    ParallelismControl control(most);
+    control.answered(*control.begin({}), ParallelismControl::TimePoint(wait));
+    return control.allowed();
+  };
+  using std::chrono_literals::operator""ms;
+  EXPECT_EQ(allowedAfter(9ms, 24), 1U);
+  EXPECT_EQ(allowedAfter(10ms, 24), 8U);
+  EXPECT_EQ(allowedAfter(10ms, 3), 3U);
+  ParallelismControl control(8);
+  control.failed(*control.begin({}));
+  control.answered(*control.begin({}), ParallelismControl::TimePoint(10ms));
+  EXPECT_EQ(control.allowed(), 1U) << "a server in trouble is not to be pressed";
 }
 
 TEST(ParallelismControlTest, FailuresThatComeTogetherHalveItOnce) {

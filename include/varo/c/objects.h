@@ -95,8 +95,9 @@ typedef struct varo_put_options {
   /// NULL for none.
   varo_begun_fn on_begun;
   void* user;
-  /// Parts that are sent side by side at most, 1 to 64; 0: 8. It begins with one and adds one while
-  /// that makes the whole faster; after a failure there are half as many. 1: never side by side.
+  /// Parts that are sent side by side at most, 1 to 64; 0: 8. It begins with one and adds others
+  /// while that makes the whole faster; after a failure there are half as many. 1: never side by
+  /// side.
   int parts_at_once;
   /// Bytes that this transfer may move in a second, in each direction. It shares
   /// `varo_options::bytes_per_second` with the others, too: the slower limit wins. 0: that one
