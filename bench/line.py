@@ -18,7 +18,8 @@ SIZE = 256 * MIB
 SIZE_WINDOW = 64 * MIB  # with the narrow window
 SIZE_RANGES = 64 * MIB
 AT_ONCE = (1, 4, 8)
-PARALLEL = 8  # ranges of 1 MiB; the line holds 6 MiB
+# Ranges of 1 MiB. The line holds 6 MiB; with a window of 1 MiB the end of each waits for a round trip more.
+PARALLEL = 12
 CHUNK = MIB
 
 
@@ -70,6 +71,7 @@ def measure_downloads(bench, table, figure, size, window, most_curl, most_aria2)
         for other, name, most in (("curl", "curl", most_curl), ("aria2c", "aria2c -x5", most_aria2)):
             table.compare(f"{ours} of {figure}, beside {name}", column(used[ours], "wall"),
                           column(used[other], "wall"), "s", at_most=most)
+        table.add_peak(f"{ours} of {figure}", used[ours], 32)
 
 
 def measure_upload(bench, table, figure, size):
