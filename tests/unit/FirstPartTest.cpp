@@ -1,6 +1,5 @@
-#include "Client/FirstPart.h"
-
 #include "Client/Failures.h"
+#include "Client/FirstPart.h"
 
 #include <gtest/gtest.h>
 
