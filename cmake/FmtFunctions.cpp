@@ -1,5 +1,5 @@
-// The functions of fmt 9, for programs that are linked without its shared library. The package has no archive of
-// them; this header is their source.
+// The functions of fmt 9, for programs that are linked without its shared library. The package has
+// no archive of them; this header is their source.
 #include <fmt/format-inl.h>
 
 #include <locale>
